@@ -173,15 +173,15 @@ public:
     CXTString& MakeLower(int count = -1);
     /// Reverses the characters one by one; in narrow text these are bytes.
     CXTString& MakeReverse();
-    CXTString& Trim();
-    CXTString& Trim(T character);
-    CXTString& Trim(const T* characters);
-    CXTString& TrimLeft();
-    CXTString& TrimLeft(T character);
-    CXTString& TrimLeft(const T* characters);
-    CXTString& TrimRight();
-    CXTString& TrimRight(T character);
-    CXTString& TrimRight(const T* characters);
+    CXTString& Trim() { return TrimSpace(TrimSides::kBoth); }
+    CXTString& Trim(T character) { return TrimCharacter(TrimSides::kBoth, character); }
+    CXTString& Trim(const T* characters) { return TrimSet(TrimSides::kBoth, characters); }
+    CXTString& TrimLeft() { return TrimSpace(TrimSides::kLeft); }
+    CXTString& TrimLeft(T character) { return TrimCharacter(TrimSides::kLeft, character); }
+    CXTString& TrimLeft(const T* characters) { return TrimSet(TrimSides::kLeft, characters); }
+    CXTString& TrimRight() { return TrimSpace(TrimSides::kRight); }
+    CXTString& TrimRight(T character) { return TrimCharacter(TrimSides::kRight, character); }
+    CXTString& TrimRight(const T* characters) { return TrimSet(TrimSides::kRight, characters); }
 
     /// Loads one of the library's message texts. False, with the string empty, for an unknown number.
     bool LoadString(unsigned int messageId);
@@ -215,11 +215,32 @@ public:
     friend bool operator>=(const T* a, const CXTString& b) noexcept { return b.Compare(a) <= 0; }
 
 private:
+    enum class TrimSides
+    {
+        kLeft,
+        kRight,
+        kBoth
+    };
+    struct Run
+    {
+        const T* m_data;
+        std::size_t m_count;
+    };
+    using FindFunction = std::size_t (*)(const T*, std::size_t, std::size_t, const T*, std::size_t);
+
     bool Equals(const CXTString& other) const noexcept;
+    int EditRuns(FindFunction find, Run oldRun, Run newRun, int maxCount, int limit, int start);
+    int InsertRun(int position, Run run);
+    CXTString Part(std::size_t first, std::size_t count) const;
+    template <class Predicate>
+    CXTString& TrimWhere(TrimSides sides, Predicate goes);
+    CXTString& TrimSpace(TrimSides sides);
+    CXTString& TrimCharacter(TrimSides sides, T character);
+    CXTString& TrimSet(TrimSides sides, const T* characters);
     T* SetLength(unsigned __int64 length);
     T* Grow(unsigned __int64 length);
     bool Contains(const T* pointer) const noexcept;
-    CXTString& KeepRange(unsigned __int64 first, unsigned __int64 count) noexcept;
+    CXTString& KeepRange(unsigned __int64 first, unsigned __int64 count);
 
     CXTCharArray<T> m_text;
 };
