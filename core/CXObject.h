@@ -19,8 +19,8 @@ struct TEVTOOLS_API CXRuntimeClass
     const char* m_name;
     unsigned __int64 m_objectSize;
     unsigned m_schema;
-    const CXRuntimeClass* m_base;       ///< null for CXObject
-    CXObject* (*m_create)();            ///< null when objects cannot be created by name
+    const CXRuntimeClass* m_base; ///< null for CXObject
+    CXObject* (*m_create)();      ///< null when objects cannot be created by name
 
     /// A new object, which the caller deletes. Null when the class has no create function or its construction throws;
     /// the thread's pending exception is deleted in either case.
@@ -80,13 +80,19 @@ private:
 /// Goes into the public part of a class that has a record.
 #define X_DECLARE_CLASS(Class)                                                                                         \
     static const CXRuntimeClass classCreator##Class;                                                                   \
-    static const CXRuntimeClass* GetThisRuntimeClassDescriptor() noexcept { return &classCreator##Class; }             \
+    static const CXRuntimeClass* GetThisRuntimeClassDescriptor() noexcept                                              \
+    {                                                                                                                  \
+        return &classCreator##Class;                                                                                   \
+    }                                                                                                                  \
     const CXRuntimeClass* GetRuntimeClassDescriptor() const override;
 
 #define X_IMPLEMENT_CLASS_RECORD(Class, Base, schema, create)                                                          \
     const CXRuntimeClass Class::classCreator##Class = {#Class, sizeof(Class), schema, &Base::classCreator##Base,       \
                                                        create};                                                        \
-    const CXRuntimeClass* Class::GetRuntimeClassDescriptor() const { return &classCreator##Class; }                    \
+    const CXRuntimeClass* Class::GetRuntimeClassDescriptor() const                                                     \
+    {                                                                                                                  \
+        return &classCreator##Class;                                                                                   \
+    }                                                                                                                  \
     static const XClassDeclaration xDeclaration##Class(&Class::classCreator##Class);
 
 /// Goes once into the source of a class that is created by name and has a default constructor.

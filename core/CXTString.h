@@ -12,9 +12,9 @@
 template <class T>
 struct CXTCharArray
 {
-    T* m_data;                     ///< NUL-terminated, from the C heap
-    unsigned __int64 m_length;     ///< characters before the terminator
-    unsigned __int64 m_capacity;   ///< characters the buffer holds, terminator included; 0 when no buffer is owned
+    T* m_data;                   ///< NUL-terminated, from the C heap
+    unsigned __int64 m_length;   ///< characters before the terminator
+    unsigned __int64 m_capacity; ///< characters the buffer holds, terminator included; 0 when no buffer is owned
 };
 
 /// The text class of the library's interfaces: an owned, NUL-terminated run of `char` or `wchar_t`. Copies share nothing.
@@ -85,9 +85,15 @@ public:
     void SetAt(int position, T character);
     /// Not checked: the position is from 0 to the length (where the terminator stands).
     template <class Index, std::enable_if_t<std::is_integral_v<Index>, int> = 0>
-    T& operator[](Index position) noexcept { return m_text.m_data[position]; }
+    T& operator[](Index position) noexcept
+    {
+        return m_text.m_data[position];
+    }
     template <class Index, std::enable_if_t<std::is_integral_v<Index>, int> = 0>
-    const T& operator[](Index position) const noexcept { return m_text.m_data[position]; }
+    const T& operator[](Index position) const noexcept
+    {
+        return m_text.m_data[position];
+    }
     operator const T*() const noexcept { return m_text.m_data; }
     const T* GetConstBuffer() const noexcept { return m_text.m_data; }
     operator CXTCharArray<T>&() noexcept { return m_text; }

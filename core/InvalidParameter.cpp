@@ -9,8 +9,14 @@ namespace
 {
 std::atomic<XInvalidParameterHandler> g_handler{nullptr};
 
-size_t LengthOf(const char* text) { return std::strlen(text); }
-size_t LengthOf(const wchar_t* text) { return std::wcslen(text); }
+size_t LengthOf(const char* text)
+{
+    return std::strlen(text);
+}
+size_t LengthOf(const wchar_t* text)
+{
+    return std::wcslen(text);
+}
 
 template <class T>
 int CopyText(T* destination, size_t capacity, const T* source)

@@ -10,10 +10,10 @@ class CXTString;
 /// How text stands in bytes. Any value that is not listed is a code-page number (1252, 932, ...).
 enum xStringEncoding : unsigned int
 {
-    xEncodingAnsi = 1,    ///< the process's ANSI code page, see XGetAnsiCodePage
+    xEncodingAnsi = 1, ///< the process's ANSI code page, see XGetAnsiCodePage
     xEncodingUtf8 = 2,
-    xEncodingUtf16 = 3,   ///< little-endian
-    xEncodingUtf16BE = 4, ///< big-endian
+    xEncodingUtf16 = 3,            ///< little-endian
+    xEncodingUtf16BE = 4,          ///< big-endian
     xEncodingUnknown = 0xFFFFFFFFu ///< converted like xEncodingAnsi
 };
 

@@ -1,0 +1,15 @@
+# One libFuzzer executable for each file fuzz/<Name>Fuzz.cpp, named fuzz_<Name>; its seeds stand in fuzz/corpus/<Name>.
+
+if(NOT CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+    message(FATAL_ERROR "Fuzz targets need clang")
+endif()
+
+file(GLOB fuzz_sources CONFIGURE_DEPENDS fuzz/*Fuzz.cpp)
+foreach(source IN LISTS fuzz_sources)
+    get_filename_component(name "${source}" NAME_WE)
+    string(REGEX REPLACE "Fuzz$" "" name "${name}")
+    add_executable(fuzz_${name} "${source}")
+    tevtools_configure(fuzz_${name})
+    target_link_libraries(fuzz_${name} PRIVATE tevtools_objects)
+    target_link_options(fuzz_${name} PRIVATE -fsanitize=fuzzer)
+endforeach()

@@ -1,0 +1,104 @@
+# Tests: the unit tests, the plug-in tests, the public headers each by itself, the examples, the installed package, and
+# the checks of the source tree.
+
+find_package(GTest REQUIRED)
+find_package(Python3 COMPONENTS Interpreter REQUIRED)
+include(GoogleTest)
+
+set(test_environment "")
+if(TEVTOOLS_SANITIZE)
+    set(test_environment
+        "ASAN_OPTIONS=allocator_may_return_null=1:detect_stack_use_after_return=1:strict_string_checks=1"
+        "UBSAN_OPTIONS=print_stacktrace=1"
+        "TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1")
+endif()
+
+# Unit tests link the library's objects, so that they reach what the shared library hides.
+file(GLOB_RECURSE test_sources CONFIGURE_DEPENDS tests/*Test.cpp tests/support/*.cpp)
+list(FILTER test_sources EXCLUDE REGEX "/tests/(plugin|install)/")
+if(test_sources)
+    add_executable(tevtools_tests ${test_sources})
+    tevtools_configure(tevtools_tests)
+    target_link_libraries(tevtools_tests PRIVATE tevtools_objects GTest::gmock GTest::gtest_main)
+    target_compile_definitions(tevtools_tests PRIVATE TEVTOOLS_SOURCE_DIR="${PROJECT_SOURCE_DIR}")
+    if(TARGET tev)
+        target_compile_definitions(tevtools_tests PRIVATE TEVTOOLS_TEV="$<TARGET_FILE:tev>")
+        add_dependencies(tevtools_tests tev)
+    endif()
+    gtest_discover_tests(tevtools_tests
+        DISCOVERY_TIMEOUT 60
+        PROPERTIES TIMEOUT 300 ENVIRONMENT "${test_environment}")
+
+    # All of them once more in one process, in another order, in a far time zone and without a locale.
+    add_test(NAME surroundings.far_time_zone_and_c_locale COMMAND tevtools_tests --gtest_shuffle --gtest_brief=1)
+    set_tests_properties(surroundings.far_time_zone_and_c_locale PROPERTIES
+        TIMEOUT 900 LABELS surroundings
+        ENVIRONMENT "TZ=Pacific/Chatham;LC_ALL=C;LANG=C;${test_environment}")
+endif()
+
+# Plug-ins are loaded at run time by a program that uses the real shared library.
+file(GLOB plugin_sources CONFIGURE_DEPENDS tests/plugin/*Plugin.cpp)
+file(GLOB plugin_test_sources CONFIGURE_DEPENDS tests/plugin/*Test.cpp)
+if(plugin_test_sources)
+    set(plugin_dir "${PROJECT_BINARY_DIR}/plugins")
+    add_executable(tevtools_plugin_tests ${plugin_test_sources})
+    tevtools_configure(tevtools_plugin_tests)
+    target_link_libraries(tevtools_plugin_tests PRIVATE TevTools GTest::gtest_main ${CMAKE_DL_LIBS})
+    target_compile_definitions(tevtools_plugin_tests PRIVATE TEVTOOLS_PLUGIN_DIR="${plugin_dir}")
+    foreach(source IN LISTS plugin_sources)
+        get_filename_component(name "${source}" NAME_WE)
+        add_library(${name} MODULE "${source}")
+        tevtools_configure(${name})
+        target_link_libraries(${name} PRIVATE TevTools)
+        set_target_properties(${name} PROPERTIES PREFIX "" LIBRARY_OUTPUT_DIRECTORY "${plugin_dir}")
+        # A unique symbol would keep the plug-in in memory after it is closed.
+        if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+            target_compile_options(${name} PRIVATE -fno-gnu-unique)
+        endif()
+        add_dependencies(tevtools_plugin_tests ${name})
+    endforeach()
+    gtest_discover_tests(tevtools_plugin_tests
+        DISCOVERY_TIMEOUT 60
+        PROPERTIES TIMEOUT 300 ENVIRONMENT "${test_environment}")
+endif()
+
+# Each public header by itself, twice, in both language versions. The compiler says all there is to say: no sanitizer needed.
+if(NOT TEVTOOLS_SANITIZE)
+    set(header_sources "")
+    foreach(header IN LISTS tevtools_public_headers ITEMS TevTools.h)
+        string(REPLACE "/" "_" source "${header}")
+        set(source "${PROJECT_BINARY_DIR}/headers/${source}.cpp")
+        file(CONFIGURE OUTPUT "${source}" CONTENT "#include \"${header}\"\n#include \"${header}\"\n")
+        list(APPEND header_sources "${source}")
+    endforeach()
+    foreach(standard IN ITEMS 17 20)
+        add_library(tevtools_headers_cxx${standard} OBJECT ${header_sources})
+        tevtools_configure(tevtools_headers_cxx${standard})
+        set_target_properties(tevtools_headers_cxx${standard} PROPERTIES CXX_STANDARD ${standard})
+        target_include_directories(tevtools_headers_cxx${standard} PRIVATE "${PROJECT_SOURCE_DIR}")
+    endforeach()
+endif()
+
+# Examples get the folder of the sample inputs as argument and run in a folder of their own.
+file(GLOB example_sources CONFIGURE_DEPENDS examples/*.cpp)
+foreach(source IN LISTS example_sources)
+    get_filename_component(name "${source}" NAME_WE)
+    set(run_dir "${PROJECT_BINARY_DIR}/examples/${name}")
+    file(MAKE_DIRECTORY "${run_dir}")
+    add_executable(example_${name} "${source}")
+    tevtools_configure(example_${name})
+    target_link_libraries(example_${name} PRIVATE TevTools)
+    add_test(NAME example.${name} COMMAND example_${name} "${PROJECT_SOURCE_DIR}/examples/data"
+        WORKING_DIRECTORY "${run_dir}")
+    set_tests_properties(example.${name} PROPERTIES TIMEOUT 60 ENVIRONMENT "${test_environment}")
+endforeach()
+
+# A stranger's project built against an installed copy. A sanitized library asks for a sanitized program.
+if(NOT TEVTOOLS_SANITIZE AND PROJECT_IS_TOP_LEVEL)
+    add_test(NAME install.package COMMAND "${CMAKE_COMMAND}"
+        -D "BUILD_DIR=${PROJECT_BINARY_DIR}" -D "SOURCE_DIR=${PROJECT_SOURCE_DIR}" -D "VERSION=${PROJECT_VERSION}"
+        -D "LIBDIR=${CMAKE_INSTALL_LIBDIR}" -D "BINDIR=${CMAKE_INSTALL_BINDIR}" -D "TOOL=$<TARGET_EXISTS:tev>"
+        -D "GENERATOR=${CMAKE_GENERATOR}" -D "COMPILER=${CMAKE_CXX_COMPILER}"
+        -P "${PROJECT_SOURCE_DIR}/tests/install/InstallTest.cmake")
+    set_tests_properties(install.package PROPERTIES TIMEOUT 300)
+endif()

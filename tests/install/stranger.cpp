@@ -1,0 +1,9 @@
+#include <TevTools.h>
+#include "core/InvalidParameter.h"
+
+// Uses the library as a program outside this tree does: through the installed headers and exported symbols alone.
+int main()
+{
+    char copy[6];
+    return XStrCopy(copy, sizeof copy, "parts") == 0 && copy[4] == 's' ? 0 : 1;
+}
