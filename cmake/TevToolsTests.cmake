@@ -102,3 +102,8 @@ if(NOT TEVTOOLS_SANITIZE AND PROJECT_IS_TOP_LEVEL)
         -P "${PROJECT_SOURCE_DIR}/tests/install/InstallTest.cmake")
     set_tests_properties(install.package PROPERTIES TIMEOUT 300)
 endif()
+
+# The source tree: who includes whom, which headers are public, the code blocks of the documents.
+foreach(check IN ITEMS includes docs)
+    add_test(NAME style.${check} COMMAND Python3::Interpreter "${PROJECT_SOURCE_DIR}/scripts/check-${check}")
+endforeach()

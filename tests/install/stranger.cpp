@@ -1,5 +1,5 @@
-#include <TevTools.h>
 #include "core/InvalidParameter.h"
+#include <TevTools.h>
 
 // Uses the library as a program outside this tree does: through the installed headers and exported symbols alone.
 int main()
