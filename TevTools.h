@@ -2,11 +2,14 @@
 
 // Every public header of the library. The build reads this list: what stands here is installed.
 
+#include "core/CXArchiveException.h"
 #include "core/CXException.h"
 #include "core/CXFile.h"
 #include "core/CXFileException.h"
+#include "core/CXInternetException.h"
 #include "core/CXObject.h"
 #include "core/CXTString.h"
 #include "core/InvalidParameter.h"
 #include "core/TevTypes.h"
 #include "core/TextEncoding.h"
+#include "core/ThreadException.h"

@@ -13,7 +13,7 @@ constexpr unsigned xSchemaVersionable = 0x20000000u;     ///< objects of another
 
 /// What the library knows of a class at run time: one static record a class, found by name in a process-wide registry.
 /// Write it with X_DECLARE_CLASS in the class and one of the X_IMPLEMENT_ macros in its source.
-/// Immutable. The registry is safe from several threads at once.
+/// Records are immutable. The registry is safe from several threads at once.
 struct TEVTOOLS_API CXRuntimeClass
 {
     const char* m_name;
@@ -22,18 +22,21 @@ struct TEVTOOLS_API CXRuntimeClass
     const CXRuntimeClass* m_base; ///< null for CXObject
     CXObject* (*m_create)();      ///< null when objects cannot be created by name
 
-    /// A new object, which the caller deletes. Null when the class has no create function or its construction throws;
-    /// the thread's pending exception is deleted in either case.
+    /// A new object, which the caller deletes. Null when the class has no create function or its construction throws.
+    /// Where it has one, the thread's pending exception is deleted, so Delete() an exception that you have caught first.
     [[nodiscard]] CXObject* CreateObject() const;
+    /// True for the record itself and for each that it is derived from.
     bool IsDerivedFrom(const CXRuntimeClass* base) const noexcept { return IsDerivedFrom(this, base); }
+    /// As the member; false when `derived` is null.
     static bool IsDerivedFrom(const CXRuntimeClass* derived, const CXRuntimeClass* base) noexcept;
     bool IsSerializable() const noexcept { return (m_schema & xSchemaNotSerializable) == 0; }
 
-    /// Enters a record under its name; it takes the place of an earlier one of the same name. False for null.
+    /// Enters a record, which must stay valid until it is taken out, under its name. It hides earlier ones of that name;
+    /// one that was declared before becomes the latest. False for null.
     static bool DeclareRuntimeClass(const CXRuntimeClass* record);
     /// Takes a record out; an earlier one of the same name comes back. False when it was not declared.
     static bool UndeclareRuntimeClass(const CXRuntimeClass* record);
-    /// The record declared last under the name, or null.
+    /// The record declared last under the name, or null. It is valid until its plug-in is closed.
     static const CXRuntimeClass* FindRuntimeClass(const char* name);
 };
 
@@ -42,16 +45,18 @@ struct TEVTOOLS_API CXRuntimeClass
 class TEVTOOLS_API CXObject
 {
 public:
+    static const CXRuntimeClass classCreatorCXObject;
+    static const CXRuntimeClass* GetThisRuntimeClassDescriptor() noexcept { return &classCreatorCXObject; }
+
     virtual ~CXObject();
     virtual const CXRuntimeClass* GetRuntimeClassDescriptor() const;
     /// Reads or writes the object, as the archive's direction says. Does nothing in CXObject.
     virtual void Serialize(CXArchive& archive);
 
+    /// True when the object's class is the given one or derived from it.
     bool IsKindOf(const CXRuntimeClass* type) const { return IsKindOf(this, type); }
-    /// False when the object or the class is null.
+    /// As the member; false when the object or the class is null.
     static bool IsKindOf(const CXObject* object, const CXRuntimeClass* type);
-    static const CXRuntimeClass* GetThisRuntimeClassDescriptor() noexcept { return &classCreatorCXObject; }
-    static const CXRuntimeClass classCreatorCXObject;
 
 protected:
     CXObject() = default;
@@ -86,9 +91,10 @@ private:
     }                                                                                                                  \
     const CXRuntimeClass* GetRuntimeClassDescriptor() const override;
 
+// A record is used by static objects of other sources, so the compiler must fill it in and not the start-up code.
 #define X_IMPLEMENT_CLASS_RECORD(Class, Base, schema, create)                                                          \
-    const CXRuntimeClass Class::classCreator##Class = {#Class, sizeof(Class), schema, &Base::classCreator##Base,       \
-                                                       create};                                                        \
+    X_CONSTINIT const CXRuntimeClass Class::classCreator##Class = {#Class, sizeof(Class), schema,                      \
+                                                                   &Base::classCreator##Base, create};                 \
     const CXRuntimeClass* Class::GetRuntimeClassDescriptor() const                                                     \
     {                                                                                                                  \
         return &classCreator##Class;                                                                                   \

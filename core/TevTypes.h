@@ -18,3 +18,15 @@
 #if !defined(_WIN32) && !defined(__int64)
 #define __int64 long long
 #endif
+
+// Makes the compiler refuse a static object whose first value it cannot compute itself. Empty where the address of an
+// imported object is no constant.
+#if defined(_WIN32)
+#define X_CONSTINIT
+#elif defined(__clang__)
+#define X_CONSTINIT [[clang::require_constant_initialization]]
+#elif defined(__GNUC__)
+#define X_CONSTINIT __constinit
+#else
+#define X_CONSTINIT
+#endif
