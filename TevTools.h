@@ -7,6 +7,7 @@
 #include "core/CXFile.h"
 #include "core/CXFileException.h"
 #include "core/CXInternetException.h"
+#include "core/CXMemFile.h"
 #include "core/CXObject.h"
 #include "core/CXTString.h"
 #include "core/InvalidParameter.h"

@@ -1,0 +1,19 @@
+#pragma once
+
+#include <string>
+
+namespace tev::platform
+{
+
+/// Turns a path into the form that system calls take: UTF-8, with '\' as '/'. A code point U+DC80 to U+DCFF stands for
+/// the raw byte 0x80 to 0xFF, so that names which are not UTF-8 can be reached too; a surrogate pair is one character.
+/// False, with `result` unspecified, when the path holds a character that no name can have (another lone surrogate or a
+/// value above U+10FFFF). Null counts as empty. Safe from several threads at once.
+[[nodiscard]] bool WidePathToSystem(const wchar_t* path, std::string& result);
+
+/// The inverse for a name that came from the system: each byte that is not part of valid UTF-8 becomes one of
+/// U+DC80 to U+DCFF. A backslash stays one, so that a name which holds one cannot be opened by the result.
+/// Safe from several threads at once.
+[[nodiscard]] std::wstring SystemPathToWide(const char* path);
+
+} // namespace tev::platform
