@@ -4,8 +4,9 @@
 
 #include <cstddef>
 
+// Exported here too: clang takes the visibility of the instantiations from the first declaration.
 template <class T>
-class CXTString;
+class TEVTOOLS_API CXTString;
 
 /// How text stands in bytes. Any value that is not listed is a code-page number (1252, 932, ...).
 enum xStringEncoding : unsigned int
