@@ -14,3 +14,4 @@
 #include "core/TevTypes.h"
 #include "core/TextEncoding.h"
 #include "core/ThreadException.h"
+#include "core/XCA2W.h"

@@ -100,6 +100,8 @@ public:
     /// Sets the length and returns the buffer to fill. The first characters stay, new ones are unspecified.
     /// A negative length is an invalid parameter (errno 34): null, nothing changed.
     T* GetBufferSetLength(int length);
+    /// As GetBufferSetLength, for any length.
+    T* GetBufferSetLength64(unsigned __int64 length) { return SetLength(length); }
     /// Sets the length after the buffer was written to; -1 looks for the terminator.
     /// A length past the buffer is an invalid parameter (errno 34) and changes nothing.
     void ReleaseBuffer(int length = -1);

@@ -8,7 +8,8 @@
 template <class T>
 class TEVTOOLS_API CXTString;
 
-/// How text stands in bytes. Any value that is not listed is a code-page number (1252, 932, ...).
+/// How text stands in bytes. Any value that is not listed is a code-page number (1252, 932, ...); among these are 0 for the
+/// ANSI code page, 1200 and 1201 for UTF-16, 12000 and 12001 for UTF-32 (the second one big-endian) and 65001 for UTF-8.
 enum xStringEncoding : unsigned int
 {
     xEncodingAnsi = 1, ///< the process's ANSI code page, see XGetAnsiCodePage
@@ -26,7 +27,7 @@ TEVTOOLS_API unsigned XGetAnsiCodePage() noexcept;
 /// Safe from several threads at once.
 TEVTOOLS_API void XSetAnsiCodePage(unsigned codePage) noexcept;
 
-/// Turns bytes of the given encoding into wide text, embedded NULs included.
+/// Turns bytes of the given encoding into wide text, embedded NULs included. The bytes must not lie in `text` itself.
 /// Bytes that mean nothing in the encoding become U+FFFD; a lone surrogate of UTF-16 passes through unchanged.
 /// False, with `text` empty, when `bytes` is null or the code page is unknown. A byte-order mark is text like any other.
 [[nodiscard]] TEVTOOLS_API bool XDecodeText(const void* bytes, std::size_t byteCount, xStringEncoding encoding,
