@@ -6,6 +6,7 @@
 #include <mutex>
 #include <thread>
 #include <unordered_map>
+#include <vector>
 
 namespace
 {
@@ -27,11 +28,9 @@ public:
     {
         const std::lock_guard guard(m_lock);
         if (m_records == nullptr)
-        {
-            // After exit has run the callback once, a static destructor may record again and needs it once more.
             m_records = std::make_unique<Map>(kInitialBuckets);
-            std::atexit([] { Get().FreeAtExit(); });
-        }
+        if (!m_exitWillFree)
+            m_exitWillFree = std::atexit([] { Get().FreeAtExit(); }) == 0;
         (*m_records)[std::this_thread::get_id()] = {exception, ownerHasEnded};
     }
 
@@ -73,25 +72,29 @@ public:
 private:
     using Map = std::unordered_map<std::thread::id, Record>;
 
-    // A thread that still runs may be handling its exception just now, so that one is left to it.
+    // A thread that still runs may be handling its exception just now, so that one is left to it, and the map with it.
     void FreeAtExit()
     {
-        std::unique_ptr<Map> records;
+        std::vector<OwnedException> left;
+        const std::lock_guard guard(m_lock);
+        m_exitWillFree = false; // a static destructor may record once more
+        for (auto it = m_records->begin(); it != m_records->end();)
         {
-            const std::lock_guard guard(m_lock);
-            records.swap(m_records);
+            if (!it->second.ownerHasEnded)
+            {
+                ++it;
+                continue;
+            }
+            left.emplace_back(it->second.exception);
+            it = m_records->erase(it);
         }
-        if (records == nullptr)
-            return;
-        for (const auto& [thread, record] : *records)
-        {
-            if (record.ownerHasEnded)
-                OwnedException(record.exception);
-        }
+        if (m_records->empty())
+            m_records.reset();
     }
 
     std::mutex m_lock;
     std::unique_ptr<Map> m_records;
+    bool m_exitWillFree = false;
 };
 
 enum class ThreadState

@@ -1,0 +1,157 @@
+// What a program sees of the classes of a plug-in. It uses the shared library as the plug-in does.
+
+#include "core/CXFileException.h"
+#include "core/ThreadException.h"
+#include "tests/plugin/Probe.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <dlfcn.h>
+#include <malloc.h>
+#include <memory>
+#include <string>
+
+namespace
+{
+const std::string kPlugin = std::string(TEVTOOLS_PLUGIN_DIR) + "/ProbePlugin.so";
+
+class Plugin
+{
+public:
+    Plugin() : m_handle(dlopen(kPlugin.c_str(), RTLD_NOW | RTLD_LOCAL))
+    {
+        if (m_handle == nullptr)
+            throw std::runtime_error(dlerror());
+    }
+    ~Plugin() { dlclose(m_handle); }
+    Plugin(const Plugin&) = delete;
+    Plugin& operator=(const Plugin&) = delete;
+
+    static bool IsLoaded()
+    {
+        void* handle = dlopen(kPlugin.c_str(), RTLD_NOW | RTLD_NOLOAD);
+        if (handle != nullptr)
+            dlclose(handle);
+        return handle != nullptr;
+    }
+
+private:
+    void* m_handle;
+};
+
+const CXRuntimeClass* FindProbe()
+{
+    return CXRuntimeClass::FindRuntimeClass("Probe");
+}
+
+/// Has the plug-in throw, and catches by the exact class or by the base.
+template <class Exception, class Look>
+void Catch(ProbeInterface& probe, ProbeInterface::What what, Look look)
+{
+    try
+    {
+        probe.Throw(what);
+    }
+    catch (Exception* exception)
+    {
+        look(*exception);
+        ASSERT_EQ(XTakeThreadException(), exception);
+        XSetThreadException(exception);
+        exception->Delete();
+        ASSERT_EQ(XTakeThreadException(), nullptr);
+        return;
+    }
+    catch (...)
+    {
+        FAIL() << "not caught as the class that it is";
+    }
+    FAIL() << "nothing was thrown";
+}
+
+/// One plug-in's life: opened, its class made by name, thrown from, closed.
+void OpenUseAndClose()
+{
+    ASSERT_EQ(FindProbe(), nullptr);
+    {
+        const Plugin plugin;
+        const CXRuntimeClass* record = FindProbe();
+        ASSERT_NE(record, nullptr);
+        ASSERT_EQ(record->m_base, CXObject::GetThisRuntimeClassDescriptor());
+        ASSERT_EQ(record->m_schema, 5u);
+
+        const std::unique_ptr<CXObject> object(record->CreateObject());
+        ASSERT_NE(object, nullptr);
+        ASSERT_TRUE(object->IsKindOf(record));
+        ASSERT_TRUE(object->IsKindOf(CXObject::GetThisRuntimeClassDescriptor()));
+        auto* probe = dynamic_cast<ProbeInterface*>(object.get());
+        ASSERT_NE(probe, nullptr);
+
+        Catch<CXFileException>(*probe, ProbeInterface::LibraryException, [](CXFileException& e) {
+            ASSERT_EQ(e.GetCause(), fileDiskFull);
+            ASSERT_EQ(e.GetFileName(), L"from the plug-in");
+        });
+        Catch<CXException>(*probe, ProbeInterface::LibraryException, [](CXException& e) {
+            ASSERT_TRUE(e.IsKindOf(CXFileException::GetThisRuntimeClassDescriptor()));
+            ASSERT_NE(dynamic_cast<CXFileException*>(&e), nullptr);
+        });
+        Catch<CXException>(*probe, ProbeInterface::PluginException, [](CXException& e) {
+            ASSERT_EQ(e.GetRuntimeClassDescriptor(), CXRuntimeClass::FindRuntimeClass("HiddenException"));
+            ASSERT_TRUE(e.IsKindOf(CXException::GetThisRuntimeClassDescriptor()));
+        });
+        Catch<ProbeException>(*probe, ProbeInterface::HeaderException,
+                              [](ProbeException& e) { ASSERT_EQ(e.m_number, 77); });
+    }
+    ASSERT_EQ(FindProbe(), nullptr);
+    ASSERT_EQ(CXRuntimeClass::FindRuntimeClass("HiddenException"), nullptr);
+    ASSERT_FALSE(Plugin::IsLoaded());
+}
+} // namespace
+
+TEST(ClassPlugin, ClassesComeAndGoTenThousandTimes)
+{
+    const auto run = [](int rounds) {
+        for (int i = 0; i < rounds && !testing::Test::HasFailure(); ++i)
+            OpenUseAndClose();
+    };
+    run(100);
+    const size_t before = mallinfo2().uordblks;
+    run(10000);
+    // The dynamic linker may keep a little; the smallest block a round would be 320,000 bytes.
+    EXPECT_LT(mallinfo2().uordblks, before + 4096);
+}
+
+TEST(ClassPlugin, AnEarlierClassOfTheNameComesBack)
+{
+    const CXRuntimeClass hosts = {"Probe", sizeof(CXObject), 1, CXObject::GetThisRuntimeClassDescriptor(), nullptr};
+    const CXRuntimeClass later = hosts;
+    {
+        const XClassDeclaration declaration(&hosts);
+        {
+            const Plugin plugin;
+            EXPECT_NE(FindProbe(), &hosts);
+            EXPECT_EQ(FindProbe()->m_schema, 5u);
+        }
+        EXPECT_EQ(FindProbe(), &hosts);
+        {
+            auto plugin = std::make_unique<Plugin>();
+            const XClassDeclaration declaredLater(&later);
+            plugin.reset();
+            EXPECT_EQ(FindProbe(), &later) << "a closed plug-in takes out its own record only";
+        }
+        EXPECT_EQ(FindProbe(), &hosts);
+    }
+    EXPECT_EQ(FindProbe(), nullptr);
+}
+
+TEST(ClassPlugin, AProgramMayEndWithThePluginOpen)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            [[maybe_unused]] static const auto* const plugin = new Plugin;
+            XSetThreadException(new CXFileException(fileNotFound));
+            std::exit(FindProbe() == nullptr);
+        },
+        testing::ExitedWithCode(0), "^$");
+}
