@@ -316,8 +316,7 @@ template <class T>
 bool CXTString<T>::Contains(const T* pointer) const noexcept
 {
     const std::less<const T*> before;
-    return pointer != nullptr && !before(pointer, m_text.m_data) &&
-           before(pointer, m_text.m_data + m_text.m_capacity);
+    return pointer != nullptr && !before(pointer, m_text.m_data) && before(pointer, m_text.m_data + m_text.m_capacity);
 }
 
 // Keeps `count` characters of the own text from `first` on.

@@ -253,15 +253,14 @@ private:
     CXTCharArray<T> m_text;
 };
 
-extern template class CXTString<char>;
-extern template class CXTString<wchar_t>;
-
 template <class T>
 inline CXTString<T>& CXTString<T>::operator+=(T character)
 {
-    const unsigned __int64 length = m_text.m_length;
-    T* data = SetLength(length + 1);
-    data[length] = character;
+    if (m_text.m_length + 1 >= m_text.m_capacity)
+        Grow(m_text.m_length + 1);
+    T* end = m_text.m_data + m_text.m_length++;
+    end[0] = character;
+    end[1] = T();
     return *this;
 }
 
@@ -273,6 +272,9 @@ inline T* CXTString<T>::SetLength(unsigned __int64 length)
     data[length] = T();
     return data;
 }
+
+extern template class CXTString<char>;
+extern template class CXTString<wchar_t>;
 
 /// A copy of the text without the "&" that mark accelerators in menus and buttons.
 TEVTOOLS_API CXTString<wchar_t> CleanText(const CXTString<wchar_t>& text);

@@ -60,8 +60,7 @@ template <class T>
 bool CXTString<T>::Equals(const CXTString& other) const noexcept
 {
     const size_t length = m_text.m_length;
-    return length == other.m_text.m_length &&
-           std::memcmp(m_text.m_data, other.m_text.m_data, length * sizeof(T)) == 0;
+    return length == other.m_text.m_length && std::memcmp(m_text.m_data, other.m_text.m_data, length * sizeof(T)) == 0;
 }
 
 template <class T>
@@ -274,8 +273,8 @@ template <class T>
 CXTString<T> CXTString<T>::Tokenize(const T* separators, int& position) const
 {
     const tev::CharacterSet<T> set(separators);
-    const size_t first = position < 0 ? tev::kNotFound
-                                      : FindIf(m_text, ToCount(position), [&](T c) { return !set.Has(c); });
+    const size_t first =
+        position < 0 ? tev::kNotFound : FindIf(m_text, ToCount(position), [&](T c) { return !set.Has(c); });
     if (first == tev::kNotFound)
     {
         position = -1;
@@ -361,37 +360,40 @@ CXTString<T>& CXTString<T>::TrimSet(TrimSides sides, const T* characters)
 }
 
 // The class as a whole is instantiated beside its life cycle, in CXTString.cpp; these are the members written here.
-#define TEV_INSTANTIATE(T) \
-    template int CXTString<T>::Compare(const T*) const noexcept; \
-    template int CXTString<T>::Compare(const CXTString<T>&) const noexcept; \
-    template bool CXTString<T>::Equals(const CXTString<T>&) const noexcept; \
-    template int CXTString<T>::CompareNoCase(const T*) const noexcept; \
-    template int CXTString<T>::Collate(const T*) const noexcept; \
-    template int CXTString<T>::CollateNoCase(const T*) const; \
-    template int CXTString<T>::Find(T, int) const noexcept; \
-    template int CXTString<T>::Find(const T*, int, bool) const; \
-    template int CXTString<T>::FindEndPos(const T*, int, bool) const; \
-    template int CXTString<T>::FindOneOf(const T*, int) const noexcept; \
-    template int CXTString<T>::ReverseFind(T, int) const noexcept; \
-    template int CXTString<T>::ReverseFind(const T*, int) const noexcept; \
-    template int CXTString<T>::Replace(T, T, int, int, int); \
-    template int CXTString<T>::Replace(const T*, const T*, int, int, int); \
-    template int CXTString<T>::Remove(T, int); \
-    template int CXTString<T>::Remove(const T*, bool, int); \
-    template int CXTString<T>::Insert(int, T); \
-    template int CXTString<T>::Insert(int, const T*); \
-    template int CXTString<T>::Delete(int, int); \
-    template CXTString<T> CXTString<T>::Mid(int, int) const; \
-    template CXTString<T> CXTString<T>::Left(int) const; \
-    template CXTString<T> CXTString<T>::Right(int) const; \
-    template CXTString<T> CXTString<T>::SpanIncluding(const T*) const; \
-    template CXTString<T> CXTString<T>::SpanExcluding(const T*) const; \
-    template CXTString<T> CXTString<T>::Tokenize(const T*, int&) const; \
-    template CXTString<T>& CXTString<T>::MakeUpper(int); \
-    template CXTString<T>& CXTString<T>::MakeLower(int); \
-    template CXTString<T>& CXTString<T>::MakeReverse(); \
-    template CXTString<T>& CXTString<T>::TrimSpace(TrimSides); \
-    template CXTString<T>& CXTString<T>::TrimCharacter(TrimSides, T); \
+#define TEV_INSTANTIATE(T)                                                                                             \
+    template int CXTString<T>::EditRuns(FindFunction, Run, Run, int, int, int);                                        \
+    template int CXTString<T>::InsertRun(int, Run);                                                                    \
+    template CXTString<T> CXTString<T>::Part(size_t, size_t) const;                                                    \
+    template int CXTString<T>::Compare(const T*) const noexcept;                                                       \
+    template int CXTString<T>::Compare(const CXTString<T>&) const noexcept;                                            \
+    template bool CXTString<T>::Equals(const CXTString<T>&) const noexcept;                                            \
+    template int CXTString<T>::CompareNoCase(const T*) const noexcept;                                                 \
+    template int CXTString<T>::Collate(const T*) const noexcept;                                                       \
+    template int CXTString<T>::CollateNoCase(const T*) const;                                                          \
+    template int CXTString<T>::Find(T, int) const noexcept;                                                            \
+    template int CXTString<T>::Find(const T*, int, bool) const;                                                        \
+    template int CXTString<T>::FindEndPos(const T*, int, bool) const;                                                  \
+    template int CXTString<T>::FindOneOf(const T*, int) const noexcept;                                                \
+    template int CXTString<T>::ReverseFind(T, int) const noexcept;                                                     \
+    template int CXTString<T>::ReverseFind(const T*, int) const noexcept;                                              \
+    template int CXTString<T>::Replace(T, T, int, int, int);                                                           \
+    template int CXTString<T>::Replace(const T*, const T*, int, int, int);                                             \
+    template int CXTString<T>::Remove(T, int);                                                                         \
+    template int CXTString<T>::Remove(const T*, bool, int);                                                            \
+    template int CXTString<T>::Insert(int, T);                                                                         \
+    template int CXTString<T>::Insert(int, const T*);                                                                  \
+    template int CXTString<T>::Delete(int, int);                                                                       \
+    template CXTString<T> CXTString<T>::Mid(int, int) const;                                                           \
+    template CXTString<T> CXTString<T>::Left(int) const;                                                               \
+    template CXTString<T> CXTString<T>::Right(int) const;                                                              \
+    template CXTString<T> CXTString<T>::SpanIncluding(const T*) const;                                                 \
+    template CXTString<T> CXTString<T>::SpanExcluding(const T*) const;                                                 \
+    template CXTString<T> CXTString<T>::Tokenize(const T*, int&) const;                                                \
+    template CXTString<T>& CXTString<T>::MakeUpper(int);                                                               \
+    template CXTString<T>& CXTString<T>::MakeLower(int);                                                               \
+    template CXTString<T>& CXTString<T>::MakeReverse();                                                                \
+    template CXTString<T>& CXTString<T>::TrimSpace(TrimSides);                                                         \
+    template CXTString<T>& CXTString<T>::TrimCharacter(TrimSides, T);                                                  \
     template CXTString<T>& CXTString<T>::TrimSet(TrimSides, const T*);
 
 TEV_INSTANTIATE(char)

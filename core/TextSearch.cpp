@@ -141,7 +141,7 @@ private:
     const bool m_asciiIsPlain = tev::LowerCase(T('I')) == T('i');
 };
 
-// How many leading characters are alike. Blocks are compared whole until one differs.
+// How many leading characters are alike: long runs by blocks, until one differs.
 template <class T>
 size_t CommonLength(const T* left, const T* right, size_t count) noexcept
 {
@@ -161,8 +161,8 @@ size_t tev::FindText(const T* text, size_t length, size_t start, const T* patter
     if (count == 0 || start >= length || count > length - start)
         return kNotFound;
     const size_t places = length - start - count + 1;
-    const size_t found = count == 1 ? FindCharacter(text + start, places, *pattern)
-                                    : FindRun(text + start, places, pattern, count);
+    const size_t found =
+        count == 1 ? FindCharacter(text + start, places, *pattern) : FindRun(text + start, places, pattern, count);
     return found == kNotFound ? kNotFound : start + found;
 }
 
@@ -199,11 +199,19 @@ size_t tev::FindTextBackwards(const T* text, size_t length, size_t start, const 
 template <class T>
 int tev::CompareText(const T* left, size_t leftLength, const T* right, size_t rightLength) noexcept
 {
-    using Unsigned = std::make_unsigned_t<T>;
     const size_t shorter = std::min(leftLength, rightLength);
-    const size_t common = CommonLength(left, right, shorter);
-    if (common < shorter)
-        return static_cast<Unsigned>(left[common]) < static_cast<Unsigned>(right[common]) ? -1 : 1;
+    if constexpr (sizeof(T) == 1)
+    {
+        if (const int order = shorter == 0 ? 0 : std::memcmp(left, right, shorter))
+            return Sign(order);
+    }
+    else
+    {
+        using Unsigned = std::make_unsigned_t<T>;
+        const size_t common = CommonLength(left, right, shorter);
+        if (common < shorter)
+            return static_cast<Unsigned>(left[common]) < static_cast<Unsigned>(right[common]) ? -1 : 1;
+    }
     return leftLength == rightLength ? 0 : leftLength < rightLength ? -1 : 1;
 }
 

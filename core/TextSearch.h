@@ -45,7 +45,8 @@ inline std::size_t FindCharacter(const wchar_t* text, std::size_t length, wchar_
 
 /// Position of the first match at `start` or later. An empty pattern and a start at the end match nothing.
 template <class T>
-std::size_t FindText(const T* text, std::size_t length, std::size_t start, const T* pattern, std::size_t count) noexcept;
+std::size_t FindText(const T* text, std::size_t length, std::size_t start, const T* pattern,
+                     std::size_t count) noexcept;
 
 /// As FindText, without regard to case as the C library's current locale maps it.
 template <class T>

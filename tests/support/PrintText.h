@@ -1,0 +1,20 @@
+#pragma once
+
+#include "core/CXTString.h"
+
+#include <gtest/gtest.h>
+
+#include <ostream>
+#include <string>
+
+// Lets a failed expectation show the text instead of its address.
+
+inline void PrintTo(const CXTString<char>& text, std::ostream* out)
+{
+    *out << testing::PrintToString(std::string(text.GetConstBuffer(), text.GetLength64()));
+}
+
+inline void PrintTo(const CXTString<wchar_t>& text, std::ostream* out)
+{
+    *out << testing::PrintToString(std::wstring(text.GetConstBuffer(), text.GetLength64()));
+}
