@@ -2,6 +2,8 @@
 
 // Every public header of the library. The build reads this list: what stands here is installed.
 
+#include "core/CExLCString.h"
+#include "core/CSwitchLocale.h"
 #include "core/CXArchiveException.h"
 #include "core/CXException.h"
 #include "core/CXFile.h"
