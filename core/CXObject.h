@@ -103,7 +103,8 @@ private:
 
 /// Goes once into the source of a class that is created by name and has a default constructor.
 #define X_IMPLEMENT_CLASS(Class, Base, schema)                                                                         \
-    X_IMPLEMENT_CLASS_RECORD(Class, Base, schema, ([]() -> CXObject* { return new Class; }))
+    X_IMPLEMENT_CLASS_RECORD(Class, Base, schema, /* NOLINTNEXTLINE(bugprone-macro-parentheses): a type takes none */  \
+                             ([]() -> CXObject* { return new Class; }))
 
 /// Goes once into the source of a class that is not created by name.
 #define X_IMPLEMENT_ABSTRACT_CLASS(Class, Base, schema) X_IMPLEMENT_CLASS_RECORD(Class, Base, schema, nullptr)
