@@ -89,6 +89,16 @@ bool Truncate(int descriptor, const char* path, FileAccess access)
     return (access == FileAccess::Read ? truncate(path, 0) : ftruncate(descriptor, 0)) == 0;
 }
 
+/// The system says of a descriptor that was opened for the other access what it says of one that is not open at all.
+/// After a failure: makes errno tell them apart.
+bool FailFor(int descriptor, int uselessAccess)
+{
+    const int error = errno;
+    const int flags = fcntl(descriptor, F_GETFL);
+    errno = flags >= 0 && (flags & O_ACCMODE) == uselessAccess ? EACCES : error;
+    return false;
+}
+
 FileHandle Refuse(int error)
 {
     errno = error;
@@ -124,15 +134,17 @@ public:
     bool Read(FileHandle file, void* buffer, std::size_t count, std::size_t& delivered) override
     {
         const int descriptor = DescriptorOf(file);
-        return ReadFully([descriptor](void* bytes, std::size_t size) { return read(descriptor, bytes, size); }, buffer,
-                         count, delivered);
+        const auto readOnce = [descriptor](void* bytes, std::size_t size) { return read(descriptor, bytes, size); };
+        return ReadFully(readOnce, buffer, count, delivered) || FailFor(descriptor, O_WRONLY);
     }
 
     bool Write(FileHandle file, const void* buffer, std::size_t count, std::size_t& written) override
     {
         const int descriptor = DescriptorOf(file);
-        return WriteFully([descriptor](const void* bytes, std::size_t size) { return write(descriptor, bytes, size); },
-                          buffer, count, written);
+        const auto writeOnce = [descriptor](const void* bytes, std::size_t size) {
+            return write(descriptor, bytes, size);
+        };
+        return WriteFully(writeOnce, buffer, count, written) || FailFor(descriptor, O_RDONLY);
     }
 
     bool Seek(FileHandle file, std::int64_t offset, SeekOrigin origin, std::uint64_t& position) override
@@ -163,10 +175,11 @@ public:
             errno = EFBIG;
             return false;
         }
-        while (ftruncate(DescriptorOf(file), static_cast<off_t>(length)) != 0)
+        const int descriptor = DescriptorOf(file);
+        while (ftruncate(descriptor, static_cast<off_t>(length)) != 0)
         {
             if (errno != EINTR)
-                return false;
+                return FailFor(descriptor, O_RDONLY);
         }
         return true;
     }

@@ -1,0 +1,98 @@
+#pragma once
+
+#include "platform/FileSystem.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstddef>
+#include <cstdint>
+#include <limits>
+
+namespace tev::test
+{
+
+/// Stands in for the process's file system while it lives and passes everything on to the one before, except what it is
+/// told to spoil. One thread at a time.
+class FailingFileSystem final : public platform::FileSystem
+{
+public:
+    FailingFileSystem() : m_real(platform::ReplaceFileSystem(this)) {}
+    ~FailingFileSystem() { platform::ReplaceFileSystem(m_real); }
+    FailingFileSystem(const FailingFileSystem&) = delete;
+    FailingFileSystem& operator=(const FailingFileSystem&) = delete;
+
+    /// The n-th operation from now on, from 1, fails with `error`, once. A close that fails closes all the same.
+    void FailAt(unsigned n, int error)
+    {
+        m_untilFailure = n;
+        m_error = error;
+    }
+    /// The disk has room for this many more bytes; a write that does not fit writes a part and fails with ENOSPC.
+    void LimitSpace(std::uint64_t bytes) { m_space = bytes; }
+    /// No read or write moves more than this at once, without an error.
+    void LimitTransfer(std::size_t bytes) { m_transfer = bytes; }
+    unsigned OperationCount() const { return m_operations; }
+
+    platform::FileHandle Open(const wchar_t* path, const platform::FileOpenMode& mode) override
+    {
+        return Spoils() ? nullptr : m_real->Open(path, mode);
+    }
+    bool Read(platform::FileHandle file, void* buffer, std::size_t count, std::size_t& delivered) override
+    {
+        delivered = 0;
+        return !Spoils() && m_real->Read(file, buffer, std::min(count, m_transfer), delivered);
+    }
+    bool Write(platform::FileHandle file, const void* buffer, std::size_t count, std::size_t& written) override
+    {
+        written = 0;
+        if (Spoils())
+            return false;
+        const auto fitting = static_cast<std::size_t>(std::min<std::uint64_t>(count, m_space));
+        const bool done = m_real->Write(file, buffer, std::min(fitting, m_transfer), written);
+        m_space -= written;
+        if (!done || fitting == count)
+            return done;
+        errno = ENOSPC;
+        return false;
+    }
+    bool Seek(platform::FileHandle file, std::int64_t offset, platform::SeekOrigin origin,
+              std::uint64_t& position) override
+    {
+        return !Spoils() && m_real->Seek(file, offset, origin, position);
+    }
+    bool GetLength(platform::FileHandle file, std::uint64_t& length) override
+    {
+        return !Spoils() && m_real->GetLength(file, length);
+    }
+    bool SetLength(platform::FileHandle file, std::uint64_t length) override
+    {
+        return !Spoils() && m_real->SetLength(file, length);
+    }
+    bool Sync(platform::FileHandle file) override { return !Spoils() && m_real->Sync(file); }
+    bool Close(platform::FileHandle file) override
+    {
+        const bool spoilt = Spoils();
+        const bool closed = m_real->Close(file);
+        errno = spoilt ? m_error : errno;
+        return closed && !spoilt;
+    }
+
+private:
+    bool Spoils()
+    {
+        ++m_operations;
+        if (m_untilFailure == 0 || --m_untilFailure != 0)
+            return false;
+        errno = m_error;
+        return true;
+    }
+
+    platform::FileSystem* m_real;
+    unsigned m_operations = 0;
+    unsigned m_untilFailure = 0; ///< 0: none is planned
+    int m_error = 0;
+    std::uint64_t m_space = std::numeric_limits<std::uint64_t>::max();
+    std::size_t m_transfer = std::numeric_limits<std::size_t>::max();
+};
+
+} // namespace tev::test
