@@ -17,3 +17,4 @@
 #include "core/TextEncoding.h"
 #include "core/ThreadException.h"
 #include "core/XCA2W.h"
+#include "ui/Language.h"

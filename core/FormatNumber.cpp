@@ -1,0 +1,408 @@
+#include "core/FormatNumber.h"
+
+#include "platform/NumericLocale.h"
+
+#include <cfenv>
+#include <charconv>
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <cwchar>
+#include <limits>
+#include <memory>
+
+using namespace tev;
+
+namespace
+{
+// A number's text in the order in which it is printed.
+struct NumberText
+{
+    char prefix[3] = {}; // sign and base
+    size_t prefixLength = 0;
+    size_t leadingZeros = 0;
+    const char* digits = nullptr;
+    size_t digitCount = 0;
+    size_t trailingZeros = 0;
+    const char* exponent = nullptr;
+    size_t exponentLength = 0;
+
+    void AddPrefix(char character) noexcept { prefix[prefixLength++] = character; }
+};
+
+// Writes the number with these digits instead of its own.
+template <class T, class Digit>
+bool WriteNumber(FormatOutput<T>& output, const FormatSpec& spec, const NumberText& text, const Digit* digits,
+                 size_t digitCount, bool zeroFill)
+{
+    const size_t length = text.prefixLength + text.leadingZeros + digitCount + text.trailingZeros + text.exponentLength;
+    const auto width = static_cast<size_t>(spec.width);
+    const size_t fill = width > length ? width - length : 0;
+    const bool fillWithZeros = zeroFill && spec.zero && !spec.left;
+    T* at = output.Extend(length + fill);
+    if (at == nullptr)
+        return false;
+    if (!spec.left && !fillWithZeros)
+        at = std::fill_n(at, fill, T(' '));
+    at = std::copy_n(text.prefix, text.prefixLength, at);
+    at = std::fill_n(at, text.leadingZeros + (fillWithZeros ? fill : 0), T('0'));
+    at = std::copy_n(digits, digitCount, at);
+    at = std::fill_n(at, text.trailingZeros, T('0'));
+    at = std::copy_n(text.exponent, text.exponentLength, at);
+    if (spec.left)
+        std::fill_n(at, fill, T(' '));
+    return true;
+}
+
+template <class T>
+bool WriteNumber(FormatOutput<T>& output, const FormatSpec& spec, const NumberText& text, bool zeroFill)
+{
+    return WriteNumber(output, spec, text, text.digits, text.digitCount, zeroFill);
+}
+
+void AddSign(NumberText& text, const FormatSpec& spec, bool negative) noexcept
+{
+    if (negative)
+        text.AddPrefix('-');
+    else if (spec.plus)
+        text.AddPrefix('+');
+    else if (spec.space)
+        text.AddPrefix(' ');
+}
+
+constexpr char kDigitPairs[] = "00010203040506070809101112131415161718192021222324"
+                               "25262728293031323334353637383940414243444546474849"
+                               "50515253545556575859606162636465666768697071727374"
+                               "75767778798081828384858687888990919293949596979899";
+
+// The digits of a number end at `end`; returns where they begin. 0 has none.
+char* WriteDecimal(unsigned long long value, char* end) noexcept
+{
+    while (value >= 100)
+    {
+        const char* pair = kDigitPairs + value % 100 * 2;
+        value /= 100;
+        *--end = pair[1];
+        *--end = pair[0];
+    }
+    if (value >= 10)
+    {
+        const char* pair = kDigitPairs + value * 2;
+        *--end = pair[1];
+        *--end = pair[0];
+    }
+    else if (value > 0)
+    {
+        *--end = static_cast<char>('0' + value);
+    }
+    return end;
+}
+
+char* WritePowerOfTwo(unsigned long long value, unsigned bits, const char* digits, char* end) noexcept
+{
+    const unsigned mask = (1u << bits) - 1;
+    for (; value != 0; value >>= bits)
+        *--end = digits[value & mask];
+    return end;
+}
+
+constexpr size_t kMaximumDigits = 22; // 64 bits in octal
+
+// The number of digits that the conversion asks for at least.
+size_t WantedDigits(const FormatSpec& spec) noexcept
+{
+    return spec.precision == FormatSpec::kNoPrecision ? 1 : static_cast<size_t>(spec.precision);
+}
+
+template <class T>
+bool WriteMagnitude(FormatOutput<T>& output, const FormatSpec& spec, NumberText& text, unsigned long long value)
+{
+    char buffer[kMaximumDigits];
+    char* end = buffer + kMaximumDigits;
+    switch (spec.letter)
+    {
+    case 'x':
+    case 'p':
+        text.digits = WritePowerOfTwo(value, 4, "0123456789abcdef", end);
+        break;
+    case 'X':
+        text.digits = WritePowerOfTwo(value, 4, "0123456789ABCDEF", end);
+        break;
+    case 'o':
+        text.digits = WritePowerOfTwo(value, 3, "01234567", end);
+        break;
+    default:
+        text.digits = WriteDecimal(value, end);
+        break;
+    }
+    text.digitCount = static_cast<size_t>(end - text.digits);
+    size_t wanted = WantedDigits(spec);
+    if (spec.alternate && spec.letter == 'o')
+        wanted = std::max(wanted, text.digitCount + 1);
+    text.leadingZeros = wanted > text.digitCount ? wanted - text.digitCount : 0;
+    return WriteNumber(output, spec, text, spec.precision == FormatSpec::kNoPrecision);
+}
+
+// The value as an integer of so many bytes.
+long long SignedValue(long long value, int size) noexcept
+{
+    switch (size)
+    {
+    case 1:
+        return static_cast<std::int8_t>(value);
+    case 2:
+        return static_cast<std::int16_t>(value);
+    case 4:
+        return static_cast<std::int32_t>(value);
+    default:
+        return value;
+    }
+}
+
+unsigned long long UnsignedValue(long long value, int size) noexcept
+{
+    const auto bits = static_cast<unsigned long long>(value);
+    return size >= 8 ? bits : bits & ((1ull << (8 * size)) - 1);
+}
+
+// Writes what the C library printed: its separators and its decimal point are in the encoding of the locale, which narrow
+// text takes as it is.
+bool WritePrinted(FormatOutput<char>& output, const FormatSpec& spec, const NumberText& text)
+{
+    return WriteNumber(output, spec, text, true);
+}
+
+bool WritePrinted(FormatOutput<wchar_t>& output, const FormatSpec& spec, const NumberText& text)
+{
+    const std::unique_ptr<wchar_t[]> digits(new wchar_t[text.digitCount]);
+    size_t count = 0;
+    std::mbstate_t state{};
+    for (size_t at = 0; at < text.digitCount; ++count)
+    {
+        const size_t left = text.digitCount - at;
+        const size_t length = std::mbrtowc(&digits[count], text.digits + at, left, &state);
+        if (length == 0 || length > left)
+            return false;
+        at += length;
+    }
+    return WriteNumber(output, spec, text, digits.get(), count, true);
+}
+
+// A decimal integer with the separators of the locale.
+template <class T>
+bool WriteGrouped(FormatOutput<T>& output, const FormatSpec& spec, NumberText& text, unsigned long long value)
+{
+    char printed[kMaximumDigits * (1 + MB_LEN_MAX)];
+    // Not a constant, because the flag is of the system's C library and not of the language's.
+    char format[] = "%'llu";
+    const int length = std::snprintf(printed, sizeof printed, format, value);
+    if (length < 0 || static_cast<size_t>(length) >= sizeof printed)
+        return false;
+    text.digits = printed;
+    text.digitCount = static_cast<size_t>(length);
+    const auto digits = static_cast<size_t>(std::count_if(printed, printed + length, IsDigit<char>));
+    text.leadingZeros = WantedDigits(spec) > digits ? WantedDigits(spec) - digits : 0;
+    return WritePrinted(output, spec, text);
+}
+
+bool IsUpperCase(char conversion) noexcept
+{
+    return conversion >= 'A' && conversion <= 'Z';
+}
+
+// The letter of the conversion in lower case.
+char Style(const FormatSpec& spec) noexcept
+{
+    return IsUpperCase(spec.letter) ? static_cast<char>(spec.letter - 'A' + 'a') : spec.letter;
+}
+
+char ExponentMark(const FormatSpec& spec) noexcept
+{
+    const char mark = Style(spec) == 'a' ? 'p' : 'e';
+    return IsUpperCase(spec.letter) ? static_cast<char>(mark - 'a' + 'A') : mark;
+}
+
+// Takes a printed number apart. The sign is in the prefix already.
+void Split(NumberText& text, const FormatSpec& spec, const char* printed, const char* end) noexcept
+{
+    if (*printed == '-')
+        ++printed;
+    if (Style(spec) == 'a')
+    {
+        text.AddPrefix(printed[0]);
+        text.AddPrefix(printed[1]);
+        printed += 2;
+    }
+    const char* exponent = Style(spec) == 'f' ? end : std::find(printed, end, ExponentMark(spec));
+    text.digits = printed;
+    text.digitCount = static_cast<size_t>(exponent - printed);
+    text.exponent = exponent;
+    text.exponentLength = static_cast<size_t>(end - exponent);
+}
+
+constexpr int kDefaultPrecision = 6;
+
+// Digits behind the decimal point after which a number of this type has only zeros, in every conversion.
+template <class Value>
+constexpr int kExactDigits = std::numeric_limits<Value>::digits - std::numeric_limits<Value>::min_exponent;
+
+// The digits to compute; the zeros behind them are put in without computing them.
+template <class Value>
+int PrepareZeros(NumberText& text, const FormatSpec& spec) noexcept
+{
+    const bool zerosStay = Style(spec) != 'g' || spec.alternate;
+    if (spec.precision > kExactDigits<Value> && zerosStay)
+        text.trailingZeros = static_cast<size_t>(spec.precision - kExactDigits<Value>);
+    if (spec.precision == FormatSpec::kNoPrecision)
+        return Style(spec) == 'a' ? FormatSpec::kNoPrecision : kDefaultPrecision;
+    return std::min(spec.precision, kExactDigits<Value>);
+}
+
+template <class T, class Value>
+bool WriteByLibrary(FormatOutput<T>& output, const FormatSpec& spec, NumberText& text, Value value, int precision)
+{
+    char format[8];
+    char* at = format;
+    *at++ = '%';
+    if (spec.grouped)
+        *at++ = '\'';
+    if (spec.alternate)
+        *at++ = '#';
+    *at++ = '.';
+    *at++ = '*';
+    if (std::is_same_v<Value, long double>)
+        *at++ = 'L';
+    *at++ = spec.letter;
+    *at = 0;
+
+    constexpr double kDigitsOfBit = 0.30103;
+    constexpr size_t kSignsAndExponent = 64;
+    constexpr size_t kSeparatorBytes = 8;
+    const bool longest = Style(spec) == 'f' && std::fabs(value) >= 1;
+    size_t capacity = longest ? static_cast<size_t>(std::ilogb(value) * kDigitsOfBit) + 1 : 0;
+    capacity += static_cast<size_t>(std::max(precision, 0));
+    capacity = capacity * (spec.grouped ? kSeparatorBytes : 1) + kSignsAndExponent;
+
+    constexpr size_t kOnStack = 512;
+    char first[kOnStack];
+    std::unique_ptr<char[]> more;
+    if (capacity > kOnStack)
+        more.reset(new char[capacity]);
+    char* printed = more ? more.get() : first;
+    const int length = std::snprintf(printed, std::max(capacity, kOnStack), format, precision, value);
+    if (length < 0 || static_cast<size_t>(length) >= std::max(capacity, kOnStack))
+        return false;
+    Split(text, spec, printed, printed + length);
+    return WritePrinted(output, spec, text);
+}
+
+// Whether the standard library's conversion, which knows neither locale nor rounding mode, prints what the C library does.
+bool IsPlain(const FormatSpec& spec, const char* decimalPoint) noexcept
+{
+    const bool onePoint = decimalPoint[0] > 0 && decimalPoint[1] == 0;
+    return onePoint && !spec.alternate && !spec.grouped && Style(spec) != 'a' && std::fegetround() == FE_TONEAREST;
+}
+
+template <class T>
+bool WritePlain(FormatOutput<T>& output, const FormatSpec& spec, NumberText& text, double value, int precision,
+                char decimalPoint)
+{
+    const char style = Style(spec);
+    const auto format = style == 'f'   ? std::chars_format::fixed
+                        : style == 'e' ? std::chars_format::scientific
+                                       : std::chars_format::general;
+    char printed[kExactDigits<double> + std::numeric_limits<double>::max_exponent10 + 16];
+    char* const end = std::to_chars(printed, printed + sizeof printed, value, format, precision).ptr;
+    if (decimalPoint != '.')
+        std::replace(printed, end, '.', decimalPoint);
+    if (IsUpperCase(spec.letter))
+        std::replace(printed, end, 'e', 'E');
+    Split(text, spec, printed, end);
+    return WriteNumber(output, spec, text, true);
+}
+
+template <class T, class Value>
+bool WriteAnyFloat(FormatOutput<T>& output, const FormatSpec& spec, Value value)
+{
+    NumberText text;
+    AddSign(text, spec, std::signbit(value));
+    if (!std::isfinite(value))
+    {
+        const bool upper = IsUpperCase(spec.letter);
+        text.digits = std::isnan(value) ? (upper ? "NAN" : "nan") : (upper ? "INF" : "inf");
+        text.digitCount = 3;
+        return WriteNumber(output, spec, text, false);
+    }
+    const int precision = PrepareZeros<Value>(text, spec);
+    if constexpr (std::is_same_v<Value, double>)
+    {
+        const char* decimalPoint = platform::DecimalPoint();
+        if (IsPlain(spec, decimalPoint))
+            return WritePlain(output, spec, text, value, precision, *decimalPoint);
+    }
+    return WriteByLibrary(output, spec, text, value, precision);
+}
+} // namespace
+
+template <class T>
+bool tev::WriteInteger(FormatOutput<T>& output, const FormatSpec& spec, long long value)
+{
+    const int size = IntegerSize(spec.modifier);
+    const bool isSigned = spec.letter == 'd' || spec.letter == 'i';
+    NumberText text;
+    unsigned long long magnitude = UnsignedValue(value, size);
+    if (isSigned)
+    {
+        const long long number = SignedValue(value, size);
+        AddSign(text, spec, number < 0);
+        magnitude = number < 0 ? 0 - static_cast<unsigned long long>(number) : static_cast<unsigned long long>(number);
+    }
+    const bool isDecimal = isSigned || spec.letter == 'u';
+    if (spec.grouped && isDecimal && magnitude != 0)
+        return WriteGrouped(output, spec, text, magnitude);
+    const bool isHexadecimal = spec.letter == 'x' || spec.letter == 'X';
+    if (isHexadecimal && spec.alternate && magnitude != 0)
+    {
+        text.AddPrefix('0');
+        text.AddPrefix(spec.letter);
+    }
+    return WriteMagnitude(output, spec, text, magnitude);
+}
+
+template <class T>
+bool tev::WritePointer(FormatOutput<T>& output, const FormatSpec& spec, const void* value)
+{
+    NumberText text;
+    if (value == nullptr)
+    {
+        static constexpr char kNull[] = "(nil)";
+        text.digits = kNull;
+        text.digitCount = sizeof(kNull) - 1;
+        return WriteNumber(output, spec, text, false);
+    }
+    AddSign(text, spec, false);
+    text.AddPrefix('0');
+    text.AddPrefix('x');
+    return WriteMagnitude(output, spec, text, reinterpret_cast<std::uintptr_t>(value));
+}
+
+template <class T>
+bool tev::WriteFloat(FormatOutput<T>& output, const FormatSpec& spec, double value)
+{
+    return WriteAnyFloat(output, spec, value);
+}
+
+template <class T>
+bool tev::WriteFloat(FormatOutput<T>& output, const FormatSpec& spec, long double value)
+{
+    return WriteAnyFloat(output, spec, value);
+}
+
+template bool tev::WriteInteger(FormatOutput<char>&, const FormatSpec&, long long);
+template bool tev::WriteInteger(FormatOutput<wchar_t>&, const FormatSpec&, long long);
+template bool tev::WritePointer(FormatOutput<char>&, const FormatSpec&, const void*);
+template bool tev::WritePointer(FormatOutput<wchar_t>&, const FormatSpec&, const void*);
+template bool tev::WriteFloat(FormatOutput<char>&, const FormatSpec&, double);
+template bool tev::WriteFloat(FormatOutput<wchar_t>&, const FormatSpec&, double);
+template bool tev::WriteFloat(FormatOutput<char>&, const FormatSpec&, long double);
+template bool tev::WriteFloat(FormatOutput<wchar_t>&, const FormatSpec&, long double);
