@@ -261,7 +261,7 @@ unsigned char* CXMemFile::Resize(unsigned __int64 capacity)
         return block;
     }
     unsigned char* const block = Alloc(capacity);
-    if (block != nullptr && m_capacity != 0)
+    if (block != nullptr && m_buffer != nullptr)
         Memcpy(block, m_buffer, m_capacity);
     return block;
 }

@@ -3,7 +3,7 @@
 #include "core/Utf.h"
 
 // UTF-8 to wide text 32 bytes at a time, for processors that have AVX2. Elsewhere nothing here is available, and the plain
-// loops of Utf.cpp do all of the work.
+// loops of UtfConversion.cpp do all of the work.
 
 #if defined(__x86_64__) && defined(__GNUC__)
 #define TEV_UTF_AVX2 1

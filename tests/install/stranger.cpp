@@ -1,9 +1,20 @@
-#include "core/InvalidParameter.h"
+#include "core/CXException.h"
+
 #include <TevTools.h>
 
 // Uses the library as a program outside this tree does: through the installed headers and exported symbols alone.
 int main()
 {
-    char copy[6];
-    return XStrCopy(copy, sizeof copy, "parts") == 0 && copy[4] == 's' ? 0 : 1;
+    CXTString<wchar_t> text;
+    text.Format(L"%d parts", 12);
+    try
+    {
+        CXFileException::Throw(fileNotFound, text);
+    }
+    catch (CXException* e)
+    {
+        const bool caught = e->IsKindOf(CXFileException::GetThisRuntimeClassDescriptor());
+        e->Delete();
+        return caught && text == L"12 parts" ? 0 : 1;
+    }
 }

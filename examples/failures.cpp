@@ -1,0 +1,31 @@
+// How failures reach a program: as pointers to exceptions, which the catcher owns.
+
+#include "core/CXFile.h"
+#include "core/CXFileException.h"
+
+#include <cstdio>
+
+int main()
+{
+    try
+    {
+        CXFile file(L"no/such/file.obj", CXFile::modeRead);
+        return 1;
+    }
+    catch (CXFileException* e)
+    {
+        const bool missing = e->GetCause() == fileNotFound || e->GetCause() == fileBadPath;
+        std::printf("cause %u: %s\n", static_cast<unsigned>(e->GetCause()),
+                    CXTString<char>(e->GetFileName()).GetConstBuffer());
+        e->Delete();
+        if (!missing)
+            return 1;
+    }
+
+    // Open never throws: it answers false and says why.
+    CXFile file;
+    CXFileException error;
+    if (file.Open(L"no/such/file.obj", CXFile::modeRead, &error))
+        return 1;
+    return error.GetCause() == fileNone ? 1 : 0;
+}
