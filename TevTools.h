@@ -3,6 +3,7 @@
 // Every public header of the library. The build reads this list: what stands here is installed.
 
 #include "core/CExLCString.h"
+#include "core/CStdioFileEx.h"
 #include "core/CSwitchLocale.h"
 #include "core/CXArchiveException.h"
 #include "core/CXException.h"
@@ -11,6 +12,7 @@
 #include "core/CXInternetException.h"
 #include "core/CXMemFile.h"
 #include "core/CXObject.h"
+#include "core/CXStdioFile.h"
 #include "core/CXTString.h"
 #include "core/InvalidParameter.h"
 #include "core/TevTypes.h"

@@ -1,0 +1,36 @@
+#pragma once
+
+// Looking for line ends in the bytes of a text whose units have one byte (any 8-bit encoding) or two (UTF-16).
+
+#include "core/TextEncoding.h"
+
+#include <cstddef>
+
+namespace tev
+{
+constexpr bool IsUtf16(xStringEncoding encoding) noexcept
+{
+    return encoding == xEncodingUtf16 || encoding == xEncodingUtf16BE;
+}
+
+/// Bytes of one unit of the encoding.
+constexpr std::size_t UnitSize(xStringEncoding encoding) noexcept
+{
+    return IsUtf16(encoding) ? 2 : 1;
+}
+
+/// Whether the unit at `unit` is the ASCII character.
+inline bool IsUnit(const char* unit, xStringEncoding encoding, char character) noexcept
+{
+    if (!IsUtf16(encoding))
+        return *unit == character;
+    const int low = encoding == xEncodingUtf16 ? 0 : 1;
+    return unit[low] == character && unit[1 - low] == 0;
+}
+
+/// Offset of the first LF unit, tev::kNotFound when there is none. `size` is a multiple of the unit's size.
+std::size_t FindLineFeed(const char* bytes, std::size_t size, xStringEncoding encoding) noexcept;
+
+/// Offset of the first CR or LF unit, tev::kNotFound when there is none. `size` is a multiple of the unit's size.
+std::size_t FindLineBreak(const char* bytes, std::size_t size, xStringEncoding encoding) noexcept;
+} // namespace tev
