@@ -34,14 +34,14 @@ unsigned NamedCodePage(unsigned codePage)
 
 void DecodeUtf8(const char* bytes, size_t size, CXTString<wchar_t>& text)
 {
-    const tev::Utf8Measure measure = tev::MeasureUtf8(bytes, size);
+    const tev::TextMeasure measure = tev::MeasureUtf8(bytes, size);
     tev::Utf8ToWide(bytes, size, measure, text.GetBufferSetLength64(measure.m_length));
 }
 
 void EncodeUtf8(const wchar_t* text, size_t length, CXTString<char>& bytes)
 {
-    const size_t size = tev::MeasureWideAsUtf8(text, length);
-    tev::WideToUtf8(text, length, bytes.GetBufferSetLength64(size), size);
+    const tev::TextMeasure measure = tev::MeasureWide(text, length);
+    tev::WideToUtf8(text, length, measure, bytes.GetBufferSetLength64(measure.m_length));
 }
 
 template <class Form, class Reader>

@@ -71,60 +71,68 @@ public:
     bool HasFault() const noexcept { return m_fault; }
     char32_t Next() noexcept
     {
-        const unsigned char* bytes = m_next;
-        const size_t left = static_cast<size_t>(m_end - bytes);
+        if (*m_next < 0x80)
+            return *m_next++;
+        const Sequence sequence = ReadSequence(m_next, m_end);
+        m_next += sequence.m_size;
+        m_fault = m_fault || sequence.m_fault;
+        return sequence.m_codePoint;
+    }
+
+private:
+    struct Sequence
+    {
+        char32_t m_codePoint;
+        uint16_t m_size;
+        bool m_fault;
+    };
+
+    static constexpr bool IsContinuation(unsigned char byte) noexcept { return (byte & 0xC0) == 0x80; }
+
+    static Sequence ReadSequence(const unsigned char* bytes, const unsigned char* end) noexcept
+    {
+        const size_t left = static_cast<size_t>(end - bytes);
         const char32_t lead = bytes[0];
-        if (lead < 0x80)
+        if (lead < 0xE0)
         {
-            m_next += 1;
-            return lead;
+            if (lead >= 0xC2 && left >= 2 && IsContinuation(bytes[1]))
+                return {(lead & 0x1F) << 6 | (bytes[1] & 0x3Fu), 2, false};
         }
-        if (lead < 0xE0 && lead >= 0xC2 && left >= 2 && IsContinuation(bytes[1]))
+        else if (lead < 0xF0)
         {
-            m_next += 2;
-            return (lead & 0x1F) << 6 | (bytes[1] & 0x3Fu);
-        }
-        if (lead >= 0xE0 && lead < 0xF0 && left >= 3 && IsContinuation(bytes[1]) && IsContinuation(bytes[2]))
-        {
-            const char32_t c = (lead & 0x0F) << 12 | (bytes[1] & 0x3Fu) << 6 | (bytes[2] & 0x3Fu);
-            if (c >= 0x800 && !IsSurrogate(c))
+            if (left >= 3 && IsContinuation(bytes[1]) && IsContinuation(bytes[2]))
             {
-                m_next += 3;
-                return c;
+                const char32_t c = (lead & 0x0F) << 12 | (bytes[1] & 0x3Fu) << 6 | (bytes[2] & 0x3Fu);
+                if (c >= 0x800 && !IsSurrogate(c))
+                    return {c, 3, false};
             }
         }
-        else if (lead >= 0xF0 && left >= 4 && IsContinuation(bytes[1]) && IsContinuation(bytes[2]) &&
-                 IsContinuation(bytes[3]))
+        else if (left >= 4 && IsContinuation(bytes[1]) && IsContinuation(bytes[2]) && IsContinuation(bytes[3]))
         {
             const char32_t c =
                 (lead & 0x0F) << 18 | (bytes[1] & 0x3Fu) << 12 | (bytes[2] & 0x3Fu) << 6 | (bytes[3] & 0x3Fu);
             if (c >= 0x10000 && c <= kMaxCodePoint)
-            {
-                m_next += 4;
-                return c;
-            }
+                return {c, 4, false};
         }
-        SkipSubpart();
-        return kReplacement;
+        return {kReplacement, SubpartSize(bytes, left), true};
     }
 
-private:
-    static constexpr bool IsContinuation(unsigned char byte) noexcept { return (byte & 0xC0) == 0x80; }
-    void SkipSubpart() noexcept
+    static uint16_t SubpartSize(const unsigned char* bytes, size_t left) noexcept
     {
-        m_fault = true;
-        const unsigned char lead = *m_next++;
+        const unsigned char lead = bytes[0];
         if (lead < 0xC2 || lead > 0xF4)
-            return;
+            return 1;
         // Only the byte after the lead has narrower bounds: no overlong forms, no surrogates, no more than U+10FFFF.
         unsigned char lowest = lead == 0xE0 ? 0xA0 : lead == 0xF0 ? 0x90 : 0x80;
         unsigned char highest = lead == 0xED ? 0x9F : lead == 0xF4 ? 0x8F : 0xBF;
-        while (m_next != m_end && *m_next >= lowest && *m_next <= highest)
+        uint16_t size = 1;
+        while (size < left && bytes[size] >= lowest && bytes[size] <= highest)
         {
-            ++m_next;
+            ++size;
             lowest = 0x80;
             highest = 0xBF;
         }
+        return size;
     }
 
     bool m_fault = false;
@@ -309,18 +317,18 @@ typename Form::Unit* Write(Reader reader, typename Form::Unit* out) noexcept
     return out;
 }
 
-/// What a piece of UTF-8 becomes as wide text.
-struct Utf8Measure
+/// What a text becomes in another form.
+struct TextMeasure
 {
-    size_t m_length; ///< wide characters
-    bool m_valid;    ///< every byte belongs to a character
+    size_t m_length; ///< units of the other form
+    bool m_valid;    ///< it is known that nothing in the text has to be replaced
 };
 
-[[nodiscard]] Utf8Measure MeasureUtf8(const char* text, size_t size) noexcept;
+[[nodiscard]] TextMeasure MeasureUtf8(const char* text, size_t size) noexcept;
 /// Writes exactly the measured length.
-void Utf8ToWide(const char* text, size_t size, Utf8Measure measure, wchar_t* wide) noexcept;
+void Utf8ToWide(const char* text, size_t size, TextMeasure measure, wchar_t* wide) noexcept;
 
-[[nodiscard]] size_t MeasureWideAsUtf8(const wchar_t* wide, size_t length) noexcept;
-/// Writes exactly `size` bytes, the measured size.
-void WideToUtf8(const wchar_t* wide, size_t length, char* text, size_t size) noexcept;
+[[nodiscard]] TextMeasure MeasureWide(const wchar_t* wide, size_t length) noexcept;
+/// Writes exactly the measured length.
+void WideToUtf8(const wchar_t* wide, size_t length, TextMeasure measure, char* text) noexcept;
 } // namespace tev

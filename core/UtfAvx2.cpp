@@ -26,6 +26,12 @@
 // three allow is there. The bit for "two continuation bytes" is no fault where the third or fourth byte of a character must
 // stand, which is known from the bytes two and three places before: there the bit must be set, elsewhere it must not.
 
+// Encoding, eight characters at a time.
+//
+// The six-bit groups of each character are spread over the bytes of its lane, the last byte lowest, and the markers added
+// that follow from its length. The lengths of four characters, two bits each, choose one of 256 shuffles, which turns the
+// bytes of each lane round and closes the gaps.
+
 namespace tev::avx2
 {
 namespace
@@ -33,6 +39,7 @@ namespace
 constexpr size_t kBlock = 64;
 constexpr size_t kRun = 8;   // bytes whose starts choose one shuffle
 constexpr size_t kLanes = 8; // characters stored at a time
+constexpr ptrdiff_t kMostBytes = 4 * kLanes;
 
 struct alignas(32) Shuffle
 {
@@ -59,6 +66,38 @@ constexpr std::array<Shuffle, 256> MakeShuffles()
 
 alignas(64) constexpr std::array<Shuffle, 256> kShuffles = MakeShuffles();
 
+/// How the bytes of four characters move together, by their lengths: bit i of the number is the lower bit, bit 4 + i the
+/// upper bit of the length of character i less one.
+struct alignas(16) Packing
+{
+    unsigned char m_source[16];
+};
+
+struct Packings
+{
+    std::array<Packing, 256> m_shuffles;
+    std::array<unsigned char, 256> m_sizes;
+};
+
+constexpr Packings MakePackings()
+{
+    Packings packings{};
+    for (size_t lengths = 0; lengths < packings.m_sizes.size(); ++lengths)
+    {
+        size_t size = 0;
+        for (size_t lane = 0; lane < 4; ++lane)
+        {
+            const size_t last = (lengths >> lane & 1) + 2 * (lengths >> (4 + lane) & 1);
+            for (size_t i = 0; i <= last; ++i)
+                packings.m_shuffles[lengths].m_source[size++] = static_cast<unsigned char>(lane * 4 + last - i);
+        }
+        packings.m_sizes[lengths] = static_cast<unsigned char>(size);
+    }
+    return packings;
+}
+
+alignas(64) constexpr Packings kPackings = MakePackings();
+
 /// The same sixteen bytes in both halves, for lookups by a half-byte.
 TEV_TARGET_AVX2 inline __m256i Table(char v0, char v1, char v2, char v3, char v4, char v5, char v6, char v7, char v8,
                                      char v9, char vA, char vB, char vC, char vD, char vE, char vF)
@@ -67,9 +106,19 @@ TEV_TARGET_AVX2 inline __m256i Table(char v0, char v1, char v2, char v3, char v4
                             v7, v8, v9, vA, vB, vC, vD, vE, vF);
 }
 
-TEV_TARGET_AVX2 inline __m256i Load(const char* bytes)
+TEV_TARGET_AVX2 inline __m256i Load(const void* source)
 {
-    return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(bytes));
+    return _mm256_loadu_si256(static_cast<const __m256i*>(source));
+}
+
+TEV_TARGET_AVX2 inline void Store(void* target, __m256i value)
+{
+    _mm256_storeu_si256(static_cast<__m256i*>(target), value);
+}
+
+TEV_TARGET_AVX2 inline __m256i Masked(__m256i lanes, unsigned mask)
+{
+    return _mm256_and_si256(lanes, _mm256_set1_epi32(static_cast<int>(mask)));
 }
 
 TEV_TARGET_AVX2 inline bool IsAscii(__m256i bytes)
@@ -81,6 +130,12 @@ TEV_TARGET_AVX2 inline bool IsAscii(__m256i bytes)
 TEV_TARGET_AVX2 inline unsigned Starts(__m256i bytes)
 {
     return static_cast<unsigned>(_mm256_movemask_epi8(_mm256_cmpgt_epi8(bytes, _mm256_set1_epi8(-65))));
+}
+
+/// The same for a block of twice that size.
+TEV_TARGET_AVX2 inline unsigned long long BlockStarts(__m256i lower, __m256i upper)
+{
+    return Starts(lower) | static_cast<unsigned long long>(Starts(upper)) << 32;
 }
 
 /// The bytes of the block moved up by `distance` places, with the last ones of the block before in front.
@@ -136,8 +191,7 @@ TEV_TARGET_AVX2 inline __m256i Faults(__m256i block, __m256i previous)
 TEV_TARGET_AVX2 inline void WidenAscii(const char* text, wchar_t* wide)
 {
     for (size_t i = 0; i < kBlock; i += kLanes)
-        _mm256_storeu_si256(reinterpret_cast<__m256i*>(wide + i),
-                            _mm256_cvtepu8_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(text + i))));
+        Store(wide + i, _mm256_cvtepu8_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(text + i))));
 }
 
 /// Eight lanes of code points: those that start in the eight bytes at `text`, and then nothing of meaning.
@@ -151,7 +205,7 @@ TEV_TARGET_AVX2 inline __m256i DecodeRun(const char* text, unsigned starts)
     const __m256i shuffle = _mm256_load_si256(reinterpret_cast<const __m256i*>(kShuffles[starts].m_source));
     const __m256i lanes = _mm256_shuffle_epi8(turned, shuffle);
 
-    const __m256i payload = _mm256_and_si256(lanes, _mm256_set1_epi32(static_cast<int>(0xFF3F3F3F)));
+    const __m256i payload = Masked(lanes, 0xFF3F3F3F);
     const __m256i halves = _mm256_maddubs_epi16(payload, _mm256_set1_epi16(0x4001));
     const __m256i joined = _mm256_madd_epi16(halves, _mm256_set1_epi32(0x10000001));
 
@@ -160,9 +214,88 @@ TEV_TARGET_AVX2 inline __m256i DecodeRun(const char* text, unsigned starts)
     const __m256i down = _mm256_shuffle_epi8(Table(0, 0, 0, 0, 21, 21, 16, 11, 25, 25, 25, 25, 25, 25, 25, 25), kind);
     return _mm256_srlv_epi32(_mm256_sllv_epi32(joined, up), down);
 }
+/// Decodes the characters that start in the block at the given bits. Reads eight bytes behind the block. The returned end
+/// leaves up to eight characters to be overwritten.
+TEV_TARGET_AVX2 inline wchar_t* DecodeBlock(const char* block, unsigned long long starts, wchar_t* out)
+{
+    for (; starts != 0; starts >>= kRun, block += kRun)
+    {
+        const unsigned runStarts = starts & 0xFF;
+        Store(out, DecodeRun(block, runStarts));
+        out += __builtin_popcount(runStarts);
+    }
+    return out;
+}
+
+/// Which of eight characters take more than one, two and three bytes: all ones in their lanes.
+struct Longer
+{
+    __m256i m_thanOne;
+    __m256i m_thanTwo;
+    __m256i m_thanThree;
+};
+
+TEV_TARGET_AVX2 inline Longer Classify(__m256i characters)
+{
+    return {_mm256_cmpgt_epi32(characters, _mm256_set1_epi32(0x7F)),
+            _mm256_cmpgt_epi32(characters, _mm256_set1_epi32(0x7FF)),
+            _mm256_cmpgt_epi32(characters, _mm256_set1_epi32(0xFFFF))};
+}
+
+/// One bit for each lane.
+TEV_TARGET_AVX2 inline unsigned LaneBits(__m256i lanes)
+{
+    return static_cast<unsigned>(_mm256_movemask_ps(_mm256_castsi256_ps(lanes)));
+}
+
+/// Not zero in the lanes of surrogates and of what lies above U+10FFFF.
+TEV_TARGET_AVX2 inline __m256i NoCharacters(__m256i characters)
+{
+    const __m256i surrogates = _mm256_cmpeq_epi32(Masked(characters, 0xFFFFF800), _mm256_set1_epi32(0xD800));
+    const __m256i beyond = _mm256_cmpgt_epi32(_mm256_srli_epi32(characters, 16), _mm256_set1_epi32(0x10));
+    return _mm256_or_si256(surrogates, beyond);
+}
+
+/// The bytes of eight characters, the last byte of each lowest in its lane.
+TEV_TARGET_AVX2 inline __m256i SpreadBytes(__m256i characters, const Longer& longer)
+{
+    const __m256i groups =
+        _mm256_or_si256(_mm256_or_si256(Masked(characters, 0x3F), Masked(_mm256_slli_epi32(characters, 2), 0x3F00)),
+                        _mm256_or_si256(Masked(_mm256_slli_epi32(characters, 4), 0x3F0000),
+                                        Masked(_mm256_slli_epi32(characters, 6), 0x07000000)));
+    // Each further byte turns the marker C0 80 into E0 80 80, and that into F0 80 80 80.
+    const __m256i markers = _mm256_xor_si256(
+        _mm256_xor_si256(Masked(longer.m_thanOne, 0xC080), Masked(longer.m_thanTwo, 0xC080 ^ 0xE08080)),
+        Masked(longer.m_thanThree, 0xE08080 ^ 0xF0808080));
+    return _mm256_blendv_epi8(characters, _mm256_or_si256(groups, markers), longer.m_thanOne);
+}
+
+TEV_TARGET_AVX2 inline char* WritePacked(__m128i bytes, unsigned lengths, char* out)
+{
+    const __m128i shuffle = _mm_load_si128(reinterpret_cast<const __m128i*>(kPackings.m_shuffles[lengths].m_source));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm_shuffle_epi8(bytes, shuffle));
+    return out + kPackings.m_sizes[lengths];
+}
+
+/// Writes at most 32 bytes, of which the returned end may leave some to be overwritten.
+TEV_TARGET_AVX2 inline char* EncodeEight(__m256i characters, const Longer& longer, char* out)
+{
+    const __m256i bytes = SpreadBytes(characters, longer);
+    const unsigned upper = LaneBits(longer.m_thanTwo);
+    const unsigned lower = LaneBits(longer.m_thanOne) ^ upper ^ LaneBits(longer.m_thanThree);
+    out = WritePacked(_mm256_castsi256_si128(bytes), (lower & 0x0F) | (upper & 0x0F) << 4, out);
+    return WritePacked(_mm256_extracti128_si256(bytes, 1), lower >> 4 | (upper & 0xF0), out);
+}
+
+/// Writes eight ASCII characters.
+TEV_TARGET_AVX2 inline void NarrowAscii(__m256i characters, char* text)
+{
+    const __m128i words = _mm_packus_epi32(_mm256_castsi256_si128(characters), _mm256_extracti128_si256(characters, 1));
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(text), _mm_packus_epi16(words, words));
+}
 } // namespace
 
-TEV_TARGET_AVX2 Utf8Measure MeasureUtf8(const char* text, size_t size) noexcept
+TEV_TARGET_AVX2 TextMeasure MeasureUtf8(const char* text, size_t size) noexcept
 {
     constexpr size_t kStep = sizeof(__m256i);
     __m256i previous = _mm256_setzero_si256();
@@ -193,37 +326,85 @@ TEV_TARGET_AVX2 Utf8Measure MeasureUtf8(const char* text, size_t size) noexcept
     return {length, _mm256_testz_si256(faults, faults) != 0};
 }
 
-TEV_TARGET_AVX2 size_t DecodeFront(const char* text, size_t size, wchar_t*& wide, const wchar_t* wideEnd) noexcept
+TEV_TARGET_AVX2 void DecodeUtf8(const char* text, size_t size, wchar_t* wide, const wchar_t* wideEnd) noexcept
 {
-    wchar_t* out = wide;
+    constexpr size_t kReach = kBlock + kRun;
     size_t taken = 0;
-    // The last run of a block reads eight bytes past the block.
-    for (; size - taken >= kBlock + kRun; taken += kBlock)
+    for (; size - taken >= kReach; taken += kBlock)
     {
         const char* block = text + taken;
         const __m256i lower = Load(block);
         const __m256i upper = Load(block + kBlock / 2);
         if (IsAscii(_mm256_or_si256(lower, upper)))
         {
-            WidenAscii(block, out);
-            out += kBlock;
+            WidenAscii(block, wide);
+            wide += kBlock;
             continue;
         }
-        unsigned long long starts = Starts(lower) | static_cast<unsigned long long>(Starts(upper)) << 32;
-        if (static_cast<size_t>(wideEnd - out) < static_cast<size_t>(__builtin_popcountll(starts)) + kLanes)
+        const unsigned long long starts = BlockStarts(lower, upper);
+        if (static_cast<size_t>(wideEnd - wide) < static_cast<size_t>(__builtin_popcountll(starts)) + kLanes)
             break;
-        for (size_t run = 0; run < kBlock; run += kRun, starts >>= kRun)
-        {
-            const unsigned runStarts = starts & 0xFF;
-            _mm256_storeu_si256(reinterpret_cast<__m256i*>(out), DecodeRun(block + run, runStarts));
-            out += __builtin_popcount(runStarts);
-        }
+        wide = DecodeBlock(block, starts, wide);
     }
-    // The end of a character that began in the last block is decoded already.
-    while (taken < size && (text[taken] & 0xC0) == 0x80)
-        ++taken;
-    wide = out;
-    return taken;
+    // The end goes through buffers that may be read and written past it.
+    for (; taken < size; taken += kBlock)
+    {
+        char bytes[kReach] = {};
+        wchar_t characters[kBlock + kLanes];
+        const size_t left = size - taken;
+        std::memcpy(bytes, text + taken, left < kReach ? left : kReach);
+        unsigned long long starts = BlockStarts(Load(bytes), Load(bytes + kBlock / 2));
+        if (left < kBlock)
+            starts &= (1ull << left) - 1;
+        const wchar_t* const end = DecodeBlock(bytes, starts, characters);
+        const size_t count = static_cast<size_t>(end - characters);
+        std::memcpy(wide, characters, count * sizeof(wchar_t));
+        wide += count;
+    }
+}
+
+TEV_TARGET_AVX2 TextMeasure MeasureWide(const wchar_t* wide, size_t length) noexcept
+{
+    __m256i faults = _mm256_setzero_si256();
+    size_t size = 0;
+    size_t i = 0;
+    for (; length - i >= kLanes; i += kLanes)
+    {
+        const __m256i characters = Load(wide + i);
+        const Longer longer = Classify(characters);
+        faults = _mm256_or_si256(faults, NoCharacters(characters));
+        size += kLanes + static_cast<size_t>(__builtin_popcount(LaneBits(longer.m_thanOne)) +
+                                             __builtin_popcount(LaneBits(longer.m_thanTwo)) +
+                                             __builtin_popcount(LaneBits(longer.m_thanThree)));
+    }
+    bool valid = _mm256_testz_si256(faults, faults) != 0;
+    for (; i < length; ++i)
+    {
+        const auto c = static_cast<char32_t>(wide[i]);
+        valid = valid && c <= kMaxCodePoint && !IsSurrogate(c);
+        size += Utf8Form::Size(c);
+    }
+    return {size, valid};
+}
+
+TEV_TARGET_AVX2 void EncodeUtf8(const wchar_t* wide, size_t length, char* text, const char* textEnd) noexcept
+{
+    size_t taken = 0;
+    for (; length - taken >= kLanes; taken += kLanes)
+    {
+        const __m256i characters = Load(wide + taken);
+        const Longer longer = Classify(characters);
+        if (LaneBits(longer.m_thanOne) == 0)
+        {
+            NarrowAscii(characters, text);
+            text += kLanes;
+            continue;
+        }
+        if (textEnd - text < kMostBytes)
+            break;
+        text = EncodeEight(characters, longer, text);
+    }
+    Write<Utf8Form>(WideReader<>(wide + taken, length - taken), text);
 }
 } // namespace tev::avx2
 

@@ -2,7 +2,7 @@
 
 #include "core/Utf.h"
 
-// UTF-8 to wide text 32 bytes at a time, for processors that have AVX2. Elsewhere nothing here is available, and the plain
+// UTF-8 to and from wide text of 32 bits, for processors that have AVX2. Elsewhere nothing here is available, and the plain
 // loops of UtfConversion.cpp do all of the work.
 
 #if defined(__x86_64__) && defined(__GNUC__)
@@ -19,11 +19,14 @@ inline bool IsAvailable() noexcept
     return __builtin_cpu_supports("avx2");
 }
 
-/// As MeasureUtf8, but the length means something only when the text is valid.
-[[nodiscard]] Utf8Measure MeasureUtf8(const char* text, size_t size) noexcept;
+// As the measuring functions of the same name, but the length means something only when the text is valid.
 
-/// Decodes the front of valid UTF-8 into `wide`, which has room for the whole text. Returns the bytes taken, a whole number
-/// of characters, and moves `wide` behind what was written.
-[[nodiscard]] size_t DecodeFront(const char* text, size_t size, wchar_t*& wide, const wchar_t* wideEnd) noexcept;
+[[nodiscard]] TextMeasure MeasureUtf8(const char* text, size_t size) noexcept;
+[[nodiscard]] TextMeasure MeasureWide(const wchar_t* wide, size_t length) noexcept;
+
+// Both convert a valid text, and write exactly as much as was measured.
+
+void DecodeUtf8(const char* text, size_t size, wchar_t* wide, const wchar_t* wideEnd) noexcept;
+void EncodeUtf8(const wchar_t* wide, size_t length, char* text, const char* textEnd) noexcept;
 } // namespace tev::avx2
 #endif

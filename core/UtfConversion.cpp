@@ -8,75 +8,144 @@ namespace tev
 {
 namespace
 {
-#if TEV_UTF_AVX2
-/// Shorter texts are not worth the set-up of the vector kernels.
-constexpr size_t kVectorWorth = 32;
+constexpr size_t kStep = 8;
 
-bool UseVectors(size_t size) noexcept
+template <class Unit>
+bool IsAsciiStep(const Unit* text) noexcept
 {
-    return sizeof(wchar_t) == sizeof(char32_t) && size >= kVectorWorth && avx2::IsAvailable();
+    std::make_unsigned_t<Unit> bits = 0;
+    for (size_t i = 0; i < kStep; ++i)
+        bits |= static_cast<std::make_unsigned_t<Unit>>(text[i]);
+    return bits < 0x80;
 }
-#endif
 
-/// Copies the ASCII at the front of one text to the other, eight characters at a time, and returns how much there was.
+/// How many characters at the front are ASCII, in whole steps.
+template <class Unit>
+size_t AsciiFront(const Unit* text, size_t size) noexcept
+{
+    size_t count = 0;
+    while (size - count >= kStep && IsAsciiStep(text + count))
+        count += kStep;
+    return count;
+}
+
+/// Copies as much, and returns how much it was.
 template <class From, class To>
 size_t CopyAsciiFront(const From* from, size_t size, To* to) noexcept
 {
-    constexpr size_t kStep = 8;
-    size_t done = 0;
-    for (; size - done >= kStep; done += kStep)
+    size_t count = 0;
+    for (; size - count >= kStep && IsAsciiStep(from + count); count += kStep)
     {
-        std::make_unsigned_t<From> bits = 0;
         for (size_t i = 0; i < kStep; ++i)
-            bits |= static_cast<std::make_unsigned_t<From>>(from[done + i]);
-        if (bits >= 0x80)
-            break;
-        for (size_t i = 0; i < kStep; ++i)
-            to[done + i] = static_cast<To>(from[done + i]);
+            to[count + i] = static_cast<To>(from[count + i]);
     }
-    return done;
+    return count;
 }
+
+/// Decodes text that is known to be UTF-8.
+void DecodeValid(const char* text, size_t size, wchar_t* wide) noexcept
+{
+    const auto* next = reinterpret_cast<const unsigned char*>(text);
+    const unsigned char* const end = next + size;
+    const auto following = [&next](int i) { return next[i] & 0x3Fu; };
+    while (next != end)
+    {
+        char32_t c = *next;
+        if (c < 0x80)
+        {
+            next += 1;
+        }
+        else if (c < 0xE0)
+        {
+            c = (c & 0x1F) << 6 | following(1);
+            next += 2;
+        }
+        else if (c < 0xF0)
+        {
+            c = (c & 0x0F) << 12 | following(1) << 6 | following(2);
+            next += 3;
+        }
+        else
+        {
+            c = (c & 0x07) << 18 | following(1) << 12 | following(2) << 6 | following(3);
+            next += 4;
+        }
+        wide = WideForm<>::Write(c, wide);
+    }
+}
+
+#if TEV_UTF_AVX2
+// Shorter texts are not worth the set-up of the vector kernels.
+constexpr size_t kMeasureWorth = 16;
+constexpr size_t kConvertWorth = 48;
+
+bool HasVectors() noexcept
+{
+    return sizeof(wchar_t) == sizeof(char32_t) && avx2::IsAvailable();
+}
+#endif
 } // namespace
 
-Utf8Measure MeasureUtf8(const char* text, size_t size) noexcept
+TextMeasure MeasureUtf8(const char* text, size_t size) noexcept
 {
+    size_t length = size < kConvertWorth ? AsciiFront(text, size) : 0;
+    text += length;
+    size -= length;
 #if TEV_UTF_AVX2
-    if (UseVectors(size))
+    if (size >= kMeasureWorth && HasVectors())
     {
-        const Utf8Measure measure = avx2::MeasureUtf8(text, size);
+        const TextMeasure measure = avx2::MeasureUtf8(text, size);
         if (measure.m_valid)
-            return measure;
+            return {length + measure.m_length, true};
     }
 #endif
     Utf8Reader reader(text, size);
-    size_t length = 0;
     while (!reader.AtEnd())
         length += WideForm<>::Size(reader.Next());
     return {length, !reader.HasFault()};
 }
 
-void Utf8ToWide(const char* text, size_t size, Utf8Measure measure, wchar_t* wide) noexcept
+void Utf8ToWide(const char* text, size_t size, TextMeasure measure, wchar_t* wide) noexcept
 {
-#if TEV_UTF_AVX2
-    if (measure.m_valid && UseVectors(size))
+    if (!measure.m_valid)
     {
-        const wchar_t* wideEnd = wide + measure.m_length;
-        const size_t taken = avx2::DecodeFront(text, size, wide, wideEnd);
-        text += taken;
-        size -= taken;
+        Write<WideForm<>>(Utf8Reader(text, size), wide);
+        return;
+    }
+#if TEV_UTF_AVX2
+    if (size >= kConvertWorth && HasVectors())
+    {
+        avx2::DecodeUtf8(text, size, wide, wide + measure.m_length);
+        return;
     }
 #endif
     const size_t ascii = CopyAsciiFront(text, size, wide);
-    Write<WideForm<>>(Utf8Reader(text + ascii, size - ascii), wide + ascii);
+    DecodeValid(text + ascii, size - ascii, wide + ascii);
 }
 
-size_t MeasureWideAsUtf8(const wchar_t* wide, size_t length) noexcept
+TextMeasure MeasureWide(const wchar_t* wide, size_t length) noexcept
 {
-    return Measure<Utf8Form>(WideReader<>(wide, length));
+#if TEV_UTF_AVX2
+    if (length >= kMeasureWorth && HasVectors())
+    {
+        const TextMeasure measure = avx2::MeasureWide(wide, length);
+        if (measure.m_valid)
+            return measure;
+    }
+#endif
+    const size_t ascii = AsciiFront(wide, length);
+    return {ascii + Measure<Utf8Form>(WideReader<>(wide + ascii, length - ascii)), false};
 }
 
-void WideToUtf8(const wchar_t* wide, size_t length, char* text, size_t) noexcept
+void WideToUtf8(const wchar_t* wide, size_t length, TextMeasure measure, char* text) noexcept
 {
+#if TEV_UTF_AVX2
+    if (measure.m_valid && length >= kMeasureWorth && HasVectors())
+    {
+        avx2::EncodeUtf8(wide, length, text, text + measure.m_length);
+        return;
+    }
+#endif
     const size_t ascii = CopyAsciiFront(wide, length, text);
     Write<Utf8Form>(WideReader<>(wide + ascii, length - ascii), text + ascii);
 }

@@ -275,15 +275,16 @@ TEST(TextEncodingTest, SampleTextsAgreeInAllForms)
         EXPECT_TRUE(Encode(L"\xFEFF" + text, xEncodingUtf16) == utf16) << language;
         // Blocks of just the measured size show a kernel that writes too much.
         const Exact<char> bytes(utf8);
-        const tev::Utf8Measure measure = tev::MeasureUtf8(bytes.Data(), bytes.Size());
+        const tev::TextMeasure measure = tev::MeasureUtf8(bytes.Data(), bytes.Size());
         ASSERT_EQ(measure.m_length, text.size());
         EXPECT_TRUE(measure.m_valid);
         const auto wide = std::make_unique<wchar_t[]>(measure.m_length);
         tev::Utf8ToWide(bytes.Data(), bytes.Size(), measure, wide.get());
         EXPECT_TRUE(std::equal(text.begin(), text.end(), wide.get())) << language;
         const auto back = std::make_unique<char[]>(utf8.size());
-        ASSERT_EQ(tev::MeasureWideAsUtf8(wide.get(), text.size()), utf8.size());
-        tev::WideToUtf8(wide.get(), text.size(), back.get(), utf8.size());
+        const tev::TextMeasure backMeasure = tev::MeasureWide(wide.get(), text.size());
+        ASSERT_EQ(backMeasure.m_length, utf8.size());
+        tev::WideToUtf8(wide.get(), text.size(), backMeasure, back.get());
         EXPECT_TRUE(std::equal(utf8.begin(), utf8.end(), back.get())) << language;
     }
     // Counted by another language's decoder.
