@@ -164,14 +164,8 @@ void CXMemFile::Write(const void* buffer, unsigned int count)
         return;
     }
     auto source = static_cast<const unsigned char*>(buffer);
-    const bool isOwn = PointsInto(source, m_buffer, m_capacity);
-    const size_t ownOffset = isOwn ? static_cast<size_t>(source - m_buffer) : 0;
-    if (!ReserveAtPosition(count))
+    if (count > m_capacity - m_position && !GrowForWriting(count, source))
         return;
-    if (m_position + count > m_capacity) // an overridden GrowBuffer claims more than it did
-        CXInvalidArgException::Throw();
-    if (isOwn)
-        source = m_buffer + ownOffset;
     Memcpy(m_buffer + m_position, source, count);
     AdvanceWritten(count);
 }
@@ -282,10 +276,25 @@ bool CXMemFile::ReserveAtPosition(unsigned __int64 count)
     return m_position + count <= m_capacity || GrowBuffer(m_position + count);
 }
 
+/// Makes room for a write; a source within the file's own block moves with it. False when there is no memory.
+bool CXMemFile::GrowForWriting(unsigned int count, const unsigned char*& source)
+{
+    const bool isOwn = PointsInto(source, m_buffer, m_capacity);
+    const size_t ownOffset = isOwn ? static_cast<size_t>(source - m_buffer) : 0;
+    if (!ReserveAtPosition(count))
+        return false;
+    if (m_position + count > m_capacity) // an overridden GrowBuffer claims more than it did
+        CXInvalidArgException::Throw();
+    if (isOwn)
+        source = m_buffer + ownOffset;
+    return true;
+}
+
 /// Takes over what stands behind the position. A gap between the end and the position joins the file as zeros.
 void CXMemFile::AdvanceWritten(unsigned __int64 count)
 {
-    ZeroUpTo(m_position);
+    if (m_position > m_length)
+        ZeroUpTo(m_position);
     m_position += count;
     m_untouchedFrom = std::max(m_untouchedFrom, m_position);
     m_length = std::max(m_length, m_position);

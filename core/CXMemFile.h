@@ -83,6 +83,7 @@ private:
     unsigned char* Resize(unsigned __int64 capacity);
     bool CanReach(unsigned __int64 offset);
     bool ReserveAtPosition(unsigned __int64 count);
+    bool GrowForWriting(unsigned int count, const unsigned char*& source);
     void AdvanceWritten(unsigned __int64 count);
     void ZeroUpTo(unsigned __int64 newEnd);
     unsigned __int64 LendForReading(unsigned __int64 count, unsigned char** start, unsigned char** stop);

@@ -1,0 +1,130 @@
+// Memory files beside the containers that bytes are gathered in otherwise, and disk files beside the C library's.
+
+#include "core/CXMemFile.h"
+#include "tests/support/TempFolder.h"
+
+#include <benchmark/benchmark.h>
+
+#include <cstdio>
+#include <string>
+#include <vector>
+
+namespace
+{
+constexpr size_t kGathered = 16 << 20;
+
+class Proportional
+{
+public:
+    void Append(const std::string& piece) { m_file.Write(piece.data(), static_cast<unsigned>(piece.size())); }
+    unsigned char* Bytes() { return m_file.GetBuffer(); }
+
+private:
+    CCustomMemFile m_file{CCustomMemFile::growProportionally};
+};
+
+class Vector
+{
+public:
+    void Append(const std::string& piece) { m_bytes.insert(m_bytes.end(), piece.begin(), piece.end()); }
+    unsigned char* Bytes() { return m_bytes.data(); }
+
+private:
+    std::vector<unsigned char> m_bytes;
+};
+
+class String
+{
+public:
+    void Append(const std::string& piece) { m_bytes.append(piece); }
+    char* Bytes() { return m_bytes.data(); }
+
+private:
+    std::string m_bytes;
+};
+
+template <class Target>
+void Gather(benchmark::State& state)
+{
+    const std::string piece(static_cast<size_t>(state.range(0)), 'x');
+    for (auto _ : state)
+    {
+        Target target;
+        for (size_t gathered = 0; gathered < kGathered; gathered += piece.size())
+            target.Append(piece);
+        benchmark::DoNotOptimize(target.Bytes());
+    }
+    state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(kGathered));
+}
+BENCHMARK_TEMPLATE(Gather, Proportional)->Name("MemFile/Gather16MiB/ours")->Arg(4)->Arg(64)->Arg(4096);
+BENCHMARK_TEMPLATE(Gather, Vector)->Name("MemFile/Gather16MiB/vector")->Arg(4)->Arg(64)->Arg(4096);
+BENCHMARK_TEMPLATE(Gather, String)->Name("MemFile/Gather16MiB/string")->Arg(4)->Arg(64)->Arg(4096);
+
+class OurFile
+{
+public:
+    OurFile(const tev::test::TempFolder& folder, bool writes)
+        : m_file(folder.WidePath("file").c_str(),
+                 writes ? CXFile::modeWrite | CXFile::modeCreate | CXFile::modeNoInherit
+                        : CXFile::modeRead | CXFile::shareDenyWrite | CXFile::modeNoInherit)
+    {
+    }
+    void Write(const std::string& block) { m_file.Write(block.data(), static_cast<unsigned>(block.size())); }
+    bool Read(std::string& block)
+    {
+        return m_file.Read(block.data(), static_cast<unsigned>(block.size())) == block.size();
+    }
+
+private:
+    CXFile m_file;
+};
+
+class StdioFile
+{
+public:
+    StdioFile(const tev::test::TempFolder& folder, bool writes)
+        : m_file(std::fopen(folder.Path("file").c_str(), writes ? "wbe" : "rbe"))
+    {
+    }
+    ~StdioFile() { std::fclose(m_file); }
+    StdioFile(const StdioFile&) = delete;
+    StdioFile& operator=(const StdioFile&) = delete;
+    void Write(const std::string& block) { std::fwrite(block.data(), 1, block.size(), m_file); }
+    bool Read(std::string& block) { return std::fread(block.data(), 1, block.size(), m_file) == block.size(); }
+
+private:
+    FILE* m_file;
+};
+
+template <class File>
+void OpenAndClose(benchmark::State& state)
+{
+    const tev::test::TempFolder folder;
+    folder.WriteFile("file", "x");
+    for (auto _ : state)
+        File file(folder, false);
+}
+BENCHMARK_TEMPLATE(OpenAndClose, OurFile)->Name("File/OpenAndClose/ours");
+BENCHMARK_TEMPLATE(OpenAndClose, StdioFile)->Name("File/OpenAndClose/stdio");
+
+template <class File>
+void WriteAndRead(benchmark::State& state)
+{
+    const tev::test::TempFolder folder;
+    std::string block(static_cast<size_t>(state.range(0)), 'x');
+    for (auto _ : state)
+    {
+        {
+            File file(folder, true);
+            for (size_t written = 0; written < kGathered; written += block.size())
+                file.Write(block);
+        }
+        File file(folder, false);
+        while (file.Read(block))
+            benchmark::DoNotOptimize(block.data());
+    }
+    state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(2 * kGathered));
+}
+BENCHMARK_TEMPLATE(WriteAndRead, OurFile)->Name("File/WriteAndRead16MiB/ours")->Arg(64 << 10)->Arg(1 << 20);
+BENCHMARK_TEMPLATE(WriteAndRead, StdioFile)->Name("File/WriteAndRead16MiB/stdio")->Arg(64 << 10)->Arg(1 << 20);
+} // namespace
