@@ -305,6 +305,11 @@ TEST(CXMemFile, LetsOnlyZerosIn)
     EXPECT_TRUE(file.SetLength(20)); // where bytes were lent and not committed
     EXPECT_EQ(file.Contents().substr(12), std::string("x?\0\0\0\0\0\0", 8));
 
+    std::memset(file.GetBuffer(), '?', file.Capacity());
+    EXPECT_TRUE(file.SetLength(0));
+    EXPECT_TRUE(file.SetLength(20)); // where the owner of the pointer wrote
+    EXPECT_EQ(file.Contents(), std::string(20, '\0'));
+
     EXPECT_TRUE(file.SetLength(1000)); // new memory
     EXPECT_EQ(file.Contents().substr(20), std::string(980, '\0'));
     const Size oldCapacity = file.Capacity();
