@@ -53,11 +53,12 @@ private:
 template <class... Values>
 void Compare(const std::string& format, Values... values)
 {
-    const int length = std::snprintf(nullptr, 0, format.c_str(), values...);
+    // The C library ignores the 0; without any argument clang takes the format for user input.
+    const int length = std::snprintf(nullptr, 0, format.c_str(), values..., 0);
     if (length < 0)
         return;
     std::string expected(static_cast<size_t>(length), ' ');
-    std::snprintf(expected.data(), expected.size() + 1, format.c_str(), values...);
+    std::snprintf(expected.data(), expected.size() + 1, format.c_str(), values..., 0);
 
     CXTString<char> narrow("left over");
     narrow.Format(format.c_str(), values...);
