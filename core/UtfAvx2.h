@@ -5,18 +5,24 @@
 // UTF-8 to and from wide text of 32 bits, for processors that have AVX2. Elsewhere nothing here is available, and the plain
 // loops of UtfConversion.cpp do all of the work.
 
-#if defined(__x86_64__) && defined(__GNUC__)
+#if defined(__x86_64__) && defined(__GNUC__) && __SIZEOF_WCHAR_T__ == 4
 #define TEV_UTF_AVX2 1
 #else
 #define TEV_UTF_AVX2 0
 #endif
 
-#if TEV_UTF_AVX2
 namespace tev::avx2
 {
+/// Where it is false, the functions below are only declared.
+constexpr bool kIsBuilt = TEV_UTF_AVX2 != 0;
+
 inline bool IsAvailable() noexcept
 {
+#if TEV_UTF_AVX2
     return __builtin_cpu_supports("avx2");
+#else
+    return false;
+#endif
 }
 
 // As the measuring functions of the same name, but the length means something only when the text is valid.
@@ -29,4 +35,3 @@ inline bool IsAvailable() noexcept
 void DecodeUtf8(const char* text, size_t size, wchar_t* wide, const wchar_t* wideEnd) noexcept;
 void EncodeUtf8(const wchar_t* wide, size_t length, char* text, const char* textEnd) noexcept;
 } // namespace tev::avx2
-#endif

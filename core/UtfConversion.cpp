@@ -2,7 +2,7 @@
 
 #include "core/UtfAvx2.h"
 
-#include <cstring>
+#include <type_traits>
 
 namespace tev
 {
@@ -74,32 +74,27 @@ void DecodeValid(const char* text, size_t size, wchar_t* wide) noexcept
     }
 }
 
-#if TEV_UTF_AVX2
 // Shorter texts are not worth the set-up of the vector kernels.
 constexpr size_t kMeasureWorth = 16;
 constexpr size_t kConvertWorth = 48;
-
-bool HasVectors() noexcept
-{
-    return sizeof(wchar_t) == sizeof(char32_t) && avx2::IsAvailable();
-}
-#endif
 } // namespace
 
 TextMeasure MeasureUtf8(const char* text, size_t size) noexcept
 {
-    size_t length = size < kConvertWorth ? AsciiFront(text, size) : 0;
-    text += length;
-    size -= length;
-#if TEV_UTF_AVX2
-    if (size >= kMeasureWorth && HasVectors())
+    size_t length = 0;
+    if constexpr (avx2::kIsBuilt)
     {
-        const TextMeasure measure = avx2::MeasureUtf8(text, size);
-        if (measure.m_valid)
-            return {length + measure.m_length, true};
+        if (size < kConvertWorth)
+            length = AsciiFront(text, size);
+        if (size - length >= kMeasureWorth && avx2::IsAvailable())
+        {
+            const TextMeasure rest = avx2::MeasureUtf8(text + length, size - length);
+            if (rest.m_valid)
+                return {length + rest.m_length, true};
+        }
     }
-#endif
-    Utf8Reader reader(text, size);
+    length += AsciiFront(text + length, size - length);
+    Utf8Reader reader(text + length, size - length);
     while (!reader.AtEnd())
         length += WideForm<>::Size(reader.Next());
     return {length, !reader.HasFault()};
@@ -112,40 +107,43 @@ void Utf8ToWide(const char* text, size_t size, TextMeasure measure, wchar_t* wid
         Write<WideForm<>>(Utf8Reader(text, size), wide);
         return;
     }
-#if TEV_UTF_AVX2
-    if (size >= kConvertWorth && HasVectors())
+    if constexpr (avx2::kIsBuilt)
     {
-        avx2::DecodeUtf8(text, size, wide, wide + measure.m_length);
-        return;
+        if (size >= kConvertWorth && avx2::IsAvailable())
+        {
+            avx2::DecodeUtf8(text, size, wide, wide + measure.m_length);
+            return;
+        }
     }
-#endif
     const size_t ascii = CopyAsciiFront(text, size, wide);
     DecodeValid(text + ascii, size - ascii, wide + ascii);
 }
 
 TextMeasure MeasureWide(const wchar_t* wide, size_t length) noexcept
 {
-#if TEV_UTF_AVX2
-    if (length >= kMeasureWorth && HasVectors())
+    if constexpr (avx2::kIsBuilt)
     {
-        const TextMeasure measure = avx2::MeasureWide(wide, length);
-        if (measure.m_valid)
-            return measure;
+        if (length >= kMeasureWorth && avx2::IsAvailable())
+        {
+            const TextMeasure measure = avx2::MeasureWide(wide, length);
+            if (measure.m_valid)
+                return measure;
+        }
     }
-#endif
     const size_t ascii = AsciiFront(wide, length);
     return {ascii + Measure<Utf8Form>(WideReader<>(wide + ascii, length - ascii)), false};
 }
 
 void WideToUtf8(const wchar_t* wide, size_t length, TextMeasure measure, char* text) noexcept
 {
-#if TEV_UTF_AVX2
-    if (measure.m_valid && length >= kMeasureWorth && HasVectors())
+    if constexpr (avx2::kIsBuilt)
     {
-        avx2::EncodeUtf8(wide, length, text, text + measure.m_length);
-        return;
+        if (measure.m_valid && avx2::IsAvailable())
+        {
+            avx2::EncodeUtf8(wide, length, text, text + measure.m_length);
+            return;
+        }
     }
-#endif
     const size_t ascii = CopyAsciiFront(wide, length, text);
     Write<Utf8Form>(WideReader<>(wide + ascii, length - ascii), text + ascii);
 }
