@@ -1,0 +1,49 @@
+// Prints a text file of any encoding as UTF-8, with line numbers: text_lines FILE [CODE-PAGE]
+// A byte-order mark at its start tells the encoding; without one the code page counts, which is UTF-8 if it is not given.
+
+#include "core/CStdioFileEx.h"
+#include "core/CXFileException.h"
+#include "core/TextEncoding.h"
+#include "core/XCA2W.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+
+namespace
+{
+void PrintLines(const wchar_t* path, xStringEncoding codePage)
+{
+    // With typeText the file is looked at when it is opened: its mark, and whether its lines end with CR alone.
+    CStdioFileEx file(path, CXFile::modeRead | CXFile::typeText | CXFile::shareDenyWrite);
+    if (!file.HasBom())
+        file.SetCodePage(codePage);
+
+    CXTString<wchar_t> line; // comes without its line end
+    for (int number = 1; file.ReadString(line); ++number)
+        std::printf("%5d  %s\n", number, static_cast<const char*>(XCW2A(line, xEncodingUtf8)));
+}
+} // namespace
+
+int main(int argumentCount, char** arguments)
+{
+    std::filesystem::path path = argumentCount > 1 ? arguments[1] : "examples/data";
+    if (std::filesystem::is_directory(path))
+        path /= "utf16le.txt"; // one of the sample texts
+    const auto codePage = argumentCount > 2 ? static_cast<xStringEncoding>(std::atoi(arguments[2])) : xEncodingUtf8;
+
+    try
+    {
+        PrintLines(XCA2W(path.string().c_str(), xEncodingUtf8), codePage);
+        return 0;
+    }
+    catch (CXFileException* failure)
+    {
+        // Exceptions come as pointers, and who catches one ends it.
+        CXTString<char> name(failure->GetFileName().GetConstBuffer());
+        std::fprintf(stderr, "text_lines: %s: file error %u\n", name.GetConstBuffer(), failure->GetCause());
+        failure->Delete();
+        return 1;
+    }
+}
