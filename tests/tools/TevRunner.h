@@ -1,0 +1,138 @@
+#pragma once
+
+#include <csignal>
+#include <cstdlib>
+#include <functional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace tev::test
+{
+
+/// The tool as a child process. Its texts are English, and its standard input is empty unless something is given.
+class TevProcess
+{
+public:
+    /// Starts it. A descriptor of -1 stands for /dev/null; `prepare` runs in the child before the tool does.
+    TevProcess(const std::vector<std::string>& arguments, int input, int output, int error,
+               const std::function<void()>& prepare = nullptr)
+    {
+        std::vector<char*> words = {const_cast<char*>("tev")};
+        for (const std::string& argument : arguments)
+            words.push_back(const_cast<char*>(argument.c_str()));
+        words.push_back(nullptr);
+        m_process = fork();
+        if (m_process < 0)
+            throw std::runtime_error("cannot fork");
+        if (m_process > 0)
+            return;
+        const int null = open("/dev/null", O_RDWR);
+        dup2(input < 0 ? null : input, STDIN_FILENO);
+        dup2(output < 0 ? null : output, STDOUT_FILENO);
+        dup2(error < 0 ? null : error, STDERR_FILENO);
+        setenv("LC_ALL", "C", 1);
+        setenv("LANGUAGE", "en", 1);
+        if (prepare)
+            prepare();
+        execv(TEVTOOLS_TEV, words.data());
+        _exit(127);
+    }
+
+    ~TevProcess()
+    {
+        if (m_process > 0)
+        {
+            Signal(SIGKILL);
+            Wait();
+        }
+    }
+
+    TevProcess(const TevProcess&) = delete;
+    TevProcess& operator=(const TevProcess&) = delete;
+
+    void Signal(int signal) const { kill(m_process, signal); }
+
+    /// Its exit code, or 128 plus the signal that ended it.
+    int Wait()
+    {
+        int status = 0;
+        waitpid(m_process, &status, 0);
+        m_process = -1;
+        return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
+    }
+
+private:
+    pid_t m_process = -1;
+};
+
+/// A pipe whose ends close with the object or before. Children do not inherit them but as their standard streams.
+class Pipe
+{
+public:
+    Pipe()
+    {
+        if (pipe2(m_ends, O_CLOEXEC) != 0)
+            throw std::runtime_error("cannot make a pipe");
+    }
+    ~Pipe()
+    {
+        CloseRead();
+        CloseWrite();
+    }
+    Pipe(const Pipe&) = delete;
+    Pipe& operator=(const Pipe&) = delete;
+
+    int ReadEnd() const { return m_ends[0]; }
+    int WriteEnd() const { return m_ends[1]; }
+    void CloseRead() { Close(m_ends[0]); }
+    void CloseWrite() { Close(m_ends[1]); }
+
+private:
+    static void Close(int& end)
+    {
+        if (end >= 0)
+            close(end);
+        end = -1;
+    }
+
+    int m_ends[2] = {-1, -1};
+};
+
+struct TevResult
+{
+    int m_exitCode;
+    std::string m_output;
+    std::string m_error;
+};
+
+/// Runs the tool to its end. The input goes through a pipe and must fit into it (64 KiB).
+inline TevResult RunTev(const std::vector<std::string>& arguments, const std::string& input = {},
+                        const std::function<void()>& prepare = nullptr)
+{
+    const auto readAll = [](FILE* file) {
+        std::string text;
+        std::rewind(file);
+        for (int c = std::fgetc(file); c != EOF; c = std::fgetc(file))
+            text += static_cast<char>(c);
+        std::fclose(file);
+        return text;
+    };
+    FILE* output = std::tmpfile();
+    FILE* error = std::tmpfile();
+    if (output == nullptr || error == nullptr)
+        throw std::runtime_error("cannot make temporary files");
+    Pipe pipe;
+    if (write(pipe.WriteEnd(), input.data(), input.size()) != static_cast<ssize_t>(input.size()))
+        throw std::runtime_error("cannot feed the tool");
+    pipe.CloseWrite();
+    TevProcess process(arguments, pipe.ReadEnd(), fileno(output), fileno(error), prepare);
+    const int exitCode = process.Wait();
+    return {exitCode, readAll(output), readAll(error)};
+}
+
+} // namespace tev::test

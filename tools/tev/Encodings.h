@@ -1,0 +1,37 @@
+#pragma once
+
+#include "core/TextEncoding.h"
+
+#include <cstddef>
+#include <optional>
+#include <string>
+
+// Encodings as people name them, and the marks at the start of files.
+namespace tev::tool
+{
+
+/// Takes names ("utf-8", "Windows-1252", "latin1") and code-page numbers ("1252", "cp1252"); the case does not matter.
+/// Nothing for a name or a code page that is unknown here.
+std::optional<xStringEncoding> FindEncoding(const std::string& name);
+
+/// "UTF-8", "UTF-16 little-endian", "code page 1252", ...
+std::string EncodingName(xStringEncoding encoding);
+
+/// What FindEncoding understands, for help texts.
+std::string EncodingNamesHelp();
+
+bool IsUtf16(xStringEncoding encoding);
+
+/// A byte-order mark: U+FEFF in one of the Unicode encodings. Size 0 where there is none.
+struct ByteOrderMark
+{
+    xStringEncoding m_encoding = xEncodingUnknown;
+    std::size_t m_size = 0;
+};
+
+/// Enough bytes to know a mark by.
+constexpr std::size_t kLongestMark = 3;
+
+ByteOrderMark FindMark(const char* bytes, std::size_t size);
+
+} // namespace tev::tool

@@ -1,0 +1,185 @@
+#include "tools/tev/System.h"
+
+#include "core/CXFileException.h"
+#include "tools/tev/Tool.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace tev::tool
+{
+namespace
+{
+constexpr char kEraseLine[] = "\r\033[K";
+constexpr int kEndingSignals[] = {SIGINT, SIGTERM, SIGHUP};
+
+// What the signal handler cleans up. The path is written only while the ending signals are blocked.
+char g_temporaryPath[4096];
+volatile std::sig_atomic_t g_lineIsShown = 0;
+
+void EndBySignal(int signal)
+{
+    if (g_temporaryPath[0] != '\0')
+        unlink(g_temporaryPath);
+    if (g_lineIsShown != 0)
+        static_cast<void>(!write(STDERR_FILENO, kEraseLine, sizeof kEraseLine - 1));
+    raise(signal); // the default action waits until this handler returns
+}
+
+class EndingSignalsBlocked
+{
+public:
+    EndingSignalsBlocked()
+    {
+        sigset_t ending;
+        sigemptyset(&ending);
+        for (const int signal : kEndingSignals)
+            sigaddset(&ending, signal);
+        sigprocmask(SIG_BLOCK, &ending, &m_before);
+    }
+    ~EndingSignalsBlocked() { sigprocmask(SIG_SETMASK, &m_before, nullptr); }
+    EndingSignalsBlocked(const EndingSignalsBlocked&) = delete;
+    EndingSignalsBlocked& operator=(const EndingSignalsBlocked&) = delete;
+
+private:
+    sigset_t m_before;
+};
+
+void ThrowSystemError(const std::string& name)
+{
+    CXFileException::ThrowOsError(fileGeneric, Widen(name).c_str(), nullptr);
+}
+
+mode_t PermissionsFor(const std::filesystem::path& target)
+{
+    struct stat existing = {};
+    if (stat(target.c_str(), &existing) == 0)
+        return existing.st_mode & 07777;
+    const mode_t mask = umask(0);
+    umask(mask);
+    return 0666 & ~mask;
+}
+} // namespace
+
+void InstallSignalRules()
+{
+    // Also where the caller ignores it: nobody wants to hear of a reader that has enough.
+    std::signal(SIGPIPE, SIG_DFL);
+
+    struct sigaction rule = {};
+    rule.sa_handler = EndBySignal;
+    rule.sa_flags = static_cast<int>(SA_RESETHAND);
+    for (const int signal : kEndingSignals)
+    {
+        struct sigaction before = {};
+        sigaction(signal, nullptr, &before);
+        if (before.sa_handler != SIG_IGN)
+            sigaction(signal, &rule, nullptr);
+    }
+}
+
+bool IsTerminal(int descriptor)
+{
+    return isatty(descriptor) == 1;
+}
+
+void WriteError(const std::string& text)
+{
+    for (std::size_t done = 0; done < text.size();)
+    {
+        const ssize_t written = write(STDERR_FILENO, text.data() + done, text.size() - done);
+        if (written < 0 && errno != EINTR)
+            return;
+        done += static_cast<std::size_t>(std::max<ssize_t>(written, 0));
+    }
+}
+
+void ShowErrorLine(const std::string& line)
+{
+    g_lineIsShown = line.empty() ? 0 : 1;
+    WriteError(kEraseLine + line);
+}
+
+std::filesystem::path SystemPath(const std::string& name)
+{
+    std::string path = name;
+    std::replace(path.begin(), path.end(), '\\', '/');
+    return path;
+}
+
+SpoolFile::SpoolFile() : m_descriptor(-1)
+{
+    std::string name = (std::filesystem::temp_directory_path() / "tev-XXXXXX").string();
+    {
+        const EndingSignalsBlocked blocked;
+        m_descriptor = mkostemp(name.data(), O_CLOEXEC);
+        if (m_descriptor >= 0)
+            unlink(name.c_str());
+    }
+    if (m_descriptor < 0)
+        ThrowSystemError(name);
+    m_path = "/dev/fd/" + std::to_string(m_descriptor);
+}
+
+SpoolFile::~SpoolFile()
+{
+    close(m_descriptor);
+}
+
+Replacement::Replacement(const std::string& target) : m_name(target), m_target(SystemPath(target))
+{
+    std::error_code unknown; // what it hides is met again when the new file is made
+    const std::filesystem::file_status status = std::filesystem::status(m_target, unknown);
+    if (std::filesystem::is_directory(status))
+        throw Failure(target, "is a folder");
+    if (std::filesystem::exists(status))
+    {
+        if (!std::filesystem::is_regular_file(status))
+            throw Failure(target, "is not an ordinary file, and cannot be replaced by one");
+        m_target = std::filesystem::canonical(m_target);
+        if (access(m_target.c_str(), W_OK) != 0)
+            ThrowSystemError(target);
+    }
+
+    const mode_t permissions = PermissionsFor(m_target);
+    std::string path = (m_target.parent_path() / ".tev-XXXXXX").string();
+    if (path.size() >= sizeof g_temporaryPath)
+        CXFileException::Throw(fileBadPath, Widen(target).c_str());
+    int descriptor = -1;
+    {
+        const EndingSignalsBlocked blocked;
+        descriptor = mkostemp(path.data(), O_CLOEXEC);
+        if (descriptor >= 0)
+            std::memcpy(g_temporaryPath, path.c_str(), path.size() + 1);
+    }
+    if (descriptor < 0)
+        ThrowSystemError(target);
+    m_path = path;
+    fchmod(descriptor, permissions);
+    close(descriptor);
+}
+
+Replacement::~Replacement()
+{
+    const EndingSignalsBlocked blocked;
+    if (!m_path.empty())
+        unlink(m_path.c_str());
+    g_temporaryPath[0] = '\0';
+}
+
+void Replacement::TakePlace()
+{
+    const EndingSignalsBlocked blocked;
+    if (rename(m_path.c_str(), m_target.c_str()) != 0)
+        ThrowSystemError(m_name);
+    m_path.clear();
+    g_temporaryPath[0] = '\0';
+}
+
+} // namespace tev::tool

@@ -1,0 +1,209 @@
+#include "tools/tev/TextCat.h"
+
+#include "core/CStdioFileEx.h"
+#include "core/CXFileException.h"
+#include "tools/tev/Progress.h"
+#include "tools/tev/System.h"
+#include "tools/tev/TextSource.h"
+#include "tools/tev/Tool.h"
+
+#include <algorithm>
+#include <filesystem>
+
+namespace tev::tool
+{
+namespace
+{
+constexpr wchar_t kMark = 0xFEFF;
+constexpr std::size_t kSpoolBlockSize = 256 * 1024;
+constexpr std::uint64_t kLinesBetweenShows = 256;
+
+/// Pipes and devices give their bytes once; lines are read from a copy.
+bool MustBeSpooled(const std::string& name)
+{
+    if (name == kStandardStream)
+        return true;
+    std::error_code unknown;
+    const std::filesystem::file_status status = std::filesystem::status(SystemPath(name), unknown);
+    return std::filesystem::is_other(status);
+}
+
+ByteOrderMark MarkOf(const std::string& path)
+{
+    char bytes[kLongestMark];
+    return FindMark(bytes, OpenInput(path)->Read(bytes, sizeof bytes));
+}
+
+void Spool(const std::string& name, const SpoolFile& spool)
+{
+    const std::unique_ptr<CXFile> source = OpenInput(name);
+    CXFile copy(Widen(spool.Path()).c_str(), CXFile::modeWrite | CXFile::shareDenyNone | CXFile::modeNoInherit);
+    Progress progress(name, 0, Progress::Beside::kNothing);
+    std::vector<char> buffer(kSpoolBlockSize);
+    std::uint64_t done = 0;
+    for (;;)
+    {
+        const unsigned count = source->Read(buffer.data(), static_cast<unsigned>(buffer.size()));
+        if (count == 0)
+            return;
+        copy.Write(buffer.data(), count);
+        progress.Show(done += count);
+    }
+}
+
+/// A text file as wide lines without their ends, read through the library; what cannot be read twice is spooled first.
+class LineReader
+{
+public:
+    LineReader(const std::string& name, xStringEncoding from)
+    {
+        if (!MustBeSpooled(name))
+        {
+            Open(name, name, from);
+            return;
+        }
+        const SpoolFile spool;
+        Spool(name, spool);
+        Open(spool.Path(), name, from);
+    }
+
+    bool Next(CXTString<wchar_t>& line)
+    {
+        if (!m_file.ReadString(line))
+            return false;
+        if (m_markIsText && line.GetAt(0) == kMark)
+            line.Delete(0);
+        m_markIsText = false;
+        return true;
+    }
+
+    void Skip(std::uint64_t count)
+    {
+        constexpr std::uint64_t kMostAtOnce = 1u << 30;
+        while (count != 0)
+        {
+            const auto wanted = static_cast<unsigned int>(std::min(count, kMostAtOnce));
+            if (m_file.SkipLines(wanted, CXFile::current) < wanted)
+                return;
+            count -= wanted;
+            m_markIsText = false;
+        }
+    }
+
+    std::uint64_t Size() const { return m_file.GetLength(); }
+    std::uint64_t Position() const { return m_file.GetPosition(); }
+
+private:
+    void Open(const std::string& path, const std::string& name, xStringEncoding from)
+    {
+        const ByteOrderMark mark = MarkOf(path);
+        const std::wstring widePath = Widen(path);
+        const std::wstring wideName = Widen(name);
+        CXFileException error;
+        if (!m_file.Open(widePath.c_str(), CXFile::modeRead | CXFile::typeText | CXFile::shareDenyNone, &error))
+            CXFileException::Throw(error.GetCause(), wideName.c_str());
+        m_file.SetFilePath(wideName.c_str());
+        if (mark.m_encoding == xEncodingUtf16BE)
+        {
+            m_file.SetCodePage(xEncodingUtf16BE);
+            m_markIsText = true;
+        }
+        else if (mark.m_size == 0)
+        {
+            m_file.SetCodePage(from);
+        }
+    }
+
+    CStdioFileEx m_file;
+    bool m_markIsText = false; // the library leaves a big-endian mark in the first line
+};
+
+/// Lines as UTF-8, encoded many at a time.
+class Utf8Printer
+{
+public:
+    explicit Utf8Printer(Output& output) : m_output(output) {}
+
+    void Print(const CXTString<wchar_t>& line)
+    {
+        m_lines.Append(line.GetConstBuffer(), line.GetLength64());
+        m_lines += L'\n';
+        if (m_lines.GetLength64() >= kEncodeAtOnce)
+            Finish();
+    }
+
+    void Finish()
+    {
+        if (XEncodeText(m_lines.GetConstBuffer(), m_lines.GetLength64(), xEncodingUtf8, m_bytes))
+            m_output.Write({m_bytes.GetConstBuffer(), m_bytes.GetLength64()});
+        m_lines.Empty();
+    }
+
+private:
+    static constexpr std::uint64_t kEncodeAtOnce = 16 * 1024;
+
+    Output& m_output;
+    CXTString<wchar_t> m_lines;
+    CXTString<char> m_bytes;
+};
+
+void Print(Output& output, const std::string& name, xStringEncoding from, LineRange lines)
+{
+    LineReader reader(name, from);
+    Progress progress(name, reader.Size(), Progress::Beside::kOutput);
+    reader.Skip(lines.m_first - 1);
+
+    Utf8Printer printer(output);
+    CXTString<wchar_t> line;
+    for (std::uint64_t number = lines.m_first; number <= lines.m_last && reader.Next(line); ++number)
+    {
+        printer.Print(line);
+        if (number % kLinesBetweenShows == 0)
+            progress.Show(reader.Position());
+    }
+    printer.Finish();
+}
+
+std::optional<std::uint64_t> ParseLineNumber(const std::string& digits)
+{
+    constexpr std::size_t kMostDigits = 18;
+    const bool isNumber =
+        !digits.empty() && digits.size() <= kMostDigits && digits.find_first_not_of("0123456789") == std::string::npos;
+    if (!isNumber || std::stoull(digits) == 0)
+        return std::nullopt;
+    return std::stoull(digits);
+}
+} // namespace
+
+std::optional<LineRange> ParseLineRange(const std::string& text)
+{
+    const std::size_t dash = text.find('-');
+    const std::string first = text.substr(0, dash);
+    const std::string last = dash == std::string::npos ? first : text.substr(dash + 1);
+    if (first.empty() && last.empty())
+        return std::nullopt;
+
+    LineRange range;
+    if (!first.empty())
+    {
+        const std::optional<std::uint64_t> number = ParseLineNumber(first);
+        if (!number)
+            return std::nullopt;
+        range.m_first = *number;
+    }
+    if (!last.empty())
+    {
+        const std::optional<std::uint64_t> number = ParseLineNumber(last);
+        if (!number || *number < range.m_first)
+            return std::nullopt;
+        range.m_last = *number;
+    }
+    return range;
+}
+
+void RunTextCat(Session& session, const std::vector<std::string>& files, xStringEncoding from, LineRange lines)
+{
+    AttemptEach(session, files, [&](const std::string& name) { Print(session.m_output, name, from, lines); });
+}
+
+} // namespace tev::tool

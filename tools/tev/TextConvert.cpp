@@ -1,0 +1,194 @@
+#include "tools/tev/TextConvert.h"
+
+#include "core/CXFileException.h"
+#include "tools/tev/Progress.h"
+#include "tools/tev/System.h"
+#include "tools/tev/TextSource.h"
+#include "tools/tev/Tool.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <functional>
+
+namespace tev::tool
+{
+namespace
+{
+constexpr wchar_t kMark = 0xFEFF;
+constexpr wchar_t kMeaningless = 0xFFFD; // what stands for bytes without meaning
+constexpr wchar_t kLacking = L'?';       // what stands for characters that an encoding lacks
+
+using Sink = std::function<void(std::string_view)>;
+
+std::string_view View(const CXTString<char>& bytes)
+{
+    return {bytes.GetConstBuffer(), bytes.GetLength64()};
+}
+
+std::uint64_t Count(const CXTString<wchar_t>& text, wchar_t character)
+{
+    const wchar_t* start = text.GetConstBuffer();
+    return static_cast<std::uint64_t>(std::count(start, start + text.GetLength64(), character));
+}
+
+/// U+FFFD in the encoding; empty where it has none.
+CXTString<char> EncodedReplacement(xStringEncoding encoding)
+{
+    CXTString<char> bytes;
+    CXTString<wchar_t> again;
+    const bool isThere = XEncodeText(&kMeaningless, 1, encoding, bytes) &&
+                         XDecodeText(bytes.GetConstBuffer(), bytes.GetLength64(), encoding, again) &&
+                         Count(again, kMeaningless) == 1;
+    return isThere ? bytes : CXTString<char>();
+}
+
+/// Turns blocks of one encoding into another and counts what does not come through.
+class Converter
+{
+public:
+    Converter(xStringEncoding from, xStringEncoding to)
+        : m_from(from),
+          m_to(to),
+          m_replacement(EncodedReplacement(from)),
+          m_keepsReplacement(!EncodedReplacement(to).IsEmpty())
+    {
+    }
+
+    std::string_view Convert(std::string_view bytes)
+    {
+        if (!XDecodeText(bytes.data(), bytes.size(), m_from, m_text))
+            throw Failure(EncodingName(m_from), "cannot be read on this system");
+        // What the source itself holds as U+FFFD is no loss.
+        const std::uint64_t meaningless = Count(m_text, kMeaningless) - CountReplacements(bytes);
+        m_meaningless += meaningless;
+        m_lacking -= m_keepsReplacement ? 0 : meaningless;
+        return Encode();
+    }
+
+    std::string_view Mark()
+    {
+        m_text = CXTString<wchar_t>(kMark, 1);
+        return Encode();
+    }
+
+    std::uint64_t Meaningless() const noexcept { return m_meaningless; }
+    std::uint64_t Lacking() const noexcept { return m_lacking; }
+
+private:
+    std::string_view Encode()
+    {
+        if (!XEncodeText(m_text.GetConstBuffer(), m_text.GetLength64(), m_to, m_bytes))
+            throw Failure(EncodingName(m_to), "cannot be written on this system");
+        if (!IsUtf16(m_to))
+        {
+            // What cannot be encoded is a question mark when it is read again.
+            static_cast<void>(XDecodeText(m_bytes.GetConstBuffer(), m_bytes.GetLength64(), m_to, m_again));
+            m_lacking += Count(m_again, kLacking) - Count(m_text, kLacking);
+        }
+        return View(m_bytes);
+    }
+
+    std::uint64_t CountReplacements(std::string_view bytes) const
+    {
+        const std::string_view replacement = View(m_replacement);
+        if (replacement.empty())
+            return 0;
+        const std::size_t unit = IsUtf16(m_from) ? 2 : 1;
+        std::uint64_t count = 0;
+        for (std::size_t at = bytes.find(replacement); at != std::string_view::npos;
+             at = bytes.find(replacement, at + 1))
+            count += at % unit == 0 ? 1 : 0;
+        return count;
+    }
+
+    xStringEncoding m_from;
+    xStringEncoding m_to;
+    CXTString<char> m_replacement; // U+FFFD in the source's encoding
+    bool m_keepsReplacement;
+    CXTString<wchar_t> m_text;
+    CXTString<char> m_bytes;
+    CXTString<wchar_t> m_again;
+    std::uint64_t m_meaningless = 0;
+    std::uint64_t m_lacking = 0;
+};
+
+/// What a conversion has to say when it is done; empty where there is nothing.
+struct Notes
+{
+    std::string m_losses;
+    std::string m_work;
+};
+
+std::string DescribeLosses(const Converter& converter, xStringEncoding from, xStringEncoding to)
+{
+    std::string text;
+    if (converter.Meaningless() != 0)
+        text = std::to_string(converter.Meaningless()) + " without meaning in " + EncodingName(from);
+    if (converter.Lacking() != 0)
+        text += (text.empty() ? "" : ", ") + std::to_string(converter.Lacking()) + " missing in " + EncodingName(to);
+    return text.empty() ? text : "lost characters: " + text;
+}
+
+Notes ConvertInto(const ConvertOptions& options, const Sink& sink)
+{
+    TextSource source(options.m_in);
+    const xStringEncoding from = source.Mark().m_size != 0 ? source.Mark().m_encoding : options.m_from;
+    Converter converter(from, options.m_to);
+    std::uint64_t written = 0;
+    const auto put = [&](std::string_view bytes) {
+        sink(bytes);
+        written += bytes.size();
+    };
+
+    Progress progress(options.m_in, source.Size(), Progress::Beside::kNothing);
+    if (options.m_writeMark)
+        put(converter.Mark());
+    for (std::string_view bytes = source.Next(from); !bytes.empty(); bytes = source.Next(from))
+    {
+        put(converter.Convert(bytes));
+        progress.Show(source.BytesRead());
+    }
+
+    Notes notes;
+    notes.m_losses = DescribeLosses(converter, from, options.m_to);
+    if (!notes.m_losses.empty() && options.m_strict)
+        throw Failure(options.m_in, notes.m_losses);
+    notes.m_work = EncodingName(from) + ", " + std::to_string(source.BytesRead()) + " bytes, to " + options.m_out +
+                   ": " + EncodingName(options.m_to) + (options.m_writeMark ? " with mark, " : ", ") +
+                   std::to_string(written) + " bytes";
+    return notes;
+}
+
+Notes ConvertToFile(const ConvertOptions& options)
+{
+    Replacement replacement(options.m_out);
+    CXFile file(Widen(replacement.Path()).c_str(), CXFile::modeWrite | CXFile::modeNoInherit);
+    file.SetFilePath(Widen(options.m_out).c_str()); // failures name the file that the user knows
+    Notes notes = ConvertInto(options, [&](std::string_view bytes) { WriteAll(file, bytes); });
+    file.Flush();
+    file.Close();
+    replacement.TakePlace();
+    return notes;
+}
+
+Notes ConvertToOutput(Session& session, const ConvertOptions& options)
+{
+    Notes notes = ConvertInto(options, [&](std::string_view bytes) { session.m_output.Write(bytes); });
+    session.m_output.Flush();
+    return notes;
+}
+} // namespace
+
+void RunTextConvert(Session& session, const ConvertOptions& options)
+{
+    Attempt(session, options.m_in, [&] {
+        const Notes notes =
+            options.m_out == kStandardStream ? ConvertToOutput(session, options) : ConvertToFile(options);
+        if (!notes.m_losses.empty())
+            Report(session, options.m_in, notes.m_losses);
+        if (options.m_verbose)
+            Report(session, options.m_in, notes.m_work);
+    });
+}
+
+} // namespace tev::tool

@@ -1,0 +1,48 @@
+#pragma once
+
+#include "core/CXFile.h"
+#include "tools/tev/Encodings.h"
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace tev::tool
+{
+
+/// Opens a file, or takes standard input for "-". Throws CXFileException, and Failure for a folder.
+std::unique_ptr<CXFile> OpenInput(const std::string& name);
+
+/// The bytes of a text file or of standard input, read once from front to back, in blocks that never tear a character
+/// apart. Blocks have a bounded size; only a text without any space or line feed in a code page makes them grow.
+class TextSource
+{
+public:
+    /// Opens the source and looks for a byte-order mark. Throws as OpenInput and reading do.
+    explicit TextSource(const std::string& name);
+
+    const ByteOrderMark& Mark() const noexcept { return m_mark; }
+    /// 0 where it is not known before the end.
+    std::uint64_t Size() const noexcept { return m_size; }
+    std::uint64_t BytesRead() const noexcept { return m_read; }
+
+    /// The next bytes after the mark, which are whole characters of the encoding; none at the end. They stay until the
+    /// next call. What the end of the file leaves incomplete comes as it is.
+    std::string_view Next(xStringEncoding encoding);
+
+private:
+    void Fill();
+
+    std::unique_ptr<CXFile> m_file;
+    std::vector<char> m_buffer;
+    std::size_t m_start = 0;  // the first byte not handed out
+    std::size_t m_filled = 0; // the end of the bytes read
+    bool m_atEnd = false;
+    std::uint64_t m_size = 0;
+    std::uint64_t m_read = 0;
+    ByteOrderMark m_mark;
+};
+
+} // namespace tev::tool

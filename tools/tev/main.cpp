@@ -1,0 +1,44 @@
+#include "tools/tev/System.h"
+#include "tools/tev/TextCommands.h"
+#include "tools/tev/Tool.h"
+
+#include <CLI/CLI.hpp>
+
+namespace
+{
+using namespace tev::tool;
+
+// A family of commands has a file of its own and one line here.
+constexpr void (*kCommandFamilies[])(CLI::App&, Session&) = {
+    AddTextCommands,
+};
+
+std::string UsageError(const CLI::App*, const CLI::Error& error)
+{
+    return "tev: " + std::string(error.what()) + "\nRun with --help for more information.\n";
+}
+} // namespace
+
+int main(int argumentCount, char** arguments)
+{
+    InstallSignalRules();
+
+    Session session;
+    CLI::App tool("The abilities of the TevTools library, from the command line.", "tev");
+    tool.set_version_flag("--version", "tev " TEVTOOLS_VERSION);
+    tool.require_subcommand(1);
+    tool.failure_message(UsageError);
+    for (const auto addFamily : kCommandFamilies)
+        addFamily(tool, session);
+
+    try
+    {
+        tool.parse(argumentCount, arguments);
+    }
+    catch (const CLI::ParseError& error)
+    {
+        return tool.exit(error) == 0 ? kExitDone : kExitUsage;
+    }
+    Attempt(session, "standard output", [&] { session.m_output.Flush(); });
+    return session.m_exitCode;
+}
