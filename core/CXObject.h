@@ -31,6 +31,12 @@ struct TEVTOOLS_API CXRuntimeClass
     static bool IsDerivedFrom(const CXRuntimeClass* derived, const CXRuntimeClass* base) noexcept;
     bool IsSerializable() const noexcept { return (m_schema & xSchemaNotSerializable) == 0; }
 
+    /// Writes the schema number and the name, the form in which a class stands in an archive the first time. A name of
+    /// more than 65,535 bytes is archiveGeneric.
+    void Save(CXArchive& archive) const;
+    /// Reads what Save wrote and returns the class of that name, null when none is declared.
+    static const CXRuntimeClass* Load(CXArchive& archive, unsigned int& schema);
+
     /// Enters a record, which must stay valid until it is taken out, under its name. It hides earlier ones of that name;
     /// one that was declared before becomes the latest. False for null.
     static bool DeclareRuntimeClass(const CXRuntimeClass* record);
