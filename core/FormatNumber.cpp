@@ -30,10 +30,23 @@ struct NumberText
     void AddPrefix(char character) noexcept { prefix[prefixLength++] = character; }
 };
 
-// Writes the number with these digits instead of its own.
-template <class T, class Digit>
-bool WriteNumber(FormatOutput<T>& output, const FormatSpec& spec, const NumberText& text, const Digit* digits,
-                 size_t digitCount, bool zeroFill)
+// Most runs are empty, and asking is cheaper than calling the library's functions.
+template <class T>
+T* PutFill(T* at, T character, size_t count) noexcept
+{
+    return count == 0 ? at : std::fill_n(at, count, character);
+}
+
+template <class T, class Source>
+T* PutRun(T* at, const Source* run, size_t count) noexcept
+{
+    return count == 0 ? at : std::copy_n(run, count, at);
+}
+
+// Writes the number with digits that `putDigits` puts to an address.
+template <class T, class PutDigits>
+bool WriteNumber(FormatOutput<T>& output, const FormatSpec& spec, const NumberText& text, size_t digitCount,
+                 bool zeroFill, PutDigits putDigits)
 {
     const size_t length = text.prefixLength + text.leadingZeros + digitCount + text.trailingZeros + text.exponentLength;
     const auto width = static_cast<size_t>(spec.width);
@@ -43,21 +56,24 @@ bool WriteNumber(FormatOutput<T>& output, const FormatSpec& spec, const NumberTe
     if (at == nullptr)
         return false;
     if (!spec.left && !fillWithZeros)
-        at = std::fill_n(at, fill, T(' '));
-    at = std::copy_n(text.prefix, text.prefixLength, at);
-    at = std::fill_n(at, text.leadingZeros + (fillWithZeros ? fill : 0), T('0'));
-    at = std::copy_n(digits, digitCount, at);
-    at = std::fill_n(at, text.trailingZeros, T('0'));
-    at = std::copy_n(text.exponent, text.exponentLength, at);
+        at = PutFill(at, T(' '), fill);
+    for (size_t i = 0; i < text.prefixLength; ++i)
+        *at++ = text.prefix[i];
+    at = PutFill(at, T('0'), text.leadingZeros + (fillWithZeros ? fill : 0));
+    putDigits(at);
+    at += digitCount;
+    at = PutFill(at, T('0'), text.trailingZeros);
+    at = PutRun(at, text.exponent, text.exponentLength);
     if (spec.left)
-        std::fill_n(at, fill, T(' '));
+        PutFill(at, T(' '), fill);
     return true;
 }
 
 template <class T>
 bool WriteNumber(FormatOutput<T>& output, const FormatSpec& spec, const NumberText& text, bool zeroFill)
 {
-    return WriteNumber(output, spec, text, text.digits, text.digitCount, zeroFill);
+    return WriteNumber(output, spec, text, text.digitCount, zeroFill,
+                       [&](T* at) { PutRun(at, text.digits, text.digitCount); });
 }
 
 void AddSign(NumberText& text, const FormatSpec& spec, bool negative) noexcept
@@ -75,8 +91,28 @@ constexpr char kDigitPairs[] = "000102030405060708091011121314151617181920212223
                                "50515253545556575859606162636465666768697071727374"
                                "75767778798081828384858687888990919293949596979899";
 
-// The digits of a number end at `end`; returns where they begin. 0 has none.
-char* WriteDecimal(unsigned long long value, char* end) noexcept
+constexpr size_t kMaximumDigits = 20;
+
+// How many digits the number has; 0 has none.
+size_t CountDecimal(unsigned long long value) noexcept
+{
+    size_t count = 0;
+    for (; value >= 10000; value /= 10000)
+        count += 4;
+    return count + (value >= 1000 ? 4 : value >= 100 ? 3 : value >= 10 ? 2 : value > 0 ? 1 : 0);
+}
+
+size_t CountPowerOfTwo(unsigned long long value, unsigned bits) noexcept
+{
+    size_t count = 0;
+    for (; value != 0; value >>= bits)
+        ++count;
+    return count;
+}
+
+// Puts the digits of the number in front of `end`.
+template <class T>
+void PutDecimal(unsigned long long value, T* end) noexcept
 {
     while (value >= 100)
     {
@@ -93,20 +129,33 @@ char* WriteDecimal(unsigned long long value, char* end) noexcept
     }
     else if (value > 0)
     {
-        *--end = static_cast<char>('0' + value);
+        *--end = static_cast<T>('0' + value);
     }
-    return end;
 }
 
-char* WritePowerOfTwo(unsigned long long value, unsigned bits, const char* digits, char* end) noexcept
+template <class T>
+void PutPowerOfTwo(unsigned long long value, unsigned bits, const char* digits, T* end) noexcept
 {
     const unsigned mask = (1u << bits) - 1;
     for (; value != 0; value >>= bits)
         *--end = digits[value & mask];
-    return end;
 }
 
-constexpr size_t kMaximumDigits = 22; // 64 bits in octal
+// How many bits a digit of the conversion has; 0 for decimal digits.
+unsigned BitsOfDigit(char letter) noexcept
+{
+    switch (letter)
+    {
+    case 'x':
+    case 'X':
+    case 'p':
+        return 4;
+    case 'o':
+        return 3;
+    default:
+        return 0;
+    }
+}
 
 // The number of digits that the conversion asks for at least.
 size_t WantedDigits(const FormatSpec& spec) noexcept
@@ -117,30 +166,19 @@ size_t WantedDigits(const FormatSpec& spec) noexcept
 template <class T>
 bool WriteMagnitude(FormatOutput<T>& output, const FormatSpec& spec, NumberText& text, unsigned long long value)
 {
-    char buffer[kMaximumDigits];
-    char* end = buffer + kMaximumDigits;
-    switch (spec.letter)
-    {
-    case 'x':
-    case 'p':
-        text.digits = WritePowerOfTwo(value, 4, "0123456789abcdef", end);
-        break;
-    case 'X':
-        text.digits = WritePowerOfTwo(value, 4, "0123456789ABCDEF", end);
-        break;
-    case 'o':
-        text.digits = WritePowerOfTwo(value, 3, "01234567", end);
-        break;
-    default:
-        text.digits = WriteDecimal(value, end);
-        break;
-    }
-    text.digitCount = static_cast<size_t>(end - text.digits);
+    const unsigned bits = BitsOfDigit(spec.letter);
+    const size_t digitCount = bits == 0 ? CountDecimal(value) : CountPowerOfTwo(value, bits);
     size_t wanted = WantedDigits(spec);
     if (spec.alternate && spec.letter == 'o')
-        wanted = std::max(wanted, text.digitCount + 1);
-    text.leadingZeros = wanted > text.digitCount ? wanted - text.digitCount : 0;
-    return WriteNumber(output, spec, text, spec.precision == FormatSpec::kNoPrecision);
+        wanted = std::max(wanted, digitCount + 1);
+    text.leadingZeros = wanted > digitCount ? wanted - digitCount : 0;
+    const auto putDigits = [&](T* at) {
+        if (bits == 0)
+            PutDecimal(value, at + digitCount);
+        else
+            PutPowerOfTwo(value, bits, spec.letter == 'X' ? "0123456789ABCDEF" : "0123456789abcdef", at + digitCount);
+    };
+    return WriteNumber(output, spec, text, digitCount, spec.precision == FormatSpec::kNoPrecision, putDigits);
 }
 
 // The value as an integer of so many bytes.
@@ -185,7 +223,7 @@ bool WritePrinted(FormatOutput<wchar_t>& output, const FormatSpec& spec, const N
             return false;
         at += length;
     }
-    return WriteNumber(output, spec, text, digits.get(), count, true);
+    return WriteNumber(output, spec, text, count, true, [&](wchar_t* to) { std::copy_n(digits.get(), count, to); });
 }
 
 // A decimal integer with the separators of the locale.

@@ -74,7 +74,7 @@ private:
         if (data == nullptr)
             throw std::bad_alloc();
         if (onStack)
-            std::memcpy(data, m_first, m_length * sizeof(T));
+            std::memcpy(data, m_first, sizeof m_first);
         m_data = data;
         m_capacity = capacity;
         return true;

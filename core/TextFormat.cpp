@@ -4,6 +4,7 @@
 #include "core/FormatString.h"
 
 #include <algorithm>
+#include <type_traits>
 
 using namespace tev;
 
@@ -18,11 +19,59 @@ constexpr int kMaximumPosition = 64;
 constexpr int kNext = 0;
 constexpr int kInFormat = -1;
 
+// What a character means behind the field of a conversion.
+enum class LetterKind : unsigned char
+{
+    None,
+    Modifier,
+    Integer,
+    Float,
+    Character,
+    String,
+    Pointer,
+    Percent
+};
+
+struct LetterTable
+{
+    static constexpr int kSize = 128;
+
+    LetterKind kinds[kSize] = {};
+
+    constexpr LetterTable()
+    {
+        Enter("hljztqLIw", LetterKind::Modifier);
+        Enter("diuoxX", LetterKind::Integer);
+        Enter("fFeEgGaA", LetterKind::Float);
+        Enter("cC", LetterKind::Character);
+        Enter("sS", LetterKind::String);
+        Enter("p", LetterKind::Pointer);
+        Enter("%", LetterKind::Percent);
+    }
+
+private:
+    constexpr void Enter(const char* letters, LetterKind kind)
+    {
+        for (; *letters != 0; ++letters)
+            kinds[static_cast<int>(*letters)] = kind;
+    }
+};
+
+constexpr LetterTable kLetters;
+
+template <class T>
+LetterKind KindOfLetter(T letter) noexcept
+{
+    const auto index = static_cast<std::make_unsigned_t<T>>(letter);
+    return index < LetterTable::kSize ? kLetters.kinds[index] : LetterKind::None;
+}
+
 struct Conversion : FormatSpec
 {
     int widthPosition = kInFormat;
     int precisionPosition = kInFormat;
     int valuePosition = kNext;
+    LetterKind kind = LetterKind::None;
 };
 
 enum class ArgumentKind : unsigned char
@@ -86,9 +135,9 @@ bool ReadFieldNumber(const T*& at, int& number, int& position) noexcept
     return true;
 }
 
-// Reads what follows the '%', and moves past it.
+// Position, flags, width and precision.
 template <class T>
-bool ReadConversion(const T*& at, Conversion& conversion) noexcept
+bool ReadField(const T*& at, Conversion& conversion) noexcept
 {
     bool widthIsRead = false;
     if (IsDigit(*at) && *at != '0')
@@ -114,15 +163,24 @@ bool ReadConversion(const T*& at, Conversion& conversion) noexcept
         if (!ReadFieldNumber(at, conversion.width, conversion.widthPosition))
             return false;
     }
-    if (*at == '.')
-    {
-        ++at;
-        conversion.precision = 0;
-        if (!ReadFieldNumber(at, conversion.precision, conversion.precisionPosition))
-            return false;
-    }
-    conversion.modifier = ReadLengthModifier(at);
-    if (*at <= 0 || *at > 'z')
+    if (*at != '.')
+        return true;
+    ++at;
+    conversion.precision = 0;
+    return ReadFieldNumber(at, conversion.precision, conversion.precisionPosition);
+}
+
+// Reads what follows the '%', and moves past it.
+template <class T>
+bool ReadConversion(const T*& at, Conversion& conversion) noexcept
+{
+    // Whatever may come before the modifier stands below the letters.
+    if (*at < 'A' && !ReadField(at, conversion))
+        return false;
+    if (KindOfLetter(*at) == LetterKind::Modifier)
+        conversion.modifier = ReadLengthModifier(at);
+    conversion.kind = KindOfLetter(*at);
+    if (conversion.kind == LetterKind::None)
         return false;
     conversion.letter = static_cast<char>(*at++);
     return true;
@@ -150,36 +208,24 @@ ArgumentKind KindOfNumber(LengthModifier modifier) noexcept
     }
 }
 
-// None for a conversion that does not exist or does not go with its modifier.
+// None for a conversion that does not go with its modifier.
 template <class T>
-ArgumentKind KindOfValue(const FormatSpec& spec) noexcept
+ArgumentKind KindOfValue(const Conversion& conversion) noexcept
 {
-    switch (spec.letter)
+    const LengthModifier modifier = conversion.modifier;
+    const bool isForText = TextWidthOf<T>(modifier, false) != TextWidth::None;
+    switch (conversion.kind)
     {
-    case 'd':
-    case 'i':
-    case 'u':
-    case 'o':
-    case 'x':
-    case 'X':
-        return KindOfInteger(spec.modifier);
-    case 'f':
-    case 'F':
-    case 'e':
-    case 'E':
-    case 'g':
-    case 'G':
-    case 'a':
-    case 'A':
-        return KindOfNumber(spec.modifier);
-    case 'c':
-    case 'C':
-        return TextWidthOf<T>(spec.modifier, false) == TextWidth::None ? ArgumentKind::None : ArgumentKind::Int;
-    case 's':
-    case 'S':
-        return TextWidthOf<T>(spec.modifier, false) == TextWidth::None ? ArgumentKind::None : ArgumentKind::Pointer;
-    case 'p':
-        return spec.modifier == LengthModifier::None ? ArgumentKind::Pointer : ArgumentKind::None;
+    case LetterKind::Integer:
+        return KindOfInteger(modifier);
+    case LetterKind::Float:
+        return KindOfNumber(modifier);
+    case LetterKind::Character:
+        return isForText ? ArgumentKind::Int : ArgumentKind::None;
+    case LetterKind::String:
+        return isForText ? ArgumentKind::Pointer : ArgumentKind::None;
+    case LetterKind::Pointer:
+        return modifier == LengthModifier::None ? ArgumentKind::Pointer : ArgumentKind::None;
     default:
         return ArgumentKind::None;
     }
@@ -190,10 +236,9 @@ template <class T>
 class Arguments
 {
 public:
-    Arguments(const T* format, va_list list) noexcept : m_format(format) { va_copy(m_list, list); }
+    Arguments(const T* format, va_list list) noexcept : m_format(format), m_list(list) {}
     Arguments(const Arguments&) = delete;
     Arguments& operator=(const Arguments&) = delete;
-    ~Arguments() { va_end(m_list); }
 
     bool Fetch(ArgumentKind kind, int position, Argument& value)
     {
@@ -261,7 +306,7 @@ private:
                 return false;
             if (conversion.precisionPosition != kInFormat && !Note(ArgumentKind::Int, conversion.precisionPosition))
                 return false;
-            if (conversion.letter != '%' && !Note(KindOfValue<T>(conversion), conversion.valuePosition))
+            if (conversion.kind != LetterKind::Percent && !Note(KindOfValue<T>(conversion), conversion.valuePosition))
                 return false;
         }
         return true;
@@ -283,7 +328,8 @@ private:
     }
 
     const T* m_format;
-    va_list m_list;
+    // The type of a parameter that is declared va_list. A copy would wait for the stores of va_start.
+    std::decay_t<va_list> m_list;
     bool m_takenInOrder = false;
     int m_positions = 0;
     ArgumentKind m_kinds[kMaximumPosition];
@@ -315,21 +361,37 @@ bool FetchField(Conversion& conversion, Arguments<T>& arguments)
 }
 
 template <class T>
-bool WriteValue(FormatOutput<T>& output, const FormatSpec& spec, ArgumentKind kind, const Argument& value)
+bool WriteValue(FormatOutput<T>& output, const Conversion& conversion, ArgumentKind kind, const Argument& value)
 {
-    switch (kind)
+    switch (conversion.kind)
     {
-    case ArgumentKind::Double:
-        return WriteFloat(output, spec, value.number);
-    case ArgumentKind::LongDouble:
-        return WriteFloat(output, spec, value.longNumber);
-    case ArgumentKind::Pointer:
-        return spec.letter == 'p' ? WritePointer(output, spec, value.pointer)
-                                  : WriteString(output, spec, value.pointer);
+    case LetterKind::Integer:
+        return WriteInteger(output, conversion, value.integer);
+    case LetterKind::Float:
+        return kind == ArgumentKind::LongDouble ? WriteFloat(output, conversion, value.longNumber)
+                                                : WriteFloat(output, conversion, value.number);
+    case LetterKind::Character:
+        return WriteCharacter(output, conversion, value.integer);
+    case LetterKind::String:
+        return WriteString(output, conversion, value.pointer);
     default:
-        return spec.letter == 'c' || spec.letter == 'C' ? WriteCharacter(output, spec, value.integer)
-                                                        : WriteInteger(output, spec, value.integer);
+        return WritePointer(output, conversion, value.pointer);
     }
+}
+
+// What stands between two conversions is mostly a character or two, for which a call would be the larger part.
+template <class T>
+bool AppendShort(FormatOutput<T>& output, const T* text, size_t length)
+{
+    constexpr size_t kShort = 8;
+    if (length > kShort)
+        return Append(output, text, length);
+    T* added = output.Extend(length);
+    if (added == nullptr)
+        return false;
+    for (size_t i = 0; i < length; ++i)
+        added[i] = text[i];
+    return true;
 }
 
 // Carries out the conversion behind a '%' and moves past it.
@@ -339,7 +401,7 @@ bool WriteConversion(FormatOutput<T>& output, const T*& at, Arguments<T>& argume
     Conversion conversion;
     if (!ReadConversion(at, conversion) || !FetchField(conversion, arguments))
         return false;
-    if (conversion.letter == '%')
+    if (conversion.kind == LetterKind::Percent)
         return AppendFill(output, T('%'), 1);
     const ArgumentKind kind = KindOfValue<T>(conversion);
     Argument value{};
@@ -354,10 +416,10 @@ bool tev::FormatText(FormatOutput<T>& output, const T* format, va_list list)
     Arguments<T> arguments(format, list);
     for (const T* at = format;;)
     {
-        const T* run = at;
+        const T* const run = at;
         while (*at != 0 && *at != '%')
             ++at;
-        if (at != run && !Append(output, run, static_cast<size_t>(at - run)))
+        if (!AppendShort(output, run, static_cast<size_t>(at - run)))
             return false;
         if (*at == 0)
             return true;
