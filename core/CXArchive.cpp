@@ -71,7 +71,8 @@ void CXArchive::SetBudget(unsigned __int64 bytes, unsigned __int64 objects, unsi
 {
     if ((m_mode & xArchiveStrict) == 0)
         return;
-    m_bytesLeft = bytes;
+    // What is buffered was taken from the file, and a flush may give it back.
+    m_bytesLeft = bytes - std::min(bytes, static_cast<unsigned __int64>(m_end - m_current));
     m_objectsLeft = objects;
     m_nestingLimit = depth;
 }
@@ -142,8 +143,9 @@ void CXArchive::Write(const void* source, unsigned __int64 count)
     if (count == 0)
         return;
 
-    Flush(false);
     const unsigned __int64 tail = count % m_bufferSize;
+    // What a file lends is void once the file itself writes, so a new block is only asked for behind that.
+    Flush(count != tail);
     if (count != tail)
     {
         for (unsigned __int64 whole = count - tail; whole != 0;)
@@ -169,8 +171,10 @@ void CXArchive::Flush(bool final)
         Fail(archiveGeneric);
     if (IsLoading())
     {
-        if (m_current != m_end)
-            m_file->Seek(-static_cast<__int64>(m_end - m_current), CXFile::current);
+        const __int64 unread = m_end - m_current;
+        if (unread != 0)
+            m_file->Seek(-unread, CXFile::current);
+        m_bytesLeft += static_cast<unsigned __int64>(unread);
         m_current = m_end;
         return;
     }
@@ -184,7 +188,8 @@ void CXArchive::Flush(bool final)
     }
     if (pending != 0)
         m_file->BufferCommand(CXFile::bufferCommit, pending, nullptr, nullptr);
-    m_current = m_start;
+    // The block has become contents: whatever fails from here on, nothing may be written over it.
+    SetBuffer(nullptr, nullptr, nullptr);
     if (!final)
         RequestBlock();
 }
@@ -235,20 +240,22 @@ void CXArchive::Fail(ArchiveExceptionType cause) const
     CXArchiveException::Throw(cause, m_fileName);
 }
 
-// Behind a full buffer of a storing archive, and every scalar that goes the wrong way.
-void CXArchive::MakeRoom(std::size_t count)
+// Behind a full buffer of a storing archive, and every scalar that goes the wrong way. Where the scalar goes.
+unsigned char* CXArchive::MakeRoom(std::size_t count)
 {
     RequireStoring();
     Flush(false);
     // A file that lends its memory may have had no more of it.
     if (static_cast<std::size_t>(m_end - m_current) < count)
         CXMemoryException::Throw();
+    return m_current;
 }
 
-void CXArchive::Provide(std::size_t count)
+const unsigned char* CXArchive::Provide(std::size_t count)
 {
     RequireLoading();
     FillBuffer(count - static_cast<std::size_t>(m_end - m_current));
+    return m_current;
 }
 
 // Behind a buffer that holds too little of what a scalar needs: `needed` bytes are missing.
@@ -258,9 +265,7 @@ void CXArchive::FillBuffer(std::size_t needed)
     const std::size_t wanted = unread + needed;
     if (m_directBuffer)
     {
-        if (unread != 0)
-            m_file->Seek(-static_cast<__int64>(unread), CXFile::current);
-        m_bytesLeft += unread;
+        Flush(false);
         RequestBlock();
     }
     else

@@ -158,23 +158,26 @@ protected:
 private:
     friend struct CXRuntimeClass;
 
+    // Bytes may alias anything, so the position moves on before they are touched: it need not be looked at again.
     template <class T>
     CXArchive& Store(T value)
     {
-        if (reinterpret_cast<std::uintptr_t>(m_current) + sizeof(T) > m_storeLimit)
-            MakeRoom(sizeof(T));
-        tev::StoreLittleEndian(m_current, value);
-        m_current += sizeof(T);
+        unsigned char* target = m_current;
+        if (reinterpret_cast<std::uintptr_t>(target) + sizeof(T) > m_storeLimit)
+            target = MakeRoom(sizeof(T));
+        m_current = target + sizeof(T);
+        tev::StoreLittleEndian(target, value);
         return *this;
     }
 
     template <class T>
     CXArchive& Load(T& value)
     {
-        if (reinterpret_cast<std::uintptr_t>(m_current) + sizeof(T) > m_loadLimit)
-            Provide(sizeof(T));
-        value = tev::LoadLittleEndian<T>(m_current);
+        const unsigned char* source = m_current;
+        if (reinterpret_cast<std::uintptr_t>(source) + sizeof(T) > m_loadLimit)
+            source = Provide(sizeof(T));
         m_current += sizeof(T);
+        value = tev::LoadLittleEndian<T>(source);
         return *this;
     }
 
@@ -189,8 +192,8 @@ private:
     CXFile& RequireStoring() const;
     CXFile& RequireLoading() const;
     [[noreturn]] void Fail(ArchiveExceptionType cause) const;
-    void MakeRoom(std::size_t count);
-    void Provide(std::size_t count);
+    unsigned char* MakeRoom(std::size_t count);
+    const unsigned char* Provide(std::size_t count);
     void FillBuffer(std::size_t needed);
     void Fetch(std::size_t wanted);
     void SetBuffer(unsigned char* start, unsigned char* current, unsigned char* end) noexcept;

@@ -1,11 +1,14 @@
 #include "core/CXArchive.h"
 #include "core/CXException.h"
+#include "core/CXFileException.h"
 #include "core/CXMemFile.h"
 #include "core/ThreadException.h"
 #include "tests/support/PrintText.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstring>
 #include <functional>
 #include <memory>
 #include <random>
@@ -16,11 +19,14 @@ namespace
 {
 using Bytes = std::vector<unsigned char>;
 
-// A memory file that lends nothing, so that the archive works through a buffer, as over a disk file.
+// A memory file that lends nothing, so that the archive works through a buffer, as over a disk file. It may deliver in
+// small pieces, as a pipe does.
 class UnlentFile : public CXMemFile
 {
 public:
     using CXMemFile::CXMemFile;
+    unsigned Read(void* buffer, unsigned count) override { return CXMemFile::Read(buffer, std::min(count, m_piece)); }
+    unsigned m_piece = 0xFFFFFFFF;
 
 protected:
     unsigned __int64 BufferCommand(unsigned, unsigned __int64, unsigned char**, unsigned char**) override { return 0; }
@@ -32,18 +38,26 @@ struct Way
     bool m_direct;
     unsigned m_bufferSize;
     bool m_callersBuffer;
+    unsigned m_piece = 0xFFFFFFFF; // the most that the file delivers at once
 };
-const Way kWays[] = {{true, 4096, false},  {true, 0, false},    {true, 131, false},
-                     {false, 4096, false}, {false, 128, false}, {false, 131, false},
-                     {false, 0, false},    {false, 200, true},  {false, 5000, true}};
+const Way kWays[] = {{true, 4096, false}, {true, 0, false},       {true, 131, false},   {false, 4096, false},
+                     {false, 128, false}, {false, 131, false},    {false, 0, false},    {false, 200, true},
+                     {false, 5000, true}, {false, 150, false, 1}, {false, 128, true, 7}};
 
 class Stream
 {
 public:
     Stream(const Way& way, unsigned mode, const Bytes& contents = {})
-        : m_file(way.m_direct ? std::make_unique<CXMemFile>() : std::make_unique<UnlentFile>()),
-          m_buffer(way.m_callersBuffer ? way.m_bufferSize : 0)
+        : m_buffer(way.m_callersBuffer ? way.m_bufferSize : 0)
     {
+        if (way.m_direct)
+            m_file = std::make_unique<CXMemFile>();
+        else
+        {
+            auto file = std::make_unique<UnlentFile>();
+            file->m_piece = way.m_piece;
+            m_file = std::move(file);
+        }
         m_file->Write(contents.data(), static_cast<unsigned>(contents.size()));
         m_file->SeekToBegin();
         m_archive = std::make_unique<CXArchive>(m_file.get(), mode, way.m_bufferSize,
@@ -129,8 +143,11 @@ public:
             m_schemaBefore = archive.GetObjectSchema();
             archive >> m_value >> m_left >> m_right;
             m_schemaAfter = archive.GetObjectSchema();
+            if (m_value == kSwallows)
+                XSetThreadException(new CXUserException);
         }
     }
+    static constexpr int kSwallows = 99; // an exception that its reader caught and forgot
     int m_value = 0;
     CXObject* m_left = nullptr;
     CXObject* m_right = nullptr;
@@ -275,6 +292,36 @@ TEST(CXArchiveTest, TextIsStoredUntaggedOrAsUnits)
     EXPECT_EQ(wide(L"\U0001F600"), (Bytes{0xFF, 0xFE, 0xFF, 2, 0x3D, 0xD8, 0x00, 0xDE}));
     const wchar_t lone[] = {0xD83D, L'x', 0};
     EXPECT_EQ(wide(lone), (Bytes{0xFF, 0xFE, 0xFF, 2, 0x3D, 0xD8, 'x', 0}));
+
+    // A class that knows its text better names the encoding; nothing is converted.
+    struct Exposed : CXArchive
+    {
+        using CXArchive::CXArchive;
+        using CXArchive::WriteString;
+    };
+    CXMemFile file;
+    Exposed archive(&file, xArchiveStore);
+    archive.WriteString("\xC3\xA9", xEncodingUtf8);
+    archive.WriteString("", xEncodingUtf8);
+    archive.WriteString(L"h\u20AC", xEncodingUtf16BE);
+    archive.WriteString("a", xEncodingUnknown);
+    archive.Close();
+    const Bytes expected = {0xFF, 0xFD, 0xFF, 2, 0xC3, 0xA9, 0xFF, 0xFD, 0xFF, 0,
+                            0xFF, 0xFC, 0xFF, 2, 'h',  0,    0xAC, 0x20, 1,    'a'};
+    EXPECT_EQ(Bytes(file.GetBuffer(), file.GetBuffer() + file.GetLength()), expected);
+}
+
+TEST(CXArchiveTest, UntaggedTextIsInTheAnsiCodePage)
+{
+    const unsigned before = XGetAnsiCodePage();
+    XSetAnsiCodePage(1252);
+    CXTString<wchar_t> wide;
+    *Stream(kWays[0], xArchiveLoad, {1, 0x80}) >> wide;
+    CXTString<char> narrow;
+    *Stream(kWays[0], xArchiveLoad, {0xFF, 0xFE, 0xFF, 2, 0xAC, 0x20, 0x05, 0x04}) >> narrow;
+    XSetAnsiCodePage(before);
+    EXPECT_EQ(wide, L"\u20AC");
+    EXPECT_EQ(narrow, "\x80?");
 }
 
 TEST(CXArchiveTest, TextIsReadByItsTag)
@@ -405,6 +452,188 @@ TEST(CXArchiveTest, FlushMovesTheFileToTheArchivesPosition)
         stream->Close();
         EXPECT_EQ(stream.File().GetPosition(), 8u);
     }
+}
+
+// A memory file of which one access, counted from now, fails with an exception, or every one. It lends its memory or not.
+class FaultyFile : public CXMemFile
+{
+public:
+    explicit FaultyFile(bool lends) : m_lends(lends) {}
+    unsigned Read(void* buffer, unsigned count) override { return Access(), CXMemFile::Read(buffer, count); }
+    void Write(const void* buffer, unsigned count) override { Access(), CXMemFile::Write(buffer, count); }
+    unsigned __int64 Seek(__int64 offset, SeekPosition origin) override
+    {
+        return Access(), CXMemFile::Seek(offset, origin);
+    }
+    int m_countdown = 0;
+    bool m_broken = false;
+
+protected:
+    unsigned __int64 BufferCommand(unsigned command, unsigned __int64 count, unsigned char** start,
+                                   unsigned char** stop) override
+    {
+        if (!m_lends)
+            return 0;
+        if (command != bufferCheck)
+            Access();
+        return CXMemFile::BufferCommand(command, count, start, stop);
+    }
+
+private:
+    void Access()
+    {
+        if (--m_countdown == 0 || m_broken)
+            CXFileException::Throw(fileHardIO, GetFilePath());
+    }
+    bool m_lends;
+};
+
+TEST(CXArchiveTest, ScalarsGoOnBehindAFileThatFailedOnce)
+{
+    constexpr unsigned kCount = 200;
+    Bytes expected = {'x'}; // so that numbers straddle the buffer
+    for (unsigned i = 0; i < kCount; ++i)
+        expected = std::move(expected) + Bytes{static_cast<unsigned char>(i), 0, 0, 0};
+    for (const bool lends : {false, true})
+    {
+        bool failed = true;
+        for (int access = 1; failed; ++access)
+        {
+            SCOPED_TRACE(testing::Message() << "lends " << lends << ", access " << access);
+            failed = false;
+            const auto insist = [&](const std::function<void()>& call) {
+                try
+                {
+                    call();
+                }
+                catch (CXFileException* exception)
+                {
+                    failed = true;
+                    exception->Delete();
+                    call();
+                }
+            };
+            FaultyFile file(lends);
+            file.m_countdown = access;
+            CXArchive storing(&file, xArchiveStore, 128);
+            insist([&] { storing << 'x'; });
+            for (unsigned i = 0; i < kCount; ++i)
+                insist([&] { storing << i; });
+            insist([&] { storing.Close(); });
+            ASSERT_EQ(Bytes(file.GetBuffer(), file.GetBuffer() + file.GetLength()), expected);
+
+            file.m_countdown = 0;
+            file.SeekToBegin();
+            file.m_countdown = access;
+            CXArchive loading(&file, xArchiveLoad, 128);
+            char c = 0;
+            insist([&] { loading >> c; });
+            for (unsigned i = 0; i < kCount; ++i)
+            {
+                unsigned value = kCount;
+                insist([&] { loading >> value; });
+                ASSERT_EQ(value, i);
+            }
+            insist([&] { loading.Close(); });
+            ASSERT_EQ(file.GetPosition(), expected.size());
+        }
+    }
+}
+
+TEST(CXArchiveTest, OnlyCloseTellsWhatCouldNotBeWritten)
+{
+    for (const bool lends : {false, true})
+    {
+        FaultyFile file(lends);
+        CXArchive archive(&file, xArchiveStore);
+        archive << 1;
+        file.m_broken = true;
+        EXPECT_THROW(
+            {
+                try
+                {
+                    archive.Close();
+                }
+                catch (CXFileException* exception)
+                {
+                    exception->Delete();
+                    throw 0;
+                }
+            },
+            int);
+        EXPECT_EQ(archive.GetFile(), &file);
+    } // and the destructor, which tries once more, lets nothing out
+    EXPECT_EQ(XTakeThreadException(), nullptr);
+}
+
+TEST(CXArchiveTest, AFinalFlushIsNotWrittenOver)
+{
+    for (const Way& way : kWays)
+    {
+        const Bytes bytes = Stored(
+            [](CXArchive& archive) {
+                archive << 'a';
+                archive.Flush(true);
+                archive << 'b';
+            },
+            way);
+        EXPECT_EQ(bytes, (Bytes{'a', 'b'}));
+    }
+}
+
+TEST(CXArchiveTest, AMemoryFileThatCannotGrowIsNotOverrun)
+{
+    class FullFile : public CXMemFile
+    {
+    public:
+        FullFile() : CXMemFile(128, false) {}
+
+    protected:
+        bool GrowBuffer(unsigned __int64 needed) override { return needed <= 256 && CXMemFile::GrowBuffer(needed); }
+    };
+    FullFile file;
+    CXArchive archive(&file, xArchiveStore, 128);
+    int stored = 0;
+    EXPECT_EQ(CauseOf([&] {
+                  for (;; ++stored)
+                      archive << stored;
+              }),
+              -3);
+    EXPECT_EQ(stored, 256 / 4);
+    EXPECT_EQ(CauseOf([&] { archive.Write(&stored, 1); }), -2);
+    archive.Close();
+    ASSERT_EQ(file.GetLength(), 256u);
+    for (int i = 0; i < stored; ++i)
+        ASSERT_EQ(std::memcmp(file.GetBuffer() + 4 * i, &i, 4), 0);
+}
+
+TEST(CXArchiveTest, ExceptionsArePendingAndNameTheFile)
+{
+    const auto nameIn = [](const Bytes& bytes, unsigned mode, const std::function<void(CXArchive&)>& call) {
+        CXMemFile file(bytes.data(), bytes.size(), false);
+        file.SetFilePath(L"stored.bin");
+        CXArchive archive(&file, mode);
+        try
+        {
+            call(archive);
+        }
+        catch (CXArchiveException* exception)
+        {
+            EXPECT_EQ(XTakeThreadException(), exception);
+            CXTString<wchar_t> name = exception->GetFileName();
+            exception->Delete();
+            return name;
+        }
+        return CXTString<wchar_t>(L"nothing thrown");
+    };
+    const auto readObject = [](CXArchive& archive) { archive.ReadObject(nullptr); };
+    char byte;
+    EXPECT_EQ(nameIn({}, xArchiveLoad, [](CXArchive& archive) { archive << 1; }), L"stored.bin");
+    EXPECT_EQ(nameIn({}, xArchiveStore, [&](CXArchive& archive) { archive >> byte; }), L"stored.bin");
+    EXPECT_EQ(nameIn({5, 0}, xArchiveLoad, readObject), L"stored.bin");
+    EXPECT_EQ(nameIn(Bytes{0xFF, 0xFF, 1, 0, 1, 0} + "?", xArchiveLoad, readObject), L"stored.bin");
+    EXPECT_EQ(nameIn({}, xArchiveLoad, [&](CXArchive& archive) { archive >> byte; }), L"");
+    EXPECT_EQ(nameIn({}, xArchiveLoad, [&](CXArchive& archive) { archive.EnsureRead(&byte, 1); }), L"");
 }
 
 TEST(CXArchiveTest, DirectionAndEndAreChecked)
@@ -567,6 +796,45 @@ TEST(CXArchiveObjectTest, SchemaNumbersDecideWhatIsRead)
     EXPECT_EQ(CauseOfReading(Bytes{0xFF, 0xFF, 1, 0, 0xFF, 0xFF} + "x", read), archiveEndOfFile);
     Abstract abstract;
     EXPECT_EQ(CauseOfReading(Stored([&](CXArchive& archive) { archive << &abstract; }), read), -3);
+
+    // The longest name, and one that has no form.
+    std::string name(0xFFFF, 'n');
+    const CXRuntimeClass longest = {name.c_str(), 0, 0x20010002, nullptr, nullptr};
+    EXPECT_EQ(Stored([&](CXArchive& archive) { archive.WriteClass(&longest); }),
+              (Bytes{0xFF, 0xFF, 2, 0, 0xFF, 0xFF} + name.c_str()));
+    name += 'n';
+    const CXRuntimeClass tooLong = {name.c_str(), 0, 1, nullptr, nullptr};
+    EXPECT_EQ(CauseOf([&] { Stored([&](CXArchive& archive) { archive.WriteClass(&tooLong); }); }), archiveGeneric);
+}
+
+TEST(CXArchiveObjectTest, ClassesAreReadWithSchemaAndReference)
+{
+    const Bytes versioned = Bytes{0xFF, 0xFF, 2, 0, 9, 0} + "Versioned";
+    Stream stream(kWays[0], xArchiveLoad,
+                  versioned + Bytes{1, 0x80, 0xFF, 0x7F, 1, 0, 0, 0x80, 9, 0, 0xFF, 0x7F, 0, 0, 1, 0});
+    const struct
+    {
+        bool m_isClass;
+        unsigned m_schema;
+        unsigned m_tag;
+    } rows[] = {
+        {true, 2, 0x80007FFF}, {true, 2, 0x80000001}, {true, 2, 0x80000001}, {false, 99, 9}, {false, 99, 0x10000}};
+    for (const auto& row : rows)
+    {
+        unsigned schema = 99;
+        unsigned tag = 99;
+        const CXRuntimeClass* const type = stream->ReadClass(kNode, &schema, &tag);
+        EXPECT_EQ(type, row.m_isClass ? Versioned::GetThisRuntimeClassDescriptor() : nullptr);
+        EXPECT_EQ(schema, row.m_schema);
+        EXPECT_EQ(tag, row.m_tag);
+    }
+}
+
+TEST(CXArchiveObjectTest, AnObjectThatWasReadLeavesNoPendingException)
+{
+    Stream stream(kWays[0], xArchiveLoad, kNewNode + Bytes{Node::kSwallows, 0, 0, 0} + kNoLinks);
+    const std::unique_ptr<CXObject> node(stream->ReadObject(kNode));
+    EXPECT_EQ(XTakeThreadException(), nullptr);
 }
 
 TEST(CXArchiveObjectTest, ReferencesAreChecked)
@@ -634,6 +902,7 @@ TEST(CXArchiveObjectTest, HostileNestingAndBudgetsEndInAnException)
         std::function<void(CXArchive&)> m_limit;
         size_t m_created;
     } rows[] = {
+        {"default", xArchiveLoad, [](CXArchive&) {}, 10000},
         {"nesting", xArchiveLoad, [](CXArchive& archive) { archive.SetNestingLimit(500); }, 500},
         {"depth", xArchiveLoad | xArchiveStrict, [](CXArchive& archive) { archive.SetBudget(1 << 20, 999, 300); }, 300},
         {"objects", xArchiveLoad | xArchiveStrict, [](CXArchive& archive) { archive.SetBudget(1 << 20, 200, 300); },
@@ -661,6 +930,24 @@ TEST(CXArchiveObjectTest, HostileNestingAndBudgetsEndInAnException)
               archiveGeneric);
     EXPECT_EQ(stream->GetCreatedObjects().size(), 10u) << "budgets are for strict archives";
     DeleteCreated(*stream);
+
+    // What a flush gives back to the file is not taken from the budget twice.
+    for (const Way& way : kWays)
+    {
+        for (const auto& [bytes, cause] : {std::pair(99ull, archiveGeneric), std::pair(~0ull, archiveEndOfFile)})
+        {
+            Stream budgeted(way, xArchiveLoad | xArchiveStrict, Bytes(100, 1));
+            char byte;
+            *budgeted >> byte;
+            budgeted->SetBudget(bytes, 1, 1);
+            for (int i = 1; i < 100; ++i)
+            {
+                *budgeted >> byte;
+                budgeted->Flush();
+            }
+            EXPECT_EQ(CauseOf([&] { *budgeted >> byte; }), cause);
+        }
+    }
 }
 
 TEST(CXArchiveObjectTest, TruncationAtEveryByteFailsAndLosesNothing)
