@@ -65,7 +65,7 @@ public:
     }
 
     static constexpr unsigned kAscii = ~0u;
-    static constexpr unsigned kLatin = 12;
+    static constexpr unsigned kLatin = 30;
 
 private:
     tev::test::TempFolder m_folder;

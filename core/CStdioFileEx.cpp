@@ -22,6 +22,12 @@ void CutTo(CXTString<wchar_t>& line, std::size_t length)
     text.m_length = length;
 }
 
+// Position of the first NUL, or the length.
+std::size_t FindNul(const wchar_t* text, std::size_t length)
+{
+    return std::min(length, tev::FindCharacter(text, length, L'\0'));
+}
+
 std::size_t LengthWithoutEnd(const CXTString<wchar_t>& line)
 {
     const wchar_t* text = line;
@@ -30,7 +36,7 @@ std::size_t LengthWithoutEnd(const CXTString<wchar_t>& line)
         length -= 2;
     else if (length != 0 && (text[length - 1] == L'\r' || text[length - 1] == L'\n'))
         --length;
-    return std::min(length, tev::FindCharacter(text, length, L'\0'));
+    return length;
 }
 
 // Position of the first CR or LF from `start` on, or the length.
@@ -110,12 +116,17 @@ bool CStdioFileEx::Open(const wchar_t* path, unsigned int mode, CXFileException*
 bool CStdioFileEx::ReadString(CXTString<wchar_t>& line)
 {
     line.Empty();
-    SkipMark();
+    if (m_bomPending)
+        SkipMark();
     if (m_carriageReturnMode)
         return ReadCachedLine(line);
-    if (!ReadTextLine(TextEncoding(), m_lineBuffer, line))
+    LineTraits traits;
+    if (!ReadTextLine(TextEncoding(), m_lineBuffer, line, traits))
         return false;
-    CutTo(line, LengthWithoutEnd(line));
+    if (!traits.m_ended)
+        CutTo(line, LengthWithoutEnd(line));
+    if (traits.m_mayHoldNul)
+        CutTo(line, FindNul(line, line.GetLength64()));
     return true;
 }
 
@@ -123,7 +134,8 @@ bool CStdioFileEx::ReadString(CXTString<char>& line)
 {
     line.Empty();
     LeaveCache();
-    SkipMark();
+    if (m_bomPending)
+        SkipMark();
     return CXStdioFile::ReadString(line);
 }
 
@@ -230,17 +242,6 @@ bool CStdioFileEx::IsTextRead() const noexcept
     return (m_openMode & typeText) != 0 && (m_openMode & (modeCreate | modeWrite)) == 0;
 }
 
-bool CStdioFileEx::WritesUtf16() const noexcept
-{
-    return (m_openMode & kUtf16Written) != 0;
-}
-
-// The encoding that lines are read and written with.
-xStringEncoding CStdioFileEx::TextEncoding() const noexcept
-{
-    return WritesUtf16() ? xEncodingUtf16 : m_encoding;
-}
-
 unsigned int CStdioFileEx::MarkSize() const noexcept
 {
     return tev::IsUtf16(TextEncoding()) ? sizeof(kUtf16Mark) : sizeof(kUtf8Mark);
@@ -254,8 +255,6 @@ void CStdioFileEx::CheckCarriageReturns()
 
 void CStdioFileEx::SkipMark()
 {
-    if (!m_bomPending)
-        return;
     if (m_hasBom && GetPosition() == 0)
     {
         char mark[sizeof(kUtf8Mark)];
@@ -279,7 +278,7 @@ bool CStdioFileEx::ReadCachedLine(CXTString<wchar_t>& line)
     const std::size_t start = static_cast<std::size_t>(m_crCursor);
     const std::size_t stop = FindLineBreak(m_crCache, start);
     const wchar_t* text = m_crCache;
-    line.Assign(text + start, std::min(stop - start, tev::FindCharacter(text + start, stop - start, L'\0')));
+    line.Assign(text + start, FindNul(text + start, stop - start));
     const std::size_t next = stop + (text[stop] == L'\r' && text[stop + 1] == L'\n' ? 2 : 1);
     SkipRawLine(encoding);
     if (next < m_crCache.GetLength64())
@@ -293,7 +292,7 @@ bool CStdioFileEx::ReadCachedLine(CXTString<wchar_t>& line)
 void CStdioFileEx::SkipRawLine(xStringEncoding encoding)
 {
     const std::size_t unit = tev::UnitSize(encoding);
-    const std::size_t rest = CachedBytes() / unit * unit;
+    const std::size_t rest = tev::WholeUnits(CachedBytes(), unit);
     const char* bytes = m_lineBuffer.GetConstBuffer() + m_rawCursor;
     const std::size_t lineBreak = tev::FindLineBreak(bytes, rest, encoding);
     if (lineBreak == tev::kNotFound)
@@ -324,5 +323,6 @@ void CStdioFileEx::LeaveCache()
 {
     if (const std::size_t ahead = CachedBytes())
         CXStdioFile::Seek(-static_cast<__int64>(ahead), current);
-    EmptyCache();
+    if (m_crCursor >= 0)
+        EmptyCache();
 }

@@ -75,8 +75,9 @@ public:
 
 private:
     bool IsTextRead() const noexcept;
-    bool WritesUtf16() const noexcept;
-    xStringEncoding TextEncoding() const noexcept;
+    bool WritesUtf16() const noexcept { return (m_openMode & kUtf16Written) != 0; }
+    /// The encoding that lines are read and written with.
+    xStringEncoding TextEncoding() const noexcept { return WritesUtf16() ? xEncodingUtf16 : m_encoding; }
     unsigned int MarkSize() const noexcept;
     void CheckCarriageReturns();
     void SkipMark();

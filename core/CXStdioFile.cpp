@@ -2,6 +2,7 @@
 
 #include "core/CXFileException.h"
 #include "core/LineScan.h"
+#include "core/PaddedText.h"
 #include "core/TextSearch.h"
 
 #include <algorithm>
@@ -15,16 +16,21 @@ constexpr std::size_t kLinesAtOnce = 32768; // bytes; even, so that no UTF-16 un
 constexpr std::size_t kMostAtOnce = 1u << 30;
 constexpr unsigned __int64 kFailed = ~0ull;
 
+// How many of the last characters are the line end LF or CR LF.
 template <class T>
-void CollapseLineEnd(CXTString<T>& line)
+unsigned __int64 LineEndSize(const CXTCharArray<T>& line)
 {
-    CXTCharArray<T>& text = line;
-    const unsigned __int64 length = text.m_length;
-    if (length < 2 || text.m_data[length - 1] != T('\n') || text.m_data[length - 2] != T('\r'))
-        return;
-    text.m_data[length - 2] = T('\n');
-    text.m_data[length - 1] = T();
-    text.m_length = length - 1;
+    const unsigned __int64 length = line.m_length;
+    if (length == 0 || line.m_data[length - 1] != T('\n'))
+        return 0;
+    return length >= 2 && line.m_data[length - 2] == T('\r') ? 2 : 1;
+}
+
+template <class T>
+void DropLast(CXTCharArray<T>& line, unsigned __int64 count)
+{
+    line.m_length -= count;
+    line.m_data[line.m_length] = T();
 }
 } // namespace
 
@@ -179,13 +185,23 @@ bool CXStdioFile::ReadString(CXTString<char>& line)
     }
     if (line.IsEmpty())
         line.Assign(raw.m_bytes, raw.m_size);
-    CollapseLineEnd(line);
+    if (LineEndSize<char>(line) == 2)
+    {
+        DropLast<char>(line, 2);
+        line += '\n';
+    }
     return true;
 }
 
 bool CXStdioFile::ReadString(CXTString<wchar_t>& line)
 {
-    return ReadTextLine(xEncodingUtf16, m_scratch, line);
+    LineTraits traits;
+    line.Empty();
+    if (!ReadTextLine(xEncodingUtf16, m_scratch, line, traits))
+        return false;
+    if (traits.m_ended)
+        line += L'\n';
+    return true;
 }
 
 void CXStdioFile::WriteString(const char* text)
@@ -208,15 +224,16 @@ void CXStdioFile::SetBufferSize(unsigned int size)
 bool CXStdioFile::ReadRawLine(xStringEncoding encoding, CXTString<char>& assembled, RawText& line)
 {
     const std::size_t unit = tev::UnitSize(encoding);
-    assembled.Empty();
+    if (!assembled.IsEmpty())
+        assembled.Empty();
     while (const std::size_t available = Available(unit))
     {
-        const std::size_t searched = available - available % unit;
+        const std::size_t searched = tev::WholeUnits(available, unit);
         const char* bytes = Unread();
         const std::size_t lineFeed = tev::FindLineFeed(bytes, searched, encoding);
         const bool ended = lineFeed != tev::kNotFound;
         // Less than a unit is left over only at the end of the file.
-        const std::size_t taken = ended ? lineFeed + unit : std::max(searched, available % unit);
+        const std::size_t taken = ended ? lineFeed + unit : std::max(searched, available - searched);
         m_next += taken;
         if (ended && assembled.IsEmpty())
         {
@@ -238,12 +255,12 @@ bool CXStdioFile::ReadRawLines(xStringEncoding encoding, CXTString<char>& lines)
     while (const std::size_t available = Available(unit))
     {
         const char* bytes = Unread();
-        const std::size_t searched = available - available % unit;
+        const std::size_t searched = tev::WholeUnits(available, unit);
         const std::size_t lacking = kLinesAtOnce - std::min<std::size_t>(kLinesAtOnce, lines.GetLength64());
         const std::size_t skipped = std::min(searched, lacking);
         const std::size_t lineBreak = tev::FindLineBreak(bytes + skipped, searched - skipped, encoding);
         const bool ended = lineBreak != tev::kNotFound;
-        const std::size_t taken = ended ? skipped + lineBreak + unit : std::max(searched, available % unit);
+        const std::size_t taken = ended ? skipped + lineBreak + unit : std::max(searched, available - searched);
         const bool afterReturn = ended && tev::IsUnit(bytes + taken - unit, encoding, '\r');
         lines.Append(bytes, taken);
         m_next += taken;
@@ -258,14 +275,25 @@ bool CXStdioFile::ReadRawLines(xStringEncoding encoding, CXTString<char>& lines)
     return !lines.IsEmpty();
 }
 
-bool CXStdioFile::ReadTextLine(xStringEncoding encoding, CXTString<char>& assembled, CXTString<wchar_t>& line)
+bool CXStdioFile::ReadTextLine(xStringEncoding encoding, CXTString<char>& assembled, CXTString<wchar_t>& line,
+                               LineTraits& traits)
 {
-    line.Empty();
     RawText raw;
     if (!ReadRawLine(encoding, assembled, raw))
         return false;
-    if (XDecodeText(raw.m_bytes, raw.m_size, encoding, line))
-        CollapseLineEnd(line);
+    if (raw.m_bytes != assembled.GetConstBuffer())
+    {
+        const tev::PaddedText padded = tev::DecodePaddedLine(raw.m_bytes, raw.m_size, encoding, line);
+        traits = {true, padded.m_hasNul};
+        if (padded.m_decoded)
+            return true;
+    }
+    traits = {false, true};
+    if (!XDecodeText(raw.m_bytes, raw.m_size, encoding, line))
+        return true;
+    const unsigned __int64 lineEnd = LineEndSize<wchar_t>(line);
+    traits.m_ended = lineEnd != 0;
+    DropLast<wchar_t>(line, lineEnd);
     return true;
 }
 
@@ -274,7 +302,7 @@ bool CXStdioFile::LineHoldsReturn(xStringEncoding encoding)
     const std::size_t unit = tev::UnitSize(encoding);
     for (std::size_t available = Available(unit); available >= unit; available = Available(unit))
     {
-        const std::size_t searched = available - available % unit;
+        const std::size_t searched = tev::WholeUnits(available, unit);
         const std::size_t lineBreak = tev::FindLineBreak(Unread(), searched, encoding);
         m_next += std::min(lineBreak, searched);
         if (lineBreak == tev::kNotFound)
@@ -337,7 +365,7 @@ std::size_t CXStdioFile::FillBuffer(std::size_t wanted)
 void CXStdioFile::StartBuffer()
 {
     if (m_buffer == nullptr)
-        m_buffer.reset(new char[m_bufferSize]);
+        m_buffer.reset(new char[m_bufferSize + tev::kTextPadding]());
     const unsigned __int64 position = CXFile::GetPosition();
     m_origin = position == kFailed ? 0 : position; // where nothing can be sought, positions count from here
 }

@@ -65,8 +65,15 @@ protected:
     bool ReadRawLine(xStringEncoding encoding, CXTString<char>& assembled, RawText& line);
     /// Takes about 32 KiB of whole lines, which end with CR, LF or CR LF. False at the end of the file.
     bool ReadRawLines(xStringEncoding encoding, CXTString<char>& lines);
-    /// Reads a line of text: decoded, its CR LF made LF.
-    bool ReadTextLine(xStringEncoding encoding, CXTString<char>& assembled, CXTString<wchar_t>& line);
+    struct LineTraits
+    {
+        bool m_ended; ///< LF or CR LF stood behind it
+        bool m_mayHoldNul;
+    };
+
+    /// Reads a line of text into an empty string and takes its LF or CR LF away.
+    bool ReadTextLine(xStringEncoding encoding, CXTString<char>& assembled, CXTString<wchar_t>& line,
+                      LineTraits& traits);
     /// Reads on until it knows whether the line holds a CR before its last character, CR LF counted as one.
     bool LineHoldsReturn(xStringEncoding encoding);
     void WriteBytes(const char* bytes, std::size_t count);

@@ -228,12 +228,6 @@ int CXTString<T>::GetLength() const noexcept
 }
 
 template <class T>
-void CXTString<T>::Empty()
-{
-    SetLength(0);
-}
-
-template <class T>
 T CXTString<T>::GetAt(int position) const noexcept
 {
     const T* character = GetAtPtr(position);

@@ -75,7 +75,7 @@ public:
     unsigned __int64 GetLength64() const noexcept { return m_text.m_length; }
     bool IsEmpty() const noexcept { return m_text.m_length == 0; }
     /// Makes the string empty and keeps its buffer.
-    void Empty();
+    void Empty() { SetLength(0); }
     /// The character, or NUL when the position lies outside the text.
     T GetAt(int position) const noexcept;
     /// The character's address, or null when the position lies outside the text.

@@ -1,56 +1,65 @@
 #include "core/LineScan.h"
 
-#include "core/TextSearch.h"
-
-#include <cstdint>
+#if defined(__x86_64__)
+#include <emmintrin.h>
+#endif
 
 namespace
 {
-// A word with one bit set in each of its units, at the unit's lowest place; the highest place is that times 0x80 or 0x8000.
-template <std::size_t unit>
-constexpr std::uint64_t kLowest = unit == 1 ? 0x0101010101010101u : 0x0001000100010001u;
-template <std::size_t unit>
-constexpr std::uint64_t kHighest = kLowest<unit> << (8 * unit - 1);
+#if defined(__x86_64__)
+constexpr std::size_t kBlock = 32;
 
-// Not 0 when some unit of the word is 0. Bits above the first such unit mean nothing.
+// Repeats the character's unit; what it is compared with below has the same byte order.
 template <std::size_t unit>
-std::uint64_t ZeroUnits(std::uint64_t word) noexcept
+__m128i Repeat(char character, xStringEncoding encoding) noexcept
 {
-    return (word - kLowest<unit>)&~word & kHighest<unit>;
+    if constexpr (unit == 1)
+        return _mm_set1_epi8(character);
+    else
+        return _mm_set1_epi16(static_cast<short>(encoding == xEncodingUtf16 ? character : character << 8));
 }
 
 template <std::size_t unit>
-std::uint64_t Repeat(char character, xStringEncoding encoding) noexcept
+__m128i Same(__m128i a, __m128i b) noexcept
 {
-    char bytes[sizeof(std::uint64_t)] = {};
-    for (std::size_t i = encoding == xEncodingUtf16BE ? 1 : 0; i < sizeof(bytes); i += unit)
-        bytes[i] = character;
-    std::uint64_t word;
-    std::memcpy(&word, bytes, sizeof(word));
-    return word;
+    return unit == 1 ? _mm_cmpeq_epi8(a, b) : _mm_cmpeq_epi16(a, b);
 }
 
-// Looks at 32 bytes at a time without a branch; what is found is then looked at unit by unit.
+// Looks at whole blocks. Returns the offset of what was found, or that of the rest with `found` false.
+template <std::size_t unit, bool returnsToo>
+std::size_t FindInBlocks(const char* bytes, std::size_t size, xStringEncoding encoding, bool& found) noexcept
+{
+    const __m128i lineFeeds = Repeat<unit>('\n', encoding);
+    const __m128i returns = Repeat<unit>('\r', encoding);
+    const auto matches = [=](const char* half) {
+        const __m128i text = _mm_loadu_si128(reinterpret_cast<const __m128i*>(half));
+        __m128i same = Same<unit>(text, lineFeeds);
+        if constexpr (returnsToo)
+            same = _mm_or_si128(same, Same<unit>(text, returns));
+        return static_cast<unsigned>(_mm_movemask_epi8(same));
+    };
+    std::size_t at = 0;
+    for (; size - at >= kBlock; at += kBlock)
+    {
+        const unsigned places = matches(bytes + at) | matches(bytes + at + kBlock / 2) << (kBlock / 2);
+        found = places != 0;
+        if (found)
+            return at + static_cast<std::size_t>(__builtin_ctz(places));
+    }
+    return at;
+}
+#endif
+
 template <std::size_t unit, bool returnsToo>
 std::size_t Find(const char* bytes, std::size_t size, xStringEncoding encoding) noexcept
 {
-    constexpr std::size_t kWords = 4;
-    const std::uint64_t lineFeeds = Repeat<unit>('\n', encoding);
-    const std::uint64_t returns = Repeat<unit>('\r', encoding);
     std::size_t at = 0;
-    for (std::uint64_t words[kWords]; size - at >= sizeof(words); at += sizeof(words))
-    {
-        std::memcpy(words, bytes + at, sizeof(words));
-        std::uint64_t found = 0;
-        for (const std::uint64_t word : words)
-        {
-            found |= ZeroUnits<unit>(word ^ lineFeeds);
-            if constexpr (returnsToo)
-                found |= ZeroUnits<unit>(word ^ returns);
-        }
-        if (found != 0)
-            break;
-    }
+#if defined(__x86_64__)
+    bool found = false;
+    at = FindInBlocks<unit, returnsToo>(bytes, size, encoding, found);
+    if (found)
+        return at;
+#endif
     for (; at < size; at += unit)
         if (tev::IsUnit(bytes + at, encoding, '\n') || (returnsToo && tev::IsUnit(bytes + at, encoding, '\r')))
             return at;
@@ -58,9 +67,9 @@ std::size_t Find(const char* bytes, std::size_t size, xStringEncoding encoding) 
 }
 } // namespace
 
-std::size_t tev::FindLineFeed(const char* bytes, std::size_t size, xStringEncoding encoding) noexcept
+std::size_t tev::FindLineFeed16(const char* bytes, std::size_t size, xStringEncoding encoding) noexcept
 {
-    return IsUtf16(encoding) ? Find<2, false>(bytes, size, encoding) : FindCharacter(bytes, size, '\n');
+    return Find<2, false>(bytes, size, encoding);
 }
 
 std::size_t tev::FindLineBreak(const char* bytes, std::size_t size, xStringEncoding encoding) noexcept

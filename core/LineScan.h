@@ -3,6 +3,7 @@
 // Looking for line ends in the bytes of a text whose units have one byte (any 8-bit encoding) or two (UTF-16).
 
 #include "core/TextEncoding.h"
+#include "core/TextSearch.h"
 
 #include <cstddef>
 
@@ -19,6 +20,12 @@ constexpr std::size_t UnitSize(xStringEncoding encoding) noexcept
     return IsUtf16(encoding) ? 2 : 1;
 }
 
+/// The part of so many bytes that is whole units.
+constexpr std::size_t WholeUnits(std::size_t size, std::size_t unit) noexcept
+{
+    return size & ~(unit - 1);
+}
+
 /// Whether the unit at `unit` is the ASCII character.
 inline bool IsUnit(const char* unit, xStringEncoding encoding, char character) noexcept
 {
@@ -28,8 +35,13 @@ inline bool IsUnit(const char* unit, xStringEncoding encoding, char character) n
     return unit[low] == character && unit[1 - low] == 0;
 }
 
+std::size_t FindLineFeed16(const char* bytes, std::size_t size, xStringEncoding encoding) noexcept;
+
 /// Offset of the first LF unit, tev::kNotFound when there is none. `size` is a multiple of the unit's size.
-std::size_t FindLineFeed(const char* bytes, std::size_t size, xStringEncoding encoding) noexcept;
+inline std::size_t FindLineFeed(const char* bytes, std::size_t size, xStringEncoding encoding) noexcept
+{
+    return IsUtf16(encoding) ? FindLineFeed16(bytes, size, encoding) : FindCharacter(bytes, size, '\n');
+}
 
 /// Offset of the first CR or LF unit, tev::kNotFound when there is none. `size` is a multiple of the unit's size.
 std::size_t FindLineBreak(const char* bytes, std::size_t size, xStringEncoding encoding) noexcept;

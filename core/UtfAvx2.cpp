@@ -98,6 +98,16 @@ constexpr Packings MakePackings()
 
 alignas(64) constexpr Packings kPackings = MakePackings();
 
+constexpr size_t kStep = sizeof(__m256i);
+
+/// All ones, then zeros: read from the middle backwards, a mask of the first bytes.
+constexpr std::array<unsigned char, 2 * kStep> kFront = [] {
+    std::array<unsigned char, 2 * kStep> front{};
+    for (size_t i = 0; i < kStep; ++i)
+        front[i] = 0xFF;
+    return front;
+}();
+
 /// The same sixteen bytes in both halves, for lookups by a half-byte.
 TEV_TARGET_AVX2 inline __m256i Table(char v0, char v1, char v2, char v3, char v4, char v5, char v6, char v7, char v8,
                                      char v9, char vA, char vB, char vC, char vD, char vE, char vF)
@@ -109,6 +119,13 @@ TEV_TARGET_AVX2 inline __m256i Table(char v0, char v1, char v2, char v3, char v4
 TEV_TARGET_AVX2 inline __m256i Load(const void* source)
 {
     return _mm256_loadu_si256(static_cast<const __m256i*>(source));
+}
+
+/// The first bytes, at most 32, of those that can be read; `rest` in place of the others.
+TEV_TARGET_AVX2 inline __m256i LoadFront(const char* bytes, size_t count, __m256i rest)
+{
+    const __m256i block = Load(bytes);
+    return count >= kStep ? block : _mm256_blendv_epi8(rest, block, Load(kFront.data() + kStep - count));
 }
 
 TEV_TARGET_AVX2 inline void Store(void* target, __m256i value)
@@ -188,9 +205,10 @@ TEV_TARGET_AVX2 inline __m256i Faults(__m256i block, __m256i previous)
     return _mm256_xor_si256(mustBeTwo, pair);
 }
 
+template <size_t count>
 TEV_TARGET_AVX2 inline void WidenAscii(const char* text, wchar_t* wide)
 {
-    for (size_t i = 0; i < kBlock; i += kLanes)
+    for (size_t i = 0; i < count; i += kLanes)
         Store(wide + i, _mm256_cvtepu8_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(text + i))));
 }
 
@@ -297,7 +315,6 @@ TEV_TARGET_AVX2 inline void NarrowAscii(__m256i characters, char* text)
 
 TEV_TARGET_AVX2 TextMeasure MeasureUtf8(const char* text, size_t size) noexcept
 {
-    constexpr size_t kStep = sizeof(__m256i);
     __m256i previous = _mm256_setzero_si256();
     __m256i faults = _mm256_setzero_si256();
     size_t length = 0;
@@ -337,7 +354,7 @@ TEV_TARGET_AVX2 void DecodeUtf8(const char* text, size_t size, wchar_t* wide, co
         const __m256i upper = Load(block + kBlock / 2);
         if (IsAscii(_mm256_or_si256(lower, upper)))
         {
-            WidenAscii(block, wide);
+            WidenAscii<kBlock>(block, wide);
             wide += kBlock;
             continue;
         }
@@ -406,6 +423,69 @@ TEV_TARGET_AVX2 void EncodeUtf8(const wchar_t* wide, size_t length, char* text, 
     }
     Write<Utf8Form>(WideReader<>(wide + taken, length - taken), text);
 }
+
+TEV_TARGET_AVX2 PaddedDecoding DecodePaddedUtf8(const char* text, size_t size, wchar_t* wide) noexcept
+{
+    // Whether text is ASCII is asked for so much of it at once: mostly all of a line. Asked for each block, the answer
+    // would change within lines, which costs more than to treat some ASCII like the rest.
+    constexpr size_t kStretch = 4 * kStep;
+    const wchar_t* const front = wide;
+    const __m256i spaces = _mm256_set1_epi8(' ');
+    __m256i previous = spaces;
+    __m256i faults = _mm256_setzero_si256();
+    __m256i least = spaces;
+    size_t i = 0;
+    while (i < size)
+    {
+        const size_t stretchEnd = size - i > kStretch ? i + kStretch : size;
+        __m256i all = previous;
+        for (size_t j = i; j < stretchEnd; j += kStep)
+        {
+            const __m256i block = LoadFront(text + j, size - j, spaces);
+            all = _mm256_or_si256(all, block);
+            least = _mm256_min_epu8(least, block);
+        }
+        if (IsAscii(all))
+        {
+            for (; i < stretchEnd; i += kStep, wide += kStep)
+                WidenAscii<kStep>(text + i, wide);
+            continue;
+        }
+        for (; i < stretchEnd; i += kStep)
+        {
+            const __m256i block = LoadFront(text + i, size - i, spaces);
+            faults = _mm256_or_si256(faults, Faults(block, previous));
+            wide = DecodeBlock(text + i, Starts(block), wide);
+            previous = block;
+        }
+    }
+    faults = _mm256_or_si256(faults, Faults(spaces, previous));
+    return {static_cast<size_t>(wide - front) - (i - size), _mm256_testz_si256(faults, faults) != 0,
+            _mm256_movemask_epi8(_mm256_cmpeq_epi8(least, _mm256_setzero_si256())) != 0};
+}
+
+TEV_TARGET_AVX2 PaddedDecoding DecodePaddedUtf16(const char* text, size_t size, ByteOrder order, wchar_t* wide) noexcept
+{
+    const __m256i spaces = _mm256_set1_epi16(order == ByteOrder::little ? 0x0020 : 0x2000);
+    __m256i surrogates = _mm256_setzero_si256();
+    __m256i least = spaces;
+    for (size_t i = 0; i < size; i += kStep)
+    {
+        __m256i block = LoadFront(text + i, size - i, spaces);
+        if (order == ByteOrder::big)
+            block = _mm256_or_si256(_mm256_slli_epi16(block, 8), _mm256_srli_epi16(block, 8));
+        const __m256i planes = _mm256_and_si256(block, _mm256_set1_epi16(static_cast<short>(0xF800)));
+        surrogates =
+            _mm256_or_si256(surrogates, _mm256_cmpeq_epi16(planes, _mm256_set1_epi16(static_cast<short>(0xD800))));
+        least = _mm256_min_epu16(least, block);
+        Store(wide, _mm256_cvtepu16_epi32(_mm256_castsi256_si128(block)));
+        Store(wide + kLanes, _mm256_cvtepu16_epi32(_mm256_extracti128_si256(block, 1)));
+        wide += 2 * kLanes;
+    }
+    return {size / 2, _mm256_testz_si256(surrogates, surrogates) != 0,
+            _mm256_movemask_epi8(_mm256_cmpeq_epi16(least, _mm256_setzero_si256())) != 0};
+}
+
 } // namespace tev::avx2
 
 #endif

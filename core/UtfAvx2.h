@@ -34,4 +34,20 @@ inline bool IsAvailable() noexcept
 
 void DecodeUtf8(const char* text, size_t size, wchar_t* wide, const wchar_t* wideEnd) noexcept;
 void EncodeUtf8(const wchar_t* wide, size_t length, char* text, const char* textEnd) noexcept;
+
+/// What a text in a padded buffer became.
+struct PaddedDecoding
+{
+    size_t m_length;
+    bool m_valid; ///< else nothing is known of the characters
+    bool m_hasNul;
+};
+
+// Short texts in one pass. `kPadding` bytes can be read past the text, and as many characters are written past its size.
+
+constexpr size_t kPadding = 64;
+
+[[nodiscard]] PaddedDecoding DecodePaddedUtf8(const char* text, size_t size, wchar_t* wide) noexcept;
+/// Valid is what holds no surrogates. The size is even.
+[[nodiscard]] PaddedDecoding DecodePaddedUtf16(const char* text, size_t size, ByteOrder order, wchar_t* wide) noexcept;
 } // namespace tev::avx2

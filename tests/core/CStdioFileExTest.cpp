@@ -179,6 +179,52 @@ TEST(CStdioFileEx, ReadsTheLinesOfEveryEncodingAndLineEnd)
     }
 }
 
+TEST(CStdioFileEx, DecodesACharacterWhereverItStandsInALine)
+{
+    const struct
+    {
+        std::string utf8;
+        std::u16string utf16;
+        std::wstring text;
+    } cases[] = {
+        {"\xC3\xA9", u"\u00E9", L"\u00E9"},
+        {"\xE6\x97\xA5", u"\u65E5", L"\u65E5"},
+        {"\xF0\x9D\x84\x9E", u"\U0001D11E", L"\U0001D11E"},
+        {"\xED\xA0\x80", {}, L"\uFFFD\uFFFD\uFFFD"},
+        {"\xF0\x9D\x84", {}, L"\uFFFD"},
+        {"\xC3", {}, L"\uFFFD"},
+        {"\xA9", {}, L"\uFFFD"},
+        {"\0z"s, u"\0z"s, L""},
+    };
+    const TempFolder folder;
+    for (const auto& c : cases)
+    {
+        std::string utf8;
+        std::u16string utf16;
+        Lines expected;
+        for (const std::size_t length : {7, 31, 32, 33, 64, 129, 200})
+            for (std::size_t position = 0; position <= length; position += length < 40 ? 1 : 7)
+            {
+                const std::string before(position, 'a');
+                const std::string after(length - position, 'b');
+                utf8 += before + c.utf8 + after + "\r\n";
+                utf16 += std::u16string(position, u'a') + c.utf16 + std::u16string(length - position, u'b') + u"\n";
+                const bool cut = c.text.empty();
+                expected.push_back(std::wstring(position, L'a') + c.text + std::wstring(cut ? 0 : after.size(), L'b'));
+            }
+        CStdioFileEx file(folder.WriteFile("text", utf8).c_str(), kText | kUtf8);
+        EXPECT_EQ(ReadLines(file), expected) << testing::PrintToString(c.utf8);
+        if (c.utf16.empty())
+            continue;
+        for (const bool bigEndian : {false, true})
+        {
+            ASSERT_TRUE(file.Open(folder.WriteFile("text", Units(utf16, bigEndian)).c_str(), kText));
+            file.SetCodePage(bigEndian ? xEncodingUtf16BE : xEncodingUtf16);
+            EXPECT_EQ(ReadLines(file), expected) << testing::PrintToString(c.utf8);
+        }
+    }
+}
+
 TEST(CStdioFileEx, ReadsAsASlowModelDoesAtEveryPosition)
 {
     const unsigned seed = 20261122;
