@@ -145,7 +145,8 @@ TEST_F(TevText, CatPrintsUtf8WithLineFeeds)
         {"\xFF\xFE" + Utf16("\u20AC \U0001F600\r\nb"), {"--from", "1252"}, "\u20AC \U0001F600\nb\n"},
         {"\xFE\xFF" + Utf16BE("\u20AC \U0001F600\r\nb"), {"--from", "utf-16be"}, "\u20AC \U0001F600\nb\n"},
         {"\xFE\xFF" + Utf16BE("\u20AC\rb\rc"), {}, "\u20AC\nb\nc\n"},
-        {"\xFE\xFF" + Utf16BE("one\ntwo\n"), {"--lines", "2"}, "two\n"},
+        {"\xFE\xFF" + Utf16BE("one\n\uFEFFtwo\n"), {}, "one\n\uFEFFtwo\n"},
+        {"\xFE\xFF" + Utf16BE("one\n\uFEFFtwo\n"), {"--lines", "2"}, "\uFEFFtwo\n"},
         {Utf16BE("\u20AC\r\nb\r\n"), {"--from", "UTF-16BE"}, "\u20AC\nb\n"},
         {Utf16("\u20AC\r\nb\r\n"), {"--from", "utf-16le"}, "\u20AC\nb\n"},
         {"\x80 \x93quoted\x94 caf\xE9\r\n", {"--from", "Windows-1252"}, "\u20AC \u201Cquoted\u201D caf\u00E9\n"},
@@ -256,7 +257,7 @@ TEST_F(TevText, ConvertAgreesWithIconvThereAndBack)
         const char* m_name;
         const char* m_iconvName;
         std::string m_mark;
-        std::string m_dense; // fills more than a block, which leaves no place where a cut is easy to find
+        std::string m_dense; // fills more than a block, and leaves one place at its start where a cut is easy to find
         std::string m_text;
     };
     const std::string all = "caf\u00E9 \u20AC\r\n\u65E5\u672C \U0001F600 ?\n";
@@ -284,7 +285,7 @@ TEST_F(TevText, ConvertAgreesWithIconvThereAndBack)
         std::vector<std::string> texts = {c.m_text};
         if (!c.m_dense.empty())
         {
-            std::string longText = "a";
+            std::string longText = "\n";
             while (longText.size() <= kBlock)
                 longText += c.m_dense;
             texts.push_back(longText + c.m_text);
@@ -476,8 +477,10 @@ TEST_F(TevText, ATerminalSeesProgressWhileItTakesLong)
     input.CloseWrite();
     EXPECT_EQ(process.Wait(), 0);
 
-    std::string seen(4096, '\0');
-    seen.resize(static_cast<std::size_t>(std::max<ssize_t>(0, read(terminal, seen.data(), seen.size()))));
+    std::string seen;
+    char buffer[4096];
+    for (ssize_t count = 0; (count = read(terminal, buffer, sizeof buffer)) > 0;)
+        seen.append(buffer, static_cast<std::size_t>(count));
     EXPECT_THAT(seen, AllOf(HasSubstr("MB/s"), EndsWith("\r\033[K")));
     close(terminal);
 }
