@@ -216,10 +216,15 @@ bool EncodeCodePage(unsigned codePage, const wchar_t* text, size_t length, std::
     if (!descriptor.IsOpen())
         return false;
     const wchar_t* const end = text + length;
+    const wchar_t* runEnd = text;
     while (text != end)
     {
         const bool isTag = IsTag(*text);
-        const wchar_t* runEnd = isTag ? text + 1 : std::find_if(text, end, IsTag);
+        // A run that stops at something to substitute goes on behind it; its end is looked for only once.
+        if (isTag)
+            runEnd = text + 1;
+        else if (runEnd <= text)
+            runEnd = std::find_if(text, end, IsTag);
         const size_t sizeBefore = bytes.size();
         size_t left = static_cast<size_t>(runEnd - text);
         if (descriptor.Convert(text, left, bytes) != 0)
