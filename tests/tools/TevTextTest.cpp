@@ -55,6 +55,14 @@ std::string Utf16BE(const std::string& utf8)
     return Iconv("UTF-16BE", "UTF-8", utf8);
 }
 
+std::string Repeat(const std::string& text, std::size_t count)
+{
+    std::string result;
+    while (count-- > 0)
+        result += text;
+    return result;
+}
+
 class TevText : public testing::Test
 {
 protected:
@@ -351,6 +359,8 @@ TEST_F(TevText, ConvertCountsWhatIsLost)
         {"? \u20AC \u65E5 ?", "utf-8", "latin1", "? ? ? ?", "2 missing in code page 28591"},
         {"a\xFF \xEF\xBF\xBD", "utf-8", "utf-8", "a\uFFFD \uFFFD", "1 without meaning in UTF-8"},
         {"a\xFF\u20AC", "utf-8", "latin1", "a??", "1 without meaning in UTF-8, 1 missing in code page 28591"},
+        {Repeat("\u65E5", kBlock / 2), "utf-8", "1252", std::string(kBlock / 2, '?'),
+         "524288 missing in code page 1252"},
         {"a\x81", "1252", "utf-8", "a\uFFFD", "1 without meaning in code page 1252"},
         {"\xFD\xFF\0\xFD\xFF\0x"s, "utf-16", "utf-8", "\uFFFD\uFD00\u00FF\uFFFD", "1 without meaning in UTF-16"},
         {"\x00\xD8x\0"s, "utf-16", "utf-8", "?x", "1 missing in UTF-8"},

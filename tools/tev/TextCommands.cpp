@@ -71,14 +71,14 @@ void AddCat(CLI::App& text, Session& session)
     struct Options
     {
         std::vector<std::string> m_files;
-        xStringEncoding m_from = xEncodingAnsi;
+        xStringEncoding m_from = xEncodingUtf8;
         LineRange m_lines;
     };
     const auto options = std::make_shared<Options>();
     CLI::App& command = *text.add_subcommand("cat", "Print files as UTF-8, every line ended by LF");
     AddFiles(command, options->m_files);
     AddEncodingOption(command, "--from", options->m_from,
-                      "Encoding of files without a byte-order mark; ansi if not given");
+                      "Encoding of files without a byte-order mark; UTF-8 if not given");
     const auto parseLines = [options](const std::string& range) {
         const std::optional<LineRange> lines = ParseLineRange(range);
         if (!lines)
@@ -101,7 +101,7 @@ void AddConvert(CLI::App& text, Session& session)
         ->type_name("");
     AddEncodingOption(command, "--to", options->m_to, "Encoding of OUT")->required();
     AddEncodingOption(command, "--from", options->m_from,
-                      "Encoding of IN without a byte-order mark; ansi if not given");
+                      "Encoding of IN without a byte-order mark; UTF-8 if not given");
     CLI::Option* mark = command.add_flag("--bom", "Write a byte-order mark, which UTF-16 gets anyway");
     CLI::Option* noMark = command.add_flag("--no-bom", "Write no byte-order mark")->excludes(mark);
     command.add_flag("--strict", options->m_strict, "Fail, and leave OUT alone, when a character would be lost");

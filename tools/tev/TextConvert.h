@@ -14,7 +14,7 @@ struct ConvertOptions
 {
     std::string m_in;
     std::string m_out;
-    xStringEncoding m_from = xEncodingAnsi; ///< of a source without a mark
+    xStringEncoding m_from = xEncodingUtf8; ///< of a source without a mark
     xStringEncoding m_to = xEncodingUtf8;
     bool m_writeMark = false;
     bool m_strict = false; ///< a character that would be lost is a failure
