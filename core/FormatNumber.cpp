@@ -164,7 +164,7 @@ size_t WantedDigits(const FormatSpec& spec) noexcept
 }
 
 template <class T>
-bool WriteMagnitude(FormatOutput<T>& output, const FormatSpec& spec, NumberText& text, unsigned long long value)
+bool WriteMagnitude(FormatOutput<T>& output, const FormatSpec& spec, NumberText text, unsigned long long value)
 {
     const unsigned bits = BitsOfDigit(spec.letter);
     const size_t digitCount = bits == 0 ? CountDecimal(value) : CountPowerOfTwo(value, bits);
@@ -228,7 +228,7 @@ bool WritePrinted(FormatOutput<wchar_t>& output, const FormatSpec& spec, const N
 
 // A decimal integer with the separators of the locale.
 template <class T>
-bool WriteGrouped(FormatOutput<T>& output, const FormatSpec& spec, NumberText& text, unsigned long long value)
+bool WriteGrouped(FormatOutput<T>& output, const FormatSpec& spec, NumberText text, unsigned long long value)
 {
     char printed[kMaximumDigits * (1 + MB_LEN_MAX)];
     // Not a constant, because the flag is of the system's C library and not of the language's.
@@ -297,7 +297,7 @@ int PrepareZeros(NumberText& text, const FormatSpec& spec) noexcept
 }
 
 template <class T, class Value>
-bool WriteByLibrary(FormatOutput<T>& output, const FormatSpec& spec, NumberText& text, Value value, int precision)
+bool WriteByLibrary(FormatOutput<T>& output, const FormatSpec& spec, NumberText text, Value value, int precision)
 {
     char format[8];
     char* at = format;
@@ -342,7 +342,7 @@ bool IsPlain(const FormatSpec& spec, const char* decimalPoint) noexcept
 }
 
 template <class T>
-bool WritePlain(FormatOutput<T>& output, const FormatSpec& spec, NumberText& text, double value, int precision,
+bool WritePlain(FormatOutput<T>& output, const FormatSpec& spec, NumberText text, double value, int precision,
                 char decimalPoint)
 {
     const char style = Style(spec);
