@@ -362,11 +362,23 @@ CCustomMemFile::~CCustomMemFile() = default;
 
 bool CCustomMemFile::GrowBuffer(unsigned __int64 needed)
 {
-    if ((m_flags & growProportionally) != 0 && needed > m_capacity)
+    if ((m_flags & growProportionally) == 0 || needed <= m_capacity)
+        return CXMemFile::GrowBuffer(needed);
+    const unsigned __int64 product = m_capacity / 5 * 8 + m_capacity % 5 * 8 / 5; // 1.6 times, exactly
+    const unsigned __int64 increment = std::max(product, needed) - m_capacity;
+    const unsigned __int64 oldStep = m_growBytes;
+    m_growBytes = std::max(oldStep == 0 ? kDefaultGrowBytes : oldStep, increment);
+    // A size that cannot be had must not stay behind as the step of smaller growths.
+    try
     {
-        const unsigned __int64 product = m_capacity / 5 * 8 + m_capacity % 5 * 8 / 5; // 1.6 times, exactly
-        const unsigned __int64 increment = std::max(product, needed) - m_capacity;
-        m_growBytes = std::max(m_growBytes == 0 ? kDefaultGrowBytes : m_growBytes, increment);
+        if (CXMemFile::GrowBuffer(needed))
+            return true;
     }
-    return CXMemFile::GrowBuffer(needed);
+    catch (CXMemoryException*)
+    {
+        m_growBytes = oldStep;
+        throw;
+    }
+    m_growBytes = oldStep;
+    return false;
 }
