@@ -31,7 +31,6 @@ public:
     void LimitSpace(std::uint64_t bytes) { m_space = bytes; }
     /// No read or write moves more than this at once, without an error.
     void LimitTransfer(std::size_t bytes) { m_transfer = bytes; }
-    unsigned OperationCount() const { return m_operations; }
 
     platform::FileHandle Open(const wchar_t* path, const platform::FileOpenMode& mode) override
     {
@@ -80,7 +79,6 @@ public:
 private:
     bool Spoils()
     {
-        ++m_operations;
         if (m_untilFailure == 0 || --m_untilFailure != 0)
             return false;
         errno = m_error;
@@ -88,7 +86,6 @@ private:
     }
 
     platform::FileSystem* m_real;
-    unsigned m_operations = 0;
     unsigned m_untilFailure = 0; ///< 0: none is planned
     int m_error = 0;
     std::uint64_t m_space = std::numeric_limits<std::uint64_t>::max();

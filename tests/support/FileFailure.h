@@ -1,8 +1,9 @@
 #pragma once
 
 #include "core/CXFileException.h"
+#include "core/ThreadException.h"
 
-#include <utility>
+#include <gtest/gtest.h>
 
 namespace tev::test
 {
@@ -11,31 +12,28 @@ constexpr int kNothingThrown = -1;
 constexpr int kInvalidArgument = -2;
 constexpr int kNoMemory = -3;
 
-/// What a call throws: a file exception's cause, or one of the values above. The exception is deleted.
+/// What a call throws: a file exception's cause, or one of the values above. The exception, which must be the thread's
+/// recorded one, is deleted.
 template <class Call>
 int Thrown(Call&& call)
 {
     try
     {
-        std::forward<Call>(call)();
+        call();
+        return kNothingThrown;
     }
-    catch (CXFileException* e)
+    catch (CXException* e)
     {
-        const int cause = static_cast<int>(e->GetCause());
+        EXPECT_EQ(XTakeThreadException(), e);
+        const auto* file = dynamic_cast<CXFileException*>(e);
+        const int cause = file != nullptr ? static_cast<int>(file->GetCause())
+                          : e->IsKindOf(&CXMemoryException::classCreatorCXMemoryException) ? kNoMemory
+                                                                                           : kInvalidArgument;
+        EXPECT_TRUE(cause != kInvalidArgument ||
+                    e->IsKindOf(&CXInvalidArgException::classCreatorCXInvalidArgException));
         e->Delete();
         return cause;
     }
-    catch (CXInvalidArgException* e)
-    {
-        e->Delete();
-        return kInvalidArgument;
-    }
-    catch (CXMemoryException* e)
-    {
-        e->Delete();
-        return kNoMemory;
-    }
-    return kNothingThrown;
 }
 
 } // namespace tev::test
