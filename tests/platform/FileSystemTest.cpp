@@ -68,18 +68,16 @@ TEST(IoLoops, RepeatWhatWasInterruptedAndShort)
 
 TEST(IoLoops, MoveMoreThanOneCallCan)
 {
-    constexpr std::size_t kCount = 0xFFFFFFFF;
     char base = 0;
     std::vector<std::size_t> counts;
     const auto takeAll = [&counts](const void*, std::size_t count) {
         counts.push_back(count);
         return static_cast<std::ptrdiff_t>(count);
     };
-    std::size_t moved = 0;
-    EXPECT_TRUE(ReadFully(takeAll, &base, kCount, moved));
-    EXPECT_EQ(moved, kCount);
-    EXPECT_TRUE(WriteFully(takeAll, &base, kCount, moved));
-    EXPECT_EQ(moved, kCount);
+    std::size_t moved[2] = {};
+    EXPECT_TRUE(ReadFully(takeAll, &base, 0xFFFFFFFF, moved[0]));
+    EXPECT_TRUE(WriteFully(takeAll, &base, 0xFFFFFFFF, moved[1]));
+    EXPECT_TRUE(moved[0] == 0xFFFFFFFF && moved[1] == 0xFFFFFFFF);
     EXPECT_EQ(counts, (std::vector<std::size_t>{0x7ffff000, 0x7ffff000, 0x1fff, 0x7ffff000, 0x7ffff000, 0x1fff}));
 }
 
@@ -135,14 +133,6 @@ TEST(PathNames, GoToTheSystemAndBack)
         EXPECT_EQ(system, c.system);
         EXPECT_EQ(SystemPathToWide(c.system) == c.wide, !c.onlyThere);
     }
-}
-
-TEST(FileSystem, ReplacesItsOneInstance)
-{
-    EXPECT_EQ(&CurrentFileSystem(), &SystemFileSystem());
-    EXPECT_EQ(ReplaceFileSystem(nullptr), &SystemFileSystem());
-    EXPECT_EQ(&CurrentFileSystem(), &SystemFileSystem());
-    EXPECT_NE(FileHandleFromDescriptor(0), nullptr);
 }
 
 TEST(FileSystem, TellsItsErrorsInErrno)
