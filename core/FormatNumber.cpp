@@ -7,6 +7,7 @@
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <cwchar>
 #include <limits>
 #include <memory>
@@ -341,11 +342,81 @@ bool IsPlain(const FormatSpec& spec, const char* decimalPoint) noexcept
     return onePoint && !spec.alternate && !spec.grouped && Style(spec) != 'a' && std::fegetround() == FE_TONEAREST;
 }
 
+// A number of everyday size in the style of %f, rounded to even by integer arithmetic, which is exact.
+struct FixedNumber
+{
+    static constexpr int kMaximumPrecision = 9;
+
+    unsigned long long whole = 0;
+    unsigned long long decimals = 0;
+    int precision = 0;
+
+    // False when the number is too large or too small for 64 bits.
+    bool Set(double value, int wantedPrecision) noexcept
+    {
+        static_assert(std::numeric_limits<double>::is_iec559 && sizeof(double) == sizeof(std::uint64_t));
+        constexpr int kMantissaBits = 52;
+        constexpr int kExponentMask = 0x7FF;
+        constexpr int kExponentOfUnits = 1023 + kMantissaBits;
+        constexpr int kMaximumShift = 60; // ten times the fraction fits into 64 bits
+
+        std::uint64_t bits;
+        std::memcpy(&bits, &value, sizeof bits);
+        const int shift = kExponentOfUnits - static_cast<int>((bits >> kMantissaBits) & kExponentMask);
+        if (wantedPrecision > kMaximumPrecision || shift < 1 || shift > kMaximumShift)
+            return false;
+        const std::uint64_t leadingBit = std::uint64_t{1} << kMantissaBits;
+        const std::uint64_t mantissa = (bits & (leadingBit - 1)) | leadingBit;
+        const std::uint64_t unit = std::uint64_t{1} << shift;
+        precision = wantedPrecision;
+        whole = mantissa >> shift;
+        decimals = 0;
+        std::uint64_t fraction = mantissa & (unit - 1);
+        std::uint64_t limit = 1;
+        for (int i = 0; i < precision; ++i)
+        {
+            fraction *= 10;
+            decimals = decimals * 10 + (fraction >> shift);
+            fraction &= unit - 1;
+            limit *= 10;
+        }
+        const bool isOdd = ((precision == 0 ? whole : decimals) & 1) != 0;
+        if (fraction > unit / 2 || (fraction == unit / 2 && isOdd))
+            ++decimals;
+        if (decimals == limit)
+        {
+            decimals = 0;
+            ++whole;
+        }
+        return true;
+    }
+};
+
+template <class T>
+bool WriteFixed(FormatOutput<T>& output, const FormatSpec& spec, const NumberText& text, const FixedNumber& number,
+                char decimalPoint)
+{
+    const size_t wholeCount = std::max<size_t>(CountDecimal(number.whole), 1);
+    const auto decimalCount = static_cast<size_t>(number.precision);
+    const size_t length = wholeCount + (decimalCount == 0 ? 0 : 1 + decimalCount);
+    return WriteNumber(output, spec, text, length, true, [&](T* at) {
+        std::fill_n(at, length, T('0'));
+        PutDecimal(number.whole, at + wholeCount);
+        if (decimalCount == 0)
+            return;
+        at[wholeCount] = static_cast<T>(decimalPoint);
+        PutDecimal(number.decimals, at + length);
+    });
+}
+
 template <class T>
 bool WritePlain(FormatOutput<T>& output, const FormatSpec& spec, NumberText text, double value, int precision,
                 char decimalPoint)
 {
     const char style = Style(spec);
+    FixedNumber number;
+    if (style == 'f' && number.Set(value, precision))
+        return WriteFixed(output, spec, text, number, decimalPoint);
     const auto format = style == 'f'   ? std::chars_format::fixed
                         : style == 'e' ? std::chars_format::scientific
                                        : std::chars_format::general;

@@ -208,12 +208,17 @@ ArgumentKind KindOfNumber(LengthModifier modifier) noexcept
     }
 }
 
+template <class T>
+ArgumentKind KindOfText(LengthModifier modifier, ArgumentKind kind) noexcept
+{
+    return TextWidthOf<T>(modifier, false) == TextWidth::None ? ArgumentKind::None : kind;
+}
+
 // None for a conversion that does not go with its modifier.
 template <class T>
 ArgumentKind KindOfValue(const Conversion& conversion) noexcept
 {
     const LengthModifier modifier = conversion.modifier;
-    const bool isForText = TextWidthOf<T>(modifier, false) != TextWidth::None;
     switch (conversion.kind)
     {
     case LetterKind::Integer:
@@ -221,9 +226,9 @@ ArgumentKind KindOfValue(const Conversion& conversion) noexcept
     case LetterKind::Float:
         return KindOfNumber(modifier);
     case LetterKind::Character:
-        return isForText ? ArgumentKind::Int : ArgumentKind::None;
+        return KindOfText<T>(modifier, ArgumentKind::Int);
     case LetterKind::String:
-        return isForText ? ArgumentKind::Pointer : ArgumentKind::None;
+        return KindOfText<T>(modifier, ArgumentKind::Pointer);
     case LetterKind::Pointer:
         return modifier == LengthModifier::None ? ArgumentKind::Pointer : ArgumentKind::None;
     default:

@@ -131,6 +131,21 @@ TEST(FormatOracleTest, FloatingPointComesAsTheCLibraryPrintsIt)
         ExpectFieldsAsCLibrary(fields, {"Lf", "LE", "Lg", "La"}, value);
 }
 
+TEST(FormatOracleTest, DecimalsAreRoundedToEvenWhereTheNumberLiesHalfway)
+{
+    double power = 0x1p-10;
+    for (int i = 0; i < 300; ++i)
+    {
+        // Halves, quarters and eighths lie halfway; thousandths only seem to. The powers cross every size.
+        for (const double value : {i / 8.0, i / 1000.0, -i * 1.1, i * 1e5 + 0.5, 1 - i * 0x1p-53, power - i * 0x1p-62})
+        {
+            for (const char* format : {"%.0f", "%.1f", "%.2f", "%.3f", "%f", "%.9f", "%.10f"})
+                ExpectAsCLibrary(format, value);
+        }
+        power = i % 5 == 0 ? power * 2 : power;
+    }
+}
+
 TEST(FormatOracleTest, TextPointersAndFieldsFromArgumentsComeAsTheCLibraryPrintsThem)
 {
     int object = 0;
