@@ -12,7 +12,7 @@ public:
     CExLCString(const CXTString<wchar_t>& text);
     CExLCString& operator=(const CXTString<wchar_t>& text);
 
-    using CXTString<wchar_t>::Find;
-    /// Position of the lower-cased `text` at `start` or later, -1 when it is absent.
+    /// Position of the lower-cased `text` at `start` or later, -1 when it is absent. Hides the searches of the base, which
+    /// would look for capitals that are never there.
     int Find(const CXTString<wchar_t>& text, int start = 0) const;
 };

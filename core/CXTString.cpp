@@ -268,21 +268,13 @@ T* CXTString<T>::GetBufferSetLength(int length)
 template <class T>
 void CXTString<T>::ReleaseBuffer(int length)
 {
-    const unsigned __int64 capacity = m_text.m_capacity;
-    if (length >= 0 && static_cast<unsigned __int64>(length) >= capacity)
-    {
-        tev::RefuseParameter("CXTString::ReleaseBuffer", ERANGE);
-        return;
-    }
-    if (capacity == 0)
-        return;
+    const unsigned __int64 most = m_text.m_capacity == 0 ? 0 : m_text.m_capacity - 1;
     if (length < 0)
-    {
-        const size_t last = static_cast<size_t>(capacity) - 1;
-        SetLength(std::min(tev::FindCharacter(m_text.m_data, last, T()), last));
-    }
-    else
+        SetLength(std::min<unsigned __int64>(tev::FindCharacter(m_text.m_data, static_cast<size_t>(most), T()), most));
+    else if (static_cast<unsigned __int64>(length) <= most)
         SetLength(static_cast<unsigned __int64>(length));
+    else
+        tev::RefuseParameter("CXTString::ReleaseBuffer", ERANGE);
 }
 
 template <class T>
@@ -299,8 +291,10 @@ T* CXTString<T>::DetachBuffer()
 template <class T>
 T* CXTString<T>::Grow(unsigned __int64 length)
 {
-    const unsigned __int64 capacity = CapacityFor<T>(length);
-    T* owned = m_text.m_capacity == 0 ? nullptr : m_text.m_data;
+    // A string without a buffer begins with the one that a new string has.
+    const bool isFirst = m_text.m_capacity == 0;
+    const unsigned __int64 capacity = isFirst && length < kFirstCapacity ? kFirstCapacity : CapacityFor<T>(length);
+    T* owned = isFirst ? nullptr : m_text.m_data;
     m_text.m_data = Reallocate(owned, capacity);
     m_text.m_capacity = capacity;
     return m_text.m_data;

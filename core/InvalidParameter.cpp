@@ -1,32 +1,23 @@
 #include "core/InvalidParameter.h"
 
+#include "core/TextSearch.h"
+
 #include <atomic>
 #include <cerrno>
-#include <cstring>
-#include <cwchar>
 
 namespace
 {
 std::atomic<XInvalidParameterHandler> g_handler{nullptr};
-
-size_t LengthOf(const char* text)
-{
-    return std::strlen(text);
-}
-size_t LengthOf(const wchar_t* text)
-{
-    return std::wcslen(text);
-}
 
 template <class T>
 int CopyText(T* destination, size_t capacity, const T* source)
 {
     if (destination == nullptr || source == nullptr)
         return tev::RefuseParameter("XStrCopy", EINVAL);
-    const size_t length = LengthOf(source);
+    const size_t length = tev::TextLength(source);
     if (length >= capacity)
         return tev::RefuseParameter("XStrCopy", ERANGE);
-    std::memmove(destination, source, (length + 1) * sizeof(T));
+    tev::CopyCharacters(destination, source, length + 1);
     return 0;
 }
 } // namespace

@@ -24,6 +24,7 @@ enum xStringEncoding : unsigned int
 TEVTOOLS_API unsigned XGetAnsiCodePage() noexcept;
 
 /// Chooses the ANSI code page for the whole process. Conversions fail while it names a code page that the system lacks.
+/// Formatting takes its first 128 characters to be those of ASCII, as they are in every ANSI code page proper.
 /// Safe from several threads at once.
 TEVTOOLS_API void XSetAnsiCodePage(unsigned codePage) noexcept;
 

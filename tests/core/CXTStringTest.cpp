@@ -100,6 +100,15 @@ STRING_TEST(GrowthFollowsTheCapacityRule)
         EXPECT_EQ(text.GetConstBuffer()[step.m_length], T());
     }
 
+    // Construction starts from the buffer of a new string, too.
+    CXTString<T> fits(T('x'), 15);
+    CXTString<T> fitting(fits.GetConstBuffer());
+    CXTString<T> moved(std::move(fits));
+    fits = moved;
+    EXPECT_EQ(CapacityOf(moved), 16u);
+    EXPECT_EQ(CapacityOf(fitting), 16u);
+    EXPECT_EQ(CapacityOf(fits), 16u);
+
     CXTString<T> jump(T('x'), 20);
     EXPECT_EQ(CapacityOf(jump), 64u);
     jump.GetBufferSetLength(70);
@@ -149,7 +158,6 @@ STRING_TEST(MovedFromStringIsEmptyAndUsable)
     Str target(std::move(source));
     EXPECT_TRUE(source.IsEmpty());
     EXPECT_EQ(source.GetConstBuffer()[0], T());
-    source.ReleaseBuffer();
     EXPECT_EQ(source.Find(T('a')), -1);
     T* detached = source.DetachBuffer();
     EXPECT_EQ(detached[0], T());
@@ -159,6 +167,9 @@ STRING_TEST(MovedFromStringIsEmptyAndUsable)
     assigned = std::move(target);
     EXPECT_EQ(assigned, Text<T>("something"));
     EXPECT_TRUE(target.IsEmpty());
+    errno = 0;
+    target.ReleaseBuffer(0);
+    EXPECT_EQ(errno, 0);
     target += T('x');
     EXPECT_EQ(target, Text<T>("x"));
     Str& self = assigned;
@@ -582,6 +593,7 @@ TEST(CXTStringLocaleTest, CaseFollowsTheLocaleOfTheCLibrary)
     CExLCString lower(CXTString<wchar_t>(L"ABC \u00C4\u00D6"));
     EXPECT_EQ(lower, L"abc \u00E4\u00F6");
     EXPECT_EQ(lower.Find(CXTString<wchar_t>(L"\u00C4\u00D6")), 4);
+    EXPECT_EQ(lower.Find(L"ABC"), 0);
     EXPECT_EQ(lower.Find(CXTString<wchar_t>(L"ABC"), 1), -1);
     lower = CXTString<wchar_t>(L"NEW");
     EXPECT_EQ(lower, L"new");
