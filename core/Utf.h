@@ -67,15 +67,12 @@ class Utf8Reader : public ByteReader
 {
 public:
     using ByteReader::ByteReader;
-    /// True once a byte was met that is no UTF-8.
-    bool HasFault() const noexcept { return m_fault; }
     char32_t Next() noexcept
     {
         if (*m_next < 0x80)
             return *m_next++;
         const Sequence sequence = ReadSequence(m_next, m_end);
         m_next += sequence.m_size;
-        m_fault = m_fault || sequence.m_fault;
         return sequence.m_codePoint;
     }
 
@@ -84,7 +81,6 @@ private:
     {
         char32_t m_codePoint;
         uint16_t m_size;
-        bool m_fault;
     };
 
     static constexpr bool IsContinuation(unsigned char byte) noexcept { return (byte & 0xC0) == 0x80; }
@@ -96,7 +92,7 @@ private:
         if (lead < 0xE0)
         {
             if (lead >= 0xC2 && left >= 2 && IsContinuation(bytes[1]))
-                return {(lead & 0x1F) << 6 | (bytes[1] & 0x3Fu), 2, false};
+                return {(lead & 0x1F) << 6 | (bytes[1] & 0x3Fu), 2};
         }
         else if (lead < 0xF0)
         {
@@ -104,7 +100,7 @@ private:
             {
                 const char32_t c = (lead & 0x0F) << 12 | (bytes[1] & 0x3Fu) << 6 | (bytes[2] & 0x3Fu);
                 if (c >= 0x800 && !IsSurrogate(c))
-                    return {c, 3, false};
+                    return {c, 3};
             }
         }
         else if (left >= 4 && IsContinuation(bytes[1]) && IsContinuation(bytes[2]) && IsContinuation(bytes[3]))
@@ -112,9 +108,9 @@ private:
             const char32_t c =
                 (lead & 0x0F) << 18 | (bytes[1] & 0x3Fu) << 12 | (bytes[2] & 0x3Fu) << 6 | (bytes[3] & 0x3Fu);
             if (c >= 0x10000 && c <= kMaxCodePoint)
-                return {c, 4, false};
+                return {c, 4};
         }
-        return {kReplacement, SubpartSize(bytes, left), true};
+        return {kReplacement, SubpartSize(bytes, left)};
     }
 
     static uint16_t SubpartSize(const unsigned char* bytes, size_t left) noexcept
@@ -134,8 +130,6 @@ private:
         }
         return size;
     }
-
-    bool m_fault = false;
 };
 
 /// A lone surrogate reads as itself, an odd last byte as U+FFFD.

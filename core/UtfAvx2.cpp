@@ -313,7 +313,7 @@ TEV_TARGET_AVX2 inline void NarrowAscii(__m256i characters, char* text)
 }
 } // namespace
 
-TEV_TARGET_AVX2 TextMeasure MeasureUtf8(const char* text, size_t size) noexcept
+TEV_TARGET_AVX2 TextMeasure Measure(const char* text, size_t size) noexcept
 {
     __m256i previous = _mm256_setzero_si256();
     __m256i faults = _mm256_setzero_si256();
@@ -380,7 +380,7 @@ TEV_TARGET_AVX2 void DecodeUtf8(const char* text, size_t size, wchar_t* wide, co
     }
 }
 
-TEV_TARGET_AVX2 TextMeasure MeasureWide(const wchar_t* wide, size_t length) noexcept
+TEV_TARGET_AVX2 TextMeasure Measure(const wchar_t* wide, size_t length) noexcept
 {
     __m256i faults = _mm256_setzero_si256();
     size_t size = 0;

@@ -25,10 +25,10 @@ inline bool IsAvailable() noexcept
 #endif
 }
 
-// As the measuring functions of the same name, but the length means something only when the text is valid.
+// Of UTF-8 and of wide text; the length means something only when the text is valid.
 
-[[nodiscard]] TextMeasure MeasureUtf8(const char* text, size_t size) noexcept;
-[[nodiscard]] TextMeasure MeasureWide(const wchar_t* wide, size_t length) noexcept;
+[[nodiscard]] TextMeasure Measure(const char* text, size_t size) noexcept;
+[[nodiscard]] TextMeasure Measure(const wchar_t* wide, size_t length) noexcept;
 
 // Both convert a valid text, and write exactly as much as was measured.
 
