@@ -251,7 +251,7 @@ unsigned char* CXArchive::MakeRoom(std::size_t count)
     return m_current;
 }
 
-const unsigned char* CXArchive::Provide(std::size_t count)
+unsigned char* CXArchive::Provide(std::size_t count)
 {
     RequireLoading();
     FillBuffer(count - static_cast<std::size_t>(m_end - m_current));

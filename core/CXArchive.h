@@ -158,26 +158,27 @@ protected:
 private:
     friend struct CXRuntimeClass;
 
-    // Bytes may alias anything, so the position moves on before they are touched: it need not be looked at again.
+    // Bytes may alias anything, the position too. It is written last and from a local, so that of several scalars in a
+    // row only the first one has to look at it.
     template <class T>
     CXArchive& Store(T value)
     {
         unsigned char* target = m_current;
         if (reinterpret_cast<std::uintptr_t>(target) + sizeof(T) > m_storeLimit)
             target = MakeRoom(sizeof(T));
-        m_current = target + sizeof(T);
         tev::StoreLittleEndian(target, value);
+        m_current = target + sizeof(T);
         return *this;
     }
 
     template <class T>
     CXArchive& Load(T& value)
     {
-        const unsigned char* source = m_current;
+        unsigned char* source = m_current;
         if (reinterpret_cast<std::uintptr_t>(source) + sizeof(T) > m_loadLimit)
             source = Provide(sizeof(T));
-        m_current += sizeof(T);
         value = tev::LoadLittleEndian<T>(source);
+        m_current = source + sizeof(T);
         return *this;
     }
 
@@ -193,7 +194,7 @@ private:
     CXFile& RequireLoading() const;
     [[noreturn]] void Fail(ArchiveExceptionType cause) const;
     unsigned char* MakeRoom(std::size_t count);
-    const unsigned char* Provide(std::size_t count);
+    unsigned char* Provide(std::size_t count);
     void FillBuffer(std::size_t needed);
     void Fetch(std::size_t wanted);
     void SetBuffer(unsigned char* start, unsigned char* current, unsigned char* end) noexcept;
