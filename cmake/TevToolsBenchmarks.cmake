@@ -3,6 +3,7 @@
 find_package(benchmark REQUIRED)
 find_package(fmt REQUIRED)
 find_package(ICU COMPONENTS uc i18n REQUIRED)
+find_package(Boost QUIET COMPONENTS serialization) # compared with where it is there, as cereal is
 
 file(GLOB benchmark_sources CONFIGURE_DEPENDS benchmarks/*.cpp)
 if(benchmark_sources)
@@ -11,4 +12,8 @@ if(benchmark_sources)
     target_link_libraries(tevtools_benchmarks PRIVATE
         TevTools benchmark::benchmark benchmark::benchmark_main fmt::fmt ICU::uc ICU::i18n)
     target_compile_definitions(tevtools_benchmarks PRIVATE TEVTOOLS_SOURCE_DIR="${PROJECT_SOURCE_DIR}")
+    if(TARGET Boost::serialization)
+        target_link_libraries(tevtools_benchmarks PRIVATE Boost::serialization)
+        target_compile_definitions(tevtools_benchmarks PRIVATE TEVTOOLS_BENCH_BOOST)
+    endif()
 endif()
