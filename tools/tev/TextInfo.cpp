@@ -169,23 +169,6 @@ void PrintFields(Output& output, const FileInfo& info)
     output.Write(line + "\n");
 }
 
-std::string JsonString(const std::string& text)
-{
-    std::string quoted = "\"";
-    for (const char c : text)
-    {
-        CXTString<char> escape;
-        if (c == '"' || c == '\\')
-            escape.Format("\\%c", c);
-        else if (static_cast<unsigned char>(c) < 0x20)
-            escape.Format("\\u%04x", c);
-        else
-            escape = c;
-        quoted += escape.GetConstBuffer();
-    }
-    return quoted + "\"";
-}
-
 void PrintJson(Output& output, const FileInfo& info)
 {
     const auto number = [](const char* name, std::uint64_t value) {

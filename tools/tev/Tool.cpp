@@ -77,6 +77,23 @@ std::string Narrow(const CXTString<wchar_t>& text)
     return Narrow(text.GetConstBuffer(), text.GetLength64());
 }
 
+std::string JsonString(const std::string& text)
+{
+    std::string quoted = "\"";
+    for (const char c : text)
+    {
+        CXTString<char> escape;
+        if (c == '"' || c == '\\')
+            escape.Format("\\%c", c);
+        else if (static_cast<unsigned char>(c) < 0x20)
+            escape.Format("\\u%04x", c);
+        else
+            escape = c;
+        quoted += escape.GetConstBuffer();
+    }
+    return quoted + "\"";
+}
+
 Failure::Failure(std::string subject, const std::string& reason)
     : std::runtime_error(reason), m_subject(std::move(subject))
 {

@@ -1,3 +1,4 @@
+#include "tools/tev/ArchiveCommands.h"
 #include "tools/tev/System.h"
 #include "tools/tev/TextCommands.h"
 #include "tools/tev/Tool.h"
@@ -11,6 +12,7 @@ using namespace tev::tool;
 // A family of commands has a file of its own and one line here.
 constexpr void (*kCommandFamilies[])(CLI::App&, Session&) = {
     AddTextCommands,
+    AddArchiveCommands,
 };
 
 std::string UsageError(const CLI::App*, const CLI::Error& error)

@@ -1,0 +1,372 @@
+#include "tools/tev/ArchiveDump.h"
+
+#include "core/CXArchive.h"
+#include "core/CXMemFile.h"
+#include "tools/tev/TextSource.h"
+#include "tools/tev/Tool.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <memory>
+#include <sstream>
+#include <type_traits>
+#include <utility>
+
+namespace tev::tool
+{
+namespace
+{
+constexpr unsigned kTextFirstArchiveCause = 0xF1B0; // the library's message texts, one for each cause
+constexpr unsigned kNestingLimit = 2000;            // each level takes some of the stack
+constexpr std::size_t kBlockSize = 1024 * 1024;
+
+// The words of the format, see docs/formats.md.
+constexpr unsigned kNewClass = 0xFFFF;
+constexpr unsigned kLargeNumber = 0x7FFF;
+constexpr unsigned kClassBit16 = 0x8000;
+constexpr unsigned kClassBit32 = 0x80000000;
+
+const char* const kExampleClasses[] = {
+    "Material=text name,float shine@2",
+    "Node=text name,object material,objects children",
+};
+
+/// Stands for every object of an archive.
+class DumpedObject : public CXObject
+{
+public:
+    void Serialize(CXArchive& archive) override;
+};
+
+/// A class of the archive, known to the library while it is dumped.
+class DumpedClass
+{
+public:
+    DumpedClass(std::string name, unsigned schema, const std::vector<Field>& fields)
+        : m_name(std::move(name)),
+          m_fields(fields),
+          m_record{m_name.c_str(), sizeof(DumpedObject), schema, CXObject::GetThisRuntimeClassDescriptor(),
+                   []() -> CXObject* { return new DumpedObject; }},
+          m_declaration(&m_record)
+    {
+    }
+    const std::string& Name() const noexcept { return m_name; }
+    const std::vector<Field>& Fields() const noexcept { return m_fields; }
+
+private:
+    std::string m_name;
+    const std::vector<Field>& m_fields;
+    CXRuntimeClass m_record;
+    XClassDeclaration m_declaration;
+};
+
+std::string ReadAll(const std::string& name)
+{
+    const std::unique_ptr<CXFile> file = OpenInput(name);
+    std::string bytes;
+    for (unsigned got = 1; got != 0;)
+    {
+        const std::size_t size = bytes.size();
+        bytes.resize(size + kBlockSize);
+        got = file->Read(bytes.data() + size, kBlockSize);
+        bytes.resize(size + got);
+    }
+    return bytes;
+}
+} // namespace
+
+/// Loads an archive with objects that tell what they read.
+class Dumper
+{
+public:
+    Dumper(Session& session, std::string bytes, const ClassDescriptions& classes)
+        : m_session(session),
+          m_classes(classes),
+          m_bytes(std::move(bytes)),
+          m_file(reinterpret_cast<const unsigned char*>(m_bytes.data()), m_bytes.size(), false),
+          m_archive(&m_file, xArchiveLoad | xArchiveStrict),
+          m_numbers(1)
+    {
+        m_archive.SetData(this);
+        m_archive.SetNestingLimit(kNestingLimit);
+    }
+    ~Dumper()
+    {
+        for (CXObject* object : m_archive.GetCreatedObjects())
+            delete object;
+    }
+    Dumper(const Dumper&) = delete;
+    Dumper& operator=(const Dumper&) = delete;
+
+    CXArchive& Archive() noexcept { return m_archive; }
+    /// Where the value begins that is being read.
+    unsigned __int64 Offset() const noexcept { return m_offset; }
+
+    void DumpAll()
+    {
+        while (Advance() < m_bytes.size())
+            DumpReference("");
+        Print("end");
+    }
+
+    void DumpFields()
+    {
+        const DumpedClass& type = *m_next;
+        const unsigned schema = m_archive.GetObjectSchema();
+        ++m_depth;
+        for (const Field& field : type.Fields())
+        {
+            Advance();
+            if (schema >= field.m_since)
+                field.m_type->m_dump(*this, *field.m_type, field.m_name + ": ");
+        }
+        --m_depth;
+    }
+
+    /// Shows a reference, which stands at the offset, and reads what it brings.
+    void DumpReference(const std::string& label)
+    {
+        // What a broken reference says is left to the library, which refuses it.
+        const unsigned word = Peek(0, 2);
+        const bool isLarge = word == kLargeNumber;
+        const unsigned tag = isLarge ? Peek(2, 4) : (word & kClassBit16) << 16 | (word & ~kClassBit16);
+        const unsigned number = tag & ~kClassBit32;
+        if (word == kNewClass)
+            DumpNewClass();
+        const DumpedClass* const type = word == kNewClass           ? m_numbers.back().m_type
+                                        : number < m_numbers.size() ? m_numbers[number].m_type
+                                                                    : nullptr;
+        if (Peekable(2) && tag == 0)
+            Print(label + "null");
+        else if (type != nullptr && (tag & kClassBit32) == 0)
+            Print(label + "object " + std::to_string(number) + " again, " + type->Name());
+        else if (type != nullptr)
+        {
+            Print(label + "object " + std::to_string(m_numbers.size()) + ", " + type->Name());
+            m_numbers.push_back({type, false});
+            m_next = type;
+        }
+        m_archive.ReadObject(nullptr);
+    }
+
+    void DumpObjects(const std::string& label)
+    {
+        const unsigned __int64 count = m_archive.ReadCount();
+        Print(label + "count " + std::to_string(count));
+        ++m_depth;
+        for (unsigned __int64 i = 0; i < count; ++i)
+        {
+            Advance();
+            DumpReference("[" + std::to_string(i) + "] ");
+        }
+        --m_depth;
+    }
+
+    void DumpText(const std::string& label)
+    {
+        const char* const encodings[] = {"UTF-16BE", "UTF-8", "UTF-16"};
+        const unsigned tag = Peek(0, 1) == 0xFF ? Peek(1, 2) : 0;
+        const bool isTagged = tag >= 0xFFFC && tag <= 0xFFFE;
+        CXTString<wchar_t> text;
+        m_archive >> text;
+        Print(label + (isTagged ? encodings[tag - 0xFFFC] : "ANSI") + " " + JsonString(Narrow(text)));
+    }
+
+    void Print(const std::string& text)
+    {
+        char offset[24];
+        std::snprintf(offset, sizeof offset, "%08llx  ", m_offset);
+        m_session.m_output.Write(offset + std::string(2 * m_depth, ' ') + text + "\n");
+    }
+
+private:
+    struct Numbered
+    {
+        const DumpedClass* m_type = nullptr; ///< the class, or that of the object
+        bool m_isClass = false;
+    };
+
+    /// Goes to the archive's position.
+    unsigned __int64 Advance()
+    {
+        m_archive.Flush();
+        return m_offset = m_file.GetPosition();
+    }
+
+    bool Peekable(std::size_t end) const noexcept { return end <= m_bytes.size() - m_offset; }
+
+    /// The number at a distance from the offset; 0 where the archive has ended.
+    unsigned Peek(std::size_t distance, std::size_t size) const noexcept
+    {
+        unsigned value = 0;
+        for (std::size_t i = size; i-- > 0 && Peekable(distance + size);)
+            value = value << 8 | static_cast<unsigned char>(m_bytes[m_offset + distance + i]);
+        return value;
+    }
+
+    void DumpNewClass()
+    {
+        constexpr std::size_t kNameAt = 6;
+        const unsigned schema = Peek(2, 2);
+        const unsigned length = Peek(4, 2);
+        if (!Peekable(kNameAt + length))
+            CXArchiveException::Throw(archiveEndOfFile);
+        const std::string name = m_bytes.substr(m_offset + kNameAt, length);
+        Print("class " + std::to_string(m_numbers.size()) + " " + JsonString(name) + ", schema " +
+              std::to_string(schema));
+        const auto described = m_classes.find(name);
+        if (described == m_classes.end())
+            throw Failure("", "what class " + JsonString(name) + " writes is not known; --class can tell it");
+        m_types.push_back(std::make_unique<DumpedClass>(name, schema, described->second));
+        m_numbers.push_back({m_types.back().get(), true});
+    }
+
+    Session& m_session;
+    const ClassDescriptions& m_classes;
+    std::string m_bytes;
+    std::vector<std::unique_ptr<DumpedClass>> m_types;
+    CXMemFile m_file;
+    CXArchive m_archive;
+    std::vector<Numbered> m_numbers; // what each number was given to; 0 is null
+    const DumpedClass* m_next = nullptr;
+    unsigned __int64 m_offset = 0;
+    std::size_t m_depth = 0;
+};
+
+namespace
+{
+void DumpedObject::Serialize(CXArchive& archive)
+{
+    static_cast<Dumper*>(archive.GetData())->DumpFields();
+}
+
+template <class T>
+void DumpScalar(Dumper& dumper, const FieldType& type, const std::string& label)
+{
+    T value;
+    dumper.Archive() >> value;
+    std::ostringstream text;
+    text.precision(sizeof(T) == sizeof(float) ? 9 : 17);
+    if constexpr (sizeof(T) == 1 || std::is_same_v<T, wchar_t>)
+        text << static_cast<int>(value);
+    else
+        text << value;
+    dumper.Print(label + type.m_name + " " + text.str());
+}
+
+const FieldType kFieldTypes[] = {
+    {"bool", DumpScalar<unsigned char>}, // whose byte a bool would not take over
+    {"char", DumpScalar<char>},
+    {"uchar", DumpScalar<unsigned char>},
+    {"short", DumpScalar<short>},
+    {"ushort", DumpScalar<unsigned short>},
+    {"wchar", DumpScalar<wchar_t>},
+    {"int", DumpScalar<int>},
+    {"uint", DumpScalar<unsigned>},
+    {"int64", DumpScalar<__int64>},
+    {"uint64", DumpScalar<unsigned __int64>},
+    {"float", DumpScalar<float>},
+    {"double", DumpScalar<double>},
+    {"count",
+     [](Dumper& dumper, const FieldType&, const std::string& label) {
+         dumper.Print(label + "count " + std::to_string(dumper.Archive().ReadCount()));
+     }},
+    {"text", [](Dumper& dumper, const FieldType&, const std::string& label) { dumper.DumpText(label); }},
+    {"object", [](Dumper& dumper, const FieldType&, const std::string& label) { dumper.DumpReference(label); }},
+    {"objects", [](Dumper& dumper, const FieldType&, const std::string& label) { dumper.DumpObjects(label); }},
+};
+
+/// "TYPE FIELD" or "TYPE FIELD@SCHEMA"; the type is null when it is none.
+Field ParseField(const std::string& description)
+{
+    const std::size_t space = description.find(' ');
+    const std::size_t at = description.find('@');
+    const std::string type = description.substr(0, space);
+    const auto* const found = std::find_if(std::begin(kFieldTypes), std::end(kFieldTypes),
+                                           [&](const FieldType& known) { return known.m_name == type; });
+    if (space == std::string::npos || found == std::end(kFieldTypes))
+        return {nullptr, "", 0};
+    unsigned since = 0;
+    if (at != std::string::npos)
+    {
+        const std::string digits = description.substr(at + 1);
+        if (digits.empty() || digits.size() > 5 || digits.find_first_not_of("0123456789") != std::string::npos)
+            return {nullptr, "", 0};
+        since = static_cast<unsigned>(std::stoul(digits));
+    }
+    return {found, description.substr(space + 1, at == std::string::npos ? at : at - space - 1), since};
+}
+} // namespace
+
+bool Describe(ClassDescriptions& classes, const std::string& description)
+{
+    const std::size_t equals = description.find('=');
+    if (equals == 0 || equals == std::string::npos)
+        return false;
+    std::vector<Field> fields;
+    std::istringstream rest(description.substr(equals + 1));
+    for (std::string field; std::getline(rest, field, ',');)
+    {
+        fields.push_back(ParseField(field));
+        if (fields.back().m_type == nullptr)
+            return false;
+    }
+    classes[description.substr(0, equals)] = std::move(fields);
+    return true;
+}
+
+ClassDescriptions ExampleClasses()
+{
+    ClassDescriptions classes;
+    for (const char* description : kExampleClasses)
+        Describe(classes, description);
+    return classes;
+}
+
+std::string ExampleClassesHelp()
+{
+    std::string help;
+    for (const char* description : kExampleClasses)
+        help += "  --class \"" + std::string(description) + "\"\n";
+    return help;
+}
+
+std::string FieldTypesHelp()
+{
+    std::string names;
+    for (const FieldType& type : kFieldTypes)
+        names += (names.empty() ? "" : " ") + std::string(type.m_name);
+    return names;
+}
+
+void DumpArchive(Session& session, const std::string& name, const ClassDescriptions& classes)
+{
+    Dumper dumper(session, ReadAll(name), classes);
+    const auto fail = [&](const std::string& reason) {
+        char offset[40];
+        std::snprintf(offset, sizeof offset, "at offset %08llx: ", dumper.Offset());
+        throw Failure(name, offset + reason);
+    };
+    try
+    {
+        dumper.DumpAll();
+    }
+    catch (CXArchiveException* failure)
+    {
+        const ArchiveExceptionType cause = failure->GetCause();
+        failure->Delete();
+        if (cause == archiveGeneric)
+            fail("objects nest deeper than " + std::to_string(kNestingLimit) + " levels");
+        CXTString<wchar_t> text;
+        text.Format(kTextFirstArchiveCause + cause, Widen(name).c_str());
+        fail(Narrow(text));
+    }
+    catch (const Failure& failure)
+    {
+        if (!failure.Subject().empty())
+            throw;
+        fail(failure.what());
+    }
+}
+
+} // namespace tev::tool
