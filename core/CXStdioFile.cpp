@@ -278,6 +278,13 @@ bool CXStdioFile::ReadRawLines(xStringEncoding encoding, CXTString<char>& lines)
 bool CXStdioFile::ReadTextLine(xStringEncoding encoding, CXTString<char>& assembled, CXTString<wchar_t>& line,
                                LineTraits& traits)
 {
+    traits.m_ended = true;
+    if (const std::size_t taken =
+            tev::DecodeShortLine(Unread(), m_filled - m_next, encoding, line, traits.m_mayHoldNul, m_asciiLikely))
+    {
+        m_next += taken;
+        return true;
+    }
     RawText raw;
     if (!ReadRawLine(encoding, assembled, raw))
         return false;

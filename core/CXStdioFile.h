@@ -101,5 +101,6 @@ private:
     std::size_t m_filled = 0;      // bytes read into the buffer; 0 while any wait to be written
     std::size_t m_next = 0;        // of these, how many were handed out
     std::size_t m_pending = 0;     // bytes that wait to be written
+    bool m_asciiLikely = true;     // the line before was ASCII
     CXTString<char> m_scratch;
 };

@@ -464,6 +464,40 @@ TEV_TARGET_AVX2 PaddedDecoding DecodePaddedUtf8(const char* text, size_t size, w
             _mm256_movemask_epi8(_mm256_cmpeq_epi8(least, _mm256_setzero_si256())) != 0};
 }
 
+TEV_TARGET_AVX2 size_t DecodeShortLineUtf8(const char* text, size_t available, bool ascii, wchar_t* wide,
+                                           PaddedDecoding& result) noexcept
+{
+    const __m256i lineFeeds = _mm256_set1_epi8('\n');
+    const __m256i zero = _mm256_setzero_si256();
+    for (size_t i = 0; i < kShortLine && available - i >= kStep; i += kStep)
+    {
+        const __m256i block = Load(text + i);
+        const __m256i lines = _mm256_cmpeq_epi8(block, lineFeeds);
+        if (ascii)
+        {
+            WidenAscii<kStep>(text + i, wide + i);
+            const __m256i ends = _mm256_or_si256(lines, _mm256_cmpeq_epi8(block, zero));
+            const auto special = static_cast<unsigned>(_mm256_movemask_epi8(_mm256_or_si256(block, ends)));
+            if (special == 0)
+                continue;
+            const size_t at = i + static_cast<size_t>(__builtin_ctz(special));
+            if (text[at] == '\n')
+            {
+                result = {at, true, false};
+                return at + 1;
+            }
+            ascii = false;
+        }
+        if (const auto places = static_cast<unsigned>(_mm256_movemask_epi8(lines)))
+        {
+            const size_t at = i + static_cast<size_t>(__builtin_ctz(places));
+            result = DecodePaddedUtf8(text, at, wide);
+            return at + 1;
+        }
+    }
+    return 0;
+}
+
 TEV_TARGET_AVX2 PaddedDecoding DecodePaddedUtf16(const char* text, size_t size, ByteOrder order, wchar_t* wide) noexcept
 {
     const __m256i spaces = _mm256_set1_epi16(order == ByteOrder::little ? 0x0020 : 0x2000);
