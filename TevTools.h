@@ -2,6 +2,17 @@
 
 // Every public header of the library. The build reads this list: what stands here is installed.
 
+#include "containers/CBitArray.h"
+#include "containers/CFRect.h"
+#include "containers/CHashMap.h"
+#include "containers/CHashMethods.h"
+#include "containers/CHashTable.h"
+#include "containers/CIntMap.h"
+#include "containers/CPopValue.h"
+#include "containers/CXRect.h"
+#include "containers/HashSlot.h"
+#include "containers/HashTableBase.h"
+#include "containers/HashTags.h"
 #include "core/CExLCString.h"
 #include "core/CStdioFileEx.h"
 #include "core/CSwitchLocale.h"

@@ -10,7 +10,7 @@ if(TEVTOOLS_SANITIZE)
     set(test_environment
         "ASAN_OPTIONS=allocator_may_return_null=1:detect_stack_use_after_return=1:strict_string_checks=1"
         "UBSAN_OPTIONS=print_stacktrace=1"
-        "TSAN_OPTIONS=second_deadlock_stack=1:suppressions=${PROJECT_SOURCE_DIR}/cmake/tsan-suppressions.txt")
+        "TSAN_OPTIONS=allocator_may_return_null=1:second_deadlock_stack=1:suppressions=${PROJECT_SOURCE_DIR}/cmake/tsan-suppressions.txt")
 endif()
 
 # Unit tests link the library's objects, so that they reach what the shared library hides.

@@ -30,3 +30,34 @@
 #else
 #define X_CONSTINIT
 #endif
+
+// The system's structures of points, sizes and rectangles where it has none. On Windows <windows.h> defines them, and is
+// included first by programs that use the classes over them.
+#if !defined(_WIN32)
+struct tagPOINT
+{
+    int x;
+    int y;
+};
+
+struct tagPOINTS
+{
+    short x;
+    short y;
+};
+
+struct tagSIZE
+{
+    int cx;
+    int cy;
+};
+
+/// The right and bottom edges are exclusive.
+struct tagRECT
+{
+    int left;
+    int top;
+    int right;
+    int bottom;
+};
+#endif
