@@ -46,8 +46,11 @@ CXFileException::CXFileException(FileExceptionType cause, const CXTString<wchar_
 CXTString<wchar_t> CXFileException::GetErrorMessage() const
 {
     // Meant this way round: an exception made from a system error carries no message and reports no text.
-    if (m_message.IsEmpty())
-        return m_message;
+    return m_message.IsEmpty() ? m_message : GetCauseMessage();
+}
+
+CXTString<wchar_t> CXFileException::GetCauseMessage() const
+{
     return FormatFileMessage(kTextFirstFileCause + m_cause, m_fileName);
 }
 

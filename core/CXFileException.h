@@ -32,6 +32,8 @@ public:
 
     /// The cause and the file in words when the exception was made with a message, empty when it was made without one.
     virtual CXTString<wchar_t> GetErrorMessage() const;
+    /// The cause and the file in words, whether or not the exception was made with a message.
+    CXTString<wchar_t> GetCauseMessage() const;
     FileExceptionType GetCause() const noexcept { return m_cause; }
     const CXTString<wchar_t>& GetFileName() const noexcept { return m_fileName; }
 

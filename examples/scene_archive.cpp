@@ -137,7 +137,7 @@ int main()
     }
     catch (CXFileException* e)
     {
-        std::fprintf(stderr, "file error %u\n", e->GetCause());
+        std::fprintf(stderr, "%s\n", CXTString<char>(e->GetCauseMessage()).GetConstBuffer());
         e->Delete();
     }
     return 1;

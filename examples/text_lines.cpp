@@ -41,8 +41,7 @@ int main(int argumentCount, char** arguments)
     catch (CXFileException* failure)
     {
         // Exceptions come as pointers, and who catches one ends it.
-        CXTString<char> name(failure->GetFileName().GetConstBuffer());
-        std::fprintf(stderr, "text_lines: %s: file error %u\n", name.GetConstBuffer(), failure->GetCause());
+        std::fprintf(stderr, "text_lines: %s\n", CXTString<char>(failure->GetCauseMessage()).GetConstBuffer());
         failure->Delete();
         return 1;
     }

@@ -116,6 +116,7 @@ TEST(CXException, EachClassThrowsWhatItWasGiven)
     EXPECT_EQ(fromErrno->GetFileName(), L"c.obj");
     EXPECT_EQ(fromErrno->GetMessageText(), L"");
     EXPECT_EQ(fromErrno->GetErrorMessage(), L"");
+    EXPECT_GE(fromErrno->GetCauseMessage().Find(fromErrno->GetFileName()), 0);
     const auto archive = Caught<CXArchiveException>([] { CXArchiveException::Throw(archiveBadSchema, L"b.cus"); });
     EXPECT_EQ(archive->GetCause(), 7u);
     EXPECT_EQ(archive->GetFileName(), L"b.cus");
