@@ -136,7 +136,7 @@ void RegisterBits(const std::string& who)
 }
 
 const bool kRegistered = [] {
-    RegisterBits<Ours>("TevTools");
+    RegisterBits<Ours>("ours");
     RegisterBits<StandardBitset>("std_bitset");
     RegisterBits<StandardVector>("std_vector_bool");
 #ifdef TEV_BENCH_BOOST

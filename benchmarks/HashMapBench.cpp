@@ -286,7 +286,7 @@ const bool kRegistered = [] {
     const std::vector<std::int64_t> numbers = {1000, 10000, 100000, 1000000, 10000000};
     const std::vector<std::int64_t> texts = {1000, 100000, 1000000};
     using Hash32 = std::unordered_map<unsigned, int>;
-    RegisterMap<Ours<unsigned, unsigned>>("TevTools", "unsigned", numbers);
+    RegisterMap<Ours<unsigned, unsigned>>("ours", "unsigned", numbers);
     RegisterMap<Standard<unsigned, Hash32>>("std_unordered_map", "unsigned", numbers);
 #ifdef TEV_BENCH_ABSL
     RegisterMap<Standard<unsigned, absl::flat_hash_map<unsigned, int>>>("absl_flat_hash_map", "unsigned", numbers);
@@ -297,7 +297,7 @@ const bool kRegistered = [] {
 #ifdef TEV_BENCH_QT
     RegisterMap<Qt<unsigned>>("QHash", "unsigned", numbers);
 #endif
-    RegisterMap<Ours<CXTString<char>, const CXTString<char>&>>("TevTools", "text", texts);
+    RegisterMap<Ours<CXTString<char>, const CXTString<char>&>>("ours", "text", texts);
     RegisterMap<Standard<std::string, std::unordered_map<std::string, int>>>("std_unordered_map", "text", texts);
 #ifdef TEV_BENCH_ABSL
     RegisterMap<Standard<std::string, absl::flat_hash_map<std::string, int>>>("absl_flat_hash_map", "text", texts);
