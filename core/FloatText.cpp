@@ -64,7 +64,13 @@ size_t tev::ReadFloat(const char* text, const char* end, Value& value)
     if (error == std::errc::invalid_argument)
         return 0;
     if (error == std::errc::result_out_of_range)
-        value = IsTooLarge(at, behind, isHexadecimal) ? std::numeric_limits<Value>::infinity() : Value(0);
+    {
+        // What is no number is out of range when the payload in its brackets is.
+        if (AsciiLower(*at) == 'n')
+            value = std::numeric_limits<Value>::quiet_NaN();
+        else
+            value = IsTooLarge(at, behind, isHexadecimal) ? std::numeric_limits<Value>::infinity() : Value(0);
+    }
     if (negative)
         value = -value;
     return static_cast<size_t>(behind - text);
