@@ -2,6 +2,7 @@
 
 // Every public header of the library. The build reads this list: what stands here is installed.
 
+#include "containers/ArrayGrowth.h"
 #include "containers/CBitArray.h"
 #include "containers/CFRect.h"
 #include "containers/CHashMap.h"

@@ -1,0 +1,25 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace tev
+{
+
+/// FNV-1a of 32 bits, taken from the last byte back to the first, each byte widened with its sign before it is mixed in.
+/// Stored checksums depend on both differences from the textbook. An empty block gives 0x811C9DC5.
+inline std::uint32_t BlockChecksum(const void* block, std::size_t size) noexcept
+{
+    constexpr std::uint32_t kOffsetBasis = 0x811C9DC5;
+    constexpr std::uint32_t kPrime = 0x01000193;
+    const auto* bytes = static_cast<const signed char*>(block);
+    std::uint32_t checksum = kOffsetBasis;
+    while (size > 0)
+    {
+        --size;
+        checksum = (checksum ^ static_cast<std::uint32_t>(static_cast<std::int32_t>(bytes[size]))) * kPrime;
+    }
+    return checksum;
+}
+
+} // namespace tev
