@@ -33,4 +33,5 @@
 #include "core/TextEncoding.h"
 #include "core/ThreadException.h"
 #include "core/XCA2W.h"
+#include "services/CRGBColor.h"
 #include "ui/Language.h"

@@ -14,12 +14,17 @@ struct MessageText
     const wchar_t* french;
 };
 
+constexpr unsigned kColourWithAlpha = 5311;
+constexpr unsigned kColour = 5312;
 constexpr unsigned kUnnamedFile = 0xF006;
 constexpr unsigned kFileCause = 0xF1A0;
 constexpr unsigned kArchiveCause = 0xF1B0;
 
 // In the order of their numbers. "%s" stands for the name of the file; the text of an unnamed one is put in its place.
 constexpr MessageText kMessageTexts[] = {
+    {kColourWithAlpha, L"%d %d %d %d (RGBA)", L"%d %d %d %d (RVBA)"},
+    {kColour, L"%d %d %d (RGB)", L"%d %d %d (RVB)"},
+
     {kUnnamedFile, L"a file without a name", L"un fichier sans nom"},
 
     {kFileCause + 0, L"No error occurred with %s.", L"Aucune erreur ne s'est produite avec %s."},

@@ -1,4 +1,5 @@
 #include "tools/tev/ArchiveCommands.h"
+#include "tools/tev/ColourCommand.h"
 #include "tools/tev/System.h"
 #include "tools/tev/TextCommands.h"
 #include "tools/tev/Tool.h"
@@ -13,6 +14,7 @@ using namespace tev::tool;
 constexpr void (*kCommandFamilies[])(CLI::App&, Session&) = {
     AddTextCommands,
     AddArchiveCommands,
+    AddColourCommand,
 };
 
 std::string UsageError(const CLI::App*, const CLI::Error& error)

@@ -1,0 +1,113 @@
+#include "tools/tev/ColourCommand.h"
+
+#include "services/CRGBColor.h"
+#include "tools/tev/System.h"
+#include "tools/tev/Tool.h"
+
+#include <CLI/CLI.hpp>
+
+#include <charconv>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace tev::tool
+{
+namespace
+{
+struct Options
+{
+    std::string m_colour;
+    std::optional<float> m_hue;
+    float m_darken = 0;
+    float m_lighten = 0;
+};
+
+/// The number that is the whole text; nothing when there is none.
+std::optional<unsigned> WholeNumber(std::string_view text, int base)
+{
+    unsigned number = 0;
+    const char* const end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data(), end, number, base);
+    if (error != std::errc() || stop != end)
+        return std::nullopt;
+    return number;
+}
+
+/// "#RRGGBB", also without its mark.
+std::optional<CRGBColor> FromHexadecimal(std::string_view text)
+{
+    if (!text.empty() && text.front() == '#')
+        text.remove_prefix(1);
+    const std::optional<unsigned> number = WholeNumber(text, 16);
+    if (text.size() != 6 || !number)
+        return std::nullopt;
+    return CRGBColor(static_cast<int>(*number >> 16), static_cast<int>(*number >> 8 & 255),
+                     static_cast<int>(*number & 255));
+}
+
+/// "R,G,B"
+std::optional<CRGBColor> FromChannels(std::string_view text)
+{
+    CRGBColor color;
+    for (int channel = 0; channel < 3; ++channel)
+    {
+        const std::size_t comma = channel < 2 ? text.find(',') : text.size();
+        const std::optional<unsigned> number = WholeNumber(text.substr(0, comma), 10);
+        if (comma == text.npos || !number || *number > 255)
+            return std::nullopt;
+        color[channel] = static_cast<unsigned char>(*number);
+        text.remove_prefix(channel < 2 ? comma + 1 : 0);
+    }
+    return color;
+}
+
+std::string Sample(const CRGBColor& color)
+{
+    if (!IsTerminal(kStandardOutput))
+        return {};
+    CXTString<char> sample;
+    sample.Format("\033[48;2;%d;%d;%dm      \033[0m  ", color[0], color[1], color[2]);
+    return static_cast<const char*>(sample);
+}
+
+void Show(Session& session, const Options& options)
+{
+    std::optional<CRGBColor> color = FromHexadecimal(options.m_colour);
+    if (!color)
+        color = FromChannels(options.m_colour);
+    if (!color)
+        throw CLI::ValidationError("a colour is #RRGGBB or R,G,B with channels of 0 to 255: " + options.m_colour);
+
+    if (options.m_hue)
+        color->SetHue(*options.m_hue);
+    color->Darken(options.m_darken);
+    color->Lighten(options.m_lighten);
+    float hue, saturation, luminance;
+    color->ConvertToHSL(hue, saturation, luminance);
+    CXTString<char> line;
+    line.Format("#%02X%02X%02X  %s  hue %.4f, saturation %.4f, luminance %.4f\n", (*color)[0], (*color)[1], (*color)[2],
+                Narrow(color->GetRGBString()).c_str(), static_cast<double>(hue), static_cast<double>(saturation),
+                static_cast<double>(luminance));
+    session.m_output.Write(Sample(*color) + static_cast<const char*>(line));
+}
+} // namespace
+
+void AddColourCommand(CLI::App& tool, Session& session)
+{
+    const auto options = std::make_shared<Options>();
+    CLI::App& command = *tool.add_subcommand("colour", "Show a colour, changed if asked for, and its coordinates");
+    command.add_option("COLOUR", options->m_colour, "\"#RRGGBB\", or R,G,B with channels of 0 to 255")
+        ->required()
+        ->type_name("");
+    command.add_option("--hue", options->m_hue, "Give it this hue; 0 and 1 are red, 1/3 green, 2/3 blue")
+        ->type_name("NUMBER");
+    command.add_option("--darken", options->m_darken, "Take this from its luminance, which is 0 to 1")
+        ->type_name("NUMBER");
+    command.add_option("--lighten", options->m_lighten, "Add this to its luminance")->type_name("NUMBER");
+    command.footer("The changes are made in the order hue, darken, lighten.");
+    command.callback([&session, options] { Show(session, *options); });
+}
+
+} // namespace tev::tool
