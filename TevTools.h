@@ -34,4 +34,5 @@
 #include "core/ThreadException.h"
 #include "core/XCA2W.h"
 #include "services/CRGBColor.h"
+#include "services/FileWildcards.h"
 #include "ui/Language.h"
