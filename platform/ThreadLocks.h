@@ -1,0 +1,29 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+// Found at a fixed distance from the thread's own pointer, without a call, also in a library that is opened at run time.
+#if defined(__GNUC__) && !defined(_WIN32)
+#define TEV_NEAR_THREAD_LOCAL __attribute__((tls_model("initial-exec")))
+#else
+#define TEV_NEAR_THREAD_LOCAL
+#endif
+
+namespace tev::platform
+{
+/// The thread has no number yet.
+constexpr std::uint64_t kNoThreadNumber = ~std::uint64_t{0};
+
+/// What a thread knows of itself as a holder of locks. Touched by its thread only, and read by signal handlers on it.
+struct ThreadLocks
+{
+    std::uint64_t number = kNoThreadNumber; ///< no other thread of the process ever has the same
+    std::atomic<std::uint64_t> held{0};     ///< the weights of the locks that it holds, summed up
+};
+
+inline thread_local ThreadLocks t_threadLocks TEV_NEAR_THREAD_LOCAL;
+
+/// The calling thread's number, which it gets now where it has none.
+std::uint64_t NumberOfThisThread() noexcept;
+} // namespace tev::platform
