@@ -9,6 +9,7 @@
 #include "containers/CHashMethods.h"
 #include "containers/CHashTable.h"
 #include "containers/CIntMap.h"
+#include "containers/COffsetArray.h"
 #include "containers/CPopValue.h"
 #include "containers/CXRect.h"
 #include "containers/HashSlot.h"
