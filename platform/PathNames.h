@@ -5,6 +5,13 @@
 namespace tev::platform
 {
 
+/// What stands between two components of a path that the library composes.
+#if defined(_WIN32)
+constexpr wchar_t kPathSeparator = L'\\';
+#else
+constexpr wchar_t kPathSeparator = L'/';
+#endif
+
 /// Turns a path into the form that system calls take: UTF-8, with '\' as '/'. A code point U+DC80 to U+DCFF stands for
 /// the raw byte 0x80 to 0xFF, so that names which are not UTF-8 can be reached too; a surrogate pair is one character.
 /// False, with `result` unspecified, when the path holds a character that no name can have (another lone surrogate or a

@@ -2,11 +2,11 @@
 
 #include "core/CXTString.h"
 #include "tools/tev/Progress.h"
+#include "tools/tev/Table.h"
 #include "tools/tev/TextSource.h"
 #include "tools/tev/Tool.h"
 
 #include <algorithm>
-#include <array>
 
 namespace tev::tool
 {
@@ -118,9 +118,6 @@ std::string Describe(const LineEnds& ends)
     return kindCount == 0 ? "none" : kindCount == 1 ? kinds : "mixed: " + counts;
 }
 
-constexpr std::size_t kColumns = 6;
-using Row = std::array<std::string, kColumns>;
-
 Row ToRow(const FileInfo& info)
 {
     return {info.m_name,
@@ -129,44 +126,6 @@ Row ToRow(const FileInfo& info)
             Describe(info.m_ends),
             std::to_string(info.m_lines),
             std::to_string(info.m_bytes)};
-}
-
-/// Characters, as far as a terminal is concerned.
-std::size_t Width(const std::string& text)
-{
-    return static_cast<std::size_t>(std::count_if(text.begin(), text.end(), [](char c) { return (c & 0xC0) != 0x80; }));
-}
-
-void PrintTable(Output& output, const std::vector<FileInfo>& infos)
-{
-    std::vector<Row> rows = {{"FILE", "ENCODING", "MARK", "LINE ENDS", "LINES", "BYTES"}};
-    std::transform(infos.begin(), infos.end(), std::back_inserter(rows), ToRow);
-    std::array<std::size_t, kColumns> widths = {};
-    for (const Row& row : rows)
-    {
-        for (std::size_t column = 0; column < kColumns; ++column)
-            widths[column] = std::max(widths[column], Width(row[column]));
-    }
-    constexpr std::size_t kFirstNumber = 4; // numbers stand at the right
-    for (const Row& row : rows)
-    {
-        std::string line;
-        for (std::size_t column = 0; column < kColumns; ++column)
-        {
-            const std::string padding(widths[column] - Width(row[column]), ' ');
-            line += column == 0 ? "" : "  ";
-            line += column < kFirstNumber ? row[column] + padding : padding + row[column];
-        }
-        output.Write(line + "\n");
-    }
-}
-
-void PrintFields(Output& output, const FileInfo& info)
-{
-    std::string line;
-    for (const std::string& field : ToRow(info))
-        line += (line.empty() ? "" : "\t") + field;
-    output.Write(line + "\n");
 }
 
 void PrintJson(Output& output, const FileInfo& info)
@@ -221,16 +180,19 @@ void LineEndCounter::AddUnits(std::size_t count, UnitAt unitAt)
 
 void RunTextInfo(Session& session, const std::vector<std::string>& files, InfoFormat format)
 {
-    std::vector<FileInfo> infos;
+    std::vector<Row> rows;
     AttemptEach(session, files, [&](const std::string& name) {
         const FileInfo info = Examine(name);
         if (format == InfoFormat::kTable)
-            infos.push_back(info);
+            rows.push_back(ToRow(info));
+        else if (format == InfoFormat::kJson)
+            PrintJson(session.m_output, info);
         else
-            (format == InfoFormat::kJson ? PrintJson : PrintFields)(session.m_output, info);
+            PrintFields(session.m_output, ToRow(info));
     });
-    if (!infos.empty())
-        PrintTable(session.m_output, infos);
+    if (!rows.empty())
+        PrintTable(session.m_output,
+                   {{"FILE"}, {"ENCODING"}, {"MARK"}, {"LINE ENDS"}, {"LINES", true}, {"BYTES", true}}, rows);
 }
 
 } // namespace tev::tool

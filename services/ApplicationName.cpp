@@ -1,0 +1,42 @@
+#include "services/ApplicationName.h"
+
+#include "core/CXException.h"
+#include "core/NeverDestroyed.h"
+#include "platform/FileInformation.h"
+#include "services/CPathString.h"
+#include "system/CXCriticalSection.h"
+
+namespace
+{
+struct ChosenName
+{
+    tev::LibraryLock m_lock;
+    CXTString<wchar_t> m_name X_GUARDED_BY(m_lock);
+};
+
+ChosenName& Chosen()
+{
+    static tev::NeverDestroyed<ChosenName> chosen;
+    return chosen.Get();
+}
+} // namespace
+
+CXTString<wchar_t> XGetApplicationName()
+{
+    ChosenName& chosen = Chosen();
+    {
+        const tev::LockGuard guard(chosen.m_lock);
+        if (!chosen.m_name.IsEmpty())
+            return chosen.m_name;
+    }
+    return CPathString(tev::platform::ExecutablePath().c_str()).GetTitle();
+}
+
+void XSetApplicationName(const CXTString<wchar_t>& name)
+{
+    if (name.FindOneOf(L"/\\") >= 0 || name == L"." || name == L"..")
+        CXInvalidArgException::Throw();
+    ChosenName& chosen = Chosen();
+    const tev::LockGuard guard(chosen.m_lock);
+    chosen.m_name = name;
+}

@@ -1,0 +1,63 @@
+#include "services/CPathString.h"
+
+#include "platform/PathNames.h"
+
+#include <algorithm>
+#include <string_view>
+
+namespace
+{
+constexpr const wchar_t* kSeparators = L"/\\";
+
+std::wstring_view ViewOf(const CXTString<wchar_t>& text) noexcept
+{
+    return {text, static_cast<std::size_t>(text.GetLength())};
+}
+} // namespace
+
+int CPathString::NameStart() const noexcept
+{
+    return static_cast<int>(ViewOf(*this).find_last_of(kSeparators) + 1);
+}
+
+int CPathString::TitleEnd() const noexcept
+{
+    const int dot = ReverseFind(L'.');
+    return dot > NameStart() ? dot : GetLength();
+}
+
+CXTString<wchar_t> CPathString::GetFileName() const
+{
+    return Mid(NameStart());
+}
+
+CXTString<wchar_t> CPathString::GetTitle() const
+{
+    return Mid(NameStart(), TitleEnd() - NameStart());
+}
+
+CXTString<wchar_t> CPathString::GetExtension() const
+{
+    return Mid(TitleEnd());
+}
+
+CPathString CPathString::GetFolder() const
+{
+    const std::wstring_view folder = ViewOf(*this).substr(0, static_cast<std::size_t>(NameStart()));
+    const std::size_t last = folder.find_last_not_of(kSeparators);
+    return Left(static_cast<int>(last == folder.npos ? folder.size() : last + 1));
+}
+
+CPathString& CPathString::operator/=(const CXTString<wchar_t>& path)
+{
+    const std::wstring_view added = ViewOf(path);
+    const std::size_t start = std::min(added.find_first_not_of(kSeparators), added.size());
+    const CXTString<wchar_t> rest = path.Mid(static_cast<int>(start));
+    if (rest.IsEmpty())
+        return *this;
+    const std::wstring_view own = ViewOf(*this);
+    if (!own.empty() && own.find_last_of(kSeparators) != own.size() - 1)
+        *this += tev::platform::kPathSeparator;
+    *this += rest;
+    return *this;
+}

@@ -1,0 +1,133 @@
+#include "services/Paths.h"
+
+#include "core/CXFileException.h"
+#include "platform/FileInformation.h"
+#include "services/ApplicationName.h"
+
+#include <string>
+
+namespace
+{
+using tev::platform::FileInformation;
+using tev::platform::FileKind;
+
+bool IsOfKind(const CXTString<wchar_t>& path, FileKind kind)
+{
+    FileInformation information;
+    return tev::platform::GetFileInformation(path, information) && information.kind == kind;
+}
+
+CPathString FromEnvironment(const char* variable)
+{
+    return CPathString(tev::platform::PathFromEnvironment(variable).c_str());
+}
+
+CPathString CreatedFolder(const CPathString& path)
+{
+    if (!tev::platform::CreateFolders(path))
+        CXFileException::ThrowOsError(fileGeneric, path, nullptr);
+    return path;
+}
+} // namespace
+
+CPathString GetUserApplicationDataPath()
+{
+    CPathString path = FromEnvironment("TEVTOOLS_USER_DATA");
+    if (path.IsEmpty())
+    {
+        path = FromEnvironment("XDG_DATA_HOME");
+        if (path.IsEmpty())
+            path = CPathString(tev::platform::HomeFolder().c_str()) / L".local/share";
+        path /= XGetApplicationName();
+    }
+    return CreatedFolder(path);
+}
+
+CPathString GetCommonApplicationDataPath()
+{
+    const CPathString chosen = FromEnvironment("TEVTOOLS_COMMON_DATA");
+    if (!chosen.IsEmpty())
+        return CreatedFolder(chosen);
+    const CPathString path = CPathString(L"/var/lib") / XGetApplicationName();
+    if (tev::platform::CreateFolders(path) && tev::platform::IsWritableFolder(path))
+        return path;
+    return GetUserApplicationDataPath();
+}
+
+CPathString fileCreateTemporaryFolder(const CXTString<wchar_t>& prefix)
+{
+    std::wstring path;
+    if (!tev::platform::CreateTemporaryFolder(prefix, path))
+        CXFileException::ThrowOsError(fileGeneric, prefix, nullptr);
+    return CPathString(path.c_str());
+}
+
+CPathString fileNextNumberedName(const CPathString& path)
+{
+    const CXTString<wchar_t> extension = path.GetExtension();
+    const CXTString<wchar_t> start = path.Left(path.GetLength() - extension.GetLength());
+    CPathString name;
+    int number = 1;
+    do
+    {
+        name.Format(L"%s (%d)%s", start.GetConstBuffer(), number++, extension.GetConstBuffer());
+    } while (fileExists(name));
+    return name;
+}
+
+bool fileExists(const CXTString<wchar_t>& path)
+{
+    FileInformation information;
+    return tev::platform::GetFileInformation(path, information);
+}
+
+bool fileIsFile(const CXTString<wchar_t>& path)
+{
+    return IsOfKind(path, FileKind::File);
+}
+
+bool fileIsDirectory(const CXTString<wchar_t>& path)
+{
+    return IsOfKind(path, FileKind::Folder);
+}
+
+bool fileIsSameFile(const CXTString<wchar_t>& a, const CXTString<wchar_t>& b)
+{
+    FileInformation ofA;
+    FileInformation ofB;
+    return tev::platform::GetFileInformation(a, ofA) && tev::platform::GetFileInformation(b, ofB) &&
+           ofA.device == ofB.device && ofA.number == ofB.number;
+}
+
+bool fileIsSameDirectory(const CXTString<wchar_t>& a, const CXTString<wchar_t>& b)
+{
+    return fileIsDirectory(a) && fileIsSameFile(a, b);
+}
+
+bool fileGetCreationDate(const CXTString<wchar_t>& path, CXTime& date)
+{
+    FileInformation information;
+    if (!tev::platform::GetFileInformation(path, information) || !information.creation)
+        return false;
+    date = CXTime(*information.creation);
+    return true;
+}
+
+bool fileGetLastWriteDate(const CXTString<wchar_t>& path, CXTime& date)
+{
+    FileInformation information;
+    if (!tev::platform::GetFileInformation(path, information))
+        return false;
+    date = CXTime(information.lastWrite);
+    return true;
+}
+
+bool fileSetCreationDate(const CXTString<wchar_t>& path, const CXTime& date)
+{
+    return tev::platform::SetCreationTime(path, date.GetTime());
+}
+
+bool fileSetLastWriteDate(const CXTString<wchar_t>& path, const CXTime& date)
+{
+    return tev::platform::SetLastWriteTime(path, date.GetTime());
+}
