@@ -2,6 +2,7 @@
 
 // Every public header of the library. The build reads this list: what stands here is installed.
 
+#include "containers/ArrayElements.h"
 #include "containers/ArrayGrowth.h"
 #include "containers/CBitArray.h"
 #include "containers/CFRect.h"
@@ -11,6 +12,7 @@
 #include "containers/CIntMap.h"
 #include "containers/COffsetArray.h"
 #include "containers/CPopValue.h"
+#include "containers/CXArray.h"
 #include "containers/CXRect.h"
 #include "containers/HashSlot.h"
 #include "containers/HashTableBase.h"

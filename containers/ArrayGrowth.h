@@ -1,9 +1,20 @@
 #pragma once
 
+#include "core/TevTypes.h"
+
 #include <algorithm>
+#include <cstddef>
+
+// The growth of arrays, and the memory that they grow in.
 
 namespace tev
 {
+/// Growth settings that are no step: what they are for a function that takes one.
+constexpr int kGrowAutomatically = 0;
+constexpr int kKeepGrowth = -1;
+constexpr int kGrowTwofold = -2;
+
+constexpr int kMostElements = 0x7FFFFFFF;
 
 /// Slots that an array of `size` elements gains when its growth setting is automatic: an eighth, at least 4, at most 1024.
 template <typename Count>
@@ -12,4 +23,42 @@ constexpr Count AutomaticGrowthStep(Count size) noexcept
     return std::clamp<Count>(size / 8, 4, 1024);
 }
 
+/// For what an array refuses. Out of line, so that callers stay small.
+[[noreturn]] TEVTOOLS_API void ThrowInvalidArgument();
+
+/// The growth setting after one was passed. One below -2 is an invalid argument.
+inline int ChosenGrowth(int present, int passed)
+{
+    if (passed < kGrowTwofold)
+        ThrowInvalidArgument();
+    return passed == kKeepGrowth ? present : passed;
+}
+
+/// The capacity that an array gets so that it holds `newSize` elements, which are more than its capacity. One beyond 32
+/// bits is an invalid argument.
+TEVTOOLS_API int GrownCapacity(int size, int capacity, int growBy, int newSize);
+
+/// What a block of elements is made of.
+struct ArrayBlockShape
+{
+    std::size_t m_elementSize;
+    std::size_t m_alignment;
+};
+
+/// A block of that many slots, unspecified or zero. Throws std::bad_alloc.
+[[nodiscard]] TEVTOOLS_API void* AllocateArrayBlock(int slots, ArrayBlockShape shape, bool zeroed);
+/// Resizes a block of `oldSlots`, or makes one out of null; the first `used` elements go along as bytes, in place where the allocator
+/// can. Throws std::bad_alloc and leaves the block as it was.
+[[nodiscard]] TEVTOOLS_API void* ResizeArrayBlock(void* block, int used, int oldSlots, int slots,
+                                                  ArrayBlockShape shape);
+/// Null is ignored.
+TEVTOOLS_API void FreeArrayBlock(void* block, int slots, ArrayBlockShape shape) noexcept;
+
+/// The slots to ask for when a block of `slots` is too small for a capacity. Documented steps may be small, and elements
+/// that cannot move as bytes are moved one by one, so a block that grows gets half as much again: appending stays linear
+/// whatever the step.
+constexpr int SlotsForGrowth(int slots, int capacity) noexcept
+{
+    return std::max(capacity, slots > kMostElements - slots / 2 ? kMostElements : slots + slots / 2);
+}
 } // namespace tev

@@ -14,6 +14,14 @@
 #define TEVTOOLS_API __attribute__((visibility("default")))
 #endif
 
+// For class templates that users instantiate: known under one identity in a program and its plug-ins, but compiled by each
+// of them and not imported.
+#if defined(_WIN32)
+#define TEVTOOLS_TEMPLATE_API
+#else
+#define TEVTOOLS_TEMPLATE_API TEVTOOLS_API
+#endif
+
 // A compiler's own keyword on Windows. A macro and not an alias, because "unsigned __int64" must be spellable.
 #if !defined(_WIN32) && !defined(__int64)
 #define __int64 long long

@@ -2,6 +2,7 @@
 
 #include "containers/CHashTable.h"
 #include "containers/CIntMap.h"
+#include "containers/CXArray.h"
 #include "tests/support/HashTableModel.h"
 #include "tests/support/PrintText.h"
 #include "tests/support/Tracked.h"
@@ -24,20 +25,12 @@ constexpr unsigned kEnd = 0xFFFFFFFF;
 
 using NarrowMap = CHashMap<CXTString<char>, const CXTString<char>&, CXTString<char>>;
 
-template <class T>
-struct Keys
-{
-    std::vector<T> m_keys;
-
-    void Add(const T& key) { m_keys.push_back(key); }
-};
-
 template <class TABLE, class KEY>
 std::vector<KEY> KeysOf(const TABLE& table)
 {
-    Keys<KEY> keys;
+    CXArray<KEY, KEY> keys;
     EXPECT_EQ(table.CopyTo(keys), table.GetCount());
-    return keys.m_keys;
+    return {keys.begin(), keys.end()};
 }
 
 std::vector<unsigned> KeysOf(const HashTableModel& model)
