@@ -1,5 +1,6 @@
 #include "tools/tev/ArchiveCommands.h"
 #include "tools/tev/ColourCommand.h"
+#include "tools/tev/FileTypeCommands.h"
 #include "tools/tev/System.h"
 #include "tools/tev/TextCommands.h"
 #include "tools/tev/Tool.h"
@@ -15,6 +16,7 @@ constexpr void (*kCommandFamilies[])(CLI::App&, Session&) = {
     AddTextCommands,
     AddArchiveCommands,
     AddColourCommand,
+    AddFileTypeCommands,
 };
 
 std::string UsageError(const CLI::App*, const CLI::Error& error)

@@ -1,0 +1,57 @@
+#pragma once
+
+#include "containers/CXArray.h"
+#include "services/CFileExt.h"
+
+// The process-wide registry of file types, by class and by extension. It knows the library's own types from the start.
+// Where several types share an extension, the first one registered is its default, unless a later one is preferred.
+// Names are paths or URLs; case does not count in their extensions. Whatever is found is a copy. Functions that find
+// nothing return 0, false or an empty text. Safe from several threads at once.
+
+/// The extension with its dot, empty where there is none: of a path what follows the last dot of its last component; of
+/// a URL (a scheme of two letters or more and "://") what follows the last dot before a '?'.
+TEVTOOLS_API CXTString<wchar_t> fileGetExtension(const CXTString<wchar_t>& path);
+
+/// Registers a type. A 3D scene that can be saved (0x2) gets the property 0x80, in `type` too. A class that is known
+/// already is replaced, but keeps its loader or saver where the new one has none, and then its properties as well, and
+/// stays registered for its former extensions.
+TEVTOOLS_API void fileRegisterFile(CFileExt& type);
+/// Mode 3: removes the class. Mode 1: nobody loads it any more; 2: nobody saves it any more. Does nothing for class 0,
+/// and before any other function of the registry was called.
+TEVTOOLS_API void fileUnregisterFile(unsigned int fileClass, unsigned int mode);
+
+/// The types in the order of their descriptions, without regard to case, to be released with fileFreeRegisteredFiles.
+/// The filter asks for one of the kinds in its upper half, if any, and for types that can be loaded (0x1), saved (0x2).
+[[nodiscard]] TEVTOOLS_API CFileExt* fileGetRegisteredFiles(unsigned int& count, unsigned int filter);
+TEVTOOLS_API void fileFreeRegisteredFiles(CFileExt* types, unsigned int count);
+
+TEVTOOLS_API bool fileGetExtensionInfo(unsigned int fileClass, CFileExt& type);
+TEVTOOLS_API unsigned int fileGetProperties(unsigned int fileClass);
+TEVTOOLS_API unsigned int fileGetKindOf(unsigned int fileClass);
+
+// Of the default type for a name's extension:
+
+TEVTOOLS_API bool fileGetFileExt(const CXTString<wchar_t>& name, CFileExt& type);
+TEVTOOLS_API unsigned int fileGetClass(const CXTString<wchar_t>& name);
+TEVTOOLS_API unsigned int fileGetLoader(const CXTString<wchar_t>& name);
+TEVTOOLS_API unsigned int fileGetSaver(const CXTString<wchar_t>& name);
+TEVTOOLS_API unsigned int fileGetProperties(const CXTString<wchar_t>& name);
+TEVTOOLS_API unsigned int fileGetKindOf(const CXTString<wchar_t>& name);
+
+/// The class of the first type for the name's extension that is of one of the kinds and has all of the properties.
+TEVTOOLS_API unsigned int fileFindParser(const CXTString<wchar_t>& name, unsigned int kindMask,
+                                         unsigned int propertyMask);
+
+/// Replaces the array by the extensions of a class in their order. Returns their number.
+TEVTOOLS_API unsigned int fileGetExtensionArray(unsigned int fileClass,
+                                                CXArray<CXTString<wchar_t>, const CXTString<wchar_t>&>& extensions,
+                                                bool withDot);
+/// Replaces the array by the extensions, each once, of every type that is of one of the kinds in `properties`, if any, and
+/// has all of its other bits; only where it is the default type unless `allTypes`. Returns their number.
+TEVTOOLS_API unsigned int fileGetExtensionArrayByProperty(
+    unsigned int properties, CXArray<CXTString<wchar_t>, const CXTString<wchar_t>&>& extensions, bool withDot,
+    bool allTypes);
+/// The first extension of a class, with its dot.
+TEVTOOLS_API CXTString<wchar_t> fileGetMainExtension(unsigned int fileClass);
+/// The first extension of the class of a name's default type, with its dot.
+TEVTOOLS_API CXTString<wchar_t> fileGetMainExtension(const CXTString<wchar_t>& name);

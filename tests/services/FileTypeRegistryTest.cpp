@@ -1,0 +1,271 @@
+#include "services/FileTypeRegistry.h"
+
+#include "services/BuiltInFileTypes.h"
+#include "services/CFileNameSpec.h"
+#include "tests/support/PrintText.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace
+{
+using Text = CXTString<wchar_t>;
+using TextArray = CXArray<Text, const Text&>;
+
+constexpr unsigned Code(const char (&code)[5])
+{
+    return XFourCharacterCode(code);
+}
+
+/// A type that leaves the registry with the object.
+class Registered
+{
+public:
+    explicit Registered(CFileExt type) : m_class(type.GetClass()) { fileRegisterFile(type); }
+    ~Registered() { fileUnregisterFile(m_class, 3); }
+    Registered(const Registered&) = delete;
+    Registered& operator=(const Registered&) = delete;
+
+private:
+    unsigned m_class;
+};
+
+std::wstring Joined(const TextArray& texts)
+{
+    std::wstring joined;
+    for (int i = 0; i < texts.GetSize(); ++i)
+        joined += (i == 0 ? L"" : L" ") + std::wstring(texts[i]);
+    return joined;
+}
+
+CFileExt TypeOf(unsigned fileClass)
+{
+    CFileExt type;
+    EXPECT_TRUE(fileGetExtensionInfo(fileClass, type));
+    return type;
+}
+
+// First of all, since it is about a registry that nobody asked yet: a process of its own where each test has one.
+TEST(FileTypeRegistry, KnowsItsTypesFromTheFirstCallOnFromAnyThread)
+{
+    std::atomic<int> right{0};
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i)
+        threads.emplace_back([&right] { right += fileGetClass(L"a.gz") == Code("GZ  ") ? 1 : 0; });
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(right, 4);
+}
+
+TEST(FileTypeRegistry, ExtensionsOfPathsAndUrls)
+{
+    const struct
+    {
+        const wchar_t* m_path;
+        const wchar_t* m_extension;
+    } cases[] = {
+        {L"", L""},
+        {L"name", L""},
+        {L"a.b.c", L".c"},
+        {L".hidden", L".hidden"},
+        {L"name.", L"."},
+        {L"C:\\dir.d\\name", L""},
+        {L"/dir.d/name", L""},
+        {L"C:/dir.d\\na.me", L".me"},
+        {L"a.b?c.d", L".d"},
+        {L"http://host.org/b/c.jpg?x=1.2&y=a/b.c", L".jpg"},
+        {L"http://host", L""},
+        {L"http://host.org/dir", L".org/dir"},
+        {L"c://a.b?c.d", L".d"}, // a drive
+        {L"://a.b?c.d", L".d"},
+        {L"ht1p://a.b?c.d", L".d"},
+    };
+    for (const auto& [path, extension] : cases)
+        EXPECT_EQ(fileGetExtension(path), extension) << path;
+}
+
+TEST(FileTypeRegistry, TheBuiltInTypesAreFoundByNameAndByClass)
+{
+    EXPECT_EQ(fileGetClass(L"C:/a/b.BMP"), Code("BMP "));
+    EXPECT_EQ(fileGetClass(L"b.wmv"), Code("MPG4"));
+    EXPECT_EQ(fileGetClass(L"b.flv"), Code("MOV "));
+    EXPECT_EQ(fileGetClass(L"b.unknown"), 0U);
+    EXPECT_EQ(fileGetClass(L""), 0U);
+    EXPECT_EQ(fileGetClass(L"http://host.org/b.zip?v=1.bmp"), Code("ZIP "));
+
+    const CFileExt depth = TypeOf(Code("ZFIL"));
+    EXPECT_EQ(depth.GetDescription(), L"Z-Buffer files");
+    EXPECT_EQ(depth.GetExtension(), L".tev");
+    EXPECT_EQ(depth.GetProperties(), 0x1000BU);
+    EXPECT_EQ(depth.GetKindOf(), 0x10000U);
+    EXPECT_EQ(TypeOf(Code("MOV ")).GetDescription(), L"Flash video files");
+
+    const struct
+    {
+        const wchar_t* m_name;
+        unsigned m_properties, m_loader, m_saver;
+    } cases[] = {
+        {L"a.tev", 0x1000B, Code("FERN"), Code("FERN")},  {L"a.bmp", 0x10011, Code("FERN"), Code("UNKN")},
+        {L"a.mov", 0x100004, Code("FERN"), Code("UNKN")}, {L"a.max", 0x41013, Code("FERN"), Code("FERN")},
+        {L"a.rar", 0x400000, Code("UNKN"), Code("UNKN")}, {L"a", 0, 0, 0},
+    };
+    for (const auto& [name, properties, loader, saver] : cases)
+    {
+        EXPECT_EQ(fileGetProperties(name), properties) << name;
+        EXPECT_EQ(fileGetKindOf(name), properties & 0xFFFF0000) << name;
+        EXPECT_EQ(fileGetLoader(name), loader) << name;
+        EXPECT_EQ(fileGetSaver(name), saver) << name;
+        EXPECT_EQ(fileGetProperties(fileGetClass(name)), properties) << name;
+        CFileExt type;
+        EXPECT_EQ(fileGetFileExt(name, type), properties != 0);
+        EXPECT_EQ(type.GetProperties(), properties);
+    }
+    EXPECT_EQ(fileGetKindOf(Code("FLAS")), 0x230000U);
+    CFileExt none;
+    EXPECT_FALSE(fileGetExtensionInfo(Code("????"), none));
+}
+
+TEST(FileTypeRegistry, RegisteredFilesAreFilteredAndSorted)
+{
+    const Registered scene(CFileExt(L"aaa scenes", L".aaa", Code("aaa "), 0x40002));
+    const struct
+    {
+        unsigned m_filter, m_count;
+    } cases[] = {
+        // Counted in the table of built-in types, of which two share a class; "aaa scenes" is one more.
+        {0, 31},   {0x10000, 11}, {0x40000, 5}, {0x50000, 16}, {0x40001, 4},  {0x40002, 5},
+        {0x1, 26}, {0x2, 8},      {0x3, 7},     {0x400002, 1}, {0x800000, 0},
+    };
+    for (const auto& [filter, expected] : cases)
+    {
+        unsigned count = 99;
+        CFileExt* types = fileGetRegisteredFiles(count, filter);
+        EXPECT_EQ(count, expected) << std::hex << filter;
+        for (unsigned i = 1; i < count; ++i)
+            EXPECT_LE(types[i - 1].GetDescription().CompareNoCase(types[i].GetDescription()), 0);
+        if (filter == 0 && count == 31)
+        {
+            EXPECT_EQ(types[0].GetDescription(), L"3ds Max files (Dynamic Data Format Exchange)");
+            EXPECT_EQ(types[2].GetDescription(), L"aaa scenes"); // before "Avi files" in spite of its small letters
+        }
+        fileFreeRegisteredFiles(types, count);
+    }
+}
+
+TEST(FileTypeRegistry, TypesAreMergedPreferredAndMarked)
+{
+    CFileExt scene(L"Scenes", L".abc|x|..a.b|", Code("scen"), 0x40002);
+    fileRegisterFile(scene);
+    EXPECT_EQ(scene.GetProperties(), 0x40082U);
+    EXPECT_EQ(fileGetProperties(L"n.ABC"), 0x40082U);
+    EXPECT_EQ(fileGetClass(L"n.x"), Code("scen"));
+    EXPECT_EQ(fileGetClass(L"n.ab"), Code("scen"));
+    {
+        const Registered second(CFileExt(L"Second", L".abc", Code("2nd "), 0x10001));
+        EXPECT_EQ(fileGetClass(L"n.abc"), Code("scen"));
+        const Registered preferred(CFileExt(L"Preferred", L".abc", Code("pref"), 0x10801));
+        EXPECT_EQ(fileGetClass(L"n.abc"), Code("pref"));
+        EXPECT_EQ(fileFindParser(L"n.abc", 0x40000, 0x2), Code("scen"));
+        EXPECT_EQ(fileFindParser(L"n.abc", 0x10000, 0x1), Code("pref"));
+        EXPECT_EQ(fileFindParser(L"n.abc", 0xFFFF0000, 0x82), Code("scen"));
+        EXPECT_EQ(fileFindParser(L"n.abc", 0x80000, 0), 0U);
+        EXPECT_EQ(fileFindParser(L"n.abc", 0x10000, 0x4), 0U);
+        EXPECT_EQ(fileFindParser(L"n.abc", 0x10000, 0x10001), 0U); // kinds are no properties
+
+        // The loader of the first stays, and with it the properties; the saver is the new one.
+        fileUnregisterFile(Code("scen"), 3);
+        CFileExt withLoader(L"One", L".abc", Code("scen"), 0x40011, Code("LOAD"), Code("SAVE"));
+        fileRegisterFile(withLoader);
+        CFileExt withoutLoader(L"Two", L".new", Code("scen"), 0x40100, Code("UNKN"), Code("SAV2"));
+        fileRegisterFile(withoutLoader);
+        const CFileExt merged = TypeOf(Code("scen"));
+        EXPECT_EQ(merged.GetDescription(), L"Two");
+        EXPECT_EQ(merged.GetLoader(), Code("LOAD"));
+        EXPECT_EQ(merged.GetSaver(), Code("SAV2"));
+        EXPECT_EQ(merged.GetProperties(), 0x40111U);
+        EXPECT_EQ(fileGetClass(L"n.new"), Code("scen"));
+    }
+    EXPECT_EQ(fileGetClass(L"n.abc"), Code("scen"));
+
+    fileUnregisterFile(Code("scen"), 4);
+    fileUnregisterFile(Code("scen"), 1);
+    EXPECT_EQ(fileGetLoader(L"n.abc"), Code("UNKN"));
+    EXPECT_EQ(fileGetProperties(L"n.abc"), 0x40110U);
+    EXPECT_EQ(fileGetSaver(L"n.abc"), Code("SAV2"));
+    fileUnregisterFile(Code("scen"), 2);
+    EXPECT_EQ(fileGetSaver(L"n.abc"), Code("UNKN"));
+    fileUnregisterFile(Code("scen"), 7);
+    EXPECT_EQ(fileGetClass(L"n.abc"), 0U);
+    EXPECT_EQ(fileGetClass(L"n.new"), 0U);
+}
+
+TEST(FileTypeRegistry, ExtensionsOfAClassAndOfAKind)
+{
+    TextArray extensions(false);
+    EXPECT_EQ(fileGetExtensionArray(Code("AIMC"), extensions, true), 3U);
+    EXPECT_EQ(Joined(extensions), L".aif .aifc .aiff");
+    EXPECT_EQ(fileGetExtensionArray(Code("BMP "), extensions, false), 2U);
+    EXPECT_EQ(Joined(extensions), L"bmp dib");
+    EXPECT_EQ(fileGetExtensionArray(Code("????"), extensions, false), 0U);
+    EXPECT_EQ(fileGetMainExtension(Code("IHTM")), L".htm");
+    EXPECT_EQ(fileGetMainExtension(L"a.dib"), L".bmp");
+    EXPECT_EQ(fileGetMainExtension(L"a.none"), L"");
+
+    EXPECT_EQ(fileGetExtensionArrayByProperty(0x400002, extensions, false, true), 1U);
+    EXPECT_EQ(Joined(extensions), L"zip");
+    const Registered second(CFileExt(L"Other waves", L".wav|.wvx", Code("WVX "), 0x80020));
+    EXPECT_EQ(fileGetExtensionArrayByProperty(0x80020, extensions, true, true), 2U);
+    EXPECT_EQ(Joined(extensions), L".wav .wvx");
+    EXPECT_EQ(fileGetExtensionArrayByProperty(0x80020, extensions, true, false), 1U);
+    EXPECT_EQ(Joined(extensions), L".wvx");
+    const unsigned videos = fileGetExtensionArrayByProperty(0x100000, extensions, true, true);
+    EXPECT_EQ(videos, 8U) << "wmv must be there once: " << testing::PrintToString(Joined(extensions));
+}
+
+TEST(CFileNameSpec, TakesTheClassOfItsExtensionUnlessOneIsGiven)
+{
+    const CFileNameSpec none;
+    EXPECT_EQ(none.GetClass(), 0U);
+    EXPECT_TRUE(none.IsDefaultParserChoice());
+    const CFileNameSpec found(L"C:/a/b.BMP", 0);
+    EXPECT_EQ(found.GetFileName(), L"C:\\a\\b.BMP");
+    EXPECT_EQ(found.GetClass(), Code("BMP "));
+    EXPECT_TRUE(found.IsDefaultParserChoice());
+    CFileNameSpec given(Text(L"x/x.bmp"), Code("ZFIL"));
+    EXPECT_EQ(given.GetClass(), Code("ZFIL"));
+    EXPECT_FALSE(given.IsDefaultParserChoice());
+    const CFileNameSpec null(static_cast<const wchar_t*>(nullptr), Code("ZFIL"));
+    EXPECT_EQ(null.GetClass(), 0U);
+    EXPECT_TRUE(null.IsDefaultParserChoice());
+
+    EXPECT_TRUE(found.IsSameFile(CFileNameSpec(L"c:\\A\\B.bmp", Code("BMP "))));
+    EXPECT_FALSE(found.IsSameFile(CFileNameSpec(L"C:/a/b.BMP", Code("ZFIL"))));
+    EXPECT_FALSE(found.IsSameFile(CFileNameSpec(L"C:/a/./b.BMP", 0)));
+    EXPECT_TRUE(none.IsSameFile(null));
+    EXPECT_FALSE(none.IsSameFile(CFileNameSpec(L"x", 0)));
+
+    given.SetClass(0);
+    EXPECT_EQ(given.GetClass(), Code("BMP "));
+    EXPECT_TRUE(given.IsDefaultParserChoice());
+    given.SetClass(Code("ZFIL"));
+    given = Text(L"a/b.zip");
+    EXPECT_EQ(given.GetFileName(), L"a/b.zip");
+    EXPECT_EQ(given.GetClass(), Code("ZIP "));
+    EXPECT_TRUE(given.IsDefaultParserChoice());
+}
+
+TEST(CFileExt, InitForgetsEverything)
+{
+    CFileExt type(L"d", L".e", 1, 2, 3, 4);
+    type.Init();
+    EXPECT_TRUE(type.GetDescription().IsEmpty());
+    EXPECT_TRUE(type.GetExtension().IsEmpty());
+    EXPECT_EQ(type.GetClass() + type.GetProperties(), 0U);
+    EXPECT_EQ(type.GetLoader(), Code("UNKN"));
+    EXPECT_EQ(type.GetSaver(), Code("UNKN"));
+}
+} // namespace

@@ -1,0 +1,200 @@
+#include "tools/tev/FileTypeCommands.h"
+
+#include "services/FileTypeRegistry.h"
+#include "services/FileWildcards.h"
+#include "tools/tev/System.h"
+#include "tools/tev/Table.h"
+#include "tools/tev/Tool.h"
+
+#include <CLI/CLI.hpp>
+
+#include <iterator>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace tev::tool
+{
+namespace
+{
+const std::map<std::string, unsigned> kKinds = {
+    {"image", xFileImage}, {"3d", xFile3DScene}, {"audio", xFileAudio},
+    {"video", xFileVideo}, {"web", xFileWeb},    {"archive", xFileArchive},
+};
+
+constexpr const char* kNothing = "-";
+
+struct Options
+{
+    std::vector<std::string> m_names;
+    std::string m_kind;
+    std::string m_format;
+};
+
+std::string CodeText(unsigned code)
+{
+    std::string text;
+    for (int shift = 24; shift >= 0; shift -= 8)
+        text += static_cast<char>(code >> shift);
+    return text.substr(0, text.find_last_not_of(' ') + 1);
+}
+
+std::string Parser(unsigned code)
+{
+    return code == xFileCodeUnknown ? kNothing : CodeText(code);
+}
+
+std::string KindText(unsigned properties)
+{
+    std::string text;
+    for (const auto& [name, kind] : kKinds)
+    {
+        if ((properties & kind) != 0)
+            text += (text.empty() ? "" : "+") + name;
+    }
+    return text.empty() ? kNothing : text;
+}
+
+std::vector<CFileExt> TypesOfKind(unsigned kind)
+{
+    unsigned count = 0;
+    CFileExt* types = fileGetRegisteredFiles(count, kind);
+    std::vector<CFileExt> result(types, types + count);
+    fileFreeRegisteredFiles(types, count);
+    return result;
+}
+
+/// The classes beside the default one whose types have the extension of the name.
+std::string OtherClasses(const CXTString<wchar_t>& name, unsigned defaultClass)
+{
+    CXTString<wchar_t> extension = fileGetExtension(name);
+    extension.MakeLower();
+    std::string others;
+    for (const CFileExt& type : TypesOfKind(0))
+    {
+        CXArray<CXTString<wchar_t>, const CXTString<wchar_t>&> extensions(false);
+        fileGetExtensionArray(type.GetClass(), extensions, true);
+        const CXTString<wchar_t>* const first = extensions.GetData();
+        const bool hasIt = std::find(first, first + extensions.GetSize(), extension) != first + extensions.GetSize();
+        if (hasIt && type.GetClass() != defaultClass)
+            others += (others.empty() ? "" : " ") + CodeText(type.GetClass());
+    }
+    return others.empty() ? kNothing : others;
+}
+
+Row RowOfType(const CFileExt& type)
+{
+    return {CodeText(type.GetClass()), KindText(type.GetProperties()), Parser(type.GetLoader()),
+            Parser(type.GetSaver()),   Narrow(type.GetExtension()),    Narrow(type.GetDescription())};
+}
+
+Row RowOfName(const std::string& name)
+{
+    const CXTString<wchar_t> wide(Widen(name).c_str());
+    CFileExt type;
+    if (!fileGetFileExt(wide, type))
+        return {name, kNothing, kNothing, kNothing, kNothing, kNothing};
+    return {name,
+            CodeText(type.GetClass()),
+            KindText(type.GetProperties()),
+            Parser(type.GetLoader()),
+            Parser(type.GetSaver()),
+            OtherClasses(wide, type.GetClass())};
+}
+
+void ShowTypes(Session& session, const Options& options)
+{
+    const unsigned kind = options.m_kind.empty() ? 0 : kKinds.at(options.m_kind);
+    std::vector<Row> rows;
+    if (options.m_names.empty())
+    {
+        const std::vector<CFileExt> types = TypesOfKind(kind);
+        std::transform(types.begin(), types.end(), std::back_inserter(rows), RowOfType);
+    }
+    for (const std::string& name : options.m_names)
+    {
+        if (kind == 0 || (fileGetKindOf(CXTString<wchar_t>(Widen(name).c_str())) & kind) != 0)
+            rows.push_back(RowOfName(name));
+    }
+
+    const bool asTable = options.m_format == "table" || (options.m_format.empty() && IsTerminal(kStandardOutput));
+    if (!asTable)
+    {
+        for (const Row& row : rows)
+            PrintFields(session.m_output, row);
+    }
+    else if (options.m_names.empty())
+    {
+        PrintTable(session.m_output, {{"CLASS"}, {"KIND"}, {"LOADER"}, {"SAVER"}, {"EXTENSIONS"}, {"DESCRIPTION"}},
+                   rows);
+    }
+    else
+    {
+        PrintTable(session.m_output, {{"NAME"}, {"CLASS"}, {"KIND"}, {"LOADER"}, {"SAVER"}, {"OTHERS"}}, rows);
+    }
+}
+
+void AddTypes(CLI::App& tool, Session& session)
+{
+    const auto options = std::make_shared<Options>();
+    CLI::App& command = *tool.add_subcommand("types", "Show the file types that the library knows, or those of names");
+    command.add_option("NAME", options->m_names, "Names of files or URLs, which need not exist; all types if none")
+        ->type_name("");
+    command.add_option("--kind", options->m_kind, "Only these: image, 3d, audio, video, web or archive")
+        ->check(CLI::IsMember(kKinds).description(""))
+        ->type_name("KIND");
+    command
+        .add_option("--format", options->m_format,
+                    "table for people, fields for programs;\na table on a terminal and else fields if not given")
+        ->check(CLI::IsMember({"table", "fields"}).description(""))
+        ->type_name("FORMAT");
+    command.footer("A loader or saver FERN is the library's own; - stands for none.");
+    command.callback([&session, options] { ShowTypes(session, *options); });
+}
+
+void Match(Session& session, const std::string& list, const std::vector<std::string>& names)
+{
+    CXTString<wchar_t> patterns(Widen(list).c_str());
+    CHashTable<CXTString<wchar_t>> set;
+    fileGetHashFromExtensionList(patterns, set, false);
+    bool found = false;
+    for (const std::string& name : names)
+    {
+        if (!fileMatchWilcards(CXTString<wchar_t>(Widen(name).c_str()), set))
+            continue;
+        session.m_output.Write(name + "\n");
+        found = true;
+    }
+    if (!found)
+        session.m_exitCode = kExitFailed;
+}
+
+void AddMatch(CLI::App& tool, Session& session)
+{
+    struct Arguments
+    {
+        std::string m_list;
+        std::vector<std::string> m_names;
+    };
+    const auto arguments = std::make_shared<Arguments>();
+    CLI::App& command = *tool.add_subcommand("match", "Print the names that a search list finds");
+    command.add_option("LIST", arguments->m_list, "Words and patterns, separated by blanks, commas or semicolons")
+        ->required()
+        ->type_name("");
+    command.add_option("NAME", arguments->m_names, "Names to look at")->required()->type_name("");
+    command.footer(
+        "A word finds what holds it anywhere; with * and ? it is a pattern for the whole name; in double quotes it\n"
+        "is an extension, or a whole name where it holds a dot. Case does not count.\n"
+        "The exit code is 1 when no name was found.");
+    command.callback([&session, arguments] { Match(session, arguments->m_list, arguments->m_names); });
+}
+} // namespace
+
+void AddFileTypeCommands(CLI::App& tool, Session& session)
+{
+    AddTypes(tool, session);
+    AddMatch(tool, session);
+}
+
+} // namespace tev::tool
