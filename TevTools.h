@@ -5,6 +5,7 @@
 #include "containers/ArrayElements.h"
 #include "containers/ArrayGrowth.h"
 #include "containers/CBitArray.h"
+#include "containers/CCustomData.h"
 #include "containers/CFRect.h"
 #include "containers/CHashMap.h"
 #include "containers/CHashMethods.h"

@@ -85,7 +85,8 @@ TEST(CPathString, JoinsWithOneSeparator)
     for (const auto& [folder, path, joined] : cases)
         EXPECT_EQ(CPathString(folder) / path, joined) << folder << " " << path;
     CPathString own(L"a");
-    own /= own;
+    const CPathString& same = own;
+    own /= same;
     EXPECT_EQ(own, L"a/a");
 }
 

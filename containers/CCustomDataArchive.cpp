@@ -1,0 +1,225 @@
+// The store as bytes: the present layout, and the two older ones, which are read but no longer written.
+
+#include "containers/CCustomData.h"
+#include "containers/CustomDataChunk.h"
+#include "core/CXArchive.h"
+#include "core/CXException.h"
+#include "core/CXFile.h"
+#include "core/CXFileException.h"
+#include "core/CXMemFile.h"
+
+#include <algorithm>
+#include <cstring>
+#include <utility>
+
+using tev::LockGuard;
+
+namespace
+{
+constexpr unsigned kSignature = 0x43555335;        // "CUS5"
+constexpr unsigned kEarlierSignature = 0x43555334; // "CUS4", the same layout
+constexpr unsigned kUnicodeSignature = 0x43555355; // "CUSU", the first older layout
+constexpr unsigned kTextSignature = 0x43555354;    // "CUST", the second
+constexpr unsigned kUnicodeMode = 1;
+constexpr unsigned kTextMode = 2;
+constexpr unsigned kVersion = 1;
+constexpr unsigned kStartSize = 8;   // signature and total
+constexpr unsigned kHeaderSize = 20; // behind them, in a store that is not empty
+constexpr unsigned kRecordHeader = 8;
+constexpr unsigned __int64 kNoLimit = ~0ULL;
+constexpr unsigned kFirstStep = 1U << 16;
+
+[[noreturn]] void Fail(const CXArchive& archive, FileExceptionType cause)
+{
+    const CXFile* file = archive.GetFile();
+    CXFileException::Throw(cause, file == nullptr ? CXTString<wchar_t>() : file->GetFilePath());
+}
+
+void ReadAll(CXArchive& archive, void* target, unsigned size)
+{
+    if (archive.Read(target, size) != size)
+        Fail(archive, fileEndOfFile);
+}
+
+/// Reads a block in steps that double, so that a size which lies costs no more memory than there is input.
+template <class Block>
+Block ReadBlock(CXArchive& archive, unsigned size)
+{
+    Block block;
+    for (unsigned __int64 done = 0; done < size;)
+    {
+        const unsigned __int64 reached =
+            std::min<unsigned __int64>(size, std::max<unsigned __int64>(2 * done, kFirstStep));
+        Block larger(static_cast<unsigned char*>(CCustomData::Alloc(static_cast<unsigned>(reached))));
+        if (larger == nullptr)
+            CXMemoryException::Throw();
+        if (done != 0)
+            std::memcpy(larger.get(), block.get(), done);
+        block = std::move(larger);
+        ReadAll(archive, block.get() + done, static_cast<unsigned>(reached - done));
+        done = reached;
+    }
+    return block;
+}
+} // namespace
+
+/// A value of the older layouts, which had no kinds.
+struct CCustomData::CustomPrivateDataOld
+{
+    unsigned m_id;
+    unsigned m_size;
+    Block m_data;
+};
+
+void CCustomData::ComposeHeader(unsigned char* header) const
+{
+    const bool isEmpty = m_used == 0;
+    const unsigned count = isEmpty ? 0 : m_offsets->GetCount();
+    const unsigned fields[] = {kSignature, isEmpty ? 0 : m_used + kHeaderSize, kVersion,
+                               count,      m_used - count * tev::kChunkHeader, m_legacyMode,
+                               0};
+    for (const unsigned field : fields)
+    {
+        tev::StoreLittleEndian(header, field);
+        header += sizeof(field);
+    }
+}
+
+void CCustomData::Serialize(CXArchive& archive)
+{
+    const LockGuard lock(m_lock);
+    if (archive.IsLoading())
+    {
+        Load(archive);
+        return;
+    }
+    FreeExtra();
+    unsigned char header[kStartSize + kHeaderSize];
+    ComposeHeader(header);
+    archive.Write(header, m_used == 0 ? kStartSize : sizeof(header));
+    archive.Write(m_buffer, m_used);
+}
+
+void* CCustomData::SerializeToData(unsigned __int64& size) const
+{
+    const LockGuard lock(m_lock);
+    unsigned char header[kStartSize + kHeaderSize];
+    ComposeHeader(header);
+    const unsigned headerSize = m_used == 0 ? kStartSize : static_cast<unsigned>(sizeof(header));
+    const unsigned __int64 total = static_cast<unsigned __int64>(headerSize) + m_used;
+    auto* block = CXMemFile::Alloc(total);
+    size = block == nullptr ? 0 : total;
+    if (block == nullptr)
+        return nullptr;
+    std::memcpy(block, header, headerSize);
+    if (m_used != 0)
+        std::memcpy(block + headerSize, m_buffer, m_used);
+    return block;
+}
+
+bool CCustomData::SerializeFromData(const void* data, unsigned __int64 size)
+{
+    try
+    {
+        CXMemFile file(static_cast<const unsigned char*>(data), size, false);
+        CXArchive archive(&file, xArchiveLoad);
+        Serialize(archive);
+        return true;
+    }
+    catch (CXException* exception)
+    {
+        exception->Delete();
+    }
+    const LockGuard lock(m_lock);
+    Clear();
+    return false;
+}
+
+void CCustomData::Load(CXArchive& archive)
+{
+    Clear();
+    Touch();
+    unsigned signature = 0;
+    archive >> signature;
+    switch (signature)
+    {
+    case kSignature:
+    case kEarlierSignature:
+        LoadCurrent(archive);
+        break;
+    case kUnicodeSignature:
+        ReadPreviousVersion(archive, kUnicodeMode);
+        break;
+    case kTextSignature:
+        ReadPreviousVersion(archive, kTextMode);
+        break;
+    default:
+        Fail(archive, fileInvalidFile);
+    }
+}
+
+void CCustomData::LoadCurrent(CXArchive& archive)
+{
+    unsigned total = 0;
+    archive >> total;
+    if (total == 0)
+        return;
+    if (total < kHeaderSize)
+        Fail(archive, fileInvalidFile);
+    unsigned char header[kHeaderSize];
+    ReadAll(archive, header, kHeaderSize);
+    if (tev::LoadLittleEndian<unsigned>(header) != kVersion)
+        Fail(archive, fileInvalidFile);
+    const auto count = tev::LoadLittleEndian<unsigned>(header + 4);
+    const auto legacyMode = tev::LoadLittleEndian<unsigned>(header + 12);
+    const unsigned size = total - kHeaderSize;
+    const Outcome outcome = TakeBlock(ReadBlock<Block>(archive, size), size, count, legacyMode);
+    if (outcome == Outcome::kNoMemory)
+        CXMemoryException::Throw();
+    if (outcome == Outcome::kMalformed)
+        Fail(archive, fileInvalidFile);
+}
+
+// The first layout tells how many bytes its records take, the second how many there are.
+void CCustomData::ReadPreviousVersion(CXArchive& archive, unsigned legacyMode)
+{
+    const bool countsBytes = legacyMode == kUnicodeMode;
+    unsigned extent = 0;
+    archive >> extent;
+    try
+    {
+        for (unsigned left = extent; left != 0;)
+        {
+            const CustomPrivateDataOld record = ReadPreviousRecord(archive, countsBytes ? left : kNoLimit);
+            if (FindChunk(record.m_id) != nullptr)
+                Fail(archive, fileInvalidFile);
+            ConvertPreviousData(record);
+            left -= countsBytes ? kRecordHeader + record.m_size : 1;
+        }
+    }
+    catch (...)
+    {
+        Clear();
+        throw;
+    }
+    m_legacyMode = legacyMode;
+}
+
+CCustomData::CustomPrivateDataOld CCustomData::ReadPreviousRecord(CXArchive& archive, unsigned __int64 room)
+{
+    unsigned char header[kRecordHeader];
+    if (room < kRecordHeader)
+        Fail(archive, fileInvalidFile);
+    ReadAll(archive, header, kRecordHeader);
+    const auto size = tev::LoadLittleEndian<unsigned>(header + 4);
+    if (size > room - kRecordHeader)
+        Fail(archive, fileInvalidFile);
+    return {tev::LoadLittleEndian<unsigned>(header), size, ReadBlock<Block>(archive, size)};
+}
+
+// What has no bytes is no value any more.
+void CCustomData::ConvertPreviousData(const CustomPrivateDataOld& record)
+{
+    if (!SetChunk(record.m_id, record.m_data.get(), record.m_size, kAnyKind))
+        CXMemoryException::Throw();
+}
