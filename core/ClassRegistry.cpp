@@ -1,9 +1,9 @@
 #include "core/CXException.h"
 #include "core/NeverDestroyed.h"
 #include "core/ThreadException.h"
+#include "system/CXCriticalSection.h"
 
 #include <algorithm>
-#include <mutex>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -18,7 +18,7 @@ class ClassRegistry
 public:
     void Declare(const CXRuntimeClass* record)
     {
-        const std::lock_guard guard(m_lock);
+        const tev::LockGuard guard(m_lock);
         Records& records = m_classes[record->m_name];
         records.reserve(records.size() + 1);
         Remove(records, record);
@@ -27,7 +27,7 @@ public:
 
     bool Undeclare(const CXRuntimeClass* record)
     {
-        const std::lock_guard guard(m_lock);
+        const tev::LockGuard guard(m_lock);
         const auto found = m_classes.find(record->m_name);
         if (found == m_classes.end() || !Remove(found->second, record))
             return false;
@@ -38,7 +38,7 @@ public:
 
     const CXRuntimeClass* Find(const char* name)
     {
-        const std::lock_guard guard(m_lock);
+        const tev::LockGuard guard(m_lock);
         const auto found = m_classes.find(name);
         return found == m_classes.end() ? nullptr : found->second.back();
     }
@@ -62,8 +62,8 @@ private:
         return true;
     }
 
-    std::mutex m_lock;
-    std::unordered_map<std::string, Records> m_classes{kInitialBuckets};
+    tev::LibraryLock m_lock;
+    std::unordered_map<std::string, Records> m_classes X_GUARDED_BY(m_lock){kInitialBuckets};
 };
 } // namespace
 

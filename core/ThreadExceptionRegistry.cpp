@@ -1,9 +1,9 @@
 #include "core/CXException.h"
 #include "core/NeverDestroyed.h"
 #include "core/ThreadException.h"
+#include "system/CXCriticalSection.h"
 
 #include <cstdlib>
-#include <mutex>
 #include <thread>
 #include <unordered_map>
 #include <vector>
@@ -26,7 +26,7 @@ class Registry
 public:
     void Set(CXException* exception, bool ownerHasEnded)
     {
-        const std::lock_guard guard(m_lock);
+        const tev::LockGuard guard(m_lock);
         if (m_records == nullptr)
             m_records = std::make_unique<Map>(kInitialBuckets);
         if (!m_exitWillFree)
@@ -36,7 +36,7 @@ public:
 
     CXException* Take() noexcept
     {
-        const std::lock_guard guard(m_lock);
+        const tev::LockGuard guard(m_lock);
         if (m_records == nullptr)
             return nullptr;
         const auto found = m_records->find(std::this_thread::get_id());
@@ -49,7 +49,7 @@ public:
 
     void Forget(const CXException* exception) noexcept
     {
-        const std::lock_guard guard(m_lock);
+        const tev::LockGuard guard(m_lock);
         if (m_records == nullptr)
             return;
         for (auto it = m_records->begin(); it != m_records->end(); ++it)
@@ -76,7 +76,7 @@ private:
     void FreeAtExit()
     {
         std::vector<OwnedException> left;
-        const std::lock_guard guard(m_lock);
+        const tev::LockGuard guard(m_lock);
         m_exitWillFree = false; // a static destructor may record once more
         for (auto it = m_records->begin(); it != m_records->end();)
         {
@@ -92,9 +92,9 @@ private:
             m_records.reset();
     }
 
-    std::mutex m_lock;
-    std::unique_ptr<Map> m_records;
-    bool m_exitWillFree = false;
+    tev::LibraryLock m_lock;
+    std::unique_ptr<Map> m_records X_GUARDED_BY(m_lock);
+    bool m_exitWillFree X_GUARDED_BY(m_lock) = false;
 };
 
 enum class ThreadState

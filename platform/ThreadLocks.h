@@ -24,6 +24,33 @@ struct ThreadLocks
 
 inline thread_local ThreadLocks t_threadLocks TEV_NEAR_THREAD_LOCAL;
 
+/// What a lock of the library itself weighs; a lock of the program weighs 1.
+constexpr std::uint64_t kLibraryLockWeight = std::uint64_t{1} << 32;
+
+// A signal handler that asks on this thread must find the weight there before the lock is taken, and until it is given
+// back. It runs on the same thread, so the compiler's order is all that counts.
+inline void AddLockWeight(ThreadLocks& mine, std::uint64_t weight) noexcept
+{
+    mine.held.store(mine.held.load(std::memory_order_relaxed) + weight, std::memory_order_relaxed);
+    std::atomic_signal_fence(std::memory_order_seq_cst);
+}
+
+inline void TakeLockWeight(ThreadLocks& mine, std::uint64_t weight) noexcept
+{
+    std::atomic_signal_fence(std::memory_order_seq_cst);
+    mine.held.store(mine.held.load(std::memory_order_relaxed) - weight, std::memory_order_relaxed);
+}
+
+/// Stands around a lock of this room that is no LibraryLock.
+class HeldLibraryLock
+{
+public:
+    HeldLibraryLock() noexcept { AddLockWeight(t_threadLocks, kLibraryLockWeight); }
+    ~HeldLibraryLock() { TakeLockWeight(t_threadLocks, kLibraryLockWeight); }
+    HeldLibraryLock(const HeldLibraryLock&) = delete;
+    HeldLibraryLock& operator=(const HeldLibraryLock&) = delete;
+};
+
 /// The calling thread's number, which it gets now where it has none.
 std::uint64_t NumberOfThisThread() noexcept;
 } // namespace tev::platform

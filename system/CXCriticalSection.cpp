@@ -9,22 +9,10 @@ constexpr std::uint32_t kFree = 0;
 constexpr std::uint32_t kHeld = 1;
 constexpr std::uint32_t kAwaited = 2;
 
+using tev::platform::AddLockWeight;
 using tev::platform::t_threadLocks;
+using tev::platform::TakeLockWeight;
 using tev::platform::ThreadLocks;
-
-// A signal handler that asks on this thread must find the weight there before the lock is taken, and until it is given
-// back. It runs on the same thread, so the compiler's order is all that counts.
-void AddWeight(ThreadLocks& mine, std::uint64_t weight) noexcept
-{
-    mine.held.store(mine.held.load(std::memory_order_relaxed) + weight, std::memory_order_relaxed);
-    std::atomic_signal_fence(std::memory_order_seq_cst);
-}
-
-void TakeWeight(ThreadLocks& mine, std::uint64_t weight) noexcept
-{
-    std::atomic_signal_fence(std::memory_order_seq_cst);
-    mine.held.store(mine.held.load(std::memory_order_relaxed) - weight, std::memory_order_relaxed);
-}
 
 // Only the owner writes the count, so it needs no atomic addition.
 void Add(std::atomic<int>& count, int difference) noexcept
@@ -33,6 +21,8 @@ void Add(std::atomic<int>& count, int difference) noexcept
 }
 } // namespace
 
+static_assert(tev::LibraryLock::kWeight == tev::platform::kLibraryLockWeight);
+
 CXCriticalSection::~CXCriticalSection() = default;
 
 bool CXCriticalSection::Lock()
@@ -40,7 +30,7 @@ bool CXCriticalSection::Lock()
     ThreadLocks& mine = t_threadLocks;
     if (m_owner.load(std::memory_order_relaxed) != mine.number)
     {
-        AddWeight(mine, m_weight);
+        AddLockWeight(mine, m_weight);
         std::uint32_t expected = kFree;
         if (!m_state.compare_exchange_strong(expected, kHeld, std::memory_order_acquire, std::memory_order_relaxed))
             WaitForLock();
@@ -57,11 +47,11 @@ bool CXCriticalSection::TryLock()
     ThreadLocks& mine = t_threadLocks;
     if (m_owner.load(std::memory_order_relaxed) != mine.number)
     {
-        AddWeight(mine, m_weight);
+        AddLockWeight(mine, m_weight);
         std::uint32_t expected = kFree;
         if (!m_state.compare_exchange_strong(expected, kHeld, std::memory_order_acquire, std::memory_order_relaxed))
         {
-            TakeWeight(mine, m_weight);
+            TakeLockWeight(mine, m_weight);
             return false;
         }
         m_owner.store(tev::platform::NumberOfThisThread(), std::memory_order_relaxed);
@@ -76,9 +66,9 @@ void CXCriticalSection::WaitForLock()
     ThreadLocks& mine = t_threadLocks;
     while (m_state.exchange(kAwaited, std::memory_order_acquire) != kFree)
     {
-        TakeWeight(mine, m_weight);
+        TakeLockWeight(mine, m_weight);
         tev::platform::WaitWhile(m_state, kAwaited);
-        AddWeight(mine, m_weight);
+        AddLockWeight(mine, m_weight);
     }
 }
 
@@ -95,6 +85,16 @@ bool CXCriticalSection::Unlock()
     const std::uint64_t weight = m_weight;
     if (m_state.exchange(kFree, std::memory_order_release) == kAwaited)
         tev::platform::WakeOne(m_state);
-    TakeWeight(mine, weight);
+    TakeLockWeight(mine, weight);
     return true;
+}
+
+void CXCriticalSection::ReleaseForEnded(std::uint64_t threadNumber)
+{
+    if (m_owner.load(std::memory_order_relaxed) != threadNumber)
+        return;
+    m_lockCount.store(0, std::memory_order_relaxed);
+    m_owner.store(0, std::memory_order_relaxed);
+    if (m_state.exchange(kFree, std::memory_order_release) == kAwaited)
+        tev::platform::WakeOne(m_state);
 }

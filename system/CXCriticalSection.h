@@ -32,7 +32,11 @@ protected:
     explicit constexpr CXCriticalSection(std::uint64_t weight) noexcept : m_weight(weight) {}
 
 private:
+    friend class CXThread;
+
     void WaitForLock();
+    /// Releases what a thread that was ended by force has left locked; nothing when another one holds the lock.
+    void ReleaseForEnded(std::uint64_t threadNumber);
 
     // Free, held, or held while somebody may be waiting.
     std::atomic<std::uint32_t> m_state{0};

@@ -26,10 +26,11 @@ void WaitWhile(const std::atomic<std::uint32_t>& word, std::uint32_t value) noex
     Futex(word, FUTEX_WAIT, value, nullptr);
 }
 
-void WaitWhile(const std::atomic<std::uint32_t>& word, std::uint32_t value, unsigned timeoutMs) noexcept
+void WaitWhile(const std::atomic<std::uint32_t>& word, std::uint32_t value, std::chrono::nanoseconds timeout) noexcept
 {
-    const timespec timeout = {static_cast<time_t>(timeoutMs / 1000), static_cast<long>(timeoutMs % 1000) * 1000000};
-    Futex(word, FUTEX_WAIT, value, &timeout);
+    const auto seconds = std::chrono::floor<std::chrono::seconds>(timeout);
+    const timespec relative = {static_cast<time_t>(seconds.count()), static_cast<long>((timeout - seconds).count())};
+    Futex(word, FUTEX_WAIT, value, &relative);
 }
 
 void WakeOne(const std::atomic<std::uint32_t>& word) noexcept

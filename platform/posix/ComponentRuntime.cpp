@@ -1,0 +1,8 @@
+#include "platform/ComponentRuntime.h"
+
+bool tev::platform::BeginComponents() noexcept
+{
+    return true;
+}
+
+void tev::platform::EndComponents() noexcept {}
