@@ -11,7 +11,7 @@
 namespace
 {
 constexpr unsigned __int64 kLargestNarrow = 0xFFFFFFFF;
-constexpr unsigned __int64 kLargestRoom = 0xFFFFFFFF;
+constexpr unsigned kLargestRoom = 0xFFFFFFFF;
 } // namespace
 
 COffsetArray::COffsetArray(const COffsetArray& other) : m_growBy(other.m_growBy)
@@ -23,7 +23,7 @@ COffsetArray::COffsetArray(const COffsetArray& other) : m_growBy(other.m_growBy)
     std::copy_n(other.m_wide, other.GetSizetSize(), m_wide);
     m_size = other.m_size;
     m_split = other.m_split;
-    m_capacity = m_wide != nullptr ? GetSizetSize() : m_size;
+    SetCapacity(m_wide != nullptr ? GetSizetSize() : m_size);
 }
 
 COffsetArray& COffsetArray::operator=(const COffsetArray& other)
@@ -132,11 +132,18 @@ void COffsetArray::GrowRoom(unsigned int size)
     if (grown > kLargestRoom)
         CXInvalidArgException::Throw();
     const unsigned newRoom = std::max(static_cast<unsigned>(grown), size);
-    if (m_wide != nullptr)
-        m_wide = tev::ResizedArrayBlock(m_wide, newRoom - m_split);
-    else
-        m_narrow = tev::ResizedArrayBlock(m_narrow, newRoom);
-    m_capacity = m_wide != nullptr ? newRoom - m_split : newRoom;
+    const unsigned capacity = m_wide != nullptr ? newRoom - m_split : newRoom;
+    if (capacity > m_slots)
+    {
+        // Half as much again, so that appending in small steps stays linear.
+        const unsigned slots = std::max(capacity, m_slots + std::min(m_slots / 2, kLargestRoom - m_slots));
+        if (m_wide != nullptr)
+            m_wide = tev::ResizedArrayBlock(m_wide, slots);
+        else
+            m_narrow = tev::ResizedArrayBlock(m_narrow, slots);
+        m_slots = slots;
+    }
+    m_capacity = capacity;
 }
 
 void COffsetArray::PreAllocate(int capacity, int growBy)
@@ -147,7 +154,7 @@ void COffsetArray::PreAllocate(int capacity, int growBy)
         m_growBy = growBy;
     RemoveAll();
     m_narrow = tev::ResizedArrayBlock(m_narrow, static_cast<unsigned>(capacity));
-    m_capacity = static_cast<unsigned>(capacity);
+    SetCapacity(static_cast<unsigned>(capacity));
 }
 
 void COffsetArray::FreeExtra()
@@ -156,7 +163,7 @@ void COffsetArray::FreeExtra()
         m_wide = tev::ResizedArrayBlock(m_wide, GetSizetSize());
     else
         m_narrow = tev::ResizedArrayBlock(m_narrow, m_size);
-    m_capacity = m_wide != nullptr ? GetSizetSize() : m_size;
+    SetCapacity(m_wide != nullptr ? GetSizetSize() : m_size);
 }
 
 void COffsetArray::RemoveAll() noexcept
@@ -165,7 +172,8 @@ void COffsetArray::RemoveAll() noexcept
     std::free(m_wide);
     m_narrow = nullptr;
     m_wide = nullptr;
-    m_size = m_split = m_capacity = 0;
+    m_size = m_split = 0;
+    SetCapacity(0);
 }
 
 void COffsetArray::SplitArray(unsigned int index)
@@ -179,7 +187,7 @@ void COffsetArray::SplitArray(unsigned int index)
     std::free(m_wide);
     m_wide = wide;
     m_split = index;
-    m_capacity = room;
+    SetCapacity(room);
     ShrinkNarrow();
 }
 
@@ -199,7 +207,7 @@ void COffsetArray::FreeWide() noexcept
 {
     std::free(m_wide);
     m_wide = nullptr;
-    m_capacity = m_split;
+    SetCapacity(m_split);
 }
 
 unsigned __int64 COffsetArray::GetAllocatedSize() const noexcept
@@ -215,6 +223,7 @@ void COffsetArray::Swap(COffsetArray& other) noexcept
     std::swap(m_size, other.m_size);
     std::swap(m_split, other.m_split);
     std::swap(m_capacity, other.m_capacity);
+    std::swap(m_slots, other.m_slots);
     std::swap(m_narrow, other.m_narrow);
     std::swap(m_wide, other.m_wide);
 }
@@ -250,5 +259,5 @@ void COffsetArray::Load(CXArchive& archive)
     m_split = split;
     m_narrow = narrow.release();
     m_wide = wide.release();
-    m_capacity = m_wide != nullptr ? GetSizetSize() : m_size;
+    SetCapacity(m_wide != nullptr ? GetSizetSize() : m_size);
 }

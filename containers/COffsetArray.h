@@ -9,8 +9,7 @@ class CXArchive;
 ///
 /// Beside std::vector<unsigned long long>: entries are read and set by value, there are no iterators and no references to
 /// them, and nothing is thrown at an index past the end. Growing throws std::bad_alloc, and CXInvalidArgException where the
-/// room would exceed 32 bits; the array is unchanged then. Growing is linear: an automatic step gains an eighth, at most
-/// 1024 entries. A value of more than 32 bits moves every entry behind it once, so set large ones in ascending order.
+/// room would exceed 32 bits; the array is unchanged then. Appending costs constant time on average. A value of more than 32 bits moves every entry behind it once, so set large ones in ascending order.
 class TEVTOOLS_API COffsetArray
 {
 public:
@@ -53,7 +52,7 @@ public:
 protected:
     /// Holds every entry from this one on in 64 bits.
     void SplitArray(unsigned int index);
-    /// Bytes of memory.
+    /// Bytes of memory that the capacity takes.
     unsigned __int64 GetAllocatedSize() const noexcept;
     /// Entries of 64 bits.
     unsigned int GetSizetSize() const noexcept { return m_size - m_split; }
@@ -61,6 +60,7 @@ protected:
 private:
     unsigned int Room() const noexcept { return m_wide != nullptr ? m_split + m_capacity : m_capacity; }
     void GrowRoom(unsigned int size);
+    void SetCapacity(unsigned int capacity) noexcept { m_capacity = m_slots = capacity; }
     void FreeWide() noexcept;
     void ShrinkNarrow() noexcept;
     void Swap(COffsetArray& other) noexcept;
@@ -73,4 +73,5 @@ private:
     unsigned int m_capacity = 0; ///< entries allocated in the part that grows, the wide one where there is one
     unsigned int* m_narrow = nullptr;
     unsigned __int64* m_wide = nullptr; ///< never without an entry
+    unsigned int m_slots = 0;           ///< of that part's memory; those beyond the capacity are there for growth
 };
