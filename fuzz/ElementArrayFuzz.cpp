@@ -53,8 +53,11 @@ void LoadAndUse(const std::uint8_t* data, std::size_t size)
     {
         exception->Delete();
     }
-    array.SetSize(array.GetSize() + 3);
-    array.RemoveAt(0);
+    if (array.GetSize() != 0)
+    {
+        array.SetSize(array.GetSize() + 3);
+        array.RemoveAt(0);
+    }
     Check(static_cast<unsigned __int64>(array.GetSize()) <= size + 0x10000); // the first step of a false count
 }
 
@@ -80,7 +83,7 @@ void UseElements(Input& input)
         switch (operation % 10)
         {
         case 0:
-            array.SetAtGrow(index, &text, operation / 10 - 5);
+            array.SetAtGrow(index, &text, operation / 10 % 8 - 2);
             model.resize(std::max(size, at + 1));
             model[at] = text;
             break;
