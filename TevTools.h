@@ -52,6 +52,7 @@
 #include "services/CXTime.h"
 #include "services/FileTypeRegistry.h"
 #include "services/FileWildcards.h"
+#include "services/LogFile.h"
 #include "services/Paths.h"
 #include "system/CCustomThread.h"
 #include "system/CXCriticalSection.h"

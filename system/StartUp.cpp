@@ -1,22 +1,28 @@
 #include "system/StartUp.h"
 
 #include "platform/Threads.h"
+#include "services/LogFile.h"
+#include "services/MainThread.h"
 #include "system/WorkerCount.h"
-
-#include <atomic>
-
-namespace
-{
-std::atomic<unsigned __int64> g_mainThreadId{0};
-}
 
 void InitFerngateApplication()
 {
-    g_mainThreadId.store(tev::platform::CurrentThreadId());
+    InitTevTools();
     OMPSetMaxThreadCount(~0u);
+    if (IsLogFileEnabled())
+    {
+        WriteToLogFile(L"InitFerngateApplication\n%d core will be used by default (use OMPSetMaxThreadCount, or define "
+                       L"OMP_NUM_THREADS under linux, to change the behavior)\n",
+                       OMPGetMaxThreadCount());
+    }
+}
+
+void InitTevTools()
+{
+    tev::SetMainThreadId(tev::platform::CurrentThreadId());
 }
 
 unsigned __int64 GetApplicationMainThreadID()
 {
-    return g_mainThreadId.load();
+    return tev::MainThreadId();
 }

@@ -1,6 +1,7 @@
 #include "tools/tev/ArchiveCommands.h"
 #include "tools/tev/ColourCommand.h"
 #include "tools/tev/FileTypeCommands.h"
+#include "tools/tev/LogCommands.h"
 #include "tools/tev/System.h"
 #include "tools/tev/TextCommands.h"
 #include "tools/tev/Tool.h"
@@ -17,6 +18,7 @@ constexpr void (*kCommandFamilies[])(CLI::App&, Session&) = {
     AddArchiveCommands,
     AddColourCommand,
     AddFileTypeCommands,
+    AddLogCommands,
 };
 
 std::string UsageError(const CLI::App*, const CLI::Error& error)

@@ -1,0 +1,285 @@
+#include "services/LogFile.h"
+
+#include "containers/CHashMap.h"
+#include "core/CStdioFileEx.h"
+#include "core/CXFileException.h"
+#include "core/NeverDestroyed.h"
+#include "platform/Threads.h"
+#include "services/ApplicationName.h"
+#include "services/CXTime.h"
+#include "services/MainThread.h"
+#include "services/Paths.h"
+#include "system/CXCriticalSection.h"
+
+#include <atomic>
+#include <cstdarg>
+#include <memory>
+
+namespace
+{
+using Text = CXTString<wchar_t>;
+using Tabs = CHashMap<unsigned, unsigned, Text>;
+
+constexpr unsigned kThreshold = 0xFF;
+constexpr unsigned kCreate = CXFile::modeWrite | CXFile::shareDenyWrite | CXFile::modeCreate | CXFile::typeText |
+                             CStdioFileEx::kWriteUtf16 | CStdioFileEx::kUtf16Written;
+
+constexpr const wchar_t* kHeader = L"\n\n*************************\nLogging information for %s (%s)\nRelease Mode\n"
+                                   L"*************************\n";
+
+// Outside the lock: these decide, without waiting, that there is nothing to do.
+std::atomic<unsigned> g_level{kThreshold};
+std::atomic<bool> g_isOpen{false};
+
+unsigned Level() noexcept
+{
+    return g_level.load(std::memory_order_relaxed);
+}
+
+bool IsBelowThreshold(unsigned level) noexcept
+{
+    const unsigned word = Level();
+    return (word & xLogOff) == 0 && level <= (word & kThreshold);
+}
+
+unsigned ThisThread() noexcept
+{
+    return static_cast<unsigned>(tev::platform::CurrentThreadId());
+}
+
+/// The open file and the tabs of the threads.
+class Log
+{
+public:
+    static Log& Get()
+    {
+        static tev::NeverDestroyed<Log> log;
+        return log.Get();
+    }
+
+    bool Open(const Text& path, LogFileMode mode, unsigned level);
+    bool Close();
+    bool IsEnabled() const;
+    void Write(const Text& message);
+    unsigned AddTab(bool add);
+
+    mutable tev::LibraryLock m_lock;
+
+private:
+    void OpenFile(const Text& path, LogFileMode mode) X_REQUIRES(m_lock);
+    const Text* TabsOf(unsigned thread) const X_REQUIRES(m_lock) { return m_tabs->Find(thread); }
+    static bool IsTooDeep(const Text* tabs) noexcept
+    {
+        return tabs != nullptr && static_cast<unsigned>(tabs->GetLength()) > (Level() & kThreshold);
+    }
+
+    std::unique_ptr<CStdioFileEx> m_file X_GUARDED_BY(m_lock);
+    std::unique_ptr<Tabs> m_tabs X_GUARDED_BY(m_lock); // there while the file is
+};
+
+/// Where a log of that name is to be; throws when the folder cannot be had.
+CPathString LogPath(const Text& name, LogFileMode mode)
+{
+    CPathString path = name;
+    if (path.GetFolder().IsEmpty())
+        path = GetUserApplicationDataPath() / path;
+    return mode == xLogNumber && fileExists(path) ? fileNextNumberedName(path) : path;
+}
+
+void Log::OpenFile(const Text& name, LogFileMode mode)
+{
+    const CPathString path = LogPath(name, mode);
+    auto file = std::make_unique<CStdioFileEx>(true);
+    CXFileException failure;
+    if (!file->Open(path, mode == xLogAppend ? kCreate | CXFile::modeNoTruncate : kCreate, &failure))
+        CXFileException::Throw(failure.GetCause(), path);
+    if (mode == xLogAppend)
+        file->SeekToEnd();
+    m_tabs = std::make_unique<Tabs>();
+    m_file = std::move(file);
+    g_isOpen = true;
+    if (IsEnabled())
+        WriteToLogFile(kHeader, XGetApplicationName().GetConstBuffer(),
+                       CXTime::GetTickCount().Format(L"%c").GetConstBuffer());
+}
+
+bool Log::Open(const Text& path, LogFileMode mode, unsigned level)
+{
+    const tev::LockGuard guard(m_lock);
+    if (m_file != nullptr)
+        return false;
+    SetLogLevel(level);
+    if (mode != xLogCreate && mode != xLogAppend && mode != xLogNumber)
+        return false;
+    try
+    {
+        OpenFile(path, mode);
+        return true;
+    }
+    catch (CXFileException* failure)
+    {
+        failure->Delete();
+        Close();
+        return false;
+    }
+}
+
+bool Log::Close()
+{
+    const tev::LockGuard guard(m_lock);
+    const bool wasOpen = g_isOpen.exchange(false);
+    m_tabs.reset();
+    m_file.reset();
+    return wasOpen;
+}
+
+bool Log::IsEnabled() const
+{
+    const tev::LockGuard guard(m_lock);
+    const unsigned word = Level();
+    if ((word & xLogOff) != 0 || ((word & xLogMute) == 0 && m_file == nullptr))
+        return false;
+    return m_tabs == nullptr || (word & kThreshold) == kThreshold || !IsTooDeep(TabsOf(ThisThread()));
+}
+
+void Log::Write(const Text& message)
+{
+    const tev::LockGuard guard(m_lock);
+    if (m_file == nullptr || (Level() & xLogOff) != 0)
+        return;
+    const Text* tabs = TabsOf(ThisThread());
+    if (IsTooDeep(tabs))
+        return;
+    // The main thread tells what the application is doing: what its helpers write belongs beneath that.
+    if (const Text* mainTabs = TabsOf(static_cast<unsigned>(tev::MainThreadId())))
+        tabs = mainTabs;
+    if (IsTooDeep(tabs))
+        return;
+    if (tabs != nullptr)
+        m_file->WriteString(*tabs);
+    m_file->WriteString(message);
+    m_file->Flush();
+}
+
+unsigned Log::AddTab(bool add)
+{
+    const tev::LockGuard guard(m_lock);
+    if (m_file == nullptr)
+        return 0;
+    const unsigned thread = ThisThread();
+    Text* tabs = m_tabs->Find(thread);
+    if (add)
+    {
+        if (tabs == nullptr)
+        {
+            m_tabs->Insert(thread, Text());
+            tabs = m_tabs->Find(thread);
+        }
+        *tabs += L'\t';
+    }
+    else if (tabs == nullptr || tabs->GetLength() < 2)
+    {
+        m_tabs->Remove(thread);
+        return 0;
+    }
+    else
+    {
+        tabs->Delete(tabs->GetLength() - 1);
+    }
+    return static_cast<unsigned>(tabs->GetLength());
+}
+
+bool IsWanted(const void* format) noexcept
+{
+    return format != nullptr && g_isOpen.load(std::memory_order_acquire) && (Level() & (xLogOff | xLogMute)) == 0;
+}
+
+// Messages are put together before the lock is taken.
+
+void WriteMessage(const wchar_t* format, va_list arguments)
+{
+    if (!IsWanted(format))
+        return;
+    Text message;
+    message.FormatV(format, arguments);
+    Log::Get().Write(message);
+}
+
+void WriteMessage(const char* format, va_list arguments)
+{
+    if (!IsWanted(format))
+        return;
+    CXTString<char> message;
+    message.FormatV(format, arguments);
+    Log::Get().Write(Text(message));
+}
+} // namespace
+
+bool SetLogFile(const Text& path, LogFileMode mode, unsigned int level)
+{
+    return Log::Get().Open(path, mode, level);
+}
+
+bool CloseLogFile()
+{
+    return Log::Get().Close();
+}
+
+unsigned int SetLogLevel(unsigned int level) noexcept
+{
+    return g_level.exchange(level, std::memory_order_relaxed);
+}
+
+bool IsLogFileEnabled()
+{
+    return Log::Get().IsEnabled();
+}
+
+void WriteToLogFile(const wchar_t* format, ...)
+{
+    va_list arguments;
+    va_start(arguments, format);
+    WriteMessage(format, arguments);
+    va_end(arguments);
+}
+
+void WriteToLogFile(const char* format, ...)
+{
+    va_list arguments;
+    va_start(arguments, format);
+    WriteMessage(format, arguments);
+    va_end(arguments);
+}
+
+void WriteToLogFile(unsigned int level, const wchar_t* format, ...)
+{
+    if (!IsBelowThreshold(level))
+        return;
+    va_list arguments;
+    va_start(arguments, format);
+    WriteMessage(format, arguments);
+    va_end(arguments);
+}
+
+void WriteToLogFile(unsigned int level, const char* format, ...)
+{
+    if (!IsBelowThreshold(level))
+        return;
+    va_list arguments;
+    va_start(arguments, format);
+    WriteMessage(format, arguments);
+    va_end(arguments);
+}
+
+unsigned int LogFileAddTab(bool add)
+{
+    return g_isOpen.load(std::memory_order_acquire) ? Log::Get().AddTab(add) : 0;
+}
+
+void LogLock(bool lock) X_NO_THREAD_SAFETY_ANALYSIS // taken by one call, released by another
+{
+    if (lock)
+        Log::Get().m_lock.Lock();
+    else
+        Log::Get().m_lock.Unlock();
+}

@@ -1,0 +1,311 @@
+#include "services/LogFile.h"
+
+#include "core/CXFileException.h"
+#include "core/CXTString.h"
+#include "platform/Threads.h"
+#include "services/ApplicationName.h"
+#include "services/MainThread.h"
+#include "system/StartUp.h"
+#include "system/WorkerCount.h"
+#include "tests/support/FailingFileSystem.h"
+#include "tests/support/PrintText.h"
+#include "tests/support/TempFolder.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <condition_variable>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace
+{
+using tev::test::TempFolder;
+
+/// The log of one test. Texts are ASCII, so that a character of the file is a byte of the result.
+class LogFile : public testing::Test
+{
+protected:
+    LogFile() { SetLogLevel(0xFF); }
+    ~LogFile() override
+    {
+        CloseLogFile();
+        SetLogLevel(0xFF);
+        tev::SetMainThreadId(0);
+    }
+
+    bool Open(const char* name, LogFileMode mode = xLogCreate, unsigned level = 0xFF)
+    {
+        return SetLogFile(m_folder.WidePath(name).c_str(), mode, level);
+    }
+
+    /// The file without its mark.
+    std::string Text(const char* name) const
+    {
+        const std::string bytes = m_folder.ReadFile(name);
+        EXPECT_EQ(bytes.substr(0, 2), "\xFF\xFE");
+        EXPECT_EQ(bytes.size() % 2, 0U);
+        std::string text;
+        for (std::size_t i = 2; i < bytes.size(); i += 2)
+        {
+            text += bytes[i];
+            EXPECT_EQ(bytes[i + 1], 0) << "at " << i;
+        }
+        return text;
+    }
+
+    /// What was written behind the last header.
+    std::string Messages(const char* name) const
+    {
+        const std::string text = Text(name);
+        const std::string line = "\n*************************\n";
+        const std::size_t header = text.rfind(line);
+        return header == text.npos ? text : text.substr(header + line.size());
+    }
+
+    TempFolder m_folder;
+};
+
+TEST_F(LogFile, OpensOnceWithAHeader)
+{
+    ASSERT_TRUE(Open("a.log"));
+    EXPECT_TRUE(IsLogFileEnabled());
+    EXPECT_FALSE(Open("b.log", xLogCreate, 7)); // changes nothing
+    EXPECT_EQ(SetLogLevel(0xFF), 0xFFU);
+    EXPECT_FALSE(m_folder.Exists("b.log"));
+    EXPECT_TRUE(CloseLogFile());
+    EXPECT_FALSE(CloseLogFile());
+
+    const std::string text = Text("a.log");
+    const std::string start = "\n\n*************************\nLogging information for tevtools_tests (";
+    const std::string end = ")\nRelease Mode\n*************************\n";
+    ASSERT_GT(text.size(), start.size() + end.size());
+    EXPECT_EQ(text.substr(0, start.size()), start);
+    EXPECT_EQ(text.substr(text.size() - end.size()), end);
+    EXPECT_NE(text.find(':', start.size()), text.npos) << "the time of day";
+}
+
+TEST_F(LogFile, TheModeDecidesAboutAnExistingFile)
+{
+    const auto writeTo = [&](LogFileMode mode, const wchar_t* message) {
+        ASSERT_TRUE(Open("a.log", mode, xLogMute)); // mute: no header
+        SetLogLevel(0xFF);
+        WriteToLogFile(message);
+        CloseLogFile();
+    };
+    writeTo(xLogNumber, L"one\n");
+    writeTo(xLogAppend, L"two\n");
+    EXPECT_EQ(Text("a.log"), "one\ntwo\n");
+    writeTo(xLogNumber, L"three\n");
+    writeTo(xLogNumber, L"four\n");
+    EXPECT_EQ(Text("a (1).log"), "three\n");
+    EXPECT_EQ(Text("a (2).log"), "four\n");
+    writeTo(xLogCreate, L"five\n");
+    EXPECT_EQ(Text("a.log"), "five\n");
+    writeTo(xLogCreate, L"");
+    EXPECT_EQ(Text("a.log"), ""); // with the mark all the same
+}
+
+TEST_F(LogFile, AFailureToOpenLeavesTheLevelOnly)
+{
+    EXPECT_FALSE(Open("none/a.log", xLogCreate, 1));
+    EXPECT_FALSE(Open("a.log", static_cast<LogFileMode>(3), 2));
+    EXPECT_FALSE(m_folder.Exists("a.log"));
+    EXPECT_EQ(SetLogLevel(0xFF), 2U);
+    EXPECT_FALSE(IsLogFileEnabled());
+    WriteToLogFile(L"nowhere\n");
+    EXPECT_EQ(LogFileAddTab(true), 0U);
+}
+
+TEST_F(LogFile, ANameWithoutFolderIsPutAmongTheApplicationsData)
+{
+    setenv("TEVTOOLS_USER_DATA", m_folder.Path("data").c_str(), 1);
+    EXPECT_TRUE(SetLogFile(L"app.log", xLogCreate, 0xFF));
+    unsetenv("TEVTOOLS_USER_DATA");
+    EXPECT_TRUE(m_folder.Exists("data/app.log"));
+}
+
+TEST_F(LogFile, TheLevelWordFiltersMessages)
+{
+    ASSERT_TRUE(Open("a.log", xLogCreate, 0x05));
+    WriteToLogFile(5U, L"%s %d|", L"five", 5);
+    WriteToLogFile(6U, L"six|");
+    WriteToLogFile(5U, "%s|", "narrow five");
+    WriteToLogFile(6U, "narrow six|");
+    WriteToLogFile(L"any|");
+    WriteToLogFile("%s|", "narrow any");
+    WriteToLogFile(static_cast<const wchar_t*>(nullptr));
+    WriteToLogFile(1U, static_cast<const char*>(nullptr));
+    EXPECT_EQ(SetLogLevel(0x105), 0x05U);
+    EXPECT_FALSE(IsLogFileEnabled());
+    WriteToLogFile(5U, L"off|");
+    WriteToLogFile(L"off|");
+    SetLogLevel(0x2FF);
+    EXPECT_TRUE(IsLogFileEnabled());
+    WriteToLogFile(5U, L"mute|");
+    WriteToLogFile("mute|");
+    EXPECT_EQ(Messages("a.log"), "five 5|narrow five|any|narrow any|");
+    CloseLogFile();
+    EXPECT_EQ(SetLogLevel(0x200), 0x2FFU);
+    EXPECT_TRUE(IsLogFileEnabled());
+    SetLogLevel(0xFF);
+    EXPECT_FALSE(IsLogFileEnabled());
+}
+
+TEST_F(LogFile, TabsIndentTheThreadsMessagesUpToTheThreshold)
+{
+    ASSERT_TRUE(Open("a.log", xLogCreate, 2));
+    EXPECT_EQ(LogFileAddTab(false), 0U);
+    WriteToLogFile(L"0\n");
+    for (unsigned depth = 1; depth <= 3; ++depth)
+        EXPECT_EQ(LogFileAddTab(true), depth);
+    EXPECT_FALSE(IsLogFileEnabled());
+    SetLogLevel(0x202);
+    EXPECT_FALSE(IsLogFileEnabled()) << "the depth counts while the log is mute";
+    SetLogLevel(0xFF);
+    EXPECT_TRUE(IsLogFileEnabled());
+    SetLogLevel(2);
+    WriteToLogFile(L"too deep\n");
+    EXPECT_EQ(LogFileAddTab(false), 2U);
+    EXPECT_TRUE(IsLogFileEnabled());
+    WriteToLogFile(L"2\n");
+    std::thread([] { WriteToLogFile(L"other thread\n"); }).join();
+    EXPECT_EQ(LogFileAddTab(false), 1U);
+    EXPECT_EQ(LogFileAddTab(false), 0U);
+    WriteToLogFile(L"0\n");
+    EXPECT_EQ(LogFileAddTab(true), 1U);
+    EXPECT_EQ(Messages("a.log"), "0\n\t\t2\nother thread\n0\n");
+    CloseLogFile();
+    ASSERT_TRUE(Open("b.log"));
+    EXPECT_EQ(LogFileAddTab(false), 0U) << "a closed log forgets";
+}
+
+TEST_F(LogFile, TheMainThreadsTabsAreEverybodys)
+{
+    ASSERT_TRUE(Open("a.log", xLogCreate, 2));
+    tev::SetMainThreadId(tev::platform::CurrentThreadId());
+    LogFileAddTab(true);
+    const auto onAnother = [](auto work) { std::thread(work).join(); };
+    onAnother([] { WriteToLogFile(L"1\n"); });
+    onAnother([] {
+        LogFileAddTab(true);
+        LogFileAddTab(true);
+        WriteToLogFile(L"1, own 2\n");
+        LogFileAddTab(true);
+        WriteToLogFile(L"own 3: too deep\n");
+        while (LogFileAddTab(false) != 0)
+            continue;
+    });
+    LogFileAddTab(true);
+    LogFileAddTab(true);
+    onAnother([] { WriteToLogFile(L"main 3: too deep\n"); });
+    EXPECT_EQ(Messages("a.log"), "\t1\n\t1, own 2\n");
+}
+
+TEST_F(LogFile, TheStartOfAnApplicationIsLogged)
+{
+    ASSERT_TRUE(Open("a.log"));
+    InitFerngateApplication();
+    EXPECT_EQ(tev::MainThreadId(), tev::platform::CurrentThreadId());
+    const std::string count = std::to_string(OMPGetMaxThreadCount());
+    EXPECT_EQ(Messages("a.log"), "InitFerngateApplication\n" + count +
+                                     " core will be used by default (use OMPSetMaxThreadCount, or define "
+                                     "OMP_NUM_THREADS under linux, to change the behavior)\n");
+    tev::SetMainThreadId(0);
+    InitTevTools();
+    EXPECT_EQ(GetApplicationMainThreadID(), tev::platform::CurrentThreadId());
+}
+
+TEST_F(LogFile, AFullDiskIsReportedAndTheLogGoesOn)
+{
+    tev::test::FailingFileSystem fileSystem;
+    ASSERT_TRUE(Open("a.log"));
+    fileSystem.LimitSpace(3);
+    try
+    {
+        WriteToLogFile(L"late\n");
+        ADD_FAILURE();
+    }
+    catch (CXFileException* exception)
+    {
+        EXPECT_EQ(exception->GetCause(), fileDiskFull);
+        exception->Delete();
+    }
+    fileSystem.LimitSpace(1 << 20);
+    WriteToLogFile(L"after\n");
+    EXPECT_EQ(Messages("a.log"), "late\nafter\n");
+    CloseLogFile();
+    fileSystem.LimitSpace(10);
+    EXPECT_FALSE(Open("b.log")) << "the header does not fit";
+    EXPECT_TRUE(Open("c.log", xLogCreate, xLogMute));
+}
+
+using LogFileThread = LogFile;
+
+TEST_F(LogFileThread, MessagesOfManyThreadsNeverMix)
+{
+    ASSERT_TRUE(Open("a.log", xLogCreate, 0x20));
+    constexpr int kThreads = 4;
+    constexpr int kMessages = 200;
+    std::vector<std::thread> threads;
+    for (int thread = 0; thread < kThreads; ++thread)
+    {
+        threads.emplace_back([thread] {
+            for (int message = 0; message < kMessages; ++message)
+            {
+                LogFileAddTab(true);
+                LogLock(true);
+                WriteToLogFile(L"%d first\n", thread);
+                SetLogLevel(0x20);
+                WriteToLogFile(3U, "%d second\n", thread);
+                LogLock(false);
+                LogFileAddTab(false);
+            }
+        });
+    }
+    for (std::thread& thread : threads)
+        thread.join();
+    const std::string text = Messages("a.log");
+    std::size_t position = 0;
+    for (int pair = 0; pair < kThreads * kMessages; ++pair)
+    {
+        const std::string first = text.substr(position, 9);
+        std::string second = first;
+        second.replace(3, 5, "second");
+        ASSERT_EQ(first.substr(2), " first\n") << pair;
+        ASSERT_EQ(text.substr(position + 9, 10), "\t" + std::string(1, first[1]) + " second\n") << pair;
+        position += 19;
+    }
+    EXPECT_EQ(position, text.size());
+}
+
+TEST_F(LogFileThread, AHeldLockKeepsOthersWaiting)
+{
+    ASSERT_TRUE(Open("a.log"));
+    LogLock(true);
+    WriteToLogFile(L"first\n");
+    std::mutex mutex;
+    std::condition_variable started;
+    bool isStarted = false;
+    std::thread other([&] {
+        {
+            const std::lock_guard<std::mutex> guard(mutex);
+            isStarted = true;
+        }
+        started.notify_one();
+        WriteToLogFile(L"other\n");
+    });
+    {
+        std::unique_lock<std::mutex> guard(mutex);
+        started.wait(guard, [&] { return isStarted; });
+    }
+    for (int i = 0; i < 100; ++i)
+        WriteToLogFile(L"x");
+    WriteToLogFile(L"\n");
+    LogLock(false);
+    other.join();
+    EXPECT_EQ(Messages("a.log"), "first\n" + std::string(100, 'x') + "\nother\n");
+}
+} // namespace

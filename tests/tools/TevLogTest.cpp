@@ -1,0 +1,80 @@
+#include "tests/support/TempFolder.h"
+#include "tests/tools/TevRunner.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+#include <poll.h>
+
+namespace
+{
+using namespace tev::test;
+using testing::HasSubstr;
+
+std::string Utf16(const std::string& ascii)
+{
+    std::string units;
+    for (const char character : ascii)
+        units += {character, '\0'};
+    return units;
+}
+
+TEST(TevLog, PrintsALogAsUtf8)
+{
+    const TempFolder folder;
+    const std::string mark = "\xFF\xFE";
+    std::string units = mark + Utf16("one\n\ttwo\n\t\tthree\n");
+    units += "\x41\x0A";
+    units += std::string("\x0A\x00", 2) + Utf16("end");
+    folder.WriteFile("a.log", units);
+    folder.WriteFile("b.log", "plain\n\tUTF-8 \xC3\xA9\n");
+    folder.WriteFile("empty.log", mark);
+    const auto show = [&](std::vector<std::string> words) {
+        words.insert(words.begin(), {"log", "show"});
+        return RunTev(words);
+    };
+    EXPECT_EQ(show({folder.Path("a.log")}).m_output, "one\n\ttwo\n\t\tthree\n\xE0\xA9\x81\nend");
+    EXPECT_EQ(show({folder.Path("a.log"), "--level", "1"}).m_output, "one\n\ttwo\n\xE0\xA9\x81\nend");
+    EXPECT_EQ(show({folder.Path("b.log"), "--level", "0"}).m_output, "plain\n");
+    EXPECT_EQ(show({folder.Path("empty.log")}).m_output, "");
+    EXPECT_EQ(RunTev({"log", "show", "--follow", "-"}, units).m_output, "one\n\ttwo\n\t\tthree\n\xE0\xA9\x81\nend");
+    const TevResult none = show({folder.Path("none.log")});
+    EXPECT_EQ(none.m_exitCode, 1);
+    EXPECT_THAT(none.m_error, HasSubstr("none.log"));
+    EXPECT_EQ(RunTev({"log"}).m_exitCode, 2);
+}
+
+/// Reads until the text has come, or for ten seconds at most.
+std::string ReadUntil(int descriptor, const std::string& awaited)
+{
+    std::string text;
+    char buffer[256];
+    pollfd waiting = {descriptor, POLLIN, 0};
+    while (text.find(awaited) == text.npos && poll(&waiting, 1, 10000) == 1)
+    {
+        const ssize_t count = read(descriptor, buffer, sizeof buffer);
+        if (count <= 0)
+            break;
+        text.append(buffer, static_cast<std::size_t>(count));
+    }
+    return text;
+}
+
+TEST(TevLog, FollowsALogThatGrowsAndOneThatIsBegunAgain)
+{
+    const TempFolder folder;
+    folder.WriteFile("a.log", "\xFF\xFE" + Utf16("first\nsec"));
+    Pipe output;
+    TevProcess tool({"log", "show", "--follow", folder.Path("a.log")}, -1, output.WriteEnd(), -1);
+    output.CloseWrite();
+    EXPECT_EQ(ReadUntil(output.ReadEnd(), "first\n"), "first\n");
+    std::ofstream(folder.Path("a.log"), std::ios::app | std::ios::binary) << Utf16("ond\n");
+    EXPECT_EQ(ReadUntil(output.ReadEnd(), "second\n"), "second\n");
+    folder.WriteFile("a.log", "new\n");
+    EXPECT_EQ(ReadUntil(output.ReadEnd(), "new\n"), "new\n");
+    tool.Signal(SIGINT);
+    EXPECT_NE(tool.Wait(), 0);
+}
+} // namespace

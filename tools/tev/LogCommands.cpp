@@ -1,0 +1,150 @@
+#include "tools/tev/LogCommands.h"
+
+#include "core/CXFile.h"
+#include "core/TextEncoding.h"
+#include "tools/tev/Encodings.h"
+#include "tools/tev/TextSource.h"
+#include "tools/tev/Tool.h"
+
+#include <CLI/CLI.hpp>
+
+#include <chrono>
+#include <limits>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+namespace tev::tool
+{
+namespace
+{
+constexpr std::size_t kBlockSize = 256 * 1024;
+constexpr auto kBetweenLooks = std::chrono::milliseconds(200);
+
+/// The lines of a log that may grow while it is read, as UTF-8 with their ends.
+class LogReader
+{
+public:
+    explicit LogReader(const std::string& name) : m_file(OpenInput(name)), m_block(kBlockSize) {}
+
+    /// Delivers what lines were completed since the last call. False at the end of what the log holds now.
+    bool Next(std::string& lines)
+    {
+        const unsigned count = m_file->Read(m_block.data(), static_cast<unsigned>(m_block.size()));
+        m_bytes.append(m_block.data(), count);
+        if (!m_knowsMark && count != 0)
+            TakeMark();
+        const std::size_t end = EndOfLines();
+        lines = ToUtf8(std::string_view(m_bytes).substr(0, end));
+        m_bytes.erase(0, end);
+        return count != 0;
+    }
+    /// What stands behind the last line feed.
+    std::string Rest() const { return ToUtf8(m_bytes); }
+
+    /// A log that was begun again, and so is shorter than what was read, is read from its start.
+    void NoticeNewStart()
+    {
+        if (m_file->GetLength() >= m_file->GetPosition())
+            return;
+        m_file->SeekToBegin();
+        m_bytes.clear();
+        m_knowsMark = false;
+    }
+
+private:
+    void TakeMark()
+    {
+        const ByteOrderMark mark = FindMark(m_bytes.data(), m_bytes.size());
+        m_encoding = mark.m_size == 0 ? xEncodingUtf8 : mark.m_encoding;
+        m_bytes.erase(0, mark.m_size);
+        m_knowsMark = true;
+    }
+
+    std::size_t EndOfLines() const
+    {
+        const std::size_t unit = m_encoding == xEncodingUtf8 ? 1 : 2;
+        const std::string_view feed = m_encoding == xEncodingUtf8    ? std::string_view("\n")
+                                      : m_encoding == xEncodingUtf16 ? std::string_view("\n\0", 2)
+                                                                     : std::string_view("\0\n", 2);
+        std::size_t found = m_bytes.rfind(feed);
+        while (found != m_bytes.npos && found % unit != 0)
+            found = found == 0 ? m_bytes.npos : m_bytes.rfind(feed, found - 1);
+        return found == m_bytes.npos ? 0 : found + unit;
+    }
+
+    std::string ToUtf8(std::string_view bytes) const
+    {
+        if (m_encoding == xEncodingUtf8)
+            return std::string(bytes);
+        CXTString<wchar_t> text;
+        CXTString<char> utf8;
+        if (!XDecodeText(bytes.data(), bytes.size(), m_encoding, text) ||
+            !XEncodeText(text.GetConstBuffer(), text.GetLength64(), xEncodingUtf8, utf8))
+            return {};
+        return std::string(utf8.GetConstBuffer(), utf8.GetLength64());
+    }
+
+    std::unique_ptr<CXFile> m_file;
+    std::vector<char> m_block;
+    std::string m_bytes; // of the last line, whose end is not there yet
+    bool m_knowsMark = false;
+    xStringEncoding m_encoding = xEncodingUtf8;
+};
+
+struct Options
+{
+    std::string m_file;
+    bool m_follow = false;
+    unsigned m_deepest = std::numeric_limits<unsigned>::max();
+};
+
+/// Leaves out the lines that are indented by more tabs than `deepest`.
+void Print(Output& output, std::string_view lines, unsigned deepest)
+{
+    while (!lines.empty())
+    {
+        const std::size_t length = std::min(lines.find('\n'), lines.size() - 1) + 1;
+        if (std::min(lines.find_first_not_of('\t'), length) <= deepest)
+            output.Write(lines.substr(0, length));
+        lines.remove_prefix(length);
+    }
+}
+
+void Show(Session& session, const Options& options)
+{
+    LogReader reader(options.m_file);
+    const bool follow = options.m_follow && options.m_file != kStandardStream;
+    std::string lines;
+    while (!session.m_output.IsBroken())
+    {
+        const bool hasMore = reader.Next(lines);
+        Print(session.m_output, lines, options.m_deepest);
+        if (hasMore)
+            continue;
+        if (!follow)
+            break;
+        session.m_output.Flush();
+        std::this_thread::sleep_for(kBetweenLooks);
+        reader.NoticeNewStart();
+    }
+    Print(session.m_output, reader.Rest(), options.m_deepest);
+}
+} // namespace
+
+void AddLogCommands(CLI::App& tool, Session& session)
+{
+    CLI::App& log = *tool.add_subcommand("log", "Look into log files");
+    log.require_subcommand(1);
+    const auto options = std::make_shared<Options>();
+    CLI::App& command = *log.add_subcommand("show", "Print a log as UTF-8");
+    command.add_option("FILE", options->m_file, "The log; - is standard input")->required()->type_name("");
+    command.add_flag("--follow", options->m_follow, "Go on with what is written to it, until interrupted");
+    command.add_option("--level", options->m_deepest, "Leave out lines that are indented by more tabs than this")
+        ->type_name("NUMBER");
+    command.callback([&session, options] { Attempt(session, options->m_file, [&] { Show(session, *options); }); });
+}
+
+} // namespace tev::tool
