@@ -62,6 +62,13 @@ void COffsetArray::SetAt(unsigned int index, unsigned __int64 value)
 
 void COffsetArray::SetAtGrow(unsigned int index, unsigned __int64 value)
 {
+    if (index == m_size && m_wide == nullptr && index < m_capacity && value <= kLargestNarrow)
+    {
+        // What a table that is filled from the front does most of the time.
+        m_narrow[index] = static_cast<unsigned>(value);
+        m_size = m_split = index + 1;
+        return;
+    }
     if (index >= m_size)
     {
         if (index == kLargestRoom)
