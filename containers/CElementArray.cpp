@@ -146,6 +146,13 @@ void CElementArray::SetSize(int newSize, bool keepMemory, int growFactor)
     m_size = newSize;
 }
 
+// Before elements are written to: a derived class may have refused to make so many.
+void CElementArray::Resize(int newSize, bool keepMemory, int growFactor)
+{
+    SetSize(newSize, keepMemory, growFactor);
+    Require(m_size >= newSize && (m_data != nullptr || newSize == 0));
+}
+
 void CElementArray::RemoveAll()
 {
     SetSize(0, false, -1);
@@ -293,7 +300,7 @@ void CElementArray::SetAtGrow(int index, const void* source, int growFactor)
     {
         const bool isOwn = Owns(source);
         const std::ptrdiff_t offset = isOwn ? static_cast<const unsigned char*>(source) - m_data : 0;
-        SetSize(index + 1, true, growFactor);
+        Resize(index + 1, true, growFactor);
         if (isOwn)
             source = m_data + offset;
     }
@@ -369,7 +376,7 @@ int CElementArray::Append(const CElementArray& other, bool keepMemory)
     Require(count <= tev::kMostElements - sizeBefore);
     if (count == 0)
         return sizeBefore;
-    SetSize(sizeBefore + count, keepMemory, -1);
+    Resize(sizeBefore + count, keepMemory, -1);
     try
     {
         CopyRun(sizeBefore, other, 0, count);
@@ -388,7 +395,7 @@ bool CElementArray::Copy(const CElementArray& other, bool keepMemory)
         return true;
     if (!CanCopy(other))
         return false;
-    SetSize(other.m_size, keepMemory, other.m_growFactor);
+    Resize(other.m_size, keepMemory, other.m_growFactor);
     CopyRun(0, other, 0, other.m_size);
     return true;
 }
@@ -402,7 +409,7 @@ bool CElementArray::Copy(int targetIndex, int sourceIndex, const CElementArray& 
     Require(count <= tev::kMostElements - targetIndex);
     const int sizeBefore = m_size;
     if (count != 0 && targetIndex + count > m_size)
-        SetSize(targetIndex + count, true, -1);
+        Resize(targetIndex + count, true, -1);
     try
     {
         CopyRun(targetIndex, other, sourceIndex, count);
@@ -432,10 +439,10 @@ void CElementArray::OpenGap(int index, int count)
     const int sizeBefore = m_size;
     if (index >= sizeBefore)
     {
-        SetSize(index + count, true, -1);
+        Resize(index + count, true, -1);
         return;
     }
-    SetSize(sizeBefore + count, true, -1);
+    Resize(sizeBefore + count, true, -1);
     try
     {
         const std::vector<unsigned char> fresh(Address(sizeBefore), Address(m_size));
@@ -557,9 +564,11 @@ void CElementArray::Serialize(CXArchive& archive)
 
 void CElementArray::Store(CXArchive& archive)
 {
+    if (m_methods == nullptr)
+        CXArchiveException::Throw(archiveBadClass);
     archive.WriteCount(static_cast<unsigned>(m_size));
     archive << m_growFactor;
-    archive.WriteClass(m_methods != nullptr ? m_methods->GetRuntimeClassDescriptor() : nullptr);
+    archive.WriteClass(m_methods->GetRuntimeClassDescriptor());
     if (!m_isObject)
     {
         archive.Write(m_data, Bytes(m_size));
@@ -603,7 +612,7 @@ void CElementArray::LoadObjects(CXArchive& archive, int count)
     for (int done = 0; done < count;)
     {
         const int step = std::min(count - done, std::max(done, firstStep));
-        SetSize(done + step, false, -1);
+        Resize(done + step, false, -1);
         for (; done < m_size; ++done)
             m_methods->SerializeElement(archive, Address(done));
     }

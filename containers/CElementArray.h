@@ -112,6 +112,7 @@ private:
 
     void Install(CElementMethods* methods);
     void Release() noexcept;
+    void Resize(int newSize, bool keepMemory, int growFactor);
     void GrowTo(int capacity);
     void Reallocate(int slots);
     void ConstructUpTo(int end);
