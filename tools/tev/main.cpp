@@ -14,11 +14,7 @@ using namespace tev::tool;
 
 // A family of commands has a file of its own and one line here.
 constexpr void (*kCommandFamilies[])(CLI::App&, Session&) = {
-    AddTextCommands,
-    AddArchiveCommands,
-    AddColourCommand,
-    AddFileTypeCommands,
-    AddLogCommands,
+    AddTextCommands, AddArchiveCommands, AddColourCommand, AddFileTypeCommands, AddLogCommands,
 };
 
 std::string UsageError(const CLI::App*, const CLI::Error& error)
