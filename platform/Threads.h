@@ -53,7 +53,8 @@ void LeaveStart(StartedThread* thread) noexcept;
 /// Ends another thread by force, as a last resort. Its stack, memory arena and thread-local objects are released; the
 /// destructors of what stands on its stack do not run, and locks that it holds stay locked: it is ended where it holds
 /// no CXCriticalSection, if it comes to such a place within 0.1 s, never while it holds a lock of the library itself,
-/// and not inside the C and C++ libraries other than in a call that waits. Comes back when the thread has ended. False
+/// and not inside the C and C++ libraries other than in a call that waits. After a second it is ended there, too, and its
+/// stack and thread-local objects are lost. Comes back when the thread has ended. False
 /// when it had ended already, is the calling one, or did not end within two seconds; it is then left suspended. One
 /// killer at a time.
 bool KillThread(StartedThread* thread, unsigned exitCode) noexcept;

@@ -221,9 +221,8 @@ void ReleaseThread(StartedThread* thread) noexcept
 {
     if (thread->m_references.fetch_sub(1, std::memory_order_acq_rel) != 1)
         return;
-    if (thread->m_mustBeJoined.load())
-        pthread_join(thread->m_thread, nullptr);
-    else
+    // The stack of a raw exit is lost: another thread on it would find the thread-specific data of the first.
+    if (!thread->m_hasLeftRawly.load())
         pthread_detach(thread->m_thread);
     delete thread;
 }

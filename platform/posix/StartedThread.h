@@ -39,7 +39,7 @@ struct StartedThread
     std::atomic<bool> m_hasLeftStart{false};
     std::atomic<KillForce> m_killForce{KillForce::None};
     std::atomic<bool> m_wasKilled{false};
-    std::atomic<bool> m_mustBeJoined{false}; ///< it left by the raw exit
+    std::atomic<bool> m_hasLeftRawly{false}; ///< it left by the raw exit
     std::atomic<unsigned> m_exitCode{0};
     std::atomic<unsigned> m_killedExitCode{0};
     std::atomic<unsigned> m_refusals{0}; ///< how often in a row it could not stop because of a lock

@@ -138,7 +138,7 @@ void EndHere(StartedThread& self, const ucontext_t* context) noexcept
     NoteKilled(self);
     if (jumps)
         siglongjmp(self.m_end, 1);
-    self.m_mustBeJoined.store(true);
+    self.m_hasLeftRawly.store(true);
     syscall(SYS_exit, 0);
 }
 
@@ -182,7 +182,7 @@ bool Signal(StartedThread& thread) noexcept
 bool SignalUntil(StartedThread& thread, const std::atomic<std::uint32_t>& word, std::chrono::milliseconds time) noexcept
 {
     const Clock::time_point end = Clock::now() + time;
-    while (word.load(std::memory_order_acquire) == 0 && !thread.HasEnded() && !thread.m_mustBeJoined.load())
+    while (word.load(std::memory_order_acquire) == 0 && !thread.HasEnded() && !thread.m_hasLeftRawly.load())
     {
         if (Clock::now() >= end)
             return false;
@@ -306,7 +306,7 @@ bool KillThread(StartedThread* thread, unsigned exitCode) noexcept
         WakeAll(thread->m_request);
         if (SignalUntil(*thread, thread->m_ended, step.time))
             return thread->m_wasKilled.load();
-        if (thread->m_mustBeJoined.load())
+        if (thread->m_hasLeftRawly.load())
         {
             Leave(*thread);
             return true;
