@@ -22,6 +22,7 @@
 #include "containers/HashSlot.h"
 #include "containers/HashTableBase.h"
 #include "containers/HashTags.h"
+#include "containers/PreferenceFile.h"
 #include "core/CExLCString.h"
 #include "core/CStdioFileEx.h"
 #include "core/CSwitchLocale.h"

@@ -70,6 +70,20 @@ void CCustomData::CopyFrom(const CCustomData& other)
     m_timeStamp = other.m_timeStamp;
 }
 
+// What was loaded into another store, which is left empty.
+void CCustomData::TakeFrom(CCustomData& other)
+{
+    const StoreLocks locks(m_lock, other.m_lock);
+    Clear();
+    m_offsets = std::move(other.m_offsets);
+    m_legacyMode = other.m_legacyMode;
+    m_buffer = std::exchange(other.m_buffer, nullptr);
+    m_used = other.m_used;
+    m_allocated = other.m_allocated;
+    m_timeStamp = other.m_timeStamp;
+    other.Clear();
+}
+
 bool CCustomData::HasData() const
 {
     const LockGuard lock(m_lock);

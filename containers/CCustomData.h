@@ -1,6 +1,7 @@
 #pragma once
 
 #include "containers/CHashMap.h"
+#include "containers/CXArray.h"
 #include "core/CXObject.h"
 #include "core/CXTString.h"
 #include "core/ThreadSafety.h"
@@ -127,8 +128,10 @@ public:
     bool GetStringW(unsigned int id, CXTString<wchar_t>& out, const CXTString<wchar_t>& defaultValue) const;
     bool GetStringA(unsigned int id, CXTString<char>& out, const CXTString<char>& defaultValue) const;
 
+    bool SetStringArray(unsigned int id, const CXArray<CXTString<wchar_t>>& strings);
+    /// Returns the number of strings; 0, with the array empty, when there are none.
+    unsigned int GetStringArray(unsigned int id, CXArray<CXTString<wchar_t>>& strings) const;
     bool SetStringList(unsigned int id, const std::vector<CXTString<wchar_t>>& strings);
-    /// Returns the number of strings; 0, with the list empty, when there is no list.
     unsigned int GetStringList(unsigned int id, std::vector<CXTString<wchar_t>>& strings) const;
 
     // Blocks. The source of a value may lie in the store itself; null leaves a new value zero and an old one as it is.
@@ -227,6 +230,18 @@ public:
         return target.SerializeFromData(data, size);
     }
 
+    // A preference file holds many stores, each under two keys; see containers/PreferenceFile.h.
+
+    /// Puts the store into the file under its keys, in the place of the one there, and keeps all others. A missing file is
+    /// created. Programs may save into one file at once, and read it meanwhile. False, with the file as it was, when the
+    /// path has no file name or the disk fails. A damaged file is kept beside the new one, with ".damaged" appended; every
+    /// store in it that can still be read goes over.
+    bool SaveToPrefs(const CXTString<wchar_t>& path, unsigned int key1, unsigned int key2) const;
+    /// False, with this store as it was, when the file or a store of these keys is not there or cannot be read. With
+    /// `throwWhenDamaged` a file that is there and cannot be read, in whole, throws CXFileException instead, unless the
+    /// store is found.
+    bool LoadFromPrefs(CXTString<wchar_t> path, unsigned int key1, unsigned int key2, bool throwWhenDamaged);
+
 private:
     using OffsetMap = CHashMap<unsigned int, unsigned int, unsigned int>;
     struct BlockDeleter
@@ -261,6 +276,7 @@ private:
                              std::unique_ptr<OffsetMap>& offsets);
     Outcome TakeBlock(Block block, unsigned int size, unsigned int countHint, unsigned int legacyMode)
         X_REQUIRES(m_lock);
+    void TakeFrom(CCustomData& other);
     void CopyFrom(const CCustomData& other) X_REQUIRES(m_lock) X_REQUIRES(other.m_lock);
     void Touch() noexcept X_REQUIRES(m_lock);
 

@@ -90,14 +90,14 @@ void AppendFields(const CCustomData& data, unsigned id, const wchar_t* format, T
                       time.tm_sec);
 }
 
-void AppendBytes(const CCustomData& data, unsigned id, const wchar_t* format, Text& line)
+void AppendBytes(const CCustomData& data, unsigned id, Text& line)
 {
     unsigned size = 0;
     const auto* bytes = static_cast<const unsigned char*>(data.GetCustomPtr(id, size));
     for (unsigned i = 0; i < std::min(size, kShownBytes); ++i)
-        line.AppendFormat(format, bytes[i]);
+        line.AppendFormat(i == 0 ? L"%02X" : L" %02X", bytes[i]);
     if (size > kShownBytes)
-        line += L"...";
+        line += L" ...";
 }
 
 void AppendArray(const CCustomData& data, unsigned id, const wchar_t* format, Text& line)
@@ -149,7 +149,7 @@ void AppendValue(const CCustomData& data, unsigned id, unsigned kind, Text& line
     if (found != std::end(kFormats))
         found->m_append(data, id, found->m_format, line);
     else
-        AppendBytes(data, id, L"%02X ", line);
+        AppendBytes(data, id, line);
 }
 
 void AppendStore(const CCustomData& data, bool nested, int indent, int depth, Text& dump)

@@ -203,6 +203,18 @@ unsigned CCustomData::GetStringList(unsigned id, std::vector<CXTString<wchar_t>>
     return ReadStrings(id, [&strings](CXTString<wchar_t>&& string) { strings.push_back(std::move(string)); });
 }
 
+bool CCustomData::SetStringArray(unsigned id, const CXArray<CXTString<wchar_t>>& strings)
+{
+    const auto at = [&strings](std::size_t i) -> const CXTString<wchar_t>& { return strings.GetData()[i]; };
+    return SetStrings(id, at, static_cast<std::size_t>(strings.GetSize()));
+}
+
+unsigned CCustomData::GetStringArray(unsigned id, CXArray<CXTString<wchar_t>>& strings) const
+{
+    strings.RemoveAll(false);
+    return ReadStrings(id, [&strings](CXTString<wchar_t>&& string) { strings.Add(string); });
+}
+
 bool CCustomData::SetArray(unsigned id, const void* data, unsigned elementSize, unsigned count)
 {
     const LockGuard lock(m_lock);

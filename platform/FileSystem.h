@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 
 namespace tev::platform
 {
@@ -71,6 +72,26 @@ public:
 
     /// Ends the handle, also when it fails, which says that earlier writes were lost.
     [[nodiscard]] virtual bool Close(FileHandle file) = 0;
+
+    // What replacing a file takes; core/FileReplacement.h puts it together.
+
+    /// Where a path leads: the path itself, or what the link there names in the end, which need not exist.
+    [[nodiscard]] virtual bool ResolveLinks(const wchar_t* path, std::wstring& target) = 0;
+
+    /// Waits until nobody else in any process has locked the folder in which the path lies, and locks it, until the handle
+    /// is closed. Fails with ETXTBSY after `timeoutMs`. Locks nothing where the file system has no locks.
+    virtual FileHandle LockFolder(const wchar_t* path, unsigned timeoutMs) = 0;
+
+    /// Creates a file for writing in the place of one that may be left over there. It gets the permissions, the group and,
+    /// where the system lets this user give it away, the owner of the file at `model`, when there is one; that must be
+    /// one that this user may write to, and no folder or device.
+    virtual FileHandle CreateLike(const wchar_t* path, const wchar_t* model) = 0;
+
+    /// Gives a file the name of another one in the same folder, which it replaces in one step; comes back when that is on
+    /// the disk.
+    [[nodiscard]] virtual bool Rename(const wchar_t* path, const wchar_t* newPath) = 0;
+
+    [[nodiscard]] virtual bool Remove(const wchar_t* path) = 0;
 
 protected:
     ~FileSystem() = default;

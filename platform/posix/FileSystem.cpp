@@ -2,7 +2,9 @@
 
 #include "platform/IoLoops.h"
 #include "platform/PathNames.h"
+#include "platform/posix/FileReplacing.h"
 #include "platform/posix/FileSharing.h"
+#include "platform/posix/OwnedDescriptor.h"
 
 #include <atomic>
 #include <cerrno>
@@ -40,33 +42,6 @@ FileShare ShareOf(const FileOpenMode& mode)
     return {mode.access != FileAccess::Write, mode.access != FileAccess::Read, !mode.shareRead, !mode.shareWrite,
             mode.truncate};
 }
-
-/// A descriptor that is closed, with errno kept, unless it is released.
-class OwnedDescriptor
-{
-public:
-    explicit OwnedDescriptor(int descriptor) : m_descriptor(descriptor) {}
-    ~OwnedDescriptor()
-    {
-        const int error = errno;
-        if (m_descriptor >= 0)
-            close(m_descriptor);
-        errno = error;
-    }
-    OwnedDescriptor(const OwnedDescriptor&) = delete;
-    OwnedDescriptor& operator=(const OwnedDescriptor&) = delete;
-
-    int Get() const { return m_descriptor; }
-    int Release()
-    {
-        const int descriptor = m_descriptor;
-        m_descriptor = -1;
-        return descriptor;
-    }
-
-private:
-    int m_descriptor;
-};
 
 int OpenDescriptor(const char* path, int flags)
 {
@@ -200,6 +175,29 @@ public:
     {
         // An interrupted close has closed; calling it again could hit another thread's new file.
         return close(DescriptorOf(file)) == 0 || errno == EINTR;
+    }
+
+    bool ResolveLinks(const wchar_t* path, std::wstring& target) override { return FollowLinks(path, target); }
+
+    FileHandle LockFolder(const wchar_t* path, unsigned timeoutMs) override
+    {
+        return FileHandleFromDescriptor(LockFolderOf(path, timeoutMs));
+    }
+
+    FileHandle CreateLike(const wchar_t* path, const wchar_t* model) override
+    {
+        return FileHandleFromDescriptor(CreateFileLike(path, model));
+    }
+
+    bool Rename(const wchar_t* path, const wchar_t* newPath) override { return RenameInFolder(path, newPath); }
+
+    bool Remove(const wchar_t* path) override
+    {
+        std::string name;
+        if (WidePathToSystem(path, name))
+            return unlink(name.c_str()) == 0;
+        errno = EILSEQ;
+        return false;
     }
 
 private:

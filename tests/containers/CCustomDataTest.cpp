@@ -254,6 +254,14 @@ TEST(CCustomData, BytesAreTheDocumentedOnes)
     std::vector<CXTString<wchar_t>> strings(1);
     EXPECT_EQ(loaded.GetStringList(2, strings), 3U);
     EXPECT_EQ(strings, (std::vector<CXTString<wchar_t>>{L"a", L"", L"\U0001F600"}));
+    CXArray<CXTString<wchar_t>> array;
+    EXPECT_EQ(loaded.GetStringArray(2, array), 3U);
+    EXPECT_EQ(array.GetSize(), 3);
+    EXPECT_EQ(array[2], L"\U0001F600");
+    EXPECT_TRUE(store.SetStringArray(2, array));
+    EXPECT_EQ(ChunksOf(store), chunks);
+    EXPECT_EQ(loaded.GetStringArray(7, array), 0U);
+    EXPECT_EQ(array.GetSize(), 0);
     EXPECT_EQ(loaded.GetStringList(7, strings), 0U);
     EXPECT_TRUE(strings.empty());
     EXPECT_EQ(loaded.GetChecksum(4), [] {

@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <limits>
+#include <string>
 
 namespace tev::test
 {
@@ -75,6 +76,23 @@ public:
         errno = spoilt ? m_error : errno;
         return closed && !spoilt;
     }
+    bool ResolveLinks(const wchar_t* path, std::wstring& target) override
+    {
+        return !Spoils() && m_real->ResolveLinks(path, target);
+    }
+    platform::FileHandle LockFolder(const wchar_t* path, unsigned timeoutMs) override
+    {
+        return Spoils() ? nullptr : m_real->LockFolder(path, timeoutMs);
+    }
+    platform::FileHandle CreateLike(const wchar_t* path, const wchar_t* model) override
+    {
+        return Spoils() ? nullptr : m_real->CreateLike(path, model);
+    }
+    bool Rename(const wchar_t* path, const wchar_t* newPath) override
+    {
+        return !Spoils() && m_real->Rename(path, newPath);
+    }
+    bool Remove(const wchar_t* path) override { return !Spoils() && m_real->Remove(path); }
 
 private:
     bool Spoils()

@@ -1,0 +1,142 @@
+// A settings round trip: fills a store with every kind of value, saves it to a preference file beside another program's,
+// loads it back, changes it from several threads, sends it through a memory file, and shows it.
+
+#include "TevTools.h"
+
+#include <cstdio>
+#include <ctime>
+#include <thread>
+#include <vector>
+
+namespace
+{
+enum Setting : unsigned
+{
+    kWidth = 1,
+    kTitle,
+    kRecentFiles,
+    kCamera,
+    kLastUsed,
+    kShortcuts,
+    kOthers = 100
+};
+
+constexpr unsigned kProgram = 0x50415754; // the two keys of a record are the programs' to choose
+constexpr unsigned kMainWindow = 1;
+
+/// A class that keeps itself in a store.
+class Camera : public CCustomDataClass
+{
+public:
+    void SaveTo(CCustomData& data) const override
+    {
+        data.SetFloat(1, m_distance);
+        data.SetBool(2, m_perspective ? 1 : 0);
+    }
+    bool LoadFrom(const CCustomData& data) override
+    {
+        return data.GetFloat(1, m_distance, 10.0F) && data.GetBool(2, m_perspective, true);
+    }
+
+    float m_distance = 10.0F;
+    bool m_perspective = true;
+};
+
+void FillWithOtherKinds(CCustomData& settings)
+{
+    const float matrix[] = {1, 0, 0, 1};
+    std::tm year2000 = {};
+    year2000.tm_mday = 1;
+    year2000.tm_year = 100;
+    year2000.tm_wday = 6;
+    unsigned id = kOthers;
+    settings.SetUInt(id++, 4000000000U);
+    settings.SetLong(id++, -2);
+    settings.SetULong(id++, 3);
+    settings.SetLongInt(id++, -5000000000);
+    settings.SetULongInt(id++, 5000000000);
+    settings.SetSizet(id++, sizeof(matrix));
+    settings.SetChar(id++, 'c');
+    settings.SetUChar(id++, 200);
+    settings.SetBool(id++, 1);
+    settings.SetDouble(id++, 0.1);
+    settings.SetPtr(id++, nullptr);
+    settings.SetStringA(id++, "narrow");
+    settings.SetUTCTime(id++, year2000);
+    settings.SetBinary(id++, "\1\2\3", 3);
+    settings.SetArray(id++, matrix, sizeof(float), 4);
+}
+
+void Remember(const CXTString<wchar_t>& file)
+{
+    CCustomData settings;
+    settings.SetInt(kWidth, 1280);
+    settings.SetString(kTitle, L"Roof \u2013 north");
+    settings.SetStringList(kRecentFiles, {L"roof.3d", L"walls.3d"});
+    settings.SetXTime(kLastUsed, CXTime::GetTickCount());
+    Camera camera;
+    camera.m_distance = 41.5F;
+    settings.SetCustomClass(kCamera, camera);
+    FillWithOtherKinds(settings);
+    if (!settings.SaveToPrefs(file, kProgram, kMainWindow))
+        std::puts("the settings could not be saved");
+}
+
+int RestoreWidth(const CXTString<wchar_t>& file)
+{
+    CCustomData settings;
+    int width = 0;
+    settings.LoadFromPrefs(file, kProgram, kMainWindow, false);
+    settings.GetInt(kWidth, width, 800); // 800 where there is no such value
+    return width;
+}
+
+/// Adds a shortcut that others may be adding at the same time.
+void AddShortcut(CCustomData& settings, wchar_t key)
+{
+    const CXSingleLock lock(settings.GetThreadLock(), true);
+    std::vector<CXTString<wchar_t>> shortcuts;
+    settings.GetStringList(kShortcuts, shortcuts);
+    shortcuts.emplace_back(key, 1);
+    settings.SetStringList(kShortcuts, shortcuts);
+}
+
+bool GoesThroughMemory(CCustomData& settings)
+{
+    CXMemFile file;
+    CXArchive storing(&file, xArchiveStore);
+    settings.Serialize(storing);
+    storing.Close();
+
+    file.SeekToBegin();
+    CXArchive loading(&file, xArchiveLoad);
+    CCustomData received;
+    received.Serialize(loading);
+    return received.IsEqual(settings);
+}
+} // namespace
+
+int main()
+{
+    const CXTString<wchar_t> file = L"settings.prefs";
+    CCustomData neighbour;
+    neighbour.SetInt(1, 1);
+    neighbour.SaveToPrefs(file, kProgram + 1, kMainWindow);
+    Remember(file);
+    CCustomData settings;
+    if (RestoreWidth(file) != 1280 || !settings.LoadFromPrefs(file, kProgram, kMainWindow, true))
+        return 1;
+
+    std::vector<std::thread> threads;
+    for (const wchar_t key : {L'a', L'b', L'c', L'd'})
+        threads.emplace_back([&settings, key] { AddShortcut(settings, key); });
+    for (std::thread& thread : threads)
+        thread.join();
+
+    Camera camera;
+    std::vector<CXTString<wchar_t>> shortcuts;
+    if (!settings.GetCustomClass(kCamera, camera) || settings.GetStringList(kShortcuts, shortcuts) != 4)
+        return 1;
+    std::puts(CXTString<char>(settings.DumpCustomData(true, 0)));
+    return camera.m_distance == 41.5F && GoesThroughMemory(settings) ? 0 : 1;
+}

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <cerrno>
+
+#include <unistd.h>
+
+namespace tev::platform
+{
+/// A descriptor that is closed, with errno kept, unless it is released.
+class OwnedDescriptor
+{
+public:
+    explicit OwnedDescriptor(int descriptor) : m_descriptor(descriptor) {}
+    ~OwnedDescriptor()
+    {
+        const int error = errno;
+        if (m_descriptor >= 0)
+            close(m_descriptor);
+        errno = error;
+    }
+    OwnedDescriptor(const OwnedDescriptor&) = delete;
+    OwnedDescriptor& operator=(const OwnedDescriptor&) = delete;
+
+    int Get() const { return m_descriptor; }
+    int Release()
+    {
+        const int descriptor = m_descriptor;
+        m_descriptor = -1;
+        return descriptor;
+    }
+
+private:
+    int m_descriptor;
+};
+} // namespace tev::platform
