@@ -22,6 +22,7 @@ constexpr unsigned kLargestBlock = 0xFFFFFFFF - 20;
 // A block is given back when less than a third of it is used, and keeps a half more than that: so a value that comes and
 // goes does not move the block each time.
 constexpr unsigned kShrinkBelow = 3;
+constexpr double kSlotsPerLookup = 8; // of the map, walked in the time that one identifier is looked up
 
 bool PointsInto(const void* pointer, const unsigned char* block, unsigned size)
 {
@@ -177,10 +178,22 @@ bool CCustomData::RemoveChunk(unsigned id)
 void CCustomData::CloseGap(unsigned offset)
 {
     const unsigned gap = kChunkHeader + ChunkSize(m_buffer + offset);
+    const double share = static_cast<double>(m_used - offset) / m_used;
     m_used -= gap;
     std::memmove(m_buffer + offset, m_buffer + offset + gap, m_used - offset);
-    for (unsigned at = offset; at < m_used; at += kChunkHeader + ChunkSize(m_buffer + at))
-        *m_offsets->Find(ChunkId(m_buffer + at)) = at;
+    // Few moved chunks are looked up; with many it is quicker to go over the whole map.
+    if (share * m_offsets->GetCount() * kSlotsPerLookup < m_offsets->GetHashTableSize())
+    {
+        for (unsigned at = offset; at < m_used; at += kChunkHeader + ChunkSize(m_buffer + at))
+            *m_offsets->Find(ChunkId(m_buffer + at)) = at;
+    }
+    else
+    {
+        const unsigned* id = nullptr;
+        unsigned* start = nullptr;
+        for (unsigned position = m_offsets->GetFirst(); m_offsets->GetNext(position, id, start);)
+            *start -= *start > offset ? gap : 0;
+    }
     m_lastIndex = 0;
     m_lastOffset = 0;
 }

@@ -55,15 +55,7 @@ private:
     std::size_t m_bytes;
 };
 
-/// The units before the first NUL.
-std::size_t UnitsToNul(const unsigned char* units, std::size_t count) noexcept
-{
-    std::size_t length = 0;
-    while (length < count && tev::LoadLittleEndian<unsigned short>(units + 2 * length) != 0)
-        ++length;
-    return length;
-}
-
+/// Reads text up to its first NUL, or to its end.
 void ReadUnits(const unsigned char* units, std::size_t count, CXTString<wchar_t>& text)
 {
     bool hasSurrogates = false;
@@ -71,11 +63,13 @@ void ReadUnits(const unsigned char* units, std::size_t count, CXTString<wchar_t>
     for (std::size_t i = 0; i < count; ++i)
     {
         const auto unit = tev::LoadLittleEndian<unsigned short>(units + 2 * i);
-        hasSurrogates |= tev::IsSurrogate(unit);
+        hasSurrogates |= (unit & 0xF800) == 0xD800;
         target[i] = static_cast<wchar_t>(unit);
     }
+    const std::size_t length = tev::TextLength(target);
+    text.GetBufferSetLength64(length);
     if (hasSurrogates && sizeof(wchar_t) > 2)
-        static_cast<void>(XDecodeText(units, 2 * count, xEncodingUtf16, text));
+        static_cast<void>(XDecodeText(units, 2 * length, xEncodingUtf16, text));
 }
 } // namespace
 
@@ -112,7 +106,7 @@ bool CCustomData::GetStringW(unsigned id, CXTString<wchar_t>& out, const CXTStri
         out = defaultValue;
         return false;
     }
-    ReadUnits(data, UnitsToNul(data, size / 2), out);
+    ReadUnits(data, size / 2, out);
     return true;
 }
 
@@ -185,7 +179,7 @@ unsigned CCustomData::ReadStrings(unsigned id, Append append) const
         return 0;
     walk([&append](const unsigned char* text, unsigned units) {
         CXTString<wchar_t> string;
-        ReadUnits(text, UnitsToNul(text, units), string);
+        ReadUnits(text, units, string);
         append(std::move(string));
     });
     return count;
