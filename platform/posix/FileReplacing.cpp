@@ -96,7 +96,7 @@ bool FollowLinks(const wchar_t* path, std::wstring& target)
         if (static_cast<size_t>(length) == sizeof(text))
             return Fail(ENAMETOOLONG);
         const std::string link(text, static_cast<size_t>(length));
-        name = link[0] == '/' ? link : FolderOf(name) + "/" + link;
+        name = link[0] == '/' ? link : FolderOf(name).append("/").append(link);
     }
 }
 
