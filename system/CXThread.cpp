@@ -82,11 +82,13 @@ CXThread::~CXThread()
     SetSilentThread(false, id);
     SetCancelThread(false, id);
     DetachThread(id);
+    StartedThread* const thread = ThreadOf(m_handle.exchange(nullptr));
+    ReleaseLockOfEnded(thread);
     {
         const tev::LockGuard guard(m_shared->lock);
         m_shared->object = nullptr;
     }
-    if (StartedThread* const thread = ThreadOf(m_handle.exchange(nullptr)))
+    if (thread != nullptr)
     {
         platform::LeaveStart(thread);
         platform::ReleaseThread(thread);
@@ -210,9 +212,7 @@ bool CXThread::Kill()
     {
         m_state.fetch_or(kSuspended);
         killed = platform::KillThread(thread, 1);
-        unsigned exitCode;
-        if (platform::HasEnded(thread, exitCode))
-            m_shared->lock.ReleaseForEnded(platform::ThreadNumber(thread));
+        ReleaseLockOfEnded(thread);
     }
     // A thread that could not be killed may hold the lock for ever.
     CXCriticalSection& lock = m_shared->lock;
@@ -226,6 +226,13 @@ bool CXThread::Kill()
         m_flags.fetch_or(ThreadTerminated);
     }
     return killed;
+}
+
+void CXThread::ReleaseLockOfEnded(const StartedThread* thread)
+{
+    unsigned exitCode;
+    if (thread != nullptr && platform::HasEnded(thread, exitCode))
+        m_shared->lock.ReleaseForEnded(platform::ThreadNumber(thread));
 }
 
 bool CXThread::GetExitCode(unsigned int& exitCode) const

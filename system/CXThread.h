@@ -6,6 +6,11 @@
 #include <atomic>
 #include <memory>
 
+namespace tev::platform
+{
+struct StartedThread;
+}
+
 /// How urgent a thread is; any other value counts as normal. What the system allows differs: see docs/threads.md.
 enum xThreadPriority : unsigned int
 {
@@ -128,6 +133,8 @@ private:
     bool RunMethods();
     /// Ends the thread by force, with exit code 1; true when that ended it. Marks it as terminated in any case.
     bool Kill();
+    /// An ended thread may have left the object's lock locked.
+    void ReleaseLockOfEnded(const tev::platform::StartedThread* thread);
 
     bool (*const m_function)(void*);
     void* m_userData;

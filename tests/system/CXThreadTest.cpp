@@ -349,6 +349,9 @@ TEST(CXThread, ItsLockHoldsUpItsEnd)
     EXPECT_TRUE(thread->Lock(false));
     EXPECT_TRUE(thread->WaitForEnd(kLongTimeMs));
     EXPECT_TRUE(thread->IsTerminated());
+
+    const auto keepsIt = Begin([](TestThread& self) { return self.Lock(true); });
+    EXPECT_TRUE(keepsIt->WaitForEnd(kLongTimeMs)) << "and it can be destroyed";
 }
 
 TEST(CXThread, BodiesHaveAStackForSignalHandlers)
