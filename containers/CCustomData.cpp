@@ -234,7 +234,7 @@ bool CCustomData::SetData(const void* data, unsigned size)
         return false;
     if (size != 0)
         std::memcpy(block.get(), data, size);
-    return TakeBlock(std::move(block), size, 0, 0) == Outcome::kDone;
+    return TakeBlock(std::move(block), size, 0) == Outcome::kDone;
 }
 
 void* CCustomData::Detach(unsigned& size)
@@ -254,7 +254,7 @@ bool CCustomData::Attach(void* buffer, unsigned size)
         m_buffer = nullptr; // its own block again, which must not be freed on the way
     Clear();
     Block block(static_cast<unsigned char*>(buffer));
-    return (size == 0 || buffer != nullptr) && TakeBlock(std::move(block), size, 0, 0) == Outcome::kDone;
+    return (size == 0 || buffer != nullptr) && TakeBlock(std::move(block), size, 0) == Outcome::kDone;
 }
 
 void* CCustomData::Alloc(unsigned size)

@@ -272,10 +272,8 @@ private:
     void CloseGap(unsigned int offset) X_REQUIRES(m_lock);
     void ShrinkAfterRemoval() X_REQUIRES(m_lock);
     void Clear() noexcept X_REQUIRES(m_lock);
-    static Outcome MapChunks(const unsigned char* block, unsigned int size, unsigned int countHint,
-                             std::unique_ptr<OffsetMap>& offsets);
-    Outcome TakeBlock(Block block, unsigned int size, unsigned int countHint, unsigned int legacyMode)
-        X_REQUIRES(m_lock);
+    static Outcome MapChunks(const unsigned char* block, unsigned int size, std::unique_ptr<OffsetMap>& offsets);
+    Outcome TakeBlock(Block block, unsigned int size, unsigned int legacyMode) X_REQUIRES(m_lock);
     void TakeFrom(CCustomData& other);
     void CopyFrom(const CCustomData& other) X_REQUIRES(m_lock) X_REQUIRES(other.m_lock);
     void Touch() noexcept X_REQUIRES(m_lock);

@@ -170,10 +170,9 @@ void CCustomData::LoadCurrent(CXArchive& archive)
     ReadAll(archive, header, kHeaderSize);
     if (tev::LoadLittleEndian<unsigned>(header) != kVersion)
         Fail(archive, fileInvalidFile);
-    const auto count = tev::LoadLittleEndian<unsigned>(header + 4);
     const auto legacyMode = tev::LoadLittleEndian<unsigned>(header + 12);
     const unsigned size = total - kHeaderSize;
-    const Outcome outcome = TakeBlock(ReadBlock<Block>(archive, size), size, count, legacyMode);
+    const Outcome outcome = TakeBlock(ReadBlock<Block>(archive, size), size, legacyMode);
     if (outcome == Outcome::kNoMemory)
         CXMemoryException::Throw();
     if (outcome == Outcome::kMalformed)

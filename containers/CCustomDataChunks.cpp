@@ -74,7 +74,7 @@ unsigned char* CCustomData::Place(unsigned id, unsigned size, unsigned kind)
     unsigned* offset = m_offsets == nullptr ? nullptr : m_offsets->Find(id);
     if (offset != nullptr && ChunkSize(m_buffer + *offset) == size)
     {
-        WriteChunkHeader(m_buffer + *offset, id, size, kind);
+        SetChunkKind(m_buffer + *offset, kind);
         return m_buffer + *offset + kChunkHeader;
     }
     const unsigned replaced = offset == nullptr ? 0 : kChunkHeader + ChunkSize(m_buffer + *offset);
@@ -217,31 +217,36 @@ void CCustomData::Clear() noexcept
 }
 
 // Malformed: a chunk runs past the end, or an identifier occurs twice.
-CCustomData::Outcome CCustomData::MapChunks(const unsigned char* block, unsigned size, unsigned countHint,
+CCustomData::Outcome CCustomData::MapChunks(const unsigned char* block, unsigned size,
                                             std::unique_ptr<OffsetMap>& offsets)
 {
-    offsets.reset(new (std::nothrow) OffsetMap);
-    if (offsets == nullptr || !offsets->InitHashTable(std::min(countHint, size / kChunkHeader)))
-        return Outcome::kNoMemory;
-    for (unsigned at = 0; at < size;)
+    unsigned count = 0;
+    for (unsigned at = 0; at < size; ++count)
     {
         const unsigned extent = ChunkExtent(block, size, at);
-        if (extent == 0 || offsets->IsFound(ChunkId(block + at)))
+        if (extent == 0)
             return Outcome::kMalformed;
-        if (offsets->Insert(ChunkId(block + at), at) == 0)
-            return Outcome::kNoMemory;
         at += extent;
+    }
+    offsets.reset(new (std::nothrow) OffsetMap);
+    if (offsets == nullptr || !offsets->InitHashTable(count))
+        return Outcome::kNoMemory;
+    for (unsigned at = 0; at < size; at += kChunkHeader + ChunkSize(block + at))
+    {
+        const unsigned id = ChunkId(block + at);
+        if (offsets->Insert(id, at) == 0)
+            return offsets->IsFound(id) ? Outcome::kMalformed : Outcome::kNoMemory;
     }
     return Outcome::kDone;
 }
 
 // Makes a block the contents; nothing has changed when that cannot be done.
-CCustomData::Outcome CCustomData::TakeBlock(Block block, unsigned size, unsigned countHint, unsigned legacyMode)
+CCustomData::Outcome CCustomData::TakeBlock(Block block, unsigned size, unsigned legacyMode)
 {
     std::unique_ptr<OffsetMap> offsets;
     if (size > kLargestBlock)
         return Outcome::kMalformed;
-    const Outcome outcome = size == 0 ? Outcome::kDone : MapChunks(block.get(), size, countHint, offsets);
+    const Outcome outcome = size == 0 ? Outcome::kDone : MapChunks(block.get(), size, offsets);
     if (outcome != Outcome::kDone)
         return outcome;
     Clear();

@@ -20,6 +20,10 @@ inline unsigned ChunkKind(const unsigned char* chunk) noexcept
 {
     return LoadLittleEndian<unsigned>(chunk + 8);
 }
+inline void SetChunkKind(unsigned char* chunk, unsigned kind) noexcept
+{
+    StoreLittleEndian(chunk + 8, kind);
+}
 inline const unsigned char* ChunkData(const unsigned char* chunk) noexcept
 {
     return chunk + kChunkHeader;
@@ -28,7 +32,7 @@ inline void WriteChunkHeader(unsigned char* chunk, unsigned id, unsigned size, u
 {
     StoreLittleEndian(chunk, id);
     StoreLittleEndian(chunk + 4, size);
-    StoreLittleEndian(chunk + 8, kind);
+    SetChunkKind(chunk, kind);
 }
 
 /// The size of the chunk at `offset` of a block, header included; 0 when it runs past the end of the block.
