@@ -1,6 +1,5 @@
 #include "core/CXArchive.h"
 
-#include "core/CXArchiveReferences.h"
 #include "core/CXException.h"
 #include "core/CXFile.h"
 

@@ -15,8 +15,14 @@ class CXFile;
 
 namespace tev
 {
+inline constexpr unsigned kNoSchema = 0xFFFFFFFFu;
+
 struct ArchiveReference;
 struct ArchiveReferences;
+struct ReleaseArchiveReferences
+{
+    TEVTOOLS_API void operator()(ArchiveReferences* references) const noexcept;
+};
 } // namespace tev
 
 constexpr unsigned xArchiveStore = 0;
@@ -211,6 +217,7 @@ private:
     void WriteReference(unsigned int index, unsigned int classBit);
     unsigned int NextIndex();
     tev::ArchiveReferences& GetReferences();
+    void EnterStored(const void* objectOrClass);
     void EnterLoaded(const tev::ArchiveReference& reference);
     const CXRuntimeClass* ReadNewClass();
     const CXRuntimeClass* ReferredClass(unsigned int index);
@@ -228,7 +235,7 @@ private:
     unsigned char* m_end;
     unsigned int m_objectSchema;
     unsigned int m_mapCount; ///< the next index for an object or a class; 0 is the null reference
-    std::unique_ptr<tev::ArchiveReferences> m_references;
+    std::unique_ptr<tev::ArchiveReferences, tev::ReleaseArchiveReferences> m_references;
     void* m_data;
 
     // The end of the buffer in the one direction that the archive has, 0 in the other and when it is closed: one

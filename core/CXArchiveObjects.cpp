@@ -2,7 +2,7 @@
 
 #include "core/CXArchive.h"
 
-#include "core/CXArchiveReferences.h"
+#include "containers/CHashMap.h"
 #include "core/CXException.h"
 #include "core/ThreadException.h"
 
@@ -10,6 +10,39 @@
 #include <cstring>
 #include <memory>
 #include <string>
+#include <vector>
+
+namespace tev
+{
+/// An object or class that an archive has loaded.
+struct ArchiveReference
+{
+    enum class Kind : unsigned
+    {
+        kNone = 0,
+        kClass = 1,
+        kObject = 2
+    };
+
+    CXObject* Object() const noexcept { return const_cast<CXObject*>(static_cast<const CXObject*>(m_pointer)); }
+
+    const void* m_pointer = nullptr;
+    Kind m_kind = Kind::kNone;
+    unsigned m_schema = kNoSchema; ///< of a class, as it stood in the archive
+};
+
+/// What an archive knows of the objects and classes that have gone through it, by one common index.
+struct ArchiveReferences
+{
+    CHashMap<const void*, const void*, unsigned> m_stored;
+    std::vector<ArchiveReference> m_loaded; ///< starts with the null reference; empty before the first class
+};
+
+void ReleaseArchiveReferences::operator()(ArchiveReferences* references) const noexcept
+{
+    delete references;
+}
+} // namespace tev
 
 namespace
 {
@@ -96,14 +129,13 @@ void CXArchive::WriteObject(const CXObject* object)
         *this << static_cast<unsigned short>(kNull);
         return;
     }
-    auto& stored = GetReferences().m_stored;
-    if (const auto found = stored.find(object); found != stored.end())
+    if (const unsigned* index = GetReferences().m_stored.Find(object))
     {
-        WriteReference(found->second, 0);
+        WriteReference(*index, 0);
         return;
     }
     WriteClass(object->GetRuntimeClassDescriptor());
-    stored.emplace(object, NextIndex());
+    EnterStored(object);
     // Objects write themselves through the function that reads them, too.
     const_cast<CXObject*>(object)->Serialize(*this);
 }
@@ -116,15 +148,14 @@ void CXArchive::WriteClass(const CXRuntimeClass* type)
         Fail(archiveBadClass);
     if (!type->IsSerializable())
         Fail(archiveGeneric);
-    auto& stored = GetReferences().m_stored;
-    if (const auto found = stored.find(type); found != stored.end())
+    if (const unsigned* index = GetReferences().m_stored.Find(type))
     {
-        WriteReference(found->second, kClassBit32);
+        WriteReference(*index, kClassBit32);
         return;
     }
     *this << static_cast<unsigned short>(kNewClass);
     type->Save(*this);
-    stored.emplace(type, NextIndex());
+    EnterStored(type);
 }
 
 void CXArchive::WriteReference(unsigned int index, unsigned int classBit)
@@ -235,18 +266,24 @@ CXObject* CXArchive::ReferredObject(unsigned int tag, const CXRuntimeClass* requ
 tev::ArchiveReferences& CXArchive::GetReferences()
 {
     if (m_references == nullptr)
-        m_references = std::make_unique<ArchiveReferences>();
+        m_references.reset(new ArchiveReferences);
     return *m_references;
+}
+
+void CXArchive::EnterStored(const void* objectOrClass)
+{
+    if (GetReferences().m_stored.Insert(objectOrClass, NextIndex()) == 0)
+        CXMemoryException::Throw();
 }
 
 void CXArchive::EnterLoaded(const ArchiveReference& reference)
 {
     auto& loaded = GetReferences().m_loaded;
-    const unsigned index = NextIndex();
     if (loaded.empty())
         loaded.reserve(kFirstEntries);
-    loaded.resize(std::size_t{index} + 1);
-    loaded[index] = reference;
+    // Where an entry found no memory, its index was given out all the same.
+    loaded.resize(NextIndex());
+    loaded.push_back(reference);
 }
 
 // Gives out the next index. The highest bit tells classes from objects, so half of the numbers are indices.

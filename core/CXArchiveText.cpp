@@ -157,18 +157,17 @@ void CXArchive::WriteString(const wchar_t* text, xStringEncoding encoding)
 // 16-bit units, little-endian whatever the tag says.
 void CXArchive::WriteUnits(const wchar_t* text, std::size_t length, xStringEncoding encoding)
 {
-    using Form = tev::Utf16Form<tev::ByteOrder::little>;
-    const tev::WideReader<> reader(text, length);
-    const std::size_t bytes = tev::Measure<Form>(reader);
-    WriteStringLength(bytes / 2, encoding);
-    if (bytes <= static_cast<std::size_t>(m_end - m_current))
+    const std::size_t size = tev::MeasureWideInUtf16(text, length);
+    WriteStringLength(size / 2, encoding);
+    if (size <= static_cast<std::size_t>(m_end - m_current))
     {
-        m_current = reinterpret_cast<unsigned char*>(tev::Write<Form>(reader, reinterpret_cast<char*>(m_current)));
+        tev::WideToUtf16(text, length, size, reinterpret_cast<char*>(m_current));
+        m_current += size;
         return;
     }
-    std::string units(bytes, '\0');
-    tev::Write<Form>(reader, units.data());
-    Write(units.data(), bytes);
+    std::string units(size, '\0');
+    tev::WideToUtf16(text, length, size, units.data());
+    Write(units.data(), size);
 }
 
 CXArchive& CXArchive::operator>>(CXTString<char>& text)

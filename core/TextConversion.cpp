@@ -44,6 +44,18 @@ void EncodeUtf8(const wchar_t* text, size_t length, CXTString<char>& bytes)
     tev::WideToUtf8(text, length, measure, bytes.GetBufferSetLength64(measure.m_length));
 }
 
+void DecodeUtf16(const char* bytes, size_t size, CXTString<wchar_t>& text)
+{
+    const size_t length = tev::MeasureUtf16(bytes, size);
+    tev::Utf16ToWide(bytes, size, length, text.GetBufferSetLength64(length));
+}
+
+void EncodeUtf16(const wchar_t* text, size_t length, CXTString<char>& bytes)
+{
+    const size_t size = tev::MeasureWideInUtf16(text, length);
+    tev::WideToUtf16(text, length, size, bytes.GetBufferSetLength64(size));
+}
+
 template <class Form, class Reader>
 void Convert(const Reader& reader, CXTString<typename Form::Unit>& target)
 {
@@ -131,7 +143,7 @@ bool tev::DecodeCodePage(const void* bytes, size_t byteCount, unsigned codePage,
         DecodeUtf8(from, byteCount, text);
         return true;
     case kCodePageUtf16:
-        DecodeWith<Utf16Reader<ByteOrder::little>>(from, byteCount, text);
+        DecodeUtf16(from, byteCount, text);
         return true;
     case kCodePageUtf16BE:
         DecodeWith<Utf16Reader<ByteOrder::big>>(from, byteCount, text);
@@ -157,7 +169,7 @@ bool tev::EncodeCodePage(const wchar_t* text, size_t length, unsigned codePage, 
         EncodeUtf8(text, length, bytes);
         return true;
     case kCodePageUtf16:
-        EncodeWith<Utf16Form<ByteOrder::little>>(text, length, bytes);
+        EncodeUtf16(text, length, bytes);
         return true;
     case kCodePageUtf16BE:
         EncodeWith<Utf16Form<ByteOrder::big>>(text, length, bytes);

@@ -6,7 +6,8 @@
 
 // The Unicode forms and the conversions between them, on raw buffers. Every conversion is one loop over a reader (which
 // takes code points out of one form) and a form (which says how many units a code point takes and writes them), so what
-// is measured and what is written cannot differ. Only UTF-8 to and from wide text have kernels of their own.
+// is measured and what is written cannot differ. Only UTF-8 and little-endian UTF-16 to and from wide text have kernels of
+// their own.
 
 namespace tev
 {
@@ -325,4 +326,14 @@ void Utf8ToWide(const char* text, size_t size, TextMeasure measure, wchar_t* wid
 [[nodiscard]] TextMeasure MeasureWide(const wchar_t* wide, size_t length) noexcept;
 /// Writes exactly the measured length.
 void WideToUtf8(const wchar_t* wide, size_t length, TextMeasure measure, char* text) noexcept;
+
+/// The wide characters that little-endian UTF-16 of `size` bytes becomes.
+[[nodiscard]] size_t MeasureUtf16(const char* text, size_t size) noexcept;
+/// Writes exactly the measured length.
+void Utf16ToWide(const char* text, size_t size, size_t length, wchar_t* wide) noexcept;
+
+/// The bytes that wide text takes in UTF-16.
+[[nodiscard]] size_t MeasureWideInUtf16(const wchar_t* wide, size_t length) noexcept;
+/// Writes exactly the measured size, little-endian.
+void WideToUtf16(const wchar_t* wide, size_t length, size_t size, char* text) noexcept;
 } // namespace tev

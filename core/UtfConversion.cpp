@@ -1,5 +1,6 @@
 #include "core/Utf.h"
 
+#include "core/LittleEndian.h"
 #include "core/UtfAvx2.h"
 
 #include <array>
@@ -188,6 +189,11 @@ void EncodeValid(const wchar_t* wide, size_t length, char* text) noexcept
     }
 }
 
+uint16_t UnitAt(const char* text, size_t index) noexcept
+{
+    return LoadLittleEndian<uint16_t>(reinterpret_cast<const unsigned char*>(text) + 2 * index);
+}
+
 // Shorter texts are not worth the set-up of the vector kernels.
 constexpr size_t kMeasureWorth = 16;
 constexpr size_t kConvertWorth = 48;
@@ -258,5 +264,50 @@ void WideToUtf8(const wchar_t* wide, size_t length, TextMeasure measure, char* t
     }
     const size_t ascii = CopyAsciiFront(wide, length, text);
     EncodeValid(wide + ascii, length - ascii, text + ascii);
+}
+
+// Most UTF-16 has neither pairs nor what must be replaced, and its units are the characters. The loops for it go without
+// branches, so that the compiler does them in vectors.
+
+size_t MeasureUtf16(const char* text, size_t size) noexcept
+{
+    uint16_t surrogates = 0;
+    for (size_t i = 0; i < size / 2; ++i)
+        surrogates |= static_cast<uint16_t>((UnitAt(text, i) & 0xF800) == 0xD800);
+    return surrogates == 0 ? size / 2 + size % 2 : Measure<WideForm<>>(Utf16Reader<ByteOrder::little>(text, size));
+}
+
+void Utf16ToWide(const char* text, size_t size, size_t length, wchar_t* wide) noexcept
+{
+    if (2 * length != size)
+    {
+        Write<WideForm<>>(Utf16Reader<ByteOrder::little>(text, size), wide);
+        return;
+    }
+    for (size_t i = 0; i < length; ++i)
+        wide[i] = static_cast<wchar_t>(UnitAt(text, i));
+}
+
+size_t MeasureWideInUtf16(const wchar_t* wide, size_t length) noexcept
+{
+    char32_t bits = 0;
+    for (size_t i = 0; i < length; ++i)
+        bits |= static_cast<char32_t>(wide[i]);
+    return bits <= 0xFFFF ? 2 * length : Measure<Utf16Form<ByteOrder::little>>(WideReader<>(wide, length));
+}
+
+void WideToUtf16(const wchar_t* wide, size_t length, size_t size, char* text) noexcept
+{
+    if (2 * length != size)
+    {
+        Write<Utf16Form<ByteOrder::little>>(WideReader<>(wide, length), text);
+        return;
+    }
+    for (size_t i = 0; i < length; ++i)
+    {
+        const auto c = static_cast<char32_t>(wide[i]);
+        StoreLittleEndian(reinterpret_cast<unsigned char*>(text) + 2 * i,
+                          static_cast<uint16_t>(c <= 0xFFFF ? c : kSubstitute));
+    }
 }
 } // namespace tev

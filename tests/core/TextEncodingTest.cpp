@@ -169,16 +169,25 @@ TEST(TextEncodingTest, Utf16JoinsPairsAndPassesLoneSurrogates)
     };
     for (const Pair& each : cases)
     {
-        std::string swapped = each.m_bytes;
-        for (size_t i = 0; i < swapped.size(); i += 2)
-            std::swap(swapped[i], swapped[i + 1]);
-        EXPECT_EQ(Decode(each.m_bytes, xEncodingUtf16), each.m_text);
-        EXPECT_EQ(Decode(swapped, xEncodingUtf16BE), each.m_text);
-        EXPECT_EQ(Decode(swapped, CodePage(1201)), each.m_text);
-        EXPECT_EQ(Encode(each.m_text, xEncodingUtf16), each.m_bytes);
-        EXPECT_EQ(Encode(each.m_text, CodePage(1200)), each.m_bytes);
-        EXPECT_EQ(Encode(each.m_text, xEncodingUtf16BE), swapped);
-        EXPECT_EQ(Decode(each.m_bytes + "A", xEncodingUtf16), each.m_text + L"\xFFFD");
+        // Behind a longer text, too, of which several characters are looked at together.
+        for (const std::size_t before : {0, 33})
+        {
+            const std::wstring text = std::wstring(before, L'\xFFFD') + each.m_text;
+            std::string bytes;
+            for (std::size_t i = 0; i < before; ++i)
+                bytes += "\xFD\xFF";
+            bytes += each.m_bytes;
+            std::string swapped = bytes;
+            for (size_t i = 0; i < swapped.size(); i += 2)
+                std::swap(swapped[i], swapped[i + 1]);
+            EXPECT_EQ(Decode(bytes, xEncodingUtf16), text);
+            EXPECT_EQ(Decode(swapped, xEncodingUtf16BE), text);
+            EXPECT_EQ(Decode(swapped, CodePage(1201)), text);
+            EXPECT_EQ(Encode(text, xEncodingUtf16), bytes);
+            EXPECT_EQ(Encode(text, CodePage(1200)), bytes);
+            EXPECT_EQ(Encode(text, xEncodingUtf16BE), swapped);
+            EXPECT_EQ(Decode(bytes + "A", xEncodingUtf16), text + L"\xFFFD");
+        }
     }
     EXPECT_EQ(Encode(L"\xD83D\xDE00", xEncodingUtf16), "\x3D\xD8\x00\xDE"s);
     EXPECT_EQ(Encode({static_cast<wchar_t>(0x110000), static_cast<wchar_t>(-1)}, xEncodingUtf16), "?\0?\0"s);
