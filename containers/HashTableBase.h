@@ -167,8 +167,10 @@ protected:
         return Search(key, TagOf(hash), Home(hash));
     }
 
+    /// The key's slot, or null and, where asked for, the slot that a new key takes: the first one of the search that is
+    /// deleted, else the empty one at its end.
     template <class K>
-    SLOT* Search(const K& key, unsigned char tag, std::size_t home) const
+    SLOT* Search(const K& key, unsigned char tag, std::size_t home, std::size_t* vacant = nullptr) const
     {
         if (m_tags[home] == tag && METHODS::Compare(m_slots[home].m_key, key))
             return m_slots + home;
@@ -179,7 +181,10 @@ protected:
             if (METHODS::Compare(slot->m_key, key))
                 return slot;
         }
-        return word.Empty() != 0 ? nullptr : FindFurther(key, tag, home);
+        const std::uint64_t free = vacant == nullptr ? 0 : word.EmptyOrDeleted();
+        if (free != 0)
+            *vacant = Wrap(home + TagWord::First(free));
+        return word.Empty() != 0 ? nullptr : FindFurther(key, tag, home, free != 0 ? nullptr : vacant);
     }
 
     /// 1 for a new entry, 0 when the key was there (its value is overwritten) or there is no memory for one more slot.
@@ -189,14 +194,17 @@ protected:
         const unsigned hash = METHODS::HashKey(key);
         const unsigned char tag = TagOf(hash);
         const std::size_t home = Home(hash);
-        SLOT* found = Search(key, tag, home);
-        if (found != nullptr)
+        std::size_t at = home;
+        if (m_tags[home] != kEmptyTag)
         {
-            found->Overwrite(std::forward<VALUES>(value)...);
-            return 0;
+            SLOT* found = Search(key, tag, home, &at);
+            if (found != nullptr)
+            {
+                found->Overwrite(std::forward<VALUES>(value)...);
+                return 0;
+            }
         }
 
-        const std::size_t at = FreeSlot(home);
         const bool reused = m_tags[at] == kDeletedTag;
         if (!reused && (m_used >= m_tableSize / 2 || m_slots == nullptr))
             return InsertAfterRebuild(key, std::forward<VALUES>(value)...);
@@ -287,19 +295,23 @@ private:
 
     /// The rest of a search, after the first three slots.
     template <class K>
-    SLOT* FindFurther(const K& key, unsigned char tag, std::size_t home) const
+    SLOT* FindFurther(const K& key, unsigned char tag, std::size_t home, std::size_t* vacant) const
     {
         std::size_t at = Fourth(home);
         for (std::size_t step = kFourthStep; m_tags[at] != kEmptyTag; step += 2)
         {
             if (m_tags[at] == tag && METHODS::Compare(m_slots[at].m_key, key))
                 return m_slots + at;
+            if (m_tags[at] == kDeletedTag && vacant != nullptr)
+                *std::exchange(vacant, nullptr) = at;
             at = Wrap(at + step);
         }
+        if (vacant != nullptr)
+            *vacant = at;
         return nullptr;
     }
 
-    /// The slot for a key that is not there: the first one of its search that is deleted, else the empty one at its end.
+    /// The slot for a key that is known not to be there.
     std::size_t FreeSlot(std::size_t home) const noexcept
     {
         const TagWord word(m_tags + home);
