@@ -1,13 +1,12 @@
 #pragma once
 
 #include "containers/CHashMethods.h"
-#include "containers/HashSlot.h"
+#include "containers/HashSizes.h"
+#include "containers/HashSlots.h"
 #include "containers/HashTags.h"
 
-#include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 #include <memory>
 #include <new>
 #include <tuple>
@@ -30,23 +29,6 @@
 
 namespace tev
 {
-inline constexpr unsigned kDefaultHashSize = 23;
-
-// Sizes of tables; 0 where the size would need more than 32 bits.
-
-/// For a constructor's request, which names a size.
-TEVTOOLS_API unsigned HashSizeForRequest(unsigned request) noexcept;
-/// With room for that many entries.
-TEVTOOLS_API unsigned HashSizeForEntries(unsigned count) noexcept;
-/// The smallest for that many entries.
-TEVTOOLS_API unsigned HashSizeMinimal(unsigned count) noexcept;
-/// After a table of that size has become full: larger, or fit for the live entries when most were deleted.
-TEVTOOLS_API unsigned HashSizeRebuilt(unsigned size, unsigned used, unsigned count) noexcept;
-
-/// Memory for the slots of a table and, behind them, a byte for each and kTagPadding; null when it cannot be had.
-TEVTOOLS_API void* AllocateHashSlots(unsigned size, std::size_t slotBytes, std::size_t alignment) noexcept;
-TEVTOOLS_API void FreeHashSlots(void* block, unsigned size, std::size_t slotBytes, std::size_t alignment) noexcept;
-
 /// What lookups take: the methods' own type where they name one, else the key as the map passes it.
 template <class METHODS, class ARG_KEY, class = void>
 struct LookupKeyOf
@@ -62,32 +44,15 @@ struct LookupKeyOf<METHODS, ARG_KEY, std::void_t<typename METHODS::LookupKey>>
 
 /// The operations that need no value. See CHashMap.
 template <class SLOT, class ARG_KEY, class METHODS>
-class HashTableBase
+class HashTableBase : public HashSlots<SLOT>
 {
+    using Slots = HashSlots<SLOT>;
+
 public:
     using Key = typename SLOT::Key;
     using LookupKey = typename LookupKeyOf<METHODS, ARG_KEY>::Type;
 
-    /// The position behind the last entry.
-    static constexpr unsigned kNoPosition = 0xFFFFFFFF;
-
-    virtual ~HashTableBase() { Release(); }
-
-    bool IsEmpty() const noexcept { return m_count == 0; }
-    unsigned int GetCount() const noexcept { return m_count; }
-    /// The number of slots.
-    unsigned int GetHashTableSize() const noexcept { return m_tableSize; }
     bool IsFound(LookupKey key) const { return FindSlot(key) != nullptr; }
-
-    /// The position of the first entry, kNoPosition (0xFFFFFFFF) when there is none.
-    unsigned int GetFirst() const noexcept { return NextOccupied(0); }
-    /// Adds every key, in the order of the slots, to an array and returns how many there were.
-    template <class ARRAY>
-    unsigned int CopyTo(ARRAY& keys) const
-    {
-        ForEach([&keys](const SLOT& slot) { keys.Add(slot.m_key); });
-        return m_count;
-    }
 
     /// Removes an entry; 1 when there was one, else 0. Its slot stays deleted, and searches pass over it, until the next
     /// rebuild; with `rehash` that is done at once when it is due and more than 23 entries are left.
@@ -100,19 +65,6 @@ public:
         if (rehash && m_count > kDefaultHashSize)
             RebuildIfFull();
         return 1;
-    }
-
-    /// Removes every entry and keeps the slots.
-    void Clear() noexcept
-    {
-        if (m_used == 0)
-            return;
-        DestroyEntries();
-        for (std::size_t at = 0; at < m_tableSize; ++at)
-            m_slots[at].m_state = kSlotEmpty;
-        std::memset(m_tags, kEmptyTag, m_tableSize + kTagPadding);
-        m_used = 0;
-        m_count = 0;
     }
 
     /// Removes every entry and starts again with 23 slots.
@@ -137,28 +89,15 @@ public:
     }
 
 protected:
-    explicit HashTableBase(unsigned request)
+    explicit HashTableBase(unsigned request) : Slots(NoSlots())
     {
         const unsigned size = HashSizeForRequest(request);
         Restart(size == 0 ? kDefaultHashSize : size);
     }
-    HashTableBase(const HashTableBase& other) : HashTableBase(NoSlots()) { CopySlots(other); }
-    HashTableBase(HashTableBase&& other) noexcept : HashTableBase(NoSlots()) { Swap(other); }
-    HashTableBase& operator=(const HashTableBase& other)
-    {
-        if (this != &other)
-        {
-            HashTableBase copy(other);
-            Swap(copy);
-        }
-        return *this;
-    }
-    HashTableBase& operator=(HashTableBase&& other) noexcept
-    {
-        HashTableBase taken(std::move(other));
-        Swap(taken);
-        return *this;
-    }
+    HashTableBase(const HashTableBase&) = default;
+    HashTableBase(HashTableBase&&) noexcept = default;
+    HashTableBase& operator=(const HashTableBase&) = default;
+    HashTableBase& operator=(HashTableBase&&) noexcept = default;
 
     template <class K>
     SLOT* FindSlot(const K& key) const
@@ -226,50 +165,23 @@ protected:
         });
     }
 
-    /// The slot at a position, which moves on to the next entry; null where no entry stands (any more).
-    SLOT* TakePosition(unsigned& position) const noexcept
-    {
-        const std::size_t at = position;
-        position = NextOccupied(at + 1);
-        return m_slots != nullptr && at < m_tableSize && m_tags[at] >= kOccupiedTag ? m_slots + at : nullptr;
-    }
-
-    /// Position of the first entry at `from` or behind it.
-    unsigned NextOccupied(std::size_t from) const noexcept
-    {
-        const std::size_t end = m_slots == nullptr ? 0 : m_tableSize;
-        for (; from < end; from += 8)
-        {
-            const std::uint64_t occupied = TagWord(m_tags + from).Occupied();
-            if (occupied == 0)
-                continue;
-            const std::size_t at = from + TagWord::First(occupied);
-            return at < end ? static_cast<unsigned>(at) : kNoPosition;
-        }
-        return kNoPosition;
-    }
-
-    /// Calls a function with each occupied slot, in order. It may remove that one.
-    template <class FUNCTION>
-    void ForEach(FUNCTION function) const
-    {
-        const std::size_t end = m_slots == nullptr ? 0 : m_tableSize;
-        for (std::size_t from = 0; from < end; from += 8)
-        {
-            for (std::uint64_t occupied = TagWord(m_tags + from).Occupied(); occupied != 0; occupied &= occupied - 1)
-            {
-                // The last word may reach into the repeated tags.
-                const std::size_t at = from + TagWord::First(occupied);
-                if (at < end)
-                    function(m_slots[at]);
-            }
-        }
-    }
-
 private:
-    struct NoSlots
-    {
-    };
+    using typename Slots::NoSlots;
+    using Slots::Allocate;
+    using Slots::Home;
+    using Slots::m_count;
+    using Slots::m_requestedSize;
+    using Slots::m_slots;
+    using Slots::m_tableSize;
+    using Slots::m_tags;
+    using Slots::m_used;
+    using Slots::Occupy;
+    using Slots::RemoveSlot;
+    using Slots::Restart;
+    using Slots::SetTag;
+    using Slots::Swap;
+    using Slots::Wrap;
+
     /// An entry on its way into a new table.
     struct Arrival
     {
@@ -280,18 +192,9 @@ private:
 
     static constexpr std::size_t kNearBytes = std::size_t(1) << 18;
 
-    explicit HashTableBase(NoSlots) noexcept {}
+    explicit HashTableBase(NoSlots none) noexcept : Slots(none) {}
 
     static unsigned char TagOf(unsigned hash) noexcept { return static_cast<unsigned char>(hash | kOccupiedTag); }
-    std::size_t Home(unsigned hash) const noexcept { return Remainder(hash, m_tableSize, m_reciprocal); }
-    std::size_t Wrap(std::size_t at) const noexcept { return at >= m_tableSize ? at - m_tableSize : at; }
-
-    void SetTag(std::size_t at, unsigned char tag) noexcept
-    {
-        m_tags[at] = tag;
-        for (at += m_tableSize; at < m_tableSize + kTagPadding; at += m_tableSize)
-            m_tags[at] = tag;
-    }
 
     /// The rest of a search, after the first three slots.
     template <class K>
@@ -328,22 +231,6 @@ private:
     std::size_t Fourth(std::size_t home) const noexcept
     {
         return m_tableSize > kFourthProbe ? Wrap(home + kFourthProbe) : (home + kFourthProbe) % m_tableSize;
-    }
-
-    void Occupy(std::size_t at, unsigned char tag, bool reused) noexcept
-    {
-        m_slots[at].m_state = kSlotOccupied;
-        SetTag(at, tag);
-        ++m_count;
-        m_used += reused ? 0 : 1;
-    }
-
-    void RemoveSlot(std::size_t at) noexcept
-    {
-        m_slots[at].Destroy();
-        m_slots[at].m_state = kSlotDeleted;
-        SetTag(at, kDeletedTag);
-        --m_count;
     }
 
     /// Where an earlier rebuild found no memory, the table is as full as searches allow: one more slot is used only after a
@@ -439,93 +326,5 @@ private:
             m_slots[at].CreateCopy(*arrival.m_slot);
         Occupy(at, arrival.m_tag, false);
     }
-
-    /// Drops everything, then makes empty slots. False, and no slots, without memory.
-    bool Restart(unsigned size) noexcept
-    {
-        Release();
-        m_requestedSize = size;
-        return Allocate(size);
-    }
-
-    /// For a table without slots.
-    bool Allocate(unsigned size) noexcept
-    {
-        m_tableSize = size;
-        m_used = 0;
-        m_count = 0;
-        void* block = AllocateHashSlots(size, sizeof(SLOT), alignof(SLOT));
-        if (block == nullptr)
-            return false;
-        m_slots = static_cast<SLOT*>(block);
-        for (std::size_t at = 0; at < size; ++at)
-            ::new (static_cast<void*>(m_slots + at)) SLOT;
-        m_tags = static_cast<unsigned char*>(block) + size * sizeof(SLOT);
-        std::memset(m_tags, kEmptyTag, std::size_t(size) + kTagPadding);
-        m_reciprocal = ReciprocalOf(size);
-        return true;
-    }
-
-    void Release() noexcept
-    {
-        if (m_slots == nullptr)
-            return;
-        DestroyEntries();
-        FreeHashSlots(m_slots, m_tableSize, sizeof(SLOT), alignof(SLOT));
-        m_slots = nullptr;
-        m_tags = const_cast<unsigned char*>(kNoTags);
-        m_reciprocal = 0;
-        m_used = 0;
-        m_count = 0;
-    }
-
-    void DestroyEntries() noexcept
-    {
-        if constexpr (!SLOT::kPlain)
-        {
-            if (m_count != 0)
-                ForEach([](SLOT& slot) { slot.Destroy(); });
-        }
-    }
-
-    /// Into a table without slots.
-    void CopySlots(const HashTableBase& other)
-    {
-        m_requestedSize = other.m_requestedSize;
-        m_tableSize = other.m_tableSize;
-        if (other.m_slots == nullptr || !Allocate(other.m_tableSize))
-            return;
-        for (std::size_t at = 0; at < m_tableSize; ++at)
-        {
-            const unsigned char tag = other.m_tags[at];
-            if (tag >= kOccupiedTag)
-            {
-                m_slots[at].CreateCopy(other.m_slots[at]);
-                ++m_count;
-            }
-            m_slots[at].m_state = other.m_slots[at].m_state;
-            SetTag(at, tag);
-        }
-        m_used = other.m_used;
-    }
-
-    void Swap(HashTableBase& other) noexcept
-    {
-        std::swap(m_requestedSize, other.m_requestedSize);
-        std::swap(m_tableSize, other.m_tableSize);
-        std::swap(m_used, other.m_used);
-        std::swap(m_count, other.m_count);
-        std::swap(m_slots, other.m_slots);
-        std::swap(m_tags, other.m_tags);
-        std::swap(m_reciprocal, other.m_reciprocal);
-    }
-
-    unsigned m_requestedSize = kDefaultHashSize;
-    unsigned m_tableSize = kDefaultHashSize;
-    unsigned m_used = 0;
-    unsigned m_count = 0;
-    SLOT* m_slots = nullptr;
-    unsigned char* m_tags = const_cast<unsigned char*>(kNoTags);
-    std::uint64_t m_reciprocal = 0;
 };
 } // namespace tev

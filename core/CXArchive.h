@@ -28,7 +28,8 @@ struct ReleaseArchiveReferences
 constexpr unsigned xArchiveStore = 0;
 constexpr unsigned xArchiveLoad = 1;
 constexpr unsigned xArchiveNoFlushOnDelete = 2; ///< the destructor does not flush
-/// For loading what strangers made: every reference is checked for the kind of what it refers to, and budgets hold.
+/// For loading what strangers made: every reference is checked for the kind of what it refers to, classes that are not
+/// serializable are refused, and budgets hold.
 constexpr unsigned xArchiveStrict = 4;
 
 /// The library's binary stream: scalars, counts, text and whole objects with their classes, in the byte format that
@@ -119,6 +120,10 @@ public:
     CXArchive& operator<<(unsigned long) = delete;
     CXArchive& operator>>(long&) = delete;
     CXArchive& operator>>(unsigned long&) = delete;
+    // These would go as an int.
+    CXArchive& operator<<(signed char) = delete;
+    CXArchive& operator<<(char16_t) = delete;
+    CXArchive& operator<<(char32_t) = delete;
     // A pointer that is no object's would go as a bool.
     CXArchive& operator<<(const void*) = delete;
 

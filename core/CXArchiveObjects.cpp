@@ -197,6 +197,8 @@ const CXRuntimeClass* CXArchive::ReadNewClass()
     const CXRuntimeClass* type = CXRuntimeClass::Load(*this, m_objectSchema);
     if (type == nullptr)
         Fail(archiveBadClass);
+    if ((m_mode & xArchiveStrict) != 0 && !type->IsSerializable())
+        Fail(archiveGeneric);
     if ((type->m_schema & kSchemaNumber) != m_objectSchema && (type->m_schema & xSchemaVersionable) == 0)
         Fail(archiveBadSchema);
     EnterLoaded({type, ArchiveReference::Kind::kClass, m_objectSchema});

@@ -13,6 +13,8 @@
 #include <memory>
 #include <random>
 #include <string>
+#include <type_traits>
+#include <utility>
 #include <vector>
 
 namespace
@@ -192,6 +194,13 @@ void DeleteCreated(CXArchive& archive)
     for (CXObject* object : archive.GetCreatedObjects())
         delete object;
 }
+
+template <class T, class = void>
+constexpr bool kIsStored = false;
+template <class T>
+constexpr bool kIsStored<T, std::void_t<decltype(std::declval<CXArchive&>() << std::declval<T>())>> = true;
+static_assert(kIsStored<char> && !kIsStored<signed char> && !kIsStored<char16_t> && !kIsStored<long> &&
+              !kIsStored<const Bytes*>);
 
 TEST(CXArchiveTest, ScalarsStandLittleEndian)
 {
@@ -884,6 +893,12 @@ TEST(CXArchiveObjectTest, ReferencesAreChecked)
                                  archive.ReadClass(Transient::GetThisRuntimeClassDescriptor(), nullptr, nullptr);
                              }),
               archiveGeneric);
+    // What may not be stored is created by a lenient reader all the same.
+    const Bytes transient = {0xFF, 0xFF, 1, 0, 9, 0, 'T', 'r', 'a', 'n', 's', 'i', 'e', 'n', 't'};
+    const auto release = [](CXArchive& archive) { delete archive.ReadObject(nullptr); };
+    EXPECT_EQ(CauseOfReading(transient, release), -1);
+    Stream strict(kWays[0], xArchiveLoad | xArchiveStrict, transient);
+    EXPECT_EQ(CauseOf([&] { release(*strict); }), archiveGeneric);
     // A class of schema 1 is told from an object even by a lenient reader.
     Stream stream(kWays[0], xArchiveLoad, kNewLeaf + kNoLinks + kNoLinks + Bytes{1, 0});
     const std::unique_ptr<CXObject> first(stream->ReadObject(nullptr));

@@ -1,6 +1,4 @@
-#include "containers/HashTableBase.h"
-
-#include "core/MemoryBlock.h"
+#include "containers/HashSizes.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -39,11 +37,6 @@ constexpr float kMostlyDeleted = 0.65F;
 
 // The tables that are multiplied by 4 instead of 2 when they grow.
 constexpr unsigned kSmallTable = 251;
-// The slots and a byte for each, with some to spare.
-std::size_t HashBlockBytes(unsigned size, std::size_t slotBytes) noexcept
-{
-    return size * (slotBytes + 1) + kTagPadding;
-}
 } // namespace
 
 unsigned HashSizeForRequest(unsigned request) noexcept
@@ -73,17 +66,5 @@ unsigned HashSizeRebuilt(unsigned size, unsigned used, unsigned count) noexcept
     // The share is below one and the table below 2^32, so the quotient fits well into 64 bits.
     const float wanted = static_cast<float>(2 * std::uint64_t(count) + 2) / kMostlyDeleted;
     return NextPrime(std::max<std::uint64_t>(static_cast<std::uint64_t>(wanted), kDefaultHashSize) | 1);
-}
-
-void* AllocateHashSlots(unsigned size, std::size_t slotBytes, std::size_t alignment) noexcept
-{
-    if (slotBytes > (PTRDIFF_MAX - kTagPadding) / size - 1)
-        return nullptr;
-    return AllocateBlock(HashBlockBytes(size, slotBytes), alignment);
-}
-
-void FreeHashSlots(void* block, unsigned size, std::size_t slotBytes, std::size_t alignment) noexcept
-{
-    FreeBlock(block, HashBlockBytes(size, slotBytes), alignment);
 }
 } // namespace tev
