@@ -5,6 +5,7 @@
 #include "containers/CXArray.h"
 #include "tests/support/HashTableModel.h"
 #include "tests/support/PrintText.h"
+#include "tests/support/Sanitized.h"
 #include "tests/support/Tracked.h"
 
 #include <gtest/gtest.h>
@@ -450,14 +451,6 @@ TEST(CHashMap, SizesBeyond32BitsAreRefused)
     EXPECT_EQ(tev::HashSizeRebuilt(4294967291U, 2147483645, 1), 23U);
 }
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kMemoryCanBeLimited = false;
-#elif defined(__has_feature)
-constexpr bool kMemoryCanBeLimited = !(__has_feature(address_sanitizer) || __has_feature(thread_sanitizer));
-#else
-constexpr bool kMemoryCanBeLimited = true;
-#endif
-
 struct Block
 {
     char m_bytes[1 << 20];
@@ -490,7 +483,7 @@ void FillUntilRefused()
 
 TEST(CHashMap, ATableThatCannotGrowKeepsItsEntries)
 {
-    if (!kMemoryCanBeLimited)
+    if (tev::test::kIsSanitized)
         GTEST_SKIP() << "a sanitizer's own memory does not fit under a limit";
     testing::FLAGS_gtest_death_test_style = "threadsafe";
     EXPECT_EXIT(FillUntilRefused(), testing::ExitedWithCode(0), "");

@@ -3,8 +3,10 @@
 #include "core/CXFileException.h"
 #include "tests/support/FailingFileSystem.h"
 #include "tests/support/FileFailure.h"
+#include "tests/support/Sanitized.h"
 #include "tests/support/TempFolder.h"
 #include "tests/support/TextFileModel.h"
+#include "tests/support/TextTools.h"
 
 #include <gtest/gtest.h>
 
@@ -14,8 +16,11 @@
 
 namespace
 {
+using tev::test::AnsiCodePage;
+using tev::test::CodePage;
 using tev::test::TempFolder;
 using tev::test::Thrown;
+using tev::test::ToStd;
 using namespace std::string_literals;
 
 constexpr unsigned kText = CXFile::modeRead | CXFile::shareDenyNone | CXFile::typeText;
@@ -25,46 +30,16 @@ constexpr unsigned kUtf16 = CStdioFileEx::kWriteUtf16;
 constexpr unsigned kNew = CXFile::modeReadWrite | CXFile::modeCreate | CXFile::shareDenyNone | CXFile::typeText;
 constexpr unsigned kKeep = kNew | CXFile::modeNoTruncate;
 
-// Memory and time are many times larger under the sanitizers.
-#if defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#define TEVTOOLS_SANITIZED
-#endif
-#endif
-#if defined(TEVTOOLS_SANITIZED) || defined(__SANITIZE_ADDRESS__)
-constexpr int kLongLine = 3'000'000;
-#else
-constexpr int kLongLine = 100'000'000;
-#endif
+constexpr int kLongLine = tev::test::kIsSanitized ? 3'000'000 : 100'000'000;
 
 using Lines = std::vector<std::wstring>;
-
-class AnsiCodePage
-{
-public:
-    explicit AnsiCodePage(unsigned codePage) : m_before(XGetAnsiCodePage()) { XSetAnsiCodePage(codePage); }
-    ~AnsiCodePage() { XSetAnsiCodePage(m_before); }
-
-private:
-    unsigned m_before;
-};
-
-constexpr xStringEncoding CodePage(unsigned number)
-{
-    return static_cast<xStringEncoding>(number);
-}
-
-std::wstring Text(const CXTString<wchar_t>& text)
-{
-    return std::wstring(text.GetConstBuffer(), text.GetLength64());
-}
 
 Lines ReadLines(CStdioFileEx& file)
 {
     Lines lines;
     CXTString<wchar_t> line(L"to be replaced");
     while (file.ReadString(line))
-        lines.push_back(Text(line));
+        lines.push_back(ToStd(line));
     EXPECT_TRUE(line.IsEmpty());
     EXPECT_FALSE(file.ReadString(line));
     return lines;
@@ -270,7 +245,7 @@ TEST(CStdioFileEx, ReadsAsASlowModelDoesAtEveryPosition)
         for (std::size_t i = 0; i < model.lines.size(); ++i)
         {
             ASSERT_TRUE(file.ReadString(line)) << i;
-            ASSERT_EQ(Text(line), model.lines[i].text) << i;
+            ASSERT_EQ(ToStd(line), model.lines[i].text) << i;
             ASSERT_EQ(file.GetPosition(), model.lines[i].next) << i;
             if (below(50) == 0)
             {
@@ -289,7 +264,7 @@ TEST(CStdioFileEx, ReadsAsASlowModelDoesAtEveryPosition)
         {
             file.Seek(static_cast<__int64>(model.lines[i - 1].next), CXFile::begin);
             ASSERT_TRUE(file.ReadString(line));
-            ASSERT_EQ(Text(line), model.lines[i].text);
+            ASSERT_EQ(ToStd(line), model.lines[i].text);
             ASSERT_EQ(file.SkipLines(2, CXFile::current), std::min<std::size_t>(2, model.lines.size() - 1 - i));
             ASSERT_EQ(file.SkipLines(static_cast<unsigned>(i), CXFile::begin), i);
             ASSERT_EQ(file.GetPosition(), model.lines[i - 1].next);
@@ -322,7 +297,7 @@ TEST(CStdioFileEx, ReadsLinesOfAnyLength)
         const wchar_t* characters = line;
         EXPECT_EQ(std::count(characters, characters + kLongLine, L'x'), kLongLine);
         EXPECT_TRUE(file.ReadString(line));
-        EXPECT_EQ(Text(line), L"x");
+        EXPECT_EQ(ToStd(line), L"x");
         EXPECT_FALSE(file.ReadString(line));
     }
 }
@@ -501,8 +476,8 @@ TEST(CStdioFileEx, OpenTellsWhyItFailed)
             CXFileException error;
             EXPECT_FALSE(file.Open(c.path.c_str(), mode, &error));
             EXPECT_EQ(error.GetCause(), c.cause);
-            EXPECT_EQ(Text(error.GetFileName()), c.path);
-            EXPECT_EQ(Text(file.GetFilePath()), c.path);
+            EXPECT_EQ(ToStd(error.GetFileName()), c.path);
+            EXPECT_EQ(ToStd(file.GetFilePath()), c.path);
             EXPECT_FALSE(file.HasBom());
             CXTString<wchar_t> line;
             EXPECT_FALSE(file.ReadString(line));
@@ -537,7 +512,7 @@ TEST(CStdioFileEx, AFailureWhileReadingLeavesTheLineEmpty)
         if (file.Open(path.c_str(), kText, &error))
             thrown = Thrown([&] {
                 while (file.ReadString(line))
-                    lines.push_back(Text(line));
+                    lines.push_back(ToStd(line));
             });
         if (thrown == tev::test::kNothingThrown)
         {

@@ -3,7 +3,9 @@
 #include "core/CXFileException.h"
 #include "core/CXMemFile.h"
 #include "core/ThreadException.h"
+#include "tests/support/FileFailure.h"
 #include "tests/support/PrintText.h"
+#include "tests/support/TextTools.h"
 
 #include <gtest/gtest.h>
 
@@ -13,6 +15,7 @@
 #include <memory>
 #include <random>
 #include <string>
+#include <tuple>
 #include <type_traits>
 #include <utility>
 #include <vector>
@@ -87,30 +90,11 @@ Bytes Stored(const std::function<void(CXArchive&)>& write, const Way& way = kWay
     return stream.Finish();
 }
 
-// Cause of what the call throws; -1 when it throws nothing, -2 and -3 for the two other classes.
-int CauseOf(const std::function<void()>& call)
+// Cause of what the call throws; -1 when it throws nothing, -2 for an invalid argument, -3 for a lack of memory.
+template <class Call>
+int CauseOf(const Call& call)
 {
-    try
-    {
-        call();
-    }
-    catch (CXArchiveException* exception)
-    {
-        const int cause = static_cast<int>(exception->GetCause());
-        exception->Delete();
-        return cause;
-    }
-    catch (CXInvalidArgException* exception)
-    {
-        exception->Delete();
-        return -2;
-    }
-    catch (CXMemoryException* exception)
-    {
-        exception->Delete();
-        return -3;
-    }
-    return -1;
+    return tev::test::Thrown<CXArchiveException>(call);
 }
 
 int CauseOfReading(const Bytes& bytes, const std::function<void(CXArchive&)>& read, unsigned mode = xArchiveLoad)
@@ -207,35 +191,20 @@ TEST(CXArchiveTest, ScalarsStandLittleEndian)
     const Bytes expected = {1,    'x',  0xFE, 0xFE, 0xFF, 0x34, 0x12, 0xAC, 0x20, 0xFE, 0xFF, 0xFF, 0xFF, 0x78, 0x56,
                             0x34, 0x12, 0xFE, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xEF, 0xCD, 0xAB, 0x89, 0x67,
                             0x45, 0x23, 0x01, 0x00, 0x00, 0xC0, 0x3F, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x04, 0xC0};
+    const std::tuple<bool, char, unsigned char, short, unsigned short, wchar_t, int, unsigned, __int64,
+                     unsigned __int64, float, double>
+        values = {true, 'x', 0xFE, -2, 0x1234, L'\u20AC', -2, 0x12345678, -2, 0x0123456789ABCDEF, 1.5f, -2.5};
+    const auto store = [&](CXArchive& archive) { std::apply([&](auto... each) { (archive << ... << each); }, values); };
     for (const Way& way : kWays)
     {
-        const Bytes bytes = Stored(
-            [](CXArchive& archive) {
-                archive << true << 'x' << static_cast<unsigned char>(0xFE) << static_cast<short>(-2)
-                        << static_cast<unsigned short>(0x1234) << L'\u20AC' << -2 << 0x12345678u
-                        << static_cast<__int64>(-2) << 0x0123456789ABCDEFull << 1.5f << -2.5;
-            },
-            way);
-        ASSERT_EQ(bytes, expected);
-
-        Stream stream(way, xArchiveLoad, bytes);
-        bool flag = false;
-        char c;
-        unsigned char b;
-        short s;
-        unsigned short us;
-        wchar_t w;
-        int i;
-        unsigned u;
-        __int64 l;
-        unsigned __int64 ul;
-        float f;
-        double d;
-        *stream >> flag >> c >> b >> s >> us >> w >> i >> u >> l >> ul >> f >> d;
-        EXPECT_FALSE(flag) << "a bool that is read must leave the variable alone";
-        EXPECT_TRUE(c == 'x' && b == 0xFE && s == -2 && us == 0x1234 && w == L'\u20AC' && i == -2 && u == 0x12345678u);
-        EXPECT_TRUE(l == -2 && ul == 0x0123456789ABCDEFull && f == 1.5f && d == -2.5);
-        EXPECT_EQ(CauseOf([&] { *stream >> c; }), archiveEndOfFile);
+        ASSERT_EQ(Stored(store, way), expected);
+        Stream stream(way, xArchiveLoad, expected);
+        std::decay_t<decltype(values)> loaded;
+        std::apply([&](auto&... each) { (*stream >> ... >> each); }, loaded);
+        EXPECT_FALSE(std::get<bool>(loaded)) << "a bool that is read must leave the variable alone";
+        std::get<bool>(loaded) = true;
+        EXPECT_EQ(loaded, values);
+        EXPECT_EQ(CauseOf([&] { *stream >> std::get<char>(loaded); }), archiveEndOfFile);
     }
     EXPECT_EQ(CauseOf([] { Stored([](CXArchive& archive) { archive << L'\U0001F600'; }); }),
               sizeof(wchar_t) > 2 ? -2 : -1);
@@ -322,13 +291,11 @@ TEST(CXArchiveTest, TextIsStoredUntaggedOrAsUnits)
 
 TEST(CXArchiveTest, UntaggedTextIsInTheAnsiCodePage)
 {
-    const unsigned before = XGetAnsiCodePage();
-    XSetAnsiCodePage(1252);
+    const tev::test::AnsiCodePage western(1252);
     CXTString<wchar_t> wide;
     *Stream(kWays[0], xArchiveLoad, {1, 0x80}) >> wide;
     CXTString<char> narrow;
     *Stream(kWays[0], xArchiveLoad, {0xFF, 0xFE, 0xFF, 2, 0xAC, 0x20, 0x05, 0x04}) >> narrow;
-    XSetAnsiCodePage(before);
     EXPECT_EQ(wide, L"\u20AC");
     EXPECT_EQ(narrow, "\x80?");
 }
@@ -557,19 +524,7 @@ TEST(CXArchiveTest, OnlyCloseTellsWhatCouldNotBeWritten)
         CXArchive archive(&file, xArchiveStore);
         archive << 1;
         file.m_broken = true;
-        EXPECT_THROW(
-            {
-                try
-                {
-                    archive.Close();
-                }
-                catch (CXFileException* exception)
-                {
-                    exception->Delete();
-                    throw 0;
-                }
-            },
-            int);
+        EXPECT_EQ(tev::test::Thrown([&] { archive.Close(); }), fileHardIO);
         EXPECT_EQ(archive.GetFile(), &file);
     } // and the destructor, which tries once more, lets nothing out
     EXPECT_EQ(XTakeThreadException(), nullptr);

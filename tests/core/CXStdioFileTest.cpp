@@ -4,6 +4,7 @@
 #include "tests/support/FailingFileSystem.h"
 #include "tests/support/FileFailure.h"
 #include "tests/support/TempFolder.h"
+#include "tests/support/TextTools.h"
 
 #include <gtest/gtest.h>
 
@@ -16,20 +17,11 @@ namespace
 using tev::test::FailingFileSystem;
 using tev::test::TempFolder;
 using tev::test::Thrown;
+using tev::test::ToStd;
 using namespace std::string_literals;
 
 constexpr unsigned kReadWrite = CXFile::modeReadWrite | CXFile::modeCreate | CXFile::shareDenyNone;
 constexpr unsigned __int64 kFailed = ~0ull;
-
-std::string Text(const CXTString<char>& text)
-{
-    return std::string(text.GetConstBuffer(), text.GetLength64());
-}
-
-std::wstring Text(const CXTString<wchar_t>& text)
-{
-    return std::wstring(text.GetConstBuffer(), text.GetLength64());
-}
 
 template <class T>
 std::vector<std::basic_string<T>> ReadLines(CXStdioFile& file)
@@ -37,7 +29,7 @@ std::vector<std::basic_string<T>> ReadLines(CXStdioFile& file)
     std::vector<std::basic_string<T>> lines;
     CXTString<T> line("to be replaced");
     while (file.ReadString(line))
-        lines.push_back(Text(line));
+        lines.push_back(ToStd(line));
     EXPECT_TRUE(line.IsEmpty());
     return lines;
 }
@@ -178,7 +170,7 @@ TEST(CXStdioFile, BehavesLikeAStringOfBytesInEveryMixtureOfOperations)
                 CXTString<char> line;
                 const bool more = position < bytes.size();
                 ASSERT_EQ(file.ReadString(line), more);
-                ASSERT_EQ(Text(line), more ? LineAt(bytes, position) : "");
+                ASSERT_EQ(ToStd(line), more ? LineAt(bytes, position) : "");
                 break;
             }
             case 6: {
@@ -289,7 +281,7 @@ TEST(CXStdioFile, AFailureWhileReadingLeavesTheLineEmpty)
         disk.FailAt(operation, EIO);
         const int thrown = Thrown([&] {
             while (file.ReadString(line))
-                read += Text(line);
+                read += ToStd(line);
         });
         disk.FailAt(0, 0);
         EXPECT_TRUE(line.IsEmpty());

@@ -1,5 +1,6 @@
 #include "core/CXTString.h"
 #include "core/TextFormat.h"
+#include "tests/support/TextTools.h"
 #include "ui/Language.h"
 
 #include <algorithm>
@@ -17,18 +18,10 @@
 
 namespace
 {
-template <class T>
-std::basic_string<T> Widen(const std::string& ascii)
-{
-    return std::basic_string<T>(ascii.begin(), ascii.end());
-}
-
-template <class T>
-std::basic_string<T> Contents(const CXTString<T>& text)
-{
-    EXPECT_EQ(text.GetConstBuffer()[text.GetLength()], T(0));
-    return std::basic_string<T>(text.GetConstBuffer(), static_cast<size_t>(text.GetLength()));
-}
+using tev::test::AnsiCodePage;
+using tev::test::ExactBlock;
+using tev::test::ToStd;
+using tev::test::Widen;
 
 // The text that a format gives; it starts from a text that must not be left over.
 template <class T, class... Values>
@@ -36,7 +29,7 @@ std::basic_string<T> Formatted(const T* format, Values... values)
 {
     CXTString<T> text(Widen<T>("left over").c_str());
     text.Format(format, values...);
-    return Contents(text);
+    return ToStd(text);
 }
 
 template <class... Values>
@@ -60,27 +53,6 @@ void ExpectFieldsAsCLibrary(const std::vector<const char*>& fields, const std::v
         for (const char* letter : letters)
             ExpectAsCLibrary("<%" + field + letter + ">", values...);
     }
-}
-
-class CodePage
-{
-public:
-    explicit CodePage(unsigned codePage) : m_before(XGetAnsiCodePage()) { XSetAnsiCodePage(codePage); }
-    CodePage(const CodePage&) = delete;
-    CodePage& operator=(const CodePage&) = delete;
-    ~CodePage() { XSetAnsiCodePage(m_before); }
-
-private:
-    unsigned m_before;
-};
-
-// Exactly these characters in a block of their own, without a terminator: an address sanitizer sees what reads on.
-template <class T>
-std::unique_ptr<T[]> Unterminated(const std::basic_string<T>& text)
-{
-    std::unique_ptr<T[]> block(new T[text.size()]);
-    std::copy(text.begin(), text.end(), block.get());
-    return block;
 }
 
 template <class T>
@@ -195,12 +167,12 @@ TEST(FormatWidthTest, TextOfTheOtherWidthPassesThroughTheAnsiCodePage)
     EXPECT_EQ(Formatted(L"%3S|%-3S|", "\xE2\x82\xAC", "\xC3\xA9"), L"  \u20ac|\u00e9  |");
     EXPECT_EQ(Formatted(L"%S|%hc", "a\xFFz", '\xFF'), L"a\uFFFDz|\uFFFD");
     {
-        const CodePage western(1252);
+        const AnsiCodePage western(1252);
         EXPECT_EQ(Formatted("%S|%C", L"h\u00e9\u20ac\u4e00", wint_t(0x20AC)), "h\xE9\x80?|\x80");
         EXPECT_EQ(Formatted(L"%S|%hc", "h\xE9\x80", '\x80'), L"h\u00e9\u20ac|\u20ac");
     }
     {
-        const CodePage unknown(64999);
+        const AnsiCodePage unknown(64999);
         EXPECT_EQ(Formatted("%S", L"\u00e9"), "");
         EXPECT_EQ(Formatted(L"%.3S", "\xE9\xE9\xE9"), L"");
     }
@@ -209,7 +181,7 @@ TEST(FormatWidthTest, TextOfTheOtherWidthPassesThroughTheAnsiCodePage)
 TEST(FormatWidthTest, PrecisionSplitsNoCharacterAndReadsNoFurther)
 {
     const auto narrow = [](int precision, const std::wstring& source) {
-        return Formatted("%.*S", precision, Unterminated(source).get());
+        return Formatted("%.*S", precision, ExactBlock(source).get());
     };
     EXPECT_EQ(narrow(3, L"abc"), "abc");
     EXPECT_EQ(narrow(3, L"\u20ac"), "\xE2\x82\xAC");
@@ -219,7 +191,7 @@ TEST(FormatWidthTest, PrecisionSplitsNoCharacterAndReadsNoFurther)
     EXPECT_EQ(narrow(0, L""), "");
 
     const auto wide = [](int precision, const std::string& source) {
-        return Formatted(L"%.*S", precision, Unterminated(source).get());
+        return Formatted(L"%.*S", precision, ExactBlock(source).get());
     };
     EXPECT_EQ(wide(3, "abc"), L"abc");
     EXPECT_EQ(wide(2, "\xE2\x82\xAC\xC3\xA9"), L"\u20ac\u00e9");
@@ -228,10 +200,10 @@ TEST(FormatWidthTest, PrecisionSplitsNoCharacterAndReadsNoFurther)
     EXPECT_EQ(wide(2, "\x80\x80"), L"\uFFFD\uFFFD");
 
     // Its own width: units.
-    EXPECT_EQ(Formatted("%.4s", Unterminated<char>("\xC3\xA9\xC3\xA9").get()), "\xC3\xA9\xC3\xA9");
-    EXPECT_EQ(Formatted(L"%.2s", Unterminated<wchar_t>(L"\u00e9\u20ac").get()), L"\u00e9\u20ac");
+    EXPECT_EQ(Formatted("%.4s", ExactBlock<char>("\xC3\xA9\xC3\xA9").get()), "\xC3\xA9\xC3\xA9");
+    EXPECT_EQ(Formatted(L"%.2s", ExactBlock<wchar_t>(L"\u00e9\u20ac").get()), L"\u00e9\u20ac");
 
-    const CodePage japanese(932);
+    const AnsiCodePage japanese(932);
     EXPECT_EQ(wide(3, "\x82\xA0z\x82\xA2"), L"\u3042z\u3044");
     EXPECT_EQ(narrow(3, L"\u3042\u3044"), "\x82\xA0");
 }
@@ -284,7 +256,7 @@ TYPED_TEST(FormatTest, FaultsInTheFormatMakeTheTextEmpty)
     {
         CXTString<T> text(Widen<T>("before").c_str());
         text.AppendFormat(Widen<T>(format).c_str(), 1, 2, 3);
-        EXPECT_EQ(Contents(text), Widen<T>("before")) << format;
+        EXPECT_EQ(ToStd(text), Widen<T>("before")) << format;
         text.Format(Widen<T>(format).c_str(), 1, 2, 3);
         EXPECT_TRUE(text.IsEmpty()) << format;
     }
@@ -296,7 +268,7 @@ TYPED_TEST(FormatTest, FaultsInTheFormatMakeTheTextEmpty)
     CXTString<T> kept(Widen<T>("kept").c_str());
     kept.Format(static_cast<const T*>(nullptr));
     kept.AppendFormat(static_cast<const T*>(nullptr));
-    EXPECT_EQ(Contents(kept), Widen<T>("kept"));
+    EXPECT_EQ(ToStd(kept), Widen<T>("kept"));
 }
 
 TYPED_TEST(FormatTest, ArgumentsMayBeTheTextItself)
@@ -307,16 +279,16 @@ TYPED_TEST(FormatTest, ArgumentsMayBeTheTextItself)
         const std::basic_string<T> before(length, T('s'));
         CXTString<T> text(before.c_str());
         text.AppendFormat(Widen<T>("-%s-%s").c_str(), text.GetConstBuffer(), text.GetConstBuffer());
-        EXPECT_EQ(Contents(text), before + T('-') + before + T('-') + before);
+        EXPECT_EQ(ToStd(text), before + T('-') + before + T('-') + before);
         text.Format(Widen<T>("%s+%s").c_str(), text.GetConstBuffer() + length, text.GetConstBuffer() + length);
         const std::basic_string<T> tail = T('-') + before + T('-') + before;
-        EXPECT_EQ(Contents(text), tail + T('+') + tail);
+        EXPECT_EQ(ToStd(text), tail + T('+') + tail);
         text = Widen<T>("%d as a format").c_str();
         text.Format(text, 7);
-        EXPECT_EQ(Contents(text), Widen<T>("7 as a format"));
+        EXPECT_EQ(ToStd(text), Widen<T>("7 as a format"));
         text = Widen<T>("%d").c_str();
         text.AppendFormat(text, 8);
-        EXPECT_EQ(Contents(text), Widen<T>("%d8"));
+        EXPECT_EQ(ToStd(text), Widen<T>("%d8"));
     }
 }
 
@@ -334,7 +306,7 @@ TYPED_TEST(FormatTest, LengthAndCapacityFollowTheRuleAcrossTheFirstBuffer)
         const std::basic_string<T> content(item.length, T('x'));
         CXTString<T> whole;
         whole.Format(Widen<T>("%s").c_str(), content.c_str());
-        EXPECT_EQ(Contents(whole), content);
+        EXPECT_EQ(ToStd(whole), content);
         EXPECT_EQ(static_cast<CXTCharArray<T>&>(whole).m_capacity, item.capacity) << item.length;
         // The same text in pieces, so that the buffer is left between any two of them.
         CXTString<T> pieces;
@@ -342,7 +314,7 @@ TYPED_TEST(FormatTest, LengthAndCapacityFollowTheRuleAcrossTheFirstBuffer)
         if (rest >= 0)
         {
             pieces.Format(Widen<T>("x%.*s%cx").c_str(), rest, content.c_str(), 'x');
-            EXPECT_EQ(Contents(pieces), content);
+            EXPECT_EQ(ToStd(pieces), content);
         }
         whole.Format(Widen<T>("short").c_str());
         EXPECT_EQ(static_cast<CXTCharArray<T>&>(whole).m_capacity, item.capacity) << "never shrinks";
@@ -362,9 +334,9 @@ TYPED_TEST(FormatTest, NulIsACharacterLikeAnyOther)
     const std::basic_string<T> expected = {T('a'), T(0), T('b'), T(0), T(' '), T(0)};
     CXTString<T> text;
     text.Format(Widen<T>("a%cb%lc%2hc").c_str(), 0, 0, 0);
-    EXPECT_EQ(Contents(text), expected);
+    EXPECT_EQ(ToStd(text), expected);
     text.AppendFormat(Widen<T>("%c").c_str(), 0);
-    EXPECT_EQ(Contents(text), expected + T(0));
+    EXPECT_EQ(ToStd(text), expected + T(0));
 }
 
 TEST(FormatOutputTest, TheLongestTextIsRefusedBeforeMemoryIsAskedFor)

@@ -1,4 +1,5 @@
 #include "core/CXTString.h"
+#include "tests/support/TextTools.h"
 
 #include <cerrno>
 #include <climits>
@@ -12,11 +13,7 @@
 
 namespace
 {
-template <class T>
-std::basic_string<T> Widen(const std::string& ascii)
-{
-    return std::basic_string<T>(ascii.begin(), ascii.end());
-}
+using tev::test::Widen;
 
 template <class T, class... Targets>
 int Scan(const std::string& text, const std::string& format, Targets... targets)

@@ -3,6 +3,8 @@
 #include "core/CSwitchLocale.h"
 #include "core/InvalidParameter.h"
 #include "tests/support/PrintText.h"
+#include "tests/support/Sanitized.h"
+#include "tests/support/TextTools.h"
 
 #include <gtest/gtest.h>
 
@@ -15,6 +17,8 @@
 
 namespace
 {
+using tev::test::ToStd;
+
 // Test text is written narrow and ASCII once and widened where the wide instantiation runs.
 template <class T>
 class Text
@@ -26,12 +30,6 @@ public:
 private:
     std::basic_string<T> m_text;
 };
-
-template <class T>
-std::basic_string<T> ToStd(const CXTString<T>& text)
-{
-    return {text.GetConstBuffer(), static_cast<size_t>(text.GetLength64())};
-}
 
 template <class T>
 unsigned __int64 CapacityOf(CXTString<T>& text)
@@ -535,11 +533,8 @@ STRING_TEST(RemovalTrimmingCaseAndOrder)
 
 TEST(CXTStringLargeTest, TextsPastTheReachOfIntDoNotWrap)
 {
-#if defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-    GTEST_SKIP() << "needs 4 GB of address space";
-#endif
-#endif
+    if (tev::test::kIsSanitized)
+        GTEST_SKIP() << "needs 4 GB of address space";
     CXTString<char> text;
     // What lies past the first buffer is fresh memory, which is never written to.
     std::fill_n(text.GetBufferSetLength64(0x80000000ull), 64, 'x');

@@ -1,6 +1,7 @@
 #include "core/CXTString.h"
 #include "core/Utf.h"
 #include "core/XCA2W.h"
+#include "tests/support/TextTools.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -17,61 +18,27 @@ using namespace std::string_literals;
 
 namespace
 {
-xStringEncoding CodePage(unsigned number)
-{
-    return static_cast<xStringEncoding>(number);
-}
+using tev::test::AnsiCodePage;
+using tev::test::CodePage;
+using tev::test::ExactBlock;
+using tev::test::ToStd;
 
 constexpr xStringEncoding kUtf32 = static_cast<xStringEncoding>(12000);
 constexpr xStringEncoding kUtf32BE = static_cast<xStringEncoding>(12001);
 
-/// Keeps a text in a block of exactly its size, so that the address sanitizer sees one element read too many.
-template <class T>
-class Exact
-{
-public:
-    explicit Exact(const std::basic_string<T>& text) : m_size(text.size()), m_data(new T[text.size()])
-    {
-        std::copy(text.begin(), text.end(), m_data.get());
-    }
-    const T* Data() const { return m_data.get(); }
-    size_t Size() const { return m_size; }
-
-private:
-    size_t m_size;
-    std::unique_ptr<T[]> m_data;
-};
-
 std::wstring Decode(const std::string& bytes, xStringEncoding encoding)
 {
-    const Exact<char> exact(bytes);
     CXTString<wchar_t> text(L"left over");
-    EXPECT_TRUE(XDecodeText(exact.Data(), exact.Size(), encoding, text));
-    EXPECT_EQ(text[text.GetLength64()], L'\0');
-    return std::wstring(text.GetConstBuffer(), text.GetLength64());
+    EXPECT_TRUE(XDecodeText(ExactBlock(bytes).get(), bytes.size(), encoding, text));
+    return ToStd(text);
 }
 
 std::string Encode(const std::wstring& text, xStringEncoding encoding)
 {
-    const Exact<wchar_t> exact(text);
     CXTString<char> bytes("left over");
-    EXPECT_TRUE(XEncodeText(exact.Data(), exact.Size(), encoding, bytes));
-    EXPECT_EQ(bytes[bytes.GetLength64()], '\0');
-    return std::string(bytes.GetConstBuffer(), bytes.GetLength64());
+    EXPECT_TRUE(XEncodeText(ExactBlock(text).get(), text.size(), encoding, bytes));
+    return ToStd(bytes);
 }
-
-/// Chooses an ANSI code page until the end of the scope.
-class AnsiCodePage
-{
-public:
-    explicit AnsiCodePage(unsigned codePage) : m_before(XGetAnsiCodePage()) { XSetAnsiCodePage(codePage); }
-    ~AnsiCodePage() { XSetAnsiCodePage(m_before); }
-    AnsiCodePage(const AnsiCodePage&) = delete;
-    AnsiCodePage& operator=(const AnsiCodePage&) = delete;
-
-private:
-    unsigned m_before;
-};
 
 struct Pair
 {
@@ -289,12 +256,12 @@ TEST(TextEncodingTest, SampleTextsAgreeInAllForms)
         EXPECT_TRUE(Decode(utf16, xEncodingUtf16) == L"\xFEFF" + text) << language;
         EXPECT_TRUE(Encode(L"\xFEFF" + text, xEncodingUtf16) == utf16) << language;
         // Blocks of just the measured size show a kernel that writes too much.
-        const Exact<char> bytes(utf8);
-        const tev::TextMeasure measure = tev::MeasureUtf8(bytes.Data(), bytes.Size());
+        const auto bytes = ExactBlock(utf8);
+        const tev::TextMeasure measure = tev::MeasureUtf8(bytes.get(), utf8.size());
         ASSERT_EQ(measure.m_length, text.size());
         EXPECT_TRUE(measure.m_valid);
         const auto wide = std::make_unique<wchar_t[]>(measure.m_length);
-        tev::Utf8ToWide(bytes.Data(), bytes.Size(), measure, wide.get());
+        tev::Utf8ToWide(bytes.get(), utf8.size(), measure, wide.get());
         EXPECT_TRUE(std::equal(text.begin(), text.end(), wide.get())) << language;
         const auto back = std::make_unique<char[]>(utf8.size());
         const tev::TextMeasure backMeasure = tev::MeasureWide(wide.get(), text.size());

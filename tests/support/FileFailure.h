@@ -12,9 +12,9 @@ constexpr int kNothingThrown = -1;
 constexpr int kInvalidArgument = -2;
 constexpr int kNoMemory = -3;
 
-/// What a call throws: a file exception's cause, or one of the values above. The exception, which must be the thread's
-/// recorded one, is deleted.
-template <class Call>
+/// What a call throws: the cause of an exception of that class, or one of the values above. The exception, which must be the
+/// thread's recorded one, is deleted.
+template <class Failure = CXFileException, class Call>
 int Thrown(Call&& call)
 {
     try
@@ -25,8 +25,8 @@ int Thrown(Call&& call)
     catch (CXException* e)
     {
         EXPECT_EQ(XTakeThreadException(), e);
-        const auto* file = dynamic_cast<CXFileException*>(e);
-        const int cause = file != nullptr ? static_cast<int>(file->GetCause())
+        const auto* failure = dynamic_cast<Failure*>(e);
+        const int cause = failure != nullptr ? static_cast<int>(failure->GetCause())
                           : e->IsKindOf(&CXMemoryException::classCreatorCXMemoryException) ? kNoMemory
                                                                                            : kInvalidArgument;
         EXPECT_TRUE(cause != kInvalidArgument ||

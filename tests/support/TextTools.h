@@ -1,0 +1,55 @@
+#pragma once
+
+#include "core/CXTString.h"
+#include "core/TextEncoding.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <memory>
+#include <string>
+
+namespace tev::test
+{
+/// Test text is written narrow and ASCII once and widened where a wide instantiation runs.
+template <class T>
+std::basic_string<T> Widen(const std::string& ascii)
+{
+    return {ascii.begin(), ascii.end()};
+}
+
+template <class T>
+std::basic_string<T> ToStd(const CXTString<T>& text)
+{
+    EXPECT_EQ(text.GetConstBuffer()[text.GetLength64()], T());
+    return {text.GetConstBuffer(), static_cast<std::size_t>(text.GetLength64())};
+}
+
+constexpr xStringEncoding CodePage(unsigned number)
+{
+    return static_cast<xStringEncoding>(number);
+}
+
+/// Chooses an ANSI code page until the end of the scope.
+class AnsiCodePage
+{
+public:
+    explicit AnsiCodePage(unsigned codePage) : m_before(XGetAnsiCodePage()) { XSetAnsiCodePage(codePage); }
+    ~AnsiCodePage() { XSetAnsiCodePage(m_before); }
+    AnsiCodePage(const AnsiCodePage&) = delete;
+    AnsiCodePage& operator=(const AnsiCodePage&) = delete;
+
+private:
+    unsigned m_before;
+};
+
+/// Exactly these characters in a block of their own, without a terminator: an address sanitizer sees what reads on.
+template <class T>
+std::unique_ptr<T[]> ExactBlock(const std::basic_string<T>& text)
+{
+    std::unique_ptr<T[]> block(new T[text.size()]);
+    std::copy(text.begin(), text.end(), block.get());
+    return block;
+}
+} // namespace tev::test
