@@ -25,6 +25,7 @@
 #include "containers/HashTableBase.h"
 #include "containers/HashTags.h"
 #include "containers/PreferenceFile.h"
+#include "containers/StringArrays.h"
 #include "core/CExLCString.h"
 #include "core/CStdioFileEx.h"
 #include "core/CSwitchLocale.h"
