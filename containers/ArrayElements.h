@@ -43,22 +43,13 @@ struct ArrayElements
     /// Wide characters that are no UTF-16 units.
     static constexpr bool kIsText = std::is_same_v<TYPE, wchar_t> && sizeof(wchar_t) != 2;
 
-    /// Makes elements in the slots from `from` to `to`. Those from `zeroed` on are zero already where zeros make an element.
-    static void MakeZero(TYPE* data, int from, int to, int zeroed)
+    /// Makes elements in slots without elements.
+    static void MakeZero(TYPE* slots, int count)
     {
-        if constexpr (kZeroIsValue)
-            ZeroReserve(data, from, std::min(to, zeroed));
-        else
-            std::uninitialized_value_construct(data + from, data + to);
-    }
-    /// Zeros in slots without elements, where zeros make an element.
-    static void ZeroReserve(TYPE* data, int from, int to) noexcept
-    {
-        if constexpr (kZeroIsValue)
-        {
-            if (from < to)
-                std::memset(static_cast<void*>(data + from), 0, Bytes(to - from));
-        }
+        if constexpr (!kZeroIsValue)
+            std::uninitialized_value_construct_n(slots, count);
+        else if (count > 0)
+            std::memset(static_cast<void*>(slots), 0, Bytes(count));
     }
 
     /// Makes elements out of others in new memory: moves where that cannot fail, else copies.
@@ -111,7 +102,7 @@ struct ArrayElements
         return std::min(std::max(done, kFirst), kLargestRun);
     }
     /// Makes elements behind the last one out of what is read.
-    static void Load(CXArchive& archive, TYPE* data, int& size, int count)
+    static void Load(CXArchive& archive, TYPE* data, ArrayInt& size, int count)
     {
         if constexpr (kIsPlain)
         {
@@ -120,15 +111,8 @@ struct ArrayElements
         }
         else
         {
-            for (const int end = size + count; size < end;)
-            {
-                TYPE* element = ::new (static_cast<void*>(data + size)) TYPE();
-                ++size;
-                if constexpr (HasArchiveOperators<TYPE>::value)
-                    archive >> *element;
-                else
-                    element->Serialize(archive);
-            }
+            for (const int end = size + count; size < end; size += 1)
+                LoadInto(archive, data + size);
         }
     }
 
@@ -137,6 +121,24 @@ private:
     static constexpr std::size_t kFirstStepBytes = 0x10000;
 
     static constexpr std::size_t Bytes(int count) noexcept { return static_cast<std::size_t>(count) * sizeof(TYPE); }
+
+    /// Makes an element, which ends again when it cannot be read.
+    static void LoadInto(CXArchive& archive, TYPE* slot)
+    {
+        TYPE* element = ::new (static_cast<void*>(slot)) TYPE();
+        try
+        {
+            if constexpr (HasArchiveOperators<TYPE>::value)
+                archive >> *element;
+            else
+                element->Serialize(archive);
+        }
+        catch (...)
+        {
+            std::destroy_at(element);
+            throw;
+        }
+    }
 
     static void StoreRun(CXArchive& archive, const TYPE* data, int count)
     {

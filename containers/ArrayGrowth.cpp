@@ -12,6 +12,9 @@ namespace tev
 {
 namespace
 {
+// Up to here, allocators are quick to find another block, and slow to look whether the present one can be longer.
+constexpr std::size_t kSmallBlock = 1024;
+
 // Beyond what malloc aligns to, its in-place growth is not to be had.
 bool IsOverAligned(ArrayBlockShape shape) noexcept
 {
@@ -38,20 +41,6 @@ void ThrowInvalidArgument()
     CXInvalidArgException::Throw();
 }
 
-int GrownCapacity(int size, int capacity, int growBy, int newSize)
-{
-    if (capacity == 0)
-        return std::max(newSize, growBy);
-    std::int64_t step = growBy;
-    if (growBy == kGrowTwofold)
-        step = capacity;
-    else if (growBy == kGrowAutomatically)
-        step = AutomaticGrowthStep(size);
-    if (capacity + step > kMostElements)
-        ThrowInvalidArgument();
-    return std::max(newSize, static_cast<int>(capacity + step));
-}
-
 void* AllocateArrayBlock(int slots, ArrayBlockShape shape, bool zeroed)
 {
     const std::size_t bytes = BytesOf(slots, shape);
@@ -65,8 +54,9 @@ void* AllocateArrayBlock(int slots, ArrayBlockShape shape, bool zeroed)
 
 void* ResizeArrayBlock(void* block, int used, int oldSlots, int slots, ArrayBlockShape shape)
 {
-    if (!IsOverAligned(shape))
-        return Checked(std::realloc(block, BytesOf(slots, shape)));
+    const std::size_t bytes = BytesOf(slots, shape);
+    if (!IsOverAligned(shape) && bytes > kSmallBlock)
+        return Checked(std::realloc(block, bytes));
     void* fresh = AllocateArrayBlock(slots, shape, false);
     if (used != 0)
         std::memcpy(fresh, block, static_cast<std::size_t>(used) * shape.m_elementSize);

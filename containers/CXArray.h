@@ -93,8 +93,13 @@ public:
         m_growBy = tev::ChosenGrowth(m_growBy, growBy);
         if (newSize > m_size)
         {
-            const int zeroed = Reserve(newSize);
-            Elements::MakeZero(m_data, m_size, newSize, zeroed);
+            const bool fresh = m_data == nullptr;
+            if (fresh)
+                AllocateFirst(tev::GrownCapacity(0, 0, m_growBy, newSize), Elements::kZeroIsValue);
+            else
+                Reserve(newSize);
+            if (!fresh || !Elements::kZeroIsValue)
+                Elements::MakeZero(m_data + m_size, newSize - m_size);
             m_size = newSize;
         }
         else if (newSize == 0 && growBy == tev::kGrowAutomatically)
@@ -111,7 +116,7 @@ public:
             return;
         Release();
         if (capacity != 0)
-            AllocateFirst(capacity);
+            AllocateFirst(capacity, Elements::kZeroIsValue);
     }
     /// Gives back the memory behind the last element.
     void FreeExtra()
@@ -143,14 +148,16 @@ public:
     /// Returns the new element's index.
     int Add(ARG_TYPE value, int growBy = tev::kKeepGrowth)
     {
-        if (m_size < m_capacity)
+        const int index = m_size;
+        if (index < m_capacity)
         {
             m_growBy = tev::ChosenGrowth(m_growBy, growBy);
-            ::new (static_cast<void*>(m_data + m_size)) TYPE(value);
-            return m_size++;
+            ::new (static_cast<void*>(m_data + index)) TYPE(value);
+            m_size = index + 1;
         }
-        Append(m_size, value, growBy);
-        return m_size - 1;
+        else
+            Append(index, value, growBy);
+        return index;
     }
     /// Appends the elements of the other array, which may be this one. Returns the new size.
     int AddArray(const CXArray& other)
@@ -194,13 +201,13 @@ public:
     void InsertAt(int index, ARG_TYPE value, int count = 1)
     {
         Require(index >= 0 && count >= 1);
-        const int newSize = Sum(std::max(index, m_size), count);
+        const int newSize = Sum(std::max<int>(index, m_size), count);
         const TYPE copy(value);
-        const int zeroed = Reserve(newSize);
+        Reserve(newSize);
         if (index < m_size)
             OpenGap(index, count, copy);
         else
-            AppendBehind(index, zeroed, count, [&](TYPE* at) { std::uninitialized_fill_n(at, count, copy); });
+            AppendBehind(index, count, [&](TYPE* at) { std::uninitialized_fill_n(at, count, copy); });
     }
     /// Removes a run of elements, which must lie in the array. The capacity stays.
     void RemoveAt(int index, int count = 1)
@@ -237,8 +244,8 @@ public:
         return true;
     }
 
-    /// Plain elements go as their bytes, others through their archive operators or, objects, their own Serialize. While
-    /// loading fails, the array holds what was read so far.
+    /// Plain elements go as their bytes, others through their archive operators or, objects, their own Serialize. When
+    /// loading fails, the array holds some of the elements that could be read.
     void Serialize(CXArchive& archive) override
     {
         if (archive.IsStoring())
@@ -262,31 +269,28 @@ private:
     }
     int Checked(int index) const
     {
-        Require(static_cast<unsigned>(index) < static_cast<unsigned>(m_size));
+        Require(index >= 0 && index < m_size);
         return index;
     }
     bool MovesAsBytes() const noexcept { return std::is_trivially_copyable_v<TYPE> || m_plainData; }
 
-    /// Makes the capacity reach a size. Returns the slot from which on all are zero already, where zeros make an element.
-    int Reserve(int newSize)
+    /// Makes the capacity reach a size.
+    void Reserve(int newSize)
     {
-        const int before = m_capacity;
-        if (newSize > before)
+        if (newSize > m_capacity)
             GrowTo(tev::GrownCapacity(m_size, m_capacity, m_growBy, newSize));
-        return before;
     }
     void GrowTo(int capacity)
     {
         if (m_data == nullptr)
-            return AllocateFirst(capacity);
+            return AllocateFirst(capacity, false);
         if (capacity > m_slots)
             Reallocate(tev::SlotsForGrowth(m_slots, capacity));
-        Elements::ZeroReserve(m_data, m_capacity, capacity);
         m_capacity = capacity;
     }
-    void AllocateFirst(int capacity)
+    void AllocateFirst(int capacity, bool zeroed)
     {
-        m_data = static_cast<TYPE*>(tev::AllocateArrayBlock(capacity, kShape, Elements::kZeroIsValue));
+        m_data = static_cast<TYPE*>(tev::AllocateArrayBlock(capacity, kShape, zeroed));
         m_slots = capacity;
         m_capacity = capacity;
     }
@@ -297,7 +301,7 @@ private:
         else
         {
             CXArray fresh(m_plainData);
-            fresh.AllocateFirst(slots);
+            fresh.AllocateFirst(slots, false);
             Elements::MoveInto(fresh.m_data, m_data, m_size);
             std::swap(m_data, fresh.m_data);
             fresh.m_slots = m_slots;
@@ -326,17 +330,16 @@ private:
         const int growth = tev::ChosenGrowth(m_growBy, growBy);
         TYPE copy(value);
         m_growBy = growth;
-        const int zeroed = Reserve(newSize);
-        AppendBehind(index, zeroed, 1,
-                     [&](TYPE* at) { ::new (static_cast<void*>(at)) TYPE(std::move_if_noexcept(copy)); });
+        Reserve(newSize);
+        AppendBehind(index, 1, [&](TYPE* at) { ::new (static_cast<void*>(at)) TYPE(std::move_if_noexcept(copy)); });
     }
 
     /// Makes the elements up to the index, then those that `make` makes there, or none.
     template <class MAKE>
-    void AppendBehind(int index, int zeroed, int count, MAKE make)
+    void AppendBehind(int index, int count, MAKE make)
     {
         const int before = m_size;
-        Elements::MakeZero(m_data, m_size, index, zeroed);
+        Elements::MakeZero(m_data + m_size, index - m_size);
         m_size = index;
         try
         {
@@ -357,12 +360,12 @@ private:
         {
             CXArray fresh(m_plainData);
             fresh.m_growBy = m_growBy;
-            fresh.AllocateFirst(tev::GrownCapacity(m_size, m_capacity, m_growBy, count));
+            fresh.AllocateFirst(tev::GrownCapacity(m_size, m_capacity, m_growBy, count), false);
             std::uninitialized_copy_n(values, count, fresh.m_data);
             fresh.m_size = count;
             return Swap(fresh);
         }
-        const int common = std::min(count, m_size);
+        const int common = std::min<int>(count, m_size);
         if (values != m_data)
             std::copy(values, values + common, m_data);
         Truncate(common);
@@ -411,21 +414,21 @@ private:
         else
         {
             const int count = tev::ArrayCount(archive.ReadCount());
-            const int capacity =
-                count > m_capacity ? tev::GrownCapacity(m_size, m_capacity, m_growBy, count) : m_capacity;
+            int capacity = m_capacity;
+            if (count > capacity)
+                capacity = tev::GrownCapacity(m_size, m_capacity, m_growBy, count);
             Truncate(0);
             while (m_size < count)
             {
                 const int step = std::min(count - m_size, Elements::ReadStep(m_size));
                 if (m_size + step > m_slots)
                     Reallocate(m_size + step == count ? capacity : m_size + step);
-                m_capacity = std::max(m_capacity, m_size + step);
+                m_capacity = std::max<int>(m_capacity, m_size + step);
                 Elements::Load(archive, m_data, m_size, step);
             }
             if (capacity > m_slots)
                 Reallocate(capacity);
             m_capacity = capacity;
-            Elements::ZeroReserve(m_data, m_size, m_capacity);
         }
     }
 
@@ -440,9 +443,9 @@ private:
     }
 
     TYPE* m_data = nullptr;
-    int m_size = 0;
-    int m_capacity = 0;
-    int m_growBy = tev::kGrowAutomatically;
+    tev::ArrayInt m_size = 0;
+    tev::ArrayInt m_capacity = 0;
+    tev::ArrayInt m_growBy = tev::kGrowAutomatically;
     bool m_plainData;
-    int m_slots = 0; ///< of the block; those beyond the capacity are there for growth
+    tev::ArrayInt m_slots = 0; ///< of the block; those beyond the capacity are there for growth
 };
