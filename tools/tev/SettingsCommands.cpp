@@ -1,0 +1,289 @@
+#include "tools/tev/SettingsCommands.h"
+
+#include "containers/CCustomData.h"
+#include "containers/PreferenceFile.h"
+#include "core/CXFileException.h"
+#include "services/Paths.h"
+#include "tools/tev/SettingsValues.h"
+#include "tools/tev/System.h"
+#include "tools/tev/Table.h"
+#include "tools/tev/Tool.h"
+
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace tev::tool
+{
+namespace
+{
+
+/// Which store of a preference file.
+struct StoreKeys
+{
+    unsigned m_first = 0;
+    unsigned m_second = 0;
+};
+
+struct Options
+{
+    std::string m_file;
+    StoreKeys m_keys;
+    std::string m_targetFile;
+    StoreKeys m_targetKeys;
+    unsigned m_id = 0;           // of `set`
+    std::vector<unsigned> m_ids; // of the others
+    std::string m_kind;
+    std::vector<std::string> m_values;
+    std::string m_format;
+    bool m_json = false;
+};
+
+using Command = void (*)(Session& session, const Options& options);
+
+std::string Text(const StoreKeys& keys)
+{
+    return std::to_string(keys.m_first) + " " + std::to_string(keys.m_second);
+}
+
+/// A store that must be there.
+CCustomData Load(const std::string& name, const StoreKeys& keys)
+{
+    const std::wstring path = Widen(name);
+    CCustomData store;
+    if (!fileExists(path.c_str()))
+        CXFileException::Throw(fileNotFound, path.c_str());
+    if (!store.LoadFromPrefs(path.c_str(), keys.m_first, keys.m_second, true))
+        throw Failure(name, "there is no store of keys " + Text(keys));
+    return store;
+}
+
+void Save(const CCustomData& store, const std::string& name, const StoreKeys& keys)
+{
+    if (!store.SaveToPrefs(Widen(name).c_str(), keys.m_first, keys.m_second))
+        throw Failure(name, "cannot be written");
+}
+
+void RequireValue(const CCustomData& store, const std::string& name, unsigned id)
+{
+    if (!store.HasData(id))
+        throw Failure(name, "there is no value of identifier " + std::to_string(id));
+}
+
+/// The records of a file; what is wrong with it is reported.
+std::vector<XPreferenceRecord> SoundRecords(Session& session, const std::string& name)
+{
+    std::vector<XPreferenceRecord> records;
+    const bool isSound = XListPreferences(Widen(name).c_str(), records);
+    const auto firstDamaged = std::stable_partition(records.begin(), records.end(),
+                                                    [](const XPreferenceRecord& record) { return record.m_isSound; });
+    for (auto damaged = firstDamaged; damaged != records.end(); ++damaged)
+    {
+        CXTString<char> text;
+        text.Format("%I64u bytes at offset 0x%I64x are no store", damaged->m_size, damaged->m_offset);
+        Report(session, name, text.GetConstBuffer());
+    }
+    if (!isSound && firstDamaged == records.end())
+        Report(session, name, "the number of stores at its start is wrong");
+    if (!isSound)
+        session.m_exitCode = kExitFailed;
+    records.erase(firstDamaged, records.end());
+    return records;
+}
+
+void RunList(Session& session, const Options& options)
+{
+    std::vector<Row> rows;
+    for (const XPreferenceRecord& record : SoundRecords(session, options.m_file))
+        rows.push_back({std::to_string(record.m_key1), std::to_string(record.m_key2), std::to_string(record.m_size),
+                        std::to_string(record.m_valueCount)});
+    const bool asTable = options.m_format == "table" || (options.m_format.empty() && IsTerminal(kStandardOutput));
+    if (asTable)
+    {
+        PrintTable(session.m_output, {{"KEY 1", true}, {"KEY 2", true}, {"BYTES", true}, {"VALUES", true}}, rows);
+        return;
+    }
+    for (const Row& row : rows)
+        PrintFields(session.m_output, row);
+}
+
+void PrintValues(Output& output, const CCustomData& store, int depth)
+{
+    const std::string indent(static_cast<std::size_t>(depth) * 4, ' ');
+    unsigned kind = 0;
+    for (unsigned index = 0; index < store.GetIDCount(); ++index)
+    {
+        const unsigned id = store.GetIDByIndex(index, kind);
+        output.Write(indent + std::to_string(id) + "\t" + KindName(kind) + "\t" +
+                     std::to_string(store.GetDataSize(id)) + "\t" +
+                     (kind == CCustomData::kCustomData ? ValueText(store, id) : ValueJson(store, id)) + "\n");
+        CCustomData within;
+        if (depth < kDeepestStore && store.GetCustomData(id, within))
+            PrintValues(output, within, depth + 1);
+    }
+}
+
+void RunShow(Session& session, const Options& options)
+{
+    const CCustomData store = Load(options.m_file, options.m_keys);
+    if (options.m_json)
+        session.m_output.Write("{\"keys\": [" + std::to_string(options.m_keys.m_first) + ", " +
+                               std::to_string(options.m_keys.m_second) + "], \"values\": " + StoreJson(store) + "}\n");
+    else
+        PrintValues(session.m_output, store, 0);
+}
+
+void RunGet(Session& session, const Options& options)
+{
+    const CCustomData store = Load(options.m_file, options.m_keys);
+    for (const unsigned id : options.m_ids)
+    {
+        RequireValue(store, options.m_file, id);
+        session.m_output.Write((options.m_json ? ValueJson(store, id) : ValueText(store, id)) + "\n");
+    }
+}
+
+void RunSet(Session&, const Options& options)
+{
+    CCustomData store;
+    store.LoadFromPrefs(Widen(options.m_file).c_str(), options.m_keys.m_first, options.m_keys.m_second, true);
+    SetValue(store, options.m_id, options.m_kind, options.m_values);
+    Save(store, options.m_file, options.m_keys);
+}
+
+void RunRemove(Session&, const Options& options)
+{
+    CCustomData store = Load(options.m_file, options.m_keys);
+    for (const unsigned id : options.m_ids)
+    {
+        RequireValue(store, options.m_file, id);
+        store.RemoveCustom(id);
+    }
+    if (!options.m_ids.empty())
+        Save(store, options.m_file, options.m_keys);
+    else if (!XRemovePreference(Widen(options.m_file).c_str(), options.m_keys.m_first, options.m_keys.m_second))
+        throw Failure(options.m_file, "cannot be changed, or is damaged");
+}
+
+void RunCopy(Session&, const Options& options)
+{
+    const CCustomData store = Load(options.m_file, options.m_keys);
+    Save(store, options.m_targetFile, options.m_targetKeys);
+}
+
+void RunCheck(Session& session, const Options& options)
+{
+    const std::size_t stores = SoundRecords(session, options.m_file).size();
+    const char* const state = session.m_exitCode == kExitDone ? "sound, " : "damaged, ";
+    session.m_output.Write(options.m_file + ": " + state + std::to_string(stores) +
+                           (stores == 1 ? " store" : " stores") + "\n");
+}
+
+/// Builds the commands, which share their arguments.
+class Family
+{
+public:
+    Family(CLI::App& settings, Session& session) : m_settings(settings), m_session(session) {}
+
+    struct Added
+    {
+        CLI::App& m_command;
+        Options& m_options;
+    };
+
+    Added Add(const char* name, const char* help, Command run)
+    {
+        const auto options = std::make_shared<Options>();
+        CLI::App& command = *m_settings.add_subcommand(name, help);
+        command.add_option("FILE", options->m_file, "The preference file")->required()->type_name("");
+        command.callback([&session = m_session, options, run] {
+            Attempt(session, options->m_file, [&] { run(session, *options); });
+        });
+        return {command, *options};
+    }
+
+    static void AddKeys(const Added& added)
+    {
+        added.m_command.add_option("KEY1", added.m_options.m_keys.m_first, "The first key of the store")
+            ->required()
+            ->type_name("");
+        added.m_command.add_option("KEY2", added.m_options.m_keys.m_second, "The second key of the store")
+            ->required()
+            ->type_name("");
+    }
+
+    static CLI::Option& AddIds(const Added& added)
+    {
+        return *added.m_command.add_option("ID", added.m_options.m_ids, "The identifier of the value")
+                    ->required()
+                    ->type_name("");
+    }
+
+    static void AddJson(const Added& added) { added.m_command.add_flag("--json", added.m_options.m_json, "As JSON"); }
+
+private:
+    CLI::App& m_settings;
+    Session& m_session;
+};
+} // namespace
+
+void AddSettingsCommands(CLI::App& tool, Session& session)
+{
+    CLI::App& settings = *tool.add_subcommand("settings", "Look at and change the stores of preference files");
+    settings.require_subcommand(1);
+    settings.footer("Keys and identifiers are numbers of 32 bits, also in hexadecimal (0x...).");
+    Family family(settings, session);
+
+    const Family::Added list = family.Add("list", "List the stores: keys, size in the file, number of values", RunList);
+    list.m_command
+        .add_option("--format", list.m_options.m_format,
+                    "table for people, fields for programs;\na table on a terminal and else fields if not given")
+        ->check(CLI::IsMember({"table", "fields"}).description(""))
+        ->type_name("FORMAT");
+
+    const Family::Added show = family.Add(
+        "show", "Show every value of a store: identifier, kind, size, value; stores within indented", RunShow);
+    Family::AddKeys(show);
+    Family::AddJson(show);
+
+    const Family::Added get = family.Add("get", "Print values", RunGet);
+    Family::AddKeys(get);
+    Family::AddIds(get);
+    Family::AddJson(get);
+
+    const Family::Added set = family.Add("set", "Set a value, in a new store or file where there is none", RunSet);
+    Family::AddKeys(set);
+    set.m_command.add_option("ID", set.m_options.m_id, "The identifier of the value")->required()->type_name("");
+    set.m_command.add_option("KIND", set.m_options.m_kind, "The kind of the value: " + SettableKinds())
+        ->required()
+        ->type_name("");
+    set.m_command.add_option("VALUE", set.m_options.m_values, "The value; a list takes several")
+        ->required()
+        ->type_name("");
+    set.m_command.footer(
+        "A bool is true or false, a time the seconds since 1970 UTC, a binary value hexadecimal digits.\n"
+        "Before a negative number stands --.");
+
+    const Family::Added remove = family.Add("remove", "Remove values from a store, or the whole store", RunRemove);
+    Family::AddKeys(remove);
+    Family::AddIds(remove).required(false)->description("The identifiers of the values; the store if none");
+
+    const Family::Added copy = family.Add("copy", "Copy a store to other keys or another file", RunCopy);
+    Family::AddKeys(copy);
+    copy.m_command.add_option("TOFILE", copy.m_options.m_targetFile, "The file that receives it")
+        ->required()
+        ->type_name("");
+    copy.m_command.add_option("TOKEY1", copy.m_options.m_targetKeys.m_first, "Its first key there")
+        ->required()
+        ->type_name("");
+    copy.m_command.add_option("TOKEY2", copy.m_options.m_targetKeys.m_second, "Its second key there")
+        ->required()
+        ->type_name("");
+
+    family.Add("check", "Tell whether the file is sound, and where not; the exit code is 1 where not", RunCheck);
+}
+
+} // namespace tev::tool
