@@ -56,7 +56,8 @@ public:
     /// As Copy: the growth setting stays.
     CXArray& operator=(const CXArray& other)
     {
-        Copy(other);
+        if (this != &other)
+            Copy(other);
         return *this;
     }
     /// Takes over elements, growth setting and all; the other array is empty afterwards.
@@ -191,8 +192,6 @@ public:
     /// Replaces the contents and takes over the plain-data flag. The growth setting stays.
     void Copy(const CXArray& other)
     {
-        if (this == &other)
-            return;
         m_plainData = other.m_plainData;
         Assign(other.m_data, other.m_size);
     }

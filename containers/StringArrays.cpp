@@ -1,8 +1,8 @@
 #include "containers/StringArrays.h"
 
-#include "containers/CHashTable.h"
-
 #include <algorithm>
+#include <string_view>
+#include <unordered_set>
 #include <utility>
 #include <vector>
 
@@ -10,6 +10,11 @@ namespace
 {
 using String = CXTString<wchar_t>;
 using Strings = CXArray<String>;
+
+std::wstring_view ViewOf(const String& string)
+{
+    return {string.GetConstBuffer(), static_cast<std::size_t>(string.GetLength64())};
+}
 
 // Lower-casing for each comparison would cost two copies a time.
 void SortByLoweredCollation(Strings& array)
@@ -67,12 +72,12 @@ int CopyStringArray(Strings& target, const Strings& source, bool append, bool un
     Strings fresh(true);
     if (unique)
     {
-        CHashTable<String> known;
+        std::unordered_set<std::wstring_view> known; // of strings that stay where they are until the end
         for (int i = 0; i < kept; ++i)
-            known.Insert(target[i]);
+            known.insert(ViewOf(target[i]));
         for (const String& string : source)
         {
-            if (known.Insert(string) == 1)
+            if (known.insert(ViewOf(string)).second)
                 fresh.Add(string);
         }
     }
