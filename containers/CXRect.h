@@ -37,8 +37,8 @@ public:
     constexpr CXPoint(const tagPOINTS& point) noexcept : CXPoint(point.x, point.y) {}
     constexpr CXPoint(const tagSIZE& size) noexcept : CXPoint(size.cx, size.cy) {}
 
-    constexpr bool operator==(const tagPOINT& other) const noexcept { return x == other.x && y == other.y; }
-    constexpr bool operator!=(const tagPOINT& other) const noexcept { return !(*this == other); }
+    friend constexpr bool operator==(const tagPOINT& a, const tagPOINT& b) noexcept { return a.x == b.x && a.y == b.y; }
+    friend constexpr bool operator!=(const tagPOINT& a, const tagPOINT& b) noexcept { return a.x != b.x || a.y != b.y; }
     constexpr CXPoint operator-() const noexcept { return {tev::WrapSubtract(0, x), tev::WrapSubtract(0, y)}; }
     constexpr CXPoint operator+(const tagPOINT& other) const noexcept
     {
@@ -65,8 +65,14 @@ public:
     constexpr CXSize(const tagSIZE& size) noexcept : tagSIZE(size) {}
     constexpr CXSize(const tagPOINT& point) noexcept : CXSize(point.x, point.y) {}
 
-    constexpr bool operator==(const tagSIZE& other) const noexcept { return cx == other.cx && cy == other.cy; }
-    constexpr bool operator!=(const tagSIZE& other) const noexcept { return !(*this == other); }
+    friend constexpr bool operator==(const tagSIZE& a, const tagSIZE& b) noexcept
+    {
+        return a.cx == b.cx && a.cy == b.cy;
+    }
+    friend constexpr bool operator!=(const tagSIZE& a, const tagSIZE& b) noexcept
+    {
+        return a.cx != b.cx || a.cy != b.cy;
+    }
     constexpr CXSize operator-() const noexcept { return {tev::WrapSubtract(0, cx), tev::WrapSubtract(0, cy)}; }
     constexpr CXSize operator+(const tagSIZE& other) const noexcept
     {
@@ -130,8 +136,8 @@ public:
     {
         return left == other.left && top == other.top && right == other.right && bottom == other.bottom;
     }
-    constexpr bool operator==(const tagRECT& other) const noexcept { return EqualRect(other); }
-    constexpr bool operator!=(const tagRECT& other) const noexcept { return !EqualRect(other); }
+    friend constexpr bool operator==(const tagRECT& a, const tagRECT& b) noexcept { return CXRect(a).EqualRect(b); }
+    friend constexpr bool operator!=(const tagRECT& a, const tagRECT& b) noexcept { return !CXRect(a).EqualRect(b); }
 
     // Changes
 
