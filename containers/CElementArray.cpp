@@ -83,6 +83,7 @@ void CElementArray::SetMethods(CElementMethods* methods)
 {
     if (m_data != nullptr)
         SetSize(0, false, -1);
+    Release(); // a derived class may have kept elements, which the new methods do not know
     DeleteMe(m_methods);
     Install(methods);
     m_growFactor = 0;
@@ -445,7 +446,7 @@ void CElementArray::OpenGap(int index, int count)
     Resize(sizeBefore + count, true, -1);
     try
     {
-        const std::vector<unsigned char> fresh(Address(sizeBefore), Address(m_size));
+        const std::vector<unsigned char> fresh(Address(sizeBefore), Address(sizeBefore + count));
         std::memmove(Address(index + count), Address(index), Bytes(sizeBefore - index));
         std::memcpy(Address(index), fresh.data(), fresh.size());
     }
@@ -461,8 +462,7 @@ void CElementArray::CloseGap(int index, int count, int sizeBefore)
 {
     if (index < sizeBefore)
         RemoveAt(index, count);
-    else
-        m_size = sizeBefore;
+    m_size = sizeBefore;
 }
 
 void CElementArray::InsertAt(int index, const void* source, int count)
@@ -611,9 +611,9 @@ void CElementArray::LoadObjects(CXArchive& archive, int count)
     const auto firstStep = static_cast<int>(std::max<unsigned __int64>(kFirstLoadStep / m_elementSize, 1));
     for (int done = 0; done < count;)
     {
-        const int step = std::min(count - done, std::max(done, firstStep));
-        Resize(done + step, false, -1);
-        for (; done < m_size; ++done)
+        const int end = done + std::min(count - done, std::max(done, firstStep));
+        Resize(end, false, -1);
+        for (; done < end; ++done)
             m_methods->SerializeElement(archive, Address(done));
     }
     FreeExtra();

@@ -86,6 +86,10 @@ public:
     /// Makes room for `count` elements, constructed behind the end where the index lies past it, and copies the value into
     /// each; null leaves them as constructed.
     void InsertAt(int index, const void* source, int count = 1);
+    void InsertAt(int index, std::nullptr_t, int count = 1)
+    {
+        InsertAt(index, static_cast<const void*>(nullptr), count);
+    }
     /// Inserts copies of all elements. False as above; a null array is an invalid argument.
     bool InsertAt(int index, const CElementArray* other);
     /// Keeps the memory.
