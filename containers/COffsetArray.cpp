@@ -73,7 +73,18 @@ void COffsetArray::SetAtGrow(unsigned int index, unsigned __int64 value)
     {
         if (index == kLargestRoom)
             CXInvalidArgException::Throw();
+        const unsigned sizeBefore = m_size;
         SetSize(index + 1, -1);
+        try
+        {
+            SetAt(index, value);
+        }
+        catch (...)
+        {
+            SetSize(sizeBefore, -1); // there was no memory for a wide part
+            throw;
+        }
+        return;
     }
     SetAt(index, value);
 }

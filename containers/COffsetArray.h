@@ -8,8 +8,10 @@ class CXArchive;
 /// there on: for tables of places in files, which are small most of the time. One thread at a time.
 ///
 /// Beside std::vector<unsigned long long>: entries are read and set by value, there are no iterators and no references to
-/// them, and nothing is thrown at an index past the end. Growing throws std::bad_alloc, and CXInvalidArgException where the
-/// room would exceed 32 bits; the array is unchanged then. Appending costs constant time on average. A value of more than 32 bits moves every entry behind it once, so set large ones in ascending order.
+/// them, and nothing is thrown at an index past the end. Growing, and the first value of more than 32 bits, throw
+/// std::bad_alloc, and growing CXInvalidArgException where the room would exceed 32 bits; the array is unchanged then.
+/// Appending costs constant time on average. A value of more than 32 bits moves every entry behind it once, so set large
+/// ones in ascending order.
 class TEVTOOLS_API COffsetArray
 {
 public:

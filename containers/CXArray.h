@@ -176,11 +176,10 @@ public:
     /// Replaces the contents. A null pointer or a count of 0 also frees the buffer. The growth setting stays.
     void Copy(const TYPE* values, unsigned int count)
     {
-        Require(count <= unsigned(tev::kMostElements));
         if (values == nullptr || count == 0)
-            Release();
-        else
-            Assign(values, static_cast<int>(count));
+            return Release();
+        Require(count <= unsigned(tev::kMostElements));
+        Assign(values, static_cast<int>(count));
     }
     void Copy(const CXArray* other)
     {
