@@ -1,8 +1,7 @@
 #include "containers/CElementArray.h"
 
 #include "containers/ElementKinds.h"
-#include "core/CXException.h"
-#include "core/CXMemFile.h"
+#include "tests/support/ArchiveTools.h"
 #include "tests/support/PrintText.h"
 #include "tests/support/Tracked.h"
 
@@ -19,7 +18,8 @@
 
 namespace
 {
-using Bytes = std::vector<unsigned char>;
+using namespace tev::test;
+
 using Element = Tracked<true>;
 
 // Elements that own memory, count how many live, and throw when they are told to.
@@ -116,30 +116,13 @@ void Fill(CElementArray& array, const std::vector<int>& values)
         array.Add(Source(array, value));
 }
 
-// What the call throws: the cause of an archive failure, or one of the others.
-enum : int
-{
-    kNothing = -1,
-    kInvalidArgument = -2,
-    kNoMemory = -3,
-    kByElement = -4
-};
+// As Thrown, for calls that pass on what elements and the allocator throw.
+constexpr int kByElement = -4;
 int FailureOf(const std::function<void()>& call)
 {
     try
     {
-        call();
-    }
-    catch (CXArchiveException* exception)
-    {
-        const auto cause = static_cast<int>(exception->GetCause());
-        exception->Delete();
-        return cause;
-    }
-    catch (CXInvalidArgException* exception)
-    {
-        exception->Delete();
-        return kInvalidArgument;
+        return Thrown<CXArchiveException>(call);
     }
     catch (const std::bad_alloc&)
     {
@@ -149,29 +132,6 @@ int FailureOf(const std::function<void()>& call)
     {
         return kByElement;
     }
-    return kNothing;
-}
-
-Bytes Stored(const std::function<void(CXArchive&)>& write)
-{
-    CXMemFile file;
-    CXArchive archive(&file, xArchiveStore);
-    write(archive);
-    archive.Close();
-    return {file.GetBuffer(), file.GetBuffer() + file.GetLength()};
-}
-
-int Load(CElementArray& array, const Bytes& bytes)
-{
-    CXMemFile file(bytes.data(), bytes.size(), false);
-    CXArchive archive(&file, xArchiveLoad);
-    return FailureOf([&] { array.Serialize(archive); });
-}
-
-Bytes operator+(Bytes left, const Bytes& right)
-{
-    left.insert(left.end(), right.begin(), right.end());
-    return left;
 }
 
 // A class in an archive, where it stands first.
@@ -254,6 +214,7 @@ TEST(CElementArray, EachSlotIsConstructedAndDestructedInTurn)
         EXPECT_EQ(array.GetSizeOfElement(), 4U);
         EXPECT_EQ(array.SetGrowFactor(8), 0);
         EXPECT_EQ(array.SetGrowFactor(-2), 8);
+        EXPECT_EQ(array.SetGrowFactor(0), 8);
         array.SetMethods(new TrackedElements);
         array.SetSize(3);
     }
@@ -444,8 +405,9 @@ TEST(CElementArray, BadPositionsThrowAndChangeNothing)
     for (const int index : {-1, 3, INT_MIN, INT_MAX})
         EXPECT_EQ(array[index], nullptr);
     EXPECT_EQ(array.GetNext(&value), nullptr);
-    array.Add(nullptr);
-    EXPECT_EQ(ValueAt(array, array.GetUpperBound()), 0);
+    array.SetAt(array.GetUpperBound(), nullptr);
+    array.InsertAt(1, nullptr);
+    EXPECT_EQ(ValuesOf(array), (std::vector<int>{1, 0, 2, 0}));
 
     CElementArray none;
     EXPECT_EQ(none.GetTypeOfElement() | none.GetBaseTypeOfElement(), 0U);
@@ -464,6 +426,7 @@ TEST(CElementArray, KindsCopyEachOtherWhereOneCan)
     Fill(objects, {7});
     objects.Add(nullptr);
     ints.SetGrowFactor(6);
+    EXPECT_EQ(objects.GetBaseTypeOfElement(), ints.GetTypeOfElement());
     EXPECT_EQ(objects.Append(ints), 2);
     EXPECT_EQ(ValuesOf(objects), (std::vector<int>{7, -5, 1001, 1002, 1003}));
     EXPECT_TRUE(objects.Copy(4, 1, ints));
@@ -481,6 +444,38 @@ TEST(CElementArray, KindsCopyEachOtherWhereOneCan)
     CElementArray liars(new HugeElements);
     EXPECT_EQ(liars.Append(ints), -1);
     EXPECT_FALSE(liars.Copy(ints));
+}
+
+// Has an even number of elements, two at least, until it does not change any more.
+class EvenArray : public CElementArray
+{
+public:
+    using CElementArray::CElementArray;
+    void SetSize(int newSize, bool keepMemory, int growFactor) override
+    {
+        if (!m_isFixed)
+            CElementArray::SetSize(std::max(2, newSize + newSize % 2), keepMemory, growFactor);
+    }
+    bool m_isFixed = false;
+};
+
+TEST(CElementArray, ADerivedClassMayChooseOtherSizes)
+{
+    const int before = Element::s_live;
+    EvenArray array(new TrackedElements);
+    const Bytes three =
+        Bytes{3, 0, 0, 0, 0, 0} + NewClass("TrackedElements") + Bytes{1, 0, 0, 0, 2, 0, 0, 0, 3, 0, 0, 0};
+    EXPECT_EQ(ThrownByLoading(array, three), kNothingThrown);
+    EXPECT_EQ(ValuesOf(array), (std::vector<int>{1, 2, 3, 0}));
+    array.InsertAt(1, Source(array, 7));
+    EXPECT_EQ(ValuesOf(array), (std::vector<int>{1, 7, 2, 3, 0, 0}));
+    EXPECT_EQ(ThrownByLoading(array, three), kNothingThrown);
+    array.m_isFixed = true;
+    EXPECT_EQ(FailureOf([&] { array.Add(array[0]); }), kInvalidArgument);
+    EXPECT_EQ(ValuesOf(array), (std::vector<int>{1, 2, 3, 0}));
+    array.SetMethods(new CXIntElements);
+    EXPECT_EQ(array.GetSize(), 0);
+    EXPECT_EQ(Element::s_live, before);
 }
 
 TEST(CElementArray, NothingLeaksOrStaysWhereAnElementThrows)
@@ -550,14 +545,8 @@ TEST(CElementArray, TheArchiveNamesTheKind)
         Bytes{3, 0, 16, 0, 0, 0} + NewClass("CXIntElements") + Bytes{1, 0, 0, 0, 0xFE, 0xFF, 0xFF, 0xFF, 4, 3, 2, 1} +
         Bytes{2, 0, 0, 0, 0, 0} + NewClass("CXStringElements") +
         Bytes{0xFF, 0xFE, 0xFF, 2, 'A', 0, 'b', 0, 0xFF, 0xFE, 0xFF, 0} + Bytes{0, 0, 0, 0, 0, 0, 1, 0x80};
-    const auto write = [](CElementArray& first, CElementArray& second) {
-        return Stored([&](CXArchive& archive) {
-            CElementArray empty(new CXIntElements);
-            for (CElementArray* array : {&first, &second, &empty})
-                array->Serialize(archive);
-        });
-    };
-    EXPECT_EQ(write(ints, texts), golden);
+    CElementArray none(new CXIntElements);
+    EXPECT_EQ(Stored(ints, texts, none), golden);
 
     // Into arrays that held the other kind.
     CElementArray loadedInts(new TrackedElements);
@@ -574,19 +563,19 @@ TEST(CElementArray, TheArchiveNamesTheKind)
     ASSERT_EQ(loadedTexts.GetSize(), 2);
     EXPECT_EQ(*static_cast<CXTString<wchar_t>*>(loadedTexts[0]), text);
     EXPECT_EQ(empty.GetTypeOfElement(), XElementType(" INT"));
-    EXPECT_EQ(write(loadedInts, loadedTexts), golden);
+    EXPECT_EQ(Stored(loadedInts, loadedTexts, empty), golden);
 
     ints.SetGrowFactor(0);
     for (CElementArray* array : {&ints, &texts})
     {
         array->SetSize(70000);
-        const Bytes large = Stored([&](CXArchive& to) { array->Serialize(to); });
+        const Bytes large = Stored(*array);
         CElementArray loaded;
-        EXPECT_EQ(Load(loaded, large), kNothing);
-        EXPECT_EQ(Stored([&](CXArchive& to) { loaded.Serialize(to); }), large);
+        EXPECT_EQ(ThrownByLoading(loaded, large), kNothingThrown);
+        EXPECT_EQ(Stored(loaded), large);
     }
-    CElementArray none;
-    EXPECT_EQ(FailureOf([&] { Stored([&](CXArchive& to) { none.Serialize(to); }); }), archiveBadClass);
+    CElementArray kindless;
+    EXPECT_EQ(FailureOf([&] { Stored(kindless); }), archiveBadClass);
 }
 
 TEST(CElementArray, HostileArchivesFail)
@@ -616,7 +605,7 @@ TEST(CElementArray, HostileArchivesFail)
     {
         CElementArray array(new TrackedElements);
         Fill(array, {1, 2});
-        EXPECT_EQ(Load(array, bytes), cause) << &cause - &cases[0].second;
+        EXPECT_EQ(ThrownByLoading(array, bytes), cause) << &cause - &cases[0].second;
         // What was read of the growth does not stay.
         EXPECT_EQ(array.SetGrowFactor(0), 0);
         array.SetSize(0);

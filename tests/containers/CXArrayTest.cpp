@@ -1,7 +1,6 @@
 #include "containers/CXArray.h"
 
-#include "core/CXException.h"
-#include "core/CXMemFile.h"
+#include "tests/support/ArchiveTools.h"
 #include "tests/support/ArrayModel.h"
 #include "tests/support/PrintText.h"
 #include "tests/support/Tracked.h"
@@ -30,6 +29,7 @@ CXArchive& operator>>(CXArchive& archive, Tracked<MOVES>& element)
 
 namespace
 {
+using namespace tev::test;
 using Texts = CXArray<CXTString<wchar_t>>;
 using Ints = CXArray<int, int>;
 
@@ -101,15 +101,8 @@ TEST(CXArray, GrowthFollowsTheCapacityRule)
     const int wrapping[][2] = {{kMost - 1023, 0}, {1 << 30, -2}, {kMost, 1}};
     for (const auto& [capacity, growBy] : wrapping)
     {
-        try
-        {
-            tev::GrownCapacity(capacity, capacity, growBy, capacity);
-            ADD_FAILURE() << capacity;
-        }
-        catch (CXInvalidArgException* exception)
-        {
-            exception->Delete();
-        }
+        EXPECT_EQ(Thrown([&, from = capacity, by = growBy] { tev::GrownCapacity(from, from, by, from); }),
+                  kInvalidArgument);
     }
 }
 
@@ -128,6 +121,8 @@ TEST(CXArray, ASizeOfZeroKeepsTheBufferUnlessAutomaticGrowthIsPassed)
     ints.PreAllocate(0, 50);
     ints.Add(1);
     EXPECT_EQ(ints.GetCapacity(), 50);
+    ints.Copy(nullptr, 0xFFFFFFFF);
+    EXPECT_EQ(ints.GetData(), nullptr);
 }
 
 TEST(CXArray, NewSlotsAreZero)
@@ -178,15 +173,7 @@ TEST(CXArray, ImpossibleArgumentsChangeNothing)
     };
     for (const auto& call : calls)
     {
-        try
-        {
-            call();
-            ADD_FAILURE() << &call - calls;
-        }
-        catch (CXInvalidArgException* exception)
-        {
-            exception->Delete();
-        }
+        EXPECT_EQ(Thrown(call), kInvalidArgument) << &call - calls;
         ASSERT_EQ(texts.GetSize(), 2);
         ASSERT_EQ(texts.GetCapacity(), 11);
         ASSERT_EQ(texts[0] + texts[1], L"onetwo");
@@ -307,26 +294,6 @@ TEST(CXArray, IsKnownByItsClass)
 
 // Serialization
 
-using Bytes = std::vector<unsigned char>;
-
-Bytes Stored(CXObject& object)
-{
-    CXMemFile file;
-    CXArchive archive(&file, xArchiveStore);
-    object.Serialize(archive);
-    archive.Close();
-    return Bytes(file.GetBuffer(), file.GetBuffer() + file.GetLength());
-}
-
-void LoadFrom(const Bytes& bytes, CXObject& object)
-{
-    CXMemFile file(bytes.data(), bytes.size(), false);
-    CXArchive archive(&file, xArchiveLoad);
-    object.Serialize(archive);
-    archive.Close();
-    EXPECT_EQ(file.GetPosition(), bytes.size());
-}
-
 template <class ARRAY>
 void ExpectBytes(std::initializer_list<typename std::decay_t<decltype(ARRAY()[0])>> values, const Bytes& bytes)
 {
@@ -336,7 +303,7 @@ void ExpectBytes(std::initializer_list<typename std::decay_t<decltype(ARRAY()[0]
     EXPECT_EQ(Stored(array), bytes);
     ARRAY loaded;
     loaded.SetSize(4);
-    LoadFrom(bytes, loaded);
+    EXPECT_EQ(ThrownByLoading(loaded, bytes), kNothingThrown);
     EXPECT_TRUE(std::equal(loaded.begin(), loaded.end(), values.begin(), values.end()));
 }
 
@@ -360,7 +327,7 @@ TEST(CXArray, StandsInArchivesAsTheFormatSays)
     const Bytes bytes = {2, 0, 0, 0, 1, 0, 3, 0, 0, 0};
     EXPECT_EQ(Stored(nested), bytes);
     nested.RemoveAll();
-    LoadFrom(bytes, nested);
+    EXPECT_EQ(ThrownByLoading(nested, bytes), kNothingThrown);
     ASSERT_EQ(nested.GetSize(), 2);
     EXPECT_EQ(nested[1][0], 3);
 }
@@ -384,7 +351,7 @@ TEST(CXArray, LoadingGrowsByTheCapacityRule)
     {
         Ints loaded;
         loaded.SetSize(size, growBy);
-        LoadFrom(bytes, loaded);
+        EXPECT_EQ(ThrownByLoading(loaded, bytes), kNothingThrown);
         EXPECT_EQ(loaded.GetCapacity(), capacity);
         ASSERT_TRUE(std::equal(loaded.begin(), loaded.end(), ints.begin(), ints.end()));
     }
@@ -395,16 +362,7 @@ void ExpectEndOfFile(const Bytes& bytes)
 {
     ARRAY array;
     array.SetSize(3);
-    try
-    {
-        LoadFrom(bytes, array);
-        ADD_FAILURE();
-    }
-    catch (CXArchiveException* exception)
-    {
-        EXPECT_EQ(exception->GetCause(), archiveEndOfFile);
-        exception->Delete();
-    }
+    EXPECT_EQ(ThrownByLoading(array, bytes), archiveEndOfFile);
     // Memory for what the input holds and one step of 64 KB more.
     EXPECT_LE(array.GetCapacity() * sizeof(array[0]), 0x20000U);
     array.SetSize(5);

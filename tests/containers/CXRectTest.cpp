@@ -1,6 +1,6 @@
 #include "containers/CXRect.h"
 
-#include "core/CXException.h"
+#include "tests/support/FileFailure.h"
 
 #include <gtest/gtest.h>
 
@@ -30,6 +30,7 @@ TEST(CXRect, PointsAndSizesComputeByComponent)
     EXPECT_EQ(CXPoint(tagPOINTS{-1, 300}), CXPoint(-1, 300));
     EXPECT_EQ(CXPoint(CXSize(3, 4)), CXPoint(3, 4));
     EXPECT_NE(CXPoint(1, 2), CXPoint(1, 3));
+    EXPECT_TRUE((tagPOINT{1, 2} == CXPoint(1, 2) && tagSIZE{1, 2} != CXSize(3, 2) && tagRECT{} == CXRect()));
     EXPECT_EQ(CXSize(1, 2) - CXSize(10, 20), CXSize(-9, -18));
     EXPECT_EQ(CXSize(1, 2) + CXPoint(10, 20), CXPoint(11, 22));
     EXPECT_EQ(CXSize(1, 2) - CXPoint(10, 20), CXPoint(-9, -18));
@@ -145,14 +146,6 @@ TEST(CXRect, MulDivWrapsAndTruncates)
     EXPECT_EQ(CXRect(1, 1, 3, 3).MulDiv(3, 2), CXRect(1, 1, 4, 4));
     EXPECT_EQ(CXRect(-1, -3, 0x40000000, 7).MulDiv(3, 2), CXRect(-1, -4, -0x20000000, 10));
     EXPECT_EQ(CXRect(0x40000000, 5, 0, -5).MulDiv(2, -1), CXRect(INT_MIN, -10, 0, 10));
-    try
-    {
-        CXRect(1, 1, 1, 1).MulDiv(1, 0);
-        FAIL();
-    }
-    catch (CXInvalidArgException* e)
-    {
-        e->Delete();
-    }
+    EXPECT_EQ(tev::test::Thrown([] { CXRect(1, 1, 1, 1).MulDiv(1, 0); }), tev::test::kInvalidArgument);
 }
 } // namespace

@@ -1,6 +1,6 @@
 #include "containers/StringArrays.h"
 
-#include "core/CXException.h"
+#include "tests/support/FileFailure.h"
 #include "tests/support/PrintText.h"
 
 #include <gtest/gtest.h>
@@ -46,15 +46,8 @@ TEST(StringArrays, AreSortedInEachOrderWithEqualStringsKept)
         EXPECT_EQ(Joined(strings), sorted) << order;
     }
     Strings strings = Make({L"b", L"a"});
-    try
-    {
-        SortStringArray(strings, static_cast<_CompareStringsEnum>(4));
-        ADD_FAILURE();
-    }
-    catch (CXInvalidArgException* exception)
-    {
-        exception->Delete();
-    }
+    EXPECT_EQ(tev::test::Thrown([&] { SortStringArray(strings, static_cast<_CompareStringsEnum>(4)); }),
+              tev::test::kInvalidArgument);
     EXPECT_EQ(Joined(strings), L"b a ");
 }
 
