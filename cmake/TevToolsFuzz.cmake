@@ -13,3 +13,6 @@ foreach(source IN LISTS fuzz_sources)
     target_link_libraries(fuzz_${name} PRIVATE tevtools_objects)
     target_link_options(fuzz_${name} PRIVATE -fsanitize=fuzzer)
 endforeach()
+
+# What the tool shows of preference files.
+target_sources(fuzz_Preferences PRIVATE tools/tev/SettingsValues.cpp tools/tev/Tool.cpp tools/tev/System.cpp)

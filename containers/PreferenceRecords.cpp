@@ -22,9 +22,9 @@ constexpr std::size_t kOldRecordHeader = 8;
 constexpr unsigned kUnicodeSignature = 0x43555355;
 constexpr unsigned kTextSignature = 0x43555354;
 constexpr unsigned kSignatures[] = {0x43555335, 0x43555334, kUnicodeSignature, kTextSignature};
-// How often over a damaged file may be read in search of sound records: enough for any damage, and an end for files that
-// were made to take long.
-constexpr std::size_t kSearchFactor = 16;
+// How much of a file may be read in vain, in sizes of the file, before what is left of it is damaged as a whole: enough for
+// any damage, and an end for files that were made to take long.
+constexpr std::size_t kVainFactor = 16;
 
 unsigned NumberAt(const Bytes& file, std::size_t at)
 {
@@ -39,34 +39,10 @@ bool IsStart(const Bytes& file, std::size_t at)
                std::end(kSignatures);
 }
 
-std::size_t OldRecordsSize(const Bytes& file, std::size_t at, unsigned count)
-{
-    const std::size_t start = at;
-    for (; count != 0; --count)
-    {
-        if (file.size() - at < kOldRecordHeader)
-            return file.size();
-        const std::size_t size = NumberAt(file, at + 4);
-        if (size > file.size() - at - kOldRecordHeader)
-            return file.size();
-        at += kOldRecordHeader + size;
-    }
-    return at - start;
-}
-
-/// The size that the record at a start claims, keys included; it may reach past the end of the file.
-std::size_t ClaimedSize(const Bytes& file, std::size_t at)
-{
-    const unsigned total = NumberAt(file, at + kKeysSize + 4);
-    const std::size_t head = kKeysSize + kStartSize;
-    const bool isCounted = NumberAt(file, at + kKeysSize) == kTextSignature;
-    return head + (isCounted ? OldRecordsSize(file, at + head, total) : total);
-}
-
 class Splitter
 {
 public:
-    explicit Splitter(const Bytes& file) : m_file(file), m_left(kSearchFactor * file.size()) {}
+    explicit Splitter(const Bytes& file) : m_file(file), m_left(kVainFactor * file.size()) {}
 
     /// Calls `visit` for each record, until that answers false. False when what was read is damaged.
     template <class Visit>
@@ -78,10 +54,11 @@ public:
         for (std::size_t at = kCountSize; at < m_file.size(); ++count)
         {
             XPreferenceRecord record;
-            if (!ReadRecord(at, record, store))
+            const std::size_t size = ClaimedSize(at);
+            if (!ReadRecord(at, size, record, store))
             {
                 isSound = false;
-                record = Damaged(at, NextStart(at));
+                record = Damaged(at, NextStart(at, size));
             }
             if (!visit(record, store))
                 return isSound;
@@ -91,13 +68,44 @@ public:
     }
 
 private:
-    bool ReadRecord(std::size_t at, XPreferenceRecord& record, CCustomData& store) const
+    /// The size that the record at a start claims, keys included; it may reach past the end of the file. 0: no start.
+    std::size_t ClaimedSize(std::size_t at)
     {
         if (!IsStart(m_file, at))
+            return 0;
+        const unsigned total = NumberAt(m_file, at + kKeysSize + 4);
+        const std::size_t head = kKeysSize + kStartSize;
+        const bool isCounted = NumberAt(m_file, at + kKeysSize) == kTextSignature;
+        return head + (isCounted ? OldRecordsSize(at + head, total) : total);
+    }
+
+    std::size_t OldRecordsSize(std::size_t at, unsigned count)
+    {
+        const std::size_t start = at;
+        for (; count != 0; --count)
+        {
+            const std::size_t room = m_file.size() - at;
+            if (room < kOldRecordHeader || NumberAt(m_file, at + 4) > room - kOldRecordHeader)
+            {
+                Spend(at - start);
+                return m_file.size();
+            }
+            at += kOldRecordHeader + NumberAt(m_file, at + 4);
+        }
+        return at - start;
+    }
+
+    void Spend(std::size_t bytes) { m_left -= std::min(bytes, m_left); }
+
+    bool ReadRecord(std::size_t at, std::size_t size, XPreferenceRecord& record, CCustomData& store)
+    {
+        if (size == 0 || size > m_file.size() - at)
             return false;
-        const std::size_t size = ClaimedSize(m_file, at);
-        if (size > m_file.size() - at || !store.SerializeFromData(m_file.data() + at + kKeysSize, size - kKeysSize))
+        if (!store.SerializeFromData(m_file.data() + at + kKeysSize, size - kKeysSize))
+        {
+            Spend(size);
             return false;
+        }
         record.m_key1 = NumberAt(m_file, at);
         record.m_key2 = NumberAt(m_file, at + 4);
         record.m_offset = at;
@@ -120,33 +128,23 @@ private:
         return record;
     }
 
-    /// The next start behind the damaged record at `at`, or the end of the file.
-    std::size_t NextStart(std::size_t at)
+    /// The next start behind the damaged record at `at` that claims a size, or the end of the file.
+    std::size_t NextStart(std::size_t at, std::size_t size)
     {
-        if (IsStart(m_file, at))
-        {
-            const std::size_t size = ClaimedSize(m_file, at);
-            if (size == m_file.size() - at || IsStart(m_file, at + size))
-                return at + size;
-        }
+        if (size != 0 && size <= m_file.size() - at && (size == m_file.size() - at || IsStart(m_file, at + size)))
+            return at + size;
         XPreferenceRecord found;
         CCustomData store;
-        for (std::size_t next = at + 1; next < m_file.size(); ++next)
+        for (std::size_t next = at + 1; next < m_file.size() && m_left != 0; ++next)
         {
-            if (!IsStart(m_file, next))
-                continue;
-            const std::size_t size = std::min(ClaimedSize(m_file, next), m_file.size() - next);
-            if (size > m_left)
-                break;
-            m_left -= size;
-            if (ReadRecord(next, found, store))
+            if (ReadRecord(next, ClaimedSize(next), found, store))
                 return next;
         }
         return m_file.size();
     }
 
     const Bytes& m_file;
-    std::size_t m_left;
+    std::size_t m_left; ///< bytes that may still be read in vain
 };
 } // namespace
 

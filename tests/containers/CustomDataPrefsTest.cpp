@@ -232,10 +232,18 @@ TEST(CustomDataPrefs, DamageCostsTheRecordInWhichItLies)
     EXPECT_EQ(KeptAfterSaving(folder, good + "more"), 3);
     EXPECT_EQ(KeptAfterSaving(folder, "\2" + good.substr(1)), 3) << "the number of records lies";
     EXPECT_EQ(KeptAfterSaving(folder, good.substr(0, 4 + size) + "rubbish" + good.substr(4 + size)), 3);
-    Bytes traps; // made to be searched for long
-    while (traps.size() < 100000)
-        traps += "5SUC";
-    EXPECT_EQ(KeptAfterSaving(folder, traps), 0);
+    // Made to be searched for long: signatures everywhere; sound records that each follow one which claims all the rest,
+    // as a size or as records to be counted.
+    const Bytes keys = "\1\0\0\0\b\0\0\0"s;
+    const Bytes empty = keys + "5SUC\0\0\0\0"s;
+    for (const Bytes& trap :
+         {"5SUC"s, keys + "5SUC\0\0\x10\0\1\0\0\0"s + empty, keys + "TSUC\xFF\xFF\xFF\x7F"s + empty})
+    {
+        Bytes traps = "\3\0\0\0"s;
+        while (traps.size() < 2000000)
+            traps += trap;
+        EXPECT_EQ(KeptAfterSaving(folder, traps), 0);
+    }
 }
 
 TEST(CustomDataPrefs, DamageIsReportedWhereTheStoreIsNotFound)

@@ -6,6 +6,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <limits>
+
 namespace
 {
 using namespace std::string_literals;
@@ -94,6 +96,14 @@ TEST_F(TevSettings, StoresAreListedShownCopiedAndRemoved)
     store.SetCustomData(1, inner);
     const short array[] = {1, 2};
     store.SetArray(2, array, sizeof(short), 2);
+    CCustomData strange;
+    struct tm time = {};
+    time.tm_year = time.tm_mon = std::numeric_limits<int>::max();
+    strange.SetUTCTime(1, time);
+    ASSERT_TRUE(strange.SaveToPrefs(m_folder.WidePath("strange").c_str(), 1, 1));
+    EXPECT_EQ(RunTev({"settings", "get", m_folder.Path("strange"), "1", "1", "1"}).m_output,
+              "2147485547-2147483648-00T00:00:00Z\n");
+
     ASSERT_TRUE(store.SaveToPrefs(m_folder.WidePath("a.prefs").c_str(), 3, 4));
     EXPECT_EQ(Run("set", {"1", "2", "9", "int", "1"}).m_exitCode, 0);
 

@@ -154,8 +154,8 @@ std::string GetUtcFields(const CCustomData& store, unsigned id)
     struct tm time = {};
     store.GetUTCTime(id, time, time);
     CXTString<char> text;
-    text.Format("%I64d-%02d-%02dT%02d:%02d:%02dZ", 1900LL + time.tm_year, time.tm_mon + 1, time.tm_mday, time.tm_hour,
-                time.tm_min, time.tm_sec);
+    text.Format("%I64d-%02I64d-%02dT%02d:%02d:%02dZ", 1900LL + time.tm_year, time.tm_mon + 1LL, time.tm_mday,
+                time.tm_hour, time.tm_min, time.tm_sec);
     return text.GetConstBuffer();
 }
 
