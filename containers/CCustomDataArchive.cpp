@@ -117,22 +117,25 @@ void* CCustomData::SerializeToData(unsigned __int64& size) const
     return block;
 }
 
+// The block may lie in this store, so that stays as it is while the block is read.
 bool CCustomData::SerializeFromData(const void* data, unsigned __int64 size)
 {
+    const LockGuard lock(m_lock);
+    CCustomData loaded;
+    bool isLoaded = false;
     try
     {
         CXMemFile file(static_cast<const unsigned char*>(data), size, false);
         CXArchive archive(&file, xArchiveLoad);
-        Serialize(archive);
-        return true;
+        loaded.Serialize(archive);
+        isLoaded = true;
     }
     catch (CXException* exception)
     {
         exception->Delete();
     }
-    const LockGuard lock(m_lock);
-    Clear();
-    return false;
+    TakeFrom(loaded); // empty when the block could not be read
+    return isLoaded;
 }
 
 void CCustomData::Load(CXArchive& archive)

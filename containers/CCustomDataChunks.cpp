@@ -91,6 +91,8 @@ unsigned char* CCustomData::Place(unsigned id, unsigned size, unsigned kind)
     {
         CloseGap(*offset);
         *offset = start;
+        if (start == 0)
+            m_legacyMode = 0; // nothing is left of the older layout
     }
     WriteChunkHeader(m_buffer + start, id, size, kind);
     m_used = static_cast<unsigned>(needed);
@@ -163,9 +165,7 @@ bool CCustomData::RemoveChunk(unsigned id)
         return false;
     if (m_offsets->GetCount() == 1)
     {
-        const unsigned legacyMode = m_legacyMode;
         Clear();
-        m_legacyMode = legacyMode;
         return true;
     }
     CloseGap(static_cast<unsigned>(chunk - m_buffer));

@@ -3,8 +3,10 @@
 #include "core/CXArchive.h"
 #include "core/CXMemFile.h"
 #include "services/CXTime.h"
+#include "system/CXSingleLock.h"
 #include "tests/support/FileFailure.h"
 #include "tests/support/PrintText.h"
+#include "tests/support/TempFolder.h"
 
 #include <gtest/gtest.h>
 
@@ -103,8 +105,7 @@ KindCase Scalar(unsigned kind, unsigned size, Set set, Get get, T value, T other
                  static_cast<bool (CCustomData::*)(unsigned, type&, type) const>(&CCustomData::Get##Name), value,      \
                  static_cast<type>(77))
 
-std::vector<KindCase> AllKinds()
-{
+const std::vector<KindCase> kAllKinds = [] {
     using Data = CCustomData;
     const auto text = [](auto set, auto get, auto value, unsigned kind, unsigned size) {
         using Text = decltype(value);
@@ -116,7 +117,7 @@ std::vector<KindCase> AllKinds()
                             return found && out == value;
                         }};
     };
-    return {
+    return std::vector<KindCase>{
         SCALAR(Int, int, kInt, 4, -5),
         SCALAR(UInt, unsigned, kUInt, 4, 0xFFFFFFFE),
         SCALAR(Long, long, kLong, 4, std::numeric_limits<int>::min()),
@@ -150,18 +151,17 @@ std::vector<KindCase> AllKinds()
              return elements == nullptr ? count != 0 : count == 3 && std::memcmp(elements, "aabbccddeeff", 12) == 0;
          }},
     };
-}
+}();
 
 TEST(CCustomData, EveryKindIsGivenOutAsItselfAlone)
 {
-    const std::vector<KindCase> kinds = AllKinds();
-    for (const KindCase& set : kinds)
+    for (const KindCase& set : kAllKinds)
     {
         CCustomData store;
         ASSERT_TRUE(set.m_set(store, 7));
         EXPECT_EQ(store.GetDataKindOf(7), set.m_kind);
         EXPECT_EQ(store.GetDataSize(7), set.m_size);
-        for (const KindCase& get : kinds)
+        for (const KindCase& get : kAllKinds)
         {
             EXPECT_EQ(get.m_get(store, 7), get.m_kind == set.m_kind && get.m_size == set.m_size)
                 << std::hex << set.m_kind << " as " << get.m_kind;
@@ -201,6 +201,15 @@ TEST(CCustomData, OlderLayoutsAreReadByTheirSizeAlone)
         EXPECT_TRUE(copy.GetInt(7, other, 9));
         EXPECT_TRUE(copy.SetData(Chunk(7, CCustomData::kUInt, Number(5)).data(), 16));
         EXPECT_FALSE(copy.GetInt(7, other, 9));
+        // And until the last value goes, by itself or because one of another size takes its place.
+        for (const bool isReplaced : {false, true})
+        {
+            copy = store;
+            copy.RemoveCustom(9);
+            EXPECT_TRUE(isReplaced || copy.RemoveCustom(7));
+            copy.SetDouble(7, 1);
+            EXPECT_FALSE(copy.GetLongInt(7, wide, 9));
+        }
 
         for (size_t size = 0; size < layout.size(); ++size)
         {
@@ -469,6 +478,11 @@ TEST(CCustomData, StoresLieWithinStores)
     EXPECT_FALSE(store.HasData(2)) << "an empty store is not kept";
     EXPECT_TRUE(holder.CopyID(&store, 5) && holder.Copy(&store, 1) && holder.CopyID(&holder, 1, 77));
     EXPECT_FALSE(holder.CopyID(nullptr, 5) || holder.Copy(&store, 99));
+    const Bytes saved = SerializedBytes(holder);
+    other.SetBinary(1, saved.data(), static_cast<unsigned>(saved.size()));
+    unsigned size = 0;
+    const void* within = other.GetCustomPtr(1, size);
+    EXPECT_TRUE(other.SerializeFromData(within, size) && other.IsEqual(holder)) << "from a block within itself";
     EXPECT_EQ(holder.GetIDCount(), 4U);
     EXPECT_EQ(holder.DumpCustomData(true, 1), L" 00000001 \" INT\" 4: 1\n"
                                               L" 00000003 \" INT\" 4: 30\n"
@@ -612,13 +626,24 @@ TEST(CCustomData, AgreesWithAModelOverRandomOperations)
 using Action = void (*)(CCustomData& store, CCustomData& other, unsigned id);
 
 const Action kActions[] = {
-    [](CCustomData& store, CCustomData&, unsigned id) { store.SetInt(id, 1); },
-    [](CCustomData& store, CCustomData&, unsigned id) { store.SetString(id, L"text \u20ac"); },
     [](CCustomData& store, CCustomData&, unsigned id) {
-        store.SetStringList(id, {L"a", L"b"});
+        for (const KindCase& kind : kAllKinds)
+            kind.m_set(store, id++ % 8);
     },
-    [](CCustomData& store, CCustomData&, unsigned id) { store.SetArray(id, "abcdef", 2, 3); },
-    [](CCustomData& store, CCustomData&, unsigned id) { store.SetXTime(id, CXTime(1)); },
+    [](CCustomData& store, CCustomData&, unsigned id) {
+        for (const KindCase& kind : kAllKinds)
+        {
+            // An array is read within the store.
+            const CXSingleLock lock(store.GetThreadLock(), kind.m_kind == CCustomData::kArray);
+            kind.m_get(store, id++ % 8);
+        }
+    },
+    [](CCustomData& store, CCustomData& other, unsigned id) {
+        static const tev::test::TempFolder folder;
+        const CXTString<wchar_t> path = folder.WidePath("prefs").c_str();
+        EXPECT_TRUE(id != 0 || // they take long
+                    (store.SaveToPrefs(path, 1, 2) && other.LoadFromPrefs(path, 1, 2, true)));
+    },
     [](CCustomData& store, CCustomData& other, unsigned) { other = store; },
     [](CCustomData& store, CCustomData& other, unsigned) { store = other; },
     [](CCustomData& store, CCustomData& other, unsigned id) { store.SetCustomData(id, other); },
@@ -641,11 +666,13 @@ const Action kActions[] = {
         store.GetDataKindOf(id), store.GetDataSize(id), store.GetChecksum(id), store.GetTimeStamp(), store.HasData(id);
     },
     [](CCustomData& store, CCustomData&, unsigned id) {
-        CXTString<wchar_t> text;
-        std::vector<CXTString<wchar_t>> strings;
+        std::vector<CXTString<wchar_t>> strings = {L"a", L"b"};
+        CXArray<CXTString<wchar_t>> array;
         Point point;
-        store.GetString(id, text, L""), store.GetStringList(id, strings), store.GetCustomClass(id, point);
-        store.SetCustomClass(id, point);
+        struct tm time = {};
+        store.SetStringList(id, strings), store.GetStringArray(id, array), store.SetStringArray(id + 1, array);
+        store.GetStringList(id, strings), store.GetCustomClass(id, point), store.SetCustomClass(id, point);
+        store.SetUTCTime(id + 2, time), store.GetUTCTime(id, time, time);
     },
     [](CCustomData& store, CCustomData&, unsigned id) {
         const tev::LockGuard lock(*store.GetThreadLock());
