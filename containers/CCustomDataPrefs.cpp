@@ -57,6 +57,8 @@ Bytes ReadAll(CXFile& file)
 /// The whole file as it was at one moment. False when there is none; throws CXFileException when it cannot be read.
 bool ReadFile(const Text& path, Bytes& bytes)
 {
+    if (tev::IsPipeOrDevice(path))
+        CXFileException::Throw(fileInvalidFile, path);
     CXFile file;
     CXFileException error;
     if (!file.Open(path, CXFile::modeRead | CXFile::shareDenyNone | CXFile::modeNoInherit, &error))
@@ -195,14 +197,15 @@ bool CCustomData::SaveToPrefs(const CXTString<wchar_t>& path, unsigned key1, uns
 
 bool CCustomData::LoadFromPrefs(CXTString<wchar_t> path, unsigned key1, unsigned key2, bool throwWhenDamaged)
 {
+    if (!throwWhenDamaged)
+        return Succeeds([&] { return LoadFromPrefs(path, key1, key2, true); });
     Bytes file;
-    const auto read = [&] { return ReadFile(path, file); };
-    if (!(throwWhenDamaged ? read() : Succeeds(read)))
+    if (!ReadFile(path, file))
         return false;
     XPreferenceRecord record;
     CCustomData loaded;
     const bool isSound = tev::FindPreference(file, key1, key2, record, loaded);
-    if (!isSound && throwWhenDamaged && !record.m_isSound)
+    if (!isSound && !record.m_isSound)
         CXFileException::Throw(fileInvalidFile, path);
     if (record.m_isSound)
         TakeFrom(loaded);

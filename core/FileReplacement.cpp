@@ -1,6 +1,7 @@
 #include "core/FileReplacement.h"
 
 #include "core/CXFileException.h"
+#include "platform/FileInformation.h"
 #include "platform/FileSystem.h"
 
 namespace tev
@@ -10,6 +11,12 @@ namespace
 constexpr unsigned kPatienceMs = 10000;
 constexpr const wchar_t* kTemporarySuffix = L".tmp";
 } // namespace
+
+bool IsPipeOrDevice(const wchar_t* path)
+{
+    platform::FileInformation information;
+    return platform::GetFileInformation(path, information) && information.kind == platform::FileKind::Other;
+}
 
 FileReplacement::FileReplacement(const wchar_t* path) : m_path(path)
 {

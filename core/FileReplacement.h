@@ -7,6 +7,9 @@
 
 namespace tev
 {
+/// Whether a pipe or a device lies there, which may let whoever opens it wait for ever.
+[[nodiscard]] bool IsPipeOrDevice(const wchar_t* path);
+
 /// Replaces a file by another one, or leaves it as it is: the new contents are written beside it, flushed to the disk, and
 /// then take its name in one step. Whoever reads it meanwhile gets the old file or the new one. A link stays one, and
 /// leads to the new file; permissions and ownership go over to it.

@@ -15,6 +15,8 @@
 #include <utility>
 #include <vector>
 
+#include <sys/stat.h>
+
 namespace
 {
 using namespace std::string_literals;
@@ -105,7 +107,8 @@ TEST(CustomDataPrefs, WhatIsNoFileIsRefused)
 {
     const TempFolder folder;
     folder.WriteFile("folder/file", "");
-    for (const char* name : {"", "folder/", "folder\\", "folder", "missing/prefs", "folder/file/prefs"})
+    ASSERT_EQ(mkfifo(folder.Path("pipe").c_str(), 0600), 0);
+    for (const char* name : {"", "folder/", "folder\\", "folder", "missing/prefs", "folder/file/prefs", "pipe"})
     {
         const std::wstring path =
             *name == '\0' ? L"" : folder.WidePath() + L"/" + std::wstring(name, name + strlen(name));
