@@ -1,6 +1,7 @@
 #include "services/CProfileTimer.h"
 
 #include "platform/ThreadPriority.h"
+#include "services/LogFile.h"
 
 #include <atomic>
 #include <chrono>
@@ -38,13 +39,14 @@ unsigned long CProfileTimer::End(const CXTString<wchar_t>& title)
     const __int64 elapsed = ReadCounter() - m_start;
     const auto milliseconds = static_cast<unsigned>(elapsed * 1000 / m_frequency);
     tev::platform::SetOwnPriority(m_priority);
-    const XProfileReporter reporter = g_reporter;
-    if (reporter != nullptr && !title.IsEmpty())
-    {
-        CXTString<wchar_t> text;
-        text.Format(L"******** %s ********\n%d ms %.4f s\n", title.GetConstBuffer(), milliseconds,
-                    static_cast<double>(elapsed) / static_cast<double>(m_frequency));
+    if (title.IsEmpty())
+        return milliseconds;
+    CXTString<wchar_t> text;
+    text.Format(L"******** %s ********\n%d ms %.4f s\n", title.GetConstBuffer(), milliseconds,
+                static_cast<double>(elapsed) / static_cast<double>(m_frequency));
+    if (const XProfileReporter reporter = g_reporter)
         reporter(text);
-    }
+    else
+        WriteToLogFile(L"%s", text.GetConstBuffer());
     return milliseconds;
 }

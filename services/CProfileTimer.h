@@ -5,7 +5,7 @@
 /// Receives what CProfileTimer::End has to show.
 using XProfileReporter = void (*)(const CXTString<wchar_t>& text);
 
-/// Installs the process's reporter, null for none, and returns the one before. Without one nothing is shown.
+/// Installs the process's reporter, null for none, and returns the one before. Without one the text goes to the log.
 /// Safe from several threads at once.
 TEVTOOLS_API XProfileReporter XSetProfileReporter(XProfileReporter reporter) noexcept;
 
@@ -18,8 +18,8 @@ public:
     explicit CProfileTimer(int unused = 0) noexcept;
 
     void Start() noexcept;
-    /// Milliseconds since Start, the low 32 bits of them. With a title, the reporter receives a text of title and time.
-    /// Gives the thread the priority back that it had.
+    /// Milliseconds since Start, the low 32 bits of them. With a title, the reporter or the log receives a text of title
+    /// and time. Gives the thread the priority back that it had.
     unsigned long End(const CXTString<wchar_t>& title);
 
 private:

@@ -2,9 +2,12 @@
 
 #include "core/CXArchive.h"
 #include "core/CXMemFile.h"
+#include "platform/ThreadPriority.h"
 #include "services/CProfileTimer.h"
+#include "services/LogFile.h"
 #include "tests/support/FileFailure.h"
 #include "tests/support/PrintText.h"
+#include "tests/support/TempFolder.h"
 #include "tests/support/TimeZone.h"
 
 #include <gtest/gtest.h>
@@ -17,6 +20,7 @@
 
 namespace
 {
+using namespace std::string_literals;
 using tev::test::TimeZone;
 
 // Rules written out, so that the tests need no zone files: Paris, New York, Lord Howe (half an hour), and no rule at all.
@@ -226,6 +230,7 @@ CXTString<wchar_t> g_reported;
 TEST(CProfileTimer, ReportsATitleAndGivesThePriorityBack)
 {
     const XProfileReporter before = XSetProfileReporter([](const CXTString<wchar_t>& text) { g_reported = text; });
+    const int priority = tev::platform::GetOwnPriority();
     CProfileTimer timer(0);
     timer.Start();
     std::this_thread::sleep_for(std::chrono::milliseconds(3));
@@ -238,6 +243,15 @@ TEST(CProfileTimer, ReportsATitleAndGivesThePriorityBack)
     start.Format(L"******** r\u00f6hre ********\n%d ms 0.", shown);
     EXPECT_EQ(g_reported.Left(start.GetLength()), start);
     EXPECT_EQ(g_reported.Right(3), L" s\n");
+    EXPECT_EQ(tev::platform::GetOwnPriority(), priority);
+
+    // Without a reporter the text goes to the log.
+    XSetProfileReporter(nullptr);
+    const tev::test::TempFolder folder;
+    ASSERT_TRUE(SetLogFile(folder.WidePath("log").c_str(), xLogCreate, 0));
+    timer.End(L"Q");
+    CloseLogFile();
     XSetProfileReporter(before);
+    EXPECT_NE(folder.ReadFile("log").find("*\0 \0Q\0 \0*\0"s), std::string::npos);
 }
 } // namespace
