@@ -9,8 +9,8 @@
 #include "core/CXMemFile.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
-#include <utility>
 
 using tev::LockGuard;
 
@@ -27,7 +27,7 @@ constexpr unsigned kStartSize = 8;   // signature and total
 constexpr unsigned kHeaderSize = 20; // behind them, in a store that is not empty
 constexpr unsigned kRecordHeader = 8;
 constexpr unsigned __int64 kNoLimit = ~0ULL;
-constexpr unsigned kFirstStep = 1U << 16;
+constexpr unsigned kFirstStep = 1U << 20;
 
 [[noreturn]] void Fail(const CXArchive& archive, FileExceptionType cause)
 {
@@ -50,12 +50,11 @@ Block ReadBlock(CXArchive& archive, unsigned size)
     {
         const unsigned __int64 reached =
             std::min<unsigned __int64>(size, std::max<unsigned __int64>(2 * done, kFirstStep));
-        Block larger(static_cast<unsigned char*>(CCustomData::Alloc(static_cast<unsigned>(reached))));
+        auto* larger = static_cast<unsigned char*>(std::realloc(block.get(), static_cast<std::size_t>(reached)));
         if (larger == nullptr)
             CXMemoryException::Throw();
-        if (done != 0)
-            std::memcpy(larger.get(), block.get(), done);
-        block = std::move(larger);
+        static_cast<void>(block.release()); // which `larger` has replaced
+        block.reset(larger);
         ReadAll(archive, block.get() + done, static_cast<unsigned>(reached - done));
         done = reached;
     }

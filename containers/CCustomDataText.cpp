@@ -2,12 +2,11 @@
 
 #include "containers/CCustomData.h"
 #include "containers/CustomDataChunk.h"
-#include "core/TextEncoding.h"
 #include "core/TextSearch.h"
 #include "core/Utf.h"
 
 #include <algorithm>
-#include <cstring>
+#include <cstdint>
 #include <limits>
 #include <utility>
 
@@ -15,8 +14,6 @@ using tev::LockGuard;
 
 namespace
 {
-using Form = tev::Utf16Form<tev::ByteOrder::little>;
-
 constexpr unsigned __int64 kLargestValue = std::numeric_limits<unsigned>::max();
 constexpr unsigned kListHeader = 4;  // the number of strings
 constexpr unsigned kTextHeader = 4;  // the number of 16-bit units of one of them
@@ -27,49 +24,46 @@ class StoredText
 {
 public:
     explicit StoredText(const CXTString<wchar_t>& text)
-        : m_text(text.GetConstBuffer()), m_length(tev::TextLength(m_text))
+        : m_text(text.GetConstBuffer()),
+          m_length(tev::TextLength(m_text)),
+          m_bytes(tev::MeasureWideInUtf16(m_text, m_length))
     {
-        char32_t bits = 0;
-        for (std::size_t i = 0; i < m_length; ++i)
-            bits |= static_cast<char32_t>(m_text[i]);
-        m_isPlain = bits <= 0xFFFF;
-        m_bytes = m_isPlain ? 2 * m_length : tev::Measure<Form>(tev::WideReader<>(m_text, m_length));
     }
 
     std::size_t Bytes() const noexcept { return m_bytes; }
     void Write(unsigned char* target) const noexcept
     {
-        if (!m_isPlain)
-        {
-            tev::Write<Form>(tev::WideReader<>(m_text, m_length), reinterpret_cast<char*>(target));
-            return;
-        }
-        for (std::size_t i = 0; i < m_length; ++i)
-            tev::StoreLittleEndian(target + 2 * i, static_cast<unsigned short>(m_text[i]));
+        tev::WideToUtf16(m_text, m_length, m_bytes, reinterpret_cast<char*>(target));
     }
 
 private:
     const wchar_t* m_text;
     std::size_t m_length;
-    bool m_isPlain; ///< each character is one unit
     std::size_t m_bytes;
 };
+
+/// The units up to the first NUL, or to the end. Text ends with its only one, so a NUL within is looked for without
+/// branches, which the compiler does in vectors, and its place only where there is one.
+std::size_t TextUnits(const unsigned char* units, std::size_t count)
+{
+    const auto unitAt = [units](std::size_t i) { return tev::LoadLittleEndian<std::uint16_t>(units + 2 * i); };
+    const std::size_t most = count != 0 && unitAt(count - 1) == 0 ? count - 1 : count;
+    std::uint16_t nuls = 0;
+    for (std::size_t i = 0; i < most; ++i)
+        nuls |= static_cast<std::uint16_t>(unitAt(i) == 0);
+    std::size_t length = nuls == 0 ? most : 0;
+    while (length < most && unitAt(length) != 0)
+        ++length;
+    return length;
+}
 
 /// Reads text up to its first NUL, or to its end.
 void ReadUnits(const unsigned char* units, std::size_t count, CXTString<wchar_t>& text)
 {
-    bool hasSurrogates = false;
-    wchar_t* target = text.GetBufferSetLength64(count);
-    for (std::size_t i = 0; i < count; ++i)
-    {
-        const auto unit = tev::LoadLittleEndian<unsigned short>(units + 2 * i);
-        hasSurrogates |= (unit & 0xF800) == 0xD800;
-        target[i] = static_cast<wchar_t>(unit);
-    }
-    const std::size_t length = tev::TextLength(target);
-    text.GetBufferSetLength64(length);
-    if (hasSurrogates && sizeof(wchar_t) > 2)
-        static_cast<void>(XDecodeText(units, 2 * length, xEncodingUtf16, text));
+    const auto* bytes = reinterpret_cast<const char*>(units);
+    const std::size_t size = 2 * TextUnits(units, count);
+    const std::size_t length = tev::MeasureUtf16(bytes, size);
+    tev::Utf16ToWide(bytes, size, length, text.GetBufferSetLength64(length));
 }
 } // namespace
 

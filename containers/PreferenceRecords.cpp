@@ -44,13 +44,13 @@ class Splitter
 public:
     explicit Splitter(const Bytes& file) : m_file(file), m_left(kVainFactor * file.size()) {}
 
-    /// Calls `visit` for each record, until that answers false. False when what was read is damaged.
+    /// Calls `visit` for each record, until that answers false; the store of a sound one is in `store` then. False when
+    /// what was read is damaged.
     template <class Visit>
-    bool Walk(Visit visit)
+    bool Walk(CCustomData& store, Visit visit)
     {
         bool isSound = m_file.size() >= kCountSize;
         unsigned count = 0;
-        CCustomData store;
         for (std::size_t at = kCountSize; at < m_file.size(); ++count)
         {
             XPreferenceRecord record;
@@ -60,7 +60,7 @@ public:
                 isSound = false;
                 record = Damaged(at, NextStart(at, size));
             }
-            if (!visit(record, store))
+            if (!visit(record))
                 return isSound;
             at += static_cast<std::size_t>(record.m_size);
         }
@@ -153,11 +153,12 @@ private:
 bool SplitPreferences(const std::vector<unsigned char>& file, std::vector<XPreferenceRecord>& records)
 {
     records.clear();
-    const auto add = [&records](const XPreferenceRecord& record, CCustomData&) {
+    CCustomData store;
+    const auto add = [&records](const XPreferenceRecord& record) {
         records.push_back(record);
         return true;
     };
-    return file.empty() || Splitter(file).Walk(add);
+    return file.empty() || Splitter(file).Walk(store, add);
 }
 
 bool FindPreference(const std::vector<unsigned char>& file, unsigned key1, unsigned key2, XPreferenceRecord& record,
@@ -166,11 +167,10 @@ bool FindPreference(const std::vector<unsigned char>& file, unsigned key1, unsig
     record = {};
     if (file.empty())
         return true;
-    return Splitter(file).Walk([&](const XPreferenceRecord& next, CCustomData& data) {
+    return Splitter(file).Walk(store, [&](const XPreferenceRecord& next) {
         if (!next.m_isSound || next.m_key1 != key1 || next.m_key2 != key2)
             return true;
         record = next;
-        store = data;
         return false;
     });
 }

@@ -12,8 +12,8 @@ namespace tev
 /// number of records. False when the file is damaged.
 [[nodiscard]] bool SplitPreferences(const std::vector<unsigned char>& file, std::vector<XPreferenceRecord>& records);
 
-/// Reads records until it finds a sound one of these keys, and its store; else `record` is not sound. False when what was
-/// read is damaged.
+/// Reads records until it finds a sound one of these keys, and its store; else `record` is not sound, and `store` anything.
+/// False when what was read is damaged.
 bool FindPreference(const std::vector<unsigned char>& file, unsigned key1, unsigned key2, XPreferenceRecord& record,
                     CCustomData& store);
 } // namespace tev
