@@ -65,4 +65,6 @@
 #include "system/StartUp.h"
 #include "system/ThreadRelations.h"
 #include "system/WorkerCount.h"
+#include "ui/CLogInfo.h"
+#include "ui/CUserInterface.h"
 #include "ui/Language.h"

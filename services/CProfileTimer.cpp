@@ -2,6 +2,7 @@
 
 #include "platform/ThreadPriority.h"
 #include "services/LogFile.h"
+#include "services/ProfileReporter.h"
 
 #include <atomic>
 #include <chrono>
@@ -12,7 +13,7 @@ namespace
 // Of 100 nanoseconds, so that a thousand times a span of 29 years still fits.
 using Ticks = std::chrono::duration<__int64, std::ratio<1, 10000000>>;
 
-std::atomic<XProfileReporter> g_reporter{nullptr};
+std::atomic<tev::ProfileReporter> g_reporter{nullptr};
 
 __int64 ReadCounter() noexcept
 {
@@ -20,9 +21,9 @@ __int64 ReadCounter() noexcept
 }
 } // namespace
 
-XProfileReporter XSetProfileReporter(XProfileReporter reporter) noexcept
+void tev::SetProfileReporter(ProfileReporter reporter) noexcept
 {
-    return g_reporter.exchange(reporter);
+    g_reporter = reporter;
 }
 
 CProfileTimer::CProfileTimer(int) noexcept : m_frequency(Ticks::period::den) {}
@@ -44,7 +45,7 @@ unsigned long CProfileTimer::End(const CXTString<wchar_t>& title)
     CXTString<wchar_t> text;
     text.Format(L"******** %s ********\n%d ms %.4f s\n", title.GetConstBuffer(), milliseconds,
                 static_cast<double>(elapsed) / static_cast<double>(m_frequency));
-    if (const XProfileReporter reporter = g_reporter)
+    if (const tev::ProfileReporter reporter = g_reporter)
         reporter(text);
     else
         WriteToLogFile(L"%s", text.GetConstBuffer());

@@ -2,13 +2,6 @@
 
 #include "core/CXTString.h"
 
-/// Receives what CProfileTimer::End has to show.
-using XProfileReporter = void (*)(const CXTString<wchar_t>& text);
-
-/// Installs the process's reporter, null for none, and returns the one before. Without one the text goes to the log.
-/// Safe from several threads at once.
-TEVTOOLS_API XProfileReporter XSetProfileReporter(XProfileReporter reporter) noexcept;
-
 /// Measures elapsed time, and runs the measured part at the highest normal thread priority where the system permits.
 /// Start and End are called by one thread. One thread at a time.
 class TEVTOOLS_API CProfileTimer
@@ -18,8 +11,9 @@ public:
     explicit CProfileTimer(int unused = 0) noexcept;
 
     void Start() noexcept;
-    /// Milliseconds since Start, the low 32 bits of them. With a title, the reporter or the log receives a text of title
-    /// and time. Gives the thread the priority back that it had.
+    /// Milliseconds since Start, the low 32 bits of them. With a title, the user interface shows a text of title and
+    /// time; without a host's user interface the log receives it.
+    /// Gives the thread the priority back that it had.
     unsigned long End(const CXTString<wchar_t>& title);
 
 private:

@@ -5,6 +5,7 @@
 #include "platform/ThreadPriority.h"
 #include "services/CProfileTimer.h"
 #include "services/LogFile.h"
+#include "services/ProfileReporter.h"
 #include "tests/support/FileFailure.h"
 #include "tests/support/PrintText.h"
 #include "tests/support/TempFolder.h"
@@ -229,7 +230,7 @@ CXTString<wchar_t> g_reported;
 
 TEST(CProfileTimer, ReportsATitleAndGivesThePriorityBack)
 {
-    const XProfileReporter before = XSetProfileReporter([](const CXTString<wchar_t>& text) { g_reported = text; });
+    tev::SetProfileReporter([](const CXTString<wchar_t>& text) { g_reported = text; });
     const int priority = tev::platform::GetOwnPriority();
     CProfileTimer timer(0);
     timer.Start();
@@ -246,12 +247,11 @@ TEST(CProfileTimer, ReportsATitleAndGivesThePriorityBack)
     EXPECT_EQ(tev::platform::GetOwnPriority(), priority);
 
     // Without a reporter the text goes to the log.
-    XSetProfileReporter(nullptr);
+    tev::SetProfileReporter(nullptr);
     const tev::test::TempFolder folder;
     ASSERT_TRUE(SetLogFile(folder.WidePath("log").c_str(), xLogCreate, 0));
     timer.End(L"Q");
     CloseLogFile();
-    XSetProfileReporter(before);
     EXPECT_NE(folder.ReadFile("log").find("*\0 \0Q\0 \0*\0"s), std::string::npos);
 }
 } // namespace

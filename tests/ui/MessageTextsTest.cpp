@@ -65,6 +65,38 @@ TEST_F(MessageTextsTest, EveryCauseHasATextOfItsOwnThatTakesTheFileName)
     }
 }
 
+/// The conversions of a format, in their order.
+std::wstring Conversions(const wchar_t* format)
+{
+    std::wstring found;
+    for (const wchar_t* c = format; *c != 0; ++c)
+    {
+        if (*c == L'%')
+            found += *++c;
+    }
+    return found;
+}
+
+TEST_F(MessageTextsTest, EveryTextIsThereInBothLanguagesWithTheSameInsertions)
+{
+    int texts = 0;
+    for (unsigned number = 0; number <= 0xFFFF; ++number)
+    {
+        XSetLanguage(XLanguage::English);
+        const wchar_t* const english = tev::FindMessageText(number);
+        XSetLanguage(XLanguage::French);
+        const wchar_t* const french = tev::FindMessageText(number);
+        ASSERT_EQ(english == nullptr, french == nullptr) << number;
+        if (english == nullptr)
+            continue;
+        EXPECT_NE(*english, 0) << number;
+        EXPECT_NE(*french, 0) << number;
+        EXPECT_EQ(Conversions(english), Conversions(french)) << number;
+        ++texts;
+    }
+    EXPECT_GT(texts, 26);
+}
+
 TEST_F(MessageTextsTest, TheLanguageChoosesTheText)
 {
     CXTString<wchar_t> english;

@@ -1,0 +1,116 @@
+// The type of a file by its name, and names matched against wildcards, beside Qt and the C library.
+
+#include "services/FileTypeRegistry.h"
+#include "services/FileWildcards.h"
+
+#include <benchmark/benchmark.h>
+
+#include <string>
+#include <vector>
+
+#include <fnmatch.h>
+
+#if __has_include(<QMimeDatabase>)
+#include <QMimeDatabase>
+#include <QRegularExpression>
+#include <QString>
+#define TEV_BENCH_QT
+#endif
+
+namespace
+{
+constexpr int kNames = 1000000;
+
+std::vector<std::string> MakeNames()
+{
+    const char* const extensions[] = {".bmp", ".tif", ".wmv", ".html", ".zip", ".unknown", "", ".mp3"};
+    std::vector<std::string> names;
+    for (int i = 0; i < kNames; ++i)
+        names.push_back("picture" + std::to_string(i) + extensions[i % 8]);
+    return names;
+}
+
+const std::vector<std::string>& Names()
+{
+    static const std::vector<std::string> names = MakeNames();
+    return names;
+}
+
+std::vector<CXTString<wchar_t>> WideNames()
+{
+    std::vector<CXTString<wchar_t>> names;
+    for (const std::string& name : Names())
+        names.emplace_back(name.c_str());
+    return names;
+}
+
+void ClassOurs(benchmark::State& state)
+{
+    const auto names = WideNames();
+    for (auto _ : state)
+    {
+        for (const CXTString<wchar_t>& name : names)
+            benchmark::DoNotOptimize(fileGetClass(name));
+    }
+}
+BENCHMARK(ClassOurs)->Name("FileNames/class/ours")->Unit(benchmark::kMillisecond);
+
+constexpr const char* kPattern = "pic*7?.tif";
+
+void MatchOurs(benchmark::State& state)
+{
+    const auto names = WideNames();
+    const CXTString<wchar_t> pattern(kPattern);
+    for (auto _ : state)
+    {
+        for (const CXTString<wchar_t>& name : names)
+            benchmark::DoNotOptimize(fileMatchWilcards(name, pattern, true));
+    }
+}
+BENCHMARK(MatchOurs)->Name("FileNames/match/ours")->Unit(benchmark::kMillisecond);
+
+void MatchC(benchmark::State& state)
+{
+    for (auto _ : state)
+    {
+        for (const std::string& name : Names())
+            benchmark::DoNotOptimize(fnmatch(kPattern, name.c_str(), FNM_NOESCAPE));
+    }
+}
+BENCHMARK(MatchC)->Name("FileNames/match/fnmatch")->Unit(benchmark::kMillisecond);
+
+#ifdef TEV_BENCH_QT
+std::vector<QString> QtNames()
+{
+    std::vector<QString> names;
+    for (const std::string& name : Names())
+        names.push_back(QString::fromStdString(name));
+    return names;
+}
+
+void ClassQt(benchmark::State& state)
+{
+    auto names = QtNames();
+    names.resize(kNames / 100); // it takes long enough
+    const QMimeDatabase database;
+    for (auto _ : state)
+    {
+        for (const QString& name : names)
+            benchmark::DoNotOptimize(database.mimeTypeForFile(name, QMimeDatabase::MatchExtension).isValid());
+    }
+}
+BENCHMARK(ClassQt)->Name("FileNames/class_of_one_in_100/QMimeDatabase")->Unit(benchmark::kMillisecond);
+
+void MatchQt(benchmark::State& state)
+{
+    const auto names = QtNames();
+    const QRegularExpression pattern(QRegularExpression::wildcardToRegularExpression(kPattern));
+    for (auto _ : state)
+    {
+        for (const QString& name : names)
+            benchmark::DoNotOptimize(pattern.match(name).hasMatch());
+    }
+}
+BENCHMARK(MatchQt)->Name("FileNames/match/QRegularExpression")->Unit(benchmark::kMillisecond);
+#endif
+} // namespace

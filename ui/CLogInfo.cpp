@@ -1,0 +1,74 @@
+#include "ui/CLogInfo.h"
+
+#include "core/CXArchive.h"
+
+X_IMPLEMENT_ABSTRACT_CLASS(CLogInfo, CXObject, xSchemaNotSerializable)
+
+namespace
+{
+constexpr float kShade = 0.25F; // of light colours, so that they are read on a dark ground as on paper
+
+struct LevelColor
+{
+    unsigned m_bit;
+    CRGBColor m_light;
+    CRGBColor m_dark;
+    bool m_isShaded;
+};
+
+// The first bit that is set counts.
+constexpr LevelColor kColors[] = {
+    {IoLogInfo::kInformation, CRGBColor(0, 0, 192), CRGBColor(160, 213, 52), true},
+    {IoLogInfo::kWarning, CRGBColor(255, 128, 0), CRGBColor(156, 220, 255), true},
+    {IoLogInfo::kError, CRGBColor(255, 0, 0), CRGBColor(245, 87, 98), false},
+};
+
+void TakeColor(unsigned level, bool isDark, XColoredLine& line)
+{
+    for (const LevelColor& row : kColors)
+    {
+        if ((level & row.m_bit) == 0)
+            continue;
+        line.m_hasColor = true;
+        line.m_color = isDark ? row.m_dark : row.m_light;
+        if (isDark && row.m_isShaded)
+            line.m_color.Darken(kShade);
+        return;
+    }
+}
+} // namespace
+
+CXArchive& operator<<(CXArchive& archive, const IoLogInfo& record)
+{
+    return archive << record.m_text << record.m_level;
+}
+
+CXArchive& operator>>(CXArchive& archive, IoLogInfo& record)
+{
+    return archive >> record.m_text >> record.m_level;
+}
+
+CLogInfo::CLogInfo(CXArray<IoLogInfo>& records, unsigned int flags, void* parent)
+    : m_records(records), m_flags(flags), m_parent(parent)
+{
+}
+
+bool CLogInfo::OnInitDialog()
+{
+    const bool isDark = XGetUserInterface().IsDarkTheme();
+    m_lines.clear();
+    XColoredLine line;
+    for (int i = 0; i < m_records.GetSize(); ++i)
+    {
+        line.m_text = m_records[i].m_text;
+        TakeColor(m_records[i].m_level, isDark, line);
+        m_lines.push_back(line);
+    }
+    return true;
+}
+
+void CLogInfo::DoModal()
+{
+    if (OnInitDialog())
+        XGetUserInterface().ShowLines(m_lines, m_parent);
+}

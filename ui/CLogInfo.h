@@ -1,0 +1,53 @@
+#pragma once
+
+#include "containers/CXArray.h"
+#include "core/CXObject.h"
+#include "core/CXTString.h"
+#include "ui/CUserInterface.h"
+
+#include <vector>
+
+class CXArchive;
+
+/// What happened in one step of loading or saving a file.
+struct IoLogInfo
+{
+    /// Bits of the level.
+    static constexpr unsigned int kInformation = 0x1;
+    static constexpr unsigned int kWarning = 0x2;
+    static constexpr unsigned int kError = 0x4;
+
+    CXTString<wchar_t> m_text;
+    unsigned int m_level = 0;
+};
+
+TEVTOOLS_API CXArchive& operator<<(CXArchive& archive, const IoLogInfo& record);
+TEVTOOLS_API CXArchive& operator>>(CXArchive& archive, IoLogInfo& record);
+
+/// Shows the records of an operation as coloured lines. What draws them is the user interface's; here is what it draws.
+/// One thread at a time.
+class TEVTOOLS_API CLogInfo : public CXObject
+{
+public:
+    X_DECLARE_CLASS(CLogInfo)
+
+    /// The records must outlive the object. The flags and the parent, a window of the user interface or null, are for what
+    /// draws it.
+    CLogInfo(CXArray<IoLogInfo>& records, unsigned int flags, void* parent);
+
+    /// Makes the lines, in the colours of the present theme. The lowest bit of a level decides about the colour; a record
+    /// without one has the colour of the record before it.
+    virtual bool OnInitDialog();
+    /// Makes the lines and lets the user interface show them.
+    void DoModal();
+
+    const std::vector<XColoredLine>& GetLines() const noexcept { return m_lines; }
+    unsigned int GetFlags() const noexcept { return m_flags; }
+    void* GetParent() const noexcept { return m_parent; }
+
+private:
+    CXArray<IoLogInfo>& m_records;
+    unsigned int m_flags;
+    void* m_parent;
+    std::vector<XColoredLine> m_lines;
+};
