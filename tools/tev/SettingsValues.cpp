@@ -208,47 +208,47 @@ enum class JsonForm
 struct KindRow
 {
     CCustomData::Kind m_kind;
-    const char* m_name;
     JsonForm m_json;
+    const char* m_name;
     std::string (*m_get)(const CCustomData& store, unsigned id);
     bool (*m_set)(CCustomData& store, unsigned id, const Texts& texts); ///< null where it cannot be set
 };
 
 constexpr KindRow kKinds[] = {
-    {CCustomData::kInt, "int", JsonForm::kAsIs, GetNumber<int, &CCustomData::GetInt>,
+    {CCustomData::kInt, JsonForm::kAsIs, "int", GetNumber<int, &CCustomData::GetInt>,
      SetNumber<int, &CCustomData::SetInt>},
-    {CCustomData::kUInt, "uint", JsonForm::kAsIs, GetNumber<unsigned, &CCustomData::GetUInt>,
+    {CCustomData::kUInt, JsonForm::kAsIs, "uint", GetNumber<unsigned, &CCustomData::GetUInt>,
      SetNumber<unsigned, &CCustomData::SetUInt>},
-    {CCustomData::kLong, "long", JsonForm::kAsIs, GetNumber<long, &CCustomData::GetLong>,
+    {CCustomData::kLong, JsonForm::kAsIs, "long", GetNumber<long, &CCustomData::GetLong>,
      SetShortLong<int, long, &CCustomData::SetLong>},
-    {CCustomData::kULong, "ulong", JsonForm::kAsIs, GetNumber<unsigned long, &CCustomData::GetULong>,
+    {CCustomData::kULong, JsonForm::kAsIs, "ulong", GetNumber<unsigned long, &CCustomData::GetULong>,
      SetShortLong<unsigned, unsigned long, &CCustomData::SetULong>},
-    {CCustomData::kLongInt, "int64", JsonForm::kAsIs, GetNumber<__int64, &CCustomData::GetLongInt>,
+    {CCustomData::kLongInt, JsonForm::kAsIs, "int64", GetNumber<__int64, &CCustomData::GetLongInt>,
      SetNumber<__int64, &CCustomData::SetLongInt>},
-    {CCustomData::kULongInt, "uint64", JsonForm::kAsIs, GetNumber<unsigned __int64, &CCustomData::GetULongInt>,
+    {CCustomData::kULongInt, JsonForm::kAsIs, "uint64", GetNumber<unsigned __int64, &CCustomData::GetULongInt>,
      SetNumber<unsigned __int64, &CCustomData::SetULongInt>},
-    {CCustomData::kChar, "char", JsonForm::kAsIs, GetNumber<char, &CCustomData::GetChar>,
+    {CCustomData::kChar, JsonForm::kAsIs, "char", GetNumber<char, &CCustomData::GetChar>,
      SetNumber<char, &CCustomData::SetChar>},
-    {CCustomData::kUChar, "uchar", JsonForm::kAsIs, GetNumber<unsigned char, &CCustomData::GetUChar>,
+    {CCustomData::kUChar, JsonForm::kAsIs, "uchar", GetNumber<unsigned char, &CCustomData::GetUChar>,
      SetNumber<unsigned char, &CCustomData::SetUChar>},
-    {CCustomData::kBool, "bool", JsonForm::kAsIs, GetBool, SetBool},
-    {CCustomData::kFloat, "float", JsonForm::kAsIs, GetNumber<float, &CCustomData::GetFloat>,
+    {CCustomData::kBool, JsonForm::kAsIs, "bool", GetBool, SetBool},
+    {CCustomData::kFloat, JsonForm::kAsIs, "float", GetNumber<float, &CCustomData::GetFloat>,
      SetNumber<float, &CCustomData::SetFloat>},
-    {CCustomData::kDouble, "double", JsonForm::kAsIs, GetNumber<double, &CCustomData::GetDouble>,
+    {CCustomData::kDouble, JsonForm::kAsIs, "double", GetNumber<double, &CCustomData::GetDouble>,
      SetNumber<double, &CCustomData::SetDouble>},
-    {CCustomData::kStringW, "text", JsonForm::kText, GetWideText, SetWideText},
-    {CCustomData::kStringA, "ansi", JsonForm::kText, GetNarrowText, SetNarrowText},
-    {CCustomData::kStringList, "list", JsonForm::kList, GetList, SetList},
-    {CCustomData::kXTime, "time", JsonForm::kAsIs, GetTime, SetTime},
-    {CCustomData::kUTCTime, "utc", JsonForm::kText, GetUtcFields, nullptr},
-    {CCustomData::kBinary, "binary", JsonForm::kText, GetBytes, SetBytes},
-    {CCustomData::kArray, "array", JsonForm::kText, GetBytes, nullptr},
-    {CCustomData::kPtr, "pointer", JsonForm::kText, GetBytes, nullptr},
-    {CCustomData::kCustomData, "store", JsonForm::kStore, GetStore, nullptr},
+    {CCustomData::kStringW, JsonForm::kText, "text", GetWideText, SetWideText},
+    {CCustomData::kStringA, JsonForm::kText, "ansi", GetNarrowText, SetNarrowText},
+    {CCustomData::kStringList, JsonForm::kList, "list", GetList, SetList},
+    {CCustomData::kXTime, JsonForm::kAsIs, "time", GetTime, SetTime},
+    {CCustomData::kUTCTime, JsonForm::kText, "utc", GetUtcFields, nullptr},
+    {CCustomData::kBinary, JsonForm::kText, "binary", GetBytes, SetBytes},
+    {CCustomData::kArray, JsonForm::kText, "array", GetBytes, nullptr},
+    {CCustomData::kPtr, JsonForm::kText, "pointer", GetBytes, nullptr},
+    {CCustomData::kCustomData, JsonForm::kStore, "store", GetStore, nullptr},
 };
 
 /// Values of other kinds are shown as bytes.
-constexpr KindRow kOtherKind = {CCustomData::kAnyKind, nullptr, JsonForm::kText, GetBytes, nullptr};
+constexpr KindRow kOtherKind = {CCustomData::kAnyKind, JsonForm::kText, nullptr, GetBytes, nullptr};
 
 const KindRow& RowOf(unsigned kind)
 {
