@@ -48,7 +48,7 @@ CPathString GetCommonApplicationDataPath()
     const CPathString chosen = FromEnvironment("TEVTOOLS_COMMON_DATA");
     if (!chosen.IsEmpty())
         return CreatedFolder(chosen);
-    const CPathString path = CPathString(L"/var/lib") / XGetApplicationName();
+    CPathString path = CPathString(L"/var/lib") / XGetApplicationName();
     if (tev::platform::CreateFolders(path) && tev::platform::IsWritableFolder(path))
         return path;
     return GetUserApplicationDataPath();
