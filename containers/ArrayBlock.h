@@ -42,6 +42,25 @@ template <class T>
 }
 
 /// Reads bytes whose number only the input vouches for. The block grows with what has come, so a lie costs no memory.
+/// `read(target, count)` reads that many bytes or throws.
+template <class READ>
+ArrayBlock<unsigned char> ReadArrayBlock(std::uint64_t bytes, READ read)
+{
+    constexpr std::uint64_t kFirstStep = 0x10000;
+    ArrayBlock<unsigned char> block;
+    for (std::uint64_t done = 0; done < bytes;)
+    {
+        const std::uint64_t step = std::min(bytes - done, std::max(done, kFirstStep));
+        unsigned char* const longer = ResizedArrayBlock(block.get(), done + step);
+        static_cast<void>(block.release()); // which `longer` has replaced
+        block.reset(longer);
+        read(longer + done, step);
+        done += step;
+    }
+    return block;
+}
+
+/// The same from an archive: archiveEndOfFile where it ends too early.
 ArrayBlock<unsigned char> LoadArrayBlock(CXArchive& archive, std::uint64_t bytes);
 void StoreArrayBlock(CXArchive& archive, const void* block, std::uint64_t bytes);
 

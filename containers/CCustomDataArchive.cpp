@@ -1,5 +1,6 @@
 // The store as bytes: the present layout, and the two older ones, which are read but no longer written.
 
+#include "containers/ArrayBlock.h"
 #include "containers/CCustomData.h"
 #include "containers/CustomDataChunk.h"
 #include "core/CXArchive.h"
@@ -8,9 +9,8 @@
 #include "core/CXFileException.h"
 #include "core/CXMemFile.h"
 
-#include <algorithm>
-#include <cstdlib>
 #include <cstring>
+#include <new>
 
 using tev::LockGuard;
 
@@ -27,7 +27,6 @@ constexpr unsigned kStartSize = 8;   // signature and total
 constexpr unsigned kHeaderSize = 20; // behind them, in a store that is not empty
 constexpr unsigned kRecordHeader = 8;
 constexpr unsigned __int64 kNoLimit = ~0ULL;
-constexpr unsigned kFirstStep = 1U << 20;
 
 [[noreturn]] void Fail(const CXArchive& archive, FileExceptionType cause)
 {
@@ -41,24 +40,20 @@ void ReadAll(CXArchive& archive, void* target, unsigned size)
         Fail(archive, fileEndOfFile);
 }
 
-/// Reads a block in steps that double, so that a size which lies costs no more memory than there is input.
 template <class Block>
 Block ReadBlock(CXArchive& archive, unsigned size)
 {
-    Block block;
-    for (unsigned __int64 done = 0; done < size;)
+    const auto read = [&archive](unsigned char* target, std::uint64_t count) {
+        ReadAll(archive, target, static_cast<unsigned>(count));
+    };
+    try
     {
-        const unsigned __int64 reached =
-            std::min<unsigned __int64>(size, std::max<unsigned __int64>(2 * done, kFirstStep));
-        auto* larger = static_cast<unsigned char*>(std::realloc(block.get(), static_cast<std::size_t>(reached)));
-        if (larger == nullptr)
-            CXMemoryException::Throw();
-        static_cast<void>(block.release()); // which `larger` has replaced
-        block.reset(larger);
-        ReadAll(archive, block.get() + done, static_cast<unsigned>(reached - done));
-        done = reached;
+        return Block(tev::ReadArrayBlock(size, read).release());
     }
-    return block;
+    catch (const std::bad_alloc&)
+    {
+        CXMemoryException::Throw();
+    }
 }
 } // namespace
 

@@ -1,5 +1,7 @@
 #include "containers/StringArrays.h"
 
+#include "core/TextView.h"
+
 #include <algorithm>
 #include <string_view>
 #include <unordered_set>
@@ -11,10 +13,7 @@ namespace
 using String = CXTString<wchar_t>;
 using Strings = CXArray<String>;
 
-std::wstring_view ViewOf(const String& string)
-{
-    return {string.GetConstBuffer(), static_cast<std::size_t>(string.GetLength64())};
-}
+using tev::ViewOf;
 
 // Lower-casing for each comparison would cost two copies a time.
 void SortByLoweredCollation(Strings& array)

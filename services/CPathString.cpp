@@ -1,5 +1,6 @@
 #include "services/CPathString.h"
 
+#include "core/TextView.h"
 #include "platform/PathNames.h"
 
 #include <algorithm>
@@ -9,10 +10,7 @@ namespace
 {
 constexpr const wchar_t* kSeparators = L"/\\";
 
-std::wstring_view ViewOf(const CXTString<wchar_t>& text) noexcept
-{
-    return {text, static_cast<std::size_t>(text.GetLength())};
-}
+using tev::ViewOf;
 } // namespace
 
 int CPathString::NameStart() const noexcept

@@ -3,6 +3,7 @@
 #include "containers/CHashMap.h"
 #include "containers/CHashTable.h"
 #include "core/NeverDestroyed.h"
+#include "core/TextView.h"
 #include "services/BuiltInFileTypes.h"
 #include "system/CXCriticalSection.h"
 
@@ -23,10 +24,7 @@ constexpr unsigned kLowestKind = 0x10000;
 constexpr unsigned kFilterLoadable = 0x1;
 constexpr unsigned kFilterSavable = 0x2;
 
-std::wstring_view ViewOf(const Text& text) noexcept
-{
-    return {text, static_cast<std::size_t>(text.GetLength64())};
-}
+using tev::ViewOf;
 
 wchar_t Lower(wchar_t character) noexcept
 {
