@@ -2,6 +2,7 @@
 
 #include "containers/CHashMap.h"
 #include "containers/CHashTable.h"
+#include "containers/StringArrays.h"
 #include "core/NeverDestroyed.h"
 #include "core/TextView.h"
 #include "services/BuiltInFileTypes.h"
@@ -82,13 +83,11 @@ struct ExtensionMethods
     }
 };
 
-/// The extensions of a list such as ".bmp|.dib", each with what dots it has.
-std::vector<Text> SplitExtensions(const Text& list)
+/// The extensions of a type, each with what dots it has.
+TextArray ExtensionsOf(const CFileExt& type)
 {
-    std::vector<Text> extensions;
-    int position = 0;
-    for (Text piece = list.Tokenize(L"|", position); position >= 0; piece = list.Tokenize(L"|", position))
-        extensions.push_back(piece);
+    TextArray extensions;
+    ExtractString(type.GetExtension(), extensions);
     return extensions;
 }
 
@@ -225,7 +224,7 @@ void FileTypes::Register(const CFileExt& type)
 
 void FileTypes::RegisterLocked(CFileExt type)
 {
-    for (const Text& piece : SplitExtensions(type.m_extensions))
+    for (const Text& piece : ExtensionsOf(type))
     {
         const Text extension = WithoutDots(piece).MakeLower();
         if (extension.IsEmpty())
@@ -447,7 +446,7 @@ unsigned int fileGetExtensionArray(unsigned int fileClass, TextArray& extensions
     extensions.RemoveAll(false);
     CFileExt type;
     fileGetExtensionInfo(fileClass, type);
-    for (const Text& extension : SplitExtensions(type.GetExtension()))
+    for (const Text& extension : ExtensionsOf(type))
         extensions.Add(withDot ? extension : WithoutDots(extension), -1);
     return static_cast<unsigned>(extensions.GetSize());
 }
@@ -461,7 +460,7 @@ unsigned int fileGetExtensionArrayByProperty(unsigned int properties, TextArray&
     {
         if (!HasAll(type.GetProperties(), properties & ~xFileKinds))
             continue;
-        for (const Text& extension : SplitExtensions(type.GetExtension()))
+        for (const Text& extension : ExtensionsOf(type))
         {
             if (!allTypes && !FileTypes::Get().IsDefault(extension, type.GetClass()))
                 continue;
@@ -476,8 +475,8 @@ Text fileGetMainExtension(unsigned int fileClass)
 {
     CFileExt type;
     fileGetExtensionInfo(fileClass, type);
-    const std::vector<Text> extensions = SplitExtensions(type.GetExtension());
-    return extensions.empty() ? Text() : extensions.front();
+    const TextArray extensions = ExtensionsOf(type);
+    return extensions.IsEmpty() ? Text() : extensions[0];
 }
 
 Text fileGetMainExtension(const Text& name)
