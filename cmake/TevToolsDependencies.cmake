@@ -1,0 +1,20 @@
+# The libraries of other people that the library's objects call. Only platform/ includes their headers.
+
+find_package(Threads REQUIRED)
+find_package(ZLIB REQUIRED)
+find_package(SQLite3 REQUIRED)
+find_package(PkgConfig REQUIRED)
+# The CMake packages that Debian has of these two ask for programs that their -dev packages do not bring.
+pkg_check_modules(Zstd REQUIRED IMPORTED_TARGET libzstd)
+pkg_check_modules(LibZip REQUIRED IMPORTED_TARGET libzip)
+find_package(Miniz) # without it, libzip reads what it would have read
+find_package(OpenMP REQUIRED COMPONENTS CXX)
+
+function(tevtools_link_dependencies target)
+    target_link_libraries(${target} PUBLIC
+        Threads::Threads ZLIB::ZLIB SQLite::SQLite3 PkgConfig::Zstd PkgConfig::LibZip ${OpenMP_CXX_LIBRARIES})
+    if(TARGET Miniz::Miniz)
+        target_link_libraries(${target} PUBLIC Miniz::Miniz)
+        target_compile_definitions(${target} PRIVATE TEVTOOLS_MINIZ)
+    endif()
+endfunction()
