@@ -1,0 +1,91 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace tev::platform
+{
+/// Tells one file or folder from every other one, whatever its names are.
+struct FileIdentity
+{
+    std::uint64_t device = 0;
+    std::uint64_t number = 0;
+
+    friend bool operator==(const FileIdentity& a, const FileIdentity& b)
+    {
+        return a.device == b.device && a.number == b.number;
+    }
+    friend bool operator!=(const FileIdentity& a, const FileIdentity& b) { return !(a == b); }
+};
+
+/// A new file of a ContainedFolder. Unless it is kept, nothing of it is left when the object goes, and a file that stood
+/// in its place is as it was. Operations that fail return false with the error in errno. One thread at a time.
+class ContainedFile
+{
+public:
+    virtual ~ContainedFile() = default;
+    ContainedFile(const ContainedFile&) = delete;
+    ContainedFile& operator=(const ContainedFile&) = delete;
+
+    [[nodiscard]] virtual bool Write(const void* bytes, std::size_t count) = 0;
+    /// Closes the file and leaves it in its place, with that time of its last change if one is given (seconds since
+    /// 1970-01-01 UTC).
+    [[nodiscard]] virtual bool Keep(std::optional<std::int64_t> lastWrite, FileIdentity& identity) = 0;
+
+protected:
+    ContainedFile() = default;
+};
+
+/// A folder that is held open while files are created and removed in it, by names relative to it. Nothing outside is ever
+/// reached: a name that leads through a symbolic link fails, also when the link comes up meanwhile.
+///
+/// Names are UTF-8, their components separated by single '/', none of them "." or ".."; others fail with EINVAL. What may
+/// stand in a name that comes from outside is decided by system/EntryName.h. Operations that fail return false, or null,
+/// with the error in errno, where LastSystemError() reads it. Safe from several threads at once.
+class ContainedFolder
+{
+public:
+    enum class Missing
+    {
+        Fail,
+        Create ///< with the folders above it
+    };
+    /// How names are followed; what the system can do in one step is also done component by component where it cannot.
+    enum class Following
+    {
+        Best,
+        ByComponent
+    };
+
+    /// Opens the folder at a path in the library's wide form. The path itself may lead through links.
+    static std::unique_ptr<ContainedFolder> Open(const wchar_t* path, Missing missing = Missing::Fail,
+                                                 Following following = Following::Best);
+    /// As Open, but fails where the last component of the path is a link.
+    static std::unique_ptr<ContainedFolder> OpenItself(const wchar_t* path);
+
+    virtual ~ContainedFolder() = default;
+    ContainedFolder(const ContainedFolder&) = delete;
+    ContainedFolder& operator=(const ContainedFolder&) = delete;
+
+    virtual FileIdentity Identity() const = 0;
+
+    /// Creates a folder, and those above it that are missing. True when it is there already.
+    [[nodiscard]] virtual bool CreateFolders(std::string_view name) = 0;
+    /// Creates a file, and the folders above it that are missing, with the permissions of every new file. An ordinary file
+    /// that stands there and may be written to is replaced in one step when the new one is kept; anything else that
+    /// stands there is a failure. The file must go before the folder does.
+    [[nodiscard]] virtual std::unique_ptr<ContainedFile> CreateFile(std::string_view name) = 0;
+    /// Removes a file, if it is the very one: what has taken its place stays, with EEXIST. True when there is none.
+    [[nodiscard]] virtual bool Remove(std::string_view name, const FileIdentity& identity) = 0;
+    /// Removes what lies in the folder, with everything beneath; links go, and what they lead to stays. Goes on after a
+    /// failure, to leave as little as possible.
+    [[nodiscard]] virtual bool RemoveContents() = 0;
+
+protected:
+    ContainedFolder() = default;
+};
+} // namespace tev::platform
