@@ -1,0 +1,40 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+// What the raw fields of an entry of a ZIP archive mean, for every reader of them. `extra` is the extra field of the
+// central directory's header; one that is damaged counts as far as it is sound. Safe from several threads at once.
+
+namespace tev::platform
+{
+/// The entry's name in UTF-8: as it stands when the header's flag says UTF-8 (which is not checked), else the Unicode path
+/// field that belongs to the name, else the name as text of code page 437.
+std::string ZipEntryName(std::string_view name, bool isFlaggedUtf8, std::string_view extra);
+
+/// Seconds since 1970-01-01 UTC.
+struct ZipTimes
+{
+    std::optional<std::int64_t> lastWrite;
+    std::optional<std::int64_t> lastAccess;
+    std::optional<std::int64_t> creation;
+};
+
+/// The times of the extended-timestamp field and its older form, and of the NTFS field for those that are missing then.
+ZipTimes ZipEntryTimes(std::string_view extra);
+
+/// The header's own time, which is local; nothing when it is no time.
+std::optional<std::int64_t> ZipDosTime(std::uint16_t date, std::uint16_t time);
+
+enum class ZipEntryKind
+{
+    File,
+    Folder,
+    Special ///< a link, a device or what else some systems have
+};
+
+/// A name that ends with '/' is a folder's, as is one with the system's bit for folders.
+ZipEntryKind ZipKindOf(std::string_view name, std::uint32_t externalAttributes);
+} // namespace tev::platform
