@@ -34,7 +34,7 @@ TEST(ZipFields, TimesComeFromTheFinestFieldThatHasThem)
     EXPECT_EQ(times.lastAccess, 0);
     EXPECT_EQ(times.creation, std::nullopt);
     EXPECT_EQ(ZipEntryTimes(ntfs).lastWrite, 1032189016);
-    EXPECT_EQ(ZipEntryTimes("\x58\x55\x08\x00\x01\0\0\0\xFF\xFF\xFF\xFF"s).lastWrite, -1);
+    EXPECT_EQ(ZipEntryTimes("\x55\x58\x08\x00\x01\0\0\0\xFF\xFF\xFF\xFF"s).lastWrite, -1);
     for (std::size_t size = 0; size < ntfs.size(); ++size) // a sanitizer sees what is read behind the end
         EXPECT_EQ(ZipEntryTimes(std::string(ntfs, 0, size)).lastWrite, std::nullopt);
 
