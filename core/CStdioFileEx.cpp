@@ -81,6 +81,7 @@ xStringEncoding CStdioFileEx::GetFileEncoding(const CXTString<wchar_t>& path, bo
 bool CStdioFileEx::Open(const wchar_t* path, unsigned int mode, CXFileException* error)
 {
     m_bomPending = true;
+    m_mayBeAtStart = true;
     m_hasBom = false;
     m_encoding = xEncodingUnknown;
     m_openMode = mode;
@@ -144,10 +145,14 @@ void CStdioFileEx::WriteString(const wchar_t* text)
     LeaveCache(); // which needs the line buffer
     if (!XEncodeText(text, tev::TextLength(text), TextEncoding(), m_lineBuffer))
         return;
-    if (WritesUtf16() && GetPosition() == 0)
+    if (WritesUtf16() && m_mayBeAtStart)
     {
-        CXStdioFile::Write(kUtf16Mark, sizeof(kUtf16Mark));
-        m_hasBom = true;
+        if (GetPosition() == 0)
+        {
+            CXStdioFile::Write(kUtf16Mark, sizeof(kUtf16Mark));
+            m_hasBom = true;
+        }
+        m_mayBeAtStart = !m_throwOnError; // a write that failed in silence may have lost the mark
     }
     WriteBytes(m_lineBuffer.GetConstBuffer(), m_lineBuffer.GetLength64());
 }
@@ -196,6 +201,7 @@ int CStdioFileEx::FScanfS(const wchar_t* format, ...)
 unsigned __int64 CStdioFileEx::Seek(__int64 offset, SeekPosition origin)
 {
     LeaveCache();
+    m_mayBeAtStart = true;
     const unsigned __int64 position = CXStdioFile::Seek(offset, origin);
     if (position == 0)
         m_bomPending = true;
@@ -205,6 +211,7 @@ unsigned __int64 CStdioFileEx::Seek(__int64 offset, SeekPosition origin)
 bool CStdioFileEx::SetLength(unsigned __int64 length)
 {
     LeaveCache();
+    m_mayBeAtStart = true;
     return CXStdioFile::SetLength(length);
 }
 

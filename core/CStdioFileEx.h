@@ -96,4 +96,5 @@ private:
     CXTString<char> m_lineBuffer; // in carriage-return mode the bytes of the CR cache
     CXTString<wchar_t> m_crCache;
     std::size_t m_rawCursor = 0; // where the CR cursor stands in the line buffer
+    bool m_mayBeAtStart = true;  // else the system need not be asked whether a mark is due
 };

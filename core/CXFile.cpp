@@ -121,9 +121,15 @@ unsigned int CXFile::Read(void* buffer, unsigned int count)
 
 void CXFile::Write(const void* buffer, unsigned int count)
 {
+    std::size_t written = 0;
+    WriteCounted(buffer, count, written);
+}
+
+void CXFile::WriteCounted(const void* buffer, unsigned int count, std::size_t& written)
+{
+    written = 0;
     if (count == 0)
         return;
-    size_t written = 0;
     const bool done = platform::CurrentFileSystem().Write(m_handle, buffer, count, written);
     if (!m_throwOnError)
         return;

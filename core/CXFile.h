@@ -100,6 +100,8 @@ public:
     virtual CXTString<wchar_t> GetFilePath() const;
 
 protected:
+    /// As CXFile::Write; `written` is how many bytes the file took, also when it throws.
+    void WriteCounted(const void* buffer, unsigned int count, std::size_t& written);
     /// Lends a file's memory, so that an archive can read and write in place. A disk file lends none and returns 0.
     /// The commands of a file that lends:
     /// - bufferCheck returns 1.

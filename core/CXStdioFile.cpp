@@ -16,6 +16,12 @@ constexpr std::size_t kLinesAtOnce = 32768; // bytes; even, so that no UTF-16 un
 constexpr std::size_t kMostAtOnce = 1u << 30;
 constexpr unsigned __int64 kFailed = ~0ull;
 
+/// Where nothing can be sought, positions count from the start of the buffer.
+unsigned __int64 StartOfBuffer(unsigned __int64 position)
+{
+    return position == kFailed ? 0 : position;
+}
+
 // How many of the last characters are the line end LF or CR LF.
 template <class T>
 unsigned __int64 LineEndSize(const CXTCharArray<T>& line)
@@ -92,7 +98,7 @@ bool CXStdioFile::SetLength(unsigned __int64 length)
 unsigned __int64 CXStdioFile::GetLength() const
 {
     const unsigned __int64 length = CXFile::GetLength();
-    return m_pending == 0 ? length : std::max(length, m_origin + m_pending);
+    return m_pending == 0 ? length : std::max(length, CXStdioFile::GetPosition());
 }
 
 unsigned int CXStdioFile::Read(void* buffer, unsigned int count)
@@ -130,8 +136,7 @@ void CXStdioFile::Write(const void* buffer, unsigned int count)
         WritePending();
     if (count >= m_bufferSize)
         return CXFile::Write(buffer, count);
-    if (m_pending == 0)
-        StartBuffer();
+    MakeBuffer();
     std::memcpy(m_buffer.get() + m_pending, buffer, count);
     m_pending += count;
 }
@@ -166,8 +171,10 @@ void CXStdioFile::Abort()
 
 unsigned __int64 CXStdioFile::GetPosition() const
 {
-    const bool buffered = m_filled != 0 || m_pending != 0;
-    return buffered ? m_origin + m_next + m_pending : CXFile::GetPosition();
+    if (m_filled != 0)
+        return m_origin + m_next;
+    const unsigned __int64 position = CXFile::GetPosition();
+    return m_pending == 0 ? position : StartOfBuffer(position) + m_pending;
 }
 
 bool CXStdioFile::ReadString(CXTString<char>& line)
@@ -351,8 +358,9 @@ void CXStdioFile::TakeFailure(CXFileException* failure, CXFileException* error)
 std::size_t CXStdioFile::FillBuffer(std::size_t wanted)
 {
     WritePending();
+    MakeBuffer();
     if (m_filled == 0)
-        StartBuffer();
+        m_origin = StartOfBuffer(CXFile::GetPosition());
     m_origin += m_next;
     m_filled -= m_next;
     if (m_filled != 0)
@@ -369,25 +377,25 @@ std::size_t CXStdioFile::FillBuffer(std::size_t wanted)
     return m_filled;
 }
 
-void CXStdioFile::StartBuffer()
+void CXStdioFile::MakeBuffer()
 {
     if (m_buffer == nullptr)
         m_buffer.reset(new char[m_bufferSize + tev::kTextPadding]());
-    const unsigned __int64 position = CXFile::GetPosition();
-    m_origin = position == kFailed ? 0 : position; // where nothing can be sought, positions count from here
 }
 
 void CXStdioFile::WritePending()
 {
     if (m_pending == 0)
         return;
+    std::size_t written = 0;
     try
     {
-        CXFile::Write(m_buffer.get(), static_cast<unsigned int>(m_pending));
+        WriteCounted(m_buffer.get(), static_cast<unsigned int>(m_pending), written);
     }
     catch (...)
     {
-        ForgetWritten();
+        m_pending -= written;
+        std::memmove(m_buffer.get(), m_buffer.get() + written, m_pending);
         throw;
     }
     m_pending = 0;
@@ -406,17 +414,6 @@ void CXStdioFile::WritePendingQuietly() noexcept
     catch (const std::bad_alloc&) // not even the exception could be made
     {
     }
-}
-
-// After a failure: takes out of the buffer what the system took before it.
-void CXStdioFile::ForgetWritten()
-{
-    const unsigned __int64 written = CXFile::GetPosition() - m_origin;
-    if (written > m_pending)
-        return; // the position is not known
-    m_pending -= static_cast<std::size_t>(written);
-    m_origin += written;
-    std::memmove(m_buffer.get(), m_buffer.get() + written, m_pending);
 }
 
 void CXStdioFile::DropUnread()

@@ -89,15 +89,14 @@ private:
     }
     const char* Unread() const noexcept { return m_buffer.get() + m_next; }
     std::size_t FillBuffer(std::size_t wanted);
-    void StartBuffer();
+    void MakeBuffer();
     void WritePending();
     void WritePendingQuietly() noexcept;
-    void ForgetWritten();
     void DropUnread();
 
     std::unique_ptr<char[]> m_buffer;
     std::size_t m_bufferSize = 65536;
-    unsigned __int64 m_origin = 0; // where the buffer's first byte stands in the file, while the buffer holds anything
+    unsigned __int64 m_origin = 0; // where the first byte read into the buffer stands in the file
     std::size_t m_filled = 0;      // bytes read into the buffer; 0 while any wait to be written
     std::size_t m_next = 0;        // of these, how many were handed out
     std::size_t m_pending = 0;     // bytes that wait to be written

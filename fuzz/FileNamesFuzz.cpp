@@ -100,10 +100,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     CheckList(whole, (data[1] & 1) != 0);
     CheckPath(Text(whole.GetConstBuffer()));
 
-    // Matching ends at a NUL.
     const std::size_t split = text.empty() ? 0 : data[0] % text.size();
-    const std::wstring name = text.substr(0, split).c_str();
-    const std::wstring pattern = text.substr(split).c_str();
-    Check(fileMatchWilcards(name.c_str(), pattern.c_str(), true) == Matches(name, pattern), "another match");
+    const Text name = whole.Left(static_cast<int>(split));
+    const Text pattern = whole.Mid(static_cast<int>(split));
+    Check(fileMatchWilcards(name, pattern, true) == Matches(text.substr(0, split), text.substr(split)),
+          "another match");
     return 0;
 }

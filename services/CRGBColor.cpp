@@ -13,6 +13,18 @@ constexpr unsigned kTextOfRGB = 5312;
 
 constexpr float kFullChannel = 255.0F;
 
+// Each channel as 0 to 1: one look instead of a division.
+struct UnitValues
+{
+    constexpr UnitValues() noexcept
+    {
+        for (int i = 0; i < 256; ++i)
+            m_values[i] = static_cast<float>(i) / kFullChannel;
+    }
+    float m_values[256] = {};
+};
+constexpr UnitValues kUnit;
+
 // What is no number fails every comparison and becomes 0. Written so that the compiler needs no branch.
 float Limited(float value, float limit) noexcept
 {
@@ -76,7 +88,8 @@ void ConvertRGBToHSL(float red, float green, float blue, float& hue, float& satu
     saturation = 1 - min / max;
     const float range = max - min;
     const float channels[] = {red, green, blue};
-    const int largest = red == max ? 0 : green == max ? 1 : 2;
+    const int isNotRed = red != max;
+    const int largest = isNotRed + (isNotRed & static_cast<int>(green != max));
     const HueRule& rule = kHueRules[largest][channels[kNextChannel[largest]] == min];
     hue = rule.m_base + rule.m_sign * ((max - channels[rule.m_channel]) / range);
     hue /= 6;
@@ -148,15 +161,15 @@ void CRGBColor::GetColor4d(double* channels, float scale) const noexcept
 
 void CRGBColor::Normalize(float& red, float& green, float& blue) const noexcept
 {
-    red = m_channels[0] / kFullChannel;
-    green = m_channels[1] / kFullChannel;
-    blue = m_channels[2] / kFullChannel;
+    red = kUnit.m_values[m_channels[0]];
+    green = kUnit.m_values[m_channels[1]];
+    blue = kUnit.m_values[m_channels[2]];
 }
 
 void CRGBColor::Normalize(float& red, float& green, float& blue, float& alpha) const noexcept
 {
     Normalize(red, green, blue);
-    alpha = m_channels[3] / kFullChannel;
+    alpha = kUnit.m_values[m_channels[3]];
 }
 
 void CRGBColor::ConvertToHSL(float& hue, float& saturation, float& luminance) const noexcept

@@ -1,10 +1,14 @@
 #include "services/FileWildcards.h"
 
+#include "core/TextView.h"
+
 #include <algorithm>
 #include <string_view>
 
 namespace
 {
+using tev::ViewOf;
+
 constexpr int kLongestList = 259;
 constexpr wchar_t kQuote = L'"';
 
@@ -57,6 +61,35 @@ CXTString<wchar_t> PatternOf(std::wstring_view word)
         pattern += L'*';
     return pattern;
 }
+
+/// A character of a pattern, not '*', and one of a name.
+bool IsMatch(wchar_t p, wchar_t n) noexcept
+{
+    return p == n || p == L'?';
+}
+
+/// Whether a pattern that starts with '*' matches the whole name. Each piece between two '*' may take the first place that
+/// it finds: what follows can only gain by that.
+bool MatchesFromStar(std::wstring_view name, std::wstring_view pattern) noexcept
+{
+    for (;;)
+    {
+        pattern.remove_prefix(1);
+        const std::size_t star = pattern.find(L'*');
+        if (star == pattern.npos)
+            break;
+        const auto place = std::search(name.begin(), name.end(), pattern.begin(), pattern.begin() + star,
+                                       [](wchar_t n, wchar_t p) { return IsMatch(p, n); });
+        const auto skipped = static_cast<std::size_t>(place - name.begin());
+        if (skipped + star > name.size())
+            return false;
+        name.remove_prefix(skipped + star);
+        pattern.remove_prefix(star);
+    }
+    return name.size() >= pattern.size() &&
+           std::equal(pattern.begin(), pattern.end(), name.end() - static_cast<std::ptrdiff_t>(pattern.size()),
+                      IsMatch);
+}
 } // namespace
 
 CXTString<wchar_t> fileCleanExtensionList(const CXTString<wchar_t>& list, bool singleWords,
@@ -71,7 +104,7 @@ CXTString<wchar_t> fileCleanExtensionList(const CXTString<wchar_t>& list, bool s
     CHashTable<CXTString<wchar_t>> ownSet;
     CHashTable<CXTString<wchar_t>>& patterns = set != nullptr ? *set : ownSet;
     CXTString<wchar_t> result;
-    const std::wstring_view text(words, static_cast<std::size_t>(words.GetLength()));
+    const std::wstring_view text = ViewOf(words);
     std::size_t position = 0;
     for (std::wstring_view word = NextWord(text, position, singleWords); !word.empty();
          word = NextWord(text, position, singleWords))
@@ -96,41 +129,17 @@ unsigned int fileGetHashFromExtensionList(CXTString<wchar_t>& list, CHashTable<C
 
 bool fileMatchWilcards(const CXTString<wchar_t>& name, const CXTString<wchar_t>& pattern, bool caseSensitive) noexcept
 {
-    const wchar_t* n = name;
-    const wchar_t* p = pattern;
-    for (; *n != 0 && *p != L'*'; ++n, ++p)
+    const std::wstring_view n = ViewOf(name);
+    const std::wstring_view p = ViewOf(pattern);
+    std::size_t i = 0;
+    for (; i < p.size() && p[i] != L'*'; ++i)
     {
-        const bool equal = caseSensitive ? *n == *p : UpperLowByte(*n) == UpperLowByte(*p);
-        if (!equal && *p != L'?')
+        if (i == n.size())
+            return false;
+        if (!IsMatch(p[i], n[i]) && (caseSensitive || UpperLowByte(p[i]) != UpperLowByte(n[i])))
             return false;
     }
-
-    // Behind the last '*' met, and where the name is tried against it next.
-    const wchar_t* retryPattern = nullptr;
-    const wchar_t* retryName = nullptr;
-    while (*n != 0)
-    {
-        if (*p == L'*')
-        {
-            if (*++p == 0)
-                return true;
-            retryPattern = p;
-            retryName = n + 1;
-        }
-        else if (*p == *n || *p == L'?')
-        {
-            ++p;
-            ++n;
-        }
-        else
-        {
-            p = retryPattern;
-            n = retryName++;
-        }
-    }
-    while (*p == L'*')
-        ++p;
-    return *p == 0;
+    return i == p.size() ? i == n.size() : MatchesFromStar(n.substr(i), p.substr(i));
 }
 
 bool fileMatchWilcards(const CXTString<wchar_t>& name, const CHashTable<CXTString<wchar_t>>& set)

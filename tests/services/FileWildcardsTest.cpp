@@ -93,6 +93,8 @@ TEST(FileWildcards, CaseCountsFromTheFirstStarOn)
         EXPECT_EQ(fileMatchWilcards(name, pattern, true), withCase) << Text(name) << " " << Text(pattern);
         EXPECT_EQ(fileMatchWilcards(name, pattern, false), withoutCase) << Text(name) << " " << Text(pattern);
     }
+    EXPECT_TRUE(fileMatchWilcards(Text(L"a\0bc", 4), Text(L"a\0*", 3), true));
+    EXPECT_FALSE(fileMatchWilcards(Text(L"a\0bc", 4), L"a", true)) << "a NUL is a character like others";
 }
 
 /// What the two wildcards mean, without any cleverness.

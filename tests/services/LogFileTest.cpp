@@ -15,10 +15,16 @@
 
 #include <algorithm>
 #include <condition_variable>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
 #include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
+
+#include <sys/wait.h>
+#include <unistd.h>
 
 namespace
 {
@@ -240,6 +246,41 @@ TEST_F(LogFile, AFullDiskIsReportedAndTheLogGoesOn)
     fileSystem.LimitSpace(10);
     EXPECT_FALSE(Open("b.log")) << "the header does not fit";
     EXPECT_TRUE(Open("c.log", xLogCreate, xLogMute));
+}
+
+TEST_F(LogFile, KeepsWhatIsWrittenUntilTheVeryEndOfAProcess)
+{
+    const auto run = [&](const char* name, void (*body)()) {
+        std::fflush(nullptr); // or the child would print it again
+        const pid_t child = fork();
+        if (child == 0)
+        {
+            Open(name);
+            body();
+        }
+        waitpid(child, nullptr, 0);
+        return Messages(name);
+    };
+    EXPECT_EQ(run("killed.log",
+                  [] {
+                      WriteToLogFile(L"last words\n");
+                      std::raise(SIGKILL);
+                  }),
+              "last words\n");
+    EXPECT_EQ(run("left.log",
+                  [] {
+                      std::atexit([] { WriteToLogFile(L"exit\n"); });
+                      std::thread([] {
+                          struct AtEnd
+                          {
+                              ~AtEnd() { WriteToLogFile(L"end of a thread\n"); }
+                          };
+                          thread_local const AtEnd atEnd;
+                          static_cast<void>(&atEnd);
+                      }).join();
+                      std::exit(0);
+                  }),
+              "end of a thread\nexit\n");
 }
 
 using LogFileThread = LogFile;
