@@ -1,0 +1,18 @@
+#pragma once
+
+#include "platform/ZipEngine.h"
+
+#include <zip.h>
+
+// An entry of libzip's archive in the engine's terms.
+
+namespace tev::platform
+{
+/// Valid until the archive is changed.
+const char* ZipSlotName(zip_t* archive, zip_uint64_t slot);
+ZipEntryKind ZipSlotKind(zip_t* archive, zip_uint64_t slot);
+/// False with the error in the archive.
+[[nodiscard]] bool DescribeZipSlot(zip_t* archive, zip_uint64_t slot, bool isNew, ZipEntry& entry);
+
+zip_uint16_t LibZipEncryption(ZipEncryption encryption);
+} // namespace tev::platform
