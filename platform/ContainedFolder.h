@@ -72,6 +72,11 @@ public:
     ContainedFolder& operator=(const ContainedFolder&) = delete;
 
     virtual FileIdentity Identity() const = 0;
+    /// The full path under which it was opened.
+    virtual const std::wstring& Path() const = 0;
+
+    /// A file that CreateFile must not replace, because it is being read.
+    virtual void Protect(const FileIdentity& identity) = 0;
 
     /// Creates a folder, and those above it that are missing. True when it is there already.
     [[nodiscard]] virtual bool CreateFolders(std::string_view name) = 0;
@@ -88,4 +93,7 @@ public:
 protected:
     ContainedFolder() = default;
 };
+
+/// Removes an empty folder; a link to one stays. True when there is nothing.
+[[nodiscard]] bool RemoveEmptyFolder(const wchar_t* path);
 } // namespace tev::platform

@@ -1,6 +1,7 @@
 #include "system/EntryName.h"
 
 #include "core/Utf.h"
+#include "platform/CaseFolding.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -11,6 +12,7 @@ namespace
 {
 constexpr std::size_t kMostComponentBytes = 255;
 constexpr std::size_t kMostBytes = 4095;
+constexpr std::size_t kMostComponents = 256;
 
 /// Devices that open under these names in every folder, whatever extension follows.
 constexpr std::string_view kDevices[] = {"AUX", "CLOCK$", "CON", "CONIN$", "CONOUT$", "NUL", "PRN"};
@@ -82,6 +84,29 @@ bool IsSafeText(std::string_view name)
     return !isAbsolute && !hasDrive && name.size() <= kMostBytes && name.find_first_of(kForbidden) == name.npos &&
            IsUtf8(name);
 }
+/// Of what a name is where case does not count, nor dots and spaces at the end of a component, which some systems drop.
+class NameHash
+{
+public:
+    void AddComponent(std::string_view component)
+    {
+        const std::size_t size = component.find_last_not_of(". ") + 1;
+        Utf8Reader reader(component.data(), size);
+        while (!reader.AtEnd())
+            Add(platform::CaseFolded(reader.Next()));
+        Add(U'/');
+    }
+    std::uint64_t Value() const { return m_value; }
+
+private:
+    void Add(char32_t c)
+    {
+        constexpr std::uint64_t kPrime = 1099511628211; // FNV-1a
+        m_value = (m_value ^ c) * kPrime;
+    }
+
+    std::uint64_t m_value = 14695981039346656037u;
+};
 } // namespace
 
 std::optional<EntryName> SafeEntryName(std::string_view name)
@@ -90,6 +115,7 @@ std::optional<EntryName> SafeEntryName(std::string_view name)
         return std::nullopt;
     EntryName safe;
     safe.m_isFolder = !name.empty() && name.back() == '/';
+    std::size_t components = 0;
     for (std::size_t start = 0; start < name.size();)
     {
         const std::size_t end = std::min(name.find('/', start), name.size());
@@ -99,6 +125,8 @@ std::optional<EntryName> SafeEntryName(std::string_view name)
             continue;
         if (!IsSafeComponent(component))
             return std::nullopt;
+        if (++components > kMostComponents)
+            return std::nullopt;
         if (!safe.m_path.empty())
             safe.m_path += '/';
         safe.m_path += component;
@@ -106,5 +134,28 @@ std::optional<EntryName> SafeEntryName(std::string_view name)
     if (safe.m_path.empty())
         return std::nullopt;
     return safe;
+}
+
+bool EntryNames::Claim(std::string_view path, bool isFolder)
+{
+    NameHash hash;
+    for (std::size_t start = 0;;)
+    {
+        const std::size_t end = path.find('/', start);
+        const bool isLast = end == path.npos;
+        hash.AddComponent(path.substr(start, end - start));
+        if (isLast && !isFolder)
+            return m_isFolder.emplace(hash.Value(), false).second;
+        if (!ClaimFolder(hash.Value()))
+            return false;
+        if (isLast)
+            return true;
+        start = end + 1;
+    }
+}
+
+bool EntryNames::ClaimFolder(std::uint64_t hash)
+{
+    return m_isFolder.emplace(hash, true).first->second;
 }
 } // namespace tev

@@ -1,8 +1,10 @@
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 
 namespace tev
 {
@@ -16,6 +18,22 @@ struct EntryName
 /// The place of the entry that an archive calls so, in UTF-8; nothing when the entry must be skipped. "." components and
 /// doubled separators are left out. Skipped on every system, so that an archive gives the same files everywhere: names
 /// that are absolute, begin with a drive, lead upwards, hold a backslash or a NUL, are no UTF-8, name a device in any
-/// component, have a component above 255 bytes or are longer than 4,095 bytes. Safe from several threads at once.
+/// component, have a component above 255 bytes or more than 256 of them, or are longer than 4,095 bytes. Safe from several threads at once.
 [[nodiscard]] std::optional<EntryName> SafeEntryName(std::string_view name);
+
+/// The names that an archive's entries have taken, so that no two entries get one file, on systems that tell case apart and
+/// on those that do not. One thread at a time.
+class EntryNames
+{
+public:
+    /// Takes a safe name. False when an earlier one, but for case, is the same, or would have to be a file and a folder.
+    /// A folder may come several times.
+    [[nodiscard]] bool Claim(std::string_view path, bool isFolder);
+
+private:
+    [[nodiscard]] bool ClaimFolder(std::uint64_t hash);
+
+    /// By hashes of the folded names: the names of a hostile archive's folders would take far more memory than it does.
+    std::unordered_map<std::uint64_t, bool> m_isFolder;
+};
 } // namespace tev

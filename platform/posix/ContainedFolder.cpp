@@ -4,9 +4,10 @@
 #include "platform/PathNames.h"
 #include "platform/posix/OwnedDescriptor.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
-#include <cstdio>
+#include <cstdlib>
 #include <vector>
 
 #include <dirent.h>
@@ -133,16 +134,15 @@ std::string TemporaryName()
     return ".tevtools-" + std::to_string(getpid()) + "-" + std::to_string(counter.fetch_add(1)) + ".tmp";
 }
 
-/// Removes what a folder holds; the descriptor is closed.
-bool RemoveContentsOf(int descriptor)
+/// The names in a folder, whose descriptor is closed.
+bool ListFolder(int descriptor, std::vector<std::string>& names)
 {
-    DIR* const folder = fdopendir(descriptor);
+    DIR* const folder = descriptor < 0 ? nullptr : fdopendir(descriptor);
     if (folder == nullptr)
     {
-        close(descriptor);
+        const OwnedDescriptor closed(descriptor);
         return false;
     }
-    std::vector<std::string> names;
     errno = 0;
     while (const dirent* entry = readdir(folder))
     {
@@ -150,21 +150,7 @@ bool RemoveContentsOf(int descriptor)
         if (name != "." && name != "..")
             names.emplace_back(name);
     }
-    int error = errno;
-    for (const std::string& name : names)
-    {
-        const int at = dirfd(folder);
-        if (unlinkat(at, name.c_str(), 0) == 0 || errno == ENOENT)
-            continue;
-        int reason = errno; // of a folder, the system says either that it is one or that it is not allowed
-        const int inner = openat(at, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-        if (inner >= 0)
-        {
-            const bool isEmpty = RemoveContentsOf(inner);
-            reason = isEmpty && unlinkat(at, name.c_str(), AT_REMOVEDIR) == 0 ? 0 : errno;
-        }
-        error = reason != 0 ? reason : error;
-    }
+    const int error = errno;
     closedir(folder);
     errno = error;
     return error == 0;
@@ -173,8 +159,8 @@ bool RemoveContentsOf(int descriptor)
 class PosixContainedFolder final : public ContainedFolder
 {
 public:
-    PosixContainedFolder(int descriptor, Following following)
-        : m_root(descriptor), m_inOneStep(following == Following::Best && KnowsOneStep())
+    PosixContainedFolder(int descriptor, std::wstring path, Following following)
+        : m_root(descriptor), m_path(std::move(path)), m_inOneStep(following == Following::Best && KnowsOneStep())
     {
     }
 
@@ -184,6 +170,10 @@ public:
         static_cast<void>(fstat(m_root.Get(), &status)); // an open descriptor has one
         return IdentityOf(status);
     }
+
+    const std::wstring& Path() const override { return m_path; }
+
+    void Protect(const FileIdentity& identity) override { m_protected = identity; }
 
     bool CreateFolders(std::string_view name) override
     {
@@ -209,11 +199,7 @@ public:
         return unlinkat(folder.Get(), split.leaf.c_str(), 0) == 0 || errno == ENOENT;
     }
 
-    bool RemoveContents() override
-    {
-        const int folder = openat(m_root.Get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-        return folder >= 0 && RemoveContentsOf(folder);
-    }
+    bool RemoveContents() override { return RemoveContentsOf({}); }
 
     int OpenFolder(const std::string& name) const
     {
@@ -248,7 +234,47 @@ public:
     }
 
 private:
+    /// Holds no descriptor while it is in an inner folder: folders may lie deeper than there are descriptors.
+    bool RemoveContentsOf(const std::string& name)
+    {
+        std::vector<std::string> folders;
+        int error = RemoveLeaves(name, folders);
+        for (const std::string& inner : folders)
+        {
+            const bool isEmpty = RemoveContentsOf(inner);
+            const SplitName split = Split(inner);
+            const OwnedDescriptor above(isEmpty ? OpenFolder(split.folder) : -1);
+            if (!isEmpty || above.Get() < 0 || unlinkat(above.Get(), split.leaf.c_str(), AT_REMOVEDIR) != 0)
+                error = errno;
+        }
+        return error == 0 || Fail(error);
+    }
+
+    /// Answers the last error; what it leaves as folders is appended.
+    int RemoveLeaves(const std::string& name, std::vector<std::string>& folders)
+    {
+        const OwnedDescriptor folder(OpenFolder(name));
+        std::vector<std::string> leaves;
+        const int listed = folder.Get() < 0 ? -1 : openat(folder.Get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        if (!ListFolder(listed, leaves))
+            return errno;
+        int error = 0;
+        for (std::string& leaf : leaves)
+        {
+            // Of a folder, systems say either that it is one or that this is not allowed.
+            if (unlinkat(folder.Get(), leaf.c_str(), 0) == 0 || errno == ENOENT)
+                continue;
+            if (errno == EISDIR || errno == EPERM)
+                folders.push_back(name.empty() ? std::move(leaf) : name + "/" + leaf);
+            else
+                error = errno;
+        }
+        return error;
+    }
+
     OwnedDescriptor m_root;
+    std::wstring m_path;
+    std::optional<FileIdentity> m_protected;
     bool m_inOneStep;
 };
 
@@ -349,7 +375,7 @@ std::unique_ptr<ContainedFile> PosixContainedFolder::CreateFile(std::string_view
     struct stat status;
     if (folder.Get() < 0 || fstatat(folder.Get(), split.leaf.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
         return nullptr;
-    if (!S_ISREG(status.st_mode))
+    if (!S_ISREG(status.st_mode) || m_protected == IdentityOf(status))
     {
         errno = S_ISDIR(status.st_mode) ? EISDIR : EEXIST;
         return nullptr;
@@ -381,6 +407,17 @@ bool CreateFoldersAt(const std::string& path)
     }
 }
 
+/// The path with the current folder before it, where it does not start at the root.
+std::wstring FullPath(const std::string& path)
+{
+    if (!path.empty() && path[0] == '/')
+        return SystemPathToWide(path.c_str());
+    char* const current = getcwd(nullptr, 0);
+    const std::string folder = current != nullptr ? current : "";
+    std::free(current);
+    return SystemPathToWide((folder + "/" + path).c_str());
+}
+
 std::unique_ptr<ContainedFolder> OpenAt(const wchar_t* path, int flags, ContainedFolder::Missing missing,
                                         ContainedFolder::Following following)
 {
@@ -390,14 +427,13 @@ std::unique_ptr<ContainedFolder> OpenAt(const wchar_t* path, int flags, Containe
         errno = EILSEQ;
         return nullptr;
     }
-    // The one descriptor from which everything starts may be a mere position, too: reading a folder opens it anew.
-    OwnedDescriptor folder(open(name.c_str(), flags));
-    if (folder.Get() < 0 && errno == ENOENT && missing == ContainedFolder::Missing::Create && CreateFoldersAt(name))
-    {
-        OwnedDescriptor created(open(name.c_str(), flags));
-        return created.Get() < 0 ? nullptr : std::make_unique<PosixContainedFolder>(created.Release(), following);
-    }
-    return folder.Get() < 0 ? nullptr : std::make_unique<PosixContainedFolder>(folder.Release(), following);
+    int descriptor = open(name.c_str(), flags);
+    if (descriptor < 0 && errno == ENOENT && missing == ContainedFolder::Missing::Create && CreateFoldersAt(name))
+        descriptor = open(name.c_str(), flags);
+    if (descriptor < 0)
+        return nullptr;
+    OwnedDescriptor folder(descriptor);
+    return std::make_unique<PosixContainedFolder>(folder.Release(), FullPath(name), following);
 }
 } // namespace
 
@@ -409,5 +445,13 @@ std::unique_ptr<ContainedFolder> ContainedFolder::Open(const wchar_t* path, Miss
 std::unique_ptr<ContainedFolder> ContainedFolder::OpenItself(const wchar_t* path)
 {
     return OpenAt(path, kFolderFlags, Missing::Fail, Following::Best);
+}
+
+bool RemoveEmptyFolder(const wchar_t* path)
+{
+    std::string name;
+    if (!WidePathToSystem(path, name))
+        return Fail(EILSEQ);
+    return rmdir(name.c_str()) == 0 || errno == ENOENT;
 }
 } // namespace tev::platform

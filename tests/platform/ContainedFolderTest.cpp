@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <string>
 
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -61,6 +62,9 @@ TEST_P(ContainedFolders, CreatesReplacesAndRemovesFiles)
     EXPECT_EQ(WriteFile("a/b/c.txt", "second"), 0);
     EXPECT_EQ(m_temp.ReadFile("new/in/a/b/c.txt"), "second");
     EXPECT_EQ(WriteFile("a/gone", "x", false), 0);
+    m_folder->Protect(m_identity);
+    EXPECT_NE(WriteFile("a/b/c.txt", "third"), 0);
+    EXPECT_EQ(m_temp.ReadFile("new/in/a/b/c.txt"), "second");
     EXPECT_EQ(std::distance(fs::recursive_directory_iterator(m_temp.Path("new/in")), {}), 3) << "nothing left over";
 
     EXPECT_FALSE(m_folder->Remove("a/b/c.txt", first)) << "another file stands there by now";
@@ -92,9 +96,21 @@ TEST_P(ContainedFolders, NeverLeavesItsFolder)
     EXPECT_EQ(m_temp.ReadFile("out/precious"), "precious");
     EXPECT_EQ(std::distance(fs::directory_iterator(m_temp.Path("out")), {}), 1);
 
+    std::string deep = "d"; // deeper than the process may have files open
+    for (int i = 0; i < 200; ++i)
+        deep += "/d";
+    EXPECT_EQ(WriteFile(deep), 0);
+    rlimit before;
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+    const rlimit few = {100, before.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &few);
     EXPECT_TRUE(m_folder->RemoveContents());
+    setrlimit(RLIMIT_NOFILE, &before);
     EXPECT_TRUE(fs::is_empty(in));
     EXPECT_EQ(m_temp.ReadFile("out/precious"), "precious");
+    EXPECT_FALSE(tev::platform::RemoveEmptyFolder((m_temp.WidePath("new")).c_str()));
+    EXPECT_TRUE(tev::platform::RemoveEmptyFolder(m_folder->Path().c_str()));
+    EXPECT_TRUE(tev::platform::RemoveEmptyFolder(m_folder->Path().c_str()));
 }
 
 TEST_P(ContainedFolders, StaysWithTheFolderThatItOpened)

@@ -36,9 +36,12 @@ TEST(EntryName, KeepsWhatIsSafeAndTidiesIt)
 TEST(EntryName, SkipsWhatCouldLeadElsewhere)
 {
     using namespace std::string_literals;
-    std::string deep;
-    for (int i = 0; i < 2048; ++i)
-        deep += "d/";
+    std::string deep = "d";
+    for (int i = 0; i < 256; ++i)
+        deep += "/d";
+    std::string longName = std::string(255, 'n');
+    while (longName.size() < 4096)
+        longName += "/" + std::string(255, 'n');
     const std::string cases[] = {
         "",
         "/",
@@ -81,5 +84,37 @@ TEST(EntryName, SkipsWhatCouldLeadElsewhere)
     };
     for (const std::string& name : cases)
         EXPECT_FALSE(SafeEntryName(name)) << name;
+}
+
+TEST(EntryName, NamesAreTakenOnceWhateverTheirCase)
+{
+    const struct
+    {
+        const char* m_path;
+        bool m_isFolder, m_isTaken;
+    } steps[] = {
+        {"a.txt", false, false},
+        {"A.TXT", false, true},
+        {"a.txt", false, true},
+        {"a.txt. ", false, true},
+        {"Folder/a.txt", false, false},
+        {"folder/b.txt", false, false},
+        {"FOLDER/B.txt", false, true},
+        {"folder", true, false},
+        {"Folder", false, true},
+        {"a.TXT/x", false, true},
+        {"a.txt", true, true},
+        {"\xC3\x89.txt", false, false}, // letters with marks, Greek final sigma, and beyond 16 bits
+        {"\xC3\xA9.txt", false, true},
+        {"\xCE\xA3", false, false},
+        {"\xCF\x82", false, true},
+        {"\xF0\x90\x90\x80", false, false},
+        {"\xF0\x90\x90\xA8", false, true},
+        {"ab/c", false, false},
+        {"a/bc", false, false},
+    };
+    tev::EntryNames names;
+    for (const auto& [path, isFolder, isTaken] : steps)
+        EXPECT_EQ(!names.Claim(path, isFolder), isTaken) << path;
 }
 } // namespace
