@@ -4,6 +4,7 @@
 #include "core/NeverDestroyed.h"
 #include "services/LogFile.h"
 #include "services/ProfileReporter.h"
+#include "services/UserMessage.h"
 
 #include <atomic>
 #include <new>
@@ -83,6 +84,11 @@ CUserInterface& XGetUserInterface() noexcept
     static tev::NeverDestroyed<CUserInterface> substitute;
     CUserInterface* const host = g_userInterface.load(std::memory_order_acquire);
     return host != nullptr ? *host : substitute.Get();
+}
+
+void tev::ShowUserMessage(const CXTString<wchar_t>& text)
+{
+    XGetUserInterface().ShowMessage(CUserInterface::Severity::Warning, text);
 }
 
 CUserInterface* XSetUserInterface(CUserInterface* userInterface) noexcept

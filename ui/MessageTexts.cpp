@@ -19,6 +19,7 @@ constexpr unsigned kColour = 5312;
 constexpr unsigned kUnnamedFile = 0xF006;
 constexpr unsigned kFileCause = 0xF1A0;
 constexpr unsigned kArchiveCause = 0xF1B0;
+constexpr unsigned kNoApplicationName = 0xF1D0;
 
 // In the order of their numbers. "%s" stands for the name of the file; the text of an unnamed one is put in its place.
 constexpr MessageText kMessageTexts[] = {
@@ -69,6 +70,9 @@ constexpr MessageText kMessageTexts[] = {
      L"Impossible de lire %s : il a été écrit par une autre version."},
     {kArchiveCause + 8, L"Cannot read %s: one of its items is larger than the buffer.",
      L"Impossible de lire %s : un de ses éléments dépasse la taille du tampon."},
+
+    {kNoApplicationName, L"Default form of SetPath requires you to specify the appname in the constructor.",
+     L"La forme par défaut de SetPath exige d'indiquer le nom de l'application dans le constructeur."},
 };
 } // namespace
 
