@@ -10,9 +10,6 @@ namespace tev::platform
 /// Changes when CaseFolded maps a character differently: then stores hold names that are not found any more.
 constexpr int kSettingsFoldingVersion = 1;
 
-/// Unicode 15's simple case folding: one character for one. Unicode never changes it for a character that it has.
-char32_t CaseFolded(char32_t c) noexcept;
-
 /// A name as the store holds it, in UTF-8, in which a lone surrogate stands like any other character.
 struct SettingsName
 {
