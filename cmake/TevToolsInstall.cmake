@@ -3,6 +3,7 @@
 include(CMakePackageConfigHelpers)
 
 install(TARGETS TevTools EXPORT TevToolsTargets)
+install(TARGETS tev-crash-helper)
 if(TARGET tev)
     install(TARGETS tev)
 endif()

@@ -3,6 +3,7 @@
 #include "platform/AddressWait.h"
 #include "platform/ThreadLocks.h"
 #include "platform/Threads.h"
+#include "platform/posix/AlternateStack.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -12,7 +13,6 @@
 #include <mutex>
 #include <new>
 
-#include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -21,7 +21,6 @@ namespace tev::platform
 {
 namespace
 {
-constexpr std::size_t kAlternateStackSize = std::size_t{64} << 10;
 constexpr std::size_t kOwnStackUse = std::size_t{32} << 10; ///< of the thread's start, and of a signal handler
 constexpr int kNiceStep = 5;
 
@@ -49,47 +48,6 @@ void Delist(StartedThread& thread) noexcept
     if (thread.m_next != nullptr)
         thread.m_next->m_previous = thread.m_previous;
 }
-
-/// Gives the thread a stack for signal handlers, so that an overflow of its own stack can be reported.
-class AlternateStack
-{
-public:
-    AlternateStack() noexcept
-    {
-        stack_t standing = {};
-        if (sigaltstack(nullptr, &standing) != 0 || (standing.ss_flags & SS_DISABLE) == 0)
-            return;
-        void* const memory =
-            mmap(nullptr, kAlternateStackSize, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_STACK, -1, 0);
-        if (memory == MAP_FAILED)
-            return;
-        stack_t mine = {};
-        mine.ss_sp = memory;
-        mine.ss_size = kAlternateStackSize;
-        if (sigaltstack(&mine, nullptr) == 0)
-            m_memory = memory;
-        else
-            munmap(memory, kAlternateStackSize);
-    }
-    ~AlternateStack()
-    {
-        if (m_memory == nullptr)
-            return;
-        stack_t standing = {};
-        if (sigaltstack(nullptr, &standing) == 0 && standing.ss_sp == m_memory)
-        {
-            stack_t none = {};
-            none.ss_flags = SS_DISABLE;
-            sigaltstack(&none, nullptr);
-        }
-        munmap(m_memory, kAlternateStackSize);
-    }
-    AlternateStack(const AlternateStack&) = delete;
-    AlternateStack& operator=(const AlternateStack&) = delete;
-
-private:
-    void* m_memory = nullptr;
-};
 
 // Nothing with a destructor may stand in this function: a killed thread returns to it from anywhere.
 void RunProcedure(StartedThread& self) noexcept

@@ -1,0 +1,348 @@
+#include "platform/CrashDumps.h"
+
+#include "platform/posix/CrashFiles.h"
+#include "platform/posix/OwnDump.h"
+#include "platform/posix/OwnedDescriptor.h"
+
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <memory>
+
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <spawn.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#ifndef PR_SET_PTRACER
+#define PR_SET_PTRACER 0x59616d61
+#endif
+
+extern char** environ;
+
+namespace tev::platform
+{
+namespace
+{
+constexpr unsigned kHelloTimeoutMs = 2000;
+
+std::atomic<int> g_socket{-1};
+std::atomic<pid_t> g_socketProcess{0}; ///< a forked process has a copy of the socket, but not the helper
+std::atomic<pid_t> g_channelUser{0};   ///< the thread that waits for an answer
+DumpOrder g_crashOrder;                ///< not on the small stack of a signal handler
+
+/// The traces of the last SetCrashTraces, for a crash without helper: replaced as a whole, so that a signal handler finds
+/// one or the other. The one before is kept, because a handler may be reading it. Both outlive everything.
+std::atomic<const CrashTraces*> g_traces{nullptr};
+const CrashTraces* g_formerTraces = nullptr;
+
+std::int64_t NowMs() noexcept
+{
+    timespec now = {};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<std::int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
+}
+
+pid_t ThisThread() noexcept
+{
+    return static_cast<pid_t>(syscall(SYS_gettid));
+}
+
+bool Receive(int socket, HelperMessage awaited, std::uint32_t& value, unsigned timeoutMs) noexcept
+{
+    const std::int64_t end = NowMs() + timeoutMs;
+    for (std::int64_t left = timeoutMs; left > 0; left = end - NowMs())
+    {
+        pollfd waiting = {socket, POLLIN, 0};
+        if (poll(&waiting, 1, static_cast<int>(left)) != 1)
+            continue;
+        HelperHead head;
+        const ssize_t size = recv(socket, &head, sizeof head, MSG_DONTWAIT);
+        if (size == 0 || (size < 0 && errno != EINTR && errno != EAGAIN))
+            return false;
+        if (size == static_cast<ssize_t>(sizeof head) && head.message == awaited && head.version == kHelperVersion)
+        {
+            value = head.value;
+            return true;
+        }
+    }
+    return false;
+}
+
+bool Send(int socket, const void* message, std::size_t size) noexcept
+{
+    ssize_t sent = -1;
+    do
+        sent = send(socket, message, size, MSG_NOSIGNAL);
+    while (sent < 0 && errno == EINTR);
+    return sent == static_cast<ssize_t>(size);
+}
+
+int Socket() noexcept
+{
+    return g_socketProcess.load() == getpid() ? g_socket.load() : -1;
+}
+
+/// The channel to the helper, for one thread at a time.
+class Channel
+{
+public:
+    Channel() noexcept
+    {
+        const pid_t self = ThisThread();
+        const std::int64_t end = NowMs() + kDumpTimeoutMs;
+        pid_t nobody = 0;
+        // A thread that crashed while it had the channel gets no second one.
+        while (!(m_isMine = g_channelUser.compare_exchange_strong(nobody, self)) && nobody != self && NowMs() < end)
+        {
+            nobody = 0;
+            const timespec shortly = {0, 200000};
+            nanosleep(&shortly, nullptr);
+        }
+    }
+    ~Channel()
+    {
+        if (m_isMine)
+            g_channelUser.store(0);
+    }
+    Channel(const Channel&) = delete;
+    Channel& operator=(const Channel&) = delete;
+
+    bool Ask(const void* message, std::size_t size, unsigned timeoutMs) const noexcept
+    {
+        const int socket = m_isMine ? Socket() : -1;
+        std::uint32_t answer = 0;
+        if (socket < 0)
+            return false;
+        // An answer that came too late for somebody before is not this one's.
+        HelperHead stale;
+        while (recv(socket, &stale, sizeof stale, MSG_DONTWAIT) > 0)
+        {
+        }
+        return Send(socket, message, size) && Receive(socket, HelperMessage::Answer, answer, timeoutMs) && answer == 1;
+    }
+
+private:
+    bool m_isMine = false;
+};
+
+void DropSocket() noexcept
+{
+    g_socketProcess.store(0);
+    const int socket = g_socket.exchange(-1);
+    if (socket >= 0)
+        close(socket);
+}
+
+/// Starts the helper with one end of the pair as its descriptor 3. It leaves this process's children at once.
+bool Spawn(const char* helperPath, int helperEnd) noexcept
+{
+    posix_spawn_file_actions_t actions;
+    posix_spawnattr_t attributes;
+    if (posix_spawn_file_actions_init(&actions) != 0)
+        return false;
+    if (posix_spawnattr_init(&attributes) != 0)
+    {
+        posix_spawn_file_actions_destroy(&actions);
+        return false;
+    }
+    sigset_t none;
+    sigset_t all;
+    sigemptyset(&none);
+    sigfillset(&all);
+    posix_spawnattr_setsigmask(&attributes, &none);
+    posix_spawnattr_setsigdefault(&attributes, &all);
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSID);
+    for (int stream = 0; stream < 3; ++stream)
+        posix_spawn_file_actions_addopen(&actions, stream, "/dev/null", O_RDWR, 0);
+    posix_spawn_file_actions_adddup2(&actions, helperEnd, kHelperSocket);
+
+    char process[16];
+    std::snprintf(process, sizeof process, "%d", static_cast<int>(getpid()));
+    char* const arguments[] = {const_cast<char*>(helperPath), process, nullptr};
+    pid_t child = 0;
+    const bool isStarted = posix_spawn(&child, helperPath, &actions, &attributes, arguments, environ) == 0;
+    posix_spawnattr_destroy(&attributes);
+    posix_spawn_file_actions_destroy(&actions);
+    int status = 0;
+    while (isStarted && waitpid(child, &status, 0) < 0 && errno == EINTR)
+    {
+    }
+    return isStarted;
+}
+
+void StartHelper(const char* helperPath) noexcept
+{
+    int ends[2];
+    if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0)
+        return;
+    OwnedDescriptor ownEnd(ends[0]);
+    // The number that the helper finds its end under must not be taken by either end here.
+    const int helperEnd = fcntl(ends[1], F_DUPFD_CLOEXEC, kHelperSocket + 1);
+    close(ends[1]);
+    if (helperEnd < 0)
+        return;
+    const bool isStarted = Spawn(helperPath, helperEnd);
+    close(helperEnd); // so that a helper that ended is noticed
+    std::uint32_t helper = 0;
+    if (!isStarted || !Receive(ownEnd.Get(), HelperMessage::Hello, helper, kHelloTimeoutMs))
+        return;
+    prctl(PR_SET_PTRACER, helper, 0, 0, 0); // refused where nobody needs to be named
+    static const int forkHandler = pthread_atfork(nullptr, nullptr, DropSocket);
+    static_cast<void>(forkHandler);
+    g_socket.store(ownEnd.Release());
+    g_socketProcess.store(getpid());
+}
+
+void CopyPath(char (&target)[PATH_MAX], const char* path) noexcept
+{
+    const std::size_t length = path == nullptr ? 0 : std::strlen(path);
+    if (length != 0 && length < sizeof target)
+        std::memcpy(target, path, length + 1);
+    else
+        target[0] = '\0';
+}
+
+void FillOrder(const Fault& fault, const char* dumpPath, DumpOrder& order) noexcept
+{
+    order.head = {kHelperVersion, HelperMessage::Dump, 0};
+    order.thread = ThisThread();
+    DescribeSignal(static_cast<const siginfo_t*>(fault.signalInfo), 0xFFFFFFFF, order);
+    CopyPath(order.dumpPath, dumpPath);
+    if (fault.context != nullptr)
+        StateFromContext(*static_cast<const ucontext_t*>(fault.context), order.state);
+}
+
+bool IsThere(const std::string& path)
+{
+    return !path.empty() && access(path.c_str(), X_OK) == 0;
+}
+} // namespace
+
+void PrepareDumps(const std::string& helperPath) noexcept
+{
+    PrepareOwnDump();
+    if (Socket() >= 0 || helperPath.empty())
+        return;
+    DropSocket();
+    StartHelper(helperPath.c_str());
+}
+
+void EndDumps() noexcept
+{
+    DropSocket();
+    ReleaseReservedDescriptors();
+}
+
+bool HasDumpHelper() noexcept
+{
+    return Socket() >= 0;
+}
+
+void SetCrashTraces(const CrashTraces& traces)
+{
+    auto copy = std::make_unique<const CrashTraces>(traces);
+    delete g_formerTraces;
+    g_formerTraces = g_traces.exchange(copy.release());
+
+    const int socket = Socket();
+    if (socket < 0)
+        return;
+    std::string all;
+    for (const std::string* text : {&traces.dumpPath, &traces.recordPath, &traces.libraryPath})
+        all.append(text->c_str(), text->size() + 1);
+    all += traces.record;
+    const auto piece = std::make_unique<TracesPiece>();
+    piece->head = {kHelperVersion, HelperMessage::Traces, static_cast<std::uint32_t>(all.size())};
+    for (std::size_t at = 0; at < all.size();)
+    {
+        const std::size_t count = all.copy(piece->bytes, TracesPiece::kMostBytes, at);
+        piece->offset = static_cast<std::uint32_t>(at);
+        if (!Send(socket, piece.get(), offsetof(TracesPiece, bytes) + count))
+            break;
+        at += count;
+    }
+}
+
+bool WriteDumpNow(const char* path, const Fault& fault) noexcept
+{
+    DumpOrder order;
+    FillOrder(fault, path, order);
+    if (fault.context == nullptr)
+    {
+        // Here and not in a function of its own: the frame that is told of must still stand when the stack is read.
+        ucontext_t here;
+        getcontext(&here);
+        StateFromContext(here, order.state);
+    }
+    {
+        const Channel channel;
+        if (channel.Ask(&order, sizeof order, kDumpTimeoutMs))
+            return true;
+    }
+    return WriteOwnDump(path, order);
+}
+
+bool WriteCrashTraces(const Fault& fault, bool withDump, const char* logPath) noexcept
+{
+    const CrashTraces* const traces = g_traces.load();
+    if (traces == nullptr)
+        return false;
+    DumpOrder& order = g_crashOrder;
+    FillOrder(fault, nullptr, order);
+    CopyPath(order.logPath, logPath);
+    order.withDump = withDump;
+    order.withRecord = true;
+    {
+        const Channel channel;
+        if (channel.Ask(&order, sizeof order, kDumpTimeoutMs))
+            return true;
+    }
+    ReleaseReservedDescriptors();
+    // A helper that failed with the dump may have written the record; one that died has not.
+    const bool hasRecord = access(traces->recordPath.c_str(), F_OK) == 0 && HasDumpHelper();
+    if (!hasRecord && WriteLockedRecord(traces->recordPath.c_str(), traces->record, logPath) < 0)
+        return false;
+    return !withDump || WriteOwnDump(traces->dumpPath.c_str(), order);
+}
+
+bool LetHelperFinish(unsigned timeoutMs) noexcept
+{
+    const HelperHead head = {kHelperVersion, HelperMessage::Finish, 0};
+    const Channel channel;
+    return channel.Ask(&head, sizeof head, timeoutMs);
+}
+
+std::string LibraryPath()
+{
+    Dl_info information = {};
+    if (dladdr(reinterpret_cast<const void*>(&PrepareDumps), &information) == 0 || information.dli_fname == nullptr)
+        return {};
+    char* const absolute = realpath(information.dli_fname, nullptr);
+    std::string path = absolute != nullptr ? absolute : "";
+    std::free(absolute);
+    return path;
+}
+
+std::string FindDumpHelper()
+{
+    if (const char* const chosen = std::getenv("TEVTOOLS_CRASH_HELPER"))
+        return IsThere(chosen) ? chosen : "";
+    const std::string library = LibraryPath();
+    const std::string folder = library.substr(0, library.rfind('/') + 1);
+    for (const char* const place : {"", TEVTOOLS_HELPER_FROM_LIBRARY "/"})
+    {
+        std::string path = folder + place + "tev-crash-helper";
+        if (IsThere(path))
+            return path;
+    }
+    return {};
+}
+} // namespace tev::platform

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <cstdint>
+#include <string_view>
+
+namespace tev::platform
+{
+/// One line of a process's list of mappings.
+struct Mapping
+{
+    std::uint64_t start = 0;
+    std::uint64_t end = 0;
+    std::uint64_t fileOffset = 0;
+    bool isReadable = false;
+    bool isWritable = false;
+    bool isExecutable = false;
+    std::string_view path; ///< of the file, into the text; empty or in brackets where there is none
+};
+
+/// Takes the first line off the text; false at its end. Lines that are none are passed over. Safe in signal handlers.
+bool NextMapping(std::string_view& text, Mapping& mapping) noexcept;
+} // namespace tev::platform
