@@ -23,4 +23,8 @@ constexpr wchar_t kPathSeparator = L'/';
 /// Safe from several threads at once.
 [[nodiscard]] std::wstring SystemPathToWide(const char* path);
 
+/// The path from the root, put together from the process's current folder where it does not begin there; as it is where
+/// there is none. Nothing is resolved. For paths that are used again later.
+[[nodiscard]] std::wstring FullPath(const wchar_t* path);
+
 } // namespace tev::platform

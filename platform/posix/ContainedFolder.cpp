@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
-#include <cstdlib>
 #include <vector>
 
 #include <dirent.h>
@@ -408,16 +407,6 @@ bool CreateFoldersAt(const std::string& path)
 }
 
 /// The path with the current folder before it, where it does not start at the root.
-std::wstring FullPath(const std::string& path)
-{
-    if (!path.empty() && path[0] == '/')
-        return SystemPathToWide(path.c_str());
-    char* const current = getcwd(nullptr, 0);
-    const std::string folder = current != nullptr ? current : "";
-    std::free(current);
-    return SystemPathToWide((folder + "/" + path).c_str());
-}
-
 std::unique_ptr<ContainedFolder> OpenAt(const wchar_t* path, int flags, ContainedFolder::Missing missing,
                                         ContainedFolder::Following following)
 {
@@ -433,7 +422,7 @@ std::unique_ptr<ContainedFolder> OpenAt(const wchar_t* path, int flags, Containe
     if (descriptor < 0)
         return nullptr;
     OwnedDescriptor folder(descriptor);
-    return std::make_unique<PosixContainedFolder>(folder.Release(), FullPath(name), following);
+    return std::make_unique<PosixContainedFolder>(folder.Release(), FullPath(path), following);
 }
 } // namespace
 

@@ -1,6 +1,9 @@
 #include "platform/PathNames.h"
 
 #include <cstddef>
+#include <cstdlib>
+
+#include <unistd.h>
 
 namespace
 {
@@ -138,4 +141,15 @@ std::wstring tev::platform::SystemPathToWide(const char* path)
         bytes += length;
     }
     return result;
+}
+
+std::wstring tev::platform::FullPath(const wchar_t* path)
+{
+    const std::wstring given = path != nullptr ? path : L"";
+    if (!given.empty() && (given[0] == L'/' || given[0] == L'\\'))
+        return given;
+    char* const current = getcwd(nullptr, 0);
+    const std::wstring folder = SystemPathToWide(current);
+    std::free(current);
+    return folder.empty() ? given : folder + kPathSeparator + given;
 }

@@ -1,0 +1,94 @@
+#pragma once
+
+#include "containers/CXArray.h"
+#include "platform/ContainedFolder.h"
+#include "platform/ZipEngine.h"
+#include "system/CZipExtractCallback.h"
+#include "system/ZipFile.h"
+#include "system/ZipNames.h"
+#include "system/ZipTypes.h"
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace tev
+{
+/// How an operation ended.
+struct ZipOutcome
+{
+    XZipFailure m_failure = XZipFailure::kNone;
+    unsigned m_systemError = 0;
+
+    explicit operator bool() const noexcept { return m_failure == XZipFailure::kNone; }
+    static ZipOutcome Of(const platform::ZipError& error) noexcept;
+    /// The system's last error.
+    static ZipOutcome OfSystem() noexcept;
+};
+
+using ZipNames = CXArray<CXTString<wchar_t>, const CXTString<wchar_t>&>;
+
+/// What CZip does with an open archive. One thread at a time.
+class ZipArchive
+{
+public:
+    struct Secret
+    {
+        std::string m_password; ///< UTF-8
+        XZipEncryption m_encryption;
+    };
+
+    static ZipOutcome Open(const wchar_t* path, ZipOpenMode mode, CXZipCallback* callback,
+                           std::unique_ptr<ZipArchive>& archive);
+
+    bool IsReadOnly() const noexcept { return m_isReadOnly; }
+
+    unsigned Count() const noexcept;
+    unsigned CountFiles() const;
+    ZipOutcome Describe(unsigned index, CZipFileInfo& info) const;
+    unsigned Find(std::wstring_view name, const NameRule& rule);
+    std::vector<unsigned> FindMatching(std::wstring_view pattern, const NameRule& rule) const;
+
+    ZipOutcome Extract(unsigned index, const wchar_t* destPath, bool withFolders, const wchar_t* newName,
+                       const std::string& password);
+    ZipOutcome Test(unsigned index, const std::string& password);
+
+    ZipOutcome Add(const wchar_t* path, const wchar_t* name, ZipCompressionLevel level, const Secret& secret);
+    ZipOutcome Delete(const ZipNames& names);
+    ZipOutcome Rename(const ZipNames& oldNames, const ZipNames& newNames);
+    ZipOutcome Save();
+
+private:
+    struct Renaming
+    {
+        unsigned m_index;
+        std::string m_name;
+    };
+
+    ZipArchive() = default;
+
+    ZipOutcome RequireEntry(unsigned index, platform::ZipEntry& entry) const;
+    std::wstring NameFor(unsigned index, const NameRule& rule) const;
+    static void FillInfo(const platform::ZipEntry& entry, CZipFileInfo& info);
+    int AskCallback(const platform::ZipEntry& entry, const std::wstring& target);
+    ZipOutcome Unpack(unsigned index, const platform::ZipEntry& entry, const std::string& password, XZipAction action,
+                      platform::ContainedFile* file);
+    ZipOutcome FindAll(const ZipNames& names, std::vector<unsigned>& indexes);
+    ZipOutcome PlanRenaming(const ZipNames& oldNames, const ZipNames& newNames, std::vector<Renaming>& renamings);
+    std::string UnusedName();
+    void ForgetNames() noexcept { m_byName.clear(); }
+
+    std::unique_ptr<platform::ZipEngine> m_engine;
+    CXZipCallback* m_callback = nullptr;
+    std::wstring m_path; ///< from the root
+    std::optional<FileStamp> m_stamp;
+    bool m_isReadOnly = false;
+    bool m_isCreated = false;
+    /// The entries by the hash of their names without folders and case; empty until somebody searches.
+    std::vector<std::pair<std::uint64_t, unsigned>> m_byName;
+};
+} // namespace tev
