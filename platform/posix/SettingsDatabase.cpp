@@ -58,8 +58,9 @@ constexpr const char* kStatements[] = {
 };
 static_assert(std::size(kStatements) == static_cast<std::size_t>(SettingsStatement::Count));
 
-// A key's number is never given to another key, so that a handle whose key was deleted finds nothing. docs/formats.md
-// describes these tables.
+// A key's number is never given to another key, not even in a file that takes the place of this one, so that a handle whose
+// key is gone finds nothing. Hence numbers that are not used again, and that begin anywhere. docs/formats.md describes
+// these tables.
 constexpr char kLayout[] = R"(
 CREATE TABLE keys (
     id INTEGER PRIMARY KEY AUTOINCREMENT,
@@ -80,7 +81,9 @@ INSERT INTO keys (id, parent, fold, name) VALUES
     (3, NULL, CAST('hkey_local_machine' AS BLOB), CAST('HKEY_LOCAL_MACHINE' AS BLOB)),
     (4, NULL, CAST('hkey_users' AS BLOB), CAST('HKEY_USERS' AS BLOB)),
     (6, NULL, CAST('hkey_current_config' AS BLOB), CAST('HKEY_CURRENT_CONFIG' AS BLOB)),
-    (7, NULL, CAST('hkey_dyn_data' AS BLOB), CAST('HKEY_DYN_DATA' AS BLOB));
+    (7, NULL, CAST('hkey_dyn_data' AS BLOB), CAST('HKEY_DYN_DATA' AS BLOB)),
+    (1000 + (random() & 0xFFFFFFFFFF), NULL, x'', x'');
+DELETE FROM keys WHERE id >= 1000;
 )";
 
 std::mutex g_lock;
@@ -216,10 +219,7 @@ unsigned SettingsDatabase::Open(bool create)
         Close(Closing::LeaveFiles);
         return error;
     }
-    const Identity opened{status.st_dev, status.st_ino};
-    if (m_generation == 0 || !(opened == m_identity))
-        ++m_generation;
-    m_identity = opened;
+    m_identity = {status.st_dev, status.st_ino};
     return kSettingsDone;
 }
 

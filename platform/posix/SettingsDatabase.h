@@ -64,8 +64,6 @@ public:
 
     /// Must succeed before anything is asked. Without `create` kSettingsNotFound where nothing was stored yet.
     [[nodiscard]] unsigned Connect(bool create);
-    /// Numbers of keys are good as long as this stays the same.
-    std::uint64_t Generation() const noexcept { return m_generation; }
 
 private:
     friend class SettingsQuery;
@@ -106,7 +104,6 @@ private:
     sqlite3* m_connection = nullptr;
     std::array<sqlite3_stmt*, static_cast<std::size_t>(SettingsStatement::Count)> m_statements{};
     Identity m_identity;
-    std::uint64_t m_generation = 0;
     bool m_isBroken = false;
 };
 

@@ -115,12 +115,9 @@ bool RemoveSettingsKey(SettingsKey key)
 
 unsigned ConnectSettingsKey(const SettingsKeyState& state, bool create)
 {
-    const unsigned error = state.database->Connect(create && state.generation == 0);
-    if (error == kSettingsNotFound && state.generation != 0)
-        return kSettingsKeyDeleted; // the whole file is gone
-    if (error == kSettingsDone && state.generation != 0 && state.generation != state.database->Generation())
-        return kSettingsKeyDeleted;
-    return error;
+    const bool isRoot = state.depth == 0;
+    const unsigned error = state.database->Connect(create && isRoot);
+    return error == kSettingsNotFound && !isRoot ? unsigned{kSettingsKeyDeleted} : error;
 }
 
 unsigned CheckSettingsKey(const SettingsKeyState& state)
@@ -160,7 +157,6 @@ unsigned WalkSettingsKeys(SettingsKeyState& state, const std::vector<SettingsNam
         }
         ++state.depth;
     }
-    state.generation = state.database->Generation();
     return kSettingsDone;
 }
 } // namespace tev::platform

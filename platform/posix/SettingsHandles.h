@@ -25,8 +25,7 @@ struct SettingsKeyState
 {
     std::shared_ptr<SettingsDatabase> database;
     std::int64_t id = 0;
-    std::uint64_t generation = 0; ///< of the database, in which `id` is good; 0 for a root, which every one has
-    unsigned depth = 0;           ///< levels below a root
+    unsigned depth = 0; ///< levels below a root
     unsigned access = 0;
     SettingsCursor keys;
     SettingsCursor values;
@@ -38,7 +37,7 @@ SettingsKeyState* FindSettingsKey(SettingsKey key, SettingsKeyState& root);
 SettingsKey AddSettingsKey(SettingsKeyState state);
 bool RemoveSettingsKey(SettingsKey key);
 
-/// Connects the key's database, which is made only for a root, and looks whether the key can still be there.
+/// Connects the key's database, which is made only for a root.
 [[nodiscard]] unsigned ConnectSettingsKey(const SettingsKeyState& state, bool create);
 
 /// Whether the key is in its database. Tells apart why something was not found in it.
