@@ -106,6 +106,9 @@ unsigned CloseSettingsKey(SettingsKey key);
 [[nodiscard]] unsigned EnumerateSettingsValues(SettingsKey key, unsigned index, std::wstring& name);
 [[nodiscard]] unsigned QuerySettingsKey(SettingsKey key, SettingsKeyInformation& information);
 
+/// The file in which a root's keys are, or will be; empty where the system keeps them elsewhere.
+std::wstring SettingsFile(SettingsRoot root);
+
 // Whole trees
 
 struct SettingsTreeValue

@@ -402,6 +402,12 @@ HKEY CRegUtil::StrToRootKey(wchar_t const* name)
     return nullptr;
 }
 
+CPathString CRegUtil::GetFilePath(HKEY root)
+{
+    const auto number = static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(root));
+    return CPathString(SettingsFile(static_cast<SettingsRoot>(number)).c_str());
+}
+
 bool CRegUtil::Note(unsigned systemError) noexcept
 {
     m_lastError = static_cast<int>(systemError);

@@ -114,6 +114,9 @@ public:
     /// The handle of a root by its exact name, null for any other text.
     static HKEY StrToRootKey(wchar_t const* name);
 
+    /// The file in which a root has its keys, or will have them; empty where the system keeps them elsewhere.
+    static CPathString GetFilePath(HKEY root);
+
     /// The system's code of the last call to the registry, 0 for success. Closing changes nothing.
     int GetLastError() const noexcept { return m_lastError; }
 

@@ -100,6 +100,12 @@ SettingsKeyState* FindSettingsKey(SettingsKey key, SettingsKeyState& root)
     return &root;
 }
 
+std::wstring SettingsFile(SettingsRoot root)
+{
+    const SettingsLock lock;
+    return SystemPathToWide(DatabaseOf(root)->Path().c_str());
+}
+
 SettingsKey AddSettingsKey(SettingsKeyState state)
 {
     Handles& handles = AllHandles();

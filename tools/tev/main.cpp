@@ -2,6 +2,7 @@
 #include "tools/tev/ColourCommand.h"
 #include "tools/tev/FileTypeCommands.h"
 #include "tools/tev/LogCommands.h"
+#include "tools/tev/RegistryCommands.h"
 #include "tools/tev/SettingsCommands.h"
 #include "tools/tev/System.h"
 #include "tools/tev/TextCommands.h"
@@ -15,7 +16,8 @@ using namespace tev::tool;
 
 // A family of commands has a file of its own and one line here.
 constexpr void (*kCommandFamilies[])(CLI::App&, Session&) = {
-    AddTextCommands, AddArchiveCommands, AddColourCommand, AddFileTypeCommands, AddLogCommands, AddSettingsCommands,
+    AddTextCommands, AddArchiveCommands,  AddColourCommand,    AddFileTypeCommands,
+    AddLogCommands,  AddSettingsCommands, AddRegistryCommands,
 };
 
 std::string UsageError(const CLI::App*, const CLI::Error& error)

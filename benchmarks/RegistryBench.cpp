@@ -1,0 +1,161 @@
+// CRegUtil beside what a program would keep its settings in instead. Each benchmark counts values.
+
+#include "system/CRegUtil.h"
+#include "tests/support/TestRegistry.h"
+
+#include <benchmark/benchmark.h>
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#if __has_include(<QSettings>)
+#include <QSettings>
+#define TEV_BENCH_QT
+#endif
+#if __has_include(<dconf.h>)
+#include <dconf.h>
+#define TEV_BENCH_DCONF
+#endif
+
+namespace
+{
+using tev::test::TestRegistry;
+
+constexpr int kValues = 100; // in one key
+constexpr int kWrites = 10000;
+constexpr const wchar_t* kPath = L"HKEY_CURRENT_USER\\Software\\Maker\\Program";
+
+std::vector<std::wstring> WideNames()
+{
+    std::vector<std::wstring> names;
+    for (int i = 0; i < kValues; ++i)
+        names.push_back(L"value" + std::to_wstring(i));
+    return names;
+}
+
+class Ours
+{
+public:
+    explicit Ours(bool open) : m_open(open)
+    {
+        m_settings.SetPath(kPath, true);
+        m_settings.OpenBase(false);
+        for (int i = 0; i < kValues; ++i)
+            Write(i, i);
+        if (!open)
+            m_settings.CloseBase();
+    }
+    bool Read(int i, int& value)
+    {
+        unsigned long read = 0;
+        const bool found = m_settings.GetKeyInt(m_names[static_cast<std::size_t>(i)].c_str(), read);
+        value = static_cast<int>(read);
+        return found;
+    }
+    bool Write(int i, int value)
+    {
+        return m_settings.WriteKeyInt(m_names[static_cast<std::size_t>(i)].c_str(), static_cast<unsigned long>(value));
+    }
+    void Finish() {}
+
+private:
+    TestRegistry m_registry;
+    bool m_open;
+    CRegUtil m_settings{CRegUtil::kAllAccess};
+    std::vector<std::wstring> m_names = WideNames();
+};
+
+#ifdef TEV_BENCH_QT
+/// Without an open base the object is made anew for each operation.
+class Qt
+{
+public:
+    explicit Qt(bool open) : m_open(open)
+    {
+        for (int i = 0; i < kValues; ++i)
+        {
+            m_names.push_back(QStringLiteral("Software/Maker/Program/value%1").arg(i));
+            Write(i, i);
+        }
+        m_settings->sync();
+    }
+    bool Read(int i, int& value)
+    {
+        const QVariant found = Settings().value(m_names[static_cast<std::size_t>(i)]);
+        value = found.toInt();
+        return found.isValid();
+    }
+    bool Write(int i, int value)
+    {
+        m_settings->setValue(m_names[static_cast<std::size_t>(i)], value);
+        return true;
+    }
+    void Finish() { m_settings->sync(); }
+
+private:
+    QSettings& Settings()
+    {
+        if (!m_open)
+            m_settings = std::make_unique<QSettings>(m_file, QSettings::IniFormat);
+        return *m_settings;
+    }
+
+    tev::test::TempFolder m_folder;
+    bool m_open;
+    QString m_file = QString::fromStdString(m_folder.Path("settings.ini").string());
+    std::unique_ptr<QSettings> m_settings = std::make_unique<QSettings>(m_file, QSettings::IniFormat);
+    std::vector<QString> m_names;
+};
+#endif
+
+template <class STORE>
+void Read(benchmark::State& state, bool open)
+{
+    STORE store(open);
+    int i = 0;
+    for (auto _ : state)
+    {
+        int value = -1;
+        if (!store.Read(i, value) || value != i)
+            return state.SkipWithError("a value is not there");
+        i = (i + 1) % kValues;
+    }
+    state.SetItemsProcessed(state.iterations());
+}
+
+/// Until all is in the file.
+template <class STORE>
+void Write(benchmark::State& state)
+{
+    STORE store(true);
+    int value = 0;
+    for (auto _ : state)
+    {
+        for (int i = 0; i < kWrites; ++i)
+        {
+            if (!store.Write(i % kValues, ++value))
+                return state.SkipWithError("a value was not written");
+        }
+        store.Finish();
+    }
+    state.SetItemsProcessed(state.iterations() * kWrites);
+}
+
+template <class STORE>
+void Register(const std::string& who)
+{
+    benchmark::RegisterBenchmark(("Registry/ReadOpen/" + who).c_str(), Read<STORE>, true);
+    benchmark::RegisterBenchmark(("Registry/ReadClosed/" + who).c_str(), Read<STORE>, false);
+    benchmark::RegisterBenchmark(("Registry/Write10000/" + who).c_str(), Write<STORE>)->UseRealTime();
+}
+
+[[maybe_unused]] const bool g_registered = [] {
+    Register<Ours>("ours");
+#ifdef TEV_BENCH_QT
+    Register<Qt>("QSettings");
+#endif
+    return true;
+}();
+} // namespace

@@ -1,0 +1,445 @@
+#include "tools/tev/RegistryCommands.h"
+
+#include "core/CXFile.h"
+#include "core/CXMemFile.h"
+#include "system/CRegUtil.h"
+#include "system/RegistryText.h"
+#include "tools/tev/Encodings.h"
+#include "tools/tev/RegistryValues.h"
+#include "tools/tev/System.h"
+#include "tools/tev/Table.h"
+#include "tools/tev/TextSource.h"
+#include "tools/tev/Tool.h"
+
+#include <CLI/CLI.hpp>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace tev::tool
+{
+namespace
+{
+constexpr int kNotFound = 2;
+constexpr int kNoMoreItems = 259;
+constexpr unsigned kLongestName = 16384; // the terminator included
+
+struct Options
+{
+    std::string m_key;
+    std::string m_name;
+    std::string m_type = "string";
+    std::vector<std::string> m_values;
+    std::vector<std::string> m_files;
+    std::string m_file = kStandardStream;
+    std::string m_format;
+    std::string m_encoding;
+    CLI::Option* m_nameOption = nullptr;
+    bool m_recursive = false;
+    bool m_expand = false;
+    bool m_json = false;
+};
+
+using Command = void (*)(Session& session, const Options& options);
+
+/// What the registry's codes mean for the user.
+std::string ErrorText(int systemError, const std::string& missing)
+{
+    const struct
+    {
+        int m_error;
+        const char* m_text;
+    } texts[] = {
+        {5, "access was denied"},
+        {8, "there is not enough memory"},
+        {19, "the registry is on a medium that is write-protected"},
+        {87, "a name is too long, holds what is no character, or lies too deep"},
+        {112, "the disk is full"},
+        {170, "the registry has been in use by another program for too long"},
+        {1009, "the file of the registry is damaged, or is none"},
+        {1017, "the file of the registry holds something else"},
+        {1018, "the key was deleted meanwhile"},
+        {1306, "the file of the registry is of a later version"},
+        {1450, "the value is too large"},
+    };
+    if (systemError == kNotFound)
+        return missing;
+    for (const auto& row : texts)
+    {
+        if (row.m_error == systemError)
+            return row.m_text;
+    }
+    return "the registry failed with system error " + std::to_string(systemError);
+}
+
+std::string NameText(const std::string& name)
+{
+    return name.empty() ? "there is no default value" : "there is no value " + JsonString(name);
+}
+
+/// The root and the names below it that a path stands for.
+struct KeyPath
+{
+    explicit KeyPath(const std::string& text) : m_text(text)
+    {
+        constexpr const wchar_t* kSeparators = L"\\/:";
+        const std::wstring wide = Widen(text);
+        for (std::size_t start = wide.find_first_not_of(kSeparators); start != wide.npos;)
+        {
+            const std::size_t end = wide.find_first_of(kSeparators, start);
+            m_names.push_back(wide.substr(start, end - start));
+            start = wide.find_first_not_of(kSeparators, end);
+        }
+        HKEY const named = m_names.empty() ? nullptr : CRegUtil::StrToRootKey(m_names.front().c_str());
+        if (named != nullptr)
+            m_names.erase(m_names.begin());
+        m_root = named != nullptr ? named : CRegUtil::StrToRootKey(L"HKEY_CURRENT_USER");
+    }
+
+    /// A key below this one, whatever its name holds.
+    KeyPath Below(const std::wstring& name) const
+    {
+        KeyPath below = *this;
+        below.m_text += "\\" + Narrow(name.data(), name.size());
+        below.m_names.push_back(name);
+        return below;
+    }
+
+    std::string m_text;
+    HKEY m_root;
+    std::vector<std::wstring> m_names;
+};
+
+/// Names the key where the fault is the user's, and the registry's file where it is not.
+[[noreturn]] void Fail(const KeyPath& key, int systemError, const std::string& missing)
+{
+    const bool isOfKey = systemError == kNotFound || systemError == 87 || systemError == 1018;
+    throw Failure(isOfKey ? key.m_text : Narrow(CRegUtil::GetFilePath(key.m_root)), ErrorText(systemError, missing));
+}
+
+/// A key that is held open.
+class OpenKey
+{
+public:
+    OpenKey(const KeyPath& key, unsigned long access, bool create) : m_registry(access)
+    {
+        std::vector<const wchar_t*> names;
+        for (const std::wstring& name : key.m_names)
+            names.push_back(name.c_str());
+        if (!m_registry.SetPath(names.data(), static_cast<int>(names.size()), key.m_root, create) ||
+            !m_registry.OpenBase(false))
+            Fail(key, m_registry.GetLastError(), "there is no such key");
+    }
+    CRegUtil& operator*() noexcept { return m_registry; }
+    CRegUtil* operator->() noexcept { return &m_registry; }
+
+private:
+    CRegUtil m_registry;
+};
+
+void RunGet(Session& session, const Options& options)
+{
+    const KeyPath path(options.m_key);
+    OpenKey key(path, CRegUtil::kRead, false);
+    const std::wstring name = Widen(options.m_name);
+    RegistryValue value;
+    if (!key->ReadValue(name.c_str(), value.m_type, value.m_data))
+        Fail(path, key->GetLastError(), NameText(options.m_name));
+    if (options.m_json)
+        session.m_output.Write(RegistryValueJson(value) + "\n");
+    else if (options.m_expand && value.m_type == CRegUtil::kTypeExpandString)
+        session.m_output.Write(Narrow(key->GetKeyString(name.c_str(), true)) + "\n");
+    else
+        session.m_output.Write(RegistryValueText(value) + "\n");
+}
+
+void RunSet(Session&, const Options& options)
+{
+    const RegistryValue value = ParseRegistryValue(options.m_type, options.m_values);
+    const KeyPath path(options.m_key);
+    OpenKey key(path, CRegUtil::kReadWrite, true);
+    if (!key->WriteValue(Widen(options.m_name).c_str(), value.m_type, value.m_data.data(), value.m_data.size()))
+        Fail(path, key->GetLastError(), "the key was deleted meanwhile");
+}
+
+void RunDelete(Session&, const Options& options)
+{
+    const KeyPath path(options.m_key);
+    OpenKey key(path, CRegUtil::kReadWrite, false);
+    if (options.m_nameOption->count() != 0)
+    {
+        if (!key->DeleteValue(nullptr, Widen(options.m_name).c_str()))
+            Fail(path, key->GetLastError(), NameText(options.m_name));
+        return;
+    }
+    wchar_t name[256];
+    const bool hasKeys = key->StartSubKeyEnum() && key->GetNextSubKeyName(name, 256);
+    if (hasKeys && !options.m_recursive)
+        throw Failure(options.m_key, "has keys below it, which go with --recursive only");
+    if (!key->DeleteKey(L"", options.m_recursive))
+        Fail(path, key->GetLastError(), "there is no such key");
+}
+
+/// The names that an enumeration gives.
+std::vector<std::wstring> Names(CRegUtil& registry, const KeyPath& key,
+                                bool (CRegUtil::*next)(wchar_t* buffer, unsigned long size))
+{
+    std::vector<std::wstring> names;
+    std::vector<wchar_t> name(kLongestName);
+    while ((registry.*next)(name.data(), kLongestName))
+        names.emplace_back(name.data());
+    if (registry.GetLastError() != kNoMoreItems)
+        Fail(key, registry.GetLastError(), "there is no such key");
+    return names;
+}
+
+/// Prints the keys and values of a key, and of those below it.
+class Lister
+{
+public:
+    Lister(Session& session, const Options& options) : m_session(session), m_options(options)
+    {
+        m_isTable = options.m_format == "table" || (options.m_format.empty() && IsTerminal(kStandardOutput));
+    }
+
+    void List()
+    {
+        ListKey(KeyPath(m_options.m_key), {});
+        if (m_isTable)
+            PrintTable(m_session.m_output, {{"NAME"}, {"TYPE"}, {"BYTES", true}, {"VALUE"}}, m_rows);
+    }
+
+private:
+    void ListKey(const KeyPath& path, const std::string& prefix)
+    {
+        OpenKey key(path, CRegUtil::kRead, false);
+        key->StartSubKeyEnum();
+        const std::vector<std::wstring> keys = Names(*key, path, &CRegUtil::GetNextSubKeyName);
+        key->StartValueSection(nullptr);
+        for (const std::wstring& wide : Names(*key, path, &CRegUtil::GetNextValueName))
+        {
+            RegistryValue value;
+            if (!key->ReadValue(wide.c_str(), value.m_type, value.m_data))
+                continue; // deleted meanwhile
+            const std::string name = Narrow(wide.data(), wide.size());
+            Add(prefix, name, RegistryTypeName(value.m_type), std::to_string(value.m_data.size()), value);
+        }
+        for (const std::wstring& wide : keys)
+        {
+            const std::string name = Narrow(wide.data(), wide.size());
+            Add(prefix, name, "key", "", {});
+            if (m_options.m_recursive)
+                ListKey(path.Below(wide), prefix + name + "\\");
+        }
+    }
+
+    void Add(const std::string& prefix, const std::string& name, const std::string& type, const std::string& size,
+             const RegistryValue& value)
+    {
+        const bool isKey = size.empty();
+        if (m_options.m_format == "json")
+        {
+            m_session.m_output.Write("{\"name\": " + JsonString(prefix + name) + ", \"type\": " + JsonString(type) +
+                                     (isKey ? "" : ", \"value\": " + RegistryValueJson(value)) + "}\n");
+            return;
+        }
+        const std::string shown = prefix + (isKey ? name + "\\" : name.empty() ? "@" : name);
+        const Row row = {shown, type, size, isKey ? "" : RegistryValueLine(value)};
+        if (m_isTable)
+            m_rows.push_back(row);
+        else
+            PrintFields(m_session.m_output, row);
+    }
+
+    Session& m_session;
+    const Options& m_options;
+    bool m_isTable = false;
+    std::vector<Row> m_rows;
+};
+
+void RunList(Session& session, const Options& options)
+{
+    Lister(session, options).List();
+}
+
+void ExportTo(CXFile& file, const std::string& key, xStringEncoding encoding)
+{
+    int systemError = 0;
+    if (!XExportRegistry(Widen(key).c_str(), file, encoding, systemError))
+        Fail(KeyPath(key), systemError, "there is no such key");
+}
+
+void RunExport(Session& session, const Options& options)
+{
+    if (options.m_file == kStandardStream)
+    {
+        CXMemFile text;
+        ExportTo(text, options.m_key, xEncodingUtf8);
+        std::string bytes(static_cast<std::size_t>(text.GetLength()), '\0');
+        text.SeekToBegin();
+        text.Read(bytes.data(), static_cast<unsigned>(bytes.size()));
+        session.m_output.Write(bytes);
+        return;
+    }
+    Replacement replacement(options.m_file);
+    CXFile file(Widen(replacement.Path()).c_str(), CXFile::modeWrite | CXFile::modeNoInherit);
+    file.SetFilePath(Widen(options.m_file).c_str()); // failures name the file that the user knows
+    ExportTo(file, options.m_key, xEncodingUtf16);
+    file.Flush();
+    file.Close();
+    replacement.TakePlace();
+}
+
+std::string ReadWhole(const std::string& name)
+{
+    const std::unique_ptr<CXFile> file = OpenInput(name);
+    std::string bytes;
+    constexpr unsigned kBlock = 1u << 20;
+    for (;;)
+    {
+        const std::size_t before = bytes.size();
+        bytes.resize(before + kBlock);
+        const unsigned read = file->Read(&bytes[before], kBlock);
+        bytes.resize(before + read);
+        if (read == 0)
+            return bytes;
+    }
+}
+
+const char* FaultText(XRegistryFault fault)
+{
+    switch (fault)
+    {
+    case XRegistryFault::Header:
+        return "the first line is that of no registry text";
+    case XRegistryFault::Key:
+        return "is not the path of a key in brackets";
+    case XRegistryFault::NoKey:
+        return "a value stands before the first key, or below one that is deleted";
+    default:
+        return "is not a name, \"=\" and data";
+    }
+}
+
+void Import(const std::string& name, xStringEncoding encoding)
+{
+    const std::string bytes = ReadWhole(name);
+    const ByteOrderMark mark = FindMark(bytes.data(), bytes.size());
+    CXTString<wchar_t> text;
+    if (!XDecodeText(bytes.data() + mark.m_size, bytes.size() - mark.m_size,
+                     mark.m_size != 0 ? mark.m_encoding : encoding, text))
+        throw Failure(name, "cannot be read in that encoding on this system");
+    XRegistryImport result;
+    if (XImportRegistry(text, result))
+        return;
+    const std::string line = result.m_line != 0 ? "line " + std::to_string(result.m_line) + ": " : "";
+    if (result.m_fault == XRegistryFault::Registry)
+        throw Failure(name, line + ErrorText(result.m_systemError, "the registry's folder does not exist"));
+    throw Failure(name, line + FaultText(result.m_fault));
+}
+
+void RunImport(Session& session, const Options& options)
+{
+    xStringEncoding encoding = xEncodingUtf8;
+    if (!options.m_encoding.empty())
+    {
+        const std::optional<xStringEncoding> found = FindEncoding(options.m_encoding);
+        if (!found)
+            throw Failure(options.m_encoding, "is an unknown encoding; there are " + EncodingNamesHelp());
+        encoding = *found;
+        if (encoding != xEncodingAnsi && !IsUtf16(encoding) && encoding != xEncodingUtf8)
+            XSetAnsiCodePage(encoding); // of the texts that stand as bytes
+    }
+    AttemptEach(session, options.m_files, [&](const std::string& name) { Import(name, encoding); });
+}
+
+/// Builds the commands, which share their arguments.
+class Family
+{
+public:
+    Family(CLI::App& registry, Session& session) : m_registry(registry), m_session(session) {}
+
+    struct Added
+    {
+        CLI::App& m_command;
+        Options& m_options;
+    };
+
+    Added Add(const char* name, const char* help, Command run, bool hasKey = true)
+    {
+        const auto options = std::make_shared<Options>();
+        CLI::App& command = *m_registry.add_subcommand(name, help);
+        if (hasKey)
+            command.add_option("KEY", options->m_key, "The path of the key")->required()->type_name("");
+        command.callback([&session = m_session, options, run] {
+            Attempt(session, options->m_key, [&] { run(session, *options); });
+        });
+        return {command, *options};
+    }
+
+private:
+    CLI::App& m_registry;
+    Session& m_session;
+};
+} // namespace
+
+void AddRegistryCommands(CLI::App& tool, Session& session)
+{
+    CLI::App& registry = *tool.add_subcommand("registry", "Look at and change settings in the registry");
+    registry.require_subcommand(1);
+    registry.footer(
+        "A key is HKEY_CURRENT_USER\\Software\\Maker\\Program, also with / instead of \\. HKEY_CURRENT_USER may be "
+        "left\n"
+        "out; the other roots are HKEY_LOCAL_MACHINE, HKEY_USERS, HKEY_CLASSES_ROOT, HKEY_CURRENT_CONFIG and\n"
+        "HKEY_DYN_DATA. Upper and lower case of names does not count.");
+    Family family(registry, session);
+
+    const Family::Added get = family.Add("get", "Print a value", RunGet);
+    get.m_command.add_option("NAME", get.m_options.m_name, "The name of the value; the default value if none")
+        ->type_name("");
+    get.m_command.add_flag("--expand", get.m_options.m_expand, "Replace %NAME% in values of the type expand");
+    get.m_command.add_flag("--json", get.m_options.m_json, "As JSON");
+
+    const Family::Added set = family.Add("set", "Set a value, in a new key where there is none", RunSet);
+    set.m_command.add_option("NAME", set.m_options.m_name, "The name of the value; \"\" for the default value")
+        ->required()
+        ->type_name("");
+    set.m_command.add_option("VALUE", set.m_options.m_values, "The value; several for the type multi")->type_name("");
+    set.m_command
+        .add_option("--type", set.m_options.m_type,
+                    "The type of the value: " + RegistryTypeNames() + ";\nstring if not given")
+        ->type_name("TYPE");
+    set.m_command.footer(
+        "A binary value is hexadecimal digits. Numbers are decimal, or hexadecimal with 0x; before a negative one "
+        "stands --.");
+
+    const Family::Added remove = family.Add("delete", "Delete a value, or a key with its values", RunDelete);
+    remove.m_options.m_nameOption =
+        remove.m_command.add_option("NAME", remove.m_options.m_name, "The name of the value; the key if none")
+            ->type_name("");
+    remove.m_command.add_flag("--recursive", remove.m_options.m_recursive, "Also the keys below the key");
+
+    const Family::Added list = family.Add("list", "List the values of a key and the keys below it", RunList);
+    list.m_command.add_flag("--recursive", list.m_options.m_recursive, "Also what is in the keys below");
+    list.m_command
+        .add_option("--format", list.m_options.m_format,
+                    "table for people, fields for programs, json for an object a line;\n"
+                    "a table on a terminal and else fields if not given")
+        ->check(CLI::IsMember({"table", "fields", "json"}).description(""))
+        ->type_name("FORMAT");
+
+    const Family::Added out = family.Add("export", "Write a key and all below it as .reg text", RunExport);
+    out.m_command.add_option("FILE", out.m_options.m_file, "The file, in UTF-16; standard output, in UTF-8, if none")
+        ->type_name("");
+
+    const Family::Added in =
+        family.Add("import", "Take over .reg texts, each as a whole or not at all", RunImport, false);
+    in.m_command.add_option("FILE", in.m_options.m_files, "The files; standard input if none")->type_name("");
+    in.m_command
+        .add_option("--from", in.m_options.m_encoding,
+                    "The encoding of files without a byte-order mark; utf-8 if not given")
+        ->type_name("ENCODING");
+}
+
+} // namespace tev::tool
