@@ -82,7 +82,7 @@ public:
     [[nodiscard]] virtual bool CreateFolders(std::string_view name) = 0;
     /// Creates a file, and the folders above it that are missing, with the permissions of every new file. An ordinary file
     /// that stands there and may be written to is replaced in one step when the new one is kept; anything else that
-    /// stands there is a failure. The file must go before the folder does.
+    /// stands there is a failure, and so is a name that is too long behind the folder's path for others to open it. The file must go before the folder does.
     [[nodiscard]] virtual std::unique_ptr<ContainedFile> CreateFile(std::string_view name) = 0;
     /// Removes a file, if it is the very one: what has taken its place stays, with EEXIST. True when there is none.
     [[nodiscard]] virtual bool Remove(std::string_view name, const FileIdentity& identity) = 0;

@@ -22,6 +22,7 @@ struct FileInformation
     FileKind kind = FileKind::Other;
     std::uint64_t device = 0; ///< with `number` the identity: one file has it under all of its names
     std::uint64_t number = 0;
+    std::uint64_t size = 0;
     std::int64_t lastWrite = 0;           ///< seconds since 1970-01-01 UTC, the part of a second left out
     std::optional<std::int64_t> creation; ///< nothing where the file system does not keep it
 };

@@ -11,7 +11,8 @@
 namespace tev::platform
 {
 /// The entry's name in UTF-8: as it stands when the header's flag says UTF-8 (which is not checked), else the Unicode path
-/// field that belongs to the name, else the name as text of code page 437.
+/// field that belongs to the name, else the name as it stands where that is UTF-8, because `zip` on Unix writes it without
+/// a flag, else the name as text of code page 437.
 std::string ZipEntryName(std::string_view name, bool isFlaggedUtf8, std::string_view extra);
 
 /// Seconds since 1970-01-01 UTC.

@@ -11,6 +11,7 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <limits.h>
 #include <linux/openat2.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -64,6 +65,13 @@ SplitName Split(const std::string& name)
     if (slash == name.npos)
         return {{}, name};
     return {name.substr(0, slash), name.substr(slash + 1)};
+}
+
+std::string Joined(std::string folder, const std::string& leaf)
+{
+    if (!folder.empty())
+        folder += '/';
+    return folder += leaf;
 }
 
 /// Whether the kernel, or what it is run under, does not know the call at all.
@@ -155,11 +163,23 @@ bool ListFolder(int descriptor, std::vector<std::string>& names)
     return error == 0;
 }
 
+/// Behind the folder's path and a separator, and with a NUL.
+std::size_t LongestNameIn(const std::wstring& folder)
+{
+    std::string path;
+    if (!WidePathToSystem(folder.c_str(), path))
+        return 0;
+    return PATH_MAX - std::min<std::size_t>(PATH_MAX, path.size() + 2);
+}
+
 class PosixContainedFolder final : public ContainedFolder
 {
 public:
     PosixContainedFolder(int descriptor, std::wstring path, Following following)
-        : m_root(descriptor), m_path(std::move(path)), m_inOneStep(following == Following::Best && KnowsOneStep())
+        : m_root(descriptor),
+          m_path(std::move(path)),
+          m_longestName(LongestNameIn(m_path)),
+          m_inOneStep(following == Following::Best && KnowsOneStep())
     {
     }
 
@@ -258,13 +278,13 @@ private:
         if (!ListFolder(listed, leaves))
             return errno;
         int error = 0;
-        for (std::string& leaf : leaves)
+        for (const std::string& leaf : leaves)
         {
             // Of a folder, systems say either that it is one or that this is not allowed.
             if (unlinkat(folder.Get(), leaf.c_str(), 0) == 0 || errno == ENOENT)
                 continue;
             if (errno == EISDIR || errno == EPERM)
-                folders.push_back(name.empty() ? std::move(leaf) : name + "/" + leaf);
+                folders.push_back(Joined(name, leaf));
             else
                 error = errno;
         }
@@ -273,6 +293,7 @@ private:
 
     OwnedDescriptor m_root;
     std::wstring m_path;
+    std::size_t m_longestName;
     std::optional<FileIdentity> m_protected;
     bool m_inOneStep;
 };
@@ -346,9 +367,9 @@ private:
 
 std::unique_ptr<ContainedFile> PosixContainedFolder::CreateFile(std::string_view wanted)
 {
-    if (!IsContained(wanted))
+    if (!IsContained(wanted) || wanted.size() > m_longestName)
     {
-        errno = EINVAL;
+        errno = IsContained(wanted) ? ENAMETOOLONG : EINVAL;
         return nullptr;
     }
     std::string name(wanted);
@@ -385,7 +406,7 @@ std::unique_ptr<ContainedFile> PosixContainedFolder::CreateFile(std::string_view
     OwnedDescriptor beside(OpenComponent(folder.Get(), leaf.c_str(), kNewFileFlags, kNewFile));
     if (beside.Get() < 0)
         return nullptr;
-    std::string temporary = split.folder.empty() ? leaf : split.folder + "/" + leaf;
+    std::string temporary = Joined(split.folder, leaf);
     return std::make_unique<PosixContainedFile>(*this, beside.Release(), std::move(name), std::move(temporary));
 }
 
@@ -406,7 +427,6 @@ bool CreateFoldersAt(const std::string& path)
     }
 }
 
-/// The path with the current folder before it, where it does not start at the root.
 std::unique_ptr<ContainedFolder> OpenAt(const wchar_t* path, int flags, ContainedFolder::Missing missing,
                                         ContainedFolder::Following following)
 {

@@ -99,8 +99,8 @@ ZipEncryption EncryptionOf(zip_uint16_t method)
 
 const char* ZipSlotName(zip_t* archive, zip_uint64_t slot)
 {
-    // Without a mark it is code page 437, and not a guess.
-    const char* const name = zip_get_name(archive, slot, ZIP_FL_ENC_STRICT);
+    // Without a mark it is what it can be: UTF-8, as `zip` on Unix writes it, or else code page 437.
+    const char* const name = zip_get_name(archive, slot, ZIP_FL_ENC_GUESS);
     return name != nullptr ? name : "";
 }
 

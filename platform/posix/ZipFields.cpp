@@ -1,7 +1,9 @@
 #include "platform/ZipFields.h"
 
 #include "platform/CalendarTime.h"
+#include "platform/PathNames.h"
 
+#include <algorithm>
 #include <ctime>
 
 #include <zlib.h>
@@ -111,6 +113,15 @@ void ReadNtfs(std::string_view field, ZipTimes& times)
         times.creation = NtfsTime(found, 16);
 }
 
+bool IsUtf8(const std::string& text)
+{
+    // A name of the system holds any bytes; those that are no UTF-8 stand as halves of surrogate pairs.
+    const std::wstring wide = SystemPathToWide(text.c_str());
+    return std::none_of(wide.begin(), wide.end(), [](wchar_t c) {
+        return static_cast<std::uint32_t>(c) >= 0xDC80 && static_cast<std::uint32_t>(c) <= 0xDCFF;
+    });
+}
+
 std::string FromCodePage437(std::string_view name)
 {
     std::string text;
@@ -149,7 +160,9 @@ std::string ZipEntryName(std::string_view name, bool isFlaggedUtf8, std::string_
     if (isFlaggedUtf8)
         return std::string(name);
     const std::string_view unicode = UnicodePath(name, extra);
-    return unicode.empty() ? FromCodePage437(name) : std::string(unicode);
+    if (!unicode.empty())
+        return std::string(unicode);
+    return IsUtf8(std::string(name)) ? std::string(name) : FromCodePage437(name);
 }
 
 ZipTimes ZipEntryTimes(std::string_view extra)

@@ -17,6 +17,7 @@ TEST(ZipFields, NamesAreWhatTheFlagOrTheUnicodeFieldSays)
     const std::string field = "\x75\x70\x0A\x00\x01"s + "\xCB\x08\xD3\x71"s + "\xE2\x98\x83.x"s;
     EXPECT_EQ(ZipEntryName(cp437, false, {}), utf8);
     EXPECT_EQ(ZipEntryName(utf8, true, {}), utf8);
+    EXPECT_EQ(ZipEntryName(utf8, false, {}), utf8);
     EXPECT_EQ(ZipEntryName("caf\x82", false, field), "\xE2\x98\x83.x");
     EXPECT_EQ(ZipEntryName("caf\x83", false, field), "caf\xC3\xA2") << "the field is of another name";
     EXPECT_EQ(ZipEntryName("caf\x82", false, "\x01\x00\x00\x00"s + field), "\xE2\x98\x83.x");

@@ -1,0 +1,40 @@
+#pragma once
+
+#include "core/CXTString.h"
+#include "core/TevTypes.h"
+
+// What extractions of compressed archives share. Values: one thread at a time.
+
+/// What one extraction may write. An archive that was made to fill the disk declares, or turns out, to be larger.
+struct CXExtractionLimits
+{
+    /// Bytes of all files together; 1 TiB unless something else is set.
+    unsigned __int64 m_totalBytes = 1ull << 40;
+    /// Bytes for each compressed byte, of an entry or of a file that is no archive. No honest ZIP or gzip file comes near
+    /// what stands here.
+    unsigned __int64 m_ratio = 100'000;
+
+    bool Allows(unsigned __int64 size, unsigned __int64 compressedSize) const noexcept
+    {
+        return size <= m_totalBytes && (m_ratio == 0 ? size == 0 : (size + m_ratio - 1) / m_ratio <= compressedSize);
+    }
+};
+
+/// Why an entry of an archive was left out.
+enum class CXSkipReason : unsigned char
+{
+    kDamaged,       ///< its data or its header; also a wrong password that nothing but the data gives away
+    kUnsafeName,    ///< absolute, leading upwards, a device, ...
+    kNameClash,     ///< an earlier entry has that name, perhaps in other cases, or has it as a folder
+    kSpecialFile,   ///< a symbolic link, a device, ...
+    kWrongPassword, ///< or none
+    kUnsupported,   ///< a method of compression or encryption
+    kTooLarge,      ///< for the limits
+    kNotWritable    ///< what stands in the destination cannot be replaced, or lies behind a symbolic link
+};
+
+struct CXSkippedEntry
+{
+    CXTString<wchar_t> m_name; ///< as the archive has it
+    CXSkipReason m_reason = CXSkipReason::kDamaged;
+};
