@@ -89,7 +89,7 @@ if(NOT TEVTOOLS_SANITIZE)
     endforeach()
 endif()
 
-# Examples get the folder of the sample inputs as argument and run in a folder of their own.
+# Examples get the folder of the sample inputs as argument and run in a folder of their own, with a registry of their own.
 file(GLOB example_sources CONFIGURE_DEPENDS examples/*.cpp)
 foreach(source IN LISTS example_sources)
     get_filename_component(name "${source}" NAME_WE)
@@ -100,7 +100,8 @@ foreach(source IN LISTS example_sources)
     target_link_libraries(example_${name} PRIVATE TevTools)
     add_test(NAME example.${name} COMMAND example_${name} "${PROJECT_SOURCE_DIR}/examples/data"
         WORKING_DIRECTORY "${run_dir}")
-    set_tests_properties(example.${name} PROPERTIES TIMEOUT 60 ENVIRONMENT "${test_environment}")
+    set_tests_properties(example.${name} PROPERTIES TIMEOUT 60 ENVIRONMENT
+        "TEVTOOLS_REGISTRY=${run_dir}/registry.db;TEVTOOLS_MACHINE_REGISTRY=${run_dir}/none.db;${test_environment}")
 endforeach()
 
 # A stranger's project built against an installed copy. A sanitized library asks for a sanitized program.

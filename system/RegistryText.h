@@ -4,7 +4,7 @@
 #include "core/CXTString.h"
 #include "core/TextEncoding.h"
 
-// The registry as the text that the other platform's editor writes and reads (.reg), so that settings are carried over.
+// The registry as the text that the editor of Windows writes and reads (.reg), so that settings are carried over.
 // Safe from several threads at once.
 
 /// What kept a text from being imported.
@@ -33,7 +33,7 @@ TEVTOOLS_API bool XImportRegistry(const CXTString<wchar_t>& text, XRegistryImpor
 
 /// Writes a key and all below it, as they were at one moment: UTF-16 little-endian behind a mark, or UTF-8 without one for
 /// every other encoding. `path` begins with the name of a root, else it is below HKEY_CURRENT_USER. False, with the code and
-/// nothing written, where the key cannot be read. Throws CXFileException when the file cannot be written. Holds what it
+/// nothing written, where the key cannot be read, or (code 13) the name of one below it holds the end of a line. Throws CXFileException when the file cannot be written. Holds what it
 /// writes in memory.
 [[nodiscard]] TEVTOOLS_API bool XExportRegistry(const CXTString<wchar_t>& path, CXFile& file, xStringEncoding encoding,
                                                 int& systemError);

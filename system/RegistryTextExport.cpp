@@ -17,6 +17,7 @@ using tev::platform::SettingsTreeKey;
 using tev::platform::SettingsTreeValue;
 using tev::platform::SettingsValue;
 
+constexpr int kInvalidData = 13;
 constexpr std::wstring_view kLineEnd = L"\r\n";
 constexpr std::size_t kLongestLine = 77; // before the comma and the backslash that continue it
 constexpr std::wstring_view kDigits = L"0123456789abcdef";
@@ -148,6 +149,15 @@ bool XExportRegistry(const CXTString<wchar_t>& path, CXFile& file, xStringEncodi
     systemError = static_cast<int>(tev::platform::ReadSettingsTree(key.m_root, key.m_path.c_str(), tree));
     if (systemError != 0)
         return false;
+    // The text has no form for such a name, whose second line could say anything.
+    const auto hasLineEnd = [](const SettingsTreeKey& read) {
+        return read.path.find_first_of(L"\r\n") != read.path.npos;
+    };
+    if (key.m_path.find_first_of(L"\r\n") != key.m_path.npos || std::any_of(tree.begin(), tree.end(), hasLineEnd))
+    {
+        systemError = kInvalidData;
+        return false;
+    }
     const bool isUtf16 = encoding == xEncodingUtf16;
     const xStringEncoding written = isUtf16 ? xEncodingUtf16 : xEncodingUtf8;
     std::wstring text = isUtf16 ? L"\uFEFF" : L"";

@@ -227,7 +227,7 @@ bool Parser::ParseData(SettingsChange& change)
     return Take(L"dword:") ? ParseInt(change) : Take(L"hex") && ParseBytes(change);
 }
 
-/// The editor of the other platform writes line ends within a text as they are.
+/// The editor of Windows writes line ends within a text as they are.
 bool Parser::ParseQuoted(std::wstring& text)
 {
     if (!Take(L"\""))

@@ -187,6 +187,9 @@ TEST_F(RegistryText, WhatIsWrittenIsWhatTheEditorWrites)
     int systemError = 0;
     EXPECT_FALSE(XExportRegistry(L"HKEY_USERS\\None", file, xEncodingUtf8, systemError));
     EXPECT_EQ(systemError, 2);
+    ASSERT_TRUE(registry.SetPath(L"HKEY_USERS\\Maker\\x]\r\n[-HKEY_USERS", true));
+    EXPECT_FALSE(XExportRegistry(L"HKEY_USERS", file, xEncodingUtf8, systemError));
+    EXPECT_EQ(systemError, 13);
     EXPECT_EQ(file.GetLength(), 0U);
 }
 

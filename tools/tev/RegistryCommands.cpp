@@ -53,6 +53,7 @@ std::string ErrorText(int systemError, const std::string& missing)
     } texts[] = {
         {5, "access was denied"},
         {8, "there is not enough memory"},
+        {13, "the name of a key holds the end of a line"},
         {19, "the registry is on a medium that is write-protected"},
         {87, "a name is too long, holds what is no character, or lies too deep"},
         {112, "the disk is full"},
@@ -114,7 +115,7 @@ struct KeyPath
 /// Names the key where the fault is the user's, and the registry's file where it is not.
 [[noreturn]] void Fail(const KeyPath& key, int systemError, const std::string& missing)
 {
-    const bool isOfKey = systemError == kNotFound || systemError == 87 || systemError == 1018;
+    const bool isOfKey = systemError == kNotFound || systemError == 13 || systemError == 87 || systemError == 1018;
     throw Failure(isOfKey ? key.m_text : Narrow(CRegUtil::GetFilePath(key.m_root)), ErrorText(systemError, missing));
 }
 
