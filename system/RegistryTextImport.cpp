@@ -29,11 +29,15 @@ int HexDigit(wchar_t c)
                                     : -1;
 }
 
+wchar_t UpperAscii(wchar_t c)
+{
+    return c >= L'a' && c <= L'z' ? static_cast<wchar_t>(c - 32) : c;
+}
+
 std::wstring UpperAscii(std::wstring_view text)
 {
     std::wstring upper(text);
-    std::transform(upper.begin(), upper.end(), upper.begin(),
-                   [](wchar_t c) { return c >= L'a' && c <= L'z' ? static_cast<wchar_t>(c - 32) : c; });
+    std::transform(upper.begin(), upper.end(), upper.begin(), [](wchar_t c) { return UpperAscii(c); });
     return upper;
 }
 
@@ -136,7 +140,8 @@ void Parser::SkipToText()
 
 bool Parser::Take(std::wstring_view word)
 {
-    if (UpperAscii(m_rest.substr(0, word.size())) != UpperAscii(word))
+    const auto isSame = [](wchar_t a, wchar_t b) { return UpperAscii(a) == UpperAscii(b); };
+    if (m_rest.size() < word.size() || !std::equal(word.begin(), word.end(), m_rest.begin(), isSame))
         return false;
     Skip(word.size());
     return true;

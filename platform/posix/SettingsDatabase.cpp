@@ -87,6 +87,18 @@ DELETE FROM keys WHERE id >= 1000;
 )";
 
 std::mutex g_lock;
+
+void Lock()
+{
+    AddLockWeight(t_threadLocks, kLibraryLockWeight);
+    g_lock.lock();
+}
+void Unlock()
+{
+    g_lock.unlock();
+    TakeLockWeight(t_threadLocks, kLibraryLockWeight);
+}
+
 std::vector<SettingsDatabase*>& Databases()
 {
     static auto* const databases = new std::vector<SettingsDatabase*>; // handles may be closed as late as anything
@@ -127,14 +139,12 @@ std::string ImmutableName(const std::string& path)
 
 SettingsLock::SettingsLock()
 {
-    AddLockWeight(t_threadLocks, kLibraryLockWeight);
-    g_lock.lock();
+    Lock();
 }
 
 SettingsLock::~SettingsLock()
 {
-    g_lock.unlock();
-    TakeLockWeight(t_threadLocks, kLibraryLockWeight);
+    Unlock();
 }
 
 void SettingsDatabase::CloseAll(Closing closing) noexcept
@@ -145,13 +155,13 @@ void SettingsDatabase::CloseAll(Closing closing) noexcept
 
 void SettingsDatabase::BeforeFork()
 {
-    g_lock.lock();
+    Lock();
     CloseAll(Closing::LeaveFiles);
 }
 
 void SettingsDatabase::AfterFork()
 {
-    g_lock.unlock();
+    Unlock();
 }
 
 void SettingsDatabase::AtExit()
