@@ -1,12 +1,8 @@
 #include "system/ZipArchive.h"
 
-#include "core/TextEncoding.h"
-#include "core/TextView.h"
-#include "platform/CaseFolding.h"
 #include "platform/PathNames.h"
-#include "platform/SystemErrors.h"
 #include "services/FileWildcards.h"
-#include "system/ZipNames.h"
+#include "system/ZipVolumes.h"
 
 #include <algorithm>
 #include <limits>
@@ -18,26 +14,6 @@ namespace
 using platform::ZipEntry;
 using platform::ZipEntryKind;
 using platform::ZipError;
-
-struct FailureRow
-{
-    platform::ZipFailure m_engine;
-    XZipFailure m_failure;
-};
-
-constexpr FailureRow kFailures[] = {
-    {platform::ZipFailure::None, XZipFailure::kNone},
-    {platform::ZipFailure::System, XZipFailure::kSystem},
-    {platform::ZipFailure::NoArchive, XZipFailure::kNoArchive},
-    {platform::ZipFailure::Damaged, XZipFailure::kDamaged},
-    {platform::ZipFailure::Unsupported, XZipFailure::kUnsupported},
-    {platform::ZipFailure::PasswordNeeded, XZipFailure::kPasswordNeeded},
-    {platform::ZipFailure::WrongPassword, XZipFailure::kWrongPassword},
-    {platform::ZipFailure::WrongPasswordOrDamaged, XZipFailure::kWrongPasswordOrDamaged},
-    {platform::ZipFailure::Exists, XZipFailure::kExists},
-    {platform::ZipFailure::Cancelled, XZipFailure::kCancelled},
-    {platform::ZipFailure::InvalidArgument, XZipFailure::kInvalidArgument},
-};
 
 constexpr std::pair<platform::ZipEncryption, XZipEncryption> kEncryptions[] = {
     {platform::ZipEncryption::None, XZipEncryption::kNone},
@@ -67,21 +43,6 @@ std::uint64_t HashOf(std::wstring_view name)
 }
 } // namespace
 
-ZipOutcome ZipOutcome::Of(const ZipError& error) noexcept
-{
-    for (const FailureRow& row : kFailures)
-    {
-        if (row.m_engine == error.failure)
-            return {row.m_failure, error.systemError};
-    }
-    return {XZipFailure::kDamaged, 0};
-}
-
-ZipOutcome ZipOutcome::OfSystem() noexcept
-{
-    return {XZipFailure::kSystem, platform::LastSystemError()};
-}
-
 ZipOutcome ZipArchive::Open(const wchar_t* path, ZipOpenMode mode, CXZipCallback* callback,
                             std::unique_ptr<ZipArchive>& opened)
 {
@@ -103,6 +64,9 @@ ZipOutcome ZipArchive::Open(const wchar_t* path, ZipOpenMode mode, CXZipCallback
         std::unique_ptr<platform::ZipBytes> bytes = ZipFileBytes::Open(fullPath);
         if (!archive->m_stamp || bytes == nullptr)
             return ZipOutcome::OfSystem();
+        const ZipOutcome joined = JoinZipVolumes(bytes, VolumesBeside(archive->m_path), archive->m_isReadOnly);
+        if (!joined)
+            return joined;
         ZipError error;
         archive->m_engine = platform::ZipEngine::Open(std::move(bytes), error);
         if (archive->m_engine == nullptr)

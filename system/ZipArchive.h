@@ -6,6 +6,7 @@
 #include "system/CZipExtractCallback.h"
 #include "system/ZipFile.h"
 #include "system/ZipNames.h"
+#include "system/ZipOutcome.h"
 #include "system/ZipTypes.h"
 
 #include <cstdint>
@@ -18,18 +19,6 @@
 
 namespace tev
 {
-/// How an operation ended.
-struct ZipOutcome
-{
-    XZipFailure m_failure = XZipFailure::kNone;
-    unsigned m_systemError = 0;
-
-    explicit operator bool() const noexcept { return m_failure == XZipFailure::kNone; }
-    static ZipOutcome Of(const platform::ZipError& error) noexcept;
-    /// The system's last error.
-    static ZipOutcome OfSystem() noexcept;
-};
-
 using ZipNames = CXArray<CXTString<wchar_t>, const CXTString<wchar_t>&>;
 
 /// What CZip does with an open archive. One thread at a time.

@@ -99,7 +99,8 @@ zip_int64_t ZipSource::ReadThroughBlock(char* buffer, std::size_t count)
     }
     if (!isInBlock)
     {
-        m_block.resize(kBlockSize);
+        const std::uint64_t left = m_bytes->Size() - std::min(m_position, m_bytes->Size());
+        m_block.resize(static_cast<std::size_t>(std::min<std::uint64_t>(kBlockSize, left)));
         const bool isRead = m_bytes->ReadAt(m_position, m_block.data(), m_block.size(), delivered);
         m_block.resize(isRead ? delivered : 0);
         m_blockStart = m_position;
@@ -126,6 +127,7 @@ zip_int64_t ZipSource::Answer(void* object, void* data, zip_uint64_t size, zip_s
         case ZIP_SOURCE_READ:
             return self.Read(data, size);
         case ZIP_SOURCE_CLOSE:
+            self.m_block = {}; // an archive may have as many sources as entries
             self.Close();
             return 0;
         case ZIP_SOURCE_STAT:

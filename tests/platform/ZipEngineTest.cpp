@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <map>
 #include <stdexcept>
 
 namespace
@@ -133,6 +134,92 @@ TEST(ZipEngine, ASaveThatIsCancelledOrFailsCommitsNothing)
     EXPECT_EQ(error.failure, ZipFailure::System);
     EXPECT_EQ(error.systemError, 2U);
     EXPECT_EQ(target.m_saved, archive);
+}
+
+TEST(ZipEngine, MoreEntriesThan16BitsCount)
+{
+    constexpr unsigned kEntries = 66000;
+    const std::unique_ptr<ZipEngine> engine = ZipEngine::Create();
+    ZipError error;
+    for (unsigned i = 0; i < kEntries; ++i)
+        ASSERT_TRUE(engine->Add(MemoryAddition(std::to_string(i), "x"), error));
+    const std::unique_ptr<ZipEngine> opened = OpenInMemory(Save(*engine), error);
+    ASSERT_EQ(opened->Count(), kEntries);
+    EXPECT_STREQ(opened->Name(kEntries - 1), "65999");
+    EXPECT_EQ(ReadEntry(*opened, kEntries - 1, "", error), "x");
+}
+
+/// Remembers where an archive holds anything but zeros.
+class SparseTarget final : public ZipTarget
+{
+public:
+    bool Begin() override { return true; }
+    bool WriteAt(std::uint64_t offset, const void* bytes, std::size_t count) override
+    {
+        const std::string block(static_cast<const char*>(bytes), count);
+        if (block.find_first_not_of('\0') != block.npos)
+            m_blocks[offset] = block;
+        m_size = std::max(m_size, offset + count);
+        return true;
+    }
+    bool Commit() override { return true; }
+
+    std::map<std::uint64_t, std::string> m_blocks;
+    std::uint64_t m_size = 0;
+};
+
+class SparseBytes final : public ZipBytes
+{
+public:
+    explicit SparseBytes(const SparseTarget& target) : m_target(target) {}
+    std::uint64_t Size() const override { return m_target.m_size; }
+    bool ReadAt(std::uint64_t offset, void* buffer, std::size_t count, std::size_t& delivered) override
+    {
+        delivered = static_cast<std::size_t>(std::min<std::uint64_t>(count, m_target.m_size - offset));
+        std::memset(buffer, 0, delivered);
+        for (auto block = m_target.m_blocks.begin();
+             block != m_target.m_blocks.end() && block->first < offset + delivered; ++block)
+        {
+            for (std::size_t i = 0; i < block->second.size(); ++i)
+            {
+                const std::uint64_t at = block->first + i;
+                if (at >= offset && at < offset + delivered)
+                    static_cast<char*>(buffer)[at - offset] = block->second[i];
+            }
+        }
+        return true;
+    }
+
+private:
+    const SparseTarget& m_target;
+};
+
+TEST(ZipEngine, EntriesAndPlacesBeyond4GiB)
+{
+    constexpr std::uint64_t kLarge = (4ull << 30) + 100;
+    const std::unique_ptr<ZipEngine> engine = ZipEngine::Create();
+    ZipError error;
+    ZipAddition large = MemoryAddition("large", "");
+    large.size = kLarge;
+    large.level = 0;
+    large.open = [size = kLarge] { return std::make_unique<ZeroBytes>(size); };
+    ASSERT_TRUE(engine->Add(large, error));
+    ASSERT_TRUE(engine->Add(MemoryAddition("behind", "reached"), error));
+    SparseTarget target;
+    ASSERT_TRUE(engine->Save(target, nullptr, error));
+    ASSERT_GT(target.m_size, kLarge);
+
+    const std::unique_ptr<ZipEngine> opened = ZipEngine::Open(std::make_unique<SparseBytes>(target), error);
+    ASSERT_NE(opened, nullptr);
+    ZipEntry entry;
+    ASSERT_TRUE(opened->Describe(0, entry, error));
+    EXPECT_EQ(entry.size, kLarge);
+    EXPECT_EQ(ReadEntry(*opened, 1, "", error), "reached");
+    char first[100] = "rubbish";
+    std::size_t delivered = 0;
+    const std::unique_ptr<ZipReader> reader = opened->OpenEntry(0, "", error);
+    ASSERT_TRUE(reader != nullptr && reader->Read(first, sizeof first, delivered, error));
+    EXPECT_EQ(std::string(first, delivered), std::string(sizeof first, '\0'));
 }
 
 TEST(ZipEngine, EncryptedEntriesAskForTheirPassword)

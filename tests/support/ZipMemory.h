@@ -29,6 +29,23 @@ private:
     std::string m_bytes;
 };
 
+/// Zeros, of which there may be more than memory.
+class ZeroBytes final : public platform::ZipBytes
+{
+public:
+    explicit ZeroBytes(std::uint64_t size) : m_size(size) {}
+    std::uint64_t Size() const override { return m_size; }
+    bool ReadAt(std::uint64_t offset, void* buffer, std::size_t count, std::size_t& delivered) override
+    {
+        delivered = static_cast<std::size_t>(std::min<std::uint64_t>(count, m_size - std::min(offset, m_size)));
+        std::memset(buffer, 0, delivered);
+        return true;
+    }
+
+private:
+    std::uint64_t m_size;
+};
+
 /// Takes a new archive. What stands in `m_saved` changes with Commit only.
 class MemoryTarget final : public platform::ZipTarget
 {
