@@ -61,6 +61,7 @@
 #include "system/CCustomThread.h"
 #include "system/CMiniZip.h"
 #include "system/CRegUtil.h"
+#include "system/CWatchFolder.h"
 #include "system/CXCriticalSection.h"
 #include "system/CXExtraction.h"
 #include "system/CXSingleLock.h"

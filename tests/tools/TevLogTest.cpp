@@ -6,8 +6,6 @@
 
 #include <fstream>
 
-#include <poll.h>
-
 namespace
 {
 using namespace tev::test;
@@ -44,22 +42,6 @@ TEST(TevLog, PrintsALogAsUtf8)
     EXPECT_EQ(none.m_exitCode, 1);
     EXPECT_THAT(none.m_error, HasSubstr("none.log"));
     EXPECT_EQ(RunTev({"log"}).m_exitCode, 2);
-}
-
-/// Reads until the text has come, or for ten seconds at most.
-std::string ReadUntil(int descriptor, const std::string& awaited)
-{
-    std::string text;
-    char buffer[256];
-    pollfd waiting = {descriptor, POLLIN, 0};
-    while (text.find(awaited) == text.npos && poll(&waiting, 1, 10000) == 1)
-    {
-        const ssize_t count = read(descriptor, buffer, sizeof buffer);
-        if (count <= 0)
-            break;
-        text.append(buffer, static_cast<std::size_t>(count));
-    }
-    return text;
 }
 
 TEST(TevLog, FollowsALogThatGrowsAndOneThatIsBegunAgain)

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -133,6 +134,22 @@ inline TevResult RunTev(const std::vector<std::string>& arguments, const std::st
     TevProcess process(arguments, pipe.ReadEnd(), fileno(output), fileno(error), prepare);
     const int exitCode = process.Wait();
     return {exitCode, readAll(output), readAll(error)};
+}
+
+/// Reads until the text has come, or for ten seconds at most.
+inline std::string ReadUntil(int descriptor, const std::string& awaited)
+{
+    std::string text;
+    char buffer[256];
+    pollfd waiting = {descriptor, POLLIN, 0};
+    while (text.find(awaited) == text.npos && poll(&waiting, 1, 10000) == 1)
+    {
+        const ssize_t count = read(descriptor, buffer, sizeof buffer);
+        if (count <= 0)
+            break;
+        text.append(buffer, static_cast<std::size_t>(count));
+    }
+    return text;
 }
 
 } // namespace tev::test

@@ -1,0 +1,49 @@
+#include "tests/support/TempFolder.h"
+#include "tests/tools/TevRunner.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+namespace
+{
+using namespace tev::test;
+using testing::HasSubstr;
+
+TEST(TevWatch, PrintsChangesUntilInterrupted)
+{
+    const TempFolder folder;
+    folder.WriteFile("here/probe", "");
+    Pipe output;
+    TevProcess tool({"watch", "--interval", "1", "--tree", "--filter", "files", folder.Path()}, -1, output.WriteEnd(),
+                    -1);
+    output.CloseWrite();
+    const std::string probe = folder.Path("here/probe").string();
+    std::string text;
+    do // until the tool has got so far
+    {
+        std::filesystem::remove(probe);
+        folder.WriteFile("here/probe", "");
+        pollfd waiting = {output.ReadEnd(), POLLIN, 0};
+        if (poll(&waiting, 1, 10) == 1)
+            text = ReadUntil(output.ReadEnd(), "\n");
+    } while (text.empty());
+    EXPECT_THAT(text, testing::AnyOf(HasSubstr("added\t" + probe + "\n"), HasSubstr("removed\t" + probe + "\n")));
+
+    std::filesystem::rename(probe, folder.Path("other"));
+    const std::string renamed = "renamed\t" + folder.Path("other").string() + "\n";
+    EXPECT_THAT(ReadUntil(output.ReadEnd(), renamed), HasSubstr(renamed));
+    tool.Signal(SIGINT);
+    EXPECT_EQ(tool.Wait(), 128 + SIGINT);
+}
+
+TEST(TevWatch, RefusesWhatIsNoFolder)
+{
+    const TevResult none = RunTev({"watch", "/nowhere"});
+    EXPECT_EQ(none.m_exitCode, 1);
+    EXPECT_THAT(none.m_error, HasSubstr("/nowhere: there is no such folder"));
+    EXPECT_EQ(RunTev({"watch", "--filter", "colour", "/"}).m_exitCode, 2);
+    EXPECT_EQ(RunTev({"watch"}).m_exitCode, 2);
+}
+} // namespace

@@ -1,0 +1,118 @@
+#include "tools/tev/WatchCommand.h"
+
+#include "services/Paths.h"
+#include "system/CWatchFolder.h"
+#include "tools/tev/Tool.h"
+
+#include <CLI/CLI.hpp>
+
+#include <chrono>
+#include <map>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace tev::tool
+{
+namespace
+{
+const std::map<std::string, unsigned> kFilters = {
+    {"files", CWatchFolder::kFileNames},       {"folders", CWatchFolder::kFolderNames},
+    {"attributes", CWatchFolder::kAttributes}, {"size", CWatchFolder::kSize},
+    {"write", CWatchFolder::kLastWrite},       {"access", CWatchFolder::kLastAccess},
+    {"creation", CWatchFolder::kCreation},     {"security", CWatchFolder::kSecurity},
+};
+
+struct Options
+{
+    std::vector<std::string> m_folders;
+    bool m_tree = false;
+    std::vector<std::string> m_filters = {"files", "folders", "size", "write"};
+    unsigned m_interval = 100;
+    bool m_null = false;
+};
+
+const char* Word(CWatchFolder::FileChange change)
+{
+    switch (change)
+    {
+    case CWatchFolder::xChangeAdded:
+        return "added";
+    case CWatchFolder::xChangeRemoved:
+        return "removed";
+    case CWatchFolder::xChangeModified:
+        return "modified";
+    case CWatchFolder::xChangeRenamed:
+        return "renamed";
+    case CWatchFolder::xChangeWholeFolder:
+        break;
+    }
+    return "folder";
+}
+
+void Print(Output& output, CWatchFolder& watcher, char end)
+{
+    std::map<std::string, CWatchFolder::FileChange> sorted;
+    const CWatchFolder::Changes& changes = watcher.GetChanges();
+    CXTString<wchar_t> path;
+    CWatchFolder::FileChange change{};
+    for (unsigned position = changes.GetFirst(); changes.GetNext(position, path, change);)
+        sorted[Narrow(path)] = change;
+    watcher.ReleaseChanges();
+    for (const auto& [name, what] : sorted)
+        output.Write(Word(what) + ("\t" + name) + end);
+    output.Flush();
+}
+
+void Watch(Session& session, const Options& options)
+{
+    unsigned filter = 0;
+    for (const std::string& name : options.m_filters)
+        filter |= kFilters.at(name);
+    CWatchFolder watcher;
+    for (const std::string& folder : options.m_folders)
+    {
+        const CXTString<wchar_t> path(Widen(folder).c_str());
+        if (!fileIsDirectory(path))
+            throw Failure(folder, "there is no such folder");
+        if (!watcher.AddRefreshNotification(path, options.m_tree, filter))
+            throw Failure(folder, "it may not be read, or there are more folders than the system lets a user watch");
+    }
+    while (!session.m_output.IsBroken())
+    {
+        if (watcher.CheckRefreshNotification())
+            Print(session.m_output, watcher, options.m_null ? '\0' : '\n');
+        std::this_thread::sleep_for(std::chrono::milliseconds(options.m_interval));
+    }
+}
+} // namespace
+
+void AddWatchCommand(CLI::App& tool, Session& session)
+{
+    const auto options = std::make_shared<Options>();
+    CLI::App& command = *tool.add_subcommand("watch", "Print what changes in folders, until interrupted");
+    command.footer("Each line is `added`, `removed`, `modified`, `renamed` (for the old name and for the new one) or\n"
+                   "`folder` (more changed in it than is told), a tab, and the path.");
+    command.add_option("DIR", options->m_folders, "The folders")->required()->type_name("");
+    command.add_flag("--tree", options->m_tree, "With all folders beneath them");
+    command
+        .add_option(
+            "--filter", options->m_filters,
+            "What to tell of: files and folders that come, go or are renamed, files whose attributes, size, time "
+            "of last write, of last access or of creation, or permissions change")
+        ->delimiter(',')
+        ->allow_extra_args(false)
+        ->check(CLI::IsMember(kFilters))
+        ->type_name("WHAT,...")
+        ->capture_default_str();
+    command.add_option("--interval", options->m_interval, "Time between two looks, in milliseconds")
+        ->check(CLI::Range(1, 60000))
+        ->type_name("MS")
+        ->capture_default_str();
+    command.add_flag("-0,--null", options->m_null, "End each line with a NUL, for names that hold line ends");
+    command.callback(
+        [&session, options] { Attempt(session, options->m_folders.front(), [&] { Watch(session, *options); }); });
+}
+
+} // namespace tev::tool
