@@ -20,6 +20,7 @@ enum class ZipFailure
     NoArchive,
     Damaged,
     Unsupported, ///< a method of compression or encryption, or a layout, that is not known here
+    MissingVolume,
     PasswordNeeded,
     WrongPassword,
     WrongPasswordOrDamaged, ///< a short check lets one wrong password in some hundreds pass; its data is rubbish then

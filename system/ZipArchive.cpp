@@ -1,8 +1,8 @@
 #include "system/ZipArchive.h"
 
 #include "platform/PathNames.h"
+#include "platform/ZipVolumes.h"
 #include "services/FileWildcards.h"
-#include "system/ZipVolumes.h"
 
 #include <algorithm>
 #include <limits>
@@ -64,10 +64,12 @@ ZipOutcome ZipArchive::Open(const wchar_t* path, ZipOpenMode mode, CXZipCallback
         std::unique_ptr<platform::ZipBytes> bytes = ZipFileBytes::Open(fullPath);
         if (!archive->m_stamp || bytes == nullptr)
             return ZipOutcome::OfSystem();
-        const ZipOutcome joined = JoinZipVolumes(bytes, VolumesBeside(archive->m_path), archive->m_isReadOnly);
-        if (!joined)
-            return joined;
+        const auto openVolume = [fullPath = archive->m_path](std::uint32_t number) {
+            return ZipFileBytes::Open(platform::ZipVolumePath(fullPath, number).c_str());
+        };
         ZipError error;
+        if (!platform::JoinZipVolumes(bytes, openVolume, archive->m_isReadOnly, error))
+            return ZipOutcome::Of(error);
         archive->m_engine = platform::ZipEngine::Open(std::move(bytes), error);
         if (archive->m_engine == nullptr)
             return ZipOutcome::Of(error);

@@ -18,6 +18,7 @@ constexpr FailureRow kFailures[] = {
     {platform::ZipFailure::NoArchive, XZipFailure::kNoArchive},
     {platform::ZipFailure::Damaged, XZipFailure::kDamaged},
     {platform::ZipFailure::Unsupported, XZipFailure::kUnsupported},
+    {platform::ZipFailure::MissingVolume, XZipFailure::kMissingVolume},
     {platform::ZipFailure::PasswordNeeded, XZipFailure::kPasswordNeeded},
     {platform::ZipFailure::WrongPassword, XZipFailure::kWrongPassword},
     {platform::ZipFailure::WrongPasswordOrDamaged, XZipFailure::kWrongPasswordOrDamaged},

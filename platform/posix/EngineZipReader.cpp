@@ -1,6 +1,7 @@
 #include "platform/posix/EngineZipReader.h"
 
 #include "platform/ZipEngine.h"
+#include "platform/ZipVolumes.h"
 #include "platform/posix/InputFile.h"
 
 #include <cerrno>
@@ -50,21 +51,31 @@ ZipReadResult ResultOf(const ZipError& error)
 class EngineZipReader final : public PlainZipReader
 {
 public:
-    static std::unique_ptr<PlainZipReader> Open(std::shared_ptr<const InputFile> file, const std::string& password)
+    static std::unique_ptr<PlainZipReader> Open(std::shared_ptr<const InputFile> file, const std::wstring& path,
+                                                const std::string& password)
     {
+        const auto openVolume = [path](std::uint32_t number) -> std::unique_ptr<ZipBytes> {
+            std::shared_ptr<const InputFile> volume = InputFile::Open(ZipVolumePath(path, number).c_str());
+            return volume != nullptr ? std::make_unique<FileBytes>(std::move(volume)) : nullptr;
+        };
         ZipError error;
-        std::unique_ptr<ZipEngine> engine = ZipEngine::Open(std::make_unique<FileBytes>(file), error);
+        bool isSplit = false;
+        std::unique_ptr<ZipBytes> bytes = std::make_unique<FileBytes>(file);
+        if (!JoinZipVolumes(bytes, openVolume, isSplit, error))
+            return nullptr;
+        std::unique_ptr<ZipEngine> engine = ZipEngine::Open(std::move(bytes), error);
         if (engine == nullptr)
             return nullptr;
-        return std::make_unique<EngineZipReader>(std::move(file), std::move(engine), password);
+        return std::make_unique<EngineZipReader>(std::move(file), path, std::move(engine), password);
     }
 
-    EngineZipReader(std::shared_ptr<const InputFile> file, std::unique_ptr<ZipEngine> engine, std::string password)
-        : m_file(std::move(file)), m_engine(std::move(engine)), m_password(std::move(password))
+    EngineZipReader(std::shared_ptr<const InputFile> file, std::wstring path, std::unique_ptr<ZipEngine> engine,
+                    std::string password)
+        : m_file(std::move(file)), m_path(std::move(path)), m_engine(std::move(engine)), m_password(std::move(password))
     {
     }
 
-    std::unique_ptr<PlainZipReader> Another() const override { return Open(m_file, m_password); }
+    std::unique_ptr<PlainZipReader> Another() const override { return Open(m_file, m_path, m_password); }
 
     std::uint64_t Count() const override { return m_engine->Count(); }
 
@@ -112,7 +123,8 @@ public:
     }
 
 private:
-    std::shared_ptr<const InputFile> m_file;
+    std::shared_ptr<const InputFile> m_file; ///< the last volume of a split archive
+    std::wstring m_path;
     std::unique_ptr<ZipEngine> m_engine;
     std::string m_password;
     std::vector<char> m_buffer;
@@ -122,7 +134,6 @@ private:
 std::unique_ptr<PlainZipReader> OpenWithEngine(const wchar_t* path, const std::string& password)
 {
     std::shared_ptr<const InputFile> file = InputFile::Open(path);
-    // The engine takes an empty file for an archive that is still to be made.
-    return file == nullptr || file->Size() == 0 ? nullptr : EngineZipReader::Open(std::move(file), password);
+    return file == nullptr ? nullptr : EngineZipReader::Open(std::move(file), path, password);
 }
 } // namespace tev::platform

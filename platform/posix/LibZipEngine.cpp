@@ -367,6 +367,11 @@ std::unique_ptr<ZipEngine> MakeEngine(std::unique_ptr<ZipBytes> bytes, int flags
 
 std::unique_ptr<ZipEngine> ZipEngine::Open(std::unique_ptr<ZipBytes> bytes, ZipError& error)
 {
+    if (bytes->Size() == 0) // which libzip takes for an archive that is still to be made
+    {
+        error = {ZipFailure::NoArchive, 0};
+        return nullptr;
+    }
     return MakeEngine(std::move(bytes), 0, error);
 }
 

@@ -1,7 +1,6 @@
-#include "system/ZipVolumes.h"
+#include "platform/ZipVolumes.h"
 
-#include "core/LittleEndian.h"
-#include "system/ZipFile.h"
+#include "platform/SystemErrors.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -11,11 +10,10 @@
 #include <utility>
 #include <vector>
 
-namespace tev
+namespace tev::platform
 {
 namespace
 {
-using platform::ZipBytes;
 using Bytes = std::vector<unsigned char>;
 
 constexpr std::uint32_t kHeaderMark = 0x02014B50;
@@ -34,18 +32,22 @@ constexpr std::uint16_t kFull16 = 0xFFFF;
 constexpr std::uint32_t kFull32 = 0xFFFFFFFF;
 constexpr std::uint16_t kZip64Version = 45;
 
-constexpr ZipOutcome kDamaged = {XZipFailure::kDamaged, 0};
+constexpr ZipError kDamaged = {ZipFailure::Damaged, 0};
 
 template <class T>
 T Load(const Bytes& bytes, std::size_t at)
 {
-    return LoadLittleEndian<T>(bytes.data() + at);
+    T value = 0;
+    for (std::size_t i = 0; i < sizeof value; ++i)
+        value = static_cast<T>(value | static_cast<T>(bytes[at + i]) << 8 * i);
+    return value;
 }
 
 template <class T>
 void Store(Bytes& bytes, std::size_t at, T value)
 {
-    StoreLittleEndian(bytes.data() + at, value);
+    for (std::size_t i = 0; i < sizeof value; ++i)
+        bytes[at + i] = static_cast<unsigned char>(value >> 8 * i);
 }
 
 template <class T>
@@ -53,6 +55,11 @@ void Append(Bytes& bytes, T value)
 {
     bytes.resize(bytes.size() + sizeof value);
     Store(bytes, bytes.size() - sizeof value, value);
+}
+
+bool IsSound(const ZipError& error)
+{
+    return error.failure == ZipFailure::None;
 }
 
 /// A place in a split archive.
@@ -84,9 +91,9 @@ bool ReadExactly(ZipBytes& source, std::uint64_t offset, std::size_t count, Byte
     return source.ReadAt(offset, bytes.data(), count, delivered) && delivered == count;
 }
 
-ZipOutcome ReadFailure()
+ZipError ReadFailure()
 {
-    return errno != 0 ? ZipOutcome::OfSystem() : kDamaged;
+    return errno != 0 ? ZipError{ZipFailure::System, LastSystemError()} : kDamaged;
 }
 
 /// Where the record that ends an archive begins within its last bytes: the last one whose comment reaches the end, else the
@@ -140,7 +147,7 @@ class Volumes
 public:
     Volumes(std::unique_ptr<ZipBytes> last, const ZipVolumeOpener& open) : m_last(std::move(last)), m_open(open) {}
 
-    ZipOutcome Find(std::uint32_t lastVolume)
+    ZipError Find(std::uint32_t lastVolume)
     {
         std::uint64_t start = 0;
         for (std::uint32_t number = 0; number <= lastVolume; ++number)
@@ -148,7 +155,7 @@ public:
             m_starts.push_back(start);
             const ZipBytes* const volume = number == lastVolume ? m_last.get() : OpenVolume(number);
             if (volume == nullptr)
-                return errno == ENOENT ? ZipOutcome{XZipFailure::kMissingVolume, 0} : ZipOutcome::OfSystem();
+                return errno == ENOENT ? ZipError{ZipFailure::MissingVolume, 0} : ReadFailure();
             if (volume->Size() > std::numeric_limits<std::int64_t>::max() - start)
                 return kDamaged;
             start += volume->Size();
@@ -260,30 +267,30 @@ class DirectoryRewriter
 public:
     DirectoryRewriter(Volumes& volumes, const DirectoryEnd& end) : m_volumes(volumes), m_end(end) {}
 
-    ZipOutcome Rewrite()
+    ZipError Rewrite()
     {
-        ZipOutcome outcome = ReadEnd64();
+        ZipError error = ReadEnd64();
         const std::optional<std::uint64_t> start = m_volumes.Position(m_end.m_start);
-        if (!outcome || !start)
-            return outcome ? kDamaged : outcome;
+        if (!IsSound(error) || !start)
+            return IsSound(error) ? kDamaged : error;
         m_start = *start;
         // What the archive declares is held against what is there before any of it is counted on.
         if (m_end.m_size > m_volumes.Size() - m_start || m_end.m_count > m_end.m_size / kHeaderSize)
             return kDamaged;
         m_at = m_start;
         m_limit = m_start + m_end.m_size;
-        for (std::uint64_t i = 0; i < m_end.m_count && outcome; ++i)
-            outcome = RewriteHeader();
-        if (outcome)
+        for (std::uint64_t i = 0; i < m_end.m_count && IsSound(error); ++i)
+            error = RewriteHeader();
+        if (IsSound(error))
             WriteEnd();
-        return outcome;
+        return error;
     }
 
     std::uint64_t Start() const { return m_start; }
     Bytes TakeDirectory() { return std::move(m_directory); }
 
 private:
-    ZipOutcome ReadEnd64()
+    ZipError ReadEnd64()
     {
         const bool isNeeded = m_end.m_count == kFull16 || m_end.m_size == kFull32 ||
                               m_end.m_start.m_offset == kFull32 || m_end.m_start.m_volume == kFull16;
@@ -342,7 +349,7 @@ private:
         return true;
     }
 
-    ZipOutcome RewriteHeader()
+    ZipError RewriteHeader()
     {
         m_header.clear();
         if (!TakeMore(kHeaderSize))
@@ -417,7 +424,7 @@ private:
         return true;
     }
 
-    ZipOutcome WriteHeader(const Numbers& numbers, const Bytes& others, std::size_t nameSize, std::size_t commentAt)
+    ZipError WriteHeader(const Numbers& numbers, const Bytes& others, std::size_t nameSize, std::size_t commentAt)
     {
         Bytes field;
         Store(m_header, 24, Shortened(numbers.m_size, field));
@@ -497,43 +504,42 @@ private:
 };
 } // namespace
 
-ZipVolumeOpener VolumesBeside(const std::wstring& lastPath)
+std::wstring ZipVolumePath(const std::wstring& lastPath, std::uint32_t number)
 {
-    return [lastPath](std::uint32_t number) -> std::unique_ptr<ZipBytes> {
-        constexpr std::size_t kExtensionSize = 4;
-        if (lastPath.size() <= kExtensionSize || lastPath[lastPath.size() - kExtensionSize] != L'.')
-        {
-            errno = ENOENT;
-            return nullptr;
-        }
-        std::wstring digits = std::to_wstring(number + 1);
-        digits.insert(0, digits.size() < 2 ? 2 - digits.size() : 0, L'0');
-        // The first letter of the extension stays: it may be a capital.
-        return ZipFileBytes::Open((lastPath.substr(0, lastPath.size() - kExtensionSize + 2) + digits).c_str());
-    };
+    constexpr std::size_t kExtensionSize = 4;
+    if (lastPath.size() <= kExtensionSize || lastPath[lastPath.size() - kExtensionSize] != L'.')
+        return {};
+    std::wstring digits = std::to_wstring(std::uint64_t{number} + 1);
+    digits.insert(0, digits.size() < 2 ? 2 - digits.size() : 0, L'0');
+    // The first letter of the extension stays: it may be a capital.
+    return lastPath.substr(0, lastPath.size() - kExtensionSize + 2) + digits;
 }
 
-ZipOutcome JoinZipVolumes(std::unique_ptr<ZipBytes>& bytes, const ZipVolumeOpener& openVolume, bool& isSplit)
+bool JoinZipVolumes(std::unique_ptr<ZipBytes>& bytes, const ZipVolumeOpener& openVolume, bool& isSplit, ZipError& error)
 {
     const std::uint64_t size = bytes->Size();
-    const std::size_t tailSize =
+    const auto tailSize =
         static_cast<std::size_t>(std::min<std::uint64_t>(size, kLocatorSize + kEndSize + kLongestComment));
     Bytes tail;
     if (!ReadExactly(*bytes, size - tailSize, tailSize, tail))
-        return ReadFailure();
+    {
+        error = ReadFailure();
+        return false;
+    }
     const std::optional<DirectoryEnd> end = ReadEnd(tail);
     if (!end || end->m_lastVolume == 0)
-        return {};
+        return true;
 
     isSplit = true;
     Volumes volumes(std::move(bytes), openVolume);
-    const ZipOutcome found = volumes.Find(end->m_lastVolume);
-    if (!found)
-        return found;
+    error = volumes.Find(end->m_lastVolume);
+    if (!IsSound(error))
+        return false;
     DirectoryRewriter rewriter(volumes, *end);
-    const ZipOutcome rewritten = rewriter.Rewrite();
-    if (rewritten)
-        bytes = std::make_unique<JoinedBytes>(std::move(volumes), rewriter.Start(), rewriter.TakeDirectory());
-    return rewritten;
+    error = rewriter.Rewrite();
+    if (!IsSound(error))
+        return false;
+    bytes = std::make_unique<JoinedBytes>(std::move(volumes), rewriter.Start(), rewriter.TakeDirectory());
+    return true;
 }
-} // namespace tev
+} // namespace tev::platform

@@ -1,5 +1,6 @@
-#include "system/ZipVolumes.h"
+#include "platform/ZipVolumes.h"
 
+#include "system/CMiniZip.h"
 #include "tests/support/SplitZip.h"
 #include "tests/support/TempFolder.h"
 #include "tests/support/ZipMemory.h"
@@ -13,7 +14,6 @@ namespace
 {
 using namespace tev::platform;
 using namespace tev::test;
-using tev::ZipOutcome;
 
 std::string Rubbish(std::size_t size)
 {
@@ -36,22 +36,18 @@ std::string PlainArchive(int files)
 }
 
 /// Opens the archive whose volumes these are.
-std::unique_ptr<ZipEngine> Join(const std::vector<std::string>& volumes, ZipOutcome& outcome)
+std::unique_ptr<ZipEngine> Join(const std::vector<std::string>& volumes, ZipError& error)
 {
     bool isSplit = false;
     std::unique_ptr<ZipBytes> bytes = std::make_unique<MemoryBytes>(volumes.back());
-    const tev::ZipVolumeOpener open = [&volumes](std::uint32_t number) -> std::unique_ptr<ZipBytes> {
+    const ZipVolumeOpener open = [&volumes](std::uint32_t number) -> std::unique_ptr<ZipBytes> {
         errno = ENOENT;
         return number + 1 < volumes.size() ? std::make_unique<MemoryBytes>(volumes[number]) : nullptr;
     };
-    outcome = tev::JoinZipVolumes(bytes, open, isSplit);
-    if (!outcome)
+    if (!JoinZipVolumes(bytes, open, isSplit, error))
         return nullptr;
     EXPECT_EQ(isSplit, volumes.size() > 1);
-    ZipError error;
-    std::unique_ptr<ZipEngine> engine = ZipEngine::Open(std::move(bytes), error);
-    outcome = ZipOutcome::Of(error);
-    return engine;
+    return ZipEngine::Open(std::move(bytes), error);
 }
 
 TEST(ZipVolumes, EveryCutOfAnArchiveIsJoined)
@@ -64,13 +60,12 @@ TEST(ZipVolumes, EveryCutOfAnArchiveIsJoined)
         {
             SCOPED_TRACE(std::to_string(volumeSize) + (zip64 ? ", zip64" : ""));
             const std::vector<std::string> volumes = SplitZip(archive, volumeSize, zip64).Volumes();
-            ZipOutcome outcome;
-            const std::unique_ptr<ZipEngine> engine = Join(volumes, outcome);
-            ASSERT_NE(engine, nullptr) << static_cast<int>(outcome.m_failure);
+            ZipError error;
+            const std::unique_ptr<ZipEngine> engine = Join(volumes, error);
+            ASSERT_NE(engine, nullptr) << static_cast<int>(error.failure);
             ASSERT_EQ(engine->Count(), 9U);
             for (int i = 0; i < kFiles; ++i)
             {
-                ZipError error;
                 EXPECT_EQ(ReadEntry(*engine, static_cast<unsigned>(i), "", error), Rubbish(100u * i));
                 EXPECT_EQ(error.failure, ZipFailure::None);
             }
@@ -81,15 +76,15 @@ TEST(ZipVolumes, EveryCutOfAnArchiveIsJoined)
 TEST(ZipVolumes, WhatDoesNotFitIsRefused)
 {
     const std::string archive = PlainArchive(4);
-    ZipOutcome outcome;
+    ZipError error;
     for (const bool zip64 : {false, true})
     {
         const std::vector<std::string> sound = SplitZip(archive, 300, zip64).Volumes();
         ASSERT_GT(sound.size(), 3U);
         std::vector<std::string> fewer = sound;
         fewer.erase(fewer.begin());
-        EXPECT_EQ(Join(fewer, outcome), nullptr);
-        EXPECT_EQ(outcome.m_failure, XZipFailure::kMissingVolume);
+        EXPECT_EQ(Join(fewer, error), nullptr);
+        EXPECT_EQ(error.failure, ZipFailure::MissingVolume);
         // Every bit of the directory and its end that is wrong is found, or harmless, or seen by what reads the entries.
         const std::size_t last = sound.size() - 1;
         for (const std::size_t volume : {last - 1, last})
@@ -104,10 +99,9 @@ TEST(ZipVolumes, WhatDoesNotFitIsRefused)
                     errno = ENOENT;
                     return number < last ? std::make_unique<MemoryBytes>(damaged[number]) : nullptr;
                 };
-                if (!tev::JoinZipVolumes(bytes, open, isSplit) || !isSplit)
+                if (!JoinZipVolumes(bytes, open, isSplit, error) || !isSplit)
                     continue;
                 EXPECT_LE(bytes->Size(), archive.size() + 600);
-                ZipError error;
                 const std::unique_ptr<ZipEngine> engine = ZipEngine::Open(std::move(bytes), error);
                 for (unsigned i = 0; engine != nullptr && i < engine->Count(); ++i)
                     EXPECT_LE(ReadEntry(*engine, i, "", error).size(), archive.size());
@@ -125,9 +119,9 @@ TEST(ZipVolumes, PlacesBeyond4GiBAreReached)
         last[at + 34] = 1;
     bool isSplit = false;
     std::unique_ptr<ZipBytes> bytes = std::make_unique<MemoryBytes>(last);
-    ASSERT_TRUE(tev::JoinZipVolumes(
-        bytes, [](std::uint32_t) { return std::make_unique<ZeroBytes>(5ull << 30); }, isSplit));
     ZipError error;
+    const auto open = [](std::uint32_t) { return std::make_unique<ZeroBytes>(5ull << 30); };
+    ASSERT_TRUE(JoinZipVolumes(bytes, open, isSplit, error));
     const std::unique_ptr<ZipEngine> engine = ZipEngine::Open(std::move(bytes), error);
     ASSERT_NE(engine, nullptr);
     EXPECT_EQ(ReadEntry(*engine, 2, "", error), Rubbish(200));
@@ -157,6 +151,9 @@ TEST(ZipVolumes, CZipReadsWhatOthersSplit)
         EXPECT_EQ(zip.XGetLastFailure(), XZipFailure::kReadOnly);
         zip.Close(true);
     }
+    CMiniZip unpacked;
+    EXPECT_TRUE(unpacked.ExtractZip(folder.WidePath("split.zip").c_str(), folder.WidePath("out").c_str(), true));
+    EXPECT_TRUE(Shell(root, "diff -r in out/in"));
     std::filesystem::remove(folder.Path("split.z03"));
     EXPECT_FALSE(zip.Open(folder.WidePath("split.zip").c_str(), zipOpenReadOnly, false, nullptr));
     EXPECT_EQ(zip.XGetLastFailure(), XZipFailure::kMissingVolume);
