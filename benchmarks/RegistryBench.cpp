@@ -14,10 +14,6 @@
 #include <QSettings>
 #define TEV_BENCH_QT
 #endif
-#if __has_include(<dconf.h>)
-#include <dconf.h>
-#define TEV_BENCH_DCONF
-#endif
 
 namespace
 {
@@ -38,7 +34,7 @@ std::vector<std::wstring> WideNames()
 class Ours
 {
 public:
-    explicit Ours(bool open) : m_open(open)
+    explicit Ours(bool open)
     {
         m_settings.SetPath(kPath, true);
         m_settings.OpenBase(false);
@@ -62,7 +58,6 @@ public:
 
 private:
     TestRegistry m_registry;
-    bool m_open;
     CRegUtil m_settings{CRegUtil::kAllAccess};
     std::vector<std::wstring> m_names = WideNames();
 };

@@ -143,6 +143,8 @@ unsigned Enumerate(SettingsKey key, unsigned right, SettingsCursor SettingsKeySt
     const unsigned error = query.Next();
     if (error != kSettingsDone)
         return error == kSettingsNoMoreItems ? used.WhyMissing(kSettingsNoMoreItems) : error;
+    if (isNext && query.Bytes(1) <= cursor.lastFound)
+        return kSettingsDamaged; // an enumeration in a damaged file must end too
     name = SettingsNameText(query.Bytes(0));
     cursor.lastFound = std::string(query.Bytes(1));
     cursor.next = index + 1;

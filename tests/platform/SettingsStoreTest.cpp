@@ -307,6 +307,49 @@ TEST_F(SettingsStore, AFileThatIsNoSoundRegistryIsLeftAsItIs)
     EXPECT_EQ(registry.GetLastError(), 3);
 }
 
+TEST_F(SettingsStore, DamageAnywhereEndsInAnswersOrErrors)
+{
+    {
+        CRegUtil registry(kAll);
+        ASSERT_TRUE(registry.SetPath(kPath, true));
+        for (int i = 0; i < 300; ++i)
+            ASSERT_TRUE(
+                registry.WriteSubKeyString(std::to_wstring(i % 40).c_str(), std::to_wstring(i).c_str(), L"text"));
+        const Process closes([] { return true; });
+    }
+    Ask(File(), "PRAGMA journal_mode = DELETE");
+    const std::string sound = m_registry.m_folder.ReadFile("user.db");
+    const unsigned seed = std::random_device()();
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    std::mt19937 random(seed);
+    for (int round = 0; round < 60; ++round)
+    {
+        std::string bytes = sound.substr(0, round % 5 == 0 ? random() % sound.size() : sound.size());
+        for (unsigned i = 0; !bytes.empty() && i < 1 + random() % 40; ++i)
+            bytes[(100 + random()) % bytes.size()] = static_cast<char>(random());
+        m_registry.m_folder.WriteFile("hurt.db", bytes);
+        const EnvironmentVariable chosen("TEVTOOLS_REGISTRY", m_registry.m_folder.Path("hurt.db").string());
+        CRegUtil registry(kAll);
+        wchar_t name[64];
+        int names = 0;
+        if (!registry.SetPath(kPath, false))
+        {
+            EXPECT_NE(registry.GetLastError(), 0);
+            EXPECT_EQ(m_registry.m_folder.ReadFile("hurt.db"), bytes);
+        }
+        for (registry.StartSubKeyEnum(); registry.GetNextSubKeyName(name, 64); ++names)
+            registry.GetSubKeyString(name, L"7", L"", false);
+        registry.EndSubKeyEnum();
+        EXPECT_LE(names, 10000) << "more than the file can hold";
+        std::vector<tev::platform::SettingsTreeKey> tree;
+        EXPECT_LT(tev::platform::ReadSettingsTree(tev::platform::RootKey(tev::platform::kCurrentUser), L"", tree),
+                  2000U);
+        registry.WriteKeyInt(L"new", 1);
+        registry.DeleteKey(L"7", true);
+        std::filesystem::remove(m_registry.m_folder.Path("hurt.db-journal"));
+    }
+}
+
 TEST_F(SettingsStore, TheMachinesRootLivesInItsFileWhereThereIsOne)
 {
     const wchar_t* const path = L"HKEY_LOCAL_MACHINE\\Software\\P";
