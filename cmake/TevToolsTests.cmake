@@ -100,8 +100,10 @@ foreach(source IN LISTS example_sources)
     target_link_libraries(example_${name} PRIVATE TevTools)
     add_test(NAME example.${name} COMMAND example_${name} "${PROJECT_SOURCE_DIR}/examples/data"
         WORKING_DIRECTORY "${run_dir}")
+    # What they keep is kept there and nowhere else.
     set_tests_properties(example.${name} PROPERTIES TIMEOUT 60 ENVIRONMENT
-        "TEVTOOLS_REGISTRY=${run_dir}/registry.db;TEVTOOLS_MACHINE_REGISTRY=${run_dir}/none.db;${test_environment}")
+        "TEVTOOLS_REGISTRY=${run_dir}/registry.db;TEVTOOLS_MACHINE_REGISTRY=${run_dir}/none.db;\
+TEVTOOLS_USER_DATA=${run_dir}/user;TEVTOOLS_COMMON_DATA=${run_dir}/common;${test_environment}")
 endforeach()
 
 # A stranger's project built against an installed copy. A sanitized library asks for a sanitized program.

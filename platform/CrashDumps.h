@@ -48,6 +48,22 @@ void SetCrashTraces(const CrashTraces& traces);
 /// time is over. Safe in signal handlers, of one thread.
 [[nodiscard]] bool LetHelperFinish(unsigned timeoutMs) noexcept;
 
+/// A record that a process which has gone has left. One thread at a time.
+class LeftRecord
+{
+public:
+    explicit LeftRecord(const std::string& path) noexcept;
+    ~LeftRecord();
+    LeftRecord(const LeftRecord&) = delete;
+    LeftRecord& operator=(const LeftRecord&) = delete;
+
+    /// False while that process, or its helper, or another one that finishes it, still works on it.
+    bool IsHeld() const noexcept { return m_file >= 0; }
+
+private:
+    int m_file;
+};
+
 /// The name of the function of this library that the helper calls: bool (const char* recordPath) noexcept.
 constexpr const char* kFinishFunction = "XFinishCrashReport";
 

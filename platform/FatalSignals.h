@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 
@@ -42,13 +43,21 @@ void UnhookSignals(const PreviousSignalsPtr& previous) noexcept;
 /// Calls what stood there for the signal; false when that was no function. Safe in signal handlers.
 bool CallPrevious(const PreviousSignals& previous, const SignalEvent& event) noexcept;
 
+/// Makes the two records that a signal handler would get, of the registers of this moment, in memory of that size.
+std::size_t SignalRecordsSize() noexcept;
+void MakeSignalRecords(void* memory, unsigned code, const void*& info, const void*& context) noexcept;
+
 /// Ends the process as the signal does by default. Safe in signal handlers.
 [[noreturn]] void EndBySignal(int number) noexcept;
 /// Ends the process at once: nothing is flushed or destroyed, and no handler runs. Safe in signal handlers.
 [[noreturn]] void EndAtOnce(int exitCode) noexcept;
 
-/// Whether the process is the one that the caller's data were made in, not a copy of it. Safe in signal handlers.
+/// Of this process, which a copy made by fork does not share. Safe in signal handlers.
 std::uint32_t ProcessId() noexcept;
+
+/// Leaves to the process's other threads all signals but those by which threads are stopped and those that say that the
+/// calling thread itself went wrong.
+void TakeFaultsOnly() noexcept;
 
 /// Gives the calling thread a stack for signal handlers where it has none, until the thread ends or gives it back.
 void TakeAlternateStack();

@@ -4,16 +4,20 @@
 #include "core/CStdioFileEx.h"
 #include "core/CXFileException.h"
 #include "core/NeverDestroyed.h"
+#include "platform/PathNames.h"
 #include "platform/Threads.h"
 #include "services/ApplicationName.h"
 #include "services/CXTime.h"
 #include "services/MainThread.h"
+#include "services/OpenLog.h"
 #include "services/Paths.h"
 #include "system/CXCriticalSection.h"
 
 #include <atomic>
 #include <cstdarg>
+#include <filesystem>
 #include <memory>
+#include <string>
 
 namespace
 {
@@ -30,6 +34,24 @@ constexpr const wchar_t* kHeader = L"\n\n*************************\nLogging info
 // Outside the lock: these decide, without waiting, that there is nothing to do.
 std::atomic<unsigned> g_level{kThreshold};
 std::atomic<bool> g_isOpen{false};
+
+/// For whoever asks when nobody can wait for the lock any more. A path that was replaced is kept until the next one is.
+std::atomic<const std::string*> g_path{nullptr};
+const std::string* g_formerPath = nullptr;
+
+/// Under the log's lock. Null for none.
+void PublishPath(const CPathString* path)
+{
+    std::unique_ptr<const std::string> published;
+    std::string name;
+    if (path != nullptr && tev::platform::WidePathToSystem(*path, name))
+    {
+        std::error_code failure; // leaves the path empty
+        published = std::make_unique<const std::string>(std::filesystem::absolute(name, failure).string());
+    }
+    delete g_formerPath;
+    g_formerPath = g_path.exchange(published.release());
+}
 
 unsigned Level() noexcept
 {
@@ -96,6 +118,7 @@ void Log::OpenFile(const Text& name, LogFileMode mode)
     if (mode == xLogAppend)
         file->SeekToEnd();
     m_tabs = std::make_unique<Tabs>();
+    PublishPath(&path);
     m_file = std::move(file);
     g_isOpen = true;
     if (IsEnabled())
@@ -128,6 +151,7 @@ bool Log::Close()
 {
     const tev::LockGuard guard(m_lock);
     const bool wasOpen = g_isOpen.exchange(false);
+    PublishPath(nullptr);
     m_tabs.reset();
     m_file.reset();
     return wasOpen;
@@ -214,6 +238,12 @@ void WriteMessage(const char* format, va_list arguments)
     Log::Get().Write(Text(message));
 }
 } // namespace
+
+const char* tev::OpenLogPath() noexcept
+{
+    const std::string* const path = g_path.load();
+    return path == nullptr ? nullptr : path->c_str();
+}
 
 bool SetLogFile(const Text& path, LogFileMode mode, unsigned int level)
 {

@@ -3,15 +3,9 @@
 #include "core/CXTString.h"
 #include "services/CPathString.h"
 #include "services/CRGBColor.h"
+#include "system/XReportFile.h"
 
 #include <vector>
-
-/// A file that a report is to contain.
-struct XReportFile
-{
-    CPathString m_path;
-    CXTString<wchar_t> m_description;
-};
 
 /// What the person says to a report.
 struct XReportAnswer
@@ -33,7 +27,8 @@ struct XColoredLine
 /// it can, and installs it with XSetUserInterface. The functions below stand in for what it leaves out, and for a process
 /// without a host's: messages go to the log where it is open, and questions get the answer that changes nothing.
 ///
-/// The library calls these functions from any thread and holds none of its locks meanwhile. They must not throw.
+/// The library calls these functions from any thread and holds none of its locks meanwhile, but for the one that keeps
+/// crash reports apart. They must not throw.
 class TEVTOOLS_API CUserInterface
 {
 public:

@@ -16,6 +16,7 @@ struct MessageText
 
 constexpr unsigned kColourWithAlpha = 5311;
 constexpr unsigned kColour = 5312;
+constexpr unsigned kReport = 0xE100;
 constexpr unsigned kUnnamedFile = 0xF006;
 constexpr unsigned kFileCause = 0xF1A0;
 constexpr unsigned kArchiveCause = 0xF1B0;
@@ -25,6 +26,24 @@ constexpr unsigned kNoApplicationName = 0xF1D0;
 constexpr MessageText kMessageTexts[] = {
     {kColourWithAlpha, L"%d %d %d %d (RGBA)", L"%d %d %d %d (RVBA)"},
     {kColour, L"%d %d %d (RGB)", L"%d %d %d (RVB)"},
+
+    {kReport + 0, L"Error report for %s version %s.", L"Rapport d'erreur pour %s version %s."},
+    {kReport + 1, L"Memory dump", L"Vidage mémoire"},
+    {kReport + 2, L"Error log", L"Journal d'erreur"},
+    {kReport + 3, L"Zip files (*.zip)", L"Fichiers Zip (*.zip)"},
+    {kReport + 4, L"Report %s (to be sent to %s).zip", L"Rapport %s (à envoyer à %s).zip"},
+    {kReport + 5, L"Send the report by hand", L"Envoi manuel du rapport"},
+    {kReport + 6, L"No default mail program is set. Please send the report %s to %s yourself.",
+     L"Aucun programme de messagerie par défaut n'est défini. Veuillez envoyer vous-même le rapport %s à %s."},
+    {kReport + 7, L"%s version %s has met a problem and must close. A report can be sent to technical support.",
+     L"%s version %s a rencontré un problème et doit se fermer. Un rapport peut être envoyé au support technique."},
+    {kReport + 8, L"%s version %s has met problems with files. A report can be sent to technical support.",
+     L"%s version %s a rencontré des problèmes avec des fichiers. Un rapport peut être envoyé au support technique."},
+    {kReport + 9, L"support@example.com", L"support@example.com"},
+    {kReport + 10, L"Name", L"Nom"},
+    {kReport + 11, L"Description", L"Description"},
+    {kReport + 12, L"Size", L"Taille"},
+    {kReport + 13, L"Type", L"Type"},
 
     {kUnnamedFile, L"a file without a name", L"un fichier sans nom"},
 

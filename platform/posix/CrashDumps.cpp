@@ -3,6 +3,7 @@
 #include "platform/posix/CrashFiles.h"
 #include "platform/posix/OwnDump.h"
 #include "platform/posix/OwnedDescriptor.h"
+#include "platform/posix/SpawnedProgram.h"
 
 #include <atomic>
 #include <cstdio>
@@ -10,11 +11,12 @@
 #include <cstring>
 #include <ctime>
 #include <memory>
+#include <utility>
 
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <poll.h>
-#include <spawn.h>
+#include <sys/file.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
@@ -24,8 +26,6 @@
 #ifndef PR_SET_PTRACER
 #define PR_SET_PTRACER 0x59616d61
 #endif
-
-extern char** environ;
 
 namespace tev::platform
 {
@@ -141,41 +141,18 @@ void DropSocket() noexcept
         close(socket);
 }
 
-/// Starts the helper with one end of the pair as its descriptor 3. It leaves this process's children at once.
+/// Starts the helper with one end of the pair. It leaves this process's children at once.
 bool Spawn(const char* helperPath, int helperEnd) noexcept
 {
-    posix_spawn_file_actions_t actions;
-    posix_spawnattr_t attributes;
-    if (posix_spawn_file_actions_init(&actions) != 0)
-        return false;
-    if (posix_spawnattr_init(&attributes) != 0)
-    {
-        posix_spawn_file_actions_destroy(&actions);
-        return false;
-    }
-    sigset_t none;
-    sigset_t all;
-    sigemptyset(&none);
-    sigfillset(&all);
-    posix_spawnattr_setsigmask(&attributes, &none);
-    posix_spawnattr_setsigdefault(&attributes, &all);
-    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSID);
-    for (int stream = 0; stream < 3; ++stream)
-        posix_spawn_file_actions_addopen(&actions, stream, "/dev/null", O_RDWR, 0);
-    posix_spawn_file_actions_adddup2(&actions, helperEnd, kHelperSocket);
-
     char process[16];
     std::snprintf(process, sizeof process, "%d", static_cast<int>(getpid()));
     char* const arguments[] = {const_cast<char*>(helperPath), process, nullptr};
-    pid_t child = 0;
-    const bool isStarted = posix_spawn(&child, helperPath, &actions, &attributes, arguments, environ) == 0;
-    posix_spawnattr_destroy(&attributes);
-    posix_spawn_file_actions_destroy(&actions);
+    const pid_t child = SpawnProgram({helperPath, false, true, helperEnd}, arguments);
     int status = 0;
-    while (isStarted && waitpid(child, &status, 0) < 0 && errno == EINTR)
+    while (child != 0 && waitpid(child, &status, 0) < 0 && errno == EINTR)
     {
     }
-    return isStarted;
+    return child != 0;
 }
 
 void StartHelper(const char* helperPath) noexcept
@@ -275,13 +252,11 @@ bool WriteDumpNow(const char* path, const Fault& fault) noexcept
 {
     DumpOrder order;
     FillOrder(fault, path, order);
+    // Here and not in a function of its own: the frame that is told of must still stand when the stack is read.
+    FrameRegisters here;
+    TakeFrame(here);
     if (fault.context == nullptr)
-    {
-        // Here and not in a function of its own: the frame that is told of must still stand when the stack is read.
-        ucontext_t here;
-        getcontext(&here);
-        StateFromContext(here, order.state);
-    }
+        StateFromFrame(here, order.state);
     {
         const Channel channel;
         if (channel.Ask(&order, sizeof order, kDumpTimeoutMs))
@@ -297,6 +272,11 @@ bool WriteCrashTraces(const Fault& fault, bool withDump, const char* logPath) no
         return false;
     DumpOrder& order = g_crashOrder;
     FillOrder(fault, nullptr, order);
+    // As above.
+    FrameRegisters here;
+    TakeFrame(here);
+    if (fault.context == nullptr)
+        StateFromFrame(here, order.state);
     CopyPath(order.logPath, logPath);
     order.withDump = withDump;
     order.withRecord = true;
@@ -318,6 +298,18 @@ bool LetHelperFinish(unsigned timeoutMs) noexcept
     const HelperHead head = {kHelperVersion, HelperMessage::Finish, 0};
     const Channel channel;
     return channel.Ask(&head, sizeof head, timeoutMs);
+}
+
+LeftRecord::LeftRecord(const std::string& path) noexcept : m_file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW))
+{
+    if (m_file >= 0 && flock(m_file, LOCK_EX | LOCK_NB) != 0)
+        close(std::exchange(m_file, -1));
+}
+
+LeftRecord::~LeftRecord()
+{
+    if (m_file >= 0)
+        close(m_file);
 }
 
 std::string LibraryPath()

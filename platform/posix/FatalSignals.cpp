@@ -9,11 +9,13 @@
 #include <cstdlib>
 #include <exception>
 #include <iterator>
+#include <new>
 #include <optional>
 
 #include <csignal>
 #include <dlfcn.h>
 #include <sys/syscall.h>
+#include <ucontext.h>
 #include <unistd.h>
 
 namespace tev::platform
@@ -145,6 +147,29 @@ bool CallPrevious(const PreviousSignals& previous, const SignalEvent& event) noe
     return false;
 }
 
+namespace
+{
+struct SignalRecords
+{
+    ucontext_t context;
+    siginfo_t info;
+};
+} // namespace
+
+std::size_t SignalRecordsSize() noexcept
+{
+    return sizeof(SignalRecords);
+}
+
+void MakeSignalRecords(void* memory, unsigned code, const void*& info, const void*& context) noexcept
+{
+    auto* const records = new (memory) SignalRecords();
+    records->info.si_signo = static_cast<int>(code);
+    getcontext(&records->context);
+    info = &records->info;
+    context = &records->context;
+}
+
 void EndBySignal(int number) noexcept
 {
     struct sigaction standard = {};
@@ -167,6 +192,19 @@ void EndAtOnce(int exitCode) noexcept
 std::uint32_t ProcessId() noexcept
 {
     return static_cast<std::uint32_t>(getpid());
+}
+
+void TakeFaultsOnly() noexcept
+{
+    sigset_t mask;
+    sigemptyset(&mask);
+    for (int number = 1; number < SIGRTMIN; ++number)
+    {
+        const SignalsOfKind* const row = FindSignal(number);
+        if (row == nullptr || row->kind == FatalSignal::Interrupt || row->kind == FatalSignal::Terminate)
+            sigaddset(&mask, number);
+    }
+    pthread_sigmask(SIG_BLOCK, &mask, nullptr);
 }
 
 void TakeAlternateStack()

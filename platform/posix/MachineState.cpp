@@ -86,6 +86,20 @@ void StateFromRegisters(const user_regs_struct& from, MachineState& state) noexc
                                  static_cast<std::uint16_t>(from.ss)};
     Encode(registers, state);
 }
+
+void StateFromFrame(const FrameRegisters& frame, MachineState& state) noexcept
+{
+    const auto& from = frame.values;
+    const Registers registers = {
+        {0, 0, 0, from[0], from[2], from[1], 0, 0, 0, 0, 0, 0, from[3], from[4], from[5], from[6]},
+        from[7],
+        0,
+        0,
+        0,
+        0,
+        0};
+    Encode(registers, state);
+}
 #else
 bool KnowsMachineState() noexcept
 {
@@ -98,6 +112,11 @@ void StateFromContext(const ucontext_t&, MachineState& state) noexcept
 }
 
 void StateFromRegisters(const user_regs_struct&, MachineState& state) noexcept
+{
+    state = {};
+}
+
+void StateFromFrame(const FrameRegisters&, MachineState& state) noexcept
 {
     state = {};
 }

@@ -25,4 +25,24 @@ bool KnowsMachineState() noexcept;
 // Safe in signal handlers.
 void StateFromContext(const ucontext_t& context, MachineState& state) noexcept;
 void StateFromRegisters(const user_regs_struct& registers, MachineState& state) noexcept;
+
+/// What a walk up the stack needs: rbx, rbp, rsp, r12 to r15, rip.
+struct FrameRegisters
+{
+    std::uint64_t values[8] = {};
+};
+void StateFromFrame(const FrameRegisters& registers, MachineState& state) noexcept;
+
+/// The registers of the function that this stands in, whose frame must still be there when its stack is read.
+[[gnu::always_inline]] inline void TakeFrame([[maybe_unused]] FrameRegisters& registers) noexcept
+{
+#if defined(__x86_64__)
+    __asm__ volatile("movq %%rbx, (%0)\n\tmovq %%rbp, 8(%0)\n\tmovq %%rsp, 16(%0)\n\tmovq %%r12, 24(%0)\n\t"
+                     "movq %%r13, 32(%0)\n\tmovq %%r14, 40(%0)\n\tmovq %%r15, 48(%0)\n\t"
+                     "leaq 0(%%rip), %%rax\n\tmovq %%rax, 56(%0)"
+                     :
+                     : "r"(registers.values)
+                     : "rax", "memory");
+#endif
+}
 } // namespace tev::platform
