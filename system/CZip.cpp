@@ -116,8 +116,7 @@ void CZip::Close(bool throwOnError)
         return;
     // Closed whatever happens, also when the callback throws.
     const std::unique_ptr<ZipArchive> archive = std::move(m_archive);
-    m_archivePath.Empty();
-    m_password.Empty();
+    Discard();
     ZipOutcome outcome;
     try
     {
@@ -129,6 +128,13 @@ void CZip::Close(bool throwOnError)
     }
     if (!Note(outcome) && throwOnError)
         ThrowFailure();
+}
+
+void CZip::Discard() noexcept
+{
+    m_archive.reset();
+    m_archivePath.Empty();
+    m_password.Empty();
 }
 
 bool CZip::IsReadOnly() const noexcept
@@ -183,7 +189,7 @@ ZipExtractResult CZip::ExtractFile(unsigned int index, const wchar_t* destPath, 
                                    const wchar_t* newName, bool throwOnError)
 {
     const bool isExtracted = Attempt([&](ZipArchive& archive) {
-        return archive.Extract(index, destPath, withFolders, newName, Utf8Of(m_password));
+        return archive.Extract(index, {destPath, withFolders, newName}, Utf8Of(m_password), m_limits);
     });
     const ZipExtractResult result = ResultOf(m_failure);
     if (!isExtracted && result == zipFailed && throwOnError)
@@ -191,7 +197,7 @@ ZipExtractResult CZip::ExtractFile(unsigned int index, const wchar_t* destPath, 
     return result;
 }
 
-ZipExtractResult CZip::XTestFile(unsigned int index)
+ZipExtractResult CZip::TestFile(unsigned int index)
 {
     Attempt([&](ZipArchive& archive) { return archive.Test(index, Utf8Of(m_password)); });
     return ResultOf(m_failure);

@@ -2,6 +2,7 @@
 
 #include "containers/CXArray.h"
 #include "core/CXTString.h"
+#include "system/CXExtraction.h"
 #include "system/CZipExtractCallback.h"
 #include "system/CZipFileInfo.h"
 #include "system/ZipTypes.h"
@@ -19,7 +20,7 @@ struct ZipOutcome;
 /// step; when that fails or is cancelled the old one stays as it was. Files that are added are read then. Until then the
 /// list of entries shows the archive as it will be.
 ///
-/// No failure of the engine leaves an operation as an exception unless that is asked for; XGetLastFailure() tells what it
+/// No failure of the engine leaves an operation as an exception unless that is asked for; GetLastFailure() tells what it
 /// was. One thread at a time.
 class TEVTOOLS_API CZip
 {
@@ -38,6 +39,8 @@ public:
     /// Saves what was changed, and closes the archive in any case. With `throwOnError` CXFileException of cause fileGeneric
     /// says that saving failed, or was cancelled.
     void Close(bool throwOnError);
+    /// Closes the archive, and leaves it as it was; one that was to be created is not.
+    void Discard() noexcept;
     bool IsClosed() const noexcept { return m_archive == nullptr; }
     bool IsReadOnly() const noexcept;
     /// As it was given to Open; empty when closed.
@@ -46,6 +49,10 @@ public:
     /// For reading encrypted entries, and for encrypting those that are added from now on. Null or empty for none. Holds
     /// until it is set anew or the archive is closed; may be set before Open.
     void SetPassword(const wchar_t* password, XZipEncryption encryption = XZipEncryption::kAes256);
+
+    /// What may be extracted between Open and Close; entries that declare more are refused, and none gets larger than it
+    /// declares. Holds until it is set anew.
+    void SetLimits(const CXExtractionLimits& limits) noexcept { m_limits = limits; }
 
     // The list of entries. Indexes run from 0; deleting moves those behind.
 
@@ -66,7 +73,7 @@ public:
     ZipExtractResult ExtractFile(unsigned int index, const wchar_t* destPath, bool withFolders, const wchar_t* newName,
                                  bool throwOnError);
     /// Reads an entry and checks it, without writing anything. The callback is asked nothing.
-    ZipExtractResult XTestFile(unsigned int index);
+    ZipExtractResult TestFile(unsigned int index);
 
     // Changes. Each is made as a whole or not at all; false when it is not. Names of entries tell case apart, '/' and '\'
     // both separate.
@@ -82,9 +89,9 @@ public:
                      const CXArray<CXTString<wchar_t>, const CXTString<wchar_t>&>& newNames);
 
     /// Why the last operation that could fail did so; kNone when it did not.
-    XZipFailure XGetLastFailure() const noexcept { return m_failure; }
+    XZipFailure GetLastFailure() const noexcept { return m_failure; }
     /// The system's error code (2 not found, 5 access denied, 112 disk full, ...) of a failure of kind kSystem, else 0.
-    unsigned int XGetLastSystemError() const noexcept { return m_systemError; }
+    unsigned int GetLastSystemError() const noexcept { return m_systemError; }
 
     /// Splits a path that runs through an archive: `path` becomes that of the archive, and `innerPath` the folder inside it
     /// with '\' between its components and at its end, empty for the archive's own root. An archive is a file that exists
@@ -103,6 +110,7 @@ private:
     CXTString<wchar_t> m_archivePath;
     CXTString<wchar_t> m_password;
     XZipEncryption m_encryption = XZipEncryption::kAes256;
+    CXExtractionLimits m_limits;
     mutable XZipFailure m_failure = XZipFailure::kNone;
     mutable unsigned int m_systemError = 0;
 };

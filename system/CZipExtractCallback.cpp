@@ -19,7 +19,7 @@ CZipExtractCallback::~CZipExtractCallback() = default;
 
 int CZipExtractCallback::MyInit(const CZipFileInfo& header, const wchar_t* targetPath)
 {
-    m_step = std::max(1U, GetStep());
+    m_step = std::max(1U, GetEngineStep());
     m_entryName = header.GetFileName();
     m_targetPath = targetPath;
     switch (OnExtractEntry(header, targetPath))

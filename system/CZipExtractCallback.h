@@ -40,7 +40,7 @@ protected:
     virtual void OnActionEnd(XZipAction action) noexcept;
 
     /// The bytes between two calls of OnProgress.
-    unsigned int GetStep() const noexcept { return m_engineStep; }
+    unsigned int GetEngineStep() const noexcept { return m_engineStep; }
 
 private:
     unsigned int m_engineStep = 0;
@@ -53,10 +53,10 @@ public:
     ~CZipExtractCallback() override;
 
     /// The entry whose turn it is, or was last, and the full path that it gets.
-    const CXTString<wchar_t>& XGetEntryName() const noexcept { return m_entryName; }
-    const CXTString<wchar_t>& XGetTargetPath() const noexcept { return m_targetPath; }
+    const CXTString<wchar_t>& GetEntryName() const noexcept { return m_entryName; }
+    const CXTString<wchar_t>& GetTargetPath() const noexcept { return m_targetPath; }
     /// The bytes between two calls of OnProgress; at least 1.
-    unsigned int XGetStep() const noexcept { return m_step; }
+    unsigned int GetStep() const noexcept { return m_step; }
 
 private:
     int MyInit(const CZipFileInfo& header, const wchar_t* targetPath) override;

@@ -37,12 +37,12 @@ public:
     unsigned __int64 GetUncompressedSize() const noexcept { return m_uncompressedSize; }
 
     /// 0x1 read-only, 0x2 hidden, 0x4 system, 0x10 folder, 0x20 to be archived.
-    unsigned int XGetAttributes() const noexcept { return m_attributes; }
+    unsigned int GetAttributes() const noexcept { return m_attributes; }
     /// CRC-32 of the contents; not told by some encrypted entries.
-    unsigned int XGetChecksum() const noexcept { return m_checksum; }
+    unsigned int GetChecksum() const noexcept { return m_checksum; }
     /// 0 stored, 8 deflated, 12 bzip2, ...
-    unsigned int XGetMethod() const noexcept { return m_method; }
-    XZipEncryption XGetEncryption() const noexcept { return m_encryption; }
+    unsigned int GetMethod() const noexcept { return m_method; }
+    XZipEncryption GetEncryption() const noexcept { return m_encryption; }
 
 private:
     friend class tev::ZipArchive;

@@ -3,6 +3,7 @@
 #include "containers/CXArray.h"
 #include "platform/ContainedFolder.h"
 #include "platform/ZipEngine.h"
+#include "system/CXExtraction.h"
 #include "system/CZipExtractCallback.h"
 #include "system/ZipFile.h"
 #include "system/ZipNames.h"
@@ -42,8 +43,15 @@ public:
     unsigned Find(std::wstring_view name, const NameRule& rule);
     std::vector<unsigned> FindMatching(std::wstring_view pattern, const NameRule& rule) const;
 
-    ZipOutcome Extract(unsigned index, const wchar_t* destPath, bool withFolders, const wchar_t* newName,
-                       const std::string& password);
+    /// Where an entry is extracted to, as CZip::ExtractFile takes it.
+    struct Destination
+    {
+        const wchar_t* m_folder;
+        bool m_withFolders;
+        const wchar_t* m_newName;
+    };
+    ZipOutcome Extract(unsigned index, const Destination& destination, const std::string& password,
+                       const CXExtractionLimits& limits);
     ZipOutcome Test(unsigned index, const std::string& password);
 
     ZipOutcome Add(const wchar_t* path, const wchar_t* name, ZipCompressionLevel level, const Secret& secret);
@@ -77,6 +85,7 @@ private:
     std::optional<FileStamp> m_stamp;
     bool m_isReadOnly = false;
     bool m_isCreated = false;
+    std::uint64_t m_extractedBytes = 0;
     /// The entries by the hash of their names without folders and case; empty until somebody searches.
     std::vector<std::pair<std::uint64_t, unsigned>> m_byName;
 };

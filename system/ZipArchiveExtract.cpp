@@ -4,6 +4,7 @@
 #include "system/ZipAction.h"
 #include "system/ZipArchive.h"
 
+#include <algorithm>
 #include <array>
 
 namespace tev
@@ -18,13 +19,14 @@ using platform::ZipError;
 constexpr std::size_t kBlockSize = 64 * 1024;
 
 /// Where the entry goes beneath the destination; nothing where it must not.
-std::optional<std::string> PlaceOf(const ZipEntry& entry, bool withFolders, const wchar_t* newName)
+std::optional<std::string> PlaceOf(const ZipEntry& entry, const ZipArchive::Destination& destination)
 {
+    const wchar_t* const newName = destination.m_newName;
     const std::optional<EntryName> name = SafeEntryName(entry.name);
     if (!name)
         return std::nullopt;
     const std::size_t leafAt = name->m_path.rfind('/') + 1;
-    std::string place = withFolders ? name->m_path.substr(0, leafAt) : std::string();
+    std::string place = destination.m_withFolders ? name->m_path.substr(0, leafAt) : std::string();
     if (newName == nullptr || *newName == L'\0')
         return place + name->m_path.substr(leafAt);
     const std::optional<std::string> given = NewEntryName(newName, false);
@@ -44,8 +46,8 @@ int ZipArchive::AskCallback(const ZipEntry& entry, const std::wstring& target)
     return m_callback->MyInit(info, target.c_str());
 }
 
-ZipOutcome ZipArchive::Extract(unsigned index, const wchar_t* destPath, bool withFolders, const wchar_t* newName,
-                               const std::string& password)
+ZipOutcome ZipArchive::Extract(unsigned index, const Destination& destination, const std::string& password,
+                               const CXExtractionLimits& limits)
 {
     ZipEntry entry;
     const ZipOutcome found = RequireEntry(index, entry);
@@ -53,11 +55,17 @@ ZipOutcome ZipArchive::Extract(unsigned index, const wchar_t* destPath, bool wit
         return found;
     if (entry.kind == ZipEntryKind::Special)
         return {XZipFailure::kSpecialFile, 0};
-    const std::optional<std::string> place = PlaceOf(entry, withFolders, newName);
+    const std::optional<std::string> place = PlaceOf(entry, destination);
     if (!place)
         return {XZipFailure::kUnsafeName, 0};
 
-    const std::wstring folderPath = platform::FullPath(destPath);
+    // Never more than declared is written, so that is what counts.
+    CXExtractionLimits left = limits;
+    left.m_totalBytes -= std::min<std::uint64_t>(left.m_totalBytes, m_extractedBytes);
+    if (entry.kind == ZipEntryKind::File && !left.Allows(entry.size, entry.isNew ? entry.size : entry.compressedSize))
+        return {XZipFailure::kTooLarge, 0};
+
+    const std::wstring folderPath = platform::FullPath(destination.m_folder);
     const CPathString target = CPathString(folderPath.c_str()) / WideEntryName(*place).c_str();
     const int answer = AskCallback(entry, target.GetConstBuffer());
     if (answer != xZipExtractEntry)
@@ -78,6 +86,7 @@ ZipOutcome ZipArchive::Extract(unsigned index, const wchar_t* destPath, bool wit
     platform::FileIdentity identity;
     if (unpacked && !file->Keep(entry.times.lastWrite, identity))
         return ZipOutcome::OfSystem();
+    m_extractedBytes += unpacked ? entry.size : 0;
     return unpacked;
 }
 

@@ -148,7 +148,7 @@ TEST(ZipVolumes, CZipReadsWhatOthersSplit)
                       zipExtracted);
         EXPECT_TRUE(Shell(root, "diff -r in out/in && rm -r out"));
         EXPECT_FALSE(zip.DeleteFiles(TextsOf({L"in/first"})));
-        EXPECT_EQ(zip.XGetLastFailure(), XZipFailure::kReadOnly);
+        EXPECT_EQ(zip.GetLastFailure(), XZipFailure::kReadOnly);
         zip.Close(true);
     }
     CMiniZip unpacked;
@@ -156,6 +156,6 @@ TEST(ZipVolumes, CZipReadsWhatOthersSplit)
     EXPECT_TRUE(Shell(root, "diff -r in out/in"));
     std::filesystem::remove(folder.Path("split.z03"));
     EXPECT_FALSE(zip.Open(folder.WidePath("split.zip").c_str(), zipOpenReadOnly, false, nullptr));
-    EXPECT_EQ(zip.XGetLastFailure(), XZipFailure::kMissingVolume);
+    EXPECT_EQ(zip.GetLastFailure(), XZipFailure::kMissingVolume);
 }
 } // namespace

@@ -46,6 +46,6 @@ bool ChangeArchive(const std::wstring& path, ZipOpenMode mode, Change&& change)
     CZip zip;
     const bool done = zip.Open(path.c_str(), mode, false, nullptr) && change(zip);
     zip.Close(false);
-    return done && zip.XGetLastFailure() == XZipFailure::kNone;
+    return done && zip.GetLastFailure() == XZipFailure::kNone;
 }
 } // namespace tev::test

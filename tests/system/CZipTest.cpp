@@ -3,6 +3,7 @@
 #include "services/Paths.h"
 #include "tests/support/FailingFileSystem.h"
 #include "tests/support/FileFailure.h"
+#include "tests/support/RawZip.h"
 #include "tests/support/TempFolder.h"
 #include "tests/support/ZipTools.h"
 
@@ -27,9 +28,9 @@ public:
     }
     int OnExtractEntry(const CZipFileInfo& entry, const wchar_t* targetPath) override
     {
-        EXPECT_EQ(XGetEntryName(), entry.GetFileName());
-        EXPECT_STREQ(XGetTargetPath(), targetPath);
-        EXPECT_GE(XGetStep(), 1U);
+        EXPECT_EQ(GetEntryName(), entry.GetFileName());
+        EXPECT_STREQ(GetTargetPath(), targetPath);
+        EXPECT_GE(GetStep(), 1U);
         m_target = targetPath;
         return m_answer;
     }
@@ -99,7 +100,7 @@ TEST_F(CZipArchive, ListsAndFinds)
     EXPECT_EQ(info.GetUncompressedSize(), m_large.size());
     EXPECT_LT(info.GetCompressedSize(), 10000U);
     EXPECT_FALSE(zip.GetFileInfo(info, 3));
-    EXPECT_EQ(zip.XGetLastFailure(), XZipFailure::kNotFound);
+    EXPECT_EQ(zip.GetLastFailure(), XZipFailure::kNotFound);
 
     EXPECT_EQ(zip.FindFile(L"folder/b.bin", true, false), 2U);
     EXPECT_EQ(zip.FindFile(L"folder\\b.bin", true, false), 2U);
@@ -143,9 +144,9 @@ TEST_F(CZipArchive, ExtractsBeneathTheFolder)
     EXPECT_TRUE(std::filesystem::is_directory(m_folder.Path("other/folder")));
 
     EXPECT_EQ(zip.ExtractFile(0, m_out.c_str(), false, L"..\\d.txt", true), zipSkipped);
-    EXPECT_EQ(zip.XGetLastFailure(), XZipFailure::kUnsafeName);
+    EXPECT_EQ(zip.GetLastFailure(), XZipFailure::kUnsafeName);
     EXPECT_EQ(zip.ExtractFile(0, m_folder.WidePath("a.txt").c_str(), true, nullptr, false), zipFailed);
-    EXPECT_EQ(zip.XGetLastFailure(), XZipFailure::kSystem);
+    EXPECT_EQ(zip.GetLastFailure(), XZipFailure::kSystem);
     EXPECT_EQ(zip.ExtractFile(0, m_folder.WidePath().c_str(), true, L"x.zip", false), zipFailed)
         << "the archive itself";
     EXPECT_EQ(Thrown([&] { zip.ExtractFile(3, m_out.c_str(), true, nullptr, true); }), fileGeneric);
@@ -160,14 +161,14 @@ TEST_F(CZipArchive, TheCallbackDecidesAndCancels)
     const auto extract = [&] { return zip.ExtractFile(2, m_out.c_str(), false, nullptr, true); };
     m_watcher.m_answer = 1;
     EXPECT_EQ(extract(), zipSkipped);
-    EXPECT_EQ(zip.XGetLastFailure(), XZipFailure::kSkipped);
+    EXPECT_EQ(zip.GetLastFailure(), XZipFailure::kSkipped);
     m_watcher.m_answer = 7;
     EXPECT_EQ(extract(), zipSkipped);
-    EXPECT_EQ(zip.XGetLastFailure(), XZipFailure::kCancelled);
+    EXPECT_EQ(zip.GetLastFailure(), XZipFailure::kCancelled);
     m_watcher.m_answer = 0;
     m_watcher.m_cancelFrom = 500000;
     EXPECT_EQ(extract(), zipSkipped);
-    EXPECT_EQ(zip.XTestFile(2), zipSkipped);
+    EXPECT_EQ(zip.TestFile(2), zipSkipped);
     m_watcher.m_throws = true;
     EXPECT_THROW(extract(), std::runtime_error);
     EXPECT_EQ(m_folder.ReadFile("out/b.bin"), "old");
@@ -181,14 +182,14 @@ TEST_F(CZipArchive, ChangesAreSavedWhenItIsClosed)
         Open(zip);
         EXPECT_TRUE(zip.AddNewFile(m_folder.WidePath("a.txt").c_str(), true, zipLevelStore));
         EXPECT_FALSE(zip.AddNewFile(m_folder.WidePath("a.txt").c_str(), L"/a.txt", zipLevelStore));
-        EXPECT_EQ(zip.XGetLastFailure(), XZipFailure::kExists);
+        EXPECT_EQ(zip.GetLastFailure(), XZipFailure::kExists);
         const unsigned added = zip.FindFile(m_folder.WidePath("a.txt").c_str() + 1, true, false);
         EXPECT_EQ(added, 3U);
         EXPECT_EQ(zip.ExtractFile(added, m_out.c_str(), false, nullptr, true), zipExtracted);
         EXPECT_EQ(m_folder.ReadFile("out/a.txt"), "first");
         EXPECT_TRUE(zip.DeleteFiles(TextsOf({L"folder/"})));
         EXPECT_FALSE(zip.DeleteFiles(TextsOf({L"a.txt", L"none"})));
-        EXPECT_EQ(zip.XGetLastFailure(), XZipFailure::kNotFound);
+        EXPECT_EQ(zip.GetLastFailure(), XZipFailure::kNotFound);
         Texts old = TextsOf({L"a.txt", L"folder/b.bin"});
         EXPECT_FALSE(zip.RenameFiles(old, TextsOf({L"same", L"same"})));
         EXPECT_FALSE(zip.RenameFiles(old, TextsOf({L"c", L"..\\d"})));
@@ -225,7 +226,10 @@ TEST_F(CZipArchive, AFailedSaveLeavesTheOldArchive)
         change(zip);
         m_watcher.m_cancelFrom = 500000;
         EXPECT_EQ(Thrown([&] { zip.Close(true); }), fileGeneric);
-        EXPECT_EQ(zip.XGetLastFailure(), XZipFailure::kCancelled);
+        EXPECT_EQ(zip.GetLastFailure(), XZipFailure::kCancelled);
+        EXPECT_TRUE(zip.IsClosed());
+        change(zip);
+        zip.Discard();
         EXPECT_TRUE(zip.IsClosed());
         change(zip);
         m_watcher.m_throws = true;
@@ -239,8 +243,8 @@ TEST_F(CZipArchive, AFailedSaveLeavesTheOldArchive)
         FailingFileSystem files;
         files.LimitSpace(300000);
         zip.Close(false);
-        EXPECT_EQ(zip.XGetLastFailure(), XZipFailure::kSystem);
-        EXPECT_EQ(zip.XGetLastSystemError(), 112U);
+        EXPECT_EQ(zip.GetLastFailure(), XZipFailure::kSystem);
+        EXPECT_EQ(zip.GetLastSystemError(), 112U);
     }
     EXPECT_EQ(m_folder.ReadFile("x.zip"), m_bytes);
     for (const bool byRename : {true, false})
@@ -251,7 +255,7 @@ TEST_F(CZipArchive, AFailedSaveLeavesTheOldArchive)
         if (byRename)
             std::filesystem::rename(m_folder.Path("y.zip"), m_folder.Path("x.zip"));
         zip.Close(false);
-        EXPECT_EQ(zip.XGetLastFailure(), XZipFailure::kReplaced);
+        EXPECT_EQ(zip.GetLastFailure(), XZipFailure::kReplaced);
         EXPECT_EQ(m_folder.ReadFile("x.zip"), "another program's");
         m_folder.WriteFile("x.zip", m_bytes);
     }
@@ -262,19 +266,19 @@ TEST_F(CZipArchive, WhatCannotBeOpenedIsRefused)
 {
     CZip zip;
     EXPECT_FALSE(zip.Open(m_folder.WidePath("none.zip").c_str(), zipOpenReadOnly, false, nullptr));
-    EXPECT_EQ(zip.XGetLastSystemError(), 2U);
+    EXPECT_EQ(zip.GetLastSystemError(), 2U);
     EXPECT_FALSE(zip.Open(m_folder.WidePath("folder").c_str(), zipOpenReadOnly, false, nullptr));
     EXPECT_FALSE(zip.Open(m_folder.WidePath("a.txt").c_str(), zipOpenReadOnly, false, nullptr));
-    EXPECT_EQ(zip.XGetLastFailure(), XZipFailure::kNoArchive);
+    EXPECT_EQ(zip.GetLastFailure(), XZipFailure::kNoArchive);
     EXPECT_FALSE(zip.Open(m_folder.WidePath("none/new.zip").c_str(), zipCreate, false, nullptr));
-    EXPECT_EQ(zip.XGetLastFailure(), XZipFailure::kSystem);
+    EXPECT_EQ(zip.GetLastFailure(), XZipFailure::kSystem);
     EXPECT_FALSE(zip.Open(nullptr, zipCreate, false, nullptr));
     EXPECT_EQ(Thrown([&] { zip.Open(m_folder.WidePath("folder").c_str(), zipCreate, true, nullptr); }), fileGeneric);
     Open(zip, zipOpenReadOnly);
     EXPECT_FALSE(zip.Open(m_path.c_str(), zipOpenReadOnly, false, nullptr));
     EXPECT_EQ(zip.GetCount(false), 3);
     EXPECT_FALSE(zip.DeleteFiles(TextsOf({L"a.txt"})));
-    EXPECT_EQ(zip.XGetLastFailure(), XZipFailure::kReadOnly);
+    EXPECT_EQ(zip.GetLastFailure(), XZipFailure::kReadOnly);
     zip.Close(true);
     Open(zip);
     EXPECT_FALSE(zip.AddNewFile(m_path.c_str(), false, zipLevelDefault)) << "an archive in itself";
@@ -283,6 +287,56 @@ TEST_F(CZipArchive, WhatCannotBeOpenedIsRefused)
     EXPECT_FALSE(zip.AddNewFile(m_folder.WidePath("none").c_str(), false, zipLevelDefault));
     zip.Close(true);
     EXPECT_EQ(m_folder.ReadFile("x.zip"), m_bytes);
+}
+
+TEST_F(CZipArchive, LimitsHold)
+{
+    CZip zip;
+    Open(zip, zipOpenReadOnly);
+    const auto extract = [&] { return zip.ExtractFile(2, m_out.c_str(), false, nullptr, false); };
+    zip.SetLimits({2500000, 100});
+    EXPECT_EQ(extract(), zipFailed);
+    EXPECT_EQ(zip.GetLastFailure(), XZipFailure::kTooLarge);
+    EXPECT_FALSE(m_folder.Exists("out/b.bin"));
+    zip.SetLimits({2500000, 100000});
+    EXPECT_EQ(extract(), zipExtracted);
+    EXPECT_EQ(extract(), zipExtracted);
+    EXPECT_EQ(extract(), zipFailed) << "all together";
+}
+
+TEST(CZip, HostileEntriesMakeNoFile)
+{
+    const TempFolder folder;
+    std::vector<RawEntry> entries;
+    for (const char* const name : {"../up", "/root", "C:\\x", "a\\b", "a/../../b", "nul", "con.txt"})
+        entries.push_back({name, "x"});
+    const std::size_t unsafe = entries.size();
+    entries.push_back({"link", "/etc", false, 0x0800, 0120777u << 16});
+    RawEntry lie{"more than declared", std::string(100000, 'x'), true};
+    lie.size = 10;
+    entries.push_back(lie);
+    RawEntry damaged{"damaged", "contents"};
+    damaged.checksum = 1;
+    entries.push_back(damaged);
+    entries.push_back({"sound", "contents"});
+    const std::wstring path = folder.WriteFile("x.zip", RawZip(entries));
+    CZip zip;
+    ASSERT_TRUE(zip.Open(path.c_str(), zipOpenReadOnly, false, nullptr));
+    const auto extract = [&](std::size_t index) {
+        return zip.ExtractFile(static_cast<unsigned>(index), folder.WidePath("out").c_str(), true, nullptr, false);
+    };
+    for (std::size_t index = 0; index < unsafe; ++index)
+    {
+        EXPECT_EQ(extract(index), zipSkipped) << index;
+        EXPECT_EQ(zip.GetLastFailure(), XZipFailure::kUnsafeName) << index;
+    }
+    EXPECT_EQ(extract(unsafe), zipSkipped);
+    EXPECT_EQ(zip.GetLastFailure(), XZipFailure::kSpecialFile);
+    EXPECT_EQ(extract(unsafe + 1), zipFailed);
+    EXPECT_EQ(extract(unsafe + 2), zipFailed);
+    EXPECT_EQ(zip.GetLastFailure(), XZipFailure::kDamaged);
+    EXPECT_EQ(extract(unsafe + 3), zipExtracted);
+    EXPECT_EQ(std::distance(std::filesystem::recursive_directory_iterator(folder.Path()), {}), 3);
 }
 
 TEST(CZip, EncryptedEntriesNeedTheirPassword)
@@ -300,16 +354,16 @@ TEST(CZip, EncryptedEntriesNeedTheirPassword)
     CZip zip;
     ASSERT_TRUE(zip.Open(path.c_str(), zipOpenReadOnly, false, nullptr));
     CZipFileInfo info;
-    EXPECT_TRUE(zip.GetFileInfo(info, 0) && info.XGetEncryption() == XZipEncryption::kAes256);
+    EXPECT_TRUE(zip.GetFileInfo(info, 0) && info.GetEncryption() == XZipEncryption::kAes256);
     for (const unsigned index : {0U, 1U})
     {
         zip.SetPassword(nullptr);
         EXPECT_EQ(zip.ExtractFile(index, folder.WidePath("out").c_str(), true, nullptr, false), zipFailed);
-        EXPECT_EQ(zip.XGetLastFailure(), XZipFailure::kPasswordNeeded);
+        EXPECT_EQ(zip.GetLastFailure(), XZipFailure::kPasswordNeeded);
         zip.SetPassword(L"wrong");
-        EXPECT_EQ(zip.XTestFile(index), zipFailed);
-        EXPECT_TRUE(zip.XGetLastFailure() == XZipFailure::kWrongPassword ||
-                    zip.XGetLastFailure() == XZipFailure::kWrongPasswordOrDamaged);
+        EXPECT_EQ(zip.TestFile(index), zipFailed);
+        EXPECT_TRUE(zip.GetLastFailure() == XZipFailure::kWrongPassword ||
+                    zip.GetLastFailure() == XZipFailure::kWrongPasswordOrDamaged);
         zip.SetPassword(L"p\u00E4ss");
         EXPECT_EQ(zip.ExtractFile(index, folder.WidePath("out").c_str(), true, nullptr, false), zipExtracted);
     }

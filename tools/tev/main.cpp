@@ -8,6 +8,7 @@
 #include "tools/tev/TextCommands.h"
 #include "tools/tev/Tool.h"
 #include "tools/tev/WatchCommand.h"
+#include "tools/tev/ZipCommands.h"
 
 #include <CLI/CLI.hpp>
 
@@ -17,8 +18,8 @@ using namespace tev::tool;
 
 // A family of commands has a file of its own and one line here.
 constexpr void (*kCommandFamilies[])(CLI::App&, Session&) = {
-    AddTextCommands, AddArchiveCommands,  AddColourCommand,    AddFileTypeCommands,
-    AddLogCommands,  AddSettingsCommands, AddRegistryCommands, AddWatchCommand,
+    AddTextCommands,     AddArchiveCommands,  AddColourCommand, AddFileTypeCommands, AddLogCommands,
+    AddSettingsCommands, AddRegistryCommands, AddWatchCommand,  AddZipCommands,
 };
 
 std::string UsageError(const CLI::App*, const CLI::Error& error)

@@ -1,0 +1,274 @@
+#include "tools/tev/ZipCommands.h"
+
+#include "services/CXTime.h"
+#include "services/Paths.h"
+#include "tools/tev/System.h"
+#include "tools/tev/Table.h"
+#include "tools/tev/Tool.h"
+#include "tools/tev/ZipWork.h"
+
+#include <CLI/CLI.hpp>
+
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace tev::tool
+{
+namespace
+{
+constexpr const char* kNothing = "-";
+
+const std::map<std::string, XZipEncryption> kEncryptions = {
+    {"aes128", XZipEncryption::kAes128},
+    {"aes192", XZipEncryption::kAes192},
+    {"aes256", XZipEncryption::kAes256},
+    {"traditional", XZipEncryption::kTraditional},
+};
+
+const std::map<unsigned, std::string> kMethods = {{0, "stored"}, {8, "deflated"}, {9, "deflate64"}, {12, "bzip2"},
+                                                  {14, "lzma"},  {93, "zstd"},    {95, "xz"}};
+
+struct Options
+{
+    std::string m_archive;
+    std::vector<std::string> m_names;
+    std::string m_format;
+    std::string m_password;
+    std::string m_encryption = "aes256";
+    std::string m_folder = ".";
+    bool m_flat = false;
+    bool m_fullPath = false;
+    int m_level = zipLevelDefault;
+    std::string m_oldName;
+    std::string m_newName;
+};
+
+using Command = void (*)(Session& session, const Options& options);
+
+void GivePassword(ZipWork& work, const Options& options)
+{
+    work.Zip().SetPassword(Widen(options.m_password).c_str(), kEncryptions.at(options.m_encryption));
+}
+
+CZipFileInfo Describe(ZipWork& work, unsigned index)
+{
+    CZipFileInfo info;
+    work.Require(work.Zip().GetFileInfo(info, index), "entry " + std::to_string(index));
+    return info;
+}
+
+std::string MethodText(const CZipFileInfo& info)
+{
+    const auto method = kMethods.find(info.GetMethod());
+    return method != kMethods.end() ? method->second : std::to_string(info.GetMethod());
+}
+
+std::string EncryptionText(const CZipFileInfo& info)
+{
+    for (const auto& [name, encryption] : kEncryptions)
+    {
+        if (encryption == info.GetEncryption())
+            return name;
+    }
+    return info.GetEncryption() == XZipEncryption::kNone ? kNothing : "unknown";
+}
+
+Row RowOf(const CZipFileInfo& info)
+{
+    const std::string modified = Narrow(CXTime(info.GetModifiedTime()).Format(L"%Y-%m-%d %H:%M:%S"));
+    return {std::to_string(info.GetUncompressedSize()),
+            std::to_string(info.GetCompressedSize()),
+            info.GetModifiedTime() != 0 ? modified : kNothing,
+            info.IsDirectory() ? "folder" : MethodText(info),
+            EncryptionText(info),
+            Narrow(info.GetFileName())};
+}
+
+void RunList(Session& session, const Options& options)
+{
+    ZipWork work(options.m_archive, zipOpenReadOnly);
+    std::vector<Row> rows;
+    for (const unsigned index : work.Find(options.m_names))
+        rows.push_back(RowOf(Describe(work, index)));
+    const bool asTable = options.m_format == "table" || (options.m_format.empty() && IsTerminal(kStandardOutput));
+    if (asTable)
+    {
+        PrintTable(session.m_output,
+                   {{"SIZE", true}, {"PACKED", true}, {"MODIFIED"}, {"METHOD"}, {"ENCRYPTION"}, {"NAME"}}, rows);
+        return;
+    }
+    for (const Row& row : rows)
+        PrintFields(session.m_output, row);
+}
+
+/// Does something to each of the entries that the user named. One that fails keeps nobody else from its turn.
+template <class Work>
+void ForEachEntry(Session& session, const Options& options, ZipWork& work, Work&& onEntry)
+{
+    const std::vector<unsigned> indexes = work.Find(options.m_names);
+    unsigned __int64 total = 0;
+    for (const unsigned index : indexes)
+        total += Describe(work, index).GetUncompressedSize();
+    work.ExpectBytes(total);
+    for (const unsigned index : indexes)
+    {
+        const std::string name = Narrow(Describe(work, index).GetFileName());
+        Attempt(session, options.m_archive,
+                [&] { work.Require(onEntry(index) == zipExtracted, options.m_archive + ": " + name); });
+    }
+}
+
+void RunTest(Session& session, const Options& options)
+{
+    ZipWork work(options.m_archive, zipOpenReadOnly);
+    GivePassword(work, options);
+    int sound = 0;
+    ForEachEntry(session, options, work, [&](unsigned index) {
+        const ZipExtractResult result = work.Zip().TestFile(index);
+        sound += result == zipExtracted ? 1 : 0;
+        return result;
+    });
+    session.m_output.Write(options.m_archive + (session.m_exitCode == kExitDone ? ": sound, " : ": damaged, ") +
+                           std::to_string(sound) + (sound == 1 ? " entry is sound\n" : " entries are sound\n"));
+}
+
+void RunExtract(Session& session, const Options& options)
+{
+    ZipWork work(options.m_archive, zipOpenReadOnly);
+    GivePassword(work, options);
+    const std::wstring folder = Widen(options.m_folder);
+    ForEachEntry(session, options, work, [&](unsigned index) {
+        return work.Zip().ExtractFile(index, folder.c_str(), !options.m_flat, nullptr, false);
+    });
+}
+
+void RunAdd(Session&, const Options& options)
+{
+    const bool exists = fileExists(Widen(options.m_archive).c_str());
+    ZipWork work(options.m_archive, exists ? zipOpenReadWrite : zipCreate);
+    GivePassword(work, options);
+    for (const ZipAdding& file : FilesToAdd(options.m_names, options.m_fullPath))
+    {
+        if (fileIsSameFile(Widen(file.m_path).c_str(), Widen(options.m_archive).c_str()))
+            continue; // the archive lies in the folder that is added
+        const bool isAdded = work.Zip().AddNewFile(Widen(file.m_path).c_str(), Widen(file.m_entryName).c_str(),
+                                                   static_cast<ZipCompressionLevel>(options.m_level));
+        work.Require(isAdded, file.m_path);
+    }
+    work.Save();
+}
+
+void RunDelete(Session&, const Options& options)
+{
+    ZipWork work(options.m_archive, zipOpenReadWrite);
+    CXArray<CXTString<wchar_t>, const CXTString<wchar_t>&> names;
+    for (const unsigned index : work.Find(options.m_names))
+        names.Add(Describe(work, index).GetFileName());
+    work.Require(work.Zip().DeleteFiles(names), options.m_archive);
+    work.Save();
+}
+
+void RunRename(Session&, const Options& options)
+{
+    ZipWork work(options.m_archive, zipOpenReadWrite);
+    CXArray<CXTString<wchar_t>, const CXTString<wchar_t>&> oldNames;
+    CXArray<CXTString<wchar_t>, const CXTString<wchar_t>&> newNames;
+    oldNames.Add(Widen(options.m_oldName).c_str());
+    newNames.Add(Widen(options.m_newName).c_str());
+    work.Require(work.Zip().RenameFiles(oldNames, newNames), options.m_archive + ": " + options.m_oldName);
+    work.Save();
+}
+
+/// Builds the commands, which share their arguments.
+class Family
+{
+public:
+    Family(CLI::App& zip, Session& session) : m_zip(zip), m_session(session) {}
+
+    struct Added
+    {
+        CLI::App& m_command;
+        Options& m_options;
+    };
+
+    Added Add(const char* name, const char* help, Command run)
+    {
+        const auto options = std::make_shared<Options>();
+        CLI::App& command = *m_zip.add_subcommand(name, help);
+        command.add_option("ARCHIVE", options->m_archive, "The archive; of a split one the .zip")
+            ->required()
+            ->type_name("");
+        command.callback([&session = m_session, options, run] {
+            Attempt(session, options->m_archive, [&] { run(session, *options); });
+        });
+        return {command, *options};
+    }
+
+    static CLI::Option& AddNames(const Added& added, const char* name, const char* help)
+    {
+        return *added.m_command.add_option(name, added.m_options.m_names, help)->type_name("");
+    }
+
+    static void AddPassword(const Added& added)
+    {
+        added.m_command.add_option("--password", added.m_options.m_password, "The password of encrypted entries")
+            ->type_name("PASSWORD");
+    }
+
+private:
+    CLI::App& m_zip;
+    Session& m_session;
+};
+} // namespace
+
+void AddZipCommands(CLI::App& tool, Session& session)
+{
+    constexpr const char* kNamesHelp = "The entries, in which * and ? stand for any characters; all if none";
+    CLI::App& zip = *tool.add_subcommand("zip", "Look into ZIP archives, extract from them and change them");
+    zip.require_subcommand(1);
+    Family family(zip, session);
+
+    const Family::Added list = family.Add("list", "List entries: sizes, time, method, encryption, name", RunList);
+    Family::AddNames(list, "NAME", kNamesHelp);
+    list.m_command
+        .add_option("--format", list.m_options.m_format,
+                    "table for people, fields for programs;\na table on a terminal and else fields if not given")
+        ->check(CLI::IsMember({"table", "fields"}).description(""))
+        ->type_name("FORMAT");
+
+    const Family::Added test =
+        family.Add("test", "Read entries and check them; the exit code is 1 where one is damaged", RunTest);
+    Family::AddNames(test, "NAME", kNamesHelp);
+    Family::AddPassword(test);
+
+    const Family::Added extract = family.Add("extract", "Extract entries beneath a folder, never outside", RunExtract);
+    Family::AddNames(extract, "NAME", kNamesHelp);
+    Family::AddPassword(extract);
+    extract.m_command.add_option("--to", extract.m_options.m_folder, "The folder; this one if not given")
+        ->type_name("FOLDER");
+    extract.m_command.add_flag("--flat", extract.m_options.m_flat, "Without the folders of their names");
+
+    const Family::Added add =
+        family.Add("add", "Add files, and folders with all that is in them, to an archive or a new one", RunAdd);
+    Family::AddNames(add, "FILE", "What is added").required();
+    Family::AddPassword(add);
+    add.m_command
+        .add_option("--encryption", add.m_options.m_encryption, "How a password encrypts; aes256 if not given")
+        ->check(CLI::IsMember(kEncryptions).description(""))
+        ->type_name("aes128|aes192|aes256|traditional");
+    add.m_command.add_option("--level", add.m_options.m_level, "0 stores, 1 is the fastest, 9 the smallest")
+        ->check(CLI::Range(static_cast<int>(zipLevelStore), static_cast<int>(zipLevelBest)).description(""))
+        ->type_name("LEVEL");
+    add.m_command.add_flag("--full-path", add.m_options.m_fullPath, "Under the whole path and not only the last name");
+
+    const Family::Added remove = family.Add("delete", "Delete entries", RunDelete);
+    Family::AddNames(remove, "NAME", "The entries, in which * and ? stand for any characters").required();
+
+    const Family::Added rename = family.Add("rename", "Give an entry another name", RunRename);
+    rename.m_command.add_option("OLD", rename.m_options.m_oldName, "Its name")->required()->type_name("");
+    rename.m_command.add_option("NEW", rename.m_options.m_newName, "Its new name")->required()->type_name("");
+}
+
+} // namespace tev::tool

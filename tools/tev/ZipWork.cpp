@@ -1,0 +1,156 @@
+#include "tools/tev/ZipWork.h"
+
+#include "core/CXFileException.h"
+#include "tools/tev/System.h"
+#include "tools/tev/Tool.h"
+
+#include <algorithm>
+#include <set>
+
+namespace tev::tool
+{
+namespace
+{
+const char* TextOf(XZipFailure failure)
+{
+    switch (failure)
+    {
+    case XZipFailure::kNoArchive:
+        return "is no ZIP archive";
+    case XZipFailure::kDamaged:
+        return "is damaged";
+    case XZipFailure::kUnsupported:
+        return "is compressed or encrypted in a way that is not known here";
+    case XZipFailure::kMissingVolume:
+        return "a volume of the split archive is missing";
+    case XZipFailure::kPasswordNeeded:
+        return "needs a password";
+    case XZipFailure::kWrongPassword:
+        return "wrong password";
+    case XZipFailure::kWrongPasswordOrDamaged:
+        return "wrong password, or damaged";
+    case XZipFailure::kExists:
+        return "the archive has an entry of that name";
+    case XZipFailure::kNotFound:
+        return "the archive has no such entry";
+    case XZipFailure::kUnsafeName:
+        return "the name leads out of its folder or cannot be a file's everywhere";
+    case XZipFailure::kSpecialFile:
+        return "is a link, a device or the like, and left out";
+    case XZipFailure::kTooLarge:
+        return "unfolds to more than is allowed";
+    case XZipFailure::kReadOnly:
+        return "can only be read, as split archives";
+    case XZipFailure::kReplaced:
+        return "has been changed by another program meanwhile";
+    case XZipFailure::kSkipped:
+    case XZipFailure::kCancelled:
+        return "was cancelled";
+    default:
+        return "cannot be used here";
+    }
+}
+
+CXTString<wchar_t> WideText(const std::string& text)
+{
+    return CXTString<wchar_t>(Widen(text).c_str());
+}
+} // namespace
+
+ZipWork::ZipWork(const std::string& name, ZipOpenMode mode) : m_name(name)
+{
+    Require(m_zip.Open(WideText(name), mode, false, this), name);
+}
+
+ZipWork::~ZipWork()
+{
+    m_zip.Discard();
+}
+
+std::vector<unsigned> ZipWork::Find(const std::vector<std::string>& names)
+{
+    std::set<unsigned> found;
+    for (const std::string& name : names)
+    {
+        const CXTString<wchar_t> wide = WideText(name);
+        const unsigned index = m_zip.FindFile(wide, true, false);
+        CXArray<unsigned, unsigned> matching;
+        if (index != xZipNoEntry)
+            found.insert(index);
+        else if (m_zip.FindMatchingFiles(matching, wide, true, false) != 0)
+            found.insert(matching.begin(), matching.end());
+        else
+            throw Failure(m_name, "has no entry " + name);
+    }
+    for (unsigned index = 0; names.empty() && index < static_cast<unsigned>(m_zip.GetCount(false)); ++index)
+        found.insert(found.end(), index);
+    return std::vector<unsigned>(found.begin(), found.end());
+}
+
+void ZipWork::ExpectBytes(unsigned __int64 total)
+{
+    m_progress.emplace(m_name, total, Progress::Beside::kNothing);
+}
+
+void ZipWork::Save()
+{
+    m_zip.Close(false);
+    m_progress.reset();
+    Require(m_zip.GetLastFailure() == XZipFailure::kNone, m_name);
+}
+
+void ZipWork::Require(bool done, const std::string& subject) const
+{
+    if (done)
+        return;
+    const XZipFailure failure = m_zip.GetLastFailure();
+    if (failure == XZipFailure::kSystem)
+        CXFileException::Throw(CXFileException::OsErrorToException(m_zip.GetLastSystemError()), WideText(subject));
+    throw Failure(subject, TextOf(failure));
+}
+
+bool ZipWork::OnProgress(unsigned __int64 processed)
+{
+    m_done = processed;
+    if (m_progress)
+        m_progress->Show(m_doneBefore + m_done);
+    return true;
+}
+
+void ZipWork::OnActionBegin(XZipAction action, unsigned __int64 total)
+{
+    m_done = 0;
+    if (action == XZipAction::kSaving)
+        ExpectBytes(total);
+}
+
+void ZipWork::OnActionEnd(XZipAction) noexcept
+{
+    m_doneBefore += m_done;
+}
+
+std::vector<ZipAdding> FilesToAdd(const std::vector<std::string>& paths, bool fullPath)
+{
+    namespace fs = std::filesystem;
+    std::vector<ZipAdding> files;
+    for (const std::string& name : paths)
+    {
+        fs::path path = SystemPath(name).lexically_normal();
+        if (!path.has_filename())
+            path = path.parent_path();
+        const fs::path named = path == "." || path == ".." ? fs::canonical(path) : path;
+        const fs::path entry = fullPath ? named : named.filename();
+        files.push_back({name, entry.string()});
+        if (!fs::is_directory(path))
+            continue;
+        std::vector<fs::path> within;
+        for (const fs::directory_entry& file : fs::recursive_directory_iterator(path))
+            within.push_back(file.path());
+        std::sort(within.begin(), within.end());
+        for (const fs::path& file : within)
+            files.push_back({file.string(), (entry / file.lexically_relative(path)).string()});
+    }
+    return files;
+}
+
+} // namespace tev::tool
