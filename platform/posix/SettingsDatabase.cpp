@@ -193,7 +193,8 @@ unsigned SettingsDatabase::Connect(bool create)
     const bool isThere = stat(m_path.c_str(), &status) == 0;
     const int error = errno;
     const Identity found{status.st_dev, status.st_ino};
-    if (m_connection != nullptr && (m_isBroken || !isThere || !(found == m_identity)))
+    // One that takes the file as it is would not see what others do to it.
+    if (m_connection != nullptr && (m_isBroken || m_isAsItIs || !isThere || !(found == m_identity)))
         Close(Closing::LeaveFiles);
     if (m_connection != nullptr)
         return kSettingsDone;
@@ -218,6 +219,7 @@ unsigned SettingsDatabase::Open(bool create)
     {
         Close(Closing::LeaveFiles);
         error = OpenFile(ImmutableName(m_path), SQLITE_OPEN_READONLY | SQLITE_OPEN_URI);
+        m_isAsItIs = true;
         if (error == kSettingsDone)
             error = Prepare(false);
     }
@@ -263,7 +265,11 @@ unsigned SettingsDatabase::OpenFile(const std::string& name, int flags)
 unsigned SettingsDatabase::Prepare(bool create)
 {
     bool isNew = false;
-    unsigned error = CheckLayout(isNew);
+    unsigned error = Execute("BEGIN"); // another process may be making the layout
+    if (error == kSettingsDone)
+        error = CheckLayout(isNew);
+    if (error == kSettingsDone)
+        error = Execute("COMMIT");
     if (error == kSettingsDone && isNew)
         error = create ? MakeLayout() : kSettingsNotFound;
     if (error == kSettingsDone)
@@ -363,6 +369,7 @@ void SettingsDatabase::Close(Closing closing) noexcept
         sqlite3_db_config(m_connection, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
     sqlite3_close(std::exchange(m_connection, nullptr));
     m_isBroken = false;
+    m_isAsItIs = false;
 }
 
 unsigned SettingsDatabase::ErrorOf(int result)
@@ -379,6 +386,7 @@ unsigned SettingsDatabase::ErrorOf(int result)
         return kSettingsDone;
     case SQLITE_BUSY:
     case SQLITE_LOCKED:
+    case SQLITE_PROTOCOL:
         return kSettingsBusy;
     case SQLITE_NOMEM:
         return kSettingsNoMemory;

@@ -105,6 +105,7 @@ private:
     std::array<sqlite3_stmt*, static_cast<std::size_t>(SettingsStatement::Count)> m_statements{};
     Identity m_identity;
     bool m_isBroken = false;
+    bool m_isAsItIs = false; ///< read without locks, see MustBeReadAsItIs
 };
 
 /// One run of a statement, from binding its arguments to its last row.

@@ -183,6 +183,23 @@ TEST_F(SettingsStore, ProcessesThatWriteAtOnceLoseNothing)
     EXPECT_EQ(Ask(File(), "PRAGMA integrity_check"), "ok");
 }
 
+TEST_F(SettingsStore, ProcessesThatMakeTheFileAtOnceMakeOne)
+{
+    for (int round = 0; round < 10; ++round)
+    {
+        const EnvironmentVariable fresh("TEVTOOLS_REGISTRY", File() + std::to_string(round));
+        std::vector<std::unique_ptr<Process>> processes;
+        for (int process = 0; process < 4; ++process)
+            processes.push_back(std::make_unique<Process>([process] {
+                CRegUtil registry(kAll);
+                return registry.SetPath(kPath, true) && registry.WriteKeyInt(std::to_wstring(process).c_str(), 1);
+            }));
+        for (const auto& process : processes)
+            EXPECT_TRUE(process->EndsWell());
+        EXPECT_EQ(Ask(File() + std::to_string(round), "SELECT count(*) FROM entries"), "4");
+    }
+}
+
 TEST_F(SettingsStore, AWriterWaitsForAnotherProcess)
 {
     CRegUtil registry(kAll);
@@ -190,7 +207,6 @@ TEST_F(SettingsStore, AWriterWaitsForAnotherProcess)
     int ready[2];
     ASSERT_EQ(pipe(ready), 0);
     Process other([&] {
-        Ask(File(), "BEGIN IMMEDIATE; SELECT 1; COMMIT");
         sqlite3* database = nullptr;
         sqlite3_open(File().c_str(), &database);
         const bool locked = sqlite3_exec(database, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr) == SQLITE_OK;
