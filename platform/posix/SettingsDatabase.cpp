@@ -50,6 +50,7 @@ constexpr const char* kStatements[] = {
     "SELECT name, fold FROM entries WHERE key = ?1 AND fold >= ?2 ORDER BY fold LIMIT 1",
     "SELECT name, fold FROM entries WHERE key = ?1 AND fold > ?2 ORDER BY fold LIMIT 1",
     "SELECT type, data FROM entries WHERE key = ?1 AND fold = ?2",
+    "SELECT type, length(data) FROM entries WHERE key = ?1 AND fold = ?2", // reads none of the data
     ("INSERT INTO entries (key, fold, name, type, data) VALUES (?1, ?2, ?3, ?4, ?5)"
      " ON CONFLICT (key, fold) DO UPDATE SET type = excluded.type, data = excluded.data"),
     "DELETE FROM entries WHERE key = ?1 AND fold = ?2",

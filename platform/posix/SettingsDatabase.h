@@ -43,6 +43,7 @@ enum class SettingsStatement
     ValueFrom,
     ValueAfter,
     ReadValue,
+    MeasureValue,
     WriteValue,
     DeleteValue,
     AllKeys,

@@ -97,9 +97,9 @@ unsigned OpenOrCreate(SettingsKey parent, const wchar_t* path, unsigned access, 
     return error;
 }
 
-/// Finds a value; `use` sees its type and data.
+/// Finds a value; `use` sees the row that the statement gives.
 template <class USE>
-unsigned UseValue(SettingsKey key, const wchar_t* name, USE use)
+unsigned UseValue(SettingsKey key, const wchar_t* name, SettingsStatement statement, USE use)
 {
     SettingsName sought;
     if (!MakeValueName(name, sought))
@@ -107,10 +107,10 @@ unsigned UseValue(SettingsKey key, const wchar_t* name, USE use)
     const UsedKey used(key, kSettingsQueryValue);
     if (used.Error() != kSettingsDone)
         return used.Error();
-    SettingsQuery query(used.Database(), SettingsStatement::ReadValue);
+    SettingsQuery query(used.Database(), statement);
     const unsigned error = query.With(used.State().id).With(sought.folded).Next();
     if (error == kSettingsDone)
-        return use(static_cast<unsigned>(query.Number(0)), query.Bytes(1));
+        return use(query);
     return error == kSettingsNoMoreItems ? used.WhyMissing(kSettingsNotFound) : error;
 }
 
@@ -200,21 +200,28 @@ unsigned CloseSettingsKey(SettingsKey key)
 
 unsigned ReadSettingsValue(SettingsKey key, const wchar_t* name, SettingsValue& value)
 {
-    return UseValue(key, name, [&](unsigned type, std::string_view data) {
-        value.type = type;
-        value.data.assign(data);
+    return UseValue(key, name, SettingsStatement::ReadValue, [&](const SettingsQuery& found) {
+        value.type = static_cast<unsigned>(found.Number(0));
+        value.data.assign(found.Bytes(1));
         return unsigned{kSettingsDone};
     });
 }
 
 unsigned ReadSettingsValue(SettingsKey key, const wchar_t* name, unsigned& type, void* buffer, std::uint64_t& size)
 {
-    return UseValue(key, name, [&](unsigned foundType, std::string_view data) {
+    if (buffer == nullptr)
+        return UseValue(key, name, SettingsStatement::MeasureValue, [&](const SettingsQuery& found) {
+            type = static_cast<unsigned>(found.Number(0));
+            size = static_cast<std::uint64_t>(found.Number(1));
+            return unsigned{kSettingsDone};
+        });
+    return UseValue(key, name, SettingsStatement::ReadValue, [&](const SettingsQuery& found) {
+        const std::string_view data = found.Bytes(1);
         const std::uint64_t room = std::exchange(size, data.size());
-        type = foundType;
-        if (buffer != nullptr && room < data.size())
+        type = static_cast<unsigned>(found.Number(0));
+        if (room < data.size())
             return unsigned{kSettingsMoreData};
-        if (buffer != nullptr && !data.empty())
+        if (!data.empty())
             std::memcpy(buffer, data.data(), data.size());
         return unsigned{kSettingsDone};
     });

@@ -3,6 +3,7 @@
 #include "tests/support/PrintText.h"
 #include "tests/support/TestRegistry.h"
 #include "ui/CUserInterface.h"
+#include "ui/Language.h"
 
 #include <gtest/gtest.h>
 
@@ -144,13 +145,16 @@ public:
 
 TEST_F(RegUtil, TheDefaultPathNeedsTheNameOfTheApplication)
 {
+    const XLanguage language = XGetLanguage();
+    XSetLanguage(XLanguage::English);
     Host host;
     CUserInterface* const before = XSetUserInterface(&host);
     CRegUtil nameless(kAll);
     EXPECT_EQ(nameless.GetLastError(), 0);
     EXPECT_FALSE(nameless.SetPath());
     XSetUserInterface(before);
-    EXPECT_FALSE(host.m_text.IsEmpty());
+    XSetLanguage(language);
+    EXPECT_EQ(host.m_text, L"Default form of SetPath requires you to specify the appname in the constructor.");
 
     CRegUtil named(L"Viewer", kAll);
     EXPECT_EQ(named.GetLastError(), 21);
