@@ -25,13 +25,14 @@ using tev::platform::FileInformation;
 using tev::platform::PlainZipReader;
 using tev::platform::UnpackResult;
 using Ending = tev::ZipExtraction::Ending;
+using Failure = CXExtractionFailure;
 using Text = CXTString<wchar_t>;
 
 constexpr wchar_t kTemporaryPrefix[] = L"MiniZip";
 
-/// Does the work, which failed when it throws.
-template <class WORK>
-bool Try(WORK&& work)
+/// Does the work, whose answer is that of `thrown` when it throws.
+template <class WORK, class THROWN>
+bool Try(WORK&& work, THROWN&& thrown)
 {
     try
     {
@@ -40,12 +41,12 @@ bool Try(WORK&& work)
     catch (CXException* exception)
     {
         exception->Delete();
+        return thrown(Failure::kNotWritable);
     }
     catch (const std::bad_alloc&)
     {
-        // as good as a file that cannot be read
+        return thrown(Failure::kNoMemory);
     }
-    return false;
 }
 
 std::string SystemPath(const Text& path)
@@ -72,16 +73,18 @@ using Magic = std::array<unsigned char, 4>;
 /// The first bytes of a file, and how many there are.
 std::size_t ReadMagic(const Text& path, Magic& magic)
 {
-    if (!fileIsFile(path)) // a pipe would wait
-        return 0;
-    tev::platform::FileSystem& files = tev::platform::CurrentFileSystem();
-    const tev::platform::FileHandle file = files.Open(path, {});
-    if (file == nullptr)
-        return 0;
     std::size_t count = 0;
-    const bool isRead = files.Read(file, magic.data(), magic.size(), count);
-    static_cast<void>(files.Close(file));
-    return isRead ? count : 0;
+    const auto read = [&] {
+        if (!fileIsFile(path)) // a pipe would wait
+            return false;
+        tev::platform::FileSystem& files = tev::platform::CurrentFileSystem();
+        const tev::platform::FileHandle file = files.Open(path, {});
+        if (file == nullptr)
+            return false;
+        const bool isRead = files.Read(file, magic.data(), magic.size(), count);
+        return files.Close(file) && isRead;
+    };
+    return Try(read, [](Failure) { return false; }) ? count : 0;
 }
 
 /// Where a path leads, in two parts.
@@ -112,10 +115,10 @@ CMiniZip::~CMiniZip()
 
 bool CMiniZip::ExtractZip(const CXTString<wchar_t>& zipPath, const CXTString<wchar_t>& destFolder, bool keepFiles)
 {
-    const bool isDone = Try([&] {
+    const auto extract = [&] {
         StartAnew();
         if (!fileExists(zipPath))
-            return false;
+            return Fail(Failure::kNotFound);
         m_keepFiles = keepFiles;
         m_destFolder = destFolder;
         if (destFolder.IsEmpty() && !keepFiles)
@@ -124,7 +127,8 @@ bool CMiniZip::ExtractZip(const CXTString<wchar_t>& zipPath, const CXTString<wch
             m_temporaryFolderCreated = true;
         }
         return ExtractEntries(zipPath);
-    });
+    };
+    const bool isDone = Try(extract, [this](Failure failure) { return Fail(failure); });
     if (!isDone && m_temporaryFolderCreated)
         Clean();
     return isDone;
@@ -138,20 +142,19 @@ bool CMiniZip::ExtractEntries(const CXTString<wchar_t>& zipPath)
         // Before anything can fail, so that it can be removed.
         const std::unique_ptr<ContainedFolder> temporary = ContainedFolder::OpenItself(destination);
         if (temporary == nullptr)
-            return false;
+            return Fail(Failure::kNotWritable);
         m_files->Start(*temporary);
     }
     CXTString<char> password;
-    if (!XEncodeText(m_password, m_password.GetLength64(), xEncodingUtf8, password))
-        return false;
+    static_cast<void>(XEncodeText(m_password, m_password.GetLength64(), xEncodingUtf8, password)); // which always can
     const std::unique_ptr<PlainZipReader> reader =
         PlainZipReader::Open(zipPath, std::string(password.GetConstBuffer(), password.GetLength64()));
     if (reader == nullptr)
-        return false;
+        return Fail(Failure::kNoArchive);
     const std::unique_ptr<ContainedFolder> folder =
         ContainedFolder::Open(destination, ContainedFolder::Missing::Create);
     if (folder == nullptr)
-        return false;
+        return Fail(Failure::kNotWritable);
     folder->Protect(IdentityOf(zipPath));
     m_files->Start(*folder);
 
@@ -167,7 +170,9 @@ bool CMiniZip::ExtractEntries(const CXTString<wchar_t>& zipPath)
         OnExtractFile(SystemPath(root / WideText(file.m_path)).c_str(), this);
     for (const tev::ZipExtraction::SkippedEntry& entry : extraction.Skipped())
         m_skippedEntries.push_back({WideText(entry.m_name), entry.m_reason});
-    return ending == Ending::kDone && !m_extractedFiles.IsEmpty();
+    if (ending != Ending::kDone)
+        return Fail(ending == Ending::kCancelled ? Failure::kCancelled : Failure::kNotWritable);
+    return !m_extractedFiles.IsEmpty() || Fail(Failure::kNothingInIt);
 }
 
 int CMiniZip::OnExtractFile(char const* utf8Path, void* self)
@@ -178,61 +183,68 @@ int CMiniZip::OnExtractFile(char const* utf8Path, void* self)
 
 bool CMiniZip::ExtractGZip(const CXTString<wchar_t>& source, const CXTString<wchar_t>& destFile, bool keepFiles)
 {
-    return Try([&] {
+    const auto extract = [&] {
         StartAnew();
         if (!IsGZipFile(source))
-            return false;
+            return Fail(fileExists(source) ? Failure::kNoArchive : Failure::kNotFound);
         m_keepFiles = keepFiles;
         return ExtractStream(Stream::kGZip, source, destFile);
-    });
+    };
+    return Try(extract, [this](Failure failure) { return Fail(failure); });
 }
 
 bool CMiniZip::ExtractZStd(const CXTString<wchar_t>& source, const CXTString<wchar_t>& destFile, bool keepFiles)
 {
-    return Try([&] {
+    const auto extract = [&] {
         StartAnew();
-        if (!IsZStdFile(source) || !ExtractStream(Stream::kZStd, source, destFile))
+        if (!IsZStdFile(source))
+            return Fail(fileExists(source) ? Failure::kNoArchive : Failure::kNotFound);
+        if (!ExtractStream(Stream::kZStd, source, destFile))
             return false;
         m_keepFiles = keepFiles;
         return true;
-    });
+    };
+    return Try(extract, [this](Failure failure) { return Fail(failure); });
 }
 
 bool CMiniZip::ExtractZFile(const CXTString<wchar_t>& source, const CXTString<wchar_t>& destFile, bool keepFiles)
 {
     if (IsGZipFile(source))
         return ExtractGZip(source, destFile, keepFiles);
-    return IsZStdFile(source) && ExtractZStd(source, destFile, keepFiles);
+    return ExtractZStd(source, destFile, keepFiles); // which refuses what is neither
 }
 
 bool CMiniZip::ExtractStream(Stream stream, const CXTString<wchar_t>& source, const CXTString<wchar_t>& destFile)
 {
     FileInformation information;
-    if (fileIsSameFile(source, destFile) || !tev::platform::GetFileInformation(source, information))
-        return false;
-    const Target target = FindTarget(destFile);
+    if (!tev::platform::GetFileInformation(source, information))
+        return Fail(Failure::kNotFound);
+    const Target target = fileIsSameFile(source, destFile) ? Target() : FindTarget(destFile);
     const std::unique_ptr<ContainedFile> file =
         target.m_folder != nullptr ? target.m_folder->CreateFile(target.m_name) : nullptr;
     if (file == nullptr)
-        return false;
+        return Fail(Failure::kNotWritable);
+    if (!ReportProgress(0, information.size))
+        return Fail(Failure::kCancelled);
 
     unsigned __int64 written = 0;
-    bool isWanted = ReportProgress(0, information.size);
     const auto write = [&](const void* bytes, std::size_t count, unsigned __int64 consumed) {
         written += count;
-        isWanted = m_limits.Allows(written, information.size) && file->Write(bytes, count) &&
-                   ReportProgress(consumed, information.size);
-        return isWanted;
+        if (!m_limits.Allows(written, information.size))
+            return Fail(Failure::kTooLarge);
+        if (!file->Write(bytes, count))
+            return Fail(Failure::kNotWritable);
+        return ReportProgress(consumed, information.size) || Fail(Failure::kCancelled);
     };
-    if (!isWanted)
-        return false;
     const bool isGZip = stream == Stream::kGZip;
     const UnpackResult result =
         isGZip ? tev::platform::UnpackGzip(source, write) : tev::platform::UnpackZstd(source, write);
-    // A gzip stream counts as it is: what comes before its damage may be all that is left of a file.
-    const bool isUnread = result == UnpackResult::SourceFailed && written == 0;
-    if (!isWanted || isUnread || (result != UnpackResult::Done && !isGZip))
+    if (result == UnpackResult::Stopped)
         return false;
+    // A gzip stream counts as it is: what comes before its damage may be all that is left of a file.
+    const bool isUnread = result == UnpackResult::SourceFailed && (written == 0 || !isGZip);
+    if (isUnread || (result == UnpackResult::Damaged && !isGZip))
+        return Fail(isUnread ? Failure::kNoArchive : Failure::kDamaged);
 
     m_files->Start(*target.m_folder);
     m_files->Files().push_back({target.m_name, {}});
@@ -241,13 +253,13 @@ bool CMiniZip::ExtractStream(Stream stream, const CXTString<wchar_t>& source, co
         return true;
     m_files->Forget();
     m_extractedFiles.RemoveAll();
-    return false;
+    return Fail(Failure::kNotWritable);
 }
 
 bool CMiniZip::IsGZipFile(const CXTString<wchar_t>& path)
 {
     Magic magic = {};
-    return Try([&] { return ReadMagic(path, magic) >= 2 && magic[0] == 0x1F && magic[1] == 0x8B; });
+    return ReadMagic(path, magic) >= 2 && magic[0] == 0x1F && magic[1] == 0x8B;
 }
 
 bool CMiniZip::IsZStdFile(const CXTString<wchar_t>& path)
@@ -255,8 +267,7 @@ bool CMiniZip::IsZStdFile(const CXTString<wchar_t>& path)
     constexpr Magic kLittleEndian = {0x28, 0xB5, 0x2F, 0xFD};
     constexpr Magic kBigEndian = {0xFD, 0x2F, 0xB5, 0x28}; // accepted deliberately
     Magic magic = {};
-    return Try(
-        [&] { return ReadMagic(path, magic) == magic.size() && (magic == kLittleEndian || magic == kBigEndian); });
+    return ReadMagic(path, magic) == magic.size() && (magic == kLittleEndian || magic == kBigEndian);
 }
 
 bool CMiniZip::IsZFile(const CXTString<wchar_t>& path)
@@ -295,18 +306,22 @@ bool CMiniZip::ReportProgress(unsigned __int64 processed, unsigned __int64 total
 {
     try
     {
-        m_cancelled = ShouldCancelThread(0) || !OnProgress(processed, total);
+        return !ShouldCancelThread(0) && OnProgress(processed, total);
     }
     catch (CXException* exception)
     {
         exception->Delete();
-        m_cancelled = true;
     }
-    catch (...) // nothing may leave the threads that work here
+    catch (...) // NOLINT(bugprone-empty-catch): nothing may leave the threads that work here
     {
-        m_cancelled = true;
     }
-    return !m_cancelled;
+    return false;
+}
+
+bool CMiniZip::Fail(CXExtractionFailure failure) noexcept
+{
+    m_failure = failure;
+    return false;
 }
 
 /// Files that were kept are on their own from now on.
@@ -318,5 +333,5 @@ void CMiniZip::StartAnew()
     m_extractedFiles.RemoveAll();
     m_skippedEntries.clear();
     m_temporaryFolderCreated = false;
-    m_cancelled = false;
+    m_failure = Failure::kNone;
 }

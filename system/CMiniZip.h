@@ -55,8 +55,9 @@ public:
     const StringArray& GetExtractedFiles() const noexcept { return m_extractedFiles; }
     /// The entries that the last extraction of an archive left out, in its order.
     const std::vector<CXSkippedEntry>& GetSkippedEntries() const noexcept { return m_skippedEntries; }
-    /// Whether OnProgress ended the last extraction, or the request to the thread to end its work.
-    bool WasCancelled() const noexcept { return m_cancelled; }
+    /// Why the last extraction answered false; kCancelled when OnProgress ended it, or a request to the thread to end
+    /// its work (SetCancelThread).
+    CXExtractionFailure GetFailure() const noexcept { return m_failure; }
 
     /// Deletes what the last extraction wrote: the temporary folder with all that is in it, or else the files in the list.
     /// Only the very files that were written go, no folders, and nothing behind a link that was put in the way since.
@@ -86,6 +87,8 @@ private:
 
     static int OnExtractFile(char const* utf8Path, void* self);
     void StartAnew();
+    /// False, always.
+    bool Fail(CXExtractionFailure failure) noexcept;
     bool ExtractEntries(const CXTString<wchar_t>& zipPath);
     bool ExtractStream(Stream stream, const CXTString<wchar_t>& source, const CXTString<wchar_t>& destFile);
     bool ReportProgress(unsigned __int64 processed, unsigned __int64 total);
@@ -100,5 +103,5 @@ private:
     std::vector<CXSkippedEntry> m_skippedEntries;
     CXTString<wchar_t> m_password;
     CXExtractionLimits m_limits;
-    bool m_cancelled = false;
+    CXExtractionFailure m_failure = CXExtractionFailure::kNone;
 };

@@ -20,6 +20,20 @@ struct CXExtractionLimits
     }
 };
 
+/// Why an extraction answered false.
+enum class CXExtractionFailure : unsigned char
+{
+    kNone,
+    kNotFound,    ///< there is no such file
+    kNoArchive,   ///< the file is not of the kind that was asked for, or cannot be read
+    kDamaged,     ///< or cut off
+    kNothingInIt, ///< no file came out of the archive; the skipped entries tell more
+    kTooLarge,    ///< for the limits
+    kNotWritable, ///< the destination cannot be written to, or the disk is full
+    kNoMemory,
+    kCancelled
+};
+
 /// Why an entry of an archive was left out.
 enum class CXSkipReason : unsigned char
 {

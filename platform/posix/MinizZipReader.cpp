@@ -17,6 +17,7 @@ namespace tev::platform
 namespace
 {
 constexpr std::size_t kWindowSize = 64 * 1024;
+constexpr std::size_t kInputSize = 64 * 1024;
 constexpr std::size_t kOutputSize = 128 * 1024;
 constexpr int kRawDeflate = -MAX_WBITS;
 
@@ -139,30 +140,51 @@ struct Archive
     mz_zip_archive zip;
 };
 
-/// Turns the compressed bytes of an entry into its contents, which miniz does, too, but at half of zlib's speed.
+/// What one entry after the other is unpacked with.
+struct Buffers
+{
+    std::vector<unsigned char> input;
+    std::vector<unsigned char> output;
+    z_stream inflater = {};
+};
+
+/// Turns the compressed bytes of an entry into its contents, which miniz does, too, but at half of zlib's speed. miniz
+/// gives little at a time, which is gathered first.
 class Unpacking
 {
 public:
-    Unpacking(const mz_zip_archive_file_stat& entry, z_stream& inflater, std::vector<unsigned char>& output,
-              const ZipSink& sink)
+    Unpacking(const mz_zip_archive_file_stat& entry, Buffers& buffers, const ZipSink& sink)
         : m_isDeflated(entry.m_method == kDeflated),
           m_size(entry.m_uncomp_size),
-          m_inflater(inflater),
-          m_output(output),
+          m_expectedChecksum(entry.m_crc32),
+          m_buffers(buffers),
           m_sink(sink)
     {
     }
 
     bool Take(const void* bytes, std::size_t count)
     {
-        return m_isDeflated ? Inflate(bytes, count) : Pass(bytes, count);
+        for (auto next = static_cast<const unsigned char*>(bytes); count != 0;)
+        {
+            const std::size_t taken = std::min(count, m_buffers.input.size() - m_gathered);
+            std::memcpy(m_buffers.input.data() + m_gathered, next, taken);
+            m_gathered += taken;
+            next += taken;
+            count -= taken;
+            if (m_gathered == m_buffers.input.size() && !UnpackGathered())
+                return false;
+        }
+        return true;
     }
 
-    ZipReadResult Result(const mz_zip_archive_file_stat& entry) const
+    /// After all was taken, or as much as could be read.
+    ZipReadResult Finish()
     {
+        if (m_result == ZipReadResult::Done)
+            UnpackGathered();
         if (m_result != ZipReadResult::Done)
             return m_result;
-        const bool isWhole = m_produced == m_size && m_checksum == entry.m_crc32;
+        const bool isWhole = m_produced == m_size && m_checksum == m_expectedChecksum;
         return isWhole ? ZipReadResult::Done : ZipReadResult::Damaged;
     }
 
@@ -173,24 +195,33 @@ private:
         return false;
     }
 
-    bool Inflate(const void* bytes, std::size_t count)
+    bool UnpackGathered()
     {
-        m_inflater.next_in = static_cast<Bytef*>(const_cast<void*>(bytes));
-        m_inflater.avail_in = static_cast<uInt>(count);
+        const std::size_t gathered = m_gathered;
+        m_gathered = 0;
+        return m_isDeflated ? Inflate(gathered) : Pass(m_buffers.input.data(), gathered);
+    }
+
+    bool Inflate(std::size_t count)
+    {
+        z_stream& inflater = m_buffers.inflater;
+        std::vector<unsigned char>& output = m_buffers.output;
+        inflater.next_in = m_buffers.input.data();
+        inflater.avail_in = static_cast<uInt>(count);
         while (!m_isAtEnd)
         {
-            m_inflater.next_out = m_output.data() + m_filled;
-            m_inflater.avail_out = static_cast<uInt>(m_output.size() - m_filled);
-            const int state = inflate(&m_inflater, Z_NO_FLUSH);
-            m_filled = m_output.size() - m_inflater.avail_out;
+            inflater.next_out = output.data() + m_filled;
+            inflater.avail_out = static_cast<uInt>(output.size() - m_filled);
+            const int state = inflate(&inflater, Z_NO_FLUSH);
+            m_filled = output.size() - inflater.avail_out;
             if (state != Z_OK && state != Z_STREAM_END && state != Z_BUF_ERROR)
                 return Fail(ZipReadResult::Damaged);
             m_isAtEnd = state == Z_STREAM_END;
-            // The end of a damaged stream never comes: what there is must then be looked at, too.
-            const bool isFull = m_inflater.avail_out == 0;
-            if ((isFull || m_isAtEnd || m_produced + m_filled >= m_size) && !Flush())
+            const bool isFull = inflater.avail_out == 0;
+            // The end of a damaged stream never comes: all that should be there is then looked at, too.
+            if ((isFull || m_isAtEnd || m_filled >= m_size - m_produced) && !Flush())
                 return false;
-            if (!isFull && m_inflater.avail_in == 0)
+            if (!isFull && inflater.avail_in == 0)
                 break;
         }
         return true; // bytes behind the end are nobody's
@@ -200,7 +231,7 @@ private:
     {
         const std::size_t filled = m_filled;
         m_filled = 0;
-        return Pass(m_output.data(), filled);
+        return Pass(m_buffers.output.data(), filled);
     }
 
     bool Pass(const void* bytes, std::size_t count)
@@ -216,9 +247,10 @@ private:
 
     const bool m_isDeflated;
     const std::uint64_t m_size;
-    z_stream& m_inflater;
-    std::vector<unsigned char>& m_output;
+    const std::uint32_t m_expectedChecksum;
+    Buffers& m_buffers;
     const ZipSink& m_sink;
+    std::size_t m_gathered = 0;
     std::size_t m_filled = 0;
     std::uint64_t m_produced = 0;
     std::uint32_t m_checksum = 0;
@@ -243,8 +275,8 @@ public:
     }
     ~MinizZipReader() override
     {
-        if (!m_output.empty())
-            inflateEnd(&m_inflater);
+        if (!m_buffers.input.empty())
+            inflateEnd(&m_buffers.inflater);
     }
 
     std::unique_ptr<PlainZipReader> Another() const override { return std::make_unique<MinizZipReader>(m_archive); }
@@ -287,12 +319,12 @@ public:
         const bool isKnown = entry.m_method == kStored || entry.m_method == kDeflated;
         if (!isKnown || (entry.m_bit_flag & (kEncrypted | kPatched)) != 0)
             return ZipReadResult::Unsupported;
-        if (!PrepareInflater())
+        if (!PrepareBuffers())
             return ZipReadResult::SourceFailed;
-        Unpacking unpacking(entry, m_inflater, m_output, sink);
+        Unpacking unpacking(entry, m_buffers, sink);
         const bool isRead = mz_zip_reader_extract_to_callback(&m_zip, static_cast<mz_uint>(index), TakeCompressed,
                                                               &unpacking, MZ_ZIP_FLAG_COMPRESSED_DATA) != 0;
-        const ZipReadResult result = unpacking.Result(entry);
+        const ZipReadResult result = unpacking.Finish();
         if (m_window.HasFailed())
             return ZipReadResult::SourceFailed;
         return isRead || result != ZipReadResult::Done ? result : ZipReadResult::Damaged;
@@ -304,14 +336,15 @@ private:
         return index < Count() && mz_zip_reader_file_stat(&m_zip, static_cast<mz_uint>(index), &entry) != 0;
     }
 
-    bool PrepareInflater()
+    bool PrepareBuffers()
     {
-        if (!m_output.empty())
-            return inflateReset(&m_inflater) == Z_OK;
-        std::vector<unsigned char> output(kOutputSize);
-        if (inflateInit2(&m_inflater, kRawDeflate) != Z_OK)
+        if (!m_buffers.input.empty())
+            return inflateReset(&m_buffers.inflater) == Z_OK;
+        std::vector<unsigned char> input(kInputSize);
+        m_buffers.output.resize(kOutputSize);
+        if (inflateInit2(&m_buffers.inflater, kRawDeflate) != Z_OK)
             return false;
-        m_output = std::move(output);
+        m_buffers.input = std::move(input);
         return true;
     }
 
@@ -319,8 +352,7 @@ private:
     Window m_window;
     mz_zip_archive m_zip;
     std::string m_text;
-    z_stream m_inflater = {};
-    std::vector<unsigned char> m_output; ///< empty until there is an inflater
+    Buffers m_buffers; ///< the input is empty until there is an inflater
 };
 } // namespace
 

@@ -44,9 +44,11 @@ void Progress::Show(std::uint64_t done)
     const double seconds = std::chrono::duration<double>(now - m_start).count();
     CXTString<char> line;
     line.Format("%s: %.0f MB, %.0f MB/s", m_name.c_str(), megabytes, megabytes / seconds);
-    if (m_total != 0)
-        line.AppendFormat(", %d %%", static_cast<int>(100.0 * static_cast<double>(std::min(done, m_total)) /
-                                                      static_cast<double>(m_total)));
+    if (m_total != 0 && done != 0)
+    {
+        const double part = static_cast<double>(std::min(done, m_total)) / static_cast<double>(m_total);
+        line.AppendFormat(", %d %%, %.0f s left", static_cast<int>(100.0 * part), seconds / part - seconds);
+    }
     ShowErrorLine(line.GetConstBuffer());
 }
 

@@ -25,6 +25,9 @@ public:
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;
 
+    /// For a total that is known only later.
+    void SetTotal(std::uint64_t total) { m_total = total; }
+
     /// Cheap enough for every block of 64 KiB.
     void Show(std::uint64_t done);
 

@@ -22,9 +22,16 @@ constexpr int kEndingSignals[] = {SIGINT, SIGTERM, SIGHUP};
 // What the signal handler cleans up. The path is written only while the ending signals are blocked.
 char g_temporaryPath[4096];
 volatile std::sig_atomic_t g_lineIsShown = 0;
+volatile std::sig_atomic_t g_areSignalsHeld = 0;
+volatile std::sig_atomic_t g_heldSignal = 0;
 
 void EndBySignal(int signal)
 {
+    if (g_areSignalsHeld != 0 && g_heldSignal == 0)
+    {
+        g_heldSignal = signal;
+        return;
+    }
     if (g_temporaryPath[0] != '\0')
         unlink(g_temporaryPath);
     if (g_lineIsShown != 0)
@@ -82,6 +89,24 @@ void InstallSignalRules()
         if (before.sa_handler != SIG_IGN)
             sigaction(signal, &rule, nullptr);
     }
+}
+
+EndingSignalsHeld::EndingSignalsHeld()
+{
+    g_heldSignal = 0;
+    g_areSignalsHeld = 1;
+}
+
+EndingSignalsHeld::~EndingSignalsHeld()
+{
+    g_areSignalsHeld = 0;
+    if (g_heldSignal != 0)
+        raise(g_heldSignal); // whose rule is the default one by now
+}
+
+bool EndingSignalsHeld::HasCome() noexcept
+{
+    return g_heldSignal != 0;
 }
 
 bool IsTerminal(int descriptor)

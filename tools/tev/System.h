@@ -16,6 +16,19 @@ constexpr int kStandardError = 2;
 /// A reader that goes away ends the tool quietly; an interrupt leaves no temporary file and no progress line behind.
 void InstallSignalRules();
 
+/// While an object lives, the first signal that would end the tool is only noted, so that what is half done can be undone;
+/// a second one ends it. When the object goes, what was noted takes its effect. One object at a time.
+class EndingSignalsHeld
+{
+public:
+    EndingSignalsHeld();
+    ~EndingSignalsHeld();
+    EndingSignalsHeld(const EndingSignalsHeld&) = delete;
+    EndingSignalsHeld& operator=(const EndingSignalsHeld&) = delete;
+
+    static bool HasCome() noexcept;
+};
+
 bool IsTerminal(int descriptor);
 void WriteError(const std::string& text);
 

@@ -7,6 +7,7 @@
 #include "tools/tev/System.h"
 #include "tools/tev/TextCommands.h"
 #include "tools/tev/Tool.h"
+#include "tools/tev/UnpackCommand.h"
 #include "tools/tev/WatchCommand.h"
 #include "tools/tev/ZipCommands.h"
 
@@ -19,7 +20,7 @@ using namespace tev::tool;
 // A family of commands has a file of its own and one line here.
 constexpr void (*kCommandFamilies[])(CLI::App&, Session&) = {
     AddTextCommands,     AddArchiveCommands,  AddColourCommand, AddFileTypeCommands, AddLogCommands,
-    AddSettingsCommands, AddRegistryCommands, AddWatchCommand,  AddZipCommands,
+    AddSettingsCommands, AddRegistryCommands, AddWatchCommand,  AddUnpackCommand,    AddZipCommands,
 };
 
 std::string UsageError(const CLI::App*, const CLI::Error& error)

@@ -1,0 +1,246 @@
+#include "tools/tev/UnpackCommand.h"
+
+#include "services/CXTime.h"
+#include "services/Paths.h"
+#include "system/CMiniZip.h"
+#include "system/CZip.h"
+#include "tools/tev/Progress.h"
+#include "tools/tev/System.h"
+#include "tools/tev/Table.h"
+#include "tools/tev/Tool.h"
+
+#include <CLI/CLI.hpp>
+
+#include <array>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace tev::tool
+{
+namespace
+{
+struct Options
+{
+    std::string m_file;
+    std::string m_destination;
+    std::string m_password;
+    bool m_list = false;
+    bool m_keep = false;
+};
+
+/// An extraction that shows how far it is, and ends when the user wants it to.
+class ShownExtraction : public CMiniZip
+{
+public:
+    explicit ShownExtraction(const std::string& name) : m_progress(name, 0, Progress::Beside::kNothing) {}
+
+protected:
+    bool OnProgress(unsigned __int64 processed, unsigned __int64 total) override
+    {
+        m_progress.SetTotal(total);
+        m_progress.Show(processed);
+        return !EndingSignalsHeld::HasCome();
+    }
+
+private:
+    Progress m_progress;
+};
+
+const char* TextOf(CXExtractionFailure failure)
+{
+    switch (failure)
+    {
+    case CXExtractionFailure::kNotFound:
+        return "there is no such file";
+    case CXExtractionFailure::kNoArchive:
+        return "cannot be read, or is neither a ZIP, a gzip nor a Zstandard file";
+    case CXExtractionFailure::kDamaged:
+        return "is damaged or cut off";
+    case CXExtractionFailure::kNothingInIt:
+        return "no file could be unpacked";
+    case CXExtractionFailure::kTooLarge:
+        return "is larger than any honest file would become";
+    case CXExtractionFailure::kNotWritable:
+        return "the destination cannot be written to, or the disk is full";
+    case CXExtractionFailure::kNoMemory:
+        return "not enough memory";
+    case CXExtractionFailure::kCancelled:
+        return "interrupted";
+    default:
+        return "failed";
+    }
+}
+
+const char* TextOf(CXSkipReason reason)
+{
+    switch (reason)
+    {
+    case CXSkipReason::kDamaged:
+        return "is damaged";
+    case CXSkipReason::kUnsafeName:
+        return "its name is not a safe one";
+    case CXSkipReason::kNameClash:
+        return "an earlier entry has its name";
+    case CXSkipReason::kSpecialFile:
+        return "is a link or a device";
+    case CXSkipReason::kWrongPassword:
+        return "is encrypted, and the password is missing or wrong";
+    case CXSkipReason::kUnsupported:
+        return "its compression or encryption is not known";
+    case CXSkipReason::kTooLarge:
+        return "would become too large";
+    default:
+        return "cannot be written, or lies behind a link";
+    }
+}
+
+/// What would steer a terminal is shown as '?'.
+std::string Shown(const CXTString<wchar_t>& name)
+{
+    std::string text = Narrow(name);
+    for (char& c : text)
+        c = static_cast<unsigned char>(c) < ' ' || c == '\x7F' ? '?' : c;
+    return text;
+}
+
+/// The name of what is in a compressed file, by the name of that one.
+std::string NameWithin(const std::string& file)
+{
+    constexpr std::array<std::pair<const char*, const char*>, 6> kEndings = {
+        {{".gz", ""}, {".zst", ""}, {".zstd", ""}, {".tgz", ".tar"}, {".tzst", ".tar"}, {".svgz", ".svg"}}};
+    const std::filesystem::path name = SystemPath(file).filename();
+    for (const auto& [ending, replacement] : kEndings)
+    {
+        if (name.extension() == ending)
+            return name.stem().string() + replacement;
+    }
+    return name.string() + ".unpacked";
+}
+
+/// Where a compressed file goes: to the file, or into the folder, that was given.
+std::string DestinationFile(const Options& options)
+{
+    const std::filesystem::path given = SystemPath(options.m_destination);
+    const bool isFolder = given.empty() || given.filename().empty() || std::filesystem::is_directory(given);
+    return isFolder ? (given / NameWithin(options.m_file)).string() : given.string();
+}
+
+void PrintList(Session& session, const std::vector<Row>& rows)
+{
+    if (!IsTerminal(kStandardOutput))
+    {
+        for (const Row& row : rows)
+            PrintFields(session.m_output, row);
+        return;
+    }
+    PrintTable(session.m_output, {{"SIZE", true}, {"PACKED", true}, {"CHANGED"}, {"NAME"}}, rows);
+}
+
+/// A compressed file that is no archive does not tell the size of what is in it.
+void ListStream(Session& session, const Options& options)
+{
+    const auto size = std::filesystem::file_size(SystemPath(options.m_file));
+    PrintList(session, {{"-", std::to_string(size), "-", NameWithin(options.m_file)}});
+}
+
+void ListArchive(Session& session, const Options& options)
+{
+    CZip zip;
+    if (!zip.Open(Widen(options.m_file).c_str(), zipOpenReadOnly, false, nullptr))
+        throw Failure(options.m_file, TextOf(CXExtractionFailure::kNoArchive));
+    std::vector<Row> rows;
+    const auto count = static_cast<unsigned>(zip.GetCount(false));
+    for (unsigned i = 0; i < count; ++i)
+    {
+        CZipFileInfo info;
+        if (!zip.GetFileInfo(info, i))
+        {
+            Report(session, options.m_file, "entry " + std::to_string(i + 1) + " is damaged");
+            session.m_exitCode = kExitFailed;
+            continue;
+        }
+        const CXTString<wchar_t> changed = CXTime(info.GetModifiedTime()).Format(L"%Y-%m-%d %H:%M:%S");
+        rows.push_back({std::to_string(info.GetUncompressedSize()), std::to_string(info.GetCompressedSize()),
+                        Narrow(changed), Shown(info.GetFileName())});
+    }
+    PrintList(session, rows);
+}
+
+void PrintWritten(Session& session, const CMiniZip& zip)
+{
+    for (const CXTString<wchar_t>& file : zip.GetExtractedFiles())
+    {
+        std::string name = IsTerminal(kStandardOutput) ? Shown(file) : Narrow(file);
+        if (name.compare(0, 2, "./") == 0)
+            name.erase(0, 2);
+        session.m_output.Write(name + "\n");
+    }
+}
+
+void Unpack(Session& session, const Options& options, bool isStream)
+{
+    const EndingSignalsHeld held; // what is half written must go first
+    ShownExtraction zip(options.m_file);
+    zip.SetPassword(Widen(options.m_password).c_str());
+    const std::wstring source = Widen(options.m_file);
+    const std::string folder = options.m_destination.empty() ? "." : options.m_destination;
+    const bool isDone = isStream
+                            ? zip.ExtractZFile(source.c_str(), Widen(DestinationFile(options)).c_str(), options.m_keep)
+                            : zip.ExtractZip(source.c_str(), Widen(folder).c_str(), options.m_keep);
+    if (isDone)
+        zip.KeepFiles();
+    if (isDone || options.m_keep)
+        PrintWritten(session, zip);
+    for (const CXSkippedEntry& entry : zip.GetSkippedEntries())
+    {
+        Report(session, options.m_file, "skipped " + Shown(entry.m_name) + ": " + TextOf(entry.m_reason));
+        session.m_exitCode = kExitFailed;
+    }
+    if (!isDone)
+        throw Failure(options.m_file, TextOf(zip.GetFailure()));
+}
+
+void Run(Session& session, const Options& options)
+{
+    Attempt(session, options.m_file, [&] {
+        const std::wstring file = Widen(options.m_file);
+        if (!fileExists(file.c_str()))
+            throw Failure(options.m_file, TextOf(CXExtractionFailure::kNotFound));
+        const bool isStream = CMiniZip::IsZFile(file.c_str());
+        if (!options.m_list)
+            Unpack(session, options, isStream);
+        else if (isStream)
+            ListStream(session, options);
+        else
+            ListArchive(session, options);
+    });
+}
+} // namespace
+
+void AddUnpackCommand(CLI::App& tool, Session& session)
+{
+    const auto options = std::make_shared<Options>();
+    CLI::App& command = *tool.add_subcommand("unpack", "Unpack a ZIP archive, a gzip or a Zstandard file");
+    command.add_option("FILE", options->m_file, "The compressed file; its first bytes tell its kind")
+        ->required()
+        ->type_name("");
+    command
+        .add_option("DEST", options->m_destination,
+                    "The folder to unpack to, which is created where it is missing; for a file that is no archive\n"
+                    "the file to write, or a folder. The current folder if not given")
+        ->type_name("");
+    command.add_flag("--list", options->m_list, "List what is in FILE, and write nothing");
+    command.add_option("--password", options->m_password, "Password of encrypted entries")->type_name("TEXT");
+    command.add_flag("--keep", options->m_keep,
+                     "Keep the files that are complete when unpacking fails or is interrupted;\nelse they are removed");
+    command.footer("Prints the files that it wrote. Files that stand in their place are replaced. Nothing is written\n"
+                   "outside DEST: entries with unsafe names, links and damaged entries are skipped and reported, and\n"
+                   "the exit code is then 1. A damaged gzip file gives what can be read of it.\n"
+                   "--list prints the size, the compressed size, the time of the last change and the name, separated\n"
+                   "by tabs where the output is no terminal.");
+    command.callback([&session, options] { Run(session, *options); });
+}
+} // namespace tev::tool
