@@ -5,11 +5,16 @@
 
 #include <benchmark/benchmark.h>
 
-#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
 #include <memory>
 #include <string>
 #include <vector>
 
+#if __has_include(<dconf.h>)
+#include <dconf.h> // before Qt, whose macros its names are
+#define TEV_BENCH_DCONF
+#endif
 #if __has_include(<QSettings>)
 #include <QSettings>
 #define TEV_BENCH_QT
@@ -105,6 +110,64 @@ private:
 };
 #endif
 
+#ifdef TEV_BENCH_DCONF
+/// Reads only: writing goes through a service of the desktop's session. Without an open base the client is made anew for
+/// each operation.
+class Dconf
+{
+public:
+    explicit Dconf(bool open) : m_open(open)
+    {
+        static const Database database; // the library looks for its files once
+        for (int i = 0; i < kValues; ++i)
+            m_names.push_back("/maker/program/value" + std::to_string(i));
+        m_client = dconf_client_new();
+    }
+    ~Dconf() { g_object_unref(m_client); }
+    Dconf(const Dconf&) = delete;
+    Dconf& operator=(const Dconf&) = delete;
+
+    bool Read(int i, int& value)
+    {
+        if (!m_open)
+        {
+            g_object_unref(m_client);
+            m_client = dconf_client_new();
+        }
+        GVariant* const found = dconf_client_read(m_client, m_names[static_cast<std::size_t>(i)].c_str());
+        if (found == nullptr)
+            return false;
+        value = g_variant_get_int32(found);
+        g_variant_unref(found);
+        return true;
+    }
+
+private:
+    struct Database
+    {
+        Database()
+        {
+            std::string keys = "[maker/program]\n";
+            for (int i = 0; i < kValues; ++i)
+                keys += "value" + std::to_string(i) + "=" + std::to_string(i) + "\n";
+            m_folder.WriteFile("keys/all", keys);
+            m_folder.WriteFile("profile", "user-db:bench\n");
+            m_folder.WriteFile("dconf/empty", "");
+            setenv("XDG_CONFIG_HOME", m_folder.Path().c_str(), 1);
+            setenv("DCONF_PROFILE", m_folder.Path("profile").c_str(), 1);
+            const std::string file = m_folder.Path("dconf/bench").string();
+            if (std::system(("dconf compile " + file + " " + m_folder.Path("keys").string()).c_str()) != 0)
+                std::fputs("the program dconf is missing\n", stderr);
+        }
+        tev::test::TempFolder m_folder;
+    };
+
+    bool m_open;
+    DConfClient* m_client = nullptr;
+    std::vector<std::string> m_names;
+};
+#endif
+
 template <class STORE>
 void Read(benchmark::State& state, bool open)
 {
@@ -139,10 +202,16 @@ void Write(benchmark::State& state)
 }
 
 template <class STORE>
-void Register(const std::string& who)
+void RegisterReads(const std::string& who)
 {
     benchmark::RegisterBenchmark(("Registry/ReadOpen/" + who).c_str(), Read<STORE>, true);
     benchmark::RegisterBenchmark(("Registry/ReadClosed/" + who).c_str(), Read<STORE>, false);
+}
+
+template <class STORE>
+void Register(const std::string& who)
+{
+    RegisterReads<STORE>(who);
     benchmark::RegisterBenchmark(("Registry/Write10000/" + who).c_str(), Write<STORE>)->UseRealTime();
 }
 
@@ -150,6 +219,9 @@ void Register(const std::string& who)
     Register<Ours>("ours");
 #ifdef TEV_BENCH_QT
     Register<Qt>("QSettings");
+#endif
+#ifdef TEV_BENCH_DCONF
+    RegisterReads<Dconf>("dconf");
 #endif
     return true;
 }();
