@@ -17,10 +17,12 @@ using ZipVolumeOpener = std::function<std::unique_ptr<ZipBytes>(std::uint32_t nu
 /// Where that volume, if it is not the last one, lies beside the last one; empty when that has no extension of three letters.
 std::wstring ZipVolumePath(const std::wstring& lastPath, std::uint32_t number);
 
-/// Makes one archive of a split one: `bytes`, which holds its last volume, becomes the bytes of all of them, one behind the
-/// other, with a directory that fits; `isSplit` is set. Leaves both alone where the archive is none that is split. The
-/// directory is held in memory, and takes hardly more than in the volumes. What other volumes are there is asked of the
-/// last one, and each length, offset and number of a volume is checked.
-[[nodiscard]] bool JoinZipVolumes(std::unique_ptr<ZipBytes>& bytes, const ZipVolumeOpener& openVolume, bool& isSplit,
-                                  ZipError& error);
+/// Makes `bytes`, which hold an archive, or the last volume of a split one, fit for the engine: the volumes come one behind
+/// the other, with a directory that fits; one of an archive behind a program that unpacks it, of which it knows nothing,
+/// is found; a name that no file can have gets a backslash, and so is no safe one. Where that is not needed, and where the
+/// engine will say what is wrong, the bytes stay as they are. `isReadOnly` is set for what saving would not keep: volumes,
+/// and a program before the archive. A new directory is held in memory, and takes hardly more than the old one. Each
+/// length, offset and number of a volume is checked.
+[[nodiscard]] bool PrepareZip(std::unique_ptr<ZipBytes>& bytes, const ZipVolumeOpener& openVolume, bool& isReadOnly,
+                              ZipError& error);
 } // namespace tev::platform

@@ -68,7 +68,7 @@ ZipOutcome ZipArchive::Open(const wchar_t* path, ZipOpenMode mode, CXZipCallback
             return ZipFileBytes::Open(platform::ZipVolumePath(fullPath, number).c_str());
         };
         ZipError error;
-        if (!platform::JoinZipVolumes(bytes, openVolume, archive->m_isReadOnly, error))
+        if (!platform::PrepareZip(bytes, openVolume, archive->m_isReadOnly, error))
             return ZipOutcome::Of(error);
         archive->m_engine = platform::ZipEngine::Open(std::move(bytes), error);
         if (archive->m_engine == nullptr)

@@ -59,9 +59,9 @@ public:
             return volume != nullptr ? std::make_unique<FileBytes>(std::move(volume)) : nullptr;
         };
         ZipError error;
-        bool isSplit = false;
+        bool isReadOnly = false;
         std::unique_ptr<ZipBytes> bytes = std::make_unique<FileBytes>(file);
-        if (!JoinZipVolumes(bytes, openVolume, isSplit, error))
+        if (!PrepareZip(bytes, openVolume, isReadOnly, error))
             return nullptr;
         std::unique_ptr<ZipEngine> engine = ZipEngine::Open(std::move(bytes), error);
         if (engine == nullptr)

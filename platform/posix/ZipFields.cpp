@@ -21,6 +21,7 @@ constexpr std::uint32_t kFolderBit = 0x10;
 constexpr std::uint32_t kUnixKindMask = 0xF000;
 constexpr std::uint32_t kUnixFile = 0x8000;
 constexpr std::uint32_t kUnixFolder = 0x4000;
+constexpr std::uint32_t kUnixPipe = 0x1000; // a file whose contents were given to the program through one
 
 /// Code page 437 from 0x80 on; below, it is ASCII.
 constexpr char16_t kCodePage437[128] = {
@@ -197,11 +198,18 @@ std::optional<std::int64_t> ZipDosTime(std::uint16_t date, std::uint16_t time)
 
 ZipEntryKind ZipKindOf(std::string_view name, std::uint32_t externalAttributes)
 {
-    const std::uint32_t unixKind = externalAttributes >> 16 & kUnixKindMask;
-    if (unixKind != 0 && unixKind != kUnixFile && unixKind != kUnixFolder)
+    const bool isNamedAsFolder = !name.empty() && name.back() == '/';
+    switch (externalAttributes >> 16 & kUnixKindMask)
+    {
+    case 0:
+        return isNamedAsFolder || (externalAttributes & kFolderBit) != 0 ? ZipEntryKind::Folder : ZipEntryKind::File;
+    case kUnixFile:
+    case kUnixPipe:
+        return isNamedAsFolder ? ZipEntryKind::Folder : ZipEntryKind::File;
+    case kUnixFolder:
+        return ZipEntryKind::Folder;
+    default:
         return ZipEntryKind::Special;
-    const bool isFolder =
-        (!name.empty() && name.back() == '/') || unixKind == kUnixFolder || (externalAttributes & kFolderBit) != 0;
-    return isFolder ? ZipEntryKind::Folder : ZipEntryKind::File;
+    }
 }
 } // namespace tev::platform

@@ -53,5 +53,7 @@ TEST(ZipFields, TellsKindsApart)
     EXPECT_EQ(ZipKindOf("a", 0x41ED0000), ZipEntryKind::Folder);
     EXPECT_EQ(ZipKindOf("a", 0xA1FF0000), ZipEntryKind::Special);
     EXPECT_EQ(ZipKindOf("a/", 0xA1FF0000), ZipEntryKind::Special);
+    EXPECT_EQ(ZipKindOf("-", 0x11800000), ZipEntryKind::File) << "zipped from a pipe";
+    EXPECT_EQ(ZipKindOf("a", 0x81FDFFFF), ZipEntryKind::File);
 }
 } // namespace

@@ -1,6 +1,7 @@
 #include "platform/ZipVolumes.h"
 
 #include "system/CMiniZip.h"
+#include "tests/support/RawZip.h"
 #include "tests/support/SplitZip.h"
 #include "tests/support/TempFolder.h"
 #include "tests/support/ZipMemory.h"
@@ -38,15 +39,15 @@ std::string PlainArchive(int files)
 /// Opens the archive whose volumes these are.
 std::unique_ptr<ZipEngine> Join(const std::vector<std::string>& volumes, ZipError& error)
 {
-    bool isSplit = false;
+    bool isReadOnly = false;
     std::unique_ptr<ZipBytes> bytes = std::make_unique<MemoryBytes>(volumes.back());
     const ZipVolumeOpener open = [&volumes](std::uint32_t number) -> std::unique_ptr<ZipBytes> {
         errno = ENOENT;
         return number + 1 < volumes.size() ? std::make_unique<MemoryBytes>(volumes[number]) : nullptr;
     };
-    if (!JoinZipVolumes(bytes, open, isSplit, error))
+    if (!PrepareZip(bytes, open, isReadOnly, error))
         return nullptr;
-    EXPECT_EQ(isSplit, volumes.size() > 1);
+    EXPECT_TRUE(isReadOnly);
     return ZipEngine::Open(std::move(bytes), error);
 }
 
@@ -93,13 +94,13 @@ TEST(ZipVolumes, WhatDoesNotFitIsRefused)
             {
                 std::vector<std::string> damaged = sound;
                 damaged[volume][bit / 8] = static_cast<char>(damaged[volume][bit / 8] ^ 1 << bit % 8);
-                bool isSplit = false;
+                bool isReadOnly = false;
                 std::unique_ptr<ZipBytes> bytes = std::make_unique<MemoryBytes>(damaged.back());
                 const auto open = [&](std::uint32_t number) -> std::unique_ptr<ZipBytes> {
                     errno = ENOENT;
                     return number < last ? std::make_unique<MemoryBytes>(damaged[number]) : nullptr;
                 };
-                if (!JoinZipVolumes(bytes, open, isSplit, error) || !isSplit)
+                if (!PrepareZip(bytes, open, isReadOnly, error) || !isReadOnly)
                     continue;
                 EXPECT_LE(bytes->Size(), archive.size() + 600);
                 const std::unique_ptr<ZipEngine> engine = ZipEngine::Open(std::move(bytes), error);
@@ -110,6 +111,37 @@ TEST(ZipVolumes, WhatDoesNotFitIsRefused)
     }
 }
 
+TEST(ZipVolumes, ArchivesThatTheEngineWouldNotTakeAreMended)
+{
+    const std::string sound = RawZip({{"a", "first"}, {"b", "second"}});
+    const std::string names = RawZip({{std::string("a\0.txt", 6), "first"}, {"b\xFF", "second"}});
+    const std::string extra = RawZip({{"a", "first", false, 0, 0, std::string(3, '\xFF')}, {"b", "second"}});
+    std::string cut = sound + "com";
+    cut[sound.size() - 2] = 100;
+    const struct
+    {
+        std::string m_archive;
+        const char* m_names;
+        bool m_isReadOnly;
+    } cases[] = {
+        {sound, "ab", false}, {names, "a\\.txt\\b\xC2\xA0", false}, {extra, "ab", false},
+        {cut, "ab", false},   {"a program" + sound, "ab", true},    {sound + "rubbish", "ab", false},
+    };
+    for (const auto& c : cases)
+    {
+        SCOPED_TRACE(&c - cases);
+        std::unique_ptr<ZipBytes> bytes = std::make_unique<MemoryBytes>(c.m_archive);
+        bool isReadOnly = false;
+        ZipError error;
+        ASSERT_TRUE(PrepareZip(bytes, nullptr, isReadOnly, error));
+        EXPECT_EQ(isReadOnly, c.m_isReadOnly);
+        const std::unique_ptr<ZipEngine> engine = ZipEngine::Open(std::move(bytes), error);
+        ASSERT_NE(engine, nullptr);
+        EXPECT_EQ(std::string(engine->Name(0)) + engine->Name(1), c.m_names);
+        EXPECT_EQ(ReadEntry(*engine, 0, "", error) + ReadEntry(*engine, 1, "", error), "firstsecond");
+    }
+}
+
 TEST(ZipVolumes, PlacesBeyond4GiBAreReached)
 {
     std::string last = PlainArchive(3);
@@ -117,11 +149,11 @@ TEST(ZipVolumes, PlacesBeyond4GiBAreReached)
     last[end + 4] = last[end + 6] = 1;
     for (std::size_t at = last.find("PK\x01\x02"); at != last.npos; at = last.find("PK\x01\x02", at + 1))
         last[at + 34] = 1;
-    bool isSplit = false;
+    bool isReadOnly = false;
     std::unique_ptr<ZipBytes> bytes = std::make_unique<MemoryBytes>(last);
     ZipError error;
     const auto open = [](std::uint32_t) { return std::make_unique<ZeroBytes>(5ull << 30); };
-    ASSERT_TRUE(JoinZipVolumes(bytes, open, isSplit, error));
+    ASSERT_TRUE(PrepareZip(bytes, open, isReadOnly, error));
     const std::unique_ptr<ZipEngine> engine = ZipEngine::Open(std::move(bytes), error);
     ASSERT_NE(engine, nullptr);
     EXPECT_EQ(ReadEntry(*engine, 2, "", error), Rubbish(200));
