@@ -203,6 +203,8 @@ bool CRegUtil::OpenBase(bool create)
     if (m_base != nullptr)
         return true;
     HKEY key = m_root != nullptr ? m_root : RootKey(kCurrentUser);
+    if (m_componentCount == 0) // a handle of its own, which remembers the place of an enumeration
+        return Note(OpenSettingsKey(key, L"", kAllAccess, m_base));
     for (int i = 0; i < m_componentCount; ++i)
     {
         HKEY const next = OpenComponent(key, m_components[i], create);

@@ -331,6 +331,16 @@ TEST_F(RegUtil, EnumerationsLeaveNothingOutWhileNamesGo)
     EXPECT_EQ(seen, all);
     EXPECT_FALSE(registry->GetNextSubKeyName(name, 16));
     EXPECT_EQ(registry->GetLastError(), 6) << "nothing is open";
+
+    CRegUtil root(kAll);
+    ASSERT_TRUE(root.SetPath(L"HKEY_USERS", false));
+    for (const wchar_t* const key : {L"a", L"b", L"c"})
+        ASSERT_TRUE(root.WriteSubKeyInt(key, L"x", 1));
+    ASSERT_TRUE(root.StartSubKeyEnum());
+    while (root.GetNextSubKeyName(name, 16))
+        EXPECT_TRUE(root.DeleteKey(name, true));
+    root.EndSubKeyEnum();
+    EXPECT_TRUE(SubKeys(root).empty());
 }
 
 TEST_F(RegUtil, ABufferThatIsTooSmallGetsTheNameAtTheNextTry)
