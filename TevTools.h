@@ -74,6 +74,7 @@
 #include "system/StartUp.h"
 #include "system/ThreadRelations.h"
 #include "system/WorkerCount.h"
+#include "system/XMinidump.h"
 #include "system/XReportFile.h"
 #include "system/ZipTypes.h"
 #include "ui/CLogInfo.h"

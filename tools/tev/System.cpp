@@ -109,6 +109,12 @@ bool EndingSignalsHeld::HasCome() noexcept
     return g_heldSignal != 0;
 }
 
+std::string SignalName(int number)
+{
+    const char* const name = sigabbrev_np(number);
+    return name == nullptr ? "?" : std::string("SIG") + name;
+}
+
 bool IsTerminal(int descriptor)
 {
     return isatty(descriptor) == 1;

@@ -29,6 +29,9 @@ public:
     static bool HasCome() noexcept;
 };
 
+/// Such as "SIGSEGV"; "?" for a number that is no signal.
+std::string SignalName(int number);
+
 bool IsTerminal(int descriptor);
 void WriteError(const std::string& text);
 

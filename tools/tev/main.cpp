@@ -1,5 +1,6 @@
 #include "tools/tev/ArchiveCommands.h"
 #include "tools/tev/ColourCommand.h"
+#include "tools/tev/CrashCommands.h"
 #include "tools/tev/FileTypeCommands.h"
 #include "tools/tev/LogCommands.h"
 #include "tools/tev/RegistryCommands.h"
@@ -19,8 +20,8 @@ using namespace tev::tool;
 
 // A family of commands has a file of its own and one line here.
 constexpr void (*kCommandFamilies[])(CLI::App&, Session&) = {
-    AddTextCommands,     AddArchiveCommands,  AddColourCommand, AddFileTypeCommands, AddLogCommands,
-    AddSettingsCommands, AddRegistryCommands, AddWatchCommand,  AddUnpackCommand,    AddZipCommands,
+    AddTextCommands,     AddCrashCommands,    AddArchiveCommands, AddColourCommand, AddFileTypeCommands, AddLogCommands,
+    AddSettingsCommands, AddRegistryCommands, AddWatchCommand,    AddUnpackCommand, AddZipCommands,
 };
 
 std::string UsageError(const CLI::App*, const CLI::Error& error)

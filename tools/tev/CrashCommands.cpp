@@ -1,0 +1,175 @@
+#include "tools/tev/CrashCommands.h"
+
+#include "services/Paths.h"
+#include "system/CZip.h"
+#include "system/XMinidump.h"
+#include "tools/tev/System.h"
+#include "tools/tev/Table.h"
+#include "tools/tev/Tool.h"
+
+#include <CLI/CLI.hpp>
+
+#include <cinttypes>
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace tev::tool
+{
+namespace
+{
+struct Options
+{
+    std::string m_file;
+    bool m_allThreads = false;
+    bool m_modules = false;
+};
+
+std::string Hex(unsigned __int64 number)
+{
+    char text[24];
+    std::snprintf(text, sizeof text, "0x%" PRIx64, static_cast<std::uint64_t>(number));
+    return text;
+}
+
+/// What comes from a file may hold anything; a terminal gets none of its controls.
+std::string Printable(const CXTString<wchar_t>& text)
+{
+    std::string result = Narrow(text);
+    for (char& character : result)
+    {
+        if (static_cast<unsigned char>(character) < 0x20 || character == 0x7F)
+            character = '?';
+    }
+    return result;
+}
+
+bool EndsWith(const std::string& text, const std::string& end)
+{
+    return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
+}
+
+std::string ModuleName(const XMinidump& dump, int index)
+{
+    if (index < 0)
+        return "no module";
+    const std::string path = Printable(dump.GetModules()[static_cast<std::size_t>(index)].m_path);
+    return path.substr(path.rfind('/') + 1);
+}
+
+std::string FrameText(const XMinidump& dump, const XMinidumpFrame& frame)
+{
+    const std::string module = ModuleName(dump, frame.m_module);
+    if (frame.m_function.IsEmpty())
+        return module + "+" + Hex(frame.m_offset);
+    return Printable(frame.m_function) + "+" + Hex(frame.m_offset) + "  " + module;
+}
+
+void PrintThread(Output& output, const XMinidump& dump, int index)
+{
+    const XMinidumpThread& thread = dump.GetThreads()[static_cast<std::size_t>(index)];
+    output.Write("thread " + std::to_string(thread.m_id) + (index == dump.GetFaultThread() ? ", this one:\n" : ":\n"));
+    unsigned number = 0;
+    for (const XMinidumpFrame& frame : dump.GetStack(index))
+        output.Write("  " + std::to_string(number++) + "  " + FrameText(dump, frame) + "\n");
+}
+
+void PrintDump(Output& output, const XMinidump& dump, const std::string& name, const Options& options)
+{
+    output.Write(name + ": process " + std::to_string(dump.GetProcessId()));
+    if (dump.HasSignal())
+        output.Write(", signal " + std::to_string(dump.GetSignal()) + " (" +
+                     SignalName(static_cast<int>(dump.GetSignal())) + "), code " +
+                     std::to_string(static_cast<int>(dump.GetSignalCode())) + ", address " +
+                     Hex(dump.GetFaultAddress()));
+    else
+        output.Write(", no signal");
+    output.Write(", threads " + std::to_string(dump.GetThreads().size()) + ", modules " +
+                 std::to_string(dump.GetModules().size()) + "\n");
+    for (int i = 0; i < static_cast<int>(dump.GetThreads().size()); ++i)
+    {
+        if (options.m_allThreads || i == dump.GetFaultThread())
+            PrintThread(output, dump, i);
+    }
+    if (!options.m_modules)
+        return;
+    for (const XMinidumpModule& module : dump.GetModules())
+    {
+        std::string buildId;
+        for (const unsigned char byte : module.m_buildId)
+            buildId += Hex(0x100u + byte).substr(3);
+        PrintFields(output, {Hex(module.m_base), std::to_string(module.m_size), buildId.empty() ? "-" : buildId,
+                             Printable(module.m_path)});
+    }
+}
+
+/// A folder that goes with what is in it.
+class ScratchFolder
+{
+public:
+    ScratchFolder() : m_path(fileCreateTemporaryFolder(L"TevCrash")) {}
+    ~ScratchFolder()
+    {
+        std::error_code failure; // then it is left among the temporary files
+        std::filesystem::remove_all(SystemPath(Narrow(m_path)), failure);
+    }
+    ScratchFolder(const ScratchFolder&) = delete;
+    ScratchFolder& operator=(const ScratchFolder&) = delete;
+
+    const CPathString& Path() const noexcept { return m_path; }
+
+private:
+    const CPathString m_path;
+};
+
+void ShowDumpOf(Session& session, const Options& options, CZip& zip, unsigned index, const std::string& name)
+{
+    constexpr const wchar_t* kDump = L"report.dmp";
+    const ScratchFolder scratch;
+    XMinidump dump;
+    if (zip.ExtractFile(index, scratch.Path(), false, kDump, false) != zipExtracted ||
+        !dump.Load(scratch.Path() / kDump))
+        throw Failure(options.m_file, name + " is damaged");
+    PrintDump(session.m_output, dump, name, options);
+}
+
+void ShowReport(Session& session, const Options& options)
+{
+    XMinidump single;
+    if (single.Load(Widen(options.m_file).c_str()))
+        return PrintDump(session.m_output, single, options.m_file, options);
+    CZip zip;
+    if (!zip.Open(Widen(options.m_file).c_str(), zipOpenReadOnly, false, nullptr))
+        throw Failure(options.m_file, "is no report that can be read");
+    std::vector<Row> rows;
+    std::vector<std::pair<unsigned, std::string>> dumps;
+    for (unsigned i = 0; i < static_cast<unsigned>(zip.GetCount(false)); ++i)
+    {
+        CZipFileInfo info;
+        if (!zip.GetFileInfo(info, i))
+            continue;
+        const std::string name = Printable(info.GetFileName());
+        rows.push_back({name, std::to_string(info.GetUncompressedSize())});
+        if (EndsWith(name, ".dmp"))
+            dumps.emplace_back(i, name);
+    }
+    PrintTable(session.m_output, {{"FILE"}, {"BYTES", true}}, rows);
+    for (const auto& [index, name] : dumps)
+        Attempt(session, options.m_file, [&, i = index, &text = name] { ShowDumpOf(session, options, zip, i, text); });
+}
+} // namespace
+
+void AddCrashCommands(CLI::App& tool, Session& session)
+{
+    CLI::App& crash = *tool.add_subcommand("crash", "Look into crash reports");
+    crash.require_subcommand(1);
+    const auto options = std::make_shared<Options>();
+    CLI::App& show = *crash.add_subcommand("show", "Tell what a report holds: its files, the signal, threads, stacks");
+    show.add_option("REPORT", options->m_file, "The archive, or the dump by itself")->required()->type_name("");
+    show.add_flag("--threads", options->m_allThreads, "The stacks of all threads, not only of the one that crashed");
+    show.add_flag("--modules", options->m_modules, "The programs and libraries: base, size, build identifier, path");
+    show.callback([&session, options] { Attempt(session, options->m_file, [&] { ShowReport(session, *options); }); });
+}
+
+} // namespace tev::tool
