@@ -36,6 +36,8 @@ file(CONFIGURE OUTPUT "${miniz_dir}/miniz.c" CONTENT "#include \"@Miniz_AMALGAMA
 enable_language(C)
 add_library(tevtools_miniz STATIC "${miniz_dir}/miniz.c")
 target_compile_definitions(tevtools_miniz PUBLIC MINIZ_NO_ZLIB_COMPATIBLE_NAMES MINIZ_NO_ARCHIVE_WRITING_APIS)
+# Its unaligned loads go through pointers to integers, which the language does not allow.
+target_compile_definitions(tevtools_miniz PRIVATE MINIZ_USE_UNALIGNED_LOADS_AND_STORES=0)
 target_include_directories(tevtools_miniz SYSTEM INTERFACE "${miniz_dir}")
 target_compile_options(tevtools_miniz PRIVATE -w)
 set_target_properties(tevtools_miniz PROPERTIES C_VISIBILITY_PRESET hidden POSITION_INDEPENDENT_CODE ON)

@@ -36,6 +36,7 @@ enum class ZipEntryKind
     Special ///< a link, a device or what else some systems have
 };
 
-/// A name that ends with '/' is a folder's, as is one with the system's bit for folders.
+/// A name that ends with '/' is a folder's. Else the Unix mode tells where there is one, and the system's bit for folders
+/// where there is none.
 ZipEntryKind ZipKindOf(std::string_view name, std::uint32_t externalAttributes);
 } // namespace tev::platform

@@ -48,6 +48,8 @@ TEST(ZipFields, TellsKindsApart)
 {
     EXPECT_EQ(ZipKindOf("a", 0), ZipEntryKind::File);
     EXPECT_EQ(ZipKindOf("a", 0x81A40000), ZipEntryKind::File);
+    EXPECT_EQ(ZipKindOf("a", 0x11A40000), ZipEntryKind::File);
+    EXPECT_EQ(ZipKindOf("a", 0x81A40010), ZipEntryKind::File);
     EXPECT_EQ(ZipKindOf("a/", 0), ZipEntryKind::Folder);
     EXPECT_EQ(ZipKindOf("a", 0x10), ZipEntryKind::Folder);
     EXPECT_EQ(ZipKindOf("a", 0x41ED0000), ZipEntryKind::Folder);
