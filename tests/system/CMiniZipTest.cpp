@@ -717,4 +717,62 @@ TEST_P(PlainZip, ManyEntriesNeedTheLongForm)
     EXPECT_EQ(entry.name, "69999");
     EXPECT_EQ(Read(*reader, 69999), "69999");
 }
+
+/// An archive with a hole: a stored entry of 5 GiB of zeros, and a small one behind it.
+Text WriteSparseZip(const TempFolder& folder)
+{
+    constexpr std::uint64_t kLarge = std::uint64_t{5} << 30;
+    const auto n = [](std::uint64_t value, int size) { return LittleEndianText(value, size); };
+    const std::uint32_t checksum = crc32_z(0, reinterpret_cast<const Bytef*>("small"), 5);
+    const auto fields = [&](const std::string& sizes, const std::string& name, std::uint64_t extraSize) {
+        return n(45, 2) + n(0x0800, 2) + n(0, 2) + n(0x5A210000, 4) + sizes + n(name.size(), 2) + n(extraSize, 2);
+    };
+    const std::string unknown = n(0xFFFFFFFF, 4);
+    const std::string small = n(checksum, 4) + n(5, 4) + n(5, 4);
+    const std::string first = "PK\3\4" + fields(n(0, 4) + unknown + unknown, "large", 20) + "large" + n(1, 2) +
+                              n(16, 2) + n(kLarge, 8) + n(kLarge, 8);
+    const std::uint64_t secondAt = first.size() + kLarge;
+    const std::string second = "PK\3\4" + fields(small, "small", 0) + "small" + "small";
+    const auto central = [&](const std::string& start, const std::string& offset) {
+        return "PK\1\2" + n(0x032D, 2) + start + std::string(10, '\0') + offset;
+    };
+    const std::string directory = central(fields(n(0, 4) + unknown + unknown, "large", 20), n(0, 4)) + "large" +
+                                  n(1, 2) + n(16, 2) + n(kLarge, 8) + n(kLarge, 8) +
+                                  central(fields(small, "small", 12), unknown) + "small" + n(1, 2) + n(8, 2) +
+                                  n(secondAt, 8);
+    const std::uint64_t directoryAt = secondAt + second.size();
+    const std::string end = "PK\6\6" + n(44, 8) + n(45, 2) + n(45, 2) + n(0, 8) + n(2, 8) + n(2, 8) +
+                            n(directory.size(), 8) + n(directoryAt, 8) + "PK\6\7" + n(0, 4) +
+                            n(directoryAt + directory.size(), 8) + n(1, 4) + "PK\5\6" + n(0, 4) + n(2, 2) + n(2, 2) +
+                            unknown + unknown + n(0, 2);
+    const std::wstring path = folder.WriteFile("sparse.zip", first);
+    std::ofstream file(folder.Path("sparse.zip"), std::ios::binary | std::ios::in);
+    file.seekp(static_cast<std::streamoff>(secondAt));
+    file << second << directory << end;
+    return path.c_str();
+}
+
+TEST_P(PlainZip, EntriesAboveFourGigabytes)
+{
+    const Text archive = WriteSparseZip(m_folder);
+    const auto reader = Open("", archive);
+    ASSERT_NE(reader, nullptr);
+    ASSERT_EQ(reader->Count(), 2u);
+    PlainZipEntry entry;
+    ASSERT_TRUE(reader->GetEntry(0, entry));
+    EXPECT_EQ(entry.size, std::uint64_t{5} << 30);
+    const auto stop = [](const void* bytes, std::size_t count) {
+        EXPECT_TRUE(count > 0 && *static_cast<const char*>(bytes) == 0);
+        return false;
+    };
+    EXPECT_EQ(reader->Read(0, stop), ZipReadResult::Stopped);
+    EXPECT_EQ(Read(*reader, 1), "small");
+
+    CMiniZip zip;
+    zip.SetLimits({std::uint64_t{1} << 30, 100});
+    EXPECT_TRUE(zip.ExtractZip(archive, Wide("out"), false));
+    EXPECT_EQ(Files("out"), (Contents{{"small", "small"}}));
+    ASSERT_EQ(zip.GetSkippedEntries().size(), 1u);
+    EXPECT_EQ(zip.GetSkippedEntries()[0].m_reason, CXSkipReason::kTooLarge);
+}
 } // namespace
