@@ -35,6 +35,9 @@ if(test_sources)
         target_compile_definitions(tevtools_tests PRIVATE TEVTOOLS_TEV="$<TARGET_FILE:tev>")
         add_dependencies(tevtools_tests tev)
     endif()
+    # What crashes in them.
+    target_compile_definitions(tevtools_tests PRIVATE TEVTOOLS_CRASH_EXAMPLE="$<TARGET_FILE:example_crash>")
+    add_dependencies(tevtools_tests example_crash)
     gtest_discover_tests(tevtools_tests
         DISCOVERY_TIMEOUT 60
         PROPERTIES TIMEOUT 300 ENVIRONMENT "${test_environment}")

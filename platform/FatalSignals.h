@@ -55,9 +55,9 @@ void MakeSignalRecords(void* memory, unsigned code, const void*& info, const voi
 /// Of this process, which a copy made by fork does not share. Safe in signal handlers.
 std::uint32_t ProcessId() noexcept;
 
-/// Leaves to the process's other threads all signals but those by which threads are stopped and those that say that the
-/// calling thread itself went wrong.
-void TakeFaultsOnly() noexcept;
+/// Makes the calling thread one that waits for crashes: it leaves to others all signals but those by which threads are
+/// stopped and those that say that itself went wrong. Its name is "crash reporter".
+void BecomeCrashReporter() noexcept;
 
 /// Gives the calling thread a stack for signal handlers where it has none, until the thread ends or gives it back.
 void TakeAlternateStack();

@@ -71,8 +71,11 @@ bool CCrashHandler::MakeReport(_CR_EXCEPTION_INFO& info, bool isCrash)
         m_flags |= xCrashWithoutPointers;
 
     bool isWanted = true;
-    if ((m_flags & xCrashNoCallback) == 0 && m_callback != nullptr)
+    if ((m_flags & xCrashNoCallback) == 0 && m_callback != nullptr && !tev::IsCallbackBroken())
+    {
+        const tev::CallbackRuns running;
         tev::Attempt([&] { isWanted = m_callback(this) != 0; });
+    }
     CPathString archive;
     CrashRecord record;
     if (isWanted)

@@ -9,6 +9,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <csetjmp>
 
 namespace
 {
@@ -43,26 +44,38 @@ _CR_EXCEPTION_INFO g_info;
 _EXCEPTION_POINTERS g_pointers;
 int g_signal = 0; ///< by which the process ends; 0 for exit code 1
 
+/// Where the waiting thread goes on when the program's callback crashes on it.
+std::jmp_buf g_withoutCallback;
+std::atomic<bool> g_isCallbackRunning{false};
+std::atomic<bool> g_isCallbackBroken{false};
+
 thread_local char t_mark TEV_NEAR_THREAD_LOCAL = 0;
 
+Stage LetReport() noexcept
+{
+    try
+    {
+        g_reporter.load()(g_info);
+        return kDone;
+    }
+    catch (...)
+    {
+        return kFailed;
+    }
+}
+
+// Nothing with a destructor may stand in this function: a callback that crashes comes back to it from anywhere.
 unsigned WaitForCrash(void*) noexcept
 {
-    tev::platform::TakeFaultsOnly();
+    tev::platform::BecomeCrashReporter();
     g_reporterMark.store(tev::ThreadMark());
     while (g_stage.load() == kWaiting)
         tev::platform::WaitWhile(g_stage, kWaiting);
     if (g_stage.load() != kReporting)
         return 0;
-    Stage outcome = kDone;
-    try
-    {
-        g_reporter.load()(g_info);
-    }
-    catch (...)
-    {
-        outcome = kFailed;
-    }
-    g_stage.store(outcome);
+    if (setjmp(g_withoutCallback) != 0)
+        g_isCallbackBroken.store(true);
+    g_stage.store(LetReport());
     tev::platform::WakeAll(g_stage);
     return 0;
 }
@@ -92,6 +105,8 @@ void PassGate() noexcept
         EndProcess(); // it fails with what it does here
     if (tev::IsReporter())
     {
+        if (g_isCallbackRunning.exchange(false))
+            std::longjmp(g_withoutCallback, 1);
         g_stage.store(kFailed);
         tev::platform::WakeAll(g_stage);
     }
@@ -205,6 +220,21 @@ bool IsReporter() noexcept
 const void* ThreadMark() noexcept
 {
     return &t_mark;
+}
+
+bool IsCallbackBroken() noexcept
+{
+    return g_isCallbackBroken.load();
+}
+
+CallbackRuns::CallbackRuns() noexcept
+{
+    g_isCallbackRunning.store(IsReporter() && IsCrashing());
+}
+
+CallbackRuns::~CallbackRuns()
+{
+    g_isCallbackRunning.store(false);
 }
 
 WithoutDeadline::WithoutDeadline() noexcept

@@ -29,6 +29,18 @@ bool IsReporter() noexcept;
 /// What tells the calling thread from all others that run.
 const void* ThreadMark() noexcept;
 
+/// While it lives the program's callback runs. When that crashes, the report of a crash is begun again without it.
+class CallbackRuns
+{
+public:
+    CallbackRuns() noexcept;
+    ~CallbackRuns();
+    CallbackRuns(const CallbackRuns&) = delete;
+    CallbackRuns& operator=(const CallbackRuns&) = delete;
+};
+/// Whether the callback has crashed while it was asked about a crash.
+bool IsCallbackBroken() noexcept;
+
 /// While it lives a crash has no deadline: a person is asked.
 class WithoutDeadline
 {

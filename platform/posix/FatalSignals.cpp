@@ -194,8 +194,9 @@ std::uint32_t ProcessId() noexcept
     return static_cast<std::uint32_t>(getpid());
 }
 
-void TakeFaultsOnly() noexcept
+void BecomeCrashReporter() noexcept
 {
+    pthread_setname_np(pthread_self(), "crash reporter");
     sigset_t mask;
     sigemptyset(&mask);
     for (int number = 1; number < SIGRTMIN; ++number)

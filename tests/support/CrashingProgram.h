@@ -1,0 +1,108 @@
+#pragma once
+
+#include "system/CZip.h"
+#include "tests/support/TempFolder.h"
+
+#include <csignal>
+#include <set>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace tev::test
+{
+/// The example that crashes, as a child with folders of its own.
+class CrashingProgram
+{
+public:
+    /// The helper is the real one unless another path is given. Starts with the program's output going to a pipe.
+    explicit CrashingProgram(const std::vector<std::string>& arguments, const std::string& helper = {})
+    {
+        std::vector<char*> words = {const_cast<char*>("example_crash")};
+        for (const std::string& argument : arguments)
+            words.push_back(const_cast<char*>(argument.c_str()));
+        words.push_back(nullptr);
+        int ends[2];
+        if (pipe2(ends, O_CLOEXEC) != 0 || (m_process = fork()) < 0)
+            throw std::runtime_error("cannot start the crashing program");
+        m_output = ends[0];
+        if (m_process == 0)
+        {
+            dup2(ends[1], STDOUT_FILENO);
+            dup2(open("/dev/null", O_RDWR), STDERR_FILENO);
+            setenv("TEVTOOLS_USER_DATA", m_folder.Path("user").c_str(), 1);
+            setenv("TEVTOOLS_COMMON_DATA", m_folder.Path("common").c_str(), 1);
+            if (!helper.empty())
+                setenv("TEVTOOLS_CRASH_HELPER", helper.c_str(), 1);
+            execv(TEVTOOLS_CRASH_EXAMPLE, words.data());
+            _exit(127);
+        }
+        close(ends[1]);
+    }
+    ~CrashingProgram()
+    {
+        if (m_process > 0)
+        {
+            kill(m_process, SIGKILL);
+            Wait();
+        }
+        close(m_output);
+    }
+    CrashingProgram(const CrashingProgram&) = delete;
+    CrashingProgram& operator=(const CrashingProgram&) = delete;
+
+    pid_t Process() const { return m_process; }
+    const TempFolder& Folder() const { return m_folder; }
+
+    /// Waits until the program has printed so many lines, or ended.
+    void AwaitLines(int count) const
+    {
+        char character = 0;
+        while (count > 0 && read(m_output, &character, 1) == 1)
+            count -= character == '\n' ? 1 : 0;
+    }
+
+    /// Its exit code, or 128 plus the signal that ended it.
+    int Wait()
+    {
+        int status = 0;
+        waitpid(m_process, &status, 0);
+        m_process = -1;
+        return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
+    }
+
+    /// The names in the common folder.
+    std::set<std::string> Reports() const
+    {
+        std::set<std::string> names;
+        for (const auto& entry : std::filesystem::directory_iterator(m_folder.Path("common")))
+            names.insert(entry.path().filename().string());
+        return names;
+    }
+
+private:
+    TempFolder m_folder;
+    pid_t m_process = -1;
+    int m_output = -1;
+};
+
+/// The names of the files in an archive; a single "?" when it is none.
+inline std::set<std::wstring> NamesInArchive(const std::wstring& path)
+{
+    CZip zip;
+    if (!zip.Open(path.c_str(), zipOpenReadOnly, false, nullptr))
+        return {L"?"};
+    std::set<std::wstring> names;
+    for (int i = 0; i < zip.GetCount(false); ++i)
+    {
+        CZipFileInfo info;
+        if (zip.GetFileInfo(info, static_cast<unsigned>(i)))
+            names.insert(info.GetFileName().GetConstBuffer());
+    }
+    return names;
+}
+} // namespace tev::test
