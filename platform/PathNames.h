@@ -23,6 +23,9 @@ constexpr wchar_t kPathSeparator = L'/';
 /// Safe from several threads at once.
 [[nodiscard]] std::wstring SystemPathToWide(const char* path);
 
+/// Whether the bytes up to the first NUL are UTF-8, so that SystemPathToWide replaces none.
+[[nodiscard]] bool IsUtf8(const char* text);
+
 /// The path from the root, put together from the process's current folder where it does not begin there; as it is where
 /// there is none. Nothing is resolved. For paths that are used again later.
 [[nodiscard]] std::wstring FullPath(const wchar_t* path);

@@ -189,6 +189,13 @@ public:
         zip_stat_t status;
         if (zip_stat_index(m_archive, slot, 0, &status) != 0)
             return Failed(error), nullptr;
+        // libzip loses memory over what it does not know.
+        if (zip_compression_method_supported(status.comp_method, 0) == 0 ||
+            zip_encryption_method_supported(status.encryption_method, 0) == 0)
+        {
+            error = {ZipFailure::Unsupported, 0};
+            return nullptr;
+        }
         const bool isEncrypted = status.encryption_method != ZIP_EM_NONE;
         zip_file_t* const file =
             zip_fopen_index_encrypted(m_archive, slot, 0, password.empty() ? nullptr : password.c_str());

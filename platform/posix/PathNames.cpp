@@ -143,6 +143,19 @@ std::wstring tev::platform::SystemPathToWide(const char* path)
     return result;
 }
 
+bool tev::platform::IsUtf8(const char* text)
+{
+    char32_t c = 0;
+    for (auto bytes = reinterpret_cast<const unsigned char*>(text); *bytes != 0;)
+    {
+        const size_t length = DecodeUtf8(bytes, c);
+        if (length == 0)
+            return false;
+        bytes += length;
+    }
+    return true;
+}
+
 std::wstring tev::platform::FullPath(const wchar_t* path)
 {
     const std::wstring given = path != nullptr ? path : L"";

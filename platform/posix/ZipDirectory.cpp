@@ -84,13 +84,6 @@ std::optional<std::size_t> FindEndMark(const ZipBuffer& tail)
     return fitting ? fitting : last;
 }
 
-/// Whether all of it is text in UTF-8.
-bool IsUtf8(const std::string& text)
-{
-    const std::wstring wide = SystemPathToWide(text.c_str());
-    return std::none_of(wide.begin(), wide.end(), [](wchar_t c) { return c >= 0xDC80 && c <= 0xDCFF; });
-}
-
 /// What stands in 32 bits; a number that does not fit goes to the field.
 std::uint32_t Shortened(std::uint64_t number, ZipBuffer& field)
 {
@@ -298,7 +291,7 @@ std::string ZipDirectoryRewriter::MendedName(std::size_t nameSize)
         std::replace(name.begin(), name.end(), '\0', '\\');
         m_isMended = true;
     }
-    if ((flags & kUtf8Flag) != 0 && !IsUtf8(name))
+    if ((flags & kUtf8Flag) != 0 && !IsUtf8(name.c_str()))
     {
         Store(m_header, 8, static_cast<std::uint16_t>(flags & ~kUtf8Flag));
         name.insert(0, 1, '\\');

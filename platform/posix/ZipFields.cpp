@@ -114,15 +114,6 @@ void ReadNtfs(std::string_view field, ZipTimes& times)
         times.creation = NtfsTime(found, 16);
 }
 
-bool IsUtf8(const std::string& text)
-{
-    // A name of the system holds any bytes; those that are no UTF-8 stand as halves of surrogate pairs.
-    const std::wstring wide = SystemPathToWide(text.c_str());
-    return std::none_of(wide.begin(), wide.end(), [](wchar_t c) {
-        return static_cast<std::uint32_t>(c) >= 0xDC80 && static_cast<std::uint32_t>(c) <= 0xDCFF;
-    });
-}
-
 std::string FromCodePage437(std::string_view name)
 {
     std::string text;
@@ -163,7 +154,8 @@ std::string ZipEntryName(std::string_view name, bool isFlaggedUtf8, std::string_
     const std::string_view unicode = UnicodePath(name, extra);
     if (!unicode.empty())
         return std::string(unicode);
-    return IsUtf8(std::string(name)) ? std::string(name) : FromCodePage437(name);
+    std::string text(name);
+    return IsUtf8(text.c_str()) ? text : FromCodePage437(name);
 }
 
 ZipTimes ZipEntryTimes(std::string_view extra)

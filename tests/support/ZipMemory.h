@@ -21,7 +21,7 @@ public:
     {
         const std::size_t at = static_cast<std::size_t>(std::min<std::uint64_t>(offset, m_bytes.size()));
         delivered = std::min(count, m_bytes.size() - at);
-        std::memcpy(buffer, m_bytes.data() + at, delivered);
+        std::copy_n(m_bytes.data() + at, delivered, static_cast<char*>(buffer));
         return true;
     }
 
