@@ -139,8 +139,7 @@ public:
     ZipEngine& operator=(const ZipEngine&) = delete;
 
     virtual std::uint64_t Count() const = 0;
-    /// Valid until the archive is changed.
-    virtual const char* Name(std::uint64_t index) const = 0;
+    virtual std::string Name(std::uint64_t index) const = 0;
     virtual ZipEntryKind Kind(std::uint64_t index) const = 0;
     /// Reads what the archive keeps beside the entry's contents, too.
     [[nodiscard]] virtual bool Describe(std::uint64_t index, ZipEntry& entry, ZipError& error) = 0;

@@ -84,8 +84,8 @@ public:
             error = ErrorOf(zip_file_get_error(m_file), m_source.SystemFailure());
             return FailAsDamaged(error);
         }
-        // Only the end is checked by libzip; what unfolds to more than was declared must not get that far.
-        if (static_cast<std::uint64_t>(got) > m_left)
+        // libzip checks the size of some entries only, and at their end.
+        if (static_cast<std::uint64_t>(got) > m_left || (got == 0 && count != 0 && m_left != 0))
         {
             error = {ZipFailure::Damaged, 0};
             return FailAsDamaged(error);
@@ -162,7 +162,7 @@ public:
     }
 
     std::uint64_t Count() const override { return m_slots.size(); }
-    const char* Name(std::uint64_t index) const override { return ZipSlotName(m_archive, m_slots[index]); }
+    std::string Name(std::uint64_t index) const override { return ZipSlotName(m_archive, m_slots[index]); }
     ZipEntryKind Kind(std::uint64_t index) const override { return ZipSlotKind(m_archive, m_slots[index]); }
 
     bool Describe(std::uint64_t index, ZipEntry& entry, ZipError& error) override

@@ -147,6 +147,8 @@ bool ZipDirectoryRewriter::Rewrite(ZipError& error)
         if (!RewriteHeader(error))
             return false;
     }
+    if (m_at != m_limit)
+        return FailAsDamaged(error);
     WriteEnd();
     return true;
 }
@@ -249,7 +251,7 @@ bool ZipDirectoryRewriter::SplitExtra(std::size_t at, std::size_t size, Numbers&
         const std::size_t fieldSize = Load<std::uint16_t>(m_header, at + 2);
         const std::size_t next = at + 4 + fieldSize;
         if (next > end)
-            return false;
+            break;
         if (Load<std::uint16_t>(m_header, at) != kZip64Field)
             others.insert(others.end(), m_header.begin() + static_cast<std::ptrdiff_t>(at),
                           m_header.begin() + static_cast<std::ptrdiff_t>(next));

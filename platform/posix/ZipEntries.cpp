@@ -97,11 +97,11 @@ ZipEncryption EncryptionOf(zip_uint16_t method)
 }
 } // namespace
 
-const char* ZipSlotName(zip_t* archive, zip_uint64_t slot)
+std::string ZipSlotName(zip_t* archive, zip_uint64_t slot)
 {
-    // Without a mark it is what it can be: UTF-8, as `zip` on Unix writes it, or else code page 437.
-    const char* const name = zip_get_name(archive, slot, ZIP_FL_ENC_GUESS);
-    return name != nullptr ? name : "";
+    // What is flagged as UTF-8, or has a field for Unicode, comes as UTF-8 here.
+    const char* const name = zip_get_name(archive, slot, ZIP_FL_ENC_RAW);
+    return name != nullptr ? ZipEntryName(name, false, {}) : std::string();
 }
 
 ZipEntryKind ZipSlotKind(zip_t* archive, zip_uint64_t slot)

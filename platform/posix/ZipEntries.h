@@ -8,8 +8,7 @@
 
 namespace tev::platform
 {
-/// Valid until the archive is changed.
-const char* ZipSlotName(zip_t* archive, zip_uint64_t slot);
+std::string ZipSlotName(zip_t* archive, zip_uint64_t slot);
 ZipEntryKind ZipSlotKind(zip_t* archive, zip_uint64_t slot);
 /// False with the error in the archive.
 [[nodiscard]] bool DescribeZipSlot(zip_t* archive, zip_uint64_t slot, bool isNew, ZipEntry& entry);

@@ -318,6 +318,9 @@ TEST(CZip, HostileEntriesMakeNoFile)
     RawEntry damaged{"damaged", "contents"};
     damaged.checksum = 1;
     entries.push_back(damaged);
+    RawEntry fewer{"fewer than declared", std::string(1000, 'x'), true};
+    fewer.size = 1001;
+    entries.push_back(fewer);
     entries.push_back({"sound", "contents"});
     const std::wstring path = folder.WriteFile("x.zip", RawZip(entries));
     CZip zip;
@@ -335,7 +338,8 @@ TEST(CZip, HostileEntriesMakeNoFile)
     EXPECT_EQ(extract(unsafe + 1), zipFailed);
     EXPECT_EQ(extract(unsafe + 2), zipFailed);
     EXPECT_EQ(zip.GetLastFailure(), XZipFailure::kDamaged);
-    EXPECT_EQ(extract(unsafe + 3), zipExtracted);
+    EXPECT_EQ(extract(unsafe + 3), zipFailed);
+    EXPECT_EQ(extract(unsafe + 4), zipExtracted);
     EXPECT_EQ(std::distance(std::filesystem::recursive_directory_iterator(folder.Path()), {}), 3);
 }
 

@@ -1,0 +1,47 @@
+#pragma once
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace tev::test
+{
+
+/// The archives of other people's test suites, sorted; none where they do not stand beside the checkout.
+inline std::vector<std::filesystem::path> ZipCorpus()
+{
+    const std::filesystem::path root = std::filesystem::path(TEVTOOLS_SOURCE_DIR) / "../shared/corpora/zip";
+    std::vector<std::filesystem::path> archives;
+    if (!std::filesystem::is_directory(root))
+        return archives;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(root))
+    {
+        if (entry.path().extension() == ".zip")
+            archives.push_back(std::filesystem::canonical(entry.path()));
+    }
+    std::sort(archives.begin(), archives.end());
+    return archives;
+}
+
+/// The contents of all files beneath a folder, by their names in it.
+inline std::map<std::string, std::string> FilesBeneath(const std::filesystem::path& folder)
+{
+    std::map<std::string, std::string> files;
+    if (!std::filesystem::is_directory(folder))
+        return files;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(folder))
+    {
+        if (!entry.is_regular_file())
+            continue;
+        std::ifstream file(entry.path(), std::ios::binary);
+        files[entry.path().lexically_relative(folder).string()] =
+            std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+    }
+    return files;
+}
+
+} // namespace tev::test
