@@ -10,6 +10,8 @@
 #include "services/Paths.h"
 #include "system/ExtractedFiles.h"
 #include "system/ThreadRelations.h"
+#include "system/WorkerCount.h"
+#include "system/WriteBehind.h"
 #include "system/ZipExtraction.h"
 
 #include <array>
@@ -227,12 +229,14 @@ bool CMiniZip::ExtractStream(Stream stream, const CXTString<wchar_t>& source, co
     if (!ReportProgress(0, information.size))
         return Fail(Failure::kCancelled);
 
+    using Threads = tev::WriteBehind::Threads;
+    tev::WriteBehind behind(*file, OMPGetMaxThreadCount() > 1 ? Threads::kItsOwn : Threads::kCallersOnly);
     unsigned __int64 written = 0;
     const auto write = [&](const void* bytes, std::size_t count, unsigned __int64 consumed) {
         written += count;
         if (!m_limits.Allows(written, information.size))
             return Fail(Failure::kTooLarge);
-        if (!file->Write(bytes, count))
+        if (!behind.Write(bytes, count))
             return Fail(Failure::kNotWritable);
         return ReportProgress(consumed, information.size) || Fail(Failure::kCancelled);
     };
@@ -246,6 +250,8 @@ bool CMiniZip::ExtractStream(Stream stream, const CXTString<wchar_t>& source, co
     if (isUnread || (result == UnpackResult::Damaged && !isGZip))
         return Fail(isUnread ? Failure::kNoArchive : Failure::kDamaged);
 
+    if (!behind.Finish())
+        return Fail(Failure::kNotWritable);
     m_files->Start(*target.m_folder);
     m_files->Files().push_back({target.m_name, {}});
     m_extractedFiles.Add(destFile);

@@ -6,6 +6,7 @@
 #include "platform/Threads.h"
 #include "system/EntryName.h"
 #include "system/WorkerCount.h"
+#include "system/WriteBehind.h"
 
 #include <algorithm>
 #include <atomic>
@@ -165,6 +166,8 @@ public:
         workers = static_cast<unsigned>(std::min<std::size_t>(workers, files));
         if (workers == 0)
             return Ending::kDone;
+        if (workers < OMPGetMaxThreadCount() && m_totalBytes >= kWorthAnotherThread)
+            m_writersOfFiles = WriteBehind::Threads::kItsOwn; // a few large files leave somebody idle
         if (!Report()) // the others may be done before this thread has its next turn
             return Ending::kCancelled;
         m_filesAtOnce =
@@ -223,8 +226,9 @@ private:
                 return End(Ending::kFailed);
             return Skip(file, CXSkipReason::kNotWritable);
         }
+        WriteBehind behind(*target, m_writersOfFiles);
         const auto write = [&](const void* bytes, std::size_t count) {
-            if (!target->Write(bytes, count))
+            if (!behind.Write(bytes, count))
             {
                 End(Ending::kFailed);
                 return false;
@@ -237,7 +241,7 @@ private:
             return;
         if (result != ZipReadResult::Done)
             return Skip(file, ReasonOf(result));
-        if (!target->Keep(file.m_lastWrite, file.m_identity))
+        if (!behind.Finish() || !target->Keep(file.m_lastWrite, file.m_identity))
             return End(Ending::kFailed);
         file.m_state = State::kWritten;
     }
@@ -281,6 +285,7 @@ private:
     const std::uint64_t m_totalBytes;
     const std::uint64_t m_caller;
     std::size_t m_filesAtOnce = 1;
+    WriteBehind::Threads m_writersOfFiles = WriteBehind::Threads::kCallersOnly;
     std::atomic<std::size_t> m_next{0};
     std::atomic<std::uint64_t> m_processed{0};
     std::atomic<std::uint32_t> m_active{0};

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
 #include <vector>
 
 #include <miniz.h>
@@ -258,10 +259,25 @@ private:
     ZipReadResult m_result = ZipReadResult::Done;
 };
 
-/// miniz is C: nothing may be thrown through it.
-std::size_t TakeCompressed(void* unpacking, mz_uint64, const void* bytes, std::size_t count) noexcept
+/// miniz is C: nothing may be thrown through it. What the sink throws waits behind it.
+struct Taking
 {
-    return static_cast<Unpacking*>(unpacking)->Take(bytes, count) ? count : 0;
+    Unpacking& unpacking;
+    std::exception_ptr thrown;
+};
+
+std::size_t TakeCompressed(void* taking, mz_uint64, const void* bytes, std::size_t count) noexcept
+{
+    auto& mine = *static_cast<Taking*>(taking);
+    try
+    {
+        return mine.unpacking.Take(bytes, count) ? count : 0;
+    }
+    catch (...)
+    {
+        mine.thrown = std::current_exception();
+        return 0;
+    }
 }
 
 class MinizZipReader final : public PlainZipReader
@@ -322,8 +338,11 @@ public:
         if (!PrepareBuffers())
             return ZipReadResult::SourceFailed;
         Unpacking unpacking(entry, m_buffers, sink);
+        Taking taking{unpacking, nullptr};
         const bool isRead = mz_zip_reader_extract_to_callback(&m_zip, static_cast<mz_uint>(index), TakeCompressed,
-                                                              &unpacking, MZ_ZIP_FLAG_COMPRESSED_DATA) != 0;
+                                                              &taking, MZ_ZIP_FLAG_COMPRESSED_DATA) != 0;
+        if (taking.thrown != nullptr)
+            std::rethrow_exception(taking.thrown);
         const ZipReadResult result = unpacking.Finish();
         if (m_window.HasFailed())
             return ZipReadResult::SourceFailed;
