@@ -170,11 +170,14 @@ void Crash(const Way& way)
 void CrashOnWorkers(const Way& way, unsigned count, bool withHooks)
 {
     std::vector<std::thread> workers;
+    std::atomic<unsigned> readyCount{0};
     for (unsigned i = 0; i < count; ++i)
     {
-        workers.emplace_back([&way, withHooks]() noexcept {
+        workers.emplace_back([&way, &readyCount, count, withHooks]() noexcept {
             if (withHooks)
                 CrashThreadInstall();
+            for (++readyCount; readyCount != count;)
+                CXThread::SleepCurrentThread(1);
             Crash(way);
             CrashThreadUninstall();
         });

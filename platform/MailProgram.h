@@ -17,5 +17,5 @@ struct MailMessage
 /// Hands a message to the person's mail program, where it can be looked at and sent. False when there is none, or it
 /// refuses, or does not answer within a minute. The mail program may read the attachment later.
 /// Safe from several threads at once.
-[[nodiscard]] bool HandToMailProgram(const MailMessage& message) noexcept;
+[[nodiscard]] bool HandToMailProgram(const MailMessage& message);
 } // namespace tev::platform

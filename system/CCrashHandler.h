@@ -79,7 +79,7 @@ public:
     /// Puts back what stood in the places of the hooks.
     virtual ~CCrashHandler();
 
-    /// The callback says whether a report is made: 0 for no.
+    /// The callback says whether a report is made: 0 for no. It leaves the handler installed.
     void SetCallback(int (*callback)(CCrashHandler*));
     void SetFlags(unsigned int flags);
     unsigned int GetFlags() const;
@@ -169,9 +169,10 @@ TEVTOOLS_API void CrashUninstall();
 TEVTOOLS_API void CrashThreadInstall();
 TEVTOOLS_API void CrashThreadUninstall();
 
-/// Makes a crash report now, on the calling thread. The pointers may be null. Does nothing without a handler.
+/// Makes a crash report now, on the calling thread, whose pending exception is deleted. The pointers may be null. Does
+/// nothing without a handler.
 TEVTOOLS_API void CrashGenerateErrorReport(_EXCEPTION_POINTERS* pointers, bool noCallback);
-/// Makes a files report now; the files are in this one only. Does nothing without a handler.
+/// As above for a files report; the files are in this one only.
 TEVTOOLS_API void CrashGenerateFilesErrorReport(const CXArray<CXTString<wchar_t>>& files, _EXCEPTION_POINTERS* pointers,
                                                 bool noCallback);
 

@@ -214,8 +214,9 @@ int CCrashHandler::SetThreadCPPExceptionHandlers()
     {
         m_previousTerminate = std::set_terminate(OnTerminate);
         m_previousUnexpected = platform::SetUnexpectedHook(OnUnexpected);
-        g_forOthers.terminate.store(m_previousTerminate);
-        g_forOthers.unexpected.store(m_previousUnexpected);
+        // A process that is a copy of one with hooks finds its own there.
+        g_forOthers.terminate.store(m_previousTerminate == OnTerminate ? nullptr : m_previousTerminate);
+        g_forOthers.unexpected.store(m_previousUnexpected == OnUnexpected ? nullptr : m_previousUnexpected);
     }
     return 1;
 }

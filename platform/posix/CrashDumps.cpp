@@ -20,6 +20,7 @@
 #include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
+#include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -171,6 +172,9 @@ void StartHelper(const char* helperPath) noexcept
     std::uint32_t helper = 0;
     if (!isStarted || !Receive(ownEnd.Get(), HelperMessage::Hello, helper, kHelloTimeoutMs))
         return;
+    // A helper that was stopped must not stop this process.
+    const timeval patience = {1, 0};
+    setsockopt(ownEnd.Get(), SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
     prctl(PR_SET_PTRACER, helper, 0, 0, 0); // refused where nobody needs to be named
     static const int forkHandler = pthread_atfork(nullptr, nullptr, DropSocket);
     static_cast<void>(forkHandler);
@@ -243,7 +247,7 @@ void SetCrashTraces(const CrashTraces& traces)
         const std::size_t count = all.copy(piece->bytes, TracesPiece::kMostBytes, at);
         piece->offset = static_cast<std::uint32_t>(at);
         if (!Send(socket, piece.get(), offsetof(TracesPiece, bytes) + count))
-            break;
+            return DropSocket(); // what it knows is not true any more
         at += count;
     }
 }

@@ -135,6 +135,8 @@ bool CallPrevious(const PreviousSignals& previous, const SignalEvent& event) noe
         if (row.numbers[i] != event.number)
             continue;
         const struct sigaction& action = previous.actions[i];
+        if (IsOurs(action)) // of the process that this one is a copy of
+            return false;
         if ((action.sa_flags & SA_SIGINFO) != 0)
             action.sa_sigaction(event.number, static_cast<siginfo_t*>(const_cast<void*>(event.info)),
                                 const_cast<void*>(event.context));

@@ -48,7 +48,7 @@ bool IsAddress(const std::string& text)
 }
 } // namespace
 
-bool HandToMailProgram(const MailMessage& message) noexcept
+bool HandToMailProgram(const MailMessage& message)
 {
     constexpr const char* kProgram = "xdg-email";
     if (!IsAddress(message.to))

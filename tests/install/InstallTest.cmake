@@ -34,3 +34,8 @@ unset(ENV{LD_LIBRARY_PATH})
 if(TOOL)
     run("${prefix}/${BINDIR}/tev" --help)
 endif()
+
+# The helper lies where the library looks for it.
+if(NOT EXISTS "${prefix}/${BINDIR}/tev-crash-helper")
+    message(FATAL_ERROR "the helper for crashes is not installed")
+endif()

@@ -1,4 +1,6 @@
 #include "platform/CrashDumps.h"
+
+#include "system/CXThread.h"
 #include "tests/support/Debugger.h"
 #include "tests/support/Eventually.h"
 #include "tests/support/TempFolder.h"
@@ -22,7 +24,7 @@ extern "C" [[gnu::noinline]] void WaitAsNamedFunction()
 {
     ++g_waiting;
     while (!g_mayLeave)
-        std::this_thread::yield();
+        CXThread::SleepCurrentThread(1);
 }
 
 extern "C" [[gnu::noinline]] bool DumpAsNamedFunction(const char* path)
