@@ -2,6 +2,7 @@
 
 #include "core/CXFileException.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <utility>
 
@@ -14,6 +15,20 @@ using platform::FileInformation;
 using platform::FileKind;
 
 constexpr std::size_t kBufferSize = 256 * 1024;
+
+constexpr std::size_t kTailSize = 64 * 1024;
+
+bool HashTail(ZipFileBytes& file, std::uint64_t& hash)
+{
+    std::vector<unsigned char> tail(static_cast<std::size_t>(std::min<std::uint64_t>(kTailSize, file.Size())));
+    std::size_t delivered = 0;
+    if (!file.ReadAt(file.Size() - tail.size(), tail.data(), tail.size(), delivered))
+        return false;
+    hash = 0xCBF29CE484222325; // FNV-1a
+    for (std::size_t i = 0; i < delivered; ++i)
+        hash = (hash ^ tail[i]) * 0x100000001B3;
+    return true;
+}
 
 bool Fail(int error)
 {
@@ -29,6 +44,8 @@ std::optional<FileStamp> FileStamp::Take(const wchar_t* path)
     if (file == nullptr || !platform::GetFileInformation(path, stamp.m_information))
         return std::nullopt;
     stamp.m_size = file->Size();
+    if (!HashTail(*file, stamp.m_tailHash))
+        return std::nullopt;
     return stamp;
 }
 
@@ -40,7 +57,7 @@ bool FileStamp::IsSameFile(const FileInformation& other) const noexcept
 bool FileStamp::IsSameState(const FileStamp& other) const noexcept
 {
     return IsSameFile(other.m_information) && m_information.lastWrite == other.m_information.lastWrite &&
-           m_size == other.m_size;
+           m_size == other.m_size && m_tailHash == other.m_tailHash;
 }
 
 std::unique_ptr<ZipFileBytes> ZipFileBytes::Open(const wchar_t* path)
@@ -143,6 +160,8 @@ bool ZipFileTarget::IsUnchanged()
     if (!m_expected)
         return true;
     const std::optional<FileStamp> now = FileStamp::Take(m_path.c_str());
+    if (!now && errno != ENOENT)
+        return false;
     m_isReplacedByOthers = !now || !now->IsSameState(*m_expected);
     return !m_isReplacedByOthers || Fail(ESTALE);
 }

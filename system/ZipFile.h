@@ -19,6 +19,8 @@ struct FileStamp
 {
     platform::FileInformation m_information;
     std::uint64_t m_size = 0;
+    /// Of the file's last bytes: an archive that is changed has another directory, whatever its time.
+    std::uint64_t m_tailHash = 0;
 
     /// Nothing, with the error in errno, where it cannot be had.
     static std::optional<FileStamp> Take(const wchar_t* path);
