@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <exception>
@@ -79,6 +80,14 @@ void CrashInLog()
     WriteNowhere();
 }
 
+void CrashWithoutDescriptors()
+{
+    while (std::fopen("/dev/null", "r") != nullptr)
+    {
+    }
+    WriteNowhere();
+}
+
 void RunForEver()
 {
     for (unsigned i = 0;; ++i)
@@ -120,6 +129,7 @@ const Way kWays[] = {
     {"demand", [] { CrashGenerateErrorReport(nullptr, false); }},
     {"heap", DamageHeap},
     {"log", CrashInLog},
+    {"descriptors", CrashWithoutDescriptors},
     {"run", RunForEver},
 };
 

@@ -55,8 +55,7 @@ Stage LetReport() noexcept
 {
     try
     {
-        g_reporter.load()(g_info);
-        return kDone;
+        return g_reporter.load()(g_info) ? kDone : kFailed;
     }
     catch (...)
     {

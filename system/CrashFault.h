@@ -8,8 +8,8 @@
 // done, or fails, or takes too long.
 namespace tev
 {
-/// Makes the report of a crash, on the waiting thread.
-using CrashReporter = void (*)(_CR_EXCEPTION_INFO& info);
+/// Makes the report of a crash, on the waiting thread. False when somebody else should.
+using CrashReporter = bool (*)(_CR_EXCEPTION_INFO& info);
 
 /// Starts the waiting thread, once.
 void StartReporter(CrashReporter reporter) noexcept;

@@ -2,6 +2,7 @@
 
 #include "core/NeverDestroyed.h"
 #include "platform/FatalSignals.h"
+#include "services/Paths.h"
 #include "system/CrashFault.h"
 
 #include <atomic>
@@ -14,16 +15,17 @@ std::atomic<const void*> g_holder{nullptr};
 thread_local bool t_isReporting = false;
 } // namespace
 
-void CrashHandlerAccess::Report(_CR_EXCEPTION_INFO& info)
+bool CrashHandlerAccess::Report(_CR_EXCEPTION_INFO& info)
 {
     const tev::CrashRegistryHold hold;
     CCrashHandler* const handler = CrashRegistry::Get().Find();
     if (handler == nullptr)
-        return;
+        return false;
     // A thread that crashed while it made a report may have done so in the callback.
     if (hold.IsOnBehalf())
         handler->m_flags |= xCrashNoCallback;
     handler->MakeReport(info, true);
+    return !fileExists(CrashRegistry::Get().m_recordPath);
 }
 
 void CrashHandlerAccess::RemoveFiles(CCrashHandler& handler, std::size_t first, std::size_t count)

@@ -10,8 +10,8 @@
 /// What the functions of the family do with a handler beyond its interface. The registry's lock is held.
 struct CrashHandlerAccess
 {
-    /// On the thread that waits for a crash; takes the lock itself.
-    static void Report(_CR_EXCEPTION_INFO& info);
+    /// On the thread that waits for a crash; takes the lock itself. False when the report is still to be made.
+    static bool Report(_CR_EXCEPTION_INFO& info);
     static void RemoveFiles(CCrashHandler& handler, std::size_t first, std::size_t count);
     static std::size_t FileCount(const CCrashHandler& handler) { return handler.m_files.size(); }
 };

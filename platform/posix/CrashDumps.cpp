@@ -282,6 +282,7 @@ bool WriteCrashTraces(const Fault& fault, bool withDump, const char* logPath) no
     if (fault.context == nullptr)
         StateFromFrame(here, order.state);
     CopyPath(order.logPath, logPath);
+    ReleaseReservedDescriptors(); // whoever makes the report needs some, too
     order.withDump = withDump;
     order.withRecord = true;
     {
@@ -289,7 +290,6 @@ bool WriteCrashTraces(const Fault& fault, bool withDump, const char* logPath) no
         if (channel.Ask(&order, sizeof order, kDumpTimeoutMs))
             return true;
     }
-    ReleaseReservedDescriptors();
     // A helper that failed with the dump may have written the record; one that died has not.
     const bool hasRecord = access(traces->recordPath.c_str(), F_OK) == 0 && HasDumpHelper();
     if (!hasRecord && WriteLockedRecord(traces->recordPath.c_str(), traces->record, logPath) < 0)

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -34,6 +35,8 @@ public:
         {
             dup2(ends[1], STDOUT_FILENO);
             dup2(open("/dev/null", O_RDWR), STDERR_FILENO);
+            const rlimit few = {100, 100}; // one of the ways to crash uses them up
+            setrlimit(RLIMIT_NOFILE, &few);
             setenv("TEVTOOLS_USER_DATA", m_folder.Path("user").c_str(), 1);
             setenv("TEVTOOLS_COMMON_DATA", m_folder.Path("common").c_str(), 1);
             if (!helper.empty())

@@ -96,6 +96,7 @@ TEST_F(CrashesThread, EachEndsAsDocumentedWithOneReport)
         {{"overflow"}, 1, SIGSEGV},
         {{"heap"}, 1, SIGABRT},
         {{"log"}, 1, SIGSEGV},
+        {{"descriptors"}, 1, SIGSEGV},
         {{"overflow", "worker"}, 1, SIGSEGV},
         {{"heap", "worker"}, 1, SIGABRT},
         {{"log", "worker"}, 1, SIGSEGV},
