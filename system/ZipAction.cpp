@@ -23,7 +23,9 @@ bool ZipAction::Advance(std::uint64_t count)
 bool ZipAction::AdvanceTo(std::uint64_t processed)
 {
     m_processed = processed;
-    return m_processed - m_reported < kStep || Finish();
+    // The first bytes are told, so that what is small can be cancelled, too.
+    const bool isDue = m_reported == 0 || m_processed - m_reported >= kStep;
+    return !isDue || Finish();
 }
 
 bool ZipAction::Finish()

@@ -69,7 +69,7 @@ std::int64_t DosTime(const ZipAddition& addition)
 class LibZipReader final : public ZipReader
 {
 public:
-    LibZipReader(zip_file_t* file, const ZipSource& source, std::uint64_t size, bool isEncrypted)
+    LibZipReader(zip_file_t* file, ZipSource& source, std::uint64_t size, bool isEncrypted)
         : m_file(file), m_source(source), m_left(size), m_isEncrypted(isEncrypted)
     {
     }
@@ -81,7 +81,7 @@ public:
         const zip_int64_t got = zip_fread(m_file, buffer, count);
         if (got < 0)
         {
-            error = ErrorOf(zip_file_get_error(m_file), m_source.SystemFailure());
+            error = ErrorOf(zip_file_get_error(m_file), m_source.TakeSystemFailure());
             return FailAsDamaged(error);
         }
         // libzip checks the size of some entries only, and at their end.
@@ -104,7 +104,7 @@ private:
     }
 
     zip_file_t* m_file;
-    const ZipSource& m_source;
+    ZipSource& m_source;
     std::uint64_t m_left;
     bool m_isEncrypted;
 };
@@ -143,13 +143,11 @@ public:
 
     bool OpenArchive(int flags, ZipError& error)
     {
-        OwnedZipSource source = m_source.Make(error);
-        if (source == nullptr)
-            return false;
+        OwnedZipSource source = m_source.Make();
         zip_error_t failure;
         zip_error_init(&failure);
         m_archive = zip_open_from_source(source.get(), flags, &failure);
-        error = m_archive != nullptr ? ZipError() : ErrorOf(&failure, m_source.SystemFailure());
+        error = m_archive != nullptr ? ZipError() : ErrorOf(&failure, m_source.TakeSystemFailure());
         zip_error_fini(&failure);
         if (m_archive == nullptr)
             return false;
@@ -208,7 +206,7 @@ public:
     {
         const bool isFolder = !addition.name.empty() && addition.name.back() == '/';
         const zip_int64_t slot =
-            isFolder ? zip_dir_add(m_archive, addition.name.c_str(), ZIP_FL_ENC_UTF_8) : AddSource(addition, error);
+            isFolder ? zip_dir_add(m_archive, addition.name.c_str(), ZIP_FL_ENC_UTF_8) : AddSource(addition);
         if (slot < 0)
             return Failed(error);
         const auto index = static_cast<zip_uint64_t>(slot);
@@ -273,7 +271,7 @@ public:
         if (isSaved)
             m_archive = nullptr;
         else
-            error = ErrorOf(zip_get_error(m_archive), SystemFailure());
+            error = ErrorOf(zip_get_error(m_archive), TakeSystemFailure());
         m_source.SetSaving(nullptr);
         m_source.SetTarget(nullptr);
         for (auto& [slot, source] : m_sources)
@@ -289,16 +287,16 @@ public:
 private:
     bool Failed(ZipError& error)
     {
-        error = ErrorOf(zip_get_error(m_archive), m_source.SystemFailure());
+        error = ErrorOf(zip_get_error(m_archive), m_source.TakeSystemFailure());
         zip_error_clear(m_archive);
         return false;
     }
 
-    int SystemFailure() const
+    int TakeSystemFailure()
     {
-        int failure = m_source.SystemFailure();
+        int failure = m_source.TakeSystemFailure();
         for (const auto& [slot, source] : m_sources)
-            failure = failure != 0 ? failure : source->SystemFailure();
+            failure = failure != 0 ? failure : source->TakeSystemFailure();
         return failure;
     }
 
@@ -312,12 +310,10 @@ private:
         return nullptr;
     }
 
-    zip_int64_t AddSource(const ZipAddition& addition, ZipError& error)
+    zip_int64_t AddSource(const ZipAddition& addition)
     {
         auto object = std::make_unique<ZipAdditionSource>(addition, DosTime(addition));
-        OwnedZipSource source = object->Make(error);
-        if (source == nullptr)
-            return -1;
+        OwnedZipSource source = object->Make();
         ZipAdditionSource* const owned = object.release(); // the source frees it
         const zip_int64_t slot = zip_file_add(m_archive, addition.name.c_str(), source.get(), ZIP_FL_ENC_UTF_8);
         if (slot < 0)

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <iterator>
 #include <limits>
+#include <new>
 
 namespace tev::platform
 {
@@ -47,11 +48,11 @@ ZipSource::~ZipSource()
     zip_error_fini(&m_error);
 }
 
-OwnedZipSource ZipSource::Make(ZipError& error)
+OwnedZipSource ZipSource::Make()
 {
     OwnedZipSource source(zip_source_function_create(Answer, this, nullptr));
     if (source == nullptr)
-        error = {ZipFailure::System, 8};
+        throw std::bad_alloc();
     return source;
 }
 

@@ -3,6 +3,7 @@
 #include "platform/ZipEngine.h"
 
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include <zip.h>
@@ -45,9 +46,9 @@ public:
     ZipSource& operator=(const ZipSource&) = delete;
 
     /// The source that calls this object; libzip's `zip_source_free` ends it, which is passed on to Freed().
-    OwnedZipSource Make(ZipError& error);
-    /// The errno of the first failure to read or write; 0 when there was none.
-    int SystemFailure() const { return m_systemFailure; }
+    OwnedZipSource Make();
+    /// The errno of the first failure to read or write since the last call; 0 when there was none.
+    int TakeSystemFailure() { return std::exchange(m_systemFailure, 0); }
     void SetSaving(ZipSaving* saving) { m_saving = saving; }
 
 protected:

@@ -238,6 +238,11 @@ TEST_F(CZipArchive, AFailedSaveLeavesTheOldArchive)
         EXPECT_EQ(Thrown([&] { zip.Close(true); }), fileGeneric);
         EXPECT_EQ(zip.GetLastFailure(), XZipFailure::kCancelled);
         EXPECT_TRUE(zip.IsClosed());
+        Open(zip);
+        ASSERT_TRUE(zip.AddNewFile(m_folder.WidePath("a.txt").c_str(), L"small", zipLevelStore));
+        m_watcher.m_cancelFrom = 1;
+        zip.Close(false);
+        EXPECT_EQ(zip.GetLastFailure(), XZipFailure::kCancelled);
         change(zip);
         zip.Discard();
         EXPECT_TRUE(zip.IsClosed());
@@ -423,6 +428,7 @@ TEST(CZip, EncryptedEntriesNeedTheirPassword)
         return isAdded && zip.AddNewFile(file.c_str(), L"old", zipLevelDefault);
     }));
     EXPECT_TRUE(Shell(folder.Path().string(), "unzip -P 'p\xC3\xA4ss' -t x.zip old"));
+    EXPECT_TRUE(Shell(folder.Path().string(), "bsdtar --passphrase 'p\xC3\xA4ss' -xOf x.zip aes | cmp - a.txt"));
     CZip zip;
     ASSERT_TRUE(zip.Open(path.c_str(), zipOpenReadOnly, false, nullptr));
     CZipFileInfo info;
