@@ -9,7 +9,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <ctime>
 #include <memory>
 #include <utility>
 
@@ -44,13 +43,6 @@ DumpOrder g_crashOrder;                ///< not on the small stack of a signal h
 std::atomic<const CrashTraces*> g_traces{nullptr};
 const CrashTraces* g_formerTraces = nullptr;
 
-std::int64_t NowMs() noexcept
-{
-    timespec now = {};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<std::int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
-}
-
 pid_t ThisThread() noexcept
 {
     return static_cast<pid_t>(syscall(SYS_gettid));
@@ -58,8 +50,8 @@ pid_t ThisThread() noexcept
 
 bool Receive(int socket, HelperMessage awaited, std::uint32_t& value, unsigned timeoutMs) noexcept
 {
-    const std::int64_t end = NowMs() + timeoutMs;
-    for (std::int64_t left = timeoutMs; left > 0; left = end - NowMs())
+    const std::int64_t end = MonotonicMs() + timeoutMs;
+    for (std::int64_t left = timeoutMs; left > 0; left = end - MonotonicMs())
     {
         pollfd waiting = {socket, POLLIN, 0};
         if (poll(&waiting, 1, static_cast<int>(left)) != 1)
@@ -98,10 +90,11 @@ public:
     Channel() noexcept
     {
         const pid_t self = ThisThread();
-        const std::int64_t end = NowMs() + kDumpTimeoutMs;
+        const std::int64_t end = MonotonicMs() + kDumpTimeoutMs;
         pid_t nobody = 0;
         // A thread that crashed while it had the channel gets no second one.
-        while (!(m_isMine = g_channelUser.compare_exchange_strong(nobody, self)) && nobody != self && NowMs() < end)
+        while (!(m_isMine = g_channelUser.compare_exchange_strong(nobody, self)) && nobody != self &&
+               MonotonicMs() < end)
         {
             nobody = 0;
             const timespec shortly = {0, 200000};
@@ -195,6 +188,7 @@ void FillOrder(const Fault& fault, const char* dumpPath, DumpOrder& order) noexc
 {
     order.head = {kHelperVersion, HelperMessage::Dump, 0};
     order.thread = ThisThread();
+    order.time = MonotonicMs();
     DescribeSignal(static_cast<const siginfo_t*>(fault.signalInfo), 0xFFFFFFFF, order);
     CopyPath(order.dumpPath, dumpPath);
     if (fault.context != nullptr)

@@ -5,6 +5,7 @@
 #include <climits>
 #include <csignal>
 #include <cstdint>
+#include <ctime>
 
 #include <sys/types.h>
 
@@ -45,6 +46,7 @@ struct DumpOrder
 {
     HelperHead head;
     pid_t thread = 0;
+    std::int64_t time = 0;    ///< of MonotonicMs; nobody waits any more for an old one
     std::uint32_t signal = 0; ///< kNoSignal: none
     std::uint32_t signalCode = 0;
     std::uint64_t faultAddress = 0;
@@ -57,6 +59,14 @@ struct DumpOrder
 
 /// In both, a deadline: the helper must not hold the process's threads for longer.
 constexpr unsigned kDumpTimeoutMs = 4000;
+
+/// The same in all processes. Safe in signal handlers.
+inline std::int64_t MonotonicMs() noexcept
+{
+    timespec now = {};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<std::int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
+}
 
 /// What a signal tells of itself.
 inline void DescribeSignal(const siginfo_t* info, std::uint32_t none, DumpOrder& order) noexcept

@@ -138,6 +138,8 @@ private:
 
     bool Dump(const DumpOrder& order)
     {
+        if (MonotonicMs() - order.time >= kDumpTimeoutMs)
+            return false; // the process has done it by itself meanwhile
         if (order.withRecord)
             m_recordFile = WriteLockedRecord(m_traces.m_recordPath.c_str(), m_traces.m_record, order.logPath);
         return !order.withDump ||
