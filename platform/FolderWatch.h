@@ -32,7 +32,7 @@ enum FolderWatchBits : unsigned
 
 /// A folder that is watched, and all folders beneath it if that is asked for; links to folders are not followed, and folders
 /// that this user may not read are left out. A folder that went, or moved away, is watched again as soon as there is one at
-/// its path. Safe from several threads at once, each object from one thread at a time.
+/// its path, which does not follow the process's current folder. Safe from several threads at once, each object from one thread at a time.
 class FolderWatch
 {
 public:

@@ -5,8 +5,11 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
+#include <filesystem>
 #include <map>
 #include <mutex>
+#include <optional>
+#include <system_error>
 #include <unordered_map>
 #include <utility>
 #include <vector>
@@ -124,18 +127,23 @@ public:
     std::uint32_t SystemMask() const noexcept;
 
 private:
+    using Identity = std::optional<std::pair<dev_t, ino_t>>;
+
     struct Entry
     {
         FolderChange m_change;
         std::wstring m_path;
     };
+    /// The folder that lies at the path now, if any.
+    Identity Find() const;
     void Keep(FolderChange change, const std::string& path);
     void KeepEverything();
 
-    std::string m_path; // without a separator at its end, unless it is the root
+    std::string m_path; // absolute, without a separator at its end unless it is the root
     bool m_withSubfolders;
     unsigned m_bits;
     std::unique_ptr<Folder> m_root;
+    Identity m_identity; // of the root
     bool m_isLost = false;
     bool m_everything = false;
     std::size_t m_size = 0; // of the entries, as FolderWatch::kBufferSize counts
@@ -267,6 +275,8 @@ bool Queue::Scan(Folder& folder, bool report, std::vector<Folder*>& found)
         if (!isFolder || !watch.WithSubfolders())
             continue;
         std::unique_ptr<Folder>& child = folder.m_folders[name];
+        if (child != nullptr)
+            continue; // a name that goes and comes meanwhile may be read twice
         child = std::make_unique<Folder>(watch, &folder, name);
         found.push_back(child.get());
     }
@@ -466,6 +476,7 @@ Watch::~Watch()
 bool Watch::Restart()
 {
     auto root = std::make_unique<Folder>(*this, nullptr, std::string());
+    m_identity = Find();
     const bool included = Queue::Get().Include(*root, false);
     const int error = errno;
     // Where it is the same folder as before, the system goes on watching it.
@@ -476,6 +487,14 @@ bool Watch::Restart()
     return included;
 }
 
+Watch::Identity Watch::Find() const
+{
+    struct stat status;
+    if (stat(m_path.c_str(), &status) != 0)
+        return std::nullopt;
+    return std::make_pair(status.st_dev, status.st_ino);
+}
+
 void Watch::Collect(const Report& report)
 {
     std::vector<Entry> entries;
@@ -484,6 +503,8 @@ void Watch::Collect(const Report& report)
         Queue& queue = Queue::Get();
         const std::lock_guard<std::mutex> guard(queue.m_mutex);
         queue.Pump();
+        if (!m_isLost && Find() != m_identity)
+            Lose(); // a folder above was renamed, or a link leads elsewhere, of which the system tells nothing
         if (m_isLost && (Restart() || IsLackOfRoom(errno)))
             KeepEverything();
         entries.swap(m_entries);
@@ -561,6 +582,8 @@ std::unique_ptr<FolderWatch> FolderWatch::Start(const wchar_t* folder, bool with
         errno = ENOENT;
         return nullptr;
     }
+    std::error_code failure; // leaves the path empty, at which there is no folder
+    path = std::filesystem::absolute(path, failure).string();
     while (path.size() > 1 && path.back() == '/')
         path.pop_back();
     auto watch = std::make_unique<Watch>(std::move(path), withSubfolders, bits);

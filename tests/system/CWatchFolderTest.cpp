@@ -277,6 +277,42 @@ TEST_F(CWatchFolderTest, AFolderThatWentIsPickedUpAgain)
     EXPECT_EQ(Changes(), "+e");
 }
 
+TEST_F(CWatchFolderTest, WhatLiesAtThePathIsWatched)
+{
+    m_folder.WriteFile("one/x", "");
+    m_folder.WriteFile("up/two/x", "");
+    const auto lead = [&](const char* target) {
+        fs::remove(m_folder.Path("w"));
+        fs::create_directory_symlink(m_folder.Path(target), m_folder.Path("w"));
+    };
+    lead("one");
+    ASSERT_TRUE(Watch(true));
+    lead("up/two");
+    EXPECT_EQ(Changes(), "!");
+    Touch("one/unseen");
+    Touch("up/two/a");
+    EXPECT_EQ(Changes(), "+a");
+    Rename("up", "elsewhere"); // of which the system tells those who watch the folder nothing
+    EXPECT_EQ(Changes(), "!");
+    EXPECT_EQ(Changes(), "");
+    m_folder.WriteFile("up/two/b", "");
+    EXPECT_EQ(Changes(), "!");
+    Touch("elsewhere/two/unseen");
+    Touch("up/two/c");
+    EXPECT_EQ(Changes(), "+c");
+
+    const fs::path before = fs::current_path();
+    fs::current_path(m_folder.Path("up"));
+    CWatchFolder relative;
+    EXPECT_TRUE(relative.AddRefreshNotification(L"two", true, kNames));
+    fs::current_path(before);
+    MakeFolder("up/two/new");
+    EXPECT_TRUE(relative.CheckRefreshNotification());
+    Touch("up/two/new/file");
+    EXPECT_TRUE(relative.CheckRefreshNotification());
+    EXPECT_EQ(Describe(relative, L"two/"), "+new +new/file");
+}
+
 TEST_F(CWatchFolderTest, AFolderIsWatchedOnceWhateverItIsCalled)
 {
     EXPECT_FALSE(m_watcher.AddRefreshNotification(m_folder.WidePath("none").c_str(), true, kAll));
