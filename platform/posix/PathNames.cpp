@@ -158,7 +158,7 @@ bool tev::platform::IsUtf8(const char* text)
 
 std::wstring tev::platform::FullPath(const wchar_t* path)
 {
-    const std::wstring given = path != nullptr ? path : L"";
+    std::wstring given = path != nullptr ? path : L"";
     if (!given.empty() && (given[0] == L'/' || given[0] == L'\\'))
         return given;
     char* const current = getcwd(nullptr, 0);
