@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 #include <iterator>
 #include <limits>
 #include <new>
@@ -110,7 +109,7 @@ zip_int64_t ZipSource::ReadThroughBlock(char* buffer, std::size_t count)
     }
     const auto at = static_cast<std::size_t>(m_position - m_blockStart);
     const std::size_t given = std::min(count, m_block.size() - at);
-    std::memcpy(buffer, m_block.data() + at, given);
+    std::copy_n(m_block.data() + at, given, buffer); // at the end there are none
     return static_cast<zip_int64_t>(given);
 }
 
