@@ -58,6 +58,8 @@ public:
     /// Another reader of the same archive, for another thread. Null when the archive cannot be opened any more.
     virtual std::unique_ptr<PlainZipReader> Another() const = 0;
 
+    /// The bytes of the archive, with all its volumes.
+    virtual std::uint64_t Size() const = 0;
     virtual std::uint64_t Count() const = 0;
     /// False when the entry's header is damaged.
     [[nodiscard]] virtual bool GetEntry(std::uint64_t index, PlainZipEntry& entry) = 0;

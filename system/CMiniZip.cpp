@@ -117,7 +117,8 @@ CMiniZip::~CMiniZip()
 
 bool CMiniZip::ExtractZip(const CXTString<wchar_t>& zipPath, const CXTString<wchar_t>& destFolder, bool keepFiles)
 {
-    const auto extract = [&] {
+    // The paths may come from the list that is about to be emptied.
+    const auto extract = [this, zipPath, destFolder, keepFiles] {
         StartAnew();
         if (!fileExists(zipPath))
             return Fail(Failure::kNotFound);
@@ -185,7 +186,7 @@ int CMiniZip::OnExtractFile(char const* utf8Path, void* self)
 
 bool CMiniZip::ExtractGZip(const CXTString<wchar_t>& source, const CXTString<wchar_t>& destFile, bool keepFiles)
 {
-    const auto extract = [&] {
+    const auto extract = [this, source, destFile, keepFiles] {
         StartAnew();
         if (!IsGZipFile(source))
             return Fail(fileExists(source) ? Failure::kNoArchive : Failure::kNotFound);
@@ -197,7 +198,7 @@ bool CMiniZip::ExtractGZip(const CXTString<wchar_t>& source, const CXTString<wch
 
 bool CMiniZip::ExtractZStd(const CXTString<wchar_t>& source, const CXTString<wchar_t>& destFile, bool keepFiles)
 {
-    const auto extract = [&] {
+    const auto extract = [this, source, destFile, keepFiles] {
         StartAnew();
         if (!IsZStdFile(source))
             return Fail(fileExists(source) ? Failure::kNoArchive : Failure::kNotFound);

@@ -49,6 +49,6 @@ enum class CXSkipReason : unsigned char
 
 struct CXSkippedEntry
 {
-    CXTString<wchar_t> m_name; ///< as the archive has it
+    CXTString<wchar_t> m_name; ///< as the archive has it; empty where its header is damaged
     CXSkipReason m_reason = CXSkipReason::kDamaged;
 };

@@ -59,7 +59,7 @@ CXSkipReason ReasonOf(ZipReadResult result)
 class ZipExtraction::Plan
 {
 public:
-    explicit Plan(ZipExtraction& extraction) : m_all(extraction) {}
+    explicit Plan(ZipExtraction& extraction) : m_all(extraction), m_compressedBytesLeft(extraction.m_reader.Size()) {}
 
     /// False when it was cancelled.
     bool Make()
@@ -88,6 +88,7 @@ private:
     void Decide(std::uint64_t index)
     {
         PlainZipEntry& entry = m_entry;
+        entry.name.clear();
         if (!m_all.m_reader.GetEntry(index, entry))
             return Skip(index, CXSkipReason::kDamaged);
         if (entry.kind == ZipEntryKind::Special)
@@ -109,11 +110,14 @@ private:
         left.m_totalBytes -= m_totalBytes;
         if (!left.Allows(entry.size, entry.compressedSize))
             return Skip(index, CXSkipReason::kTooLarge);
+        if (entry.compressedSize > m_compressedBytesLeft)
+            return Skip(index, CXSkipReason::kDamaged);
         m_totalBytes += entry.size;
-
         if (entry.offset)
             m_spans.push_back(
                 {*entry.offset, *entry.offset + kLocalHeaderSize + entry.compressedSize, m_all.m_files.size()});
+        else // all that can be told: entries that share bytes have more of them than the archive
+            m_compressedBytesLeft -= entry.compressedSize;
         File file;
         file.m_index = index;
         file.m_path = name->m_path;
@@ -124,22 +128,24 @@ private:
 
     void Skip(std::uint64_t index, CXSkipReason reason) { m_all.m_skipped.push_back({index, m_entry.name, reason}); }
 
-    /// Entries that share bytes of the archive multiply them. Of those that overlap, the first one in the file stays.
+    /// Entries that share bytes of the archive multiply them. One that reaches into another one goes; of two that begin at
+    /// the same place, the later one.
     void RefuseOverlaps()
     {
         std::sort(m_spans.begin(), m_spans.end(), [](const Span& a, const Span& b) {
-            return a.m_begin != b.m_begin ? a.m_begin < b.m_begin : a.m_file < b.m_file;
+            return a.m_begin != b.m_begin ? a.m_begin > b.m_begin : a.m_file < b.m_file;
         });
-        std::uint64_t end = 0;
+        std::uint64_t nextBegin = ~std::uint64_t{0};
         for (const Span& span : m_spans)
         {
             File& file = m_all.m_files[span.m_file];
-            if (span.m_begin < end)
+            if (span.m_end > nextBegin)
             {
                 file.m_state = State::kSkipped;
                 m_totalBytes -= file.m_size;
             }
-            end = std::max(end, span.m_end);
+            else
+                nextBegin = span.m_begin;
         }
     }
 
@@ -148,6 +154,7 @@ private:
     EntryNames m_names;
     std::vector<Span> m_spans;
     std::uint64_t m_totalBytes = 0;
+    std::uint64_t m_compressedBytesLeft;
 };
 
 /// The files' way to the disk, on several threads.

@@ -22,6 +22,7 @@ public:
         return std::make_unique<BestZipReader>(std::move(miniz), m_path, m_password);
     }
 
+    std::uint64_t Size() const override { return m_miniz->Size(); }
     std::uint64_t Count() const override { return m_miniz->Count(); }
 
     bool GetEntry(std::uint64_t index, PlainZipEntry& entry) override { return m_miniz->GetEntry(index, entry); }

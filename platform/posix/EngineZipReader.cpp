@@ -63,20 +63,26 @@ public:
         std::unique_ptr<ZipBytes> bytes = std::make_unique<FileBytes>(file);
         if (!PrepareZip(bytes, openVolume, isReadOnly, error))
             return nullptr;
+        const std::uint64_t size = bytes->Size();
         std::unique_ptr<ZipEngine> engine = ZipEngine::Open(std::move(bytes), error);
         if (engine == nullptr)
             return nullptr;
-        return std::make_unique<EngineZipReader>(std::move(file), path, std::move(engine), password);
+        return std::make_unique<EngineZipReader>(std::move(file), size, path, std::move(engine), password);
     }
 
-    EngineZipReader(std::shared_ptr<const InputFile> file, std::wstring path, std::unique_ptr<ZipEngine> engine,
-                    std::string password)
-        : m_file(std::move(file)), m_path(std::move(path)), m_engine(std::move(engine)), m_password(std::move(password))
+    EngineZipReader(std::shared_ptr<const InputFile> file, std::uint64_t size, std::wstring path,
+                    std::unique_ptr<ZipEngine> engine, std::string password)
+        : m_file(std::move(file)),
+          m_size(size),
+          m_path(std::move(path)),
+          m_engine(std::move(engine)),
+          m_password(std::move(password))
     {
     }
 
     std::unique_ptr<PlainZipReader> Another() const override { return Open(m_file, m_path, m_password); }
 
+    std::uint64_t Size() const override { return m_size; }
     std::uint64_t Count() const override { return m_engine->Count(); }
 
     bool GetEntry(std::uint64_t index, PlainZipEntry& entry) override
@@ -124,6 +130,7 @@ public:
 
 private:
     std::shared_ptr<const InputFile> m_file; ///< the last volume of a split archive
+    std::uint64_t m_size;
     std::wstring m_path;
     std::unique_ptr<ZipEngine> m_engine;
     std::string m_password;

@@ -297,6 +297,7 @@ public:
 
     std::unique_ptr<PlainZipReader> Another() const override { return std::make_unique<MinizZipReader>(m_archive); }
 
+    std::uint64_t Size() const override { return m_window.File().Size(); }
     std::uint64_t Count() const override { return m_zip.m_total_files; }
 
     bool GetEntry(std::uint64_t index, PlainZipEntry& entry) override

@@ -20,6 +20,7 @@ struct RawEntry
     std::uint32_t attributes = 0;
     std::string extra = {};
     std::optional<std::uint32_t> size = {};
+    std::optional<std::uint32_t> packedSize = {};
     std::optional<std::uint32_t> checksum = {};
     std::optional<std::uint16_t> method = {};
     /// The entry whose header and data this one shares, instead of bytes of its own.
@@ -67,8 +68,9 @@ inline std::string RawZip(const std::vector<RawEntry>& entries)
             LittleEndianText(entry.method.value_or(entry.isDeflated ? 8 : 0), 2) + LittleEndianText(0, 2) +
             LittleEndianText(0x5A21, 2) + // 2025-01-01
             LittleEndianText(entry.checksum.value_or(crc32_z(0, bytes, entry.contents.size())), 4) +
-            LittleEndianText(data.size(), 4) + LittleEndianText(entry.size.value_or(entry.contents.size()), 4) +
-            LittleEndianText(entry.name.size(), 2) + LittleEndianText(entry.extra.size(), 2);
+            LittleEndianText(entry.packedSize.value_or(data.size()), 4) +
+            LittleEndianText(entry.size.value_or(entry.contents.size()), 4) + LittleEndianText(entry.name.size(), 2) +
+            LittleEndianText(entry.extra.size(), 2);
         if (!entry.shares)
             archive += "PK\3\4" + fields + entry.name + entry.extra + data;
         directory += "PK\1\2" + LittleEndianText(3 << 8 | 20, 2) + fields + std::string(6, '\0') +

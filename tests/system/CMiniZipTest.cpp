@@ -158,6 +158,29 @@ TEST_F(MiniZip, ThreadsExtractInTheOrderOfTheArchive)
     }
 }
 
+TEST_F(MiniZip, ThreadWritesLargeFilesBehind)
+{
+    const std::string large = Noise(3'000'000);
+    const Text archive = WriteZip({{"large", large, true}});
+    m_folder.WriteFile("noise", large);
+    Shell("gzip -k " + Path("noise") + " && zstd " + Path("noise"));
+    OMPSetMaxThreadCount(2);
+    Watched zip;
+    for (const unsigned __int64 stopAt : {~0ull, 1'000'000ull})
+    {
+        zip.m_watch = [&](unsigned __int64 processed, unsigned __int64) { return processed < stopAt; };
+        const bool isWhole = stopAt > large.size();
+        EXPECT_EQ(zip.ExtractZip(archive, Wide("out"), false), isWhole);
+        EXPECT_EQ(Files("out")["large"] == large, isWhole);
+        EXPECT_EQ(zip.ExtractZFile(Wide("noise.gz"), Wide("out/gz"), false), isWhole);
+        EXPECT_EQ(Files("out")["gz"] == large, isWhole);
+        EXPECT_EQ(zip.ExtractZFile(Wide("noise.zst"), Wide("out/zst"), false), isWhole);
+        EXPECT_EQ(Files("out")["zst"] == large, isWhole);
+        zip.Clean();
+        EXPECT_EQ(Files("out"), Contents());
+    }
+}
+
 TEST_F(MiniZip, WritesNothingOutsideAndSkipsWhatIsUnsafe)
 {
     m_folder.WriteFile("out/here", "old");
@@ -224,6 +247,8 @@ TEST_F(MiniZip, DamagedEntriesLeaveNothingAndTheRestComesOut)
     unknownMethod.method = 77;
     RawEntry encrypted{"encrypted", text};
     encrypted.flags = 1;
+    RawEntry greedy{"greedy", text, true};
+    greedy.packedSize = RawDeflate(text).size() + 100; // into the one behind it
     RawEntry shared{"shared", text, true};
     shared.shares = 0;
     m_folder.WriteFile("out/checksum", "as it was");
@@ -235,6 +260,7 @@ TEST_F(MiniZip, DamagedEntriesLeaveNothingAndTheRestComesOut)
                                          noDeflate,
                                          unknownMethod,
                                          encrypted,
+                                         greedy,
                                          shared,
                                          {"empty", ""},
                                          {"last", text}}),
@@ -245,7 +271,25 @@ TEST_F(MiniZip, DamagedEntriesLeaveNothingAndTheRestComesOut)
         reasons.push_back(entry.m_reason);
     using R = CXSkipReason;
     EXPECT_THAT(reasons, ElementsAre(R::kDamaged, R::kDamaged, R::kDamaged, R::kDamaged, R::kUnsupported,
-                                     R::kWrongPassword, R::kDamaged));
+                                     R::kWrongPassword, R::kDamaged, R::kDamaged));
+}
+
+TEST_F(MiniZip, EntriesThatShareDataDoNotMultiplyIt)
+{
+    std::vector<RawEntry> entries = {{"0", Noise(5000)}};
+    for (int i = 1; i < 50; ++i)
+    {
+        entries.push_back({std::to_string(i), Noise(5000)});
+        entries.back().shares = 0;
+    }
+    CMiniZip zip;
+    EXPECT_TRUE(zip.ExtractZip(WriteZip(entries), Wide("out"), false));
+    EXPECT_THAT(Listed(zip), ElementsAre("out/0"));
+    // An entry that makes miniz refuse the whole archive, so that the engine reads it.
+    entries.push_back({"odd", "12345"});
+    entries.back().size = 4;
+    EXPECT_TRUE(zip.ExtractZip(WriteZip(entries), Wide("out"), false));
+    EXPECT_THAT(Listed(zip), ElementsAre("out/0"));
 }
 
 TEST_F(MiniZip, LimitsRefuseWhatIsTooLarge)
@@ -340,6 +384,15 @@ TEST_F(MiniZip, KeepingHasItsHistory)
     fs::current_path(before);
     EXPECT_TRUE(zip.Clean());
     EXPECT_EQ(Files("current/relative"), Contents()) << "also when the current folder is another one by then";
+}
+
+TEST_F(MiniZip, PathsMayComeFromTheList)
+{
+    Shell("cd " + Path("") + " && echo inner >text && zip -q inner.zip text && zip -q outer.zip inner.zip");
+    CMiniZip zip;
+    ASSERT_TRUE(zip.ExtractZip(Wide("outer.zip"), Wide("out"), true));
+    EXPECT_TRUE(zip.ExtractZip(zip.GetExtractedFiles()[0], Wide("out"), true));
+    EXPECT_THAT(Listed(zip), ElementsAre("out/text"));
 }
 
 TEST_F(MiniZip, CleanDeletesOnlyWhatWasWritten)
