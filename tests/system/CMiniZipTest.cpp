@@ -247,10 +247,6 @@ TEST_F(MiniZip, DamagedEntriesLeaveNothingAndTheRestComesOut)
     unknownMethod.method = 77;
     RawEntry encrypted{"encrypted", text};
     encrypted.flags = 1;
-    RawEntry greedy{"greedy", text, true};
-    greedy.packedSize = RawDeflate(text).size() + 100; // into the one behind it
-    RawEntry shared{"shared", text, true};
-    shared.shares = 0;
     m_folder.WriteFile("out/checksum", "as it was");
     CMiniZip zip;
     EXPECT_TRUE(zip.ExtractZip(WriteZip({{"first", text, true},
@@ -260,8 +256,6 @@ TEST_F(MiniZip, DamagedEntriesLeaveNothingAndTheRestComesOut)
                                          noDeflate,
                                          unknownMethod,
                                          encrypted,
-                                         greedy,
-                                         shared,
                                          {"empty", ""},
                                          {"last", text}}),
                                Wide("out"), false));
@@ -270,8 +264,8 @@ TEST_F(MiniZip, DamagedEntriesLeaveNothingAndTheRestComesOut)
     for (const CXSkippedEntry& entry : zip.GetSkippedEntries())
         reasons.push_back(entry.m_reason);
     using R = CXSkipReason;
-    EXPECT_THAT(reasons, ElementsAre(R::kDamaged, R::kDamaged, R::kDamaged, R::kDamaged, R::kUnsupported,
-                                     R::kWrongPassword, R::kDamaged, R::kDamaged));
+    EXPECT_THAT(reasons,
+                ElementsAre(R::kDamaged, R::kDamaged, R::kDamaged, R::kDamaged, R::kUnsupported, R::kWrongPassword));
 }
 
 TEST_F(MiniZip, EntriesThatShareDataDoNotMultiplyIt)
@@ -290,6 +284,21 @@ TEST_F(MiniZip, EntriesThatShareDataDoNotMultiplyIt)
     entries.back().size = 4;
     EXPECT_TRUE(zip.ExtractZip(WriteZip(entries), Wide("out"), false));
     EXPECT_THAT(Listed(zip), ElementsAre("out/0"));
+}
+
+TEST_F(MiniZip, EntryThatReachesIntoAnotherDoesNotHideIt)
+{
+    const std::string text(100000, 'x');
+    RawEntry greedy{"greedy", text, true};
+    greedy.packedSize = RawDeflate(text).size() + 100;
+    RawEntry shared{"shared", text, true};
+    shared.shares = 0;
+    const Text archive = WriteZip({{"first", text, true}, greedy, {"behind", text}, shared});
+    if (PlainZipReader::Open(archive, "", PlainZipReader::By::Miniz) == nullptr)
+        GTEST_SKIP() << "only miniz tells where entries stand";
+    CMiniZip zip;
+    EXPECT_TRUE(zip.ExtractZip(archive, Wide("out"), false));
+    EXPECT_THAT(Listed(zip), ElementsAre("out/first", "out/behind"));
 }
 
 TEST_F(MiniZip, LimitsRefuseWhatIsTooLarge)
