@@ -93,14 +93,12 @@ void AddWatchCommand(CLI::App& tool, Session& session)
     const auto options = std::make_shared<Options>();
     CLI::App& command = *tool.add_subcommand("watch", "Print what changes in folders, until interrupted");
     command.footer("Each line is `added`, `removed`, `modified`, `renamed` (for the old name and for the new one) or\n"
-                   "`folder` (more changed in it than is told), a tab, and the path.");
+                   "`folder` (more changed in it than is told), a tab, and the path.\n\n"
+                   "WHAT names files and folders, which come, go or are renamed, and what changes of files: their\n"
+                   "attributes, size, time of the last write, of access or of creation, or permissions (security).");
     command.add_option("DIR", options->m_folders, "The folders")->required()->type_name("");
     command.add_flag("--tree", options->m_tree, "With all folders beneath them");
-    command
-        .add_option(
-            "--filter", options->m_filters,
-            "What to tell of: files and folders that come, go or are renamed, files whose attributes, size, time "
-            "of last write, of last access or of creation, or permissions change")
+    command.add_option("--filter", options->m_filters, "What to tell of")
         ->delimiter(',')
         ->allow_extra_args(false)
         ->check(CLI::IsMember(kFilters))

@@ -14,6 +14,9 @@
 
 #include <CLI/CLI.hpp>
 
+#include <string>
+#include <vector>
+
 namespace
 {
 using namespace tev::tool;
@@ -24,9 +27,34 @@ constexpr void (*kCommandFamilies[])(CLI::App&, Session&) = {
     AddSettingsCommands, AddRegistryCommands, AddWatchCommand,    AddUnpackCommand, AddZipCommands,
 };
 
-std::string UsageError(const CLI::App*, const CLI::Error& error)
+/// What to say where the word that names a command is missing or names none.
+std::string MissingCommand(const CLI::App& tool, const CLI::App& family, const std::string& name)
 {
-    return "tev: " + std::string(error.what()) + "\nRun with --help for more information.\n";
+    const std::vector<std::string> words = tool.remaining(true);
+    std::string text = words.empty() ? name + " needs a command" : name + " has no command " + words.front();
+    const char* separator = ": there are ";
+    for (const CLI::App* command : family.get_subcommands(nullptr))
+    {
+        text += separator + command->get_name();
+        separator = ", ";
+    }
+    return text;
+}
+
+std::string UsageError(const CLI::App* tool, const CLI::Error& error)
+{
+    std::string name = "tev";
+    const CLI::App* command = tool;
+    for (std::vector<CLI::App*> chosen = command->get_subcommands(); !chosen.empty();
+         chosen = command->get_subcommands())
+    {
+        command = chosen.front();
+        name += ' ' + command->get_name();
+    }
+    const bool lacksCommand = command->get_require_subcommand_min() != 0;
+    const std::string cause =
+        lacksCommand ? MissingCommand(*tool, *command, name) : "tev: " + std::string(error.what());
+    return cause + "\nRun with --help for more information.\n";
 }
 } // namespace
 
