@@ -36,7 +36,7 @@ CPathString GetUserApplicationDataPath()
     if (path.IsEmpty())
     {
         path = FromEnvironment("XDG_DATA_HOME");
-        if (path.IsEmpty())
+        if (path.IsEmpty() || path[0] != L'/') // a relative one does not count
             path = CPathString(tev::platform::HomeFolder().c_str()) / L".local/share";
         path /= XGetApplicationName();
     }

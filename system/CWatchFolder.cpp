@@ -43,6 +43,8 @@ static_assert(CWatchFolder::kFileNames == tev::platform::kWatchFileNames &&
 CXTString<wchar_t> WithSeparator(const CXTString<wchar_t>& folder)
 {
     const std::wstring_view path = tev::ViewOf(folder);
+    if (path.empty())
+        return folder; // and not the root
     CXTString<wchar_t> result = folder.Left(static_cast<int>(path.find_last_not_of(L"/\\") + 1));
     result += tev::platform::kPathSeparator;
     return result;

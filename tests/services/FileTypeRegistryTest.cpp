@@ -187,6 +187,11 @@ TEST(FileTypeRegistry, TypesAreMergedPreferredAndMarked)
         EXPECT_EQ(merged.GetLoader(), Code("LOAD"));
         EXPECT_EQ(merged.GetSaver(), Code("SAV2"));
         EXPECT_EQ(merged.GetProperties(), 0x40111U);
+        CFileExt withoutSaver(L"Three", L".new", Code("scen"), 0x40200, Code("LOA3"));
+        fileRegisterFile(withoutSaver);
+        EXPECT_EQ(TypeOf(Code("scen")).GetLoader(), Code("LOA3"));
+        EXPECT_EQ(TypeOf(Code("scen")).GetSaver(), Code("SAV2"));
+        EXPECT_EQ(fileGetProperties(Code("scen")), 0x40311U);
         EXPECT_EQ(fileGetClass(L"n.new"), Code("scen"));
     }
     EXPECT_EQ(fileGetClass(L"n.abc"), Code("scen"));
@@ -194,7 +199,7 @@ TEST(FileTypeRegistry, TypesAreMergedPreferredAndMarked)
     fileUnregisterFile(Code("scen"), 4);
     fileUnregisterFile(Code("scen"), 1);
     EXPECT_EQ(fileGetLoader(L"n.abc"), Code("UNKN"));
-    EXPECT_EQ(fileGetProperties(L"n.abc"), 0x40110U);
+    EXPECT_EQ(fileGetProperties(L"n.abc"), 0x40310U);
     EXPECT_EQ(fileGetSaver(L"n.abc"), Code("SAV2"));
     fileUnregisterFile(Code("scen"), 2);
     EXPECT_EQ(fileGetSaver(L"n.abc"), Code("UNKN"));

@@ -94,7 +94,7 @@ TEST(Paths, ApplicationDataHasItsOwnFolder)
 {
     const TempFolder folder;
     const Variable home("HOME", folder.Path().c_str());
-    const Variable xdg("XDG_DATA_HOME", "");
+    const Variable xdg("XDG_DATA_HOME", "relative: does not count");
     const Variable user("TEVTOOLS_USER_DATA", "");
     EXPECT_EQ(XGetApplicationName(), L"tevtools_tests");
     EXPECT_EQ(GetUserApplicationDataPath(), folder.WidePath(".local/share/tevtools_tests").c_str());

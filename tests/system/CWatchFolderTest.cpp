@@ -330,6 +330,9 @@ TEST_F(CWatchFolderTest, AFolderIsWatchedOnceWhateverItIsCalled)
     EXPECT_FALSE(m_watcher.StopWatching(m_folder.WidePath("w").c_str()));
     Touch("w/c");
     EXPECT_EQ(Changes(), "");
+    ASSERT_TRUE(m_watcher.AddRefreshNotification(L"/", false, 0));
+    EXPECT_FALSE(m_watcher.StopWatching(L"")) << "which is not the root";
+    EXPECT_TRUE(m_watcher.StopWatching(L"//"));
 
     ASSERT_TRUE(m_watcher.AddRefreshNotification(m_folder.WidePath("alias").c_str(), true, kNames));
     CWatchFolder second;
