@@ -35,6 +35,7 @@ constexpr unsigned kHelloTimeoutMs = 2000;
 
 std::atomic<int> g_socket{-1};
 std::atomic<pid_t> g_socketProcess{0}; ///< a forked process has a copy of the socket, but not the helper
+std::atomic<bool> g_isGreeted{false};  ///< the helper has said that it is ready
 std::atomic<pid_t> g_channelUser{0};   ///< the thread that waits for an answer
 DumpOrder g_crashOrder;                ///< not on the small stack of a signal handler
 
@@ -60,7 +61,9 @@ bool Receive(int socket, HelperMessage awaited, std::uint32_t& value, unsigned t
         const ssize_t size = recv(socket, &head, sizeof head, MSG_DONTWAIT);
         if (size == 0 || (size < 0 && errno != EINTR && errno != EAGAIN))
             return false;
-        if (size == static_cast<ssize_t>(sizeof head) && head.message == awaited && head.version == kHelperVersion)
+        if (size >= static_cast<ssize_t>(sizeof head) && head.version != kHelperVersion)
+            return false;
+        if (size == static_cast<ssize_t>(sizeof head) && head.message == awaited)
         {
             value = head.value;
             return true;
@@ -113,7 +116,7 @@ public:
     {
         const int socket = m_isMine ? Socket() : -1;
         std::uint32_t answer = 0;
-        if (socket < 0)
+        if (socket < 0 || !IsGreeted(socket))
             return false;
         // An answer that came too late for somebody before is not this one's.
         HelperHead stale;
@@ -124,6 +127,19 @@ public:
     }
 
 private:
+    /// Whoever installs the handler does not wait for the helper's start; the first one who needs it does.
+    static bool IsGreeted(int socket) noexcept
+    {
+        std::uint32_t helper = 0;
+        if (g_isGreeted.load())
+            return true;
+        if (!Receive(socket, HelperMessage::Hello, helper, kHelloTimeoutMs))
+            return false;
+        prctl(PR_SET_PTRACER, helper, 0, 0, 0); // refused where nobody needs to be named
+        g_isGreeted.store(true);
+        return true;
+    }
+
     bool m_isMine = false;
 };
 
@@ -162,13 +178,12 @@ void StartHelper(const char* helperPath) noexcept
         return;
     const bool isStarted = Spawn(helperPath, helperEnd);
     close(helperEnd); // so that a helper that ended is noticed
-    std::uint32_t helper = 0;
-    if (!isStarted || !Receive(ownEnd.Get(), HelperMessage::Hello, helper, kHelloTimeoutMs))
+    if (!isStarted)
         return;
     // A helper that was stopped must not stop this process.
     const timeval patience = {1, 0};
     setsockopt(ownEnd.Get(), SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
-    prctl(PR_SET_PTRACER, helper, 0, 0, 0); // refused where nobody needs to be named
+    g_isGreeted.store(false);
     static const int forkHandler = pthread_atfork(nullptr, nullptr, DropSocket);
     static_cast<void>(forkHandler);
     g_socket.store(ownEnd.Release());
