@@ -29,9 +29,11 @@ if(miniz_end EQUAL -1)
     message(FATAL_ERROR "third_party/miniz/miniz.h is not the file that scripts/setup brings")
 endif()
 string(SUBSTRING "${miniz_text}" 0 ${miniz_end} miniz_declarations)
+# Its times, which nobody asks for, cost a look at the time zone's file for each entry.
 file(CONFIGURE OUTPUT "${miniz_dir}/miniz.h" CONTENT
-    "#pragma once\n@miniz_declarations@#endif\n" @ONLY)
-file(CONFIGURE OUTPUT "${miniz_dir}/miniz.c" CONTENT "#include \"@Miniz_AMALGAMATION@\"\n" @ONLY)
+    "#pragma once\n#define MINIZ_NO_TIME\n@miniz_declarations@#endif\n" @ONLY)
+file(CONFIGURE OUTPUT "${miniz_dir}/miniz.c" CONTENT
+    "#define MINIZ_NO_TIME\n#include \"@Miniz_AMALGAMATION@\"\n" @ONLY)
 
 enable_language(C)
 add_library(tevtools_miniz STATIC "${miniz_dir}/miniz.c")

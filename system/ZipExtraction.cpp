@@ -179,8 +179,11 @@ public:
             return Ending::kCancelled;
         m_filesAtOnce =
             std::clamp<std::size_t>(OMPGetScheduleChunkSize(static_cast<unsigned>(files)), 1, kMostFilesAtOnce);
+        // The run-time hands its threads over in ways that a thread sanitizer does not see, so both ends are marked here.
+        m_active.store(0);
         platform::RunOnWorkers(
             workers, [](void* work) noexcept { static_cast<Work*>(work)->RunOnThisThread(); }, this);
+        static_cast<void>(m_active.load());
         return m_ending.load();
     }
 
