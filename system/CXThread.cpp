@@ -117,6 +117,11 @@ CXThread* CXThread::BeginThread(bool (*function)(void*), void* data, xThreadPrio
     {
         thread = new CXThread(function, data);
     }
+    catch (CXMemoryException* exception) // where crashes are reported
+    {
+        exception->Delete();
+        return nullptr;
+    }
     catch (const std::bad_alloc&)
     {
         return nullptr;

@@ -41,17 +41,25 @@ constexpr std::size_t kModuleSize = 108;
 constexpr std::size_t kPage = 4096;
 constexpr std::size_t kOutputBuffer = std::size_t{64} << 10;
 constexpr std::size_t kMostThreads = 8192;
-constexpr std::size_t kMostModules = 1024;
+constexpr std::size_t kMostStates = 1000; ///< further threads are named only
+constexpr std::size_t kMostModules = 512;
 constexpr std::size_t kLongestModulePath = 1024;
 constexpr std::uint64_t kLongestStack = std::uint64_t{256} << 10;
 constexpr std::uint64_t kShortestStack = std::uint64_t{4} << 10;
-constexpr std::uint64_t kAllStacks = std::uint64_t{3} << 20;
-constexpr std::size_t kLongestMapsText = std::size_t{512} << 10;
+constexpr std::uint64_t kAllStacks = std::uint64_t{5} << 19;
+constexpr std::size_t kLongestMapsText = std::size_t{256} << 10;
 /// An overflowed stack's pointer lies below its mapping.
 constexpr std::uint64_t kOverflowGap = std::uint64_t{64} << 10;
 constexpr std::uint64_t kCodeAround = 128;
 constexpr std::size_t kMostNotes = 4096;
 constexpr std::size_t kLongestBuildId = 64;
+
+// A report takes no file of 6 MiB, so the largest of everything together stays below that.
+static_assert(kLongestStack + kAllStacks + kMostStates * (MachineState::kSize + 8) +
+                  kMostThreads * (kThreadSize + kMemorySize) +
+                  kMostModules * (kModuleSize + kLongestBuildId + 4 + 2 * kLongestModulePath + 16) + kLongestMapsText +
+                  kPage <
+              std::size_t{6} << 20);
 
 /// Records are put together in a small buffer by appending fields.
 template <std::size_t CAPACITY>
@@ -242,6 +250,7 @@ private:
         for (std::size_t i = 0; i < count; ++i)
         {
             m_subject.threads.Get(i, *m_thread);
+            m_thread->hasState = m_thread->hasState && i < kMostStates;
             const std::uint64_t limit = i == 0 ? kLongestStack : std::min(share, left);
             const std::uint32_t written = WriteThread(*m_thread, i == 0, limit);
             left -= std::min<std::uint64_t>(left, written);
