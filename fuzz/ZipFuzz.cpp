@@ -1,53 +1,22 @@
 // ZIP archives made of anything: listed, searched, tested, extracted, and changed where that is possible.
 
+#include "fuzz/ExtractionFolder.h"
 #include "system/CZip.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
+#include <cwchar>
 #include <filesystem>
-#include <fstream>
 #include <string>
 
 namespace
 {
 namespace fs = std::filesystem;
+using tev::fuzz::Check;
 
 constexpr unsigned kMostEntries = 32;
 constexpr CXExtractionLimits kLimits = {1u << 20, 1000};
-
-void Check(bool holds)
-{
-    if (!holds)
-        std::abort();
-}
-
-/// A folder for one process, of which nothing is left.
-class Folder
-{
-public:
-    Folder()
-    {
-        std::string name = (fs::temp_directory_path() / "fuzz-zip-XXXXXX").string();
-        Check(mkdtemp(name.data()) != nullptr);
-        m_path = name;
-    }
-    ~Folder() { fs::remove_all(m_path); }
-    fs::path Path(const char* name) const { return m_path / name; }
-    /// What lies there beside the archive and the folder for what is extracted.
-    bool HasMore() const
-    {
-        for (const fs::directory_entry& entry : fs::directory_iterator(m_path))
-        {
-            if (entry.path().filename() != "x.zip" && entry.path().filename() != "out")
-                return true;
-        }
-        return false;
-    }
-
-private:
-    fs::path m_path;
-};
 
 unsigned Entries(const CZip& zip)
 {
@@ -69,9 +38,8 @@ void Look(CZip& zip)
     Check(zip.FindMatchingFiles(all, L"*", false, true) == zip.GetCount(false));
 }
 
-void Extract(CZip& zip, const Folder& folder)
+void Extract(CZip& zip, const fs::path& out)
 {
-    const fs::path out = folder.Path("out");
     zip.SetPassword(L"key");
     zip.SetLimits(kLimits);
     for (unsigned index = 0; index < Entries(zip); ++index)
@@ -82,16 +50,12 @@ void Extract(CZip& zip, const Folder& folder)
         zip.ExtractFile(index, out.wstring().c_str(), index % 2 == 0, nullptr, false);
     }
     std::uintmax_t written = 0;
-    if (fs::exists(out))
+    for (const fs::directory_entry& entry : fs::recursive_directory_iterator(out))
     {
-        for (const fs::directory_entry& entry : fs::recursive_directory_iterator(out))
-        {
-            Check(!entry.is_symlink());
-            written += entry.is_regular_file() ? entry.file_size() : 0;
-        }
+        Check(!entry.is_symlink());
+        written += entry.is_regular_file() ? entry.file_size() : 0;
     }
-    Check(written <= kLimits.m_totalBytes && !folder.HasMore());
-    fs::remove_all(out);
+    Check(written <= kLimits.m_totalBytes);
 }
 
 void Change(const std::wstring& path)
@@ -114,18 +78,20 @@ void Change(const std::wstring& path)
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
-    static const Folder folder;
-    const fs::path path = folder.Path("x.zip");
-    std::ofstream(path, std::ios::binary)
-        .write(reinterpret_cast<const char*>(data), static_cast<std::streamsize>(size));
+    static const tev::fuzz::ExtractionFolder folder;
+    const std::wstring path(folder.Write(data, size));
+    const fs::path out = std::wstring(folder.Wide("out"));
+    CZip zip;
+    const bool isOpened = zip.Open(path.c_str(), zipOpenReadOnly, false, nullptr);
+    if (isOpened)
     {
-        CZip zip;
-        if (!zip.Open(path.wstring().c_str(), zipOpenReadOnly, false, nullptr))
-            return 0;
         Look(zip);
-        Extract(zip, folder);
+        Extract(zip, out);
+        zip.Close(false);
+        Change(path);
     }
-    Change(path.wstring());
-    Check(!folder.HasMore());
+    fs::remove_all(out);
+    // Nothing was written beside the archive.
+    Check(std::distance(fs::directory_iterator(out.parent_path()), {}) == 1);
     return 0;
 }
