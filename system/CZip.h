@@ -82,7 +82,7 @@ public:
     /// root. A name that is taken is refused.
     bool AddNewFile(const wchar_t* path, bool fullPath, ZipCompressionLevel level);
     bool AddNewFile(const wchar_t* path, const wchar_t* nameInArchive, ZipCompressionLevel level);
-    /// A folder's entry goes without those beneath it.
+    /// All entries of these names; a folder's without those beneath it.
     bool DeleteFiles(const CXArray<CXTString<wchar_t>, const CXTString<wchar_t>&>& names);
     /// Gives each entry the new name at the same place of the other array; names may be exchanged.
     bool RenameFiles(CXArray<CXTString<wchar_t>, const CXTString<wchar_t>&>& oldNames,

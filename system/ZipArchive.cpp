@@ -130,7 +130,7 @@ std::wstring ZipArchive::NameFor(unsigned index, const NameRule& rule) const
     return ComparableName(WideEntryName(m_engine->Name(index)), rule);
 }
 
-unsigned ZipArchive::Find(std::wstring_view name, const NameRule& rule)
+std::vector<unsigned> ZipArchive::FindEach(std::wstring_view name, const NameRule& rule, bool oneIsEnough)
 {
     constexpr NameRule kKey = {false, true};
     const std::wstring wanted = ComparableName(name, rule);
@@ -142,13 +142,20 @@ unsigned ZipArchive::Find(std::wstring_view name, const NameRule& rule)
         std::sort(m_byName.begin(), m_byName.end());
     }
     const std::uint64_t hash = HashOf(ComparableName(name, kKey));
+    std::vector<unsigned> found;
     auto at = std::lower_bound(m_byName.begin(), m_byName.end(), std::make_pair(hash, 0U));
-    for (; at != m_byName.end() && at->first == hash; ++at)
+    for (; at != m_byName.end() && at->first == hash && (found.empty() || !oneIsEnough); ++at)
     {
         if (NameFor(at->second, rule) == wanted)
-            return at->second;
+            found.push_back(at->second);
     }
-    return xZipNoEntry;
+    return found;
+}
+
+unsigned ZipArchive::Find(std::wstring_view name, const NameRule& rule)
+{
+    const std::vector<unsigned> found = FindEach(name, rule, true);
+    return found.empty() ? xZipNoEntry : found.front();
 }
 
 std::vector<unsigned> ZipArchive::FindMatching(std::wstring_view pattern, const NameRule& rule) const

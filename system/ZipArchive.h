@@ -40,6 +40,7 @@ public:
     unsigned Count() const noexcept;
     unsigned CountFiles() const;
     ZipOutcome Describe(unsigned index, CZipFileInfo& info) const;
+    /// The first entry of that name, xZipNoEntry if there is none.
     unsigned Find(std::wstring_view name, const NameRule& rule);
     std::vector<unsigned> FindMatching(std::wstring_view pattern, const NameRule& rule) const;
 
@@ -74,7 +75,8 @@ private:
     int AskCallback(const platform::ZipEntry& entry, const std::wstring& target);
     ZipOutcome Unpack(unsigned index, const platform::ZipEntry& entry, const std::string& password, XZipAction action,
                       platform::ContainedFile* file);
-    ZipOutcome FindAll(const ZipNames& names, std::vector<unsigned>& indexes);
+    /// All entries of that name, in their order; where one is enough, the first one.
+    std::vector<unsigned> FindEach(std::wstring_view name, const NameRule& rule, bool oneIsEnough);
     ZipOutcome PlanRenaming(const ZipNames& oldNames, const ZipNames& newNames, std::vector<Renaming>& renamings);
     std::string UnusedName();
     void ForgetNames() noexcept { m_byName.clear(); }

@@ -82,26 +82,18 @@ ZipOutcome ZipArchive::Add(const wchar_t* path, const wchar_t* name, ZipCompress
     return {};
 }
 
-ZipOutcome ZipArchive::FindAll(const ZipNames& names, std::vector<unsigned>& indexes)
-{
-    for (const CXTString<wchar_t>& name : names)
-    {
-        const unsigned index = Find(ViewOf(name), kExact);
-        if (index == xZipNoEntry)
-            return Refused(XZipFailure::kNotFound);
-        indexes.push_back(index);
-    }
-    return {};
-}
-
 ZipOutcome ZipArchive::Delete(const ZipNames& names)
 {
     if (m_isReadOnly)
         return Refused(XZipFailure::kReadOnly);
     std::vector<unsigned> indexes;
-    const ZipOutcome found = FindAll(names, indexes);
-    if (!found)
-        return found;
+    for (const CXTString<wchar_t>& name : names)
+    {
+        const std::vector<unsigned> found = FindEach(ViewOf(name), kExact, false);
+        if (found.empty())
+            return Refused(XZipFailure::kNotFound);
+        indexes.insert(indexes.end(), found.begin(), found.end());
+    }
     std::sort(indexes.begin(), indexes.end(), std::greater<>());
     indexes.erase(std::unique(indexes.begin(), indexes.end()), indexes.end());
     ForgetNames();
@@ -120,9 +112,12 @@ ZipOutcome ZipArchive::PlanRenaming(const ZipNames& oldNames, const ZipNames& ne
     if (oldNames.GetSize() != newNames.GetSize())
         return Refused(XZipFailure::kInvalidArgument);
     std::vector<unsigned> indexes;
-    const ZipOutcome found = FindAll(oldNames, indexes);
-    if (!found)
-        return found;
+    for (const CXTString<wchar_t>& name : oldNames)
+    {
+        indexes.push_back(Find(ViewOf(name), kExact));
+        if (indexes.back() == xZipNoEntry)
+            return Refused(XZipFailure::kNotFound);
+    }
     const std::set<unsigned> renamed(indexes.begin(), indexes.end());
     if (renamed.size() != indexes.size())
         return Refused(XZipFailure::kInvalidArgument);

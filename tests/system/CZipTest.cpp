@@ -405,6 +405,7 @@ TEST(CZip, NamesAndTimesAreReadFromTheirFields)
     ASSERT_TRUE(zip.Open(archive.c_str(), zipOpenReadOnly, false, nullptr));
     EXPECT_EQ(NamesOf(zip), L"caf\u00E9|caf\u00E9|caf\u00E9 Noir|extended|ntfs");
     EXPECT_EQ(zip.FindFile(L"CAF\u00C9 NOIR", false, false), 2U) << "case beyond ASCII";
+    EXPECT_EQ(zip.FindFile(L"caf\u00E9", true, false), 0U);
     CZipFileInfo info;
     ASSERT_TRUE(zip.GetFileInfo(info, 3));
     EXPECT_EQ(info.GetModifiedTime(), 1600000001);
@@ -414,6 +415,13 @@ TEST(CZip, NamesAndTimesAreReadFromTheirFields)
     EXPECT_EQ(info.GetModifiedTime(), 1600026401);
     EXPECT_EQ(info.GetLastAccessTime(), 1600026402);
     EXPECT_EQ(info.GetCreationTime(), 1600026403);
+    zip.Close(true);
+    EXPECT_TRUE(ChangeArchive(archive, zipOpenReadWrite,
+                              [](CZip& changed) { return changed.DeleteFiles(TextsOf({L"caf\u00E9"})); }));
+    ASSERT_TRUE(zip.Open(archive.c_str(), zipOpenReadOnly, false, nullptr));
+    EXPECT_EQ(NamesOf(zip), L"caf\u00E9 Noir|extended|ntfs");
+    ASSERT_TRUE(zip.GetFileInfo(info, 1));
+    EXPECT_EQ(info.GetCreationTime(), 3) << "what is kept, is kept as it is";
 }
 
 TEST(CZip, EncryptedEntriesNeedTheirPassword)
