@@ -7,6 +7,13 @@
 
 #include <vector>
 
+// Message texts for the columns of a host's dialog about a report; CXTString::LoadString gives them.
+
+constexpr unsigned int xTextReportName = 0xE10A;
+constexpr unsigned int xTextReportDescription = 0xE10B;
+constexpr unsigned int xTextReportSize = 0xE10C;
+constexpr unsigned int xTextReportType = 0xE10D;
+
 /// What the person says to a report.
 struct XReportAnswer
 {

@@ -45,6 +45,7 @@ int WriteLockedRecord(const char* path, std::string_view record, const char* log
         WriteAllBytes(file, kLogKey, sizeof kLogKey);
         WriteAllBytes(file, logPath, std::strlen(logPath) + 1);
     }
+    fdatasync(file); // the machine itself may go down before the report is finished
     return file;
 }
 

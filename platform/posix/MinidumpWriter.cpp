@@ -238,7 +238,7 @@ private:
         header.Add(kSignature).Add(kVersion).Add(m_streamCount).Add(static_cast<std::uint32_t>(kHeaderSize));
         header.Zeros(16);
         return lseek(m_file, 0, SEEK_SET) == 0 && WriteAllBytes(m_file, header.Bytes(), header.Size()) &&
-               WriteAllBytes(m_file, m_directory.Bytes(), m_directory.Size());
+               WriteAllBytes(m_file, m_directory.Bytes(), m_directory.Size()) && fdatasync(m_file) == 0;
     }
 
     void WriteThreads() noexcept

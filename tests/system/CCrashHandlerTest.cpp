@@ -7,6 +7,7 @@
 #include "system/CrashPackage.h"
 #include "tests/support/CrashingProgram.h"
 #include "tests/support/PrintText.h"
+#include "tests/support/Sanitized.h"
 #include "tests/support/TestRegistry.h"
 #include "ui/CUserInterface.h"
 #include "ui/Language.h"
@@ -217,6 +218,9 @@ TEST_F(CCrashHandlerTest, AFilesReportHoldsItsFilesOnceAndNoDump)
     EXPECT_EQ(NamesInArchive(CommonPath("FileReport.zip")), (std::set<std::wstring>{L"broken.obj", L"own.log"}));
     EXPECT_THAT(std::wstring(person.m_introduction), HasSubstr(L"File(s):\r\n" + broken));
     EXPECT_EQ(person.m_files.back().m_description, L"Journal d'erreur");
+    Text size;
+    size.LoadString(xTextReportSize);
+    EXPECT_EQ(size, L"Taille");
 
     // The next one has another file, another name, and the dump that belongs to a crash.
     CrashGenerateErrorReport(nullptr, false);
@@ -266,6 +270,39 @@ TEST_F(CCrashHandlerTest, AnInvalidParameterIsReportedAndThrown)
         int);
     EXPECT_EQ(g_asked, 1);
     EXPECT_TRUE(HasReport("DebugReport.zip"));
+}
+
+/// How a copy of this process ends that does so: its exit code, or 128 plus the signal.
+template <class Work>
+int EndOfCopy(Work work)
+{
+    const pid_t copy = fork();
+    if (copy == 0)
+    {
+        work();
+        _exit(99);
+    }
+    int status = 0;
+    waitpid(copy, &status, 0);
+    return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
+}
+
+TEST_F(CCrashHandlerThreadTest, ACopyOfTheProcessReportsOnlyWhatItHasAHandlerOfItsOwnFor)
+{
+    if (kIsSanitized)
+        GTEST_SKIP() << "a sanitizer reports crashes by itself";
+    CrashInstall(CountAndReport, L"A", L"1", xCrashReport);
+    EXPECT_EQ(EndOfCopy([] { std::raise(SIGSEGV); }), 128 + SIGSEGV);
+    EXPECT_EQ(EndOfCopy([] { CrashGenerateErrorReport(nullptr, false); }), 99);
+    EXPECT_FALSE(HasReport("DebugReport.zip"));
+    const auto crashOnBareThread = [] {
+        CrashInstall(CountAndReport, L"B", L"1", xCrashReport);
+        std::thread([] { std::raise(SIGSEGV); }).join();
+    };
+    EXPECT_EQ(EndOfCopy(crashOnBareThread), 128 + SIGSEGV);
+    EXPECT_TRUE(HasReport("DebugReport.zip"));
+    CrashGenerateErrorReport(nullptr, false); // with the original's helper, which is still there
+    EXPECT_TRUE(HasReport("DebugReport (1).zip"));
 }
 
 /// A mail program that notes its arguments, one a line, and a copy of what it is to send.
