@@ -84,6 +84,14 @@ std::optional<std::size_t> FindEndMark(const ZipBuffer& tail)
     return fitting ? fitting : last;
 }
 
+/// Whether libzip would take UTF-8 for something else, and a name that is flagged so for damage.
+bool HasControls(const std::string& name)
+{
+    return std::any_of(name.begin(), name.end(), [](char c) {
+        return static_cast<unsigned char>(c) < ' ' && c != '\t' && c != '\n' && c != '\r';
+    });
+}
+
 /// What stands in 32 bits; a number that does not fit goes to the field.
 std::uint32_t Shortened(std::uint64_t number, ZipBuffer& field)
 {
@@ -293,10 +301,11 @@ std::string ZipDirectoryRewriter::MendedName(std::size_t nameSize)
         std::replace(name.begin(), name.end(), '\0', '\\');
         m_isMended = true;
     }
-    if ((flags & kUtf8Flag) != 0 && !IsUtf8(name.c_str()))
+    const bool isText = IsUtf8(name.c_str());
+    if ((flags & kUtf8Flag) != 0 && (!isText || HasControls(name)))
     {
         Store(m_header, 8, static_cast<std::uint16_t>(flags & ~kUtf8Flag));
-        name.insert(0, 1, '\\');
+        name.insert(0, isText ? 0 : 1, '\\');
         m_isMended = true;
     }
     return name;

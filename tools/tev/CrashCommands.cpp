@@ -33,18 +33,6 @@ std::string Hex(unsigned __int64 number)
     return text;
 }
 
-/// What comes from a file may hold anything; a terminal gets none of its controls.
-std::string Printable(const CXTString<wchar_t>& text)
-{
-    std::string result = Narrow(text);
-    for (char& character : result)
-    {
-        if (static_cast<unsigned char>(character) < 0x20 || character == 0x7F)
-            character = '?';
-    }
-    return result;
-}
-
 bool EndsWith(const std::string& text, const std::string& end)
 {
     return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;

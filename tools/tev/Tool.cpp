@@ -77,6 +77,14 @@ std::string Narrow(const CXTString<wchar_t>& text)
     return Narrow(text.GetConstBuffer(), text.GetLength64());
 }
 
+std::string Printable(const CXTString<wchar_t>& text)
+{
+    std::string result = Narrow(text);
+    for (char& c : result)
+        c = static_cast<unsigned char>(c) < ' ' || c == '\x7F' ? '?' : c;
+    return result;
+}
+
 std::string JsonString(const std::string& text)
 {
     std::string quoted = "\"";

@@ -25,6 +25,9 @@ std::wstring Widen(const std::string& text);
 std::string Narrow(const wchar_t* text, std::size_t length);
 std::string Narrow(const CXTString<wchar_t>& text);
 
+/// Text that comes from a file: a terminal gets none of its controls, and a line of output stays one.
+std::string Printable(const CXTString<wchar_t>& text);
+
 /// The text in quotes, as JSON writes it.
 std::string JsonString(const std::string& text);
 

@@ -97,15 +97,6 @@ const char* TextOf(CXSkipReason reason)
     }
 }
 
-/// What would steer a terminal is shown as '?'.
-std::string Shown(const CXTString<wchar_t>& name)
-{
-    std::string text = Narrow(name);
-    for (char& c : text)
-        c = static_cast<unsigned char>(c) < ' ' || c == '\x7F' ? '?' : c;
-    return text;
-}
-
 /// The name of what is in a compressed file, by the name of that one.
 std::string NameWithin(const std::string& file)
 {
@@ -164,7 +155,7 @@ void ListArchive(Session& session, const Options& options)
         }
         const CXTString<wchar_t> changed = CXTime(info.GetModifiedTime()).Format(L"%Y-%m-%d %H:%M:%S");
         rows.push_back({std::to_string(info.GetUncompressedSize()), std::to_string(info.GetCompressedSize()),
-                        Narrow(changed), Shown(info.GetFileName())});
+                        Narrow(changed), Printable(info.GetFileName())});
     }
     PrintList(session, rows);
 }
@@ -173,7 +164,7 @@ void PrintWritten(Session& session, const CMiniZip& zip)
 {
     for (const CXTString<wchar_t>& file : zip.GetExtractedFiles())
     {
-        std::string name = IsTerminal(kStandardOutput) ? Shown(file) : Narrow(file);
+        std::string name = IsTerminal(kStandardOutput) ? Printable(file) : Narrow(file);
         if (name.compare(0, 2, "./") == 0)
             name.erase(0, 2);
         session.m_output.Write(name + "\n");
@@ -196,7 +187,7 @@ void Unpack(Session& session, const Options& options, bool isStream)
         PrintWritten(session, zip);
     for (const CXSkippedEntry& entry : zip.GetSkippedEntries())
     {
-        Report(session, options.m_file, "skipped " + Shown(entry.m_name) + ": " + TextOf(entry.m_reason));
+        Report(session, options.m_file, "skipped " + Printable(entry.m_name) + ": " + TextOf(entry.m_reason));
         session.m_exitCode = kExitFailed;
     }
     if (!isDone)

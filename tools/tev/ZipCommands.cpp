@@ -83,7 +83,7 @@ Row RowOf(const CZipFileInfo& info)
             info.GetModifiedTime() != 0 ? modified : kNothing,
             info.IsDirectory() ? "folder" : MethodText(info),
             EncryptionText(info),
-            Narrow(info.GetFileName())};
+            Printable(info.GetFileName())};
 }
 
 void RunList(Session& session, const Options& options)
@@ -114,7 +114,9 @@ void ForEachEntry(Session& session, const Options& options, ZipWork& work, Work&
     work.ExpectBytes(total);
     for (const unsigned index : indexes)
     {
-        const std::string name = Narrow(Describe(work, index).GetFileName());
+        if (EndingSignalsHeld::HasCome())
+            return;
+        const std::string name = Printable(Describe(work, index).GetFileName());
         Attempt(session, options.m_archive,
                 [&] { work.Require(onEntry(index) == zipExtracted, options.m_archive + ": " + name); });
     }

@@ -1,7 +1,6 @@
 #include "tools/tev/ZipWork.h"
 
 #include "core/CXFileException.h"
-#include "tools/tev/System.h"
 #include "tools/tev/Tool.h"
 
 #include <algorithm>
@@ -114,7 +113,12 @@ bool ZipWork::OnProgress(unsigned __int64 processed)
     m_done = processed;
     if (m_progress)
         m_progress->Show(m_doneBefore + m_done);
-    return true;
+    return !EndingSignalsHeld::HasCome();
+}
+
+int ZipWork::OnExtractEntry(const CZipFileInfo&, const wchar_t*)
+{
+    return EndingSignalsHeld::HasCome() ? xZipStop : xZipExtractEntry;
 }
 
 void ZipWork::OnActionBegin(XZipAction action, unsigned __int64 total)

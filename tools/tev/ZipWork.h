@@ -2,6 +2,7 @@
 
 #include "system/CZip.h"
 #include "tools/tev/Progress.h"
+#include "tools/tev/System.h"
 
 #include <optional>
 #include <string>
@@ -11,7 +12,8 @@
 namespace tev::tool
 {
 
-/// An open archive that shows on a terminal how far it is. What is not saved in the end changes nothing.
+/// An open archive that shows on a terminal how far it is, and that an interrupt leaves as it was. What is not saved in the
+/// end changes nothing.
 class ZipWork final : private CZipExtractCallback
 {
 public:
@@ -31,10 +33,11 @@ public:
 
 private:
     bool OnProgress(unsigned __int64 processed) override;
-    int OnExtractEntry(const CZipFileInfo&, const wchar_t*) override { return xZipExtractEntry; }
+    int OnExtractEntry(const CZipFileInfo&, const wchar_t*) override;
     void OnActionBegin(XZipAction action, unsigned __int64 total) override;
     void OnActionEnd(XZipAction action) noexcept override;
 
+    EndingSignalsHeld m_held; // goes last, when all is undone
     std::string m_name;
     CZip m_zip;
     std::optional<Progress> m_progress;
