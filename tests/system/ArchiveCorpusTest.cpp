@@ -48,8 +48,9 @@ Outcome RunPeer(const std::string& command, const fs::path& file)
     std::string quoted = "'" + file.string() + "'"; // no name in the corpora has a quote
     std::string line = command;
     line.replace(line.find('@'), 1, quoted);
-    const int status =
-        std::system(("cd " + folder.Path().string() + " && (" + line + ") </dev/null >/dev/null 2>&1").c_str());
+    const int status = std::system(
+        ("export LC_ALL=C.UTF-8; cd " + folder.Path().string() + " && (" + line + ") </dev/null >/dev/null 2>&1")
+            .c_str());
     return {WEXITSTATUS(status), FilesIn(folder.Path())};
 }
 

@@ -64,9 +64,10 @@ struct Peers
         const std::string name = "'" + archive.string() + "' </dev/null";
         const std::string root = folder.Path().string();
         EXPECT_TRUE(Shell(root, "mkdir unzip bsdtar"));
-        const bool unzipDone = Shell(root + "/unzip", std::string("unzip -q -o -P ") + kPassword + " " + name);
+        const bool unzipDone =
+            Shell(root + "/unzip", std::string("LC_ALL=C.UTF-8 unzip -q -o -P ") + kPassword + " " + name);
         const bool bsdtarDone =
-            Shell(root + "/bsdtar", std::string("bsdtar --passphrase ") + kPassword + " -xf " + name);
+            Shell(root + "/bsdtar", std::string("LC_ALL=C.UTF-8 bsdtar --passphrase ") + kPassword + " -xf " + name);
         m_unzip = FilesBeneath(folder.Path("unzip"));
         m_bsdtar = FilesBeneath(folder.Path("bsdtar"));
         m_areSure = unzipDone && bsdtarDone && m_unzip == m_bsdtar;
