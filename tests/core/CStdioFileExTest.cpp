@@ -368,6 +368,18 @@ TEST(CStdioFileEx, WritesTheMarkOnlyAtTheStart)
     file.Close();
     EXPECT_EQ(folder.ReadFile("text"), "\xFF\xFE"
                                        "a\0\n\0b\0"s);
+    ASSERT_TRUE(file.Open(path.c_str(), kKeep | kUtf16));
+    file.WriteString(L"c");
+    file.WriteString(L"d");
+    file.SeekToBegin();
+    file.WriteString(L"e");
+    file.Flush();
+    EXPECT_EQ(folder.ReadFile("text"), "\xFF\xFE"
+                                       "e\0d\0b\0"s);
+    file.SetLength(0);
+    file.SeekToBegin();
+    file.WriteString(L"a\nb");
+    file.Close();
     // Text that is there already is written on in its encoding.
     ASSERT_TRUE(file.Open(path.c_str(), kTextBoth));
     EXPECT_EQ(ReadLines(file), (Lines{L"a", L"b"}));

@@ -184,8 +184,9 @@ void AddMatch(CLI::App& tool, Session& session)
         ->type_name("");
     command.add_option("NAME", arguments->m_names, "Names to look at")->required()->type_name("");
     command.footer(
-        "A word finds what holds it anywhere; with * and ? it is a pattern for the whole name; in double quotes it\n"
-        "is an extension, or a whole name where it holds a dot. Case does not count.\n"
+        "A word finds what holds it anywhere, where * stands for any characters. With a ?, which stands for one, it\n"
+        "is a pattern for the whole name. In double quotes it is an extension, or a whole name where it holds a dot.\n"
+        "Case does not count.\n"
         "The exit code is 1 when no name was found.");
     command.callback([&session, arguments] { Match(session, arguments->m_list, arguments->m_names); });
 }
