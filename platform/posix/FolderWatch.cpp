@@ -50,6 +50,7 @@ struct Folder
     Folder* m_parent;
     std::string m_name;
     int m_number = -1;
+    bool m_isTold = false; // what was in it when it was looked into
     std::map<std::string, std::unique_ptr<Folder>> m_folders;
 };
 
@@ -60,6 +61,7 @@ struct Departure
     Watch* m_watch;
     std::string m_path;
     bool m_isFolder;
+    bool m_isTold;                    // that it went, because something else has its path now
     std::unique_ptr<Folder> m_folder; // null for a file, and where folders beneath are not watched
 };
 
@@ -94,6 +96,7 @@ private:
     void HandleGone(Folder& folder, std::uint32_t mask);
     void Enter(Folder& parent, const std::string& name, bool isNew);
     void Arrive(Folder& folder, const std::string& name, bool isFolder, std::uint32_t cookie);
+    void TellDeparture(const Folder& folder, const std::string& name);
     void EndDepartures();
     bool IsRegistered(int number, const Folder* folder) const;
 
@@ -261,6 +264,7 @@ bool Queue::Scan(Folder& folder, bool report, std::vector<Folder*>& found)
     Watch& watch = folder.m_watch;
     if (!watch.WithSubfolders() && !report)
         return true;
+    folder.m_isTold = report;
     const std::unique_ptr<DIR, int (*)(DIR*)> directory(opendir(watch.SystemPath(folder).c_str()), closedir);
     if (directory == nullptr)
         return !IsLackOfRoom(errno); // else it went, or may not be read
@@ -385,6 +389,7 @@ void Queue::HandleFor(Folder& folder, const inotify_event& event)
     Watch& watch = folder.m_watch;
     if ((event.mask & IN_CREATE) != 0)
     {
+        TellDeparture(folder, name);
         watch.Add(FolderChange::Added, NameBits(isFolder) | kWatchCreation, folder.PathOf(name));
         if (isFolder)
             Enter(folder, name, true);
@@ -396,7 +401,7 @@ void Queue::HandleFor(Folder& folder, const inotify_event& event)
     }
     if ((event.mask & IN_MOVED_FROM) != 0)
     {
-        Departure departure{event.cookie, &watch, folder.PathOf(name), isFolder, nullptr};
+        Departure departure{event.cookie, &watch, folder.PathOf(name), isFolder, false, nullptr};
         const auto child = folder.m_folders.find(name);
         if (child != folder.m_folders.end())
         {
@@ -424,7 +429,7 @@ void Queue::Enter(Folder& parent, const std::string& name, bool isNew)
     if (!parent.m_watch.WithSubfolders())
         return;
     std::unique_ptr<Folder>& child = parent.m_folders[name];
-    if (isNew && child != nullptr && NumberOf(*child) == child->m_number)
+    if (isNew && child != nullptr && child->m_isTold && NumberOf(*child) == child->m_number)
         return; // found already, when the folder above was looked into
     auto entered = std::make_unique<Folder>(parent.m_watch, &parent, name);
     const bool included = Include(*entered, isNew);
@@ -441,6 +446,7 @@ void Queue::Enter(Folder& parent, const std::string& name, bool isNew)
 void Queue::Arrive(Folder& folder, const std::string& name, bool isFolder, std::uint32_t cookie)
 {
     Watch& watch = folder.m_watch;
+    TellDeparture(folder, name);
     const auto departure = std::find_if(m_departures.begin(), m_departures.end(), [&](const Departure& candidate) {
         return candidate.m_cookie == cookie && candidate.m_watch == &watch;
     });
@@ -457,11 +463,29 @@ void Queue::Arrive(Folder& folder, const std::string& name, bool isFolder, std::
     m_departures.erase(departure); // only now, so that the system goes on watching all the time
 }
 
+/// What had the name before, if it moved away, went before something else comes there.
+void Queue::TellDeparture(const Folder& folder, const std::string& name)
+{
+    if (m_departures.empty())
+        return;
+    const std::string path = folder.PathOf(name);
+    for (Departure& departure : m_departures)
+    {
+        if (departure.m_watch != &folder.m_watch || departure.m_path != path || departure.m_isTold)
+            continue;
+        departure.m_watch->Add(FolderChange::Removed, NameBits(departure.m_isFolder), path);
+        departure.m_isTold = true;
+    }
+}
+
 /// What moved away without a second half has left the watched folders.
 void Queue::EndDepartures()
 {
     for (const Departure& departure : m_departures)
-        departure.m_watch->Add(FolderChange::Removed, NameBits(departure.m_isFolder), departure.m_path);
+    {
+        if (!departure.m_isTold)
+            departure.m_watch->Add(FolderChange::Removed, NameBits(departure.m_isFolder), departure.m_path);
+    }
     m_departures.clear();
 }
 
