@@ -16,12 +16,12 @@ TEST(TevUsage, TellsOfTheCommandsWhereOneIsMissingOrUnknown)
         std::vector<std::string> m_arguments;
         const char* m_error;
     } cases[] = {
-        {{}, "tev needs a command: there are text, "},
-        {{"color", "#ff0000"}, "tev has no command color: there are text, "},
-        {{"log"}, "tev log needs a command: there are show\n"},
-        {{"log", "list", "x"}, "tev log has no command list: there are show\n"},
+        {{}, "tev: a command is needed: text, "},
+        {{"color", "#ff0000"}, "tev: there is no command color, but text, "},
+        {{"log"}, "tev: log: a command is needed: show\n"},
+        {{"log", "list", "x"}, "tev: log: there is no command list, but show\n"},
         {{"log", "show"}, "tev: FILE is required\n"},
-        {{"--colour"}, "tev has no command --colour: there are text, "},
+        {{"--colour"}, "tev: there is no command --colour, but text, "},
     };
     for (const auto& [arguments, error] : cases)
     {

@@ -28,11 +28,12 @@ constexpr void (*kCommandFamilies[])(CLI::App&, Session&) = {
 };
 
 /// What to say where the word that names a command is missing or names none.
-std::string MissingCommand(const CLI::App& tool, const CLI::App& family, const std::string& name)
+std::string MissingCommand(const CLI::App& tool, const CLI::App& family)
 {
     const std::vector<std::string> words = tool.remaining(true);
-    std::string text = words.empty() ? name + " needs a command" : name + " has no command " + words.front();
-    const char* separator = ": there are ";
+    std::string text = &family == &tool ? "" : family.get_name() + ": ";
+    text += words.empty() ? "a command is needed" : "there is no command " + words.front();
+    const char* separator = words.empty() ? ": " : ", but ";
     for (const CLI::App* command : family.get_subcommands(nullptr))
     {
         text += separator + command->get_name();
@@ -43,18 +44,12 @@ std::string MissingCommand(const CLI::App& tool, const CLI::App& family, const s
 
 std::string UsageError(const CLI::App* tool, const CLI::Error& error)
 {
-    std::string name = "tev";
     const CLI::App* command = tool;
-    for (std::vector<CLI::App*> chosen = command->get_subcommands(); !chosen.empty();
-         chosen = command->get_subcommands())
-    {
-        command = chosen.front();
-        name += ' ' + command->get_name();
-    }
+    while (!command->get_subcommands().empty())
+        command = command->get_subcommands().front();
     const bool lacksCommand = command->get_require_subcommand_min() != 0;
-    const std::string cause =
-        lacksCommand ? MissingCommand(*tool, *command, name) : "tev: " + std::string(error.what());
-    return cause + "\nRun with --help for more information.\n";
+    return "tev: " + (lacksCommand ? MissingCommand(*tool, *command) : error.what()) +
+           "\nRun with --help for more information.\n";
 }
 } // namespace
 
