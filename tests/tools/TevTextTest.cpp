@@ -238,7 +238,7 @@ TEST_F(TevText, WrongUsageIsTold)
     {
         const TevResult result = RunTev(arguments);
         EXPECT_EQ(result.m_exitCode, 2) << testing::PrintToString(arguments);
-        EXPECT_THAT(result.m_error, AllOf(StartsWith("tev"), HasSubstr("--help")));
+        EXPECT_THAT(result.m_error, AllOf(StartsWith("tev: "), HasSubstr("--help")));
         EXPECT_EQ(result.m_output, "");
     }
     EXPECT_EQ(FileCount(), 1);
