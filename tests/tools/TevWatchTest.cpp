@@ -38,6 +38,25 @@ TEST(TevWatch, PrintsChangesUntilInterrupted)
     EXPECT_EQ(tool.Wait(), 128 + SIGINT);
 }
 
+TEST(TevWatch, NamesSteerNoTerminal)
+{
+    const int terminal = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    if (terminal < 0 || grantpt(terminal) != 0 || unlockpt(terminal) != 0)
+        GTEST_SKIP() << "this system has no terminals";
+    const int toolsEnd = open(ptsname(terminal), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    const TempFolder folder;
+    const TevProcess tool({"watch", "--interval", "1", folder.Path()}, -1, toolsEnd, -1);
+    pollfd waiting = {terminal, POLLIN, 0};
+    do // until the tool has got so far
+    {
+        folder.WriteFile("red\x1B[31m", "");
+        std::filesystem::remove(folder.Path("red\x1B[31m"));
+    } while (poll(&waiting, 1, 10) != 1);
+    EXPECT_THAT(ReadUntil(terminal, "\n"), HasSubstr("/red?[31m\r\n"));
+    close(toolsEnd);
+    close(terminal);
+}
+
 TEST(TevWatch, RefusesWhatIsNoFolder)
 {
     const TevResult none = RunTev({"watch", "/nowhere"});

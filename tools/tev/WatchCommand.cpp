@@ -2,6 +2,7 @@
 
 #include "services/Paths.h"
 #include "system/CWatchFolder.h"
+#include "tools/tev/System.h"
 #include "tools/tev/Tool.h"
 
 #include <CLI/CLI.hpp>
@@ -53,12 +54,13 @@ const char* Word(CWatchFolder::FileChange change)
 
 void Print(Output& output, CWatchFolder& watcher, char end)
 {
+    const bool isTerminal = IsTerminal(kStandardOutput);
     std::map<std::string, CWatchFolder::FileChange> sorted;
     const CWatchFolder::Changes& changes = watcher.GetChanges();
     CXTString<wchar_t> path;
     CWatchFolder::FileChange change{};
     for (unsigned position = changes.GetFirst(); changes.GetNext(position, path, change);)
-        sorted[Narrow(path)] = change;
+        sorted[isTerminal ? Printable(path) : Narrow(path)] = change;
     watcher.ReleaseChanges();
     for (const auto& [name, what] : sorted)
         output.Write(Word(what) + ("\t" + name) + end);
