@@ -237,8 +237,11 @@ private:
         Record<kHeaderSize> header;
         header.Add(kSignature).Add(kVersion).Add(m_streamCount).Add(static_cast<std::uint32_t>(kHeaderSize));
         header.Zeros(16);
-        return lseek(m_file, 0, SEEK_SET) == 0 && WriteAllBytes(m_file, header.Bytes(), header.Size()) &&
-               WriteAllBytes(m_file, m_directory.Bytes(), m_directory.Size()) && fdatasync(m_file) == 0;
+        const bool isWritten = lseek(m_file, 0, SEEK_SET) == 0 &&
+                               WriteAllBytes(m_file, header.Bytes(), header.Size()) &&
+                               WriteAllBytes(m_file, m_directory.Bytes(), m_directory.Size());
+        fdatasync(m_file); // where the file system can
+        return isWritten;
     }
 
     void WriteThreads() noexcept
