@@ -1,6 +1,7 @@
 #include "platform/FolderWatch.h"
 
 #include "platform/PathNames.h"
+#include "platform/posix/ChangeBuffer.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -16,6 +17,7 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <pthread.h>
 #include <sys/inotify.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
@@ -76,6 +78,8 @@ public:
         return *queue;
     }
 
+    Queue();
+
     bool Join(Watch& watch);
     void Leave(Watch& watch);
     /// Has the system watch a folder from now on, with all beneath that belong to the watch. `report` tells of what is
@@ -87,6 +91,8 @@ public:
     std::mutex m_mutex;
 
 private:
+    bool Open();
+    void StartAnew();
     int NumberOf(const Folder& folder) const;
     bool Register(Folder& folder);
     bool Scan(Folder& folder, bool report, std::vector<Folder*>& found);
@@ -132,15 +138,8 @@ public:
 private:
     using Identity = std::optional<std::pair<dev_t, ino_t>>;
 
-    struct Entry
-    {
-        FolderChange m_change;
-        std::wstring m_path;
-    };
     /// The folder that lies at the path now, if any.
     Identity Find() const;
-    void Keep(FolderChange change, const std::string& path);
-    void KeepEverything();
 
     std::string m_path; // absolute, without a separator at its end unless it is the root
     bool m_withSubfolders;
@@ -148,9 +147,7 @@ private:
     std::unique_ptr<Folder> m_root;
     Identity m_identity; // of the root
     bool m_isLost = false;
-    bool m_everything = false;
-    std::size_t m_size = 0; // of the entries, as FolderWatch::kBufferSize counts
-    std::vector<Entry> m_entries;
+    ChangeBuffer m_changes;
 };
 
 unsigned NameBits(bool isFolder) noexcept
@@ -162,14 +159,6 @@ unsigned NameBits(bool isFolder) noexcept
 bool IsLackOfRoom(int error) noexcept
 {
     return error == ENOSPC || error == ENOMEM || error == EMFILE || error == ENFILE;
-}
-
-std::size_t EntrySize(const std::wstring& path) noexcept
-{
-    std::size_t units = path.size();
-    for (const wchar_t character : path)
-        units += static_cast<std::uint32_t>(character) > 0xFFFF ? 1 : 0;
-    return (12 + 2 * units + 3) / 4 * 4;
 }
 
 Folder::~Folder()
@@ -196,11 +185,36 @@ std::string Folder::PathOf(const std::string& name) const
     return path;
 }
 
-bool Queue::Join(Watch& watch)
+// A child made by fork shares the parent's queue, and would take its news and end its watches: it makes one of its own.
+Queue::Queue()
+{
+    pthread_atfork([] { Get().m_mutex.lock(); }, [] { Get().m_mutex.unlock(); },
+                   [] {
+                       Get().StartAnew();
+                       Get().m_mutex.unlock();
+                   });
+}
+
+void Queue::StartAnew()
+{
+    if (m_descriptor >= 0)
+        close(m_descriptor);
+    m_descriptor = -1;
+    m_folders.clear();
+    for (Watch* watch : m_watches)
+        watch->Lose();
+}
+
+bool Queue::Open()
 {
     if (m_descriptor < 0)
         m_descriptor = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
-    if (m_descriptor < 0)
+    return m_descriptor >= 0;
+}
+
+bool Queue::Join(Watch& watch)
+{
+    if (!Open())
         return false;
     m_watches.push_back(&watch);
     return true;
@@ -239,8 +253,9 @@ void Queue::Release(const Folder& folder)
         return;
     const auto [first, last] = m_folders.equal_range(folder.m_number);
     const auto own = std::find_if(first, last, [&](const auto& entry) { return entry.second == &folder; });
-    if (own != last)
-        m_folders.erase(own);
+    if (own == last)
+        return; // the queue is another one by now
+    m_folders.erase(own);
     if (m_descriptor >= 0 && m_folders.count(folder.m_number) == 0)
         inotify_rm_watch(m_descriptor, folder.m_number);
 }
@@ -331,7 +346,7 @@ void Queue::Pump()
 {
     // No more than what waits now, or somebody who never stops writing would keep us here.
     int waiting = 0;
-    if (ioctl(m_descriptor, FIONREAD, &waiting) != 0)
+    if (!Open() || ioctl(m_descriptor, FIONREAD, &waiting) != 0)
         return;
     auto rest = static_cast<std::size_t>(waiting);
     while (rest != 0)
@@ -521,8 +536,7 @@ Watch::Identity Watch::Find() const
 
 void Watch::Collect(const Report& report)
 {
-    std::vector<Entry> entries;
-    bool everything;
+    std::vector<ChangeBuffer::Change> changes;
     {
         Queue& queue = Queue::Get();
         const std::lock_guard<std::mutex> guard(queue.m_mutex);
@@ -530,54 +544,29 @@ void Watch::Collect(const Report& report)
         if (!m_isLost && Find() != m_identity)
             Lose(); // a folder above was renamed, or a link leads elsewhere, of which the system tells nothing
         if (m_isLost && (Restart() || IsLackOfRoom(errno)))
-            KeepEverything();
-        entries.swap(m_entries);
-        everything = std::exchange(m_everything, false);
-        m_size = 0;
+            m_changes.AddEverything();
+        changes = m_changes.Take();
     }
-    if (everything)
-        report(FolderChange::Everything, std::wstring());
-    for (const Entry& entry : entries)
-        report(entry.m_change, entry.m_path);
+    for (const ChangeBuffer::Change& change : changes)
+        report(change.m_change, change.m_path);
 }
 
 void Watch::Add(FolderChange change, unsigned bits, const std::string& path)
 {
     if ((m_bits & bits) != 0)
-        Keep(change, path);
+        m_changes.Add(change, path);
 }
 
 void Watch::AddRename(const std::string& from, const std::string& to, unsigned bits)
 {
-    if ((m_bits & bits) == 0)
-        return;
-    Keep(FolderChange::Renamed, from);
-    Keep(FolderChange::Renamed, to);
-}
-
-void Watch::Keep(FolderChange change, const std::string& path)
-{
-    if (m_everything)
-        return;
-    Entry entry{change, SystemPathToWide(path.c_str())};
-    if (!m_entries.empty() && m_entries.back().m_change == change && m_entries.back().m_path == entry.m_path)
-        return;
-    m_size += EntrySize(entry.m_path);
-    m_entries.push_back(std::move(entry));
-    if (m_size > kBufferSize)
-        KeepEverything();
-}
-
-void Watch::KeepEverything()
-{
-    m_everything = true;
-    m_entries.clear();
+    Add(FolderChange::Renamed, bits, from);
+    Add(FolderChange::Renamed, bits, to);
 }
 
 void Watch::Lose()
 {
     m_isLost = true;
-    KeepEverything();
+    m_changes.AddEverything();
 }
 
 std::string Watch::SystemPath(const Folder& folder) const

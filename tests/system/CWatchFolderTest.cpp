@@ -446,6 +446,30 @@ TEST_F(CWatchFolderTest, WhatIsBeyondTheLimitIsNotHalfWatched)
     EXPECT_EQ(WEXITSTATUS(status), 0);
 }
 
+TEST_F(CWatchFolderTest, AChildProcessHasNewsOfItsOwn)
+{
+    ASSERT_TRUE(Watch(true, kNames));
+    const auto second = std::make_unique<CWatchFolder>();
+    ASSERT_TRUE(second->AddRefreshNotification(m_folder.WidePath("w").c_str(), true, kNames));
+    Touch("w/a");
+    const pid_t child = fork();
+    if (child == 0)
+    {
+        const bool isAnew = Changes() == "!";
+        Touch("w/b");
+        const bool isTold = Changes() == "+b";
+        m_watcher.RemoveAll();
+        _exit((isAnew ? 0 : 1) + (isTold ? 0 : 2));
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(WEXITSTATUS(status), 0);
+    EXPECT_EQ(Changes(), "+a +b");
+    Touch("w/c");
+    EXPECT_EQ(Changes(), "+c");
+    EXPECT_TRUE(second->CheckRefreshNotification());
+}
+
 using CWatchFolderThread = CWatchFolderTest;
 
 TEST_F(CWatchFolderThread, HeldChangesKeepOthersWaiting)
