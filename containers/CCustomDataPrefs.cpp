@@ -7,10 +7,10 @@
 #include "core/CXFileException.h"
 #include "core/FileReplacement.h"
 #include "core/LittleEndian.h"
+#include "core/ResultOr.h"
 
 #include <algorithm>
 #include <memory>
-#include <new>
 
 namespace
 {
@@ -141,24 +141,6 @@ private:
     bool m_replaces;
 };
 
-/// Whether the call came to its end with true; a failure of the disk is false.
-template <class Call>
-bool Succeeds(Call call)
-{
-    try
-    {
-        return call();
-    }
-    catch (CXException* exception)
-    {
-        exception->Delete();
-    }
-    catch (const std::bad_alloc&)
-    {
-        // as good as a disk that cannot be read
-    }
-    return false;
-}
 } // namespace
 
 bool XListPreferences(const CXTString<wchar_t>& path, std::vector<XPreferenceRecord>& records)
@@ -171,7 +153,7 @@ bool XListPreferences(const CXTString<wchar_t>& path, std::vector<XPreferenceRec
 
 bool XRemovePreference(const CXTString<wchar_t>& path, unsigned key1, unsigned key2)
 {
-    return HasFileName(path) && Succeeds([&] {
+    return HasFileName(path) && tev::ResultOr(false, [&] {
                Rewriting rewriting(path, key1, key2);
                if (!rewriting.IsSound() || !rewriting.Replaces())
                    return false;
@@ -186,7 +168,7 @@ bool CCustomData::SaveToPrefs(const CXTString<wchar_t>& path, unsigned key1, uns
         return false;
     unsigned __int64 size = 0;
     const std::unique_ptr<unsigned char, StoreFree> store(static_cast<unsigned char*>(SerializeToData(size)));
-    return store != nullptr && Succeeds([&] {
+    return store != nullptr && tev::ResultOr(false, [&] {
                Rewriting rewriting(path, key1, key2);
                if (!rewriting.IsSound())
                    rewriting.KeepDamaged();
@@ -198,7 +180,7 @@ bool CCustomData::SaveToPrefs(const CXTString<wchar_t>& path, unsigned key1, uns
 bool CCustomData::LoadFromPrefs(CXTString<wchar_t> path, unsigned key1, unsigned key2, bool throwWhenDamaged)
 {
     if (!throwWhenDamaged)
-        return Succeeds([&] { return LoadFromPrefs(path, key1, key2, true); });
+        return tev::ResultOr(false, [&] { return LoadFromPrefs(path, key1, key2, true); });
     Bytes file;
     if (!ReadFile(path, file))
         return false;

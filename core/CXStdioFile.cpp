@@ -3,11 +3,11 @@
 #include "core/CXFileException.h"
 #include "core/LineScan.h"
 #include "core/PaddedText.h"
+#include "core/ResultOr.h"
 #include "core/TextSearch.h"
 
 #include <algorithm>
 #include <cstring>
-#include <new>
 
 namespace
 {
@@ -403,17 +403,10 @@ void CXStdioFile::WritePending()
 
 void CXStdioFile::WritePendingQuietly() noexcept
 {
-    try
-    {
+    static_cast<void>(tev::ResultOr(false, [this] {
         WritePending();
-    }
-    catch (CXFileException* failure)
-    {
-        failure->Delete();
-    }
-    catch (const std::bad_alloc&) // not even the exception could be made
-    {
-    }
+        return true;
+    }));
 }
 
 void CXStdioFile::DropUnread()

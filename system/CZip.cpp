@@ -24,6 +24,24 @@ constexpr ZipOutcome Refused(XZipFailure failure)
     return {failure, 0};
 }
 
+/// A lack of memory is a failure like others. What a callback throws passes.
+template <class Work>
+ZipOutcome OrNoMemory(Work&& work)
+{
+    try
+    {
+        return work();
+    }
+    catch (CXMemoryException* exception) // where crashes are reported
+    {
+        exception->Delete();
+    }
+    catch (const std::bad_alloc&)
+    {
+    }
+    return {XZipFailure::kSystem, kNotEnoughMemory};
+}
+
 std::string Utf8Of(const CXTString<wchar_t>& text)
 {
     CXTString<char> bytes;
@@ -81,29 +99,16 @@ bool CZip::Attempt(Work&& work) const
 {
     if (m_archive == nullptr)
         return Note(Refused(XZipFailure::kInvalidArgument));
-    try
-    {
-        return Note(work(*m_archive));
-    }
-    catch (const std::bad_alloc&)
-    {
-        return Note({XZipFailure::kSystem, kNotEnoughMemory});
-    }
+    return Note(OrNoMemory([&] { return work(*m_archive); }));
 }
 
 bool CZip::Open(const wchar_t* path, ZipOpenMode mode, bool throwOnError, CZipExtractCallback* callback)
 {
-    ZipOutcome outcome = Refused(XZipFailure::kInvalidArgument);
-    try
-    {
-        if (IsClosed() && path != nullptr && *path != L'\0')
-            outcome = ZipArchive::Open(path, mode, callback, m_archive);
-    }
-    catch (const std::bad_alloc&)
-    {
-        outcome = {XZipFailure::kSystem, kNotEnoughMemory};
-    }
-    if (Note(outcome))
+    const auto open = [&] {
+        const bool canOpen = IsClosed() && path != nullptr && *path != L'\0';
+        return canOpen ? ZipArchive::Open(path, mode, callback, m_archive) : Refused(XZipFailure::kInvalidArgument);
+    };
+    if (Note(OrNoMemory(open)))
         m_archivePath = path;
     else if (throwOnError)
         ThrowFailure();
@@ -117,16 +122,7 @@ void CZip::Close(bool throwOnError)
     // Closed whatever happens, also when the callback throws.
     const std::unique_ptr<ZipArchive> archive = std::move(m_archive);
     Discard();
-    ZipOutcome outcome;
-    try
-    {
-        outcome = archive->Save();
-    }
-    catch (const std::bad_alloc&)
-    {
-        outcome = {XZipFailure::kSystem, kNotEnoughMemory};
-    }
-    if (!Note(outcome) && throwOnError)
+    if (!Note(OrNoMemory([&] { return archive->Save(); })) && throwOnError)
         ThrowFailure();
 }
 

@@ -1,7 +1,8 @@
 #include "system/ExtractedFiles.h"
 
+#include "core/ResultOr.h"
+
 #include <memory>
-#include <new>
 
 namespace tev
 {
@@ -21,32 +22,31 @@ void ExtractedFiles::Forget() noexcept
     m_files.clear();
 }
 
+// What cannot be removed stays.
+
 void ExtractedFiles::RemoveFiles() noexcept
-try
 {
-    const std::unique_ptr<ContainedFolder> folder = ContainedFolder::Open(m_folderPath.c_str());
-    if (folder != nullptr && folder->Identity() == m_folder)
-    {
+    const auto remove = [this] {
+        const std::unique_ptr<ContainedFolder> folder = ContainedFolder::Open(m_folderPath.c_str());
+        if (folder == nullptr || folder->Identity() != m_folder)
+            return false;
+        bool isDone = true;
         for (const File& file : m_files)
-            static_cast<void>(folder->Remove(file.m_path, file.m_identity));
-    }
+            isDone = folder->Remove(file.m_path, file.m_identity) && isDone;
+        return isDone;
+    };
+    static_cast<void>(ResultOr(false, remove));
     Forget();
-}
-catch (const std::bad_alloc&)
-{
-    // What cannot be removed stays.
 }
 
 void ExtractedFiles::RemoveFolder() noexcept
-try
 {
-    const std::unique_ptr<ContainedFolder> folder = ContainedFolder::OpenItself(m_folderPath.c_str());
-    if (folder != nullptr && folder->Identity() == m_folder && folder->RemoveContents())
-        static_cast<void>(platform::RemoveEmptyFolder(m_folderPath.c_str()));
+    const auto remove = [this] {
+        const std::unique_ptr<ContainedFolder> folder = ContainedFolder::OpenItself(m_folderPath.c_str());
+        return folder != nullptr && folder->Identity() == m_folder && folder->RemoveContents() &&
+               platform::RemoveEmptyFolder(m_folderPath.c_str());
+    };
+    static_cast<void>(ResultOr(false, remove));
     Forget();
-}
-catch (const std::bad_alloc&)
-{
-    // What cannot be removed stays.
 }
 } // namespace tev

@@ -1,5 +1,6 @@
 #include "system/ZipExtraction.h"
 
+#include "core/ResultOr.h"
 #include "platform/AddressWait.h"
 #include "platform/ParallelLoop.h"
 #include "platform/SystemErrors.h"
@@ -192,16 +193,14 @@ private:
     {
         m_active.fetch_add(1);
         const bool isCaller = platform::CurrentThreadId() == m_caller;
-        try
-        {
+        const auto extract = [&] {
             const std::unique_ptr<PlainZipReader> another = isCaller ? nullptr : m_all.m_reader.Another();
             if (isCaller || another != nullptr)
                 TakeFiles(isCaller ? m_all.m_reader : *another, isCaller);
-        }
-        catch (const std::bad_alloc&)
-        {
+            return true;
+        };
+        if (!ResultOr(false, extract))
             End(Ending::kFailed);
-        }
         m_active.fetch_sub(1);
         platform::WakeAll(m_active);
         if (isCaller)

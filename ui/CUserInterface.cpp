@@ -1,13 +1,12 @@
 #include "ui/CUserInterface.h"
 
-#include "core/CXException.h"
 #include "core/NeverDestroyed.h"
+#include "core/ResultOr.h"
 #include "services/LogFile.h"
 #include "services/ProfileReporter.h"
 #include "services/UserMessage.h"
 
 #include <atomic>
-#include <new>
 
 namespace
 {
@@ -16,17 +15,10 @@ std::atomic<CUserInterface*> g_userInterface{nullptr};
 /// A message that nobody can be shown must not fail as well.
 void WriteLine(const CXTString<wchar_t>& text) noexcept
 {
-    try
-    {
+    static_cast<void>(tev::ResultOr(false, [&text] {
         WriteToLogFile(L"%s\n", text.GetConstBuffer());
-    }
-    catch (CXException* failure)
-    {
-        failure->Delete();
-    }
-    catch (const std::bad_alloc&)
-    {
-    }
+        return true;
+    }));
 }
 
 void ShowProfile(const CXTString<wchar_t>& text)

@@ -88,7 +88,7 @@ std::size_t ReadThroughWindow(void* window, mz_uint64 position, void* bytes, std
     {
         return static_cast<Window*>(window)->Read(position, bytes, count);
     }
-    catch (const std::bad_alloc&)
+    catch (...) // no memory, whatever the process makes of that
     {
         return 0;
     }

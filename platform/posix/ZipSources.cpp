@@ -155,7 +155,7 @@ zip_int64_t ZipSource::Answer(void* object, void* data, zip_uint64_t size, zip_s
             return self.Write(data, size, command);
         }
     }
-    catch (const std::bad_alloc&)
+    catch (...) // no memory, whatever the process makes of that
     {
         return self.Fail(ZIP_ER_MEMORY, ENOMEM);
     }

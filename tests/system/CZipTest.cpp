@@ -24,6 +24,8 @@ public:
         m_processed = processed;
         if (m_throws)
             throw std::runtime_error("from the callback");
+        if (m_lacksMemory)
+            CXMemoryException::Throw();
         return processed < m_cancelFrom;
     }
     int OnExtractEntry(const CZipFileInfo& entry, const wchar_t* targetPath) override
@@ -44,6 +46,7 @@ public:
 
     int m_answer = 0;
     bool m_throws = false;
+    bool m_lacksMemory = false; // as new says it where crashes are reported
     bool m_ended = false;
     unsigned __int64 m_cancelFrom = ~0ull;
     unsigned __int64 m_processed = 0;
@@ -179,6 +182,10 @@ TEST_F(CZipArchive, TheCallbackDecidesAndCancels)
     m_watcher.m_cancelFrom = 500000;
     EXPECT_EQ(extract(), zipSkipped);
     EXPECT_EQ(zip.TestFile(2), zipSkipped);
+    m_watcher.m_lacksMemory = true;
+    EXPECT_EQ(zip.TestFile(2), zipFailed);
+    EXPECT_EQ(zip.GetLastSystemError(), 8U);
+    m_watcher.m_lacksMemory = false;
     m_watcher.m_throws = true;
     EXPECT_THROW(extract(), std::runtime_error);
     EXPECT_EQ(m_folder.ReadFile("out/b.bin"), "old");
