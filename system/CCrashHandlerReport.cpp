@@ -54,7 +54,7 @@ int CCrashHandler::ExceptionOccurs(_CR_EXCEPTION_INFO* info, unsigned int flags)
     _CR_EXCEPTION_INFO unknown;
     bool isMade = false;
     if (flags != 0)
-        SetFlags(flags);
+        tev::Attempt([&] { SetFlags(flags); });
     tev::Attempt([&] { isMade = MakeReport(info == nullptr ? unknown : *info, false); });
     return isMade ? 1 : 0;
 }

@@ -3,6 +3,7 @@
 #include "core/CXException.h"
 #include "core/CXFile.h"
 #include "platform/CrashDumps.h"
+#include "platform/FatalSignals.h"
 #include "platform/FileInformation.h"
 #include "platform/PathNames.h"
 #include "services/Paths.h"
@@ -29,6 +30,7 @@ constexpr std::string_view kDump = "dump";
 constexpr std::string_view kLog = "log";
 constexpr std::string_view kFile = "file";
 constexpr std::uintmax_t kLargestRecord = std::uintmax_t{64} << 20;
+constexpr int kMostNumbers = 100000; ///< behind a name that is taken
 constexpr unsigned kReadAnyone = CXFile::modeRead | CXFile::shareDenyNone | CXFile::modeNoInherit;
 
 fs::path SystemPath(const CXTString<wchar_t>& path)
@@ -58,6 +60,19 @@ bool CanBePacked(const CPathString& path)
     return file.Open(path, kReadAnyone) && file.GetLength() < CCrashHandler::GetFileSizeLimit();
 }
 
+/// Files on a damaged disk can be opened, but not read.
+bool CanBeReadToItsEnd(const CPathString& path)
+{
+    constexpr unsigned kBlockSize = 1u << 16;
+    return tev::Attempt([&] {
+        CXFile file(path, kReadAnyone);
+        std::vector<char> block(kBlockSize);
+        while (file.Read(block.data(), kBlockSize) != 0)
+        {
+        }
+    });
+}
+
 /// The file's own name, or one that tells it from those before.
 CXTString<wchar_t> NameInArchive(const CPathString& path, tev::EntryNames& taken)
 {
@@ -74,7 +89,6 @@ CXTString<wchar_t> NameInArchive(const CPathString& path, tev::EntryNames& taken
     const CPathString bases[] = {name, CPathString(CXTString<wchar_t>(L"file") + name.GetExtension()), L"file"};
     for (const CPathString& base : bases)
     {
-        constexpr int kMostNumbers = 100000;
         std::string text;
         if (!tev::platform::WidePathToSystem(base, text) || !tev::SafeEntryName(text))
             continue;
@@ -90,27 +104,77 @@ CXTString<wchar_t> NameInArchive(const CPathString& path, tev::EntryNames& taken
     return {};
 }
 
+/// An archive while it is packed: for this user alone, because a dump tells what was in the memory.
+class UnnamedArchive
+{
+public:
+    explicit UnnamedArchive(const CPathString& path) : m_name(SystemPath(path))
+    {
+        fs::remove(m_name);
+        std::ofstream(m_name).close(); // what replaces it gets its permissions
+        std::error_code failure;       // where there are no permissions
+        fs::permissions(m_name, fs::perms::owner_read | fs::perms::owner_write, failure);
+    }
+    ~UnnamedArchive()
+    {
+        std::error_code failure; // also where it has got its name meanwhile
+        fs::remove(m_name, failure);
+    }
+    UnnamedArchive(const UnnamedArchive&) = delete;
+    UnnamedArchive& operator=(const UnnamedArchive&) = delete;
+
+    const fs::path& Name() const noexcept { return m_name; }
+
+private:
+    const fs::path m_name;
+};
+
+/// Gives a packed archive a name that no other has. Programs that are told to end together report at the same time: the
+/// name is taken in one step, where the file system can do that. Throws.
+CPathString GiveName(const fs::path& packed, const CPathString& wanted)
+{
+    const CXTString<wchar_t> extension = wanted.GetExtension();
+    const CXTString<wchar_t> start = wanted.Left(wanted.GetLength() - extension.GetLength());
+    for (int number = 0; number < kMostNumbers; ++number)
+    {
+        CPathString path = wanted;
+        if (number != 0)
+            path.Format(L"%s (%d)%s", start.GetConstBuffer(), number, extension.GetConstBuffer());
+        if (fileExists(path))
+            continue;
+        std::error_code failure;
+        fs::create_hard_link(packed, SystemPath(path), failure);
+        if (failure == std::errc::file_exists)
+            continue;
+        if (failure)
+            fs::rename(packed, SystemPath(path));
+        return path;
+    }
+    return {};
+}
+
 /// Throws when the archive cannot be made.
-CPathString Pack(const CPathString& folder, bool isCrash, const std::vector<XReportFile>& files)
+CPathString Pack(const CPathString& folder, bool isCrash, const std::vector<XReportFile>& files, bool isReadFirst)
 {
     if (folder.IsEmpty())
         CXInvalidArgException::Throw();
-    CPathString path = folder / (isCrash ? L"DebugReport.zip" : L"FileReport.zip");
-    if (fileExists(path))
-        path = fileNextNumberedName(path);
+    const CPathString path = folder / (isCrash ? L"DebugReport.zip" : L"FileReport.zip");
+    CPathString packed;
+    packed.Format(L"%s.%u", path.GetConstBuffer(), tev::platform::ProcessId());
+    const UnnamedArchive unnamed(packed);
     CZip zip;
-    zip.Open(path, zipCreate, true, nullptr);
+    zip.Open(packed, zipCreate, true, nullptr);
     tev::EntryNames taken;
     for (const XReportFile& file : files)
     {
-        if (!CanBePacked(file.m_path))
+        if (!CanBePacked(file.m_path) || (isReadFirst && !CanBeReadToItsEnd(file.m_path)))
             continue;
         const CXTString<wchar_t> name = NameInArchive(file.m_path, taken);
         if (!name.IsEmpty())
             zip.AddNewFile(file.m_path, name.GetConstBuffer(), zipLevelDefault);
     }
     zip.Close(true);
-    return path;
+    return GiveName(unnamed.Name(), path);
 }
 } // namespace
 
@@ -192,10 +256,11 @@ void AddOwnFiles(CrashRecord& record)
 CPathString PackReport(const CPathString& folder, bool isCrash, const std::vector<XReportFile>& files) noexcept
 {
     CPathString path;
-    // A file may vanish while the archive is written: the second time it is not there any more.
+    // One file that vanishes, or cannot be read, while the archive is written takes the others with it: the second time
+    // it is found out before.
     constexpr int kMostAttempts = 3;
     for (int attempt = 0; attempt < kMostAttempts && path.IsEmpty(); ++attempt)
-        Attempt([&] { path = Pack(folder, isCrash, files); });
+        Attempt([&] { path = Pack(folder, isCrash, files, attempt != 0); });
     return !path.IsEmpty() && fileIsFile(path) ? path : CPathString();
 }
 

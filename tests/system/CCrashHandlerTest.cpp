@@ -194,6 +194,7 @@ TEST_F(CCrashHandlerTest, PacksWhatIsSmallEnoughAndCanBeReadUnderNamesOfItsOwn)
         m_folder.WidePath("vanished.txt"),
         m_folder.WidePath("a"),
         L"/dev/zero",
+        L"/sys/class/net/lo/speed", // which can be opened, but not read
         L"",
     });
     CrashGetHandler()->AddFiles(files);
@@ -303,6 +304,59 @@ TEST_F(CCrashHandlerThreadTest, ACopyOfTheProcessReportsOnlyWhatItHasAHandlerOfI
     EXPECT_TRUE(HasReport("DebugReport.zip"));
     CrashGenerateErrorReport(nullptr, false); // with the original's helper, which is still there
     EXPECT_TRUE(HasReport("DebugReport (1).zip"));
+}
+
+TEST_F(CCrashHandlerTest, ProcessesThatReportAtTheSameTimeLoseNoReport)
+{
+    constexpr int kProcesses = 4;
+    constexpr int kReports = 8;
+    const std::vector<XReportFile> files = {{m_folder.WriteFile("scene.obj", "v").c_str(), {}}};
+    std::filesystem::create_directories(m_folder.Path("common"));
+    std::vector<pid_t> copies;
+    for (int i = 0; i < kProcesses; ++i)
+    {
+        copies.push_back(fork());
+        if (copies.back() != 0)
+            continue;
+        for (int report = 0; report < kReports; ++report)
+            tev::PackReport(m_folder.WidePath("common").c_str(), true, files);
+        _exit(0);
+    }
+    for (const pid_t copy : copies)
+        waitpid(copy, nullptr, 0);
+    EXPECT_EQ(NamesInArchive(CommonPath("DebugReport.zip")), std::set<std::wstring>{L"scene.obj"});
+    for (int i = 1; i < kProcesses * kReports; ++i)
+    {
+        const std::string name = "DebugReport (" + std::to_string(i) + ").zip";
+        EXPECT_EQ(NamesInArchive(CommonPath(name)), std::set<std::wstring>{L"scene.obj"}) << name;
+    }
+    constexpr auto kOwn = std::filesystem::perms::owner_read | std::filesystem::perms::owner_write;
+    EXPECT_EQ(std::filesystem::status(m_folder.Path("common/DebugReport.zip")).permissions(), kOwn);
+    const std::filesystem::directory_iterator reports(m_folder.Path("common"));
+    EXPECT_EQ(std::distance(begin(reports), end(reports)), kProcesses * kReports);
+}
+
+class OpenHandler : public CCrashHandler
+{
+public:
+    using CCrashHandler::CCrashHandler;
+    using CCrashHandler::GenerateFilesErrorReport;
+};
+
+TEST_F(CCrashHandlerTest, AFilesReportWithoutAListIsAnInvalidArgument)
+{
+    OpenHandler handler(nullptr, L"A", L"1", xFilesReport);
+    bool isRefused = false;
+    try
+    {
+        handler.GenerateFilesErrorReport(L"", nullptr);
+    }
+    catch (CXInvalidArgException* exception)
+    {
+        exception->Delete();
+        isRefused = true;
+    }
+    EXPECT_TRUE(isRefused);
 }
 
 /// A mail program that notes its arguments, one a line, and a copy of what it is to send.

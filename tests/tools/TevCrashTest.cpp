@@ -48,5 +48,12 @@ TEST(TevCrash, DamagedReportsAreNamedAndNothingOfThemHarms)
     const TevResult result = RunTev({"crash", "show", folder.Path("r.zip").string()});
     EXPECT_EQ(result.m_exitCode, 1);
     EXPECT_THAT(result.m_error, HasSubstr("damaged"));
+
+    // A good beginning, but as much behind it as no report holds.
+    folder.WriteFile("large.dmp", dump + std::string(std::size_t{6} << 20, '\0'));
+    ASSERT_TRUE(zip.Open(folder.WidePath("l.zip").c_str(), zipCreate, false, nullptr));
+    ASSERT_TRUE(zip.AddNewFile(folder.WidePath("large.dmp").c_str(), L"large.dmp", zipLevelDefault));
+    zip.Close(true);
+    EXPECT_THAT(RunTev({"crash", "show", folder.Path("l.zip").string()}).m_error, HasSubstr("too large"));
 }
 } // namespace

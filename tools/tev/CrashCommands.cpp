@@ -1,6 +1,7 @@
 #include "tools/tev/CrashCommands.h"
 
 #include "services/Paths.h"
+#include "system/CCrashHandler.h"
 #include "system/CZip.h"
 #include "system/XMinidump.h"
 #include "tools/tev/System.h"
@@ -118,7 +119,7 @@ void ShowDumpOf(Session& session, const Options& options, CZip& zip, unsigned in
     XMinidump dump;
     if (zip.ExtractFile(index, scratch.Path(), false, kDump, false) != zipExtracted ||
         !dump.Load(scratch.Path() / kDump))
-        throw Failure(options.m_file, name + " is damaged");
+        throw Failure(options.m_file, name + " is damaged, or too large for a report");
     PrintDump(session.m_output, dump, name, options);
 }
 
@@ -130,6 +131,10 @@ void ShowReport(Session& session, const Options& options)
     CZip zip;
     if (!zip.Open(Widen(options.m_file).c_str(), zipOpenReadOnly, false, nullptr))
         throw Failure(options.m_file, "is no report that can be read");
+    // Whoever sends a report may have made it for a full disk; an honest one holds no larger files.
+    CXExtractionLimits limits;
+    limits.m_totalBytes = CCrashHandler::GetFileSizeLimit();
+    zip.SetLimits(limits);
     std::vector<Row> rows;
     std::vector<std::pair<unsigned, std::string>> dumps;
     for (unsigned i = 0; i < static_cast<unsigned>(zip.GetCount(false)); ++i)
