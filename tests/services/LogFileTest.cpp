@@ -34,7 +34,11 @@ using tev::test::TempFolder;
 class LogFile : public testing::Test
 {
 protected:
-    LogFile() { SetLogLevel(0xFF); }
+    LogFile()
+    {
+        SetLogLevel(0xFF);
+        tev::SetMainThreadId(0); // whoever was it in an earlier test
+    }
     ~LogFile() override
     {
         CloseLogFile();
