@@ -16,7 +16,10 @@ struct CXExtractionLimits
 
     bool Allows(unsigned __int64 size, unsigned __int64 compressedSize) const noexcept
     {
-        return size <= m_totalBytes && (m_ratio == 0 ? size == 0 : (size + m_ratio - 1) / m_ratio <= compressedSize);
+        if (m_ratio == 0)
+            return size == 0;
+        const unsigned __int64 needed = size / m_ratio + (size % m_ratio != 0 ? 1 : 0);
+        return size <= m_totalBytes && needed <= compressedSize;
     }
 };
 

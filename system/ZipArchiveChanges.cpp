@@ -125,13 +125,21 @@ ZipOutcome ZipArchive::PlanRenaming(const ZipNames& oldNames, const ZipNames& ne
     for (std::size_t i = 0; i < indexes.size(); ++i)
     {
         const std::wstring_view newName = ViewOf(newNames[static_cast<int>(i)]);
-        const bool isFolder = m_engine->Kind(indexes[i]) == ZipEntryKind::Folder;
+        const std::string oldName = m_engine->Name(indexes[i]);
+        if (oldName.empty()) // which the engine cannot take
+            return Refused(XZipFailure::kUnsupported);
+        const bool isNamedAsFolder = oldName.back() == '/';
+        const bool isFolder = isNamedAsFolder || m_engine->Kind(indexes[i]) == ZipEntryKind::Folder;
         std::optional<std::string> name = NewEntryName(newName, isFolder);
         if (!name)
             return Refused(XZipFailure::kUnsafeName);
+        if (isFolder && !isNamedAsFolder)
+            name->pop_back(); // the engine wants a separator at the end of both names or of none
         const std::wstring wide = WideEntryName(*name);
-        const unsigned holder = Find(wide, kExact);
-        if ((holder != xZipNoEntry && renamed.count(holder) == 0) || !taken.insert(ComparableName(wide, kExact)).second)
+        const std::vector<unsigned> holders = FindEach(wide, kExact, false);
+        const bool isHeld =
+            std::any_of(holders.begin(), holders.end(), [&](unsigned holder) { return renamed.count(holder) == 0; });
+        if (isHeld || !taken.insert(ComparableName(wide, kExact)).second)
             return Refused(XZipFailure::kExists);
         renamings.push_back({indexes[i], std::move(*name)});
     }

@@ -236,7 +236,12 @@ private:
             return Skip(file, CXSkipReason::kNotWritable);
         }
         WriteBehind behind(*target, m_writersOfFiles);
+        // An archive may have two directories, of which one way of reading takes this one and another way that one.
+        std::uint64_t left = file.m_size;
         const auto write = [&](const void* bytes, std::size_t count) {
+            if (count > left)
+                return false;
+            left -= count;
             if (!behind.Write(bytes, count))
             {
                 End(Ending::kFailed);
@@ -248,7 +253,7 @@ private:
         const ZipReadResult result = reader.Read(file.m_index, write);
         if (HasEnded())
             return;
-        if (result != ZipReadResult::Done)
+        if (result != ZipReadResult::Done || left != 0)
             return Skip(file, ReasonOf(result));
         if (!behind.Finish() || !target->Keep(file.m_lastWrite, file.m_identity))
             return End(Ending::kFailed);

@@ -328,6 +328,27 @@ TEST_F(MiniZip, LimitsRefuseWhatIsTooLarge)
     EXPECT_TRUE(zip.ExtractZFile(Wide("zeros.zst"), Wide("out/zst"), false));
 }
 
+TEST_F(MiniZip, SecondDirectoryDoesNotDeceiveTheLimits)
+{
+    // The comment of the one end holds another directory, with an end whose own comment is cut.
+    std::string archive = RawZip({{"a", std::string(1'000'000, '\0'), true}});
+    RawEntry harmless{"a", "0123456789"};
+    harmless.method = 77;
+    const std::string other = RawZip({harmless});
+    const std::string directory = other.substr(other.find("PK\1\2"));
+    archive.replace(archive.size() - 2, 2, LittleEndianText(directory.size(), 2));
+    const std::string start = LittleEndianText(archive.size(), 4);
+    archive += directory.substr(0, directory.size() - 6) + start + LittleEndianText(1, 2);
+    CMiniZip zip;
+    zip.SetLimits({1000, 100'000});
+    EXPECT_FALSE(zip.ExtractZip(m_folder.WriteFile("a.zip", archive).c_str(), Wide("out"), true));
+    EXPECT_TRUE(Files("out").empty());
+    EXPECT_EQ(zip.GetSkippedEntries().size(), 1u);
+    EXPECT_FALSE((CXExtractionLimits{~0ull, 100}.Allows(~0ull, 5))) << "no overflow";
+    EXPECT_TRUE((CXExtractionLimits{~0ull, 100}.Allows(201, 3)));
+    EXPECT_FALSE((CXExtractionLimits{~0ull, 100}.Allows(301, 3)));
+}
+
 TEST_F(MiniZip, TemporaryFolderGoesWhole)
 {
     UseOwnTemporaryFolder();

@@ -431,6 +431,26 @@ TEST(CZip, NamesAndTimesAreReadFromTheirFields)
     EXPECT_EQ(info.GetCreationTime(), 3) << "what is kept, is kept as it is";
 }
 
+TEST(CZip, RenamingIsDoneAsAWholeOrNotAtAll)
+{
+    const TempFolder folder;
+    const std::wstring path = folder.WriteFile("x.zip", RawZip({{"a", "1"},
+                                                                {"a", "2"},
+                                                                {"b", "3"},
+                                                                {"by attribute", "", false, 0x0800, 0x10},
+                                                                {"link/", "", false, 0x0800, 0120777u << 16}}));
+    CZip zip;
+    ASSERT_TRUE(zip.Open(path.c_str(), zipOpenReadWrite, false, nullptr));
+    Texts old = TextsOf({L"a", L"b"});
+    EXPECT_FALSE(zip.RenameFiles(old, TextsOf({L"b", L"a"}))) << "the other one of that name keeps it";
+    EXPECT_EQ(zip.GetLastFailure(), XZipFailure::kExists);
+    EXPECT_EQ(NamesOf(zip), L"a|a|b|by attribute|link/");
+    old = TextsOf({L"b", L"by attribute", L"link"});
+    EXPECT_TRUE(zip.RenameFiles(old, TextsOf({L"c", L"d", L"e"})));
+    EXPECT_EQ(NamesOf(zip), L"a|a|c|d|e/");
+    zip.Discard();
+}
+
 TEST(CZip, EncryptedEntriesNeedTheirPassword)
 {
     const TempFolder folder;
