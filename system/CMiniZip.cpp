@@ -40,6 +40,11 @@ bool Try(WORK&& work, THROWN&& thrown)
     {
         return work();
     }
+    catch (CXMemoryException* exception) // where crashes are reported
+    {
+        exception->Delete();
+        return thrown(Failure::kNoMemory);
+    }
     catch (CXException* exception)
     {
         exception->Delete();
