@@ -18,6 +18,9 @@ constexpr wchar_t kPathSeparator = L'/';
 /// value above U+10FFFF). Null counts as empty. Safe from several threads at once.
 [[nodiscard]] bool WidePathToSystem(const wchar_t* path, std::string& result);
 
+/// As above, but empty for a path that no name can have: nothing lies at an empty path.
+[[nodiscard]] std::string SystemPathOf(const wchar_t* path);
+
 /// The inverse for a name that came from the system: each byte that is not part of valid UTF-8 becomes one of
 /// U+DC80 to U+DCFF. A backslash stays one, so that a name which holds one cannot be opened by the result.
 /// Safe from several threads at once.

@@ -26,12 +26,6 @@ CXTString<wchar_t> Text(const wchar_t* text)
     return text == nullptr ? CXTString<wchar_t>() : CXTString<wchar_t>(text);
 }
 
-std::string SystemPath(const CXTString<wchar_t>& path)
-{
-    std::string name;
-    return tev::platform::WidePathToSystem(path, name) ? name : std::string();
-}
-
 struct SupportAddress
 {
     tev::LibraryLock m_lock;
@@ -138,8 +132,9 @@ void CCrashHandler::PublishTraces() const
         record.m_dump = folder / (XGetApplicationName() + L".dmp");
         record.m_files = m_files;
         recordPath = stem + tev::kRecordExtension;
-        tev::platform::SetCrashTraces({SystemPath(record.m_writtenDump), SystemPath(recordPath),
-                                       tev::ComposeRecord(record), tev::platform::LibraryPath()});
+        tev::platform::SetCrashTraces({tev::platform::SystemPathOf(record.m_writtenDump),
+                                       tev::platform::SystemPathOf(recordPath), tev::ComposeRecord(record),
+                                       tev::platform::LibraryPath()});
     });
     CrashRegistry::Get().m_record = record;
     CrashRegistry::Get().m_recordPath = recordPath;

@@ -56,12 +56,6 @@ bool Try(WORK&& work, THROWN&& thrown)
     }
 }
 
-std::string SystemPath(const Text& path)
-{
-    std::string name;
-    return tev::platform::WidePathToSystem(path, name) ? name : std::string();
-}
-
 Text WideText(const std::string& utf8)
 {
     return Text(tev::platform::SystemPathToWide(utf8.c_str()).c_str());
@@ -109,7 +103,8 @@ Target FindTarget(const Text& destFile)
         return {};
     const CPathString target(path.c_str());
     const CPathString folder = target.GetFolder();
-    return {ContainedFolder::Open(folder.IsEmpty() ? L"." : folder.GetConstBuffer()), SystemPath(target.GetFileName())};
+    return {ContainedFolder::Open(folder.IsEmpty() ? L"." : folder.GetConstBuffer()),
+            tev::platform::SystemPathOf(target.GetFileName())};
 }
 } // namespace
 
@@ -175,7 +170,7 @@ bool CMiniZip::ExtractEntries(const CXTString<wchar_t>& zipPath)
 
     const CPathString root(m_destFolder);
     for (const tev::ExtractedFiles::File& file : m_files->Files())
-        OnExtractFile(SystemPath(root / WideText(file.m_path)).c_str(), this);
+        OnExtractFile(tev::platform::SystemPathOf(root / WideText(file.m_path)).c_str(), this);
     for (const tev::ZipExtraction::SkippedEntry& entry : extraction.Skipped())
         m_skippedEntries.push_back({WideText(entry.m_name), entry.m_reason});
     if (ending != Ending::kDone)

@@ -40,12 +40,6 @@ std::string Utf8(const Text& text)
     return {result.GetConstBuffer(), result.GetLength64()};
 }
 
-std::string SystemPath(const Text& path)
-{
-    std::string name;
-    return tev::platform::WidePathToSystem(path, name) ? name : std::string();
-}
-
 void CopyFile(const Text& from, const Text& to)
 {
     constexpr unsigned kBlockSize = 1u << 16;
@@ -61,7 +55,7 @@ void CopyFile(const Text& from, const Text& to)
 void Remove(const Text& path)
 {
     std::error_code failure; // then it stays
-    std::filesystem::remove(SystemPath(path), failure);
+    std::filesystem::remove(tev::platform::SystemPathOf(path), failure);
 }
 } // namespace
 
@@ -142,8 +136,9 @@ bool CCrashHandler::MailReport(const wchar_t* archivePath, const wchar_t* userAd
     const CPathString folder = fileCreateTemporaryFolder(L"Report");
     const CPathString copy = folder / CPathString(archivePath).GetFileName();
     CopyFile(archivePath, copy);
-    const bool isHandedOver = tev::platform::HandToMailProgram(
-        {Utf8(XGetSupportAddress()), Utf8(userAddress), Utf8(subject), Utf8(description), SystemPath(copy)});
+    const bool isHandedOver =
+        tev::platform::HandToMailProgram({Utf8(XGetSupportAddress()), Utf8(userAddress), Utf8(subject),
+                                          Utf8(description), tev::platform::SystemPathOf(copy)});
     if (!isHandedOver)
     {
         Remove(copy);

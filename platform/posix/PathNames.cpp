@@ -123,6 +123,12 @@ bool tev::platform::WidePathToSystem(const wchar_t* path, std::string& result)
     return true;
 }
 
+std::string tev::platform::SystemPathOf(const wchar_t* path)
+{
+    std::string name;
+    return WidePathToSystem(path, name) ? name : std::string();
+}
+
 std::wstring tev::platform::SystemPathToWide(const char* path)
 {
     std::wstring result;
