@@ -1,7 +1,7 @@
 // CXArchive beside a loop of memcpy and other serializers: numbers in memory, and blocks to a disk file.
 
-#include "core/CXArchive.h"
-#include "core/CXMemFile.h"
+#include "files/CXArchive.h"
+#include "files/CXMemFile.h"
 #include "tests/support/TempFolder.h"
 
 #include <benchmark/benchmark.h>

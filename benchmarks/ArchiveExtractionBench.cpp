@@ -1,8 +1,8 @@
 // Whole archives and compressed files unpacked to disk, beside the programs that people unpack them with. Set TMPDIR to a
 // folder in memory to leave the disk out.
 
-#include "system/CMiniZip.h"
 #include "tests/support/TempFolder.h"
+#include "zip/CMiniZip.h"
 
 #include <benchmark/benchmark.h>
 

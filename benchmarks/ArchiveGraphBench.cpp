@@ -1,7 +1,7 @@
 // Wide texts and a graph of polymorphic objects with shared references through CXArchive, beside other serializers.
 
-#include "core/CXArchive.h"
-#include "core/CXMemFile.h"
+#include "files/CXArchive.h"
+#include "files/CXMemFile.h"
 
 #include <benchmark/benchmark.h>
 

@@ -1,7 +1,7 @@
 // CXArray beside the arrays a user would take instead. Each benchmark counts elements: the time is that of one operation.
 
-#include "containers/CXArray.h"
-#include "core/CXTString.h"
+#include "arrays/CXArray.h"
+#include "text/CXTString.h"
 
 #include <benchmark/benchmark.h>
 

@@ -1,6 +1,6 @@
 // CBitArray beside the bit sets of the standard library and of Boost.
 
-#include "containers/CBitArray.h"
+#include "arrays/CBitArray.h"
 
 #include <benchmark/benchmark.h>
 

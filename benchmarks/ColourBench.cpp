@@ -1,6 +1,6 @@
 // CRGBColor beside QColor, over the pixels of an image.
 
-#include "services/CRGBColor.h"
+#include "values/CRGBColor.h"
 
 #include <benchmark/benchmark.h>
 

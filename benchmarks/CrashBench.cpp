@@ -1,8 +1,8 @@
 // What installing the crash handler costs, and how long it takes from a fault to the finished report. There is no peer among
 // the benchmarks' packages.
 
-#include "containers/CXArray.h"
-#include "system/CCrashHandler.h"
+#include "arrays/CXArray.h"
+#include "crash/CCrashHandler.h"
 
 #include <atomic>
 #include <chrono>

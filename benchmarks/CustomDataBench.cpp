@@ -1,6 +1,6 @@
 // CCustomData beside what a program would keep its settings in instead. Each benchmark counts values.
 
-#include "containers/CCustomData.h"
+#include "settings/CCustomData.h"
 #include "tests/support/TempFolder.h"
 
 #include <benchmark/benchmark.h>

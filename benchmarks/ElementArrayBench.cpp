@@ -1,8 +1,8 @@
 // CElementArray and COffsetArray beside std::vector.
 
-#include "containers/CElementArray.h"
-#include "containers/COffsetArray.h"
-#include "containers/ElementKinds.h"
+#include "arrays/CElementArray.h"
+#include "arrays/COffsetArray.h"
+#include "arrays/ElementKinds.h"
 
 #include <benchmark/benchmark.h>
 

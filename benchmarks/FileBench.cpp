@@ -1,6 +1,6 @@
 // Memory files beside the containers that bytes are gathered in otherwise, and disk files beside the C library's.
 
-#include "core/CXMemFile.h"
+#include "files/CXMemFile.h"
 #include "tests/support/TempFolder.h"
 
 #include <benchmark/benchmark.h>

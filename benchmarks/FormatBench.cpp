@@ -1,7 +1,7 @@
 // Formatting into a new string each time, beside fmt::sprintf, which returns one too, and the C library, which prints into
 // a buffer that is large enough.
 
-#include "core/CXTString.h"
+#include "text/CXTString.h"
 
 #include <benchmark/benchmark.h>
 #include <cstdio>

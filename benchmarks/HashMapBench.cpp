@@ -1,6 +1,6 @@
 // CHashMap beside the maps a user would take instead. Each benchmark counts entries: the time is that of one operation.
 
-#include "containers/CHashMap.h"
+#include "maps/CHashMap.h"
 
 #include <benchmark/benchmark.h>
 

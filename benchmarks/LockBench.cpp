@@ -1,6 +1,6 @@
 // CXCriticalSection beside the recursive lock of the standard library.
 
-#include "system/CXCriticalSection.h"
+#include "objects/CXCriticalSection.h"
 
 #include <benchmark/benchmark.h>
 

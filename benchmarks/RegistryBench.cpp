@@ -1,6 +1,6 @@
 // CRegUtil beside what a program would keep its settings in instead. Each benchmark counts values.
 
-#include "system/CRegUtil.h"
+#include "settings/CRegUtil.h"
 #include "tests/support/TestRegistry.h"
 
 #include <benchmark/benchmark.h>

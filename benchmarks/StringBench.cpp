@@ -1,6 +1,6 @@
 // CXTString beside std::basic_string, on the work an application gives its strings most.
 
-#include "core/CXTString.h"
+#include "text/CXTString.h"
 
 #include <benchmark/benchmark.h>
 

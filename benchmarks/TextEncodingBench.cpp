@@ -1,7 +1,7 @@
 // UTF-8 to and from wide text: whole calls that measure and size their result, beside peers that are given a buffer that is
 // large enough and convert in a single pass.
 
-#include "core/CXTString.h"
+#include "text/CXTString.h"
 
 #include <algorithm>
 #include <benchmark/benchmark.h>

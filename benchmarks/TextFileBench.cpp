@@ -1,6 +1,6 @@
 // Reading a text of 200 MB by lines, beside the standard library's streams.
 
-#include "core/CStdioFileEx.h"
+#include "files/CStdioFileEx.h"
 #include "tests/support/TempFolder.h"
 
 #include <benchmark/benchmark.h>

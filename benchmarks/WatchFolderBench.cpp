@@ -1,6 +1,6 @@
 // News of a tree of folders, beside a loop that only reads the system's queue and puts the paths together.
 
-#include "system/CWatchFolder.h"
+#include "services/CWatchFolder.h"
 
 #include <benchmark/benchmark.h>
 

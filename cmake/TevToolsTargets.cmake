@@ -1,7 +1,7 @@
 # What every target of this project is compiled with.
 
 set(tevtools_warnings -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Werror
-    # Locks and what they guard (core/ThreadSafety.h)
+    # Locks and what they guard (base/ThreadSafety.h)
     $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>)
 
 function(tevtools_configure target)

@@ -18,6 +18,7 @@ endif()
 # Unit tests link the library's objects, so that they reach what the shared library hides.
 file(GLOB_RECURSE test_sources CONFIGURE_DEPENDS tests/*Test.cpp tests/support/*.cpp)
 list(FILTER test_sources EXCLUDE REGEX "/tests/(plugin|install)/")
+list(FILTER test_sources INCLUDE REGEX "${TEVTOOLS_TEST_SOURCES}|/tests/support/")
 # Under the thread sanitizer only the tests of threads are run, which say so in their names.
 if(TEVTOOLS_SANITIZE MATCHES "thread")
     foreach(source IN LISTS test_sources)

@@ -1,7 +1,7 @@
 // How failures reach a program: as pointers to exceptions, which the catcher owns.
 
-#include "core/CXFile.h"
-#include "core/CXFileException.h"
+#include "files/CXFile.h"
+#include "objects/CXFileException.h"
 
 #include <cstdio>
 

@@ -1,12 +1,12 @@
 // What the library knows of names, colours and its own log: types of files, wildcards, a log of two levels.
 
-#include "core/XCA2W.h"
 #include "services/CFileNameSpec.h"
-#include "services/CRGBColor.h"
 #include "services/FileTypeRegistry.h"
 #include "services/FileWildcards.h"
 #include "services/LogFile.h"
-#include "system/StartUp.h"
+#include "services/StartUp.h"
+#include "text/XCA2W.h"
+#include "values/CRGBColor.h"
 
 #include <cstdio>
 

@@ -1,7 +1,7 @@
 // Text in both widths: composing, searching, converting.
 
-#include "core/CXTString.h"
-#include "core/TextEncoding.h"
+#include "text/CXTString.h"
+#include "text/TextEncoding.h"
 
 #include <cstdio>
 

@@ -1,10 +1,10 @@
 // Prints a text file of any encoding as UTF-8, with line numbers: text_lines FILE [CODE-PAGE]
 // A byte-order mark at its start tells the encoding; without one the code page counts, which is UTF-8 if it is not given.
 
-#include "core/CStdioFileEx.h"
-#include "core/CXFileException.h"
-#include "core/TextEncoding.h"
-#include "core/XCA2W.h"
+#include "files/CStdioFileEx.h"
+#include "objects/CXFileException.h"
+#include "text/TextEncoding.h"
+#include "text/XCA2W.h"
 
 #include <cstdio>
 #include <cstdlib>

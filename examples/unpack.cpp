@@ -1,9 +1,9 @@
 // Reads models out of compressed files: unpack, read what came out, clean up.
 
-#include "core/CXTString.h"
-#include "core/XCA2W.h"
 #include "services/Paths.h"
-#include "system/CMiniZip.h"
+#include "text/CXTString.h"
+#include "text/XCA2W.h"
+#include "zip/CMiniZip.h"
 
 #include <cstdio>
 

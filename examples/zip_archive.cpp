@@ -1,9 +1,9 @@
 // Makes a ZIP archive, looks into it, changes it and extracts from it.
 
-#include "core/CXTString.h"
-#include "core/XCA2W.h"
 #include "services/Paths.h"
-#include "system/CZip.h"
+#include "text/CXTString.h"
+#include "text/XCA2W.h"
+#include "zip/CZip.h"
 
 #include <cstdio>
 

@@ -1,9 +1,9 @@
 // Loads archives made of anything. The first byte chooses how, the others are the archive. Whatever they say, loading ends
 // with the bytes or with a documented exception, and every object that was created is still known.
 
-#include "core/CXArchive.h"
-#include "core/CXException.h"
-#include "core/CXMemFile.h"
+#include "files/CXArchive.h"
+#include "files/CXMemFile.h"
+#include "objects/CXException.h"
 
 #include <cstddef>
 #include <cstdint>

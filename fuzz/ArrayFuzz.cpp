@@ -1,9 +1,9 @@
 // Random operations on CXArray beside a vector and the rules of growth, and arrays loaded from archives made of anything.
 // The first byte chooses, the others are operations, four bytes each, or the archive.
 
-#include "containers/CXArray.h"
-#include "core/CXException.h"
-#include "core/CXMemFile.h"
+#include "arrays/CXArray.h"
+#include "files/CXMemFile.h"
+#include "objects/CXException.h"
 #include "tests/support/ArrayModel.h"
 
 #include <cstddef>

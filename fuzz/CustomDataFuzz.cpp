@@ -2,11 +2,11 @@
 // its buffer or not; or as a block of chunks, copied or handed over. What does not get in leaves the documented state;
 // what does is a store in every respect, and stays one when it is changed.
 
-#include "containers/CCustomData.h"
-#include "core/CXArchive.h"
-#include "core/CXException.h"
-#include "core/CXMemFile.h"
-#include "services/CXTime.h"
+#include "files/CXArchive.h"
+#include "files/CXMemFile.h"
+#include "objects/CXException.h"
+#include "settings/CCustomData.h"
+#include "values/CXTime.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -1,11 +1,11 @@
 // The first byte chooses: element arrays or offset arrays from archives made of anything, which load or end with a
 // documented exception; or random operations on an element array and on an offset array beside standard vectors.
 
-#include "containers/CElementArray.h"
-#include "containers/COffsetArray.h"
-#include "containers/ElementKinds.h"
-#include "core/CXException.h"
-#include "core/CXMemFile.h"
+#include "arrays/CElementArray.h"
+#include "arrays/COffsetArray.h"
+#include "arrays/ElementKinds.h"
+#include "files/CXMemFile.h"
+#include "objects/CXException.h"
 
 #include <algorithm>
 #include <cstddef>

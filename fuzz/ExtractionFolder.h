@@ -1,6 +1,6 @@
 #pragma once
 
-#include "system/CMiniZip.h"
+#include "zip/CMiniZip.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -1,7 +1,7 @@
 // Lists of extensions, wildcards and extensions of paths, made of arbitrary text. Matching is compared with an obvious
 // matcher.
 
-#include "containers/CHashTable.h"
+#include "maps/CHashTable.h"
 #include "services/CFileNameSpec.h"
 #include "services/CPathString.h"
 #include "services/FileTypeRegistry.h"

@@ -1,6 +1,6 @@
 // Formats of up to three conversions with arguments of fitting types, compared with the C library's narrow formatter.
 
-#include "core/CXTString.h"
+#include "text/CXTString.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -1,7 +1,7 @@
 // Random operations on CHashMap beside std::unordered_map, which says what is in it, and beside a literal model of its
 // table, which says in which order. Values are strings, so that one kept or released too often is seen.
 
-#include "containers/CHashMap.h"
+#include "maps/CHashMap.h"
 #include "tests/support/HashTableModel.h"
 
 #include <cstddef>

@@ -1,7 +1,7 @@
-#include "core/CXException.h"
+#include "crash/CrashPackage.h"
+#include "crash/XMinidump.h"
+#include "objects/CXException.h"
 #include "platform/ModuleFile.h"
-#include "system/CrashPackage.h"
-#include "system/XMinidump.h"
 
 #include <cstddef>
 #include <cstdint>

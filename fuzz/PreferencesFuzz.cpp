@@ -1,8 +1,8 @@
 // Preference files made of anything: how they are taken apart into records, what is found in them, and what `tev settings`
 // shows of it.
 
-#include "containers/CCustomData.h"
-#include "containers/PreferenceRecords.h"
+#include "settings/CCustomData.h"
+#include "settings/PreferenceRecords.h"
 #include "tools/tev/SettingsValues.h"
 
 #include <cstddef>

@@ -1,11 +1,11 @@
 // Texts of the registry made of anything. The first byte chooses their encoding. What is taken over is written, and that
 // text, taken over in turn, gives the same.
 
-#include "core/CXMemFile.h"
-#include "core/TextEncoding.h"
-#include "platform/SettingsStore.h"
-#include "system/RegistryText.h"
+#include "files/CXMemFile.h"
+#include "settings/RegistryText.h"
+#include "settings/engine/SettingsStore.h"
 #include "tests/support/TestRegistry.h"
+#include "text/TextEncoding.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -1,7 +1,7 @@
 // Numbers, words and sets scanned from arbitrary text in both widths, compared with the C library's strtol family and with
 // a walk over the characters.
 
-#include "core/CXTString.h"
+#include "text/CXTString.h"
 
 #include <climits>
 #include <cmath>

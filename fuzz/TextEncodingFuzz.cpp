@@ -1,8 +1,8 @@
 // Conversions in all encodings against plain decoders and encoders written anew here. The first byte chooses the encoding,
 // the second one how far into a block of memory the text begins.
 
-#include "core/CXTString.h"
-#include "core/Utf.h"
+#include "text/CXTString.h"
+#include "text/Utf.h"
 
 #include <algorithm>
 #include <cstdint>

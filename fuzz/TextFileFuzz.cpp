@@ -1,7 +1,7 @@
 // Text files of any bytes, read by lines in any encoding, against a slow model of the rules.
 // Input: a byte for the encoding and one for the size of the buffer and of the file, then the bytes of the file.
 
-#include "core/CStdioFileEx.h"
+#include "files/CStdioFileEx.h"
 #include "tests/support/TextFileModel.h"
 
 #include <algorithm>

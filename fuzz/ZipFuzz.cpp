@@ -1,7 +1,7 @@
 // ZIP archives made of anything: listed, searched, tested, extracted, and changed where that is possible.
 
 #include "fuzz/ExtractionFolder.h"
-#include "system/CZip.h"
+#include "zip/CZip.h"
 
 #include <algorithm>
 #include <cstddef>

@@ -1,8 +1,8 @@
 // Split archives made of anything. The first bytes say how the rest is cut into volumes: a number of volumes, and two bytes
 // for the size of each but the last.
 
-#include "platform/ZipVolumes.h"
 #include "tests/support/ZipMemory.h"
+#include "zip/engine/ZipVolumes.h"
 
 #include <cstddef>
 #include <cstdint>

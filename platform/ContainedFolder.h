@@ -44,7 +44,7 @@ protected:
 /// reached: a name that leads through a symbolic link fails, also when the link comes up meanwhile.
 ///
 /// Names are UTF-8, their components separated by single '/', none of them "." or ".."; others fail with EINVAL. What may
-/// stand in a name that comes from outside is decided by system/EntryName.h. Operations that fail return false, or null,
+/// stand in a name that comes from outside is decided by zip/EntryName.h. Operations that fail return false, or null,
 /// with the error in errno, where LastSystemError() reads it. Safe from several threads at once.
 class ContainedFolder
 {

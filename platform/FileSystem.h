@@ -73,7 +73,7 @@ public:
     /// Ends the handle, also when it fails, which says that earlier writes were lost.
     [[nodiscard]] virtual bool Close(FileHandle file) = 0;
 
-    // What replacing a file takes; core/FileReplacement.h puts it together.
+    // What replacing a file takes; files/FileReplacement.h puts it together.
 
     /// Where a path leads: the path itself, or what the link there names in the end, which need not exist.
     [[nodiscard]] virtual bool ResolveLinks(const wchar_t* path, std::wstring& target) = 0;

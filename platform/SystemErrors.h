@@ -1,6 +1,6 @@
 #pragma once
 
-#include "core/TevTypes.h"
+#include "base/TevTypes.h"
 
 #include <string>
 

@@ -1,10 +1,10 @@
 #include "services/ApplicationName.h"
 
-#include "core/CXException.h"
-#include "core/NeverDestroyed.h"
+#include "base/NeverDestroyed.h"
+#include "objects/CXCriticalSection.h"
+#include "objects/CXException.h"
 #include "platform/FileInformation.h"
 #include "services/CPathString.h"
-#include "system/CXCriticalSection.h"
 
 namespace
 {

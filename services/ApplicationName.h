@@ -1,6 +1,6 @@
 #pragma once
 
-#include "core/CXTString.h"
+#include "text/CXTString.h"
 
 /// The application's name, as it stands in the log and in the folders of its data: that of the running program without
 /// its extension, until a host chooses another. Safe from several threads at once.

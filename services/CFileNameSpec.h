@@ -1,6 +1,6 @@
 #pragma once
 
-#include "core/CXTString.h"
+#include "text/CXTString.h"
 
 /// How a file travels between the parts of an application: its path and the class of its type, which decides who loads and
 /// saves it. A value: one thread at a time.

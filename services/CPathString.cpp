@@ -1,7 +1,7 @@
 #include "services/CPathString.h"
 
-#include "core/TextView.h"
 #include "platform/PathNames.h"
+#include "text/TextView.h"
 
 #include <algorithm>
 #include <string_view>

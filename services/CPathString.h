@@ -1,6 +1,6 @@
 #pragma once
 
-#include "core/CXTString.h"
+#include "text/CXTString.h"
 
 /// A path. Both '/' and '\' separate its components; the paths that are composed here get the system's separator.
 /// A value: one thread at a time.

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "core/CXTString.h"
+#include "text/CXTString.h"
 
 /// Measures elapsed time, and runs the measured part at the highest normal thread priority where the system permits.
 /// Start and End are called by one thread. One thread at a time.

@@ -1,12 +1,12 @@
 #include "services/FileTypeRegistry.h"
 
-#include "containers/CHashMap.h"
-#include "containers/CHashTable.h"
-#include "containers/StringArrays.h"
-#include "core/NeverDestroyed.h"
-#include "core/TextView.h"
+#include "arrays/StringArrays.h"
+#include "base/NeverDestroyed.h"
+#include "maps/CHashMap.h"
+#include "maps/CHashTable.h"
+#include "objects/CXCriticalSection.h"
 #include "services/BuiltInFileTypes.h"
-#include "system/CXCriticalSection.h"
+#include "text/TextView.h"
 
 #include <algorithm>
 #include <atomic>

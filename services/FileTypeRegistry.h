@@ -1,6 +1,6 @@
 #pragma once
 
-#include "containers/CXArray.h"
+#include "arrays/CXArray.h"
 #include "services/CFileExt.h"
 
 // The process-wide registry of file types, by class and by extension. It knows the library's own types from the start.

@@ -1,6 +1,6 @@
 #include "services/FileWildcards.h"
 
-#include "core/TextView.h"
+#include "text/TextView.h"
 
 #include <algorithm>
 #include <string_view>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "containers/CHashTable.h"
-#include "core/CXTString.h"
+#include "maps/CHashTable.h"
+#include "text/CXTString.h"
 
 // Lists of extensions and name patterns, as people type them into a search box, and matching names against them.
 // Case beyond ASCII follows the C library's current locale. Safe from several threads at once.

@@ -1,17 +1,17 @@
 #include "services/LogFile.h"
 
-#include "containers/CHashMap.h"
-#include "core/CStdioFileEx.h"
-#include "core/CXFileException.h"
-#include "core/NeverDestroyed.h"
+#include "base/NeverDestroyed.h"
+#include "files/CStdioFileEx.h"
+#include "maps/CHashMap.h"
+#include "objects/CXCriticalSection.h"
+#include "objects/CXFileException.h"
 #include "platform/PathNames.h"
 #include "platform/Threads.h"
 #include "services/ApplicationName.h"
-#include "services/CXTime.h"
-#include "services/MainThread.h"
 #include "services/OpenLog.h"
 #include "services/Paths.h"
-#include "system/CXCriticalSection.h"
+#include "threads/MainThread.h"
+#include "values/CXTime.h"
 
 #include <atomic>
 #include <cstdarg>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "core/CXTString.h"
+#include "text/CXTString.h"
 
 // The process's one diagnostic log, a UTF-16 text file. Each message is in the file when the call that wrote it returns,
 // so what a crash leaves behind is complete. Nothing adds line ends, times or levels: they are part of the message.

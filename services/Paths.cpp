@@ -1,6 +1,6 @@
 #include "services/Paths.h"
 
-#include "core/CXFileException.h"
+#include "objects/CXFileException.h"
 #include "platform/FileInformation.h"
 #include "services/ApplicationName.h"
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "services/CPathString.h"
-#include "services/CXTime.h"
+#include "values/CXTime.h"
 
 // Where an application keeps its data, and questions about what lies at a path. Links are followed.
 // Safe from several threads at once, as long as nobody changes the environment meanwhile.

@@ -1,6 +1,6 @@
 #include "ui/CLogInfo.h"
 
-#include "core/CXArchive.h"
+#include "files/CXArchive.h"
 
 X_IMPLEMENT_ABSTRACT_CLASS(CLogInfo, CXObject, xSchemaNotSerializable)
 

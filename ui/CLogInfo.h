@@ -1,8 +1,8 @@
 #pragma once
 
-#include "containers/CXArray.h"
-#include "core/CXObject.h"
-#include "core/CXTString.h"
+#include "arrays/CXArray.h"
+#include "objects/CXObject.h"
+#include "text/CXTString.h"
 #include "ui/CUserInterface.h"
 
 #include <vector>

@@ -1,7 +1,7 @@
 #include "ui/CUserInterface.h"
 
-#include "core/NeverDestroyed.h"
-#include "core/ResultOr.h"
+#include "base/NeverDestroyed.h"
+#include "objects/ResultOr.h"
 #include "services/LogFile.h"
 #include "services/ProfileReporter.h"
 #include "services/UserMessage.h"

@@ -1,9 +1,9 @@
 #pragma once
 
-#include "core/CXTString.h"
 #include "services/CPathString.h"
-#include "services/CRGBColor.h"
-#include "system/XReportFile.h"
+#include "text/CXTString.h"
+#include "ui/XReportFile.h"
+#include "values/CRGBColor.h"
 
 #include <vector>
 

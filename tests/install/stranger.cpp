@@ -1,4 +1,4 @@
-#include "core/CXException.h"
+#include "objects/CXException.h"
 
 #include <TevTools.h>
 

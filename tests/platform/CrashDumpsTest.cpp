@@ -1,9 +1,9 @@
 #include "platform/CrashDumps.h"
 
-#include "system/CXThread.h"
 #include "tests/support/Debugger.h"
 #include "tests/support/Eventually.h"
 #include "tests/support/TempFolder.h"
+#include "threads/CXThread.h"
 
 #include <gmock/gmock.h>
 

@@ -1,6 +1,6 @@
 #include "platform/SystemErrors.h"
 
-#include "core/CXFileException.h"
+#include "objects/CXFileException.h"
 
 #include <gtest/gtest.h>
 

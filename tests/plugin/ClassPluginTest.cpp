@@ -1,7 +1,7 @@
 // What a program sees of the classes of a plug-in. It uses the shared library as the plug-in does.
 
-#include "core/CXFileException.h"
-#include "core/ThreadException.h"
+#include "objects/CXFileException.h"
+#include "objects/ThreadException.h"
 #include "tests/plugin/Probe.h"
 
 #include <gtest/gtest.h>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "core/CXException.h"
+#include "objects/CXException.h"
 
 /// What a plug-in's class can do for its host.
 class ProbeInterface

@@ -1,7 +1,7 @@
 #include "tests/plugin/Probe.h"
 
-#include "core/CXFileException.h"
-#include "core/ThreadException.h"
+#include "objects/CXFileException.h"
+#include "objects/ThreadException.h"
 
 namespace
 {

@@ -1,15 +1,15 @@
 #include "services/LogFile.h"
 
-#include "core/CXFileException.h"
-#include "core/CXTString.h"
+#include "objects/CXFileException.h"
 #include "platform/Threads.h"
 #include "services/ApplicationName.h"
-#include "services/MainThread.h"
-#include "system/StartUp.h"
-#include "system/WorkerCount.h"
+#include "services/StartUp.h"
 #include "tests/support/FailingFileSystem.h"
 #include "tests/support/PrintText.h"
 #include "tests/support/TempFolder.h"
+#include "text/CXTString.h"
+#include "threads/MainThread.h"
+#include "threads/WorkerCount.h"
 
 #include <gtest/gtest.h>
 

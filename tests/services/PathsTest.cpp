@@ -1,7 +1,7 @@
 #include "services/Paths.h"
 
-#include "core/CXException.h"
-#include "core/CXFileException.h"
+#include "objects/CXException.h"
+#include "objects/CXFileException.h"
 #include "services/ApplicationName.h"
 #include "tests/support/PrintText.h"
 #include "tests/support/TempFolder.h"

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "core/CXArchive.h"
-#include "core/CXMemFile.h"
+#include "files/CXArchive.h"
+#include "files/CXMemFile.h"
 #include "tests/support/FileFailure.h"
 
 #include <vector>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "containers/CXArray.h"
+#include "arrays/CXArray.h"
 
 #include <algorithm>
 #include <vector>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "system/CZip.h"
 #include "tests/support/TempFolder.h"
+#include "zip/CZip.h"
 
 #include <csignal>
 #include <set>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "system/CXThread.h"
+#include "threads/CXThread.h"
 
 #include <chrono>
 

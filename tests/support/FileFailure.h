@@ -1,7 +1,7 @@
 #pragma once
 
-#include "core/CXFileException.h"
-#include "core/ThreadException.h"
+#include "objects/CXFileException.h"
+#include "objects/ThreadException.h"
 
 #include <gtest/gtest.h>
 

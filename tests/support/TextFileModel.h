@@ -2,8 +2,8 @@
 
 // The lines of a text file, worked out slowly from all of its bytes at once: what CStdioFileEx is measured against.
 
-#include "core/CXTString.h"
-#include "core/TextEncoding.h"
+#include "text/CXTString.h"
+#include "text/TextEncoding.h"
 
 #include <cstddef>
 #include <string>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "core/CXTString.h"
-#include "core/TextEncoding.h"
+#include "text/CXTString.h"
+#include "text/TextEncoding.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/ZipEngine.h"
+#include "zip/engine/ZipEngine.h"
 
 #include <algorithm>
 #include <cerrno>

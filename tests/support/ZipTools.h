@@ -1,8 +1,8 @@
 #pragma once
 
-#include "containers/CXArray.h"
-#include "core/CXTString.h"
-#include "system/CZip.h"
+#include "arrays/CXArray.h"
+#include "text/CXTString.h"
+#include "zip/CZip.h"
 
 #include <cstdlib>
 #include <initializer_list>

@@ -1,7 +1,7 @@
 // Preference files while the programs that save into them are killed, or save at the same time. The programs are the tool.
 
-#include "containers/CCustomData.h"
-#include "containers/PreferenceFile.h"
+#include "settings/CCustomData.h"
+#include "settings/PreferenceFile.h"
 #include "tests/support/TempFolder.h"
 #include "tests/tools/TevRunner.h"
 

@@ -1,7 +1,7 @@
-#include "containers/CCustomData.h"
-#include "services/CXTime.h"
+#include "settings/CCustomData.h"
 #include "tests/support/TempFolder.h"
 #include "tests/tools/TevRunner.h"
+#include "values/CXTime.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,7 +1,7 @@
 #include "tools/tev/ArchiveDump.h"
 
-#include "core/CXArchive.h"
-#include "core/CXMemFile.h"
+#include "files/CXArchive.h"
+#include "files/CXMemFile.h"
 #include "tools/tev/TextSource.h"
 #include "tools/tev/Tool.h"
 

@@ -1,8 +1,8 @@
 #include "tools/tev/ColourCommand.h"
 
-#include "services/CRGBColor.h"
 #include "tools/tev/System.h"
 #include "tools/tev/Tool.h"
+#include "values/CRGBColor.h"
 
 #include <CLI/CLI.hpp>
 

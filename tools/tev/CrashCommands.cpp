@@ -1,12 +1,12 @@
 #include "tools/tev/CrashCommands.h"
 
+#include "crash/CCrashHandler.h"
+#include "crash/XMinidump.h"
 #include "services/Paths.h"
-#include "system/CCrashHandler.h"
-#include "system/CZip.h"
-#include "system/XMinidump.h"
 #include "tools/tev/System.h"
 #include "tools/tev/Table.h"
 #include "tools/tev/Tool.h"
+#include "zip/CZip.h"
 
 #include <CLI/CLI.hpp>
 

@@ -1,6 +1,6 @@
 #include "tools/tev/Encodings.h"
 
-#include "core/CXTString.h"
+#include "text/CXTString.h"
 
 #include <algorithm>
 #include <cstring>

@@ -1,7 +1,7 @@
 #include "tools/tev/LogCommands.h"
 
-#include "core/CXFile.h"
-#include "core/TextEncoding.h"
+#include "files/CXFile.h"
+#include "text/TextEncoding.h"
 #include "tools/tev/Encodings.h"
 #include "tools/tev/TextSource.h"
 #include "tools/tev/Tool.h"

@@ -1,6 +1,6 @@
 #include "tools/tev/Progress.h"
 
-#include "core/CXTString.h"
+#include "text/CXTString.h"
 #include "tools/tev/System.h"
 
 #include <algorithm>

@@ -1,9 +1,9 @@
 #include "tools/tev/RegistryCommands.h"
 
-#include "core/CXFile.h"
-#include "core/CXMemFile.h"
-#include "system/CRegUtil.h"
-#include "system/RegistryText.h"
+#include "files/CXFile.h"
+#include "files/CXMemFile.h"
+#include "settings/CRegUtil.h"
+#include "settings/RegistryText.h"
 #include "tools/tev/Encodings.h"
 #include "tools/tev/RegistryValues.h"
 #include "tools/tev/System.h"

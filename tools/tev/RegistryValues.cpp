@@ -1,8 +1,8 @@
 #include "tools/tev/RegistryValues.h"
 
-#include "core/LittleEndian.h"
-#include "core/TextEncoding.h"
-#include "system/CRegUtil.h"
+#include "base/LittleEndian.h"
+#include "settings/CRegUtil.h"
+#include "text/TextEncoding.h"
 #include "tools/tev/Tool.h"
 
 #include <algorithm>

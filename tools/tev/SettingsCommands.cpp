@@ -1,9 +1,9 @@
 #include "tools/tev/SettingsCommands.h"
 
-#include "containers/CCustomData.h"
-#include "containers/PreferenceFile.h"
-#include "core/CXFileException.h"
+#include "objects/CXFileException.h"
 #include "services/Paths.h"
+#include "settings/CCustomData.h"
+#include "settings/PreferenceFile.h"
 #include "tools/tev/SettingsValues.h"
 #include "tools/tev/System.h"
 #include "tools/tev/Table.h"

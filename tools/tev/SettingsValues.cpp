@@ -1,7 +1,7 @@
 #include "tools/tev/SettingsValues.h"
 
-#include "services/CXTime.h"
 #include "tools/tev/Tool.h"
+#include "values/CXTime.h"
 
 #include <algorithm>
 #include <charconv>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "containers/CCustomData.h"
+#include "settings/CCustomData.h"
 
 #include <string>
 #include <vector>

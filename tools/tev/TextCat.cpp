@@ -1,7 +1,7 @@
 #include "tools/tev/TextCat.h"
 
-#include "core/CStdioFileEx.h"
-#include "core/CXFileException.h"
+#include "files/CStdioFileEx.h"
+#include "objects/CXFileException.h"
 #include "tools/tev/Progress.h"
 #include "tools/tev/System.h"
 #include "tools/tev/TextSource.h"

@@ -1,6 +1,6 @@
 #include "tools/tev/TextConvert.h"
 
-#include "core/CXFileException.h"
+#include "objects/CXFileException.h"
 #include "tools/tev/Progress.h"
 #include "tools/tev/System.h"
 #include "tools/tev/TextSource.h"

@@ -1,6 +1,6 @@
 #include "tools/tev/TextInfo.h"
 
-#include "core/CXTString.h"
+#include "text/CXTString.h"
 #include "tools/tev/Progress.h"
 #include "tools/tev/Table.h"
 #include "tools/tev/TextSource.h"

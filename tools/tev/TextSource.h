@@ -1,6 +1,6 @@
 #pragma once
 
-#include "core/CXFile.h"
+#include "files/CXFile.h"
 #include "tools/tev/Encodings.h"
 
 #include <cstdint>

@@ -1,7 +1,7 @@
 #include "tools/tev/Tool.h"
 
-#include "core/CXFileException.h"
-#include "core/TextEncoding.h"
+#include "objects/CXFileException.h"
+#include "text/TextEncoding.h"
 #include "tools/tev/System.h"
 
 #include <algorithm>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "core/CXStdioFile.h"
-#include "core/CXTString.h"
+#include "files/CXStdioFile.h"
+#include "text/CXTString.h"
 
 #include <functional>
 #include <stdexcept>

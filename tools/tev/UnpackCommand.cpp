@@ -1,13 +1,13 @@
 #include "tools/tev/UnpackCommand.h"
 
-#include "services/CXTime.h"
 #include "services/Paths.h"
-#include "system/CMiniZip.h"
-#include "system/CZip.h"
 #include "tools/tev/Progress.h"
 #include "tools/tev/System.h"
 #include "tools/tev/Table.h"
 #include "tools/tev/Tool.h"
+#include "values/CXTime.h"
+#include "zip/CMiniZip.h"
+#include "zip/CZip.h"
 
 #include <CLI/CLI.hpp>
 

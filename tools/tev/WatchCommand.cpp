@@ -1,7 +1,7 @@
 #include "tools/tev/WatchCommand.h"
 
+#include "services/CWatchFolder.h"
 #include "services/Paths.h"
-#include "system/CWatchFolder.h"
 #include "tools/tev/System.h"
 #include "tools/tev/Tool.h"
 

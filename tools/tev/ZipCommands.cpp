@@ -1,11 +1,11 @@
 #include "tools/tev/ZipCommands.h"
 
-#include "services/CXTime.h"
 #include "services/Paths.h"
 #include "tools/tev/System.h"
 #include "tools/tev/Table.h"
 #include "tools/tev/Tool.h"
 #include "tools/tev/ZipWork.h"
+#include "values/CXTime.h"
 
 #include <CLI/CLI.hpp>
 

@@ -1,6 +1,6 @@
 #include "tools/tev/ZipWork.h"
 
-#include "core/CXFileException.h"
+#include "objects/CXFileException.h"
 #include "tools/tev/Tool.h"
 
 #include <algorithm>

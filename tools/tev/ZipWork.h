@@ -1,8 +1,8 @@
 #pragma once
 
-#include "system/CZip.h"
 #include "tools/tev/Progress.h"
 #include "tools/tev/System.h"
+#include "zip/CZip.h"
 
 #include <optional>
 #include <string>

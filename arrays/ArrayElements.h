@@ -1,0 +1,169 @@
+#pragma once
+
+#include "arrays/ArrayGrowth.h"
+#include "files/CXArchive.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstring>
+#include <memory>
+#include <type_traits>
+#include <utility>
+
+// What an array does with runs of its elements, for each kind of element.
+
+namespace tev
+{
+/// The size of an array whose count an archive gave. One that no array can have is archiveEndOfFile.
+TEVTOOLS_API int ArrayCount(unsigned __int64 count);
+
+// Wide characters as UTF-16, with the number of units as their count.
+
+TEVTOOLS_API void StoreWideUnits(CXArchive& archive, const wchar_t* characters, int count);
+TEVTOOLS_API void LoadWideUnits(CXArchive& archive, CXTString<wchar_t>& characters);
+
+template <class TYPE, class = void>
+struct HasArchiveOperators : std::false_type
+{
+};
+
+template <class TYPE>
+struct HasArchiveOperators<TYPE, std::void_t<decltype(std::declval<CXArchive&>() << std::declval<const TYPE&>()),
+                                             decltype(std::declval<CXArchive&>() >> std::declval<TYPE&>())>>
+    : std::true_type
+{
+};
+
+template <class TYPE>
+struct ArrayElements
+{
+    static constexpr bool kIsPlain = std::is_trivially_copyable_v<TYPE>;
+    /// TYPE() is all zero bytes.
+    static constexpr bool kZeroIsValue = kIsPlain && std::is_trivially_default_constructible_v<TYPE>;
+    /// Wide characters that are no UTF-16 units.
+    static constexpr bool kIsText = std::is_same_v<TYPE, wchar_t> && sizeof(wchar_t) != 2;
+
+    /// Makes elements in slots without elements.
+    static void MakeZero(TYPE* slots, int count)
+    {
+        if constexpr (!kZeroIsValue)
+            std::uninitialized_value_construct_n(slots, count);
+        else if (count > 0)
+            std::memset(static_cast<void*>(slots), 0, Bytes(count));
+    }
+
+    /// Makes elements out of others in new memory: moves where that cannot fail, else copies.
+    static void MoveInto(TYPE* target, TYPE* source, int count)
+    {
+        if constexpr (std::is_nothrow_move_constructible_v<TYPE> || !std::is_copy_constructible_v<TYPE>)
+            std::uninitialized_move_n(source, count, target);
+        else
+            std::uninitialized_copy_n(source, count, target);
+    }
+    /// Both runs may overlap. The slots that are left hold no elements.
+    static void MoveBytes(TYPE* target, const TYPE* source, int count) noexcept
+    {
+        if (count != 0)
+            std::memmove(static_cast<void*>(target), static_cast<const void*>(source), Bytes(count));
+    }
+    /// Makes copies of the value in slots without elements, or closes the gap again when that fails.
+    static void FillGap(TYPE* gap, int count, const TYPE& value, int behind)
+    {
+        if constexpr (kIsPlain)
+            std::uninitialized_fill_n(gap, count, value);
+        else
+        {
+            try
+            {
+                std::uninitialized_fill_n(gap, count, value);
+            }
+            catch (...)
+            {
+                MoveBytes(gap, gap + count, behind);
+                throw;
+            }
+        }
+    }
+
+    static void Store(CXArchive& archive, const TYPE* data, int count)
+    {
+        if constexpr (kIsText)
+            StoreWideUnits(archive, data, count);
+        else
+        {
+            archive.WriteCount(static_cast<unsigned>(count));
+            StoreRun(archive, data, count);
+        }
+    }
+    /// How many elements may be read when `done` are there, so that memory is only taken for what the input holds.
+    static int ReadStep(int done) noexcept
+    {
+        constexpr int kFirst = static_cast<int>(std::max<std::size_t>(kFirstStepBytes / sizeof(TYPE), 1));
+        return std::min(std::max(done, kFirst), kLargestRun);
+    }
+    /// Makes elements behind the last one out of what is read.
+    static void Load(CXArchive& archive, TYPE* data, ArrayInt& size, int count)
+    {
+        if constexpr (kIsPlain)
+        {
+            archive.EnsureRead(static_cast<void*>(data + size), Bytes(count));
+            size += count;
+        }
+        else
+        {
+            for (const int end = size + count; size < end; size += 1)
+                LoadInto(archive, data + size);
+        }
+    }
+
+private:
+    static constexpr int kLargestRun = 0x0FFFFFFF;
+    static constexpr std::size_t kFirstStepBytes = 0x10000;
+
+    static constexpr std::size_t Bytes(int count) noexcept { return static_cast<std::size_t>(count) * sizeof(TYPE); }
+
+    /// Makes an element, which ends again when it cannot be read.
+    static void LoadInto(CXArchive& archive, TYPE* slot)
+    {
+        TYPE* element = ::new (static_cast<void*>(slot)) TYPE();
+        try
+        {
+            if constexpr (HasArchiveOperators<TYPE>::value)
+                archive >> *element;
+            else
+                element->Serialize(archive);
+        }
+        catch (...)
+        {
+            std::destroy_at(element);
+            throw;
+        }
+    }
+
+    static void StoreRun(CXArchive& archive, const TYPE* data, int count)
+    {
+        static_assert(
+            kIsPlain || HasArchiveOperators<TYPE>::value || std::is_base_of_v<CXObject, TYPE>,
+            "an array serializes its elements: give the element class operator<< and operator>> for CXArchive");
+        if constexpr (kIsPlain)
+        {
+            for (int done = 0; done < count;)
+            {
+                const int run = std::min(count - done, kLargestRun);
+                archive.Write(static_cast<const void*>(data + done), Bytes(run));
+                done += run;
+            }
+        }
+        else
+        {
+            for (int i = 0; i < count; ++i)
+            {
+                if constexpr (HasArchiveOperators<TYPE>::value)
+                    archive << data[i];
+                else
+                    const_cast<TYPE&>(data[i]).Serialize(archive); // which stores and changes nothing
+            }
+        }
+    }
+};
+} // namespace tev

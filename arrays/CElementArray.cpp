@@ -1,0 +1,551 @@
+#include "arrays/CElementArray.h"
+
+#include "arrays/ArrayBlock.h"
+#include "arrays/ArrayElements.h"
+#include "arrays/ArrayGrowth.h"
+#include "base/BlockChecksum.h"
+#include "objects/CXException.h"
+
+#include <algorithm>
+#include <cstring>
+#include <memory>
+#include <utility>
+#include <vector>
+
+X_IMPLEMENT_CLASS(CElementArray, CXObject, 1)
+
+namespace
+{
+constexpr unsigned kPlaced = 0xFFFFFFFF;
+
+void Require(bool holds)
+{
+    if (!holds)
+        tev::ThrowInvalidArgument();
+}
+
+// For each new place the old index of the element that goes there; empty when the order is no permutation.
+std::vector<unsigned> SourcesOf(const unsigned* order, unsigned count, bool inverse)
+{
+    std::vector<unsigned> inverted(count, kPlaced);
+    for (unsigned i = 0; i < count; ++i)
+    {
+        if (order[i] >= count || inverted[order[i]] != kPlaced)
+            return {};
+        inverted[order[i]] = i;
+    }
+    return inverse ? inverted : std::vector<unsigned>(order, order + count);
+}
+
+// An element outside every array.
+class ScratchElement
+{
+public:
+    explicit ScratchElement(CElementMethods& methods)
+        : m_methods(methods), m_element(tev::ResizedArrayBlock<unsigned char>(nullptr, methods.GetSizeOfElement()))
+    {
+        methods.ConstructElement(m_element.get());
+    }
+    ~ScratchElement() { m_methods.DestructElement(m_element.get()); }
+    ScratchElement(const ScratchElement&) = delete;
+    ScratchElement& operator=(const ScratchElement&) = delete;
+    void* Address() const noexcept { return m_element.get(); }
+
+private:
+    CElementMethods& m_methods;
+    tev::ArrayBlock<unsigned char> m_element;
+};
+} // namespace
+
+CElementArray::CElementArray(CElementMethods* methods)
+{
+    Install(methods);
+}
+
+CElementArray::~CElementArray()
+{
+    Release();
+    DeleteMe(m_methods);
+}
+
+void CElementArray::Install(CElementMethods* methods)
+{
+    m_methods = methods;
+    m_elementSize = methods != nullptr ? methods->GetSizeOfElement() : 0;
+    m_isObject = methods != nullptr && methods->IsObject();
+}
+
+void CElementArray::SetMethods(CElementMethods* methods)
+{
+    if (m_data != nullptr)
+        SetSize(0, false, -1);
+    Release(); // a derived class may have kept elements, which the new methods do not know
+    DeleteMe(m_methods);
+    Install(methods);
+    m_growFactor = 0;
+    m_constructMode = false;
+}
+
+unsigned int CElementArray::GetTypeOfElement() const
+{
+    return m_methods != nullptr ? m_methods->GetTypeOfElement() : 0;
+}
+
+unsigned int CElementArray::GetBaseTypeOfElement() const
+{
+    return m_methods != nullptr ? m_methods->GetBaseTypeOfElement() : 0;
+}
+
+int CElementArray::IndexBehind(const void* element) const noexcept
+{
+    if (!Owns(element))
+        return -1;
+    const auto offset = static_cast<std::size_t>(static_cast<const unsigned char*>(element) - m_data);
+    return static_cast<int>(offset / static_cast<std::size_t>(m_elementSize)) + 1;
+}
+
+bool CElementArray::Owns(const void* element) const noexcept
+{
+    const auto offset = reinterpret_cast<std::uintptr_t>(element) - reinterpret_cast<std::uintptr_t>(m_data);
+    return offset < Bytes(m_size);
+}
+
+unsigned int CElementArray::GetChecksum() const noexcept
+{
+    return tev::BlockChecksum(m_data, Bytes(m_size));
+}
+
+int CElementArray::SetGrowFactor(int growFactor) noexcept
+{
+    return growFactor < 0 ? m_growFactor : std::exchange(m_growFactor, growFactor);
+}
+
+void CElementArray::SetSize(int newSize, bool keepMemory, int growFactor)
+{
+    Require(newSize >= 0);
+    m_growFactor = tev::ChosenGrowth(m_growFactor, growFactor);
+    if (newSize == 0 && !keepMemory)
+    {
+        Release();
+        return;
+    }
+    if (newSize > m_capacity)
+        GrowTo(tev::GrownCapacity(m_size, m_capacity, m_growFactor, newSize));
+    if (newSize < m_size && !keepMemory)
+    {
+        const int oldSize = std::exchange(m_size, newSize);
+        Destroy(newSize, oldSize);
+        RestoreReserve(newSize, oldSize);
+    }
+    else if (newSize > m_size && !m_constructMode)
+        DestroyReserve(); // what keepMemory left does not come back
+    ConstructUpTo(m_constructMode ? m_capacity : newSize);
+    m_size = newSize;
+}
+
+// Before elements are written to: a derived class may have refused to make so many.
+void CElementArray::Resize(int newSize, bool keepMemory, int growFactor)
+{
+    SetSize(newSize, keepMemory, growFactor);
+    Require(m_size >= newSize && (m_data != nullptr || newSize == 0));
+}
+
+void CElementArray::RemoveAll()
+{
+    SetSize(0, false, -1);
+}
+
+void CElementArray::GrowTo(int capacity)
+{
+    if (capacity > m_slots)
+        Reallocate(m_data == nullptr ? capacity : tev::SlotsForGrowth(m_slots, capacity));
+    m_capacity = capacity;
+}
+
+void CElementArray::Reallocate(int slots)
+{
+    Require(m_elementSize != 0);
+    if (m_elementSize > static_cast<std::size_t>(PTRDIFF_MAX) / static_cast<unsigned>(slots))
+        throw std::bad_alloc();
+    m_data = tev::ResizedArrayBlock(m_data, Bytes(slots));
+    m_slots = slots;
+}
+
+void CElementArray::Release() noexcept
+{
+    Destroy(0, m_constructed);
+    std::free(m_data);
+    m_data = nullptr;
+    m_size = m_capacity = m_slots = m_constructed = 0;
+}
+
+void CElementArray::ConstructUpTo(int end)
+{
+    if (m_constructed >= end)
+        return;
+    if (m_isObject)
+    {
+        for (; m_constructed < end; ++m_constructed)
+            m_methods->ConstructElement(Address(m_constructed));
+        return;
+    }
+    // One is constructed; what is there is doubled until all are.
+    unsigned char* const first = Address(m_constructed);
+    const std::size_t bytes = Bytes(end - m_constructed);
+    m_methods->ConstructElement(first);
+    for (std::size_t done = Bytes(1); done < bytes;)
+    {
+        const std::size_t step = std::min(done, bytes - done);
+        std::memcpy(first + done, first, step);
+        done += step;
+    }
+    m_constructed = end;
+}
+
+void CElementArray::Destroy(int first, int last) noexcept
+{
+    if (!m_isObject)
+        return;
+    for (; first < last; ++first)
+        m_methods->DestructElement(Address(first));
+}
+
+void CElementArray::DestroyReserve() noexcept
+{
+    Destroy(m_size, m_constructed);
+    m_constructed = std::min(m_constructed, m_size);
+}
+
+// For slots of the reserve that hold nothing any more while those behind them do. Construct mode fills them again; else
+// the reserve goes, since no slot in its midst may be empty.
+void CElementArray::RestoreReserve(int first, int last)
+{
+    const int end = std::exchange(m_constructed, first);
+    if (!m_constructMode)
+    {
+        Destroy(last, end);
+        return;
+    }
+    try
+    {
+        ConstructUpTo(last);
+    }
+    catch (...)
+    {
+        Destroy(last, end);
+        throw;
+    }
+    m_constructed = end;
+}
+
+void CElementArray::ConstructMode(bool construct)
+{
+    if (construct == m_constructMode)
+        return;
+    DestroyReserve();
+    if (construct)
+        ConstructUpTo(m_capacity);
+    m_constructMode = construct;
+}
+
+void CElementArray::PreAllocate(int capacity)
+{
+    Require(capacity >= 0);
+    if (capacity == m_capacity && m_size == 0)
+        return;
+    Release();
+    if (capacity == 0)
+        return;
+    GrowTo(capacity);
+    if (m_constructMode)
+        ConstructUpTo(capacity);
+}
+
+void CElementArray::FreeExtra()
+{
+    if (m_size == 0)
+    {
+        Release();
+        return;
+    }
+    DestroyReserve();
+    Reallocate(m_size);
+    m_capacity = m_size;
+}
+
+void CElementArray::CopyValue(void* target, const void* source)
+{
+    if (m_isObject)
+        m_methods->CopyElement(target, source);
+    else if (source == nullptr)
+        std::memset(target, 0, Bytes(1));
+    else
+        std::memmove(target, source, Bytes(1));
+}
+
+void CElementArray::SetAt(int index, const void* source)
+{
+    Require(IsElement(index));
+    CopyValue(Address(index), source);
+}
+
+void CElementArray::SetAtGrow(int index, const void* source, int growFactor)
+{
+    Require(index >= 0 && index < tev::kMostElements);
+    const int sizeBefore = m_size;
+    if (index >= m_size)
+    {
+        const bool isOwn = Owns(source);
+        const std::ptrdiff_t offset = isOwn ? static_cast<const unsigned char*>(source) - m_data : 0;
+        Resize(index + 1, true, growFactor);
+        if (isOwn)
+            source = m_data + offset;
+    }
+    try
+    {
+        CopyValue(Address(index), source);
+    }
+    catch (...)
+    {
+        m_size = sizeBefore;
+        throw;
+    }
+}
+
+int CElementArray::Add(const void* source, int growFactor)
+{
+    const int index = m_size;
+    SetAtGrow(index, source, growFactor);
+    return index;
+}
+
+bool CElementArray::HasSameElements(const CElementArray& other) const
+{
+    return m_methods != nullptr && other.m_methods != nullptr && m_elementSize == other.m_elementSize &&
+           m_isObject == other.m_isObject && GetTypeOfElement() == other.GetTypeOfElement();
+}
+
+bool CElementArray::IsEitherKindOf(const CElementArray& other) const
+{
+    if (m_methods == nullptr || other.m_methods == nullptr)
+        return false;
+    // Kinds that differ although they bear one type cannot be trusted with each other's elements.
+    return (HasSameElements(other) || GetTypeOfElement() != other.GetTypeOfElement()) &&
+           (m_methods->IsKindOf(other.m_methods) || other.m_methods->IsKindOf(m_methods));
+}
+
+bool CElementArray::CanCopy(const CElementArray& other) const
+{
+    return HasSameElements(other) || IsEitherKindOf(other);
+}
+
+// Between elements that are there, of kinds of which one can copy the other.
+void CElementArray::CopyRun(int targetIndex, const CElementArray& other, int sourceIndex, int count)
+{
+    if (count == 0)
+        return;
+    if (!HasSameElements(other))
+    {
+        for (int i = 0; i < count; ++i)
+            m_methods->CopyElement(Address(targetIndex + i), m_methods, other.Address(sourceIndex + i),
+                                   other.m_methods);
+        return;
+    }
+    if (!m_isObject)
+    {
+        std::memmove(Address(targetIndex), other.Address(sourceIndex), Bytes(count));
+        return;
+    }
+    const bool backwards = this == &other && targetIndex > sourceIndex;
+    for (int i = 0; i < count; ++i)
+    {
+        const int at = backwards ? count - 1 - i : i;
+        m_methods->CopyElement(Address(targetIndex + at), other.Address(sourceIndex + at));
+    }
+}
+
+int CElementArray::Append(const CElementArray& other, bool keepMemory)
+{
+    if (!IsEitherKindOf(other))
+        return -1;
+    const int sizeBefore = m_size;
+    const int count = other.m_size;
+    Require(count <= tev::kMostElements - sizeBefore);
+    if (count == 0)
+        return sizeBefore;
+    Resize(sizeBefore + count, keepMemory, -1);
+    try
+    {
+        CopyRun(sizeBefore, other, 0, count);
+    }
+    catch (...)
+    {
+        m_size = sizeBefore;
+        throw;
+    }
+    return sizeBefore;
+}
+
+bool CElementArray::Copy(const CElementArray& other, bool keepMemory)
+{
+    if (this == &other)
+        return true;
+    if (!CanCopy(other))
+        return false;
+    Resize(other.m_size, keepMemory, other.m_growFactor);
+    CopyRun(0, other, 0, other.m_size);
+    return true;
+}
+
+bool CElementArray::Copy(int targetIndex, int sourceIndex, const CElementArray& other)
+{
+    Require(targetIndex >= 0 && sourceIndex >= 0 && sourceIndex <= other.m_size);
+    if (!CanCopy(other))
+        return false;
+    const int count = other.m_size - sourceIndex;
+    Require(count <= tev::kMostElements - targetIndex);
+    const int sizeBefore = m_size;
+    if (count != 0 && targetIndex + count > m_size)
+        Resize(targetIndex + count, true, -1);
+    try
+    {
+        CopyRun(targetIndex, other, sourceIndex, count);
+    }
+    catch (...)
+    {
+        m_size = sizeBefore;
+        throw;
+    }
+    return true;
+}
+
+CElementArray* CElementArray::Duplicate(bool keepMemory) const
+{
+    auto copy = std::make_unique<CElementArray>();
+    if (m_methods != nullptr)
+        m_methods->AddRef();
+    copy->SetMethods(m_methods);
+    copy->Copy(*this, keepMemory);
+    return copy.release();
+}
+
+// Grows by `count` constructed elements, which come to stand at the index; behind the end, others come before them.
+void CElementArray::OpenGap(int index, int count)
+{
+    Require(index >= 0 && count >= 1 && count <= tev::kMostElements - std::max(index, m_size));
+    const int sizeBefore = m_size;
+    if (index >= sizeBefore)
+    {
+        Resize(index + count, true, -1);
+        return;
+    }
+    Resize(sizeBefore + count, true, -1);
+    try
+    {
+        const std::vector<unsigned char> fresh(Address(sizeBefore), Address(sizeBefore + count));
+        std::memmove(Address(index + count), Address(index), Bytes(sizeBefore - index));
+        std::memcpy(Address(index), fresh.data(), fresh.size());
+    }
+    catch (...)
+    {
+        m_size = sizeBefore;
+        throw;
+    }
+}
+
+// Undoes OpenGap.
+void CElementArray::CloseGap(int index, int count, int sizeBefore)
+{
+    if (index < sizeBefore)
+        RemoveAt(index, count);
+    m_size = sizeBefore;
+}
+
+void CElementArray::InsertAt(int index, const void* source, int count)
+{
+    const int sizeBefore = m_size;
+    const bool isOwn = Owns(source);
+    auto offset = isOwn ? static_cast<std::size_t>(static_cast<const unsigned char*>(source) - m_data) : 0;
+    OpenGap(index, count);
+    if (source == nullptr)
+        return;
+    if (isOwn)
+    {
+        if (offset >= Bytes(index))
+            offset += Bytes(count);
+        source = m_data + offset;
+    }
+    try
+    {
+        for (int i = 0; i < count; ++i)
+            CopyValue(Address(index + i), source);
+    }
+    catch (...)
+    {
+        CloseGap(index, count, sizeBefore);
+        throw;
+    }
+}
+
+bool CElementArray::InsertAt(int index, const CElementArray* other)
+{
+    Require(other != nullptr && index >= 0);
+    if (!CanCopy(*other))
+        return false;
+    const int count = other->m_size;
+    if (count == 0)
+        return true;
+    const int sizeBefore = m_size;
+    OpenGap(index, count);
+    // In the array itself, the gap has moved the elements behind it.
+    const int unmoved = other == this ? std::min(index, count) : count;
+    try
+    {
+        CopyRun(index, *other, 0, unmoved);
+        CopyRun(index + unmoved, *other, unmoved + count, count - unmoved);
+    }
+    catch (...)
+    {
+        CloseGap(index, count, sizeBefore);
+        throw;
+    }
+    return true;
+}
+
+void CElementArray::RemoveAt(int index, int count)
+{
+    Require(index >= 0 && count >= 0 && index <= m_size && count <= m_size - index);
+    if (count == 0)
+        return;
+    const int sizeBefore = std::exchange(m_size, m_size - count);
+    Destroy(index, index + count);
+    std::memmove(Address(index), Address(index + count), Bytes(m_size - index));
+    RestoreReserve(m_size, sizeBefore);
+}
+
+bool CElementArray::Reorder(const unsigned int* order, unsigned int count, bool inverse)
+{
+    if (order == nullptr || count == 0 || count != static_cast<unsigned>(m_size))
+        return false;
+    std::vector<unsigned> sources = SourcesOf(order, count, inverse);
+    if (sources.empty())
+        return false;
+    const ScratchElement scratch(*m_methods);
+    for (unsigned i = 0; i < count; ++i)
+    {
+        if (sources[i] == kPlaced || sources[i] == i)
+            continue;
+        // Along the cycle in which the element stands, each place gets what belongs there.
+        CopyValue(scratch.Address(), Address(static_cast<int>(i)));
+        unsigned place = i;
+        do
+        {
+            const unsigned next = std::exchange(sources[place], kPlaced);
+            CopyValue(Address(static_cast<int>(place)), Address(static_cast<int>(next)));
+            place = next;
+        } while (sources[place] != i);
+        CopyValue(Address(static_cast<int>(place)), scratch.Address());
+        sources[place] = kPlaced;
+    }
+    return true;
+}

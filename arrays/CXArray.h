@@ -1,0 +1,449 @@
+#pragma once
+
+#include "arrays/ArrayElements.h"
+#include "arrays/ArrayGrowth.h"
+#include "objects/CXObject.h"
+
+#include <algorithm>
+#include <memory>
+#include <new>
+#include <type_traits>
+#include <utility>
+
+namespace tev
+{
+/// The record that all arrays share. Arrays are not made by name and do not go through an archive as objects; classes that
+/// hold them pass them the archive.
+TEVTOOLS_API const CXRuntimeClass* GetArrayClass() noexcept;
+} // namespace tev
+
+/// A dynamic array. TYPE is stored, ARG_TYPE is how values are passed (`int`, `const CXTString<wchar_t>&`). Values that are
+/// passed may lie in the array itself. One thread at a time.
+///
+/// Beside std::vector: sizes and indices are `int`; an index outside the array and any other impossible argument throw
+/// CXInvalidArgException and change nothing; new elements are zero, or made by TYPE() where that is a class. What makes the
+/// array larger invalidates addresses of elements when the capacity does not suffice; insertions and removals invalidate
+/// those from their place on. Appending costs constant time on average, whatever the growth setting.
+///
+/// The growth setting decides the capacity that a full array gets: 0 (automatic) adds an eighth of the size, at least 4, at
+/// most 1024; -2 doubles; a positive one adds that many elements. The first capacity is the size, or the growth setting
+/// where that is larger. Functions take one as `growBy` and keep the present one for -1, below -2 it is an invalid argument.
+///
+/// Elements end their lives when they are removed. Where memory is lacking, std::bad_alloc is thrown; that, and an exception
+/// of an element's own while elements are added, leaves the array as it was. When an element throws as it is moved within
+/// the array or assigned to, the array stays whole, with unspecified values.
+template <class TYPE, class ARG_TYPE = const TYPE&>
+class TEVTOOLS_TEMPLATE_API CXArray : public CXObject
+{
+    using Elements = tev::ArrayElements<TYPE>;
+
+public:
+    static const CXRuntimeClass* GetThisRuntimeClassDescriptor() noexcept { return tev::GetArrayClass(); }
+    const CXRuntimeClass* GetRuntimeClassDescriptor() const override { return GetThisRuntimeClassDescriptor(); }
+
+    /// `plainData` says that elements may be moved within the array as bytes, without a call of their own, which is faster.
+    /// That is always so for what the compiler knows to be plain, and true for classes whose objects do not hold their own
+    /// address and are not pointed to from elsewhere: CXTString is one, std::string is not. Copies are always made, and
+    /// elements end, by TYPE's own functions.
+    explicit CXArray(bool plainData = std::is_trivially_copyable_v<TYPE>) noexcept : m_plainData(plainData) {}
+    CXArray(const CXArray& other) : CXArray(other.m_plainData)
+    {
+        m_growBy = other.m_growBy;
+        Assign(other.m_data, other.m_size);
+    }
+    /// The other array is empty afterwards.
+    CXArray(CXArray&& other) noexcept : CXArray(other.m_plainData) { Swap(other); }
+    /// As Copy: the growth setting stays.
+    CXArray& operator=(const CXArray& other)
+    {
+        if (this != &other)
+            Copy(other);
+        return *this;
+    }
+    /// Takes over elements, growth setting and all; the other array is empty afterwards.
+    CXArray& operator=(CXArray&& other) noexcept
+    {
+        CXArray taken(std::move(other));
+        Swap(taken);
+        return *this;
+    }
+    ~CXArray() override { Release(); }
+
+    int GetSize() const noexcept { return m_size; }
+    /// How many elements the array holds before it grows.
+    int GetCapacity() const noexcept { return m_capacity; }
+    bool IsEmpty() const noexcept { return m_size == 0; }
+    /// The first of GetSize() elements in a row; null when the capacity is 0.
+    TYPE* GetData() noexcept { return m_data; }
+    const TYPE* GetData() const noexcept { return m_data; }
+    /// In bytes.
+    static constexpr unsigned int GetSizeOfElement() noexcept { return sizeof(TYPE); }
+
+    TYPE& operator[](int index) { return m_data[Checked(index)]; }
+    const TYPE& operator[](int index) const { return m_data[Checked(index)]; }
+
+    TYPE* begin() noexcept { return m_data; }
+    TYPE* end() noexcept { return m_data + m_size; }
+    const TYPE* begin() const noexcept { return m_data; }
+    const TYPE* end() const noexcept { return m_data + m_size; }
+
+    /// New elements are zero. A size of 0 keeps the buffer, unless `growBy` is 0: then it is freed.
+    void SetSize(int newSize, int growBy = tev::kKeepGrowth)
+    {
+        Require(newSize >= 0);
+        m_growBy = tev::ChosenGrowth(m_growBy, growBy);
+        if (newSize > m_size)
+        {
+            const bool fresh = m_data == nullptr;
+            if (fresh)
+                AllocateFirst(tev::GrownCapacity(0, 0, m_growBy, newSize), Elements::kZeroIsValue);
+            else
+                Reserve(newSize);
+            if (!fresh || !Elements::kZeroIsValue)
+                Elements::MakeZero(m_data + m_size, newSize - m_size);
+            m_size = newSize;
+        }
+        else if (newSize == 0 && growBy == tev::kGrowAutomatically)
+            Release();
+        else
+            Truncate(newSize);
+    }
+    /// Removes every element and makes exactly that capacity, unless the array is empty and has it already.
+    void PreAllocate(int capacity, int growBy = tev::kKeepGrowth)
+    {
+        Require(capacity >= 0);
+        m_growBy = tev::ChosenGrowth(m_growBy, growBy);
+        if (capacity == m_capacity && m_size == 0)
+            return;
+        Release();
+        if (capacity != 0)
+            AllocateFirst(capacity, Elements::kZeroIsValue);
+    }
+    /// Gives back the memory behind the last element.
+    void FreeExtra()
+    {
+        if (m_size == 0)
+            Release();
+        else if (m_slots != m_size)
+            Reallocate(m_size);
+        m_capacity = m_size;
+    }
+    /// The growth setting stays.
+    void RemoveAll(bool keepMemory = false) noexcept
+    {
+        if (keepMemory)
+            Truncate(0);
+        else
+            Release();
+    }
+
+    /// Stores the value; an index behind the last element first makes the array so long.
+    void SetAtGrow(int index, ARG_TYPE value, int growBy = tev::kKeepGrowth)
+    {
+        Require(index >= 0);
+        if (index < m_size)
+            m_data[index] = value;
+        else
+            Append(index, value, growBy);
+    }
+    /// Returns the new element's index.
+    int Add(ARG_TYPE value, int growBy = tev::kKeepGrowth)
+    {
+        const int index = m_size;
+        if (index < m_capacity)
+        {
+            m_growBy = tev::ChosenGrowth(m_growBy, growBy);
+            ::new (static_cast<void*>(m_data + index)) TYPE(value);
+            m_size = index + 1;
+        }
+        else
+            Append(index, value, growBy);
+        return index;
+    }
+    /// Appends the elements of the other array, which may be this one. Returns the new size.
+    int AddArray(const CXArray& other)
+    {
+        const int count = other.m_size;
+        if (count != 0)
+        {
+            Reserve(Sum(m_size, count));
+            std::uninitialized_copy_n(other.m_data, count, m_data + m_size);
+            m_size += count;
+        }
+        return m_size;
+    }
+
+    /// Replaces the contents. A null pointer or a count of 0 also frees the buffer. The growth setting stays.
+    void Copy(const TYPE* values, unsigned int count)
+    {
+        if (values == nullptr || count == 0)
+            return Release();
+        Require(count <= unsigned(tev::kMostElements));
+        Assign(values, static_cast<int>(count));
+    }
+    void Copy(const CXArray* other)
+    {
+        if (other == nullptr)
+            Release();
+        else
+            Copy(*other);
+    }
+    /// Replaces the contents and takes over the plain-data flag. The growth setting stays.
+    void Copy(const CXArray& other)
+    {
+        m_plainData = other.m_plainData;
+        Assign(other.m_data, other.m_size);
+    }
+
+    /// Inserts `count` elements of that value. Behind the end, the elements in between are zero.
+    void InsertAt(int index, ARG_TYPE value, int count = 1)
+    {
+        Require(index >= 0 && count >= 1);
+        const int newSize = Sum(std::max<int>(index, m_size), count);
+        const TYPE copy(value);
+        Reserve(newSize);
+        if (index < m_size)
+            OpenGap(index, count, copy);
+        else
+            AppendBehind(index, count, [&](TYPE* at) { std::uninitialized_fill_n(at, count, copy); });
+    }
+    /// Removes a run of elements, which must lie in the array. The capacity stays.
+    void RemoveAt(int index, int count = 1)
+    {
+        Require(index >= 0 && count >= 0 && index <= m_size && count <= m_size - index);
+        if (count == 0)
+            return;
+        TYPE* first = m_data + index;
+        if (MovesAsBytes())
+        {
+            std::destroy_n(first, count);
+            Elements::MoveBytes(first, first + count, m_size - index - count);
+            m_size -= count;
+        }
+        else
+        {
+            std::move(first + count, end(), first);
+            Truncate(m_size - count);
+        }
+    }
+    /// Removes the elements that equal the value, or only the first one. True when there was one.
+    bool Remove(ARG_TYPE value, bool firstOnly = false)
+    {
+        TYPE* found = std::find(begin(), end(), value);
+        if (found == end())
+            return false;
+        if (firstOnly)
+            RemoveAt(static_cast<int>(found - m_data));
+        else
+        {
+            const TYPE copy(value);
+            Truncate(static_cast<int>(std::remove(found, end(), copy) - m_data));
+        }
+        return true;
+    }
+
+    /// Plain elements go as their bytes, others through their archive operators or, objects, their own Serialize. When
+    /// loading fails, the array holds some of the elements that could be read.
+    void Serialize(CXArchive& archive) override
+    {
+        if (archive.IsStoring())
+            Elements::Store(archive, m_data, m_size);
+        else
+            Load(archive);
+    }
+
+private:
+    static constexpr tev::ArrayBlockShape kShape = {sizeof(TYPE), alignof(TYPE)};
+
+    static void Require(bool holds)
+    {
+        if (!holds)
+            tev::ThrowInvalidArgument();
+    }
+    static int Sum(int a, int b)
+    {
+        Require(a <= tev::kMostElements - b);
+        return a + b;
+    }
+    int Checked(int index) const
+    {
+        Require(index >= 0 && index < m_size);
+        return index;
+    }
+    bool MovesAsBytes() const noexcept { return std::is_trivially_copyable_v<TYPE> || m_plainData; }
+
+    /// Makes the capacity reach a size.
+    void Reserve(int newSize)
+    {
+        if (newSize > m_capacity)
+            GrowTo(tev::GrownCapacity(m_size, m_capacity, m_growBy, newSize));
+    }
+    void GrowTo(int capacity)
+    {
+        if (m_data == nullptr)
+            return AllocateFirst(capacity, false);
+        if (capacity > m_slots)
+            Reallocate(tev::SlotsForGrowth(m_slots, capacity));
+        m_capacity = capacity;
+    }
+    void AllocateFirst(int capacity, bool zeroed)
+    {
+        m_data = static_cast<TYPE*>(tev::AllocateArrayBlock(capacity, kShape, zeroed));
+        m_slots = capacity;
+        m_capacity = capacity;
+    }
+    void Reallocate(int slots)
+    {
+        if (MovesAsBytes())
+            m_data = static_cast<TYPE*>(tev::ResizeArrayBlock(m_data, m_size, m_slots, slots, kShape));
+        else
+        {
+            CXArray fresh(m_plainData);
+            fresh.AllocateFirst(slots, false);
+            Elements::MoveInto(fresh.m_data, m_data, m_size);
+            std::swap(m_data, fresh.m_data);
+            fresh.m_slots = m_slots;
+            fresh.m_size = m_size;
+        }
+        m_slots = slots;
+    }
+    void Release() noexcept
+    {
+        Truncate(0);
+        tev::FreeArrayBlock(m_data, m_slots, kShape);
+        m_data = nullptr;
+        m_slots = 0;
+        m_capacity = 0;
+    }
+    void Truncate(int size) noexcept
+    {
+        std::destroy(m_data + size, m_data + m_size);
+        m_size = size;
+    }
+
+    /// At the end or behind it. The value may lie in the memory that is grown.
+    void Append(int index, ARG_TYPE value, int growBy)
+    {
+        const int newSize = Sum(index, 1);
+        const int growth = tev::ChosenGrowth(m_growBy, growBy);
+        TYPE copy(value);
+        m_growBy = growth;
+        Reserve(newSize);
+        AppendBehind(index, 1, [&](TYPE* at) { ::new (static_cast<void*>(at)) TYPE(std::move_if_noexcept(copy)); });
+    }
+
+    /// Makes the elements up to the index, then those that `make` makes there, or none.
+    template <class MAKE>
+    void AppendBehind(int index, int count, MAKE make)
+    {
+        const int before = m_size;
+        Elements::MakeZero(m_data + m_size, index - m_size);
+        m_size = index;
+        try
+        {
+            make(m_data + index);
+        }
+        catch (...)
+        {
+            Truncate(before);
+            throw;
+        }
+        m_size = index + count;
+    }
+
+    /// Fills the array with values that, where they lie in the array itself, are never more than it holds.
+    void Assign(const TYPE* values, int count)
+    {
+        if (count > m_capacity)
+        {
+            CXArray fresh(m_plainData);
+            fresh.m_growBy = m_growBy;
+            fresh.AllocateFirst(tev::GrownCapacity(m_size, m_capacity, m_growBy, count), false);
+            std::uninitialized_copy_n(values, count, fresh.m_data);
+            fresh.m_size = count;
+            return Swap(fresh);
+        }
+        const int common = std::min<int>(count, m_size);
+        if (values != m_data)
+            std::copy(values, values + common, m_data);
+        Truncate(common);
+        std::uninitialized_copy_n(values + common, count - common, m_data + common);
+        m_size = count;
+    }
+
+    /// Before an element, in memory that suffices.
+    void OpenGap(int index, int count, const TYPE& value)
+    {
+        TYPE* gap = m_data + index;
+        TYPE* last = end();
+        const int behind = m_size - index;
+        if (MovesAsBytes())
+        {
+            Elements::MoveBytes(gap + count, gap, behind);
+            Elements::FillGap(gap, count, value, behind);
+            m_size += count;
+        }
+        else if (behind > count)
+        {
+            std::uninitialized_move(last - count, last, last);
+            m_size += count;
+            std::move_backward(gap, last - count, last);
+            std::fill_n(gap, count, value);
+        }
+        else
+        {
+            std::uninitialized_fill_n(last, count - behind, value);
+            m_size += count - behind;
+            std::uninitialized_move(gap, last, gap + count);
+            m_size += behind;
+            std::fill(gap, last, value);
+        }
+    }
+
+    /// How many elements follow is what the archive says, so memory is taken in steps, as they are read.
+    void Load(CXArchive& archive)
+    {
+        if constexpr (Elements::kIsText)
+        {
+            CXTString<wchar_t> text;
+            tev::LoadWideUnits(archive, text);
+            Assign(text.GetConstBuffer(), tev::ArrayCount(text.GetLength64()));
+        }
+        else
+        {
+            const int count = tev::ArrayCount(archive.ReadCount());
+            int capacity = m_capacity;
+            if (count > capacity)
+                capacity = tev::GrownCapacity(m_size, m_capacity, m_growBy, count);
+            Truncate(0);
+            while (m_size < count)
+            {
+                const int step = std::min(count - m_size, Elements::ReadStep(m_size));
+                if (m_size + step > m_slots)
+                    Reallocate(m_size + step == count ? capacity : m_size + step);
+                m_capacity = std::max<int>(m_capacity, m_size + step);
+                Elements::Load(archive, m_data, m_size, step);
+            }
+            if (capacity > m_slots)
+                Reallocate(capacity);
+            m_capacity = capacity;
+        }
+    }
+
+    void Swap(CXArray& other) noexcept
+    {
+        std::swap(m_data, other.m_data);
+        std::swap(m_size, other.m_size);
+        std::swap(m_capacity, other.m_capacity);
+        std::swap(m_growBy, other.m_growBy);
+        std::swap(m_plainData, other.m_plainData);
+        std::swap(m_slots, other.m_slots);
+    }
+
+    TYPE* m_data = nullptr;
+    tev::ArrayInt m_size = 0;
+    tev::ArrayInt m_capacity = 0;
+    tev::ArrayInt m_growBy = tev::kGrowAutomatically;
+    bool m_plainData;
+    tev::ArrayInt m_slots = 0; ///< of the block; those beyond the capacity are there for growth
+};

@@ -1,0 +1,275 @@
+// The hooks: what each reports, and what becomes of the thread or the process afterwards.
+
+#include "crash/CCrashHandler.h"
+#include "crash/CrashFault.h"
+#include "crash/CrashRegistry.h"
+#include "objects/CXException.h"
+#include "platform/FatalSignals.h"
+#include "platform/ThreadLocks.h"
+#include "text/CXTString.h"
+#include "text/InvalidParameter.h"
+
+#include <atomic>
+#include <cstdlib>
+#include <exception>
+#include <new>
+
+namespace
+{
+namespace platform = tev::platform;
+using platform::FatalSignal;
+using platform::SignalEvent;
+using tev::CrashRegistry;
+using tev::CrashRegistryHold;
+
+// Hooks of single threads are the process's on this system: each thread says for itself whether it has them. They hold
+// for the handler that was there when they were set.
+std::atomic<unsigned> g_generation{0};
+thread_local unsigned t_hookedBy TEV_NEAR_THREAD_LOCAL = 0;
+
+/// What stood in the places of the hooks of threads, for threads without. Read by signal handlers.
+struct ForOtherThreads
+{
+    std::atomic<const platform::PreviousSignals*> floatingPoint{nullptr};
+    std::atomic<const platform::PreviousSignals*> illegalInstruction{nullptr};
+    std::atomic<const platform::PreviousSignals*> segmentViolation{nullptr};
+    std::atomic<void (*)()> terminate{nullptr};
+    std::atomic<void (*)()> unexpected{nullptr};
+};
+ForOtherThreads g_forOthers;
+
+bool HasThreadHooks() noexcept
+{
+    return t_hookedBy != 0 && t_hookedBy == g_generation.load() && tev::ExpectsCrashes();
+}
+
+struct SignalRow
+{
+    FatalSignal kind;
+    XCrashType type;
+    std::atomic<const platform::PreviousSignals*>* others; ///< null for a hook of the whole process
+};
+
+constexpr SignalRow kSignalRows[] = {
+    {FatalSignal::Abort, xCrashAbort, nullptr},
+    {FatalSignal::Interrupt, xCrashInterrupt, nullptr},
+    {FatalSignal::Terminate, xCrashTermination, nullptr},
+    {FatalSignal::FloatingPoint, xCrashFloatingPoint, &g_forOthers.floatingPoint},
+    {FatalSignal::IllegalInstruction, xCrashIllegalInstruction, &g_forOthers.illegalInstruction},
+    {FatalSignal::SegmentViolation, xCrashSegmentViolation, &g_forOthers.segmentViolation},
+};
+
+/// Runs as a signal handler.
+void OnSignal(const SignalEvent& event) noexcept
+{
+    if (!tev::ExpectsCrashes())
+        platform::EndBySignal(event.number);
+    XCrashType type = xCrashException;
+    for (const SignalRow& row : kSignalRows)
+    {
+        if (row.kind != event.kind)
+            continue;
+        if (row.others == nullptr || HasThreadHooks())
+            type = row.type;
+        else if (const platform::PreviousSignals* const previous = row.others->load())
+        {
+            if (platform::CallPrevious(*previous, event))
+                return;
+        }
+    }
+    tev::ReportAndEnd(type, &event);
+}
+
+[[noreturn]] void OnTerminate()
+{
+    if (HasThreadHooks())
+        tev::ReportAndEnd(xCrashTerminate, nullptr);
+    if (const auto previous = g_forOthers.terminate.load())
+        previous();
+    std::abort();
+}
+
+[[noreturn]] void OnUnexpected()
+{
+    if (HasThreadHooks())
+        tev::ReportAndEnd(xCrashUnexpected, nullptr);
+    if (const auto previous = g_forOthers.unexpected.load())
+        previous();
+    std::terminate();
+}
+
+/// Of hooks after which the thread goes on.
+void Report(_CR_EXCEPTION_INFO& info)
+{
+    if (tev::ReportInProgress::OnThisThread())
+        return;
+    const CrashRegistryHold hold;
+    if (CCrashHandler* const handler = CrashRegistry::Get().Find())
+        handler->ExceptionOccurs(&info, 0);
+}
+
+void OnPureCall()
+{
+    _CR_EXCEPTION_INFO info;
+    info.exctype = xCrashPureCall;
+    Report(info);
+    CXMemoryException::Throw();
+}
+
+void OnNoMemory()
+{
+    // The report and the exception take memory themselves.
+    thread_local bool isHandling = false;
+    if (isHandling || tev::ReportInProgress::OnThisThread())
+        throw std::bad_alloc();
+    struct Handling
+    {
+        Handling() { isHandling = true; }
+        ~Handling() { isHandling = false; }
+    } const handling;
+    _CR_EXCEPTION_INFO info;
+    info.exctype = xCrashNoMemory;
+    Report(info);
+    CXMemoryException::Throw();
+}
+
+void OnInvalidParameter(const char* function, int error)
+{
+    if (tev::ReportInProgress::OnThisThread())
+        return;
+    const CXTString<wchar_t> name(function);
+    CXTString<wchar_t> expression;
+    expression.Format(L"errno %d", error);
+    _CR_EXCEPTION_INFO info;
+    info.exctype = xCrashInvalidParameter;
+    info.expression = expression;
+    info.function = name;
+    Report(info);
+    CXInvalidArgException::Throw();
+}
+} // namespace
+
+int CCrashHandler::SetProcessCPPExceptionHandlers()
+{
+    const CrashRegistryHold hold;
+    if (m_hasProcessHooks)
+        return 0;
+    m_hasProcessHooks = true;
+    if (++g_generation == 0)
+        ++g_generation;
+    m_previousFilter = platform::HookSignals(FatalSignal::Other, OnSignal);
+    m_previousPureCall = platform::SetPureCallHook(OnPureCall);
+    m_previousNew = std::set_new_handler(OnNoMemory);
+    m_previousInvalidParameter = XSetInvalidParameterHandler(OnInvalidParameter);
+    m_previousAbort = platform::HookSignals(FatalSignal::Abort, OnSignal);
+    m_previousInterrupt = platform::HookSignals(FatalSignal::Interrupt, OnSignal);
+    m_previousTermination = platform::HookSignals(FatalSignal::Terminate, OnSignal);
+    // On threads without hooks of their own these three are unhandled exceptions of the system.
+    m_previousFloatingPoint = platform::HookSignals(FatalSignal::FloatingPoint, OnSignal);
+    m_previousIllegalInstruction = platform::HookSignals(FatalSignal::IllegalInstruction, OnSignal);
+    m_previousSegmentViolation = platform::HookSignals(FatalSignal::SegmentViolation, OnSignal);
+    g_forOthers.floatingPoint.store(m_previousFloatingPoint.get());
+    g_forOthers.illegalInstruction.store(m_previousIllegalInstruction.get());
+    g_forOthers.segmentViolation.store(m_previousSegmentViolation.get());
+    return 1;
+}
+
+int CCrashHandler::UnSetProcessCPPExceptionHandlers()
+{
+    const CrashRegistryHold hold;
+    if (!m_hasProcessHooks)
+        return 0;
+    m_hasProcessHooks = false;
+    if (m_hookedThreads != 0)
+    {
+        m_hookedThreads = 1;
+        t_hookedBy = g_generation.load();
+        UnSetThreadCPPExceptionHandlers();
+    }
+    ++g_generation;
+    for (const SignalSlot* slot :
+         {&m_previousFilter, &m_previousAbort, &m_previousInterrupt, &m_previousTermination, &m_previousFloatingPoint,
+          &m_previousIllegalInstruction, &m_previousSegmentViolation})
+        platform::UnhookSignals(*slot);
+    for (auto* previous : {&g_forOthers.floatingPoint, &g_forOthers.illegalInstruction, &g_forOthers.segmentViolation})
+        previous->store(nullptr);
+    platform::SetPureCallHook(m_previousPureCall);
+    if (std::get_new_handler() == OnNoMemory)
+        std::set_new_handler(m_previousNew);
+    const XInvalidParameterHandler standing = XSetInvalidParameterHandler(m_previousInvalidParameter);
+    if (standing != OnInvalidParameter)
+        XSetInvalidParameterHandler(standing);
+    InitPrevCPPExceptionHandlerPointers();
+    return 1;
+}
+
+int CCrashHandler::SetThreadCPPExceptionHandlers()
+{
+    const CrashRegistryHold hold;
+    if (!m_hasProcessHooks || t_hookedBy == g_generation.load())
+        return 0;
+    platform::TakeAlternateStack();
+    t_hookedBy = g_generation.load();
+    if (m_hookedThreads++ == 0)
+    {
+        m_previousTerminate = std::set_terminate(OnTerminate);
+        m_previousUnexpected = platform::SetUnexpectedHook(OnUnexpected);
+        // A process that is a copy of one with hooks finds its own there.
+        g_forOthers.terminate.store(m_previousTerminate == OnTerminate ? nullptr : m_previousTerminate);
+        g_forOthers.unexpected.store(m_previousUnexpected == OnUnexpected ? nullptr : m_previousUnexpected);
+    }
+    return 1;
+}
+
+int CCrashHandler::UnSetThreadCPPExceptionHandlers()
+{
+    const CrashRegistryHold hold;
+    if (!m_hasProcessHooks || t_hookedBy != g_generation.load())
+        return 0;
+    t_hookedBy = 0;
+    platform::GiveAlternateStackBack();
+    if (--m_hookedThreads == 0)
+    {
+        if (std::get_terminate() == OnTerminate)
+            std::set_terminate(m_previousTerminate);
+        const RunTimeHook standing = platform::SetUnexpectedHook(m_previousUnexpected);
+        if (standing != OnUnexpected)
+            platform::SetUnexpectedHook(standing);
+        m_previousTerminate = nullptr;
+        m_previousUnexpected = nullptr;
+    }
+    return 1;
+}
+
+void CCrashHandler::InitPrevCPPExceptionHandlerPointers()
+{
+    m_previousPureCall = nullptr;
+    m_previousNew = nullptr;
+    m_previousInvalidParameter = nullptr;
+    for (SignalSlot* slot : {&m_previousFilter, &m_previousAbort, &m_previousInterrupt, &m_previousTermination,
+                             &m_previousFloatingPoint, &m_previousIllegalInstruction, &m_previousSegmentViolation})
+        slot->reset();
+    m_previousTerminate = nullptr;
+    m_previousUnexpected = nullptr;
+}
+
+void CCrashHandler::TakeOver(CCrashHandler& earlier)
+{
+    m_previousFilter = earlier.m_previousFilter;
+    m_previousPureCall = earlier.m_previousPureCall;
+    m_previousNew = earlier.m_previousNew;
+    m_previousInvalidParameter = earlier.m_previousInvalidParameter;
+    m_previousAbort = earlier.m_previousAbort;
+    m_previousInterrupt = earlier.m_previousInterrupt;
+    m_previousTermination = earlier.m_previousTermination;
+    m_previousTerminate = earlier.m_previousTerminate;
+    m_previousUnexpected = earlier.m_previousUnexpected;
+    m_previousFloatingPoint = earlier.m_previousFloatingPoint;
+    m_previousIllegalInstruction = earlier.m_previousIllegalInstruction;
+    m_previousSegmentViolation = earlier.m_previousSegmentViolation;
+    m_hookedThreads = earlier.m_hookedThreads;
+    m_hasProcessHooks = true;
+    earlier.m_hasProcessHooks = false;
+    earlier.m_hookedThreads = 0;
+    earlier.InitPrevCPPExceptionHandlerPointers();
+}

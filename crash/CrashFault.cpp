@@ -1,0 +1,252 @@
+#include "crash/CrashFault.h"
+
+#include "objects/ThreadException.h"
+#include "platform/AddressWait.h"
+#include "platform/CrashDumps.h"
+#include "platform/ThreadLocks.h"
+#include "platform/Threads.h"
+#include "services/OpenLog.h"
+
+#include <atomic>
+#include <chrono>
+#include <csetjmp>
+
+namespace
+{
+using Clock = std::chrono::steady_clock;
+using tev::platform::SignalEvent;
+
+// From the fault on. What is left behind the first is for the helper.
+constexpr auto kReporterDeadline = std::chrono::milliseconds(7000);
+constexpr auto kDeadline = std::chrono::milliseconds(10000);
+
+enum Stage : std::uint32_t
+{
+    kWaiting,
+    kReporting,
+    kAsking, ///< a person
+    kDone,
+    kFailed,
+    kStopped ///< the thread is to end
+};
+
+std::atomic<std::uint32_t> g_stage{kWaiting};
+std::atomic<unsigned> g_processId{0};
+std::atomic<bool> g_withDump{true};
+std::atomic<const void*> g_crashed{nullptr}; ///< the mark of the thread that crashed first
+std::atomic<const void*> g_reporterMark{nullptr};
+std::atomic<tev::CrashReporter> g_reporter{nullptr};
+tev::platform::StartedThread* g_thread = nullptr;
+unsigned g_threadProcess = 0; ///< a forked process has none
+
+/// What the crashed thread tells the waiting one. Not on its stack, where the dump would show them in the place of its own.
+_CR_EXCEPTION_INFO g_info;
+_EXCEPTION_POINTERS g_pointers;
+int g_signal = 0; ///< by which the process ends; 0 for exit code 1
+
+/// Where the waiting thread goes on when the program's callback crashes on it.
+std::jmp_buf g_withoutCallback;
+std::atomic<bool> g_isCallbackRunning{false};
+std::atomic<bool> g_isCallbackBroken{false};
+
+thread_local char t_mark TEV_NEAR_THREAD_LOCAL = 0;
+
+Stage LetReport() noexcept
+{
+    try
+    {
+        return g_reporter.load()(g_info) ? kDone : kFailed;
+    }
+    catch (...)
+    {
+        return kFailed;
+    }
+}
+
+// Nothing with a destructor may stand in this function: a callback that crashes comes back to it from anywhere.
+unsigned WaitForCrash(void*) noexcept
+{
+    tev::platform::BecomeCrashReporter();
+    g_reporterMark.store(tev::ThreadMark());
+    while (g_stage.load() == kWaiting)
+        tev::platform::WaitWhile(g_stage, kWaiting);
+    if (g_stage.load() != kReporting)
+        return 0;
+    if (setjmp(g_withoutCallback) != 0)
+        g_isCallbackBroken.store(true);
+    g_stage.store(LetReport());
+    tev::platform::WakeAll(g_stage);
+    return 0;
+}
+
+[[noreturn]] void EndProcess() noexcept
+{
+    if (g_signal != 0)
+        tev::platform::EndBySignal(g_signal);
+    tev::platform::EndAtOnce(1);
+}
+
+[[noreturn]] void StandStill() noexcept
+{
+    static const std::atomic<std::uint32_t> never{0};
+    for (;;)
+        tev::platform::WaitWhile(never, 0);
+}
+
+/// Nobody but the first crashed thread goes on.
+void PassGate() noexcept
+{
+    const void* const self = tev::ThreadMark();
+    const void* first = nullptr;
+    if (g_crashed.compare_exchange_strong(first, self))
+        return;
+    if (first == self)
+        EndProcess(); // it fails with what it does here
+    if (tev::IsReporter())
+    {
+        if (g_isCallbackRunning.exchange(false))
+            std::longjmp(g_withoutCallback, 1);
+        g_stage.store(kFailed);
+        tev::platform::WakeAll(g_stage);
+    }
+    StandStill();
+}
+
+bool LetReporterWork(Clock::time_point end) noexcept
+{
+    if (g_thread == nullptr || g_threadProcess != tev::platform::ProcessId() || tev::IsReporter())
+        return false;
+    g_stage.store(kReporting);
+    tev::platform::WakeAll(g_stage);
+    for (;;)
+    {
+        const std::uint32_t stage = g_stage.load();
+        if (stage == kDone || stage == kFailed)
+            return stage == kDone;
+        const Clock::duration left = end - Clock::now();
+        if (stage == kAsking)
+            tev::platform::WaitWhile(g_stage, stage);
+        else if (left <= Clock::duration::zero())
+            return false;
+        else
+            tev::platform::WaitWhile(g_stage, stage, left);
+    }
+}
+
+unsigned MillisecondsUntil(Clock::time_point end) noexcept
+{
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now()).count();
+    return left > 0 ? static_cast<unsigned>(left) : 0;
+}
+} // namespace
+
+namespace tev
+{
+void StartReporter(CrashReporter reporter) noexcept
+{
+    g_reporter.store(reporter);
+    if (g_thread != nullptr && g_threadProcess == platform::ProcessId())
+        return;
+    g_stage.store(kWaiting);
+    g_thread = platform::StartThread({WaitForCrash, [](void*) noexcept {}}, nullptr, 0);
+    g_threadProcess = platform::ProcessId();
+    if (g_thread != nullptr)
+        platform::ResumeThread(g_thread);
+}
+
+void StopReporter() noexcept
+{
+    if (g_thread == nullptr || IsCrashing())
+        return;
+    if (g_threadProcess == platform::ProcessId())
+    {
+        constexpr unsigned kLongMs = 10000;
+        g_stage.store(kStopped);
+        platform::WakeAll(g_stage);
+        platform::WaitForThread(g_thread, kLongMs);
+        platform::ReleaseThread(g_thread);
+    }
+    g_reporterMark.store(nullptr);
+    g_thread = nullptr;
+}
+
+void ExpectCrashes(unsigned processId, bool withDump) noexcept
+{
+    g_withDump.store(withDump);
+    g_processId.store(processId);
+}
+
+bool ExpectsCrashes() noexcept
+{
+    return g_processId.load() == platform::ProcessId();
+}
+
+void ReportAndEnd(unsigned type, const platform::SignalEvent* event) noexcept
+{
+    PassGate();
+    const Clock::time_point start = Clock::now();
+    g_signal = type == xCrashException && event != nullptr ? event->number : 0;
+    g_info.exctype = type;
+    platform::Fault fault;
+    if (event != nullptr)
+    {
+        g_info.code = static_cast<unsigned>(type == xCrashFloatingPoint ? event->code : event->number);
+        g_pointers = {event->info, event->context};
+        g_info.pexcptrs = &g_pointers;
+        fault = {event->context, event->info};
+    }
+    const bool isTraced = platform::WriteCrashTraces(fault, g_withDump.load(), OpenLogPath());
+    if (!LetReporterWork(start + kReporterDeadline) && isTraced)
+        static_cast<void>(platform::LetHelperFinish(MillisecondsUntil(start + kDeadline)));
+    EndProcess();
+}
+
+bool IsCrashing() noexcept
+{
+    return g_crashed.load() != nullptr;
+}
+
+bool IsCrashedThread(const void* threadMark) noexcept
+{
+    return threadMark != nullptr && threadMark == g_crashed.load();
+}
+
+bool IsReporter() noexcept
+{
+    return g_reporterMark.load() == ThreadMark();
+}
+
+const void* ThreadMark() noexcept
+{
+    return &t_mark;
+}
+
+bool IsCallbackBroken() noexcept
+{
+    return g_isCallbackBroken.load();
+}
+
+CallbackRuns::CallbackRuns() noexcept
+{
+    g_isCallbackRunning.store(IsReporter() && IsCrashing());
+}
+
+CallbackRuns::~CallbackRuns()
+{
+    g_isCallbackRunning.store(false);
+}
+
+WithoutDeadline::WithoutDeadline() noexcept
+{
+    std::uint32_t reporting = kReporting;
+    if (g_stage.compare_exchange_strong(reporting, kAsking))
+        platform::WakeAll(g_stage);
+}
+
+WithoutDeadline::~WithoutDeadline()
+{
+    std::uint32_t asking = kAsking;
+    if (g_stage.compare_exchange_strong(asking, kReporting))
+        platform::WakeAll(g_stage);
+}
+} // namespace tev

@@ -1,0 +1,148 @@
+// What a crash handler shows and asks: the part of CCrashHandler that a person sees.
+
+#include "crash/CCrashHandler.h"
+#include "crash/CrashFault.h"
+#include "crash/CrashPackage.h"
+#include "files/CXFile.h"
+#include "files/FileReplacement.h"
+#include "objects/CXException.h"
+#include "platform/MailProgram.h"
+#include "platform/PathNames.h"
+#include "services/ApplicationName.h"
+#include "services/Paths.h"
+#include "text/TextEncoding.h"
+#include "ui/CUserInterface.h"
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <typeinfo>
+#include <vector>
+
+namespace
+{
+using Text = CXTString<wchar_t>;
+
+constexpr const wchar_t* kPrefaceWithoutPointers =
+    L"No exceptions pointers. Report might be generated at startup.\r\n\r\n";
+constexpr unsigned kReadAnyone = CXFile::modeRead | CXFile::shareDenyNone | CXFile::modeNoInherit;
+
+bool HasHost(CUserInterface& userInterface)
+{
+    return typeid(userInterface) != typeid(CUserInterface);
+}
+
+std::string Utf8(const Text& text)
+{
+    CXTString<char> result;
+    if (!XEncodeText(text.GetConstBuffer(), text.GetLength64(), xEncodingUtf8, result))
+        return {};
+    return {result.GetConstBuffer(), result.GetLength64()};
+}
+
+void CopyFile(const Text& from, const Text& to)
+{
+    constexpr unsigned kBlockSize = 1u << 16;
+    CXFile source(from, kReadAnyone);
+    tev::FileReplacement replacement(to);
+    CXFile& target = replacement.Begin();
+    std::vector<char> block(kBlockSize);
+    while (const unsigned count = source.Read(block.data(), kBlockSize))
+        target.Write(block.data(), count);
+    replacement.Commit();
+}
+
+void Remove(const Text& path)
+{
+    std::error_code failure; // then it stays
+    std::filesystem::remove(tev::platform::SystemPathOf(path), failure);
+}
+} // namespace
+
+bool CCrashHandler::GenerateErrorReport(const wchar_t* archivePath, const std::vector<XReportFile>& files)
+{
+    Text introduction;
+    introduction.Format(tev::kTextCrash, ApplicationText().GetConstBuffer(), m_text2.GetConstBuffer());
+    return Offer(archivePath, introduction, files);
+}
+
+bool CCrashHandler::GenerateFilesErrorReport(const wchar_t* archivePath, const std::vector<XReportFile>* files)
+{
+    if (files == nullptr)
+        CXInvalidArgException::Throw();
+    Text introduction;
+    introduction.Format(tev::kTextFiles, ApplicationText().GetConstBuffer(), m_text2.GetConstBuffer());
+    introduction += L"\r\n\r\nFile(s):";
+    for (const XReportFile& file : m_files)
+        introduction.AppendFormat(L"\r\n%s", file.m_path.GetConstBuffer());
+    return Offer(archivePath, introduction, *files);
+}
+
+bool CCrashHandler::Offer(const wchar_t* archivePath, const Text& introduction, const std::vector<XReportFile>& files)
+{
+    CUserInterface& userInterface = XGetUserInterface();
+    const bool hasHost = HasHost(userInterface);
+    // What stands in for a host writes to the log, which the crashed thread may have locked.
+    if (!hasHost && tev::IsCrashing())
+        return false;
+    std::optional<tev::WithoutDeadline> withoutDeadline;
+    if (hasHost)
+        withoutDeadline.emplace();
+    const XReportAnswer answer = userInterface.AskAboutReport(introduction, files);
+    if (answer.m_send)
+    {
+        Text description = answer.m_description;
+        if ((m_flags & xCrashWithoutPointers) != 0)
+            description = kPrefaceWithoutPointers + description;
+        if (MailReport(archivePath, answer.m_mailAddress, description))
+            return true;
+        TellToMailByHand(archivePath);
+    }
+    else if (answer.m_save)
+        SaveReport(archivePath);
+    return false;
+}
+
+void CCrashHandler::TellToMailByHand(const wchar_t* archivePath) const
+{
+    Text title;
+    title.LoadString(tev::kTextByHandTitle);
+    Text text;
+    text.Format(tev::kTextByHand, archivePath, XGetSupportAddress().GetConstBuffer());
+    XGetUserInterface().Notify(title, text, Text(L"explore:") + archivePath);
+}
+
+bool CCrashHandler::SaveReport(const wchar_t* archivePath)
+{
+    Text filter;
+    filter.LoadString(tev::kTextZipFilter);
+    Text name;
+    name.Format(tev::kTextSaveName, XGetApplicationName().GetConstBuffer(), XGetSupportAddress().GetConstBuffer());
+    CPathString target(name);
+    if (!XGetUserInterface().AskForSavePath(filter, target) || target.IsEmpty() || fileIsSameFile(archivePath, target))
+        return false;
+    CopyFile(archivePath, target);
+    Remove(archivePath);
+    return true;
+}
+
+bool CCrashHandler::MailReport(const wchar_t* archivePath, const wchar_t* userAddress, const wchar_t* description)
+{
+    if (!fileIsFile(archivePath))
+        return false;
+    Text subject;
+    subject.Format(tev::kTextSubject, ApplicationText().GetConstBuffer(), m_text2.GetConstBuffer());
+    // The mail program reads the attachment when it likes, and the archive goes when the mail was handed over.
+    const CPathString folder = fileCreateTemporaryFolder(L"Report");
+    const CPathString copy = folder / CPathString(archivePath).GetFileName();
+    CopyFile(archivePath, copy);
+    const bool isHandedOver =
+        tev::platform::HandToMailProgram({Utf8(XGetSupportAddress()), Utf8(userAddress), Utf8(subject),
+                                          Utf8(description), tev::platform::SystemPathOf(copy)});
+    if (!isHandedOver)
+    {
+        Remove(copy);
+        Remove(folder);
+    }
+    return isHandedOver;
+}

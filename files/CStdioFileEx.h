@@ -1,0 +1,100 @@
+#pragma once
+
+#include "files/CXStdioFile.h"
+
+/// A text file that finds out its encoding. Opened for reading text, it recognises the byte-order marks of UTF-8 and of
+/// little-endian UTF-16 and files whose lines end with CR alone; lines come as wide text without their ends. Written,
+/// it makes UTF-16 with a mark, or 8-bit text in a chosen encoding. Take CXStdioFile where bytes are to stay as they are.
+/// A big-endian mark is not recognised: such text is read after SetCodePage(xEncodingUtf16BE), the mark as U+FEFF.
+/// One thread at a time.
+class TEVTOOLS_API CStdioFileEx : public CXStdioFile
+{
+public:
+    X_DECLARE_CLASS(CStdioFileEx)
+
+    // Bits of the open mode, beside those of CXFile::OpenFlags.
+    static constexpr unsigned int kWriteUtf16 =
+        0x400; ///< write text as UTF-16 (with modeCreate, modeWrite or modeReadWrite)
+    static constexpr unsigned int kReadUtf8 = 0x800;          ///< with typeText: text without a mark is UTF-8, not ANSI
+    static constexpr unsigned int kUtf16Written = 0x10000000; ///< set in GetOpenMode by kWriteUtf16
+
+    explicit CStdioFileEx(bool throwOnError = true);
+    /// Opens a file and throws on errors, also when it cannot be opened.
+    CStdioFileEx(const wchar_t* path, unsigned int mode);
+    ~CStdioFileEx() override;
+
+    /// Looks at the first bytes of a file: xEncodingUtf16 or xEncodingUtf8 where it starts with their mark, else
+    /// xEncodingUnknown. Throws CXFileException when the file cannot be opened or read.
+    static xStringEncoding GetFileEncoding(const CXTString<wchar_t>& path, bool& hasBom);
+
+    /// Opens a file. With typeText and neither modeCreate nor modeWrite its encoding and line ends are looked at first.
+    /// False, with the cause and the path in `error` when it is given, also when that look fails.
+    bool Open(const wchar_t* path, unsigned int mode, CXFileException* error = nullptr) override;
+
+    /// Reads a line and takes its end away; the line is cut at its first NUL. Text of an unknown code page reads as empty.
+    /// False, with the line empty, at the end of the file. A failure throws, with the line empty.
+    ///
+    /// A line ends with LF or CR LF. In a file whose first line holds a CR before its end, CR alone ends a line too.
+    bool ReadString(CXTString<wchar_t>& line) override;
+    /// Reads as CXStdioFile does, the bytes as they are, after the mark.
+    bool ReadString(CXTString<char>& line) override;
+    /// Writes text in the file's encoding; line ends stay as they are. In a file opened with kWriteUtf16 what is written at
+    /// position 0 is preceded by the mark. Null, and text that the encoding cannot express at all, writes nothing.
+    void WriteString(const wchar_t* text) override;
+    using CXStdioFile::WriteString;
+
+    /// Sets the encoding of an 8-bit text, or that a text without a mark is UTF-16; holds for what is read or written from
+    /// now on. Ignored when the encoding is UTF-16. The code-page number 65001 means xEncodingUtf8.
+    void SetCodePage(xStringEncoding encoding);
+    xStringEncoding GetEncoding() const noexcept { return m_encoding; }
+    /// Whether the file was found to start with a mark, or a mark was written.
+    bool HasBom() const noexcept { return m_hasBom; }
+    bool IsFileUnicodeText() const noexcept { return m_encoding == xEncodingUtf16 || m_encoding == xEncodingUtf16BE; }
+    bool IsFileUTF8() const noexcept { return m_encoding == xEncodingUtf8; }
+    /// The mode given to Open, with kUtf16Written added where it applies.
+    unsigned int GetOpenMode() const noexcept { return m_openMode; }
+
+    /// Goes past `count` lines, from the start of the file (CXFile::begin) or from the current line (any other origin).
+    /// Returns how many there were.
+    unsigned int SkipLines(unsigned int count, unsigned int origin);
+    /// Length of the text without its mark: in 16-bit units for UTF-16, else in bytes.
+    unsigned __int64 GetCharCount() const;
+    /// Reads a line and scans it as CXTString::ScanS does. Returns the number of targets filled; -1 at the end of the file
+    /// and when the line ends before the first conversion.
+    int FScanfS(const wchar_t* format, ...);
+
+    /// At position 0 of a file with a mark, ReadString passes over the mark again.
+    unsigned __int64 Seek(__int64 offset, SeekPosition origin) override;
+    bool SetLength(unsigned __int64 length) override;
+    unsigned int Read(void* buffer, unsigned int count) override;
+    void Write(const void* buffer, unsigned int count) override;
+    void Close() override;
+    void Abort() override;
+    /// The position after the line that was read last.
+    unsigned __int64 GetPosition() const override;
+
+private:
+    bool IsTextRead() const noexcept;
+    bool WritesUtf16() const noexcept { return (m_openMode & kUtf16Written) != 0; }
+    /// The encoding that lines are read and written with.
+    xStringEncoding TextEncoding() const noexcept { return WritesUtf16() ? xEncodingUtf16 : m_encoding; }
+    unsigned int MarkSize() const noexcept;
+    void CheckCarriageReturns();
+    void SkipMark();
+    bool ReadCachedLine(CXTString<wchar_t>& line);
+    void SkipRawLine(xStringEncoding encoding);
+    std::size_t CachedBytes() const noexcept;
+    void EmptyCache();
+    void LeaveCache();
+
+    bool m_bomPending = true;
+    bool m_hasBom = false;
+    xStringEncoding m_encoding = xEncodingUnknown;
+    unsigned int m_openMode = 0;
+    bool m_carriageReturnMode = false;
+    int m_crCursor = -1;
+    CXTString<char> m_lineBuffer; // in carriage-return mode the bytes of the CR cache
+    CXTString<wchar_t> m_crCache;
+    std::size_t m_rawCursor = 0; // where the CR cursor stands in the line buffer
+    bool m_mayBeAtStart = true;  // else the system need not be asked whether a mark is due
+};

@@ -1,0 +1,342 @@
+#include "files/CXArchive.h"
+
+#include "files/CXFile.h"
+#include "objects/CXException.h"
+
+#include <algorithm>
+#include <cstring>
+#include <limits>
+#include <type_traits>
+
+X_IMPLEMENT_ABSTRACT_CLASS(CXArchive, CXObject, xSchemaNotSerializable)
+
+namespace
+{
+constexpr unsigned kSmallestBuffer = 128;
+constexpr unsigned kDefaultNestingLimit = 10000;
+constexpr unsigned __int64 kUnlimited = std::numeric_limits<unsigned __int64>::max();
+// The most that one call of the file is asked to move; its counts have 32 bits.
+constexpr unsigned __int64 kLargestTransfer = 0x40000000;
+constexpr unsigned kLendsMemory = 1;
+} // namespace
+
+CXArchive::CXArchive(CXFile* file, unsigned int mode, unsigned int bufferSize, void* buffer)
+    : m_file(file),
+      m_mode(mode),
+      m_userBuffer(buffer != nullptr && bufferSize >= kSmallestBuffer),
+      m_directBuffer(false),
+      m_bufferSize(std::max(bufferSize, kSmallestBuffer)),
+      m_start(nullptr),
+      m_objectSchema(tev::kNoSchema),
+      m_mapCount(1),
+      m_data(nullptr),
+      m_nestingLimit(kDefaultNestingLimit),
+      m_nesting(0),
+      m_bytesLeft(kUnlimited),
+      m_objectsLeft(kUnlimited)
+{
+    if (file == nullptr)
+        CXInvalidArgException::Throw();
+    m_fileName = file->GetFilePath();
+    if (m_userBuffer)
+        m_start = static_cast<unsigned char*>(buffer);
+    else if ((file->BufferCommand(CXFile::bufferCheck, 0, nullptr, nullptr) & kLendsMemory) != 0)
+        m_userBuffer = m_directBuffer = true;
+    else
+        m_start = new unsigned char[m_bufferSize];
+    unsigned char* end = m_directBuffer ? nullptr : m_start + m_bufferSize;
+    SetBuffer(m_start, IsLoading() ? end : m_start, end);
+}
+
+CXArchive::~CXArchive()
+{
+    try
+    {
+        if (m_file != nullptr && (m_mode & xArchiveNoFlushOnDelete) == 0)
+            Flush(true);
+    }
+    catch (CXException* exception)
+    {
+        exception->Delete();
+    }
+    catch (...)
+    {
+        // A file of the user's own may throw anything; a destructor has nobody to tell.
+    }
+    Detach();
+}
+
+void CXArchive::SetBudget(unsigned __int64 bytes, unsigned __int64 objects, unsigned int depth) noexcept
+{
+    if ((m_mode & xArchiveStrict) == 0)
+        return;
+    // What is buffered was taken from the file, and a flush may give it back.
+    m_bytesLeft = bytes - std::min(bytes, static_cast<unsigned __int64>(m_end - m_current));
+    m_objectsLeft = objects;
+    m_nestingLimit = depth;
+}
+
+unsigned __int64 CXArchive::Read(void* target, unsigned __int64 count)
+{
+    RequireLoading();
+    if (target == nullptr || count == 0)
+        return 0;
+    auto* bytes = static_cast<unsigned char*>(target);
+    const auto buffered = std::min(count, static_cast<unsigned __int64>(m_end - m_current));
+    if (buffered != 0)
+        std::memcpy(bytes, m_current, buffered);
+    m_current += buffered;
+    return buffered == count ? count : buffered + ReadPast(bytes + buffered, count - buffered);
+}
+
+// Reads what the empty buffer cannot give: whole multiples of its size go straight into the target.
+unsigned __int64 CXArchive::ReadPast(unsigned char* target, unsigned __int64 count)
+{
+    if (count > m_bytesLeft)
+        Fail(archiveGeneric);
+    unsigned __int64 delivered = 0;
+    for (const unsigned __int64 whole = count - count % m_bufferSize; delivered < whole;)
+    {
+        const auto step = static_cast<unsigned>(std::min(whole - delivered, kLargestTransfer));
+        const unsigned got = m_file->Read(target + delivered, step);
+        m_bytesLeft -= got;
+        delivered += got;
+        if (got == 0)
+            return delivered;
+    }
+    const auto rest = static_cast<std::size_t>(count - delivered);
+    if (rest == 0)
+        return delivered;
+    if (m_directBuffer)
+        RequestBlock();
+    else
+    {
+        SetBuffer(m_start, m_start, m_start);
+        Fetch(rest);
+    }
+    const std::size_t tail = std::min(rest, static_cast<std::size_t>(m_end - m_current));
+    if (tail != 0)
+        std::memcpy(target + delivered, m_current, tail);
+    m_current += tail;
+    return delivered + tail;
+}
+
+void CXArchive::EnsureRead(void* target, unsigned __int64 count)
+{
+    if (Read(target, count) != count)
+        CXArchiveException::Throw(archiveEndOfFile);
+}
+
+void CXArchive::Write(const void* source, unsigned __int64 count)
+{
+    CXFile& file = RequireStoring();
+    if (source == nullptr || count == 0)
+        return;
+    const auto* bytes = static_cast<const unsigned char*>(source);
+    const auto fitting = std::min(count, static_cast<unsigned __int64>(m_end - m_current));
+    if (fitting != 0)
+        std::memcpy(m_current, bytes, fitting);
+    m_current += fitting;
+    bytes += fitting;
+    count -= fitting;
+    if (count == 0)
+        return;
+
+    const unsigned __int64 tail = count % m_bufferSize;
+    // What a file lends is void once the file itself writes, so a new block is only asked for behind that.
+    Flush(count != tail);
+    if (count != tail)
+    {
+        for (unsigned __int64 whole = count - tail; whole != 0;)
+        {
+            const auto step = static_cast<unsigned>(std::min(whole, kLargestTransfer));
+            file.Write(bytes, step);
+            bytes += step;
+            whole -= step;
+        }
+        if (m_directBuffer)
+            RequestBlock();
+    }
+    if (m_current != m_start || tail > static_cast<unsigned __int64>(m_end - m_start))
+        CXInvalidArgException::Throw();
+    if (tail != 0)
+        std::memcpy(m_current, bytes, tail);
+    m_current += tail;
+}
+
+void CXArchive::Flush(bool final)
+{
+    if (m_file == nullptr)
+        Fail(archiveGeneric);
+    if (IsLoading())
+    {
+        const __int64 unread = m_end - m_current;
+        if (unread != 0)
+            m_file->Seek(-unread, CXFile::current);
+        m_bytesLeft += static_cast<unsigned __int64>(unread);
+        m_current = m_end;
+        return;
+    }
+    const auto pending = static_cast<unsigned>(m_current - m_start);
+    if (!m_directBuffer)
+    {
+        if (pending != 0)
+            m_file->Write(m_start, pending);
+        m_current = m_start;
+        return;
+    }
+    if (pending != 0)
+        m_file->BufferCommand(CXFile::bufferCommit, pending, nullptr, nullptr);
+    // The block has become contents: whatever fails from here on, nothing may be written over it.
+    SetBuffer(nullptr, nullptr, nullptr);
+    if (!final)
+        RequestBlock();
+}
+
+void CXArchive::Close()
+{
+    if (m_file == nullptr)
+        return;
+    Flush(true);
+    Detach();
+}
+
+void CXArchive::Abort()
+{
+    Detach();
+}
+
+// The documented end of an archive's use of its file; what is buffered is forgotten.
+void CXArchive::Detach() noexcept
+{
+    if (!m_userBuffer)
+        delete[] m_start;
+    m_userBuffer = true;
+    m_file = nullptr;
+    SetBuffer(nullptr, nullptr, nullptr);
+}
+
+CXFile& CXArchive::RequireStoring() const
+{
+    if (m_file == nullptr)
+        Fail(archiveGeneric);
+    if (IsLoading())
+        Fail(archiveReadOnly);
+    return *m_file;
+}
+
+CXFile& CXArchive::RequireLoading() const
+{
+    if (m_file == nullptr)
+        Fail(archiveGeneric);
+    if (IsStoring())
+        Fail(archiveWriteOnly);
+    return *m_file;
+}
+
+void CXArchive::Fail(ArchiveExceptionType cause) const
+{
+    CXArchiveException::Throw(cause, m_fileName);
+}
+
+// Behind a full buffer of a storing archive, and every scalar that goes the wrong way. Where the scalar goes.
+unsigned char* CXArchive::MakeRoom(std::size_t count)
+{
+    RequireStoring();
+    Flush(false);
+    // A file that lends its memory may have had no more of it.
+    if (static_cast<std::size_t>(m_end - m_current) < count)
+        CXMemoryException::Throw();
+    return m_current;
+}
+
+unsigned char* CXArchive::Provide(std::size_t count)
+{
+    RequireLoading();
+    FillBuffer(count - static_cast<std::size_t>(m_end - m_current));
+    return m_current;
+}
+
+// Behind a buffer that holds too little of what a scalar needs: `needed` bytes are missing.
+void CXArchive::FillBuffer(std::size_t needed)
+{
+    const auto unread = static_cast<std::size_t>(m_end - m_current);
+    const std::size_t wanted = unread + needed;
+    if (m_directBuffer)
+    {
+        Flush(false);
+        RequestBlock();
+    }
+    else
+    {
+        if (m_current > m_start && unread != 0)
+            std::memmove(m_start, m_current, unread);
+        SetBuffer(m_start, m_start, m_start + unread);
+        Fetch(needed);
+    }
+    if (wanted > m_bufferSize)
+        CXArchiveException::Throw(archiveBufferFull);
+    if (static_cast<std::size_t>(m_end - m_current) < wanted)
+        CXArchiveException::Throw(m_bytesLeft == 0 ? archiveGeneric : archiveEndOfFile);
+}
+
+// Reads into the own buffer, behind what it holds, until `wanted` bytes more have come, it is full or the file ends.
+void CXArchive::Fetch(std::size_t wanted)
+{
+    for (std::size_t fetched = 0; fetched < wanted;)
+    {
+        const auto room = static_cast<unsigned __int64>(m_start + m_bufferSize - m_end);
+        const unsigned got = m_file->Read(m_end, static_cast<unsigned>(std::min(room, m_bytesLeft)));
+        if (got == 0)
+            return;
+        m_bytesLeft -= got;
+        fetched += got;
+        SetBuffer(m_start, m_current, m_end + got);
+    }
+}
+
+// Has the file lend its memory at its position: what stands there, or room to write.
+void CXArchive::RequestBlock()
+{
+    unsigned char* start = nullptr;
+    unsigned char* end = nullptr;
+    if (IsStoring())
+        m_file->BufferCommand(CXFile::bufferWrite, m_bufferSize, &start, &end);
+    else
+        m_bytesLeft -= m_file->BufferCommand(CXFile::bufferRead, std::min(m_bufferSize, m_bytesLeft), &start, &end);
+    SetBuffer(start, start, end);
+}
+
+void CXArchive::SetBuffer(unsigned char* start, unsigned char* current, unsigned char* end) noexcept
+{
+    m_start = start;
+    m_current = current;
+    m_end = end;
+    const auto limit = reinterpret_cast<std::uintptr_t>(m_file == nullptr ? nullptr : end);
+    m_storeLimit = IsStoring() ? limit : 0;
+    m_loadLimit = IsLoading() ? limit : 0;
+}
+
+CXArchive& CXArchive::operator<<(wchar_t value)
+{
+    RequireStoring();
+    if constexpr (sizeof(wchar_t) > 2)
+    {
+        if (static_cast<std::make_unsigned_t<wchar_t>>(value) > 0xFFFF)
+            CXInvalidArgException::Throw();
+    }
+    return Store(static_cast<unsigned short>(value));
+}
+
+CXArchive& CXArchive::operator>>(wchar_t& value)
+{
+    value = static_cast<wchar_t>(LoadValue<unsigned short>());
+    return *this;
+}
+
+CXArchive& CXArchive::operator>>(bool&)
+{
+    // The variable is left alone on purpose: readers of stored files set it themselves.
+    LoadValue<unsigned char>();
+    return *this;
+}

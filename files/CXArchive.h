@@ -1,0 +1,254 @@
+#pragma once
+
+#include "base/LittleEndian.h"
+#include "objects/CXArchiveException.h"
+#include "objects/CXObject.h"
+#include "text/CXTString.h"
+#include "text/TextEncoding.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+class CXFile;
+
+namespace tev
+{
+inline constexpr unsigned kNoSchema = 0xFFFFFFFFu;
+
+struct ArchiveReference;
+struct ArchiveReferences;
+struct ReleaseArchiveReferences
+{
+    TEVTOOLS_API void operator()(ArchiveReferences* references) const noexcept;
+};
+} // namespace tev
+
+constexpr unsigned xArchiveStore = 0;
+constexpr unsigned xArchiveLoad = 1;
+constexpr unsigned xArchiveNoFlushOnDelete = 2; ///< the destructor does not flush
+/// For loading what strangers made: every reference is checked for the kind of what it refers to, classes that are not
+/// serializable are refused, and budgets hold.
+constexpr unsigned xArchiveStrict = 4;
+
+/// The library's binary stream: scalars, counts, text and whole objects with their classes, in the byte format that
+/// docs/formats.md describes. An archive goes in one direction, over a CXFile that it neither owns nor closes.
+///
+/// It throws CXArchiveException, CXInvalidArgException and CXMemoryException, and passes on what the file throws. Writing
+/// to a loading archive is archiveReadOnly, reading from a storing one archiveWriteOnly, either after Close or Abort
+/// archiveGeneric; input that ends too early is archiveEndOfFile. What was being read is then unspecified, but valid.
+/// One thread at a time.
+class TEVTOOLS_API CXArchive : public CXObject
+{
+public:
+    X_DECLARE_CLASS(CXArchive)
+
+    /// `file` must be open and stay so until the archive is closed. Without `buffer` the archive has one of its own, of at
+    /// least 128 bytes; a file that lends its memory is read and written in place instead. `buffer` must hold `bufferSize`
+    /// bytes and outlive the archive, and is passed over when that is below 128. A null file is an invalid argument.
+    CXArchive(CXFile* file, unsigned int mode, unsigned int bufferSize = 4096, void* buffer = nullptr);
+    /// Flushes, unless the archive is closed or was told not to. Never throws: what cannot be written then is lost, so a
+    /// careful caller calls Close first.
+    ~CXArchive() override;
+
+    bool IsLoading() const noexcept { return (m_mode & xArchiveLoad) != 0; }
+    bool IsStoring() const noexcept { return !IsLoading(); }
+    /// Null after Close and Abort.
+    CXFile* GetFile() const noexcept { return m_file; }
+    /// A pointer of the caller's, for the objects that are read and written; the archive never looks at it.
+    void* GetData() const noexcept { return m_data; }
+    void SetData(void* data) noexcept { m_data = data; }
+    /// The schema number that the object being loaded was written with, 0xFFFFFFFF when there is none. After a nested
+    /// object it stays that object's, so an object asks before it reads its parts.
+    unsigned int GetObjectSchema() const noexcept { return m_objectSchema; }
+
+    /// How deep loaded objects may nest in each other, 10,000 when not set; deeper is archiveGeneric. The stack must hold
+    /// as many calls of Serialize.
+    void SetNestingLimit(unsigned int depth) noexcept { m_nestingLimit = depth; }
+    /// For strict loading: how many bytes may be read and how many objects created, and how deep these may nest; more is
+    /// archiveGeneric. Without it only the nesting is limited.
+    void SetBudget(unsigned __int64 bytes, unsigned __int64 objects, unsigned int depth) noexcept;
+    /// The objects that loading has created so far, in that order. After a failure nobody may have taken them over: this
+    /// is how they are found and deleted.
+    std::vector<CXObject*> GetCreatedObjects() const;
+
+    /// Returns the number of bytes delivered: fewer only at the end of the file.
+    unsigned __int64 Read(void* target, unsigned __int64 count);
+    /// Reads all bytes or fails.
+    void EnsureRead(void* target, unsigned __int64 count);
+    void Write(const void* source, unsigned __int64 count);
+    /// Storing: hands what is buffered to the file. Loading: moves the file's position to the archive's. `final` says that
+    /// nothing is written after it.
+    void Flush(bool final = false);
+    /// Flushes and lets go of the file. A second call does nothing.
+    void Close();
+    /// Lets go of the file without flushing.
+    void Abort();
+
+    // Scalars. A wide character above U+FFFF has no 16-bit form: an invalid argument, and nothing is written. A bool that
+    // is read takes its byte and leaves the variable as it was; stored files rely on it.
+
+    CXArchive& operator<<(bool value) { return Store(static_cast<unsigned char>(value)); }
+    CXArchive& operator<<(char value) { return Store(value); }
+    CXArchive& operator<<(unsigned char value) { return Store(value); }
+    CXArchive& operator<<(short value) { return Store(value); }
+    CXArchive& operator<<(unsigned short value) { return Store(value); }
+    CXArchive& operator<<(wchar_t value);
+    CXArchive& operator<<(int value) { return Store(value); }
+    CXArchive& operator<<(unsigned int value) { return Store(value); }
+    CXArchive& operator<<(__int64 value) { return Store(value); }
+    CXArchive& operator<<(unsigned __int64 value) { return Store(value); }
+    CXArchive& operator<<(float value) { return Store(value); }
+    CXArchive& operator<<(double value) { return Store(value); }
+
+    CXArchive& operator>>(bool& value);
+    CXArchive& operator>>(char& value) { return Load(value); }
+    CXArchive& operator>>(unsigned char& value) { return Load(value); }
+    CXArchive& operator>>(short& value) { return Load(value); }
+    CXArchive& operator>>(unsigned short& value) { return Load(value); }
+    CXArchive& operator>>(wchar_t& value);
+    CXArchive& operator>>(int& value) { return Load(value); }
+    CXArchive& operator>>(unsigned int& value) { return Load(value); }
+    CXArchive& operator>>(__int64& value) { return Load(value); }
+    CXArchive& operator>>(unsigned __int64& value) { return Load(value); }
+    CXArchive& operator>>(float& value) { return Load(value); }
+    CXArchive& operator>>(double& value) { return Load(value); }
+
+    // The width of a long differs from platform to platform: choose a 32-bit or a 64-bit type.
+    CXArchive& operator<<(long) = delete;
+    CXArchive& operator<<(unsigned long) = delete;
+    CXArchive& operator>>(long&) = delete;
+    CXArchive& operator>>(unsigned long&) = delete;
+    // These would go as an int.
+    CXArchive& operator<<(signed char) = delete;
+    CXArchive& operator<<(char16_t) = delete;
+    CXArchive& operator<<(char32_t) = delete;
+    // A pointer that is no object's would go as a bool.
+    CXArchive& operator<<(const void*) = delete;
+
+    // Text goes up to its first NUL. A narrow reader takes narrow text as it stands, whatever its tag; a wide one converts
+    // it. Big-endian UTF-16 stays in the stream, and a wide reader leaves its text unchanged; stored files rely on it.
+
+    CXArchive& operator<<(const CXTString<char>& text);
+    CXArchive& operator<<(const CXTString<wchar_t>& text);
+    CXArchive& operator>>(CXTString<char>& text);
+    CXArchive& operator>>(CXTString<wchar_t>& text);
+
+    CXArchive& operator<<(const CXObject* object);
+    CXArchive& operator>>(CXObject*& object);
+    CXArchive& operator>>(const CXObject*& object);
+
+    /// The form in which containers write how many elements follow: 2, 6 or 14 bytes.
+    void WriteCount(unsigned __int64 count);
+    unsigned __int64 ReadCount();
+    void WriteStringLength(unsigned __int64 length, xStringEncoding encoding);
+    unsigned __int64 ReadStringLength(xStringEncoding& encoding);
+
+    /// Writes an object with its class the first time and a reference from then on; null is a reference too. Objects are
+    /// told apart by their address, so they must live until the archive is closed.
+    void WriteObject(const CXObject* object);
+    /// Reads what WriteObject wrote. The object belongs to the caller, once, however many references lead to it. With a
+    /// requested class, an object of another class is archiveBadClass.
+    CXObject* ReadObject(const CXRuntimeClass* requested);
+    void WriteClass(const CXRuntimeClass* type);
+    /// Reads a class, its schema and its reference. Where an object reference stands instead: null, with the reference in
+    /// `objectTag`, or archiveBadIndex when that is null.
+    const CXRuntimeClass* ReadClass(const CXRuntimeClass* requested, unsigned int* schema, unsigned int* objectTag);
+    /// Writes the class, or reads one and checks that it is the given one or derived from it.
+    void SerializeClass(const CXRuntimeClass* type);
+
+    CXArchive(const CXArchive&) = delete;
+    CXArchive& operator=(const CXArchive&) = delete;
+
+protected:
+    /// Write the length with the tag of the encoding and the characters as they are, 1 or 2 bytes each, up to the NUL.
+    void WriteString(const char* text, xStringEncoding encoding);
+    void WriteString(const wchar_t* text, xStringEncoding encoding);
+
+private:
+    friend struct CXRuntimeClass;
+
+    // Bytes may alias anything, the position too. It is written last and from a local, so that of several scalars in a
+    // row only the first one has to look at it.
+    template <class T>
+    CXArchive& Store(T value)
+    {
+        unsigned char* target = m_current;
+        if (reinterpret_cast<std::uintptr_t>(target) + sizeof(T) > m_storeLimit)
+            target = MakeRoom(sizeof(T));
+        tev::StoreLittleEndian(target, value);
+        m_current = target + sizeof(T);
+        return *this;
+    }
+
+    template <class T>
+    CXArchive& Load(T& value)
+    {
+        unsigned char* source = m_current;
+        if (reinterpret_cast<std::uintptr_t>(source) + sizeof(T) > m_loadLimit)
+            source = Provide(sizeof(T));
+        value = tev::LoadLittleEndian<T>(source);
+        m_current = source + sizeof(T);
+        return *this;
+    }
+
+    template <class T>
+    T LoadValue()
+    {
+        T value;
+        Load(value);
+        return value;
+    }
+
+    CXFile& RequireStoring() const;
+    CXFile& RequireLoading() const;
+    [[noreturn]] void Fail(ArchiveExceptionType cause) const;
+    unsigned char* MakeRoom(std::size_t count);
+    unsigned char* Provide(std::size_t count);
+    void FillBuffer(std::size_t needed);
+    void Fetch(std::size_t wanted);
+    void SetBuffer(unsigned char* start, unsigned char* current, unsigned char* end) noexcept;
+    void RequestBlock();
+    void Detach() noexcept;
+    unsigned __int64 ReadPast(unsigned char* target, unsigned __int64 count);
+    void WriteUnits(const wchar_t* text, std::size_t length, xStringEncoding encoding);
+    std::size_t ReadTextLength(xStringEncoding& encoding);
+    void ReadUnits(CXTString<wchar_t>& text, std::size_t length);
+    void ReadBytes(CXTString<char>& bytes, std::size_t count);
+    template <class Resize>
+    void ReadInSteps(std::size_t count, Resize resize);
+
+    void WriteReference(unsigned int index, unsigned int classBit);
+    unsigned int NextIndex();
+    tev::ArchiveReferences& GetReferences();
+    void EnterStored(const void* objectOrClass);
+    void EnterLoaded(const tev::ArchiveReference& reference);
+    const CXRuntimeClass* ReadNewClass();
+    const CXRuntimeClass* ReferredClass(unsigned int index);
+    CXObject* ReadNewObject(const CXRuntimeClass* type, unsigned int schema);
+    CXObject* ReferredObject(unsigned int tag, const CXRuntimeClass* requested) const;
+
+    CXTString<wchar_t> m_fileName;
+    CXFile* m_file;
+    unsigned int m_mode;
+    bool m_userBuffer;   ///< the memory is the caller's or the file's
+    bool m_directBuffer; ///< the file lends its memory
+    unsigned __int64 m_bufferSize;
+    unsigned char* m_start;
+    unsigned char* m_current; ///< storing: pending bytes lie before it; loading: unread ones behind it
+    unsigned char* m_end;
+    unsigned int m_objectSchema;
+    unsigned int m_mapCount; ///< the next index for an object or a class; 0 is the null reference
+    std::unique_ptr<tev::ArchiveReferences, tev::ReleaseArchiveReferences> m_references;
+    void* m_data;
+
+    // The end of the buffer in the one direction that the archive has, 0 in the other and when it is closed: one
+    // comparison of a scalar finds a full buffer and a misuse alike.
+    std::uintptr_t m_storeLimit;
+    std::uintptr_t m_loadLimit;
+    unsigned int m_nestingLimit;
+    unsigned int m_nesting;
+    unsigned __int64 m_bytesLeft; ///< of the budget, to be taken from the file
+    unsigned __int64 m_objectsLeft;
+};

@@ -1,0 +1,188 @@
+#include "files/CXFile.h"
+
+#include "objects/CXFileException.h"
+#include "platform/FileSystem.h"
+
+#include <utility>
+
+namespace
+{
+namespace platform = tev::platform;
+
+constexpr size_t kPathLimit = 260; // a path of this many characters is too long
+constexpr unsigned kAccessMask = 0x3;
+constexpr unsigned kShareMask = 0x70;
+constexpr unsigned __int64 kFailed = ~0ull;
+
+platform::FileOpenMode ModeFromFlags(unsigned flags)
+{
+    platform::FileOpenMode mode;
+    const unsigned access = flags & kAccessMask;
+    mode.access = access == CXFile::modeWrite       ? platform::FileAccess::Write
+                  : access == CXFile::modeReadWrite ? platform::FileAccess::ReadWrite
+                                                    : platform::FileAccess::Read;
+    const unsigned share = flags & kShareMask;
+    mode.shareRead = share == CXFile::shareDenyWrite || share == CXFile::shareDenyNone;
+    mode.shareWrite = share == CXFile::shareDenyRead || share == CXFile::shareDenyNone;
+    mode.create = (flags & CXFile::modeCreate) != 0;
+    mode.truncate = mode.create && (flags & CXFile::modeNoTruncate) == 0;
+    mode.inherit = (flags & CXFile::modeNoInherit) == 0;
+    return mode;
+}
+
+/// Throws what the system said last; the given cause when that says nothing.
+void ThrowLastError(FileExceptionType cause, const CXTString<wchar_t>& path)
+{
+    CXFileException::ThrowOsError(cause, path, nullptr);
+}
+} // namespace
+
+X_IMPLEMENT_CLASS(CXFile, CXObject, xSchemaNotSerializable)
+
+CXFile::CXFile(bool throwOnError) : m_handle(nullptr), m_closeOnDelete(true), m_throwOnError(throwOnError) {}
+
+CXFile::CXFile(void* handle, bool throwOnError) : m_handle(handle), m_closeOnDelete(false), m_throwOnError(throwOnError)
+{
+}
+
+CXFile::CXFile(const wchar_t* path, unsigned int flags) : CXFile(true)
+{
+    CXFileException error;
+    if (!CXFile::Open(path, flags, &error))
+        CXFileException::Throw(error.GetCause(), m_path);
+}
+
+CXFile::~CXFile()
+{
+    if (m_closeOnDelete)
+        CXFile::Abort();
+}
+
+void* CXFile::HandleFromDescriptor(int descriptor) noexcept
+{
+    return platform::FileHandleFromDescriptor(descriptor);
+}
+
+bool CXFile::Open(const wchar_t* path, unsigned int flags, CXFileException* error)
+{
+    if (m_closeOnDelete)
+        CXFile::Abort();
+    m_handle = nullptr;
+    m_path = path;
+    if (m_path.IsEmpty() || m_path.GetLength64() >= kPathLimit)
+    {
+        if (error != nullptr)
+            CXFileException::ThrowErrno(fileBadPath, 0, m_path, error);
+        return false;
+    }
+    m_handle = platform::CurrentFileSystem().Open(m_path, ModeFromFlags(flags));
+    m_closeOnDelete = true;
+    if (m_handle == nullptr && error != nullptr)
+        CXFileException::ThrowOsError(fileGeneric, m_path, error);
+    return m_handle != nullptr;
+}
+
+unsigned __int64 CXFile::Seek(__int64 offset, SeekPosition origin)
+{
+    std::uint64_t position = 0;
+    const bool moved = origin <= end && platform::CurrentFileSystem().Seek(
+                                            m_handle, offset, static_cast<platform::SeekOrigin>(origin), position);
+    return moved ? position : kFailed;
+}
+
+bool CXFile::SetLength(unsigned __int64 length)
+{
+    platform::FileSystem& files = platform::CurrentFileSystem();
+    std::uint64_t position = 0;
+    // Seeks second, so that a length which the file cannot have leaves the position.
+    if (files.SetLength(m_handle, length) &&
+        files.Seek(m_handle, static_cast<__int64>(length), platform::SeekOrigin::Begin, position))
+        return true;
+    if (m_throwOnError)
+        ThrowLastError(fileDiskFull, m_path);
+    return false;
+}
+
+unsigned __int64 CXFile::GetLength() const
+{
+    std::uint64_t length = 0;
+    return platform::CurrentFileSystem().GetLength(m_handle, length) ? length : kFailed;
+}
+
+unsigned int CXFile::Read(void* buffer, unsigned int count)
+{
+    if (m_handle == nullptr || buffer == nullptr || count == 0)
+        return 0;
+    size_t delivered = 0;
+    if (!platform::CurrentFileSystem().Read(m_handle, buffer, count, delivered) && m_throwOnError)
+        ThrowLastError(fileGeneric, m_path);
+    return static_cast<unsigned int>(delivered);
+}
+
+void CXFile::Write(const void* buffer, unsigned int count)
+{
+    std::size_t written = 0;
+    WriteCounted(buffer, count, written);
+}
+
+void CXFile::WriteCounted(const void* buffer, unsigned int count, std::size_t& written)
+{
+    written = 0;
+    if (count == 0)
+        return;
+    const bool done = platform::CurrentFileSystem().Write(m_handle, buffer, count, written);
+    if (!m_throwOnError)
+        return;
+    if (!done)
+        ThrowLastError(fileGeneric, m_path);
+    if (written < count)
+        CXFileException::Throw(fileDiskFull, m_path);
+}
+
+void CXFile::Flush()
+{
+    if (m_handle != nullptr && !platform::CurrentFileSystem().Sync(m_handle) && m_throwOnError)
+        ThrowLastError(fileGeneric, m_path);
+}
+
+void CXFile::Close()
+{
+    if (m_handle != nullptr && !platform::CurrentFileSystem().Close(std::exchange(m_handle, nullptr)) && m_throwOnError)
+        ThrowLastError(fileGeneric, m_path);
+}
+
+void CXFile::Abort()
+{
+    if (m_handle != nullptr)
+        static_cast<void>(platform::CurrentFileSystem().Close(std::exchange(m_handle, nullptr)));
+}
+
+void CXFile::SetFilePath(const CXTString<wchar_t>& path)
+{
+    m_path = path;
+}
+
+CXTString<wchar_t> CXFile::GetFileName() const
+{
+    unsigned __int64 start = m_path.GetLength64();
+    while (start > 0 && m_path[start - 1] != L'/' && m_path[start - 1] != L'\\')
+        --start;
+    return CXTString<wchar_t>(m_path.GetConstBuffer() + start);
+}
+
+CXTString<wchar_t> CXFile::GetFilePath() const
+{
+    return m_path;
+}
+
+unsigned __int64 CXFile::BufferCommand(unsigned int, unsigned __int64, unsigned char**, unsigned char**)
+{
+    return 0;
+}
+
+unsigned __int64 CXFile::GetPosition() const
+{
+    std::uint64_t position = 0;
+    const bool known = platform::CurrentFileSystem().Seek(m_handle, 0, platform::SeekOrigin::Current, position);
+    return known ? position : kFailed;
+}

@@ -1,0 +1,105 @@
+#pragma once
+
+#include "files/CXFile.h"
+
+#include <cstddef>
+#include <memory>
+
+/// A disk file with a buffer of its own, read and written in any mixture of bytes and lines; take CXFile where few large
+/// pieces are moved, and CStdioFileEx for text whose encoding is to be found out.
+/// Positions and lengths are those the caller sees: bytes that still wait in the buffer count as written.
+/// Line ends are written as they are given.
+/// One thread at a time.
+///
+/// Written bytes reach the system when the buffer is full and with Flush, Seek, SetLength, reading, Close and Abort. When
+/// that fails in a throwing file, what could not be written stays in the buffer, the next of these operations tries again,
+/// and Close reports it. In a file that does not throw it is dropped.
+class TEVTOOLS_API CXStdioFile : public CXFile
+{
+public:
+    X_DECLARE_CLASS(CXStdioFile)
+
+    explicit CXStdioFile(bool throwOnError = true);
+    CXStdioFile(void* handle, bool throwOnError);
+    CXStdioFile(const wchar_t* path, unsigned int flags);
+    /// Writes what waits in the buffer. A failure goes unseen: call Close to learn of it.
+    ~CXStdioFile() override;
+
+    bool Open(const wchar_t* path, unsigned int flags, CXFileException* error = nullptr) override;
+    unsigned __int64 Seek(__int64 offset, SeekPosition origin) override;
+    bool SetLength(unsigned __int64 length) override;
+    unsigned __int64 GetLength() const override;
+    unsigned int Read(void* buffer, unsigned int count) override;
+    void Write(const void* buffer, unsigned int count) override;
+    /// Hands what waits in the buffer to the system, which may still hold it in memory.
+    void Flush() override;
+    /// The file is closed even when its last bytes cannot be written and the failure is thrown.
+    void Close() override;
+    void Abort() override;
+    unsigned __int64 GetPosition() const override;
+
+    /// Reads up to and including the next LF, or to the end of the file; CR LF becomes LF. NULs are characters.
+    /// False, with the line empty, at the end of the file. The line is empty after an exception too.
+    virtual bool ReadString(CXTString<char>& line);
+    /// The same for text in 16-bit units, little-endian. A byte left over at the end of the file becomes U+FFFD.
+    virtual bool ReadString(CXTString<wchar_t>& line);
+    /// Writes the characters as they are. Null writes nothing.
+    virtual void WriteString(const char* text);
+    /// Writes 16-bit units, little-endian.
+    virtual void WriteString(const wchar_t* text);
+
+    /// Sets the size of the buffer in bytes, 64 KiB otherwise. Has no effect after the first reading or writing; sizes
+    /// below 8 count as 8.
+    void SetBufferSize(unsigned int size);
+
+protected:
+    /// Bytes in the file's buffer or in a string; valid until the next operation on either.
+    struct RawText
+    {
+        const char* m_bytes;
+        std::size_t m_size;
+    };
+
+    /// Takes the next line as it stands in the file, line end included. It is put together in `assembled` where the buffer
+    /// does not hold it whole. False at the end of the file.
+    bool ReadRawLine(xStringEncoding encoding, CXTString<char>& assembled, RawText& line);
+    /// Takes about 32 KiB of whole lines, which end with CR, LF or CR LF. False at the end of the file.
+    bool ReadRawLines(xStringEncoding encoding, CXTString<char>& lines);
+    struct LineTraits
+    {
+        bool m_ended; ///< LF or CR LF stood behind it
+        bool m_mayHoldNul;
+    };
+
+    /// Reads a line of text into an empty string and takes its LF or CR LF away.
+    bool ReadTextLine(xStringEncoding encoding, CXTString<char>& assembled, CXTString<wchar_t>& line,
+                      LineTraits& traits);
+    /// Reads on until it knows whether the line holds a CR before its last character, CR LF counted as one.
+    bool LineHoldsReturn(xStringEncoding encoding);
+    void WriteBytes(const char* bytes, std::size_t count);
+    /// Leaves the file as Open does with the one that was open. Throws when the last bytes cannot be written.
+    void LeaveFile();
+    /// Hands a caught exception's contents to the caller's object, if there is one, and ends it.
+    static void TakeFailure(CXFileException* failure, CXFileException* error);
+
+private:
+    std::size_t Available(std::size_t wanted)
+    {
+        return m_filled - m_next >= wanted ? m_filled - m_next : FillBuffer(wanted);
+    }
+    const char* Unread() const noexcept { return m_buffer.get() + m_next; }
+    std::size_t FillBuffer(std::size_t wanted);
+    void MakeBuffer();
+    void WritePending();
+    void WritePendingQuietly() noexcept;
+    void DropUnread();
+
+    std::unique_ptr<char[]> m_buffer;
+    std::size_t m_bufferSize = 65536;
+    unsigned __int64 m_origin = 0; // where the first byte read into the buffer stands in the file
+    std::size_t m_filled = 0;      // bytes read into the buffer; 0 while any wait to be written
+    std::size_t m_next = 0;        // of these, how many were handed out
+    std::size_t m_pending = 0;     // bytes that wait to be written
+    bool m_asciiLikely = true;     // the line before was ASCII
+    CXTString<char> m_scratch;
+};

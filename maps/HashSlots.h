@@ -1,0 +1,237 @@
+#pragma once
+
+#include "maps/HashSizes.h"
+#include "maps/HashSlot.h"
+#include "maps/HashTags.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <new>
+#include <utility>
+
+namespace tev
+{
+/// Memory for the slots of a table and, behind them, a byte for each and kTagPadding; null when it cannot be had.
+TEVTOOLS_API void* AllocateHashSlots(unsigned size, std::size_t slotBytes, std::size_t alignment) noexcept;
+TEVTOOLS_API void FreeHashSlots(void* block, unsigned size, std::size_t slotBytes, std::size_t alignment) noexcept;
+
+/// The slots of a hash table and their tags: their memory, their states, and the walk over them. Which slot a key takes is
+/// HashTableBase's affair.
+template <class SLOT>
+class HashSlots
+{
+public:
+    /// The position behind the last entry.
+    static constexpr unsigned kNoPosition = 0xFFFFFFFF;
+
+    virtual ~HashSlots() { Release(); }
+
+    bool IsEmpty() const noexcept { return m_count == 0; }
+    unsigned int GetCount() const noexcept { return m_count; }
+    /// The number of slots.
+    unsigned int GetHashTableSize() const noexcept { return m_tableSize; }
+
+    /// The position of the first entry, kNoPosition (0xFFFFFFFF) when there is none.
+    unsigned int GetFirst() const noexcept { return NextOccupied(0); }
+    /// Adds every key, in the order of the slots, to an array and returns how many there were.
+    template <class ARRAY>
+    unsigned int CopyTo(ARRAY& keys) const
+    {
+        ForEach([&keys](const SLOT& slot) { keys.Add(slot.m_key); });
+        return m_count;
+    }
+
+    /// Removes every entry and keeps the slots.
+    void Clear() noexcept
+    {
+        if (m_used == 0)
+            return;
+        DestroyEntries();
+        for (std::size_t at = 0; at < m_tableSize; ++at)
+            m_slots[at].m_state = kSlotEmpty;
+        std::memset(m_tags, kEmptyTag, m_tableSize + kTagPadding);
+        m_used = 0;
+        m_count = 0;
+    }
+
+protected:
+    struct NoSlots
+    {
+    };
+
+    explicit HashSlots(NoSlots) noexcept {}
+    HashSlots(const HashSlots& other) : HashSlots(NoSlots()) { CopySlots(other); }
+    HashSlots(HashSlots&& other) noexcept : HashSlots(NoSlots()) { Swap(other); }
+    HashSlots& operator=(const HashSlots& other)
+    {
+        if (this != &other)
+        {
+            HashSlots copy(other);
+            Swap(copy);
+        }
+        return *this;
+    }
+    HashSlots& operator=(HashSlots&& other) noexcept
+    {
+        HashSlots taken(std::move(other));
+        Swap(taken);
+        return *this;
+    }
+
+    /// The slot at a position, which moves on to the next entry; null where no entry stands (any more).
+    SLOT* TakePosition(unsigned& position) const noexcept
+    {
+        const std::size_t at = position;
+        position = NextOccupied(at + 1);
+        return m_slots != nullptr && at < m_tableSize && m_tags[at] >= kOccupiedTag ? m_slots + at : nullptr;
+    }
+
+    /// Position of the first entry at `from` or behind it.
+    unsigned NextOccupied(std::size_t from) const noexcept
+    {
+        const std::size_t end = m_slots == nullptr ? 0 : m_tableSize;
+        for (; from < end; from += 8)
+        {
+            const std::uint64_t occupied = TagWord(m_tags + from).Occupied();
+            if (occupied == 0)
+                continue;
+            const std::size_t at = from + TagWord::First(occupied);
+            return at < end ? static_cast<unsigned>(at) : kNoPosition;
+        }
+        return kNoPosition;
+    }
+
+    /// Calls a function with each occupied slot, in order. It may remove that one.
+    template <class FUNCTION>
+    void ForEach(FUNCTION function) const
+    {
+        const std::size_t end = m_slots == nullptr ? 0 : m_tableSize;
+        for (std::size_t from = 0; from < end; from += 8)
+        {
+            for (std::uint64_t occupied = TagWord(m_tags + from).Occupied(); occupied != 0; occupied &= occupied - 1)
+            {
+                // The last word may reach into the repeated tags.
+                const std::size_t at = from + TagWord::First(occupied);
+                if (at < end)
+                    function(m_slots[at]);
+            }
+        }
+    }
+
+    std::size_t Home(unsigned hash) const noexcept { return Remainder(hash, m_tableSize, m_reciprocal); }
+    std::size_t Wrap(std::size_t at) const noexcept { return at >= m_tableSize ? at - m_tableSize : at; }
+
+    void SetTag(std::size_t at, unsigned char tag) noexcept
+    {
+        m_tags[at] = tag;
+        for (at += m_tableSize; at < m_tableSize + kTagPadding; at += m_tableSize)
+            m_tags[at] = tag;
+    }
+
+    void Occupy(std::size_t at, unsigned char tag, bool reused) noexcept
+    {
+        m_slots[at].m_state = kSlotOccupied;
+        SetTag(at, tag);
+        ++m_count;
+        m_used += reused ? 0 : 1;
+    }
+
+    void RemoveSlot(std::size_t at) noexcept
+    {
+        m_slots[at].Destroy();
+        m_slots[at].m_state = kSlotDeleted;
+        SetTag(at, kDeletedTag);
+        --m_count;
+    }
+
+    /// Drops everything, then makes empty slots. False, and no slots, without memory.
+    bool Restart(unsigned size) noexcept
+    {
+        Release();
+        m_requestedSize = size;
+        return Allocate(size);
+    }
+
+    /// For a table without slots.
+    bool Allocate(unsigned size) noexcept
+    {
+        m_tableSize = size;
+        m_used = 0;
+        m_count = 0;
+        void* block = AllocateHashSlots(size, sizeof(SLOT), alignof(SLOT));
+        if (block == nullptr)
+            return false;
+        m_slots = static_cast<SLOT*>(block);
+        for (std::size_t at = 0; at < size; ++at)
+            ::new (static_cast<void*>(m_slots + at)) SLOT;
+        m_tags = static_cast<unsigned char*>(block) + size * sizeof(SLOT);
+        std::memset(m_tags, kEmptyTag, std::size_t(size) + kTagPadding);
+        m_reciprocal = ReciprocalOf(size);
+        return true;
+    }
+
+    void Release() noexcept
+    {
+        if (m_slots == nullptr)
+            return;
+        DestroyEntries();
+        FreeHashSlots(m_slots, m_tableSize, sizeof(SLOT), alignof(SLOT));
+        m_slots = nullptr;
+        m_tags = const_cast<unsigned char*>(kNoTags);
+        m_reciprocal = 0;
+        m_used = 0;
+        m_count = 0;
+    }
+
+    void Swap(HashSlots& other) noexcept
+    {
+        std::swap(m_requestedSize, other.m_requestedSize);
+        std::swap(m_tableSize, other.m_tableSize);
+        std::swap(m_used, other.m_used);
+        std::swap(m_count, other.m_count);
+        std::swap(m_slots, other.m_slots);
+        std::swap(m_tags, other.m_tags);
+        std::swap(m_reciprocal, other.m_reciprocal);
+    }
+
+    unsigned m_requestedSize = kDefaultHashSize;
+    unsigned m_tableSize = kDefaultHashSize;
+    unsigned m_used = 0;
+    unsigned m_count = 0;
+    SLOT* m_slots = nullptr;
+    unsigned char* m_tags = const_cast<unsigned char*>(kNoTags);
+    std::uint64_t m_reciprocal = 0;
+
+private:
+    void DestroyEntries() noexcept
+    {
+        if constexpr (!SLOT::kPlain)
+        {
+            if (m_count != 0)
+                ForEach([](SLOT& slot) { slot.Destroy(); });
+        }
+    }
+
+    /// Into a table without slots.
+    void CopySlots(const HashSlots& other)
+    {
+        m_requestedSize = other.m_requestedSize;
+        m_tableSize = other.m_tableSize;
+        if (other.m_slots == nullptr || !Allocate(other.m_tableSize))
+            return;
+        for (std::size_t at = 0; at < m_tableSize; ++at)
+        {
+            const unsigned char tag = other.m_tags[at];
+            if (tag >= kOccupiedTag)
+            {
+                m_slots[at].CreateCopy(other.m_slots[at]);
+                ++m_count;
+            }
+            m_slots[at].m_state = other.m_slots[at].m_state;
+            SetTag(at, tag);
+        }
+        m_used = other.m_used;
+    }
+};
+} // namespace tev

@@ -1,0 +1,116 @@
+#pragma once
+
+#include "base/TevTypes.h"
+
+#include <cstddef>
+
+class CXArchive;
+class CXObject;
+
+/// Bits of a class record's schema word; the low 24 bits are the schema number.
+constexpr unsigned xSchemaNotSerializable = 0x10000000u; ///< objects of the class may not go through an archive
+constexpr unsigned xSchemaVersionable = 0x20000000u;     ///< objects of another schema number may be loaded
+
+/// What the library knows of a class at run time: one static record a class, found by name in a process-wide registry.
+/// Write it with X_DECLARE_CLASS in the class and one of the X_IMPLEMENT_ macros in its source.
+/// Records are immutable. The registry is safe from several threads at once.
+struct TEVTOOLS_API CXRuntimeClass
+{
+    const char* m_name;
+    unsigned __int64 m_objectSize;
+    unsigned m_schema;
+    const CXRuntimeClass* m_base; ///< null for CXObject
+    CXObject* (*m_create)();      ///< null when objects cannot be created by name
+
+    /// A new object, which the caller deletes. Null when the class has no create function or its construction throws.
+    /// Where it has one, the thread's pending exception is deleted, so Delete() an exception that you have caught first.
+    [[nodiscard]] CXObject* CreateObject() const;
+    /// True for the record itself and for each that it is derived from.
+    bool IsDerivedFrom(const CXRuntimeClass* base) const noexcept { return IsDerivedFrom(this, base); }
+    /// As the member; false when `derived` is null.
+    static bool IsDerivedFrom(const CXRuntimeClass* derived, const CXRuntimeClass* base) noexcept;
+    bool IsSerializable() const noexcept { return (m_schema & xSchemaNotSerializable) == 0; }
+
+    /// Writes the schema number and the name, the form in which a class stands in an archive the first time. A name of
+    /// more than 65,535 bytes is archiveGeneric.
+    void Save(CXArchive& archive) const;
+    /// Reads what Save wrote and returns the class of that name, null when none is declared.
+    static const CXRuntimeClass* Load(CXArchive& archive, unsigned int& schema);
+
+    /// Enters a record, which must stay valid until it is taken out, under its name. It hides earlier ones of that name;
+    /// one that was declared before becomes the latest. False for null.
+    static bool DeclareRuntimeClass(const CXRuntimeClass* record);
+    /// Takes a record out; an earlier one of the same name comes back. False when it was not declared.
+    static bool UndeclareRuntimeClass(const CXRuntimeClass* record);
+    /// The record declared last under the name, or null. It is valid until its plug-in is closed.
+    static const CXRuntimeClass* FindRuntimeClass(const char* name);
+};
+
+/// Root of the classes that take part in run-time class information and serialization.
+/// One thread at a time.
+class TEVTOOLS_API CXObject
+{
+public:
+    static const CXRuntimeClass classCreatorCXObject;
+    static const CXRuntimeClass* GetThisRuntimeClassDescriptor() noexcept { return &classCreatorCXObject; }
+
+    virtual ~CXObject();
+    virtual const CXRuntimeClass* GetRuntimeClassDescriptor() const;
+    /// Reads or writes the object, as the archive's direction says. Does nothing in CXObject.
+    virtual void Serialize(CXArchive& archive);
+
+    /// True when the object's class is the given one or derived from it.
+    bool IsKindOf(const CXRuntimeClass* type) const { return IsKindOf(this, type); }
+    /// As the member; false when the object or the class is null.
+    static bool IsKindOf(const CXObject* object, const CXRuntimeClass* type);
+
+protected:
+    CXObject() = default;
+    CXObject(const CXObject&) = default;
+    CXObject(CXObject&&) = default;
+    CXObject& operator=(const CXObject&) = default;
+    CXObject& operator=(CXObject&&) = default;
+};
+
+/// Keeps a record in the registry while it lives, so that the classes of a plug-in go when the plug-in is closed.
+class XClassDeclaration
+{
+public:
+    explicit XClassDeclaration(const CXRuntimeClass* record) : m_record(record)
+    {
+        CXRuntimeClass::DeclareRuntimeClass(record);
+    }
+    ~XClassDeclaration() { CXRuntimeClass::UndeclareRuntimeClass(m_record); }
+    XClassDeclaration(const XClassDeclaration&) = delete;
+    XClassDeclaration& operator=(const XClassDeclaration&) = delete;
+
+private:
+    const CXRuntimeClass* m_record;
+};
+
+/// Goes into the public part of a class that has a record.
+#define X_DECLARE_CLASS(Class)                                                                                         \
+    static const CXRuntimeClass classCreator##Class;                                                                   \
+    static const CXRuntimeClass* GetThisRuntimeClassDescriptor() noexcept                                              \
+    {                                                                                                                  \
+        return &classCreator##Class;                                                                                   \
+    }                                                                                                                  \
+    const CXRuntimeClass* GetRuntimeClassDescriptor() const override;
+
+// A record is used by static objects of other sources, so the compiler must fill it in and not the start-up code.
+#define X_IMPLEMENT_CLASS_RECORD(Class, Base, schema, create)                                                          \
+    X_CONSTINIT const CXRuntimeClass Class::classCreator##Class = {#Class, sizeof(Class), schema,                      \
+                                                                   &Base::classCreator##Base, create};                 \
+    const CXRuntimeClass* Class::GetRuntimeClassDescriptor() const                                                     \
+    {                                                                                                                  \
+        return &classCreator##Class;                                                                                   \
+    }                                                                                                                  \
+    static const XClassDeclaration xDeclaration##Class(&Class::classCreator##Class);
+
+/// Goes once into the source of a class that is created by name and has a default constructor.
+#define X_IMPLEMENT_CLASS(Class, Base, schema)                                                                         \
+    X_IMPLEMENT_CLASS_RECORD(Class, Base, schema, /* NOLINTNEXTLINE(bugprone-macro-parentheses): a type takes none */  \
+                             ([]() -> CXObject* { return new Class; }))
+
+/// Goes once into the source of a class that is not created by name.
+#define X_IMPLEMENT_ABSTRACT_CLASS(Class, Base, schema) X_IMPLEMENT_CLASS_RECORD(Class, Base, schema, nullptr)

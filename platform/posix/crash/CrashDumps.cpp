@@ -1,0 +1,353 @@
+#include "platform/CrashDumps.h"
+
+#include "platform/posix/crash/CrashFiles.h"
+#include "platform/posix/crash/OwnDump.h"
+#include "platform/posix/files/OwnedDescriptor.h"
+#include "platform/posix/process/SpawnedProgram.h"
+
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <utility>
+
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/file.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <sys/syscall.h>
+#include <sys/time.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#ifndef PR_SET_PTRACER
+#define PR_SET_PTRACER 0x59616d61
+#endif
+
+namespace tev::platform
+{
+namespace
+{
+constexpr unsigned kHelloTimeoutMs = 2000;
+
+std::atomic<int> g_socket{-1};
+std::atomic<pid_t> g_socketProcess{0}; ///< a forked process has a copy of the socket, but not the helper
+std::atomic<bool> g_isGreeted{false};  ///< the helper has said that it is ready
+std::atomic<pid_t> g_channelUser{0};   ///< the thread that waits for an answer
+DumpOrder g_crashOrder;                ///< not on the small stack of a signal handler
+
+/// The traces of the last SetCrashTraces, for a crash without helper: replaced as a whole, so that a signal handler finds
+/// one or the other. The one before is kept, because a handler may be reading it. Both outlive everything.
+std::atomic<const CrashTraces*> g_traces{nullptr};
+const CrashTraces* g_formerTraces = nullptr;
+
+pid_t ThisThread() noexcept
+{
+    return static_cast<pid_t>(syscall(SYS_gettid));
+}
+
+bool Receive(int socket, HelperMessage awaited, std::uint32_t& value, unsigned timeoutMs) noexcept
+{
+    const std::int64_t end = MonotonicMs() + timeoutMs;
+    for (std::int64_t left = timeoutMs; left > 0; left = end - MonotonicMs())
+    {
+        pollfd waiting = {socket, POLLIN, 0};
+        if (poll(&waiting, 1, static_cast<int>(left)) != 1)
+            continue;
+        HelperHead head;
+        const ssize_t size = recv(socket, &head, sizeof head, MSG_DONTWAIT);
+        if (size == 0 || (size < 0 && errno != EINTR && errno != EAGAIN))
+            return false;
+        if (size >= static_cast<ssize_t>(sizeof head) && head.version != kHelperVersion)
+            return false;
+        if (size == static_cast<ssize_t>(sizeof head) && head.message == awaited)
+        {
+            value = head.value;
+            return true;
+        }
+    }
+    return false;
+}
+
+bool Send(int socket, const void* message, std::size_t size) noexcept
+{
+    ssize_t sent = -1;
+    do
+        sent = send(socket, message, size, MSG_NOSIGNAL);
+    while (sent < 0 && errno == EINTR);
+    return sent == static_cast<ssize_t>(size);
+}
+
+int Socket() noexcept
+{
+    return g_socketProcess.load() == getpid() ? g_socket.load() : -1;
+}
+
+/// The channel to the helper, for one thread at a time.
+class Channel
+{
+public:
+    Channel() noexcept
+    {
+        const pid_t self = ThisThread();
+        const std::int64_t end = MonotonicMs() + kDumpTimeoutMs;
+        pid_t nobody = 0;
+        // A thread that crashed while it had the channel gets no second one.
+        while (!(m_isMine = g_channelUser.compare_exchange_strong(nobody, self)) && nobody != self &&
+               MonotonicMs() < end)
+        {
+            nobody = 0;
+            const timespec shortly = {0, 200000};
+            nanosleep(&shortly, nullptr);
+        }
+    }
+    ~Channel()
+    {
+        if (m_isMine)
+            g_channelUser.store(0);
+    }
+    Channel(const Channel&) = delete;
+    Channel& operator=(const Channel&) = delete;
+
+    bool Ask(const void* message, std::size_t size, unsigned timeoutMs) const noexcept
+    {
+        const int socket = m_isMine ? Socket() : -1;
+        std::uint32_t answer = 0;
+        if (socket < 0 || !IsGreeted(socket))
+            return false;
+        // An answer that came too late for somebody before is not this one's.
+        HelperHead stale;
+        while (recv(socket, &stale, sizeof stale, MSG_DONTWAIT) > 0)
+        {
+        }
+        return Send(socket, message, size) && Receive(socket, HelperMessage::Answer, answer, timeoutMs) && answer == 1;
+    }
+
+private:
+    /// Whoever installs the handler does not wait for the helper's start; the first one who needs it does.
+    static bool IsGreeted(int socket) noexcept
+    {
+        std::uint32_t helper = 0;
+        if (g_isGreeted.load())
+            return true;
+        if (!Receive(socket, HelperMessage::Hello, helper, kHelloTimeoutMs))
+            return false;
+        prctl(PR_SET_PTRACER, helper, 0, 0, 0); // refused where nobody needs to be named
+        g_isGreeted.store(true);
+        return true;
+    }
+
+    bool m_isMine = false;
+};
+
+void DropSocket() noexcept
+{
+    g_socketProcess.store(0);
+    const int socket = g_socket.exchange(-1);
+    if (socket >= 0)
+        close(socket);
+}
+
+/// Starts the helper with one end of the pair. It leaves this process's children at once.
+bool Spawn(const char* helperPath, int helperEnd) noexcept
+{
+    char process[16];
+    std::snprintf(process, sizeof process, "%d", static_cast<int>(getpid()));
+    char* const arguments[] = {const_cast<char*>(helperPath), process, nullptr};
+    const pid_t child = SpawnProgram({helperPath, false, true, helperEnd}, arguments);
+    int status = 0;
+    while (child != 0 && waitpid(child, &status, 0) < 0 && errno == EINTR)
+    {
+    }
+    return child != 0;
+}
+
+void StartHelper(const char* helperPath) noexcept
+{
+    int ends[2];
+    if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0)
+        return;
+    OwnedDescriptor ownEnd(ends[0]);
+    // The number that the helper finds its end under must not be taken by either end here.
+    const int helperEnd = fcntl(ends[1], F_DUPFD_CLOEXEC, kHelperSocket + 1);
+    close(ends[1]);
+    if (helperEnd < 0)
+        return;
+    const bool isStarted = Spawn(helperPath, helperEnd);
+    close(helperEnd); // so that a helper that ended is noticed
+    if (!isStarted)
+        return;
+    // A helper that was stopped must not stop this process.
+    const timeval patience = {1, 0};
+    setsockopt(ownEnd.Get(), SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
+    g_isGreeted.store(false);
+    static const int forkHandler = pthread_atfork(nullptr, nullptr, DropSocket);
+    static_cast<void>(forkHandler);
+    g_socket.store(ownEnd.Release());
+    g_socketProcess.store(getpid());
+}
+
+void CopyPath(char (&target)[PATH_MAX], const char* path) noexcept
+{
+    const std::size_t length = path == nullptr ? 0 : std::strlen(path);
+    if (length != 0 && length < sizeof target)
+        std::memcpy(target, path, length + 1);
+    else
+        target[0] = '\0';
+}
+
+void FillOrder(const Fault& fault, const char* dumpPath, DumpOrder& order) noexcept
+{
+    order.head = {kHelperVersion, HelperMessage::Dump, 0};
+    order.thread = ThisThread();
+    order.time = MonotonicMs();
+    DescribeSignal(static_cast<const siginfo_t*>(fault.signalInfo), 0xFFFFFFFF, order);
+    CopyPath(order.dumpPath, dumpPath);
+    if (fault.context != nullptr)
+        StateFromContext(*static_cast<const ucontext_t*>(fault.context), order.state);
+}
+
+bool IsThere(const std::string& path)
+{
+    return !path.empty() && access(path.c_str(), X_OK) == 0;
+}
+} // namespace
+
+void PrepareDumps(const std::string& helperPath) noexcept
+{
+    PrepareOwnDump();
+    if (Socket() >= 0 || helperPath.empty())
+        return;
+    DropSocket();
+    StartHelper(helperPath.c_str());
+}
+
+void EndDumps() noexcept
+{
+    DropSocket();
+    ReleaseReservedDescriptors();
+}
+
+bool HasDumpHelper() noexcept
+{
+    return Socket() >= 0;
+}
+
+void SetCrashTraces(const CrashTraces& traces)
+{
+    auto copy = std::make_unique<const CrashTraces>(traces);
+    delete g_formerTraces;
+    g_formerTraces = g_traces.exchange(copy.release());
+
+    const int socket = Socket();
+    if (socket < 0)
+        return;
+    std::string all;
+    for (const std::string* text : {&traces.dumpPath, &traces.recordPath, &traces.libraryPath})
+        all.append(text->c_str(), text->size() + 1);
+    all += traces.record;
+    const auto piece = std::make_unique<TracesPiece>();
+    piece->head = {kHelperVersion, HelperMessage::Traces, static_cast<std::uint32_t>(all.size())};
+    for (std::size_t at = 0; at < all.size();)
+    {
+        const std::size_t count = all.copy(piece->bytes, TracesPiece::kMostBytes, at);
+        piece->offset = static_cast<std::uint32_t>(at);
+        if (!Send(socket, piece.get(), offsetof(TracesPiece, bytes) + count))
+            return DropSocket(); // what it knows is not true any more
+        at += count;
+    }
+}
+
+bool WriteDumpNow(const char* path, const Fault& fault) noexcept
+{
+    DumpOrder order;
+    FillOrder(fault, path, order);
+    // Here and not in a function of its own: the frame that is told of must still stand when the stack is read.
+    FrameRegisters here;
+    TakeFrame(here);
+    if (fault.context == nullptr)
+        StateFromFrame(here, order.state);
+    {
+        const Channel channel;
+        if (channel.Ask(&order, sizeof order, kDumpTimeoutMs))
+            return true;
+    }
+    return WriteOwnDump(path, order);
+}
+
+bool WriteCrashTraces(const Fault& fault, bool withDump, const char* logPath) noexcept
+{
+    const CrashTraces* const traces = g_traces.load();
+    if (traces == nullptr)
+        return false;
+    DumpOrder& order = g_crashOrder;
+    FillOrder(fault, nullptr, order);
+    // As above.
+    FrameRegisters here;
+    TakeFrame(here);
+    if (fault.context == nullptr)
+        StateFromFrame(here, order.state);
+    CopyPath(order.logPath, logPath);
+    ReleaseReservedDescriptors(); // whoever makes the report needs some, too
+    order.withDump = withDump;
+    order.withRecord = true;
+    {
+        const Channel channel;
+        if (channel.Ask(&order, sizeof order, kDumpTimeoutMs))
+            return true;
+    }
+    // A helper that failed with the dump may have written the record; one that died has not.
+    const bool hasRecord = access(traces->recordPath.c_str(), F_OK) == 0 && HasDumpHelper();
+    if (!hasRecord && WriteLockedRecord(traces->recordPath.c_str(), traces->record, logPath) < 0)
+        return false;
+    return !withDump || WriteOwnDump(traces->dumpPath.c_str(), order);
+}
+
+bool LetHelperFinish(unsigned timeoutMs) noexcept
+{
+    const HelperHead head = {kHelperVersion, HelperMessage::Finish, 0};
+    const Channel channel;
+    return channel.Ask(&head, sizeof head, timeoutMs);
+}
+
+LeftRecord::LeftRecord(const std::string& path) noexcept : m_file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW))
+{
+    if (m_file >= 0 && flock(m_file, LOCK_EX | LOCK_NB) != 0)
+        close(std::exchange(m_file, -1));
+}
+
+LeftRecord::~LeftRecord()
+{
+    if (m_file >= 0)
+        close(m_file);
+}
+
+std::string LibraryPath()
+{
+    Dl_info information = {};
+    if (dladdr(reinterpret_cast<const void*>(&PrepareDumps), &information) == 0 || information.dli_fname == nullptr)
+        return {};
+    char* const absolute = realpath(information.dli_fname, nullptr);
+    std::string path = absolute != nullptr ? absolute : "";
+    std::free(absolute);
+    return path;
+}
+
+std::string FindDumpHelper()
+{
+    if (const char* const chosen = std::getenv("TEVTOOLS_CRASH_HELPER"))
+        return IsThere(chosen) ? chosen : "";
+    const std::string library = LibraryPath();
+    const std::string folder = library.substr(0, library.rfind('/') + 1);
+    for (const char* const place : {"", TEVTOOLS_HELPER_FROM_LIBRARY "/"})
+    {
+        std::string path = folder + place + "tev-crash-helper";
+        if (IsThere(path))
+            return path;
+    }
+    return {};
+}
+} // namespace tev::platform

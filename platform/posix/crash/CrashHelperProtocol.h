@@ -1,0 +1,82 @@
+#pragma once
+
+#include "platform/posix/crash/MachineState.h"
+
+#include <climits>
+#include <csignal>
+#include <cstdint>
+#include <ctime>
+
+#include <sys/types.h>
+
+// What a process and its helper for crashes tell each other, one packet a message, over a pair of sockets that the helper
+// has as descriptor 3. The helper ends when the process has.
+namespace tev::platform
+{
+constexpr int kHelperSocket = 3;
+constexpr std::uint32_t kHelperVersion = 1;
+
+enum class HelperMessage : std::uint32_t
+{
+    Hello,  ///< of the helper: it is ready; the value is its process identifier
+    Traces, ///< a piece of CrashTraces; the value is the size of the whole
+    Dump,   ///< write a dump, as the order behind the head says
+    Finish, ///< make the report of which the traces were left
+    Answer  ///< of the helper, to the last two: 1 for success
+};
+
+struct HelperHead
+{
+    std::uint32_t version = kHelperVersion;
+    HelperMessage message{};
+    std::uint32_t value = 0;
+};
+
+/// The texts of the traces follow one another, each with its terminator; the last is the record, which may hold NULs.
+struct TracesPiece
+{
+    static constexpr std::size_t kMostBytes = std::size_t{32} << 10;
+
+    HelperHead head;
+    std::uint32_t offset = 0;
+    char bytes[kMostBytes];
+};
+
+struct DumpOrder
+{
+    HelperHead head;
+    pid_t thread = 0;
+    std::int64_t time = 0;    ///< of MonotonicMs; nobody waits any more for an old one
+    std::uint32_t signal = 0; ///< kNoSignal: none
+    std::uint32_t signalCode = 0;
+    std::uint64_t faultAddress = 0;
+    bool withDump = true;
+    bool withRecord = false;
+    MachineState state{};
+    char dumpPath[PATH_MAX]{}; ///< empty: the one of the traces
+    char logPath[PATH_MAX]{};
+};
+
+/// In both, a deadline: the helper must not hold the process's threads for longer.
+constexpr unsigned kDumpTimeoutMs = 4000;
+
+/// The same in all processes. Safe in signal handlers.
+inline std::int64_t MonotonicMs() noexcept
+{
+    timespec now = {};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<std::int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
+}
+
+/// What a signal tells of itself.
+inline void DescribeSignal(const siginfo_t* info, std::uint32_t none, DumpOrder& order) noexcept
+{
+    order.signal = info == nullptr ? none : static_cast<std::uint32_t>(info->si_signo);
+    if (info == nullptr)
+        return;
+    order.signalCode = static_cast<std::uint32_t>(info->si_code);
+    const bool hasAddress = info->si_code > 0 && (info->si_signo == SIGSEGV || info->si_signo == SIGBUS ||
+                                                  info->si_signo == SIGILL || info->si_signo == SIGFPE);
+    order.faultAddress = hasAddress ? reinterpret_cast<std::uintptr_t>(info->si_addr) : 0;
+}
+} // namespace tev::platform

@@ -1,0 +1,247 @@
+#include "platform/FatalSignals.h"
+
+#include "platform/ThreadLocks.h"
+#include "platform/posix/threads/AlternateStack.h"
+
+#include <atomic>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <iterator>
+#include <new>
+#include <optional>
+
+#include <csignal>
+#include <dlfcn.h>
+#include <sys/syscall.h>
+#include <ucontext.h>
+#include <unistd.h>
+
+namespace tev::platform
+{
+namespace
+{
+constexpr int kMostNumbers = 6;
+
+struct SignalsOfKind
+{
+    FatalSignal kind;
+    int numbers[kMostNumbers]; // ended by 0
+};
+
+// SIGQUIT, with which a person asks for a core file, and signals that say nothing of the program are left alone.
+constexpr SignalsOfKind kSignals[] = {
+    {FatalSignal::Abort, {SIGABRT}},
+    {FatalSignal::Interrupt, {SIGINT}},
+    {FatalSignal::Terminate, {SIGTERM}},
+    {FatalSignal::FloatingPoint, {SIGFPE}},
+    {FatalSignal::IllegalInstruction, {SIGILL}},
+    {FatalSignal::SegmentViolation, {SIGSEGV}},
+    {FatalSignal::Other, {SIGBUS, SIGSYS, SIGTRAP, SIGXCPU, SIGXFSZ}},
+};
+constexpr std::size_t kKinds = std::size(kSignals);
+
+std::atomic<SignalHook> g_hooks[kKinds];
+
+const SignalsOfKind* FindSignal(int number) noexcept
+{
+    for (const SignalsOfKind& row : kSignals)
+    {
+        for (const int candidate : row.numbers)
+        {
+            if (candidate == number)
+                return &row;
+        }
+    }
+    return nullptr;
+}
+
+void OnSignal(int number, siginfo_t* info, void* context)
+{
+    const int error = errno;
+    const SignalsOfKind* const row = FindSignal(number);
+    const SignalHook hook = row == nullptr ? nullptr : g_hooks[row - kSignals].load();
+    if (hook != nullptr)
+        hook({row->kind, number, info->si_code, info, context});
+    else
+        EndBySignal(number); // hooked by a copy of the process
+    errno = error;
+}
+
+bool IsOurs(const struct sigaction& action) noexcept
+{
+    return (action.sa_flags & SA_SIGINFO) != 0 && action.sa_sigaction == OnSignal;
+}
+
+/// Sanitizers report what goes wrong in the program by themselves.
+bool IsSanitized() noexcept
+{
+    static const bool isSanitized = dlsym(RTLD_DEFAULT, "__sanitizer_set_death_callback") != nullptr;
+    return isSanitized;
+}
+
+thread_local std::optional<AlternateStack> t_alternateStack;
+
+std::atomic<RunTimeHook> g_pureCallHook{nullptr};
+} // namespace
+
+struct PreviousSignals
+{
+    FatalSignal kind;
+    struct sigaction actions[kMostNumbers];
+};
+
+PreviousSignalsPtr HookSignals(FatalSignal kind, SignalHook hook)
+{
+    const bool isFault = kind != FatalSignal::Interrupt && kind != FatalSignal::Terminate;
+    if (isFault && IsSanitized())
+        return nullptr;
+    const auto index = static_cast<std::size_t>(kind);
+    auto previous = std::make_shared<PreviousSignals>();
+    previous->kind = kind;
+    g_hooks[index].store(hook);
+    struct sigaction action = {};
+    action.sa_sigaction = OnSignal;
+    // A fault of the handler itself comes to it again instead of ending the process without its exit code.
+    action.sa_flags = SA_SIGINFO | SA_ONSTACK | SA_NODEFER;
+    sigemptyset(&action.sa_mask);
+    sigaddset(&action.sa_mask, SIGINT);
+    sigaddset(&action.sa_mask, SIGTERM);
+    for (int i = 0; kSignals[index].numbers[i] != 0; ++i)
+        sigaction(kSignals[index].numbers[i], &action, &previous->actions[i]);
+    return previous;
+}
+
+void UnhookSignals(const PreviousSignalsPtr& previous) noexcept
+{
+    if (previous == nullptr)
+        return;
+    const auto index = static_cast<std::size_t>(previous->kind);
+    for (int i = 0; kSignals[index].numbers[i] != 0; ++i)
+    {
+        struct sigaction standing = {};
+        if (sigaction(kSignals[index].numbers[i], nullptr, &standing) == 0 && IsOurs(standing))
+            sigaction(kSignals[index].numbers[i], &previous->actions[i], nullptr);
+    }
+    g_hooks[index].store(nullptr);
+}
+
+bool CallPrevious(const PreviousSignals& previous, const SignalEvent& event) noexcept
+{
+    const SignalsOfKind& row = kSignals[static_cast<std::size_t>(previous.kind)];
+    for (int i = 0; row.numbers[i] != 0; ++i)
+    {
+        if (row.numbers[i] != event.number)
+            continue;
+        const struct sigaction& action = previous.actions[i];
+        if (IsOurs(action)) // of the process that this one is a copy of
+            return false;
+        if ((action.sa_flags & SA_SIGINFO) != 0)
+            action.sa_sigaction(event.number, static_cast<siginfo_t*>(const_cast<void*>(event.info)),
+                                const_cast<void*>(event.context));
+        else if (action.sa_handler == SIG_IGN || action.sa_handler == SIG_DFL)
+            return false;
+        else
+            action.sa_handler(event.number);
+        return true;
+    }
+    return false;
+}
+
+namespace
+{
+struct SignalRecords
+{
+    ucontext_t context;
+    siginfo_t info;
+};
+} // namespace
+
+std::size_t SignalRecordsSize() noexcept
+{
+    return sizeof(SignalRecords);
+}
+
+void MakeSignalRecords(void* memory, unsigned code, const void*& info, const void*& context) noexcept
+{
+    auto* const records = new (memory) SignalRecords();
+    records->info.si_signo = static_cast<int>(code);
+    getcontext(&records->context);
+    info = &records->info;
+    context = &records->context;
+}
+
+void EndBySignal(int number) noexcept
+{
+    struct sigaction standard = {};
+    standard.sa_handler = SIG_DFL;
+    sigaction(number, &standard, nullptr);
+    sigset_t mask;
+    sigemptyset(&mask);
+    sigaddset(&mask, number);
+    pthread_sigmask(SIG_UNBLOCK, &mask, nullptr);
+    syscall(SYS_tgkill, getpid(), syscall(SYS_gettid), number);
+    EndAtOnce(128 + number);
+}
+
+void EndAtOnce(int exitCode) noexcept
+{
+    for (;;)
+        _exit(exitCode);
+}
+
+std::uint32_t ProcessId() noexcept
+{
+    return static_cast<std::uint32_t>(getpid());
+}
+
+void BecomeCrashReporter() noexcept
+{
+    pthread_setname_np(pthread_self(), "crash reporter");
+    sigset_t mask;
+    sigemptyset(&mask);
+    for (int number = 1; number < SIGRTMIN; ++number)
+    {
+        const SignalsOfKind* const row = FindSignal(number);
+        if (row == nullptr || row->kind == FatalSignal::Interrupt || row->kind == FatalSignal::Terminate)
+            sigaddset(&mask, number);
+    }
+    pthread_sigmask(SIG_BLOCK, &mask, nullptr);
+}
+
+void TakeAlternateStack()
+{
+    if (!t_alternateStack)
+        t_alternateStack.emplace();
+}
+
+void GiveAlternateStackBack() noexcept
+{
+    t_alternateStack.reset();
+}
+
+RunTimeHook SetPureCallHook(RunTimeHook hook) noexcept
+{
+    return g_pureCallHook.exchange(hook);
+}
+
+// The language has dropped it, the run-time has not: code of earlier versions of the language still comes there.
+RunTimeHook SetRunTimeUnexpected(RunTimeHook hook) noexcept __asm__("_ZSt14set_unexpectedPFvvE") __attribute__((weak));
+
+RunTimeHook SetUnexpectedHook(RunTimeHook hook) noexcept
+{
+    return SetRunTimeUnexpected == nullptr ? nullptr : SetRunTimeUnexpected(hook);
+}
+} // namespace tev::platform
+
+// Takes the place of the run-time's own, in programs that find this library before it.
+extern "C" __attribute__((visibility("default"), noreturn)) void __cxa_pure_virtual()
+{
+    constexpr char kMessage[] = "pure virtual method called\n";
+    if (const tev::platform::RunTimeHook hook = tev::platform::g_pureCallHook.load())
+        hook();
+    if (write(STDERR_FILENO, kMessage, sizeof kMessage - 1) < 0)
+        std::abort();
+    std::terminate();
+}

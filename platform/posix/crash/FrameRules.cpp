@@ -1,0 +1,363 @@
+#include "platform/posix/crash/FrameRules.h"
+
+#include "base/ByteReader.h"
+
+#include <algorithm>
+#include <vector>
+
+namespace tev::platform
+{
+namespace
+{
+// How an address is written in the table.
+constexpr unsigned char kOmitted = 0xFF;
+constexpr unsigned char kFormatMask = 0x0F;
+constexpr unsigned char kRelativeMask = 0x70;
+constexpr unsigned char kToPlace = 0x10;
+constexpr std::size_t kDeepestStates = 64;
+
+enum class RuleKind : unsigned char
+{
+    Same,
+    Unknown,
+    AtOffset,  ///< stored at the frame's address plus a number
+    IsOffset,  ///< is the frame's address plus a number
+    InRegister ///< of that number
+};
+
+struct Rule
+{
+    RuleKind kind = RuleKind::Same;
+    std::int64_t number = 0;
+};
+
+struct Rules
+{
+    std::uint64_t frameRegister = 0;
+    std::int64_t frameOffset = 0;
+    bool isKnown = false; ///< where the frame is
+    std::array<Rule, FrameState::kRegisters> registers{};
+};
+
+/// What the functions of one kind have in common.
+struct Common
+{
+    std::uint64_t codeUnit = 1;
+    std::int64_t dataUnit = 1;
+    std::uint64_t returnRegister = FrameState::kInstruction;
+    unsigned char addressFormat = 0;
+    bool hasLengths = false;
+    std::string_view program;
+};
+
+std::uint64_t TakeAddress(ByteReader& reader, unsigned char format, std::uint64_t place)
+{
+    std::uint64_t value = 0;
+    switch (format & kFormatMask)
+    {
+    case 0x00:
+    case 0x04:
+    case 0x0C:
+        value = reader.Take<std::uint64_t>();
+        break;
+    case 0x01:
+        value = reader.TakeUnsigned();
+        break;
+    case 0x02:
+        value = reader.Take<std::uint16_t>();
+        break;
+    case 0x03:
+        value = reader.Take<std::uint32_t>();
+        break;
+    case 0x09:
+        value = static_cast<std::uint64_t>(reader.TakeSigned());
+        break;
+    case 0x0A:
+        value = static_cast<std::uint64_t>(std::int64_t{reader.Take<std::int16_t>()});
+        break;
+    case 0x0B:
+        value = static_cast<std::uint64_t>(std::int64_t{reader.Take<std::int32_t>()});
+        break;
+    default:
+        reader.Skip(~std::uint64_t{0});
+        break;
+    }
+    return (format & kRelativeMask) == kToPlace ? value + place : value;
+}
+
+/// One entry of the table, of which there are two kinds.
+struct Entry
+{
+    std::size_t start = 0; ///< of what follows the length
+    std::uint32_t commonDistance = 0;
+    std::string_view body; ///< behind the distance
+};
+
+bool TakeEntry(ByteReader& reader, Entry& entry)
+{
+    std::uint64_t length = reader.Take<std::uint32_t>();
+    if (length == 0xFFFFFFFF)
+        length = reader.Take<std::uint64_t>();
+    if (length < sizeof entry.commonDistance || !reader.IsGood())
+        return false;
+    entry.start = reader.Position();
+    entry.commonDistance = reader.Take<std::uint32_t>();
+    entry.body = reader.TakeBytes(length - sizeof entry.commonDistance);
+    return reader.IsGood();
+}
+
+bool ReadCommon(std::string_view body, Common& common)
+{
+    ByteReader reader(body);
+    const auto version = reader.Take<unsigned char>();
+    const std::string_view augmentation = reader.TakeText();
+    common.codeUnit = reader.TakeUnsigned();
+    common.dataUnit = reader.TakeSigned();
+    common.returnRegister = version == 1 ? reader.Take<unsigned char>() : reader.TakeUnsigned();
+    if (!augmentation.empty())
+    {
+        if (augmentation[0] != 'z')
+            return false;
+        common.hasLengths = true;
+        ByteReader details(reader.TakeBytes(reader.TakeUnsigned()));
+        for (const char letter : augmentation.substr(1))
+        {
+            if (letter == 'R')
+                common.addressFormat = details.Take<unsigned char>();
+            else if (letter == 'L')
+                details.Skip(1);
+            else if (letter == 'P')
+                TakeAddress(details, details.Take<unsigned char>(), 0);
+            else if (letter != 'S')
+                return false;
+        }
+    }
+    common.program = body.substr(std::min(reader.Position(), body.size()));
+    return reader.IsGood() && common.returnRegister < FrameState::kRegisters;
+}
+
+/// Runs the little programs that tell how the rules change from one instruction of the function to the next.
+class RuleMachine
+{
+public:
+    RuleMachine(const Common& common, std::uint64_t start, std::uint64_t target, const Rules& initial)
+        : m_common(common), m_address(start), m_target(target), m_rules(initial), m_initial(initial)
+    {
+    }
+
+    /// False for what is not understood. Ends where the target is passed.
+    bool Run(std::string_view program)
+    {
+        ByteReader reader(program);
+        while (!reader.IsAtEnd() && m_address <= m_target)
+        {
+            const auto code = reader.Take<unsigned char>();
+            if (!((code & 0xC0) != 0 ? RunShort(code, reader) : RunLong(code, reader)) || !reader.IsGood())
+                return false;
+        }
+        return true;
+    }
+    const Rules& Result() const { return m_rules; }
+
+private:
+    void Set(std::uint64_t number, Rule rule)
+    {
+        if (number < FrameState::kRegisters)
+            m_rules.registers[number] = rule;
+    }
+    void Restore(std::uint64_t number)
+    {
+        if (number < FrameState::kRegisters)
+            m_rules.registers[number] = m_initial.registers[number];
+    }
+    void Advance(std::uint64_t units) { m_address += units * m_common.codeUnit; }
+    std::int64_t Data(std::uint64_t units) const
+    {
+        return static_cast<std::int64_t>(units * static_cast<std::uint64_t>(m_common.dataUnit));
+    }
+
+    bool RunShort(unsigned char code, ByteReader& reader)
+    {
+        const std::uint64_t operand = code & 0x3F;
+        if (code >> 6 == 1)
+            Advance(operand);
+        else if (code >> 6 == 2)
+            Set(operand, {RuleKind::AtOffset, Data(reader.TakeUnsigned())});
+        else
+            Restore(operand);
+        return true;
+    }
+
+    bool RunLong(unsigned char code, ByteReader& reader)
+    {
+        switch (code)
+        {
+        case 0x00: // nothing
+            return true;
+        case 0x02:
+            Advance(reader.Take<unsigned char>());
+            return true;
+        case 0x03:
+            Advance(reader.Take<std::uint16_t>());
+            return true;
+        case 0x04:
+            Advance(reader.Take<std::uint32_t>());
+            return true;
+        case 0x0A: // remember
+            if (m_remembered.size() >= kDeepestStates)
+                return false;
+            m_remembered.push_back(m_rules);
+            return true;
+        case 0x0B: // and go back
+            if (m_remembered.empty())
+                return false;
+            m_rules = m_remembered.back();
+            m_remembered.pop_back();
+            return true;
+        case 0x0C:
+        case 0x12:
+            m_rules.frameRegister = reader.TakeUnsigned();
+            m_rules.frameOffset = code == 0x0C ? static_cast<std::int64_t>(reader.TakeUnsigned())
+                                               : Data(static_cast<std::uint64_t>(reader.TakeSigned()));
+            m_rules.isKnown = true;
+            return true;
+        case 0x0D:
+            m_rules.frameRegister = reader.TakeUnsigned();
+            return true;
+        case 0x0E:
+            m_rules.frameOffset = static_cast<std::int64_t>(reader.TakeUnsigned());
+            return true;
+        case 0x13:
+            m_rules.frameOffset = Data(static_cast<std::uint64_t>(reader.TakeSigned()));
+            return true;
+        case 0x0F: // the frame by an expression
+            m_rules.isKnown = false;
+            reader.Skip(reader.TakeUnsigned());
+            return true;
+        case 0x2E: // sizes of arguments
+            reader.TakeUnsigned();
+            return true;
+        default:
+            return RunRule(code, reader);
+        }
+    }
+
+    bool RunRule(unsigned char code, ByteReader& reader)
+    {
+        const std::uint64_t number = reader.TakeUnsigned();
+        switch (code)
+        {
+        case 0x05:
+            Set(number, {RuleKind::AtOffset, Data(reader.TakeUnsigned())});
+            return true;
+        case 0x06:
+            Restore(number);
+            return true;
+        case 0x07:
+            Set(number, {RuleKind::Unknown, 0});
+            return true;
+        case 0x08:
+            Set(number, {RuleKind::Same, 0});
+            return true;
+        case 0x09:
+            Set(number, {RuleKind::InRegister, static_cast<std::int64_t>(reader.TakeUnsigned())});
+            return true;
+        case 0x10: // by expressions
+        case 0x16:
+            Set(number, {RuleKind::Unknown, 0});
+            reader.Skip(reader.TakeUnsigned());
+            return true;
+        case 0x11:
+            Set(number, {RuleKind::AtOffset, Data(static_cast<std::uint64_t>(reader.TakeSigned()))});
+            return true;
+        case 0x14:
+            Set(number, {RuleKind::IsOffset, Data(reader.TakeUnsigned())});
+            return true;
+        case 0x15:
+            Set(number, {RuleKind::IsOffset, Data(static_cast<std::uint64_t>(reader.TakeSigned()))});
+            return true;
+        default:
+            return false;
+        }
+    }
+
+    const Common& m_common;
+    std::uint64_t m_address;
+    const std::uint64_t m_target;
+    Rules m_rules;
+    const Rules m_initial; ///< what the function begins with
+    std::vector<Rules> m_remembered;
+};
+
+bool Apply(const Rules& rules, std::uint64_t returnRegister, FrameState& state, const StackReader& stack)
+{
+    if (!rules.isKnown || rules.frameRegister >= FrameState::kRegisters)
+        return false;
+    const std::uint64_t frame = state.registers[rules.frameRegister] + static_cast<std::uint64_t>(rules.frameOffset);
+    FrameState caller = state;
+    caller.registers[FrameState::kStackPointer] = frame;
+    for (std::size_t i = 0; i < FrameState::kRegisters; ++i)
+    {
+        const Rule& rule = rules.registers[i];
+        const std::uint64_t place = frame + static_cast<std::uint64_t>(rule.number);
+        if (rule.kind == RuleKind::AtOffset && !stack(place, caller.registers[i]))
+            return false;
+        if (rule.kind == RuleKind::IsOffset)
+            caller.registers[i] = place;
+        if (rule.kind == RuleKind::InRegister)
+        {
+            const auto from = static_cast<std::uint64_t>(rule.number);
+            if (from >= FrameState::kRegisters)
+                return false;
+            caller.registers[i] = state.registers[from];
+        }
+    }
+    // Whoever has nowhere to return to is the first on the stack.
+    if (rules.registers[returnRegister].kind == RuleKind::Unknown ||
+        rules.registers[returnRegister].kind == RuleKind::Same)
+        return false;
+    caller.registers[FrameState::kInstruction] = caller.registers[returnRegister];
+    state = caller;
+    return true;
+}
+
+bool LeaveByEntry(const Common& common, ByteReader& details, std::string_view body, std::uint64_t start,
+                  std::uint64_t address, FrameState& state, const StackReader& stack)
+{
+    if (common.hasLengths)
+        details.Skip(details.TakeUnsigned());
+    RuleMachine initial(common, 0, ~std::uint64_t{0}, {});
+    if (!details.IsGood() || !initial.Run(common.program))
+        return false;
+    RuleMachine machine(common, start, address, initial.Result());
+    return machine.Run(body.substr(details.Position())) && Apply(machine.Result(), common.returnRegister, state, stack);
+}
+} // namespace
+
+bool LeaveFrameByTable(std::string_view table, std::uint64_t tableAddress, std::uint64_t address, FrameState& state,
+                       const StackReader& stack)
+{
+    ByteReader reader(table);
+    Entry entry;
+    while (!reader.IsAtEnd() && TakeEntry(reader, entry))
+    {
+        if (entry.commonDistance == 0 || entry.commonDistance > entry.start)
+            continue;
+        Entry commonEntry;
+        Common common;
+        // The distance leads to the length before the common entry.
+        ByteReader before(table);
+        before.Skip(entry.start - entry.commonDistance);
+        if (!TakeEntry(before, commonEntry) || commonEntry.commonDistance != 0 ||
+            !ReadCommon(commonEntry.body, common) || common.addressFormat == kOmitted)
+            continue;
+        ByteReader details(entry.body);
+        const std::uint64_t place = tableAddress + entry.start + sizeof entry.commonDistance;
+        const std::uint64_t start = TakeAddress(details, common.addressFormat, place);
+        const std::uint64_t length = TakeAddress(details, common.addressFormat & kFormatMask, 0);
+        if (details.IsGood() && address >= start && address - start < length)
+            return LeaveByEntry(common, details, entry.body, start, address, state, stack);
+    }
+    return false;
+}
+} // namespace tev::platform

@@ -1,0 +1,111 @@
+#include "platform/posix/crash/helper/StoppedProcess.h"
+
+#include "platform/posix/crash/RemoteMemory.h"
+
+#include <algorithm>
+#include <thread>
+
+#include <elf.h>
+#include <sys/ptrace.h>
+#include <sys/uio.h>
+#include <sys/user.h>
+#include <sys/wait.h>
+
+namespace tev::platform
+{
+namespace
+{
+constexpr std::size_t kMostThreads = 8192;
+constexpr auto kLongestWait = std::chrono::milliseconds(1000);
+constexpr int kMostRounds = 10;
+} // namespace
+
+StoppedProcess::StoppedProcess(pid_t process, const DumpOrder& order) : m_order(order)
+{
+    const Clock::time_point end = Clock::now() + kLongestWait;
+    // Threads that still run may start others.
+    for (int round = 0; round < kMostRounds && SeizeNewThreads(process); ++round)
+    {
+        for (Thread& thread : m_threads)
+            WaitForStop(thread, end);
+    }
+}
+
+StoppedProcess::~StoppedProcess()
+{
+    for (const Thread& thread : m_threads)
+    {
+        if (thread.isStopped)
+            ptrace(PTRACE_DETACH, thread.id, nullptr, thread.pendingSignal);
+    }
+}
+
+bool StoppedProcess::IsStopped() const noexcept
+{
+    return std::any_of(m_threads.begin(), m_threads.end(), [](const Thread& thread) { return thread.isStopped; });
+}
+
+/// Answers whether there were any.
+bool StoppedProcess::SeizeNewThreads(pid_t process)
+{
+    std::vector<pid_t> ids(kMostThreads);
+    ids.resize(ListThreads(process, m_order.thread, ids.data(), ids.size()));
+    bool found = false;
+    for (const pid_t id : ids)
+    {
+        if (std::any_of(m_threads.begin(), m_threads.end(), [=](const Thread& thread) { return thread.id == id; }))
+            continue;
+        found = true;
+        const bool isSeized =
+            ptrace(PTRACE_SEIZE, id, nullptr, nullptr) == 0 && ptrace(PTRACE_INTERRUPT, id, nullptr, nullptr) == 0;
+        m_threads.push_back({id, isSeized, false, 0});
+    }
+    return found;
+}
+
+void StoppedProcess::WaitForStop(Thread& thread, Clock::time_point end)
+{
+    constexpr auto kBetweenLooks = std::chrono::microseconds(50);
+    while (thread.isSeized && !thread.isStopped)
+    {
+        int status = 0;
+        const pid_t answer = waitpid(thread.id, &status, __WALL | WNOHANG);
+        if (answer == thread.id && WIFSTOPPED(status))
+        {
+            thread.isStopped = true;
+            const bool isOwnStop = status >> 16 == PTRACE_EVENT_STOP;
+            thread.pendingSignal = isOwnStop ? 0 : WSTOPSIG(status);
+        }
+        else if (answer != 0 || Clock::now() >= end)
+        {
+            thread.isSeized = false; // it has ended, or sleeps where nothing wakes it
+        }
+        else
+        {
+            std::this_thread::sleep_for(kBetweenLooks);
+        }
+    }
+}
+
+void StoppedProcess::Get(std::size_t index, DumpedThread& thread) noexcept
+{
+    const Thread& from = m_threads[index];
+    thread.id = static_cast<std::uint32_t>(from.id);
+    thread.hasState = false;
+    if (from.id == m_order.thread)
+    {
+        thread.state = m_order.state;
+        thread.hasState = KnowsMachineState();
+        return;
+    }
+    if (!from.isStopped || !KnowsMachineState())
+        return;
+    user_regs_struct registers = {};
+    iovec target = {&registers, sizeof registers};
+    if (ptrace(PTRACE_GETREGSET, from.id, NT_PRSTATUS, &target) == 0)
+    {
+        StateFromRegisters(registers, thread.state);
+        thread.hasState = true;
+    }
+}
+} // namespace tev::platform

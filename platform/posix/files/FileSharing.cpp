@@ -1,0 +1,155 @@
+// How openers find each other: each holds locks of its open file description on single bytes far beyond any data, in up
+// to four ranges that say what it does and what it denies to others. It first sets its own locks and then looks for
+// somebody else's in the ranges that contradict them. Whoever comes second sees the first one; two that come at the same
+// moment may see each other, so both step back and try again after a short random time.
+//
+// The bytes are chosen at random, because a descriptor that can only read can only set shared locks and one that can only
+// write only exclusive ones, and both kinds must live together in one range.
+
+#include "platform/posix/files/FileSharing.h"
+
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <cstdint>
+#include <thread>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace tev::platform
+{
+#if defined(F_OFD_SETLK)
+namespace
+{
+static_assert(sizeof(off_t) == 8, "the ranges lie at 2^62");
+
+constexpr off_t kFirstRange = off_t{1} << 62;
+constexpr off_t kRangeSize = off_t{1} << 58;
+constexpr int kAttempts = 4;
+constexpr unsigned kLongestPauseMicroseconds = 1000;
+
+enum Range
+{
+    Reads = 0,
+    Writes = 1,
+    DeniesRead = 2,
+    DeniesWrite = 3
+};
+constexpr Range kRanges[] = {Reads, Writes, DeniesRead, DeniesWrite};
+
+Range Contradiction(Range range)
+{
+    return static_cast<Range>(range ^ 2);
+}
+
+off_t StartOf(Range range)
+{
+    return kFirstRange + kRangeSize * range;
+}
+
+std::uint64_t NextRandom()
+{
+    static std::atomic<std::uint64_t> counter{
+        static_cast<std::uint64_t>(std::chrono::steady_clock::now().time_since_epoch().count())};
+    // The process number keeps a child from repeating its parent's numbers.
+    std::uint64_t x = counter.fetch_add(0x9E3779B97F4A7C15u) ^ (static_cast<std::uint64_t>(getpid()) << 32);
+    x = (x ^ (x >> 30)) * 0xBF58476D1CE4E5B9u;
+    x = (x ^ (x >> 27)) * 0x94D049BB133111EBu;
+    return x ^ (x >> 31);
+}
+
+bool LockCall(int descriptor, int command, struct flock& lock)
+{
+    while (fcntl(descriptor, command, &lock) != 0)
+    {
+        if (errno != EINTR)
+            return false;
+    }
+    return true;
+}
+
+struct flock MakeLock(int type, off_t start, off_t length)
+{
+    struct flock lock = {};
+    lock.l_type = static_cast<short>(type);
+    lock.l_whence = SEEK_SET;
+    lock.l_start = start;
+    lock.l_len = length;
+    return lock;
+}
+
+void Leave(int descriptor)
+{
+    struct flock lock = MakeLock(F_UNLCK, kFirstRange, kRangeSize * 4);
+    LockCall(descriptor, F_OFD_SETLK, lock);
+}
+
+enum class Mark
+{
+    Set,
+    Blocked,
+    NotSupported
+};
+
+Mark SetMark(int descriptor, int lockType, Range range)
+{
+    for (int attempt = 0; attempt < kAttempts; ++attempt)
+    {
+        const off_t byte = static_cast<off_t>(NextRandom() % static_cast<std::uint64_t>(kRangeSize));
+        struct flock lock = MakeLock(lockType, StartOf(range) + byte, 1);
+        if (LockCall(descriptor, F_OFD_SETLK, lock))
+            return Mark::Set;
+        if (errno != EAGAIN && errno != EACCES)
+            return Mark::NotSupported;
+    }
+    return Mark::Blocked; // somebody has locked the whole file
+}
+
+bool OthersIn(int descriptor, Range range)
+{
+    struct flock lock = MakeLock(F_WRLCK, StartOf(range), kRangeSize);
+    return LockCall(descriptor, F_OFD_GETLK, lock) && lock.l_type != F_UNLCK;
+}
+
+bool TryToEnter(int descriptor, const FileShare& share)
+{
+    const bool marked[] = {share.reads, share.writes, share.deniesRead, share.deniesWrite};
+    const int lockType = share.reads ? F_RDLCK : F_WRLCK;
+    for (const Range range : kRanges)
+    {
+        const Mark mark = marked[range] ? SetMark(descriptor, lockType, range) : Mark::Set;
+        if (mark == Mark::Blocked)
+            return false;
+        if (mark == Mark::NotSupported)
+            return true;
+    }
+    for (const Range range : kRanges)
+    {
+        const bool truncates = range == Writes && share.truncates;
+        if ((marked[range] || truncates) && OthersIn(descriptor, Contradiction(range)))
+            return false;
+    }
+    return true;
+}
+} // namespace
+
+bool EnterSharing(int descriptor, const FileShare& share)
+{
+    for (int attempt = 1;; ++attempt)
+    {
+        if (TryToEnter(descriptor, share))
+            return true;
+        Leave(descriptor);
+        if (attempt == kAttempts)
+            return false;
+        std::this_thread::sleep_for(std::chrono::microseconds(NextRandom() % kLongestPauseMicroseconds));
+    }
+}
+#else
+bool EnterSharing(int, const FileShare&)
+{
+    return true;
+}
+#endif
+} // namespace tev::platform

@@ -1,0 +1,228 @@
+#include "platform/posix/threads/StartedThread.h"
+
+#include "platform/AddressWait.h"
+#include "platform/ThreadLocks.h"
+#include "platform/Threads.h"
+#include "platform/posix/threads/AlternateStack.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <ctime>
+#include <mutex>
+#include <new>
+
+#include <sys/resource.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace tev::platform
+{
+namespace
+{
+constexpr std::size_t kOwnStackUse = std::size_t{32} << 10; ///< of the thread's start, and of a signal handler
+constexpr int kNiceStep = 5;
+
+thread_local std::uint64_t t_threadId TEV_NEAR_THREAD_LOCAL = 0;
+
+// The threads that run, for OpenThread.
+std::mutex g_runningLock;
+StartedThread* g_firstRunning = nullptr;
+
+void Enlist(StartedThread& thread) noexcept
+{
+    const HeldLibraryLock held;
+    const std::lock_guard guard(g_runningLock);
+    thread.m_next = g_firstRunning;
+    if (g_firstRunning != nullptr)
+        g_firstRunning->m_previous = &thread;
+    g_firstRunning = &thread;
+}
+
+void Delist(StartedThread& thread) noexcept
+{
+    const HeldLibraryLock held;
+    const std::lock_guard guard(g_runningLock);
+    (thread.m_previous == nullptr ? g_firstRunning : thread.m_previous->m_next) = thread.m_next;
+    if (thread.m_next != nullptr)
+        thread.m_next->m_previous = thread.m_previous;
+}
+
+// Nothing with a destructor may stand in this function: a killed thread returns to it from anywhere.
+void RunProcedure(StartedThread& self) noexcept
+{
+    if (sigsetjmp(self.m_end, 1) == 0)
+    {
+        SetStoppableThread(&self);
+        StandStill(self);
+        self.m_hasLeftStart.store(true);
+        if (!self.IsAskedToDie())
+        {
+            const unsigned exitCode = self.m_procedure.run(self.m_argument);
+            SetStoppableThread(nullptr);
+            self.m_exitCode.store(exitCode);
+        }
+        else
+        {
+            NoteKilled(self);
+        }
+    }
+    SetStoppableThread(nullptr);
+}
+
+} // namespace
+
+void Leave(StartedThread& thread) noexcept
+{
+    thread.m_procedure.discard(thread.m_argument);
+    Delist(thread);
+    thread.m_ended.store(1, std::memory_order_release);
+    WakeAll(thread.m_ended);
+    ReleaseThread(&thread);
+}
+
+namespace
+{
+void* Enter(void* argument)
+{
+    auto& self = *static_cast<StartedThread*>(argument);
+    const AlternateStack alternateStack;
+    AcceptStopsOnThisThread();
+    self.m_number = NumberOfThisThread();
+    Enlist(self);
+    self.m_id.store(static_cast<std::uint32_t>(CurrentThreadId()));
+    WakeAll(self.m_id);
+
+    RunProcedure(self);
+
+    Leave(self);
+    return nullptr;
+}
+
+int NiceOfProcess() noexcept
+{
+    return getpriority(PRIO_PROCESS, static_cast<id_t>(getpid()));
+}
+} // namespace
+
+std::uint64_t CurrentThreadId() noexcept
+{
+    if (t_threadId == 0)
+    {
+        // The one thread of a forked process has another identifier than its original.
+        static const int forkHandler = pthread_atfork(nullptr, nullptr, [] { t_threadId = 0; });
+        static_cast<void>(forkHandler);
+        t_threadId = static_cast<std::uint64_t>(syscall(SYS_gettid));
+    }
+    return t_threadId;
+}
+
+void SleepThisThread(unsigned milliseconds) noexcept
+{
+    timespec left = {static_cast<time_t>(milliseconds / 1000), static_cast<long>(milliseconds % 1000) * 1000000};
+    while (nanosleep(&left, &left) != 0 && errno == EINTR)
+    {
+    }
+}
+
+StartedThread* StartThread(const ThreadProcedure& procedure, void* argument, std::size_t stackSize) noexcept
+{
+    PrepareStops();
+    auto* const thread = new (std::nothrow) StartedThread;
+    if (thread == nullptr)
+        return nullptr;
+    thread->m_procedure = procedure;
+    thread->m_argument = argument;
+
+    pthread_attr_t attributes;
+    bool started = pthread_attr_init(&attributes) == 0;
+    if (started)
+    {
+        if (stackSize != 0)
+        {
+            const auto least = static_cast<std::size_t>(std::max(sysconf(_SC_THREAD_STACK_MIN), 0L)) + kOwnStackUse;
+            started = pthread_attr_setstacksize(&attributes, std::max(stackSize, least)) == 0;
+        }
+        started = started && pthread_create(&thread->m_thread, &attributes, &Enter, thread) == 0;
+        pthread_attr_destroy(&attributes);
+    }
+    if (!started)
+    {
+        delete thread;
+        return nullptr;
+    }
+    while (thread->m_id.load() == 0)
+        WaitWhile(thread->m_id, 0);
+    return thread;
+}
+
+StartedThread* OpenThread(std::uint64_t id) noexcept
+{
+    const HeldLibraryLock held;
+    const std::lock_guard guard(g_runningLock);
+    StartedThread* thread = g_firstRunning;
+    while (thread != nullptr && thread->m_id.load() != id)
+        thread = thread->m_next;
+    if (thread != nullptr)
+        RetainThread(thread);
+    return thread;
+}
+
+void RetainThread(StartedThread* thread) noexcept
+{
+    thread->m_references.fetch_add(1, std::memory_order_relaxed);
+}
+
+// The thread's own reference ends in the thread itself, the last thing that it does here.
+void ReleaseThread(StartedThread* thread) noexcept
+{
+    if (thread->m_references.fetch_sub(1, std::memory_order_acq_rel) != 1)
+        return;
+    // The stack of a raw exit is lost: another thread on it would find the thread-specific data of the first.
+    if (!thread->m_hasLeftRawly.load())
+        pthread_detach(thread->m_thread);
+    delete thread;
+}
+
+std::uint64_t ThreadId(const StartedThread* thread) noexcept
+{
+    return thread->m_id.load();
+}
+
+std::uint64_t ThreadNumber(const StartedThread* thread) noexcept
+{
+    return thread->m_number;
+}
+
+bool HasEnded(const StartedThread* thread, unsigned& exitCode) noexcept
+{
+    if (!thread->HasEnded())
+        return false;
+    exitCode = thread->m_exitCode.load();
+    return true;
+}
+
+bool WaitForThread(const StartedThread* thread, unsigned timeoutMs) noexcept
+{
+    using Clock = std::chrono::steady_clock;
+    const Clock::time_point end = Clock::now() + std::chrono::milliseconds(timeoutMs);
+    while (!thread->HasEnded())
+    {
+        const Clock::duration left = end - Clock::now();
+        if (left <= Clock::duration::zero())
+            return false;
+        WaitWhile(thread->m_ended, 0, left);
+    }
+    return true;
+}
+
+// A number of -20 to 19 that the process has as a whole, and each thread for itself.
+bool SetThreadPriority(StartedThread* thread, int level) noexcept
+{
+    if (thread->HasEnded())
+        return false;
+    const int nice = std::clamp(NiceOfProcess() - level * kNiceStep, -20, 19);
+    return setpriority(PRIO_PROCESS, thread->m_id.load(), nice) == 0;
+}
+} // namespace tev::platform

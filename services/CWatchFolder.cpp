@@ -1,0 +1,249 @@
+#include "services/CWatchFolder.h"
+
+#include "platform/FolderWatch.h"
+#include "platform/PathNames.h"
+#include "platform/Threads.h"
+#include "services/Paths.h"
+#include "text/TextView.h"
+
+#include <string_view>
+
+namespace tev
+{
+/// What AddRefreshNotification was given, and the watch; that is null while the folder is let go of.
+struct WatchRecord
+{
+    bool Start()
+    {
+        m_watch = platform::FolderWatch::Start(m_folder, m_watchSubtree, m_filter);
+        return m_watch != nullptr;
+    }
+
+    CXTString<wchar_t> m_folder; // ends with a separator
+    bool m_watchSubtree;
+    unsigned m_filter;
+    std::unique_ptr<platform::FolderWatch> m_watch;
+};
+} // namespace tev
+
+namespace
+{
+using tev::WatchRecord;
+using tev::platform::FolderChange;
+
+static_assert(CWatchFolder::kFileNames == tev::platform::kWatchFileNames &&
+              CWatchFolder::kFolderNames == tev::platform::kWatchFolderNames &&
+              CWatchFolder::kAttributes == tev::platform::kWatchAttributes &&
+              CWatchFolder::kSize == tev::platform::kWatchSize &&
+              CWatchFolder::kLastWrite == tev::platform::kWatchLastWrite &&
+              CWatchFolder::kLastAccess == tev::platform::kWatchLastAccess &&
+              CWatchFolder::kCreation == tev::platform::kWatchCreation &&
+              CWatchFolder::kSecurity == tev::platform::kWatchSecurity);
+
+CXTString<wchar_t> WithSeparator(const CXTString<wchar_t>& folder)
+{
+    const std::wstring_view path = tev::ViewOf(folder);
+    if (path.empty())
+        return folder; // and not the root
+    CXTString<wchar_t> result = folder.Left(static_cast<int>(path.find_last_not_of(L"/\\") + 1));
+    result += tev::platform::kPathSeparator;
+    return result;
+}
+
+CWatchFolder::FileChange ToFileChange(FolderChange change)
+{
+    switch (change)
+    {
+    case FolderChange::Added:
+        return CWatchFolder::xChangeAdded;
+    case FolderChange::Removed:
+        return CWatchFolder::xChangeRemoved;
+    case FolderChange::Modified:
+        return CWatchFolder::xChangeModified;
+    case FolderChange::Renamed:
+        return CWatchFolder::xChangeRenamed;
+    case FolderChange::Everything:
+        break;
+    }
+    return CWatchFolder::xChangeWholeFolder;
+}
+} // namespace
+
+CWatchFolder::CWatchFolder() = default;
+
+CWatchFolder::~CWatchFolder()
+{
+    RemoveAll();
+}
+
+bool CWatchFolder::AddRefreshNotification(const CXTString<wchar_t>& folder, bool watchSubtree, unsigned int filter)
+{
+    if (!fileIsDirectory(folder))
+        return false;
+    if (IndexOf(folder) >= 0)
+        return true;
+    auto record = std::make_unique<WatchRecord>(WatchRecord{WithSeparator(folder), watchSubtree, filter, nullptr});
+    if (!record->Start())
+        return false;
+    m_watches.push_back(std::move(record));
+    return true;
+}
+
+bool CWatchFolder::RemoveRefreshNotification(const CXTString<wchar_t>&)
+{
+    return false;
+}
+
+bool CWatchFolder::RemoveRefreshNotification(int index, bool keepRecord)
+{
+    if (index < 0 || static_cast<std::size_t>(index) >= m_watches.size())
+        return false;
+    if (keepRecord)
+        m_watches[static_cast<std::size_t>(index)]->m_watch.reset();
+    else
+        m_watches.erase(m_watches.begin() + index);
+    return true;
+}
+
+bool CWatchFolder::StopWatching(const CXTString<wchar_t>& folder)
+{
+    return RemoveRefreshNotification(IndexOf(folder), false);
+}
+
+void CWatchFolder::RemoveAll()
+{
+    m_watches.clear();
+}
+
+bool CWatchFolder::CheckRefreshNotification()
+{
+    if (m_refreshLocks.load(std::memory_order_relaxed) > 0)
+        return false;
+    if (HoldsChanges())
+        return true;
+    const tev::LockGuard guard(m_lock);
+    for (const std::unique_ptr<WatchRecord>& record : m_watches)
+    {
+        if (record->m_watch == nullptr)
+            continue;
+        record->m_watch->Collect([&](FolderChange change, const std::wstring& path) X_REQUIRES(m_lock) {
+            m_path = record->m_folder;
+            m_path.Append(path.data(), path.size());
+            Record(m_path, ToFileChange(change));
+        });
+    }
+    return m_changes.GetCount() != 0;
+}
+
+void CWatchFolder::LockRefresh() noexcept
+{
+    ++m_refreshLocks;
+}
+
+bool CWatchFolder::UnlockRefresh() noexcept
+{
+    int locks = m_refreshLocks.load();
+    while (locks > 0 && !m_refreshLocks.compare_exchange_weak(locks, locks - 1))
+    {
+    }
+    return locks <= 1;
+}
+
+void CWatchFolder::AddChange(const CXTString<wchar_t>& path, FileChange change)
+{
+    const tev::LockGuard guard(m_lock);
+    Record(path, change);
+}
+
+const CWatchFolder::Changes& CWatchFolder::GetChanges()
+{
+    if (!HoldsChanges())
+    {
+        m_lock.Lock();
+        m_holder = tev::platform::CurrentThreadId();
+    }
+    return m_changes;
+}
+
+bool CWatchFolder::ReleaseChanges()
+{
+    if (HoldsChanges())
+    {
+        m_changes.Clear();
+        m_holder = 0;
+        m_lock.Unlock();
+    }
+    return false;
+}
+
+void CWatchFolder::EnableDriveInsertionNotification(bool option, unsigned int driveMask) noexcept
+{
+    m_driveInsertion = true;
+    m_driveOption = option;
+    m_driveMask = driveMask;
+}
+
+void CWatchFolder::SetNotifyWindow(void* window) noexcept
+{
+    if (m_notifyWindow == nullptr)
+        m_notifyWindow = window;
+}
+
+unsigned int CWatchFolder::OnDeviceChange(unsigned int event, unsigned __int64 data)
+{
+    const auto* device = reinterpret_cast<const DeviceEvent*>(static_cast<std::uintptr_t>(data));
+    if (device == nullptr)
+        return 0;
+    if (device->m_device == kDeviceHandle)
+        return OnFolderOfVolume(event, device->m_folder) ? 1 : 0;
+    if (device->m_device != kDeviceVolume || !m_driveInsertion || (event != kVolumeArrived && event != kRemoveComplete))
+        return 0;
+    // A volume that went has been noticed by the watches themselves.
+    for (const std::unique_ptr<WatchRecord>& record : m_watches)
+    {
+        if (event == kVolumeArrived && record->m_watch == nullptr)
+            record->Start();
+    }
+    return 1;
+}
+
+bool CWatchFolder::OnFolderOfVolume(unsigned int event, const wchar_t* folder)
+{
+    const int index = IndexOf(folder);
+    switch (event)
+    {
+    case kQueryRemove:
+        return RemoveRefreshNotification(index, true);
+    case kQueryRemoveFailed:
+        return index >= 0 && m_watches[static_cast<std::size_t>(index)]->Start();
+    case kRemovePending:
+    case kRemoveComplete:
+        return RemoveRefreshNotification(index, false);
+    default:
+        return false;
+    }
+}
+
+int CWatchFolder::IndexOf(const CXTString<wchar_t>& folder) const
+{
+    const CXTString<wchar_t> path = WithSeparator(folder);
+    for (std::size_t i = 0; i < m_watches.size(); ++i)
+    {
+        // One that is gone has a name only.
+        if (m_watches[i]->m_folder == path || fileIsSameDirectory(m_watches[i]->m_folder, folder))
+            return static_cast<int>(i);
+    }
+    return -1;
+}
+
+bool CWatchFolder::HoldsChanges() const noexcept
+{
+    return m_holder.load(std::memory_order_relaxed) == tev::platform::CurrentThreadId();
+}
+
+void CWatchFolder::Record(const CXTString<wchar_t>& path, FileChange change)
+{
+    const FileChange* earlier = m_changes.Find(path);
+    if (earlier == nullptr || *earlier != xChangeAdded || change != xChangeModified)
+        m_changes.Insert(path, change);
+}

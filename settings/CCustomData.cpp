@@ -1,0 +1,316 @@
+#include "settings/CCustomData.h"
+
+#include "base/BlockChecksum.h"
+#include "objects/CXException.h"
+#include "settings/CustomDataChunk.h"
+#include "settings/StoreLocks.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <new>
+#include <utility>
+
+using tev::LockGuard;
+using tev::StoreLocks;
+
+namespace
+{
+constexpr unsigned kNoId = 0xFFFFFFFF;
+constexpr int kKeepPresent = 1;
+} // namespace
+
+X_IMPLEMENT_CLASS(CCustomData, CXObject, 1)
+
+CCustomDataClass::~CCustomDataClass() = default;
+
+CCustomData::CCustomData()
+{
+    const LockGuard lock(m_lock);
+    Touch();
+}
+
+CCustomData::CCustomData(const CCustomData& other) : CXObject(other)
+{
+    const StoreLocks locks(m_lock, other.m_lock);
+    CopyFrom(other);
+}
+
+CCustomData& CCustomData::operator=(const CCustomData& other)
+{
+    if (this == &other)
+        return *this;
+    const StoreLocks locks(m_lock, other.m_lock);
+    CopyFrom(other);
+    return *this;
+}
+
+CCustomData::~CCustomData()
+{
+    const LockGuard lock(m_lock);
+    Clear();
+}
+
+void CCustomData::CopyFrom(const CCustomData& other)
+{
+    Block block(other.m_used == 0 ? nullptr : static_cast<unsigned char*>(Alloc(other.m_used)));
+    std::unique_ptr<OffsetMap> offsets;
+    if (block != nullptr)
+    {
+        std::memcpy(block.get(), other.m_buffer, other.m_used);
+        offsets.reset(new (std::nothrow) OffsetMap(*other.m_offsets));
+    }
+    if (other.m_used != 0 && (offsets == nullptr || offsets->GetCount() != other.m_offsets->GetCount()))
+        CXMemoryException::Throw();
+    Clear();
+    m_offsets = std::move(offsets);
+    m_legacyMode = other.m_legacyMode;
+    m_buffer = block.release();
+    m_used = other.m_used;
+    m_allocated = other.m_used;
+    m_timeStamp = other.m_timeStamp;
+}
+
+// What was loaded into another store, which is left empty.
+void CCustomData::TakeFrom(CCustomData& other)
+{
+    const StoreLocks locks(m_lock, other.m_lock);
+    Clear();
+    m_offsets = std::move(other.m_offsets);
+    m_legacyMode = other.m_legacyMode;
+    m_buffer = std::exchange(other.m_buffer, nullptr);
+    m_used = other.m_used;
+    m_allocated = other.m_allocated;
+    m_timeStamp = other.m_timeStamp;
+    other.Clear();
+}
+
+bool CCustomData::HasData() const
+{
+    const LockGuard lock(m_lock);
+    return m_used != 0;
+}
+
+bool CCustomData::HasData(unsigned id) const
+{
+    const LockGuard lock(m_lock);
+    return FindChunk(id) != nullptr;
+}
+
+unsigned CCustomData::GetDataKindOf(unsigned id) const
+{
+    const LockGuard lock(m_lock);
+    const unsigned char* chunk = FindChunk(id);
+    return chunk == nullptr ? 0 : tev::ChunkKind(chunk);
+}
+
+unsigned CCustomData::GetDataSize(unsigned id) const
+{
+    const LockGuard lock(m_lock);
+    const unsigned char* chunk = FindChunk(id);
+    return chunk == nullptr ? 0 : tev::ChunkSize(chunk);
+}
+
+unsigned CCustomData::GetIDCount() const
+{
+    const LockGuard lock(m_lock);
+    return m_offsets == nullptr ? 0 : m_offsets->GetCount();
+}
+
+unsigned CCustomData::GetIDByIndex(unsigned index, unsigned& kind) const
+{
+    const LockGuard lock(m_lock);
+    kind = 0;
+    if (m_offsets == nullptr || index >= m_offsets->GetCount())
+        return kNoId;
+    if (index < m_lastIndex)
+    {
+        m_lastIndex = 0;
+        m_lastOffset = 0;
+    }
+    for (; m_lastIndex < index; ++m_lastIndex)
+        m_lastOffset += tev::kChunkHeader + tev::ChunkSize(m_buffer + m_lastOffset);
+    kind = tev::ChunkKind(m_buffer + m_lastOffset);
+    return tev::ChunkId(m_buffer + m_lastOffset);
+}
+
+unsigned CCustomData::GetChecksum(unsigned id) const
+{
+    const LockGuard lock(m_lock);
+    const unsigned char* chunk = FindChunk(id);
+    return chunk == nullptr ? tev::BlockChecksum(nullptr, 0)
+                            : tev::BlockChecksum(tev::ChunkData(chunk), tev::ChunkSize(chunk));
+}
+
+unsigned __int64 CCustomData::GetTimeStamp() const
+{
+    const LockGuard lock(m_lock);
+    return m_timeStamp;
+}
+
+bool CCustomData::IsEqual(const CCustomData& other) const
+{
+    const StoreLocks locks(m_lock, other.m_lock);
+    if (m_used != other.m_used)
+        return false;
+    if (m_used == 0 || std::memcmp(m_buffer, other.m_buffer, m_used) == 0)
+        return true;
+    // With the same total and no identifier twice, chunks that are all found in the other store are all that it has.
+    for (unsigned at = 0; at < m_used;)
+    {
+        const unsigned extent = tev::kChunkHeader + tev::ChunkSize(m_buffer + at);
+        const unsigned char* theirs = other.FindChunk(tev::ChunkId(m_buffer + at));
+        if (theirs == nullptr || tev::ChunkSize(theirs) != extent - tev::kChunkHeader ||
+            std::memcmp(m_buffer + at, theirs, extent) != 0)
+            return false;
+        at += extent;
+    }
+    return true;
+}
+
+bool CCustomData::RemoveCustom(unsigned id)
+{
+    const LockGuard lock(m_lock);
+    return RemoveChunk(id);
+}
+
+void CCustomData::RemoveAll()
+{
+    const LockGuard lock(m_lock);
+    Clear();
+}
+
+bool CCustomData::ChangeID(unsigned oldId, unsigned newId)
+{
+    const LockGuard lock(m_lock);
+    const unsigned char* chunk = FindChunk(oldId);
+    if (chunk == nullptr || FindChunk(newId) != nullptr)
+        return false;
+    const auto offset = static_cast<unsigned>(chunk - m_buffer);
+    if (!EnterOffset(newId, offset))
+        return false;
+    m_offsets->Remove(oldId);
+    tev::StoreLittleEndian(m_buffer + offset, newId);
+    return true;
+}
+
+bool CCustomData::CopyID(const CCustomData* source, unsigned id, unsigned newId)
+{
+    if (source == nullptr)
+        return false;
+    const StoreLocks locks(m_lock, source->m_lock);
+    const unsigned char* chunk = source->FindChunk(id);
+    return chunk != nullptr && SetChunk(newId, tev::ChunkData(chunk), tev::ChunkSize(chunk), tev::ChunkKind(chunk));
+}
+
+CCustomData* CCustomData::Copy() const
+{
+    return new CCustomData(*this);
+}
+
+void CCustomData::FreeExtra()
+{
+    const LockGuard lock(m_lock);
+    if (m_used != 0 && m_used != m_allocated)
+        static_cast<void>(Reallocate(m_used));
+}
+
+void* CCustomData::GetData(unsigned& size)
+{
+    const LockGuard lock(m_lock);
+    size = m_used;
+    return m_buffer;
+}
+
+const void* CCustomData::GetData(unsigned& size) const
+{
+    return const_cast<CCustomData*>(this)->GetData(size);
+}
+
+bool CCustomData::SetData(const void* data, unsigned size)
+{
+    const LockGuard lock(m_lock);
+    Block block(size == 0 ? nullptr : static_cast<unsigned char*>(Alloc(size)));
+    if (size != 0 && (data == nullptr || block == nullptr))
+        return false;
+    if (size != 0)
+        std::memcpy(block.get(), data, size);
+    return TakeBlock(std::move(block), size, 0) == Outcome::kDone;
+}
+
+void* CCustomData::Detach(unsigned& size)
+{
+    const LockGuard lock(m_lock);
+    FreeExtra();
+    size = m_used;
+    unsigned char* block = std::exchange(m_buffer, nullptr);
+    Clear();
+    return block;
+}
+
+bool CCustomData::Attach(void* buffer, unsigned size)
+{
+    const LockGuard lock(m_lock);
+    if (buffer == m_buffer)
+        m_buffer = nullptr; // its own block again, which must not be freed on the way
+    Clear();
+    Block block(static_cast<unsigned char*>(buffer));
+    return (size == 0 || buffer != nullptr) && TakeBlock(std::move(block), size, 0) == Outcome::kDone;
+}
+
+void* CCustomData::Alloc(unsigned size)
+{
+    return std::malloc(size);
+}
+
+void CCustomData::Free(void* buffer)
+{
+    std::free(buffer);
+}
+
+bool CCustomData::SetCustomData(unsigned id, const CCustomData& data)
+{
+    const StoreLocks locks(m_lock, data.m_lock);
+    return SetChunk(id, data.m_buffer, data.m_used, kCustomData);
+}
+
+bool CCustomData::GetCustomData(unsigned id, CCustomData& out) const
+{
+    const StoreLocks locks(m_lock, out.m_lock);
+    unsigned size = 0;
+    const unsigned char* data = FindOfKind(id, kCustomData, size);
+    const unsigned legacyMode = m_legacyMode;
+    if (data == nullptr || !out.SetData(data, size))
+        return false;
+    out.m_legacyMode = legacyMode; // what came out of an older layout has no kinds either
+    return true;
+}
+
+bool CCustomData::AddToCustomData(unsigned id, const CCustomData& data, int mode)
+{
+    const StoreLocks locks(m_lock, data.m_lock);
+    CCustomData merged;
+    if (!GetCustomData(id, merged))
+        return SetCustomData(id, data);
+    for (unsigned at = 0; at < data.m_used;)
+    {
+        const unsigned char* chunk = data.m_buffer + at;
+        const unsigned added = tev::ChunkId(chunk);
+        if ((mode != kKeepPresent || !merged.HasData(added)) && !merged.CopyID(&data, added))
+            return false;
+        at += tev::kChunkHeader + tev::ChunkSize(chunk);
+    }
+    return SetCustomData(id, merged);
+}
+
+bool CCustomData::SetCustomClass(unsigned id, const CCustomDataClass& object)
+{
+    CCustomData data;
+    object.SaveTo(data);
+    return SetCustomData(id, data);
+}
+
+bool CCustomData::GetCustomClass(unsigned id, CCustomDataClass& object) const
+{
+    CCustomData data;
+    return GetCustomData(id, data) && object.LoadFrom(data);
+}

@@ -1,0 +1,260 @@
+// The block of chunks and the map of where each begins. The caller holds the lock.
+
+#include "settings/CCustomData.h"
+#include "settings/CustomDataChunk.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <new>
+#include <utility>
+
+namespace
+{
+using namespace tev;
+
+constexpr unsigned kSmallestBlock = 128;
+constexpr double kGrowth = 1.5;
+// A store that is saved counts the 20 bytes of its header in the same 32 bits.
+constexpr unsigned kLargestBlock = 0xFFFFFFFF - 20;
+// A block is given back when less than a third of it is used, and keeps a half more than that: so a value that comes and
+// goes does not move the block each time.
+constexpr unsigned kShrinkBelow = 3;
+constexpr double kSlotsPerLookup = 8; // of the map, walked in the time that one identifier is looked up
+
+bool PointsInto(const void* pointer, const unsigned char* block, unsigned size)
+{
+    const auto* byte = static_cast<const unsigned char*>(pointer);
+    return !std::less<>()(byte, block) && std::less<>()(byte, block + size);
+}
+
+unsigned Grown(unsigned __int64 size)
+{
+    return static_cast<unsigned>(std::min(static_cast<double>(size) * kGrowth, static_cast<double>(kLargestBlock)));
+}
+} // namespace
+
+void CCustomData::Touch() noexcept
+{
+    const auto now = std::chrono::steady_clock::now().time_since_epoch();
+    m_timeStamp = static_cast<unsigned __int64>(std::chrono::duration_cast<std::chrono::milliseconds>(now).count());
+}
+
+const unsigned char* CCustomData::FindChunk(unsigned id) const
+{
+    if (m_offsets == nullptr)
+        return nullptr;
+    const unsigned* offset = m_offsets->Find(id);
+    return offset == nullptr ? nullptr : m_buffer + *offset;
+}
+
+// The bytes of a value that has this size, and this kind where kinds are known.
+const unsigned char* CCustomData::FindValue(unsigned id, unsigned size, unsigned kind) const
+{
+    unsigned found = 0;
+    const unsigned char* data = FindOfKind(id, kind, found);
+    return found == size ? data : nullptr;
+}
+
+const unsigned char* CCustomData::FindOfKind(unsigned id, unsigned kind, unsigned& size) const
+{
+    const unsigned char* chunk = FindChunk(id);
+    if (chunk == nullptr || (m_legacyMode == 0 && kind != kAnyKind && ChunkKind(chunk) != kind))
+        return nullptr;
+    size = ChunkSize(chunk);
+    return ChunkData(chunk);
+}
+
+// Makes a value of this size, which is not 0, and returns its bytes for the caller to fill; null, with nothing changed,
+// when there is no room. One that has the size already keeps its place and its bytes.
+unsigned char* CCustomData::Place(unsigned id, unsigned size, unsigned kind)
+{
+    unsigned* offset = m_offsets == nullptr ? nullptr : m_offsets->Find(id);
+    if (offset != nullptr && ChunkSize(m_buffer + *offset) == size)
+    {
+        SetChunkKind(m_buffer + *offset, kind);
+        return m_buffer + *offset + kChunkHeader;
+    }
+    const unsigned replaced = offset == nullptr ? 0 : kChunkHeader + ChunkSize(m_buffer + *offset);
+    const unsigned start = m_used - replaced;
+    const unsigned __int64 needed = static_cast<unsigned __int64>(start) + kChunkHeader + size;
+    if (!Reserve(needed))
+        return nullptr;
+    if (offset == nullptr)
+    {
+        if (!EnterOffset(id, start))
+            return nullptr;
+    }
+    else
+    {
+        CloseGap(*offset);
+        *offset = start;
+        if (start == 0)
+            m_legacyMode = 0; // nothing is left of the older layout
+    }
+    WriteChunkHeader(m_buffer + start, id, size, kind);
+    m_used = static_cast<unsigned>(needed);
+    Touch();
+    return m_buffer + start + kChunkHeader;
+}
+
+// As Place for `room` bytes and a copy of the data behind them, which may lie in this block; null makes a new value zero.
+unsigned char* CCustomData::PlaceCopy(unsigned id, unsigned room, const void* data, unsigned size, unsigned kind)
+{
+    std::unique_ptr<unsigned char[]> copy;
+    if (data != nullptr && PointsInto(data, m_buffer, m_used))
+    {
+        copy.reset(new (std::nothrow) unsigned char[size]);
+        if (copy == nullptr)
+            return nullptr;
+        std::memcpy(copy.get(), data, size);
+        data = copy.get();
+    }
+    const bool isNew = GetDataSize(id) != room + size;
+    unsigned char* target = Place(id, room + size, kind);
+    if (target == nullptr)
+        return nullptr;
+    if (data != nullptr)
+        std::memcpy(target + room, data, size);
+    else if (isNew)
+        std::memset(target + room, 0, size);
+    return target;
+}
+
+bool CCustomData::SetChunk(unsigned id, const void* data, unsigned size, unsigned kind)
+{
+    if (size != 0)
+        return PlaceCopy(id, 0, data, size, kind) != nullptr;
+    RemoveChunk(id);
+    return true;
+}
+
+bool CCustomData::Reserve(unsigned __int64 needed)
+{
+    if (needed > kLargestBlock)
+        return false;
+    if (needed <= m_allocated)
+        return true;
+    const unsigned exact = static_cast<unsigned>(needed);
+    return Reallocate(m_buffer == nullptr ? std::max(exact, kSmallestBlock) : Grown(exact)) || Reallocate(exact);
+}
+
+bool CCustomData::Reallocate(unsigned size)
+{
+    auto* block = static_cast<unsigned char*>(std::realloc(m_buffer, size));
+    if (block == nullptr)
+        return false;
+    m_buffer = block;
+    m_allocated = size;
+    return true;
+}
+
+bool CCustomData::EnterOffset(unsigned id, unsigned offset)
+{
+    if (m_offsets == nullptr)
+        m_offsets.reset(new (std::nothrow) OffsetMap);
+    return m_offsets != nullptr && m_offsets->Insert(id, offset) == 1;
+}
+
+bool CCustomData::RemoveChunk(unsigned id)
+{
+    const unsigned char* chunk = FindChunk(id);
+    if (chunk == nullptr)
+        return false;
+    if (m_offsets->GetCount() == 1)
+    {
+        Clear();
+        return true;
+    }
+    CloseGap(static_cast<unsigned>(chunk - m_buffer));
+    m_offsets->Remove(id);
+    ShrinkAfterRemoval();
+    return true;
+}
+
+// Moves what lies behind a chunk down over it.
+void CCustomData::CloseGap(unsigned offset)
+{
+    const unsigned gap = kChunkHeader + ChunkSize(m_buffer + offset);
+    const double share = static_cast<double>(m_used - offset) / m_used;
+    m_used -= gap;
+    std::memmove(m_buffer + offset, m_buffer + offset + gap, m_used - offset);
+    // Few moved chunks are looked up; with many it is quicker to go over the whole map.
+    if (share * m_offsets->GetCount() * kSlotsPerLookup < m_offsets->GetHashTableSize())
+    {
+        for (unsigned at = offset; at < m_used; at += kChunkHeader + ChunkSize(m_buffer + at))
+            *m_offsets->Find(ChunkId(m_buffer + at)) = at;
+    }
+    else
+    {
+        const unsigned* id = nullptr;
+        unsigned* start = nullptr;
+        for (unsigned position = m_offsets->GetFirst(); m_offsets->GetNext(position, id, start);)
+            *start -= *start > offset ? gap : 0;
+    }
+    m_lastIndex = 0;
+    m_lastOffset = 0;
+}
+
+void CCustomData::ShrinkAfterRemoval()
+{
+    if (m_allocated > kSmallestBlock && m_used < m_allocated / kShrinkBelow)
+        static_cast<void>(Reallocate(std::max(Grown(m_used), kSmallestBlock)));
+}
+
+void CCustomData::Clear() noexcept
+{
+    Free(m_buffer);
+    m_buffer = nullptr;
+    m_used = 0;
+    m_allocated = 0;
+    m_offsets.reset();
+    m_legacyMode = 0;
+    m_lastIndex = 0;
+    m_lastOffset = 0;
+}
+
+// Malformed: a chunk runs past the end, or an identifier occurs twice.
+CCustomData::Outcome CCustomData::MapChunks(const unsigned char* block, unsigned size,
+                                            std::unique_ptr<OffsetMap>& offsets)
+{
+    unsigned count = 0;
+    for (unsigned at = 0; at < size; ++count)
+    {
+        const unsigned extent = ChunkExtent(block, size, at);
+        if (extent == 0)
+            return Outcome::kMalformed;
+        at += extent;
+    }
+    offsets.reset(new (std::nothrow) OffsetMap);
+    if (offsets == nullptr || !offsets->InitHashTable(count))
+        return Outcome::kNoMemory;
+    for (unsigned at = 0; at < size; at += kChunkHeader + ChunkSize(block + at))
+    {
+        const unsigned id = ChunkId(block + at);
+        if (offsets->Insert(id, at) == 0)
+            return offsets->IsFound(id) ? Outcome::kMalformed : Outcome::kNoMemory;
+    }
+    return Outcome::kDone;
+}
+
+// Makes a block the contents; nothing has changed when that cannot be done.
+CCustomData::Outcome CCustomData::TakeBlock(Block block, unsigned size, unsigned legacyMode)
+{
+    std::unique_ptr<OffsetMap> offsets;
+    if (size > kLargestBlock)
+        return Outcome::kMalformed;
+    const Outcome outcome = size == 0 ? Outcome::kDone : MapChunks(block.get(), size, offsets);
+    if (outcome != Outcome::kDone)
+        return outcome;
+    Clear();
+    m_offsets = std::move(offsets);
+    m_legacyMode = legacyMode;
+    m_buffer = size == 0 ? nullptr : block.release();
+    m_used = size;
+    m_allocated = size;
+    Touch();
+    return Outcome::kDone;
+}

@@ -1,0 +1,151 @@
+#pragma once
+
+#include "arrays/CXArray.h"
+#include "services/CPathString.h"
+#include "text/CXTString.h"
+
+#include <string>
+#include <vector>
+
+/// The handle of a key in the settings registry; on Windows the system's own type. Nobody looks behind it.
+struct HKEY__;
+using HKEY = HKEY__*;
+
+/// Reads and writes settings in the system's registry: keys within keys, each with typed values. An object holds the path
+/// of a base key; operations name a value of it, or a key below it and a value of that. Names do not regard case. The base
+/// is opened for each operation, unless OpenBase keeps it open, which is several times faster. docs/registry.md tells where
+/// the registry lies, who may change it at the same time, and what the codes of errors mean.
+///
+/// Operations answer false, or the default, where they fail, and GetLastError() says why. Names that are null are empty:
+/// the empty name of a value is that of the key's default value, and an empty key below the base is the base itself. In the
+/// name of a key below the base '\', '/' and ':' separate levels.
+/// Parameters of type unsigned long carry 32 bits. One thread at a time; several objects may work at once.
+class TEVTOOLS_API CRegUtil
+{
+public:
+    // Rights to open the base with.
+    static constexpr unsigned long kRead = 0x20019;
+    static constexpr unsigned long kReadWrite = 0x2001F;
+    static constexpr unsigned long kAllAccess = 0xF003F;
+
+    // Types of values.
+    static constexpr unsigned long kTypeNone = 0;
+    static constexpr unsigned long kTypeString = 1;
+    static constexpr unsigned long kTypeExpandString = 2; ///< holds variables of the environment as %NAME%
+    static constexpr unsigned long kTypeBinary = 3;
+    static constexpr unsigned long kTypeInt = 4; ///< 32 bits, as is a DWORD
+    static constexpr unsigned long kTypeMultiString = 7;
+    static constexpr unsigned long kTypeInt64 = 11;
+
+    /// Made for SetPath() without arguments. The last error is 21 until something is done.
+    CRegUtil(CXTString<wchar_t> appName, unsigned long access);
+    explicit CRegUtil(unsigned long access);
+    /// Takes over rights and path only: the root is HKEY_CURRENT_USER unless the path names another, there is no
+    /// application name, and the base is closed.
+    CRegUtil(const CRegUtil& other);
+    CRegUtil& operator=(const CRegUtil&) = delete;
+    virtual ~CRegUtil();
+
+    /// Chooses the base key. The path's components stand between '\', '/' or ':'; if the first is the name of a root, that
+    /// becomes the root, else it stays (HKEY_CURRENT_USER in a new object). Answers whether the key could be opened, and with
+    /// `create` makes it with all above it. The path is kept in any case.
+    bool SetPath(CPathString path, bool create);
+    /// False when there is no path to which this one could be relative.
+    bool SetRelPath(CPathString relPath, bool create);
+    /// A null root stands for HKEY_CURRENT_USER.
+    bool SetPath(wchar_t const** components, int count, HKEY root, bool create);
+    /// Chooses and makes Software, Test and the name of the application below the present root. An object that was made
+    /// without a name tells the person so.
+    bool SetPath();
+
+    /// Keeps the base open until CloseBase. Without components the root is the base.
+    bool OpenBase(bool create);
+    void CloseBase();
+
+    // Values of the base
+
+    /// Texts of any of the three text types up to their first NUL. With `expand` the variables in a kTypeExpandString are
+    /// replaced, unless the text then has 260 characters or more.
+    CXTString<wchar_t> GetKeyString(wchar_t const* name, bool expand);
+    /// Null writes a text of no bytes, without a terminator.
+    bool WriteKeyString(wchar_t const* name, wchar_t const* data);
+    bool WriteKeyInt(wchar_t const* name, unsigned long value);
+    /// Reads a value of any type and at most 4 bytes; those that it lacks are 0.
+    bool GetKeyInt(wchar_t const* name, unsigned long& value);
+    bool WriteKeyBin(wchar_t const* name, void const* data, unsigned long size);
+    /// Reads a value of any type. `size` is that of the buffer, and receives that of the value, also where the buffer is too
+    /// small for it (error 234) or null.
+    bool GetKeyBin(wchar_t const* name, void* data, unsigned long& size);
+    /// Writes a value without type and data.
+    bool WriteRegNoneKey(wchar_t const* name);
+    /// Whether the base has a value of this name, of one byte at least.
+    bool KeyExists(wchar_t const* name);
+    /// Reads and writes values of any type; texts are UTF-16 little-endian with a terminator.
+    bool ReadValue(wchar_t const* name, unsigned long& type, std::vector<unsigned char>& data);
+    bool WriteValue(wchar_t const* name, unsigned long type, void const* data, unsigned long size);
+
+    // Values of a key below the base. Writing makes the key where it is missing, and asks for no rights of the base.
+
+    bool WriteSubKeyString(wchar_t const* subkey, wchar_t const* name, wchar_t const* data);
+    bool WriteSubKeyInt(wchar_t const* subkey, wchar_t const* name, unsigned long value);
+    int GetSubKeyInt(wchar_t const* subkey, wchar_t const* name, int defaultValue);
+    CXTString<wchar_t> GetSubKeyString(wchar_t const* subkey, wchar_t const* name, wchar_t const* defaultValue,
+                                       bool expand);
+    bool DeleteValue(wchar_t const* subkey, wchar_t const* name);
+
+    // Keys
+
+    /// Deletes a key with its values. One that has keys below it goes only with `recursive`, and then with all of them or not
+    /// at all. False for null.
+    bool DeleteKey(wchar_t const* subkey, bool recursive);
+
+    // Enumerations open the base, or a key below it in its place, and close it at their end. Names come in the order of
+    // their folded spelling. What is deleted or added meanwhile makes none come twice or be left out. `size` counts
+    // characters, the terminator included; where it is too small (error 234) the same name can be asked for again. The last
+    // error behind the last name is 259.
+
+    bool StartSubKeyEnum();
+    bool GetNextSubKeyName(wchar_t* buffer, unsigned long size);
+    void EndSubKeyEnum();
+    bool StartValueSection(wchar_t const* subkey);
+    bool GetNextValueName(wchar_t* buffer, unsigned long size);
+    void EndValueSection();
+
+    /// The handle of a root by its exact name, null for any other text.
+    static HKEY StrToRootKey(wchar_t const* name);
+
+    /// The file in which a root has its keys, or will have them; empty where the system keeps them elsewhere.
+    static CPathString GetFilePath(HKEY root);
+
+    /// The system's code of the last call to the registry, 0 for success. Closing changes nothing.
+    int GetLastError() const noexcept { return m_lastError; }
+
+protected:
+    bool InitPath(wchar_t const** components, int count, bool create);
+
+private:
+    class OpenedBase;
+    class OpenedSubKey;
+
+    HKEY OpenComponent(HKEY parent, const wchar_t* name, bool create);
+    /// Remembers the code of a call and answers whether it succeeded.
+    bool Note(unsigned systemError) noexcept;
+    bool ReadText(HKEY key, wchar_t const* name, bool expand, CXTString<wchar_t>& text);
+    bool ReadBytes(HKEY key, wchar_t const* name, void* data, unsigned long& size);
+    bool ReadInt(HKEY key, wchar_t const* name, unsigned& value);
+    bool WriteBytes(HKEY key, wchar_t const* name, unsigned long type, void const* data, unsigned long size);
+    bool WriteText(HKEY key, wchar_t const* name, wchar_t const* text);
+    bool WriteInt(HKEY key, wchar_t const* name, unsigned value);
+    bool GiveName(unsigned systemError, const std::wstring& name, wchar_t* buffer, unsigned long size);
+
+    CXTString<wchar_t> m_path;
+    CXTString<wchar_t> m_splitPath; ///< the path with a terminator for each separator
+    CXTString<wchar_t> m_appName;
+    CXArray<CXTString<wchar_t>> m_components;
+    int m_componentCount = 0;
+    unsigned m_access;
+    unsigned m_enumIndex = 0;
+    HKEY m_base = nullptr;
+    HKEY m_root = nullptr;
+    int m_lastError = 0;
+};

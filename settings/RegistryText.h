@@ -1,0 +1,39 @@
+#pragma once
+
+#include "files/CXFile.h"
+#include "text/CXTString.h"
+#include "text/TextEncoding.h"
+
+// The registry as the text that the editor of Windows writes and reads (.reg), so that settings are carried over.
+// Safe from several threads at once.
+
+/// What kept a text from being imported.
+enum class XRegistryFault
+{
+    None,
+    Header,  ///< the first line names no version that is known
+    Key,     ///< a line in brackets is not the path of a key
+    NoKey,   ///< a value stands before the first key
+    Value,   ///< a line is not a name, "=" and data
+    Registry ///< the registry refused the change, or could not be written
+};
+
+struct XRegistryImport
+{
+    XRegistryFault m_fault = XRegistryFault::None;
+    int m_line = 0;        ///< counted from 1, where the fault is; 0 for one of the registry as a whole
+    int m_systemError = 0; ///< the registry's code, see CRegUtil::GetLastError; 13 for a fault of the text
+};
+
+/// Takes over a text of version 5.00 or REGEDIT4, whose keys are all below the roots' full names. It is taken over as a
+/// whole or, in a registry of one file, not at all. A key in brackets that begin with '-' goes with all below it, a value of
+/// "-" goes; it is no fault where they are not there. Where a value occurs twice the last one counts. Lines that begin with
+/// ';' say nothing. Takes about four times the size of the text in memory.
+TEVTOOLS_API bool XImportRegistry(const CXTString<wchar_t>& text, XRegistryImport& result);
+
+/// Writes a key and all below it, as they were at one moment: UTF-16 little-endian behind a mark, or UTF-8 without one for
+/// every other encoding. `path` begins with the name of a root, else it is below HKEY_CURRENT_USER. False, with the code and
+/// nothing written, where the key cannot be read, or (code 13) the name of one below it holds the end of a line. Throws CXFileException when the file cannot be written. Holds what it
+/// writes in memory.
+[[nodiscard]] TEVTOOLS_API bool XExportRegistry(const CXTString<wchar_t>& path, CXFile& file, xStringEncoding encoding,
+                                                int& systemError);

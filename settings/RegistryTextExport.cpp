@@ -1,0 +1,181 @@
+#include "base/LittleEndian.h"
+#include "settings/CRegUtil.h"
+#include "settings/RegistryText.h"
+#include "settings/engine/SettingsStore.h"
+#include "text/TextView.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <limits>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace
+{
+using tev::platform::SettingsTreeKey;
+using tev::platform::SettingsTreeValue;
+using tev::platform::SettingsValue;
+
+constexpr int kInvalidData = 13;
+constexpr std::wstring_view kLineEnd = L"\r\n";
+constexpr std::size_t kLongestLine = 77; // before the comma and the backslash that continue it
+constexpr std::wstring_view kDigits = L"0123456789abcdef";
+
+/// Root and path, as the store takes them, of a path that may begin with the name of a root.
+struct KeyPath
+{
+    explicit KeyPath(std::wstring_view text)
+    {
+        constexpr std::wstring_view kSeparators = L"\\/:";
+        bool isFirst = true;
+        for (std::size_t start = text.find_first_not_of(kSeparators); start != text.npos;
+             start = text.find_first_not_of(kSeparators))
+        {
+            text.remove_prefix(start);
+            const std::wstring name(text.substr(0, text.find_first_of(kSeparators)));
+            text.remove_prefix(name.size());
+            HKEY const named = isFirst ? CRegUtil::StrToRootKey(name.c_str()) : nullptr;
+            isFirst = false;
+            if (named != nullptr)
+            {
+                m_root = named;
+                m_rootName = name;
+            }
+            else
+                m_path += (m_path.empty() ? L"" : L"\\") + name;
+        }
+    }
+
+    std::wstring m_rootName = L"HKEY_CURRENT_USER";
+    HKEY m_root = CRegUtil::StrToRootKey(m_rootName.c_str());
+    std::wstring m_path;
+};
+
+void AppendQuoted(std::wstring& line, std::wstring_view text)
+{
+    line += L'"';
+    for (const wchar_t c : text)
+    {
+        if (c == L'"' || c == L'\\')
+            line += L'\\';
+        line += c;
+    }
+    line += L'"';
+}
+
+/// Whether data is a text that quotes can hold: nothing that would break the line, and no half of a character.
+bool IsPlainText(const SettingsValue& value, CXTString<wchar_t>& text)
+{
+    if (value.type != CRegUtil::kTypeString || value.data.size() % 2 != 0 ||
+        !XDecodeText(value.data.data(), value.data.size(), xEncodingUtf16, text) || text.IsEmpty())
+        return false;
+    const std::wstring_view view = tev::ViewOf(text);
+    const auto isPlain = [](wchar_t c) { return c >= L' ' && (c < 0xD800 || c > 0xDFFF || sizeof c == 2); };
+    return view.back() == L'\0' && std::all_of(view.begin(), view.end() - 1, isPlain);
+}
+
+void AppendBytes(std::wstring& text, const SettingsValue& value)
+{
+    const std::size_t lineStart = text.rfind(L'\n') + 1;
+    text += L"hex";
+    if (value.type != CRegUtil::kTypeBinary)
+    {
+        text += L'(';
+        int shift = 28;
+        while (shift > 0 && value.type >> shift == 0)
+            shift -= 4;
+        for (; shift >= 0; shift -= 4)
+            text += kDigits[value.type >> shift & 15];
+        text += L')';
+    }
+    text += L':';
+    std::size_t column = text.size() - lineStart;
+    for (std::size_t i = 0; i < value.data.size(); ++i)
+    {
+        const auto byte = static_cast<unsigned char>(value.data[i]);
+        text += kDigits[byte >> 4];
+        text += kDigits[byte & 15];
+        if (i + 1 == value.data.size())
+            return;
+        text += L',';
+        column += 3;
+        if (column >= kLongestLine - 1)
+        {
+            text += L"\\\r\n  ";
+            column = 2;
+        }
+    }
+}
+
+void AppendValue(std::wstring& text, const SettingsTreeValue& entry)
+{
+    if (entry.name.empty())
+        text += L'@';
+    else
+        AppendQuoted(text, entry.name);
+    text += L'=';
+    CXTString<wchar_t> plain;
+    if (entry.value.type == CRegUtil::kTypeInt && entry.value.data.size() == 4)
+    {
+        const auto* const bytes = reinterpret_cast<const unsigned char*>(entry.value.data.data());
+        const auto number = tev::LoadLittleEndian<unsigned>(bytes);
+        text += L"dword:";
+        for (int shift = 28; shift >= 0; shift -= 4)
+            text += kDigits[number >> shift & 15];
+    }
+    else if (IsPlainText(entry.value, plain))
+        AppendQuoted(text, tev::ViewOf(plain).substr(0, tev::ViewOf(plain).size() - 1));
+    else
+        AppendBytes(text, entry.value);
+    text += kLineEnd;
+}
+
+void WriteText(CXFile& file, const std::wstring& text, xStringEncoding encoding)
+{
+    CXTString<char> encoded;
+    static_cast<void>(XEncodeText(text.data(), text.size(), encoding, encoded));
+    std::string_view bytes = tev::ViewOf(encoded);
+    constexpr std::size_t kLargestPiece = std::numeric_limits<int>::max();
+    for (; !bytes.empty(); bytes.remove_prefix(std::min(bytes.size(), kLargestPiece)))
+        file.Write(bytes.data(), static_cast<unsigned>(std::min(bytes.size(), kLargestPiece)));
+}
+} // namespace
+
+bool XExportRegistry(const CXTString<wchar_t>& path, CXFile& file, xStringEncoding encoding, int& systemError)
+{
+    const KeyPath key(path.GetConstBuffer());
+    std::vector<SettingsTreeKey> tree;
+    systemError = static_cast<int>(tev::platform::ReadSettingsTree(key.m_root, key.m_path.c_str(), tree));
+    if (systemError != 0)
+        return false;
+    // The text has no form for such a name, whose second line could say anything.
+    const auto hasLineEnd = [](const SettingsTreeKey& read) {
+        return read.path.find_first_of(L"\r\n") != read.path.npos;
+    };
+    if (key.m_path.find_first_of(L"\r\n") != key.m_path.npos || std::any_of(tree.begin(), tree.end(), hasLineEnd))
+    {
+        systemError = kInvalidData;
+        return false;
+    }
+    const bool isUtf16 = encoding == xEncodingUtf16;
+    const xStringEncoding written = isUtf16 ? xEncodingUtf16 : xEncodingUtf8;
+    std::wstring text = isUtf16 ? L"\uFEFF" : L"";
+    text.append(L"Windows Registry Editor Version 5.00").append(kLineEnd);
+    for (const SettingsTreeKey& read : tree)
+    {
+        text.append(kLineEnd).append(L"[").append(key.m_rootName);
+        for (const std::wstring* const part : {&key.m_path, &read.path})
+        {
+            if (!part->empty())
+                text.append(L"\\").append(*part);
+        }
+        text.append(L"]").append(kLineEnd);
+        for (const SettingsTreeValue& value : read.values)
+            AppendValue(text, value);
+        WriteText(file, text, written);
+        text.clear();
+    }
+    WriteText(file, std::wstring(kLineEnd), written);
+    return true;
+}

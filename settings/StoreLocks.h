@@ -1,0 +1,34 @@
+#pragma once
+
+#include "objects/CXCriticalSection.h"
+
+#include <functional>
+
+namespace tev
+{
+/// Holds the locks of two stores, which may be one. Everybody who needs two takes them in the order of their addresses, so
+/// that nobody waits for somebody who waits for him.
+class X_SCOPED_CAPABILITY StoreLocks
+{
+public:
+    StoreLocks(CXCriticalSection& first, CXCriticalSection& second)
+        X_ACQUIRE(first, second) X_NO_THREAD_SAFETY_ANALYSIS // which lock is taken first is known only at run time
+        : m_low(std::less<>()(&second, &first) ? second : first),
+          m_high(&m_low == &first ? second : first)
+    {
+        m_low.Lock();
+        m_high.Lock();
+    }
+    ~StoreLocks() X_RELEASE() X_NO_THREAD_SAFETY_ANALYSIS
+    {
+        m_high.Unlock();
+        m_low.Unlock();
+    }
+    StoreLocks(const StoreLocks&) = delete;
+    StoreLocks& operator=(const StoreLocks&) = delete;
+
+private:
+    CXCriticalSection& m_low;
+    CXCriticalSection& m_high;
+};
+} // namespace tev

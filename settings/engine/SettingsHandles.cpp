@@ -1,0 +1,168 @@
+#include "settings/engine/SettingsHandles.h"
+
+#include "platform/FileInformation.h"
+#include "platform/PathNames.h"
+
+#include <cstdlib>
+#include <unordered_map>
+#include <utility>
+
+#include <sys/stat.h>
+
+namespace tev::platform
+{
+namespace
+{
+constexpr std::uintptr_t kFirstRoot = 0x80000000;
+constexpr std::uintptr_t kLastRoot = 0x80000006;
+constexpr std::uintptr_t kNoRoot = 0x80000004;
+constexpr unsigned kAllAccess = 0xFFFFFFFF;
+
+/// Handles are numbers that never come again, so that one that was closed is known for it. They lie above the roots.
+struct Handles
+{
+    std::unordered_map<std::uintptr_t, SettingsKeyState> open;
+    std::uintptr_t last = 0xFFFFFFFF;
+    std::shared_ptr<SettingsDatabase> user;
+    std::shared_ptr<SettingsDatabase> machine;
+};
+
+Handles& AllHandles()
+{
+    static auto* const handles = new Handles; // objects that outlive this library's statics may still hold some
+    return *handles;
+}
+
+std::string FromEnvironment(const char* variable)
+{
+    const char* const value = std::getenv(variable);
+    return value != nullptr ? value : "";
+}
+
+std::string UserPath()
+{
+    std::string path = FromEnvironment("TEVTOOLS_REGISTRY");
+    if (!path.empty())
+        return path;
+    path = FromEnvironment("XDG_CONFIG_HOME");
+    if (path.empty() || path.front() != '/')
+    {
+        if (!WidePathToSystem(HomeFolder().c_str(), path))
+            path.clear();
+        path += "/.config";
+    }
+    return path + "/TevTools/registry.db";
+}
+
+std::string MachinePath()
+{
+    const std::string path = FromEnvironment("TEVTOOLS_MACHINE_REGISTRY");
+    return path.empty() ? "/etc/TevTools/registry.db" : path;
+}
+
+const std::shared_ptr<SettingsDatabase>& Database(std::shared_ptr<SettingsDatabase>& database, const std::string& path,
+                                                  SettingsJournal journal)
+{
+    if (database == nullptr || database->Path() != path)
+        database = std::make_shared<SettingsDatabase>(path, journal);
+    return database;
+}
+
+const std::shared_ptr<SettingsDatabase>& DatabaseOf(std::uintptr_t root)
+{
+    Handles& handles = AllHandles();
+    if (root == kLocalMachine)
+    {
+        const std::string path = MachinePath();
+        struct stat status = {};
+        // One that cannot be reached is there all the same, and says so when it is used.
+        if (stat(path.c_str(), &status) == 0 || (errno != ENOENT && errno != ENOTDIR))
+            return Database(handles.machine, path, SettingsJournal::Rollback);
+    }
+    return Database(handles.user, UserPath(), SettingsJournal::WriteAhead);
+}
+} // namespace
+
+SettingsKeyState* FindSettingsKey(SettingsKey key, SettingsKeyState& root)
+{
+    auto number = reinterpret_cast<std::uintptr_t>(key);
+    auto& open = AllHandles().open;
+    const auto found = open.find(number);
+    if (found != open.end())
+        return &found->second;
+    if (number >> 31 >> 1 == ~std::uintptr_t{0} >> 31 >> 1) // a root that went through a signed number of 32 bits
+        number &= 0xFFFFFFFF;
+    if (number < kFirstRoot || number > kLastRoot || number == kNoRoot)
+        return nullptr;
+    root.database = DatabaseOf(number);
+    root.id = static_cast<std::int64_t>(number - kFirstRoot) + 1;
+    root.access = kAllAccess;
+    return &root;
+}
+
+std::wstring SettingsFile(SettingsRoot root)
+{
+    const SettingsLock lock;
+    return SystemPathToWide(DatabaseOf(root)->Path().c_str());
+}
+
+SettingsKey AddSettingsKey(SettingsKeyState state)
+{
+    Handles& handles = AllHandles();
+    const std::uintptr_t number = ++handles.last;
+    handles.open.emplace(number, std::move(state));
+    return reinterpret_cast<SettingsKey>(number);
+}
+
+bool RemoveSettingsKey(SettingsKey key)
+{
+    return AllHandles().open.erase(reinterpret_cast<std::uintptr_t>(key)) != 0;
+}
+
+unsigned ConnectSettingsKey(const SettingsKeyState& state, bool create)
+{
+    const bool isRoot = state.depth == 0;
+    const unsigned error = state.database->Connect(create && isRoot);
+    return error == kSettingsNotFound && !isRoot ? unsigned{kSettingsKeyDeleted} : error;
+}
+
+unsigned CheckSettingsKey(const SettingsKeyState& state)
+{
+    SettingsQuery query(*state.database, SettingsStatement::KeyExists);
+    const unsigned error = query.With(state.id).Next();
+    return error == kSettingsNoMoreItems ? unsigned{kSettingsKeyDeleted} : error;
+}
+
+unsigned WalkSettingsKeys(SettingsKeyState& state, const std::vector<SettingsName>& names, bool create)
+{
+    if (names.size() > kDeepestSettingsKey - state.depth)
+        return create ? kSettingsBadParameter : kSettingsNotFound;
+    if (names.empty())
+        return CheckSettingsKey(state);
+    const std::int64_t start = state.id;
+    for (const SettingsName& name : names)
+    {
+        SettingsQuery find(*state.database, SettingsStatement::FindKey);
+        unsigned error = find.With(state.id).With(name.folded).Next();
+        if (error == kSettingsDone)
+            state.id = find.Number(0);
+        else if (error != kSettingsNoMoreItems)
+            return error;
+        else if (!create)
+        {
+            error = state.id == start ? CheckSettingsKey(state) : unsigned{kSettingsDone};
+            return error == kSettingsDone ? unsigned{kSettingsNotFound} : error;
+        }
+        else
+        {
+            SettingsQuery add(*state.database, SettingsStatement::AddKey);
+            error = add.With(state.id).With(name.folded).With(name.spelling).Next();
+            if (error != kSettingsDone)
+                return error;
+            state.id = add.Number(0);
+        }
+        ++state.depth;
+    }
+    return kSettingsDone;
+}
+} // namespace tev::platform

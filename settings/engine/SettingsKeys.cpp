@@ -1,0 +1,301 @@
+#include "settings/engine/SettingsStore.h"
+
+#include "settings/engine/SettingsHandles.h"
+
+#include <algorithm>
+#include <cstring>
+#include <string_view>
+#include <utility>
+
+namespace tev::platform
+{
+namespace
+{
+/// What generic rights mean for keys.
+constexpr struct
+{
+    unsigned generic;
+    unsigned rights;
+} kGenericRights[] = {
+    {0x80000000, 0x20019}, // reading
+    {0x40000000, 0x20006}, // writing
+    {0x20000000, 0x20019}, // execution
+    {0x10000000, 0xF003F}, // all
+    {0x02000000, 0xF003F}, // what can be had
+};
+
+unsigned SpecificRights(unsigned access)
+{
+    for (const auto& row : kGenericRights)
+        access |= (access & row.generic) != 0 ? row.rights : 0;
+    return access;
+}
+
+/// The key of a handle for the length of one operation: under the lock, and with its database connected, unless Error()
+/// says why not.
+class UsedKey
+{
+public:
+    UsedKey(SettingsKey key, unsigned rights, bool create = false) : m_state(FindSettingsKey(key, m_root))
+    {
+        if (m_state == nullptr)
+            m_error = kSettingsBadHandle;
+        else if ((m_state->access & rights) != rights)
+            m_error = kSettingsAccessDenied;
+        else
+            m_error = ConnectSettingsKey(*m_state, create);
+    }
+
+    unsigned Error() const noexcept { return m_error; }
+    /// A root is there before its store is.
+    bool IsEmptyRoot() const noexcept { return m_error == kSettingsNotFound; }
+    SettingsKeyState& State() const noexcept { return *m_state; }
+    SettingsDatabase& Database() const noexcept { return *m_state->database; }
+    /// Why something was not found in the key.
+    unsigned WhyMissing(SettingsError inAPresentKey) const
+    {
+        const unsigned error = CheckSettingsKey(*m_state);
+        return error == kSettingsDone ? unsigned{inAPresentKey} : error;
+    }
+
+private:
+    SettingsLock m_lock;
+    SettingsKeyState m_root;
+    SettingsKeyState* m_state;
+    unsigned m_error = kSettingsDone;
+};
+
+bool MakeValueName(const wchar_t* text, SettingsName& name)
+{
+    return MakeSettingsName(text != nullptr ? text : L"", kLongestSettingsValueName, name);
+}
+
+unsigned OpenOrCreate(SettingsKey parent, const wchar_t* path, unsigned access, SettingsKey& key, bool create)
+{
+    std::vector<SettingsName> names;
+    if (!SplitSettingsPath(path, names))
+        return kSettingsBadParameter;
+    const UsedKey start(parent, 0, create);
+    if (start.Error() != kSettingsDone && !(start.IsEmptyRoot() && names.empty()))
+        return start.Error();
+    SettingsKeyState state = start.State();
+    state.access = SpecificRights(access);
+    unsigned error = kSettingsDone;
+    if (create || names.size() > 1) // in several steps that must see the same
+    {
+        SettingsTransaction transaction(start.Database());
+        error = transaction.Begin(create);
+        if (error == kSettingsDone)
+            error = WalkSettingsKeys(state, names, create);
+        if (error == kSettingsDone)
+            error = transaction.Commit();
+    }
+    else if (start.Error() == kSettingsDone)
+        error = WalkSettingsKeys(state, names, false);
+    if (error == kSettingsDone)
+        key = AddSettingsKey(std::move(state));
+    return error;
+}
+
+/// Finds a value; `use` sees the row that the statement gives.
+template <class USE>
+unsigned UseValue(SettingsKey key, const wchar_t* name, SettingsStatement statement, USE use)
+{
+    SettingsName sought;
+    if (!MakeValueName(name, sought))
+        return kSettingsBadParameter;
+    const UsedKey used(key, kSettingsQueryValue);
+    if (used.Error() != kSettingsDone)
+        return used.Error();
+    SettingsQuery query(used.Database(), statement);
+    const unsigned error = query.With(used.State().id).With(sought.folded).Next();
+    if (error == kSettingsDone)
+        return use(query);
+    return error == kSettingsNoMoreItems ? used.WhyMissing(kSettingsNotFound) : error;
+}
+
+struct EnumerationStatements
+{
+    SettingsStatement at;
+    SettingsStatement from;
+    SettingsStatement after;
+};
+constexpr EnumerationStatements kKeyEnumeration = {SettingsStatement::KeyAt, SettingsStatement::KeyFrom,
+                                                   SettingsStatement::KeyAfter};
+constexpr EnumerationStatements kValueEnumeration = {SettingsStatement::ValueAt, SettingsStatement::ValueFrom,
+                                                     SettingsStatement::ValueAfter};
+
+unsigned Enumerate(SettingsKey key, unsigned right, SettingsCursor SettingsKeyState::*which,
+                   const EnumerationStatements& statements, unsigned index, std::wstring& name)
+{
+    const UsedKey used(key, right);
+    if (used.Error() != kSettingsDone)
+        return used.IsEmptyRoot() ? unsigned{kSettingsNoMoreItems} : used.Error();
+    SettingsCursor& cursor = used.State().*which;
+    const bool isNext = index != 0 && index == cursor.next;
+    const bool isSame = index != 0 && index + 1 == cursor.next; // the caller had no room for the name
+    SettingsQuery query(used.Database(), isNext ? statements.after : isSame ? statements.from : statements.at);
+    query.With(used.State().id);
+    if (isNext || isSame)
+        query.With(cursor.lastFound);
+    else
+        query.With(std::int64_t{index});
+    const unsigned error = query.Next();
+    if (error != kSettingsDone)
+        return error == kSettingsNoMoreItems ? used.WhyMissing(kSettingsNoMoreItems) : error;
+    if (isNext && query.Bytes(1) <= cursor.lastFound)
+        return kSettingsDamaged; // an enumeration in a damaged file must end too
+    name = SettingsNameText(query.Bytes(0));
+    cursor.lastFound = std::string(query.Bytes(1));
+    cursor.next = index + 1;
+    return kSettingsDone;
+}
+
+unsigned CountOf(const SettingsKeyState& state, SettingsStatement statement, std::uint64_t& count)
+{
+    SettingsQuery query(*state.database, statement);
+    const unsigned error = query.With(state.id).Next();
+    if (error == kSettingsDone)
+        count = static_cast<std::uint64_t>(query.Number(0));
+    return error;
+}
+
+unsigned DeleteKeyIn(SettingsTransaction& transaction, SettingsKeyState& state, const std::vector<SettingsName>& names,
+                     bool recursive)
+{
+    unsigned error = transaction.Begin(true);
+    if (error == kSettingsDone)
+        error = WalkSettingsKeys(state, names, false);
+    if (error != kSettingsDone)
+        return error;
+    if (!recursive)
+    {
+        error = SettingsQuery(*state.database, SettingsStatement::HasKeys).With(state.id).Next();
+        if (error == kSettingsDone)
+            return kSettingsAccessDenied;
+        if (error != kSettingsNoMoreItems)
+            return error;
+    }
+    error = SettingsQuery(*state.database, SettingsStatement::DeleteKey).With(state.id).Run();
+    return error == kSettingsDone ? transaction.Commit() : error;
+}
+} // namespace
+
+unsigned OpenSettingsKey(SettingsKey parent, const wchar_t* path, unsigned access, SettingsKey& key)
+{
+    return OpenOrCreate(parent, path, access, key, false);
+}
+
+unsigned CreateSettingsKey(SettingsKey parent, const wchar_t* path, unsigned access, SettingsKey& key)
+{
+    return OpenOrCreate(parent, path, access, key, true);
+}
+
+unsigned CloseSettingsKey(SettingsKey key)
+{
+    const SettingsLock lock;
+    SettingsKeyState root;
+    return RemoveSettingsKey(key) || FindSettingsKey(key, root) != nullptr ? kSettingsDone : kSettingsBadHandle;
+}
+
+unsigned ReadSettingsValue(SettingsKey key, const wchar_t* name, SettingsValue& value)
+{
+    return UseValue(key, name, SettingsStatement::ReadValue, [&](const SettingsQuery& found) {
+        value.type = static_cast<unsigned>(found.Number(0));
+        value.data.assign(found.Bytes(1));
+        return unsigned{kSettingsDone};
+    });
+}
+
+unsigned ReadSettingsValue(SettingsKey key, const wchar_t* name, unsigned& type, void* buffer, std::uint64_t& size)
+{
+    if (buffer == nullptr)
+        return UseValue(key, name, SettingsStatement::MeasureValue, [&](const SettingsQuery& found) {
+            type = static_cast<unsigned>(found.Number(0));
+            size = static_cast<std::uint64_t>(found.Number(1));
+            return unsigned{kSettingsDone};
+        });
+    return UseValue(key, name, SettingsStatement::ReadValue, [&](const SettingsQuery& found) {
+        const std::string_view data = found.Bytes(1);
+        const std::uint64_t room = std::exchange(size, data.size());
+        type = static_cast<unsigned>(found.Number(0));
+        if (room < data.size())
+            return unsigned{kSettingsMoreData};
+        if (!data.empty())
+            std::memcpy(buffer, data.data(), data.size());
+        return unsigned{kSettingsDone};
+    });
+}
+
+unsigned WriteSettingsValue(SettingsKey key, const wchar_t* name, unsigned type, const void* data, std::uint64_t size)
+{
+    SettingsName written;
+    if (!MakeValueName(name, written) || (data == nullptr && size != 0))
+        return kSettingsBadParameter;
+    const UsedKey used(key, kSettingsSetValue, true);
+    if (used.Error() != kSettingsDone)
+        return used.Error();
+    return SettingsQuery(used.Database(), SettingsStatement::WriteValue)
+        .With(used.State().id)
+        .With(written.folded)
+        .With(written.spelling)
+        .With(std::int64_t{type})
+        .With(std::string_view(static_cast<const char*>(data), static_cast<std::size_t>(size)))
+        .Run();
+}
+
+unsigned DeleteSettingsValue(SettingsKey key, const wchar_t* name)
+{
+    SettingsName sought;
+    if (!MakeValueName(name, sought))
+        return kSettingsBadParameter;
+    const UsedKey used(key, kSettingsSetValue);
+    if (used.Error() != kSettingsDone)
+        return used.Error();
+    SettingsQuery query(used.Database(), SettingsStatement::DeleteValue);
+    const unsigned error = query.With(used.State().id).With(sought.folded).Run();
+    return error != kSettingsDone || query.HasChanged() ? error : used.WhyMissing(kSettingsNotFound);
+}
+
+unsigned DeleteSettingsKey(SettingsKey parent, const wchar_t* path, bool recursive)
+{
+    std::vector<SettingsName> names;
+    if (!SplitSettingsPath(path, names))
+        return kSettingsBadParameter;
+    const UsedKey start(parent, 0);
+    if (start.Error() != kSettingsDone)
+        return start.Error();
+    SettingsKeyState state = start.State();
+    if (state.depth == 0 && names.empty())
+        return kSettingsAccessDenied;
+    SettingsTransaction transaction(start.Database());
+    return DeleteKeyIn(transaction, state, names, recursive);
+}
+
+unsigned EnumerateSettingsKeys(SettingsKey key, unsigned index, std::wstring& name)
+{
+    return Enumerate(key, kSettingsEnumerateKeys, &SettingsKeyState::keys, kKeyEnumeration, index, name);
+}
+
+unsigned EnumerateSettingsValues(SettingsKey key, unsigned index, std::wstring& name)
+{
+    return Enumerate(key, kSettingsQueryValue, &SettingsKeyState::values, kValueEnumeration, index, name);
+}
+
+unsigned QuerySettingsKey(SettingsKey key, SettingsKeyInformation& information)
+{
+    information = {};
+    const UsedKey used(key, kSettingsQueryValue);
+    if (used.Error() != kSettingsDone)
+        return used.IsEmptyRoot() ? unsigned{kSettingsDone} : used.Error();
+    SettingsTransaction transaction(used.Database());
+    unsigned error = transaction.Begin(false);
+    if (error == kSettingsDone)
+        error = CheckSettingsKey(used.State());
+    if (error == kSettingsDone)
+        error = CountOf(used.State(), SettingsStatement::CountKeys, information.keys);
+    if (error == kSettingsDone)
+        error = CountOf(used.State(), SettingsStatement::CountValues, information.values);
+    return error;
+}
+} // namespace tev::platform

@@ -1,0 +1,469 @@
+#include "crash/CCrashHandler.h"
+
+#include "crash/CrashPackage.h"
+#include "objects/CXException.h"
+#include "services/ApplicationName.h"
+#include "services/LogFile.h"
+#include "tests/support/CrashingProgram.h"
+#include "tests/support/PrintText.h"
+#include "tests/support/Sanitized.h"
+#include "tests/support/TestRegistry.h"
+#include "text/InvalidParameter.h"
+#include "text/Language.h"
+#include "ui/CUserInterface.h"
+
+#include <csignal>
+#include <exception>
+#include <fstream>
+#include <iterator>
+#include <new>
+#include <thread>
+
+#include <gmock/gmock.h>
+
+namespace
+{
+using namespace tev::test;
+using Text = CXTString<wchar_t>;
+using testing::HasSubstr;
+
+/// A person who sends or saves reports.
+class Person : public CUserInterface
+{
+public:
+    Person() : m_before(XSetUserInterface(this)) {}
+    ~Person() override { XSetUserInterface(m_before); }
+
+    XReportAnswer AskAboutReport(const Text& introduction, const std::vector<XReportFile>& files) override
+    {
+        m_introduction = introduction;
+        m_files = files;
+        return m_answer;
+    }
+    bool AskForSavePath(const Text& filter, CPathString& path) override
+    {
+        m_filter = filter;
+        m_proposed = path;
+        path = m_savePath;
+        return !path.IsEmpty();
+    }
+    void Notify(const Text& title, const Text& text, const Text& link) override
+    {
+        m_notified = title + L"|" + text + L"|" + link;
+    }
+
+    XReportAnswer m_answer;
+    CPathString m_savePath;
+    Text m_introduction;
+    std::vector<XReportFile> m_files;
+    Text m_filter;
+    Text m_proposed;
+    Text m_notified;
+
+private:
+    CUserInterface* m_before;
+};
+
+int g_asked = 0;
+
+int CountAndReport(CCrashHandler*)
+{
+    ++g_asked;
+    return 1;
+}
+
+int CountAndRefuse(CCrashHandler*)
+{
+    ++g_asked;
+    return 0;
+}
+
+CXArray<Text> Files(std::initializer_list<std::wstring> paths)
+{
+    CXArray<Text> files;
+    for (const std::wstring& path : paths)
+        files.Add(Text(path.c_str()));
+    return files;
+}
+
+class CCrashHandlerTest : public testing::Test
+{
+protected:
+    CCrashHandlerTest()
+    {
+        XSetLanguage(XLanguage::English);
+        g_asked = 0;
+    }
+    ~CCrashHandlerTest() override
+    {
+        CrashUninstall();
+        XSetLanguage(m_language);
+    }
+
+    std::wstring Product() const { return XGetApplicationName().GetConstBuffer(); }
+    std::wstring CommonPath(const std::string& name) const { return m_folder.WidePath("common/" + name); }
+    bool HasReport(const std::string& name) const { return m_folder.Exists("common/" + name); }
+
+    const XLanguage m_language = XGetLanguage();
+    const TempFolder m_folder;
+    const EnvironmentVariable m_user{"TEVTOOLS_USER_DATA", m_folder.Path("user").string()};
+    const EnvironmentVariable m_common{"TEVTOOLS_COMMON_DATA", m_folder.Path("common").string()};
+};
+using CCrashHandlerThreadTest = CCrashHandlerTest;
+
+TEST_F(CCrashHandlerTest, TheSecondInstallationOnlyUpdates)
+{
+    CrashInstall(CountAndReport, L"A", L"1", xCrashReport);
+    CCrashHandler* const handler = CrashGetHandler();
+    ASSERT_NE(handler, nullptr);
+    CrashInstall(CountAndRefuse, L"B", L"2", xFilesReport | xCrashNoCallback);
+    EXPECT_EQ(CrashGetHandler(), handler);
+    EXPECT_EQ(handler->GetMode(), xFilesReport);
+    EXPECT_EQ(handler->GetFlags(), xFilesReport | xCrashNoCallback);
+    CrashGenerateErrorReport(nullptr, false);
+    EXPECT_EQ(g_asked, 1);
+    EXPECT_FALSE(HasReport("DebugReport.zip"));
+    CrashUninstall();
+    EXPECT_EQ(CrashGetHandler(), nullptr);
+    CrashGenerateErrorReport(nullptr, false);
+    EXPECT_EQ(g_asked, 1);
+}
+
+void OnProgramSignal(int) {}
+void OnProgramTerminate()
+{
+    std::abort();
+}
+void OnProgramNoMemory() {}
+void OnProgramParameter(const char*, int) {}
+
+TEST_F(CCrashHandlerThreadTest, WhatStoodInThePlacesOfTheHooksComesBack)
+{
+    constexpr int kHooked[] = {SIGABRT, SIGINT, SIGTERM, SIGFPE, SIGILL, SIGSEGV, SIGBUS, SIGSYS, SIGTRAP};
+    std::vector<void (*)(int)> before;
+    for (const int signal : kHooked)
+        before.push_back(std::signal(signal, OnProgramSignal));
+    const auto terminate = std::set_terminate(OnProgramTerminate);
+    const auto noMemory = std::set_new_handler(OnProgramNoMemory);
+    const auto parameter = XSetInvalidParameterHandler(OnProgramParameter);
+
+    CrashInstall(nullptr, L"A", L"1", xCrashReport);
+    EXPECT_NE(std::get_terminate(), OnProgramTerminate);
+    EXPECT_NE(std::get_new_handler(), OnProgramNoMemory);
+    std::thread([] {
+        CrashThreadInstall();
+        CrashThreadUninstall();
+        CrashThreadUninstall(); // of which the second is one too many
+    }).join();
+    EXPECT_NE(std::get_terminate(), OnProgramTerminate); // this thread has its hooks still
+    CrashThreadUninstall();
+    EXPECT_EQ(std::get_terminate(), OnProgramTerminate);
+    CrashThreadInstall();
+    CrashUninstall();
+
+    EXPECT_EQ(std::set_terminate(terminate), OnProgramTerminate);
+    EXPECT_EQ(std::set_new_handler(noMemory), OnProgramNoMemory);
+    EXPECT_EQ(XSetInvalidParameterHandler(parameter), OnProgramParameter);
+    for (std::size_t i = 0; i < std::size(kHooked); ++i)
+        EXPECT_EQ(std::signal(kHooked[i], before[i]), OnProgramSignal) << kHooked[i];
+}
+
+TEST_F(CCrashHandlerTest, AHandlerOfOnesOwnTakesThePlaceOfAnEarlierOne)
+{
+    const auto terminate = std::get_terminate();
+    {
+        CCrashHandler first(nullptr, L"A", L"1", xCrashReport);
+        const CCrashHandler second(nullptr, L"B", L"2", xCrashReport);
+        EXPECT_EQ(CrashGetHandler(), &second);
+    }
+    EXPECT_EQ(CrashGetHandler(), nullptr);
+    EXPECT_EQ(std::get_terminate(), terminate);
+}
+
+TEST_F(CCrashHandlerTest, PacksWhatIsSmallEnoughAndCanBeReadUnderNamesOfItsOwn)
+{
+    const std::size_t limit = CCrashHandler::GetFileSizeLimit();
+    ASSERT_EQ(limit, 0x600000u);
+    CrashInstall(nullptr, L"A", L"1", xCrashReport);
+    const CXArray<Text> files = Files({
+        m_folder.WriteFile("exact.bin", std::string(limit, 'x')),
+        m_folder.WriteFile("below.bin", std::string(limit - 1, 'x')),
+        m_folder.WriteFile("a/same.txt", "1"),
+        m_folder.WriteFile("b/same.txt", "2"),
+        m_folder.WriteFile("c/SAME.txt", "3"),
+        m_folder.WidePath("vanished.txt"),
+        m_folder.WidePath("a"),
+        L"/dev/zero",
+        L"/sys/class/net/lo/speed", // which can be opened, but not read
+        L"",
+    });
+    CrashGetHandler()->AddFiles(files);
+    SetLogFile(L"own.log", xLogCreate, 0xFF);
+    CrashGenerateErrorReport(nullptr, false);
+    CloseLogFile();
+    EXPECT_EQ(NamesInArchive(CommonPath("DebugReport.zip")),
+              (std::set<std::wstring>{L"below.bin", L"same.txt", L"same (1).txt", L"SAME (2).txt", Product() + L".dmp",
+                                      L"own.log"}));
+}
+
+TEST_F(CCrashHandlerTest, AFilesReportHoldsItsFilesOnceAndNoDump)
+{
+    CrashInstall(CountAndReport, L"Viewer", L"3.1", xCrashReport);
+    XSetLanguage(XLanguage::French);
+    SetLogFile(L"own.log", xLogCreate, 0xFF);
+    Person person;
+    const std::wstring broken = m_folder.WriteFile("broken.obj", "v 1");
+    CrashGenerateFilesErrorReport(Files({broken}), nullptr, true);
+    EXPECT_EQ(g_asked, 0);
+    EXPECT_EQ(CrashGetHandler()->GetFlags(), xFilesReport | xCrashNoCallback | xCrashWithoutPointers);
+    EXPECT_EQ(NamesInArchive(CommonPath("FileReport.zip")), (std::set<std::wstring>{L"broken.obj", L"own.log"}));
+    EXPECT_THAT(std::wstring(person.m_introduction), HasSubstr(L"File(s):\r\n" + broken));
+    EXPECT_EQ(person.m_files.back().m_description, L"Journal d'erreur");
+    Text size;
+    size.LoadString(xTextReportSize);
+    EXPECT_EQ(size, L"Taille");
+
+    // The next one has another file, another name, and the dump that belongs to a crash.
+    CrashGenerateErrorReport(nullptr, false);
+    CloseLogFile();
+    EXPECT_EQ(g_asked, 1);
+    ASSERT_EQ(person.m_files.size(), 2u);
+    EXPECT_EQ(person.m_files.front().m_description, L"Vidage m\u00e9moire");
+    EXPECT_EQ(NamesInArchive(CommonPath("DebugReport.zip")), (std::set<std::wstring>{Product() + L".dmp", L"own.log"}));
+}
+
+std::size_t OpenDescriptors()
+{
+    const std::filesystem::directory_iterator descriptors("/proc/self/fd");
+    return static_cast<std::size_t>(std::distance(begin(descriptors), end(descriptors)));
+}
+
+TEST_F(CCrashHandlerTest, ReportsOnDemandLeakNothingAndReplaceNoOther)
+{
+    const std::size_t before = OpenDescriptors();
+    CrashInstall(nullptr, L"A", L"1", xCrashReport);
+    const std::size_t installed = OpenDescriptors();
+    for (int i = 0; i < 5; ++i)
+        CrashGenerateErrorReport(nullptr, false);
+    EXPECT_EQ(OpenDescriptors(), installed);
+    CrashUninstall();
+    EXPECT_EQ(OpenDescriptors(), before);
+    for (const char* name : {"DebugReport.zip", "DebugReport (1).zip", "DebugReport (4).zip"})
+        EXPECT_EQ(NamesInArchive(CommonPath(name)), std::set<std::wstring>{Product() + L".dmp"}) << name;
+    EXPECT_FALSE(HasReport("DebugReport (5).zip"));
+}
+
+TEST_F(CCrashHandlerTest, AnInvalidParameterIsReportedAndThrown)
+{
+    CrashInstall(CountAndReport, L"A", L"1", xCrashReport);
+    EXPECT_THROW(
+        {
+            try
+            {
+                XStrCopy(static_cast<char*>(nullptr), 1, "text");
+            }
+            catch (CXInvalidArgException* exception)
+            {
+                exception->Delete();
+                throw 1;
+            }
+        },
+        int);
+    EXPECT_EQ(g_asked, 1);
+    EXPECT_TRUE(HasReport("DebugReport.zip"));
+}
+
+/// How a copy of this process ends that does so: its exit code, or 128 plus the signal.
+template <class Work>
+int EndOfCopy(Work work)
+{
+    const pid_t copy = fork();
+    if (copy == 0)
+    {
+        work();
+        _exit(99);
+    }
+    int status = 0;
+    waitpid(copy, &status, 0);
+    return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
+}
+
+TEST_F(CCrashHandlerThreadTest, ACopyOfTheProcessReportsOnlyWhatItHasAHandlerOfItsOwnFor)
+{
+    if (kIsSanitized)
+        GTEST_SKIP() << "a sanitizer reports crashes by itself";
+    CrashInstall(CountAndReport, L"A", L"1", xCrashReport);
+    EXPECT_EQ(EndOfCopy([] { std::raise(SIGSEGV); }), 128 + SIGSEGV);
+    EXPECT_EQ(EndOfCopy([] { CrashGenerateErrorReport(nullptr, false); }), 99);
+    EXPECT_FALSE(HasReport("DebugReport.zip"));
+    const auto crashOnBareThread = [] {
+        CrashInstall(CountAndReport, L"B", L"1", xCrashReport);
+        std::thread([] { std::raise(SIGSEGV); }).join();
+    };
+    EXPECT_EQ(EndOfCopy(crashOnBareThread), 128 + SIGSEGV);
+    EXPECT_TRUE(HasReport("DebugReport.zip"));
+    CrashGenerateErrorReport(nullptr, false); // with the original's helper, which is still there
+    EXPECT_TRUE(HasReport("DebugReport (1).zip"));
+}
+
+TEST_F(CCrashHandlerTest, ProcessesThatReportAtTheSameTimeLoseNoReport)
+{
+    constexpr int kProcesses = 4;
+    constexpr int kReports = 8;
+    const std::vector<XReportFile> files = {{m_folder.WriteFile("scene.obj", "v").c_str(), {}}};
+    std::filesystem::create_directories(m_folder.Path("common"));
+    std::vector<pid_t> copies;
+    for (int i = 0; i < kProcesses; ++i)
+    {
+        copies.push_back(fork());
+        if (copies.back() != 0)
+            continue;
+        for (int report = 0; report < kReports; ++report)
+            tev::PackReport(m_folder.WidePath("common").c_str(), true, files);
+        _exit(0);
+    }
+    for (const pid_t copy : copies)
+        waitpid(copy, nullptr, 0);
+    EXPECT_EQ(NamesInArchive(CommonPath("DebugReport.zip")), std::set<std::wstring>{L"scene.obj"});
+    for (int i = 1; i < kProcesses * kReports; ++i)
+    {
+        const std::string name = "DebugReport (" + std::to_string(i) + ").zip";
+        EXPECT_EQ(NamesInArchive(CommonPath(name)), std::set<std::wstring>{L"scene.obj"}) << name;
+    }
+    constexpr auto kOwn = std::filesystem::perms::owner_read | std::filesystem::perms::owner_write;
+    EXPECT_EQ(std::filesystem::status(m_folder.Path("common/DebugReport.zip")).permissions(), kOwn);
+    const std::filesystem::directory_iterator reports(m_folder.Path("common"));
+    EXPECT_EQ(std::distance(begin(reports), end(reports)), kProcesses * kReports);
+}
+
+class OpenHandler : public CCrashHandler
+{
+public:
+    using CCrashHandler::CCrashHandler;
+    using CCrashHandler::GenerateFilesErrorReport;
+};
+
+TEST_F(CCrashHandlerTest, AFilesReportWithoutAListIsAnInvalidArgument)
+{
+    OpenHandler handler(nullptr, L"A", L"1", xFilesReport);
+    bool isRefused = false;
+    try
+    {
+        handler.GenerateFilesErrorReport(L"", nullptr);
+    }
+    catch (CXInvalidArgException* exception)
+    {
+        exception->Delete();
+        isRefused = true;
+    }
+    EXPECT_TRUE(isRefused);
+}
+
+/// A mail program that notes its arguments, one a line, and a copy of what it is to send.
+class MailProgram
+{
+public:
+    explicit MailProgram(int exitCode)
+    {
+        m_folder.WriteFile("xdg-email", "#!/bin/sh\nfor w in \"$@\"; do printf '%s\\n' \"$w\"; done >'" +
+                                            m_folder.Path("words").string() + "'\nexit " + std::to_string(exitCode) +
+                                            "\n");
+        std::filesystem::permissions(m_folder.Path("xdg-email"), std::filesystem::perms::owner_all);
+    }
+    std::vector<std::string> Words() const
+    {
+        std::vector<std::string> words;
+        std::ifstream file(m_folder.Path("words"));
+        for (std::string word; std::getline(file, word);)
+            words.push_back(word);
+        return words;
+    }
+
+private:
+    const TempFolder m_folder;
+    const EnvironmentVariable m_path{"PATH", m_folder.Path().string() + ":" + std::getenv("PATH")};
+};
+
+TEST_F(CCrashHandlerTest, AMailedReportGoesWithThePrefaceAndTheArchive)
+{
+    const MailProgram mail(0);
+    const EnvironmentVariable temporary("TMPDIR", m_folder.Path().string());
+    Person person;
+    person.m_answer.m_send = true;
+    person.m_answer.m_description = L"I opened a file";
+    person.m_answer.m_mailAddress = L"me@example.com";
+    XSetLanguage(XLanguage::French);
+    CrashInstall(nullptr, L"Viewer", L"3.1", xCrashReport);
+    CrashGenerateErrorReport(nullptr, false);
+    EXPECT_FALSE(HasReport("DebugReport.zip"));
+    const std::vector<std::string> words = mail.Words();
+    ASSERT_EQ(words.size(), 12u) << testing::PrintToString(words);
+    EXPECT_EQ(words[2], "Rapport d'erreur pour Viewer version 3.1.");
+    EXPECT_EQ(words[4], "No exceptions pointers. Report might be generated at startup.\r");
+    EXPECT_EQ(words[6], "I opened a file");
+    EXPECT_EQ(words[8], "me@example.com");
+    EXPECT_EQ(words[11], "support@example.com");
+    EXPECT_EQ(NamesInArchive(std::filesystem::u8path(words[10]).wstring()),
+              std::set<std::wstring>{Product() + L".dmp"});
+
+    // With pointers, there is no preface.
+    _EXCEPTION_POINTERS pointers = {nullptr, nullptr};
+    CrashGenerateErrorReport(&pointers, false);
+    EXPECT_EQ(mail.Words()[4], "I opened a file");
+}
+
+TEST_F(CCrashHandlerTest, WhereNobodyMailsThePersonIsTold)
+{
+    const MailProgram mail(3);
+    Person person;
+    person.m_answer.m_send = true;
+    XSetSupportAddress(L"help@example.org");
+    CrashInstall(nullptr, L"Viewer", L"3.1", xCrashReport);
+    CrashGenerateErrorReport(nullptr, false);
+    XSetSupportAddress(L"");
+    EXPECT_TRUE(HasReport("DebugReport.zip"));
+    const std::wstring notified = person.m_notified.GetConstBuffer();
+    EXPECT_THAT(notified, HasSubstr(L"help@example.org"));
+    EXPECT_THAT(notified, HasSubstr(L"|explore:" + CommonPath("DebugReport.zip")));
+}
+
+TEST_F(CCrashHandlerTest, ASavedReportMovesToItsPlace)
+{
+    Person person;
+    person.m_answer.m_save = true;
+    person.m_savePath = CPathString(m_folder.WriteFile("mine.zip", "an old one").c_str());
+    XSetLanguage(XLanguage::French);
+    CrashInstall(nullptr, L"Viewer", L"3.1", xCrashReport);
+    CrashGenerateErrorReport(nullptr, false);
+    EXPECT_EQ(person.m_filter, L"Fichiers Zip (*.zip)");
+    EXPECT_EQ(person.m_proposed,
+              (L"Rapport " + Product() + L" (\u00e0 envoyer \u00e0 support@example.com).zip").c_str());
+    EXPECT_FALSE(HasReport("DebugReport.zip"));
+    EXPECT_EQ(NamesInArchive(m_folder.WidePath("mine.zip")), std::set<std::wstring>{Product() + L".dmp"});
+
+    person.m_savePath = CPathString(CommonPath("DebugReport.zip").c_str()); // where it lies already
+    CrashGenerateErrorReport(nullptr, false);
+    EXPECT_TRUE(HasReport("DebugReport.zip"));
+}
+
+TEST_F(CCrashHandlerTest, WhatAMachineThatWentDownHasLeftIsFinishedAtTheNextStart)
+{
+    tev::CrashRecord record;
+    record.m_archiveFolder = m_folder.WidePath("common").c_str();
+    record.m_writtenDump = m_folder.WriteFile("user/x.1.dmp", "half a dump").c_str();
+    record.m_dump = m_folder.WidePath("user/x.dmp").c_str();
+    record.m_files = {{m_folder.WriteFile("scene.obj", "v").c_str(), {}}, {m_folder.WidePath("gone").c_str(), {}}};
+    const std::string bytes = tev::ComposeRecord(record);
+    const std::string product = CXTString<char>(XGetApplicationName()).GetConstBuffer();
+    std::filesystem::create_directories(m_folder.Path("common"));
+    m_folder.WriteFile("user/" + product + ".1.crash", bytes);
+    m_folder.WriteFile("user/" + product + ".2.crash", bytes.substr(0, 8));
+    m_folder.WriteFile("user/other.1.crash", bytes);
+    CrashInstall(nullptr, L"A", L"1", xCrashReport);
+    EXPECT_EQ(NamesInArchive(CommonPath("DebugReport.zip")), (std::set<std::wstring>{L"scene.obj", L"x.dmp"}));
+    EXPECT_FALSE(HasReport("DebugReport (1).zip"));
+    EXPECT_FALSE(m_folder.Exists("user/" + product + ".1.crash"));
+    EXPECT_FALSE(m_folder.Exists("user/" + product + ".2.crash"));
+    EXPECT_TRUE(m_folder.Exists("user/other.1.crash"));
+}
+} // namespace

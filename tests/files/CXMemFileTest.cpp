@@ -1,0 +1,425 @@
+#include "files/CXMemFile.h"
+
+#include "objects/CXFileException.h"
+#include "tests/support/FileFailure.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <random>
+#include <string>
+
+namespace
+{
+using tev::test::kInvalidArgument;
+using tev::test::kNoMemory;
+using tev::test::kNothingThrown;
+using tev::test::Thrown;
+
+using Size = unsigned __int64;
+constexpr Size kLargest = ~0ull;
+
+unsigned char* NewBlock(const std::string& bytes)
+{
+    unsigned char* const block = CXMemFile::Alloc(bytes.size());
+    std::copy(bytes.begin(), bytes.end(), block);
+    return block;
+}
+
+const unsigned char* Bytes(const std::string& text)
+{
+    return reinterpret_cast<const unsigned char*>(text.data());
+}
+
+/// A memory file whose inside can be seen. Realloc always moves the block and brings rubbish, or finds no memory.
+template <class File>
+class Visible : public File
+{
+public:
+    using File::BufferCommand;
+    using File::File;
+    using File::GrowBuffer;
+    using File::m_autoDelete;
+    using File::m_capacity;
+    using File::m_growBytes;
+
+    std::string Contents() const
+    {
+        const CXMemFile& file = *this;
+        return std::string(reinterpret_cast<const char*>(file.GetBuffer()), file.GetLength());
+    }
+    Size Lend(unsigned command, Size count) { return File::BufferCommand(command, count, &m_start, &m_stop); }
+
+    unsigned char* m_start = nullptr; ///< what was lent last
+    unsigned char* m_stop = nullptr;
+    unsigned m_reallocations = 0;
+    bool m_outOfMemory = false;
+
+protected:
+    unsigned char* Realloc(unsigned char* block, Size size) override
+    {
+        ++m_reallocations;
+        if (m_outOfMemory)
+            return nullptr;
+        unsigned char* const moved = NewBlock(std::string(block, block + m_capacity));
+        File::Free(block);
+        unsigned char* const larger = File::Realloc(moved, size);
+        std::memset(larger + m_capacity, 0xCD, size - m_capacity);
+        return larger;
+    }
+};
+using MemFile = Visible<CXMemFile>;
+using CustomMemFile = Visible<CCustomMemFile>;
+
+TEST(CXMemFile, GrowsByWholeStepsOrInProportion)
+{
+    const struct
+    {
+        unsigned flags; ///< bit 0: in proportion
+        Size filled, step, needed, capacity, stepAfter;
+    } cases[] = {{0, 0, 0, 1, 2048, 2048},
+                 {0, 0, 0, 2048, 2048, 2048},
+                 {0, 2048, 0, 10000, 10240, 2048},
+                 {0, 300, 100, 300, 300, 100},
+                 {2, 300, 100, 501, 600, 100},
+                 {0, 0, 1, 1u << 30, 1u << 30, 1},
+                 {1, 10000, 2048, 10000, 10000, 2048},
+                 {1, 10000, 2048, 10001, 16000, 6000},
+                 {1, 10000, 2048, 16001, 16001, 6001},
+                 {1, 3000, 0, 3001, 5048, 2048},
+                 {1, 0, 0, 5, 2048, 2048},
+                 {1, 0, 0, 5000, 5000, 5000}};
+    for (const auto& c : cases)
+    {
+        SCOPED_TRACE(testing::Message() << c.filled << " to " << c.needed);
+        CustomMemFile file(NewBlock(std::string(c.filled, 'x')), c.filled, true, c.flags);
+        EXPECT_EQ(file.m_growBytes, 2048u);
+        file.m_growBytes = c.step;
+        EXPECT_TRUE(file.GrowBuffer(c.needed));
+        EXPECT_EQ(file.m_capacity, c.capacity);
+        EXPECT_EQ(file.m_growBytes, c.stepAfter);
+        EXPECT_EQ(file.Contents(), std::string(c.filled, 'x'));
+    }
+    CustomMemFile file(CCustomMemFile::growProportionally);
+    for (int i = 0; i < 1000000; ++i)
+        file.Write("x", 1);
+    EXPECT_LT(file.m_reallocations, 20u);
+}
+
+TEST(CXMemFile, StaysAsItIsWithoutMemory)
+{
+    for (const bool throws : {true, false})
+    {
+        const int memory = throws ? kNoMemory : kNothingThrown;
+        MemFile file(4, throws);
+        EXPECT_EQ(Thrown([&] { EXPECT_FALSE(file.GrowBuffer(1ull << 62)); }), memory);
+        EXPECT_EQ(Thrown([&] { EXPECT_FALSE(file.GrowBuffer(kLargest)); }), memory); // no whole step reaches it
+        file.Write("abcd", 4);
+        file.Seek(2, CXFile::begin);
+        file.m_outOfMemory = true;
+        EXPECT_EQ(Thrown([&] { file.Write("12345", 5); }), memory);
+        EXPECT_EQ(Thrown([&] { EXPECT_EQ(file.Seek(5, CXFile::begin), 2u); }), memory);
+        EXPECT_EQ(Thrown([&] { EXPECT_FALSE(file.SetLength(5)); }), memory);
+        EXPECT_EQ(Thrown([&] { EXPECT_EQ(file.Lend(CXFile::bufferWrite, 3), 0u); }), memory);
+        EXPECT_EQ(Thrown([&] { file.Write(nullptr, 1); }), throws ? kInvalidArgument : kNothingThrown);
+        EXPECT_EQ(file.GetPosition(), 2u);
+        EXPECT_EQ(file.m_capacity, 4u);
+        file.Write("CD", 2);
+        file.Write(nullptr, 0);
+        EXPECT_EQ(file.Contents(), "abCD");
+    }
+    CustomMemFile custom(CCustomMemFile::growProportionally, 16);
+    custom.Write("x", 1);
+    custom.m_outOfMemory = true;
+    EXPECT_EQ(Thrown([&] { custom.GrowBuffer(1u << 30); }), kNoMemory);
+    EXPECT_EQ(custom.m_growBytes, 16u); // or no small growth would succeed any more
+}
+
+TEST(CXMemFile, RefusesWhatItsCapacityDoesNotReach)
+{
+    class Liar : public MemFile
+    {
+    public:
+        using MemFile::MemFile;
+        Size m_asked = 0;
+
+    protected:
+        bool GrowBuffer(Size needed) override
+        {
+            m_asked = needed;
+            return true;
+        }
+    };
+    Liar quiet(Bytes("abcd"), 4, false, false);
+    EXPECT_EQ(Thrown([&] { quiet.Write("12345", 5); }), kInvalidArgument);
+    EXPECT_EQ(quiet.Lend(CXFile::bufferWrite, 9), 4u);
+    EXPECT_EQ(quiet.Seek(5, CXFile::begin), 0u);
+    EXPECT_FALSE(quiet.SetLength(0xFFFFFFFF));
+    EXPECT_FALSE(quiet.SetLength(0x100000000));
+    EXPECT_EQ(quiet.m_asked, 0xFFFFFFFFu) << "the longest";
+    EXPECT_EQ(quiet.GetLength(), 4u);
+    MemFile file;
+    EXPECT_EQ(Thrown([&] { file.SetLength(0x100000000); }), kNoMemory);
+}
+
+TEST(CXMemFile, LeavesACallersBlockAlone)
+{
+    std::string block = "0123456789";
+    MemFile file(Bytes(block), block.size(), false);
+    EXPECT_FALSE(file.m_autoDelete);
+    EXPECT_EQ(file.m_growBytes, 0u);
+    EXPECT_EQ(file.m_capacity, 10u);
+    file.Write("ab", 2);
+    file.Seek(-1, CXFile::end);
+    file.Write("XYZ", 3);
+    EXPECT_EQ(block, "ab23456789"); // written in place as far as it reaches
+    EXPECT_EQ(file.Contents(), "ab2345678XYZ");
+    EXPECT_EQ(file.m_capacity, 10u + 2048u);
+    EXPECT_EQ(file.m_reallocations, 0u);
+
+    file.Attach(Bytes(block), 5, false);
+    EXPECT_EQ(file.GetPosition(), 0u);
+    EXPECT_EQ(file.Contents(), "ab234");
+    EXPECT_EQ(file.Detach(), Bytes(block));
+    EXPECT_EQ(file.GetLength(), 0u);
+    file.Write("new", 3);
+    EXPECT_EQ(file.Contents(), "new");
+}
+
+TEST(CXMemFile, TakesOverAndHandsOutBlocks)
+{
+    // Under the leak checker, each block must be freed exactly once.
+    MemFile file(NewBlock("first"), 5, true);
+    file.SeekToEnd();
+    file.Write("!", 1);
+    EXPECT_EQ(file.m_reallocations, 1u);
+    file.Attach(NewBlock("second"), 6, true);
+    file.Attach(file.GetBuffer(), 3, true);
+    EXPECT_EQ(file.Contents(), "sec");
+    unsigned char* const block = file.Detach();
+    EXPECT_EQ(file.Detach(), nullptr);
+    file.Attach(block, 3, true);
+    file.Close();
+    EXPECT_EQ(file.GetLength(), 0u);
+    EXPECT_EQ(file.GetBuffer(), nullptr);
+    file.Write("again", 5);
+    file.Abort();
+    EXPECT_EQ(file.m_capacity, 0u);
+    CXMemFile::Free(nullptr);
+
+    file.Write("kept", 4);
+    EXPECT_EQ(Thrown([&] { file.Attach(nullptr, 1, true); }), kInvalidArgument);
+    EXPECT_EQ(file.Contents(), "kept");
+    EXPECT_EQ(Thrown([] { MemFile refused(nullptr, 1, false, true); }), kInvalidArgument);
+    MemFile empty(nullptr, 1, true, false);
+    EXPECT_EQ(empty.m_capacity, 0u);
+    EXPECT_EQ(empty.GetLength(), 0u);
+}
+
+TEST(CXMemFile, SeeksByItsRules)
+{
+    constexpr int kStaysAt = 3;
+    const struct
+    {
+        __int64 offset;
+        unsigned origin;
+        bool isBad;
+        Size quietResult;
+    } cases[] = {
+        {7, CXFile::begin, false, 7},         {15, CXFile::begin, false, 15}, {4, CXFile::current, false, 7},
+        {-3, CXFile::current, false, 0},      {0, CXFile::end, false, 10},    {-10, CXFile::end, false, 0},
+        {1, CXFile::end, true, kStaysAt},     {-1, CXFile::begin, true, 0},   {-4, CXFile::current, true, 0},
+        {-11, CXFile::end, true, 0},          {5, 3, false, kStaysAt},        {-5, 0xFFFFFFFF, false, kStaysAt},
+        {-0x7FFFFFFFFFFFFFFF - 1, 0, true, 0}};
+    for (const auto& c : cases)
+    {
+        for (const bool throws : {true, false})
+        {
+            SCOPED_TRACE(std::to_string(c.offset) + " from " + std::to_string(c.origin));
+            MemFile file(8, throws);
+            file.Write("0123456789", 10);
+            file.Seek(kStaysAt, CXFile::begin);
+            const auto seek = [&] { file.Seek(c.offset, static_cast<CXFile::SeekPosition>(c.origin)); };
+            EXPECT_EQ(Thrown(seek), throws && c.isBad ? static_cast<int>(fileBadSeek) : kNothingThrown);
+            EXPECT_EQ(file.GetPosition(), throws && c.isBad ? kStaysAt : c.quietResult);
+            EXPECT_EQ(file.GetLength(), 10u);
+            EXPECT_EQ(file.m_capacity, 16u);
+        }
+    }
+}
+
+TEST(CXMemFile, LendsItsBlock)
+{
+    MemFile file(16);
+    EXPECT_EQ(file.BufferCommand(CXFile::bufferCheck, 0, nullptr, nullptr), 1u);
+    EXPECT_EQ(file.Lend(4, 1), 0u);
+    EXPECT_EQ(file.Lend(CXFile::bufferRead, 5), 0u);
+    EXPECT_EQ(file.Lend(CXFile::bufferWrite, 10), 10u);
+    EXPECT_EQ(file.m_stop - file.m_start, 10);
+    EXPECT_EQ(file.GetPosition(), 0u);
+    std::memcpy(file.m_start, "0123456789", 10);
+    EXPECT_EQ(file.BufferCommand(CXFile::bufferCommit, 10, nullptr, nullptr), 10u);
+    EXPECT_EQ(file.GetPosition(), 10u);
+    EXPECT_EQ(file.Contents(), "0123456789");
+
+    const struct
+    {
+        Size position;
+        Size count;
+        const char* lent;
+    } cases[] = {{0, 4, "0123"},       {8, 4, "89"}, {3, 0xFFFFFFFF, "3456789"},   {0, 0, ""},
+                 {10, 0xFFFFFFFF, ""}, {14, 1, ""},  {2, 0x100000000, "23456789"}, {6, kLargest - 6, "6789"}};
+    for (const auto& c : cases)
+    {
+        SCOPED_TRACE(c.position);
+        file.Seek(static_cast<__int64>(c.position), CXFile::begin);
+        EXPECT_EQ(file.Lend(CXFile::bufferRead, c.count), std::strlen(c.lent));
+        EXPECT_EQ(std::string(file.m_start, file.m_stop), c.lent);
+        EXPECT_EQ(file.GetPosition(), c.position + std::strlen(c.lent));
+    }
+
+    file.SeekToEnd();
+    MemFile quiet(16, false);
+    quiet.Write("x", 1);
+    for (const CXFile::BufferCommands command : {CXFile::bufferRead, CXFile::bufferWrite, CXFile::bufferCommit})
+    {
+        EXPECT_EQ(Thrown([&] { file.Lend(command, kLargest); }), kInvalidArgument);
+        EXPECT_EQ(quiet.Lend(command, kLargest), 0u);
+        if (command == CXFile::bufferCommit)
+            continue;
+        EXPECT_EQ(file.BufferCommand(command, 1, nullptr, &file.m_stop), 0u);
+        EXPECT_EQ(file.BufferCommand(command, 1, &file.m_start, nullptr), 0u);
+    }
+    EXPECT_EQ(Thrown([&] { file.Lend(CXFile::bufferCommit, 7); }), kInvalidArgument);
+    EXPECT_EQ(file.Lend(CXFile::bufferCommit, 6), 6u);
+    EXPECT_EQ(file.GetLength(), 16u);
+}
+
+TEST(CXMemFile, WritesFromItsOwnBlock)
+{
+    MemFile file(1);
+    file.Write("abc", 3);
+    file.Write(file.GetBuffer(), 3); // which moves
+    EXPECT_EQ(file.Contents(), "abcabc");
+    file.Seek(1, CXFile::begin);
+    file.Write(file.GetBuffer(), 5); // overlapping
+    EXPECT_EQ(file.Contents(), "aabcab");
+}
+
+TEST(CXMemFile, ForgetsWhatIsCutOff)
+{
+    const std::string rubbish(20, '?');
+    MemFile written(10);
+    written.Write(rubbish.data(), 20);
+    MemFile attached(NewBlock(rubbish), 20, true);
+    MemFile touched(20);
+    touched.Write(rubbish.data(), 4);
+    std::fill_n(touched.GetBuffer() + 4, 16, '?'); // by whoever has the pointer
+    for (MemFile* file : {&written, &attached, &touched})
+    {
+        EXPECT_TRUE(file->SetLength(4) && file->SetLength(20));
+        EXPECT_EQ(file->Contents(), "????" + std::string(16, '\0'));
+    }
+}
+
+TEST(CXMemFile, HasNoPath)
+{
+    MemFile file;
+    CXFileException error;
+    EXPECT_FALSE(file.Open(L"/tmp", CXFile::modeRead, &error));
+    EXPECT_EQ(error.GetCause(), fileInvalidFile);
+    EXPECT_FALSE(file.Open(L"/tmp", CXFile::modeRead));
+    file.Flush();
+    EXPECT_EQ(file.GetFilePath(), L"");
+}
+
+/// The same file as a plain string: bytes that join it without being written are zero.
+struct Model
+{
+    std::string bytes;
+    std::size_t position = 0;
+
+    void Write(const std::string& data)
+    {
+        bytes.resize(std::max(bytes.size(), position + data.size()));
+        bytes.replace(position, data.size(), data);
+        position += data.size();
+    }
+    std::string Read(std::size_t count)
+    {
+        const std::string data = position < bytes.size() ? bytes.substr(position, count) : std::string();
+        position += data.size();
+        return data;
+    }
+};
+
+template <class File>
+void CompareWithModel(File&& file, const std::string& contents, unsigned seed)
+{
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    Model model{contents};
+    std::mt19937 random(seed);
+    const auto below = [&random](std::size_t limit) { return random() % limit; };
+    for (int step = 0; step < 3000; ++step)
+    {
+        SCOPED_TRACE(step);
+        const std::size_t length = model.bytes.size();
+        const std::size_t count = below(60);
+        std::string data(count, static_cast<char>('a' + below(26)));
+        switch (below(7))
+        {
+        case 0:
+            if (count > 0)
+                model.Write(data);
+            file.Write(data.data(), static_cast<unsigned>(count));
+            break;
+        case 1:
+            data.resize(file.Read(data.data(), static_cast<unsigned>(count)));
+            ASSERT_EQ(data, model.Read(count));
+            break;
+        case 2:
+            model.position = below(length + 60);
+            file.Seek(static_cast<__int64>(model.position), CXFile::begin);
+            break;
+        case 3:
+            model.bytes.resize(below(length + 30));
+            model.position = std::min(model.position, model.bytes.size());
+            ASSERT_TRUE(file.SetLength(model.bytes.size()));
+            break;
+        case 4: {
+            const std::size_t room = count + below(20);
+            ASSERT_EQ(file.Lend(CXFile::bufferWrite, room), room);
+            if (model.position >= length)
+                std::fill(file.m_start, file.m_stop, '?'); // what is not committed must not join the file
+            std::copy(data.begin(), data.end(), file.m_start);
+            ASSERT_EQ(file.Lend(CXFile::bufferCommit, count), count);
+            model.Write(data);
+            break;
+        }
+        case 5:
+            file.Lend(CXFile::bufferRead, count);
+            ASSERT_EQ(std::string(file.m_start, file.m_stop), model.Read(count));
+            break;
+        default: {
+            const std::size_t old = file.m_capacity;
+            file.GrowBuffer(below(length + 200));
+            const unsigned char* const block = static_cast<const CXMemFile&>(file).GetBuffer();
+            ASSERT_EQ(std::count(block + old, block + file.m_capacity, 0), std::ptrdiff_t(file.m_capacity - old));
+            break;
+        }
+        }
+        ASSERT_EQ(file.GetPosition(), model.position);
+        ASSERT_EQ(file.Contents(), model.bytes);
+    }
+}
+
+TEST(CXMemFile, BehavesLikeAStringOfBytes)
+{
+    for (const unsigned step : {0u, 1u, 7u})
+        CompareWithModel(MemFile(step), "", 20240611 + step);
+    CompareWithModel(CustomMemFile(CCustomMemFile::growProportionally, 3), "", 20240611);
+    const std::string block(100, 'b');
+    CompareWithModel(MemFile(Bytes(block), block.size(), false), block, 20240611);
+}
+} // namespace

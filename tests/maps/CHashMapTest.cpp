@@ -1,0 +1,491 @@
+#include "maps/CHashMap.h"
+
+#include "arrays/CXArray.h"
+#include "maps/CHashTable.h"
+#include "maps/CIntMap.h"
+#include "tests/support/HashTableModel.h"
+#include "tests/support/PrintText.h"
+#include "tests/support/Sanitized.h"
+#include "tests/support/Tracked.h"
+
+#include <gtest/gtest.h>
+
+#include <sys/resource.h>
+
+#include <cstdlib>
+#include <map>
+#include <memory>
+#include <random>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace
+{
+constexpr unsigned kEnd = 0xFFFFFFFF;
+
+using NarrowMap = CHashMap<CXTString<char>, const CXTString<char>&, CXTString<char>>;
+
+template <class TABLE, class KEY>
+std::vector<KEY> KeysOf(const TABLE& table)
+{
+    CXArray<KEY, KEY> keys;
+    EXPECT_EQ(table.CopyTo(keys), table.GetCount());
+    return {keys.begin(), keys.end()};
+}
+
+std::vector<unsigned> KeysOf(const HashTableModel& model)
+{
+    std::vector<unsigned> keys;
+    for (const auto& slot : model.Slots())
+    {
+        if (slot.m_state == 0)
+            keys.push_back(slot.m_key);
+    }
+    return keys;
+}
+
+TEST(CHashMap, TablesHaveTheDocumentedSizes)
+{
+    const std::pair<unsigned, unsigned> requests[] = {{0, 5},   {1, 5},   {2, 5},     {3, 5},       {4, 5},
+                                                      {5, 5},   {6, 7},   {8, 11},    {22, 23},     {23, 23},
+                                                      {24, 29}, {90, 97}, {100, 101}, {1000, 1009}, {65536, 65537}};
+    for (const auto& [request, size] : requests)
+        EXPECT_EQ(CIntMap(request).GetHashTableSize(), size) << request;
+
+    CIntMap map;
+    for (int key = 0; key < 10; ++key)
+        EXPECT_EQ(map.Insert(key, -key), 1);
+    EXPECT_EQ(map.Insert(3, 33), 0);
+    EXPECT_EQ(map.GetHashTableSize(), 23U);
+    EXPECT_EQ(map.Insert(10, -10), 1);
+    EXPECT_EQ(map.GetHashTableSize(), 97U);
+    EXPECT_EQ(map.GetCount(), 11U);
+    EXPECT_EQ(*map.Find(3), 33);
+
+    // The size was last asked for as 23, and that is what counts, not the one that it has grown to.
+    EXPECT_TRUE(map.InitHashTable(10));
+    EXPECT_EQ(map.GetCount(), 11U);
+    EXPECT_TRUE(map.InitHashTable(100));
+    EXPECT_EQ(map.GetHashTableSize(), 211U);
+    EXPECT_TRUE(map.IsEmpty());
+    for (const int key : {7, 8, 9})
+        map.Insert(key, key);
+    EXPECT_TRUE(map.Minimize());
+    EXPECT_EQ(map.GetHashTableSize(), 11U);
+    EXPECT_FALSE(map.Minimize());
+    map.Free();
+    EXPECT_EQ(map.GetHashTableSize(), 23U);
+    EXPECT_EQ(map.GetFirst(), kEnd);
+}
+
+TEST(CHashMap, TheRemainderIsExact)
+{
+    std::mt19937 random(1);
+    std::vector<unsigned> divisors = {5, 7, 11, 23, 97, 65521, 65537, 2147483647, 4294967291U};
+    for (int i = 0; i < 2000; ++i)
+        divisors.push_back(random() >> (random() % 29) | 5);
+    for (const unsigned divisor : divisors)
+    {
+        const auto reciprocal = tev::ReciprocalOf(divisor);
+        const unsigned last = 0xFFFFFFFF / divisor * divisor;
+        std::vector<unsigned> numbers = {0, 1, divisor - 1, divisor, divisor + 1, last - 1, last, last + 1, 0xFFFFFFFF};
+        for (int i = 0; i < 50; ++i)
+            numbers.push_back(random());
+        for (const unsigned number : numbers)
+            ASSERT_EQ(tev::Remainder(number, divisor, reciprocal), number % divisor) << number << " % " << divisor;
+    }
+}
+
+// The seed is fixed, so a failure comes back; the fuzz target takes over where this ends.
+TEST(CHashMap, RandomUseKeepsTheDocumentedSlotOrder)
+{
+    std::mt19937 random(11);
+    for (int round = 0; round < 12; ++round)
+    {
+        const unsigned request = random() % 40;
+        CHashMap<unsigned, unsigned, int> map(request);
+        CHashTable<unsigned> table(request);
+        HashTableModel model(request);
+        const unsigned range = 16U << round;
+        for (int step = 0; step < 4000; ++step)
+        {
+            const unsigned key = random() % range * (round % 2 == 0 ? 1 : 0x10001);
+            const bool rehash = random() % 2 == 0;
+            switch (random() % 8)
+            {
+            case 0:
+            case 1:
+            case 2:
+                ASSERT_EQ(map.Remove(key, rehash), model.Remove(key, rehash));
+                table.Remove(key, rehash);
+                break;
+            case 3:
+                if (step % 500 == 0)
+                {
+                    ASSERT_EQ(map.Minimize(), model.Minimize());
+                    table.Minimize();
+                }
+                break;
+            default:
+                ASSERT_EQ(map.Insert(key, step), model.Insert(key, step));
+                table.Insert(key);
+            }
+        }
+        ASSERT_EQ(map.GetHashTableSize(), model.Size());
+        const auto copy = map;
+        EXPECT_EQ((KeysOf<decltype(map), unsigned>(copy)), KeysOf(model));
+        EXPECT_EQ((KeysOf<decltype(table), unsigned>(table)), KeysOf(model));
+        for (unsigned at = map.GetFirst(); at != kEnd;)
+        {
+            ASSERT_EQ(model.Slots()[at].m_state, 0U);
+            const auto& slot = model.Slots()[at];
+            unsigned key = 0;
+            int value = 0;
+            ASSERT_TRUE(map.GetNext(at, key, value));
+            ASSERT_EQ(std::make_pair(key, value), std::make_pair(slot.m_key, slot.m_value));
+        }
+    }
+}
+
+TEST(CHashMap, DeletedSlotsAreClearedAwayInsteadOfGrowing)
+{
+    CIntMap map;
+    for (int key = 0; key < 30; ++key)
+        map.Insert(key, key);
+    ASSERT_EQ(map.GetHashTableSize(), 97U);
+    for (int key = 0; key < 100000; ++key)
+    {
+        map.Remove(key, false);
+        map.Insert(key + 30, 0);
+    }
+    EXPECT_EQ(map.GetCount(), 30U);
+    EXPECT_EQ(map.GetHashTableSize(), 97U);
+}
+
+enum class Colour : short
+{
+    kRed = -1,
+    kGreen = 7
+};
+
+struct Cell
+{
+    int m_x;
+    int m_y;
+};
+
+struct CellMethods
+{
+    static unsigned int HashKey(const Cell& cell) { return static_cast<unsigned>(cell.m_x * 31 + cell.m_y); }
+    static bool Compare(const Cell& a, const Cell& b) { return a.m_x == b.m_x && a.m_y == b.m_y; }
+};
+
+template <class METHODS, class KEY>
+void ExpectFewEqualHashes(const std::vector<KEY>& keys, const char* what)
+{
+    std::set<unsigned> hashes;
+    std::map<unsigned, int> homes;
+    for (const KEY& key : keys)
+    {
+        hashes.insert(METHODS::HashKey(key));
+        ++homes[METHODS::HashKey(key) % 200003];
+    }
+    // Twice what is to be expected of chance, and rather more homes in use than a poor hash would have.
+    EXPECT_GT(hashes.size() + 5, keys.size()) << what;
+    EXPECT_GT(homes.size(), keys.size() * 3 / 4) << what;
+}
+
+TEST(CHashMap, EveryKindOfKeyIsFoundAndSpreads)
+{
+    CHashMap<Colour, Colour, int> colours;
+    colours.Insert(Colour::kRed, 1);
+    EXPECT_TRUE(colours.IsFound(Colour::kRed));
+    EXPECT_FALSE(colours.IsFound(Colour::kGreen));
+    CHashMap<Cell, const Cell&, int, CellMethods> cells;
+    cells.Insert({1, 2}, 12);
+    EXPECT_EQ(*cells.Find({1, 2}), 12);
+    // These two hash alike.
+    EXPECT_EQ(cells.Find({0, 33}), nullptr);
+    CHashMap<wchar_t, wchar_t, char> characters;
+    for (wchar_t c = 0; c < 1000; ++c)
+        characters.Insert(c, static_cast<char>(c));
+    for (wchar_t c = 0; c < 1000; ++c)
+        ASSERT_EQ(*characters.Find(c), static_cast<char>(c));
+
+    std::vector<unsigned long long> packed;
+    std::vector<long long> high;
+    std::vector<const void*> pointers;
+    std::vector<CXTString<char>> names;
+    std::vector<CXTString<wchar_t>> zeros;
+    for (unsigned i = 0; i < 100000; ++i)
+    {
+        packed.push_back((static_cast<unsigned long long>(i / 300) << 32) | (i % 300));
+        high.push_back(static_cast<long long>(i) << 32);
+        pointers.push_back(reinterpret_cast<const void*>(0x7F0000001000 + static_cast<std::uintptr_t>(i) * 64));
+        names.push_back(("textures/wood_" + std::to_string(i) + ".png").c_str());
+        if (i < 1000)
+            zeros.push_back(CXTString<wchar_t>(L'\0', static_cast<int>(i)));
+    }
+    ExpectFewEqualHashes<CHashMethods<unsigned long long>>(packed, "packed");
+    ExpectFewEqualHashes<CHashMethods<long long>>(high, "high");
+    ExpectFewEqualHashes<CHashMethods<const void*>>(pointers, "pointers");
+    ExpectFewEqualHashes<CHashMethods<CXTString<char>>>(names, "names");
+    ExpectFewEqualHashes<CHashMethods<CXTString<wchar_t>>>(zeros, "zeros");
+}
+
+TEST(CHashMap, StringsAreComparedByTheirWholeText)
+{
+    NarrowMap map;
+    std::map<std::string, std::string> expected;
+    for (int length = 0; length < 70; ++length)
+    {
+        for (int differs = 0; differs < length; ++differs)
+        {
+            std::string text(length, 'a');
+            text[differs] = '\0';
+            map.Insert(CXTString<char>(text.data(), length), std::to_string(differs).c_str());
+            expected[text] = std::to_string(differs);
+        }
+    }
+    ASSERT_EQ(map.GetCount(), expected.size());
+    for (const auto& [text, value] : expected)
+        ASSERT_EQ(*map.Find(CXTString<char>(text.data(), static_cast<int>(text.size()))), value.c_str());
+
+    CHashTable<CXTString<wchar_t>> set;
+    set.Insert(L"\u00E4pfel");
+    set.Insert(L"");
+    EXPECT_TRUE(set.IsFound(L"\u00E4pfel"));
+    EXPECT_FALSE(set.IsFound(L"\u00E4pfe"));
+    EXPECT_TRUE(set.IsFound(static_cast<const wchar_t*>(nullptr)));
+    EXPECT_EQ(set.Remove(L"", false), 1);
+    EXPECT_EQ(set.Remove(L"", false), 0);
+}
+
+TEST(CHashMap, ArgumentsMayLieInTheMap)
+{
+    NarrowMap map;
+    map.Insert("key 0", "the value that is passed on from entry to entry");
+    for (int i = 1; i < 2000; ++i)
+        ASSERT_EQ(map.Insert(std::to_string(i).c_str(), *map.Find(i == 1 ? "key 0" : std::to_string(i - 1).c_str())),
+                  1);
+    EXPECT_EQ(*map.Find("1999"), "the value that is passed on from entry to entry");
+
+    const CXTString<char>* key = nullptr;
+    CXTString<char>* value = nullptr;
+    unsigned at = map.GetFirst();
+    ASSERT_TRUE(map.GetNext(at, key, value));
+    EXPECT_EQ(map.Insert(*key, *value), 0);
+    EXPECT_EQ(map.Remove(*key, true), 1);
+
+    map.Merge(map);
+    EXPECT_EQ(map.GetCount(), 1999U);
+    const NarrowMap& same = map;
+    map = same;
+    EXPECT_EQ(map.GetCount(), 1999U);
+    map.Remove(same);
+    EXPECT_TRUE(map.IsEmpty());
+}
+
+TEST(CHashMap, WalksSurviveRemovals)
+{
+    CIntMap map;
+    for (int key = 0; key < 100; ++key)
+        map.Insert(key, key * 10);
+    int seen = 0;
+    for (unsigned at = map.GetFirst(); at != kEnd;)
+    {
+        int key = 0;
+        int* value = nullptr;
+        ASSERT_TRUE(map.GetNext(at, key, value));
+        ASSERT_EQ(*value, key * 10);
+        EXPECT_EQ(map.Remove(key, false), 1);
+        ++seen;
+    }
+    EXPECT_EQ(seen, 100);
+
+    unsigned removed = 0;
+    const int* key = nullptr;
+    EXPECT_FALSE(map.GetNext(removed, key));
+    EXPECT_EQ(removed, kEnd);
+    EXPECT_FALSE(map.GetNext(removed, key));
+    EXPECT_EQ(key, nullptr);
+}
+
+TEST(CHashMap, SetsOfKeysAreMergedAndRemoved)
+{
+    CHashTable<int> evens;
+    CHashTable<int> small;
+    for (int i = 0; i < 100; ++i)
+    {
+        evens.Insert(2 * i);
+        small.Insert(i);
+    }
+    CHashTable<int> both = evens;
+    both.Merge(small);
+    EXPECT_EQ(both.GetCount(), 150U);
+    both.Remove(evens);
+    EXPECT_EQ(both.GetCount(), 50U);
+    EXPECT_TRUE(both.IsFound(99));
+    EXPECT_FALSE(both.IsFound(98));
+    EXPECT_EQ(*evens.Find(198), 198);
+}
+
+template <class ELEMENT>
+class CHashMapOf : public testing::Test
+{
+};
+
+using ElementTypes = testing::Types<Tracked<true>, Tracked<false>>;
+TYPED_TEST_SUITE(CHashMapOf, ElementTypes, );
+
+TYPED_TEST(CHashMapOf, EntriesEndWhenTheyAreRemoved)
+{
+    using Map = CHashMap<int, int, TypeParam>;
+    const auto live = [] { return TypeParam::s_live; };
+    {
+        Map map;
+        for (int key = 0; key < 500; ++key)
+        {
+            map.Insert(key, key);
+            ASSERT_EQ(live(), key + 1);
+        }
+        map.Insert2(7, 70);
+        EXPECT_EQ(map.Find(7)->Value(), 70);
+        for (int key = 0; key < 100; ++key)
+            map.Remove(key, key % 2 == 0);
+        EXPECT_EQ(live(), 400);
+
+        Map copy = map;
+        EXPECT_EQ(live(), 800);
+        const Map taken = std::move(copy);
+        EXPECT_EQ(live(), 800);
+        EXPECT_FALSE(copy.IsFound(200));
+        EXPECT_EQ(copy.Insert(1, 1), 1);
+        EXPECT_EQ(copy.GetHashTableSize(), 23U);
+        EXPECT_EQ(live(), 801);
+        copy = std::move(map);
+        EXPECT_EQ(live(), 800);
+        copy.Minimize();
+        EXPECT_EQ(live(), 800);
+        copy.Clear();
+        EXPECT_EQ(live(), 400);
+        copy = taken;
+        copy.Free();
+        EXPECT_EQ(live(), 400);
+        for (int key = 0; key < 500; ++key)
+            ASSERT_EQ(taken.IsFound(key), key >= 100);
+    }
+    EXPECT_EQ(live(), 0);
+}
+
+TYPED_TEST(CHashMapOf, AnInsertionThatThrowsChangesNothing)
+{
+    using Map = CHashMap<int, int, TypeParam>;
+    // The eleventh entry rebuilds the table, so that later copies throw as well where elements are not moved.
+    Map full;
+    for (int key = 0; key < 10; ++key)
+        full.Insert(key, key);
+    bool inserted = false;
+    for (int throwIn = 1; !inserted; ++throwIn)
+    {
+        Map map = full;
+        TypeParam::s_throwIn = throwIn;
+        try
+        {
+            inserted = map.Insert2(11, 11) == 1;
+        }
+        catch (const std::runtime_error&)
+        {
+            EXPECT_EQ(map.GetCount(), 10U);
+            EXPECT_EQ(map.GetHashTableSize(), 23U);
+            EXPECT_FALSE(map.IsFound(11));
+        }
+        TypeParam::s_throwIn = 0;
+        for (int key = 0; key < 10; ++key)
+            ASSERT_EQ(map.Find(key)->Value(), key);
+    }
+    Map copied;
+    TypeParam::s_throwIn = 5;
+    EXPECT_THROW(copied = full, std::runtime_error);
+    TypeParam::s_throwIn = 0;
+    EXPECT_TRUE(copied.IsEmpty());
+    full.Free();
+    EXPECT_EQ(TypeParam::s_live, 0);
+}
+
+/// No machine has the memory for a table of these, and no system the addresses.
+struct Giant
+{
+    char m_bytes[std::size_t(1) << 45];
+};
+
+TEST(CHashMap, AMapWithoutMemoryFindsNothingAndRefuses)
+{
+    CHashMap<int, int, Giant> map;
+    EXPECT_EQ(map.GetHashTableSize(), 23U);
+    EXPECT_EQ(map.Find(0), nullptr);
+    EXPECT_EQ(map.Remove(0, true), 0);
+    EXPECT_EQ(map.GetFirst(), kEnd);
+    map.Clear();
+    map.Free();
+    EXPECT_FALSE(map.Minimize());
+    EXPECT_FALSE(map.InitHashTable(50));
+    EXPECT_EQ(map.GetHashTableSize(), 53U);
+    CHashMap<int, int, Giant> copy(map);
+    copy.Merge(map);
+    copy = std::move(map);
+    EXPECT_TRUE(copy.IsEmpty());
+}
+
+TEST(CHashMap, SizesBeyond32BitsAreRefused)
+{
+    CIntMap map;
+    map.Insert(1, 2);
+    for (const unsigned count : {0x7FFFFFFFU, 0x80000000U, 0xFFFFFFFEU, 0xFFFFFFFFU})
+        EXPECT_FALSE(map.InitHashTable(count)) << count;
+    EXPECT_EQ(*map.Find(1), 2);
+    EXPECT_EQ(CIntMap(0xFFFFFFFF).GetHashTableSize(), 23U);
+    // What a full table of the largest sizes would need.
+    EXPECT_EQ(tev::HashSizeRebuilt(4294967291U, 2147483645, 2147483645), 0U);
+    EXPECT_EQ(tev::HashSizeRebuilt(4294967291U, 2147483645, 1), 23U);
+}
+
+struct Block
+{
+    char m_bytes[1 << 20];
+};
+
+// Runs in a process of its own, which must not get more than so much memory.
+void FillUntilRefused()
+{
+    const rlim_t bytes = rlim_t(300) << 20;
+    const rlimit limit = {bytes, bytes};
+    setrlimit(RLIMIT_AS, &limit);
+    CHashMap<int, int, Block> map;
+    const auto block = std::make_unique<Block>();
+    int key = 0;
+    while (map.Insert(key, *block) == 1)
+    {
+        block->m_bytes[0] = static_cast<char>(++key);
+        if (key > 1000)
+            std::exit(1);
+    }
+    // The table of 97 could not be rebuilt: the entry that filled its half is in, the next one was refused.
+    bool well = key == 48 && map.GetCount() == 48 && map.GetHashTableSize() == 97;
+    for (int i = 0; i < key; ++i)
+        well = well && map.IsFound(i) && map.Find(i)->m_bytes[0] == static_cast<char>(i);
+    well = well && !map.IsFound(key) && map.Insert(3, *block) == 0;
+    // A removed entry's slot may be used without a rebuild.
+    well = well && map.Remove(5, true) == 1 && map.GetCount() == 47;
+    std::exit(well ? 0 : 2);
+}
+
+TEST(CHashMap, ATableThatCannotGrowKeepsItsEntries)
+{
+    if (tev::test::kIsSanitized)
+        GTEST_SKIP() << "a sanitizer's own memory does not fit under a limit";
+    testing::FLAGS_gtest_death_test_style = "threadsafe";
+    EXPECT_EXIT(FillUntilRefused(), testing::ExitedWithCode(0), "");
+}
+} // namespace

@@ -1,0 +1,233 @@
+#include "files/CXMemFile.h"
+#include "objects/CXArchiveException.h"
+#include "objects/CXFileException.h"
+#include "objects/CXInternetException.h"
+#include "objects/ThreadException.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace
+{
+int g_livingExceptions = 0;
+
+struct CountedException : CXException
+{
+    CountedException() { ++g_livingExceptions; }
+    ~CountedException() override { --g_livingExceptions; }
+};
+
+struct Plain : CXObject
+{
+    X_DECLARE_CLASS(Plain)
+};
+
+struct Derived : Plain
+{
+    X_DECLARE_CLASS(Derived)
+};
+
+/// Fails in its constructor as the test says.
+struct Failing : CXObject
+{
+    X_DECLARE_CLASS(Failing)
+    static inline void (*s_construct)() = nullptr;
+    Failing() { s_construct(); }
+};
+
+X_IMPLEMENT_CLASS(Plain, CXObject, 7)
+X_IMPLEMENT_CLASS(Derived, Plain, 3 | xSchemaVersionable)
+X_IMPLEMENT_CLASS(Failing, CXObject, 1)
+
+CXRuntimeClass RecordNamed(const char* name)
+{
+    return {name, sizeof(CXObject), 1, CXObject::GetThisRuntimeClassDescriptor(), nullptr};
+}
+
+/// The virtual slot of a member function, as the C++ ABI of Linux encodes it in a member pointer.
+template <class Member>
+std::ptrdiff_t SlotOf(Member member)
+{
+    std::ptrdiff_t encoded = 0;
+    std::memcpy(&encoded, &member, sizeof encoded);
+    return (encoded - 1) / static_cast<std::ptrdiff_t>(sizeof(void*));
+}
+} // namespace
+
+TEST(CXRuntimeClass, RecordsSayWhatTheClassesAre)
+{
+#define ROW(Class, schema, base, creates)                                                                              \
+    {                                                                                                                  \
+        &Class::classCreator##Class, Class::GetThisRuntimeClassDescriptor(), #Class, sizeof(Class), schema, base,      \
+            creates                                                                                                    \
+    }
+    const struct
+    {
+        const CXRuntimeClass* record;
+        const CXRuntimeClass* descriptor;
+        const char* name;
+        size_t size;
+        unsigned schema;
+        const char* base;
+        bool creates;
+    } cases[] = {
+        ROW(CXObject, 1, nullptr, false),
+        ROW(CXException, 0x10000000, "CXObject", false),
+        ROW(CXMemoryException, 0x10000000, "CXException", false),
+        ROW(CXInvalidArgException, 0x10000000, "CXException", false),
+        ROW(CXUserException, 0x10000000, "CXException", false),
+        ROW(CXFileException, 0x10000000, "CXException", false),
+        ROW(CXArchiveException, 0x10000000, "CXException", false),
+        ROW(CXInternetException, 0x10000000, "CXException", false),
+        ROW(CXFile, 0x10000000, "CXObject", true),
+        ROW(CXMemFile, 0x10000000, "CXFile", true),
+        ROW(Plain, 7, "CXObject", true),
+        ROW(Derived, 0x20000003, "Plain", true),
+    };
+#undef ROW
+    for (const auto& c : cases)
+    {
+        SCOPED_TRACE(c.name);
+        EXPECT_EQ(c.descriptor, c.record);
+        EXPECT_EQ(CXRuntimeClass::FindRuntimeClass(c.name), c.record);
+        EXPECT_STREQ(c.record->m_name, c.name);
+        EXPECT_EQ(c.record->m_objectSize, c.size);
+        EXPECT_EQ(c.record->m_schema, c.schema);
+        EXPECT_EQ(c.record->IsSerializable(), (c.schema & 0x10000000) == 0);
+        EXPECT_STREQ(c.record->m_base == nullptr ? nullptr : c.record->m_base->m_name, c.base);
+        const std::unique_ptr<CXObject> object(c.record->CreateObject());
+        ASSERT_EQ(object != nullptr, c.creates);
+        EXPECT_EQ(c.creates ? object->GetRuntimeClassDescriptor() : c.record, c.record);
+    }
+}
+
+TEST(CXRuntimeClass, KindFollowsTheBases)
+{
+    const CXRuntimeClass* object = CXObject::GetThisRuntimeClassDescriptor();
+    const CXRuntimeClass* plain = Plain::GetThisRuntimeClassDescriptor();
+    const CXRuntimeClass* derived = Derived::GetThisRuntimeClassDescriptor();
+    const CXRuntimeClass* other = Failing::GetThisRuntimeClassDescriptor();
+    const Derived subject;
+    const CXObject& asBase = subject;
+    for (const CXRuntimeClass* kind : {object, plain, derived, other, static_cast<const CXRuntimeClass*>(nullptr)})
+    {
+        const bool isKind = kind != other && kind != nullptr;
+        EXPECT_EQ(asBase.IsKindOf(kind), isKind);
+        EXPECT_EQ(derived->IsDerivedFrom(kind), isKind);
+        EXPECT_FALSE(CXObject::IsKindOf(nullptr, kind));
+        EXPECT_FALSE(CXRuntimeClass::IsDerivedFrom(nullptr, kind));
+    }
+    EXPECT_FALSE(Plain().IsKindOf(derived));
+}
+
+TEST(CXRuntimeClass, CreateObjectSwallowsEveryFailure)
+{
+    void (*const ways[])() = {
+        [] { throw new CountedException; },
+        [] { tev::RecordAndThrow<CountedException>(); },
+        [] { // the pending exception is another one than the thrown
+            auto* thrown = new CountedException;
+            XSetThreadException(thrown);
+            XSetThreadException(new CountedException);
+            throw thrown;
+        },
+        [] {
+            XSetThreadException(new CountedException);
+            throw 1;
+        },
+        [] { XSetThreadException(new CountedException); }, // and is created
+    };
+    for (const auto& way : ways)
+    {
+        SCOPED_TRACE(&way - ways);
+        Failing::s_construct = way;
+        const std::unique_ptr<CXObject> object(Failing::classCreatorFailing.CreateObject());
+        EXPECT_EQ(object != nullptr, &way == std::end(ways) - 1);
+        EXPECT_EQ(XTakeThreadException(), nullptr);
+        EXPECT_EQ(g_livingExceptions, 0);
+    }
+}
+
+TEST(CXRuntimeClass, TheLatestDeclarationOfANameHolds)
+{
+    const std::string name = "A name that is too long to be kept in place";
+    auto firstName = std::make_unique<std::string>(name);
+    const CXRuntimeClass first = RecordNamed(firstName->c_str());
+    const CXRuntimeClass second = RecordNamed(name.c_str());
+    const CXRuntimeClass third = RecordNamed(name.c_str());
+    const auto find = [&name] { return CXRuntimeClass::FindRuntimeClass(name.c_str()); };
+
+    EXPECT_EQ(find(), nullptr);
+    EXPECT_FALSE(CXRuntimeClass::UndeclareRuntimeClass(&first));
+    for (const CXRuntimeClass* record : {&first, &second, &third, &first}) // the last is not there twice
+    {
+        EXPECT_TRUE(CXRuntimeClass::DeclareRuntimeClass(record));
+        EXPECT_EQ(find(), record);
+    }
+    EXPECT_TRUE(CXRuntimeClass::UndeclareRuntimeClass(&second)) << "from the middle";
+    EXPECT_EQ(find(), &first);
+    EXPECT_TRUE(CXRuntimeClass::UndeclareRuntimeClass(&first));
+    EXPECT_FALSE(CXRuntimeClass::UndeclareRuntimeClass(&first));
+    firstName.reset();
+    EXPECT_EQ(find(), &third) << "the name of a record that went away is not needed any more";
+    EXPECT_TRUE(CXRuntimeClass::UndeclareRuntimeClass(&third));
+    EXPECT_EQ(find(), nullptr);
+
+    EXPECT_FALSE(CXRuntimeClass::DeclareRuntimeClass(nullptr));
+    EXPECT_FALSE(CXRuntimeClass::UndeclareRuntimeClass(nullptr));
+    EXPECT_EQ(CXRuntimeClass::FindRuntimeClass(nullptr), nullptr);
+}
+
+TEST(CXRuntimeClass, ThreadsDeclareAtTheSameTime)
+{
+    std::atomic<int> failures{0};
+    std::vector<std::thread> threads(4);
+    for (std::thread& thread : threads)
+    {
+        thread = std::thread([&failures] {
+            const CXRuntimeClass own = RecordNamed("OfAllThreads");
+            for (int i = 0; i < 2000; ++i)
+            {
+                const XClassDeclaration declaration(&own);
+                failures += CXRuntimeClass::FindRuntimeClass("OfAllThreads") == nullptr;
+            }
+        });
+    }
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(failures, 0);
+    EXPECT_EQ(CXRuntimeClass::FindRuntimeClass("OfAllThreads"), nullptr);
+}
+
+#if defined(__x86_64__)
+TEST(CXRuntimeClass, VirtualSlotsStandInTheirOrder)
+{
+    struct File : CXMemFile
+    {
+        using CXMemFile::BufferCommand;
+        using CXMemFile::GrowBuffer;
+    };
+    // The destructor takes the slots 0 and 1.
+    const std::vector<std::ptrdiff_t> exceptions = {SlotOf(&CXObject::GetRuntimeClassDescriptor),
+                                                    SlotOf(&CXObject::Serialize),
+                                                    SlotOf(&CXException::ReportError),
+                                                    SlotOf(&CXFileException::GetErrorMessage),
+                                                    SlotOf(&CXArchiveException::GetErrorMessage),
+                                                    SlotOf(&CXInternetException::GetErrorMessage)};
+    EXPECT_EQ(exceptions, (std::vector<std::ptrdiff_t>{2, 3, 4, 5, 5, 5}));
+    const std::ptrdiff_t files[] = {
+        SlotOf(&CXFile::Open),        SlotOf(&CXFile::Seek),        SlotOf(&CXFile::SetLength),
+        SlotOf(&CXFile::GetLength),   SlotOf(&CXFile::Read),        SlotOf(&CXFile::Write),
+        SlotOf(&CXFile::Flush),       SlotOf(&CXFile::Close),       SlotOf(&CXFile::Abort),
+        SlotOf(&CXFile::SetFilePath), SlotOf(&CXFile::GetFileName), SlotOf(&CXFile::GetFilePath),
+        SlotOf(&File::BufferCommand), SlotOf(&CXFile::GetPosition), SlotOf(&File::GrowBuffer)};
+    for (std::size_t i = 0; i < std::size(files); ++i)
+        EXPECT_EQ(files[i], static_cast<std::ptrdiff_t>(4 + i));
+}
+#endif

@@ -1,0 +1,522 @@
+#include "services/CWatchFolder.h"
+
+#include "platform/PathNames.h"
+#include "tests/support/TempFolder.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <map>
+#include <random>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <sched.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace
+{
+namespace fs = std::filesystem;
+using tev::test::TempFolder;
+
+constexpr unsigned kNames = CWatchFolder::kFileNames | CWatchFolder::kFolderNames;
+constexpr unsigned kAll = kNames | CWatchFolder::kAttributes | CWatchFolder::kSize | CWatchFolder::kLastWrite;
+
+/// Paths relative to the folder, with '+' added, '-' removed, '~' modified, '>' renamed, '!' changed as a whole.
+std::string Describe(CWatchFolder& watcher, const std::wstring& folder)
+{
+    std::map<std::wstring, char> sorted;
+    const CWatchFolder::Changes& changes = watcher.GetChanges();
+    const CXTString<wchar_t>* path = nullptr;
+    CWatchFolder::FileChange* change = nullptr;
+    for (unsigned position = changes.GetFirst(); changes.GetNext(position, path, change);)
+    {
+        sorted[path->GetConstBuffer()] = " +-~>!"[*change];
+    }
+    watcher.ReleaseChanges();
+    std::string text;
+    for (const auto& [name, sign] : sorted)
+    {
+        EXPECT_EQ(name.compare(0, folder.size(), folder), 0);
+        text += text.empty() ? "" : " ";
+        text += sign;
+        for (const wchar_t character : name.substr(folder.size()))
+            text += character < 0x80 ? static_cast<char>(character) : '?';
+    }
+    return text;
+}
+
+class CWatchFolderTest : public testing::Test
+{
+protected:
+    bool Watch(bool withSubtree, unsigned filter = kAll, const std::string& name = "w")
+    {
+        fs::create_directories(m_folder.Path(name));
+        return m_watcher.AddRefreshNotification(m_folder.WidePath(name).c_str(), withSubtree, filter);
+    }
+    std::string Changes()
+    {
+        const bool some = m_watcher.CheckRefreshNotification();
+        const std::string text = Describe(m_watcher, m_folder.WidePath("w") + L"/");
+        EXPECT_EQ(some, !text.empty());
+        return text;
+    }
+    void Touch(const std::string& name) { std::ofstream(m_folder.Path(name), std::ios::app) << "x"; }
+    void MakeFolder(const std::string& name) { fs::create_directory(m_folder.Path(name)); }
+    void Rename(const std::string& from, const std::string& to) { fs::rename(m_folder.Path(from), m_folder.Path(to)); }
+
+    TempFolder m_folder;
+    CWatchFolder m_watcher;
+};
+
+TEST_F(CWatchFolderTest, TellsWhatBecameOfFiles)
+{
+    m_folder.WriteFile("w/old", "x");
+    m_folder.WriteFile("w/sub/deep", "x");
+    ASSERT_TRUE(Watch(false));
+    EXPECT_EQ(Changes(), "");
+    Touch("w/new");
+    Touch("w/old");
+    Touch("w/sub/deep");
+    EXPECT_EQ(Changes(), "+new ~old") << "what is new stays new, and folders beneath are nobody's business";
+    Rename("w/new", "w/newer");
+    fs::remove(m_folder.Path("w/old"));
+    EXPECT_EQ(Changes(), ">new >newer -old");
+    Rename("w/newer", "outside");
+    Rename("outside", "w/back");
+    EXPECT_EQ(Changes(), "+back -newer");
+    m_folder.WriteFile("w/caf\xC3\xA9", "x");
+    ASSERT_EQ(mkdir((m_folder.Path("w").string() + "/\xFF").c_str(), 0755), 0);
+    m_watcher.CheckRefreshNotification();
+    EXPECT_NE(m_watcher.GetChanges().Find((m_folder.WidePath("w") + L"/\xDCFF").c_str()), nullptr);
+    EXPECT_NE(m_watcher.GetChanges().Find((m_folder.WidePath("w") + L"/caf\xE9").c_str()), nullptr);
+    m_watcher.ReleaseChanges();
+    EXPECT_EQ(m_watcher.GetChanges().GetCount(), 0U);
+    m_watcher.ReleaseChanges();
+}
+
+TEST_F(CWatchFolderTest, TheFilterChoosesWhatIsTold)
+{
+    const struct
+    {
+        unsigned m_filter;
+        const char* m_changes;
+    } cases[] = {
+        {CWatchFolder::kFileNames, "+a -b >c >d"},
+        {CWatchFolder::kFolderNames, "+f"},
+        {CWatchFolder::kCreation, "+a +f"},
+        {CWatchFolder::kSize, "~a ~old"},
+        {CWatchFolder::kLastWrite, "~a ~old ~status"},
+        {CWatchFolder::kAttributes, "~status"},
+        {CWatchFolder::kSecurity, "~status"},
+        {CWatchFolder::kLastAccess, "~read"},
+        {0, ""},
+    };
+    for (const auto& [filter, changes] : cases)
+    {
+        fs::remove_all(m_folder.Path("w"));
+        for (const char* name : {"w/b", "w/c", "w/old", "w/status", "w/read"})
+            m_folder.WriteFile(name, "x");
+        m_watcher.RemoveAll();
+        CWatchFolder other; // asks for all of the same folder, which must not change what this one is told
+        other.AddRefreshNotification(m_folder.WidePath("w").c_str(), true, 0xFFF);
+        ASSERT_TRUE(Watch(true, filter));
+        Touch("w/a");
+        Touch("w/old");
+        MakeFolder("w/f");
+        fs::remove(m_folder.Path("w/b"));
+        Rename("w/c", "w/d");
+        chmod(m_folder.Path("w/status").c_str(), 0600);
+        m_folder.ReadFile("w/read");
+        EXPECT_EQ(Changes(), changes) << filter;
+    }
+}
+
+TEST_F(CWatchFolderTest, ATreeIsFollowedWhereverItGrows)
+{
+    m_folder.WriteFile("w/a/one", "x");
+    m_folder.WriteFile("in/deep/two", "x");
+    fs::create_directory_symlink(m_folder.Path("in"), m_folder.Path("w/link"));
+    ASSERT_TRUE(Watch(true, kNames));
+    m_folder.WriteFile("w/b/c/new", "x"); // filled before anybody could look
+    EXPECT_EQ(Changes(), "+b +b/c +b/c/new");
+    Touch("w/b/c/later");
+    Touch("in/unseen"); // links are not followed
+    EXPECT_EQ(Changes(), "+b/c/later");
+    Rename("w/b", "w/a/b");
+    Touch("w/a/b/c/moved");
+    m_folder.WriteFile("w/a/b/d/e/new", "x");
+    EXPECT_EQ(Changes(), ">a/b +a/b/c/moved +a/b/d +a/b/d/e +a/b/d/e/new >b");
+    Rename("in", "w/in");
+    EXPECT_EQ(Changes(), "+in +in/deep +in/deep/two +in/unseen");
+    Rename("w/a/b", "out");
+    EXPECT_EQ(Changes(), "-a/b");
+    Touch("out/c/unseen");
+    EXPECT_EQ(Changes(), "");
+    MakeFolder("w/a/b");
+    Touch("w/a/b/again");
+    fs::remove_all(m_folder.Path("w/in"));
+    EXPECT_EQ(Changes(), "+a/b +a/b/again -in -in/deep -in/deep/two -in/unseen");
+}
+
+TEST_F(CWatchFolderTest, TheLastChangeOfAPathIsTheOneThatCounts)
+{
+    for (const char* name : {"w/x/old", "w/y/f", "w/file", "w/other"})
+        m_folder.WriteFile(name, "x");
+    ASSERT_TRUE(Watch(true, kNames));
+    // What moves where nobody looks yet has gone; something else may have its name by then.
+    MakeFolder("w/new");
+    Rename("w/x", "w/new/x");
+    Rename("w/y", "w/x");
+    Rename("w/file", "w/new/file");
+    Touch("w/file");
+    Rename("w/other", "w/new/other");
+    EXPECT_EQ(Changes(), "+file +new +new/file +new/other +new/x +new/x/old -other >x >y");
+}
+
+TEST_F(CWatchFolderTest, NothingIsLostInATreeThatChangesAtRandom)
+{
+    ASSERT_TRUE(Watch(true, kNames));
+    std::mt19937 random(46);
+    const auto snapshot = [&] {
+        std::set<std::string> names;
+        for (const fs::directory_entry& entry : fs::recursive_directory_iterator(m_folder.Path("w")))
+            names.insert(fs::relative(entry.path(), m_folder.Path("w")).string());
+        return names;
+    };
+    std::set<std::string> before;
+    int told = 0;
+    for (int round = 0; round < 200; ++round)
+    {
+        for (int step = 0; step < 12; ++step)
+        {
+            const auto anyPath = [&] {
+                std::string path = "w";
+                for (unsigned depth = random() % 4 + 1; depth != 0; --depth)
+                    path += std::string("/") + static_cast<char>('a' + random() % 3);
+                return m_folder.Path(path);
+            };
+            std::error_code ignored;
+            switch (random() % 5)
+            {
+            case 0:
+                fs::create_directories(anyPath(), ignored);
+                break;
+            case 1:
+                fs::remove_all(anyPath(), ignored);
+                break;
+            case 2:
+                std::ofstream(anyPath()) << "x";
+                break;
+            default:
+                fs::rename(anyPath(), anyPath(), ignored);
+            }
+        }
+        const std::set<std::string> after = snapshot();
+        const std::string changes = " " + Changes() + " ";
+        const auto isAnyOf = [&](const char* signs, const std::string& name) {
+            return std::any_of(signs, signs + std::strlen(signs), [&](char sign) {
+                return changes.find(std::string(" ") + sign + name + " ") != changes.npos;
+            });
+        };
+        // What came is told itself, unless a folder above it was renamed; what went, unless one above it did not stay.
+        const auto isTold = [&](std::string name) {
+            const bool came = after.count(name) != 0;
+            bool isFound = isAnyOf(came ? "+>" : "-+>", name);
+            for (std::size_t end = name.rfind('/'); !isFound && end != name.npos; end = name.rfind('/'))
+            {
+                name.resize(end);
+                isFound = isAnyOf(came ? ">" : "-+>", name);
+            }
+            return isFound;
+        };
+        std::vector<std::string> different;
+        std::set_symmetric_difference(before.begin(), before.end(), after.begin(), after.end(),
+                                      std::back_inserter(different));
+        for (const std::string& name : different)
+            EXPECT_TRUE(isTold(name)) << "round " << round << ": " << name << ", told:" << changes;
+        told += static_cast<int>(different.size());
+        before = after;
+    }
+    EXPECT_GT(told, 300);
+}
+
+TEST_F(CWatchFolderTest, MoreThanTheBufferHoldsIsTheWholeFolder)
+{
+    ASSERT_TRUE(Watch(true, kNames));
+    // Entries of 12 bytes and a name of 10 characters: 128 of them fill 4096 bytes.
+    const auto create = [&](int count) {
+        static int number = 100000;
+        for (int i = 0; i < count; ++i)
+            Touch("w/file" + std::to_string(number++));
+    };
+    create(128);
+    EXPECT_EQ(Changes().substr(0, 12), "+file100000 ");
+    create(129);
+    EXPECT_EQ(Changes(), "!");
+    create(1);
+    EXPECT_EQ(Changes(), "+file100257");
+}
+
+TEST_F(CWatchFolderTest, WhenTheSystemsQueueOverflowsTheTreeIsLookedAtAgain)
+{
+    ASSERT_TRUE(Watch(true, kNames | CWatchFolder::kSize));
+    std::ofstream files[] = {std::ofstream(m_folder.Path("w/a")), std::ofstream(m_folder.Path("w/b"))};
+    for (int i = 0; i < 20000; ++i)
+        (files[i % 2] << "x").flush(); // by turns: the same event twice in a row would count once
+    MakeFolder("w/unheard");
+    EXPECT_EQ(Changes(), "!");
+    Touch("w/unheard/of");
+    EXPECT_EQ(Changes(), "+unheard/of");
+}
+
+TEST_F(CWatchFolderTest, AFolderThatWentIsPickedUpAgain)
+{
+    ASSERT_TRUE(Watch(true));
+    fs::remove_all(m_folder.Path("w"));
+    EXPECT_EQ(Changes(), "!");
+    EXPECT_EQ(Changes(), "");
+    m_folder.WriteFile("w/a/b", "x");
+    EXPECT_EQ(Changes(), "!");
+    Touch("w/a/c");
+    EXPECT_EQ(Changes(), "+a/c");
+    Rename("w", "elsewhere");
+    m_folder.WriteFile("w/d", "x");
+    EXPECT_EQ(Changes(), "!");
+    Touch("elsewhere/a/unseen");
+    Touch("w/e");
+    EXPECT_EQ(Changes(), "+e");
+}
+
+TEST_F(CWatchFolderTest, WhatLiesAtThePathIsWatched)
+{
+    m_folder.WriteFile("one/x", "");
+    m_folder.WriteFile("up/two/x", "");
+    const auto lead = [&](const char* target) {
+        fs::remove(m_folder.Path("w"));
+        fs::create_directory_symlink(m_folder.Path(target), m_folder.Path("w"));
+    };
+    lead("one");
+    ASSERT_TRUE(Watch(true));
+    lead("up/two");
+    EXPECT_EQ(Changes(), "!");
+    Touch("one/unseen");
+    Touch("up/two/a");
+    EXPECT_EQ(Changes(), "+a");
+    Rename("up", "elsewhere"); // of which the system tells those who watch the folder nothing
+    EXPECT_EQ(Changes(), "!");
+    EXPECT_EQ(Changes(), "");
+    m_folder.WriteFile("up/two/b", "");
+    EXPECT_EQ(Changes(), "!");
+    Touch("elsewhere/two/unseen");
+    Touch("up/two/c");
+    EXPECT_EQ(Changes(), "+c");
+
+    const fs::path before = fs::current_path();
+    fs::current_path(m_folder.Path("up"));
+    CWatchFolder relative;
+    EXPECT_TRUE(relative.AddRefreshNotification(L"two", true, kNames));
+    fs::current_path(before);
+    MakeFolder("up/two/new");
+    EXPECT_TRUE(relative.CheckRefreshNotification());
+    Touch("up/two/new/file");
+    EXPECT_TRUE(relative.CheckRefreshNotification());
+    EXPECT_EQ(Describe(relative, L"two/"), "+new +new/file");
+}
+
+TEST_F(CWatchFolderTest, AFolderIsWatchedOnceWhateverItIsCalled)
+{
+    EXPECT_FALSE(m_watcher.AddRefreshNotification(m_folder.WidePath("none").c_str(), true, kAll));
+    m_folder.WriteFile("file", "x");
+    EXPECT_FALSE(m_watcher.AddRefreshNotification(m_folder.WidePath("file").c_str(), true, kAll));
+    ASSERT_TRUE(Watch(true));
+    fs::create_directory_symlink(m_folder.Path("w"), m_folder.Path("alias"));
+    EXPECT_TRUE(m_watcher.AddRefreshNotification((m_folder.WidePath("w") + L"/../alias//").c_str(), true, kAll));
+    Touch("w/a");
+    EXPECT_EQ(Changes(), "+a") << "by one watch, under the name that came first";
+    EXPECT_FALSE(m_watcher.RemoveRefreshNotification(m_folder.WidePath("w").c_str()));
+    Touch("w/b");
+    EXPECT_EQ(Changes(), "+b");
+    EXPECT_TRUE(m_watcher.StopWatching(m_folder.WidePath("alias").c_str()));
+    EXPECT_FALSE(m_watcher.StopWatching(m_folder.WidePath("w").c_str()));
+    Touch("w/c");
+    EXPECT_EQ(Changes(), "");
+    ASSERT_TRUE(m_watcher.AddRefreshNotification(L"/", false, 0));
+    EXPECT_FALSE(m_watcher.StopWatching(L"")) << "which is not the root";
+    EXPECT_TRUE(m_watcher.StopWatching(L"//"));
+
+    ASSERT_TRUE(m_watcher.AddRefreshNotification(m_folder.WidePath("alias").c_str(), true, kNames));
+    CWatchFolder second;
+    ASSERT_TRUE(second.AddRefreshNotification(m_folder.WidePath("w").c_str(), false, kNames));
+    Touch("w/d");
+    EXPECT_TRUE(second.CheckRefreshNotification());
+    EXPECT_TRUE(m_watcher.CheckRefreshNotification()) << "one watcher does not take the news of another";
+    EXPECT_EQ(Describe(m_watcher, m_folder.WidePath("alias") + L"/"), "+d");
+}
+
+TEST_F(CWatchFolderTest, RefreshingIsHeldOffAndCallersAddChanges)
+{
+    ASSERT_TRUE(Watch(false));
+    m_watcher.LockRefresh();
+    m_watcher.LockRefresh();
+    Touch("w/a");
+    EXPECT_FALSE(m_watcher.CheckRefreshNotification());
+    EXPECT_FALSE(m_watcher.UnlockRefresh());
+    EXPECT_FALSE(m_watcher.CheckRefreshNotification());
+    EXPECT_TRUE(m_watcher.UnlockRefresh());
+    EXPECT_TRUE(m_watcher.UnlockRefresh()) << "it stays free";
+    m_watcher.AddChange((m_folder.WidePath("w") + L"/by hand").c_str(), CWatchFolder::xChangeModified);
+    EXPECT_EQ(Changes(), "+a ~by hand");
+    m_watcher.AddChange((m_folder.WidePath("w") + L"/x").c_str(), CWatchFolder::xChangeRemoved);
+    m_watcher.AddChange((m_folder.WidePath("w") + L"/x").c_str(), CWatchFolder::xChangeModified);
+    EXPECT_EQ(Changes(), "~x");
+}
+
+TEST_F(CWatchFolderTest, VolumesThatGoAreLetGoOf)
+{
+    ASSERT_TRUE(Watch(true));
+    const std::wstring path = m_folder.WidePath("w");
+    const auto tell = [&](unsigned event, unsigned device) {
+        const CWatchFolder::DeviceEvent data{device, path.c_str()};
+        return m_watcher.OnDeviceChange(event, reinterpret_cast<std::uintptr_t>(&data));
+    };
+    EXPECT_EQ(m_watcher.OnDeviceChange(CWatchFolder::kQueryRemove, 0), 0U);
+    EXPECT_EQ(tell(0x8005, CWatchFolder::kDeviceHandle), 0U);
+    EXPECT_EQ(tell(CWatchFolder::kQueryRemove, CWatchFolder::kDeviceHandle), 1U);
+    Touch("w/a");
+    EXPECT_EQ(Changes(), "");
+    EXPECT_EQ(tell(CWatchFolder::kQueryRemoveFailed, CWatchFolder::kDeviceHandle), 1U);
+    Touch("w/b");
+    EXPECT_EQ(Changes(), "+b");
+    tell(CWatchFolder::kQueryRemove, CWatchFolder::kDeviceHandle);
+    EXPECT_EQ(tell(CWatchFolder::kVolumeArrived, CWatchFolder::kDeviceVolume), 0U) << "not attended to yet";
+    m_watcher.EnableDriveInsertionNotification(false, 4);
+    EXPECT_EQ(tell(CWatchFolder::kVolumeArrived, CWatchFolder::kDeviceVolume), 1U);
+    Touch("w/c");
+    EXPECT_EQ(Changes(), "+c");
+    EXPECT_EQ(tell(CWatchFolder::kRemovePending, CWatchFolder::kDeviceHandle), 1U);
+    EXPECT_FALSE(m_watcher.StopWatching(path.c_str()));
+}
+
+/// In a child with a limit of its own on watches.
+TEST_F(CWatchFolderTest, WhatIsBeyondTheLimitIsNotHalfWatched)
+{
+    for (int i = 0; i < 20; ++i)
+        m_folder.WriteFile("big/" + std::to_string(i) + "/x", "");
+    m_folder.WriteFile("small/1/x", "");
+    constexpr int kNoLimit = 99;
+    const pid_t child = fork();
+    if (child == 0)
+    {
+        bool limited = unshare(CLONE_NEWUSER) == 0;
+        std::ofstream limit("/proc/sys/user/max_inotify_watches");
+        limit << "8";
+        limited = limited && limit.flush();
+        if (!limited)
+            _exit(kNoLimit);
+        CWatchFolder watcher;
+        const bool big = watcher.AddRefreshNotification(m_folder.WidePath("big").c_str(), true, kNames);
+        const bool small = watcher.AddRefreshNotification(m_folder.WidePath("small").c_str(), true, kNames);
+        for (int i = 0; i < 20; ++i)
+            MakeFolder("small/new" + std::to_string(i));
+        // More folders than can be watched: nobody knows any more what changes in them.
+        bool whole = true;
+        for (int poll = 0; poll < 2; ++poll)
+        {
+            watcher.CheckRefreshNotification();
+            const auto* change = watcher.GetChanges().Find((m_folder.WidePath("small") + L"/").c_str());
+            whole = whole && change != nullptr && *change == CWatchFolder::xChangeWholeFolder;
+            watcher.ReleaseChanges();
+        }
+        _exit((big ? 1 : 0) + (small ? 0 : 2) + (whole ? 0 : 4));
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    if (WEXITSTATUS(status) == kNoLimit)
+        GTEST_SKIP() << "this system lets nobody set a limit";
+    EXPECT_EQ(WEXITSTATUS(status), 0);
+}
+
+TEST_F(CWatchFolderTest, AChildProcessHasNewsOfItsOwn)
+{
+    ASSERT_TRUE(Watch(true, kNames));
+    const auto second = std::make_unique<CWatchFolder>();
+    ASSERT_TRUE(second->AddRefreshNotification(m_folder.WidePath("w").c_str(), true, kNames));
+    Touch("w/a");
+    const pid_t child = fork();
+    if (child == 0)
+    {
+        const bool isAnew = Changes() == "!";
+        Touch("w/b");
+        const bool isTold = Changes() == "+b";
+        m_watcher.RemoveAll();
+        _exit((isAnew ? 0 : 1) + (isTold ? 0 : 2));
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(WEXITSTATUS(status), 0);
+    EXPECT_EQ(Changes(), "+a +b");
+    Touch("w/c");
+    EXPECT_EQ(Changes(), "+c");
+    EXPECT_TRUE(second->CheckRefreshNotification());
+}
+
+using CWatchFolderThread = CWatchFolderTest;
+
+TEST_F(CWatchFolderThread, HeldChangesKeepOthersWaiting)
+{
+    ASSERT_TRUE(Watch(false));
+    Touch("w/a");
+    EXPECT_TRUE(m_watcher.CheckRefreshNotification());
+    m_watcher.GetChanges();
+    EXPECT_TRUE(m_watcher.CheckRefreshNotification()) << "on the thread that holds them it does not wait";
+    std::atomic<bool> collected{false};
+    std::thread other([&] {
+        EXPECT_FALSE(m_watcher.ReleaseChanges()) << "does nothing here";
+        EXPECT_TRUE(m_watcher.CheckRefreshNotification());
+        collected = true;
+    });
+    Touch("w/b");
+    EXPECT_EQ(m_watcher.GetChanges().GetCount(), 1U);
+    EXPECT_FALSE(collected);
+    EXPECT_FALSE(m_watcher.ReleaseChanges());
+    other.join();
+    EXPECT_EQ(Describe(m_watcher, m_folder.WidePath("w") + L"/"), "+b");
+}
+
+TEST_F(CWatchFolderThread, WatchersOfManyThreadsShareOneQueue)
+{
+    constexpr int kThreads = 4;
+    constexpr int kFiles = 200;
+    std::vector<std::thread> threads;
+    std::atomic<int> found{0};
+    for (int t = 0; t < kThreads; ++t)
+    {
+        threads.emplace_back([&, t] {
+            const std::string name = "t" + std::to_string(t);
+            for (int i = 0; i < kFiles; ++i)
+            {
+                CWatchFolder watcher;
+                m_folder.WriteFile(name + "/sub/x", "");
+                watcher.AddRefreshNotification(m_folder.WidePath(name).c_str(), true, kNames);
+                Touch(name + "/sub/" + std::to_string(i));
+                watcher.CheckRefreshNotification();
+                found += static_cast<int>(watcher.GetChanges().GetCount());
+                watcher.ReleaseChanges();
+            }
+        });
+    }
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(found, kThreads * kFiles);
+}
+} // namespace

@@ -1,0 +1,491 @@
+#include "settings/engine/SettingsStore.h"
+
+#include "settings/CRegUtil.h"
+#include "tests/support/Eventually.h"
+#include "tests/support/PrintText.h"
+#include "tests/support/TestRegistry.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <functional>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <signal.h>
+#include <sqlite3.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace
+{
+using namespace std::string_literals;
+using namespace tev::test;
+
+constexpr unsigned long kAll = CRegUtil::kAllAccess;
+constexpr const wchar_t* kPath = L"Software\\Program";
+
+/// Another process that does the work and answers whether it went well.
+class Process
+{
+public:
+    explicit Process(const std::function<bool()>& work) : m_process(fork())
+    {
+        if (m_process == 0)
+            _exit(work() ? 0 : 1);
+    }
+    ~Process() { EndsWell(); }
+    Process(const Process&) = delete;
+    Process& operator=(const Process&) = delete;
+
+    bool EndsWell()
+    {
+        int status = 0;
+        const bool waited = m_process > 0 && waitpid(m_process, &status, 0) == m_process;
+        m_process = -1;
+        return waited && WIFEXITED(status) && WEXITSTATUS(status) == 0;
+    }
+    void Kill() const { kill(m_process, SIGKILL); }
+
+private:
+    pid_t m_process;
+};
+
+/// Carries a statement out as another program would.
+std::string Ask(const std::string& file, const std::string& statement)
+{
+    sqlite3* database = nullptr;
+    std::string answer;
+    sqlite3_open(file.c_str(), &database);
+    const auto take = [](void* text, int, char** columns, char**) {
+        *static_cast<std::string*>(text) = columns[0];
+        return 0;
+    };
+    if (sqlite3_exec(database, statement.c_str(), take, &answer, nullptr) != SQLITE_OK)
+        answer = sqlite3_errmsg(database);
+    sqlite3_close(database);
+    return answer;
+}
+
+class SettingsStore : public testing::Test
+{
+protected:
+    std::string File() const { return m_registry.m_folder.Path("user.db").string(); }
+
+    TestRegistry m_registry;
+};
+
+TEST_F(SettingsStore, NamesDifferByMoreThanCaseOnly)
+{
+    CRegUtil registry(kAll);
+    const struct
+    {
+        const wchar_t* m_written;
+        const wchar_t* m_sought;
+        bool m_isSame;
+    } cases[] = {
+        {L"Caf\u00C9", L"CAF\u00E9", true},
+        {L"\u03A3\u03C2", L"\u03C3\u03A3", true}, // both small sigmas
+        {L"\U00010400", L"\U00010428", true},     // beyond 16 bits
+        {L"\u212A", L"k", true},                  // the sign of kelvin
+        {L"stra\u00DFe", L"STRASSE", false},      // one character for one
+        {L"\u0130", L"i", false},                 // in no language's own way
+        {L"\xD800x", L"\xD801x", false},          // halves of characters
+    };
+    for (const auto& row : cases)
+    {
+        SCOPED_TRACE(testing::PrintToString(std::wstring(row.m_written)));
+        ASSERT_TRUE(registry.SetPath(row.m_written, true));
+        ASSERT_TRUE(registry.WriteKeyInt(row.m_written, 7));
+        EXPECT_EQ(registry.KeyExists(row.m_sought), row.m_isSame);
+        EXPECT_EQ(registry.SetPath(row.m_sought, false), row.m_isSame);
+        wchar_t name[16];
+        EXPECT_TRUE(registry.StartValueSection(row.m_isSame ? L"" : nullptr) || !row.m_isSame);
+        EXPECT_TRUE(!row.m_isSame || (registry.GetNextValueName(name, 16) && std::wstring(name) == row.m_written));
+        registry.EndValueSection();
+    }
+    EXPECT_FALSE(registry.SetPath(L"\x110000", true)) << "no character";
+    EXPECT_EQ(registry.GetLastError(), 87);
+}
+
+TEST_F(SettingsStore, NamesAndDepthsHaveTheirLimits)
+{
+    CRegUtil registry(kAll);
+    const std::wstring key(255, L'k');
+    const std::wstring pairs(127, L'\U0001F600'); // of two 16-bit units each
+    EXPECT_TRUE(registry.SetPath(key.c_str(), true));
+    EXPECT_FALSE(registry.SetPath((key + L"k").c_str(), true));
+    EXPECT_EQ(registry.GetLastError(), 87);
+    EXPECT_TRUE(registry.SetPath((pairs + L"k").c_str(), true));
+    EXPECT_FALSE(registry.SetPath((pairs + L"kk").c_str(), true));
+    ASSERT_TRUE(registry.SetPath(kPath, true));
+    const std::wstring value(16383, L'v');
+    EXPECT_TRUE(registry.WriteKeyInt(value.c_str(), 1));
+    EXPECT_FALSE(registry.WriteKeyInt((value + L"v").c_str(), 1));
+    EXPECT_EQ(registry.GetLastError(), 87);
+
+    std::wstring deep = L"deep";
+    for (int level = 1; level < 512; ++level)
+        deep += L"\\d";
+    ASSERT_TRUE(registry.SetPath(deep.c_str(), true));
+    EXPECT_FALSE(registry.SetPath((deep + L"\\e").c_str(), true));
+    EXPECT_EQ(registry.GetLastError(), 87);
+    CRegUtil root(kAll);
+    EXPECT_TRUE(root.DeleteKey(L"deep", true)) << root.GetLastError();
+    EXPECT_FALSE(registry.SetPath(deep.c_str(), false));
+    EXPECT_EQ(Ask(File(), "SELECT count(*) FROM keys WHERE name = CAST('d' AS BLOB)"), "0") << "nothing is left over";
+}
+
+TEST_F(SettingsStore, ValuesMayBeLarge)
+{
+    CRegUtil registry(kAll);
+    ASSERT_TRUE(registry.SetPath(kPath, true));
+    std::vector<unsigned char> written(64 << 20);
+    std::minstd_rand random(7);
+    std::generate(written.begin(), written.end(), [&] { return static_cast<unsigned char>(random()); });
+    ASSERT_TRUE(registry.WriteKeyBin(L"large", written.data(), written.size())) << registry.GetLastError();
+    std::vector<unsigned char> read(written.size());
+    unsigned long size = read.size();
+    ASSERT_TRUE(registry.GetKeyBin(L"large", read.data(), size));
+    EXPECT_TRUE(size == written.size() && read == written);
+    EXPECT_FALSE(registry.WriteKeyBin(L"larger", written.data(), 0xFFFFFFF0)) << "refused before it is read";
+    EXPECT_EQ(registry.GetLastError(), 1450);
+}
+
+TEST_F(SettingsStore, ProcessesThatWriteAtOnceLoseNothing)
+{
+    constexpr int kProcesses = 3;
+    constexpr int kWrites = 300;
+    CRegUtil own(kAll);
+    ASSERT_TRUE(own.SetPath(L"own", true) && own.OpenBase(false)) << "a connection is open when the others begin";
+    {
+        std::vector<std::unique_ptr<Process>> processes;
+        for (int process = 0; process < kProcesses; ++process)
+        {
+            processes.push_back(std::make_unique<Process>([process] {
+                CRegUtil registry(kAll);
+                bool good = registry.SetPath((L"Shared\\" + std::to_wstring(process)).c_str(), true);
+                for (int i = 0; i < kWrites && good; ++i)
+                    good = registry.WriteKeyInt(std::to_wstring(i).c_str(), 1) &&
+                           registry.WriteSubKeyInt((L"sub" + std::to_wstring(i)).c_str(), L"", 1);
+                return good;
+            }));
+        }
+        for (int i = 0; i < kWrites; ++i)
+            EXPECT_TRUE(own.WriteKeyInt(std::to_wstring(i).c_str(), 1)) << own.GetLastError();
+        for (const auto& process : processes)
+            EXPECT_TRUE(process->EndsWell());
+    }
+    EXPECT_EQ(Ask(File(), "SELECT count(*) FROM entries"), std::to_string(kWrites * (2 * kProcesses + 1)));
+    EXPECT_EQ(Ask(File(), "PRAGMA integrity_check"), "ok");
+}
+
+TEST_F(SettingsStore, ProcessesThatMakeTheFileAtOnceMakeOne)
+{
+    for (int round = 0; round < 10; ++round)
+    {
+        const EnvironmentVariable fresh("TEVTOOLS_REGISTRY", File() + std::to_string(round));
+        std::vector<std::unique_ptr<Process>> processes;
+        for (int process = 0; process < 4; ++process)
+            processes.push_back(std::make_unique<Process>([process] {
+                CRegUtil registry(kAll);
+                return registry.SetPath(kPath, true) && registry.WriteKeyInt(std::to_wstring(process).c_str(), 1);
+            }));
+        for (const auto& process : processes)
+            EXPECT_TRUE(process->EndsWell());
+        EXPECT_EQ(Ask(File() + std::to_string(round), "SELECT count(*) FROM entries"), "4");
+    }
+}
+
+TEST_F(SettingsStore, AWriterWaitsForAnotherProcess)
+{
+    CRegUtil registry(kAll);
+    ASSERT_TRUE(registry.SetPath(kPath, true));
+    int ready[2];
+    ASSERT_EQ(pipe(ready), 0);
+    Process other([&] {
+        sqlite3* database = nullptr;
+        sqlite3_open(File().c_str(), &database);
+        const bool locked = sqlite3_exec(database, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr) == SQLITE_OK;
+        const bool told = write(ready[1], "x", 1) == 1;
+        usleep(200'000);
+        return locked && told && sqlite3_exec(database, "COMMIT", nullptr, nullptr, nullptr) == SQLITE_OK;
+    });
+    char byte = 0;
+    ASSERT_EQ(read(ready[0], &byte, 1), 1);
+    EXPECT_EQ(registry.GetSubKeyInt(L"", L"a", 3), 3) << "readers need not wait";
+    EXPECT_TRUE(registry.WriteKeyInt(L"a", 1)) << registry.GetLastError();
+    EXPECT_TRUE(other.EndsWell());
+    close(ready[0]);
+    close(ready[1]);
+}
+
+TEST_F(SettingsStore, AProcessThatIsKilledLeavesWhatItWasToldIsDone)
+{
+    CRegUtil registry(kAll);
+    ASSERT_TRUE(registry.SetPath(kPath, true));
+    const unsigned seed = std::random_device()();
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    std::mt19937 random(seed);
+    unsigned long before = 0;
+    for (int round = 0; round < 30; ++round)
+    {
+        int told[2];
+        ASSERT_EQ(pipe(told), 0);
+        Process writer([&, before] {
+            CRegUtil own(kAll);
+            own.SetPath(kPath, false);
+            for (unsigned long i = before + 1;; ++i)
+            {
+                if (!own.WriteSubKeyInt((L"k" + std::to_wstring(i % 7)).c_str(), L"", i) || !own.WriteKeyInt(L"n", i) ||
+                    (i % 5 == 0 && !own.DeleteKey(L"k3", true) && own.GetLastError() != 2) ||
+                    write(told[1], &i, sizeof i) != sizeof i)
+                    return false;
+            }
+        });
+        close(told[1]);
+        unsigned long last = 0;
+        const int acknowledged = static_cast<int>(random() % 100) + 1;
+        for (int i = 0; i < acknowledged; ++i)
+            ASSERT_EQ(read(told[0], &last, sizeof last), static_cast<ssize_t>(sizeof last));
+        usleep(static_cast<useconds_t>(random() % 300));
+        writer.Kill();
+        writer.EndsWell();
+        while (read(told[0], &last, sizeof last) > 0)
+            continue;
+        close(told[0]);
+        unsigned long stored = 0;
+        ASSERT_TRUE(registry.GetKeyInt(L"n", stored)) << registry.GetLastError();
+        ASSERT_TRUE(stored == last || stored == last + 1) << "round " << round << ": " << stored << ", told " << last;
+        before = stored;
+    }
+    EXPECT_EQ(Ask(File(), "PRAGMA integrity_check"), "ok");
+}
+
+TEST_F(SettingsStore, AFileThatIsNoSoundRegistryIsLeftAsItIs)
+{
+    {
+        CRegUtil registry(kAll);
+        ASSERT_TRUE(registry.SetPath(kPath, true));
+        for (int i = 0; i < 2000; ++i)
+            ASSERT_TRUE(registry.WriteKeyString(std::to_wstring(i).c_str(), L"a text that takes some place"));
+        const Process closes([] { return true; });
+    }
+    Ask(File(), "PRAGMA journal_mode = DELETE"); // all into the one file
+    const std::string sound = m_registry.m_folder.ReadFile("user.db");
+    const auto changed = [&](std::size_t from, std::size_t count) {
+        std::string bytes = sound;
+        std::fill_n(bytes.begin() + static_cast<std::ptrdiff_t>(from), count, '\x55');
+        return bytes;
+    };
+    std::string newer = sound;
+    newer[63] = 9; // user_version
+    const struct
+    {
+        const char* m_name;
+        std::string m_bytes;
+        int m_error;
+    } cases[] = {
+        {"text.db", "[settings]\nnot a database, but longer than the header of one would be: " + std::string(200, 'x'),
+         1009},
+        {"short.db", sound.substr(0, 50), 1009},
+        {"cut.db", sound.substr(0, sound.size() / 3), 1009},
+        {"torn.db", changed(4096, sound.size() - 4096), 1009},
+        {"newer.db", newer, 1306},
+        {"other.db", {}, 1017},
+    };
+    for (const auto& row : cases)
+    {
+        SCOPED_TRACE(row.m_name);
+        m_registry.m_folder.WriteFile(row.m_name, row.m_bytes);
+        const std::string path = m_registry.m_folder.Path(row.m_name).string();
+        if (row.m_bytes.empty())
+            Ask(path, "CREATE TABLE contacts (name TEXT)");
+        const std::string before = m_registry.m_folder.ReadFile(row.m_name);
+        const EnvironmentVariable chosen("TEVTOOLS_REGISTRY", path);
+        CRegUtil registry(kAll);
+        EXPECT_FALSE(registry.SetPath(kPath, true));
+        EXPECT_EQ(registry.GetLastError(), row.m_error);
+        CRegUtil root(kAll);
+        EXPECT_FALSE(root.WriteKeyInt(L"a", 1));
+        EXPECT_FALSE(root.KeyExists(L"a"));
+        EXPECT_FALSE(root.StartSubKeyEnum());
+        EXPECT_EQ(m_registry.m_folder.ReadFile(row.m_name), before);
+    }
+    const EnvironmentVariable folder("TEVTOOLS_REGISTRY", m_registry.m_folder.Path().string());
+    EXPECT_FALSE(CRegUtil(kAll).SetPath(kPath, true));
+    const EnvironmentVariable beneath("TEVTOOLS_REGISTRY", File() + "/below.db");
+    CRegUtil registry(kAll);
+    EXPECT_FALSE(registry.SetPath(kPath, true));
+    EXPECT_EQ(registry.GetLastError(), 3);
+}
+
+TEST_F(SettingsStore, DamageAnywhereEndsInAnswersOrErrors)
+{
+    {
+        CRegUtil registry(kAll);
+        ASSERT_TRUE(registry.SetPath(kPath, true));
+        for (int i = 0; i < 300; ++i)
+            ASSERT_TRUE(
+                registry.WriteSubKeyString(std::to_wstring(i % 40).c_str(), std::to_wstring(i).c_str(), L"text"));
+        const Process closes([] { return true; });
+    }
+    Ask(File(), "PRAGMA journal_mode = DELETE");
+    const std::string sound = m_registry.m_folder.ReadFile("user.db");
+    const unsigned seed = std::random_device()();
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    std::mt19937 random(seed);
+    for (int round = 0; round < 60; ++round)
+    {
+        std::string bytes = sound.substr(0, round % 5 == 0 ? random() % sound.size() : sound.size());
+        for (unsigned i = 0; !bytes.empty() && i < 1 + random() % 40; ++i)
+            bytes[(100 + random()) % bytes.size()] = static_cast<char>(random());
+        m_registry.m_folder.WriteFile("hurt.db", bytes);
+        const EnvironmentVariable chosen("TEVTOOLS_REGISTRY", m_registry.m_folder.Path("hurt.db").string());
+        CRegUtil registry(kAll);
+        wchar_t name[64];
+        int names = 0;
+        if (!registry.SetPath(kPath, false))
+        {
+            EXPECT_NE(registry.GetLastError(), 0);
+            EXPECT_EQ(m_registry.m_folder.ReadFile("hurt.db"), bytes);
+        }
+        for (registry.StartSubKeyEnum(); registry.GetNextSubKeyName(name, 64); ++names)
+            registry.GetSubKeyString(name, L"7", L"", false);
+        registry.EndSubKeyEnum();
+        EXPECT_LE(names, 10000) << "more than the file can hold";
+        std::vector<tev::platform::SettingsTreeKey> tree;
+        EXPECT_LT(tev::platform::ReadSettingsTree(tev::platform::RootKey(tev::platform::kCurrentUser), L"", tree),
+                  2000U);
+        registry.WriteKeyInt(L"new", 1);
+        registry.DeleteKey(L"7", true);
+        std::filesystem::remove(m_registry.m_folder.Path("hurt.db-journal"));
+    }
+}
+
+TEST_F(SettingsStore, TheMachinesRootLivesInItsFileWhereThereIsOne)
+{
+    const wchar_t* const path = L"HKEY_LOCAL_MACHINE\\Software\\P";
+    ASSERT_TRUE(CRegUtil(kAll).SetPath(path, true));
+    EXPECT_TRUE(m_registry.m_folder.Exists("user.db") && !m_registry.m_folder.Exists("machine.db"));
+
+    m_registry.m_folder.WriteFile("machine.db", "");
+    CRegUtil registry(kAll);
+    EXPECT_FALSE(registry.SetPath(path, false));
+    ASSERT_TRUE(registry.SetPath(path, true) && registry.WriteKeyInt(L"v", 5));
+    EXPECT_TRUE(CRegUtil(kAll).SetPath(L"HKEY_CURRENT_USER\\P", true));
+
+    // Those who may only read need no file beside it.
+    const std::string folder = m_registry.m_folder.Path().string();
+    ASSERT_EQ(chmod(folder.c_str(), 0555), 0);
+    for (const char* const name : {"machine.db", "user.db"})
+        ASSERT_EQ(chmod((folder + "/" + name).c_str(), 0444), 0);
+    Process reader([&] {
+        if (geteuid() == 0 && setuid(65534) != 0)
+            return false;
+        unsigned long value = 0;
+        CRegUtil own(kAll);
+        return own.SetPath(path, false) && own.GetKeyInt(L"v", value) && value == 5 && !own.WriteKeyInt(L"v", 6) &&
+               own.GetLastError() == 5 && !own.SetRelPath(L"below", true) && own.GetLastError() == 5;
+    });
+    EXPECT_TRUE(reader.EndsWell());
+    ASSERT_EQ(chmod(folder.c_str(), 0755), 0);
+}
+
+TEST_F(SettingsStore, ASettledFileIsReadWhereNothingCanBeWritten)
+{
+    const TempFolder& folder = m_registry.m_folder;
+    {
+        CRegUtil registry(kAll);
+        ASSERT_TRUE(registry.SetPath(kPath, true) && registry.WriteKeyInt(L"v", 5));
+        const Process closes([] { return true; });
+    }
+    Ask(File(), "PRAGMA wal_checkpoint(TRUNCATE)"); // and takes the log away
+    ASSERT_EQ(chmod(folder.Path().c_str(), 0555), 0);
+    ASSERT_EQ(chmod(File().c_str(), 0444), 0);
+    Process reader([] {
+        unsigned long value = 0;
+        CRegUtil own(kAll);
+        return (geteuid() != 0 || setuid(65534) == 0) && own.SetPath(kPath, false) && own.GetKeyInt(L"v", value) &&
+               value == 5 && !own.WriteKeyInt(L"v", 6) && own.GetLastError() == 5;
+    });
+    EXPECT_TRUE(reader.EndsWell());
+    ASSERT_EQ(chmod(File().c_str(), 0), 0);
+    Process refused([] {
+        CRegUtil own(kAll);
+        return (geteuid() != 0 || setuid(65534) == 0) && !own.SetPath(kPath, false) && own.GetLastError() == 5;
+    });
+    EXPECT_TRUE(refused.EndsWell());
+    ASSERT_EQ(chmod(folder.Path().c_str(), 0755), 0);
+}
+
+TEST_F(SettingsStore, AFileThatTakesTheOldOnesPlaceIsSeen)
+{
+    CRegUtil registry(kAll);
+    ASSERT_TRUE(registry.SetPath(kPath, true) && registry.WriteKeyInt(L"v", 5) && registry.OpenBase(false));
+    for (const char* const suffix : {"", "-wal", "-shm"})
+        std::filesystem::remove(File() + suffix);
+    EXPECT_FALSE(registry.WriteKeyInt(L"v", 6));
+    EXPECT_EQ(registry.GetLastError(), 1018) << "the key is gone with the file";
+    CRegUtil later(kAll);
+    EXPECT_FALSE(later.SetPath(kPath, false));
+    ASSERT_TRUE(later.SetPath(kPath, true) && later.WriteKeyInt(L"v", 7));
+    EXPECT_FALSE(registry.KeyExists(L"v")) << "the key of that number in the new file is another one";
+    EXPECT_EQ(Ask(File(), "SELECT count(*) FROM entries"), "1");
+}
+
+TEST_F(SettingsStore, HandlesWorkOnInBothProcessesAfterAFork)
+{
+    CRegUtil registry(kAll);
+    ASSERT_TRUE(registry.SetPath(kPath, true) && registry.OpenBase(false));
+    ASSERT_TRUE(registry.WriteKeyInt(L"before", 1));
+    Process child([&] { return registry.KeyExists(L"before") && registry.WriteKeyInt(L"child", 1); });
+    EXPECT_TRUE(registry.WriteKeyInt(L"parent", 1));
+    EXPECT_TRUE(child.EndsWell());
+    EXPECT_TRUE(registry.KeyExists(L"child") && registry.KeyExists(L"parent"));
+}
+
+TEST_F(SettingsStore, ThreadsWorkAtOnce)
+{
+    constexpr int kThreads = 4;
+    constexpr int kRounds = 200;
+    std::vector<std::thread> threads;
+    for (int thread = 0; thread < kThreads; ++thread)
+        threads.emplace_back([thread] {
+            CRegUtil registry(kAll);
+            EXPECT_TRUE(registry.SetPath(kPath, true));
+            for (int i = 0; i < kRounds; ++i)
+            {
+                const std::wstring name = std::to_wstring(thread) + L"-" + std::to_wstring(i);
+                EXPECT_TRUE(registry.WriteSubKeyInt(name.c_str(), L"v", 1));
+                EXPECT_EQ(registry.GetSubKeyInt(name.c_str(), L"v", 0), 1);
+                EXPECT_TRUE(i % 2 == 0 || registry.DeleteKey(name.c_str(), false));
+            }
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(Ask(File(), "SELECT count(*) FROM entries"), std::to_string(kThreads * kRounds / 2));
+}
+
+TEST_F(SettingsStore, WhatAHostileFileHoldsIsReadAsFarAsItGoes)
+{
+    CRegUtil registry(kAll);
+    ASSERT_TRUE(registry.SetPath(kPath, true) && registry.WriteSubKeyInt(L"sub", L"v", 1));
+    Ask(File(), "UPDATE entries SET name = x'C328ED00FF', data = 'text', type = 77777777777;"
+                "UPDATE keys SET name = x'F8' WHERE id > 9");
+    wchar_t name[16];
+    ASSERT_TRUE(registry.StartValueSection(L"sub"));
+    EXPECT_TRUE(registry.GetNextValueName(name, 16));
+    registry.EndValueSection();
+
+    // A key that is its own descendant: found by no path but its own, and the walk through all ends.
+    Ask(File(), "UPDATE keys SET parent = (SELECT max(id) FROM keys) WHERE parent = 2");
+    std::vector<tev::platform::SettingsTreeKey> tree;
+    EXPECT_EQ(tev::platform::ReadSettingsTree(tev::platform::RootKey(tev::platform::kCurrentUser), L"", tree), 0U);
+    Ask(File(), "UPDATE keys SET parent = 2 WHERE id = 2");
+    EXPECT_EQ(tev::platform::ReadSettingsTree(tev::platform::RootKey(tev::platform::kCurrentUser), L"", tree), 1009U);
+}
+} // namespace

@@ -1,0 +1,131 @@
+#include "threads/ThreadRelations.h"
+
+#include "threads/CXThread.h"
+
+#include <gtest/gtest.h>
+
+#include <thread>
+#include <vector>
+
+namespace
+{
+/// The two kinds of marks, which work alike.
+struct Marks
+{
+    void (*set)(bool, unsigned __int64);
+    bool (*has)(unsigned __int64);
+};
+constexpr Marks kMarks[] = {{&SetCancelThread, &ShouldCancelThread}, {&SetSilentThread, &IsSilentThread}};
+
+TEST(ThreadRelations, MarksReachDescendants)
+{
+    for (const Marks& marks : kMarks)
+    {
+        EXPECT_FALSE(marks.has(1003) || marks.has(0));
+        AttachThread(1002, 1001);
+        AttachThread(1003, 1002);
+        AttachThread(1001, 1001);
+        marks.set(true, 1001);
+        EXPECT_TRUE(marks.has(1001) && marks.has(1002) && marks.has(1003));
+        EXPECT_FALSE(marks.has(1004));
+        AttachThread(1003, 1004);
+        EXPECT_FALSE(marks.has(1003)) << "another parent";
+        DetachThread(1002);
+        EXPECT_FALSE(marks.has(1002));
+        marks.set(false, 1001);
+        EXPECT_FALSE(marks.has(1001));
+        DetachThread(1003);
+
+        marks.set(true, 0);
+        EXPECT_TRUE(marks.has(0) && marks.has(CXThread::GetCurrentThreadID()));
+        std::thread([&marks] { EXPECT_FALSE(marks.has(0)); }).join();
+        marks.set(false, CXThread::GetCurrentThreadID());
+        EXPECT_FALSE(marks.has(0));
+    }
+}
+
+TEST(ThreadRelations, ChildrenAreListed)
+{
+    CXArray<unsigned __int64> children;
+    children.Add(77);
+    AttachThread(1502, 1501);
+    AttachThread(1503, 1501);
+    AttachThread(1504, 1503);
+    EXPECT_EQ(GetChildThreads(1501, children), 2u);
+    ASSERT_EQ(children.GetSize(), 2);
+    EXPECT_EQ(children[0] + children[1], 3005u);
+    for (const unsigned __int64 id : {1502, 1503, 1504})
+        DetachThread(id);
+    EXPECT_EQ(GetChildThreads(1501, children), 0u);
+    EXPECT_EQ(children.GetSize(), 0);
+}
+
+TEST(ThreadRelations, CirclesHaveAnEnd)
+{
+    for (const Marks& marks : kMarks)
+    {
+        AttachThread(2001, 2002);
+        AttachThread(2002, 2003);
+        AttachThread(2003, 2001);
+        AttachThread(2004, 2001);
+        marks.set(true, 9999);
+        EXPECT_FALSE(marks.has(2004));
+        marks.set(true, 2003);
+        EXPECT_TRUE(marks.has(2004) && marks.has(2001));
+        for (const unsigned __int64 id : {2001, 2002, 2003, 2004})
+            DetachThread(id);
+        marks.set(false, 2003);
+        marks.set(false, 9999);
+    }
+}
+
+TEST(ThreadRelations, AThreadObjectTakesItsEntriesAlong)
+{
+    unsigned __int64 id = 0;
+    {
+        CXThread thread([](void*) { return true; }, nullptr);
+        CXThread::BeginThread(&thread, xThreadPriorityNormal,
+                              CXThread::kBeginWithoutAutoDelete | CXThread::kBeginSuspended, 0);
+        id = thread.GetThreadID();
+        AttachThread(id, 3001);
+        SetCancelThread(true, id);
+        SetSilentThread(true, id);
+    }
+    SetCancelThread(true, 3001);
+    EXPECT_FALSE(ShouldCancelThread(id) || IsSilentThread(id));
+    SetCancelThread(false, 3001);
+
+    SetCancelThread(true, 0);
+    SetSilentThread(true, 0);
+    {
+        const CXThread neverStarted(true);
+    }
+    EXPECT_FALSE(ShouldCancelThread(0) || IsSilentThread(0)) << "it has the identifier 0, the calling thread's";
+}
+
+TEST(ThreadRelations, AreSafeFromSeveralThreads)
+{
+    std::vector<std::thread> threads;
+    for (unsigned __int64 seed = 1; seed <= 4; ++seed)
+    {
+        threads.emplace_back([seed] {
+            for (unsigned __int64 i = 0; i < 500; ++i)
+            {
+                AttachThread(i % 7 + 1, i * seed % 7 + 1);
+                SetCancelThread(i % 3 == 0, i % 5 + 1);
+                ShouldCancelThread(i % 7 + 1);
+                CXArray<unsigned __int64> children;
+                GetChildThreads(i % 7 + 1, children);
+                DetachThread(i * seed % 7 + 1);
+            }
+        });
+    }
+    for (std::thread& thread : threads)
+        thread.join();
+    for (unsigned __int64 id = 1; id <= 7; ++id)
+    {
+        DetachThread(id);
+        SetCancelThread(false, id);
+    }
+}
+} // namespace

@@ -1,0 +1,523 @@
+#include "zip/CZip.h"
+
+#include "services/Paths.h"
+#include "tests/support/FailingFileSystem.h"
+#include "tests/support/FileFailure.h"
+#include "tests/support/RawZip.h"
+#include "tests/support/TempFolder.h"
+#include "tests/support/ZipTools.h"
+
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+
+namespace
+{
+using namespace tev::test;
+
+class Watcher final : public CZipExtractCallback
+{
+public:
+    bool OnProgress(unsigned __int64 processed) override
+    {
+        EXPECT_GT(processed, m_processed);
+        m_processed = processed;
+        if (m_throws)
+            throw std::runtime_error("from the callback");
+        if (m_lacksMemory)
+            CXMemoryException::Throw();
+        return processed < m_cancelFrom;
+    }
+    int OnExtractEntry(const CZipFileInfo& entry, const wchar_t* targetPath) override
+    {
+        EXPECT_EQ(GetEntryName(), entry.GetFileName());
+        EXPECT_STREQ(GetTargetPath(), targetPath);
+        EXPECT_GE(GetStep(), 1U);
+        m_target = targetPath;
+        return m_answer;
+    }
+    void OnActionBegin(XZipAction action, unsigned __int64 total) override
+    {
+        m_action = action;
+        m_total = total;
+        m_processed = 0;
+    }
+    void OnActionEnd(XZipAction action) noexcept override { m_ended = action == m_action; }
+
+    int m_answer = 0;
+    bool m_throws = false;
+    bool m_lacksMemory = false; // as new says it where crashes are reported
+    bool m_ended = false;
+    unsigned __int64 m_cancelFrom = ~0ull;
+    unsigned __int64 m_processed = 0;
+    unsigned __int64 m_total = 0;
+    XZipAction m_action = XZipAction::kTesting;
+    std::wstring m_target;
+};
+
+/// An archive of a.txt ("first"), folder/b.bin (1 MB) and the folder itself.
+class CZipArchive : public testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        m_folder.WriteFile("a.txt", "first");
+        m_folder.WriteFile("folder/b.bin", m_large);
+        ASSERT_TRUE(ChangeArchive(m_path, zipCreate, [&](CZip& zip) {
+            return zip.AddNewFile(m_folder.WidePath("a.txt").c_str(), false, zipLevelDefault) &&
+                   zip.AddNewFile(m_folder.WidePath("folder").c_str(), L"folder", zipLevelDefault) &&
+                   zip.AddNewFile(m_folder.WidePath("folder/b.bin").c_str(), L"folder\\b.bin", zipLevelBest);
+        }));
+        m_bytes = m_folder.ReadFile("x.zip");
+    }
+
+    void Open(CZip& zip, ZipOpenMode mode = zipOpenReadWrite)
+    {
+        ASSERT_TRUE(zip.Open(m_path.c_str(), mode, false, &m_watcher));
+    }
+
+    TempFolder m_folder;
+    const std::string m_large = std::string(1000000, 'b');
+    const std::wstring m_path = m_folder.WidePath("x.zip");
+    const std::wstring m_out = m_folder.WidePath("out");
+    std::string m_bytes;
+    Watcher m_watcher;
+};
+
+TEST_F(CZipArchive, ListsAndFinds)
+{
+    EXPECT_TRUE(Shell(m_folder.Path().string(), "unzip -t x.zip"));
+    CZip zip;
+    EXPECT_TRUE(zip.IsClosed());
+    EXPECT_EQ(zip.GetCount(false), 0);
+    Open(zip, zipOpenReadOnly);
+    EXPECT_TRUE(zip.IsReadOnly());
+    EXPECT_EQ(zip.GetArchivePath(), m_path.c_str());
+    EXPECT_EQ(NamesOf(zip), L"a.txt|folder/|folder/b.bin");
+    EXPECT_EQ(zip.GetCount(true), 2);
+    CZipFileInfo info;
+    ASSERT_TRUE(zip.GetFileInfo(info, 1));
+    EXPECT_TRUE(info.IsDirectory());
+    ASSERT_TRUE(zip.GetFileInfo(info, 2));
+    EXPECT_FALSE(info.IsDirectory());
+    EXPECT_EQ(info.GetUncompressedSize(), m_large.size());
+    EXPECT_LT(info.GetCompressedSize(), 10000U);
+    EXPECT_FALSE(zip.GetFileInfo(info, 3));
+    EXPECT_EQ(zip.GetLastFailure(), XZipFailure::kNotFound);
+
+    EXPECT_EQ(zip.FindFile(L"folder/b.bin", true, false), 2U);
+    EXPECT_EQ(zip.FindFile(L"folder\\b.bin", true, false), 2U);
+    EXPECT_EQ(zip.FindFile(L"Folder\\B.BIN", true, false), xZipNoEntry);
+    EXPECT_EQ(zip.FindFile(L"Folder\\B.BIN", false, false), 2U);
+    EXPECT_EQ(zip.FindFile(L"b.bin", true, false), xZipNoEntry);
+    EXPECT_EQ(zip.FindFile(L"b.bin", true, true), 2U);
+    EXPECT_EQ(zip.FindFile(L"folder", true, false), 1U);
+
+    CXArray<unsigned, unsigned> found;
+    EXPECT_EQ(zip.FindMatchingFiles(found, L"*B*", false, false), 1);
+    EXPECT_EQ(zip.FindMatchingFiles(found, L"*o*", true, false), 2);
+    EXPECT_EQ(found[1], 2U);
+    EXPECT_EQ(zip.FindMatchingFiles(found, L"?.*", true, true), 2);
+    EXPECT_EQ(found[0], 0U);
+    EXPECT_EQ(zip.FindMatchingFiles(found, L"*B*", true, false), 0);
+    zip.Close(true);
+    EXPECT_TRUE(zip.IsClosed() && zip.GetArchivePath().IsEmpty() && !zip.IsReadOnly());
+    EXPECT_EQ(m_folder.ReadFile("x.zip"), m_bytes);
+}
+
+TEST_F(CZipArchive, ExtractsBeneathTheFolder)
+{
+    CZip zip;
+    Open(zip, zipOpenReadOnly);
+    EXPECT_EQ(zip.ExtractFile(2, m_out.c_str(), true, nullptr, true), zipExtracted);
+    EXPECT_EQ(m_folder.ReadFile("out/folder/b.bin"), m_large);
+    EXPECT_EQ(m_watcher.m_processed, m_large.size());
+    EXPECT_EQ(m_watcher.m_total, m_large.size());
+    EXPECT_TRUE(m_watcher.m_ended);
+    EXPECT_EQ(m_watcher.m_target, m_folder.WidePath("out/folder/b.bin"));
+    CXTime added;
+    CXTime extracted;
+    EXPECT_TRUE(fileGetLastWriteDate(m_folder.WidePath("folder/b.bin").c_str(), added));
+    EXPECT_TRUE(fileGetLastWriteDate(m_folder.WidePath("out/folder/b.bin").c_str(), extracted));
+    EXPECT_EQ(added.GetTime(), extracted.GetTime());
+    EXPECT_EQ(zip.ExtractFile(2, m_out.c_str(), false, L"c.bin", true), zipExtracted);
+    EXPECT_EQ(zip.ExtractFile(0, m_out.c_str(), false, L"sub\\d.txt", true), zipExtracted);
+    EXPECT_EQ(m_folder.ReadFile("out/c.bin").size() + m_folder.ReadFile("out/sub/d.txt").size(), m_large.size() + 5);
+    EXPECT_EQ(zip.ExtractFile(1, m_folder.WidePath("other").c_str(), true, nullptr, true), zipExtracted);
+    EXPECT_TRUE(std::filesystem::is_directory(m_folder.Path("other/folder")));
+
+    EXPECT_EQ(zip.ExtractFile(0, m_out.c_str(), false, L"..\\d.txt", true), zipSkipped);
+    EXPECT_EQ(zip.GetLastFailure(), XZipFailure::kUnsafeName);
+    EXPECT_EQ(zip.ExtractFile(0, m_folder.WidePath("a.txt").c_str(), true, nullptr, false), zipFailed);
+    EXPECT_EQ(zip.GetLastFailure(), XZipFailure::kSystem);
+    EXPECT_EQ(zip.ExtractFile(0, m_folder.WidePath().c_str(), true, L"x.zip", false), zipFailed)
+        << "the archive itself";
+    try
+    {
+        zip.ExtractFile(3, m_out.c_str(), true, nullptr, true);
+        FAIL() << "nothing thrown";
+    }
+    catch (CXFileException* failure)
+    {
+        EXPECT_EQ(failure->GetCause(), fileGeneric);
+        EXPECT_TRUE(failure->GetFileName().IsEmpty() && failure->GetMessageText().IsEmpty());
+        failure->Delete();
+    }
+    EXPECT_EQ(m_folder.ReadFile("x.zip"), m_bytes);
+}
+
+TEST_F(CZipArchive, TheCallbackDecidesAndCancels)
+{
+    m_folder.WriteFile("out/b.bin", "old");
+    CZip zip;
+    Open(zip, zipOpenReadOnly);
+    const auto extract = [&] { return zip.ExtractFile(2, m_out.c_str(), false, nullptr, true); };
+    m_watcher.m_answer = 1;
+    EXPECT_EQ(extract(), zipSkipped);
+    EXPECT_EQ(zip.GetLastFailure(), XZipFailure::kSkipped);
+    m_watcher.m_answer = 7;
+    EXPECT_EQ(extract(), zipSkipped);
+    EXPECT_EQ(zip.GetLastFailure(), XZipFailure::kCancelled);
+    m_watcher.m_answer = 0;
+    m_watcher.m_cancelFrom = 500000;
+    EXPECT_EQ(extract(), zipSkipped);
+    EXPECT_EQ(zip.TestFile(2), zipSkipped);
+    m_watcher.m_lacksMemory = true;
+    EXPECT_EQ(zip.TestFile(2), zipFailed);
+    EXPECT_EQ(zip.GetLastSystemError(), 8U);
+    m_watcher.m_lacksMemory = false;
+    m_watcher.m_throws = true;
+    EXPECT_THROW(extract(), std::runtime_error);
+    EXPECT_EQ(m_folder.ReadFile("out/b.bin"), "old");
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(m_folder.Path("out")), {}), 1);
+}
+
+TEST_F(CZipArchive, ChangesAreSavedWhenItIsClosed)
+{
+    {
+        CZip zip;
+        Open(zip);
+        EXPECT_TRUE(zip.AddNewFile(m_folder.WidePath("a.txt").c_str(), true, zipLevelStore));
+        EXPECT_FALSE(zip.AddNewFile(m_folder.WidePath("a.txt").c_str(), L"/a.txt", zipLevelStore));
+        EXPECT_EQ(zip.GetLastFailure(), XZipFailure::kExists);
+        const unsigned added = zip.FindFile(m_folder.WidePath("a.txt").c_str() + 1, true, false);
+        EXPECT_EQ(added, 3U);
+        EXPECT_EQ(zip.ExtractFile(added, m_out.c_str(), false, nullptr, true), zipExtracted);
+        EXPECT_EQ(m_folder.ReadFile("out/a.txt"), "first");
+        EXPECT_TRUE(zip.DeleteFiles(TextsOf({L"folder/"})));
+        EXPECT_FALSE(zip.DeleteFiles(TextsOf({L"a.txt", L"none"})));
+        EXPECT_EQ(zip.GetLastFailure(), XZipFailure::kNotFound);
+        Texts old = TextsOf({L"a.txt", L"folder/b.bin"});
+        EXPECT_FALSE(zip.RenameFiles(old, TextsOf({L"same", L"same"})));
+        EXPECT_FALSE(zip.RenameFiles(old, TextsOf({L"c", L"..\\d"})));
+        EXPECT_TRUE(zip.RenameFiles(old, TextsOf({L"folder/b.bin", L"a.txt"})));
+        EXPECT_EQ(m_folder.ReadFile("x.zip"), m_bytes);
+    } // closes
+    EXPECT_TRUE(Shell(m_folder.Path().string(), "unzip -t x.zip"));
+    CZip zip;
+    Open(zip);
+    EXPECT_EQ(NamesOf(zip).substr(0, 19), L"folder/b.bin|a.txt|");
+    EXPECT_EQ(zip.ExtractFile(1, m_out.c_str(), false, nullptr, true), zipExtracted);
+    EXPECT_EQ(m_folder.ReadFile("out/a.txt"), m_large);
+    Texts all;
+    for (int i = 0; i < zip.GetCount(false); ++i)
+    {
+        CZipFileInfo info;
+        zip.GetFileInfo(info, static_cast<unsigned>(i));
+        all.Add(info.GetFileName());
+    }
+    EXPECT_TRUE(zip.DeleteFiles(all));
+    zip.Close(true);
+    Open(zip, zipOpenReadOnly);
+    EXPECT_EQ(zip.GetCount(false), 0);
+}
+
+TEST_F(CZipArchive, AFailedSaveLeavesTheOldArchive)
+{
+    const auto change = [&](CZip& zip) {
+        Open(zip);
+        ASSERT_TRUE(zip.AddNewFile(m_folder.WidePath("folder/b.bin").c_str(), L"c", zipLevelStore));
+    };
+    {
+        CZip zip;
+        change(zip);
+        m_watcher.m_cancelFrom = 500000;
+        EXPECT_EQ(Thrown([&] { zip.Close(true); }), fileGeneric);
+        EXPECT_EQ(zip.GetLastFailure(), XZipFailure::kCancelled);
+        EXPECT_TRUE(zip.IsClosed());
+        Open(zip);
+        ASSERT_TRUE(zip.AddNewFile(m_folder.WidePath("a.txt").c_str(), L"small", zipLevelStore));
+        m_watcher.m_cancelFrom = 1;
+        zip.Close(false);
+        EXPECT_EQ(zip.GetLastFailure(), XZipFailure::kCancelled);
+        change(zip);
+        zip.Discard();
+        EXPECT_TRUE(zip.IsClosed());
+        change(zip);
+        m_watcher.m_throws = true;
+        EXPECT_THROW(zip.Close(false), std::runtime_error);
+        m_watcher.m_throws = false;
+        m_watcher.m_cancelFrom = ~0ull;
+    }
+    {
+        CZip zip;
+        change(zip);
+        FailingFileSystem files;
+        files.LimitSpace(300000);
+        zip.Close(false);
+        EXPECT_EQ(zip.GetLastFailure(), XZipFailure::kSystem);
+        EXPECT_EQ(zip.GetLastSystemError(), 112U);
+    }
+    EXPECT_EQ(m_folder.ReadFile("x.zip"), m_bytes);
+    for (unsigned n = 1;; ++n) // whatever goes wrong, and whenever
+    {
+        CZip zip;
+        change(zip);
+        {
+            FailingFileSystem files;
+            files.FailAt(n, EIO);
+            zip.Close(false);
+        }
+        if (zip.GetLastFailure() == XZipFailure::kNone)
+        {
+            EXPECT_GT(n, 5U);
+            EXPECT_NE(m_folder.ReadFile("x.zip"), m_bytes);
+            m_folder.WriteFile("x.zip", m_bytes);
+            break;
+        }
+        EXPECT_EQ(zip.GetLastFailure(), XZipFailure::kSystem) << n;
+        EXPECT_EQ(m_folder.ReadFile("x.zip"), m_bytes) << n;
+    }
+    std::string others = m_bytes;
+    others[others.size() - 30] ^= 1; // as long as it was, and perhaps of the same second
+    for (const bool byRename : {true, false})
+    {
+        CZip zip;
+        change(zip);
+        m_folder.WriteFile(byRename ? "y.zip" : "x.zip", others);
+        if (byRename)
+            std::filesystem::rename(m_folder.Path("y.zip"), m_folder.Path("x.zip"));
+        zip.Close(false);
+        EXPECT_EQ(zip.GetLastFailure(), XZipFailure::kReplaced);
+        EXPECT_EQ(m_folder.ReadFile("x.zip"), others);
+        m_folder.WriteFile("x.zip", m_bytes);
+    }
+    EXPECT_FALSE(m_folder.Exists("x.zip.tmp"));
+}
+
+TEST_F(CZipArchive, WhatCannotBeOpenedIsRefused)
+{
+    CZip zip;
+    EXPECT_FALSE(zip.Open(m_folder.WidePath("none.zip").c_str(), zipOpenReadOnly, false, nullptr));
+    EXPECT_EQ(zip.GetLastSystemError(), 2U);
+    EXPECT_FALSE(zip.Open(m_folder.WidePath("folder").c_str(), zipOpenReadOnly, false, nullptr));
+    EXPECT_FALSE(zip.Open(m_folder.WidePath("a.txt").c_str(), zipOpenReadOnly, false, nullptr));
+    EXPECT_EQ(zip.GetLastFailure(), XZipFailure::kNoArchive);
+    EXPECT_FALSE(zip.Open(m_folder.WidePath("none/new.zip").c_str(), zipCreate, false, nullptr));
+    EXPECT_EQ(zip.GetLastFailure(), XZipFailure::kSystem);
+    EXPECT_FALSE(zip.Open(nullptr, zipCreate, false, nullptr));
+    EXPECT_EQ(Thrown([&] { zip.Open(m_folder.WidePath("folder").c_str(), zipCreate, true, nullptr); }), fileGeneric);
+    Open(zip, zipOpenReadOnly);
+    EXPECT_FALSE(zip.Open(m_path.c_str(), zipOpenReadOnly, false, nullptr));
+    EXPECT_EQ(zip.GetCount(false), 3);
+    EXPECT_FALSE(zip.DeleteFiles(TextsOf({L"a.txt"})));
+    EXPECT_EQ(zip.GetLastFailure(), XZipFailure::kReadOnly);
+    zip.Close(true);
+    Open(zip);
+    EXPECT_FALSE(zip.AddNewFile(m_path.c_str(), false, zipLevelDefault)) << "an archive in itself";
+    EXPECT_FALSE(zip.AddNewFile(m_folder.WidePath("a.txt").c_str(), L"../a", zipLevelDefault));
+    EXPECT_FALSE(zip.AddNewFile(m_folder.WidePath("a.txt").c_str(), L"new", static_cast<ZipCompressionLevel>(10)));
+    EXPECT_FALSE(zip.AddNewFile(m_folder.WidePath("none").c_str(), false, zipLevelDefault));
+    zip.Close(true);
+    EXPECT_EQ(m_folder.ReadFile("x.zip"), m_bytes);
+}
+
+TEST_F(CZipArchive, LimitsHold)
+{
+    CZip zip;
+    Open(zip, zipOpenReadOnly);
+    const auto extract = [&] { return zip.ExtractFile(2, m_out.c_str(), false, nullptr, false); };
+    zip.SetLimits({2500000, 100});
+    EXPECT_EQ(extract(), zipFailed);
+    EXPECT_EQ(zip.GetLastFailure(), XZipFailure::kTooLarge);
+    EXPECT_FALSE(m_folder.Exists("out/b.bin"));
+    zip.SetLimits({2500000, 100000});
+    EXPECT_EQ(extract(), zipExtracted);
+    EXPECT_EQ(extract(), zipExtracted);
+    EXPECT_EQ(extract(), zipFailed) << "all together";
+}
+
+TEST(CZip, HostileEntriesMakeNoFile)
+{
+    const TempFolder folder;
+    std::vector<RawEntry> entries;
+    for (const char* const name : {"../up", "/root", "C:\\x", "a\\b", "a/../../b", "nul", "con.txt"})
+        entries.push_back({name, "x"});
+    const std::size_t unsafe = entries.size();
+    entries.push_back({"link", "/etc", false, 0x0800, 0120777u << 16});
+    RawEntry lie{"more than declared", std::string(100000, 'x'), true};
+    lie.size = 10;
+    entries.push_back(lie);
+    RawEntry damaged{"damaged", "contents"};
+    damaged.checksum = 1;
+    entries.push_back(damaged);
+    RawEntry fewer{"fewer than declared", std::string(1000, 'x'), true};
+    fewer.size = 1001;
+    entries.push_back(fewer);
+    entries.push_back({"sound", "contents"});
+    const std::wstring path = folder.WriteFile("x.zip", RawZip(entries));
+    CZip zip;
+    ASSERT_TRUE(zip.Open(path.c_str(), zipOpenReadOnly, false, nullptr));
+    const auto extract = [&](std::size_t index) {
+        return zip.ExtractFile(static_cast<unsigned>(index), folder.WidePath("out").c_str(), true, nullptr, false);
+    };
+    for (std::size_t index = 0; index < unsafe; ++index)
+    {
+        EXPECT_EQ(extract(index), zipSkipped) << index;
+        EXPECT_EQ(zip.GetLastFailure(), XZipFailure::kUnsafeName) << index;
+    }
+    EXPECT_EQ(extract(unsafe), zipSkipped);
+    EXPECT_EQ(zip.GetLastFailure(), XZipFailure::kSpecialFile);
+    EXPECT_EQ(extract(unsafe + 1), zipFailed);
+    EXPECT_EQ(extract(unsafe + 2), zipFailed);
+    EXPECT_EQ(zip.GetLastFailure(), XZipFailure::kDamaged);
+    EXPECT_EQ(extract(unsafe + 3), zipFailed);
+    EXPECT_EQ(extract(unsafe + 4), zipExtracted);
+    EXPECT_EQ(std::distance(std::filesystem::recursive_directory_iterator(folder.Path()), {}), 3);
+}
+
+TEST(CZip, NamesAndTimesAreReadFromTheirFields)
+{
+    const std::string cafe437 = "caf\x82";
+    const auto checksum = crc32_z(0, reinterpret_cast<const Bytef*>(cafe437.data()), cafe437.size());
+    const std::string path = "caf\xC3\xA9 Noir";
+    const std::string unicode = LittleEndianText(0x7075, 2) + LittleEndianText(5 + path.size(), 2) + "\1" +
+                                LittleEndianText(checksum, 4) + path;
+    const auto times = [](std::uint64_t id, const std::string& contents) {
+        return LittleEndianText(id, 2) + LittleEndianText(contents.size(), 2) + contents;
+    };
+    const std::string extended = times(0x5455, "\7" + LittleEndianText(1600000001, 4) +
+                                                   LittleEndianText(1600000002, 4) + LittleEndianText(3, 4));
+    const std::string ntfs =
+        times(0x000A, LittleEndianText(0, 4) + LittleEndianText(1, 2) + LittleEndianText(24, 2) +
+                          LittleEndianText(132445000010000000, 8) + LittleEndianText(132445000020000000, 8) +
+                          LittleEndianText(132445000030000000, 8));
+    const TempFolder folder;
+    const std::wstring archive = folder.WriteFile("x.zip", RawZip({{cafe437, "", false, 0},
+                                                                   {"caf\xC3\xA9", "", false, 0},
+                                                                   {cafe437, "", false, 0, 0, unicode},
+                                                                   {"extended", "", false, 0, 0, extended},
+                                                                   {"ntfs", "", false, 0, 0, ntfs}}));
+    CZip zip;
+    ASSERT_TRUE(zip.Open(archive.c_str(), zipOpenReadOnly, false, nullptr));
+    EXPECT_EQ(NamesOf(zip), L"caf\u00E9|caf\u00E9|caf\u00E9 Noir|extended|ntfs");
+    EXPECT_EQ(zip.FindFile(L"CAF\u00C9 NOIR", false, false), 2U) << "case beyond ASCII";
+    EXPECT_EQ(zip.FindFile(L"caf\u00E9", true, false), 0U);
+    CZipFileInfo info;
+    ASSERT_TRUE(zip.GetFileInfo(info, 3));
+    EXPECT_EQ(info.GetModifiedTime(), 1600000001);
+    EXPECT_EQ(info.GetLastAccessTime(), 1600000002);
+    EXPECT_EQ(info.GetCreationTime(), 3);
+    ASSERT_TRUE(zip.GetFileInfo(info, 4));
+    EXPECT_EQ(info.GetModifiedTime(), 1600026401);
+    EXPECT_EQ(info.GetLastAccessTime(), 1600026402);
+    EXPECT_EQ(info.GetCreationTime(), 1600026403);
+    zip.Close(true);
+    EXPECT_TRUE(ChangeArchive(archive, zipOpenReadWrite,
+                              [](CZip& changed) { return changed.DeleteFiles(TextsOf({L"caf\u00E9"})); }));
+    ASSERT_TRUE(zip.Open(archive.c_str(), zipOpenReadOnly, false, nullptr));
+    EXPECT_EQ(NamesOf(zip), L"caf\u00E9 Noir|extended|ntfs");
+    ASSERT_TRUE(zip.GetFileInfo(info, 1));
+    EXPECT_EQ(info.GetCreationTime(), 3) << "what is kept, is kept as it is";
+}
+
+TEST(CZip, RenamingIsDoneAsAWholeOrNotAtAll)
+{
+    const TempFolder folder;
+    const std::wstring path = folder.WriteFile("x.zip", RawZip({{"a", "1"},
+                                                                {"a", "2"},
+                                                                {"b", "3"},
+                                                                {"by attribute", "", false, 0x0800, 0x10},
+                                                                {"link/", "", false, 0x0800, 0120777u << 16}}));
+    CZip zip;
+    ASSERT_TRUE(zip.Open(path.c_str(), zipOpenReadWrite, false, nullptr));
+    Texts old = TextsOf({L"a", L"b"});
+    EXPECT_FALSE(zip.RenameFiles(old, TextsOf({L"b", L"a"}))) << "the other one of that name keeps it";
+    EXPECT_EQ(zip.GetLastFailure(), XZipFailure::kExists);
+    EXPECT_EQ(NamesOf(zip), L"a|a|b|by attribute|link/");
+    old = TextsOf({L"b", L"by attribute", L"link"});
+    EXPECT_TRUE(zip.RenameFiles(old, TextsOf({L"c", L"d", L"e"})));
+    EXPECT_EQ(NamesOf(zip), L"a|a|c|d|e/");
+    zip.Discard();
+}
+
+TEST(CZip, EncryptedEntriesNeedTheirPassword)
+{
+    const TempFolder folder;
+    const std::wstring file = folder.WriteFile("a.txt", "secret");
+    const std::wstring path = folder.WidePath("x.zip");
+    ASSERT_TRUE(ChangeArchive(path, zipCreate, [&](CZip& zip) {
+        zip.SetPassword(L"p\u00E4ss");
+        const bool isAdded = zip.AddNewFile(file.c_str(), L"aes", zipLevelDefault);
+        zip.SetPassword(L"p\u00E4ss", XZipEncryption::kTraditional);
+        return isAdded && zip.AddNewFile(file.c_str(), L"old", zipLevelDefault);
+    }));
+    EXPECT_TRUE(Shell(folder.Path().string(), "unzip -P 'p\xC3\xA4ss' -t x.zip old"));
+    EXPECT_TRUE(Shell(folder.Path().string(), "bsdtar --passphrase 'p\xC3\xA4ss' -xOf x.zip aes | cmp - a.txt"));
+    CZip zip;
+    ASSERT_TRUE(zip.Open(path.c_str(), zipOpenReadOnly, false, nullptr));
+    CZipFileInfo info;
+    EXPECT_TRUE(zip.GetFileInfo(info, 0) && info.GetEncryption() == XZipEncryption::kAes256);
+    for (const unsigned index : {0U, 1U})
+    {
+        zip.SetPassword(nullptr);
+        EXPECT_EQ(zip.ExtractFile(index, folder.WidePath("out").c_str(), true, nullptr, false), zipFailed);
+        EXPECT_EQ(zip.GetLastFailure(), XZipFailure::kPasswordNeeded);
+        zip.SetPassword(L"wrong");
+        EXPECT_EQ(zip.TestFile(index), zipFailed);
+        EXPECT_TRUE(zip.GetLastFailure() == XZipFailure::kWrongPassword ||
+                    zip.GetLastFailure() == XZipFailure::kWrongPasswordOrDamaged);
+        zip.SetPassword(L"p\u00E4ss");
+        EXPECT_EQ(zip.ExtractFile(index, folder.WidePath("out").c_str(), true, nullptr, false), zipExtracted);
+    }
+    EXPECT_EQ(folder.ReadFile("out/aes") + folder.ReadFile("out/old"), "secretsecret");
+}
+
+TEST(CZip, PathsThroughArchivesAreSplit)
+{
+    const TempFolder folder;
+    folder.WriteFile("a.ZIP", "");
+    folder.WriteFile("folder.zip/b.zip", "");
+    const struct
+    {
+        const wchar_t* m_path;
+        int m_n;
+        const wchar_t* m_archive; // null: none
+        const wchar_t* m_inner;
+    } cases[] = {
+        {L"/a.ZIP/x/y", 0, L"/a.ZIP", L"x\\y\\"},
+        {L"/a.ZIP", 0, L"/a.ZIP", L""},
+        {L"/a.ZIP\\", 0, L"/a.ZIP", L""},
+        {L"/a.ZIP/x\\in.zip/z", 0, L"/a.ZIP", L"x\\in.zip\\z\\"},
+        {L"/a.ZIP/x\\in.zip/z", 1, L"/a.ZIP/x\\in.zip", L"z\\"},
+        {L"/a.ZIP/x\\in.zip/z", 2, nullptr, nullptr},
+        {L"/a.ZIP/x", -1, nullptr, nullptr},
+        {L"/folder.zip/b.zip/x", 0, L"/folder.zip/b.zip", L"x\\"},
+        {L"/folder.zip/c", 0, nullptr, nullptr},
+        {L"/missing.zip/x", 0, nullptr, nullptr},
+    };
+    for (const auto& c : cases)
+    {
+        SCOPED_TRACE(std::string(c.m_path, c.m_path + std::wcslen(c.m_path)) + " " + std::to_string(c.m_n));
+        CXTString<wchar_t> path((folder.WidePath() + c.m_path).c_str());
+        CXTString<wchar_t> inner(L"as it was");
+        const CXTString<wchar_t> given = path;
+        EXPECT_EQ(CZip::ExtractDirInfo(path, inner, c.m_n), c.m_archive != nullptr);
+        EXPECT_EQ(path, c.m_archive != nullptr ? (folder.WidePath() + c.m_archive).c_str() : given.GetConstBuffer());
+        EXPECT_STREQ(inner, c.m_archive != nullptr ? c.m_inner : L"as it was");
+    }
+    CXTString<wchar_t> path;
+    CXTString<wchar_t> inner;
+    EXPECT_FALSE(CZip::ExtractDirInfo(path, inner, 0));
+}
+} // namespace

@@ -1,0 +1,120 @@
+#include "zip/EntryName.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+namespace
+{
+using tev::SafeEntryName;
+
+TEST(EntryName, KeepsWhatIsSafeAndTidiesIt)
+{
+    const struct
+    {
+        std::string m_name, m_path;
+        bool m_isFolder;
+    } cases[] = {
+        {"a.txt", "a.txt", false},
+        {"a/b/c.txt", "a/b/c.txt", false},
+        {"./a//./b/", "a/b", true},
+        {"..a/b../...c", "..a/b../...c", false},
+        {"\xC3\xA9t\xC3\xA9/\xF0\x9F\x98\x80 \xEF\xBF\xBD", "\xC3\xA9t\xC3\xA9/\xF0\x9F\x98\x80 \xEF\xBF\xBD", false},
+        {"10:30.txt", "10:30.txt", false},
+        {"console/com10.txt/null/com/com1a/lpt", "console/com10.txt/null/com/com1a/lpt", false},
+        {std::string(255, 'n'), std::string(255, 'n'), false},
+    };
+    for (const auto& [name, path, isFolder] : cases)
+    {
+        const auto safe = SafeEntryName(name);
+        ASSERT_TRUE(safe) << name;
+        EXPECT_EQ(safe->m_path, path);
+        EXPECT_EQ(safe->m_isFolder, isFolder) << name;
+    }
+}
+
+TEST(EntryName, SkipsWhatCouldLeadElsewhere)
+{
+    using namespace std::string_literals;
+    std::string deep = "d";
+    for (int i = 0; i < 256; ++i)
+        deep += "/d";
+    std::string longName = std::string(255, 'n');
+    while (longName.size() < 4096)
+        longName += "/" + std::string(255, 'n');
+    const std::string cases[] = {
+        "",
+        "/",
+        ".",
+        "./",
+        "..",
+        "../a",
+        "a/..",
+        "a/../../b",
+        "a/.. /b",
+        "a/ . ./b",
+        "...",
+        "/etc/passwd",
+        "//host/share/a",
+        "C:/a",
+        "c:a",
+        "Z:",
+        "a\\b",
+        "..\\a",
+        "\\\\host\\a",
+        "a\0b"s,
+        "a\0"s,
+        "\xFF",
+        "a/\xC3",
+        "\xC0\xAE\xC0\xAE/a",
+        "\xED\xA0\x80",
+        "\xF0\x90\x80",
+        "nul",
+        "a/CON",
+        "con.txt/b",
+        "Aux .tar.gz",
+        "lpt9",
+        "com0.obj",
+        "COM\xC2\xB9",
+        "conin$",
+        "CLOCK$.x",
+        "prn:stream",
+        std::string(256, 'n'),
+        deep,
+    };
+    for (const std::string& name : cases)
+        EXPECT_FALSE(SafeEntryName(name)) << name;
+}
+
+TEST(EntryName, NamesAreTakenOnceWhateverTheirCase)
+{
+    const struct
+    {
+        const char* m_path;
+        bool m_isFolder, m_isTaken;
+    } steps[] = {
+        {"a.txt", false, false},
+        {"A.TXT", false, true},
+        {"a.txt", false, true},
+        {"a.txt. ", false, true},
+        {"Folder/a.txt", false, false},
+        {"folder/b.txt", false, false},
+        {"FOLDER/B.txt", false, true},
+        {"folder", true, false},
+        {"Folder", false, true},
+        {"a.TXT/x", false, true},
+        {"a.txt", true, true},
+        {"\xC3\x89.txt", false, false}, // letters with marks, Greek final sigma, and beyond 16 bits
+        {"\xC3\xA9.txt", false, true},
+        {"\xCE\xA3", false, false},
+        {"\xCF\x82", false, true},
+        {"\xF0\x90\x90\x80", false, false},
+        {"\xF0\x90\x90\xA8", false, true},
+        {"ab/c", false, false},
+        {"a/bc", false, false},
+    };
+    tev::EntryNames names;
+    for (const auto& [path, isFolder, isTaken] : steps)
+        EXPECT_EQ(!names.Claim(path, isFolder), isTaken) << path;
+}
+} // namespace

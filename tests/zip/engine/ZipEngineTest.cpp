@@ -1,0 +1,255 @@
+#include "zip/engine/ZipEngine.h"
+
+#include "tests/support/ZipMemory.h"
+
+#include <gtest/gtest.h>
+
+#include <map>
+#include <stdexcept>
+
+namespace
+{
+using namespace tev::platform;
+using namespace tev::test;
+
+std::string Save(ZipEngine& engine, const ZipEngine::Progress& progress = nullptr)
+{
+    MemoryTarget target;
+    ZipError error;
+    EXPECT_TRUE(engine.Save(target, progress, error)) << static_cast<int>(error.failure);
+    return target.m_saved;
+}
+
+std::string ArchiveOf(std::initializer_list<std::pair<const char*, std::string>> files)
+{
+    const std::unique_ptr<ZipEngine> engine = ZipEngine::Create();
+    ZipError error;
+    for (const auto& [name, contents] : files)
+        EXPECT_TRUE(engine->Add(MemoryAddition(name, contents), error));
+    return Save(*engine);
+}
+
+std::string NamesOf(const ZipEngine& engine)
+{
+    std::string names;
+    for (std::uint64_t i = 0; i < engine.Count(); ++i)
+        names += std::string(i == 0 ? "" : "|") + engine.Name(i);
+    return names;
+}
+
+TEST(ZipEngine, WhatIsAddedComesBackWithItsDetails)
+{
+    const std::string large(3000000, 'x');
+    const std::unique_ptr<ZipEngine> engine = ZipEngine::Create();
+    ZipError error;
+    ASSERT_TRUE(engine->Add(MemoryAddition("a/b.txt", "first"), error));
+    ASSERT_TRUE(engine->Add(MemoryAddition("\xC3\xA9t\xC3\xA9/", ""), error));
+    ASSERT_TRUE(engine->Add(MemoryAddition("large", large), error));
+    EXPECT_FALSE(engine->Add(MemoryAddition("large", ""), error));
+    EXPECT_EQ(error.failure, ZipFailure::Exists);
+    EXPECT_EQ(ReadEntry(*engine, 0, "", error), "first"); // before it is saved, too
+    EXPECT_EQ(engine->SaveSize(), 5 + large.size());
+
+    std::uint64_t processed = 0;
+    const std::string archive = Save(*engine, [&](std::uint64_t done) {
+        EXPECT_GE(done, processed);
+        processed = done;
+        return true;
+    });
+    EXPECT_EQ(processed, 5 + large.size());
+    EXPECT_LT(archive.size(), 10000U);
+
+    const std::unique_ptr<ZipEngine> opened = OpenInMemory(archive, error);
+    ASSERT_NE(opened, nullptr);
+    EXPECT_EQ(NamesOf(*opened), "a/b.txt|\xC3\xA9t\xC3\xA9/|large");
+    EXPECT_EQ(opened->Kind(1), ZipEntryKind::Folder);
+    ZipEntry entry;
+    ASSERT_TRUE(opened->Describe(2, entry, error));
+    EXPECT_EQ(entry.size, large.size());
+    EXPECT_LT(entry.compressedSize, 10000U);
+    EXPECT_EQ(entry.times.lastWrite, 1600000001); // an odd second, which the old form of times cannot hold
+    EXPECT_EQ(entry.attributes, 0U);
+    EXPECT_EQ(ReadEntry(*opened, 2, "", error), large);
+    EXPECT_EQ(error.failure, ZipFailure::None);
+}
+
+TEST(ZipEngine, DeletingAndRenamingMoveTheIndexes)
+{
+    ZipError error;
+    const std::string archive = ArchiveOf({{"a", "1"}, {"b", "2"}, {"c", "3"}});
+    const std::unique_ptr<ZipEngine> engine = OpenInMemory(archive, error);
+    ASSERT_TRUE(engine->Add(MemoryAddition("d", "4"), error));
+    ASSERT_TRUE(engine->Add(MemoryAddition("e", "5"), error));
+    ASSERT_TRUE(engine->Delete(1, error));
+    ASSERT_TRUE(engine->Delete(2, error));
+    EXPECT_FALSE(engine->Rename(0, "c", error));
+    EXPECT_EQ(error.failure, ZipFailure::Exists);
+    ASSERT_TRUE(engine->Rename(0, "z", error));
+    EXPECT_EQ(NamesOf(*engine), "z|c|e");
+    EXPECT_EQ(ReadEntry(*engine, 0, "", error), "1");
+    const std::unique_ptr<ZipEngine> saved = OpenInMemory(Save(*engine), error);
+    EXPECT_EQ(NamesOf(*saved), "z|c|e");
+    EXPECT_EQ(ReadEntry(*saved, 0, "", error) + ReadEntry(*saved, 1, "", error) + ReadEntry(*saved, 2, "", error),
+              "135");
+
+    while (saved->Count() != 0)
+        ASSERT_TRUE(saved->Delete(0, error));
+    const std::string empty = Save(*saved);
+    EXPECT_EQ(empty.size(), 22U);
+    EXPECT_EQ(OpenInMemory(empty, error)->Count(), 0U);
+    EXPECT_EQ(Save(*ZipEngine::Create()), empty);
+}
+
+TEST(ZipEngine, ASaveThatIsCancelledOrFailsCommitsNothing)
+{
+    ZipError error;
+    const std::string archive = ArchiveOf({{"a", std::string(100000, 'a')}});
+    MemoryTarget target;
+    target.m_saved = archive;
+    const auto changed = [&] {
+        std::unique_ptr<ZipEngine> engine = OpenInMemory(archive, error);
+        EXPECT_TRUE(engine->Add(MemoryAddition("b", std::string(1000000, 'b')), error));
+        return engine;
+    };
+    EXPECT_FALSE(changed()->Save(
+        target, [](std::uint64_t done) { return done < 500000; }, error));
+    EXPECT_EQ(error.failure, ZipFailure::Cancelled);
+    EXPECT_THROW(static_cast<void>(changed()->Save(
+                     target, [](std::uint64_t) -> bool { throw std::runtime_error("stop"); }, error)),
+                 std::runtime_error);
+    target.m_space = 200;
+    EXPECT_FALSE(changed()->Save(target, nullptr, error));
+    EXPECT_EQ(error.failure, ZipFailure::System);
+    EXPECT_EQ(error.systemError, 112U);
+
+    target.m_space = 1u << 30;
+    std::unique_ptr<ZipEngine> engine = OpenInMemory(archive, error);
+    ZipAddition missing = MemoryAddition("gone", "");
+    missing.open = [] {
+        errno = ENOENT;
+        return std::unique_ptr<ZipBytes>();
+    };
+    ASSERT_TRUE(engine->Add(missing, error));
+    EXPECT_FALSE(engine->Save(target, nullptr, error));
+    EXPECT_EQ(error.failure, ZipFailure::System);
+    EXPECT_EQ(error.systemError, 2U);
+    EXPECT_EQ(target.m_saved, archive);
+}
+
+TEST(ZipEngine, MoreEntriesThan16BitsCount)
+{
+    constexpr unsigned kEntries = 66000;
+    const std::unique_ptr<ZipEngine> engine = ZipEngine::Create();
+    ZipError error;
+    for (unsigned i = 0; i < kEntries; ++i)
+        ASSERT_TRUE(engine->Add(MemoryAddition(std::to_string(i), "x"), error));
+    const std::unique_ptr<ZipEngine> opened = OpenInMemory(Save(*engine), error);
+    ASSERT_EQ(opened->Count(), kEntries);
+    EXPECT_EQ(opened->Name(kEntries - 1), "65999");
+    EXPECT_EQ(ReadEntry(*opened, kEntries - 1, "", error), "x");
+}
+
+/// Remembers where an archive holds anything but zeros.
+class SparseTarget final : public ZipTarget
+{
+public:
+    bool Begin() override { return true; }
+    bool WriteAt(std::uint64_t offset, const void* bytes, std::size_t count) override
+    {
+        const std::string block(static_cast<const char*>(bytes), count);
+        if (block.find_first_not_of('\0') != block.npos)
+            m_blocks[offset] = block;
+        m_size = std::max(m_size, offset + count);
+        return true;
+    }
+    bool Commit() override { return true; }
+
+    std::map<std::uint64_t, std::string> m_blocks;
+    std::uint64_t m_size = 0;
+};
+
+class SparseBytes final : public ZipBytes
+{
+public:
+    explicit SparseBytes(const SparseTarget& target) : m_target(target) {}
+    std::uint64_t Size() const override { return m_target.m_size; }
+    bool ReadAt(std::uint64_t offset, void* buffer, std::size_t count, std::size_t& delivered) override
+    {
+        delivered = static_cast<std::size_t>(std::min<std::uint64_t>(count, m_target.m_size - offset));
+        std::memset(buffer, 0, delivered);
+        for (auto block = m_target.m_blocks.begin();
+             block != m_target.m_blocks.end() && block->first < offset + delivered; ++block)
+        {
+            for (std::size_t i = 0; i < block->second.size(); ++i)
+            {
+                const std::uint64_t at = block->first + i;
+                if (at >= offset && at < offset + delivered)
+                    static_cast<char*>(buffer)[at - offset] = block->second[i];
+            }
+        }
+        return true;
+    }
+
+private:
+    const SparseTarget& m_target;
+};
+
+TEST(ZipEngine, EntriesAndPlacesBeyond4GiB)
+{
+    constexpr std::uint64_t kLarge = (4ull << 30) + 100;
+    const std::unique_ptr<ZipEngine> engine = ZipEngine::Create();
+    ZipError error;
+    ZipAddition large = MemoryAddition("large", "");
+    large.size = kLarge;
+    large.level = 0;
+    large.open = [size = kLarge] { return std::make_unique<ZeroBytes>(size); };
+    ASSERT_TRUE(engine->Add(large, error));
+    ASSERT_TRUE(engine->Add(MemoryAddition("behind", "reached"), error));
+    SparseTarget target;
+    ASSERT_TRUE(engine->Save(target, nullptr, error));
+    ASSERT_GT(target.m_size, kLarge);
+
+    const std::unique_ptr<ZipEngine> opened = ZipEngine::Open(std::make_unique<SparseBytes>(target), error);
+    ASSERT_NE(opened, nullptr);
+    ZipEntry entry;
+    ASSERT_TRUE(opened->Describe(0, entry, error));
+    EXPECT_EQ(entry.size, kLarge);
+    EXPECT_EQ(ReadEntry(*opened, 1, "", error), "reached");
+    char first[100] = "rubbish";
+    std::size_t delivered = 0;
+    const std::unique_ptr<ZipReader> reader = opened->OpenEntry(0, "", error);
+    ASSERT_TRUE(reader != nullptr && reader->Read(first, sizeof first, delivered, error));
+    EXPECT_EQ(std::string(first, delivered), std::string(sizeof first, '\0'));
+}
+
+TEST(ZipEngine, EncryptedEntriesAskForTheirPassword)
+{
+    const std::string secret(5000, 's');
+    for (const ZipEncryption encryption :
+         {ZipEncryption::Traditional, ZipEncryption::Aes128, ZipEncryption::Aes192, ZipEncryption::Aes256})
+    {
+        SCOPED_TRACE(static_cast<int>(encryption));
+        const std::unique_ptr<ZipEngine> engine = ZipEngine::Create();
+        ZipError error;
+        ZipAddition addition = MemoryAddition("secret", secret);
+        addition.level = 0;
+        addition.encryption = encryption;
+        addition.password = "p\xC3\xA4ssword";
+        ASSERT_TRUE(engine->Add(addition, error));
+        std::string archive = Save(*engine);
+        std::unique_ptr<ZipEngine> opened = OpenInMemory(archive, error);
+        ZipEntry entry;
+        ASSERT_TRUE(opened->Describe(0, entry, error));
+        EXPECT_EQ(entry.encryption, encryption);
+        EXPECT_EQ(ReadEntry(*opened, 0, addition.password, error), secret);
+        ReadEntry(*opened, 0, "", error);
+        EXPECT_EQ(error.failure, ZipFailure::PasswordNeeded);
+        ReadEntry(*opened, 0, "wrong", error);
+        EXPECT_TRUE(error.failure == ZipFailure::WrongPassword || error.failure == ZipFailure::WrongPasswordOrDamaged);
+        archive[archive.find("secret") + 60] ^= 1;
+        opened = OpenInMemory(archive, error);
+        ReadEntry(*opened, 0, addition.password, error);
+        EXPECT_EQ(error.failure, ZipFailure::WrongPasswordOrDamaged);
+    }
+}
+} // namespace

@@ -1,0 +1,17 @@
+#include "text/CSwitchLocale.h"
+
+#include "text/XCA2W.h"
+
+#include <clocale>
+
+CSwitchLocale::CSwitchLocale(int category, const wchar_t* locale)
+    : m_category(category), m_savedLocale(XCA2W(std::setlocale(category, nullptr), xEncodingUtf8))
+{
+    std::setlocale(category, XCW2A(locale, xEncodingUtf8));
+}
+
+CSwitchLocale::~CSwitchLocale()
+{
+    if (m_savedLocale.IsEmpty())
+        std::setlocale(m_category, XCW2A(m_savedLocale, xEncodingUtf8));
+}

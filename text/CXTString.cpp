@@ -1,0 +1,321 @@
+#include "text/CXTString.h"
+
+#include "text/InvalidParameter.h"
+#include "text/TextSearch.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <new>
+
+namespace
+{
+using tev::CopyCharacters;
+using tev::TextLength;
+
+// What a string that owns no buffer points to. It is never written: its capacity of 0 makes every change grow first.
+template <class T>
+T* EmptyText() noexcept
+{
+    static const T terminator = T();
+    return const_cast<T*>(&terminator);
+}
+
+constexpr unsigned __int64 kFirstCapacity = 16;
+constexpr unsigned __int64 kSecondCapacity = 64;
+
+template <class T>
+unsigned __int64 CapacityFor(unsigned __int64 length)
+{
+    // Beyond this the doubled length would not be a size in bytes any more; no allocator has that much anyway.
+    constexpr unsigned __int64 kLongest = (PTRDIFF_MAX / sizeof(T) - 1) / 2;
+    if (length > kLongest)
+        throw std::bad_alloc();
+    const unsigned __int64 capacity = 2 * length + 1;
+    if (capacity < kFirstCapacity)
+        return kFirstCapacity;
+    return capacity < kSecondCapacity ? kSecondCapacity : capacity;
+}
+
+template <class T>
+T* Reallocate(T* block, unsigned __int64 capacity)
+{
+    void* grown = std::realloc(block, static_cast<size_t>(capacity) * sizeof(T));
+    if (grown == nullptr)
+        throw std::bad_alloc();
+    return static_cast<T*>(grown);
+}
+
+// Text of either other form, converted through the ANSI code page; empty where it cannot be converted.
+CXTString<wchar_t> Convert(const char* text)
+{
+    CXTString<wchar_t> result;
+    if (text != nullptr && !XDecodeText(text, std::strlen(text), xEncodingAnsi, result))
+        result.Empty();
+    return result;
+}
+
+CXTString<char> Convert(const wchar_t* text)
+{
+    CXTString<char> result;
+    if (text != nullptr && !XEncodeText(text, std::wcslen(text), xEncodingAnsi, result))
+        result.Empty();
+    return result;
+}
+
+CXTString<char> FromBytes(const char* text, char)
+{
+    return text;
+}
+
+CXTString<wchar_t> FromBytes(const char* text, wchar_t)
+{
+    return Convert(text);
+}
+} // namespace
+
+template <class T>
+CXTString<T>::CXTString() : m_text{Reallocate<T>(nullptr, kFirstCapacity), 0, kFirstCapacity}
+{
+    m_text.m_data[0] = T();
+}
+
+template <class T>
+CXTString<T>::CXTString(const CXTString& other) : m_text{EmptyText<T>(), 0, 0}
+{
+    Assign(other.m_text.m_data, other.m_text.m_length);
+}
+
+template <class T>
+CXTString<T>::CXTString(CXTString&& other) noexcept : m_text(other.m_text)
+{
+    other.m_text = {EmptyText<T>(), 0, 0};
+}
+
+template <class T>
+CXTString<T>::CXTString(const T* text) : m_text{EmptyText<T>(), 0, 0}
+{
+    Assign(text, TextLength(text));
+}
+
+template <class T>
+CXTString<T>::CXTString(const T* text, int count) : m_text{EmptyText<T>(), 0, 0}
+{
+    Assign(text, text == nullptr ? 0 : count < 0 ? TextLength(text) : static_cast<size_t>(count));
+}
+
+template <class T>
+CXTString<T>::CXTString(T character, int count) : m_text{EmptyText<T>(), 0, 0}
+{
+    const auto length = static_cast<unsigned __int64>(std::max(count, 0));
+    std::fill_n(SetLength(length), length, character);
+}
+
+template <class T>
+CXTString<T>::CXTString(const OtherChar* text) : CXTString(Convert(text))
+{
+}
+
+template <class T>
+CXTString<T>::~CXTString()
+{
+    if (m_text.m_capacity != 0)
+        std::free(m_text.m_data);
+}
+
+template <class T>
+CXTString<T>& CXTString<T>::operator=(const CXTString& other)
+{
+    return Assign(other.m_text.m_data, other.m_text.m_length);
+}
+
+template <class T>
+CXTString<T>& CXTString<T>::operator=(CXTString&& other) noexcept
+{
+    CXTString taken(std::move(other));
+    std::swap(m_text, taken.m_text);
+    return *this;
+}
+
+template <class T>
+CXTString<T>& CXTString<T>::operator=(std::nullptr_t)
+{
+    Empty();
+    return *this;
+}
+
+template <class T>
+CXTString<T>& CXTString<T>::operator=(const T* text)
+{
+    return Assign(text, TextLength(text));
+}
+
+template <class T>
+CXTString<T>& CXTString<T>::operator=(T character)
+{
+    return Assign(&character, 1);
+}
+
+template <class T>
+CXTString<T>& CXTString<T>::operator=(const OtherChar* text)
+{
+    return *this = Convert(text);
+}
+
+template <class T>
+CXTString<T>& CXTString<T>::operator=(const unsigned char* text)
+{
+    return *this = FromBytes(reinterpret_cast<const char*>(text), T());
+}
+
+template <class T>
+CXTString<T>& CXTString<T>::operator+=(const T* text)
+{
+    return Append(text, TextLength(text));
+}
+
+template <class T>
+CXTString<T>& CXTString<T>::operator+=(const OtherChar* text)
+{
+    return *this += Convert(text);
+}
+
+template <class T>
+CXTString<T>& CXTString<T>::operator+=(const unsigned char* text)
+{
+    return *this += FromBytes(reinterpret_cast<const char*>(text), T());
+}
+
+template <class T>
+void CXTString<T>::Copy(const T* text, int count)
+{
+    if (text == nullptr && count != 0)
+    {
+        tev::RefuseParameter("CXTString::Copy", EINVAL);
+        return;
+    }
+    Assign(text, count < 0 ? TextLength(text) : static_cast<size_t>(count));
+}
+
+template <class T>
+CXTString<T>& CXTString<T>::Assign(const T* text, size_t count)
+{
+    if (Contains(text))
+        return KeepRange(static_cast<size_t>(text - m_text.m_data), count);
+    CopyCharacters(SetLength(count), text, count);
+    return *this;
+}
+
+template <class T>
+CXTString<T>& CXTString<T>::Append(const T* text, size_t count)
+{
+    const unsigned __int64 length = m_text.m_length;
+    const bool own = Contains(text);
+    const size_t offset = own ? static_cast<size_t>(text - m_text.m_data) : 0;
+    T* data = SetLength(length + count);
+    CopyCharacters(data + length, own ? data + offset : text, count);
+    return *this;
+}
+
+template <class T>
+int CXTString<T>::GetLength() const noexcept
+{
+    return static_cast<int>(std::min<unsigned __int64>(m_text.m_length, INT_MAX));
+}
+
+template <class T>
+T CXTString<T>::GetAt(int position) const noexcept
+{
+    const T* character = GetAtPtr(position);
+    return character == nullptr ? T() : *character;
+}
+
+template <class T>
+const T* CXTString<T>::GetAtPtr(int position) const noexcept
+{
+    const bool inside = position >= 0 && static_cast<unsigned __int64>(position) < m_text.m_length;
+    return inside ? m_text.m_data + position : nullptr;
+}
+
+template <class T>
+T* CXTString<T>::GetAtPtr(int position) noexcept
+{
+    return const_cast<T*>(std::as_const(*this).GetAtPtr(position));
+}
+
+template <class T>
+void CXTString<T>::SetAt(int position, T character)
+{
+    if (T* target = GetAtPtr(position))
+        *target = character;
+    else
+        tev::RefuseParameter("CXTString::SetAt", ERANGE);
+}
+
+template <class T>
+T* CXTString<T>::GetBufferSetLength(int length)
+{
+    if (length >= 0)
+        return SetLength(static_cast<unsigned __int64>(length));
+    tev::RefuseParameter("CXTString::GetBufferSetLength", ERANGE);
+    return nullptr;
+}
+
+template <class T>
+void CXTString<T>::ReleaseBuffer(int length)
+{
+    const unsigned __int64 most = m_text.m_capacity == 0 ? 0 : m_text.m_capacity - 1;
+    if (length < 0)
+        SetLength(std::min<unsigned __int64>(tev::FindCharacter(m_text.m_data, static_cast<size_t>(most), T()), most));
+    else if (static_cast<unsigned __int64>(length) <= most)
+        SetLength(static_cast<unsigned __int64>(length));
+    else
+        tev::RefuseParameter("CXTString::ReleaseBuffer", ERANGE);
+}
+
+template <class T>
+T* CXTString<T>::DetachBuffer()
+{
+    if (m_text.m_capacity == 0)
+        Empty();
+    CXTString fresh;
+    std::swap(m_text, fresh.m_text);
+    return std::exchange(fresh.m_text, {EmptyText<T>(), 0, 0}).m_data;
+}
+
+// Makes room for `length` characters and a terminator; the text stays.
+template <class T>
+T* CXTString<T>::Grow(unsigned __int64 length)
+{
+    // A string without a buffer begins with the one that a new string has.
+    const bool isFirst = m_text.m_capacity == 0;
+    const unsigned __int64 capacity = isFirst && length < kFirstCapacity ? kFirstCapacity : CapacityFor<T>(length);
+    T* owned = isFirst ? nullptr : m_text.m_data;
+    m_text.m_data = Reallocate(owned, capacity);
+    m_text.m_capacity = capacity;
+    return m_text.m_data;
+}
+
+template <class T>
+bool CXTString<T>::Contains(const T* pointer) const noexcept
+{
+    const std::less<const T*> before;
+    return pointer != nullptr && !before(pointer, m_text.m_data) && before(pointer, m_text.m_data + m_text.m_capacity);
+}
+
+// Keeps `count` characters of the own text from `first` on.
+template <class T>
+CXTString<T>& CXTString<T>::KeepRange(unsigned __int64 first, unsigned __int64 count)
+{
+    if (first != 0)
+        CopyCharacters(m_text.m_data, m_text.m_data + first, count);
+    SetLength(count);
+    return *this;
+}
+
+template class CXTString<char>;
+template class CXTString<wchar_t>;

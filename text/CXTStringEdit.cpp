@@ -1,0 +1,413 @@
+#include "text/CXTString.h"
+
+#include "text/TextSearch.h"
+
+#include <algorithm>
+#include <climits>
+#include <cstdint>
+#include <cstring>
+
+namespace
+{
+using tev::CopyCharacters;
+using tev::TextLength;
+
+int ToPosition(unsigned __int64 value) noexcept
+{
+    return value > INT_MAX ? INT_MAX : static_cast<int>(value);
+}
+
+// A search result as the interface gives it: what lies past the reach of `int` counts as absent.
+int ToFound(size_t position) noexcept
+{
+    return position > INT_MAX ? -1 : static_cast<int>(position);
+}
+
+// A position or count where negative means 0, and one where negative means that there is no bound.
+size_t ToCount(int count) noexcept
+{
+    return count < 0 ? 0 : static_cast<size_t>(count);
+}
+
+size_t ToBound(int count) noexcept
+{
+    return count < 0 ? SIZE_MAX : static_cast<size_t>(count);
+}
+
+template <class T, class Predicate>
+size_t FindIf(const CXTCharArray<T>& text, size_t start, Predicate predicate)
+{
+    const T* begin = text.m_data;
+    const T* end = begin + text.m_length;
+    const T* found = start < text.m_length ? std::find_if(begin + start, end, predicate) : end;
+    return found == end ? tev::kNotFound : static_cast<size_t>(found - begin);
+}
+} // namespace
+
+template <class T>
+int CXTString<T>::Compare(const T* text) const noexcept
+{
+    return tev::CompareText<T>(m_text.m_data, m_text.m_length, text, TextLength(text));
+}
+
+template <class T>
+int CXTString<T>::Compare(const CXTString& other) const noexcept
+{
+    return tev::CompareText<T>(m_text.m_data, m_text.m_length, other.m_text.m_data, other.m_text.m_length);
+}
+
+template <class T>
+bool CXTString<T>::Equals(const CXTString& other) const noexcept
+{
+    const size_t length = m_text.m_length;
+    return length == other.m_text.m_length && std::memcmp(m_text.m_data, other.m_text.m_data, length * sizeof(T)) == 0;
+}
+
+template <class T>
+int CXTString<T>::CompareNoCase(const T* text) const noexcept
+{
+    return text == nullptr ? !IsEmpty() : tev::CompareTextNoCase<T>(m_text.m_data, text);
+}
+
+template <class T>
+int CXTString<T>::Collate(const T* text) const noexcept
+{
+    return text == nullptr ? !IsEmpty() : tev::CollateText<T>(m_text.m_data, text);
+}
+
+template <class T>
+int CXTString<T>::CollateNoCase(const T* text) const
+{
+    if (text == nullptr)
+        return !IsEmpty();
+    CXTString left(m_text.m_data);
+    CXTString right(text);
+    return left.MakeLower().Collate(right.MakeLower());
+}
+
+template <class T>
+int CXTString<T>::Find(T character, int start) const noexcept
+{
+    return ToFound(tev::FindText<T>(m_text.m_data, m_text.m_length, ToCount(start), &character, 1));
+}
+
+template <class T>
+int CXTString<T>::Find(const T* text, int start, bool noCase) const
+{
+    const auto find = noCase ? tev::FindTextNoCase<T> : tev::FindText<T>;
+    return ToFound(find(m_text.m_data, m_text.m_length, ToCount(start), text, TextLength(text)));
+}
+
+template <class T>
+int CXTString<T>::FindEndPos(const T* text, int start, bool noCase) const
+{
+    const int found = Find(text, start, noCase);
+    return found < 0 ? -1 : ToFound(static_cast<size_t>(found) + TextLength(text));
+}
+
+template <class T>
+int CXTString<T>::FindOneOf(const T* characters, int start) const noexcept
+{
+    const tev::CharacterSet<T> set(characters);
+    return ToFound(FindIf(m_text, ToCount(start), [&](T c) { return set.Has(c); }));
+}
+
+template <class T>
+int CXTString<T>::ReverseFind(T character, int start) const noexcept
+{
+    return ToFound(tev::FindTextBackwards<T>(m_text.m_data, m_text.m_length, ToBound(start), &character, 1));
+}
+
+template <class T>
+int CXTString<T>::ReverseFind(const T* text, int start) const noexcept
+{
+    return ToFound(tev::FindTextBackwards<T>(m_text.m_data, m_text.m_length, ToBound(start), text, TextLength(text)));
+}
+
+template <class T>
+int CXTString<T>::Replace(T oldCharacter, T newCharacter, int maxCount, int limit, int start)
+{
+    return EditRuns(tev::FindText<T>, {&oldCharacter, 1}, {&newCharacter, 1}, maxCount, limit, start);
+}
+
+template <class T>
+int CXTString<T>::Replace(const T* oldText, const T* newText, int maxCount, int limit, int start)
+{
+    if (oldText == nullptr || newText == nullptr)
+        return 0;
+    if (Contains(oldText) || Contains(newText))
+        return Replace(CXTString(oldText), CXTString(newText), maxCount, limit, start);
+    return EditRuns(tev::FindText<T>, {oldText, TextLength(oldText)}, {newText, TextLength(newText)}, maxCount, limit,
+                    start);
+}
+
+template <class T>
+int CXTString<T>::Remove(T character, int start)
+{
+    return EditRuns(tev::FindText<T>, {&character, 1}, {nullptr, 0}, -1, -1, start);
+}
+
+template <class T>
+int CXTString<T>::Remove(const T* text, bool noCase, int start)
+{
+    if (Contains(text))
+        return Remove(CXTString(text), noCase, start);
+    const auto find = noCase ? tev::FindTextNoCase<T> : tev::FindText<T>;
+    return EditRuns(find, {text, TextLength(text)}, {nullptr, 0}, -1, -1, start);
+}
+
+// Replaces as though the text were edited match by match, which is what `limit` refers to. The matches are counted first;
+// then the text stands shifted by what it grows, and everything moves into its place once, from the front.
+template <class T>
+int CXTString<T>::EditRuns(FindFunction find, Run oldRun, Run newRun, int maxCount, int limit, int start)
+{
+    const size_t most = ToBound(maxCount);
+    const size_t bound = ToBound(limit);
+    const size_t length = m_text.m_length;
+
+    size_t count = 0;
+    const size_t first = find(m_text.m_data, length, ToCount(start), oldRun.m_data, oldRun.m_count);
+    for (size_t at = first; at != tev::kNotFound && count < most; ++count)
+    {
+        if (at + count * newRun.m_count - count * oldRun.m_count >= bound)
+            break;
+        at = find(m_text.m_data, length, at + oldRun.m_count, oldRun.m_data, oldRun.m_count);
+    }
+    if (count == 0)
+        return 0;
+
+    const size_t result = length + count * newRun.m_count - count * oldRun.m_count;
+    const size_t shift = result > length ? result - length : 0;
+    T* data = result > length ? SetLength(result) : m_text.m_data;
+    CopyCharacters(data + first + shift, data + first, length - first);
+
+    const T* source = data + shift;
+    size_t from = first;
+    T* target = data + first;
+    for (size_t i = 0; i < count; ++i)
+    {
+        const size_t at = find(source, length, from, oldRun.m_data, oldRun.m_count);
+        CopyCharacters(target, source + from, at - from);
+        CopyCharacters(target + (at - from), newRun.m_data, newRun.m_count);
+        target += at - from + newRun.m_count;
+        from = at + oldRun.m_count;
+    }
+    CopyCharacters(target, source + from, length - from);
+    SetLength(result);
+    return ToPosition(count);
+}
+
+template <class T>
+int CXTString<T>::Insert(int position, T character)
+{
+    return InsertRun(position, {&character, 1});
+}
+
+template <class T>
+int CXTString<T>::Insert(int position, const T* text)
+{
+    if (Contains(text))
+        return Insert(position, CXTString(text));
+    return InsertRun(position, {text, TextLength(text)});
+}
+
+template <class T>
+int CXTString<T>::InsertRun(int position, Run run)
+{
+    const size_t length = m_text.m_length;
+    const size_t at = std::min<size_t>(ToCount(position), length);
+    T* data = SetLength(length + run.m_count);
+    CopyCharacters(data + at + run.m_count, data + at, length - at);
+    CopyCharacters(data + at, run.m_data, run.m_count);
+    return GetLength();
+}
+
+template <class T>
+int CXTString<T>::Delete(int position, int count)
+{
+    const size_t length = m_text.m_length;
+    const size_t at = ToCount(position);
+    if (at < length)
+    {
+        const size_t removed = std::min(ToBound(count), length - at);
+        CopyCharacters(m_text.m_data + at, m_text.m_data + at + removed, length - at - removed);
+        SetLength(length - removed);
+    }
+    return GetLength();
+}
+
+template <class T>
+CXTString<T> CXTString<T>::Mid(int first, int count) const
+{
+    return Part(ToCount(first), ToBound(count));
+}
+
+template <class T>
+CXTString<T> CXTString<T>::Left(int count) const
+{
+    return Part(0, ToCount(count));
+}
+
+template <class T>
+CXTString<T> CXTString<T>::Right(int count) const
+{
+    const size_t kept = std::min<size_t>(ToCount(count), m_text.m_length);
+    return Part(m_text.m_length - kept, kept);
+}
+
+template <class T>
+CXTString<T> CXTString<T>::SpanIncluding(const T* characters) const
+{
+    const tev::CharacterSet<T> set(characters);
+    return Part(0, FindIf(m_text, 0, [&](T c) { return !set.Has(c); }));
+}
+
+template <class T>
+CXTString<T> CXTString<T>::SpanExcluding(const T* characters) const
+{
+    const tev::CharacterSet<T> set(characters);
+    return Part(0, FindIf(m_text, 0, [&](T c) { return set.Has(c); }));
+}
+
+template <class T>
+CXTString<T> CXTString<T>::Tokenize(const T* separators, int& position) const
+{
+    const tev::CharacterSet<T> set(separators);
+    const size_t first =
+        position < 0 ? tev::kNotFound : FindIf(m_text, ToCount(position), [&](T c) { return !set.Has(c); });
+    if (first == tev::kNotFound)
+    {
+        position = -1;
+        return {};
+    }
+    const size_t end = std::min<size_t>(FindIf(m_text, first, [&](T c) { return set.Has(c); }), m_text.m_length);
+    position = ToPosition(end < m_text.m_length ? end + 1 : end);
+    return Part(first, end - first);
+}
+
+// The part of the text from `first` on that is there, at most `count` characters.
+template <class T>
+CXTString<T> CXTString<T>::Part(size_t first, size_t count) const
+{
+    const size_t length = m_text.m_length;
+    CXTString result;
+    if (first < length)
+        result.Assign(m_text.m_data + first, std::min(count, length - first));
+    return result;
+}
+
+template <class T>
+CXTString<T>& CXTString<T>::MakeUpper(int count)
+{
+    const size_t end = std::min<size_t>(ToBound(count), m_text.m_length);
+    std::transform(m_text.m_data, m_text.m_data + end, m_text.m_data, [](T c) { return tev::UpperCase(c); });
+    return *this;
+}
+
+template <class T>
+CXTString<T>& CXTString<T>::MakeLower(int count)
+{
+    const size_t end = std::min<size_t>(ToBound(count), m_text.m_length);
+    std::transform(m_text.m_data, m_text.m_data + end, m_text.m_data, [](T c) { return tev::LowerCase(c); });
+    return *this;
+}
+
+template <class T>
+CXTString<T>& CXTString<T>::MakeReverse()
+{
+    std::reverse(m_text.m_data, m_text.m_data + m_text.m_length);
+    return *this;
+}
+
+template <class T>
+template <class Predicate>
+CXTString<T>& CXTString<T>::TrimWhere(TrimSides sides, Predicate goes)
+{
+    size_t first = 0;
+    size_t end = m_text.m_length;
+    if (sides != TrimSides::kRight)
+    {
+        while (first < end && goes(m_text.m_data[first]))
+            ++first;
+    }
+    if (sides != TrimSides::kLeft)
+    {
+        while (end > first && goes(m_text.m_data[end - 1]))
+            --end;
+    }
+    if (end - first == m_text.m_length)
+        return *this;
+    return KeepRange(first, end - first);
+}
+
+template <class T>
+CXTString<T>& CXTString<T>::TrimSpace(TrimSides sides)
+{
+    return TrimWhere(sides, [](T c) { return tev::IsSpace(c); });
+}
+
+template <class T>
+CXTString<T>& CXTString<T>::TrimCharacter(TrimSides sides, T character)
+{
+    return TrimWhere(sides, [&](T c) { return c == character; });
+}
+
+template <class T>
+CXTString<T>& CXTString<T>::TrimSet(TrimSides sides, const T* characters)
+{
+    const tev::CharacterSet<T> set(characters);
+    return TrimWhere(sides, [&](T c) { return set.Has(c); });
+}
+
+// The class as a whole is instantiated beside its life cycle, in CXTString.cpp; these are the members written here.
+#define TEV_INSTANTIATE(T)                                                                                             \
+    template int CXTString<T>::EditRuns(FindFunction, Run, Run, int, int, int);                                        \
+    template int CXTString<T>::InsertRun(int, Run);                                                                    \
+    template CXTString<T> CXTString<T>::Part(size_t, size_t) const;                                                    \
+    template int CXTString<T>::Compare(const T*) const noexcept;                                                       \
+    template int CXTString<T>::Compare(const CXTString<T>&) const noexcept;                                            \
+    template bool CXTString<T>::Equals(const CXTString<T>&) const noexcept;                                            \
+    template int CXTString<T>::CompareNoCase(const T*) const noexcept;                                                 \
+    template int CXTString<T>::Collate(const T*) const noexcept;                                                       \
+    template int CXTString<T>::CollateNoCase(const T*) const;                                                          \
+    template int CXTString<T>::Find(T, int) const noexcept;                                                            \
+    template int CXTString<T>::Find(const T*, int, bool) const;                                                        \
+    template int CXTString<T>::FindEndPos(const T*, int, bool) const;                                                  \
+    template int CXTString<T>::FindOneOf(const T*, int) const noexcept;                                                \
+    template int CXTString<T>::ReverseFind(T, int) const noexcept;                                                     \
+    template int CXTString<T>::ReverseFind(const T*, int) const noexcept;                                              \
+    template int CXTString<T>::Replace(T, T, int, int, int);                                                           \
+    template int CXTString<T>::Replace(const T*, const T*, int, int, int);                                             \
+    template int CXTString<T>::Remove(T, int);                                                                         \
+    template int CXTString<T>::Remove(const T*, bool, int);                                                            \
+    template int CXTString<T>::Insert(int, T);                                                                         \
+    template int CXTString<T>::Insert(int, const T*);                                                                  \
+    template int CXTString<T>::Delete(int, int);                                                                       \
+    template CXTString<T> CXTString<T>::Mid(int, int) const;                                                           \
+    template CXTString<T> CXTString<T>::Left(int) const;                                                               \
+    template CXTString<T> CXTString<T>::Right(int) const;                                                              \
+    template CXTString<T> CXTString<T>::SpanIncluding(const T*) const;                                                 \
+    template CXTString<T> CXTString<T>::SpanExcluding(const T*) const;                                                 \
+    template CXTString<T> CXTString<T>::Tokenize(const T*, int&) const;                                                \
+    template CXTString<T>& CXTString<T>::MakeUpper(int);                                                               \
+    template CXTString<T>& CXTString<T>::MakeLower(int);                                                               \
+    template CXTString<T>& CXTString<T>::MakeReverse();                                                                \
+    template CXTString<T>& CXTString<T>::TrimSpace(TrimSides);                                                         \
+    template CXTString<T>& CXTString<T>::TrimCharacter(TrimSides, T);                                                  \
+    template CXTString<T>& CXTString<T>::TrimSet(TrimSides, const T*);
+
+TEV_INSTANTIATE(char)
+TEV_INSTANTIATE(wchar_t)
+
+CXTString<wchar_t> CleanText(const CXTString<wchar_t>& text)
+{
+    CXTString<wchar_t> result(text);
+    result.Remove(L'&');
+    return result;
+}
+
+void CapitalizeText(CXTString<wchar_t>& text)
+{
+    text.MakeLower();
+    text.MakeUpper(1);
+}

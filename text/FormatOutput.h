@@ -1,0 +1,127 @@
+#pragma once
+
+// Where formatting puts its text, and the description of one conversion by which the parts of formatting agree.
+
+#include "text/LengthModifier.h"
+
+#include <algorithm>
+#include <climits>
+#include <cstddef>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+
+namespace tev
+{
+/// One conversion of a format. A width or precision of its own argument is put in before the text is written.
+struct FormatSpec
+{
+    static constexpr int kNoPrecision = -1;
+
+    bool left = false;
+    bool plus = false;
+    bool space = false;
+    bool alternate = false;
+    bool zero = false;
+    bool grouped = false;
+    LengthModifier modifier = LengthModifier::None;
+    char letter = 0;
+    int width = 0;
+    int precision = kNoPrecision;
+};
+
+/// Text under construction: on the stack while it is short, then in a heap block that doubles. At most 2^31 - 1 characters.
+template <class T>
+class FormatOutput
+{
+public:
+    FormatOutput() noexcept = default;
+    FormatOutput(const FormatOutput&) = delete;
+    FormatOutput& operator=(const FormatOutput&) = delete;
+    ~FormatOutput()
+    {
+        if (m_data != m_first)
+            std::free(m_data);
+    }
+
+    const T* Data() const noexcept { return m_data; }
+    T* Data() noexcept { return m_data; }
+    std::size_t Length() const noexcept { return m_length; }
+
+    /// Adds unspecified characters at the end and returns their address; null when the text would become too long.
+    T* Extend(std::size_t count)
+    {
+        if (count > m_capacity - m_length && !Grow(count))
+            return nullptr;
+        T* added = m_data + m_length;
+        m_length += count;
+        return added;
+    }
+
+private:
+    static constexpr std::size_t kMaximumLength = INT_MAX;
+    static constexpr std::size_t kFirstCapacity = 512;
+
+    bool Grow(std::size_t count)
+    {
+        if (count > kMaximumLength - m_length)
+            return false;
+        std::size_t capacity = m_capacity * 2;
+        if (capacity < m_length + count)
+            capacity = m_length + count;
+        const bool onStack = m_data == m_first;
+        T* data = static_cast<T*>(std::realloc(onStack ? nullptr : m_data, capacity * sizeof(T)));
+        if (data == nullptr)
+            throw std::bad_alloc();
+        if (onStack)
+            std::memcpy(data, m_first, sizeof m_first);
+        m_data = data;
+        m_capacity = capacity;
+        return true;
+    }
+
+    T* m_data = m_first;
+    std::size_t m_length = 0;
+    std::size_t m_capacity = kFirstCapacity;
+    T m_first[kFirstCapacity];
+};
+
+template <class T>
+bool AppendFill(FormatOutput<T>& output, T character, std::size_t count)
+{
+    T* added = output.Extend(count);
+    if (added == nullptr)
+        return false;
+    std::fill_n(added, count, character);
+    return true;
+}
+
+template <class T, class Source>
+bool Append(FormatOutput<T>& output, const Source* text, std::size_t length)
+{
+    T* added = output.Extend(length);
+    if (added == nullptr)
+        return false;
+    std::copy_n(text, length, added);
+    return true;
+}
+
+/// Brings what was put behind `start` to the field's width.
+template <class T>
+bool Pad(FormatOutput<T>& output, std::size_t start, const FormatSpec& spec)
+{
+    const std::size_t length = output.Length() - start;
+    const auto width = static_cast<std::size_t>(spec.width);
+    if (length >= width)
+        return true;
+    if (!AppendFill(output, T(' '), width - length))
+        return false;
+    if (!spec.left)
+    {
+        T* field = output.Data() + start;
+        std::memmove(field + (width - length), field, length * sizeof(T));
+        std::fill_n(field, width - length, T(' '));
+    }
+    return true;
+}
+} // namespace tev

@@ -1,0 +1,196 @@
+#include "text/TextEncoding.h"
+
+#include "platform/CodePages.h"
+#include "text/CXTString.h"
+#include "text/CodePageText.h"
+#include "text/Utf.h"
+
+#include <algorithm>
+#include <atomic>
+#include <string>
+
+namespace
+{
+std::atomic<unsigned> g_ansiCodePage{tev::kCodePageUtf8};
+
+unsigned CodePageOf(xStringEncoding encoding)
+{
+    switch (encoding)
+    {
+    case xEncodingUtf16:
+        return tev::kCodePageUtf16;
+    case xEncodingUtf16BE:
+        return tev::kCodePageUtf16BE;
+    default:
+        return tev::NarrowCodePage(encoding);
+    }
+}
+
+/// The code page itself, where the number stands for the process's choice.
+unsigned NamedCodePage(unsigned codePage)
+{
+    return codePage == tev::kCodePageAnsi ? XGetAnsiCodePage() : codePage;
+}
+
+void DecodeUtf8(const char* bytes, size_t size, CXTString<wchar_t>& text)
+{
+    const tev::TextMeasure measure = tev::MeasureUtf8(bytes, size);
+    tev::Utf8ToWide(bytes, size, measure, text.GetBufferSetLength64(measure.m_length));
+}
+
+void EncodeUtf8(const wchar_t* text, size_t length, CXTString<char>& bytes)
+{
+    const tev::TextMeasure measure = tev::MeasureWide(text, length);
+    tev::WideToUtf8(text, length, measure, bytes.GetBufferSetLength64(measure.m_length));
+}
+
+void DecodeUtf16(const char* bytes, size_t size, CXTString<wchar_t>& text)
+{
+    const size_t length = tev::MeasureUtf16(bytes, size);
+    tev::Utf16ToWide(bytes, size, length, text.GetBufferSetLength64(length));
+}
+
+void EncodeUtf16(const wchar_t* text, size_t length, CXTString<char>& bytes)
+{
+    const size_t size = tev::MeasureWideInUtf16(text, length);
+    tev::WideToUtf16(text, length, size, bytes.GetBufferSetLength64(size));
+}
+
+template <class Form, class Reader>
+void Convert(const Reader& reader, CXTString<typename Form::Unit>& target)
+{
+    tev::Write<Form>(reader, target.GetBufferSetLength64(tev::Measure<Form>(reader)));
+}
+
+template <class Reader>
+void DecodeWith(const char* bytes, size_t size, CXTString<wchar_t>& text)
+{
+    Convert<tev::WideForm<>>(Reader(bytes, size), text);
+}
+
+template <class Form>
+void EncodeWith(const wchar_t* text, size_t length, CXTString<char>& bytes)
+{
+    Convert<Form>(tev::WideReader<>(text, length), bytes);
+}
+
+bool DecodeSystem(unsigned codePage, const char* bytes, size_t size, CXTString<wchar_t>& text)
+{
+    std::wstring converted;
+    if (!tev::platform::DecodeCodePage(codePage, bytes, size, converted))
+        return false;
+    text.Assign(converted.data(), converted.size());
+    return true;
+}
+
+/// The text with its surrogate pairs joined where a wide character is a whole code point, and '?' for lone surrogates.
+std::wstring WithoutSurrogates(const wchar_t* text, size_t length)
+{
+    std::wstring joined;
+    joined.reserve(length);
+    tev::WideReader<> reader(text, length);
+    while (!reader.AtEnd())
+    {
+        const char32_t c = reader.Next();
+        wchar_t units[2];
+        joined.append(units, tev::WideForm<>::Write(tev::IsSurrogate(c) ? tev::kSubstitute : c, units));
+    }
+    return joined;
+}
+
+bool EncodeSystem(unsigned codePage, const wchar_t* text, size_t length, CXTString<char>& bytes)
+{
+    std::wstring joined;
+    if (std::any_of(text, text + length, [](wchar_t c) { return tev::IsSurrogate(static_cast<char32_t>(c)); }))
+    {
+        joined = WithoutSurrogates(text, length);
+        text = joined.data();
+        length = joined.size();
+    }
+    std::string converted;
+    if (!tev::platform::EncodeCodePage(codePage, text, length, converted))
+        return false;
+    bytes.Assign(converted.data(), converted.size());
+    return true;
+}
+
+template <class T>
+bool Fail(CXTString<T>& target)
+{
+    target.Empty();
+    return false;
+}
+} // namespace
+
+unsigned XGetAnsiCodePage() noexcept
+{
+    return g_ansiCodePage.load(std::memory_order_relaxed);
+}
+
+void XSetAnsiCodePage(unsigned codePage) noexcept
+{
+    g_ansiCodePage.store(codePage, std::memory_order_relaxed);
+}
+
+bool tev::DecodeCodePage(const void* bytes, size_t byteCount, unsigned codePage, CXTString<wchar_t>& text)
+{
+    const char* const from = static_cast<const char*>(bytes);
+    if (from == nullptr)
+        return Fail(text);
+    switch (NamedCodePage(codePage))
+    {
+    case kCodePageUtf8:
+        DecodeUtf8(from, byteCount, text);
+        return true;
+    case kCodePageUtf16:
+        DecodeUtf16(from, byteCount, text);
+        return true;
+    case kCodePageUtf16BE:
+        DecodeWith<Utf16Reader<ByteOrder::big>>(from, byteCount, text);
+        return true;
+    case kCodePageUtf32:
+        DecodeWith<Utf32Reader<ByteOrder::little>>(from, byteCount, text);
+        return true;
+    case kCodePageUtf32BE:
+        DecodeWith<Utf32Reader<ByteOrder::big>>(from, byteCount, text);
+        return true;
+    default:
+        return DecodeSystem(NamedCodePage(codePage), from, byteCount, text) || Fail(text);
+    }
+}
+
+bool tev::EncodeCodePage(const wchar_t* text, size_t length, unsigned codePage, CXTString<char>& bytes)
+{
+    if (text == nullptr)
+        return Fail(bytes);
+    switch (NamedCodePage(codePage))
+    {
+    case kCodePageUtf8:
+        EncodeUtf8(text, length, bytes);
+        return true;
+    case kCodePageUtf16:
+        EncodeUtf16(text, length, bytes);
+        return true;
+    case kCodePageUtf16BE:
+        EncodeWith<Utf16Form<ByteOrder::big>>(text, length, bytes);
+        return true;
+    case kCodePageUtf32:
+        EncodeWith<Utf32Form<ByteOrder::little>>(text, length, bytes);
+        return true;
+    case kCodePageUtf32BE:
+        EncodeWith<Utf32Form<ByteOrder::big>>(text, length, bytes);
+        return true;
+    default:
+        return EncodeSystem(NamedCodePage(codePage), text, length, bytes) || Fail(bytes);
+    }
+}
+
+bool XDecodeText(const void* bytes, size_t byteCount, xStringEncoding encoding, CXTString<wchar_t>& text)
+{
+    return tev::DecodeCodePage(bytes, byteCount, CodePageOf(encoding), text);
+}
+
+bool XEncodeText(const wchar_t* text, size_t length, xStringEncoding encoding, CXTString<char>& bytes)
+{
+    return tev::EncodeCodePage(text, length, CodePageOf(encoding), bytes);
+}

@@ -1,0 +1,286 @@
+#include "text/TextSearch.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cwctype>
+
+#if defined(__x86_64__)
+#include <immintrin.h>
+#endif
+
+namespace
+{
+using tev::FindCharacter;
+using tev::kNotFound;
+
+int Sign(int value) noexcept
+{
+    return (value > 0) - (value < 0);
+}
+
+template <class T>
+bool SameRun(const T* left, const T* right, size_t count) noexcept
+{
+    return std::memcmp(left, right, count * sizeof(T)) == 0;
+}
+
+// Looks at each place where the first character stands.
+template <class T>
+size_t FindByFirst(const T* text, size_t places, const T* pattern, size_t count) noexcept
+{
+    for (size_t at = 0; at < places; ++at)
+    {
+        const size_t step = FindCharacter(text + at, places - at, pattern[0]);
+        if (step == kNotFound)
+            return kNotFound;
+        at += step;
+        if (SameRun(text + at, pattern, count))
+            return at;
+    }
+    return kNotFound;
+}
+
+#if defined(__x86_64__)
+// Two characters of the pattern, its first and its last, are looked for in 32 bytes of text at a time. Where both stand at
+// their distance the rest is compared. In ordinary text a single letter stands everywhere, two at a distance seldom, so
+// this hardly ever stops, while a search for the first letter alone stops every few characters.
+template <class T>
+__attribute__((target("avx2"))) inline __m256i Spread(T character) noexcept
+{
+    if constexpr (sizeof(T) == 1)
+        return _mm256_set1_epi8(static_cast<char>(character));
+    else if constexpr (sizeof(T) == 2)
+        return _mm256_set1_epi16(static_cast<short>(character));
+    else
+        return _mm256_set1_epi32(static_cast<int>(character));
+}
+
+template <class T>
+__attribute__((target("avx2"))) inline __m256i SameCharacters(__m256i a, __m256i b) noexcept
+{
+    if constexpr (sizeof(T) == 1)
+        return _mm256_cmpeq_epi8(a, b);
+    else if constexpr (sizeof(T) == 2)
+        return _mm256_cmpeq_epi16(a, b);
+    else
+        return _mm256_cmpeq_epi32(a, b);
+}
+
+template <class T>
+__attribute__((target("avx2"))) inline __m256i LoadCharacters(const T* text) noexcept
+{
+    return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(text));
+}
+
+template <class T>
+__attribute__((target("avx2"))) size_t FindByBothEnds(const T* text, size_t places, const T* pattern,
+                                                      size_t count) noexcept
+{
+    constexpr size_t kStep = 32 / sizeof(T);
+    const __m256i first = Spread(pattern[0]);
+    const __m256i last = Spread(pattern[count - 1]);
+    const T* lasts = text + count - 1;
+    const auto candidates = [&](size_t at) __attribute__((target("avx2")))
+    {
+        return _mm256_and_si256(SameCharacters<T>(first, LoadCharacters(text + at)),
+                                SameCharacters<T>(last, LoadCharacters(lasts + at)));
+    };
+    size_t at = 0;
+    while (at + 2 * kStep <= places)
+    {
+        const __m256i low = candidates(at);
+        const __m256i high = candidates(at + kStep);
+        if (_mm256_testz_si256(_mm256_or_si256(low, high), _mm256_or_si256(low, high)) == 0)
+        {
+            auto mask = static_cast<unsigned>(_mm256_movemask_epi8(low)) |
+                        static_cast<unsigned long long>(static_cast<unsigned>(_mm256_movemask_epi8(high))) << 32;
+            while (mask != 0)
+            {
+                const size_t place = at + static_cast<size_t>(__builtin_ctzll(mask)) / sizeof(T);
+                if (SameRun(text + place, pattern, count))
+                    return place;
+                // Every character sets as many bits as it has bytes.
+                for (size_t i = 0; i < sizeof(T); ++i)
+                    mask &= mask - 1;
+            }
+        }
+        at += 2 * kStep;
+    }
+    const size_t rest = FindByFirst(text + at, places - at, pattern, count);
+    return rest == kNotFound ? kNotFound : at + rest;
+}
+
+const bool g_hasAvx2 = __builtin_cpu_supports("avx2");
+#endif
+
+template <class T>
+size_t FindRun(const T* text, size_t places, const T* pattern, size_t count) noexcept
+{
+#if defined(__x86_64__)
+    if (g_hasAvx2)
+        return FindByBothEnds(text, places, pattern, count);
+#endif
+    return FindByFirst(text, places, pattern, count);
+}
+
+// Lower-casing with the whole locale behind it costs a call a character. ASCII letters map to themselves in every locale
+// but those where the dotless i exists, so one question settles them for the length of a search.
+template <class T>
+class CaseFolder
+{
+public:
+    T operator()(T character) const noexcept
+    {
+        const unsigned value = static_cast<std::make_unsigned_t<T>>(character);
+        if (m_asciiIsPlain && value < 0x80)
+            return static_cast<T>(value - 'A' < 26u ? value + ('a' - 'A') : value);
+        return tev::LowerCase(character);
+    }
+
+private:
+    const bool m_asciiIsPlain = tev::LowerCase(T('I')) == T('i');
+};
+
+// How many leading characters are alike: long runs by blocks, until one differs.
+template <class T>
+size_t CommonLength(const T* left, const T* right, size_t count) noexcept
+{
+    constexpr size_t kBlock = 64;
+    size_t at = 0;
+    while (count - at >= kBlock && SameRun(left + at, right + at, kBlock))
+        at += kBlock;
+    while (at < count && left[at] == right[at])
+        ++at;
+    return at;
+}
+} // namespace
+
+template <class T>
+size_t tev::FindText(const T* text, size_t length, size_t start, const T* pattern, size_t count) noexcept
+{
+    if (count == 0 || start >= length || count > length - start)
+        return kNotFound;
+    const size_t places = length - start - count + 1;
+    const size_t found =
+        count == 1 ? FindCharacter(text + start, places, *pattern) : FindRun(text + start, places, pattern, count);
+    return found == kNotFound ? kNotFound : start + found;
+}
+
+template <class T>
+size_t tev::FindTextNoCase(const T* text, size_t length, size_t start, const T* pattern, size_t count)
+{
+    if (count == 0 || start >= length || count > length - start)
+        return kNotFound;
+    const CaseFolder<T> fold;
+    const auto same = [&](T a, T b) { return a == b || fold(a) == fold(b); };
+    const T first = fold(pattern[0]);
+    const size_t end = length - count + 1;
+    for (size_t at = start; at < end; ++at)
+    {
+        if (fold(text[at]) == first && std::equal(pattern + 1, pattern + count, text + at + 1, same))
+            return at;
+    }
+    return kNotFound;
+}
+
+template <class T>
+size_t tev::FindTextBackwards(const T* text, size_t length, size_t start, const T* pattern, size_t count) noexcept
+{
+    if (count == 0 || count > length)
+        return kNotFound;
+    for (size_t at = std::min(start, length - count) + 1; at-- > 0;)
+    {
+        if (text[at] == *pattern && SameRun(text + at, pattern, count))
+            return at;
+    }
+    return kNotFound;
+}
+
+template <class T>
+int tev::CompareText(const T* left, size_t leftLength, const T* right, size_t rightLength) noexcept
+{
+    const size_t shorter = std::min(leftLength, rightLength);
+    if constexpr (sizeof(T) == 1)
+    {
+        if (const int order = shorter == 0 ? 0 : std::memcmp(left, right, shorter))
+            return Sign(order);
+    }
+    else
+    {
+        using Unsigned = std::make_unsigned_t<T>;
+        const size_t common = CommonLength(left, right, shorter);
+        if (common < shorter)
+            return static_cast<Unsigned>(left[common]) < static_cast<Unsigned>(right[common]) ? -1 : 1;
+    }
+    return leftLength == rightLength ? 0 : leftLength < rightLength ? -1 : 1;
+}
+
+template <class T>
+int tev::CompareTextNoCase(const T* left, const T* right) noexcept
+{
+    using Unsigned = std::make_unsigned_t<T>;
+    const CaseFolder<T> fold;
+    for (;; ++left, ++right)
+    {
+        if (*left != *right)
+        {
+            const auto a = static_cast<Unsigned>(fold(*left));
+            const auto b = static_cast<Unsigned>(fold(*right));
+            if (a != b)
+                return a < b ? -1 : 1;
+        }
+        if (*left == T())
+            return 0;
+    }
+}
+
+template <>
+int tev::CollateText(const char* left, const char* right) noexcept
+{
+    return Sign(std::strcoll(left, right));
+}
+
+template <>
+int tev::CollateText(const wchar_t* left, const wchar_t* right) noexcept
+{
+    return Sign(std::wcscoll(left, right));
+}
+
+char tev::LowerCase(char character) noexcept
+{
+    return static_cast<char>(std::tolower(static_cast<unsigned char>(character)));
+}
+
+wchar_t tev::LowerCase(wchar_t character) noexcept
+{
+    return static_cast<wchar_t>(std::towlower(static_cast<wint_t>(character)));
+}
+
+char tev::UpperCase(char character) noexcept
+{
+    return static_cast<char>(std::toupper(static_cast<unsigned char>(character)));
+}
+
+wchar_t tev::UpperCase(wchar_t character) noexcept
+{
+    return static_cast<wchar_t>(std::towupper(static_cast<wint_t>(character)));
+}
+
+bool tev::IsSpace(char character) noexcept
+{
+    return std::isspace(static_cast<unsigned char>(character)) != 0;
+}
+
+bool tev::IsSpace(wchar_t character) noexcept
+{
+    return std::iswspace(static_cast<wint_t>(character)) != 0;
+}
+
+#define TEV_INSTANTIATE(T)                                                                                             \
+    template size_t tev::FindText(const T*, size_t, size_t, const T*, size_t) noexcept;                                \
+    template size_t tev::FindTextNoCase(const T*, size_t, size_t, const T*, size_t);                                   \
+    template size_t tev::FindTextBackwards(const T*, size_t, size_t, const T*, size_t) noexcept;                       \
+    template int tev::CompareText(const T*, size_t, const T*, size_t) noexcept;                                        \
+    template int tev::CompareTextNoCase(const T*, const T*) noexcept;
+TEV_INSTANTIATE(char)
+TEV_INSTANTIATE(wchar_t)

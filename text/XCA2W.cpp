@@ -1,0 +1,28 @@
+#include "text/XCA2W.h"
+
+#include "text/CodePageText.h"
+
+#include <cstring>
+#include <cwchar>
+
+XCA2W::XCA2W(const char* text, xStringEncoding encoding)
+{
+    m_valid = text != nullptr && tev::DecodeCodePage(text, std::strlen(text), tev::NarrowCodePage(encoding), m_text);
+}
+
+XCW2A::XCW2A(const wchar_t* text, xStringEncoding encoding)
+{
+    m_valid = text != nullptr && tev::EncodeCodePage(text, std::wcslen(text), tev::NarrowCodePage(encoding), m_text);
+}
+
+XCA2A::XCA2A(const char* text, xStringEncoding)
+{
+    m_text = text;
+    m_valid = text != nullptr;
+}
+
+XCW2W::XCW2W(const wchar_t* text, xStringEncoding)
+{
+    m_text = text;
+    m_valid = text != nullptr;
+}

@@ -1,0 +1,212 @@
+#include "threads/CCustomThread.h"
+
+#include "base/NeverDestroyed.h"
+#include "maps/CHashTable.h"
+#include "objects/CXCriticalSection.h"
+#include "objects/CXException.h"
+#include "platform/ComponentRuntime.h"
+#include "platform/Threads.h"
+#include "threads/ThreadRelations.h"
+
+#include <algorithm>
+#include <chrono>
+
+X_IMPLEMENT_CLASS(CCustomThread, CXThread, xSchemaNotSerializable)
+X_IMPLEMENT_CLASS(CWinCustomThread, CCustomThread, xSchemaNotSerializable)
+
+namespace
+{
+namespace platform = tev::platform;
+using Clock = std::chrono::steady_clock;
+
+constexpr unsigned kPollMs = 10;
+constexpr unsigned kPauseBetweenKillsMs = 100;
+constexpr unsigned kKilledExitCode = 1;
+
+std::atomic<bool> g_stopThreads{false};
+
+/// Every CCustomThread that there is. Taken before the lock of the thread relations, never after it.
+struct Workers
+{
+    static Workers& Get()
+    {
+        static tev::NeverDestroyed<Workers> workers;
+        return workers.Get();
+    }
+
+    tev::LibraryLock lock;
+    CHashTable<CCustomThread*> set X_GUARDED_BY(lock);
+};
+
+void Register(CCustomThread* thread)
+{
+    Workers& workers = Workers::Get();
+    const tev::LockGuard guard(workers.lock);
+    if (workers.set.Insert(thread) == 0)
+        CXMemoryException::Throw();
+}
+
+/// False when the time is over first.
+bool WaitUntilNoneIsLeft(const Clock::time_point* end)
+{
+    while (CCustomThread::GetRunningThreadCount() != 0)
+    {
+        unsigned pauseMs = kPollMs;
+        if (end != nullptr)
+        {
+            const auto left = std::chrono::ceil<std::chrono::milliseconds>(*end - Clock::now()).count();
+            if (left <= 0)
+                return false;
+            pauseMs = static_cast<unsigned>(std::min<long long>(left, kPollMs));
+        }
+        platform::SleepThisThread(pauseMs);
+    }
+    return true;
+}
+
+bool KillChildren(unsigned __int64 parent)
+{
+    bool killed = false;
+    CXArray<unsigned __int64> children;
+    GetChildThreads(parent, children);
+    for (int i = 0; i < children.GetSize(); ++i)
+    {
+        const unsigned __int64 child = children[i];
+        if (platform::StartedThread* const thread = platform::OpenThread(child))
+        {
+            killed = platform::KillThread(thread, kKilledExitCode) || killed;
+            platform::ReleaseThread(thread);
+        }
+        DetachThread(child);
+    }
+    return killed;
+}
+} // namespace
+
+CCustomThread::CCustomThread() : CXThread(true)
+{
+    Register(this);
+}
+
+CCustomThread::CCustomThread(bool (*function)(void*), void* data) : CXThread(function, data)
+{
+    Register(this);
+}
+
+CCustomThread::~CCustomThread()
+{
+    Workers& workers = Workers::Get();
+    const tev::LockGuard guard(workers.lock);
+    workers.set.Remove(this);
+}
+
+bool CCustomThread::ThreadsMustTerminate() noexcept
+{
+    return g_stopThreads.load();
+}
+
+unsigned int CCustomThread::GetRunningThreadCount()
+{
+    Workers& workers = Workers::Get();
+    const tev::LockGuard guard(workers.lock);
+    return workers.set.GetCount();
+}
+
+void CCustomThread::AskForThreadsEnd(bool resume)
+{
+    g_stopThreads.store(true);
+    Workers& workers = Workers::Get();
+    const tev::LockGuard guard(workers.lock);
+    unsigned position = workers.set.GetFirst();
+    CCustomThread* thread = nullptr;
+    while (workers.set.GetNext(position, thread))
+    {
+        if (const unsigned __int64 id = thread->GetThreadID())
+            SetCancelThread(true, id);
+        thread->StopThread();
+        if (resume)
+            thread->ResumeThread();
+    }
+}
+
+void CCustomThread::WaitEndOfThreads(bool keepStopFlag)
+{
+    if (g_stopThreads.exchange(true))
+        return;
+    AskForThreadsEnd(true);
+    WaitUntilNoneIsLeft(nullptr);
+    if (!keepStopFlag)
+        g_stopThreads.store(false);
+}
+
+bool CCustomThread::EndThreads(unsigned int timeoutMs)
+{
+    const Clock::time_point end = Clock::now() + std::chrono::milliseconds(timeoutMs);
+    AskForThreadsEnd(true);
+    if (!WaitUntilNoneIsLeft(&end))
+        return false;
+    g_stopThreads.store(false);
+    return true;
+}
+
+// The lock is held throughout, pauses included, so that no worker comes or goes meanwhile. The objects' flags are read
+// without their locks, which a victim may hold.
+bool CCustomThread::HardThreadsTermination(bool onlyKillable)
+{
+    Workers& workers = Workers::Get();
+    const tev::LockGuard guard(workers.lock);
+    bool killed = false;
+    bool first = true;
+    unsigned position = workers.set.GetFirst();
+    CCustomThread* thread = nullptr;
+    while (workers.set.GetNext(position, thread))
+    {
+        const unsigned __int64 id = thread->GetThreadID();
+        if (id != 0 && id == CXThread::GetCurrentThreadID())
+            continue;
+        if (!first)
+            platform::SleepThisThread(kPauseBetweenKillsMs);
+        first = false;
+        if (onlyKillable && (thread->m_flags.load() & ThreadHardKillable) == 0)
+        {
+            unsigned exitCode;
+            if (thread->IsValidThread() && !thread->GetExitCode(exitCode))
+                thread->m_state.fetch_and(~kSuspended);
+            continue;
+        }
+        workers.set.Remove(thread);
+        killed = thread->Kill() || killed;
+        if (id != 0)
+            killed = KillChildren(id) || killed;
+    }
+    return killed;
+}
+
+void CCustomThread::SetThreadName(unsigned __int64, const char*) {}
+
+void CCustomThread::SetCurrentThreadName(const char*) {}
+
+void CCustomThread::SetThreadName(const char*) {}
+
+unsigned __int64 CCustomThread::GetCurrentThreadID()
+{
+    return CXThread::GetCurrentThreadID();
+}
+
+CWinCustomThread::~CWinCustomThread() = default;
+
+bool CWinCustomThread::InitOle(bool enable) const
+{
+    if (enable == m_oleInitialized)
+        return true;
+    if (enable)
+        m_oleInitialized = tev::platform::BeginComponents();
+    else
+    {
+        tev::platform::EndComponents();
+        m_oleInitialized = false;
+    }
+    return m_oleInitialized == enable;
+}
+
+void CWinCustomThread::ExitInstance() {}

@@ -1,0 +1,147 @@
+#include "threads/ThreadRelations.h"
+
+#include "base/NeverDestroyed.h"
+#include "maps/CHashMap.h"
+#include "maps/CHashTable.h"
+#include "objects/CXCriticalSection.h"
+#include "platform/Threads.h"
+
+namespace
+{
+using Id = unsigned __int64;
+
+/// Threads that bear one kind of mark.
+class MarkedThreads
+{
+public:
+    void Mark(bool marked, Id id)
+    {
+        if (!marked)
+        {
+            m_ids.Remove(id);
+            return;
+        }
+        m_ids.Insert(id);
+        m_everUsed.store(true, std::memory_order_release);
+    }
+
+    bool Has(Id id) const { return m_ids.Find(id) != nullptr; }
+    /// May be asked without the lock.
+    bool WasEverUsed() const noexcept { return m_everUsed.load(std::memory_order_acquire); }
+
+private:
+    std::atomic<bool> m_everUsed{false};
+    CHashTable<Id> m_ids;
+};
+
+class Relations
+{
+public:
+    void Attach(Id child, Id parent)
+    {
+        const tev::LockGuard guard(m_lock);
+        m_parents.Insert(child, parent);
+    }
+
+    void Detach(Id child)
+    {
+        const tev::LockGuard guard(m_lock);
+        m_parents.Remove(child);
+    }
+
+    void AddChildren(Id parent, CXArray<Id>& children) const
+    {
+        const tev::LockGuard guard(m_lock);
+        unsigned position = m_parents.GetFirst();
+        Id child = 0;
+        Id itsParent = 0;
+        while (m_parents.GetNext(position, child, itsParent))
+        {
+            if (itsParent == parent)
+                children.Add(child);
+        }
+    }
+
+    void Mark(MarkedThreads Relations::*marks, bool marked, Id id)
+    {
+        MarkedThreads& threads = this->*marks;
+        if (!marked && !threads.WasEverUsed())
+            return;
+        const tev::LockGuard guard(m_lock);
+        threads.Mark(marked, Named(id));
+    }
+
+    bool IsMarked(const MarkedThreads Relations::*marks, Id id) const
+    {
+        const MarkedThreads& threads = this->*marks;
+        if (!threads.WasEverUsed())
+            return false;
+        const tev::LockGuard guard(m_lock);
+        Id current = Named(id);
+        // Threads may be attached in a circle; no line of ancestors is longer than there are parents.
+        for (unsigned generations = m_parents.GetCount() + 1; generations > 0; --generations)
+        {
+            if (threads.Has(current))
+                return true;
+            const Id* const parent = m_parents.Find(current);
+            if (parent == nullptr)
+                return false;
+            current = *parent;
+        }
+        return false;
+    }
+
+    static Relations& Get()
+    {
+        static tev::NeverDestroyed<Relations> relations;
+        return relations.Get();
+    }
+
+    MarkedThreads m_cancelled;
+    MarkedThreads m_silent;
+
+private:
+    static Id Named(Id id) noexcept { return id == 0 ? tev::platform::CurrentThreadId() : id; }
+
+    mutable tev::LibraryLock m_lock;
+    CHashMap<Id, Id, Id> m_parents X_GUARDED_BY(m_lock);
+};
+} // namespace
+
+void AttachThread(unsigned __int64 child, unsigned __int64 parent)
+{
+    if (child != parent)
+        Relations::Get().Attach(child, parent);
+}
+
+void DetachThread(unsigned __int64 child)
+{
+    Relations::Get().Detach(child);
+}
+
+unsigned int GetChildThreads(unsigned __int64 parent, CXArray<unsigned __int64>& children)
+{
+    children.RemoveAll();
+    Relations::Get().AddChildren(parent, children);
+    return static_cast<unsigned>(children.GetSize());
+}
+
+void SetCancelThread(bool cancel, unsigned __int64 id)
+{
+    Relations::Get().Mark(&Relations::m_cancelled, cancel, id);
+}
+
+bool ShouldCancelThread(unsigned __int64 id)
+{
+    return Relations::Get().IsMarked(&Relations::m_cancelled, id);
+}
+
+void SetSilentThread(bool silent, unsigned __int64 id)
+{
+    Relations::Get().Mark(&Relations::m_silent, silent, id);
+}
+
+bool IsSilentThread(unsigned __int64 id)
+{
+    return Relations::Get().IsMarked(&Relations::m_silent, id);
+}

@@ -1,0 +1,86 @@
+#pragma once
+
+#include "text/CXTString.h"
+#include "values/CXDuration.h"
+
+#include <ctime>
+#include <type_traits>
+
+class CXArchive;
+
+/// A moment: seconds since 1970-01-01 00:00:00 UTC, of any sign. Local time is that of the environment's time zone when it
+/// is asked for, so a change of zone takes effect at once. Arithmetic wraps around at 64 bits.
+/// One thread at a time; the conversions of several objects may run at once.
+class TEVTOOLS_API CXTime
+{
+public:
+    CXTime() = default;
+    template <class Integer, std::enable_if_t<std::is_integral_v<Integer>, int> = 0>
+    CXTime(Integer seconds) noexcept : m_time(static_cast<__int64>(seconds))
+    {
+    }
+    /// From local time, as below; null gives 0.
+    CXTime(const struct tm* local);
+    /// From local time; months count from 1. With a negative flag, a time that occurs twice because the clock was set back
+    /// is the first of the two, and one that was skipped because it was set forward lies as much later.
+    /// What cannot be converted, and the second before 1970 (as UTC), is an invalid argument.
+    CXTime(int year, int month, int day, int hour, int minute, int second, int daylightSaving);
+    CXTime(const CXTime&) = default;
+    CXTime& operator=(const CXTime&) = default;
+    virtual ~CXTime() = default;
+
+    /// The present time. It is in seconds, whatever the name says.
+    static CXTime GetTickCount() noexcept;
+
+    __int64 GetTime() const noexcept { return m_time; }
+    CXTime& operator=(__int64 seconds) noexcept
+    {
+        m_time = seconds;
+        return *this;
+    }
+
+    CXDuration operator-(const CXTime& other) const noexcept { return Span() - other.Span(); }
+    CXTime operator+(const CXDuration& span) const noexcept { return (Span() + span).GetDuration(); }
+    CXTime operator-(const CXDuration& span) const noexcept { return (Span() - span).GetDuration(); }
+
+    bool operator==(const CXTime& other) const noexcept { return m_time == other.m_time; }
+    bool operator!=(const CXTime& other) const noexcept { return m_time != other.m_time; }
+    bool operator<(const CXTime& other) const noexcept { return m_time < other.m_time; }
+    bool operator>(const CXTime& other) const noexcept { return m_time > other.m_time; }
+    bool operator<=(const CXTime& other) const noexcept { return m_time <= other.m_time; }
+    bool operator>=(const CXTime& other) const noexcept { return m_time >= other.m_time; }
+
+    /// False, with the structure unspecified, when the year does not fit. A null pointer is an invalid argument.
+    bool GetUTCTm(struct tm* utc) const;
+    bool GetLocalTm(struct tm* local) const;
+
+    // Parts of the local time. When it cannot be had, hour, minute and second are -1 and the others 0.
+
+    int GetYear() const noexcept;
+    /// 0 for January to 11 for December, although the constructor counts from 1; callers rely on it.
+    int GetMonth() const noexcept;
+    int GetDay() const noexcept;
+    int GetHour() const noexcept;
+    int GetMinute() const noexcept;
+    int GetSecond() const noexcept;
+    /// 1 for Sunday to 7 for Saturday.
+    int GetDayOfWeek() const noexcept;
+    /// Whole days since 1970-01-01 UTC, toward zero.
+    __int64 GetElapsedDays() const noexcept { return m_time / 86400; }
+
+    /// The local time in the manner of wcsftime, names in the C library's current locale. Empty for a null format and for
+    /// a result of more than 255 characters; the format itself for a time that cannot be converted.
+    CXTString<wchar_t> Format(const wchar_t* format) const;
+    /// As Format, in UTC.
+    CXTString<wchar_t> FormatGmt(const wchar_t* format) const;
+
+    /// Reads or writes the seconds as a signed number of 64 bits.
+    virtual void Serialize(CXArchive& archive);
+
+private:
+    CXDuration Span() const noexcept { return m_time; }
+    template <class Part>
+    int LocalPart(Part part, int failure) const noexcept;
+
+    __int64 m_time = 0;
+};

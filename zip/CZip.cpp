@@ -1,0 +1,251 @@
+#include "zip/CZip.h"
+
+#include "objects/CXFileException.h"
+#include "services/CPathString.h"
+#include "services/FileTypeRegistry.h"
+#include "services/Paths.h"
+#include "text/TextEncoding.h"
+#include "text/TextView.h"
+#include "zip/ZipArchive.h"
+
+#include <new>
+#include <string>
+
+namespace
+{
+using tev::ViewOf;
+using tev::ZipArchive;
+using tev::ZipOutcome;
+
+constexpr unsigned kNotEnoughMemory = 8;
+
+constexpr ZipOutcome Refused(XZipFailure failure)
+{
+    return {failure, 0};
+}
+
+/// A lack of memory is a failure like others. What a callback throws passes.
+template <class Work>
+ZipOutcome OrNoMemory(Work&& work)
+{
+    try
+    {
+        return work();
+    }
+    catch (CXMemoryException* exception) // where crashes are reported
+    {
+        exception->Delete();
+    }
+    catch (const std::bad_alloc&)
+    {
+    }
+    return {XZipFailure::kSystem, kNotEnoughMemory};
+}
+
+std::string Utf8Of(const CXTString<wchar_t>& text)
+{
+    CXTString<char> bytes;
+    static_cast<void>(XEncodeText(text.GetConstBuffer(), text.GetLength64(), xEncodingUtf8, bytes));
+    return std::string(ViewOf(bytes));
+}
+
+bool HasZipExtension(const CXTString<wchar_t>& name)
+{
+    return fileGetClass(name) == XFourCharacterCode("ZIP ");
+}
+
+/// The exception that stands for every failure: it has neither a file's name nor a message.
+[[noreturn]] void ThrowFailure()
+{
+    CXFileException::Throw(fileGeneric, {});
+}
+
+bool IsSkip(XZipFailure failure)
+{
+    return failure == XZipFailure::kSkipped || failure == XZipFailure::kCancelled ||
+           failure == XZipFailure::kUnsafeName || failure == XZipFailure::kSpecialFile;
+}
+
+ZipExtractResult ResultOf(XZipFailure failure)
+{
+    if (failure == XZipFailure::kNone)
+        return zipExtracted;
+    return IsSkip(failure) ? zipSkipped : zipFailed;
+}
+} // namespace
+
+CZip::CZip() = default;
+
+CZip::~CZip()
+{
+    try
+    {
+        Close(false);
+    }
+    catch (...) // of the callback, which there is nobody to tell about
+    {
+    }
+}
+
+bool CZip::Note(const ZipOutcome& outcome) const noexcept
+{
+    m_failure = outcome.m_failure;
+    m_systemError = outcome.m_systemError;
+    return m_failure == XZipFailure::kNone;
+}
+
+template <class Work>
+bool CZip::Attempt(Work&& work) const
+{
+    if (m_archive == nullptr)
+        return Note(Refused(XZipFailure::kInvalidArgument));
+    return Note(OrNoMemory([&] { return work(*m_archive); }));
+}
+
+bool CZip::Open(const wchar_t* path, ZipOpenMode mode, bool throwOnError, CZipExtractCallback* callback)
+{
+    const auto open = [&] {
+        const bool canOpen = IsClosed() && path != nullptr && *path != L'\0';
+        return canOpen ? ZipArchive::Open(path, mode, callback, m_archive) : Refused(XZipFailure::kInvalidArgument);
+    };
+    if (Note(OrNoMemory(open)))
+        m_archivePath = path;
+    else if (throwOnError)
+        ThrowFailure();
+    return m_failure == XZipFailure::kNone;
+}
+
+void CZip::Close(bool throwOnError)
+{
+    if (IsClosed())
+        return;
+    // Closed whatever happens, also when the callback throws.
+    const std::unique_ptr<ZipArchive> archive = std::move(m_archive);
+    Discard();
+    if (!Note(OrNoMemory([&] { return archive->Save(); })) && throwOnError)
+        ThrowFailure();
+}
+
+void CZip::Discard() noexcept
+{
+    m_archive.reset();
+    m_archivePath.Empty();
+    m_password.Empty();
+}
+
+bool CZip::IsReadOnly() const noexcept
+{
+    return m_archive != nullptr && m_archive->IsReadOnly();
+}
+
+void CZip::SetPassword(const wchar_t* password, XZipEncryption encryption)
+{
+    m_password = password;
+    m_encryption = encryption;
+}
+
+int CZip::GetCount(bool filesOnly) const
+{
+    if (IsClosed())
+        return 0;
+    return static_cast<int>(filesOnly ? m_archive->CountFiles() : m_archive->Count());
+}
+
+bool CZip::GetFileInfo(CZipFileInfo& info, unsigned int index) const
+{
+    return Attempt([&](const ZipArchive& archive) { return archive.Describe(index, info); });
+}
+
+unsigned int CZip::FindFile(const wchar_t* name, bool caseSensitive, bool nameOnly)
+{
+    unsigned int found = xZipNoEntry;
+    Attempt([&](ZipArchive& archive) {
+        if (name != nullptr)
+            found = archive.Find(name, {caseSensitive, nameOnly});
+        return found != xZipNoEntry ? ZipOutcome() : Refused(XZipFailure::kNotFound);
+    });
+    return found;
+}
+
+int CZip::FindMatchingFiles(CXArray<unsigned int, unsigned int>& indexes, const wchar_t* pattern, bool caseSensitive,
+                            bool nameOnly) const
+{
+    indexes.RemoveAll();
+    Attempt([&](const ZipArchive& archive) {
+        if (pattern == nullptr)
+            return Refused(XZipFailure::kInvalidArgument);
+        const std::vector<unsigned> found = archive.FindMatching(pattern, {caseSensitive, nameOnly});
+        indexes.Copy(found.data(), static_cast<unsigned>(found.size()));
+        return ZipOutcome();
+    });
+    return indexes.GetSize();
+}
+
+ZipExtractResult CZip::ExtractFile(unsigned int index, const wchar_t* destPath, bool withFolders,
+                                   const wchar_t* newName, bool throwOnError)
+{
+    const bool isExtracted = Attempt([&](ZipArchive& archive) {
+        return archive.Extract(index, {destPath, withFolders, newName}, Utf8Of(m_password), m_limits);
+    });
+    const ZipExtractResult result = ResultOf(m_failure);
+    if (!isExtracted && result == zipFailed && throwOnError)
+        ThrowFailure();
+    return result;
+}
+
+ZipExtractResult CZip::TestFile(unsigned int index)
+{
+    Attempt([&](ZipArchive& archive) { return archive.Test(index, Utf8Of(m_password)); });
+    return ResultOf(m_failure);
+}
+
+bool CZip::AddNewFile(const wchar_t* path, bool fullPath, ZipCompressionLevel level)
+{
+    CPathString name(path);
+    name.TrimRight(L"/\\"); // behind a folder's name
+    return AddNewFile(path, fullPath ? name.GetConstBuffer() : name.GetFileName().GetConstBuffer(), level);
+}
+
+bool CZip::AddNewFile(const wchar_t* path, const wchar_t* nameInArchive, ZipCompressionLevel level)
+{
+    return Attempt([&](ZipArchive& archive) {
+        return archive.Add(path, nameInArchive, level, {Utf8Of(m_password), m_encryption});
+    });
+}
+
+bool CZip::DeleteFiles(const CXArray<CXTString<wchar_t>, const CXTString<wchar_t>&>& names)
+{
+    return Attempt([&](ZipArchive& archive) { return archive.Delete(names); });
+}
+
+bool CZip::RenameFiles(CXArray<CXTString<wchar_t>, const CXTString<wchar_t>&>& oldNames,
+                       const CXArray<CXTString<wchar_t>, const CXTString<wchar_t>&>& newNames)
+{
+    return Attempt([&](ZipArchive& archive) { return archive.Rename(oldNames, newNames); });
+}
+
+bool CZip::ExtractDirInfo(CXTString<wchar_t>& path, CXTString<wchar_t>& innerPath, int n)
+{
+    constexpr const wchar_t* kSeparators = L"/\\";
+    bool isInside = false;
+    for (int end = path.FindOneOf(kSeparators, 1);; end = path.FindOneOf(kSeparators, end + 1))
+    {
+        const CXTString<wchar_t> head = end < 0 ? path : path.Left(end);
+        // Separators may come several at a time: what ends with one names nothing of its own.
+        if (HasZipExtension(head) && (isInside || fileIsFile(head)))
+        {
+            isInside = true;
+            if (n-- == 0)
+            {
+                CXTString<wchar_t> inner = path.Mid(head.GetLength());
+                inner.Replace(L'/', L'\\');
+                inner.Trim(L'\\');
+                innerPath = inner.IsEmpty() ? inner : inner + L'\\';
+                path = head;
+                return true;
+            }
+        }
+        if (end < 0)
+            return false;
+    }
+}

@@ -1,0 +1,76 @@
+#pragma once
+
+#include "platform/ContainedFolder.h"
+#include "zip/CXExtraction.h"
+#include "zip/ExtractedFiles.h"
+#include "zip/engine/PlainZipReader.h"
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace tev
+{
+/// Called on the thread that started the work; answers false when it is to end.
+using ExtractionProgress = std::function<bool(std::uint64_t processed, std::uint64_t total)>;
+
+/// The extraction of all entries of one archive beneath a folder. Files are unpacked on as many threads as parallel loops
+/// have; which ones come out, and their order, does not depend on that. Use once, on one thread.
+class ZipExtraction
+{
+public:
+    enum class Ending
+    {
+        kDone, ///< every entry had its turn
+        kCancelled,
+        kFailed ///< the disk is full or fails, or memory is lacking
+    };
+    struct SkippedEntry
+    {
+        std::uint64_t m_index;
+        std::string m_name; ///< as the archive has it
+        CXSkipReason m_reason;
+    };
+
+    ZipExtraction(platform::PlainZipReader& reader, platform::ContainedFolder& folder, const CXExtractionLimits& limits,
+                  const ExtractionProgress& progress);
+
+    Ending Run();
+
+    // In the order of the archive, also after an ending before its time.
+    std::vector<ExtractedFiles::File>& Written() noexcept { return m_written; }
+    const std::vector<SkippedEntry>& Skipped() const noexcept { return m_skipped; }
+
+private:
+    enum class State : std::uint8_t
+    {
+        kWaiting,
+        kWritten,
+        kSkipped
+    };
+    struct File
+    {
+        std::uint64_t m_index = 0;
+        std::string m_path;
+        std::uint64_t m_size = 0;
+        std::optional<std::int64_t> m_lastWrite;
+        platform::FileIdentity m_identity;
+        State m_state = State::kWaiting;
+        CXSkipReason m_reason = CXSkipReason::kDamaged;
+    };
+    class Plan;
+    class Work;
+
+    void TellResults() noexcept;
+
+    platform::PlainZipReader& m_reader;
+    platform::ContainedFolder& m_folder;
+    const CXExtractionLimits m_limits;
+    const ExtractionProgress& m_progress;
+    std::vector<File> m_files;
+    std::vector<ExtractedFiles::File> m_written;
+    std::vector<SkippedEntry> m_skipped;
+};
+} // namespace tev

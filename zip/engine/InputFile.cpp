@@ -1,0 +1,52 @@
+#include "zip/engine/InputFile.h"
+
+#include "platform/IoLoops.h"
+#include "platform/PathNames.h"
+
+#include <cerrno>
+#include <limits>
+#include <string>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+namespace tev::platform
+{
+std::shared_ptr<const InputFile> InputFile::Open(const wchar_t* path)
+{
+    std::string name;
+    if (!WidePathToSystem(path, name))
+    {
+        errno = EILSEQ;
+        return nullptr;
+    }
+    // A pipe must not let this wait until somebody writes into it.
+    OwnedDescriptor descriptor(open(name.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    struct stat status;
+    if (descriptor.Get() < 0 || fstat(descriptor.Get(), &status) != 0)
+        return nullptr;
+    if (!S_ISREG(status.st_mode))
+    {
+        errno = S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
+        return nullptr;
+    }
+    return std::make_shared<InputFile>(descriptor.Release(), static_cast<std::uint64_t>(status.st_size));
+}
+
+std::size_t InputFile::ReadAt(std::uint64_t position, void* bytes, std::size_t count, int& error) const
+{
+    error = 0;
+    if (position > static_cast<std::uint64_t>(std::numeric_limits<off_t>::max()) - count)
+        return 0;
+    auto at = static_cast<off_t>(position);
+    const auto readOnce = [&](void* part, std::size_t size) {
+        const ssize_t got = pread(m_descriptor.Get(), part, size, at);
+        at += got > 0 ? got : 0;
+        return got;
+    };
+    std::size_t delivered = 0;
+    if (!ReadFully(readOnce, bytes, count, delivered))
+        error = errno;
+    return delivered;
+}
+} // namespace tev::platform

@@ -1,0 +1,386 @@
+#include "zip/engine/ZipEngine.h"
+
+#include "platform/SystemErrors.h"
+#include "zip/engine/ZipEntries.h"
+#include "zip/engine/ZipSources.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <map>
+#include <vector>
+
+namespace tev::platform
+{
+namespace
+{
+constexpr unsigned kNotEnoughMemory = 8;
+constexpr std::uint16_t kTimeStampField = 0x5455;
+constexpr std::uint32_t kUnixFile = 0100644u << 16;
+constexpr std::uint32_t kUnixFolder = 040755u << 16 | kZipFolderAttribute;
+constexpr std::int64_t kFirstDosTime = 315619200; // a day inside the range at both ends, whatever the time zone
+constexpr std::int64_t kLastDosTime = 4354732799;
+
+ZipFailure FailureOf(int code)
+{
+    switch (code)
+    {
+    case ZIP_ER_OK:
+        return ZipFailure::None;
+    case ZIP_ER_NOZIP:
+        return ZipFailure::NoArchive;
+    case ZIP_ER_MULTIDISK:
+    case ZIP_ER_COMPNOTSUPP:
+    case ZIP_ER_ENCRNOTSUPP:
+    case ZIP_ER_OPNOTSUPP:
+        return ZipFailure::Unsupported;
+    case ZIP_ER_NOPASSWD:
+        return ZipFailure::PasswordNeeded;
+    case ZIP_ER_WRONGPASSWD:
+        return ZipFailure::WrongPassword;
+    case ZIP_ER_EXISTS:
+        return ZipFailure::Exists;
+    case ZIP_ER_CANCELLED:
+        return ZipFailure::Cancelled;
+    case ZIP_ER_INVAL:
+    case ZIP_ER_NOENT:
+    case ZIP_ER_DELETED:
+        return ZipFailure::InvalidArgument;
+    default:
+        return ZipFailure::Damaged; // failures of the system are asked of the source itself
+    }
+}
+
+ZipError ErrorOf(const zip_error_t* error, int systemFailure)
+{
+    const int code = zip_error_code_zip(error);
+    if (code == ZIP_ER_MEMORY)
+        return {ZipFailure::System, kNotEnoughMemory};
+    if (systemFailure != 0)
+        return {ZipFailure::System, SystemErrorFromErrno(systemFailure)};
+    return {FailureOf(code), 0};
+}
+
+std::int64_t DosTime(const ZipAddition& addition)
+{
+    return std::clamp(addition.modified, kFirstDosTime, kLastDosTime);
+}
+
+class LibZipReader final : public ZipReader
+{
+public:
+    LibZipReader(zip_file_t* file, ZipSource& source, std::uint64_t size, bool isEncrypted)
+        : m_file(file), m_source(source), m_left(size), m_isEncrypted(isEncrypted)
+    {
+    }
+    ~LibZipReader() override { zip_fclose(m_file); }
+
+    bool Read(void* buffer, std::size_t count, std::size_t& delivered, ZipError& error) override
+    {
+        delivered = 0;
+        const zip_int64_t got = zip_fread(m_file, buffer, count);
+        if (got < 0)
+        {
+            error = ErrorOf(zip_file_get_error(m_file), m_source.TakeSystemFailure());
+            return FailAsDamaged(error);
+        }
+        // libzip checks the size of some entries only, and at their end.
+        if (static_cast<std::uint64_t>(got) > m_left || (got == 0 && count != 0 && m_left != 0))
+        {
+            error = {ZipFailure::Damaged, 0};
+            return FailAsDamaged(error);
+        }
+        m_left -= static_cast<std::uint64_t>(got);
+        delivered = static_cast<std::size_t>(got);
+        return true;
+    }
+
+private:
+    bool FailAsDamaged(ZipError& error) const
+    {
+        if (m_isEncrypted && error.failure == ZipFailure::Damaged)
+            error.failure = ZipFailure::WrongPasswordOrDamaged;
+        return false;
+    }
+
+    zip_file_t* m_file;
+    ZipSource& m_source;
+    std::uint64_t m_left;
+    bool m_isEncrypted;
+};
+
+/// What was added and not saved is read where it comes from.
+class AdditionReader final : public ZipReader
+{
+public:
+    explicit AdditionReader(std::unique_ptr<ZipBytes> bytes) : m_bytes(std::move(bytes)) {}
+
+    bool Read(void* buffer, std::size_t count, std::size_t& delivered, ZipError& error) override
+    {
+        if (!m_bytes->ReadAt(m_position, buffer, count, delivered))
+        {
+            error = {ZipFailure::System, LastSystemError()};
+            return false;
+        }
+        m_position += delivered;
+        return true;
+    }
+
+private:
+    std::unique_ptr<ZipBytes> m_bytes;
+    std::uint64_t m_position = 0;
+};
+
+class LibZipEngine final : public ZipEngine
+{
+public:
+    explicit LibZipEngine(std::unique_ptr<ZipBytes> bytes) : m_source(std::move(bytes)) {}
+    ~LibZipEngine() override
+    {
+        if (m_archive != nullptr)
+            zip_discard(m_archive);
+    }
+
+    bool OpenArchive(int flags, ZipError& error)
+    {
+        OwnedZipSource source = m_source.Make();
+        zip_error_t failure;
+        zip_error_init(&failure);
+        m_archive = zip_open_from_source(source.get(), flags, &failure);
+        error = m_archive != nullptr ? ZipError() : ErrorOf(&failure, m_source.TakeSystemFailure());
+        zip_error_fini(&failure);
+        if (m_archive == nullptr)
+            return false;
+        static_cast<void>(source.release()); // the archive's now
+        const zip_int64_t count = zip_get_num_entries(m_archive, 0);
+        m_slots.resize(static_cast<std::size_t>(std::max<zip_int64_t>(count, 0)));
+        for (std::size_t i = 0; i < m_slots.size(); ++i)
+            m_slots[i] = i;
+        return true;
+    }
+
+    std::uint64_t Count() const override { return m_slots.size(); }
+    std::string Name(std::uint64_t index) const override { return ZipSlotName(m_archive, m_slots[index]); }
+    ZipEntryKind Kind(std::uint64_t index) const override { return ZipSlotKind(m_archive, m_slots[index]); }
+
+    bool Describe(std::uint64_t index, ZipEntry& entry, ZipError& error) override
+    {
+        const zip_uint64_t slot = m_slots[index];
+        const auto addition = m_additions.find(slot);
+        if (!DescribeZipSlot(m_archive, slot, addition != m_additions.end(), entry))
+            return Failed(error);
+        if (entry.isNew)
+        {
+            entry.size = addition->second.size;
+            entry.compressedSize = 0;
+            entry.encryption = addition->second.encryption;
+        }
+        return true;
+    }
+
+    std::unique_ptr<ZipReader> OpenEntry(std::uint64_t index, const std::string& password, ZipError& error) override
+    {
+        const zip_uint64_t slot = m_slots[index];
+        const auto addition = m_additions.find(slot);
+        if (addition != m_additions.end())
+            return OpenAddition(addition->second, error);
+        zip_stat_t status;
+        if (zip_stat_index(m_archive, slot, 0, &status) != 0)
+            return Failed(error), nullptr;
+        // libzip loses memory over what it does not know.
+        if (zip_compression_method_supported(status.comp_method, 0) == 0 ||
+            zip_encryption_method_supported(status.encryption_method, 0) == 0)
+        {
+            error = {ZipFailure::Unsupported, 0};
+            return nullptr;
+        }
+        const bool isEncrypted = status.encryption_method != ZIP_EM_NONE;
+        zip_file_t* const file =
+            zip_fopen_index_encrypted(m_archive, slot, 0, password.empty() ? nullptr : password.c_str());
+        if (file == nullptr)
+            return Failed(error), nullptr;
+        return std::make_unique<LibZipReader>(file, m_source, status.size, isEncrypted);
+    }
+
+    bool Add(ZipAddition addition, ZipError& error) override
+    {
+        const bool isFolder = !addition.name.empty() && addition.name.back() == '/';
+        const zip_int64_t slot =
+            isFolder ? zip_dir_add(m_archive, addition.name.c_str(), ZIP_FL_ENC_UTF_8) : AddSource(addition);
+        if (slot < 0)
+            return Failed(error);
+        const auto index = static_cast<zip_uint64_t>(slot);
+        if (!SetDetails(index, addition, isFolder))
+        {
+            Failed(error);
+            zip_delete(m_archive, index);
+            m_sources.erase(index);
+            return false;
+        }
+        addition.password.clear();
+        m_slots.push_back(index);
+        m_additions.emplace(index, std::move(addition));
+        return true;
+    }
+
+    bool Delete(std::uint64_t index, ZipError& error) override
+    {
+        const zip_uint64_t slot = m_slots[index];
+        m_sources.erase(slot);
+        if (zip_delete(m_archive, slot) != 0)
+            return Failed(error);
+        m_additions.erase(slot);
+        m_slots.erase(m_slots.begin() + static_cast<std::ptrdiff_t>(index));
+        m_isChanged = true;
+        return true;
+    }
+
+    bool Rename(std::uint64_t index, const std::string& name, ZipError& error) override
+    {
+        if (zip_file_rename(m_archive, m_slots[index], name.c_str(), ZIP_FL_ENC_UTF_8) != 0)
+            return Failed(error);
+        m_isChanged = true;
+        return true;
+    }
+
+    bool IsChanged() const override { return m_isChanged || !m_additions.empty(); }
+
+    std::uint64_t SaveSize() const override
+    {
+        std::uint64_t total = 0;
+        for (const zip_uint64_t slot : m_slots)
+        {
+            zip_stat_t status;
+            const auto addition = m_additions.find(slot);
+            if (addition != m_additions.end())
+                total += addition->second.size;
+            else if (zip_stat_index(m_archive, slot, 0, &status) == 0)
+                total += status.comp_size;
+        }
+        return total;
+    }
+
+    bool Save(ZipTarget& target, const Progress& progress, ZipError& error) override
+    {
+        ZipSaving saving(progress);
+        m_source.SetTarget(&target);
+        m_source.SetSaving(&saving);
+        for (auto& [slot, source] : m_sources)
+            source->SetSaving(&saving);
+        const bool isSaved = zip_close(m_archive) == 0;
+        if (isSaved)
+            m_archive = nullptr;
+        else
+            error = ErrorOf(zip_get_error(m_archive), TakeSystemFailure());
+        m_source.SetSaving(nullptr);
+        m_source.SetTarget(nullptr);
+        for (auto& [slot, source] : m_sources)
+        {
+            if (!isSaved)
+                source->SetSaving(nullptr);
+        }
+        m_sources.clear();
+        saving.RethrowFailure();
+        return isSaved;
+    }
+
+private:
+    bool Failed(ZipError& error)
+    {
+        error = ErrorOf(zip_get_error(m_archive), m_source.TakeSystemFailure());
+        zip_error_clear(m_archive);
+        return false;
+    }
+
+    int TakeSystemFailure()
+    {
+        int failure = m_source.TakeSystemFailure();
+        for (const auto& [slot, source] : m_sources)
+            failure = failure != 0 ? failure : source->TakeSystemFailure();
+        return failure;
+    }
+
+    static std::unique_ptr<ZipReader> OpenAddition(const ZipAddition& addition, ZipError& error)
+    {
+        std::unique_ptr<ZipBytes> bytes = addition.open ? addition.open() : nullptr;
+        if (bytes != nullptr)
+            return std::make_unique<AdditionReader>(std::move(bytes));
+        error =
+            addition.open ? ZipError{ZipFailure::System, LastSystemError()} : ZipError{ZipFailure::InvalidArgument, 0};
+        return nullptr;
+    }
+
+    zip_int64_t AddSource(const ZipAddition& addition)
+    {
+        auto object = std::make_unique<ZipAdditionSource>(addition, DosTime(addition));
+        OwnedZipSource source = object->Make();
+        ZipAdditionSource* const owned = object.release(); // the source frees it
+        const zip_int64_t slot = zip_file_add(m_archive, addition.name.c_str(), source.get(), ZIP_FL_ENC_UTF_8);
+        if (slot < 0)
+            return -1;
+        static_cast<void>(source.release());
+        m_sources.emplace(static_cast<zip_uint64_t>(slot), owned);
+        return slot;
+    }
+
+    bool SetDetails(zip_uint64_t slot, const ZipAddition& addition, bool isFolder)
+    {
+        const bool isStored = isFolder || addition.level == 0;
+        const auto level = static_cast<zip_uint32_t>(std::max(addition.level, 0));
+        return zip_file_set_mtime(m_archive, slot, DosTime(addition), 0) == 0 &&
+               SetTimeStamp(slot, addition.modified) &&
+               zip_file_set_external_attributes(m_archive, slot, 0, ZIP_OPSYS_UNIX,
+                                                isFolder ? kUnixFolder : kUnixFile) == 0 &&
+               zip_set_file_compression(m_archive, slot, isStored ? ZIP_CM_STORE : ZIP_CM_DEFLATE,
+                                        isStored ? 0 : level) == 0 &&
+               (isFolder || addition.encryption == ZipEncryption::None ||
+                zip_file_set_encryption(m_archive, slot, LibZipEncryption(addition.encryption),
+                                        addition.password.c_str()) == 0);
+    }
+
+    /// The time to the second and in UTC, which the archive's own does not have.
+    bool SetTimeStamp(zip_uint64_t slot, std::int64_t modified)
+    {
+        const auto seconds = static_cast<std::int32_t>(modified);
+        if (seconds != modified)
+            return true;
+        zip_uint8_t field[5] = {1};
+        for (unsigned i = 0; i < 4; ++i)
+            field[1 + i] = static_cast<zip_uint8_t>(static_cast<std::uint32_t>(seconds) >> 8 * i);
+        return zip_file_extra_field_set(m_archive, slot, kTimeStampField, ZIP_EXTRA_FIELD_NEW, field, sizeof field,
+                                        ZIP_FL_LOCAL | ZIP_FL_CENTRAL) == 0;
+    }
+
+    ZipArchiveSource m_source;
+    zip_t* m_archive = nullptr;
+    std::vector<zip_uint64_t> m_slots; ///< libzip's numbers of the entries that are there
+    std::map<zip_uint64_t, ZipAddition> m_additions;
+    std::map<zip_uint64_t, ZipAdditionSource*> m_sources; ///< of the additions; libzip's, and gone once it has closed
+    bool m_isChanged = false;
+};
+
+std::unique_ptr<ZipEngine> MakeEngine(std::unique_ptr<ZipBytes> bytes, int flags, ZipError& error)
+{
+    auto engine = std::make_unique<LibZipEngine>(std::move(bytes));
+    if (!engine->OpenArchive(flags, error))
+        return nullptr;
+    return engine;
+}
+} // namespace
+
+std::unique_ptr<ZipEngine> ZipEngine::Open(std::unique_ptr<ZipBytes> bytes, ZipError& error)
+{
+    if (bytes->Size() == 0) // which libzip takes for an archive that is still to be made
+    {
+        error = {ZipFailure::NoArchive, 0};
+        return nullptr;
+    }
+    return MakeEngine(std::move(bytes), 0, error);
+}
+
+std::unique_ptr<ZipEngine> ZipEngine::Create()
+{
+    ZipError error;
+    return MakeEngine(nullptr, ZIP_CREATE | ZIP_TRUNCATE, error);
+}
+} // namespace tev::platform

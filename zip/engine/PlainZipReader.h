@@ -1,0 +1,73 @@
+#pragma once
+
+#include "zip/engine/ZipFields.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace tev::platform
+{
+struct PlainZipEntry
+{
+    std::string name; ///< as ZipEntryName tells it; nothing about it is safe
+    ZipEntryKind kind = ZipEntryKind::File;
+    bool isEncrypted = false;
+    std::uint64_t size = 0; ///< as declared, and so the compressed size
+    std::uint64_t compressedSize = 0;
+    std::optional<std::uint64_t> offset; ///< where its header stands in the file; nothing when the reader does not tell
+    std::optional<std::int64_t> lastWrite;
+};
+
+enum class ZipReadResult
+{
+    Done,
+    Stopped, ///< the sink said so
+    Damaged, ///< also a wrong password that nothing but the data gives away
+    WrongPassword,
+    Unsupported,
+    SourceFailed ///< the archive itself could not be read
+};
+
+/// Takes the next bytes of an entry; answers false when it wants no more.
+using ZipSink = std::function<bool(const void* bytes, std::size_t count)>;
+
+/// Reads the entries of a ZIP archive, in the order of its directory. Needs memory for the directory, but no more for
+/// large entries than for small ones. One thread at a time; several threads take a reader each.
+class PlainZipReader
+{
+public:
+    /// Who reads. The best way is miniz for what it knows, and the engine of zip/engine/ZipEngine.h for the rest: other
+    /// methods, encryption, split archives, what lies beyond miniz's limits, and everything where a build has no miniz.
+    enum class By
+    {
+        Best,
+        Miniz,
+        Engine
+    };
+    /// Null when the file is no archive that the reader knows, or cannot be read. The password is UTF-8.
+    static std::unique_ptr<PlainZipReader> Open(const wchar_t* path, const std::string& password, By by = By::Best);
+
+    virtual ~PlainZipReader() = default;
+    PlainZipReader(const PlainZipReader&) = delete;
+    PlainZipReader& operator=(const PlainZipReader&) = delete;
+
+    /// Another reader of the same archive, for another thread. Null when the archive cannot be opened any more.
+    virtual std::unique_ptr<PlainZipReader> Another() const = 0;
+
+    /// The bytes of the archive, with all its volumes.
+    virtual std::uint64_t Size() const = 0;
+    virtual std::uint64_t Count() const = 0;
+    /// False when the entry's header is damaged.
+    [[nodiscard]] virtual bool GetEntry(std::uint64_t index, PlainZipEntry& entry) = 0;
+    /// Passes the contents of a file on, never more than the declared size. Only Done says that they were complete and
+    /// fit their checksum. The sink may be handed bytes before anything wrong is found.
+    virtual ZipReadResult Read(std::uint64_t index, const ZipSink& sink) = 0;
+
+protected:
+    PlainZipReader() = default;
+};
+} // namespace tev::platform
