@@ -35,7 +35,7 @@ bool RunToTheEnd()
 {
     auto* const smoother = new CSmoother(5);
     if (!CXThread::BeginThread(smoother, xThreadPriorityBelowNormal, CXThread::kBeginWithoutAutoDelete, 0))
-        return false; // the object has gone with the thread
+        return false; // the object is deleted
     const std::unique_ptr<CSmoother> owner(smoother);
     unsigned exitCode = 1;
     return smoother->WaitForEnd(60000) && smoother->GetExitCode(exitCode) && exitCode == 0;

@@ -6,12 +6,12 @@
 
 namespace tev::platform
 {
-/// Blocks while the word holds the value. Comes back when woken, at once when the word holds something else, after the
-/// time, and sometimes for no reason: the caller looks again.
+/// Blocks while the word holds the value. Returns when woken, at once when the word holds another value, after the
+/// time-out, and sometimes spuriously: the caller checks again.
 void WaitWhile(const std::atomic<std::uint32_t>& word, std::uint32_t value) noexcept;
 void WaitWhile(const std::atomic<std::uint32_t>& word, std::uint32_t value, std::chrono::nanoseconds timeout) noexcept;
 
-/// Wakes one, or all, that wait on the word. Only the address counts: the word's owner may have gone meanwhile.
+/// Wakes one or all of the threads that wait on the word. Only the address is used: the word itself may have been freed.
 void WakeOne(const std::atomic<std::uint32_t>& word) noexcept;
 void WakeAll(const std::atomic<std::uint32_t>& word) noexcept;
 } // namespace tev::platform

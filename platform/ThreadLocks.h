@@ -15,20 +15,20 @@ namespace tev::platform
 /// The thread has no number yet.
 constexpr std::uint64_t kNoThreadNumber = ~std::uint64_t{0};
 
-/// What a thread knows of itself as a holder of locks. Touched by its thread only, and read by signal handlers on it.
+/// What a thread records about the locks that it holds. Used by its thread only, and by signal handlers on it.
 struct ThreadLocks
 {
     std::uint64_t number = kNoThreadNumber; ///< no other thread of the process ever has the same
-    std::atomic<std::uint64_t> held{0};     ///< the weights of the locks that it holds, summed up
+    std::atomic<std::uint64_t> held{0};     ///< the sum of the weights of the locks that it holds
 };
 
 inline thread_local ThreadLocks t_threadLocks TEV_NEAR_THREAD_LOCAL;
 
-/// What a lock of the library itself weighs; a lock of the program weighs 1.
+/// The weight of a lock of the library itself; a lock of the program has the weight 1.
 constexpr std::uint64_t kLibraryLockWeight = std::uint64_t{1} << 32;
 
-// A signal handler that asks on this thread must find the weight there before the lock is taken, and until it is given
-// back. It runs on the same thread, so the compiler's order is all that counts.
+// A signal handler on this thread must see the weight before the lock is taken and until it is released. It runs on the
+// same thread, so only the compiler's order matters.
 inline void AddLockWeight(ThreadLocks& mine, std::uint64_t weight) noexcept
 {
     mine.held.store(mine.held.load(std::memory_order_relaxed) + weight, std::memory_order_relaxed);
@@ -41,7 +41,7 @@ inline void TakeLockWeight(ThreadLocks& mine, std::uint64_t weight) noexcept
     mine.held.store(mine.held.load(std::memory_order_relaxed) - weight, std::memory_order_relaxed);
 }
 
-/// Stands around a lock of this room that is no LibraryLock.
+/// Held around a lock of this room that is not a LibraryLock.
 class HeldLibraryLock
 {
 public:
@@ -51,6 +51,6 @@ public:
     HeldLibraryLock& operator=(const HeldLibraryLock&) = delete;
 };
 
-/// The calling thread's number, which it gets now where it has none.
+/// The calling thread's number, assigned on first use.
 std::uint64_t NumberOfThisThread() noexcept;
 } // namespace tev::platform

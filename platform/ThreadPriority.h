@@ -5,7 +5,7 @@
 namespace tev::platform
 {
 int GetOwnPriority() noexcept;
-/// False when the system refuses: it may let nobody raise a priority but the administrator.
+/// False when the system refuses: it may allow only the administrator to raise a priority.
 bool SetOwnPriority(int priority) noexcept;
 /// Raises the priority to the highest that is not a real-time one. False when the system refuses.
 bool RaiseOwnPriority() noexcept;

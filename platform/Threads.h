@@ -5,59 +5,58 @@
 
 namespace tev::platform
 {
-/// The system's identifier of the calling thread; never 0. It may be given to another thread once this one has ended.
+/// The system's identifier of the calling thread; never 0. It may be reused for another thread once this one has ended.
 std::uint64_t CurrentThreadId() noexcept;
 void SleepThisThread(unsigned milliseconds) noexcept;
 
-/// A thread that was started here. Whoever has a pointer to one has a reference to it, and gives it back with
-/// ReleaseThread; the thread goes on, and answers about it stay possible until the last reference is gone.
+/// A thread that was started here. Every pointer to one is a counted reference, released with ReleaseThread; the thread
+/// itself is not affected by that, and can be queried until the last reference is released.
 /// The functions below are safe from several threads at once.
 struct StartedThread;
 
 struct ThreadProcedure
 {
-    unsigned (*run)(void* argument) noexcept; ///< the thread's body; answers its exit code
-    void (*discard)(void* argument) noexcept; ///< called once after it, also when it was never begun, or killed
+    unsigned (*run)(void* argument) noexcept; ///< the thread's body; returns its exit code
+    void (*discard)(void* argument) noexcept; ///< called once after it, also when it never ran or was killed
 };
 
 /// Starts a thread that waits for ResumeThread. A stack size of 0 is the system's default, a small one is raised to what
-/// is needed. It gets an alternate signal stack where it has none. Null, and nothing discarded, when the system refuses.
+/// is needed. The thread has an alternate signal stack. Null, with nothing discarded, when the system refuses.
 [[nodiscard]] StartedThread* StartThread(const ThreadProcedure& procedure, void* argument,
                                          std::size_t stackSize) noexcept;
-/// The thread of that identifier, null when it was not started here or has ended.
+/// The thread with that identifier, null when it was not started here or has ended.
 [[nodiscard]] StartedThread* OpenThread(std::uint64_t id) noexcept;
 void RetainThread(StartedThread* thread) noexcept;
 void ReleaseThread(StartedThread* thread) noexcept;
 
 std::uint64_t ThreadId(const StartedThread* thread) noexcept;
-/// True, with the exit code, once the thread has ended. What its thread-local objects do at their end may come later.
+/// True, with the exit code, once the thread has ended. Destructors of its thread-local objects may run later.
 bool HasEnded(const StartedThread* thread, unsigned& exitCode) noexcept;
-/// Waits for the end; false when it has not come in time.
+/// Waits for the end; false on time-out.
 bool WaitForThread(const StartedThread* thread, unsigned timeoutMs) noexcept;
 
 /// Sets the priority, from -2 (lowest) to 2 (highest), 0 being what the process runs at. False where that is not allowed,
 /// and for a thread that has ended.
 bool SetThreadPriority(StartedThread* thread, int level) noexcept;
 
-/// Stops the thread until as many calls of ResumeThread as of this. Comes back when it stands still. A thread stops only
-/// where it holds no CXCriticalSection; if it holds one all the time it is stopped with it after a while, but never with
-/// a lock of the library itself. False when the thread has ended; and when it could not be reached within half a second:
-/// it then stops as soon as it can be. Between this and ResumeThread the caller must not need anything that the thread
-/// may hold: memory, the loader, the locks of the program. A thread that calls it for itself stops here.
+/// Stops the thread until ResumeThread has been called as often as this. Returns when the thread has stopped. A thread
+/// stops only where it holds no CXCriticalSection; if it holds one all the time it is stopped with it after a while, but
+/// never with a lock of the library itself. False when the thread has ended; and when it could not be stopped within half
+/// a second: it then stops as soon as it can be. Between this and ResumeThread the caller must not use anything that the
+/// thread may hold: memory allocation, the loader, the locks of the program. A thread that calls it for itself stops here.
 bool SuspendThread(StartedThread* thread) noexcept;
-/// Takes back one SuspendThread; the last one lets the thread go on. False when it has ended.
+/// Undoes one SuspendThread; the thread continues after the last one. False when it has ended.
 bool ResumeThread(StartedThread* thread) noexcept;
-/// Lets a thread go on that still waits at its start, however often it was suspended.
+/// Lets a thread that still waits at its start continue, however often it was suspended.
 void LeaveStart(StartedThread* thread) noexcept;
 
 /// Ends another thread by force, as a last resort. Its stack, memory arena and thread-local objects are released; the
-/// destructors of what stands on its stack do not run, and locks that it holds stay locked: it is ended where it holds
-/// no CXCriticalSection, if it comes to such a place within 0.1 s, never while it holds a lock of the library itself,
-/// and not inside the C and C++ libraries other than in a call that waits. After a second it is ended there, too, and its
-/// stack and thread-local objects are lost. Comes back when the thread has ended. False
-/// when it had ended already, is the calling one, or did not end within two seconds; it is then left suspended. One
-/// killer at a time.
+/// destructors of the objects on its stack do not run, and locks that it holds stay locked: it is ended where it holds
+/// no CXCriticalSection, if it reaches such a place within 0.1 s, never while it holds a lock of the library itself, and
+/// not inside the C and C++ libraries except in a blocking call. After a second it is ended there, too, and its stack and
+/// thread-local objects are leaked. Returns when the thread has ended. False when it had ended already, is the calling
+/// one, or did not end within two seconds; it is then left suspended. One killer at a time.
 bool KillThread(StartedThread* thread, unsigned exitCode) noexcept;
-/// What NumberOfThisThread answers on that thread.
+/// What NumberOfThisThread returns on that thread.
 std::uint64_t ThreadNumber(const StartedThread* thread) noexcept;
 } // namespace tev::platform

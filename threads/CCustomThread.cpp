@@ -25,7 +25,7 @@ constexpr unsigned kKilledExitCode = 1;
 
 std::atomic<bool> g_stopThreads{false};
 
-/// Every CCustomThread that there is. Taken before the lock of the thread relations, never after it.
+/// Every CCustomThread object that exists. Its lock is taken before that of the thread relations, never after it.
 struct Workers
 {
     static Workers& Get()
@@ -46,7 +46,7 @@ void Register(CCustomThread* thread)
         CXMemoryException::Throw();
 }
 
-/// False when the time is over first.
+/// False on time-out. No time-out with null.
 bool WaitUntilNoneIsLeft(const Clock::time_point* end)
 {
     while (CCustomThread::GetRunningThreadCount() != 0)
@@ -149,8 +149,8 @@ bool CCustomThread::EndThreads(unsigned int timeoutMs)
     return true;
 }
 
-// The lock is held throughout, pauses included, so that no worker comes or goes meanwhile. The objects' flags are read
-// without their locks, which a victim may hold.
+// The lock is held throughout, pauses included, so that no worker is registered or removed meanwhile. The objects' flags
+// are read without their locks, which a victim may hold.
 bool CCustomThread::HardThreadsTermination(bool onlyKillable)
 {
     Workers& workers = Workers::Get();

@@ -2,8 +2,8 @@
 
 #include "threads/CXThread.h"
 
-/// A worker that a shutdown of the whole program reaches: every object is known from its construction to its destruction.
-/// The body looks at MustTerminate() and returns when it is true. See docs/threads.md for the shutdown.
+/// A worker that the shutdown of the program reaches: every object is registered from its construction to its destruction.
+/// The body checks MustTerminate() regularly and returns when it is true. See docs/threads.md for the shutdown.
 /// Safe from several threads at once, construction and destruction apart.
 class TEVTOOLS_API CCustomThread : public CXThread
 {
@@ -18,26 +18,26 @@ public:
     bool MustTerminate() const noexcept { return ThreadsMustTerminate() || m_stop.load(); }
     void StopThread() noexcept { m_stop.store(true); }
 
-    /// True when every worker is asked to end, those that are yet to be made included.
+    /// True when every worker is asked to end, including those created later.
     static bool ThreadsMustTerminate() noexcept;
-    /// How many workers there are: objects, whether their threads run or not.
+    /// The number of worker objects, whether their threads run or not.
     static unsigned int GetRunningThreadCount();
-    /// Asks every worker to end, and marks its thread as cancelled. With `resume` a suspended one goes on, so that it can
-    /// see it.
+    /// Asks every worker to end, and marks its thread as cancelled. With `resume` suspended workers are resumed, so that
+    /// they can see the request.
     static void AskForThreadsEnd(bool resume);
-    /// Asks as above and waits until every worker is destroyed, without limit. Does not wait when the workers were asked
-    /// before. Afterwards new workers may run, unless the flag is to be kept.
+    /// Asks every worker to end and waits, without time-out, until every worker object is destroyed. Does not wait when
+    /// the workers were asked before. Afterwards new workers may run, unless `keepStopFlag` is true.
     static void WaitEndOfThreads(bool keepStopFlag);
-    /// Asks as above, resumes, and waits until every worker is destroyed or the time is over, whether they were asked
-    /// before or not. True when none is left; new workers may run then.
+    /// Asks every worker to end, resumes suspended ones, and waits until every worker object is destroyed or the time is
+    /// over, also when they were asked before. True when none is left; new workers may run then.
     static bool EndThreads(unsigned int timeoutMs);
-    /// Ends workers by force, and the threads that are recorded as their children; with `onlyKillable` only those that bear
-    /// ThreadHardKillable. The last resort: what they held stays held, and the objects are not deleted, but count no more.
-    /// A worker that was never started only stops to count. The calling thread is left alone. True when a thread was
-    /// killed. Takes 0.1 s for each worker after the first.
+    /// Kills workers, and the threads that are recorded as their children; with `onlyKillable` only those that have the
+    /// flag ThreadHardKillable. The last resort: locks that they hold stay locked. The objects are not deleted, but are no
+    /// longer counted; so is that of a worker that was never started. The calling thread is left alone. True when a thread
+    /// was killed. Takes 0.1 s for each worker after the first.
     static bool HardThreadsTermination(bool onlyKillable);
 
-    /// Names are not used.
+    /// Thread names are accepted and ignored.
     static void SetThreadName(unsigned __int64 id, const char* name);
     static void SetCurrentThreadName(const char* name);
     void SetThreadName(const char* name);
@@ -56,8 +56,8 @@ public:
     using CCustomThread::CCustomThread;
     ~CWinCustomThread() override;
 
-    /// Takes the component run-time for the calling thread, or gives it back. False when it cannot be had. Where the
-    /// platform has none, it always can.
+    /// Initialises or uninitialises the component run-time for the calling thread. False when initialisation fails; it
+    /// never fails on a platform without such a run-time.
     bool InitOle(bool enable) const;
 
 protected:

@@ -22,7 +22,7 @@ struct CXThread::Shared
     CXThread* object X_GUARDED_BY(lock); ///< null once it is destroyed
 };
 
-/// What the new thread works with. It owns it.
+/// What the new thread needs; the thread owns it.
 struct CXThread::Body
 {
     static unsigned RunIt(void* body) noexcept { return StaticThreadCallback(body) ? 0 : kFailed; }
@@ -75,7 +75,8 @@ CXThread::CXThread(bool (*function)(void*), void* data)
 {
 }
 
-// An object that never started has the identifier 0, so it takes the marks of the calling thread away. Programs rely on it.
+// An object that never started has the identifier 0, so its destructor removes the marks of the calling thread. Programs
+// rely on it.
 CXThread::~CXThread()
 {
     const unsigned __int64 id = m_threadId.exchange(0);
@@ -219,7 +220,7 @@ bool CXThread::Kill()
         killed = platform::KillThread(thread, 1);
         ReleaseLockOfEnded(thread);
     }
-    // A thread that could not be killed may hold the lock for ever.
+    // A thread that could not be killed may never release the lock.
     CXCriticalSection& lock = m_shared->lock;
     if (lock.TryLock())
     {
@@ -277,7 +278,7 @@ bool CXThread::ResumeThread()
     StartedThread* const thread = ThreadOf(m_handle.load());
     if (thread == nullptr)
         return false;
-    // The resumed thread may be through, and the object with it, before this function is.
+    // The resumed thread may end and delete the object before this function returns.
     const unsigned before = m_state.fetch_and(~kSuspended);
     if (platform::ResumeThread(thread))
         return true;
@@ -295,7 +296,7 @@ bool CXThread::SuspendThread()
     return true;
 }
 
-// Taken here and released by another call.
+// The lock is taken by one call and released by another.
 bool CXThread::Lock(bool lock) X_NO_THREAD_SAFETY_ANALYSIS
 {
     return lock ? m_shared->lock.Lock() : m_shared->lock.Unlock();

@@ -11,7 +11,7 @@ namespace tev::platform
 struct StartedThread;
 }
 
-/// How urgent a thread is; any other value counts as normal. What the system allows differs: see docs/threads.md.
+/// The priority of a thread; any other value counts as normal. What the system allows differs: see docs/threads.md.
 enum xThreadPriority : unsigned int
 {
     xThreadPriorityLowest = 1,
@@ -21,14 +21,14 @@ enum xThreadPriority : unsigned int
     xThreadPriorityHighest = 5
 };
 
-/// A thread and what is known of it. It runs a function, or its own Start, Run and Finish, once. BeginThread starts it; it
-/// ends when its body returns, which the body must do itself: it looks at ShouldCancel() from time to time. Nothing that
-/// the body throws leaves the thread; it then counts as failed.
+/// A thread and its state. It runs a function, or the object's own Start, Run and Finish, once. BeginThread starts it; it
+/// ends when its body returns, so a long body checks ShouldCancel() from time to time. An exception that leaves the body
+/// is deleted, and the thread counts as failed.
 ///
-/// With auto-delete the thread deletes the object at its end, so nobody else may use the object any more once the thread
-/// runs. Without, the object's owner deletes it, best after WaitForEnd(). Deleting the object of a thread that still waits
-/// suspended at its start ends the thread without running its body; one that runs a function goes on without the object,
-/// one that runs the object's own methods must have ended.
+/// With auto-delete the thread deletes the object at its end, so no other thread may use the object once the thread runs.
+/// Without it the object's owner deletes it, best after WaitForEnd(). Deleting the object of a thread that still waits
+/// suspended at its start ends the thread without running its body; a thread that runs a function continues without the
+/// object; one that runs the object's own methods must have ended.
 ///
 /// Safe from several threads at once, construction and destruction apart.
 class TEVTOOLS_API CXThread : public CXObject
@@ -39,7 +39,7 @@ public:
     enum ThreadFlags : unsigned int
     {
         ThreadAutoDelete = 1,   ///< the object is deleted by its thread
-        ThreadCancel = 2,       ///< somebody asked the body to end
+        ThreadCancel = 2,       ///< the body was asked to end
         ThreadTerminated = 8,   ///< the body has ended, or the thread was killed
         ThreadHardKillable = 16 ///< CCustomThread::HardThreadsTermination(true) may kill the thread; never set here
     };
@@ -50,14 +50,14 @@ public:
 
     /// For a thread that runs the methods of a derived class.
     explicit CXThread(bool withoutAutoDelete);
-    /// For a thread that runs the function, whose answer says whether it succeeded.
+    /// For a thread that runs the function, which returns whether it succeeded.
     CXThread(bool (*function)(void*), void* data);
     CXThread(const CXThread&) = delete;
     CXThread& operator=(const CXThread&) = delete;
     ~CXThread() override;
 
     /// Starts the object's thread, suspended where the flags say so. A stack size of 0 is the system's default; only its
-    /// low 32 bits count. Answers the object, or null when the system refuses the thread; the object is deleted then. Null
+    /// low 32 bits count. Returns the object, or null when the system refuses the thread; the object is deleted then. Null
     /// as well, and the object is left alone, when it has been started before. The calling thread's pending exception is
     /// deleted.
     static CXThread* BeginThread(CXThread* thread, xThreadPriority priority, unsigned int flags,
@@ -65,28 +65,28 @@ public:
     /// As above, with a new object for the function.
     static CXThread* BeginThread(bool (*function)(void*), void* data, xThreadPriority priority, unsigned int flags,
                                  unsigned __int64 stackSize);
-    /// As above, with a new object of the class, which gets the data. Null when the class cannot be created or is no
-    /// CXThread.
+    /// As above, with a new object of the class, which receives the data. Null when the class cannot be created or is
+    /// not derived from CXThread.
     static CXThread* BeginThread(const CXRuntimeClass* type, void* data, xThreadPriority priority, unsigned int flags,
                                  unsigned __int64 stackSize);
 
     void* GetUserThreadData() const noexcept { return m_userData; }
     bool IsValidThread() const noexcept { return m_handle.load() != nullptr; }
-    /// True between SuspendThread and the next ResumeThread, whatever has become of the thread.
+    /// True between SuspendThread and the next ResumeThread, also when the thread has ended meanwhile.
     bool IsSuspended() const noexcept { return (m_state.load() & kSuspended) != 0; }
     /// Null until the thread is started.
     void* GetThreadHandle() const noexcept { return m_handle.load(); }
     /// The system's identifier, 0 until the thread is started.
     unsigned __int64 GetThreadID() const noexcept { return m_threadId.load(); }
-    /// What was asked for last; 0 when that was refused.
+    /// The priority requested last; 0 when that was refused.
     xThreadPriority GetThreadPriority() const noexcept { return m_priority.load(); }
     bool ShouldCancel() const { return IsFlagSet(ThreadCancel); }
     bool IsTerminated() const { return IsFlagSet(ThreadTerminated); }
-    /// True when the thread has ended; delivers 0 when its body answered true, 0xFFFFFFFF when it answered false or threw,
-    /// 1 when it was killed.
+    /// True when the thread has ended; the exit code is 0 when its body returned true, 0xFFFFFFFF when it returned false
+    /// or threw, 1 when it was killed.
     bool GetExitCode(unsigned int& exitCode) const;
-    /// Waits until the thread has ended; false when the time is over first, and for an object that was not started. Not
-    /// for objects with auto-delete.
+    /// Waits until the thread has ended; false on time-out, and for an object that was not started. Not for objects with
+    /// auto-delete.
     bool WaitForEnd(unsigned int timeoutMs) const;
 
     void SetAutoDelete(bool autoDelete);
@@ -96,11 +96,11 @@ public:
     bool SetThreadPriority(xThreadPriority priority);
     /// Takes back one SuspendThread, or the suspended start. False for a thread that has ended or was not started.
     bool ResumeThread();
-    /// Stops the thread where it is, until as many calls of ResumeThread as of this. True for every thread that was
-    /// started, even if the system refuses. What the thread holds stays held: read docs/threads.md before using this.
+    /// Stops the thread where it is, until ResumeThread has been called as often as this. True for every thread that was
+    /// started, even if the system refuses. The thread keeps what it holds: read docs/threads.md before using this.
     bool SuspendThread();
-    /// Takes the object's lock, or releases it. While it is taken no other thread reads or changes the flags, and the
-    /// thread does not end. Always true.
+    /// Takes the object's lock, or releases it. While it is held no other thread reads or changes the flags, and the thread
+    /// does not end. Always true.
     bool Lock(bool lock);
 
     static void SleepCurrentThread(unsigned int milliseconds);
@@ -109,13 +109,13 @@ public:
     static unsigned __int64 GetCurrentThreadID();
 
 protected:
-    /// The body of a thread without function: Start; Run when Start answered true; Finish in both cases, unless an
+    /// The body of a thread without function: Start; Run when Start returned true; Finish in both cases, unless an
     /// exception was thrown before it.
     virtual bool Start();
     virtual void Finish();
     virtual bool Run();
 
-    /// Deletes the object and answers true where auto-delete is set.
+    /// Deletes the object and returns true where auto-delete is set.
     bool AutoDelete();
     void SetFlag(ThreadFlags flag, bool set);
     bool IsFlagSet(ThreadFlags flag) const;
@@ -133,7 +133,7 @@ private:
     bool RunMethods();
     /// Ends the thread by force, with exit code 1; true when that ended it. Marks it as terminated in any case.
     bool Kill();
-    /// An ended thread may have left the object's lock locked.
+    /// A thread that has ended may have left the object's lock locked.
     void ReleaseLockOfEnded(const tev::platform::StartedThread* thread);
 
     bool (*const m_function)(void*);
@@ -142,6 +142,6 @@ private:
     std::atomic<unsigned int> m_state{0};
     std::atomic<xThreadPriority> m_priority{xThreadPriority{}};
     std::atomic<unsigned __int64> m_threadId{0};
-    const std::shared_ptr<Shared> m_shared; ///< the lock, which the thread needs even when the object has gone
+    const std::shared_ptr<Shared> m_shared; ///< the lock, which the thread needs even after the object is deleted
     std::atomic<unsigned int> m_flags;
 };

@@ -10,7 +10,7 @@ namespace
 {
 using Id = unsigned __int64;
 
-/// Threads that bear one kind of mark.
+/// The threads with one kind of mark.
 class MarkedThreads
 {
 public:
@@ -26,7 +26,7 @@ public:
     }
 
     bool Has(Id id) const { return m_ids.Find(id) != nullptr; }
-    /// May be asked without the lock.
+    /// May be called without the lock.
     bool WasEverUsed() const noexcept { return m_everUsed.load(std::memory_order_acquire); }
 
 private:
@@ -78,7 +78,7 @@ public:
             return false;
         const tev::LockGuard guard(m_lock);
         Id current = Named(id);
-        // Threads may be attached in a circle; no line of ancestors is longer than there are parents.
+        // Threads may be attached in a circle; no chain of ancestors is longer than the map of parents.
         for (unsigned generations = m_parents.GetCount() + 1; generations > 0; --generations)
         {
             if (threads.Has(current))

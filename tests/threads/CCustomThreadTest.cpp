@@ -187,7 +187,7 @@ TEST_F(CCustomThreads, VictimsCannotBlockTheTermination)
         EXPECT_TRUE(victim.GetExitCode(exitCode));
         EXPECT_EQ(exitCode, 1u);
         SetCancelThread(false, 1);
-        EXPECT_FALSE(CCustomThread::HardThreadsTermination(false)) << "nobody is left";
+        EXPECT_FALSE(CCustomThread::HardThreadsTermination(false)) << "no worker is left";
     }
     lock.Unlock();
 }
@@ -216,21 +216,21 @@ TEST_F(CCustomThreads, TerminationChoosesItsVictims)
     EXPECT_TRUE(neverStarted.IsTerminated());
     EXPECT_EQ(CCustomThread::GetRunningThreadCount(), 0u);
 
-    // One that does it itself spares itself.
+    // A worker that calls it is not killed itself.
     std::atomic<bool> killed{true};
     Worker self([&killed](Worker&) { killed = CCustomThread::HardThreadsTermination(false); });
     EXPECT_TRUE(self.Begin().WaitForEnd(kLongTimeMs));
     EXPECT_FALSE(killed);
 }
 
-TEST_F(CCustomThreads, TerminationTakesTheChildrenAlong)
+TEST_F(CCustomThreads, TerminationKillsTheChildrenToo)
 {
     const auto sleeps = [](void*) -> bool {
         for (;;)
             CXThread::SleepCurrentThread(1);
     };
     const std::unique_ptr<CXThread> child(CXThread::BeginThread(sleeps, nullptr, xThreadPriorityNormal, kOwned, 0));
-    const std::unique_ptr<CXThread> stranger(
+    const std::unique_ptr<CXThread> unrelated(
         CXThread::BeginThread([](void*) { return Eventually([] { return ShouldCancelThread(0); }); }, nullptr,
                               xThreadPriorityNormal, kOwned, 0));
     std::thread foreign;
@@ -250,16 +250,16 @@ TEST_F(CCustomThreads, TerminationTakesTheChildrenAlong)
     unsigned exitCode = 77;
     EXPECT_TRUE(child->GetExitCode(exitCode)) << "a child";
     EXPECT_EQ(exitCode, 1u);
-    EXPECT_FALSE(stranger->GetExitCode(exitCode));
+    EXPECT_FALSE(unrelated->GetExitCode(exitCode));
     CXArray<unsigned __int64> children;
     EXPECT_EQ(GetChildThreads(parent.GetThreadID(), children), 0u);
     foreignMayEnd = true;
     foreign.join();
-    SetCancelThread(true, stranger->GetThreadID());
-    EXPECT_TRUE(stranger->WaitForEnd(kLongTimeMs));
+    SetCancelThread(true, unrelated->GetThreadID());
+    EXPECT_TRUE(unrelated->WaitForEnd(kLongTimeMs));
 }
 
-TEST_F(CCustomThreads, WorkersComeAndGoWhileTheyAreAskedToEnd)
+TEST_F(CCustomThreads, WorkersAreCreatedAndEndWhileTheyAreAskedToEnd)
 {
     std::atomic<bool> stop{false};
     std::thread asker([&stop] {

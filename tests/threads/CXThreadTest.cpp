@@ -85,7 +85,7 @@ bool CountUntilCancelled(CXThread& thread, std::atomic<unsigned>& count)
     return true;
 }
 
-/// True when the count of a thread has moved by the time the counter of another has moved a good deal.
+/// True when the count of a thread has changed by the time that of another one has advanced by 50.
 bool Moves(const std::atomic<unsigned>& count, const std::atomic<unsigned>& other)
 {
     const unsigned before = count;
@@ -133,7 +133,7 @@ TEST(CXThread, EndsAsItsBodySays)
         EXPECT_EQ(exitCode, c.exitCode);
         EXPECT_EQ(thread.m_calls, c.calls);
         EXPECT_FALSE(thread.ResumeThread());
-        EXPECT_TRUE(thread.SuspendThread()) << "whatever the system says";
+        EXPECT_TRUE(thread.SuspendThread()) << "also when the system refuses";
         EXPECT_EQ(CXThread::BeginThread(&thread, xThreadPriorityNormal, 0, 0), nullptr);
         EXPECT_FALSE(thread.IsFlagSet(CXThread::ThreadAutoDelete)) << "left alone by a second start";
     }
@@ -181,7 +181,7 @@ TEST(CXThread, DeletesItselfWithAutoDelete)
     go = true;
     EXPECT_TRUE(Eventually([] { return g_living == 0; }));
 
-    // Its creator's last look at it, and that of the one that resumes it, must not come too late.
+    // The object may be deleted before BeginThread or ResumeThread returns: neither may use it then.
     for (int i = 0; i < 100; ++i)
     {
         auto* const hasty = new TestThread([](TestThread&) { return true; });
@@ -365,7 +365,7 @@ TEST(CXThread, BodiesHaveAStackForSignalHandlers)
     EXPECT_EQ(exitCode, 0u);
 }
 
-TEST(CXThread, AThreadThatTheSystemRefusesTakesItsObjectAlong)
+TEST(CXThread, WhenTheSystemRefusesTheThreadTheObjectIsDeleted)
 {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || defined(__clang__)
     GTEST_SKIP() << "sanitizers need the address space that this test takes away";

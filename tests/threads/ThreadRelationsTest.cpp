@@ -9,7 +9,7 @@
 
 namespace
 {
-/// The two kinds of marks, which work alike.
+/// The two kinds of marks, which behave alike.
 struct Marks
 {
     void (*set)(bool, unsigned __int64);
@@ -79,7 +79,7 @@ TEST(ThreadRelations, CirclesHaveAnEnd)
     }
 }
 
-TEST(ThreadRelations, AThreadObjectTakesItsEntriesAlong)
+TEST(ThreadRelations, DeletingAThreadObjectRemovesItsEntries)
 {
     unsigned __int64 id = 0;
     {

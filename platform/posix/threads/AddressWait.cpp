@@ -8,7 +8,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-// Called from signal handlers and between a caller's failure and its look at errno.
+// Called from signal handlers, and where a caller has yet to read errno.
 namespace
 {
 void Futex(const std::atomic<std::uint32_t>& word, int operation, std::uint32_t value, const timespec* timeout) noexcept

@@ -7,8 +7,8 @@
 
 namespace tev::platform
 {
-/// Gives the thread a stack for signal handlers, so that an overflow of its own stack can be reported. One that stands
-/// already stays.
+/// Gives the thread a stack for signal handlers, so that an overflow of its own stack can be reported. An existing one is
+/// kept.
 class AlternateStack
 {
 public:

@@ -21,7 +21,7 @@ namespace tev::platform
 {
 namespace
 {
-constexpr std::size_t kOwnStackUse = std::size_t{32} << 10; ///< of the thread's start, and of a signal handler
+constexpr std::size_t kOwnStackUse = std::size_t{32} << 10; ///< by the thread's start, and by a signal handler
 constexpr int kNiceStep = 5;
 
 thread_local std::uint64_t t_threadId TEV_NEAR_THREAD_LOCAL = 0;
@@ -49,7 +49,7 @@ void Delist(StartedThread& thread) noexcept
         thread.m_next->m_previous = thread.m_previous;
 }
 
-// Nothing with a destructor may stand in this function: a killed thread returns to it from anywhere.
+// No object with a destructor may be in this function: a killed thread jumps back to it from anywhere.
 void RunProcedure(StartedThread& self) noexcept
 {
     if (sigsetjmp(self.m_end, 1) == 0)
@@ -110,7 +110,7 @@ std::uint64_t CurrentThreadId() noexcept
 {
     if (t_threadId == 0)
     {
-        // The one thread of a forked process has another identifier than its original.
+        // The only thread of a forked child has another identifier than the thread that forked.
         static const int forkHandler = pthread_atfork(nullptr, nullptr, [] { t_threadId = 0; });
         static_cast<void>(forkHandler);
         t_threadId = static_cast<std::uint64_t>(syscall(SYS_gettid));
@@ -174,12 +174,12 @@ void RetainThread(StartedThread* thread) noexcept
     thread->m_references.fetch_add(1, std::memory_order_relaxed);
 }
 
-// The thread's own reference ends in the thread itself, the last thing that it does here.
+// The thread releases its own reference itself, as the last thing that it does here.
 void ReleaseThread(StartedThread* thread) noexcept
 {
     if (thread->m_references.fetch_sub(1, std::memory_order_acq_rel) != 1)
         return;
-    // The stack of a raw exit is lost: another thread on it would find the thread-specific data of the first.
+    // The stack of a raw exit is leaked: a new thread on it would find the thread-specific data of the first.
     if (!thread->m_hasLeftRawly.load())
         pthread_detach(thread->m_thread);
     delete thread;
@@ -217,7 +217,7 @@ bool WaitForThread(const StartedThread* thread, unsigned timeoutMs) noexcept
     return true;
 }
 
-// A number of -20 to 19 that the process has as a whole, and each thread for itself.
+// A number from -20 to 19, of the process as a whole and of each thread separately.
 bool SetThreadPriority(StartedThread* thread, int level) noexcept
 {
     if (thread->HasEnded())

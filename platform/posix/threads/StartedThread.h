@@ -9,13 +9,13 @@
 
 namespace tev::platform
 {
-/// What ends a thread, in the order of growing violence.
+/// Ways to end a thread, in the order of increasing force.
 enum class KillForce : std::uint32_t
 {
     None,
     WithoutLocks, ///< only where it holds no lock
     WithLocks,    ///< also where it holds locks of the program
-    RawExit       ///< inside the C library, too: the thread is gone at once, and what it had there stays as it is
+    RawExit ///< inside the C library, too: the thread ends at once and leaves what it was changing there half done
 };
 
 struct StartedThread
@@ -27,28 +27,28 @@ struct StartedThread
     bool IsAskedToDie() const noexcept { return (m_request.load() & kDie) != 0; }
     bool HasEnded() const noexcept { return m_ended.load(std::memory_order_acquire) != 0; }
 
-    std::atomic<std::uint32_t> m_references{2}; ///< who started it, and the thread
+    std::atomic<std::uint32_t> m_references{2}; ///< the starter's and the thread's own
     ThreadProcedure m_procedure{};
     void* m_argument = nullptr;
     pthread_t m_thread{};
     std::atomic<std::uint32_t> m_id{0};
     std::uint64_t m_number = 0;
     std::atomic<std::uint32_t> m_request{1};
-    std::atomic<std::uint32_t> m_standing{0}; ///< 1 while it stands still, by m_request
+    std::atomic<std::uint32_t> m_standing{0}; ///< 1 while it is stopped because of m_request
     std::atomic<std::uint32_t> m_ended{0};
     std::atomic<bool> m_hasLeftStart{false};
     std::atomic<KillForce> m_killForce{KillForce::None};
     std::atomic<bool> m_wasKilled{false};
-    std::atomic<bool> m_hasLeftRawly{false}; ///< it left by the raw exit
+    std::atomic<bool> m_hasLeftRawly{false}; ///< it ended by KillForce::RawExit
     std::atomic<unsigned> m_exitCode{0};
     std::atomic<unsigned> m_killedExitCode{0};
     std::atomic<unsigned> m_refusals{0}; ///< how often in a row it could not stop because of a lock
-    sigjmp_buf m_end{};                  ///< where a killed thread goes
+    sigjmp_buf m_end{};                  ///< where a killed thread jumps to
     StartedThread* m_next = nullptr;
     StartedThread* m_previous = nullptr;
 };
 
-/// What a thread does last, and its killer in its place where it left by the raw exit.
+/// The last step of a thread, done by its killer where it ended by the raw exit.
 void Leave(StartedThread& thread) noexcept;
 
 /// The calling thread while it may be stopped and killed, else null.
@@ -56,7 +56,7 @@ void SetStoppableThread(StartedThread* thread) noexcept;
 /// Installs what stops threads. Called before the first thread is started, and by each thread at its start.
 void PrepareStops() noexcept;
 void AcceptStopsOnThisThread() noexcept;
-/// Stands still as long as the calling thread is asked to; comes back also when it is to die.
+/// Blocks as long as the calling thread is asked to stop; returns also when it is to die.
 void StandStill(StartedThread& self) noexcept;
 /// Records on the thread itself that it ends by force.
 void NoteKilled(StartedThread& self) noexcept;

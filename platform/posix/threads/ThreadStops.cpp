@@ -1,6 +1,6 @@
-// Suspension and forced ends of threads. Both are asked for in the thread's m_request and made known to it by a signal,
-// whose handler stands still or jumps to the thread's end when the place where the thread was interrupted allows it. If
-// it does not, the handler returns and the signal is sent again a little later.
+// Suspension and forced ends of threads. Both are requested in the thread's m_request and notified by a signal, whose
+// handler blocks or jumps to the thread's end when the place where the thread was interrupted allows it. If it does not,
+// the handler returns and the signal is sent again a little later.
 
 #include "platform/AddressWait.h"
 #include "platform/ThreadLocks.h"
@@ -28,11 +28,11 @@ constexpr std::chrono::milliseconds kKillWithoutLocksTime{100};
 constexpr std::chrono::milliseconds kKillGentlyTime{1000};
 constexpr std::chrono::milliseconds kKillTime{2000};
 constexpr std::chrono::microseconds kRetryTime{500};
-constexpr unsigned kPatience = 200; ///< refusals after which a thread is stopped with the program's locks
+constexpr unsigned kPatience = 200; ///< refusals after which a thread is stopped although it holds locks of the program
 
-constexpr int kFirstSignalToTry = 7; ///< from the first real-time signal; the lowest are the most taken
+constexpr int kFirstSignalToTry = 7; ///< from the first real-time signal; the lowest are used most often
 
-// 0: every signal is taken by the program, so threads cannot be stopped.
+// 0: the program uses every signal, so threads cannot be stopped.
 int g_stopSignal = 0;
 
 thread_local StartedThread* t_stoppable TEV_NEAR_THREAD_LOCAL = nullptr;
@@ -74,8 +74,8 @@ bool IsRuntimeCode(std::uintptr_t at) noexcept
     return false;
 }
 
-// A call that waits has just been broken off by the signal, or is about to be made again. The calls by which the memory
-// manager asks for more are none that wait, and it holds its lock around them.
+// A blocking call has just been interrupted by the signal, or is about to be restarted. The calls by which the memory
+// manager gets more memory are not blocking ones, and it holds its lock around them.
 bool IsInWaitingCall([[maybe_unused]] const ucontext_t& context) noexcept
 {
 #if defined(__x86_64__)
@@ -125,7 +125,7 @@ bool MayStandStillHere(StartedThread& self) noexcept
     return held == 0 || (held < kLibraryLockWeight && ++self.m_refusals >= kPatience);
 }
 
-/// Ends the calling thread, if this is a place for it. A thread without context stands in its own code.
+/// Ends the calling thread if it may be ended here. Without a context the thread is in its own code.
 void EndHere(StartedThread& self, const ucontext_t* context) noexcept
 {
     const KillForce force = self.m_killForce.load();
@@ -142,7 +142,7 @@ void EndHere(StartedThread& self, const ucontext_t* context) noexcept
     syscall(SYS_exit, 0);
 }
 
-// Stops wherever the thread is asked to and may. What it was asked may have changed while it stood still.
+// The request may have changed while the thread was stopped.
 void Obey(StartedThread& self, const ucontext_t* context) noexcept
 {
     if (self.IsAskedToStop() && !self.IsAskedToDie() && MayStandStillHere(self))
@@ -151,7 +151,7 @@ void Obey(StartedThread& self, const ucontext_t* context) noexcept
         EndHere(self, context);
 }
 
-// Another library's signal of the same number may come, and one that was meant for an earlier thread of this identifier.
+// Another library may send the same signal, and one may arrive that was sent to an earlier thread of this identifier.
 void OnStopSignal(int, siginfo_t* info, void* context)
 {
     const int error = errno;
@@ -161,7 +161,7 @@ void OnStopSignal(int, siginfo_t* info, void* context)
     errno = error;
 }
 
-/// False when the thread cannot be reached now.
+/// False when the signal could not be sent.
 bool Signal(StartedThread& thread) noexcept
 {
     if (g_stopSignal == 0)
@@ -178,7 +178,7 @@ bool Signal(StartedThread& thread) noexcept
     return sent;
 }
 
-/// Sends the signal until the word holds 1 or the time is over. Whether the word does.
+/// Sends the signal until the word holds 1 or the time is over. True when the word holds 1.
 bool SignalUntil(StartedThread& thread, const std::atomic<std::uint32_t>& word, std::chrono::milliseconds time) noexcept
 {
     const Clock::time_point end = Clock::now() + time;
@@ -226,7 +226,8 @@ void SetStoppableThread(StartedThread* thread) noexcept
     std::atomic_signal_fence(std::memory_order_seq_cst);
 }
 
-// Who suspends it again while it is on its way finds it standing, and so it is: it goes round without having left.
+// A caller that suspends it again before m_standing is cleared sees it as stopped, which is true: the loop goes round
+// without having returned.
 void StandStill(StartedThread& self) noexcept
 {
     while (self.IsAskedToStop() && !self.IsAskedToDie())
