@@ -1,4 +1,4 @@
-// CCustomData beside what a program would keep its settings in instead. Each benchmark counts values.
+// CCustomData compared with what a program would keep its settings in instead. Each benchmark counts values.
 
 #include "settings/CCustomData.h"
 #include "tests/support/TempFolder.h"
@@ -39,7 +39,7 @@ using tev::test::TempFolder;
 constexpr unsigned kIdStep = 7919;       // identifiers are spread, as those of dialogs and plug-ins are
 constexpr unsigned kTextNumber = 100000; // that texts begin with, so that all have one length
 
-// One face for all: Set and Get of int, long long, double, Text and Block under a Key.
+// One interface for all: Set and Get of int, long long, double, Text and Block under a Key.
 
 struct Ours
 {
@@ -145,7 +145,7 @@ public:
         return true;
     }
     void Save() { m_settings.sync(); }
-    void Load() {} // did so already
+    void Load() {} // loaded by the constructor
 
 private:
     QSettings m_settings;
@@ -282,7 +282,7 @@ void Get(benchmark::State& state)
     CountValues(state, keys.size());
 }
 
-// One value gets another size: in ours it goes to the end, and what lay behind it moves.
+// One value gets another size: ours is appended at the end, and the values behind the old one move.
 template <class STORE>
 void Resize(benchmark::State& state)
 {

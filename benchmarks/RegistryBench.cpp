@@ -1,4 +1,4 @@
-// CRegUtil beside what a program would keep its settings in instead. Each benchmark counts values.
+// CRegUtil compared with what a program would keep its settings in instead. Each benchmark counts values.
 
 #include "settings/CRegUtil.h"
 #include "tests/support/TestRegistry.h"

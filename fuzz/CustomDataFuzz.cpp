@@ -1,6 +1,6 @@
-// Data stores from anything. The first byte chooses the way in: through an archive, strict or not, from a file that lends
-// its buffer or not; or as a block of chunks, copied or handed over. What does not get in leaves the documented state;
-// what does is a store in every respect, and stays one when it is changed.
+// Data stores from arbitrary bytes. The first byte chooses how they are loaded: through an archive, strict or not, from a
+// file that exposes its buffer or not; or as a block of chunks, copied or attached. A refused input leaves the documented
+// state; an accepted one is a consistent store, and stays one when it is changed.
 
 #include "files/CXArchive.h"
 #include "files/CXMemFile.h"
@@ -45,7 +45,7 @@ unsigned NaiveChecksum(const unsigned char* bytes, unsigned size)
     return hash;
 }
 
-/// What the store says of itself agrees with its block; returns the identifiers in the order of the block.
+/// Checks the store's queries against its block; returns the identifiers in the order of the block.
 std::vector<unsigned> CheckValues(const CCustomData& store)
 {
     unsigned used = 0;

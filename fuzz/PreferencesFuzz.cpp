@@ -1,5 +1,5 @@
-// Preference files made of anything: how they are taken apart into records, what is found in them, and what `tev settings`
-// shows of it.
+// Preference files of arbitrary bytes: how they are split into records, which stores are found in them, and what
+// `tev settings` shows.
 
 #include "settings/CCustomData.h"
 #include "settings/PreferenceRecords.h"

@@ -1,5 +1,5 @@
-// Texts of the registry made of anything. The first byte chooses their encoding. What is taken over is written, and that
-// text, taken over in turn, gives the same.
+// Arbitrary registry texts. The first byte chooses their encoding. What was imported is exported, and importing that text
+// gives the same export.
 
 #include "files/CXMemFile.h"
 #include "settings/RegistryText.h"

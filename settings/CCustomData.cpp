@@ -70,7 +70,7 @@ void CCustomData::CopyFrom(const CCustomData& other)
     m_timeStamp = other.m_timeStamp;
 }
 
-// What was loaded into another store, which is left empty.
+// Moves the content of another store into this one; the other is left empty.
 void CCustomData::TakeFrom(CCustomData& other)
 {
     const StoreLocks locks(m_lock, other.m_lock);
@@ -154,7 +154,8 @@ bool CCustomData::IsEqual(const CCustomData& other) const
         return false;
     if (m_used == 0 || std::memcmp(m_buffer, other.m_buffer, m_used) == 0)
         return true;
-    // With the same total and no identifier twice, chunks that are all found in the other store are all that it has.
+    // The totals are equal and no identifier occurs twice, so if each chunk is found in the other store, the other has
+    // no more.
     for (unsigned at = 0; at < m_used;)
     {
         const unsigned extent = tev::kChunkHeader + tev::ChunkSize(m_buffer + at);
@@ -251,7 +252,7 @@ bool CCustomData::Attach(void* buffer, unsigned size)
 {
     const LockGuard lock(m_lock);
     if (buffer == m_buffer)
-        m_buffer = nullptr; // its own block again, which must not be freed on the way
+        m_buffer = nullptr; // the store's own block, which Clear must not free
     Clear();
     Block block(static_cast<unsigned char*>(buffer));
     return (size == 0 || buffer != nullptr) && TakeBlock(std::move(block), size, 0) == Outcome::kDone;
@@ -281,7 +282,7 @@ bool CCustomData::GetCustomData(unsigned id, CCustomData& out) const
     const unsigned legacyMode = m_legacyMode;
     if (data == nullptr || !out.SetData(data, size))
         return false;
-    out.m_legacyMode = legacyMode; // what came out of an older layout has no kinds either
+    out.m_legacyMode = legacyMode; // values of an older layout have no kinds within nested stores either
     return true;
 }
 

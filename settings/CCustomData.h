@@ -30,16 +30,17 @@ protected:
     CCustomDataClass& operator=(const CCustomDataClass&) = default;
 };
 
-/// A set of typed values, each under an identifier of 32 bits, in one block of memory that is copied, compared, stored and
-/// sent as a whole; docs/store.md shows its use and docs/formats.md the bytes. Each value has a kind, and is only given
-/// out as the kind that it was set as.
+/// A set of typed values, each under an identifier of 32 bits, in one block of memory that is copied, compared, stored
+/// and sent as a whole; docs/store.md shows its use and docs/formats.md the bytes. Each value has a kind, and is only
+/// returned as the kind that it was set as.
 ///
-/// Setting a value answers false, and changes nothing, when there is no memory or the store would grow past 4 GiB. A value
-/// of the same size takes the place of the old one; one of another size goes to the end, and moves what lay behind.
+/// Setting a value returns false, and changes nothing, when there is no memory or the store would grow past 4 GiB. A
+/// value of the same size takes the place of the old one; one of another size is appended at the end, and the chunks
+/// behind the old one move.
 ///
-/// Safe from several threads at once: every member holds the store's lock while it runs, and one that works on two stores
-/// holds both. Pointers into the store are void after the next change, so who uses them beside other threads holds the
-/// lock meanwhile.
+/// Safe from several threads at once: every member holds the store's lock while it runs, and one that works on two
+/// stores holds both. Pointers into the store are invalidated by the next change; a caller that shares the store with
+/// other threads holds the lock as long as it uses them.
 class TEVTOOLS_API CCustomData : public CXObject
 {
 public:
@@ -77,7 +78,7 @@ public:
     CCustomData& operator=(const CCustomData& other);
     ~CCustomData() override;
 
-    // Values. Getters answer whether there is such a value; `out` receives it, or else the default.
+    // Values. Getters return whether there is such a value; `out` receives it, or else the default.
 
     bool SetInt(unsigned int id, int value);
     bool SetUInt(unsigned int id, unsigned int value);
@@ -152,10 +153,10 @@ public:
     // Stores within the store. One that is empty is not kept: the identifier has no value then.
 
     bool SetCustomData(unsigned int id, const CCustomData& data);
-    /// Leaves `out` as it was when there is no store, or a damaged one.
+    /// Leaves `out` as it was when there is no such nested store, or it is damaged.
     bool GetCustomData(unsigned int id, CCustomData& out) const;
-    /// Adds the values of a store to the one within this store, or puts it in. Where both have a value, mode 0 takes the
-    /// new one and mode 1 keeps the present one.
+    /// Adds the values of a store to the one within this store, or puts it in. Where both have a value, mode 0 takes
+    /// the new one and mode 1 keeps the present one.
     bool AddToCustomData(unsigned int id, const CCustomData& data, int mode);
     /// Keeps what the object saves; its functions are called without the lock.
     bool SetCustomClass(unsigned int id, const CCustomDataClass& object);
@@ -177,8 +178,8 @@ public:
     unsigned int GetChecksum(unsigned int id) const;
     /// The system's milliseconds when the store was made, loaded, or last given a value of a new size.
     unsigned __int64 GetTimeStamp() const;
-    /// The lock that every member holds, to hold it over several calls. A thread that holds the locks of two stores takes
-    /// them in the order of the stores' addresses.
+    /// The lock that every member holds, to hold it over several calls. A thread that holds the locks of two stores
+    /// takes them in the order of the stores' addresses.
     CXCriticalSection* GetThreadLock() const noexcept { return &m_lock; }
     /// Whether both have the same values, identifiers and kinds, in whatever order.
     bool IsEqual(const CCustomData& other) const;
@@ -208,18 +209,19 @@ public:
     const void* GetData(unsigned int& size) const;
     /// Replaces all values by those of a copied block. False, with the store as it was, when the block is malformed.
     bool SetData(const void* data, unsigned int size);
-    /// Empties the store and hands out its block, which the caller releases with Free.
+    /// Empties the store and returns its block, which the caller releases with Free.
     [[nodiscard]] void* Detach(unsigned int& size);
-    /// Replaces all values by those of a block from Alloc, which the store takes over in any case. False, with the store
-    /// empty, when the block is malformed.
+    /// Replaces all values by those of a block from Alloc, which the store takes over in any case. False, with the
+    /// store empty, when the block is malformed.
     bool Attach(void* buffer, unsigned int size);
     [[nodiscard]] static void* Alloc(unsigned int size);
     static void Free(void* buffer);
 
     // Persistence
 
-    /// Loading throws CXFileException for what is no store, cut off or malformed, and what the archive throws; the store
-    /// is empty then. The older layouts are read too: their values have no kind, so that getters check their size alone.
+    /// Loading throws CXFileException for what is no store, cut off or malformed, and what the archive throws; the
+    /// store is empty then. The older layouts are read too: their values have no kind, so that getters check their size
+    /// alone.
     void Serialize(CXArchive& archive) override;
     /// A new block with the bytes that Serialize writes, which the caller releases with Free; null without memory.
     [[nodiscard]] void* SerializeToData(unsigned __int64& size) const;
@@ -232,10 +234,10 @@ public:
 
     // A preference file holds many stores, each under two keys; see settings/PreferenceFile.h.
 
-    /// Puts the store into the file under its keys, in the place of the one there, and keeps all others. A missing file is
-    /// created. Programs may save into one file at once, and read it meanwhile. False, with the file as it was, when the
-    /// path has no file name or the disk fails. A damaged file is kept beside the new one, with ".damaged" appended; every
-    /// store in it that can still be read goes over.
+    /// Puts the store into the file under its keys, in the place of the one there, and keeps all others. A missing file
+    /// is created. Several programs may save into one file, and read it, at the same time. False, with the file as it
+    /// was, when the path has no file name or the disk fails. A damaged file is kept next to the new one, with
+    /// ".damaged" appended; every store in it that can still be read is carried over.
     bool SaveToPrefs(const CXTString<wchar_t>& path, unsigned int key1, unsigned int key2) const;
     /// False, with this store as it was, when the file or a store of these keys is not there or cannot be read. With
     /// `throwWhenDamaged` a file that is there and cannot be read, in whole, throws CXFileException instead, unless the
@@ -302,6 +304,6 @@ private:
     unsigned int m_used X_GUARDED_BY(m_lock) = 0;
     unsigned int m_allocated X_GUARDED_BY(m_lock) = 0;
     unsigned __int64 m_timeStamp X_GUARDED_BY(m_lock) = 0;
-    mutable unsigned int m_lastIndex X_GUARDED_BY(m_lock) = 0; ///< what GetIDByIndex was asked last, and where it lay
+    mutable unsigned int m_lastIndex X_GUARDED_BY(m_lock) = 0; ///< the last index of GetIDByIndex and its offset
     mutable unsigned int m_lastOffset X_GUARDED_BY(m_lock) = 0;
 };

@@ -111,7 +111,7 @@ void* CCustomData::SerializeToData(unsigned __int64& size) const
     return block;
 }
 
-// The block may lie in this store, so that stays as it is while the block is read.
+// The block may lie in this store, so the store is not changed while the block is read.
 bool CCustomData::SerializeFromData(const void* data, unsigned __int64 size)
 {
     const LockGuard lock(m_lock);
@@ -176,7 +176,7 @@ void CCustomData::LoadCurrent(CXArchive& archive)
         Fail(archive, fileInvalidFile);
 }
 
-// The first layout tells how many bytes its records take, the second how many there are.
+// The first layout begins with the size of its records in bytes, the second with their number.
 void CCustomData::ReadPreviousVersion(CXArchive& archive, unsigned legacyMode)
 {
     const bool countsBytes = legacyMode == kUnicodeMode;
@@ -213,7 +213,7 @@ CCustomData::CustomPrivateDataOld CCustomData::ReadPreviousRecord(CXArchive& arc
     return {tev::LoadLittleEndian<unsigned>(header), size, ReadBlock<Block>(archive, size)};
 }
 
-// What has no bytes is no value any more.
+// A record without bytes is no value in the present layout, and is dropped.
 void CCustomData::ConvertPreviousData(const CustomPrivateDataOld& record)
 {
     if (!SetChunk(record.m_id, record.m_data.get(), record.m_size, kAnyKind))

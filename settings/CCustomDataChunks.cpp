@@ -19,8 +19,8 @@ constexpr unsigned kSmallestBlock = 128;
 constexpr double kGrowth = 1.5;
 // A store that is saved counts the 20 bytes of its header in the same 32 bits.
 constexpr unsigned kLargestBlock = 0xFFFFFFFF - 20;
-// A block is given back when less than a third of it is used, and keeps a half more than that: so a value that comes and
-// goes does not move the block each time.
+// A block is given back when less than a third of it is used, and keeps a half more than that: so a value that comes
+// and goes does not move the block each time.
 constexpr unsigned kShrinkBelow = 3;
 constexpr double kSlotsPerLookup = 8; // of the map, walked in the time that one identifier is looked up
 
@@ -100,7 +100,8 @@ unsigned char* CCustomData::Place(unsigned id, unsigned size, unsigned kind)
     return m_buffer + start + kChunkHeader;
 }
 
-// As Place for `room` bytes and a copy of the data behind them, which may lie in this block; null makes a new value zero.
+// As Place for `room` bytes and a copy of the data behind them, which may lie in this block; null makes a new value
+// zero.
 unsigned char* CCustomData::PlaceCopy(unsigned id, unsigned room, const void* data, unsigned size, unsigned kind)
 {
     std::unique_ptr<unsigned char[]> copy;

@@ -19,7 +19,7 @@ using Bytes = std::vector<unsigned char>;
 using Records = std::vector<XPreferenceRecord>;
 
 constexpr std::size_t kReadStep = std::size_t(1) << 30;
-constexpr unsigned __int64 kNoLength = ~0ULL; // of what is no file
+constexpr unsigned __int64 kNoLength = ~0ULL; // of something that is not a file
 constexpr std::size_t kKeysSize = 8;
 constexpr const wchar_t* kDamagedSuffix = L".damaged";
 
@@ -34,7 +34,7 @@ bool HasFileName(const Text& path)
     return length != 0 && path[length - 1] != L'/' && path[length - 1] != L'\\';
 }
 
-/// Steps, since a length need not be true and a count of the file has 32 bits.
+/// In steps, since CXFile::Read takes a count of 32 bits; the file may be shorter than its length said.
 Bytes ReadAll(CXFile& file)
 {
     const unsigned __int64 length = file.GetLength();
@@ -54,7 +54,8 @@ Bytes ReadAll(CXFile& file)
     return bytes;
 }
 
-/// The whole file as it was at one moment. False when there is none; throws CXFileException when it cannot be read.
+/// Reads the whole file, which is replaced as a whole and so never changes while it is open. False when there is none;
+/// throws CXFileException when it cannot be read.
 bool ReadFile(const Text& path, Bytes& bytes)
 {
     if (tev::IsPipeOrDevice(path))
@@ -86,7 +87,7 @@ bool Matches(const XPreferenceRecord& record, unsigned key1, unsigned key2)
     return record.m_isSound && record.m_key1 == key1 && record.m_key2 == key2;
 }
 
-/// The records of the old file that are kept beside what is saved or removed under the keys, as they stand in it.
+/// Rewrites a file: the store under one pair of keys is replaced or removed, every other sound record is copied.
 class Rewriting
 {
 public:
@@ -94,26 +95,26 @@ public:
     {
         ReadFile(path, m_old);
         m_isSound = tev::SplitPreferences(m_old, m_records);
-        const auto goes = [this](const XPreferenceRecord& record) {
+        const auto isLeftOut = [this](const XPreferenceRecord& record) {
             return !record.m_isSound || Matches(record, m_key1, m_key2);
         };
-        const auto end = std::remove_if(m_records.begin(), m_records.end(), goes);
+        const auto end = std::remove_if(m_records.begin(), m_records.end(), isLeftOut);
         m_replaces = end != m_records.end();
         m_records.erase(end, m_records.end());
     }
 
     bool IsSound() const { return m_isSound; }
-    /// Whether a record goes.
+    /// Whether the old file has a record of these keys, or a damaged one, that is left out.
     bool Replaces() const { return m_replaces; }
 
-    /// Keeps the old file beside the new one.
+    /// Copies the old file to one with ".damaged" appended.
     void KeepDamaged()
     {
         WriteAll(m_replacement.Begin(), m_old.data(), m_old.size());
         m_replacement.Commit(kDamagedSuffix);
     }
 
-    /// With a store the new file has it in front of the kept records.
+    /// Writes the new file: the store, unless it is null, and then the kept records.
     void Write(const unsigned char* store, std::size_t size)
     {
         Bytes head(store == nullptr ? 4 : 4 + kKeysSize);

@@ -42,8 +42,8 @@ private:
     std::size_t m_bytes;
 };
 
-/// The units up to the first NUL, or to the end. Text ends with its only one, so a NUL within is looked for without
-/// branches, which the compiler does in vectors, and its place only where there is one.
+/// The units up to the first NUL, or to the end. Text normally has one NUL, at its end, so a branch-free loop that the
+/// compiler vectorizes first tests for an earlier one, and only then is its position looked for.
 std::size_t TextUnits(const unsigned char* units, std::size_t count)
 {
     const auto unitAt = [units](std::size_t i) { return tev::LoadLittleEndian<std::uint16_t>(units + 2 * i); };

@@ -19,7 +19,7 @@ constexpr int std::tm::*kFields[kTimeFields] = {&std::tm::tm_sec,  &std::tm::tm_
                                                 &std::tm::tm_mday, &std::tm::tm_mon,  &std::tm::tm_year,
                                                 &std::tm::tm_wday, &std::tm::tm_yday, &std::tm::tm_isdst};
 
-// A long has 32 or 64 bits, what is stored of it has 32.
+// A long has 32 or 64 bits depending on the platform; 32 of them are stored.
 template <class Stored, class Long>
 Stored Narrowed(Long value)
 {

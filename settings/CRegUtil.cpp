@@ -39,7 +39,7 @@ bool IsText(unsigned type)
     return type == CRegUtil::kTypeString || type == CRegUtil::kTypeExpandString || type == CRegUtil::kTypeMultiString;
 }
 
-/// The path of a key below the base, as the store takes it.
+/// The path of a key below the base, as the store expects it.
 std::wstring StorePath(const wchar_t* subkey)
 {
     std::wstring path = subkey != nullptr ? subkey : L"";
@@ -49,7 +49,7 @@ std::wstring StorePath(const wchar_t* subkey)
 }
 } // namespace
 
-/// The base for the length of one operation; what was open stays so.
+/// Opens the base for one operation; a base that was open already stays open.
 class CRegUtil::OpenedBase
 {
 public:
@@ -203,7 +203,7 @@ bool CRegUtil::OpenBase(bool create)
     if (m_base != nullptr)
         return true;
     HKEY key = m_root != nullptr ? m_root : RootKey(kCurrentUser);
-    if (m_componentCount == 0) // a handle of its own, which remembers the place of an enumeration
+    if (m_componentCount == 0) // a handle of its own, since it holds the position of an enumeration
         return Note(OpenSettingsKey(key, L"", kAllAccess, m_base));
     for (int i = 0; i < m_componentCount; ++i)
     {

@@ -7,19 +7,20 @@
 #include <string>
 #include <vector>
 
-/// The handle of a key in the settings registry; on Windows the system's own type. Nobody looks behind it.
+/// The handle of a key in the settings registry; on Windows the system's own type. Opaque.
 struct HKEY__;
 using HKEY = HKEY__*;
 
-/// Reads and writes settings in the system's registry: keys within keys, each with typed values. An object holds the path
-/// of a base key; operations name a value of it, or a key below it and a value of that. Names do not regard case. The base
-/// is opened for each operation, unless OpenBase keeps it open, which is several times faster. docs/registry.md tells where
-/// the registry lies, who may change it at the same time, and what the codes of errors mean.
+/// Reads and writes settings in the system's registry: keys within keys, each with typed values. An object holds the
+/// path of a base key; operations name a value of it, or a key below it and a value of that. Names are compared without
+/// regard to case. The base is opened for each operation, unless OpenBase keeps it open, which is several times faster.
+/// docs/registry.md says where the registry is stored, what happens when several programs change it at the same time,
+/// and what the error codes mean.
 ///
-/// Operations answer false, or the default, where they fail, and GetLastError() says why. Names that are null are empty:
-/// the empty name of a value is that of the key's default value, and an empty key below the base is the base itself. In the
-/// name of a key below the base '\', '/' and ':' separate levels.
-/// Parameters of type unsigned long carry 32 bits. One thread at a time; several objects may work at once.
+/// Operations return false, or the default, when they fail, and GetLastError() says why. Names that are null are empty:
+/// the empty name of a value is that of the key's default value, and an empty key below the base is the base itself. In
+/// the name of a key below the base '\', '/' and ':' separate levels. Parameters of type unsigned long carry 32 bits.
+/// One thread at a time; several objects may work at once.
 class TEVTOOLS_API CRegUtil
 {
 public:
@@ -40,22 +41,22 @@ public:
     /// Made for SetPath() without arguments. The last error is 21 until something is done.
     CRegUtil(CXTString<wchar_t> appName, unsigned long access);
     explicit CRegUtil(unsigned long access);
-    /// Takes over rights and path only: the root is HKEY_CURRENT_USER unless the path names another, there is no
+    /// Copies rights and path only: the root is HKEY_CURRENT_USER unless the path names another, there is no
     /// application name, and the base is closed.
     CRegUtil(const CRegUtil& other);
     CRegUtil& operator=(const CRegUtil&) = delete;
     virtual ~CRegUtil();
 
-    /// Chooses the base key. The path's components stand between '\', '/' or ':'; if the first is the name of a root, that
-    /// becomes the root, else it stays (HKEY_CURRENT_USER in a new object). Answers whether the key could be opened, and with
-    /// `create` makes it with all above it. The path is kept in any case.
+    /// Chooses the base key. The path's components stand between '\', '/' or ':'; if the first is the name of a root,
+    /// that becomes the root, else the root stays (HKEY_CURRENT_USER in a new object). Returns whether the key could be
+    /// opened; with `create` it is created with all keys above it. The path is kept in any case.
     bool SetPath(CPathString path, bool create);
     /// False when there is no path to which this one could be relative.
     bool SetRelPath(CPathString relPath, bool create);
     /// A null root stands for HKEY_CURRENT_USER.
     bool SetPath(wchar_t const** components, int count, HKEY root, bool create);
     /// Chooses and makes Software, Test and the name of the application below the present root. An object that was made
-    /// without a name tells the person so.
+    /// without a name shows a message that says so.
     bool SetPath();
 
     /// Keeps the base open until CloseBase. Without components the root is the base.
@@ -64,8 +65,8 @@ public:
 
     // Values of the base
 
-    /// Texts of any of the three text types up to their first NUL. With `expand` the variables in a kTypeExpandString are
-    /// replaced, unless the text then has 260 characters or more.
+    /// Texts of any of the three text types up to their first NUL. With `expand` the variables in a kTypeExpandString
+    /// are replaced, unless the text then has 260 characters or more.
     CXTString<wchar_t> GetKeyString(wchar_t const* name, bool expand);
     /// Null writes a text of no bytes, without a terminator.
     bool WriteKeyString(wchar_t const* name, wchar_t const* data);
@@ -73,8 +74,8 @@ public:
     /// Reads a value of any type and at most 4 bytes; those that it lacks are 0.
     bool GetKeyInt(wchar_t const* name, unsigned long& value);
     bool WriteKeyBin(wchar_t const* name, void const* data, unsigned long size);
-    /// Reads a value of any type. `size` is that of the buffer, and receives that of the value, also where the buffer is too
-    /// small for it (error 234) or null.
+    /// Reads a value of any type. `size` is that of the buffer, and receives that of the value, also where the buffer
+    /// is too small for it (error 234) or null.
     bool GetKeyBin(wchar_t const* name, void* data, unsigned long& size);
     /// Writes a value without type and data.
     bool WriteRegNoneKey(wchar_t const* name);
@@ -95,14 +96,14 @@ public:
 
     // Keys
 
-    /// Deletes a key with its values. One that has keys below it goes only with `recursive`, and then with all of them or not
-    /// at all. False for null.
+    /// Deletes a key with its values. One that has keys below it is deleted only with `recursive`, and then with all of
+    /// them or not at all. False for null.
     bool DeleteKey(wchar_t const* subkey, bool recursive);
 
     // Enumerations open the base, or a key below it in its place, and close it at their end. Names come in the order of
-    // their folded spelling. What is deleted or added meanwhile makes none come twice or be left out. `size` counts
-    // characters, the terminator included; where it is too small (error 234) the same name can be asked for again. The last
-    // error behind the last name is 259.
+    // their folded spelling. Deleting or adding names meanwhile repeats or skips none of the others. `size` counts
+    // characters, the terminator included; where it is too small (error 234) the same name can be asked for again. The
+    // last error behind the last name is 259.
 
     bool StartSubKeyEnum();
     bool GetNextSubKeyName(wchar_t* buffer, unsigned long size);
@@ -128,7 +129,7 @@ private:
     class OpenedSubKey;
 
     HKEY OpenComponent(HKEY parent, const wchar_t* name, bool create);
-    /// Remembers the code of a call and answers whether it succeeded.
+    /// Keeps the code of a call as the last error and returns whether it succeeded.
     bool Note(unsigned systemError) noexcept;
     bool ReadText(HKEY key, wchar_t const* name, bool expand, CXTString<wchar_t>& text);
     bool ReadBytes(HKEY key, wchar_t const* name, void* data, unsigned long& size);

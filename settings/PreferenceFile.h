@@ -4,13 +4,13 @@
 
 #include <vector>
 
-// Preference files: many stores in one file, each under two keys. CCustomData saves into them and loads from them; here is
-// what looks at a file as a whole. docs/formats.md describes the bytes.
+// Preference files: many stores in one file, each under two keys. CCustomData saves into them and loads from them; here
+// are the operations on a file as a whole. docs/formats.md describes the bytes.
 
-/// One store in a preference file, or a run of bytes that is none.
+/// One store in a preference file, or a run of damaged bytes.
 struct XPreferenceRecord
 {
-    unsigned int m_key1 = 0; ///< of damaged bytes: what stands where keys should be
+    unsigned int m_key1 = 0; ///< of damaged bytes: what stands in the place of the keys
     unsigned int m_key2 = 0;
     unsigned __int64 m_offset = 0; ///< of the keys, in the file
     unsigned __int64 m_size = 0;   ///< with the keys
@@ -18,12 +18,12 @@ struct XPreferenceRecord
     bool m_isSound = false;
 };
 
-/// The records of a preference file in their order. False when the file is damaged: a record is not sound, or the number
-/// that the file begins with is not that of its records. Throws CXFileException when the file cannot be read.
+/// The records of a preference file in their order. False when the file is damaged: a record is not sound, or the
+/// number that the file begins with is not that of its records. Throws CXFileException when the file cannot be read.
 /// Safe from several threads at once.
 TEVTOOLS_API bool XListPreferences(const CXTString<wchar_t>& path, std::vector<XPreferenceRecord>& records);
 
-/// Takes the store of these keys out of the file, as CCustomData::SaveToPrefs puts one in. False when there was none, the
-/// file is damaged or the disk fails; the file is as it was then.
-/// Safe from several threads at once.
+/// Removes the store of these keys from the file, in the same way in which CCustomData::SaveToPrefs adds one. False
+/// when there was none, the file is damaged or the disk fails; the file is as it was then. Safe from several threads at
+/// once.
 TEVTOOLS_API bool XRemovePreference(const CXTString<wchar_t>& path, unsigned int key1, unsigned int key2);

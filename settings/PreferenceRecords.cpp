@@ -1,6 +1,6 @@
-// Where the records of a preference file begin and end. A sound file is one record behind the other. Where one cannot be
-// read, its total still tells where the next one begins, if a signature stands there. Else the next place is looked for at
-// which a sound record begins, byte by byte: signature first, and then the whole store.
+// Where the records of a preference file begin and end. A sound file is one record behind the other. Where one cannot
+// be read, its total still tells where the next one begins, if a signature stands there. Else the next place is looked
+// for at which a sound record begins, byte by byte: signature first, and then the whole store.
 
 #include "settings/PreferenceRecords.h"
 
@@ -22,8 +22,8 @@ constexpr std::size_t kOldRecordHeader = 8;
 constexpr unsigned kUnicodeSignature = 0x43555355;
 constexpr unsigned kTextSignature = 0x43555354;
 constexpr unsigned kSignatures[] = {0x43555335, 0x43555334, kUnicodeSignature, kTextSignature};
-// How much of a file may be read in vain, in sizes of the file, before what is left of it is damaged as a whole: enough for
-// any damage, and an end for files that were made to take long.
+// How much of a file may be read in vain, in sizes of the file, before what is left of it is damaged as a whole: enough
+// for any damage, and an end for files that were made to take long.
 constexpr std::size_t kVainFactor = 16;
 
 unsigned NumberAt(const Bytes& file, std::size_t at)

@@ -13,7 +13,7 @@ enum class XRegistryFault
     None,
     Header,  ///< the first line names no version that is known
     Key,     ///< a line in brackets is not the path of a key
-    NoKey,   ///< a value stands before the first key
+    NoKey,   ///< a value stands before the first key or below a deleted one
     Value,   ///< a line is not a name, "=" and data
     Registry ///< the registry refused the change, or could not be written
 };
@@ -25,15 +25,15 @@ struct XRegistryImport
     int m_systemError = 0; ///< the registry's code, see CRegUtil::GetLastError; 13 for a fault of the text
 };
 
-/// Takes over a text of version 5.00 or REGEDIT4, whose keys are all below the roots' full names. It is taken over as a
-/// whole or, in a registry of one file, not at all. A key in brackets that begin with '-' goes with all below it, a value of
-/// "-" goes; it is no fault where they are not there. Where a value occurs twice the last one counts. Lines that begin with
-/// ';' say nothing. Takes about four times the size of the text in memory.
+/// Imports a text of version 5.00 or REGEDIT4, whose keys all begin with the full name of a root. It is imported as a
+/// whole or, in a registry of one file, not at all. A key in brackets that begin with '-' is deleted with all below it,
+/// and a value of "-" is deleted; either may be missing. Where a value occurs twice the last one counts. Lines that
+/// begin with ';' are comments. Takes about four times the size of the text in memory.
 TEVTOOLS_API bool XImportRegistry(const CXTString<wchar_t>& text, XRegistryImport& result);
 
-/// Writes a key and all below it, as they were at one moment: UTF-16 little-endian behind a mark, or UTF-8 without one for
-/// every other encoding. `path` begins with the name of a root, else it is below HKEY_CURRENT_USER. False, with the code and
-/// nothing written, where the key cannot be read, or (code 13) the name of one below it holds the end of a line. Throws CXFileException when the file cannot be written. Holds what it
-/// writes in memory.
+/// Writes a key and all below it, as they were at one moment: UTF-16 little-endian behind a mark, or UTF-8 without one
+/// for every other encoding. `path` begins with the name of a root, else it is below HKEY_CURRENT_USER. False, with the
+/// code and nothing written, where the key cannot be read, or (code 13) the name of a key in it contains a line end.
+/// Throws CXFileException when the file cannot be written. The whole tree is held in memory.
 [[nodiscard]] TEVTOOLS_API bool XExportRegistry(const CXTString<wchar_t>& path, CXFile& file, xStringEncoding encoding,
                                                 int& systemError);

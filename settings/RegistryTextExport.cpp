@@ -22,7 +22,7 @@ constexpr std::wstring_view kLineEnd = L"\r\n";
 constexpr std::size_t kLongestLine = 77; // before the comma and the backslash that continue it
 constexpr std::wstring_view kDigits = L"0123456789abcdef";
 
-/// Root and path, as the store takes them, of a path that may begin with the name of a root.
+/// Splits a path that may begin with the name of a root into the root and a path below it as the store expects it.
 struct KeyPath
 {
     explicit KeyPath(std::wstring_view text)
@@ -64,7 +64,7 @@ void AppendQuoted(std::wstring& line, std::wstring_view text)
     line += L'"';
 }
 
-/// Whether data is a text that quotes can hold: nothing that would break the line, and no half of a character.
+/// Whether data is a text that can be written in quotes: no control characters and no lone surrogates.
 bool IsPlainText(const SettingsValue& value, CXTString<wchar_t>& text)
 {
     if (value.type != CRegUtil::kTypeString || value.data.size() % 2 != 0 ||
@@ -149,7 +149,7 @@ bool XExportRegistry(const CXTString<wchar_t>& path, CXFile& file, xStringEncodi
     systemError = static_cast<int>(tev::platform::ReadSettingsTree(key.m_root, key.m_path.c_str(), tree));
     if (systemError != 0)
         return false;
-    // The text has no form for such a name, whose second line could say anything.
+    // A line end in a name cannot be escaped, and would make the rest of the name a line of its own.
     const auto hasLineEnd = [](const SettingsTreeKey& read) {
         return read.path.find_first_of(L"\r\n") != read.path.npos;
     };

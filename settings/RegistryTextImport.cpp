@@ -64,7 +64,7 @@ public:
 
 private:
     bool AtEnd() const noexcept { return m_rest.empty(); }
-    /// NUL, which the text does not hold, at the end.
+    /// The next character, NUL at the end: Parse refuses texts that contain NUL.
     wchar_t Peek() const noexcept { return m_rest.empty() ? L'\0' : m_rest.front(); }
     void Skip(std::size_t count) { m_rest.remove_prefix(count); }
     void SkipBlanks() { Skip(std::min(m_rest.find_first_not_of(kBlanks), m_rest.size())); }
@@ -147,7 +147,7 @@ bool Parser::Take(std::wstring_view word)
     return true;
 }
 
-/// Up to its end, without blanks behind it.
+/// Takes the rest of the line, and returns it without trailing blanks.
 std::wstring_view Parser::TakeLine()
 {
     const std::wstring_view line = m_rest.substr(0, m_rest.find_first_of(kLineEnds));

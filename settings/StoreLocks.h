@@ -6,8 +6,8 @@
 
 namespace tev
 {
-/// Holds the locks of two stores, which may be one. Everybody who needs two takes them in the order of their addresses, so
-/// that nobody waits for somebody who waits for him.
+/// Holds the locks of two stores, which may be the same store. Two locks are always taken in the order of their
+/// addresses, so that no two threads wait for each other.
 class X_SCOPED_CAPABILITY StoreLocks
 {
 public:

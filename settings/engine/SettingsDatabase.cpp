@@ -33,7 +33,7 @@ constexpr mode_t kOwnFile = 0600;
 // In the order of SettingsStatement.
 constexpr const char* kStatements[] = {
     "BEGIN",
-    "BEGIN IMMEDIATE", // one that begins as a reader may find at its first change that another one was faster
+    "BEGIN IMMEDIATE", // one that begins as a reader fails at its first change when another process has written since
     "COMMIT",
     "ROLLBACK",
     "SELECT id FROM keys WHERE parent = ?1 AND fold = ?2",
@@ -59,9 +59,8 @@ constexpr const char* kStatements[] = {
 };
 static_assert(std::size(kStatements) == static_cast<std::size_t>(SettingsStatement::Count));
 
-// A key's number is never given to another key, not even in a file that takes the place of this one, so that a handle whose
-// key is gone finds nothing. Hence numbers that are not used again, and that begin anywhere. docs/formats.md describes
-// these tables.
+// The number of a key is never given to another key, not even in a file that replaces this one, so that a handle to a
+// deleted key finds nothing. Hence AUTOINCREMENT, and a random first number. docs/formats.md describes these tables.
 constexpr char kLayout[] = R"(
 CREATE TABLE keys (
     id INTEGER PRIMARY KEY AUTOINCREMENT,
@@ -102,7 +101,8 @@ void Unlock()
 
 std::vector<SettingsDatabase*>& Databases()
 {
-    static auto* const databases = new std::vector<SettingsDatabase*>; // handles may be closed as late as anything
+    static auto* const databases =
+        new std::vector<SettingsDatabase*>; // handles may be closed by destructors of static objects
     return *databases;
 }
 
@@ -116,12 +116,12 @@ bool FolderIsWritable(const std::string& path)
 unsigned CreateFile(const std::string& path)
 {
     for (std::size_t end = path.find('/', 1); end != path.npos; end = path.find('/', end + 1))
-        mkdir(path.substr(0, end).c_str(), kOwnFolder); // what fails here makes the file fail
+        mkdir(path.substr(0, end).c_str(), kOwnFolder); // a failure here makes opening the file fail
     const OwnedDescriptor file(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, kOwnFile));
     return file.Get() < 0 ? LastSystemError() : kSettingsDone;
 }
 
-/// The path as a name for the database library, for a file that nobody changes.
+/// The path as the database library's name of a file that is not changed by any process.
 std::string ImmutableName(const std::string& path)
 {
     constexpr char kDigits[] = "0123456789ABCDEF";
@@ -174,8 +174,8 @@ void SettingsDatabase::AtExit()
 SettingsDatabase::SettingsDatabase(std::string path, SettingsJournal journal)
     : m_path(std::move(path)), m_journal(journal)
 {
-    // Locks of a connection are those of the process that made it. A child that only knew of an open one would take locks
-    // for its own that its parent holds, so none is open while the process forks.
+    // The locks of a connection belong to the process that opened it. A child that inherited an open connection would
+    // take its parent's locks for its own, so none is open while the process forks.
     static const int registered = pthread_atfork(BeforeFork, AfterFork, AfterFork) | std::atexit(AtExit);
     static_cast<void>(registered);
     Databases().push_back(this);
@@ -194,8 +194,8 @@ unsigned SettingsDatabase::Connect(bool create)
     const bool isThere = stat(m_path.c_str(), &status) == 0;
     const int error = errno;
     const Identity found{status.st_dev, status.st_ino};
-    // One that takes the file as it is would not see what others do to it.
-    if (m_connection != nullptr && (m_isBroken || m_isAsItIs || !isThere || !(found == m_identity)))
+    // An immutable connection does not see the changes of other processes.
+    if (m_connection != nullptr && (m_isBroken || m_isImmutable || !isThere || !(found == m_identity)))
         Close(Closing::LeaveFiles);
     if (m_connection != nullptr)
         return kSettingsDone;
@@ -216,11 +216,11 @@ unsigned SettingsDatabase::Open(bool create)
     unsigned error = OpenFile(m_path, SQLITE_OPEN_READWRITE);
     if (error == kSettingsDone)
         error = Prepare(create);
-    if (error != kSettingsDone && error != kSettingsNotFound && MustBeReadAsItIs())
+    if (error != kSettingsDone && error != kSettingsNotFound && MustBeReadImmutable())
     {
         Close(Closing::LeaveFiles);
         error = OpenFile(ImmutableName(m_path), SQLITE_OPEN_READONLY | SQLITE_OPEN_URI);
-        m_isAsItIs = true;
+        m_isImmutable = true;
         if (error == kSettingsDone)
             error = Prepare(false);
     }
@@ -236,9 +236,9 @@ unsigned SettingsDatabase::Open(bool create)
     return kSettingsDone;
 }
 
-/// A write-ahead log needs a file beside the database even for reading. Where none can be made, and no log is left over,
-/// nobody is writing either.
-bool SettingsDatabase::MustBeReadAsItIs() const
+/// With a write-ahead log even a reader needs an index file next to the database. Where none can be created, and there
+/// is no log, no process is writing either.
+bool SettingsDatabase::MustBeReadImmutable() const
 {
     struct stat log = {};
     const bool hasLog = stat((m_path + "-wal").c_str(), &log) == 0 && log.st_size != 0;
@@ -254,7 +254,7 @@ unsigned SettingsDatabase::OpenFile(const std::string& name, int flags)
     if (result != SQLITE_OK)
         return ErrorOf(result);
     sqlite3_busy_timeout(m_connection, kBusyMs);
-    // The file may come from anywhere: nothing in it is to be carried out.
+    // The file is untrusted input: no trigger, view or function in it may be executed.
     sqlite3_db_config(m_connection, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
     sqlite3_db_config(m_connection, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
     sqlite3_db_config(m_connection, SQLITE_DBCONFIG_ENABLE_TRIGGER, 0, nullptr);
@@ -277,7 +277,7 @@ unsigned SettingsDatabase::Prepare(bool create)
         error = Execute("PRAGMA cell_size_check = ON; PRAGMA journal_size_limit = 4194304");
     if (error != kSettingsDone)
         return error;
-    // With a write-ahead log this loses no more than the last changes when the power goes; nothing when a program ends.
+    // With a write-ahead log a power failure loses no more than the last changes, and the end of a program nothing.
     std::int64_t hasLog = 0;
     error = ReadNumber("SELECT journal_mode = 'wal' FROM pragma_journal_mode", hasLog);
     if (error == kSettingsDone)
@@ -313,8 +313,8 @@ unsigned SettingsDatabase::MakeLayout()
         return ErrorOf(SQLITE_READONLY);
     if (m_journal == SettingsJournal::WriteAhead)
     {
-        // The library does not wait by itself where the kind of the journal changes. A file system that cannot share
-        // memory keeps the other kind.
+        // The busy timeout does not apply to a change of the journal's mode. A file system without shared memory keeps
+        // the rollback journal.
         const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(kBusyMs);
         unsigned error = Execute("PRAGMA journal_mode = WAL");
         for (; error == kSettingsBusy && std::chrono::steady_clock::now() < end;
@@ -326,7 +326,7 @@ unsigned SettingsDatabase::MakeLayout()
     unsigned error = Execute("BEGIN IMMEDIATE");
     if (error != kSettingsDone)
         return error;
-    bool isNew = false; // unless another process was faster
+    bool isNew = false; // another process may have made the layout meanwhile
     error = CheckLayout(isNew);
     if (error == kSettingsDone && isNew)
     {
@@ -365,12 +365,12 @@ void SettingsDatabase::Close(Closing closing) noexcept
                         Identity{status.st_dev, status.st_ino} == m_identity;
     for (sqlite3_stmt*& statement : m_statements)
         sqlite3_finalize(std::exchange(statement, nullptr));
-    // The files beside another one in its place are not ours to remove.
+    // When the file was replaced, the log files next to it belong to its successor.
     if (m_connection != nullptr && (closing == Closing::LeaveFiles || !isOurs))
         sqlite3_db_config(m_connection, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
     sqlite3_close(std::exchange(m_connection, nullptr));
     m_isBroken = false;
-    m_isAsItIs = false;
+    m_isImmutable = false;
 }
 
 unsigned SettingsDatabase::ErrorOf(int result)
@@ -408,7 +408,7 @@ unsigned SettingsDatabase::ErrorOf(int result)
     case SQLITE_IOERR:
         m_isBroken = true;
         return result == SQLITE_IOERR_CORRUPTFS ? kSettingsDamaged : systemError(kSettingsDeviceError);
-    default: // not a database, a damaged one, or one whose tables are not ours
+    default: // not a database, a damaged one, or one with other tables
         m_isBroken = true;
         return kSettingsDamaged;
     }
@@ -441,7 +441,7 @@ SettingsQuery& SettingsQuery::With(std::int64_t number)
 
 SettingsQuery& SettingsQuery::With(std::string_view bytes)
 {
-    // A null pointer would bind no bytes at all instead of none of them.
+    // A null pointer would bind NULL instead of an empty blob.
     const char* const start = bytes.empty() ? "" : bytes.data();
     if (m_error == kSettingsDone)
         m_error = m_database.ErrorOf(sqlite3_bind_blob64(m_statement, ++m_bound, start, bytes.size(), SQLITE_STATIC));
@@ -484,7 +484,8 @@ std::string_view SettingsQuery::Bytes(int column) const
 
 SettingsTransaction::~SettingsTransaction()
 {
-    if (m_isOpen && sqlite3_get_autocommit(m_database.m_connection) == 0) // the library may have undone it by itself
+    if (m_isOpen &&
+        sqlite3_get_autocommit(m_database.m_connection) == 0) // the database library may have rolled back already
         static_cast<void>(SettingsQuery(m_database, SettingsStatement::Rollback).Run());
 }
 

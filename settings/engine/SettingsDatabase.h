@@ -18,11 +18,11 @@ namespace tev::platform
 /// How a new database makes its changes safe.
 enum class SettingsJournal
 {
-    WriteAhead, ///< fast, and readers wait for nobody; a reader must be allowed to write beside the file
-    Rollback    ///< read by those who may not write; each change waits for the disk
+    WriteAhead, ///< fast, and readers never wait; a reader must be allowed to write into the folder
+    Rollback    ///< readable without the right to write; each change waits for the disk
 };
 
-/// What is asked of a database; the texts stand in the source, in the same order.
+/// The statements, whose texts stand in the source in the same order.
 enum class SettingsStatement
 {
     Begin,
@@ -51,8 +51,8 @@ enum class SettingsStatement
     Count
 };
 
-/// One file of settings. The connection is made when it is first needed, follows the file when another one takes its
-/// place, and is never open while the process forks. One thread at a time, under SettingsLock.
+/// One file of settings. The connection is opened when it is first needed, opened anew when the file was replaced, and
+/// closed while the process forks. One thread at a time, under SettingsLock.
 class SettingsDatabase
 {
 public:
@@ -63,7 +63,7 @@ public:
 
     const std::string& Path() const noexcept { return m_path; }
 
-    /// Must succeed before anything is asked. Without `create` kSettingsNotFound where nothing was stored yet.
+    /// Must succeed before every query. Without `create` kSettingsNotFound where nothing was stored yet.
     [[nodiscard]] unsigned Connect(bool create);
 
 private:
@@ -72,8 +72,8 @@ private:
 
     enum class Closing
     {
-        Tidy,      ///< what the log holds goes into the database
-        LeaveFiles ///< nothing beside the file is touched
+        Tidy,      ///< the write-ahead log is copied into the database
+        LeaveFiles ///< log and index files are left as they are
     };
 
     struct Identity
@@ -93,11 +93,11 @@ private:
     unsigned Prepare(bool create);
     unsigned CheckLayout(bool& isNew);
     unsigned MakeLayout();
-    bool MustBeReadAsItIs() const;
+    bool MustBeReadImmutable() const;
     unsigned Execute(const char* text);
     unsigned ReadNumber(const char* text, std::int64_t& number);
     void Close(Closing closing) noexcept;
-    /// The code of a failed call. After those of a damaged file the next Connect begins anew.
+    /// The system error code of a result. After one that says that the file is damaged the next Connect opens it anew.
     unsigned ErrorOf(int result);
 
     const std::string m_path;
@@ -106,7 +106,7 @@ private:
     std::array<sqlite3_stmt*, static_cast<std::size_t>(SettingsStatement::Count)> m_statements{};
     Identity m_identity;
     bool m_isBroken = false;
-    bool m_isAsItIs = false; ///< read without locks, see MustBeReadAsItIs
+    bool m_isImmutable = false; ///< read without locks, see MustBeReadImmutable
 };
 
 /// One run of a statement, from binding its arguments to its last row.
@@ -118,19 +118,19 @@ public:
     SettingsQuery(const SettingsQuery&) = delete;
     SettingsQuery& operator=(const SettingsQuery&) = delete;
 
-    /// Binds the next argument. Bytes must stay until the query ends.
+    /// Binds the next argument. The bytes must stay valid until the query ends.
     SettingsQuery& With(std::int64_t number);
     SettingsQuery& With(std::string_view bytes);
 
     /// kSettingsDone with a row, kSettingsNoMoreItems behind the last one.
     [[nodiscard]] unsigned Next();
-    /// For what has no rows.
+    /// For statements that return no rows.
     [[nodiscard]] unsigned Run();
     /// Whether the statement that ran has changed anything itself.
     bool HasChanged() const;
 
     std::int64_t Number(int column) const;
-    /// Stays until the next row.
+    /// Valid until the next row.
     std::string_view Bytes(int column) const;
 
 private:
@@ -140,7 +140,7 @@ private:
     int m_bound = 0;
 };
 
-/// What happens between Begin and Commit is seen, and done, at one moment. Without Commit it is undone.
+/// What is done between Begin and Commit is atomic and reads one state. Without Commit it is rolled back.
 class SettingsTransaction
 {
 public:

@@ -18,7 +18,7 @@ constexpr std::uintptr_t kLastRoot = 0x80000006;
 constexpr std::uintptr_t kNoRoot = 0x80000004;
 constexpr unsigned kAllAccess = 0xFFFFFFFF;
 
-/// Handles are numbers that never come again, so that one that was closed is known for it. They lie above the roots.
+/// Handles are numbers that are never used again, so that a closed one is recognised. They lie above the roots.
 struct Handles
 {
     std::unordered_map<std::uintptr_t, SettingsKeyState> open;
@@ -75,7 +75,7 @@ const std::shared_ptr<SettingsDatabase>& DatabaseOf(std::uintptr_t root)
     {
         const std::string path = MachinePath();
         struct stat status = {};
-        // One that cannot be reached is there all the same, and says so when it is used.
+        // A file that cannot be accessed exists all the same; using it reports the error.
         if (stat(path.c_str(), &status) == 0 || (errno != ENOENT && errno != ENOTDIR))
             return Database(handles.machine, path, SettingsJournal::Rollback);
     }

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-// What the handles of keys stand for. Everything here is done under SettingsLock.
+// The keys behind the handles. Everything here is called under SettingsLock.
 
 namespace tev::platform
 {
@@ -31,7 +31,7 @@ struct SettingsKeyState
     SettingsCursor values;
 };
 
-/// The key of a handle: one that was given out, or a root, which is put into `root`. Null for what is no handle.
+/// The key of a handle: an open key, or a root, which is put into `root`. Null for an invalid handle.
 SettingsKeyState* FindSettingsKey(SettingsKey key, SettingsKeyState& root);
 
 SettingsKey AddSettingsKey(SettingsKeyState state);
@@ -40,10 +40,10 @@ bool RemoveSettingsKey(SettingsKey key);
 /// Connects the key's database, which is made only for a root.
 [[nodiscard]] unsigned ConnectSettingsKey(const SettingsKeyState& state, bool create);
 
-/// Whether the key is in its database. Tells apart why something was not found in it.
+/// Whether the key is still in its database: distinguishes a missing value or key from a deleted parent.
 [[nodiscard]] unsigned CheckSettingsKey(const SettingsKeyState& state);
 
-/// Walks from a key down the names, which `state` then stands for. With `create`, in a transaction that writes, what is
-/// missing is made.
+/// Walks from a key down the names; `state` is the last one then. With `create`, in a transaction that writes, missing
+/// keys are created.
 [[nodiscard]] unsigned WalkSettingsKeys(SettingsKeyState& state, const std::vector<SettingsName>& names, bool create);
 } // namespace tev::platform

@@ -21,7 +21,7 @@ constexpr struct
     {0x40000000, 0x20006}, // writing
     {0x20000000, 0x20019}, // execution
     {0x10000000, 0xF003F}, // all
-    {0x02000000, 0xF003F}, // what can be had
+    {0x02000000, 0xF003F}, // the maximum allowed
 };
 
 unsigned SpecificRights(unsigned access)
@@ -47,7 +47,7 @@ public:
     }
 
     unsigned Error() const noexcept { return m_error; }
-    /// A root is there before its store is.
+    /// A root exists before its store is created.
     bool IsEmptyRoot() const noexcept { return m_error == kSettingsNotFound; }
     SettingsKeyState& State() const noexcept { return *m_state; }
     SettingsDatabase& Database() const noexcept { return *m_state->database; }
@@ -81,7 +81,7 @@ unsigned OpenOrCreate(SettingsKey parent, const wchar_t* path, unsigned access, 
     SettingsKeyState state = start.State();
     state.access = SpecificRights(access);
     unsigned error = kSettingsDone;
-    if (create || names.size() > 1) // in several steps that must see the same
+    if (create || names.size() > 1) // several steps that must read one state
     {
         SettingsTransaction transaction(start.Database());
         error = transaction.Begin(create);
@@ -97,7 +97,7 @@ unsigned OpenOrCreate(SettingsKey parent, const wchar_t* path, unsigned access, 
     return error;
 }
 
-/// Finds a value; `use` sees the row that the statement gives.
+/// Finds a value and calls `use` with the row.
 template <class USE>
 unsigned UseValue(SettingsKey key, const wchar_t* name, SettingsStatement statement, USE use)
 {
@@ -133,7 +133,7 @@ unsigned Enumerate(SettingsKey key, unsigned right, SettingsCursor SettingsKeySt
         return used.IsEmptyRoot() ? unsigned{kSettingsNoMoreItems} : used.Error();
     SettingsCursor& cursor = used.State().*which;
     const bool isNext = index != 0 && index == cursor.next;
-    const bool isSame = index != 0 && index + 1 == cursor.next; // the caller had no room for the name
+    const bool isSame = index != 0 && index + 1 == cursor.next; // the buffer of the caller was too small for the name
     SettingsQuery query(used.Database(), isNext ? statements.after : isSame ? statements.from : statements.at);
     query.With(used.State().id);
     if (isNext || isSame)
@@ -144,7 +144,7 @@ unsigned Enumerate(SettingsKey key, unsigned right, SettingsCursor SettingsKeySt
     if (error != kSettingsDone)
         return error == kSettingsNoMoreItems ? used.WhyMissing(kSettingsNoMoreItems) : error;
     if (isNext && query.Bytes(1) <= cursor.lastFound)
-        return kSettingsDamaged; // an enumeration in a damaged file must end too
+        return kSettingsDamaged; // an enumeration must end in a damaged file too
     name = SettingsNameText(query.Bytes(0));
     cursor.lastFound = std::string(query.Bytes(1));
     cursor.next = index + 1;

@@ -46,7 +46,7 @@ void AppendWide(std::wstring& text, char32_t c)
         text += static_cast<wchar_t>(c);
 }
 
-/// The bytes of the character at the front, 0 for what is none.
+/// The size of the character at the front, 0 when the bytes are invalid.
 std::size_t DecodeStored(std::string_view text, char32_t& c)
 {
     const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };

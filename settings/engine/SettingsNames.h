@@ -7,22 +7,22 @@
 
 namespace tev::platform
 {
-/// Changes when CaseFolded maps a character differently: then stores hold names that are not found any more.
+/// Raised when CaseFolded maps a character differently, since stores then contain names that are no longer found.
 constexpr int kSettingsFoldingVersion = 1;
 
-/// A name as the store holds it, in UTF-8, in which a lone surrogate stands like any other character.
+/// A name as it is stored: UTF-8, in which a lone surrogate is encoded like any other code point.
 struct SettingsName
 {
     std::string spelling;
     std::string folded;
 };
 
-/// Converts a name. False when it holds what is no character, or has more than `longest` 16-bit units.
+/// Converts a name. False when it contains an invalid code point or has more than `longest` 16-bit units.
 [[nodiscard]] bool MakeSettingsName(std::wstring_view text, std::size_t longest, SettingsName& name);
 
-/// Takes a path apart into the names of its keys. False when one of them is none.
+/// Splits a path into the names of its keys. False when one of them is not valid.
 [[nodiscard]] bool SplitSettingsPath(const wchar_t* path, std::vector<SettingsName>& names);
 
-/// A name out of the store, in which anything may stand.
+/// Converts a stored name, which may be any bytes.
 std::wstring SettingsNameText(std::string_view stored);
 } // namespace tev::platform

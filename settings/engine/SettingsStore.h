@@ -5,18 +5,18 @@
 #include <string>
 #include <vector>
 
-/// What handles of keys point to, as the public interface names it. Nobody looks behind it.
+/// What handles of keys point to, as the public interface names it. Opaque.
 struct HKEY__;
 
-/// The hierarchical settings store: keys within keys, each with typed values. Names of keys and values are compared without
-/// regard to case, by Unicode's simple case folding, and keep the spelling in which they were made. A value may have the
-/// empty name. Where a path is taken, '\' separates keys, and an empty one (or null) means the key itself.
+/// The hierarchical settings store: keys within keys, each with typed values. Names of keys and values are compared
+/// without regard to case, by Unicode's simple case folding, and keep the spelling in which they were made. A value may
+/// have the empty name. Where a path is taken, '\' separates keys, and an empty one (or null) means the key itself.
 ///
-/// Handles are the numbers of the predefined roots below, and what OpenSettingsKey and CreateSettingsKey give out. Handles
-/// stay good in a child process made by fork. Every operation answers a system error code, 0 for success; outputs are
-/// unspecified after a failure unless told otherwise. A missing store reads like an empty one and is made by the first
-/// write. Operations wait up to 5 seconds for another process that writes.
-/// Safe from several threads at once, as long as nobody changes the environment meanwhile.
+/// Handles are the numbers of the predefined roots below, and what OpenSettingsKey and CreateSettingsKey return.
+/// Handles stay valid in a child process made by fork. Every operation returns a system error code, 0 for success;
+/// outputs are unspecified after a failure unless stated otherwise. A missing store reads like an empty one and is
+/// created by the first write. Operations wait up to 5 seconds for another process that writes. Safe from several
+/// threads at once, as long as no thread changes the environment meanwhile.
 namespace tev::platform
 {
 using SettingsKey = ::HKEY__*;
@@ -51,7 +51,7 @@ enum SettingsError : unsigned
     kSettingsMoreData = 234,
     kSettingsNoMoreItems = 259,
     kSettingsDamaged = 1009, ///< the file is no database, or a damaged one; it is left as it is
-    kSettingsForeign = 1017, ///< the file is a database of something else; it is left as it is
+    kSettingsForeign = 1017, ///< the file is the database of another program; it is left as it is
     kSettingsKeyDeleted = 1018,
     kSettingsDeviceError = 1117,
     kSettingsNewer = 1306,   ///< the file is of a later version; it is left as it is
@@ -86,21 +86,22 @@ struct SettingsKeyInformation
 unsigned CloseSettingsKey(SettingsKey key);
 
 [[nodiscard]] unsigned ReadSettingsValue(SettingsKey key, const wchar_t* name, SettingsValue& value);
-/// `size` is that of the buffer, and receives that of the value. Where the buffer is too small nothing is written and the
-/// answer is kSettingsMoreData; without a buffer only type and size are told. A failure for another reason changes nothing.
+/// `size` is that of the buffer, and receives that of the value. Where the buffer is too small nothing is written and
+/// the result is kSettingsMoreData; without a buffer only type and size are returned. A failure for another reason
+/// changes nothing.
 [[nodiscard]] unsigned ReadSettingsValue(SettingsKey key, const wchar_t* name, unsigned& type, void* buffer,
                                          std::uint64_t& size);
 [[nodiscard]] unsigned WriteSettingsValue(SettingsKey key, const wchar_t* name, unsigned type, const void* data,
                                           std::uint64_t size);
 [[nodiscard]] unsigned DeleteSettingsValue(SettingsKey key, const wchar_t* name);
 
-/// With its values. Refused (kSettingsAccessDenied) for roots, and for a key that has keys below it unless these are to go
-/// too, all of them or none.
+/// Deletes a key with its values. Refused (kSettingsAccessDenied) for roots and, unless `recursive`, for a key that has
+/// keys below it; these are deleted all or none.
 [[nodiscard]] unsigned DeleteSettingsKey(SettingsKey parent, const wchar_t* path, bool recursive);
 
-// The keys below a key, and its values, by index, in the order of their names without case. Asking for one index after the
-// other through one handle continues behind the name of the one before: what is deleted or added meanwhile makes nothing
-// come twice or be left out. It costs the same for each; an index out of turn counts from the first.
+// The keys below a key, and its values, by index, in the order of their names without case. Asking for one index after
+// the other through one handle continues behind the previous name: deleting or adding names meanwhile repeats or skips
+// none of the others. Each then takes the same time; an index out of order counts from the first.
 
 [[nodiscard]] unsigned EnumerateSettingsKeys(SettingsKey key, unsigned index, std::wstring& name);
 [[nodiscard]] unsigned EnumerateSettingsValues(SettingsKey key, unsigned index, std::wstring& name);
@@ -143,7 +144,7 @@ struct SettingsChange
     SettingsValue value;
 };
 
-/// Makes changes one after the other, in each store all of them or none. To delete what is missing is no failure. A failure
-/// says with `failed` which change it met, the number of changes where it was none of them.
+/// Makes changes one after the other, in each store all of them or none. To delete what is missing is no failure. A
+/// failure says with `failed` which change it met, the number of changes where it was none of them.
 [[nodiscard]] unsigned ChangeSettings(const std::vector<SettingsChange>& changes, std::size_t& failed);
 } // namespace tev::platform

@@ -31,7 +31,7 @@ struct PendingKey
     std::wstring path;
 };
 
-/// Puts the keys below one on top of those that wait, the first one highest.
+/// Pushes the keys below one onto the stack of pending ones, the first one on top.
 unsigned AddBelow(SettingsDatabase& database, const PendingKey& key, std::vector<PendingKey>& pending)
 {
     const auto first = static_cast<std::ptrdiff_t>(pending.size());
@@ -59,7 +59,7 @@ unsigned ReadTree(SettingsKeyState& state, const std::vector<SettingsName>& name
         const PendingKey key = std::move(pending.back());
         pending.pop_back();
         if (key.depth > kDeepestSettingsKey)
-            return kSettingsDamaged; // a key that is below itself, for one
+            return kSettingsDamaged; // for example a key that is its own descendant
         SettingsTreeKey& read = tree.emplace_back();
         read.path = key.path;
         error = ReadValues(*state.database, key.id, read.values);
@@ -69,7 +69,7 @@ unsigned ReadTree(SettingsKeyState& state, const std::vector<SettingsName>& name
     return error;
 }
 
-/// Makes changes, in one transaction for each database that they meet.
+/// Makes changes, in one transaction for each database concerned.
 class Changer
 {
 public:
@@ -171,7 +171,7 @@ unsigned ReadSettingsTree(SettingsKey key, const wchar_t* path, std::vector<Sett
     const unsigned error = ConnectSettingsKey(state, false);
     if (error == kSettingsNotFound && names.empty())
     {
-        tree.emplace_back(); // a root is there before its store is
+        tree.emplace_back(); // a root exists before its store is created
         return kSettingsDone;
     }
     return error == kSettingsDone ? ReadTree(state, names, tree) : error;

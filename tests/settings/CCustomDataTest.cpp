@@ -78,7 +78,7 @@ std::vector<unsigned> Order(const CCustomData& store)
     return ids;
 }
 
-/// One kind of value: how it is set, and a getter that tells whether it was found, and fails the test when it delivers
+/// One kind of value: how it is set, and a getter that returns whether it was found, and fails the test when it delivers
 /// neither the value nor, when not found, the default.
 struct KindCase
 {
@@ -195,13 +195,13 @@ TEST(CCustomData, OlderLayoutsAreReadByTheirSizeAlone)
         EXPECT_EQ(store.GetStringA(9, narrow, "x"), count == 2);
         EXPECT_EQ(narrow, count == 2 ? "ab" : "x");
         EXPECT_EQ(store.GetString(9, text, L""), count == 2) << "any block of whole characters";
-        // The mode goes along, through files too, until the contents are replaced.
+        // The mode is copied and saved with the store, until the contents are replaced.
         CCustomData copy(store);
         EXPECT_TRUE(Load(copy, SerializedBytes(store)));
         EXPECT_TRUE(copy.GetInt(7, other, 9));
         EXPECT_TRUE(copy.SetData(Chunk(7, CCustomData::kUInt, Number(5)).data(), 16));
         EXPECT_FALSE(copy.GetInt(7, other, 9));
-        // And until the last value goes, by itself or because one of another size takes its place.
+        // And until the last value is removed, by itself or because one of another size takes its place.
         for (const bool isReplaced : {false, true})
         {
             copy = store;
@@ -491,7 +491,7 @@ TEST(CCustomData, StoresLieWithinStores)
                                               L" 0000004D \" INT\" 4: 1\n");
 }
 
-/// The documented store, written down without thought of speed.
+/// A simple model of the documented store.
 struct Model
 {
     struct Value

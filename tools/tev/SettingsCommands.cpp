@@ -283,7 +283,7 @@ void AddSettingsCommands(CLI::App& tool, Session& session)
         ->required()
         ->type_name("");
 
-    family.Add("check", "Tell whether the file is sound, and where not; the exit code is 1 where not", RunCheck);
+    family.Add("check", "Check whether the file is sound; damaged parts are listed, and the exit code is 1", RunCheck);
 }
 
 } // namespace tev::tool
