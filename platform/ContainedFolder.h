@@ -9,7 +9,7 @@
 
 namespace tev::platform
 {
-/// Tells one file or folder from every other one, whatever its names are.
+/// Identifies a file or folder, independent of its names.
 struct FileIdentity
 {
     std::uint64_t device = 0;
@@ -22,8 +22,8 @@ struct FileIdentity
     friend bool operator!=(const FileIdentity& a, const FileIdentity& b) { return !(a == b); }
 };
 
-/// A new file of a ContainedFolder. Unless it is kept, nothing of it is left when the object goes, and a file that stood
-/// in its place is as it was. Operations that fail return false with the error in errno. One thread at a time.
+/// A new file of a ContainedFolder. Unless it is kept, the destructor removes it, and a file of that name that existed
+/// before is unchanged. Operations that fail return false with the error in errno. One thread at a time.
 class ContainedFile
 {
 public:
@@ -32,7 +32,7 @@ public:
     ContainedFile& operator=(const ContainedFile&) = delete;
 
     [[nodiscard]] virtual bool Write(const void* bytes, std::size_t count) = 0;
-    /// Closes the file and leaves it in its place, with that time of its last change if one is given (seconds since
+    /// Closes the file and keeps it under its name, with that time of its last change if one is given (seconds since
     /// 1970-01-01 UTC).
     [[nodiscard]] virtual bool Keep(std::optional<std::int64_t> lastWrite, FileIdentity& identity) = 0;
 
@@ -41,10 +41,10 @@ protected:
 };
 
 /// A folder that is held open while files are created and removed in it, by names relative to it. Nothing outside is ever
-/// reached: a name that leads through a symbolic link fails, also when the link comes up meanwhile.
+/// reached: a name that leads through a symbolic link fails, also when the link is created meanwhile.
 ///
-/// Names are UTF-8, their components separated by single '/', none of them "." or ".."; others fail with EINVAL. What may
-/// stand in a name that comes from outside is decided by zip/EntryName.h. Operations that fail return false, or null,
+/// Names are UTF-8, their components separated by single '/', none of them "." or ".."; others fail with EINVAL. Which
+/// names from outside are acceptable is decided by zip/EntryName.h. Operations that fail return false, or null,
 /// with the error in errno, where LastSystemError() reads it. Safe from several threads at once.
 class ContainedFolder
 {
@@ -54,7 +54,7 @@ public:
         Fail,
         Create ///< with the folders above it
     };
-    /// How names are followed; what the system can do in one step is also done component by component where it cannot.
+    /// How names are resolved: in one system call where the kernel supports it, else component by component.
     enum class Following
     {
         Best,
@@ -78,22 +78,23 @@ public:
     /// A file that CreateFile must not replace, because it is being read.
     virtual void Protect(const FileIdentity& identity) = 0;
 
-    /// Creates a folder, and those above it that are missing. True when it is there already.
+    /// Creates a folder, and those above it that are missing. True when it exists already.
     [[nodiscard]] virtual bool CreateFolders(std::string_view name) = 0;
-    /// Creates a file, and the folders above it that are missing, with the permissions of every new file. An ordinary file
-    /// that stands there and may be written to is replaced in one step when the new one is kept; anything else that
-    /// stands there is a failure, and so is a name that is too long behind the folder's path for others to open it. The file must go before the folder does.
+    /// Creates a file, and the folders above it that are missing, with the permissions of every new file. A regular file of
+    /// that name that may be written to is replaced in one step when the new one is kept; anything else of that name is a
+    /// failure, and so is a full path that is too long to be opened. The file must be destroyed before the folder.
     [[nodiscard]] virtual std::unique_ptr<ContainedFile> CreateFile(std::string_view name) = 0;
-    /// Removes a file, if it is the very one: what has taken its place stays, with EEXIST. True when there is none.
+    /// Removes a file if it has that identity; another file of that name stays, and the call fails with EEXIST. True when
+    /// there is none.
     [[nodiscard]] virtual bool Remove(std::string_view name, const FileIdentity& identity) = 0;
-    /// Removes what lies in the folder, with everything beneath; links go, and what they lead to stays. Goes on after a
-    /// failure, to leave as little as possible.
+    /// Removes the contents of the folder recursively; links are removed, their targets stay. Continues after a failure, to
+    /// leave as little as possible.
     [[nodiscard]] virtual bool RemoveContents() = 0;
 
 protected:
     ContainedFolder() = default;
 };
 
-/// Removes an empty folder; a link to one stays. True when there is nothing.
+/// Removes an empty folder; a link to one stays. True when there is none.
 [[nodiscard]] bool RemoveEmptyFolder(const wchar_t* path);
 } // namespace tev::platform

@@ -4,7 +4,7 @@
 #include <optional>
 #include <string>
 
-// What lies at a path, and folders. Paths are in the library's wide form (see platform/PathNames.h). Links are followed.
+// Information about the file or folder at a path, and operations on folders. Paths are in the library's wide form (see platform/PathNames.h). Links are followed.
 // Operations that fail return false with the error in errno, where LastSystemError() reads it.
 // Safe from several threads at once.
 
@@ -20,10 +20,10 @@ enum class FileKind
 struct FileInformation
 {
     FileKind kind = FileKind::Other;
-    std::uint64_t device = 0; ///< with `number` the identity: one file has it under all of its names
+    std::uint64_t device = 0; ///< with `number` the identity, the same under all names of a file
     std::uint64_t number = 0;
     std::uint64_t size = 0;
-    std::int64_t lastWrite = 0;           ///< seconds since 1970-01-01 UTC, the part of a second left out
+    std::int64_t lastWrite = 0;           ///< seconds since 1970-01-01 UTC, rounded down
     std::optional<std::int64_t> creation; ///< nothing where the file system does not keep it
 };
 
@@ -32,24 +32,25 @@ struct FileInformation
 /// Keeps the time of the last access.
 [[nodiscard]] bool SetLastWriteTime(const wchar_t* path, std::int64_t seconds);
 
-/// Fails on a system that lets nobody set it.
+/// Fails on a system on which it cannot be set.
 [[nodiscard]] bool SetCreationTime(const wchar_t* path, std::int64_t seconds);
 
-/// Creates a folder, and those above it that are missing, for this user alone. True when it is there already.
+/// Creates a folder, and those above it that are missing, accessible to this user only. True when it exists already.
 [[nodiscard]] bool CreateFolders(const wchar_t* path);
 
 /// Whether this user may create files in the folder.
 bool IsWritableFolder(const wchar_t* path);
 
-/// Creates a folder of a new name that begins with `prefix` among the temporary files, for this user alone.
+/// Creates a folder with a new name that begins with `prefix` in the folder for temporary files, accessible to this user
+/// only.
 [[nodiscard]] bool CreateTemporaryFolder(const wchar_t* prefix, std::wstring& path);
 
 /// The user's home folder; empty when there is none.
 std::wstring HomeFolder();
 
-/// The full path of the running program; empty when the system does not tell.
+/// The full path of the running program; empty when the system does not provide it.
 std::wstring ExecutablePath();
 
-/// A variable of the environment as a path; empty where it is not set. Nobody may change the environment meanwhile.
+/// A variable of the environment as a path; empty where it is not set. The environment must not be changed meanwhile.
 std::wstring PathFromEnvironment(const char* variable);
 } // namespace tev::platform

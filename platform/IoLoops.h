@@ -7,11 +7,11 @@
 namespace tev::platform
 {
 
-/// The most that one system call is asked to move. Some systems refuse more than this, others move less than asked.
+/// The largest transfer of one system call. Some systems refuse more than this, others transfer less than requested.
 constexpr std::size_t kMaxTransfer = 0x7ffff000;
 
-/// Calls `readOnce(bytes, count)`, which behaves like read(2), until `count` bytes have come, the source ends or fails.
-/// An interrupted call is repeated. False, with the error in errno, only when the source failed before anything came:
+/// Calls `readOnce(bytes, count)`, which behaves like read(2), until `count` bytes are read, or the source ends or fails.
+/// An interrupted call is repeated. False, with the error in errno, only when the source failed before anything was read:
 /// what was read before a failure is delivered, and the next call meets the failure again.
 template <class ReadOnce>
 [[nodiscard]] bool ReadFully(ReadOnce&& readOnce, void* buffer, std::size_t count, std::size_t& delivered)
@@ -31,8 +31,8 @@ template <class ReadOnce>
     return true;
 }
 
-/// Calls `writeOnce(bytes, count)`, which behaves like write(2), until `count` bytes have gone, or it takes none or fails.
-/// An interrupted call is repeated. False, with the error in errno, when it failed, even after a part has gone;
+/// Calls `writeOnce(bytes, count)`, which behaves like write(2), until `count` bytes are written, or it takes none or fails.
+/// An interrupted call is repeated. False, with the error in errno, when it failed, even after a part was written;
 /// `written` is right in every case.
 template <class WriteOnce>
 [[nodiscard]] bool WriteFully(WriteOnce&& writeOnce, const void* buffer, std::size_t count, std::size_t& written)

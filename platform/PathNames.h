@@ -5,20 +5,20 @@
 namespace tev::platform
 {
 
-/// What stands between two components of a path that the library composes.
+/// Separates the components of a path that the library composes.
 #if defined(_WIN32)
 constexpr wchar_t kPathSeparator = L'\\';
 #else
 constexpr wchar_t kPathSeparator = L'/';
 #endif
 
-/// Turns a path into the form that system calls take: UTF-8, with '\' as '/'. A code point U+DC80 to U+DCFF stands for
+/// Converts a path to the form that system calls take: UTF-8, with '\' as '/'. A code point U+DC80 to U+DCFF stands for
 /// the raw byte 0x80 to 0xFF, so that names which are not UTF-8 can be reached too; a surrogate pair is one character.
 /// False, with `result` unspecified, when the path holds a character that no name can have (another lone surrogate or a
 /// value above U+10FFFF). Null counts as empty. Safe from several threads at once.
 [[nodiscard]] bool WidePathToSystem(const wchar_t* path, std::string& result);
 
-/// As above, but empty for a path that no name can have: nothing lies at an empty path.
+/// As above, but empty for a path that no name can have: no file has an empty path.
 [[nodiscard]] std::string SystemPathOf(const wchar_t* path);
 
 /// The inverse for a name that came from the system: each byte that is not part of valid UTF-8 becomes one of
@@ -30,7 +30,7 @@ constexpr wchar_t kPathSeparator = L'/';
 [[nodiscard]] bool IsUtf8(const char* text);
 
 /// The path from the root, put together from the process's current folder where it does not begin there; as it is where
-/// there is none. Nothing is resolved. For paths that are used again later.
+/// there is none. Links and ".." are not resolved. For paths that are used again later.
 [[nodiscard]] std::wstring FullPath(const wchar_t* path);
 
 } // namespace tev::platform

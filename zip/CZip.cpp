@@ -24,7 +24,7 @@ constexpr ZipOutcome Refused(XZipFailure failure)
     return {failure, 0};
 }
 
-/// A lack of memory is a failure like others. What a callback throws passes.
+/// Lack of memory is a failure like others. What a callback throws is passed on.
 template <class Work>
 ZipOutcome OrNoMemory(Work&& work)
 {
@@ -82,7 +82,7 @@ CZip::~CZip()
     {
         Close(false);
     }
-    catch (...) // of the callback, which there is nobody to tell about
+    catch (...) // from the callback; a destructor cannot report it
     {
     }
 }

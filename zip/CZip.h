@@ -20,8 +20,8 @@ struct ZipOutcome;
 /// step; when that fails or is cancelled the old one stays as it was. Files that are added are read then. Until then the
 /// list of entries shows the archive as it will be.
 ///
-/// No failure of the engine leaves an operation as an exception unless that is asked for; GetLastFailure() tells what it
-/// was. One thread at a time.
+/// No failure of the engine leaves an operation as an exception unless that is asked for; GetLastFailure() returns the
+/// reason. One thread at a time.
 class TEVTOOLS_API CZip
 {
 public:
@@ -32,14 +32,14 @@ public:
     CZip& operator=(const CZip&) = delete;
 
     /// Opens or creates an archive. One that cannot be written to is refused, unless it is opened read-only; a split one
-    /// (name.z01, name.z02, ..., name.zip, of which the last is named) is read-only always. False, or with `throwOnError`
+    /// (name.z01, name.z02, ..., name.zip, of which the last is named) is always read-only. False, or with `throwOnError`
     /// CXFileException of cause fileGeneric without a file name, on failure, also when an archive is open already. The
     /// callback, which may be null, must live as long as the archive is open.
     bool Open(const wchar_t* path, ZipOpenMode mode, bool throwOnError, CZipExtractCallback* callback);
     /// Saves what was changed, and closes the archive in any case. With `throwOnError` CXFileException of cause fileGeneric
-    /// says that saving failed, or was cancelled.
+    /// is thrown when saving failed, or was cancelled.
     void Close(bool throwOnError);
-    /// Closes the archive, and leaves it as it was; one that was to be created is not.
+    /// Closes the archive without saving: it stays as it was, and a new one is not created.
     void Discard() noexcept;
     bool IsClosed() const noexcept { return m_archive == nullptr; }
     bool IsReadOnly() const noexcept;
@@ -54,55 +54,55 @@ public:
     /// declares. Holds until it is set anew.
     void SetLimits(const CXExtractionLimits& limits) noexcept { m_limits = limits; }
 
-    // The list of entries. Indexes run from 0; deleting moves those behind.
+    // The list of entries. Indexes run from 0; deleting an entry shifts those after it.
 
     int GetCount(bool filesOnly) const;
     bool GetFileInfo(CZipFileInfo& info, unsigned int index) const;
     /// The first entry of that name, in which '/' and '\' both separate; xZipNoEntry when there is none. With `nameOnly`
-    /// folders in the entries' names do not count. The first search takes time in proportion to the list, others hardly any.
+    /// folders in the entries' names are ignored. The first search builds an index in time proportional to the list.
     unsigned int FindFile(const wchar_t* name, bool caseSensitive, bool nameOnly);
     /// Replaces `indexes` by those of the entries whose whole name, or with `nameOnly` whose name without folders, matches:
     /// '*' stands for any characters, separators too, '?' for one. Returns how many there are.
     int FindMatchingFiles(CXArray<unsigned int, unsigned int>& indexes, const wchar_t* pattern, bool caseSensitive,
                           bool nameOnly) const;
 
-    /// Extracts an entry beneath a folder, which is created where it is missing: nothing outside is ever written. With
+    /// Extracts an entry into a folder, which is created where it is missing: nothing outside is ever written. With
     /// `withFolders` the folders of the entry's name are created there. `newName` replaces the entry's own name, null or
-    /// empty does not. An ordinary file that is there is replaced, when the new one is complete; nothing is left of an
-    /// entry that fails. With `throwOnError` CXFileException of cause fileGeneric replaces the answer zipFailed.
+    /// empty does not. A regular file of that name is replaced when the new one is complete; nothing is left of an entry
+    /// that fails. With `throwOnError` CXFileException of cause fileGeneric is thrown instead of returning zipFailed.
     ZipExtractResult ExtractFile(unsigned int index, const wchar_t* destPath, bool withFolders, const wchar_t* newName,
                                  bool throwOnError);
-    /// Reads an entry and checks it, without writing anything. The callback is asked nothing.
+    /// Reads an entry and checks it, without writing anything. OnExtractEntry is not called.
     ZipExtractResult TestFile(unsigned int index);
 
-    // Changes. Each is made as a whole or not at all; false when it is not. Names of entries tell case apart, '/' and '\'
-    // both separate.
+    // Changes. Each is made completely or not at all; false when it is not. Names of entries are case-sensitive, '/' and
+    // '\' both separate.
 
-    /// Adds a file, or a folder without what lies in it, under its own name or, with `fullPath`, its path without drive and
-    /// root. A name that is taken is refused.
+    /// Adds a file, or a folder without its contents, under its own name or, with `fullPath`, its path without drive and
+    /// root. A name that exists is refused.
     bool AddNewFile(const wchar_t* path, bool fullPath, ZipCompressionLevel level);
     bool AddNewFile(const wchar_t* path, const wchar_t* nameInArchive, ZipCompressionLevel level);
-    /// All entries of these names; a folder's without those beneath it.
+    /// Deletes all entries of these names; a folder's entry without those beneath it.
     bool DeleteFiles(const CXArray<CXTString<wchar_t>, const CXTString<wchar_t>&>& names);
-    /// Gives each entry the new name at the same place of the other array; names may be exchanged.
+    /// Gives each entry the new name at the same index of the other array; names may be exchanged.
     bool RenameFiles(CXArray<CXTString<wchar_t>, const CXTString<wchar_t>&>& oldNames,
                      const CXArray<CXTString<wchar_t>, const CXTString<wchar_t>&>& newNames);
 
-    /// Why the last operation that could fail did so; kNone when it did not.
+    /// Why the last operation that can fail did so; kNone when it did not.
     XZipFailure GetLastFailure() const noexcept { return m_failure; }
     /// The system's error code (2 not found, 5 access denied, 112 disk full, ...) of a failure of kind kSystem, else 0.
     unsigned int GetLastSystemError() const noexcept { return m_systemError; }
 
     /// Splits a path that runs through an archive: `path` becomes that of the archive, and `innerPath` the folder inside it
     /// with '\' between its components and at its end, empty for the archive's own root. An archive is a file that exists
-    /// and has an extension of ZIP files in the registry of file types; behind it the extension is enough, so that an
-    /// archive inside the archive is found: `n` picks the nth, 0 the outermost. False, with nothing changed, when there is
+    /// and has an extension of ZIP files in the registry of file types; after it the extension is enough, so that an
+    /// archive inside the archive is found: `n` selects the nth, 0 the outermost. False, with nothing changed, when there is
     /// none.
     static bool ExtractDirInfo(CXTString<wchar_t>& path, CXTString<wchar_t>& innerPath, int n);
 
 private:
     bool Note(const tev::ZipOutcome& outcome) const noexcept;
-    /// Calls `work` with the open archive, and notes the outcome that it answers.
+    /// Calls `work` with the open archive, and records the outcome that it returns.
     template <class Work>
     bool Attempt(Work&& work) const;
 

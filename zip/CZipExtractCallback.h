@@ -7,16 +7,17 @@ namespace tev
 class ZipAction;
 }
 
-/// What an archive is doing while it reports how far it is.
+/// What an archive is doing while it reports progress.
 enum class XZipAction : unsigned int
 {
     kExtracting,
     kTesting,
-    kSaving ///< adding, deleting and renaming, too: they happen when the archive is saved
+    kSaving ///< includes adding, deleting and renaming, which happen when the archive is saved
 };
 
-/// What an archive calls while it works, on the thread that called it. Whatever these operations throw leaves the operation
-/// that they were called from, which counts as cancelled then. They must not call the archive. One thread at a time.
+/// What an archive calls while it works, on the thread that called it. An exception that these operations throw leaves the
+/// operation that they were called from, which counts as cancelled then. They must not call the archive. One thread at a
+/// time.
 class TEVTOOLS_API CXZipCallback
 {
 public:
@@ -46,13 +47,13 @@ private:
     unsigned int m_engineStep = 0;
 };
 
-/// Lets a user follow what an archive does, cancel it, and decide for each entry whether it is extracted.
+/// Reports to a user what an archive does, and lets the user cancel it and decide for each entry whether it is extracted.
 class TEVTOOLS_API CZipExtractCallback : public CXZipCallback
 {
 public:
     ~CZipExtractCallback() override;
 
-    /// The entry whose turn it is, or was last, and the full path that it gets.
+    /// The current entry, or the last one, and the full path to which it is extracted.
     const CXTString<wchar_t>& GetEntryName() const noexcept { return m_entryName; }
     const CXTString<wchar_t>& GetTargetPath() const noexcept { return m_targetPath; }
     /// The bytes between two calls of OnProgress; at least 1.
@@ -62,7 +63,7 @@ private:
     int MyInit(const CZipFileInfo& header, const wchar_t* targetPath) override;
 
 public:
-    /// Answers 0 to extract the entry, 1 to skip it, anything else to stop.
+    /// Returns 0 to extract the entry, 1 to skip it, anything else to stop.
     virtual int OnExtractEntry(const CZipFileInfo& entry, const wchar_t* targetPath) = 0;
 
 private:

@@ -23,7 +23,7 @@ bool ZipAction::Advance(std::uint64_t count)
 bool ZipAction::AdvanceTo(std::uint64_t processed)
 {
     m_processed = processed;
-    // The first bytes are told, so that what is small can be cancelled, too.
+    // The first bytes are reported, so that small actions can be cancelled too.
     const bool isDue = m_reported == 0 || m_processed - m_reported >= kStep;
     return !isDue || Finish();
 }

@@ -6,7 +6,7 @@
 
 namespace tev
 {
-/// Tells a callback, where there is one, how an action of an archive goes on. One thread at a time.
+/// Reports the progress of an archive's action to a callback, where there is one. One thread at a time.
 class ZipAction
 {
 public:
@@ -14,7 +14,7 @@ public:
     static constexpr unsigned kStep = 64 * 1024;
 
     ZipAction(CXZipCallback* callback, XZipAction action, std::uint64_t total);
-    /// Ends the action, whatever became of it.
+    /// Reports the end of the action, whether it succeeded or not.
     ~ZipAction();
     ZipAction(const ZipAction&) = delete;
     ZipAction& operator=(const ZipAction&) = delete;
@@ -22,7 +22,7 @@ public:
     /// False to cancel.
     [[nodiscard]] bool Advance(std::uint64_t count);
     [[nodiscard]] bool AdvanceTo(std::uint64_t processed);
-    /// Reports what was not reported yet.
+    /// Reports the bytes that were not reported yet.
     [[nodiscard]] bool Finish();
 
 private:

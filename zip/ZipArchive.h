@@ -22,7 +22,7 @@ namespace tev
 {
 using ZipNames = CXArray<CXTString<wchar_t>, const CXTString<wchar_t>&>;
 
-/// What CZip does with an open archive. One thread at a time.
+/// The open archive behind CZip. One thread at a time.
 class ZipArchive
 {
 public:
@@ -88,7 +88,7 @@ private:
     bool m_isReadOnly = false;
     bool m_isCreated = false;
     std::uint64_t m_extractedBytes = 0;
-    /// The entries by the hash of their names without folders and case; empty until somebody searches.
+    /// The entries by the hash of their names without folders and case; empty until the first search.
     std::vector<std::pair<std::uint64_t, unsigned>> m_byName;
 };
 } // namespace tev

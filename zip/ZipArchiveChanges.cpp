@@ -126,7 +126,7 @@ ZipOutcome ZipArchive::PlanRenaming(const ZipNames& oldNames, const ZipNames& ne
     {
         const std::wstring_view newName = ViewOf(newNames[static_cast<int>(i)]);
         const std::string oldName = m_engine->Name(indexes[i]);
-        if (oldName.empty()) // which the engine cannot take
+        if (oldName.empty()) // which the engine refuses
             return Refused(XZipFailure::kUnsupported);
         const bool isNamedAsFolder = oldName.back() == '/';
         const bool isFolder = isNamedAsFolder || m_engine->Kind(indexes[i]) == ZipEntryKind::Folder;
@@ -134,7 +134,7 @@ ZipOutcome ZipArchive::PlanRenaming(const ZipNames& oldNames, const ZipNames& ne
         if (!name)
             return Refused(XZipFailure::kUnsafeName);
         if (isFolder && !isNamedAsFolder)
-            name->pop_back(); // the engine wants a separator at the end of both names or of none
+            name->pop_back(); // the engine requires a separator at the end of both names or of none
         const std::wstring wide = WideEntryName(*name);
         const std::vector<unsigned> holders = FindEach(wide, kExact, false);
         const bool isHeld =
@@ -164,7 +164,7 @@ ZipOutcome ZipArchive::Rename(const ZipNames& oldNames, const ZipNames& newNames
     const ZipOutcome planned = PlanRenaming(oldNames, newNames, renamings);
     if (!planned)
         return planned;
-    // By way of names that nobody has, because the engine wants each name to be free when it is given.
+    // Through unused names, because the engine requires each new name to be free.
     const std::string between = UnusedName();
     ForgetNames();
     ZipError error;

@@ -62,7 +62,7 @@ bool FileStamp::IsSameState(const FileStamp& other) const noexcept
 
 std::unique_ptr<ZipFileBytes> ZipFileBytes::Open(const wchar_t* path)
 {
-    // A pipe would let the caller wait for whoever writes to it.
+    // A pipe would block until another process writes to it.
     if (IsPipeOrDevice(path))
         return Fail(EINVAL), nullptr;
     platform::FileHandle handle = CurrentFileSystem().Open(path, {});
@@ -95,7 +95,7 @@ bool ZipFileBytes::ReadAt(std::uint64_t offset, void* buffer, std::size_t count,
     return true;
 }
 
-/// Turns the library's exceptions into what the engine's C code can pass on.
+/// Turns the library's exceptions into errno, which passes through the engine's C code.
 template <class Work>
 bool ZipFileTarget::Attempt(Work&& work)
 {
@@ -154,7 +154,7 @@ bool ZipFileTarget::Commit()
     return Attempt([this] { WriteBuffered(); }) && IsUnchanged() && Attempt([this] { m_replacement->Commit(); });
 }
 
-// Programs that replace files as this library does are locked out meanwhile; of others, this finds what they did before.
+// Programs that replace files with this library are locked out meanwhile; this finds changes made by other programs.
 bool ZipFileTarget::IsUnchanged()
 {
     if (!m_expected)

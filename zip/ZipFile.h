@@ -10,19 +10,19 @@
 #include <string>
 #include <vector>
 
-// Files as the engine for archives reads and replaces them. One thread at a time.
+// The files that the engine for archives reads and replaces. One thread at a time.
 
 namespace tev
 {
-/// By what a file is known again, and its being changed is found out.
+/// Identifies a file and its state, to find out whether it was changed or replaced.
 struct FileStamp
 {
     platform::FileInformation m_information;
     std::uint64_t m_size = 0;
-    /// Of the file's last bytes: an archive that is changed has another directory, whatever its time.
+    /// Of the file's last bytes: a changed archive has another directory, whatever its time.
     std::uint64_t m_tailHash = 0;
 
-    /// Nothing, with the error in errno, where it cannot be had.
+    /// Nothing, with the error in errno, when the file cannot be read.
     static std::optional<FileStamp> Take(const wchar_t* path);
     bool IsSameState(const FileStamp& other) const noexcept;
     bool IsSameFile(const platform::FileInformation& other) const noexcept;
@@ -32,7 +32,7 @@ struct FileStamp
 class ZipFileBytes final : public platform::ZipBytes
 {
 public:
-    /// Null, with the error in errno, when it is no ordinary file or cannot be opened.
+    /// Null, with the error in errno, when it is not a regular file or cannot be opened.
     static std::unique_ptr<ZipFileBytes> Open(const wchar_t* path);
     ~ZipFileBytes() override;
 
@@ -47,18 +47,18 @@ private:
     std::uint64_t m_position = 0;
 };
 
-/// A file that is replaced by a new archive, if it still is what it was.
+/// A file that is replaced by a new archive, unless it was changed since it was opened.
 class ZipFileTarget final : public platform::ZipTarget
 {
 public:
-    /// Without a stamp whatever stands there is replaced.
+    /// Without a stamp any existing file is replaced.
     ZipFileTarget(const wchar_t* path, const std::optional<FileStamp>& expected) : m_path(path), m_expected(expected) {}
 
     bool Begin() override;
     bool WriteAt(std::uint64_t offset, const void* bytes, std::size_t count) override;
     bool Commit() override;
 
-    /// Whether that is why an operation failed.
+    /// Whether an operation failed because the file was changed.
     bool IsReplacedByOthers() const noexcept { return m_isReplacedByOthers; }
 
     /// Whether a new file could be written there; false with the error in errno.
@@ -74,7 +74,7 @@ private:
     std::optional<FileStamp> m_expected;
     std::optional<FileReplacement> m_replacement;
     CXFile* m_file = nullptr;
-    std::vector<char> m_buffer; ///< what is to be written from m_bufferStart on
+    std::vector<char> m_buffer; ///< to be written at m_bufferStart
     std::uint64_t m_bufferStart = 0;
     std::uint64_t m_filePosition = 0;
     bool m_isReplacedByOthers = false;

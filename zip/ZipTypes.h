@@ -1,12 +1,12 @@
 #pragma once
 
-// The values that CZip takes and answers.
+// The values that CZip takes and returns.
 
 /// How an entry of an archive is encrypted.
 enum class XZipEncryption : unsigned int
 {
     kNone = 0,
-    kTraditional = 1, ///< what every program reads, and nobody should trust
+    kTraditional = 1, ///< readable by every program, but weak
     kAes128 = 2,
     kAes192 = 3,
     kAes256 = 4,
@@ -18,7 +18,7 @@ enum ZipOpenMode : int
 {
     zipOpenReadWrite = 0,
     zipOpenReadOnly = 1,
-    zipCreate = 2 ///< a new archive; what stands at the path is replaced when it is saved
+    zipCreate = 2 ///< a new archive; an existing file is replaced when it is saved
 };
 
 /// From 1, the fastest, to 9, the smallest; other values are refused.
@@ -38,7 +38,7 @@ enum ZipExtractResult : int
         2 ///< by the callback, or cancelled, or an entry that is never extracted: an unsafe name, a link, a device
 };
 
-/// What CZipExtractCallback::OnExtractEntry answers; any other value stops, too.
+/// What CZipExtractCallback::OnExtractEntry returns; any other value stops, too.
 constexpr int xZipExtractEntry = 0;
 constexpr int xZipSkipEntry = 1;
 constexpr int xZipStop = 2;
@@ -47,7 +47,7 @@ constexpr int xZipStop = 2;
 enum class XZipFailure : unsigned int
 {
     kNone,
-    kSystem, ///< a file could not be read or written, or memory is lacking
+    kSystem, ///< a file could not be read or written, or memory ran out
     kNoArchive,
     kDamaged,
     kUnsupported, ///< a method of compression or encryption, or a layout, that is not known here
@@ -67,5 +67,5 @@ enum class XZipFailure : unsigned int
     kInvalidArgument, ///< also an operation that needs an open, or a closed, archive
 };
 
-/// What no entry has as its index.
+/// An index that no entry has.
 constexpr unsigned int xZipNoEntry = 0xFFFFFFFF;

@@ -135,7 +135,7 @@ TEST(PathNames, GoToTheSystemAndBack)
     }
 }
 
-TEST(FileSystem, TellsItsErrorsInErrno)
+TEST(FileSystem, ReportsErrorsInErrno)
 {
     const TempFolder folder;
     FileSystem& files = SystemFileSystem();

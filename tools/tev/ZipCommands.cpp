@@ -103,7 +103,7 @@ void RunList(Session& session, const Options& options)
         PrintFields(session.m_output, row);
 }
 
-/// Does something to each of the entries that the user named. One that fails keeps nobody else from its turn.
+/// Calls `onEntry` for each of the entries that the user named, also after one of them failed.
 template <class Work>
 void ForEachEntry(Session& session, const Options& options, ZipWork& work, Work&& onEntry)
 {

@@ -12,8 +12,8 @@
 namespace tev::tool
 {
 
-/// An open archive that shows on a terminal how far it is, and that an interrupt leaves as it was. What is not saved in the
-/// end changes nothing.
+/// An open archive that shows its progress on a terminal. An interrupt leaves the archive unchanged, and so does destroying
+/// this object without Save().
 class ZipWork final : private CZipExtractCallback
 {
 public:
@@ -21,14 +21,14 @@ public:
     ~ZipWork() override;
 
     CZip& Zip() noexcept { return m_zip; }
-    /// The entries that the names and patterns find, in the archive's order; all when there are none. A name that finds
-    /// nothing is thrown.
+    /// The entries that match the names and patterns, in the archive's order; all when there are none. A name without a
+    /// match is thrown.
     std::vector<unsigned> Find(const std::vector<std::string>& names);
-    /// The bytes of all the actions that follow.
+    /// Sets the total number of bytes of the actions that follow.
     void ExpectBytes(unsigned __int64 total);
     void Save();
 
-    /// Throws what the archive's last operation failed for, as a failure of `subject`, unless it is done.
+    /// Throws the reason why the archive's last operation failed, as a failure of `subject`, unless `done`.
     void Require(bool done, const std::string& subject) const;
 
 private:
@@ -37,7 +37,7 @@ private:
     void OnActionBegin(XZipAction action, unsigned __int64 total) override;
     void OnActionEnd(XZipAction action) noexcept override;
 
-    EndingSignalsHeld m_held; // goes last, when all is undone
+    EndingSignalsHeld m_held; // destroyed last, when everything is undone
     std::string m_name;
     CZip m_zip;
     std::optional<Progress> m_progress;
@@ -45,7 +45,7 @@ private:
     unsigned __int64 m_done = 0;
 };
 
-/// Each file of what the user names, with the name that it gets in the archive; what lies in folders, too.
+/// Each file that the user names, with its name in the archive; folders include their contents.
 struct ZipAdding
 {
     std::string m_path;

@@ -74,7 +74,7 @@ std::string Joined(std::string folder, const std::string& leaf)
     return folder += leaf;
 }
 
-/// Whether the kernel, or what it is run under, does not know the call at all.
+/// Whether the kernel, or a sandbox around the process, does not support the call.
 bool IsUnknownCall(int error)
 {
     return error == ENOSYS || error == EPERM || error == E2BIG;
@@ -119,7 +119,7 @@ int Duplicate(int descriptor)
     return fcntl(descriptor, F_DUPFD_CLOEXEC, 0);
 }
 
-/// Calls `enter(folder, component)`, which answers the next folder's descriptor, for each component of the name.
+/// Calls `enter(folder, component)`, which returns the next folder's descriptor, for each component of the name.
 template <class Enter>
 int WalkFolders(int root, const std::string& name, Enter&& enter)
 {
@@ -134,7 +134,7 @@ int WalkFolders(int root, const std::string& name, Enter&& enter)
     return current;
 }
 
-/// A name for what is written beside a file. It must be new in the folder only.
+/// A name for a temporary file, which must be new in its folder only.
 std::string TemporaryName()
 {
     static std::atomic<unsigned> counter{0};
@@ -163,7 +163,7 @@ bool ListFolder(int descriptor, std::vector<std::string>& names)
     return error == 0;
 }
 
-/// Behind the folder's path and a separator, and with a NUL.
+/// The longest name whose full path, with a separator and a NUL, can still be opened.
 std::size_t LongestNameIn(const std::wstring& folder)
 {
     std::string path;
@@ -253,7 +253,7 @@ public:
     }
 
 private:
-    /// Holds no descriptor while it is in an inner folder: folders may lie deeper than there are descriptors.
+    /// Holds no descriptor while it is in an inner folder: folders may be nested deeper than there are descriptors.
     bool RemoveContentsOf(const std::string& name)
     {
         std::vector<std::string> folders;
@@ -269,7 +269,7 @@ private:
         return error == 0 || Fail(error);
     }
 
-    /// Answers the last error; what it leaves as folders is appended.
+    /// Returns the last error; appends the folders, which it leaves.
     int RemoveLeaves(const std::string& name, std::vector<std::string>& folders)
     {
         const OwnedDescriptor folder(OpenFolder(name));
@@ -280,7 +280,7 @@ private:
         int error = 0;
         for (const std::string& leaf : leaves)
         {
-            // Of a folder, systems say either that it is one or that this is not allowed.
+            // For a folder, systems report either EISDIR or EPERM.
             if (unlinkat(folder.Get(), leaf.c_str(), 0) == 0 || errno == ENOENT)
                 continue;
             if (errno == EISDIR || errno == EPERM)
@@ -301,7 +301,7 @@ private:
 class PosixContainedFile final : public ContainedFile
 {
 public:
-    /// `temporary` is empty for a file that is written in its own place.
+    /// `temporary` is empty for a file that is written under its own name.
     PosixContainedFile(const PosixContainedFolder& folder, int descriptor, std::string name, std::string temporary)
         : m_folder(folder), m_descriptor(descriptor), m_name(std::move(name)), m_temporary(std::move(temporary))
     {
@@ -418,7 +418,7 @@ bool CreateFoldersAt(const std::string& path)
         if (mkdir(folder.c_str(), kNewFolder) != 0 && errno != EEXIST && errno != EISDIR)
         {
             struct stat status;
-            const int error = errno; // a read-only file system says that before it says that the folder is there
+            const int error = errno; // EROFS comes before EEXIST
             if (stat(folder.c_str(), &status) != 0 || !S_ISDIR(status.st_mode))
                 return Fail(error);
         }

@@ -37,7 +37,7 @@ bool IsFolder(const char* path)
     return stat(path, &status) == 0 && S_ISDIR(status.st_mode);
 }
 
-/// A folder that was there, or that somebody else creates meanwhile, is as good as a new one.
+/// A folder that exists, or that another process creates meanwhile, is as good as a new one.
 bool CreateFolder(const char* path)
 {
     if (mkdir(path, kOwnFolder) == 0)

@@ -46,7 +46,7 @@ int OpenFolder(const std::string& name)
     return open(FolderOf(name).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
 }
 
-/// Whether the file system just does not do this, on a folder or at all.
+/// Whether the file system does not support the operation, on a folder or at all.
 bool IsUnsupported(int error)
 {
     return error == EINVAL || error == EBADF || error == ENOLCK || error == ENOSYS || error == EOPNOTSUPP ||
@@ -64,7 +64,7 @@ bool GiveTo(int descriptor, const struct stat& model)
     return isGiven && fchmod(descriptor, model.st_mode & kPermissions) == 0;
 }
 
-/// Whether there is a file to be replaced, which is allowed; false with errno 0 when there is none.
+/// Whether there is a file to replace, and it may be replaced; false with errno 0 when there is none.
 bool FindModel(const char* name, struct stat& status)
 {
     if (stat(name, &status) != 0)

@@ -1,7 +1,7 @@
 // How openers find each other: each holds locks of its open file description on single bytes far beyond any data, in up
 // to four ranges that say what it does and what it denies to others. It first sets its own locks and then looks for
-// somebody else's in the ranges that contradict them. Whoever comes second sees the first one; two that come at the same
-// moment may see each other, so both step back and try again after a short random time.
+// those of others in the ranges that contradict them. The second opener sees the first one; two that open at the same
+// moment may see each other, so both release their locks and retry after a short random time.
 //
 // The bytes are chosen at random, because a descriptor that can only read can only set shared locks and one that can only
 // write only exclusive ones, and both kinds must live together in one range.
@@ -103,7 +103,7 @@ Mark SetMark(int descriptor, int lockType, Range range)
         if (errno != EAGAIN && errno != EACCES)
             return Mark::NotSupported;
     }
-    return Mark::Blocked; // somebody has locked the whole file
+    return Mark::Blocked; // another process has locked the whole file
 }
 
 bool OthersIn(int descriptor, Range range)

@@ -64,7 +64,7 @@ bool Truncate(int descriptor, const char* path, FileAccess access)
     return (access == FileAccess::Read ? truncate(path, 0) : ftruncate(descriptor, 0)) == 0;
 }
 
-/// The system says of a descriptor that was opened for the other access what it says of one that is not open at all.
+/// The system reports EBADF both for a descriptor that was opened for the other access and for one that is not open.
 /// After a failure: makes errno tell them apart.
 bool FailFor(int descriptor, int uselessAccess)
 {
@@ -201,7 +201,7 @@ public:
     }
 
 private:
-    /// Devices with blocks have a length, which only seeking tells.
+    /// Block devices have a length, which only seeking finds.
     bool SeekForLength(FileHandle file, std::uint64_t& length)
     {
         std::uint64_t position = 0;
@@ -211,7 +211,7 @@ private:
     }
 };
 
-PosixFileSystem g_system; // trivially destroyed: files that close while the program ends still find it
+PosixFileSystem g_system; // trivially destroyed: files that are closed while the program ends still use it
 std::atomic<FileSystem*> g_current{&g_system};
 } // namespace
 
