@@ -1,5 +1,5 @@
-// What installing the crash handler costs, and how long it takes from a fault to the finished report. There is no peer among
-// the benchmarks' packages.
+// The cost of installing the crash handler, and the time from a fault to the finished report. The benchmarks' packages have
+// nothing to compare with.
 
 #include "arrays/CXArray.h"
 #include "crash/CCrashHandler.h"
@@ -19,7 +19,7 @@
 
 namespace
 {
-/// Reports go to a folder that goes with the object.
+/// A folder for the reports, deleted with the object.
 class Scratch
 {
 public:

@@ -12,8 +12,8 @@ namespace tev::platform
 struct PreviousSignals;
 }
 
-/// What the system knows of the moment of a fault: on Windows its own record of this name, elsewhere the two records that
-/// it hands to a signal handler (siginfo_t and ucontext_t), which stay the caller's.
+/// The system's description of a fault: on Windows its own record of this name, elsewhere pointers to the two records that
+/// a signal handler gets (siginfo_t and ucontext_t). The caller owns those.
 struct _EXCEPTION_POINTERS
 {
     const void* m_signalInfo;
@@ -37,14 +37,14 @@ enum XCrashType : unsigned int
     xCrashTermination = 12
 };
 
-/// What a hook knows of what happened.
+/// What a hook reports.
 struct _CR_EXCEPTION_INFO
 {
     unsigned short cb = 64;
     _EXCEPTION_POINTERS* pexcptrs = nullptr; ///< null when the hook has none
     unsigned int exctype = xCrashException;
-    unsigned int code = 0; ///< of a floating-point signal: which operation went wrong, as the system numbers it
-    const wchar_t* expression = nullptr; ///< this and the rest: of an invalid parameter only
+    unsigned int code = 0;               ///< of a floating-point signal: the system's number of the error
+    const wchar_t* expression = nullptr; ///< this and the following: of an invalid parameter only
     const wchar_t* function = nullptr;
     const wchar_t* file = nullptr;
     unsigned int line = 0;
@@ -52,8 +52,8 @@ struct _CR_EXCEPTION_INFO
 
 enum _HandlerCrashMode : unsigned int
 {
-    xCrashReport = 1, ///< something went wrong in the program: with a dump
-    xFilesReport = 2  ///< something was wrong with files
+    xCrashReport = 1, ///< of a crash: with a dump
+    xFilesReport = 2  ///< of files that caused trouble
 };
 
 // The flags of a handler: the mode in the low byte, and these.
@@ -61,44 +61,43 @@ enum _HandlerCrashMode : unsigned int
 constexpr unsigned int xCrashWithoutPointers = 0x200; ///< the report was made without exception pointers
 constexpr unsigned int xCrashNoCallback = 0x400;      ///< the callback is not called
 
-/// Catches what would end the process, and makes a report of it: a ZIP archive with a dump, the log and the files that the
-/// host has registered, which the person may mail or save. A process has at most one; CrashInstall makes it. On the signals
-/// of a process that a sanitizer watches, no hook is set.
+/// Catches fatal conditions of the process and makes a report of each: a ZIP archive with a dump, the log and the files that
+/// the host has registered, which the user may mail or save. A process has at most one handler; CrashInstall creates it. In
+/// a process with a sanitizer, the signals that the sanitizer reports itself are not hooked.
 ///
-/// For a crash the callback and the user interface are called on a thread that waits for that, because the crashed one may
-/// hold anything: a callback takes no lock that another thread may have. What does not come back within some seconds is
-/// given up, and the report is made without it, by another process where there is one; see docs/crash-reports.md.
+/// After a crash the callback and the user interface are called on a thread of the handler, because the crashed thread may
+/// hold any lock: a callback must not take a lock that another thread may hold. A call that does not return within some
+/// seconds is abandoned, and the report is made without it, by another process where possible; see docs/crash-reports.md.
 /// Safe from several threads at once: all but the statics wait while a report is made.
 class TEVTOOLS_API CCrashHandler
 {
 public:
-    /// Takes the place of an earlier handler of this process, and its hooks.
+    /// Replaces an earlier handler of this process and takes over its hooks.
     CCrashHandler(int (*callback)(CCrashHandler*), const wchar_t* text1, const wchar_t* text2, unsigned int flags);
     CCrashHandler(const CCrashHandler&) = delete;
     CCrashHandler& operator=(const CCrashHandler&) = delete;
-    /// Puts back what stood in the places of the hooks.
+    /// Restores the handlers that were there before the hooks.
     virtual ~CCrashHandler();
 
-    /// The callback says whether a report is made: 0 for no. It leaves the handler installed.
+    /// The callback returns 0 when no report is to be made. It must not uninstall the handler.
     void SetCallback(int (*callback)(CCrashHandler*));
     void SetFlags(unsigned int flags);
     unsigned int GetFlags() const;
     _HandlerCrashMode GetMode() const;
-    /// The application's name and version, for the person and the mail's subject.
+    /// The application's name and version, for the dialogs and the mail's subject.
     void SetText(const wchar_t* text1, const wchar_t* text2);
-    /// Registers files for all reports to come. A file is looked at when a report is made; one that cannot be read then, or
-    /// is too large, is left out.
+    /// Adds files to all later reports. A file is read when a report is made; one that cannot be read then, or is too large,
+    /// is left out.
     void AddFiles(const CXArray<CXTString<wchar_t>>& files);
-    /// In bytes; files below it go into a report.
+    /// In bytes; smaller files go into a report.
     static unsigned __int64 GetFileSizeLimit() { return 0x600000; }
 
-    /// Sets the hooks that hold for single threads on the calling one, or takes them back: 1, or 0 when that was done
-    /// before.
+    /// Installs the per-thread hooks on the calling thread, or removes them. Return 1, or 0 when there was nothing to do.
     int SetThreadCPPExceptionHandlers();
     int UnSetThreadCPPExceptionHandlers();
 
-    /// Makes a report in a process that can still do so. Flags other than 0 replace the handler's. Answers 1 when a report
-    /// was made, 0 when the callback did not want one or nothing could be gathered. Nothing is thrown.
+    /// Makes a report in a process that still works. Flags other than 0 replace the handler's. Returns 1 when a report was
+    /// made, 0 when the callback refused it or no archive could be written. Nothing is thrown.
     int ExceptionOccurs(_CR_EXCEPTION_INFO* info, unsigned int flags);
 
 protected:
@@ -106,15 +105,15 @@ protected:
     int UnSetProcessCPPExceptionHandlers();
     void InitPrevCPPExceptionHandlerPointers();
 
-    /// Shows the report to the person. True when it was handed to the mail program.
+    /// Shows the report to the user. True when it was handed to the mail program.
     bool GenerateErrorReport(const wchar_t* archivePath, const std::vector<XReportFile>& files);
-    /// As above for a files report; null for the files is an invalid argument.
+    /// As above for a files report; a null list is an invalid argument.
     bool GenerateFilesErrorReport(const wchar_t* archivePath, const std::vector<XReportFile>* files);
-    /// Lets the person choose another place for the archive, and moves it there. False when it stays.
+    /// Lets the user choose another path for the archive, and moves it there. False when it stays.
     bool SaveReport(const wchar_t* archivePath);
     /// True when the mail was handed over.
     bool MailReport(const wchar_t* archivePath, const wchar_t* userAddress, const wchar_t* description);
-    /// Makes exception pointers out of the registers of this moment. They live until the next call and the handler's end.
+    /// Creates exception pointers from the current registers. They are valid until the next call or the end of the handler.
     bool GetExceptionPointers(unsigned long code, _EXCEPTION_POINTERS** pointers);
 
 private:
@@ -124,10 +123,10 @@ private:
 
     bool MakeReport(_CR_EXCEPTION_INFO& info, bool isCrash);
     CXTString<wchar_t> ApplicationText() const;
-    /// Asks the person about a report, and does what the answer says.
+    /// Asks the user about a report, and does what the answer says.
     bool Offer(const wchar_t* archivePath, const CXTString<wchar_t>& introduction,
                const std::vector<XReportFile>& files);
-    void TellToMailByHand(const wchar_t* archivePath) const;
+    void NotifyToMailByHand(const wchar_t* archivePath) const;
     void TakeOver(CCrashHandler& earlier);
     void PublishTraces() const;
 
@@ -155,17 +154,17 @@ private:
     std::unique_ptr<unsigned char[]> m_pointers; ///< what GetExceptionPointers made
 };
 
-/// Installs the process's handler. When there is one already it takes the callback, the texts and the flags, of which the
-/// low byte is the mode. A report that an earlier run could not finish is finished now. Nothing is thrown.
+/// Installs the process's handler. An existing one gets the new callback, texts and flags; the low byte of the flags is the
+/// mode. A report that an earlier run could not finish is finished now. Nothing is thrown.
 TEVTOOLS_API void CrashInstall(int (*callback)(CCrashHandler*), const wchar_t* text1, const wchar_t* text2,
                                unsigned int flags);
 /// The process's handler, or null.
 TEVTOOLS_API CCrashHandler* CrashGetHandler();
-/// Deletes the handler and puts back what stood in the places of its hooks. Threads with hooks of their own lose them.
+/// Deletes the handler and restores the handlers that were there before its hooks, those of all threads included.
 TEVTOOLS_API void CrashUninstall();
 
-/// Sets the hooks of single threads on the calling one, and gives it a stack for signal handlers where it has none; or
-/// takes both back. Do nothing without a handler. A thread without is covered by the hooks of the process only.
+/// Install the per-thread hooks on the calling thread, with an alternate stack for signal handlers where it has none; or
+/// remove both. Do nothing without a handler. A thread without them is covered by the hooks of the process only.
 TEVTOOLS_API void CrashThreadInstall();
 TEVTOOLS_API void CrashThreadUninstall();
 
@@ -176,7 +175,7 @@ TEVTOOLS_API void CrashGenerateErrorReport(_EXCEPTION_POINTERS* pointers, bool n
 TEVTOOLS_API void CrashGenerateFilesErrorReport(const CXArray<CXTString<wchar_t>>& files, _EXCEPTION_POINTERS* pointers,
                                                 bool noCallback);
 
-/// The address of technical support, which reports are mailed to: a message text, until a host chooses another. Empty
-/// takes the choice back. Safe from several threads at once.
+/// The address of technical support, to which reports are mailed: a message text, until a host sets another. An empty text
+/// restores the default. Safe from several threads at once.
 TEVTOOLS_API CXTString<wchar_t> XGetSupportAddress();
 TEVTOOLS_API void XSetSupportAddress(const CXTString<wchar_t>& address);

@@ -1,4 +1,4 @@
-// The hooks: what each reports, and what becomes of the thread or the process afterwards.
+// The hooks: what each reports, and how the thread or the process continues afterwards.
 
 #include "crash/CCrashHandler.h"
 #include "crash/CrashFault.h"
@@ -22,12 +22,11 @@ using platform::SignalEvent;
 using tev::CrashRegistry;
 using tev::CrashRegistryHold;
 
-// Hooks of single threads are the process's on this system: each thread says for itself whether it has them. They hold
-// for the handler that was there when they were set.
+// The per-thread hooks are process-wide on this system: each thread records whether it has them, and for which handler.
 std::atomic<unsigned> g_generation{0};
 thread_local unsigned t_hookedBy TEV_NEAR_THREAD_LOCAL = 0;
 
-/// What stood in the places of the hooks of threads, for threads without. Read by signal handlers.
+/// The handlers from before the per-thread hooks, for threads without hooks. Read by signal handlers.
 struct ForOtherThreads
 {
     std::atomic<const platform::PreviousSignals*> floatingPoint{nullptr};
@@ -98,7 +97,7 @@ void OnSignal(const SignalEvent& event) noexcept
     std::terminate();
 }
 
-/// Of hooks after which the thread goes on.
+/// For hooks after which the thread continues.
 void Report(_CR_EXCEPTION_INFO& info)
 {
     if (tev::ReportInProgress::OnThisThread())
@@ -118,7 +117,7 @@ void OnPureCall()
 
 void OnNoMemory()
 {
-    // The report and the exception take memory themselves.
+    // The report and the exception allocate, too.
     thread_local bool isHandling = false;
     if (isHandling || tev::ReportInProgress::OnThisThread())
         throw std::bad_alloc();
@@ -164,7 +163,7 @@ int CCrashHandler::SetProcessCPPExceptionHandlers()
     m_previousAbort = platform::HookSignals(FatalSignal::Abort, OnSignal);
     m_previousInterrupt = platform::HookSignals(FatalSignal::Interrupt, OnSignal);
     m_previousTermination = platform::HookSignals(FatalSignal::Terminate, OnSignal);
-    // On threads without hooks of their own these three are unhandled exceptions of the system.
+    // On threads without per-thread hooks these three count as unhandled exceptions of the system.
     m_previousFloatingPoint = platform::HookSignals(FatalSignal::FloatingPoint, OnSignal);
     m_previousIllegalInstruction = platform::HookSignals(FatalSignal::IllegalInstruction, OnSignal);
     m_previousSegmentViolation = platform::HookSignals(FatalSignal::SegmentViolation, OnSignal);
@@ -214,7 +213,7 @@ int CCrashHandler::SetThreadCPPExceptionHandlers()
     {
         m_previousTerminate = std::set_terminate(OnTerminate);
         m_previousUnexpected = platform::SetUnexpectedHook(OnUnexpected);
-        // A process that is a copy of one with hooks finds its own there.
+        // A forked child of a process with hooks finds our own there.
         g_forOthers.terminate.store(m_previousTerminate == OnTerminate ? nullptr : m_previousTerminate);
         g_forOthers.unexpected.store(m_previousUnexpected == OnUnexpected ? nullptr : m_previousUnexpected);
     }

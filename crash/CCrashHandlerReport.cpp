@@ -1,4 +1,4 @@
-// From what a hook knows to the report's archive.
+// The report pipeline: from the data of a hook to the archive.
 
 #include "crash/CCrashHandler.h"
 #include "crash/CrashFault.h"
@@ -34,7 +34,7 @@ CPathString LogPath()
     return path == nullptr ? CPathString() : CPathString(tev::platform::SystemPathToWide(path).c_str());
 }
 
-/// A dump of the process as it is, at the documented place.
+/// Dumps the running process to the documented path.
 CPathString WriteDump(const _EXCEPTION_POINTERS* pointers)
 {
     const CPathString path = GetUserApplicationDataPath() / (XGetApplicationName() + L".dmp");
@@ -92,7 +92,7 @@ bool CCrashHandler::MakeReport(_CR_EXCEPTION_INFO& info, bool isCrash)
             }
             else
             {
-                // What was made up is not told to be where it happened: the dump takes the registers itself.
+                // Pointers that were made up are no place of a fault: the dump then takes the current registers itself.
                 record.m_dump = record.m_isCrash ? WriteDump(given) : CPathString();
             }
             tev::AddOwnFiles(record);

@@ -113,7 +113,7 @@ void CCrashHandler::AddFiles(const CXArray<CXTString<wchar_t>>& files)
     PublishTraces();
 }
 
-/// Writes down, for the moment when nothing can be put together any more, what a crash would need.
+/// Prepares what a crash needs, because nothing can be composed then.
 void CCrashHandler::PublishTraces() const
 {
     const CrashRegistryHold hold;
@@ -157,7 +157,7 @@ void CrashInstall(int (*callback)(CCrashHandler*), const wchar_t* text1, const w
             handler->SetFlags(flags);
             return;
         }
-        new CCrashHandler(callback, text1, text2, flags); // in the registry, which CrashUninstall takes it from
+        new CCrashHandler(callback, text1, text2, flags); // owned by the registry; CrashUninstall deletes it
         tev::FinishLeftReports(GetUserApplicationDataPath(), XGetApplicationName());
     });
 }

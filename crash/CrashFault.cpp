@@ -16,7 +16,7 @@ namespace
 using Clock = std::chrono::steady_clock;
 using tev::platform::SignalEvent;
 
-// From the fault on. What is left behind the first is for the helper.
+// Counted from the fault. The time between the two is the helper's.
 constexpr auto kReporterDeadline = std::chrono::milliseconds(7000);
 constexpr auto kDeadline = std::chrono::milliseconds(10000);
 
@@ -24,10 +24,10 @@ enum Stage : std::uint32_t
 {
     kWaiting,
     kReporting,
-    kAsking, ///< a person
+    kAsking, ///< the user
     kDone,
     kFailed,
-    kStopped ///< the thread is to end
+    kStopped ///< the thread has to end
 };
 
 std::atomic<std::uint32_t> g_stage{kWaiting};
@@ -37,14 +37,14 @@ std::atomic<const void*> g_crashed{nullptr}; ///< the mark of the thread that cr
 std::atomic<const void*> g_reporterMark{nullptr};
 std::atomic<tev::CrashReporter> g_reporter{nullptr};
 tev::platform::StartedThread* g_thread = nullptr;
-unsigned g_threadProcess = 0; ///< a forked process has none
+unsigned g_threadProcess = 0; ///< a forked child has none
 
-/// What the crashed thread tells the waiting one. Not on its stack, where the dump would show them in the place of its own.
+/// Passed from the crashed thread to the waiting one. Not on the crashed thread's stack, which belongs into the dump.
 _CR_EXCEPTION_INFO g_info;
 _EXCEPTION_POINTERS g_pointers;
 int g_signal = 0; ///< by which the process ends; 0 for exit code 1
 
-/// Where the waiting thread goes on when the program's callback crashes on it.
+/// Where the waiting thread continues when the program's callback crashes.
 std::jmp_buf g_withoutCallback;
 std::atomic<bool> g_isCallbackRunning{false};
 std::atomic<bool> g_isCallbackBroken{false};
@@ -63,7 +63,7 @@ Stage LetReport() noexcept
     }
 }
 
-// Nothing with a destructor may stand in this function: a callback that crashes comes back to it from anywhere.
+// No object with a destructor may live in this function: a callback that crashes returns here by longjmp.
 unsigned WaitForCrash(void*) noexcept
 {
     tev::platform::BecomeCrashReporter();
@@ -93,7 +93,7 @@ unsigned WaitForCrash(void*) noexcept
         tev::platform::WaitWhile(never, 0);
 }
 
-/// Nobody but the first crashed thread goes on.
+/// Only the first crashed thread returns.
 void PassGate() noexcept
 {
     const void* const self = tev::ThreadMark();
@@ -101,7 +101,7 @@ void PassGate() noexcept
     if (g_crashed.compare_exchange_strong(first, self))
         return;
     if (first == self)
-        EndProcess(); // it fails with what it does here
+        EndProcess(); // the report itself crashed
     if (tev::IsReporter())
     {
         if (g_isCallbackRunning.exchange(false))

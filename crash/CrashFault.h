@@ -3,33 +3,33 @@
 #include "crash/CCrashHandler.h"
 #include "platform/FatalSignals.h"
 
-// What happens between a fault that ends the process and its end. The crashed thread touches nothing that it may hold
-// itself; it lets the dump be written, hands over to a thread that waited for this, and ends the process when that is
-// done, or fails, or takes too long.
+// What happens between a fault and the end of the process. The crashed thread uses nothing that it may have locked itself;
+// it has the dump written, wakes a thread that waits for crashes, and ends the process when the report is done, has failed,
+// or takes too long.
 namespace tev
 {
-/// Makes the report of a crash, on the waiting thread. False when somebody else should.
+/// Makes the report of a crash, on the waiting thread. False when the helper process should make it.
 using CrashReporter = bool (*)(_CR_EXCEPTION_INFO& info);
 
 /// Starts the waiting thread, once.
 void StartReporter(CrashReporter reporter) noexcept;
 void StopReporter() noexcept;
 
-/// What a crash from now on is like; of another process, none is reported here. Safe in signal handlers.
+/// Sets how a crash is handled from now on; only crashes of that process are reported. Safe in signal handlers.
 void ExpectCrashes(unsigned processId, bool withDump) noexcept;
 bool ExpectsCrashes() noexcept;
 
-/// Reports what happened on the calling thread, and ends the process as the type asks for.
+/// Reports a fault of the calling thread, and ends the process as documented for the type.
 [[noreturn]] void ReportAndEnd(unsigned type, const platform::SignalEvent* event) noexcept;
-/// Whether the process is about to end so.
+/// Whether ReportAndEnd has been called.
 bool IsCrashing() noexcept;
-/// Whether the mark is that of the thread that crashed, and whether the calling thread is the one that works for it.
+/// Whether the mark is that of the crashed thread; whether the calling thread is the one that makes its report.
 bool IsCrashedThread(const void* threadMark) noexcept;
 bool IsReporter() noexcept;
-/// What tells the calling thread from all others that run.
+/// Identifies the calling thread among all that run.
 const void* ThreadMark() noexcept;
 
-/// While it lives the program's callback runs. When that crashes, the report of a crash is begun again without it.
+/// Marks that the program's callback runs. When the callback crashes, the report is started again without it.
 class CallbackRuns
 {
 public:
@@ -38,10 +38,10 @@ public:
     CallbackRuns(const CallbackRuns&) = delete;
     CallbackRuns& operator=(const CallbackRuns&) = delete;
 };
-/// Whether the callback has crashed while it was asked about a crash.
+/// Whether the callback has crashed itself after a crash.
 bool IsCallbackBroken() noexcept;
 
-/// While it lives a crash has no deadline: a person is asked.
+/// Suspends the deadline of a crash while the user is asked.
 class WithoutDeadline
 {
 public:

@@ -30,7 +30,7 @@ constexpr std::string_view kDump = "dump";
 constexpr std::string_view kLog = "log";
 constexpr std::string_view kFile = "file";
 constexpr std::uintmax_t kLargestRecord = std::uintmax_t{64} << 20;
-constexpr int kMostNumbers = 100000; ///< behind a name that is taken
+constexpr int kMostNumbers = 100000; ///< appended to a name that is taken
 constexpr unsigned kReadAnyone = CXFile::modeRead | CXFile::shareDenyNone | CXFile::modeNoInherit;
 
 fs::path SystemPath(const CXTString<wchar_t>& path)
@@ -73,7 +73,7 @@ bool CanBeReadToItsEnd(const CPathString& path)
     });
 }
 
-/// The file's own name, or one that tells it from those before.
+/// The file's own name, made unique among those before by a number.
 CXTString<wchar_t> NameInArchive(const CPathString& path, tev::EntryNames& taken)
 {
     const auto claim = [&taken](const CXTString<wchar_t>& name) {
@@ -85,7 +85,7 @@ CXTString<wchar_t> NameInArchive(const CPathString& path, tev::EntryNames& taken
     CPathString name = path.GetFileName();
     if (claim(name))
         return name;
-    // Also where the name is fit for no archive: a number does not mend that, another name does.
+    // A name that is not safe in an archive does not become so by a number: then another base is used.
     const CPathString bases[] = {name, CPathString(CXTString<wchar_t>(L"file") + name.GetExtension()), L"file"};
     for (const CPathString& base : bases)
     {
@@ -104,20 +104,20 @@ CXTString<wchar_t> NameInArchive(const CPathString& path, tev::EntryNames& taken
     return {};
 }
 
-/// An archive while it is packed: for this user alone, because a dump tells what was in the memory.
+/// An archive while it is packed. Only this user may read it, because a dump holds memory contents.
 class UnnamedArchive
 {
 public:
     explicit UnnamedArchive(const CPathString& path) : m_name(SystemPath(path))
     {
         fs::remove(m_name);
-        std::ofstream(m_name).close(); // what replaces it gets its permissions
-        std::error_code failure;       // where there are no permissions
+        std::ofstream(m_name).close(); // the archive that replaces it gets its permissions
+        std::error_code failure;       // on file systems without permissions
         fs::permissions(m_name, fs::perms::owner_read | fs::perms::owner_write, failure);
     }
     ~UnnamedArchive()
     {
-        std::error_code failure; // also where it has got its name meanwhile
+        std::error_code failure; // also after the archive got its final name
         fs::remove(m_name, failure);
     }
     UnnamedArchive(const UnnamedArchive&) = delete;
@@ -129,8 +129,8 @@ private:
     const fs::path m_name;
 };
 
-/// Gives a packed archive a name that no other has. Programs that are told to end together report at the same time: the
-/// name is taken in one step, where the file system can do that. Throws.
+/// Gives a packed archive an unused name. Several processes may report at the same time: the name is taken atomically
+/// where the file system supports hard links. Throws.
 CPathString GiveName(const fs::path& packed, const CPathString& wanted)
 {
     const CXTString<wchar_t> extension = wanted.GetExtension();
@@ -256,8 +256,8 @@ void AddOwnFiles(CrashRecord& record)
 CPathString PackReport(const CPathString& folder, bool isCrash, const std::vector<XReportFile>& files) noexcept
 {
     CPathString path;
-    // One file that vanishes, or cannot be read, while the archive is written takes the others with it: the second time
-    // it is found out before.
+    // A file that disappears or cannot be read while the archive is written makes the whole archive fail: further attempts
+    // read each file before.
     constexpr int kMostAttempts = 3;
     for (int attempt = 0; attempt < kMostAttempts && path.IsEmpty(); ++attempt)
         Attempt([&] { path = Pack(folder, isCrash, files, attempt != 0); });
@@ -316,7 +316,7 @@ void FinishLeftReports(const CPathString& folder, const CXTString<wchar_t>& prod
 }
 } // namespace tev
 
-// Called by the helper, which looks for it by its name.
+// The helper process finds this function by its name.
 extern "C" TEVTOOLS_API bool XFinishCrashReport(const char* recordPath) noexcept
 {
     return tev::FinishReport(CPathString(tev::platform::SystemPathToWide(recordPath).c_str()));

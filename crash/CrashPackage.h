@@ -7,10 +7,10 @@
 #include <string_view>
 #include <vector>
 
-// How a report's files become its archive, and the record by which another process can do that when this one cannot.
+// Packs the files of a report into its archive, and describes a report for another process that finishes it.
 namespace tev
 {
-/// Does the work and swallows what it throws: a report goes on with what can be had. False when something was thrown.
+/// Does the work and swallows what it throws: a report is made of whatever can be gathered. False when something was thrown.
 template <class Work>
 bool Attempt(const Work& work) noexcept
 {
@@ -26,35 +26,35 @@ bool Attempt(const Work& work) noexcept
     }
 }
 
-/// What is known of a report before anything happens.
+/// The parts of a report, known before a crash.
 struct CrashRecord
 {
     bool m_isCrash = true; ///< else a files report
     CPathString m_archiveFolder;
-    CPathString m_writtenDump; ///< where the dump is written
-    CPathString m_dump;        ///< and where it goes in the end
+    CPathString m_writtenDump; ///< the path at which the dump is written
+    CPathString m_dump;        ///< its final path
     CPathString m_log;         ///< may be empty
     std::vector<XReportFile> m_files;
 };
 
-/// All but the log, which the process knows only when it happens: it is appended as one more entry. Paths become absolute.
+/// All but the log, which is known only at the crash: it is appended as one more entry. Paths become absolute.
 std::string ComposeRecord(const CrashRecord& record);
-/// False for bytes that are no record.
+/// False for bytes that are not a record.
 [[nodiscard]] bool ParseRecord(std::string_view bytes, CrashRecord& record);
 
-/// Puts the dump in its place and adds it, with the log, to the files; what is not there is left out.
+/// Moves the dump to its final path and adds it, with the log, to the files; what does not exist is left out.
 void AddOwnFiles(CrashRecord& record);
 
-/// Packs the files into a new archive in the folder, and answers its path; empty when it could not be made. Files that
-/// cannot be read or are too large are left out; names that are the same are told apart. Nothing is thrown.
+/// Packs the files into a new archive in the folder. Returns its path; empty on failure. Files that cannot be read or are
+/// too large are left out; equal names get numbers. Nothing is thrown.
 CPathString PackReport(const CPathString& folder, bool isCrash, const std::vector<XReportFile>& files) noexcept;
 
-/// Makes the report of a record and removes the record. True also when there is no record any more.
+/// Makes the report of a record and removes the record. True also when the record has been removed already.
 bool FinishReport(const CPathString& recordPath) noexcept;
-/// Makes the reports that processes of this application have left in the folder.
+/// Finishes the reports that ended processes of this application have left in the folder.
 void FinishLeftReports(const CPathString& folder, const CXTString<wchar_t>& product) noexcept;
 
-/// Between the product's name and this stands the process's identifier.
+/// A record is named PRODUCT.PROCESS and this.
 constexpr const wchar_t* kRecordExtension = L".crash";
 
 // Message texts.

@@ -21,7 +21,7 @@ bool CrashHandlerAccess::Report(_CR_EXCEPTION_INFO& info)
     CCrashHandler* const handler = CrashRegistry::Get().Find();
     if (handler == nullptr)
         return false;
-    // A thread that crashed while it made a report may have done so in the callback.
+    // A thread that crashed while it made a report may have crashed in the callback.
     if (hold.IsOnBehalf())
         handler->m_flags |= xCrashNoCallback;
     handler->MakeReport(info, true);
@@ -49,7 +49,7 @@ CCrashHandler* CrashRegistry::Find() const
     return found == m_handlers.end() ? nullptr : found->second;
 }
 
-// A thread that crashed with the lock will not give it back: it stands still, and another one works for it.
+// A thread that crashed with the lock never releases it: it waits, and the reporting thread uses what it guards.
 CrashRegistryHold::CrashRegistryHold() X_NO_THREAD_SAFETY_ANALYSIS
     : m_isOnBehalf(IsReporter() && IsCrashedThread(g_holder.load()))
 {

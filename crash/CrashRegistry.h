@@ -7,10 +7,10 @@
 
 #include <map>
 
-/// What the functions of the family do with a handler beyond its interface. The registry's lock is held.
+/// Access of the free functions to a handler beyond its interface. The registry's lock is held.
 struct CrashHandlerAccess
 {
-    /// On the thread that waits for a crash; takes the lock itself. False when the report is still to be made.
+    /// Runs on the thread that waits for a crash; takes the lock itself. False when the report still has to be made.
     static bool Report(_CR_EXCEPTION_INFO& info);
     static void RemoveFiles(CCrashHandler& handler, std::size_t first, std::size_t count);
     static std::size_t FileCount(const CCrashHandler& handler) { return handler.m_files.size(); }
@@ -18,7 +18,7 @@ struct CrashHandlerAccess
 
 namespace tev
 {
-/// The handlers by process: a copy of a process that was made by fork finds its original's here, too, and leaves it alone.
+/// The handlers by process: a forked child finds its parent's here, too, and leaves it alone.
 struct CrashRegistry
 {
     static CrashRegistry& Get();
@@ -27,11 +27,11 @@ struct CrashRegistry
 
     mutable CXCriticalSection m_lock;
     std::map<int, CCrashHandler*> m_handlers X_GUARDED_BY(m_lock);
-    CrashRecord m_record X_GUARDED_BY(m_lock);     ///< what was last written down for a crash
-    CPathString m_recordPath X_GUARDED_BY(m_lock); ///< and where it will be
+    CrashRecord m_record X_GUARDED_BY(m_lock);     ///< the last one published for a crash
+    CPathString m_recordPath X_GUARDED_BY(m_lock); ///< and its path
 };
 
-/// Holds the registry's lock, as whoever makes a report does from its beginning to its end.
+/// Holds the registry's lock; a report holds it from beginning to end.
 class X_SCOPED_CAPABILITY CrashRegistryHold
 {
 public:
@@ -40,15 +40,15 @@ public:
     CrashRegistryHold(const CrashRegistryHold&) = delete;
     CrashRegistryHold& operator=(const CrashRegistryHold&) = delete;
 
-    /// Whether it is in truth the crashed thread that has the lock.
+    /// Whether the lock is in fact the crashed thread's.
     bool IsOnBehalf() const noexcept { return m_isOnBehalf; }
 
 private:
     const bool m_isOnBehalf;
-    const void* m_former = nullptr; ///< who held it before: nobody, or this thread
+    const void* m_former = nullptr; ///< the holder before: none, or this thread
 };
 
-/// While a thread makes a report, what goes wrong on it is not reported as well.
+/// Marks that the thread makes a report: failures on it are not reported meanwhile.
 class ReportInProgress
 {
 public:

@@ -1,4 +1,4 @@
-// What a crash handler shows and asks: the part of CCrashHandler that a person sees.
+// The part of CCrashHandler that the user sees: questions, mail, saving.
 
 #include "crash/CCrashHandler.h"
 #include "crash/CrashFault.h"
@@ -54,7 +54,7 @@ void CopyFile(const Text& from, const Text& to)
 
 void Remove(const Text& path)
 {
-    std::error_code failure; // then it stays
+    std::error_code failure; // then the file stays
     std::filesystem::remove(tev::platform::SystemPathOf(path), failure);
 }
 } // namespace
@@ -82,7 +82,7 @@ bool CCrashHandler::Offer(const wchar_t* archivePath, const Text& introduction, 
 {
     CUserInterface& userInterface = XGetUserInterface();
     const bool hasHost = HasHost(userInterface);
-    // What stands in for a host writes to the log, which the crashed thread may have locked.
+    // The default user interface writes to the log, which the crashed thread may have locked.
     if (!hasHost && tev::IsCrashing())
         return false;
     std::optional<tev::WithoutDeadline> withoutDeadline;
@@ -96,14 +96,14 @@ bool CCrashHandler::Offer(const wchar_t* archivePath, const Text& introduction, 
             description = kPrefaceWithoutPointers + description;
         if (MailReport(archivePath, answer.m_mailAddress, description))
             return true;
-        TellToMailByHand(archivePath);
+        NotifyToMailByHand(archivePath);
     }
     else if (answer.m_save)
         SaveReport(archivePath);
     return false;
 }
 
-void CCrashHandler::TellToMailByHand(const wchar_t* archivePath) const
+void CCrashHandler::NotifyToMailByHand(const wchar_t* archivePath) const
 {
     Text title;
     title.LoadString(tev::kTextByHandTitle);
@@ -132,7 +132,7 @@ bool CCrashHandler::MailReport(const wchar_t* archivePath, const wchar_t* userAd
         return false;
     Text subject;
     subject.Format(tev::kTextSubject, ApplicationText().GetConstBuffer(), m_text2.GetConstBuffer());
-    // The mail program reads the attachment when it likes, and the archive goes when the mail was handed over.
+    // The mail program may read the attachment later, but the archive is deleted once the mail is handed over.
     const CPathString folder = fileCreateTemporaryFolder(L"Report");
     const CPathString copy = folder / CPathString(archivePath).GetFileName();
     CopyFile(archivePath, copy);

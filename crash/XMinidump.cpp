@@ -36,11 +36,11 @@ constexpr std::size_t kLongestBuildId = 64;
 constexpr std::size_t kMostFrames = 256;
 constexpr Number kLargestFile = Number{1} << 30;
 
-/// The place of each of a frame's registers among those of a thread.
+/// The index in a thread's registers of each register of a frame.
 constexpr std::size_t kPlaces[FrameState::kRegisters] = {0, 2, 1, 3, 6, 7, 5, 4, 8, 9, 10, 11, 12, 13, 14, 15, 16};
 } // namespace
 
-/// Takes the parts of a dump out of its bytes.
+/// Parses the bytes of a dump.
 struct XMinidump::Reader
 {
     explicit Reader(XMinidump& target) : dump(target), bytes(target.m_bytes) {}
@@ -88,7 +88,7 @@ struct XMinidump::Reader
             dump.m_processId = Get<unsigned>(place + 8);
     }
 
-    /// The count stands in front; of records that are not all there, those that are.
+    /// A count followed by records; of a cut list, the records that are complete.
     template <class T>
     void ReadList(std::size_t place, std::size_t recordSize, std::vector<T>& list,
                   T (Reader::*read)(std::size_t) const) const
@@ -165,7 +165,7 @@ struct XMinidump::Reader
         ReadRegisters(Get<unsigned>(place + 160), Get<unsigned>(place + 164), faultState);
     }
 
-    /// The registers at the fault count before those that the thread had when the dump was written.
+    /// The registers at the fault replace those from when the dump was written.
     void FindFaultThread() const
     {
         const auto found = std::find_if(dump.m_threads.begin(), dump.m_threads.end(),
@@ -259,7 +259,7 @@ std::vector<XMinidumpFrame> XMinidump::GetStack(int thread) const
     {
         XMinidumpFrame frame;
         frame.m_instruction = state.registers[FrameState::kInstruction];
-        // The address to return to may lie behind the function that never returns.
+        // The return address of a call that never returns may lie behind the calling function.
         const Number inside = frame.m_instruction - (frames.empty() ? 0 : 1);
         frame.m_module = FindModule(inside);
         frame.m_offset = frame.m_instruction;

@@ -6,7 +6,7 @@
 #include <memory>
 #include <vector>
 
-/// A thread as it was when the dump was written.
+/// A thread at the time of the dump.
 struct XMinidumpThread
 {
     unsigned int m_id = 0;
@@ -27,17 +27,17 @@ struct XMinidumpModule
     std::vector<unsigned char> m_buildId; ///< empty when it has none
 };
 
-/// A function that was being run.
+/// A call on a stack.
 struct XMinidumpFrame
 {
-    unsigned __int64 m_instruction = 0; ///< of a caller: the one behind the call
-    int m_module = -1;                  ///< its index, -1 for none
-    CXTString<wchar_t> m_function;      ///< empty when it is not known
-    unsigned __int64 m_offset = 0;      ///< in the function, else in the module
+    unsigned __int64 m_instruction = 0; ///< of a caller: the return address
+    int m_module = -1;                  ///< the module's index, -1 for none
+    CXTString<wchar_t> m_function;      ///< empty when unknown
+    unsigned __int64 m_offset = 0;      ///< in the function; in the module when the function is unknown
 };
 
-/// What a minidump of a process on x86-64 Linux tells: the signal, threads, modules, stacks. Anything may stand in the
-/// file; damaged parts count as missing.
+/// Reads a minidump of a process on x86-64 Linux: the signal, threads, modules, stacks. The file is untrusted input; damaged
+/// parts count as missing.
 /// One thread at a time.
 class TEVTOOLS_API XMinidump
 {
@@ -47,7 +47,7 @@ public:
     XMinidump& operator=(const XMinidump&) = delete;
     ~XMinidump();
 
-    /// Takes the bytes of a dump. False, and the object is empty, when they are none.
+    /// Parses the bytes of a dump. False, and the object is empty, when they are no dump.
     [[nodiscard]] bool Parse(std::vector<unsigned char> bytes);
     /// Reads a file of up to 1 GiB. False when it cannot be read or is no dump.
     [[nodiscard]] bool Load(const wchar_t* path);
@@ -58,13 +58,13 @@ public:
     unsigned int GetSignal() const noexcept { return m_signal; }
     unsigned int GetSignalCode() const noexcept { return m_signalCode; }
     unsigned __int64 GetFaultAddress() const noexcept { return m_faultAddress; }
-    /// The index of the thread that crashed, or made the dump; -1 when it is not told.
+    /// The index of the thread that crashed, or made the dump; -1 when unknown.
     int GetFaultThread() const noexcept { return m_faultThread; }
     const std::vector<XMinidumpThread>& GetThreads() const noexcept { return m_threads; }
     const std::vector<XMinidumpModule>& GetModules() const noexcept { return m_modules; }
 
-    /// Walks up a thread's stack by what the modules' files on this machine tell, as long as they are the very files that
-    /// were loaded; ends where that is not known. Reads these files. An index that is none gives no frames.
+    /// Walks up a thread's stack with the frame tables of the modules' files on this machine, where their build identifiers
+    /// match; ends where a frame is unknown. Reads these files. An invalid index gives no frames.
     std::vector<XMinidumpFrame> GetStack(int thread) const;
 
 private:

@@ -1,5 +1,5 @@
-// Installs the crash handler, and then crashes in the way that is asked for; without one it makes reports in good health.
-// They lie in the folder of the application's common data, those of the last kind in the current one.
+// Installs the crash handler, and then crashes in the requested way; without one it makes reports without a crash.
+// Crash reports are written to the folder of the application's common data, those without a crash to the current one.
 // usage: crash [WAY] [PLACE] [CALLBACK]
 
 #include "TevTools.h"
@@ -20,7 +20,7 @@
 // What the run-time calls when a function throws what its specification, of an earlier version of the language, forbids.
 [[noreturn]] void ThrowUnexpectedly() __asm__("_ZSt10unexpectedv");
 
-// Not in the namespace below: a compiler that knows of every shape calls the only function that it can be.
+// Not in the unnamed namespace: a compiler that sees all derived classes would call the only possible function directly.
 class Shape
 {
 public:
@@ -33,7 +33,7 @@ static void (*volatile g_draw)(Shape&) = [](Shape& shape) { shape.Draw(); };
 
 Shape::Shape()
 {
-    g_draw(*this); // which is no Circle yet
+    g_draw(*this); // not a Circle yet
 }
 
 class Circle : public Shape
@@ -44,7 +44,7 @@ public:
 
 namespace
 {
-// What is volatile is not seen through: the compiler may not leave the crash out.
+// Volatile, so that the compiler cannot remove the crash.
 int* volatile g_nowhere = nullptr;
 volatile int g_zero = 0;
 volatile std::size_t g_tooMuch = ~std::size_t{0} >> 2; // bytes
@@ -61,12 +61,12 @@ volatile std::size_t g_tooMuch = ~std::size_t{0} >> 2; // bytes
     return here[0] == 1 ? 0 : RecurseForEver(here) + here[0];
 }
 
-// The memory manager finds its own data damaged, and aborts with its lock held.
+// The allocator finds its own data damaged, and aborts with its lock held.
 void DamageHeap()
 {
     constexpr std::size_t kSize = 100000;
     char* block = nullptr;
-    for (int i = 0; i < 100; ++i) // the last one lies before the memory that is still to be given out
+    for (int i = 0; i < 100; ++i) // the last one is followed by the unused rest of the heap
         g_nowhere = reinterpret_cast<int*>(block = static_cast<char*>(std::malloc(kSize)));
     char* volatile behind = block + kSize;
     for (int i = 0; i < 64; ++i)
@@ -158,7 +158,7 @@ const Callback kCallbacks[] = {
     {"hang", NeverComeBack},
 };
 
-// What goes on after the report is what a program can catch.
+// Some hooks throw after the report.
 void Crash(const Way& way)
 {
     try
@@ -196,7 +196,7 @@ void CrashOnWorkers(const Way& way, unsigned count, bool withHooks)
         worker.join();
 }
 
-// A host shows the report and asks. This one keeps each in the current folder.
+// A host shows the report to the user. This one saves each in the current folder.
 class KeepReports : public CUserInterface
 {
 public:

@@ -44,7 +44,7 @@ void WalkBy(const std::vector<unsigned char>& bytes)
     }
 }
 
-// A record may be half written when the machine went down.
+// A record may be incomplete after a power failure.
 void ReadRecord(std::string_view bytes)
 {
     tev::CrashRecord record;

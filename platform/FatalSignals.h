@@ -4,8 +4,8 @@
 #include <cstdint>
 #include <memory>
 
-// What ends a process, caught: the system's signals and the C++ run-time's last words.
-// Safe from several threads at once, unless it is said otherwise.
+// Hooks for what ends a process: the system's fatal signals and the last calls of the C++ run-time.
+// Safe from several threads at once unless a comment says otherwise.
 
 namespace tev::platform
 {
@@ -17,7 +17,7 @@ enum class FatalSignal
     FloatingPoint,
     IllegalInstruction,
     SegmentViolation,
-    Other ///< the remaining ones that say that the program went wrong
+    Other ///< the remaining ones that report an error of the program
 };
 
 struct SignalEvent
@@ -32,18 +32,18 @@ struct SignalEvent
 /// Runs as a signal handler, on the thread's alternate stack where it has one.
 using SignalHook = void (*)(const SignalEvent& event) noexcept;
 
-/// What stood where a hook was set.
+/// The handlers that hooks have replaced.
 struct PreviousSignals;
 using PreviousSignalsPtr = std::shared_ptr<const PreviousSignals>;
 
-/// Hooks the signals of that kind. Null when a sanitizer watches the process and the signal is its own to report.
+/// Hooks the signals of that kind. Null when a sanitizer reports these signals itself.
 PreviousSignalsPtr HookSignals(FatalSignal kind, SignalHook hook);
-/// Puts back what stood there, unless somebody else has put his own in the place since.
+/// Restores the previous handlers, except where another handler has been installed since.
 void UnhookSignals(const PreviousSignalsPtr& previous) noexcept;
-/// Calls what stood there for the signal; false when that was no function. Safe in signal handlers.
+/// Calls the previous handler of the signal; false when that was no function. Safe in signal handlers.
 bool CallPrevious(const PreviousSignals& previous, const SignalEvent& event) noexcept;
 
-/// Makes the two records that a signal handler would get, of the registers of this moment, in memory of that size.
+/// Fills memory of that size with the two records that a signal handler would get, from the current registers.
 std::size_t SignalRecordsSize() noexcept;
 void MakeSignalRecords(void* memory, unsigned code, const void*& info, const void*& context) noexcept;
 
@@ -52,22 +52,23 @@ void MakeSignalRecords(void* memory, unsigned code, const void*& info, const voi
 /// Ends the process at once: nothing is flushed or destroyed, and no handler runs. Safe in signal handlers.
 [[noreturn]] void EndAtOnce(int exitCode) noexcept;
 
-/// Of this process, which a copy made by fork does not share. Safe in signal handlers.
+/// The process's identifier, which a forked child does not share. Safe in signal handlers.
 std::uint32_t ProcessId() noexcept;
 
-/// Makes the calling thread one that waits for crashes: it leaves to others all signals but those by which threads are
-/// stopped and those that say that itself went wrong. Its name is "crash reporter".
+/// Prepares the calling thread to wait for crashes: it blocks all signals but those by which threads are stopped and those
+/// of its own faults, and is named "crash reporter".
 void BecomeCrashReporter() noexcept;
 
-/// Gives the calling thread a stack for signal handlers where it has none, until the thread ends or gives it back.
+/// Installs an alternate stack for signal handlers on the calling thread where it has none, until the thread ends or calls
+/// GiveAlternateStackBack.
 void TakeAlternateStack();
 void GiveAlternateStackBack() noexcept;
 
 using RunTimeHook = void (*)();
 
-/// What the C++ run-time calls when a pure virtual function is called; null for its own default. Answers the one before.
+/// What the C++ run-time calls when a pure virtual function is called; null for its own default. Returns the previous one.
 RunTimeHook SetPureCallHook(RunTimeHook hook) noexcept;
 /// What the run-time calls when a function throws what its specification does not allow, where it still has that;
-/// answers the one before.
+/// returns the previous one.
 RunTimeHook SetUnexpectedHook(RunTimeHook hook) noexcept;
 } // namespace tev::platform

@@ -7,8 +7,7 @@
 
 namespace tev::platform
 {
-/// The registers that a walk up a stack goes by, numbered as debug information does: 6 is rbp, 7 rsp, 16 the place of the
-/// instruction.
+/// The registers that a stack walk uses, in DWARF's numbering: 6 is rbp, 7 rsp, 16 the address of the instruction.
 struct FrameState
 {
     static constexpr std::size_t kRegisters = 17;
@@ -18,6 +17,6 @@ struct FrameState
     std::array<std::uint64_t, kRegisters> registers{};
 };
 
-/// Delivers eight bytes of the walked stack; false where they are not known.
+/// Reads eight bytes of the walked stack; false where the memory is unknown.
 using StackReader = std::function<bool(std::uint64_t address, std::uint64_t& value)>;
 } // namespace tev::platform

@@ -14,8 +14,8 @@ struct MailMessage
     std::string attachment; ///< the full path of a file
 };
 
-/// Hands a message to the person's mail program, where it can be looked at and sent. False when there is none, or it
-/// refuses, or does not answer within a minute. The mail program may read the attachment later.
+/// Opens a message in the user's mail program, for sending. False when there is none, it fails, or it does not return within
+/// a minute. The mail program may read the attachment later.
 /// Safe from several threads at once.
 [[nodiscard]] bool HandToMailProgram(const MailMessage& message);
 } // namespace tev::platform

@@ -9,24 +9,24 @@
 
 namespace tev::platform
 {
-/// The file of a program or library: what its functions are called, and how their frames are left. Anything may stand in
-/// the file. Immutable.
+/// The file of a program or library: the names of its functions and the rules to unwind their frames. The file is untrusted
+/// input. Immutable.
 class ModuleFile
 {
 public:
-    /// Null when there is no such file of that identity.
+    /// Null when there is no file with that build identifier at the path.
     static std::unique_ptr<ModuleFile> Open(const std::string& path, const std::vector<unsigned char>& buildId);
-    /// As above, of the file's bytes, whatever its identity.
+    /// As above from the file's bytes, with any build identifier.
     static std::unique_ptr<ModuleFile> Read(std::vector<unsigned char> bytes);
     ~ModuleFile();
     ModuleFile(const ModuleFile&) = delete;
     ModuleFile& operator=(const ModuleFile&) = delete;
 
     const std::vector<unsigned char>& BuildId() const noexcept;
-    /// The function at an offset from where the module was loaded, as a person writes it; false when it is not known.
+    /// The demangled name of the function at an offset from the module's load address; false when unknown.
     [[nodiscard]] bool FindFunction(std::uint64_t offset, std::string& name, std::uint64_t& offsetInFunction) const;
-    /// Goes from a frame to the one that called it; `offset` is that of an instruction in the frame's function. False when
-    /// that is not known.
+    /// Unwinds a frame to its caller's; `offset` is that of an instruction in the frame's function. False when the rules are
+    /// unknown.
     [[nodiscard]] bool LeaveFrame(std::uint64_t offset, FrameState& state, const StackReader& stack) const;
 
 private:

@@ -27,12 +27,12 @@ using namespace tev::test;
 using Text = CXTString<wchar_t>;
 using testing::HasSubstr;
 
-/// A person who sends or saves reports.
-class Person : public CUserInterface
+/// A user interface that sends or saves reports.
+class TestUser : public CUserInterface
 {
 public:
-    Person() : m_before(XSetUserInterface(this)) {}
-    ~Person() override { XSetUserInterface(m_before); }
+    TestUser() : m_before(XSetUserInterface(this)) {}
+    ~TestUser() override { XSetUserInterface(m_before); }
 
     XReportAnswer AskAboutReport(const Text& introduction, const std::vector<XReportFile>& files) override
     {
@@ -137,7 +137,7 @@ void OnProgramTerminate()
 void OnProgramNoMemory() {}
 void OnProgramParameter(const char*, int) {}
 
-TEST_F(CCrashHandlerThreadTest, WhatStoodInThePlacesOfTheHooksComesBack)
+TEST_F(CCrashHandlerThreadTest, UninstallingRestoresThePreviousHandlers)
 {
     constexpr int kHooked[] = {SIGABRT, SIGINT, SIGTERM, SIGFPE, SIGILL, SIGSEGV, SIGBUS, SIGSYS, SIGTRAP};
     std::vector<void (*)(int)> before;
@@ -153,9 +153,9 @@ TEST_F(CCrashHandlerThreadTest, WhatStoodInThePlacesOfTheHooksComesBack)
     std::thread([] {
         CrashThreadInstall();
         CrashThreadUninstall();
-        CrashThreadUninstall(); // of which the second is one too many
+        CrashThreadUninstall(); // the second has no effect
     }).join();
-    EXPECT_NE(std::get_terminate(), OnProgramTerminate); // this thread has its hooks still
+    EXPECT_NE(std::get_terminate(), OnProgramTerminate); // this thread still has its hooks
     CrashThreadUninstall();
     EXPECT_EQ(std::get_terminate(), OnProgramTerminate);
     CrashThreadInstall();
@@ -168,7 +168,7 @@ TEST_F(CCrashHandlerThreadTest, WhatStoodInThePlacesOfTheHooksComesBack)
         EXPECT_EQ(std::signal(kHooked[i], before[i]), OnProgramSignal) << kHooked[i];
 }
 
-TEST_F(CCrashHandlerTest, AHandlerOfOnesOwnTakesThePlaceOfAnEarlierOne)
+TEST_F(CCrashHandlerTest, ASecondHandlerReplacesTheFirst)
 {
     const auto terminate = std::get_terminate();
     {
@@ -180,7 +180,7 @@ TEST_F(CCrashHandlerTest, AHandlerOfOnesOwnTakesThePlaceOfAnEarlierOne)
     EXPECT_EQ(std::get_terminate(), terminate);
 }
 
-TEST_F(CCrashHandlerTest, PacksWhatIsSmallEnoughAndCanBeReadUnderNamesOfItsOwn)
+TEST_F(CCrashHandlerTest, PacksReadableFilesBelowTheLimitUnderUniqueNames)
 {
     const std::size_t limit = CCrashHandler::GetFileSizeLimit();
     ASSERT_EQ(limit, 0x600000u);
@@ -191,7 +191,7 @@ TEST_F(CCrashHandlerTest, PacksWhatIsSmallEnoughAndCanBeReadUnderNamesOfItsOwn)
         m_folder.WriteFile("a/same.txt", "1"),
         m_folder.WriteFile("b/same.txt", "2"),
         m_folder.WriteFile("c/SAME.txt", "3"),
-        m_folder.WidePath("vanished.txt"),
+        m_folder.WidePath("missing.txt"),
         m_folder.WidePath("a"),
         L"/dev/zero",
         L"/sys/class/net/lo/speed", // which can be opened, but not read
@@ -211,24 +211,24 @@ TEST_F(CCrashHandlerTest, AFilesReportHoldsItsFilesOnceAndNoDump)
     CrashInstall(CountAndReport, L"Viewer", L"3.1", xCrashReport);
     XSetLanguage(XLanguage::French);
     SetLogFile(L"own.log", xLogCreate, 0xFF);
-    Person person;
+    TestUser user;
     const std::wstring broken = m_folder.WriteFile("broken.obj", "v 1");
     CrashGenerateFilesErrorReport(Files({broken}), nullptr, true);
     EXPECT_EQ(g_asked, 0);
     EXPECT_EQ(CrashGetHandler()->GetFlags(), xFilesReport | xCrashNoCallback | xCrashWithoutPointers);
     EXPECT_EQ(NamesInArchive(CommonPath("FileReport.zip")), (std::set<std::wstring>{L"broken.obj", L"own.log"}));
-    EXPECT_THAT(std::wstring(person.m_introduction), HasSubstr(L"File(s):\r\n" + broken));
-    EXPECT_EQ(person.m_files.back().m_description, L"Journal d'erreur");
+    EXPECT_THAT(std::wstring(user.m_introduction), HasSubstr(L"File(s):\r\n" + broken));
+    EXPECT_EQ(user.m_files.back().m_description, L"Journal d'erreur");
     Text size;
     size.LoadString(xTextReportSize);
     EXPECT_EQ(size, L"Taille");
 
-    // The next one has another file, another name, and the dump that belongs to a crash.
+    // A crash report has another name, and a dump.
     CrashGenerateErrorReport(nullptr, false);
     CloseLogFile();
     EXPECT_EQ(g_asked, 1);
-    ASSERT_EQ(person.m_files.size(), 2u);
-    EXPECT_EQ(person.m_files.front().m_description, L"Vidage m\u00e9moire");
+    ASSERT_EQ(user.m_files.size(), 2u);
+    EXPECT_EQ(user.m_files.front().m_description, L"Vidage m\u00e9moire");
     EXPECT_EQ(NamesInArchive(CommonPath("DebugReport.zip")), (std::set<std::wstring>{Product() + L".dmp", L"own.log"}));
 }
 
@@ -238,7 +238,7 @@ std::size_t OpenDescriptors()
     return static_cast<std::size_t>(std::distance(begin(descriptors), end(descriptors)));
 }
 
-TEST_F(CCrashHandlerTest, ReportsOnDemandLeakNothingAndReplaceNoOther)
+TEST_F(CCrashHandlerTest, ReportsOnDemandLeakNothingAndKeepEarlierOnes)
 {
     const std::size_t before = OpenDescriptors();
     CrashInstall(nullptr, L"A", L"1", xCrashReport);
@@ -273,9 +273,9 @@ TEST_F(CCrashHandlerTest, AnInvalidParameterIsReportedAndThrown)
     EXPECT_TRUE(HasReport("DebugReport.zip"));
 }
 
-/// How a copy of this process ends that does so: its exit code, or 128 plus the signal.
+/// Runs the work in a forked child. Returns its exit code, or 128 plus the signal.
 template <class Work>
-int EndOfCopy(Work work)
+int EndOfChild(Work work)
 {
     const pid_t copy = fork();
     if (copy == 0)
@@ -288,21 +288,21 @@ int EndOfCopy(Work work)
     return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
 }
 
-TEST_F(CCrashHandlerThreadTest, ACopyOfTheProcessReportsOnlyWhatItHasAHandlerOfItsOwnFor)
+TEST_F(CCrashHandlerThreadTest, AForkedChildReportsOnlyWithAHandlerOfItsOwn)
 {
     if (kIsSanitized)
         GTEST_SKIP() << "a sanitizer reports crashes by itself";
     CrashInstall(CountAndReport, L"A", L"1", xCrashReport);
-    EXPECT_EQ(EndOfCopy([] { std::raise(SIGSEGV); }), 128 + SIGSEGV);
-    EXPECT_EQ(EndOfCopy([] { CrashGenerateErrorReport(nullptr, false); }), 99);
+    EXPECT_EQ(EndOfChild([] { std::raise(SIGSEGV); }), 128 + SIGSEGV);
+    EXPECT_EQ(EndOfChild([] { CrashGenerateErrorReport(nullptr, false); }), 99);
     EXPECT_FALSE(HasReport("DebugReport.zip"));
     const auto crashOnBareThread = [] {
         CrashInstall(CountAndReport, L"B", L"1", xCrashReport);
         std::thread([] { std::raise(SIGSEGV); }).join();
     };
-    EXPECT_EQ(EndOfCopy(crashOnBareThread), 128 + SIGSEGV);
+    EXPECT_EQ(EndOfChild(crashOnBareThread), 128 + SIGSEGV);
     EXPECT_TRUE(HasReport("DebugReport.zip"));
-    CrashGenerateErrorReport(nullptr, false); // with the original's helper, which is still there
+    CrashGenerateErrorReport(nullptr, false); // with the parent's helper, which still runs
     EXPECT_TRUE(HasReport("DebugReport (1).zip"));
 }
 
@@ -359,7 +359,7 @@ TEST_F(CCrashHandlerTest, AFilesReportWithoutAListIsAnInvalidArgument)
     EXPECT_TRUE(isRefused);
 }
 
-/// A mail program that notes its arguments, one a line, and a copy of what it is to send.
+/// A mail program that writes down its arguments, one a line.
 class MailProgram
 {
 public:
@@ -384,14 +384,14 @@ private:
     const EnvironmentVariable m_path{"PATH", m_folder.Path().string() + ":" + std::getenv("PATH")};
 };
 
-TEST_F(CCrashHandlerTest, AMailedReportGoesWithThePrefaceAndTheArchive)
+TEST_F(CCrashHandlerTest, AMailHasThePrefaceAndTheArchive)
 {
     const MailProgram mail(0);
     const EnvironmentVariable temporary("TMPDIR", m_folder.Path().string());
-    Person person;
-    person.m_answer.m_send = true;
-    person.m_answer.m_description = L"I opened a file";
-    person.m_answer.m_mailAddress = L"me@example.com";
+    TestUser user;
+    user.m_answer.m_send = true;
+    user.m_answer.m_description = L"I opened a file";
+    user.m_answer.m_mailAddress = L"me@example.com";
     XSetLanguage(XLanguage::French);
     CrashInstall(nullptr, L"Viewer", L"3.1", xCrashReport);
     CrashGenerateErrorReport(nullptr, false);
@@ -412,47 +412,46 @@ TEST_F(CCrashHandlerTest, AMailedReportGoesWithThePrefaceAndTheArchive)
     EXPECT_EQ(mail.Words()[4], "I opened a file");
 }
 
-TEST_F(CCrashHandlerTest, WhereNobodyMailsThePersonIsTold)
+TEST_F(CCrashHandlerTest, AFailedMailIsNotified)
 {
     const MailProgram mail(3);
-    Person person;
-    person.m_answer.m_send = true;
+    TestUser user;
+    user.m_answer.m_send = true;
     XSetSupportAddress(L"help@example.org");
     CrashInstall(nullptr, L"Viewer", L"3.1", xCrashReport);
     CrashGenerateErrorReport(nullptr, false);
     XSetSupportAddress(L"");
     EXPECT_TRUE(HasReport("DebugReport.zip"));
-    const std::wstring notified = person.m_notified.GetConstBuffer();
+    const std::wstring notified = user.m_notified.GetConstBuffer();
     EXPECT_THAT(notified, HasSubstr(L"help@example.org"));
     EXPECT_THAT(notified, HasSubstr(L"|explore:" + CommonPath("DebugReport.zip")));
 }
 
-TEST_F(CCrashHandlerTest, ASavedReportMovesToItsPlace)
+TEST_F(CCrashHandlerTest, ASavedReportIsMoved)
 {
-    Person person;
-    person.m_answer.m_save = true;
-    person.m_savePath = CPathString(m_folder.WriteFile("mine.zip", "an old one").c_str());
+    TestUser user;
+    user.m_answer.m_save = true;
+    user.m_savePath = CPathString(m_folder.WriteFile("mine.zip", "an old one").c_str());
     XSetLanguage(XLanguage::French);
     CrashInstall(nullptr, L"Viewer", L"3.1", xCrashReport);
     CrashGenerateErrorReport(nullptr, false);
-    EXPECT_EQ(person.m_filter, L"Fichiers Zip (*.zip)");
-    EXPECT_EQ(person.m_proposed,
-              (L"Rapport " + Product() + L" (\u00e0 envoyer \u00e0 support@example.com).zip").c_str());
+    EXPECT_EQ(user.m_filter, L"Fichiers Zip (*.zip)");
+    EXPECT_EQ(user.m_proposed, (L"Rapport " + Product() + L" (\u00e0 envoyer \u00e0 support@example.com).zip").c_str());
     EXPECT_FALSE(HasReport("DebugReport.zip"));
     EXPECT_EQ(NamesInArchive(m_folder.WidePath("mine.zip")), std::set<std::wstring>{Product() + L".dmp"});
 
-    person.m_savePath = CPathString(CommonPath("DebugReport.zip").c_str()); // where it lies already
+    user.m_savePath = CPathString(CommonPath("DebugReport.zip").c_str()); // its present path
     CrashGenerateErrorReport(nullptr, false);
     EXPECT_TRUE(HasReport("DebugReport.zip"));
 }
 
-TEST_F(CCrashHandlerTest, WhatAMachineThatWentDownHasLeftIsFinishedAtTheNextStart)
+TEST_F(CCrashHandlerTest, TheNextStartFinishesWhatAPowerFailureLeft)
 {
     tev::CrashRecord record;
     record.m_archiveFolder = m_folder.WidePath("common").c_str();
     record.m_writtenDump = m_folder.WriteFile("user/x.1.dmp", "half a dump").c_str();
     record.m_dump = m_folder.WidePath("user/x.dmp").c_str();
-    record.m_files = {{m_folder.WriteFile("scene.obj", "v").c_str(), {}}, {m_folder.WidePath("gone").c_str(), {}}};
+    record.m_files = {{m_folder.WriteFile("scene.obj", "v").c_str(), {}}, {m_folder.WidePath("missing").c_str(), {}}};
     const std::string bytes = tev::ComposeRecord(record);
     const std::string product = CXTString<char>(XGetApplicationName()).GetConstBuffer();
     std::filesystem::create_directories(m_folder.Path("common"));

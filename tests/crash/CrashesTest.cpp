@@ -1,4 +1,4 @@
-// Real crashes, in a program of their own.
+// Real crashes, in a separate program.
 
 #include "crash/XMinidump.h"
 #include "tests/support/CrashingProgram.h"
@@ -43,7 +43,7 @@ struct CrashRow
     bool hasReport = true;
 };
 
-/// Whether the report is the one documented: one archive, with the log and a dump of that signal.
+/// Expects the documented report: one archive, with the log and a dump of that signal.
 void ExpectReport(const CrashingProgram& program, const CrashRow& row)
 {
     if (!row.hasReport)
@@ -118,7 +118,7 @@ TEST_F(CrashesThread, EachEndsAsDocumentedWithOneReport)
     }
 }
 
-TEST_F(CrashesThread, OneThatCannotBeReportedInTimeEndsAllTheSame)
+TEST_F(CrashesThread, TheProcessEndsWhenTheCallbackHangs)
 {
     const auto start = std::chrono::steady_clock::now();
     Expect({{"segment-violation", "main", "hang"}, 1, SIGSEGV}, "");
@@ -149,7 +149,7 @@ TEST_F(CrashesThread, ADebuggerFindsTheSignalTheThreadsAndTheFunction)
     EXPECT_THAT(answer, HasSubstr("thread #200:"));
 }
 
-/// A thread of the program, but not the one that waits for crashes: its faults are not the program's.
+/// A random thread of the program, but not the one that waits for crashes: its faults are not the program's.
 pid_t AnyThread(pid_t process, std::mt19937& random)
 {
     std::vector<pid_t> threads;

@@ -71,7 +71,7 @@ void ExpectThreadsAndNames(const std::string& answer)
     EXPECT_GE(count, 2) << answer;
 }
 
-TEST(CrashDumpsThread, TheHelperWritesWhatADebuggerOpens)
+TEST(CrashDumpsThread, TheHelperWritesADumpThatADebuggerOpens)
 {
     ExpectThreadsAndNames(DumpAndAsk(FindDumpHelper()));
 }

@@ -16,7 +16,7 @@
 
 namespace tev::test
 {
-/// The example that crashes, as a child with folders of its own.
+/// The crashing example as a child process, with its own data folders.
 class CrashingProgram
 {
 public:
@@ -35,7 +35,7 @@ public:
         {
             dup2(ends[1], STDOUT_FILENO);
             dup2(open("/dev/null", O_RDWR), STDERR_FILENO);
-            const rlimit few = {100, 100}; // one of the ways to crash uses them up
+            const rlimit few = {100, 100}; // one of the ways to crash exhausts them
             setrlimit(RLIMIT_NOFILE, &few);
             setenv("TEVTOOLS_USER_DATA", m_folder.Path("user").c_str(), 1);
             setenv("TEVTOOLS_COMMON_DATA", m_folder.Path("common").c_str(), 1);
@@ -93,7 +93,7 @@ private:
     int m_output = -1;
 };
 
-/// The names of the files in an archive; a single "?" when it is none.
+/// The names of the files in an archive; a single "?" when it cannot be opened.
 inline std::set<std::wstring> NamesInArchive(const std::wstring& path)
 {
     CZip zip;

@@ -7,7 +7,7 @@
 
 namespace tev::test
 {
-/// What lldb answers to commands about a dump.
+/// The output of lldb for commands about a dump.
 inline std::string AskDebugger(const std::string& dump, const std::string& commands)
 {
     const std::string line = "lldb --no-lldbinit --batch -c '" + dump + "' " + commands + " 2>&1 </dev/null";

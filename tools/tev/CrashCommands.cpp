@@ -93,14 +93,14 @@ void PrintDump(Output& output, const XMinidump& dump, const std::string& name, c
     }
 }
 
-/// A folder that goes with what is in it.
+/// A temporary folder, deleted with its contents.
 class ScratchFolder
 {
 public:
     ScratchFolder() : m_path(fileCreateTemporaryFolder(L"TevCrash")) {}
     ~ScratchFolder()
     {
-        std::error_code failure; // then it is left among the temporary files
+        std::error_code failure; // then it stays among the temporary files
         std::filesystem::remove_all(SystemPath(Narrow(m_path)), failure);
     }
     ScratchFolder(const ScratchFolder&) = delete;
@@ -131,7 +131,7 @@ void ShowReport(Session& session, const Options& options)
     CZip zip;
     if (!zip.Open(Widen(options.m_file).c_str(), zipOpenReadOnly, false, nullptr))
         throw Failure(options.m_file, "is no report that can be read");
-    // Whoever sends a report may have made it for a full disk; an honest one holds no larger files.
+    // A report is untrusted input and may be made to fill the disk; a genuine one holds no larger files.
     CXExtractionLimits limits;
     limits.m_totalBytes = CCrashHandler::GetFileSizeLimit();
     zip.SetLimits(limits);
@@ -158,7 +158,7 @@ void AddCrashCommands(CLI::App& tool, Session& session)
     CLI::App& crash = *tool.add_subcommand("crash", "Look into crash reports");
     crash.require_subcommand(1);
     const auto options = std::make_shared<Options>();
-    CLI::App& show = *crash.add_subcommand("show", "Tell what a report holds: its files, the signal, threads, stacks");
+    CLI::App& show = *crash.add_subcommand("show", "Show what a report holds: its files, the signal, threads, stacks");
     show.add_option("REPORT", options->m_file, "The archive, or the dump by itself")->required()->type_name("");
     show.add_flag("--threads", options->m_allThreads, "The stacks of all threads, not only of the one that crashed");
     show.add_flag("--modules", options->m_modules, "The programs and libraries: base, size, build identifier, path");

@@ -34,13 +34,13 @@ namespace
 constexpr unsigned kHelloTimeoutMs = 2000;
 
 std::atomic<int> g_socket{-1};
-std::atomic<pid_t> g_socketProcess{0}; ///< a forked process has a copy of the socket, but not the helper
+std::atomic<pid_t> g_socketProcess{0}; ///< a forked child inherits the socket, but has no helper
 std::atomic<bool> g_isGreeted{false};  ///< the helper has said that it is ready
 std::atomic<pid_t> g_channelUser{0};   ///< the thread that waits for an answer
 DumpOrder g_crashOrder;                ///< not on the small stack of a signal handler
 
-/// The traces of the last SetCrashTraces, for a crash without helper: replaced as a whole, so that a signal handler finds
-/// one or the other. The one before is kept, because a handler may be reading it. Both outlive everything.
+/// The traces of the last SetCrashTraces, for a crash without helper: replaced atomically for signal handlers. The previous
+/// ones are kept, because a handler may be reading them. Both are never destroyed at exit.
 std::atomic<const CrashTraces*> g_traces{nullptr};
 const CrashTraces* g_formerTraces = nullptr;
 
@@ -86,7 +86,7 @@ int Socket() noexcept
     return g_socketProcess.load() == getpid() ? g_socket.load() : -1;
 }
 
-/// The channel to the helper, for one thread at a time.
+/// Exclusive use of the channel to the helper.
 class Channel
 {
 public:
@@ -94,12 +94,11 @@ public:
     {
         const pid_t self = ThisThread();
         const std::int64_t end = MonotonicMs() + kDumpTimeoutMs;
-        pid_t nobody = 0;
+        pid_t none = 0;
         // A thread that crashed while it had the channel gets no second one.
-        while (!(m_isMine = g_channelUser.compare_exchange_strong(nobody, self)) && nobody != self &&
-               MonotonicMs() < end)
+        while (!(m_isMine = g_channelUser.compare_exchange_strong(none, self)) && none != self && MonotonicMs() < end)
         {
-            nobody = 0;
+            none = 0;
             const timespec shortly = {0, 200000};
             nanosleep(&shortly, nullptr);
         }
@@ -118,7 +117,7 @@ public:
         std::uint32_t answer = 0;
         if (socket < 0 || !IsGreeted(socket))
             return false;
-        // An answer that came too late for somebody before is not this one's.
+        // A late answer to an earlier message is not the answer to this one.
         HelperHead stale;
         while (recv(socket, &stale, sizeof stale, MSG_DONTWAIT) > 0)
         {
@@ -127,7 +126,7 @@ public:
     }
 
 private:
-    /// Whoever installs the handler does not wait for the helper's start; the first one who needs it does.
+    /// Waits for the helper's start at its first use, because installing the handler does not.
     static bool IsGreeted(int socket) noexcept
     {
         std::uint32_t helper = 0;
@@ -135,7 +134,7 @@ private:
             return true;
         if (!Receive(socket, HelperMessage::Hello, helper, kHelloTimeoutMs))
             return false;
-        prctl(PR_SET_PTRACER, helper, 0, 0, 0); // refused where nobody needs to be named
+        prctl(PR_SET_PTRACER, helper, 0, 0, 0); // refused where the kernel lacks this restriction
         g_isGreeted.store(true);
         return true;
     }
@@ -151,7 +150,7 @@ void DropSocket() noexcept
         close(socket);
 }
 
-/// Starts the helper with one end of the pair. It leaves this process's children at once.
+/// Starts the helper with one end of the pair. It detaches from this process at once.
 bool Spawn(const char* helperPath, int helperEnd) noexcept
 {
     char process[16];
@@ -171,16 +170,16 @@ void StartHelper(const char* helperPath) noexcept
     if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0)
         return;
     OwnedDescriptor ownEnd(ends[0]);
-    // The number that the helper finds its end under must not be taken by either end here.
+    // Neither end may have the descriptor number that the helper's end gets.
     const int helperEnd = fcntl(ends[1], F_DUPFD_CLOEXEC, kHelperSocket + 1);
     close(ends[1]);
     if (helperEnd < 0)
         return;
     const bool isStarted = Spawn(helperPath, helperEnd);
-    close(helperEnd); // so that a helper that ended is noticed
+    close(helperEnd); // so that the end of the helper closes the channel
     if (!isStarted)
         return;
-    // A helper that was stopped must not stop this process.
+    // A stopped helper must not block this process.
     const timeval patience = {1, 0};
     setsockopt(ownEnd.Get(), SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
     g_isGreeted.store(false);
@@ -256,7 +255,7 @@ void SetCrashTraces(const CrashTraces& traces)
         const std::size_t count = all.copy(piece->bytes, TracesPiece::kMostBytes, at);
         piece->offset = static_cast<std::uint32_t>(at);
         if (!Send(socket, piece.get(), offsetof(TracesPiece, bytes) + count))
-            return DropSocket(); // what it knows is not true any more
+            return DropSocket(); // its traces are outdated
         at += count;
     }
 }
@@ -265,7 +264,7 @@ bool WriteDumpNow(const char* path, const Fault& fault) noexcept
 {
     DumpOrder order;
     FillOrder(fault, path, order);
-    // Here and not in a function of its own: the frame that is told of must still stand when the stack is read.
+    // Not in a function of its own: the frame must still exist when the stack is read.
     FrameRegisters here;
     TakeFrame(here);
     if (fault.context == nullptr)
@@ -291,7 +290,7 @@ bool WriteCrashTraces(const Fault& fault, bool withDump, const char* logPath) no
     if (fault.context == nullptr)
         StateFromFrame(here, order.state);
     CopyPath(order.logPath, logPath);
-    ReleaseReservedDescriptors(); // whoever makes the report needs some, too
+    ReleaseReservedDescriptors(); // for the report
     order.withDump = withDump;
     order.withRecord = true;
     {
@@ -299,7 +298,7 @@ bool WriteCrashTraces(const Fault& fault, bool withDump, const char* logPath) no
         if (channel.Ask(&order, sizeof order, kDumpTimeoutMs))
             return true;
     }
-    // A helper that failed with the dump may have written the record; one that died has not.
+    // A helper that failed to write the dump may have written the record; one that ended holds no lock on it.
     const bool hasRecord = access(traces->recordPath.c_str(), F_OK) == 0 && HasDumpHelper();
     if (!hasRecord && WriteLockedRecord(traces->recordPath.c_str(), traces->record, logPath) < 0)
         return false;

@@ -11,7 +11,7 @@ namespace tev::platform
 {
 int CreatePrivateFile(const char* path) noexcept
 {
-    // What another one has open, or has linked there, stays whole.
+    // A file that another process has open, or a link's target, must not change.
     unlink(path);
     return open(path, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600);
 }
@@ -45,7 +45,7 @@ int WriteLockedRecord(const char* path, std::string_view record, const char* log
         WriteAllBytes(file, kLogKey, sizeof kLogKey);
         WriteAllBytes(file, logPath, std::strlen(logPath) + 1);
     }
-    fdatasync(file); // the machine itself may go down before the report is finished
+    fdatasync(file); // the machine may go down before the report is finished
     return file;
 }
 

@@ -9,8 +9,8 @@
 
 #include <sys/types.h>
 
-// What a process and its helper for crashes tell each other, one packet a message, over a pair of sockets that the helper
-// has as descriptor 3. The helper ends when the process has.
+// The messages between a process and its crash helper, one packet each, over a socket pair of which the helper has one end
+// as descriptor 3. The helper ends after the process.
 namespace tev::platform
 {
 constexpr int kHelperSocket = 3;
@@ -20,8 +20,8 @@ enum class HelperMessage : std::uint32_t
 {
     Hello,  ///< of the helper: it is ready; the value is its process identifier
     Traces, ///< a piece of CrashTraces; the value is the size of the whole
-    Dump,   ///< write a dump, as the order behind the head says
-    Finish, ///< make the report of which the traces were left
+    Dump,   ///< write a dump as the DumpOrder says
+    Finish, ///< make the report of the traces
     Answer  ///< of the helper, to the last two: 1 for success
 };
 
@@ -46,18 +46,18 @@ struct DumpOrder
 {
     HelperHead head;
     pid_t thread = 0;
-    std::int64_t time = 0;    ///< of MonotonicMs; nobody waits any more for an old one
+    std::int64_t time = 0;    ///< of MonotonicMs; an order that is too old is refused
     std::uint32_t signal = 0; ///< kNoSignal: none
     std::uint32_t signalCode = 0;
     std::uint64_t faultAddress = 0;
     bool withDump = true;
     bool withRecord = false;
     MachineState state{};
-    char dumpPath[PATH_MAX]{}; ///< empty: the one of the traces
+    char dumpPath[PATH_MAX]{}; ///< empty: that of the traces
     char logPath[PATH_MAX]{};
 };
 
-/// In both, a deadline: the helper must not hold the process's threads for longer.
+/// A deadline on both sides: the helper must not stop the process's threads for longer.
 constexpr unsigned kDumpTimeoutMs = 4000;
 
 /// The same in all processes. Safe in signal handlers.
@@ -68,7 +68,7 @@ inline std::int64_t MonotonicMs() noexcept
     return static_cast<std::int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
 }
 
-/// What a signal tells of itself.
+/// Copies the signal's number, code and address.
 inline void DescribeSignal(const siginfo_t* info, std::uint32_t none, DumpOrder& order) noexcept
 {
     order.signal = info == nullptr ? none : static_cast<std::uint32_t>(info->si_signo);

@@ -27,10 +27,10 @@ constexpr int kMostNumbers = 6;
 struct SignalsOfKind
 {
     FatalSignal kind;
-    int numbers[kMostNumbers]; // ended by 0
+    int numbers[kMostNumbers]; // terminated by 0
 };
 
-// SIGQUIT, with which a person asks for a core file, and signals that say nothing of the program are left alone.
+// Not hooked: SIGQUIT, by which the user asks for a core file, and signals that report no error of the program.
 constexpr SignalsOfKind kSignals[] = {
     {FatalSignal::Abort, {SIGABRT}},
     {FatalSignal::Interrupt, {SIGINT}},
@@ -65,7 +65,7 @@ void OnSignal(int number, siginfo_t* info, void* context)
     if (hook != nullptr)
         hook({row->kind, number, info->si_code, info, context});
     else
-        EndBySignal(number); // hooked by a copy of the process
+        EndBySignal(number); // the hook is a forked relative's
     errno = error;
 }
 
@@ -74,7 +74,7 @@ bool IsOurs(const struct sigaction& action) noexcept
     return (action.sa_flags & SA_SIGINFO) != 0 && action.sa_sigaction == OnSignal;
 }
 
-/// Sanitizers report what goes wrong in the program by themselves.
+/// Sanitizers report faults themselves.
 bool IsSanitized() noexcept
 {
     static const bool isSanitized = dlsym(RTLD_DEFAULT, "__sanitizer_set_death_callback") != nullptr;
@@ -103,7 +103,7 @@ PreviousSignalsPtr HookSignals(FatalSignal kind, SignalHook hook)
     g_hooks[index].store(hook);
     struct sigaction action = {};
     action.sa_sigaction = OnSignal;
-    // A fault of the handler itself comes to it again instead of ending the process without its exit code.
+    // A fault inside the handler enters it again instead of ending the process without the documented exit code.
     action.sa_flags = SA_SIGINFO | SA_ONSTACK | SA_NODEFER;
     sigemptyset(&action.sa_mask);
     sigaddset(&action.sa_mask, SIGINT);
@@ -135,7 +135,7 @@ bool CallPrevious(const PreviousSignals& previous, const SignalEvent& event) noe
         if (row.numbers[i] != event.number)
             continue;
         const struct sigaction& action = previous.actions[i];
-        if (IsOurs(action)) // of the process that this one is a copy of
+        if (IsOurs(action)) // installed by the process that this one was forked from
             return false;
         if ((action.sa_flags & SA_SIGINFO) != 0)
             action.sa_sigaction(event.number, static_cast<siginfo_t*>(const_cast<void*>(event.info)),
@@ -226,7 +226,7 @@ RunTimeHook SetPureCallHook(RunTimeHook hook) noexcept
     return g_pureCallHook.exchange(hook);
 }
 
-// The language has dropped it, the run-time has not: code of earlier versions of the language still comes there.
+// Removed from the language, but not from the run-time: code compiled for earlier versions still uses it.
 RunTimeHook SetRunTimeUnexpected(RunTimeHook hook) noexcept __asm__("_ZSt14set_unexpectedPFvvE") __attribute__((weak));
 
 RunTimeHook SetUnexpectedHook(RunTimeHook hook) noexcept
@@ -235,7 +235,7 @@ RunTimeHook SetUnexpectedHook(RunTimeHook hook) noexcept
 }
 } // namespace tev::platform
 
-// Takes the place of the run-time's own, in programs that find this library before it.
+// Overrides the run-time's function in programs that load this library before the run-time.
 extern "C" __attribute__((visibility("default"), noreturn)) void __cxa_pure_virtual()
 {
     constexpr char kMessage[] = "pure virtual method called\n";

@@ -9,7 +9,7 @@ namespace tev::platform
 {
 namespace
 {
-// How an address is written in the table.
+// Encodings of addresses (DW_EH_PE).
 constexpr unsigned char kOmitted = 0xFF;
 constexpr unsigned char kFormatMask = 0x0F;
 constexpr unsigned char kRelativeMask = 0x70;
@@ -22,7 +22,7 @@ enum class RuleKind : unsigned char
     Unknown,
     AtOffset,  ///< stored at the frame's address plus a number
     IsOffset,  ///< is the frame's address plus a number
-    InRegister ///< of that number
+    InRegister ///< of this number
 };
 
 struct Rule
@@ -35,11 +35,11 @@ struct Rules
 {
     std::uint64_t frameRegister = 0;
     std::int64_t frameOffset = 0;
-    bool isKnown = false; ///< where the frame is
+    bool isKnown = false; ///< whether the frame's address is
     std::array<Rule, FrameState::kRegisters> registers{};
 };
 
-/// What the functions of one kind have in common.
+/// A common information entry (CIE).
 struct Common
 {
     std::uint64_t codeUnit = 1;
@@ -85,7 +85,7 @@ std::uint64_t TakeAddress(ByteReader& reader, unsigned char format, std::uint64_
     return (format & kRelativeMask) == kToPlace ? value + place : value;
 }
 
-/// One entry of the table, of which there are two kinds.
+/// An entry of the table: common or of a function.
 struct Entry
 {
     std::size_t start = 0; ///< of what follows the length
@@ -136,7 +136,7 @@ bool ReadCommon(std::string_view body, Common& common)
     return reader.IsGood() && common.returnRegister < FrameState::kRegisters;
 }
 
-/// Runs the little programs that tell how the rules change from one instruction of the function to the next.
+/// Runs call frame instructions, which change the rules from one instruction of the function to the next.
 class RuleMachine
 {
 public:
@@ -145,7 +145,7 @@ public:
     {
     }
 
-    /// False for what is not understood. Ends where the target is passed.
+    /// False for unknown instructions. Ends where the target is passed.
     bool Run(std::string_view program)
     {
         ByteReader reader(program);
@@ -192,7 +192,7 @@ private:
     {
         switch (code)
         {
-        case 0x00: // nothing
+        case 0x00: // no operation
             return true;
         case 0x02:
             Advance(reader.Take<unsigned char>());
@@ -203,12 +203,12 @@ private:
         case 0x04:
             Advance(reader.Take<std::uint32_t>());
             return true;
-        case 0x0A: // remember
+        case 0x0A: // remember the rules
             if (m_remembered.size() >= kDeepestStates)
                 return false;
             m_remembered.push_back(m_rules);
             return true;
-        case 0x0B: // and go back
+        case 0x0B: // restore them
             if (m_remembered.empty())
                 return false;
             m_rules = m_remembered.back();
@@ -230,11 +230,11 @@ private:
         case 0x13:
             m_rules.frameOffset = Data(static_cast<std::uint64_t>(reader.TakeSigned()));
             return true;
-        case 0x0F: // the frame by an expression
+        case 0x0F: // the frame's address by an expression
             m_rules.isKnown = false;
             reader.Skip(reader.TakeUnsigned());
             return true;
-        case 0x2E: // sizes of arguments
+        case 0x2E: // the size of arguments
             reader.TakeUnsigned();
             return true;
         default:
@@ -285,7 +285,7 @@ private:
     std::uint64_t m_address;
     const std::uint64_t m_target;
     Rules m_rules;
-    const Rules m_initial; ///< what the function begins with
+    const Rules m_initial; ///< at the function's start
     std::vector<Rules> m_remembered;
 };
 
@@ -312,7 +312,7 @@ bool Apply(const Rules& rules, std::uint64_t returnRegister, FrameState& state, 
             caller.registers[i] = state.registers[from];
         }
     }
-    // Whoever has nowhere to return to is the first on the stack.
+    // A frame without return address is the outermost.
     if (rules.registers[returnRegister].kind == RuleKind::Unknown ||
         rules.registers[returnRegister].kind == RuleKind::Same)
         return false;
@@ -345,7 +345,7 @@ bool LeaveFrameByTable(std::string_view table, std::uint64_t tableAddress, std::
             continue;
         Entry commonEntry;
         Common common;
-        // The distance leads to the length before the common entry.
+        // The distance leads to the length field of the common entry.
         ByteReader before(table);
         before.Skip(entry.start - entry.commonDistance);
         if (!TakeEntry(before, commonEntry) || commonEntry.commonDistance != 0 ||

@@ -6,8 +6,8 @@
 
 namespace tev::platform
 {
-/// Goes from a frame to its caller by a module's table of frames (.eh_frame), which stands at `tableAddress`; both addresses
-/// as the module's file counts them. False when the table does not tell, or tells what is not understood.
+/// Unwinds a frame to its caller's with a module's call frame information (.eh_frame) at `tableAddress`; both addresses are
+/// the file's virtual addresses. False when the table has no entry for the address, or one that is not supported.
 [[nodiscard]] bool LeaveFrameByTable(std::string_view table, std::uint64_t tableAddress, std::uint64_t address,
                                      FrameState& state, const StackReader& stack);
 } // namespace tev::platform

@@ -11,7 +11,7 @@ namespace
 {
 constexpr std::uint32_t kControlIntegerAndSegments = 0x100007;
 
-// Offsets in the record.
+// Offsets in the minidump's record.
 constexpr std::size_t kFlags = 48;
 constexpr std::size_t kSegmentCode = 56;
 constexpr std::size_t kSegmentFs = 62;

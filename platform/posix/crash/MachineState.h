@@ -19,21 +19,21 @@ struct MachineState
     std::uint64_t instruction;
 };
 
-/// Whether registers of this kind of processor can be told at all. Elsewhere the functions below give zeros.
+/// Whether registers of this kind of processor are supported. Elsewhere the functions below give zeros.
 bool KnowsMachineState() noexcept;
 
 // Safe in signal handlers.
 void StateFromContext(const ucontext_t& context, MachineState& state) noexcept;
 void StateFromRegisters(const user_regs_struct& registers, MachineState& state) noexcept;
 
-/// What a walk up the stack needs: rbx, rbp, rsp, r12 to r15, rip.
+/// What a stack walk needs: rbx, rbp, rsp, r12 to r15, rip.
 struct FrameRegisters
 {
     std::uint64_t values[8] = {};
 };
 void StateFromFrame(const FrameRegisters& registers, MachineState& state) noexcept;
 
-/// The registers of the function that this stands in, whose frame must still be there when its stack is read.
+/// Takes the registers of the function that calls this, whose frame must still exist when its stack is read.
 [[gnu::always_inline]] inline void TakeFrame([[maybe_unused]] FrameRegisters& registers) noexcept
 {
 #if defined(__x86_64__)

@@ -41,7 +41,7 @@ constexpr std::size_t kModuleSize = 108;
 constexpr std::size_t kPage = 4096;
 constexpr std::size_t kOutputBuffer = std::size_t{64} << 10;
 constexpr std::size_t kMostThreads = 8192;
-constexpr std::size_t kMostStates = 1000; ///< further threads are named only
+constexpr std::size_t kMostStates = 1000; ///< of further threads only the identifiers
 constexpr std::size_t kMostModules = 512;
 constexpr std::size_t kLongestModulePath = 1024;
 constexpr std::uint64_t kLongestStack = std::uint64_t{256} << 10;
@@ -54,14 +54,14 @@ constexpr std::uint64_t kCodeAround = 128;
 constexpr std::size_t kMostNotes = 4096;
 constexpr std::size_t kLongestBuildId = 64;
 
-// A report takes no file of 6 MiB, so the largest of everything together stays below that.
+// A report takes no file of 6 MiB or more, so the sum of all maxima stays below that.
 static_assert(kLongestStack + kAllStacks + kMostStates * (MachineState::kSize + 8) +
                   kMostThreads * (kThreadSize + kMemorySize) +
                   kMostModules * (kModuleSize + kLongestBuildId + 4 + 2 * kLongestModulePath + 16) + kLongestMapsText +
                   kPage <
               std::size_t{6} << 20);
 
-/// Records are put together in a small buffer by appending fields.
+/// Composes a record by appending fields.
 template <std::size_t CAPACITY>
 class Record
 {
@@ -133,7 +133,7 @@ private:
     bool m_isGood = true;
 };
 
-/// A growing list of records of one size in memory that is there already; what does not fit is left out.
+/// A list of records of one size in memory that the caller provides; what does not fit is left out.
 class Table
 {
 public:
@@ -260,7 +260,7 @@ private:
         }
     }
 
-    /// Answers how much of the stack was written.
+    /// Returns how much of the stack was written.
     std::uint32_t WriteThread(const DumpedThread& thread, bool isFirst, std::uint64_t limit) noexcept
     {
         std::uint64_t stack = 0;
@@ -314,7 +314,7 @@ private:
         return false;
     }
 
-    /// The bytes around the instruction at which it happened.
+    /// The bytes around the instruction of the fault.
     void WriteCode(std::uint64_t instruction) noexcept
     {
         std::string_view text = m_subject.maps;
@@ -329,7 +329,7 @@ private:
         }
     }
 
-    /// Writes memory up to where it ends or cannot be read, and enters it in the list. Answers how much that was.
+    /// Writes memory up to `end` or the first page that cannot be read, and adds it to the list. Returns how much that was.
     std::uint32_t WriteMemory(std::uint64_t start, std::uint64_t end) noexcept
     {
         const std::uint32_t place = m_output.Position();
@@ -362,7 +362,7 @@ private:
                 hasCode = hasCode || mapping.isExecutable;
                 continue;
             }
-            if (mapping.path.empty() || mapping.path[0] != '/') // such as the zeros behind a module's data
+            if (mapping.path.empty() || mapping.path[0] != '/') // such as a module's zero-initialized data
                 continue;
             if (hasCode)
                 WriteModule(module);
@@ -399,7 +399,7 @@ private:
                           .Zeros(24));
     }
 
-    /// Writes a name as UTF-16. Bytes that are no UTF-8 become U+FFFD.
+    /// Writes a name as UTF-16. Invalid UTF-8 becomes U+FFFD.
     std::uint32_t WriteName(std::string_view name) noexcept
     {
         m_output.Align();
@@ -443,7 +443,7 @@ private:
         }
     }
 
-    /// The build identifier out of a loaded module's notes; 0 when there is none.
+    /// Reads the build identifier from a loaded module's notes. Returns its size; 0 when there is none.
     std::size_t FindBuildId(std::uint64_t base, unsigned char* buildId) noexcept
     {
         ElfW(Ehdr) header;

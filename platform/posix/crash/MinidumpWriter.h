@@ -22,7 +22,7 @@ protected:
 struct DumpedThread
 {
     std::uint32_t id = 0;
-    bool hasState = false; ///< else the dump names the thread, but has neither registers nor stack of it
+    bool hasState = false; ///< else the dump holds neither registers nor stack of the thread
     MachineState state;
 };
 
@@ -38,7 +38,7 @@ protected:
     ~DumpedThreads() = default;
 };
 
-/// The signal of a dump that somebody asked for in a healthy process.
+/// The signal of a dump that was requested without a fault.
 constexpr std::uint32_t kNoSignal = 0xFFFFFFFF;
 
 struct DumpSubject
@@ -52,7 +52,7 @@ struct DumpSubject
     DumpedThreads& threads;
 };
 
-/// What WriteMinidump needs to work with.
+/// The size of the memory that WriteMinidump works in.
 constexpr std::size_t kDumpWorkspace = std::size_t{1} << 20;
 
 /// Writes a minidump into an empty file: threads with registers and stacks, modules, the signal. It stays below 6 MiB: the

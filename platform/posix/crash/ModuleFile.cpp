@@ -161,7 +161,7 @@ struct ModuleFile::Contents
     std::vector<Symbols> symbols;
     std::string_view frames;
     std::uint64_t framesAddress = 0;
-    std::uint64_t firstAddress = 0; ///< of the file, where its first byte is loaded
+    std::uint64_t firstAddress = 0; ///< the virtual address of the file's first byte
 };
 
 ModuleFile::ModuleFile(std::unique_ptr<const Contents> contents) noexcept : m_contents(std::move(contents)) {}

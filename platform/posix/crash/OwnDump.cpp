@@ -26,14 +26,14 @@ constexpr auto kLongestWait = std::chrono::milliseconds(500);
 /// For the record, the dump, and the archive with what it is made of.
 constexpr int kReserved = 6;
 
-/// Where a thread leaves its registers.
+/// The registers of a stopped thread.
 struct Slot
 {
     std::atomic<std::uint32_t> isTaken;
     MachineState state;
 };
 
-/// Taken in advance and never given back: a thread may reach its slot late.
+/// Allocated in advance and never freed: a thread may reach its slot late.
 struct Memory
 {
     std::atomic<std::uint32_t> isStopping;
@@ -53,7 +53,7 @@ pid_t ThisThread() noexcept
     return static_cast<pid_t>(syscall(SYS_gettid));
 }
 
-/// On a thread that is to be dumped: leaves the registers and stands still.
+/// Signal handler of the dumped threads: stores the registers and waits.
 void StandForDump(int, siginfo_t*, void* context)
 {
     const int error = errno;
@@ -72,8 +72,8 @@ void StandForDump(int, siginfo_t*, void* context)
     errno = error;
 }
 
-/// A signal that the program does not use, with the handler above, which stays: the signal may still be on its way to a
-/// thread that could not take it. 0 when there is none.
+/// A signal that the program does not use, with the handler above, which stays installed: the signal may still be pending
+/// on a thread that blocks it. 0 when there is none.
 int StopSignal() noexcept
 {
     for (int number = SIGRTMAX; number > SIGRTMIN; --number)
@@ -103,7 +103,7 @@ bool HasDebugger() noexcept
     return place != text.npos && text.substr(place + kKey.size(), 1) != "0";
 }
 
-/// The threads of this process while they stand still.
+/// The threads of this process while they are stopped.
 class StoppedThreads final : public DumpedThreads
 {
 public:
@@ -114,7 +114,7 @@ public:
             memory.slots[i].isTaken.store(0);
         memory.threadCount.store(static_cast<std::uint32_t>(count));
         memory.isStopping.store(1);
-        // A debugger would stop at each of the signals, and show them to a person who looks for something else.
+        // A debugger would stop at each of the signals.
         const int number = HasDebugger() ? 0 : StopSignal();
         if (number == 0)
             return;

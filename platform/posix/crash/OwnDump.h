@@ -4,11 +4,11 @@
 
 namespace tev::platform
 {
-/// Takes memory and descriptors in advance, once.
+/// Reserves memory and descriptors, once.
 void PrepareOwnDump() noexcept;
-/// Writes a dump of this very process, whose other threads are stopped by a signal meanwhile; threads that do not stop in
-/// time are named only. False also when another dump is being written. Safe in signal handlers.
+/// Writes a dump of this process, whose other threads are stopped by a signal meanwhile; of threads that do not stop in
+/// time only the identifiers are written. False also while another dump is being written. Safe in signal handlers.
 [[nodiscard]] bool WriteOwnDump(const char* path, const DumpOrder& order) noexcept;
-/// Gives the descriptors back that were kept for the record of a crash. Safe in signal handlers.
+/// Closes the descriptors that were reserved for a crash. Safe in signal handlers.
 void ReleaseReservedDescriptors() noexcept;
 } // namespace tev::platform

@@ -14,9 +14,10 @@ struct Mapping
     bool isReadable = false;
     bool isWritable = false;
     bool isExecutable = false;
-    std::string_view path; ///< of the file, into the text; empty or in brackets where there is none
+    std::string_view path; ///< of the mapped file, a view of the text; empty or in brackets where there is none
 };
 
-/// Takes the first line off the text; false at its end. Lines that are none are passed over. Safe in signal handlers.
+/// Removes the first line from the text and parses it; false at the end. Malformed lines are skipped. Safe in signal
+/// handlers.
 bool NextMapping(std::string_view& text, Mapping& mapping) noexcept;
 } // namespace tev::platform

@@ -19,7 +19,7 @@ bool RemoteMemory::Read(std::uint64_t address, void* buffer, std::size_t size) n
 
 namespace
 {
-/// As the system call delivers them; opendir would allocate.
+/// As the system call returns it; opendir would allocate.
 struct FolderEntry
 {
     std::uint64_t inode;

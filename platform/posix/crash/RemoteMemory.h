@@ -6,7 +6,7 @@
 
 namespace tev::platform
 {
-/// The memory of a process of this user, its own too: what cannot be read is refused instead of ending the reader.
+/// The memory of a process of this user, or of the calling process: reading an unmapped address fails instead of faulting.
 class RemoteMemory final : public DumpedMemory
 {
 public:
@@ -17,7 +17,7 @@ private:
     const pid_t m_process;
 };
 
-/// Takes the identifiers of the threads of a process, with `first` in front. Answers how many; 0 on failure. Safe in signal
+/// Lists the identifiers of the threads of a process, `first` first. Returns how many; 0 on failure. Safe in signal
 /// handlers.
 std::size_t ListThreads(pid_t process, pid_t first, pid_t* threads, std::size_t most) noexcept;
 } // namespace tev::platform

@@ -19,7 +19,7 @@ using Clock = std::chrono::steady_clock;
 constexpr auto kLongestWait = std::chrono::seconds(60);
 constexpr unsigned kBetweenLooksMs = 5;
 
-/// Whether the program has ended by itself and is content.
+/// Whether the program has ended with exit code 0.
 bool EndsWell(pid_t program) noexcept
 {
     const Clock::time_point end = Clock::now() + kLongestWait;
@@ -30,7 +30,7 @@ bool EndsWell(pid_t program) noexcept
         if (answer == program)
             return WIFEXITED(status) && WEXITSTATUS(status) == 0;
         if (answer < 0 && errno != EINTR)
-            return false; // a process that is not told of its children's ends
+            return false; // the process ignores SIGCHLD
         if (Clock::now() >= end)
             break;
         SleepThisThread(kBetweenLooksMs);
@@ -40,7 +40,7 @@ bool EndsWell(pid_t program) noexcept
     return false;
 }
 
-/// An address that is no option and nothing else than an address.
+/// Whether the text is an address and cannot be taken for an option.
 bool IsAddress(const std::string& text)
 {
     return !text.empty() && text[0] != '-' && text.find('@') != text.npos &&

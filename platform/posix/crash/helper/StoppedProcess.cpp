@@ -45,7 +45,7 @@ bool StoppedProcess::IsStopped() const noexcept
     return std::any_of(m_threads.begin(), m_threads.end(), [](const Thread& thread) { return thread.isStopped; });
 }
 
-/// Answers whether there were any.
+/// Returns whether there were any.
 bool StoppedProcess::SeizeNewThreads(pid_t process)
 {
     std::vector<pid_t> ids(kMostThreads);
@@ -78,7 +78,7 @@ void StoppedProcess::WaitForStop(Thread& thread, Clock::time_point end)
         }
         else if (answer != 0 || Clock::now() >= end)
         {
-            thread.isSeized = false; // it has ended, or sleeps where nothing wakes it
+            thread.isSeized = false; // it has ended, or sleeps uninterruptibly
         }
         else
         {

@@ -10,17 +10,17 @@
 
 namespace tev::platform
 {
-/// A process whose threads stand still as long as the object lives. Threads that do not stop in time are named only.
+/// Stops the threads of a process as long as the object lives. Threads that do not stop in time have no registers.
 class StoppedProcess final : public DumpedThreads
 {
 public:
-    /// The registers of the thread that gave the order are those in the order.
+    /// The registers of the ordering thread are those in the order.
     StoppedProcess(pid_t process, const DumpOrder& order);
     ~StoppedProcess();
     StoppedProcess(const StoppedProcess&) = delete;
     StoppedProcess& operator=(const StoppedProcess&) = delete;
 
-    /// False when the system lets nobody look into the process, as when a debugger does already.
+    /// False when the system does not allow tracing, for example because a debugger traces the process already.
     bool IsStopped() const noexcept;
 
     std::size_t Count() const noexcept override { return m_threads.size(); }
@@ -32,7 +32,7 @@ private:
         pid_t id;
         bool isSeized;
         bool isStopped;
-        int pendingSignal; ///< that the stop took away
+        int pendingSignal; ///< received at the stop, delivered at the end
     };
     using Clock = std::chrono::steady_clock;
 

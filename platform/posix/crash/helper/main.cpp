@@ -1,5 +1,5 @@
-// The helper that a process starts when it installs its crash handler. It waits, does nothing, and holds next to nothing;
-// when the process has crashed it writes the dump from outside, and makes the report where the process cannot.
+// The helper that a process starts when it installs its crash handler. It waits until the process crashes; then it writes
+// the dump from outside, and makes the report where the process cannot.
 
 #include "platform/CrashDumps.h"
 #include "platform/posix/crash/CrashFiles.h"
@@ -25,7 +25,7 @@ namespace
 constexpr std::size_t kLongestMaps = std::size_t{16} << 20;
 constexpr std::size_t kLongestTraces = std::size_t{64} << 20;
 
-/// What the process has told.
+/// The traces as the process has sent them.
 class Traces
 {
 public:
@@ -67,7 +67,7 @@ bool WriteDump(pid_t process, const DumpOrder& order, const char* path)
     if (file < 0)
         return false;
     bool isWritten = false;
-    alarm(kMostSeconds); // which ends this helper and so lets the threads go
+    alarm(kMostSeconds); // ends this helper, which resumes the threads
     {
         StoppedProcess stopped(process, order);
         if (stopped.IsStopped())
@@ -112,7 +112,7 @@ public:
                 break;
             Obey(packet, static_cast<std::size_t>(size));
         }
-        // The process has gone. What it could not finish is still to be done.
+        // The process has ended. A report that it could not finish is still to be made.
         if (m_recordFile >= 0 && access(m_traces.m_recordPath.c_str(), F_OK) == 0)
             Finish();
     }
@@ -139,7 +139,7 @@ private:
     bool Dump(const DumpOrder& order)
     {
         if (MonotonicMs() - order.time >= kDumpTimeoutMs)
-            return false; // the process has done it by itself meanwhile
+            return false; // the process has written the dump itself meanwhile
         if (order.withRecord)
             m_recordFile = WriteLockedRecord(m_traces.m_recordPath.c_str(), m_traces.m_record, order.logPath);
         return !order.withDump ||
@@ -160,7 +160,7 @@ private:
     int m_recordFile = -1; ///< stays open and locked while this helper may still work on the report
 };
 
-/// Away from the process: no child of it, nothing of it held open, and nothing that ends its terminal's programs ends this.
+/// Detaches from the process: no child of it, no descriptor of it open, and its terminal's signals ignored.
 bool LeaveProcess()
 {
     const pid_t child = fork();
