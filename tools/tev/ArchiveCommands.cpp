@@ -1,9 +1,8 @@
 #include "tools/tev/ArchiveCommands.h"
 
 #include "tools/tev/ArchiveDump.h"
+#include "tools/tev/CommandLine.h"
 #include "tools/tev/Tool.h"
-
-#include <CLI/CLI.hpp>
 
 #include <memory>
 #include <string>
@@ -13,7 +12,7 @@ namespace tev::tool
 {
 namespace
 {
-void AddDump(CLI::App& archive, Session& session)
+void AddDump(const ToolCommand& archive, Session& session)
 {
     struct Options
     {
@@ -21,37 +20,31 @@ void AddDump(CLI::App& archive, Session& session)
         ClassDescriptions m_classes = ExampleClasses();
     };
     const auto options = std::make_shared<Options>();
-    CLI::App& command =
-        *archive.add_subcommand("dump", "Show the classes, objects and values in an archive of objects");
-    command.add_option("FILE", options->m_files, "Archives to read; - or none is standard input")->type_name("");
-    const auto describe = [options](const std::vector<std::string>& descriptions) {
-        for (const std::string& description : descriptions)
-        {
-            if (!Describe(options->m_classes, description))
-                throw CLI::ValidationError("--class takes NAME=TYPE FIELD,TYPE FIELD,...: " + description);
-        }
-        return true;
+    const ToolCommand command =
+        archive.AddCommand("dump", "Show the classes, objects and values in an archive of objects");
+    command.AddArgument("FILE", options->m_files, "Archives to read; - or none is standard input");
+    const auto describe = [options](const std::string& description) {
+        if (!Describe(options->m_classes, description))
+            throw UsageError("--class takes NAME=TYPE FIELD,TYPE FIELD,...: " + description);
     };
-    command.add_option("--class", describe, "What the objects of a class write; may be given several times")
-        ->type_name("CLASS")
-        ->expected(1)
-        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
-    command.footer(
+    command.AddParsedOption("--class", describe, "What the objects of a class write; may be given several times")
+        .ValueName("CLASS")
+        .Repeatable();
+    command.Footer(
         "An archive names its classes but not what their objects hold. Known are the classes that\n"
         "examples/scene_archive.cpp writes, as if they had been given like this:\n" +
         ExampleClassesHelp() + "Types: " + FieldTypesHelp() +
         ".\nA field of type objects is a count and as many objects. With @N a field is there from schema N on.");
-    command.callback([&session, options] {
+    command.OnRun([&session, options] {
         AttemptEach(session, options->m_files,
                     [&](const std::string& name) { DumpArchive(session, name, options->m_classes); });
     });
 }
 } // namespace
 
-void AddArchiveCommands(CLI::App& tool, Session& session)
+void AddArchiveCommands(const ToolCommand& tool, Session& session)
 {
-    CLI::App& archive = *tool.add_subcommand("archive", "Look into archives of objects");
-    archive.require_subcommand(1);
+    const ToolCommand archive = tool.AddFamily("archive", "Look into archives of objects");
     AddDump(archive, session);
 }
 

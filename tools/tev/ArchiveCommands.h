@@ -1,16 +1,12 @@
 #pragma once
 
-namespace CLI
-{
-class App;
-}
-
 namespace tev::tool
 {
 
 struct Session;
+class ToolCommand;
 
 /// Adds `tev archive ...`: what archives hold.
-void AddArchiveCommands(CLI::App& tool, Session& session);
+void AddArchiveCommands(const ToolCommand& tool, Session& session);
 
 } // namespace tev::tool

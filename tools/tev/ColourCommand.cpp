@@ -1,10 +1,9 @@
 #include "tools/tev/ColourCommand.h"
 
+#include "tools/tev/CommandLine.h"
 #include "tools/tev/System.h"
 #include "tools/tev/Tool.h"
 #include "values/CRGBColor.h"
-
-#include <CLI/CLI.hpp>
 
 #include <charconv>
 #include <memory>
@@ -78,7 +77,7 @@ void Show(Session& session, const Options& options)
     if (!color)
         color = FromChannels(options.m_colour);
     if (!color)
-        throw CLI::ValidationError("a colour is #RRGGBB or R,G,B with channels of 0 to 255: " + options.m_colour);
+        throw UsageError("a colour is #RRGGBB or R,G,B with channels of 0 to 255: " + options.m_colour);
 
     if (options.m_hue)
         color->SetHue(*options.m_hue);
@@ -94,20 +93,18 @@ void Show(Session& session, const Options& options)
 }
 } // namespace
 
-void AddColourCommand(CLI::App& tool, Session& session)
+void AddColourCommand(const ToolCommand& tool, Session& session)
 {
     const auto options = std::make_shared<Options>();
-    CLI::App& command = *tool.add_subcommand("colour", "Show a colour, changed if asked for, and its coordinates");
-    command.add_option("COLOUR", options->m_colour, "\"#RRGGBB\", or R,G,B with channels of 0 to 255")
-        ->required()
-        ->type_name("");
-    command.add_option("--hue", options->m_hue, "Give it this hue; 0 and 1 are red, 1/3 green, 2/3 blue")
-        ->type_name("NUMBER");
-    command.add_option("--darken", options->m_darken, "Take this from its luminance, which is 0 to 1")
-        ->type_name("NUMBER");
-    command.add_option("--lighten", options->m_lighten, "Add this to its luminance")->type_name("NUMBER");
-    command.footer("The changes are made in the order hue, darken, lighten.");
-    command.callback([&session, options] { Show(session, *options); });
+    const ToolCommand command = tool.AddCommand("colour", "Show a colour, changed if asked for, and its coordinates");
+    command.AddArgument("COLOUR", options->m_colour, "\"#RRGGBB\", or R,G,B with channels of 0 to 255").Required();
+    command.AddOption("--hue", options->m_hue, "Give it this hue; 0 and 1 are red, 1/3 green, 2/3 blue")
+        .ValueName("NUMBER");
+    command.AddOption("--darken", options->m_darken, "Take this from its luminance, which is 0 to 1")
+        .ValueName("NUMBER");
+    command.AddOption("--lighten", options->m_lighten, "Add this to its luminance").ValueName("NUMBER");
+    command.Footer("The changes are made in the order hue, darken, lighten.");
+    command.OnRun([&session, options] { Show(session, *options); });
 }
 
 } // namespace tev::tool

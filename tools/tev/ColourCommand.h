@@ -1,14 +1,10 @@
 #pragma once
 
-namespace CLI
-{
-class App;
-}
-
 namespace tev::tool
 {
 struct Session;
+class ToolCommand;
 
 /// Adds `tev colour`.
-void AddColourCommand(CLI::App& tool, Session& session);
+void AddColourCommand(const ToolCommand& tool, Session& session);
 } // namespace tev::tool

@@ -3,12 +3,11 @@
 #include "crash/CCrashHandler.h"
 #include "crash/XMinidump.h"
 #include "services/Paths.h"
+#include "tools/tev/CommandLine.h"
 #include "tools/tev/System.h"
 #include "tools/tev/Table.h"
 #include "tools/tev/Tool.h"
 #include "zip/CZip.h"
-
-#include <CLI/CLI.hpp>
 
 #include <cinttypes>
 #include <cstdio>
@@ -153,16 +152,16 @@ void ShowReport(Session& session, const Options& options)
 }
 } // namespace
 
-void AddCrashCommands(CLI::App& tool, Session& session)
+void AddCrashCommands(const ToolCommand& tool, Session& session)
 {
-    CLI::App& crash = *tool.add_subcommand("crash", "Look into crash reports");
-    crash.require_subcommand(1);
+    const ToolCommand crash = tool.AddFamily("crash", "Look into crash reports");
     const auto options = std::make_shared<Options>();
-    CLI::App& show = *crash.add_subcommand("show", "Show what a report holds: its files, the signal, threads, stacks");
-    show.add_option("REPORT", options->m_file, "The archive, or the dump by itself")->required()->type_name("");
-    show.add_flag("--threads", options->m_allThreads, "The stacks of all threads, not only of the one that crashed");
-    show.add_flag("--modules", options->m_modules, "The programs and libraries: base, size, build identifier, path");
-    show.callback([&session, options] { Attempt(session, options->m_file, [&] { ShowReport(session, *options); }); });
+    const ToolCommand show =
+        crash.AddCommand("show", "Show what a report holds: its files, the signal, threads, stacks");
+    show.AddArgument("REPORT", options->m_file, "The archive, or the dump by itself").Required();
+    show.AddFlag("--threads", options->m_allThreads, "The stacks of all threads, not only of the one that crashed");
+    show.AddFlag("--modules", options->m_modules, "The programs and libraries: base, size, build identifier, path");
+    show.OnRun([&session, options] { Attempt(session, options->m_file, [&] { ShowReport(session, *options); }); });
 }
 
 } // namespace tev::tool

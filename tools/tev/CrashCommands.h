@@ -1,16 +1,12 @@
 #pragma once
 
-namespace CLI
-{
-class App;
-}
-
 namespace tev::tool
 {
 
 struct Session;
+class ToolCommand;
 
 /// Adds `tev crash ...`: looking into crash reports.
-void AddCrashCommands(CLI::App& tool, Session& session);
+void AddCrashCommands(const ToolCommand& tool, Session& session);
 
 } // namespace tev::tool

@@ -2,11 +2,10 @@
 
 #include "services/FileTypeRegistry.h"
 #include "services/FileWildcards.h"
+#include "tools/tev/CommandLine.h"
 #include "tools/tev/System.h"
 #include "tools/tev/Table.h"
 #include "tools/tev/Tool.h"
-
-#include <CLI/CLI.hpp>
 
 #include <iterator>
 #include <map>
@@ -135,22 +134,22 @@ void ShowTypes(Session& session, const Options& options)
     }
 }
 
-void AddTypes(CLI::App& tool, Session& session)
+void AddTypes(const ToolCommand& tool, Session& session)
 {
     const auto options = std::make_shared<Options>();
-    CLI::App& command = *tool.add_subcommand("types", "Show the file types that the library knows, or those of names");
-    command.add_option("NAME", options->m_names, "Names of files or URLs, which need not exist; all types if none")
-        ->type_name("");
-    command.add_option("--kind", options->m_kind, "Only these: image, 3d, audio, video, web or archive")
-        ->check(CLI::IsMember(kKinds).description(""))
-        ->type_name("KIND");
+    const ToolCommand command =
+        tool.AddCommand("types", "Show the file types that the library knows, or those of names");
+    command.AddArgument("NAME", options->m_names, "Names of files or URLs, which need not exist; all types if none");
+    command.AddOption("--kind", options->m_kind, "Only these: image, 3d, audio, video, web or archive")
+        .OneOf(kKinds)
+        .ValueName("KIND");
     command
-        .add_option("--format", options->m_format,
-                    "table for people, fields for programs;\na table on a terminal and else fields if not given")
-        ->check(CLI::IsMember({"table", "fields"}).description(""))
-        ->type_name("FORMAT");
-    command.footer("A loader or saver FERN is the library's own; - stands for none.");
-    command.callback([&session, options] { ShowTypes(session, *options); });
+        .AddOption("--format", options->m_format,
+                   "table for people, fields for programs;\na table on a terminal and else fields if not given")
+        .OneOf({"table", "fields"})
+        .ValueName("FORMAT");
+    command.Footer("A loader or saver FERN is the library's own; - stands for none.");
+    command.OnRun([&session, options] { ShowTypes(session, *options); });
 }
 
 void Match(Session& session, const std::string& list, const std::vector<std::string>& names)
@@ -170,7 +169,7 @@ void Match(Session& session, const std::string& list, const std::vector<std::str
         session.m_exitCode = kExitFailed;
 }
 
-void AddMatch(CLI::App& tool, Session& session)
+void AddMatch(const ToolCommand& tool, Session& session)
 {
     struct Arguments
     {
@@ -178,21 +177,20 @@ void AddMatch(CLI::App& tool, Session& session)
         std::vector<std::string> m_names;
     };
     const auto arguments = std::make_shared<Arguments>();
-    CLI::App& command = *tool.add_subcommand("match", "Print the names that a search list finds");
-    command.add_option("LIST", arguments->m_list, "Words and patterns, separated by blanks, commas or semicolons")
-        ->required()
-        ->type_name("");
-    command.add_option("NAME", arguments->m_names, "Names to look at")->required()->type_name("");
-    command.footer(
+    const ToolCommand command = tool.AddCommand("match", "Print the names that a search list finds");
+    command.AddArgument("LIST", arguments->m_list, "Words and patterns, separated by blanks, commas or semicolons")
+        .Required();
+    command.AddArgument("NAME", arguments->m_names, "Names to look at").Required();
+    command.Footer(
         "A word finds what holds it anywhere, where * stands for any characters. With a ?, which stands for one, it\n"
         "is a pattern for the whole name. In double quotes it is an extension, or a whole name where it holds a dot.\n"
         "Case does not count.\n"
         "The exit code is 1 when no name was found.");
-    command.callback([&session, arguments] { Match(session, arguments->m_list, arguments->m_names); });
+    command.OnRun([&session, arguments] { Match(session, arguments->m_list, arguments->m_names); });
 }
 } // namespace
 
-void AddFileTypeCommands(CLI::App& tool, Session& session)
+void AddFileTypeCommands(const ToolCommand& tool, Session& session)
 {
     AddTypes(tool, session);
     AddMatch(tool, session);

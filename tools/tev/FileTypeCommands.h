@@ -1,16 +1,12 @@
 #pragma once
 
-namespace CLI
-{
-class App;
-}
-
 namespace tev::tool
 {
 
 struct Session;
+class ToolCommand;
 
 /// Adds `tev types` and `tev match`: what the library knows of names of files.
-void AddFileTypeCommands(CLI::App& tool, Session& session);
+void AddFileTypeCommands(const ToolCommand& tool, Session& session);
 
 } // namespace tev::tool

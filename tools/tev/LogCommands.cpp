@@ -2,11 +2,10 @@
 
 #include "files/CXFile.h"
 #include "text/TextEncoding.h"
+#include "tools/tev/CommandLine.h"
 #include "tools/tev/Encodings.h"
 #include "tools/tev/TextSource.h"
 #include "tools/tev/Tool.h"
-
-#include <CLI/CLI.hpp>
 
 #include <chrono>
 #include <limits>
@@ -134,17 +133,16 @@ void Show(Session& session, const Options& options)
 }
 } // namespace
 
-void AddLogCommands(CLI::App& tool, Session& session)
+void AddLogCommands(const ToolCommand& tool, Session& session)
 {
-    CLI::App& log = *tool.add_subcommand("log", "Look into log files");
-    log.require_subcommand(1);
+    const ToolCommand log = tool.AddFamily("log", "Look into log files");
     const auto options = std::make_shared<Options>();
-    CLI::App& command = *log.add_subcommand("show", "Print a log as UTF-8");
-    command.add_option("FILE", options->m_file, "The log; - is standard input")->required()->type_name("");
-    command.add_flag("--follow", options->m_follow, "Go on with what is written to it, until interrupted");
-    command.add_option("--level", options->m_deepest, "Leave out lines that are indented by more tabs than this")
-        ->type_name("NUMBER");
-    command.callback([&session, options] { Attempt(session, options->m_file, [&] { Show(session, *options); }); });
+    const ToolCommand command = log.AddCommand("show", "Print a log as UTF-8");
+    command.AddArgument("FILE", options->m_file, "The log; - is standard input").Required();
+    command.AddFlag("--follow", options->m_follow, "Go on with what is written to it, until interrupted");
+    command.AddOption("--level", options->m_deepest, "Leave out lines that are indented by more tabs than this")
+        .ValueName("NUMBER");
+    command.OnRun([&session, options] { Attempt(session, options->m_file, [&] { Show(session, *options); }); });
 }
 
 } // namespace tev::tool

@@ -1,16 +1,12 @@
 #pragma once
 
-namespace CLI
-{
-class App;
-}
-
 namespace tev::tool
 {
 
 struct Session;
+class ToolCommand;
 
 /// Adds `tev log ...`: looking into log files.
-void AddLogCommands(CLI::App& tool, Session& session);
+void AddLogCommands(const ToolCommand& tool, Session& session);
 
 } // namespace tev::tool

@@ -4,14 +4,13 @@
 #include "files/CXMemFile.h"
 #include "settings/CRegUtil.h"
 #include "settings/RegistryText.h"
+#include "tools/tev/CommandLine.h"
 #include "tools/tev/Encodings.h"
 #include "tools/tev/RegistryValues.h"
 #include "tools/tev/System.h"
 #include "tools/tev/Table.h"
 #include "tools/tev/TextSource.h"
 #include "tools/tev/Tool.h"
-
-#include <CLI/CLI.hpp>
 
 #include <memory>
 #include <string>
@@ -35,7 +34,7 @@ struct Options
     std::string m_file = kStandardStream;
     std::string m_format;
     std::string m_encoding;
-    CLI::Option* m_nameOption = nullptr;
+    std::optional<ToolOption> m_nameOption;
     bool m_recursive = false;
     bool m_expand = false;
     bool m_json = false;
@@ -168,7 +167,7 @@ void RunDelete(Session&, const Options& options)
 {
     const KeyPath path(options.m_key);
     OpenKey key(path, CRegUtil::kReadWrite, false);
-    if (options.m_nameOption->count() != 0)
+    if (options.m_nameOption->IsGiven())
     {
         if (!key->DeleteValue(nullptr, Widen(options.m_name).c_str()))
             Fail(path, key->GetLastError(), NameText(options.m_name));
@@ -359,37 +358,36 @@ void RunImport(Session& session, const Options& options)
 class Family
 {
 public:
-    Family(CLI::App& registry, Session& session) : m_registry(registry), m_session(session) {}
+    Family(const ToolCommand& registry, Session& session) : m_registry(registry), m_session(session) {}
 
     struct Added
     {
-        CLI::App& m_command;
+        ToolCommand m_command;
         Options& m_options;
     };
 
     Added Add(const char* name, const char* help, Command run, bool hasKey = true)
     {
         const auto options = std::make_shared<Options>();
-        CLI::App& command = *m_registry.add_subcommand(name, help);
+        const ToolCommand command = m_registry.AddCommand(name, help);
         if (hasKey)
-            command.add_option("KEY", options->m_key, "The path of the key")->required()->type_name("");
-        command.callback([&session = m_session, options, run] {
+            command.AddArgument("KEY", options->m_key, "The path of the key").Required();
+        command.OnRun([&session = m_session, options, run] {
             Attempt(session, options->m_key, [&] { run(session, *options); });
         });
         return {command, *options};
     }
 
 private:
-    CLI::App& m_registry;
+    const ToolCommand& m_registry;
     Session& m_session;
 };
 } // namespace
 
-void AddRegistryCommands(CLI::App& tool, Session& session)
+void AddRegistryCommands(const ToolCommand& tool, Session& session)
 {
-    CLI::App& registry = *tool.add_subcommand("registry", "Look at and change settings in the registry");
-    registry.require_subcommand(1);
-    registry.footer(
+    const ToolCommand registry = tool.AddFamily("registry", "Look at and change settings in the registry");
+    registry.Footer(
         "A key is HKEY_CURRENT_USER\\Software\\Maker\\Program, also with / instead of \\. HKEY_CURRENT_USER may be "
         "left\n"
         "out; the other roots are HKEY_LOCAL_MACHINE, HKEY_USERS, HKEY_CLASSES_ROOT, HKEY_CURRENT_CONFIG and\n"
@@ -397,50 +395,46 @@ void AddRegistryCommands(CLI::App& tool, Session& session)
     Family family(registry, session);
 
     const Family::Added get = family.Add("get", "Print a value", RunGet);
-    get.m_command.add_option("NAME", get.m_options.m_name, "The name of the value; the default value if none")
-        ->type_name("");
-    get.m_command.add_flag("--expand", get.m_options.m_expand, "Replace %NAME% in values of the type expand");
-    get.m_command.add_flag("--json", get.m_options.m_json, "As JSON");
+    get.m_command.AddArgument("NAME", get.m_options.m_name, "The name of the value; the default value if none");
+    get.m_command.AddFlag("--expand", get.m_options.m_expand, "Replace %NAME% in values of the type expand");
+    get.m_command.AddFlag("--json", get.m_options.m_json, "As JSON");
 
     const Family::Added set = family.Add("set", "Set a value, in a new key where there is none", RunSet);
-    set.m_command.add_option("NAME", set.m_options.m_name, "The name of the value; \"\" for the default value")
-        ->required()
-        ->type_name("");
-    set.m_command.add_option("VALUE", set.m_options.m_values, "The value; several for the type multi")->type_name("");
+    set.m_command.AddArgument("NAME", set.m_options.m_name, "The name of the value; \"\" for the default value")
+        .Required();
+    set.m_command.AddArgument("VALUE", set.m_options.m_values, "The value; several for the type multi");
     set.m_command
-        .add_option("--type", set.m_options.m_type,
-                    "The type of the value: " + RegistryTypeNames() + ";\nstring if not given")
-        ->type_name("TYPE");
-    set.m_command.footer(
+        .AddOption("--type", set.m_options.m_type,
+                   "The type of the value: " + RegistryTypeNames() + ";\nstring if not given")
+        .ValueName("TYPE");
+    set.m_command.Footer(
         "A binary value is hexadecimal digits. Numbers are decimal, or hexadecimal with 0x; before a negative one "
         "stands --.");
 
     const Family::Added remove = family.Add("delete", "Delete a value, or a key with its values", RunDelete);
     remove.m_options.m_nameOption =
-        remove.m_command.add_option("NAME", remove.m_options.m_name, "The name of the value; the key if none")
-            ->type_name("");
-    remove.m_command.add_flag("--recursive", remove.m_options.m_recursive, "Also the keys below the key");
+        remove.m_command.AddArgument("NAME", remove.m_options.m_name, "The name of the value; the key if none");
+    remove.m_command.AddFlag("--recursive", remove.m_options.m_recursive, "Also the keys below the key");
 
     const Family::Added list = family.Add("list", "List the values of a key and the keys below it", RunList);
-    list.m_command.add_flag("--recursive", list.m_options.m_recursive, "Also what is in the keys below");
+    list.m_command.AddFlag("--recursive", list.m_options.m_recursive, "Also what is in the keys below");
     list.m_command
-        .add_option("--format", list.m_options.m_format,
-                    "table for people, fields for programs, json for an object a line;\n"
-                    "a table on a terminal and else fields if not given")
-        ->check(CLI::IsMember({"table", "fields", "json"}).description(""))
-        ->type_name("FORMAT");
+        .AddOption("--format", list.m_options.m_format,
+                   "table for people, fields for programs, json for an object a line;\n"
+                   "a table on a terminal and else fields if not given")
+        .OneOf({"table", "fields", "json"})
+        .ValueName("FORMAT");
 
     const Family::Added out = family.Add("export", "Write a key and all below it as .reg text", RunExport);
-    out.m_command.add_option("FILE", out.m_options.m_file, "The file, in UTF-16; standard output, in UTF-8, if none")
-        ->type_name("");
+    out.m_command.AddArgument("FILE", out.m_options.m_file, "The file, in UTF-16; standard output, in UTF-8, if none");
 
     const Family::Added in =
         family.Add("import", "Take over .reg texts, each as a whole or not at all", RunImport, false);
-    in.m_command.add_option("FILE", in.m_options.m_files, "The files; standard input if none")->type_name("");
+    in.m_command.AddArgument("FILE", in.m_options.m_files, "The files; standard input if none");
     in.m_command
-        .add_option("--from", in.m_options.m_encoding,
-                    "The encoding of files without a byte-order mark; utf-8 if not given")
-        ->type_name("ENCODING");
+        .AddOption("--from", in.m_options.m_encoding,
+                   "The encoding of files without a byte-order mark; utf-8 if not given")
+        .ValueName("ENCODING");
 }
 
 } // namespace tev::tool

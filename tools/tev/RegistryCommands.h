@@ -1,16 +1,12 @@
 #pragma once
 
-namespace CLI
-{
-class App;
-}
-
 namespace tev::tool
 {
 
 struct Session;
+class ToolCommand;
 
 /// Adds `tev registry`.
-void AddRegistryCommands(CLI::App& tool, Session& session);
+void AddRegistryCommands(const ToolCommand& tool, Session& session);
 
 } // namespace tev::tool

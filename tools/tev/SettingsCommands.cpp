@@ -4,12 +4,11 @@
 #include "services/Paths.h"
 #include "settings/CCustomData.h"
 #include "settings/PreferenceFile.h"
+#include "tools/tev/CommandLine.h"
 #include "tools/tev/SettingsValues.h"
 #include "tools/tev/System.h"
 #include "tools/tev/Table.h"
 #include "tools/tev/Tool.h"
-
-#include <CLI/CLI.hpp>
 
 #include <algorithm>
 #include <memory>
@@ -186,20 +185,20 @@ void RunCheck(Session& session, const Options& options)
 class Family
 {
 public:
-    Family(CLI::App& settings, Session& session) : m_settings(settings), m_session(session) {}
+    Family(const ToolCommand& settings, Session& session) : m_settings(settings), m_session(session) {}
 
     struct Added
     {
-        CLI::App& m_command;
+        ToolCommand m_command;
         Options& m_options;
     };
 
     Added Add(const char* name, const char* help, Command run)
     {
         const auto options = std::make_shared<Options>();
-        CLI::App& command = *m_settings.add_subcommand(name, help);
-        command.add_option("FILE", options->m_file, "The preference file")->required()->type_name("");
-        command.callback([&session = m_session, options, run] {
+        const ToolCommand command = m_settings.AddCommand(name, help);
+        command.AddArgument("FILE", options->m_file, "The preference file").Required();
+        command.OnRun([&session = m_session, options, run] {
             Attempt(session, options->m_file, [&] { run(session, *options); });
         });
         return {command, *options};
@@ -207,42 +206,35 @@ public:
 
     static void AddKeys(const Added& added)
     {
-        added.m_command.add_option("KEY1", added.m_options.m_keys.m_first, "The first key of the store")
-            ->required()
-            ->type_name("");
-        added.m_command.add_option("KEY2", added.m_options.m_keys.m_second, "The second key of the store")
-            ->required()
-            ->type_name("");
+        added.m_command.AddArgument("KEY1", added.m_options.m_keys.m_first, "The first key of the store").Required();
+        added.m_command.AddArgument("KEY2", added.m_options.m_keys.m_second, "The second key of the store").Required();
     }
 
-    static CLI::Option& AddIds(const Added& added)
+    static ToolOption AddIds(const Added& added)
     {
-        return *added.m_command.add_option("ID", added.m_options.m_ids, "The identifier of the value")
-                    ->required()
-                    ->type_name("");
+        return added.m_command.AddArgument("ID", added.m_options.m_ids, "The identifier of the value").Required();
     }
 
-    static void AddJson(const Added& added) { added.m_command.add_flag("--json", added.m_options.m_json, "As JSON"); }
+    static void AddJson(const Added& added) { added.m_command.AddFlag("--json", added.m_options.m_json, "As JSON"); }
 
 private:
-    CLI::App& m_settings;
+    const ToolCommand& m_settings;
     Session& m_session;
 };
 } // namespace
 
-void AddSettingsCommands(CLI::App& tool, Session& session)
+void AddSettingsCommands(const ToolCommand& tool, Session& session)
 {
-    CLI::App& settings = *tool.add_subcommand("settings", "Look at and change the stores of preference files");
-    settings.require_subcommand(1);
-    settings.footer("Keys and identifiers are numbers of 32 bits, also in hexadecimal (0x...).");
+    const ToolCommand settings = tool.AddFamily("settings", "Look at and change the stores of preference files");
+    settings.Footer("Keys and identifiers are numbers of 32 bits, also in hexadecimal (0x...).");
     Family family(settings, session);
 
     const Family::Added list = family.Add("list", "List the stores: keys, size in the file, number of values", RunList);
     list.m_command
-        .add_option("--format", list.m_options.m_format,
-                    "table for people, fields for programs;\na table on a terminal and else fields if not given")
-        ->check(CLI::IsMember({"table", "fields"}).description(""))
-        ->type_name("FORMAT");
+        .AddOption("--format", list.m_options.m_format,
+                   "table for people, fields for programs;\na table on a terminal and else fields if not given")
+        .OneOf({"table", "fields"})
+        .ValueName("FORMAT");
 
     const Family::Added show = family.Add(
         "show", "Show every value of a store: identifier, kind, size, value; stores within indented", RunShow);
@@ -256,32 +248,22 @@ void AddSettingsCommands(CLI::App& tool, Session& session)
 
     const Family::Added set = family.Add("set", "Set a value, in a new store or file where there is none", RunSet);
     Family::AddKeys(set);
-    set.m_command.add_option("ID", set.m_options.m_id, "The identifier of the value")->required()->type_name("");
-    set.m_command.add_option("KIND", set.m_options.m_kind, "The kind of the value: " + SettableKinds())
-        ->required()
-        ->type_name("");
-    set.m_command.add_option("VALUE", set.m_options.m_values, "The value; a list takes several")
-        ->required()
-        ->type_name("");
-    set.m_command.footer(
+    set.m_command.AddArgument("ID", set.m_options.m_id, "The identifier of the value").Required();
+    set.m_command.AddArgument("KIND", set.m_options.m_kind, "The kind of the value: " + SettableKinds()).Required();
+    set.m_command.AddArgument("VALUE", set.m_options.m_values, "The value; a list takes several").Required();
+    set.m_command.Footer(
         "A bool is true or false, a time the seconds since 1970 UTC, a binary value hexadecimal digits.\n"
         "Before a negative number stands --.");
 
     const Family::Added remove = family.Add("remove", "Remove values from a store, or the whole store", RunRemove);
     Family::AddKeys(remove);
-    Family::AddIds(remove).required(false)->description("The identifiers of the values; the store if none");
+    Family::AddIds(remove).Required(false).Description("The identifiers of the values; the store if none");
 
     const Family::Added copy = family.Add("copy", "Copy a store to other keys or another file", RunCopy);
     Family::AddKeys(copy);
-    copy.m_command.add_option("TOFILE", copy.m_options.m_targetFile, "The file that receives it")
-        ->required()
-        ->type_name("");
-    copy.m_command.add_option("TOKEY1", copy.m_options.m_targetKeys.m_first, "Its first key there")
-        ->required()
-        ->type_name("");
-    copy.m_command.add_option("TOKEY2", copy.m_options.m_targetKeys.m_second, "Its second key there")
-        ->required()
-        ->type_name("");
+    copy.m_command.AddArgument("TOFILE", copy.m_options.m_targetFile, "The file that receives it").Required();
+    copy.m_command.AddArgument("TOKEY1", copy.m_options.m_targetKeys.m_first, "Its first key there").Required();
+    copy.m_command.AddArgument("TOKEY2", copy.m_options.m_targetKeys.m_second, "Its second key there").Required();
 
     family.Add("check", "Check whether the file is sound; damaged parts are listed, and the exit code is 1", RunCheck);
 }

@@ -1,16 +1,12 @@
 #pragma once
 
-namespace CLI
-{
-class App;
-}
-
 namespace tev::tool
 {
 
 struct Session;
+class ToolCommand;
 
 /// Adds `tev settings ...`: the stores of preference files.
-void AddSettingsCommands(CLI::App& tool, Session& session);
+void AddSettingsCommands(const ToolCommand& tool, Session& session);
 
 } // namespace tev::tool

@@ -1,16 +1,12 @@
 #pragma once
 
-namespace CLI
-{
-class App;
-}
-
 namespace tev::tool
 {
 
 struct Session;
+class ToolCommand;
 
 /// Adds `tev text ...`: what text files are, what they hold, and converting them.
-void AddTextCommands(CLI::App& tool, Session& session);
+void AddTextCommands(const ToolCommand& tool, Session& session);
 
 } // namespace tev::tool

@@ -1,6 +1,7 @@
 #include "tools/tev/UnpackCommand.h"
 
 #include "services/Paths.h"
+#include "tools/tev/CommandLine.h"
 #include "tools/tev/Progress.h"
 #include "tools/tev/System.h"
 #include "tools/tev/Table.h"
@@ -8,8 +9,6 @@
 #include "values/CXTime.h"
 #include "zip/CMiniZip.h"
 #include "zip/CZip.h"
-
-#include <CLI/CLI.hpp>
 
 #include <array>
 #include <filesystem>
@@ -211,27 +210,23 @@ void Run(Session& session, const Options& options)
 }
 } // namespace
 
-void AddUnpackCommand(CLI::App& tool, Session& session)
+void AddUnpackCommand(const ToolCommand& tool, Session& session)
 {
     const auto options = std::make_shared<Options>();
-    CLI::App& command = *tool.add_subcommand("unpack", "Unpack a ZIP archive, a gzip or a Zstandard file");
-    command.add_option("FILE", options->m_file, "The compressed file; its first bytes tell its kind")
-        ->required()
-        ->type_name("");
-    command
-        .add_option("DEST", options->m_destination,
-                    "The folder to unpack to, which is created where it is missing; for a file that is no archive\n"
-                    "the file to write, or a folder. The current folder if not given")
-        ->type_name("");
-    command.add_flag("--list", options->m_list, "List what is in FILE, and write nothing");
-    command.add_option("--password", options->m_password, "Password of encrypted entries")->type_name("TEXT");
-    command.add_flag("--keep", options->m_keep,
-                     "Keep the files that are complete when unpacking fails or is interrupted;\nelse they are removed");
-    command.footer("Prints the files that it wrote. Files that stand in their place are replaced. Nothing is written\n"
+    const ToolCommand command = tool.AddCommand("unpack", "Unpack a ZIP archive, a gzip or a Zstandard file");
+    command.AddArgument("FILE", options->m_file, "The compressed file; its first bytes tell its kind").Required();
+    command.AddArgument("DEST", options->m_destination,
+                        "The folder to unpack to, which is created where it is missing; for a file that is no archive\n"
+                        "the file to write, or a folder. The current folder if not given");
+    command.AddFlag("--list", options->m_list, "List what is in FILE, and write nothing");
+    command.AddOption("--password", options->m_password, "Password of encrypted entries").ValueName("TEXT");
+    command.AddFlag("--keep", options->m_keep,
+                    "Keep the files that are complete when unpacking fails or is interrupted;\nelse they are removed");
+    command.Footer("Prints the files that it wrote. Files that stand in their place are replaced. Nothing is written\n"
                    "outside DEST: entries with unsafe names, links and damaged entries are skipped and reported, and\n"
                    "the exit code is then 1. A damaged gzip file gives what can be read of it.\n"
                    "--list prints the size, the compressed size, the time of the last change and the name, separated\n"
                    "by tabs where the output is no terminal.");
-    command.callback([&session, options] { Run(session, *options); });
+    command.OnRun([&session, options] { Run(session, *options); });
 }
 } // namespace tev::tool

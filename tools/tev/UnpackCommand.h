@@ -1,14 +1,10 @@
 #pragma once
 
-namespace CLI
-{
-class App;
-}
-
 namespace tev::tool
 {
 struct Session;
+class ToolCommand;
 
 /// tev unpack
-void AddUnpackCommand(CLI::App& tool, Session& session);
+void AddUnpackCommand(const ToolCommand& tool, Session& session);
 } // namespace tev::tool

@@ -2,10 +2,9 @@
 
 #include "services/CWatchFolder.h"
 #include "services/Paths.h"
+#include "tools/tev/CommandLine.h"
 #include "tools/tev/System.h"
 #include "tools/tev/Tool.h"
-
-#include <CLI/CLI.hpp>
 
 #include <chrono>
 #include <map>
@@ -24,6 +23,14 @@ const std::map<std::string, unsigned> kFilters = {
     {"write", CWatchFolder::kLastWrite},       {"access", CWatchFolder::kLastAccess},
     {"creation", CWatchFolder::kCreation},     {"security", CWatchFolder::kSecurity},
 };
+
+std::string FilterNames()
+{
+    std::string names;
+    for (const auto& filter : kFilters)
+        names += (names.empty() ? "" : ", ") + filter.first;
+    return names;
+}
 
 struct Options
 {
@@ -90,28 +97,27 @@ void Watch(Session& session, const Options& options)
 }
 } // namespace
 
-void AddWatchCommand(CLI::App& tool, Session& session)
+void AddWatchCommand(const ToolCommand& tool, Session& session)
 {
     const auto options = std::make_shared<Options>();
-    CLI::App& command = *tool.add_subcommand("watch", "Print what changes in folders, until interrupted");
-    command.footer("Each line is `added`, `removed`, `modified`, `renamed` (for the old name and for the new one) or\n"
+    const ToolCommand command = tool.AddCommand("watch", "Print what changes in folders, until interrupted");
+    command.Footer("Each line is `added`, `removed`, `modified`, `renamed` (for the old name and for the new one) or\n"
                    "`folder` (more changed in it than is told), a tab, and the path.\n\n"
                    "WHAT names files and folders, which come, go or are renamed, and what changes of files: their\n"
                    "attributes, size, time of the last write, of access or of creation, or permissions (security).");
-    command.add_option("DIR", options->m_folders, "The folders")->required()->type_name("");
-    command.add_flag("--tree", options->m_tree, "With all folders beneath them");
-    command.add_option("--filter", options->m_filters, "What to tell of")
-        ->delimiter(',')
-        ->allow_extra_args(false)
-        ->check(CLI::IsMember(kFilters))
-        ->type_name("WHAT,...")
-        ->capture_default_str();
-    command.add_option("--interval", options->m_interval, "Time between two looks, in milliseconds")
-        ->check(CLI::Range(1, 60000))
-        ->type_name("MS")
-        ->capture_default_str();
-    command.add_flag("-0,--null", options->m_null, "End each line with a NUL, for names that hold line ends");
-    command.callback(
+    command.AddArgument("DIR", options->m_folders, "The folders").Required();
+    command.AddFlag("--tree", options->m_tree, "With all folders beneath them");
+    command.AddOption("--filter", options->m_filters, "What to report: " + FilterNames())
+        .CommaSeparated()
+        .OneOf(kFilters)
+        .ValueName("WHAT,...")
+        .ShowDefault();
+    command.AddOption("--interval", options->m_interval, "Time between two looks, 1 to 60000 milliseconds")
+        .InRange(1, 60000)
+        .ValueName("MS")
+        .ShowDefault();
+    command.AddFlag("-0,--null", options->m_null, "End each line with a NUL, for names that hold line ends");
+    command.OnRun(
         [&session, options] { Attempt(session, options->m_folders.front(), [&] { Watch(session, *options); }); });
 }
 

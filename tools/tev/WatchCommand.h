@@ -1,16 +1,12 @@
 #pragma once
 
-namespace CLI
-{
-class App;
-}
-
 namespace tev::tool
 {
 
 struct Session;
+class ToolCommand;
 
 /// Adds `tev watch`: telling what changes in folders.
-void AddWatchCommand(CLI::App& tool, Session& session);
+void AddWatchCommand(const ToolCommand& tool, Session& session);
 
 } // namespace tev::tool

@@ -1,13 +1,12 @@
 #include "tools/tev/ZipCommands.h"
 
 #include "services/Paths.h"
+#include "tools/tev/CommandLine.h"
 #include "tools/tev/System.h"
 #include "tools/tev/Table.h"
 #include "tools/tev/Tool.h"
 #include "tools/tev/ZipWork.h"
 #include "values/CXTime.h"
-
-#include <CLI/CLI.hpp>
 
 #include <map>
 #include <memory>
@@ -187,58 +186,55 @@ void RunRename(Session&, const Options& options)
 class Family
 {
 public:
-    Family(CLI::App& zip, Session& session) : m_zip(zip), m_session(session) {}
+    Family(const ToolCommand& zip, Session& session) : m_zip(zip), m_session(session) {}
 
     struct Added
     {
-        CLI::App& m_command;
+        ToolCommand m_command;
         Options& m_options;
     };
 
     Added Add(const char* name, const char* help, Command run)
     {
         const auto options = std::make_shared<Options>();
-        CLI::App& command = *m_zip.add_subcommand(name, help);
-        command.add_option("ARCHIVE", options->m_archive, "The archive; of a split one the .zip")
-            ->required()
-            ->type_name("");
-        command.callback([&session = m_session, options, run] {
+        const ToolCommand command = m_zip.AddCommand(name, help);
+        command.AddArgument("ARCHIVE", options->m_archive, "The archive; of a split one the .zip").Required();
+        command.OnRun([&session = m_session, options, run] {
             Attempt(session, options->m_archive, [&] { run(session, *options); });
         });
         return {command, *options};
     }
 
-    static CLI::Option& AddNames(const Added& added, const char* name, const char* help)
+    static ToolOption AddNames(const Added& added, const char* name, const char* help)
     {
-        return *added.m_command.add_option(name, added.m_options.m_names, help)->type_name("");
+        return added.m_command.AddArgument(name, added.m_options.m_names, help);
     }
 
     static void AddPassword(const Added& added)
     {
-        added.m_command.add_option("--password", added.m_options.m_password, "The password of encrypted entries")
-            ->type_name("PASSWORD");
+        added.m_command.AddOption("--password", added.m_options.m_password, "The password of encrypted entries")
+            .ValueName("PASSWORD");
     }
 
 private:
-    CLI::App& m_zip;
+    const ToolCommand& m_zip;
     Session& m_session;
 };
 } // namespace
 
-void AddZipCommands(CLI::App& tool, Session& session)
+void AddZipCommands(const ToolCommand& tool, Session& session)
 {
     constexpr const char* kNamesHelp = "The entries, in which * and ? stand for any characters; all if none";
-    CLI::App& zip = *tool.add_subcommand("zip", "Look into ZIP archives, extract from them and change them");
-    zip.require_subcommand(1);
+    const ToolCommand zip = tool.AddFamily("zip", "Look into ZIP archives, extract from them and change them");
     Family family(zip, session);
 
     const Family::Added list = family.Add("list", "List entries: sizes, time, method, encryption, name", RunList);
     Family::AddNames(list, "NAME", kNamesHelp);
     list.m_command
-        .add_option("--format", list.m_options.m_format,
-                    "table for people, fields for programs;\na table on a terminal and else fields if not given")
-        ->check(CLI::IsMember({"table", "fields"}).description(""))
-        ->type_name("FORMAT");
+        .AddOption("--format", list.m_options.m_format,
+                   "table for people, fields for programs;\na table on a terminal and else fields if not given")
+        .OneOf({"table", "fields"})
+        .ValueName("FORMAT");
 
     const Family::Added test =
         family.Add("test", "Read entries and check them; the exit code is 1 where one is damaged", RunTest);
@@ -248,29 +244,28 @@ void AddZipCommands(CLI::App& tool, Session& session)
     const Family::Added extract = family.Add("extract", "Extract entries beneath a folder, never outside", RunExtract);
     Family::AddNames(extract, "NAME", kNamesHelp);
     Family::AddPassword(extract);
-    extract.m_command.add_option("--to", extract.m_options.m_folder, "The folder; this one if not given")
-        ->type_name("FOLDER");
-    extract.m_command.add_flag("--flat", extract.m_options.m_flat, "Without the folders of their names");
+    extract.m_command.AddOption("--to", extract.m_options.m_folder, "The folder; this one if not given")
+        .ValueName("FOLDER");
+    extract.m_command.AddFlag("--flat", extract.m_options.m_flat, "Without the folders of their names");
 
     const Family::Added add =
         family.Add("add", "Add files, and folders with all that is in them, to an archive or a new one", RunAdd);
-    Family::AddNames(add, "FILE", "What is added").required();
+    Family::AddNames(add, "FILE", "What is added").Required();
     Family::AddPassword(add);
-    add.m_command
-        .add_option("--encryption", add.m_options.m_encryption, "How a password encrypts; aes256 if not given")
-        ->check(CLI::IsMember(kEncryptions).description(""))
-        ->type_name("aes128|aes192|aes256|traditional");
-    add.m_command.add_option("--level", add.m_options.m_level, "0 stores, 1 is the fastest, 9 the smallest")
-        ->check(CLI::Range(static_cast<int>(zipLevelStore), static_cast<int>(zipLevelBest)).description(""))
-        ->type_name("LEVEL");
-    add.m_command.add_flag("--full-path", add.m_options.m_fullPath, "Under the whole path and not only the last name");
+    add.m_command.AddOption("--encryption", add.m_options.m_encryption, "How a password encrypts; aes256 if not given")
+        .OneOf(kEncryptions)
+        .ValueName("aes128|aes192|aes256|traditional");
+    add.m_command.AddOption("--level", add.m_options.m_level, "0 stores, 1 is the fastest, 9 the smallest")
+        .InRange(static_cast<int>(zipLevelStore), static_cast<int>(zipLevelBest))
+        .ValueName("LEVEL");
+    add.m_command.AddFlag("--full-path", add.m_options.m_fullPath, "Under the whole path and not only the last name");
 
     const Family::Added remove = family.Add("delete", "Delete entries", RunDelete);
-    Family::AddNames(remove, "NAME", "The entries, in which * and ? stand for any characters").required();
+    Family::AddNames(remove, "NAME", "The entries, in which * and ? stand for any characters").Required();
 
     const Family::Added rename = family.Add("rename", "Give an entry another name", RunRename);
-    rename.m_command.add_option("OLD", rename.m_options.m_oldName, "Its name")->required()->type_name("");
-    rename.m_command.add_option("NEW", rename.m_options.m_newName, "Its new name")->required()->type_name("");
+    rename.m_command.AddArgument("OLD", rename.m_options.m_oldName, "Its name").Required();
+    rename.m_command.AddArgument("NEW", rename.m_options.m_newName, "Its new name").Required();
 }
 
 } // namespace tev::tool

@@ -1,16 +1,12 @@
 #pragma once
 
-namespace CLI
-{
-class App;
-}
-
 namespace tev::tool
 {
 
 struct Session;
+class ToolCommand;
 
 /// Adds `tev zip`.
-void AddZipCommands(CLI::App& tool, Session& session);
+void AddZipCommands(const ToolCommand& tool, Session& session);
 
 } // namespace tev::tool
