@@ -1,4 +1,4 @@
-// gzip files made of anything, unpacked: whatever begins like one gives a file within the limits.
+// Arbitrary gzip input, unpacked: every input that begins like one gives a file within the limits.
 
 #include "fuzz/ExtractionFolder.h"
 

@@ -1,4 +1,4 @@
-// Zstandard files made of anything, unpacked: only whole ones give a file.
+// Arbitrary Zstandard input, unpacked: only complete files give a file.
 
 #include "fuzz/ExtractionFolder.h"
 

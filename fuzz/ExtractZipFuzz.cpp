@@ -1,4 +1,4 @@
-// ZIP archives made of anything, extracted: nothing outside the folder, nothing that is not listed, nothing left over.
+// Arbitrary ZIP input, extracted: nothing outside the folder, nothing that is not listed, nothing left behind.
 
 #include "fuzz/ExtractionFolder.h"
 

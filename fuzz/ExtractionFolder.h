@@ -45,7 +45,7 @@ public:
     }
     CXTString<wchar_t> Wide(const char* name) const { return (m_path / name).wstring().c_str(); }
 
-    /// What an extraction to "out", or into it, has written must be there, and be in the list; then it must be gone.
+    /// Checks that the files below "out" are those in the list, and that cleaning deletes them.
     void CheckAndClean(CMiniZip& zip, bool isDone) const
     {
         namespace fs = std::filesystem;

@@ -1,4 +1,4 @@
-// Split archives made of anything. The first bytes say how the rest is cut into volumes: a number of volumes, and two bytes
+// Arbitrary split archives. The first bytes determine how the rest is cut into volumes: a number of volumes, and two bytes
 // for the size of each but the last.
 
 #include "tests/support/ZipMemory.h"

@@ -32,7 +32,7 @@ using Text = CXTString<wchar_t>;
 
 constexpr wchar_t kTemporaryPrefix[] = L"MiniZip";
 
-/// Does the work, whose answer is that of `thrown` when it throws.
+/// Returns what `work` returns, or, when it throws, what `thrown` returns.
 template <class WORK, class THROWN>
 bool Try(WORK&& work, THROWN&& thrown)
 {
@@ -76,7 +76,7 @@ std::size_t ReadMagic(const Text& path, Magic& magic)
 {
     std::size_t count = 0;
     const auto read = [&] {
-        if (!fileIsFile(path)) // a pipe would wait
+        if (!fileIsFile(path)) // opening a pipe would wait
             return false;
         tev::platform::FileSystem& files = tev::platform::CurrentFileSystem();
         const tev::platform::FileHandle file = files.Open(path, {});
@@ -88,14 +88,14 @@ std::size_t ReadMagic(const Text& path, Magic& magic)
     return Try(read, [](Failure) { return false; }) ? count : 0;
 }
 
-/// Where a path leads, in two parts.
+/// The file that a path leads to: its folder and its name there.
 struct Target
 {
     std::unique_ptr<ContainedFolder> m_folder;
     std::string m_name;
 };
 
-/// No folder when there is none. A link as last component is followed, as by everyone who opens a file to write.
+/// Without a folder when there is none. A link as last component is followed, as when a file is opened for writing.
 Target FindTarget(const Text& destFile)
 {
     std::wstring path;
@@ -119,7 +119,7 @@ bool CMiniZip::ExtractZip(const CXTString<wchar_t>& zipPath, const CXTString<wch
 {
     // The paths may come from the list that is about to be emptied.
     const auto extract = [this, zipPath, destFolder, keepFiles] {
-        StartAnew();
+        StartOver();
         if (!fileExists(zipPath))
             return Fail(Failure::kNotFound);
         m_keepFiles = keepFiles;
@@ -149,7 +149,7 @@ bool CMiniZip::ExtractEntries(const CXTString<wchar_t>& zipPath)
         m_files->Start(*temporary);
     }
     CXTString<char> password;
-    static_cast<void>(XEncodeText(m_password, m_password.GetLength64(), xEncodingUtf8, password)); // which always can
+    static_cast<void>(XEncodeText(m_password, m_password.GetLength64(), xEncodingUtf8, password)); // which cannot fail
     const std::unique_ptr<PlainZipReader> reader =
         PlainZipReader::Open(zipPath, std::string(password.GetConstBuffer(), password.GetLength64()));
     if (reader == nullptr)
@@ -187,7 +187,7 @@ int CMiniZip::OnExtractFile(char const* utf8Path, void* self)
 bool CMiniZip::ExtractGZip(const CXTString<wchar_t>& source, const CXTString<wchar_t>& destFile, bool keepFiles)
 {
     const auto extract = [this, source, destFile, keepFiles] {
-        StartAnew();
+        StartOver();
         if (!IsGZipFile(source))
             return Fail(fileExists(source) ? Failure::kNoArchive : Failure::kNotFound);
         m_keepFiles = keepFiles;
@@ -199,7 +199,7 @@ bool CMiniZip::ExtractGZip(const CXTString<wchar_t>& source, const CXTString<wch
 bool CMiniZip::ExtractZStd(const CXTString<wchar_t>& source, const CXTString<wchar_t>& destFile, bool keepFiles)
 {
     const auto extract = [this, source, destFile, keepFiles] {
-        StartAnew();
+        StartOver();
         if (!IsZStdFile(source))
             return Fail(fileExists(source) ? Failure::kNoArchive : Failure::kNotFound);
         if (!ExtractStream(Stream::kZStd, source, destFile))
@@ -246,7 +246,7 @@ bool CMiniZip::ExtractStream(Stream stream, const CXTString<wchar_t>& source, co
         isGZip ? tev::platform::UnpackGzip(source, write) : tev::platform::UnpackZstd(source, write);
     if (result == UnpackResult::Stopped)
         return false;
-    // A gzip stream counts as it is: what comes before its damage may be all that is left of a file.
+    // What a gzip stream holds before its damage may be all that is left of a file.
     const bool isUnread = result == UnpackResult::SourceFailed && (written == 0 || !isGZip);
     if (isUnread || (result == UnpackResult::Damaged && !isGZip))
         return Fail(isUnread ? Failure::kNoArchive : Failure::kDamaged);
@@ -319,7 +319,7 @@ bool CMiniZip::ReportProgress(unsigned __int64 processed, unsigned __int64 total
     {
         exception->Delete();
     }
-    catch (...) // NOLINT(bugprone-empty-catch): nothing may leave the threads that work here
+    catch (...) // NOLINT(bugprone-empty-catch): no exception may leave a worker thread
     {
     }
     return false;
@@ -331,8 +331,8 @@ bool CMiniZip::Fail(CXExtractionFailure failure) noexcept
     return false;
 }
 
-/// Files that were kept are on their own from now on.
-void CMiniZip::StartAnew()
+/// Forgets files that were kept.
+void CMiniZip::StartOver()
 {
     if (!m_extractedFiles.IsEmpty() || !m_files->Files().empty())
         Clean();

@@ -13,11 +13,11 @@ class ExtractedFiles;
 }
 
 /// Unpacks a compressed file so that its contents can be read, and removes them again: a whole ZIP archive, a gzip or a
-/// Zstandard file. For a look into an archive, single entries, or changes, take CZip. One thread at a time.
+/// Zstandard file. To list an archive, extract single entries or change it, use CZip. One thread at a time.
 ///
-/// Each extraction first cleans up after the one before. Failures answer false; nothing is thrown, whatever is in the file.
-/// Nothing is ever written outside the destination: entries whose names lead elsewhere, symbolic links, entries that cannot
-/// stand beside an earlier one on a system that does not tell case apart, and damaged entries are skipped, and the others
+/// Each extraction first cleans up after the one before. Failures return false; nothing is thrown, whatever the input.
+/// Nothing is ever written outside the destination: entries whose names lead elsewhere, symbolic links, entries whose
+/// names differ from an earlier one only in case, and damaged entries are skipped, and the others
 /// extracted (GetSkippedEntries). Memory does not depend on the size of the files, only on the number of entries.
 class TEVTOOLS_API CMiniZip
 {
@@ -30,16 +30,16 @@ public:
     /// Cleans up.
     virtual ~CMiniZip();
 
-    /// Extracts every entry below the folder, which is created where it is missing, with the times of the entries. Files
-    /// that stand there are replaced. Without a folder: into a new temporary one whose name begins with "MiniZip"; with
+    /// Extracts every entry below the folder, which is created where it is missing, with the times of the entries. Existing
+    /// files are replaced. Without a folder: into a new temporary one whose name begins with "MiniZip"; with
     /// `keepFiles` into the current one. Works on several threads (OMPSetMaxThreadCount) and reads split archives.
     /// True when at least one file was extracted, and neither the disk failed nor the work was cancelled.
     bool ExtractZip(const CXTString<wchar_t>& zipPath, const CXTString<wchar_t>& destFolder, bool keepFiles);
-    /// Unpacks a gzip file of any number of members to a file. What is damaged or cut off answers true as well: the file
-    /// then holds what could be unpacked. What stands behind the last member is left out.
+    /// Unpacks a gzip file of any number of members to a file. A damaged or truncated file returns true as well: the
+    /// destination then holds what could be unpacked. Trailing bytes behind the last member are ignored.
     bool ExtractGZip(const CXTString<wchar_t>& source, const CXTString<wchar_t>& destFile, bool keepFiles);
-    /// Unpacks a file of Zstandard frames to a file. What is damaged or cut off, or asks for a window above 128 MiB,
-    /// answers false, and the destination is as it was before.
+    /// Unpacks a file of Zstandard frames to a file. One that is damaged, truncated or needs a window above 128 MiB
+    /// returns false and leaves the destination unchanged.
     bool ExtractZStd(const CXTString<wchar_t>& source, const CXTString<wchar_t>& destFile, bool keepFiles);
     /// Unpacks a file of either kind; false for any other.
     bool ExtractZFile(const CXTString<wchar_t>& source, const CXTString<wchar_t>& destFile, bool keepFiles);
@@ -47,7 +47,7 @@ public:
     // By the first bytes of the file; its name does not count. A file that cannot be read is of no kind.
 
     static bool IsGZipFile(const CXTString<wchar_t>& path);
-    /// Also when the magic number stands in the other byte order.
+    /// Also when the magic number is in the other byte order.
     static bool IsZStdFile(const CXTString<wchar_t>& path);
     static bool IsZFile(const CXTString<wchar_t>& path);
 
@@ -55,15 +55,15 @@ public:
     const StringArray& GetExtractedFiles() const noexcept { return m_extractedFiles; }
     /// The entries that the last extraction of an archive left out, in its order.
     const std::vector<CXSkippedEntry>& GetSkippedEntries() const noexcept { return m_skippedEntries; }
-    /// Why the last extraction answered false; kCancelled when OnProgress ended it, or a request to the thread to end
+    /// Why the last extraction returned false; kCancelled when OnProgress ended it, or a request to the thread to end
     /// its work (SetCancelThread).
     CXExtractionFailure GetFailure() const noexcept { return m_failure; }
 
     /// Deletes what the last extraction wrote: the temporary folder with all that is in it, or else the files in the list.
-    /// Only the very files that were written go, no folders, and nothing behind a link that was put in the way since.
+    /// Only the files that were written are deleted: no folders, no file that replaced one since, nothing behind a link.
     /// Does nothing, and keeps the list, when the files are to be kept. Always true.
     bool Clean();
-    /// Keeps what the last extraction wrote after all, its temporary folder, too.
+    /// Keeps the files of the last extraction after all, also those in a temporary folder.
     void KeepFiles() noexcept;
 
     /// For encrypted entries of the archives that follow; empty for none.
@@ -73,9 +73,9 @@ public:
     const CXExtractionLimits& GetLimits() const noexcept { return m_limits; }
 
 protected:
-    /// Called again and again on the thread that extracts. For an archive the numbers are the bytes of the unpacked files,
-    /// else those of the compressed file; a total of 0 stands for one that is not known yet. False ends the extraction,
-    /// which then answers false; what was complete by then is in the list. What it throws counts as false.
+    /// Called repeatedly on the thread that extracts. For an archive the numbers count bytes of the unpacked files, else
+    /// bytes of the compressed file; a total of 0 means not known yet. False ends the extraction,
+    /// which then returns false; files complete by then are in the list. An exception counts as false.
     virtual bool OnProgress(unsigned __int64 processed, unsigned __int64 total);
 
 private:
@@ -86,20 +86,19 @@ private:
     };
 
     static int OnExtractFile(char const* utf8Path, void* self);
-    void StartAnew();
+    void StartOver();
     /// False, always.
     bool Fail(CXExtractionFailure failure) noexcept;
     bool ExtractEntries(const CXTString<wchar_t>& zipPath);
     bool ExtractStream(Stream stream, const CXTString<wchar_t>& source, const CXTString<wchar_t>& destFile);
     bool ReportProgress(unsigned __int64 processed, unsigned __int64 total);
-    void RemoveTemporaryFolder();
 
     bool m_keepFiles = false;
     bool m_temporaryFolderCreated = false;
     CXTString<wchar_t> m_destFolder;
     StringArray m_extractedFiles;
 
-    std::unique_ptr<tev::ExtractedFiles> m_files; ///< which files the list's paths meant
+    std::unique_ptr<tev::ExtractedFiles> m_files; ///< the identities of the files in the list
     std::vector<CXSkippedEntry> m_skippedEntries;
     CXTString<wchar_t> m_password;
     CXExtractionLimits m_limits;

@@ -5,13 +5,13 @@
 
 // What extractions of compressed archives share. Values: one thread at a time.
 
-/// What one extraction may write. An archive that was made to fill the disk declares, or turns out, to be larger.
+/// What one extraction may write at most, as a protection from archives that were made to fill the disk.
 struct CXExtractionLimits
 {
-    /// Bytes of all files together; 1 TiB unless something else is set.
+    /// Bytes of all files together; 1 TiB by default.
     unsigned __int64 m_totalBytes = 1ull << 40;
-    /// Bytes for each compressed byte, of an entry or of a file that is no archive. No honest ZIP or gzip file comes near
-    /// what stands here.
+    /// Bytes for each compressed byte, of an entry or of a file that is no archive. Ordinary files stay far below the
+    /// default.
     unsigned __int64 m_ratio = 100'000;
 
     bool Allows(unsigned __int64 size, unsigned __int64 compressedSize) const noexcept
@@ -23,14 +23,14 @@ struct CXExtractionLimits
     }
 };
 
-/// Why an extraction answered false.
+/// Why an extraction returned false.
 enum class CXExtractionFailure : unsigned char
 {
     kNone,
     kNotFound,    ///< there is no such file
-    kNoArchive,   ///< the file is not of the kind that was asked for, or cannot be read
-    kDamaged,     ///< or cut off
-    kNothingInIt, ///< no file came out of the archive; the skipped entries tell more
+    kNoArchive,   ///< the file is not of the expected kind, or cannot be read
+    kDamaged,     ///< or truncated
+    kNothingInIt, ///< no file was extracted; see the skipped entries
     kTooLarge,    ///< for the limits
     kNotWritable, ///< the destination cannot be written to, or the disk is full
     kNoMemory,
@@ -40,18 +40,18 @@ enum class CXExtractionFailure : unsigned char
 /// Why an entry of an archive was left out.
 enum class CXSkipReason : unsigned char
 {
-    kDamaged,       ///< its data or its header; also a wrong password that nothing but the data gives away
+    kDamaged,       ///< its data or its header; also a wrong password that only the data reveals
     kUnsafeName,    ///< absolute, leading upwards, a device, ...
-    kNameClash,     ///< an earlier entry has that name, perhaps in other cases, or has it as a folder
+    kNameClash,     ///< an earlier entry has that name, perhaps in other case, or is a folder of that name
     kSpecialFile,   ///< a symbolic link, a device, ...
     kWrongPassword, ///< or none
     kUnsupported,   ///< a method of compression or encryption
     kTooLarge,      ///< for the limits
-    kNotWritable    ///< what stands in the destination cannot be replaced, or lies behind a symbolic link
+    kNotWritable    ///< the existing file or folder cannot be replaced, or the path leads through a symbolic link
 };
 
 struct CXSkippedEntry
 {
-    CXTString<wchar_t> m_name; ///< as the archive has it; empty where its header is damaged
+    CXTString<wchar_t> m_name; ///< as in the archive; empty where its header is damaged
     CXSkipReason m_reason = CXSkipReason::kDamaged;
 };

@@ -65,7 +65,7 @@ bool IsSafeComponent(std::string_view component)
     return component.size() <= kMostComponentBytes && !LeadsUpwards(component) && !IsDevice(component);
 }
 
-/// What reads as itself needs no replacing.
+/// Valid text decodes and encodes to itself.
 bool IsUtf8(std::string_view text)
 {
     const Utf8Reader reader(text.data(), text.size());
@@ -84,7 +84,7 @@ bool IsSafeText(std::string_view name)
     return !isAbsolute && !hasDrive && name.size() <= kMostBytes && name.find_first_of(kForbidden) == name.npos &&
            IsUtf8(name);
 }
-/// Of what a name is where case does not count, nor dots and spaces at the end of a component, which some systems drop.
+/// Hash of a name without regard to case, and to dots and spaces at the end of a component, which some systems drop.
 class NameHash
 {
 public:

@@ -8,25 +8,25 @@
 
 namespace tev
 {
-/// Where an archive's entry goes beneath its destination.
+/// The path of an archive's entry beneath the destination.
 struct EntryName
 {
     std::string m_path; ///< UTF-8, components separated by single '/', fit for platform/ContainedFolder.h
     bool m_isFolder = false;
 };
 
-/// The place of the entry that an archive calls so, in UTF-8; nothing when the entry must be skipped. "." components and
+/// The path of an entry with that name, in UTF-8; empty when the entry must be skipped. "." components and
 /// doubled separators are left out. Skipped on every system, so that an archive gives the same files everywhere: names
 /// that are absolute, begin with a drive, lead upwards, hold a backslash or a NUL, are no UTF-8, name a device in any
 /// component, have a component above 255 bytes or more than 256 of them, or are longer than 4,095 bytes. Safe from several threads at once.
 [[nodiscard]] std::optional<EntryName> SafeEntryName(std::string_view name);
 
-/// The names that an archive's entries have taken, so that no two entries get one file, on systems that tell case apart and
-/// on those that do not. One thread at a time.
+/// The names that an archive's entries have taken, so that no two entries get the same file, also on systems that ignore
+/// case. One thread at a time.
 class EntryNames
 {
 public:
-    /// Takes a safe name. False when an earlier one, but for case, is the same, or would have to be a file and a folder.
+    /// Takes a safe name. False when it differs from an earlier one at most in case, or would be both a file and a folder.
     /// A folder may come several times.
     [[nodiscard]] bool Claim(std::string_view path, bool isFolder);
 

@@ -22,7 +22,7 @@ void ExtractedFiles::Forget() noexcept
     m_files.clear();
 }
 
-// What cannot be removed stays.
+// Files that cannot be removed are left.
 
 void ExtractedFiles::RemoveFiles() noexcept
 {

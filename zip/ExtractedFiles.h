@@ -8,7 +8,7 @@
 namespace tev
 {
 /// Which files an extraction wrote beneath one folder, so that they, and nothing else, can be removed again: neither a file
-/// that has taken the name of one since, nor anything behind a link that was put in the way. One thread at a time.
+/// that has replaced one since, nor anything behind a link that was created since. One thread at a time.
 class ExtractedFiles
 {
 public:
@@ -18,18 +18,18 @@ public:
         platform::FileIdentity m_identity;
     };
 
-    /// Forgets all, and begins with another folder.
+    /// Forgets all files and starts with another folder.
     void Start(const platform::ContainedFolder& folder);
     /// Forgets all.
     void Forget() noexcept;
 
-    /// Where an extraction appends what it wrote.
+    /// The extraction appends the files it wrote.
     std::vector<File>& Files() noexcept { return m_files; }
     const std::wstring& FolderPath() const noexcept { return m_folderPath; }
 
-    /// Those that are gone already do not matter, nor do those that cannot be removed.
+    /// Ignores files that are already deleted and those that cannot be removed.
     void RemoveFiles() noexcept;
-    /// The folder with all that is in it.
+    /// Removes the folder with all its contents.
     void RemoveFolder() noexcept;
 
 private:

@@ -19,7 +19,7 @@ WriteBehind::WriteBehind(platform::ContainedFile& file, Threads threads)
 
 WriteBehind::~WriteBehind()
 {
-    m_blocks[m_filling].m_bytes.clear(); // nobody asked for it to be finished
+    m_blocks[m_filling].m_bytes.clear(); // Finish was not called: drop it
     Stop();
 }
 
@@ -75,7 +75,7 @@ bool WriteBehind::Start()
     return true;
 }
 
-/// Gives the block that was filled away, and waits for the other one.
+/// Passes the filled block to the thread, and waits for the other one.
 void WriteBehind::HandOver(State state)
 {
     std::atomic<std::uint32_t>& given = m_blocks[m_filling].m_state;
@@ -105,7 +105,7 @@ void WriteBehind::WriteBlocks() noexcept
     }
 }
 
-/// Has what was filled last written, and waits for the thread's end.
+/// Passes on the last block, and waits for the thread to end.
 void WriteBehind::Stop()
 {
     if (m_thread == nullptr)

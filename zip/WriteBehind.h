@@ -12,7 +12,7 @@
 namespace tev
 {
 /// Writes a file on a thread of its own while the caller makes the next bytes. Small files, and those for which no thread
-/// can be had, are written on the caller's. One thread at a time.
+/// can be started, are written on the caller's. One thread at a time.
 class WriteBehind
 {
 public:
@@ -24,14 +24,14 @@ public:
 
     /// The file must outlive the object.
     WriteBehind(platform::ContainedFile& file, Threads threads);
-    /// Waits for what is under way.
+    /// Waits for pending writes.
     ~WriteBehind();
     WriteBehind(const WriteBehind&) = delete;
     WriteBehind& operator=(const WriteBehind&) = delete;
 
-    /// Takes a copy. False when it, or something before it, could not be written.
+    /// Copies the bytes. False when they, or earlier ones, could not be written.
     [[nodiscard]] bool Write(const void* bytes, std::size_t count);
-    /// Comes back when all is written; false when it could not be.
+    /// Returns when all is written; false when a write failed.
     [[nodiscard]] bool Finish();
 
 private:

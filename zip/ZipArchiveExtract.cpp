@@ -18,7 +18,7 @@ using platform::ZipError;
 
 constexpr std::size_t kBlockSize = 64 * 1024;
 
-/// Where the entry goes beneath the destination; nothing where it must not.
+/// The path of the entry beneath the destination; empty when it must not be extracted.
 std::optional<std::string> PlaceOf(const ZipEntry& entry, const ZipArchive::Destination& destination)
 {
     const wchar_t* const newName = destination.m_newName;
@@ -59,7 +59,7 @@ ZipOutcome ZipArchive::Extract(unsigned index, const Destination& destination, c
     if (!place)
         return {XZipFailure::kUnsafeName, 0};
 
-    // Never more than declared is written, so that is what counts.
+    // Never more than the declared size is written, so that is what the limits apply to.
     CXExtractionLimits left = limits;
     left.m_totalBytes -= std::min<std::uint64_t>(left.m_totalBytes, m_extractedBytes);
     if (entry.kind == ZipEntryKind::File && !left.Allows(entry.size, entry.isNew ? entry.size : entry.compressedSize))

@@ -35,7 +35,7 @@ constexpr unsigned kTooManyOpenFiles = 4;
 constexpr unsigned kNotEnoughMemory = 8;
 constexpr unsigned kDeviceFailed = 23;
 
-/// Whether no other file could be written either.
+/// Whether the error would occur for every other file, too.
 bool EndsEverything(unsigned systemError)
 {
     return systemError == kDiskFull || systemError == kTooManyOpenFiles || systemError == kNotEnoughMemory ||
@@ -56,7 +56,7 @@ CXSkipReason ReasonOf(ZipReadResult result)
 }
 } // namespace
 
-/// Decides, entry by entry, what is to be written where; makes the folders that are entries themselves.
+/// Decides for each entry whether and where it is written; creates the folders that are entries themselves.
 class ZipExtraction::Plan
 {
 public:
@@ -117,7 +117,7 @@ private:
         if (entry.offset)
             m_spans.push_back(
                 {*entry.offset, *entry.offset + kLocalHeaderSize + entry.compressedSize, m_all.m_files.size()});
-        else // all that can be told: entries that share bytes have more of them than the archive
+        else // the only sign: entries that share bytes add up to more than the archive has
             m_compressedBytesLeft -= entry.compressedSize;
         File file;
         file.m_index = index;
@@ -129,8 +129,8 @@ private:
 
     void Skip(std::uint64_t index, CXSkipReason reason) { m_all.m_skipped.push_back({index, m_entry.name, reason}); }
 
-    /// Entries that share bytes of the archive multiply them. One that reaches into another one goes; of two that begin at
-    /// the same place, the later one.
+    /// Entries that share bytes of the archive multiply them. One that reaches into the next one is skipped; of two at the
+    /// same position, the later one.
     void RefuseOverlaps()
     {
         std::sort(m_spans.begin(), m_spans.end(), [](const Span& a, const Span& b) {
@@ -158,7 +158,7 @@ private:
     std::uint64_t m_compressedBytesLeft;
 };
 
-/// The files' way to the disk, on several threads.
+/// Writes the files, on several threads.
 class ZipExtraction::Work
 {
 public:
@@ -175,8 +175,8 @@ public:
         if (workers == 0)
             return Ending::kDone;
         if (workers < OMPGetMaxThreadCount() && m_totalBytes >= kWorthAnotherThread)
-            m_writersOfFiles = WriteBehind::Threads::kItsOwn; // a few large files leave somebody idle
-        if (!Report()) // the others may be done before this thread has its next turn
+            m_writersOfFiles = WriteBehind::Threads::kItsOwn; // a few large files leave threads idle
+        if (!Report()) // the others may have finished before this thread reports again
             return Ending::kCancelled;
         m_filesAtOnce =
             std::clamp<std::size_t>(OMPGetScheduleChunkSize(static_cast<unsigned>(files)), 1, kMostFilesAtOnce);
@@ -317,15 +317,15 @@ ZipExtraction::Ending ZipExtraction::Run()
     Plan plan(*this);
     if (!plan.Make())
         return Ending::kCancelled;
-    // What was written must not be lost for want of memory to tell of it.
+    // Reserved before anything is written, so that reporting needs no memory.
     m_written.reserve(m_files.size());
     m_skipped.reserve(m_skipped.size() + m_files.size());
     const Ending ending = Work(*this, plan.TotalBytes()).Do();
-    TellResults();
+    ReportResults();
     return ending;
 }
 
-void ZipExtraction::TellResults() noexcept
+void ZipExtraction::ReportResults() noexcept
 {
     for (File& file : m_files)
     {

@@ -13,24 +13,24 @@
 
 namespace tev
 {
-/// Called on the thread that started the work; answers false when it is to end.
+/// Called on the thread that started the work; false ends it.
 using ExtractionProgress = std::function<bool(std::uint64_t processed, std::uint64_t total)>;
 
 /// The extraction of all entries of one archive beneath a folder. Files are unpacked on as many threads as parallel loops
-/// have; which ones come out, and their order, does not depend on that. Use once, on one thread.
+/// have; the result and its order do not depend on that. Use once, on one thread.
 class ZipExtraction
 {
 public:
     enum class Ending
     {
-        kDone, ///< every entry had its turn
+        kDone, ///< every entry was handled
         kCancelled,
-        kFailed ///< the disk is full or fails, or memory is lacking
+        kFailed ///< the disk is full or fails, or there is not enough memory
     };
     struct SkippedEntry
     {
         std::uint64_t m_index;
-        std::string m_name; ///< as the archive has it
+        std::string m_name; ///< as in the archive
         CXSkipReason m_reason;
     };
 
@@ -39,7 +39,7 @@ public:
 
     Ending Run();
 
-    // In the order of the archive, also after an ending before its time.
+    // In the order of the archive, also when the extraction ended early.
     std::vector<ExtractedFiles::File>& Written() noexcept { return m_written; }
     const std::vector<SkippedEntry>& Skipped() const noexcept { return m_skipped; }
 
@@ -63,7 +63,7 @@ private:
     class Plan;
     class Work;
 
-    void TellResults() noexcept;
+    void ReportResults() noexcept;
 
     platform::PlainZipReader& m_reader;
     platform::ContainedFolder& m_folder;

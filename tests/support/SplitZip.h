@@ -21,7 +21,7 @@ public:
         const std::size_t end = archive.rfind("PK\x05\x06");
         const auto count = Number<std::uint16_t>(archive, end + 10);
         std::size_t from = Number<std::uint32_t>(archive, end + 16);
-        // The archive's end, by which its volumes are counted, stands in the last one as a whole.
+        // The archive's end, by which its volumes are counted, lies completely in the last one.
         const std::size_t total = m_bytes.size() + end + (zip64 ? count * 32u + 56 + 20 : 0) + 22;
         m_lastVolume = static_cast<std::uint32_t>((total - 22 - (zip64 ? 20 : 0)) / volumeSize);
         m_bytes += archive.substr(0, from);

@@ -11,7 +11,7 @@
 namespace tev::test
 {
 
-/// The archives of other people's test suites, sorted; none where they do not stand beside the checkout.
+/// Archives from the test suites of other projects, sorted; none where they are not next to the checkout.
 inline std::vector<std::filesystem::path> ZipCorpus()
 {
     const std::filesystem::path root = std::filesystem::path(TEVTOOLS_SOURCE_DIR) / "../shared/corpora/zip";

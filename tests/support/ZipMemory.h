@@ -11,7 +11,7 @@
 namespace tev::test
 {
 
-/// An archive, or what goes into one, in memory.
+/// An archive, or the contents of an entry, in memory.
 class MemoryBytes final : public platform::ZipBytes
 {
 public:
@@ -46,7 +46,7 @@ private:
     std::uint64_t m_size;
 };
 
-/// Takes a new archive. What stands in `m_saved` changes with Commit only.
+/// Receives a new archive; `m_saved` changes with Commit only.
 class MemoryTarget final : public platform::ZipTarget
 {
 public:

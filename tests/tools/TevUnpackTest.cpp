@@ -82,7 +82,7 @@ TEST_F(TevUnpack, SaysWhatIsWrong)
     TevResult result = Run({zip});
     EXPECT_EQ(result.m_exitCode, 1);
     EXPECT_EQ(result.m_output, "good\n");
-    EXPECT_EQ(result.m_error, "tev: " + zip + ": skipped ../a: its name is not a safe one\ntev: " + zip +
+    EXPECT_EQ(result.m_error, "tev: " + zip + ": skipped ../a: its name is not safe\ntev: " + zip +
                                   ": skipped GOOD: an earlier entry has its name\n");
 
     const std::pair<std::vector<std::string>, const char*> failures[] = {

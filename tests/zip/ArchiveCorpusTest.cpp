@@ -9,7 +9,7 @@
 
 #include <sys/wait.h>
 
-// Archives that other people made, sound and broken ones, unpacked beside what other programs make of them.
+// Valid and damaged archives from other projects, compared with the output of other programs.
 
 namespace
 {
@@ -102,7 +102,7 @@ TEST(ArchiveCorpus, ZipArchivesGiveWhatUnzipAndBsdtarGive)
         bool isAsExpected = true;
         if (unzip.m_exitCode == 0 && bsdtar.m_exitCode == 0)
             isAsExpected = files == unzip.m_files || files == bsdtar.m_files;
-        else // what is damaged may be left out, but what comes out is what somebody else sees in it, too
+        else // damaged entries may be left out, but every file must be as one of the peers extracts it
         {
             for (const auto& [path, bytes] : files)
             {

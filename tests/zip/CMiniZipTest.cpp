@@ -154,7 +154,7 @@ TEST_F(MiniZip, ThreadsExtractInTheOrderOfTheArchive)
         EXPECT_TRUE(zip.Clean());
         EXPECT_TRUE(zip.GetExtractedFiles().IsEmpty());
         EXPECT_EQ(Files("out"), Contents());
-        EXPECT_TRUE(m_folder.Exists("out/folder 0/sub")) << "folders may be somebody else's";
+        EXPECT_TRUE(m_folder.Exists("out/folder 0/sub")) << "folders may be in use by others";
     }
 }
 
@@ -169,13 +169,13 @@ TEST_F(MiniZip, ThreadWritesLargeFilesBehind)
     for (const unsigned __int64 stopAt : {~0ull, 1'000'000ull})
     {
         zip.m_watch = [&](unsigned __int64 processed, unsigned __int64) { return processed < stopAt; };
-        const bool isWhole = stopAt > large.size();
-        EXPECT_EQ(zip.ExtractZip(archive, Wide("out"), false), isWhole);
-        EXPECT_EQ(Files("out")["large"] == large, isWhole);
-        EXPECT_EQ(zip.ExtractZFile(Wide("noise.gz"), Wide("out/gz"), false), isWhole);
-        EXPECT_EQ(Files("out")["gz"] == large, isWhole);
-        EXPECT_EQ(zip.ExtractZFile(Wide("noise.zst"), Wide("out/zst"), false), isWhole);
-        EXPECT_EQ(Files("out")["zst"] == large, isWhole);
+        const bool isComplete = stopAt > large.size();
+        EXPECT_EQ(zip.ExtractZip(archive, Wide("out"), false), isComplete);
+        EXPECT_EQ(Files("out")["large"] == large, isComplete);
+        EXPECT_EQ(zip.ExtractZFile(Wide("noise.gz"), Wide("out/gz"), false), isComplete);
+        EXPECT_EQ(Files("out")["gz"] == large, isComplete);
+        EXPECT_EQ(zip.ExtractZFile(Wide("noise.zst"), Wide("out/zst"), false), isComplete);
+        EXPECT_EQ(Files("out")["zst"] == large, isComplete);
         zip.Clean();
         EXPECT_EQ(Files("out"), Contents());
     }
@@ -241,7 +241,7 @@ TEST_F(MiniZip, DamagedEntriesLeaveNothingAndTheRestComesOut)
     tooSmall.size = 99999;
     RawEntry tooLarge{"large", text, true};
     tooLarge.size = 100001;
-    RawEntry noDeflate{"rubbish", Noise(5000)};
+    RawEntry noDeflate{"invalid", Noise(5000)};
     noDeflate.method = 8;
     RawEntry unknownMethod{"method", text};
     unknownMethod.method = 77;
@@ -349,7 +349,7 @@ TEST_F(MiniZip, SecondDirectoryDoesNotDeceiveTheLimits)
     EXPECT_FALSE((CXExtractionLimits{~0ull, 100}.Allows(301, 3)));
 }
 
-TEST_F(MiniZip, TemporaryFolderGoesWhole)
+TEST_F(MiniZip, TemporaryFolderIsRemovedWithItsContents)
 {
     UseOwnTemporaryFolder();
     const Text archive = WriteZip({{"folder/model.obj", "v 0 0 0"}, {"empty/", ""}});
@@ -378,7 +378,7 @@ TEST_F(MiniZip, TemporaryFolderGoesWhole)
     fs::remove_all(folder);
     m_folder.WriteFile("elsewhere/precious", "");
     fs::create_directory_symlink(m_folder.Path("elsewhere"), folder);
-    EXPECT_TRUE(zip.Clean()) << "gone already";
+    EXPECT_TRUE(zip.Clean()) << "already removed";
     EXPECT_TRUE(zip.GetExtractedFiles().IsEmpty());
     EXPECT_TRUE(m_folder.Exists("elsewhere/precious"));
 }
@@ -550,7 +550,7 @@ TEST_F(MiniZip, FullDiskLeavesNoHalfFile)
 
 // Streams
 
-TEST_F(MiniZip, TellsStreamsByTheirFirstBytes)
+TEST_F(MiniZip, RecognisesStreamsByTheirFirstBytes)
 {
     const struct
     {
@@ -573,7 +573,7 @@ TEST_F(MiniZip, TellsStreamsByTheirFirstBytes)
         EXPECT_EQ(CMiniZip::IsZStdFile(path), isZStd) << bytes;
         EXPECT_EQ(CMiniZip::IsZFile(path), isGZip || isZStd) << bytes;
         CMiniZip zip;
-        EXPECT_EQ(zip.ExtractZFile(path, Wide("out"), false), isGZip) << "without a frame nothing is whole";
+        EXPECT_EQ(zip.ExtractZFile(path, Wide("out"), false), isGZip) << "a frame is needed";
         EXPECT_FALSE(!isZStd && zip.ExtractZStd(path, Wide("out"), false));
         EXPECT_FALSE(!isGZip && zip.ExtractGZip(path, Wide("out"), false));
     }
@@ -651,7 +651,7 @@ TEST_F(MiniZipStream, ZstdFramesSkippableOnesAndDamage)
     EXPECT_TRUE(Unpack("\x28\xB5\x2F\xFD\x00\x88\x01\x00\x00"s) == "");
 }
 
-TEST_F(MiniZipStream, DestinationIsReplacedOnlyByTheWhole)
+TEST_F(MiniZipStream, DestinationIsReplacedOnlyByACompleteFile)
 {
     const std::string packed = Packed("zstd -c", "new");
     m_folder.WriteFile("whole", packed);
@@ -735,7 +735,7 @@ TEST_P(PlainZip, ReadsWhatOtherProgramsMade)
     }
 }
 
-TEST_P(PlainZip, TellsWhatIsWrong)
+TEST_P(PlainZip, ReportsWhatIsWrong)
 {
     const std::string text(100000, 'x');
     RawEntry damaged{"a", text, true};
@@ -791,7 +791,7 @@ TEST_P(PlainZip, EncryptedEntriesNeedTheEngineAndThePassword)
 
 TEST_P(PlainZip, ManyEntriesNeedTheLongForm)
 {
-    // As many as the short form's count cannot tell, written by another program.
+    // More than the 16-bit count can hold, written by another program.
     Shell("python3 -c \"import zipfile; z = zipfile.ZipFile('" + Path("many.zip") +
           "', 'w'); [z.writestr(str(i), str(i)) for i in range(70000)]; z.close()\"");
     const auto reader = Open("", Wide("many.zip"));

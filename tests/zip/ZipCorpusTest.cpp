@@ -13,7 +13,7 @@ using Files = std::map<std::string, std::string>;
 
 constexpr const char* kPassword = "foofoofoo";
 
-/// Where something else is meant to come out than with the others.
+/// Intended differences.
 struct Difference
 {
     const char* m_archive;
@@ -34,7 +34,7 @@ constexpr Difference kFromOthers[] = {
     {"test-cp437-comment-utf-8.zip", kCodePage437},
     {"testfile-cp437.zip", kCodePage437},
     {"zip64-in-archive-comment.zip", "there are two ends, and the last one counts"},
-    {"unsupported compression method 1.zip", "nobody shrinks files any more"},
+    {"unsupported compression method 1.zip", "shrinking is not supported"},
 };
 constexpr const char* kContradiction = "a directory that its end contradicts is refused";
 constexpr const char* kCase = "names that differ in case only are no clash where each is asked for";
@@ -106,7 +106,7 @@ Files ExtractedByMiniZip(const TempFolder& folder, const std::filesystem::path& 
     return FilesBeneath(folder.Path("mini"));
 }
 
-TEST(ZipCorpus, ArchivesOfOthersComeOutAsWithOtherPrograms)
+TEST(ZipCorpus, PublicArchivesGiveWhatOtherProgramsGive)
 {
     const std::vector<std::filesystem::path> corpus = ZipCorpus();
     if (corpus.empty())

@@ -30,7 +30,7 @@ struct Options
     bool m_keep = false;
 };
 
-/// An extraction that shows how far it is, and ends when the user wants it to.
+/// An extraction that shows its progress, and ends when the user interrupts it.
 class ShownExtraction : public CMiniZip
 {
 public:
@@ -61,7 +61,7 @@ const char* TextOf(CXExtractionFailure failure)
     case CXExtractionFailure::kNothingInIt:
         return "no file could be unpacked";
     case CXExtractionFailure::kTooLarge:
-        return "is larger than any honest file would become";
+        return "is too large";
     case CXExtractionFailure::kNotWritable:
         return "the destination cannot be written to, or the disk is full";
     case CXExtractionFailure::kNoMemory:
@@ -80,7 +80,7 @@ const char* TextOf(CXSkipReason reason)
     case CXSkipReason::kDamaged:
         return "is damaged";
     case CXSkipReason::kUnsafeName:
-        return "its name is not a safe one";
+        return "its name is not safe";
     case CXSkipReason::kNameClash:
         return "an earlier entry has its name";
     case CXSkipReason::kSpecialFile:
@@ -110,7 +110,7 @@ std::string NameWithin(const std::string& file)
     return name.string() + ".unpacked";
 }
 
-/// Where a compressed file goes: to the file, or into the folder, that was given.
+/// The destination of a compressed file: the given file, or a file in the given folder.
 std::string DestinationFile(const Options& options)
 {
     const std::filesystem::path given = SystemPath(options.m_destination);
@@ -129,7 +129,7 @@ void PrintList(Session& session, const std::vector<Row>& rows)
     PrintTable(session.m_output, {{"SIZE", true}, {"PACKED", true}, {"CHANGED"}, {"NAME"}}, rows);
 }
 
-/// A compressed file that is no archive does not tell the size of what is in it.
+/// The size of the contents is not known of a compressed file that is no archive.
 void ListStream(Session& session, const Options& options)
 {
     const auto size = std::filesystem::file_size(SystemPath(options.m_file));
@@ -172,7 +172,7 @@ void PrintWritten(Session& session, const CMiniZip& zip)
 
 void Unpack(Session& session, const Options& options, bool isStream)
 {
-    const EndingSignalsHeld held; // what is half written must go first
+    const EndingSignalsHeld held; // partial files must be removed first
     ShownExtraction zip(options.m_file);
     zip.SetPassword(Widen(options.m_password).c_str());
     const std::wstring source = Widen(options.m_file);
@@ -214,7 +214,8 @@ void AddUnpackCommand(const ToolCommand& tool, Session& session)
 {
     const auto options = std::make_shared<Options>();
     const ToolCommand command = tool.AddCommand("unpack", "Unpack a ZIP archive, a gzip or a Zstandard file");
-    command.AddArgument("FILE", options->m_file, "The compressed file; its first bytes tell its kind").Required();
+    command.AddArgument("FILE", options->m_file, "The compressed file; its kind is recognised by its first bytes")
+        .Required();
     command.AddArgument("DEST", options->m_destination,
                         "The folder to unpack to, which is created where it is missing; for a file that is no archive\n"
                         "the file to write, or a folder. The current folder if not given");
@@ -222,7 +223,7 @@ void AddUnpackCommand(const ToolCommand& tool, Session& session)
     command.AddOption("--password", options->m_password, "Password of encrypted entries").ValueName("TEXT");
     command.AddFlag("--keep", options->m_keep,
                     "Keep the files that are complete when unpacking fails or is interrupted;\nelse they are removed");
-    command.Footer("Prints the files that it wrote. Files that stand in their place are replaced. Nothing is written\n"
+    command.Footer("Prints the files that it wrote. Existing files are replaced. Nothing is written\n"
                    "outside DEST: entries with unsafe names, links and damaged entries are skipped and reported, and\n"
                    "the exit code is then 1. A damaged gzip file gives what can be read of it.\n"
                    "--list prints the size, the compressed size, the time of the last change and the name, separated\n"

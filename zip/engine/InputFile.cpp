@@ -20,7 +20,7 @@ std::shared_ptr<const InputFile> InputFile::Open(const wchar_t* path)
         errno = EILSEQ;
         return nullptr;
     }
-    // A pipe must not let this wait until somebody writes into it.
+    // Opening a pipe must not wait for a writer.
     OwnedDescriptor descriptor(open(name.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
     struct stat status;
     if (descriptor.Get() < 0 || fstat(descriptor.Get(), &status) != 0)

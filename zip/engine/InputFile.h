@@ -19,7 +19,7 @@ public:
 
     /// When it was opened.
     std::uint64_t Size() const { return m_size; }
-    /// How many bytes came; fewer than asked for at the end of the file and after a failure, which `error` then tells.
+    /// Returns the number of bytes read; fewer than `count` at the end of the file, and after a failure, whose errno is in `error`.
     std::size_t ReadAt(std::uint64_t position, void* bytes, std::size_t count, int& error) const;
 
 private:

@@ -28,7 +28,7 @@ constexpr unsigned kUtf8 = 0x0800;
 constexpr unsigned kStored = 0;
 constexpr unsigned kDeflated = 8;
 
-// Where a header of the central directory has what miniz does not hand out.
+// Offsets in a header of the central directory of fields that miniz does not expose.
 constexpr std::size_t kTimeAt = 12;
 constexpr std::size_t kDateAt = 14;
 constexpr std::size_t kNameSizeAt = 28;
@@ -40,7 +40,7 @@ std::uint16_t Short(const unsigned char* bytes)
     return static_cast<std::uint16_t>(bytes[0] | bytes[1] << 8);
 }
 
-/// What miniz reads through, a piece of the file at a time: it asks for little.
+/// Buffers reads of miniz, which are small.
 class Window
 {
 public:
@@ -88,13 +88,13 @@ std::size_t ReadThroughWindow(void* window, mz_uint64 position, void* bytes, std
     {
         return static_cast<Window*>(window)->Read(position, bytes, count);
     }
-    catch (...) // no memory, whatever the process makes of that
+    catch (...) // not enough memory, in the form in which this process reports it
     {
         return 0;
     }
 }
 
-// miniz multiplies an untrusted number of entries without a look at the overflow. What it needs is never more than the
+// miniz multiplies an untrusted number of entries without checking for overflow. What it needs is never more than the
 // archive itself takes, and a little for its own records.
 
 constexpr std::uint64_t kOwnRecords = 64 * 1024;
@@ -141,7 +141,7 @@ struct Archive
     mz_zip_archive zip;
 };
 
-/// What one entry after the other is unpacked with.
+/// Buffers reused from entry to entry.
 struct Buffers
 {
     std::vector<unsigned char> input;
@@ -149,8 +149,8 @@ struct Buffers
     z_stream inflater = {};
 };
 
-/// Turns the compressed bytes of an entry into its contents, which miniz does, too, but at half of zlib's speed. miniz
-/// gives little at a time, which is gathered first.
+/// Unpacks the compressed bytes of an entry with zlib, which is twice as fast as miniz. miniz delivers small pieces, which
+/// are gathered first.
 class Unpacking
 {
 public:
@@ -185,8 +185,8 @@ public:
             UnpackGathered();
         if (m_result != ZipReadResult::Done)
             return m_result;
-        const bool isWhole = m_produced == m_size && m_checksum == m_expectedChecksum;
-        return isWhole ? ZipReadResult::Done : ZipReadResult::Damaged;
+        const bool isComplete = m_produced == m_size && m_checksum == m_expectedChecksum;
+        return isComplete ? ZipReadResult::Done : ZipReadResult::Damaged;
     }
 
 private:
@@ -219,13 +219,13 @@ private:
                 return Fail(ZipReadResult::Damaged);
             m_isAtEnd = state == Z_STREAM_END;
             const bool isFull = inflater.avail_out == 0;
-            // The end of a damaged stream never comes: all that should be there is then looked at, too.
+            // A damaged stream may have no end: flush once all declared bytes are there.
             if ((isFull || m_isAtEnd || m_filled >= m_size - m_produced) && !Flush())
                 return false;
             if (!isFull && inflater.avail_in == 0)
                 break;
         }
-        return true; // bytes behind the end are nobody's
+        return true; // bytes behind the end of the stream are ignored
     }
 
     bool Flush()
@@ -259,7 +259,7 @@ private:
     ZipReadResult m_result = ZipReadResult::Done;
 };
 
-/// miniz is C: nothing may be thrown through it. What the sink throws waits behind it.
+/// miniz is C: no exception may pass through it. What the sink throws is kept and rethrown after miniz returns.
 struct Taking
 {
     Unpacking& unpacking;

@@ -13,26 +13,26 @@ namespace tev::platform
 {
 struct PlainZipEntry
 {
-    std::string name; ///< as ZipEntryName tells it; nothing about it is safe
+    std::string name; ///< from ZipEntryName; untrusted
     ZipEntryKind kind = ZipEntryKind::File;
     bool isEncrypted = false;
     std::uint64_t size = 0; ///< as declared, and so the compressed size
     std::uint64_t compressedSize = 0;
-    std::optional<std::uint64_t> offset; ///< where its header stands in the file; nothing when the reader does not tell
+    std::optional<std::uint64_t> offset; ///< position of its header in the file; empty when the reader does not know it
     std::optional<std::int64_t> lastWrite;
 };
 
 enum class ZipReadResult
 {
     Done,
-    Stopped, ///< the sink said so
-    Damaged, ///< also a wrong password that nothing but the data gives away
+    Stopped, ///< by the sink
+    Damaged, ///< also a wrong password that only the data reveals
     WrongPassword,
     Unsupported,
     SourceFailed ///< the archive itself could not be read
 };
 
-/// Takes the next bytes of an entry; answers false when it wants no more.
+/// Takes the next bytes of an entry; returns false to stop.
 using ZipSink = std::function<bool(const void* bytes, std::size_t count)>;
 
 /// Reads the entries of a ZIP archive, in the order of its directory. Needs memory for the directory, but no more for
@@ -40,7 +40,7 @@ using ZipSink = std::function<bool(const void* bytes, std::size_t count)>;
 class PlainZipReader
 {
 public:
-    /// Who reads. The best way is miniz for what it knows, and the engine of zip/engine/ZipEngine.h for the rest: other
+    /// Which library reads. Best: miniz for what it supports, and the engine of zip/engine/ZipEngine.h for the rest: other
     /// methods, encryption, split archives, what lies beyond miniz's limits, and everything where a build has no miniz.
     enum class By
     {
@@ -48,14 +48,14 @@ public:
         Miniz,
         Engine
     };
-    /// Null when the file is no archive that the reader knows, or cannot be read. The password is UTF-8.
+    /// Null when the file is no archive that the reader supports, or cannot be read. The password is UTF-8.
     static std::unique_ptr<PlainZipReader> Open(const wchar_t* path, const std::string& password, By by = By::Best);
 
     virtual ~PlainZipReader() = default;
     PlainZipReader(const PlainZipReader&) = delete;
     PlainZipReader& operator=(const PlainZipReader&) = delete;
 
-    /// Another reader of the same archive, for another thread. Null when the archive cannot be opened any more.
+    /// Another reader of the same archive, for another thread. Null when the archive can no longer be opened.
     virtual std::unique_ptr<PlainZipReader> Another() const = 0;
 
     /// The bytes of the archive, with all its volumes.
@@ -63,8 +63,8 @@ public:
     virtual std::uint64_t Count() const = 0;
     /// False when the entry's header is damaged.
     [[nodiscard]] virtual bool GetEntry(std::uint64_t index, PlainZipEntry& entry) = 0;
-    /// Passes the contents of a file on, never more than the declared size. Only Done says that they were complete and
-    /// fit their checksum. The sink may be handed bytes before anything wrong is found.
+    /// Passes the contents of a file to the sink, never more than the declared size. Only Done means that they were
+    /// complete and matched their checksum. The sink may receive bytes before an error is found.
     virtual ZipReadResult Read(std::uint64_t index, const ZipSink& sink) = 0;
 
 protected:

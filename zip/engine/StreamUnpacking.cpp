@@ -13,7 +13,7 @@ namespace tev::platform
 {
 namespace
 {
-// What libzstd recommends for streams: a whole block and its header, and a whole block unpacked.
+// What libzstd recommends for streams: one block with its header, and one block unpacked.
 constexpr std::size_t kZstdInputSize = 0x20003;
 constexpr std::size_t kZstdOutputSize = 0x20000;
 constexpr std::size_t kGzipBufferSize = 0x20000;
@@ -31,7 +31,7 @@ public:
     /// Of the file, behind the buffer.
     std::uint64_t Position() const { return m_position; }
 
-    /// Fills the buffer behind its first `kept` bytes; answers how many there are then.
+    /// Fills the buffer behind its first `kept` bytes; returns how many bytes it holds then.
     std::size_t Fill(std::size_t kept = 0)
     {
         const std::size_t got = m_file->ReadAt(m_position, m_bytes.data() + kept, m_bytes.size() - kept, m_error);
@@ -97,7 +97,7 @@ private:
         return m_stream.avail_in > kept;
     }
 
-    /// Whether another member follows; anything else is nobody's.
+    /// Whether another member follows; other trailing bytes are ignored.
     bool FindMember()
     {
         if (m_stream.avail_in < 2)
@@ -112,7 +112,7 @@ private:
         return count == 0 || m_sink(m_output.data(), count, m_input.Position() - m_stream.avail_in);
     }
 
-    /// What came before the end, or before a damage, is the caller's.
+    /// Passes on the bytes unpacked before the end, or before the damage.
     UnpackResult Finish(UnpackResult result) { return Flush() ? result : UnpackResult::Stopped; }
 
     Input m_input;

@@ -11,10 +11,10 @@ enum class UnpackResult
     Done,
     Stopped,     ///< the sink said so
     Damaged,     ///< or cut off; the sink got what comes before
-    SourceFailed ///< the file cannot be opened or read, or memory is lacking
+    SourceFailed ///< the file cannot be opened or read, or there is not enough memory
 };
 
-/// Takes the next bytes that were unpacked; `consumed` tells how many of the file's bytes they and those before took.
+/// Takes the next bytes that were unpacked; `consumed` is the number of bytes of the file that were read for them and all before.
 /// Answers false when it wants no more.
 using UnpackSink = std::function<bool(const void* bytes, std::size_t count, std::uint64_t consumed)>;
 

@@ -8,22 +8,22 @@
 #include <memory>
 #include <string>
 
-// ZIP archives: listed, read, and written anew with entries added, deleted and renamed. Where the bytes come from and go to
-// is the caller's. Names are UTF-8 with '/' between components.
+// ZIP archives: listed, read, and rewritten with entries added, deleted and renamed. The caller supplies the bytes and
+// receives the new archive. Names are UTF-8 with '/' between components.
 
 namespace tev::platform
 {
 enum class ZipFailure
 {
     None,
-    System, ///< reading or writing failed; the system error code tells why
+    System, ///< reading or writing failed; see the system error code
     NoArchive,
     Damaged,
     Unsupported, ///< a method of compression or encryption, or a layout, that is not known here
     MissingVolume,
     PasswordNeeded,
     WrongPassword,
-    WrongPasswordOrDamaged, ///< a short check lets one wrong password in some hundreds pass; its data is rubbish then
+    WrongPasswordOrDamaged, ///< the short check accepts one wrong password in some hundreds, whose data is then invalid
     Exists,                 ///< the archive has an entry of that name
     Cancelled,
     InvalidArgument
@@ -63,7 +63,7 @@ public:
     [[nodiscard]] virtual bool Begin() = 0;
     /// Bytes behind the end, or over what was written before.
     [[nodiscard]] virtual bool WriteAt(std::uint64_t offset, const void* bytes, std::size_t count) = 0;
-    /// All is written. What stood there before is replaced now and not earlier.
+    /// All is written. Only now is an existing archive replaced.
     [[nodiscard]] virtual bool Commit() = 0;
 
 protected:
@@ -84,7 +84,7 @@ constexpr std::uint32_t kZipFolderAttribute = 0x10;
 
 struct ZipEntry
 {
-    std::string name; ///< as ZipEntryName tells it; nothing about it is safe
+    std::string name; ///< from ZipEntryName; untrusted
     ZipEntryKind kind = ZipEntryKind::File;
     bool isNew = false;           ///< added since the archive was opened
     std::uint32_t attributes = 0; ///< 0x1 read-only, 0x10 folder, ..., also of entries from systems with other ones
@@ -128,7 +128,7 @@ struct ZipAddition
 class ZipEngine
 {
 public:
-    /// Called with the bytes that have been read of entries so far; false ends the operation.
+    /// Called with the number of bytes read of entries so far; false ends the operation.
     using Progress = std::function<bool(std::uint64_t)>;
 
     static std::unique_ptr<ZipEngine> Open(std::unique_ptr<ZipBytes> bytes, ZipError& error);
@@ -141,9 +141,9 @@ public:
     virtual std::uint64_t Count() const = 0;
     virtual std::string Name(std::uint64_t index) const = 0;
     virtual ZipEntryKind Kind(std::uint64_t index) const = 0;
-    /// Reads what the archive keeps beside the entry's contents, too.
+    /// Everything about an entry but its contents.
     [[nodiscard]] virtual bool Describe(std::uint64_t index, ZipEntry& entry, ZipError& error) = 0;
-    /// Null on failure. The reader must go before the archive does.
+    /// Null on failure. The reader must be destroyed before the archive.
     virtual std::unique_ptr<ZipReader> OpenEntry(std::uint64_t index, const std::string& password, ZipError& error) = 0;
 
     // Changes, which the saved archive will have.

@@ -8,7 +8,7 @@ namespace
 {
 constexpr zip_uint16_t kTimestampField = 0x5455;
 constexpr zip_uint16_t kFieldsOfTimes[] = {kTimestampField, 0x5855, 0x000A};
-constexpr unsigned char kTimesBesideContents = 6; ///< flags of the times that only the entry's own header holds
+constexpr unsigned char kTimesInLocalHeader = 6; ///< flags of the times that only the local header holds
 
 constexpr std::uint32_t kReadOnlyAttribute = 0x1;
 constexpr std::uint32_t kUnixMayWrite = 0200;
@@ -77,7 +77,7 @@ ZipTimes TimesOf(zip_t* archive, zip_uint64_t slot, bool isNew)
     ZipTimes times = ZipEntryTimes(extra);
     const std::string marked = ExtraField(archive, slot, kTimestampField, ZIP_FL_CENTRAL);
     constexpr std::size_t kFlagsAt = 4;
-    const bool hasMore = marked.size() > kFlagsAt && (marked[kFlagsAt] & kTimesBesideContents) != 0;
+    const bool hasMore = marked.size() > kFlagsAt && (marked[kFlagsAt] & kTimesInLocalHeader) != 0;
     if (!hasMore || isNew)
         return times;
     const ZipTimes local = ZipEntryTimes(ExtraField(archive, slot, kTimestampField, ZIP_FL_LOCAL));

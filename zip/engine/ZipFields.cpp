@@ -84,7 +84,7 @@ void ReadTimestamps(std::string_view field, ZipTimes& times)
 {
     if (field.empty())
         return;
-    // The flags tell what the entry's other header has; here only the first of the times may be.
+    // The flags describe the field of the local header; here only the first of the times may be present.
     std::size_t at = 1;
     std::optional<std::int64_t>* const wanted[] = {&times.lastWrite, &times.lastAccess, &times.creation};
     for (unsigned i = 0; i < 3; ++i)
@@ -134,7 +134,7 @@ std::string FromCodePage437(std::string_view name)
     return text;
 }
 
-/// The field's name, if it was made for this one and not for one that a program changed since.
+/// The name in the field, if its checksum is that of `name`: programs that rename entries may leave an old field.
 std::string_view UnicodePath(std::string_view name, std::string_view extra)
 {
     constexpr std::size_t kNameAt = 5; // behind the version and the checksum

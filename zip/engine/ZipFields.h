@@ -6,13 +6,12 @@
 #include <string_view>
 
 // What the raw fields of an entry of a ZIP archive mean, for every reader of them. `extra` is the extra field of the
-// central directory's header; one that is damaged counts as far as it is sound. Safe from several threads at once.
+// central directory's header; of a damaged one the valid part counts. Safe from several threads at once.
 
 namespace tev::platform
 {
 /// The entry's name in UTF-8: as it stands when the header's flag says UTF-8 (which is not checked), else the Unicode path
-/// field that belongs to the name, else the name as it stands where that is UTF-8, because `zip` on Unix writes it without
-/// a flag, else the name as text of code page 437.
+/// field that belongs to the name, else the name itself where it is valid UTF-8 (`zip` on Unix sets no flag), else the name as text of code page 437.
 std::string ZipEntryName(std::string_view name, bool isFlaggedUtf8, std::string_view extra);
 
 /// Seconds since 1970-01-01 UTC.
@@ -26,17 +25,17 @@ struct ZipTimes
 /// The times of the extended-timestamp field and its older form, and of the NTFS field for those that are missing then.
 ZipTimes ZipEntryTimes(std::string_view extra);
 
-/// The header's own time, which is local; nothing when it is no time.
+/// The header's own time, which is local; empty when it is not a valid time.
 std::optional<std::int64_t> ZipDosTime(std::uint16_t date, std::uint16_t time);
 
 enum class ZipEntryKind
 {
     File,
     Folder,
-    Special ///< a link, a device or what else some systems have
+    Special ///< a link, a device or another special file
 };
 
-/// A name that ends with '/' is a folder's. Else the Unix mode tells where there is one, and the system's bit for folders
-/// where there is none.
+/// A name that ends with '/' is a folder's. Else the Unix mode decides where there is one, and the folder attribute where
+/// there is none.
 ZipEntryKind ZipKindOf(std::string_view name, std::uint32_t externalAttributes);
 } // namespace tev::platform

@@ -107,7 +107,7 @@ bool ZipVolumeBytes::ReadAt(std::uint64_t offset, void* buffer, std::size_t coun
             return false;
         delivered += got;
         offset += got;
-        if (got < wanted) // somebody cut the volume meanwhile
+        if (got < wanted) // the volume was truncated meanwhile
             break;
     }
     return true;

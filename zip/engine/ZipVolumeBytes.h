@@ -30,7 +30,7 @@ public:
     [[nodiscard]] bool Find(std::uint32_t lastVolume, ZipError& error);
 
     std::uint64_t Size() const { return m_size; }
-    /// The place in the sum of all volumes; nothing where it lies in none.
+    /// The place in the sum of all volumes; empty where it lies in none.
     std::optional<std::uint64_t> Position(const ZipPlace& place) const;
     /// Less than `count` only at the end.
     [[nodiscard]] bool ReadAt(std::uint64_t offset, void* buffer, std::size_t count, std::size_t& delivered);

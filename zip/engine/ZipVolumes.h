@@ -14,7 +14,7 @@ namespace tev::platform
 /// Opens the volume of that number, 0 for the first; null, with the error in errno, where it is missing.
 using ZipVolumeOpener = std::function<std::unique_ptr<ZipBytes>(std::uint32_t number)>;
 
-/// Where that volume, if it is not the last one, lies beside the last one; empty when that has no extension of three letters.
+/// The path of a volume other than the last one, next to the last one; empty when that has no extension of three letters.
 std::wstring ZipVolumePath(const std::wstring& lastPath, std::uint32_t number);
 
 /// Makes `bytes`, which hold an archive, or the last volume of a split one, fit for the engine: the volumes come one behind

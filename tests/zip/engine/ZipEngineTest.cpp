@@ -124,7 +124,7 @@ TEST(ZipEngine, ASaveThatIsCancelledOrFailsCommitsNothing)
 
     target.m_space = 1u << 30;
     std::unique_ptr<ZipEngine> engine = OpenInMemory(archive, error);
-    ZipAddition missing = MemoryAddition("gone", "");
+    ZipAddition missing = MemoryAddition("missing", "");
     missing.open = [] {
         errno = ENOENT;
         return std::unique_ptr<ZipBytes>();
@@ -215,7 +215,7 @@ TEST(ZipEngine, EntriesAndPlacesBeyond4GiB)
     ASSERT_TRUE(opened->Describe(0, entry, error));
     EXPECT_EQ(entry.size, kLarge);
     EXPECT_EQ(ReadEntry(*opened, 1, "", error), "reached");
-    char first[100] = "rubbish";
+    char first[100] = "unwritten";
     std::size_t delivered = 0;
     const std::unique_ptr<ZipReader> reader = opened->OpenEntry(0, "", error);
     ASSERT_TRUE(reader != nullptr && reader->Read(first, sizeof first, delivered, error));

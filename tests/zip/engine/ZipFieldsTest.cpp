@@ -44,7 +44,7 @@ TEST(ZipFields, TimesComeFromTheFinestFieldThatHasThem)
     EXPECT_EQ(ZipDosTime(0, 0), std::nullopt);
 }
 
-TEST(ZipFields, TellsKindsApart)
+TEST(ZipFields, DistinguishesKinds)
 {
     EXPECT_EQ(ZipKindOf("a", 0), ZipEntryKind::File);
     EXPECT_EQ(ZipKindOf("a", 0x81A40000), ZipEntryKind::File);

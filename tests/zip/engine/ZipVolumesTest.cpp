@@ -16,7 +16,7 @@ namespace
 using namespace tev::platform;
 using namespace tev::test;
 
-std::string Rubbish(std::size_t size)
+std::string Noise(std::size_t size)
 {
     std::mt19937 random(7);
     std::string text(size, '\0');
@@ -30,7 +30,7 @@ std::string PlainArchive(int files)
     const std::unique_ptr<ZipEngine> engine = ZipEngine::Create();
     ZipError error;
     for (int i = 0; i < files; ++i)
-        EXPECT_TRUE(engine->Add(MemoryAddition("folder/file " + std::to_string(i), Rubbish(100u * i)), error));
+        EXPECT_TRUE(engine->Add(MemoryAddition("folder/file " + std::to_string(i), Noise(100u * i)), error));
     MemoryTarget target;
     EXPECT_TRUE(engine->Save(target, nullptr, error));
     return target.m_saved;
@@ -67,7 +67,7 @@ TEST(ZipVolumes, EveryCutOfAnArchiveIsJoined)
             ASSERT_EQ(engine->Count(), 9U);
             for (int i = 0; i < kFiles; ++i)
             {
-                EXPECT_EQ(ReadEntry(*engine, static_cast<unsigned>(i), "", error), Rubbish(100u * i));
+                EXPECT_EQ(ReadEntry(*engine, static_cast<unsigned>(i), "", error), Noise(100u * i));
                 EXPECT_EQ(error.failure, ZipFailure::None);
             }
         }
@@ -111,7 +111,7 @@ TEST(ZipVolumes, WhatDoesNotFitIsRefused)
     }
 }
 
-TEST(ZipVolumes, ArchivesThatTheEngineWouldNotTakeAreMended)
+TEST(ZipVolumes, ArchivesThatTheEngineRefusesAreAdapted)
 {
     const std::string sound = RawZip({{"a", "first"}, {"b", "second"}});
     const std::string names = RawZip({{std::string("a\0.txt", 6), "first"}, {"b\xFF", "second"}});
@@ -125,7 +125,7 @@ TEST(ZipVolumes, ArchivesThatTheEngineWouldNotTakeAreMended)
         bool m_isReadOnly;
     } cases[] = {
         {sound, "ab", false}, {names, "a\\.txt\\b\xC2\xA0", false}, {extra, "ab", false},
-        {cut, "ab", false},   {"a program" + sound, "ab", true},    {sound + "rubbish", "ab", false},
+        {cut, "ab", false},   {"a program" + sound, "ab", true},    {sound + "trailing", "ab", false},
     };
     for (const auto& c : cases)
     {
@@ -156,13 +156,13 @@ TEST(ZipVolumes, PlacesBeyond4GiBAreReached)
     ASSERT_TRUE(PrepareZip(bytes, open, isReadOnly, error));
     const std::unique_ptr<ZipEngine> engine = ZipEngine::Open(std::move(bytes), error);
     ASSERT_NE(engine, nullptr);
-    EXPECT_EQ(ReadEntry(*engine, 2, "", error), Rubbish(200));
+    EXPECT_EQ(ReadEntry(*engine, 2, "", error), Noise(200));
 }
 
-TEST(ZipVolumes, CZipReadsWhatOthersSplit)
+TEST(ZipVolumes, CZipReadsSplitArchivesOfOtherPrograms)
 {
     const TempFolder folder;
-    const std::string contents = Rubbish(200000);
+    const std::string contents = Noise(200000);
     folder.WriteFile("in/first", contents);
     folder.WriteFile("in/second", "small");
     folder.WriteFile("in/third", contents + contents);
