@@ -1,4 +1,4 @@
-// CRGBColor beside QColor, over the pixels of an image.
+// CRGBColor compared with QColor, over the pixels of an image.
 
 #include "values/CRGBColor.h"
 

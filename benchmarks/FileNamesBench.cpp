@@ -1,4 +1,4 @@
-// The type of a file by its name, and names matched against wildcards, beside Qt and the C library.
+// The type of a file by its name, and names matched against wildcards, compared with Qt and the C library.
 
 #include "services/FileTypeRegistry.h"
 #include "services/FileWildcards.h"
@@ -55,7 +55,7 @@ void ClassOurs(benchmark::State& state)
 }
 BENCHMARK(ClassOurs)->Name("FileNames/class/ours")->Unit(benchmark::kMillisecond);
 
-// So few that they lie in the cache: the matching is timed, not the memory.
+// Few enough for the cache: matching is timed, not memory access.
 constexpr int kMatchedNames = 10000;
 constexpr const char* kPattern = "pic*7?.tif";
 
@@ -93,7 +93,7 @@ std::vector<QString> QtNames(int count)
 
 void ClassQt(benchmark::State& state)
 {
-    const auto names = QtNames(kNames / 100); // it takes long enough
+    const auto names = QtNames(kNames / 100); // slow enough
     const QMimeDatabase database;
     for (auto _ : state)
     {

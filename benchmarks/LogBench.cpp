@@ -1,4 +1,4 @@
-// The log with its flush after each message, beside spdlog told to do the same.
+// The log with its flush after each message, compared with spdlog set to do the same.
 
 #include "services/LogFile.h"
 

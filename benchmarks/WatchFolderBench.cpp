@@ -1,4 +1,4 @@
-// News of a tree of folders, beside a loop that only reads the system's queue and puts the paths together.
+// Events of a tree of folders, compared with a loop that only reads the system's queue and composes the paths.
 
 #include "services/CWatchFolder.h"
 

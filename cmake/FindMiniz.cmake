@@ -21,7 +21,7 @@ if(NOT EXISTS "${Miniz_AMALGAMATION}")
 endif()
 
 # The one file holds declarations and implementation. Users get the part before the first implementation's licence text;
-# one private C source, whose symbols nobody outside the library sees, gets it all.
+# one private C source, whose symbols are hidden, gets it all.
 set(miniz_dir "${PROJECT_BINARY_DIR}/miniz")
 file(READ "${Miniz_AMALGAMATION}" miniz_text)
 string(FIND "${miniz_text}" "#endif /* MINIZ_NO_ARCHIVE_APIS */" miniz_end)
@@ -29,7 +29,7 @@ if(miniz_end EQUAL -1)
     message(FATAL_ERROR "third_party/miniz/miniz.h is not the file that scripts/setup brings")
 endif()
 string(SUBSTRING "${miniz_text}" 0 ${miniz_end} miniz_declarations)
-# Its times, which nobody asks for, cost a look at the time zone's file for each entry.
+# Its file times, which are not used, would read the time zone's file for each entry.
 file(CONFIGURE OUTPUT "${miniz_dir}/miniz.h" CONTENT
     "#pragma once\n#define MINIZ_NO_TIME\n@miniz_declarations@#endif\n" @ONLY)
 file(CONFIGURE OUTPUT "${miniz_dir}/miniz.c" CONTENT

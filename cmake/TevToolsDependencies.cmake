@@ -4,10 +4,10 @@ find_package(Threads REQUIRED)
 find_package(ZLIB REQUIRED)
 find_package(SQLite3 REQUIRED)
 find_package(PkgConfig REQUIRED)
-# The CMake packages that Debian has of these two ask for programs that their -dev packages do not bring.
+# Debian's CMake packages of these two require programs that their -dev packages do not install.
 pkg_check_modules(Zstd REQUIRED IMPORTED_TARGET libzstd)
 pkg_check_modules(LibZip REQUIRED IMPORTED_TARGET libzip)
-find_package(Miniz) # without it, libzip reads what it would have read
+find_package(Miniz) # without it, libzip reads all archives
 find_package(OpenMP REQUIRED COMPONENTS CXX)
 
 function(tevtools_link_dependencies target)

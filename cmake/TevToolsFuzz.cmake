@@ -1,4 +1,4 @@
-# One libFuzzer executable for each file fuzz/<Name>Fuzz.cpp, named fuzz_<Name>; its seeds stand in fuzz/corpus/<Name>.
+# One libFuzzer executable for each file fuzz/<Name>Fuzz.cpp, named fuzz_<Name>; its seeds are in fuzz/corpus/<Name>.
 
 if(NOT CMAKE_CXX_COMPILER_ID MATCHES "Clang")
     message(FATAL_ERROR "Fuzz targets need clang")
@@ -14,5 +14,5 @@ foreach(source IN LISTS fuzz_sources)
     target_link_options(fuzz_${name} PRIVATE -fsanitize=fuzzer)
 endforeach()
 
-# What the tool shows of preference files.
+# The tool's output of preference files.
 target_sources(fuzz_Preferences PRIVATE tools/tev/SettingsValues.cpp tools/tev/Tool.cpp tools/tev/System.cpp)

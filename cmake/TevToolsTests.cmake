@@ -15,11 +15,11 @@ elseif(TEVTOOLS_SANITIZE MATCHES "thread")
         "TSAN_OPTIONS=allocator_may_return_null=1:suppressions=${PROJECT_SOURCE_DIR}/cmake/tsan-suppressions.txt")
 endif()
 
-# Unit tests link the library's objects, so that they reach what the shared library hides.
+# Unit tests link the library's objects, to test hidden symbols too.
 file(GLOB_RECURSE test_sources CONFIGURE_DEPENDS tests/*Test.cpp tests/support/*.cpp)
 list(FILTER test_sources EXCLUDE REGEX "/tests/(plugin|install)/")
 list(FILTER test_sources INCLUDE REGEX "${TEVTOOLS_TEST_SOURCES}|/tests/support/")
-# Under the thread sanitizer only the tests of threads are run, which say so in their names.
+# Under the thread sanitizer only tests with Thread in their names are run.
 if(TEVTOOLS_SANITIZE MATCHES "thread")
     foreach(source IN LISTS test_sources)
         file(STRINGS "${source}" thread_tests REGEX "^(TYPED_)?TEST(_F|_P)?\\(.*Thread" LIMIT_COUNT 1)
@@ -35,7 +35,7 @@ if(test_sources)
     add_executable(tevtools_tests ${test_sources})
     tevtools_configure(tevtools_tests)
     target_link_libraries(tevtools_tests PRIVATE tevtools_objects GTest::gmock GTest::gtest_main)
-    # GoogleTest's typed suites leave the last argument of a macro out, which clang reports until C++20.
+    # GoogleTest's typed suites omit the last argument of a macro, which clang reports before C++20.
     target_compile_options(tevtools_tests PRIVATE
         $<$<CXX_COMPILER_ID:Clang>:-Wno-gnu-zero-variadic-macro-arguments>)
     # The library is tested as it is delivered; the tests themselves need not take twice as long to compile.
@@ -45,7 +45,7 @@ if(test_sources)
         target_compile_definitions(tevtools_tests PRIVATE TEVTOOLS_TEV="$<TARGET_FILE:tev>")
         add_dependencies(tevtools_tests tev)
     endif()
-    # What crashes in them.
+    # Programs that crash.
     target_compile_definitions(tevtools_tests PRIVATE TEVTOOLS_CRASH_EXAMPLE="$<TARGET_FILE:example_crash>")
     add_dependencies(tevtools_tests example_crash)
     gtest_discover_tests(tevtools_tests
@@ -85,7 +85,7 @@ if(plugin_test_sources)
         PROPERTIES TIMEOUT 300 ENVIRONMENT "${test_environment}")
 endif()
 
-# Each public header by itself, twice, in both language versions. The compiler says all there is to say: no sanitizer needed.
+# Each public header by itself, twice, in both language versions. Compiled only, so without sanitizers.
 if(NOT TEVTOOLS_SANITIZE)
     set(header_sources "")
     foreach(header IN LISTS tevtools_public_headers ITEMS TevTools.h)
@@ -102,7 +102,8 @@ if(NOT TEVTOOLS_SANITIZE)
     endforeach()
 endif()
 
-# Examples get the folder of the sample inputs as argument and run in a folder of their own, with a registry of their own.
+# Examples get the folder of the sample inputs as argument and run in a folder of their own, with a registry of their
+# own.
 file(GLOB example_sources CONFIGURE_DEPENDS examples/*.cpp)
 foreach(source IN LISTS example_sources)
     get_filename_component(name "${source}" NAME_WE)
@@ -113,13 +114,13 @@ foreach(source IN LISTS example_sources)
     target_link_libraries(example_${name} PRIVATE TevTools)
     add_test(NAME example.${name} COMMAND example_${name} "${PROJECT_SOURCE_DIR}/examples/data"
         WORKING_DIRECTORY "${run_dir}")
-    # What they keep is kept there and nowhere else.
+    # Their data is kept there and nowhere else.
     set_tests_properties(example.${name} PROPERTIES TIMEOUT 60 ENVIRONMENT
         "TEVTOOLS_REGISTRY=${run_dir}/registry.db;TEVTOOLS_MACHINE_REGISTRY=${run_dir}/none.db;\
 TEVTOOLS_USER_DATA=${run_dir}/user;TEVTOOLS_COMMON_DATA=${run_dir}/common;${test_environment}")
 endforeach()
 
-# A stranger's project built against an installed copy. A sanitized library asks for a sanitized program.
+# A separate project built with an installed copy. A sanitized library needs a sanitized program.
 if(NOT TEVTOOLS_SANITIZE AND PROJECT_IS_TOP_LEVEL)
     add_test(NAME install.package COMMAND "${CMAKE_COMMAND}"
         -D "BUILD_DIR=${PROJECT_BINARY_DIR}" -D "SOURCE_DIR=${PROJECT_SOURCE_DIR}" -D "VERSION=${PROJECT_VERSION}"
@@ -129,7 +130,7 @@ if(NOT TEVTOOLS_SANITIZE AND PROJECT_IS_TOP_LEVEL)
     set_tests_properties(install.package PROPERTIES TIMEOUT 300)
 endif()
 
-# The source tree: who includes whom, which headers are public, the code blocks of the documents.
+# The source tree: includes, public headers, the code blocks of the documents.
 foreach(check IN ITEMS includes docs)
     add_test(NAME style.${check} COMMAND Python3::Interpreter "${PROJECT_SOURCE_DIR}/scripts/check-${check}")
 endforeach()

@@ -1,4 +1,4 @@
-// An array whose elements are known when the program runs: kinds of one's own and ready ones, in one archive.
+// An array with elements chosen at run time: own and predefined kinds, in one archive.
 
 #include <TevTools.h>
 

@@ -22,7 +22,7 @@ int main()
             return 1;
     }
 
-    // Open never throws: it answers false and says why.
+    // Open never throws: it returns false with the cause.
     CXFile file;
     CXFileException error;
     if (file.Open(L"no/such/file.obj", CXFile::modeRead, &error))

@@ -1,4 +1,4 @@
-// What the library knows of names, colours and its own log: types of files, wildcards, a log of two levels.
+// File types, wildcards, colours, and a log with levels.
 
 #include "services/CFileNameSpec.h"
 #include "services/FileTypeRegistry.h"

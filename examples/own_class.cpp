@@ -1,4 +1,4 @@
-// A class of one's own that the library can make by name, and an exception class, thrown and caught by the rules.
+// An own class that the library can create by name, and an own exception class, thrown and caught by the rules.
 
 #include "TevTools.h"
 

@@ -1,5 +1,5 @@
-// Settings in the registry: keeps the place of a window, lists the recent files below it, reads them fast, and carries all
-// of it over as a text.
+// Settings in the registry: keeps the position of a window, lists recent files below it, reads them fast, and exports
+// all of it as text.
 
 #include "TevTools.h"
 
@@ -12,7 +12,7 @@ const wchar_t kProgram[] = L"HKEY_CURRENT_USER\\Software\\Maker\\Viewer";
 void SaveWindow(int width, const wchar_t* title)
 {
     CRegUtil registry(CRegUtil::kReadWrite);
-    if (!registry.SetPath(kProgram, true)) // makes the key where it is missing
+    if (!registry.SetPath(kProgram, true)) // creates the key where it is missing
         std::printf("the settings cannot be saved: error %d\n", registry.GetLastError());
     registry.WriteSubKeyInt(L"Window", L"Width", static_cast<unsigned long>(width));
     registry.WriteSubKeyString(L"Window", L"Title", title);

@@ -1,5 +1,5 @@
-// Stores a small scene in a file and loads it back: objects of several classes, one of them shared, one link empty, and a
-// class that still reads what its earlier version wrote.
+// Stores a small scene in a file and loads it back: objects of several classes, one of them shared, one link empty, and
+// a class that still reads what its earlier version wrote.
 
 #include <TevTools.h>
 
@@ -26,7 +26,7 @@ public:
         }
         const unsigned schema = archive.GetObjectSchema();
         archive >> m_name;
-        if (schema >= 2) // the first version knew no shine
+        if (schema >= 2) // the first version had no shine
             archive >> m_shine;
     }
 
@@ -79,7 +79,7 @@ void Save(const Node& scene, const wchar_t* path)
     CXFile file(path, CXFile::modeCreate | CXFile::modeWrite);
     CXArchive archive(&file, xArchiveStore);
     archive << &scene;
-    archive.Close(); // tells when the disk is full; the destructor could not
+    archive.Close(); // throws when the disk is full; the destructor could not
     file.Close();
 }
 

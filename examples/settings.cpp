@@ -1,5 +1,5 @@
-// A settings round trip: fills a store with every kind of value, saves it to a preference file beside another program's,
-// loads it back, changes it from several threads, sends it through a memory file, and shows it.
+// A settings round trip: fills a store with every kind of value, saves it to a preference file that another program
+// uses too, loads it back, changes it from several threads, sends it through a memory file, and shows it.
 
 #include "TevTools.h"
 
@@ -21,10 +21,10 @@ enum Setting : unsigned
     kOthers = 100
 };
 
-constexpr unsigned kProgram = 0x50415754; // the two keys of a record are the programs' to choose
+constexpr unsigned kProgram = 0x50415754; // the two keys of a record are chosen by the program
 constexpr unsigned kMainWindow = 1;
 
-/// A class that keeps itself in a store.
+/// A class that saves itself in a store.
 class Camera : public CCustomDataClass
 {
 public:
@@ -91,7 +91,7 @@ int RestoreWidth(const CXTString<wchar_t>& file)
     return width;
 }
 
-/// Adds a shortcut that others may be adding at the same time.
+/// Adds a shortcut while other threads may do the same.
 void AddShortcut(CCustomData& settings, wchar_t key)
 {
     const CXSingleLock lock(settings.GetThreadLock(), true);

@@ -2,7 +2,7 @@
 
 #include <cstdio>
 
-// Writes a text file as UTF-16, and reads it as what it turns out to be.
+// Writes a text file as UTF-16, and reads it in the encoding that it has.
 int main()
 {
     try

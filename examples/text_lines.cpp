@@ -1,5 +1,5 @@
 // Prints a text file of any encoding as UTF-8, with line numbers: text_lines FILE [CODE-PAGE]
-// A byte-order mark at its start tells the encoding; without one the code page counts, which is UTF-8 if it is not given.
+// A byte-order mark at its start decides the encoding; without one the code page does, UTF-8 if it is not given.
 
 #include "files/CStdioFileEx.h"
 #include "objects/CXFileException.h"
@@ -15,12 +15,12 @@ namespace
 {
 void PrintLines(const wchar_t* path, xStringEncoding codePage)
 {
-    // With typeText the file is looked at when it is opened: its mark, and whether its lines end with CR alone.
+    // With typeText, opening detects the mark and whether lines end with CR alone.
     CStdioFileEx file(path, CXFile::modeRead | CXFile::typeText | CXFile::shareDenyWrite);
     if (!file.HasBom())
         file.SetCodePage(codePage);
 
-    CXTString<wchar_t> line; // comes without its line end
+    CXTString<wchar_t> line; // without its line end
     for (int number = 1; file.ReadString(line); ++number)
         std::printf("%5d  %s\n", number, static_cast<const char*>(XCW2A(line, xEncodingUtf8)));
 }
@@ -40,7 +40,7 @@ int main(int argumentCount, char** arguments)
     }
     catch (CXFileException* failure)
     {
-        // Exceptions come as pointers, and who catches one ends it.
+        // Exceptions are pointers; the catcher deletes them.
         std::fprintf(stderr, "text_lines: %s\n", CXTString<char>(failure->GetCauseMessage()).GetConstBuffer());
         failure->Delete();
         return 1;

@@ -1,4 +1,4 @@
-// Reads models out of compressed files: unpack, read what came out, clean up.
+// Reads models out of compressed files: unpack, read, clean up.
 
 #include "services/Paths.h"
 #include "text/CXTString.h"
@@ -9,7 +9,7 @@
 
 namespace
 {
-/// Says how far it is. Another answer than true would end the extraction.
+/// Prints the progress. Returning false would end the extraction.
 class Unpacking : public CMiniZip
 {
 protected:
@@ -36,9 +36,9 @@ void ReadModel(const CPathString& archive)
     for (const CXTString<wchar_t>& file : zip.GetExtractedFiles())
     {
         if (CPathString(file).GetExtension() == L".obj")
-            Print(CPathString(file).GetFileName()); // read the model here, with the textures beside it
+            Print(CPathString(file).GetFileName()); // read the model here; its textures are in the same folder
     }
-} // the folder goes with the object
+} // the folder is deleted with the object
 
 void UnpackScan(const CPathString& file)
 {

@@ -8,7 +8,7 @@
 
 namespace
 {
-// What a timer of the user interface calls.
+// Called by a timer of the user interface.
 int Refresh(CWatchFolder& watcher)
 {
     if (!watcher.CheckRefreshNotification())

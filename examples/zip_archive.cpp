@@ -1,4 +1,4 @@
-// Makes a ZIP archive, looks into it, changes it and extracts from it.
+// Creates a ZIP archive, lists it, changes it and extracts from it.
 
 #include "services/Paths.h"
 #include "text/CXTString.h"
@@ -9,7 +9,7 @@
 
 namespace
 {
-/// Leaves out what is not wanted, and ends everything when the user has had enough.
+/// Skips unwanted entries, and ends the operation when the user cancels.
 class Choice : public CZipExtractCallback
 {
 public:
@@ -53,7 +53,7 @@ bool Extract()
     CZip zip;
     if (!zip.Open(L"pawn.zip", zipOpenReadOnly, false, &choice))
         return false;
-    const unsigned index = zip.FindFile(L"PAWN.MTL", false, true); // in whatever folder, case does not count
+    const unsigned index = zip.FindFile(L"PAWN.MTL", false, true); // in any folder, case-insensitively
     return index != xZipNoEntry && zip.ExtractFile(index, L"out", true, nullptr, false) == zipExtracted;
 }
 
@@ -65,7 +65,7 @@ void Change()
     CXArray<CXTString<wchar_t>, const CXTString<wchar_t>&> names;
     names.Add(L"notes.txt");
     if (!zip.DeleteFiles(names))
-        zip.Discard(); // forgets all changes; Close would write them
+        zip.Discard(); // discards all changes; Close would write them
     zip.Close(false);
     if (zip.GetLastFailure() == XZipFailure::kReplaced)
         std::printf("another program has changed the archive\n");

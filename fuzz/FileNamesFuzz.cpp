@@ -1,5 +1,5 @@
-// Lists of extensions, wildcards and extensions of paths, made of arbitrary text. Matching is compared with an obvious
-// matcher.
+// Lists of extensions, wildcards and extensions of paths, made of arbitrary text. Matching is compared with a
+// naive matcher.
 
 #include "maps/CHashTable.h"
 #include "services/CFileNameSpec.h"
@@ -27,7 +27,7 @@ void Check(bool holds, const char* what)
     std::abort();
 }
 
-/// Few characters, so that matches happen; the rest of the bytes stand for characters of every kind.
+/// Few characters, so that matches happen; the other bytes select characters of every kind.
 wchar_t CharacterOf(std::uint8_t byte)
 {
     constexpr wchar_t kCommon[] = {L'a', L'A', L'b', L'.', L'*', L'?', L'"', L' ', L',', L';', L'/', L'\\', L':', 0};

@@ -12,6 +12,6 @@ struct BuiltInFileType
 
 constexpr unsigned kBuiltInFileTypeCount = 31;
 
-/// The types that every registry knows, in the order in which they are registered.
+/// The types of a new registry, in the order of registration.
 extern const BuiltInFileType kBuiltInFileTypes[kBuiltInFileTypeCount];
 } // namespace tev

@@ -16,7 +16,7 @@ constexpr unsigned int XFourCharacterCode(const char (&code)[5]) noexcept
     return value;
 }
 
-/// The loader or saver of a type that nobody loads or saves.
+/// The loader or saver of a type that has none.
 constexpr unsigned int xFileCodeUnknown = XFourCharacterCode("UNKN");
 /// The loader or saver of a type that the library itself loads or saves.
 constexpr unsigned int xFileCodeBuiltIn = XFourCharacterCode("FERN");
@@ -33,12 +33,12 @@ constexpr unsigned int xFileWeb = 0x200000;
 constexpr unsigned int xFileArchive = 0x400000;
 constexpr unsigned int xFileKinds = 0xFFFF0000; ///< the bits that hold the kind
 
-/// What is known of one type of file. A value: one thread at a time.
+/// The record of one file type. A value: one thread at a time.
 class TEVTOOLS_API CFileExt
 {
 public:
     CFileExt() = default;
-    /// The extensions stand with their dots and are separated by '|': ".bmp|.dib".
+    /// Extensions are written with their dots and separated by '|': ".bmp|.dib".
     CFileExt(const CXTString<wchar_t>& description, const CXTString<wchar_t>& extensions, unsigned int fileClass,
              unsigned int properties, unsigned int loader = xFileCodeUnknown, unsigned int saver = xFileCodeUnknown);
 
@@ -50,7 +50,7 @@ public:
     unsigned int GetLoader() const noexcept { return m_loader; }
     unsigned int GetSaver() const noexcept { return m_saver; }
 
-    /// Makes it what the default constructor makes.
+    /// Restores the state of the default constructor.
     void Init() { *this = CFileExt(); }
 
 private:

@@ -2,8 +2,8 @@
 
 #include "text/CXTString.h"
 
-/// A path. Both '/' and '\' separate its components; the paths that are composed here get the system's separator.
-/// A value: one thread at a time.
+/// A path. Both '/' and '\' separate components; composed paths get the system's separator. A value: one thread at a
+/// time.
 class TEVTOOLS_API CPathString : public CXTString<wchar_t>
 {
 public:
@@ -17,7 +17,7 @@ public:
     CXTString<wchar_t> GetTitle() const;
     /// The extension of the last component with its dot, such that title and extension give the name.
     CXTString<wchar_t> GetExtension() const;
-    /// All but the last component, without the separators behind it unless it is the root; empty when there is none.
+    /// All but the last component, without trailing separators unless it is the root; empty when there is none.
     CPathString GetFolder() const;
 
     /// Appends a path with exactly one separator between both; an empty one adds nothing. One that starts with a
@@ -31,6 +31,6 @@ public:
 
 private:
     int NameStart() const noexcept;
-    /// Where the extension starts.
+    /// Index of the extension.
     int TitleEnd() const noexcept;
 };

@@ -11,9 +11,8 @@ public:
     explicit CProfileTimer(int unused = 0) noexcept;
 
     void Start() noexcept;
-    /// Milliseconds since Start, the low 32 bits of them. With a title, the user interface shows a text of title and
-    /// time; without a host's user interface the log receives it.
-    /// Gives the thread the priority back that it had.
+    /// Returns the milliseconds since Start, the low 32 bits of them, and restores the thread's priority. With a title,
+    /// the user interface shows title and time; without a host's user interface they are logged.
     unsigned long End(const CXTString<wchar_t>& title);
 
 private:

@@ -10,7 +10,7 @@
 
 namespace tev
 {
-/// What AddRefreshNotification was given, and the watch; that is null while the folder is let go of.
+/// The arguments of AddRefreshNotification, and the watch, which is null while it is closed.
 struct WatchRecord
 {
     bool Start()
@@ -198,7 +198,7 @@ unsigned int CWatchFolder::OnDeviceChange(unsigned int event, unsigned __int64 d
         return OnFolderOfVolume(event, device->m_folder) ? 1 : 0;
     if (device->m_device != kDeviceVolume || !m_driveInsertion || (event != kVolumeArrived && event != kRemoveComplete))
         return 0;
-    // A volume that went has been noticed by the watches themselves.
+    // The watches themselves notice a volume that was removed.
     for (const std::unique_ptr<WatchRecord>& record : m_watches)
     {
         if (event == kVolumeArrived && record->m_watch == nullptr)
@@ -229,7 +229,7 @@ int CWatchFolder::IndexOf(const CXTString<wchar_t>& folder) const
     const CXTString<wchar_t> path = WithSeparator(folder);
     for (std::size_t i = 0; i < m_watches.size(); ++i)
     {
-        // One that is gone has a name only.
+        // A folder that was deleted is known by its path only.
         if (m_watches[i]->m_folder == path || fileIsSameDirectory(m_watches[i]->m_folder, folder))
             return static_cast<int>(i);
     }

@@ -13,14 +13,14 @@ namespace tev
 struct WatchRecord;
 }
 
-/// Collects what changes in folders, for a user interface that asks from time to time; no thread works behind it. The owner
-/// calls CheckRefreshNotification, from a timer for example, and takes the changes when it says that there are some.
+/// Watches folders and collects changes of the files in them. It is polled and has no thread of its own: the owner
+/// calls CheckRefreshNotification, from a timer for example, and fetches the changes when that returns true.
 ///
-/// Folders are added and removed, and changes collected, by one thread at a time; AddChange, GetChanges, ReleaseChanges,
-/// LockRefresh and UnlockRefresh are safe from several threads at once. The system limits how many folders a user may
-/// watch; a tree takes as many as it has folders. Off Windows links to folders beneath the watched one are not followed,
-/// folders that the user may not read are left out, and a watched folder that goes is picked up again when there is one of
-/// its name: that, and that it went, is reported as a change of the whole folder.
+/// Folders are added and removed, and changes collected, by one thread at a time; AddChange, GetChanges,
+/// ReleaseChanges, LockRefresh and UnlockRefresh are safe from several threads at once. The system limits how many
+/// folders a user may watch; a tree takes one watch for each of its folders. Off Windows, links to folders beneath the
+/// watched one are not followed and folders that the user may not read are left out. A watched folder that is removed
+/// or moved away is watched again when a folder exists at its path; both are reported as a change of the whole folder.
 class TEVTOOLS_API CWatchFolder
 {
 public:
@@ -30,18 +30,17 @@ public:
         xChangeRemoved = 2,
         xChangeModified = 3,
         xChangeRenamed = 4,    ///< of the old name and of the new one
-        xChangeWholeFolder = 5 ///< the path is that of a watched folder: look at it again
+        xChangeWholeFolder = 5 ///< the path is that of a watched folder: read the folder again
     };
     using Changes =
         CHashMap<CXTString<wchar_t>, const CXTString<wchar_t>&, FileChange, CHashMethods<CXTString<wchar_t>>>;
 
-    // What a folder is watched for.
-    static constexpr unsigned int kFileNames = 0x1; ///< files that come, go or are renamed
+    // Filter bits.
+    static constexpr unsigned int kFileNames = 0x1; ///< files are created, deleted or renamed
     static constexpr unsigned int kFolderNames = 0x2;
     static constexpr unsigned int kAttributes = 0x4;
     static constexpr unsigned int kSize = 0x8;
-    static constexpr unsigned int kLastWrite =
-        0x10; ///< Linux does not tell it from kAttributes where nothing is written
+    static constexpr unsigned int kLastWrite = 0x10; ///< Linux reports a time set without a write as kAttributes too
     static constexpr unsigned int kLastAccess = 0x20;
     static constexpr unsigned int kCreation = 0x40;
     static constexpr unsigned int kSecurity = 0x100;
@@ -51,37 +50,39 @@ public:
     CWatchFolder& operator=(const CWatchFolder&) = delete;
     virtual ~CWatchFolder();
 
-    /// Starts to watch a folder, with all folders beneath it where `watchSubtree`. True also when it is watched already,
-    /// under whatever name. False, with nothing watched that was not before, when there is no such folder, it may not be
-    /// read, or the system's limit is reached. Costs the reading of all folders of a tree.
+    /// Starts to watch a folder, and all folders beneath it if `watchSubtree`. Also true when the folder is watched
+    /// already, under any name. False, with no change, when there is no such folder, it may not be read, or the
+    /// system's limit is reached. Reads all folders of the tree.
     bool AddRefreshNotification(const CXTString<wchar_t>& folder, bool watchSubtree, unsigned int filter);
-    /// Does nothing and answers false: see StopWatching.
+    /// Does nothing and returns false: see StopWatching.
     bool RemoveRefreshNotification(const CXTString<wchar_t>& folder);
-    /// Ends the watch of one folder. False when it is not watched. Changes that were collected stay.
+    /// Ends the watch of one folder. False when it is not watched. Collected changes stay.
     bool StopWatching(const CXTString<wchar_t>& folder);
     /// Ends all watches.
     void RemoveAll();
 
-    /// Collects what changed since the last call, and answers whether there are changes now. Of several changes of one path
-    /// the last one counts, but something new that is modified stays new. A folder of which there is more to tell than
-    /// some hundred changes has changed as a whole. Collects nothing and answers false while LockRefresh holds it off; while
-    /// another thread holds the changes it waits; on the thread that holds them it collects nothing and answers true.
+    /// Collects what changed since the last call and returns whether the map holds changes. Of several changes of one
+    /// path the last one counts, but an added file that is modified stays added. More changes of one watched folder
+    /// than its buffer holds, some hundred, are reported as xChangeWholeFolder. Collects nothing and returns false
+    /// while refreshing is locked; waits while another thread holds the changes; on the thread that holds them it
+    /// collects nothing and returns true.
     bool CheckRefreshNotification();
-    /// Holds CheckRefreshNotification off until as many calls of UnlockRefresh, which answers true when it is free again.
+    /// Locks CheckRefreshNotification until as many calls of UnlockRefresh, which returns true when it is unlocked
+    /// again.
     void LockRefresh() noexcept;
     bool UnlockRefresh() noexcept;
 
-    /// Records a change that the caller knows of. A thread that holds the changes adds to those that it holds.
+    /// Adds a change to the map; on the thread that holds the changes, to the map that it holds.
     void AddChange(const CXTString<wchar_t>& path, FileChange change);
-    /// The changes by their paths: what the watch was given, a separator, and the path beneath. The thread holds them, and
-    /// keeps others from adding some, until it calls ReleaseChanges.
+    /// The changes by path: the folder as it was given, a separator, and the path beneath. The calling thread holds the
+    /// map, and other threads wait to add to it, until it calls ReleaseChanges.
     const Changes& GetChanges() X_NO_THREAD_SAFETY_ANALYSIS;
-    /// Forgets the changes and lets go of them. Does nothing on a thread that does not hold them. Always false.
+    /// Empties the map and releases it. Does nothing on a thread that does not hold it. Always false.
     bool ReleaseChanges() X_NO_THREAD_SAFETY_ANALYSIS;
 
-    /// From now on OnDeviceChange attends to volumes that come and go, whatever the option is, which is kept with the mask.
+    /// OnDeviceChange handles volume events from now on, whatever the option; option and mask are stored.
     void EnableDriveInsertionNotification(bool option, unsigned int driveMask) noexcept;
-    /// The window that gets the system's messages about devices, where the system has such. Only the first call counts.
+    /// The window that receives the system's device messages, where the system has such. Only the first call counts.
     void SetNotifyWindow(void* window) noexcept;
 
     // Events of OnDeviceChange, and the kinds of devices.
@@ -93,19 +94,19 @@ public:
     static constexpr unsigned int kDeviceVolume = 2;
     static constexpr unsigned int kDeviceHandle = 6;
 
-    /// What the data of an event is the address of.
+    /// The data of an event is the address of one of these.
     struct DeviceEvent
     {
         unsigned int m_device;   ///< kDeviceVolume or kDeviceHandle
-        const wchar_t* m_folder; ///< of a kDeviceHandle: the watched folder whose volume it is about
+        const wchar_t* m_folder; ///< for kDeviceHandle: the watched folder on that volume
     };
-    /// The owner tells of volumes. One that is to be removed makes the watch of its folder let go of it (kQueryRemove), and
-    /// start again when the removal failed; one that was removed ends the watch. A volume that came, where that is attended
-    /// to, makes watches start again that could not before. 1 when the event was handled, else 0; a null address is not.
+    /// The owner forwards device events. For a watched folder, kQueryRemove closes its watch but keeps the record,
+    /// kQueryRemoveFailed starts it again, and a removal ends it. When volume events are enabled, kVolumeArrived starts
+    /// closed watches again. Returns 1 when the event was handled, else 0, as for a null address.
     unsigned int OnDeviceChange(unsigned int event, unsigned __int64 data);
 
 protected:
-    /// Ends a watch, or only lets go of the folder and keeps the record. False when there is no such index.
+    /// Ends a watch, or closes it and keeps its record. False when there is no such index.
     bool RemoveRefreshNotification(int index, bool keepRecord);
 
 private:
@@ -115,7 +116,7 @@ private:
     bool OnFolderOfVolume(unsigned int event, const wchar_t* folder);
 
     CXCriticalSection m_lock;
-    CXTString<wchar_t> m_path; // of the change at hand
+    CXTString<wchar_t> m_path; // of the change being recorded
     bool m_driveInsertion = false;
     bool m_driveOption = false;
     std::atomic<int> m_refreshLocks{0};

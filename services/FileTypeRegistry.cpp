@@ -56,7 +56,7 @@ std::wstring_view ExtensionOf(std::wstring_view path) noexcept
     return dot == path.npos ? std::wstring_view() : path.substr(dot);
 }
 
-/// How extensions are found: they are stored in lower case and asked for as they stand in a name, without a copy.
+/// Extensions are stored in lower case and looked up as they are in a name, without a copy.
 struct ExtensionMethods
 {
     class LookupKey
@@ -83,7 +83,7 @@ struct ExtensionMethods
     }
 };
 
-/// The extensions of a type, each with what dots it has.
+/// The extensions of a type, each with its dots.
 TextArray ExtensionsOf(const CFileExt& type)
 {
     TextArray extensions;
@@ -126,7 +126,7 @@ public:
     /// Null before the first call of Get.
     static FileTypes* GetIfThere() noexcept;
 
-    /// Knows the library's own types.
+    /// Registers the library's own types.
     FileTypes();
 
     void Register(const CFileExt& type);
@@ -167,7 +167,7 @@ public:
     /// Copies of the types that pass the filter.
     std::vector<CFileExt> Select(unsigned filter) const;
 
-    /// Whether names with that extension are of that class unless somebody says otherwise.
+    /// Whether the class is the default of an extension.
     bool IsDefault(const Text& extension, unsigned fileClass) const;
 
 private:
@@ -178,7 +178,7 @@ private:
 
     mutable LibraryLock m_lock;
     CHashMap<unsigned, unsigned, CFileExt> m_types X_GUARDED_BY(m_lock);
-    // The class that stands first is the default. No list is empty.
+    // The first class is the default. No list is empty.
     CHashMap<Text, const Text&, std::vector<unsigned>, ExtensionMethods> m_classes X_GUARDED_BY(m_lock);
 };
 
@@ -330,7 +330,7 @@ bool Any(const CFileExt&) noexcept
     return true;
 }
 
-/// A number of the default type for a name, 0 when there is none.
+/// A number from the record of a name's default type, 0 when there is none.
 unsigned NumberOfDefault(const Text& name, unsigned (CFileExt::*number)() const noexcept)
 {
     unsigned result = 0;

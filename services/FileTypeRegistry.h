@@ -3,25 +3,25 @@
 #include "arrays/CXArray.h"
 #include "services/CFileExt.h"
 
-// The process-wide registry of file types, by class and by extension. It knows the library's own types from the start.
+// The process-wide registry of file types, by class and by extension. It holds the library's own types from the start.
 // Where several types share an extension, the first one registered is its default, unless a later one is preferred.
-// Names are paths or URLs; case does not count in their extensions. Whatever is found is a copy. Functions that find
-// nothing return 0, false or an empty text. Safe from several threads at once.
+// Names are paths or URLs; their extensions are compared case-insensitively. Records are returned as copies. Functions
+// that find nothing return 0, false or an empty text. Safe from several threads at once.
 
-/// The extension with its dot, empty where there is none: of a path what follows the last dot of its last component; of
-/// a URL (a scheme of two letters or more and "://") what follows the last dot before a '?'.
+/// The extension with its dot, empty where there is none: of a path, what follows the last dot of the last component;
+/// of a URL (a scheme of two letters or more and "://"), what follows the last dot before a '?'.
 TEVTOOLS_API CXTString<wchar_t> fileGetExtension(const CXTString<wchar_t>& path);
 
-/// Registers a type. A 3D scene that can be saved (0x2) gets the property 0x80, in `type` too. A class that is known
-/// already is replaced, but keeps its loader or saver where the new one has none, and then its properties as well, and
-/// stays registered for its former extensions.
+/// Registers a type. A 3D scene that can be saved (0x2) gets the property 0x80, in `type` too. The record of a
+/// registered class is replaced, but keeps its loader or saver where the new one has none, and then its properties as
+/// well, and stays registered for its former extensions.
 TEVTOOLS_API void fileRegisterFile(CFileExt& type);
-/// Mode 3: removes the class. Mode 1: nobody loads it any more; 2: nobody saves it any more. Does nothing for class 0,
-/// and before any other function of the registry was called.
+/// Mode 3: removes the class. Mode 1: removes its loader; 2: removes its saver. Does nothing for class 0, and before
+/// any other function of the registry was called.
 TEVTOOLS_API void fileUnregisterFile(unsigned int fileClass, unsigned int mode);
 
-/// The types in the order of their descriptions, without regard to case, to be released with fileFreeRegisteredFiles.
-/// The filter asks for one of the kinds in its upper half, if any, and for types that can be loaded (0x1), saved (0x2).
+/// The types sorted by description, case-insensitively, to be released with fileFreeRegisteredFiles. The filter selects
+/// types of any kind in its upper half, if it has one, that can be loaded (0x1) and saved (0x2).
 [[nodiscard]] TEVTOOLS_API CFileExt* fileGetRegisteredFiles(unsigned int& count, unsigned int filter);
 TEVTOOLS_API void fileFreeRegisteredFiles(CFileExt* types, unsigned int count);
 
@@ -46,8 +46,8 @@ TEVTOOLS_API unsigned int fileFindParser(const CXTString<wchar_t>& name, unsigne
 TEVTOOLS_API unsigned int fileGetExtensionArray(unsigned int fileClass,
                                                 CXArray<CXTString<wchar_t>, const CXTString<wchar_t>&>& extensions,
                                                 bool withDot);
-/// Replaces the array by the extensions, each once, of every type that is of one of the kinds in `properties`, if any, and
-/// has all of its other bits; only where it is the default type unless `allTypes`. Returns their number.
+/// Replaces the array by the extensions, each once, of every type that is of one of the kinds in `properties`, if any,
+/// and has all of its other bits; only where it is the default type unless `allTypes`. Returns their number.
 TEVTOOLS_API unsigned int fileGetExtensionArrayByProperty(
     unsigned int properties, CXArray<CXTString<wchar_t>, const CXTString<wchar_t>&>& extensions, bool withDot,
     bool allTypes);

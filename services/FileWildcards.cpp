@@ -33,7 +33,7 @@ std::wstring_view NextWord(std::wstring_view list, std::size_t& position, bool s
     return list.substr(start, end - start);
 }
 
-/// An extension in quotes becomes a pattern, a name stays as it is.
+/// A quoted extension becomes a pattern, a name is kept.
 CXTString<wchar_t> PatternOfQuoted(std::wstring_view word)
 {
     CXTString<wchar_t> pattern(word.data(), static_cast<int>(word.size()));
@@ -68,8 +68,8 @@ bool IsMatch(wchar_t p, wchar_t n) noexcept
     return p == n || p == L'?';
 }
 
-/// Whether a pattern that starts with '*' matches the whole name. Each piece between two '*' may take the first place that
-/// it finds: what follows can only gain by that.
+/// Whether a pattern that starts with '*' matches the whole name. Taking the first match of each piece between two '*'
+/// leaves the most for the pieces behind it.
 bool MatchesFromStar(std::wstring_view name, std::wstring_view pattern) noexcept
 {
     for (;;)

@@ -3,14 +3,13 @@
 #include "maps/CHashTable.h"
 #include "text/CXTString.h"
 
-// Lists of extensions and name patterns, as people type them into a search box, and matching names against them.
+// Lists of extensions and name patterns, as users type them into a search box, and matching names with them.
 // Case beyond ASCII follows the C library's current locale. Safe from several threads at once.
 
-/// Turns a list into patterns in lower case, separated by one blank, each once. Words are separated by blanks, commas and
-/// semicolons; a word without a '?' finds what holds it anywhere (`tree` gives `*tree*`); one in double quotes is an
-/// extension (`"bmp"` gives `*.bmp`) or, where it has a '.' further in, a whole name. Only the first 259 characters count.
-/// Unless `singleWords`, quotes may hold blanks. The patterns are added to `set`; those that it holds already, it keeps,
-/// and they are not in the result.
+/// Turns a list into patterns in lower case, separated by one blank, each once. Words are separated by blanks, commas
+/// and semicolons; a word without a '?' matches anywhere in a name (`tree` gives `*tree*`); a word in double quotes is
+/// an extension (`"bmp"` gives `*.bmp`) or, where it has a '.' further in, a whole name. Only the first 259 characters
+/// count. Unless `singleWords`, quotes may hold blanks. New patterns are added to `set` and to the result.
 TEVTOOLS_API CXTString<wchar_t> fileCleanExtensionList(const CXTString<wchar_t>& list, bool singleWords,
                                                        CHashTable<CXTString<wchar_t>>* set = nullptr);
 
@@ -19,10 +18,10 @@ TEVTOOLS_API unsigned int fileGetHashFromExtensionList(CXTString<wchar_t>& list,
                                                        bool singleWords);
 
 /// Whether the whole name matches: '*' stands for any characters, '?' for one. Without case, two characters are equal
-/// whose low bytes are the same ASCII letter and whose other bytes are the same; but from the pattern's first '*' on they
-/// are always compared exactly. Callers count on that. Takes at most the product of both lengths.
+/// whose low bytes are the same ASCII letter and whose other bytes are the same; but from the pattern's first '*' on
+/// they are always compared exactly. This is deliberate. Takes time up to the product of both lengths.
 TEVTOOLS_API bool fileMatchWilcards(const CXTString<wchar_t>& name, const CXTString<wchar_t>& pattern,
                                     bool caseSensitive) noexcept;
 
-/// Whether the name, in lower case, matches one of the patterns, which fileCleanExtensionList made.
+/// Whether the name, in lower case, matches one of the patterns, which fileCleanExtensionList has made.
 TEVTOOLS_API bool fileMatchWilcards(const CXTString<wchar_t>& name, const CHashTable<CXTString<wchar_t>>& set);

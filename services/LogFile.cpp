@@ -31,11 +31,11 @@ constexpr unsigned kCreate = CXFile::modeWrite | CXFile::shareDenyWrite | CXFile
 constexpr const wchar_t* kHeader = L"\n\n*************************\nLogging information for %s (%s)\nRelease Mode\n"
                                    L"*************************\n";
 
-// Outside the lock: these decide, without waiting, that there is nothing to do.
+// Outside the lock, so that a call with nothing to do returns without waiting.
 std::atomic<unsigned> g_level{kThreshold};
 std::atomic<bool> g_isOpen{false};
 
-/// For whoever asks when nobody can wait for the lock any more. A path that was replaced is kept until the next one is.
+/// For the crash handler, which cannot wait for the lock. A replaced path is deleted at the next replacement only.
 std::atomic<const std::string*> g_path{nullptr};
 const std::string* g_formerPath = nullptr;
 
@@ -96,10 +96,10 @@ private:
     }
 
     std::unique_ptr<CStdioFileEx> m_file X_GUARDED_BY(m_lock);
-    std::unique_ptr<Tabs> m_tabs X_GUARDED_BY(m_lock); // there while the file is
+    std::unique_ptr<Tabs> m_tabs X_GUARDED_BY(m_lock); // exists while the file is open
 };
 
-/// Where a log of that name is to be; throws when the folder cannot be had.
+/// The path of a log of that name; throws when its folder cannot be created.
 CPathString LogPath(const Text& name, LogFileMode mode)
 {
     CPathString path = name;
@@ -174,7 +174,7 @@ void Log::Write(const Text& message)
     const Text* tabs = TabsOf(ThisThread());
     if (IsTooDeep(tabs))
         return;
-    // The main thread tells what the application is doing: what its helpers write belongs beneath that.
+    // The main thread says what the application is doing: messages of its workers are indented below that.
     if (const Text* mainTabs = TabsOf(static_cast<unsigned>(tev::MainThreadId())))
         tabs = mainTabs;
     if (IsTooDeep(tabs))
@@ -218,7 +218,7 @@ bool IsWanted(const void* format) noexcept
     return format != nullptr && g_isOpen.load(std::memory_order_acquire) && (Level() & (xLogOff | xLogMute)) == 0;
 }
 
-// Messages are put together before the lock is taken.
+// Messages are formatted before the lock is taken.
 
 void WriteMessage(const wchar_t* format, va_list arguments)
 {

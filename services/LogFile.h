@@ -2,39 +2,39 @@
 
 #include "text/CXTString.h"
 
-// The process's one diagnostic log, a UTF-16 text file. Each message is in the file when the call that wrote it returns,
-// so what a crash leaves behind is complete. Nothing adds line ends, times or levels: they are part of the message.
+// The diagnostic log of the process, a UTF-16 text file. A message is in the file when the call that wrote it returns,
+// so that the log is complete after a crash. Line ends, times and levels are not added: they are part of the message.
 // Safe from several threads at once; messages of different threads never mix.
 //
 // The level word: bits 0 to 7 are the threshold, up to which messages with a level are written and threads may be
 // indented; bit 8 switches the log off; bit 9 makes WriteToLogFile do nothing.
 
-/// What SetLogFile does with a file that exists.
+/// What SetLogFile does with an existing file.
 enum LogFileMode : int
 {
     xLogCreate = 0, ///< replaces it
-    xLogAppend = 1, ///< writes behind it
-    xLogNumber = 2  ///< leaves it alone and takes the next numbered name
+    xLogAppend = 1, ///< appends to it
+    xLogNumber = 2  ///< keeps it and takes the next numbered name
 };
 
 constexpr unsigned int xLogOff = 0x100;
 constexpr unsigned int xLogMute = 0x200;
 
-/// Opens the log and writes a header into it. A path without a folder is a file among the application's data of this user.
-/// `level` becomes the level word, also when the file cannot be opened or the mode is unknown; then nothing else changes
-/// and the answer is false. A log that is open already stays, with its level word: false.
+/// Opens the log and writes a header. A path without a folder is placed in the application's data folder of this user.
+/// `level` becomes the level word, also when the file cannot be opened or the mode is unknown; then nothing else
+/// changes and the result is false. False, with nothing changed, when a log is open already.
 TEVTOOLS_API bool SetLogFile(const CXTString<wchar_t>& path, LogFileMode mode, unsigned int level);
-/// Closes the log and forgets the indentation of every thread. False when none was open.
+/// Closes the log and deletes the indentation of every thread. False when none was open.
 TEVTOOLS_API bool CloseLogFile();
-/// Replaces the level word, 0xFF at first, and returns the one before. It outlives the log file.
+/// Replaces the level word, initially 0xFF, and returns the previous one. Closing the log keeps it.
 TEVTOOLS_API unsigned int SetLogLevel(unsigned int level) noexcept;
-/// Whether messages of the calling thread are wanted: the log is on and open, and the thread not indented beyond the
-/// threshold. While it is mute the log counts as open.
+/// Whether messages of the calling thread are written: the log is on and open, and the thread is not indented beyond
+/// the threshold. A muted log (bit 9) counts as open.
 TEVTOOLS_API bool IsLogFileEnabled();
 
-/// Appends a message as CXTString::Format makes it; an empty one when that fails. Nothing when no log is open or the thread
-/// is indented beyond the threshold. The message stands behind the tabs of the main thread where that one is indented,
-/// else behind those of the calling thread. Throws CXFileException when it cannot be written.
+/// Appends a message as CXTString::Format makes it; an empty one when that fails. Nothing when no log is open or the
+/// thread is indented beyond the threshold. The message is indented by the tabs of the main thread where that one has
+/// some, else by those of the calling thread. Throws CXFileException when it cannot be written.
 TEVTOOLS_API void WriteToLogFile(const wchar_t* format, ...);
 TEVTOOLS_API void WriteToLogFile(const char* format, ...);
 /// As above, unless the level is above the threshold, which costs next to nothing.

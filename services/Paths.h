@@ -3,12 +3,12 @@
 #include "services/CPathString.h"
 #include "values/CXTime.h"
 
-// Where an application keeps its data, and questions about what lies at a path. Links are followed.
-// Safe from several threads at once, as long as nobody changes the environment meanwhile.
+// The folders of an application's data, and queries about the file at a path. Links are followed.
+// Safe from several threads at once, as long as no thread changes the environment meanwhile.
 
 /// The folder for the application's data of this user, created where it is missing: TEVTOOLS_USER_DATA, else the
-/// application's name beneath the system's place for them ($XDG_DATA_HOME or ~/.local/share). Throws CXFileException when
-/// it cannot be created.
+/// application's name beneath the system's place for them ($XDG_DATA_HOME or ~/.local/share). Throws CXFileException
+/// when it cannot be created.
 TEVTOOLS_API CPathString GetUserApplicationDataPath();
 
 /// The folder for the application's data of all users, created where it is missing: TEVTOOLS_COMMON_DATA, else the
@@ -16,25 +16,25 @@ TEVTOOLS_API CPathString GetUserApplicationDataPath();
 TEVTOOLS_API CPathString GetCommonApplicationDataPath();
 
 /// Creates an empty folder among the temporary files, for this user alone, and returns its path. Its name begins with
-/// `prefix`, which holds no separator. It is the caller's to remove. Throws CXFileException when it cannot be created.
+/// `prefix`, which has no separator. The caller removes it. Throws CXFileException when it cannot be created.
 TEVTOOLS_API CPathString fileCreateTemporaryFolder(const CXTString<wchar_t>& prefix);
 
 /// The first of "name (1).ext", "name (2).ext", ... that does not exist. Another program may create it meanwhile.
 TEVTOOLS_API CPathString fileNextNumberedName(const CPathString& path);
 
-/// Whether anything lies there.
+/// Whether anything exists at the path.
 TEVTOOLS_API bool fileExists(const CXTString<wchar_t>& path);
 TEVTOOLS_API bool fileIsFile(const CXTString<wchar_t>& path);
 TEVTOOLS_API bool fileIsDirectory(const CXTString<wchar_t>& path);
 
-/// Whether both paths lead to one existing file or folder, however they are spelled: by links, hard links too, or with
-/// "." and "..". False when one of them leads nowhere.
+/// Whether both paths lead to the same existing file or folder, also through links, hard links, "." and "..". False
+/// when one of them does not exist.
 TEVTOOLS_API bool fileIsSameFile(const CXTString<wchar_t>& a, const CXTString<wchar_t>& b);
 /// As fileIsSameFile, for folders only.
 TEVTOOLS_API bool fileIsSameDirectory(const CXTString<wchar_t>& a, const CXTString<wchar_t>& b);
 
-// Dates of files and folders. False, with the date unchanged, when there is no file or the system refuses; a file system
-// may keep no date of creation, and Linux lets nobody set it.
+// Dates of files and folders. False, with the date unchanged, when there is no file or the system refuses; a file
+// system may keep no date of creation, and Linux has no call to set it.
 
 TEVTOOLS_API bool fileGetCreationDate(const CXTString<wchar_t>& path, CXTime& date);
 TEVTOOLS_API bool fileGetLastWriteDate(const CXTString<wchar_t>& path, CXTime& date);

@@ -4,9 +4,9 @@
 
 namespace tev
 {
-/// Shows the text of a measurement. The user interface, which stands above this room, installs one.
+/// Shows the text of a measurement. Installed by the user interface, which is in a room above this one.
 using ProfileReporter = void (*)(const CXTString<wchar_t>& text);
 
-/// Null for none: such texts go to the log. Safe from several threads at once.
+/// Null for none: the texts are logged then. Safe from several threads at once.
 void SetProfileReporter(ProfileReporter reporter) noexcept;
 } // namespace tev

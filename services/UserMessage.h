@@ -4,7 +4,7 @@
 
 namespace tev
 {
-/// Shows a person a text and waits until it was read, through the user interface, which stands above this room. Called
-/// without a lock of the library. Safe from several threads at once.
+/// Shows a text and waits until the user has read it, through the user interface, which is in a room above this one.
+/// Called without a lock of the library. Safe from several threads at once.
 void ShowUserMessage(const CXTString<wchar_t>& text);
 } // namespace tev

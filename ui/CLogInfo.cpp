@@ -6,7 +6,7 @@ X_IMPLEMENT_ABSTRACT_CLASS(CLogInfo, CXObject, xSchemaNotSerializable)
 
 namespace
 {
-constexpr float kShade = 0.25F; // of light colours, so that they are read on a dark ground as on paper
+constexpr float kShade = 0.25F; // for light colours on a dark background
 
 struct LevelColor
 {

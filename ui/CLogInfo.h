@@ -9,7 +9,7 @@
 
 class CXArchive;
 
-/// What happened in one step of loading or saving a file.
+/// A log record of loading or saving a file.
 struct IoLogInfo
 {
     /// Bits of the level.
@@ -24,21 +24,21 @@ struct IoLogInfo
 TEVTOOLS_API CXArchive& operator<<(CXArchive& archive, const IoLogInfo& record);
 TEVTOOLS_API CXArchive& operator>>(CXArchive& archive, IoLogInfo& record);
 
-/// Shows the records of an operation as coloured lines. What draws them is the user interface's; here is what it draws.
+/// Shows the log records of an operation as coloured lines: prepares the lines, which the user interface draws.
 /// One thread at a time.
 class TEVTOOLS_API CLogInfo : public CXObject
 {
 public:
     X_DECLARE_CLASS(CLogInfo)
 
-    /// The records must outlive the object. The flags and the parent, a window of the user interface or null, are for what
-    /// draws it.
+    /// The records must outlive the object. The flags and the parent, a window or null, are passed on to the user
+    /// interface.
     CLogInfo(CXArray<IoLogInfo>& records, unsigned int flags, void* parent);
 
-    /// Makes the lines, in the colours of the present theme. The lowest bit of a level decides about the colour; a record
-    /// without one has the colour of the record before it.
+    /// Prepares the lines in the colours of the current theme. The lowest bit of a level selects the colour; a record
+    /// without level bits has the colour of the record before it.
     virtual bool OnInitDialog();
-    /// Makes the lines and lets the user interface show them.
+    /// Prepares the lines and has the user interface show them.
     void DoModal();
 
     const std::vector<XColoredLine>& GetLines() const noexcept { return m_lines; }

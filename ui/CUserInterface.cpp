@@ -12,7 +12,7 @@ namespace
 {
 std::atomic<CUserInterface*> g_userInterface{nullptr};
 
-/// A message that nobody can be shown must not fail as well.
+/// Failing to log a message is ignored: there is no other place to report it.
 void WriteLine(const CXTString<wchar_t>& text) noexcept
 {
     static_cast<void>(tev::ResultOr(false, [&text] {

@@ -2,7 +2,7 @@
 
 #include "services/CPathString.h"
 
-/// A file that a report is to contain.
+/// A file to be included in a report.
 struct XReportFile
 {
     CPathString m_path;

@@ -78,7 +78,7 @@ protected:
     CWatchFolder m_watcher;
 };
 
-TEST_F(CWatchFolderTest, TellsWhatBecameOfFiles)
+TEST_F(CWatchFolderTest, ReportsChangesOfFiles)
 {
     m_folder.WriteFile("w/old", "x");
     m_folder.WriteFile("w/sub/deep", "x");
@@ -87,7 +87,7 @@ TEST_F(CWatchFolderTest, TellsWhatBecameOfFiles)
     Touch("w/new");
     Touch("w/old");
     Touch("w/sub/deep");
-    EXPECT_EQ(Changes(), "+new ~old") << "what is new stays new, and folders beneath are nobody's business";
+    EXPECT_EQ(Changes(), "+new ~old") << "a new file stays added, and folders beneath are not watched";
     Rename("w/new", "w/newer");
     fs::remove(m_folder.Path("w/old"));
     EXPECT_EQ(Changes(), ">new >newer -old");
@@ -104,7 +104,7 @@ TEST_F(CWatchFolderTest, TellsWhatBecameOfFiles)
     m_watcher.ReleaseChanges();
 }
 
-TEST_F(CWatchFolderTest, TheFilterChoosesWhatIsTold)
+TEST_F(CWatchFolderTest, TheFilterSelectsChanges)
 {
     const struct
     {
@@ -127,7 +127,7 @@ TEST_F(CWatchFolderTest, TheFilterChoosesWhatIsTold)
         for (const char* name : {"w/b", "w/c", "w/old", "w/status", "w/read"})
             m_folder.WriteFile(name, "x");
         m_watcher.RemoveAll();
-        CWatchFolder other; // asks for all of the same folder, which must not change what this one is told
+        CWatchFolder other; // watches the same folder for everything, which must not change what this one reports
         other.AddRefreshNotification(m_folder.WidePath("w").c_str(), true, 0xFFF);
         ASSERT_TRUE(Watch(true, filter));
         Touch("w/a");
@@ -141,13 +141,13 @@ TEST_F(CWatchFolderTest, TheFilterChoosesWhatIsTold)
     }
 }
 
-TEST_F(CWatchFolderTest, ATreeIsFollowedWhereverItGrows)
+TEST_F(CWatchFolderTest, ATreeIsWatchedAsItGrows)
 {
     m_folder.WriteFile("w/a/one", "x");
     m_folder.WriteFile("in/deep/two", "x");
     fs::create_directory_symlink(m_folder.Path("in"), m_folder.Path("w/link"));
     ASSERT_TRUE(Watch(true, kNames));
-    m_folder.WriteFile("w/b/c/new", "x"); // filled before anybody could look
+    m_folder.WriteFile("w/b/c/new", "x"); // filled before the watcher polls
     EXPECT_EQ(Changes(), "+b +b/c +b/c/new");
     Touch("w/b/c/later");
     Touch("in/unseen"); // links are not followed
@@ -168,12 +168,12 @@ TEST_F(CWatchFolderTest, ATreeIsFollowedWhereverItGrows)
     EXPECT_EQ(Changes(), "+a/b +a/b/again -in -in/deep -in/deep/two -in/unseen");
 }
 
-TEST_F(CWatchFolderTest, TheLastChangeOfAPathIsTheOneThatCounts)
+TEST_F(CWatchFolderTest, TheLastChangeOfAPathCounts)
 {
     for (const char* name : {"w/x/old", "w/y/f", "w/file", "w/other"})
         m_folder.WriteFile(name, "x");
     ASSERT_TRUE(Watch(true, kNames));
-    // What moves where nobody looks yet has gone; something else may have its name by then.
+    // A file that moves into a folder not watched yet is removed; another may have its name by then.
     MakeFolder("w/new");
     Rename("w/x", "w/new/x");
     Rename("w/y", "w/x");
@@ -228,7 +228,8 @@ TEST_F(CWatchFolderTest, NothingIsLostInATreeThatChangesAtRandom)
                 return changes.find(std::string(" ") + sign + name + " ") != changes.npos;
             });
         };
-        // What came is told itself, unless a folder above it was renamed; what went, unless one above it did not stay.
+        // What was added is reported itself, unless a folder above was renamed; what was removed, unless one above was,
+        // too.
         const auto isTold = [&](std::string name) {
             const bool came = after.count(name) != 0;
             bool isFound = isAnyOf(came ? "+>" : "-+>", name);
@@ -267,19 +268,19 @@ TEST_F(CWatchFolderTest, MoreThanTheBufferHoldsIsTheWholeFolder)
     EXPECT_EQ(Changes(), "+file100257");
 }
 
-TEST_F(CWatchFolderTest, WhenTheSystemsQueueOverflowsTheTreeIsLookedAtAgain)
+TEST_F(CWatchFolderTest, WhenTheSystemsQueueOverflowsTheTreeIsReadAgain)
 {
     ASSERT_TRUE(Watch(true, kNames | CWatchFolder::kSize));
     std::ofstream files[] = {std::ofstream(m_folder.Path("w/a")), std::ofstream(m_folder.Path("w/b"))};
     for (int i = 0; i < 20000; ++i)
         (files[i % 2] << "x").flush(); // by turns: the same event twice in a row would count once
-    MakeFolder("w/unheard");
+    MakeFolder("w/lost");
     EXPECT_EQ(Changes(), "!");
-    Touch("w/unheard/of");
-    EXPECT_EQ(Changes(), "+unheard/of");
+    Touch("w/lost/late");
+    EXPECT_EQ(Changes(), "+lost/late");
 }
 
-TEST_F(CWatchFolderTest, AFolderThatWentIsPickedUpAgain)
+TEST_F(CWatchFolderTest, ADeletedFolderIsWatchedAgain)
 {
     ASSERT_TRUE(Watch(true));
     fs::remove_all(m_folder.Path("w"));
@@ -297,7 +298,7 @@ TEST_F(CWatchFolderTest, AFolderThatWentIsPickedUpAgain)
     EXPECT_EQ(Changes(), "+e");
 }
 
-TEST_F(CWatchFolderTest, WhatLiesAtThePathIsWatched)
+TEST_F(CWatchFolderTest, TheFolderAtThePathIsWatched)
 {
     m_folder.WriteFile("one/x", "");
     m_folder.WriteFile("up/two/x", "");
@@ -312,7 +313,7 @@ TEST_F(CWatchFolderTest, WhatLiesAtThePathIsWatched)
     Touch("one/unseen");
     Touch("up/two/a");
     EXPECT_EQ(Changes(), "+a");
-    Rename("up", "elsewhere"); // of which the system tells those who watch the folder nothing
+    Rename("up", "elsewhere"); // for which the system sends the watches below no event
     EXPECT_EQ(Changes(), "!");
     EXPECT_EQ(Changes(), "");
     m_folder.WriteFile("up/two/b", "");
@@ -333,7 +334,7 @@ TEST_F(CWatchFolderTest, WhatLiesAtThePathIsWatched)
     EXPECT_EQ(Describe(relative, L"two/"), "+new +new/file");
 }
 
-TEST_F(CWatchFolderTest, AFolderIsWatchedOnceWhateverItIsCalled)
+TEST_F(CWatchFolderTest, AFolderIsWatchedOnceUnderAnyName)
 {
     EXPECT_FALSE(m_watcher.AddRefreshNotification(m_folder.WidePath("none").c_str(), true, kAll));
     m_folder.WriteFile("file", "x");
@@ -359,11 +360,11 @@ TEST_F(CWatchFolderTest, AFolderIsWatchedOnceWhateverItIsCalled)
     ASSERT_TRUE(second.AddRefreshNotification(m_folder.WidePath("w").c_str(), false, kNames));
     Touch("w/d");
     EXPECT_TRUE(second.CheckRefreshNotification());
-    EXPECT_TRUE(m_watcher.CheckRefreshNotification()) << "one watcher does not take the news of another";
+    EXPECT_TRUE(m_watcher.CheckRefreshNotification()) << "a watcher does not take the events of another";
     EXPECT_EQ(Describe(m_watcher, m_folder.WidePath("alias") + L"/"), "+d");
 }
 
-TEST_F(CWatchFolderTest, RefreshingIsHeldOffAndCallersAddChanges)
+TEST_F(CWatchFolderTest, RefreshingIsLockedAndCallersAddChanges)
 {
     ASSERT_TRUE(Watch(false));
     m_watcher.LockRefresh();
@@ -373,7 +374,7 @@ TEST_F(CWatchFolderTest, RefreshingIsHeldOffAndCallersAddChanges)
     EXPECT_FALSE(m_watcher.UnlockRefresh());
     EXPECT_FALSE(m_watcher.CheckRefreshNotification());
     EXPECT_TRUE(m_watcher.UnlockRefresh());
-    EXPECT_TRUE(m_watcher.UnlockRefresh()) << "it stays free";
+    EXPECT_TRUE(m_watcher.UnlockRefresh()) << "it stays unlocked";
     m_watcher.AddChange((m_folder.WidePath("w") + L"/by hand").c_str(), CWatchFolder::xChangeModified);
     EXPECT_EQ(Changes(), "+a ~by hand");
     m_watcher.AddChange((m_folder.WidePath("w") + L"/x").c_str(), CWatchFolder::xChangeRemoved);
@@ -381,7 +382,7 @@ TEST_F(CWatchFolderTest, RefreshingIsHeldOffAndCallersAddChanges)
     EXPECT_EQ(Changes(), "~x");
 }
 
-TEST_F(CWatchFolderTest, VolumesThatGoAreLetGoOf)
+TEST_F(CWatchFolderTest, VolumesAreReleasedForRemoval)
 {
     ASSERT_TRUE(Watch(true));
     const std::wstring path = m_folder.WidePath("w");
@@ -398,7 +399,7 @@ TEST_F(CWatchFolderTest, VolumesThatGoAreLetGoOf)
     Touch("w/b");
     EXPECT_EQ(Changes(), "+b");
     tell(CWatchFolder::kQueryRemove, CWatchFolder::kDeviceHandle);
-    EXPECT_EQ(tell(CWatchFolder::kVolumeArrived, CWatchFolder::kDeviceVolume), 0U) << "not attended to yet";
+    EXPECT_EQ(tell(CWatchFolder::kVolumeArrived, CWatchFolder::kDeviceVolume), 0U) << "not enabled yet";
     m_watcher.EnableDriveInsertionNotification(false, 4);
     EXPECT_EQ(tell(CWatchFolder::kVolumeArrived, CWatchFolder::kDeviceVolume), 1U);
     Touch("w/c");
@@ -428,7 +429,7 @@ TEST_F(CWatchFolderTest, WhatIsBeyondTheLimitIsNotHalfWatched)
         const bool small = watcher.AddRefreshNotification(m_folder.WidePath("small").c_str(), true, kNames);
         for (int i = 0; i < 20; ++i)
             MakeFolder("small/new" + std::to_string(i));
-        // More folders than can be watched: nobody knows any more what changes in them.
+        // More folders than can be watched: their changes are not known, so the whole tree is reported.
         bool whole = true;
         for (int poll = 0; poll < 2; ++poll)
         {
@@ -442,11 +443,11 @@ TEST_F(CWatchFolderTest, WhatIsBeyondTheLimitIsNotHalfWatched)
     int status = 0;
     waitpid(child, &status, 0);
     if (WEXITSTATUS(status) == kNoLimit)
-        GTEST_SKIP() << "this system lets nobody set a limit";
+        GTEST_SKIP() << "this system does not allow setting a limit";
     EXPECT_EQ(WEXITSTATUS(status), 0);
 }
 
-TEST_F(CWatchFolderTest, AChildProcessHasNewsOfItsOwn)
+TEST_F(CWatchFolderTest, AChildProcessHasEventsOfItsOwn)
 {
     ASSERT_TRUE(Watch(true, kNames));
     const auto second = std::make_unique<CWatchFolder>();

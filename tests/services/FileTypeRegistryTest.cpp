@@ -21,7 +21,7 @@ constexpr unsigned Code(const char (&code)[5])
     return XFourCharacterCode(code);
 }
 
-/// A type that leaves the registry with the object.
+/// A type that the destructor unregisters.
 class Registered
 {
 public:
@@ -49,7 +49,7 @@ CFileExt TypeOf(unsigned fileClass)
     return type;
 }
 
-// First of all, since it is about a registry that nobody asked yet: a process of its own where each test has one.
+// The first test, since it needs a registry that was not used before; ctest runs each test in a process of its own.
 TEST(FileTypeRegistry, KnowsItsTypesFromTheFirstCallOnFromAnyThread)
 {
     std::atomic<int> right{0};

@@ -94,10 +94,10 @@ TEST(FileWildcards, CaseCountsFromTheFirstStarOn)
         EXPECT_EQ(fileMatchWilcards(name, pattern, false), withoutCase) << Text(name) << " " << Text(pattern);
     }
     EXPECT_TRUE(fileMatchWilcards(Text(L"a\0bc", 4), Text(L"a\0*", 3), true));
-    EXPECT_FALSE(fileMatchWilcards(Text(L"a\0bc", 4), L"a", true)) << "a NUL is a character like others";
+    EXPECT_FALSE(fileMatchWilcards(Text(L"a\0bc", 4), L"a", true)) << "a NUL is an ordinary character";
 }
 
-/// What the two wildcards mean, without any cleverness.
+/// The definition of the two wildcards, without optimization.
 bool Matches(const wchar_t* name, const wchar_t* pattern)
 {
     if (*pattern == 0)
@@ -107,7 +107,7 @@ bool Matches(const wchar_t* name, const wchar_t* pattern)
     return *name != 0 && (*pattern == L'?' || *pattern == *name) && Matches(name + 1, pattern + 1);
 }
 
-TEST(FileWildcards, AgreesWithAnObviousMatcher)
+TEST(FileWildcards, AgreesWithANaiveMatcher)
 {
     std::mt19937 random(20);
     const auto text = [&](const std::wstring& letters, unsigned longest) {

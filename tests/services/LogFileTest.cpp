@@ -66,7 +66,7 @@ protected:
         return text;
     }
 
-    /// What was written behind the last header.
+    /// The messages after the last header.
     std::string Messages(const char* name) const
     {
         const std::string text = Text(name);
@@ -129,7 +129,7 @@ TEST_F(LogFile, AFailureToOpenLeavesTheLevelOnly)
     EXPECT_EQ(LogFileAddTab(true), 0U);
 }
 
-TEST_F(LogFile, ANameWithoutFolderIsPutAmongTheApplicationsData)
+TEST_F(LogFile, ANameWithoutFolderIsPutIntoTheDataFolder)
 {
     setenv("TEVTOOLS_USER_DATA", m_folder.Path("data").c_str(), 1);
     EXPECT_TRUE(SetLogFile(L"app.log", xLogCreate, 0xFF));
@@ -189,10 +189,10 @@ TEST_F(LogFile, TabsIndentTheThreadsMessagesUpToTheThreshold)
     EXPECT_EQ(Messages("a.log"), "0\n\t\t2\nother thread\n0\n");
     CloseLogFile();
     ASSERT_TRUE(Open("b.log"));
-    EXPECT_EQ(LogFileAddTab(false), 0U) << "a closed log forgets";
+    EXPECT_EQ(LogFileAddTab(false), 0U) << "closing deletes the tabs";
 }
 
-TEST_F(LogFile, TheMainThreadsTabsAreEverybodys)
+TEST_F(LogFile, TheMainThreadsTabsIndentAllThreads)
 {
     ASSERT_TRUE(Open("a.log", xLogCreate, 2));
     tev::SetMainThreadId(tev::platform::CurrentThreadId());

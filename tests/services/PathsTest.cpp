@@ -19,7 +19,7 @@ namespace
 using Text = CXTString<wchar_t>;
 using tev::test::TempFolder;
 
-/// A variable of the environment, as it was when the object goes.
+/// An environment variable, restored by the destructor.
 class Variable
 {
 public:

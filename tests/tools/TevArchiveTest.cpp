@@ -13,7 +13,7 @@ using namespace tev::test;
 using testing::HasSubstr;
 using testing::StartsWith;
 
-// Two nodes that share a material, written by hand; the second material is of a version that had no shine.
+// Two nodes that share a material, written by hand; the second material is of an older version without shine.
 const std::string kNewNode = "\xFF\xFF\x01\0\x04\0Node"s;
 const std::string kNewMaterial = "\xFF\xFF\x02\0\x08\0Material"s;
 const std::string kNoText = "\xFF\xFE\xFF\0"s;
@@ -38,7 +38,7 @@ const char* const kDumpedScene = R"(00000000  class 1 "Node", schema 1
 00000047  end
 )";
 
-TEST(TevArchive, DumpShowsObjectsClassesAndValuesWithTheirOffsets)
+TEST(TevArchive, DumpShowsObjectsClassesAndValuesWithOffsets)
 {
     const TevResult dumped = RunTev({"archive", "dump"}, kScene);
     EXPECT_EQ(dumped.m_output, kDumpedScene);
@@ -62,7 +62,7 @@ TEST(TevArchive, DumpTakesDescriptionsOfClasses)
         EXPECT_EQ(RunTev({"archive", "dump", "--class", wrong}).m_exitCode, 2) << wrong;
 }
 
-TEST(TevArchive, DumpSaysWhereItCannotGoOn)
+TEST(TevArchive, DumpReportsWhereItFails)
 {
     TempFolder folder;
     const struct
@@ -83,7 +83,7 @@ TEST(TevArchive, DumpSaysWhereItCannotGoOn)
         EXPECT_THAT(dumped.m_error, StartsWith("tev: " + folder.Path("broken").string() + ": " + row.m_error));
         EXPECT_EQ(dumped.m_exitCode, 1);
     }
-    // Every archive that was cut off fails, and shows what there was.
+    // Every truncated archive fails, and its complete part is shown.
     for (std::size_t length = 1; length < kScene.size(); length += 3)
     {
         if (length == 0x34) // here the first object is complete

@@ -31,7 +31,7 @@ TEST(TevColour, ShowsTheColourAndItsCoordinates)
     }
 }
 
-TEST(TevColour, RefusesWhatIsNoColour)
+TEST(TevColour, RefusesInvalidColours)
 {
     for (const char* text : {"red", "#ff80", "#ff80000", "#gg0000", "1,2", "1,2,3,4", "1,2,256", "1,,3", "-1,2,3", ""})
     {

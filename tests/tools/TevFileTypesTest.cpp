@@ -24,7 +24,7 @@ TEST(TevFileTypes, TypesAreListedAndNamesResolved)
     EXPECT_EQ(RunTev({"types", "--kind", "paper"}).m_exitCode, 2);
 }
 
-TEST(TevFileTypes, MatchPrintsTheNamesThatAreFound)
+TEST(TevFileTypes, MatchPrintsMatchingNames)
 {
     const TevResult found = RunTev({"match", "tree,\"bmp\"", "Trees.txt", "a.BMP", "bmp.c"});
     EXPECT_EQ(found.m_output, "Trees.txt\na.BMP\n");

@@ -44,7 +44,7 @@ TEST(TevLog, PrintsALogAsUtf8)
     EXPECT_EQ(RunTev({"log"}).m_exitCode, 2);
 }
 
-TEST(TevLog, FollowsALogThatGrowsAndOneThatIsBegunAgain)
+TEST(TevLog, FollowsALogThatGrowsAndOneThatIsStartedAgain)
 {
     const TempFolder folder;
     folder.WriteFile("a.log", "\xFF\xFE" + Utf16("first\nsec"));

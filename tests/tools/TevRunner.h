@@ -15,7 +15,7 @@
 namespace tev::test
 {
 
-/// The tool as a child process. Its texts are English, and its standard input is empty unless something is given.
+/// The tool as a child process. Its texts are English, and its standard input is empty unless one is given.
 class TevProcess
 {
 public:
@@ -71,7 +71,7 @@ private:
     pid_t m_process = -1;
 };
 
-/// A pipe whose ends close with the object or before. Children do not inherit them but as their standard streams.
+/// A pipe, closed by the destructor at the latest. Children inherit its ends only as standard streams.
 class Pipe
 {
 public:
@@ -136,7 +136,7 @@ inline TevResult RunTev(const std::vector<std::string>& arguments, const std::st
     return {exitCode, readAll(output), readAll(error)};
 }
 
-/// Reads until the text has come, or for ten seconds at most.
+/// Reads until the text arrives, or until nothing arrives for ten seconds.
 inline std::string ReadUntil(int descriptor, const std::string& awaited)
 {
     std::string text;

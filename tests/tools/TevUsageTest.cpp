@@ -9,7 +9,7 @@ using namespace tev::test;
 using testing::HasSubstr;
 using testing::StartsWith;
 
-TEST(TevUsage, TellsOfTheCommandsWhereOneIsMissingOrUnknown)
+TEST(TevUsage, ListsTheCommandsWhereOneIsMissingOrUnknown)
 {
     const struct
     {

@@ -21,7 +21,7 @@ TEST(TevWatch, PrintsChangesUntilInterrupted)
     output.CloseWrite();
     const std::string probe = folder.Path("here/probe").string();
     std::string text;
-    do // until the tool has got so far
+    do // until the tool is watching
     {
         std::filesystem::remove(probe);
         folder.WriteFile("here/probe", "");
@@ -38,7 +38,7 @@ TEST(TevWatch, PrintsChangesUntilInterrupted)
     EXPECT_EQ(tool.Wait(), 128 + SIGINT);
 }
 
-TEST(TevWatch, NamesSteerNoTerminal)
+TEST(TevWatch, NamesDoNotControlATerminal)
 {
     const int terminal = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
     if (terminal < 0 || grantpt(terminal) != 0 || unlockpt(terminal) != 0)
@@ -47,7 +47,7 @@ TEST(TevWatch, NamesSteerNoTerminal)
     const TempFolder folder;
     const TevProcess tool({"watch", "--interval", "1", folder.Path()}, -1, toolsEnd, -1);
     pollfd waiting = {terminal, POLLIN, 0};
-    do // until the tool has got so far
+    do // until the tool is watching
     {
         folder.WriteFile("red\x1B[31m", "");
         std::filesystem::remove(folder.Path("red\x1B[31m"));
@@ -57,7 +57,7 @@ TEST(TevWatch, NamesSteerNoTerminal)
     close(terminal);
 }
 
-TEST(TevWatch, RefusesWhatIsNoFolder)
+TEST(TevWatch, RefusesAPathWithoutAFolder)
 {
     const TevResult none = RunTev({"watch", "/nowhere"});
     EXPECT_EQ(none.m_exitCode, 1);

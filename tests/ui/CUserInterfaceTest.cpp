@@ -15,7 +15,7 @@ namespace
 {
 using Text = CXTString<wchar_t>;
 
-/// Notes what it is asked; answers what it was told to.
+/// Records its calls; the theme is the test's.
 class Host : public CUserInterface
 {
 public:
@@ -36,7 +36,7 @@ private:
     CUserInterface* m_before;
 };
 
-TEST(CUserInterface, WithoutAHostTextsGoToTheLogAndAnswersAreSafe)
+TEST(CUserInterface, WithoutAHostTextsAreLoggedAndAnswersAreSafe)
 {
     const tev::test::TempFolder folder;
     ASSERT_TRUE(SetLogFile(folder.WidePath("a.log").c_str(), xLogCreate, xLogMute)); // no header
@@ -59,10 +59,10 @@ TEST(CUserInterface, WithoutAHostTextsGoToTheLogAndAnswersAreSafe)
     for (std::size_t i = 2; i < bytes.size(); i += 2)
         log += bytes[i];
     EXPECT_EQ(log, "message\nkeep?\ndelete?\nreport\ntitle\ntext\n");
-    ui.ShowMessage(CUserInterface::Severity::Error, L"nowhere to go");
+    ui.ShowMessage(CUserInterface::Severity::Error, L"no log");
 }
 
-TEST(CUserInterface, AHostIsAskedWhileItIsInstalled)
+TEST(CUserInterface, AHostIsCalledWhileItIsInstalled)
 {
     CUserInterface* const substitute = &XGetUserInterface();
     {

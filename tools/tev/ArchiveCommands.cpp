@@ -27,12 +27,12 @@ void AddDump(const ToolCommand& archive, Session& session)
         if (!Describe(options->m_classes, description))
             throw UsageError("--class takes NAME=TYPE FIELD,TYPE FIELD,...: " + description);
     };
-    command.AddParsedOption("--class", describe, "What the objects of a class write; may be given several times")
+    command.AddParsedOption("--class", describe, "The fields that objects of a class write; may be given several times")
         .ValueName("CLASS")
         .Repeatable();
     command.Footer(
-        "An archive names its classes but not what their objects hold. Known are the classes that\n"
-        "examples/scene_archive.cpp writes, as if they had been given like this:\n" +
+        "An archive names its classes but does not describe their fields. The classes of\n"
+        "examples/scene_archive.cpp are known, as if they were given by:\n" +
         ExampleClassesHelp() + "Types: " + FieldTypesHelp() +
         ".\nA field of type objects is a count and as many objects. With @N a field is there from schema N on.");
     command.OnRun([&session, options] {
@@ -44,7 +44,7 @@ void AddDump(const ToolCommand& archive, Session& session)
 
 void AddArchiveCommands(const ToolCommand& tool, Session& session)
 {
-    const ToolCommand archive = tool.AddFamily("archive", "Look into archives of objects");
+    const ToolCommand archive = tool.AddFamily("archive", "Show archives of objects");
     AddDump(archive, session);
 }
 

@@ -20,7 +20,7 @@ constexpr unsigned kTextFirstArchiveCause = 0xF1B0; // the library's message tex
 constexpr unsigned kNestingLimit = 2000;            // each level takes some of the stack
 constexpr std::size_t kBlockSize = 1024 * 1024;
 
-// The words of the format, see docs/formats.md.
+// The tags of the format, see docs/formats.md.
 constexpr unsigned kNewClass = 0xFFFF;
 constexpr unsigned kLargeNumber = 0x7FFF;
 constexpr unsigned kClassBit16 = 0x8000;
@@ -38,7 +38,7 @@ public:
     void Serialize(CXArchive& archive) override;
 };
 
-/// A class of the archive, known to the library while it is dumped.
+/// A class of the archive, registered while it is dumped.
 class DumpedClass
 {
 public:
@@ -75,7 +75,7 @@ std::string ReadAll(const std::string& name)
 }
 } // namespace
 
-/// Loads an archive with objects that tell what they read.
+/// Loads an archive with objects that print what they read.
 class Dumper
 {
 public:
@@ -99,7 +99,7 @@ public:
     Dumper& operator=(const Dumper&) = delete;
 
     CXArchive& Archive() noexcept { return m_archive; }
-    /// Where the value begins that is being read.
+    /// The start of the value that is being read.
     unsigned __int64 Offset() const noexcept { return m_offset; }
 
     void DumpAll()
@@ -123,10 +123,10 @@ public:
         --m_depth;
     }
 
-    /// Shows a reference, which stands at the offset, and reads what it brings.
+    /// Prints the reference at the offset, and reads the object.
     void DumpReference(const std::string& label)
     {
-        // What a broken reference says is left to the library, which refuses it.
+        // An invalid reference is refused by the library.
         const unsigned word = Peek(0, 2);
         const bool isLarge = word == kLargeNumber;
         const unsigned tag = isLarge ? Peek(2, 4) : (word & kClassBit16) << 16 | (word & ~kClassBit16);
@@ -186,7 +186,7 @@ private:
         bool m_isClass = false;
     };
 
-    /// Goes to the archive's position.
+    /// Moves the offset to the archive's position.
     unsigned __int64 Advance()
     {
         m_archive.Flush();
@@ -227,7 +227,7 @@ private:
     std::vector<std::unique_ptr<DumpedClass>> m_types;
     CXMemFile m_file;
     CXArchive m_archive;
-    std::vector<Numbered> m_numbers; // what each number was given to; 0 is null
+    std::vector<Numbered> m_numbers; // by object and class number; 0 is null
     const DumpedClass* m_next = nullptr;
     unsigned __int64 m_offset = 0;
     std::size_t m_depth = 0;
@@ -255,7 +255,7 @@ void DumpScalar(Dumper& dumper, const FieldType& type, const std::string& label)
 }
 
 const FieldType kFieldTypes[] = {
-    {"bool", DumpScalar<unsigned char>}, // whose byte a bool would not take over
+    {"bool", DumpScalar<unsigned char>}, // keeps the byte, which a bool would not
     {"char", DumpScalar<char>},
     {"uchar", DumpScalar<unsigned char>},
     {"short", DumpScalar<short>},
@@ -276,7 +276,7 @@ const FieldType kFieldTypes[] = {
     {"objects", [](Dumper& dumper, const FieldType&, const std::string& label) { dumper.DumpObjects(label); }},
 };
 
-/// "TYPE FIELD" or "TYPE FIELD@SCHEMA"; the type is null when it is none.
+/// "TYPE FIELD" or "TYPE FIELD@SCHEMA"; the type is null when the text is invalid.
 Field ParseField(const std::string& description)
 {
     const std::size_t space = description.find(' ');

@@ -10,14 +10,14 @@ namespace tev::tool
 struct Session;
 class Dumper;
 
-/// How a value of a type is read from an archive and shown.
+/// Reads a value of a type from an archive and prints it.
 struct FieldType
 {
     const char* m_name;
     void (*m_dump)(Dumper& dumper, const FieldType& type, const std::string& label);
 };
 
-/// What the objects of a class write, in order.
+/// A field that the objects of a class write.
 struct Field
 {
     const FieldType* m_type;
@@ -26,7 +26,8 @@ struct Field
 };
 using ClassDescriptions = std::map<std::string, std::vector<Field>>;
 
-/// Adds "NAME=TYPE FIELD[@SCHEMA],...", in place of what was known of the class. False, and nothing, when it is none.
+/// Adds "NAME=TYPE FIELD[@SCHEMA],...", which replaces an earlier description of the class. False, with no change, when
+/// the description is invalid.
 bool Describe(ClassDescriptions& classes, const std::string& description);
 
 /// The classes of examples/scene_archive.cpp.
@@ -34,7 +35,7 @@ ClassDescriptions ExampleClasses();
 std::string ExampleClassesHelp();
 std::string FieldTypesHelp();
 
-/// Prints what an archive of objects holds, a line each with its offset. Throws Failure where it cannot go on.
+/// Prints the contents of an archive of objects, a line each with its offset. Throws Failure where it cannot go on.
 void DumpArchive(Session& session, const std::string& name, const ClassDescriptions& classes);
 
 } // namespace tev::tool

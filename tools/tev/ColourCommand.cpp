@@ -23,7 +23,7 @@ struct Options
     float m_lighten = 0;
 };
 
-/// The number that is the whole text; nothing when there is none.
+/// The text as a number; nothing when it is none.
 std::optional<unsigned> WholeNumber(std::string_view text, int base)
 {
     unsigned number = 0;
@@ -34,7 +34,7 @@ std::optional<unsigned> WholeNumber(std::string_view text, int base)
     return number;
 }
 
-/// "#RRGGBB", also without its mark.
+/// "#RRGGBB" or "RRGGBB".
 std::optional<CRGBColor> FromHexadecimal(std::string_view text)
 {
     if (!text.empty() && text.front() == '#')

@@ -20,7 +20,7 @@ namespace tev::tool
 
 struct Session;
 
-/// Thrown by what looks at a value, or by a command before it has done anything: the arguments make no sense.
+/// Thrown by the parser of a value, or by a command before it has done anything: the arguments are invalid.
 class UsageError : public std::runtime_error
 {
 public:
@@ -35,7 +35,7 @@ public:
 
     ToolOption Required(bool required = true) const;
     ToolOption Description(const std::string& help) const;
-    /// How the help calls the value.
+    /// The name of the value in the help.
     ToolOption ValueName(const std::string& name) const;
     /// Another value is a usage error.
     ToolOption OneOf(const std::vector<std::string>& choices) const;
@@ -48,7 +48,7 @@ public:
         return OneOf(names);
     }
     ToolOption InRange(int lowest, int highest) const;
-    /// Not together with that one.
+    /// Cannot be given together with the other.
     ToolOption Excludes(const ToolOption& other) const;
     /// One argument holds several values, with commas between them.
     ToolOption CommaSeparated() const;
@@ -71,7 +71,7 @@ public:
     explicit ToolCommand(CLI::App& command) noexcept : m_command(&command) {}
 
     ToolCommand AddCommand(const std::string& name, const std::string& help) const;
-    /// One whose commands are added to it; a command line that names none of them is a usage error.
+    /// A family of commands, which are added to it; a command line that names none of them is a usage error.
     ToolCommand AddFamily(const std::string& name, const std::string& help) const;
 
     /// Positional; T is one of the types of AddOption.
@@ -95,7 +95,7 @@ public:
     ToolOption AddFlag(const std::string& name, bool& value, const std::string& help) const;
     ToolOption AddFlag(const std::string& name, const std::string& help) const;
 
-    /// Stands below the options in the help.
+    /// Printed below the options in the help.
     void Footer(const std::string& text) const;
     /// Called when the command line names this command; it may throw UsageError.
     void OnRun(std::function<void()> run) const;

@@ -15,7 +15,7 @@ struct NamedEncoding
     unsigned m_encoding;
 };
 
-// ANSI text is UTF-8 here, as it is in every program that does not choose another code page.
+// ANSI text is UTF-8, as in every program that does not set another code page.
 constexpr NamedEncoding kNames[] = {
     {"utf-8", xEncodingUtf8},
     {"utf8", xEncodingUtf8},
@@ -50,7 +50,7 @@ constexpr NamedEncoding kNumberedNames[] = {
     {"windows-", 0}, {"cp", 0}, {"ibm", 0}, {"iso-8859-", 28590}, {"iso8859-", 28590}, {"", 0},
 };
 
-constexpr unsigned kSmallestCodePage = 37; // below are numbers that mean something else than a code page
+constexpr unsigned kSmallestCodePage = 37; // smaller numbers are no code pages
 constexpr unsigned kLargestCodePage = 65535;
 
 bool IsKnownHere(xStringEncoding encoding)

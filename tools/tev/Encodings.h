@@ -6,18 +6,18 @@
 #include <optional>
 #include <string>
 
-// Encodings as people name them, and the marks at the start of files.
+// Encodings by name, and byte-order marks.
 namespace tev::tool
 {
 
-/// Takes names ("utf-8", "Windows-1252", "latin1") and code-page numbers ("1252", "cp1252"); the case does not matter.
-/// Nothing for a name or a code page that is unknown here.
+/// Takes names ("utf-8", "Windows-1252", "latin1") and code-page numbers ("1252", "cp1252"), case-insensitively.
+/// Nothing for an unknown name or a code page that this system does not have.
 std::optional<xStringEncoding> FindEncoding(const std::string& name);
 
 /// "UTF-8", "UTF-16 little-endian", "code page 1252", ...
 std::string EncodingName(xStringEncoding encoding);
 
-/// What FindEncoding understands, for help texts.
+/// The names that FindEncoding accepts, for help texts.
 std::string EncodingNamesHelp();
 
 bool IsUtf16(xStringEncoding encoding);
@@ -29,7 +29,7 @@ struct ByteOrderMark
     std::size_t m_size = 0;
 };
 
-/// Enough bytes to know a mark by.
+/// The number of bytes to detect any mark.
 constexpr std::size_t kLongestMark = 3;
 
 ByteOrderMark FindMark(const char* bytes, std::size_t size);

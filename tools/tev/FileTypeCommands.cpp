@@ -64,7 +64,7 @@ std::vector<CFileExt> TypesOfKind(unsigned kind)
     return result;
 }
 
-/// The classes beside the default one whose types have the extension of the name.
+/// The other classes whose types have the extension of the name.
 std::string OtherClasses(const CXTString<wchar_t>& name, unsigned defaultClass)
 {
     CXTString<wchar_t> extension = fileGetExtension(name);
@@ -139,16 +139,16 @@ void AddTypes(const ToolCommand& tool, Session& session)
     const auto options = std::make_shared<Options>();
     const ToolCommand command =
         tool.AddCommand("types", "Show the file types that the library knows, or those of names");
-    command.AddArgument("NAME", options->m_names, "Names of files or URLs, which need not exist; all types if none");
+    command.AddArgument("NAME", options->m_names, "File names or URLs, which need not exist; all types if none");
     command.AddOption("--kind", options->m_kind, "Only these: image, 3d, audio, video, web or archive")
         .OneOf(kKinds)
         .ValueName("KIND");
     command
         .AddOption("--format", options->m_format,
-                   "table for people, fields for programs;\na table on a terminal and else fields if not given")
+                   "table for users, fields for programs;\na table on a terminal and else fields if not given")
         .OneOf({"table", "fields"})
         .ValueName("FORMAT");
-    command.Footer("A loader or saver FERN is the library's own; - stands for none.");
+    command.Footer("FERN is the library's own loader or saver; - is none.");
     command.OnRun([&session, options] { ShowTypes(session, *options); });
 }
 
@@ -177,15 +177,16 @@ void AddMatch(const ToolCommand& tool, Session& session)
         std::vector<std::string> m_names;
     };
     const auto arguments = std::make_shared<Arguments>();
-    const ToolCommand command = tool.AddCommand("match", "Print the names that a search list finds");
+    const ToolCommand command = tool.AddCommand("match", "Print the names that a search list matches");
     command.AddArgument("LIST", arguments->m_list, "Words and patterns, separated by blanks, commas or semicolons")
         .Required();
-    command.AddArgument("NAME", arguments->m_names, "Names to look at").Required();
+    command.AddArgument("NAME", arguments->m_names, "Names to match").Required();
     command.Footer(
-        "A word finds what holds it anywhere, where * stands for any characters. With a ?, which stands for one, it\n"
-        "is a pattern for the whole name. In double quotes it is an extension, or a whole name where it holds a dot.\n"
-        "Case does not count.\n"
-        "The exit code is 1 when no name was found.");
+        "A word matches anywhere in a name; in it * matches any characters. A word with a ?, which matches one "
+        "character,\n"
+        "is a pattern for the whole name. In double quotes it is an extension, or a whole name if it has a dot.\n"
+        "Matching is case-insensitive.\n"
+        "The exit code is 1 when no name matches.");
     command.OnRun([&session, arguments] { Match(session, arguments->m_list, arguments->m_names); });
 }
 } // namespace

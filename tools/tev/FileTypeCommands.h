@@ -6,7 +6,7 @@ namespace tev::tool
 struct Session;
 class ToolCommand;
 
-/// Adds `tev types` and `tev match`: what the library knows of names of files.
+/// Adds `tev types` and `tev match`: file types and search lists.
 void AddFileTypeCommands(const ToolCommand& tool, Session& session);
 
 } // namespace tev::tool

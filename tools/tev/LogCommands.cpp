@@ -22,13 +22,13 @@ namespace
 constexpr std::size_t kBlockSize = 256 * 1024;
 constexpr auto kBetweenLooks = std::chrono::milliseconds(200);
 
-/// The lines of a log that may grow while it is read, as UTF-8 with their ends.
+/// Reads the lines of a log that may grow meanwhile, as UTF-8 with their line ends.
 class LogReader
 {
 public:
     explicit LogReader(const std::string& name) : m_file(OpenInput(name)), m_block(kBlockSize) {}
 
-    /// Delivers what lines were completed since the last call. False at the end of what the log holds now.
+    /// Returns the lines that were completed since the last call. False at the current end of the log.
     bool Next(std::string& lines)
     {
         const unsigned count = m_file->Read(m_block.data(), static_cast<unsigned>(m_block.size()));
@@ -40,10 +40,10 @@ public:
         m_bytes.erase(0, end);
         return count != 0;
     }
-    /// What stands behind the last line feed.
+    /// The incomplete last line.
     std::string Rest() const { return ToUtf8(m_bytes); }
 
-    /// A log that was begun again, and so is shorter than what was read, is read from its start.
+    /// A log that is shorter than what was read was started again: reads it from its start.
     void NoticeNewStart()
     {
         if (m_file->GetLength() >= m_file->GetPosition())
@@ -88,7 +88,7 @@ private:
 
     std::unique_ptr<CXFile> m_file;
     std::vector<char> m_block;
-    std::string m_bytes; // of the last line, whose end is not there yet
+    std::string m_bytes; // of the last line, which is not complete yet
     bool m_knowsMark = false;
     xStringEncoding m_encoding = xEncodingUtf8;
 };
@@ -100,7 +100,7 @@ struct Options
     unsigned m_deepest = std::numeric_limits<unsigned>::max();
 };
 
-/// Leaves out the lines that are indented by more tabs than `deepest`.
+/// Omits lines that are indented by more tabs than `deepest`.
 void Print(Output& output, std::string_view lines, unsigned deepest)
 {
     while (!lines.empty())
@@ -135,12 +135,12 @@ void Show(Session& session, const Options& options)
 
 void AddLogCommands(const ToolCommand& tool, Session& session)
 {
-    const ToolCommand log = tool.AddFamily("log", "Look into log files");
+    const ToolCommand log = tool.AddFamily("log", "Print log files");
     const auto options = std::make_shared<Options>();
     const ToolCommand command = log.AddCommand("show", "Print a log as UTF-8");
     command.AddArgument("FILE", options->m_file, "The log; - is standard input").Required();
-    command.AddFlag("--follow", options->m_follow, "Go on with what is written to it, until interrupted");
-    command.AddOption("--level", options->m_deepest, "Leave out lines that are indented by more tabs than this")
+    command.AddFlag("--follow", options->m_follow, "Continue with what is appended to it, until interrupted");
+    command.AddOption("--level", options->m_deepest, "Omit lines that are indented by more tabs than this")
         .ValueName("NUMBER");
     command.OnRun([&session, options] { Attempt(session, options->m_file, [&] { Show(session, *options); }); });
 }

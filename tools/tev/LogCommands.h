@@ -6,7 +6,7 @@ namespace tev::tool
 struct Session;
 class ToolCommand;
 
-/// Adds `tev log ...`: looking into log files.
+/// Adds `tev log ...`: printing log files.
 void AddLogCommands(const ToolCommand& tool, Session& session);
 
 } // namespace tev::tool

@@ -7,9 +7,9 @@
 namespace tev::tool
 {
 
-/// Tells a user at a terminal how far the work on one file is, once it takes longer than a second; the line is gone
-/// when the object goes. Shows nothing where the error output is no terminal, nor beside an output that goes to a
-/// terminal, because the line would get between the lines of text.
+/// Shows the progress of the work on one file on a terminal, once it takes longer than a second; the destructor removes
+/// the line. Shows nothing where the error output is no terminal, and with Beside::kOutput nothing where the standard
+/// output is one, because the line would mix with the printed text.
 class Progress
 {
 public:
@@ -25,10 +25,10 @@ public:
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;
 
-    /// For a total that is known only later.
+    /// For a total that is not known at first.
     void SetTotal(std::uint64_t total) { m_total = total; }
 
-    /// Cheap enough for every block of 64 KiB.
+    /// Cheap enough to be called for every block of 64 KiB.
     void Show(std::uint64_t done);
 
 private:

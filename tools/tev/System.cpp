@@ -19,7 +19,7 @@ namespace
 constexpr char kEraseLine[] = "\r\033[K";
 constexpr int kEndingSignals[] = {SIGINT, SIGTERM, SIGHUP};
 
-// What the signal handler cleans up. The path is written only while the ending signals are blocked.
+// Cleaned up by the signal handler. The path is written only while the ending signals are blocked.
 char g_temporaryPath[4096];
 volatile std::sig_atomic_t g_lineIsShown = 0;
 volatile std::sig_atomic_t g_areSignalsHeld = 0;
@@ -76,7 +76,7 @@ mode_t PermissionsFor(const std::filesystem::path& target)
 
 void InstallSignalRules()
 {
-    // Also where the caller ignores it: nobody wants to hear of a reader that has enough.
+    // Also where the caller ignores it: a closed output pipe is no failure to report.
     std::signal(SIGPIPE, SIG_DFL);
 
     struct sigaction rule = {};
@@ -101,7 +101,7 @@ EndingSignalsHeld::~EndingSignalsHeld()
 {
     g_areSignalsHeld = 0;
     if (g_heldSignal != 0)
-        raise(g_heldSignal); // whose rule is the default one by now
+        raise(g_heldSignal); // its action is the default one by now
 }
 
 bool EndingSignalsHeld::HasCome() noexcept
@@ -165,7 +165,7 @@ SpoolFile::~SpoolFile()
 
 Replacement::Replacement(const std::string& target) : m_name(target), m_target(SystemPath(target))
 {
-    std::error_code unknown; // what it hides is met again when the new file is made
+    std::error_code unknown; // a failure shows again when the new file is created
     const std::filesystem::file_status status = std::filesystem::status(m_target, unknown);
     if (std::filesystem::is_directory(status))
         throw Failure(target, "is a folder");

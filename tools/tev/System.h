@@ -5,7 +5,7 @@
 #include <filesystem>
 #include <string>
 
-// The questions that only the operating system answers.
+// The tool's calls into the operating system.
 namespace tev::tool
 {
 
@@ -13,11 +13,11 @@ constexpr int kStandardInput = 0;
 constexpr int kStandardOutput = 1;
 constexpr int kStandardError = 2;
 
-/// A reader that goes away ends the tool quietly; an interrupt leaves no temporary file and no progress line behind.
+/// A closed output pipe ends the tool without a message; an interrupt leaves no temporary file and no progress line.
 void InstallSignalRules();
 
-/// While an object lives, the first signal that would end the tool is only noted, so that what is half done can be undone;
-/// a second one ends it. When the object goes, what was noted takes its effect. One object at a time.
+/// While an object exists, the first signal that would end the tool is only recorded, so that unfinished work can be
+/// undone; a second one ends the tool. The destructor raises a recorded signal. One object at a time.
 class EndingSignalsHeld
 {
 public:
@@ -35,13 +35,13 @@ std::string SignalName(int number);
 bool IsTerminal(int descriptor);
 void WriteError(const std::string& text);
 
-/// Shows a line in place of the last one shown; an empty one takes it away. For terminals.
+/// Replaces the progress line on the terminal; an empty one removes it.
 void ShowErrorLine(const std::string& line);
 
 /// The system's form of a path, in which both slashes separate folders.
 std::filesystem::path SystemPath(const std::string& name);
 
-/// A file without a name, gone when the object goes. Takes what cannot be read twice.
+/// An unnamed temporary file, deleted with the object, for input that cannot be read twice.
 class SpoolFile
 {
 public:
@@ -50,7 +50,7 @@ public:
     SpoolFile(const SpoolFile&) = delete;
     SpoolFile& operator=(const SpoolFile&) = delete;
 
-    /// Where the file can be opened while the object lives.
+    /// A path to open the file by while the object exists.
     const std::string& Path() const noexcept { return m_path; }
 
 private:
@@ -58,8 +58,8 @@ private:
     std::string m_path;
 };
 
-/// A new file that takes the place of `target` when it is complete, and is removed when it never is: the target is
-/// either as it was or as it should be. A link is followed; an existing target keeps its permissions.
+/// A new file that replaces `target` when it is complete, and is deleted otherwise: the target is never partly written.
+/// A link is followed; an existing target keeps its permissions.
 /// Throws Failure where the target cannot be replaced. One object at a time.
 class Replacement
 {

@@ -8,7 +8,7 @@ namespace tev::tool
 {
 namespace
 {
-/// Characters, as far as a terminal is concerned.
+/// Width on a terminal: one column per code point.
 std::size_t Width(const std::string& text)
 {
     return static_cast<std::size_t>(std::count_if(text.begin(), text.end(), [](char c) { return (c & 0xC0) != 0x80; }));

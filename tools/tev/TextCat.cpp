@@ -18,7 +18,7 @@ constexpr wchar_t kMark = 0xFEFF;
 constexpr std::size_t kSpoolBlockSize = 256 * 1024;
 constexpr std::uint64_t kLinesBetweenShows = 256;
 
-/// Pipes and devices give their bytes once; lines are read from a copy.
+/// Pipes and devices can be read once only: their lines are read from a copy.
 bool MustBeSpooled(const std::string& name)
 {
     if (name == kStandardStream)

@@ -12,7 +12,7 @@ namespace tev::tool
 
 struct Session;
 
-/// Lines, counted from 1, both ends included.
+/// A range of line numbers, from 1, both ends included.
 struct LineRange
 {
     std::uint64_t m_first = 1;

@@ -14,7 +14,7 @@ namespace tev::tool
 {
 namespace
 {
-constexpr const char* kMarkRule = "A byte-order mark at the start of a file counts before --from.";
+constexpr const char* kMarkRule = "A byte-order mark at the start of a file overrides --from.";
 
 /// An option that takes an encoding; another name is a usage error.
 ToolOption AddEncodingOption(const ToolCommand& command, const std::string& option, xStringEncoding& encoding,
@@ -34,7 +34,7 @@ void AddFiles(const ToolCommand& command, std::vector<std::string>& files)
     command.AddArgument("FILE", files, "Files to read; - or none is standard input");
 }
 
-/// Without a name, what suits the standard output.
+/// Without a name, a table on a terminal, else fields.
 InfoFormat FormatNamed(const std::string& name)
 {
     if (name == "json")
@@ -51,17 +51,18 @@ void AddInfo(const ToolCommand& text, Session& session)
     };
     const auto options = std::make_shared<Options>();
     const ToolCommand command =
-        text.AddCommand("info", "Tell the encoding, mark, line ends and number of lines of files");
+        text.AddCommand("info", "Show the encoding, mark, line ends and number of lines of files");
     AddFiles(command, options->m_files);
     command
         .AddOption("--format", options->m_format,
-                   "table for people, fields or json for programs;\na table on a terminal and else fields if not given")
+                   "table for users, fields or json for programs;\na table on a terminal and else fields if not given")
         .OneOf({"table", "fields", "json"})
         .ValueName("FORMAT");
-    command.Footer("Fields are separated by tabs, a file a line: name, encoding, byte-order mark (yes or no), line\n"
-                   "ends, lines, bytes. Json is an object a line.\n"
-                   "A text without mark is named ASCII or UTF-8 when all of it is; no other encoding can be told for\n"
-                   "sure.");
+    command.Footer(
+        "Fields are separated by tabs, a file a line: name, encoding, byte-order mark (yes or no), line\n"
+        "ends, lines, bytes. Json is an object a line.\n"
+        "A text without mark is reported as ASCII or UTF-8 if it is valid as such; no other encoding can be\n"
+        "detected reliably.");
     command.OnRun([&session, options] { RunTextInfo(session, options->m_files, FormatNamed(options->m_format)); });
 }
 
@@ -101,11 +102,12 @@ void AddConvert(const ToolCommand& text, Session& session)
                       "Encoding of IN without a byte-order mark; UTF-8 if not given");
     const ToolOption mark = command.AddFlag("--bom", "Write a byte-order mark, which UTF-16 gets anyway");
     const ToolOption noMark = command.AddFlag("--no-bom", "Write no byte-order mark").Excludes(mark);
-    command.AddFlag("--strict", options->m_strict, "Fail, and leave OUT alone, when a character would be lost");
+    command.AddFlag("--strict", options->m_strict, "Fail, and leave OUT unchanged, when a character would be lost");
     command.AddFlag("-v,--verbose", options->m_verbose, "Say on the error output what was done");
-    command.Footer("Line ends stay as they are. What is lost is counted on the error output. OUT appears when it is\n"
-                   "complete; when anything fails, it stays as it was.\n" +
-                   std::string(kMarkRule) + "\n" + EncodingNamesHelp());
+    command.Footer(
+        "Line ends are kept. Lost characters are counted on the error output. OUT is replaced when the new file is\n"
+        "complete; when anything fails, it is unchanged.\n" +
+        std::string(kMarkRule) + "\n" + EncodingNamesHelp());
     command.OnRun([&session, options, mark, noMark] {
         const bool isUnicode = IsUtf16(options->m_to) || options->m_to == xEncodingUtf8;
         if (mark.IsGiven() && !isUnicode)
@@ -118,7 +120,7 @@ void AddConvert(const ToolCommand& text, Session& session)
 
 void AddTextCommands(const ToolCommand& tool, Session& session)
 {
-    const ToolCommand text = tool.AddFamily("text", "Look at and convert text files of any encoding");
+    const ToolCommand text = tool.AddFamily("text", "Examine and convert text files of any encoding");
     AddInfo(text, session);
     AddCat(text, session);
     AddConvert(text, session);

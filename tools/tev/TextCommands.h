@@ -6,7 +6,7 @@ namespace tev::tool
 struct Session;
 class ToolCommand;
 
-/// Adds `tev text ...`: what text files are, what they hold, and converting them.
+/// Adds `tev text ...`: examining, printing and converting text files.
 void AddTextCommands(const ToolCommand& tool, Session& session);
 
 } // namespace tev::tool

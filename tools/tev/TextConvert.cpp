@@ -15,8 +15,8 @@ namespace tev::tool
 namespace
 {
 constexpr wchar_t kMark = 0xFEFF;
-constexpr wchar_t kMeaningless = 0xFFFD; // what stands for bytes without meaning
-constexpr wchar_t kLacking = L'?';       // what stands for characters that an encoding lacks
+constexpr wchar_t kMeaningless = 0xFFFD; // replaces invalid bytes
+constexpr wchar_t kLacking = L'?';       // replaces characters that an encoding lacks
 
 using Sink = std::function<void(std::string_view)>;
 
@@ -42,7 +42,7 @@ CXTString<char> EncodedReplacement(xStringEncoding encoding)
     return isThere ? bytes : CXTString<char>();
 }
 
-/// Turns blocks of one encoding into another and counts what does not come through.
+/// Converts blocks from one encoding to another and counts lost characters.
 class Converter
 {
 public:
@@ -58,7 +58,7 @@ public:
     {
         if (!XDecodeText(bytes.data(), bytes.size(), m_from, m_text))
             throw Failure(EncodingName(m_from), "cannot be read on this system");
-        // What the source itself holds as U+FFFD is no loss.
+        // U+FFFD in the source itself is no loss.
         const std::uint64_t meaningless = Count(m_text, kMeaningless) - CountReplacements(bytes);
         m_meaningless += meaningless;
         m_lacking -= m_keepsReplacement ? 0 : meaningless;
@@ -81,7 +81,7 @@ private:
             throw Failure(EncodingName(m_to), "cannot be written on this system");
         if (!IsUtf16(m_to))
         {
-            // What cannot be encoded is a question mark when it is read again.
+            // A character that cannot be encoded is a question mark when it is read again.
             static_cast<void>(XDecodeText(m_bytes.GetConstBuffer(), m_bytes.GetLength64(), m_to, m_again));
             m_lacking += Count(m_again, kLacking) - Count(m_text, kLacking);
         }
@@ -112,7 +112,7 @@ private:
     std::uint64_t m_lacking = 0;
 };
 
-/// What a conversion has to say when it is done; empty where there is nothing.
+/// Messages about a finished conversion; empty where there are none.
 struct Notes
 {
     std::string m_losses;

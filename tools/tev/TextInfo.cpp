@@ -12,7 +12,7 @@ namespace tev::tool
 {
 namespace
 {
-/// What the bytes of a file without a mark say about its encoding, and those of one with a UTF-8 mark about its health.
+/// Detects the encoding of a file without mark, and whether one with a UTF-8 mark is valid.
 class ContentCheck
 {
 public:
@@ -43,7 +43,7 @@ public:
     }
 
 private:
-    /// Bytes that are no UTF-8 are decoded to U+FFFD, which is encoded to other bytes.
+    /// Invalid bytes are decoded to U+FFFD, which is encoded to other bytes.
     bool SurvivesRoundTrip(std::string_view bytes)
     {
         return XDecodeText(bytes.data(), bytes.size(), xEncodingUtf8, m_text) &&
@@ -160,7 +160,7 @@ void LineEndCounter::AddUnits(std::size_t count, UnitAt unitAt)
 {
     if (count == 0)
         return;
-    // Without branches, so that the compiler can take many units at a time.
+    // Without branches, so that the compiler can vectorize it.
     std::uint64_t feeds = unitAt(0) == '\n' ? 1 : 0;
     std::uint64_t returns = unitAt(0) == '\r' ? 1 : 0;
     std::uint64_t pairs = m_afterReturn ? feeds : 0;

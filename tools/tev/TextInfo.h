@@ -12,7 +12,7 @@ namespace tev::tool
 
 struct Session;
 
-/// How often each kind of line end occurs. A CR followed by LF is one CRLF.
+/// Counts of each kind of line end. A CR followed by LF is one CRLF.
 struct LineEnds
 {
     std::uint64_t m_lf = 0;
@@ -22,7 +22,7 @@ struct LineEnds
     std::uint64_t Total() const noexcept { return m_lf + m_crLf + m_cr; }
 };
 
-/// Counts the line ends of a text that comes in pieces of whole characters.
+/// Counts the line ends of a text that is given in blocks of complete characters.
 class LineEndCounter
 {
 public:
@@ -30,7 +30,7 @@ public:
 
     void Add(std::string_view bytes);
     const LineEnds& Ends() const noexcept { return m_ends; }
-    /// A last line without an end counts.
+    /// Includes a last line without an end.
     std::uint64_t Lines() const noexcept { return m_ends.Total() + (m_inLine ? 1 : 0); }
 
 private:

@@ -13,7 +13,7 @@ namespace
 {
 constexpr std::size_t kBlockSize = 1024 * 1024;
 
-// Encodings that go by their code-page number.
+// Encodings that are known by their code-page number.
 constexpr unsigned kUtf32 = 12000;
 constexpr unsigned kUtf32BE = 12001;
 
@@ -48,7 +48,7 @@ std::size_t WholeUtf16(const char* bytes, std::size_t size, bool bigEndian)
     return endsInHighSurrogate ? size - 2 : size;
 }
 
-/// Of a code page we only know that neither a line feed nor a space stands within a character.
+/// In any code page a line feed or a space is a complete character, never part of one.
 std::size_t WholeOfCodePage(const char* bytes, std::size_t size)
 {
     const std::string_view text(bytes, size);
@@ -61,7 +61,7 @@ std::size_t WholeOfCodePage(const char* bytes, std::size_t size)
     return 0;
 }
 
-/// How many of the bytes are whole characters; 0 when more bytes are needed to tell.
+/// The number of bytes that are complete characters; 0 when more bytes are needed to decide.
 std::size_t WholeCharacters(const char* bytes, std::size_t size, xStringEncoding encoding)
 {
     switch (static_cast<unsigned>(encoding))
@@ -122,7 +122,7 @@ std::string_view TextSource::Next(xStringEncoding encoding)
     }
 }
 
-/// Moves what is left to the front and reads until the buffer is full or the file ends.
+/// Moves the rest to the front and reads until the buffer is full or the file ends.
 void TextSource::Fill()
 {
     if (m_start != 0)

@@ -15,8 +15,8 @@ namespace tev::tool
 /// Opens a file, or takes standard input for "-". Throws CXFileException, and Failure for a folder.
 std::unique_ptr<CXFile> OpenInput(const std::string& name);
 
-/// The bytes of a text file or of standard input, read once from front to back, in blocks that never tear a character
-/// apart. Blocks have a bounded size; only a text without any space or line feed in a code page makes them grow.
+/// Reads a text file or standard input once from front to back, in blocks of complete characters. The block size is
+/// bounded, except for a text in a code page without any space or line feed.
 class TextSource
 {
 public:
@@ -24,12 +24,12 @@ public:
     explicit TextSource(const std::string& name);
 
     const ByteOrderMark& Mark() const noexcept { return m_mark; }
-    /// 0 where it is not known before the end.
+    /// 0 if it is not known before the end.
     std::uint64_t Size() const noexcept { return m_size; }
     std::uint64_t BytesRead() const noexcept { return m_read; }
 
-    /// The next bytes after the mark, which are whole characters of the encoding; none at the end. They stay until the
-    /// next call. What the end of the file leaves incomplete comes as it is.
+    /// The next bytes after the mark, complete characters of the encoding; none at the end. Valid until the next call.
+    /// An incomplete character at the end of the file is returned as it is.
     std::string_view Next(xStringEncoding encoding);
 
 private:

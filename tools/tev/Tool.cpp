@@ -15,7 +15,8 @@ namespace
 constexpr unsigned kTextFirstFileCause = 0xF1A0; // the library's message texts, one for each cause
 constexpr unsigned kOutputBufferSize = 256 * 1024;
 
-/// The library's sentence on what happened to the file. The subject stands before it, so its last name is enough here.
+/// The library's message about a file. The subject before it names the path, so the message has the last component
+/// only.
 std::string FileFailureText(const CXFileException& failure)
 {
     CXFile file;

@@ -9,8 +9,8 @@
 #include <string_view>
 #include <vector>
 
-// What every command of the tool stands on: its exit codes, its output, how it reports what failed.
-// Names and texts are UTF-8 `std::string` towards the user and the system, wide text towards the library.
+// Common to all commands of the tool: exit codes, output, error messages.
+// Names and texts are UTF-8 `std::string` for the user and the system, wide text for the library.
 namespace tev::tool
 {
 
@@ -31,7 +31,7 @@ std::string Printable(const CXTString<wchar_t>& text);
 /// The text in quotes, as JSON writes it.
 std::string JsonString(const std::string& text);
 
-/// Something failed that is not the library's to report.
+/// A failure that is no exception of the library.
 class Failure : public std::runtime_error
 {
 public:
@@ -45,7 +45,7 @@ private:
 /// Writes any number of bytes.
 void WriteAll(CXFile& file, std::string_view bytes);
 
-/// Standard output, written in large pieces. What was written is sure to have gone out only after Flush.
+/// Standard output, buffered: all of it has been written only after Flush.
 class Output
 {
 public:
@@ -53,7 +53,7 @@ public:
 
     void Write(std::string_view bytes);
     void Flush();
-    /// After a failure to write there is nobody left to work for.
+    /// True after a failure to write: nothing more is worth doing.
     bool IsBroken() const noexcept { return m_broken; }
 
 private:
@@ -61,21 +61,21 @@ private:
     bool m_broken = false;
 };
 
-/// What the commands share during one run of the tool.
+/// The state that commands share during a run of the tool.
 struct Session
 {
     Output m_output;
     int m_exitCode = kExitDone;
 };
 
-/// Prints "tev: subject: text" on the error output; the standard output goes out first, so that both stand in order.
+/// Prints "tev: subject: text" on the error output, after flushing the standard output, so that both appear in order.
 void Report(Session& session, const std::string& subject, const std::string& text);
 
-/// Does the work and reports what it throws; the session's exit code then says so. Returns whether the work was done.
+/// Does the work and reports what it throws, which also sets the exit code. Returns whether the work was done.
 bool Attempt(Session& session, const std::string& subject, const std::function<void()>& work);
 
-/// Does the work for each name, standard input when there is none. One that fails does not keep the others from their
-/// turn, unless it is the standard output that failed.
+/// Does the work for each name, standard input when there is none. A failure does not stop the others, unless it was
+/// the standard output that failed.
 void AttemptEach(Session& session, const std::vector<std::string>& names,
                  const std::function<void(const std::string&)>& work);
 

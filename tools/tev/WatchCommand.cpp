@@ -101,10 +101,11 @@ void AddWatchCommand(const ToolCommand& tool, Session& session)
 {
     const auto options = std::make_shared<Options>();
     const ToolCommand command = tool.AddCommand("watch", "Print what changes in folders, until interrupted");
-    command.Footer("Each line is `added`, `removed`, `modified`, `renamed` (for the old name and for the new one) or\n"
-                   "`folder` (more changed in it than is told), a tab, and the path.\n\n"
-                   "WHAT names files and folders, which come, go or are renamed, and what changes of files: their\n"
-                   "attributes, size, time of the last write, of access or of creation, or permissions (security).");
+    command.Footer(
+        "Each line is `added`, `removed`, `modified`, `renamed` (for the old name and for the new one) or\n"
+        "`folder` (too many changes to list: read it again), a tab, and the path.\n\n"
+        "WHAT: files and folders that are created, deleted or renamed, and changes of files: attributes, size,\n"
+        "time of the last write, of access or of creation, permissions (security).");
     command.AddArgument("DIR", options->m_folders, "The folders").Required();
     command.AddFlag("--tree", options->m_tree, "With all folders beneath them");
     command.AddOption("--filter", options->m_filters, "What to report: " + FilterNames())
@@ -112,7 +113,7 @@ void AddWatchCommand(const ToolCommand& tool, Session& session)
         .OneOf(kFilters)
         .ValueName("WHAT,...")
         .ShowDefault();
-    command.AddOption("--interval", options->m_interval, "Time between two looks, 1 to 60000 milliseconds")
+    command.AddOption("--interval", options->m_interval, "Time between two polls, 1 to 60000 milliseconds")
         .InRange(1, 60000)
         .ValueName("MS")
         .ShowDefault();

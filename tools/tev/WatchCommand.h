@@ -6,7 +6,7 @@ namespace tev::tool
 struct Session;
 class ToolCommand;
 
-/// Adds `tev watch`: telling what changes in folders.
+/// Adds `tev watch`: printing what changes in folders.
 void AddWatchCommand(const ToolCommand& tool, Session& session);
 
 } // namespace tev::tool

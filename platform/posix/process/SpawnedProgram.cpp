@@ -14,7 +14,7 @@ namespace
 {
 constexpr int kPassedDescriptor = 3;
 
-/// A value of the system's that is made and given back by functions of its own.
+/// A system value with functions to initialize and destroy it.
 template <class T, int (*MAKE)(T*), int (*END)(T*)>
 struct Made
 {

@@ -16,7 +16,7 @@ struct ErrnoRow
     unsigned systemError;
 };
 
-// Where several errno values share a code, the one whose text says the code best comes first.
+// Where several errno values share a code, the one whose text fits the code best comes first.
 // The errors of System V streams and of other machines' device drivers have no code: they are general failures.
 constexpr ErrnoRow kErrnoTable[] = {
     // Files and paths
@@ -56,7 +56,7 @@ constexpr ErrnoRow kErrnoTable[] = {
     {EKEYREJECTED, 5},
     // Devices and media
     {EIO, 23},
-    {EBADMSG, 23}, // a checksum of the file system does not fit
+    {EBADMSG, 23}, // a wrong checksum of the file system
     {EHWPOISON, 23},
     {ENODEV, 20},
     {ENXIO, 20},
