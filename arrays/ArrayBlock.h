@@ -23,8 +23,8 @@ struct ReleaseArrayBlock
 template <class T>
 using ArrayBlock = std::unique_ptr<T[], ReleaseArrayBlock>;
 
-/// A block made `count` elements long, or null for 0: the given one is void. Throws std::bad_alloc and leaves the given one
-/// when it cannot be longer.
+/// A block resized to `count` elements, or null for 0: the given one is invalid afterwards. Throws std::bad_alloc, and
+/// leaves the given one, when there is no memory.
 template <class T>
 [[nodiscard]] T* ResizedArrayBlock(T* block, std::uint64_t count)
 {
@@ -41,8 +41,8 @@ template <class T>
     return static_cast<T*>(resized);
 }
 
-/// Reads bytes whose number only the input vouches for. The block grows with what has come, so a lie costs no memory.
-/// `read(target, count)` reads that many bytes or throws.
+/// Reads bytes whose number comes from untrusted input. The block grows as bytes are read, so a false count costs no
+/// memory. `read(target, count)` reads that many bytes or throws.
 template <class READ>
 ArrayBlock<unsigned char> ReadArrayBlock(std::uint64_t bytes, READ read)
 {
@@ -64,7 +64,7 @@ ArrayBlock<unsigned char> ReadArrayBlock(std::uint64_t bytes, READ read)
 ArrayBlock<unsigned char> LoadArrayBlock(CXArchive& archive, std::uint64_t bytes);
 void StoreArrayBlock(CXArchive& archive, const void* block, std::uint64_t bytes);
 
-/// Numbers that stand in the archive one behind the other.
+/// Numbers that the archive holds in a row.
 template <class T>
 ArrayBlock<T> LoadNumbers(CXArchive& archive, std::uint64_t count)
 {

@@ -122,7 +122,7 @@ private:
 
     static constexpr std::size_t Bytes(int count) noexcept { return static_cast<std::size_t>(count) * sizeof(TYPE); }
 
-    /// Makes an element, which ends again when it cannot be read.
+    /// Makes an element, which is destroyed when it cannot be read.
     static void LoadInto(CXArchive& archive, TYPE* slot)
     {
         TYPE* element = ::new (static_cast<void*>(slot)) TYPE();

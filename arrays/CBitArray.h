@@ -4,11 +4,12 @@
 
 /// An array of bits of fixed length. Bit i is bit i % 32, lowest first, of the 32-bit word i / 32. One thread at a time.
 ///
-/// Copies are shallow: a copy and its source share one buffer, and both would release it. Give up one of the two, with
-/// DetachBuffer or SetBuffer, before both end. Assignment releases nothing, so give up the target's own buffer first.
+/// Copies are shallow: a copy and its source share one buffer, and both would release it. Take the buffer from one of the
+/// two, with DetachBuffer or SetBuffer, before both are destroyed. Assignment releases nothing, so release the target's
+/// own buffer first.
 ///
-/// Beside std::vector<bool>: a length that is set anew resets every bit; there are no iterators and no references to bits;
-/// the words are open to the caller. SetSize to another length, SetBuffer and RemoveAll invalidate the buffer's address. A
+/// Compared with std::vector<bool>: setting the length resets every bit; there are no iterators and no references to bits;
+/// the caller may change the words. SetSize to another length, SetBuffer and RemoveAll invalidate the buffer's address. A
 /// query over all bits costs one step for each word.
 class TEVTOOLS_API CBitArray
 {
@@ -50,9 +51,8 @@ public:
     unsigned int* GetBuffer(unsigned int& words) const noexcept;
     /// As GetBuffer; the caller releases the words with `delete[]`. The array is empty afterwards.
     [[nodiscard]] unsigned int* DetachBuffer(unsigned int& words) noexcept;
-    /// Releases the words and takes over others, from `new unsigned int[]`. False when there are fewer than the bits need:
-    /// they are taken over nevertheless, and the bits without a word are not there: they are read as false, are not set and
-    /// not counted.
+    /// Releases the words and adopts others, from `new unsigned int[]`. False when there are fewer than the bits need: they
+    /// are adopted nevertheless, and the bits without a word are missing: read as false, not set and not counted.
     bool SetBuffer(unsigned int* words, unsigned int bits, unsigned int wordCount) noexcept;
 
 protected:

@@ -138,7 +138,7 @@ void CElementArray::SetSize(int newSize, bool keepMemory, int growFactor)
         RestoreReserve(newSize, oldSize);
     }
     else if (newSize > m_size && !m_constructMode)
-        DestroyReserve(); // what keepMemory left does not come back
+        DestroyReserve(); // elements that keepMemory left are not reused
     ConstructUpTo(m_constructMode ? m_capacity : newSize);
     m_size = newSize;
 }
@@ -216,8 +216,8 @@ void CElementArray::DestroyReserve() noexcept
     m_constructed = std::min(m_constructed, m_size);
 }
 
-// For slots of the reserve that hold nothing any more while those behind them do. Construct mode fills them again; else
-// the reserve goes, since no slot in its midst may be empty.
+// For slots of the reserve that no longer hold elements while those after them do. Construct mode constructs them again;
+// else the rest of the reserve is destroyed, since constructed slots must be contiguous.
 void CElementArray::RestoreReserve(int first, int last)
 {
     const int end = std::exchange(m_constructed, first);
@@ -329,7 +329,7 @@ bool CElementArray::IsEitherKindOf(const CElementArray& other) const
 {
     if (m_methods == nullptr || other.m_methods == nullptr)
         return false;
-    // Kinds that differ although they bear one type cannot be trusted with each other's elements.
+    // Kinds that differ although they have the same type cannot copy each other's elements safely.
     return (HasSameElements(other) || GetTypeOfElement() != other.GetTypeOfElement()) &&
            (m_methods->IsKindOf(other.m_methods) || other.m_methods->IsKindOf(m_methods));
 }
@@ -429,7 +429,7 @@ CElementArray* CElementArray::Duplicate(bool keepMemory) const
     return copy.release();
 }
 
-// Grows by `count` constructed elements, which come to stand at the index; behind the end, others come before them.
+// Inserts `count` constructed elements at the index; past the end, the array is filled up to the index first.
 void CElementArray::OpenGap(int index, int count)
 {
     Require(index >= 0 && count >= 1 && count <= tev::kMostElements - std::max(index, m_size));
@@ -535,7 +535,7 @@ bool CElementArray::Reorder(const unsigned int* order, unsigned int count, bool 
     {
         if (sources[i] == kPlaced || sources[i] == i)
             continue;
-        // Along the cycle in which the element stands, each place gets what belongs there.
+        // Each place of the cycle gets its element.
         CopyValue(scratch.Address(), Address(static_cast<int>(i)));
         unsigned place = i;
         do

@@ -8,11 +8,11 @@
 /// An array whose elements are described at run time by a CElementMethods object, which an archive records by its class.
 /// Take CXArray or std::vector where the type is known when the program is compiled. One thread at a time.
 ///
-/// Beside std::vector: elements are reached by address and null past the end; they are moved as bytes; the growth step can
-/// be seen and set. Whatever makes the array grow, SetMethods, FreeExtra, PreAllocate and a size of 0 invalidate addresses;
-/// insertion and removal those of the elements behind. Sizes and positions that are negative or too large throw
-/// CXInvalidArgException, and no memory std::bad_alloc, as does an array without methods that is to grow. The array is as
-/// before then, and also where a kind throws, unless an operation says otherwise.
+/// Compared with std::vector: elements are reached by address and null past the end; they are moved as bytes; the
+/// growth step can be seen and set. Whatever makes the array grow, SetMethods, FreeExtra, PreAllocate and a size of 0
+/// invalidate addresses; insertion and removal those of the elements behind. Sizes and positions that are negative or
+/// too large throw CXInvalidArgException, and no memory std::bad_alloc, as does an array without methods that is to
+/// grow. The array is as before then, and also where a kind throws, unless an operation says otherwise.
 ///
 /// Arguments may be elements of the array itself, or the array.
 class TEVTOOLS_API CElementArray : public CXObject
@@ -30,7 +30,7 @@ public:
     /// construct mode as SetMethods does. A class that makes no methods is archiveBadClass, a count that no array can have
     /// archiveEndOfFile. After a failed reading the elements are unspecified, but valid.
     void Serialize(CXArchive& archive) override;
-    /// New elements are constructed. With `keepMemory`, elements that leave and the memory wait for later ones, else
+    /// New elements are constructed. With `keepMemory`, removed elements and the memory are kept for later ones, else
     /// elements are destructed, and at size 0 the memory is freed. `growFactor` is how many elements the array gains when
     /// it must grow: 0 for an eighth, at least 4 and at most 1024; -2 to double; -1 leaves it as it is; others below
     /// are invalid arguments.
@@ -59,7 +59,7 @@ public:
     /// Of the elements' bytes, with those between their members: from the last to the first, sign-extended, FNV-1a.
     unsigned int GetChecksum() const noexcept;
 
-    /// Empties the array, takes over one reference to other methods, and begins with growth 0, construct mode off.
+    /// Empties the array, takes over one reference to other methods, and resets growth to 0 and construct mode to off.
     void SetMethods(CElementMethods* methods);
     /// Returns the setting before. A negative one changes nothing.
     int SetGrowFactor(int growFactor) noexcept;

@@ -12,7 +12,7 @@
 
 namespace
 {
-// Objects of a count that only the input vouches for are made in steps, the first one of so many bytes.
+// Objects whose count comes from untrusted input are made in steps, the first one of so many bytes.
 constexpr unsigned __int64 kFirstLoadStep = 0x10000;
 } // namespace
 

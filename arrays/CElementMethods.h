@@ -5,13 +5,13 @@
 
 class CXArchive;
 
-/// What a CElementArray knows about its elements: their size, and how they begin, end, are copied and stored. One object of
-/// it serves any number of arrays. Kinds for common elements, and templates to make others, are in
+/// Describes the elements of a CElementArray: their size, and how they are constructed, destructed, copied and stored.
+/// One object of it serves any number of arrays. Kinds for common elements, and templates to make others, are in
 /// arrays/ElementKinds.h; a kind that is written by hand is a class that is created by name, so that archives find it.
 /// One thread at a time.
 ///
-/// Arrays move elements as bytes whenever they like, so an element must not hold a pointer into itself, nor be known to
-/// others by its address. Elements lie one behind the other without padding, the first as aligned as malloc does it.
+/// Arrays move elements as bytes at any time, so an element must not hold a pointer into itself, nor be known to
+/// others by its address. Elements are contiguous, without padding, and the first is aligned as by malloc.
 class TEVTOOLS_API CElementMethods : public CXObject, public CInstanciatedObject
 {
 protected:
@@ -38,11 +38,11 @@ public:
     /// The type of the kind that this one is made from; its own when there is none.
     virtual unsigned int GetBaseTypeOfElement() const = 0;
 
-    /// Makes an element where none is.
+    /// Makes an element in raw memory.
     virtual void ConstructElement(void* element) = 0;
     /// Must not throw. Does nothing here.
     virtual void DestructElement(void* element);
-    /// Copies between elements that are there. Called on the methods of the target. Does nothing here.
+    /// Copies between constructed elements. Called on the methods of the target. Does nothing here.
     virtual void CopyElement(void* target, const CElementMethods* targetMethods, const void* source,
                              const CElementMethods* sourceMethods);
     /// As above, for two elements of this kind; the source may be null where a caller adds one without a value.

@@ -2,11 +2,11 @@
 
 #include "base/TevTypes.h"
 
-/// An object that several owners share, each of which ends its share with Delete. The count is a plain integer: all owners
+/// An object that several owners share, each of which calls Delete when done. The count is a plain integer: all owners
 /// are on one thread at a time.
 ///
-/// A copy takes over its source's count with everything else, and does not begin with 1: who copies such an object must
-/// know who owns the copy.
+/// A copy takes over its source's count with everything else, and does not begin with 1: the
+/// caller that copies such an object must know who owns the copy.
 class TEVTOOLS_API CInstanciatedObject
 {
 protected:
@@ -20,7 +20,7 @@ public:
     unsigned int GetRefCount() const noexcept { return m_refCount; }
     /// Adds an owner and returns how many there are.
     unsigned int AddRef() noexcept { return ++m_refCount; }
-    /// Takes an owner away. The last one ends the object: true.
+    /// Removes an owner. The last one destroys the object: true.
     virtual bool Delete();
 
 private:

@@ -126,7 +126,7 @@ void COffsetArray::SetSize(unsigned int size, int growBy)
     }
     if (size > Room())
         GrowRoom(size);
-    // Where entries were taken out, their values still stand.
+    // Removed entries left their values there.
     if (m_wide != nullptr)
     {
         if (size > m_size)
@@ -209,7 +209,7 @@ void COffsetArray::SplitArray(unsigned int index)
     ShrinkNarrow();
 }
 
-// The narrow part does not grow any more where there is a wide one, or its spare entries are not wanted.
+// The narrow part stops growing once there is a wide one, so its spare entries are freed.
 void COffsetArray::ShrinkNarrow() noexcept
 {
     if (m_split == 0)

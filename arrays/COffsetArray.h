@@ -5,13 +5,13 @@
 class CXArchive;
 
 /// An array of unsigned 64-bit offsets that takes 4 bytes an entry up to the first one that needs more, and 8 bytes from
-/// there on: for tables of places in files, which are small most of the time. One thread at a time.
+/// there on: for tables of positions in files, which are small most of the time. One thread at a time.
 ///
-/// Beside std::vector<unsigned long long>: entries are read and set by value, there are no iterators and no references to
-/// them, and nothing is thrown at an index past the end. Growing, and the first value of more than 32 bits, throw
-/// std::bad_alloc, and growing CXInvalidArgException where the room would exceed 32 bits; the array is unchanged then.
-/// Appending costs constant time on average. A value of more than 32 bits moves every entry behind it once, so set large
-/// ones in ascending order.
+/// Compared with std::vector<unsigned long long>: entries are read and set by value, there are no iterators and no
+/// references to them, and nothing is thrown at an index past the end. Growing, and the first value of more than 32
+/// bits, throw std::bad_alloc, and growing CXInvalidArgException where the room would exceed 32 bits; the array is
+/// unchanged then. Appending costs constant time on average. A value of more than 32 bits moves every entry behind it
+/// once, so set large ones in ascending order.
 class TEVTOOLS_API COffsetArray
 {
 public:
@@ -36,14 +36,14 @@ public:
     void SetAt(unsigned int index, unsigned __int64 value);
     /// Sets an entry; past the end the array grows to it, with zeros before it. 0xFFFFFFFF is an invalid argument.
     void SetAtGrow(unsigned int index, unsigned __int64 value);
-    /// Takes an entry out; nothing happens past the end.
+    /// Removes an entry; nothing happens past the end.
     void RemoveAt(unsigned int index);
     /// New entries are 0; a size of 0 frees the memory. `growBy` is how many entries the array gains when it must grow, 0
     /// for the automatic step, a negative one to leave it as it is.
     void SetSize(unsigned int size, int growBy = -1);
     /// Empties the array and makes room for so many entries. A negative capacity is an invalid argument.
     void PreAllocate(int capacity, int growBy = -1);
-    /// Gives up the room that no entry uses.
+    /// Frees the memory that no entry uses.
     void FreeExtra();
     void RemoveAll() noexcept;
 

@@ -6,8 +6,8 @@ class CPopValue
 public:
     explicit CPopValue(int& counter) noexcept : CPopValue(reinterpret_cast<unsigned int&>(counter)) {}
     explicit CPopValue(unsigned int& counter) noexcept : m_counter(&counter) { ++*m_counter; }
-    /// Copies do not raise the counter, yet each lowers it once more when it ends. An assigned one leaves the counter that
-    /// it had raised.
+    /// Copies do not raise the counter, yet each lowers it once more when it is destroyed. An assigned one leaves the
+    /// counter that it had raised.
     CPopValue(const CPopValue&) = default;
     CPopValue& operator=(const CPopValue&) = default;
     virtual ~CPopValue() { --*m_counter; }

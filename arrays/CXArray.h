@@ -20,18 +20,19 @@ TEVTOOLS_API const CXRuntimeClass* GetArrayClass() noexcept;
 /// A dynamic array. TYPE is stored, ARG_TYPE is how values are passed (`int`, `const CXTString<wchar_t>&`). Values that are
 /// passed may lie in the array itself. One thread at a time.
 ///
-/// Beside std::vector: sizes and indices are `int`; an index outside the array and any other impossible argument throw
-/// CXInvalidArgException and change nothing; new elements are zero, or made by TYPE() where that is a class. What makes the
-/// array larger invalidates addresses of elements when the capacity does not suffice; insertions and removals invalidate
-/// those from their place on. Appending costs constant time on average, whatever the growth setting.
+/// Compared with std::vector: sizes and indices are `int`; an index outside the array and any other impossible argument
+/// throw CXInvalidArgException and change nothing; new elements are zero, or made by TYPE() where that is a class. What
+/// makes the array larger invalidates addresses of elements when the capacity does not suffice; insertions and removals
+/// invalidate those from their place on. Appending costs constant time on average, whatever the growth setting.
 ///
 /// The growth setting decides the capacity that a full array gets: 0 (automatic) adds an eighth of the size, at least 4, at
 /// most 1024; -2 doubles; a positive one adds that many elements. The first capacity is the size, or the growth setting
-/// where that is larger. Functions take one as `growBy` and keep the present one for -1, below -2 it is an invalid argument.
+/// where that is larger. Functions take one as `growBy` and keep the present one for -1, below -2 it is an invalid
+/// argument.
 ///
-/// Elements end their lives when they are removed. Where memory is lacking, std::bad_alloc is thrown; that, and an exception
+/// Elements are destroyed when they are removed. Where memory is lacking, std::bad_alloc is thrown; that, and an exception
 /// of an element's own while elements are added, leaves the array as it was. When an element throws as it is moved within
-/// the array or assigned to, the array stays whole, with unspecified values.
+/// the array or assigned to, the array stays valid, with unspecified values.
 template <class TYPE, class ARG_TYPE = const TYPE&>
 class TEVTOOLS_TEMPLATE_API CXArray : public CXObject
 {
@@ -43,8 +44,8 @@ public:
 
     /// `plainData` says that elements may be moved within the array as bytes, without a call of their own, which is faster.
     /// That is always so for what the compiler knows to be plain, and true for classes whose objects do not hold their own
-    /// address and are not pointed to from elsewhere: CXTString is one, std::string is not. Copies are always made, and
-    /// elements end, by TYPE's own functions.
+    /// address and are not pointed to from elsewhere: CXTString is one, std::string is not. Elements are always copied and
+    /// destroyed by TYPE's own functions.
     explicit CXArray(bool plainData = std::is_trivially_copyable_v<TYPE>) noexcept : m_plainData(plainData) {}
     CXArray(const CXArray& other) : CXArray(other.m_plainData)
     {
@@ -119,7 +120,7 @@ public:
         if (capacity != 0)
             AllocateFirst(capacity, Elements::kZeroIsValue);
     }
-    /// Gives back the memory behind the last element.
+    /// Frees the memory after the last element.
     void FreeExtra()
     {
         if (m_size == 0)

@@ -1,4 +1,4 @@
-// CXArchive beside a loop of memcpy and other serializers: numbers in memory, and blocks to a disk file.
+// CXArchive compared with a loop of memcpy and other serializers: numbers in memory, and blocks to a disk file.
 
 #include "files/CXArchive.h"
 #include "files/CXMemFile.h"

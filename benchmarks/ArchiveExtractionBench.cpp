@@ -1,5 +1,5 @@
-// Whole archives and compressed files unpacked to disk, beside the programs that people unpack them with. Set TMPDIR to a
-// folder in memory to leave the disk out.
+// Whole archives and compressed files unpacked to disk, compared with the programs that people unpack them with. Set
+// TMPDIR to a folder in memory to leave the disk out.
 
 #include "tests/support/TempFolder.h"
 #include "zip/CMiniZip.h"

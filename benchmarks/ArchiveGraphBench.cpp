@@ -1,4 +1,4 @@
-// Wide texts and a graph of polymorphic objects with shared references through CXArchive, beside other serializers.
+// Wide texts and a graph of polymorphic objects with shared references through CXArchive, compared with other serializers.
 
 #include "files/CXArchive.h"
 #include "files/CXMemFile.h"

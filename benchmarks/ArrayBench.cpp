@@ -1,4 +1,5 @@
-// CXArray beside the arrays a user would take instead. Each benchmark counts elements: the time is that of one operation.
+// CXArray compared with the arrays a user would take instead. Each benchmark counts elements: the time is that of one
+// operation.
 
 #include "arrays/CXArray.h"
 #include "text/CXTString.h"

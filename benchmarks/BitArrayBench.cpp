@@ -1,4 +1,4 @@
-// CBitArray beside the bit sets of the standard library and of Boost.
+// CBitArray compared with the bit sets of the standard library and of Boost.
 
 #include "arrays/CBitArray.h"
 

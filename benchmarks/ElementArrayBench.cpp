@@ -1,4 +1,4 @@
-// CElementArray and COffsetArray beside std::vector.
+// CElementArray and COffsetArray compared with std::vector.
 
 #include "arrays/CElementArray.h"
 #include "arrays/COffsetArray.h"

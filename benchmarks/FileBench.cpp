@@ -1,4 +1,5 @@
-// Memory files beside the containers that bytes are gathered in otherwise, and disk files beside the C library's.
+// Memory files compared with the containers that bytes are gathered in otherwise, and disk files compared with the C
+// library's.
 
 #include "files/CXMemFile.h"
 #include "tests/support/TempFolder.h"

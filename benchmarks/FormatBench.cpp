@@ -1,5 +1,5 @@
-// Formatting into a new string each time, beside fmt::sprintf, which returns one too, and the C library, which prints into
-// a buffer that is large enough.
+// Formatting into a new string each time, compared with fmt::sprintf, which returns one too, and the C library, which
+// prints into a buffer that is large enough.
 
 #include "text/CXTString.h"
 

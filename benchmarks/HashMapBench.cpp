@@ -1,4 +1,5 @@
-// CHashMap beside the maps a user would take instead. Each benchmark counts entries: the time is that of one operation.
+// CHashMap compared with the maps a user would take instead. Each benchmark counts entries: the time is that of one
+// operation.
 
 #include "maps/CHashMap.h"
 

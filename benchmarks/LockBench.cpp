@@ -1,4 +1,4 @@
-// CXCriticalSection beside the recursive lock of the standard library.
+// CXCriticalSection compared with the recursive lock of the standard library.
 
 #include "objects/CXCriticalSection.h"
 

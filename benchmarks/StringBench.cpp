@@ -1,4 +1,4 @@
-// CXTString beside std::basic_string, on the work an application gives its strings most.
+// CXTString compared with std::basic_string, on the work an application gives its strings most.
 
 #include "text/CXTString.h"
 

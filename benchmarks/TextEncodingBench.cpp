@@ -1,5 +1,5 @@
-// UTF-8 to and from wide text: whole calls that measure and size their result, beside peers that are given a buffer that is
-// large enough and convert in a single pass.
+// UTF-8 to and from wide text: whole calls that measure and size their result, compared with peers that are given a
+// buffer that is large enough and convert in a single pass.
 
 #include "text/CXTString.h"
 

@@ -1,4 +1,4 @@
-// Reading a text of 200 MB by lines, beside the standard library's streams.
+// Reading a text of 200 MB by lines, compared with the standard library's streams.
 
 #include "files/CStdioFileEx.h"
 #include "tests/support/TempFolder.h"

@@ -90,7 +90,7 @@ bool CStdioFileEx::Open(const wchar_t* path, unsigned int mode, CXFileException*
     m_path = path;
     try
     {
-        LeaveFile(); // its lock would be in the way of a look at the same file
+        LeaveFile(); // its lock would keep the same file from being opened
         unsigned int passedOn = mode;
         if (IsTextRead())
             m_encoding = GetFileEncoding(m_path, m_hasBom);
@@ -163,7 +163,7 @@ void CStdioFileEx::SetCodePage(xStringEncoding encoding)
         return;
     LeaveCache();
     m_encoding = encoding == kUtf8CodePage ? xEncodingUtf8 : encoding;
-    // The look at Open took the bytes for characters.
+    // Open examined the bytes as 8-bit characters.
     if (IsFileUnicodeText() && IsTextRead() && GetPosition() == 0)
         CheckCarriageReturns();
 }
@@ -295,7 +295,7 @@ bool CStdioFileEx::ReadCachedLine(CXTString<wchar_t>& line)
     return true;
 }
 
-// Keeps the raw cursor beside the CR cursor.
+// Moves the raw cursor along with the CR cursor.
 void CStdioFileEx::SkipRawLine(xStringEncoding encoding)
 {
     const std::size_t unit = tev::UnitSize(encoding);
@@ -313,7 +313,7 @@ void CStdioFileEx::SkipRawLine(xStringEncoding encoding)
     m_rawCursor += pair ? next + unit : next;
 }
 
-// Bytes of the file that are in the cache and not handed out yet.
+// Bytes of the file that are in the cache and not read yet.
 std::size_t CStdioFileEx::CachedBytes() const noexcept
 {
     return m_crCursor < 0 ? 0 : static_cast<std::size_t>(m_lineBuffer.GetLength64()) - m_rawCursor;
@@ -325,7 +325,7 @@ void CStdioFileEx::EmptyCache()
     m_crCursor = -1;
 }
 
-// Goes back to the end of the line that was handed out last.
+// Seeks back to the end of the line that was read last.
 void CStdioFileEx::LeaveCache()
 {
     if (const std::size_t ahead = CachedBytes())

@@ -2,9 +2,9 @@
 
 #include "files/CXStdioFile.h"
 
-/// A text file that finds out its encoding. Opened for reading text, it recognises the byte-order marks of UTF-8 and of
-/// little-endian UTF-16 and files whose lines end with CR alone; lines come as wide text without their ends. Written,
-/// it makes UTF-16 with a mark, or 8-bit text in a chosen encoding. Take CXStdioFile where bytes are to stay as they are.
+/// A text file that detects its encoding. Opened for reading text, it recognises the byte-order marks of UTF-8 and of
+/// little-endian UTF-16 and files whose lines end with CR alone; lines are read as wide text without their ends. Written,
+/// it makes UTF-16 with a mark, or 8-bit text in a chosen encoding. Use CXStdioFile where bytes must not be converted.
 /// A big-endian mark is not recognised: such text is read after SetCodePage(xEncodingUtf16BE), the mark as U+FEFF.
 /// One thread at a time.
 class TEVTOOLS_API CStdioFileEx : public CXStdioFile
@@ -12,7 +12,7 @@ class TEVTOOLS_API CStdioFileEx : public CXStdioFile
 public:
     X_DECLARE_CLASS(CStdioFileEx)
 
-    // Bits of the open mode, beside those of CXFile::OpenFlags.
+    // Bits of the open mode, in addition to those of CXFile::OpenFlags.
     static constexpr unsigned int kWriteUtf16 =
         0x400; ///< write text as UTF-16 (with modeCreate, modeWrite or modeReadWrite)
     static constexpr unsigned int kReadUtf8 = 0x800;          ///< with typeText: text without a mark is UTF-8, not ANSI
@@ -27,11 +27,11 @@ public:
     /// xEncodingUnknown. Throws CXFileException when the file cannot be opened or read.
     static xStringEncoding GetFileEncoding(const CXTString<wchar_t>& path, bool& hasBom);
 
-    /// Opens a file. With typeText and neither modeCreate nor modeWrite its encoding and line ends are looked at first.
-    /// False, with the cause and the path in `error` when it is given, also when that look fails.
+    /// Opens a file. With typeText and neither modeCreate nor modeWrite its encoding and line ends are detected first.
+    /// False, with the cause and the path in `error` when it is given, also when that detection fails.
     bool Open(const wchar_t* path, unsigned int mode, CXFileException* error = nullptr) override;
 
-    /// Reads a line and takes its end away; the line is cut at its first NUL. Text of an unknown code page reads as empty.
+    /// Reads a line and removes its end; the line is cut at its first NUL. Text of an unknown code page reads as empty.
     /// False, with the line empty, at the end of the file. A failure throws, with the line empty.
     ///
     /// A line ends with LF or CR LF. In a file whose first line holds a CR before its end, CR alone ends a line too.
@@ -54,7 +54,7 @@ public:
     /// The mode given to Open, with kUtf16Written added where it applies.
     unsigned int GetOpenMode() const noexcept { return m_openMode; }
 
-    /// Goes past `count` lines, from the start of the file (CXFile::begin) or from the current line (any other origin).
+    /// Skips `count` lines, from the start of the file (CXFile::begin) or from the current line (any other origin).
     /// Returns how many there were.
     unsigned int SkipLines(unsigned int count, unsigned int origin);
     /// Length of the text without its mark: in 16-bit units for UTF-16, else in bytes.
@@ -63,7 +63,7 @@ public:
     /// and when the line ends before the first conversion.
     int FScanfS(const wchar_t* format, ...);
 
-    /// At position 0 of a file with a mark, ReadString passes over the mark again.
+    /// At position 0 of a file with a mark, ReadString skips the mark again.
     unsigned __int64 Seek(__int64 offset, SeekPosition origin) override;
     bool SetLength(unsigned __int64 length) override;
     unsigned int Read(void* buffer, unsigned int count) override;
@@ -95,6 +95,6 @@ private:
     int m_crCursor = -1;
     CXTString<char> m_lineBuffer; // in carriage-return mode the bytes of the CR cache
     CXTString<wchar_t> m_crCache;
-    std::size_t m_rawCursor = 0; // where the CR cursor stands in the line buffer
-    bool m_mayBeAtStart = true;  // else the system need not be asked whether a mark is due
+    std::size_t m_rawCursor = 0; // position of the CR cursor in the line buffer
+    bool m_mayBeAtStart = true;  // false saves asking the system whether a mark is due
 };

@@ -17,7 +17,7 @@ constexpr unsigned kDefaultNestingLimit = 10000;
 constexpr unsigned __int64 kUnlimited = std::numeric_limits<unsigned __int64>::max();
 // The most that one call of the file is asked to move; its counts have 32 bits.
 constexpr unsigned __int64 kLargestTransfer = 0x40000000;
-constexpr unsigned kLendsMemory = 1;
+constexpr unsigned kExposesMemory = 1;
 } // namespace
 
 CXArchive::CXArchive(CXFile* file, unsigned int mode, unsigned int bufferSize, void* buffer)
@@ -40,7 +40,7 @@ CXArchive::CXArchive(CXFile* file, unsigned int mode, unsigned int bufferSize, v
     m_fileName = file->GetFilePath();
     if (m_userBuffer)
         m_start = static_cast<unsigned char*>(buffer);
-    else if ((file->BufferCommand(CXFile::bufferCheck, 0, nullptr, nullptr) & kLendsMemory) != 0)
+    else if ((file->BufferCommand(CXFile::bufferCheck, 0, nullptr, nullptr) & kExposesMemory) != 0)
         m_userBuffer = m_directBuffer = true;
     else
         m_start = new unsigned char[m_bufferSize];
@@ -61,7 +61,7 @@ CXArchive::~CXArchive()
     }
     catch (...)
     {
-        // A file of the user's own may throw anything; a destructor has nobody to tell.
+        // A user-defined file may throw anything, and a destructor cannot report it.
     }
     Detach();
 }
@@ -143,7 +143,7 @@ void CXArchive::Write(const void* source, unsigned __int64 count)
         return;
 
     const unsigned __int64 tail = count % m_bufferSize;
-    // What a file lends is void once the file itself writes, so a new block is only asked for behind that.
+    // The block that a file exposes is invalid once the file itself writes, so a new one is only requested after that.
     Flush(count != tail);
     if (count != tail)
     {
@@ -187,7 +187,7 @@ void CXArchive::Flush(bool final)
     }
     if (pending != 0)
         m_file->BufferCommand(CXFile::bufferCommit, pending, nullptr, nullptr);
-    // The block has become contents: whatever fails from here on, nothing may be written over it.
+    // The block is part of the contents now: if anything fails from here on, it must not be overwritten.
     SetBuffer(nullptr, nullptr, nullptr);
     if (!final)
         RequestBlock();
@@ -239,12 +239,12 @@ void CXArchive::Fail(ArchiveExceptionType cause) const
     CXArchiveException::Throw(cause, m_fileName);
 }
 
-// Behind a full buffer of a storing archive, and every scalar that goes the wrong way. Where the scalar goes.
+// The slow path of storing a scalar: the buffer is full or the direction is wrong. Returns where the scalar is written.
 unsigned char* CXArchive::MakeRoom(std::size_t count)
 {
     RequireStoring();
     Flush(false);
-    // A file that lends its memory may have had no more of it.
+    // A file that exposes its memory may have no more of it.
     if (static_cast<std::size_t>(m_end - m_current) < count)
         CXMemoryException::Throw();
     return m_current;
@@ -257,7 +257,7 @@ unsigned char* CXArchive::Provide(std::size_t count)
     return m_current;
 }
 
-// Behind a buffer that holds too little of what a scalar needs: `needed` bytes are missing.
+// Called when the buffer holds only a part of a scalar: `needed` bytes are missing.
 void CXArchive::FillBuffer(std::size_t needed)
 {
     const auto unread = static_cast<std::size_t>(m_end - m_current);
@@ -280,7 +280,7 @@ void CXArchive::FillBuffer(std::size_t needed)
         CXArchiveException::Throw(m_bytesLeft == 0 ? archiveGeneric : archiveEndOfFile);
 }
 
-// Reads into the own buffer, behind what it holds, until `wanted` bytes more have come, it is full or the file ends.
+// Appends to the archive's own buffer until `wanted` more bytes were read, the buffer is full or the file ends.
 void CXArchive::Fetch(std::size_t wanted)
 {
     for (std::size_t fetched = 0; fetched < wanted;)
@@ -295,7 +295,7 @@ void CXArchive::Fetch(std::size_t wanted)
     }
 }
 
-// Has the file lend its memory at its position: what stands there, or room to write.
+// Has the file expose its memory at its position: the bytes there, or room to write.
 void CXArchive::RequestBlock()
 {
     unsigned char* start = nullptr;
@@ -336,7 +336,7 @@ CXArchive& CXArchive::operator>>(wchar_t& value)
 
 CXArchive& CXArchive::operator>>(bool&)
 {
-    // The variable is left alone on purpose: readers of stored files set it themselves.
+    // The variable is deliberately unchanged: readers of stored files set it themselves.
     LoadValue<unsigned char>();
     return *this;
 }

@@ -28,12 +28,12 @@ struct ReleaseArchiveReferences
 constexpr unsigned xArchiveStore = 0;
 constexpr unsigned xArchiveLoad = 1;
 constexpr unsigned xArchiveNoFlushOnDelete = 2; ///< the destructor does not flush
-/// For loading what strangers made: every reference is checked for the kind of what it refers to, classes that are not
+/// For loading untrusted input: every reference is checked for the kind of what it refers to, classes that are not
 /// serializable are refused, and budgets hold.
 constexpr unsigned xArchiveStrict = 4;
 
 /// The library's binary stream: scalars, counts, text and whole objects with their classes, in the byte format that
-/// docs/formats.md describes. An archive goes in one direction, over a CXFile that it neither owns nor closes.
+/// docs/formats.md describes. An archive has one direction, and is used over a CXFile that it neither owns nor closes.
 ///
 /// It throws CXArchiveException, CXInvalidArgException and CXMemoryException, and passes on what the file throws. Writing
 /// to a loading archive is archiveReadOnly, reading from a storing one archiveWriteOnly, either after Close or Abort
@@ -45,11 +45,12 @@ public:
     X_DECLARE_CLASS(CXArchive)
 
     /// `file` must be open and stay so until the archive is closed. Without `buffer` the archive has one of its own, of at
-    /// least 128 bytes; a file that lends its memory is read and written in place instead. `buffer` must hold `bufferSize`
-    /// bytes and outlive the archive, and is passed over when that is below 128. A null file is an invalid argument.
+    /// least 128 bytes; a file that exposes its memory is read and written in place instead. `buffer` must hold
+    /// `bufferSize` bytes and outlive the archive, and is passed over when that is below 128. A null file is an invalid
+    /// argument.
     CXArchive(CXFile* file, unsigned int mode, unsigned int bufferSize = 4096, void* buffer = nullptr);
-    /// Flushes, unless the archive is closed or was told not to. Never throws: what cannot be written then is lost, so a
-    /// careful caller calls Close first.
+    /// Flushes, unless the archive is closed or xArchiveNoFlushOnDelete is set. Never throws: what cannot be written
+    /// then is lost, so call Close first where that matters.
     ~CXArchive() override;
 
     bool IsLoading() const noexcept { return (m_mode & xArchiveLoad) != 0; }
@@ -69,8 +70,8 @@ public:
     /// For strict loading: how many bytes may be read and how many objects created, and how deep these may nest; more is
     /// archiveGeneric. Without it only the nesting is limited.
     void SetBudget(unsigned __int64 bytes, unsigned __int64 objects, unsigned int depth) noexcept;
-    /// The objects that loading has created so far, in that order. After a failure nobody may have taken them over: this
-    /// is how they are found and deleted.
+    /// The objects that loading has created so far, in that order. After a failure some of them may have
+    /// no owner: this is how they are found and deleted.
     std::vector<CXObject*> GetCreatedObjects() const;
 
     /// Returns the number of bytes delivered: fewer only at the end of the file.
@@ -146,7 +147,7 @@ public:
     unsigned __int64 ReadStringLength(xStringEncoding& encoding);
 
     /// Writes an object with its class the first time and a reference from then on; null is a reference too. Objects are
-    /// told apart by their address, so they must live until the archive is closed.
+    /// distinguished by their address, so they must live until the archive is closed.
     void WriteObject(const CXObject* object);
     /// Reads what WriteObject wrote. The object belongs to the caller, once, however many references lead to it. With a
     /// requested class, an object of another class is archiveBadClass.
@@ -233,10 +234,10 @@ private:
     CXFile* m_file;
     unsigned int m_mode;
     bool m_userBuffer;   ///< the memory is the caller's or the file's
-    bool m_directBuffer; ///< the file lends its memory
+    bool m_directBuffer; ///< the file exposes its memory
     unsigned __int64 m_bufferSize;
     unsigned char* m_start;
-    unsigned char* m_current; ///< storing: pending bytes lie before it; loading: unread ones behind it
+    unsigned char* m_current; ///< storing: pending bytes are before it; loading: unread ones after it
     unsigned char* m_end;
     unsigned int m_objectSchema;
     unsigned int m_mapCount; ///< the next index for an object or a class; 0 is the null reference

@@ -31,7 +31,7 @@ struct ArchiveReference
     unsigned m_schema = kNoSchema; ///< of a class, as it stood in the archive
 };
 
-/// What an archive knows of the objects and classes that have gone through it, by one common index.
+/// The objects and classes that an archive has written or read, numbered together.
 struct ArchiveReferences
 {
     CHashMap<const void*, const void*, unsigned> m_stored;
@@ -244,7 +244,7 @@ CXObject* CXArchive::ReadNewObject(const CXRuntimeClass* type, unsigned int sche
     CXObject* const object = created.release();
     m_objectSchema = schema;
     object->Serialize(*this);
-    // Not what it was before the object: a class that reads nested objects has always met the nested schema behind them.
+    // The outer object's schema is not restored: after a nested object, readers have always seen the nested one.
     m_objectSchema = schema;
     XDeleteThreadException();
     return object;
@@ -283,12 +283,12 @@ void CXArchive::EnterLoaded(const ArchiveReference& reference)
     auto& loaded = GetReferences().m_loaded;
     if (loaded.empty())
         loaded.reserve(kFirstEntries);
-    // Where an entry found no memory, its index was given out all the same.
+    // The index of an entry that found no memory was used up all the same.
     loaded.resize(NextIndex());
     loaded.push_back(reference);
 }
 
-// Gives out the next index. The highest bit tells classes from objects, so half of the numbers are indices.
+// Returns the next index. The highest bit distinguishes classes from objects, so half of the numbers are indices.
 unsigned int CXArchive::NextIndex()
 {
     if (m_mapCount > static_cast<unsigned>(INT_MAX))

@@ -14,12 +14,12 @@ namespace
 constexpr unsigned char kLongForm = 0xFF; // the length does not fit into the first byte
 constexpr unsigned kEscape16 = 0xFFFF;    // the next wider form follows
 constexpr unsigned kEscape32 = 0xFFFFFFFF;
-constexpr unsigned kTagUtf16BE = 0xFFFC; // these three stand where a 16-bit length might
+constexpr unsigned kTagUtf16BE = 0xFFFC; // these three take the place of a 16-bit length
 constexpr unsigned kTagUtf8 = 0xFFFD;
 constexpr unsigned kTagUtf16 = 0xFFFE;
 constexpr unsigned kLargestLength16 = kTagUtf16BE - 1;
 
-// Text of a length that only the input vouches for is read in steps, so that a lie about it costs no memory.
+// Text is read in steps, so that a false length in untrusted input costs no memory.
 constexpr std::size_t kFirstReadStep = 0x10000;
 
 unsigned TagOf(xStringEncoding encoding)
@@ -116,7 +116,7 @@ unsigned __int64 CXArchive::ReadStringLength(xStringEncoding& encoding)
     auto length16 = LoadValue<unsigned short>();
     if (EncodingOfTag(length16, encoding))
     {
-        // A tag stands only here; behind it the same values are lengths.
+        // A tag is recognised only here; after it the same values are lengths.
         length8 = LoadValue<unsigned char>();
         if (length8 < kLongForm)
             return length8;

@@ -21,7 +21,7 @@ public:
     /// How a file is opened: one mode, one share value, and any of the other bits.
     ///
     /// Sharing holds between all openers that use this library, in this process and others: an open succeeds if its
-    /// access is permitted by everyone who has the file open, and everyone's access is permitted by it. On Linux other
+    /// access is permitted by all who have the file open, and theirs by it. On Linux other
     /// programs do not take part; see docs/porting.md.
     enum OpenFlags : unsigned int
     {
@@ -62,7 +62,7 @@ public:
     CXFile(void* handle, bool throwOnError);
     /// Opens a file and throws on errors, also when it cannot be opened.
     CXFile(const wchar_t* path, unsigned int flags);
-    /// Closes what Open opened. Never throws; call Close to learn of writes that failed late.
+    /// Closes what Open opened. Never throws; call Close to see writes that failed late.
     ~CXFile() override;
     CXFile(const CXFile&) = delete;
     CXFile& operator=(const CXFile&) = delete;
@@ -81,13 +81,13 @@ public:
     virtual bool SetLength(unsigned __int64 length);
     /// All bits set on failure.
     virtual unsigned __int64 GetLength() const;
-    /// Reads `count` bytes and returns how many came: fewer only at the end of the file, or when reading failed after
-    /// some had come. 0 at the end, on failure, on a closed file and for a null buffer.
+    /// Reads `count` bytes and returns how many were read: fewer only at the end of the file, or when reading failed after
+    /// some. 0 at the end, on failure, on a closed file and for a null buffer.
     virtual unsigned int Read(void* buffer, unsigned int count);
     /// Writes all bytes; the cause is fileDiskFull when only a part could be written. Without exceptions a failure is
     /// silent.
     virtual void Write(const void* buffer, unsigned int count);
-    /// Comes back when everything written is on the disk. Does nothing on a closed file.
+    /// Returns when everything written is on the disk. Does nothing on a closed file.
     virtual void Flush();
     /// Closes the handle, also when it throws. The path stays. Does nothing on a closed file.
     virtual void Close();
@@ -102,15 +102,16 @@ public:
 protected:
     /// As CXFile::Write; `written` is how many bytes the file took, also when it throws.
     void WriteCounted(const void* buffer, unsigned int count, std::size_t& written);
-    /// Lends a file's memory, so that an archive can read and write in place. A disk file lends none and returns 0.
-    /// The commands of a file that lends:
+    /// Exposes a file's memory, so that an archive can read and write in place. A disk file exposes none and returns 0.
+    /// The commands of a file that does:
     /// - bufferCheck returns 1.
     /// - bufferRead sets `start` and `stop` around at most `count` bytes from the position on (0xFFFFFFFF: all there are),
     ///   moves the position past them and returns their number.
     /// - bufferWrite sets `start` and `stop` around room for `count` bytes at the position, which stays, and returns how
     ///   many fit.
-    /// - bufferCommit takes over `count` bytes that were written there: moves the position past them, extends the length.
-    /// What was lent is void after the next call that is no bufferCommit.
+    /// - bufferCommit makes `count` bytes that were written there part of the file: moves the position past them, extends
+    ///   the length.
+    /// The pointers are invalid after the next call other than bufferCommit.
     virtual unsigned __int64 BufferCommand(unsigned int command, unsigned __int64 count, unsigned char** start,
                                            unsigned char** stop);
     friend class CXArchive;

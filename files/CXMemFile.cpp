@@ -88,7 +88,7 @@ unsigned char* CXMemFile::GetBuffer()
 
 unsigned char* CXMemFile::Alloc(unsigned __int64 size)
 {
-    // Large blocks come from the system as zeros, which costs nothing until they are used.
+    // Large zeroed blocks cost nothing until they are used.
     return static_cast<unsigned char*>(std::calloc(size, 1));
 }
 
@@ -199,9 +199,9 @@ unsigned __int64 CXMemFile::BufferCommand(unsigned int command, unsigned __int64
     switch (command)
     {
     case bufferRead:
-        return LendForReading(count, start, stop);
+        return ExposeForReading(count, start, stop);
     case bufferWrite:
-        return LendForWriting(count, start, stop);
+        return ExposeForWriting(count, start, stop);
     case bufferCommit:
         return Commit(count);
     case bufferCheck:
@@ -243,7 +243,7 @@ unsigned char* CXMemFile::Memcpy(unsigned char* target, const unsigned char* sou
     return static_cast<unsigned char*>(std::memmove(target, source, count));
 }
 
-/// A block of the new capacity with the old contents and zeros behind them. The old block is void when it was the file's
+/// A block of the new capacity with the old contents and zeros behind them. The old block is freed when it was the file's
 /// own; null leaves it as it was.
 unsigned char* CXMemFile::Resize(unsigned __int64 capacity)
 {
@@ -290,7 +290,7 @@ bool CXMemFile::GrowForWriting(unsigned int count, const unsigned char*& source)
     return true;
 }
 
-/// Takes over what stands behind the position. A gap between the end and the position joins the file as zeros.
+/// Makes bytes written at the position part of the file. A gap between the end and the position becomes zeros.
 void CXMemFile::AdvanceWritten(unsigned __int64 count)
 {
     if (m_position > m_length)
@@ -300,7 +300,7 @@ void CXMemFile::AdvanceWritten(unsigned __int64 count)
     m_length = std::max(m_length, m_position);
 }
 
-/// Clears what lies between the end of the file and a new end.
+/// Zeroes the bytes between the end of the file and a new end.
 void CXMemFile::ZeroUpTo(unsigned __int64 newEnd)
 {
     const unsigned __int64 dirtyEnd = std::min(newEnd, m_untouchedFrom);
@@ -308,7 +308,7 @@ void CXMemFile::ZeroUpTo(unsigned __int64 newEnd)
         std::memset(m_buffer + m_length, 0, dirtyEnd - m_length);
 }
 
-unsigned __int64 CXMemFile::LendForReading(unsigned __int64 count, unsigned char** start, unsigned char** stop)
+unsigned __int64 CXMemFile::ExposeForReading(unsigned __int64 count, unsigned char** start, unsigned char** stop)
 {
     if (start == nullptr || stop == nullptr)
         return 0;
@@ -316,23 +316,23 @@ unsigned __int64 CXMemFile::LendForReading(unsigned __int64 count, unsigned char
         count = m_capacity - m_position;
     if (AddOverflows(m_position, count))
         return RefuseArgument();
-    const unsigned __int64 lentEnd = std::max(m_position, std::min(m_length, m_position + count));
-    const unsigned __int64 lent = lentEnd - m_position;
+    const unsigned __int64 exposedEnd = std::max(m_position, std::min(m_length, m_position + count));
+    const unsigned __int64 exposed = exposedEnd - m_position;
     *start = m_buffer + m_position;
-    *stop = *start + lent;
-    m_position = lentEnd;
-    return lent;
+    *stop = *start + exposed;
+    m_position = exposedEnd;
+    return exposed;
 }
 
-unsigned __int64 CXMemFile::LendForWriting(unsigned __int64 count, unsigned char** start, unsigned char** stop)
+unsigned __int64 CXMemFile::ExposeForWriting(unsigned __int64 count, unsigned char** start, unsigned char** stop)
 {
     if (start == nullptr || stop == nullptr || !ReserveAtPosition(count))
         return 0;
-    const unsigned __int64 lentEnd = std::min(m_capacity, m_position + count);
-    m_untouchedFrom = std::max(m_untouchedFrom, lentEnd);
+    const unsigned __int64 exposedEnd = std::min(m_capacity, m_position + count);
+    m_untouchedFrom = std::max(m_untouchedFrom, exposedEnd);
     *start = m_buffer + m_position;
-    *stop = m_buffer + lentEnd;
-    return lentEnd - m_position;
+    *stop = m_buffer + exposedEnd;
+    return exposedEnd - m_position;
 }
 
 unsigned __int64 CXMemFile::Commit(unsigned __int64 count)

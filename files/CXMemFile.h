@@ -7,8 +7,8 @@
 /// One thread at a time.
 ///
 /// The block is the file's own, or a caller's. A caller's block is read and written in place as far as it reaches; when
-/// the file must grow, the contents move into a block of its own and the caller's is left alone. Bytes that join the
-/// file without being written are zero, and so is capacity that is new.
+/// the file must grow, the contents move into a block of its own and the caller's is left alone. Bytes that become part
+/// of the file without being written are zero, and so is new capacity.
 class TEVTOOLS_API CXMemFile : public CXFile
 {
 public:
@@ -21,15 +21,15 @@ public:
     /// Frees the block when it is the file's own.
     ~CXMemFile() override;
 
-    /// Makes a block of `size` bytes the file's contents, position 0; an earlier block goes as with Close.
-    /// With `growable` the file takes the block over, which must come from Alloc, and grows in steps of 2048. Else the
+    /// Makes a block of `size` bytes the file's contents, position 0; an earlier block is released as by Close.
+    /// With `growable` the file owns the block, which must come from Alloc, and grows in steps of 2048. Else the
     /// block stays the caller's, must outlive its use here, and is written to when the file is.
     /// A null block with a size is an invalid argument and changes nothing.
     void Attach(const unsigned char* buffer, unsigned __int64 size, bool growable);
     /// Hands out the block and leaves the file empty. A block that was the file's own is released with Free. Null when
     /// the file has none; ask for the length before.
     [[nodiscard]] unsigned char* Detach();
-    /// The block, null when there is none. Void after the next call that may grow the file.
+    /// The block, null when there is none. Invalid after the next call that may grow the file.
     unsigned char* GetBuffer();
     const unsigned char* GetBuffer() const { return m_buffer; }
 
@@ -68,7 +68,7 @@ protected:
     virtual bool GrowBuffer(unsigned __int64 needed);
     /// Resizes a block from Alloc, which stays valid when it returns null. The bytes beyond the old size are unspecified.
     virtual unsigned char* Realloc(unsigned char* block, unsigned __int64 size);
-    /// Copies every byte that goes in or out; the areas may overlap. Returns `target`.
+    /// Copies every byte that is read or written; the areas may overlap. Returns `target`.
     virtual unsigned char* Memcpy(unsigned char* target, const unsigned char* source, unsigned __int64 count);
 
     unsigned __int64 m_growBytes;
@@ -86,8 +86,8 @@ private:
     bool GrowForWriting(unsigned int count, const unsigned char*& source);
     void AdvanceWritten(unsigned __int64 count);
     void ZeroUpTo(unsigned __int64 newEnd);
-    unsigned __int64 LendForReading(unsigned __int64 count, unsigned char** start, unsigned char** stop);
-    unsigned __int64 LendForWriting(unsigned __int64 count, unsigned char** start, unsigned char** stop);
+    unsigned __int64 ExposeForReading(unsigned __int64 count, unsigned char** start, unsigned char** stop);
+    unsigned __int64 ExposeForWriting(unsigned __int64 count, unsigned char** start, unsigned char** stop);
     unsigned __int64 Commit(unsigned __int64 count);
     unsigned __int64 RefuseArgument() const;
 

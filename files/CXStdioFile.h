@@ -7,7 +7,7 @@
 
 /// A disk file with a buffer of its own, read and written in any mixture of bytes and lines; take CXFile where few large
 /// pieces are moved, and CStdioFileEx for text whose encoding is to be found out.
-/// Positions and lengths are those the caller sees: bytes that still wait in the buffer count as written.
+/// Positions and lengths are those the caller sees: bytes that are still in the buffer count as written.
 /// Line ends are written as they are given.
 /// One thread at a time.
 ///
@@ -22,7 +22,7 @@ public:
     explicit CXStdioFile(bool throwOnError = true);
     CXStdioFile(void* handle, bool throwOnError);
     CXStdioFile(const wchar_t* path, unsigned int flags);
-    /// Writes what waits in the buffer. A failure goes unseen: call Close to learn of it.
+    /// Writes what is in the buffer. A failure is ignored: call Close to see it.
     ~CXStdioFile() override;
 
     bool Open(const wchar_t* path, unsigned int flags, CXFileException* error = nullptr) override;
@@ -31,7 +31,7 @@ public:
     unsigned __int64 GetLength() const override;
     unsigned int Read(void* buffer, unsigned int count) override;
     void Write(const void* buffer, unsigned int count) override;
-    /// Hands what waits in the buffer to the system, which may still hold it in memory.
+    /// Passes what is in the buffer to the system, which may still hold it in memory.
     void Flush() override;
     /// The file is closed even when its last bytes cannot be written and the failure is thrown.
     void Close() override;
@@ -60,26 +60,26 @@ protected:
         std::size_t m_size;
     };
 
-    /// Takes the next line as it stands in the file, line end included. It is put together in `assembled` where the buffer
-    /// does not hold it whole. False at the end of the file.
+    /// Reads the next line as it is in the file, line end included. It is assembled in `assembled` where the buffer
+    /// does not hold all of it. False at the end of the file.
     bool ReadRawLine(xStringEncoding encoding, CXTString<char>& assembled, RawText& line);
-    /// Takes about 32 KiB of whole lines, which end with CR, LF or CR LF. False at the end of the file.
+    /// Reads about 32 KiB of complete lines, which end with CR, LF or CR LF. False at the end of the file.
     bool ReadRawLines(xStringEncoding encoding, CXTString<char>& lines);
     struct LineTraits
     {
-        bool m_ended; ///< LF or CR LF stood behind it
+        bool m_ended; ///< by LF or CR LF
         bool m_mayHoldNul;
     };
 
-    /// Reads a line of text into an empty string and takes its LF or CR LF away.
+    /// Reads a line of text into an empty string and removes its LF or CR LF.
     bool ReadTextLine(xStringEncoding encoding, CXTString<char>& assembled, CXTString<wchar_t>& line,
                       LineTraits& traits);
     /// Reads on until it knows whether the line holds a CR before its last character, CR LF counted as one.
     bool LineHoldsReturn(xStringEncoding encoding);
     void WriteBytes(const char* bytes, std::size_t count);
-    /// Leaves the file as Open does with the one that was open. Throws when the last bytes cannot be written.
+    /// Closes the file, as Open does with the one that was open. Throws when the last bytes cannot be written.
     void LeaveFile();
-    /// Hands a caught exception's contents to the caller's object, if there is one, and ends it.
+    /// Copies a caught exception's contents to the caller's object, if there is one, and deletes it.
     static void TakeFailure(CXFileException* failure, CXFileException* error);
 
 private:
@@ -96,10 +96,10 @@ private:
 
     std::unique_ptr<char[]> m_buffer;
     std::size_t m_bufferSize = 65536;
-    unsigned __int64 m_origin = 0; // where the first byte read into the buffer stands in the file
-    std::size_t m_filled = 0;      // bytes read into the buffer; 0 while any wait to be written
-    std::size_t m_next = 0;        // of these, how many were handed out
-    std::size_t m_pending = 0;     // bytes that wait to be written
+    unsigned __int64 m_origin = 0; // position in the file of the first byte read into the buffer
+    std::size_t m_filled = 0;      // bytes read into the buffer; 0 while any are to be written
+    std::size_t m_next = 0;        // of these, how many the caller has read
+    std::size_t m_pending = 0;     // bytes to be written
     bool m_asciiLikely = true;     // the line before was ASCII
     CXTString<char> m_scratch;
 };

@@ -1,5 +1,5 @@
-// Random operations on CXArray beside a vector and the rules of growth, and arrays loaded from archives made of anything.
-// The first byte chooses, the others are operations, four bytes each, or the archive.
+// Random operations on CXArray compared with a vector and the rules of growth, and arrays loaded from archives made of
+// anything. The first byte chooses, the others are operations, four bytes each, or the archive.
 
 #include "arrays/CXArray.h"
 #include "files/CXMemFile.h"

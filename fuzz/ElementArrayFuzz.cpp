@@ -1,5 +1,5 @@
 // The first byte chooses: element arrays or offset arrays from archives made of anything, which load or end with a
-// documented exception; or random operations on an element array and on an offset array beside standard vectors.
+// documented exception; or random operations on an element array and on an offset array compared with standard vectors.
 
 #include "arrays/CElementArray.h"
 #include "arrays/COffsetArray.h"

@@ -1,4 +1,4 @@
-// Random operations on CHashMap beside std::unordered_map, which says what is in it, and beside a literal model of its
+// Random operations on CHashMap compared with std::unordered_map, for its contents, and with a literal model of its
 // table, which says in which order. Values are strings, so that one kept or released too often is seen.
 
 #include "maps/CHashMap.h"
@@ -32,7 +32,7 @@ public:
 
     bool Ended() const { return m_at == m_size; }
     std::uint8_t Byte() { return Ended() ? 0 : m_data[m_at++]; }
-    /// Few different keys, so that they meet often; some of them far away.
+    /// Few different keys, so that they collide often; some of them far away.
     std::uint32_t Key()
     {
         const std::uint32_t low = Byte();

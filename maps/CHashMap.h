@@ -6,23 +6,23 @@
 /// keys and on what was done to the map, and on nothing else: the same calls give the same order in each run.
 /// One thread at a time.
 ///
-/// Beside std::unordered_map: an entry is found by a position, a slot's index, and not by an iterator; no operation of the
-/// map throws, and only exceptions of the keys and values themselves pass through it. Any insertion of a new key, and
-/// Remove with `rehash`, may move all entries: addresses of keys and values and positions are invalid then; a plain Remove
-/// invalidates those of its entry alone. A walk costs the number of slots, not of entries: two to four for each entry, more
-/// after many removals.
+/// Compared with std::unordered_map: an entry is found by a position, a slot's index, and not by an iterator; no
+/// operation of the map throws, and only exceptions of the keys and values themselves pass through it. Any insertion of
+/// a new key, and Remove with `rehash`, may move all entries: addresses of keys and values and positions are invalid
+/// then; a plain Remove invalidates those of its entry alone. A walk costs the number of slots, not of entries: two to
+/// four for each entry, more after many removals.
 ///
-/// Less than half of the slots are in use, counting those of removed entries; a new entry that reaches half of them rebuilds
-/// the table. A rebuild that finds no memory leaves the table as it is and is tried again by the next insertion of a new
-/// key, which is refused if there still is none. A map that could not get its first slots, and one that was moved from, has
-/// none: it finds nothing, and gets its slots with the first insertion. An exception thrown while an entry is inserted
-/// leaves the map as it was.
+/// Less than half of the slots are in use, counting those of removed entries; a new entry that reaches half of them
+/// rebuilds the table. A rebuild that finds no memory leaves the table as it is and is tried again by the next
+/// insertion of a new key, which is refused if there still is none. A map that could not get its first slots, and one
+/// that was moved from, has none: it finds nothing, and gets its slots with the first insertion. An exception thrown
+/// while an entry is inserted leaves the map as it was.
 ///
-/// The hash of numbers is fixed, since it decides the order, so somebody who chooses the keys can choose many that meet and
-/// make insertions some twenty times as slow. Do not key a map by numbers from strangers where that would hurt.
+/// The hash of numbers is fixed, since it decides the order: keys can be chosen to collide, which makes insertions some
+/// twenty times as slow. Do not key a map by numbers from untrusted input where that matters.
 ///
 /// KEY is stored, ARG_KEY is how keys are passed (`int`, `const CXTString<wchar_t>&`), METHODS hashes and compares them. In
-/// maps of strings, lookups and removals take plain C strings as they are. Key and value of an entry end their lives when
+/// maps of strings, lookups and removals take plain C strings as they are. Key and value of an entry are destroyed when
 /// it is removed, not when its slot is used again.
 template <class KEY, class ARG_KEY, class VALUE, class METHODS = CHashMethods<KEY>>
 class CHashMap : public tev::HashTableBase<tev::HashSlot<KEY, VALUE>, ARG_KEY, METHODS>
@@ -81,8 +81,9 @@ public:
     void Remove(const CHashMap& other) { this->RemoveKeys(other); }
 
     /// Delivers the entry at a position that GetFirst or GetNext gave, and moves the position to the next one, or to
-    /// 0xFFFFFFFF behind the last. `key` is a KEY for a copy or a `const KEY*` for the address, `value` likewise a VALUE or a
-    /// `VALUE*`. False, with nothing delivered, when the entry was removed meanwhile or the position is no position.
+    /// 0xFFFFFFFF behind the last. `key` is a KEY for a copy or a `const KEY*` for the address, `value` likewise a
+    /// VALUE or a `VALUE*`. False, with nothing delivered, when the entry was removed meanwhile or the position is no
+    /// position.
     template <class KEY_OUT, class VALUE_OUT>
     bool GetNext(unsigned int& position, KEY_OUT& key, VALUE_OUT& value) const
     {
@@ -93,7 +94,7 @@ public:
         Deliver(slot->m_value, value);
         return true;
     }
-    /// As above for the key or the value alone, told apart by type; the key where both have the same.
+    /// As above for the key or the value alone, distinguished by type; the key where both have the same.
     template <class OUT>
     bool GetNext(unsigned int& position, OUT& keyOrValue) const
     {

@@ -55,7 +55,7 @@ constexpr unsigned MixKey64(std::uint64_t key) noexcept
 /// Hashes a run of bytes. The bytes are taken in steps of 16, each of which becomes one 128-bit product whose halves are
 /// folded together; what is left over is covered by two loads that may overlap, so that no text is read byte by byte. The
 /// length goes in as well: a run of zeros differs from a longer one. No secret goes in, since the hash decides the order in
-/// which a map is walked and the order shall be the same in each run: who knows it can craft texts that meet.
+/// which a map is walked and the order must be the same in each run: texts can be crafted to collide.
 inline unsigned HashBytes(const void* data, std::size_t count) noexcept
 {
     constexpr std::uint64_t kFirst = 0xA0761D6478BD642F;

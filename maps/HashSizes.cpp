@@ -9,8 +9,8 @@ namespace
 {
 constexpr unsigned kSmallestHashSize = 5;
 
-// The next prime at or above an odd candidate, found by trial division; 0 where none has 32 bits any more. Odd candidates
-// below 9 are taken as they are. At most 32,768 divisions a candidate: nothing beside the table that is made next.
+// The next prime at or above an odd candidate, found by trial division; 0 where none has 32 bits. Odd candidates
+// below 9 are taken as they are. At most 32,768 divisions a candidate: little compared with making the table.
 unsigned NextPrime(std::uint64_t candidate) noexcept
 {
     std::uint64_t divisor = 3;

@@ -16,8 +16,8 @@ namespace tev
 TEVTOOLS_API void* AllocateHashSlots(unsigned size, std::size_t slotBytes, std::size_t alignment) noexcept;
 TEVTOOLS_API void FreeHashSlots(void* block, unsigned size, std::size_t slotBytes, std::size_t alignment) noexcept;
 
-/// The slots of a hash table and their tags: their memory, their states, and the walk over them. Which slot a key takes is
-/// HashTableBase's affair.
+/// The slots of a hash table and their tags: their memory, their states, and the walk over them. HashTableBase chooses the
+/// slot for a key.
 template <class SLOT>
 class HashSlots
 {
@@ -79,7 +79,7 @@ protected:
         return *this;
     }
 
-    /// The slot at a position, which moves on to the next entry; null where no entry stands (any more).
+    /// The slot at a position, which moves on to the next entry; null where there is no entry.
     SLOT* TakePosition(unsigned& position) const noexcept
     {
         const std::size_t at = position;

@@ -15,16 +15,16 @@
 
 // What CHashMap and CHashTable have in common: the table, its probing, its growth.
 //
-// A table is an array of slots of a prime size, kept less than half full counting the slots of removed entries. A key's home
-// is its hash modulo the size; a slot that is taken sends the search on by 1, 3, 5, ... slots, so that the distances from
-// home are the squares. With a prime size the squares reach more than half of the slots before they repeat, so a search
-// always ends at an empty one.
+// A table is an array of slots of a prime size, kept less than half full counting the slots of removed entries. A key's
+// home is its hash modulo the size; a slot that is taken sends the search on by 1, 3, 5, ... slots, so that the
+// distances from home are the squares. With a prime size the squares reach more than half of the slots before they
+// repeat, so a search always ends at an empty one.
 //
-// The order of the slots is what callers see when they walk a map, so home, probing and growth are fixed for good. What is
-// free is how a slot is looked at. Behind the slots lies one byte for each, its tag: 0 empty, 0x40 deleted, else the hash's
+// The order of the slots is what callers see when they walk a map, so home, probing and growth are fixed for good. How a
+// slot is examined is free. After the slots there is one byte for each, its tag: 0 empty, 0x40 deleted, else the hash's
 // low seven bits with the high bit set. A search reads the tags and compares keys only where they match, so a miss rarely
 // touches a slot. The first three slots of a search, 0, 1 and 4 behind its home, have their tags in one 64-bit word and are
-// looked at together without a branch for each, since such branches cannot be foretold. A walk finds the next entry in the
+// looked at together without a branch for each, since such branches cannot be predicted. A walk finds the next entry in the
 // same words. The first tags are repeated behind the last, so that a word may be read at any slot.
 
 namespace tev
@@ -307,7 +307,7 @@ private:
         while (settled != arrived)
             Settle(arrivals[settled++ % kAhead]);
 
-        // What was moved is gone already.
+        // The moved entries are destroyed already.
         if constexpr (SLOT::kMoves)
         {
             old.m_count = 0;

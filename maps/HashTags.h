@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <cstring>
 
-// The bytes beside the slots of a hash table, and its remainders. HashTableBase.h tells what they are for.
+// The tag bytes of a hash table, and its remainders. HashTableBase.h explains what they are for.
 
 namespace tev
 {
@@ -92,7 +92,7 @@ private:
     std::uint64_t m_word;
 };
 
-/// Where a search goes on after the first three slots: 9 behind its home, and the step that leads on from there.
+/// The fourth slot of a search, 9 after its home, and the step to the fifth.
 inline constexpr std::size_t kFourthProbe = 9;
 inline constexpr std::size_t kFourthStep = 7;
 

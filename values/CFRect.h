@@ -49,7 +49,7 @@ public:
 
     constexpr operator CFPoint() const noexcept { return {cx, cy}; }
     /// Adds 0.5 and cuts off the digits behind the point: rounded where not negative, else up to one too large. Callers
-    /// count on that.
+    /// rely on it.
     constexpr operator CXSize() const noexcept { return {tev::TruncateToInt(cx + 0.5), tev::TruncateToInt(cy + 0.5)}; }
     /// Always 0, and no magnitude, whatever the size.
     constexpr double Length() const noexcept { return 0.0; }
@@ -78,7 +78,7 @@ public:
     /// Whether all four edges are 0.
     constexpr bool IsNull() const noexcept { return *this == CFRect(); }
     constexpr bool IsNormalized() const noexcept { return right >= left && bottom >= top; }
-    /// True for a rectangle with an area, the contrary of what the name says. Callers count on that.
+    /// True for a rectangle with an area, the contrary of what the name says. Callers rely on it.
     constexpr bool IsEmpty() const noexcept { return Width() > 0 && Height() > 0; }
     constexpr bool operator==(const CFRect& other) const noexcept
     {

@@ -41,7 +41,7 @@ unsigned int Sum(float value) noexcept
     return static_cast<unsigned int>(std::min<double>(Limited(value, 4294967296.0F), 0xFFFFFFFF));
 }
 
-// Both ways of the model are led by tables: the branches of an image's pixels cannot be foretold.
+// Both conversions use tables: branches that depend on the pixels of an image cannot be predicted.
 
 // Sixths of the circle: the base, and how far the channel is from the largest, as a part of the range.
 struct HueRule

@@ -97,7 +97,7 @@ public:
 
     void InitFromHSL(float hue, float saturation, float luminance) noexcept;
     /// A hue above 1 loses its whole part; one between -1 and 0 has 1 added. One of -1 and below is taken as 0: callers
-    /// count on that.
+    /// rely on it.
     void SetHue(float hue) noexcept;
     void SetSaturation(float saturation) noexcept;
     void SetLuminance(float luminance) noexcept;
@@ -111,7 +111,7 @@ public:
     bool operator==(const CRGBColor& other) const noexcept { return GetRGBA() == other.GetRGBA(); }
     bool operator!=(const CRGBColor& other) const noexcept { return !(*this == other); }
 
-    /// Scales alpha too, unlike operator*. Callers count on that.
+    /// Scales alpha too, unlike operator*. Callers rely on it.
     CRGBColor& operator*=(float factor) noexcept;
 
     // Results have alpha 255.

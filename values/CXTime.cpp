@@ -92,7 +92,7 @@ int CXTime::LocalPart(Part part, int failure) const noexcept
 
 int CXTime::GetYear() const noexcept
 {
-    // The last years that the structure holds lie past those of an int.
+    // The last years that the structure holds do not fit an int.
     const auto year = [](const std::tm& fields) {
         return static_cast<int>(static_cast<unsigned>(fields.tm_year) + 1900);
     };

@@ -22,7 +22,7 @@ public:
     /// From local time, as below; null gives 0.
     CXTime(const struct tm* local);
     /// From local time; months count from 1. With a negative flag, a time that occurs twice because the clock was set back
-    /// is the first of the two, and one that was skipped because it was set forward lies as much later.
+    /// is the first of the two, and one that was skipped because it was set forward is that much later.
     /// What cannot be converted, and the second before 1970 (as UTC), is an invalid argument.
     CXTime(int year, int month, int day, int hour, int minute, int second, int daylightSaving);
     CXTime(const CXTime&) = default;

@@ -22,7 +22,7 @@ using namespace tev::test;
 
 using Element = Tracked<true>;
 
-// Elements that own memory, count how many live, and throw when they are told to.
+// Elements that own memory, count how many live, and throw on request.
 class TrackedElements : public CElementMethods
 {
 public:
@@ -589,7 +589,7 @@ TEST(CElementArray, HostileArchivesFail)
         {Bytes{3, 0, 0, 0, 0, 0} + NewClass("CXObject"), archiveBadClass},
         {Bytes{3, 0, 0, 0, 0, 0} + NewClass("CElementMethods"), archiveBadClass},
         {Bytes{3, 0, 0, 0, 0, 0} + NewClass("CElementArray"), archiveBadClass},
-        {Bytes{3, 0, 0, 0, 0, 0} + NewClass("Nobody"), archiveBadClass},
+        {Bytes{3, 0, 0, 0, 0, 0} + NewClass("NoClass"), archiveBadClass},
         {Bytes{3, 0, 0, 0, 0, 0} + NewClass("CXIntElements", 2), archiveBadSchema},
         {Bytes{3, 0, 0, 0, 0, 0} + NewClass("NoSizeElements") + Bytes(100, 1), archiveBadClass},
         {Bytes{3, 0, 0, 0, 0, 0} + NewClass("HugeElements") + Bytes(100, 1), archiveEndOfFile},

@@ -50,7 +50,7 @@ using Kinds =
                    Kind<Tracked<true>, false>, Kind<Tracked<true>, true>, Kind<Tracked<false>, false>>;
 TYPED_TEST_SUITE(CXArrayOf, Kinds, );
 
-// The seed is fixed, so a failure comes back; the fuzz target takes over where this ends.
+// The seed is fixed, so a failure is reproducible; the fuzz target goes further.
 TYPED_TEST(CXArrayOf, RandomUseEqualsAVector)
 {
     using Type = typename TypeParam::Type;

@@ -24,8 +24,8 @@ namespace
 {
 using Bytes = std::vector<unsigned char>;
 
-// A memory file that lends nothing, so that the archive works through a buffer, as over a disk file. It may deliver in
-// small pieces, as a pipe does.
+// A memory file that does not expose its memory, so that the archive works through a buffer, as over a disk file. It
+// may deliver in small pieces, as a pipe does.
 class UnlentFile : public CXMemFile
 {
 public:
@@ -430,11 +430,11 @@ TEST(CXArchiveTest, FlushMovesTheFileToTheArchivesPosition)
     }
 }
 
-// A memory file of which one access, counted from now, fails with an exception, or every one. It lends its memory or not.
+// A memory file of which one access, counted from now, fails with an exception, or every one. It exposes its memory or not.
 class FaultyFile : public CXMemFile
 {
 public:
-    explicit FaultyFile(bool lends) : m_lends(lends) {}
+    explicit FaultyFile(bool exposes) : m_exposes(exposes) {}
     unsigned Read(void* buffer, unsigned count) override { return Access(), CXMemFile::Read(buffer, count); }
     void Write(const void* buffer, unsigned count) override { Access(), CXMemFile::Write(buffer, count); }
     unsigned __int64 Seek(__int64 offset, SeekPosition origin) override
@@ -448,7 +448,7 @@ protected:
     unsigned __int64 BufferCommand(unsigned command, unsigned __int64 count, unsigned char** start,
                                    unsigned char** stop) override
     {
-        if (!m_lends)
+        if (!m_exposes)
             return 0;
         if (command != bufferCheck)
             Access();
@@ -461,7 +461,7 @@ private:
         if (--m_countdown == 0 || m_broken)
             CXFileException::Throw(fileHardIO, GetFilePath());
     }
-    bool m_lends;
+    bool m_exposes;
 };
 
 TEST(CXArchiveTest, ScalarsGoOnBehindAFileThatFailedOnce)
@@ -470,12 +470,12 @@ TEST(CXArchiveTest, ScalarsGoOnBehindAFileThatFailedOnce)
     Bytes expected = {'x'}; // so that numbers straddle the buffer
     for (unsigned i = 0; i < kCount; ++i)
         expected = std::move(expected) + Bytes{static_cast<unsigned char>(i), 0, 0, 0};
-    for (const bool lends : {false, true})
+    for (const bool exposes : {false, true})
     {
         bool failed = true;
         for (int access = 1; failed; ++access)
         {
-            SCOPED_TRACE(testing::Message() << "lends " << lends << ", access " << access);
+            SCOPED_TRACE(testing::Message() << "exposes " << exposes << ", access " << access);
             failed = false;
             const auto insist = [&](const std::function<void()>& call) {
                 try
@@ -489,7 +489,7 @@ TEST(CXArchiveTest, ScalarsGoOnBehindAFileThatFailedOnce)
                     call();
                 }
             };
-            FaultyFile file(lends);
+            FaultyFile file(exposes);
             file.m_countdown = access;
             CXArchive storing(&file, xArchiveStore, 128);
             insist([&] { storing << 'x'; });
@@ -518,9 +518,9 @@ TEST(CXArchiveTest, ScalarsGoOnBehindAFileThatFailedOnce)
 
 TEST(CXArchiveTest, OnlyCloseTellsWhatCouldNotBeWritten)
 {
-    for (const bool lends : {false, true})
+    for (const bool exposes : {false, true})
     {
-        FaultyFile file(lends);
+        FaultyFile file(exposes);
         CXArchive archive(&file, xArchiveStore);
         archive << 1;
         file.m_broken = true;
@@ -854,7 +854,7 @@ TEST(CXArchiveObjectTest, ReferencesAreChecked)
     EXPECT_EQ(CauseOfReading(transient, release), -1);
     Stream strict(kWays[0], xArchiveLoad | xArchiveStrict, transient);
     EXPECT_EQ(CauseOf([&] { release(*strict); }), archiveGeneric);
-    // A class of schema 1 is told from an object even by a lenient reader.
+    // Even a lenient reader distinguishes a class of schema 1 from an object.
     Stream stream(kWays[0], xArchiveLoad, kNewLeaf + kNoLinks + kNoLinks + Bytes{1, 0});
     const std::unique_ptr<CXObject> first(stream->ReadObject(nullptr));
     EXPECT_EQ(CauseOf([&] { any(*stream); }), archiveBadIndex);

@@ -361,7 +361,7 @@ TEST(CXFileSharing, LetsOneInWhenManyComeAtOnce)
     for (std::thread& thread : threads)
         thread.join();
     EXPECT_FALSE(overlapped);
-    EXPECT_EQ(successes, 300); // and everybody gets its turn
+    EXPECT_EQ(successes, 300); // and every thread gets its turn
 }
 
 // Reading, writing, positions

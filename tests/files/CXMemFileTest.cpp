@@ -49,9 +49,9 @@ public:
         const CXMemFile& file = *this;
         return std::string(reinterpret_cast<const char*>(file.GetBuffer()), file.GetLength());
     }
-    Size Lend(unsigned command, Size count) { return File::BufferCommand(command, count, &m_start, &m_stop); }
+    Size Expose(unsigned command, Size count) { return File::BufferCommand(command, count, &m_start, &m_stop); }
 
-    unsigned char* m_start = nullptr; ///< what was lent last
+    unsigned char* m_start = nullptr; ///< what was exposed last
     unsigned char* m_stop = nullptr;
     unsigned m_reallocations = 0;
     bool m_outOfMemory = false;
@@ -121,7 +121,7 @@ TEST(CXMemFile, StaysAsItIsWithoutMemory)
         EXPECT_EQ(Thrown([&] { file.Write("12345", 5); }), memory);
         EXPECT_EQ(Thrown([&] { EXPECT_EQ(file.Seek(5, CXFile::begin), 2u); }), memory);
         EXPECT_EQ(Thrown([&] { EXPECT_FALSE(file.SetLength(5)); }), memory);
-        EXPECT_EQ(Thrown([&] { EXPECT_EQ(file.Lend(CXFile::bufferWrite, 3), 0u); }), memory);
+        EXPECT_EQ(Thrown([&] { EXPECT_EQ(file.Expose(CXFile::bufferWrite, 3), 0u); }), memory);
         EXPECT_EQ(Thrown([&] { file.Write(nullptr, 1); }), throws ? kInvalidArgument : kNothingThrown);
         EXPECT_EQ(file.GetPosition(), 2u);
         EXPECT_EQ(file.m_capacity, 4u);
@@ -133,7 +133,7 @@ TEST(CXMemFile, StaysAsItIsWithoutMemory)
     custom.Write("x", 1);
     custom.m_outOfMemory = true;
     EXPECT_EQ(Thrown([&] { custom.GrowBuffer(1u << 30); }), kNoMemory);
-    EXPECT_EQ(custom.m_growBytes, 16u); // or no small growth would succeed any more
+    EXPECT_EQ(custom.m_growBytes, 16u); // or no small growth would succeed
 }
 
 TEST(CXMemFile, RefusesWhatItsCapacityDoesNotReach)
@@ -153,7 +153,7 @@ TEST(CXMemFile, RefusesWhatItsCapacityDoesNotReach)
     };
     Liar quiet(Bytes("abcd"), 4, false, false);
     EXPECT_EQ(Thrown([&] { quiet.Write("12345", 5); }), kInvalidArgument);
-    EXPECT_EQ(quiet.Lend(CXFile::bufferWrite, 9), 4u);
+    EXPECT_EQ(quiet.Expose(CXFile::bufferWrite, 9), 4u);
     EXPECT_EQ(quiet.Seek(5, CXFile::begin), 0u);
     EXPECT_FALSE(quiet.SetLength(0xFFFFFFFF));
     EXPECT_FALSE(quiet.SetLength(0x100000000));
@@ -253,9 +253,9 @@ TEST(CXMemFile, LendsItsBlock)
 {
     MemFile file(16);
     EXPECT_EQ(file.BufferCommand(CXFile::bufferCheck, 0, nullptr, nullptr), 1u);
-    EXPECT_EQ(file.Lend(4, 1), 0u);
-    EXPECT_EQ(file.Lend(CXFile::bufferRead, 5), 0u);
-    EXPECT_EQ(file.Lend(CXFile::bufferWrite, 10), 10u);
+    EXPECT_EQ(file.Expose(4, 1), 0u);
+    EXPECT_EQ(file.Expose(CXFile::bufferRead, 5), 0u);
+    EXPECT_EQ(file.Expose(CXFile::bufferWrite, 10), 10u);
     EXPECT_EQ(file.m_stop - file.m_start, 10);
     EXPECT_EQ(file.GetPosition(), 0u);
     std::memcpy(file.m_start, "0123456789", 10);
@@ -267,16 +267,16 @@ TEST(CXMemFile, LendsItsBlock)
     {
         Size position;
         Size count;
-        const char* lent;
+        const char* exposed;
     } cases[] = {{0, 4, "0123"},       {8, 4, "89"}, {3, 0xFFFFFFFF, "3456789"},   {0, 0, ""},
                  {10, 0xFFFFFFFF, ""}, {14, 1, ""},  {2, 0x100000000, "23456789"}, {6, kLargest - 6, "6789"}};
     for (const auto& c : cases)
     {
         SCOPED_TRACE(c.position);
         file.Seek(static_cast<__int64>(c.position), CXFile::begin);
-        EXPECT_EQ(file.Lend(CXFile::bufferRead, c.count), std::strlen(c.lent));
-        EXPECT_EQ(std::string(file.m_start, file.m_stop), c.lent);
-        EXPECT_EQ(file.GetPosition(), c.position + std::strlen(c.lent));
+        EXPECT_EQ(file.Expose(CXFile::bufferRead, c.count), std::strlen(c.exposed));
+        EXPECT_EQ(std::string(file.m_start, file.m_stop), c.exposed);
+        EXPECT_EQ(file.GetPosition(), c.position + std::strlen(c.exposed));
     }
 
     file.SeekToEnd();
@@ -284,15 +284,15 @@ TEST(CXMemFile, LendsItsBlock)
     quiet.Write("x", 1);
     for (const CXFile::BufferCommands command : {CXFile::bufferRead, CXFile::bufferWrite, CXFile::bufferCommit})
     {
-        EXPECT_EQ(Thrown([&] { file.Lend(command, kLargest); }), kInvalidArgument);
-        EXPECT_EQ(quiet.Lend(command, kLargest), 0u);
+        EXPECT_EQ(Thrown([&] { file.Expose(command, kLargest); }), kInvalidArgument);
+        EXPECT_EQ(quiet.Expose(command, kLargest), 0u);
         if (command == CXFile::bufferCommit)
             continue;
         EXPECT_EQ(file.BufferCommand(command, 1, nullptr, &file.m_stop), 0u);
         EXPECT_EQ(file.BufferCommand(command, 1, &file.m_start, nullptr), 0u);
     }
-    EXPECT_EQ(Thrown([&] { file.Lend(CXFile::bufferCommit, 7); }), kInvalidArgument);
-    EXPECT_EQ(file.Lend(CXFile::bufferCommit, 6), 6u);
+    EXPECT_EQ(Thrown([&] { file.Expose(CXFile::bufferCommit, 7); }), kInvalidArgument);
+    EXPECT_EQ(file.Expose(CXFile::bufferCommit, 6), 6u);
     EXPECT_EQ(file.GetLength(), 16u);
 }
 
@@ -315,7 +315,7 @@ TEST(CXMemFile, ForgetsWhatIsCutOff)
     MemFile attached(NewBlock(rubbish), 20, true);
     MemFile touched(20);
     touched.Write(rubbish.data(), 4);
-    std::fill_n(touched.GetBuffer() + 4, 16, '?'); // by whoever has the pointer
+    std::fill_n(touched.GetBuffer() + 4, 16, '?'); // through a pointer that the caller kept
     for (MemFile* file : {&written, &attached, &touched})
     {
         EXPECT_TRUE(file->SetLength(4) && file->SetLength(20));
@@ -389,16 +389,16 @@ void CompareWithModel(File&& file, const std::string& contents, unsigned seed)
             break;
         case 4: {
             const std::size_t room = count + below(20);
-            ASSERT_EQ(file.Lend(CXFile::bufferWrite, room), room);
+            ASSERT_EQ(file.Expose(CXFile::bufferWrite, room), room);
             if (model.position >= length)
                 std::fill(file.m_start, file.m_stop, '?'); // what is not committed must not join the file
             std::copy(data.begin(), data.end(), file.m_start);
-            ASSERT_EQ(file.Lend(CXFile::bufferCommit, count), count);
+            ASSERT_EQ(file.Expose(CXFile::bufferCommit, count), count);
             model.Write(data);
             break;
         }
         case 5:
-            file.Lend(CXFile::bufferRead, count);
+            file.Expose(CXFile::bufferRead, count);
             ASSERT_EQ(std::string(file.m_start, file.m_stop), model.Read(count));
             break;
         default: {

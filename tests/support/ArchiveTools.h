@@ -27,7 +27,7 @@ Bytes Stored(T&... serializables)
     return {file.GetBuffer(), file.GetBuffer() + file.GetLength()};
 }
 
-/// What loading from these bytes throws, as Thrown tells it. Where it throws nothing, it must have read them all.
+/// What loading from these bytes throws, as Thrown returns it. Where it throws nothing, it must have read them all.
 template <class T>
 int ThrownByLoading(T& serializable, const Bytes& bytes)
 {

@@ -20,7 +20,7 @@ inline CXTString<wchar_t> ElementOf(int number)
     return text;
 }
 
-/// An array beside a plain vector of numbers and the rules of growth, written down as they are told. Each operation is done
+/// An array compared with a plain vector of numbers and the documented rules of growth. Each operation is done
 /// to both; arguments that name a number are made of it, those that name an index refer to the array's own element.
 template <class TYPE>
 class ArrayModel
