@@ -41,6 +41,14 @@ if(test_sources)
     # The library is tested as it is delivered; the tests themselves need not take twice as long to compile.
     target_compile_options(tevtools_tests PRIVATE $<$<CONFIG:Release>:-O1>)
     target_compile_definitions(tevtools_tests PRIVATE TEVTOOLS_SOURCE_DIR="${PROJECT_SOURCE_DIR}")
+    # The tests let allocations fail; a sanitizer's own functions cannot be replaced, so calls to them are redirected.
+    if(TEVTOOLS_SANITIZE)
+        target_compile_definitions(tevtools_tests PRIVATE TEVTOOLS_WRAPPED_ALLOCATIONS)
+        foreach(function IN ITEMS malloc calloc realloc _Znwm _Znam _ZnwmRKSt9nothrow_t _ZnwmSt11align_val_t
+                _ZnwmSt11align_val_tRKSt9nothrow_t)
+            target_link_options(tevtools_tests PRIVATE "LINKER:--wrap=${function}")
+        endforeach()
+    endif()
     if(TARGET tev)
         target_compile_definitions(tevtools_tests PRIVATE TEVTOOLS_TEV="$<TARGET_FILE:tev>")
         add_dependencies(tevtools_tests tev)

@@ -13,7 +13,7 @@ namespace tev::test
 {
 
 /// Stands in for the process's file system while it lives and passes everything on to the one before, except what it is
-/// told to spoil. One thread at a time.
+/// asked to fail. One thread at a time.
 class FailingFileSystem final : public platform::FileSystem
 {
 public:
@@ -35,17 +35,17 @@ public:
 
     platform::FileHandle Open(const wchar_t* path, const platform::FileOpenMode& mode) override
     {
-        return Spoils() ? nullptr : m_real->Open(path, mode);
+        return Fails() ? nullptr : m_real->Open(path, mode);
     }
     bool Read(platform::FileHandle file, void* buffer, std::size_t count, std::size_t& delivered) override
     {
         delivered = 0;
-        return !Spoils() && m_real->Read(file, buffer, std::min(count, m_transfer), delivered);
+        return !Fails() && m_real->Read(file, buffer, std::min(count, m_transfer), delivered);
     }
     bool Write(platform::FileHandle file, const void* buffer, std::size_t count, std::size_t& written) override
     {
         written = 0;
-        if (Spoils())
+        if (Fails())
             return false;
         const auto fitting = static_cast<std::size_t>(std::min<std::uint64_t>(count, m_space));
         const bool done = m_real->Write(file, buffer, std::min(fitting, m_transfer), written);
@@ -58,44 +58,44 @@ public:
     bool Seek(platform::FileHandle file, std::int64_t offset, platform::SeekOrigin origin,
               std::uint64_t& position) override
     {
-        return !Spoils() && m_real->Seek(file, offset, origin, position);
+        return !Fails() && m_real->Seek(file, offset, origin, position);
     }
     bool GetLength(platform::FileHandle file, std::uint64_t& length) override
     {
-        return !Spoils() && m_real->GetLength(file, length);
+        return !Fails() && m_real->GetLength(file, length);
     }
     bool SetLength(platform::FileHandle file, std::uint64_t length) override
     {
-        return !Spoils() && m_real->SetLength(file, length);
+        return !Fails() && m_real->SetLength(file, length);
     }
-    bool Sync(platform::FileHandle file) override { return !Spoils() && m_real->Sync(file); }
+    bool Sync(platform::FileHandle file) override { return !Fails() && m_real->Sync(file); }
     bool Close(platform::FileHandle file) override
     {
-        const bool spoilt = Spoils();
+        const bool failed = Fails();
         const bool closed = m_real->Close(file);
-        errno = spoilt ? m_error : errno;
-        return closed && !spoilt;
+        errno = failed ? m_error : errno;
+        return closed && !failed;
     }
     bool ResolveLinks(const wchar_t* path, std::wstring& target) override
     {
-        return !Spoils() && m_real->ResolveLinks(path, target);
+        return !Fails() && m_real->ResolveLinks(path, target);
     }
     platform::FileHandle LockFolder(const wchar_t* path, unsigned timeoutMs) override
     {
-        return Spoils() ? nullptr : m_real->LockFolder(path, timeoutMs);
+        return Fails() ? nullptr : m_real->LockFolder(path, timeoutMs);
     }
     platform::FileHandle CreateLike(const wchar_t* path, const wchar_t* model) override
     {
-        return Spoils() ? nullptr : m_real->CreateLike(path, model);
+        return Fails() ? nullptr : m_real->CreateLike(path, model);
     }
     bool Rename(const wchar_t* path, const wchar_t* newPath) override
     {
-        return !Spoils() && m_real->Rename(path, newPath);
+        return !Fails() && m_real->Rename(path, newPath);
     }
-    bool Remove(const wchar_t* path) override { return !Spoils() && m_real->Remove(path); }
+    bool Remove(const wchar_t* path) override { return !Fails() && m_real->Remove(path); }
 
 private:
-    bool Spoils()
+    bool Fails()
     {
         if (m_untilFailure == 0 || --m_untilFailure != 0)
             return false;
