@@ -18,6 +18,7 @@ enum Setting : unsigned
     kCamera,
     kLastUsed,
     kShortcuts,
+    kStarts,
     kOthers = 100
 };
 
@@ -114,6 +115,16 @@ bool GoesThroughMemory(CCustomData& settings)
     received.Serialize(loading);
     return received.IsEqual(settings);
 }
+
+/// Counts in a store that other programs change at the same time.
+bool CountStart(const CXTString<wchar_t>& file)
+{
+    return XUpdatePreferences(file, kProgram, kMainWindow, [](CCustomData& settings) {
+        int starts = 0;
+        settings.GetInt(kStarts, starts, 0);
+        settings.SetInt(kStarts, starts + 1);
+    });
+}
 } // namespace
 
 int main()
@@ -124,7 +135,7 @@ int main()
     neighbour.SaveToPrefs(file, kProgram + 1, kMainWindow);
     Remember(file);
     CCustomData settings;
-    if (RestoreWidth(file) != 1280 || !settings.LoadFromPrefs(file, kProgram, kMainWindow, true))
+    if (!CountStart(file) || RestoreWidth(file) != 1280 || !settings.LoadFromPrefs(file, kProgram, kMainWindow, true))
         return 1;
 
     std::vector<std::thread> threads;

@@ -232,12 +232,15 @@ public:
         return target.SerializeFromData(data, size);
     }
 
-    // A preference file holds many stores, each under two keys; see settings/PreferenceFile.h.
+    // A preference file holds many stores, each under two keys, and at most 1 GiB; see settings/PreferenceFile.h, also for
+    // changing a store that other programs change too.
 
-    /// Puts the store into the file under its keys, in the place of the one there, and keeps all others. A missing file
-    /// is created. Several programs may save into one file, and read it, at the same time. False, with the file as it
-    /// was, when the path has no file name or the disk fails. A damaged file is kept next to the new one, with
-    /// ".damaged" appended; every store in it that can still be read is carried over.
+    /// Puts the store into the file under its keys, in the place of the one there, and keeps all others. A missing file is
+    /// created. Several programs may save into one file, and read it, at the same time. False, with the file as it was, when
+    /// the path has no file name, the folder must not be written and read, the file would become too large or the disk
+    /// fails. A damaged file is kept next to the new one, with ".damaged" appended; every store in it that can still be read
+    /// is carried over. A file of the same name with ".tmp" appended is replaced meanwhile.
+    /// Takes the lock of the store first and that of the folder second, and waits for the folder at most 10 seconds.
     bool SaveToPrefs(const CXTString<wchar_t>& path, unsigned int key1, unsigned int key2) const;
     /// False, with this store as it was, when the file or a store of these keys is not there or cannot be read. With
     /// `throwWhenDamaged` a file that is there and cannot be read, in whole, throws CXFileException instead, unless the

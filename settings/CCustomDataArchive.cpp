@@ -187,7 +187,7 @@ void CCustomData::ReadPreviousVersion(CXArchive& archive, unsigned legacyMode)
         for (unsigned left = extent; left != 0;)
         {
             const CustomPrivateDataOld record = ReadPreviousRecord(archive, countsBytes ? left : kNoLimit);
-            if (FindChunk(record.m_id) != nullptr)
+            if (record.m_size != 0 && FindChunk(record.m_id) != nullptr)
                 Fail(archive, fileInvalidFile);
             ConvertPreviousData(record);
             left -= countsBytes ? kRecordHeader + record.m_size : 1;
@@ -216,6 +216,6 @@ CCustomData::CustomPrivateDataOld CCustomData::ReadPreviousRecord(CXArchive& arc
 // A record without bytes is no value in the present layout, and is dropped.
 void CCustomData::ConvertPreviousData(const CustomPrivateDataOld& record)
 {
-    if (!SetChunk(record.m_id, record.m_data.get(), record.m_size, kAnyKind))
+    if (record.m_size != 0 && !SetChunk(record.m_id, record.m_data.get(), record.m_size, kAnyKind))
         CXMemoryException::Throw();
 }

@@ -3,14 +3,18 @@
 #include "base/LittleEndian.h"
 #include "files/CXFile.h"
 #include "files/FileReplacement.h"
+#include "objects/CXException.h"
 #include "objects/CXFileException.h"
 #include "objects/ResultOr.h"
+#include "platform/FileInformation.h"
+#include "platform/FileSystem.h"
 #include "settings/CCustomData.h"
 #include "settings/PreferenceFile.h"
 #include "settings/PreferenceRecords.h"
 
 #include <algorithm>
 #include <memory>
+#include <optional>
 
 namespace
 {
@@ -18,8 +22,9 @@ using Text = CXTString<wchar_t>;
 using Bytes = std::vector<unsigned char>;
 using Records = std::vector<XPreferenceRecord>;
 
-constexpr std::size_t kReadStep = std::size_t(1) << 30;
-constexpr unsigned __int64 kNoLength = ~0ULL; // of something that is not a file
+constexpr std::size_t kFirstRead = std::size_t(1) << 20;
+constexpr std::size_t kWriteStep = std::size_t(1) << 30;        // a count of the file has 32 bits
+constexpr unsigned __int64 kLargestFile = std::size_t(1) << 30; // what has no length is larger
 constexpr std::size_t kKeysSize = 8;
 constexpr const wchar_t* kDamagedSuffix = L".damaged";
 
@@ -34,23 +39,22 @@ bool HasFileName(const Text& path)
     return length != 0 && path[length - 1] != L'/' && path[length - 1] != L'\\';
 }
 
-/// In steps, since CXFile::Read takes a count of 32 bits; the file may be shorter than its length said.
+/// In growing steps, so that memory follows what the file has and not what it says.
 Bytes ReadAll(CXFile& file)
 {
     const unsigned __int64 length = file.GetLength();
-    if (length == kNoLength)
+    if (length > kLargestFile)
         CXFileException::Throw(fileInvalidFile, file.GetFilePath());
-    Bytes bytes(static_cast<std::size_t>(length));
-    std::size_t done = 0;
-    while (done < bytes.size())
+    Bytes bytes;
+    for (std::size_t done = 0; done < length; done = bytes.size())
     {
-        const auto step = static_cast<unsigned>(std::min(bytes.size() - done, kReadStep));
-        const unsigned got = file.Read(bytes.data() + done, step);
+        const std::size_t step = std::min(static_cast<std::size_t>(length) - done, std::max(done, kFirstRead));
+        bytes.resize(done + step);
+        const unsigned got = file.Read(bytes.data() + done, static_cast<unsigned>(step));
+        bytes.resize(done + got);
         if (got == 0)
             break;
-        done += got;
     }
-    bytes.resize(done);
     return bytes;
 }
 
@@ -76,7 +80,7 @@ void WriteAll(CXFile& file, const unsigned char* bytes, std::size_t size)
 {
     for (std::size_t done = 0; done < size;)
     {
-        const std::size_t step = std::min(size - done, kReadStep);
+        const std::size_t step = std::min(size - done, kWriteStep);
         file.Write(bytes + done, static_cast<unsigned>(step));
         done += step;
     }
@@ -87,36 +91,117 @@ bool Matches(const XPreferenceRecord& record, unsigned key1, unsigned key2)
     return record.m_isSound && record.m_key1 == key1 && record.m_key2 == key2;
 }
 
+CCustomData Loaded(const Bytes& file, const XPreferenceRecord& record)
+{
+    CCustomData store;
+    const unsigned char* const bytes = file.data() + record.m_offset + kKeysSize;
+    if (!store.SerializeFromData(bytes, record.m_size - kKeysSize))
+        CXMemoryException::Throw(); // nothing else keeps a sound record from being loaded
+    return store;
+}
+
+const XPreferenceRecord* FindRecord(const Records& records, unsigned key1, unsigned key2)
+{
+    const auto found = std::find_if(records.begin(), records.end(),
+                                    [=](const XPreferenceRecord& record) { return Matches(record, key1, key2); });
+    return found == records.end() ? nullptr : &*found;
+}
+
+/// A folder, by whatever path it is named, in which a preference file is updated by this thread.
+class UpdatedFolder
+{
+public:
+    explicit UpdatedFolder(const Text& path) : m_isKnown(Find(path, m_folder)), m_outer(t_innermost)
+    {
+        t_innermost = this;
+    }
+    ~UpdatedFolder() { t_innermost = m_outer; }
+    UpdatedFolder(const UpdatedFolder&) = delete;
+    UpdatedFolder& operator=(const UpdatedFolder&) = delete;
+
+    /// The thread would wait for the lock that it holds itself.
+    static void RefuseWithin(const Text& path)
+    {
+        FileInformation folder;
+        if (t_innermost == nullptr || !Find(path, folder))
+            return;
+        for (const UpdatedFolder* updated = t_innermost; updated != nullptr; updated = updated->m_outer)
+        {
+            if (updated->m_isKnown && updated->m_folder.device == folder.device &&
+                updated->m_folder.number == folder.number)
+                CXFileException::Throw(fileSharingViolation, path);
+        }
+    }
+
+private:
+    using FileInformation = tev::platform::FileInformation;
+
+    static bool Find(const Text& path, FileInformation& folder)
+    {
+        std::wstring target;
+        if (!tev::platform::CurrentFileSystem().ResolveLinks(path, target))
+            return false;
+        const std::size_t nameStart = target.find_last_of(L"/\\") + 1;
+        const std::wstring name = nameStart == 0 ? L"." : target.substr(0, nameStart);
+        return tev::platform::GetFileInformation(name.c_str(), folder);
+    }
+
+    static thread_local const UpdatedFolder* t_innermost;
+
+    FileInformation m_folder;
+    bool m_isKnown;
+    const UpdatedFolder* m_outer;
+};
+
+thread_local const UpdatedFolder* UpdatedFolder::t_innermost = nullptr;
+
 /// Rewrites a file: the store under one pair of keys is replaced or removed, every other sound record is copied.
 class Rewriting
 {
 public:
-    Rewriting(const Text& path, unsigned key1, unsigned key2) : m_replacement(path), m_key1(key1), m_key2(key2)
+    Rewriting(const Text& path, unsigned key1, unsigned key2) : m_replacement(Refused(path)), m_key1(key1), m_key2(key2)
     {
         ReadFile(path, m_old);
         m_isSound = tev::SplitPreferences(m_old, m_records);
-        const auto isLeftOut = [this](const XPreferenceRecord& record) {
-            return !record.m_isSound || Matches(record, m_key1, m_key2);
-        };
-        const auto end = std::remove_if(m_records.begin(), m_records.end(), isLeftOut);
-        m_replaces = end != m_records.end();
-        m_records.erase(end, m_records.end());
     }
 
     bool IsSound() const { return m_isSound; }
-    /// Whether the old file has a record of these keys, or a damaged one, that is left out.
-    bool Replaces() const { return m_replaces; }
+    /// The present record of the keys, null when there is none.
+    const XPreferenceRecord* Present() const { return FindRecord(m_records, m_key1, m_key2); }
+    CCustomData LoadPresent() const { return Loaded(m_old, *Present()); }
 
-    /// Copies the old file to one with ".damaged" appended.
-    void KeepDamaged()
+    /// Puts the store in front of the other records. A damaged file is kept under another name first.
+    void Replace(const CCustomData& store)
     {
-        WriteAll(m_replacement.Begin(), m_old.data(), m_old.size());
-        m_replacement.Commit(kDamagedSuffix);
+        unsigned __int64 size = 0;
+        const std::unique_ptr<unsigned char, StoreFree> bytes(static_cast<unsigned char*>(store.SerializeToData(size)));
+        if (bytes == nullptr)
+            CXMemoryException::Throw();
+        if (size + m_old.size() > kLargestFile)
+            CXFileException::Throw(fileGeneric, {});
+        if (!m_isSound)
+        {
+            WriteAll(m_replacement.Begin(), m_old.data(), m_old.size());
+            m_replacement.Commit(kDamagedSuffix);
+        }
+        Write(bytes.get(), static_cast<std::size_t>(size));
     }
 
-    /// Writes the new file: the store, unless it is null, and then the kept records.
+    void Remove() { Write(nullptr, 0); }
+
+private:
+    static const Text& Refused(const Text& path)
+    {
+        UpdatedFolder::RefuseWithin(path);
+        return path;
+    }
+
     void Write(const unsigned char* store, std::size_t size)
     {
+        const auto isLeftOut = [this](const XPreferenceRecord& record) {
+            return !record.m_isSound || Matches(record, m_key1, m_key2);
+        };
+        m_records.erase(std::remove_if(m_records.begin(), m_records.end(), isLeftOut), m_records.end());
         Bytes head(store == nullptr ? 4 : 4 + kKeysSize);
         tev::StoreLittleEndian(head.data(), static_cast<unsigned>(m_records.size() + (store == nullptr ? 0 : 1)));
         if (store != nullptr)
@@ -132,14 +217,12 @@ public:
         m_replacement.Commit();
     }
 
-private:
     tev::FileReplacement m_replacement; // locks before the old file is read
     unsigned m_key1;
     unsigned m_key2;
     Bytes m_old;
     Records m_records;
     bool m_isSound;
-    bool m_replaces;
 };
 
 } // namespace
@@ -156,41 +239,62 @@ bool XRemovePreference(const CXTString<wchar_t>& path, unsigned key1, unsigned k
 {
     return HasFileName(path) && tev::ResultOr(false, [&] {
                Rewriting rewriting(path, key1, key2);
-               if (!rewriting.IsSound() || !rewriting.Replaces())
+               if (!rewriting.IsSound() || rewriting.Present() == nullptr)
                    return false;
-               rewriting.Write(nullptr, 0);
+               rewriting.Remove();
                return true;
            });
 }
 
+bool XUpdatePreferences(const CXTString<wchar_t>& path, unsigned key1, unsigned key2,
+                        const std::function<void(CCustomData& store)>& change)
+{
+    std::optional<Rewriting> rewriting;
+    CCustomData store;
+    const bool isLoaded = HasFileName(path) && tev::ResultOr(false, [&] {
+                              rewriting.emplace(path, key1, key2);
+                              if (rewriting->Present() != nullptr)
+                                  store = rewriting->LoadPresent();
+                              return rewriting->IsSound() || rewriting->Present() != nullptr;
+                          });
+    if (!isLoaded)
+        return false;
+    {
+        const UpdatedFolder updated(path);
+        change(store);
+    }
+    return tev::ResultOr(false, [&] {
+        rewriting->Replace(store);
+        return true;
+    });
+}
+
+// The store's lock before the folder's: of two threads that save one store the one that comes second saves what is newer.
 bool CCustomData::SaveToPrefs(const CXTString<wchar_t>& path, unsigned key1, unsigned key2) const
 {
-    if (!HasFileName(path))
-        return false;
-    unsigned __int64 size = 0;
-    const std::unique_ptr<unsigned char, StoreFree> store(static_cast<unsigned char*>(SerializeToData(size)));
-    return store != nullptr && tev::ResultOr(false, [&] {
-               Rewriting rewriting(path, key1, key2);
-               if (!rewriting.IsSound())
-                   rewriting.KeepDamaged();
-               rewriting.Write(store.get(), static_cast<std::size_t>(size));
+    const tev::LockGuard lock(m_lock);
+    return HasFileName(path) && tev::ResultOr(false, [&] {
+               Rewriting(path, key1, key2).Replace(*this);
                return true;
            });
 }
 
 bool CCustomData::LoadFromPrefs(CXTString<wchar_t> path, unsigned key1, unsigned key2, bool throwWhenDamaged)
 {
+    const tev::LockGuard lock(m_lock);
     if (!throwWhenDamaged)
         return tev::ResultOr(false, [&] { return LoadFromPrefs(path, key1, key2, true); });
     Bytes file;
     if (!ReadFile(path, file))
         return false;
-    XPreferenceRecord record;
-    CCustomData loaded;
-    const bool isSound = tev::FindPreference(file, key1, key2, record, loaded);
-    if (!isSound && !record.m_isSound)
+    Records records;
+    const bool isSound = tev::SplitPreferences(file, records);
+    const XPreferenceRecord* const record = FindRecord(records, key1, key2);
+    if (!isSound && record == nullptr)
         CXFileException::Throw(fileInvalidFile, path);
-    if (record.m_isSound)
-        TakeFrom(loaded);
-    return record.m_isSound;
+    if (record == nullptr)
+        return false;
+    CCustomData loaded = Loaded(file, *record);
+    TakeFrom(loaded);
+    return true;
 }

@@ -2,7 +2,10 @@
 
 #include "text/CXTString.h"
 
+#include <functional>
 #include <vector>
+
+class CCustomData;
 
 // Preference files: many stores in one file, each under two keys. CCustomData saves into them and loads from them; here
 // are the operations on a file as a whole. docs/formats.md describes the bytes.
@@ -27,3 +30,16 @@ TEVTOOLS_API bool XListPreferences(const CXTString<wchar_t>& path, std::vector<X
 /// when there was none, the file is damaged or the disk fails; the file is as it was then. Safe from several threads at
 /// once.
 TEVTOOLS_API bool XRemovePreference(const CXTString<wchar_t>& path, unsigned int key1, unsigned int key2);
+
+/// Changes the store of these keys: loads it into a store that only `change` knows, an empty one where the file or the
+/// store is not there, calls `change`, and saves the result as CCustomData::SaveToPrefs does. No other thread or process
+/// saves into the folder meanwhile, so that no change is lost between loading and saving.
+/// False, with the file as it was, where SaveToPrefs returns false, and where the file cannot be read or is damaged and has
+/// no sound store of these keys; `change` is not called where loading failed. What `change` throws is passed on, and leaves
+/// the file as it was.
+/// `change` runs under the lock of the folder, and others wait for at most 10 seconds, so it should be short. Saving into
+/// the same folder, by this function too, is refused to it (false). It must not wait for a store that another thread may be
+/// saving, nor for a thread that may save into the folder: the lock of a store is taken before that of a folder.
+/// Safe from several threads at once.
+TEVTOOLS_API bool XUpdatePreferences(const CXTString<wchar_t>& path, unsigned int key1, unsigned int key2,
+                                     const std::function<void(CCustomData& store)>& change);

@@ -1,13 +1,16 @@
-// Where the records of a preference file begin and end. A sound file is one record behind the other. Where one cannot
-// be read, its total still tells where the next one begins, if a signature stands there. Else the next place is looked
-// for at which a sound record begins, byte by byte: signature first, and then the whole store.
+// Where the records of a preference file begin and end. A sound file is one record behind the other, and a record's total
+// leads to the next. Nothing tells the bytes of a record from those of the next one, so a wrong total could swallow its
+// neighbours, or a search could take what a value holds for a record. Hence the end of a record is where two of its total,
+// its header (number of chunks, bytes in them) and its chunks agree. Only where no two do is the next record searched for,
+// signature by signature.
 
 #include "settings/PreferenceRecords.h"
 
 #include "base/LittleEndian.h"
-#include "settings/CCustomData.h"
 
 #include <algorithm>
+#include <cstdint>
+#include <cstring>
 
 namespace tev
 {
@@ -17,161 +20,227 @@ using Bytes = std::vector<unsigned char>;
 
 constexpr std::size_t kCountSize = 4;
 constexpr std::size_t kKeysSize = 8;
-constexpr std::size_t kStartSize = 8; // signature, and total, size or number of records
+constexpr std::size_t kStart = kKeysSize + 8; // signature, and total, size or number of records
+constexpr std::size_t kHeaderSize = 20;       // behind them, in a store that is not empty
+constexpr std::size_t kChunkHeader = 12;
 constexpr std::size_t kOldRecordHeader = 8;
+constexpr unsigned kVersion = 1;
+constexpr unsigned kSignature = 0x43555335;
+constexpr unsigned kEarlierSignature = 0x43555334;
 constexpr unsigned kUnicodeSignature = 0x43555355;
 constexpr unsigned kTextSignature = 0x43555354;
-constexpr unsigned kSignatures[] = {0x43555335, 0x43555334, kUnicodeSignature, kTextSignature};
-// How much of a file may be read in vain, in sizes of the file, before what is left of it is damaged as a whole: enough
-// for any damage, and an end for files that were made to take long.
-constexpr std::size_t kVainFactor = 16;
+constexpr unsigned char kSecondOfSignature = 'S'; // of the bytes of all four, and followed by "UC"
+// How many bytes of headers may be looked at in vain, in sizes of the file, before what is left of it is damaged as a
+// whole: enough for any damage, and an end for files that were made to take long.
+constexpr std::uint64_t kVainFactor = 16;
 
-unsigned NumberAt(const Bytes& file, std::size_t at)
+/// What lies at a place where a record should begin.
+struct Found
 {
-    return LoadLittleEndian<unsigned>(file.data() + at);
-}
+    std::size_t size = 0; ///< keys included; 0: unknown
+    unsigned values = 0;
+    bool isSound = false;
+    bool isExact = false; ///< total, header and chunks all agree
+};
 
-/// Whether keys and the signature of a store may stand here.
-bool IsStart(const Bytes& file, std::size_t at)
+struct Walked
 {
-    return at <= file.size() && file.size() - at >= kKeysSize + kStartSize &&
-           std::find(std::begin(kSignatures), std::end(kSignatures), NumberAt(file, at + kKeysSize)) !=
-               std::end(kSignatures);
-}
+    std::uint64_t chunks = 0;
+    std::uint64_t bytes = 0; ///< in them, without their headers
+    bool isComplete = false;
+};
 
 class Splitter
 {
 public:
     explicit Splitter(const Bytes& file) : m_file(file), m_left(kVainFactor * file.size()) {}
 
-    /// Calls `visit` for each record, until that answers false; the store of a sound one is in `store` then. False when
-    /// what was read is damaged.
-    template <class Visit>
-    bool Walk(CCustomData& store, Visit visit)
+    /// False when the file is damaged.
+    bool Split(std::vector<XPreferenceRecord>& records)
     {
         bool isSound = m_file.size() >= kCountSize;
-        unsigned count = 0;
-        for (std::size_t at = kCountSize; at < m_file.size(); ++count)
+        for (std::size_t at = kCountSize; at < m_file.size();)
         {
-            XPreferenceRecord record;
-            const std::size_t size = ClaimedSize(at);
-            if (!ReadRecord(at, size, record, store))
+            Found found = FindAt(at);
+            if (found.size == 0)
+                found.size = NextRecord(at + 1) - at;
+            isSound = isSound && found.isSound;
+            XPreferenceRecord& record = records.emplace_back();
+            record.m_offset = at;
+            record.m_size = found.size;
+            record.m_valueCount = found.isSound ? found.values : 0;
+            record.m_isSound = found.isSound;
+            if (found.size >= kKeysSize)
             {
-                isSound = false;
-                record = Damaged(at, NextStart(at, size));
+                record.m_key1 = NumberAt(at);
+                record.m_key2 = NumberAt(at + 4);
             }
-            if (!visit(record))
-                return isSound;
-            at += static_cast<std::size_t>(record.m_size);
+            at += found.size;
         }
-        return isSound && NumberAt(m_file, 0) == count;
+        return isSound && NumberAt(0) == records.size();
     }
 
 private:
-    /// The size that the record at a start claims, keys included; it may reach past the end of the file. 0: no start.
-    std::size_t ClaimedSize(std::size_t at)
+    unsigned NumberAt(std::size_t at) const { return LoadLittleEndian<unsigned>(m_file.data() + at); }
+
+    /// Whether keys and the signature of a store may stand here.
+    bool IsStart(std::size_t at) const
     {
-        if (!IsStart(m_file, at))
-            return 0;
-        const unsigned total = NumberAt(m_file, at + kKeysSize + 4);
-        const std::size_t head = kKeysSize + kStartSize;
-        const bool isCounted = NumberAt(m_file, at + kKeysSize) == kTextSignature;
-        return head + (isCounted ? OldRecordsSize(at + head, total) : total);
+        if (at > m_file.size() || m_file.size() - at < kStart)
+            return false;
+        const unsigned signature = NumberAt(at + kKeysSize);
+        return signature == kSignature || signature == kEarlierSignature || signature == kUnicodeSignature ||
+               signature == kTextSignature;
     }
 
-    std::size_t OldRecordsSize(std::size_t at, unsigned count)
+    Found FindAt(std::size_t at)
     {
-        const std::size_t start = at;
-        for (; count != 0; --count)
+        const std::size_t room = m_file.size() - at;
+        if (m_left == 0 || room < kStart)
+            return {};
+        const unsigned signature = NumberAt(at + kKeysSize);
+        const unsigned total = NumberAt(at + kKeysSize + 4);
+        if (signature == kUnicodeSignature || signature == kTextSignature)
+            return FindOlder(at, signature == kTextSignature, total);
+        const bool isSigned = signature == kSignature || signature == kEarlierSignature;
+        Found found;
+        if (room >= kStart + kHeaderSize)
+            found = FindCurrent(at, isSigned, total);
+        if (found.size == 0 && isSigned && total == 0)
+            return {kStart, 0, true, false};
+        if (!found.isSound)
+            Spend(kStart);
+        return found;
+    }
+
+    Found FindCurrent(std::size_t at, bool isSigned, unsigned total)
+    {
+        const std::size_t header = at + kStart;
+        const std::size_t body = header + kHeaderSize;
+        const bool isVersion = NumberAt(header) == kVersion;
+        const bool isReadable = isSigned && isVersion;
+        const std::uint64_t chunks = NumberAt(header + 4);
+        const std::uint64_t bytes = NumberAt(header + 8);
+        const std::uint64_t byHeader = kChunkHeader * chunks + bytes;
+        const std::uint64_t byTotal = total - std::uint64_t{kHeaderSize};
+        const bool fits = total >= kHeaderSize && byTotal <= m_file.size() - body;
+        const Walked walked = fits ? Walk(body, body + static_cast<std::size_t>(byTotal), ~0ULL) : Walked();
+        const auto sized = [&](std::uint64_t size, bool isSound, bool isExact) {
+            const auto end = body + static_cast<std::size_t>(size);
+            const bool isUnique = isSound && HasNoRepeats(body, end);
+            return Found{end - at, static_cast<unsigned>(walked.chunks), isUnique, isUnique && isExact};
+        };
+        if (fits && byTotal == byHeader && (isSigned || isVersion))
         {
-            const std::size_t room = m_file.size() - at;
-            if (room < kOldRecordHeader || NumberAt(m_file, at + 4) > room - kOldRecordHeader)
+            const bool isExact = isReadable && walked.isComplete && walked.chunks == chunks;
+            return sized(byTotal, isExact, isExact);
+        }
+        // One field of the header is wrong, which loading does not need.
+        if (isReadable && walked.isComplete && (walked.chunks == chunks || walked.bytes == bytes))
+            return sized(byTotal, true, false);
+        if (isVersion && chunks != 0)
+        {
+            const Walked counted = Walk(body, m_file.size(), chunks);
+            if (counted.isComplete && counted.bytes == bytes) // the total is wrong
+                return sized(byHeader, false, false);
+        }
+        if (isReadable && walked.isComplete && EndsRecord(body + static_cast<std::size_t>(byTotal)))
+            return sized(byTotal, true, false);
+        return {};
+    }
+
+    /// Walks that many chunks, or those up to `end`. Complete when none of them runs past it.
+    Walked Walk(std::size_t at, std::size_t end, std::uint64_t most)
+    {
+        Walked walked;
+        for (; at < end && walked.chunks < most; ++walked.chunks)
+        {
+            if (end - at < kChunkHeader || NumberAt(at + 4) > end - at - kChunkHeader)
+                break;
+            const unsigned size = NumberAt(at + 4);
+            walked.bytes += size;
+            at += kChunkHeader + size;
+        }
+        walked.isComplete = most == ~0ULL ? at == end : walked.chunks == most;
+        if (!walked.isComplete)
+            Spend(walked.chunks * kChunkHeader);
+        return walked;
+    }
+
+    bool HasNoRepeats(std::size_t at, std::size_t end) const
+    {
+        std::vector<unsigned> ids;
+        for (; at < end; at += kChunkHeader + NumberAt(at + 4))
+            ids.push_back(NumberAt(at));
+        return IsWithoutRepeats(ids);
+    }
+
+    static bool IsWithoutRepeats(std::vector<unsigned>& ids)
+    {
+        std::sort(ids.begin(), ids.end());
+        return std::adjacent_find(ids.begin(), ids.end()) == ids.end();
+    }
+
+    // The older layouts say their size in one place only. Records without bytes are no values.
+    Found FindOlder(std::size_t at, bool isCounted, unsigned extent)
+    {
+        std::size_t position = at + kStart;
+        if (!isCounted && extent > m_file.size() - position)
+            return {};
+        const std::size_t end = isCounted ? m_file.size() : position + extent;
+        std::vector<unsigned> ids;
+        for (unsigned left = extent; isCounted ? left != 0 : position != end; --left)
+        {
+            const std::size_t room = end - position;
+            if (room < kOldRecordHeader || NumberAt(position + 4) > room - kOldRecordHeader)
             {
-                Spend(at - start);
-                return m_file.size();
+                Spend(position - at);
+                return {};
             }
-            at += kOldRecordHeader + NumberAt(m_file, at + 4);
+            if (NumberAt(position + 4) != 0)
+                ids.push_back(NumberAt(position));
+            position += kOldRecordHeader + NumberAt(position + 4);
         }
-        return at - start;
+        const auto values = static_cast<unsigned>(ids.size());
+        return {position - at, values, IsWithoutRepeats(ids), false};
     }
 
-    void Spend(std::size_t bytes) { m_left -= std::min(bytes, m_left); }
+    bool EndsRecord(std::size_t at) const { return at == m_file.size() || IsStart(at); }
 
-    bool ReadRecord(std::size_t at, std::size_t size, XPreferenceRecord& record, CCustomData& store)
+    /// The next place at which a sound record begins, or the end of the file. What is not exact must be followed by
+    /// another start: it may be part of a value.
+    std::size_t NextRecord(std::size_t from)
     {
-        if (size == 0 || size > m_file.size() - at)
-            return false;
-        if (!store.SerializeFromData(m_file.data() + at + kKeysSize, size - kKeysSize))
+        const unsigned char* const data = m_file.data();
+        const std::size_t signature = kKeysSize + 1;
+        for (std::size_t at = from; m_left != 0 && at < m_file.size() && m_file.size() - at >= kStart; ++at)
         {
-            Spend(size);
-            return false;
-        }
-        record.m_key1 = NumberAt(m_file, at);
-        record.m_key2 = NumberAt(m_file, at + 4);
-        record.m_offset = at;
-        record.m_size = size;
-        record.m_valueCount = store.GetIDCount();
-        record.m_isSound = true;
-        return true;
-    }
-
-    XPreferenceRecord Damaged(std::size_t at, std::size_t end) const
-    {
-        XPreferenceRecord record;
-        record.m_offset = at;
-        record.m_size = end - at;
-        if (record.m_size >= kKeysSize)
-        {
-            record.m_key1 = NumberAt(m_file, at);
-            record.m_key2 = NumberAt(m_file, at + 4);
-        }
-        return record;
-    }
-
-    /// The next start behind the damaged record at `at` that claims a size, or the end of the file.
-    std::size_t NextStart(std::size_t at, std::size_t size)
-    {
-        if (size != 0 && size <= m_file.size() - at && (size == m_file.size() - at || IsStart(m_file, at + size)))
-            return at + size;
-        XPreferenceRecord found;
-        CCustomData store;
-        for (std::size_t next = at + 1; next < m_file.size() && m_left != 0; ++next)
-        {
-            if (ReadRecord(next, ClaimedSize(next), found, store))
-                return next;
+            const void* const next =
+                std::memchr(data + at + signature, kSecondOfSignature, m_file.size() - at - signature);
+            if (next == nullptr)
+                break;
+            at = static_cast<std::size_t>(static_cast<const unsigned char*>(next) - data) - signature;
+            if (!IsStart(at))
+                continue;
+            const Found found = FindAt(at);
+            if (found.isSound && (found.isExact || EndsRecord(at + found.size)))
+                return at;
+            Spend(found.size);
         }
         return m_file.size();
     }
 
+    void Spend(std::uint64_t bytes) { m_left -= std::min(bytes, m_left); }
+
     const Bytes& m_file;
-    std::size_t m_left; ///< bytes that may still be read in vain
+    std::uint64_t m_left; ///< bytes that may still be looked at in vain
 };
 } // namespace
 
 // A file that is there and empty has no records, as if it was not there.
-
 bool SplitPreferences(const std::vector<unsigned char>& file, std::vector<XPreferenceRecord>& records)
 {
     records.clear();
-    CCustomData store;
-    const auto add = [&records](const XPreferenceRecord& record) {
-        records.push_back(record);
-        return true;
-    };
-    return file.empty() || Splitter(file).Walk(store, add);
-}
-
-bool FindPreference(const std::vector<unsigned char>& file, unsigned key1, unsigned key2, XPreferenceRecord& record,
-                    CCustomData& store)
-{
-    record = {};
-    if (file.empty())
-        return true;
-    return Splitter(file).Walk(store, [&](const XPreferenceRecord& next) {
-        if (!next.m_isSound || next.m_key1 != key1 || next.m_key2 != key2)
-            return true;
-        record = next;
-        return false;
-    });
+    return file.empty() || Splitter(file).Split(records);
 }
 } // namespace tev

@@ -1,5 +1,6 @@
 #include "settings/CCustomData.h"
 #include "settings/PreferenceFile.h"
+#include "settings/PreferenceRecords.h"
 #include "tests/support/FailingFileSystem.h"
 #include "tests/support/FileFailure.h"
 #include "tests/support/TempFolder.h"
@@ -7,15 +8,19 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <utility>
 #include <vector>
 
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 namespace
 {
@@ -209,43 +214,180 @@ int KeptAfterSaving(const TempFolder& folder, const Bytes& file)
     return kept;
 }
 
+Bytes Number(unsigned number)
+{
+    Bytes bytes;
+    for (int shift = 0; shift < 32; shift += 8)
+        bytes += static_cast<char>(number >> shift);
+    return bytes;
+}
+
+/// The record of a store of values of these sizes. The bytes of a value look like small numbers.
+Bytes RecordOf(Keys keys, const std::vector<unsigned>& sizes)
+{
+    Bytes chunks;
+    unsigned total = 0;
+    for (const unsigned size : sizes)
+    {
+        chunks += Number(static_cast<unsigned>(100 + chunks.size())) + Number(size) + " BIN";
+        for (unsigned i = 0; i < size; ++i)
+            chunks += static_cast<char>(i % 4 == 0 ? size : 0);
+        total += size;
+    }
+    const Bytes start = Number(keys.first) + Number(keys.second) + "5SUC";
+    if (sizes.empty())
+        return start + Number(0);
+    return start + Number(static_cast<unsigned>(chunks.size()) + 20) + Number(1) +
+           Number(static_cast<unsigned>(sizes.size())) + Number(total) + Number(0) + Number(0) + chunks;
+}
+
+Records Split(const Bytes& file)
+{
+    Records records;
+    static_cast<void>(tev::SplitPreferences(std::vector<unsigned char>(file.begin(), file.end()), records));
+    records.erase(std::remove_if(records.begin(), records.end(), [](const auto& record) { return !record.m_isSound; }),
+                  records.end());
+    return records;
+}
+
+/// Keys and places of records, but for one of the places.
+std::vector<std::array<unsigned __int64, 4>> Without(const Records& records, unsigned __int64 place)
+{
+    std::vector<std::array<unsigned __int64, 4>> rows;
+    for (const XPreferenceRecord& record : records)
+    {
+        if (record.m_offset != place)
+            rows.push_back({record.m_offset, record.m_size, record.m_key1, record.m_key2});
+    }
+    return rows;
+}
+
+TEST(CustomDataPrefs, ABitOfAHeaderCostsNoOtherRecord)
+{
+    // Second keys that make the next record look like a chunk; totals of which one bit makes another record's place, or 0.
+    const std::vector<std::vector<std::pair<Keys, std::vector<unsigned>>>> files = {
+        {{{5, 0}, {4}}, {{4, 0}, {16}}, {{3, 0}, {16}}, {{2, 0}, {16}}, {{1, 0}, {16}}},
+        {{{1, 1}, {}}, {{2, 0}, {32}}, {{3, 56}, {}}, {{4, 4}, {}}, {{5, 40}, {4, 4}}},
+        {{{1, 40}, {4}}, {{2, 40}, {4}}, {{3, 52}, {16}}, {{4, 68}, {4, 4, 4}}, {{5, 24}, {1}}, {{6, 0}, {12, 100}}},
+        {{{1, 25}, {1}}, {{2, 3}, {7, 9, 11}}, {{1, 8}, {20, 20}}, {{1, 16}, {}}, {{7, 7}, {500, 3}}, {{8, 8}, {44}}},
+        {{{9, 116}, {64, 4}}, {{9, 52}, {4, 4}}, {{9, 36}, {}}, {{9, 84}, {48}}, {{1, 1}, {244}}},
+    };
+    for (std::size_t number = 0; number < files.size(); ++number)
+    {
+        std::vector<Bytes> parts;
+        for (const auto& [keys, sizes] : files[number])
+            parts.push_back(RecordOf(keys, sizes));
+        const Bytes good = File(parts);
+        const Records all = Split(good);
+        ASSERT_EQ(all.size(), parts.size());
+        for (const XPreferenceRecord& hurt : all)
+        {
+            const auto start = static_cast<std::size_t>(hurt.m_offset);
+            const std::size_t header = std::min<std::size_t>(static_cast<std::size_t>(hurt.m_size), 36);
+            for (std::size_t bit = 8 * 8; bit < header * 8; ++bit)
+            {
+                Bytes bad = good;
+                bad[start + bit / 8] = static_cast<char>(bad[start + bit / 8] ^ 1 << bit % 8);
+                ASSERT_EQ(Without(Split(bad), start), Without(all, start))
+                    << "file " << number << ", record at " << start << ", byte " << bit / 8 << ", bit " << bit % 8;
+            }
+            // Nor does a chunk of a wrong size, which may hide the next chunk.
+            for (std::size_t at = 40; at + 4 <= hurt.m_size && at < 60; at += 16)
+            {
+                for (unsigned bit = 0; bit < 32; ++bit)
+                {
+                    Bytes bad = good;
+                    bad[start + at + bit / 8] = static_cast<char>(bad[start + at + bit / 8] ^ 1 << bit % 8);
+                    ASSERT_EQ(Without(Split(bad), start), Without(all, start)) << number << " " << start << " " << bit;
+                }
+            }
+        }
+    }
+}
+
 TEST(CustomDataPrefs, DamageCostsTheRecordInWhichItLies)
 {
     const TempFolder folder;
     const Bytes good = File({Record({1, 1}, 1), Record({2, 2}, 2), Record({3, 3}, 3)});
     const size_t size = Record({1, 1}, 1).size();
-    // The first bytes are the count of records; keys, identifiers and values may become others without anybody knowing.
+    // The first bytes are the count of records; keys, identifiers and values may change without being noticed.
     for (size_t at = 0; at < size; ++at)
     {
-        for (size_t record = 0; record < 3; ++record)
+        Bytes bad = good;
+        char& byte = bad[4 + at % 3 * size + at];
+        byte = static_cast<char>(byte ^ 0x80);
+        const std::wstring path = folder.WriteFile("prefs", bad);
+        Records records;
+        if (!XListPreferences(path.c_str(), records))
         {
-            Bytes bad = good;
-            char& byte = bad[4 + record * size + at];
-            byte = static_cast<char>(byte ^ 0x80);
-            const std::wstring path = folder.WriteFile("prefs", bad);
-            Records records;
-            if (XListPreferences(path.c_str(), records))
-                continue;
-            EXPECT_EQ(KeptAfterSaving(folder, bad), 2) << "byte " << at << " of record " << record;
+            EXPECT_EQ(KeptAfterSaving(folder, bad), 2) << "byte " << at;
         }
     }
-    for (size_t cut = 1; cut < good.size(); ++cut)
+    for (size_t cut = 1; cut < good.size(); cut += 3)
         EXPECT_EQ(KeptAfterSaving(folder, good.substr(0, cut)), static_cast<int>((cut < 4 ? 0 : cut - 4) / size))
             << cut;
     EXPECT_EQ(KeptAfterSaving(folder, good + "more"), 3);
     EXPECT_EQ(KeptAfterSaving(folder, "\2" + good.substr(1)), 3) << "the number of records lies";
-    EXPECT_EQ(KeptAfterSaving(folder, good.substr(0, 4 + size) + "rubbish" + good.substr(4 + size)), 3);
+    const Bytes rubbish = good.substr(0, 4 + size) + "rubbish";
+    EXPECT_EQ(KeptAfterSaving(folder, rubbish + good.substr(4 + size)), 3);
+    // Records of the older layouts, and empty ones, are found where the next record or the end of the file follows.
+    const Bytes keys = "\3\0\0\0\3\0\0\0"s;
+    const Bytes value = Number(kValue) + Number(4) + Number(3);
+    for (const Bytes& found : {keys + "USUC" + Number(12) + value, keys + "TSUC" + Number(1) + value})
+    {
+        EXPECT_EQ(KeptAfterSaving(folder, rubbish + found), 2);
+        EXPECT_EQ(KeptAfterSaving(folder, rubbish + found + Record({2, 2}, 2)), 3);
+        EXPECT_EQ(KeptAfterSaving(folder, rubbish + found + "more"), 1) << "it may be part of a value";
+        EXPECT_EQ(KeptAfterSaving(folder, rubbish + found + value), 1);
+    }
+    const std::vector<Bytes> layouts = {
+        keys + "USUC" + Number(13) + value,         // not a whole number of records
+        keys + "USUC" + Number(24) + value + value, // an identifier twice
+        keys + "TSUC" + Number(2) + value,          // too few
+        keys + "5SUC" + Number(52) + Number(1) + Number(2) + Number(8) + Number(0) + Number(0) +
+            Record({0, 0}, 1).substr(36) + Record({0, 0}, 1).substr(36), // an identifier twice
+        keys + "5SUC" + Number(36) + Number(2) + Number(1) + Number(4) + Number(0) + Number(0) + Bytes(16, '\0'),
+    };
+    for (const Bytes& bad : layouts)
+        EXPECT_EQ(KeptAfterSaving(folder, File({Record({1, 1}, 1), bad, Record({2, 2}, 2)})), 2);
+    // The counts in a header are not needed for loading; where both are wrong the record ends at the next one.
+    Bytes other = Record({2, 2}, 2);
+    other[20] = 9;
+    other[24] = 9;
+    EXPECT_EQ(Split(File({Record({1, 1}, 1), other, Record({3, 3}, 3)})).size(), 3U);
+    EXPECT_EQ(Split(File({Record({1, 1}, 1), other, "no record"})).size(), 1U);
     // Made to be searched for long: signatures everywhere; sound records that each follow one which claims all the rest,
-    // as a size or as records to be counted.
-    const Bytes keys = "\1\0\0\0\b\0\0\0"s;
+    // as a size or as records to be counted; headers that count all the chunks behind them.
     const Bytes empty = keys + "5SUC\0\0\0\0"s;
     for (const Bytes& trap :
-         {"5SUC"s, keys + "5SUC\0\0\x10\0\1\0\0\0"s + empty, keys + "TSUC\xFF\xFF\xFF\x7F"s + empty})
+         {"5SUC"s, keys + "5SUC\0\0\x10\0\1\0\0\0"s + empty, keys + "TSUC\xFF\xFF\xFF\x7F"s + empty,
+          Number(0) + Number(24) + "5SUC" + Number(0x100000) + Number(1) + Number(0x10000) + Number(1) + Number(0)})
     {
         Bytes traps = "\3\0\0\0"s;
         while (traps.size() < 2000000)
             traps += trap;
-        EXPECT_EQ(KeptAfterSaving(folder, traps), 0);
+        Records records;
+        static_cast<void>(tev::SplitPreferences(std::vector<unsigned char>(traps.begin(), traps.end()), records));
+        EXPECT_FALSE(records.empty());
+    }
+}
+
+TEST(CustomDataPrefs, AFileThatIsTooLargeIsRefusedBeforeItIsRead)
+{
+    const TempFolder folder;
+    const std::wstring path = folder.WriteFile("prefs", File({Record({1, 2}, 3)}));
+    const unsigned __int64 gibibyte = 1ULL << 30;
+    for (const unsigned __int64 size : {gibibyte + 1, 100 * gibibyte})
+    {
+        fs::resize_file(folder.Path("prefs"), size); // takes no room
+        CCustomData store;
+        Records records;
+        EXPECT_EQ(Thrown([&] { store.LoadFromPrefs(path.c_str(), 1, 2, true); }), int{fileInvalidFile});
+        EXPECT_EQ(Thrown([&] { XListPreferences(path.c_str(), records); }), int{fileInvalidFile});
+        EXPECT_FALSE(store.LoadFromPrefs(path.c_str(), 1, 2, false));
+        EXPECT_FALSE(Save(path, {1, 2}, 4));
+        EXPECT_EQ(fs::file_size(folder.Path("prefs")), size);
+        EXPECT_FALSE(folder.Exists("prefs.damaged"));
     }
 }
 
@@ -274,6 +416,161 @@ TEST(CustomDataPrefs, DamageIsReportedWhereTheStoreIsNotFound)
     EXPECT_EQ(Thrown([&] { store.LoadFromPrefs(path.c_str(), 1, 1, true); }), int{fileAccessDenied});
     disk.FailAt(3, EIO);
     EXPECT_FALSE(store.LoadFromPrefs(path.c_str(), 2, 2, false));
+}
+
+TEST(CustomDataPrefs, AStoreIsLockedBeforeTheFolder)
+{
+    const TempFolder folder;
+    const CCustomData store = Holding(1);
+    bool wasLocked = false;
+    FailingFileSystem disk;
+    disk.AtFolderLock([&] {
+        std::thread([&] {
+            wasLocked = !store.GetThreadLock()->TryLock();
+            if (!wasLocked)
+                store.GetThreadLock()->Unlock();
+        }).join();
+    });
+    EXPECT_TRUE(store.SaveToPrefs(folder.WidePath("prefs").c_str(), 1, 2));
+    EXPECT_TRUE(wasLocked) << "a thread that saves the same store later could be faster, and then be undone";
+}
+
+TEST(CustomDataPrefs, AnUpdateIsSavedAsAWholeOrNotAtAll)
+{
+    const TempFolder folder;
+    const std::wstring path = folder.WidePath("prefs");
+    const auto add = [](CCustomData& store) {
+        int value = 0;
+        store.GetInt(kValue, value, 40);
+        store.SetInt(kValue, value + 1);
+    };
+    EXPECT_TRUE(XUpdatePreferences(path.c_str(), 1, 2, add)) << "neither file nor store";
+    EXPECT_TRUE(XUpdatePreferences(path.c_str(), 1, 2, add));
+    EXPECT_TRUE(XUpdatePreferences(path.c_str(), 1, 3, add));
+    const Bytes saved = File({Record({1, 3}, 41), Record({1, 2}, 42)});
+    EXPECT_EQ(folder.ReadFile("prefs"), saved);
+
+    const auto fails = [&](CCustomData& store) {
+        add(store);
+        throw std::runtime_error("no more");
+    };
+    EXPECT_THROW(XUpdatePreferences(path.c_str(), 1, 2, fails), std::runtime_error);
+    EXPECT_EQ(Thrown([&] {
+                  XUpdatePreferences(path.c_str(), 1, 2, [](CCustomData&) { CXFileException::Throw(fileHardIO, {}); });
+              }),
+              int{fileHardIO});
+    EXPECT_EQ(folder.ReadFile("prefs"), saved);
+    EXPECT_THROW(XUpdatePreferences(folder.WidePath("new").c_str(), 1, 2, fails), std::runtime_error);
+    EXPECT_FALSE(folder.Exists("new") || folder.Exists("prefs.tmp"));
+    for (unsigned n = 1; n < 8; ++n)
+    {
+        FailingFileSystem disk;
+        disk.FailAt(n, EIO);
+        const bool isDone = XUpdatePreferences(path.c_str(), 1, 3, add);
+        EXPECT_EQ(folder.ReadFile("prefs") == saved, !isDone) << n;
+        if (isDone)
+            folder.WriteFile("prefs", saved);
+    }
+
+    // Damage elsewhere does not matter; the damaged store itself is not taken for a missing one.
+    const auto unexpected = [](CCustomData&) { FAIL(); };
+    folder.WriteFile("prefs", saved + "more");
+    EXPECT_FALSE(XUpdatePreferences(path.c_str(), 5, 5, unexpected));
+    EXPECT_TRUE(XUpdatePreferences(path.c_str(), 1, 2, add));
+    EXPECT_EQ(folder.ReadFile("prefs"), File({Record({1, 2}, 43), Record({1, 3}, 41)}));
+    EXPECT_EQ(folder.ReadFile("prefs.damaged"), saved + "more");
+    EXPECT_FALSE(XUpdatePreferences(folder.WidePath("missing/prefs").c_str(), 1, 2, unexpected));
+    EXPECT_FALSE(XUpdatePreferences(L"", 1, 2, unexpected));
+}
+
+TEST(CustomDataPrefs, AnUpdateRefusesToSaveIntoItsFolder)
+{
+    const TempFolder folder;
+    folder.WriteFile("one/prefs", "");
+    folder.WriteFile("two/prefs", "");
+    fs::create_directory_symlink("one", folder.Path("alias"));
+    fs::create_symlink("one/prefs", folder.Path("link"));
+    int locks = 0;
+    FailingFileSystem disk;
+    disk.AtFolderLock([&] { ++locks; });
+    const auto nothing = [](CCustomData&) {};
+    EXPECT_TRUE(XUpdatePreferences(folder.WidePath("link").c_str(), 1, 2, [&](CCustomData& store) {
+        EXPECT_TRUE(Save(folder.WidePath("two/prefs"), {3, 4}, 5));
+        EXPECT_TRUE(XUpdatePreferences(folder.WidePath("two/prefs").c_str(), 1, 2, [&](CCustomData&) {
+            for (const char* const name : {"one/prefs", "one/other", "alias/prefs", "link", "two/prefs"})
+            {
+                const std::wstring path = folder.WidePath(name);
+                EXPECT_FALSE(Save(path, {3, 4}, 5)) << name;
+                EXPECT_FALSE(XUpdatePreferences(path.c_str(), 3, 4, nothing)) << name;
+                EXPECT_FALSE(XRemovePreference(path.c_str(), 3, 4)) << name;
+            }
+        }));
+        EXPECT_EQ(Saved(folder.WidePath("one/prefs"), {1, 2}), -1) << "loading is allowed";
+        store.SetInt(kValue, 6);
+    }));
+    EXPECT_EQ(locks, 3) << "what is refused does not wait";
+    EXPECT_EQ(folder.ReadFile("one/prefs"), File({Record({1, 2}, 6)}));
+    EXPECT_TRUE(Save(folder.WidePath("link"), {3, 4}, 5));
+}
+
+TEST(CustomDataPrefs, ProcessesAndThreadsThatUpdateAtOnceLoseNothing)
+{
+    constexpr int kUpdates = 20;
+    const TempFolder folder;
+    const std::wstring path = folder.WidePath("prefs");
+    const auto update = [&path] {
+        for (int i = 0; i < kUpdates; ++i)
+        {
+            const bool isDone = XUpdatePreferences(path.c_str(), 1, 2, [](CCustomData& store) {
+                int value = 0;
+                store.GetInt(kValue, value, 0);
+                store.SetInt(kValue, value + 1);
+            });
+            if (!isDone)
+                return false;
+        }
+        return true;
+    };
+    std::vector<pid_t> processes;
+    for (int i = 0; i < 3; ++i)
+    {
+        processes.push_back(fork());
+        if (processes.back() == 0)
+            _exit(update() ? 0 : 1);
+    }
+    std::thread first([&] { EXPECT_TRUE(update()); });
+    EXPECT_TRUE(update());
+    first.join();
+    for (const pid_t process : processes)
+    {
+        int status = 0;
+        EXPECT_EQ(waitpid(process, &status, 0), process);
+        EXPECT_EQ(status, 0);
+    }
+    EXPECT_EQ(folder.ReadFile("prefs"), File({Record({1, 2}, 5 * kUpdates)}));
+}
+
+TEST(CustomDataPrefs, AFolderThatCannotBeReadIsAFailure)
+{
+    const TempFolder folder;
+    const Bytes before = File({Record({1, 2}, 3)});
+    folder.WriteFile("closed/prefs", before);
+    const pid_t process = fork();
+    if (process == 0)
+    {
+        // Permissions do not keep root from anything.
+        const bool isOther = geteuid() != 0 || (chown(folder.Path("closed").c_str(), 65534, 65534) == 0 &&
+                                                chown(folder.Path("closed/prefs").c_str(), 65534, 65534) == 0 &&
+                                                chmod(folder.Path().c_str(), 0755) == 0 && setuid(65534) == 0);
+        const std::wstring path = folder.WidePath("closed/prefs");
+        const bool isClosed = chmod(folder.Path("closed").c_str(), 0300) == 0;
+        _exit(isOther && isClosed && Saved(path, {1, 2}) == 3 && !Save(path, {1, 2}, 4) ? 0 : 1);
+    }
+    int status = 0;
+    EXPECT_EQ(waitpid(process, &status, 0), process);
+    EXPECT_EQ(status, 0);
+    fs::permissions(folder.Path("closed"), fs::perms::owner_all);
+    EXPECT_EQ(folder.ReadFile("closed/prefs"), before);
 }
 
 TEST(CustomDataPrefs, ThreadsSaveIntoOneFileAtOnce)

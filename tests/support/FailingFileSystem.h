@@ -6,8 +6,10 @@
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <limits>
 #include <string>
+#include <utility>
 
 namespace tev::test
 {
@@ -30,6 +32,8 @@ public:
     }
     /// The disk has room for this many more bytes; a write that does not fit writes a part and fails with ENOSPC.
     void LimitSpace(std::uint64_t bytes) { m_space = bytes; }
+    /// Called whenever a folder is about to be locked.
+    void AtFolderLock(std::function<void()> call) { m_atFolderLock = std::move(call); }
     /// No read or write moves more than this at once, without an error.
     void LimitTransfer(std::size_t bytes) { m_transfer = bytes; }
 
@@ -82,6 +86,8 @@ public:
     }
     platform::FileHandle LockFolder(const wchar_t* path, unsigned timeoutMs) override
     {
+        if (m_atFolderLock)
+            m_atFolderLock();
         return Fails() ? nullptr : m_real->LockFolder(path, timeoutMs);
     }
     platform::FileHandle CreateLike(const wchar_t* path, const wchar_t* model) override
@@ -108,6 +114,7 @@ private:
     int m_error = 0;
     std::uint64_t m_space = std::numeric_limits<std::uint64_t>::max();
     std::size_t m_transfer = std::numeric_limits<std::size_t>::max();
+    std::function<void()> m_atFolderLock;
 };
 
 } // namespace tev::test

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <memory>
 #include <random>
 #include <string>
 #include <thread>
@@ -129,5 +130,21 @@ TEST_F(PreferenceKill, ProcessesThatSaveAtOnceLoseNothing)
     std::vector<XPreferenceRecord> records;
     EXPECT_TRUE(XListPreferences(m_path.c_str(), records));
     EXPECT_EQ(records.size(), 2U);
+}
+
+TEST_F(PreferenceKill, ProcessesThatSetValuesOfOneStoreAtOnceLoseNone)
+{
+    std::vector<std::unique_ptr<TevProcess>> processes;
+    constexpr unsigned kValues = 12;
+    for (unsigned id = 0; id < kValues; ++id)
+        processes.push_back(
+            std::make_unique<TevProcess>(std::vector<std::string>{"settings", "set", m_folder.Path("prefs"), "1", "2",
+                                                                  std::to_string(id), "int", "5"},
+                                         -1, -1, -1));
+    for (const auto& process : processes)
+        EXPECT_EQ(process->Wait(), 0);
+    CCustomData store;
+    EXPECT_TRUE(store.LoadFromPrefs(m_path.c_str(), 1, 2, true));
+    EXPECT_EQ(store.GetIDCount(), kValues);
 }
 } // namespace

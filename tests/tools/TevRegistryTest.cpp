@@ -77,8 +77,9 @@ TEST_F(TevRegistry, WhatCannotBeSetIsRefused)
     {
         SCOPED_TRACE(testing::PrintToString(words));
         words.insert(words.begin(), {"set", "Software/P", "v", "--type"});
-        EXPECT_EQ(Run(words).m_exitCode, 1);
+        EXPECT_EQ(Run(words).m_exitCode, 2);
     }
+    EXPECT_EQ(Run({"import", "--from", "frog"}).m_exitCode, 2);
     EXPECT_FALSE(m_registry.m_folder.Exists("user.db"));
 }
 

@@ -13,6 +13,7 @@ namespace
 using namespace std::string_literals;
 using namespace tev::test;
 using testing::HasSubstr;
+using testing::StartsWith;
 
 class TevSettings : public testing::Test
 {
@@ -82,8 +83,9 @@ TEST_F(TevSettings, WhatIsNoValueOfTheKindIsRefused)
         {"binary", "abc"},       {"binary", "0g"}, {"store", "1"},  {"none", "1"},
     };
     for (const auto& [kind, value] : cases)
-        EXPECT_EQ(Run("set", {"1", "1", "1", kind, "--", value}).m_exitCode, 1) << kind << " " << value;
-    EXPECT_EQ(Run("set", {"1", "1", "1", "int", "1", "2"}).m_exitCode, 1);
+        EXPECT_EQ(Run("set", {"1", "1", "1", kind, "--", value}).m_exitCode, 2) << kind << " " << value;
+    EXPECT_EQ(Run("set", {"1", "1", "1", "int", "1", "2"}).m_exitCode, 2);
+    EXPECT_THAT(Run("set", {"1", "1", "1", "frog", "1"}).m_error, StartsWith("tev: frog: is no kind that can be set"));
     EXPECT_EQ(Run("set", {"1", "4294967296", "1", "int", "1"}).m_exitCode, 2);
     EXPECT_FALSE(m_folder.Exists("a.prefs"));
 }

@@ -154,6 +154,25 @@ void RunGet(Session& session, const Options& options)
         session.m_output.Write(RegistryValueText(value) + "\n");
 }
 
+/// A value that cannot be set, and an encoding that is unknown, are wrong usage.
+template <class Parse>
+auto OrUsageError(Parse parse)
+{
+    try
+    {
+        return parse();
+    }
+    catch (const Failure& failure)
+    {
+        throw UsageError(failure.Subject() + ": " + failure.what());
+    }
+}
+
+void CheckSet(const Options& options)
+{
+    OrUsageError([&] { return ParseRegistryValue(options.m_type, options.m_values); });
+}
+
 void RunSet(Session&, const Options& options)
 {
     const RegistryValue value = ParseRegistryValue(options.m_type, options.m_values);
@@ -339,18 +358,26 @@ void Import(const std::string& name, xStringEncoding encoding)
     throw Failure(name, line + FaultText(result.m_fault));
 }
 
+xStringEncoding ImportEncoding(const Options& options)
+{
+    if (options.m_encoding.empty())
+        return xEncodingUtf8;
+    const std::optional<xStringEncoding> found = FindEncoding(options.m_encoding);
+    if (!found)
+        throw Failure(options.m_encoding, "is an unknown encoding; there are " + EncodingNamesHelp());
+    return *found;
+}
+
+void CheckImport(const Options& options)
+{
+    OrUsageError([&] { return ImportEncoding(options); });
+}
+
 void RunImport(Session& session, const Options& options)
 {
-    xStringEncoding encoding = xEncodingUtf8;
-    if (!options.m_encoding.empty())
-    {
-        const std::optional<xStringEncoding> found = FindEncoding(options.m_encoding);
-        if (!found)
-            throw Failure(options.m_encoding, "is an unknown encoding; there are " + EncodingNamesHelp());
-        encoding = *found;
-        if (encoding != xEncodingAnsi && !IsUtf16(encoding) && encoding != xEncodingUtf8)
-            XSetAnsiCodePage(encoding); // of the texts that stand as bytes
-    }
+    const xStringEncoding encoding = ImportEncoding(options);
+    if (encoding != xEncodingAnsi && !IsUtf16(encoding) && encoding != xEncodingUtf8)
+        XSetAnsiCodePage(encoding); // of the texts that stand as bytes
     AttemptEach(session, options.m_files, [&](const std::string& name) { Import(name, encoding); });
 }
 
@@ -366,13 +393,17 @@ public:
         Options& m_options;
     };
 
-    Added Add(const char* name, const char* help, Command run, bool hasKey = true)
+    /// `check` runs before the command and throws UsageError.
+    Added Add(const char* name, const char* help, Command run, void (*check)(const Options&) = nullptr,
+              bool hasKey = true)
     {
         const auto options = std::make_shared<Options>();
         const ToolCommand command = m_registry.AddCommand(name, help);
         if (hasKey)
             command.AddArgument("KEY", options->m_key, "The path of the key").Required();
-        command.OnRun([&session = m_session, options, run] {
+        command.OnRun([&session = m_session, options, run, check] {
+            if (check != nullptr)
+                check(*options);
             Attempt(session, options->m_key, [&] { run(session, *options); });
         });
         return {command, *options};
@@ -399,7 +430,7 @@ void AddRegistryCommands(const ToolCommand& tool, Session& session)
     get.m_command.AddFlag("--expand", get.m_options.m_expand, "Replace %NAME% in values of the type expand");
     get.m_command.AddFlag("--json", get.m_options.m_json, "As JSON");
 
-    const Family::Added set = family.Add("set", "Set a value, in a new key where there is none", RunSet);
+    const Family::Added set = family.Add("set", "Set a value, in a new key where there is none", RunSet, CheckSet);
     set.m_command.AddArgument("NAME", set.m_options.m_name, "The name of the value; \"\" for the default value")
         .Required();
     set.m_command.AddArgument("VALUE", set.m_options.m_values, "The value; several for the type multi");
@@ -429,7 +460,7 @@ void AddRegistryCommands(const ToolCommand& tool, Session& session)
     out.m_command.AddArgument("FILE", out.m_options.m_file, "The file, in UTF-16; standard output, in UTF-8, if none");
 
     const Family::Added in =
-        family.Add("import", "Take over .reg texts, each as a whole or not at all", RunImport, false);
+        family.Add("import", "Take over .reg texts, each as a whole or not at all", RunImport, CheckImport, false);
     in.m_command.AddArgument("FILE", in.m_options.m_files, "The files; standard input if none");
     in.m_command
         .AddOption("--from", in.m_options.m_encoding,

@@ -11,6 +11,7 @@
 #include "tools/tev/Tool.h"
 
 #include <algorithm>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -145,24 +146,50 @@ void RunGet(Session& session, const Options& options)
     }
 }
 
-void RunSet(Session&, const Options& options)
+/// Changes a store without losing what others save meanwhile.
+void Update(const std::string& name, const StoreKeys& keys, const std::function<void(CCustomData& store)>& change)
+{
+    const std::wstring path = Widen(name);
+    if (XUpdatePreferences(path.c_str(), keys.m_first, keys.m_second, change))
+        return;
+    CCustomData store;
+    store.LoadFromPrefs(path.c_str(), keys.m_first, keys.m_second, true); // reports a file that cannot be read
+    throw Failure(name, "cannot be written");
+}
+
+/// A value that cannot be set is wrong usage.
+void CheckSet(const Options& options)
 {
     CCustomData store;
-    store.LoadFromPrefs(Widen(options.m_file).c_str(), options.m_keys.m_first, options.m_keys.m_second, true);
-    SetValue(store, options.m_id, options.m_kind, options.m_values);
-    Save(store, options.m_file, options.m_keys);
+    try
+    {
+        SetValue(store, options.m_id, options.m_kind, options.m_values);
+    }
+    catch (const Failure& failure)
+    {
+        throw UsageError(failure.Subject() + ": " + failure.what());
+    }
+}
+
+void RunSet(Session&, const Options& options)
+{
+    Update(options.m_file, options.m_keys,
+           [&](CCustomData& store) { SetValue(store, options.m_id, options.m_kind, options.m_values); });
 }
 
 void RunRemove(Session&, const Options& options)
 {
-    CCustomData store = Load(options.m_file, options.m_keys);
-    for (const unsigned id : options.m_ids)
-    {
-        RequireValue(store, options.m_file, id);
-        store.RemoveCustom(id);
-    }
+    Load(options.m_file, options.m_keys);
     if (!options.m_ids.empty())
-        Save(store, options.m_file, options.m_keys);
+    {
+        Update(options.m_file, options.m_keys, [&](CCustomData& store) {
+            for (const unsigned id : options.m_ids)
+            {
+                RequireValue(store, options.m_file, id);
+                store.RemoveCustom(id);
+            }
+        });
+    }
     else if (!XRemovePreference(Widen(options.m_file).c_str(), options.m_keys.m_first, options.m_keys.m_second))
         throw Failure(options.m_file, "cannot be changed, or is damaged");
 }
@@ -193,12 +220,15 @@ public:
         Options& m_options;
     };
 
-    Added Add(const char* name, const char* help, Command run)
+    /// `check` runs before the command and throws UsageError.
+    Added Add(const char* name, const char* help, Command run, void (*check)(const Options&) = nullptr)
     {
         const auto options = std::make_shared<Options>();
         const ToolCommand command = m_settings.AddCommand(name, help);
         command.AddArgument("FILE", options->m_file, "The preference file").Required();
-        command.OnRun([&session = m_session, options, run] {
+        command.OnRun([&session = m_session, options, run, check] {
+            if (check != nullptr)
+                check(*options);
             Attempt(session, options->m_file, [&] { run(session, *options); });
         });
         return {command, *options};
@@ -246,7 +276,8 @@ void AddSettingsCommands(const ToolCommand& tool, Session& session)
     Family::AddIds(get);
     Family::AddJson(get);
 
-    const Family::Added set = family.Add("set", "Set a value, in a new store or file where there is none", RunSet);
+    const Family::Added set =
+        family.Add("set", "Set a value, in a new store or file where there is none", RunSet, CheckSet);
     Family::AddKeys(set);
     set.m_command.AddArgument("ID", set.m_options.m_id, "The identifier of the value").Required();
     set.m_command.AddArgument("KIND", set.m_options.m_kind, "The kind of the value: " + SettableKinds()).Required();
