@@ -59,6 +59,7 @@
 
 #include "threads/CCustomThread.h"
 #include "threads/CXThread.h"
+#include "threads/ParallelFor.h"
 #include "threads/ThreadRelations.h"
 #include "threads/WorkerCount.h"
 

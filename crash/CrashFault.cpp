@@ -148,7 +148,7 @@ void StartReporter(CrashReporter reporter) noexcept
     if (g_thread != nullptr && g_threadProcess == platform::ProcessId())
         return;
     g_stage.store(kWaiting);
-    g_thread = platform::StartThread({WaitForCrash, [](void*) noexcept {}}, nullptr, 0);
+    g_thread = platform::StartThread({WaitForCrash, [](void*) noexcept {}}, nullptr, 0, platform::ThreadOwner::Library);
     g_threadProcess = platform::ProcessId();
     if (g_thread != nullptr)
         platform::ResumeThread(g_thread);

@@ -91,10 +91,10 @@ bool CXCriticalSection::Unlock()
 
 void CXCriticalSection::ReleaseForEnded(std::uint64_t threadNumber)
 {
-    if (m_owner.load(std::memory_order_relaxed) != threadNumber)
+    // Of several that release it one does: the lock may have another owner at once.
+    if (!m_owner.compare_exchange_strong(threadNumber, 0, std::memory_order_relaxed))
         return;
     m_lockCount.store(0, std::memory_order_relaxed);
-    m_owner.store(0, std::memory_order_relaxed);
     if (m_state.exchange(kFree, std::memory_order_release) == kAwaited)
         tev::platform::WakeOne(m_state);
 }

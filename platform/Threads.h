@@ -7,7 +7,8 @@ namespace tev::platform
 {
 /// The system's identifier of the calling thread; never 0. It may be reused for another thread once this one has ended.
 std::uint64_t CurrentThreadId() noexcept;
-void SleepThisThread(unsigned milliseconds) noexcept;
+// Not noexcept: the system may end the thread there (ForcedUnwind.h).
+void SleepThisThread(unsigned milliseconds);
 
 /// A thread that was started here. Every pointer to one is a counted reference, released with ReleaseThread; the thread
 /// itself is not affected by that, and can be queried until the last reference is released.
@@ -16,15 +17,23 @@ struct StartedThread;
 
 struct ThreadProcedure
 {
-    unsigned (*run)(void* argument) noexcept; ///< the thread's body; returns its exit code
+    unsigned (*run)(void* argument);          ///< the thread's body; returns its exit code; no exception leaves it
     void (*discard)(void* argument) noexcept; ///< called once after it, also when it never ran or was killed
+};
+
+/// Whose thread it is. The library's own threads are not found by OpenThread.
+enum class ThreadOwner
+{
+    Program,
+    Library
 };
 
 /// Starts a thread that waits for ResumeThread. A stack size of 0 is the system's default, a small one is raised to what
 /// is needed. The thread has an alternate signal stack. Null, with nothing discarded, when the system refuses.
-[[nodiscard]] StartedThread* StartThread(const ThreadProcedure& procedure, void* argument,
-                                         std::size_t stackSize) noexcept;
-/// The thread with that identifier, null when it was not started here or has ended.
+[[nodiscard]] StartedThread* StartThread(const ThreadProcedure& procedure, void* argument, std::size_t stackSize,
+                                         ThreadOwner owner) noexcept;
+/// The thread with that identifier, null when it was not started here for the program
+/// or has ended.
 [[nodiscard]] StartedThread* OpenThread(std::uint64_t id) noexcept;
 void RetainThread(StartedThread* thread) noexcept;
 void ReleaseThread(StartedThread* thread) noexcept;
@@ -47,7 +56,9 @@ bool SetThreadPriority(StartedThread* thread, int level) noexcept;
 bool SuspendThread(StartedThread* thread) noexcept;
 /// Undoes one SuspendThread; the thread continues after the last one. False when it has ended.
 bool ResumeThread(StartedThread* thread) noexcept;
-/// Lets a thread that still waits at its start continue, however often it was suspended.
+/// Lets a thread continue, however often it was suspended; not one that could not be killed.
+void ContinueThread(StartedThread* thread) noexcept;
+/// As ContinueThread, for a thread that still waits at its start; does nothing for others.
 void LeaveStart(StartedThread* thread) noexcept;
 
 /// Ends another thread by force, as a last resort. Its stack, memory arena and thread-local objects are released; the

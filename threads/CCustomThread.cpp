@@ -4,6 +4,7 @@
 #include "maps/CHashTable.h"
 #include "objects/CXCriticalSection.h"
 #include "objects/CXException.h"
+#include "objects/ThreadStatus.h"
 #include "platform/ComponentRuntime.h"
 #include "platform/Threads.h"
 #include "threads/ThreadRelations.h"
@@ -37,6 +38,13 @@ struct Workers
     tev::LibraryLock lock;
     CHashTable<CCustomThread*> set X_GUARDED_BY(lock);
 };
+
+void StopWorkers(bool stop) noexcept
+{
+    g_stopThreads.store(stop);
+    if (stop)
+        tev::NoteEndingChange();
+}
 
 void Register(CCustomThread* thread)
 {
@@ -85,11 +93,13 @@ bool KillChildren(unsigned __int64 parent)
 
 CCustomThread::CCustomThread() : CXThread(true)
 {
+    ObeyToo(g_stopThreads);
     Register(this);
 }
 
 CCustomThread::CCustomThread(bool (*function)(void*), void* data) : CXThread(function, data)
 {
+    ObeyToo(g_stopThreads);
     Register(this);
 }
 
@@ -98,6 +108,16 @@ CCustomThread::~CCustomThread()
     Workers& workers = Workers::Get();
     const tev::LockGuard guard(workers.lock);
     workers.set.Remove(this);
+}
+
+bool CCustomThread::MustTerminate() const noexcept
+{
+    return ThreadsMustTerminate() || HasEndReason(kStopped);
+}
+
+void CCustomThread::StopThread() noexcept
+{
+    SetEndReason(kStopped, true);
 }
 
 bool CCustomThread::ThreadsMustTerminate() noexcept
@@ -114,7 +134,7 @@ unsigned int CCustomThread::GetRunningThreadCount()
 
 void CCustomThread::AskForThreadsEnd(bool resume)
 {
-    g_stopThreads.store(true);
+    StopWorkers(true);
     Workers& workers = Workers::Get();
     const tev::LockGuard guard(workers.lock);
     unsigned position = workers.set.GetFirst();
@@ -136,7 +156,7 @@ void CCustomThread::WaitEndOfThreads(bool keepStopFlag)
     AskForThreadsEnd(true);
     WaitUntilNoneIsLeft(nullptr);
     if (!keepStopFlag)
-        g_stopThreads.store(false);
+        StopWorkers(false);
 }
 
 bool CCustomThread::EndThreads(unsigned int timeoutMs)
@@ -145,7 +165,7 @@ bool CCustomThread::EndThreads(unsigned int timeoutMs)
     AskForThreadsEnd(true);
     if (!WaitUntilNoneIsLeft(&end))
         return false;
-    g_stopThreads.store(false);
+    StopWorkers(false);
     return true;
 }
 

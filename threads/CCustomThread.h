@@ -15,8 +15,8 @@ public:
     ~CCustomThread() override;
 
     /// True when this worker, or every worker, is asked to end.
-    bool MustTerminate() const noexcept { return ThreadsMustTerminate() || m_stop.load(); }
-    void StopThread() noexcept { m_stop.store(true); }
+    bool MustTerminate() const noexcept;
+    void StopThread() noexcept;
 
     /// True when every worker is asked to end, including those created later.
     static bool ThreadsMustTerminate() noexcept;
@@ -42,9 +42,6 @@ public:
     static void SetCurrentThreadName(const char* name);
     void SetThreadName(const char* name);
     static unsigned __int64 GetCurrentThreadID();
-
-private:
-    std::atomic<bool> m_stop{false};
 };
 
 /// A worker that can hold the platform's component run-time for its thread.

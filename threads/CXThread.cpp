@@ -3,6 +3,9 @@
 #include "objects/CXCriticalSection.h"
 #include "objects/CXException.h"
 #include "objects/ThreadException.h"
+#include "objects/ThreadStatus.h"
+#include "platform/ForcedUnwind.h"
+#include "platform/ThreadLocks.h"
 #include "platform/Threads.h"
 #include "threads/MainThread.h"
 #include "threads/ThreadRelations.h"
@@ -14,19 +17,38 @@ using platform::StartedThread;
 
 X_IMPLEMENT_ABSTRACT_CLASS(CXThread, CXObject, xSchemaNotSerializable)
 
-struct CXThread::Shared
+/// What the object and its thread share; either may exist longer.
+struct CXThread::Shared final : tev::ThreadStatus
 {
     explicit Shared(CXThread* owner) : object(owner) {}
 
+    bool IsAskedToEnd() const noexcept override
+    {
+        const std::atomic<bool>* const all = stopOfAll.load();
+        return endReasons.load() != 0 || (all != nullptr && all->load()) || tev::IsThreadCancelled(ThreadId());
+    }
+
     CXCriticalSection lock;
-    CXThread* object X_GUARDED_BY(lock); ///< null once it is destroyed
+    std::atomic<CXThread*> object; ///< null once it is destroyed; changed under the lock
+    std::atomic<unsigned> endReasons{0};
+    std::atomic<const std::atomic<bool>*> stopOfAll{nullptr};
 };
 
 /// What the new thread needs; the thread owns it.
 struct CXThread::Body
 {
-    static unsigned RunIt(void* body) noexcept { return StaticThreadCallback(body) ? 0 : kFailed; }
-    static void DiscardIt(void* body) noexcept { delete static_cast<Body*>(body); }
+    class End;
+
+    static unsigned RunIt(void* body) { return StaticThreadCallback(body) ? 0 : kFailed; }
+    // On the thread itself, or on the one that killed it.
+    static void DiscardIt(void* body) noexcept
+    {
+        auto* const mine = static_cast<Body*>(body);
+        if (tev::StatusOfThisThread() == mine->shared.get())
+            tev::SetStatusOfThisThread(nullptr);
+        delete mine;
+    }
+    bool Run() const;
 
     static constexpr unsigned kFailed = 0xFFFFFFFFu;
 
@@ -62,6 +84,33 @@ int LevelOf(xThreadPriority priority) noexcept
 
 } // namespace
 
+/// The end of the body, also of one that the system unwinds (pthread_exit, cancellation).
+class CXThread::Body::End
+{
+public:
+    explicit End(Shared& shared) noexcept : m_shared(shared) {}
+    ~End()
+    {
+        XDeleteThreadException();
+        CXThread* toDelete = nullptr;
+        {
+            const tev::LockGuard guard(m_shared.lock);
+            if (CXThread* const object = m_shared.object.load())
+            {
+                object->m_state.fetch_and(~kRunning);
+                const unsigned flags = object->m_flags.fetch_or(ThreadTerminated);
+                toDelete = (flags & ThreadAutoDelete) != 0 ? object : nullptr;
+            }
+        }
+        delete toDelete;
+    }
+    End(const End&) = delete;
+    End& operator=(const End&) = delete;
+
+private:
+    Shared& m_shared;
+};
+
 CXThread::CXThread(bool withoutAutoDelete)
     : m_function(nullptr),
       m_userData(nullptr),
@@ -83,24 +132,37 @@ CXThread::~CXThread()
     SetSilentThread(false, id);
     SetCancelThread(false, id);
     DetachThread(id);
-    StartedThread* const thread = ThreadOf(m_handle.exchange(nullptr));
-    ReleaseLockOfEnded(thread);
+    ReleaseLockOfEnded();
     {
         const tev::LockGuard guard(m_shared->lock);
-        m_shared->object = nullptr;
+        m_shared->object.store(nullptr);
     }
-    if (thread != nullptr)
-    {
+    StartedThread* const thread = ThreadOf(m_handle.exchange(nullptr));
+    if (thread == nullptr)
+        return;
+    if (m_function != nullptr)
+        platform::ContinueThread(thread);
+    else
         platform::LeaveStart(thread);
-        platform::ReleaseThread(thread);
-    }
+    platform::ReleaseThread(thread);
 }
 
 CXThread* CXThread::BeginThread(CXThread* thread, xThreadPriority priority, unsigned int flags,
                                 unsigned __int64 stackSize)
 {
-    if (thread == nullptr || thread->IsValidThread())
+    if (thread == nullptr)
         return nullptr;
+    // Looked at first: what ends only now ends under another call's eyes.
+    const bool hasEnded = thread->HasEnded() &&
+                          (thread->m_isEndKnown.load() || thread->m_starter.load() == platform::NumberOfThisThread());
+    if (thread->m_isClaimed.exchange(true))
+    {
+        XDeleteThreadException();
+        if (hasEnded)
+            delete thread;
+        return nullptr;
+    }
+    thread->m_starter.store(platform::NumberOfThisThread());
     thread->SetAutoDelete((flags & kBeginWithoutAutoDelete) == 0);
     const bool begun = thread->Begin(priority, flags, stackSize);
     XDeleteThreadException();
@@ -147,10 +209,11 @@ bool CXThread::Begin(xThreadPriority priority, unsigned int flags, unsigned __in
     const bool suspended = (flags & kBeginSuspended) != 0;
     m_state.store(suspended ? kRunning | kSuspended : kRunning);
     auto* const body = new (std::nothrow) Body{this, m_function, m_userData, m_shared};
-    StartedThread* const thread = body == nullptr
-                                      ? nullptr
-                                      : platform::StartThread({&Body::RunIt, &Body::DiscardIt}, body,
-                                                              static_cast<std::size_t>(stackSize & 0xFFFFFFFFu));
+    StartedThread* const thread =
+        body == nullptr
+            ? nullptr
+            : platform::StartThread({&Body::RunIt, &Body::DiscardIt}, body,
+                                    static_cast<std::size_t>(stackSize & 0xFFFFFFFFu), platform::ThreadOwner::Program);
     if (thread == nullptr)
     {
         delete body;
@@ -158,6 +221,7 @@ bool CXThread::Begin(xThreadPriority priority, unsigned int flags, unsigned __in
         return false;
     }
     m_threadId.store(platform::ThreadId(thread));
+    m_shared->SetThreadId(platform::ThreadId(thread));
     m_priority.store(platform::SetThreadPriority(thread, LevelOf(priority)) ? priority : xThreadPriority{});
     platform::RetainThread(thread);
     m_handle.store(thread);
@@ -170,16 +234,23 @@ bool CXThread::Begin(xThreadPriority priority, unsigned int flags, unsigned __in
 bool CXThread::StaticThreadCallback(void* body)
 {
     const Body& mine = *static_cast<Body*>(body);
-    Shared& shared = *mine.shared;
-    {
-        const tev::LockGuard guard(shared.lock);
-        if (shared.object == nullptr)
-            return false;
-    }
-    bool succeeded = false;
+    // The lock may be held by another thread, which holds up the end only.
+    if (mine.shared->object.load() == nullptr)
+        return false;
+    tev::SetStatusOfThisThread(mine.shared.get());
+    const Body::End end(*mine.shared);
+    return mine.Run();
+}
+
+bool CXThread::Body::Run() const
+{
     try
     {
-        succeeded = mine.function != nullptr ? mine.function(mine.data) : mine.object->RunMethods();
+        return function != nullptr ? function(data) : object->RunMethods();
+    }
+    catch (const platform::ForcedUnwind&)
+    {
+        throw;
     }
     catch (CXException* exception)
     {
@@ -188,20 +259,7 @@ bool CXThread::StaticThreadCallback(void* body)
     catch (...)
     {
     }
-    XDeleteThreadException();
-
-    CXThread* toDelete = nullptr;
-    {
-        const tev::LockGuard guard(shared.lock);
-        if (CXThread* const object = shared.object)
-        {
-            object->m_state.fetch_and(~kRunning);
-            const unsigned flags = object->m_flags.fetch_or(ThreadTerminated);
-            toDelete = (flags & ThreadAutoDelete) != 0 ? object : nullptr;
-        }
-    }
-    delete toDelete;
-    return succeeded;
+    return false;
 }
 
 bool CXThread::RunMethods()
@@ -214,11 +272,14 @@ bool CXThread::RunMethods()
 bool CXThread::Kill()
 {
     bool killed = false;
+    SetEndReason(kToBeKilled, true);
     if (StartedThread* const thread = ThreadOf(m_handle.load()))
     {
         m_state.fetch_or(kSuspended);
         killed = platform::KillThread(thread, 1);
-        ReleaseLockOfEnded(thread);
+        if (HasSystemThreadEnded())
+            m_state.fetch_and(~kRunning);
+        ReleaseLockOfEnded();
     }
     // A thread that could not be killed may never release the lock.
     CXCriticalSection& lock = m_shared->lock;
@@ -234,23 +295,76 @@ bool CXThread::Kill()
     return killed;
 }
 
-void CXThread::ReleaseLockOfEnded(const StartedThread* thread)
+void CXThread::ReleaseLockOfEnded() const
+{
+    if (HasSystemThreadEnded())
+        m_shared->lock.ReleaseForEnded(platform::ThreadNumber(ThreadOf(m_handle.load())));
+}
+
+bool CXThread::HasSystemThreadEnded() const noexcept
 {
     unsigned exitCode;
-    if (thread != nullptr && platform::HasEnded(thread, exitCode))
-        m_shared->lock.ReleaseForEnded(platform::ThreadNumber(thread));
+    const StartedThread* const thread = ThreadOf(m_handle.load());
+    return thread != nullptr && platform::HasEnded(thread, exitCode);
+}
+
+bool CXThread::HasEnded() const noexcept
+{
+    return HasSystemThreadEnded() || ((m_flags.load() & ThreadTerminated) != 0 && (m_state.load() & kRunning) == 0);
+}
+
+bool CXThread::IsTerminated() const
+{
+    if (!HasSystemThreadEnded() && !IsFlagSet(ThreadTerminated))
+        return false;
+    m_isEndKnown.store(true);
+    return true;
 }
 
 bool CXThread::GetExitCode(unsigned int& exitCode) const
 {
     const StartedThread* const thread = ThreadOf(m_handle.load());
-    return thread != nullptr && platform::HasEnded(thread, exitCode);
+    if (thread == nullptr || !platform::HasEnded(thread, exitCode))
+        return false;
+    m_isEndKnown.store(true);
+    return true;
 }
 
 bool CXThread::WaitForEnd(unsigned int timeoutMs) const
 {
     const StartedThread* const thread = ThreadOf(m_handle.load());
-    return thread != nullptr && platform::WaitForThread(thread, timeoutMs);
+    if (thread == nullptr || !platform::WaitForThread(thread, timeoutMs))
+        return false;
+    m_isEndKnown.store(true);
+    return true;
+}
+
+void CXThread::SetEndReason(EndReason reason, bool set)
+{
+    if (set)
+    {
+        m_shared->endReasons.fetch_or(reason);
+        tev::NoteEndingChange();
+    }
+    else
+    {
+        m_shared->endReasons.fetch_and(~static_cast<unsigned>(reason));
+    }
+}
+
+bool CXThread::HasEndReason(EndReason reason) const noexcept
+{
+    return (m_shared->endReasons.load() & reason) != 0;
+}
+
+void CXThread::ObeyToo(const std::atomic<bool>& stopOfAll) noexcept
+{
+    m_shared->stopOfAll.store(&stopOfAll);
+}
+
+const char* CXThread::LongOperation() const noexcept
+{
+    return m_shared->Operation();
 }
 
 void CXThread::SetAutoDelete(bool autoDelete)
@@ -339,15 +453,19 @@ bool CXThread::AutoDelete()
 
 void CXThread::SetFlag(ThreadFlags flag, bool set)
 {
+    ReleaseLockOfEnded();
     const tev::LockGuard guard(m_shared->lock);
     if (set)
         m_flags.fetch_or(flag);
     else
         m_flags.fetch_and(~static_cast<unsigned>(flag));
+    if (flag == ThreadCancel)
+        SetEndReason(kCancelled, set);
 }
 
 bool CXThread::IsFlagSet(ThreadFlags flag) const
 {
+    ReleaseLockOfEnded();
     const tev::LockGuard guard(m_shared->lock);
     return (m_flags.load() & flag) != 0;
 }

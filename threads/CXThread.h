@@ -57,9 +57,12 @@ public:
     ~CXThread() override;
 
     /// Starts the object's thread, suspended where the flags say so. A stack size of 0 is the system's default; only its
-    /// low 32 bits count. Returns the object, or null when the system refuses the thread; the object is deleted then. Null
-    /// as well, and the object is left alone, when it has been started before. The calling thread's pending exception is
-    /// deleted.
+    /// low 32 bits count. Returns the object, or null when the system refuses the thread; the object is deleted then.
+    ///
+    /// An object is started once. Null when it was started before: if its thread has ended, and the caller can know that
+    /// (it started the thread itself, or IsTerminated, WaitForEnd or GetExitCode has returned true), the object is deleted,
+    /// otherwise it is left alone; so of two threads that start an object at once neither takes it away from the other.
+    /// The calling thread's pending exception is deleted, also on failure.
     static CXThread* BeginThread(CXThread* thread, xThreadPriority priority, unsigned int flags,
                                  unsigned __int64 stackSize);
     /// As above, with a new object for the function.
@@ -81,9 +84,10 @@ public:
     /// The priority requested last; 0 when that was refused.
     xThreadPriority GetThreadPriority() const noexcept { return m_priority.load(); }
     bool ShouldCancel() const { return IsFlagSet(ThreadCancel); }
-    bool IsTerminated() const { return IsFlagSet(ThreadTerminated); }
+    /// True when the body has ended or the thread was killed, and whenever WaitForEnd has returned true.
+    bool IsTerminated() const;
     /// True when the thread has ended; the exit code is 0 when its body returned true, 0xFFFFFFFF when it returned false
-    /// or threw, 1 when it was killed.
+    /// or threw or the system ended the thread (pthread_exit), 1 when it was killed.
     bool GetExitCode(unsigned int& exitCode) const;
     /// Waits until the thread has ended; false on time-out, and for an object that was not started. Not for objects with
     /// auto-delete.
@@ -131,10 +135,25 @@ private:
     static bool StaticThreadCallback(void* body);
     bool Begin(xThreadPriority priority, unsigned int flags, unsigned __int64 stackSize);
     bool RunMethods();
+    /// Why the thread is asked to end, for long operations (objects/ThreadStatus.h).
+    enum EndReason : unsigned int
+    {
+        kCancelled = 1,
+        kStopped = 2,
+        kToBeKilled = 4
+    };
+    void SetEndReason(EndReason reason, bool set);
+    bool HasEndReason(EndReason reason) const noexcept;
+    /// The thread is also asked to end as long as the flag is set, which is never destroyed.
+    void ObeyToo(const std::atomic<bool>& stopOfAll) noexcept;
+    /// The operation that the thread is in, null when in none that takes long.
+    const char* LongOperation() const noexcept;
+    bool HasEnded() const noexcept;
+    bool HasSystemThreadEnded() const noexcept;
     /// Ends the thread by force, with exit code 1; true when that ended it. Marks it as terminated in any case.
     bool Kill();
     /// A thread that has ended may have left the object's lock locked.
-    void ReleaseLockOfEnded(const tev::platform::StartedThread* thread);
+    void ReleaseLockOfEnded() const;
 
     bool (*const m_function)(void*);
     void* m_userData;
@@ -144,4 +163,7 @@ private:
     std::atomic<unsigned __int64> m_threadId{0};
     const std::shared_ptr<Shared> m_shared; ///< the lock, which the thread needs even after the object is deleted
     std::atomic<unsigned int> m_flags;
+    std::atomic<bool> m_isClaimed{false};          ///< a call of BeginThread has started it, or is about to
+    std::atomic<unsigned __int64> m_starter{0};    ///< the number of the thread that did
+    mutable std::atomic<bool> m_isEndKnown{false}; ///< a caller was told that the thread has ended
 };

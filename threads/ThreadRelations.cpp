@@ -4,7 +4,7 @@
 #include "maps/CHashMap.h"
 #include "maps/CHashTable.h"
 #include "objects/CXCriticalSection.h"
-#include "platform/Threads.h"
+#include "objects/ThreadStatus.h"
 
 namespace
 {
@@ -101,7 +101,7 @@ public:
     MarkedThreads m_silent;
 
 private:
-    static Id Named(Id id) noexcept { return id == 0 ? tev::platform::CurrentThreadId() : id; }
+    static Id Named(Id id) noexcept { return id == 0 ? tev::IdOfThisThreadsWork() : id; }
 
     mutable tev::LibraryLock m_lock;
     CHashMap<Id, Id, Id> m_parents X_GUARDED_BY(m_lock);
@@ -110,8 +110,10 @@ private:
 
 void AttachThread(unsigned __int64 child, unsigned __int64 parent)
 {
-    if (child != parent)
-        Relations::Get().Attach(child, parent);
+    if (child == parent)
+        return;
+    Relations::Get().Attach(child, parent);
+    tev::NoteEndingChange();
 }
 
 void DetachThread(unsigned __int64 child)
@@ -129,6 +131,10 @@ unsigned int GetChildThreads(unsigned __int64 parent, CXArray<unsigned __int64>&
 void SetCancelThread(bool cancel, unsigned __int64 id)
 {
     Relations::Get().Mark(&Relations::m_cancelled, cancel, id);
+    if (!cancel)
+        return;
+    tev::SetCancelQuery([](std::uint64_t thread) { return ShouldCancelThread(thread); });
+    tev::NoteEndingChange();
 }
 
 bool ShouldCancelThread(unsigned __int64 id)

@@ -5,7 +5,8 @@
 
 // The relations between threads: which one is the parent of which, which are cancelled, and which must not show anything
 // to the user. A mark on a thread applies to all its descendants. Threads are known by their identifiers, so they need not
-// have been started by this library; a CXThread removes its own entries when it is destroyed.
+// have been started by this library; a CXThread removes its own entries when it is destroyed. Where 0 stands for the calling
+// thread, a thread of the pool that runs the body of a loop stands for the thread that called the loop.
 // Safe from several threads at once.
 
 extern "C"

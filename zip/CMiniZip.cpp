@@ -1,6 +1,7 @@
 #include "zip/CMiniZip.h"
 
 #include "objects/CXException.h"
+#include "objects/ThreadStatus.h"
 #include "platform/ContainedFolder.h"
 #include "platform/FileInformation.h"
 #include "platform/FileSystem.h"
@@ -230,6 +231,7 @@ bool CMiniZip::ExtractStream(Stream stream, const CXTString<wchar_t>& source, co
     if (!ReportProgress(0, information.size))
         return Fail(Failure::kCancelled);
 
+    const tev::LongOperation operation("unpacking a file");
     using Threads = tev::WriteBehind::Threads;
     tev::WriteBehind behind(*file, OMPGetMaxThreadCount() > 1 ? Threads::kItsOwn : Threads::kCallersOnly);
     unsigned __int64 written = 0;
@@ -239,7 +241,7 @@ bool CMiniZip::ExtractStream(Stream stream, const CXTString<wchar_t>& source, co
             return Fail(Failure::kTooLarge);
         if (!behind.Write(bytes, count))
             return Fail(Failure::kNotWritable);
-        return ReportProgress(consumed, information.size) || Fail(Failure::kCancelled);
+        return (!tev::IsThreadAskedToEnd() && ReportProgress(consumed, information.size)) || Fail(Failure::kCancelled);
     };
     const bool isGZip = stream == Stream::kGZip;
     const UnpackResult result =

@@ -1,5 +1,6 @@
 #include "zip/WriteBehind.h"
 
+#include "objects/ThreadStatus.h"
 #include "platform/AddressWait.h"
 
 #include <algorithm>
@@ -9,7 +10,7 @@ namespace tev
 namespace
 {
 constexpr std::size_t kBlockSize = 256 * 1024;
-constexpr unsigned kWaitMs = 1000;
+constexpr std::chrono::milliseconds kCheckEvery(20);
 } // namespace
 
 WriteBehind::WriteBehind(platform::ContainedFile& file, Threads threads)
@@ -20,7 +21,7 @@ WriteBehind::WriteBehind(platform::ContainedFile& file, Threads threads)
 WriteBehind::~WriteBehind()
 {
     m_blocks[m_filling].m_bytes.clear(); // Finish was not called: drop it
-    Stop();
+    WriteTheRest();
 }
 
 bool WriteBehind::Write(const void* bytes, std::size_t count)
@@ -37,12 +38,7 @@ bool WriteBehind::Write(const void* bytes, std::size_t count)
         count -= taken;
         if (filling.size() < kBlockSize)
             break;
-        if (Start())
-            HandOver(kFull);
-        else if (!m_file.Write(filling.data(), filling.size()))
-            m_hasFailed.store(true);
-        else
-            filling.clear();
+        HandOver();
         if (m_hasFailed.load())
             return false;
     }
@@ -51,69 +47,69 @@ bool WriteBehind::Write(const void* bytes, std::size_t count)
 
 bool WriteBehind::Finish()
 {
-    std::vector<unsigned char>& rest = m_blocks[m_filling].m_bytes;
-    if (m_thread != nullptr)
-        Stop();
-    else if (!rest.empty() && !m_file.Write(rest.data(), rest.size()))
-        m_hasFailed.store(true);
-    rest.clear();
+    WriteTheRest();
     return !m_hasFailed.load();
 }
 
-bool WriteBehind::Start()
-{
-    if (m_thread != nullptr)
-        return true;
-    const auto run = [](void* self) noexcept {
-        static_cast<WriteBehind*>(self)->WriteBlocks();
-        return 0u;
-    };
-    m_thread = platform::StartThread({run, [](void*) noexcept {}}, this, 0);
-    if (m_thread == nullptr)
-        return false;
-    platform::ResumeThread(m_thread);
-    return true;
-}
-
-/// Passes the filled block to the thread, and waits for the other one.
-void WriteBehind::HandOver(State state)
+/// Passes the filled block on, and waits for the other one.
+void WriteBehind::HandOver()
 {
     std::atomic<std::uint32_t>& given = m_blocks[m_filling].m_state;
-    given.store(state);
+    given.store(kFull);
     platform::WakeAll(given);
     m_filling = 1 - m_filling;
+    if (!m_writer)
+        m_writer.emplace(
+            1, [](void* self) { static_cast<WriteBehind*>(self)->WriteBlocks(); }, this);
     const std::atomic<std::uint32_t>& wanted = m_blocks[m_filling].m_state;
     while (wanted.load() == kFull)
-        platform::WaitWhile(wanted, kFull);
-}
-
-void WriteBehind::WriteBlocks() noexcept
-{
-    for (std::size_t i = 0;; i = 1 - i)
     {
-        Block& block = m_blocks[i];
-        while (block.m_state.load() == kFree)
-            platform::WaitWhile(block.m_state, kFree);
-        const bool isLast = block.m_state.load() == kLast;
-        if (!m_hasFailed.load() && !m_file.Write(block.m_bytes.data(), block.m_bytes.size()))
-            m_hasFailed.store(true);
-        block.m_bytes.clear();
-        if (isLast)
-            return;
-        block.m_state.store(kFree);
-        platform::WakeAll(block.m_state);
+        if (m_writer->CloseIfUnused())
+            WriteBlock(m_blocks[m_filling]);
+        else
+            platform::WaitWhile(wanted, kFull, kCheckEvery);
     }
 }
 
-/// Passes on the last block, and waits for the thread to end.
-void WriteBehind::Stop()
+// On the thread that writes. It leaves early where the caller is to be ended by force; what remains is then the caller's.
+void WriteBehind::WriteBlocks()
 {
-    if (m_thread == nullptr)
-        return;
-    HandOver(kLast);
-    while (!platform::WaitForThread(m_thread, kWaitMs))
-        continue;
-    platform::ReleaseThread(m_thread);
-    m_thread = nullptr;
+    for (;;)
+    {
+        Block& block = m_blocks[m_writing];
+        while (block.m_state.load() == kFree)
+        {
+            if (IsThreadAskedToEnd())
+                return;
+            platform::WaitWhile(block.m_state, kFree, kCheckEvery);
+        }
+        const bool isLast = block.m_state.load() == kLast;
+        WriteBlock(block);
+        if (isLast)
+            return;
+    }
+}
+
+void WriteBehind::WriteBlock(Block& block)
+{
+    if (!m_hasFailed.load() && !block.m_bytes.empty() && !m_file.Write(block.m_bytes.data(), block.m_bytes.size()))
+        m_hasFailed.store(true);
+    block.m_bytes.clear();
+    m_writing = 1 - m_writing;
+    block.m_state.store(kFree);
+    platform::WakeAll(block.m_state);
+}
+
+/// Passes on the last block, and waits until all is written.
+void WriteBehind::WriteTheRest()
+{
+    Block& last = m_blocks[m_filling];
+    last.m_state.store(kLast);
+    platform::WakeAll(last.m_state);
+    if (m_writer && !m_writer->CloseAndWait())
+        m_hasFailed.store(true);
+    m_writer.reset();
+    while (m_blocks[m_writing].m_state.load() != kFree)
+        WriteBlock(m_blocks[m_writing]);
 }
 } // namespace tev

@@ -1,18 +1,19 @@
 #pragma once
 
 #include "platform/ContainedFolder.h"
-#include "platform/Threads.h"
+#include "threads/WorkPool.h"
 
 #include <array>
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 namespace tev
 {
-/// Writes a file on a thread of its own while the caller makes the next bytes. Small files, and those for which no thread
-/// can be started, are written on the caller's. One thread at a time.
+/// Writes a file on another thread while the caller makes the next bytes. Small files, and those for which no thread is
+/// free, are written on the caller's. One thread at a time.
 class WriteBehind
 {
 public:
@@ -47,16 +48,17 @@ private:
         std::atomic<std::uint32_t> m_state{kFree};
     };
 
-    bool Start();
-    void HandOver(State state);
-    void WriteBlocks() noexcept;
-    void Stop();
+    void HandOver();
+    void WriteBlocks();
+    void WriteBlock(Block& block);
+    void WriteTheRest();
 
     platform::ContainedFile& m_file;
     const bool m_mayStart;
     std::array<Block, 2> m_blocks;
     std::size_t m_filling = 0;
     std::atomic<bool> m_hasFailed{false};
-    platform::StartedThread* m_thread = nullptr;
+    std::size_t m_writing = 0;        ///< the next block to be written; used by the thread that writes
+    std::optional<Teamwork> m_writer; ///< there from the first full block on
 };
 } // namespace tev

@@ -1,10 +1,11 @@
 #include "zip/ZipExtraction.h"
 
 #include "objects/ResultOr.h"
+#include "objects/ThreadStatus.h"
 #include "platform/AddressWait.h"
-#include "platform/ParallelLoop.h"
 #include "platform/SystemErrors.h"
 #include "platform/Threads.h"
+#include "threads/WorkPool.h"
 #include "threads/WorkerCount.h"
 #include "zip/EntryName.h"
 #include "zip/WriteBehind.h"
@@ -68,7 +69,7 @@ public:
         const std::uint64_t count = m_all.m_reader.Count();
         for (std::uint64_t index = 0; index < count; ++index)
         {
-            if (index % kPlanReportEvery == 0 && !m_all.m_progress(0, 0))
+            if (index % kPlanReportEvery == 0 && (IsThreadAskedToEnd() || !m_all.m_progress(0, 0)))
                 return false;
             Decide(index);
         }
@@ -180,19 +181,44 @@ public:
             return Ending::kCancelled;
         m_filesAtOnce =
             std::clamp<std::size_t>(OMPGetScheduleChunkSize(static_cast<unsigned>(files)), 1, kMostFilesAtOnce);
-        // The run-time hands its threads over in ways that a thread sanitizer does not see, so both ends are marked here.
-        m_active.store(0);
-        platform::RunOnWorkers(
-            workers, [](void* work) noexcept { static_cast<Work*>(work)->RunOnThisThread(); }, this);
-        static_cast<void>(m_active.load());
+        // What helpers had begun is lost in a child that was forked meanwhile.
+        if (!RunTogether(
+                workers, [](void* work) { static_cast<Work*>(work)->RunOnThisThread(); }, this))
+            End(Ending::kFailed);
         return m_ending.load();
     }
 
 private:
-    void RunOnThisThread() noexcept
+    /// Counts a thread that extracts, also where the system ends it meanwhile.
+    class Activity
     {
-        m_active.fetch_add(1);
+    public:
+        explicit Activity(Work& work) noexcept : m_work(work) { m_work.m_active.fetch_add(1); }
+        ~Activity()
+        {
+            m_work.m_active.fetch_sub(1);
+            platform::WakeAll(m_work.m_active);
+        }
+        Activity(const Activity&) = delete;
+        Activity& operator=(const Activity&) = delete;
+
+    private:
+        Work& m_work;
+    };
+
+    void RunOnThisThread()
+    {
         const bool isCaller = platform::CurrentThreadId() == m_caller;
+        {
+            const Activity activity(*this);
+            ExtractOnThisThread(isCaller);
+        }
+        if (isCaller)
+            ReportWhileOthersWork();
+    }
+
+    void ExtractOnThisThread(bool isCaller)
+    {
         const auto extract = [&] {
             const std::unique_ptr<PlainZipReader> another = isCaller ? nullptr : m_all.m_reader.Another();
             if (isCaller || another != nullptr)
@@ -201,10 +227,6 @@ private:
         };
         if (!ResultOr(false, extract))
             End(Ending::kFailed);
-        m_active.fetch_sub(1);
-        platform::WakeAll(m_active);
-        if (isCaller)
-            ReportWhileOthersWork();
     }
 
     void TakeFiles(PlainZipReader& reader, bool isCaller)
@@ -287,7 +309,12 @@ private:
         }
     }
 
-    bool HasEnded() const { return m_ending.load(std::memory_order_relaxed) != Ending::kDone; }
+    bool HasEnded()
+    {
+        if (m_ending.load(std::memory_order_relaxed) == Ending::kDone && IsThreadAskedToEnd())
+            End(Ending::kCancelled);
+        return m_ending.load(std::memory_order_relaxed) != Ending::kDone;
+    }
 
     void End(Ending ending)
     {
@@ -314,6 +341,7 @@ ZipExtraction::ZipExtraction(PlainZipReader& reader, platform::ContainedFolder& 
 
 ZipExtraction::Ending ZipExtraction::Run()
 {
+    const LongOperation operation("unpacking an archive");
     Plan plan(*this);
     if (!plan.Make())
         return Ending::kCancelled;

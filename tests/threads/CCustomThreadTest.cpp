@@ -63,6 +63,22 @@ void Forever(Worker&)
         CXThread::SleepCurrentThread(1);
 }
 
+class HoldsItsLock : public CXThread
+{
+public:
+    HoldsItsLock() : CXThread(true) {}
+
+    std::atomic<bool> m_holdsIt{false};
+
+protected:
+    bool Run() override
+    {
+        m_holdsIt = Lock(true);
+        for (;;)
+            SleepCurrentThread(1);
+    }
+};
+
 /// Each test begins without workers and without the request to end.
 class CCustomThreads : public testing::Test
 {
@@ -225,11 +241,9 @@ TEST_F(CCustomThreads, TerminationChoosesItsVictims)
 
 TEST_F(CCustomThreads, TerminationKillsTheChildrenToo)
 {
-    const auto sleeps = [](void*) -> bool {
-        for (;;)
-            CXThread::SleepCurrentThread(1);
-    };
-    const std::unique_ptr<CXThread> child(CXThread::BeginThread(sleeps, nullptr, xThreadPriorityNormal, kOwned, 0));
+    const auto child = std::make_unique<HoldsItsLock>();
+    ASSERT_EQ(CXThread::BeginThread(child.get(), xThreadPriorityNormal, kOwned, 0), child.get());
+    ASSERT_TRUE(Eventually([&child] { return child->m_holdsIt.load(); }));
     const std::unique_ptr<CXThread> unrelated(
         CXThread::BeginThread([](void*) { return Eventually([] { return ShouldCancelThread(0); }); }, nullptr,
                               xThreadPriorityNormal, kOwned, 0));
@@ -250,6 +264,7 @@ TEST_F(CCustomThreads, TerminationKillsTheChildrenToo)
     unsigned exitCode = 77;
     EXPECT_TRUE(child->GetExitCode(exitCode)) << "a child";
     EXPECT_EQ(exitCode, 1u);
+    EXPECT_TRUE(child->IsTerminated() && !child->ShouldCancel()) << "though it held its object's lock";
     EXPECT_FALSE(unrelated->GetExitCode(exitCode));
     CXArray<unsigned __int64> children;
     EXPECT_EQ(GetChildThreads(parent.GetThreadID(), children), 0u);

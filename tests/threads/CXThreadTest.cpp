@@ -134,8 +134,63 @@ TEST(CXThread, EndsAsItsBodySays)
         EXPECT_EQ(thread.m_calls, c.calls);
         EXPECT_FALSE(thread.ResumeThread());
         EXPECT_TRUE(thread.SuspendThread()) << "also when the system refuses";
-        EXPECT_EQ(CXThread::BeginThread(&thread, xThreadPriorityNormal, 0, 0), nullptr);
-        EXPECT_FALSE(thread.IsFlagSet(CXThread::ThreadAutoDelete)) << "left alone by a second start";
+    }
+}
+
+TEST(CXThread, ASecondStartFails)
+{
+    const auto startAgain = [](CXThread* thread) {
+        XSetThreadException(new CXException);
+        EXPECT_EQ(CXThread::BeginThread(thread, xThreadPriorityNormal, 0, 0), nullptr);
+        EXPECT_EQ(XTakeThreadException(), nullptr);
+    };
+    // While the thread has not ended, the object is left alone.
+    const auto running = Begin([](TestThread& self) { return Eventually([&self] { return self.ShouldCancel(); }); });
+    startAgain(running.get());
+    EXPECT_FALSE(running->IsFlagSet(CXThread::ThreadAutoDelete));
+    running->SetCancel();
+    EXPECT_TRUE(running->WaitForEnd(kLongTimeMs));
+
+    // Afterwards it is deleted for a caller that can know of the end.
+    for (const bool asksFirst : {true, false})
+    {
+        auto ended = Begin([](TestThread&) { return true; });
+        namespace platform = tev::platform;
+        unsigned exitCode;
+        while (!platform::HasEnded(static_cast<platform::StartedThread*>(ended->GetThreadHandle()), exitCode))
+            std::this_thread::yield();
+        EXPECT_TRUE(!asksFirst || ended->IsTerminated());
+        TestThread* const object = ended.release();
+        g_living = 1;
+        std::thread([&] { startAgain(object); }).join();
+        EXPECT_EQ(g_living, asksFirst ? 0 : 1) << "another thread, which may be starting it as well";
+        if (!asksFirst)
+            startAgain(object);
+        EXPECT_EQ(g_living, 0);
+    }
+}
+
+TEST(CXThread, OfTwoStartsAtOnceOneWins)
+{
+    for (int round = 0; round < 300; ++round)
+    {
+        std::atomic<int> runs{0};
+        std::atomic<int> starters{0};
+        std::atomic<int> started{0};
+        TestThread thread([&runs](TestThread&) { return ++runs != 0; });
+        const auto start = [&] {
+            for (++starters; starters < 2;)
+            {
+            }
+            if (CXThread::BeginThread(&thread, xThreadPriorityNormal, kOwned, 0) != nullptr)
+                ++started;
+        };
+        std::thread other(start);
+        start();
+        other.join();
+        ASSERT_EQ(started, 1);
+        ASSERT_TRUE(thread.WaitForEnd(kLongTimeMs));
+        ASSERT_EQ(runs, 1);
     }
 }
 
@@ -253,6 +308,67 @@ TEST(CXThread, RunsItsFunctionToTheEndWithoutItsObject)
     EXPECT_TRUE(Eventually([&state] { return state.finished.load(); }));
 }
 
+TEST(CXThread, RunsItsFunctionOnWhenItsObjectIsDeletedWhileSuspended)
+{
+    static std::atomic<unsigned> count;
+    static std::atomic<bool> stop;
+    count = 0;
+    stop = false;
+    std::unique_ptr<CXThread> thread(CXThread::BeginThread(
+        [](void*) {
+            for (; !stop; ++count)
+                CXThread::SleepCurrentThread(0);
+            return true;
+        },
+        nullptr, xThreadPriorityNormal, kOwned, 0));
+    EXPECT_TRUE(Eventually([] { return count > 0; }));
+    thread->SuspendThread();
+    thread->SuspendThread();
+    const unsigned before = count;
+    thread.reset();
+    EXPECT_TRUE(Eventually([before] { return count > before; }));
+    stop = true;
+}
+
+TEST(CXThread, TheSystemCanEndABody)
+{
+    static std::atomic<pthread_t> id;
+    static std::atomic<bool> isUnwound;
+    const std::pair<const char*, bool (*)(TestThread&)> bodies[] = {
+        {"it exits", [](TestThread&) -> bool { pthread_exit(nullptr); }},
+        {"it is cancelled in a call of the library",
+         [](TestThread&) -> bool {
+             id = pthread_self();
+             for (;;)
+                 CXThread::SleepCurrentThread(1);
+         }},
+    };
+    for (const auto& [what, body] : bodies)
+    {
+        SCOPED_TRACE(what);
+        id = pthread_t{};
+        isUnwound = false;
+        const auto thread = Begin([run = body](TestThread& self) {
+            const std::shared_ptr<void> witness(nullptr, [](void*) { isUnwound = true; });
+            return run(self);
+        });
+        if (std::string(what) != "it exits")
+        {
+            ASSERT_TRUE(Eventually([] { return id != pthread_t{}; }));
+            pthread_cancel(id);
+        }
+        ASSERT_TRUE(thread->WaitForEnd(kLongTimeMs));
+        unsigned exitCode = 77;
+        EXPECT_TRUE(thread->IsTerminated() && thread->GetExitCode(exitCode));
+        EXPECT_EQ(exitCode, kFailed);
+        EXPECT_TRUE(isUnwound);
+    }
+    g_living = 0;
+    CXThread::BeginThread(new TestThread([](TestThread&) -> bool { pthread_exit(nullptr); }), xThreadPriorityNormal, 0,
+                          0);
+    EXPECT_TRUE(Eventually([] { return g_living == 0; })) << "auto-delete";
+}
+
 TEST(CXThread, StandsStillWhileItIsSuspended)
 {
     std::atomic<unsigned> count{0};
@@ -338,12 +454,13 @@ TEST(CXThread, PrioritiesAreWhatTheSystemAllows)
     EXPECT_FALSE(TestThread().SetThreadPriority(xThreadPriorityLowest));
 }
 
-TEST(CXThread, ItsLockHoldsUpItsEnd)
+TEST(CXThread, ItsLockHoldsUpItsEndOnly)
 {
     std::atomic<bool> ran{false};
     const auto thread = Begin([&ran](TestThread&) { return ran = true; }, kOwned | kSuspended);
     EXPECT_TRUE(thread->Lock(true));
     thread->ResumeThread();
+    EXPECT_TRUE(Eventually([&ran] { return ran.load(); })) << "while the lock is held";
     EXPECT_FALSE(thread->WaitForEnd(20));
     EXPECT_FALSE(thread->IsTerminated());
     EXPECT_TRUE(thread->Lock(false));

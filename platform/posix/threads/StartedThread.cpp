@@ -50,7 +50,7 @@ void Delist(StartedThread& thread) noexcept
 }
 
 // No object with a destructor may be in this function: a killed thread jumps back to it from anywhere.
-void RunProcedure(StartedThread& self) noexcept
+void RunProcedure(StartedThread& self)
 {
     if (sigsetjmp(self.m_end, 1) == 0)
     {
@@ -84,6 +84,23 @@ void Leave(StartedThread& thread) noexcept
 
 namespace
 {
+/// The thread also ends by the system's unwinding it (ForcedUnwind.h).
+class LeaveAtEnd
+{
+public:
+    explicit LeaveAtEnd(StartedThread& self) noexcept : m_self(self) {}
+    ~LeaveAtEnd()
+    {
+        SetStoppableThread(nullptr);
+        Leave(m_self);
+    }
+    LeaveAtEnd(const LeaveAtEnd&) = delete;
+    LeaveAtEnd& operator=(const LeaveAtEnd&) = delete;
+
+private:
+    StartedThread& m_self;
+};
+
 void* Enter(void* argument)
 {
     auto& self = *static_cast<StartedThread*>(argument);
@@ -94,9 +111,8 @@ void* Enter(void* argument)
     self.m_id.store(static_cast<std::uint32_t>(CurrentThreadId()));
     WakeAll(self.m_id);
 
+    const LeaveAtEnd leaving(self);
     RunProcedure(self);
-
-    Leave(self);
     return nullptr;
 }
 
@@ -118,7 +134,7 @@ std::uint64_t CurrentThreadId() noexcept
     return t_threadId;
 }
 
-void SleepThisThread(unsigned milliseconds) noexcept
+void SleepThisThread(unsigned milliseconds)
 {
     timespec left = {static_cast<time_t>(milliseconds / 1000), static_cast<long>(milliseconds % 1000) * 1000000};
     while (nanosleep(&left, &left) != 0 && errno == EINTR)
@@ -126,7 +142,8 @@ void SleepThisThread(unsigned milliseconds) noexcept
     }
 }
 
-StartedThread* StartThread(const ThreadProcedure& procedure, void* argument, std::size_t stackSize) noexcept
+StartedThread* StartThread(const ThreadProcedure& procedure, void* argument, std::size_t stackSize,
+                           ThreadOwner owner) noexcept
 {
     PrepareStops();
     auto* const thread = new (std::nothrow) StartedThread;
@@ -134,6 +151,7 @@ StartedThread* StartThread(const ThreadProcedure& procedure, void* argument, std
         return nullptr;
     thread->m_procedure = procedure;
     thread->m_argument = argument;
+    thread->m_owner = owner;
 
     pthread_attr_t attributes;
     bool started = pthread_attr_init(&attributes) == 0;
@@ -162,7 +180,7 @@ StartedThread* OpenThread(std::uint64_t id) noexcept
     const HeldLibraryLock held;
     const std::lock_guard guard(g_runningLock);
     StartedThread* thread = g_firstRunning;
-    while (thread != nullptr && thread->m_id.load() != id)
+    while (thread != nullptr && (thread->m_id.load() != id || thread->m_owner != ThreadOwner::Program))
         thread = thread->m_next;
     if (thread != nullptr)
         RetainThread(thread);

@@ -23,6 +23,8 @@ struct StartedThread
     // m_request: how often suspended, and whether to die. One word, because stopped threads wait on it.
     static constexpr std::uint32_t kDie = 0x80000000u;
 
+    static constexpr unsigned kUnwoundExitCode = 0xFFFFFFFFu; ///< of one that the system ended
+
     bool IsAskedToStop() const noexcept { return (m_request.load() & ~kDie) != 0; }
     bool IsAskedToDie() const noexcept { return (m_request.load() & kDie) != 0; }
     bool HasEnded() const noexcept { return m_ended.load(std::memory_order_acquire) != 0; }
@@ -30,6 +32,7 @@ struct StartedThread
     std::atomic<std::uint32_t> m_references{2}; ///< the starter's and the thread's own
     ThreadProcedure m_procedure{};
     void* m_argument = nullptr;
+    ThreadOwner m_owner = ThreadOwner::Program;
     pthread_t m_thread{};
     std::atomic<std::uint32_t> m_id{0};
     std::uint64_t m_number = 0;
@@ -40,7 +43,7 @@ struct StartedThread
     std::atomic<KillForce> m_killForce{KillForce::None};
     std::atomic<bool> m_wasKilled{false};
     std::atomic<bool> m_hasLeftRawly{false}; ///< it ended by KillForce::RawExit
-    std::atomic<unsigned> m_exitCode{0};
+    std::atomic<unsigned> m_exitCode{kUnwoundExitCode};
     std::atomic<unsigned> m_killedExitCode{0};
     std::atomic<unsigned> m_refusals{0}; ///< how often in a row it could not stop because of a lock
     sigjmp_buf m_end{};                  ///< where a killed thread jumps to

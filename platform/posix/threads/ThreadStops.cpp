@@ -3,6 +3,7 @@
 // the handler returns and the signal is sent again a little later.
 
 #include "platform/AddressWait.h"
+#include "platform/SharedWork.h"
 #include "platform/ThreadLocks.h"
 #include "platform/posix/threads/StartedThread.h"
 
@@ -130,11 +131,15 @@ void EndHere(StartedThread& self, const ucontext_t* context) noexcept
 {
     const KillForce force = self.m_killForce.load();
     const std::uint64_t held = HeldLocks();
+    const bool hasHelpers = !SharedWork::EndAll();
     if (held >= kLibraryLockWeight || (held != 0 && force == KillForce::WithoutLocks))
         return;
-    const bool jumps = context == nullptr || !IsRuntimeCode(InterruptedAt(*context)) || IsInWaitingCall(*context);
+    // Helpers may use the stack, which stays after the raw exit.
+    const bool jumps =
+        !hasHelpers && (context == nullptr || !IsRuntimeCode(InterruptedAt(*context)) || IsInWaitingCall(*context));
     if (!jumps && force != KillForce::RawExit)
         return;
+    SharedWork::AbandonAll();
     NoteKilled(self);
     if (jumps)
         siglongjmp(self.m_end, 1);
@@ -279,12 +284,18 @@ bool ResumeThread(StartedThread* thread) noexcept
     return true;
 }
 
-void LeaveStart(StartedThread* thread) noexcept
+void ContinueThread(StartedThread* thread) noexcept
 {
-    if (thread->m_hasLeftStart.load())
+    if (thread->m_killForce.load() != KillForce::None)
         return;
     thread->m_request.fetch_and(StartedThread::kDie);
     WakeAll(thread->m_request);
+}
+
+void LeaveStart(StartedThread* thread) noexcept
+{
+    if (!thread->m_hasLeftStart.load())
+        ContinueThread(thread);
 }
 
 bool KillThread(StartedThread* thread, unsigned exitCode) noexcept
