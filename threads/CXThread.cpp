@@ -95,11 +95,11 @@ public:
         CXThread* toDelete = nullptr;
         {
             const tev::LockGuard guard(m_shared.lock);
-            if (CXThread* const object = m_shared.object.load())
+            if (CXThread* const ended = m_shared.object.load())
             {
-                object->m_state.fetch_and(~kRunning);
-                const unsigned flags = object->m_flags.fetch_or(ThreadTerminated);
-                toDelete = (flags & ThreadAutoDelete) != 0 ? object : nullptr;
+                ended->m_state.fetch_and(~kRunning);
+                const unsigned flags = ended->m_flags.fetch_or(ThreadTerminated);
+                toDelete = (flags & ThreadAutoDelete) != 0 ? ended : nullptr;
             }
         }
         delete toDelete;
