@@ -11,11 +11,11 @@ namespace tev
 [[nodiscard]] bool IsPipeOrDevice(const wchar_t* path);
 
 /// Replaces a file by another one, or leaves it as it is: the new contents are written to a temporary file in the same
-/// folder, flushed to the disk, and then renamed over it. A reader gets the old file or the new one. A symbolic link stays
-/// one, and leads to the new file, which takes over permissions and ownership.
+/// folder, flushed to the disk, and then renamed over it. A reader gets the old file or the new one. A symbolic link
+/// stays one, and leads to the new file, which takes over permissions and ownership.
 ///
-/// While the object exists, no other FileReplacement, in any process, replaces files in the same folder, so that what is
-/// read meanwhile is what is replaced. Everything throws CXFileException. One thread at a time.
+/// While the object exists, no other FileReplacement, in any process, replaces files in the same folder, so that what
+/// is read meanwhile is what is replaced. Everything throws CXFileException. One thread at a time.
 class FileReplacement
 {
 public:
@@ -28,8 +28,8 @@ public:
 
     /// Begins new contents, which the caller writes to the returned file.
     CXFile& Begin();
-    /// Makes them the file's contents. With a suffix they become those of the file whose name has that suffix appended, and
-    /// new contents may be begun.
+    /// Makes them the file's contents. With a suffix they become those of the file whose name has that suffix appended,
+    /// and new contents may be begun.
     void Commit(const wchar_t* suffix = L"");
 
 private:

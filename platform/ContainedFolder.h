@@ -40,8 +40,8 @@ protected:
     ContainedFile() = default;
 };
 
-/// A folder that is held open while files are created and removed in it, by names relative to it. Nothing outside is ever
-/// reached: a name that leads through a symbolic link fails, also when the link is created meanwhile.
+/// A folder that is held open while files are created and removed in it, by names relative to it. Nothing outside is
+/// ever reached: a name that leads through a symbolic link fails, also when the link is created meanwhile.
 ///
 /// Names are UTF-8, their components separated by single '/', none of them "." or ".."; others fail with EINVAL. Which
 /// names from outside are acceptable is decided by zip/EntryName.h. Operations that fail return false, or null,
@@ -80,15 +80,16 @@ public:
 
     /// Creates a folder, and those above it that are missing. True when it exists already.
     [[nodiscard]] virtual bool CreateFolders(std::string_view name) = 0;
-    /// Creates a file, and the folders above it that are missing, with the permissions of every new file. A regular file of
-    /// that name that may be written to is replaced in one step when the new one is kept; anything else of that name is a
-    /// failure, and so is a full path that is too long to be opened. The file must be destroyed before the folder.
+    /// Creates a file, and the folders above it that are missing, with the permissions of every new file. A regular
+    /// file of that name that may be written to is replaced in one step when the new one is kept; anything else of that
+    /// name is a failure, and so is a full path that is too long to be opened. The file must be destroyed before the
+    /// folder.
     [[nodiscard]] virtual std::unique_ptr<ContainedFile> CreateFile(std::string_view name) = 0;
-    /// Removes a file if it has that identity; another file of that name stays, and the call fails with EEXIST. True when
-    /// there is none.
+    /// Removes a file if it has that identity; another file of that name stays, and the call fails with EEXIST. True
+    /// when there is none.
     [[nodiscard]] virtual bool Remove(std::string_view name, const FileIdentity& identity) = 0;
-    /// Removes the contents of the folder recursively; links are removed, their targets stay. Continues after a failure, to
-    /// leave as little as possible.
+    /// Removes the contents of the folder recursively; links are removed, their targets stay. Continues after a
+    /// failure, to leave as little as possible.
     [[nodiscard]] virtual bool RemoveContents() = 0;
 
 protected:

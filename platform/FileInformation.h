@@ -4,9 +4,9 @@
 #include <optional>
 #include <string>
 
-// Information about the file or folder at a path, and operations on folders. Paths are in the library's wide form (see platform/PathNames.h). Links are followed.
-// Operations that fail return false with the error in errno, where LastSystemError() reads it.
-// Safe from several threads at once.
+// Information about the file or folder at a path, and operations on folders. Paths are in the library's wide form (see
+// platform/PathNames.h). Links are followed. Operations that fail return false with the error in errno, where
+// LastSystemError() reads it. Safe from several threads at once.
 
 namespace tev::platform
 {
@@ -41,8 +41,8 @@ struct FileInformation
 /// Whether this user may create files in the folder.
 bool IsWritableFolder(const wchar_t* path);
 
-/// Creates a folder with a new name that begins with `prefix` in the folder for temporary files, accessible to this user
-/// only.
+/// Creates a folder with a new name that begins with `prefix` in the folder for temporary files, accessible to this
+/// user only.
 [[nodiscard]] bool CreateTemporaryFolder(const wchar_t* prefix, std::wstring& path);
 
 /// The user's home folder; empty when there is none.

@@ -35,22 +35,22 @@ struct FileOpenMode
     bool inherit = false;   ///< programs that this process starts inherit the handle
 };
 
-/// The library opens, reads, writes and closes every file through the process's FileSystem, so that tests can replace it by
-/// a failing one and another system needs only one more implementation.
-/// The operations fail by returning false (Open: null) with the error in errno, where LastSystemError() reads it.
-/// Safe from several threads at once; one handle is used by one thread at a time.
+/// The library opens, reads, writes and closes every file through the process's FileSystem, so that tests can replace
+/// it by a failing one and another system needs only one more implementation. The operations fail by returning false
+/// (Open: null) with the error in errno, where LastSystemError() reads it. Safe from several threads at once; one
+/// handle is used by one thread at a time.
 class FileSystem
 {
 public:
     /// Opens a file. The path is in the library's wide form (see platform/PathNames.h), of any length.
-    /// Among openers that use this function, it fails with ETXTBSY unless the access of each is permitted by the sharing of
-    /// all others; truncating counts as write access. The rule holds until the last copy of the handle is closed, also by
-    /// the end of its process. Before it fails so, it retries for a few milliseconds. Files that are not regular, and file
-    /// systems without locks, are not guarded. A folder is refused (EISDIR).
+    /// Among openers that use this function, it fails with ETXTBSY unless the access of each is permitted by the
+    /// sharing of all others; truncating counts as write access. The rule holds until the last copy of the handle is
+    /// closed, also by the end of its process. Before it fails so, it retries for a few milliseconds. Files that are
+    /// not regular, and file systems without locks, are not guarded. A folder is refused (EISDIR).
     virtual FileHandle Open(const wchar_t* path, const FileOpenMode& mode) = 0;
 
-    /// Reads bytes at the position, which advances by as many. Returns less than `count` only at the end of the file, or
-    /// when the source failed after it delivered a part. 0 bytes and true: the end.
+    /// Reads bytes at the position, which advances by as many. Returns less than `count` only at the end of the file,
+    /// or when the source failed after it delivered a part. 0 bytes and true: the end.
     [[nodiscard]] virtual bool Read(FileHandle file, void* buffer, std::size_t count, std::size_t& delivered) = 0;
 
     /// Writes bytes at the position, which advances by as many. Less than `count` and true: the target took no more.
@@ -78,17 +78,17 @@ public:
     /// Resolves symbolic links in the last component: the path itself, or the final target, which need not exist.
     [[nodiscard]] virtual bool ResolveLinks(const wchar_t* path, std::wstring& target) = 0;
 
-    /// Waits until no other process or thread holds the lock of the folder that contains the path, and takes it until the
-    /// handle is closed. Fails with ETXTBSY after `timeoutMs`. Locks nothing where the file system has no locks.
+    /// Waits until no other process or thread holds the lock of the folder that contains the path, and takes it until
+    /// the handle is closed. Fails with ETXTBSY after `timeoutMs`. Locks nothing where the file system has no locks.
     virtual FileHandle LockFolder(const wchar_t* path, unsigned timeoutMs) = 0;
 
-    /// Creates a file for writing, in place of one that may have been left over there. It gets the permissions, the group
-    /// and, where the system permits it, the owner of the file at `model`, when there is one; that must be a regular file
-    /// to which this user may write.
+    /// Creates a file for writing, in place of one that may have been left over there. It gets the permissions, the
+    /// group and, where the system permits it, the owner of the file at `model`, when there is one; that must be a
+    /// regular file to which this user may write.
     virtual FileHandle CreateLike(const wchar_t* path, const wchar_t* model) = 0;
 
-    /// Gives a file the name of another one in the same folder, which it replaces in one step; returns when that is on the
-    /// disk.
+    /// Gives a file the name of another one in the same folder, which it replaces in one step; returns when that is on
+    /// the disk.
     [[nodiscard]] virtual bool Rename(const wchar_t* path, const wchar_t* newPath) = 0;
 
     [[nodiscard]] virtual bool Remove(const wchar_t* path) = 0;
@@ -103,8 +103,8 @@ FileSystem& CurrentFileSystem() noexcept;
 /// The one that goes to the operating system.
 FileSystem& SystemFileSystem() noexcept;
 
-/// Replaces the process's file system, null for the system's own, and returns the previous one. Files that are open must
-/// be closed through the one that opened them, or through one that forwards to it.
+/// Replaces the process's file system, null for the system's own, and returns the previous one. Files that are open
+/// must be closed through the one that opened them, or through one that forwards to it.
 FileSystem* ReplaceFileSystem(FileSystem* replacement) noexcept;
 
 /// The handle of an open descriptor, which stays the caller's to close; null for a negative one.

@@ -10,9 +10,9 @@ namespace tev::platform
 /// The largest transfer of one system call. Some systems refuse more than this, others transfer less than requested.
 constexpr std::size_t kMaxTransfer = 0x7ffff000;
 
-/// Calls `readOnce(bytes, count)`, which behaves like read(2), until `count` bytes are read, or the source ends or fails.
-/// An interrupted call is repeated. False, with the error in errno, only when the source failed before anything was read:
-/// what was read before a failure is delivered, and the next call meets the failure again.
+/// Calls `readOnce(bytes, count)`, which behaves like read(2), until `count` bytes are read, or the source ends or
+/// fails. An interrupted call is repeated. False, with the error in errno, only when the source failed before anything
+/// was read: what was read before a failure is delivered, and the next call meets the failure again.
 template <class ReadOnce>
 [[nodiscard]] bool ReadFully(ReadOnce&& readOnce, void* buffer, std::size_t count, std::size_t& delivered)
 {
@@ -31,9 +31,9 @@ template <class ReadOnce>
     return true;
 }
 
-/// Calls `writeOnce(bytes, count)`, which behaves like write(2), until `count` bytes are written, or it takes none or fails.
-/// An interrupted call is repeated. False, with the error in errno, when it failed, even after a part was written;
-/// `written` is right in every case.
+/// Calls `writeOnce(bytes, count)`, which behaves like write(2), until `count` bytes are written, or it takes none or
+/// fails. An interrupted call is repeated. False, with the error in errno, when it failed, even after a part was
+/// written; `written` is right in every case.
 template <class WriteOnce>
 [[nodiscard]] bool WriteFully(WriteOnce&& writeOnce, const void* buffer, std::size_t count, std::size_t& written)
 {

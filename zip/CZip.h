@@ -17,8 +17,8 @@ struct ZipOutcome;
 /// A ZIP archive: listed, searched, extracted from, and changed. For unpacking a whole archive take CMiniZip.
 ///
 /// Changes take effect when the archive is closed. It is written anew beside the old one, which it then replaces in one
-/// step; when that fails or is cancelled the old one stays as it was. Files that are added are read then. Until then the
-/// list of entries shows the archive as it will be.
+/// step; when that fails or is cancelled the old one stays as it was. Files that are added are read then. Until then
+/// the list of entries shows the archive as it will be.
 ///
 /// No failure of the engine leaves an operation as an exception unless that is asked for; GetLastFailure() returns the
 /// reason. One thread at a time.
@@ -31,13 +31,13 @@ public:
     CZip(const CZip&) = delete;
     CZip& operator=(const CZip&) = delete;
 
-    /// Opens or creates an archive. One that cannot be written to is refused, unless it is opened read-only; a split one
-    /// (name.z01, name.z02, ..., name.zip, of which the last is named) is always read-only. False, or with `throwOnError`
-    /// CXFileException of cause fileGeneric without a file name, on failure, also when an archive is open already. The
-    /// callback, which may be null, must live as long as the archive is open.
+    /// Opens or creates an archive. One that cannot be written to is refused, unless it is opened read-only; a split
+    /// one (name.z01, name.z02, ..., name.zip, of which the last is named) is always read-only. False, or with
+    /// `throwOnError` CXFileException of cause fileGeneric without a file name, on failure, also when an archive is
+    /// open already. The callback, which may be null, must live as long as the archive is open.
     bool Open(const wchar_t* path, ZipOpenMode mode, bool throwOnError, CZipExtractCallback* callback);
-    /// Saves what was changed, and closes the archive in any case. With `throwOnError` CXFileException of cause fileGeneric
-    /// is thrown when saving failed, or was cancelled.
+    /// Saves what was changed, and closes the archive in any case. With `throwOnError` CXFileException of cause
+    /// fileGeneric is thrown when saving failed, or was cancelled.
     void Close(bool throwOnError);
     /// Closes the archive without saving: it stays as it was, and a new one is not created.
     void Discard() noexcept;
@@ -46,40 +46,42 @@ public:
     /// As it was given to Open; empty when closed.
     CXTString<wchar_t> GetArchivePath() const { return m_archivePath; }
 
-    /// For reading encrypted entries, and for encrypting those that are added from now on. Null or empty for none. Holds
-    /// until it is set anew or the archive is closed; may be set before Open.
+    /// For reading encrypted entries, and for encrypting those that are added from now on. Null or empty for none.
+    /// Holds until it is set anew or the archive is closed; may be set before Open.
     void SetPassword(const wchar_t* password, XZipEncryption encryption = XZipEncryption::kAes256);
 
-    /// What may be extracted between Open and Close; entries that declare more are refused, and none gets larger than it
-    /// declares. Holds until it is set anew.
+    /// What may be extracted between Open and Close; entries that declare more are refused, and none gets larger than
+    /// it declares. Holds until it is set anew.
     void SetLimits(const CXExtractionLimits& limits) noexcept { m_limits = limits; }
 
     // The list of entries. Indexes run from 0; deleting an entry shifts those after it.
 
     int GetCount(bool filesOnly) const;
     bool GetFileInfo(CZipFileInfo& info, unsigned int index) const;
-    /// The first entry of that name, in which '/' and '\' both separate; xZipNoEntry when there is none. With `nameOnly`
-    /// folders in the entries' names are ignored. The first search builds an index in time proportional to the list.
+    /// The first entry of that name, in which '/' and '\' both separate; xZipNoEntry when there is none. With
+    /// `nameOnly` folders in the entries' names are ignored. The first search builds an index in time proportional to
+    /// the list.
     unsigned int FindFile(const wchar_t* name, bool caseSensitive, bool nameOnly);
-    /// Replaces `indexes` by those of the entries whose whole name, or with `nameOnly` whose name without folders, matches:
-    /// '*' stands for any characters, separators too, '?' for one. Returns how many there are.
+    /// Replaces `indexes` by those of the entries whose whole name, or with `nameOnly` whose name without folders,
+    /// matches: '*' stands for any characters, separators too, '?' for one. Returns how many there are.
     int FindMatchingFiles(CXArray<unsigned int, unsigned int>& indexes, const wchar_t* pattern, bool caseSensitive,
                           bool nameOnly) const;
 
     /// Extracts an entry into a folder, which is created where it is missing: nothing outside is ever written. With
-    /// `withFolders` the folders of the entry's name are created there. `newName` replaces the entry's own name, null or
-    /// empty does not. A regular file of that name is replaced when the new one is complete; nothing is left of an entry
-    /// that fails. With `throwOnError` CXFileException of cause fileGeneric is thrown instead of returning zipFailed.
+    /// `withFolders` the folders of the entry's name are created there. `newName` replaces the entry's own name, null
+    /// or empty does not. A regular file of that name is replaced when the new one is complete; nothing is left of an
+    /// entry that fails. With `throwOnError` CXFileException of cause fileGeneric is thrown instead of returning
+    /// zipFailed.
     ZipExtractResult ExtractFile(unsigned int index, const wchar_t* destPath, bool withFolders, const wchar_t* newName,
                                  bool throwOnError);
     /// Reads an entry and checks it, without writing anything. OnExtractEntry is not called.
     ZipExtractResult TestFile(unsigned int index);
 
-    // Changes. Each is made completely or not at all; false when it is not. Names of entries are case-sensitive, '/' and
-    // '\' both separate.
+    // Changes. Each is made completely or not at all; false when it is not. Names of entries are case-sensitive, '/'
+    // and '\' both separate.
 
-    /// Adds a file, or a folder without its contents, under its own name or, with `fullPath`, its path without drive and
-    /// root. A name that exists is refused.
+    /// Adds a file, or a folder without its contents, under its own name or, with `fullPath`, its path without drive
+    /// and root. A name that exists is refused.
     bool AddNewFile(const wchar_t* path, bool fullPath, ZipCompressionLevel level);
     bool AddNewFile(const wchar_t* path, const wchar_t* nameInArchive, ZipCompressionLevel level);
     /// Deletes all entries of these names; a folder's entry without those beneath it.
@@ -93,11 +95,11 @@ public:
     /// The system's error code (2 not found, 5 access denied, 112 disk full, ...) of a failure of kind kSystem, else 0.
     unsigned int GetLastSystemError() const noexcept { return m_systemError; }
 
-    /// Splits a path that runs through an archive: `path` becomes that of the archive, and `innerPath` the folder inside it
-    /// with '\' between its components and at its end, empty for the archive's own root. An archive is a file that exists
-    /// and has an extension of ZIP files in the registry of file types; after it the extension is enough, so that an
-    /// archive inside the archive is found: `n` selects the nth, 0 the outermost. False, with nothing changed, when there is
-    /// none.
+    /// Splits a path that runs through an archive: `path` becomes that of the archive, and `innerPath` the folder
+    /// inside it with '\' between its components and at its end, empty for the archive's own root. An archive is a file
+    /// that exists and has an extension of ZIP files in the registry of file types; after it the extension is enough,
+    /// so that an archive inside the archive is found: `n` selects the nth, 0 the outermost. False, with nothing
+    /// changed, when there is none.
     static bool ExtractDirInfo(CXTString<wchar_t>& path, CXTString<wchar_t>& innerPath, int n);
 
 private:

@@ -15,9 +15,9 @@ enum class XZipAction : unsigned int
     kSaving ///< includes adding, deleting and renaming, which happen when the archive is saved
 };
 
-/// What an archive calls while it works, on the thread that called it. An exception that these operations throw leaves the
-/// operation that they were called from, which counts as cancelled then. They must not call the archive. One thread at a
-/// time.
+/// What an archive calls while it works, on the thread that called it. An exception that these operations throw leaves
+/// the operation that they were called from, which counts as cancelled then. They must not call the archive. One thread
+/// at a time.
 class TEVTOOLS_API CXZipCallback
 {
 public:
@@ -47,7 +47,8 @@ private:
     unsigned int m_engineStep = 0;
 };
 
-/// Reports to a user what an archive does, and lets the user cancel it and decide for each entry whether it is extracted.
+/// Reports to a user what an archive does, and lets the user cancel it and decide for each entry whether it is
+/// extracted.
 class TEVTOOLS_API CZipExtractCallback : public CXZipCallback
 {
 public:

@@ -20,12 +20,13 @@ public:
     CZipFileInfo& operator=(CZipFileInfo&&) = default;
     virtual ~CZipFileInfo();
 
-    /// With the folders, separated by '/', as stored in the archive: it may lead anywhere. A folder's name ends with '/'.
+    /// With the folders, separated by '/', as stored in the archive: it may lead anywhere. A folder's name ends with
+    /// '/'.
     CXTString<wchar_t> GetFileName() const { return m_fileName; }
     bool IsDirectory() const noexcept { return (m_attributes & kDirectoryAttribute) != 0; }
 
-    // Seconds since 1970-01-01 UTC; 0 where the archive does not store it. Most archives store the last change only, many
-    // to two seconds and in the local time of the system that made them.
+    // Seconds since 1970-01-01 UTC; 0 where the archive does not store it. Most archives store the last change only,
+    // many to two seconds and in the local time of the system that made them.
 
     __int64 GetCreationTime() const noexcept { return m_creationTime; }
     __int64 GetLastAccessTime() const noexcept { return m_lastAccessTime; }

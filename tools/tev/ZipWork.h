@@ -12,8 +12,8 @@
 namespace tev::tool
 {
 
-/// An open archive that shows its progress on a terminal. An interrupt leaves the archive unchanged, and so does destroying
-/// this object without Save().
+/// An open archive that shows its progress on a terminal. An interrupt leaves the archive unchanged, and so does
+/// destroying this object without Save().
 class ZipWork final : private CZipExtractCallback
 {
 public:

@@ -3,8 +3,8 @@
 // those of others in the ranges that contradict them. The second opener sees the first one; two that open at the same
 // moment may see each other, so both release their locks and retry after a short random time.
 //
-// The bytes are chosen at random, because a descriptor that can only read can only set shared locks and one that can only
-// write only exclusive ones, and both kinds must live together in one range.
+// The bytes are chosen at random, because a descriptor that can only read can only set shared locks and one that can
+// only write only exclusive ones, and both kinds must live together in one range.
 
 #include "platform/posix/files/FileSharing.h"
 
