@@ -1,7 +1,6 @@
 #include "files/FileReplacement.h"
 
 #include "objects/CXFileException.h"
-#include "platform/FileInformation.h"
 #include "platform/FileSystem.h"
 
 namespace tev
@@ -12,19 +11,12 @@ constexpr unsigned kPatienceMs = 10000;
 constexpr const wchar_t* kTemporarySuffix = L".tmp";
 } // namespace
 
-bool IsPipeOrDevice(const wchar_t* path)
-{
-    platform::FileInformation information;
-    return platform::GetFileInformation(path, information) && information.kind == platform::FileKind::Other;
-}
-
-FileReplacement::FileReplacement(const wchar_t* path) : m_path(path)
+FileReplacement::FileReplacement(const wchar_t* path, TemporaryName naming) : m_naming(naming), m_path(path)
 {
     platform::FileSystem& files = platform::CurrentFileSystem();
     Require(files.ResolveLinks(path, m_path));
-    m_temporary = m_path + kTemporarySuffix;
-    m_lock = files.LockFolder(m_path.c_str(), kPatienceMs);
-    Require(m_lock != nullptr);
+    m_folder = files.LockFolder(m_path.c_str(), kPatienceMs);
+    Require(m_folder != nullptr);
 }
 
 FileReplacement::~FileReplacement()
@@ -32,27 +24,47 @@ FileReplacement::~FileReplacement()
     if (m_file)
         m_file->Abort();
     platform::FileSystem& files = platform::CurrentFileSystem();
-    if (m_isWritten)
+    if (m_isNamed)
         static_cast<void>(files.Remove(m_temporary.c_str()));
-    static_cast<void>(files.Close(m_lock));
+    static_cast<void>(files.Close(m_folder));
 }
 
 CXFile& FileReplacement::Begin()
 {
-    void* handle = platform::CurrentFileSystem().CreateLike(m_temporary.c_str(), m_path.c_str());
-    Require(handle != nullptr);
-    m_isWritten = true;
-    m_file.emplace(handle, true);
-    m_file->SetFilePath(m_temporary.c_str());
+    platform::FileSystem& files = platform::CurrentFileSystem();
+    bool isNamed = true;
+    if (m_naming == TemporaryName::Own)
+    {
+        m_handle = files.CreateTemporary(m_path.c_str(), m_temporary, isNamed);
+    }
+    else
+    {
+        m_temporary = m_path + kTemporarySuffix;
+        m_handle = files.CreateLike(m_temporary.c_str(), m_path.c_str());
+    }
+    Require(m_handle != nullptr);
+    m_isNamed = isNamed;
+    m_file.emplace(m_handle, true);
+    m_file->SetFilePath(m_path.c_str());
     return *m_file;
 }
 
 void FileReplacement::Commit(const wchar_t* suffix)
 {
+    platform::FileSystem& files = platform::CurrentFileSystem();
+    const std::wstring target = m_path + suffix;
     m_file->Flush();
+    if (!m_isNamed)
+    {
+        Require(files.Name(m_handle, m_temporary.c_str()));
+        m_isNamed = true;
+    }
     m_file->Close();
-    Require(platform::CurrentFileSystem().Rename(m_temporary.c_str(), (m_path + suffix).c_str()));
-    m_isWritten = false;
+    Require(files.Rename(m_temporary.c_str(), target.c_str()));
+    m_isNamed = false;
+    Require(files.SyncFolder(m_folder));
+    if (m_naming == TemporaryName::Own)
+        files.RemoveLeftTemporaries(m_folder);
 }
 
 // The system's last error is that of the call whose outcome this is.

@@ -23,6 +23,7 @@ struct FileInformation
     std::uint64_t device = 0; ///< with `number` the identity, the same under all names of a file
     std::uint64_t number = 0;
     std::uint64_t size = 0;
+    unsigned permissions = 0;             ///< of owner, group and others, three bits each
     std::int64_t lastWrite = 0;           ///< seconds since 1970-01-01 UTC, rounded down
     std::optional<std::int64_t> creation; ///< nothing where the file system does not keep it
 };

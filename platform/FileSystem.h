@@ -33,6 +33,9 @@ struct FileOpenMode
     bool create = false;    ///< a missing file is created
     bool truncate = false;  ///< an existing file loses its contents, once the open is sure to succeed
     bool inherit = false;   ///< programs that this process starts inherit the handle
+    /// Anything but a regular file is refused (EINVAL, a folder EISDIR), and a pipe does not block the open. For files
+    /// that the user does not name as a pipe, and another program may have replaced by one.
+    bool regularOnly = false;
 };
 
 /// The library opens, reads, writes and closes every file through the process's FileSystem, so that tests can replace
@@ -82,15 +85,29 @@ public:
     /// the handle is closed. Fails with ETXTBSY after `timeoutMs`. Locks nothing where the file system has no locks.
     virtual FileHandle LockFolder(const wchar_t* path, unsigned timeoutMs) = 0;
 
-    /// Creates a file for writing, in place of one that may have been left over there. It gets the permissions, the
-    /// group and, where the system permits it, the owner of the file at `model`, when there is one; that must be a
-    /// regular file to which this user may write.
+    /// Creates a file for writing, in place of one that may have been left over there. It gets the permissions, the group
+    /// and, where the system permits it, the owner of the file at `model`, when there is one; that must be a regular file
+    /// to which this user may write.
     virtual FileHandle CreateLike(const wchar_t* path, const wchar_t* model) = 0;
 
-    /// Gives a file the name of another one in the same folder, which it replaces in one step; returns when that is on
-    /// the disk.
+    /// As CreateLike, but in the folder of `model` under a name that no other file has, which `path` becomes. Where the
+    /// system can, `isNamed` is false: then the file has no name until Name gives it that one, and nothing is left of it
+    /// when it is closed before.
+    virtual FileHandle CreateTemporary(const wchar_t* model, std::wstring& path, bool& isNamed) = 0;
+
+    /// Gives a file without a name that one; fails when another file has it.
+    [[nodiscard]] virtual bool Name(FileHandle file, const wchar_t* path) = 0;
+
+    /// Gives a file the name of another one in the same folder, which it replaces in one step.
     [[nodiscard]] virtual bool Rename(const wchar_t* path, const wchar_t* newPath) = 0;
 
+    /// Returns when the names in a locked folder are on the disk; true where the file system does not support that.
+    [[nodiscard]] virtual bool SyncFolder(FileHandle folder) = 0;
+
+    /// Removes temporary files that ended processes left in a locked folder, as far as that is possible.
+    virtual void RemoveLeftTemporaries(FileHandle folder) noexcept = 0;
+
+    /// Allocates nothing, so that clean-up succeeds without memory.
     [[nodiscard]] virtual bool Remove(const wchar_t* path) = 0;
 
 protected:

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 
 namespace tev::platform
@@ -18,7 +19,11 @@ constexpr wchar_t kPathSeparator = L'/';
 /// value above U+10FFFF). Null counts as empty. Safe from several threads at once.
 [[nodiscard]] bool WidePathToSystem(const wchar_t* path, std::string& result);
 
-/// As above, but empty for a path that no name can have: no file has an empty path.
+/// As above into a buffer of `size` bytes, NUL-terminated, without an allocation. False also when the buffer is too small:
+/// `isTooLong` tells the two reasons apart.
+[[nodiscard]] bool WidePathToSystem(const wchar_t* path, char* buffer, std::size_t size, bool& isTooLong) noexcept;
+
+/// As WidePathToSystem, but empty for a path that no name can have: no file has an empty path.
 [[nodiscard]] std::string SystemPathOf(const wchar_t* path);
 
 /// The inverse for a name that came from the system: each byte that is not part of valid UTF-8 becomes one of

@@ -1,8 +1,8 @@
 // Stores in preference files.
 
 #include "base/LittleEndian.h"
-#include "files/CXFile.h"
 #include "files/FileReplacement.h"
+#include "files/RegularFile.h"
 #include "objects/CXException.h"
 #include "objects/CXFileException.h"
 #include "objects/ResultOr.h"
@@ -62,18 +62,13 @@ Bytes ReadAll(CXFile& file)
 /// throws CXFileException when it cannot be read.
 bool ReadFile(const Text& path, Bytes& bytes)
 {
-    if (tev::IsPipeOrDevice(path))
-        CXFileException::Throw(fileInvalidFile, path);
-    CXFile file;
     CXFileException error;
-    if (!file.Open(path, CXFile::modeRead | CXFile::shareDenyNone | CXFile::modeNoInherit, &error))
-    {
-        if (error.GetCause() == fileNotFound)
-            return false;
+    tev::RegularFile file;
+    if (file.Open(path, error))
+        bytes = ReadAll(file);
+    else if (error.GetCause() != fileNotFound)
         CXFileException::Throw(error.GetCause(), path);
-    }
-    bytes = ReadAll(file);
-    return true;
+    return file.IsOpen();
 }
 
 void WriteAll(CXFile& file, const unsigned char* bytes, std::size_t size)
@@ -159,7 +154,8 @@ thread_local const UpdatedFolder* UpdatedFolder::t_innermost = nullptr;
 class Rewriting
 {
 public:
-    Rewriting(const Text& path, unsigned key1, unsigned key2) : m_replacement(Refused(path)), m_key1(key1), m_key2(key2)
+    Rewriting(const Text& path, unsigned key1, unsigned key2)
+        : m_replacement(Refused(path), tev::TemporaryName::Suffix), m_key1(key1), m_key2(key2)
     {
         ReadFile(path, m_old);
         m_isSound = tev::SplitPreferences(m_old, m_records);

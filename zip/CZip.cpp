@@ -4,16 +4,14 @@
 #include "services/CPathString.h"
 #include "services/FileTypeRegistry.h"
 #include "services/Paths.h"
-#include "text/TextEncoding.h"
-#include "text/TextView.h"
+#include "zip/Password.h"
 #include "zip/ZipArchive.h"
 
 #include <new>
-#include <string>
 
 namespace
 {
-using tev::ViewOf;
+using tev::Password;
 using tev::ZipArchive;
 using tev::ZipOutcome;
 
@@ -40,13 +38,6 @@ ZipOutcome OrNoMemory(Work&& work)
     {
     }
     return {XZipFailure::kSystem, kNotEnoughMemory};
-}
-
-std::string Utf8Of(const CXTString<wchar_t>& text)
-{
-    CXTString<char> bytes;
-    static_cast<void>(XEncodeText(text.GetConstBuffer(), text.GetLength64(), xEncodingUtf8, bytes));
-    return std::string(ViewOf(bytes));
 }
 
 bool HasZipExtension(const CXTString<wchar_t>& name)
@@ -85,6 +76,7 @@ CZip::~CZip()
     catch (...) // from the callback; a destructor cannot report it
     {
     }
+    tev::OverwriteText(m_password); // set, and no archive opened
 }
 
 bool CZip::Note(const ZipOutcome& outcome) const noexcept
@@ -129,8 +121,8 @@ void CZip::Close(bool throwOnError)
 void CZip::Discard() noexcept
 {
     m_archive.reset();
-    m_archivePath.Empty();
-    m_password.Empty();
+    m_archivePath = CXTString<wchar_t>(); // never allocates
+    tev::OverwriteText(m_password);
 }
 
 bool CZip::IsReadOnly() const noexcept
@@ -140,6 +132,7 @@ bool CZip::IsReadOnly() const noexcept
 
 void CZip::SetPassword(const wchar_t* password, XZipEncryption encryption)
 {
+    tev::OverwriteText(m_password);
     m_password = password;
     m_encryption = encryption;
 }
@@ -185,7 +178,7 @@ ZipExtractResult CZip::ExtractFile(unsigned int index, const wchar_t* destPath, 
                                    const wchar_t* newName, bool throwOnError)
 {
     const bool isExtracted = Attempt([&](ZipArchive& archive) {
-        return archive.Extract(index, {destPath, withFolders, newName}, Utf8Of(m_password), m_limits);
+        return archive.Extract(index, {destPath, withFolders, newName}, Password(m_password).Utf8(), m_limits);
     });
     const ZipExtractResult result = ResultOf(m_failure);
     if (!isExtracted && result == zipFailed && throwOnError)
@@ -195,7 +188,7 @@ ZipExtractResult CZip::ExtractFile(unsigned int index, const wchar_t* destPath, 
 
 ZipExtractResult CZip::TestFile(unsigned int index)
 {
-    Attempt([&](ZipArchive& archive) { return archive.Test(index, Utf8Of(m_password)); });
+    Attempt([&](ZipArchive& archive) { return archive.Test(index, Password(m_password).Utf8()); });
     return ResultOf(m_failure);
 }
 
@@ -209,7 +202,7 @@ bool CZip::AddNewFile(const wchar_t* path, bool fullPath, ZipCompressionLevel le
 bool CZip::AddNewFile(const wchar_t* path, const wchar_t* nameInArchive, ZipCompressionLevel level)
 {
     return Attempt([&](ZipArchive& archive) {
-        return archive.Add(path, nameInArchive, level, {Utf8Of(m_password), m_encryption});
+        return archive.Add(path, nameInArchive, level, {Password(m_password), m_encryption});
     });
 }
 

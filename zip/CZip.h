@@ -16,9 +16,10 @@ struct ZipOutcome;
 
 /// A ZIP archive: listed, searched, extracted from, and changed. For unpacking a whole archive take CMiniZip.
 ///
-/// Changes take effect when the archive is closed. It is written anew beside the old one, which it then replaces in one
-/// step; when that fails or is cancelled the old one stays as it was. Files that are added are read then. Until then
-/// the list of entries shows the archive as it will be.
+/// Changes take effect when the archive is closed: a new one is written to a temporary file in the same folder, without a
+/// name or with one of its own, and then replaces the old one in one step. When saving fails or is cancelled, the old one
+/// is unchanged; only when the very last step fails, the flush of the folder to the disk, the new one is in place. Files
+/// that are added are read when the archive is closed. Until then the list of entries shows the archive as it will be.
 ///
 /// No failure of the engine leaves an operation as an exception unless that is asked for; GetLastFailure() returns the
 /// reason. One thread at a time.
@@ -47,7 +48,7 @@ public:
     CXTString<wchar_t> GetArchivePath() const { return m_archivePath; }
 
     /// For reading encrypted entries, and for encrypting those that are added from now on. Null or empty for none.
-    /// Holds until it is set anew or the archive is closed; may be set before Open.
+    /// Holds until it is set anew or the archive is closed; may be set before Open. Copies are overwritten after use.
     void SetPassword(const wchar_t* password, XZipEncryption encryption = XZipEncryption::kAes256);
 
     /// What may be extracted between Open and Close; entries that declare more are refused, and none gets larger than
@@ -77,11 +78,12 @@ public:
     /// Reads an entry and checks it, without writing anything. OnExtractEntry is not called.
     ZipExtractResult TestFile(unsigned int index);
 
-    // Changes. Each is made completely or not at all; false when it is not. Names of entries are case-sensitive, '/'
-    // and '\' both separate.
+    // Changes. Each is made completely or not at all; false when it is not. When memory runs out in the middle of one that
+    // cannot be undone, the archive can only be discarded: closing it fails and leaves it as it was. Names of entries are
+    // case-sensitive, '/' and '\' both separate.
 
     /// Adds a file, or a folder without its contents, under its own name or, with `fullPath`, its path without drive
-    /// and root. A name that exists is refused.
+    /// and root. A name that exists is refused. The entry gets the file's permissions and time of last change.
     bool AddNewFile(const wchar_t* path, bool fullPath, ZipCompressionLevel level);
     bool AddNewFile(const wchar_t* path, const wchar_t* nameInArchive, ZipCompressionLevel level);
     /// Deletes all entries of these names; a folder's entry without those beneath it.
@@ -110,7 +112,7 @@ private:
 
     std::unique_ptr<tev::ZipArchive> m_archive;
     CXTString<wchar_t> m_archivePath;
-    CXTString<wchar_t> m_password;
+    CXTString<wchar_t> m_password; ///< overwritten before it is replaced or released
     XZipEncryption m_encryption = XZipEncryption::kAes256;
     CXExtractionLimits m_limits;
     mutable XZipFailure m_failure = XZipFailure::kNone;

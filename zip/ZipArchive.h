@@ -4,6 +4,7 @@
 #include "platform/ContainedFolder.h"
 #include "zip/CXExtraction.h"
 #include "zip/CZipExtractCallback.h"
+#include "zip/Password.h"
 #include "zip/ZipFile.h"
 #include "zip/ZipNames.h"
 #include "zip/ZipOutcome.h"
@@ -28,7 +29,7 @@ class ZipArchive
 public:
     struct Secret
     {
-        std::string m_password; ///< UTF-8
+        Password m_password;
         XZipEncryption m_encryption;
     };
 
@@ -79,6 +80,7 @@ private:
     std::vector<unsigned> FindEach(std::wstring_view name, const NameRule& rule, bool oneIsEnough);
     ZipOutcome PlanRenaming(const ZipNames& oldNames, const ZipNames& newNames, std::vector<Renaming>& renamings);
     std::string UnusedName();
+    ZipOutcome Spoil(const platform::ZipError& error);
     void ForgetNames() noexcept { m_byName.clear(); }
 
     std::unique_ptr<platform::ZipEngine> m_engine;
@@ -87,6 +89,7 @@ private:
     std::optional<FileStamp> m_stamp;
     bool m_isReadOnly = false;
     bool m_isCreated = false;
+    ZipOutcome m_spoiledBy; ///< why the archive cannot be saved
     std::uint64_t m_extractedBytes = 0;
     /// The entries by the hash of their names without folders and case; empty until the first search.
     std::vector<std::pair<std::uint64_t, unsigned>> m_byName;

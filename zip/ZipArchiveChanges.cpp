@@ -26,7 +26,7 @@ constexpr ZipOutcome Refused(XZipFailure failure)
 
 platform::ZipEncryption EngineEncryption(const ZipArchive::Secret& secret)
 {
-    if (secret.m_password.empty())
+    if (secret.m_password.IsEmpty())
         return platform::ZipEncryption::None;
     switch (secret.m_encryption)
     {
@@ -64,6 +64,7 @@ ZipOutcome ZipArchive::Add(const wchar_t* path, const wchar_t* name, ZipCompress
     platform::ZipAddition addition;
     addition.name = *entryName;
     addition.modified = information.lastWrite;
+    addition.permissions = information.permissions;
     addition.level = level;
     addition.encryption = EngineEncryption(secret);
     addition.password = secret.m_password;
@@ -101,7 +102,7 @@ ZipOutcome ZipArchive::Delete(const ZipNames& names)
     {
         ZipError error;
         if (!m_engine->Delete(index, error))
-            return ZipOutcome::Of(error);
+            return Spoil(error);
     }
     return {};
 }
@@ -166,28 +167,43 @@ ZipOutcome ZipArchive::Rename(const ZipNames& oldNames, const ZipNames& newNames
         return planned;
     // Through unused names, because the engine requires each new name to be free.
     const std::string between = UnusedName();
+    std::vector<std::string> namesBetween;
+    for (const Renaming& renaming : renamings)
+        namesBetween.push_back(between + "-" + std::to_string(renaming.m_index) +
+                               (renaming.m_name.back() == '/' ? "/" : ""));
     ForgetNames();
     ZipError error;
-    for (const Renaming& renaming : renamings)
+    for (std::size_t i = 0; i < renamings.size(); ++i)
     {
-        const char* const end = renaming.m_name.back() == '/' ? "/" : "";
-        if (!m_engine->Rename(renaming.m_index, between + "-" + std::to_string(renaming.m_index) + end, error))
-            return ZipOutcome::Of(error);
+        if (!m_engine->Rename(renamings[i].m_index, namesBetween[i], error))
+            return Spoil(error);
     }
     for (const Renaming& renaming : renamings)
     {
         if (!m_engine->Rename(renaming.m_index, renaming.m_name, error))
-            return ZipOutcome::Of(error);
+            return Spoil(error);
     }
     return {};
 }
 
+/// Some of a change is made, and the rest cannot be: what is saved must not be half of it.
+ZipOutcome ZipArchive::Spoil(const ZipError& error)
+{
+    m_spoiledBy = ZipOutcome::Of(error);
+    return m_spoiledBy;
+}
+
 ZipOutcome ZipArchive::Save()
 {
+    if (!m_spoiledBy)
+        return m_spoiledBy;
     if (!m_isCreated && !m_engine->IsChanged())
         return {};
-    ZipAction action(m_callback, XZipAction::kSaving, m_engine->SaveSize());
-    const platform::ZipEngine::Progress progress = [&](std::uint64_t processed) { return action.AdvanceTo(processed); };
+    const std::uint64_t total = m_engine->SaveSize();
+    ZipAction action(m_callback, XZipAction::kSaving, total);
+    const platform::ZipEngine::Progress progress = [&](std::uint64_t processed) {
+        return action.AdvanceTo(processed) && (processed < total || action.Finish());
+    };
     ZipFileTarget target(m_path.c_str(), m_stamp);
     ZipError error;
     if (m_engine->Save(target, progress, error))

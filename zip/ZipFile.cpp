@@ -62,24 +62,20 @@ bool FileStamp::IsSameState(const FileStamp& other) const noexcept
 
 std::unique_ptr<ZipFileBytes> ZipFileBytes::Open(const wchar_t* path)
 {
-    // A pipe would block until another process writes to it.
-    if (IsPipeOrDevice(path))
-        return Fail(EINVAL), nullptr;
-    platform::FileHandle handle = CurrentFileSystem().Open(path, {});
-    std::uint64_t size = 0;
-    if (handle == nullptr)
+    std::unique_ptr<ZipFileBytes> file(new ZipFileBytes);
+    platform::FileOpenMode mode;
+    mode.regularOnly = true;
+    file->m_handle = CurrentFileSystem().Open(path, mode);
+    if (file->m_handle == nullptr || !CurrentFileSystem().GetLength(file->m_handle, file->m_size))
         return nullptr;
-    std::unique_ptr<ZipFileBytes> file(new ZipFileBytes(handle, 0));
-    if (!CurrentFileSystem().GetLength(handle, size))
-        return nullptr;
-    file->m_size = size;
     return file;
 }
 
 ZipFileBytes::~ZipFileBytes()
 {
     const int error = errno;
-    static_cast<void>(CurrentFileSystem().Close(m_handle));
+    if (m_handle != nullptr)
+        static_cast<void>(CurrentFileSystem().Close(m_handle));
     errno = error;
 }
 
@@ -142,8 +138,9 @@ void ZipFileTarget::WriteBuffered()
 {
     if (m_buffer.empty())
         return;
-    if (m_filePosition != m_bufferStart)
-        m_file->Seek(static_cast<__int64>(m_bufferStart), CXFile::begin);
+    if (m_filePosition != m_bufferStart &&
+        m_file->Seek(static_cast<__int64>(m_bufferStart), CXFile::begin) != m_bufferStart)
+        CXFileException::ThrowOsError(fileBadSeek, m_file->GetFilePath(), nullptr);
     m_file->Write(m_buffer.data(), static_cast<unsigned int>(m_buffer.size()));
     m_filePosition = m_bufferStart + m_buffer.size();
     m_buffer.clear();

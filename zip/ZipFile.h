@@ -40,10 +40,10 @@ public:
     bool ReadAt(std::uint64_t offset, void* buffer, std::size_t count, std::size_t& delivered) override;
 
 private:
-    ZipFileBytes(platform::FileHandle handle, std::uint64_t size) : m_handle(handle), m_size(size) {}
+    ZipFileBytes() = default;
 
-    platform::FileHandle m_handle;
-    std::uint64_t m_size;
+    platform::FileHandle m_handle = nullptr;
+    std::uint64_t m_size = 0;
     std::uint64_t m_position = 0;
 };
 

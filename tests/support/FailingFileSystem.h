@@ -7,15 +7,18 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <iterator>
 #include <limits>
+#include <set>
 #include <string>
 #include <utility>
+#include <vector>
 
 namespace tev::test
 {
 
 /// Stands in for the process's file system while it lives and passes everything on to the one before, except what it is
-/// asked to fail. One thread at a time.
+/// told to fail. One thread at a time.
 class FailingFileSystem final : public platform::FileSystem
 {
 public:
@@ -34,22 +37,32 @@ public:
     void LimitSpace(std::uint64_t bytes) { m_space = bytes; }
     /// Called whenever a folder is about to be locked.
     void AtFolderLock(std::function<void()> call) { m_atFolderLock = std::move(call); }
+    /// The operations so far that are among `wanted`, such as "sync" and "rename", in their order.
+    std::vector<std::string> Steps(const std::set<std::string>& wanted) const
+    {
+        std::vector<std::string> steps;
+        std::copy_if(m_steps.begin(), m_steps.end(), std::back_inserter(steps),
+                     [&](const std::string& step) { return wanted.count(step) != 0; });
+        return steps;
+    }
+    /// The operation that failed as it was told to; empty as long as none did.
+    const std::string& FailedStep() const { return m_failedStep; }
     /// No read or write moves more than this at once, without an error.
     void LimitTransfer(std::size_t bytes) { m_transfer = bytes; }
 
     platform::FileHandle Open(const wchar_t* path, const platform::FileOpenMode& mode) override
     {
-        return Fails() ? nullptr : m_real->Open(path, mode);
+        return Fails("open") ? nullptr : m_real->Open(path, mode);
     }
     bool Read(platform::FileHandle file, void* buffer, std::size_t count, std::size_t& delivered) override
     {
         delivered = 0;
-        return !Fails() && m_real->Read(file, buffer, std::min(count, m_transfer), delivered);
+        return !Fails("read") && m_real->Read(file, buffer, std::min(count, m_transfer), delivered);
     }
     bool Write(platform::FileHandle file, const void* buffer, std::size_t count, std::size_t& written) override
     {
         written = 0;
-        if (Fails())
+        if (Fails("write"))
             return false;
         const auto fitting = static_cast<std::size_t>(std::min<std::uint64_t>(count, m_space));
         const bool done = m_real->Write(file, buffer, std::min(fitting, m_transfer), written);
@@ -62,49 +75,64 @@ public:
     bool Seek(platform::FileHandle file, std::int64_t offset, platform::SeekOrigin origin,
               std::uint64_t& position) override
     {
-        return !Fails() && m_real->Seek(file, offset, origin, position);
+        return !Fails("seek") && m_real->Seek(file, offset, origin, position);
     }
     bool GetLength(platform::FileHandle file, std::uint64_t& length) override
     {
-        return !Fails() && m_real->GetLength(file, length);
+        return !Fails("get length") && m_real->GetLength(file, length);
     }
     bool SetLength(platform::FileHandle file, std::uint64_t length) override
     {
-        return !Fails() && m_real->SetLength(file, length);
+        return !Fails("set length") && m_real->SetLength(file, length);
     }
-    bool Sync(platform::FileHandle file) override { return !Fails() && m_real->Sync(file); }
+    bool Sync(platform::FileHandle file) override { return !Fails("sync") && m_real->Sync(file); }
     bool Close(platform::FileHandle file) override
     {
-        const bool failed = Fails();
+        const bool failed = Fails("close");
         const bool closed = m_real->Close(file);
         errno = failed ? m_error : errno;
         return closed && !failed;
     }
     bool ResolveLinks(const wchar_t* path, std::wstring& target) override
     {
-        return !Fails() && m_real->ResolveLinks(path, target);
+        return !Fails("resolve links") && m_real->ResolveLinks(path, target);
     }
     platform::FileHandle LockFolder(const wchar_t* path, unsigned timeoutMs) override
     {
         if (m_atFolderLock)
             m_atFolderLock();
-        return Fails() ? nullptr : m_real->LockFolder(path, timeoutMs);
+        return Fails("lock folder") ? nullptr : m_real->LockFolder(path, timeoutMs);
     }
     platform::FileHandle CreateLike(const wchar_t* path, const wchar_t* model) override
     {
-        return Fails() ? nullptr : m_real->CreateLike(path, model);
+        return Fails("create") ? nullptr : m_real->CreateLike(path, model);
+    }
+    platform::FileHandle CreateTemporary(const wchar_t* model, std::wstring& path, bool& isNamed) override
+    {
+        return Fails("create") ? nullptr : m_real->CreateTemporary(model, path, isNamed);
+    }
+    bool Name(platform::FileHandle file, const wchar_t* path) override
+    {
+        return !Fails("name") && m_real->Name(file, path);
     }
     bool Rename(const wchar_t* path, const wchar_t* newPath) override
     {
-        return !Fails() && m_real->Rename(path, newPath);
+        return !Fails("rename") && m_real->Rename(path, newPath);
     }
-    bool Remove(const wchar_t* path) override { return !Fails() && m_real->Remove(path); }
+    bool SyncFolder(platform::FileHandle folder) override
+    {
+        return !Fails("sync folder") && m_real->SyncFolder(folder);
+    }
+    void RemoveLeftTemporaries(platform::FileHandle folder) noexcept override { m_real->RemoveLeftTemporaries(folder); }
+    bool Remove(const wchar_t* path) override { return !Fails("remove") && m_real->Remove(path); }
 
 private:
-    bool Fails()
+    bool Fails(const std::string& step)
     {
+        m_steps.push_back(step);
         if (m_untilFailure == 0 || --m_untilFailure != 0)
             return false;
+        m_failedStep = step;
         errno = m_error;
         return true;
     }
@@ -115,6 +143,8 @@ private:
     std::uint64_t m_space = std::numeric_limits<std::uint64_t>::max();
     std::size_t m_transfer = std::numeric_limits<std::size_t>::max();
     std::function<void()> m_atFolderLock;
+    std::vector<std::string> m_steps;
+    std::string m_failedStep;
 };
 
 } // namespace tev::test

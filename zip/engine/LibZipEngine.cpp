@@ -10,14 +10,17 @@
 #include <map>
 #include <vector>
 
+#include <zlib.h>
+
 namespace tev::platform
 {
 namespace
 {
 constexpr unsigned kNotEnoughMemory = 8;
 constexpr std::uint16_t kTimeStampField = 0x5455;
-constexpr std::uint32_t kUnixFile = 0100644u << 16;
-constexpr std::uint32_t kUnixFolder = 040755u << 16 | kZipFolderAttribute;
+constexpr std::uint32_t kUnixFile = 0100000u << 16;
+constexpr std::uint32_t kUnixFolder = 040000u << 16 | kZipFolderAttribute;
+constexpr unsigned kPermissions = 0777;
 constexpr std::int64_t kFirstDosTime = 315619200; // a day inside the range at both ends, whatever the time zone
 constexpr std::int64_t kLastDosTime = 4354732799;
 
@@ -25,8 +28,6 @@ ZipFailure FailureOf(int code)
 {
     switch (code)
     {
-    case ZIP_ER_OK:
-        return ZipFailure::None;
     case ZIP_ER_NOZIP:
         return ZipFailure::NoArchive;
     case ZIP_ER_MULTIDISK:
@@ -51,13 +52,16 @@ ZipFailure FailureOf(int code)
     }
 }
 
+/// After a failure. libzip gives some of those for lack of memory no code at all.
 ZipError ErrorOf(const zip_error_t* error, int systemFailure)
 {
     const int code = zip_error_code_zip(error);
-    if (code == ZIP_ER_MEMORY)
-        return {ZipFailure::System, kNotEnoughMemory};
-    if (systemFailure != 0)
+    const bool isOutOfMemory =
+        code == ZIP_ER_MEMORY || (code == ZIP_ER_ZLIB && zip_error_code_system(error) == Z_MEM_ERROR);
+    if (systemFailure != 0 && !isOutOfMemory)
         return {ZipFailure::System, SystemErrorFromErrno(systemFailure)};
+    if (isOutOfMemory || code == ZIP_ER_OK)
+        return {ZipFailure::System, kNotEnoughMemory};
     return {FailureOf(code), 0};
 }
 
@@ -66,22 +70,32 @@ std::int64_t DosTime(const ZipAddition& addition)
     return std::clamp(addition.modified, kFirstDosTime, kLastDosTime);
 }
 
+std::uint32_t AttributesOf(const ZipAddition& addition, bool isFolder)
+{
+    return (isFolder ? kUnixFolder : kUnixFile) | (addition.permissions & kPermissions) << 16;
+}
+
+struct CloseZipFile
+{
+    void operator()(zip_file_t* file) const { zip_fclose(file); }
+};
+using OwnedZipFile = std::unique_ptr<zip_file_t, CloseZipFile>;
+
 class LibZipReader final : public ZipReader
 {
 public:
-    LibZipReader(zip_file_t* file, ZipSource& source, std::uint64_t size, bool isEncrypted)
-        : m_file(file), m_source(source), m_left(size), m_isEncrypted(isEncrypted)
+    LibZipReader(OwnedZipFile file, ZipSource& source, std::uint64_t size, bool isEncrypted)
+        : m_file(std::move(file)), m_source(source), m_left(size), m_isEncrypted(isEncrypted)
     {
     }
-    ~LibZipReader() override { zip_fclose(m_file); }
 
     bool Read(void* buffer, std::size_t count, std::size_t& delivered, ZipError& error) override
     {
         delivered = 0;
-        const zip_int64_t got = zip_fread(m_file, buffer, count);
+        const zip_int64_t got = zip_fread(m_file.get(), buffer, count);
         if (got < 0)
         {
-            error = ErrorOf(zip_file_get_error(m_file), m_source.TakeSystemFailure());
+            error = ErrorOf(zip_file_get_error(m_file.get()), m_source.TakeSystemFailure());
             return FailAsDamaged(error);
         }
         // libzip checks the size of some entries only, and at their end.
@@ -103,7 +117,7 @@ private:
         return false;
     }
 
-    zip_file_t* m_file;
+    OwnedZipFile m_file;
     ZipSource& m_source;
     std::uint64_t m_left;
     bool m_isEncrypted;
@@ -195,16 +209,21 @@ public:
             return nullptr;
         }
         const bool isEncrypted = status.encryption_method != ZIP_EM_NONE;
-        zip_file_t* const file =
-            zip_fopen_index_encrypted(m_archive, slot, 0, password.empty() ? nullptr : password.c_str());
+        OwnedZipFile file(zip_fopen_index_encrypted(m_archive, slot, 0, password.empty() ? nullptr : password.c_str()));
         if (file == nullptr)
             return Failed(error), nullptr;
-        return std::make_unique<LibZipReader>(file, m_source, status.size, isEncrypted);
+        return std::make_unique<LibZipReader>(std::move(file), m_source, status.size, isEncrypted);
     }
 
     bool Add(ZipAddition addition, ZipError& error) override
     {
         const bool isFolder = !addition.name.empty() && addition.name.back() == '/';
+        // Nothing after libzip has the entry may run out of memory but libzip itself.
+        m_slots.reserve(m_slots.size() + 1);
+        std::map<zip_uint64_t, ZipAddition> noted;
+        noted.emplace(0, addition);
+        auto note = noted.extract(0);
+        note.mapped().password.Clear();
         const zip_int64_t slot =
             isFolder ? zip_dir_add(m_archive, addition.name.c_str(), ZIP_FL_ENC_UTF_8) : AddSource(addition);
         if (slot < 0)
@@ -213,13 +232,13 @@ public:
         if (!SetDetails(index, addition, isFolder))
         {
             Failed(error);
-            zip_delete(m_archive, index);
+            m_isSpoiled = zip_delete(m_archive, index) != 0;
             m_sources.erase(index);
             return false;
         }
-        addition.password.clear();
         m_slots.push_back(index);
-        m_additions.emplace(index, std::move(addition));
+        note.key() = index;
+        m_additions.insert(std::move(note));
         return true;
     }
 
@@ -262,7 +281,12 @@ public:
 
     bool Save(ZipTarget& target, const Progress& progress, ZipError& error) override
     {
-        ZipSaving saving(progress);
+        if (m_isSpoiled)
+        {
+            error = {ZipFailure::System, kNotEnoughMemory};
+            return false;
+        }
+        ZipSaving saving(progress, SaveSize());
         m_source.SetTarget(&target);
         m_source.SetSaving(&saving);
         for (auto& [slot, source] : m_sources)
@@ -312,14 +336,18 @@ private:
 
     zip_int64_t AddSource(const ZipAddition& addition)
     {
+        std::map<zip_uint64_t, ZipAdditionSource*> noted;
+        noted.emplace(0, nullptr);
+        auto note = noted.extract(0);
         auto object = std::make_unique<ZipAdditionSource>(addition, DosTime(addition));
         OwnedZipSource source = object->Make();
-        ZipAdditionSource* const owned = object.release(); // the source frees it
+        note.mapped() = object.release(); // the source frees it
         const zip_int64_t slot = zip_file_add(m_archive, addition.name.c_str(), source.get(), ZIP_FL_ENC_UTF_8);
         if (slot < 0)
             return -1;
         static_cast<void>(source.release());
-        m_sources.emplace(static_cast<zip_uint64_t>(slot), owned);
+        note.key() = static_cast<zip_uint64_t>(slot);
+        m_sources.insert(std::move(note));
         return slot;
     }
 
@@ -329,13 +357,13 @@ private:
         const auto level = static_cast<zip_uint32_t>(std::max(addition.level, 0));
         return zip_file_set_mtime(m_archive, slot, DosTime(addition), 0) == 0 &&
                SetTimeStamp(slot, addition.modified) &&
-               zip_file_set_external_attributes(m_archive, slot, 0, ZIP_OPSYS_UNIX,
-                                                isFolder ? kUnixFolder : kUnixFile) == 0 &&
+               zip_file_set_external_attributes(m_archive, slot, 0, ZIP_OPSYS_UNIX, AttributesOf(addition, isFolder)) ==
+                   0 &&
                zip_set_file_compression(m_archive, slot, isStored ? ZIP_CM_STORE : ZIP_CM_DEFLATE,
                                         isStored ? 0 : level) == 0 &&
                (isFolder || addition.encryption == ZipEncryption::None ||
                 zip_file_set_encryption(m_archive, slot, LibZipEncryption(addition.encryption),
-                                        addition.password.c_str()) == 0);
+                                        addition.password.Utf8().c_str()) == 0);
     }
 
     /// The time to the second and in UTC, which the archive's own does not have.
@@ -357,6 +385,7 @@ private:
     std::map<zip_uint64_t, ZipAddition> m_additions;
     std::map<zip_uint64_t, ZipAdditionSource*> m_sources; ///< of the additions; libzip's, and gone once it has closed
     bool m_isChanged = false;
+    bool m_isSpoiled = false; ///< an addition that failed could not be taken back
 };
 
 std::unique_ptr<ZipEngine> MakeEngine(std::unique_ptr<ZipBytes> bytes, int flags, ZipError& error)

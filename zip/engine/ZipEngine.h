@@ -1,5 +1,6 @@
 #pragma once
 
+#include "zip/Password.h"
 #include "zip/engine/ZipFields.h"
 
 #include <cstddef>
@@ -117,10 +118,11 @@ struct ZipAddition
     std::string name; ///< ends with '/' for a folder, which has no bytes
     std::function<std::unique_ptr<ZipBytes>()> open;
     std::uint64_t size = 0;
-    std::int64_t modified = 0; ///< seconds since 1970-01-01 UTC
-    int level = -1;            ///< 0 stores, 1 is the fastest, 9 the smallest, -1 the engine's choice
+    std::int64_t modified = 0;   ///< seconds since 1970-01-01 UTC
+    unsigned permissions = 0644; ///< the nine bits of Unix
+    int level = -1;              ///< 0 stores, 1 is the fastest, 9 the smallest, -1 the engine's choice
     ZipEncryption encryption = ZipEncryption::None;
-    std::string password;
+    Password password;
 };
 
 /// An archive. Indexes run from 0 over the entries that are there; deleting moves those behind. One thread at a time; two
@@ -128,7 +130,7 @@ struct ZipAddition
 class ZipEngine
 {
 public:
-    /// Called with the number of bytes read of entries so far; false ends the operation.
+    /// Called with the number of bytes read of entries so far, at the end with SaveSize(); false ends the operation.
     using Progress = std::function<bool(std::uint64_t)>;
 
     static std::unique_ptr<ZipEngine> Open(std::unique_ptr<ZipBytes> bytes, ZipError& error);
@@ -153,7 +155,7 @@ public:
     /// A folder's name keeps its '/' at the end.
     [[nodiscard]] virtual bool Rename(std::uint64_t index, const std::string& name, ZipError& error) = 0;
     virtual bool IsChanged() const = 0;
-    /// The bytes that saving reads of entries, as far as that is known.
+    /// The bytes of entries that saving reads, as far as that is known.
     virtual std::uint64_t SaveSize() const = 0;
 
     /// Writes the archive. Nothing but the destructor may be called afterwards; without Commit nothing is to be replaced.

@@ -16,7 +16,18 @@ constexpr unsigned char kEmptyArchive[22] = {'P', 'K', 5, 6};
 
 bool ZipSaving::Advance(std::uint64_t count)
 {
-    m_processed += count;
+    m_processed = std::min(m_processed + count, m_total);
+    return Report();
+}
+
+bool ZipSaving::Finish()
+{
+    m_processed = m_total;
+    return Report();
+}
+
+bool ZipSaving::Report()
+{
     if (m_isCancelled || !m_progress)
         return !m_isCancelled;
     try
@@ -215,7 +226,7 @@ zip_int64_t ZipArchiveSource::Write(const void* bytes, zip_uint64_t count, zip_s
     case ZIP_SOURCE_TELL_WRITE:
         return static_cast<zip_int64_t>(m_writePosition);
     case ZIP_SOURCE_COMMIT_WRITE:
-        return m_target->Commit() ? 0 : FailSystem(ZIP_ER_CLOSE);
+        return Commit();
     case ZIP_SOURCE_ROLLBACK_WRITE:
         return 0; // what is not committed, the target drops
     case ZIP_SOURCE_REMOVE:
@@ -237,9 +248,15 @@ zip_int64_t ZipArchiveSource::Append(const void* bytes, zip_uint64_t count)
 // libzip removes an archive whose last entry goes; its owner expects one that is empty.
 zip_int64_t ZipArchiveSource::WriteEmptyArchive()
 {
-    const bool isWritten =
-        m_target->Begin() && m_target->WriteAt(0, kEmptyArchive, sizeof kEmptyArchive) && m_target->Commit();
-    return isWritten ? 0 : FailSystem(ZIP_ER_WRITE);
+    const bool isWritten = m_target->Begin() && m_target->WriteAt(0, kEmptyArchive, sizeof kEmptyArchive);
+    return isWritten ? Commit() : FailSystem(ZIP_ER_WRITE);
+}
+
+zip_int64_t ZipArchiveSource::Commit()
+{
+    if (m_saving != nullptr && !m_saving->Finish())
+        return Fail(ZIP_ER_CANCELLED);
+    return m_target->Commit() ? 0 : FailSystem(ZIP_ER_CLOSE);
 }
 
 zip_int64_t ZipAdditionSource::Supported() const

@@ -24,13 +24,18 @@ using OwnedZipSource = std::unique_ptr<zip_source_t, FreeZipSource>;
 class ZipSaving
 {
 public:
-    explicit ZipSaving(const ZipEngine::Progress& progress) : m_progress(progress) {}
+    ZipSaving(const ZipEngine::Progress& progress, std::uint64_t total) : m_progress(progress), m_total(total) {}
     /// False to cancel.
     bool Advance(std::uint64_t count);
+    /// All is written: reports the total, which what was read need not add up to. False to cancel.
+    bool Finish();
     void RethrowFailure() const;
 
 private:
+    bool Report();
+
     const ZipEngine::Progress& m_progress;
+    std::uint64_t m_total;
     std::uint64_t m_processed = 0;
     bool m_isCancelled = false;
     std::exception_ptr m_failure;
@@ -63,8 +68,8 @@ protected:
     /// Fails with what errno says.
     zip_int64_t FailSystem(int zipError);
 
-    ZipBytes* m_bytes = nullptr; ///< what Read reads
-
+    ZipBytes* m_bytes = nullptr;   ///< what Read reads
+    ZipSaving* m_saving = nullptr; ///< while the archive is saved
     zip_error_t m_error;
 
 private:
@@ -72,7 +77,6 @@ private:
     zip_int64_t Read(void* buffer, zip_uint64_t count);
     zip_int64_t ReadThroughBlock(char* buffer, std::size_t count);
 
-    ZipSaving* m_saving = nullptr;
     int m_systemFailure = 0;
     std::uint64_t m_position = 0;
     std::vector<char> m_block; ///< bytes from m_blockStart on: libzip asks for little at a time
@@ -97,6 +101,7 @@ protected:
 private:
     zip_int64_t Append(const void* bytes, zip_uint64_t count);
     zip_int64_t WriteEmptyArchive();
+    zip_int64_t Commit();
 
     std::unique_ptr<ZipBytes> m_archive;
     ZipTarget* m_target = nullptr;

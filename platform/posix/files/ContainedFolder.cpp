@@ -3,9 +3,9 @@
 #include "platform/IoLoops.h"
 #include "platform/PathNames.h"
 #include "platform/posix/files/OwnedDescriptor.h"
+#include "platform/posix/files/TemporaryFile.h"
 
 #include <algorithm>
-#include <atomic>
 #include <cerrno>
 #include <vector>
 
@@ -134,13 +134,6 @@ int WalkFolders(int root, const std::string& name, Enter&& enter)
     return current;
 }
 
-/// A name for a temporary file, which must be new in its folder only.
-std::string TemporaryName()
-{
-    static std::atomic<unsigned> counter{0};
-    return ".tevtools-" + std::to_string(getpid()) + "-" + std::to_string(counter.fetch_add(1)) + ".tmp";
-}
-
 /// The names in a folder, whose descriptor is closed.
 bool ListFolder(int descriptor, std::vector<std::string>& names)
 {
@@ -243,15 +236,6 @@ public:
         });
     }
 
-    int OpenNewFile(const std::string& name) const
-    {
-        if (m_inOneStep)
-            return OpenInOneStep(m_root.Get(), name.c_str(), kNewFileFlags, kNewFile);
-        const SplitName split = Split(name);
-        const OwnedDescriptor folder(OpenFolder(split.folder));
-        return folder.Get() < 0 ? -1 : OpenComponent(folder.Get(), split.leaf.c_str(), kNewFileFlags, kNewFile);
-    }
-
 private:
     /// Holds no descriptor while it is in an inner folder: folders may be nested deeper than there are descriptors.
     bool RemoveContentsOf(const std::string& name)
@@ -301,27 +285,32 @@ private:
 class PosixContainedFile final : public ContainedFile
 {
 public:
-    /// `temporary` is empty for a file that is written under its own name.
-    PosixContainedFile(const PosixContainedFolder& folder, int descriptor, std::string name, std::string temporary)
-        : m_folder(folder), m_descriptor(descriptor), m_name(std::move(name)), m_temporary(std::move(temporary))
+    /// Keeps the folder open, so that neither keeping nor removing the file needs another descriptor or memory.
+    PosixContainedFile(OwnedDescriptor folder, std::string leaf) : m_folder(std::move(folder)), m_leaf(std::move(leaf))
     {
     }
 
     ~PosixContainedFile() override
     {
-        if (m_isKept)
-            return;
         const int error = errno;
-        const SplitName split = Split(m_temporary.empty() ? m_name : m_temporary);
-        const OwnedDescriptor folder(m_folder.OpenFolder(split.folder));
-        if (folder.Get() >= 0)
-            unlinkat(folder.Get(), split.leaf.c_str(), 0);
+        if (m_file.Get() >= 0 || m_isLeft)
+            unlinkat(m_folder.Get(), WrittenName(), 0);
         errno = error;
+    }
+
+    /// Creates the file under its own name, which no other has.
+    bool Create() { return Open(); }
+
+    /// Creates the file under a temporary name.
+    bool CreateBeside()
+    {
+        m_temporary = NewTemporaryName();
+        return Open();
     }
 
     bool Write(const void* bytes, std::size_t count) override
     {
-        const int descriptor = m_descriptor.Get();
+        const int descriptor = m_file.Get();
         const auto writeOnce = [descriptor](const void* part, std::size_t size) {
             return write(descriptor, part, size);
         };
@@ -334,35 +323,37 @@ public:
     bool Keep(std::optional<std::int64_t> lastWrite, FileIdentity& identity) override
     {
         struct stat status;
-        if (fstat(m_descriptor.Get(), &status) != 0)
+        if (fstat(m_file.Get(), &status) != 0)
             return false;
         if (lastWrite)
         {
             // A file system that cannot keep the time keeps the file all the same.
             const timespec times[2] = {{0, UTIME_OMIT}, {*lastWrite, 0}};
-            static_cast<void>(futimens(m_descriptor.Get(), times));
+            static_cast<void>(futimens(m_file.Get(), times));
         }
         identity = IdentityOf(status);
-        if (close(m_descriptor.Release()) != 0 && errno != EINTR)
+        m_isLeft = true;
+        if (close(m_file.Release()) != 0 && errno != EINTR)
             return false;
-        m_isKept = m_temporary.empty() || TakePlace();
-        return m_isKept;
+        m_isLeft =
+            !m_temporary.empty() && renameat(m_folder.Get(), m_temporary.c_str(), m_folder.Get(), m_leaf.c_str()) != 0;
+        return !m_isLeft;
     }
 
 private:
-    bool TakePlace() const
+    const char* WrittenName() const { return m_temporary.empty() ? m_leaf.c_str() : m_temporary.c_str(); }
+
+    bool Open()
     {
-        const SplitName from = Split(m_temporary);
-        const SplitName to = Split(m_name);
-        const OwnedDescriptor folder(m_folder.OpenFolder(to.folder));
-        return folder.Get() >= 0 && renameat(folder.Get(), from.leaf.c_str(), folder.Get(), to.leaf.c_str()) == 0;
+        m_file = OwnedDescriptor(OpenComponent(m_folder.Get(), WrittenName(), kNewFileFlags, kNewFile));
+        return m_file.Get() >= 0;
     }
 
-    const PosixContainedFolder& m_folder;
-    OwnedDescriptor m_descriptor;
-    std::string m_name;
-    std::string m_temporary;
-    bool m_isKept = false;
+    OwnedDescriptor m_folder;
+    OwnedDescriptor m_file{-1};
+    std::string m_leaf;
+    std::string m_temporary; ///< empty for a file that is written under its own name
+    bool m_isLeft = false;   ///< closed, and not kept
 };
 
 std::unique_ptr<ContainedFile> PosixContainedFolder::CreateFile(std::string_view wanted)
@@ -372,42 +363,28 @@ std::unique_ptr<ContainedFile> PosixContainedFolder::CreateFile(std::string_view
         errno = IsContained(wanted) ? ENAMETOOLONG : EINVAL;
         return nullptr;
     }
-    std::string name(wanted);
-    OwnedDescriptor file(OpenNewFile(name));
-    if (file.Get() >= 0)
-        return std::make_unique<PosixContainedFile>(*this, file.Release(), std::move(name), std::string());
-
-    SplitName split = Split(name);
-    if (errno == ENOENT && !split.folder.empty())
-    {
-        const OwnedDescriptor folder(OpenOrCreateFolder(split.folder));
-        if (folder.Get() < 0)
-            return nullptr;
-        OwnedDescriptor retried(OpenComponent(folder.Get(), split.leaf.c_str(), kNewFileFlags, kNewFile));
-        if (retried.Get() < 0)
-            return nullptr;
-        return std::make_unique<PosixContainedFile>(*this, retried.Release(), std::move(name), std::string());
-    }
+    const SplitName split = Split(std::string(wanted));
+    OwnedDescriptor folder(OpenOrCreateFolder(split.folder));
+    if (folder.Get() < 0)
+        return nullptr;
+    const int above = folder.Get();
+    auto file = std::make_unique<PosixContainedFile>(std::move(folder), split.leaf);
+    if (file->Create())
+        return file;
     if (errno != EEXIST)
         return nullptr;
 
-    const OwnedDescriptor folder(OpenFolder(split.folder));
     struct stat status;
-    if (folder.Get() < 0 || fstatat(folder.Get(), split.leaf.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
+    if (fstatat(above, split.leaf.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
         return nullptr;
     if (!S_ISREG(status.st_mode) || m_protected == IdentityOf(status))
     {
         errno = S_ISDIR(status.st_mode) ? EISDIR : EEXIST;
         return nullptr;
     }
-    if (faccessat(folder.Get(), split.leaf.c_str(), W_OK, 0) != 0)
+    if (faccessat(above, split.leaf.c_str(), W_OK, 0) != 0 || !file->CreateBeside())
         return nullptr;
-    const std::string leaf = TemporaryName();
-    OwnedDescriptor beside(OpenComponent(folder.Get(), leaf.c_str(), kNewFileFlags, kNewFile));
-    if (beside.Get() < 0)
-        return nullptr;
-    std::string temporary = Joined(split.folder, leaf);
-    return std::make_unique<PosixContainedFile>(*this, beside.Release(), std::move(name), std::move(temporary));
+    return file;
 }
 
 bool CreateFoldersAt(const std::string& path)

@@ -59,6 +59,7 @@ bool GetFileInformation(const wchar_t* path, FileInformation& information)
     information.device = makedev(status.stx_dev_major, status.stx_dev_minor);
     information.number = status.stx_ino;
     information.size = status.stx_size;
+    information.permissions = status.stx_mode & 0777u;
     information.lastWrite = status.stx_mtime.tv_sec;
     information.creation.reset();
     if ((status.stx_mask & STATX_BTIME) != 0)

@@ -1,11 +1,14 @@
 #include "platform/posix/files/FileReplacing.h"
 
-#include "platform/PathNames.h"
 #include "platform/posix/files/OwnedDescriptor.h"
+#include "platform/posix/files/SystemPath.h"
+#include "platform/posix/files/TemporaryFile.h"
 
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
+#include <cwchar>
+#include <string_view>
 #include <thread>
 
 #include <fcntl.h>
@@ -30,20 +33,20 @@ bool Fail(int error)
     return false;
 }
 
-bool ToSystem(const wchar_t* path, std::string& name)
+/// With the separator; empty for a name in the current folder.
+std::string_view FolderOf(std::string_view name)
 {
-    return WidePathToSystem(path, name) || Fail(EILSEQ);
+    return name.substr(0, name.rfind('/') + 1);
 }
 
-std::string FolderOf(const std::string& name)
+int OpenFolderOf(const SystemPath& path)
 {
-    const size_t slash = name.rfind('/');
-    return slash == std::string::npos ? "." : name.substr(0, slash + 1);
-}
-
-int OpenFolder(const std::string& name)
-{
-    return open(FolderOf(name).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    const std::string_view folder = FolderOf(path.Get());
+    if (folder.empty())
+        return open(".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    char name[PATH_MAX];
+    name[folder.copy(name, sizeof name - 1)] = '\0';
+    return open(name, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
 }
 
 /// Whether the file system does not support the operation, on a folder or at all.
@@ -64,11 +67,12 @@ bool GiveTo(int descriptor, const struct stat& model)
     return isGiven && fchmod(descriptor, model.st_mode & kPermissions) == 0;
 }
 
-/// Whether there is a file to replace, and it may be replaced; false with errno 0 when there is none.
-bool FindModel(const char* name, struct stat& status)
+/// Finds the file to replace, if there is one. False when it may not be replaced.
+bool FindModel(const char* name, struct stat& status, bool& isThere)
 {
-    if (stat(name, &status) != 0)
-        return Fail(errno == ENOENT ? 0 : errno);
+    isThere = stat(name, &status) == 0;
+    if (!isThere)
+        return errno == ENOENT;
     if (!S_ISREG(status.st_mode))
         return Fail(S_ISDIR(status.st_mode) ? EISDIR : EINVAL);
     return access(name, W_OK) == 0;
@@ -77,9 +81,10 @@ bool FindModel(const char* name, struct stat& status)
 
 bool FollowLinks(const wchar_t* path, std::wstring& target)
 {
-    std::string name;
-    if (!ToSystem(path, name))
+    const SystemPath given(path);
+    if (!given.IsValid())
         return false;
+    std::string name = given.Get();
     for (int links = 0;; ++links)
     {
         char text[PATH_MAX];
@@ -96,16 +101,16 @@ bool FollowLinks(const wchar_t* path, std::wstring& target)
         if (static_cast<size_t>(length) == sizeof(text))
             return Fail(ENAMETOOLONG);
         const std::string link(text, static_cast<size_t>(length));
-        name = link[0] == '/' ? link : FolderOf(name).append("/").append(link);
+        name = link[0] == '/' ? link : std::string(FolderOf(name)).append(link);
     }
 }
 
 int LockFolderOf(const wchar_t* path, unsigned timeoutMs)
 {
-    std::string name;
-    if (!ToSystem(path, name))
+    const SystemPath name(path);
+    if (!name.IsValid())
         return -1;
-    OwnedDescriptor folder(OpenFolder(name));
+    OwnedDescriptor folder(OpenFolderOf(name));
     if (folder.Get() < 0)
         return -1;
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
@@ -127,39 +132,77 @@ int LockFolderOf(const wchar_t* path, unsigned timeoutMs)
 
 int CreateFileLike(const wchar_t* path, const wchar_t* model)
 {
-    std::string name;
-    std::string modelName;
-    if (!ToSystem(path, name) || !ToSystem(model, modelName))
-        return -1;
+    const SystemPath name(path);
+    const SystemPath modelName(model);
     struct stat status;
-    const bool hasModel = FindModel(modelName.c_str(), status);
-    if (!hasModel && errno != 0)
+    bool hasModel = false;
+    if (!name.IsValid() || !modelName.IsValid() || !FindModel(modelName.Get(), status, hasModel))
         return -1;
-    if (unlink(name.c_str()) != 0 && errno != ENOENT)
+    if (unlink(name.Get()) != 0 && errno != ENOENT)
         return -1;
     const int flags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_NOCTTY | O_CLOEXEC;
-    OwnedDescriptor file(open(name.c_str(), flags, hasModel ? kOwnFile : kNewFile));
+    OwnedDescriptor file(open(name.Get(), flags, hasModel ? kOwnFile : kNewFile));
     if (file.Get() < 0)
         return -1;
     if (hasModel && !GiveTo(file.Get(), status))
     {
         const int error = errno;
-        unlink(name.c_str());
+        unlink(name.Get());
         errno = error;
         return -1;
     }
     return file.Release();
 }
 
-bool RenameInFolder(const wchar_t* path, const wchar_t* newPath)
+int CreateTemporaryLike(const wchar_t* model, std::wstring& path, bool& isNamed)
 {
+    const SystemPath modelName(model);
+    struct stat status;
+    bool hasModel = false;
+    if (!modelName.IsValid() || !FindModel(modelName.Get(), status, hasModel))
+        return -1;
+    const OwnedDescriptor folder(OpenFolderOf(modelName));
+    if (folder.Get() < 0)
+        return -1;
     std::string name;
-    std::string newName;
-    if (!ToSystem(path, name) || !ToSystem(newPath, newName))
-        return false;
-    const OwnedDescriptor folder(OpenFolder(newName));
-    if (folder.Get() < 0 || std::rename(name.c_str(), newName.c_str()) != 0)
-        return false;
-    return fsync(folder.Get()) == 0 || IsUnsupported(errno);
+    path.reserve(std::wcslen(model) + PATH_MAX); // nothing that can fail stands behind the creation
+    OwnedDescriptor file(CreateTemporary(folder.Get(), hasModel ? kOwnFile : kNewFile, name, isNamed));
+    if (file.Get() < 0)
+        return -1;
+    if (hasModel && !GiveTo(file.Get(), status))
+    {
+        const int error = errno;
+        if (isNamed)
+            unlinkat(folder.Get(), name.c_str(), 0);
+        errno = error;
+        return -1;
+    }
+    path = model;
+    path.resize(path.find_last_of(L"/\\") + 1); // 0 without a separator
+    path.append(name.begin(), name.end());
+    return file.Release();
+}
+
+bool NameFile(int descriptor, const wchar_t* path)
+{
+    const SystemPath name(path);
+    return name.IsValid() && LinkTemporary(descriptor, AT_FDCWD, name.Get());
+}
+
+bool RenameFile(const wchar_t* path, const wchar_t* newPath)
+{
+    const SystemPath name(path);
+    const SystemPath newName(newPath);
+    return name.IsValid() && newName.IsValid() && std::rename(name.Get(), newName.Get()) == 0;
+}
+
+bool SyncFolder(int folder)
+{
+    while (fsync(folder) != 0)
+    {
+        if (errno != EINTR)
+            return IsUnsupported(errno);
+    }
+    return true;
 }
 } // namespace tev::platform

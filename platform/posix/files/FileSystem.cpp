@@ -1,15 +1,15 @@
 #include "platform/FileSystem.h"
 
 #include "platform/IoLoops.h"
-#include "platform/PathNames.h"
 #include "platform/posix/files/FileReplacing.h"
 #include "platform/posix/files/FileSharing.h"
 #include "platform/posix/files/OwnedDescriptor.h"
+#include "platform/posix/files/SystemPath.h"
+#include "platform/posix/files/TemporaryFile.h"
 
 #include <atomic>
 #include <cerrno>
 #include <limits>
-#include <string>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -34,6 +34,7 @@ int OpenFlags(const FileOpenMode& mode)
     // Not O_TRUNC: the contents must survive an open that the sharing rule refuses.
     flags |= mode.create ? O_CREAT : 0;
     flags |= mode.inherit ? 0 : O_CLOEXEC;
+    flags |= mode.regularOnly ? O_NONBLOCK : 0;
     return flags;
 }
 
@@ -64,6 +65,19 @@ bool Truncate(int descriptor, const char* path, FileAccess access)
     return (access == FileAccess::Read ? truncate(path, 0) : ftruncate(descriptor, 0)) == 0;
 }
 
+/// What an open that must not block says in other words: of a socket, and of a file that another program holds a lease on.
+int RegularFileError(int error)
+{
+    return error == ENXIO ? EINVAL : error == EWOULDBLOCK ? ETXTBSY : error;
+}
+
+/// After an open that could not block: later transfers are as usual.
+bool MakeBlocking(int descriptor)
+{
+    const int flags = fcntl(descriptor, F_GETFL);
+    return flags >= 0 && fcntl(descriptor, F_SETFL, flags & ~O_NONBLOCK) == 0;
+}
+
 /// The system reports EBADF both for a descriptor that was opened for the other access and for one that is not open.
 /// After a failure: makes errno tell them apart.
 bool FailFor(int descriptor, int uselessAccess)
@@ -85,22 +99,26 @@ class PosixFileSystem final : public FileSystem
 public:
     FileHandle Open(const wchar_t* path, const FileOpenMode& mode) override
     {
-        std::string name;
-        if (!WidePathToSystem(path, name))
-            return Refuse(EILSEQ);
-        OwnedDescriptor descriptor(OpenDescriptor(name.c_str(), OpenFlags(mode)));
-        if (descriptor.Get() < 0)
+        const SystemPath name(path);
+        if (!name.IsValid())
             return nullptr;
+        OwnedDescriptor descriptor(OpenDescriptor(name.Get(), OpenFlags(mode)));
+        if (descriptor.Get() < 0)
+            return mode.regularOnly ? Refuse(RegularFileError(errno)) : nullptr;
         struct stat status;
         if (fstat(descriptor.Get(), &status) != 0)
             return nullptr;
         if (S_ISDIR(status.st_mode))
             return Refuse(EISDIR);
+        if (mode.regularOnly && !S_ISREG(status.st_mode))
+            return Refuse(EINVAL);
+        if (mode.regularOnly && !MakeBlocking(descriptor.Get()))
+            return nullptr;
         if (S_ISREG(status.st_mode))
         {
             if (!EnterSharing(descriptor.Get(), ShareOf(mode)))
                 return Refuse(ETXTBSY);
-            if (mode.truncate && !Truncate(descriptor.Get(), name.c_str(), mode.access))
+            if (mode.truncate && !Truncate(descriptor.Get(), name.Get(), mode.access))
                 return nullptr;
         }
         return FileHandleFromDescriptor(descriptor.Release());
@@ -189,15 +207,26 @@ public:
         return FileHandleFromDescriptor(CreateFileLike(path, model));
     }
 
-    bool Rename(const wchar_t* path, const wchar_t* newPath) override { return RenameInFolder(path, newPath); }
+    FileHandle CreateTemporary(const wchar_t* model, std::wstring& path, bool& isNamed) override
+    {
+        return FileHandleFromDescriptor(CreateTemporaryLike(model, path, isNamed));
+    }
+
+    bool Name(FileHandle file, const wchar_t* path) override { return NameFile(DescriptorOf(file), path); }
+
+    bool Rename(const wchar_t* path, const wchar_t* newPath) override { return RenameFile(path, newPath); }
+
+    bool SyncFolder(FileHandle folder) override { return platform::SyncFolder(DescriptorOf(folder)); }
+
+    void RemoveLeftTemporaries(FileHandle folder) noexcept override
+    {
+        platform::RemoveLeftTemporaries(DescriptorOf(folder));
+    }
 
     bool Remove(const wchar_t* path) override
     {
-        std::string name;
-        if (WidePathToSystem(path, name))
-            return unlink(name.c_str()) == 0;
-        errno = EILSEQ;
-        return false;
+        const SystemPath name(path);
+        return name.IsValid() && unlink(name.Get()) == 0;
     }
 
 private:

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cerrno>
+#include <utility>
 
 #include <unistd.h>
 
@@ -18,8 +19,14 @@ public:
             close(m_descriptor);
         errno = error;
     }
+    OwnedDescriptor(OwnedDescriptor&& other) noexcept : m_descriptor(other.Release()) {}
     OwnedDescriptor(const OwnedDescriptor&) = delete;
     OwnedDescriptor& operator=(const OwnedDescriptor&) = delete;
+    OwnedDescriptor& operator=(OwnedDescriptor&& other) noexcept
+    {
+        std::swap(m_descriptor, other.m_descriptor);
+        return *this;
+    }
 
     int Get() const { return m_descriptor; }
     int Release()

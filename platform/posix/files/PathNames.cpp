@@ -33,32 +33,58 @@ char32_t UnitAt(const wchar_t* text)
     return static_cast<char32_t>(*text) & (sizeof(wchar_t) == 2 ? 0xFFFFu : 0xFFFFFFFFu);
 }
 
-void AppendUtf8(std::string& text, char32_t c)
+/// Calls `append` with each byte.
+template <class Append>
+void AppendUtf8(Append&& append, char32_t c)
 {
     const auto continuation = [](char32_t bits) { return static_cast<char>(0x80 | (bits & 0x3F)); };
     if (c < 0x80)
     {
-        text += static_cast<char>(c);
+        append(static_cast<char>(c));
         return;
     }
     if (c < 0x800)
     {
-        text += static_cast<char>(0xC0 | (c >> 6));
+        append(static_cast<char>(0xC0 | (c >> 6)));
     }
     else
     {
         if (c < 0x10000)
         {
-            text += static_cast<char>(0xE0 | (c >> 12));
+            append(static_cast<char>(0xE0 | (c >> 12)));
         }
         else
         {
-            text += static_cast<char>(0xF0 | (c >> 18));
-            text += continuation(c >> 12);
+            append(static_cast<char>(0xF0 | (c >> 18)));
+            append(continuation(c >> 12));
         }
-        text += continuation(c >> 6);
+        append(continuation(c >> 6));
     }
-    text += continuation(c);
+    append(continuation(c));
+}
+
+/// Calls `append` with each byte of the system's form. False for a path that no name can have.
+template <class Append>
+bool EncodePath(const wchar_t* path, Append&& append)
+{
+    if (path == nullptr)
+        return true;
+    for (; *path != L'\0'; ++path)
+    {
+        char32_t c = UnitAt(path);
+        if (IsHighSurrogate(c) && IsLowSurrogate(UnitAt(path + 1)))
+        {
+            ++path;
+            c = 0x10000 + ((c - 0xD800) << 10) + (UnitAt(path) - 0xDC00);
+        }
+        if (IsEscapedByte(c))
+            append(static_cast<char>(c - kEscapeBase));
+        else if (IsHighSurrogate(c) || IsLowSurrogate(c) || c > kHighestCodePoint)
+            return false;
+        else
+            AppendUtf8(append, c == U'\\' ? U'/' : c);
+    }
+    return true;
 }
 
 void AppendWide(std::wstring& text, char32_t c)
@@ -103,23 +129,21 @@ size_t DecodeUtf8(const unsigned char* bytes, char32_t& c)
 bool tev::platform::WidePathToSystem(const wchar_t* path, std::string& result)
 {
     result.clear();
-    if (path == nullptr)
-        return true;
-    for (; *path != L'\0'; ++path)
-    {
-        char32_t c = UnitAt(path);
-        if (IsHighSurrogate(c) && IsLowSurrogate(UnitAt(path + 1)))
-        {
-            ++path;
-            c = 0x10000 + ((c - 0xD800) << 10) + (UnitAt(path) - 0xDC00);
-        }
-        if (IsEscapedByte(c))
-            result += static_cast<char>(c - kEscapeBase);
-        else if (IsHighSurrogate(c) || IsLowSurrogate(c) || c > kHighestCodePoint)
-            return false;
-        else
-            AppendUtf8(result, c == U'\\' ? U'/' : c);
-    }
+    return EncodePath(path, [&result](char byte) { result += byte; });
+}
+
+bool tev::platform::WidePathToSystem(const wchar_t* path, char* buffer, std::size_t size, bool& isTooLong) noexcept
+{
+    std::size_t length = 0;
+    const bool isName = EncodePath(path, [&](char byte) {
+        if (length < size)
+            buffer[length] = byte;
+        ++length;
+    });
+    isTooLong = length >= size;
+    if (!isName || isTooLong)
+        return false;
+    buffer[length] = '\0';
     return true;
 }
 

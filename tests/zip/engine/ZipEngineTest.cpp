@@ -234,21 +234,21 @@ TEST(ZipEngine, EncryptedEntriesAskForTheirPassword)
         ZipAddition addition = MemoryAddition("secret", secret);
         addition.level = 0;
         addition.encryption = encryption;
-        addition.password = "p\xC3\xA4ssword";
+        addition.password = tev::Password(L"p\u00E4ssword");
         ASSERT_TRUE(engine->Add(addition, error));
         std::string archive = Save(*engine);
         std::unique_ptr<ZipEngine> opened = OpenInMemory(archive, error);
         ZipEntry entry;
         ASSERT_TRUE(opened->Describe(0, entry, error));
         EXPECT_EQ(entry.encryption, encryption);
-        EXPECT_EQ(ReadEntry(*opened, 0, addition.password, error), secret);
+        EXPECT_EQ(ReadEntry(*opened, 0, addition.password.Utf8(), error), secret);
         ReadEntry(*opened, 0, "", error);
         EXPECT_EQ(error.failure, ZipFailure::PasswordNeeded);
         ReadEntry(*opened, 0, "wrong", error);
         EXPECT_TRUE(error.failure == ZipFailure::WrongPassword || error.failure == ZipFailure::WrongPasswordOrDamaged);
         archive[archive.find("secret") + 60] ^= 1;
         opened = OpenInMemory(archive, error);
-        ReadEntry(*opened, 0, addition.password, error);
+        ReadEntry(*opened, 0, addition.password.Utf8(), error);
         EXPECT_EQ(error.failure, ZipFailure::WrongPasswordOrDamaged);
     }
 }

@@ -1,0 +1,190 @@
+#include "files/FileReplacement.h"
+
+#include "files/RegularFile.h"
+#include "tests/support/FailingFileSystem.h"
+#include "tests/support/FileFailure.h"
+#include "tests/support/TempFolder.h"
+
+#include <gtest/gtest.h>
+
+#include <set>
+#include <thread>
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace
+{
+using namespace tev;
+using namespace tev::test;
+
+constexpr TemporaryName kBothNamings[] = {TemporaryName::Own, TemporaryName::Suffix};
+
+void Replace(const std::wstring& path, TemporaryName naming)
+{
+    FileReplacement replacement(path.c_str(), naming);
+    replacement.Begin().Write("new", 3);
+    replacement.Commit();
+}
+
+std::set<std::string> NamesIn(const TempFolder& folder)
+{
+    std::set<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(folder.Path()))
+        names.insert(entry.path().filename().string());
+    return names;
+}
+
+int OpenDescriptors()
+{
+    return static_cast<int>(std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}));
+}
+
+TEST(FileReplacement, ReachesTheDiskBeforeItTakesThePlace)
+{
+    const TempFolder folder;
+    for (const TemporaryName naming : kBothNamings)
+    {
+        const std::wstring path = folder.WriteFile("file", "old");
+        const FailingFileSystem files;
+        Replace(path, naming);
+        std::vector<std::string> expected = {"lock folder", "create", "write",       "sync", "name",
+                                             "close",       "rename", "sync folder", "close"};
+        const std::vector<std::string> steps = files.Steps({expected.begin(), expected.end()});
+        const bool isNamed = std::find(steps.begin(), steps.end(), "name") == steps.end();
+        EXPECT_TRUE(isNamed || naming == TemporaryName::Own);
+        if (isNamed) // the temporary file had a name from its creation on
+            expected.erase(expected.begin() + 4);
+        EXPECT_EQ(steps, expected);
+        EXPECT_EQ(folder.ReadFile("file"), "new");
+    }
+}
+
+TEST(FileReplacement, FailsWithTheOldFileAndNothingElse)
+{
+    for (const TemporaryName naming : kBothNamings)
+    {
+        for (unsigned n = 1;; ++n)
+        {
+            const TempFolder folder;
+            const std::wstring path = folder.WriteFile("file", "old");
+            const int descriptors = OpenDescriptors();
+            FailingFileSystem files;
+            files.FailAt(n, EIO);
+            const int thrown = Thrown([&] { Replace(path, naming); });
+            const std::string step = files.FailedStep();
+            SCOPED_TRACE(step);
+            EXPECT_EQ(NamesIn(folder), std::set<std::string>{"file"});
+            EXPECT_EQ(OpenDescriptors(), descriptors);
+            if (thrown == kNothingThrown)
+            {
+                EXPECT_GT(n, 7U);
+                EXPECT_TRUE(step.empty() || step == "close") << "but that of the folder";
+                if (step.empty())
+                    break;
+            }
+            // The folder's flush is the one step behind the rename.
+            const bool isNew = thrown == kNothingThrown || step == "sync folder";
+            EXPECT_EQ(folder.ReadFile("file"), isNew ? "new" : "old");
+        }
+    }
+}
+
+TEST(FileReplacement, TouchesNoOtherFileUnlessItsNameIsDocumented)
+{
+    for (const TemporaryName naming : kBothNamings)
+    {
+        const TempFolder folder;
+        const std::wstring path = folder.WriteFile("file", "old");
+        folder.WriteFile("file.tmp", "the user's");
+        {
+            FileReplacement abandoned(path.c_str(), naming);
+            abandoned.Begin().Write("new", 3);
+        }
+        EXPECT_EQ(folder.Exists("file.tmp"), naming == TemporaryName::Own);
+        Replace(path, naming);
+        EXPECT_EQ(folder.Exists("file.tmp"), naming == TemporaryName::Own);
+        EXPECT_EQ(folder.ReadFile("file"), "new");
+    }
+}
+
+TEST(FileReplacement, RemovesWhatEndedProcessesLeft)
+{
+    const TempFolder folder;
+    const std::wstring path = folder.WriteFile("file", "old");
+    const char* const kept[] = {".tevtools-a.tmp", ".tevtools-1-2", "tevtools-1-2.tmp", ".tevtools-.tmp"};
+    for (const char* const name : kept)
+        folder.WriteFile(name, "");
+    folder.WriteFile(".tevtools-99-1.tmp", "left");
+    folder.WriteFile(".tevtools-99-2.tmp", "being written");
+    const int writer = open(folder.Path(".tevtools-99-2.tmp").c_str(), O_RDWR | O_CLOEXEC);
+    ASSERT_EQ(flock(writer, LOCK_EX), 0);
+    ASSERT_EQ(mkfifo(folder.Path(".tevtools-99-3.tmp").c_str(), 0600), 0);
+    {
+        FileReplacement abandoned(path.c_str());
+        abandoned.Begin();
+    }
+    EXPECT_TRUE(folder.Exists(".tevtools-99-1.tmp")) << "nothing is saved";
+    Replace(path, TemporaryName::Own);
+    std::set<std::string> expected(std::begin(kept), std::end(kept));
+    expected.insert({"file", ".tevtools-99-2.tmp", ".tevtools-99-3.tmp"});
+    EXPECT_EQ(NamesIn(folder), expected);
+    close(writer);
+    Replace(path, TemporaryName::Own);
+    expected.erase(".tevtools-99-2.tmp");
+    EXPECT_EQ(NamesIn(folder), expected);
+}
+
+TEST(FileReplacement, KeepsPermissionsAndLinks)
+{
+    for (const TemporaryName naming : kBothNamings)
+    {
+        const TempFolder folder;
+        folder.WriteFile("inner/file", "old");
+        ASSERT_EQ(chmod(folder.Path("inner/file").c_str(), 04640), 0);
+        std::filesystem::create_symlink("inner/file", folder.Path("link"));
+        Replace(folder.WidePath("link"), naming);
+        EXPECT_TRUE(std::filesystem::is_symlink(folder.Path("link")));
+        struct stat status = {};
+        ASSERT_EQ(stat(folder.Path("inner/file").c_str(), &status), 0);
+        EXPECT_EQ(status.st_mode & 07777U, 04640U);
+        EXPECT_EQ(folder.ReadFile("inner/file"), "new");
+        Replace(folder.WidePath("fresh"), naming);
+        const mode_t mask = umask(0);
+        umask(mask);
+        ASSERT_EQ(stat(folder.Path("fresh").c_str(), &status), 0);
+        EXPECT_EQ(status.st_mode & 07777U, 0666U & ~mask);
+    }
+}
+
+TEST(RegularFile, IsNeverAPipe)
+{
+    const TempFolder folder;
+    const std::wstring path = folder.WidePath("pipe");
+    ASSERT_EQ(mkfifo(folder.Path("pipe").c_str(), 0600), 0);
+    CXFileException error;
+    RegularFile file;
+    EXPECT_FALSE(file.Open(path.c_str(), error));
+    EXPECT_EQ(error.GetCause(), fileInvalidFile);
+    EXPECT_FALSE(file.Open(folder.WidePath().c_str(), error));
+    EXPECT_EQ(error.GetCause(), fileAccessDenied);
+    EXPECT_FALSE(file.Open(folder.WidePath("none").c_str(), error));
+    EXPECT_EQ(error.GetCause(), fileNotFound);
+    EXPECT_EQ(Thrown([&] { Replace(path, TemporaryName::Own); }), fileGeneric);
+    folder.WriteFile("file", "12345");
+    ASSERT_TRUE(file.Open(folder.WidePath("file").c_str(), error));
+    char bytes[8];
+    EXPECT_EQ(file.Read(bytes, sizeof bytes), 5U);
+
+    // A pipe that the user names is one.
+    std::thread writer([&] {
+        CXFile sink(path.c_str(), CXFile::modeWrite | CXFile::shareDenyNone);
+        sink.Write("text", 4);
+    });
+    CXFile source(path.c_str(), CXFile::modeRead | CXFile::shareDenyNone);
+    EXPECT_EQ(source.Read(bytes, sizeof bytes), 4U);
+    writer.join();
+}
+} // namespace

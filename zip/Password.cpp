@@ -1,0 +1,44 @@
+#include "zip/Password.h"
+
+#include "text/TextEncoding.h"
+
+namespace tev
+{
+void Overwrite(void* memory, std::size_t size) noexcept
+{
+    volatile auto* const bytes = static_cast<volatile unsigned char*>(memory);
+    for (std::size_t i = 0; i < size; ++i)
+        bytes[i] = 0;
+}
+
+void OverwriteText(CXTString<wchar_t>& text) noexcept
+{
+    // The text owns its characters, and none is shared.
+    Overwrite(const_cast<wchar_t*>(text.GetConstBuffer()), text.GetLength64() * sizeof(wchar_t));
+    text = CXTString<wchar_t>(); // never allocates
+}
+
+Password::Password(const CXTString<wchar_t>& text)
+{
+    CXTString<char> bytes;
+    static_cast<void>(XEncodeText(text.GetConstBuffer(), text.GetLength64(), xEncodingUtf8, bytes)); // never fails
+    m_utf8.assign(bytes.GetConstBuffer(), bytes.GetLength64());
+    Overwrite(const_cast<char*>(bytes.GetConstBuffer()), bytes.GetLength64());
+}
+
+Password& Password::operator=(const Password& other)
+{
+    if (this != &other)
+    {
+        Clear();
+        m_utf8 = other.m_utf8;
+    }
+    return *this;
+}
+
+void Password::Clear() noexcept
+{
+    Overwrite(m_utf8.data(), m_utf8.size());
+    m_utf8.clear();
+}
+} // namespace tev
