@@ -6,8 +6,8 @@
 namespace tev
 {
 
-/// FNV-1a of 32 bits, taken from the last byte back to the first, each byte widened with its sign before it is mixed in.
-/// Stored checksums depend on both differences from the textbook. An empty block gives 0x811C9DC5.
+/// 32-bit FNV-1a that runs from the last byte to the first and sign-extends each byte before the exclusive or. Stored
+/// checksums depend on both differences from standard FNV-1a. An empty block gives 0x811C9DC5.
 inline std::uint32_t BlockChecksum(const void* block, std::size_t size) noexcept
 {
     constexpr std::uint32_t kOffsetBasis = 0x811C9DC5;

@@ -6,7 +6,7 @@
 
 namespace tev::platform
 {
-/// Takes numbers off bytes that may be anything. Past the end it gives zeros and is no longer good.
+/// Reads numbers from untrusted input. A read past the end returns zero, and IsGood is false from then on.
 class ByteReader
 {
 public:
@@ -51,7 +51,7 @@ public:
         m_at = end + 1;
         return text;
     }
-    /// Numbers of seven bits a byte.
+    /// Variable-length numbers (LEB128): seven bits in each byte.
     std::uint64_t TakeUnsigned() noexcept
     {
         std::uint64_t value = 0;

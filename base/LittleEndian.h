@@ -1,6 +1,6 @@
 #pragma once
 
-// How numbers stand in every byte format of the library.
+// Every byte format of the library stores numbers in little-endian order.
 
 #include <algorithm>
 #include <cstddef>

@@ -4,7 +4,7 @@
 
 namespace tev
 {
-/// Holds a process-wide object that is made on first use and is still there when the last static destructor runs.
+/// Holds a process-wide object that is created on first use and never destroyed, so that static destructors can use it.
 /// Use as a static local variable.
 template <class T>
 class NeverDestroyed

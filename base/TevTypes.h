@@ -14,8 +14,8 @@
 #define TEVTOOLS_API __attribute__((visibility("default")))
 #endif
 
-// For class templates that users instantiate: known under one identity in a program and its plug-ins, but compiled by each
-// of them and not imported.
+// For class templates that users instantiate: a program and its plug-ins share one type identity, but each compiles the
+// members itself instead of importing them.
 #if defined(_WIN32)
 #define TEVTOOLS_TEMPLATE_API
 #else
@@ -27,8 +27,8 @@
 #define __int64 long long
 #endif
 
-// Makes the compiler refuse a static object whose first value it cannot compute itself. Empty where the address of an
-// imported object is no constant.
+// Makes the compiler reject a static object that has no constant initializer. Empty where the address of an imported
+// object is not a constant.
 #if defined(_WIN32)
 #define X_CONSTINIT
 #elif defined(__clang__)
@@ -39,8 +39,8 @@
 #define X_CONSTINIT
 #endif
 
-// The system's structures of points, sizes and rectangles where it has none. On Windows <windows.h> defines them, and is
-// included first by programs that use the classes over them.
+// The system's structures of points, sizes and rectangles where it has none. On Windows <windows.h> defines them, and
+// is included first by programs that use the classes over them.
 #if !defined(_WIN32)
 struct tagPOINT
 {

@@ -1,4 +1,4 @@
-// CXTString compared with std::basic_string, on the work an application gives its strings most.
+// CXTString compared with std::basic_string, on the most frequent operations of an application.
 
 #include "text/CXTString.h"
 

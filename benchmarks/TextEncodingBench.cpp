@@ -78,7 +78,7 @@ void EncodeOurs(benchmark::State& state, const Sample& sample)
     Count(state, sample);
 }
 
-/// The thread speaks UTF-8 with the C library until the end of the scope.
+/// Sets a UTF-8 locale for the thread until the end of the scope.
 class Utf8Locale
 {
 public:

@@ -101,7 +101,7 @@ const char* Pick(Bytes& bytes, const std::vector<const char*>& choices)
 
 constexpr unsigned kMostConversions = 3;
 
-// Takes the next conversion and its argument, and goes on with one argument more.
+// Adds the next conversion and its argument, and continues with one argument more.
 template <class... Values>
 void Extend(Bytes& bytes, std::string format, const std::string& text, Values... values)
 {

@@ -1,5 +1,5 @@
-// Conversions in all encodings against plain decoders and encoders written anew here. The first byte chooses the encoding,
-// the second one how far into a block of memory the text begins.
+// Conversions in all encodings against plain decoders and encoders written anew here. The first byte chooses the
+// encoding, the second one how far into a block of memory the text begins.
 
 #include "text/CXTString.h"
 #include "text/Utf.h"
@@ -126,7 +126,7 @@ std::string EncodeUtf8Plainly(const std::wstring& text)
     return bytes;
 }
 
-/// The text in a block of its own, from an odd place on, and nothing behind it.
+/// The text in a block of its own, at an odd offset, with nothing after it.
 template <class T>
 struct Placed
 {

@@ -60,7 +60,7 @@ bool CXCriticalSection::TryLock()
     return true;
 }
 
-// Who waits does not hold the lock: it may be suspended, and killed, meanwhile.
+// A waiting thread does not hold the lock: it may be suspended and killed while it waits.
 void CXCriticalSection::WaitForLock()
 {
     ThreadLocks& mine = t_threadLocks;

@@ -6,10 +6,10 @@
 #include <atomic>
 #include <cstdint>
 
-/// A recursive lock: the thread that holds it may lock it again, and releases it as many times. Uncontended it costs one
-/// atomic operation each way and no system call, and it never allocates; waiting threads sleep. It is ready before the
-/// first line of a program runs when it is a static object. Not for use between processes.
-/// Safe from several threads at once. Ends with nobody holding it.
+/// A recursive lock: the thread that holds it may lock it again, and releases it as many times. Uncontended it costs
+/// one atomic operation each way and no system call, and it never allocates; waiting threads sleep. It is ready before
+/// the first line of a program runs when it is a static object. Not for use between processes.
+/// Safe from several threads at once. Destroyed only when no thread holds it.
 class X_CAPABILITY("critical section") TEVTOOLS_API CXCriticalSection
 {
 public:
@@ -18,12 +18,12 @@ public:
     CXCriticalSection& operator=(const CXCriticalSection&) = delete;
     virtual ~CXCriticalSection();
 
-    /// A hint: another thread may take or release the lock while this answers.
+    /// A hint: another thread may take or release the lock at the same time.
     bool IsLocked() const noexcept { return m_lockCount.load(std::memory_order_relaxed) >= 1; }
 
     /// Waits until the lock can be had. Always true.
     bool Lock() X_ACQUIRE();
-    /// As Lock, but answers false where it would have to wait.
+    /// As Lock, but returns false where it would have to wait.
     [[nodiscard]] bool TryLock() X_TRY_ACQUIRE(true);
     /// Takes back one Lock; does nothing on a thread that does not hold the lock. Always true.
     bool Unlock() X_RELEASE();
@@ -35,10 +35,11 @@ private:
     friend class CXThread;
 
     void WaitForLock();
-    /// Releases what a thread that was ended by force has left locked; nothing when another one holds the lock.
+    /// Releases the lock on behalf of a thread that was terminated while it held it; does nothing when another thread
+    /// does.
     void ReleaseForEnded(std::uint64_t threadNumber);
 
-    // Free, held, or held while somebody may be waiting.
+    // Free, held, or held while other threads may be waiting.
     std::atomic<std::uint32_t> m_state{0};
     std::atomic<int> m_lockCount{0};
     std::atomic<std::uint64_t> m_owner{0}; ///< the number of the thread that holds it, 0 for none

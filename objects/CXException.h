@@ -4,7 +4,7 @@
 #include "text/CXTString.h"
 
 /// Base of everything that the library throws. Exceptions are thrown as pointers: the throw site creates the object,
-/// records it as the thread's pending exception and throws it; who catches it owns it and ends with Delete().
+/// records it as the thread's pending exception and throws it; the catcher owns it and releases it with Delete().
 /// Each class that the library throws has a static Throw that does the three steps.
 /// One thread at a time.
 class TEVTOOLS_API CXException : public CXObject
@@ -21,26 +21,26 @@ public:
     /// Clears the record, too, when the exception is a thread's pending one.
     ~CXException() override;
 
-    /// Tells the user; false when there is nothing to show. Always false: it asks the base's message, which is empty.
+    /// Shows the base's message to the user; false when there is nothing to show. Always false: that message is empty.
     virtual bool ReportError(unsigned int type);
-    /// Always empty, whatever message the exception carries; the subclasses that have texts answer with them.
+    /// Always empty, whatever message the exception carries; the subclasses that have texts return them.
     CXTString<wchar_t> GetErrorMessage() const { return {}; }
     /// The message the exception was made with.
     const CXTString<wchar_t>& GetMessageText() const noexcept { return m_message; }
 
-    /// Ends the exception.
+    /// Deletes the exception.
     void Delete() { delete this; }
     /// As the member; null is ignored.
     static void Delete(CXException* exception) { delete exception; }
 
 protected:
-    /// A message text with the file's name put in, or the text for a file without a name.
+    /// A message text with the file's name inserted, or the text for a file without a name.
     static CXTString<wchar_t> FormatFileMessage(unsigned messageId, const CXTString<wchar_t>& fileName);
 
     CXTString<wchar_t> m_message;
 };
 
-/// Memory was asked for that cannot be had. One thread at a time.
+/// A memory allocation failed. One thread at a time.
 class TEVTOOLS_API CXMemoryException : public CXException
 {
 public:
@@ -62,7 +62,7 @@ public:
     [[noreturn]] static void Throw(const CXTString<wchar_t>& message = {});
 };
 
-/// The user ended the operation. One thread at a time.
+/// The user cancelled the operation. One thread at a time.
 class TEVTOOLS_API CXUserException : public CXException
 {
 public:

@@ -40,15 +40,15 @@ public:
     [[noreturn]] static void Throw(FileExceptionType cause, const CXTString<wchar_t>& fileName,
                                    const CXTString<wchar_t>& message = {});
     /// Reports the calling thread's last system error: stores cause and file name in `out`, or throws where `out` is
-    /// null. `cause` stands in when there was no system error; when that is fileNone too, nothing is thrown.
+    /// null. `cause` is used when there was no system error; when that is fileNone too, nothing is thrown.
     static void ThrowOsError(FileExceptionType cause, const CXTString<wchar_t>& fileName, CXFileException* out);
-    /// As ThrowOsError, for an errno value; 0 stands for no error.
+    /// As ThrowOsError, for an errno value; 0 means no error.
     static void ThrowErrno(FileExceptionType cause, int errnoValue, const CXTString<wchar_t>& fileName,
                            CXFileException* out);
     /// Cause of an errno value; fileGeneric for one that is not known, and for 0.
     static FileExceptionType ErrnoToException(int errnoValue) noexcept;
-    /// Cause of one of the system's error codes (2 not found, 5 access denied, 32 sharing violation, ...), which are finer
-    /// than errno; fileNone for 0.
+    /// Cause of one of the system's error codes (2 not found, 5 access denied, 32 sharing violation, ...), which are
+    /// finer than errno; fileNone for 0.
     static FileExceptionType OsErrorToException(unsigned systemError) noexcept;
 
 private:

@@ -11,7 +11,7 @@ class CXObject;
 constexpr unsigned xSchemaNotSerializable = 0x10000000u; ///< objects of the class may not go through an archive
 constexpr unsigned xSchemaVersionable = 0x20000000u;     ///< objects of another schema number may be loaded
 
-/// What the library knows of a class at run time: one static record a class, found by name in a process-wide registry.
+/// The run-time record of a class: one static object for each class, found by name in a process-wide registry.
 /// Write it with X_DECLARE_CLASS in the class and one of the X_IMPLEMENT_ macros in its source.
 /// Records are immutable. The registry is safe from several threads at once.
 struct TEVTOOLS_API CXRuntimeClass
@@ -23,7 +23,8 @@ struct TEVTOOLS_API CXRuntimeClass
     CXObject* (*m_create)();      ///< null when objects cannot be created by name
 
     /// A new object, which the caller deletes. Null when the class has no create function or its construction throws.
-    /// Where it has one, the thread's pending exception is deleted, so Delete() an exception that you have caught first.
+    /// Where it has one, the thread's pending exception is deleted, so Delete() an exception that you have caught
+    /// first.
     [[nodiscard]] CXObject* CreateObject() const;
     /// True for the record itself and for each that it is derived from.
     bool IsDerivedFrom(const CXRuntimeClass* base) const noexcept { return IsDerivedFrom(this, base); }
@@ -31,14 +32,14 @@ struct TEVTOOLS_API CXRuntimeClass
     static bool IsDerivedFrom(const CXRuntimeClass* derived, const CXRuntimeClass* base) noexcept;
     bool IsSerializable() const noexcept { return (m_schema & xSchemaNotSerializable) == 0; }
 
-    /// Writes the schema number and the name, the form in which a class stands in an archive the first time. A name of
+    /// Writes the schema number and the name, the form of a class in an archive when it occurs first. A name of
     /// more than 65,535 bytes is archiveGeneric.
     void Save(CXArchive& archive) const;
     /// Reads what Save wrote and returns the class of that name, null when none is declared.
     static const CXRuntimeClass* Load(CXArchive& archive, unsigned int& schema);
 
-    /// Enters a record, which must stay valid until it is taken out, under its name. It hides earlier ones of that name;
-    /// one that was declared before becomes the latest. False for null.
+    /// Enters a record, which must stay valid until it is taken out, under its name. It hides earlier ones of that
+    /// name; one that was declared before becomes the latest. False for null.
     static bool DeclareRuntimeClass(const CXRuntimeClass* record);
     /// Takes a record out; an earlier one of the same name comes back. False when it was not declared.
     static bool UndeclareRuntimeClass(const CXRuntimeClass* record);
@@ -88,7 +89,7 @@ private:
     const CXRuntimeClass* m_record;
 };
 
-/// Goes into the public part of a class that has a record.
+/// Declares the record, in the public part of the class.
 #define X_DECLARE_CLASS(Class)                                                                                         \
     static const CXRuntimeClass classCreator##Class;                                                                   \
     static const CXRuntimeClass* GetThisRuntimeClassDescriptor() noexcept                                              \
@@ -107,10 +108,10 @@ private:
     }                                                                                                                  \
     static const XClassDeclaration xDeclaration##Class(&Class::classCreator##Class);
 
-/// Goes once into the source of a class that is created by name and has a default constructor.
+/// Defines the record of a class that has a default constructor and can be created by name; once, in a source file.
 #define X_IMPLEMENT_CLASS(Class, Base, schema)                                                                         \
     X_IMPLEMENT_CLASS_RECORD(Class, Base, schema, /* NOLINTNEXTLINE(bugprone-macro-parentheses): a type takes none */  \
                              ([]() -> CXObject* { return new Class; }))
 
-/// Goes once into the source of a class that is not created by name.
+/// Defines the record of a class that is not created by name; once, in a source file.
 #define X_IMPLEMENT_ABSTRACT_CLASS(Class, Base, schema) X_IMPLEMENT_CLASS_RECORD(Class, Base, schema, nullptr)

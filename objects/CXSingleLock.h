@@ -9,7 +9,7 @@ class TEVTOOLS_API CXSingleLock
 public:
     /// Nothing is attached.
     CXSingleLock() noexcept = default;
-    /// Attaches the lock, which may be null, and takes it at once where that is asked for.
+    /// Attaches the lock, which may be null, and takes it at once when `lockNow` is true.
     CXSingleLock(CXCriticalSection* lock, bool lockNow);
     CXSingleLock(const CXSingleLock&) = delete;
     CXSingleLock& operator=(const CXSingleLock&) = delete;

@@ -12,7 +12,7 @@ namespace
 {
 constexpr std::size_t kInitialBuckets = 23;
 
-/// Records by class name. The names are copies, because a plug-in's own go away with it.
+/// Records by class name. The names are copies, because those of a plug-in are unloaded with it.
 class ClassRegistry
 {
 public:
@@ -43,7 +43,7 @@ public:
         return found == m_classes.end() ? nullptr : found->second.back();
     }
 
-    // Libraries that are closed at exit still take out their records.
+    // Libraries that are closed at exit still remove their records.
     static ClassRegistry& Get() noexcept
     {
         static tev::NeverDestroyed<ClassRegistry> registry;

@@ -6,8 +6,8 @@
 
 namespace tev
 {
-/// What `work` answers, or `failure` where it throws an exception of the library or finds no memory. A lack of memory is
-/// an exception of the library in a process whose crashes are reported, and one of the language in others.
+/// The result of `work`, or `failure` where it throws an exception of the library or std::bad_alloc. A lack of memory
+/// is reported by the former in a process that has the crash handler installed, and by the latter in all others.
 template <class RESULT, class WORK>
 RESULT ResultOr(RESULT failure, WORK&& work)
 {

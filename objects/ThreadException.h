@@ -7,7 +7,7 @@
 
 class CXException;
 
-// Each thread has at most one pending exception: the one that it threw last and nobody has deleted yet. It is deleted
+// Each thread has at most one pending exception: the one that it threw last and that is not deleted yet. It is deleted
 // when the thread ends; a program's exit deletes what ended threads have left.
 // Safe from several threads at once.
 

@@ -110,7 +110,8 @@ thread_local ThreadState t_state = ThreadState::HasNeverRecorded;
 /// Deletes the thread's pending exception when the thread ends.
 struct Sentinel
 {
-    // A thread's identifier may have belonged to another one, which recorded after its own sentinel was gone.
+    // A thread's identifier may have belonged to an earlier thread, which recorded after its own sentinel was
+    // destroyed.
     Sentinel()
     {
         const OwnedException leftBehind(Registry::Get().Take());

@@ -2,9 +2,9 @@
 
 #include "text/CXTString.h"
 
-/// Wide text kept in lower case, for searching without regard to case. Lower case is what the C library's current locale
-/// makes of each character at the moment of assignment; changing characters afterwards through the base is not followed.
-/// One thread at a time.
+/// Wide text kept in lower case, for searching without regard to case. Lower case is what the C library's current
+/// locale makes of each character at the moment of assignment; characters that are changed through the base class
+/// afterwards are not lower-cased. One thread at a time.
 class TEVTOOLS_API CExLCString : public CXTString<wchar_t>
 {
 public:
@@ -12,7 +12,7 @@ public:
     CExLCString(const CXTString<wchar_t>& text);
     CExLCString& operator=(const CXTString<wchar_t>& text);
 
-    /// Position of the lower-cased `text` at `start` or later, -1 when it is absent. Hides the searches of the base, which
-    /// would look for capitals that are never there.
+    /// Position of the lower-cased `text` at `start` or later, -1 when it is absent. Hides the searches of the base,
+    /// which would look for capitals that are never there.
     int Find(const CXTString<wchar_t>& text, int start = 0) const;
 };

@@ -17,7 +17,7 @@ namespace
 using tev::CopyCharacters;
 using tev::TextLength;
 
-// What a string that owns no buffer points to. It is never written: its capacity of 0 makes every change grow first.
+// The text of a string that owns no buffer. It is never written to: its capacity of 0 makes every change grow first.
 template <class T>
 T* EmptyText() noexcept
 {
@@ -31,7 +31,7 @@ constexpr unsigned __int64 kSecondCapacity = 64;
 template <class T>
 unsigned __int64 CapacityFor(unsigned __int64 length)
 {
-    // Beyond this the doubled length would not be a size in bytes any more; no allocator has that much anyway.
+    // Beyond this the size in bytes of the doubled length would overflow; no allocator has that much memory anyway.
     constexpr unsigned __int64 kLongest = (PTRDIFF_MAX / sizeof(T) - 1) / 2;
     if (length > kLongest)
         throw std::bad_alloc();
@@ -50,7 +50,7 @@ T* Reallocate(T* block, unsigned __int64 capacity)
     return static_cast<T*>(grown);
 }
 
-// Text of either other form, converted through the ANSI code page; empty where it cannot be converted.
+// Text of the other width, converted through the ANSI code page; empty where it cannot be converted.
 CXTString<wchar_t> Convert(const char* text)
 {
     CXTString<wchar_t> result;
@@ -291,7 +291,7 @@ T* CXTString<T>::DetachBuffer()
 template <class T>
 T* CXTString<T>::Grow(unsigned __int64 length)
 {
-    // A string without a buffer begins with the one that a new string has.
+    // The first buffer is the one that a new string has.
     const bool isFirst = m_text.m_capacity == 0;
     const unsigned __int64 capacity = isFirst && length < kFirstCapacity ? kFirstCapacity : CapacityFor<T>(length);
     T* owned = isFirst ? nullptr : m_text.m_data;

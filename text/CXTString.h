@@ -8,7 +8,7 @@
 #include <type_traits>
 #include <utility>
 
-/// The three fields of a string, as code that works below the class sees them.
+/// The three fields of a string, for code that works on the buffer directly.
 template <class T>
 struct CXTCharArray
 {
@@ -17,14 +17,14 @@ struct CXTCharArray
     unsigned __int64 m_capacity; ///< characters the buffer holds, terminator included; 0 when no buffer is owned
 };
 
-/// The text class of the library's interfaces: an owned, NUL-terminated run of `char` or `wchar_t`. Copies share nothing.
-/// Text of the other width is converted through the ANSI code page. Positions and counts are `int`; -1 as a count means
-/// "all of it", and texts of 2^31 characters and more are reached through GetLength64 and GetConstBuffer.
-/// An argument may point into the string that is changed. Growing throws std::bad_alloc and leaves the string as it was.
-/// One thread at a time.
+/// The string class of the library's interfaces: owned, NUL-terminated text of `char` or `wchar_t`. Copies share
+/// nothing. Text of the other width is converted through the ANSI code page. Positions and counts are `int`; -1 as a
+/// count means "all of it", and texts of 2^31 characters and more are reached through GetLength64 and GetConstBuffer.
+/// An argument may point into the string that is changed. Growing throws std::bad_alloc and leaves the string as it
+/// was. One thread at a time.
 ///
-/// A buffer that must grow to n characters gets room for 2n + 1, at least 16, and 64 where that is from 16 to 63; it never
-/// shrinks. A string that was moved from is empty and owns no buffer until it is written to.
+/// A buffer that must grow to n characters gets room for 2n + 1, at least 16, and 64 where that is from 16 to 63; it
+/// never shrinks. A string that was moved from is empty and owns no buffer until it is written to.
 template <class T>
 class TEVTOOLS_API CXTString
 {
@@ -83,7 +83,7 @@ public:
     const T* GetAtPtr(int position) const noexcept;
     /// Replaces one character. A position outside the text is an invalid parameter (errno 34) and changes nothing.
     void SetAt(int position, T character);
-    /// Not checked: the position is from 0 to the length (where the terminator stands).
+    /// Not checked: the position is from 0 to the length (the terminator's position).
     template <class Index, std::enable_if_t<std::is_integral_v<Index>, int> = 0>
     T& operator[](Index position) noexcept
     {
@@ -105,7 +105,7 @@ public:
     /// Sets the length after the buffer was written to; -1 looks for the terminator.
     /// A length past the buffer is an invalid parameter (errno 34) and changes nothing.
     void ReleaseBuffer(int length = -1);
-    /// Hands the buffer to the caller, who releases it with `free`. The string is empty afterwards.
+    /// Hands the buffer over to the caller, who releases it with `free`. The string is empty afterwards.
     [[nodiscard]] T* DetachBuffer();
 
     // Formatting: see docs/text.md for the conversions. A format that cannot be carried out makes the result empty;
@@ -142,7 +142,7 @@ public:
     int Find(const T* text, int start = 0, bool noCase = false) const;
     int FindNoCase(const T* text, int start = 0) const { return Find(text, start, true); }
     int FindOneOf(const T* characters, int start = 0) const noexcept;
-    /// Searches towards the front for a match that begins at `start` or before it; -1 starts at the end.
+    /// Searches backwards for a match that begins at `start` or before it; -1 starts at the end.
     int ReverseFind(T character, int start = -1) const noexcept;
     int ReverseFind(const T* text, int start = -1) const noexcept;
     /// As Find, but the position just past the match.
@@ -150,17 +150,17 @@ public:
 
     // Editing
 
-    /// Replaces at most `maxCount` matches that begin at `start` or later and before `limit`; -1 stands for no bound.
-    /// Matches do not see text that was put in. Returns the number of replacements.
+    /// Replaces at most `maxCount` matches that begin at `start` or later and before `limit`; -1 means no bound.
+    /// Inserted text is not searched again. Returns the number of replacements.
     int Replace(T oldCharacter, T newCharacter, int maxCount = -1, int limit = -1, int start = 0);
     int Replace(const T* oldText, const T* newText, int maxCount = -1, int limit = -1, int start = 0);
     /// Removes every occurrence at `start` or later and returns how many there were.
     int Remove(T character, int start = 0);
     int Remove(const T* text, bool noCase = false, int start = 0);
-    /// Inserts before the position, which is cut to the range 0 to length. Returns the new length.
+    /// Inserts before the position, which is clamped to the range 0 to length. Returns the new length.
     int Insert(int position, T character);
     int Insert(int position, const T* text);
-    /// Deletes what lies in the text of the given run. Returns the new length.
+    /// Deletes the part of the given range that lies within the text. Returns the new length.
     int Delete(int position, int count = 1);
 
     // Extraction
@@ -168,18 +168,18 @@ public:
     CXTString Mid(int first, int count = -1) const;
     CXTString Left(int count) const;
     CXTString Right(int count) const;
-    /// The leading run of characters that are in the set; SpanExcluding the one of those that are not.
+    /// The leading characters that are in the set; SpanExcluding: those that are not.
     CXTString SpanIncluding(const T* characters) const;
     CXTString SpanExcluding(const T* characters) const;
-    /// The next run of characters that are no separators, from `position` on, which moves past it; -1 and an empty text
-    /// when there is none.
+    /// The next token at `position` or later; `position` moves past it. Without another token, an empty text and
+    /// position -1.
     CXTString Tokenize(const T* separators, int& position) const;
 
     // Case, order and trimming, in place. Case and white space follow the C library's current locale.
 
     CXTString& MakeUpper(int count = -1);
     CXTString& MakeLower(int count = -1);
-    /// Reverses the characters one by one; in narrow text these are bytes.
+    /// Reverses the order of the elements; in narrow text these are bytes.
     CXTString& MakeReverse();
     CXTString& Trim() { return TrimSpace(TrimSides::kBoth); }
     CXTString& Trim(T character) { return TrimCharacter(TrimSides::kBoth, character); }
@@ -194,8 +194,8 @@ public:
     /// Loads one of the library's message texts. False, with the string empty, for an unknown number.
     bool LoadString(unsigned int messageId);
 
-    // Sums and comparisons take strings and C strings on either side. A comparison is by the unsigned value of each
-    // character; a null pointer equals the empty text.
+    // Concatenation and comparison take strings and C strings on either side. A comparison is by the unsigned value of
+    // each character; a null pointer equals the empty text.
 
     friend CXTString operator+(CXTString left, const CXTString& right) { return std::move(left += right); }
     friend CXTString operator+(CXTString left, const T* right) { return std::move(left += right); }
@@ -241,7 +241,7 @@ private:
     int InsertRun(int position, Run run);
     CXTString Part(std::size_t first, std::size_t count) const;
     template <class Predicate>
-    CXTString& TrimWhere(TrimSides sides, Predicate goes);
+    CXTString& TrimWhere(TrimSides sides, Predicate isTrimmed);
     CXTString& TrimSpace(TrimSides sides);
     CXTString& TrimCharacter(TrimSides sides, T character);
     CXTString& TrimSet(TrimSides sides, const T* characters);

@@ -17,13 +17,13 @@ int ToPosition(unsigned __int64 value) noexcept
     return value > INT_MAX ? INT_MAX : static_cast<int>(value);
 }
 
-// A search result as the interface gives it: what lies past the reach of `int` counts as absent.
+// A search result as the interface returns it: a position that `int` cannot hold counts as absent.
 int ToFound(size_t position) noexcept
 {
     return position > INT_MAX ? -1 : static_cast<int>(position);
 }
 
-// A position or count where negative means 0, and one where negative means that there is no bound.
+// A position or count: a negative one means 0 for the first function, no bound for the second.
 size_t ToCount(int count) noexcept
 {
     return count < 0 ? 0 : static_cast<size_t>(count);
@@ -156,8 +156,9 @@ int CXTString<T>::Remove(const T* text, bool noCase, int start)
     return EditRuns(find, {text, TextLength(text)}, {nullptr, 0}, -1, -1, start);
 }
 
-// Replaces as though the text were edited match by match, which is what `limit` refers to. The matches are counted first;
-// then the text stands shifted by what it grows, and everything moves into its place once, from the front.
+// The result is that of editing match by match, and `limit` refers to positions in the text edited so far. The matches
+// are counted first; then the text is shifted to the back by what it grows, and each part is moved once, from the
+// front.
 template <class T>
 int CXTString<T>::EditRuns(FindFunction find, Run oldRun, Run newRun, int maxCount, int limit, int start)
 {
@@ -285,7 +286,7 @@ CXTString<T> CXTString<T>::Tokenize(const T* separators, int& position) const
     return Part(first, end - first);
 }
 
-// The part of the text from `first` on that is there, at most `count` characters.
+// At most `count` characters from `first` on; fewer where the text ends before.
 template <class T>
 CXTString<T> CXTString<T>::Part(size_t first, size_t count) const
 {
@@ -321,18 +322,18 @@ CXTString<T>& CXTString<T>::MakeReverse()
 
 template <class T>
 template <class Predicate>
-CXTString<T>& CXTString<T>::TrimWhere(TrimSides sides, Predicate goes)
+CXTString<T>& CXTString<T>::TrimWhere(TrimSides sides, Predicate isTrimmed)
 {
     size_t first = 0;
     size_t end = m_text.m_length;
     if (sides != TrimSides::kRight)
     {
-        while (first < end && goes(m_text.m_data[first]))
+        while (first < end && isTrimmed(m_text.m_data[first]))
             ++first;
     }
     if (sides != TrimSides::kLeft)
     {
-        while (end > first && goes(m_text.m_data[end - 1]))
+        while (end > first && isTrimmed(m_text.m_data[end - 1]))
             --end;
     }
     if (end - first == m_text.m_length)

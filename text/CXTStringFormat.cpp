@@ -4,8 +4,8 @@
 #include "text/TextFormat.h"
 #include "text/TextScan.h"
 
-// The members that take a format. The text is built aside before the string is touched, because an argument may be the
-// string's own text.
+// The members that take a format. The result is built in a buffer of its own before the string changes, because an
+// argument may be the string's own text.
 
 namespace
 {

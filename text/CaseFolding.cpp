@@ -8,7 +8,7 @@ namespace tev::platform
 {
 namespace
 {
-/// Characters from the first to the last, each `step` behind the one before, fold to those `distance` behind them.
+/// Every `step`-th character from the first to the last folds to the one `distance` after it.
 struct FoldRow
 {
     char32_t first;

@@ -4,7 +4,7 @@
 
 namespace tev
 {
-constexpr unsigned kCodePageAnsi = 0; ///< whatever XGetAnsiCodePage answers at the moment of the conversion
+constexpr unsigned kCodePageAnsi = 0; ///< what XGetAnsiCodePage returns at the time of the conversion
 constexpr unsigned kCodePageUtf16 = 1200;
 constexpr unsigned kCodePageUtf16BE = 1201;
 constexpr unsigned kCodePageUtf32 = 12000;

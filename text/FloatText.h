@@ -1,6 +1,6 @@
 #pragma once
 
-// Reading of numbers in no locale: the decimal point is '.', letters and digits are those of ASCII.
+// Reading of numbers independently of the locale: the decimal point is '.', letters and digits are ASCII.
 
 #include <cstddef>
 
@@ -19,7 +19,7 @@ constexpr unsigned DigitValue(T character) noexcept
     return 16;
 }
 
-/// A letter of ASCII in lower case, any other character of ASCII as it is, else NUL.
+/// An ASCII letter in lower case, any other ASCII character unchanged, NUL for all others.
 template <class T>
 constexpr char AsciiLower(T character) noexcept
 {

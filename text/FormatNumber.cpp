@@ -31,7 +31,7 @@ struct NumberText
     void AddPrefix(char character) noexcept { prefix[prefixLength++] = character; }
 };
 
-// Most runs are empty, and asking is cheaper than calling the library's functions.
+// Most runs are empty, and the check is cheaper than calling the library's functions.
 template <class T>
 T* PutFill(T* at, T character, size_t count) noexcept
 {
@@ -158,7 +158,7 @@ unsigned BitsOfDigit(char letter) noexcept
     }
 }
 
-// The number of digits that the conversion asks for at least.
+// The minimum number of digits of the conversion.
 size_t WantedDigits(const FormatSpec& spec) noexcept
 {
     return spec.precision == FormatSpec::kNoPrecision ? 1 : static_cast<size_t>(spec.precision);
@@ -204,8 +204,8 @@ unsigned long long UnsignedValue(long long value, int size) noexcept
     return size >= 8 ? bits : bits & ((1ull << (8 * size)) - 1);
 }
 
-// Writes what the C library printed: its separators and its decimal point are in the encoding of the locale, which narrow
-// text takes as it is.
+// Writes what the C library printed: its separators and its decimal point are in the encoding of the locale, which
+// narrow text takes as it is.
 bool WritePrinted(FormatOutput<char>& output, const FormatSpec& spec, const NumberText& text)
 {
     return WriteNumber(output, spec, text, true);
@@ -261,7 +261,7 @@ char ExponentMark(const FormatSpec& spec) noexcept
     return IsUpperCase(spec.letter) ? static_cast<char>(mark - 'a' + 'A') : mark;
 }
 
-// Takes a printed number apart. The sign is in the prefix already.
+// Parses a printed number. The sign is in the prefix already.
 void Split(NumberText& text, const FormatSpec& spec, const char* printed, const char* end) noexcept
 {
     if (*printed == '-')
@@ -281,11 +281,11 @@ void Split(NumberText& text, const FormatSpec& spec, const char* printed, const 
 
 constexpr int kDefaultPrecision = 6;
 
-// Digits behind the decimal point after which a number of this type has only zeros, in every conversion.
+// Digits after the decimal point from which on a number of this type has only zeros, in every conversion.
 template <class Value>
 constexpr int kExactDigits = std::numeric_limits<Value>::digits - std::numeric_limits<Value>::min_exponent;
 
-// The digits to compute; the zeros behind them are put in without computing them.
+// The digits to compute; the zeros after them are appended without computation.
 template <class Value>
 int PrepareZeros(NumberText& text, const FormatSpec& spec) noexcept
 {
@@ -335,7 +335,7 @@ bool WriteByLibrary(FormatOutput<T>& output, const FormatSpec& spec, NumberText 
     return WritePrinted(output, spec, text);
 }
 
-// Whether the standard library's conversion, which knows neither locale nor rounding mode, prints what the C library does.
+// Whether the standard library's conversion, which ignores locale and rounding mode, prints what the C library does.
 bool IsPlain(const FormatSpec& spec, const char* decimalPoint) noexcept
 {
     const bool onePoint = decimalPoint[0] > 0 && decimalPoint[1] == 0;

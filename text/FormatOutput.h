@@ -1,6 +1,6 @@
 #pragma once
 
-// Where formatting puts its text, and the description of one conversion by which the parts of formatting agree.
+// The output buffer of formatting, and the description of one conversion that the parts of formatting share.
 
 #include "text/LengthModifier.h"
 
@@ -13,7 +13,7 @@
 
 namespace tev
 {
-/// One conversion of a format. A width or precision of its own argument is put in before the text is written.
+/// One conversion of a format. A width or precision that is an argument is filled in before the text is written.
 struct FormatSpec
 {
     static constexpr int kNoPrecision = -1;
@@ -30,7 +30,8 @@ struct FormatSpec
     int precision = kNoPrecision;
 };
 
-/// Text under construction: on the stack while it is short, then in a heap block that doubles. At most 2^31 - 1 characters.
+/// Text under construction: on the stack while it is short, then in a heap block that doubles. At most 2^31 - 1
+/// characters.
 template <class T>
 class FormatOutput
 {
@@ -106,7 +107,7 @@ bool Append(FormatOutput<T>& output, const Source* text, std::size_t length)
     return true;
 }
 
-/// Brings what was put behind `start` to the field's width.
+/// Pads what was written from `start` on to the field's width.
 template <class T>
 bool Pad(FormatOutput<T>& output, std::size_t start, const FormatSpec& spec)
 {

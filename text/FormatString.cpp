@@ -45,7 +45,7 @@ bool IsLowSurrogate(wchar_t unit) noexcept
     return unit >= 0xDC00 && unit <= 0xDFFF;
 }
 
-// How many units the character at `text` has. Looks at no unit behind it that could not be part of it.
+// How many units the character at `text` has. Reads no unit after it that could not be part of it.
 size_t CharacterLength(const wchar_t* text)
 {
     return IsHighSurrogate(text[0]) && IsLowSurrogate(text[1]) ? 2 : 1;
@@ -61,7 +61,8 @@ size_t Utf8CharacterLength(const char* text) noexcept
     return length;
 }
 
-// The code page's own rules are hidden behind the conversion: the character is the shortest run that has a meaning.
+// The rules of the code page are known to its converter only: the character is the shortest sequence that can be
+// converted.
 size_t CodePageCharacterLength(const char* text)
 {
     constexpr size_t kLongest = 4;

@@ -8,8 +8,8 @@
 /// 22 for a null pointer, 34 for a destination or position that does not fit. `function` names the routine.
 using XInvalidParameterHandler = void (*)(const char* function, int error);
 
-/// Installs the process's handler, null for none, and returns the one before. Without a handler the routine just returns.
-/// Safe from several threads at once.
+/// Installs the process's handler, null for none, and returns the one before. Without a handler the routine just
+/// returns. Safe from several threads at once.
 TEVTOOLS_API XInvalidParameterHandler XSetInvalidParameterHandler(XInvalidParameterHandler handler) noexcept;
 
 /// Copies a C string with its terminator into a buffer of `capacity` characters. Returns 0, or, with `errno` set, the
@@ -20,6 +20,6 @@ TEVTOOLS_API int XStrCopy(wchar_t* destination, std::size_t capacity, const wcha
 
 namespace tev
 {
-/// Sets `errno`, tells the handler, and returns the error. The caller has changed nothing yet and returns at once.
+/// Sets `errno`, calls the handler, and returns the error. The caller has changed nothing yet and returns at once.
 int RefuseParameter(const char* function, int error);
 } // namespace tev

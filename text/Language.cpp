@@ -35,7 +35,7 @@ XLanguage XGetLanguage() noexcept
     {
         const XLanguage found =
             tev::LanguageOfLocale(std::getenv("LC_ALL"), std::getenv("LC_MESSAGES"), std::getenv("LANG"));
-        // What a host has chosen meanwhile stays.
+        // A language that a host has chosen in the meantime stays.
         if (g_language.compare_exchange_strong(language, static_cast<int>(found)))
             return found;
     }

@@ -25,7 +25,7 @@ __m128i Same(__m128i a, __m128i b) noexcept
     return unit == 1 ? _mm_cmpeq_epi8(a, b) : _mm_cmpeq_epi16(a, b);
 }
 
-// Looks at whole blocks. Returns the offset of what was found, or that of the rest with `found` false.
+// Searches whole blocks. Returns the offset of what was found, or that of the rest with `found` false.
 template <std::size_t unit, bool returnsToo>
 std::size_t FindInBlocks(const char* bytes, std::size_t size, xStringEncoding encoding, bool& found) noexcept
 {

@@ -1,6 +1,6 @@
 #pragma once
 
-// Looking for line ends in the bytes of a text whose units have one byte (any 8-bit encoding) or two (UTF-16).
+// Search for line ends in the bytes of a text whose units have one byte (any 8-bit encoding) or two (UTF-16).
 
 #include "text/TextEncoding.h"
 #include "text/TextSearch.h"

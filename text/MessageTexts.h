@@ -2,7 +2,6 @@
 
 namespace tev
 {
-/// The message text of that number in the current language, null for an unknown number. Lives as long as the program.
-/// The texts stand in ui/, above this room.
+/// The message text of that number in the current language, null for an unknown number. Valid until the program ends.
 const wchar_t* FindMessageText(unsigned id) noexcept;
 } // namespace tev

@@ -26,7 +26,7 @@ unsigned CodePageOf(xStringEncoding encoding)
     }
 }
 
-/// The code page itself, where the number stands for the process's choice.
+/// The code page, with the number for ANSI replaced by the process's choice.
 unsigned NamedCodePage(unsigned codePage)
 {
     return codePage == tev::kCodePageAnsi ? XGetAnsiCodePage() : codePage;

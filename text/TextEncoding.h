@@ -8,8 +8,9 @@
 template <class T>
 class TEVTOOLS_API CXTString;
 
-/// How text stands in bytes. Any value that is not listed is a code-page number (1252, 932, ...); among these are 0 for the
-/// ANSI code page, 1200 and 1201 for UTF-16, 12000 and 12001 for UTF-32 (the second one big-endian) and 65001 for UTF-8.
+/// The encoding of text in bytes. Any value that is not listed is a code-page number (1252, 932, ...); among these are
+/// 0 for the ANSI code page, 1200 and 1201 for UTF-16, 12000 and 12001 for UTF-32 (the second one big-endian) and 65001
+/// for UTF-8.
 enum xStringEncoding : unsigned int
 {
     xEncodingAnsi = 1, ///< the process's ANSI code page, see XGetAnsiCodePage
@@ -24,13 +25,13 @@ enum xStringEncoding : unsigned int
 TEVTOOLS_API unsigned XGetAnsiCodePage() noexcept;
 
 /// Chooses the ANSI code page for the whole process. Conversions fail while it names a code page that the system lacks.
-/// Formatting takes its first 128 characters to be those of ASCII, as they are in every ANSI code page proper.
+/// Formatting assumes that its first 128 characters are those of ASCII, as they are in every true ANSI code page.
 /// Safe from several threads at once.
 TEVTOOLS_API void XSetAnsiCodePage(unsigned codePage) noexcept;
 
 /// Turns bytes of the given encoding into wide text, embedded NULs included. The bytes must not lie in `text` itself.
-/// Bytes that mean nothing in the encoding become U+FFFD; a lone surrogate of UTF-16 passes through unchanged.
-/// False, with `text` empty, when `bytes` is null or the code page is unknown. A byte-order mark is text like any other.
+/// Bytes that are invalid in the encoding become U+FFFD; a lone surrogate of UTF-16 passes through unchanged. False,
+/// with `text` empty, when `bytes` is null or the code page is unknown. A byte-order mark is text like any other.
 [[nodiscard]] TEVTOOLS_API bool XDecodeText(const void* bytes, std::size_t byteCount, xStringEncoding encoding,
                                             CXTString<wchar_t>& text);
 

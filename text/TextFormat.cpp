@@ -8,18 +8,18 @@
 
 using namespace tev;
 
-// Each conversion is read, its argument fetched, and its text put behind what is there already, in one pass. Only a format
+// Each conversion is parsed, its argument fetched, and its text appended, in one pass. Only a format
 // with positions ("%2$s") is read twice, because the types of all arguments must be known before the first is fetched.
 
 namespace
 {
 constexpr int kMaximumPosition = 64;
 
-// Where an argument comes from when it is none of the positions 1 to 64.
+// Sources of an argument other than the positions 1 to 64.
 constexpr int kNext = 0;
 constexpr int kInFormat = -1;
 
-// What a character means behind the field of a conversion.
+// The meaning of a character after the field of a conversion.
 enum class LetterKind : unsigned char
 {
     None,
@@ -174,7 +174,7 @@ bool ReadField(const T*& at, Conversion& conversion) noexcept
 template <class T>
 bool ReadConversion(const T*& at, Conversion& conversion) noexcept
 {
-    // Whatever may come before the modifier stands below the letters.
+    // All that may come before the modifier has codes below the letters.
     if (*at < 'A' && !ReadField(at, conversion))
         return false;
     if (KindOfLetter(*at) == LetterKind::Modifier)
@@ -324,7 +324,7 @@ private:
             return false;
         for (int i = 0; i < m_positions; ++i)
         {
-            // What stands behind an argument of unknown size cannot be reached.
+            // The arguments after one of unknown size cannot be reached.
             if (m_kinds[i] == ArgumentKind::None)
                 return false;
             FetchNext(m_kinds[i], m_values[i]);
@@ -341,7 +341,7 @@ private:
     Argument m_values[kMaximumPosition];
 };
 
-// Puts in the width and the precision that are arguments of their own.
+// Fills in a width and a precision that are arguments.
 template <class T>
 bool FetchField(Conversion& conversion, Arguments<T>& arguments)
 {
@@ -384,7 +384,7 @@ bool WriteValue(FormatOutput<T>& output, const Conversion& conversion, ArgumentK
     }
 }
 
-// What stands between two conversions is mostly a character or two, for which a call would be the larger part.
+// The text between two conversions is mostly a character or two, for which a call would be the larger cost.
 template <class T>
 bool AppendShort(FormatOutput<T>& output, const T* text, size_t length)
 {
@@ -399,7 +399,7 @@ bool AppendShort(FormatOutput<T>& output, const T* text, size_t length)
     return true;
 }
 
-// Carries out the conversion behind a '%' and moves past it.
+// Carries out the conversion after a '%' and moves past it.
 template <class T>
 bool WriteConversion(FormatOutput<T>& output, const T*& at, Arguments<T>& arguments)
 {

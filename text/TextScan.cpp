@@ -13,8 +13,8 @@
 
 using namespace tev;
 
-// Numbers are read as far as strtol and strtod would read them, but in no locale: the decimal point is '.' and white space
-// is that of ASCII, so that a file means the same everywhere.
+// Numbers are read as far as strtol and strtod would read them, but independently of the locale: the decimal point is
+// '.' and white space is that of ASCII, so that a file means the same everywhere.
 
 namespace
 {
@@ -53,7 +53,7 @@ struct ScanSet
     {
         for (const T* at = first; at != end; ++at)
         {
-            // A '-' stands for itself at either end and between characters that are not in order.
+            // A '-' is a member itself at either end and between characters that are not in order.
             const bool isRange = end - at > 2 && at[1] == '-' && at[0] <= at[2];
             if (isRange ? character >= at[0] && character <= at[2] : character == *at)
                 return !inverted;
@@ -102,13 +102,13 @@ bool CopyOwn(T* target, size_t capacity, const T* text, size_t length, bool term
 template <class T>
 bool ReadWord(const char* word, const T*& at, const T* end) noexcept
 {
-    const T* behind = at;
-    for (; *word != 0; ++word, ++behind)
+    const T* past = at;
+    for (; *word != 0; ++word, ++past)
     {
-        if (behind == end || AsciiLower(*behind) != *word)
+        if (past == end || AsciiLower(*past) != *word)
             return false;
     }
-    at = behind;
+    at = past;
     return true;
 }
 
@@ -227,7 +227,7 @@ private:
         }
     }
 
-    // The end of the run of such characters from here on, no further than the width of the field.
+    // The end of the run of such characters from here on, limited by the width of the field.
     template <class Predicate>
     const T* RunEnd(const ScanSpec& spec, Predicate belongs) const noexcept
     {
@@ -278,7 +278,7 @@ private:
         return true;
     }
 
-    // The nearest value of the type that the C library's functions would give for it.
+    // The value clamped to the type's range, as the C library's functions do.
     static long long SignedResult(const Integer& number, int size) noexcept
     {
         const unsigned long long maximum = (1ull << (8 * size - 1)) - 1;

@@ -24,7 +24,7 @@ bool SameRun(const T* left, const T* right, size_t count) noexcept
     return std::memcmp(left, right, count * sizeof(T)) == 0;
 }
 
-// Looks at each place where the first character stands.
+// Compares at each occurrence of the first character.
 template <class T>
 size_t FindByFirst(const T* text, size_t places, const T* pattern, size_t count) noexcept
 {
@@ -41,9 +41,9 @@ size_t FindByFirst(const T* text, size_t places, const T* pattern, size_t count)
 }
 
 #if defined(__x86_64__)
-// Two characters of the pattern, its first and its last, are looked for in 32 bytes of text at a time. Where both stand at
-// their distance the rest is compared. In ordinary text a single letter stands everywhere, two at a distance seldom, so
-// this hardly ever stops, while a search for the first letter alone stops every few characters.
+// Two characters of the pattern, its first and its last, are searched in 32 bytes of text at a time. Where both occur
+// at their distance the rest is compared. In ordinary text a single letter occurs everywhere, two at a given distance
+// rarely, so this seldom stops, while a search for the first letter alone stops every few characters.
 template <class T>
 __attribute__((target("avx2"))) inline __m256i Spread(T character) noexcept
 {
@@ -99,7 +99,7 @@ __attribute__((target("avx2"))) size_t FindByBothEnds(const T* text, size_t plac
                 const size_t place = at + static_cast<size_t>(__builtin_ctzll(mask)) / sizeof(T);
                 if (SameRun(text + place, pattern, count))
                     return place;
-                // Every character sets as many bits as it has bytes.
+                // Each character sets as many bits as it has bytes.
                 for (size_t i = 0; i < sizeof(T); ++i)
                     mask &= mask - 1;
             }
@@ -123,8 +123,8 @@ size_t FindRun(const T* text, size_t places, const T* pattern, size_t count) noe
     return FindByFirst(text, places, pattern, count);
 }
 
-// Lower-casing with the whole locale behind it costs a call a character. ASCII letters map to themselves in every locale
-// but those where the dotless i exists, so one question settles them for the length of a search.
+// Lower-casing by the locale costs a call for each character. ASCII letters map as in the C locale in every locale but
+// those that have the dotless i, so one check decides it for a whole search.
 template <class T>
 class CaseFolder
 {
@@ -141,7 +141,7 @@ private:
     const bool m_asciiIsPlain = tev::LowerCase(T('I')) == T('i');
 };
 
-// How many leading characters are alike: long runs by blocks, until one differs.
+// How many leading characters are equal: compared in blocks until one differs.
 template <class T>
 size_t CommonLength(const T* left, const T* right, size_t count) noexcept
 {

@@ -1,6 +1,6 @@
 #pragma once
 
-// Searching and comparing of character runs, below the string class. Positions are in characters.
+// Search and comparison of character ranges, used by the string class. Positions are in characters.
 
 #include <cstddef>
 #include <cstring>
@@ -22,7 +22,7 @@ inline std::size_t TextLength(const wchar_t* text) noexcept
     return text == nullptr ? 0 : std::wcslen(text);
 }
 
-/// Copies between runs that may overlap; no pointer is looked at when there is nothing to copy.
+/// Copies between ranges that may overlap; the pointers may be null when there is nothing to copy.
 template <class T>
 void CopyCharacters(T* destination, const T* source, unsigned long long count) noexcept
 {
@@ -75,7 +75,7 @@ wchar_t UpperCase(wchar_t character) noexcept;
 bool IsSpace(char character) noexcept;
 bool IsSpace(wchar_t character) noexcept;
 
-/// Membership in a C string of characters: one look into a table for those below 256, a walk for the others.
+/// Membership in a C string of characters: a table look-up for those below 256, a linear search for the others.
 template <class T>
 class CharacterSet
 {

@@ -232,7 +232,7 @@ TEV_TARGET_AVX2 inline __m256i DecodeRun(const char* text, unsigned starts)
     const __m256i down = _mm256_shuffle_epi8(Table(0, 0, 0, 0, 21, 21, 16, 11, 25, 25, 25, 25, 25, 25, 25, 25), kind);
     return _mm256_srlv_epi32(_mm256_sllv_epi32(joined, up), down);
 }
-/// Decodes the characters that start in the block at the given bits. Reads eight bytes behind the block. The returned end
+/// Decodes the characters that start in the block at the given bits. Reads eight bytes past the block. The returned end
 /// leaves up to eight characters to be overwritten.
 TEV_TARGET_AVX2 inline wchar_t* DecodeBlock(const char* block, unsigned long long starts, wchar_t* out)
 {
@@ -426,8 +426,8 @@ TEV_TARGET_AVX2 void EncodeUtf8(const wchar_t* wide, size_t length, char* text, 
 
 TEV_TARGET_AVX2 PaddedDecoding DecodePaddedUtf8(const char* text, size_t size, wchar_t* wide) noexcept
 {
-    // Whether text is ASCII is asked for so much of it at once: mostly all of a line. Asked for each block, the answer
-    // would change within lines, which costs more than to treat some ASCII like the rest.
+    // Whether text is ASCII is checked for this much of it at once: mostly all of a line. Checked for each block, the result
+    // would change within lines, which costs more than processing some ASCII like the rest.
     constexpr size_t kStretch = 4 * kStep;
     const wchar_t* const front = wide;
     const __m256i spaces = _mm256_set1_epi8(' ');

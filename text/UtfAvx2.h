@@ -2,8 +2,8 @@
 
 #include "text/Utf.h"
 
-// UTF-8 to and from wide text of 32 bits, for processors that have AVX2. Elsewhere nothing here is available, and the plain
-// loops of UtfConversion.cpp do all of the work.
+// UTF-8 to and from wide text of 32 bits, for processors that have AVX2. Elsewhere nothing here is available, and the
+// plain loops of UtfConversion.cpp do all of the work.
 
 #if defined(__x86_64__) && defined(__GNUC__) && __SIZEOF_WCHAR_T__ == 4
 #define TEV_UTF_AVX2 1
@@ -43,15 +43,16 @@ struct PaddedDecoding
     bool m_hasNul;
 };
 
-// Short texts in one pass. `kPadding` bytes can be read past the text, and as many characters are written past its size.
+// Short texts in one pass. `kPadding` bytes can be read past the text, and as many characters are written past its
+// size.
 
 constexpr size_t kPadding = 64;
 constexpr size_t kShortLine = 128;
 
 [[nodiscard]] PaddedDecoding DecodePaddedUtf8(const char* text, size_t size, wchar_t* wide) noexcept;
 /// Looks for the end of a line too: LF within kShortLine bytes and so far before the end of what can be read that whole
-/// blocks can be looked at. Returns the size with the LF and decodes what stands before it; 0 where there is no such line.
-/// A wrong guess whether it is ASCII without NULs costs a little time.
+/// blocks can be looked at. Returns the size with the LF and decodes what comes before it; 0 where there is no such
+/// line. A wrong guess whether it is ASCII without NULs costs a little time.
 [[nodiscard]] size_t DecodeShortLineUtf8(const char* text, size_t available, bool ascii, wchar_t* wide,
                                          PaddedDecoding& result) noexcept;
 /// Valid is what holds no surrogates. The size is even.

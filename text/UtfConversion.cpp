@@ -44,11 +44,11 @@ size_t CopyAsciiFront(const From* from, size_t size, To* to) noexcept
     return count;
 }
 
-// UTF-8 is checked by a machine whose states are shifts: the row of a byte holds, for each state, the state that follows, in
-// the six bits that the state shifts down. That leaves one shift a byte to wait for, and no branch.
+// UTF-8 is checked by a machine whose states are shifts: the row of a byte holds, for each state, the state that
+// follows, in the six bits that the state shifts down. That leaves one shift a byte to wait for, and no branch.
 enum State : unsigned char
 {
-    kWrong = 0, // for good
+    kWrong = 0, // never left again
     kWhole = 6,
     kOneMore = 12,
     kTwoMore = 18,
@@ -67,8 +67,8 @@ struct Transition
     State m_to;
 };
 
-// What is not listed is wrong. Behind four of the leads there are narrower bounds: no overlong forms, no surrogates, no more
-// than U+10FFFF.
+// What is not listed is wrong. After four of the leads there are narrower bounds: no overlong forms, no surrogates, no
+// more than U+10FFFF.
 constexpr Transition kTransitions[] = {
     {kWhole, 0x00, 0x7F, kWhole},     {kWhole, 0xC2, 0xDF, kOneMore},   {kWhole, 0xE0, 0xE0, kAfterE0},
     {kWhole, 0xE1, 0xEC, kTwoMore},   {kWhole, 0xED, 0xED, kAfterED},   {kWhole, 0xEE, 0xEF, kTwoMore},
@@ -266,8 +266,8 @@ void WideToUtf8(const wchar_t* wide, size_t length, TextMeasure measure, char* t
     EncodeValid(wide + ascii, length - ascii, text + ascii);
 }
 
-// Most UTF-16 has neither pairs nor what must be replaced, and its units are the characters. The loops for it go without
-// branches, so that the compiler does them in vectors.
+// Most UTF-16 has neither pairs nor what must be replaced, and its units are the characters. The loops for it go
+// without branches, so that the compiler does them in vectors.
 
 size_t MeasureUtf16(const char* text, size_t size) noexcept
 {

@@ -8,7 +8,7 @@
 
 namespace
 {
-// The compiler would refuse what these tests do with a lock on purpose.
+// The compiler's analysis would reject what these tests do with a lock on purpose.
 bool Lock(CXCriticalSection& lock) X_NO_THREAD_SAFETY_ANALYSIS
 {
     return lock.Lock();
@@ -79,7 +79,7 @@ TEST(CXCriticalSectionThreads, OneThreadIsInsideAtATime)
     EXPECT_FALSE(lock.IsLocked());
 }
 
-// Who leaves as the last one ends the object with its lock, while the one before may still be on its way out.
+// The last thread that leaves destroys the object with its lock, while the one before may still be inside Unlock.
 TEST(CXCriticalSectionThreads, MayBeDestroyedByTheNextOwner)
 {
     struct Shared

@@ -37,7 +37,7 @@ struct LoudException : CXException
     ~LoudException() override { std::fputs("deleted;", stderr); }
 };
 
-/// As a thread-local object, it goes after the library's own watch over the thread's end.
+/// As a thread-local object it is destroyed after the library's own, which deletes what the thread recorded.
 template <class Exception>
 struct RecordsWhenTheThreadEnds
 {
@@ -156,8 +156,8 @@ TEST(CXException, ThreadsDeleteTheirPendingExceptionWhenTheyEnd)
     RunOnThread([] { XSetThreadException(new CountedException); });
     EXPECT_EQ(g_living, 0);
 
-    // What is recorded later than that is kept for exit, or for the next thread of the same identifier; it is nobody
-    // else's pending exception.
+    // What is recorded after that is kept until exit, or until the next thread of the same identifier; no other thread
+    // sees it as pending.
     RunOnThread(RecordAtTheVeryEnd<CountedException>);
     EXPECT_EQ(g_living, 1);
     RunOnThread([] { EXPECT_EQ(XTakeThreadException(), nullptr); });

@@ -108,7 +108,7 @@ void OpenUseAndClose()
 }
 } // namespace
 
-TEST(ClassPlugin, ClassesComeAndGoTenThousandTimes)
+TEST(ClassPlugin, ClassesAreLoadedAndUnloadedTenThousandTimes)
 {
     const auto run = [](int rounds) {
         for (int i = 0; i < rounds && !testing::Test::HasFailure(); ++i)

@@ -43,7 +43,7 @@ void ExpectAsCLibrary(const std::string& format, Values... values)
     EXPECT_EQ(Formatted(Widen<wchar_t>(format).c_str(), values...), Widen<wchar_t>(expected)) << format;
 }
 
-// Every way to write the field, with the letters behind it.
+// Every way to write the field, with the letters after it.
 template <class... Values>
 void ExpectFieldsAsCLibrary(const std::vector<const char*>& fields, const std::vector<const char*>& letters,
                             Values... values)

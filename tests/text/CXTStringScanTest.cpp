@@ -75,7 +75,7 @@ TYPED_TEST(ScanTest, IntegersOfEverySizeStopAtTheirLimits)
         decltype(initial) values[3] = {initial, initial, initial};
         EXPECT_EQ(Scan<T>(text, format, &values[1]), 1) << format << " " << text;
         EXPECT_EQ(values[1], expected) << format << " " << text;
-        EXPECT_TRUE(values[0] == initial && values[2] == initial) << format << " writes beside its target";
+        EXPECT_TRUE(values[0] == initial && values[2] == initial) << format << " writes outside its target";
     };
     const char* const huge = "99999999999999999999999";
     const char* const tiny = "-99999999999999999999999";

@@ -313,7 +313,7 @@ STRING_TEST(ComparesByUnsignedValueAndExactLength)
     EXPECT_EQ(Str(Text<T>("STRASSE_1")).CompareNoCase(Text<T>("strasse_1")), 0);
     EXPECT_EQ(Str(Text<T>("B")).CompareNoCase(Text<T>("a")), 1);
     EXPECT_EQ(Str(Text<T>("a")).CompareNoCase(Text<T>("AB")), -1);
-    // '_' stands between the capitals and the small letters, so it tells which case is compared.
+    // '_' stands between the capitals and the small letters, so it shows which case is compared.
     EXPECT_EQ(Str(Text<T>("_")).CompareNoCase(Text<T>("A")), -1);
     EXPECT_EQ(Str(Text<T>("b")).Collate(Text<T>("a")), 1);
     EXPECT_EQ(Str(Text<T>("ABC")).CollateNoCase(Text<T>("abc")), 0);
@@ -531,7 +531,7 @@ STRING_TEST(RemovalTrimmingCaseAndOrder)
     EXPECT_EQ(text.Delete(0, -1), 0);
 }
 
-TEST(CXTStringLargeTest, TextsPastTheReachOfIntDoNotWrap)
+TEST(CXTStringLargeTest, LengthsAboveIntMaxDoNotWrap)
 {
     if (tev::test::kIsSanitized)
         GTEST_SKIP() << "needs 4 GB of address space";

@@ -101,7 +101,7 @@ TEST(TextEncodingTest, WrongUtf8BecomesOneReplacementForEachMaximalSubpart)
         {"\xF8\x88\x80\x80\x80", L"\xFFFD\xFFFD\xFFFD\xFFFD\xFFFD"},
         {"\xFE\xFF", L"\xFFFD\xFFFD"},
     };
-    // Behind every length of ASCII and of other text, so that each case meets each border of the kernels' steps.
+    // After every length of ASCII and of other text, so that each case meets each border of the kernels' steps.
     for (const Pair& each : cases)
     {
         for (size_t before = 0; before <= 70; ++before)
@@ -136,7 +136,7 @@ TEST(TextEncodingTest, Utf16JoinsPairsAndPassesLoneSurrogates)
     };
     for (const Pair& each : cases)
     {
-        // Behind a longer text, too, of which several characters are looked at together.
+        // After a longer text, too, of which several characters are processed together.
         for (const std::size_t before : {0, 33})
         {
             const std::wstring text = std::wstring(before, L'\xFFFD') + each.m_text;
@@ -447,7 +447,7 @@ TEST(TextEncodingTest, AnsiIsTheChosenCodePage)
     }
 }
 
-TEST(TextEncodingTest, ConvertersAnswerNullWhenTheyFail)
+TEST(TextEncodingTest, ConvertersReturnNullWhenTheyFail)
 {
     EXPECT_STREQ(XCA2W("\xE9", CodePage(1252)), L"\xE9");
     EXPECT_STREQ(XCW2A(L"\xE9", CodePage(1252)), "\xE9");

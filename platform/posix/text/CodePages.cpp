@@ -57,7 +57,7 @@ iconv_t OpenDescriptor(unsigned codePage, Direction direction)
     return direction == Direction::decode ? iconv_open("WCHAR_T", name.c_str()) : iconv_open(name.c_str(), "WCHAR_T");
 }
 
-// Statics that convert text in their destructors run after the main thread's cache is gone.
+// Static destructors that convert text run after the main thread's cache is destroyed.
 thread_local bool t_cacheEnded = false;
 
 /// The descriptors that a thread used last. To open one takes far longer than to convert a line of text.
@@ -131,8 +131,8 @@ public:
     }
     bool IsOpen() const { return m_handle != kNoDescriptor; }
 
-    /// Appends what the units become and returns 0, or the error that stopped it: EILSEQ or EINVAL. `from` and `count` are
-    /// left at what was not taken.
+    /// Appends what the units become and returns 0, or the error that stopped it: EILSEQ or EINVAL. `from` and `count`
+    /// then describe what was not converted.
     template <class From, class To>
     int Convert(const From*& from, size_t& count, std::basic_string<To>& to)
     {
@@ -220,7 +220,7 @@ bool EncodeCodePage(unsigned codePage, const wchar_t* text, size_t length, std::
     while (text != end)
     {
         const bool isTag = IsTag(*text);
-        // A run that stops at something to substitute goes on behind it; its end is looked for only once.
+        // A run that stops at something to substitute continues after it; its end is searched for only once.
         if (isTag)
             runEnd = text + 1;
         else if (runEnd <= text)

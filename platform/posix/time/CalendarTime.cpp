@@ -29,7 +29,7 @@ bool OffsetAt(std::int64_t seconds, std::int64_t& offset) noexcept
     return true;
 }
 
-/// The C library would answer by what it converted last.
+/// The C library's result would depend on what it converted last.
 bool ResolveLocalTime(std::tm fields, std::int64_t& seconds) noexcept
 {
     std::int64_t clock = 0; // the clock's reading as if it were UTC
