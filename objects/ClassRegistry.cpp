@@ -1,6 +1,7 @@
 #include "base/NeverDestroyed.h"
 #include "objects/CXCriticalSection.h"
 #include "objects/CXException.h"
+#include "objects/HeldOverFork.h"
 #include "objects/ThreadException.h"
 
 #include <algorithm>
@@ -50,6 +51,8 @@ public:
         return registry.Get();
     }
 
+    static CXCriticalSection& Lock() noexcept { return Get().m_lock; }
+
 private:
     using Records = std::vector<const CXRuntimeClass*>; // in the order of declaration, the valid one last; never empty
 
@@ -65,6 +68,8 @@ private:
     tev::LibraryLock m_lock;
     std::unordered_map<std::string, Records> m_classes X_GUARDED_BY(m_lock){kInitialBuckets};
 };
+
+const tev::HeldOverFork<&ClassRegistry::Lock> g_heldOverFork(tev::platform::ForkRank::RuntimeClasses);
 } // namespace
 
 CXObject* CXRuntimeClass::CreateObject() const

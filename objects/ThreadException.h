@@ -9,6 +9,8 @@ class CXException;
 
 // Each thread has at most one pending exception: the one that it threw last and that is not deleted yet. It is deleted
 // when the thread ends; a program's exit deletes what ended threads have left.
+// An exception that several threads have recorded is deleted once: the thread that takes it, deletes it or records another
+// one in its place removes it from the records of all, and a thread that ends leaves it to the others.
 // Safe from several threads at once.
 
 /// Records the exception as the calling thread's pending one; every throw site does so before it throws the pointer.
@@ -24,7 +26,7 @@ TEVTOOLS_API void XDeleteThreadException();
 
 namespace tev
 {
-/// Drops the exception from the record that holds it, whichever thread's it is.
+/// Removes the exception from the records of all threads.
 void ForgetException(const CXException* exception) noexcept;
 
 /// The one way in which the library throws: construct, record, throw the pointer.

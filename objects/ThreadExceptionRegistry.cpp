@@ -1,8 +1,10 @@
 #include "base/NeverDestroyed.h"
 #include "objects/CXCriticalSection.h"
 #include "objects/CXException.h"
+#include "objects/HeldOverFork.h"
 #include "objects/ThreadException.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <thread>
 #include <unordered_map>
@@ -17,8 +19,8 @@ using OwnedException = std::unique_ptr<CXException>;
 
 struct Record
 {
-    CXException* exception;
-    bool ownerHasEnded;
+    CXException* exception = nullptr;
+    bool ownerHasEnded = false;
 };
 
 class Registry
@@ -31,36 +33,38 @@ public:
             m_records = std::make_unique<Map>(kInitialBuckets);
         if (!m_exitWillFree)
             m_exitWillFree = std::atexit([] { Get().FreeAtExit(); }) == 0;
-        (*m_records)[std::this_thread::get_id()] = {exception, ownerHasEnded};
+        Record& record = (*m_records)[std::this_thread::get_id()];
+        const CXException* const former = std::exchange(record, {exception, ownerHasEnded}).exception;
+        if (former != nullptr && former != exception)
+            EraseAll(former);
     }
 
+    /// Removes the exception from the records of all threads, of which another one would delete it again.
     CXException* Take() noexcept
     {
         const tev::LockGuard guard(m_lock);
-        if (m_records == nullptr)
-            return nullptr;
-        const auto found = m_records->find(std::this_thread::get_id());
-        if (found == m_records->end())
-            return nullptr;
-        CXException* const exception = found->second.exception;
-        m_records->erase(found);
+        CXException* const exception = TakeOwn();
+        if (exception != nullptr)
+            EraseAll(exception);
         return exception;
+    }
+
+    /// What is to be deleted at the end of the thread: not an exception that another thread has recorded and may handle.
+    CXException* TakeAtThreadEnd() noexcept
+    {
+        const tev::LockGuard guard(m_lock);
+        CXException* const exception = TakeOwn();
+        return exception == nullptr || IsRecorded(exception) ? nullptr : exception;
     }
 
     void Forget(const CXException* exception) noexcept
     {
         const tev::LockGuard guard(m_lock);
-        if (m_records == nullptr)
-            return;
-        for (auto it = m_records->begin(); it != m_records->end(); ++it)
-        {
-            if (it->second.exception == exception)
-            {
-                m_records->erase(it);
-                return;
-            }
-        }
+        if (m_records != nullptr)
+            EraseAll(exception);
     }
+
+    static CXCriticalSection& Lock() noexcept { return Get().m_lock; }
 
     // Destructors of static objects throw and delete exceptions too.
     static Registry& Get() noexcept
@@ -71,6 +75,30 @@ public:
 
 private:
     using Map = std::unordered_map<std::thread::id, Record>;
+
+    CXException* TakeOwn() noexcept X_REQUIRES(m_lock)
+    {
+        if (m_records == nullptr)
+            return nullptr;
+        const auto found = m_records->find(std::this_thread::get_id());
+        if (found == m_records->end())
+            return nullptr;
+        CXException* const exception = found->second.exception;
+        m_records->erase(found);
+        return exception;
+    }
+
+    bool IsRecorded(const CXException* exception) const noexcept X_REQUIRES(m_lock)
+    {
+        return std::any_of(m_records->begin(), m_records->end(),
+                           [exception](const auto& entry) { return entry.second.exception == exception; });
+    }
+
+    void EraseAll(const CXException* exception) noexcept X_REQUIRES(m_lock)
+    {
+        for (auto it = m_records->begin(); it != m_records->end();)
+            it = it->second.exception == exception ? m_records->erase(it) : std::next(it);
+    }
 
     // A thread that still runs may be handling its exception just now, so that one is left to it, and the map with it.
     void FreeAtExit()
@@ -85,8 +113,10 @@ private:
                 ++it;
                 continue;
             }
-            left.emplace_back(it->second.exception);
+            CXException* const exception = it->second.exception;
             it = m_records->erase(it);
+            if (!IsRecorded(exception))
+                left.emplace_back(exception);
         }
         if (m_records->empty())
             m_records.reset();
@@ -96,6 +126,8 @@ private:
     std::unique_ptr<Map> m_records X_GUARDED_BY(m_lock);
     bool m_exitWillFree X_GUARDED_BY(m_lock) = false;
 };
+
+const tev::HeldOverFork<&Registry::Lock> g_heldOverFork(tev::platform::ForkRank::ThreadExceptions);
 
 enum class ThreadState
 {
@@ -114,13 +146,13 @@ struct Sentinel
     // destroyed.
     Sentinel()
     {
-        const OwnedException leftBehind(Registry::Get().Take());
+        const OwnedException leftBehind(Registry::Get().TakeAtThreadEnd());
         t_state = ThreadState::Running;
     }
     ~Sentinel()
     {
         t_state = ThreadState::Ended;
-        const OwnedException pending(Registry::Get().Take());
+        const OwnedException pending(Registry::Get().TakeAtThreadEnd());
     }
     Sentinel(const Sentinel&) = delete;
     Sentinel& operator=(const Sentinel&) = delete;

@@ -2,7 +2,10 @@
 #include "objects/CXFileException.h"
 #include "objects/CXInternetException.h"
 #include "objects/ThreadException.h"
+#include "tests/support/BusyFork.h"
+#include "tests/support/EnvironmentVariable.h"
 #include "tests/support/FileFailure.h"
+#include "text/Language.h"
 
 #include <gtest/gtest.h>
 
@@ -61,6 +64,7 @@ void RunOnThread(void (*work)())
     std::thread(work).join();
 }
 
+using tev::test::EnvironmentVariable;
 using tev::test::kNothingThrown;
 using tev::test::Thrown;
 using Text = CXTString<wchar_t>;
@@ -189,6 +193,54 @@ TEST(CXException, ThreadsHandTheirExceptionOver)
     EXPECT_EQ(g_living, 0);
 }
 
+TEST(CXException, ThreadsThatRecordedOneExceptionDeleteItOnce)
+{
+    const struct
+    {
+        const char* by;
+        void (*onOther)(CXException*);
+        int living;
+        bool isStillPending;
+    } cases[] = {
+        {"its catcher", [](CXException* e) { e->Delete(); }, 0, false},
+        {"code that swallows it", [](CXException*) { XDeleteThreadException(); }, 0, false},
+        {"a new owner", [](CXException* e) { EXPECT_EQ(XTakeThreadException(), e); }, 1, false},
+        {"a newer exception", [](CXException*) { XSetThreadException(new CountedException); }, 1, false},
+        {"the end of the thread", [](CXException*) {}, 1, true},
+    };
+    for (const auto& c : cases)
+    {
+        auto* exception = new CountedException;
+        XSetThreadException(exception);
+        std::thread([&] {
+            XSetThreadException(exception);
+            c.onOther(exception);
+        }).join();
+        EXPECT_EQ(g_living, c.living) << c.by;
+        XDeleteThreadException();
+        EXPECT_EQ(g_living, c.isStillPending ? 0 : c.living) << c.by;
+        if (g_living != 0)
+            exception->Delete();
+    }
+    EXPECT_EQ(g_living, 0);
+}
+
+TEST(CXException, WorksInAChildOfAProcessThatThrows)
+{
+    const auto throwAndSwallow = [] {
+        try
+        {
+            CXUserException::Throw();
+        }
+        catch (CXException* exception)
+        {
+            exception->Delete();
+        }
+        return XTakeThreadException() == nullptr;
+    };
+    EXPECT_EQ(tev::test::ForkWhileBusy(throwAndSwallow, throwAndSwallow), 0);
+}
+
 TEST(CXException, ThreadsRecordAtTheSameTime)
 {
     std::vector<std::thread> threads(8);
@@ -220,6 +272,31 @@ TEST(CXException, ExitDeletesWhatIsLeft)
         {"the main thread", [] { XSetThreadException(new LoudException); }, "^deleted;$"},
         {"a thread that had all but ended", [] { RunOnThread(RecordAtTheVeryEnd<LoudException>); },
          "^deleted;deleted;deleted;$"},
+        {"two threads that had all but ended, with the same exception",
+         [] {
+             static CXException* const shared = new LoudException;
+             struct RecordsShared
+             {
+                 ~RecordsShared() { XSetThreadException(shared); }
+             };
+             const auto record = [] {
+                 static thread_local RecordsShared last;
+                 static_cast<void>(last);
+                 XSetThreadException(shared);
+             };
+             std::promise<void> secondHasRecorded;
+             std::promise<void> firstHasEnded;
+             std::thread second([&] {
+                 record();
+                 secondHasRecorded.set_value();
+                 firstHasEnded.get_future().wait();
+             });
+             secondHasRecorded.get_future().wait();
+             std::thread(record).join();
+             firstHasEnded.set_value();
+             second.join();
+         },
+         "^deleted;$"},
         {"code that runs after the library's callback",
          [] {
              std::atexit([] {
@@ -346,28 +423,55 @@ TEST(CXException, MessagesNameTheCauseAndTheFile)
     });
 }
 
-TEST(CXInternetException, ErrorsComeWithTheirTexts)
+TEST(CXInternetException, ErrorsComeWithTheirTextsInTheLanguageOfTheSystem)
 {
     const struct
     {
         unsigned error;
         unsigned code; ///< after EACCES
-        const wchar_t* text;
+        const wchar_t* english;
+        const wchar_t* french;
     } cases[] = {
-        {0, 5, L"Permission denied"}, // the C library's
-        {2, 2, L"No such file or directory"},
-        {12007, 12007, L"The name of the server was not found."},
-        {12003, 12003, L""},
-        {0xE0000001, 0xE0000001, L""},
+        {0, 5, L"Permission denied", nullptr}, // the C library's
+        {2, 2, L"No such file or directory", nullptr},
+        {12007, 12007, L"The name of the server was not found.", L"Le nom du serveur est introuvable."},
+        {12003, 12003, L"", L""},
+        {0xE0000001, 0xE0000001, L"", L""},
     };
+    const XLanguage before = XGetLanguage();
     for (const auto& c : cases)
     {
         errno = EACCES;
         const CXInternetException exception(1, c.error);
         unsigned help = 77;
         EXPECT_EQ(exception.GetErrorCode(), c.code);
-        EXPECT_EQ(exception.GetErrorMessage(&help), c.text) << c.error;
-        EXPECT_EQ(help, 0u);
-        EXPECT_EQ(exception.GetErrorMessage(nullptr), c.text) << c.error;
+        {
+            const EnvironmentVariable locale("LC_ALL", "C");
+            XSetLanguage(XLanguage::French); // the language of other messages
+            EXPECT_EQ(exception.GetErrorMessage(&help), c.english) << c.error;
+            EXPECT_EQ(help, 0u);
+        }
+        const EnvironmentVariable locale("LC_ALL", "fr_FR.UTF-8");
+        XSetLanguage(XLanguage::English);
+        if (c.french != nullptr) // the C library's texts are not installed in every language
+        {
+            EXPECT_EQ(exception.GetErrorMessage(nullptr), c.french) << c.error;
+        }
     }
+    std::set<std::wstring> texts;
+    int count = 0;
+    for (const char* locale : {"C", "fr_FR.UTF-8"})
+    {
+        const EnvironmentVariable variable("LC_ALL", locale);
+        for (unsigned error = 12001; error < 12200; ++error)
+        {
+            const Text text = CXInternetException(1, error).GetErrorMessage();
+            if (text.IsEmpty())
+                continue;
+            ++count;
+            EXPECT_TRUE(texts.insert(text.GetConstBuffer()).second) << locale << ' ' << error;
+        }
+    }
+    EXPECT_EQ(count, 2 * 50);
+    XSetLanguage(before);
 }

@@ -3,6 +3,7 @@
 #include "objects/CXFileException.h"
 #include "objects/CXInternetException.h"
 #include "objects/ThreadException.h"
+#include "tests/support/BusyFork.h"
 
 #include <gtest/gtest.h>
 
@@ -182,6 +183,12 @@ TEST(CXRuntimeClass, TheLatestDeclarationOfANameHolds)
     EXPECT_FALSE(CXRuntimeClass::DeclareRuntimeClass(nullptr));
     EXPECT_FALSE(CXRuntimeClass::UndeclareRuntimeClass(nullptr));
     EXPECT_EQ(CXRuntimeClass::FindRuntimeClass(nullptr), nullptr);
+}
+
+TEST(CXRuntimeClass, IsFoundInAChildOfAProcessThatLooksForClasses)
+{
+    const auto find = [] { return CXRuntimeClass::FindRuntimeClass("CXException") != nullptr; };
+    EXPECT_EQ(tev::test::ForkWhileBusy(find, find), 0);
 }
 
 TEST(CXRuntimeClass, ThreadsDeclareAtTheSameTime)

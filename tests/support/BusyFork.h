@@ -1,0 +1,46 @@
+#pragma once
+
+#include <atomic>
+#include <thread>
+#include <vector>
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace tev::test
+{
+constexpr int kBusyForks = 400;
+
+/// Forks many times while other threads do the work. Returns the first status of a child that did not return true within
+/// the deadline, SIGALRM for one that hung, or 0.
+template <class Work, class InChild>
+int ForkWhileBusy(Work work, InChild inChild)
+{
+    constexpr unsigned kDeadlineSeconds = 20;
+    std::atomic<bool> done{false};
+    std::vector<std::thread> threads(2);
+    for (std::thread& thread : threads)
+    {
+        thread = std::thread([&] {
+            while (!done)
+                work();
+        });
+    }
+    int status = 0;
+    for (int i = 0; i < kBusyForks && status == 0; ++i)
+    {
+        const pid_t child = fork();
+        if (child == 0)
+        {
+            alarm(kDeadlineSeconds);
+            _exit(inChild() ? 0 : 1);
+        }
+        if (child < 0 || waitpid(child, &status, 0) != child)
+            status = -1;
+    }
+    done = true;
+    for (std::thread& thread : threads)
+        thread.join();
+    return status;
+}
+} // namespace tev::test
