@@ -15,6 +15,6 @@ unsigned SystemErrorFromErrno(int errnoValue) noexcept;
 /// System code of the calling thread's last failure. Ask at once: any further call into the system may change it.
 unsigned LastSystemError() noexcept;
 
-/// The system's own text for a system code, in the language of the program's locale; empty when it has none.
+/// The system's own text for a system code, in the language of the environment's locale; empty when it has none.
 std::wstring SystemErrorText(unsigned systemError);
 } // namespace tev::platform

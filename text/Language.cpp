@@ -28,13 +28,17 @@ XLanguage tev::LanguageOfLocale(const char* lcAll, const char* lcMessages, const
     return XLanguage::English;
 }
 
+XLanguage tev::SystemLanguage() noexcept
+{
+    return LanguageOfLocale(std::getenv("LC_ALL"), std::getenv("LC_MESSAGES"), std::getenv("LANG"));
+}
+
 XLanguage XGetLanguage() noexcept
 {
     int language = g_language.load();
     if (language == kNotChosen)
     {
-        const XLanguage found =
-            tev::LanguageOfLocale(std::getenv("LC_ALL"), std::getenv("LC_MESSAGES"), std::getenv("LANG"));
+        const XLanguage found = tev::SystemLanguage();
         // A language that a host has chosen in the meantime stays.
         if (g_language.compare_exchange_strong(language, static_cast<int>(found)))
             return found;

@@ -18,6 +18,9 @@ TEVTOOLS_API void XSetLanguage(XLanguage language) noexcept;
 
 namespace tev
 {
+/// The language of the environment's locale, whatever a host has chosen.
+XLanguage SystemLanguage() noexcept;
+
 /// The language that the three variables of the environment ask for; each may be null.
 XLanguage LanguageOfLocale(const char* lcAll, const char* lcMessages, const char* lang) noexcept;
 } // namespace tev

@@ -3,12 +3,12 @@
 #include "objects/CXException.h"
 #include "objects/CXFileException.h"
 #include "services/ApplicationName.h"
+#include "tests/support/EnvironmentVariable.h"
 #include "tests/support/PrintText.h"
 #include "tests/support/TempFolder.h"
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <string>
 
 #include <sys/stat.h>
@@ -17,35 +17,8 @@
 namespace
 {
 using Text = CXTString<wchar_t>;
+using Variable = tev::test::EnvironmentVariable;
 using tev::test::TempFolder;
-
-/// An environment variable, restored by the destructor.
-class Variable
-{
-public:
-    Variable(const char* name, const char* value) : m_name(name)
-    {
-        if (const char* before = std::getenv(name))
-            m_before = before;
-        else
-            m_wasSet = false;
-        setenv(name, value, 1);
-    }
-    ~Variable()
-    {
-        if (m_wasSet)
-            setenv(m_name, m_before.c_str(), 1);
-        else
-            unsetenv(m_name);
-    }
-    Variable(const Variable&) = delete;
-    Variable& operator=(const Variable&) = delete;
-
-private:
-    const char* m_name;
-    std::string m_before;
-    bool m_wasSet = true;
-};
 
 TEST(CPathString, TakesPathsApart)
 {

@@ -6,6 +6,8 @@
 #include <cwchar>
 #include <iterator>
 
+#include <locale.h>
+
 namespace
 {
 constexpr unsigned kGeneralFailure = 31;
@@ -128,6 +130,29 @@ std::wstring WidenLocaleText(const char* text)
     wide.resize(length == static_cast<std::size_t>(-1) ? 0 : length);
     return wide;
 }
+
+/// The environment's locale for the calling thread, whether the program has set it or not; the thread's own where the
+/// system lacks that locale.
+class SystemLocale
+{
+public:
+    SystemLocale() noexcept
+        : m_locale(newlocale(LC_CTYPE_MASK | LC_MESSAGES_MASK, "", nullptr)), m_former(uselocale(m_locale))
+    {
+    }
+    SystemLocale(const SystemLocale&) = delete;
+    SystemLocale& operator=(const SystemLocale&) = delete;
+    ~SystemLocale()
+    {
+        uselocale(m_former);
+        if (m_locale != nullptr)
+            freelocale(m_locale);
+    }
+
+private:
+    const locale_t m_locale;
+    const locale_t m_former;
+};
 } // namespace
 
 unsigned tev::platform::SystemErrorFromErrno(int errnoValue) noexcept
@@ -150,6 +175,7 @@ std::wstring tev::platform::SystemErrorText(unsigned systemError)
                                    [=](const ErrnoRow& r) { return r.systemError == systemError; });
     if (row == std::end(kErrnoTable))
         return {};
+    const SystemLocale locale;
     char buffer[256];
     return WidenLocaleText(strerror_r(row->errnoValue, buffer, sizeof buffer));
 }
