@@ -28,8 +28,8 @@ constexpr char AsciiLower(T character) noexcept
     return character > 0 && character < 0x80 ? static_cast<char>(character) : 0;
 }
 
-/// Reads as much of the text as strtod would and returns its length; 0, with nothing read, when it is no number.
-/// What is too large becomes infinite, what is too close to 0 becomes 0.
+/// Reads as much of the text as strtod would and returns its length; 0, with nothing read, when it is no number. A
+/// number that is too large becomes infinite, one that is too close to 0 the nearest subnormal number or 0.
 template <class Value>
 std::size_t ReadFloat(const char* text, const char* end, Value& value);
 

@@ -1,6 +1,7 @@
 #include "text/FormatString.h"
 
 #include "text/CXTString.h"
+#include "text/OtherWidth.h"
 
 #include <cwchar>
 #include <string>

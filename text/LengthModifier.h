@@ -1,8 +1,6 @@
 #pragma once
 
-// What formatting and scanning share: how a conversion such as "%-5I64d" is written, and text of the other width.
-
-#include "text/CXTString.h"
+// The parts of a conversion such as "%-5I64d" that formats and scans have in common.
 
 #include <climits>
 #include <cstddef>
@@ -138,16 +136,5 @@ constexpr TextWidth TextWidthOf(LengthModifier modifier, bool otherWidth) noexce
     default:
         return TextWidth::None;
     }
-}
-
-/// Brings text to the other width through the ANSI code page. False when that page is unknown.
-[[nodiscard]] inline bool ConvertText(const char* text, std::size_t length, CXTString<wchar_t>& converted)
-{
-    return XDecodeText(text, length, xEncodingAnsi, converted);
-}
-
-[[nodiscard]] inline bool ConvertText(const wchar_t* text, std::size_t length, CXTString<char>& converted)
-{
-    return XEncodeText(text, length, xEncodingAnsi, converted);
 }
 } // namespace tev

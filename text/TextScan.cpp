@@ -3,6 +3,7 @@
 #include "text/CXTString.h"
 #include "text/FloatText.h"
 #include "text/LengthModifier.h"
+#include "text/OtherWidth.h"
 
 #include <algorithm>
 #include <climits>
@@ -49,19 +50,23 @@ struct ScanSet
     const T* end;
     bool inverted;
 
+    // A range compares unsigned values, like CXTString::Compare, whether a plain character has a sign or not.
     bool Contains(T character) const noexcept
     {
         for (const T* at = first; at != end; ++at)
         {
             // A '-' is a member itself at either end and between characters that are not in order.
-            const bool isRange = end - at > 2 && at[1] == '-' && at[0] <= at[2];
-            if (isRange ? character >= at[0] && character <= at[2] : character == *at)
+            const bool isRange = end - at > 2 && at[1] == '-' && Value(at[0]) <= Value(at[2]);
+            if (isRange ? Value(character) >= Value(at[0]) && Value(character) <= Value(at[2]) : character == *at)
                 return !inverted;
             if (isRange)
                 at += 2;
         }
         return inverted;
     }
+
+private:
+    static auto Value(T character) noexcept { return static_cast<std::make_unsigned_t<T>>(character); }
 };
 
 template <class T>

@@ -5,11 +5,13 @@
 #include <climits>
 #include <cmath>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <gtest/gtest.h>
 #include <limits>
 #include <string>
 #include <type_traits>
+#include <vector>
 
 namespace
 {
@@ -161,6 +163,70 @@ TYPED_TEST(ScanTest, FloatingPointIsReadAsFarAsStrtodWouldInTheCLocale)
     EXPECT_EQ(Scan<T>("3.14159", "%4lf%lf", &first, &second), 2);
     EXPECT_EQ(first, 3.14);
     EXPECT_EQ(second, 159);
+}
+
+namespace
+{
+template <class T, class Value>
+void ExpectScannedAs(const std::string& text, const char* format, Value (*convert)(const char*, char**))
+{
+    Value value = kUntouched;
+    EXPECT_EQ(Scan<T>(text, format, &value), 1) << text;
+    EXPECT_EQ(value, convert(text.c_str(), nullptr)) << text << ' ' << format;
+}
+} // namespace
+
+TYPED_TEST(ScanTest, FloatingPointAtTheEndsOfItsRangeIsThatOfStrtod)
+{
+    using T = TypeParam;
+    std::vector<std::string> texts = {"1e-4940",         "3.6451995318824746025e-4951",
+                                      "1.8e-4951",       "1.9e-4951",
+                                      "0x1p-16446",      "0x1.8p-16446",
+                                      "0x1.fffp-16383",  "0x1p16384",
+                                      "-1e-4945",        "1.18973149535723176509e4932",
+                                      "-0x1.ffp-16400,", "3.3621e-4932"};
+    const long double edges[] = {std::numeric_limits<float>::denorm_min(),
+                                 std::numeric_limits<float>::min(),
+                                 std::numeric_limits<float>::max(),
+                                 std::numeric_limits<double>::denorm_min(),
+                                 std::numeric_limits<double>::min(),
+                                 std::numeric_limits<double>::max(),
+                                 std::numeric_limits<long double>::denorm_min(),
+                                 std::numeric_limits<long double>::min(),
+                                 std::numeric_limits<long double>::max()};
+    for (const long double edge : edges)
+    {
+        for (const long double factor : {0.499L, 0.5L, 0.501L, 0.999999999999L, 1.0L, 1.000000001L, 1.5L, 2.0L})
+        {
+            for (const char* format : {"%.3Le", "%.25Le", "%La", "%.2La"})
+            {
+                char text[100];
+                std::snprintf(text, sizeof text, format, edge * factor);
+                texts.emplace_back(text);
+            }
+        }
+    }
+    for (const std::string& text : texts)
+    {
+        ExpectScannedAs<T>(text, "%f", std::strtof);
+        ExpectScannedAs<T>(text, "%lf", std::strtod);
+        ExpectScannedAs<T>(text, "%Lf", std::strtold);
+    }
+}
+
+TEST(ScanWidthTest, RangesOfASetCompareUnsignedValues)
+{
+    char narrow[8] = {};
+    EXPECT_EQ(CXTString<char>("caf\xC3\xA9\n").ScanS("%[ -\xff]", narrow, 8u), 1);
+    EXPECT_STREQ(narrow, "caf\xC3\xA9");
+    EXPECT_EQ(CXTString<char>("caf\xC3\xA9").ScanS("%[^\x80-\xff]", narrow, 8u), 1);
+    EXPECT_STREQ(narrow, "caf");
+    EXPECT_EQ(CXTString<char>("\xA9z").ScanS("%[\xff-a]", narrow, 8u), 0) << "no range: out of order";
+    wchar_t wide[8] = {};
+    const wchar_t largest[] = {L'%', L'[', L'a', L'-', static_cast<wchar_t>(0xFFFFFFFF), L']', 0};
+    const wchar_t text[] = {L'b', static_cast<wchar_t>(0x80000001), L'A', 0};
+    EXPECT_EQ(CXTString<wchar_t>(text).ScanS(largest, wide, 8u), 1);
+    EXPECT_EQ(std::wstring(wide), std::wstring(text, 2));
 }
 
 TYPED_TEST(ScanTest, TextFillsItsTargetOrLeavesItEmpty)

@@ -113,6 +113,51 @@ STRING_TEST(GrowthFollowsTheCapacityRule)
     EXPECT_NE(copy.GetConstBuffer(), jump.GetConstBuffer());
 }
 
+STRING_TEST(NoOperationShrinksTheBuffer)
+{
+    using Str = CXTString<T>;
+    using Other = typename Str::OtherChar;
+    void (*const operations[])(Str&) = {
+        [](Str& s) { s = Text<Other>("other width"); },
+        [](Str& s) { s = static_cast<const Other*>(nullptr); },
+        [](Str& s) { s = reinterpret_cast<const unsigned char*>("bytes"); },
+        [](Str& s) { EXPECT_TRUE(s.LoadString(0xF006)); },
+        [](Str& s) { EXPECT_FALSE(s.LoadString(1)); },
+        [](Str& s) { s = Str(Text<T>("a temporary")); },
+        [](Str& s) {
+            Str source(Text<T>("x"));
+            const Str target(std::move(source));
+            s = std::move(source);
+        },
+        [](Str& s) { s = Str(Text<T>("copied")).GetConstBuffer(); },
+        [](Str& s) { s = nullptr; },
+        [](Str& s) { s = T('c'); },
+        [](Str& s) { s.Copy(Text<T>("copied"), 3); },
+        [](Str& s) { s.Format(Text<T>("%d"), 5); },
+        [](Str& s) { s.Format(1u); },
+        [](Str& s) { s.Trim(T('x')); },
+        [](Str& s) { s.Replace(Text<T>("xx"), Text<T>("")); },
+        [](Str& s) { s.Delete(1, 60); },
+        [](Str& s) { s.ReleaseBuffer(0); },
+        [](Str& s) { s.Empty(); },
+    };
+    for (const unsigned codePage : {65001u, 1252u})
+    {
+        XSetAnsiCodePage(codePage);
+        for (const auto& operation : operations)
+        {
+            SCOPED_TRACE(&operation - operations);
+            Str text(T('x'), 70);
+            const T* const buffer = text.GetConstBuffer();
+            operation(text);
+            EXPECT_LT(text.GetLength(), 70);
+            EXPECT_EQ(CapacityOf(text), 141u);
+            EXPECT_EQ(text.GetConstBuffer(), buffer);
+        }
+    }
+    XSetAnsiCodePage(65001);
+}
+
 STRING_TEST(ConstructionAndAssignmentTakeEveryForm)
 {
     using Str = CXTString<T>;
@@ -154,6 +199,10 @@ STRING_TEST(StringsThatGaveTheirBufferAwayAreEmptyAndUsable)
     EXPECT_TRUE(source.IsEmpty());
     EXPECT_EQ(source.GetConstBuffer()[0], T());
     EXPECT_EQ(source.Find(T('a')), -1);
+    source[0] = T();
+    CXTCharArray<T>& fields = source;
+    fields.m_data[fields.m_length] = T();
+    EXPECT_TRUE(source == Str());
     std::free(source.DetachBuffer());
 
     Str assigned(Text<T>("old"));

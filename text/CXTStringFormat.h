@@ -1,31 +1,32 @@
-#include "text/CXTString.h"
+#pragma once
 
+// The members of CXTString that take a format. For CXTStringInstances.cpp, which instantiates the whole class. The
+// result is built in a buffer of its own before the string changes, because an argument may be the string's own text.
+
+#include "text/CXTString.h"
 #include "text/MessageTexts.h"
 #include "text/TextFormat.h"
 #include "text/TextScan.h"
 
-// The members that take a format. The result is built in a buffer of its own before the string changes, because an
-// argument may be the string's own text.
-
-namespace
+namespace tev
 {
 constexpr int kNothingToScan = -1;
 
 template <class T>
 void AppendFormatV(CXTString<T>& text, const T* format, va_list arguments)
 {
-    tev::FormatOutput<T> output;
-    if (format != nullptr && tev::FormatText(output, format, arguments))
+    FormatOutput<T> output;
+    if (format != nullptr && FormatText(output, format, arguments))
         text.Append(output.Data(), output.Length());
 }
 
-// Empty for an unknown number.
+/// Empty for an unknown number.
 template <class T>
 CXTString<T> MessageText(unsigned messageId)
 {
-    return tev::FindMessageText(messageId);
+    return FindMessageText(messageId);
 }
-} // namespace
+} // namespace tev
 
 template <class T>
 void CXTString<T>::FormatV(const T* format, va_list arguments)
@@ -53,7 +54,7 @@ void CXTString<T>::Format(unsigned int messageId, ...)
 {
     va_list arguments;
     va_start(arguments, messageId);
-    FormatV(MessageText<T>(messageId), arguments);
+    FormatV(tev::MessageText<T>(messageId), arguments);
     va_end(arguments);
 }
 
@@ -62,7 +63,7 @@ void CXTString<T>::AppendFormat(const T* format, ...)
 {
     va_list arguments;
     va_start(arguments, format);
-    AppendFormatV(*this, format, arguments);
+    tev::AppendFormatV(*this, format, arguments);
     va_end(arguments);
 }
 
@@ -71,7 +72,7 @@ void CXTString<T>::AppendFormat(unsigned int messageId, ...)
 {
     va_list arguments;
     va_start(arguments, messageId);
-    AppendFormatV<T>(*this, MessageText<T>(messageId), arguments);
+    tev::AppendFormatV<T>(*this, tev::MessageText<T>(messageId), arguments);
     va_end(arguments);
 }
 
@@ -86,7 +87,7 @@ int CXTString<T>::ScanVS(int position, const T* format, va_list arguments) const
 {
     const bool inText = position >= 0 && static_cast<unsigned __int64>(position) <= m_text.m_length;
     if (format == nullptr || !inText)
-        return kNothingToScan;
+        return tev::kNothingToScan;
     return tev::ScanText<T>(m_text.m_data + position, format, arguments);
 }
 
@@ -113,22 +114,7 @@ int CXTString<T>::ScanS(int position, const T* format, ...) const
 template <class T>
 bool CXTString<T>::LoadString(unsigned int messageId)
 {
-    *this = MessageText<T>(messageId);
-    return tev::FindMessageText(messageId) != nullptr;
+    const wchar_t* const text = tev::FindMessageText(messageId);
+    *this = text;
+    return text != nullptr;
 }
-
-// The class as a whole is instantiated where its other members are defined.
-#define X_INSTANTIATE(T)                                                                                               \
-    template void CXTString<T>::FormatV(const T*, va_list);                                                            \
-    template void CXTString<T>::Format(const T*, ...);                                                                 \
-    template void CXTString<T>::Format(unsigned int, ...);                                                             \
-    template void CXTString<T>::AppendFormat(const T*, ...);                                                           \
-    template void CXTString<T>::AppendFormat(unsigned int, ...);                                                       \
-    template int CXTString<T>::ScanVS(const T*, va_list) const;                                                        \
-    template int CXTString<T>::ScanVS(int, const T*, va_list) const;                                                   \
-    template int CXTString<T>::ScanS(const T*, ...) const;                                                             \
-    template int CXTString<T>::ScanS(int, const T*, ...) const;                                                        \
-    template bool CXTString<T>::LoadString(unsigned int);
-
-X_INSTANTIATE(char)
-X_INSTANTIATE(wchar_t)

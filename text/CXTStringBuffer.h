@@ -1,6 +1,11 @@
-#include "text/CXTString.h"
+#pragma once
 
+// The members of CXTString that own the buffer: construction, assignment, growth and access. For
+// CXTStringInstances.cpp, which instantiates the whole class.
+
+#include "text/CXTString.h"
 #include "text/InvalidParameter.h"
+#include "text/OtherWidth.h"
 #include "text/TextSearch.h"
 
 #include <algorithm>
@@ -8,21 +13,18 @@
 #include <climits>
 #include <cstdint>
 #include <cstdlib>
-#include <cstring>
 #include <functional>
 #include <new>
 
-namespace
+namespace tev
 {
-using tev::CopyCharacters;
-using tev::TextLength;
-
-// The text of a string that owns no buffer. It is never written to: its capacity of 0 makes every change grow first.
+// The text of a string that owns no buffer: its capacity of 0 makes every change grow first. Not constant, because a
+// program may write the terminator of any string again.
 template <class T>
 T* EmptyText() noexcept
 {
-    static const T terminator = T();
-    return const_cast<T*>(&terminator);
+    static T terminator = T();
+    return &terminator;
 }
 
 constexpr unsigned __int64 kFirstCapacity = 16;
@@ -44,48 +46,30 @@ unsigned __int64 CapacityFor(unsigned __int64 length)
 template <class T>
 T* Reallocate(T* block, unsigned __int64 capacity)
 {
-    void* grown = std::realloc(block, static_cast<size_t>(capacity) * sizeof(T));
+    void* grown = std::realloc(block, static_cast<std::size_t>(capacity) * sizeof(T));
     if (grown == nullptr)
         throw std::bad_alloc();
     return static_cast<T*>(grown);
 }
 
-// Text of the other width, converted through the ANSI code page; empty where it cannot be converted.
-CXTString<wchar_t> Convert(const char* text)
+// Text of the other width; empty where it cannot be converted.
+template <class T>
+CXTString<T> Converted(const typename CXTString<T>::OtherChar* text)
 {
-    CXTString<wchar_t> result;
-    if (text != nullptr && !XDecodeText(text, std::strlen(text), xEncodingAnsi, result))
-        result.Empty();
+    CXTString<T> result;
+    result = text;
     return result;
 }
-
-CXTString<char> Convert(const wchar_t* text)
-{
-    CXTString<char> result;
-    if (text != nullptr && !XEncodeText(text, std::wcslen(text), xEncodingAnsi, result))
-        result.Empty();
-    return result;
-}
-
-CXTString<char> FromBytes(const char* text, char)
-{
-    return text;
-}
-
-CXTString<wchar_t> FromBytes(const char* text, wchar_t)
-{
-    return Convert(text);
-}
-} // namespace
+} // namespace tev
 
 template <class T>
-CXTString<T>::CXTString() : m_text{Reallocate<T>(nullptr, kFirstCapacity), 0, kFirstCapacity}
+CXTString<T>::CXTString() : m_text{tev::Reallocate<T>(nullptr, tev::kFirstCapacity), 0, tev::kFirstCapacity}
 {
     m_text.m_data[0] = T();
 }
 
 template <class T>
-CXTString<T>::CXTString(const CXTString& other) : m_text{EmptyText<T>(), 0, 0}
+CXTString<T>::CXTString(const CXTString& other) : m_text{tev::EmptyText<T>(), 0, 0}
 {
     Assign(other.m_text.m_data, other.m_text.m_length);
 }
@@ -93,31 +77,32 @@ CXTString<T>::CXTString(const CXTString& other) : m_text{EmptyText<T>(), 0, 0}
 template <class T>
 CXTString<T>::CXTString(CXTString&& other) noexcept : m_text(other.m_text)
 {
-    other.m_text = {EmptyText<T>(), 0, 0};
+    other.m_text = {tev::EmptyText<T>(), 0, 0};
 }
 
 template <class T>
-CXTString<T>::CXTString(const T* text) : m_text{EmptyText<T>(), 0, 0}
+CXTString<T>::CXTString(const T* text) : m_text{tev::EmptyText<T>(), 0, 0}
 {
-    Assign(text, TextLength(text));
+    Assign(text, tev::TextLength(text));
 }
 
 template <class T>
-CXTString<T>::CXTString(const T* text, int count) : m_text{EmptyText<T>(), 0, 0}
+CXTString<T>::CXTString(const T* text, int count) : m_text{tev::EmptyText<T>(), 0, 0}
 {
-    Assign(text, text == nullptr ? 0 : count < 0 ? TextLength(text) : static_cast<size_t>(count));
+    Assign(text, text == nullptr ? 0 : count < 0 ? tev::TextLength(text) : static_cast<std::size_t>(count));
 }
 
 template <class T>
-CXTString<T>::CXTString(T character, int count) : m_text{EmptyText<T>(), 0, 0}
+CXTString<T>::CXTString(T character, int count) : m_text{tev::EmptyText<T>(), 0, 0}
 {
     const auto length = static_cast<unsigned __int64>(std::max(count, 0));
     std::fill_n(SetLength(length), length, character);
 }
 
 template <class T>
-CXTString<T>::CXTString(const OtherChar* text) : CXTString(Convert(text))
+CXTString<T>::CXTString(const OtherChar* text) : CXTString()
 {
+    *this = text;
 }
 
 template <class T>
@@ -137,6 +122,9 @@ template <class T>
 CXTString<T>& CXTString<T>::operator=(CXTString&& other) noexcept
 {
     CXTString taken(std::move(other));
+    // A smaller buffer does not take the place of this one, because the capacity never shrinks.
+    if (taken.m_text.m_capacity < m_text.m_capacity)
+        return Assign(taken.m_text.m_data, taken.m_text.m_length);
     std::swap(m_text, taken.m_text);
     return *this;
 }
@@ -151,7 +139,7 @@ CXTString<T>& CXTString<T>::operator=(std::nullptr_t)
 template <class T>
 CXTString<T>& CXTString<T>::operator=(const T* text)
 {
-    return Assign(text, TextLength(text));
+    return Assign(text, tev::TextLength(text));
 }
 
 template <class T>
@@ -163,31 +151,33 @@ CXTString<T>& CXTString<T>::operator=(T character)
 template <class T>
 CXTString<T>& CXTString<T>::operator=(const OtherChar* text)
 {
-    return *this = Convert(text);
+    if (!tev::ConvertText(text, tev::TextLength(text), *this))
+        Empty();
+    return *this;
 }
 
 template <class T>
 CXTString<T>& CXTString<T>::operator=(const unsigned char* text)
 {
-    return *this = FromBytes(reinterpret_cast<const char*>(text), T());
+    return *this = reinterpret_cast<const char*>(text);
 }
 
 template <class T>
 CXTString<T>& CXTString<T>::operator+=(const T* text)
 {
-    return Append(text, TextLength(text));
+    return Append(text, tev::TextLength(text));
 }
 
 template <class T>
 CXTString<T>& CXTString<T>::operator+=(const OtherChar* text)
 {
-    return *this += Convert(text);
+    return *this += tev::Converted<T>(text);
 }
 
 template <class T>
 CXTString<T>& CXTString<T>::operator+=(const unsigned char* text)
 {
-    return *this += FromBytes(reinterpret_cast<const char*>(text), T());
+    return *this += reinterpret_cast<const char*>(text);
 }
 
 template <class T>
@@ -198,26 +188,26 @@ void CXTString<T>::Copy(const T* text, int count)
         tev::RefuseParameter("CXTString::Copy", EINVAL);
         return;
     }
-    Assign(text, count < 0 ? TextLength(text) : static_cast<size_t>(count));
+    Assign(text, count < 0 ? tev::TextLength(text) : static_cast<std::size_t>(count));
 }
 
 template <class T>
-CXTString<T>& CXTString<T>::Assign(const T* text, size_t count)
+CXTString<T>& CXTString<T>::Assign(const T* text, std::size_t count)
 {
     if (Contains(text))
-        return KeepRange(static_cast<size_t>(text - m_text.m_data), count);
-    CopyCharacters(SetLength(count), text, count);
+        return KeepRange(static_cast<std::size_t>(text - m_text.m_data), count);
+    tev::CopyCharacters(SetLength(count), text, count);
     return *this;
 }
 
 template <class T>
-CXTString<T>& CXTString<T>::Append(const T* text, size_t count)
+CXTString<T>& CXTString<T>::Append(const T* text, std::size_t count)
 {
     const unsigned __int64 length = m_text.m_length;
     const bool own = Contains(text);
-    const size_t offset = own ? static_cast<size_t>(text - m_text.m_data) : 0;
+    const std::size_t offset = own ? static_cast<std::size_t>(text - m_text.m_data) : 0;
     T* data = SetLength(length + count);
-    CopyCharacters(data + length, own ? data + offset : text, count);
+    tev::CopyCharacters(data + length, own ? data + offset : text, count);
     return *this;
 }
 
@@ -270,7 +260,8 @@ void CXTString<T>::ReleaseBuffer(int length)
 {
     const unsigned __int64 most = m_text.m_capacity == 0 ? 0 : m_text.m_capacity - 1;
     if (length < 0)
-        SetLength(std::min<unsigned __int64>(tev::FindCharacter(m_text.m_data, static_cast<size_t>(most), T()), most));
+        SetLength(
+            std::min<unsigned __int64>(tev::FindCharacter(m_text.m_data, static_cast<std::size_t>(most), T()), most));
     else if (static_cast<unsigned __int64>(length) <= most)
         SetLength(static_cast<unsigned __int64>(length));
     else
@@ -284,7 +275,7 @@ T* CXTString<T>::DetachBuffer()
         Empty();
     CXTString fresh;
     std::swap(m_text, fresh.m_text);
-    return std::exchange(fresh.m_text, {EmptyText<T>(), 0, 0}).m_data;
+    return std::exchange(fresh.m_text, {tev::EmptyText<T>(), 0, 0}).m_data;
 }
 
 // Makes room for `length` characters and a terminator; the text stays.
@@ -293,9 +284,10 @@ T* CXTString<T>::Grow(unsigned __int64 length)
 {
     // The first buffer is the one that a new string has.
     const bool isFirst = m_text.m_capacity == 0;
-    const unsigned __int64 capacity = isFirst && length < kFirstCapacity ? kFirstCapacity : CapacityFor<T>(length);
+    const unsigned __int64 capacity =
+        isFirst && length < tev::kFirstCapacity ? tev::kFirstCapacity : tev::CapacityFor<T>(length);
     T* owned = isFirst ? nullptr : m_text.m_data;
-    m_text.m_data = Reallocate(owned, capacity);
+    m_text.m_data = tev::Reallocate(owned, capacity);
     m_text.m_capacity = capacity;
     return m_text.m_data;
 }
@@ -312,10 +304,7 @@ template <class T>
 CXTString<T>& CXTString<T>::KeepRange(unsigned __int64 first, unsigned __int64 count)
 {
     if (first != 0)
-        CopyCharacters(m_text.m_data, m_text.m_data + first, count);
+        tev::CopyCharacters(m_text.m_data, m_text.m_data + first, count);
     SetLength(count);
     return *this;
 }
-
-template class CXTString<char>;
-template class CXTString<wchar_t>;
