@@ -15,7 +15,7 @@
 
 namespace
 {
-using namespace tev::platform;
+using namespace tev;
 
 constexpr SettingsRoot kRoots[] = {kClassesRoot, kCurrentUser, kLocalMachine, kUsers, kCurrentConfig, kDynData};
 constexpr const wchar_t* kRootNames[] = {L"HKEY_CLASSES_ROOT", L"HKEY_CURRENT_USER",   L"HKEY_LOCAL_MACHINE",

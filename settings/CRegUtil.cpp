@@ -11,12 +11,14 @@
 #include <cstdint>
 #include <cwchar>
 #include <limits>
+#include <memory>
 #include <string_view>
 #include <utility>
 
 namespace
 {
-using namespace tev::platform;
+using namespace tev;
+using tev::platform::ExpandEnvironmentText;
 
 constexpr const wchar_t* kSeparators = L"\\/:";
 constexpr unsigned kNotReady = 21;
@@ -47,6 +49,12 @@ std::wstring StorePath(const wchar_t* subkey)
         path.begin(), path.end(), [](wchar_t c) { return std::wcschr(kSeparators, c) != nullptr; }, L'\\');
     return path;
 }
+
+struct KeyCloser
+{
+    void operator()(HKEY key) const noexcept { CloseSettingsKey(key); }
+};
+using OwnedKey = std::unique_ptr<HKEY__, KeyCloser>;
 } // namespace
 
 /// Opens the base for one operation; a base that was open already stays open.
@@ -205,16 +213,15 @@ bool CRegUtil::OpenBase(bool create)
     HKEY key = m_root != nullptr ? m_root : RootKey(kCurrentUser);
     if (m_componentCount == 0) // a handle of its own, since it holds the position of an enumeration
         return Note(OpenSettingsKey(key, L"", kAllAccess, m_base));
+    OwnedKey opened;
     for (int i = 0; i < m_componentCount; ++i)
     {
-        HKEY const next = OpenComponent(key, m_components[i], create);
-        if (i > 0)
-            CloseSettingsKey(key);
-        if (next == nullptr)
+        opened = OwnedKey(OpenComponent(key, m_components[i], create));
+        key = opened.get();
+        if (key == nullptr)
             return false;
-        key = next;
     }
-    m_base = key;
+    m_base = opened.release();
     return true;
 }
 
@@ -316,8 +323,10 @@ bool CRegUtil::WriteSubKeyInt(wchar_t const* subkey, wchar_t const* name, unsign
 int CRegUtil::GetSubKeyInt(wchar_t const* subkey, wchar_t const* name, int defaultValue)
 {
     const OpenedSubKey key(*this, subkey, kRead, false);
-    unsigned value = 0;
-    return key.Get() != nullptr && ReadInt(key.Get(), name, value) ? static_cast<int>(value) : defaultValue;
+    unsigned char bytes[kIntSize];
+    unsigned long size = sizeof bytes;
+    const bool isRead = key.Get() != nullptr && ReadBytes(key.Get(), name, bytes, size) && size == kIntSize;
+    return isRead ? tev::LoadLittleEndian<int>(bytes) : defaultValue;
 }
 
 CXTString<wchar_t> CRegUtil::GetSubKeyString(wchar_t const* subkey, wchar_t const* name, wchar_t const* defaultValue,

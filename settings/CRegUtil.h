@@ -89,6 +89,7 @@ public:
 
     bool WriteSubKeyString(wchar_t const* subkey, wchar_t const* name, wchar_t const* data);
     bool WriteSubKeyInt(wchar_t const* subkey, wchar_t const* name, unsigned long value);
+    /// The default unless the value has 4 bytes.
     int GetSubKeyInt(wchar_t const* subkey, wchar_t const* name, int defaultValue);
     CXTString<wchar_t> GetSubKeyString(wchar_t const* subkey, wchar_t const* name, wchar_t const* defaultValue,
                                        bool expand);

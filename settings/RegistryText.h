@@ -26,9 +26,10 @@ struct XRegistryImport
 };
 
 /// Imports a text of version 5.00 or REGEDIT4, whose keys all begin with the full name of a root. It is imported as a
-/// whole or, in a registry of one file, not at all. A key in brackets that begin with '-' is deleted with all below it,
-/// and a value of "-" is deleted; either may be missing. Where a value occurs twice the last one counts. Lines that
-/// begin with ';' are comments. Takes about four times the size of the text in memory.
+/// whole or, in a registry of one file, not at all. A text in hexadecimal, hex(2) or hex(7), that has no terminator
+/// gets one. A key in brackets that begin with '-' is deleted with all below it, and a value of "-" is deleted; either
+/// may be missing. Where a value occurs twice the last one counts. Lines that begin with ';' are comments. Takes about
+/// four times the size of the text in memory.
 TEVTOOLS_API bool XImportRegistry(const CXTString<wchar_t>& text, XRegistryImport& result);
 
 /// Writes a key and all below it, as they were at one moment: UTF-16 little-endian behind a mark, or UTF-8 without one

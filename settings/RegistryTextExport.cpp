@@ -13,9 +13,9 @@
 
 namespace
 {
-using tev::platform::SettingsTreeKey;
-using tev::platform::SettingsTreeValue;
-using tev::platform::SettingsValue;
+using tev::SettingsTreeKey;
+using tev::SettingsTreeValue;
+using tev::SettingsValue;
 
 constexpr int kInvalidData = 13;
 constexpr std::wstring_view kLineEnd = L"\r\n";
@@ -146,7 +146,7 @@ bool XExportRegistry(const CXTString<wchar_t>& path, CXFile& file, xStringEncodi
 {
     const KeyPath key(path.GetConstBuffer());
     std::vector<SettingsTreeKey> tree;
-    systemError = static_cast<int>(tev::platform::ReadSettingsTree(key.m_root, key.m_path.c_str(), tree));
+    systemError = static_cast<int>(tev::ReadSettingsTree(key.m_root, key.m_path.c_str(), tree));
     if (systemError != 0)
         return false;
     // A line end in a name cannot be escaped, and would make the rest of the name a line of its own.

@@ -14,7 +14,7 @@
 namespace
 {
 using namespace std::string_view_literals;
-using tev::platform::SettingsChange;
+using tev::SettingsChange;
 
 constexpr int kInvalidData = 13;
 constexpr wchar_t kByteOrderMark = 0xFEFF;
@@ -50,6 +50,15 @@ std::string StoredText(std::wstring text)
     return std::string(tev::ViewOf(bytes));
 }
 
+/// Ends a text, unless it has no bytes at all.
+void AddTerminator(std::string& data)
+{
+    if (data.size() % 2 != 0)
+        data += '\0';
+    if (!data.empty() && (data[data.size() - 2] != '\0' || data.back() != '\0'))
+        data.append(2, '\0');
+}
+
 /// Takes a text apart into changes of the registry, up to its first fault.
 class Parser
 {
@@ -83,6 +92,7 @@ private:
     bool ParseBytes(SettingsChange& change);
     bool ParseHexNumber(std::size_t mostDigits, unsigned& number);
     bool ParseByteList(std::string& data);
+    bool SkipContinuation();
     void Add(SettingsChange change);
 
     std::wstring_view m_rest;
@@ -165,9 +175,9 @@ bool Parser::ParseHeader()
 {
     SkipToText();
     const std::wstring_view line = m_rest.substr(0, m_rest.find_first_of(kLineEnds));
-    const std::wstring version = UpperAscii(line.substr(0, line.find_last_not_of(kBlanks) + 1));
+    const std::wstring_view version = line.substr(0, line.find_last_not_of(kBlanks) + 1);
     m_isAnsi = version == L"REGEDIT4";
-    if (!m_isAnsi && version != L"WINDOWS REGISTRY EDITOR VERSION 5.00")
+    if (!m_isAnsi && version != L"Windows Registry Editor Version 5.00")
         return false;
     TakeLine();
     return true;
@@ -186,7 +196,7 @@ XRegistryFault Parser::ParseKey()
     HKEY const root = CRegUtil::StrToRootKey(UpperAscii(line.substr(0, rootEnd)).c_str());
     if (root == nullptr)
         return XRegistryFault::Key;
-    m_key.root = static_cast<tev::platform::SettingsRoot>(reinterpret_cast<std::uintptr_t>(root));
+    m_key.root = static_cast<tev::SettingsRoot>(reinterpret_cast<std::uintptr_t>(root));
     m_key.path = line.substr(rootEnd);
     m_key.kind = deletes ? SettingsChange::Kind::DeleteKey : SettingsChange::Kind::CreateKey;
     m_hasKey = !deletes;
@@ -293,43 +303,53 @@ bool Parser::ParseBytes(SettingsChange& change)
     if (!Take(L":") || !ParseByteList(change.value.data))
         return false;
     const unsigned type = change.value.type;
-    const bool isText =
-        type == CRegUtil::kTypeString || type == CRegUtil::kTypeExpandString || type == CRegUtil::kTypeMultiString;
-    if (!m_isAnsi || !isText)
-        return true;
-    CXTString<wchar_t> text;
-    CXTString<char> bytes;
-    const bool isGood = XDecodeText(change.value.data.data(), change.value.data.size(), xEncodingAnsi, text) &&
-                        XEncodeText(text, static_cast<std::size_t>(text.GetLength64()), xEncodingUtf16, bytes);
-    change.value.data = tev::ViewOf(bytes);
-    return isGood;
+    const bool isEnded = type == CRegUtil::kTypeExpandString || type == CRegUtil::kTypeMultiString;
+    if (m_isAnsi && (isEnded || type == CRegUtil::kTypeString))
+    {
+        CXTString<wchar_t> text;
+        CXTString<char> bytes;
+        if (!XDecodeText(change.value.data.data(), change.value.data.size(), xEncodingAnsi, text) ||
+            !XEncodeText(text, static_cast<std::size_t>(text.GetLength64()), xEncodingUtf16, bytes))
+            return false;
+        change.value.data = tev::ViewOf(bytes);
+    }
+    if (isEnded)
+        AddTerminator(change.value.data);
+    return true;
 }
 
-/// Two digits each, with commas between them; a backslash at the end of a line continues it.
+/// Two digits each, with commas between them; one may stand behind the last too.
 bool Parser::ParseByteList(std::string& data)
 {
-    const auto skipContinuation = [this] {
-        for (SkipBlanks(); Peek() == L'\\'; SkipBlanks())
-        {
-            Skip(1);
-            SkipBlanks();
-            if (!SkipLineEnd() && !AtEnd())
-                return false;
-        }
-        return true;
-    };
-    if (!skipContinuation())
-        return false;
-    unsigned byte = 0;
-    while (HexDigit(Peek()) >= 0)
+    for (;;)
     {
-        if (!ParseHexNumber(2, byte) || !skipContinuation())
+        unsigned byte = 0;
+        if (!SkipContinuation())
+            return false;
+        if (HexDigit(Peek()) < 0)
+            return true;
+        if (!ParseHexNumber(2, byte) || !SkipContinuation())
             return false;
         data += static_cast<char>(byte);
         if (!Take(L","))
             return true;
-        if (!skipContinuation() || HexDigit(Peek()) < 0)
+    }
+}
+
+/// A backslash at the end of a line, which may have a comment, continues the list on the next line that is neither empty
+/// nor a comment.
+bool Parser::SkipContinuation()
+{
+    for (SkipBlanks(); Peek() == L'\\'; SkipBlanks())
+    {
+        Skip(1);
+        SkipBlanks();
+        if (Peek() == L';')
+            TakeLine();
+        if (!SkipLineEnd() && !AtEnd())
             return false;
+        for (SkipToText(); Peek() == L';'; SkipToText())
+            TakeLine();
     }
     return true;
 }
@@ -353,8 +373,8 @@ bool XImportRegistry(const CXTString<wchar_t>& text, XRegistryImport& result)
         return false;
     }
     std::size_t failed = 0;
-    const unsigned error = tev::platform::ChangeSettings(parser.Changes(), failed);
-    if (error == tev::platform::kSettingsDone)
+    const unsigned error = tev::ChangeSettings(parser.Changes(), failed);
+    if (error == tev::kSettingsDone)
         return true;
     result.m_fault = XRegistryFault::Registry;
     result.m_systemError = static_cast<int>(error);

@@ -1,19 +1,13 @@
 #pragma once
 
+#include "settings/engine/SettingsConnection.h"
 #include "settings/engine/SettingsStore.h"
 
-#include <array>
-#include <cstddef>
+#include <chrono>
 #include <cstdint>
 #include <string>
-#include <string_view>
 
-#include <sys/types.h>
-
-struct sqlite3;
-struct sqlite3_stmt;
-
-namespace tev::platform
+namespace tev
 {
 /// How a new database makes its changes safe.
 enum class SettingsJournal
@@ -22,37 +16,17 @@ enum class SettingsJournal
     Rollback    ///< readable without the right to write; each change waits for the disk
 };
 
-/// The statements, whose texts stand in the source in the same order.
-enum class SettingsStatement
+/// What a database is connected for.
+enum class SettingsUse
 {
-    Begin,
-    BeginWriting,
-    Commit,
-    Rollback,
-    FindKey,
-    KeyExists,
-    AddKey,
-    DeleteKey,
-    HasKeys,
-    CountKeys,
-    CountValues,
-    KeyAt,
-    KeyFrom,
-    KeyAfter,
-    ValueAt,
-    ValueFrom,
-    ValueAfter,
-    ReadValue,
-    MeasureValue,
-    WriteValue,
-    DeleteValue,
-    AllKeys,
-    AllValues,
-    Count
+    Read,
+    Write, ///< a file of the older layout is converted
+    Create ///< a missing file is created too
 };
 
 /// One file of settings. The connection is opened when it is first needed, opened anew when the file was replaced, and
-/// closed while the process forks. One thread at a time, under SettingsLock.
+/// closed while the process forks. It never waits for another process: what would have to is kSettingsBusy, see
+/// RetryWhileBusy. One thread at a time, under SettingsLock.
 class SettingsDatabase
 {
 public:
@@ -63,12 +37,14 @@ public:
 
     const std::string& Path() const noexcept { return m_path; }
 
-    /// Must succeed before every query. Without `create` kSettingsNotFound where nothing was stored yet.
-    [[nodiscard]] unsigned Connect(bool create);
+    /// Must succeed before every query. Unless it may be created, kSettingsNotFound where nothing was stored yet.
+    [[nodiscard]] unsigned Connect(SettingsUse use);
+
+    SettingsConnection& Connection() noexcept { return m_connection; }
 
 private:
-    friend class SettingsQuery;
-    friend class SettingsTransaction;
+    friend class SettingsLock;
+    friend struct SettingsForkCalls;
 
     enum class Closing
     {
@@ -76,85 +52,36 @@ private:
         LeaveFiles ///< log and index files are left as they are
     };
 
+    /// How a connection shares the file.
+    enum class Sharing
+    {
+        Normal,
+        Alone,    ///< locks the file, and needs no index file
+        Immutable ///< takes no locks, and needs neither log nor index file
+    };
+
     struct Identity
     {
-        dev_t device = 0;
-        ino_t number = 0;
+        std::uint64_t device = 0;
+        std::uint64_t number = 0;
         bool operator==(const Identity& other) const { return device == other.device && number == other.number; }
     };
 
     static void CloseAll(Closing closing) noexcept;
-    static void BeforeFork();
-    static void AfterFork();
+    static void CloseShortLived() noexcept;
     static void AtExit();
 
-    unsigned Open(bool create);
-    unsigned OpenFile(const std::string& name, int flags);
+    unsigned Open(SettingsUse use);
+    unsigned OpenAs(Sharing sharing, bool create);
     unsigned Prepare(bool create);
-    unsigned CheckLayout(bool& isNew);
-    unsigned MakeLayout();
-    bool MustBeReadImmutable() const;
-    unsigned Execute(const char* text);
-    unsigned ReadNumber(const char* text, std::int64_t& number);
+    bool HasLog() const;
     void Close(Closing closing) noexcept;
-    /// The system error code of a result. After one that says that the file is damaged the next Connect opens it anew.
-    unsigned ErrorOf(int result);
 
     const std::string m_path;
     const SettingsJournal m_journal;
-    sqlite3* m_connection = nullptr;
-    std::array<sqlite3_stmt*, static_cast<std::size_t>(SettingsStatement::Count)> m_statements{};
+    SettingsConnection m_connection;
     Identity m_identity;
-    bool m_isBroken = false;
-    bool m_isImmutable = false; ///< read without locks, see MustBeReadImmutable
-};
-
-/// One run of a statement, from binding its arguments to its last row.
-class SettingsQuery
-{
-public:
-    SettingsQuery(SettingsDatabase& database, SettingsStatement statement);
-    ~SettingsQuery();
-    SettingsQuery(const SettingsQuery&) = delete;
-    SettingsQuery& operator=(const SettingsQuery&) = delete;
-
-    /// Binds the next argument. The bytes must stay valid until the query ends.
-    SettingsQuery& With(std::int64_t number);
-    SettingsQuery& With(std::string_view bytes);
-
-    /// kSettingsDone with a row, kSettingsNoMoreItems behind the last one.
-    [[nodiscard]] unsigned Next();
-    /// For statements that return no rows.
-    [[nodiscard]] unsigned Run();
-    /// Whether the statement that ran has changed anything itself.
-    bool HasChanged() const;
-
-    std::int64_t Number(int column) const;
-    /// Valid until the next row.
-    std::string_view Bytes(int column) const;
-
-private:
-    SettingsDatabase& m_database;
-    sqlite3_stmt* m_statement = nullptr;
-    unsigned m_error = kSettingsDone;
-    int m_bound = 0;
-};
-
-/// What is done between Begin and Commit is atomic and reads one state. Without Commit it is rolled back.
-class SettingsTransaction
-{
-public:
-    explicit SettingsTransaction(SettingsDatabase& database) : m_database(database) {}
-    ~SettingsTransaction();
-    SettingsTransaction(const SettingsTransaction&) = delete;
-    SettingsTransaction& operator=(const SettingsTransaction&) = delete;
-
-    [[nodiscard]] unsigned Begin(bool writing);
-    [[nodiscard]] unsigned Commit();
-
-private:
-    SettingsDatabase& m_database;
-    bool m_isOpen = false;
+    Sharing m_sharing = Sharing::Normal; ///< one that is not normal is closed when the lock is released
 };
 
 /// Held around everything that is done with databases and handles.
@@ -166,4 +93,28 @@ public:
     SettingsLock(const SettingsLock&) = delete;
     SettingsLock& operator=(const SettingsLock&) = delete;
 };
-} // namespace tev::platform
+
+/// How long an operation waits for another process that writes.
+class SettingsPatience
+{
+public:
+    /// Waits a moment. False when it has been long enough.
+    bool Wait();
+
+private:
+    std::chrono::steady_clock::time_point m_end{};
+    std::chrono::milliseconds m_pause{0};
+};
+
+/// Repeats an attempt, which takes SettingsLock and undoes what it did when it answers kSettingsBusy. Between two attempts
+/// the lock is free: other threads go on, and the process can fork.
+template <class Attempt>
+unsigned RetryWhileBusy(Attempt attempt)
+{
+    SettingsPatience patience;
+    unsigned error = attempt();
+    while (error == kSettingsBusy && patience.Wait())
+        error = attempt();
+    return error;
+}
+} // namespace tev

@@ -1,15 +1,15 @@
 #include "settings/engine/SettingsHandles.h"
 
+#include "platform/DatabaseFiles.h"
 #include "platform/FileInformation.h"
 #include "platform/PathNames.h"
+#include "platform/SystemErrors.h"
 
 #include <cstdlib>
 #include <unordered_map>
 #include <utility>
 
-#include <sys/stat.h>
-
-namespace tev::platform
+namespace tev
 {
 namespace
 {
@@ -17,6 +17,7 @@ constexpr std::uintptr_t kFirstRoot = 0x80000000;
 constexpr std::uintptr_t kLastRoot = 0x80000006;
 constexpr std::uintptr_t kNoRoot = 0x80000004;
 constexpr unsigned kAllAccess = 0xFFFFFFFF;
+constexpr unsigned kPathNotFound = 3;
 
 /// Handles are numbers that are never used again, so that a closed one is recognised. They lie above the roots.
 struct Handles
@@ -33,6 +34,11 @@ Handles& AllHandles()
     return *handles;
 }
 
+bool IsMissing(unsigned systemError)
+{
+    return systemError == kSettingsNotFound || systemError == kPathNotFound;
+}
+
 std::string FromEnvironment(const char* variable)
 {
     const char* const value = std::getenv(variable);
@@ -47,7 +53,7 @@ std::string UserPath()
     path = FromEnvironment("XDG_CONFIG_HOME");
     if (path.empty() || path.front() != '/')
     {
-        if (!WidePathToSystem(HomeFolder().c_str(), path))
+        if (!platform::WidePathToSystem(platform::HomeFolder().c_str(), path))
             path.clear();
         path += "/.config";
     }
@@ -74,12 +80,22 @@ const std::shared_ptr<SettingsDatabase>& DatabaseOf(std::uintptr_t root)
     if (root == kLocalMachine)
     {
         const std::string path = MachinePath();
-        struct stat status = {};
+        platform::DatabaseFile file;
         // A file that cannot be accessed exists all the same; using it reports the error.
-        if (stat(path.c_str(), &status) == 0 || (errno != ENOENT && errno != ENOTDIR))
+        if (platform::FindDatabaseFile(path, file) || !IsMissing(platform::LastSystemError()))
             return Database(handles.machine, path, SettingsJournal::Rollback);
     }
     return Database(handles.user, UserPath(), SettingsJournal::WriteAhead);
+}
+/// Adds a key below one, which `state` then stands for.
+unsigned AddKey(SettingsKeyState& state, const SettingsName& name)
+{
+    SettingsQuery add(*state.database, SettingsStatement::AddKey);
+    const unsigned error = add.With(state.id).With(name.folded).With(name.spelling).Next();
+    if (error != kSettingsDone)
+        return error;
+    state.id = add.Number(0);
+    return SettingsQuery(*state.database, SettingsStatement::SealKey).With(state.id).Run();
 }
 } // namespace
 
@@ -103,7 +119,7 @@ SettingsKeyState* FindSettingsKey(SettingsKey key, SettingsKeyState& root)
 std::wstring SettingsFile(SettingsRoot root)
 {
     const SettingsLock lock;
-    return SystemPathToWide(DatabaseOf(root)->Path().c_str());
+    return platform::SystemPathToWide(DatabaseOf(root)->Path().c_str());
 }
 
 SettingsKey AddSettingsKey(SettingsKeyState state)
@@ -119,10 +135,10 @@ bool RemoveSettingsKey(SettingsKey key)
     return AllHandles().open.erase(reinterpret_cast<std::uintptr_t>(key)) != 0;
 }
 
-unsigned ConnectSettingsKey(const SettingsKeyState& state, bool create)
+unsigned ConnectSettingsKey(const SettingsKeyState& state, SettingsUse use)
 {
     const bool isRoot = state.depth == 0;
-    const unsigned error = state.database->Connect(create && isRoot);
+    const unsigned error = state.database->Connect(use == SettingsUse::Create && !isRoot ? SettingsUse::Write : use);
     return error == kSettingsNotFound && !isRoot ? unsigned{kSettingsKeyDeleted} : error;
 }
 
@@ -144,25 +160,21 @@ unsigned WalkSettingsKeys(SettingsKeyState& state, const std::vector<SettingsNam
     {
         SettingsQuery find(*state.database, SettingsStatement::FindKey);
         unsigned error = find.With(state.id).With(name.folded).Next();
+        if (error == kSettingsDone && !(find.Bytes(1) == name.folded && find.IsIntactKey(state.id)))
+            return kSettingsDamaged;
         if (error == kSettingsDone)
-            state.id = find.Number(0);
-        else if (error != kSettingsNoMoreItems)
-            return error;
-        else if (!create)
+            state.id = find.Number(2);
+        else if (error == kSettingsNoMoreItems && create)
+            error = AddKey(state, name);
+        else if (error == kSettingsNoMoreItems)
         {
             error = state.id == start ? CheckSettingsKey(state) : unsigned{kSettingsDone};
             return error == kSettingsDone ? unsigned{kSettingsNotFound} : error;
         }
-        else
-        {
-            SettingsQuery add(*state.database, SettingsStatement::AddKey);
-            error = add.With(state.id).With(name.folded).With(name.spelling).Next();
-            if (error != kSettingsDone)
-                return error;
-            state.id = add.Number(0);
-        }
+        if (error != kSettingsDone)
+            return error;
         ++state.depth;
     }
     return kSettingsDone;
 }
-} // namespace tev::platform
+} // namespace tev

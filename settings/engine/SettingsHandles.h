@@ -2,6 +2,7 @@
 
 #include "settings/engine/SettingsDatabase.h"
 #include "settings/engine/SettingsNames.h"
+#include "settings/engine/SettingsQuery.h"
 #include "settings/engine/SettingsStore.h"
 
 #include <cstddef>
@@ -12,7 +13,7 @@
 
 // The keys behind the handles. Everything here is called under SettingsLock.
 
-namespace tev::platform
+namespace tev
 {
 /// Where an enumeration stands.
 struct SettingsCursor
@@ -37,8 +38,8 @@ SettingsKeyState* FindSettingsKey(SettingsKey key, SettingsKeyState& root);
 SettingsKey AddSettingsKey(SettingsKeyState state);
 bool RemoveSettingsKey(SettingsKey key);
 
-/// Connects the key's database, which is made only for a root.
-[[nodiscard]] unsigned ConnectSettingsKey(const SettingsKeyState& state, bool create);
+/// Connects the key's database, which is created only for a root.
+[[nodiscard]] unsigned ConnectSettingsKey(const SettingsKeyState& state, SettingsUse use);
 
 /// Whether the key is still in its database: distinguishes a missing value or key from a deleted parent.
 [[nodiscard]] unsigned CheckSettingsKey(const SettingsKeyState& state);
@@ -46,4 +47,4 @@ bool RemoveSettingsKey(SettingsKey key);
 /// Walks from a key down the names; `state` is the last one then. With `create`, in a transaction that writes, missing
 /// keys are created.
 [[nodiscard]] unsigned WalkSettingsKeys(SettingsKeyState& state, const std::vector<SettingsName>& names, bool create);
-} // namespace tev::platform
+} // namespace tev

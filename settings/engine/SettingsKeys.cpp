@@ -7,7 +7,7 @@
 #include <string_view>
 #include <utility>
 
-namespace tev::platform
+namespace tev
 {
 namespace
 {
@@ -36,14 +36,14 @@ unsigned SpecificRights(unsigned access)
 class UsedKey
 {
 public:
-    UsedKey(SettingsKey key, unsigned rights, bool create = false) : m_state(FindSettingsKey(key, m_root))
+    UsedKey(SettingsKey key, unsigned rights, SettingsUse use) : m_state(FindSettingsKey(key, m_root))
     {
         if (m_state == nullptr)
             m_error = kSettingsBadHandle;
         else if ((m_state->access & rights) != rights)
             m_error = kSettingsAccessDenied;
         else
-            m_error = ConnectSettingsKey(*m_state, create);
+            m_error = ConnectSettingsKey(*m_state, use);
     }
 
     unsigned Error() const noexcept { return m_error; }
@@ -70,12 +70,10 @@ bool MakeValueName(const wchar_t* text, SettingsName& name)
     return MakeSettingsName(text != nullptr ? text : L"", kLongestSettingsValueName, name);
 }
 
-unsigned OpenOrCreate(SettingsKey parent, const wchar_t* path, unsigned access, SettingsKey& key, bool create)
+unsigned OpenOrCreate(SettingsKey parent, const std::vector<SettingsName>& names, unsigned access, SettingsKey& key,
+                      bool create)
 {
-    std::vector<SettingsName> names;
-    if (!SplitSettingsPath(path, names))
-        return kSettingsBadParameter;
-    const UsedKey start(parent, 0, create);
+    const UsedKey start(parent, 0, create ? SettingsUse::Create : SettingsUse::Read);
     if (start.Error() != kSettingsDone && !(start.IsEmptyRoot() && names.empty()))
         return start.Error();
     SettingsKeyState state = start.State();
@@ -99,19 +97,24 @@ unsigned OpenOrCreate(SettingsKey parent, const wchar_t* path, unsigned access, 
 
 /// Finds a value and calls `use` with the row.
 template <class USE>
-unsigned UseValue(SettingsKey key, const wchar_t* name, SettingsStatement statement, USE use)
+unsigned UseValue(SettingsKey key, const wchar_t* name, bool withData, USE use)
 {
     SettingsName sought;
     if (!MakeValueName(name, sought))
         return kSettingsBadParameter;
-    const UsedKey used(key, kSettingsQueryValue);
-    if (used.Error() != kSettingsDone)
-        return used.Error();
-    SettingsQuery query(used.Database(), statement);
-    const unsigned error = query.With(used.State().id).With(sought.folded).Next();
-    if (error == kSettingsDone)
-        return use(query);
-    return error == kSettingsNoMoreItems ? used.WhyMissing(kSettingsNotFound) : error;
+    return RetryWhileBusy([&]() -> unsigned {
+        const UsedKey used(key, kSettingsQueryValue, SettingsUse::Read);
+        if (used.Error() != kSettingsDone)
+            return used.Error();
+        SettingsQuery query(used.Database(), withData ? SettingsStatement::ReadValue : SettingsStatement::MeasureValue);
+        const unsigned error = query.With(used.State().id).With(sought.folded).Next();
+        if (error == kSettingsNoMoreItems)
+            return used.WhyMissing(kSettingsNotFound);
+        if (error != kSettingsDone)
+            return error;
+        const bool isIntact = query.Bytes(1) == sought.folded && query.IsIntactValue(used.State().id, withData);
+        return isIntact ? use(query) : unsigned{kSettingsDamaged};
+    });
 }
 
 struct EnumerationStatements
@@ -128,7 +131,7 @@ constexpr EnumerationStatements kValueEnumeration = {SettingsStatement::ValueAt,
 unsigned Enumerate(SettingsKey key, unsigned right, SettingsCursor SettingsKeyState::*which,
                    const EnumerationStatements& statements, unsigned index, std::wstring& name)
 {
-    const UsedKey used(key, right);
+    const UsedKey used(key, right, SettingsUse::Read);
     if (used.Error() != kSettingsDone)
         return used.IsEmptyRoot() ? unsigned{kSettingsNoMoreItems} : used.Error();
     SettingsCursor& cursor = used.State().*which;
@@ -143,7 +146,9 @@ unsigned Enumerate(SettingsKey key, unsigned right, SettingsCursor SettingsKeySt
     const unsigned error = query.Next();
     if (error != kSettingsDone)
         return error == kSettingsNoMoreItems ? used.WhyMissing(kSettingsNoMoreItems) : error;
-    if (isNext && query.Bytes(1) <= cursor.lastFound)
+    const std::int64_t id = used.State().id;
+    const bool isIntact = which == &SettingsKeyState::keys ? query.IsIntactKey(id) : query.IsIntactValue(id, false);
+    if (!isIntact || (isNext && query.Bytes(1) <= cursor.lastFound))
         return kSettingsDamaged; // an enumeration must end in a damaged file too
     name = SettingsNameText(query.Bytes(0));
     cursor.lastFound = std::string(query.Bytes(1));
@@ -179,16 +184,25 @@ unsigned DeleteKeyIn(SettingsTransaction& transaction, SettingsKeyState& state, 
     error = SettingsQuery(*state.database, SettingsStatement::DeleteKey).With(state.id).Run();
     return error == kSettingsDone ? transaction.Commit() : error;
 }
+/// Splits a path and calls `attempt` with its names.
+template <class Attempt>
+unsigned SplitAndRetry(const wchar_t* path, Attempt attempt)
+{
+    std::vector<SettingsName> names;
+    if (!SplitSettingsPath(path, names))
+        return kSettingsBadParameter;
+    return RetryWhileBusy([&] { return attempt(names); });
+}
 } // namespace
 
 unsigned OpenSettingsKey(SettingsKey parent, const wchar_t* path, unsigned access, SettingsKey& key)
 {
-    return OpenOrCreate(parent, path, access, key, false);
+    return SplitAndRetry(path, [&](const auto& names) { return OpenOrCreate(parent, names, access, key, false); });
 }
 
 unsigned CreateSettingsKey(SettingsKey parent, const wchar_t* path, unsigned access, SettingsKey& key)
 {
-    return OpenOrCreate(parent, path, access, key, true);
+    return SplitAndRetry(path, [&](const auto& names) { return OpenOrCreate(parent, names, access, key, true); });
 }
 
 unsigned CloseSettingsKey(SettingsKey key)
@@ -200,27 +214,24 @@ unsigned CloseSettingsKey(SettingsKey key)
 
 unsigned ReadSettingsValue(SettingsKey key, const wchar_t* name, SettingsValue& value)
 {
-    return UseValue(key, name, SettingsStatement::ReadValue, [&](const SettingsQuery& found) {
-        value.type = static_cast<unsigned>(found.Number(0));
-        value.data.assign(found.Bytes(1));
+    return UseValue(key, name, true, [&](const SettingsQuery& found) {
+        value.type = static_cast<unsigned>(found.Number(2));
+        value.data.assign(found.Bytes(5));
         return unsigned{kSettingsDone};
     });
 }
 
 unsigned ReadSettingsValue(SettingsKey key, const wchar_t* name, unsigned& type, void* buffer, std::uint64_t& size)
 {
-    if (buffer == nullptr)
-        return UseValue(key, name, SettingsStatement::MeasureValue, [&](const SettingsQuery& found) {
-            type = static_cast<unsigned>(found.Number(0));
-            size = static_cast<std::uint64_t>(found.Number(1));
+    return UseValue(key, name, buffer != nullptr, [&](const SettingsQuery& found) {
+        const auto found64 = static_cast<std::uint64_t>(found.Number(3));
+        const std::uint64_t room = std::exchange(size, found64);
+        type = static_cast<unsigned>(found.Number(2));
+        if (buffer == nullptr)
             return unsigned{kSettingsDone};
-        });
-    return UseValue(key, name, SettingsStatement::ReadValue, [&](const SettingsQuery& found) {
-        const std::string_view data = found.Bytes(1);
-        const std::uint64_t room = std::exchange(size, data.size());
-        type = static_cast<unsigned>(found.Number(0));
-        if (room < data.size())
+        if (room < found64)
             return unsigned{kSettingsMoreData};
+        const std::string_view data = found.Bytes(5);
         if (!data.empty())
             std::memcpy(buffer, data.data(), data.size());
         return unsigned{kSettingsDone};
@@ -232,16 +243,18 @@ unsigned WriteSettingsValue(SettingsKey key, const wchar_t* name, unsigned type,
     SettingsName written;
     if (!MakeValueName(name, written) || (data == nullptr && size != 0))
         return kSettingsBadParameter;
-    const UsedKey used(key, kSettingsSetValue, true);
-    if (used.Error() != kSettingsDone)
-        return used.Error();
-    return SettingsQuery(used.Database(), SettingsStatement::WriteValue)
-        .With(used.State().id)
-        .With(written.folded)
-        .With(written.spelling)
-        .With(std::int64_t{type})
-        .With(std::string_view(static_cast<const char*>(data), static_cast<std::size_t>(size)))
-        .Run();
+    return RetryWhileBusy([&]() -> unsigned {
+        const UsedKey used(key, kSettingsSetValue, SettingsUse::Create);
+        if (used.Error() != kSettingsDone)
+            return used.Error();
+        return SettingsQuery(used.Database(), SettingsStatement::WriteValue)
+            .With(used.State().id)
+            .With(written.folded)
+            .With(written.spelling)
+            .With(std::int64_t{type})
+            .With(std::string_view(static_cast<const char*>(data), static_cast<std::size_t>(size)))
+            .Run();
+    });
 }
 
 unsigned DeleteSettingsValue(SettingsKey key, const wchar_t* name)
@@ -249,53 +262,58 @@ unsigned DeleteSettingsValue(SettingsKey key, const wchar_t* name)
     SettingsName sought;
     if (!MakeValueName(name, sought))
         return kSettingsBadParameter;
-    const UsedKey used(key, kSettingsSetValue);
-    if (used.Error() != kSettingsDone)
-        return used.Error();
-    SettingsQuery query(used.Database(), SettingsStatement::DeleteValue);
-    const unsigned error = query.With(used.State().id).With(sought.folded).Run();
-    return error != kSettingsDone || query.HasChanged() ? error : used.WhyMissing(kSettingsNotFound);
+    return RetryWhileBusy([&]() -> unsigned {
+        const UsedKey used(key, kSettingsSetValue, SettingsUse::Write);
+        if (used.Error() != kSettingsDone)
+            return used.Error();
+        SettingsQuery query(used.Database(), SettingsStatement::DeleteValue);
+        const unsigned error = query.With(used.State().id).With(sought.folded).Run();
+        return error != kSettingsDone || query.HasChanged() ? error : used.WhyMissing(kSettingsNotFound);
+    });
 }
 
 unsigned DeleteSettingsKey(SettingsKey parent, const wchar_t* path, bool recursive)
 {
-    std::vector<SettingsName> names;
-    if (!SplitSettingsPath(path, names))
-        return kSettingsBadParameter;
-    const UsedKey start(parent, 0);
-    if (start.Error() != kSettingsDone)
-        return start.Error();
-    SettingsKeyState state = start.State();
-    if (state.depth == 0 && names.empty())
-        return kSettingsAccessDenied;
-    SettingsTransaction transaction(start.Database());
-    return DeleteKeyIn(transaction, state, names, recursive);
+    return SplitAndRetry(path, [&](const std::vector<SettingsName>& names) -> unsigned {
+        const UsedKey start(parent, 0, SettingsUse::Write);
+        if (start.Error() != kSettingsDone)
+            return start.Error();
+        SettingsKeyState state = start.State();
+        if (state.depth == 0 && names.empty())
+            return kSettingsAccessDenied;
+        SettingsTransaction transaction(start.Database());
+        return DeleteKeyIn(transaction, state, names, recursive);
+    });
 }
 
 unsigned EnumerateSettingsKeys(SettingsKey key, unsigned index, std::wstring& name)
 {
-    return Enumerate(key, kSettingsEnumerateKeys, &SettingsKeyState::keys, kKeyEnumeration, index, name);
+    return RetryWhileBusy(
+        [&] { return Enumerate(key, kSettingsEnumerateKeys, &SettingsKeyState::keys, kKeyEnumeration, index, name); });
 }
 
 unsigned EnumerateSettingsValues(SettingsKey key, unsigned index, std::wstring& name)
 {
-    return Enumerate(key, kSettingsQueryValue, &SettingsKeyState::values, kValueEnumeration, index, name);
+    return RetryWhileBusy(
+        [&] { return Enumerate(key, kSettingsQueryValue, &SettingsKeyState::values, kValueEnumeration, index, name); });
 }
 
 unsigned QuerySettingsKey(SettingsKey key, SettingsKeyInformation& information)
 {
-    information = {};
-    const UsedKey used(key, kSettingsQueryValue);
-    if (used.Error() != kSettingsDone)
-        return used.IsEmptyRoot() ? unsigned{kSettingsDone} : used.Error();
-    SettingsTransaction transaction(used.Database());
-    unsigned error = transaction.Begin(false);
-    if (error == kSettingsDone)
-        error = CheckSettingsKey(used.State());
-    if (error == kSettingsDone)
-        error = CountOf(used.State(), SettingsStatement::CountKeys, information.keys);
-    if (error == kSettingsDone)
-        error = CountOf(used.State(), SettingsStatement::CountValues, information.values);
-    return error;
+    return RetryWhileBusy([&]() -> unsigned {
+        information = {};
+        const UsedKey used(key, kSettingsQueryValue, SettingsUse::Read);
+        if (used.Error() != kSettingsDone)
+            return used.IsEmptyRoot() ? unsigned{kSettingsDone} : used.Error();
+        SettingsTransaction transaction(used.Database());
+        unsigned error = transaction.Begin(false);
+        if (error == kSettingsDone)
+            error = CheckSettingsKey(used.State());
+        if (error == kSettingsDone)
+            error = CountOf(used.State(), SettingsStatement::CountKeys, information.keys);
+        if (error == kSettingsDone)
+            error = CountOf(used.State(), SettingsStatement::CountValues, information.values);
+        return error;
+    });
 }
-} // namespace tev::platform
+} // namespace tev

@@ -5,7 +5,7 @@
 
 #include <algorithm>
 
-namespace tev::platform
+namespace tev
 {
 namespace
 {
@@ -83,7 +83,7 @@ bool MakeSettingsName(std::wstring_view text, std::size_t longest, SettingsName&
             return false;
         units += c >= 0x10000 ? 2 : 1;
         AppendStored(name.spelling, c);
-        AppendStored(name.folded, CaseFolded(c));
+        AppendStored(name.folded, platform::CaseFolded(c));
     }
     return units <= longest;
 }
@@ -117,4 +117,4 @@ std::wstring SettingsNameText(std::string_view stored)
     }
     return text;
 }
-} // namespace tev::platform
+} // namespace tev

@@ -5,11 +5,8 @@
 #include <string_view>
 #include <vector>
 
-namespace tev::platform
+namespace tev
 {
-/// Raised when CaseFolded maps a character differently, since stores then contain names that are no longer found.
-constexpr int kSettingsFoldingVersion = 1;
-
 /// A name as it is stored: UTF-8, in which a lone surrogate is encoded like any other code point.
 struct SettingsName
 {
@@ -25,4 +22,4 @@ struct SettingsName
 
 /// Converts a stored name, which may be any bytes.
 std::wstring SettingsNameText(std::string_view stored);
-} // namespace tev::platform
+} // namespace tev

@@ -17,7 +17,7 @@ struct HKEY__;
 /// outputs are unspecified after a failure unless stated otherwise. A missing store reads like an empty one and is
 /// created by the first write. Operations wait up to 5 seconds for another process that writes. Safe from several
 /// threads at once, as long as no thread changes the environment meanwhile.
-namespace tev::platform
+namespace tev
 {
 using SettingsKey = ::HKEY__*;
 
@@ -147,4 +147,4 @@ struct SettingsChange
 /// Makes changes one after the other, in each store all of them or none. To delete what is missing is no failure. A
 /// failure says with `failed` which change it met, the number of changes where it was none of them.
 [[nodiscard]] unsigned ChangeSettings(const std::vector<SettingsChange>& changes, std::size_t& failed);
-} // namespace tev::platform
+} // namespace tev

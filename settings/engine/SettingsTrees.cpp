@@ -4,7 +4,7 @@
 #include <memory>
 #include <utility>
 
-namespace tev::platform
+namespace tev
 {
 namespace
 {
@@ -15,10 +15,12 @@ unsigned ReadValues(SettingsDatabase& database, std::int64_t id, std::vector<Set
     unsigned error = query.Next();
     for (; error == kSettingsDone; error = query.Next())
     {
+        if (!query.IsIntactValue(id, true))
+            return kSettingsDamaged;
         SettingsTreeValue& found = values.emplace_back();
         found.name = SettingsNameText(query.Bytes(0));
-        found.value.type = static_cast<unsigned>(query.Number(1));
-        found.value.data.assign(query.Bytes(2));
+        found.value.type = static_cast<unsigned>(query.Number(2));
+        found.value.data.assign(query.Bytes(5));
     }
     return error == kSettingsNoMoreItems ? unsigned{kSettingsDone} : error;
 }
@@ -40,8 +42,10 @@ unsigned AddBelow(SettingsDatabase& database, const PendingKey& key, std::vector
     unsigned error = query.Next();
     for (; error == kSettingsDone; error = query.Next())
     {
-        const std::wstring name = SettingsNameText(query.Bytes(1));
-        pending.push_back({query.Number(0), key.depth + 1, key.path.empty() ? name : key.path + L'\\' + name});
+        if (!query.IsIntactKey(key.id))
+            return kSettingsDamaged;
+        const std::wstring name = SettingsNameText(query.Bytes(0));
+        pending.push_back({query.Number(2), key.depth + 1, key.path.empty() ? name : key.path + L'\\' + name});
     }
     std::reverse(pending.begin() + first, pending.end());
     return error == kSettingsNoMoreItems ? unsigned{kSettingsDone} : error;
@@ -83,18 +87,18 @@ private:
         std::unique_ptr<SettingsTransaction> transaction;
     };
 
-    unsigned Join(const SettingsKeyState& state, bool create);
+    unsigned Join(const SettingsKeyState& state, SettingsUse use);
     static unsigned ChangeIn(const SettingsKeyState& state, const SettingsChange& change);
 
     std::vector<Part> m_parts;
 };
 
-unsigned Changer::Join(const SettingsKeyState& state, bool create)
+unsigned Changer::Join(const SettingsKeyState& state, SettingsUse use)
 {
     const auto isSame = [&](const Part& part) { return part.database == state.database; };
     if (std::any_of(m_parts.begin(), m_parts.end(), isSame))
         return kSettingsDone;
-    const unsigned error = ConnectSettingsKey(state, create);
+    const unsigned error = ConnectSettingsKey(state, use);
     if (error != kSettingsDone)
         return error;
     auto transaction = std::make_unique<SettingsTransaction>(*state.database);
@@ -116,7 +120,7 @@ unsigned Changer::Change(const SettingsChange& change)
         change.kind == SettingsChange::Kind::DeleteKey || change.kind == SettingsChange::Kind::DeleteValue;
     if (change.kind == SettingsChange::Kind::DeleteKey && names.empty())
         return kSettingsAccessDenied;
-    unsigned error = Join(state, !deletes);
+    unsigned error = Join(state, deletes ? SettingsUse::Write : SettingsUse::Create);
     if (error == kSettingsDone)
         error = WalkSettingsKeys(state, names, !deletes);
     if (error == kSettingsDone)
@@ -154,21 +158,16 @@ unsigned Changer::Commit()
     }
     return kSettingsDone;
 }
-} // namespace
-
-unsigned ReadSettingsTree(SettingsKey key, const wchar_t* path, std::vector<SettingsTreeKey>& tree)
+unsigned ReadTreeOf(SettingsKey key, const std::vector<SettingsName>& names, std::vector<SettingsTreeKey>& tree)
 {
-    tree.clear();
-    std::vector<SettingsName> names;
-    if (!SplitSettingsPath(path, names))
-        return kSettingsBadParameter;
     const SettingsLock lock;
+    tree.clear();
     SettingsKeyState root;
     const SettingsKeyState* const start = FindSettingsKey(key, root);
     if (start == nullptr)
         return kSettingsBadHandle;
     SettingsKeyState state = *start;
-    const unsigned error = ConnectSettingsKey(state, false);
+    const unsigned error = ConnectSettingsKey(state, SettingsUse::Read);
     if (error == kSettingsNotFound && names.empty())
     {
         tree.emplace_back(); // a root exists before its store is created
@@ -176,16 +175,27 @@ unsigned ReadSettingsTree(SettingsKey key, const wchar_t* path, std::vector<Sett
     }
     return error == kSettingsDone ? ReadTree(state, names, tree) : error;
 }
+} // namespace
+
+unsigned ReadSettingsTree(SettingsKey key, const wchar_t* path, std::vector<SettingsTreeKey>& tree)
+{
+    std::vector<SettingsName> names;
+    if (!SplitSettingsPath(path, names))
+        return kSettingsBadParameter;
+    return RetryWhileBusy([&] { return ReadTreeOf(key, names, tree); });
+}
 
 unsigned ChangeSettings(const std::vector<SettingsChange>& changes, std::size_t& failed)
 {
-    const SettingsLock lock;
-    Changer changer;
-    for (failed = 0; failed < changes.size(); ++failed)
-    {
-        if (const unsigned error = changer.Change(changes[failed]); error != kSettingsDone)
-            return error;
-    }
-    return changer.Commit();
+    return RetryWhileBusy([&]() -> unsigned {
+        const SettingsLock lock;
+        Changer changer;
+        for (failed = 0; failed < changes.size(); ++failed)
+        {
+            if (const unsigned error = changer.Change(changes[failed]); error != kSettingsDone)
+                return error;
+        }
+        return changer.Commit();
+    });
 }
-} // namespace tev::platform
+} // namespace tev

@@ -1,5 +1,7 @@
 #include "settings/CRegUtil.h"
 
+#include "settings/engine/SettingsStore.h"
+#include "tests/support/FailingAllocations.h"
 #include "tests/support/PrintText.h"
 #include "tests/support/TestRegistry.h"
 #include "text/Language.h"
@@ -258,7 +260,9 @@ TEST_F(RegUtil, SubKeysAreMadeByWritingOnly)
     EXPECT_EQ(registry->GetSubKeyInt(L"sub", L"a", 3), 3);
     ASSERT_TRUE(registry->WriteSubKeyString(L"Sub", L"t", L"text"));
     EXPECT_EQ(registry->GetSubKeyString(L"Sub", L"t", L"default", false), L"text");
-    EXPECT_EQ(registry->GetSubKeyInt(L"Sub", L"t", 3), 3) << "no number";
+    EXPECT_EQ(registry->GetSubKeyInt(L"Sub", L"t", 3), 3) << "more than 4 bytes";
+    ASSERT_TRUE(Made(L"Software\\Maker\\Program\\Sub")->WriteKeyBin(L"short", "\1\2\3", 3));
+    EXPECT_EQ(registry->GetSubKeyInt(L"Sub", L"short", 9), 9) << "less than 4 bytes";
     EXPECT_EQ(registry->GetSubKeyString(L"Sub\\deep\\er", L"a", L"default", false), L"default") << "no text";
     EXPECT_TRUE(registry->DeleteValue(L"Sub", L"T"));
     EXPECT_FALSE(registry->DeleteValue(L"Sub", L"T"));
@@ -396,5 +400,32 @@ TEST_F(RegUtil, EachRightIsAskedFor)
                   row.m_enumerates);
         registry->EndSubKeyEnum();
     }
+}
+TEST_F(RegUtil, LackOfMemoryLeavesNoKeyOpen)
+{
+    ASSERT_TRUE(Made()->WriteKeyInt(L"v", 1));
+    CRegUtil first(kAll);
+    ASSERT_TRUE(first.OpenBase(false));
+    const unsigned allocations = FailEachAllocation([](FailingAllocations& failing) {
+        CRegUtil registry(kAll);
+        failing.Run([&] {
+            unsigned long value = 0;
+            registry.SetPath(L"HKEY_CURRENT_USER\\Software\\Maker\\Program", true);
+            registry.GetKeyInt(L"v", value);
+            registry.StartValueSection(L"");
+            registry.EndValueSection();
+        });
+    });
+    EXPECT_GT(allocations, 10U);
+    // Handles are numbers in the order in which they were opened, none of which is used twice.
+    tev::SettingsKey next = nullptr;
+    ASSERT_EQ(tev::OpenSettingsKey(tev::RootKey(tev::kCurrentUser), L"", 1, next), 0U);
+    int open = 0;
+    for (auto number = std::uintptr_t{0xFFFFFFFF} + 1; number < reinterpret_cast<std::uintptr_t>(next); ++number)
+        open += tev::CloseSettingsKey(reinterpret_cast<tev::SettingsKey>(number)) == 0 ? 1 : 0;
+    EXPECT_EQ(open, 1) << "the first object's";
+    tev::CloseSettingsKey(next);
+    unsigned long value = 0;
+    EXPECT_TRUE(Made()->GetKeyInt(L"v", value) && value == 1);
 }
 } // namespace

@@ -1,6 +1,7 @@
 #include "settings/CCustomData.h"
 #include "settings/PreferenceFile.h"
 #include "settings/PreferenceRecords.h"
+#include "tests/support/FailingAllocations.h"
 #include "tests/support/FailingFileSystem.h"
 #include "tests/support/FileFailure.h"
 #include "tests/support/TempFolder.h"
@@ -198,6 +199,24 @@ TEST(CustomDataPrefs, AFailingDiskLeavesTheOldFile)
     EXPECT_FALSE(folder.Exists("prefs.tmp") || folder.Exists("prefs.damaged"));
 }
 
+TEST(CustomDataPrefs, LackOfMemoryLeavesTheOldFile)
+{
+    const TempFolder folder;
+    const std::wstring path = folder.WidePath("prefs");
+    const Bytes before = File({Record({1, 2}, 3), "\1\0\0\0\2\0\0\0TSUC\0\0\0\0"s, Record({4, 5}, 6)});
+    const CCustomData store = Holding(9);
+    const CXTString<wchar_t> text = path.c_str();
+    const unsigned allocations = tev::test::FailEachAllocation([&](tev::test::FailingAllocations& failing) {
+        folder.WriteFile("prefs", before);
+        bool isSaved = false;
+        EXPECT_TRUE(failing.Run([&] { isSaved = store.SaveToPrefs(text, 4, 5); }));
+        const Bytes after = File({Record({4, 5}, 9), before.substr(4, before.size() - 4 - Record({4, 5}, 6).size())});
+        EXPECT_EQ(folder.ReadFile("prefs").substr(4), (isSaved ? after : before).substr(4));
+        EXPECT_FALSE(folder.Exists("prefs.damaged")) << "what could not be read for lack of memory is not damaged";
+    });
+    EXPECT_GT(allocations, 5U);
+}
+
 /// What a save of another record makes of a file, and how many of three records were kept.
 int KeptAfterSaving(const TempFolder& folder, const Bytes& file)
 {
@@ -356,6 +375,22 @@ TEST(CustomDataPrefs, DamageCostsTheRecordInWhichItLies)
     other[24] = 9;
     EXPECT_EQ(Split(File({Record({1, 1}, 1), other, Record({3, 3}, 3)})).size(), 3U);
     EXPECT_EQ(Split(File({Record({1, 1}, 1), other, "no record"})).size(), 1U);
+    other[12] = 99; // and the total: its end is not known
+    EXPECT_EQ(Split(File({Record({1, 1}, 1), other, Record({3, 3}, 3)})).size(), 2U);
+    Records none;
+    EXPECT_TRUE(tev::SplitPreferences({0, 0, 0, 0}, none) && none.empty());
+    // What a value holds is not taken for a record, though the one that holds it is damaged.
+    Bytes outer = RecordOf({2, 2}, {static_cast<unsigned>(Record({7, 7}, 7).size())});
+    outer.replace(48, outer.npos, Record({7, 7}, 7));
+    for (const std::size_t at : {8, 12, 16, 20, 24})
+    {
+        Bytes bad = outer;
+        bad[at] = static_cast<char>(bad[at] ^ 1);
+        for (const XPreferenceRecord& record : Split(File({Record({1, 1}, 1), bad, Record({3, 3}, 3)})))
+            EXPECT_NE(record.m_key1, 7U) << at;
+    }
+    EXPECT_EQ(Split(File({RecordOf({1, 1}, {0}), RecordOf({2, 2}, {})})).size(), 2U) << "values without bytes";
+    EXPECT_EQ(Split(File({"rubbish", RecordOf({2, 2}, {})})).size(), 1U);
     // Made to be searched for long: signatures everywhere; sound records that each follow one which claims all the rest,
     // as a size or as records to be counted; headers that count all the chunks behind them.
     const Bytes empty = keys + "5SUC\0\0\0\0"s;
@@ -409,6 +444,7 @@ TEST(CustomDataPrefs, DamageIsReportedWhereTheStoreIsNotFound)
     ASSERT_EQ(records.size(), 2U);
     EXPECT_FALSE(records[0].m_isSound);
     EXPECT_EQ(records[0].m_key1, 1U);
+    EXPECT_EQ(records[0].m_valueCount, 0U);
     EXPECT_TRUE(records[1].m_isSound);
 
     FailingFileSystem disk;
@@ -426,9 +462,10 @@ TEST(CustomDataPrefs, AStoreIsLockedBeforeTheFolder)
     FailingFileSystem disk;
     disk.AtFolderLock([&] {
         std::thread([&] {
-            wasLocked = !store.GetThreadLock()->TryLock();
-            if (!wasLocked)
+            if (store.GetThreadLock()->TryLock())
                 store.GetThreadLock()->Unlock();
+            else
+                wasLocked = true;
         }).join();
     });
     EXPECT_TRUE(store.SaveToPrefs(folder.WidePath("prefs").c_str(), 1, 2));

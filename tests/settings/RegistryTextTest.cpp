@@ -92,6 +92,40 @@ TEST_F(RegistryText, TheOlderFormHasItsTextsInTheAnsiCodePage)
     EXPECT_TRUE(Has(L"b", 3, {0x80}));
 }
 
+TEST_F(RegistryText, ListsOfBytesMayBeInterruptedAndTextsMayLackTheirEnd)
+{
+    const struct
+    {
+        const wchar_t* m_data;
+        unsigned long m_type;
+        Bytes m_bytes;
+    } cases[] = {
+        {L"hex:1,\\\r\n\r\n ; a remark\r\n\t\r\n 2", 3, {1, 2}},
+        {L"hex:1,\\ ; remark\n;\\\n2", 3, {1, 2}},
+        {L"hex:1,\\;\r\n2;end", 3, {1, 2}},
+        {L"hex:\\\n1\\\n,2", 3, {1, 2}},
+        {L"hex:1,2,", 3, {1, 2}},
+        {L"hex:1,2, ; remark", 3, {1, 2}},
+        {L"hex:1,2,\\", 3, {1, 2}},
+        {L"hex:1,2,\\\n\n;", 3, {1, 2}},
+        {L"hex(2):61,00", 2, {'a', 0, 0, 0}},
+        {L"hex(2):61,00,00,00", 2, {'a', 0, 0, 0}},
+        {L"hex(2):61", 2, {'a', 0, 0, 0}},
+        {L"hex(7):00,61", 7, {0, 'a', 0, 0}},
+        {L"hex(7):61,00,00,00,62,00", 7, {'a', 0, 0, 0, 'b', 0, 0, 0}},
+        {L"hex(7):", 7, {}},
+        {L"hex(1):61,00", 1, {'a', 0}},
+    };
+    for (const auto& row : cases)
+    {
+        SCOPED_TRACE(testing::PrintToString(std::wstring(row.m_data)));
+        EXPECT_EQ(Import(kHeader + L"[HKEY_CURRENT_USER\\k]\n\"v\"=" + row.m_data).m_fault, XRegistryFault::None);
+        EXPECT_TRUE(Has(L"v", row.m_type, row.m_bytes));
+    }
+    EXPECT_EQ(Import(L"REGEDIT4\n[HKEY_CURRENT_USER\\k]\n\"v\"=hex(2):61").m_fault, XRegistryFault::None);
+    EXPECT_TRUE(Has(L"v", 2, {'a', 0, 0, 0}));
+}
+
 TEST_F(RegistryText, MinusDeletes)
 {
     ASSERT_EQ(
@@ -137,7 +171,10 @@ TEST_F(RegistryText, AFaultNamesItsLineAndNothingIsTakenOver)
         {start + L"\"a\"=dword:123456789", XRegistryFault::Value, 5},
         {start + L"\"a\"=dword:-1", XRegistryFault::Value, 5},
         {start + L"\"a\"=hex:1,,2", XRegistryFault::Value, 5},
-        {start + L"\"a\"=hex:1,", XRegistryFault::Value, 5},
+        {start + L"\"a\"=hex:1,\\\n\"b\"=hex:2", XRegistryFault::Value, 6},
+        {start + L"\"a\"=hex:1\\ 2", XRegistryFault::Value, 5},
+        {L"regedit4\n", XRegistryFault::Header, 1},
+        {L"WINDOWS REGISTRY EDITOR VERSION 5.00\n", XRegistryFault::Header, 1},
         {start + L"\"a\"=hex:123", XRegistryFault::Value, 5},
         {start + L"\"a\"=hex(:1", XRegistryFault::Value, 5},
         {start + L"\"a\"=hex(100000000):1", XRegistryFault::Value, 5},

@@ -1,21 +1,30 @@
 #include "settings/engine/SettingsStore.h"
 
+#include "files/CXMemFile.h"
 #include "settings/CRegUtil.h"
+#include "settings/RegistryText.h"
 #include "tests/support/Eventually.h"
 #include "tests/support/PrintText.h"
 #include "tests/support/TestRegistry.h"
+#include "tests/support/TextTools.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <filesystem>
 #include <functional>
 #include <random>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include <fcntl.h>
+#include <sched.h>
 #include <signal.h>
 #include <sqlite3.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -73,6 +82,19 @@ std::string Ask(const std::string& file, const std::string& statement)
 class SettingsStore : public testing::Test
 {
 protected:
+    /// Closes all connections, as a fork does, and puts everything into the one file.
+    void Settle() const
+    {
+        const Process closes([] { return true; });
+        Ask(File(), "PRAGMA journal_mode = DELETE");
+    }
+    /// Makes a settled file one of the layout without checksums.
+    void MakeOlder() const
+    {
+        Settle();
+        Ask(File(), "BEGIN; ALTER TABLE keys DROP COLUMN checksum; ALTER TABLE entries DROP COLUMN checksum;"
+                    "PRAGMA user_version = 1; COMMIT");
+    }
     std::string File() const { return m_registry.m_folder.Path("user.db").string(); }
 
     TestRegistry m_registry;
@@ -200,27 +222,57 @@ TEST_F(SettingsStore, ProcessesThatMakeTheFileAtOnceMakeOne)
     }
 }
 
-TEST_F(SettingsStore, AWriterWaitsForAnotherProcess)
+TEST_F(SettingsStore, AWriterThatWaitsForAnotherProcessHoldsUpNoThreadAndNoFork)
 {
     CRegUtil registry(kAll);
-    ASSERT_TRUE(registry.SetPath(kPath, true));
+    ASSERT_TRUE(registry.SetPath(kPath, true) && registry.WriteKeyInt(L"a", 1));
     int ready[2];
-    ASSERT_EQ(pipe(ready), 0);
+    int release[2];
+    ASSERT_EQ(pipe(ready) | pipe(release), 0);
+    char byte = 0;
     Process other([&] {
         sqlite3* database = nullptr;
         sqlite3_open(File().c_str(), &database);
         const bool locked = sqlite3_exec(database, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr) == SQLITE_OK;
-        const bool told = write(ready[1], "x", 1) == 1;
-        usleep(200'000);
-        return locked && told && sqlite3_exec(database, "COMMIT", nullptr, nullptr, nullptr) == SQLITE_OK;
+        return locked && write(ready[1], "x", 1) == 1 && read(release[0], &byte, 1) == 1 &&
+               sqlite3_exec(database, "COMMIT", nullptr, nullptr, nullptr) == SQLITE_OK;
     });
-    char byte = 0;
     ASSERT_EQ(read(ready[0], &byte, 1), 1);
-    EXPECT_EQ(registry.GetSubKeyInt(L"", L"a", 3), 3) << "readers need not wait";
-    EXPECT_TRUE(registry.WriteKeyInt(L"a", 1)) << registry.GetLastError();
+    std::atomic<int> begun{0};
+    std::vector<std::thread> writers;
+    for (const wchar_t* const name : {L"b", L"c"})
+        writers.emplace_back([&, name] {
+            CRegUtil own(kAll);
+            EXPECT_TRUE(own.SetPath(kPath, false) && own.OpenBase(false));
+            ++begun;
+            EXPECT_TRUE(own.WriteKeyInt(name, 1)) << own.GetLastError();
+        });
+    EXPECT_TRUE(Eventually([&] { return begun == 2; }));
+    // Were these held up until the writers have waited long enough, the writers would fail.
+    for (int i = 0; i < 100; ++i)
+        EXPECT_EQ(registry.GetSubKeyInt(L"", L"a", 3), 1);
+    Process child([] { return CRegUtil(kAll).SetPath(kPath, false); });
+    EXPECT_TRUE(child.EndsWell());
+    ASSERT_EQ(write(release[1], "x", 1), 1);
+    for (std::thread& writer : writers)
+        writer.join();
     EXPECT_TRUE(other.EndsWell());
-    close(ready[0]);
-    close(ready[1]);
+    for (const int end : {ready[0], ready[1], release[0], release[1]})
+        close(end);
+}
+
+TEST_F(SettingsStore, AWriterGivesUpWhenAnotherProcessDoesNotEnd)
+{
+    CRegUtil registry(kAll);
+    ASSERT_TRUE(registry.SetPath(kPath, true));
+    sqlite3* database = nullptr;
+    ASSERT_EQ(sqlite3_open(File().c_str(), &database), SQLITE_OK);
+    ASSERT_EQ(sqlite3_exec(database, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr), SQLITE_OK);
+    EXPECT_FALSE(registry.WriteKeyInt(L"a", 1));
+    EXPECT_EQ(registry.GetLastError(), 170);
+    EXPECT_EQ(sqlite3_exec(database, "COMMIT", nullptr, nullptr, nullptr), SQLITE_OK);
+    sqlite3_close(database);
+    EXPECT_TRUE(registry.WriteKeyInt(L"a", 1));
 }
 
 TEST_F(SettingsStore, AProcessThatIsKilledLeavesWhatItWasToldIsDone)
@@ -272,9 +324,8 @@ TEST_F(SettingsStore, AFileThatIsNoSoundRegistryIsLeftAsItIs)
         ASSERT_TRUE(registry.SetPath(kPath, true));
         for (int i = 0; i < 2000; ++i)
             ASSERT_TRUE(registry.WriteKeyString(std::to_wstring(i).c_str(), L"a text that takes some place"));
-        const Process closes([] { return true; });
     }
-    Ask(File(), "PRAGMA journal_mode = DELETE"); // all into the one file
+    Settle();
     const std::string sound = m_registry.m_folder.ReadFile("user.db");
     const auto changed = [&](std::size_t from, std::size_t count) {
         std::string bytes = sound;
@@ -331,9 +382,8 @@ TEST_F(SettingsStore, DamageAnywhereEndsInAnswersOrErrors)
         for (int i = 0; i < 300; ++i)
             ASSERT_TRUE(
                 registry.WriteSubKeyString(std::to_wstring(i % 40).c_str(), std::to_wstring(i).c_str(), L"text"));
-        const Process closes([] { return true; });
     }
-    Ask(File(), "PRAGMA journal_mode = DELETE");
+    Settle();
     const std::string sound = m_registry.m_folder.ReadFile("user.db");
     const unsigned seed = std::random_device()();
     SCOPED_TRACE("seed " + std::to_string(seed));
@@ -357,9 +407,8 @@ TEST_F(SettingsStore, DamageAnywhereEndsInAnswersOrErrors)
             registry.GetSubKeyString(name, L"7", L"", false);
         registry.EndSubKeyEnum();
         EXPECT_LE(names, 10000) << "more than the file can hold";
-        std::vector<tev::platform::SettingsTreeKey> tree;
-        EXPECT_LT(tev::platform::ReadSettingsTree(tev::platform::RootKey(tev::platform::kCurrentUser), L"", tree),
-                  2000U);
+        std::vector<tev::SettingsTreeKey> tree;
+        EXPECT_LT(tev::ReadSettingsTree(tev::RootKey(tev::kCurrentUser), L"", tree), 2000U);
         registry.WriteKeyInt(L"new", 1);
         registry.DeleteKey(L"7", true);
         std::filesystem::remove(m_registry.m_folder.Path("hurt.db-journal"));
@@ -472,8 +521,13 @@ TEST_F(SettingsStore, ThreadsWorkAtOnce)
 
 TEST_F(SettingsStore, WhatAHostileFileHoldsIsReadAsFarAsItGoes)
 {
+    const auto tree = [] {
+        std::vector<tev::SettingsTreeKey> keys;
+        return tev::ReadSettingsTree(tev::RootKey(tev::kCurrentUser), L"", keys);
+    };
     CRegUtil registry(kAll);
     ASSERT_TRUE(registry.SetPath(kPath, true) && registry.WriteSubKeyInt(L"sub", L"v", 1));
+    MakeOlder(); // checksums would keep it from being read
     Ask(File(), "UPDATE entries SET name = x'C328ED00FF', data = 'text', type = 77777777777;"
                 "UPDATE keys SET name = x'F8' WHERE id > 9");
     wchar_t name[16];
@@ -483,9 +537,211 @@ TEST_F(SettingsStore, WhatAHostileFileHoldsIsReadAsFarAsItGoes)
 
     // A key that is its own descendant: found by no path but its own, and the walk through all ends.
     Ask(File(), "UPDATE keys SET parent = (SELECT max(id) FROM keys) WHERE parent = 2");
-    std::vector<tev::platform::SettingsTreeKey> tree;
-    EXPECT_EQ(tev::platform::ReadSettingsTree(tev::platform::RootKey(tev::platform::kCurrentUser), L"", tree), 0U);
+    EXPECT_EQ(tree(), 0U);
     Ask(File(), "UPDATE keys SET parent = 2 WHERE id = 2");
-    EXPECT_EQ(tev::platform::ReadSettingsTree(tev::platform::RootKey(tev::platform::kCurrentUser), L"", tree), 1009U);
+    EXPECT_EQ(tree(), 1009U);
+}
+
+TEST_F(SettingsStore, AFileWithoutChecksumsIsReadAndThenConverted)
+{
+    const auto exported = [] {
+        CXMemFile file;
+        int error = 0;
+        EXPECT_TRUE(XExportRegistry(L"", file, xEncodingUtf8, error)) << error;
+        std::string text(static_cast<std::size_t>(file.GetLength()), '\0');
+        file.SeekToBegin();
+        file.Read(text.data(), static_cast<unsigned>(text.size()));
+        return text;
+    };
+    CRegUtil registry(kAll);
+    ASSERT_TRUE(registry.SetPath(kPath, true));
+    const std::string large(100000, 'x');
+    ASSERT_TRUE(registry.WriteKeyBin(L"large", large.data(), large.size()));
+    ASSERT_TRUE(registry.WriteSubKeyString(L"Sub\\deeper", L"", L"text") && registry.WriteKeyInt(L"Int", 5));
+    const std::string before = exported();
+    MakeOlder();
+    const std::string older = m_registry.m_folder.ReadFile("user.db");
+    EXPECT_EQ(exported(), before);
+    wchar_t name[16];
+    unsigned long size = 0;
+    EXPECT_TRUE(registry.GetKeyBin(L"large", nullptr, size) && size == large.size());
+    EXPECT_TRUE(registry.StartSubKeyEnum() && registry.GetNextSubKeyName(name, 16) && name == L"Sub"s);
+    registry.EndSubKeyEnum();
+    EXPECT_TRUE(registry.StartValueSection(L"") && registry.GetNextValueName(name, 16) && name == L"Int"s);
+    registry.EndValueSection();
+    EXPECT_EQ(m_registry.m_folder.ReadFile("user.db"), older) << "reading changes nothing";
+
+    Process another([] { return CRegUtil(kAll).SetPath(L"Software\\New", true); });
+    EXPECT_TRUE(another.EndsWell());
+    ASSERT_TRUE(registry.WriteKeyInt(L"INT", 5) && registry.GetLastError() == 0);
+    EXPECT_EQ(Ask(File(), "PRAGMA user_version"), "2");
+    CRegUtil above(kAll);
+    EXPECT_TRUE(above.SetPath(L"Software", false) && above.DeleteKey(L"New", true));
+    EXPECT_EQ(exported(), before) << "names keep their spelling";
+    EXPECT_EQ(Ask(File(), "PRAGMA integrity_check") + Ask(File(), "PRAGMA foreign_key_check"), "ok");
+    EXPECT_TRUE(registry.DeleteKey(L"Sub", true));
+    EXPECT_EQ(Ask(File(), "SELECT count(*) FROM entries"), "2") << "keys take their values with them";
+}
+
+TEST_F(SettingsStore, ChecksumsTellWhatIsDamaged)
+{
+    const auto prepare = [] {
+        CRegUtil registry(kAll);
+        EXPECT_TRUE(registry.SetPath(kPath, true) && registry.WriteKeyString(L"text", L"right"));
+        EXPECT_TRUE(registry.WriteSubKeyInt(L"Sub", L"n", 7) && registry.WriteKeyInt(L"other", 8));
+        return registry.GetLastError();
+    };
+    ASSERT_EQ(prepare(), 0);
+    const struct
+    {
+        const char* m_damage;
+        bool m_text, m_sub, m_names, m_keys; // what is still read
+    } cases[] = {
+        {"UPDATE entries SET data = x'720069006700670074000000' WHERE name = CAST('text' AS BLOB)", false, true, true,
+         true},
+        {"UPDATE entries SET type = 2 WHERE name = CAST('text' AS BLOB)", false, true, false, true},
+        {"UPDATE entries SET name = CAST('texT' AS BLOB) WHERE name = CAST('text' AS BLOB)", false, true, false, true},
+        {"UPDATE entries SET checksum = checksum + 1 WHERE name = CAST('text' AS BLOB)", false, true, true, true},
+        {"UPDATE entries SET checksum = 0 WHERE name = CAST('text' AS BLOB)", false, true, false, true},
+        {"UPDATE entries SET key = (SELECT id FROM keys WHERE fold = CAST('sub' AS BLOB)), fold = CAST('n2' AS BLOB)"
+         " WHERE name = CAST('text' AS BLOB)",
+         false, true, true, true},
+        {"UPDATE keys SET name = CAST('sub' AS BLOB) WHERE name = CAST('Sub' AS BLOB)", true, false, true, false},
+        {"UPDATE keys SET checksum = 0 WHERE name = CAST('Sub' AS BLOB)", true, false, true, false},
+        {"UPDATE keys SET parent = 3 WHERE name = CAST('Software' AS BLOB)", false, false, false, false},
+    };
+    for (const auto& row : cases)
+    {
+        SCOPED_TRACE(row.m_damage);
+        ASSERT_EQ(prepare(), 0);
+        Ask(File(), row.m_damage);
+        CRegUtil registry(kAll);
+        registry.SetPath(row.m_damage[7] == 'k' && !row.m_text ? L"HKEY_LOCAL_MACHINE\\Software\\Program" : kPath,
+                         false);
+        EXPECT_EQ(registry.GetKeyString(L"text", false) == L"right", row.m_text);
+        EXPECT_EQ(registry.GetLastError() == 0, row.m_text);
+        EXPECT_EQ(registry.GetSubKeyInt(L"Sub", L"n", -1), row.m_sub ? 7 : -1);
+        EXPECT_EQ(registry.GetLastError() == 0, row.m_sub);
+        wchar_t name[16];
+        registry.StartValueSection(L"");
+        while (registry.GetNextValueName(name, 16))
+            continue;
+        EXPECT_EQ(registry.GetLastError() == 259, row.m_names);
+        registry.EndValueSection();
+        registry.StartSubKeyEnum();
+        while (registry.GetNextSubKeyName(name, 16))
+            continue;
+        EXPECT_EQ(registry.GetLastError() == 259, row.m_keys);
+        registry.EndSubKeyEnum();
+        std::vector<tev::SettingsTreeKey> tree;
+        EXPECT_EQ(tev::ReadSettingsTree(tev::RootKey(tev::kCurrentUser), L"", tree) == 0,
+                  !row.m_text && row.m_damage[7] == 'k');
+        for (const char* const suffix : {"", "-wal", "-shm"})
+            std::filesystem::remove(File() + suffix);
+    }
+}
+
+TEST_F(SettingsStore, AFlippedBitNeverGivesAnotherText)
+{
+    const std::wstring texts[] = {L"the right text", std::wstring(3000, L'r')};
+    {
+        CRegUtil registry(kAll);
+        ASSERT_TRUE(registry.SetPath(kPath, true));
+        for (int i = 0; i < 30; ++i)
+            ASSERT_TRUE(registry.WriteSubKeyString(std::to_wstring(i % 6).c_str(), std::to_wstring(i / 6).c_str(),
+                                                   texts[i % 7 == 0].c_str()));
+    }
+    Settle();
+    const std::string sound = m_registry.m_folder.ReadFile("user.db");
+    const unsigned seed = std::random_device()();
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    std::mt19937 random(seed);
+    int damaged = 0;
+    for (std::size_t at = 0; at < sound.size(); at += 1 + random() % 40)
+    {
+        std::string bytes = sound;
+        bytes[at] = static_cast<char>(bytes[at] ^ 1 << random() % 8);
+        // Two names, so that each file is opened anew.
+        const std::string file = at % 2 == 0 ? "even.db" : "odd.db";
+        m_registry.m_folder.WriteFile(file, bytes);
+        const EnvironmentVariable chosen("TEVTOOLS_REGISTRY", m_registry.m_folder.Path(file).string());
+        CRegUtil registry(kAll);
+        registry.SetPath(kPath, false);
+        for (int i = 0; i < 30; ++i)
+        {
+            const CXTString<wchar_t> text = registry.GetSubKeyString(std::to_wstring(i % 6).c_str(),
+                                                                     std::to_wstring(i / 6).c_str(), L"default", false);
+            damaged += text == L"default" ? 1 : 0;
+            ASSERT_TRUE(text == texts[i % 7 == 0].c_str() || (text == L"default" && registry.GetLastError() != 0))
+                << "byte " << at << ", value " << i << ", error " << registry.GetLastError() << ": "
+                << testing::PrintToString(ToStd(text));
+        }
+        std::filesystem::remove(m_registry.m_folder.Path(file));
+    }
+    EXPECT_GT(damaged, 0);
+}
+
+/// Fills the disk of a folder until it takes no byte more.
+bool Fill(const std::string& folder)
+{
+    const int file = open((folder + "/fill").c_str(), O_WRONLY | O_CREAT, 0600);
+    const std::string block(4096, 'x');
+    while (write(file, block.data(), block.size()) > 0)
+        continue;
+    return close(file) == 0 && errno == ENOSPC;
+}
+
+TEST_F(SettingsStore, AFullDiskCanBeRead)
+{
+    constexpr int kNoRight = 77;
+    const std::string folder = m_registry.m_folder.Path("disk").string();
+    std::filesystem::create_directory(folder);
+    const EnvironmentVariable chosen("TEVTOOLS_REGISTRY", folder + "/r.db");
+    const struct
+    {
+        const char* m_options;
+        bool m_hasLog;
+    } cases[] = {{"size=256k", false}, {"size=256k", true}, {"size=256k,nr_inodes=3", false}};
+    for (const auto& [options, hasLog] : cases)
+    {
+        SCOPED_TRACE(std::string(options) + (hasLog ? " with a log" : ""));
+        const pid_t process = fork();
+        if (process == 0)
+        {
+            if (unshare(CLONE_NEWNS) != 0 || mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+                mount("tmpfs", folder.c_str(), "tmpfs", 0, "size=256k") != 0)
+                _exit(kNoRight);
+            {
+                CRegUtil registry(kAll);
+                if (!registry.SetPath(kPath, true) || !registry.WriteKeyInt(L"v", 5))
+                    _exit(1);
+                const Process closes([] { return true; });
+            }
+            if (!hasLog)
+                Ask(folder + "/r.db", "PRAGMA wal_checkpoint(TRUNCATE)");
+            unlink((folder + "/r.db-shm").c_str()); // as after the computer has stopped
+            if (mount("tmpfs", folder.c_str(), "tmpfs", MS_REMOUNT, options) != 0 || !Fill(folder))
+                _exit(2);
+            unsigned long value = 0;
+            CRegUtil registry(kAll);
+            if (!registry.SetPath(kPath, false) || !registry.GetKeyInt(L"v", value) || value != 5)
+                _exit(3);
+            const std::string large(100000, 'x');
+            if (registry.WriteKeyBin(L"w", large.data(), large.size()) || registry.GetLastError() != 112)
+                _exit(4);
+            // The file is not kept locked, and there is no lasting harm.
+            unlink((folder + "/fill").c_str());
+            mount("tmpfs", folder.c_str(), "tmpfs", MS_REMOUNT, "size=1m,nr_inodes=100");
+            Process other([] { return CRegUtil(kAll).SetPath(L"Software\\Other", true); });
+            _exit(other.EndsWell() && registry.WriteKeyInt(L"v", 6) && registry.GetKeyInt(L"v", value) && value == 6
+                      ? 0
+                      : 5);
+        }
+        int status = 0;
+        ASSERT_EQ(waitpid(process, &status, 0), process);
+        if (WIFEXITED(status) && WEXITSTATUS(status) == kNoRight)
+            GTEST_SKIP() << "this user may not mount";
+        EXPECT_EQ(status, 0) << WEXITSTATUS(status);
+    }
 }
 } // namespace
