@@ -238,8 +238,9 @@ public:
     /// Puts the store into the file under its keys, in the place of the one there, and keeps all others. A missing file is
     /// created. Several programs may save into one file, and read it, at the same time. False, with the file as it was, when
     /// the path has no file name, the folder must not be written and read, the file would become too large or the disk
-    /// fails. A damaged file is kept next to the new one, with ".damaged" appended; every store in it that can still be read
-    /// is carried over. A file of the same name with ".tmp" appended is replaced meanwhile.
+    /// fails; only where the very last step fails, the flush of the folder, the file is new though the result is false. A
+    /// damaged file is kept next to the new one, with ".damaged" appended; every store in it that can still be read is
+    /// carried over. A file of the same name with ".tmp" appended is replaced meanwhile.
     /// Takes the lock of the store first and that of the folder second, and waits for the folder at most 10 seconds.
     bool SaveToPrefs(const CXTString<wchar_t>& path, unsigned int key1, unsigned int key2) const;
     /// False, with this store as it was, when the file or a store of these keys is not there or cannot be read. With

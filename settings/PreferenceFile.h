@@ -26,9 +26,9 @@ struct XPreferenceRecord
 /// Safe from several threads at once.
 TEVTOOLS_API bool XListPreferences(const CXTString<wchar_t>& path, std::vector<XPreferenceRecord>& records);
 
-/// Removes the store of these keys from the file, in the same way in which CCustomData::SaveToPrefs adds one. False
-/// when there was none, the file is damaged or the disk fails; the file is as it was then. Safe from several threads at
-/// once.
+/// Removes the store of these keys from the file, in the same way in which CCustomData::SaveToPrefs adds one. False when
+/// there was none or the file is damaged, and where SaveToPrefs returns false.
+/// Safe from several threads at once.
 TEVTOOLS_API bool XRemovePreference(const CXTString<wchar_t>& path, unsigned int key1, unsigned int key2);
 
 /// Changes the store of these keys: loads it into a store that only `change` knows, an empty one where the file or the

@@ -1,5 +1,6 @@
 #include "settings/engine/SettingsDatabase.h"
 
+#include "objects/ThreadStatus.h"
 #include "platform/DatabaseFiles.h"
 #include "platform/ForkHandlers.h"
 #include "platform/SystemErrors.h"
@@ -20,6 +21,7 @@ namespace tev
 namespace
 {
 constexpr auto kPatience = std::chrono::seconds(5);
+constexpr auto kPatienceAtEnd = std::chrono::milliseconds(100); // of a thread that is asked to end
 constexpr auto kLongestPause = std::chrono::milliseconds(10);
 constexpr int kCommitMs = 10; // how long a change waits for readers, which only a rollback journal has to
 
@@ -73,10 +75,11 @@ SettingsLock::~SettingsLock()
 
 bool SettingsPatience::Wait()
 {
+    const LongOperation operation("waiting for another program that changes the registry");
     const auto now = std::chrono::steady_clock::now();
     if (m_pause.count() == 0)
-        m_end = now + kPatience;
-    if (now >= m_end)
+        m_start = now;
+    if (now - m_start >= (IsThreadAskedToEnd() ? kPatienceAtEnd : std::chrono::milliseconds(kPatience)))
         return false;
     m_pause = std::min(m_pause + std::chrono::milliseconds(1), kLongestPause);
     std::this_thread::sleep_for(m_pause);

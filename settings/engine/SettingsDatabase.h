@@ -94,7 +94,7 @@ public:
     SettingsLock& operator=(const SettingsLock&) = delete;
 };
 
-/// How long an operation waits for another process that writes.
+/// How long an operation waits for another process that writes; not long on a thread that is asked to end.
 class SettingsPatience
 {
 public:
@@ -102,7 +102,7 @@ public:
     bool Wait();
 
 private:
-    std::chrono::steady_clock::time_point m_end{};
+    std::chrono::steady_clock::time_point m_start{};
     std::chrono::milliseconds m_pause{0};
 };
 

@@ -239,9 +239,12 @@ private:
         for (const std::wstring& wide : Names(*key, path, &CRegUtil::GetNextValueName))
         {
             RegistryValue value;
-            if (!key->ReadValue(wide.c_str(), value.m_type, value.m_data))
-                continue; // deleted meanwhile
             const std::string name = Narrow(wide.data(), wide.size());
+            if (!key->ReadValue(wide.c_str(), value.m_type, value.m_data))
+            {
+                ReportUnread(prefix + name, key->GetLastError());
+                continue;
+            }
             Add(prefix, name, RegistryTypeName(value.m_type), std::to_string(value.m_data.size()), value);
         }
         for (const std::wstring& wide : keys)
@@ -251,6 +254,14 @@ private:
             if (m_options.m_recursive)
                 ListKey(path.Below(wide), prefix + name + "\\");
         }
+    }
+
+    void ReportUnread(const std::string& name, int systemError)
+    {
+        if (systemError == kNotFound) // deleted meanwhile
+            return;
+        Report(m_session, name, ErrorText(systemError, {}));
+        m_session.m_exitCode = kExitFailed;
     }
 
     void Add(const std::string& prefix, const std::string& name, const std::string& type, const std::string& size,

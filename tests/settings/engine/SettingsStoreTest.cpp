@@ -1,8 +1,10 @@
 #include "settings/engine/SettingsStore.h"
 
 #include "files/CXMemFile.h"
+#include "objects/ThreadStatus.h"
 #include "settings/CRegUtil.h"
 #include "settings/RegistryText.h"
+#include "settings/engine/SettingsDatabase.h"
 #include "tests/support/Eventually.h"
 #include "tests/support/PrintText.h"
 #include "tests/support/TestRegistry.h"
@@ -273,6 +275,25 @@ TEST_F(SettingsStore, AWriterGivesUpWhenAnotherProcessDoesNotEnd)
     EXPECT_EQ(sqlite3_exec(database, "COMMIT", nullptr, nullptr, nullptr), SQLITE_OK);
     sqlite3_close(database);
     EXPECT_TRUE(registry.WriteKeyInt(L"a", 1));
+}
+
+TEST_F(SettingsStore, AThreadThatIsAskedToEndSoonGivesUpWaiting)
+{
+    class Ending : public tev::ThreadStatus
+    {
+    public:
+        bool IsAskedToEnd() const noexcept override { return true; }
+    };
+    int waits = 0;
+    std::thread([&] {
+        const auto status = std::make_shared<Ending>();
+        tev::SetStatusOfThisThread(status.get());
+        for (tev::SettingsPatience patience; patience.Wait();)
+            ++waits;
+        tev::SetStatusOfThisThread(nullptr);
+    }).join();
+    EXPECT_GT(waits, 0) << "a change at the end has a chance too";
+    EXPECT_LT(waits, 50) << "others wait some 500 times";
 }
 
 TEST_F(SettingsStore, AProcessThatIsKilledLeavesWhatItWasToldIsDone)
