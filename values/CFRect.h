@@ -16,6 +16,12 @@ constexpr int TruncateToInt(double value) noexcept
         return -2147483647 - 1;
     return value == value ? static_cast<int>(value) : 0;
 }
+
+/// To the nearest integer, halves away from zero.
+constexpr int RoundToInt(float value) noexcept
+{
+    return TruncateToInt(value > 0 ? value + 0.5 : value - 0.5);
+}
 } // namespace tev
 
 class CFPoint
@@ -25,8 +31,8 @@ public:
     constexpr CFPoint(float xValue, float yValue) noexcept : x(xValue), y(yValue) {}
     constexpr CFPoint(const CXPoint& point) noexcept : x(static_cast<float>(point.x)), y(static_cast<float>(point.y)) {}
 
-    /// As CFSize to CXSize.
-    constexpr operator CXPoint() const noexcept { return {tev::TruncateToInt(x + 0.5), tev::TruncateToInt(y + 0.5)}; }
+    /// Each coordinate rounded to the nearest integer, halves away from zero.
+    constexpr operator CXPoint() const noexcept { return {tev::RoundToInt(x), tev::RoundToInt(y)}; }
 
     float x = 0;
     float y = 0;
@@ -84,6 +90,7 @@ public:
     {
         return left == other.left && right == other.right && top == other.top && bottom == other.bottom;
     }
+    constexpr bool operator!=(const CFRect& other) const noexcept { return !(*this == other); }
 
     /// Becomes the overlap of two rectangles, of which this may be one; those that touch overlap. False when they do not:
     /// the edges that were found before that, in the order left, right, top, bottom, are set, the others unchanged.
@@ -105,17 +112,11 @@ public:
     /// Each edge rounded to the nearest integer, halves away from zero.
     constexpr operator CXRect() const noexcept
     {
-        return {Rounded(left), Rounded(top), Rounded(right), Rounded(bottom)};
+        return {tev::RoundToInt(left), tev::RoundToInt(top), tev::RoundToInt(right), tev::RoundToInt(bottom)};
     }
 
     float left = 0;
     float right = 0;
     float top = 0;
     float bottom = 0;
-
-private:
-    static constexpr int Rounded(float value) noexcept
-    {
-        return tev::TruncateToInt(value > 0 ? value + 0.5 : value - 0.5);
-    }
 };

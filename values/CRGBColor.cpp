@@ -36,9 +36,11 @@ unsigned char Channel(float value) noexcept
     return static_cast<unsigned char>(static_cast<int>(Limited(value, kFullChannel)));
 }
 
-unsigned int Sum(float value) noexcept
+constexpr unsigned int kExactFloats = 1U << 24; // integers up to here are floats without loss
+
+unsigned int Sum(double value) noexcept
 {
-    return static_cast<unsigned int>(std::min<double>(Limited(value, 4294967296.0F), 0xFFFFFFFF));
+    return static_cast<unsigned int>(std::min(value > 0 ? value : 0.0, 4294967295.0));
 }
 
 // Both conversions use tables: branches that depend on the pixels of an image cannot be predicted.
@@ -389,7 +391,8 @@ CRGB32Color& CRGB32Color::operator-=(const CRGBColor& color) noexcept
 CRGB32Color& CRGB32Color::operator*=(float factor) noexcept
 {
     for (unsigned int& channel : m_channels)
-        channel = Sum(static_cast<float>(channel) * factor);
+        channel =
+            Sum(channel < kExactFloats ? static_cast<float>(channel) * factor : static_cast<double>(channel) * factor);
     return *this;
 }
 
@@ -397,6 +400,6 @@ CRGBColor CRGB32Color::ConvertToRGBColor(float divisor) const noexcept
 {
     CRGBColor result;
     for (int i = 0; i < 4; ++i)
-        result[i] = static_cast<unsigned char>(Sum(static_cast<float>(m_channels[i]) / divisor));
+        result[i] = static_cast<unsigned char>(Sum(static_cast<double>(m_channels[i]) / divisor));
     return result;
 }

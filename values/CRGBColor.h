@@ -3,6 +3,7 @@
 #include "text/CXTString.h"
 
 #include <cstddef>
+#include <type_traits>
 
 class CXArchive;
 
@@ -19,6 +20,14 @@ TEVTOOLS_API void ConvertRGBToHSL(float red, float green, float blue, float& hue
 TEVTOOLS_API void ConvertHSLToRGB(float hue, float saturation, float luminance, float& red, float& green,
                                   float& blue) noexcept;
 
+namespace tev
+{
+/// For channels given as integers, of whatever types.
+template <class... CHANNELS>
+using IfIntegers = std::enable_if_t<((std::is_integral_v<CHANNELS> || std::is_enum_v<CHANNELS>)&&...) &&
+                                    (std::is_convertible_v<CHANNELS, long long> && ...)>;
+} // namespace tev
+
 /// Red, green, blue and alpha, each 0 to 255. Opaque black if nothing is given; where alpha is not given it is 255.
 class TEVTOOLS_API CRGBColor
 {
@@ -31,6 +40,11 @@ public:
     {
     }
     constexpr CRGBColor(int red, int green, int blue, int alpha = 255) noexcept
+        : m_channels{Clamped(red), Clamped(green), Clamped(blue), Clamped(alpha)}
+    {
+    }
+    template <class RED, class GREEN, class BLUE, class ALPHA = int, class = tev::IfIntegers<RED, GREEN, BLUE, ALPHA>>
+    constexpr CRGBColor(RED red, GREEN green, BLUE blue, ALPHA alpha = 255) noexcept
         : m_channels{Clamped(red), Clamped(green), Clamped(blue), Clamped(alpha)}
     {
     }
@@ -84,6 +98,15 @@ public:
     {
         *this = CRGBColor(red, green, blue, alpha);
     }
+    void SetColor(int red, int green, int blue, int alpha = 255) noexcept
+    {
+        *this = CRGBColor(red, green, blue, alpha);
+    }
+    template <class RED, class GREEN, class BLUE, class ALPHA = int, class = tev::IfIntegers<RED, GREEN, BLUE, ALPHA>>
+    void SetColor(RED red, GREEN green, BLUE blue, ALPHA alpha = 255) noexcept
+    {
+        *this = CRGBColor(red, green, blue, alpha);
+    }
     void SetColor(float red, float green, float blue, float scale) noexcept;
     void SetColor(float red, float green, float blue, float alpha, float scale) noexcept;
     void SetColor3(const unsigned char* channels) noexcept { *this = CRGBColor(channels, 3); }
@@ -131,9 +154,11 @@ public:
     void Serialize(CXArchive& archive);
 
 private:
-    static constexpr unsigned char Clamped(int value) noexcept
+    template <class INTEGER>
+    static constexpr unsigned char Clamped(INTEGER value) noexcept
     {
-        return static_cast<unsigned char>(value < 0 ? 0 : value > 255 ? 255 : value);
+        const unsigned long long atLeastZero = value < INTEGER() ? 0 : static_cast<unsigned long long>(value);
+        return static_cast<unsigned char>(atLeastZero > 255 ? 255 : atLeastZero);
     }
 
     unsigned char m_channels[4] = {0, 0, 0, 255};
@@ -162,9 +187,10 @@ public:
 
     CRGB32Color& operator+=(const CRGBColor& color) noexcept;
     CRGB32Color& operator-=(const CRGBColor& color) noexcept;
+    /// Sums below 2^24 are multiplied as floats, larger ones as doubles, which hold all their digits.
     CRGB32Color& operator*=(float factor) noexcept;
 
-    /// The sums divided, of which each channel keeps the low 8 bits: nothing ends at 255.
+    /// The sums divided without loss of digits, of which each channel keeps the low 8 bits: nothing ends at 255.
     CRGBColor ConvertToRGBColor(float divisor) const noexcept;
 
 private:

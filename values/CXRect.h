@@ -2,6 +2,8 @@
 
 #include "base/TevTypes.h"
 
+#include <type_traits>
+
 // Points, sizes and rectangles of 32-bit integers. They are the system's structures with operations on them, so each can be
 // passed where its structure is expected, by value, reference or address. Sums, differences and products wrap around at 32
 // bits. One thread at a time.
@@ -24,6 +26,11 @@ constexpr int WrapMultiply(int a, int b) noexcept
 {
     return static_cast<int>(static_cast<unsigned>(a) * static_cast<unsigned>(b));
 }
+
+/// For conversions to the address of a structure. They are templates, so that the compiler uses them only where such an
+/// address is asked for: as a condition, in a comparison or a sum an address has no meaning.
+template <class TARGET, class STRUCTURE>
+using IfAddressOf = std::enable_if_t<std::is_same_v<TARGET, STRUCTURE> || std::is_same_v<TARGET, const STRUCTURE>>;
 } // namespace tev
 
 class CXRect;
@@ -54,7 +61,12 @@ public:
     constexpr CXRect operator+(const tagRECT& rectangle) const noexcept;
     constexpr CXRect operator-(const tagRECT& rectangle) const noexcept;
 
-    operator tagPOINT*() noexcept { return this; }
+    /// To `tagPOINT*` or `const tagPOINT*`.
+    template <class TARGET, class = tev::IfAddressOf<TARGET, tagPOINT>>
+    operator TARGET*() noexcept
+    {
+        return this;
+    }
 };
 
 class CXSize : public tagSIZE
@@ -91,7 +103,12 @@ public:
     /// Half the sum of both, rounded toward zero.
     constexpr int Mean() const noexcept { return static_cast<int>(tev::WrapAdd(cx, cy) * 0.5); }
 
-    operator tagSIZE*() noexcept { return this; }
+    /// To `tagSIZE*` or `const tagSIZE*`.
+    template <class TARGET, class = tev::IfAddressOf<TARGET, tagSIZE>>
+    operator TARGET*() noexcept
+    {
+        return this;
+    }
 };
 
 /// A rectangle from its left and top edge up to its right and bottom edge, which do not belong to it.
@@ -139,39 +156,49 @@ public:
     friend constexpr bool operator==(const tagRECT& a, const tagRECT& b) noexcept { return CXRect(a).EqualRect(b); }
     friend constexpr bool operator!=(const tagRECT& a, const tagRECT& b) noexcept { return !CXRect(a).EqualRect(b); }
 
-    // Changes
+    // Changes, which always return true.
 
-    constexpr void SetRect(int leftEdge, int topEdge, int rightEdge, int bottomEdge) noexcept
+    constexpr bool SetRect(int leftEdge, int topEdge, int rightEdge, int bottomEdge) noexcept
     {
         *this = CXRect(leftEdge, topEdge, rightEdge, bottomEdge);
+        return true;
     }
-    constexpr void SetRectEmpty() noexcept { *this = CXRect(); }
-    constexpr void CopyRect(const tagRECT& other) noexcept { *this = other; }
+    constexpr bool SetRectEmpty() noexcept
+    {
+        *this = CXRect();
+        return true;
+    }
+    constexpr bool CopyRect(const tagRECT& other) noexcept
+    {
+        *this = other;
+        return true;
+    }
 
     /// Moves each edge outwards, by amounts for both sides of an axis, for each edge, or for the edges named alike.
-    constexpr void InflateRect(int dx, int dy) noexcept { InflateRect(dx, dy, dx, dy); }
-    constexpr void InflateRect(int leftBy, int topBy, int rightBy, int bottomBy) noexcept
+    constexpr bool InflateRect(int dx, int dy) noexcept { return InflateRect(dx, dy, dx, dy); }
+    constexpr bool InflateRect(int leftBy, int topBy, int rightBy, int bottomBy) noexcept
     {
-        SetRect(tev::WrapSubtract(left, leftBy), tev::WrapSubtract(top, topBy), tev::WrapAdd(right, rightBy),
-                tev::WrapAdd(bottom, bottomBy));
+        return SetRect(tev::WrapSubtract(left, leftBy), tev::WrapSubtract(top, topBy), tev::WrapAdd(right, rightBy),
+                       tev::WrapAdd(bottom, bottomBy));
     }
-    constexpr void InflateRect(const tagRECT& by) noexcept { InflateRect(by.left, by.top, by.right, by.bottom); }
-    constexpr void InflateRect(const tagSIZE& by) noexcept { InflateRect(by.cx, by.cy); }
+    constexpr bool InflateRect(const tagRECT& by) noexcept { return InflateRect(by.left, by.top, by.right, by.bottom); }
+    constexpr bool InflateRect(const tagSIZE& by) noexcept { return InflateRect(by.cx, by.cy); }
     /// Moves each edge inwards.
-    constexpr void DeflateRect(int dx, int dy) noexcept { DeflateRect(dx, dy, dx, dy); }
-    constexpr void DeflateRect(int leftBy, int topBy, int rightBy, int bottomBy) noexcept
+    constexpr bool DeflateRect(int dx, int dy) noexcept { return DeflateRect(dx, dy, dx, dy); }
+    constexpr bool DeflateRect(int leftBy, int topBy, int rightBy, int bottomBy) noexcept
     {
-        InflateRect(tev::WrapSubtract(0, leftBy), tev::WrapSubtract(0, topBy), tev::WrapSubtract(0, rightBy),
-                    tev::WrapSubtract(0, bottomBy));
+        return InflateRect(tev::WrapSubtract(0, leftBy), tev::WrapSubtract(0, topBy), tev::WrapSubtract(0, rightBy),
+                           tev::WrapSubtract(0, bottomBy));
     }
-    constexpr void DeflateRect(const tagRECT& by) noexcept { DeflateRect(by.left, by.top, by.right, by.bottom); }
-    constexpr void DeflateRect(const tagSIZE& by) noexcept { DeflateRect(by.cx, by.cy); }
-    constexpr void OffsetRect(int dx, int dy) noexcept
+    constexpr bool DeflateRect(const tagRECT& by) noexcept { return DeflateRect(by.left, by.top, by.right, by.bottom); }
+    constexpr bool DeflateRect(const tagSIZE& by) noexcept { return DeflateRect(by.cx, by.cy); }
+    constexpr bool OffsetRect(int dx, int dy) noexcept
     {
-        SetRect(tev::WrapAdd(left, dx), tev::WrapAdd(top, dy), tev::WrapAdd(right, dx), tev::WrapAdd(bottom, dy));
+        return SetRect(tev::WrapAdd(left, dx), tev::WrapAdd(top, dy), tev::WrapAdd(right, dx),
+                       tev::WrapAdd(bottom, dy));
     }
-    constexpr void OffsetRect(const tagPOINT& by) noexcept { OffsetRect(by.x, by.y); }
-    constexpr void OffsetRect(const tagSIZE& by) noexcept { OffsetRect(by.cx, by.cy); }
+    constexpr bool OffsetRect(const tagPOINT& by) noexcept { return OffsetRect(by.x, by.y); }
+    constexpr bool OffsetRect(const tagSIZE& by) noexcept { return OffsetRect(by.cx, by.cy); }
 
     // This rectangle may be one of the operands. Where the result is false, it is all zeros.
 
@@ -215,8 +242,17 @@ public:
         return result;
     }
 
-    operator tagRECT*() noexcept { return this; }
-    operator const tagRECT*() const noexcept { return this; }
+    /// To `tagRECT*` or `const tagRECT*`.
+    template <class TARGET, class = tev::IfAddressOf<TARGET, tagRECT>>
+    operator TARGET*() noexcept
+    {
+        return this;
+    }
+    template <class TARGET, class = tev::IfAddressOf<TARGET, const tagRECT>>
+    operator TARGET*() const noexcept
+    {
+        return this;
+    }
 };
 
 constexpr CXRect CXPoint::operator+(const tagRECT& rectangle) const noexcept

@@ -15,8 +15,8 @@ TEST(CFRect, ConversionsToIntegersRoundAsDocumented)
     const struct
     {
         float m_value;
-        int m_plusHalf; // points and sizes
-        int m_rounded;  // rectangles
+        int m_plusHalf; // sizes
+        int m_rounded;  // points and rectangles
     } cases[] = {
         {0.0F, 0, 0},
         {1.5F, 2, 2},
@@ -36,12 +36,17 @@ TEST(CFRect, ConversionsToIntegersRoundAsDocumented)
     for (const auto& [value, plusHalf, rounded] : cases)
     {
         SCOPED_TRACE(value);
-        EXPECT_EQ(CXPoint(CFPoint(value, 1)), CXPoint(plusHalf, 1));
+        EXPECT_EQ(CXPoint(CFPoint(value, 1)), CXPoint(rounded, 1));
+        EXPECT_EQ(CXPoint(CFPoint(1, value)), CXPoint(1, rounded));
         EXPECT_EQ(static_cast<CXSize>(CFSize(1, value)), CXSize(1, plusHalf));
         EXPECT_TRUE(CXRect(CFRect(value, 1, 2, value)) == CXRect(rounded, 2, 1, rounded));
     }
     EXPECT_TRUE(CXRect(CFRect(-0.5F, 2.5F, 1.49F, -1.5F)) == CXRect(-1, 1, 3, -2));
     EXPECT_TRUE(CFRect(CXRect(1, 2, 3, 4)) == CFRect(1, 3, 2, 4));
+    EXPECT_FALSE(CFRect(CXRect(1, 2, 3, 4)) != CFRect(1, 3, 2, 4));
+    for (const CFRect& other : {CFRect(0, 3, 2, 4), CFRect(1, 0, 2, 4), CFRect(1, 3, 0, 4), CFRect(1, 3, 2, kNoNumber)})
+        EXPECT_TRUE(CFRect(1, 3, 2, 4) != other);
+    EXPECT_EQ(CXPoint(CFPoint(CXPoint(-3, 4))), CXPoint(-3, 4));
 }
 
 TEST(CFRect, SizesComputeByComponent)

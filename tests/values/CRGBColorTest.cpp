@@ -47,6 +47,22 @@ TEST(CRGBColor, IsBuiltFromEveryFormOfChannels)
         EXPECT_EQ(color, expected);
         color = CRGBColor(9, 9, 9, 9);
     };
+    // Integers of any types end at the limits of a channel.
+    constexpr unsigned char kByte = 7;
+    enum Shade : unsigned short
+    {
+        kBright = 999
+    };
+    color.SetColor(300, -5, 128);
+    expectAfter(CRGBColor(255, 0, 128, 255));
+    color.SetColor(300, -5, 128, 256);
+    expectAfter(CRGBColor(255, 0, 128, 255));
+    color.SetColor(-1, kByte, kBright);
+    expectAfter(CRGBColor(0, 7, 255));
+    color.SetColor(kByte, 0xFFFFFFFFU, -0x100000000LL, 300UL);
+    expectAfter(CRGBColor(7, 255, 0, 255));
+    EXPECT_EQ(CRGBColor(-1, kByte, kBright), CRGBColor(0, 7, 255));
+    EXPECT_EQ(CRGBColor(kByte, 0xFFFFFFFFU, -0x100000000LL, 300UL), CRGBColor(7, 255, 0, 255));
     color.SetColor3(bytes);
     expectAfter(byCount[3]);
     color.SetColor4(bytes);
@@ -275,5 +291,24 @@ TEST(CRGB32Color, SumsWithoutEndingAtALimit)
     sum *= kNoNumber;
     EXPECT_EQ(sum.ConvertToRGBColor(1), CRGBColor(0, 0, 0, 0));
     EXPECT_EQ(CRGB32Color(300, 2, 3, 4).ConvertToRGBColor(1), CRGBColor(44, 2, 3, 4));
+}
+
+TEST(CRGB32Color, LosesNoDigitsOfLargeSums)
+{
+    for (unsigned pixels = 60000; pixels < 16777216; pixels += 5803)
+    {
+        const CRGB32Color sum(pixels * 255, pixels * 254, pixels, 0);
+        ASSERT_EQ(sum.ConvertToRGBColor(static_cast<float>(pixels)), CRGBColor(255, 254, 1, 0)) << pixels;
+    }
+    CRGB32Color sum(16777217, 16777219, 4294967295, 7);
+    EXPECT_EQ(sum.ConvertToRGBColor(1), CRGBColor(1, 3, 255, 7));
+    sum *= 1;
+    EXPECT_EQ(sum.ConvertToRGBColor(1), CRGBColor(1, 3, 255, 7));
+    EXPECT_EQ(CRGB32Color(2559, 2560, 0, 0).ConvertToRGBColor(10), CRGBColor(255, 0, 0, 0));
+    // Smaller sums are multiplied in single precision: in double precision the factor gives 6.9999999.
+    CRGB32Color small(10, 16777215, 0, 0);
+    small *= 0.7F;
+    EXPECT_EQ(small.ConvertToRGBColor(1)[0], 7);
+    EXPECT_EQ(small.ConvertToRGBColor(256)[1], static_cast<unsigned char>(11744050 / 256));
 }
 } // namespace

@@ -77,20 +77,26 @@ TEST(CXRect, ChangesMoveTheEdgesTheyName)
 {
     const auto changed = [](auto change) {
         CXRect rect(10, 20, 30, 40);
-        change(rect);
+        EXPECT_TRUE(change(rect));
         return rect;
     };
-    EXPECT_EQ(changed([](CXRect& r) { r.InflateRect(1, 2); }), CXRect(9, 18, 31, 42));
-    EXPECT_EQ(changed([](CXRect& r) { r.InflateRect(1, 2, 3, 4); }), CXRect(9, 18, 33, 44));
-    EXPECT_EQ(changed([](CXRect& r) { r.InflateRect(CXRect(1, 2, 3, 4)); }), CXRect(9, 18, 33, 44));
-    EXPECT_EQ(changed([](CXRect& r) { r.InflateRect(CXSize(1, 2)); }), CXRect(9, 18, 31, 42));
-    EXPECT_EQ(changed([](CXRect& r) { r.DeflateRect(1, 2); }), CXRect(11, 22, 29, 38));
-    EXPECT_EQ(changed([](CXRect& r) { r.DeflateRect(1, 2, 3, 4); }), CXRect(11, 22, 27, 36));
-    EXPECT_EQ(changed([](CXRect& r) { r.DeflateRect(CXRect(1, 2, 3, 4)); }), CXRect(11, 22, 27, 36));
-    EXPECT_EQ(changed([](CXRect& r) { r.DeflateRect(CXSize(INT_MIN, 0)); }).left, INT_MIN + 10);
-    EXPECT_EQ(changed([](CXRect& r) { r.OffsetRect(-10, INT_MAX); }), CXRect(0, INT_MIN + 19, 20, INT_MIN + 39));
-    EXPECT_EQ(changed([](CXRect& r) { r.OffsetRect(CXSize(1, 2)); }), CXRect(11, 22, 31, 42));
-    EXPECT_EQ(changed([](CXRect& r) { static_cast<tagRECT*>(r)->top = 7; }), CXRect(10, 7, 30, 40));
+    EXPECT_EQ(changed([](CXRect& r) { return r.InflateRect(1, 2); }), CXRect(9, 18, 31, 42));
+    EXPECT_EQ(changed([](CXRect& r) { return r.InflateRect(1, 2, 3, 4); }), CXRect(9, 18, 33, 44));
+    EXPECT_EQ(changed([](CXRect& r) { return r.InflateRect(CXRect(1, 2, 3, 4)); }), CXRect(9, 18, 33, 44));
+    EXPECT_EQ(changed([](CXRect& r) { return r.InflateRect(CXSize(1, 2)); }), CXRect(9, 18, 31, 42));
+    EXPECT_EQ(changed([](CXRect& r) { return r.DeflateRect(1, 2); }), CXRect(11, 22, 29, 38));
+    EXPECT_EQ(changed([](CXRect& r) { return r.DeflateRect(1, 2, 3, 4); }), CXRect(11, 22, 27, 36));
+    EXPECT_EQ(changed([](CXRect& r) { return r.DeflateRect(CXRect(1, 2, 3, 4)); }), CXRect(11, 22, 27, 36));
+    EXPECT_EQ(changed([](CXRect& r) { return r.DeflateRect(CXSize(INT_MIN, 0)); }).left, INT_MIN + 10);
+    EXPECT_EQ(changed([](CXRect& r) { return r.OffsetRect(-10, INT_MAX); }), CXRect(0, INT_MIN + 19, 20, INT_MIN + 39));
+    EXPECT_EQ(changed([](CXRect& r) { return r.OffsetRect(CXSize(1, 2)); }), CXRect(11, 22, 31, 42));
+    EXPECT_EQ(changed([](CXRect& r) { return r.OffsetRect(CXPoint(1, 2)); }), CXRect(11, 22, 31, 42));
+    EXPECT_EQ(changed([](CXRect& r) { return r.SetRect(1, 2, 3, 4); }), CXRect(1, 2, 3, 4));
+    EXPECT_EQ(changed([](CXRect& r) { return r.CopyRect(CXRect(1, 2, 0, 4)); }), CXRect(1, 2, 0, 4));
+    EXPECT_EQ(changed([](CXRect& r) { return r.SetRectEmpty(); }), CXRect());
+    CXRect rect(10, 20, 30, 40);
+    static_cast<tagRECT*>(rect)->top = 7;
+    EXPECT_EQ(rect, CXRect(10, 7, 30, 40));
     EXPECT_EQ(LeftByAddress(CXRect(5, 6, 7, 8)), 5);
 }
 
