@@ -1,9 +1,16 @@
 #include "arrays/ArrayElements.h"
 
 #include "arrays/ArrayBlock.h"
+#include "files/CXFile.h"
 
 namespace tev
 {
+void RefuseElements(const CXArchive& archive)
+{
+    const CXFile* file = archive.GetFile();
+    CXArchiveException::Throw(archiveGeneric, file == nullptr ? CXTString<wchar_t>() : file->GetFilePath());
+}
+
 int ArrayCount(unsigned __int64 count)
 {
     if (count > static_cast<unsigned>(kMostElements))

@@ -14,6 +14,9 @@
 
 namespace tev
 {
+/// For elements that cannot go through an archive: archiveGeneric.
+[[noreturn]] TEVTOOLS_API void RefuseElements(const CXArchive& archive);
+
 /// The size of an array whose count an archive gave. One that no array can have is archiveEndOfFile.
 TEVTOOLS_API int ArrayCount(unsigned __int64 count);
 
@@ -37,11 +40,20 @@ struct HasArchiveOperators<TYPE, std::void_t<decltype(std::declval<CXArchive&>()
 template <class TYPE>
 struct ArrayElements
 {
-    static constexpr bool kIsPlain = std::is_trivially_copyable_v<TYPE>;
+    static constexpr bool kIsMovable = std::is_move_constructible_v<TYPE> || std::is_copy_constructible_v<TYPE>;
+    static constexpr bool kIsPlain = std::is_trivially_copyable_v<TYPE> && kIsMovable; // a mutex may be the former
     /// TYPE() is all zero bytes.
     static constexpr bool kZeroIsValue = kIsPlain && std::is_trivially_default_constructible_v<TYPE>;
     /// Wide characters that are no UTF-16 units.
     static constexpr bool kIsText = std::is_same_v<TYPE, wchar_t> && sizeof(wchar_t) != 2;
+    static constexpr bool kIsStorable =
+        kIsPlain || HasArchiveOperators<TYPE>::value || std::is_base_of_v<CXObject, TYPE>;
+    /// Elements are made one by one as they are read, and moved when the array grows.
+    static constexpr bool kIsLoadable =
+        kIsPlain || (kIsStorable && kIsMovable && std::is_default_constructible_v<TYPE>);
+    /// Elements can be moved within the array without a failure half-way.
+    static constexpr bool kMovesSafely =
+        std::is_nothrow_move_constructible_v<TYPE> && std::is_nothrow_move_assignable_v<TYPE>;
 
     /// Makes elements in slots without elements.
     static void MakeZero(TYPE* slots, int count)
@@ -142,9 +154,6 @@ private:
 
     static void StoreRun(CXArchive& archive, const TYPE* data, int count)
     {
-        static_assert(
-            kIsPlain || HasArchiveOperators<TYPE>::value || std::is_base_of_v<CXObject, TYPE>,
-            "an array serializes its elements: give the element class operator<< and operator>> for CXArchive");
         if constexpr (kIsPlain)
         {
             for (int done = 0; done < count;)

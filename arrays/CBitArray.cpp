@@ -157,7 +157,13 @@ void CBitArray::RemoveAll() noexcept
     m_presentBits = 0;
 }
 
-unsigned* CBitArray::GetBuffer(unsigned& words) const noexcept
+const unsigned* CBitArray::GetBuffer(unsigned& words) const noexcept
+{
+    words = WordsFor(m_presentBits);
+    return m_words;
+}
+
+unsigned* CBitArray::GetBuffer(unsigned& words) noexcept
 {
     words = WordsFor(m_presentBits);
     return m_words;

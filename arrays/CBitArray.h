@@ -48,7 +48,8 @@ public:
     void EraseByte(unsigned int index, bool value) noexcept;
 
     /// The words and their number; null and 0 in an empty array. The bits past the end in the last word may have any value.
-    unsigned int* GetBuffer(unsigned int& words) const noexcept;
+    unsigned int* GetBuffer(unsigned int& words) noexcept;
+    const unsigned int* GetBuffer(unsigned int& words) const noexcept;
     /// As GetBuffer; the caller releases the words with `delete[]`. The array is empty afterwards.
     [[nodiscard]] unsigned int* DetachBuffer(unsigned int& words) noexcept;
     /// Releases the words and adopts others, from `new unsigned int[]`. False when there are fewer than the bits need: they

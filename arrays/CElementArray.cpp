@@ -123,12 +123,25 @@ int CElementArray::SetGrowFactor(int growFactor) noexcept
 void CElementArray::SetSize(int newSize, bool keepMemory, int growFactor)
 {
     Require(newSize >= 0);
-    m_growFactor = tev::ChosenGrowth(m_growFactor, growFactor);
+    const int growthBefore = std::exchange(m_growFactor, tev::ChosenGrowth(m_growFactor, growFactor));
     if (newSize == 0 && !keepMemory)
     {
         Release();
         return;
     }
+    try
+    {
+        ChangeSize(newSize, keepMemory);
+    }
+    catch (...)
+    {
+        m_growFactor = growthBefore;
+        throw;
+    }
+}
+
+void CElementArray::ChangeSize(int newSize, bool keepMemory)
+{
     if (newSize > m_capacity)
         GrowTo(tev::GrownCapacity(m_size, m_capacity, m_growFactor, newSize));
     if (newSize < m_size && !keepMemory)
@@ -293,6 +306,7 @@ void CElementArray::SetAtGrow(int index, const void* source, int growFactor)
 {
     Require(index >= 0 && index < tev::kMostElements);
     const int sizeBefore = m_size;
+    const int growthBefore = m_growFactor;
     if (index >= m_size)
     {
         const bool isOwn = Owns(source);
@@ -308,6 +322,7 @@ void CElementArray::SetAtGrow(int index, const void* source, int growFactor)
     catch (...)
     {
         m_size = sizeBefore;
+        m_growFactor = growthBefore;
         throw;
     }
 }
@@ -429,62 +444,56 @@ CElementArray* CElementArray::Duplicate(bool keepMemory) const
     return copy.release();
 }
 
-// Inserts `count` constructed elements at the index; past the end, the array is filled up to the index first.
-void CElementArray::OpenGap(int index, int count)
+// Inserts `count` constructed elements at the index and has them filled; past the end, the array is filled up to the index
+// first. When that throws, the elements that were there are moved back, for which nothing must be allocated any more.
+template <class FILL>
+void CElementArray::InsertGap(int index, int count, FILL fill)
 {
     Require(index >= 0 && count >= 1 && count <= tev::kMostElements - std::max(index, m_size));
     const int sizeBefore = m_size;
-    if (index >= sizeBefore)
+    const int behind = std::max(sizeBefore - index, 0);
+    std::vector<unsigned char> inserted(behind == 0 ? 0 : Bytes(count));
+    Resize(index + behind + count, true, -1);
+    // The new elements change places with those behind the index, as bytes.
+    if (behind != 0)
     {
-        Resize(index + count, true, -1);
-        return;
+        std::memcpy(inserted.data(), Address(sizeBefore), inserted.size());
+        std::memmove(Address(index + count), Address(index), Bytes(behind));
+        std::memcpy(Address(index), inserted.data(), inserted.size());
     }
-    Resize(sizeBefore + count, true, -1);
     try
     {
-        const std::vector<unsigned char> fresh(Address(sizeBefore), Address(sizeBefore + count));
-        std::memmove(Address(index + count), Address(index), Bytes(sizeBefore - index));
-        std::memcpy(Address(index), fresh.data(), fresh.size());
+        fill();
     }
     catch (...)
     {
+        if (behind != 0)
+        {
+            std::memcpy(inserted.data(), Address(index), inserted.size());
+            std::memmove(Address(index), Address(index + count), Bytes(behind));
+            std::memcpy(Address(sizeBefore), inserted.data(), inserted.size());
+        }
         m_size = sizeBefore;
         throw;
     }
 }
 
-// Undoes OpenGap.
-void CElementArray::CloseGap(int index, int count, int sizeBefore)
-{
-    if (index < sizeBefore)
-        RemoveAt(index, count);
-    m_size = sizeBefore;
-}
-
 void CElementArray::InsertAt(int index, const void* source, int count)
 {
-    const int sizeBefore = m_size;
     const bool isOwn = Owns(source);
     auto offset = isOwn ? static_cast<std::size_t>(static_cast<const unsigned char*>(source) - m_data) : 0;
-    OpenGap(index, count);
-    if (source == nullptr)
-        return;
-    if (isOwn)
-    {
-        if (offset >= Bytes(index))
-            offset += Bytes(count);
-        source = m_data + offset;
-    }
-    try
-    {
+    InsertGap(index, count, [&] {
+        if (source == nullptr)
+            return;
+        if (isOwn)
+        {
+            if (offset >= Bytes(index))
+                offset += Bytes(count);
+            source = m_data + offset;
+        }
         for (int i = 0; i < count; ++i)
             CopyValue(Address(index + i), source);
-    }
-    catch (...)
-    {
-        CloseGap(index, count, sizeBefore);
-        throw;
-    }
+    });
 }
 
 bool CElementArray::InsertAt(int index, const CElementArray* other)
@@ -495,20 +504,12 @@ bool CElementArray::InsertAt(int index, const CElementArray* other)
     const int count = other->m_size;
     if (count == 0)
         return true;
-    const int sizeBefore = m_size;
-    OpenGap(index, count);
     // In the array itself, the gap has moved the elements behind it.
     const int unmoved = other == this ? std::min(index, count) : count;
-    try
-    {
+    InsertGap(index, count, [&] {
         CopyRun(index, *other, 0, unmoved);
         CopyRun(index + unmoved, *other, unmoved + count, count - unmoved);
-    }
-    catch (...)
-    {
-        CloseGap(index, count, sizeBefore);
-        throw;
-    }
+    });
     return true;
 }
 

@@ -86,10 +86,7 @@ public:
     /// Makes room for `count` elements, constructed behind the end where the index lies past it, and copies the value into
     /// each; null leaves them as constructed.
     void InsertAt(int index, const void* source, int count = 1);
-    void InsertAt(int index, std::nullptr_t, int count = 1)
-    {
-        InsertAt(index, static_cast<const void*>(nullptr), count);
-    }
+    void InsertAt(int index, std::nullptr_t) { InsertAt(index, static_cast<const void*>(nullptr)); }
     /// Inserts copies of all elements. False as above; a null array is an invalid argument.
     bool InsertAt(int index, const CElementArray* other);
     /// Keeps the memory.
@@ -123,8 +120,9 @@ private:
     void Destroy(int first, int last) noexcept;
     void DestroyReserve() noexcept;
     void RestoreReserve(int first, int last);
-    void OpenGap(int index, int count);
-    void CloseGap(int index, int count, int sizeBefore);
+    void ChangeSize(int newSize, bool keepMemory);
+    template <class FILL>
+    void InsertGap(int index, int count, FILL fill);
     void CopyValue(void* target, const void* source);
     void CopyRun(int targetIndex, const CElementArray& other, int sourceIndex, int count);
     void Store(CXArchive& archive);

@@ -33,6 +33,9 @@ TEVTOOLS_API const CXRuntimeClass* GetArrayClass() noexcept;
 /// Elements are destroyed when they are removed. Where memory is lacking, std::bad_alloc is thrown; that, and an exception
 /// of an element's own while elements are added, leaves the array as it was. When an element throws as it is moved within
 /// the array or assigned to, the array stays valid, with unspecified values.
+///
+/// In an array without plain data, growing moves elements by construction and not by assignment: the new memory holds no
+/// elements to assign to. Elements whose move constructor may throw are copied.
 template <class TYPE, class ARG_TYPE = const TYPE&>
 class TEVTOOLS_TEMPLATE_API CXArray : public CXObject
 {
@@ -47,6 +50,9 @@ public:
     /// address and are not pointed to from elsewhere: CXTString is one, std::string is not. Elements are always copied and
     /// destroyed by TYPE's own functions.
     explicit CXArray(bool plainData = std::is_trivially_copyable_v<TYPE>) noexcept : m_plainData(plainData) {}
+    /// Not a size: SetSize takes that.
+    template <class NUMBER, class = std::enable_if_t<std::is_scalar_v<NUMBER> && !std::is_same_v<NUMBER, bool>>>
+    explicit CXArray(NUMBER) = delete;
     CXArray(const CXArray& other) : CXArray(other.m_plainData)
     {
         m_growBy = other.m_growBy;
@@ -92,24 +98,17 @@ public:
     void SetSize(int newSize, int growBy = tev::kKeepGrowth)
     {
         Require(newSize >= 0);
-        m_growBy = tev::ChosenGrowth(m_growBy, growBy);
+        const int growth = tev::ChosenGrowth(m_growBy, growBy);
         if (newSize > m_size)
-        {
-            const bool fresh = m_data == nullptr;
-            if (fresh)
-                AllocateFirst(tev::GrownCapacity(0, 0, m_growBy, newSize), Elements::kZeroIsValue);
-            else
-                Reserve(newSize);
-            if (!fresh || !Elements::kZeroIsValue)
-                Elements::MakeZero(m_data + m_size, newSize - m_size);
-            m_size = newSize;
-        }
-        else if (newSize == 0 && growBy == tev::kGrowAutomatically)
+            return Extend(growth, [&] { AddZeros(newSize); });
+        m_growBy = growth;
+        if (newSize == 0 && growBy == tev::kGrowAutomatically)
             Release();
         else
             Truncate(newSize);
     }
-    /// Removes every element and makes exactly that capacity, unless the array is empty and has it already.
+    /// Removes every element and makes exactly that capacity, unless the array is empty and has it already. Without memory
+    /// the array is left empty.
     void PreAllocate(int capacity, int growBy = tev::kKeepGrowth)
     {
         Require(capacity >= 0);
@@ -153,8 +152,9 @@ public:
         const int index = m_size;
         if (index < m_capacity)
         {
-            m_growBy = tev::ChosenGrowth(m_growBy, growBy);
+            const int growth = tev::ChosenGrowth(m_growBy, growBy);
             ::new (static_cast<void*>(m_data + index)) TYPE(value);
+            m_growBy = growth;
             m_size = index + 1;
         }
         else
@@ -164,13 +164,11 @@ public:
     /// Appends the elements of the other array, which may be this one. Returns the new size.
     int AddArray(const CXArray& other)
     {
-        const int count = other.m_size;
-        if (count != 0)
-        {
-            Reserve(Sum(m_size, count));
-            std::uninitialized_copy_n(other.m_data, count, m_data + m_size);
-            m_size += count;
-        }
+        const int newSize = Sum(m_size, other.m_size);
+        Extend(m_growBy, [&] {
+            Reserve(newSize);
+            AppendCopies(other.m_data, newSize - m_size);
+        });
         return m_size;
     }
 
@@ -201,13 +199,18 @@ public:
     {
         Require(index >= 0 && count >= 1);
         const int newSize = Sum(std::max<int>(index, m_size), count);
-        const TYPE copy(value);
-        Reserve(newSize);
-        if (index < m_size)
-            OpenGap(index, count, copy);
-        else
+        TYPE copy(value);
+        Extend(m_growBy, [&] {
+            if (index < m_size)
+                return InsertBefore(index, count, newSize, copy);
+            Reserve(newSize);
             AppendBehind(index, count, [&](TYPE* at) { std::uninitialized_fill_n(at, count, copy); });
+        });
     }
+    /// In an array of narrow integers, NULL (a long) is mistaken for an address as in CElementArray, or the value does not fit.
+    template <class NUMBER, class = std::enable_if_t<std::is_same_v<NUMBER, long> && std::is_integral_v<TYPE> &&
+                                                     sizeof(TYPE) < sizeof(NUMBER)>>
+    void InsertAt(int, NUMBER, int = 1) = delete;
     /// Removes a run of elements, which must lie in the array. The capacity stays.
     void RemoveAt(int index, int count = 1)
     {
@@ -243,14 +246,19 @@ public:
         return true;
     }
 
-    /// Plain elements go as their bytes, others through their archive operators or, objects, their own Serialize. When
-    /// loading fails, the array holds some of the elements that could be read.
+    /// Plain elements are written as their bytes, others through their archive operators or, objects, their own Serialize.
+    /// Elements with none of these are archiveGeneric, and so are, while loading, those without a default constructor or
+    /// that cannot be moved. When loading fails, the array holds some of the elements that could be read.
     void Serialize(CXArchive& archive) override
     {
         if (archive.IsStoring())
-            Elements::Store(archive, m_data, m_size);
-        else
-            Load(archive);
+        {
+            if constexpr (Elements::kIsStorable)
+                return Elements::Store(archive, m_data, m_size);
+        }
+        else if constexpr (Elements::kIsLoadable)
+            return Load(archive);
+        tev::RefuseElements(archive);
     }
 
 private:
@@ -271,7 +279,7 @@ private:
         Require(index >= 0 && index < m_size);
         return index;
     }
-    bool MovesAsBytes() const noexcept { return std::is_trivially_copyable_v<TYPE> || m_plainData; }
+    bool MovesAsBytes() const noexcept { return Elements::kIsPlain || m_plainData; }
 
     /// Makes the capacity reach a size.
     void Reserve(int newSize)
@@ -322,23 +330,68 @@ private:
         m_size = size;
     }
 
+    /// Makes a change that only adds elements. When it throws, growth setting and capacity are as before too.
+    template <class CHANGE>
+    void Extend(int growth, CHANGE change)
+    {
+        const int growthBefore = m_growBy;
+        const int capacityBefore = m_capacity;
+        m_growBy = growth;
+        try
+        {
+            change();
+        }
+        catch (...)
+        {
+            m_growBy = growthBefore;
+            if (capacityBefore == 0)
+                Release();
+            m_capacity = capacityBefore; // a larger block is kept for later growth
+            throw;
+        }
+    }
+
+    void AddZeros(int newSize)
+    {
+        const bool fresh = m_data == nullptr;
+        if (fresh)
+            AllocateFirst(tev::GrownCapacity(0, 0, m_growBy, newSize), Elements::kZeroIsValue);
+        else
+            Reserve(newSize);
+        if (!fresh || !Elements::kZeroIsValue)
+            Elements::MakeZero(m_data + m_size, newSize - m_size);
+        m_size = newSize;
+    }
+
+    /// In memory that suffices.
+    void AppendCopies(const TYPE* values, int count)
+    {
+        std::uninitialized_copy_n(values, count, m_data + m_size);
+        m_size += count;
+    }
+
     /// At the end or behind it. The value may lie in the memory that is grown.
     void Append(int index, ARG_TYPE value, int growBy)
     {
         const int newSize = Sum(index, 1);
         const int growth = tev::ChosenGrowth(m_growBy, growBy);
         TYPE copy(value);
-        m_growBy = growth;
-        Reserve(newSize);
-        AppendBehind(index, 1, [&](TYPE* at) { ::new (static_cast<void*>(at)) TYPE(std::move_if_noexcept(copy)); });
+        Extend(growth, [&] {
+            Reserve(newSize);
+            AppendBehind(index, 1, [&](TYPE* at) { ::new (static_cast<void*>(at)) TYPE(std::move_if_noexcept(copy)); });
+        });
     }
 
-    /// Makes the elements up to the index, then those that `make` makes there, or none.
+    /// Makes the elements up to the index, then those that `make` makes there, or none. Elements without a default
+    /// constructor cannot fill a gap.
     template <class MAKE>
     void AppendBehind(int index, int count, MAKE make)
     {
         const int before = m_size;
-        Elements::MakeZero(m_data + m_size, index - m_size);
+        if constexpr (std::is_default_constructible_v<TYPE>)
+            Elements::MakeZero(m_data + m_size, index - m_size);
+        else
+            Require(index == m_size);
         m_size = index;
         try
         {
@@ -360,45 +413,79 @@ private:
             CXArray fresh(m_plainData);
             fresh.m_growBy = m_growBy;
             fresh.AllocateFirst(tev::GrownCapacity(m_size, m_capacity, m_growBy, count), false);
-            std::uninitialized_copy_n(values, count, fresh.m_data);
-            fresh.m_size = count;
+            fresh.AppendCopies(values, count);
             return Swap(fresh);
         }
         const int common = std::min<int>(count, m_size);
         if (values != m_data)
             std::copy(values, values + common, m_data);
         Truncate(common);
-        std::uninitialized_copy_n(values + common, count - common, m_data + common);
-        m_size = count;
+        AppendCopies(values + common, count - common);
     }
 
-    /// Before an element, in memory that suffices.
-    void OpenGap(int index, int count, const TYPE& value)
+    /// Before an element. Copies of the value are made first, since that may fail.
+    void InsertBefore(int index, int count, int newSize, TYPE& value)
+    {
+        if (MovesAsBytes())
+        {
+            Reserve(newSize);
+            TYPE* gap = m_data + index;
+            const int behind = m_size - index;
+            Elements::MoveBytes(gap + count, gap, behind);
+            Elements::FillGap(gap, count, value, behind);
+            m_size = newSize;
+        }
+        else if constexpr (!Elements::kMovesSafely)
+            InsertInCopy(index, count, newSize, value);
+        else if (count == 1)
+        {
+            Reserve(newSize);
+            MoveInto(index, &value, 1);
+        }
+        else
+        {
+            CXArray values(m_plainData);
+            values.AllocateFirst(count, false);
+            std::uninitialized_fill_n(values.m_data, count, value);
+            values.m_size = count;
+            Reserve(newSize);
+            MoveInto(index, values.m_data, count);
+        }
+    }
+    /// For elements whose moves may throw: a copy of the array with the values takes its place.
+    void InsertInCopy(int index, int count, int newSize, const TYPE& value)
+    {
+        const int capacity =
+            newSize > m_capacity ? tev::GrownCapacity(m_size, m_capacity, m_growBy, newSize) : int(m_capacity);
+        CXArray fresh(m_plainData);
+        fresh.AllocateFirst(capacity > m_slots ? tev::SlotsForGrowth(m_slots, capacity) : int(m_slots), false);
+        fresh.AppendCopies(m_data, index);
+        std::uninitialized_fill_n(fresh.end(), count, value);
+        fresh.m_size += count;
+        fresh.AppendCopies(m_data + index, m_size - index);
+        fresh.m_capacity = capacity;
+        fresh.m_growBy = m_growBy;
+        Swap(fresh);
+    }
+    /// Moves values before an element, in memory that suffices; for elements whose moves do not throw.
+    void MoveInto(int index, TYPE* values, int count) noexcept
     {
         TYPE* gap = m_data + index;
         TYPE* last = end();
         const int behind = m_size - index;
-        if (MovesAsBytes())
-        {
-            Elements::MoveBytes(gap + count, gap, behind);
-            Elements::FillGap(gap, count, value, behind);
-            m_size += count;
-        }
-        else if (behind > count)
+        if (behind > count)
         {
             std::uninitialized_move(last - count, last, last);
-            m_size += count;
             std::move_backward(gap, last - count, last);
-            std::fill_n(gap, count, value);
+            std::move(values, values + count, gap);
         }
         else
         {
-            std::uninitialized_fill_n(last, count - behind, value);
-            m_size += count - behind;
+            std::uninitialized_move_n(values + behind, count - behind, last);
             std::uninitialized_move(gap, last, gap + count);
-            m_size += behind;
-            std::fill(gap, last, value);
+            std::move(values, values + behind, gap);
         }
+        m_size += count;
     }
 
     /// How many elements follow is what the archive says, so memory is taken in steps, as they are read.

@@ -1,10 +1,12 @@
 #include "arrays/COffsetArray.h"
 
 #include "tests/support/ArchiveTools.h"
+#include "tests/support/FailingAllocations.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <functional>
 #include <random>
 #include <vector>
 
@@ -201,5 +203,46 @@ TEST(COffsetArray, HostileArchivesFail)
     COffsetArray array;
     EXPECT_EQ(ThrownByLoading(array, {1, 0, 0, 0, 1, 0, 0, 0, 0xFE, 0xFF, 0xFF, 0xFF, 1, 2, 3, 4}), kNothingThrown);
     EXPECT_EQ(Stored(array), (Bytes{1, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 1, 2, 3, 4}));
+}
+
+TEST(COffsetArray, WithoutMemoryItStaysAsItWas)
+{
+    COffsetArray narrow;
+    for (unsigned i = 0; i < 8; ++i)
+        narrow.SetAtGrow(i, i * 3);
+    narrow.FreeExtra();
+    COffsetArray both(narrow);
+    both.SetAtGrow(5, kWide + 5);
+    const Bytes stored = Stored(both);
+    const std::function<void(COffsetArray&)> operations[] = {
+        [](COffsetArray& array) { array.SetAtGrow(8, 1); },
+        [](COffsetArray& array) { array.SetAtGrow(3, kWide); },
+        [](COffsetArray& array) { array.SetAtGrow(9, kWide); },
+        [](COffsetArray& array) { array.SetSize(1000, 4); },
+        [](COffsetArray& array) { array = COffsetArray(array); },
+    };
+    for (const COffsetArray& before : {narrow, both})
+    {
+        for (const auto& operation : operations)
+        {
+            FailEachAllocation([&](FailingAllocations& failing) {
+                COffsetArray array(before);
+                if (!failing.Run([&] { operation(array); }))
+                {
+                    EXPECT_EQ(EntriesOf(array), EntriesOf(before)) << &operation - operations;
+                }
+                array.SetAtGrow(20, kWide);
+                EXPECT_EQ(array[20], kWide);
+            });
+        }
+    }
+    const unsigned allocations = FailEachAllocation([&](FailingAllocations& failing) {
+        CXMemFile file(stored.data(), stored.size(), false);
+        CXArchive archive(&file, xArchiveLoad);
+        COffsetArray array(narrow);
+        const bool loaded = failing.Run([&] { array.Serialize(archive); });
+        EXPECT_EQ(EntriesOf(array), loaded ? EntriesOf(both) : std::vector<Offset>());
+    });
+    EXPECT_EQ(allocations, 2U);
 }
 } // namespace

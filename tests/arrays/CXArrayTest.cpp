@@ -2,12 +2,15 @@
 
 #include "tests/support/ArchiveTools.h"
 #include "tests/support/ArrayModel.h"
+#include "tests/support/FailingAllocations.h"
 #include "tests/support/PrintText.h"
 #include "tests/support/Tracked.h"
 
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <memory>
+#include <mutex>
 #include <random>
 #include <string>
 #include <vector>
@@ -208,8 +211,11 @@ TYPED_TEST(CXArrayOfThrowing, NothingLeaksAndAdditionsThatFailAreUndone)
         {[](Array& array) { array.InsertAt(13, array[3], 2); }, true},
         {[](Array& array) { array = Array(array); }, true},
         {[](Array& array) { array.Copy(std::vector<Type>(50, Type(1)).data(), 50); }, true},
-        {[](Array& array) { array.InsertAt(2, array[3], 3); }, TypeParam::kPlainData},
-        {[](Array& array) { array.InsertAt(9, array[3], 4); }, TypeParam::kPlainData},
+        {[](Array& array) { array.InsertAt(2, array[3], 3); }, true},
+        {[](Array& array) { array.InsertAt(2, array[3]); }, true},
+        {[](Array& array) { array.InsertAt(9, array[3], 4); }, true},
+        {[](Array& array) { array.SetSize(15, 3); }, true},
+        {[](Array& array) { array.Add(array[3], 7); }, true},
         {[](Array& array) { array.RemoveAt(2, 3); }, TypeParam::kPlainData},
         {[](Array& array) { array.Remove(array[4]); }, false},
         {[](Array& array) { array.Copy(std::vector<Type>(5, Type(1)).data(), 5); }, false},
@@ -219,13 +225,29 @@ TYPED_TEST(CXArrayOfThrowing, NothingLeaksAndAdditionsThatFailAreUndone)
         // The array is full the first time and has room the second time.
         for (const int room : {0, 30})
         {
+            const auto filled = [&] {
+                Array array(TypeParam::kPlainData);
+                array.PreAllocate(10 + room, 5);
+                for (int i = 0; i < 10; ++i)
+                    array.Add(Type(i));
+                return array;
+            };
+            const auto check = [&, m_undone = undone](const Array& array, bool done) {
+                EXPECT_EQ(Type::s_live, array.GetSize());
+                if (done || !m_undone)
+                    return;
+                EXPECT_EQ(array.GetCapacity(), 10 + room);
+                ASSERT_EQ(array.GetSize(), 10);
+                for (int i = 0; i < 10; ++i)
+                    EXPECT_EQ(array[i].Value(), i);
+                Array next = array; // and with the same growth setting
+                next.SetSize(next.GetCapacity() + 1);
+                EXPECT_EQ(next.GetCapacity(), 15);
+            };
             bool done = false;
             for (int throwIn = 1; !done; ++throwIn)
             {
-                Array array(TypeParam::kPlainData);
-                array.PreAllocate(10 + room);
-                for (int i = 0; i < 10; ++i)
-                    array.Add(Type(i));
+                Array array = filled();
                 Type::s_throwIn = throwIn;
                 try
                 {
@@ -234,19 +256,68 @@ TYPED_TEST(CXArrayOfThrowing, NothingLeaksAndAdditionsThatFailAreUndone)
                 }
                 catch (const std::runtime_error&)
                 {
-                    if (undone)
-                    {
-                        ASSERT_EQ(array.GetSize(), 10);
-                        for (int i = 0; i < 10; ++i)
-                            ASSERT_EQ(array[i].Value(), i) << i;
-                    }
                 }
                 Type::s_throwIn = 0;
-                ASSERT_EQ(Type::s_live, array.GetSize());
+                check(array, done);
             }
+            FailEachAllocation([&, m_run = run](FailingAllocations& failing) {
+                Array array = filled();
+                const bool completed = failing.Run([&] { m_run(array); });
+                check(array, completed);
+            });
         }
     }
     EXPECT_EQ(Type::s_live, 0);
+}
+
+struct Named // neither plain nor with operators
+{
+    CXTString<wchar_t> m_name;
+    int m_number = 0;
+};
+
+struct Unmade // cannot be made without an argument
+{
+    explicit Unmade(int value) : m_value(value) {}
+    Tracked<true> m_value;
+};
+
+template <class TYPE>
+void ExpectNotSerializable()
+{
+    CXArray<TYPE> array;
+    CXMemFile file;
+    CXArchive storing(&file, xArchiveStore);
+    EXPECT_EQ(Thrown<CXArchiveException>([&] { array.Serialize(storing); }), archiveGeneric);
+    storing.Close();
+    EXPECT_EQ(file.GetLength(), 0u);
+    CXArchive loading(&file, xArchiveLoad);
+    EXPECT_EQ(Thrown<CXArchiveException>([&] { array.Serialize(loading); }), archiveGeneric);
+    loading.Close();
+    EXPECT_EQ(Thrown<CXArchiveException>([&] { array.Serialize(loading); }), archiveGeneric);
+}
+
+TEST(CXArray, HoldsElementsThatCannotGoThroughAnArchive)
+{
+    ExpectNotSerializable<Named>();
+    ExpectNotSerializable<Unmade>();
+    ExpectNotSerializable<std::unique_ptr<int>>();
+    ExpectNotSerializable<std::mutex>();
+    CXArray<Named> named;
+    named.InsertAt(2, {L"text", 5});
+    named.Add(named[2]);
+    EXPECT_STREQ(named[3].m_name, L"text");
+    CXArray<Unmade> unmade;
+    for (int i = 0; i < 20; ++i)
+        unmade.InsertAt(0, Unmade(i));
+    unmade.RemoveAt(1, 18);
+    EXPECT_EQ(unmade[0].m_value.Value() + unmade[1].m_value.Value(), 19);
+    CXArray<std::unique_ptr<int>> owners;
+    owners.SetSize(3);
+    owners[2] = std::make_unique<int>(4);
+    owners.SetSize(30);
+    owners.RemoveAt(0, 2);
+    EXPECT_EQ(*owners[0], 4);
 }
 
 TEST(CXArray, ElementsThatCanBeMovedAreNotCopiedWhenTheArrayGrows)

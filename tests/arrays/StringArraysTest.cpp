@@ -1,10 +1,12 @@
 #include "arrays/StringArrays.h"
 
+#include "tests/support/FailingAllocations.h"
 #include "tests/support/FileFailure.h"
 #include "tests/support/PrintText.h"
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <initializer_list>
 #include <string>
 
@@ -95,5 +97,31 @@ TEST(StringArrays, AreTakenOutOfAList)
     EXPECT_EQ(Joined(strings), L"p q r ");
     EXPECT_EQ(ExtractString(L"|", strings), 0);
     EXPECT_TRUE(strings.IsEmpty());
+}
+
+TEST(StringArrays, WithoutMemoryTheyStayAsTheyWere)
+{
+    using tev::test::FailingAllocations;
+    const Strings source = Make({L"some text", L"b", L"a", L"b", L"and another that is longer"});
+    const CXTString<wchar_t> list(L"one|a second part that is longer|three");
+    const std::function<void(Strings&)> operations[] = {
+        [](Strings& strings) { SortStringArray(strings, xCompare); },
+        [](Strings& strings) { SortStringArray(strings, xCollateNoCase); },
+        [&](Strings& strings) { CopyStringArray(strings, source, true, true); },
+        [&](Strings& strings) { CopyStringArray(strings, source); },
+        [&](Strings& strings) { ExtractString(list, strings); },
+    };
+    for (const auto& operation : operations)
+    {
+        const unsigned allocations = tev::test::FailEachAllocation([&](FailingAllocations& failing) {
+            Strings strings = Make({L"d", L"text", L"B", L"C"});
+            const std::wstring before = Joined(strings);
+            if (!failing.Run([&] { operation(strings); }))
+            {
+                EXPECT_EQ(Joined(strings), before) << &operation - operations;
+            }
+        });
+        EXPECT_NE(allocations, 0u) << &operation - operations;
+    }
 }
 } // namespace

@@ -10,7 +10,7 @@ template <bool NOTHROW_MOVE>
 class Tracked
 {
 public:
-    Tracked(int value = 0) : m_value((Count(), new int(value))) {}
+    Tracked(int value = 0) : m_value(std::make_unique<int>(value)) { Count(); }
     Tracked(const Tracked& other) : Tracked(*other.m_value) {}
     Tracked(Tracked&& other) noexcept(NOTHROW_MOVE) : Tracked(other, std::bool_constant<NOTHROW_MOVE>()) {}
     Tracked& operator=(const Tracked& other)
