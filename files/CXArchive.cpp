@@ -18,6 +18,25 @@ constexpr unsigned __int64 kUnlimited = std::numeric_limits<unsigned __int64>::m
 // The most that one call of the file is asked to move; its counts have 32 bits.
 constexpr unsigned __int64 kLargestTransfer = 0x40000000;
 constexpr unsigned kExposesMemory = 1;
+constexpr unsigned __int64 kSeekFailed = ~0ull;
+
+// For what must not throw. A user-defined file may throw anything.
+template <class WORK>
+void DoQuietly(WORK work) noexcept
+{
+    try
+    {
+        work();
+    }
+    catch (CXException* exception)
+    {
+        exception->Delete();
+    }
+    catch (...)
+    {
+        return; // and is not reported
+    }
+}
 } // namespace
 
 CXArchive::CXArchive(CXFile* file, unsigned int mode, unsigned int bufferSize, void* buffer)
@@ -50,27 +69,18 @@ CXArchive::CXArchive(CXFile* file, unsigned int mode, unsigned int bufferSize, v
 
 CXArchive::~CXArchive()
 {
-    try
-    {
-        if (m_file != nullptr && (m_mode & xArchiveNoFlushOnDelete) == 0)
-            Flush(true);
-    }
-    catch (CXException* exception)
-    {
-        exception->Delete();
-    }
-    catch (...)
-    {
-        // A user-defined file may throw anything, and a destructor cannot report it.
-    }
+    if (m_file != nullptr && (m_mode & xArchiveNoFlushOnDelete) == 0)
+        DoQuietly([this] { Flush(true); });
     Detach();
 }
 
 void CXArchive::SetBudget(unsigned __int64 bytes, unsigned __int64 objects, unsigned int depth) noexcept
 {
-    if ((m_mode & xArchiveStrict) == 0)
+    if (IsStoring())
         return;
-    // What is buffered was taken from the file, and a flush may give it back.
+    // What a file that cannot seek has delivered already is taken from the budget.
+    if (m_file != nullptr)
+        DoQuietly([this] { ReturnUnread(); });
     m_bytesLeft = bytes - std::min(bytes, static_cast<unsigned __int64>(m_end - m_current));
     m_objectsLeft = objects;
     m_nestingLimit = depth;
@@ -92,12 +102,10 @@ unsigned __int64 CXArchive::Read(void* target, unsigned __int64 count)
 // Reads what the empty buffer cannot give: whole multiples of its size go straight into the target.
 unsigned __int64 CXArchive::ReadPast(unsigned char* target, unsigned __int64 count)
 {
-    if (count > m_bytesLeft)
-        Fail(archiveGeneric);
     unsigned __int64 delivered = 0;
-    for (const unsigned __int64 whole = count - count % m_bufferSize; delivered < whole;)
+    for (const unsigned __int64 whole = count - count % m_bufferSize; delivered < whole && m_bytesLeft != 0;)
     {
-        const auto step = static_cast<unsigned>(std::min(whole - delivered, kLargestTransfer));
+        const auto step = static_cast<unsigned>(std::min({whole - delivered, kLargestTransfer, m_bytesLeft}));
         const unsigned got = m_file->Read(target + delivered, step);
         m_bytesLeft -= got;
         delivered += got;
@@ -118,7 +126,19 @@ unsigned __int64 CXArchive::ReadPast(unsigned char* target, unsigned __int64 cou
     if (tail != 0)
         std::memcpy(target + delivered, m_current, tail);
     m_current += tail;
+    if (tail < rest && IsOverBudget())
+        Fail(archiveGeneric);
     return delivered + tail;
+}
+
+// Whether reading ended because of the budget: the file has more.
+bool CXArchive::IsOverBudget()
+{
+    unsigned char next = 0;
+    if (m_bytesLeft != 0 || m_file->Read(&next, 1) == 0)
+        return false;
+    m_file->Seek(-1, CXFile::current);
+    return true;
 }
 
 void CXArchive::EnsureRead(void* target, unsigned __int64 count)
@@ -169,14 +189,7 @@ void CXArchive::Flush(bool final)
     if (m_file == nullptr)
         Fail(archiveGeneric);
     if (IsLoading())
-    {
-        const __int64 unread = m_end - m_current;
-        if (unread != 0)
-            m_file->Seek(-unread, CXFile::current);
-        m_bytesLeft += static_cast<unsigned __int64>(unread);
-        m_current = m_end;
-        return;
-    }
+        return ReturnUnread();
     const auto pending = static_cast<unsigned>(m_current - m_start);
     if (!m_directBuffer)
     {
@@ -193,11 +206,25 @@ void CXArchive::Flush(bool final)
         RequestBlock();
 }
 
+// Moves the file's position back to the archive's. What a file that cannot seek has delivered stays in the buffer.
+void CXArchive::ReturnUnread()
+{
+    const __int64 unread = m_end - m_current;
+    if (unread == 0 || m_file->Seek(-unread, CXFile::current) == kSeekFailed)
+        return;
+    m_bytesLeft += static_cast<unsigned __int64>(unread);
+    m_current = m_end;
+}
+
 void CXArchive::Close()
 {
     if (m_file == nullptr)
         return;
-    Flush(true);
+    // The position of a file that was read matters only to a caller that reads on, and sees it there.
+    if (IsLoading())
+        DoQuietly([this] { ReturnUnread(); });
+    else
+        Flush(true);
     Detach();
 }
 
@@ -264,7 +291,9 @@ void CXArchive::FillBuffer(std::size_t needed)
     const std::size_t wanted = unread + needed;
     if (m_directBuffer)
     {
-        Flush(false);
+        ReturnUnread();
+        if (m_current != m_end)
+            Fail(archiveGeneric);
         RequestBlock();
     }
     else
@@ -277,7 +306,7 @@ void CXArchive::FillBuffer(std::size_t needed)
     if (wanted > m_bufferSize)
         CXArchiveException::Throw(archiveBufferFull);
     if (static_cast<std::size_t>(m_end - m_current) < wanted)
-        CXArchiveException::Throw(m_bytesLeft == 0 ? archiveGeneric : archiveEndOfFile);
+        CXArchiveException::Throw(IsOverBudget() ? archiveGeneric : archiveEndOfFile);
 }
 
 // Appends to the archive's own buffer until `wanted` more bytes were read, the buffer is full or the file ends.

@@ -64,11 +64,11 @@ public:
     /// object it stays that object's, so an object asks before it reads its parts.
     unsigned int GetObjectSchema() const noexcept { return m_objectSchema; }
 
-    /// How deep loaded objects may nest in each other, 10,000 when not set; deeper is archiveGeneric. The stack must hold
-    /// as many calls of Serialize.
+    /// How deep objects may nest in each other, 10,000 when not set; deeper is archiveGeneric, while storing as while
+    /// loading. Where the thread's stack is too small for so many calls of Serialize, the limit is where it is used up.
     void SetNestingLimit(unsigned int depth) noexcept { m_nestingLimit = depth; }
-    /// For strict loading: how many bytes may be read and how many objects created, and how deep these may nest; more is
-    /// archiveGeneric. Without it only the nesting is limited.
+    /// For loading: how many bytes may be read and how many objects created, and how deep these may nest; more is
+    /// archiveGeneric. Without it only the nesting is limited. Has no effect on storing.
     void SetBudget(unsigned __int64 bytes, unsigned __int64 objects, unsigned int depth) noexcept;
     /// The objects that loading has created so far, in that order. After a failure some of them may have
     /// no owner: this is how they are found and deleted.
@@ -79,12 +79,13 @@ public:
     /// Reads all bytes or fails.
     void EnsureRead(void* target, unsigned __int64 count);
     void Write(const void* source, unsigned __int64 count);
-    /// Storing: hands what is buffered to the file. Loading: moves the file's position to the archive's. `final` says that
-    /// nothing is written after it.
+    /// Storing: passes what is buffered to the file. Loading: moves the file's position to the archive's; where the file
+    /// cannot seek, what is buffered stays to be read. `final` says that nothing is written after it.
     void Flush(bool final = false);
-    /// Flushes and lets go of the file. A second call does nothing.
+    /// Flushes and detaches the file. Loading, it never throws: where the file cannot seek, its position stays. A second
+    /// call does nothing.
     void Close();
-    /// Lets go of the file without flushing.
+    /// Detaches the file without flushing.
     void Abort();
 
     // Scalars. A wide character above U+FFFF has no 16-bit form: an invalid argument, and nothing is written. A bool that
@@ -211,6 +212,8 @@ private:
     void Fetch(std::size_t wanted);
     void SetBuffer(unsigned char* start, unsigned char* current, unsigned char* end) noexcept;
     void RequestBlock();
+    void ReturnUnread();
+    bool IsOverBudget();
     void Detach() noexcept;
     unsigned __int64 ReadPast(unsigned char* target, unsigned __int64 count);
     void WriteUnits(const wchar_t* text, std::size_t length, xStringEncoding encoding);
@@ -220,6 +223,7 @@ private:
     template <class Resize>
     void ReadInSteps(std::size_t count, Resize resize);
 
+    void CheckNesting() const;
     void WriteReference(unsigned int index, unsigned int classBit);
     unsigned int NextIndex();
     tev::ArchiveReferences& GetReferences();

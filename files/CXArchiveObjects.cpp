@@ -5,6 +5,7 @@
 #include "maps/CHashMap.h"
 #include "objects/CXException.h"
 #include "objects/ThreadException.h"
+#include "platform/StackRoom.h"
 
 #include <climits>
 #include <cstring>
@@ -134,6 +135,8 @@ void CXArchive::WriteObject(const CXObject* object)
         WriteReference(*index, 0);
         return;
     }
+    const NestingLevel level(m_nesting);
+    CheckNesting();
     WriteClass(object->GetRuntimeClassDescriptor());
     EnterStored(object);
     // Objects write themselves through the function that reads them, too.
@@ -142,11 +145,9 @@ void CXArchive::WriteObject(const CXObject* object)
 
 void CXArchive::WriteClass(const CXRuntimeClass* type)
 {
-    if (IsLoading() || m_file == nullptr)
-        Fail(archiveGeneric);
     if (type == nullptr)
         Fail(archiveBadClass);
-    if (!type->IsSerializable())
+    if (IsLoading() || m_file == nullptr || !type->IsSerializable())
         Fail(archiveGeneric);
     if (const unsigned* index = GetReferences().m_stored.Find(type))
     {
@@ -156,6 +157,13 @@ void CXArchive::WriteClass(const CXRuntimeClass* type)
     *this << static_cast<unsigned short>(kNewClass);
     type->Save(*this);
     EnterStored(type);
+}
+
+// What is deeper could be written and not read again, or would run off the stack.
+void CXArchive::CheckNesting() const
+{
+    if (m_nesting > m_nestingLimit || (m_nesting > 1 && !tev::platform::HasStackRoom()))
+        Fail(archiveGeneric);
 }
 
 void CXArchive::WriteReference(unsigned int index, unsigned int classBit)
@@ -234,7 +242,8 @@ CXObject* CXArchive::ReadObject(const CXRuntimeClass* requested)
 CXObject* CXArchive::ReadNewObject(const CXRuntimeClass* type, unsigned int schema)
 {
     const NestingLevel level(m_nesting);
-    if (m_nesting > m_nestingLimit || m_objectsLeft == 0)
+    CheckNesting();
+    if (m_objectsLeft == 0)
         Fail(archiveGeneric);
     --m_objectsLeft;
     std::unique_ptr<CXObject> created(type->CreateObject());

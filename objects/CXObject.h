@@ -7,7 +7,8 @@
 class CXArchive;
 class CXObject;
 
-/// Bits of a class record's schema word; the low 24 bits are the schema number.
+/// Bits of a class record's schema word; the low 24 bits are the schema number, which is at most 65,535 unless one of these
+/// bits is set.
 constexpr unsigned xSchemaNotSerializable = 0x10000000u; ///< objects of the class may not go through an archive
 constexpr unsigned xSchemaVersionable = 0x20000000u;     ///< objects of another schema number may be loaded
 
@@ -98,8 +99,14 @@ private:
     }                                                                                                                  \
     const CXRuntimeClass* GetRuntimeClassDescriptor() const override;
 
+// Archives hold 16 bits of a schema number and compare 24: a larger one is only for what need not be equal to be read.
+#define X_CHECK_SCHEMA(schema)                                                                                         \
+    static_assert(((schema)&0xFFFFFFu) <= 0xFFFFu || ((schema) & (xSchemaNotSerializable | xSchemaVersionable)) != 0,  \
+                  "a schema number above 65535 needs xSchemaVersionable: archives hold 16 bits of it")
+
 // A record is used by static objects of other sources, so the compiler must fill it in and not the start-up code.
 #define X_IMPLEMENT_CLASS_RECORD(Class, Base, schema, create)                                                          \
+    X_CHECK_SCHEMA(schema);                                                                                            \
     X_CONSTINIT const CXRuntimeClass Class::classCreator##Class = {#Class, sizeof(Class), schema,                      \
                                                                    &Base::classCreator##Base, create};                 \
     const CXRuntimeClass* Class::GetRuntimeClassDescriptor() const                                                     \
