@@ -10,6 +10,9 @@
 namespace
 {
 constexpr unsigned kUtf8CodePage = 65001;
+constexpr unsigned kUtf16CodePage = 1200;
+constexpr unsigned kUtf16BECodePage = 1201;
+constexpr unsigned __int64 kFailed = ~0ull;
 constexpr char kUtf16Mark[] = {'\xFF', '\xFE'};
 constexpr char kUtf8Mark[] = {'\xEF', '\xBB', '\xBF'};
 
@@ -21,6 +24,32 @@ void CutTo(CXTString<wchar_t>& line, std::size_t length)
     text.m_data[length] = 0;
     text.m_length = length;
 }
+
+xStringEncoding EncodingOfMark(const char* start, std::size_t size)
+{
+    if (size >= sizeof(kUtf16Mark) && std::memcmp(start, kUtf16Mark, sizeof(kUtf16Mark)) == 0)
+        return xEncodingUtf16;
+    if (size >= sizeof(kUtf8Mark) && std::memcmp(start, kUtf8Mark, sizeof(kUtf8Mark)) == 0)
+        return xEncodingUtf8;
+    return xEncodingUnknown;
+}
+
+// Turns exceptions on as long as it lives.
+class Throwing
+{
+public:
+    explicit Throwing(bool& throwOnError) : m_throwOnError(throwOnError), m_before(throwOnError)
+    {
+        throwOnError = true;
+    }
+    ~Throwing() { m_throwOnError = m_before; }
+    Throwing(const Throwing&) = delete;
+    Throwing& operator=(const Throwing&) = delete;
+
+private:
+    bool& m_throwOnError;
+    bool m_before;
+};
 
 // Position of the first NUL, or the length.
 std::size_t FindNul(const wchar_t* text, std::size_t length)
@@ -66,14 +95,10 @@ xStringEncoding CStdioFileEx::GetFileEncoding(const CXTString<wchar_t>& path, bo
 {
     hasBom = false;
     CXFile file(path.GetConstBuffer(), modeRead | shareDenyNone | typeBinary);
-    char start[3];
+    char start[sizeof(kUtf8Mark)];
     const unsigned int count = file.Read(start, sizeof(start));
     file.Close();
-    xStringEncoding encoding = xEncodingUnknown;
-    if (count >= sizeof(kUtf16Mark) && std::memcmp(start, kUtf16Mark, sizeof(kUtf16Mark)) == 0)
-        encoding = xEncodingUtf16;
-    else if (count == sizeof(kUtf8Mark) && std::memcmp(start, kUtf8Mark, sizeof(kUtf8Mark)) == 0)
-        encoding = xEncodingUtf8;
+    const xStringEncoding encoding = EncodingOfMark(start, count);
     hasBom = encoding != xEncodingUnknown;
     return encoding;
 }
@@ -81,8 +106,9 @@ xStringEncoding CStdioFileEx::GetFileEncoding(const CXTString<wchar_t>& path, bo
 bool CStdioFileEx::Open(const wchar_t* path, unsigned int mode, CXFileException* error)
 {
     m_bomPending = true;
-    m_mayBeAtStart = true;
+    m_atStart = true;
     m_hasBom = false;
+    m_markSize = 0;
     m_encoding = xEncodingUnknown;
     m_openMode = mode;
     m_carriageReturnMode = false;
@@ -90,18 +116,15 @@ bool CStdioFileEx::Open(const wchar_t* path, unsigned int mode, CXFileException*
     m_path = path;
     try
     {
-        LeaveFile(); // its lock would keep the same file from being opened
-        unsigned int passedOn = mode;
+        if (!CXStdioFile::Open(path, mode, error))
+            return false;
+        const Throwing throwing(m_throwOnError); // a mark that cannot be read is not a missing one
         if (IsTextRead())
-            m_encoding = GetFileEncoding(m_path, m_hasBom);
+            DetectMark();
         else if ((mode & kWriteUtf16) != 0 && (mode & (modeCreate | modeWrite | modeReadWrite)) != 0)
             m_openMode |= kUtf16Written;
-        if (tev::IsUtf16(TextEncoding()))
-            passedOn = (mode & ~(typeText | kReadUtf8 | kWriteUtf16)) | typeBinary;
-        if ((passedOn & typeText) != 0 && (passedOn & kReadUtf8) != 0 && m_encoding == xEncodingUnknown)
+        if ((mode & typeText) != 0 && (mode & kReadUtf8) != 0 && !WritesUtf16() && m_encoding == xEncodingUnknown)
             m_encoding = xEncodingUtf8;
-        if (!CXStdioFile::Open(path, passedOn, error))
-            return false;
         if (IsTextRead())
             CheckCarriageReturns();
         return true;
@@ -111,6 +134,11 @@ bool CStdioFileEx::Open(const wchar_t* path, unsigned int mode, CXFileException*
         TakeFailure(failure, error);
         Abort();
         return false;
+    }
+    catch (...)
+    {
+        Abort(); // a file whose encoding is not known must not be read
+        throw;
     }
 }
 
@@ -122,8 +150,17 @@ bool CStdioFileEx::ReadString(CXTString<wchar_t>& line)
     if (m_carriageReturnMode)
         return ReadCachedLine(line);
     LineTraits traits;
-    if (!ReadTextLine(TextEncoding(), m_lineBuffer, line, traits))
-        return false;
+    try
+    {
+        if (!ReadTextLine(TextEncoding(), m_lineBuffer, line, traits))
+            return false;
+    }
+    catch (...)
+    {
+        line.Empty();
+        throw;
+    }
+    m_atStart = false;
     if (!traits.m_ended)
         CutTo(line, LengthWithoutEnd(line));
     if (traits.m_mayHoldNul)
@@ -134,37 +171,45 @@ bool CStdioFileEx::ReadString(CXTString<wchar_t>& line)
 bool CStdioFileEx::ReadString(CXTString<char>& line)
 {
     line.Empty();
-    LeaveCache();
+    if (!LeaveCache())
+        return false;
     if (m_bomPending)
         SkipMark();
-    return CXStdioFile::ReadString(line);
+    const bool read = CXStdioFile::ReadString(line);
+    m_atStart = m_atStart && !read;
+    return read;
 }
 
 void CStdioFileEx::WriteString(const wchar_t* text)
 {
-    LeaveCache(); // which needs the line buffer
-    if (!XEncodeText(text, tev::TextLength(text), TextEncoding(), m_lineBuffer))
+    // The cache needs the line buffer.
+    if (!LeaveCache() || !XEncodeText(text, tev::TextLength(text), TextEncoding(), m_lineBuffer))
         return;
-    if (WritesUtf16() && m_mayBeAtStart)
+    // In a file that does not throw, the mark may have been lost with a write that failed.
+    if (WritesUtf16() && (m_atStart || (!m_throwOnError && GetPosition() == 0)))
     {
-        if (GetPosition() == 0)
-        {
-            CXStdioFile::Write(kUtf16Mark, sizeof(kUtf16Mark));
-            m_hasBom = true;
-        }
-        m_mayBeAtStart = !m_throwOnError; // a write that failed in silence may have lost the mark
+        Write(kUtf16Mark, sizeof(kUtf16Mark));
+        m_hasBom = true;
+        m_markSize = sizeof(kUtf16Mark);
     }
     WriteBytes(m_lineBuffer.GetConstBuffer(), m_lineBuffer.GetLength64());
 }
 
+void CStdioFileEx::WriteString(const char* text)
+{
+    if (text == nullptr || tev::UnitSize(TextEncoding()) == 1)
+        CXStdioFile::WriteString(text);
+    else
+        WriteString(CXTString<wchar_t>(text).GetConstBuffer());
+}
+
 void CStdioFileEx::SetCodePage(xStringEncoding encoding)
 {
-    if (IsFileUnicodeText())
+    if (IsFileUnicodeText() || !LeaveCache())
         return;
-    LeaveCache();
     m_encoding = encoding == kUtf8CodePage ? xEncodingUtf8 : encoding;
     // Open examined the bytes as 8-bit characters.
-    if (IsFileUnicodeText() && IsTextRead() && GetPosition() == 0)
+    if (tev::UnitSize(TextEncoding()) != 1 && IsTextRead() && m_atStart)
         CheckCarriageReturns();
 }
 
@@ -182,8 +227,7 @@ unsigned int CStdioFileEx::SkipLines(unsigned int count, unsigned int origin)
 unsigned __int64 CStdioFileEx::GetCharCount() const
 {
     const unsigned __int64 length = GetLength();
-    const unsigned __int64 mark = m_hasBom ? MarkSize() : 0;
-    return (length - std::min(length, mark)) / tev::UnitSize(TextEncoding());
+    return (length - std::min<unsigned __int64>(length, m_markSize)) / tev::UnitSize(TextEncoding());
 }
 
 int CStdioFileEx::FScanfS(const wchar_t* format, ...)
@@ -200,31 +244,38 @@ int CStdioFileEx::FScanfS(const wchar_t* format, ...)
 
 unsigned __int64 CStdioFileEx::Seek(__int64 offset, SeekPosition origin)
 {
-    LeaveCache();
-    m_mayBeAtStart = true;
+    if (!LeaveCache())
+        return kFailed;
     const unsigned __int64 position = CXStdioFile::Seek(offset, origin);
-    if (position == 0)
-        m_bomPending = true;
+    if (position != kFailed)
+        m_atStart = position == 0;
+    m_bomPending = m_bomPending || position == 0;
     return position;
 }
 
 bool CStdioFileEx::SetLength(unsigned __int64 length)
 {
-    LeaveCache();
-    m_mayBeAtStart = true;
-    return CXStdioFile::SetLength(length);
+    if (!LeaveCache() || !CXStdioFile::SetLength(length))
+        return false;
+    m_atStart = length == 0;
+    return true;
 }
 
 unsigned int CStdioFileEx::Read(void* buffer, unsigned int count)
 {
-    LeaveCache();
-    return CXStdioFile::Read(buffer, count);
+    if (!LeaveCache())
+        return 0;
+    const unsigned int read = CXStdioFile::Read(buffer, count);
+    m_atStart = m_atStart && read == 0;
+    return read;
 }
 
 void CStdioFileEx::Write(const void* buffer, unsigned int count)
 {
-    LeaveCache();
+    if (!LeaveCache())
+        return;
     CXStdioFile::Write(buffer, count);
+    m_atStart = m_atStart && count == 0;
 }
 
 void CStdioFileEx::Close()
@@ -249,23 +300,37 @@ bool CStdioFileEx::IsTextRead() const noexcept
     return (m_openMode & typeText) != 0 && (m_openMode & (modeCreate | modeWrite)) == 0;
 }
 
-unsigned int CStdioFileEx::MarkSize() const noexcept
+xStringEncoding CStdioFileEx::TextEncoding() const noexcept
 {
-    return tev::IsUtf16(TextEncoding()) ? sizeof(kUtf16Mark) : sizeof(kUtf8Mark);
+    if (WritesUtf16() || m_encoding == kUtf16CodePage)
+        return xEncodingUtf16;
+    return m_encoding == kUtf16BECodePage ? xEncodingUtf16BE : m_encoding;
+}
+
+void CStdioFileEx::DetectMark()
+{
+    const RawText start = PeekBytes(sizeof(kUtf8Mark));
+    m_encoding = EncodingOfMark(start.m_bytes, start.m_size);
+    m_hasBom = m_encoding != xEncodingUnknown;
+    if (m_hasBom)
+        m_markSize = m_encoding == xEncodingUtf16 ? sizeof(kUtf16Mark) : sizeof(kUtf8Mark);
 }
 
 void CStdioFileEx::CheckCarriageReturns()
 {
+    if (PeekBytes(1).m_size == 0)
+        return; // and what cannot seek need not go back
     m_carriageReturnMode = LineHoldsReturn(TextEncoding());
-    CXStdioFile::Seek(0, begin);
+    if (CXStdioFile::Seek(0, begin) == kFailed && m_throwOnError)
+        CXFileException::ThrowOsError(fileBadSeek, m_path, nullptr);
 }
 
 void CStdioFileEx::SkipMark()
 {
-    if (m_hasBom && GetPosition() == 0)
+    if (m_atStart)
     {
         char mark[sizeof(kUtf8Mark)];
-        CXStdioFile::Read(mark, MarkSize());
+        m_atStart = CXStdioFile::Read(mark, m_markSize) == 0;
     }
     m_bomPending = false;
 }
@@ -287,6 +352,7 @@ bool CStdioFileEx::ReadCachedLine(CXTString<wchar_t>& line)
     const wchar_t* text = m_crCache;
     line.Assign(text + start, FindNul(text + start, stop - start));
     const std::size_t next = stop + (text[stop] == L'\r' && text[stop + 1] == L'\n' ? 2 : 1);
+    m_atStart = false;
     SkipRawLine(encoding);
     if (next < m_crCache.GetLength64())
         m_crCursor = static_cast<int>(next);
@@ -325,11 +391,17 @@ void CStdioFileEx::EmptyCache()
     m_crCursor = -1;
 }
 
-// Seeks back to the end of the line that was read last.
-void CStdioFileEx::LeaveCache()
+// Seeks back to the end of the line that was read last. False, with the cache as it is, where that fails.
+bool CStdioFileEx::LeaveCache()
 {
-    if (const std::size_t ahead = CachedBytes())
-        CXStdioFile::Seek(-static_cast<__int64>(ahead), current);
+    const std::size_t ahead = CachedBytes();
+    if (ahead != 0 && CXStdioFile::Seek(-static_cast<__int64>(ahead), current) == kFailed)
+    {
+        if (m_throwOnError)
+            CXFileException::ThrowOsError(fileBadSeek, m_path, nullptr);
+        return false;
+    }
     if (m_crCursor >= 0)
         EmptyCache();
+    return true;
 }

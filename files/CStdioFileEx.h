@@ -27,7 +27,8 @@ public:
     /// xEncodingUnknown. Throws CXFileException when the file cannot be opened or read.
     static xStringEncoding GetFileEncoding(const CXTString<wchar_t>& path, bool& hasBom);
 
-    /// Opens a file. With typeText and neither modeCreate nor modeWrite its encoding and line ends are detected first.
+    /// Opens a file. With typeText and neither modeCreate nor modeWrite its encoding and line ends are detected first: from
+    /// a pipe that waits for the first line, and loses nothing of it.
     /// False, with the cause and the path in `error` when it is given, also when that detection fails.
     bool Open(const wchar_t* path, unsigned int mode, CXFileException* error = nullptr) override;
 
@@ -41,10 +42,12 @@ public:
     /// Writes text in the file's encoding; line ends stay as they are. In a file opened with kWriteUtf16 what is written at
     /// position 0 is preceded by the mark. Null, and text that the encoding cannot express at all, writes nothing.
     void WriteString(const wchar_t* text) override;
-    using CXStdioFile::WriteString;
+    /// Writes the characters as they are; in UTF-16 and UTF-32, converted from the ANSI code page.
+    void WriteString(const char* text) override;
 
-    /// Sets the encoding of an 8-bit text, or that a text without a mark is UTF-16; holds for what is read or written from
-    /// now on. Ignored when the encoding is UTF-16. The code-page number 65001 means xEncodingUtf8.
+    /// Sets the encoding of a text without a mark of UTF-16, also to UTF-16 or UTF-32 by name or code-page number; holds for
+    /// what is read or written from now on. Ignored when the encoding is xEncodingUtf16 or xEncodingUtf16BE. The code-page
+    /// number 65001 becomes xEncodingUtf8, others stay as they are.
     void SetCodePage(xStringEncoding encoding);
     xStringEncoding GetEncoding() const noexcept { return m_encoding; }
     /// Whether the file was found to start with a mark, or a mark was written.
@@ -77,15 +80,15 @@ private:
     bool IsTextRead() const noexcept;
     bool WritesUtf16() const noexcept { return (m_openMode & kUtf16Written) != 0; }
     /// The encoding that lines are read and written with.
-    xStringEncoding TextEncoding() const noexcept { return WritesUtf16() ? xEncodingUtf16 : m_encoding; }
-    unsigned int MarkSize() const noexcept;
+    xStringEncoding TextEncoding() const noexcept;
+    void DetectMark();
     void CheckCarriageReturns();
     void SkipMark();
     bool ReadCachedLine(CXTString<wchar_t>& line);
     void SkipRawLine(xStringEncoding encoding);
     std::size_t CachedBytes() const noexcept;
     void EmptyCache();
-    void LeaveCache();
+    bool LeaveCache();
 
     bool m_bomPending = true;
     bool m_hasBom = false;
@@ -96,5 +99,6 @@ private:
     CXTString<char> m_lineBuffer; // in carriage-return mode the bytes of the CR cache
     CXTString<wchar_t> m_crCache;
     std::size_t m_rawCursor = 0; // position of the CR cursor in the line buffer
-    bool m_mayBeAtStart = true;  // false saves asking the system whether a mark is due
+    bool m_atStart = true;       // nothing was read or written since the position was 0
+    unsigned int m_markSize = 0; // bytes of the mark that was found
 };

@@ -2,12 +2,14 @@
 
 #include "objects/CXFileException.h"
 #include "objects/ResultOr.h"
+#include "platform/SystemErrors.h"
 #include "text/LineScan.h"
 #include "text/PaddedText.h"
 #include "text/TextSearch.h"
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 namespace
 {
@@ -15,6 +17,7 @@ constexpr std::size_t kSmallestBuffer = 8;
 constexpr std::size_t kLinesAtOnce = 32768; // bytes; even, so that no UTF-16 unit is split
 constexpr std::size_t kMostAtOnce = 1u << 30;
 constexpr unsigned __int64 kFailed = ~0ull;
+constexpr unsigned kCannotSeek = 132; // the system code of a pipe
 
 /// Where nothing can be sought, positions count from the start of the buffer.
 unsigned __int64 StartOfBuffer(unsigned __int64 position)
@@ -91,8 +94,10 @@ unsigned __int64 CXStdioFile::Seek(__int64 offset, SeekPosition origin)
 bool CXStdioFile::SetLength(unsigned __int64 length)
 {
     WritePending();
-    DropUnread();
-    return CXFile::SetLength(length);
+    if (ReturnUnread())
+        return CXFile::SetLength(length);
+    FailToSeek();
+    return false;
 }
 
 unsigned __int64 CXStdioFile::GetLength() const
@@ -131,7 +136,11 @@ void CXStdioFile::Write(const void* buffer, unsigned int count)
 {
     if (m_handle == nullptr || buffer == nullptr)
         return CXFile::Write(buffer, count);
-    DropUnread();
+    if (!ReturnUnread())
+    {
+        // What cannot seek has a stream for each direction, and the one that is read goes on where it was.
+        return CXFile::GetPosition() == kFailed ? CXFile::Write(buffer, count) : FailToSeek();
+    }
     if (count > m_bufferSize - m_pending)
         WritePending();
     if (count >= m_bufferSize)
@@ -204,11 +213,19 @@ bool CXStdioFile::ReadString(CXTString<wchar_t>& line)
 {
     LineTraits traits;
     line.Empty();
-    if (!ReadTextLine(xEncodingUtf16, m_scratch, line, traits))
-        return false;
-    if (traits.m_ended)
-        line += L'\n';
-    return true;
+    try
+    {
+        if (!ReadTextLine(xEncodingUtf16, m_scratch, line, traits))
+            return false;
+        if (traits.m_ended)
+            line += L'\n';
+        return true;
+    }
+    catch (...)
+    {
+        line.Empty();
+        throw;
+    }
 }
 
 void CXStdioFile::WriteString(const char* text)
@@ -311,22 +328,41 @@ bool CXStdioFile::ReadTextLine(xStringEncoding encoding, CXTString<char>& assemb
     return true;
 }
 
+CXStdioFile::RawText CXStdioFile::PeekBytes(std::size_t count)
+{
+    const std::size_t available = Available(count);
+    return {Unread(), std::min(count, available)};
+}
+
 bool CXStdioFile::LineHoldsReturn(xStringEncoding encoding)
 {
     const std::size_t unit = tev::UnitSize(encoding);
-    for (std::size_t available = Available(unit); available >= unit; available = Available(unit))
+    const bool seeks = CXFile::GetPosition() != kFailed;
+    std::size_t looked = 0; // bytes of the buffer without a line break
+    for (;;)
     {
-        const std::size_t searched = tev::WholeUnits(available, unit);
-        const std::size_t lineBreak = tev::FindLineBreak(Unread(), searched, encoding);
-        m_next += std::min(lineBreak, searched);
+        // Room for a line break and what is behind it.
+        if (seeks)
+            m_next += std::exchange(looked, 0);
+        else if (m_bufferSize - looked < 2 * unit)
+            GrowBuffer();
+        const std::size_t available = Available(looked + unit);
+        if (available < looked + unit)
+            return false;
+        const std::size_t searched = tev::WholeUnits(available - looked, unit);
+        const std::size_t lineBreak = tev::FindLineBreak(Unread() + looked, searched, encoding);
+        looked += std::min(lineBreak, searched);
         if (lineBreak == tev::kNotFound)
             continue;
-        if (!tev::IsUnit(Unread(), encoding, '\r'))
+        if (!tev::IsUnit(Unread() + looked, encoding, '\r'))
             return false;
-        const std::size_t rest = Available(2 * unit);
-        return rest > unit && (rest < 2 * unit || !tev::IsUnit(Unread() + unit, encoding, '\n'));
+        if (seeks)
+            m_next += std::exchange(looked, 0);
+        else if (m_bufferSize - looked < 2 * unit)
+            GrowBuffer();
+        const std::size_t rest = Available(looked + 2 * unit) - looked;
+        return rest > unit && (rest < 2 * unit || !tev::IsUnit(Unread() + looked + unit, encoding, '\n'));
     }
-    return false;
 }
 
 void CXStdioFile::WriteBytes(const char* bytes, std::size_t count)
@@ -360,7 +396,7 @@ std::size_t CXStdioFile::FillBuffer(std::size_t wanted)
     WritePending();
     MakeBuffer();
     if (m_filled == 0)
-        m_origin = StartOfBuffer(CXFile::GetPosition());
+        m_origin = PositionToFillFrom();
     m_origin += m_next;
     m_filled -= m_next;
     if (m_filled != 0)
@@ -409,9 +445,35 @@ void CXStdioFile::WritePendingQuietly() noexcept
     }));
 }
 
-void CXStdioFile::DropUnread()
+void CXStdioFile::GrowBuffer()
 {
-    if (m_next != m_filled)
-        CXFile::Seek(-static_cast<__int64>(m_filled - m_next), current);
+    MakeBuffer();
+    std::unique_ptr<char[]> larger(new char[2 * m_bufferSize + tev::kTextPadding]());
+    std::memcpy(larger.get(), m_buffer.get(), m_filled);
+    m_buffer = std::move(larger);
+    m_bufferSize *= 2;
+}
+
+// A position that the system does not say must not become a wrong one; only what cannot seek has none.
+unsigned __int64 CXStdioFile::PositionToFillFrom() const
+{
+    const unsigned __int64 position = CXFile::GetPosition();
+    if (position == kFailed && m_handle != nullptr && tev::platform::LastSystemError() != kCannotSeek)
+        FailToSeek();
+    return StartOfBuffer(position);
+}
+
+// Moves the system's position back to that of the caller. False, with nothing changed, where that fails.
+bool CXStdioFile::ReturnUnread()
+{
+    if (m_next != m_filled && CXFile::Seek(-static_cast<__int64>(m_filled - m_next), current) == kFailed)
+        return false;
     m_filled = m_next = 0;
+    return true;
+}
+
+void CXStdioFile::FailToSeek() const
+{
+    if (m_throwOnError)
+        CXFileException::ThrowOsError(fileBadSeek, m_path, nullptr);
 }

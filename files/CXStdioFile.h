@@ -74,7 +74,10 @@ protected:
     /// Reads a line of text into an empty string and removes its LF or CR LF.
     bool ReadTextLine(xStringEncoding encoding, CXTString<char>& assembled, CXTString<wchar_t>& line,
                       LineTraits& traits);
-    /// Reads on until it knows whether the line holds a CR before its last character, CR LF counted as one.
+    /// The bytes that are read next, at most 8 and fewer only at the end of the file, without reading past them.
+    RawText PeekBytes(std::size_t count);
+    /// Reads on until it knows whether the line holds a CR before its last character, CR LF counted as one. Where the file
+    /// cannot seek, what was read stays in the buffer, so that Seek goes back all the same.
     bool LineHoldsReturn(xStringEncoding encoding);
     void WriteBytes(const char* bytes, std::size_t count);
     /// Closes the file, as Open does with the one that was open. Throws when the last bytes cannot be written.
@@ -92,7 +95,10 @@ private:
     void MakeBuffer();
     void WritePending();
     void WritePendingQuietly() noexcept;
-    void DropUnread();
+    void GrowBuffer();
+    unsigned __int64 PositionToFillFrom() const;
+    bool ReturnUnread();
+    void FailToSeek() const;
 
     std::unique_ptr<char[]> m_buffer;
     std::size_t m_bufferSize = 65536;

@@ -55,10 +55,13 @@ std::size_t Find(const char* bytes, std::size_t size, xStringEncoding encoding) 
 {
     std::size_t at = 0;
 #if defined(__x86_64__)
-    bool found = false;
-    at = FindInBlocks<unit, returnsToo>(bytes, size, encoding, found);
-    if (found)
-        return at;
+    if constexpr (unit <= 2)
+    {
+        bool found = false;
+        at = FindInBlocks<unit, returnsToo>(bytes, size, encoding, found);
+        if (found)
+            return at;
+    }
 #endif
     for (; at < size; at += unit)
         if (tev::IsUnit(bytes + at, encoding, '\n') || (returnsToo && tev::IsUnit(bytes + at, encoding, '\r')))
@@ -67,12 +70,20 @@ std::size_t Find(const char* bytes, std::size_t size, xStringEncoding encoding) 
 }
 } // namespace
 
-std::size_t tev::FindLineFeed16(const char* bytes, std::size_t size, xStringEncoding encoding) noexcept
+std::size_t tev::FindWideLineFeed(const char* bytes, std::size_t size, xStringEncoding encoding) noexcept
 {
-    return Find<2, false>(bytes, size, encoding);
+    return IsUtf16(encoding) ? Find<2, false>(bytes, size, encoding) : Find<4, false>(bytes, size, encoding);
 }
 
 std::size_t tev::FindLineBreak(const char* bytes, std::size_t size, xStringEncoding encoding) noexcept
 {
-    return IsUtf16(encoding) ? Find<2, true>(bytes, size, encoding) : Find<1, true>(bytes, size, encoding);
+    switch (UnitSize(encoding))
+    {
+    case 1:
+        return Find<1, true>(bytes, size, encoding);
+    case 2:
+        return Find<2, true>(bytes, size, encoding);
+    default:
+        return Find<4, true>(bytes, size, encoding);
+    }
 }

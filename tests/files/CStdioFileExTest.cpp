@@ -6,6 +6,7 @@
 #include "tests/support/Sanitized.h"
 #include "tests/support/TempFolder.h"
 #include "tests/support/TextFileModel.h"
+#include "tests/support/TextFiles.h"
 #include "tests/support/TextTools.h"
 
 #include <gtest/gtest.h>
@@ -16,34 +17,10 @@
 
 namespace
 {
-using tev::test::AnsiCodePage;
-using tev::test::CodePage;
-using tev::test::TempFolder;
-using tev::test::Thrown;
-using tev::test::ToStd;
+using namespace tev::test;
 using namespace std::string_literals;
 
-constexpr unsigned kText = CXFile::modeRead | CXFile::shareDenyNone | CXFile::typeText;
-constexpr unsigned kTextBoth = kText | CXFile::modeReadWrite;
-constexpr unsigned kUtf8 = CStdioFileEx::kReadUtf8;
-constexpr unsigned kUtf16 = CStdioFileEx::kWriteUtf16;
-constexpr unsigned kNew = CXFile::modeReadWrite | CXFile::modeCreate | CXFile::shareDenyNone | CXFile::typeText;
-constexpr unsigned kKeep = kNew | CXFile::modeNoTruncate;
-
 constexpr int kLongLine = tev::test::kIsSanitized ? 3'000'000 : 100'000'000;
-
-using Lines = std::vector<std::wstring>;
-
-Lines ReadLines(CStdioFileEx& file)
-{
-    Lines lines;
-    CXTString<wchar_t> line(L"to be replaced");
-    while (file.ReadString(line))
-        lines.push_back(ToStd(line));
-    EXPECT_TRUE(line.IsEmpty());
-    EXPECT_FALSE(file.ReadString(line));
-    return lines;
-}
 
 std::string Units(const std::u16string& text, bool bigEndian = false)
 {
@@ -300,92 +277,6 @@ TEST(CStdioFileEx, ReadsLinesOfAnyLength)
         EXPECT_EQ(ToStd(line), L"x");
         EXPECT_FALSE(file.ReadString(line));
     }
-}
-
-TEST(CStdioFileEx, WritesTheEncodingThatWasAskedFor)
-{
-    const struct
-    {
-        unsigned mode;
-        unsigned codePage; // 0: none is set
-        std::wstring text;
-        std::string bytes; // of the text written twice
-        bool hasBom;
-    } cases[] = {
-        {kNew | kUtf16, 0, L"a\r\n",
-         "\xFF\xFE"
-         "a\0\r\0\n\0"
-         "a\0\r\0\n\0"s,
-         true},
-        {kNew | kUtf16, 0, L"\u4E0A\U0001D11E\xD834!",
-         "\xFF\xFE\x0A\x4E\x34\xD8\x1E\xDD\x34\xD8!\0\x0A\x4E\x34\xD8\x1E\xDD\x34\xD8!\0"s, true},
-        {kNew | kUtf16, 1252, L"\u00E9", "\xFF\xFE\xE9\0\xE9\0"s, true},
-        {kNew | kUtf16, 0, L"", "\xFF\xFE", true},
-        {CXFile::modeWrite | CXFile::modeCreate | kUtf16 | kUtf8, 0, L"a",
-         "\xFF\xFE"
-         "a\0a\0"s,
-         true},
-        {kNew, 0, L"\u00E9\n", "\xE9\n\xE9\n", false},
-        {kNew | kUtf8, 0, L"\u00E9\U0001D11E\n", "\xC3\xA9\xF0\x9D\x84\x9E\n\xC3\xA9\xF0\x9D\x84\x9E\n", false},
-        {kNew, 65001, L"\u00E9", "\xC3\xA9\xC3\xA9", false},
-        {kNew, 932, L"\u8868\u00E9", "\x95\x5C?\x95\x5C?", false},
-        {kNew, 4, L"\u00E9", "\0\xE9\0\xE9"s, false},
-        {kNew, 54321, L"a", "", false},
-    };
-    const AnsiCodePage ansi(1252);
-    const TempFolder folder;
-    for (const auto& c : cases)
-    {
-        SCOPED_TRACE(testing::PrintToString(c.bytes));
-        CStdioFileEx file(folder.WidePath("text").c_str(), c.mode);
-        if (c.codePage != 0)
-            file.SetCodePage(CodePage(c.codePage));
-        file.WriteString(static_cast<const wchar_t*>(nullptr));
-        EXPECT_EQ(file.GetLength(), 0u);
-        file.WriteString(c.text.c_str());
-        file.WriteString(c.text.c_str());
-        EXPECT_EQ(file.HasBom(), c.hasBom);
-        EXPECT_EQ((file.GetOpenMode() & CStdioFileEx::kUtf16Written) != 0, (c.mode & kUtf16) != 0);
-        EXPECT_EQ(file.GetLength(), c.bytes.size());
-        file.Close();
-        EXPECT_EQ(folder.ReadFile("text"), c.bytes);
-    }
-}
-
-TEST(CStdioFileEx, WritesTheMarkOnlyAtTheStart)
-{
-    const TempFolder folder;
-    const std::wstring path = folder.WidePath("text");
-    CStdioFileEx file(path.c_str(), kNew | kUtf16);
-    file.WriteString(L"a\n");
-    file.Seek(0, CXFile::begin);
-    EXPECT_EQ(ReadLines(file), (Lines{L"a"}));
-    ASSERT_TRUE(file.Open(path.c_str(), kKeep | kUtf16));
-    EXPECT_FALSE(file.HasBom());
-    file.SeekToEnd();
-    file.WriteString(L"b");
-    EXPECT_FALSE(file.HasBom());
-    file.Close();
-    EXPECT_EQ(folder.ReadFile("text"), "\xFF\xFE"
-                                       "a\0\n\0b\0"s);
-    ASSERT_TRUE(file.Open(path.c_str(), kKeep | kUtf16));
-    file.WriteString(L"c");
-    file.WriteString(L"d");
-    file.SeekToBegin();
-    file.WriteString(L"e");
-    file.Flush();
-    EXPECT_EQ(folder.ReadFile("text"), "\xFF\xFE"
-                                       "e\0d\0b\0"s);
-    file.SetLength(0);
-    file.SeekToBegin();
-    file.WriteString(L"a\nb");
-    file.Close();
-    // Text that is there already is written on in its encoding.
-    ASSERT_TRUE(file.Open(path.c_str(), kTextBoth));
-    EXPECT_EQ(ReadLines(file), (Lines{L"a", L"b"}));
-    file.WriteString(L"c");
-    file.SeekToBegin();
-    EXPECT_EQ(ReadLines(file), (Lines{L"a", L"bc"}));
 }
 
 TEST(CStdioFileEx, ReadingAndWritingTakeTurnsAtTheLineThatWasRead)

@@ -121,6 +121,13 @@ bool IsUtf16(xStringEncoding encoding)
     return encoding == xEncodingUtf16 || encoding == xEncodingUtf16BE;
 }
 
+std::size_t UnitSize(xStringEncoding encoding)
+{
+    constexpr unsigned kUtf32 = 12000;
+    constexpr unsigned kUtf32BE = 12001;
+    return IsUtf16(encoding) ? 2 : encoding == kUtf32 || encoding == kUtf32BE ? 4 : 1;
+}
+
 ByteOrderMark FindMark(const char* bytes, std::size_t size)
 {
     struct Mark

@@ -21,6 +21,8 @@ std::string EncodingName(xStringEncoding encoding);
 std::string EncodingNamesHelp();
 
 bool IsUtf16(xStringEncoding encoding);
+/// Bytes of the smallest part that a character has: 2 in UTF-16, 4 in UTF-32, else 1.
+std::size_t UnitSize(xStringEncoding encoding);
 
 /// A byte-order mark: U+FEFF in one of the Unicode encodings. Size 0 where there is none.
 struct ByteOrderMark

@@ -93,7 +93,7 @@ private:
         const std::string_view replacement = View(m_replacement);
         if (replacement.empty())
             return 0;
-        const std::size_t unit = IsUtf16(m_from) ? 2 : 1;
+        const std::size_t unit = UnitSize(m_from);
         std::uint64_t count = 0;
         for (std::size_t at = bytes.find(replacement); at != std::string_view::npos;
              at = bytes.find(replacement, at + 1))

@@ -1,0 +1,314 @@
+#include "files/CStdioFileEx.h"
+
+#include "objects/CXFileException.h"
+#include "tests/support/FailingAllocations.h"
+#include "tests/support/FailingFileSystem.h"
+#include "tests/support/FileFailure.h"
+#include "tests/support/TempFolder.h"
+#include "tests/support/TextFiles.h"
+#include "tests/support/TextTools.h"
+
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <fstream>
+#include <string>
+#include <thread>
+#include <utility>
+
+namespace
+{
+using namespace tev::test;
+using namespace std::string_literals;
+
+// Characters of 2 or 4 bytes, in either byte order.
+std::string Encoded(const std::wstring& text, unsigned unit, bool bigEndian)
+{
+    std::string bytes;
+    for (const wchar_t character : text)
+    {
+        for (unsigned i = 0; i < unit; ++i)
+            bytes += static_cast<char>(static_cast<unsigned>(character) >> 8 * (bigEndian ? unit - 1 - i : i));
+    }
+    return bytes;
+}
+
+TEST(CStdioFileExEncoding, WritesTheEncodingThatWasAskedFor)
+{
+    const struct
+    {
+        unsigned mode;
+        unsigned codePage; // 0: none is set
+        std::wstring text;
+        std::string bytes; // of the text written twice
+        bool hasBom;
+    } cases[] = {
+        {kNew | kUtf16, 0, L"a\r\n",
+         "\xFF\xFE"
+         "a\0\r\0\n\0"
+         "a\0\r\0\n\0"s,
+         true},
+        {kNew | kUtf16, 0, L"\u4E0A\U0001D11E\xD834!",
+         "\xFF\xFE\x0A\x4E\x34\xD8\x1E\xDD\x34\xD8!\0\x0A\x4E\x34\xD8\x1E\xDD\x34\xD8!\0"s, true},
+        {kNew | kUtf16, 1252, L"\u00E9", "\xFF\xFE\xE9\0\xE9\0"s, true},
+        {kNew | kUtf16, 0, L"", "\xFF\xFE", true},
+        {CXFile::modeWrite | CXFile::modeCreate | kUtf16 | kUtf8, 0, L"a",
+         "\xFF\xFE"
+         "a\0a\0"s,
+         true},
+        {kNew, 0, L"\u00E9\n", "\xE9\n\xE9\n", false},
+        {kNew | kUtf8, 0, L"\u00E9\U0001D11E\n", "\xC3\xA9\xF0\x9D\x84\x9E\n\xC3\xA9\xF0\x9D\x84\x9E\n", false},
+        {kNew, 65001, L"\u00E9", "\xC3\xA9\xC3\xA9", false},
+        {kNew, 932, L"\u8868\u00E9", "\x95\x5C?\x95\x5C?", false},
+        {kNew, 4, L"\u00E9", "\0\xE9\0\xE9"s, false},
+        {kNew, 54321, L"a", "", false},
+    };
+    const AnsiCodePage ansi(1252);
+    const TempFolder folder;
+    for (const auto& c : cases)
+    {
+        SCOPED_TRACE(testing::PrintToString(c.bytes));
+        CStdioFileEx file(folder.WidePath("text").c_str(), c.mode);
+        if (c.codePage != 0)
+            file.SetCodePage(CodePage(c.codePage));
+        file.WriteString(static_cast<const wchar_t*>(nullptr));
+        EXPECT_EQ(file.GetLength(), 0u);
+        file.WriteString(c.text.c_str());
+        file.WriteString(c.text.c_str());
+        EXPECT_EQ(file.HasBom(), c.hasBom);
+        EXPECT_EQ((file.GetOpenMode() & CStdioFileEx::kUtf16Written) != 0, (c.mode & kUtf16) != 0);
+        EXPECT_EQ(file.GetLength(), c.bytes.size());
+        file.Close();
+        EXPECT_EQ(folder.ReadFile("text"), c.bytes);
+    }
+}
+
+TEST(CStdioFileExEncoding, WritesTheMarkOnlyAtTheStart)
+{
+    const TempFolder folder;
+    const std::wstring path = folder.WidePath("text");
+    CStdioFileEx file(path.c_str(), kNew | kUtf16);
+    file.WriteString(L"a\n");
+    file.Seek(0, CXFile::begin);
+    EXPECT_EQ(ReadLines(file), (Lines{L"a"}));
+    ASSERT_TRUE(file.Open(path.c_str(), kKeep | kUtf16));
+    EXPECT_FALSE(file.HasBom());
+    file.SeekToEnd();
+    file.WriteString(L"b");
+    EXPECT_FALSE(file.HasBom());
+    file.Close();
+    EXPECT_EQ(folder.ReadFile("text"), "\xFF\xFE"
+                                       "a\0\n\0b\0"s);
+    ASSERT_TRUE(file.Open(path.c_str(), kKeep | kUtf16));
+    file.WriteString(L"c");
+    file.WriteString(L"d");
+    file.SeekToBegin();
+    file.WriteString(L"e");
+    file.Flush();
+    EXPECT_EQ(folder.ReadFile("text"), "\xFF\xFE"
+                                       "e\0d\0b\0"s);
+    file.SetLength(0);
+    file.SeekToBegin();
+    file.WriteString(L"a\nb");
+    file.Close();
+    // Text that is there already is written on in its encoding.
+    ASSERT_TRUE(file.Open(path.c_str(), kTextBoth));
+    EXPECT_EQ(ReadLines(file), (Lines{L"a", L"b"}));
+    file.WriteString(L"c");
+    file.SeekToBegin();
+    EXPECT_EQ(ReadLines(file), (Lines{L"a", L"bc"}));
+}
+
+TEST(CStdioFileExEncoding, CodePageNumbersOfUtf16AndUtf32AreEncodingsOfLines)
+{
+    const struct
+    {
+        unsigned m_codePage;
+        unsigned m_unit;
+        bool m_bigEndian;
+    } rows[] = {{1200, 2, false}, {1201, 2, true}, {12000, 4, false}, {12001, 4, true}};
+    const std::pair<std::wstring, Lines> texts[] = {
+        {L"a\r\n\u0A0D\u0D0A\u4E00\n\n\u00E9", {L"a", L"\u0A0D\u0D0A\u4E00", L"", L"\u00E9"}},
+        {L"a\r\u0A0D\rlast", {L"a", L"\u0A0D", L"last"}}, // CR alone
+        {L"no end that is longer than a buffer", {L"no end that is longer than a buffer"}},
+        {L"", {}},
+    };
+    const TempFolder folder;
+    for (const auto& row : rows)
+    {
+        SCOPED_TRACE(row.m_codePage);
+        const auto codePage = static_cast<xStringEncoding>(row.m_codePage);
+        for (const auto& [text, lines] : texts)
+        {
+            folder.WriteFile("t.txt", Encoded(text, row.m_unit, row.m_bigEndian));
+            for (const unsigned bufferSize : {8u, 9u, 100u})
+            {
+                CStdioFileEx file;
+                file.SetBufferSize(bufferSize);
+                ASSERT_TRUE(file.Open(folder.WidePath("t.txt").c_str(), kText));
+                file.SetCodePage(codePage);
+                EXPECT_EQ(file.GetEncoding(), codePage);
+                EXPECT_EQ(file.GetCharCount(), text.size());
+                EXPECT_EQ(ReadLines(file), lines);
+                EXPECT_EQ(file.Seek(0, CXFile::begin), 0u);
+                EXPECT_EQ(ReadLines(file), lines);
+            }
+        }
+        CStdioFileEx file;
+        ASSERT_TRUE(file.Open(folder.WidePath("t.txt").c_str(), kNew));
+        file.SetCodePage(codePage);
+        file.WriteString(L"w\u4E00\n");
+        file.WriteString("n\xC3\xA9"); // narrow text is converted, too
+        file.WriteString(static_cast<const char*>(nullptr));
+        file.Close();
+        EXPECT_EQ(folder.ReadFile("t.txt"), Encoded(L"w\u4E00\nn\u00E9", row.m_unit, row.m_bigEndian));
+    }
+    // A UTF-8 mark keeps its size, whatever encoding is chosen behind it.
+    folder.WriteFile("t.txt", "\xEF\xBB\xBF" + Encoded(L"a\nb", 2, false));
+    CStdioFileEx file;
+    ASSERT_TRUE(file.Open(folder.WidePath("t.txt").c_str(), kText));
+    file.SetCodePage(static_cast<xStringEncoding>(1200));
+    EXPECT_EQ(ReadLines(file), (Lines{L"a", L"b"}));
+    EXPECT_EQ(file.GetCharCount(), 3u);
+}
+
+TEST(CStdioFileExEncoding, NarrowTextIsConvertedForAUtf16File)
+{
+    const TempFolder folder;
+    CStdioFileEx file;
+    ASSERT_TRUE(file.Open(folder.WidePath("t.txt").c_str(), kNew | kUtf16));
+    file.WriteString(static_cast<const char*>(nullptr));
+    EXPECT_EQ(file.GetPosition(), 0u);
+    file.WriteString("n\xC3\xA9\n");
+    file.WriteString(L"w");
+    file.WriteString("");
+    file.Close();
+    EXPECT_EQ(folder.ReadFile("t.txt"), "\xFF\xFE" + Encoded(L"n\u00E9\nw", 2, false));
+    // And for one that was found to be UTF-16.
+    ASSERT_TRUE(file.Open(folder.WidePath("t.txt").c_str(), kTextBoth));
+    file.Seek(0, CXFile::end);
+    file.WriteString("!");
+    file.Close();
+    EXPECT_EQ(folder.ReadFile("t.txt"), "\xFF\xFE" + Encoded(L"n\u00E9\nw!", 2, false));
+}
+
+TEST(CStdioFileExEncoding, APipeIsReadLikeAFileFromItsFirstByte)
+{
+    const std::string contents[] = {
+        "line1\nline2\n",
+        "",
+        "a",
+        "\xEF\xBB\xBF",
+        "\xEF\xBB\xBFmarked\nline",
+        "\xFF\xFE" + Encoded(L"wide\r\nline", 2, false),
+        "one\rtwo\rthree",
+        std::string(100'000, 'x') + "\rafter a long first line\r" + std::string(100'000, 'y'),
+        std::string(70'000, 'x') + "\r\nafter a long first line\n",
+    };
+    const TempFolder folder;
+    const std::string pipe = folder.Path("pipe").string();
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    for (const std::string& bytes : contents)
+    {
+        folder.WriteFile("file", bytes);
+        CStdioFileEx file(folder.WidePath("file").c_str(), kText);
+        std::thread writer([&] { std::ofstream(pipe, std::ios::binary) << bytes; });
+        CStdioFileEx source;
+        source.SetBufferSize(bytes.size() < 1000 ? 16 : 65536);
+        const bool opened = source.Open(folder.WidePath("pipe").c_str(), kText);
+        EXPECT_TRUE(opened) << bytes.substr(0, 20);
+        if (opened)
+        {
+            EXPECT_EQ(source.GetEncoding(), file.GetEncoding());
+            EXPECT_EQ(source.HasBom(), file.HasBom());
+            EXPECT_EQ(ReadLines(source), ReadLines(file)) << bytes.substr(0, 20);
+        }
+        writer.join();
+    }
+}
+
+TEST(CStdioFileExEncoding, TheMarkIsWrittenAndSkippedWhenTheSystemDoesNotSayWhereTheFileIs)
+{
+    const TempFolder folder;
+    for (const unsigned throwing : {0u, 1u})
+    {
+        for (unsigned failing = 1; failing <= 12; ++failing)
+        {
+            SCOPED_TRACE(failing);
+            tev::test::FailingFileSystem system;
+            CStdioFileEx file(throwing != 0);
+            ASSERT_TRUE(file.Open(folder.WidePath("t.txt").c_str(), kNew | kUtf16));
+            system.FailAt(failing, EIO);
+            bool sought = true;
+            const int thrown = Thrown([&] {
+                file.WriteString(L"ab\n");
+                sought = file.Seek(0, CXFile::begin) == 0;
+                file.WriteString(L"c");
+                file.Close();
+            });
+            system.FailAt(0, 0);
+            file.Abort();
+            const std::string written = folder.ReadFile("t.txt");
+            if (thrown == tev::test::kNothingThrown && throwing != 0)
+            {
+                EXPECT_EQ(written, "\xFF\xFE" + Encoded(sought ? L"cb\n" : L"ab\nc", 2, false));
+            }
+            EXPECT_TRUE(written.empty() || written.substr(0, 2) == "\xFF\xFE");
+            // Reading skips the mark, or fails.
+            folder.WriteFile("t.txt", "\xFF\xFE" + Encoded(L"ab\nanother line\n", 2, false));
+            CStdioFileEx source(true);
+            source.SetBufferSize(8);
+            CXTString<wchar_t> line;
+            EXPECT_EQ(source.Open(folder.WidePath("t.txt").c_str(), kText), true);
+            source.SkipLines(2, CXFile::current); // past the buffer
+            system.FailAt(failing, EIO);
+            const int failure = Thrown([&] {
+                while (source.Seek(0, CXFile::begin) != 0)
+                    continue;
+                EXPECT_TRUE(source.ReadString(line));
+            });
+            system.FailAt(0, 0);
+            EXPECT_TRUE(failure != tev::test::kNothingThrown || ToStd(line) == L"ab") << ToStd(line);
+        }
+    }
+}
+
+TEST(CStdioFileExEncoding, WithoutMemoryALineIsEmptyAndTheFileStaysUsable)
+{
+    const std::string contents[] = {
+        "short\n" + std::string(5000, 'x') + "\n\xC3\xA9\xFF invalid\n",
+        "\xFF\xFE" + Encoded(L"short\n" + std::wstring(5000, L'\u00E9') + L"\n", 2, false),
+        "one\rtwo\rthree",
+    };
+    const TempFolder folder;
+    for (const std::string& bytes : contents)
+    {
+        folder.WriteFile("t.txt", bytes);
+        const Lines expected = [&] {
+            CStdioFileEx file(folder.WidePath("t.txt").c_str(), kText);
+            return ReadLines(file);
+        }();
+        const unsigned allocations = FailEachAllocation([&](FailingAllocations& failing) {
+            CStdioFileEx file;
+            CXTString<wchar_t> line(L"before");
+            unsigned read = 0;
+            const std::wstring path = folder.WidePath("t.txt");
+            const bool done = failing.Run([&] {
+                if (!file.Open(path.c_str(), kText))
+                    return;
+                while (file.ReadString(line))
+                    ++read;
+            });
+            EXPECT_TRUE(!done || read == 0 || read == expected.size()) << read;
+            EXPECT_TRUE(line.IsEmpty() || line == L"before");
+            if (file.Seek(0, CXFile::begin) == 0)
+            {
+                EXPECT_EQ(ReadLines(file), expected);
+            }
+        });
+        EXPECT_NE(allocations, 0u);
+    }
+}
+} // namespace
