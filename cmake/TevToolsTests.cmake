@@ -110,6 +110,15 @@ if(NOT TEVTOOLS_SANITIZE)
     endforeach()
 endif()
 
+# Lines that must compile and lines that must not, by each compiler that there is.
+if(NOT TEVTOOLS_SANITIZE)
+    find_program(TEVTOOLS_OTHER_COMPILER NAMES clang++ g++)
+    set(compilers "${CMAKE_CXX_COMPILER}" ${TEVTOOLS_OTHER_COMPILER})
+    list(REMOVE_DUPLICATES compilers)
+    add_test(NAME compile.lines COMMAND Python3::Interpreter "${PROJECT_SOURCE_DIR}/tests/compile/check-lines" ${compilers})
+    set_tests_properties(compile.lines PROPERTIES TIMEOUT 600)
+endif()
+
 # Examples get the folder of the sample inputs as argument and run in a folder of their own, with a registry of their
 # own.
 file(GLOB example_sources CONFIGURE_DEPENDS examples/*.cpp)
