@@ -53,9 +53,13 @@ if(test_sources)
         target_compile_definitions(tevtools_tests PRIVATE TEVTOOLS_TEV="$<TARGET_FILE:tev>")
         add_dependencies(tevtools_tests tev)
     endif()
-    # Programs that crash.
-    target_compile_definitions(tevtools_tests PRIVATE TEVTOOLS_CRASH_EXAMPLE="$<TARGET_FILE:example_crash>")
-    add_dependencies(tevtools_tests example_crash)
+    # A program that crashes.
+    add_executable(tevtools_crash_ways tests/crash/program/CrashWays.cpp)
+    tevtools_configure(tevtools_crash_ways)
+    target_link_libraries(tevtools_crash_ways PRIVATE TevTools)
+    target_compile_options(tevtools_crash_ways PRIVATE -O1 -fno-builtin-malloc -fno-builtin-free -fstack-protector-strong)
+    target_compile_definitions(tevtools_tests PRIVATE TEVTOOLS_CRASH_WAYS="$<TARGET_FILE:tevtools_crash_ways>")
+    add_dependencies(tevtools_tests tevtools_crash_ways)
     gtest_discover_tests(tevtools_tests
         DISCOVERY_TIMEOUT 60
         PROPERTIES TIMEOUT 300 ENVIRONMENT "${test_environment}")

@@ -7,6 +7,10 @@
 #include <memory>
 #include <vector>
 
+namespace tev
+{
+struct CrashRecord;
+}
 namespace tev::platform
 {
 struct PreviousSignals;
@@ -122,12 +126,19 @@ private:
     using SignalSlot = std::shared_ptr<const tev::platform::PreviousSignals>;
 
     bool MakeReport(_CR_EXCEPTION_INFO& info, bool isCrash);
+    /// Asks the callback.
+    bool IsWanted();
+    /// The parts of a report that is made now; `written` is what a crash has left on the disk, or null. Names and folders are
+    /// those of this moment also after a crash.
+    tev::CrashRecord RecordOfReport(const _CR_EXCEPTION_INFO& info, const tev::CrashRecord* written, bool hasPointers);
     CXTString<wchar_t> ApplicationText() const;
     /// Asks the user about a report, and does what the answer says.
     bool Offer(const wchar_t* archivePath, const CXTString<wchar_t>& introduction,
                const std::vector<XReportFile>& files);
     void NotifyToMailByHand(const wchar_t* archivePath) const;
     void TakeOver(CCrashHandler& earlier);
+    /// The parts of a report as they are now.
+    tev::CrashRecord RecordOfNow() const;
     void PublishTraces() const;
 
     SignalSlot m_previousFilter;
@@ -171,9 +182,13 @@ TEVTOOLS_API void CrashThreadUninstall();
 /// Makes a crash report now, on the calling thread, whose pending exception is deleted. The pointers may be null. Does
 /// nothing without a handler.
 TEVTOOLS_API void CrashGenerateErrorReport(_EXCEPTION_POINTERS* pointers, bool noCallback);
-/// As above for a files report; the files are in this one only.
+/// As above for a files report; the files are added to the handler's list as by AddFiles, and stay there.
 TEVTOOLS_API void CrashGenerateFilesErrorReport(const CXArray<CXTString<wchar_t>>& files, _EXCEPTION_POINTERS* pointers,
                                                 bool noCallback);
+
+/// Writes one line to the error output for each report that stays on the disk, with its path, and for a pure virtual call
+/// without handler. Off by default. In a crash nothing is allocated for it. Safe from several threads at once.
+TEVTOOLS_API void XSetCrashErrorOutput(bool isOn);
 
 /// The address of technical support, to which reports are mailed: a message text, until a host sets another. An empty text
 /// restores the default. Safe from several threads at once.

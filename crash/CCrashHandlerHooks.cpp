@@ -137,12 +137,16 @@ void OnInvalidParameter(const char* function, int error)
     if (tev::ReportInProgress::OnThisThread())
         return;
     const CXTString<wchar_t> name(function);
+    const tev::SourcePlace place = tev::RefusedPlace();
+    const CXTString<wchar_t> file(place.file);
     CXTString<wchar_t> expression;
     expression.Format(L"errno %d", error);
     _CR_EXCEPTION_INFO info;
     info.exctype = xCrashInvalidParameter;
     info.expression = expression;
     info.function = name;
+    info.file = file;
+    info.line = place.line;
     Report(info);
     CXInvalidArgException::Throw();
 }

@@ -1,8 +1,10 @@
 // The report pipeline: from the data of a hook to the archive.
 
+#include "crash/Attempt.h"
 #include "crash/CCrashHandler.h"
 #include "crash/CrashFault.h"
 #include "crash/CrashPackage.h"
+#include "crash/CrashPaths.h"
 #include "crash/CrashRegistry.h"
 #include "objects/ThreadException.h"
 #include "platform/CrashDumps.h"
@@ -13,6 +15,7 @@
 #include "services/Paths.h"
 
 #include <cstdio>
+#include <ctime>
 #include <string>
 
 namespace
@@ -34,17 +37,34 @@ CPathString LogPath()
     return path == nullptr ? CPathString() : CPathString(tev::platform::SystemPathToWide(path).c_str());
 }
 
-/// Dumps the running process to the documented path.
-CPathString WriteDump(const _EXCEPTION_POINTERS* pointers)
+bool WriteDump(const CPathString& path, const _EXCEPTION_POINTERS* pointers)
 {
-    const CPathString path = GetUserApplicationDataPath() / (XGetApplicationName() + L".dmp");
     std::string name;
     tev::platform::Fault fault;
     if (pointers != nullptr)
         fault = {pointers->m_context, pointers->m_signalInfo};
-    const bool isWritten =
-        tev::platform::WidePathToSystem(path, name) && tev::platform::WriteDumpNow(name.c_str(), fault);
-    return isWritten ? path : CPathString();
+    return tev::platform::WidePathToSystem(path, name) && !name.empty() &&
+           tev::platform::WriteDumpNow(name.c_str(), fault);
+}
+
+/// What the hooks of a process that goes on know.
+void AddDetails(const _CR_EXCEPTION_INFO& info, CrashRecord& record)
+{
+    const auto add = [&record](const char* key, const std::string& value) {
+        if (!value.empty())
+            record.m_details.emplace_back(key, value);
+    };
+    const auto addText = [&add](const char* key, const wchar_t* text) {
+        add(key, text == nullptr ? std::string() : tev::Utf8(text));
+    };
+    namespace detail = tev::crashdetail;
+    add(detail::kType, std::to_string(info.exctype));
+    add(detail::kTime, std::to_string(std::time(nullptr)));
+    add(detail::kUptime, std::to_string(tev::platform::ProcessUptime()));
+    addText(detail::kExpression, info.expression);
+    addText(detail::kFunction, info.function);
+    addText(detail::kSource, info.file);
+    add(detail::kLine, info.line == 0 ? std::string() : std::to_string(info.line));
 }
 } // namespace
 
@@ -59,65 +79,86 @@ int CCrashHandler::ExceptionOccurs(_CR_EXCEPTION_INFO* info, unsigned int flags)
     return isMade ? 1 : 0;
 }
 
-bool CCrashHandler::MakeReport(_CR_EXCEPTION_INFO& info, bool isCrash)
+CrashRecord CCrashHandler::RecordOfReport(const _CR_EXCEPTION_INFO& info, const CrashRecord* written, bool hasPointers)
 {
-    const tev::ReportInProgress inProgress;
-    const CrashRegistryHold hold;
-    const CrashRecord expected = CrashRegistry::Get().m_record;
-    const CPathString recordPath = CrashRegistry::Get().m_recordPath;
-    _EXCEPTION_POINTERS* const given = info.pexcptrs;
-    m_flags &= ~xCrashWithoutPointers;
-    if (given == nullptr && GetExceptionPointers(info.code, &info.pexcptrs))
-        m_flags |= xCrashWithoutPointers;
+    CrashRecord record = RecordOfNow();
+    record.m_log = LogPath();
+    if (tev::IsCrashing())
+        tev::AddCrashNotes(record);
+    else
+        AddDetails(info, record);
+    if (written != nullptr)
+    {
+        record.m_writtenDump = written->m_writtenDump;
+        if (record.m_dump.IsEmpty() || written->m_dump == written->m_writtenDump)
+            record.m_dump = written->m_dump; // where the folder of the application cannot be written to
+    }
+    else if (!tev::IsCrashing() && record.m_isCrash)
+    {
+        // Pointers that were made up are no place of a fault: the dump then takes the current registers itself.
+        const _EXCEPTION_POINTERS* const pointers = hasPointers ? info.pexcptrs : nullptr;
+        const CPathString temporary = tev::TemporaryFolder() / (record.m_product + L"." + tev::RandomName() + L".dmp");
+        if (!WriteDump(record.m_dump, pointers))
+            record.m_dump = WriteDump(temporary, pointers) ? temporary : CPathString();
+    }
+    tev::AddOwnFiles(record);
+    return record;
+}
 
+bool CCrashHandler::IsWanted()
+{
     bool isWanted = true;
     if ((m_flags & xCrashNoCallback) == 0 && m_callback != nullptr && !tev::IsCallbackBroken())
     {
         const tev::CallbackRuns running;
         tev::Attempt([&] { isWanted = m_callback(this) != 0; });
     }
+    return isWanted;
+}
+
+bool CCrashHandler::MakeReport(_CR_EXCEPTION_INFO& info, bool isCrash)
+{
+    const tev::ReportInProgress inProgress;
+    const CrashRegistryHold hold;
+    const int place = isCrash ? tev::CrashPlaceUsed() : -1;
+    CrashRegistry::Published written; // copied, because the callback may change what is published
+    if (place >= 0)
+        written = CrashRegistry::Get().m_published[static_cast<std::size_t>(place)];
+    _EXCEPTION_POINTERS* const given = info.pexcptrs;
+    m_flags &= ~xCrashWithoutPointers;
+    if (given == nullptr && GetExceptionPointers(info.code, &info.pexcptrs))
+        m_flags |= xCrashWithoutPointers;
+    const bool isWanted = IsWanted();
     CPathString archive;
     CrashRecord record;
     if (isWanted)
     {
-        tev::Attempt([&] {
-            record.m_isCrash = GetMode() == xCrashReport;
-            record.m_files = m_files;
-            record.m_log = LogPath();
-            if (isCrash)
-            {
-                record.m_archiveFolder = expected.m_archiveFolder;
-                record.m_writtenDump = expected.m_writtenDump;
-                record.m_dump = expected.m_dump;
-            }
-            else
-            {
-                // Pointers that were made up are no place of a fault: the dump then takes the current registers itself.
-                record.m_dump = record.m_isCrash ? WriteDump(given) : CPathString();
-            }
-            tev::AddOwnFiles(record);
-        });
-        if (record.m_archiveFolder.IsEmpty())
-            tev::Attempt([&] { record.m_archiveFolder = GetCommonApplicationDataPath(); });
-        archive = tev::PackReport(record.m_archiveFolder, record.m_isCrash, record.m_files);
+        tev::Attempt([&] { record = RecordOfReport(info, place < 0 ? nullptr : &written.m_record, given != nullptr); });
+        archive = tev::PackReport(record);
     }
     info.pexcptrs = given;
-    if (isCrash && (!isWanted || !archive.IsEmpty()))
+    if (place >= 0 && (!isWanted || !archive.IsEmpty()))
     {
-        Remove(expected.m_writtenDump);
-        Remove(recordPath);
+        if (!isWanted || record.m_dump != written.m_record.m_writtenDump)
+            Remove(written.m_record.m_writtenDump);
+        Remove(written.m_path);
     }
-    XDeleteThreadException();
     if (!isWanted)
         return false;
+    XDeleteThreadException();
 
     bool isMailed = false;
+    tev::SetReportPath(archive);
     tev::Attempt([&] {
         isMailed = record.m_isCrash ? GenerateErrorReport(archive, record.m_files)
                                     : GenerateFilesErrorReport(archive, &record.m_files);
     });
     if (isMailed)
         Remove(archive);
+    if (isMailed)
+        tev::SetReportPath({});
+    if (!isCrash)
+        tev::WriteReportPath();
     return !archive.IsEmpty();
 }
 
@@ -154,12 +195,9 @@ void CrashGenerateFilesErrorReport(const CXArray<CXTString<wchar_t>>& files, _EX
     if (handler == nullptr)
         return;
     tev::Attempt([&] {
-        const std::size_t before = CrashHandlerAccess::FileCount(*handler);
         handler->AddFiles(files);
-        const std::size_t added = CrashHandlerAccess::FileCount(*handler) - before;
         _CR_EXCEPTION_INFO info;
         info.pexcptrs = pointers;
         handler->ExceptionOccurs(&info, xFilesReport | (noCallback ? xCrashNoCallback : 0));
-        CrashHandlerAccess::RemoveFiles(*handler, before, added);
     });
 }

@@ -1,16 +1,20 @@
 #include "crash/CCrashHandler.h"
 
 #include "base/NeverDestroyed.h"
+#include "crash/Attempt.h"
 #include "crash/CrashFault.h"
+#include "crash/CrashPackage.h"
 #include "crash/CrashRegistry.h"
 #include "platform/CrashDumps.h"
 #include "platform/FatalSignals.h"
 #include "platform/PathNames.h"
 #include "services/ApplicationName.h"
+#include "services/ApplicationNameObserver.h"
 #include "services/Paths.h"
 
 namespace
 {
+using tev::CrashRecord;
 using tev::CrashRegistry;
 using tev::CrashRegistryHold;
 
@@ -32,6 +36,13 @@ struct SupportAddress
     CXTString<wchar_t> m_chosen X_GUARDED_BY(m_lock);
 };
 
+void OnApplicationName()
+{
+    const CrashRegistryHold hold;
+    if (const CCrashHandler* const handler = CrashRegistry::Get().Find())
+        CrashHandlerAccess::PublishTraces(*handler);
+}
+
 SupportAddress& TheSupportAddress()
 {
     static tev::NeverDestroyed<SupportAddress> address;
@@ -49,6 +60,7 @@ CCrashHandler::CCrashHandler(int (*callback)(CCrashHandler*), const wchar_t* tex
     CrashRegistry::Get().m_handlers[m_processId] = this;
     PublishTraces();
     tev::StartReporter(&CrashHandlerAccess::Report);
+    tev::SetApplicationNameObserver(&OnApplicationName);
     if (earlier != nullptr)
         TakeOver(*earlier);
     else
@@ -103,6 +115,7 @@ void CCrashHandler::SetText(const wchar_t* text1, const wchar_t* text2)
     const CrashRegistryHold hold;
     m_text1 = Text(text1);
     m_text2 = Text(text2);
+    PublishTraces();
 }
 
 void CCrashHandler::AddFiles(const CXArray<CXTString<wchar_t>>& files)
@@ -113,32 +126,57 @@ void CCrashHandler::AddFiles(const CXArray<CXTString<wchar_t>>& files)
     PublishTraces();
 }
 
+CrashRecord CCrashHandler::RecordOfNow() const
+{
+    CrashRecord record;
+    record.m_isCrash = (m_flags & kModeMask) == xCrashReport;
+    record.m_product = XGetApplicationName();
+    record.m_name = ApplicationText();
+    record.m_version = m_text2;
+    record.m_files = m_files;
+    // Where there is no folder to write to, the report goes to the temporary files.
+    tev::Attempt([&] { record.m_archiveFolder = GetCommonApplicationDataPath(); });
+    tev::Attempt([&] { record.m_dump = GetUserApplicationDataPath() / (record.m_product + L".dmp"); });
+    return record;
+}
+
 /// Prepares what a crash needs, because nothing can be composed then.
 void CCrashHandler::PublishTraces() const
 {
     const CrashRegistryHold hold;
     if (CrashRegistry::Get().Find() != this)
         return;
-    const bool isCrash = (m_flags & kModeMask) == xCrashReport;
-    tev::CrashRecord record;
-    CPathString recordPath;
+    CXTString<wchar_t> random = CrashRegistry::Get().m_random;
+    CrashRegistry::AllPublished published;
     tev::Attempt([&] {
-        const CPathString folder = GetUserApplicationDataPath();
-        CPathString stem;
-        stem.Format(L"%s.%d", (folder / XGetApplicationName()).GetConstBuffer(), m_processId);
-        record.m_isCrash = isCrash;
-        record.m_archiveFolder = GetCommonApplicationDataPath();
-        record.m_writtenDump = stem + L".dmp";
-        record.m_dump = folder / (XGetApplicationName() + L".dmp");
-        record.m_files = m_files;
-        recordPath = stem + tev::kRecordExtension;
-        tev::platform::SetCrashTraces({tev::platform::SystemPathOf(record.m_writtenDump),
-                                       tev::platform::SystemPathOf(recordPath), tev::ComposeRecord(record),
-                                       tev::platform::LibraryPath()});
+        if (random.IsEmpty())
+            random = tev::RandomName();
+        const CrashRecord record = RecordOfNow();
+        CPathString stems[tev::platform::CrashTraces::kPlaces];
+        if (!record.m_dump.IsEmpty())
+            stems[0].Format(L"%s.%d", (record.m_dump.GetFolder() / record.m_product).GetConstBuffer(), m_processId);
+        stems[1].Format(L"%s.%s.%d", (tev::TemporaryFolder() / record.m_product).GetConstBuffer(),
+                        random.GetConstBuffer(), m_processId);
+        tev::platform::CrashTraces traces;
+        traces.libraryPath = tev::platform::LibraryPath();
+        for (std::size_t i = 0; i < published.size(); ++i)
+        {
+            published[i] = {record, {}};
+            if (stems[i].IsEmpty())
+                continue;
+            published[i].m_record.m_writtenDump = stems[i] + L".dmp";
+            if (i != 0)
+                published[i].m_record.m_dump = published[i].m_record.m_writtenDump;
+            published[i].m_path = stems[i] + tev::kRecordExtension;
+            traces.places[i] = {tev::platform::SystemPathOf(published[i].m_record.m_writtenDump),
+                                tev::platform::SystemPathOf(published[i].m_path),
+                                tev::ComposeRecord(published[i].m_record)};
+        }
+        tev::platform::SetCrashTraces(traces);
     });
-    CrashRegistry::Get().m_record = record;
-    CrashRegistry::Get().m_recordPath = recordPath;
-    tev::ExpectCrashes(tev::platform::ProcessId(), isCrash);
+    CrashRegistry::Get().m_random = random;
+    CrashRegistry::Get().m_published = published;
+    tev::ExpectCrashes(tev::platform::ProcessId(), (m_flags & kModeMask) == xCrashReport);
 }
 
 CXTString<wchar_t> CCrashHandler::ApplicationText() const
@@ -158,6 +196,7 @@ void CrashInstall(int (*callback)(CCrashHandler*), const wchar_t* text1, const w
             return;
         }
         new CCrashHandler(callback, text1, text2, flags); // owned by the registry; CrashUninstall deletes it
+        tev::FinishLeftReports(tev::TemporaryFolder(), XGetApplicationName());
         tev::FinishLeftReports(GetUserApplicationDataPath(), XGetApplicationName());
     });
 }
@@ -186,6 +225,11 @@ void CrashThreadUninstall()
     const CrashRegistryHold hold;
     if (CCrashHandler* const handler = CrashRegistry::Get().Find())
         handler->UnSetThreadCPPExceptionHandlers();
+}
+
+void XSetCrashErrorOutput(bool isOn)
+{
+    tev::platform::LetWriteErrors(isOn);
 }
 
 CXTString<wchar_t> XGetSupportAddress()

@@ -1,8 +1,12 @@
 #include "crash/CrashFault.h"
 
+#include "crash/CrashPaths.h"
+#include "objects/CXArchiveException.h"
+#include "objects/CXFileException.h"
 #include "objects/ThreadException.h"
 #include "platform/AddressWait.h"
 #include "platform/CrashDumps.h"
+#include "platform/Demangling.h"
 #include "platform/ThreadLocks.h"
 #include "platform/Threads.h"
 #include "services/OpenLog.h"
@@ -10,6 +14,9 @@
 #include <atomic>
 #include <chrono>
 #include <csetjmp>
+#include <ctime>
+#include <exception>
+#include <new>
 
 namespace
 {
@@ -42,7 +49,16 @@ unsigned g_threadProcess = 0; ///< a forked child has none
 /// Passed from the crashed thread to the waiting one. Not on the crashed thread's stack, which belongs into the dump.
 _CR_EXCEPTION_INFO g_info;
 _EXCEPTION_POINTERS g_pointers;
+tev::platform::CrashNotes g_notes;
+std::atomic<int> g_place{-1};
 int g_signal = 0; ///< by which the process ends; 0 for exit code 1
+
+/// The exception that has ended the process, never destroyed; null when there is none.
+alignas(std::exception_ptr) unsigned char g_exceptionMemory[sizeof(std::exception_ptr)];
+std::exception_ptr* g_exception = nullptr;
+
+constexpr std::size_t kLongestPath = 4096;
+char g_reportPath[kLongestPath];
 
 /// Where the waiting thread continues when the program's callback crashes.
 std::jmp_buf g_withoutCallback;
@@ -133,6 +149,60 @@ bool LetReporterWork(Clock::time_point end) noexcept
     }
 }
 
+/// What is known without asking anything that may be locked or broken.
+void TakeNotes(unsigned type, const SignalEvent* event) noexcept
+{
+    namespace detail = tev::crashdetail;
+    g_notes.Clear();
+    g_notes.Add(tev::kLogKey, tev::OpenLogPath());
+    g_notes.Add(detail::kType, std::uint64_t{type});
+    if (event != nullptr)
+    {
+        g_notes.Add(detail::kSignal, static_cast<std::uint64_t>(event->number));
+        g_notes.Add(detail::kCode, static_cast<std::uint64_t>(static_cast<unsigned>(event->code)));
+    }
+    g_notes.Add(detail::kTime, static_cast<std::uint64_t>(std::time(nullptr)));
+    g_notes.Add(detail::kUptime, tev::platform::ProcessUptime());
+    if (type != xCrashTerminate && type != xCrashUnexpected && type != xCrashAbort)
+        return;
+    g_notes.Add(detail::kException, tev::platform::CurrentExceptionType());
+    if (const std::exception_ptr exception = std::current_exception())
+        g_exception = new (g_exceptionMemory) std::exception_ptr(exception);
+}
+
+/// What the exception says of itself.
+CXTString<wchar_t> ExceptionMessage()
+{
+    try
+    {
+        std::rethrow_exception(*g_exception);
+    }
+    catch (const std::exception& exception)
+    {
+        return tev::FromUtf8(exception.what());
+    }
+    catch (const CXFileException* exception)
+    {
+        return exception->GetCauseMessage();
+    }
+    catch (const CXArchiveException* exception)
+    {
+        return exception->GetErrorMessage();
+    }
+    catch (const std::string& text)
+    {
+        return tev::FromUtf8(text);
+    }
+    catch (const char* text)
+    {
+        return tev::FromUtf8(text);
+    }
+    catch (...)
+    {
+        return {};
+    }
+}
+
 unsigned MillisecondsUntil(Clock::time_point end) noexcept
 {
     const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now()).count();
@@ -183,6 +253,8 @@ bool ExpectsCrashes() noexcept
 
 void ReportAndEnd(unsigned type, const platform::SignalEvent* event) noexcept
 {
+    if (event != nullptr)
+        platform::NoteThreadFault(event->context);
     PassGate();
     const Clock::time_point start = Clock::now();
     g_signal = type == xCrashException && event != nullptr ? event->number : 0;
@@ -195,10 +267,51 @@ void ReportAndEnd(unsigned type, const platform::SignalEvent* event) noexcept
         g_info.pexcptrs = &g_pointers;
         fault = {event->context, event->info};
     }
-    const bool isTraced = platform::WriteCrashTraces(fault, g_withDump.load(), OpenLogPath());
-    if (!LetReporterWork(start + kReporterDeadline) && isTraced)
-        static_cast<void>(platform::LetHelperFinish(MillisecondsUntil(start + kDeadline)));
+    TakeNotes(type, event);
+    g_place.store(platform::WriteCrashTraces(fault, g_withDump.load(), g_notes));
+    if (LetReporterWork(start + kReporterDeadline))
+        WriteReportPath();
+    else if (g_place.load() >= 0)
+    {
+        if (const char* const path = platform::LetHelperFinish(g_place.load(), MillisecondsUntil(start + kDeadline)))
+            platform::WriteErrorLine("crash report: ", path);
+    }
     EndProcess();
+}
+
+int CrashPlaceUsed() noexcept
+{
+    return g_place.load();
+}
+
+void AddCrashNotes(CrashRecord& record)
+{
+    AddNotes(g_notes.Bytes(), record);
+    if (g_exception == nullptr)
+        return;
+    const std::string message = Utf8(ExceptionMessage());
+    if (!message.empty())
+        record.m_details.emplace_back(crashdetail::kMessage, message);
+}
+
+void SetReportPath(const CPathString& path) noexcept
+{
+    g_reportPath[0] = '\0';
+    try
+    {
+        const std::string name = SystemFilePath(path).string();
+        if (name.size() < sizeof g_reportPath)
+            g_reportPath[name.copy(g_reportPath, name.size())] = '\0';
+    }
+    catch (const std::bad_alloc&)
+    {
+    }
+}
+
+void WriteReportPath() noexcept
+{
+    if (g_reportPath[0] != '\0')
+        platform::WriteErrorLine("crash report: ", g_reportPath);
 }
 
 bool IsCrashing() noexcept

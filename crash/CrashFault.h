@@ -1,6 +1,7 @@
 #pragma once
 
 #include "crash/CCrashHandler.h"
+#include "crash/CrashRecord.h"
 #include "platform/FatalSignals.h"
 
 // What happens between a fault and the end of the process. The crashed thread uses nothing that it may have locked itself;
@@ -21,6 +22,15 @@ bool ExpectsCrashes() noexcept;
 
 /// Reports a fault of the calling thread, and ends the process as documented for the type.
 [[noreturn]] void ReportAndEnd(unsigned type, const platform::SignalEvent* event) noexcept;
+/// The place of the traces that the crash has left; -1 for none.
+int CrashPlaceUsed() noexcept;
+/// Adds what is known of the crash, on the reporting thread.
+void AddCrashNotes(CrashRecord& record);
+/// Remembers the path of the report that was made, and writes it to the error output where a host wants that. Too long a
+/// path counts as none.
+void SetReportPath(const CPathString& path) noexcept;
+void WriteReportPath() noexcept;
+
 /// Whether ReportAndEnd has been called.
 bool IsCrashing() noexcept;
 /// Whether the mark is that of the crashed thread; whether the calling thread is the one that makes its report.

@@ -25,14 +25,8 @@ bool CrashHandlerAccess::Report(_CR_EXCEPTION_INFO& info)
     if (hold.IsOnBehalf())
         handler->m_flags |= xCrashNoCallback;
     handler->MakeReport(info, true);
-    return !fileExists(CrashRegistry::Get().m_recordPath);
-}
-
-void CrashHandlerAccess::RemoveFiles(CCrashHandler& handler, std::size_t first, std::size_t count)
-{
-    const auto begin = handler.m_files.begin() + static_cast<std::ptrdiff_t>(first);
-    handler.m_files.erase(begin, begin + static_cast<std::ptrdiff_t>(count));
-    handler.PublishTraces();
+    const int place = tev::CrashPlaceUsed();
+    return place < 0 || !fileExists(CrashRegistry::Get().m_published[static_cast<std::size_t>(place)].m_path);
 }
 
 namespace tev

@@ -2,9 +2,11 @@
 
 #include "base/ThreadSafety.h"
 #include "crash/CCrashHandler.h"
-#include "crash/CrashPackage.h"
+#include "crash/CrashRecord.h"
 #include "objects/CXCriticalSection.h"
+#include "platform/CrashDumps.h"
 
+#include <array>
 #include <map>
 
 /// Access of the free functions to a handler beyond its interface. The registry's lock is held.
@@ -12,8 +14,7 @@ struct CrashHandlerAccess
 {
     /// Runs on the thread that waits for a crash; takes the lock itself. False when the report still has to be made.
     static bool Report(_CR_EXCEPTION_INFO& info);
-    static void RemoveFiles(CCrashHandler& handler, std::size_t first, std::size_t count);
-    static std::size_t FileCount(const CCrashHandler& handler) { return handler.m_files.size(); }
+    static void PublishTraces(const CCrashHandler& handler) { handler.PublishTraces(); }
 };
 
 namespace tev
@@ -27,8 +28,16 @@ struct CrashRegistry
 
     mutable CXCriticalSection m_lock;
     std::map<int, CCrashHandler*> m_handlers X_GUARDED_BY(m_lock);
-    CrashRecord m_record X_GUARDED_BY(m_lock);     ///< the last one published for a crash
-    CPathString m_recordPath X_GUARDED_BY(m_lock); ///< and its path
+    /// What was last published for a crash, for each of the places where it may be left.
+    struct Published
+    {
+        CrashRecord m_record;
+        CPathString m_path;
+    };
+    using AllPublished = std::array<Published, platform::CrashTraces::kPlaces>;
+    AllPublished m_published X_GUARDED_BY(m_lock);
+    /// In the names of files among the temporary ones.
+    CXTString<wchar_t> m_random X_GUARDED_BY(m_lock);
 };
 
 /// Holds the registry's lock; a report holds it from beginning to end.

@@ -3,6 +3,7 @@
 #include "crash/CCrashHandler.h"
 #include "crash/CrashFault.h"
 #include "crash/CrashPackage.h"
+#include "crash/CrashPaths.h"
 #include "files/CXFile.h"
 #include "files/FileReplacement.h"
 #include "objects/CXException.h"
@@ -10,7 +11,6 @@
 #include "platform/PathNames.h"
 #include "services/ApplicationName.h"
 #include "services/Paths.h"
-#include "text/TextEncoding.h"
 #include "ui/CUserInterface.h"
 
 #include <filesystem>
@@ -32,24 +32,21 @@ bool HasHost(CUserInterface& userInterface)
     return typeid(userInterface) != typeid(CUserInterface);
 }
 
-std::string Utf8(const Text& text)
-{
-    CXTString<char> result;
-    if (!XEncodeText(text.GetConstBuffer(), text.GetLength64(), xEncodingUtf8, result))
-        return {};
-    return {result.GetConstBuffer(), result.GetLength64()};
-}
-
+/// Replaces the target without waiting for its folder's lock, which a crashed thread may hold.
 void CopyFile(const Text& from, const Text& to)
 {
     constexpr unsigned kBlockSize = 1u << 16;
+    const std::filesystem::path target = tev::SystemFilePath(to);
+    const tev::PrivateFolder folder(target);
+    const std::filesystem::path written = folder.Path() / target.filename();
     CXFile source(from, kReadAnyone);
-    tev::FileReplacement replacement(to);
-    CXFile& target = replacement.Begin();
+    tev::FileReplacement replacement(tev::WideFilePath(written));
+    CXFile& file = replacement.Begin();
     std::vector<char> block(kBlockSize);
     while (const unsigned count = source.Read(block.data(), kBlockSize))
-        target.Write(block.data(), count);
+        file.Write(block.data(), count);
     replacement.Commit();
+    std::filesystem::rename(written, target);
 }
 
 void Remove(const Text& path)
@@ -123,6 +120,7 @@ bool CCrashHandler::SaveReport(const wchar_t* archivePath)
         return false;
     CopyFile(archivePath, target);
     Remove(archivePath);
+    tev::SetReportPath(target);
     return true;
 }
 
@@ -137,8 +135,8 @@ bool CCrashHandler::MailReport(const wchar_t* archivePath, const wchar_t* userAd
     const CPathString copy = folder / CPathString(archivePath).GetFileName();
     CopyFile(archivePath, copy);
     const bool isHandedOver =
-        tev::platform::HandToMailProgram({Utf8(XGetSupportAddress()), Utf8(userAddress), Utf8(subject),
-                                          Utf8(description), tev::platform::SystemPathOf(copy)});
+        tev::platform::HandToMailProgram({tev::Utf8(XGetSupportAddress()), tev::Utf8(userAddress), tev::Utf8(subject),
+                                          tev::Utf8(description), tev::platform::SystemPathOf(copy)});
     if (!isHandedOver)
     {
         Remove(copy);

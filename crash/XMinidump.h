@@ -2,7 +2,6 @@
 
 #include "text/CXTString.h"
 
-#include <array>
 #include <memory>
 #include <vector>
 
@@ -11,11 +10,13 @@ struct XMinidumpThread
 {
     unsigned int m_id = 0;
     bool m_hasRegisters = false;
-    /// rax, rcx, rdx, rbx, rsp, rbp, rsi, rdi, r8 to r15, rip.
-    std::array<unsigned __int64, 17> m_registers{};
+    /// On x86-64: rax, rcx, rdx, rbx, rsp, rbp, rsi, rdi, r8 to r15, rip.
+    std::vector<unsigned __int64> m_registers;
+    unsigned __int64 m_stackPointer = 0;
+    unsigned __int64 m_instruction = 0;
 
-    unsigned __int64 GetStackPointer() const noexcept { return m_registers[4]; }
-    unsigned __int64 GetInstruction() const noexcept { return m_registers[16]; }
+    unsigned __int64 GetStackPointer() const noexcept { return m_stackPointer; }
+    unsigned __int64 GetInstruction() const noexcept { return m_instruction; }
 };
 
 /// A program or library that was loaded.
@@ -36,7 +37,30 @@ struct XMinidumpFrame
     unsigned __int64 m_offset = 0;      ///< in the function; in the module when the function is unknown
 };
 
-/// Reads a minidump of a process on x86-64 Linux: the signal, threads, modules, stacks. The file is untrusted input; damaged
+/// Why a stack has no more frames.
+enum class XMinidumpStackEnd
+{
+    kComplete,    ///< the last frame is the outermost
+    kNoRegisters, ///< the dump has no registers of the thread, or of its kind of processor
+    kNoMemory,    ///< the dump lacks memory of the stack
+    kNoModule,    ///< the last frame's code is in no module
+    kNoFile,      ///< the last frame's module is not on this machine, or is another version
+    kNoRules,     ///< the last frame's module does not say how to unwind it
+    kTooDeep      ///< there are more than 1024 frames
+};
+
+/// The parts of a dump, each of which may be missing.
+enum class XMinidumpPart
+{
+    kSystem,
+    kProcess,
+    kException,
+    kThreads,
+    kModules,
+    kMemory
+};
+
+/// Reads a minidump: the signal, threads, modules, and for x86-64 Linux the stacks. The file is untrusted input; damaged
 /// parts count as missing.
 /// One thread at a time.
 class TEVTOOLS_API XMinidump
@@ -52,9 +76,26 @@ public:
     /// Reads a file of up to 1 GiB. False when it cannot be read or is no dump.
     [[nodiscard]] bool Load(const wchar_t* path);
 
+    bool Has(XMinidumpPart part) const noexcept { return (m_parts & BitOf(part)) != 0; }
+    /// Whether records of a list are missing that the dump should have.
+    bool IsCut(XMinidumpPart part) const noexcept { return (m_cutParts & BitOf(part)) != 0; }
+
+    /// In seconds since 1970; 0 when unknown.
+    unsigned int GetTime() const noexcept { return m_time; }
+    /// The number of the system that the dump is of: 0x8201 for Linux, 2 for Windows; 0 when unknown.
+    unsigned int GetPlatform() const noexcept { return m_platform; }
+    bool IsLinux() const noexcept;
+    /// The number of the kind of processor: 9 for x86-64; 0xFFFF when unknown.
+    unsigned int GetProcessor() const noexcept { return m_processor; }
+    unsigned int GetProcessorCount() const noexcept { return m_processorCount; }
+    /// The system's name and version as it reports them.
+    const CXTString<wchar_t>& GetSystemText() const noexcept { return m_systemText; }
+    /// The names of the system and of the kind of processor, such as "Linux x86-64".
+    CXTString<wchar_t> GetSystemName() const;
+
     unsigned int GetProcessId() const noexcept { return m_processId; }
     bool HasSignal() const noexcept { return m_signal != 0; }
-    /// The system's number; 0 when the dump was made without a signal.
+    /// The system's number, on Windows that of an exception; 0 when the dump was made without one.
     unsigned int GetSignal() const noexcept { return m_signal; }
     unsigned int GetSignalCode() const noexcept { return m_signalCode; }
     unsigned __int64 GetFaultAddress() const noexcept { return m_faultAddress; }
@@ -66,9 +107,12 @@ public:
     /// Walks up a thread's stack with the frame tables of the modules' files on this machine, where their build identifiers
     /// match; ends where a frame is unknown. Reads these files. An invalid index gives no frames.
     std::vector<XMinidumpFrame> GetStack(int thread) const;
+    /// As above; `end` is set to why the last frame is the last.
+    std::vector<XMinidumpFrame> GetStack(int thread, XMinidumpStackEnd& end) const;
 
 private:
     struct Reader;
+    struct Walker;
     struct Memory
     {
         unsigned __int64 m_start;
@@ -76,10 +120,18 @@ private:
         std::size_t m_size;
     };
 
+    static unsigned int BitOf(XMinidumpPart part) noexcept { return 1u << static_cast<unsigned int>(part); }
     int FindModule(unsigned __int64 address) const noexcept;
     bool ReadWord(unsigned __int64 address, unsigned __int64& value) const noexcept;
 
     std::vector<unsigned char> m_bytes;
+    unsigned int m_parts = 0;
+    unsigned int m_cutParts = 0;
+    unsigned int m_time = 0;
+    unsigned int m_platform = 0;
+    unsigned int m_processor = 0xFFFF;
+    unsigned int m_processorCount = 0;
+    CXTString<wchar_t> m_systemText;
     unsigned int m_processId = 0;
     unsigned int m_signal = 0;
     unsigned int m_signalCode = 0;

@@ -1,7 +1,8 @@
 #include "crash/CrashPackage.h"
+#include "crash/ModuleFile.h"
+#include "crash/Processor.h"
 #include "crash/XMinidump.h"
 #include "objects/CXException.h"
-#include "platform/ModuleFile.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -25,14 +26,14 @@ void ReadDump(const std::vector<unsigned char>& bytes)
 
 void WalkBy(const std::vector<unsigned char>& bytes)
 {
-    const auto file = tev::platform::ModuleFile::Read(bytes);
+    const auto file = tev::ModuleFile::Read(bytes);
     if (file == nullptr)
         return;
     constexpr std::uint64_t kStep = 16;
     constexpr std::uint64_t kLast = 256;
     for (std::uint64_t offset = 0; offset < kLast; offset += kStep)
     {
-        tev::platform::FrameState state;
+        tev::FrameState state(tev::kProcessorX64);
         std::string name;
         std::uint64_t offsetInFunction = 0;
         static_cast<void>(file->FindFunction(offset, name, offsetInFunction));
@@ -48,8 +49,8 @@ void WalkBy(const std::vector<unsigned char>& bytes)
 void ReadRecord(std::string_view bytes)
 {
     tev::CrashRecord record;
-    if (tev::ParseRecord(bytes, record) && record.m_archiveFolder.IsEmpty())
-        __builtin_trap();
+    if (tev::ParseRecord(bytes, record))
+        tev::ComposeDetails(record);
 }
 } // namespace
 

@@ -64,6 +64,12 @@ void BecomeCrashReporter() noexcept;
 void TakeAlternateStack();
 void GiveAlternateStackBack() noexcept;
 
+/// Whether anything is written to the error output; not by default.
+void LetWriteErrors(bool isOn) noexcept;
+/// Writes one line of two parts to the error output, where that is allowed, and waits a second at most. Safe in signal
+/// handlers.
+void WriteErrorLine(const char* start, const char* rest) noexcept;
+
 using RunTimeHook = void (*)();
 
 /// What the C++ run-time calls when a pure virtual function is called; null for its own default. Returns the previous one.

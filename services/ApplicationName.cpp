@@ -4,7 +4,10 @@
 #include "objects/CXCriticalSection.h"
 #include "objects/CXException.h"
 #include "platform/FileInformation.h"
+#include "services/ApplicationNameObserver.h"
 #include "services/CPathString.h"
+
+#include <atomic>
 
 namespace
 {
@@ -13,6 +16,8 @@ struct ChosenName
     tev::LibraryLock m_lock;
     CXTString<wchar_t> m_name X_GUARDED_BY(m_lock);
 };
+
+std::atomic<void (*)()> g_observer{nullptr};
 
 ChosenName& Chosen()
 {
@@ -36,7 +41,16 @@ void XSetApplicationName(const CXTString<wchar_t>& name)
 {
     if (name.FindOneOf(L"/\\") >= 0 || name == L"." || name == L"..")
         CXInvalidArgException::Throw();
-    ChosenName& chosen = Chosen();
-    const tev::LockGuard guard(chosen.m_lock);
-    chosen.m_name = name;
+    {
+        ChosenName& chosen = Chosen();
+        const tev::LockGuard guard(chosen.m_lock);
+        chosen.m_name = name;
+    }
+    if (void (*const observer)() = g_observer.load())
+        observer();
+}
+
+void tev::SetApplicationNameObserver(void (*observer)()) noexcept
+{
+    g_observer.store(observer);
 }

@@ -4,10 +4,12 @@
 
 #include <atomic>
 #include <cerrno>
+#include <cstring>
 
 namespace
 {
 std::atomic<XInvalidParameterHandler> g_handler{nullptr};
+thread_local tev::SourcePlace t_refused;
 
 template <class T>
 int CopyText(T* destination, size_t capacity, const T* source)
@@ -37,10 +39,25 @@ int XStrCopy(wchar_t* destination, size_t capacity, const wchar_t* source)
     return CopyText(destination, capacity, source);
 }
 
-int tev::RefuseParameter(const char* function, int error)
+int tev::RefuseParameter(const char* function, int error, const char* file, unsigned line)
 {
     errno = error;
-    if (const XInvalidParameterHandler handler = g_handler.load())
-        handler(function, error);
+    const XInvalidParameterHandler handler = g_handler.load();
+    if (handler == nullptr)
+        return error;
+    struct Refusing // also when the handler throws
+    {
+        explicit Refusing(const SourcePlace& place) : m_before(t_refused) { t_refused = place; }
+        ~Refusing() { t_refused = m_before; }
+        const SourcePlace m_before;
+    };
+    const char* const name = std::strrchr(file, '/');
+    const Refusing refusing({name == nullptr ? file : name + 1, line});
+    handler(function, error);
     return error;
+}
+
+tev::SourcePlace tev::RefusedPlace() noexcept
+{
+    return t_refused;
 }

@@ -20,6 +20,16 @@ TEVTOOLS_API int XStrCopy(wchar_t* destination, std::size_t capacity, const wcha
 
 namespace tev
 {
+/// A place in the library's sources; of line 0 when there is none.
+struct SourcePlace
+{
+    const char* file = "";
+    unsigned line = 0;
+};
+
 /// Sets `errno`, calls the handler, and returns the error. The caller has changed nothing yet and returns at once.
-int RefuseParameter(const char* function, int error);
+int RefuseParameter(const char* function, int error, const char* file = __builtin_FILE(),
+                    unsigned line = __builtin_LINE());
+/// While the handler runs on the calling thread: which check has refused the parameter.
+SourcePlace RefusedPlace() noexcept;
 } // namespace tev

@@ -44,6 +44,7 @@ constexpr MessageText kMessageTexts[] = {
     {kReport + 11, L"Description", L"Description"},
     {kReport + 12, L"Size", L"Taille"},
     {kReport + 13, L"Type", L"Type"},
+    {kReport + 14, L"Details of the error", L"Détails de l'erreur"},
 
     {kUnnamedFile, L"a file without a name", L"un fichier sans nom"},
 

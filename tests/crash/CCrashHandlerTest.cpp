@@ -2,6 +2,7 @@
 
 #include "crash/CrashPackage.h"
 #include "objects/CXException.h"
+#include "objects/ThreadException.h"
 #include "services/ApplicationName.h"
 #include "services/LogFile.h"
 #include "tests/support/CrashingProgram.h"
@@ -78,6 +79,13 @@ int CountAndRefuse(CCrashHandler*)
     return 0;
 }
 
+struct TellsItsEnd : CXException
+{
+    explicit TellsItsEnd(bool& isDeleted) : m_isDeleted(isDeleted) {}
+    ~TellsItsEnd() override { m_isDeleted = true; }
+    bool& m_isDeleted;
+};
+
 CXArray<Text> Files(std::initializer_list<std::wstring> paths)
 {
     CXArray<Text> files;
@@ -101,6 +109,7 @@ protected:
     }
 
     std::wstring Product() const { return XGetApplicationName().GetConstBuffer(); }
+    std::set<std::wstring> OwnFiles() const { return {Product() + L".dmp", Product() + L".txt"}; }
     std::wstring CommonPath(const std::string& name) const { return m_folder.WidePath("common/" + name); }
     bool HasReport(const std::string& name) const { return m_folder.Exists("common/" + name); }
 
@@ -120,9 +129,15 @@ TEST_F(CCrashHandlerTest, TheSecondInstallationOnlyUpdates)
     EXPECT_EQ(CrashGetHandler(), handler);
     EXPECT_EQ(handler->GetMode(), xFilesReport);
     EXPECT_EQ(handler->GetFlags(), xFilesReport | xCrashNoCallback);
+    // A refused report leaves the pending exception alone, one that is made deletes it.
+    bool isDeleted = false;
+    XSetThreadException(new TellsItsEnd(isDeleted));
     CrashGenerateErrorReport(nullptr, false);
     EXPECT_EQ(g_asked, 1);
+    EXPECT_FALSE(isDeleted);
     EXPECT_FALSE(HasReport("DebugReport.zip"));
+    CrashGenerateErrorReport(nullptr, true);
+    EXPECT_TRUE(isDeleted);
     CrashUninstall();
     EXPECT_EQ(CrashGetHandler(), nullptr);
     CrashGenerateErrorReport(nullptr, false);
@@ -203,10 +218,10 @@ TEST_F(CCrashHandlerTest, PacksReadableFilesBelowTheLimitUnderUniqueNames)
     CloseLogFile();
     EXPECT_EQ(NamesInArchive(CommonPath("DebugReport.zip")),
               (std::set<std::wstring>{L"below.bin", L"same.txt", L"same (1).txt", L"SAME (2).txt", Product() + L".dmp",
-                                      L"own.log"}));
+                                      Product() + L".txt", L"own.log"}));
 }
 
-TEST_F(CCrashHandlerTest, AFilesReportHoldsItsFilesOnceAndNoDump)
+TEST_F(CCrashHandlerTest, AFilesReportAddsItsFilesAndHasNoDump)
 {
     CrashInstall(CountAndReport, L"Viewer", L"3.1", xCrashReport);
     XSetLanguage(XLanguage::French);
@@ -223,13 +238,15 @@ TEST_F(CCrashHandlerTest, AFilesReportHoldsItsFilesOnceAndNoDump)
     size.LoadString(xTextReportSize);
     EXPECT_EQ(size, L"Taille");
 
-    // A crash report has another name, and a dump.
+    // A crash report has another name, a dump and details. The file stays in the handler's list.
     CrashGenerateErrorReport(nullptr, false);
     CloseLogFile();
     EXPECT_EQ(g_asked, 1);
-    ASSERT_EQ(user.m_files.size(), 2u);
-    EXPECT_EQ(user.m_files.front().m_description, L"Vidage m\u00e9moire");
-    EXPECT_EQ(NamesInArchive(CommonPath("DebugReport.zip")), (std::set<std::wstring>{Product() + L".dmp", L"own.log"}));
+    ASSERT_EQ(user.m_files.size(), 4u);
+    EXPECT_EQ(user.m_files[1].m_description, L"Vidage m\u00e9moire");
+    EXPECT_EQ(user.m_files[2].m_description, L"D\u00e9tails de l'erreur");
+    EXPECT_EQ(NamesInArchive(CommonPath("DebugReport.zip")),
+              (std::set<std::wstring>{L"broken.obj", Product() + L".dmp", Product() + L".txt", L"own.log"}));
 }
 
 std::size_t OpenDescriptors()
@@ -249,7 +266,7 @@ TEST_F(CCrashHandlerTest, ReportsOnDemandLeakNothingAndKeepEarlierOnes)
     CrashUninstall();
     EXPECT_EQ(OpenDescriptors(), before);
     for (const char* name : {"DebugReport.zip", "DebugReport (1).zip", "DebugReport (4).zip"})
-        EXPECT_EQ(NamesInArchive(CommonPath(name)), std::set<std::wstring>{Product() + L".dmp"}) << name;
+        EXPECT_EQ(NamesInArchive(CommonPath(name)), OwnFiles()) << name;
     EXPECT_FALSE(HasReport("DebugReport (5).zip"));
 }
 
@@ -310,7 +327,9 @@ TEST_F(CCrashHandlerTest, ProcessesThatReportAtTheSameTimeLoseNoReport)
 {
     constexpr int kProcesses = 4;
     constexpr int kReports = 8;
-    const std::vector<XReportFile> files = {{m_folder.WriteFile("scene.obj", "v").c_str(), {}}};
+    tev::CrashRecord record;
+    record.m_archiveFolder = m_folder.WidePath("common").c_str();
+    record.m_files = {{m_folder.WriteFile("scene.obj", "v").c_str(), {}}};
     std::filesystem::create_directories(m_folder.Path("common"));
     std::vector<pid_t> copies;
     for (int i = 0; i < kProcesses; ++i)
@@ -319,7 +338,7 @@ TEST_F(CCrashHandlerTest, ProcessesThatReportAtTheSameTimeLoseNoReport)
         if (copies.back() != 0)
             continue;
         for (int report = 0; report < kReports; ++report)
-            tev::PackReport(m_folder.WidePath("common").c_str(), true, files);
+            tev::PackReport(record);
         _exit(0);
     }
     for (const pid_t copy : copies)
@@ -403,8 +422,7 @@ TEST_F(CCrashHandlerTest, AMailHasThePrefaceAndTheArchive)
     EXPECT_EQ(words[6], "I opened a file");
     EXPECT_EQ(words[8], "me@example.com");
     EXPECT_EQ(words[11], "support@example.com");
-    EXPECT_EQ(NamesInArchive(std::filesystem::u8path(words[10]).wstring()),
-              std::set<std::wstring>{Product() + L".dmp"});
+    EXPECT_EQ(NamesInArchive(std::filesystem::u8path(words[10]).wstring()), OwnFiles());
 
     // With pointers, there is no preface.
     _EXCEPTION_POINTERS pointers = {nullptr, nullptr};
@@ -438,7 +456,7 @@ TEST_F(CCrashHandlerTest, ASavedReportIsMoved)
     EXPECT_EQ(user.m_filter, L"Fichiers Zip (*.zip)");
     EXPECT_EQ(user.m_proposed, (L"Rapport " + Product() + L" (\u00e0 envoyer \u00e0 support@example.com).zip").c_str());
     EXPECT_FALSE(HasReport("DebugReport.zip"));
-    EXPECT_EQ(NamesInArchive(m_folder.WidePath("mine.zip")), std::set<std::wstring>{Product() + L".dmp"});
+    EXPECT_EQ(NamesInArchive(m_folder.WidePath("mine.zip")), OwnFiles());
 
     user.m_savePath = CPathString(CommonPath("DebugReport.zip").c_str()); // its present path
     CrashGenerateErrorReport(nullptr, false);
@@ -459,7 +477,8 @@ TEST_F(CCrashHandlerTest, TheNextStartFinishesWhatAPowerFailureLeft)
     m_folder.WriteFile("user/" + product + ".2.crash", bytes.substr(0, 8));
     m_folder.WriteFile("user/other.1.crash", bytes);
     CrashInstall(nullptr, L"A", L"1", xCrashReport);
-    EXPECT_EQ(NamesInArchive(CommonPath("DebugReport.zip")), (std::set<std::wstring>{L"scene.obj", L"x.dmp"}));
+    EXPECT_EQ(NamesInArchive(CommonPath("DebugReport.zip")),
+              (std::set<std::wstring>{L"scene.obj", L"x.dmp", L"x.txt"}));
     EXPECT_FALSE(HasReport("DebugReport (1).zip"));
     EXPECT_FALSE(m_folder.Exists("user/" + product + ".1.crash"));
     EXPECT_FALSE(m_folder.Exists("user/" + product + ".2.crash"));

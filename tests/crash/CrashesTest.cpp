@@ -6,9 +6,14 @@
 #include "tests/support/Sanitized.h"
 #include "tests/support/TestRegistry.h"
 
+#include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cstdlib>
+#include <ctime>
 #include <fstream>
+#include <iterator>
+#include <map>
 #include <random>
 #include <thread>
 
@@ -34,39 +39,63 @@ using CrashesThread = Crashes;
 constexpr int kCaughtNoMemory = 30;
 constexpr int kCaughtInvalidArgument = 31;
 constexpr int kBySignal = 128;
+constexpr int kNoReport = -1;
+const std::string kProduct = "tevtools_crash_ways";
 
+/// What a way to crash leads to. The words must stand in the names of the stack of the thread that crashed, in that order.
 struct CrashRow
 {
     std::vector<std::string> arguments;
     int exitCode;
-    unsigned signal; ///< in the dump, 0 for none
-    bool hasReport = true;
+    int signal; ///< in the dump, 0 for none, kNoReport when there is no report
+    std::vector<std::string> stack = {"main"};
+    bool isTwiceTried = true; ///< with helper and without
 };
 
-/// Expects the documented report: one archive, with the log and a dump of that signal.
-void ExpectReport(const CrashingProgram& program, const CrashRow& row)
+std::vector<std::string> StackOf(const XMinidump& dump, int thread)
 {
-    if (!row.hasReport)
-    {
-        EXPECT_TRUE(program.Reports().empty());
-        EXPECT_FALSE(program.Folder().Exists("user/example_crash.dmp"));
-        return;
-    }
-    EXPECT_EQ(program.Reports(), std::set<std::string>{"DebugReport.zip"});
-    EXPECT_EQ(NamesInArchive(program.Folder().WidePath("common/DebugReport.zip")),
-              (std::set<std::wstring>{L"example_crash.dmp", L"crash.log"}));
-    XMinidump dump;
-    ASSERT_TRUE(dump.Load(program.Folder().WidePath("user/example_crash.dmp").c_str()));
-    EXPECT_EQ(dump.GetSignal(), row.signal);
-    ASSERT_GE(dump.GetFaultThread(), 0);
-    EXPECT_FALSE(dump.GetStack(dump.GetFaultThread()).empty());
+    std::vector<std::string> names;
+    for (const XMinidumpFrame& frame : dump.GetStack(thread))
+        names.emplace_back(CXTString<char>(frame.m_function).GetConstBuffer());
+    return names;
 }
 
-void ExpectNothingLeft(const CrashingProgram& program)
+void ExpectInOrder(const std::vector<std::string>& names, const std::vector<std::string>& words)
 {
-    for (const auto& entry : std::filesystem::directory_iterator(program.Folder().Path("user")))
-        EXPECT_THAT((std::set<std::string>{"crash.log", "example_crash.dmp"}),
-                    testing::Contains(entry.path().filename().string()));
+    auto from = names.begin();
+    for (const std::string& word : words)
+    {
+        from =
+            std::find_if(from, names.end(), [&word](const std::string& name) { return name.find(word) != name.npos; });
+        EXPECT_NE(from, names.end()) << word << " in " << testing::PrintToString(names);
+    }
+}
+
+void ExpectDump(const XMinidump& dump, const CrashRow& row)
+{
+    EXPECT_EQ(static_cast<int>(dump.GetSignal()), row.signal);
+    ASSERT_GE(dump.GetFaultThread(), 0);
+    ExpectInOrder(StackOf(dump, dump.GetFaultThread()), row.stack);
+}
+
+/// Expects the documented report: one archive, with the log, the details and a dump of that signal.
+void ExpectReport(const CrashingProgram& program, const CrashRow& row)
+{
+    const std::set<std::string> kept = {"crash.log", kProduct + ".dmp", kProduct + ".txt"};
+    if (row.signal == kNoReport)
+    {
+        EXPECT_EQ(program.Names("common"), std::set<std::string>());
+        EXPECT_EQ(program.Names("user"), std::set<std::string>{"crash.log"});
+        return;
+    }
+    EXPECT_EQ(program.Names("common"), std::set<std::string>{"DebugReport.zip"});
+    EXPECT_EQ(program.Names("user"), kept);
+    EXPECT_EQ(program.Names("temporary"), std::set<std::string>());
+    EXPECT_EQ(NamesInArchive(program.Folder().WidePath("common/DebugReport.zip")),
+              std::set<std::wstring>({L"crash.log", L"tevtools_crash_ways.dmp", L"tevtools_crash_ways.txt"}));
+    XMinidump dump;
+    ASSERT_TRUE(dump.Load(program.Folder().WidePath("user/" + kProduct + ".dmp").c_str()));
+    ExpectDump(dump, row);
 }
 
 void Expect(const CrashRow& row, const std::string& helper)
@@ -75,74 +104,265 @@ void Expect(const CrashRow& row, const std::string& helper)
     CrashingProgram program(row.arguments, helper);
     EXPECT_EQ(program.Wait(), row.exitCode);
     ExpectReport(program, row);
-    ExpectNothingLeft(program);
 }
 
-TEST_F(CrashesThread, EachEndsAsDocumentedWithOneReport)
+const CrashRow kRows[] = {
+    {{"terminate"}, 1, 0},
+    {{"exception"}, 1, 0, {"ThrowText", "main"}},
+    {{"noexcept"}, 1, 0, {"ThrowText", "ThrowInNoexcept", "main"}},
+    {{"own-exception"}, 1, 0},
+    {{"joinable"}, 1, 0},
+    {{"unexpected"}, 1, 0},
+    {{"pure-call"}, kCaughtNoMemory, 0, {"Shape::Shape()", "main"}},
+    {{"pure-call-unhooked"}, 77, kNoReport},
+    {{"no-memory"}, kCaughtNoMemory, 0},
+    {{"small-memory"}, 1, 0},
+    {{"fault-without-memory"}, 1, SIGSEGV, {"WriteNowhere", "main"}, false},
+    {{"invalid-parameter"}, kCaughtInvalidArgument, 0},
+    {{"abort"}, 1, SIGABRT, {"abort", "main"}},
+    {{"division"}, 1, SIGFPE},
+    {{"illegal-instruction"}, 1, SIGILL},
+    {{"interrupt"}, 1, SIGINT},
+    {{"segment-violation"}, 1, SIGSEGV, {"WriteNowhere", "main"}},
+    {{"termination"}, 1, SIGTERM},
+    {{"trap"}, kBySignal + SIGTRAP, SIGTRAP},
+    {{"processor-time"}, kBySignal + SIGXCPU, SIGXCPU},
+    {{"system-call"}, kBySignal + SIGSYS, SIGSYS},
+    {{"cut-file"}, kBySignal + SIGBUS, SIGBUS, {"ReadCutFile", "main"}},
+    {{"null-call"}, 1, SIGSEGV},
+    {{"freed-page"}, 1, SIGSEGV},
+    {{"overflow"}, 1, SIGSEGV, {"Recurse", "Recurse"}},
+    {{"deep"}, 1, SIGSEGV, {"WriteNowhere", "Recurse", "main"}},
+    {{"smashed-stack"}, 1, SIGABRT, {"SmashStack"}},
+    {{"double-free"}, 1, SIGABRT, {"FreeTwice", "main"}},
+    {{"heap"}, 1, SIGABRT, {"DamageHeap", "main"}, false},
+    {{"in-allocator"}, 1, SIGSEGV, {"FaultInAllocator", "main"}, false},
+    {{"log"}, 1, SIGSEGV},
+    {{"log-elsewhere"}, 1, SIGSEGV},
+    {{"bad-log-text"}, 1, SIGSEGV, {"WriteToLogFile", "main"}},
+    {{"handler"}, 1, SIGSEGV, {"WriteNowhere", "InHandler", "main"}},
+    {{"handler-on-own-stack"}, 1, SIGSEGV, {"WriteNowhere", "InHandler", "main"}},
+    {{"at-exit"}, 1, SIGSEGV, {"WriteNowhere", "exit", "main"}},
+    {{"descriptors"}, 1, SIGSEGV},
+    {{"closed-descriptors"}, 1, SIGSEGV},
+    {{"file-size"}, 1, SIGSEGV},
+    {{"folder-lock"}, 1, SIGSEGV},
+    {{"undumpable"}, 1, SIGSEGV},
+    {{"other-folder"}, 1, SIGSEGV},
+    {{"others-blocked"}, 1, SIGSEGV},
+    {{"dead-helper"}, 1, SIGSEGV, {"WriteNowhere", "main"}, false},
+    {{"stopped-helper"}, 1, SIGSEGV, {"WriteNowhere", "main"}, false},
+    {{"child"}, kBySignal + SIGSEGV, kNoReport},
+    {{"child-with-handler"}, 1, SIGSEGV, {"WriteNowhere", "InChild", "main"}},
+    {{"uninstalled"}, kBySignal + SIGSEGV, kNoReport},
+    {{"blocked"}, kBySignal + SIGSEGV, kNoReport},
+    {{"blocked-abort"}, 1, SIGABRT},
+    {{"killed"}, kBySignal + SIGKILL, kNoReport},
+    {{"overflow", "worker"}, 1, SIGSEGV, {"Recurse", "Recurse"}},
+    {{"overflow", "bare"}, kBySignal + SIGSEGV, kNoReport},
+    {{"heap", "worker"}, 1, SIGABRT, {"DamageHeap"}, false},
+    {{"log", "worker"}, 1, SIGSEGV, {"WriteNowhere"}},
+    {{"segment-violation", "two"}, 1, SIGSEGV, {"WriteNowhere"}},
+    {{"segment-violation", "many"}, 1, SIGSEGV, {"WriteNowhere"}},
+    {{"terminate", "two"}, 1, 0, {}},
+    {{"segment-violation", "bare"}, kBySignal + SIGSEGV, SIGSEGV, {"WriteNowhere"}},
+    {{"terminate", "bare"}, 1, SIGABRT, {"abort"}},
+    {{"segment-violation", "main", "no-report"}, 1, kNoReport},
+    {{"terminate", "main", "no-report"}, 1, kNoReport},
+    {{"segment-violation", "main", "crash"}, 1, SIGSEGV},
+    {{"segment-violation", "main", "throw"}, 1, SIGSEGV},
+    {{"demand", "main", "crash"}, 1, SIGSEGV},
+    {{"demand"}, 0, 0},
+    {{"demand", "main", "no-report"}, 0, kNoReport},
+    {{"segment-violation", "main", "hang"}, 1, SIGSEGV, {"WriteNowhere", "main"}, false},
+};
+
+// Several at a time, because some of them wait for a deadline.
+TEST_F(CrashesThread, EachWayEndsAsDocumentedWithOneReport)
 {
-    const CrashRow kRows[] = {
-        {{"terminate"}, 1, 0},
-        {{"unexpected"}, 1, 0},
-        {{"pure-call"}, kCaughtNoMemory, 0},
-        {{"no-memory"}, kCaughtNoMemory, 0},
-        {{"invalid-parameter"}, kCaughtInvalidArgument, 0},
-        {{"abort"}, 1, SIGABRT},
-        {{"division"}, 1, SIGFPE},
-        {{"illegal-instruction"}, 1, SIGILL},
-        {{"interrupt"}, 1, SIGINT},
-        {{"segment-violation"}, 1, SIGSEGV},
-        {{"termination"}, 1, SIGTERM},
-        {{"trap"}, kBySignal + SIGTRAP, SIGTRAP},
-        {{"overflow"}, 1, SIGSEGV},
-        {{"heap"}, 1, SIGABRT},
-        {{"log"}, 1, SIGSEGV},
-        {{"descriptors"}, 1, SIGSEGV},
-        {{"overflow", "worker"}, 1, SIGSEGV},
-        {{"heap", "worker"}, 1, SIGABRT},
-        {{"log", "worker"}, 1, SIGSEGV},
-        {{"segment-violation", "two"}, 1, SIGSEGV},
-        {{"terminate", "two"}, 1, 0},
-        {{"segment-violation", "bare"}, kBySignal + SIGSEGV, SIGSEGV},
-        {{"terminate", "bare"}, 1, SIGABRT},
-        {{"segment-violation", "main", "no-report"}, 1, 0, false},
-        {{"terminate", "main", "no-report"}, 1, 0, false},
-        {{"segment-violation", "main", "crash"}, 1, SIGSEGV},
-        {{"demand", "main", "crash"}, 1, SIGSEGV},
-        {{"demand"}, 0, 0},
-        {{"demand", "main", "no-report"}, 0, 0, false},
-    };
-    for (const CrashRow& row : kRows)
+    constexpr int kWorkers = 12;
+    std::atomic<std::size_t> next{0};
+    std::vector<std::thread> workers;
+    for (int i = 0; i < kWorkers; ++i)
     {
-        Expect(row, "");
-        Expect(row, "/no/helper");
+        workers.emplace_back([&next] {
+            for (std::size_t index = next++; index < 2 * std::size(kRows); index = next++)
+            {
+                const CrashRow& row = kRows[index / 2];
+                if (index % 2 == 0 || row.isTwiceTried)
+                    Expect(row, index % 2 == 0 ? "" : "/no/helper");
+            }
+        });
     }
-}
-
-TEST_F(CrashesThread, TheProcessEndsWhenTheCallbackHangs)
-{
-    const auto start = std::chrono::steady_clock::now();
-    Expect({{"segment-violation", "main", "hang"}, 1, SIGSEGV}, "");
-    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(30));
+    for (std::thread& worker : workers)
+        worker.join();
 }
 
 TEST_F(CrashesThread, WithoutHelperTheNextStartFinishesTheReport)
 {
     CrashingProgram program({"segment-violation", "main", "hang"}, "/no/helper");
     EXPECT_EQ(program.Wait(), 1);
-    EXPECT_TRUE(program.Reports().empty());
+    EXPECT_EQ(program.Names("common"), std::set<std::string>());
     const EnvironmentVariable user("TEVTOOLS_USER_DATA", program.Folder().Path("user").string());
     const EnvironmentVariable common("TEVTOOLS_COMMON_DATA", program.Folder().Path("common").string());
-    const std::string again = std::string(TEVTOOLS_CRASH_EXAMPLE) + " demand main no-report >/dev/null";
+    const std::string again = std::string(TEVTOOLS_CRASH_WAYS) + " demand main no-report >/dev/null";
     EXPECT_EQ(std::system(again.c_str()), 0);
     ExpectReport(program, {{}, 1, SIGSEGV});
-    ExpectNothingLeft(program);
+}
+
+/// A report outside the usual places; its details.
+std::string DetailsOf(const CrashingProgram& program, const std::string& report, const std::wstring& product)
+{
+    CZip zip;
+    const TempFolder folder;
+    EXPECT_TRUE(zip.Open(program.Folder().WidePath(report).c_str(), zipOpenReadOnly, false, nullptr));
+    const std::wstring name = product + L".txt";
+    const unsigned index = zip.FindFile(name.c_str(), true, false);
+    EXPECT_EQ(zip.ExtractFile(index, folder.WidePath().c_str(), false, L"details.txt", false), zipExtracted);
+    EXPECT_NE(zip.FindFile((product + L".dmp").c_str(), true, false), xZipNoEntry);
+    return folder.ReadFile("details.txt");
+}
+
+TEST_F(CrashesThread, TheDetailsNameVersionUptimeAndException)
+{
+    const struct
+    {
+        const char* way;
+        std::vector<std::string> lines;
+    } kDetails[] = {
+        {"exception",
+         {"Application: Ways\nVersion: 2.5\nProgram: tevtools_crash_ways\nTime: 2", "\nRunning for: ", " s\n",
+          "\nCause: std::terminate\n", "\nException: std::runtime_error\nMessage: the engine is on fire\n"}},
+        {"own-exception", {"\nException: CXFileException*\nMessage: ", "scene.obj"}},
+        {"segment-violation", {"\nCause: segment violation\nSignal: 11\nCode: 1\n"}},
+        {"invalid-parameter",
+         {"\nCause: invalid parameter\nFunction: XStrCopy\nExpression: errno 22\nFile: InvalidParameter.cpp\nLine: "}},
+        // The helper makes this one.
+        {"heap", {"Application: Ways\nVersion: 2.5\n", "\nCause: abort\nSignal: 6\n"}},
+    };
+    for (const auto& row : kDetails)
+    {
+        CrashingProgram program({row.way});
+        program.Wait();
+        const std::string details = DetailsOf(program, "common/DebugReport.zip", L"tevtools_crash_ways");
+        for (const std::string& line : row.lines)
+            EXPECT_THAT(details, HasSubstr(line)) << row.way;
+    }
+}
+
+TEST_F(CrashesThread, NameAndFolderAreThoseOfTheMomentOfTheCrash)
+{
+    CrashingProgram program({"renamed"});
+    EXPECT_EQ(program.Wait(), 1);
+    EXPECT_EQ(program.Names("common/later"), std::set<std::string>{"DebugReport.zip"});
+    EXPECT_EQ(program.Names("user"), (std::set<std::string>{"crash.log", "Renamed.dmp", "Renamed.txt"}));
+    EXPECT_THAT(DetailsOf(program, "common/later/DebugReport.zip", L"Renamed"), HasSubstr("Program: Renamed\n"));
+
+    CrashingProgram byHelper({"renamed-heap"});
+    EXPECT_EQ(byHelper.Wait(), 1);
+    EXPECT_THAT(DetailsOf(byHelper, "common/DebugReport.zip", L"Renamed"), HasSubstr("Program: Renamed\n"));
+    EXPECT_EQ(byHelper.Names("user"), (std::set<std::string>{"crash.log", "Renamed.dmp", "Renamed.txt"}));
+}
+
+TEST_F(CrashesThread, WithoutFoldersTheReportGoesToTheTemporaryFiles)
+{
+    for (const char* const helper : {"", "/no/helper"})
+    {
+        CrashingProgram program({"no-folders"}, helper);
+        EXPECT_EQ(program.Wait(), 1);
+        EXPECT_EQ(program.Names("common"), std::set<std::string>());
+        std::string report;
+        for (const std::string& name : program.Names("temporary"))
+        {
+            EXPECT_THAT(name, testing::MatchesRegex(kProduct + "\\..*"));
+            EXPECT_EQ(std::filesystem::status(program.Folder().Path("temporary/" + name)).permissions(),
+                      std::filesystem::perms::owner_read | std::filesystem::perms::owner_write)
+                << name;
+            if (name.find(".DebugReport.zip") != name.npos)
+                report = name;
+        }
+        EXPECT_EQ(program.Names("temporary").size(), 3u) << testing::PrintToString(program.Names("temporary"));
+        EXPECT_THAT(DetailsOf(program, "temporary/" + report, L"tevtools_crash_ways"), HasSubstr("segment violation"));
+    }
+}
+
+TEST_F(CrashesThread, TheErrorOutputHasOneLineWhereAHostWantsIt)
+{
+    for (const char* const way : {"segment-violation", "heap", "demand", "pure-call-unhooked"})
+    {
+        CrashingProgram silent({way});
+        silent.Wait();
+        EXPECT_THAT(silent.Errors(), testing::Not(HasSubstr("crash report"))) << way;
+        EXPECT_THAT(silent.Errors(), testing::Not(HasSubstr("pure virtual"))) << way;
+        CrashingProgram loud({way}, {}, {"TEVTOOLS_CRASH_OUTPUT=1"});
+        loud.Wait();
+        const std::string line = std::string(way) == "pure-call-unhooked"
+                                     ? "pure virtual method called\n"
+                                     : "crash report: " + loud.Folder().Path("common/DebugReport.zip").string() + "\n";
+        EXPECT_THAT(loud.Errors(), HasSubstr(line)) << way;
+    }
+}
+
+TEST_F(CrashesThread, ThreadsThatCrashTogetherHaveTheirOwnStacksAndNoMemoryTwice)
+{
+    for (const char* const helper : {"", "/no/helper"})
+    {
+        CrashingProgram program({"segment-violation", "sixteen"}, helper);
+        EXPECT_EQ(program.Wait(), 1);
+        XMinidump dump;
+        const std::string path = "user/" + kProduct + ".dmp";
+        ASSERT_TRUE(dump.Load(program.Folder().WidePath(path).c_str()));
+        int crashed = 0;
+        for (int i = 0; i < static_cast<int>(dump.GetThreads().size()); ++i)
+        {
+            const std::vector<std::string> names = StackOf(dump, i);
+            crashed += std::any_of(names.begin(), names.end(),
+                                   [](const std::string& name) { return name.find("CrashOnWorkers") != name.npos; });
+        }
+        EXPECT_GE(crashed, 16); // the main thread waits in this function, too
+        const std::string bytes = program.Folder().ReadFile(path);
+        const auto number = [&bytes](std::size_t at, std::size_t size) {
+            std::uint64_t value = 0;
+            bytes.copy(reinterpret_cast<char*>(&value), size, at);
+            return value;
+        };
+        std::map<std::uint64_t, std::uint64_t> ranges; // by the second stream, which is the memory
+        const std::size_t list = number(number(12, 4) + 12 + 8, 4);
+        for (std::size_t i = 0; i < number(list, 4); ++i)
+            EXPECT_TRUE(ranges.emplace(number(list + 4 + i * 16, 8), number(list + 12 + i * 16, 4)).second);
+        std::uint64_t end = 0;
+        for (const auto& [start, size] : ranges)
+        {
+            EXPECT_GE(start, end);
+            end = start + size;
+        }
+        EXPECT_GT(ranges.size(), 16u);
+    }
+}
+
+TEST_F(CrashesThread, TheStandardStreamsAreFilled)
+{
+    CrashingProgram program({"segment-violation"});
+    program.Wait();
+    XMinidump dump;
+    ASSERT_TRUE(dump.Load(program.Folder().WidePath("user/" + kProduct + ".dmp").c_str()));
+    EXPECT_LT(std::time(nullptr) - static_cast<std::time_t>(dump.GetTime()), 60);
+    EXPECT_EQ(dump.GetSystemName(), L"Linux x86-64");
+    EXPECT_EQ(dump.GetProcessorCount(), static_cast<unsigned>(sysconf(_SC_NPROCESSORS_ONLN)));
+    EXPECT_THAT(std::string(CXTString<char>(dump.GetSystemText()).GetConstBuffer()), testing::StartsWith("Linux "));
+    for (const XMinidumpPart part : {XMinidumpPart::kSystem, XMinidumpPart::kProcess, XMinidumpPart::kException,
+                                     XMinidumpPart::kThreads, XMinidumpPart::kModules, XMinidumpPart::kMemory})
+        EXPECT_TRUE(dump.Has(part) && !dump.IsCut(part)) << static_cast<int>(part);
+    XMinidumpStackEnd end{};
+    dump.GetStack(dump.GetFaultThread(), end);
+    EXPECT_EQ(end, XMinidumpStackEnd::kComplete);
 }
 
 TEST_F(CrashesThread, ADebuggerFindsTheSignalTheThreadsAndTheFunction)
 {
     CrashingProgram program({"segment-violation", "many"});
     EXPECT_EQ(program.Wait(), 1);
-    const std::string answer = AskDebugger(program.Folder().Path("user/example_crash.dmp").string(),
+    const std::string answer = AskDebugger(program.Folder().Path("user/" + kProduct + ".dmp").string(),
                                            "-o 'thread info' -o bt -o 'thread list'");
     EXPECT_THAT(answer, HasSubstr("SIGSEGV"));
     EXPECT_THAT(answer, HasSubstr("WriteNowhere"));
@@ -185,8 +405,7 @@ TEST_F(CrashesThread, RandomSignalsAtRandomMomentsOnRandomThreads)
         ASSERT_EQ(syscall(SYS_tgkill, program.Process(), AnyThread(program.Process(), random), signal), 0);
         const bool isOther = signal == SIGBUS || signal == SIGSYS || signal == SIGTRAP;
         EXPECT_EQ(program.Wait(), isOther ? kBySignal + signal : 1);
-        ExpectReport(program, {{}, 1, static_cast<unsigned>(signal)});
-        ExpectNothingLeft(program);
+        ExpectReport(program, {{}, 1, signal, {}});
     }
 }
 } // namespace

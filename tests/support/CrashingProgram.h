@@ -16,17 +16,20 @@
 
 namespace tev::test
 {
-/// The crashing example as a child process, with its own data folders.
+/// The program of tests/crash/program as a child process, with its own data folders and current folder.
 class CrashingProgram
 {
 public:
     /// The helper is the real one unless another path is given. Starts with the program's output going to a pipe.
-    explicit CrashingProgram(const std::vector<std::string>& arguments, const std::string& helper = {})
+    explicit CrashingProgram(const std::vector<std::string>& arguments, const std::string& helper = {},
+                             const std::vector<std::string>& environment = {})
     {
-        std::vector<char*> words = {const_cast<char*>("example_crash")};
+        std::vector<char*> words = {const_cast<char*>("tevtools_crash_ways")};
         for (const std::string& argument : arguments)
             words.push_back(const_cast<char*>(argument.c_str()));
         words.push_back(nullptr);
+        for (const char* const name : {"user", "common", "temporary"})
+            std::filesystem::create_directories(m_folder.Path(name));
         int ends[2];
         if (pipe2(ends, O_CLOEXEC) != 0 || (m_process = fork()) < 0)
             throw std::runtime_error("cannot start the crashing program");
@@ -34,14 +37,19 @@ public:
         if (m_process == 0)
         {
             dup2(ends[1], STDOUT_FILENO);
-            dup2(open("/dev/null", O_RDWR), STDERR_FILENO);
+            dup2(open(m_folder.Path("errors").c_str(), O_RDWR | O_CREAT, 0600), STDERR_FILENO);
+            if (chdir(m_folder.Path().c_str()) != 0)
+                _exit(126);
             const rlimit few = {100, 100}; // one of the ways to crash exhausts them
             setrlimit(RLIMIT_NOFILE, &few);
             setenv("TEVTOOLS_USER_DATA", m_folder.Path("user").c_str(), 1);
             setenv("TEVTOOLS_COMMON_DATA", m_folder.Path("common").c_str(), 1);
+            setenv("TMPDIR", m_folder.Path("temporary").c_str(), 1);
+            for (const std::string& variable : environment)
+                putenv(const_cast<char*>(variable.c_str()));
             if (!helper.empty())
                 setenv("TEVTOOLS_CRASH_HELPER", helper.c_str(), 1);
-            execv(TEVTOOLS_CRASH_EXAMPLE, words.data());
+            execv(TEVTOOLS_CRASH_WAYS, words.data());
             _exit(127);
         }
         close(ends[1]);
@@ -78,14 +86,15 @@ public:
         return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
     }
 
-    /// The names in the common folder.
-    std::set<std::string> Reports() const
+    /// The names in one of the folders "common", "user", "temporary".
+    std::set<std::string> Names(const std::string& folder) const
     {
         std::set<std::string> names;
-        for (const auto& entry : std::filesystem::directory_iterator(m_folder.Path("common")))
+        for (const auto& entry : std::filesystem::directory_iterator(m_folder.Path(folder)))
             names.insert(entry.path().filename().string());
         return names;
     }
+    std::string Errors() const { return m_folder.ReadFile("errors"); }
 
 private:
     TempFolder m_folder;

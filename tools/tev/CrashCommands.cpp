@@ -7,6 +7,7 @@
 #include "tools/tev/System.h"
 #include "tools/tev/Table.h"
 #include "tools/tev/Tool.h"
+#include "values/CXTime.h"
 #include "zip/CZip.h"
 
 #include <cinttypes>
@@ -54,27 +55,85 @@ std::string FrameText(const XMinidump& dump, const XMinidumpFrame& frame)
     return Printable(frame.m_function) + "+" + Hex(frame.m_offset) + "  " + module;
 }
 
+/// Why a stack has no more frames; empty when it is complete.
+std::string EndText(const XMinidump& dump, XMinidumpStackEnd end, const std::vector<XMinidumpFrame>& frames)
+{
+    const std::string module = frames.empty() ? "" : ModuleName(dump, frames.back().m_module);
+    switch (end)
+    {
+    case XMinidumpStackEnd::kComplete:
+        return {};
+    case XMinidumpStackEnd::kNoRegisters:
+        return "the dump has no registers of this thread";
+    case XMinidumpStackEnd::kNoMemory:
+        return "the dump has no more of this stack";
+    case XMinidumpStackEnd::kNoModule:
+        return "this address is in no module";
+    case XMinidumpStackEnd::kNoFile:
+        return module + " is not on this machine, or another version of it";
+    case XMinidumpStackEnd::kNoRules:
+        return module + " does not tell how to go on";
+    case XMinidumpStackEnd::kTooDeep:
+        return "there are more frames";
+    }
+    return {};
+}
+
 void PrintThread(Output& output, const XMinidump& dump, int index)
 {
     const XMinidumpThread& thread = dump.GetThreads()[static_cast<std::size_t>(index)];
     output.Write("thread " + std::to_string(thread.m_id) + (index == dump.GetFaultThread() ? ", this one:\n" : ":\n"));
+    XMinidumpStackEnd end{};
+    const std::vector<XMinidumpFrame> frames = dump.GetStack(index, end);
     unsigned number = 0;
-    for (const XMinidumpFrame& frame : dump.GetStack(index))
+    for (const XMinidumpFrame& frame : frames)
         output.Write("  " + std::to_string(number++) + "  " + FrameText(dump, frame) + "\n");
+    const std::string ending = EndText(dump, end, frames);
+    if (!ending.empty())
+        output.Write("  (" + ending + ")\n");
+}
+
+std::string TimeText(const XMinidump& dump)
+{
+    return Printable(CXTime(dump.GetTime()).FormatGmt(L"%Y-%m-%d %H:%M:%S UTC"));
+}
+
+std::string FaultText(const XMinidump& dump)
+{
+    if (!dump.Has(XMinidumpPart::kException))
+        return "no record of a fault";
+    if (!dump.HasSignal())
+        return "no signal";
+    const unsigned number = dump.GetSignal();
+    if (!dump.IsLinux())
+        return "exception " + Hex(number) + ", address " + Hex(dump.GetFaultAddress());
+    return "signal " + std::to_string(number) + " (" + SignalName(static_cast<int>(number)) + "), code " +
+           std::to_string(static_cast<int>(dump.GetSignalCode())) + ", address " + Hex(dump.GetFaultAddress());
+}
+
+std::string ListText(const XMinidump& dump, XMinidumpPart part, const std::string& name, std::size_t count)
+{
+    if (!dump.Has(part))
+        return "no list of " + name;
+    return name + " " + std::to_string(count) + (dump.IsCut(part) ? " (others are missing)" : "");
 }
 
 void PrintDump(Output& output, const XMinidump& dump, const std::string& name, const Options& options)
 {
-    output.Write(name + ": process " + std::to_string(dump.GetProcessId()));
-    if (dump.HasSignal())
-        output.Write(", signal " + std::to_string(dump.GetSignal()) + " (" +
-                     SignalName(static_cast<int>(dump.GetSignal())) + "), code " +
-                     std::to_string(static_cast<int>(dump.GetSignalCode())) + ", address " +
-                     Hex(dump.GetFaultAddress()));
+    const std::string process =
+        dump.Has(XMinidumpPart::kProcess) ? "process " + std::to_string(dump.GetProcessId()) : "unknown process";
+    output.Write(name + ": " + process + ", " + FaultText(dump) + ", " +
+                 ListText(dump, XMinidumpPart::kThreads, "threads", dump.GetThreads().size()) + ", " +
+                 ListText(dump, XMinidumpPart::kModules, "modules", dump.GetModules().size()) + "\n");
+    if (!dump.Has(XMinidumpPart::kSystem))
+        output.Write("of an unknown system\n");
     else
-        output.Write(", no signal");
-    output.Write(", threads " + std::to_string(dump.GetThreads().size()) + ", modules " +
-                 std::to_string(dump.GetModules().size()) + "\n");
+        output.Write("of " + Printable(dump.GetSystemName()) +
+                     (dump.GetProcessorCount() == 0 ? "" : ", processors " + std::to_string(dump.GetProcessorCount())) +
+                     (dump.GetTime() == 0 ? "" : ", " + TimeText(dump)) +
+                     (dump.GetSystemText().IsEmpty() ? "" : ", " + Printable(dump.GetSystemText())) + "\n");
+    if (dump.GetFaultThread() < 0 && !dump.GetThreads().empty() && !options.m_allThreads)
+        output.Write("which thread crashed is unknown; --threads shows all\n");
     for (int i = 0; i < static_cast<int>(dump.GetThreads().size()); ++i)
     {
         if (options.m_allThreads || i == dump.GetFaultThread())

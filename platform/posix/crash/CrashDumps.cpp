@@ -1,7 +1,10 @@
 #include "platform/CrashDumps.h"
 
 #include "platform/posix/crash/CrashFiles.h"
+#include "platform/posix/crash/MachineState.h"
 #include "platform/posix/crash/OwnDump.h"
+#include "platform/posix/crash/ProcessFacts.h"
+#include "platform/posix/crash/ThreadFaults.h"
 #include "platform/posix/files/OwnedDescriptor.h"
 #include "platform/posix/process/SpawnedProgram.h"
 
@@ -18,6 +21,7 @@
 #include <sys/file.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/time.h>
 #include <sys/wait.h>
@@ -29,6 +33,10 @@
 
 namespace tev::platform
 {
+/// Fills in the registers of the calling function. The system's own declaration says that it may return twice, which is so
+/// only where the record is used to go back.
+int TakeRegisters(ucontext_t* registers) noexcept __asm__("getcontext");
+
 namespace
 {
 constexpr unsigned kHelloTimeoutMs = 2000;
@@ -37,7 +45,10 @@ std::atomic<int> g_socket{-1};
 std::atomic<pid_t> g_socketProcess{0}; ///< a forked child inherits the socket, but has no helper
 std::atomic<bool> g_isGreeted{false};  ///< the helper has said that it is ready
 std::atomic<pid_t> g_channelUser{0};   ///< the thread that waits for an answer
-DumpOrder g_crashOrder;                ///< not on the small stack of a signal handler
+
+// Not on the small stack of a signal handler.
+DumpOrder g_crashOrder;
+HelperAnswer g_answer;
 
 /// The traces of the last SetCrashTraces, for a crash without helper: replaced atomically for signal handlers. The previous
 /// ones are kept, because a handler may be reading them. Both are never destroyed at exit.
@@ -49,7 +60,8 @@ pid_t ThisThread() noexcept
     return static_cast<pid_t>(syscall(SYS_gettid));
 }
 
-bool Receive(int socket, HelperMessage awaited, std::uint32_t& value, unsigned timeoutMs) noexcept
+/// The answer may lack its text.
+bool Receive(int socket, HelperMessage awaited, HelperAnswer& answer, unsigned timeoutMs) noexcept
 {
     const std::int64_t end = MonotonicMs() + timeoutMs;
     for (std::int64_t left = timeoutMs; left > 0; left = end - MonotonicMs())
@@ -57,17 +69,13 @@ bool Receive(int socket, HelperMessage awaited, std::uint32_t& value, unsigned t
         pollfd waiting = {socket, POLLIN, 0};
         if (poll(&waiting, 1, static_cast<int>(left)) != 1)
             continue;
-        HelperHead head;
-        const ssize_t size = recv(socket, &head, sizeof head, MSG_DONTWAIT);
+        const ssize_t size = recv(socket, &answer, sizeof answer, MSG_DONTWAIT);
         if (size == 0 || (size < 0 && errno != EINTR && errno != EAGAIN))
             return false;
-        if (size >= static_cast<ssize_t>(sizeof head) && head.version != kHelperVersion)
+        if (size >= static_cast<ssize_t>(sizeof answer.head) && answer.head.version != kHelperVersion)
             return false;
-        if (size == static_cast<ssize_t>(sizeof head) && head.message == awaited)
-        {
-            value = head.value;
+        if (size >= static_cast<ssize_t>(sizeof answer.head) && answer.head.message == awaited)
             return true;
-        }
     }
     return false;
 }
@@ -111,30 +119,31 @@ public:
     Channel(const Channel&) = delete;
     Channel& operator=(const Channel&) = delete;
 
-    bool Ask(const void* message, std::size_t size, unsigned timeoutMs) const noexcept
+    /// The value of the answer, which stays in g_answer; 0 without one.
+    std::uint32_t Ask(const void* message, std::size_t size, unsigned timeoutMs) const noexcept
     {
         const int socket = m_isMine ? Socket() : -1;
-        std::uint32_t answer = 0;
         if (socket < 0 || !IsGreeted(socket))
-            return false;
+            return 0;
         // A late answer to an earlier message is not the answer to this one.
         HelperHead stale;
         while (recv(socket, &stale, sizeof stale, MSG_DONTWAIT) > 0)
         {
         }
-        return Send(socket, message, size) && Receive(socket, HelperMessage::Answer, answer, timeoutMs) && answer == 1;
+        const bool isAnswered =
+            Send(socket, message, size) && Receive(socket, HelperMessage::Answer, g_answer, timeoutMs);
+        return isAnswered ? g_answer.head.value : 0;
     }
 
 private:
     /// Waits for the helper's start at its first use, because installing the handler does not.
     static bool IsGreeted(int socket) noexcept
     {
-        std::uint32_t helper = 0;
         if (g_isGreeted.load())
             return true;
-        if (!Receive(socket, HelperMessage::Hello, helper, kHelloTimeoutMs))
+        if (!Receive(socket, HelperMessage::Hello, g_answer, kHelloTimeoutMs))
             return false;
-        prctl(PR_SET_PTRACER, helper, 0, 0, 0); // refused where the kernel lacks this restriction
+        prctl(PR_SET_PTRACER, g_answer.head.value, 0, 0, 0); // refused where the kernel lacks this restriction
         g_isGreeted.store(true);
         return true;
     }
@@ -189,22 +198,14 @@ void StartHelper(const char* helperPath) noexcept
     g_socketProcess.store(getpid());
 }
 
-void CopyPath(char (&target)[PATH_MAX], const char* path) noexcept
-{
-    const std::size_t length = path == nullptr ? 0 : std::strlen(path);
-    if (length != 0 && length < sizeof target)
-        std::memcpy(target, path, length + 1);
-    else
-        target[0] = '\0';
-}
-
-void FillOrder(const Fault& fault, const char* dumpPath, DumpOrder& order) noexcept
+/// All but the registers where there are none yet.
+void FillOrder(const Fault& fault, DumpOrder& order) noexcept
 {
     order.head = {kHelperVersion, HelperMessage::Dump, 0};
     order.thread = ThisThread();
     order.time = MonotonicMs();
-    DescribeSignal(static_cast<const siginfo_t*>(fault.signalInfo), 0xFFFFFFFF, order);
-    CopyPath(order.dumpPath, dumpPath);
+    order.threadFaults = ThreadFaultsAddress();
+    DescribeSignal(static_cast<const siginfo_t*>(fault.signalInfo), order);
     if (fault.context != nullptr)
         StateFromContext(*static_cast<const ucontext_t*>(fault.context), order.state);
 }
@@ -245,9 +246,15 @@ void SetCrashTraces(const CrashTraces& traces)
     if (socket < 0)
         return;
     std::string all;
-    for (const std::string* text : {&traces.dumpPath, &traces.recordPath, &traces.libraryPath})
-        all.append(text->c_str(), text->size() + 1);
-    all += traces.record;
+    const auto add = [&all](const std::string& text) { all.append(text.c_str(), text.size() + 1); };
+    add(traces.libraryPath);
+    for (const CrashPlace& place : traces.places)
+    {
+        add(place.dumpPath);
+        add(place.recordPath);
+        add(std::to_string(place.record.size()));
+        all += place.record;
+    }
     const auto piece = std::make_unique<TracesPiece>();
     piece->head = {kHelperVersion, HelperMessage::Traces, static_cast<std::uint32_t>(all.size())};
     for (std::size_t at = 0; at < all.size();)
@@ -260,61 +267,85 @@ void SetCrashTraces(const CrashTraces& traces)
     }
 }
 
+// The registers are taken here and not in a function of its own: the frame must still exist when the stack is read.
 bool WriteDumpNow(const char* path, const Fault& fault) noexcept
 {
     DumpOrder order;
-    FillOrder(fault, path, order);
-    // Not in a function of its own: the frame must still exist when the stack is read.
-    FrameRegisters here;
-    TakeFrame(here);
-    if (fault.context == nullptr)
-        StateFromFrame(here, order.state);
+    const std::size_t length = std::strlen(path);
+    if (length >= sizeof order.dumpPath)
+        return false;
+    std::memcpy(order.dumpPath, path, length + 1);
+    FillOrder(fault, order);
+    ucontext_t here = {};
+    if (fault.context == nullptr && TakeRegisters(&here) == 0)
+        StateFromContext(here, order.state);
     {
         const Channel channel;
-        if (channel.Ask(&order, sizeof order, kDumpTimeoutMs))
+        if (channel.Ask(&order, sizeof order, kDumpTimeoutMs) != 0)
             return true;
     }
     return WriteOwnDump(path, order);
 }
 
-bool WriteCrashTraces(const Fault& fault, bool withDump, const char* logPath) noexcept
+bool WritePrivateFile(const char* path, std::string_view bytes) noexcept
+{
+    const OwnedDescriptor file(CreatePrivateFile(path));
+    const bool isWritten = file.Get() >= 0 && WriteAllBytes(file.Get(), bytes.data(), bytes.size());
+    if (file.Get() >= 0 && !isWritten)
+        unlink(path);
+    return isWritten;
+}
+
+int WriteCrashTraces(const Fault& fault, bool withDump, const CrashNotes& notes) noexcept
 {
     const CrashTraces* const traces = g_traces.load();
     if (traces == nullptr)
-        return false;
+        return -1;
     DumpOrder& order = g_crashOrder;
-    FillOrder(fault, nullptr, order);
-    // As above.
-    FrameRegisters here;
-    TakeFrame(here);
-    if (fault.context == nullptr)
-        StateFromFrame(here, order.state);
-    CopyPath(order.logPath, logPath);
+    FillOrder(fault, order);
+    ucontext_t here = {};
+    if (fault.context == nullptr && TakeRegisters(&here) == 0)
+        StateFromContext(here, order.state);
     ReleaseReservedDescriptors(); // for the report
+    LiftLimits();
+    order.isCrash = true;
     order.withDump = withDump;
-    order.withRecord = true;
+    order.notes = notes;
     {
         const Channel channel;
-        if (channel.Ask(&order, sizeof order, kDumpTimeoutMs))
-            return true;
+        if (const std::uint32_t answer = channel.Ask(&order, sizeof order, kDumpTimeoutMs))
+            return static_cast<int>(answer) - 1;
     }
-    // A helper that failed to write the dump may have written the record; one that ended holds no lock on it.
-    const bool hasRecord = access(traces->recordPath.c_str(), F_OK) == 0 && HasDumpHelper();
-    if (!hasRecord && WriteLockedRecord(traces->recordPath.c_str(), traces->record, logPath) < 0)
-        return false;
-    return !withDump || WriteOwnDump(traces->dumpPath.c_str(), order);
+    for (std::size_t i = 0; i < CrashTraces::kPlaces; ++i)
+    {
+        const CrashPlace& place = traces->places[i];
+        const int record = WriteLockedRecord(place.recordPath.c_str(), place.record, notes.Bytes());
+        if (record < 0)
+            continue;
+        if (!withDump || WriteOwnDump(place.dumpPath.c_str(), order))
+            return static_cast<int>(i);
+        unlink(place.recordPath.c_str());
+        close(record);
+    }
+    return -1;
 }
 
-bool LetHelperFinish(unsigned timeoutMs) noexcept
+const char* LetHelperFinish(int place, unsigned timeoutMs) noexcept
 {
-    const HelperHead head = {kHelperVersion, HelperMessage::Finish, 0};
+    const HelperHead head = {kHelperVersion, HelperMessage::Finish, static_cast<std::uint32_t>(place)};
     const Channel channel;
-    return channel.Ask(&head, sizeof head, timeoutMs);
+    return channel.Ask(&head, sizeof head, timeoutMs) != 0 ? g_answer.text : nullptr;
 }
 
-LeftRecord::LeftRecord(const std::string& path) noexcept : m_file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW))
+LeftRecord::LeftRecord(const std::string& path) noexcept
+    : m_file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK))
 {
-    if (m_file >= 0 && flock(m_file, LOCK_EX | LOCK_NB) != 0)
+    // In a folder for temporary files anything may lie under the name.
+    struct stat status;
+    const bool isOurs = m_file >= 0 && fstat(m_file, &status) == 0 && S_ISREG(status.st_mode) &&
+                        status.st_uid == geteuid() && status.st_nlink == 1 &&
+                        (status.st_mode & (S_IWGRP | S_IWOTH)) == 0;
+    if (m_file >= 0 && (!isOurs || flock(m_file, LOCK_EX | LOCK_NB) != 0))
         close(std::exchange(m_file, -1));
 }
 
@@ -322,6 +353,11 @@ LeftRecord::~LeftRecord()
 {
     if (m_file >= 0)
         close(m_file);
+}
+
+std::uint64_t ProcessUptime() noexcept
+{
+    return SecondsSinceStart(getpid());
 }
 
 std::string LibraryPath()

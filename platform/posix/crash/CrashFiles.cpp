@@ -1,10 +1,11 @@
 #include "platform/posix/crash/CrashFiles.h"
 
 #include <cerrno>
-#include <cstring>
 
+#include <csignal>
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 namespace tev::platform
@@ -32,18 +33,17 @@ bool WriteAllBytes(int file, const void* bytes, std::size_t size) noexcept
     return true;
 }
 
-int WriteLockedRecord(const char* path, std::string_view record, const char* logPath) noexcept
+int WriteLockedRecord(const char* path, std::string_view record, std::string_view notes) noexcept
 {
-    constexpr char kLogKey[] = "log";
-    const int file = CreatePrivateFile(path);
+    const int file = *path == '\0' ? -1 : CreatePrivateFile(path);
     if (file < 0)
         return -1;
     flock(file, LOCK_EX | LOCK_NB);
-    WriteAllBytes(file, record.data(), record.size());
-    if (logPath != nullptr && *logPath != '\0')
+    if (!WriteAllBytes(file, record.data(), record.size()) || !WriteAllBytes(file, notes.data(), notes.size()))
     {
-        WriteAllBytes(file, kLogKey, sizeof kLogKey);
-        WriteAllBytes(file, logPath, std::strlen(logPath) + 1);
+        unlink(path);
+        close(file);
+        return -1;
     }
     fdatasync(file); // the machine may go down before the report is finished
     return file;
@@ -66,5 +66,47 @@ std::size_t ReadWhole(const char* path, char* buffer, std::size_t capacity) noex
     }
     close(file);
     return size;
+}
+
+void LiftLimits() noexcept
+{
+    sigset_t tooLarge;
+    sigemptyset(&tooLarge);
+    sigaddset(&tooLarge, SIGXFSZ);
+    pthread_sigmask(SIG_BLOCK, &tooLarge, nullptr);
+    for (const auto resource : {RLIMIT_FSIZE, RLIMIT_NOFILE, RLIMIT_AS, RLIMIT_DATA})
+    {
+        rlimit limit = {};
+        if (getrlimit(resource, &limit) != 0)
+            continue;
+        limit.rlim_cur = limit.rlim_max;
+        setrlimit(resource, &limit);
+    }
+}
+
+PrivateDumpFile::PrivateDumpFile(const char* path) noexcept
+    : m_path(path), m_file(*path == '\0' ? -1 : CreatePrivateFile(path))
+{
+}
+
+PrivateDumpFile::~PrivateDumpFile()
+{
+    if (m_file < 0)
+        return;
+    if (m_isKept)
+        fdatasync(m_file); // where the file system can
+    else
+        unlink(m_path);
+    close(m_file);
+}
+
+bool PrivateDumpFile::Append(const void* bytes, std::size_t size) noexcept
+{
+    return WriteAllBytes(m_file, bytes, size);
+}
+
+bool PrivateDumpFile::Overwrite(const void* bytes, std::size_t size) noexcept
+{
+    return lseek(m_file, 0, SEEK_SET) == 0 && WriteAllBytes(m_file, bytes, size);
 }
 } // namespace tev::platform

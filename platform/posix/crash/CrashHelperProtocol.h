@@ -1,6 +1,7 @@
 #pragma once
 
-#include "platform/posix/crash/MachineState.h"
+#include "platform/CrashNotes.h"
+#include "platform/MinidumpWriter.h"
 
 #include <climits>
 #include <csignal>
@@ -14,15 +15,15 @@
 namespace tev::platform
 {
 constexpr int kHelperSocket = 3;
-constexpr std::uint32_t kHelperVersion = 1;
+constexpr std::uint32_t kHelperVersion = 2;
 
 enum class HelperMessage : std::uint32_t
 {
     Hello,  ///< of the helper: it is ready; the value is its process identifier
     Traces, ///< a piece of CrashTraces; the value is the size of the whole
     Dump,   ///< write a dump as the DumpOrder says
-    Finish, ///< make the report of the traces
-    Answer  ///< of the helper, to the last two: 1 for success
+    Finish, ///< make the report of the traces; the value is the index of the place
+    Answer  ///< of the helper, to the last two: 0 for failure, else 1, to a crash 1 and the index of the place
 };
 
 struct HelperHead
@@ -32,7 +33,14 @@ struct HelperHead
     std::uint32_t value = 0;
 };
 
-/// The texts of the traces follow one another, each with its terminator; the last is the record, which may hold NULs.
+/// The answer's text is the path of the report that was made.
+struct HelperAnswer
+{
+    HelperHead head;
+    char text[PATH_MAX]{};
+};
+
+/// The texts of the traces follow one another, each with its terminator, a record with its length before it.
 struct TracesPiece
 {
     static constexpr std::size_t kMostBytes = std::size_t{32} << 10;
@@ -46,15 +54,16 @@ struct DumpOrder
 {
     HelperHead head;
     pid_t thread = 0;
-    std::int64_t time = 0;    ///< of MonotonicMs; an order that is too old is refused
-    std::uint32_t signal = 0; ///< kNoSignal: none
+    std::int64_t time = 0; ///< of MonotonicMs; an order that is too old is refused
+    std::uint32_t signal = minidump::kNoSignal;
     std::uint32_t signalCode = 0;
     std::uint64_t faultAddress = 0;
+    std::uint64_t threadFaults = 0; ///< the address of the table
+    bool isCrash = false;           ///< to the places of the traces, with a record; else to `dumpPath`
     bool withDump = true;
-    bool withRecord = false;
     MachineState state{};
-    char dumpPath[PATH_MAX]{}; ///< empty: that of the traces
-    char logPath[PATH_MAX]{};
+    char dumpPath[PATH_MAX]{};
+    CrashNotes notes;
 };
 
 /// A deadline on both sides: the helper must not stop the process's threads for longer.
@@ -69,9 +78,9 @@ inline std::int64_t MonotonicMs() noexcept
 }
 
 /// Copies the signal's number, code and address.
-inline void DescribeSignal(const siginfo_t* info, std::uint32_t none, DumpOrder& order) noexcept
+inline void DescribeSignal(const siginfo_t* info, DumpOrder& order) noexcept
 {
-    order.signal = info == nullptr ? none : static_cast<std::uint32_t>(info->si_signo);
+    order.signal = info == nullptr ? minidump::kNoSignal : static_cast<std::uint32_t>(info->si_signo);
     if (info == nullptr)
         return;
     order.signalCode = static_cast<std::uint32_t>(info->si_code);

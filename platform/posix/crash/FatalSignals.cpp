@@ -6,7 +6,7 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
+#include <cstring>
 #include <exception>
 #include <iterator>
 #include <new>
@@ -14,7 +14,9 @@
 
 #include <csignal>
 #include <dlfcn.h>
+#include <poll.h>
 #include <sys/syscall.h>
+#include <sys/uio.h>
 #include <ucontext.h>
 #include <unistd.h>
 
@@ -84,6 +86,7 @@ bool IsSanitized() noexcept
 thread_local std::optional<AlternateStack> t_alternateStack;
 
 std::atomic<RunTimeHook> g_pureCallHook{nullptr};
+std::atomic<bool> g_mayWriteErrors{false};
 } // namespace
 
 struct PreviousSignals
@@ -221,6 +224,33 @@ void GiveAlternateStackBack() noexcept
     t_alternateStack.reset();
 }
 
+void LetWriteErrors(bool isOn) noexcept
+{
+    g_mayWriteErrors.store(isOn);
+}
+
+void WriteErrorLine(const char* start, const char* rest) noexcept
+{
+    constexpr int kPatienceMs = 1000;
+    pollfd output = {STDERR_FILENO, POLLOUT, 0};
+    if (!g_mayWriteErrors.load() || poll(&output, 1, kPatienceMs) != 1 || (output.revents & POLLOUT) == 0)
+        return;
+    // A reader that has gone must not end the process by a signal.
+    sigset_t brokenPipe, before, pending;
+    sigemptyset(&brokenPipe);
+    sigaddset(&brokenPipe, SIGPIPE);
+    sigpending(&pending);
+    pthread_sigmask(SIG_BLOCK, &brokenPipe, &before);
+    char newLine = '\n';
+    const iovec parts[] = {
+        {const_cast<char*>(start), std::strlen(start)}, {const_cast<char*>(rest), std::strlen(rest)}, {&newLine, 1}};
+    constexpr timespec kNow = {0, 0};
+    if (writev(STDERR_FILENO, parts, static_cast<int>(std::size(parts))) < 0 && errno == EPIPE &&
+        sigismember(&pending, SIGPIPE) == 0)
+        sigtimedwait(&brokenPipe, nullptr, &kNow);
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+}
+
 RunTimeHook SetPureCallHook(RunTimeHook hook) noexcept
 {
     return g_pureCallHook.exchange(hook);
@@ -238,10 +268,8 @@ RunTimeHook SetUnexpectedHook(RunTimeHook hook) noexcept
 // Overrides the run-time's function in programs that load this library before the run-time.
 extern "C" __attribute__((visibility("default"), noreturn)) void __cxa_pure_virtual()
 {
-    constexpr char kMessage[] = "pure virtual method called\n";
     if (const tev::platform::RunTimeHook hook = tev::platform::g_pureCallHook.load())
         hook();
-    if (write(STDERR_FILENO, kMessage, sizeof kMessage - 1) < 0)
-        std::abort();
+    tev::platform::WriteErrorLine("pure virtual method called", "");
     std::terminate();
 }

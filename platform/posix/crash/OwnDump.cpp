@@ -2,13 +2,17 @@
 
 #include "platform/AddressWait.h"
 #include "platform/posix/crash/CrashFiles.h"
-#include "platform/posix/crash/MinidumpWriter.h"
-#include "platform/posix/crash/RemoteMemory.h"
+#include "platform/posix/crash/MachineState.h"
+#include "platform/posix/crash/MappedProcess.h"
+#include "platform/posix/crash/ProcessFacts.h"
+#include "platform/posix/crash/ProcessThreads.h"
+#include "platform/posix/crash/ThreadFaults.h"
 
 #include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <ctime>
+#include <new>
 #include <string_view>
 
 #include <fcntl.h>
@@ -22,6 +26,7 @@ namespace
 {
 constexpr std::size_t kMostThreads = 2048;
 constexpr std::size_t kLongestMaps = std::size_t{1} << 20;
+constexpr std::size_t kProcessSize = 8192;
 constexpr auto kLongestWait = std::chrono::milliseconds(500);
 /// For the record, the dump, and the archive with what it is made of.
 constexpr int kReserved = 6;
@@ -41,6 +46,8 @@ struct Memory
     pid_t threads[kMostThreads];
     Slot slots[kMostThreads];
     char maps[kLongestMaps];
+    DumpFacts facts;
+    alignas(64) char process[kProcessSize];
     alignas(64) char workspace[kDumpWorkspace];
 };
 
@@ -103,11 +110,12 @@ bool HasDebugger() noexcept
     return place != text.npos && text.substr(place + kKey.size(), 1) != "0";
 }
 
-/// The threads of this process while they are stopped.
-class StoppedThreads final : public DumpedThreads
+/// This process while its other threads are stopped.
+class StoppedThreads final : public MappedProcess
 {
 public:
-    StoppedThreads(Memory& memory, const DumpOrder& order) noexcept : m_memory(memory), m_order(order)
+    StoppedThreads(Memory& memory, const DumpOrder& order) noexcept
+        : MappedProcess(getpid()), m_memory(memory), m_order(order)
     {
         const std::size_t count = ListThreads(getpid(), order.thread, memory.threads, kMostThreads);
         for (std::size_t i = 0; i < count; ++i)
@@ -116,30 +124,35 @@ public:
         memory.isStopping.store(1);
         // A debugger would stop at each of the signals.
         const int number = HasDebugger() ? 0 : StopSignal();
-        if (number == 0)
-            return;
         const pid_t self = ThisThread();
-        for (std::size_t i = 0; i < count; ++i)
+        for (std::size_t i = 0; i < count && number != 0; ++i)
         {
             if (memory.threads[i] != self && memory.threads[i] != order.thread)
                 syscall(SYS_tgkill, getpid(), memory.threads[i], number);
         }
-        WaitForAll(count, self);
+        if (number != 0)
+            WaitForAll(count, self);
+        SetMaps({memory.maps, ReadWhole("/proc/self/maps", memory.maps, kLongestMaps)});
     }
     ~StoppedThreads()
     {
         m_memory.isStopping.store(0);
         WakeAll(m_memory.isStopping);
     }
+    StoppedThreads(const StoppedThreads&) = delete;
+    StoppedThreads& operator=(const StoppedThreads&) = delete;
 
-    std::size_t Count() const noexcept override { return m_memory.threadCount.load(); }
-    void Get(std::size_t index, DumpedThread& thread) noexcept override
+    std::size_t ThreadCount() const noexcept override { return m_memory.threadCount.load(); }
+    void GetThread(std::size_t index, DumpedThread& thread) noexcept override
     {
-        thread.id = static_cast<std::uint32_t>(m_memory.threads[index]);
-        const bool isFirst = m_memory.threads[index] == m_order.thread;
-        thread.hasState = KnowsMachineState() && (isFirst || m_memory.slots[index].isTaken.load() != 0);
-        if (thread.hasState)
-            thread.state = isFirst ? m_order.state : m_memory.slots[index].state;
+        const pid_t id = m_memory.threads[index];
+        thread.id = static_cast<std::uint32_t>(id);
+        thread.state.size = 0;
+        if (id == m_order.thread)
+            thread.state = m_order.state;
+        else if (!FindThreadFault(*this, m_order.threadFaults, id, thread.state) &&
+                 m_memory.slots[index].isTaken.load() != 0)
+            thread.state = m_memory.slots[index].state;
     }
 
 private:
@@ -161,6 +174,7 @@ private:
     Memory& m_memory;
     const DumpOrder& m_order;
 };
+static_assert(sizeof(StoppedThreads) <= kProcessSize);
 } // namespace
 
 void PrepareOwnDump() noexcept
@@ -194,26 +208,27 @@ bool WriteOwnDump(const char* path, const DumpOrder& order) noexcept
     Memory* const memory = g_memory.load();
     if (memory == nullptr || g_isBusy.exchange(true))
         return false;
-    const int file = CreatePrivateFile(path);
     bool isWritten = false;
-    if (file >= 0)
     {
-        StoppedThreads threads(*memory, order);
-        const std::size_t mapsSize = ReadWhole("/proc/self/maps", memory->maps, kLongestMaps);
-        RemoteMemory own(getpid());
-        const DumpSubject subject = {static_cast<std::uint32_t>(getpid()),
-                                     order.signal,
-                                     order.signalCode,
-                                     order.faultAddress,
-                                     {memory->maps, mapsSize},
-                                     own,
-                                     threads};
-        isWritten = WriteMinidump(file, subject, memory->workspace);
+        PrivateDumpFile file(path);
+        if (file.IsOpen())
+        {
+            TakeFacts(getpid(), memory->facts);
+            // Not on the small stack of a signal handler.
+            auto* const process = new (memory->process) StoppedThreads(*memory, order);
+            const DumpSubject subject = {static_cast<std::uint32_t>(getpid()),
+                                         order.signal,
+                                         order.signalCode,
+                                         order.faultAddress,
+                                         process->Maps(),
+                                         memory->facts,
+                                         *process};
+            isWritten = WriteMinidump(file, subject, memory->workspace);
+            process->~StoppedThreads();
+        }
+        if (isWritten)
+            file.Keep();
     }
-    if (file >= 0)
-        close(file);
-    if (file >= 0 && !isWritten)
-        unlink(path);
     g_isBusy.store(false);
     return isWritten;
 }

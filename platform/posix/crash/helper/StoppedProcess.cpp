@@ -1,6 +1,9 @@
 #include "platform/posix/crash/helper/StoppedProcess.h"
 
-#include "platform/posix/crash/RemoteMemory.h"
+#include "platform/posix/crash/CrashFiles.h"
+#include "platform/posix/crash/MachineState.h"
+#include "platform/posix/crash/ProcessThreads.h"
+#include "platform/posix/crash/ThreadFaults.h"
 
 #include <algorithm>
 #include <thread>
@@ -16,11 +19,12 @@ namespace tev::platform
 namespace
 {
 constexpr std::size_t kMostThreads = 8192;
+constexpr std::size_t kLongestMaps = std::size_t{16} << 20;
 constexpr auto kLongestWait = std::chrono::milliseconds(1000);
 constexpr int kMostRounds = 10;
 } // namespace
 
-StoppedProcess::StoppedProcess(pid_t process, const DumpOrder& order) : m_order(order)
+StoppedProcess::StoppedProcess(pid_t process, const DumpOrder& order) : MappedProcess(process), m_order(order)
 {
     const Clock::time_point end = Clock::now() + kLongestWait;
     // Threads that still run may start others.
@@ -29,6 +33,10 @@ StoppedProcess::StoppedProcess(pid_t process, const DumpOrder& order) : m_order(
         for (Thread& thread : m_threads)
             WaitForStop(thread, end);
     }
+    m_mapsText.resize(kLongestMaps);
+    m_mapsText.resize(
+        ReadWhole(("/proc/" + std::to_string(process) + "/maps").c_str(), m_mapsText.data(), kLongestMaps));
+    SetMaps(m_mapsText);
 }
 
 StoppedProcess::~StoppedProcess()
@@ -87,25 +95,19 @@ void StoppedProcess::WaitForStop(Thread& thread, Clock::time_point end)
     }
 }
 
-void StoppedProcess::Get(std::size_t index, DumpedThread& thread) noexcept
+void StoppedProcess::GetThread(std::size_t index, DumpedThread& thread) noexcept
 {
     const Thread& from = m_threads[index];
     thread.id = static_cast<std::uint32_t>(from.id);
-    thread.hasState = false;
+    thread.state.size = 0;
     if (from.id == m_order.thread)
-    {
         thread.state = m_order.state;
-        thread.hasState = KnowsMachineState();
-        return;
-    }
-    if (!from.isStopped || !KnowsMachineState())
+    if (from.id == m_order.thread || !from.isStopped ||
+        FindThreadFault(*this, m_order.threadFaults, from.id, thread.state))
         return;
     user_regs_struct registers = {};
     iovec target = {&registers, sizeof registers};
     if (ptrace(PTRACE_GETREGSET, from.id, NT_PRSTATUS, &target) == 0)
-    {
         StateFromRegisters(registers, thread.state);
-        thread.hasState = true;
-    }
 }
 } // namespace tev::platform

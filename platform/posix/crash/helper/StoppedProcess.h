@@ -1,9 +1,10 @@
 #pragma once
 
 #include "platform/posix/crash/CrashHelperProtocol.h"
-#include "platform/posix/crash/MinidumpWriter.h"
+#include "platform/posix/crash/MappedProcess.h"
 
 #include <chrono>
+#include <string>
 #include <vector>
 
 #include <sys/types.h>
@@ -11,7 +12,7 @@
 namespace tev::platform
 {
 /// Stops the threads of a process as long as the object lives. Threads that do not stop in time have no registers.
-class StoppedProcess final : public DumpedThreads
+class StoppedProcess final : public MappedProcess
 {
 public:
     /// The registers of the ordering thread are those in the order.
@@ -23,8 +24,8 @@ public:
     /// False when the system does not allow tracing, for example because a debugger traces the process already.
     bool IsStopped() const noexcept;
 
-    std::size_t Count() const noexcept override { return m_threads.size(); }
-    void Get(std::size_t index, DumpedThread& thread) noexcept override;
+    std::size_t ThreadCount() const noexcept override { return m_threads.size(); }
+    void GetThread(std::size_t index, DumpedThread& thread) noexcept override;
 
 private:
     struct Thread
@@ -41,5 +42,6 @@ private:
 
     const DumpOrder& m_order;
     std::vector<Thread> m_threads;
+    std::string m_mapsText;
 };
 } // namespace tev::platform

@@ -4,14 +4,17 @@
 #include "platform/CrashDumps.h"
 #include "platform/posix/crash/CrashFiles.h"
 #include "platform/posix/crash/CrashHelperProtocol.h"
-#include "platform/posix/crash/RemoteMemory.h"
+#include "platform/posix/crash/ProcessFacts.h"
 #include "platform/posix/crash/helper/StoppedProcess.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <cstddef>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <string>
-#include <string_view>
+#include <utility>
 
 #include <dlfcn.h>
 #include <sys/socket.h>
@@ -22,7 +25,6 @@ namespace tev::platform
 {
 namespace
 {
-constexpr std::size_t kLongestMaps = std::size_t{16} << 20;
 constexpr std::size_t kLongestTraces = std::size_t{64} << 20;
 
 /// The traces as the process has sent them.
@@ -39,32 +41,39 @@ public:
         if (piece.offset + size == piece.head.value)
             TakeApart();
     }
-
-    std::string m_dumpPath;
-    std::string m_recordPath;
-    std::string m_libraryPath;
-    std::string m_record;
+    const CrashTraces& Get() const noexcept { return m_traces; }
 
 private:
+    std::string TakeText(std::size_t& at) const
+    {
+        std::string text = at < m_incoming.size() ? m_incoming.c_str() + at : "";
+        at += text.size() + 1;
+        return text;
+    }
     void TakeApart()
     {
         std::size_t at = 0;
-        for (std::string* text : {&m_dumpPath, &m_recordPath, &m_libraryPath})
+        m_traces.libraryPath = TakeText(at);
+        for (CrashPlace& place : m_traces.places)
         {
-            *text = m_incoming.c_str() + at;
-            at = std::min(at + text->size() + 1, m_incoming.size());
+            place.dumpPath = TakeText(at);
+            place.recordPath = TakeText(at);
+            const std::size_t size = std::strtoul(TakeText(at).c_str(), nullptr, 10);
+            at = std::min(at, m_incoming.size());
+            place.record = m_incoming.substr(at, size);
+            at += place.record.size();
         }
-        m_record = m_incoming.substr(at);
     }
 
     std::string m_incoming;
+    CrashTraces m_traces;
 };
 
 bool WriteDump(pid_t process, const DumpOrder& order, const char* path)
 {
     constexpr unsigned kMostSeconds = kDumpTimeoutMs / 1000;
-    const int file = CreatePrivateFile(path);
-    if (file < 0)
+    PrivateDumpFile file(path);
+    if (!file.IsOpen())
         return false;
     bool isWritten = false;
     alarm(kMostSeconds); // ends this helper, which resumes the threads
@@ -72,24 +81,22 @@ bool WriteDump(pid_t process, const DumpOrder& order, const char* path)
         StoppedProcess stopped(process, order);
         if (stopped.IsStopped())
         {
-            std::string maps(kLongestMaps, '\0');
-            maps.resize(ReadWhole(("/proc/" + std::to_string(process) + "/maps").c_str(), maps.data(), maps.size()));
-            RemoteMemory memory(process);
+            DumpFacts facts;
+            TakeFacts(process, facts);
             const auto workspace = std::make_unique<char[]>(kDumpWorkspace);
             const DumpSubject subject = {static_cast<std::uint32_t>(process),
                                          order.signal,
                                          order.signalCode,
                                          order.faultAddress,
-                                         maps,
-                                         memory,
+                                         stopped.Maps(),
+                                         facts,
                                          stopped};
             isWritten = WriteMinidump(file, subject, workspace.get());
         }
     }
     alarm(0);
-    close(file);
-    if (!isWritten)
-        unlink(path);
+    if (isWritten)
+        file.Keep();
     return isWritten;
 }
 
@@ -101,7 +108,7 @@ public:
     void Serve()
     {
         Send(HelperMessage::Hello, static_cast<std::uint32_t>(getpid()));
-        alignas(TracesPiece) static char
+        alignas(TracesPiece) alignas(DumpOrder) static char
             packet[sizeof(TracesPiece) > sizeof(DumpOrder) ? sizeof(TracesPiece) : sizeof(DumpOrder)];
         for (;;)
         {
@@ -113,8 +120,8 @@ public:
             Obey(packet, static_cast<std::size_t>(size));
         }
         // The process has ended. A report that it could not finish is still to be made.
-        if (m_recordFile >= 0 && access(m_traces.m_recordPath.c_str(), F_OK) == 0)
-            Finish();
+        if (m_recordFile >= 0 && access(m_traces.Get().places[m_place].recordPath.c_str(), F_OK) == 0)
+            static_cast<void>(Finish(m_place));
     }
 
 private:
@@ -131,32 +138,50 @@ private:
         if (head.message == HelperMessage::Traces && size >= kPieceHead)
             m_traces.Take(*reinterpret_cast<const TracesPiece*>(packet), size - kPieceHead);
         else if (head.message == HelperMessage::Dump && size == sizeof(DumpOrder))
-            Send(HelperMessage::Answer, Dump(*reinterpret_cast<const DumpOrder*>(packet)) ? 1 : 0);
+            Send(HelperMessage::Answer, Dump(*reinterpret_cast<const DumpOrder*>(packet)));
         else if (head.message == HelperMessage::Finish)
-            Send(HelperMessage::Answer, Finish() ? 1 : 0);
+        {
+            const bool isFinished = Finish(std::min<std::size_t>(head.value, CrashTraces::kPlaces - 1));
+            m_answer.head = {kHelperVersion, HelperMessage::Answer, isFinished ? 1u : 0u};
+            send(kHelperSocket, &m_answer, sizeof m_answer, MSG_NOSIGNAL);
+        }
     }
 
-    bool Dump(const DumpOrder& order)
+    std::uint32_t Dump(const DumpOrder& order)
     {
         if (MonotonicMs() - order.time >= kDumpTimeoutMs)
-            return false; // the process has written the dump itself meanwhile
-        if (order.withRecord)
-            m_recordFile = WriteLockedRecord(m_traces.m_recordPath.c_str(), m_traces.m_record, order.logPath);
-        return !order.withDump ||
-               WriteDump(m_process, order, order.dumpPath[0] != '\0' ? order.dumpPath : m_traces.m_dumpPath.c_str());
+            return 0; // the process has written the dump itself meanwhile
+        if (!order.isCrash)
+            return WriteDump(m_process, order, order.dumpPath) ? 1 : 0;
+        for (std::size_t i = 0; i < CrashTraces::kPlaces; ++i)
+        {
+            const CrashPlace& place = m_traces.Get().places[i];
+            m_recordFile = WriteLockedRecord(place.recordPath.c_str(), place.record, order.notes.Bytes());
+            m_place = i;
+            if (m_recordFile < 0)
+                continue;
+            if (!order.withDump || WriteDump(m_process, order, place.dumpPath.c_str()))
+                return static_cast<std::uint32_t>(i + 1);
+            unlink(place.recordPath.c_str());
+            close(std::exchange(m_recordFile, -1));
+        }
+        return 0;
     }
 
-    bool Finish()
+    bool Finish(std::size_t place)
     {
-        void* const library = dlopen(m_traces.m_libraryPath.c_str(), RTLD_NOW | RTLD_LOCAL);
-        if (library == nullptr)
-            return false;
-        const auto finish = reinterpret_cast<bool (*)(const char*)>(dlsym(library, kFinishFunction));
-        return finish != nullptr && finish(m_traces.m_recordPath.c_str());
+        using FinishFunction = bool (*)(const char*, char*, std::size_t);
+        void* const library = dlopen(m_traces.Get().libraryPath.c_str(), RTLD_NOW | RTLD_LOCAL);
+        const auto finish =
+            library == nullptr ? nullptr : reinterpret_cast<FinishFunction>(dlsym(library, kFinishFunction));
+        return finish != nullptr &&
+               finish(m_traces.Get().places[place].recordPath.c_str(), m_answer.text, sizeof m_answer.text);
     }
 
     const pid_t m_process;
     Traces m_traces;
+    HelperAnswer m_answer;
+    std::size_t m_place = 0;
     int m_recordFile = -1; ///< stays open and locked while this helper may still work on the report
 };
 
@@ -168,6 +193,7 @@ bool LeaveProcess()
         _exit(child < 0 ? 1 : 0);
     for (const int signalNumber : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE})
         signal(signalNumber, SIG_IGN);
+    LiftLimits();
     if (syscall(SYS_close_range, kHelperSocket + 1, ~0u, 0) != 0)
     {
         for (long descriptor = sysconf(_SC_OPEN_MAX) - 1; descriptor > kHelperSocket; --descriptor)

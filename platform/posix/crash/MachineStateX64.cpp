@@ -1,3 +1,5 @@
+#if defined(__x86_64__)
+
 #include "platform/posix/crash/MachineState.h"
 
 #include <cstring>
@@ -6,9 +8,10 @@
 
 namespace tev::platform
 {
-#if defined(__x86_64__)
 namespace
 {
+constexpr std::uint32_t kSize = 1232;
+static_assert(kSize <= MachineState::kMostBytes);
 constexpr std::uint32_t kControlIntegerAndSegments = 0x100007;
 
 // Offsets in the minidump's record.
@@ -37,7 +40,7 @@ void Put(MachineState& state, std::size_t offset, T value) noexcept
 
 void Encode(const Registers& registers, MachineState& state) noexcept
 {
-    std::memset(state.bytes, 0, sizeof state.bytes);
+    std::memset(state.bytes, 0, kSize);
     Put(state, kFlags, kControlIntegerAndSegments);
     Put(state, kSegmentCode, registers.code);
     Put(state, kSegmentFs, registers.fs);
@@ -46,14 +49,15 @@ void Encode(const Registers& registers, MachineState& state) noexcept
     Put(state, kProcessorFlags, static_cast<std::uint32_t>(registers.flags));
     std::memcpy(state.bytes + kFirstRegister, registers.general, sizeof registers.general);
     Put(state, kFirstRegister + sizeof registers.general, registers.instruction);
+    state.size = kSize;
     state.stackPointer = registers.general[4];
     state.instruction = registers.instruction;
 }
 } // namespace
 
-bool KnowsMachineState() noexcept
+std::uint16_t MinidumpProcessor() noexcept
 {
-    return true;
+    return minidump::kX64;
 }
 
 void StateFromContext(const ucontext_t& context, MachineState& state) noexcept
@@ -86,39 +90,6 @@ void StateFromRegisters(const user_regs_struct& from, MachineState& state) noexc
                                  static_cast<std::uint16_t>(from.ss)};
     Encode(registers, state);
 }
-
-void StateFromFrame(const FrameRegisters& frame, MachineState& state) noexcept
-{
-    const auto& from = frame.values;
-    const Registers registers = {
-        {0, 0, 0, from[0], from[2], from[1], 0, 0, 0, 0, 0, 0, from[3], from[4], from[5], from[6]},
-        from[7],
-        0,
-        0,
-        0,
-        0,
-        0};
-    Encode(registers, state);
-}
-#else
-bool KnowsMachineState() noexcept
-{
-    return false;
-}
-
-void StateFromContext(const ucontext_t&, MachineState& state) noexcept
-{
-    state = {};
-}
-
-void StateFromRegisters(const user_regs_struct&, MachineState& state) noexcept
-{
-    state = {};
-}
-
-void StateFromFrame(const FrameRegisters&, MachineState& state) noexcept
-{
-    state = {};
-}
-#endif
 } // namespace tev::platform
+
+#endif

@@ -1,13 +1,14 @@
 #pragma once
 
-#include "platform/FrameState.h"
+#include "crash/FrameRules.h"
+#include "text/CXTString.h"
 
 #include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
 
-namespace tev::platform
+namespace tev
 {
 /// The file of a program or library: the names of its functions and the rules to unwind their frames. The file is untrusted
 /// input. Immutable.
@@ -15,7 +16,7 @@ class ModuleFile
 {
 public:
     /// Null when there is no file with that build identifier at the path.
-    static std::unique_ptr<ModuleFile> Open(const std::string& path, const std::vector<unsigned char>& buildId);
+    static std::unique_ptr<ModuleFile> Open(const CXTString<wchar_t>& path, const std::vector<unsigned char>& buildId);
     /// As above from the file's bytes, with any build identifier.
     static std::unique_ptr<ModuleFile> Read(std::vector<unsigned char> bytes);
     ~ModuleFile();
@@ -25,9 +26,8 @@ public:
     const std::vector<unsigned char>& BuildId() const noexcept;
     /// The demangled name of the function at an offset from the module's load address; false when unknown.
     [[nodiscard]] bool FindFunction(std::uint64_t offset, std::string& name, std::uint64_t& offsetInFunction) const;
-    /// Unwinds a frame to its caller's; `offset` is that of an instruction in the frame's function. False when the rules are
-    /// unknown.
-    [[nodiscard]] bool LeaveFrame(std::uint64_t offset, FrameState& state, const StackReader& stack) const;
+    /// Unwinds a frame to its caller's; `offset` is that of an instruction in the frame's function.
+    [[nodiscard]] FrameStep LeaveFrame(std::uint64_t offset, FrameState& state, const StackReader& stack) const;
 
 private:
     struct Contents;
@@ -35,4 +35,4 @@ private:
 
     const std::unique_ptr<const Contents> m_contents;
 };
-} // namespace tev::platform
+} // namespace tev

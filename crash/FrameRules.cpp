@@ -1,14 +1,18 @@
-#include "platform/posix/crash/FrameRules.h"
+#include "crash/FrameRules.h"
 
 #include "base/ByteReader.h"
+#include "crash/FrameExpression.h"
+#include "crash/Processor.h"
 
 #include <algorithm>
 #include <vector>
 
-namespace tev::platform
+namespace tev
 {
 namespace
 {
+using platform::ByteReader;
+
 // Encodings of addresses (DW_EH_PE).
 constexpr unsigned char kOmitted = 0xFF;
 constexpr unsigned char kFormatMask = 0x0F;
@@ -20,23 +24,27 @@ enum class RuleKind : unsigned char
 {
     Same,
     Unknown,
-    AtOffset,  ///< stored at the frame's address plus a number
-    IsOffset,  ///< is the frame's address plus a number
-    InRegister ///< of this number
+    AtOffset,   ///< stored at the frame's address plus a number
+    IsOffset,   ///< is the frame's address plus a number
+    InRegister, ///< of this number
+    AtExpression,
+    IsExpression
 };
 
 struct Rule
 {
     RuleKind kind = RuleKind::Same;
     std::int64_t number = 0;
+    std::string_view expression{};
 };
 
 struct Rules
 {
     std::uint64_t frameRegister = 0;
     std::int64_t frameOffset = 0;
-    bool isKnown = false; ///< whether the frame's address is
-    std::array<Rule, FrameState::kRegisters> registers{};
+    bool isKnown = false;               ///< whether the frame's address is
+    std::string_view frameExpression{}; ///< instead of the register and the offset, unless it is empty
+    std::array<Rule, FrameState::kMostRegisters> registers{};
 };
 
 /// A common information entry (CIE).
@@ -44,9 +52,10 @@ struct Common
 {
     std::uint64_t codeUnit = 1;
     std::int64_t dataUnit = 1;
-    std::uint64_t returnRegister = FrameState::kInstruction;
+    std::uint64_t returnRegister = 0;
     unsigned char addressFormat = 0;
     bool hasLengths = false;
+    bool isSignalFrame = false; ///< of the code to which signal handlers return
     std::string_view program;
 };
 
@@ -128,12 +137,14 @@ bool ReadCommon(std::string_view body, Common& common)
                 details.Skip(1);
             else if (letter == 'P')
                 TakeAddress(details, details.Take<unsigned char>(), 0);
-            else if (letter != 'S')
+            else if (letter == 'S')
+                common.isSignalFrame = true;
+            else
                 return false;
         }
     }
     common.program = body.substr(std::min(reader.Position(), body.size()));
-    return reader.IsGood() && common.returnRegister < FrameState::kRegisters;
+    return reader.IsGood() && common.returnRegister < FrameState::kMostRegisters;
 }
 
 /// Runs call frame instructions, which change the rules from one instruction of the function to the next.
@@ -162,12 +173,12 @@ public:
 private:
     void Set(std::uint64_t number, Rule rule)
     {
-        if (number < FrameState::kRegisters)
+        if (number < FrameState::kMostRegisters)
             m_rules.registers[number] = rule;
     }
     void Restore(std::uint64_t number)
     {
-        if (number < FrameState::kRegisters)
+        if (number < FrameState::kMostRegisters)
             m_rules.registers[number] = m_initial.registers[number];
     }
     void Advance(std::uint64_t units) { m_address += units * m_common.codeUnit; }
@@ -220,6 +231,7 @@ private:
             m_rules.frameOffset = code == 0x0C ? static_cast<std::int64_t>(reader.TakeUnsigned())
                                                : Data(static_cast<std::uint64_t>(reader.TakeSigned()));
             m_rules.isKnown = true;
+            m_rules.frameExpression = {};
             return true;
         case 0x0D:
             m_rules.frameRegister = reader.TakeUnsigned();
@@ -231,8 +243,8 @@ private:
             m_rules.frameOffset = Data(static_cast<std::uint64_t>(reader.TakeSigned()));
             return true;
         case 0x0F: // the frame's address by an expression
-            m_rules.isKnown = false;
-            reader.Skip(reader.TakeUnsigned());
+            m_rules.frameExpression = reader.TakeBytes(reader.TakeUnsigned());
+            m_rules.isKnown = !m_rules.frameExpression.empty();
             return true;
         case 0x2E: // the size of arguments
             reader.TakeUnsigned();
@@ -262,10 +274,11 @@ private:
         case 0x09:
             Set(number, {RuleKind::InRegister, static_cast<std::int64_t>(reader.TakeUnsigned())});
             return true;
-        case 0x10: // by expressions
+        case 0x10:
+            Set(number, {RuleKind::AtExpression, 0, reader.TakeBytes(reader.TakeUnsigned())});
+            return true;
         case 0x16:
-            Set(number, {RuleKind::Unknown, 0});
-            reader.Skip(reader.TakeUnsigned());
+            Set(number, {RuleKind::IsExpression, 0, reader.TakeBytes(reader.TakeUnsigned())});
             return true;
         case 0x11:
             Set(number, {RuleKind::AtOffset, Data(static_cast<std::uint64_t>(reader.TakeSigned()))});
@@ -289,53 +302,80 @@ private:
     std::vector<Rules> m_remembered;
 };
 
-bool Apply(const Rules& rules, std::uint64_t returnRegister, FrameState& state, const StackReader& stack)
+bool FindFrame(const Rules& rules, const FrameState& state, const StackReader& stack, std::uint64_t& frame)
 {
-    if (!rules.isKnown || rules.frameRegister >= FrameState::kRegisters)
+    if (!rules.frameExpression.empty())
+        return EvaluateExpression(rules.frameExpression, nullptr, state, stack, frame);
+    if (!rules.isKnown || rules.frameRegister >= FrameState::kMostRegisters)
         return false;
-    const std::uint64_t frame = state.registers[rules.frameRegister] + static_cast<std::uint64_t>(rules.frameOffset);
-    FrameState caller = state;
-    caller.registers[FrameState::kStackPointer] = frame;
-    for (std::size_t i = 0; i < FrameState::kRegisters; ++i)
-    {
-        const Rule& rule = rules.registers[i];
-        const std::uint64_t place = frame + static_cast<std::uint64_t>(rule.number);
-        if (rule.kind == RuleKind::AtOffset && !stack(place, caller.registers[i]))
-            return false;
-        if (rule.kind == RuleKind::IsOffset)
-            caller.registers[i] = place;
-        if (rule.kind == RuleKind::InRegister)
-        {
-            const auto from = static_cast<std::uint64_t>(rule.number);
-            if (from >= FrameState::kRegisters)
-                return false;
-            caller.registers[i] = state.registers[from];
-        }
-    }
-    // A frame without return address is the outermost.
-    if (rules.registers[returnRegister].kind == RuleKind::Unknown ||
-        rules.registers[returnRegister].kind == RuleKind::Same)
-        return false;
-    caller.registers[FrameState::kInstruction] = caller.registers[returnRegister];
-    state = caller;
+    frame =
+        state.registers[static_cast<std::size_t>(rules.frameRegister)] + static_cast<std::uint64_t>(rules.frameOffset);
     return true;
 }
 
-bool LeaveByEntry(const Common& common, ByteReader& details, std::string_view body, std::uint64_t start,
-                  std::uint64_t address, FrameState& state, const StackReader& stack)
+/// The register's value in the caller's frame; it is already that in this one.
+bool ApplyRule(const Rule& rule, std::uint64_t frame, const FrameState& state, const StackReader& stack,
+               std::uint64_t& value)
+{
+    const std::uint64_t place = frame + static_cast<std::uint64_t>(rule.number);
+    switch (rule.kind)
+    {
+    case RuleKind::AtOffset:
+        return stack(place, value);
+    case RuleKind::IsOffset:
+        value = place;
+        return true;
+    case RuleKind::InRegister:
+        if (static_cast<std::uint64_t>(rule.number) >= FrameState::kMostRegisters)
+            return false;
+        value = state.registers[static_cast<std::size_t>(rule.number)];
+        return true;
+    case RuleKind::AtExpression:
+        return EvaluateExpression(rule.expression, &frame, state, stack, value) && stack(value, value);
+    case RuleKind::IsExpression:
+        return EvaluateExpression(rule.expression, &frame, state, stack, value);
+    default:
+        return true;
+    }
+}
+
+FrameStep Apply(const Rules& rules, const Common& common, FrameState& state, const StackReader& stack)
+{
+    std::uint64_t frame = 0;
+    const Rule& returnRule = rules.registers[static_cast<std::size_t>(common.returnRegister)];
+    if (returnRule.kind == RuleKind::Unknown || returnRule.kind == RuleKind::Same)
+        return FrameStep::kOutermost;
+    if (!FindFrame(rules, state, stack, frame))
+        return FrameStep::kUnknown;
+    FrameState caller = state;
+    caller.registers[state.processor->stackPointer] = frame;
+    for (std::size_t i = 0; i < state.processor->frameRegisterCount; ++i)
+    {
+        if (!ApplyRule(rules.registers[i], frame, state, stack, caller.registers[i]))
+            return FrameStep::kUnknown;
+    }
+    caller.registers[state.processor->instruction] = caller.registers[static_cast<std::size_t>(common.returnRegister)];
+    caller.isInterrupted = common.isSignalFrame;
+    state = caller;
+    return FrameStep::kDone;
+}
+
+FrameStep LeaveByEntry(const Common& common, ByteReader& details, std::string_view body, std::uint64_t start,
+                       std::uint64_t address, FrameState& state, const StackReader& stack)
 {
     if (common.hasLengths)
         details.Skip(details.TakeUnsigned());
     RuleMachine initial(common, 0, ~std::uint64_t{0}, {});
     if (!details.IsGood() || !initial.Run(common.program))
-        return false;
+        return FrameStep::kUnknown;
     RuleMachine machine(common, start, address, initial.Result());
-    return machine.Run(body.substr(details.Position())) && Apply(machine.Result(), common.returnRegister, state, stack);
+    return machine.Run(body.substr(details.Position())) ? Apply(machine.Result(), common, state, stack)
+                                                        : FrameStep::kUnknown;
 }
 } // namespace
 
-bool LeaveFrameByTable(std::string_view table, std::uint64_t tableAddress, std::uint64_t address, FrameState& state,
-                       const StackReader& stack)
+FrameStep LeaveFrameByTable(std::string_view table, std::uint64_t tableAddress, std::uint64_t address,
+                            FrameState& state, const StackReader& stack)
 {
     ByteReader reader(table);
     Entry entry;
@@ -358,6 +398,6 @@ bool LeaveFrameByTable(std::string_view table, std::uint64_t tableAddress, std::
         if (details.IsGood() && address >= start && address - start < length)
             return LeaveByEntry(common, details, entry.body, start, address, state, stack);
     }
-    return false;
+    return FrameStep::kUnknown;
 }
-} // namespace tev::platform
+} // namespace tev

@@ -1,23 +1,23 @@
-#include "platform/ModuleFile.h"
+#include "crash/ModuleFile.h"
 
 #include "base/ByteReader.h"
-#include "platform/posix/crash/FrameRules.h"
-#include "platform/posix/files/OwnedDescriptor.h"
+#include "crash/Attempt.h"
+#include "crash/ElfFormat.h"
+#include "crash/Processor.h"
+#include "files/CXFile.h"
+#include "platform/Demangling.h"
+#include "platform/FileInformation.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <cstring>
 #include <string_view>
 
-#include <cxxabi.h>
-#include <elf.h>
-#include <fcntl.h>
-#include <sys/stat.h>
-
-namespace tev::platform
+namespace tev
 {
 namespace
 {
+using platform::ByteReader;
+
 constexpr std::uint64_t kLargestFile = std::uint64_t{512} << 20;
 constexpr std::size_t kMostHeaders = 4096;
 
@@ -49,40 +49,26 @@ std::vector<unsigned char> BuildIdOf(std::string_view notes)
         const auto type = reader.Take<std::uint32_t>();
         const std::string_view name = reader.TakeBytes((std::uint64_t{nameSize} + 3) / 4 * 4);
         const std::string_view body = reader.TakeBytes((std::uint64_t{bodySize} + 3) / 4 * 4);
-        if (reader.IsGood() && type == NT_GNU_BUILD_ID && name == std::string_view(kOwner, sizeof kOwner))
+        if (reader.IsGood() && type == elf::kNoteBuildId && name == std::string_view(kOwner, sizeof kOwner))
             return {body.begin(), body.begin() + bodySize};
     }
     return {};
 }
 
-std::string Demangled(const char* name)
+bool ReadFile(const CXTString<wchar_t>& path, std::vector<unsigned char>& bytes)
 {
-    int status = 0;
-    char* const text = abi::__cxa_demangle(name, nullptr, nullptr, &status);
-    std::string result = status == 0 && text != nullptr ? text : name;
-    std::free(text);
-    return result;
-}
-
-bool ReadFile(const std::string& path, std::vector<unsigned char>& bytes)
-{
-    const OwnedDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-    struct stat status;
-    if (file.Get() < 0 || fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode) ||
-        static_cast<std::uint64_t>(status.st_size) > kLargestFile)
+    platform::FileInformation information;
+    if (!platform::GetFileInformation(path, information) || information.kind != platform::FileKind::File)
         return false;
-    bytes.resize(static_cast<std::size_t>(status.st_size));
-    std::size_t size = 0;
-    while (size < bytes.size())
-    {
-        const ssize_t count = read(file.Get(), bytes.data() + size, bytes.size() - size);
-        if (count < 0 && errno == EINTR)
-            continue;
-        if (count <= 0)
-            return false;
-        size += static_cast<std::size_t>(count);
-    }
-    return true;
+    bool isRead = false;
+    Attempt([&] {
+        CXFile file(path, CXFile::modeRead | CXFile::shareDenyNone);
+        if (file.GetLength() > kLargestFile)
+            return;
+        bytes.resize(static_cast<std::size_t>(file.GetLength()));
+        isRead = file.Read(bytes.data(), static_cast<unsigned>(bytes.size())) == bytes.size();
+    });
+    return isRead;
 }
 } // namespace
 
@@ -97,66 +83,67 @@ struct ModuleFile::Contents
     bool Parse()
     {
         all = {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
-        Elf64_Ehdr header;
-        if (!ReadAt(all, 0, header) || std::memcmp(header.e_ident, ELFMAG, SELFMAG) != 0 ||
-            header.e_ident[EI_CLASS] != ELFCLASS64 || header.e_ident[EI_DATA] != ELFDATA2LSB ||
-            header.e_machine != EM_X86_64)
+        elf::Header header;
+        if (!ReadAt(all, 0, header) || std::memcmp(header.identity, elf::kMagic, sizeof elf::kMagic) != 0)
             return false;
+        machine = header.machine;
         ParseParts(header);
         ParseSections(header);
         return true;
     }
 
-    void ParseParts(const Elf64_Ehdr& header)
+    void ParseParts(const elf::Header& header)
     {
         bool hasFirst = false;
-        for (std::size_t i = 0; i < std::min<std::size_t>(header.e_phnum, kMostHeaders); ++i)
+        for (std::size_t i = 0; i < std::min<std::size_t>(header.partCount, kMostHeaders); ++i)
         {
-            Elf64_Phdr part;
-            if (!ReadAt(all, header.e_phoff + i * sizeof part, part))
+            elf::Part part;
+            if (!ReadAt(all, header.partsOffset + i * sizeof part, part))
                 return;
-            if (part.p_type == PT_LOAD && !hasFirst)
+            if (part.type == elf::kPartLoad && !hasFirst)
             {
-                firstAddress = part.p_vaddr - part.p_offset;
+                firstAddress = part.address - part.offset;
                 hasFirst = true;
             }
-            if (part.p_type == PT_NOTE && buildId.empty())
-                buildId = BuildIdOf(Piece(all, part.p_offset, part.p_filesz));
+            if (part.type == elf::kPartNote && buildId.empty())
+                buildId = BuildIdOf(Piece(all, part.offset, part.fileSize));
         }
     }
 
-    void ParseSections(const Elf64_Ehdr& header)
+    void ParseSections(const elf::Header& header)
     {
-        std::vector<Elf64_Shdr> sections(std::min<std::size_t>(header.e_shnum, kMostHeaders));
+        std::vector<elf::Section> sections(std::min<std::size_t>(header.sectionCount, kMostHeaders));
         for (std::size_t i = 0; i < sections.size(); ++i)
         {
-            if (!ReadAt(all, header.e_shoff + i * sizeof(Elf64_Shdr), sections[i]))
+            if (!ReadAt(all, header.sectionsOffset + i * sizeof(elf::Section), sections[i]))
                 return;
         }
         std::string_view names;
-        if (header.e_shstrndx < sections.size())
-            names = Piece(all, sections[header.e_shstrndx].sh_offset, sections[header.e_shstrndx].sh_size);
-        for (const Elf64_Shdr& section : sections)
+        if (header.namesSection < sections.size())
+            names = Piece(all, sections[header.namesSection].offset, sections[header.namesSection].size);
+        for (const elf::Section& section : sections)
         {
             const std::string_view contents =
-                section.sh_type == SHT_NOBITS ? std::string_view() : Piece(all, section.sh_offset, section.sh_size);
-            if ((section.sh_type == SHT_SYMTAB || section.sh_type == SHT_DYNSYM) && section.sh_link < sections.size())
+                section.type == elf::kSectionNoBits ? std::string_view() : Piece(all, section.offset, section.size);
+            if ((section.type == elf::kSectionSymbols || section.type == elf::kSectionDynamicSymbols) &&
+                section.link < sections.size())
             {
-                const Elf64_Shdr& texts = sections[section.sh_link];
-                symbols.push_back({contents, Piece(all, texts.sh_offset, texts.sh_size)});
+                const elf::Section& texts = sections[section.link];
+                symbols.push_back({contents, Piece(all, texts.offset, texts.size)});
             }
             ByteReader name(
-                Piece(names, section.sh_name, names.size() - std::min<std::size_t>(section.sh_name, names.size())));
+                Piece(names, section.name, names.size() - std::min<std::size_t>(section.name, names.size())));
             if (name.TakeText() == ".eh_frame")
             {
                 frames = contents;
-                framesAddress = section.sh_addr;
+                framesAddress = section.address;
             }
         }
     }
 
     std::vector<unsigned char> bytes;
     std::string_view all;
+    std::uint16_t machine = 0;
     std::vector<unsigned char> buildId;
     std::vector<Symbols> symbols;
     std::string_view frames;
@@ -167,7 +154,7 @@ struct ModuleFile::Contents
 ModuleFile::ModuleFile(std::unique_ptr<const Contents> contents) noexcept : m_contents(std::move(contents)) {}
 ModuleFile::~ModuleFile() = default;
 
-std::unique_ptr<ModuleFile> ModuleFile::Open(const std::string& path, const std::vector<unsigned char>& buildId)
+std::unique_ptr<ModuleFile> ModuleFile::Open(const CXTString<wchar_t>& path, const std::vector<unsigned char>& buildId)
 {
     std::vector<unsigned char> bytes;
     if (buildId.empty() || !ReadFile(path, bytes))
@@ -199,30 +186,32 @@ bool ModuleFile::FindFunction(std::uint64_t offset, std::string& name, std::uint
         ByteReader reader(table.entries);
         while (!reader.IsAtEnd())
         {
-            const auto symbol = reader.Take<Elf64_Sym>();
-            if (!reader.IsGood() || ELF64_ST_TYPE(symbol.st_info) != STT_FUNC || symbol.st_shndx == SHN_UNDEF ||
-                address < symbol.st_value || address - symbol.st_value >= std::max<std::uint64_t>(symbol.st_size, 1))
+            const auto symbol = reader.Take<elf::Symbol>();
+            if (!reader.IsGood() || (symbol.info & 0x0F) != elf::kSymbolFunction || symbol.section == 0 ||
+                address < symbol.value || address - symbol.value >= std::max<std::uint64_t>(symbol.size, 1))
                 continue;
-            ByteReader text(Piece(table.names, symbol.st_name,
-                                  table.names.size() - std::min<std::size_t>(symbol.st_name, table.names.size())));
+            ByteReader text(Piece(table.names, symbol.name,
+                                  table.names.size() - std::min<std::size_t>(symbol.name, table.names.size())));
             const std::string_view candidate = text.TakeText();
             if (!text.IsGood() || candidate.empty())
                 continue;
             found = candidate;
-            offsetInFunction = address - symbol.st_value;
+            offsetInFunction = address - symbol.value;
         }
         if (!found.empty())
             break;
     }
     if (found.empty())
         return false;
-    name = Demangled(std::string(found).c_str());
+    name = platform::Demangled(std::string(found).c_str());
     return true;
 }
 
-bool ModuleFile::LeaveFrame(std::uint64_t offset, FrameState& state, const StackReader& stack) const
+FrameStep ModuleFile::LeaveFrame(std::uint64_t offset, FrameState& state, const StackReader& stack) const
 {
+    if (state.processor->elfMachine != m_contents->machine)
+        return FrameStep::kUnknown;
     return LeaveFrameByTable(m_contents->frames, m_contents->framesAddress, offset + m_contents->firstAddress, state,
                              stack);
 }
-} // namespace tev::platform
+} // namespace tev

@@ -1,22 +1,15 @@
-#include "platform/posix/crash/RemoteMemory.h"
+#include "platform/posix/crash/ProcessThreads.h"
 
 #include <charconv>
+#include <cstdint>
 #include <cstring>
 
 #include <fcntl.h>
 #include <sys/syscall.h>
-#include <sys/uio.h>
 #include <unistd.h>
 
 namespace tev::platform
 {
-bool RemoteMemory::Read(std::uint64_t address, void* buffer, std::size_t size) noexcept
-{
-    const iovec here = {buffer, size};
-    const iovec there = {reinterpret_cast<void*>(address), size};
-    return process_vm_readv(m_process, &here, 1, &there, 1, 0) == static_cast<ssize_t>(size);
-}
-
 namespace
 {
 /// As the system call returns it; opendir would allocate.

@@ -1,0 +1,22 @@
+#pragma once
+
+#include "objects/ThreadException.h"
+
+namespace tev
+{
+/// Does the work and swallows what it throws: a report is made of whatever can be gathered. False when something was thrown.
+template <class Work>
+bool Attempt(const Work& work) noexcept
+{
+    try
+    {
+        work();
+        return true;
+    }
+    catch (...)
+    {
+        XDeleteThreadException();
+        return false;
+    }
+}
+} // namespace tev

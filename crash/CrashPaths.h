@@ -1,0 +1,35 @@
+#pragma once
+
+#include "services/CPathString.h"
+
+#include <filesystem>
+#include <string>
+
+// Paths and texts between the library's form and the system's.
+namespace tev
+{
+/// Empty for a name that the system cannot have.
+std::filesystem::path SystemFilePath(const CXTString<wchar_t>& path);
+CPathString WideFilePath(const std::filesystem::path& path);
+std::string Utf8(const CXTString<wchar_t>& text);
+CXTString<wchar_t> FromUtf8(const std::string& text);
+
+/// A folder of this process alone beside a file that is going to be written there: no other process holds its lock. It is
+/// named like the file with the process's identifier appended. Deleted with its contents.
+class PrivateFolder
+{
+public:
+    /// Throws when the folder cannot be created.
+    explicit PrivateFolder(const std::filesystem::path& beside);
+    ~PrivateFolder();
+    PrivateFolder(const PrivateFolder&) = delete;
+    PrivateFolder& operator=(const PrivateFolder&) = delete;
+
+    const std::filesystem::path& Path() const noexcept { return m_path; }
+
+private:
+    std::filesystem::path m_path;
+};
+/// Deletes the folder that a process which has ended left beside the file.
+void RemovePrivateFolder(const std::filesystem::path& beside, unsigned process) noexcept;
+} // namespace tev
