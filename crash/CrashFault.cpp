@@ -181,11 +181,11 @@ CXTString<wchar_t> ExceptionMessage()
     {
         return tev::FromUtf8(exception.what());
     }
-    catch (const CXFileException* exception)
+    catch (CXFileException* exception)
     {
         return exception->GetCauseMessage();
     }
-    catch (const CXArchiveException* exception)
+    catch (CXArchiveException* exception)
     {
         return exception->GetErrorMessage();
     }

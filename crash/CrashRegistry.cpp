@@ -3,16 +3,52 @@
 #include "base/NeverDestroyed.h"
 #include "crash/CrashFault.h"
 #include "platform/FatalSignals.h"
+#include "platform/ForkHandlers.h"
+#include "platform/Threads.h"
 #include "services/Paths.h"
 
 #include <atomic>
+#include <new>
 
 namespace
 {
 using tev::CrashRegistry;
 
 std::atomic<const void*> g_holder{nullptr};
+std::atomic<int> g_reports{0}; ///< that are being made
 thread_local bool t_isReporting = false;
+
+// A child made by fork must find the lock free. A report holds it for as long as the user is asked: nobody waits for that,
+// and the child gets a lock of its own.
+thread_local bool t_isHeldOverFork = false;
+
+void BeforeFork() X_NO_THREAD_SAFETY_ANALYSIS
+{
+    while (!(t_isHeldOverFork = CrashRegistry::Get().m_lock.TryLock()) && g_reports.load() == 0)
+        tev::platform::SleepThisThread(1);
+}
+
+void AfterForkInParent() X_NO_THREAD_SAFETY_ANALYSIS
+{
+    if (t_isHeldOverFork)
+        CrashRegistry::Get().m_lock.Unlock();
+}
+
+void AfterForkInChild() X_NO_THREAD_SAFETY_ANALYSIS
+{
+    if (t_isHeldOverFork)
+        CrashRegistry::Get().m_lock.Unlock();
+    else
+        new (&CrashRegistry::Get().m_lock) CXCriticalSection();
+    if (!t_isReporting)
+    {
+        g_holder.store(nullptr);
+        g_reports.store(0);
+    }
+}
+
+const tev::platform::ForkHandler g_forkHandler(tev::platform::ForkRank::CrashRegistry, BeforeFork, AfterForkInParent,
+                                               AfterForkInChild);
 } // namespace
 
 bool CrashHandlerAccess::Report(_CR_EXCEPTION_INFO& info)
@@ -63,12 +99,14 @@ CrashRegistryHold::~CrashRegistryHold() X_NO_THREAD_SAFETY_ANALYSIS
 
 ReportInProgress::ReportInProgress() noexcept : m_former(t_isReporting)
 {
+    ++g_reports;
     t_isReporting = true;
 }
 
 ReportInProgress::~ReportInProgress()
 {
     t_isReporting = m_former;
+    --g_reports;
 }
 
 bool ReportInProgress::OnThisThread() noexcept

@@ -20,8 +20,8 @@ using Number = unsigned __int64;
 constexpr std::size_t kMostFrames = 1024;
 } // namespace
 
-/// Walks up one stack.
-struct XMinidump::Walker
+/// Walks up one stack. Hidden, because types in it are otherwise exported with the class.
+struct [[gnu::visibility("hidden")]] XMinidump::Walker
 {
     Walker(const XMinidump& source, const tev::Processor& processor, const XMinidumpThread& thread)
         : dump(source), state(processor)
@@ -30,8 +30,15 @@ struct XMinidump::Walker
             state.registers[i] = thread.m_registers[processor.recordIndex[i]];
     }
 
-    XMinidumpStackEnd Walk(std::vector<XMinidumpFrame>& frames)
+    XMinidumpStackEnd Walk(std::vector<XMinidumpFrame> & frames)
     {
+        bool isMemoryMissing = false;
+        const tev::StackReader memory = [this, &isMemoryMissing](std::uint64_t address, std::uint64_t& value) {
+            Number word = 0;
+            isMemoryMissing = !dump.ReadWord(address, word);
+            value = word;
+            return !isMemoryMissing;
+        };
         while (frames.size() < kMostFrames)
         {
             XMinidumpFrame frame;
@@ -43,7 +50,7 @@ struct XMinidump::Walker
             if (frame.m_module < 0)
             {
                 frames.push_back(frame);
-                if (frames.size() == 1 && LeaveCallOfNoCode())
+                if (frames.size() == 1 && LeaveCallOfNoCode(memory))
                     continue;
                 return XMinidumpStackEnd::kNoModule;
             }
@@ -92,7 +99,7 @@ struct XMinidump::Walker
     }
 
     /// After a call through a pointer that leads to no code, the return address is the last that was pushed.
-    bool LeaveCallOfNoCode()
+    bool LeaveCallOfNoCode(const tev::StackReader& memory)
     {
         std::uint64_t caller = 0;
         std::uint64_t& stackPointer = state.registers[state.processor->stackPointer];
@@ -107,13 +114,6 @@ struct XMinidump::Walker
     const XMinidump& dump;
     FrameState state;
     std::map<int, std::unique_ptr<ModuleFile>> files;
-    bool isMemoryMissing = false;
-    const tev::StackReader memory = [this](std::uint64_t address, std::uint64_t& value) {
-        Number word = 0;
-        isMemoryMissing = !dump.ReadWord(address, word);
-        value = word;
-        return !isMemoryMissing;
-    };
 };
 
 XMinidump::XMinidump() = default;

@@ -323,6 +323,19 @@ TEST_F(CCrashHandlerThreadTest, AForkedChildReportsOnlyWithAHandlerOfItsOwn)
     EXPECT_TRUE(HasReport("DebugReport (1).zip"));
 }
 
+int ForkElsewhere(CCrashHandler*)
+{
+    std::thread([] { g_asked = EndOfChild([] { _exit(CrashGetHandler() == nullptr ? 5 : 6); }); }).join();
+    return 0;
+}
+
+TEST_F(CCrashHandlerThreadTest, AChildForkedDuringAReportIsNotLockedOut)
+{
+    CrashInstall(ForkElsewhere, L"A", L"1", xCrashReport);
+    CrashGenerateErrorReport(nullptr, false);
+    EXPECT_EQ(g_asked, 5);
+}
+
 TEST_F(CCrashHandlerTest, ProcessesThatReportAtTheSameTimeLoseNoReport)
 {
     constexpr int kProcesses = 4;
