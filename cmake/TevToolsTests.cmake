@@ -71,6 +71,20 @@ if(test_sources)
         ENVIRONMENT "TZ=Pacific/Chatham;LC_ALL=C;LANG=C;${test_environment}")
 endif()
 
+# Trials of the writers with faults at their system calls and allocations: a sample here, all by scripts/trials --long.
+if(TARGET tev AND NOT TEVTOOLS_SANITIZE AND CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64")
+    file(GLOB trial_sources CONFIGURE_DEPENDS tests/trials/*.cpp)
+    add_executable(tevtools_trials ${trial_sources})
+    tevtools_configure(tevtools_trials)
+    target_link_libraries(tevtools_trials PRIVATE TevTools)
+    target_compile_definitions(tevtools_trials PRIVATE TEVTOOLS_TEV="$<TARGET_FILE:tev>")
+    add_dependencies(tevtools_trials tev)
+    foreach(writer IN ITEMS preferences CZip registry tev log)
+        add_test(NAME trials.${writer} COMMAND tevtools_trials --sample 4 --only ${writer})
+        set_tests_properties(trials.${writer} PROPERTIES TIMEOUT 300 SKIP_RETURN_CODE 77)
+    endforeach()
+endif()
+
 # Plug-ins are loaded at run time by a program that uses the real shared library.
 file(GLOB plugin_sources CONFIGURE_DEPENDS tests/plugin/*Plugin.cpp)
 file(GLOB plugin_test_sources CONFIGURE_DEPENDS tests/plugin/*Test.cpp)

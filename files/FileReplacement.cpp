@@ -21,9 +21,11 @@ FileReplacement::FileReplacement(const wchar_t* path, TemporaryName naming) : m_
 
 FileReplacement::~FileReplacement()
 {
+    platform::FileSystem& files = platform::CurrentFileSystem();
     if (m_file)
         m_file->Abort();
-    platform::FileSystem& files = platform::CurrentFileSystem();
+    else if (m_handle != nullptr) // memory ran out before the file had it
+        static_cast<void>(files.Close(m_handle));
     if (m_isNamed)
         static_cast<void>(files.Remove(m_temporary.c_str()));
     static_cast<void>(files.Close(m_folder));

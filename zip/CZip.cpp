@@ -8,6 +8,7 @@
 #include "zip/ZipArchive.h"
 
 #include <new>
+#include <utility>
 
 namespace
 {
@@ -121,7 +122,7 @@ void CZip::Close(bool throwOnError)
 void CZip::Discard() noexcept
 {
     m_archive.reset();
-    m_archivePath = CXTString<wchar_t>(); // never allocates
+    const CXTString<wchar_t> released(std::move(m_archivePath)); // emptying it could allocate
     tev::OverwriteText(m_password);
 }
 

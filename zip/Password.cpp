@@ -2,6 +2,8 @@
 
 #include "text/TextEncoding.h"
 
+#include <utility>
+
 namespace tev
 {
 void Overwrite(void* memory, std::size_t size) noexcept
@@ -15,7 +17,7 @@ void OverwriteText(CXTString<wchar_t>& text) noexcept
 {
     // The text owns its characters, and none is shared.
     Overwrite(const_cast<wchar_t*>(text.GetConstBuffer()), text.GetLength64() * sizeof(wchar_t));
-    text = CXTString<wchar_t>(); // never allocates
+    const CXTString<wchar_t> released(std::move(text)); // emptying it could allocate
 }
 
 Password::Password(const CXTString<wchar_t>& text)

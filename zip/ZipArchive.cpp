@@ -33,6 +33,8 @@ XZipEncryption EncryptionOf(platform::ZipEncryption encryption)
     return XZipEncryption::kUnknown;
 }
 
+constexpr unsigned kNotEnoughMemory = 8;
+
 /// FNV-1a over the characters of a name.
 std::uint64_t HashOf(std::wstring_view name)
 {
@@ -57,6 +59,8 @@ ZipOutcome ZipArchive::Open(const wchar_t* path, ZipOpenMode mode, CXZipCallback
         if (!ZipFileTarget::IsWritable(fullPath))
             return ZipOutcome::OfSystem();
         archive->m_engine = platform::ZipEngine::Create();
+        if (archive->m_engine == nullptr)
+            return {XZipFailure::kSystem, kNotEnoughMemory};
     }
     else
     {
@@ -136,10 +140,12 @@ std::vector<unsigned> ZipArchive::FindEach(std::wstring_view name, const NameRul
     const std::wstring wanted = ComparableName(name, rule);
     if (m_byName.empty())
     {
-        m_byName.reserve(Count());
+        std::vector<std::pair<std::uint64_t, unsigned>> byName; // of all entries, or none where memory runs out
+        byName.reserve(Count());
         for (unsigned index = 0; index < Count(); ++index)
-            m_byName.emplace_back(HashOf(NameFor(index, kKey)), index);
-        std::sort(m_byName.begin(), m_byName.end());
+            byName.emplace_back(HashOf(NameFor(index, kKey)), index);
+        std::sort(byName.begin(), byName.end());
+        m_byName.swap(byName);
     }
     const std::uint64_t hash = HashOf(ComparableName(name, kKey));
     std::vector<unsigned> found;

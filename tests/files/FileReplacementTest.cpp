@@ -1,6 +1,7 @@
 #include "files/FileReplacement.h"
 
 #include "files/RegularFile.h"
+#include "tests/support/FailingAllocations.h"
 #include "tests/support/FailingFileSystem.h"
 #include "tests/support/FileFailure.h"
 #include "tests/support/TempFolder.h"
@@ -89,6 +90,24 @@ TEST(FileReplacement, FailsWithTheOldFileAndNothingElse)
             const bool isNew = thrown == kNothingThrown || step == "sync folder";
             EXPECT_EQ(folder.ReadFile("file"), isNew ? "new" : "old");
         }
+    }
+}
+
+TEST(FileReplacement, FailsCleanlyWithoutMemory)
+{
+    for (const TemporaryName naming : kBothNamings)
+    {
+        const TempFolder folder;
+        const std::wstring path = folder.WidePath("file");
+        const unsigned allocations = FailEachAllocation([&](FailingAllocations& failing) {
+            folder.WriteFile("file", "old");
+            const int descriptors = OpenDescriptors();
+            const bool isReplaced = failing.Run([&] { Replace(path, naming); });
+            EXPECT_EQ(folder.ReadFile("file"), isReplaced ? "new" : "old");
+            EXPECT_EQ(NamesIn(folder), std::set<std::string>{"file"});
+            EXPECT_EQ(OpenDescriptors(), descriptors);
+        });
+        EXPECT_GT(allocations, 2U);
     }
 }
 

@@ -4,12 +4,17 @@
 #include "tests/support/FailingFileSystem.h"
 #include "tests/support/FileFailure.h"
 #include "tests/support/RawZip.h"
+#include "tests/support/Sanitized.h"
 #include "tests/support/TempFolder.h"
 #include "tests/support/ZipTools.h"
+#include "zip/Password.h"
 
 #include <gtest/gtest.h>
 
 #include <stdexcept>
+
+#include <fcntl.h>
+#include <unistd.h>
 
 namespace
 {
@@ -528,6 +533,70 @@ TEST(CZip, EncryptedEntriesNeedTheirPassword)
         EXPECT_EQ(zip.ExtractFile(index, folder.WidePath("out").c_str(), true, nullptr, false), zipExtracted);
     }
     EXPECT_EQ(folder.ReadFile("out/aes") + folder.ReadFile("out/old"), "secretsecret");
+}
+
+/// How often the bytes stand in this process's memory. They are given with every bit inverted, as not to be found there.
+unsigned CopiesInMemory(const std::string& inverted)
+{
+    std::ifstream maps("/proc/self/maps");
+    const int memory = open("/proc/self/mem", O_RDONLY | O_CLOEXEC);
+    unsigned copies = 0;
+    for (std::string line; std::getline(maps, line);)
+    {
+        unsigned long long start = 0;
+        unsigned long long end = 0;
+        char rights[5] = {};
+        if (std::sscanf(line.c_str(), "%llx-%llx %4s", &start, &end, rights) != 3 || std::string(rights, 2) != "rw")
+            continue;
+        std::vector<char> bytes(static_cast<std::size_t>(end - start));
+        const ssize_t got = pread(memory, bytes.data(), bytes.size(), static_cast<off_t>(start));
+        bytes.resize(static_cast<std::size_t>(std::max<ssize_t>(got, 0)));
+        for (auto& byte : bytes)
+            byte = static_cast<char>(~byte);
+        const auto isFound = [&](auto from) {
+            return std::search(from, bytes.end(), inverted.begin(), inverted.end());
+        };
+        for (auto at = isFound(bytes.begin()); at != bytes.end(); at = isFound(at + 1))
+            ++copies;
+        tev::Overwrite(bytes.data(), bytes.size());
+    }
+    close(memory);
+    return copies;
+}
+
+TEST(CZip, PasswordsAreOverwritten)
+{
+    if (kIsSanitized)
+        GTEST_SKIP() << "the memory is too large to be searched";
+    const std::string inverted = "\x9e\x8f\x9e\x8c\x8c\x88\x90\x8d\x9b\xd2\xc8\xce"; // of 12 characters
+    std::string invertedWide;
+    wchar_t password[13] = {};
+    for (std::size_t i = 0; i < inverted.size(); ++i)
+    {
+        password[i] = static_cast<unsigned char>(~inverted[i]);
+        invertedWide += inverted[i] + std::string(sizeof(wchar_t) - 1, '\xFF');
+    }
+    EXPECT_GT(CopiesInMemory(invertedWide), 0U);
+    const TempFolder folder;
+    const std::wstring file = folder.WriteFile("a.txt", "contents");
+    const std::wstring path = folder.WidePath("x.zip");
+    for (const XZipEncryption encryption : {XZipEncryption::kAes256, XZipEncryption::kTraditional})
+    {
+        ASSERT_TRUE(ChangeArchive(path, zipCreate, [&](CZip& zip) {
+            zip.SetPassword(password, encryption);
+            return zip.AddNewFile(file.c_str(), L"a", zipLevelDefault);
+        }));
+        CZip zip;
+        ASSERT_TRUE(zip.Open(path.c_str(), zipOpenReadOnly, false, nullptr));
+        zip.SetPassword(password);
+        EXPECT_EQ(zip.ExtractFile(0, folder.WidePath("out").c_str(), true, nullptr, false), zipExtracted);
+        zip.SetPassword(L"x");
+        zip.SetPassword(password);
+        EXPECT_EQ(zip.TestFile(0), zipExtracted);
+    }
+    tev::Overwrite(password, sizeof password);
+    EXPECT_EQ(CopiesInMemory(inverted), 0U);
+    EXPECT_EQ(CopiesInMemory(invertedWide), 0U);
 }
 
 TEST(CZip, PathsThroughArchivesAreSplit)

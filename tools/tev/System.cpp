@@ -163,6 +163,23 @@ SpoolFile::~SpoolFile()
     close(m_descriptor);
 }
 
+namespace
+{
+/// The new name is on the disk then, where the folder may be read and its file system can tell.
+void SyncFolderOf(const std::filesystem::path& path, const std::string& name)
+{
+    const std::filesystem::path folder = path.has_parent_path() ? path.parent_path() : ".";
+    const int descriptor = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    const bool hasFailed = descriptor >= 0 && fsync(descriptor) != 0 && (errno == EIO || errno == ENOSPC);
+    const int error = errno;
+    if (descriptor >= 0)
+        close(descriptor);
+    errno = error;
+    if (hasFailed)
+        ThrowSystemError(name);
+}
+} // namespace
+
 Replacement::Replacement(const std::string& target) : m_name(target), m_target(SystemPath(target))
 {
     std::error_code unknown; // a failure shows again when the new file is created
@@ -211,6 +228,7 @@ void Replacement::TakePlace()
         ThrowSystemError(m_name);
     m_path.clear();
     g_temporaryPath[0] = '\0';
+    SyncFolderOf(m_target, m_name);
 }
 
 } // namespace tev::tool

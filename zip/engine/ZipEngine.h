@@ -134,6 +134,7 @@ public:
     using Progress = std::function<bool(std::uint64_t)>;
 
     static std::unique_ptr<ZipEngine> Open(std::unique_ptr<ZipBytes> bytes, ZipError& error);
+    /// Null when memory ran out.
     static std::unique_ptr<ZipEngine> Create();
 
     virtual ~ZipEngine() = default;

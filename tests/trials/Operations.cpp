@@ -1,0 +1,529 @@
+#include "tests/trials/Operations.h"
+
+#include "TevTools.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <map>
+#include <memory>
+#include <new>
+#include <vector>
+
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace tev::trials
+{
+namespace
+{
+namespace fs = std::filesystem;
+using Text = CXTString<wchar_t>;
+using Texts = CXArray<Text, const Text&>;
+
+constexpr unsigned kKey = 7;
+constexpr unsigned kId = 3;
+constexpr std::size_t kBigSize = 300000;
+constexpr fs::perms kMode = fs::perms(0640);
+constexpr const wchar_t* kRegistryPath = L"Software\\Trials";
+
+Text PathOf(const fs::path& folder, const char* name)
+{
+    return Text((folder / name).wstring().c_str());
+}
+
+std::string ReadAll(const fs::path& path)
+{
+    std::ifstream file(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(file), {});
+}
+
+void WriteAll(const fs::path& path, const std::string& bytes)
+{
+    std::ofstream(path, std::ios::binary) << bytes;
+}
+
+/// Hardly compressible, the same each time.
+std::string BigText()
+{
+    std::string text;
+    for (unsigned x = 1; text.size() < kBigSize; x = x * 1664525 + 1013904223)
+        text += static_cast<char>(x >> 24);
+    return text;
+}
+
+/// `name` in the folder becomes a link to a file with a mode of its own, which replacing must keep.
+void HideBehindLink(const fs::path& folder, const char* name)
+{
+    const std::string target = std::string("target-of-") + name;
+    fs::rename(folder / name, folder / target);
+    fs::permissions(folder / target, kMode);
+    fs::create_symlink(target, folder / name);
+}
+
+bool IsLinkKept(const fs::path& folder, const char* name)
+{
+    return fs::is_symlink(folder / name) && fs::status(folder / name).permissions() == kMode;
+}
+
+// Preference files.
+
+bool SaveStore(const fs::path& folder, unsigned key, int value)
+{
+    CCustomData store;
+    return store.SetInt(kId, value) && store.SaveToPrefs(PathOf(folder, "prefs"), key, kKey);
+}
+
+int LoadStore(const fs::path& folder, unsigned key)
+{
+    CCustomData store;
+    int value = 0;
+    if (store.LoadFromPrefs(PathOf(folder, "prefs"), key, kKey, true))
+        store.GetInt(kId, value, 0);
+    return value;
+}
+
+void PreparePreferences(const fs::path& folder)
+{
+    SaveStore(folder, 1, 10);
+    SaveStore(folder, 2, 20);
+    HideBehindLink(folder, "prefs");
+}
+
+State LookAtPreferences(const fs::path& folder, int newValue)
+{
+    std::vector<XPreferenceRecord> records;
+    if (!XListPreferences(PathOf(folder, "prefs"), records) || LoadStore(folder, 2) != 20 ||
+        !IsLinkKept(folder, "prefs"))
+        return State::Damaged;
+    const int value = LoadStore(folder, 1);
+    return value == newValue ? State::New : value == 10 ? State::Old : State::Damaged;
+}
+
+State LookAtSavedPreferences(const fs::path& folder)
+{
+    return LookAtPreferences(folder, 11);
+}
+
+State LookAtRemovedPreferences(const fs::path& folder)
+{
+    return LookAtPreferences(folder, 0);
+}
+
+bool SavePreferences(const fs::path& folder)
+{
+    return SaveStore(folder, 1, 11);
+}
+
+bool RemovePreferences(const fs::path& folder)
+{
+    return XRemovePreference(PathOf(folder, "prefs"), 1, kKey);
+}
+
+// Archives that are changed.
+
+/// A change that ends half-way is not saved.
+struct Discarding
+{
+    ~Discarding() { m_zip.Discard(); }
+    CZip& m_zip;
+};
+
+template <class Change>
+bool ChangeArchive(const fs::path& folder, ZipOpenMode mode, Change&& change)
+{
+    const Text path = PathOf(folder, "x.zip");
+    CZip zip;
+    const Discarding discarding{zip};
+    if (!zip.Open(path, mode, false, nullptr) || !change(zip))
+        return false;
+    zip.Close(false);
+    return zip.GetLastFailure() == XZipFailure::kNone;
+}
+
+bool Add(CZip& zip, const fs::path& folder, const wchar_t* name)
+{
+    return zip.AddNewFile(PathOf(folder, "big"), name, zipLevelFastest);
+}
+
+void PrepareFile(const fs::path& folder)
+{
+    WriteAll(folder / "big", BigText());
+}
+
+void PrepareArchive(const fs::path& folder)
+{
+    PrepareFile(folder);
+    ChangeArchive(folder, zipCreate, [&](CZip& zip) { return Add(zip, folder, L"one") && Add(zip, folder, L"two"); });
+    HideBehindLink(folder, "x.zip");
+}
+
+/// The names of the entries, of which each is sound, each followed by '|'; "?" where one is not.
+std::wstring SoundEntries(const fs::path& folder)
+{
+    CZip zip;
+    zip.SetPassword(L"secret");
+    std::wstring names;
+    if (!zip.Open(PathOf(folder, "x.zip"), zipOpenReadOnly, false, nullptr))
+        return L"?";
+    for (unsigned index = 0; index < static_cast<unsigned>(zip.GetCount(false)); ++index)
+    {
+        CZipFileInfo info;
+        if (!zip.GetFileInfo(info, index) || zip.TestFile(index) != zipExtracted)
+            return L"?";
+        names += std::wstring(info.GetFileName()) + L"|";
+    }
+    return names;
+}
+
+template <const wchar_t* Expected>
+State LookAtArchive(const fs::path& folder)
+{
+    const std::wstring names = SoundEntries(folder);
+    if (!IsLinkKept(folder, "x.zip"))
+        return State::Damaged;
+    return names == L"one|two|" ? State::Old : names == Expected ? State::New : State::Damaged;
+}
+
+State LookAtNewArchive(const fs::path& folder)
+{
+    if (!fs::exists(folder / "x.zip"))
+        return State::Old;
+    return SoundEntries(folder) == L"one|two|" ? State::New : State::Damaged;
+}
+
+bool CreateArchive(const fs::path& folder)
+{
+    return ChangeArchive(folder, zipCreate,
+                         [&](CZip& zip) { return Add(zip, folder, L"one") && Add(zip, folder, L"two"); });
+}
+
+/// Whether the archive has the entry; `isKnown` is false when memory ran out over that.
+bool Has(CZip& zip, const wchar_t* name, bool& isKnown)
+{
+    const bool isFound = zip.FindFile(name, true, false) != xZipNoEntry;
+    isKnown = isFound || zip.GetLastFailure() == XZipFailure::kNotFound;
+    return isFound;
+}
+
+bool AddUnlessThere(CZip& zip, const fs::path& folder)
+{
+    bool isKnown = false;
+    return Has(zip, L"three", isKnown) || (isKnown && Add(zip, folder, L"three"));
+}
+
+bool AddEntry(const fs::path& folder)
+{
+    return ChangeArchive(folder, zipOpenReadWrite, [&](CZip& zip) { return AddUnlessThere(zip, folder); });
+}
+
+bool AddEncrypted(const fs::path& folder)
+{
+    return ChangeArchive(folder, zipOpenReadWrite, [&](CZip& zip) {
+        zip.SetPassword(L"secret");
+        return AddUnlessThere(zip, folder);
+    });
+}
+
+bool DeleteEntry(const fs::path& folder)
+{
+    return ChangeArchive(folder, zipOpenReadWrite, [](CZip& zip) {
+        Texts names;
+        names.Add(L"one");
+        bool isKnown = false;
+        return Has(zip, L"one", isKnown) ? zip.DeleteFiles(names) : isKnown;
+    });
+}
+
+bool RenameEntries(const fs::path& folder)
+{
+    return ChangeArchive(folder, zipOpenReadWrite, [](CZip& zip) {
+        CZipFileInfo info;
+        if (!zip.GetFileInfo(info, 0))
+            return false;
+        Texts oldNames;
+        Texts newNames;
+        for (const wchar_t* const name : {L"one", L"two"})
+        {
+            oldNames.Add(name);
+            newNames.Add(Text(name) + L"-new");
+        }
+        return info.GetFileName() != L"one" || zip.RenameFiles(oldNames, newNames);
+    });
+}
+
+bool DiscardChanges(const fs::path& folder)
+{
+    CZip zip;
+    const bool isChanged =
+        zip.Open(PathOf(folder, "x.zip"), zipOpenReadWrite, false, nullptr) && Add(zip, folder, L"new");
+    zip.Discard();
+    return isChanged;
+}
+
+// Extraction.
+
+const std::map<std::string, std::string>& ExtractedFiles()
+{
+    static const std::map<std::string, std::string> files = {
+        {"one", BigText()}, {"sub/two", "small"}, {"three", std::string(5000, 't')}};
+    return files;
+}
+
+void PrepareExtraction(const fs::path& folder)
+{
+    CZip zip;
+    zip.Open(PathOf(folder, "x.zip"), zipCreate, false, nullptr);
+    for (const auto& [name, contents] : ExtractedFiles())
+    {
+        const std::string source = "source-" + std::to_string(contents.size());
+        WriteAll(folder / source, contents);
+        zip.AddNewFile(PathOf(folder, source.c_str()), Text(name.c_str()), zipLevelFastest);
+    }
+    zip.Close(false);
+    fs::create_directory(folder / "out");
+    WriteAll(folder / "out/one", "old");
+}
+
+State LookAtFiles(const std::map<std::string, std::string>& files, const fs::path& folder)
+{
+    std::size_t complete = 0;
+    for (const auto& [name, contents] : files)
+    {
+        const std::string found = ReadAll(folder / name);
+        if (found == contents)
+            ++complete;
+        else if (name == "one" ? found != "old" : fs::exists(folder / name))
+            return State::Damaged;
+    }
+    return complete == files.size() ? State::New : complete == 0 ? State::Old : State::Partly;
+}
+
+State LookAtExtraction(const fs::path& folder)
+{
+    return LookAtFiles(ExtractedFiles(), folder / "out");
+}
+
+bool ExtractArchive(const fs::path& folder)
+{
+    CMiniZip zip;
+    const bool isExtracted = zip.ExtractZip(PathOf(folder, "x.zip"), PathOf(folder, "out"), true);
+    // Without a failure, whatever is skipped is listed.
+    return isExtracted && zip.GetFailure() == CXExtractionFailure::kNone && zip.GetSkippedEntries().empty();
+}
+
+void PrepareStream(const fs::path& folder, const char* command)
+{
+    fs::create_directory(folder / "out");
+    WriteAll(folder / "source", BigText());
+    if (std::system((std::string(command) + " < '" + (folder / "source").string() + "' > '" +
+                     (folder / "packed").string() + "'")
+                        .c_str()) != 0)
+        std::abort();
+    WriteAll(folder / "out/one", "old");
+}
+
+void PrepareGZip(const fs::path& folder)
+{
+    PrepareStream(folder, "gzip -c");
+}
+
+void PrepareZStd(const fs::path& folder)
+{
+    PrepareStream(folder, "zstd -qc");
+}
+
+State LookAtStream(const fs::path& folder)
+{
+    return LookAtFiles({{"one", BigText()}}, folder / "out");
+}
+
+bool ExtractStream(const fs::path& folder)
+{
+    CMiniZip zip;
+    return zip.ExtractZFile(PathOf(folder, "packed"), PathOf(folder, "out/one"), true) &&
+           zip.GetFailure() == CXExtractionFailure::kNone;
+}
+
+// The registry, in a file of its own.
+
+void UseRegistryIn(const fs::path& folder)
+{
+    setenv("TEVTOOLS_REGISTRY", (folder / "registry.db").c_str(), 1);
+    setenv("TEVTOOLS_MACHINE_REGISTRY", (folder / "machine.db").c_str(), 1);
+}
+
+bool WriteValues(const fs::path& folder, unsigned long value)
+{
+    UseRegistryIn(folder);
+    CRegUtil registry(CRegUtil::kReadWrite);
+    return registry.SetPath(kRegistryPath, true) && registry.WriteKeyInt(L"Value", value);
+}
+
+void PrepareRegistry(const fs::path& folder)
+{
+    WriteValues(folder, 10);
+}
+
+State LookAtRegistry(const fs::path& folder)
+{
+    UseRegistryIn(folder);
+    CRegUtil registry(CRegUtil::kRead);
+    unsigned long value = 0;
+    if (!registry.SetPath(kRegistryPath, false) || !registry.GetKeyInt(L"Value", value))
+        return State::Damaged;
+    return value == 11 ? State::New : value == 10 ? State::Old : State::Damaged;
+}
+
+bool WriteRegistry(const fs::path& folder)
+{
+    return WriteValues(folder, 11);
+}
+
+bool ImportRegistry(const fs::path& folder)
+{
+    UseRegistryIn(folder);
+    XRegistryImport result;
+    return XImportRegistry(L"Windows Registry Editor Version 5.00\r\n\r\n[HKEY_CURRENT_USER\\Software\\Trials]\r\n"
+                           L"\"Other\"=\"text\"\r\n\"Value\"=dword:0000000b\r\n",
+                           result);
+}
+
+// The log.
+
+constexpr const wchar_t* kLogLine = L"a line of the log\r\n";
+constexpr int kLogLines = 5;
+
+void PrepareLog(const fs::path& folder)
+{
+    SetLogFile(PathOf(folder, "log"), xLogCreate, 0xFF);
+    WriteToLogFile(L"old\r\n");
+    CloseLogFile();
+}
+
+bool WriteLog(const fs::path& folder)
+{
+    if (!SetLogFile(PathOf(folder, "log"), xLogAppend, 0xFF))
+        return false;
+    for (int line = 0; line < kLogLines; ++line)
+        WriteToLogFile(kLogLine);
+    return CloseLogFile();
+}
+
+/// Messages that cannot be written are lost, as a log's writers are never told; what was there before stays.
+State LookAtLog(const fs::path& folder)
+{
+    CStdioFileEx file;
+    Text line;
+    int lines = 0;
+    bool hasOld = false;
+    if (!file.Open(PathOf(folder, "log"), CXFile::modeRead | CXFile::typeText))
+        return State::Damaged;
+    while (file.ReadString(line))
+    {
+        hasOld = hasOld || line.Find(L"old") >= 0;
+        lines += line.Find(L"a line of the log") >= 0 ? 1 : 0;
+    }
+    if (!hasOld)
+        return State::Damaged;
+    return lines == 0 ? State::Old : lines >= kLogLines ? State::New : State::Partly;
+}
+
+// Exports of the tool.
+
+bool RunTool(std::vector<std::string> arguments)
+{
+    std::vector<char*> pointers;
+    arguments.insert(arguments.begin(), TEVTOOLS_TEV);
+    for (std::string& argument : arguments)
+        pointers.push_back(argument.data());
+    pointers.push_back(nullptr);
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
+    pid_t child = 0;
+    int status = 0;
+    const bool isStarted = posix_spawn(&child, pointers[0], &actions, nullptr, pointers.data(), environ) == 0;
+    posix_spawn_file_actions_destroy(&actions);
+    while (isStarted && waitpid(child, &status, 0) < 0 && errno == EINTR)
+        ;
+    return isStarted && WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
+void PrepareExport(const fs::path& folder)
+{
+    PrepareRegistry(folder);
+    WriteAll(folder / "source", "text\n");
+    WriteAll(folder / "out", "old");
+    HideBehindLink(folder, "out");
+}
+
+bool ExportRegistry(const fs::path& folder)
+{
+    UseRegistryIn(folder);
+    return RunTool({"registry", "export", "HKEY_CURRENT_USER\\Software\\Trials", (folder / "out").string()});
+}
+
+bool ConvertText(const fs::path& folder)
+{
+    return RunTool({"text", "convert", (folder / "source").string(), (folder / "out").string(), "--to", "utf16"});
+}
+
+/// An export ends with the end of a line, in two bytes.
+State LookAtExport(const fs::path& folder)
+{
+    const std::string found = ReadAll(folder / "out");
+    if (!IsLinkKept(folder, "out"))
+        return State::Damaged;
+    const bool isComplete = found.size() > 4 && found.substr(found.size() - 2) == std::string("\n\0", 2);
+    return found == "old" ? State::Old : isComplete ? State::New : State::Damaged;
+}
+
+constexpr wchar_t kOneAdded[] = L"one|two|three|";
+constexpr wchar_t kOneDeleted[] = L"two|";
+constexpr wchar_t kRenamed[] = L"one-new|two-new|";
+} // namespace
+
+const std::vector<Operation>& Operations()
+{
+    static const std::vector<Operation> operations = {
+        {"preferences: save", PreparePreferences, SavePreferences, LookAtSavedPreferences, State::New, false, true},
+        {"preferences: remove", PreparePreferences, RemovePreferences, LookAtRemovedPreferences, State::New, false,
+         true},
+        {"CZip: create", PrepareFile, CreateArchive, LookAtNewArchive, State::New, false, true},
+        {"CZip: add", PrepareArchive, AddEntry, LookAtArchive<kOneAdded>, State::New, false, true},
+        {"CZip: add, encrypted", PrepareArchive, AddEncrypted, LookAtArchive<kOneAdded>, State::New, false, true},
+        {"CZip: delete", PrepareArchive, DeleteEntry, LookAtArchive<kOneDeleted>, State::New, false, true},
+        {"CZip: rename", PrepareArchive, RenameEntries, LookAtArchive<kRenamed>, State::New, false, true},
+        {"CZip: discard", PrepareArchive, DiscardChanges, LookAtArchive<kOneAdded>, State::Old},
+        {"CMiniZip: ZIP", PrepareExtraction, ExtractArchive, LookAtExtraction, State::New, true},
+        {"CMiniZip: gzip", PrepareGZip, ExtractStream, LookAtStream},
+        {"CMiniZip: Zstandard", PrepareZStd, ExtractStream, LookAtStream},
+        {"registry: write", PrepareRegistry, WriteRegistry, LookAtRegistry, State::New, false, false, true},
+        {"registry: import", PrepareRegistry, ImportRegistry, LookAtRegistry, State::New, false, false, true},
+        {"tev registry export", PrepareExport, ExportRegistry, LookAtExport, State::New, false, true, true},
+        {"tev text convert", PrepareExport, ConvertText, LookAtExport, State::New, false, true, true},
+        {"log", PrepareLog, WriteLog, LookAtLog, State::New, true, false, true},
+    };
+    return operations;
+}
+
+bool Succeeds(const Operation& operation, const fs::path& folder)
+{
+    try
+    {
+        return operation.run(folder);
+    }
+    catch (CXException* failure)
+    {
+        failure->Delete();
+    }
+    catch (const std::bad_alloc&)
+    {
+    }
+    return false;
+}
+} // namespace tev::trials

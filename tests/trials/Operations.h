@@ -1,0 +1,36 @@
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+// The writers of the library, each with what it finds and how its result is recognised.
+namespace tev::trials
+{
+enum class State
+{
+    Old,
+    New,
+    Partly, ///< of several files some are new, and each is complete
+    Damaged
+};
+
+struct Operation
+{
+    const char* name;
+    /// Makes what is there before, in an empty folder.
+    void (*prepare)(const std::filesystem::path& folder);
+    /// Returns whether it succeeded; what the library throws is a failure.
+    bool (*run)(const std::filesystem::path& folder);
+    State (*look)(const std::filesystem::path& folder);
+    State done = State::New;      ///< what a success leaves
+    bool isInParts = false;       ///< a failure may leave some of the files
+    bool replaces = false;        ///< a file by another one, which must be on the disk before
+    bool keepsConnection = false; ///< descriptors and files stay until the process ends
+};
+
+const std::vector<Operation>& Operations();
+
+/// As `run`, with what it throws caught.
+bool Succeeds(const Operation& operation, const std::filesystem::path& folder);
+} // namespace tev::trials
