@@ -18,8 +18,8 @@ std::atomic<const void*> g_holder{nullptr};
 std::atomic<int> g_reports{0}; ///< that are being made
 thread_local bool t_isReporting = false;
 
-// A child made by fork must find the lock free. A report holds it for as long as the user is asked: nobody waits for that,
-// and the child gets a lock of its own.
+// A child made by fork must find the lock free. A report may hold it for as long as the user is
+// asked: a fork does not wait for that, and the child gets a lock of its own.
 thread_local bool t_isHeldOverFork = false;
 
 void BeforeFork() X_NO_THREAD_SAFETY_ANALYSIS

@@ -79,10 +79,10 @@ int CountAndRefuse(CCrashHandler*)
     return 0;
 }
 
-struct TellsItsEnd : CXException
+struct ReportsItsEnd : CXException
 {
-    explicit TellsItsEnd(bool& isDeleted) : m_isDeleted(isDeleted) {}
-    ~TellsItsEnd() override { m_isDeleted = true; }
+    explicit ReportsItsEnd(bool& isDeleted) : m_isDeleted(isDeleted) {}
+    ~ReportsItsEnd() override { m_isDeleted = true; }
     bool& m_isDeleted;
 };
 
@@ -131,7 +131,7 @@ TEST_F(CCrashHandlerTest, TheSecondInstallationOnlyUpdates)
     EXPECT_EQ(handler->GetFlags(), xFilesReport | xCrashNoCallback);
     // A refused report leaves the pending exception alone, one that is made deletes it.
     bool isDeleted = false;
-    XSetThreadException(new TellsItsEnd(isDeleted));
+    XSetThreadException(new ReportsItsEnd(isDeleted));
     CrashGenerateErrorReport(nullptr, false);
     EXPECT_EQ(g_asked, 1);
     EXPECT_FALSE(isDeleted);
@@ -268,6 +268,23 @@ TEST_F(CCrashHandlerTest, ReportsOnDemandLeakNothingAndKeepEarlierOnes)
     for (const char* name : {"DebugReport.zip", "DebugReport (1).zip", "DebugReport (4).zip"})
         EXPECT_EQ(NamesInArchive(CommonPath(name)), OwnFiles()) << name;
     EXPECT_FALSE(HasReport("DebugReport (5).zip"));
+}
+
+TEST_F(CCrashHandlerTest, WithoutFoldersAReportOnDemandGoesToTheTemporaryFiles)
+{
+    const EnvironmentVariable user("TEVTOOLS_USER_DATA", "/proc/none");
+    const EnvironmentVariable common("TEVTOOLS_COMMON_DATA", "/proc/none");
+    std::filesystem::create_directories(m_folder.Path("temporary"));
+    const EnvironmentVariable temporary("TMPDIR", m_folder.Path("temporary").string());
+    CrashInstall(nullptr, L"A", L"1", xCrashReport);
+    CrashGenerateErrorReport(nullptr, false);
+    int reports = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(m_folder.Path("temporary")))
+    {
+        const std::wstring path = m_folder.WidePath("temporary/" + entry.path().filename().string());
+        reports += entry.path().extension() == ".zip" && NamesInArchive(path) == OwnFiles() ? 1 : 0;
+    }
+    EXPECT_EQ(reports, 1);
 }
 
 TEST_F(CCrashHandlerTest, AnInvalidParameterIsReportedAndThrown)
@@ -489,12 +506,18 @@ TEST_F(CCrashHandlerTest, TheNextStartFinishesWhatAPowerFailureLeft)
     m_folder.WriteFile("user/" + product + ".1.crash", bytes);
     m_folder.WriteFile("user/" + product + ".2.crash", bytes.substr(0, 8));
     m_folder.WriteFile("user/other.1.crash", bytes);
+    m_folder.WriteFile("common/DebugReport.zip.1/report.zip", "half an archive"); // of that process
+    // What another user may have written is no record.
+    m_folder.WriteFile("user/" + product + ".3.crash", bytes);
+    std::filesystem::permissions(m_folder.Path("user/" + product + ".3.crash"), std::filesystem::perms::all);
     CrashInstall(nullptr, L"A", L"1", xCrashReport);
     EXPECT_EQ(NamesInArchive(CommonPath("DebugReport.zip")),
               (std::set<std::wstring>{L"scene.obj", L"x.dmp", L"x.txt"}));
     EXPECT_FALSE(HasReport("DebugReport (1).zip"));
+    EXPECT_FALSE(HasReport("DebugReport.zip.1"));
     EXPECT_FALSE(m_folder.Exists("user/" + product + ".1.crash"));
     EXPECT_FALSE(m_folder.Exists("user/" + product + ".2.crash"));
     EXPECT_TRUE(m_folder.Exists("user/other.1.crash"));
+    EXPECT_TRUE(m_folder.Exists("user/" + product + ".3.crash"));
 }
 } // namespace

@@ -13,9 +13,10 @@
 #include <ctime>
 #include <fstream>
 #include <iterator>
-#include <map>
 #include <random>
 #include <thread>
+#include <utility>
+#include <vector>
 
 #include <gmock/gmock.h>
 #include <sys/syscall.h>
@@ -142,6 +143,7 @@ const CrashRow kRows[] = {
     {{"bad-log-text"}, 1, SIGSEGV, {"WriteToLogFile", "main"}},
     {{"handler"}, 1, SIGSEGV, {"WriteNowhere", "InHandler", "main"}},
     {{"handler-on-own-stack"}, 1, SIGSEGV, {"WriteNowhere", "InHandler", "main"}},
+    {{"handler-on-own-stack", "worker"}, 1, SIGSEGV, {"WriteNowhere", "InHandler", "CrashOnWorkers"}},
     {{"at-exit"}, 1, SIGSEGV, {"WriteNowhere", "exit", "main"}},
     {{"descriptors"}, 1, SIGSEGV},
     {{"closed-descriptors"}, 1, SIGSEGV},
@@ -198,16 +200,33 @@ TEST_F(CrashesThread, EachWayEndsAsDocumentedWithOneReport)
         worker.join();
 }
 
+/// A start of the program with the folders of another one that has ended.
+void StartAgain(const CrashingProgram& program)
+{
+    const EnvironmentVariable user("TEVTOOLS_USER_DATA", program.Folder().Path("user").string());
+    const EnvironmentVariable common("TEVTOOLS_COMMON_DATA", program.Folder().Path("common").string());
+    const EnvironmentVariable temporary("TMPDIR", program.Folder().Path("temporary").string());
+    const std::string again = std::string(TEVTOOLS_CRASH_WAYS) + " demand main no-report >/dev/null";
+    EXPECT_EQ(std::system(again.c_str()), 0);
+}
+
 TEST_F(CrashesThread, WithoutHelperTheNextStartFinishesTheReport)
 {
     CrashingProgram program({"segment-violation", "main", "hang"}, "/no/helper");
+    CrashingProgram withoutFolders({"no-folders", "main", "hang"}, "/no/helper");
     EXPECT_EQ(program.Wait(), 1);
     EXPECT_EQ(program.Names("common"), std::set<std::string>());
-    const EnvironmentVariable user("TEVTOOLS_USER_DATA", program.Folder().Path("user").string());
-    const EnvironmentVariable common("TEVTOOLS_COMMON_DATA", program.Folder().Path("common").string());
-    const std::string again = std::string(TEVTOOLS_CRASH_WAYS) + " demand main no-report >/dev/null";
-    EXPECT_EQ(std::system(again.c_str()), 0);
+    StartAgain(program);
     ExpectReport(program, {{}, 1, SIGSEGV});
+
+    EXPECT_EQ(withoutFolders.Wait(), 1);
+    EXPECT_EQ(withoutFolders.Names("temporary").size(), 2u); // the record and the dump
+    StartAgain(withoutFolders);
+    const std::set<std::string> names = withoutFolders.Names("temporary");
+    EXPECT_EQ(names.size(), 3u);
+    EXPECT_TRUE(std::any_of(names.begin(), names.end(), [](const std::string& name) {
+        return name.find(".DebugReport.zip") != name.npos;
+    })) << testing::PrintToString(names);
 }
 
 /// A report outside the usual places; its details.
@@ -237,7 +256,6 @@ TEST_F(CrashesThread, TheDetailsNameVersionUptimeAndException)
         {"segment-violation", {"\nCause: segment violation\nSignal: 11\nCode: 1\n"}},
         {"invalid-parameter",
          {"\nCause: invalid parameter\nFunction: XStrCopy\nExpression: errno 22\nFile: InvalidParameter.cpp\nLine: "}},
-        // The helper makes this one.
         {"heap", {"Application: Ways\nVersion: 2.5\n", "\nCause: abort\nSignal: 6\n"}},
     };
     for (const auto& row : kDetails)
@@ -252,13 +270,13 @@ TEST_F(CrashesThread, TheDetailsNameVersionUptimeAndException)
 
 TEST_F(CrashesThread, NameAndFolderAreThoseOfTheMomentOfTheCrash)
 {
+    CrashingProgram byHelper({"renamed", "main", "hang"});
     CrashingProgram program({"renamed"});
     EXPECT_EQ(program.Wait(), 1);
     EXPECT_EQ(program.Names("common/later"), std::set<std::string>{"DebugReport.zip"});
-    EXPECT_EQ(program.Names("user"), (std::set<std::string>{"crash.log", "Renamed.dmp", "Renamed.txt"}));
+    EXPECT_EQ(program.Names("user/later"), (std::set<std::string>{"Renamed.dmp", "Renamed.txt"}));
     EXPECT_THAT(DetailsOf(program, "common/later/DebugReport.zip", L"Renamed"), HasSubstr("Program: Renamed\n"));
-
-    CrashingProgram byHelper({"renamed-heap"});
+    // The helper learns of the name, but not of the process's environment.
     EXPECT_EQ(byHelper.Wait(), 1);
     EXPECT_THAT(DetailsOf(byHelper, "common/DebugReport.zip", L"Renamed"), HasSubstr("Program: Renamed\n"));
     EXPECT_EQ(byHelper.Names("user"), (std::set<std::string>{"crash.log", "Renamed.dmp", "Renamed.txt"}));
@@ -303,40 +321,65 @@ TEST_F(CrashesThread, TheErrorOutputHasOneLineWhereAHostWantsIt)
     }
 }
 
-TEST_F(CrashesThread, ThreadsThatCrashTogetherHaveTheirOwnStacksAndNoMemoryTwice)
+/// The ranges of memory by the list in the dump's second stream, each with its size.
+std::vector<std::pair<std::uint64_t, std::uint64_t>> MemoryOf(const std::string& bytes)
+{
+    const auto number = [&bytes](std::size_t at, std::size_t size) {
+        std::uint64_t value = 0;
+        bytes.copy(reinterpret_cast<char*>(&value), size, at);
+        return value;
+    };
+    std::vector<std::pair<std::uint64_t, std::uint64_t>> ranges;
+    const std::size_t list = number(number(12, 4) + 12 + 8, 4);
+    for (std::size_t i = 0; i < number(list, 4); ++i)
+        ranges.emplace_back(number(list + 4 + i * 16, 8), number(list + 12 + i * 16, 4));
+    std::sort(ranges.begin(), ranges.end());
+    return ranges;
+}
+
+TEST_F(CrashesThread, ThreadsThatCrashTogetherHaveTheRegistersAndStacksOfTheirFaults)
 {
     for (const char* const helper : {"", "/no/helper"})
     {
         CrashingProgram program({"segment-violation", "sixteen"}, helper);
         EXPECT_EQ(program.Wait(), 1);
         XMinidump dump;
-        const std::string path = "user/" + kProduct + ".dmp";
-        ASSERT_TRUE(dump.Load(program.Folder().WidePath(path).c_str()));
+        ASSERT_TRUE(dump.Load(program.Folder().WidePath("user/" + kProduct + ".dmp").c_str()));
         int crashed = 0;
         for (int i = 0; i < static_cast<int>(dump.GetThreads().size()); ++i)
         {
             const std::vector<std::string> names = StackOf(dump, i);
-            crashed += std::any_of(names.begin(), names.end(),
-                                   [](const std::string& name) { return name.find("CrashOnWorkers") != name.npos; });
+            if (names.empty() || names.front().find("WriteNowhere") == std::string::npos)
+                continue;
+            ++crashed;
+            ExpectInOrder(names, {"WriteNowhere", "CrashOnWorkers"});
         }
-        EXPECT_GE(crashed, 16); // the main thread waits in this function, too
-        const std::string bytes = program.Folder().ReadFile(path);
-        const auto number = [&bytes](std::size_t at, std::size_t size) {
-            std::uint64_t value = 0;
-            bytes.copy(reinterpret_cast<char*>(&value), size, at);
-            return value;
-        };
-        std::map<std::uint64_t, std::uint64_t> ranges; // by the second stream, which is the memory
-        const std::size_t list = number(number(12, 4) + 12 + 8, 4);
-        for (std::size_t i = 0; i < number(list, 4); ++i)
-            EXPECT_TRUE(ranges.emplace(number(list + 4 + i * 16, 8), number(list + 12 + i * 16, 4)).second);
-        std::uint64_t end = 0;
-        for (const auto& [start, size] : ranges)
-        {
-            EXPECT_GE(start, end);
-            end = start + size;
-        }
-        EXPECT_GT(ranges.size(), 16u);
+        EXPECT_EQ(crashed, 16);
+    }
+}
+
+TEST_F(CrashesThread, NoRangesOfMemoryOverlap)
+{
+    CrashingProgram program({"adjacent-stacks"});
+    EXPECT_EQ(program.Wait(), 1);
+    const std::string path = "user/" + kProduct + ".dmp";
+    XMinidump dump;
+    ASSERT_TRUE(dump.Load(program.Folder().WidePath(path).c_str()));
+    int waiting = 0;
+    for (int i = 0; i < static_cast<int>(dump.GetThreads().size()); ++i)
+    {
+        const std::vector<std::string> names = StackOf(dump, i);
+        waiting += std::any_of(names.begin(), names.end(),
+                               [](const std::string& name) { return name.find("WaitOnAdjacentStacks") != name.npos; });
+    }
+    EXPECT_EQ(waiting, 4);
+    const auto ranges = MemoryOf(program.Folder().ReadFile(path));
+    EXPECT_GE(ranges.size(), 3u);
+    std::uint64_t end = 0;
+    for (const auto& [start, size] : ranges)
+    {
+        EXPECT_GE(start, end);
+        end = start + size;
     }
 }
 

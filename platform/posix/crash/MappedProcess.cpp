@@ -76,8 +76,8 @@ bool MappedProcess::FindModule(std::uint64_t address, DumpedModule& module) noex
     return finish();
 }
 
-// The system's record of the interrupted code on an alternate stack holds the description of that stack, by which it is
-// found. That it was not in use yet tells the record of the outermost handler.
+// The system's record of the interrupted code, on an alternate stack, contains the description of that stack: the search is
+// for this. In the record of the outermost handler the stack is described as not in use.
 std::uint64_t MappedProcess::InterruptedStack(std::uint64_t stackPointer) noexcept
 {
     constexpr std::uint64_t kMostSearched = std::uint64_t{128} << 10;

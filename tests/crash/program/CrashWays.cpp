@@ -126,6 +126,10 @@ void SmashStack()
     g_zero = block[0] & 0;
 }
 
+// Mapped before the stacks of threads, and so above them: a walk leads downwards.
+constexpr std::size_t kHandlerStack = std::size_t{1} << 16;
+void* const g_handlerStack = mmap(nullptr, kHandlerStack, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+
 void InHandler(int number, int flags)
 {
     struct sigaction action = {};
@@ -136,8 +140,7 @@ void InHandler(int number, int flags)
 }
 void InHandlerOnOwnStack()
 {
-    static char stack[1 << 16];
-    const stack_t mine = {stack, 0, sizeof stack};
+    const stack_t mine = {g_handlerStack, 0, kHandlerStack};
     sigaltstack(&mine, nullptr);
     InHandler(SIGUSR1, SA_ONSTACK);
 }
@@ -162,6 +165,28 @@ void RunBeside(void (*work)())
             pause();
     }).detach();
     while (!isReady)
+        std::this_thread::yield();
+}
+/// Threads whose stacks lie behind one another in one mapping.
+void WaitOnAdjacentStacks()
+{
+    constexpr std::size_t kStack = std::size_t{128} << 10;
+    constexpr int kThreads = 4;
+    static std::atomic<int> ready{0};
+    void* const block = mmap(nullptr, kStack * kThreads, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    for (int i = 0; i < kThreads; ++i)
+    {
+        pthread_attr_t attributes;
+        pthread_attr_init(&attributes);
+        pthread_attr_setstack(&attributes, static_cast<char*>(block) + i * kStack, kStack);
+        pthread_t thread;
+        const auto wait = [](void*) -> void* {
+            for (++ready;;)
+                pause();
+        };
+        pthread_create(&thread, &attributes, wait, nullptr);
+    }
+    while (ready != kThreads)
         std::this_thread::yield();
 }
 /// The only process that is a child of the init of this one and has a socket to it is its helper.
@@ -288,13 +313,9 @@ const std::map<std::string, void (*)()> kWays = {
     {"renamed",
      [] {
          XSetApplicationName(L"Renamed");
-         setenv("TEVTOOLS_COMMON_DATA", (std::string(std::getenv("TEVTOOLS_COMMON_DATA")) + "/later").c_str(), 1);
+         for (const char* const name : {"TEVTOOLS_COMMON_DATA", "TEVTOOLS_USER_DATA"})
+             setenv(name, (std::string(std::getenv(name)) + "/later").c_str(), 1);
          WriteNowhere();
-     }},
-    {"renamed-heap",
-     [] {
-         XSetApplicationName(L"Renamed");
-         DamageHeap();
      }},
     {"no-folders",
      [] {
@@ -313,6 +334,11 @@ const std::map<std::string, void (*)()> kWays = {
     {"others-blocked",
      [] {
          RunBeside(BlockSignals);
+         WriteNowhere();
+     }},
+    {"adjacent-stacks",
+     [] {
+         WaitOnAdjacentStacks();
          WriteNowhere();
      }},
     {"dead-helper",
