@@ -224,14 +224,17 @@ unsigned ReadSettingsValue(SettingsKey key, const wchar_t* name, SettingsValue& 
 unsigned ReadSettingsValue(SettingsKey key, const wchar_t* name, unsigned& type, void* buffer, std::uint64_t& size)
 {
     return UseValue(key, name, buffer != nullptr, [&](const SettingsQuery& found) {
-        const auto found64 = static_cast<std::uint64_t>(found.Number(3));
-        const std::uint64_t room = std::exchange(size, found64);
         type = static_cast<unsigned>(found.Number(2));
         if (buffer == nullptr)
+        {
+            size = static_cast<std::uint64_t>(found.Number(3));
             return unsigned{kSettingsDone};
-        if (room < found64)
-            return unsigned{kSettingsMoreData};
+        }
+        // A file may hold text in place of bytes, whose length it counts otherwise.
         const std::string_view data = found.Bytes(5);
+        const std::uint64_t room = std::exchange(size, data.size());
+        if (room < data.size())
+            return unsigned{kSettingsMoreData};
         if (!data.empty())
             std::memcpy(buffer, data.data(), data.size());
         return unsigned{kSettingsDone};

@@ -549,11 +549,17 @@ TEST_F(SettingsStore, WhatAHostileFileHoldsIsReadAsFarAsItGoes)
     CRegUtil registry(kAll);
     ASSERT_TRUE(registry.SetPath(kPath, true) && registry.WriteSubKeyInt(L"sub", L"v", 1));
     MakeOlder(); // checksums would keep it from being read
-    Ask(File(), "UPDATE entries SET name = x'C328ED00FF', data = 'text', type = 77777777777;"
+    Ask(File(), "UPDATE entries SET name = x'C328ED00FF', data = CAST(x'C3A9C3A9' AS TEXT), type = 77777777777;"
                 "UPDATE keys SET name = x'F8' WHERE id > 9");
     wchar_t name[16];
     ASSERT_TRUE(registry.StartValueSection(L"sub"));
     EXPECT_TRUE(registry.GetNextValueName(name, 16));
+    unsigned char bytes[4] = {};
+    unsigned long size = 2;
+    EXPECT_FALSE(registry.GetKeyBin(L"v", bytes, size)) << "2 characters are 4 bytes";
+    EXPECT_EQ(size, 4U);
+    EXPECT_EQ(bytes[3], 0);
+    EXPECT_TRUE(registry.GetKeyBin(L"v", bytes, size) && bytes[3] == 0xA9);
     registry.EndValueSection();
 
     // A key that is its own descendant: found by no path but its own, and the walk through all ends.
