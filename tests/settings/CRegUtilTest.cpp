@@ -401,7 +401,7 @@ TEST_F(RegUtil, EachRightIsAskedFor)
         registry->EndSubKeyEnum();
     }
 }
-TEST_F(RegUtil, LackOfMemoryLeavesNoKeyOpen)
+TEST_F(RegUtil, NoKeyStaysOpenAlsoWhenMemoryIsShort)
 {
     ASSERT_TRUE(Made()->WriteKeyInt(L"v", 1));
     CRegUtil first(kAll);
@@ -412,6 +412,11 @@ TEST_F(RegUtil, LackOfMemoryLeavesNoKeyOpen)
             unsigned long value = 0;
             registry.SetPath(L"HKEY_CURRENT_USER\\Software\\Maker\\Program", true);
             registry.GetKeyInt(L"v", value);
+            registry.GetSubKeyInt(L"", L"v", 0);
+            if (registry.OpenBase(false))
+            {
+                EXPECT_TRUE(registry.OpenBase(false)) << "open already";
+            }
             registry.StartValueSection(L"");
             registry.EndValueSection();
         });

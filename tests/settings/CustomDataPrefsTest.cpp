@@ -365,6 +365,7 @@ TEST(CustomDataPrefs, DamageCostsTheRecordInWhichItLies)
         EXPECT_EQ(KeptAfterSaving(folder, rubbish + found + value), 1);
     }
     const std::vector<Bytes> layouts = {
+        keys + "USUC" + Number(1 << 24) + value,    // more than there is
         keys + "USUC" + Number(13) + value,         // not a whole number of records
         keys + "USUC" + Number(24) + value + value, // an identifier twice
         keys + "TSUC" + Number(2) + value,          // too few
@@ -380,8 +381,14 @@ TEST(CustomDataPrefs, DamageCostsTheRecordInWhichItLies)
     other[24] = 9;
     EXPECT_EQ(Split(File({Record({1, 1}, 1), other, Record({3, 3}, 3)})).size(), 3U);
     EXPECT_EQ(Split(File({Record({1, 1}, 1), other, "no record"})).size(), 1U);
-    other[12] = 99; // and the total: its end is not known
+    other[20] = 1;
+    EXPECT_EQ(Split(rubbish + other).size(), 2U);
+    EXPECT_EQ(Split(rubbish + other + "more").size(), 1U) << "it may be part of a value";
+    other[12] = 99; // with the total wrong too its end is not known
     EXPECT_EQ(Split(File({Record({1, 1}, 1), other, Record({3, 3}, 3)})).size(), 2U);
+    EXPECT_EQ(Split(File({keys + "USUC" + Number(28) + value + Number(5) + Number(0) + Number(5) + Number(0)})).size(),
+              1U)
+        << "values without bytes are none";
     Records none;
     EXPECT_TRUE(tev::SplitPreferences({0, 0, 0, 0}, none) && none.empty());
     // What a value holds is not taken for a record, though the one that holds it is damaged.
