@@ -7,12 +7,13 @@ find_package(PkgConfig REQUIRED)
 # Debian's CMake packages of these two require programs that their -dev packages do not install.
 pkg_check_modules(Zstd REQUIRED IMPORTED_TARGET libzstd)
 pkg_check_modules(LibZip REQUIRED IMPORTED_TARGET libzip)
-find_package(Miniz) # without it, libzip reads all archives
+pkg_check_modules(Lzma REQUIRED IMPORTED_TARGET liblzma)
+find_package(Miniz) # without it, the library reads all archives itself
 find_package(OpenMP REQUIRED COMPONENTS CXX)
 
 function(tevtools_link_dependencies target)
     target_link_libraries(${target} PUBLIC
-        Threads::Threads ZLIB::ZLIB SQLite::SQLite3 PkgConfig::Zstd PkgConfig::LibZip ${OpenMP_CXX_LIBRARIES})
+        Threads::Threads ZLIB::ZLIB SQLite::SQLite3 PkgConfig::Zstd PkgConfig::LibZip PkgConfig::Lzma ${OpenMP_CXX_LIBRARIES})
     if(TARGET Miniz::Miniz)
         target_link_libraries(${target} PUBLIC Miniz::Miniz)
         target_compile_definitions(${target} PRIVATE TEVTOOLS_MINIZ)

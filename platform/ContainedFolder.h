@@ -1,50 +1,19 @@
 #pragma once
 
-#include <cstddef>
+#include "platform/ContainedFile.h"
+
 #include <cstdint>
 #include <memory>
-#include <optional>
 #include <string>
 #include <string_view>
 
 namespace tev::platform
 {
-/// Identifies a file or folder, independent of its names.
-struct FileIdentity
-{
-    std::uint64_t device = 0;
-    std::uint64_t number = 0;
-
-    friend bool operator==(const FileIdentity& a, const FileIdentity& b)
-    {
-        return a.device == b.device && a.number == b.number;
-    }
-    friend bool operator!=(const FileIdentity& a, const FileIdentity& b) { return !(a == b); }
-};
-
-/// A new file of a ContainedFolder. Unless it is kept, the destructor removes it, and a file of that name that existed
-/// before is unchanged. Operations that fail return false with the error in errno. One thread at a time.
-class ContainedFile
-{
-public:
-    virtual ~ContainedFile() = default;
-    ContainedFile(const ContainedFile&) = delete;
-    ContainedFile& operator=(const ContainedFile&) = delete;
-
-    [[nodiscard]] virtual bool Write(const void* bytes, std::size_t count) = 0;
-    /// Closes the file and keeps it under its name, with that time of its last change if one is given (seconds since
-    /// 1970-01-01 UTC).
-    [[nodiscard]] virtual bool Keep(std::optional<std::int64_t> lastWrite, FileIdentity& identity) = 0;
-
-protected:
-    ContainedFile() = default;
-};
-
-/// A folder that is held open while files are created and removed in it, by names relative to it. Nothing outside is
-/// ever reached: a name that leads through a symbolic link fails, also when the link is created meanwhile.
+/// A folder that is held open while files are created and removed in it, by names relative to it. Nothing outside is ever
+/// reached: a name that leads through a symbolic link fails, also when the link comes up meanwhile.
 ///
-/// Names are UTF-8, their components separated by single '/', none of them "." or ".."; others fail with EINVAL. Which
-/// names from outside are acceptable is decided by zip/EntryName.h. Operations that fail return false, or null,
+/// Names are UTF-8, their components separated by single '/', none of them "." or ".."; others fail with EINVAL. What may
+/// stand in a name that comes from outside is decided by zip/EntryName.h. Operations that fail return false, or null,
 /// with the error in errno, where LastSystemError() reads it. Safe from several threads at once.
 class ContainedFolder
 {
@@ -54,7 +23,7 @@ public:
         Fail,
         Create ///< with the folders above it
     };
-    /// How names are resolved: in one system call where the kernel supports it, else component by component.
+    /// How names are followed; what the system can do in one step is also done component by component where it cannot.
     enum class Following
     {
         Best,
@@ -74,28 +43,49 @@ public:
     virtual FileIdentity Identity() const = 0;
     /// The full path under which it was opened.
     virtual const std::wstring& Path() const = 0;
+    /// Whether the path still leads to this very folder.
+    virtual bool IsInPlace() const noexcept = 0;
+    /// Whether so much fits on the folder's disk, of which a little is left to other programs. True where the system does
+    /// not tell.
+    [[nodiscard]] virtual bool HasSpaceFor(std::uint64_t bytes) const noexcept = 0;
+
+    /// Whether names that differ only in case are those of different files.
+    virtual bool TellsNamesApart() const = 0;
 
     /// A file that CreateFile must not replace, because it is being read.
     virtual void Protect(const FileIdentity& identity) = 0;
+    /// From now on temporary files that killed processes have left are deleted from each folder in which a file is
+    /// created. Those of running processes stay, also of processes in other containers.
+    virtual void ClearLeftovers() = 0;
+    /// Sets descriptors aside, so that the operations that remove find some when the process has none left. One
+    /// thread at a time with those.
+    [[nodiscard]] virtual bool ReserveDescriptors() noexcept = 0;
 
-    /// Creates a folder, and those above it that are missing. True when it exists already.
+    /// Creates a folder, and those above it that are missing. True when it is there already.
     [[nodiscard]] virtual bool CreateFolders(std::string_view name) = 0;
-    /// Creates a file, and the folders above it that are missing, with the permissions of every new file. A regular
-    /// file of that name that may be written to is replaced in one step when the new one is kept; anything else of that
-    /// name is a failure, and so is a full path that is too long to be opened. The file must be destroyed before the
-    /// folder.
-    [[nodiscard]] virtual std::unique_ptr<ContainedFile> CreateFile(std::string_view name) = 0;
-    /// Removes a file if it has that identity; another file of that name stays, and the call fails with EEXIST. True
-    /// when there is none.
-    [[nodiscard]] virtual bool Remove(std::string_view name, const FileIdentity& identity) = 0;
-    /// Removes the contents of the folder recursively; links are removed, their targets stay. Continues after a
-    /// failure, to leave as little as possible.
-    [[nodiscard]] virtual bool RemoveContents() = 0;
+    /// The permissions of a file for which nothing else is known.
+    static constexpr unsigned kDefaultPermissions = 0666;
+    /// Creates a file, and the folders above it that are missing, with these of the nine permission bits less those that
+    /// the process's umask takes away. An ordinary file of that name that may be written to is replaced in one step when
+    /// the new one is kept; anything else of that name is a failure, and so is a name that is too long behind the
+    /// folder's path for other programs to open it. The file must be destroyed before the folder.
+    [[nodiscard]] virtual std::unique_ptr<ContainedFile> CreateFile(std::string_view name,
+                                                                    unsigned permissions = kDefaultPermissions) = 0;
+
+    // Removing needs no memory.
+
+    /// Removes a file, if it has that identity: another one of that name stays, with EEXIST. True when there is none.
+    [[nodiscard]] virtual bool Remove(std::string_view name, const FileIdentity& identity) noexcept = 0;
+    /// Removes everything in the folder, to any depth; links are removed, not followed. Goes on after a failure, to leave
+    /// as little as possible.
+    [[nodiscard]] virtual bool RemoveContents() noexcept = 0;
+    /// Removes the folder itself, which must be empty and in place.
+    [[nodiscard]] virtual bool RemoveItself() noexcept = 0;
 
 protected:
     ContainedFolder() = default;
 };
 
-/// Removes an empty folder; a link to one stays. True when there is none.
+/// Removes an empty folder; a link to one stays. True when there is nothing.
 [[nodiscard]] bool RemoveEmptyFolder(const wchar_t* path);
 } // namespace tev::platform

@@ -1,17 +1,22 @@
 #include "zip/CMiniZip.h"
 
 #include "objects/CXException.h"
+#include "objects/ResultOr.h"
 #include "objects/ThreadStatus.h"
 #include "platform/ContainedFolder.h"
 #include "platform/FileInformation.h"
 #include "platform/FileSystem.h"
+#include "platform/InputFile.h"
 #include "platform/PathNames.h"
+#include "platform/SystemErrors.h"
 #include "services/Paths.h"
 #include "threads/ThreadRelations.h"
 #include "threads/WorkerCount.h"
 #include "zip/ExtractedFiles.h"
+#include "zip/Password.h"
 #include "zip/WriteBehind.h"
 #include "zip/ZipExtraction.h"
+#include "zip/ZipNames.h"
 #include "zip/engine/PlainZipReader.h"
 #include "zip/engine/StreamUnpacking.h"
 
@@ -25,17 +30,36 @@ using tev::platform::ContainedFile;
 using tev::platform::ContainedFolder;
 using tev::platform::FileIdentity;
 using tev::platform::FileInformation;
+using tev::platform::InputFile;
 using tev::platform::PlainZipReader;
 using tev::platform::UnpackResult;
-using Ending = tev::ZipExtraction::Ending;
+using tev::platform::ZipError;
+using tev::platform::ZipFailure;
 using Failure = CXExtractionFailure;
 using Text = CXTString<wchar_t>;
 
 constexpr wchar_t kTemporaryPrefix[] = L"MiniZip";
 
-/// Returns what `work` returns, or, when it throws, what `thrown` returns.
-template <class WORK, class THROWN>
-bool Try(WORK&& work, THROWN&& thrown)
+constexpr unsigned kTooManyOpenFiles = 4;
+constexpr unsigned kNotEnoughMemory = 8;
+
+/// Why something could not be opened, or `otherwise`.
+Failure FailureOf(unsigned systemError, Failure otherwise)
+{
+    switch (systemError)
+    {
+    case kNotEnoughMemory:
+        return Failure::kNoMemory;
+    case kTooManyOpenFiles:
+        return Failure::kTooManyOpenFiles;
+    default:
+        return otherwise;
+    }
+}
+
+/// What `work` returns, or, where it throws, what `fail` returns.
+template <class WORK, class FAIL>
+bool Try(WORK&& work, FAIL&& fail) noexcept
 {
     try
     {
@@ -44,16 +68,16 @@ bool Try(WORK&& work, THROWN&& thrown)
     catch (CXMemoryException* exception) // where crashes are reported
     {
         exception->Delete();
-        return thrown(Failure::kNoMemory);
+        return fail(Failure::kNoMemory);
     }
     catch (CXException* exception)
     {
         exception->Delete();
-        return thrown(Failure::kNotWritable);
+        return fail(Failure::kNotWritable);
     }
     catch (const std::bad_alloc&)
     {
-        return thrown(Failure::kNoMemory);
+        return fail(Failure::kNoMemory);
     }
 }
 
@@ -75,18 +99,12 @@ using Magic = std::array<unsigned char, 4>;
 /// The first bytes of a file, and how many there are.
 std::size_t ReadMagic(const Text& path, Magic& magic)
 {
-    std::size_t count = 0;
     const auto read = [&] {
-        if (!fileIsFile(path)) // opening a pipe would wait
-            return false;
-        tev::platform::FileSystem& files = tev::platform::CurrentFileSystem();
-        const tev::platform::FileHandle file = files.Open(path, {});
-        if (file == nullptr)
-            return false;
-        const bool isRead = files.Read(file, magic.data(), magic.size(), count);
-        return files.Close(file) && isRead;
+        const std::shared_ptr<const InputFile> file = InputFile::Open(path);
+        int error = 0;
+        return file != nullptr ? file->ReadAt(0, magic.data(), magic.size(), error) : 0;
     };
-    return Try(read, [](Failure) { return false; }) ? count : 0;
+    return tev::ResultOr(std::size_t{0}, read);
 }
 
 /// The file that a path leads to: its folder and its name there.
@@ -109,7 +127,9 @@ Target FindTarget(const Text& destFile)
 }
 } // namespace
 
-CMiniZip::CMiniZip() : m_files(std::make_unique<tev::ExtractedFiles>()) {}
+CMiniZip::CMiniZip() : m_files(std::make_unique<tev::ExtractedFiles>()), m_password(std::make_unique<tev::Password>())
+{
+}
 
 CMiniZip::~CMiniZip()
 {
@@ -118,64 +138,72 @@ CMiniZip::~CMiniZip()
 
 bool CMiniZip::ExtractZip(const CXTString<wchar_t>& zipPath, const CXTString<wchar_t>& destFolder, bool keepFiles)
 {
-    // The paths may come from the list that is about to be emptied.
-    const auto extract = [this, zipPath, destFolder, keepFiles] {
+    const auto extract = [&] {
+        // The paths may come from the list that is about to be emptied.
+        const Text source = zipPath;
+        const Text destination = destFolder;
         StartOver();
-        if (!fileExists(zipPath))
+        if (!fileExists(source))
             return Fail(Failure::kNotFound);
         m_keepFiles = keepFiles;
-        m_destFolder = destFolder;
-        if (destFolder.IsEmpty() && !keepFiles)
+        m_destFolder = destination;
+        if (destination.IsEmpty() && !keepFiles)
         {
             m_destFolder = fileCreateTemporaryFolder(kTemporaryPrefix);
             m_temporaryFolderCreated = true;
         }
-        return ExtractEntries(zipPath);
+        return ExtractEntries(source);
     };
     const bool isDone = Try(extract, [this](Failure failure) { return Fail(failure); });
     if (!isDone && m_temporaryFolderCreated)
         Clean();
+    if (m_keepFiles)
+        m_files->Keep();
     return isDone;
+}
+
+/// Makes a folder the one to extract to.
+bool CMiniZip::StartIn(std::unique_ptr<ContainedFolder> folder)
+{
+    const unsigned error = tev::platform::LastSystemError();
+    if (folder == nullptr)
+        return Fail(FailureOf(error, Failure::kNotWritable));
+    folder->ClearLeftovers();
+    return m_files->Start(std::move(folder)) || Fail(Failure::kTooManyOpenFiles);
 }
 
 bool CMiniZip::ExtractEntries(const CXTString<wchar_t>& zipPath)
 {
     const wchar_t* const destination = m_destFolder.IsEmpty() ? L"." : m_destFolder.GetConstBuffer();
-    if (m_temporaryFolderCreated)
+    // The temporary folder is opened before anything else can fail, so that it can be removed.
+    if (m_temporaryFolderCreated && !StartIn(ContainedFolder::OpenItself(destination)))
     {
-        // Before anything can fail, so that it can be removed.
-        const std::unique_ptr<ContainedFolder> temporary = ContainedFolder::OpenItself(destination);
-        if (temporary == nullptr)
-            return Fail(Failure::kNotWritable);
-        m_files->Start(*temporary);
+        if (tev::platform::RemoveEmptyFolder(destination))
+            m_temporaryFolderCreated = false;
+        return false;
     }
-    CXTString<char> password;
-    static_cast<void>(XEncodeText(m_password, m_password.GetLength64(), xEncodingUtf8, password)); // which cannot fail
-    const std::unique_ptr<PlainZipReader> reader =
-        PlainZipReader::Open(zipPath, std::string(password.GetConstBuffer(), password.GetLength64()));
+    ZipError error;
+    const std::unique_ptr<PlainZipReader> reader = PlainZipReader::Open(zipPath, *m_password, error);
     if (reader == nullptr)
-        return Fail(Failure::kNoArchive);
-    const std::unique_ptr<ContainedFolder> folder =
-        ContainedFolder::Open(destination, ContainedFolder::Missing::Create);
-    if (folder == nullptr)
-        return Fail(Failure::kNotWritable);
-    folder->Protect(IdentityOf(zipPath));
-    m_files->Start(*folder);
+        return Fail(FailureOf(error.systemError, Failure::kNoArchive));
+    if (!m_temporaryFolderCreated && !StartIn(ContainedFolder::Open(destination, ContainedFolder::Missing::Create)))
+        return false;
+    m_files->Folder().Protect(IdentityOf(zipPath));
 
     const tev::ExtractionProgress progress = [this](unsigned __int64 processed, unsigned __int64 total) {
         return ReportProgress(processed, total);
     };
-    tev::ZipExtraction extraction(*reader, *folder, m_limits, progress);
-    const Ending ending = extraction.Run();
+    tev::ZipExtraction extraction(*reader, m_files->Folder(), m_limits, progress);
+    const Failure failure = extraction.Run();
     m_files->Files() = std::move(extraction.Written());
 
     const CPathString root(m_destFolder);
     for (const tev::ExtractedFiles::File& file : m_files->Files())
         OnExtractFile(tev::platform::SystemPathOf(root / WideText(file.m_path)).c_str(), this);
     for (const tev::ZipExtraction::SkippedEntry& entry : extraction.Skipped())
-        m_skippedEntries.push_back({WideText(entry.m_name), entry.m_reason});
-    if (ending != Ending::kDone)
-        return Fail(ending == Ending::kCancelled ? Failure::kCancelled : Failure::kNotWritable);
+        m_skippedEntries.push_back({tev::WideEntryName(entry.m_name).c_str(), entry.m_reason});
+    if (failure != Failure::kNone)
+        return Fail(failure);
     return !m_extractedFiles.IsEmpty() || Fail(Failure::kNothingInIt);
 }
 
@@ -187,23 +215,27 @@ int CMiniZip::OnExtractFile(char const* utf8Path, void* self)
 
 bool CMiniZip::ExtractGZip(const CXTString<wchar_t>& source, const CXTString<wchar_t>& destFile, bool keepFiles)
 {
-    const auto extract = [this, source, destFile, keepFiles] {
+    const auto extract = [&] {
+        const Text from = source;
+        const Text to = destFile;
         StartOver();
-        if (!IsGZipFile(source))
-            return Fail(fileExists(source) ? Failure::kNoArchive : Failure::kNotFound);
+        if (!IsGZipFile(from))
+            return Fail(fileExists(from) ? Failure::kNoArchive : Failure::kNotFound);
         m_keepFiles = keepFiles;
-        return ExtractStream(Stream::kGZip, source, destFile);
+        return ExtractStream(Stream::kGZip, from, to);
     };
     return Try(extract, [this](Failure failure) { return Fail(failure); });
 }
 
 bool CMiniZip::ExtractZStd(const CXTString<wchar_t>& source, const CXTString<wchar_t>& destFile, bool keepFiles)
 {
-    const auto extract = [this, source, destFile, keepFiles] {
+    const auto extract = [&] {
+        const Text from = source;
+        const Text to = destFile;
         StartOver();
-        if (!IsZStdFile(source))
-            return Fail(fileExists(source) ? Failure::kNoArchive : Failure::kNotFound);
-        if (!ExtractStream(Stream::kZStd, source, destFile))
+        if (!IsZStdFile(from))
+            return Fail(fileExists(from) ? Failure::kNoArchive : Failure::kNotFound);
+        if (!ExtractStream(Stream::kZStd, from, to))
             return false;
         m_keepFiles = keepFiles;
         return true;
@@ -223,11 +255,12 @@ bool CMiniZip::ExtractStream(Stream stream, const CXTString<wchar_t>& source, co
     FileInformation information;
     if (!tev::platform::GetFileInformation(source, information))
         return Fail(Failure::kNotFound);
-    const Target target = fileIsSameFile(source, destFile) ? Target() : FindTarget(destFile);
-    const std::unique_ptr<ContainedFile> file =
-        target.m_folder != nullptr ? target.m_folder->CreateFile(target.m_name) : nullptr;
+    Target target = fileIsSameFile(source, destFile) ? Target() : FindTarget(destFile);
+    if (!StartIn(std::move(target.m_folder)))
+        return false;
+    const std::unique_ptr<ContainedFile> file = m_files->Folder().CreateFile(target.m_name);
     if (file == nullptr)
-        return Fail(Failure::kNotWritable);
+        return Fail(FailureOf(tev::platform::LastSystemError(), Failure::kNotWritable));
     if (!ReportProgress(0, information.size))
         return Fail(Failure::kCancelled);
 
@@ -244,18 +277,18 @@ bool CMiniZip::ExtractStream(Stream stream, const CXTString<wchar_t>& source, co
         return (!tev::IsThreadAskedToEnd() && ReportProgress(consumed, information.size)) || Fail(Failure::kCancelled);
     };
     const bool isGZip = stream == Stream::kGZip;
-    const UnpackResult result =
+    const tev::platform::UnpackEnding ending =
         isGZip ? tev::platform::UnpackGzip(source, write) : tev::platform::UnpackZstd(source, write);
-    if (result == UnpackResult::Stopped)
+    if (!EndStream(ending, isGZip, written))
         return false;
     // What a gzip stream holds before its damage may be all that is left of a file.
-    const bool isUnread = result == UnpackResult::SourceFailed && (written == 0 || !isGZip);
-    if (isUnread || (result == UnpackResult::Damaged && !isGZip))
-        return Fail(isUnread ? Failure::kNoArchive : Failure::kDamaged);
-
+    if (written == 0 && m_failure == Failure::kDamaged)
+    {
+        m_files->Forget();
+        return true;
+    }
     if (!behind.Finish())
         return Fail(Failure::kNotWritable);
-    m_files->Start(*target.m_folder);
     m_files->Files().push_back({target.m_name, {}});
     m_extractedFiles.Add(destFile);
     if (file->Keep(std::nullopt, m_files->Files().back().m_identity))
@@ -263,6 +296,25 @@ bool CMiniZip::ExtractStream(Stream stream, const CXTString<wchar_t>& source, co
     m_files->Forget();
     m_extractedFiles.RemoveAll();
     return Fail(Failure::kNotWritable);
+}
+
+/// Whether what was unpacked is to be kept, with the failure.
+bool CMiniZip::EndStream(tev::platform::UnpackEnding ending, bool isGZip, unsigned __int64 written)
+{
+    switch (ending.result)
+    {
+    case UnpackResult::Done:
+        return true;
+    case UnpackResult::Stopped: // the failure is known already
+        return false;
+    case UnpackResult::NoMemory:
+        return Fail(Failure::kNoMemory);
+    case UnpackResult::SourceFailed:
+        return (isGZip && written != 0) || Fail(FailureOf(tev::platform::LastSystemError(), Failure::kNoArchive));
+    default:
+        m_damage = ending.damage;
+        return !Fail(Failure::kDamaged) && isGZip;
+    }
 }
 
 bool CMiniZip::IsGZipFile(const CXTString<wchar_t>& path)
@@ -302,8 +354,14 @@ bool CMiniZip::Clean()
 
 void CMiniZip::KeepFiles() noexcept
 {
+    m_files->Keep();
     m_keepFiles = true;
     m_temporaryFolderCreated = false;
+}
+
+void CMiniZip::SetPassword(const CXTString<wchar_t>& password)
+{
+    *m_password = tev::Password(password);
 }
 
 bool CMiniZip::OnProgress(unsigned __int64, unsigned __int64)
@@ -343,4 +401,5 @@ void CMiniZip::StartOver()
     m_skippedEntries.clear();
     m_temporaryFolderCreated = false;
     m_failure = Failure::kNone;
+    m_damage = CXStreamDamage::kNone;
 }

@@ -10,15 +10,21 @@
 namespace tev
 {
 class ExtractedFiles;
-}
+class Password;
+namespace platform
+{
+class ContainedFolder;
+struct UnpackEnding;
+} // namespace platform
+} // namespace tev
 
 /// Unpacks a compressed file so that its contents can be read, and removes them again: a whole ZIP archive, a gzip or a
 /// Zstandard file. To list an archive, extract single entries or change it, use CZip. One thread at a time.
 ///
 /// Each extraction first cleans up after the one before. Failures return false; nothing is thrown, whatever the input.
-/// Nothing is ever written outside the destination: entries whose names lead elsewhere, symbolic links, entries whose
-/// names differ from an earlier one only in case, and damaged entries are skipped, and the others
-/// extracted (GetSkippedEntries). Memory does not depend on the size of the files, only on the number of entries.
+/// Nothing is ever written outside the destination: entries whose names lead elsewhere, symbolic links, entries with the
+/// name of an earlier one, and damaged entries are skipped, and the others extracted (GetSkippedEntries). A file gets its
+/// name when it is complete. Memory does not depend on the size of the files, only on the number of entries.
 class TEVTOOLS_API CMiniZip
 {
 public:
@@ -30,13 +36,16 @@ public:
     /// Cleans up.
     virtual ~CMiniZip();
 
-    /// Extracts every entry below the folder, which is created where it is missing, with the times of the entries. Existing
+    /// Extracts every entry below the folder, which is created where it is missing, with the times and the
+    /// permissions of the entries. Existing
     /// files are replaced. Without a folder: into a new temporary one whose name begins with "MiniZip"; with
     /// `keepFiles` into the current one. Works on several threads (OMPSetMaxThreadCount) and reads split archives.
     /// True when at least one file was extracted, and neither the disk failed nor the work was cancelled.
     bool ExtractZip(const CXTString<wchar_t>& zipPath, const CXTString<wchar_t>& destFolder, bool keepFiles);
-    /// Unpacks a gzip file of any number of members to a file. A damaged or truncated file returns true as well: the
-    /// destination then holds what could be unpacked. Trailing bytes behind the last member are ignored.
+    /// Unpacks a gzip file of any number of members to a file. A damaged or truncated file returns true as well:
+    /// the destination then holds what could be unpacked, GetFailure() is kDamaged, and GetDamage() says what is wrong. Of
+    /// one from which nothing can be unpacked the destination is left unchanged, and the list is empty. Trailing bytes
+    /// behind the last member are ignored.
     bool ExtractGZip(const CXTString<wchar_t>& source, const CXTString<wchar_t>& destFile, bool keepFiles);
     /// Unpacks a file of Zstandard frames to a file. One that is damaged, truncated or needs a window above 128 MiB
     /// returns false and leaves the destination unchanged.
@@ -58,6 +67,8 @@ public:
     /// Why the last extraction returned false; kCancelled when OnProgress ended it, or a request to the thread to end
     /// its work (SetCancelThread).
     CXExtractionFailure GetFailure() const noexcept { return m_failure; }
+    /// What is wrong with the gzip or Zstandard file whose extraction was kDamaged; kNone after any other one.
+    CXStreamDamage GetDamage() const noexcept { return m_damage; }
 
     /// Deletes what the last extraction wrote: the temporary folder with all that is in it, or else the files in the list.
     /// Only the files that were written are deleted: no folders, no file that replaced one since, nothing behind a link.
@@ -67,8 +78,9 @@ public:
     void KeepFiles() noexcept;
 
     /// For encrypted entries of the archives that follow; empty for none.
-    void SetPassword(const CXTString<wchar_t>& password) { m_password = password; }
-    /// For the extractions that follow. An entry, or a file, that would exceed them is not written.
+    void SetPassword(const CXTString<wchar_t>& password);
+    /// For the extractions that follow. An entry, or a file, that would exceed them is not written. See docs/archives.md for
+    /// numbers that suit untrusted input.
     void SetLimits(const CXExtractionLimits& limits) { m_limits = limits; }
     const CXExtractionLimits& GetLimits() const noexcept { return m_limits; }
 
@@ -90,7 +102,9 @@ private:
     /// False, always.
     bool Fail(CXExtractionFailure failure) noexcept;
     bool ExtractEntries(const CXTString<wchar_t>& zipPath);
+    bool StartIn(std::unique_ptr<tev::platform::ContainedFolder> folder);
     bool ExtractStream(Stream stream, const CXTString<wchar_t>& source, const CXTString<wchar_t>& destFile);
+    bool EndStream(tev::platform::UnpackEnding ending, bool isGZip, unsigned __int64 written);
     bool ReportProgress(unsigned __int64 processed, unsigned __int64 total);
 
     bool m_keepFiles = false;
@@ -100,7 +114,8 @@ private:
 
     std::unique_ptr<tev::ExtractedFiles> m_files; ///< the identities of the files in the list
     std::vector<CXSkippedEntry> m_skippedEntries;
-    CXTString<wchar_t> m_password;
+    std::unique_ptr<tev::Password> m_password;
     CXExtractionLimits m_limits;
     CXExtractionFailure m_failure = CXExtractionFailure::kNone;
+    CXStreamDamage m_damage = CXStreamDamage::kNone;
 };

@@ -14,6 +14,8 @@ struct CXExtractionLimits
     /// default.
     unsigned __int64 m_ratio = 100'000;
 
+    // Files from untrusted sources deserve lower limits: see docs/archives.md.
+
     bool Allows(unsigned __int64 size, unsigned __int64 compressedSize) const noexcept
     {
         if (m_ratio == 0)
@@ -34,19 +36,33 @@ enum class CXExtractionFailure : unsigned char
     kTooLarge,    ///< for the limits
     kNotWritable, ///< the destination cannot be written to, or the disk is full
     kNoMemory,
-    kCancelled
+    kCancelled,
+    kTooManyOpenFiles ///< the process, or the system, has no descriptor left
+};
+
+/// What is wrong with a gzip or a Zstandard file that is kDamaged.
+enum class CXStreamDamage : unsigned char
+{
+    kNone,
+    kTruncated,
+    kHeader,
+    kMethod, ///< of compression, which is not known
+    kData,
+    kChecksum,
+    kLength ///< the contents are not as long as the end of the file says
 };
 
 /// Why an entry of an archive was left out.
 enum class CXSkipReason : unsigned char
 {
-    kDamaged,       ///< its data or its header; also a wrong password that only the data reveals
-    kUnsafeName,    ///< absolute, leading upwards, a device, ...
-    kNameClash,     ///< an earlier entry has that name, perhaps in other case, or is a folder of that name
+    kDamaged,    ///< its data or its header; also a wrong password that only the data reveals
+    kUnsafeName, ///< leading upwards, no text, too long, ...
+    kNameClash, ///< an earlier entry has that name, also in other case where the file system ignores it, or is a folder of that name
     kSpecialFile,   ///< a symbolic link, a device, ...
     kWrongPassword, ///< or none
     kUnsupported,   ///< a method of compression or encryption
     kTooLarge,      ///< for the limits
+    kUnreadable,    ///< reading the archive failed there
     kNotWritable    ///< the existing file or folder cannot be replaced, or the path leads through a symbolic link
 };
 

@@ -60,9 +60,24 @@ bool LeadsUpwards(std::string_view component)
     return component.find_first_not_of(". ") == component.npos;
 }
 
-bool IsSafeComponent(std::string_view component)
+bool IsSafeComponent(std::string_view component, const platform::FileNameRules& rules)
 {
-    return component.size() <= kMostComponentBytes && !LeadsUpwards(component) && !IsDevice(component);
+    return component.size() <= kMostComponentBytes && !LeadsUpwards(component) &&
+           !(rules.hasDevices && IsDevice(component));
+}
+
+/// What remains of an absolute path lies beneath the destination.
+std::string_view WithoutRootAndDrive(std::string_view name)
+{
+    for (;;)
+    {
+        if (!name.empty() && name[0] == '/')
+            name.remove_prefix(1);
+        else if (name.size() >= 2 && IsLetter(name[0]) && name[1] == ':')
+            name.remove_prefix(2);
+        else
+            return name;
+    }
 }
 
 /// Valid text decodes and encodes to itself.
@@ -78,22 +93,24 @@ bool IsUtf8(std::string_view text)
 
 bool IsSafeText(std::string_view name)
 {
-    const bool isAbsolute = !name.empty() && name[0] == '/';
-    const bool hasDrive = name.size() >= 2 && IsLetter(name[0]) && name[1] == ':';
     constexpr std::string_view kForbidden("\\\0", 2);
-    return !isAbsolute && !hasDrive && name.size() <= kMostBytes && name.find_first_of(kForbidden) == name.npos &&
-           IsUtf8(name);
+    return name.size() <= kMostBytes && name.find_first_of(kForbidden) == name.npos && IsUtf8(name);
 }
-/// Hash of a name without regard to case, and to dots and spaces at the end of a component, which some systems drop.
+
 class NameHash
 {
 public:
+    explicit NameHash(EntryNames::Compared compared) : m_isLoose(compared == EntryNames::Compared::Loosely) {}
+
     void AddComponent(std::string_view component)
     {
-        const std::size_t size = component.find_last_not_of(". ") + 1;
+        const std::size_t size = m_isLoose ? component.find_last_not_of(". ") + 1 : component.size();
         Utf8Reader reader(component.data(), size);
         while (!reader.AtEnd())
-            Add(platform::CaseFolded(reader.Next()));
+        {
+            const char32_t c = reader.Next();
+            Add(m_isLoose ? platform::CaseFolded(c) : c);
+        }
         Add(U'/');
     }
     std::uint64_t Value() const { return m_value; }
@@ -105,14 +122,16 @@ private:
         m_value = (m_value ^ c) * kPrime;
     }
 
+    bool m_isLoose;
     std::uint64_t m_value = 14695981039346656037u;
 };
 } // namespace
 
-std::optional<EntryName> SafeEntryName(std::string_view name)
+std::optional<EntryName> SafeEntryName(std::string_view name, const platform::FileNameRules& rules)
 {
     if (!IsSafeText(name))
         return std::nullopt;
+    name = WithoutRootAndDrive(name);
     EntryName safe;
     safe.m_isFolder = !name.empty() && name.back() == '/';
     std::size_t components = 0;
@@ -123,7 +142,7 @@ std::optional<EntryName> SafeEntryName(std::string_view name)
         start = end + 1;
         if (component.empty() || component == ".")
             continue;
-        if (!IsSafeComponent(component))
+        if (!IsSafeComponent(component, rules))
             return std::nullopt;
         if (++components > kMostComponents)
             return std::nullopt;
@@ -138,7 +157,7 @@ std::optional<EntryName> SafeEntryName(std::string_view name)
 
 bool EntryNames::Claim(std::string_view path, bool isFolder)
 {
-    NameHash hash;
+    NameHash hash(m_compared);
     for (std::size_t start = 0;;)
     {
         const std::size_t end = path.find('/', start);

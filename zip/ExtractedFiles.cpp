@@ -1,24 +1,17 @@
 #include "zip/ExtractedFiles.h"
 
-#include "objects/ResultOr.h"
-
-#include <memory>
-
 namespace tev
 {
-using platform::ContainedFolder;
-
-void ExtractedFiles::Start(const ContainedFolder& folder)
+bool ExtractedFiles::Start(std::unique_ptr<platform::ContainedFolder> folder) noexcept
 {
     Forget();
-    m_folderPath = folder.Path();
-    m_folder = folder.Identity();
+    m_folder = std::move(folder);
+    return m_folder->ReserveDescriptors();
 }
 
 void ExtractedFiles::Forget() noexcept
 {
-    m_folderPath.clear();
-    m_folder = {};
+    m_folder.reset();
     m_files.clear();
 }
 
@@ -26,27 +19,18 @@ void ExtractedFiles::Forget() noexcept
 
 void ExtractedFiles::RemoveFiles() noexcept
 {
-    const auto remove = [this] {
-        const std::unique_ptr<ContainedFolder> folder = ContainedFolder::Open(m_folderPath.c_str());
-        if (folder == nullptr || folder->Identity() != m_folder)
-            return false;
-        bool isDone = true;
+    if (m_folder != nullptr && m_folder->IsInPlace())
+    {
         for (const File& file : m_files)
-            isDone = folder->Remove(file.m_path, file.m_identity) && isDone;
-        return isDone;
-    };
-    static_cast<void>(ResultOr(false, remove));
+            static_cast<void>(m_folder->Remove(file.m_path, file.m_identity));
+    }
     Forget();
 }
 
 void ExtractedFiles::RemoveFolder() noexcept
 {
-    const auto remove = [this] {
-        const std::unique_ptr<ContainedFolder> folder = ContainedFolder::OpenItself(m_folderPath.c_str());
-        return folder != nullptr && folder->Identity() == m_folder && folder->RemoveContents() &&
-               platform::RemoveEmptyFolder(m_folderPath.c_str());
-    };
-    static_cast<void>(ResultOr(false, remove));
+    if (m_folder != nullptr && m_folder->IsInPlace())
+        static_cast<void>(m_folder->RemoveContents() && m_folder->RemoveItself());
     Forget();
 }
 } // namespace tev

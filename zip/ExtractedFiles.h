@@ -2,13 +2,15 @@
 
 #include "platform/ContainedFolder.h"
 
+#include <memory>
 #include <string>
 #include <vector>
 
 namespace tev
 {
 /// Which files an extraction wrote beneath one folder, so that they, and nothing else, can be removed again: neither a file
-/// that has replaced one since, nor anything behind a link that was created since. One thread at a time.
+/// that has replaced one since, nor anything behind a link that was created since. Removing them needs no memory, and no
+/// descriptor that is not held from the start. One thread at a time.
 class ExtractedFiles
 {
 public:
@@ -18,23 +20,26 @@ public:
         platform::FileIdentity m_identity;
     };
 
-    /// Forgets all files and starts with another folder.
-    void Start(const platform::ContainedFolder& folder);
+    /// Forgets all files and starts with another folder. False where no descriptor is left.
+    [[nodiscard]] bool Start(std::unique_ptr<platform::ContainedFolder> folder) noexcept;
     /// Forgets all.
     void Forget() noexcept;
+    /// Releases the descriptors: the files are kept.
+    void Keep() noexcept { m_folder.reset(); }
 
+    /// The folder to extract to.
+    platform::ContainedFolder& Folder() noexcept { return *m_folder; }
     /// The extraction appends the files it wrote.
     std::vector<File>& Files() noexcept { return m_files; }
-    const std::wstring& FolderPath() const noexcept { return m_folderPath; }
 
-    /// Ignores files that are already deleted and those that cannot be removed.
+    /// Ignores files that are already deleted and those that cannot be removed. Nothing is removed from a folder that was
+    /// moved.
     void RemoveFiles() noexcept;
     /// Removes the folder with all its contents.
     void RemoveFolder() noexcept;
 
 private:
-    std::wstring m_folderPath;
-    platform::FileIdentity m_folder;
+    std::unique_ptr<platform::ContainedFolder> m_folder;
     std::vector<File> m_files;
 };
 } // namespace tev

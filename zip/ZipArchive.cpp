@@ -72,9 +72,7 @@ ZipOutcome ZipArchive::Open(const wchar_t* path, ZipOpenMode mode, CXZipCallback
             return ZipFileBytes::Open(platform::ZipVolumePath(fullPath, number).c_str());
         };
         ZipError error;
-        if (!platform::PrepareZip(bytes, openVolume, archive->m_isReadOnly, error))
-            return ZipOutcome::Of(error);
-        archive->m_engine = platform::ZipEngine::Open(std::move(bytes), error);
+        archive->m_engine = platform::ZipEngine::Open(std::move(bytes), openVolume, archive->m_isReadOnly, error);
         if (archive->m_engine == nullptr)
             return ZipOutcome::Of(error);
         if (!archive->m_isReadOnly && !ZipFileTarget::IsWritable(fullPath))

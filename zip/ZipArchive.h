@@ -75,7 +75,7 @@ private:
     static void FillInfo(const platform::ZipEntry& entry, CZipFileInfo& info);
     int AskCallback(const platform::ZipEntry& entry, const std::wstring& target);
     ZipOutcome Unpack(unsigned index, const platform::ZipEntry& entry, const std::string& password, XZipAction action,
-                      platform::ContainedFile* file);
+                      platform::ContainedFile* file, const CXExtractionLimits& limits);
     /// All entries of that name, in their order; where one is enough, the first one.
     std::vector<unsigned> FindEach(std::wstring_view name, const NameRule& rule, bool oneIsEnough);
     ZipOutcome PlanRenaming(const ZipNames& oldNames, const ZipNames& newNames, std::vector<Renaming>& renamings);

@@ -79,10 +79,15 @@ ZipOutcome ZipArchive::Extract(unsigned index, const Destination& destination, c
         folder->Protect({m_stamp->m_information.device, m_stamp->m_information.number});
     if (entry.kind == ZipEntryKind::Folder)
         return folder->CreateFolders(*place) ? ZipOutcome() : ZipOutcome::OfSystem();
-    const std::unique_ptr<platform::ContainedFile> file = folder->CreateFile(*place);
+    if (!folder->HasSpaceFor(entry.size))
+        return ZipOutcome::OfSystem();
+    constexpr unsigned kOwnersUse = 0600;
+    const unsigned permissions =
+        entry.permissions ? *entry.permissions | kOwnersUse : ContainedFolder::kDefaultPermissions;
+    const std::unique_ptr<platform::ContainedFile> file = folder->CreateFile(*place, permissions);
     if (file == nullptr)
         return ZipOutcome::OfSystem();
-    const ZipOutcome unpacked = Unpack(index, entry, password, XZipAction::kExtracting, file.get());
+    const ZipOutcome unpacked = Unpack(index, entry, password, XZipAction::kExtracting, file.get(), left);
     platform::FileIdentity identity;
     if (unpacked && !file->Keep(entry.times.lastWrite, identity))
         return ZipOutcome::OfSystem();
@@ -96,12 +101,13 @@ ZipOutcome ZipArchive::Test(unsigned index, const std::string& password)
     const ZipOutcome found = RequireEntry(index, entry);
     if (!found || entry.kind == ZipEntryKind::Folder)
         return found;
-    return Unpack(index, entry, password, XZipAction::kTesting, nullptr);
+    constexpr CXExtractionLimits kNone = {~0ull, ~0ull};
+    return Unpack(index, entry, password, XZipAction::kTesting, nullptr, kNone);
 }
 
 /// Reads an entry, and writes it where there is a file.
 ZipOutcome ZipArchive::Unpack(unsigned index, const ZipEntry& entry, const std::string& password, XZipAction kind,
-                              platform::ContainedFile* file)
+                              platform::ContainedFile* file, const CXExtractionLimits& limits)
 {
     ZipError error;
     const std::unique_ptr<platform::ZipReader> reader = m_engine->OpenEntry(index, password, error);
@@ -115,7 +121,12 @@ ZipOutcome ZipArchive::Unpack(unsigned index, const ZipEntry& entry, const std::
         if (!reader->Read(block.data(), block.size(), delivered, error))
             return ZipOutcome::Of(error);
         if (delivered == 0)
+        {
+            // The declared compressed size may be larger than what was needed of it.
+            if (!limits.Allows(entry.size, entry.isNew ? entry.size : reader->Consumed()))
+                return {XZipFailure::kTooLarge, 0};
             return action.Finish() ? ZipOutcome() : ZipOutcome{XZipFailure::kCancelled, 0};
+        }
         if (file != nullptr && !file->Write(block.data(), delivered))
             return ZipOutcome::OfSystem();
         if (!action.Advance(delivered))

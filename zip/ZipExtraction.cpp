@@ -23,9 +23,10 @@ namespace
 using platform::PlainZipEntry;
 using platform::PlainZipReader;
 using platform::ZipEntryKind;
-using platform::ZipReadResult;
+using platform::ZipError;
+using platform::ZipFailure;
+using Failure = CXExtractionFailure;
 
-constexpr std::uint64_t kLocalHeaderSize = 30;
 constexpr std::uint64_t kWorthAnotherThread = 256 * 1024; // bytes to be unpacked
 constexpr std::size_t kMostFilesAtOnce = 32;
 constexpr std::chrono::milliseconds kReportEvery(50);
@@ -36,21 +37,35 @@ constexpr unsigned kTooManyOpenFiles = 4;
 constexpr unsigned kNotEnoughMemory = 8;
 constexpr unsigned kDeviceFailed = 23;
 
-/// Whether the error would occur for every other file, too.
-bool EndsEverything(unsigned systemError)
+/// Why an error would occur for every other file, too; kNone when it would not.
+Failure FailureForAll(unsigned systemError)
 {
-    return systemError == kDiskFull || systemError == kTooManyOpenFiles || systemError == kNotEnoughMemory ||
-           systemError == kDeviceFailed;
+    switch (systemError)
+    {
+    case kNotEnoughMemory:
+        return Failure::kNoMemory;
+    case kTooManyOpenFiles:
+        return Failure::kTooManyOpenFiles;
+    case kDiskFull:
+    case kDeviceFailed:
+        return Failure::kNotWritable;
+    default:
+        return Failure::kNone;
+    }
 }
 
-CXSkipReason ReasonOf(ZipReadResult result)
+CXSkipReason ReasonOf(ZipFailure failure)
 {
-    switch (result)
+    switch (failure)
     {
-    case ZipReadResult::WrongPassword:
+    case ZipFailure::PasswordNeeded:
+    case ZipFailure::WrongPassword:
+    case ZipFailure::WrongPasswordOrDamaged:
         return CXSkipReason::kWrongPassword;
-    case ZipReadResult::Unsupported:
+    case ZipFailure::Unsupported:
         return CXSkipReason::kUnsupported;
+    case ZipFailure::System:
+        return CXSkipReason::kUnreadable;
     default:
         return CXSkipReason::kDamaged;
     }
@@ -61,32 +76,25 @@ CXSkipReason ReasonOf(ZipReadResult result)
 class ZipExtraction::Plan
 {
 public:
-    explicit Plan(ZipExtraction& extraction) : m_all(extraction), m_compressedBytesLeft(extraction.m_reader.Size()) {}
+    explicit Plan(ZipExtraction& extraction) : m_all(extraction) {}
 
-    /// False when it was cancelled.
-    bool Make()
+    Failure Make()
     {
         const std::uint64_t count = m_all.m_reader.Count();
         for (std::uint64_t index = 0; index < count; ++index)
         {
             if (index % kPlanReportEvery == 0 && (IsThreadAskedToEnd() || !m_all.m_progress(0, 0)))
-                return false;
+                return Failure::kCancelled;
             Decide(index);
+            if (m_failure != Failure::kNone)
+                return m_failure;
         }
-        RefuseOverlaps();
-        return true;
+        return m_all.m_folder.HasSpaceFor(m_totalBytes) ? Failure::kNone : Failure::kNotWritable;
     }
 
     std::uint64_t TotalBytes() const { return m_totalBytes; }
 
 private:
-    struct Span
-    {
-        std::uint64_t m_begin;
-        std::uint64_t m_end;
-        std::size_t m_file;
-    };
-
     void Decide(std::uint64_t index)
     {
         PlainZipEntry& entry = m_entry;
@@ -99,64 +107,58 @@ private:
         if (!name)
             return Skip(index, CXSkipReason::kUnsafeName);
         const bool isFolder = entry.kind == ZipEntryKind::Folder;
-        if (!m_names.Claim(name->m_path, isFolder))
+        if (!Claim(name->m_path, isFolder))
             return Skip(index, CXSkipReason::kNameClash);
         if (isFolder)
-        {
-            if (!m_all.m_folder.CreateFolders(name->m_path))
-                Skip(index, CXSkipReason::kNotWritable);
-            return;
-        }
+            return CreateFolders(index, name->m_path);
+        if (entry.sharesBytes)
+            return Skip(index, CXSkipReason::kDamaged);
         // Nothing is ever written beyond the declared size, so that is what counts here.
         CXExtractionLimits left = m_all.m_limits;
         left.m_totalBytes -= m_totalBytes;
         if (!left.Allows(entry.size, entry.compressedSize))
             return Skip(index, CXSkipReason::kTooLarge);
-        if (entry.compressedSize > m_compressedBytesLeft)
-            return Skip(index, CXSkipReason::kDamaged);
         m_totalBytes += entry.size;
-        if (entry.offset)
-            m_spans.push_back(
-                {*entry.offset, *entry.offset + kLocalHeaderSize + entry.compressedSize, m_all.m_files.size()});
-        else // the only sign: entries that share bytes add up to more than the archive has
-            m_compressedBytesLeft -= entry.compressedSize;
         File file;
         file.m_index = index;
         file.m_path = name->m_path;
         file.m_size = entry.size;
+        file.m_compressedSize = entry.compressedSize;
         file.m_lastWrite = entry.lastWrite;
+        constexpr unsigned kOwnersUse = 0600; // else the owner could not read or replace it
+        if (entry.permissions)
+            file.m_permissions = *entry.permissions | kOwnersUse;
         m_all.m_files.push_back(std::move(file));
     }
 
     void Skip(std::uint64_t index, CXSkipReason reason) { m_all.m_skipped.push_back({index, m_entry.name, reason}); }
 
-    /// Entries that share bytes of the archive multiply them. One that reaches into the next one is skipped; of two at the
-    /// same position, the later one.
-    void RefuseOverlaps()
+    /// On a file system that ignores case the later of two names that differ in case only would replace the earlier one.
+    bool Claim(const std::string& path, bool isFolder)
     {
-        std::sort(m_spans.begin(), m_spans.end(), [](const Span& a, const Span& b) {
-            return a.m_begin != b.m_begin ? a.m_begin > b.m_begin : a.m_file < b.m_file;
-        });
-        std::uint64_t nextBegin = ~std::uint64_t{0};
-        for (const Span& span : m_spans)
-        {
-            File& file = m_all.m_files[span.m_file];
-            if (span.m_end > nextBegin)
-            {
-                file.m_state = State::kSkipped;
-                m_totalBytes -= file.m_size;
-            }
-            else
-                nextBegin = span.m_begin;
-        }
+        const bool isNew = m_names.Claim(path, isFolder);
+        const bool isLooselyNew = m_looseNames.Claim(path, isFolder);
+        if (isNew && !isLooselyNew && !m_tellsNamesApart)
+            m_tellsNamesApart = m_all.m_folder.TellsNamesApart();
+        return isNew && (isLooselyNew || *m_tellsNamesApart);
+    }
+
+    void CreateFolders(std::uint64_t index, const std::string& path)
+    {
+        if (m_all.m_folder.CreateFolders(path))
+            return;
+        m_failure = FailureForAll(platform::LastSystemError());
+        if (m_failure == Failure::kNone)
+            Skip(index, CXSkipReason::kNotWritable);
     }
 
     ZipExtraction& m_all;
     PlainZipEntry m_entry;
-    EntryNames m_names;
-    std::vector<Span> m_spans;
+    EntryNames m_names{EntryNames::Compared::Exactly};
+    EntryNames m_looseNames{EntryNames::Compared::Loosely};
+    std::optional<bool> m_tellsNamesApart; ///< the folder; asked when it matters
     std::uint64_t m_totalBytes = 0;
-    std::uint64_t m_compressedBytesLeft;
+    Failure m_failure = Failure::kNone;
 };
 
 /// Writes the files, on several threads.
@@ -168,24 +170,24 @@ public:
     {
     }
 
-    Ending Do()
+    Failure Do()
     {
         const std::size_t files = m_all.m_files.size();
         unsigned workers = m_totalBytes < kWorthAnotherThread ? 1 : OMPGetMaxThreadCount();
         workers = static_cast<unsigned>(std::min<std::size_t>(workers, files));
         if (workers == 0)
-            return Ending::kDone;
+            return Failure::kNone;
         if (workers < OMPGetMaxThreadCount() && m_totalBytes >= kWorthAnotherThread)
             m_writersOfFiles = WriteBehind::Threads::kItsOwn; // a few large files leave threads idle
         if (!Report()) // the others may have finished before this thread reports again
-            return Ending::kCancelled;
+            return Failure::kCancelled;
         m_filesAtOnce =
             std::clamp<std::size_t>(OMPGetScheduleChunkSize(static_cast<unsigned>(files)), 1, kMostFilesAtOnce);
         // What helpers had begun is lost in a child that was forked meanwhile.
         if (!RunTogether(
                 workers, [](void* work) { static_cast<Work*>(work)->RunOnThisThread(); }, this))
-            End(Ending::kFailed);
-        return m_ending.load();
+            End(Failure::kNotWritable);
+        return m_failure.load();
     }
 
 private:
@@ -226,7 +228,7 @@ private:
             return true;
         };
         if (!ResultOr(false, extract))
-            End(Ending::kFailed);
+            End(Failure::kNoMemory);
     }
 
     void TakeFiles(PlainZipReader& reader, bool isCaller)
@@ -250,36 +252,43 @@ private:
 
     void Extract(PlainZipReader& reader, File& file, bool isCaller)
     {
-        const std::unique_ptr<platform::ContainedFile> target = m_all.m_folder.CreateFile(file.m_path);
+        const auto target = m_all.m_folder.CreateFile(file.m_path, file.m_permissions);
         if (target == nullptr)
-        {
-            if (EndsEverything(platform::LastSystemError()))
-                return End(Ending::kFailed);
-            return Skip(file, CXSkipReason::kNotWritable);
-        }
+            return EndOrSkip(file, platform::LastSystemError(), CXSkipReason::kNotWritable);
         WriteBehind behind(*target, m_writersOfFiles);
-        // An archive may have two directories, of which one way of reading takes this one and another way that one.
-        std::uint64_t left = file.m_size;
-        const auto write = [&](const void* bytes, std::size_t count) {
-            if (count > left)
-                return false;
-            left -= count;
+        std::uint64_t consumed = 0;
+        const auto write = [&](const void* bytes, std::size_t count, std::uint64_t consumedUntilNow) {
+            consumed = consumedUntilNow;
             if (!behind.Write(bytes, count))
             {
-                End(Ending::kFailed);
+                End(Failure::kNotWritable);
                 return false;
             }
             m_processed.fetch_add(count, std::memory_order_relaxed);
             return !HasEnded() && (!isCaller || Report());
         };
-        const ZipReadResult result = reader.Read(file.m_index, write);
+        const ZipError error = reader.Read(file.m_index, write);
         if (HasEnded())
             return;
-        if (result != ZipReadResult::Done || left != 0)
-            return Skip(file, ReasonOf(result));
-        if (!behind.Finish() || !target->Keep(file.m_lastWrite, file.m_identity))
-            return End(Ending::kFailed);
+        if (error.failure != ZipFailure::None)
+            return EndOrSkip(file, error.systemError, ReasonOf(error.failure));
+        // The declared compressed size may be larger than what was needed of it.
+        if (!m_all.m_limits.Allows(file.m_size, consumed))
+            return Skip(file, CXSkipReason::kTooLarge);
+        if (!behind.Finish())
+            return End(Failure::kNotWritable);
+        if (!target->Keep(file.m_lastWrite, file.m_identity))
+            return EndOrSkip(file, platform::LastSystemError(), CXSkipReason::kNotWritable);
         file.m_state = State::kWritten;
+    }
+
+    void EndOrSkip(File& file, unsigned systemError, CXSkipReason reason)
+    {
+        const Failure failure = FailureForAll(systemError);
+        if (failure != Failure::kNone)
+            End(failure);
+        else
+            Skip(file, reason);
     }
 
     static void Skip(File& file, CXSkipReason reason)
@@ -292,7 +301,7 @@ private:
     {
         if (m_all.m_progress(m_processed.load(std::memory_order_relaxed), m_totalBytes))
             return true;
-        End(Ending::kCancelled);
+        End(Failure::kCancelled);
         return false;
     }
 
@@ -311,15 +320,15 @@ private:
 
     bool HasEnded()
     {
-        if (m_ending.load(std::memory_order_relaxed) == Ending::kDone && IsThreadAskedToEnd())
-            End(Ending::kCancelled);
-        return m_ending.load(std::memory_order_relaxed) != Ending::kDone;
+        if (m_failure.load(std::memory_order_relaxed) == Failure::kNone && IsThreadAskedToEnd())
+            End(Failure::kCancelled);
+        return m_failure.load(std::memory_order_relaxed) != Failure::kNone;
     }
 
-    void End(Ending ending)
+    void End(Failure failure)
     {
-        Ending none = Ending::kDone;
-        m_ending.compare_exchange_strong(none, ending);
+        Failure none = Failure::kNone;
+        m_failure.compare_exchange_strong(none, failure);
     }
 
     ZipExtraction& m_all;
@@ -330,7 +339,7 @@ private:
     std::atomic<std::size_t> m_next{0};
     std::atomic<std::uint64_t> m_processed{0};
     std::atomic<std::uint32_t> m_active{0};
-    std::atomic<Ending> m_ending{Ending::kDone};
+    std::atomic<Failure> m_failure{Failure::kNone};
 };
 
 ZipExtraction::ZipExtraction(PlainZipReader& reader, platform::ContainedFolder& folder,
@@ -339,18 +348,19 @@ ZipExtraction::ZipExtraction(PlainZipReader& reader, platform::ContainedFolder& 
 {
 }
 
-ZipExtraction::Ending ZipExtraction::Run()
+Failure ZipExtraction::Run()
 {
     const LongOperation operation("unpacking an archive");
     Plan plan(*this);
-    if (!plan.Make())
-        return Ending::kCancelled;
+    const Failure planned = plan.Make();
+    if (planned != Failure::kNone)
+        return planned;
     // Reserved before anything is written, so that reporting needs no memory.
     m_written.reserve(m_files.size());
     m_skipped.reserve(m_skipped.size() + m_files.size());
-    const Ending ending = Work(*this, plan.TotalBytes()).Do();
+    const Failure failure = Work(*this, plan.TotalBytes()).Do();
     ReportResults();
-    return ending;
+    return failure;
 }
 
 void ZipExtraction::ReportResults() noexcept

@@ -21,12 +21,6 @@ using ExtractionProgress = std::function<bool(std::uint64_t processed, std::uint
 class ZipExtraction
 {
 public:
-    enum class Ending
-    {
-        kDone, ///< every entry was handled
-        kCancelled,
-        kFailed ///< the disk is full or fails, or there is not enough memory
-    };
     struct SkippedEntry
     {
         std::uint64_t m_index;
@@ -37,7 +31,8 @@ public:
     ZipExtraction(platform::PlainZipReader& reader, platform::ContainedFolder& folder, const CXExtractionLimits& limits,
                   const ExtractionProgress& progress);
 
-    Ending Run();
+    /// kNone when every entry was handled; kCancelled, or why no further file could be written.
+    CXExtractionFailure Run();
 
     // In the order of the archive, also when the extraction ended early.
     std::vector<ExtractedFiles::File>& Written() noexcept { return m_written; }
@@ -55,7 +50,9 @@ private:
         std::uint64_t m_index = 0;
         std::string m_path;
         std::uint64_t m_size = 0;
+        std::uint64_t m_compressedSize = 0;
         std::optional<std::int64_t> m_lastWrite;
+        unsigned m_permissions = platform::ContainedFolder::kDefaultPermissions;
         platform::FileIdentity m_identity;
         State m_state = State::kWaiting;
         CXSkipReason m_reason = CXSkipReason::kDamaged;

@@ -33,7 +33,10 @@ std::wstring WideEntryName(std::string_view name)
 {
     CXTString<wchar_t> wide;
     static_cast<void>(XDecodeText(name.data(), name.size(), xEncodingUtf8, wide));
-    return std::wstring(ViewOf(wide));
+    std::wstring result(ViewOf(wide));
+    // A name that cannot be a file's is shown whole.
+    std::replace(result.begin(), result.end(), L'\0', L'\uFFFD');
+    return result;
 }
 
 std::wstring ComparableName(std::wstring_view name, const NameRule& rule)

@@ -19,6 +19,8 @@ struct RawEntry
     std::uint16_t flags = 0x0800; ///< the name is UTF-8
     std::uint32_t attributes = 0;
     std::string extra = {};
+    std::uint8_t host = 3; ///< Unix
+    std::optional<std::string> packed = {};
     std::optional<std::uint32_t> size = {};
     std::optional<std::uint32_t> packedSize = {};
     std::optional<std::uint32_t> checksum = {};
@@ -60,6 +62,7 @@ inline std::string RawZip(const std::vector<RawEntry>& entries)
     {
         const std::size_t offset = entry.shares ? offsets[*entry.shares] : archive.size();
         const std::string data = entry.shares       ? packed[*entry.shares]
+                                 : entry.packed     ? *entry.packed
                                  : entry.isDeflated ? RawDeflate(entry.contents)
                                                     : entry.contents;
         const auto bytes = reinterpret_cast<const Bytef*>(entry.contents.data());
@@ -73,7 +76,7 @@ inline std::string RawZip(const std::vector<RawEntry>& entries)
             LittleEndianText(entry.extra.size(), 2);
         if (!entry.shares)
             archive += "PK\3\4" + fields + entry.name + entry.extra + data;
-        directory += "PK\1\2" + LittleEndianText(3 << 8 | 20, 2) + fields + std::string(6, '\0') +
+        directory += "PK\1\2" + LittleEndianText(entry.host << 8 | 20, 2) + fields + std::string(6, '\0') +
                      LittleEndianText(entry.attributes, 4) + LittleEndianText(offset, 4) + entry.name + entry.extra;
         offsets.push_back(offset);
         packed.push_back(data);

@@ -81,7 +81,8 @@ private:
 
 inline std::unique_ptr<platform::ZipEngine> OpenInMemory(std::string archive, platform::ZipError& error)
 {
-    return platform::ZipEngine::Open(std::make_unique<MemoryBytes>(std::move(archive)), error);
+    bool isReadOnly = false;
+    return platform::ZipEngine::Open(std::make_unique<MemoryBytes>(std::move(archive)), nullptr, isReadOnly, error);
 }
 
 inline platform::ZipAddition MemoryAddition(std::string name, std::string contents)

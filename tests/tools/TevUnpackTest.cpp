@@ -78,28 +78,42 @@ TEST_F(TevUnpack, ListsWithoutWriting)
 
 TEST_F(TevUnpack, SaysWhatIsWrong)
 {
-    const std::string zip = Write("a.zip", RawZip({{"../a", "x"}, {"good", "x"}, {"GOOD", "x"}}));
+    const std::string zip = Write("a.zip", RawZip({{"../a", "x"}, {"good", "x"}, {"good", "y"}}));
     TevResult result = Run({zip});
     EXPECT_EQ(result.m_exitCode, 1);
     EXPECT_EQ(result.m_output, "good\n");
     EXPECT_EQ(result.m_error, "tev: " + zip + ": skipped ../a: its name is not safe\ntev: " + zip +
-                                  ": skipped GOOD: an earlier entry has its name\n");
+                                  ": skipped good: an earlier entry has its name\n");
 
-    const std::pair<std::vector<std::string>, const char*> failures[] = {
+    Shell(
+        "printf model | gzip >g && head -c -8 g >checksum.gz && printf XXXX >>checksum.gz && tail -c 4 g >>checksum.gz"
+        " && head -c -4 g >length.gz && printf XXXX >>length.gz");
+    struct Case
+    {
+        std::vector<std::string> m_arguments;
+        const char* m_reason;
+        std::string m_blamed = m_arguments[0];
+    };
+    const Case failures[] = {
         {{Path("none")}, "no such file"},
         {{Path("none"), "--list"}, "no such file"},
         {{Write("text", "no archive")}, "neither a ZIP"},
         {{Path("text"), "--list"}, "neither a ZIP"},
         {{Write("empty.zip", RawZip({}))}, "no file could be unpacked"},
-        {{Write("cut.zst", "\x28\xB5\x2F\xFD")}, "damaged or cut off"},
-        {{zip, Path("text")}, "destination cannot be written"},
-        {{Write("a.gz", "\x1F\x8B"), Path("a.gz")}, "destination cannot be written"},
+        {{Write("cut.zst", "\x28\xB5\x2F\xFD")}, "is cut off"},
+        {{zip, Path("text")}, "cannot be written", Path("text")},
+        {{Write("a.gz", "\x1F\x8B"), Path("a.gz")}, "cannot be written"},
+        {{Path("a.gz"), Path("none/b")}, "cannot be written", Path("none/b")},
+        {{Path("a.gz")}, "is cut off"},
+        {{Write("method.gz", "\x1F\x8B\x09rest")}, "method of compression is not known"},
+        {{Path("checksum.gz")}, "checksum is wrong"},
+        {{Path("length.gz")}, "length is wrong"},
     };
-    for (const auto& [arguments, reason] : failures)
+    for (const auto& [arguments, reason, blamed] : failures)
     {
         result = Run(arguments);
         EXPECT_EQ(result.m_exitCode, 1) << arguments[0];
-        EXPECT_THAT(result.m_error, AllOf(HasSubstr("tev: " + arguments[0] + ": "), HasSubstr(reason)));
+        EXPECT_THAT(result.m_error, AllOf(HasSubstr("tev: " + blamed + ": "), HasSubstr(reason)));
     }
     EXPECT_EQ(Run({}).m_exitCode, 2);
     EXPECT_THAT(Run({"--help"}).m_output, HasSubstr("--password"));

@@ -403,7 +403,7 @@ TEST(CZip, HostileEntriesMakeNoFile)
 {
     const TempFolder folder;
     std::vector<RawEntry> entries;
-    for (const char* const name : {"../up", "/root", "C:\\x", "a\\b", "a/../../b", "nul", "con.txt"})
+    for (const char* const name : {"../up", "/../root", "C:\\x", "a\\b", "a/../../b"})
         entries.push_back({name, "x"});
     const std::size_t unsafe = entries.size();
     entries.push_back({"link", "/etc", false, 0x0800, 0120777u << 16});

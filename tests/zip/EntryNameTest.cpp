@@ -21,6 +21,11 @@ TEST(EntryName, KeepsWhatIsSafeAndTidiesIt)
         {"..a/b../...c", "..a/b../...c", false},
         {"\xC3\xA9t\xC3\xA9/\xF0\x9F\x98\x80 \xEF\xBF\xBD", "\xC3\xA9t\xC3\xA9/\xF0\x9F\x98\x80 \xEF\xBF\xBD", false},
         {"10:30.txt", "10:30.txt", false},
+        {"/etc/passwd", "etc/passwd", false},
+        {"//host/share/a", "host/share/a", false},
+        {"C:/a", "a", false},
+        {"c:a", "a", false},
+        {"/D:/z:./b/", "b", true},
         {"console/com10.txt/null/com/com1a/lpt", "console/com10.txt/null/com/com1a/lpt", false},
         {std::string(255, 'n'), std::string(255, 'n'), false},
     };
@@ -54,10 +59,9 @@ TEST(EntryName, SkipsWhatCouldLeadElsewhere)
         "a/.. /b",
         "a/ . ./b",
         "...",
-        "/etc/passwd",
-        "//host/share/a",
-        "C:/a",
-        "c:a",
+        "/../a",
+        "C:../a",
+        "C:/..",
         "Z:",
         "a\\b",
         "..\\a",
@@ -69,16 +73,6 @@ TEST(EntryName, SkipsWhatCouldLeadElsewhere)
         "\xC0\xAE\xC0\xAE/a",
         "\xED\xA0\x80",
         "\xF0\x90\x80",
-        "nul",
-        "a/CON",
-        "con.txt/b",
-        "Aux .tar.gz",
-        "lpt9",
-        "com0.obj",
-        "COM\xC2\xB9",
-        "conin$",
-        "CLOCK$.x",
-        "prn:stream",
         std::string(256, 'n'),
         deep,
     };
@@ -86,35 +80,54 @@ TEST(EntryName, SkipsWhatCouldLeadElsewhere)
         EXPECT_FALSE(SafeEntryName(name)) << name;
 }
 
-TEST(EntryName, NamesAreTakenOnceWhateverTheirCase)
+TEST(EntryName, DevicesAreSkippedWhereASystemHasThem)
+{
+    const char* const cases[] = {
+        "nul",      "a/CON",       "con.txt/b", "Aux .tar.gz", "lpt9",
+        "com0.obj", "COM\xC2\xB9", "conin$",    "CLOCK$.x",    "prn:stream",
+    };
+    for (const char* const name : cases)
+    {
+        EXPECT_TRUE(SafeEntryName(name, {false})) << name;
+        EXPECT_FALSE(SafeEntryName(name, {true})) << name;
+    }
+    EXPECT_TRUE(SafeEntryName("console/com10.txt/null/com/com1a/lpt", {true}));
+}
+
+TEST(EntryName, NamesAreTakenOnce)
 {
     const struct
     {
         const char* m_path;
         bool m_isFolder, m_isTaken;
+        bool m_isTakenExactly = m_isTaken;
     } steps[] = {
         {"a.txt", false, false},
-        {"A.TXT", false, true},
+        {"A.TXT", false, true, false},
         {"a.txt", false, true},
-        {"a.txt. ", false, true},
+        {"a.txt. ", false, true, false},
         {"Folder/a.txt", false, false},
         {"folder/b.txt", false, false},
-        {"FOLDER/B.txt", false, true},
+        {"FOLDER/B.txt", false, true, false},
         {"folder", true, false},
         {"Folder", false, true},
-        {"a.TXT/x", false, true},
+        {"a.TXT/x", false, true, false},
         {"a.txt", true, true},
         {"\xC3\x89.txt", false, false}, // letters with marks, Greek final sigma, and beyond 16 bits
-        {"\xC3\xA9.txt", false, true},
+        {"\xC3\xA9.txt", false, true, false},
         {"\xCE\xA3", false, false},
-        {"\xCF\x82", false, true},
+        {"\xCF\x82", false, true, false},
         {"\xF0\x90\x90\x80", false, false},
-        {"\xF0\x90\x90\xA8", false, true},
+        {"\xF0\x90\x90\xA8", false, true, false},
         {"ab/c", false, false},
         {"a/bc", false, false},
     };
-    tev::EntryNames names;
-    for (const auto& [path, isFolder, isTaken] : steps)
-        EXPECT_EQ(!names.Claim(path, isFolder), isTaken) << path;
+    tev::EntryNames loose(tev::EntryNames::Compared::Loosely);
+    tev::EntryNames exact(tev::EntryNames::Compared::Exactly);
+    for (const auto& [path, isFolder, isTaken, isTakenExactly] : steps)
+    {
+        EXPECT_EQ(!loose.Claim(path, isFolder), isTaken) << path;
+        EXPECT_EQ(!exact.Claim(path, isFolder), isTakenExactly) << path;
+    }
 }
 } // namespace

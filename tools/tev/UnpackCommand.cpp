@@ -63,13 +63,35 @@ const char* TextOf(CXExtractionFailure failure)
     case CXExtractionFailure::kTooLarge:
         return "is too large";
     case CXExtractionFailure::kNotWritable:
-        return "the destination cannot be written to, or the disk is full";
+        return "cannot be written to, or the disk is full";
     case CXExtractionFailure::kNoMemory:
         return "not enough memory";
     case CXExtractionFailure::kCancelled:
         return "interrupted";
+    case CXExtractionFailure::kTooManyOpenFiles:
+        return "too many open files";
     default:
         return "failed";
+    }
+}
+
+/// What is wrong with a file that is damaged.
+const char* TextOf(CXStreamDamage damage)
+{
+    switch (damage)
+    {
+    case CXStreamDamage::kTruncated:
+        return "is cut off";
+    case CXStreamDamage::kHeader:
+        return "is damaged: its header is not valid";
+    case CXStreamDamage::kMethod:
+        return "is damaged: its method of compression is not known";
+    case CXStreamDamage::kChecksum:
+        return "is damaged: its checksum is wrong";
+    case CXStreamDamage::kLength:
+        return "is damaged: its length is wrong";
+    default:
+        return "is damaged";
     }
 }
 
@@ -91,6 +113,8 @@ const char* TextOf(CXSkipReason reason)
         return "its compression or encryption is not known";
     case CXSkipReason::kTooLarge:
         return "would become too large";
+    case CXSkipReason::kUnreadable:
+        return "cannot be read";
     default:
         return "cannot be written, or lies behind a link";
     }
@@ -177,9 +201,9 @@ void Unpack(Session& session, const Options& options, bool isStream)
     zip.SetPassword(Widen(options.m_password).c_str());
     const std::wstring source = Widen(options.m_file);
     const std::string folder = options.m_destination.empty() ? "." : options.m_destination;
-    const bool isDone = isStream
-                            ? zip.ExtractZFile(source.c_str(), Widen(DestinationFile(options)).c_str(), options.m_keep)
-                            : zip.ExtractZip(source.c_str(), Widen(folder).c_str(), options.m_keep);
+    const std::string destination = isStream ? DestinationFile(options) : folder;
+    const bool isDone = isStream ? zip.ExtractZFile(source.c_str(), Widen(destination).c_str(), options.m_keep)
+                                 : zip.ExtractZip(source.c_str(), Widen(destination).c_str(), options.m_keep);
     if (isDone)
         zip.KeepFiles();
     if (isDone || options.m_keep)
@@ -189,8 +213,13 @@ void Unpack(Session& session, const Options& options, bool isStream)
         Report(session, options.m_file, "skipped " + Printable(entry.m_name) + ": " + TextOf(entry.m_reason));
         session.m_exitCode = kExitFailed;
     }
+    const CXExtractionFailure failure = zip.GetFailure();
+    if (failure == CXExtractionFailure::kDamaged)
+        throw Failure(options.m_file, TextOf(zip.GetDamage()));
+    if (!isDone && failure == CXExtractionFailure::kNotWritable)
+        throw Failure(destination, TextOf(failure));
     if (!isDone)
-        throw Failure(options.m_file, TextOf(zip.GetFailure()));
+        throw Failure(options.m_file, TextOf(failure));
 }
 
 void Run(Session& session, const Options& options)
@@ -225,7 +254,7 @@ void AddUnpackCommand(const ToolCommand& tool, Session& session)
                     "Keep the files that are complete when unpacking fails or is interrupted;\nelse they are removed");
     command.Footer("Prints the files that it wrote. Existing files are replaced. Nothing is written\n"
                    "outside DEST: entries with unsafe names, links and damaged entries are skipped and reported, and\n"
-                   "the exit code is then 1. A damaged gzip file gives what can be read of it.\n"
+                   "the exit code is then 1. What can be read of a damaged gzip file is kept.\n"
                    "--list prints the size, the compressed size, the time of the last change and the name, separated\n"
                    "by tabs where the output is no terminal.");
     command.OnRun([&session, options] { Run(session, *options); });

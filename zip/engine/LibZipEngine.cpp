@@ -1,13 +1,15 @@
 #include "zip/engine/ZipEngine.h"
 
 #include "platform/SystemErrors.h"
+#include "zip/engine/ZipDirectory.h"
 #include "zip/engine/ZipEntries.h"
 #include "zip/engine/ZipSources.h"
+#include "zip/engine/ZipVolumes.h"
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 #include <map>
+#include <numeric>
 #include <vector>
 
 #include <zlib.h>
@@ -75,54 +77,6 @@ std::uint32_t AttributesOf(const ZipAddition& addition, bool isFolder)
     return (isFolder ? kUnixFolder : kUnixFile) | (addition.permissions & kPermissions) << 16;
 }
 
-struct CloseZipFile
-{
-    void operator()(zip_file_t* file) const { zip_fclose(file); }
-};
-using OwnedZipFile = std::unique_ptr<zip_file_t, CloseZipFile>;
-
-class LibZipReader final : public ZipReader
-{
-public:
-    LibZipReader(OwnedZipFile file, ZipSource& source, std::uint64_t size, bool isEncrypted)
-        : m_file(std::move(file)), m_source(source), m_left(size), m_isEncrypted(isEncrypted)
-    {
-    }
-
-    bool Read(void* buffer, std::size_t count, std::size_t& delivered, ZipError& error) override
-    {
-        delivered = 0;
-        const zip_int64_t got = zip_fread(m_file.get(), buffer, count);
-        if (got < 0)
-        {
-            error = ErrorOf(zip_file_get_error(m_file.get()), m_source.TakeSystemFailure());
-            return FailAsDamaged(error);
-        }
-        // libzip checks the size of some entries only, and at their end.
-        if (static_cast<std::uint64_t>(got) > m_left || (got == 0 && count != 0 && m_left != 0))
-        {
-            error = {ZipFailure::Damaged, 0};
-            return FailAsDamaged(error);
-        }
-        m_left -= static_cast<std::uint64_t>(got);
-        delivered = static_cast<std::size_t>(got);
-        return true;
-    }
-
-private:
-    bool FailAsDamaged(ZipError& error) const
-    {
-        if (m_isEncrypted && error.failure == ZipFailure::Damaged)
-            error.failure = ZipFailure::WrongPasswordOrDamaged;
-        return false;
-    }
-
-    OwnedZipFile m_file;
-    ZipSource& m_source;
-    std::uint64_t m_left;
-    bool m_isEncrypted;
-};
-
 /// What was added and not saved is read where it comes from.
 class AdditionReader final : public ZipReader
 {
@@ -140,6 +94,8 @@ public:
         return true;
     }
 
+    std::uint64_t Consumed() const override { return m_position; }
+
 private:
     std::unique_ptr<ZipBytes> m_bytes;
     std::uint64_t m_position = 0;
@@ -148,7 +104,14 @@ private:
 class LibZipEngine final : public ZipEngine
 {
 public:
-    explicit LibZipEngine(std::unique_ptr<ZipBytes> bytes) : m_source(std::move(bytes)) {}
+    /// libzip reads the archive from `bytes`, which are null for one that is not changed, and for one that does not exist.
+    LibZipEngine(ZipContents contents, std::unique_ptr<ZipBytes> bytes)
+        : m_contents(std::move(contents)), m_source(std::move(bytes))
+    {
+        const std::uint64_t count = m_contents.directory != nullptr ? m_contents.directory->Count() : 0;
+        m_slots.resize(static_cast<std::size_t>(count));
+        std::iota(m_slots.begin(), m_slots.end(), zip_uint64_t{0});
+    }
     ~LibZipEngine() override
     {
         if (m_archive != nullptr)
@@ -166,29 +129,43 @@ public:
         if (m_archive == nullptr)
             return false;
         static_cast<void>(source.release()); // the archive's now
-        const zip_int64_t count = zip_get_num_entries(m_archive, 0);
-        m_slots.resize(static_cast<std::size_t>(std::max<zip_int64_t>(count, 0)));
-        for (std::size_t i = 0; i < m_slots.size(); ++i)
-            m_slots[i] = i;
-        return true;
+        if (static_cast<std::uint64_t>(zip_get_num_entries(m_archive, 0)) == m_slots.size())
+            return true;
+        error = {ZipFailure::Damaged, 0};
+        return false;
     }
 
     std::uint64_t Count() const override { return m_slots.size(); }
-    std::string Name(std::uint64_t index) const override { return ZipSlotName(m_archive, m_slots[index]); }
-    ZipEntryKind Kind(std::uint64_t index) const override { return ZipSlotKind(m_archive, m_slots[index]); }
+    std::string Name(std::uint64_t index) const override
+    {
+        const zip_uint64_t slot = m_slots[index];
+        const auto renamed = m_newNames.find(slot);
+        if (renamed != m_newNames.end())
+            return renamed->second;
+        return IsNew(slot) ? ZipSlotName(m_archive, slot) : m_contents.directory->Name(slot);
+    }
+
+    ZipEntryKind Kind(std::uint64_t index) const override
+    {
+        const zip_uint64_t slot = m_slots[index];
+        return IsNew(slot) ? ZipSlotKind(m_archive, slot) : m_contents.directory->Kind(slot);
+    }
 
     bool Describe(std::uint64_t index, ZipEntry& entry, ZipError& error) override
     {
         const zip_uint64_t slot = m_slots[index];
         const auto addition = m_additions.find(slot);
-        if (!DescribeZipSlot(m_archive, slot, addition != m_additions.end(), entry))
-            return Failed(error);
-        if (entry.isNew)
+        if (addition == m_additions.end())
         {
-            entry.size = addition->second.size;
-            entry.compressedSize = 0;
-            entry.encryption = addition->second.encryption;
+            entry = DescribeZipHeader(m_contents, slot);
+            entry.name = Name(index);
+            return true;
         }
+        if (!DescribeZipSlot(m_archive, slot, entry))
+            return Failed(error);
+        entry.size = addition->second.size;
+        entry.compressedSize = 0;
+        entry.encryption = addition->second.encryption;
         return true;
     }
 
@@ -198,21 +175,7 @@ public:
         const auto addition = m_additions.find(slot);
         if (addition != m_additions.end())
             return OpenAddition(addition->second, error);
-        zip_stat_t status;
-        if (zip_stat_index(m_archive, slot, 0, &status) != 0)
-            return Failed(error), nullptr;
-        // libzip loses memory over what it does not know.
-        if (zip_compression_method_supported(status.comp_method, 0) == 0 ||
-            zip_encryption_method_supported(status.encryption_method, 0) == 0)
-        {
-            error = {ZipFailure::Unsupported, 0};
-            return nullptr;
-        }
-        const bool isEncrypted = status.encryption_method != ZIP_EM_NONE;
-        OwnedZipFile file(zip_fopen_index_encrypted(m_archive, slot, 0, password.empty() ? nullptr : password.c_str()));
-        if (file == nullptr)
-            return Failed(error), nullptr;
-        return std::make_unique<LibZipReader>(std::move(file), m_source, status.size, isEncrypted);
+        return OpenZipEntry(m_contents, slot, password, error);
     }
 
     bool Add(ZipAddition addition, ZipError& error) override
@@ -256,8 +219,11 @@ public:
 
     bool Rename(std::uint64_t index, const std::string& name, ZipError& error) override
     {
+        std::string& newName = m_newNames.emplace(m_slots[index], Name(index)).first->second;
+        std::string given = name;
         if (zip_file_rename(m_archive, m_slots[index], name.c_str(), ZIP_FL_ENC_UTF_8) != 0)
             return Failed(error);
+        newName.swap(given);
         m_isChanged = true;
         return true;
     }
@@ -286,6 +252,11 @@ public:
             error = {ZipFailure::System, kNotEnoughMemory};
             return false;
         }
+        if (HasDamagedEntry())
+        {
+            error = {ZipFailure::Damaged, 0};
+            return false;
+        }
         ZipSaving saving(progress, SaveSize());
         m_source.SetTarget(&target);
         m_source.SetSaving(&saving);
@@ -309,6 +280,16 @@ public:
     }
 
 private:
+    bool IsNew(zip_uint64_t slot) const { return m_additions.count(slot) != 0; }
+
+    /// One that libzip could not copy.
+    bool HasDamagedEntry() const
+    {
+        return std::any_of(m_slots.begin(), m_slots.end(), [this](zip_uint64_t slot) {
+            return !IsNew(slot) && !m_contents.directory->Header(slot).isSound;
+        });
+    }
+
     bool Failed(ZipError& error)
     {
         error = ErrorOf(zip_get_error(m_archive), m_source.TakeSystemFailure());
@@ -379,37 +360,51 @@ private:
                                         ZIP_FL_LOCAL | ZIP_FL_CENTRAL) == 0;
     }
 
+    ZipContents m_contents; ///< of the archive that was opened; empty for a new one
     ZipArchiveSource m_source;
-    zip_t* m_archive = nullptr;
+    zip_t* m_archive = nullptr;        ///< null for an archive that is not changed
     std::vector<zip_uint64_t> m_slots; ///< libzip's numbers of the entries that are there
+    std::map<zip_uint64_t, std::string> m_newNames;
     std::map<zip_uint64_t, ZipAddition> m_additions;
     std::map<zip_uint64_t, ZipAdditionSource*> m_sources; ///< of the additions; libzip's, and gone once it has closed
     bool m_isChanged = false;
     bool m_isSpoiled = false; ///< an addition that failed could not be taken back
 };
 
-std::unique_ptr<ZipEngine> MakeEngine(std::unique_ptr<ZipBytes> bytes, int flags, ZipError& error)
+/// The archive with a directory that libzip reads as we do.
+std::unique_ptr<ZipBytes> BytesForLibZip(const ZipContents& contents)
 {
-    auto engine = std::make_unique<LibZipEngine>(std::move(bytes));
-    if (!engine->OpenArchive(flags, error))
-        return nullptr;
-    return engine;
+    const ZipDirectory& directory = *contents.directory;
+    return directory.IsPlain() ? WithDirectory(contents.bytes, contents.bytes->Size(), {})
+                               : WithDirectory(contents.bytes, directory.Start(), directory.Rewritten());
 }
 } // namespace
 
-std::unique_ptr<ZipEngine> ZipEngine::Open(std::unique_ptr<ZipBytes> bytes, ZipError& error)
+std::unique_ptr<ZipEngine> ZipEngine::Open(std::unique_ptr<ZipBytes> last, const ZipVolumeOpener& openVolume,
+                                           bool& isReadOnly, ZipError& error)
 {
-    if (bytes->Size() == 0) // which libzip takes for an archive that is still to be made
-    {
-        error = {ZipFailure::NoArchive, 0};
+    ZipContents contents;
+    if (!OpenZipContents(std::move(last), openVolume, contents, error))
         return nullptr;
+    isReadOnly = isReadOnly || contents.directory->LastVolume() != 0 || contents.directory->HasPrefix();
+    if (!isReadOnly)
+    {
+        auto engine = std::make_unique<LibZipEngine>(contents, BytesForLibZip(contents));
+        if (engine->OpenArchive(0, error))
+            return engine;
+        if (error.failure == ZipFailure::System)
+            return nullptr;
+        isReadOnly = true; // libzip refuses what can be read
     }
-    return MakeEngine(std::move(bytes), 0, error);
+    return std::make_unique<LibZipEngine>(std::move(contents), nullptr);
 }
 
 std::unique_ptr<ZipEngine> ZipEngine::Create()
 {
     ZipError error;
-    return MakeEngine(nullptr, ZIP_CREATE | ZIP_TRUNCATE, error);
+    auto engine = std::make_unique<LibZipEngine>(ZipContents(), nullptr);
+    if (!engine->OpenArchive(ZIP_CREATE | ZIP_TRUNCATE, error))
+        return nullptr;
+    return engine;
 }
 } // namespace tev::platform

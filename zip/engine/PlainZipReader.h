@@ -1,5 +1,7 @@
 #pragma once
 
+#include "zip/Password.h"
+#include "zip/engine/ZipEngine.h"
 #include "zip/engine/ZipFields.h"
 
 #include <cstddef>
@@ -13,43 +15,34 @@ namespace tev::platform
 {
 struct PlainZipEntry
 {
-    std::string name; ///< from ZipEntryName; untrusted
+    std::string name; ///< untrusted
     ZipEntryKind kind = ZipEntryKind::File;
     bool isEncrypted = false;
-    std::uint64_t size = 0; ///< as declared, and so the compressed size
+    bool sharesBytes = false; ///< with another entry
+    std::uint64_t size = 0;   ///< as declared, and so the compressed size
     std::uint64_t compressedSize = 0;
-    std::optional<std::uint64_t> offset; ///< position of its header in the file; empty when the reader does not know it
     std::optional<std::int64_t> lastWrite;
+    std::optional<unsigned> permissions; ///< the nine bits, where the entry was made on Unix
 };
 
-enum class ZipReadResult
-{
-    Done,
-    Stopped, ///< by the sink
-    Damaged, ///< also a wrong password that only the data reveals
-    WrongPassword,
-    Unsupported,
-    SourceFailed ///< the archive itself could not be read
-};
-
-/// Takes the next bytes of an entry; returns false to stop.
-using ZipSink = std::function<bool(const void* bytes, std::size_t count)>;
+/// Takes the next bytes of an entry; returns false to stop. `consumed`: the compressed bytes that they and those before
+/// took.
+using ZipSink = std::function<bool(const void* bytes, std::size_t count, std::uint64_t consumed)>;
 
 /// Reads the entries of a ZIP archive, in the order of its directory. Needs memory for the directory, but no more for
 /// large entries than for small ones. One thread at a time; several threads take a reader each.
 class PlainZipReader
 {
 public:
-    /// Which library reads. Best: miniz for what it supports, and the engine of zip/engine/ZipEngine.h for the rest: other
-    /// methods, encryption, split archives, what lies beyond miniz's limits, and everything where a build has no miniz.
+    /// Who delivers the data of entries that are stored or deflated and not encrypted.
     enum class By
     {
-        Best,
-        Miniz,
-        Engine
+        Miniz, ///< where the build has it and it finds the same entries
+        Ourselves
     };
-    /// Null when the file is no archive that the reader supports, or cannot be read. The password is UTF-8.
-    static std::unique_ptr<PlainZipReader> Open(const wchar_t* path, const std::string& password, By by = By::Best);
+    /// Null with the error when the file is no archive that can be read.
+    static std::unique_ptr<PlainZipReader> Open(const wchar_t* path, const Password& password, ZipError& error,
+                                                By by = By::Miniz);
 
     virtual ~PlainZipReader() = default;
     PlainZipReader(const PlainZipReader&) = delete;
@@ -58,14 +51,13 @@ public:
     /// Another reader of the same archive, for another thread. Null when the archive can no longer be opened.
     virtual std::unique_ptr<PlainZipReader> Another() const = 0;
 
-    /// The bytes of the archive, with all its volumes.
-    virtual std::uint64_t Size() const = 0;
     virtual std::uint64_t Count() const = 0;
-    /// False when the entry's header is damaged.
-    [[nodiscard]] virtual bool GetEntry(std::uint64_t index, PlainZipEntry& entry) = 0;
-    /// Passes the contents of a file to the sink, never more than the declared size. Only Done means that they were
-    /// complete and matched their checksum. The sink may receive bytes before an error is found.
-    virtual ZipReadResult Read(std::uint64_t index, const ZipSink& sink) = 0;
+    /// False when the entry's header is damaged; the name is valid all the same.
+    [[nodiscard]] virtual bool GetEntry(std::uint64_t index, PlainZipEntry& entry) const = 0;
+    /// Passes the contents of a file to the sink, never more than the declared size. Only ZipFailure::None means that they
+    /// were complete and matched their checksum; Cancelled, that the sink stopped. The sink may receive bytes before an
+    /// error is found.
+    virtual ZipError Read(std::uint64_t index, const ZipSink& sink) = 0;
 
 protected:
     PlainZipReader() = default;

@@ -1,13 +1,18 @@
 #include "zip/engine/StreamUnpacking.h"
 
-#include "zip/engine/InputFile.h"
+#include "platform/InputFile.h"
 
+#include <array>
+#include <cerrno>
 #include <cstring>
 #include <memory>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 #include <zlib.h>
 #include <zstd.h>
+#include <zstd_errors.h>
 
 namespace tev::platform
 {
@@ -18,6 +23,7 @@ constexpr std::size_t kZstdInputSize = 0x20003;
 constexpr std::size_t kZstdOutputSize = 0x20000;
 constexpr std::size_t kGzipBufferSize = 0x20000;
 constexpr int kAnyGzip = MAX_WBITS + 16;
+constexpr UnpackEnding kTruncated = {UnpackResult::Damaged, CXStreamDamage::kTruncated};
 
 /// Takes a file from its start to its end, a buffer at a time.
 class Input
@@ -27,6 +33,12 @@ public:
 
     bool IsOpen() const { return m_file != nullptr; }
     bool HasFailed() const { return m_error != 0; }
+    /// How reading ended after a failure.
+    UnpackEnding Failure() const
+    {
+        errno = m_error;
+        return {m_error == ENOMEM ? UnpackResult::NoMemory : UnpackResult::SourceFailed};
+    }
     unsigned char* Bytes() { return m_bytes.data(); }
     /// Of the file, behind the buffer.
     std::uint64_t Position() const { return m_position; }
@@ -57,26 +69,30 @@ public:
     GzipUnpacking(const GzipUnpacking&) = delete;
     GzipUnpacking& operator=(const GzipUnpacking&) = delete;
 
-    UnpackResult Run()
+    UnpackEnding Run()
     {
-        if (!m_input.IsOpen() || inflateInit2(&m_stream, kAnyGzip) != Z_OK)
-            return UnpackResult::SourceFailed;
+        if (!m_input.IsOpen())
+            return {UnpackResult::SourceFailed};
+        if (inflateInit2(&m_stream, kAnyGzip) != Z_OK)
+            return {UnpackResult::NoMemory};
         StartOutput();
         for (;;)
         {
             if (m_stream.avail_in == 0 && !Refill())
-                return Finish(m_input.HasFailed() ? UnpackResult::SourceFailed : UnpackResult::Damaged);
+                return Finish(m_input.HasFailed() ? m_input.Failure() : kTruncated);
             const int state = inflate(&m_stream, Z_NO_FLUSH);
             if (m_stream.avail_out == 0 && !Flush())
-                return UnpackResult::Stopped;
+                return {UnpackResult::Stopped};
             if (state == Z_STREAM_END)
             {
                 if (!FindMember())
-                    return Finish(UnpackResult::Done);
+                    return Finish(m_input.HasFailed() ? m_input.Failure() : UnpackEnding());
                 inflateReset(&m_stream);
             }
+            else if (state == Z_MEM_ERROR)
+                return {UnpackResult::NoMemory};
             else if (state != Z_OK && state != Z_BUF_ERROR)
-                return Finish(UnpackResult::Damaged);
+                return Finish({UnpackResult::Damaged, Damage()});
         }
     }
 
@@ -113,7 +129,33 @@ private:
     }
 
     /// Passes on the bytes unpacked before the end, or before the damage.
-    UnpackResult Finish(UnpackResult result) { return Flush() ? result : UnpackResult::Stopped; }
+    UnpackEnding Finish(UnpackEnding ending)
+    {
+        const int error = errno;
+        const bool isFlushed = Flush();
+        errno = error;
+        return isFlushed ? ending : UnpackEnding{UnpackResult::Stopped};
+    }
+
+    /// zlib tells what is wrong by its texts only.
+    CXStreamDamage Damage() const
+    {
+        constexpr std::pair<std::string_view, CXStreamDamage> kTexts[] = {
+            {"incorrect data check", CXStreamDamage::kChecksum},
+            {"incorrect length check", CXStreamDamage::kLength},
+            {"unknown compression method", CXStreamDamage::kMethod},
+            {"incorrect header check", CXStreamDamage::kHeader},
+            {"unknown header flags set", CXStreamDamage::kHeader},
+            {"header crc mismatch", CXStreamDamage::kHeader},
+        };
+        const std::string_view text = m_stream.msg != nullptr ? m_stream.msg : "";
+        for (const auto& [known, damage] : kTexts)
+        {
+            if (text == known)
+                return damage;
+        }
+        return CXStreamDamage::kData;
+    }
 
     Input m_input;
     std::vector<unsigned char> m_output;
@@ -125,20 +167,40 @@ struct FreeContext
 {
     void operator()(ZSTD_DCtx* context) const { ZSTD_freeDCtx(context); }
 };
+
+UnpackEnding EndingOf(ZSTD_ErrorCode error)
+{
+    switch (error)
+    {
+    case ZSTD_error_memory_allocation:
+        return {UnpackResult::NoMemory};
+    case ZSTD_error_checksum_wrong:
+        return {UnpackResult::Damaged, CXStreamDamage::kChecksum};
+    case ZSTD_error_prefix_unknown:
+    case ZSTD_error_version_unsupported:
+    case ZSTD_error_frameParameter_unsupported:
+    case ZSTD_error_frameParameter_windowTooLarge:
+        return {UnpackResult::Damaged, CXStreamDamage::kHeader};
+    default:
+        return {UnpackResult::Damaged, CXStreamDamage::kData};
+    }
+}
 } // namespace
 
-UnpackResult UnpackGzip(const wchar_t* path, const UnpackSink& sink)
+UnpackEnding UnpackGzip(const wchar_t* path, const UnpackSink& sink)
 {
     return GzipUnpacking(path, sink).Run();
 }
 
-UnpackResult UnpackZstd(const wchar_t* path, const UnpackSink& sink)
+UnpackEnding UnpackZstd(const wchar_t* path, const UnpackSink& sink)
 {
     Input input(path, kZstdInputSize);
     std::vector<unsigned char> bytes(kZstdOutputSize);
     const std::unique_ptr<ZSTD_DCtx, FreeContext> context(ZSTD_createDCtx());
-    if (!input.IsOpen() || context == nullptr)
-        return UnpackResult::SourceFailed;
+    if (!input.IsOpen())
+        return {UnpackResult::SourceFailed};
+    if (context == nullptr)
+        return {UnpackResult::NoMemory};
 
     std::size_t wanted = 1; // 0 where a frame is complete
     for (std::size_t size = input.Fill(); size != 0; size = input.Fill())
@@ -152,14 +214,14 @@ UnpackResult UnpackZstd(const wchar_t* path, const UnpackSink& sink)
             const bool isError = ZSTD_isError(wanted) != 0;
             const std::uint64_t consumed = input.Position() - (chunk.size - chunk.pos);
             if (output.pos != 0 && !sink(bytes.data(), output.pos, consumed))
-                return UnpackResult::Stopped;
+                return {UnpackResult::Stopped};
             if (isError)
-                return UnpackResult::Damaged;
+                return EndingOf(ZSTD_getErrorCode(wanted));
             isFull = output.pos == output.size && wanted != 0;
         }
     }
     if (input.HasFailed())
-        return UnpackResult::SourceFailed;
-    return wanted == 0 ? UnpackResult::Done : UnpackResult::Damaged;
+        return input.Failure();
+    return wanted == 0 ? UnpackEnding() : kTruncated;
 }
 } // namespace tev::platform

@@ -1,375 +1,467 @@
 #include "zip/engine/ZipDirectory.h"
 
-#include "platform/PathNames.h"
+#include "base/LittleEndian.h"
 #include "platform/SystemErrors.h"
+#include "zip/engine/ZipFields.h"
+#include "zip/engine/ZipRecords.h"
 
 #include <algorithm>
 #include <cerrno>
-#include <string>
+#include <limits>
 
 namespace tev::platform
 {
 namespace
 {
-constexpr std::uint32_t kHeaderMark = 0x02014B50;
-constexpr std::uint32_t kEndMark = 0x06054B50;
-constexpr std::uint32_t kEnd64Mark = 0x06064B50;
-constexpr std::uint32_t kLocatorMark = 0x07064B50;
-constexpr std::size_t kHeaderSize = 46;
-constexpr std::size_t kEndSize = 22;
-constexpr std::size_t kEnd64Size = 56;
-constexpr std::uint64_t kEnd64SizeWithin = 44; // what the record itself says: without its mark and this number
-constexpr std::size_t kLocatorSize = 20;
-constexpr std::size_t kLocalHeaderSize = 30;
-constexpr std::uint16_t kZip64Field = 0x0001;
-constexpr std::uint16_t kFull16 = 0xFFFF;
-constexpr std::uint32_t kFull32 = 0xFFFFFFFF;
-constexpr std::uint16_t kZip64Version = 45;
+constexpr std::size_t kBlockSize = 64 * 1024;
+constexpr std::size_t kMostEnds = 64; // that are tried
 
-constexpr std::uint16_t kUtf8Flag = 0x0800;
-
-template <class T>
-T Load(const ZipBuffer& bytes, std::size_t at)
+bool Fail(ZipError& error, ZipFailure failure = ZipFailure::Damaged)
 {
-    T value = 0;
-    for (std::size_t i = 0; i < sizeof value; ++i)
-        value = static_cast<T>(value | static_cast<T>(bytes[at + i]) << 8 * i);
-    return value;
+    error = {failure, 0};
+    return false;
 }
 
-template <class T>
-void Store(ZipBuffer& bytes, std::size_t at, T value)
-{
-    for (std::size_t i = 0; i < sizeof value; ++i)
-        bytes[at + i] = static_cast<unsigned char>(value >> 8 * i);
-}
-
-template <class T>
-void Append(ZipBuffer& bytes, T value)
-{
-    bytes.resize(bytes.size() + sizeof value);
-    Store(bytes, bytes.size() - sizeof value, value);
-}
-
-/// Fails with what the system says, or as damaged where it says nothing.
+/// Fails with the system's error, or as damaged where there is none.
 bool FailReading(ZipError& error)
 {
     error = errno != 0 ? ZipError{ZipFailure::System, LastSystemError()} : ZipError{ZipFailure::Damaged, 0};
     return false;
 }
 
-bool FailAsDamaged(ZipError& error)
+ZipDirectoryEnd EndAt(const ZipBuffer& tail, std::size_t at)
 {
-    error = {ZipFailure::Damaged, 0};
-    return false;
-}
-
-/// Where the record that ends an archive begins within its last bytes: the last one whose comment reaches the end, else the
-/// last one whose comment fits, else the last one.
-std::optional<std::size_t> FindEndMark(const ZipBuffer& tail)
-{
-    std::optional<std::size_t> fitting;
-    std::optional<std::size_t> last;
-    for (std::size_t at = tail.size() < kEndSize ? 0 : tail.size() - kEndSize + 1; at-- > 0;)
-    {
-        if (Load<std::uint32_t>(tail, at) != kEndMark)
-            continue;
-        const std::size_t end = at + kEndSize + Load<std::uint16_t>(tail, at + 20);
-        if (end == tail.size())
-            return at;
-        if (end < tail.size() && !fitting)
-            fitting = at;
-        last = last ? last : at;
-    }
-    return fitting ? fitting : last;
-}
-
-/// Whether libzip would take UTF-8 for something else, and a name that is flagged so for damage.
-bool HasControls(const std::string& name)
-{
-    return std::any_of(name.begin(), name.end(), [](char c) {
-        return static_cast<unsigned char>(c) < ' ' && c != '\t' && c != '\n' && c != '\r';
-    });
-}
-
-/// What stands in 32 bits; a number that does not fit goes to the field.
-std::uint32_t Shortened(std::uint64_t number, ZipBuffer& field)
-{
-    if (number < kFull32)
-        return static_cast<std::uint32_t>(number);
-    Append(field, number);
-    return kFull32;
-}
-} // namespace
-
-std::optional<ZipDirectoryEnd> FindZipEnd(const ZipBuffer& tail)
-{
-    const std::optional<std::size_t> at = FindEndMark(tail);
-    if (!at)
-        return std::nullopt;
+    const unsigned char* const record = tail.data() + at;
     ZipDirectoryEnd end;
-    end.m_lastVolume = Load<std::uint16_t>(tail, *at + 4);
-    end.m_fromEnd = tail.size() - *at;
-    end.m_start.m_volume = Load<std::uint16_t>(tail, *at + 6);
-    end.m_count = Load<std::uint16_t>(tail, *at + 10);
-    end.m_size = Load<std::uint32_t>(tail, *at + 12);
-    end.m_start.m_offset = Load<std::uint32_t>(tail, *at + 16);
-    const std::size_t commentSize = Load<std::uint16_t>(tail, *at + 20);
-    const std::size_t commentAt = *at + kEndSize;
+    end.m_lastVolume = LoadLittleEndian<std::uint16_t>(record + 4);
+    end.m_fromEnd = tail.size() - at;
+    end.m_start.m_volume = LoadLittleEndian<std::uint16_t>(record + 6);
+    end.m_count = LoadLittleEndian<std::uint16_t>(record + 10);
+    end.m_size = LoadLittleEndian<std::uint32_t>(record + 12);
+    end.m_start.m_offset = LoadLittleEndian<std::uint32_t>(record + 16);
+    const std::size_t commentSize = LoadLittleEndian<std::uint16_t>(record + 20);
+    const std::size_t commentAt = at + kZipEndSize;
     end.m_isCut = commentSize > tail.size() - commentAt;
     const auto comment = tail.begin() + static_cast<std::ptrdiff_t>(commentAt);
     end.m_comment.assign(comment, end.m_isCut ? tail.end() : comment + static_cast<std::ptrdiff_t>(commentSize));
-    const bool hasLocator = *at >= kLocatorSize && Load<std::uint32_t>(tail, *at - kLocatorSize) == kLocatorMark;
-    if (hasLocator)
+    if (at >= kZipLocatorSize && LoadLittleEndian<std::uint32_t>(record - kZipLocatorSize) == kZipLocatorMark)
     {
-        const std::size_t locator = *at - kLocatorSize;
-        end.m_end64 = ZipPlace{Load<std::uint32_t>(tail, locator + 4), Load<std::uint64_t>(tail, locator + 8)};
-        const auto volumes = Load<std::uint32_t>(tail, locator + 16);
-        if (end.m_lastVolume == kFull16)
+        const unsigned char* const locator = record - kZipLocatorSize;
+        end.m_end64 =
+            ZipPlace{LoadLittleEndian<std::uint32_t>(locator + 4), LoadLittleEndian<std::uint64_t>(locator + 8)};
+        const auto volumes = LoadLittleEndian<std::uint32_t>(locator + 16);
+        if (end.m_lastVolume == kZipFull16)
             end.m_lastVolume = std::max(volumes, 1U) - 1;
     }
     return end;
 }
 
-/// What stands in a header in 32 bits, or in its extra field in 64.
-struct ZipDirectoryRewriter::Numbers
+bool IsMadeOnDos(std::uint8_t host)
 {
-    std::uint64_t m_size = 0;
-    std::uint64_t m_compressedSize = 0;
-    ZipPlace m_place;
+    constexpr std::uint8_t kDosHosts[] = {0, 6, 10, 14}; // DOS, OS/2, NTFS, VFAT
+    return std::find(std::begin(kDosHosts), std::end(kDosHosts), host) != std::end(kDosHosts);
+}
+
+bool IsMadeOnUnix(std::uint8_t host)
+{
+    constexpr std::uint8_t kUnix = 3;
+    constexpr std::uint8_t kDarwin = 19;
+    return host == kUnix || host == kDarwin;
+}
+
+/// The flags of the field for times are those of its form in the local header, which may have more of them.
+bool HasLocalTimes(std::string_view extra)
+{
+    constexpr std::uint16_t kTimestampField = 0x5455;
+    constexpr unsigned char kLocalFlags = 6;
+    const std::string_view field = FindZipField(extra, kTimestampField);
+    return !field.empty() && (static_cast<unsigned char>(field[0]) & kLocalFlags) != 0;
+}
+
+/// How an entry is encrypted. The field for AES has the method of compression then.
+void ReadEncryption(std::string_view extra, ZipHeader& header)
+{
+    constexpr std::uint16_t kAesMethod = 99;
+    constexpr std::uint16_t kAesField = 0x9901;
+    constexpr std::size_t kAesFieldSize = 7;
+    constexpr std::uint16_t kSecondForm = 2;
+    constexpr ZipEncryption kStrengths[] = {ZipEncryption::Aes128, ZipEncryption::Aes192, ZipEncryption::Aes256};
+    if ((header.flags & kZipEncryptedFlag) == 0)
+        return;
+    header.encryption =
+        (header.flags & kZipStronglyEncryptedFlag) != 0 ? ZipEncryption::Unknown : ZipEncryption::Traditional;
+    if (header.method != kAesMethod)
+        return;
+    header.encryption = ZipEncryption::Unknown;
+    const std::string_view field = FindZipField(extra, kAesField);
+    if (field.size() < kAesFieldSize)
+        return;
+    const auto* const bytes = reinterpret_cast<const unsigned char*>(field.data());
+    const unsigned strength = bytes[4];
+    if (strength >= 1 && strength <= std::size(kStrengths))
+        header.encryption = kStrengths[strength - 1];
+    header.method = LoadLittleEndian<std::uint16_t>(bytes + 5);
+    if (LoadLittleEndian<std::uint16_t>(bytes) == kSecondForm)
+        header.checksum.reset();
+}
+} // namespace
+
+std::vector<ZipDirectoryEnd> FindZipEnds(const ZipBuffer& tail)
+{
+    std::vector<ZipDirectoryEnd> ends;
+    std::size_t exact = 0;
+    for (std::size_t at = tail.size() < kZipEndSize ? 0 : tail.size() - kZipEndSize + 1;
+         at-- > 0 && ends.size() < kMostEnds;)
+    {
+        if (LoadLittleEndian<std::uint32_t>(tail.data() + at) != kZipEndMark)
+            continue;
+        ZipDirectoryEnd end = EndAt(tail, at);
+        const bool isExact = at + kZipEndSize + end.m_comment.size() == tail.size() && !end.m_isCut;
+        const auto position = ends.begin() + static_cast<std::ptrdiff_t>(isExact ? exact : ends.size());
+        exact += isExact ? 1 : 0;
+        ends.insert(position, std::move(end));
+    }
+    return ends;
+}
+
+std::optional<unsigned> ZipHeader::Permissions() const
+{
+    constexpr unsigned kPermissions = 0777;
+    const std::uint32_t mode = attributes >> 16;
+    return IsMadeOnUnix(host) && mode != 0 ? std::optional(mode & kPermissions) : std::nullopt;
+}
+
+void ZipDirectory::Numbers::TakeField(std::string_view field)
+{
+    const auto* next = reinterpret_cast<const unsigned char*>(field.data());
+    const unsigned char* const end = next + field.size();
+    for (std::uint64_t* const number : {&m_size, &m_compressedSize, &m_place.m_offset})
+    {
+        if (*number != kZipFull32)
+            continue;
+        if (end - next < 8)
+        {
+            m_isComplete = false;
+            return;
+        }
+        *number = LoadLittleEndian<std::uint64_t>(next);
+        next += 8;
+    }
+    if (m_place.m_volume == kZipFull16 && end - next >= 4)
+        m_place.m_volume = LoadLittleEndian<std::uint32_t>(next);
+}
+
+class ZipDirectory::Reading
+{
+public:
+    Reading(ZipVolumeBytes& volumes, const ZipDirectoryEnd& end, ZipDirectory& directory, ZipError& error)
+        : m_volumes(volumes), m_end(end), m_directory(directory), m_error(error)
+    {
+    }
+
+    bool Run()
+    {
+        if (!FindEnd64() || !FindStart() || !ReadHeaders())
+            return false;
+        m_directory.m_volumeStarts = m_volumes.Starts();
+        m_directory.m_comment = m_end.m_comment;
+        m_directory.m_isPlain = m_isPlain && !m_end.m_isCut && m_directory.m_shift == 0;
+        FindFirstEntry();
+        return true;
+    }
+
+private:
+    bool HasMark(std::uint64_t at, std::uint32_t mark)
+    {
+        ZipBuffer bytes;
+        return m_volumes.ReadExactly(at, sizeof mark, bytes) && LoadLittleEndian<std::uint32_t>(bytes.data()) == mark;
+    }
+
+    /// Where the directory must end, and its numbers where they do not fit into the record of the end.
+    bool FindEnd64()
+    {
+        m_limit = m_volumes.Size() - m_end.m_fromEnd;
+        if (!m_end.m_end64)
+            return true;
+        const std::uint64_t locator = m_limit - kZipLocatorSize;
+        std::optional<std::uint64_t> at = m_volumes.Position(*m_end.m_end64);
+        if (!at || *at >= locator || !HasMark(*at, kZipEnd64Mark))
+            at = FindMovedEnd64(locator);
+        const bool isNeeded = m_end.m_count == kZipFull16 || m_end.m_size == kZipFull32 ||
+                              m_end.m_start.m_offset == kZipFull32 || m_end.m_start.m_volume == kZipFull16;
+        if (!at)
+            return !isNeeded || FailReading(m_error);
+        m_limit = *at;
+        ZipBuffer record;
+        if (!isNeeded)
+            return true;
+        if (!m_volumes.ReadExactly(*at, kZipEnd64Size, record))
+            return FailReading(m_error);
+        m_end.m_start.m_volume = LoadLittleEndian<std::uint32_t>(record.data() + 20);
+        m_end.m_count = LoadLittleEndian<std::uint64_t>(record.data() + 32);
+        m_end.m_size = LoadLittleEndian<std::uint64_t>(record.data() + 40);
+        m_end.m_start.m_offset = LoadLittleEndian<std::uint64_t>(record.data() + 48);
+        return true;
+    }
+
+    /// In an archive behind something else the record is not where its locator says, but just before the locator.
+    std::optional<std::uint64_t> FindMovedEnd64(std::uint64_t locator)
+    {
+        if (m_end.m_lastVolume != 0 || locator < kZipEnd64Size)
+            return std::nullopt;
+        const std::uint64_t at = locator - kZipEnd64Size;
+        return HasMark(at, kZipEnd64Mark) ? std::optional(at) : std::nullopt;
+    }
+
+    /// When something was put before an archive, such as a program that unpacks it, all of it lies further behind than its
+    /// offsets say; the directory still ends at its end.
+    bool FindStart()
+    {
+        errno = 0;
+        const std::optional<std::uint64_t> declared = m_volumes.Position(m_end.m_start);
+        const auto isStart = [this](std::uint64_t at) {
+            return at == m_limit ? m_end.m_count == 0 : HasMark(at, kZipHeaderMark) || HasMark(at, kZipSignatureMark);
+        };
+        if (declared && *declared <= m_limit && isStart(*declared))
+        {
+            m_directory.m_start = *declared;
+            return true;
+        }
+        const bool mayBeMoved = m_end.m_lastVolume == 0 && m_end.m_size <= m_limit;
+        const std::uint64_t moved = mayBeMoved ? m_limit - m_end.m_size : 0;
+        if (!mayBeMoved || moved < m_end.m_start.m_offset || !isStart(moved))
+            return FailReading(m_error);
+        m_directory.m_start = moved;
+        m_directory.m_shift = moved - m_end.m_start.m_offset;
+        return true;
+    }
+
+    /// Reads `count` bytes behind those that were read; false, with errno 0, where the directory ends before.
+    bool Take(std::size_t count)
+    {
+        errno = 0;
+        if (m_limit - m_at < count)
+            return false;
+        if (m_at < m_blockStart || m_at - m_blockStart + count > m_block.size())
+        {
+            const auto wanted =
+                static_cast<std::size_t>(std::min<std::uint64_t>(std::max(kBlockSize, count), m_limit - m_at));
+            if (!m_volumes.ReadExactly(m_at, wanted, m_block))
+                return false;
+            m_blockStart = m_at;
+        }
+        const auto first = m_block.begin() + static_cast<std::ptrdiff_t>(m_at - m_blockStart);
+        m_directory.m_bytes.insert(m_directory.m_bytes.end(), first, first + static_cast<std::ptrdiff_t>(count));
+        m_at += count;
+        return true;
+    }
+
+    /// False, with errno 0, where there is no complete header.
+    bool TakeHeader()
+    {
+        ZipBuffer& bytes = m_directory.m_bytes;
+        const std::uint64_t before = m_at;
+        const std::size_t at = bytes.size();
+        if (Take(kZipHeaderSize) && LoadLittleEndian<std::uint32_t>(bytes.data() + at) == kZipHeaderMark)
+        {
+            const unsigned char* const header = bytes.data() + at;
+            const std::size_t rest = std::size_t{LoadLittleEndian<std::uint16_t>(header + 28)} +
+                                     LoadLittleEndian<std::uint16_t>(header + 30) +
+                                     LoadLittleEndian<std::uint16_t>(header + 32);
+            if (Take(rest))
+            {
+                m_directory.m_headers.push_back(at);
+                return true;
+            }
+        }
+        bytes.resize(at);
+        m_at = before;
+        return false;
+    }
+
+    bool ReadHeaders()
+    {
+        m_at = m_directory.m_start;
+        while (TakeHeader())
+            continue;
+        if (errno != 0)
+            return FailReading(m_error);
+        const std::uint64_t size = m_at - m_directory.m_start;
+        const std::uint64_t count = m_directory.m_headers.size();
+        m_isPlain = count == m_end.m_count && size == m_end.m_size;
+        // All headers are there when nothing but a signature follows, or as many as are declared.
+        return IsAtEnd() || size == m_end.m_size || count == m_end.m_count || Fail(m_error);
+    }
+
+    bool IsAtEnd()
+    {
+        constexpr std::size_t kSignatureSize = 6; // the mark, and the size of the rest
+        if (m_at == m_limit)
+            return true;
+        ZipBuffer record;
+        return m_volumes.ReadExactly(m_at, kSignatureSize, record) &&
+               LoadLittleEndian<std::uint32_t>(record.data()) == kZipSignatureMark &&
+               m_at + kSignatureSize + LoadLittleEndian<std::uint16_t>(record.data() + 4) == m_limit;
+    }
+
+    void FindFirstEntry()
+    {
+        m_directory.m_firstEntry = m_directory.m_start;
+        for (const std::size_t header : m_directory.m_headers)
+        {
+            const std::optional<std::uint64_t> offset = m_directory.OffsetOf(m_directory.NumbersOf(header));
+            if (offset)
+                m_directory.m_firstEntry = std::min(m_directory.m_firstEntry, *offset);
+            m_directory.m_isPlain = m_directory.m_isPlain && offset && !m_directory.NeedsOtherHeader(header);
+        }
+    }
+
+    ZipVolumeBytes& m_volumes;
+    ZipDirectoryEnd m_end;
+    ZipDirectory& m_directory;
+    ZipError& m_error;
+    std::uint64_t m_limit = 0; ///< where the directory ends at the latest
+    std::uint64_t m_at = 0;    ///< how far it is read
+    ZipBuffer m_block;
+    std::uint64_t m_blockStart = 0;
+    bool m_isPlain = true;
 };
 
-bool ZipDirectoryRewriter::Rewrite(ZipError& error)
+std::shared_ptr<const ZipDirectory> ZipDirectory::Read(ZipVolumeBytes& volumes, const ZipDirectoryEnd& end,
+                                                       ZipError& error)
 {
-    if (!ReadEnd64(error))
-        return false;
-    // What the archive declares is held against what is there before any of it is counted on.
-    if (!FindStart() || m_end.m_size > m_volumes.Size() - m_start || m_end.m_count > m_end.m_size / kHeaderSize)
-        return FailAsDamaged(error);
-    m_isMended = m_shift != 0 || m_end.m_isCut;
-    m_at = m_start;
-    m_limit = m_start + m_end.m_size;
-    m_firstEntry = m_end.m_count != 0 ? m_start : 0;
-    for (std::uint64_t i = 0; i < m_end.m_count; ++i)
-    {
-        if (!RewriteHeader(error))
-            return false;
-    }
-    if (m_at != m_limit)
-        return FailAsDamaged(error);
-    WriteEnd();
-    return true;
+    const auto directory = std::make_shared<ZipDirectory>();
+    return Reading(volumes, end, *directory, error).Run() ? directory : nullptr;
 }
 
-bool ZipDirectoryRewriter::ReadEnd64(ZipError& error)
+ZipDirectory::Numbers ZipDirectory::NumbersOf(std::size_t header) const
 {
-    const bool isNeeded = m_end.m_count == kFull16 || m_end.m_size == kFull32 || m_end.m_start.m_offset == kFull32 ||
-                          m_end.m_start.m_volume == kFull16;
-    if (!m_end.m_end64 || !isNeeded)
-        return true;
-    const std::optional<std::uint64_t> at = m_volumes.Position(*m_end.m_end64);
-    ZipBuffer record;
-    if (!at)
-        return FailAsDamaged(error);
-    if (!m_volumes.ReadExactly(*at, kEnd64Size, record))
-        return FailReading(error);
-    if (Load<std::uint32_t>(record, 0) != kEnd64Mark || Load<std::uint64_t>(record, 4) < kEnd64SizeWithin)
-        return FailAsDamaged(error);
-    m_end.m_start.m_volume = Load<std::uint32_t>(record, 20);
-    m_end.m_count = Load<std::uint64_t>(record, 32);
-    m_end.m_size = Load<std::uint64_t>(record, 40);
-    m_end.m_start.m_offset = Load<std::uint64_t>(record, 48);
-    return true;
-}
-
-/// Where the directory begins. When something was put before an archive, such as a program that unpacks it, and nobody
-/// told the archive, all of it lies further behind than it says; then its directory still ends before its end.
-bool ZipDirectoryRewriter::FindStart()
-{
-    const std::optional<std::uint64_t> declared = m_volumes.Position(m_end.m_start);
-    if (declared)
-        m_start = *declared;
-    const std::uint64_t end = m_volumes.Size() - m_end.m_fromEnd;
-    ZipBuffer mark;
-    const bool isThere = declared && m_volumes.ReadExactly(m_start, 4, mark) &&
-                         (Load<std::uint32_t>(mark, 0) == kHeaderMark || m_end.m_count == 0);
-    if (isThere || m_end.m_lastVolume != 0 || m_end.m_end64 || m_end.m_size > end || end - m_end.m_size < m_start)
-        return declared.has_value();
-    m_shift = end - m_end.m_size - m_start;
-    m_start += m_shift;
-    return true;
-}
-
-/// The next bytes of the directory, behind those in the header.
-bool ZipDirectoryRewriter::TakeMore(std::size_t count)
-{
-    constexpr std::size_t kBlockSize = 64 * 1024;
-    errno = 0;
-    if (m_limit - m_at < count)
-        return false;
-    if (m_at < m_blockStart || m_at - m_blockStart + count > m_block.size())
-    {
-        const auto wanted =
-            static_cast<std::size_t>(std::min<std::uint64_t>(std::max(kBlockSize, count), m_volumes.Size() - m_at));
-        if (!m_volumes.ReadExactly(m_at, wanted, m_block))
-            return false;
-        m_blockStart = m_at;
-    }
-    const auto first = m_block.begin() + static_cast<std::ptrdiff_t>(m_at - m_blockStart);
-    m_header.insert(m_header.end(), first, first + static_cast<std::ptrdiff_t>(count));
-    m_at += count;
-    return true;
-}
-
-bool ZipDirectoryRewriter::RewriteHeader(ZipError& error)
-{
-    m_header.clear();
-    if (!TakeMore(kHeaderSize))
-        return FailReading(error);
-    if (Load<std::uint32_t>(m_header, 0) != kHeaderMark)
-        return FailAsDamaged(error);
-    const std::size_t nameSize = Load<std::uint16_t>(m_header, 28);
-    const std::size_t extraSize = Load<std::uint16_t>(m_header, 30);
-    const std::size_t commentSize = Load<std::uint16_t>(m_header, 32);
-    if (!TakeMore(nameSize + extraSize + commentSize))
-        return FailReading(error);
-
+    const unsigned char* const bytes = m_bytes.data() + header;
     Numbers numbers;
-    ZipBuffer others;
-    const std::size_t extraAt = kHeaderSize + nameSize;
-    if (!SplitExtra(extraAt, extraSize, numbers, others))
-        return FailAsDamaged(error);
-    const std::optional<std::uint64_t> position = m_volumes.Position(numbers.m_place);
-    if (!position || *position > m_start - m_shift || m_start - m_shift - *position < kLocalHeaderSize)
-        return FailAsDamaged(error);
-    numbers.m_place.m_offset = *position + m_shift;
-    m_firstEntry = std::min(m_firstEntry, numbers.m_place.m_offset);
-    return WriteHeader(numbers, others, nameSize, extraAt + extraSize) || FailAsDamaged(error);
+    numbers.m_compressedSize = LoadLittleEndian<std::uint32_t>(bytes + 20);
+    numbers.m_size = LoadLittleEndian<std::uint32_t>(bytes + 24);
+    numbers.m_place = {LoadLittleEndian<std::uint16_t>(bytes + 34), LoadLittleEndian<std::uint32_t>(bytes + 42)};
+    const std::string_view field = FindZipField(ExtraOf(header), kZip64Field);
+    if (!field.empty())
+        numbers.TakeField(field);
+    return numbers;
 }
 
-/// Takes the numbers out of the header and its field for 64 bits; the other fields go to `others`.
-bool ZipDirectoryRewriter::SplitExtra(std::size_t at, std::size_t size, Numbers& numbers, ZipBuffer& others)
+std::string_view ZipDirectory::NameOf(std::size_t header) const
 {
-    numbers.m_compressedSize = Load<std::uint32_t>(m_header, 20);
-    numbers.m_size = Load<std::uint32_t>(m_header, 24);
-    numbers.m_place = {Load<std::uint16_t>(m_header, 34), Load<std::uint32_t>(m_header, 42)};
-    const std::size_t end = at + size;
-    while (end - at >= 4)
-    {
-        const std::size_t fieldSize = Load<std::uint16_t>(m_header, at + 2);
-        const std::size_t next = at + 4 + fieldSize;
-        if (next > end)
-            break;
-        if (Load<std::uint16_t>(m_header, at) != kZip64Field)
-            others.insert(others.end(), m_header.begin() + static_cast<std::ptrdiff_t>(at),
-                          m_header.begin() + static_cast<std::ptrdiff_t>(next));
-        else if (!TakeNumbers(at + 4, next, numbers))
-            return false;
-        at = next;
-    }
-    m_isMended = m_isMended || at != end; // what is no field is left out
-    return true;
+    const auto* const bytes = reinterpret_cast<const char*>(m_bytes.data() + header);
+    return {bytes + kZipHeaderSize, LoadLittleEndian<std::uint16_t>(m_bytes.data() + header + 28)};
 }
 
-bool ZipDirectoryRewriter::TakeNumbers(std::size_t at, std::size_t end, Numbers& numbers) const
+std::string_view ZipDirectory::ExtraOf(std::size_t header) const
 {
-    for (std::uint64_t* const number : {&numbers.m_size, &numbers.m_compressedSize, &numbers.m_place.m_offset})
-    {
-        if (*number != kFull32)
-            continue;
-        if (end - at < 8)
-            return false;
-        *number = Load<std::uint64_t>(m_header, at);
-        at += 8;
-    }
-    if (numbers.m_place.m_volume != kFull16)
-        return true;
-    if (end - at < 4)
-        return false;
-    numbers.m_place.m_volume = Load<std::uint32_t>(m_header, at);
-    return true;
+    const std::string_view name = NameOf(header);
+    return {name.data() + name.size(), LoadLittleEndian<std::uint16_t>(m_bytes.data() + header + 30)};
 }
 
-/// The name, or, where that could be no file's, one that tells so by a backslash, which no safe name has.
-std::string ZipDirectoryRewriter::MendedName(std::size_t nameSize)
+std::string ZipDirectory::Name(std::uint64_t index) const
 {
-    const auto first = m_header.begin() + static_cast<std::ptrdiff_t>(kHeaderSize);
-    std::string name(first, first + static_cast<std::ptrdiff_t>(nameSize));
-    const auto flags = Load<std::uint16_t>(m_header, 8);
-    if (name.find('\0') != name.npos)
-    {
-        std::replace(name.begin(), name.end(), '\0', '\\');
-        m_isMended = true;
-    }
-    const bool isText = IsUtf8(name.c_str());
-    if ((flags & kUtf8Flag) != 0 && (!isText || HasControls(name)))
-    {
-        Store(m_header, 8, static_cast<std::uint16_t>(flags & ~kUtf8Flag));
-        name.insert(0, isText ? 0 : 1, '\\');
-        m_isMended = true;
-    }
+    const std::size_t at = m_headers[static_cast<std::size_t>(index)];
+    const unsigned char* const bytes = m_bytes.data() + at;
+    const bool isUtf8 = (LoadLittleEndian<std::uint16_t>(bytes + 8) & kZipUtf8Flag) != 0;
+    std::string name = ZipEntryName(NameOf(at), isUtf8, ExtraOf(at));
+    if (IsMadeOnDos(bytes[5]))
+        std::replace(name.begin(), name.end(), '\\', '/');
     return name;
 }
 
-bool ZipDirectoryRewriter::WriteHeader(const Numbers& numbers, const ZipBuffer& others, std::size_t nameSize,
-                                       std::size_t commentAt)
+ZipEntryKind ZipDirectory::Kind(std::uint64_t index) const
 {
-    const std::string name = MendedName(nameSize);
-    ZipBuffer field;
-    Store(m_header, 24, Shortened(numbers.m_size, field));
-    Store(m_header, 20, Shortened(numbers.m_compressedSize, field));
-    Store(m_header, 42, Shortened(numbers.m_place.m_offset, field));
-    Store<std::uint16_t>(m_header, 34, 0);
-    const std::size_t extraSize = others.size() + (field.empty() ? 0 : 4 + field.size());
-    if (extraSize > kFull16 || name.size() > kFull16)
-        return false;
-    Store(m_header, 30, static_cast<std::uint16_t>(extraSize));
-
-    Store(m_header, 28, static_cast<std::uint16_t>(name.size()));
-    const auto header = m_header.begin();
-    m_directory.insert(m_directory.end(), header, header + static_cast<std::ptrdiff_t>(kHeaderSize));
-    m_directory.insert(m_directory.end(), name.begin(), name.end());
-    if (!field.empty())
-    {
-        Append(m_directory, kZip64Field);
-        Append(m_directory, static_cast<std::uint16_t>(field.size()));
-        m_directory.insert(m_directory.end(), field.begin(), field.end());
-    }
-    m_directory.insert(m_directory.end(), others.begin(), others.end());
-    m_directory.insert(m_directory.end(), m_header.begin() + static_cast<std::ptrdiff_t>(commentAt), m_header.end());
-    return true;
+    const std::size_t at = m_headers[static_cast<std::size_t>(index)];
+    return ZipKindOf(Name(index), LoadLittleEndian<std::uint32_t>(m_bytes.data() + at + 38));
 }
 
-void ZipDirectoryRewriter::WriteEnd()
+ZipTimes ZipDirectory::Times(std::uint64_t index) const
 {
-    const std::uint64_t size = m_directory.size();
-    const std::uint64_t count = m_end.m_count;
-    if (size >= kFull32 || m_start >= kFull32 || count >= kFull16)
+    const std::size_t at = m_headers[static_cast<std::size_t>(index)];
+    const unsigned char* const bytes = m_bytes.data() + at;
+    return ZipEntryTimes(ExtraOf(at), LoadLittleEndian<std::uint16_t>(bytes + 14),
+                         LoadLittleEndian<std::uint16_t>(bytes + 12));
+}
+
+ZipHeader ZipDirectory::Header(std::uint64_t index) const
+{
+    const std::size_t at = m_headers[static_cast<std::size_t>(index)];
+    const unsigned char* const bytes = m_bytes.data() + at;
+    const std::string_view extra = ExtraOf(at);
+    ZipHeader header;
+    header.host = bytes[5];
+    header.flags = LoadLittleEndian<std::uint16_t>(bytes + 8);
+    header.method = LoadLittleEndian<std::uint16_t>(bytes + 10);
+    header.dosTime = LoadLittleEndian<std::uint16_t>(bytes + 12);
+    header.dosDate = LoadLittleEndian<std::uint16_t>(bytes + 14);
+    header.checksum = LoadLittleEndian<std::uint32_t>(bytes + 16);
+    header.attributes = LoadLittleEndian<std::uint32_t>(bytes + 38);
+    header.name = Name(index);
+    header.kind = ZipKindOf(header.name, header.attributes);
+    ReadEncryption(extra, header);
+    header.hasLocalTimes = HasLocalTimes(extra);
+
+    const Numbers numbers = NumbersOf(at);
+    header.size = numbers.m_size;
+    header.compressedSize = numbers.m_compressedSize;
+    const std::optional<std::uint64_t> offset = OffsetOf(numbers);
+    header.offset = offset.value_or(0);
+    header.isSound = offset.has_value();
+    return header;
+}
+
+/// Where the local header lies, in the sum of all volumes; nothing where the entry does not end before the directory.
+std::optional<std::uint64_t> ZipDirectory::OffsetOf(const Numbers& numbers) const
+{
+    const std::uint64_t limit = m_start - m_shift; // as the archive counts
+    const ZipPlace& place = numbers.m_place;
+    if (!numbers.m_isComplete || place.m_volume >= m_volumeStarts.size())
+        return std::nullopt;
+    const std::uint64_t volume = m_volumeStarts[place.m_volume];
+    if (volume > limit || place.m_offset > limit - volume)
+        return std::nullopt;
+    const std::uint64_t offset = volume + place.m_offset;
+    if (limit - offset < kZipLocalHeaderSize || numbers.m_compressedSize > limit - offset - kZipLocalHeaderSize)
+        return std::nullopt;
+    return offset + m_shift;
+}
+
+bool ZipDirectory::SharesBytes(std::uint64_t index) const
+{
+    std::call_once(m_sharedFlag, [this] { FindShared(); });
+    return m_isShared[static_cast<std::size_t>(index)];
+}
+
+void ZipDirectory::FindShared() const
+{
+    struct Span
     {
-        Append(m_directory, kEnd64Mark);
-        Append(m_directory, kEnd64SizeWithin);
-        Append(m_directory, kZip64Version);
-        Append(m_directory, kZip64Version);
-        Append<std::uint32_t>(m_directory, 0);
-        Append<std::uint32_t>(m_directory, 0);
-        Append(m_directory, count);
-        Append(m_directory, count);
-        Append(m_directory, size);
-        Append(m_directory, m_start);
-        Append(m_directory, kLocatorMark);
-        Append<std::uint32_t>(m_directory, 0);
-        Append(m_directory, m_start + size);
-        Append<std::uint32_t>(m_directory, 1);
+        std::uint64_t m_begin;
+        std::uint64_t m_end;
+        std::uint64_t m_index;
+    };
+    std::vector<Span> spans;
+    spans.reserve(m_headers.size());
+    for (std::uint64_t i = 0; i < Count(); ++i)
+    {
+        const Numbers numbers = NumbersOf(m_headers[static_cast<std::size_t>(i)]);
+        const std::optional<std::uint64_t> begin = OffsetOf(numbers);
+        if (begin && numbers.m_compressedSize != 0)
+            spans.push_back({*begin, *begin + kZipLocalHeaderSize + numbers.m_compressedSize, i});
     }
-    const auto count16 = static_cast<std::uint16_t>(std::min<std::uint64_t>(count, kFull16));
-    Append(m_directory, kEndMark);
-    Append<std::uint16_t>(m_directory, 0);
-    Append<std::uint16_t>(m_directory, 0);
-    Append(m_directory, count16);
-    Append(m_directory, count16);
-    Append(m_directory, static_cast<std::uint32_t>(std::min<std::uint64_t>(size, kFull32)));
-    Append(m_directory, static_cast<std::uint32_t>(std::min<std::uint64_t>(m_start, kFull32)));
-    Append(m_directory, static_cast<std::uint16_t>(m_end.m_comment.size()));
-    m_directory.insert(m_directory.end(), m_end.m_comment.begin(), m_end.m_comment.end());
+    std::sort(spans.begin(), spans.end(), [](const Span& a, const Span& b) {
+        return a.m_begin != b.m_begin ? a.m_begin > b.m_begin : a.m_index < b.m_index;
+    });
+    std::vector<bool> isShared(m_headers.size());
+    std::uint64_t nextBegin = std::numeric_limits<std::uint64_t>::max();
+    for (const Span& span : spans)
+    {
+        if (span.m_end > nextBegin)
+            isShared[static_cast<std::size_t>(span.m_index)] = true;
+        else
+            nextBegin = span.m_begin;
+    }
+    m_isShared = std::move(isShared);
 }
 } // namespace tev::platform

@@ -71,6 +71,9 @@ protected:
     ZipTarget() = default;
 };
 
+/// Opens the volume of that number, 0 for the first; null, with the error in errno, where it is missing.
+using ZipVolumeOpener = std::function<std::unique_ptr<ZipBytes>(std::uint32_t number)>;
+
 enum class ZipEncryption
 {
     None,
@@ -95,6 +98,7 @@ struct ZipEntry
     std::uint32_t checksum = 0;
     std::uint16_t method = 0; ///< 0 stored, 8 deflated, ...
     ZipEncryption encryption = ZipEncryption::None;
+    std::optional<unsigned> permissions; ///< the nine bits, of entries made on Unix
 };
 
 /// One entry's contents, unpacked and checked.
@@ -107,6 +111,8 @@ public:
 
     /// 0 bytes and true: the end, where size and checksum were right.
     [[nodiscard]] virtual bool Read(void* buffer, std::size_t count, std::size_t& delivered, ZipError& error) = 0;
+    /// The compressed bytes that were really needed so far, which may be fewer than the archive declares.
+    virtual std::uint64_t Consumed() const = 0;
 
 protected:
     ZipReader() = default;
@@ -133,7 +139,10 @@ public:
     /// Called with the number of bytes read of entries so far, at the end with SaveSize(); false ends the operation.
     using Progress = std::function<bool(std::uint64_t)>;
 
-    static std::unique_ptr<ZipEngine> Open(std::unique_ptr<ZipBytes> bytes, ZipError& error);
+    /// Opens an archive, or a split one by its last volume. `isReadOnly` is set for archives that saving would not keep: a
+    /// split one, and one behind a program. Null with the error on failure.
+    static std::unique_ptr<ZipEngine> Open(std::unique_ptr<ZipBytes> last, const ZipVolumeOpener& openVolume,
+                                           bool& isReadOnly, ZipError& error);
     /// Null when memory ran out.
     static std::unique_ptr<ZipEngine> Create();
 

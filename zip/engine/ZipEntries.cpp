@@ -1,15 +1,14 @@
 #include "zip/engine/ZipEntries.h"
 
-#include <string_view>
+#include "base/LittleEndian.h"
 
 namespace tev::platform
 {
 namespace
 {
 constexpr zip_uint16_t kTimestampField = 0x5455;
-constexpr zip_uint16_t kFieldsOfTimes[] = {kTimestampField, 0x5855, 0x000A};
-constexpr unsigned char kTimesInLocalHeader = 6; ///< flags of the times that only the local header holds
-
+constexpr zip_uint16_t kTimestampSize = 5; // flags, and the last change
+constexpr unsigned kPermissions = 0777;
 constexpr std::uint32_t kReadOnlyAttribute = 0x1;
 constexpr std::uint32_t kUnixMayWrite = 0200;
 
@@ -47,45 +46,6 @@ std::uint32_t SystemAttributes(const Attributes& attributes, bool isFolder)
     return isFolder ? result | kZipFolderAttribute : result & ~kZipFolderAttribute;
 }
 
-void AppendNumber(std::string& bytes, zip_uint16_t number)
-{
-    bytes += static_cast<char>(number & 0xFF);
-    bytes += static_cast<char>(number >> 8);
-}
-
-/// One extra field with its header, empty where there is none.
-std::string ExtraField(zip_t* archive, zip_uint64_t slot, zip_uint16_t id, zip_flags_t where)
-{
-    zip_uint16_t size = 0;
-    const zip_uint8_t* const contents = zip_file_extra_field_get_by_id(archive, slot, id, 0, &size, where);
-    std::string field;
-    if (contents == nullptr)
-    {
-        zip_error_clear(archive);
-        return field;
-    }
-    AppendNumber(field, id);
-    AppendNumber(field, size);
-    return field.append(reinterpret_cast<const char*>(contents), size);
-}
-
-ZipTimes TimesOf(zip_t* archive, zip_uint64_t slot, bool isNew)
-{
-    std::string extra;
-    for (const zip_uint16_t id : kFieldsOfTimes)
-        extra += ExtraField(archive, slot, id, ZIP_FL_CENTRAL);
-    ZipTimes times = ZipEntryTimes(extra);
-    const std::string marked = ExtraField(archive, slot, kTimestampField, ZIP_FL_CENTRAL);
-    constexpr std::size_t kFlagsAt = 4;
-    const bool hasMore = marked.size() > kFlagsAt && (marked[kFlagsAt] & kTimesInLocalHeader) != 0;
-    if (!hasMore || isNew)
-        return times;
-    const ZipTimes local = ZipEntryTimes(ExtraField(archive, slot, kTimestampField, ZIP_FL_LOCAL));
-    times.lastAccess = local.lastAccess ? local.lastAccess : times.lastAccess;
-    times.creation = local.creation ? local.creation : times.creation;
-    return times;
-}
-
 ZipEncryption EncryptionOf(zip_uint16_t method)
 {
     for (const EncryptionRow& row : kEncryptions)
@@ -109,26 +69,54 @@ ZipEntryKind ZipSlotKind(zip_t* archive, zip_uint64_t slot)
     return ZipKindOf(ZipSlotName(archive, slot), AttributesOf(archive, slot).value);
 }
 
-bool DescribeZipSlot(zip_t* archive, zip_uint64_t slot, bool isNew, ZipEntry& entry)
+bool DescribeZipSlot(zip_t* archive, zip_uint64_t slot, ZipEntry& entry)
 {
     zip_stat_t status;
     if (zip_stat_index(archive, slot, 0, &status) != 0)
         return false;
     const Attributes attributes = AttributesOf(archive, slot);
     entry = ZipEntry();
-    entry.isNew = isNew;
+    entry.isNew = true;
     entry.name = ZipSlotName(archive, slot);
     entry.kind = ZipKindOf(entry.name, attributes.value);
     entry.attributes = SystemAttributes(attributes, entry.kind == ZipEntryKind::Folder);
-    entry.compressedSize = (status.valid & ZIP_STAT_COMP_SIZE) != 0 ? status.comp_size : 0;
-    entry.size = (status.valid & ZIP_STAT_SIZE) != 0 ? status.size : 0;
-    entry.checksum = (status.valid & ZIP_STAT_CRC) != 0 ? status.crc : 0;
+    entry.permissions = attributes.value >> 16 & kPermissions;
     entry.method = status.comp_method;
     entry.encryption = EncryptionOf(status.encryption_method);
-    entry.times = TimesOf(archive, slot, isNew);
-    if (!entry.times.lastWrite && (status.valid & ZIP_STAT_MTIME) != 0)
+    if ((status.valid & ZIP_STAT_MTIME) != 0)
         entry.times.lastWrite = status.mtime;
+    zip_uint16_t size = 0;
+    const zip_uint8_t* const field =
+        zip_file_extra_field_get_by_id(archive, slot, kTimestampField, 0, &size, ZIP_FL_CENTRAL);
+    if (field == nullptr)
+        zip_error_clear(archive);
+    else if (size >= kTimestampSize)
+        entry.times.lastWrite = static_cast<std::int32_t>(LoadLittleEndian<std::uint32_t>(field + 1));
     return true;
+}
+
+ZipEntry DescribeZipHeader(const ZipContents& contents, std::uint64_t index)
+{
+    ZipHeader header = contents.directory->Header(index);
+    ZipEntry entry;
+    entry.name = std::move(header.name);
+    entry.kind = header.kind;
+    entry.attributes = SystemAttributes({header.host, header.attributes}, header.kind == ZipEntryKind::Folder);
+    entry.permissions = header.Permissions();
+    entry.size = header.size;
+    entry.compressedSize = header.compressedSize;
+    entry.checksum = header.checksum.value_or(0);
+    entry.method = header.method;
+    entry.encryption = header.encryption;
+    entry.times = contents.directory->Times(index);
+    ZipTimes local;
+    ZipError error;
+    if (header.hasLocalTimes && ReadLocalTimes(contents, header, local, error))
+    {
+        entry.times.lastAccess = local.lastAccess ? local.lastAccess : entry.times.lastAccess;
+        entry.times.creation = local.creation ? local.creation : entry.times.creation;
+    }
+    return entry;
 }
 
 zip_uint16_t LibZipEncryption(ZipEncryption encryption)

@@ -45,23 +45,6 @@ std::uint64_t LittleEndian(std::string_view bytes, std::size_t at, std::size_t s
     return value;
 }
 
-/// The contents of the first field of that number; empty when there is none.
-std::string_view FindField(std::string_view extra, std::uint16_t number)
-{
-    while (extra.size() >= 4)
-    {
-        const std::uint64_t found = LittleEndian(extra, 0, 2);
-        const std::uint64_t size = LittleEndian(extra, 2, 2);
-        extra.remove_prefix(4);
-        if (size > extra.size())
-            break;
-        if (found == number)
-            return extra.substr(0, size);
-        extra.remove_prefix(size);
-    }
-    return {};
-}
-
 std::optional<std::int64_t> UnixTime(std::string_view field, std::size_t at)
 {
     if (field.size() < at + 4)
@@ -96,6 +79,29 @@ void ReadTimestamps(std::string_view field, ZipTimes& times)
     }
 }
 
+/// Moves the times into the turn of the 32-bit counter in which the DOS date lies.
+void AddTurns(std::uint16_t dosDate, ZipTimes& times)
+{
+    constexpr std::int64_t kTurn = std::int64_t{1} << 32;
+    constexpr std::int64_t kDay = 24 * 3600;
+    constexpr std::int64_t kTolerance = 40 * kDay; // more than what is left out below
+    constexpr std::int64_t kDaysTo1980 = 3652;
+    const std::int64_t years = dosDate >> 9;
+    const std::int64_t months = dosDate >> 5 & 0x0F;
+    const std::int64_t dosTime = (kDaysTo1980 + years * 1461 / 4 + (months - 1) * 61 / 2 + (dosDate & 0x1F)) * kDay;
+    if (!times.lastWrite)
+        return;
+    const std::int64_t turns = (dosTime - *times.lastWrite + kTurn / 2) / kTurn;
+    const std::int64_t turned = *times.lastWrite + turns * kTurn;
+    if (turns <= 0 || turned - dosTime > kTolerance || dosTime - turned > kTolerance)
+        return;
+    for (std::optional<std::int64_t>* const time : {&times.lastWrite, &times.lastAccess, &times.creation})
+    {
+        if (*time)
+            **time += turns * kTurn;
+    }
+}
+
 void ReadNtfs(std::string_view field, ZipTimes& times)
 {
     constexpr std::size_t kReserved = 4;
@@ -103,7 +109,7 @@ void ReadNtfs(std::string_view field, ZipTimes& times)
     constexpr std::size_t kTimesSize = 24;
     if (field.size() < kReserved)
         return;
-    const std::string_view found = FindField(field.substr(kReserved), kTimes);
+    const std::string_view found = FindZipField(field.substr(kReserved), kTimes);
     if (found.size() < kTimesSize)
         return;
     if (!times.lastWrite)
@@ -138,7 +144,7 @@ std::string FromCodePage437(std::string_view name)
 std::string_view UnicodePath(std::string_view name, std::string_view extra)
 {
     constexpr std::size_t kNameAt = 5; // behind the version and the checksum
-    const std::string_view field = FindField(extra, kUnicodePathField);
+    const std::string_view field = FindZipField(extra, kUnicodePathField);
     if (field.size() <= kNameAt || field[0] != 1)
         return {};
     const auto bytes = reinterpret_cast<const Bytef*>(name.data());
@@ -146,6 +152,22 @@ std::string_view UnicodePath(std::string_view name, std::string_view extra)
     return isMadeForIt ? field.substr(kNameAt) : std::string_view();
 }
 } // namespace
+
+std::string_view FindZipField(std::string_view extra, std::uint16_t number)
+{
+    while (extra.size() >= 4)
+    {
+        const std::uint64_t found = LittleEndian(extra, 0, 2);
+        const std::uint64_t size = LittleEndian(extra, 2, 2);
+        extra.remove_prefix(4);
+        if (size > extra.size())
+            break;
+        if (found == number)
+            return extra.substr(0, size);
+        extra.remove_prefix(size);
+    }
+    return {};
+}
 
 std::string ZipEntryName(std::string_view name, bool isFlaggedUtf8, std::string_view extra)
 {
@@ -158,16 +180,19 @@ std::string ZipEntryName(std::string_view name, bool isFlaggedUtf8, std::string_
     return IsUtf8(text.c_str()) ? text : FromCodePage437(name);
 }
 
-ZipTimes ZipEntryTimes(std::string_view extra)
+ZipTimes ZipEntryTimes(std::string_view extra, std::uint16_t dosDate, std::uint16_t dosTime)
 {
     ZipTimes times;
-    ReadTimestamps(FindField(extra, kTimestampField), times);
-    const std::string_view old = FindField(extra, kOldTimestampField);
+    ReadTimestamps(FindZipField(extra, kTimestampField), times);
+    const std::string_view old = FindZipField(extra, kOldTimestampField);
     if (!times.lastAccess)
         times.lastAccess = UnixTime(old, 0);
     if (!times.lastWrite)
         times.lastWrite = UnixTime(old, 4);
-    ReadNtfs(FindField(extra, kNtfsField), times);
+    AddTurns(dosDate, times);
+    ReadNtfs(FindZipField(extra, kNtfsField), times);
+    if (!times.lastWrite)
+        times.lastWrite = ZipDosTime(dosDate, dosTime);
     return times;
 }
 

@@ -22,8 +22,13 @@ struct ZipTimes
     std::optional<std::int64_t> creation;
 };
 
-/// The times of the extended-timestamp field and its older form, and of the NTFS field for those that are missing then.
-ZipTimes ZipEntryTimes(std::string_view extra);
+/// The contents of the first field of that number in an extra field; empty when there is none.
+std::string_view FindZipField(std::string_view extra, std::uint16_t number);
+
+/// The times of the extended-timestamp field and its older form, of the NTFS field for those that are missing then, and
+/// the last change by the DOS time where no field has it. The first two hold 32 bits, which count from 1901 to 2038: where the
+/// last change differs from the DOS time by whole turns of them, the later turn is meant.
+ZipTimes ZipEntryTimes(std::string_view extra, std::uint16_t dosDate, std::uint16_t dosTime);
 
 /// The header's own time, which is local; empty when it is not a valid time.
 std::optional<std::int64_t> ZipDosTime(std::uint16_t date, std::uint16_t time);

@@ -15,24 +15,24 @@ namespace
 class JoinedBytes final : public ZipBytes
 {
 public:
-    JoinedBytes(ZipVolumeBytes volumes, std::uint64_t volumesSize, ZipBuffer directory)
-        : m_volumes(std::move(volumes)), m_volumesSize(volumesSize), m_directory(std::move(directory))
+    JoinedBytes(std::shared_ptr<ZipBytes> archive, std::uint64_t archiveSize, ZipBuffer directory)
+        : m_archive(std::move(archive)), m_archiveSize(archiveSize), m_directory(std::move(directory))
     {
     }
 
-    std::uint64_t Size() const override { return m_volumesSize + m_directory.size(); }
+    std::uint64_t Size() const override { return m_archiveSize + m_directory.size(); }
 
     bool ReadAt(std::uint64_t offset, void* buffer, std::size_t count, std::size_t& delivered) override
     {
         delivered = 0;
-        if (offset < m_volumesSize)
+        if (offset < m_archiveSize)
         {
-            const auto wanted = static_cast<std::size_t>(std::min<std::uint64_t>(count, m_volumesSize - offset));
-            if (!m_volumes.ReadAt(offset, buffer, wanted, delivered) || delivered < wanted)
+            const auto wanted = static_cast<std::size_t>(std::min<std::uint64_t>(count, m_archiveSize - offset));
+            if (!m_archive->ReadAt(offset, buffer, wanted, delivered) || delivered < wanted)
                 return delivered == wanted;
             offset += wanted;
         }
-        const std::uint64_t within = offset - m_volumesSize;
+        const std::uint64_t within = offset - m_archiveSize;
         if (within < m_directory.size())
         {
             const auto at = static_cast<std::size_t>(within);
@@ -44,8 +44,8 @@ public:
     }
 
 private:
-    ZipVolumeBytes m_volumes;
-    std::uint64_t m_volumesSize;
+    std::shared_ptr<ZipBytes> m_archive;
+    std::uint64_t m_archiveSize;
     ZipBuffer m_directory;
 };
 } // namespace
@@ -58,6 +58,8 @@ ZipVolumeBytes::ZipVolumeBytes(std::unique_ptr<ZipBytes> last, ZipVolumeOpener o
 bool ZipVolumeBytes::Find(std::uint32_t lastVolume, ZipError& error)
 {
     std::uint64_t start = 0;
+    m_starts.clear();
+    m_size = 0;
     for (std::uint32_t number = 0; number <= lastVolume; ++number)
     {
         m_starts.push_back(start);
@@ -135,8 +137,8 @@ ZipBytes* ZipVolumeBytes::OpenVolume(std::uint32_t number)
     return m_opened.get();
 }
 
-std::unique_ptr<ZipBytes> WithDirectory(ZipVolumeBytes volumes, std::uint64_t directoryStart, ZipBuffer directory)
+std::unique_ptr<ZipBytes> WithDirectory(std::shared_ptr<ZipBytes> archive, std::uint64_t start, ZipBuffer directory)
 {
-    return std::make_unique<JoinedBytes>(std::move(volumes), directoryStart, std::move(directory));
+    return std::make_unique<JoinedBytes>(std::move(archive), start, std::move(directory));
 }
 } // namespace tev::platform

@@ -21,7 +21,7 @@ struct ZipPlace
 };
 
 /// All volumes, one behind the other. One of them, and the last, are open at a time.
-class ZipVolumeBytes
+class ZipVolumeBytes final : public ZipBytes
 {
 public:
     ZipVolumeBytes(std::unique_ptr<ZipBytes> last, ZipVolumeOpener open);
@@ -29,15 +29,14 @@ public:
     /// Finds all volumes; the others may be called then.
     [[nodiscard]] bool Find(std::uint32_t lastVolume, ZipError& error);
 
-    std::uint64_t Size() const { return m_size; }
+    std::uint64_t Size() const override { return m_size; }
+    /// The positions of the volumes in the sum of them.
+    const std::vector<std::uint64_t>& Starts() const { return m_starts; }
     /// The place in the sum of all volumes; empty where it lies in none.
     std::optional<std::uint64_t> Position(const ZipPlace& place) const;
-    /// Less than `count` only at the end.
-    [[nodiscard]] bool ReadAt(std::uint64_t offset, void* buffer, std::size_t count, std::size_t& delivered);
+    [[nodiscard]] bool ReadAt(std::uint64_t offset, void* buffer, std::size_t count, std::size_t& delivered) override;
     /// Reads exactly so many bytes; false with errno 0 where there are not as many.
     [[nodiscard]] bool ReadExactly(std::uint64_t offset, std::size_t count, ZipBuffer& bytes);
-
-    std::unique_ptr<ZipBytes> TakeLast() { return std::move(m_last); }
 
 private:
     ZipBytes* OpenVolume(std::uint32_t number);
@@ -50,6 +49,6 @@ private:
     std::uint32_t m_openedNumber = 0;
 };
 
-/// The volumes up to where their directory begins, and behind them another one.
-std::unique_ptr<ZipBytes> WithDirectory(ZipVolumeBytes volumes, std::uint64_t directoryStart, ZipBuffer directory);
+/// The bytes of an archive up to where its directory begins, and behind them another one.
+std::unique_ptr<ZipBytes> WithDirectory(std::shared_ptr<ZipBytes> archive, std::uint64_t start, ZipBuffer directory);
 } // namespace tev::platform

@@ -1,129 +1,32 @@
 #include "platform/ContainedFolder.h"
 
-#include "platform/IoLoops.h"
 #include "platform/PathNames.h"
-#include "platform/posix/files/OwnedDescriptor.h"
+#include "platform/posix/files/ContainedSteps.h"
+#include "platform/posix/files/FolderRemoval.h"
+#include "platform/posix/files/PosixContainedFile.h"
 #include "platform/posix/files/TemporaryFile.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <vector>
+#include <array>
+#include <cstring>
+#include <mutex>
+#include <set>
 
-#include <dirent.h>
-#include <fcntl.h>
 #include <limits.h>
-#include <linux/openat2.h>
-#include <sys/stat.h>
-#include <sys/syscall.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 namespace tev::platform
 {
 namespace
 {
-// The process's umask takes its bits away.
-constexpr mode_t kNewFile = 0666;
-constexpr mode_t kNewFolder = 0777;
-constexpr int kFolderFlags = O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
-constexpr int kNewFileFlags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_NOCTTY | O_CLOEXEC;
-constexpr int kMostRetries = 100;
+constexpr mode_t kNewFolder = 0777; // less the process's umask
 
-bool Fail(int error)
-{
-    errno = error;
-    return false;
-}
-
-FileIdentity IdentityOf(const struct stat& status)
-{
-    return {status.st_dev, status.st_ino};
-}
-
-bool IsContained(std::string_view name)
-{
-    for (std::size_t start = 0;;)
-    {
-        const std::size_t end = name.find('/', start);
-        const std::string_view component = name.substr(start, end - start);
-        if (component.empty() || component == "." || component == "..")
-            return false;
-        if (end == name.npos)
-            return name.find('\0') == name.npos;
-        start = end + 1;
-    }
-}
-
-struct SplitName
-{
-    std::string folder; ///< empty for the folder itself
-    std::string leaf;
-};
-
-SplitName Split(const std::string& name)
-{
-    const std::size_t slash = name.rfind('/');
-    if (slash == name.npos)
-        return {{}, name};
-    return {name.substr(0, slash), name.substr(slash + 1)};
-}
-
-std::string Joined(std::string folder, const std::string& leaf)
-{
-    if (!folder.empty())
-        folder += '/';
-    return folder += leaf;
-}
-
-/// Whether the kernel, or a sandbox around the process, does not support the call.
-bool IsUnknownCall(int error)
-{
-    return error == ENOSYS || error == EPERM || error == E2BIG;
-}
-
-int OpenInOneStep(int folder, const char* name, int flags, mode_t mode)
-{
-    open_how how = {};
-    how.flags = static_cast<unsigned>(flags);
-    how.mode = (flags & O_CREAT) != 0 ? mode : 0;
-    how.resolve = RESOLVE_BENEATH | RESOLVE_NO_SYMLINKS;
-    for (int retry = 0;; ++retry)
-    {
-        const long descriptor = syscall(SYS_openat2, folder, name, &how, sizeof how);
-        // A rename anywhere in the system while the call runs makes it start again.
-        if (descriptor >= 0 || (errno != EAGAIN && errno != EINTR) || retry == kMostRetries)
-            return static_cast<int>(descriptor);
-    }
-}
-
-bool KnowsOneStep()
-{
-    static const bool isKnown = [] {
-        const OwnedDescriptor root(OpenInOneStep(AT_FDCWD, ".", kFolderFlags, 0));
-        return root.Get() >= 0 || !IsUnknownCall(errno);
-    }();
-    return isKnown;
-}
-
-int OpenComponent(int folder, const char* name, int flags, mode_t mode)
-{
-    for (;;)
-    {
-        const int descriptor = openat(folder, name, flags | O_NOFOLLOW, mode);
-        if (descriptor >= 0 || errno != EINTR)
-            return descriptor;
-    }
-}
-
-int Duplicate(int descriptor)
-{
-    return fcntl(descriptor, F_DUPFD_CLOEXEC, 0);
-}
-
-/// Calls `enter(folder, component)`, which returns the next folder's descriptor, for each component of the name.
+/// Calls `enter(folder, component)`, which answers the next folder's descriptor, for each component of the name.
 template <class Enter>
 int WalkFolders(int root, const std::string& name, Enter&& enter)
 {
-    int current = Duplicate(root);
+    int current = DuplicateDescriptor(root);
     for (std::size_t start = 0; current >= 0 && start < name.size();)
     {
         const std::size_t end = std::min(name.find('/', start), name.size());
@@ -134,44 +37,20 @@ int WalkFolders(int root, const std::string& name, Enter&& enter)
     return current;
 }
 
-/// The names in a folder, whose descriptor is closed.
-bool ListFolder(int descriptor, std::vector<std::string>& names)
+/// How many bytes fit behind the folder's path and a separator, with a NUL.
+std::size_t LongestNameIn(const std::string& path)
 {
-    DIR* const folder = descriptor < 0 ? nullptr : fdopendir(descriptor);
-    if (folder == nullptr)
-    {
-        const OwnedDescriptor closed(descriptor);
-        return false;
-    }
-    errno = 0;
-    while (const dirent* entry = readdir(folder))
-    {
-        const std::string_view name = entry->d_name;
-        if (name != "." && name != "..")
-            names.emplace_back(name);
-    }
-    const int error = errno;
-    closedir(folder);
-    errno = error;
-    return error == 0;
-}
-
-/// The longest name whose full path, with a separator and a NUL, can still be opened.
-std::size_t LongestNameIn(const std::wstring& folder)
-{
-    std::string path;
-    if (!WidePathToSystem(folder.c_str(), path))
-        return 0;
     return PATH_MAX - std::min<std::size_t>(PATH_MAX, path.size() + 2);
 }
 
 class PosixContainedFolder final : public ContainedFolder
 {
 public:
-    PosixContainedFolder(int descriptor, std::wstring path, Following following)
-        : m_root(descriptor),
+    PosixContainedFolder(OwnedDescriptor descriptor, std::wstring path, std::string systemPath, Following following)
+        : m_root(std::move(descriptor)),
           m_path(std::move(path)),
-          m_longestName(LongestNameIn(m_path)),
+          m_systemPath(std::move(systemPath)),
+          m_longestName(LongestNameIn(m_systemPath)),
           m_inOneStep(following == Following::Best && KnowsOneStep())
     {
     }
@@ -185,48 +64,165 @@ public:
 
     const std::wstring& Path() const override { return m_path; }
 
+    bool IsInPlace() const noexcept override
+    {
+        struct stat status;
+        return stat(m_systemPath.c_str(), &status) == 0 && IdentityOf(status) == Identity();
+    }
+
+    bool HasSpaceFor(std::uint64_t bytes) const noexcept override
+    {
+        constexpr std::uint64_t kMostReserve = 64 << 20;
+        struct statvfs status;
+        if (bytes == 0 || fstatvfs(m_root.Get(), &status) != 0)
+            return true;
+        const std::uint64_t space = std::uint64_t{status.f_bavail} * status.f_frsize;
+        return bytes <= space - std::min(space / 64, kMostReserve) || FailWith(ENOSPC);
+    }
+
+    bool TellsNamesApart() const override
+    {
+        std::string name;
+        bool isNamed = false;
+        OwnedDescriptor file(CreateTemporary(m_root.Get(), 0600, name, isNamed));
+        if (file.Get() < 0 || (!isNamed && !LinkTemporary(file.Get(), m_root.Get(), name.c_str())))
+            return true;
+        std::string other = name;
+        std::transform(other.begin(), other.end(), other.begin(),
+                       [](char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; });
+        const bool isFound = faccessat(m_root.Get(), other.c_str(), F_OK, AT_SYMLINK_NOFOLLOW) == 0;
+        unlinkat(m_root.Get(), name.c_str(), 0);
+        return !isFound;
+    }
+
     void Protect(const FileIdentity& identity) override { m_protected = identity; }
+    void ClearLeftovers() override { m_clearsLeftovers = true; }
+
+    bool ReserveDescriptors() noexcept override
+    {
+        bool isDone = true;
+        for (OwnedDescriptor& reserved : m_reserve)
+        {
+            if (reserved.Get() < 0)
+                reserved = OwnedDescriptor(DuplicateDescriptor(m_root.Get()));
+            isDone = isDone && reserved.Get() >= 0;
+        }
+        m_hasReserve = true;
+        return isDone;
+    }
 
     bool CreateFolders(std::string_view name) override
     {
-        if (!IsContained(name))
-            return Fail(EINVAL);
+        if (!IsContainedName(name))
+            return FailWith(EINVAL);
         const OwnedDescriptor folder(OpenOrCreateFolder(std::string(name)));
         return folder.Get() >= 0;
     }
 
-    std::unique_ptr<ContainedFile> CreateFile(std::string_view name) override;
-
-    bool Remove(std::string_view name, const FileIdentity& identity) override
+    std::unique_ptr<ContainedFile> CreateFile(std::string_view name, unsigned permissions) override
     {
-        if (!IsContained(name))
-            return Fail(EINVAL);
-        const SplitName split = Split(std::string(name));
-        const OwnedDescriptor folder(OpenFolder(split.folder));
-        struct stat status;
-        if (folder.Get() < 0 || fstatat(folder.Get(), split.leaf.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
-            return errno == ENOENT;
-        if (IdentityOf(status) != identity)
-            return Fail(EEXIST);
-        return unlinkat(folder.Get(), split.leaf.c_str(), 0) == 0 || errno == ENOENT;
+        if (!IsContainedName(name) || name.size() > m_longestName)
+        {
+            errno = IsContainedName(name) ? ENAMETOOLONG : EINVAL;
+            return nullptr;
+        }
+        const std::size_t leafAt = name.rfind('/') + 1;
+        const std::string folderName(name.substr(0, leafAt == 0 ? 0 : leafAt - 1));
+        std::string leaf(name.substr(leafAt));
+        OwnedDescriptor folder(OpenOrCreateFolder(folderName));
+        if (folder.Get() < 0)
+            return nullptr;
+        ClearLeftoversIn(folder.Get(), folderName);
+        return CreateContainedFile(std::move(folder), std::move(leaf), permissions, m_protected);
     }
 
-    bool RemoveContents() override { return RemoveContentsOf({}); }
-
-    int OpenFolder(const std::string& name) const
+    bool Remove(std::string_view name, const FileIdentity& identity) noexcept override
     {
-        if (name.empty())
-            return Duplicate(m_root.Get());
+        char folderName[PATH_MAX];
+        if (!IsContainedName(name))
+            return FailWith(EINVAL);
+        if (name.size() >= sizeof folderName)
+            return FailWith(ENAMETOOLONG);
+        std::memcpy(folderName, name.data(), name.size());
+        folderName[name.size()] = '\0';
+        char* const slash = std::strrchr(folderName, '/');
+        const char* const leaf = slash == nullptr ? folderName : slash + 1;
+        if (slash != nullptr)
+            *slash = '\0';
+
+        const ReserveReleased released(*this);
+        const OwnedDescriptor folder(slash == nullptr ? DuplicateDescriptor(m_root.Get()) : OpenFolder(folderName));
+        struct stat status;
+        if (folder.Get() < 0 || fstatat(folder.Get(), leaf, &status, AT_SYMLINK_NOFOLLOW) != 0)
+            return errno == ENOENT;
+        if (IdentityOf(status) != identity)
+            return FailWith(EEXIST);
+        return unlinkat(folder.Get(), leaf, 0) == 0 || errno == ENOENT;
+    }
+
+    bool RemoveContents() noexcept override
+    {
+        const ReserveReleased released(*this);
+        const int error = RemoveFolderContents(m_root.Get());
+        return error == 0 || FailWith(error);
+    }
+
+    bool RemoveItself() noexcept override
+    {
+        struct stat status;
+        if (lstat(m_systemPath.c_str(), &status) != 0 || IdentityOf(status) != Identity())
+            return FailWith(ENOENT);
+        return rmdir(m_systemPath.c_str()) == 0;
+    }
+
+private:
+    /// The reserved descriptors are free within its scope.
+    class ReserveReleased
+    {
+    public:
+        explicit ReserveReleased(PosixContainedFolder& folder) : m_folder(folder)
+        {
+            for (OwnedDescriptor& reserved : m_folder.m_reserve)
+                reserved = OwnedDescriptor(-1);
+        }
+        ~ReserveReleased()
+        {
+            const int error = errno;
+            if (m_folder.m_hasReserve)
+                static_cast<void>(m_folder.ReserveDescriptors());
+            errno = error;
+        }
+        ReserveReleased(const ReserveReleased&) = delete;
+        ReserveReleased& operator=(const ReserveReleased&) = delete;
+
+    private:
+        PosixContainedFolder& m_folder;
+    };
+
+    /// Without memory: the name is cut into its components in place.
+    int OpenFolder(char* name) const
+    {
         if (m_inOneStep)
-            return OpenInOneStep(m_root.Get(), name.c_str(), kFolderFlags, 0);
-        return WalkFolders(m_root.Get(), name, [](int folder, const char* component) {
-            return OpenComponent(folder, component, kFolderFlags, 0);
-        });
+            return OpenInOneStep(m_root.Get(), name, kFolderFlags, 0);
+        int current = DuplicateDescriptor(m_root.Get());
+        for (char* component = name; current >= 0 && component != nullptr;)
+        {
+            char* const slash = std::strchr(component, '/');
+            if (slash != nullptr)
+                *slash = '\0';
+            const OwnedDescriptor folder(current);
+            current = OpenComponent(folder.Get(), component, kFolderFlags, 0);
+            component = slash != nullptr ? slash + 1 : nullptr;
+        }
+        return current;
     }
 
     int OpenOrCreateFolder(const std::string& name) const
     {
-        const int folder = OpenFolder(name);
+        if (name.empty())
+            return DuplicateDescriptor(m_root.Get());
+        std::string components = name;
+        const int folder = OpenFolder(components.data());
         if (folder >= 0 || errno != ENOENT)
             return folder;
         return WalkFolders(m_root.Get(), name, [](int above, const char* component) {
@@ -236,156 +232,30 @@ public:
         });
     }
 
-private:
-    /// Holds no descriptor while it is in an inner folder: folders may be nested deeper than there are descriptors.
-    bool RemoveContentsOf(const std::string& name)
+    void ClearLeftoversIn(int folder, const std::string& name)
     {
-        std::vector<std::string> folders;
-        int error = RemoveLeaves(name, folders);
-        for (const std::string& inner : folders)
+        if (!m_clearsLeftovers)
+            return;
         {
-            const bool isEmpty = RemoveContentsOf(inner);
-            const SplitName split = Split(inner);
-            const OwnedDescriptor above(isEmpty ? OpenFolder(split.folder) : -1);
-            if (!isEmpty || above.Get() < 0 || unlinkat(above.Get(), split.leaf.c_str(), AT_REMOVEDIR) != 0)
-                error = errno;
+            const std::lock_guard lock(m_clearing);
+            if (!m_cleared.insert(name).second)
+                return;
         }
-        return error == 0 || Fail(error);
-    }
-
-    /// Returns the last error; appends the folders, which it leaves.
-    int RemoveLeaves(const std::string& name, std::vector<std::string>& folders)
-    {
-        const OwnedDescriptor folder(OpenFolder(name));
-        std::vector<std::string> leaves;
-        const int listed = folder.Get() < 0 ? -1 : openat(folder.Get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-        if (!ListFolder(listed, leaves))
-            return errno;
-        int error = 0;
-        for (const std::string& leaf : leaves)
-        {
-            // For a folder, systems report either EISDIR or EPERM.
-            if (unlinkat(folder.Get(), leaf.c_str(), 0) == 0 || errno == ENOENT)
-                continue;
-            if (errno == EISDIR || errno == EPERM)
-                folders.push_back(Joined(name, leaf));
-            else
-                error = errno;
-        }
-        return error;
+        RemoveLeftTemporaries(folder);
     }
 
     OwnedDescriptor m_root;
     std::wstring m_path;
+    std::string m_systemPath; ///< from the root of the file system
     std::size_t m_longestName;
     std::optional<FileIdentity> m_protected;
     bool m_inOneStep;
+    bool m_clearsLeftovers = false;
+    std::mutex m_clearing;
+    std::set<std::string> m_cleared; ///< folders
+    bool m_hasReserve = false;
+    std::array<OwnedDescriptor, 2> m_reserve{OwnedDescriptor(-1), OwnedDescriptor(-1)};
 };
-
-class PosixContainedFile final : public ContainedFile
-{
-public:
-    /// Keeps the folder open, so that neither keeping nor removing the file needs another descriptor or memory.
-    PosixContainedFile(OwnedDescriptor folder, std::string leaf) : m_folder(std::move(folder)), m_leaf(std::move(leaf))
-    {
-    }
-
-    ~PosixContainedFile() override
-    {
-        const int error = errno;
-        if (m_file.Get() >= 0 || m_isLeft)
-            unlinkat(m_folder.Get(), WrittenName(), 0);
-        errno = error;
-    }
-
-    /// Creates the file under its own name, which no other has.
-    bool Create() { return Open(); }
-
-    /// Creates the file under a temporary name.
-    bool CreateBeside()
-    {
-        m_temporary = NewTemporaryName();
-        return Open();
-    }
-
-    bool Write(const void* bytes, std::size_t count) override
-    {
-        const int descriptor = m_file.Get();
-        const auto writeOnce = [descriptor](const void* part, std::size_t size) {
-            return write(descriptor, part, size);
-        };
-        std::size_t written = 0;
-        if (!WriteFully(writeOnce, bytes, count, written))
-            return false;
-        return written == count || Fail(ENOSPC);
-    }
-
-    bool Keep(std::optional<std::int64_t> lastWrite, FileIdentity& identity) override
-    {
-        struct stat status;
-        if (fstat(m_file.Get(), &status) != 0)
-            return false;
-        if (lastWrite)
-        {
-            // A file system that cannot keep the time keeps the file all the same.
-            const timespec times[2] = {{0, UTIME_OMIT}, {*lastWrite, 0}};
-            static_cast<void>(futimens(m_file.Get(), times));
-        }
-        identity = IdentityOf(status);
-        m_isLeft = true;
-        if (close(m_file.Release()) != 0 && errno != EINTR)
-            return false;
-        m_isLeft =
-            !m_temporary.empty() && renameat(m_folder.Get(), m_temporary.c_str(), m_folder.Get(), m_leaf.c_str()) != 0;
-        return !m_isLeft;
-    }
-
-private:
-    const char* WrittenName() const { return m_temporary.empty() ? m_leaf.c_str() : m_temporary.c_str(); }
-
-    bool Open()
-    {
-        m_file = OwnedDescriptor(OpenComponent(m_folder.Get(), WrittenName(), kNewFileFlags, kNewFile));
-        return m_file.Get() >= 0;
-    }
-
-    OwnedDescriptor m_folder;
-    OwnedDescriptor m_file{-1};
-    std::string m_leaf;
-    std::string m_temporary; ///< empty for a file that is written under its own name
-    bool m_isLeft = false;   ///< closed, and not kept
-};
-
-std::unique_ptr<ContainedFile> PosixContainedFolder::CreateFile(std::string_view wanted)
-{
-    if (!IsContained(wanted) || wanted.size() > m_longestName)
-    {
-        errno = IsContained(wanted) ? ENAMETOOLONG : EINVAL;
-        return nullptr;
-    }
-    const SplitName split = Split(std::string(wanted));
-    OwnedDescriptor folder(OpenOrCreateFolder(split.folder));
-    if (folder.Get() < 0)
-        return nullptr;
-    const int above = folder.Get();
-    auto file = std::make_unique<PosixContainedFile>(std::move(folder), split.leaf);
-    if (file->Create())
-        return file;
-    if (errno != EEXIST)
-        return nullptr;
-
-    struct stat status;
-    if (fstatat(above, split.leaf.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
-        return nullptr;
-    if (!S_ISREG(status.st_mode) || m_protected == IdentityOf(status))
-    {
-        errno = S_ISDIR(status.st_mode) ? EISDIR : EEXIST;
-        return nullptr;
-    }
-    if (faccessat(above, split.leaf.c_str(), W_OK, 0) != 0 || !file->CreateBeside())
-        return nullptr;
-    return file;
-}
 
 bool CreateFoldersAt(const std::string& path)
 {
@@ -395,9 +265,9 @@ bool CreateFoldersAt(const std::string& path)
         if (mkdir(folder.c_str(), kNewFolder) != 0 && errno != EEXIST && errno != EISDIR)
         {
             struct stat status;
-            const int error = errno; // EROFS comes before EEXIST
+            const int error = errno; // a read-only file system says that before it says that the folder is there
             if (stat(folder.c_str(), &status) != 0 || !S_ISDIR(status.st_mode))
-                return Fail(error);
+                return FailWith(error);
         }
         if (end == path.npos)
             return true;
@@ -419,7 +289,12 @@ std::unique_ptr<ContainedFolder> OpenAt(const wchar_t* path, int flags, Containe
     if (descriptor < 0)
         return nullptr;
     OwnedDescriptor folder(descriptor);
-    return std::make_unique<PosixContainedFolder>(folder.Release(), FullPath(path), following);
+    std::wstring fullPath = FullPath(path);
+    std::string systemPath;
+    if (!WidePathToSystem(fullPath.c_str(), systemPath))
+        return nullptr;
+    return std::make_unique<PosixContainedFolder>(std::move(folder), std::move(fullPath), std::move(systemPath),
+                                                  following);
 }
 } // namespace
 
@@ -437,7 +312,7 @@ bool RemoveEmptyFolder(const wchar_t* path)
 {
     std::string name;
     if (!WidePathToSystem(path, name))
-        return Fail(EILSEQ);
+        return FailWith(EILSEQ);
     return rmdir(name.c_str()) == 0 || errno == ENOENT;
 }
 } // namespace tev::platform

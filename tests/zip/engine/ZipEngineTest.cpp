@@ -209,7 +209,8 @@ TEST(ZipEngine, EntriesAndPlacesBeyond4GiB)
     ASSERT_TRUE(engine->Save(target, nullptr, error));
     ASSERT_GT(target.m_size, kLarge);
 
-    const std::unique_ptr<ZipEngine> opened = ZipEngine::Open(std::make_unique<SparseBytes>(target), error);
+    bool isReadOnly = false;
+    const auto opened = ZipEngine::Open(std::make_unique<SparseBytes>(target), nullptr, isReadOnly, error);
     ASSERT_NE(opened, nullptr);
     ZipEntry entry;
     ASSERT_TRUE(opened->Describe(0, entry, error));

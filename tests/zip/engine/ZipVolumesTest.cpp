@@ -45,10 +45,9 @@ std::unique_ptr<ZipEngine> Join(const std::vector<std::string>& volumes, ZipErro
         errno = ENOENT;
         return number + 1 < volumes.size() ? std::make_unique<MemoryBytes>(volumes[number]) : nullptr;
     };
-    if (!PrepareZip(bytes, open, isReadOnly, error))
-        return nullptr;
-    EXPECT_TRUE(isReadOnly);
-    return ZipEngine::Open(std::move(bytes), error);
+    std::unique_ptr<ZipEngine> engine = ZipEngine::Open(std::move(bytes), open, isReadOnly, error);
+    EXPECT_TRUE(isReadOnly || engine == nullptr);
+    return engine;
 }
 
 TEST(ZipVolumes, EveryCutOfAnArchiveIsJoined)
@@ -100,10 +99,7 @@ TEST(ZipVolumes, WhatDoesNotFitIsRefused)
                     errno = ENOENT;
                     return number < last ? std::make_unique<MemoryBytes>(damaged[number]) : nullptr;
                 };
-                if (!PrepareZip(bytes, open, isReadOnly, error) || !isReadOnly)
-                    continue;
-                EXPECT_LE(bytes->Size(), archive.size() + 600);
-                const std::unique_ptr<ZipEngine> engine = ZipEngine::Open(std::move(bytes), error);
+                const std::unique_ptr<ZipEngine> engine = ZipEngine::Open(std::move(bytes), open, isReadOnly, error);
                 for (unsigned i = 0; engine != nullptr && i < engine->Count(); ++i)
                     EXPECT_LE(ReadEntry(*engine, i, "", error).size(), archive.size());
             }
@@ -121,11 +117,15 @@ TEST(ZipVolumes, ArchivesThatTheEngineRefusesAreAdapted)
     const struct
     {
         std::string m_archive;
-        const char* m_names;
+        std::string m_names;
         bool m_isReadOnly;
     } cases[] = {
-        {sound, "ab", false}, {names, "a\\.txt\\b\xC2\xA0", false}, {extra, "ab", false},
-        {cut, "ab", false},   {"a program" + sound, "ab", true},    {sound + "trailing", "ab", false},
+        {sound, "ab", false},
+        {names, std::string("a\0.txtb\xFF", 8), false},
+        {extra, "ab", false},
+        {cut, "ab", false},
+        {"a program" + sound, "ab", true},
+        {sound + "trailing", "ab", false},
     };
     for (const auto& c : cases)
     {
@@ -133,10 +133,9 @@ TEST(ZipVolumes, ArchivesThatTheEngineRefusesAreAdapted)
         std::unique_ptr<ZipBytes> bytes = std::make_unique<MemoryBytes>(c.m_archive);
         bool isReadOnly = false;
         ZipError error;
-        ASSERT_TRUE(PrepareZip(bytes, nullptr, isReadOnly, error));
-        EXPECT_EQ(isReadOnly, c.m_isReadOnly);
-        const std::unique_ptr<ZipEngine> engine = ZipEngine::Open(std::move(bytes), error);
+        const std::unique_ptr<ZipEngine> engine = ZipEngine::Open(std::move(bytes), nullptr, isReadOnly, error);
         ASSERT_NE(engine, nullptr);
+        EXPECT_EQ(isReadOnly, c.m_isReadOnly);
         EXPECT_EQ(std::string(engine->Name(0)) + engine->Name(1), c.m_names);
         EXPECT_EQ(ReadEntry(*engine, 0, "", error) + ReadEntry(*engine, 1, "", error), "firstsecond");
     }
@@ -153,8 +152,7 @@ TEST(ZipVolumes, PlacesBeyond4GiBAreReached)
     std::unique_ptr<ZipBytes> bytes = std::make_unique<MemoryBytes>(last);
     ZipError error;
     const auto open = [](std::uint32_t) { return std::make_unique<ZeroBytes>(5ull << 30); };
-    ASSERT_TRUE(PrepareZip(bytes, open, isReadOnly, error));
-    const std::unique_ptr<ZipEngine> engine = ZipEngine::Open(std::move(bytes), error);
+    const std::unique_ptr<ZipEngine> engine = ZipEngine::Open(std::move(bytes), open, isReadOnly, error);
     ASSERT_NE(engine, nullptr);
     EXPECT_EQ(ReadEntry(*engine, 2, "", error), Noise(200));
 }

@@ -1,0 +1,6 @@
+#include "platform/FileNameRules.h"
+
+tev::platform::FileNameRules tev::platform::SystemFileNameRules() noexcept
+{
+    return {};
+}

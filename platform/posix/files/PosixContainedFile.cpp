@@ -1,0 +1,121 @@
+#include "platform/posix/files/PosixContainedFile.h"
+
+#include "platform/IoLoops.h"
+#include "platform/posix/files/ContainedSteps.h"
+#include "platform/posix/files/TemporaryFile.h"
+
+#include <unistd.h>
+
+namespace tev::platform
+{
+namespace
+{
+constexpr unsigned kPermissionBits = 0777;
+
+/// Whether a file may get the name: there is none, or an ordinary one that may be written to.
+bool MayTakeName(int folder, const char* leaf, const std::optional<FileIdentity>& kept)
+{
+    struct stat status;
+    if (fstatat(folder, leaf, &status, AT_SYMLINK_NOFOLLOW) != 0)
+        return errno == ENOENT;
+    if (!S_ISREG(status.st_mode) || kept == IdentityOf(status))
+        return FailWith(S_ISDIR(status.st_mode) ? EISDIR : EEXIST);
+    return faccessat(folder, leaf, W_OK, 0) == 0;
+}
+
+class PosixContainedFile final : public ContainedFile
+{
+public:
+    PosixContainedFile(OwnedDescriptor folder, std::string leaf, const std::optional<FileIdentity>& kept)
+        : m_folder(std::move(folder)), m_leaf(std::move(leaf)), m_kept(kept)
+    {
+    }
+
+    ~PosixContainedFile() override
+    {
+        const int error = errno;
+        if (m_hasTemporaryName)
+            unlinkat(m_folder.Get(), m_temporary.c_str(), 0);
+        errno = error;
+    }
+
+    bool Create(unsigned permissions)
+    {
+        if (!MayTakeName(m_folder.Get(), m_leaf.c_str(), m_kept))
+            return false;
+        bool isNamed = false;
+        m_file = OwnedDescriptor(CreateTemporary(m_folder.Get(), permissions, m_temporary, isNamed));
+        m_hasTemporaryName = m_file.Get() >= 0 && isNamed;
+        return m_file.Get() >= 0;
+    }
+
+    bool Write(const void* bytes, std::size_t count) override
+    {
+        const int descriptor = m_file.Get();
+        const auto writeOnce = [descriptor](const void* part, std::size_t size) {
+            return write(descriptor, part, size);
+        };
+        std::size_t written = 0;
+        if (!WriteFully(writeOnce, bytes, count, written))
+            return false;
+        return written == count || FailWith(ENOSPC);
+    }
+
+    bool Keep(std::optional<std::int64_t> lastWrite, FileIdentity& identity) override
+    {
+        struct stat status;
+        if (fstat(m_file.Get(), &status) != 0)
+            return false;
+        if (lastWrite)
+        {
+            // A file system that cannot keep the time keeps the file all the same.
+            const timespec times[2] = {{0, UTIME_OMIT}, {*lastWrite, 0}};
+            static_cast<void>(futimens(m_file.Get(), times));
+        }
+        identity = IdentityOf(status);
+        const bool hasName = !m_hasTemporaryName && LinkTemporary(m_file.Get(), m_folder.Get(), m_leaf.c_str());
+        if (!hasName && !m_hasTemporaryName && !LinkBeside())
+            return false;
+        // Some file systems report only here that the bytes could not be written.
+        if (close(m_file.Release()) != 0 && errno != EINTR)
+        {
+            const int error = errno;
+            if (hasName)
+                unlinkat(m_folder.Get(), m_leaf.c_str(), 0);
+            return FailWith(error);
+        }
+        return hasName || Replace();
+    }
+
+private:
+    /// A file of that name has come up, or was there from the start.
+    bool LinkBeside()
+    {
+        if (errno != EEXIST || !MayTakeName(m_folder.Get(), m_leaf.c_str(), m_kept))
+            return false;
+        m_hasTemporaryName = LinkTemporary(m_file.Get(), m_folder.Get(), m_temporary.c_str());
+        return m_hasTemporaryName;
+    }
+
+    bool Replace()
+    {
+        m_hasTemporaryName = renameat(m_folder.Get(), m_temporary.c_str(), m_folder.Get(), m_leaf.c_str()) != 0;
+        return !m_hasTemporaryName;
+    }
+
+    OwnedDescriptor m_folder; ///< held, so that neither keeping nor removing the file needs another one
+    OwnedDescriptor m_file{-1};
+    std::string m_leaf;
+    std::optional<FileIdentity> m_kept;
+    std::string m_temporary;
+    bool m_hasTemporaryName = false;
+};
+} // namespace
+
+std::unique_ptr<ContainedFile> CreateContainedFile(OwnedDescriptor folder, std::string leaf, unsigned permissions,
+                                                   const std::optional<FileIdentity>& kept)
+{
+    auto file = std::make_unique<PosixContainedFile>(std::move(folder), std::move(leaf), kept);
+    return file->Create(permissions & kPermissionBits) ? std::move(file) : nullptr;
+}
+} // namespace tev::platform
