@@ -86,6 +86,6 @@ protected:
     ContainedFolder() = default;
 };
 
-/// Removes an empty folder; a link to one stays. True when there is nothing.
-[[nodiscard]] bool RemoveEmptyFolder(const wchar_t* path);
+/// Removes an empty folder, without memory; a link to one stays. True when there is nothing.
+[[nodiscard]] bool RemoveEmptyFolder(const wchar_t* path) noexcept;
 } // namespace tev::platform

@@ -1,6 +1,7 @@
 #include "services/Paths.h"
 
 #include "objects/CXFileException.h"
+#include "platform/ContainedFolder.h"
 #include "platform/FileInformation.h"
 #include "services/ApplicationName.h"
 
@@ -59,7 +60,15 @@ CPathString fileCreateTemporaryFolder(const CXTString<wchar_t>& prefix)
     std::wstring path;
     if (!tev::platform::CreateTemporaryFolder(prefix, path))
         CXFileException::ThrowOsError(fileGeneric, prefix, nullptr);
-    return CPathString(path.c_str());
+    try
+    {
+        return CPathString(path.c_str());
+    }
+    catch (...)
+    {
+        static_cast<void>(tev::platform::RemoveEmptyFolder(path.c_str()));
+        throw;
+    }
 }
 
 CPathString fileNextNumberedName(const CPathString& path)

@@ -149,7 +149,8 @@ bool CMiniZip::ExtractZip(const CXTString<wchar_t>& zipPath, const CXTString<wch
         m_destFolder = destination;
         if (destination.IsEmpty() && !keepFiles)
         {
-            m_destFolder = fileCreateTemporaryFolder(kTemporaryPrefix);
+            CPathString created = fileCreateTemporaryFolder(kTemporaryPrefix);
+            m_destFolder = std::move(created);
             m_temporaryFolderCreated = true;
         }
         return ExtractEntries(source);
@@ -177,11 +178,7 @@ bool CMiniZip::ExtractEntries(const CXTString<wchar_t>& zipPath)
     const wchar_t* const destination = m_destFolder.IsEmpty() ? L"." : m_destFolder.GetConstBuffer();
     // The temporary folder is opened before anything else can fail, so that it can be removed.
     if (m_temporaryFolderCreated && !StartIn(ContainedFolder::OpenItself(destination)))
-    {
-        if (tev::platform::RemoveEmptyFolder(destination))
-            m_temporaryFolderCreated = false;
         return false;
-    }
     ZipError error;
     const std::unique_ptr<PlainZipReader> reader = PlainZipReader::Open(zipPath, *m_password, error);
     if (reader == nullptr)
@@ -341,7 +338,10 @@ bool CMiniZip::Clean()
     if (m_temporaryFolderCreated)
     {
         m_temporaryFolderCreated = false;
-        m_files->RemoveFolder();
+        if (m_files->HasFolder())
+            m_files->RemoveFolder();
+        else // it could not be opened
+            static_cast<void>(tev::platform::RemoveEmptyFolder(m_destFolder));
         m_extractedFiles.RemoveAll();
     }
     else if (!m_keepFiles)

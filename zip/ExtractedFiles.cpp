@@ -30,7 +30,10 @@ void ExtractedFiles::RemoveFiles() noexcept
 void ExtractedFiles::RemoveFolder() noexcept
 {
     if (m_folder != nullptr && m_folder->IsInPlace())
-        static_cast<void>(m_folder->RemoveContents() && m_folder->RemoveItself());
+    {
+        static_cast<void>(m_folder->RemoveContents());
+        static_cast<void>(m_folder->RemoveItself()); // which works for one that is empty, also without descriptors
+    }
     Forget();
 }
 } // namespace tev

@@ -27,6 +27,7 @@ public:
     /// Releases the descriptors: the files are kept.
     void Keep() noexcept { m_folder.reset(); }
 
+    bool HasFolder() const noexcept { return m_folder != nullptr; }
     /// The folder to extract to.
     platform::ContainedFolder& Folder() noexcept { return *m_folder; }
     /// The extraction appends the files it wrote.

@@ -165,6 +165,8 @@ public:
         m_archive.reset(zip_open_from_source(source.get(), ZIP_RDONLY, &failure));
         if (m_archive == nullptr)
             error = ErrorOf(failure);
+        if (m_archive == nullptr && error.failure == ZipFailure::Damaged)
+            error = {ZipFailure::System, kNotEnoughMemory};
         zip_error_fini(&failure);
         if (m_archive == nullptr)
             return false;
@@ -175,6 +177,9 @@ public:
         m_file.reset(zip_fopen_index_encrypted(m_archive.get(), 0, flags, secret));
         if (m_file == nullptr)
             error = ErrorOf(*zip_get_error(m_archive.get()));
+        // The archive around the data is valid: libzip has not always a code for lack of memory.
+        if (m_file == nullptr && error.failure == ZipFailure::Damaged)
+            error = {ZipFailure::System, kNotEnoughMemory};
         return m_file != nullptr;
     }
 
@@ -200,6 +205,7 @@ private:
         const int systemFailure = m_source.TakeSystemFailure();
         switch (zip_error_code_zip(&failure))
         {
+        case ZIP_ER_OK: // after a failure
         case ZIP_ER_MEMORY:
             return {ZipFailure::System, kNotEnoughMemory};
         case ZIP_ER_NOPASSWD:

@@ -4,6 +4,7 @@
 #include "platform/posix/files/ContainedSteps.h"
 #include "platform/posix/files/FolderRemoval.h"
 #include "platform/posix/files/PosixContainedFile.h"
+#include "platform/posix/files/SystemPath.h"
 #include "platform/posix/files/TemporaryFile.h"
 
 #include <algorithm>
@@ -308,11 +309,9 @@ std::unique_ptr<ContainedFolder> ContainedFolder::OpenItself(const wchar_t* path
     return OpenAt(path, kFolderFlags, Missing::Fail, Following::Best);
 }
 
-bool RemoveEmptyFolder(const wchar_t* path)
+bool RemoveEmptyFolder(const wchar_t* path) noexcept
 {
-    std::string name;
-    if (!WidePathToSystem(path, name))
-        return FailWith(EILSEQ);
-    return rmdir(name.c_str()) == 0 || errno == ENOENT;
+    const SystemPath name(path);
+    return name.IsValid() && (rmdir(name.Get()) == 0 || errno == ENOENT);
 }
 } // namespace tev::platform

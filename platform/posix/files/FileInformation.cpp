@@ -113,7 +113,15 @@ bool CreateTemporaryFolder(const wchar_t* prefix, std::wstring& path)
     std::string pattern = std::string(chosen != nullptr && *chosen != 0 ? chosen : "/tmp") + "/" + name + "XXXXXX";
     if (mkdtemp(pattern.data()) == nullptr)
         return false;
-    path = SystemPathToWide(pattern.c_str());
+    try
+    {
+        path = SystemPathToWide(pattern.c_str());
+    }
+    catch (...)
+    {
+        rmdir(pattern.c_str());
+        throw;
+    }
     return true;
 }
 

@@ -1,0 +1,174 @@
+#include "tests/support/FailingAllocations.h"
+#include "tests/support/MiniZipFixture.h"
+
+#include <csignal>
+#include <set>
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+// What an extraction leaves when memory, descriptors or space run out, or its process is killed.
+
+namespace
+{
+using namespace tev::test;
+using Failure = CXExtractionFailure;
+
+class ExtractionFailure : public MiniZip
+{
+protected:
+    void SetUp() override
+    {
+        OMPSetMaxThreadCount(1); // allocations fail on the thread of the test only
+        m_archive = WriteZip({{"a", m_text, true}, {"folder/b", m_text}});
+    }
+    const std::string m_text = std::string(1000, 'x') + Noise(1000);
+    const Contents m_both = {{"a", m_text}, {"folder/b", m_text}};
+    Text m_archive;
+};
+
+TEST_F(ExtractionFailure, LackOfMemoryThrowsNothingAndIsNoDamage)
+{
+    UseOwnTemporaryFolder();
+    fs::create_directory(m_folder.Path("out"));
+    const Text nowhere;
+    const Text out = Wide("out");
+    Shell("cd " + Path("") +
+          " && printf new >new && gzip -k new && zstd -q new && mkdir in && cp new in && cd in && zip -P key "
+          "../secret.zip new");
+    const Text secret = Wide("secret.zip");
+    const unsigned count = FailEachAllocation([&](FailingAllocations& failing) {
+        for (const bool isTemporary : {true, false})
+        {
+            CMiniZip zip;
+            bool isDone = false;
+            EXPECT_TRUE(failing.Run([&] { isDone = zip.ExtractZip(m_archive, isTemporary ? nowhere : out, false); }));
+            EXPECT_EQ(zip.GetFailure(), isDone ? Failure::kNone : Failure::kNoMemory);
+            EXPECT_TRUE(zip.GetSkippedEntries().empty());
+            EXPECT_TRUE(!isDone || isTemporary || Files("out") == m_both);
+            EXPECT_TRUE(!isDone || zip.GetExtractedFiles().GetSize() == 2);
+            EXPECT_TRUE(failing.Run([&] { zip.Clean(); }));
+            EXPECT_EQ(TemporaryCount(), 0);
+            EXPECT_TRUE(isTemporary || Files("out").empty());
+        }
+    });
+    EXPECT_GT(count, 20u);
+    FailEachAllocation([&](FailingAllocations& failing) {
+        CMiniZip zip;
+        zip.SetPassword(L"key");
+        bool isDone = false;
+        EXPECT_TRUE(failing.Run([&] { isDone = zip.ExtractZip(secret, out, false); }));
+        EXPECT_EQ(zip.GetFailure(), isDone ? Failure::kNone : Failure::kNoMemory);
+        EXPECT_TRUE(zip.GetSkippedEntries().empty());
+    });
+    for (const char* const name : {"new.gz", "new.zst"})
+    {
+        const Text source = Wide(name);
+        const Text target = Wide("target");
+        FailEachAllocation([&](FailingAllocations& failing) {
+            m_folder.WriteFile("target", "old");
+            CMiniZip zip;
+            bool isDone = false;
+            EXPECT_TRUE(failing.Run([&] { isDone = zip.ExtractZFile(source, target, true); }));
+            EXPECT_EQ(m_folder.ReadFile("target"), isDone ? "new" : "old") << name;
+            // A file whose kind cannot be read for lack of memory is of no kind.
+            EXPECT_TRUE(zip.GetFailure() == (isDone ? Failure::kNone : Failure::kNoMemory) ||
+                        (!isDone && zip.GetFailure() == Failure::kNoArchive));
+        });
+    }
+}
+
+TEST_F(ExtractionFailure, LackOfDescriptorsEndsTheExtractionAndLeavesNothing)
+{
+    UseOwnTemporaryFolder();
+    bool hasFailed = false;
+    bool hasSucceeded = false;
+    for (int free = 0; free < 16; ++free)
+    {
+        const pid_t process = fork();
+        if (process == 0)
+        {
+            const rlimit few = {64, 64};
+            setrlimit(RLIMIT_NOFILE, &few);
+            int last = -1;
+            for (int next = last; (next = open("/dev/null", O_RDONLY)) >= 0;)
+                last = next;
+            for (int i = 0; i < free; ++i)
+                close(last - i);
+            int answer = 0;
+            {
+                CMiniZip zip;
+                const bool isDone = zip.ExtractZip(m_archive, {}, false);
+                const bool isRight =
+                    isDone ? zip.GetExtractedFiles().GetSize() == 2 : zip.GetFailure() == Failure::kTooManyOpenFiles;
+                answer = !isRight || !zip.GetSkippedEntries().empty() ? 2 : isDone ? 1 : 0;
+            }
+            _exit(answer);
+        }
+        int status = 0;
+        waitpid(process, &status, 0);
+        ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) < 2) << free;
+        (WEXITSTATUS(status) == 1 ? hasSucceeded : hasFailed) = true;
+        EXPECT_EQ(TemporaryCount(), 0) << free;
+    }
+    EXPECT_TRUE(hasFailed && hasSucceeded);
+}
+
+TEST_F(ExtractionFailure, MoreThanFitsIsNotBegun)
+{
+    std::vector<RawEntry> entries;
+    for (int i = 0; i < 20'000; ++i) // 80 TiB, by their headers
+    {
+        entries.push_back({std::to_string(i), "x", true});
+        entries.back().size = 0xFFFFFFFE;
+    }
+    Watched zip;
+    zip.SetLimits({~0ull, ~0ull});
+    zip.m_watch = [](unsigned __int64, unsigned __int64 total) {
+        EXPECT_EQ(total, 0u) << "has begun";
+        return true;
+    };
+    EXPECT_FALSE(zip.ExtractZip(WriteZip(entries), Wide("out"), true));
+    EXPECT_EQ(zip.GetFailure(), Failure::kNotWritable);
+    EXPECT_TRUE(Files("out").empty());
+}
+
+TEST_F(ExtractionFailure, AKilledProcessLeavesNoPartOfAFile)
+{
+    const Text archive = WriteZip({{"first", "whole"}, {"second", Noise(500'000)}, {"third", "whole"}});
+    m_folder.WriteFile("out/second", "old");
+    const pid_t process = fork();
+    if (process == 0)
+    {
+        OMPSetMaxThreadCount(1);
+        Watched zip;
+        zip.m_watch = [](unsigned __int64 processed, unsigned __int64) {
+            return processed < 200'000 || raise(SIGKILL) != 0;
+        };
+        zip.ExtractZip(archive, Wide("out"), true);
+        _exit(1);
+    }
+    int status = 0;
+    waitpid(process, &status, 0);
+    ASSERT_TRUE(WIFSIGNALED(status));
+    EXPECT_EQ(m_folder.ReadFile("out/first"), "whole");
+    EXPECT_EQ(m_folder.ReadFile("out/second"), "old");
+
+    // What a system that cannot create files without a name would leave; one that is being written is locked.
+    m_folder.WriteFile("out/.tevtools-1-2.tmp", "left");
+    m_folder.WriteFile("out/.tevtools-3-4.tmp", "being written");
+    m_folder.WriteFile("out/.tevtools-mine.tmp", "a user's");
+    const int writer = open(Path("out/.tevtools-3-4.tmp").c_str(), O_WRONLY);
+    ASSERT_EQ(flock(writer, LOCK_EX), 0);
+    CMiniZip zip;
+    EXPECT_TRUE(zip.ExtractZip(archive, Wide("out"), true));
+    close(writer);
+    std::set<std::string> names;
+    for (const auto& file : fs::directory_iterator(m_folder.Path("out")))
+        names.insert(file.path().filename().string());
+    EXPECT_EQ(names, (std::set<std::string>{"first", "second", "third", ".tevtools-3-4.tmp", ".tevtools-mine.tmp"}));
+}
+} // namespace
