@@ -267,6 +267,12 @@ TEST_F(RegUtil, SubKeysAreMadeByWritingOnly)
     EXPECT_TRUE(registry->DeleteValue(L"Sub", L"T"));
     EXPECT_FALSE(registry->DeleteValue(L"Sub", L"T"));
     EXPECT_EQ(registry->GetLastError(), 2);
+    EXPECT_EQ(registry->GetSubKeyInt(L"other", L"a", 4), 4);
+    EXPECT_EQ(registry->GetSubKeyString(L"other", L"a", L"default", false), L"default");
+    EXPECT_FALSE(registry->DeleteValue(L"other", L"a"));
+    wchar_t name[16];
+    EXPECT_FALSE(registry->GetNextSubKeyName(name, 16)) << "the base is closed between operations";
+    EXPECT_EQ(registry->GetLastError(), 6);
     EXPECT_EQ(SubKeys(*registry), std::vector<std::wstring>{L"Sub"}) << "in the first spelling";
 }
 
