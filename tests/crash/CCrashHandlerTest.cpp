@@ -21,6 +21,7 @@
 #include <thread>
 
 #include <gmock/gmock.h>
+#include <sys/file.h>
 
 namespace
 {
@@ -482,7 +483,11 @@ TEST_F(CCrashHandlerTest, ASavedReportIsMoved)
     user.m_savePath = CPathString(m_folder.WriteFile("mine.zip", "an old one").c_str());
     XSetLanguage(XLanguage::French);
     CrashInstall(nullptr, L"Viewer", L"3.1", xCrashReport);
+    // Another process works in the folder of the user's choice for as long as the report is made.
+    const int folder = open(m_folder.Path().c_str(), O_RDONLY | O_DIRECTORY);
+    EXPECT_EQ(flock(folder, LOCK_EX), 0);
     CrashGenerateErrorReport(nullptr, false);
+    close(folder);
     EXPECT_EQ(user.m_filter, L"Fichiers Zip (*.zip)");
     EXPECT_EQ(user.m_proposed, (L"Rapport " + Product() + L" (\u00e0 envoyer \u00e0 support@example.com).zip").c_str());
     EXPECT_FALSE(HasReport("DebugReport.zip"));

@@ -178,7 +178,7 @@ void WaitOnAdjacentStacks()
     {
         pthread_attr_t attributes;
         pthread_attr_init(&attributes);
-        pthread_attr_setstack(&attributes, static_cast<char*>(block) + i * kStack, kStack);
+        pthread_attr_setstack(&attributes, static_cast<char*>(block) + i * 3 % kThreads * kStack, kStack);
         pthread_t thread;
         const auto wait = [](void*) -> void* {
             for (++ready;;)
