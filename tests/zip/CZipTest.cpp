@@ -1,5 +1,6 @@
 #include "zip/CZip.h"
 
+#include "base/LittleEndian.h"
 #include "services/Paths.h"
 #include "tests/support/FailingFileSystem.h"
 #include "tests/support/FileFailure.h"
@@ -503,6 +504,11 @@ TEST(CZip, RenamingIsDoneAsAWholeOrNotAtAll)
     zip.Discard();
 }
 
+const unsigned char* BytesAt(const std::string& bytes, std::size_t at)
+{
+    return reinterpret_cast<const unsigned char*>(bytes.data()) + at;
+}
+
 TEST(CZip, EncryptedEntriesNeedTheirPassword)
 {
     const TempFolder folder;
@@ -520,6 +526,11 @@ TEST(CZip, EncryptedEntriesNeedTheirPassword)
     ASSERT_TRUE(zip.Open(path.c_str(), zipOpenReadOnly, false, nullptr));
     CZipFileInfo info;
     EXPECT_TRUE(zip.GetFileInfo(info, 0) && info.GetEncryption() == XZipEncryption::kAes256);
+    const std::string bytes = folder.ReadFile("x.zip");
+    const auto numberAt = [&](std::size_t at) { return tev::LoadLittleEndian<std::uint32_t>(BytesAt(bytes, at)); };
+    EXPECT_EQ(numberAt(bytes.find("PK\3\4") + 14), 0U) << "no checksum that tells what is encrypted";
+    EXPECT_EQ(numberAt(bytes.find("PK\1\2") + 16), 0U);
+    EXPECT_NE(numberAt(bytes.rfind("PK\1\2") + 16), 0U) << "which the traditional encryption has";
     for (const unsigned index : {0U, 1U})
     {
         zip.SetPassword(nullptr);

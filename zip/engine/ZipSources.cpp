@@ -1,7 +1,10 @@
 #include "zip/engine/ZipSources.h"
 
+#include "base/LittleEndian.h"
+
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <iterator>
 #include <limits>
 #include <new>
@@ -12,6 +15,12 @@ namespace
 {
 constexpr std::size_t kBlockSize = 128 * 1024;
 constexpr unsigned char kEmptyArchive[22] = {'P', 'K', 5, 6};
+constexpr std::size_t kLocalHeaderSize = 30;
+constexpr std::size_t kDirectoryHeaderSize = 46;
+constexpr std::uint32_t kLocalMark = 0x04034B50;
+constexpr std::uint32_t kDirectoryMark = 0x02014B50;
+constexpr std::uint16_t kAesMethod = 99;
+constexpr std::uint32_t kOffsetElsewhere = 0xFFFFFFFF; // in a field of 64 bits
 } // namespace
 
 bool ZipSaving::Advance(std::uint64_t count)
@@ -211,6 +220,8 @@ zip_int64_t ZipArchiveSource::Write(const void* bytes, zip_uint64_t count, zip_s
     {
     case ZIP_SOURCE_BEGIN_WRITE:
         m_writePosition = m_writtenSize = 0;
+        m_isCompleted = false;
+        m_aesEntries.clear();
         return m_target->Begin() ? 0 : FailSystem(ZIP_ER_TMPOPEN);
     case ZIP_SOURCE_WRITE:
         return Append(bytes, count);
@@ -221,6 +232,7 @@ zip_int64_t ZipArchiveSource::Write(const void* bytes, zip_uint64_t count, zip_s
         if (position < 0)
             return -1;
         m_writePosition = static_cast<std::uint64_t>(position);
+        m_isCompleted = m_writePosition < m_writtenSize;
         return 0;
     }
     case ZIP_SOURCE_TELL_WRITE:
@@ -238,11 +250,45 @@ zip_int64_t ZipArchiveSource::Write(const void* bytes, zip_uint64_t count, zip_s
 
 zip_int64_t ZipArchiveSource::Append(const void* bytes, zip_uint64_t count)
 {
-    if (!m_target->WriteAt(m_writePosition, bytes, static_cast<std::size_t>(count)))
+    unsigned char header[kDirectoryHeaderSize];
+    const auto size = static_cast<std::size_t>(count);
+    const bool mayBeHeader = size == (m_isCompleted ? kLocalHeaderSize : kDirectoryHeaderSize);
+    if (mayBeHeader)
+        bytes = DropAesChecksum(std::memcpy(header, bytes, size), size);
+    m_isCompleted = false;
+    if (!m_target->WriteAt(m_writePosition, bytes, size))
         return FailSystem(ZIP_ER_WRITE);
     m_writePosition += count;
     m_writtenSize = std::max(m_writtenSize, m_writePosition);
     return static_cast<zip_int64_t>(count);
+}
+
+/// WinZip's second form of AES has a code of authentication in place of the checksum, by which small contents could be
+/// guessed. libzip writes that form's mark and the checksum all the same.
+const void* ZipArchiveSource::DropAesChecksum(void* header, std::size_t size)
+{
+    const bool isLocal = size == kLocalHeaderSize;
+    const auto* const fields = static_cast<const unsigned char*>(header);
+    unsigned char* const checksum = static_cast<unsigned char*>(header) + (isLocal ? 14 : 16);
+    const auto value = LoadLittleEndian<std::uint32_t>(checksum);
+    if (LoadLittleEndian<std::uint32_t>(fields) != (isLocal ? kLocalMark : kDirectoryMark) ||
+        LoadLittleEndian<std::uint16_t>(fields + (isLocal ? 8 : 10)) != kAesMethod)
+        return header;
+    if (isLocal)
+    {
+        m_aesEntries[m_writePosition] = value;
+    }
+    else
+    {
+        const auto offset = LoadLittleEndian<std::uint32_t>(fields + 42);
+        const auto isEntry = [&](const auto& entry) {
+            return entry.second == value && (offset == kOffsetElsewhere || entry.first == offset);
+        };
+        if (std::none_of(m_aesEntries.begin(), m_aesEntries.end(), isEntry))
+            return header; // kept as it was
+    }
+    std::memset(checksum, 0, sizeof value);
+    return header;
 }
 
 // libzip removes an archive whose last entry goes; its owner expects one that is empty.

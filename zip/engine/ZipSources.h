@@ -2,6 +2,7 @@
 
 #include "zip/engine/ZipEngine.h"
 
+#include <map>
 #include <memory>
 #include <utility>
 #include <vector>
@@ -100,6 +101,7 @@ protected:
 
 private:
     zip_int64_t Append(const void* bytes, zip_uint64_t count);
+    const void* DropAesChecksum(void* header, std::size_t size);
     zip_int64_t WriteEmptyArchive();
     zip_int64_t Commit();
 
@@ -107,6 +109,8 @@ private:
     ZipTarget* m_target = nullptr;
     std::uint64_t m_writePosition = 0;
     std::uint64_t m_writtenSize = 0;
+    bool m_isCompleted = false; ///< a local header is written again, now that its entry's data is known
+    std::map<std::uint64_t, std::uint32_t> m_aesEntries; ///< where their headers are, and the checksums that they lose
 };
 
 /// What is added. Belongs to libzip.
