@@ -352,8 +352,10 @@ bool ExtractStream(const fs::path& folder)
 
 void UseRegistryIn(const fs::path& folder)
 {
-    setenv("TEVTOOLS_REGISTRY", (folder / "registry.db").c_str(), 1);
-    setenv("TEVTOOLS_MACHINE_REGISTRY", (folder / "machine.db").c_str(), 1);
+    const bool isSet = setenv("TEVTOOLS_REGISTRY", (folder / "registry.db").c_str(), 1) == 0 &&
+                       setenv("TEVTOOLS_MACHINE_REGISTRY", (folder / "machine.db").c_str(), 1) == 0;
+    if (!isSet) // else it would be the user's own
+        throw std::bad_alloc();
 }
 
 bool WriteValues(const fs::path& folder, unsigned long value)
