@@ -182,8 +182,13 @@ void SyncFolderOf(const std::filesystem::path& path, const std::string& name)
 
 Replacement::Replacement(const std::string& target) : m_name(target), m_target(SystemPath(target))
 {
-    std::error_code unknown; // a failure shows again when the new file is created
-    const std::filesystem::file_status status = std::filesystem::status(m_target, unknown);
+    std::error_code failure;
+    const std::filesystem::file_status status = std::filesystem::status(m_target, failure);
+    if (status.type() == std::filesystem::file_type::none) // it may be a link, or have permissions to keep
+    {
+        errno = failure.value();
+        ThrowSystemError(target);
+    }
     if (std::filesystem::is_directory(status))
         throw Failure(target, "is a folder");
     if (std::filesystem::exists(status))
