@@ -63,11 +63,10 @@ void ThrowSystemError(const std::string& name)
     CXFileException::ThrowOsError(fileGeneric, Widen(name).c_str(), nullptr);
 }
 
-mode_t PermissionsFor(const std::filesystem::path& target)
+mode_t PermissionsFor(const std::filesystem::file_status& existing)
 {
-    struct stat existing = {};
-    if (stat(target.c_str(), &existing) == 0)
-        return existing.st_mode & 07777;
+    if (std::filesystem::exists(existing))
+        return static_cast<mode_t>(existing.permissions()) & 07777;
     const mode_t mask = umask(0);
     umask(mask);
     return 0666 & ~mask;
@@ -200,7 +199,7 @@ Replacement::Replacement(const std::string& target) : m_name(target), m_target(S
             ThrowSystemError(target);
     }
 
-    const mode_t permissions = PermissionsFor(m_target);
+    const mode_t permissions = PermissionsFor(status);
     std::string path = (m_target.parent_path() / ".tev-XXXXXX").string();
     if (path.size() >= sizeof g_temporaryPath)
         CXFileException::Throw(fileBadPath, Widen(target).c_str());
@@ -214,8 +213,16 @@ Replacement::Replacement(const std::string& target) : m_name(target), m_target(S
     if (descriptor < 0)
         ThrowSystemError(target);
     m_path = path;
-    fchmod(descriptor, permissions);
+    const bool isPermitted = fchmod(descriptor, permissions) == 0;
+    const int error = errno;
     close(descriptor);
+    if (!isPermitted)
+    {
+        unlink(g_temporaryPath);
+        g_temporaryPath[0] = '\0';
+        errno = error;
+        ThrowSystemError(target);
+    }
 }
 
 Replacement::~Replacement()
