@@ -117,7 +117,7 @@ void CollectOurs(benchmark::State& state)
         state.ResumeTiming();
         watcher.CheckRefreshNotification();
         if (watcher.GetChanges().GetCount() != kEvents)
-            state.SkipWithError("news were lost");
+            state.SkipWithError("events were lost");
         watcher.ReleaseChanges();
     }
     state.SetItemsProcessed(state.iterations() * kEvents);
@@ -134,7 +134,7 @@ void CollectPlain(benchmark::State& state)
         tree.Change();
         state.ResumeTiming();
         if (loop.Collect() != kEvents)
-            state.SkipWithError("news were lost");
+            state.SkipWithError("events were lost");
     }
     state.SetItemsProcessed(state.iterations() * kEvents);
 }

@@ -11,8 +11,11 @@ foreach(source IN LISTS fuzz_sources)
     add_executable(fuzz_${name} "${source}")
     tevtools_configure(fuzz_${name})
     target_link_libraries(fuzz_${name} PRIVATE tevtools_objects)
+    target_compile_options(fuzz_${name} PRIVATE -fsanitize=fuzzer-no-link)
     target_link_options(fuzz_${name} PRIVATE -fsanitize=fuzzer)
+    list(APPEND fuzz_targets fuzz_${name})
 endforeach()
+add_custom_target(fuzz_targets DEPENDS ${fuzz_targets})
 
 # The tool's output of preference files.
 target_sources(fuzz_Preferences PRIVATE tools/tev/SettingsValues.cpp tools/tev/Tool.cpp tools/tev/System.cpp)

@@ -38,6 +38,9 @@ if(test_sources)
     # GoogleTest's typed suites omit the last argument of a macro, which clang reports before C++20.
     target_compile_options(tevtools_tests PRIVATE
         $<$<CXX_COMPILER_ID:Clang>:-Wno-gnu-zero-variadic-macro-arguments>)
+    # Read once instead of by each source: a third of the time that a test takes to compile.
+    target_precompile_headers(tevtools_tests PRIVATE
+        <gmock/gmock.h> <gtest/gtest.h> <algorithm> <filesystem> <functional> <map> <memory> <string> <thread> <vector>)
     # The library is tested as it is delivered; the tests themselves need not take twice as long to compile.
     target_compile_options(tevtools_tests PRIVATE $<$<CONFIG:Release>:-O1>)
     target_compile_definitions(tevtools_tests PRIVATE TEVTOOLS_SOURCE_DIR="${PROJECT_SOURCE_DIR}")
@@ -123,6 +126,7 @@ if(NOT TEVTOOLS_SANITIZE)
     foreach(standard IN ITEMS 17 20)
         add_library(tevtools_headers_cxx${standard} OBJECT ${header_sources})
         tevtools_configure(tevtools_headers_cxx${standard})
+        target_compile_options(tevtools_headers_cxx${standard} PRIVATE -O0)
         set_target_properties(tevtools_headers_cxx${standard} PROPERTIES CXX_STANDARD ${standard})
         target_include_directories(tevtools_headers_cxx${standard} PRIVATE "${PROJECT_SOURCE_DIR}")
     endforeach()

@@ -26,6 +26,14 @@ namespace tev
 template <class... CHANNELS>
 using IfIntegers = std::enable_if_t<((std::is_integral_v<CHANNELS> || std::is_enum_v<CHANNELS>)&&...) &&
                                     (std::is_convertible_v<CHANNELS, long long> && ...)>;
+
+// Stands before the class, because clang evaluates no template of a member that is defined later in it.
+template <class INTEGER>
+constexpr unsigned char ClampedChannel(INTEGER value) noexcept
+{
+    const unsigned long long atLeastZero = value < INTEGER() ? 0 : static_cast<unsigned long long>(value);
+    return static_cast<unsigned char>(atLeastZero > 255 ? 255 : atLeastZero);
+}
 } // namespace tev
 
 /// Red, green, blue and alpha, each 0 to 255. Opaque black if nothing is given; where alpha is not given it is 255.
@@ -40,12 +48,14 @@ public:
     {
     }
     constexpr CRGBColor(int red, int green, int blue, int alpha = 255) noexcept
-        : m_channels{Clamped(red), Clamped(green), Clamped(blue), Clamped(alpha)}
+        : m_channels{tev::ClampedChannel(red), tev::ClampedChannel(green), tev::ClampedChannel(blue),
+                     tev::ClampedChannel(alpha)}
     {
     }
     template <class RED, class GREEN, class BLUE, class ALPHA = int, class = tev::IfIntegers<RED, GREEN, BLUE, ALPHA>>
     constexpr CRGBColor(RED red, GREEN green, BLUE blue, ALPHA alpha = 255) noexcept
-        : m_channels{Clamped(red), Clamped(green), Clamped(blue), Clamped(alpha)}
+        : m_channels{tev::ClampedChannel(red), tev::ClampedChannel(green), tev::ClampedChannel(blue),
+                     tev::ClampedChannel(alpha)}
     {
     }
     /// Each channel is the value times the scale.
@@ -154,13 +164,6 @@ public:
     void Serialize(CXArchive& archive);
 
 private:
-    template <class INTEGER>
-    static constexpr unsigned char Clamped(INTEGER value) noexcept
-    {
-        const unsigned long long atLeastZero = value < INTEGER() ? 0 : static_cast<unsigned long long>(value);
-        return static_cast<unsigned char>(atLeastZero > 255 ? 255 : atLeastZero);
-    }
-
     unsigned char m_channels[4] = {0, 0, 0, 255};
 };
 

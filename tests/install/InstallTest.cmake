@@ -17,7 +17,7 @@ file(RENAME "${scratch}/installed" "${prefix}")
 run("${CMAKE_COMMAND}" -S "${SOURCE_DIR}/tests/install" -B "${scratch}/with-cmake" -G "${GENERATOR}"
     "-DCMAKE_CXX_COMPILER=${COMPILER}" "-DCMAKE_PREFIX_PATH=${prefix}" "-DWANTED_VERSION=${VERSION}")
 run("${CMAKE_COMMAND}" --build "${scratch}/with-cmake")
-run("${scratch}/with-cmake/stranger")
+run("${scratch}/with-cmake/consumer")
 
 find_program(pkg_config pkg-config REQUIRED)
 set(ENV{PKG_CONFIG_PATH} "${prefix}/${LIBDIR}/pkgconfig")
@@ -26,9 +26,9 @@ execute_process(COMMAND "${pkg_config}" --cflags --libs TevTools
     OUTPUT_VARIABLE flags OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
 separate_arguments(flags UNIX_COMMAND "${flags}")
 file(MAKE_DIRECTORY "${scratch}/with-pkg-config")
-run("${COMPILER}" -std=c++17 "${SOURCE_DIR}/tests/install/stranger.cpp" -o "${scratch}/with-pkg-config/stranger" ${flags})
+run("${COMPILER}" -std=c++17 "${SOURCE_DIR}/tests/install/consumer.cpp" -o "${scratch}/with-pkg-config/consumer" ${flags})
 set(ENV{LD_LIBRARY_PATH} "${prefix}/${LIBDIR}")
-run("${scratch}/with-pkg-config/stranger")
+run("${scratch}/with-pkg-config/consumer")
 unset(ENV{LD_LIBRARY_PATH})
 
 if(TOOL)
