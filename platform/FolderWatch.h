@@ -4,17 +4,26 @@
 #include <memory>
 #include <string>
 
-// What changes in folders, for those who ask from time to time. No thread works behind this.
+// Changes in folders, collected by polling. There is no thread behind it.
 
 namespace tev::platform
 {
 enum class FolderChange
 {
-    Added,
+    Added, ///< a folder with all that is in it, each entry reported by itself
     Removed,
     Modified,
-    Renamed,   ///< reported twice in a row, with the old name and with the new one
-    Everything ///< more than can be told: look at the whole folder again
+    Renamed,
+    Everything ///< too many changes to report: read the whole folder again
+};
+
+/// The path is relative to the watched folder, empty for Everything.
+struct FolderEvent
+{
+    FolderChange change;
+    std::wstring path;    ///< of Renamed the new one
+    std::wstring oldPath; ///< of Renamed only
+    bool isExchange;      ///< of Renamed: what had the new path has the old one now, instead of being replaced
 };
 
 /// Which changes are reported; any of the bits.
@@ -30,28 +39,29 @@ enum FolderWatchBits : unsigned
     kWatchSecurity = 0x100
 };
 
-/// A folder that is watched, and all folders beneath it if that is asked for; links to folders are not followed, and folders
-/// that this user may not read are left out. A folder that went, or moved away, is watched again as soon as there is one at
-/// its path, which does not follow the process's current folder. Safe from several threads at once, each object from one thread at a time.
+/// A watched folder, with all folders beneath it if that is asked for; links to folders are not followed, and folders
+/// that this user may not read are left out. A folder that was deleted or moved away is watched again as soon as there
+/// is one at its path, which does not depend on the process's current folder. Safe from several threads at once, each
+/// object from one thread at a time.
 class FolderWatch
 {
 public:
-    /// The path is relative to the folder, empty for Everything.
-    using Report = std::function<void(FolderChange change, const std::wstring& path)>;
+    using Report = std::function<void(const FolderEvent& event)>;
 
-    /// How many bytes of entries are kept until the next Collect, as the other systems count them: twelve bytes and the
-    /// name in UTF-16, rounded up to four. What does not fit makes Everything of all.
+    /// How many bytes of entries are kept until the next Collect, counted as the other systems do: twelve bytes and the
+    /// name in UTF-16, rounded up to four; a rename is two entries. More entries are reported as one Everything.
     static constexpr std::size_t kBufferSize = 4096;
 
-    /// Null, with the error in errno, when the folder cannot be watched or one beneath it is more than the system's limit
-    /// allows; nothing is left of the attempt then. What changes after the call is reported.
+    /// Null, with the error in errno, when the folder cannot be watched or one beneath it is more than the system's
+    /// limit allows; nothing is left of the attempt then. Changes after the call are reported.
     static std::unique_ptr<FolderWatch> Start(const wchar_t* folder, bool withSubfolders, unsigned bits);
 
     virtual ~FolderWatch() = default;
     FolderWatch(const FolderWatch&) = delete;
     FolderWatch& operator=(const FolderWatch&) = delete;
 
-    /// Reports what came since the last call, in its order, without waiting for anything.
+    /// Reports the changes since the last call in their order, without waiting. After an exception, as for lack of
+    /// memory, Everything is reported by the next call.
     virtual void Collect(const Report& report) = 0;
 
 protected:

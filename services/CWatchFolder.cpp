@@ -1,5 +1,6 @@
 #include "services/CWatchFolder.h"
 
+#include "objects/CXException.h"
 #include "platform/FolderWatch.h"
 #include "platform/PathNames.h"
 #include "platform/Threads.h"
@@ -30,6 +31,9 @@ namespace
 {
 using tev::WatchRecord;
 using tev::platform::FolderChange;
+using tev::platform::FolderEvent;
+
+constexpr std::size_t kLongestList = 0x8000;
 
 static_assert(CWatchFolder::kFileNames == tev::platform::kWatchFileNames &&
               CWatchFolder::kFolderNames == tev::platform::kWatchFolderNames &&
@@ -80,12 +84,16 @@ bool CWatchFolder::AddRefreshNotification(const CXTString<wchar_t>& folder, bool
 {
     if (!fileIsDirectory(folder))
         return false;
-    if (IndexOf(folder) >= 0)
+    const int index = IndexOf(folder);
+    if (index >= 0 && m_watches[static_cast<std::size_t>(index)]->m_watch != nullptr)
         return true;
     auto record = std::make_unique<WatchRecord>(WatchRecord{WithSeparator(folder), watchSubtree, filter, nullptr});
     if (!record->Start())
         return false;
-    m_watches.push_back(std::move(record));
+    if (index >= 0)
+        m_watches[static_cast<std::size_t>(index)] = std::move(record);
+    else
+        m_watches.push_back(std::move(record));
     return true;
 }
 
@@ -126,11 +134,8 @@ bool CWatchFolder::CheckRefreshNotification()
     {
         if (record->m_watch == nullptr)
             continue;
-        record->m_watch->Collect([&](FolderChange change, const std::wstring& path) X_REQUIRES(m_lock) {
-            m_path = record->m_folder;
-            m_path.Append(path.data(), path.size());
-            Record(m_path, ToFileChange(change));
-        });
+        record->m_watch->Collect([&](const FolderEvent& event)
+                                     X_REQUIRES(m_lock) { RecordEvent(record->m_folder, event); });
     }
     return m_changes.GetCount() != 0;
 }
@@ -153,6 +158,7 @@ void CWatchFolder::AddChange(const CXTString<wchar_t>& path, FileChange change)
 {
     const tev::LockGuard guard(m_lock);
     Record(path, change);
+    m_list.push_back({change, path, {}, false});
 }
 
 const CWatchFolder::Changes& CWatchFolder::GetChanges()
@@ -170,6 +176,7 @@ bool CWatchFolder::ReleaseChanges()
     if (HoldsChanges())
     {
         m_changes.Clear();
+        m_list.clear();
         m_holder = 0;
         m_lock.Unlock();
     }
@@ -241,9 +248,34 @@ bool CWatchFolder::HoldsChanges() const noexcept
     return m_holder.load(std::memory_order_relaxed) == tev::platform::CurrentThreadId();
 }
 
+void CWatchFolder::RecordEvent(const CXTString<wchar_t>& folder, const FolderEvent& event)
+{
+    if (m_list.size() >= kLongestList)
+    {
+        m_list.clear();
+        for (const std::unique_ptr<WatchRecord>& record : m_watches)
+            m_list.push_back({xChangeWholeFolder, record->m_folder, {}, false});
+    }
+    const FileChange change = ToFileChange(event.change);
+    CXTString<wchar_t> oldPath;
+    if (change == xChangeRenamed)
+    {
+        oldPath = folder;
+        oldPath.Append(event.oldPath.data(), event.oldPath.size());
+        Record(oldPath, change);
+    }
+    m_path = folder;
+    m_path.Append(event.path.data(), event.path.size());
+    Record(m_path, change);
+    m_list.push_back({change, m_path, oldPath, event.isExchange});
+}
+
 void CWatchFolder::Record(const CXTString<wchar_t>& path, FileChange change)
 {
     const FileChange* earlier = m_changes.Find(path);
-    if (earlier == nullptr || *earlier != xChangeAdded || change != xChangeModified)
-        m_changes.Insert(path, change);
+    // Reading the file or folder again shows what was modified, too.
+    if (earlier != nullptr && change == xChangeModified && (*earlier == xChangeAdded || *earlier == xChangeRenamed))
+        return;
+    if (m_changes.Insert(path, change) == 0 && m_changes.Find(path) == nullptr)
+        CXMemoryException::Throw();
 }

@@ -11,7 +11,11 @@
 namespace tev
 {
 struct WatchRecord;
+namespace platform
+{
+struct FolderEvent;
 }
+} // namespace tev
 
 /// Watches folders and collects changes of the files in them. It is polled and has no thread of its own: the owner
 /// calls CheckRefreshNotification, from a timer for example, and fetches the changes when that returns true.
@@ -35,6 +39,16 @@ public:
     using Changes =
         CHashMap<CXTString<wchar_t>, const CXTString<wchar_t>&, FileChange, CHashMethods<CXTString<wchar_t>>>;
 
+    /// A change in the list of changes. A rename is one entry with both names.
+    struct OrderedChange
+    {
+        FileChange m_change;
+        CXTString<wchar_t> m_path;    ///< of a rename the new name
+        CXTString<wchar_t> m_oldPath; ///< of a rename
+        bool m_isExchange;            ///< of a rename: what had the new name has the old one now, else it was replaced
+    };
+    using ChangeList = std::vector<OrderedChange>;
+
     // Filter bits.
     static constexpr unsigned int kFileNames = 0x1; ///< files are created, deleted or renamed
     static constexpr unsigned int kFolderNames = 0x2;
@@ -50,9 +64,9 @@ public:
     CWatchFolder& operator=(const CWatchFolder&) = delete;
     virtual ~CWatchFolder();
 
-    /// Starts to watch a folder, and all folders beneath it if `watchSubtree`. Also true when the folder is watched
-    /// already, under any name. False, with no change, when there is no such folder, it may not be read, or the
-    /// system's limit is reached. Reads all folders of the tree.
+    /// Starts to watch a folder, and all folders beneath it if `watchSubtree`; one whose watch was closed (see
+    /// OnDeviceChange), too. Also true when the folder is watched already, under any name. False, with no change, when
+    /// there is no such folder, it may not be read, or the system's limit is reached. Reads all folders of the tree.
     bool AddRefreshNotification(const CXTString<wchar_t>& folder, bool watchSubtree, unsigned int filter);
     /// Does nothing and returns false: see StopWatching.
     bool RemoveRefreshNotification(const CXTString<wchar_t>& folder);
@@ -62,10 +76,10 @@ public:
     void RemoveAll();
 
     /// Collects what changed since the last call and returns whether the map holds changes. Of several changes of one
-    /// path the last one counts, but an added file that is modified stays added. More changes of one watched folder
-    /// than its buffer holds, some hundred, are reported as xChangeWholeFolder. Collects nothing and returns false
-    /// while refreshing is locked; waits while another thread holds the changes; on the thread that holds them it
-    /// collects nothing and returns true.
+    /// path the last one counts, but what was added or renamed and is modified stays added or renamed. More changes of
+    /// one watched folder than its buffer holds, some hundred, are reported as xChangeWholeFolder. Collects nothing and
+    /// returns false while refreshing is locked; waits while another thread holds the changes; on the thread that holds
+    /// them it collects nothing and returns true.
     bool CheckRefreshNotification();
     /// Locks CheckRefreshNotification until as many calls of UnlockRefresh, which returns true when it is unlocked
     /// again.
@@ -77,7 +91,12 @@ public:
     /// The changes by path: the folder as it was given, a separator, and the path beneath. The calling thread holds the
     /// map, and other threads wait to add to it, until it calls ReleaseChanges.
     const Changes& GetChanges() X_NO_THREAD_SAFETY_ANALYSIS;
-    /// Empties the map and releases it. Does nothing on a thread that does not hold it. Always false.
+    /// The same changes in their order, for a caller that keeps a list of files up to date: unlike the map it has each
+    /// rename as a pair of names, so that renamed folders need not be read again. The thread must hold the changes.
+    /// After some ten thousand changes that were not fetched, the list is one xChangeWholeFolder for each watched
+    /// folder.
+    const ChangeList& GetChangeList() const noexcept X_NO_THREAD_SAFETY_ANALYSIS { return m_list; }
+    /// Empties the map and the list and releases them. Does nothing on a thread that does not hold them. Always false.
     bool ReleaseChanges() X_NO_THREAD_SAFETY_ANALYSIS;
 
     /// OnDeviceChange handles volume events from now on, whatever the option; option and mask are stored.
@@ -113,6 +132,7 @@ private:
     int IndexOf(const CXTString<wchar_t>& folder) const;
     bool HoldsChanges() const noexcept;
     void Record(const CXTString<wchar_t>& path, FileChange change) X_REQUIRES(m_lock);
+    void RecordEvent(const CXTString<wchar_t>& folder, const tev::platform::FolderEvent& event) X_REQUIRES(m_lock);
     bool OnFolderOfVolume(unsigned int event, const wchar_t* folder);
 
     CXCriticalSection m_lock;
@@ -125,4 +145,5 @@ private:
     Changes m_changes X_GUARDED_BY(m_lock);
     void* m_notifyWindow = nullptr;
     std::atomic<unsigned __int64> m_holder{0}; // the thread between GetChanges and ReleaseChanges
+    ChangeList m_list X_GUARDED_BY(m_lock);
 };
