@@ -54,7 +54,12 @@ CPathString& CPathString::operator/=(const CXTString<wchar_t>& path)
     if (rest.IsEmpty())
         return *this;
     const std::wstring_view own = ViewOf(*this);
-    if (!own.empty() && own.find_last_of(kSeparators) != own.size() - 1)
+    const std::size_t end = own.find_last_not_of(kSeparators) + 1; // 0 where there is nothing else
+    const std::size_t separators = own.size() - end;
+    const bool isNetwork = end == 0 && separators == 2; // the start of a network path, which has two of them
+    if (separators > 1 && !isNetwork)
+        *this = Left(static_cast<int>(end + 1));
+    else if (separators == 0 && !own.empty())
         *this += tev::platform::kPathSeparator;
     *this += rest;
     return *this;

@@ -20,8 +20,8 @@ public:
     /// All but the last component, without trailing separators unless it is the root; empty when there is none.
     CPathString GetFolder() const;
 
-    /// Appends a path with exactly one separator between both; an empty one adds nothing. One that starts with a
-    /// separator, or with a drive, is appended all the same.
+    /// Appends a path with exactly one separator between both, but keeps the two at the start of a network path; an
+    /// empty one adds nothing. One that starts with a separator, or with a drive, is appended all the same.
     CPathString& operator/=(const CXTString<wchar_t>& path);
     friend CPathString operator/(CPathString folder, const CXTString<wchar_t>& path)
     {

@@ -5,8 +5,8 @@
 
 // The process-wide registry of file types, by class and by extension. It holds the library's own types from the start.
 // Where several types share an extension, the first one registered is its default, unless a later one is preferred.
-// Names are paths or URLs; their extensions are compared case-insensitively. Records are returned as copies. Functions
-// that find nothing return 0, false or an empty text. Safe from several threads at once.
+// Names are paths or URLs; their extensions are compared case-insensitively, whatever the locale. Records are returned
+// as copies. Functions that find nothing return 0, false or an empty text. Safe from several threads at once.
 
 /// The extension with its dot, empty where there is none: of a path, what follows the last dot of the last component;
 /// of a URL (a scheme of two letters or more and "://"), what follows the last dot before a '?'.
@@ -14,7 +14,8 @@ TEVTOOLS_API CXTString<wchar_t> fileGetExtension(const CXTString<wchar_t>& path)
 
 /// Registers a type. A 3D scene that can be saved (0x2) gets the property 0x80, in `type` too. The record of a
 /// registered class is replaced, but keeps its loader or saver where the new one has none, and then its properties as
-/// well, and stays registered for its former extensions.
+/// well, and stays registered for its former extensions. Throws CXInvalidArgException when there is no memory for its
+/// extensions.
 TEVTOOLS_API void fileRegisterFile(CFileExt& type);
 /// Mode 3: removes the class. Mode 1: removes its loader; 2: removes its saver. Does nothing for class 0, and before
 /// any other function of the registry was called.
@@ -42,12 +43,14 @@ TEVTOOLS_API unsigned int fileGetKindOf(const CXTString<wchar_t>& name);
 TEVTOOLS_API unsigned int fileFindParser(const CXTString<wchar_t>& name, unsigned int kindMask,
                                          unsigned int propertyMask);
 
-/// Replaces the array by the extensions of a class in their order. Returns their number.
+/// Replaces the array by the extensions of a class in their order; without dots, those within an extension are left
+/// out, too. Returns their number.
 TEVTOOLS_API unsigned int fileGetExtensionArray(unsigned int fileClass,
                                                 CXArray<CXTString<wchar_t>, const CXTString<wchar_t>&>& extensions,
                                                 bool withDot);
 /// Replaces the array by the extensions, each once, of every type that is of one of the kinds in `properties`, if any,
-/// and has all of its other bits; only where it is the default type unless `allTypes`. Returns their number.
+/// and has all of its other bits; only where it is the default type unless `allTypes`. They are in the order in which
+/// the types were registered. Returns their number.
 TEVTOOLS_API unsigned int fileGetExtensionArrayByProperty(
     unsigned int properties, CXArray<CXTString<wchar_t>, const CXTString<wchar_t>&>& extensions, bool withDot,
     bool allTypes);

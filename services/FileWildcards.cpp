@@ -1,5 +1,6 @@
 #include "services/FileWildcards.h"
 
+#include "services/FoldedCase.h"
 #include "text/TextView.h"
 
 #include <algorithm>
@@ -98,8 +99,7 @@ CXTString<wchar_t> fileCleanExtensionList(const CXTString<wchar_t>& list, bool s
     CXTString<wchar_t> words = list;
     words.Replace(L',', L' ');
     words.Replace(L';', L' ');
-    words.Trim().MakeLower();
-    words = words.Left(kLongestList);
+    words = tev::FoldedCase(words.Trim().Left(kLongestList));
 
     CHashTable<CXTString<wchar_t>> ownSet;
     CHashTable<CXTString<wchar_t>>& patterns = set != nullptr ? *set : ownSet;
@@ -144,8 +144,7 @@ bool fileMatchWilcards(const CXTString<wchar_t>& name, const CXTString<wchar_t>&
 
 bool fileMatchWilcards(const CXTString<wchar_t>& name, const CHashTable<CXTString<wchar_t>>& set)
 {
-    CXTString<wchar_t> lowered = name;
-    lowered.MakeLower();
+    const CXTString<wchar_t> lowered = tev::FoldedCase(name);
     unsigned int position = set.GetFirst();
     const CXTString<wchar_t>* pattern = nullptr;
     while (set.GetNext(position, pattern))

@@ -4,7 +4,7 @@
 #include "text/CXTString.h"
 
 // Lists of extensions and name patterns, as users type them into a search box, and matching names with them.
-// Case beyond ASCII follows the C library's current locale. Safe from several threads at once.
+// Letters are put in lower case by the library's own table, whatever the locale. Safe from several threads at once.
 
 /// Turns a list into patterns in lower case, separated by one blank, each once. Words are separated by blanks, commas
 /// and semicolons; a word without a '?' matches anywhere in a name (`tree` gives `*tree*`); a word in double quotes is

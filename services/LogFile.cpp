@@ -89,6 +89,7 @@ public:
 
 private:
     void OpenFile(const Text& path, LogFileMode mode) X_REQUIRES(m_lock);
+    void GoToEnd() X_REQUIRES(m_lock);
     const Text* TabsOf(unsigned thread) const X_REQUIRES(m_lock) { return m_tabs->Find(thread); }
     static bool IsTooDeep(const Text* tabs) noexcept
     {
@@ -97,6 +98,7 @@ private:
 
     std::unique_ptr<CStdioFileEx> m_file X_GUARDED_BY(m_lock);
     std::unique_ptr<Tabs> m_tabs X_GUARDED_BY(m_lock); // exists while the file is open
+    bool m_hasLength X_GUARDED_BY(m_lock) = false;     // a pipe or a terminal has none
 };
 
 /// The path of a log of that name; throws when its folder cannot be created.
@@ -117,6 +119,7 @@ void Log::OpenFile(const Text& name, LogFileMode mode)
         CXFileException::Throw(failure.GetCause(), path);
     if (mode == xLogAppend)
         file->SeekToEnd();
+    m_hasLength = file->GetLength() != ~0ull;
     m_tabs = std::make_unique<Tabs>();
     PublishPath(&path);
     m_file = std::move(file);
@@ -179,10 +182,21 @@ void Log::Write(const Text& message)
         tabs = mainTabs;
     if (IsTooDeep(tabs))
         return;
+    GoToEnd();
     if (tabs != nullptr)
         m_file->WriteString(*tabs);
     m_file->WriteString(message);
     m_file->Flush();
+}
+
+/// Another program may have cut the file, as log rotation does, or appended to it.
+void Log::GoToEnd()
+{
+    if (!m_hasLength)
+        return;
+    const unsigned __int64 end = m_file->SeekToEnd();
+    if (end % 2 != 0)
+        m_file->Seek(static_cast<__int64>(end - 1), CXFile::begin); // a character was cut in two
 }
 
 unsigned Log::AddTab(bool add)

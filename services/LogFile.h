@@ -45,5 +45,8 @@ TEVTOOLS_API void WriteToLogFile(unsigned int level, const char* format, ...);
 /// open.
 TEVTOOLS_API unsigned int LogFileAddTab(bool add);
 
-/// Takes the log's lock, or releases it, so that several messages stand together. As many releases as takes.
+/// Takes the log's lock, or releases it, so that several messages are written together; it is recursive. A thread that
+/// holds it must release it before it waits for anything that another thread does (WaitForEnd, WaitEndOfThreads, a
+/// parallel loop, a lock that others hold while they log), suspends or terminates a thread, calls functions of crash
+/// reports, or shows something to the user. The library never suspends nor terminates a thread while it holds the lock.
 TEVTOOLS_API void LogLock(bool lock);

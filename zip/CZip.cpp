@@ -2,7 +2,7 @@
 
 #include "objects/CXFileException.h"
 #include "services/CPathString.h"
-#include "services/FileTypeRegistry.h"
+#include "services/FileTypes.h"
 #include "services/Paths.h"
 #include "zip/Password.h"
 #include "zip/ZipArchive.h"
@@ -43,7 +43,9 @@ ZipOutcome OrNoMemory(Work&& work)
 
 bool HasZipExtension(const CXTString<wchar_t>& name)
 {
-    return fileGetClass(name) == XFourCharacterCode("ZIP ");
+    return tev::FileTypes::Get().FindForName(
+        name, [](const CFileExt& type) { return type.GetClass() == XFourCharacterCode("ZIP "); },
+        [](const CFileExt&) {});
 }
 
 /// The exception that stands for every failure: it has neither a file's name nor a message.

@@ -2,11 +2,15 @@
 
 #include "services/BuiltInFileTypes.h"
 #include "services/CFileNameSpec.h"
+#include "services/FileWildcards.h"
 #include "tests/support/PrintText.h"
+#include "tests/support/TempFolder.h"
 
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <clocale>
+#include <cstdlib>
 #include <string>
 #include <thread>
 #include <vector>
@@ -227,8 +231,58 @@ TEST(FileTypeRegistry, ExtensionsOfAClassAndOfAKind)
     EXPECT_EQ(Joined(extensions), L".wav .wvx");
     EXPECT_EQ(fileGetExtensionArrayByProperty(0x80020, extensions, true, false), 1U);
     EXPECT_EQ(Joined(extensions), L".wvx");
-    const unsigned videos = fileGetExtensionArrayByProperty(0x100000, extensions, true, true);
-    EXPECT_EQ(videos, 8U) << "wmv must be there once: " << testing::PrintToString(Joined(extensions));
+    EXPECT_EQ(fileGetExtensionArrayByProperty(0x100000, extensions, true, true), 8U);
+    EXPECT_EQ(Joined(extensions), L".avi .mpeg .mpg .mp4 .m2v .m4v .wmv .flv");
+
+    // Each once, however they are written, in the order in which the types were registered first.
+    const Registered later(CFileExt(L"A", L".tar.gz|..|Zz||.WAV", Code("many"), 0x800040));
+    const Registered last(CFileExt(L"0", L".ZZ|.yy", Code("last"), 0x800040));
+    CFileExt again(L"B", L".tar.gz|..|Zz||.WAV", Code("many"), 0x800040);
+    fileRegisterFile(again);
+    EXPECT_EQ(fileGetExtensionArrayByProperty(0x800040, extensions, true, true), 4U);
+    EXPECT_EQ(Joined(extensions), L".tar.gz .Zz .WAV .yy");
+    EXPECT_EQ(fileGetExtensionArrayByProperty(0x800040, extensions, false, false), 3U);
+    EXPECT_EQ(Joined(extensions), L"targz Zz yy");
+    EXPECT_EQ(fileGetExtensionArray(Code("many"), extensions, true), 3U);
+    EXPECT_EQ(Joined(extensions), L".tar.gz .Zz .WAV");
+    EXPECT_EQ(fileGetMainExtension(Code("many")), L".tar.gz");
+    EXPECT_EQ(fileGetClass(L"a.tar.gz"), Code("GZ  "));
+    EXPECT_EQ(fileGetClass(L"a.zz"), Code("many"));
+}
+
+/// In Turkish the C library's small letter of I is another one than i. False where this system cannot make that locale.
+bool SetTurkishLocale(const tev::test::TempFolder& folder)
+{
+    const std::string make = "localedef -i tr_TR -f UTF-8 " + folder.Path("tr_TR.UTF-8").string() + " >&- 2>&-";
+    setenv("LOCPATH", folder.Path().c_str(), 1);
+    const bool isSet = std::system(make.c_str()) == 0 && std::setlocale(LC_ALL, "tr_TR.UTF-8") != nullptr;
+    unsetenv("LOCPATH");
+    return isSet;
+}
+
+TEST(FileTypeRegistry, ExtensionsAreComparedAlikeInEveryLocale)
+{
+    const Registered other(CFileExt(L"Other", L".INI|.\u00C4x", Code("othr"), 0x10000));
+    const struct
+    {
+        const wchar_t* m_name;
+        unsigned m_class;
+    } cases[] = {
+        {L"MODEL.ZIP", Code("ZIP ")}, {L"A.MIDI", Code("MIDI")}, {L"a.dib", Code("BMP ")},
+        {L"A.DIB", Code("BMP ")},     {L"A.ini", Code("othr")},  {L"A.\u00E4X", Code("othr")},
+    };
+    const auto expectAll = [&] {
+        for (const auto& [name, fileClass] : cases)
+            EXPECT_EQ(fileGetClass(name), fileClass) << Text(name);
+        CHashTable<Text> patterns;
+        EXPECT_EQ(fileCleanExtensionList(L"\"ICO\" \u00C4", false, &patterns), L"*.ico *\u00E4*");
+        EXPECT_TRUE(fileMatchWilcards(L"FAVICON.ICO", patterns));
+    };
+    expectAll();
+    const tev::test::TempFolder folder;
+    if (SetTurkishLocale(folder))
+        expectAll();
+    std::setlocale(LC_ALL, "C");
 }
 
 TEST(CFileNameSpec, TakesTheClassOfItsExtensionUnlessOneIsGiven)

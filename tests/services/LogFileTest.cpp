@@ -18,11 +18,15 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -37,7 +41,7 @@ protected:
     LogFile()
     {
         SetLogLevel(0xFF);
-        tev::SetMainThreadId(0); // whoever was it in an earlier test
+        tev::SetMainThreadId(0); // an earlier test may have set it
     }
     ~LogFile() override
     {
@@ -250,6 +254,37 @@ TEST_F(LogFile, AFullDiskIsReportedAndTheLogGoesOn)
     fileSystem.LimitSpace(10);
     EXPECT_FALSE(Open("b.log")) << "the header does not fit";
     EXPECT_TRUE(Open("c.log", xLogCreate, xLogMute));
+}
+
+TEST_F(LogFile, MessagesGoToTheEndOfAFileThatOthersChange)
+{
+    ASSERT_TRUE(Open("a.log", xLogCreate, xLogMute));
+    SetLogLevel(0xFF);
+    WriteToLogFile(L"one\n");
+    std::filesystem::resize_file(m_folder.Path("a.log"), 0);
+    WriteToLogFile(L"two\n");
+    EXPECT_EQ(Text("a.log"), "two\n") << "with the mark again";
+    std::ofstream(m_folder.Path("a.log"), std::ios::app | std::ios::binary) << std::string("x\0", 2);
+    WriteToLogFile(L"three\n");
+    EXPECT_EQ(Text("a.log"), "two\nxthree\n");
+    std::filesystem::resize_file(m_folder.Path("a.log"), 7); // in the middle of the 'o'
+    WriteToLogFile(L"!\n");
+    EXPECT_EQ(Text("a.log"), "tw!\n");
+}
+
+TEST_F(LogFile, APipeCanBeTheLog)
+{
+    const std::string path = m_folder.Path("pipe").string();
+    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+    const int reader = open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
+    ASSERT_TRUE(Open("pipe", xLogCreate, xLogMute));
+    SetLogLevel(0xFF);
+    WriteToLogFile(L"a");
+    WriteToLogFile(L"b");
+    char bytes[16];
+    const ssize_t size = read(reader, bytes, sizeof bytes);
+    close(reader);
+    EXPECT_EQ(std::string(bytes, static_cast<std::size_t>(std::max<ssize_t>(size, 0))), std::string("a\0b\0", 4));
 }
 
 TEST_F(LogFile, KeepsWhatIsWrittenUntilTheVeryEndOfAProcess)

@@ -51,9 +51,25 @@ TEST(CPathString, JoinsWithOneSeparator)
     {
         const wchar_t *m_folder, *m_path, *m_joined;
     } cases[] = {
-        {L"a", L"b", L"a/b"},       {L"a/", L"b", L"a/b"}, {L"a\\", L"b", L"a\\b"}, {L"a", L"/\\b/", L"a/b/"},
-        {L"", L"b", L"b"},          {L"a", L"", L"a"},     {L"a", L"//", L"a"},     {L"/", L"b", L"/b"},
-        {L"a", L"../b", L"a/../b"}, {L"", L"/b", L"b"},
+        {L"a", L"b", L"a/b"},
+        {L"a/", L"b", L"a/b"},
+        {L"a\\", L"b", L"a\\b"},
+        {L"a", L"/\\b/", L"a/b/"},
+        {L"", L"b", L"b"},
+        {L"a", L"", L"a"},
+        {L"a", L"//", L"a"},
+        {L"/", L"b", L"/b"},
+        {L"a", L"../b", L"a/../b"},
+        {L"", L"/b", L"b"},
+        {L"a//", L"b", L"a/b"},
+        {L"a\\/\\", L"/b", L"a\\b"},
+        {L"///", L"b", L"/b"},
+        {L"C:\\\\", L"b", L"C:\\b"},
+        {L"C:", L"b", L"C:/b"},
+        {L"a//", L"/", L"a//"},
+        {L"\\\\", L"host", L"\\\\host"},
+        {L"//host//", L"b", L"//host/b"},
+        {L"a//b//", L"c", L"a//b/c"},
     };
     for (const auto& [folder, path, joined] : cases)
         EXPECT_EQ(CPathString(folder) / path, joined) << folder << " " << path;

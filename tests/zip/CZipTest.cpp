@@ -1,6 +1,7 @@
 #include "zip/CZip.h"
 
 #include "base/LittleEndian.h"
+#include "services/FileTypeRegistry.h"
 #include "services/Paths.h"
 #include "tests/support/FailingFileSystem.h"
 #include "tests/support/FileFailure.h"
@@ -646,5 +647,12 @@ TEST(CZip, PathsThroughArchivesAreSplit)
     CXTString<wchar_t> path;
     CXTString<wchar_t> inner;
     EXPECT_FALSE(CZip::ExtractDirInfo(path, inner, 0));
+
+    // Another type may be preferred for an extension of archives.
+    CFileExt other(L"Other", L".zip", XFourCharacterCode("othr"), xFilePreferred);
+    fileRegisterFile(other);
+    path = (folder.WidePath() + L"/a.ZIP/x").c_str();
+    EXPECT_TRUE(CZip::ExtractDirInfo(path, inner, 0));
+    fileUnregisterFile(other.GetClass(), 3);
 }
 } // namespace
