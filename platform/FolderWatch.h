@@ -34,7 +34,7 @@ enum FolderWatchBits : unsigned
     kWatchAttributes = 0x4,
     kWatchSize = 0x8,
     kWatchLastWrite = 0x10,
-    kWatchLastAccess = 0x20,
+    kWatchLastAccess = 0x20, ///< of files
     kWatchCreation = 0x40,
     kWatchSecurity = 0x100
 };

@@ -55,7 +55,7 @@ public:
     static constexpr unsigned int kAttributes = 0x4;
     static constexpr unsigned int kSize = 0x8;
     static constexpr unsigned int kLastWrite = 0x10; ///< Linux reports a time set without a write as kAttributes too
-    static constexpr unsigned int kLastAccess = 0x20;
+    static constexpr unsigned int kLastAccess = 0x20; ///< of files
     static constexpr unsigned int kCreation = 0x40;
     static constexpr unsigned int kSecurity = 0x100;
 
@@ -92,9 +92,10 @@ public:
     /// map, and other threads wait to add to it, until it calls ReleaseChanges.
     const Changes& GetChanges() X_NO_THREAD_SAFETY_ANALYSIS;
     /// The same changes in their order, for a caller that keeps a list of files up to date: unlike the map it has each
-    /// rename as a pair of names, so that renamed folders need not be read again. The thread must hold the changes.
-    /// After some ten thousand changes that were not fetched, the list is one xChangeWholeFolder for each watched
-    /// folder.
+    /// rename as a pair of names, so that renamed folders need not be read again. An old name that the caller does not
+    /// know was created at the moment in which its folder was read: the new name is added then. The thread must hold the
+    /// changes. After some ten thousand changes that were not fetched, the list is one xChangeWholeFolder for each
+    /// watched folder.
     const ChangeList& GetChangeList() const noexcept X_NO_THREAD_SAFETY_ANALYSIS { return m_list; }
     /// Empties the map and the list and releases them. Does nothing on a thread that does not hold them. Always false.
     bool ReleaseChanges() X_NO_THREAD_SAFETY_ANALYSIS;

@@ -7,6 +7,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace tev::platform
 {
@@ -80,8 +81,7 @@ bool FolderTree::Start()
 {
     auto root = std::make_unique<WatchedFolder>(*this, nullptr, std::string());
     m_identity = Find();
-    const int number = NumberOf(*root);
-    const bool started = number >= 0 && Include(*root, number, false);
+    const bool started = Include(*root, false) && root->m_number >= 0;
     const int error = errno;
     m_isLost = !started;
     m_root = started ? std::move(root) : nullptr;
@@ -130,7 +130,7 @@ void FolderTree::Handle(WatchedFolder& folder, const EventBatch& batch, std::siz
         Add(FolderChange::Modified, kWatchContents, folder.PathOf(name));
     if ((event.mask & IN_ATTRIB) != 0)
         Add(FolderChange::Modified, kWatchStatus, folder.PathOf(name));
-    if ((event.mask & IN_ACCESS) != 0)
+    if ((event.mask & IN_ACCESS) != 0 && !IsFolder(event)) // folders are read here, too
         Add(FolderChange::Modified, kWatchLastAccess, folder.PathOf(name));
 }
 
@@ -334,90 +334,111 @@ void FolderTree::EndBatch() noexcept
     m_done.clear();
 }
 
-bool FolderTree::Settle(bool isQuiet)
+bool FolderTree::Settle(const EventBatch& batch, bool isFirst)
 {
     if (m_isLost)
         return true;
-    for (std::size_t i = 0; i < m_unsettled.size() && !m_isLost; ++i)
+    const bool hasRenames = batch.HasRenamedFolders();
+    const std::size_t count = m_unsettled.size(); // without what is watched now
+    for (std::size_t i = 0; i < count && !m_isLost; ++i)
     {
         WatchedFolder* const folder = m_unsettled[i];
         if (folder == nullptr)
             continue;
-        const Settlement settlement = SettleFolder(*folder);
-        if (settlement == Settlement::Waits)
+        const bool isSettled = folder->m_isFresh && !hasRenames ? isFirst : SettleFolder(*folder);
+        if (!isSettled || m_unsettled[i] == nullptr)
             continue;
-        m_unsettled[i] = nullptr;
+        folder->m_isFresh = false;
         folder->m_unsettledAt = WatchedFolder::kSettled;
-        if (settlement == Settlement::Gone && folder->m_parent != nullptr)
-            folder->m_parent->m_folders.erase(std::string(folder->m_name));
+        m_unsettled[i] = nullptr;
     }
     m_unsettled.erase(std::remove(m_unsettled.begin(), m_unsettled.end(), nullptr), m_unsettled.end());
     for (std::size_t i = 0; i < m_unsettled.size(); ++i)
         m_unsettled[i]->m_unsettledAt = i;
-    if (isQuiet && !m_unsettled.empty())
-        Lose(); // no event will explain what is on the disk
-    return m_isLost || m_unsettled.empty();
+    const bool isExplained = std::all_of(m_unsettled.begin(), m_unsettled.end(),
+                                         [](const WatchedFolder* folder) { return folder->m_isFresh; });
+    if (batch.Size() == 0 && !isExplained)
+        Lose();
+    return m_isLost || (isExplained && !hasRenames);
 }
 
-FolderTree::Settlement FolderTree::SettleFolder(WatchedFolder& folder)
+/// Whether the folder is what is at its path, or is gone; a new one is watched, which is settled later.
+bool FolderTree::SettleFolder(WatchedFolder& folder)
 {
+    if (folder.m_number < 0)
+    {
+        if (!Include(folder, true))
+            Lose();
+        return false;
+    }
     const int number = NumberOf(folder);
-    const bool isNew = folder.m_number < 0;
     if (number < 0 && IsLackOfRoom(errno))
         Lose();
-    else if (number < 0 && IsMissing(errno))
-        return isNew ? Settlement::Gone : Settlement::Waits;
-    else if (number < 0)
-        return isNew ? Settlement::Gone : Settlement::Done; // it may not be read
-    else if (!isNew)
-        return folder.m_number == number ? Settlement::Done : Settlement::Waits;
-    else if (!Include(folder, number, true))
-        Lose();
-    return Settlement::Done;
+    return number == folder.m_number || (number < 0 && !IsMissing(errno)); // else it may not be read any more
 }
 
-/// Watches a folder of that number and all beneath; `report` reports what is in them. False, with the error in errno, for
-/// lack of room.
-bool FolderTree::Include(WatchedFolder& folder, int number, bool report)
+/// Watches a new folder and all beneath; `report` reports what is in them. Those that are not at their paths stay
+/// unsettled, those that may not be read are removed. False, with the error in errno, for lack of room.
+bool FolderTree::Include(WatchedFolder& folder, bool report)
 {
-    m_queue.Bind(folder, number);
-    std::vector<WatchedFolder*> waiting;
-    if (!Scan(folder, report, waiting))
-        return false;
+    std::vector<WatchedFolder*> waiting{&folder};
     while (!waiting.empty())
     {
         WatchedFolder& next = *waiting.back();
         waiting.pop_back();
-        // Watched before it is read: what is created meanwhile is then found twice, and not never.
-        const int nextNumber = NumberOf(next);
-        if (nextNumber < 0 && IsLackOfRoom(errno))
-            return false;
-        if (nextNumber < 0)
-        {
-            next.m_parent->m_folders.erase(std::string(next.m_name));
+        if (Watch(next, report, waiting))
             continue;
-        }
-        m_queue.Bind(next, nextNumber);
-        if (!Scan(next, report, waiting))
+        const int error = errno;
+        if (IsLackOfRoom(error))
             return false;
+        if (IsMissing(error))
+            MarkUnsettled(next);
+        else
+            Remove(next);
+        errno = error;
     }
     return true;
 }
 
-bool FolderTree::Scan(WatchedFolder& folder, bool report, std::vector<WatchedFolder*>& found)
+/// False with the error in errno.
+bool FolderTree::Watch(WatchedFolder& folder, bool report, std::vector<WatchedFolder*>& found)
 {
-    if (!m_withSubfolders && !report)
-        return true;
     const std::string path = SystemPath(folder.PathOf(std::string()));
-    const std::unique_ptr<DIR, int (*)(DIR*)> directory(opendir(path.c_str()), closedir);
+    const int links = folder.m_parent == nullptr ? 0 : O_NOFOLLOW;
+    const int descriptor = open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC | links);
+    const std::unique_ptr<DIR, int (*)(DIR*)> directory(descriptor < 0 ? nullptr : fdopendir(descriptor), closedir);
     if (directory == nullptr)
-        return !IsLackOfRoom(errno); // else it was deleted, or may not be read
-    while (const dirent* entry = readdir(directory.get()))
+    {
+        const int error = errno;
+        if (descriptor >= 0)
+            close(descriptor);
+        errno = error;
+        return false;
+    }
+    // By the descriptor, because another folder may be at the path by now.
+    const std::string opened = "/proc/self/fd/" + std::to_string(descriptor);
+    int number = m_queue.NumberOf(opened.c_str(), SystemMask());
+    if (number < 0 && IsMissing(errno))
+        number = NumberOf(folder); // there is no /proc
+    if (number < 0)
+        return false;
+    m_queue.Bind(folder, number);
+    folder.m_isFresh = true;
+    MarkUnsettled(folder);
+    // Watched before it is read: what is created meanwhile is then found twice, and not never.
+    if (m_withSubfolders || report)
+        Read(folder, *directory, report, found);
+    return true;
+}
+
+void FolderTree::Read(WatchedFolder& folder, DIR& directory, bool report, std::vector<WatchedFolder*>& found)
+{
+    while (const dirent* entry = readdir(&directory))
     {
         const std::string name = entry->d_name;
         if (name == "." || name == "..")
             continue;
-        const bool isFolder = IsFolderEntry(dirfd(directory.get()), *entry);
+        const bool isFolder = IsFolderEntry(dirfd(&directory), *entry);
         if (report)
             Add(FolderChange::Added, NameBits(isFolder) | kWatchCreation, folder.PathOf(name));
         if (!isFolder || !m_withSubfolders)
@@ -428,7 +449,12 @@ bool FolderTree::Scan(WatchedFolder& folder, bool report, std::vector<WatchedFol
         child = std::make_unique<WatchedFolder>(*this, &folder, name);
         found.push_back(child.get());
     }
-    return true;
+}
+
+void FolderTree::Remove(WatchedFolder& folder)
+{
+    if (folder.m_parent != nullptr)
+        folder.m_parent->m_folders.erase(std::string(folder.m_name));
 }
 
 int FolderTree::NumberOf(const WatchedFolder& folder) const

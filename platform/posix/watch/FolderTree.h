@@ -13,6 +13,7 @@
 #include <utility>
 #include <vector>
 
+#include <dirent.h>
 #include <sys/types.h>
 
 namespace tev::platform
@@ -40,13 +41,16 @@ struct WatchedFolder : NumberedFolder
     WatchedFolder* m_parent; ///< null for the root, and while the folder is between the two halves of a rename
     std::string m_name;      ///< without a parent the path; that of the root is empty
     std::size_t m_unsettledAt = kSettled; ///< index in the tree's list
+    bool m_isFresh = false;               ///< watched since the last batch
     std::map<std::string, std::unique_ptr<WatchedFolder>> m_folders;
 };
 
 /// The folders of one watch. Events are applied in their order without looking at the disk, where later events may have
-/// happened already. What is new then, or was renamed, is unsettled: once there are no more events, new folders are watched
-/// and read at the paths where they are by then, and renamed ones are compared with the disk. Where the tree turns out to be
-/// wrong, which takes changes at that very moment, it is given up: everything is reported, and it is read again.
+/// happened already. What is new then, or was renamed, is unsettled: after the batch, new folders are watched and read at
+/// the paths that they have by then, and renamed ones are compared with the disk; new ones too, at the next poll, if
+/// folders were renamed meanwhile, since the event of a rename may come later than its effect. Where no event explains a
+/// difference, the tree is given up: everything is reported, and it is read again. That takes renames at the very moment
+/// of a poll.
 /// Used with the lock of all watches held.
 class FolderTree
 {
@@ -67,8 +71,9 @@ public:
     void Handle(WatchedFolder& folder, const EventBatch& batch, std::size_t index);
     /// Between two batches: what the first left incomplete cannot be completed.
     void EndBatch() noexcept;
-    /// Settles what is unsettled. False when events that still wait are needed for that; `isQuiet` says that there are none.
-    bool Settle(bool isQuiet);
+    /// Settles what is unsettled after a batch, which may be empty, the first of a poll or a later one. False when another
+    /// batch is needed for that.
+    bool Settle(const EventBatch& batch, bool isFirst);
     /// Gives the tree up until it is started again.
     void Lose() noexcept;
     std::vector<FolderEvent> TakeChanges() { return m_changes.Take(); }
@@ -86,12 +91,6 @@ private:
         std::string m_name;
         std::string m_path;
         std::unique_ptr<WatchedFolder> m_folder; ///< null for a file, and for a folder that is not watched
-    };
-    enum class Settlement
-    {
-        Done,
-        Gone,
-        Waits ///< for events
     };
 
     void HandleGone(WatchedFolder& folder, std::uint32_t mask);
@@ -113,10 +112,12 @@ private:
     /// A folder of that name is new and must be watched and read.
     void Expect(WatchedFolder& parent, const std::string& name);
     void MarkUnsettled(WatchedFolder& folder);
-    Settlement SettleFolder(WatchedFolder& folder);
+    bool SettleFolder(WatchedFolder& folder);
 
-    bool Include(WatchedFolder& folder, int number, bool report);
-    bool Scan(WatchedFolder& folder, bool report, std::vector<WatchedFolder*>& found);
+    bool Include(WatchedFolder& folder, bool report);
+    bool Watch(WatchedFolder& folder, bool report, std::vector<WatchedFolder*>& found);
+    void Read(WatchedFolder& folder, DIR& directory, bool report, std::vector<WatchedFolder*>& found);
+    void Remove(WatchedFolder& folder);
     int NumberOf(const WatchedFolder& folder) const;
     void Add(FolderChange change, unsigned bits, const std::string& path);
     void AddRename(const std::string& from, const std::string& to, unsigned bits, bool isExchange);

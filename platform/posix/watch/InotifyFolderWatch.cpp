@@ -112,14 +112,14 @@ void WatchedTrees::HandleEvents()
     bool isSettled = false;
     for (int i = 0; !isSettled && i < kMostBatches; ++i)
     {
-        const bool isQuiet = !m_queue.Read(batch);
+        m_queue.Read(batch);
         for (std::size_t event = 0; event < batch.Size(); ++event)
             Handle(batch, event);
         isSettled = true;
         for (FolderTree* tree : m_trees)
         {
             tree->EndBatch();
-            isSettled = tree->Settle(isQuiet) && isSettled;
+            isSettled = tree->Settle(batch, i == 0) && isSettled;
         }
     }
 }

@@ -15,14 +15,13 @@ constexpr std::uint32_t kRename = IN_MOVED_FROM | IN_MOVED_TO;
 constexpr std::size_t kSearched = 64;
 } // namespace
 
-bool EventBatch::Read(int descriptor)
+void EventBatch::Read(int descriptor)
 {
     m_bytes.clear();
-    const bool some = Append(descriptor);
+    Append(descriptor);
     Index();
     if (MayBeIncomplete() && Append(descriptor))
         Index();
-    return some;
 }
 
 bool EventBatch::Append(int descriptor)
@@ -59,6 +58,13 @@ bool EventBatch::MayBeIncomplete() const
                                  std::any_of(m_events.begin(), m_events.end(), [this](const inotify_event* event) {
                                      return (event->mask & IN_MOVED_FROM) != 0 && ArrivalOf(event->cookie) == kNone;
                                  }));
+}
+
+bool EventBatch::HasRenamedFolders() const
+{
+    return std::any_of(m_events.begin(), m_events.end(), [](const inotify_event* event) {
+        return (event->mask & kRename) != 0 && (event->mask & IN_ISDIR) != 0;
+    });
 }
 
 std::size_t EventBatch::ArrivalOf(std::uint32_t cookie) const

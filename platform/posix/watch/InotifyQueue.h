@@ -16,12 +16,13 @@ class EventBatch
 public:
     static constexpr std::size_t kNone = ~std::size_t{0};
 
-    /// Replaces the batch by all events that wait. False when there are none.
-    bool Read(int descriptor);
+    /// Replaces the batch by all events that wait.
+    void Read(int descriptor);
 
     std::size_t Size() const noexcept { return m_events.size(); }
     const inotify_event& operator[](std::size_t index) const noexcept { return *m_events[index]; }
 
+    bool HasRenamedFolders() const;
     /// The second half of a rename, kNone when it is not in the batch.
     std::size_t ArrivalOf(std::uint32_t cookie) const;
     /// The next half of a rename in one of two folders after an event, among the events that follow closely; else kNone.
@@ -56,7 +57,7 @@ public:
     /// Which ends all that the system watches.
     void Close() noexcept;
 
-    bool Read(EventBatch& batch) const { return m_descriptor >= 0 && batch.Read(m_descriptor); }
+    void Read(EventBatch& batch) const { batch.Read(m_descriptor); }
 
     /// The system's number of the folder at a path, which it watches from now on; -1 with the error in errno.
     int NumberOf(const char* path, std::uint32_t mask);
