@@ -3,6 +3,7 @@
 #include "base/NeverDestroyed.h"
 #include "objects/CXCriticalSection.h"
 #include "objects/CXException.h"
+#include "objects/HeldOverFork.h"
 #include "platform/FileInformation.h"
 #include "services/ApplicationNameObserver.h"
 #include "services/CPathString.h"
@@ -24,6 +25,13 @@ ChosenName& Chosen()
     static tev::NeverDestroyed<ChosenName> chosen;
     return chosen.Get();
 }
+
+CXCriticalSection& ChosenLock() noexcept
+{
+    return Chosen().m_lock;
+}
+
+const tev::HeldOverFork<&ChosenLock> g_heldOverFork(tev::platform::ForkRank::ApplicationName);
 } // namespace
 
 CXTString<wchar_t> XGetApplicationName()

@@ -54,7 +54,7 @@ public:
     static constexpr unsigned int kFolderNames = 0x2;
     static constexpr unsigned int kAttributes = 0x4;
     static constexpr unsigned int kSize = 0x8;
-    static constexpr unsigned int kLastWrite = 0x10; ///< Linux reports a time set without a write as kAttributes too
+    static constexpr unsigned int kLastWrite = 0x10;  ///< Linux reports a time set without a write as kAttributes too
     static constexpr unsigned int kLastAccess = 0x20; ///< of files
     static constexpr unsigned int kCreation = 0x40;
     static constexpr unsigned int kSecurity = 0x100;

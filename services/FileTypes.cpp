@@ -4,6 +4,7 @@
 #include "base/NeverDestroyed.h"
 #include "maps/CHashTable.h"
 #include "objects/CXException.h"
+#include "objects/HeldOverFork.h"
 #include "services/BuiltInFileTypes.h"
 #include "services/FoldedCase.h"
 #include "text/TextView.h"
@@ -59,11 +60,6 @@ bool HasAll(unsigned properties, unsigned wanted) noexcept
 
 namespace tev
 {
-namespace
-{
-std::atomic<bool> g_isThere{false};
-}
-
 std::wstring_view ExtensionOf(std::wstring_view path) noexcept
 {
     if (IsUrl(path))
@@ -115,27 +111,48 @@ bool ExtensionMethods::Compare(const Text& stored, LookupKey key) noexcept
                       [](wchar_t a, wchar_t b) { return a == FoldedCase(b); });
 }
 
-FileTypes& FileTypes::Get()
+FileTypes& FileTypes::Instance() noexcept
 {
     static NeverDestroyed<FileTypes> types;
-    g_isThere.store(true, std::memory_order_release);
     return types.Get();
+}
+
+FileTypes& FileTypes::Get()
+{
+    FileTypes& types = Instance();
+    if (!types.m_isFilled.load(std::memory_order_acquire))
+        types.RegisterBuiltIn();
+    return types;
 }
 
 FileTypes* FileTypes::GetIfThere() noexcept
 {
-    return g_isThere.load(std::memory_order_acquire) ? &Get() : nullptr;
+    FileTypes& types = Instance();
+    return types.m_isFilled.load(std::memory_order_acquire) ? &types : nullptr;
 }
 
-FileTypes::FileTypes()
+CXCriticalSection& FileTypes::Lock() noexcept
+{
+    return Instance().m_lock;
+}
+
+namespace
+{
+const HeldOverFork<&FileTypes::Lock> g_heldOverFork(platform::ForkRank::FileTypes);
+}
+
+void FileTypes::RegisterBuiltIn()
 {
     const LockGuard guard(m_lock);
+    if (m_isFilled.load(std::memory_order_relaxed))
+        return;
     for (const BuiltInFileType& row : kBuiltInFileTypes)
     {
         const unsigned loader = (row.m_properties & xFileLoadable) != 0 ? xFileCodeBuiltIn : xFileCodeUnknown;
         const unsigned saver = (row.m_properties & xFileSavable) != 0 ? xFileCodeBuiltIn : xFileCodeUnknown;
         RegisterLocked(CFileExt(row.m_description, row.m_extensions, row.m_class, row.m_properties, loader, saver));
     }
+    m_isFilled.store(true, std::memory_order_release);
 }
 
 void FileTypes::MarkSavableScene(CFileExt& type) noexcept

@@ -4,6 +4,7 @@
 #include "objects/CXCriticalSection.h"
 #include "services/CFileExt.h"
 
+#include <atomic>
 #include <string_view>
 #include <vector>
 
@@ -38,12 +39,12 @@ struct ExtensionMethods
 class FileTypes
 {
 public:
+    /// With the library's own types.
     static FileTypes& Get();
     /// Null before the first call of Get.
     static FileTypes* GetIfThere() noexcept;
 
-    /// Registers the library's own types.
-    FileTypes();
+    static CXCriticalSection& Lock() noexcept;
 
     void Register(const CFileExt& type);
     void Unregister(unsigned fileClass, unsigned mode);
@@ -93,6 +94,8 @@ private:
         unsigned m_order; ///< of registration
     };
 
+    static FileTypes& Instance() noexcept;
+    void RegisterBuiltIn();
     void RegisterLocked(CFileExt type) X_REQUIRES(m_lock);
     void AddClass(const CXTString<wchar_t>& extension, unsigned fileClass, bool isPreferred) X_REQUIRES(m_lock);
     void RemoveClass(unsigned fileClass) X_REQUIRES(m_lock);
@@ -102,6 +105,7 @@ private:
     const std::vector<unsigned>* ClassesOf(const CXTString<wchar_t>& name) const X_REQUIRES(m_lock);
 
     mutable LibraryLock m_lock;
+    std::atomic<bool> m_isFilled{false}; // with the library's own types
     CHashMap<unsigned, unsigned, Entry> m_types X_GUARDED_BY(m_lock);
     unsigned m_registered X_GUARDED_BY(m_lock) = 0;
     // The first class is the default. No list is empty.

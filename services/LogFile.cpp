@@ -5,6 +5,7 @@
 #include "maps/CHashMap.h"
 #include "objects/CXCriticalSection.h"
 #include "objects/CXFileException.h"
+#include "objects/HeldOverFork.h"
 #include "platform/PathNames.h"
 #include "platform/Threads.h"
 #include "services/ApplicationName.h"
@@ -18,6 +19,7 @@
 #include <filesystem>
 #include <memory>
 #include <string>
+#include <utility>
 
 namespace
 {
@@ -226,6 +228,13 @@ unsigned Log::AddTab(bool add)
     }
     return static_cast<unsigned>(tabs->GetLength());
 }
+
+CXCriticalSection& LockOfLog() noexcept
+{
+    return Log::Get().m_lock;
+}
+
+const tev::HeldOverFork<&LockOfLog> g_heldOverFork(tev::platform::ForkRank::LogFile);
 
 bool IsWanted(const void* format) noexcept
 {

@@ -3,6 +3,7 @@
 #include "objects/CXFileException.h"
 #include "platform/Threads.h"
 #include "services/ApplicationName.h"
+#include "services/FileTypeRegistry.h"
 #include "services/StartUp.h"
 #include "tests/support/FailingFileSystem.h"
 #include "tests/support/PrintText.h"
@@ -14,6 +15,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <condition_variable>
 #include <csignal>
 #include <cstdio>
@@ -284,7 +286,9 @@ TEST_F(LogFile, APipeCanBeTheLog)
     char bytes[16];
     const ssize_t size = read(reader, bytes, sizeof bytes);
     close(reader);
-    EXPECT_EQ(std::string(bytes, static_cast<std::size_t>(std::max<ssize_t>(size, 0))), std::string("a\0b\0", 4));
+    EXPECT_EQ(std::string(bytes, static_cast<std::size_t>(std::max<ssize_t>(size, 0))), std::string("\xFF\xFE"
+                                                                                                    "a\0b\0",
+                                                                                                    6));
 }
 
 TEST_F(LogFile, KeepsWhatIsWrittenUntilTheVeryEndOfAProcess)
@@ -320,6 +324,42 @@ TEST_F(LogFile, KeepsWhatIsWrittenUntilTheVeryEndOfAProcess)
                       std::exit(0);
                   }),
               "end of a thread\nexit\n");
+}
+
+TEST_F(LogFile, AChildProcessLogsWhileThreadsOfTheParentDo)
+{
+    ASSERT_TRUE(Open("a.log", xLogCreate, xLogMute));
+    SetLogLevel(0xFF);
+    std::atomic<bool> isDone{false};
+    std::thread other([&] {
+        while (!isDone)
+        {
+            WriteToLogFile(L"parent\n");
+            fileGetClass(L"a.zip");
+            XSetApplicationName(L"tevtools_tests");
+        }
+    });
+    int failures = 0;
+    for (int i = 0; i < 50; ++i)
+    {
+        const pid_t child = fork();
+        if (child == 0)
+        {
+            alarm(20);
+            WriteToLogFile(L"child %d\n", i);
+            _exit(fileGetClass(L"a.zip") != 0 && XGetApplicationName() == L"tevtools_tests" ? 0 : 1);
+        }
+        int status = 0;
+        waitpid(child, &status, 0);
+        failures += status == 0 ? 0 : 1;
+    }
+    isDone = true;
+    other.join();
+    XSetApplicationName(L"");
+    EXPECT_EQ(failures, 0);
+    std::string text = "\n" + Text("a.log");
+    for (int i = 0; i < 50; ++i)
+        EXPECT_NE(text.find("\nchild " + std::to_string(i) + "\n"), text.npos) << i;
 }
 
 using LogFileThread = LogFile;

@@ -70,17 +70,19 @@ TEST(TevArchive, DumpReportsWhereItFails)
         std::string m_bytes;
         const char* m_error;
     } rows[] = {
-        {"\0\0"s, "at offset 00000000: "},
-        {kNewNode + kNoText + "\x09\0"s, "at offset 0000000e: "},
-        {"\xFF\xFF\x01\0\x01\0?"s, "at offset 00000000: what class \"?\" writes is not known"},
-        {"\xFF\xFF\x01\0\xFF\xFF?"s, "at offset 00000000: "},
-        {kNewNode + "\xFF\xFE\xFF\xFF\xFF\xFF\xFF\xFF\xFF\x7F"s, "at offset 0000000a: "},
+        {"\0\0"s, ": at offset 00000000: "},
+        {kNewNode + kNoText + "\x09\0"s, ": at offset 0000000e: "},
+        {"\xFF\xFF\x01\0\x01\0?"s, ": at offset 00000000: the fields of class \"?\", schema 1, are not known"},
+        {"\xFF\xFF\x01\0\xFF\xFF?"s, ": at offset 00000000: "},
+        {kNewNode + "\xFF\xFE\xFF\xFF\xFF\xFF\xFF\xFF\xFF\x7F"s, ": at offset 0000000a: "},
     };
     for (const auto& row : rows)
     {
         folder.WriteFile("broken", row.m_bytes);
-        const TevResult dumped = RunTev({"archive", "dump", folder.Path("broken").string()});
-        EXPECT_THAT(dumped.m_error, StartsWith("tev: " + folder.Path("broken").string() + ": " + row.m_error));
+        const std::string name = folder.Path("broken").string();
+        const TevResult dumped = RunTev({"archive", "dump", name});
+        EXPECT_THAT(dumped.m_error, testing::AllOf(StartsWith("tev: "), HasSubstr(name), HasSubstr(row.m_error)));
+        EXPECT_EQ(dumped.m_error.find(name), dumped.m_error.rfind(name)) << "once";
         EXPECT_EQ(dumped.m_exitCode, 1);
     }
     // Every truncated archive fails, and its complete part is shown.
@@ -97,5 +99,21 @@ TEST(TevArchive, DumpReportsWhereItFails)
         deep += kNoText + "\0\0\x01\0\x01\x80"s;
     EXPECT_THAT(RunTev({"archive", "dump"}, deep).m_error, HasSubstr("objects nest deeper"));
     EXPECT_THAT(RunTev({"archive", "dump", "no such file"}).m_error, HasSubstr("no such file"));
+}
+
+TEST(TevArchive, DumpShowsBytesOfAClassThatIsNotDescribed)
+{
+    // A class that only has its name in common with one of the example's.
+    const std::string later = "\xFF\xFF\x02\0\x04\0Node"s + "0123456789abcdef\0\x80"s;
+    for (const std::string& bytes : {later, "\xFF\xFF\x01\0\x04\0Nine"s + later.substr(10)})
+    {
+        const TevResult dumped = RunTev({"archive", "dump"}, bytes);
+        EXPECT_THAT(dumped.m_output,
+                    testing::EndsWith("0000000a  bytes 30 31 32 33 34 35 36 37 38 39 61 62 63 64 65 66\n"
+                                      "0000001a  bytes 00 80\n"));
+        EXPECT_THAT(dumped.m_error, HasSubstr("--class can describe them"));
+        EXPECT_EQ(dumped.m_exitCode, 1);
+    }
+    EXPECT_EQ(RunTev({"archive", "dump", "--class", "Node=char a"}, later.substr(0, 11)).m_exitCode, 0);
 }
 } // namespace

@@ -1,3 +1,4 @@
+#include "tests/support/TempFolder.h"
 #include "tests/tools/TevRunner.h"
 
 #include <gmock/gmock.h>
@@ -31,5 +32,40 @@ TEST(TevFileTypes, MatchPrintsMatchingNames)
     EXPECT_EQ(found.m_exitCode, 0);
     EXPECT_EQ(RunTev({"match", "x?", "abc"}).m_exitCode, 1);
     EXPECT_EQ(RunTev({"match", "x"}).m_exitCode, 2);
+}
+
+TEST(TevTerminal, TextOfOthersDoesNotControlIt)
+{
+    const TempFolder folder;
+    // An escape, a control of one byte, one of two, an override of the direction, an invalid byte, a bell.
+    const std::string evil = "\x1B[31mA\x9B\xC2\x9B\xE2\x80\xAE\xFF\aB\t\xC3\xA9";
+    const std::string shown = "?[31mA?????B\t\xC3\xA9";
+    const std::string utf8 = "\x1B[31mA\xC2\x9B\xE2\x80\xAE\aB\t\xC3\xA9";
+    const std::string shownUtf8 = "?[31mA???B\t\xC3\xA9";
+    folder.WriteFile("evil", utf8 + "\n");
+    const std::string file = folder.Path("evil").string();
+    const struct
+    {
+        std::vector<std::string> m_words;
+        std::string m_shown, m_raw;
+    } cases[] = {
+        {{"match", "A", evil}, shown, evil},
+        {{"log", "show", file}, shownUtf8, utf8},
+        {{"text", "cat", file}, shownUtf8, utf8},
+        {{"types", evil + ".bmp"}, shown + ".bmp", evil + ".bmp"},
+        {{"text", "cat", "none" + utf8}, "none" + shownUtf8, "none" + utf8},
+        {{evil}, "command " + shown, ""},
+    };
+    for (const auto& [words, printable, raw] : cases)
+    {
+        const std::optional<std::string> text = RunTevOnTerminal(words);
+        if (!text)
+            GTEST_SKIP() << "this system has no terminals";
+        EXPECT_THAT(*text, HasSubstr(printable)) << words[0];
+        std::vector<std::string> rawWords = words;
+        rawWords.emplace_back("--raw");
+        EXPECT_THAT(RunTevOnTerminal(rawWords).value_or(raw), HasSubstr(raw)) << words[0];
+    }
+    EXPECT_EQ(RunTev({"match", "A", evil}).m_output, evil + "\n") << "to a file";
 }
 } // namespace

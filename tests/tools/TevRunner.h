@@ -1,8 +1,10 @@
 #pragma once
 
+#include <algorithm>
 #include <csignal>
 #include <cstdlib>
 #include <functional>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -134,6 +136,29 @@ inline TevResult RunTev(const std::vector<std::string>& arguments, const std::st
     TevProcess process(arguments, pipe.ReadEnd(), fileno(output), fileno(error), prepare);
     const int exitCode = process.Wait();
     return {exitCode, readAll(output), readAll(error)};
+}
+
+/// What the tool prints to a terminal on which it runs, errors too; nothing where this system has no terminals.
+inline std::optional<std::string> RunTevOnTerminal(const std::vector<std::string>& arguments)
+{
+    const int terminal = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    if (terminal < 0 || grantpt(terminal) != 0 || unlockpt(terminal) != 0)
+        return std::nullopt;
+    const int toolsEnd = open(ptsname(terminal), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    std::string text;
+    {
+        TevProcess tool(arguments, -1, toolsEnd, toolsEnd);
+        close(toolsEnd);
+        char buffer[256];
+        for (ssize_t count = 1; count > 0;) // until all copies of the other end are closed
+        {
+            count = read(terminal, buffer, sizeof buffer);
+            text.append(buffer, static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+        }
+        tool.Wait();
+    }
+    close(terminal);
+    return text;
 }
 
 /// Reads until the text arrives, or until nothing arrives for ten seconds.

@@ -213,7 +213,7 @@ TEST_F(TevText, OneBadFileDoesNotStopTheOthers)
         EXPECT_EQ(result.m_exitCode, 1);
         EXPECT_THAT(result.m_error, StartsWith("tev: " + missing + ": "));
         EXPECT_THAT(result.m_error, HasSubstr("\ntev: " + folder + ": "));
-        EXPECT_THAT(result.m_error, AllOf(HasSubstr(": Cannot find missing.\n"), EndsWith(": is a folder\n")));
+        EXPECT_THAT(result.m_error, AllOf(HasSubstr("missing: Cannot find it.\n"), EndsWith(": is a folder\n")));
         EXPECT_EQ(std::count(result.m_error.begin(), result.m_error.end(), '\n'), 2);
         EXPECT_EQ(std::count(result.m_output.begin(), result.m_output.end(), '\n'), 2);
     }

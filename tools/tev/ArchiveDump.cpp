@@ -16,8 +16,7 @@ namespace tev::tool
 {
 namespace
 {
-constexpr unsigned kTextFirstArchiveCause = 0xF1B0; // the library's message texts, one for each cause
-constexpr unsigned kNestingLimit = 2000;            // each level takes some of the stack
+constexpr unsigned kNestingLimit = 2000; // each level takes some of the stack
 constexpr std::size_t kBlockSize = 1024 * 1024;
 
 // The tags of the format, see docs/formats.md.
@@ -26,10 +25,18 @@ constexpr unsigned kLargeNumber = 0x7FFF;
 constexpr unsigned kClassBit16 = 0x8000;
 constexpr unsigned kClassBit32 = 0x80000000;
 
-const char* const kExampleClasses[] = {
-    "Material=text name,float shine@2",
-    "Node=text name,object material,objects children",
+struct ExampleClass
+{
+    const char* m_description;
+    unsigned m_schema;
 };
+
+constexpr ExampleClass kExampleClasses[] = {
+    {"Material=text name,float shine@2", 2},
+    {"Node=text name,object material,objects children", 1},
+};
+constexpr unsigned kAnySchema = ~0u;
+constexpr std::size_t kBytesInLine = 16;
 
 /// Stands for every object of an archive.
 class DumpedObject : public CXObject
@@ -204,6 +211,24 @@ private:
         return value;
     }
 
+    /// The rest of the archive.
+    void DumpBytes(unsigned __int64 from)
+    {
+        const unsigned __int64 offset = m_offset;
+        for (m_offset = from; m_offset < m_bytes.size(); m_offset += kBytesInLine)
+        {
+            std::string line = "bytes";
+            for (const char byte : m_bytes.substr(m_offset, kBytesInLine))
+            {
+                char text[4];
+                std::snprintf(text, sizeof text, " %02X", static_cast<unsigned char>(byte));
+                line += text;
+            }
+            Print(line);
+        }
+        m_offset = offset;
+    }
+
     void DumpNewClass()
     {
         constexpr std::size_t kNameAt = 6;
@@ -215,9 +240,13 @@ private:
         Print("class " + std::to_string(m_numbers.size()) + " " + JsonString(name) + ", schema " +
               std::to_string(schema));
         const auto described = m_classes.find(name);
-        if (described == m_classes.end())
-            throw Failure("", "what class " + JsonString(name) + " writes is not known; --class can tell it");
-        m_types.push_back(std::make_unique<DumpedClass>(name, schema, described->second));
+        if (described == m_classes.end() || schema > described->second.m_lastSchema)
+        {
+            DumpBytes(m_offset + kNameAt + length);
+            throw Failure("", "the fields of class " + JsonString(name) + ", schema " + std::to_string(schema) +
+                                  ", are not known; --class can describe them");
+        }
+        m_types.push_back(std::make_unique<DumpedClass>(name, schema, described->second.m_fields));
         m_numbers.push_back({m_types.back().get(), true});
     }
 
@@ -311,23 +340,27 @@ bool Describe(ClassDescriptions& classes, const std::string& description)
         if (fields.back().m_type == nullptr)
             return false;
     }
-    classes[description.substr(0, equals)] = std::move(fields);
+    classes[description.substr(0, equals)] = {std::move(fields), kAnySchema};
     return true;
 }
 
 ClassDescriptions ExampleClasses()
 {
     ClassDescriptions classes;
-    for (const char* description : kExampleClasses)
-        Describe(classes, description);
+    for (const ExampleClass& example : kExampleClasses)
+    {
+        Describe(classes, example.m_description);
+        const std::string description = example.m_description;
+        classes[description.substr(0, description.find('='))].m_lastSchema = example.m_schema;
+    }
     return classes;
 }
 
 std::string ExampleClassesHelp()
 {
     std::string help;
-    for (const char* description : kExampleClasses)
-        help += "  --class \"" + std::string(description) + "\"\n";
+    for (const ExampleClass& example : kExampleClasses)
+        help += "  --class \"" + std::string(example.m_description) + "\"\n";
     return help;
 }
 
@@ -353,13 +386,10 @@ void DumpArchive(Session& session, const std::string& name, const ClassDescripti
     }
     catch (CXArchiveException* failure)
     {
-        const ArchiveExceptionType cause = failure->GetCause();
+        const bool isTooDeep = failure->GetCause() == archiveGeneric;
+        const std::string text = ArchiveFailureText(*failure);
         failure->Delete();
-        if (cause == archiveGeneric)
-            fail("objects nest deeper than " + std::to_string(kNestingLimit) + " levels");
-        CXTString<wchar_t> text;
-        text.Format(kTextFirstArchiveCause + cause, Widen(name).c_str());
-        fail(Narrow(text));
+        fail(isTooDeep ? "objects nest deeper than " + std::to_string(kNestingLimit) + " levels" : text);
     }
     catch (const Failure& failure)
     {

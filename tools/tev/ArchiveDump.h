@@ -24,7 +24,12 @@ struct Field
     std::string m_name;
     unsigned m_since; ///< the first schema that has the field
 };
-using ClassDescriptions = std::map<std::string, std::vector<Field>>;
+struct ClassDescription
+{
+    std::vector<Field> m_fields;
+    unsigned m_lastSchema; ///< objects of later ones are not described
+};
+using ClassDescriptions = std::map<std::string, ClassDescription>;
 
 /// Adds "NAME=TYPE FIELD[@SCHEMA],...", which replaces an earlier description of the class. False, with no change, when
 /// the description is invalid.
@@ -35,7 +40,8 @@ ClassDescriptions ExampleClasses();
 std::string ExampleClassesHelp();
 std::string FieldTypesHelp();
 
-/// Prints the contents of an archive of objects, a line each with its offset. Throws Failure where it cannot go on.
+/// Prints the contents of an archive of objects, a line each with its offset. What follows an object of a class that is not
+/// described is printed as bytes; then, and where the archive is damaged, throws Failure.
 void DumpArchive(Session& session, const std::string& name, const ClassDescriptions& classes);
 
 } // namespace tev::tool

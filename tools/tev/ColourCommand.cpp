@@ -89,7 +89,7 @@ void Show(Session& session, const Options& options)
     line.Format("#%02X%02X%02X  %s  hue %.4f, saturation %.4f, luminance %.4f\n", (*color)[0], (*color)[1], (*color)[2],
                 Narrow(color->GetRGBString()).c_str(), static_cast<double>(hue), static_cast<double>(saturation),
                 static_cast<double>(luminance));
-    session.m_output.Write(Sample(*color) + static_cast<const char*>(line));
+    session.m_output.WriteBytes(Sample(*color) + static_cast<const char*>(line));
 }
 } // namespace
 

@@ -1,5 +1,6 @@
 #include "tools/tev/CommandLine.h"
 
+#include "tools/tev/System.h"
 #include "tools/tev/Tool.h"
 
 #include <CLI/CLI.hpp>
@@ -45,8 +46,22 @@ std::string UsageErrorText(const CLI::App* tool, const CLI::Error& error)
     while (!command->get_subcommands().empty())
         command = command->get_subcommands().front();
     const bool lacksCommand = command->get_require_subcommand_min() != 0;
-    return "tev: " + (lacksCommand ? MissingCommand(*tool, *command) : error.what()) +
-           "\nRun with --help for more information.\n";
+    const std::string text = "tev: " + (lacksCommand ? MissingCommand(*tool, *command) : error.what()) +
+                             "\nRun with --help for more information.\n";
+    return IsTerminal(kStandardError) ? PrintableText(text) : text;
+}
+
+void AddRawFlags(CLI::App& command, Session& session)
+{
+    const std::vector<CLI::App*> commands = command.get_subcommands(nullptr);
+    for (CLI::App* below : commands)
+        AddRawFlags(*below, session);
+    const auto setRaw = [&session] {
+        session.m_isRaw = true;
+        session.m_output.SetRaw();
+    };
+    if (commands.empty())
+        command.add_flag_callback("--raw", setRaw, "Print control characters of names and texts to a terminal, too");
 }
 } // namespace
 
@@ -197,6 +212,7 @@ std::optional<int> RunCommandLine(int argumentCount, char** arguments, std::init
     tool.failure_message(UsageErrorText);
     for (const AddCommands addFamily : families)
         addFamily(ToolCommand(tool), session);
+    AddRawFlags(tool, session);
 
     try
     {

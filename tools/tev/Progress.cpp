@@ -2,6 +2,7 @@
 
 #include "text/CXTString.h"
 #include "tools/tev/System.h"
+#include "tools/tev/Tool.h"
 
 #include <algorithm>
 #include <utility>
@@ -16,7 +17,7 @@ constexpr double kMegabyte = 1e6;
 } // namespace
 
 Progress::Progress(std::string name, std::uint64_t total, Beside beside)
-    : m_name(std::move(name)),
+    : m_name(PrintableText(name)),
       m_total(total),
       m_wanted(IsTerminal(kStandardError) && !(beside == Beside::kOutput && IsTerminal(kStandardOutput))),
       m_start(Clock::now()),

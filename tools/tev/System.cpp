@@ -58,11 +58,6 @@ private:
     sigset_t m_before;
 };
 
-void ThrowSystemError(const std::string& name)
-{
-    CXFileException::ThrowOsError(fileGeneric, Widen(name).c_str(), nullptr);
-}
-
 mode_t PermissionsFor(const std::filesystem::file_status& existing)
 {
     if (std::filesystem::exists(existing))
@@ -143,6 +138,30 @@ std::filesystem::path SystemPath(const std::string& name)
     return path;
 }
 
+void ThrowSystemError(const std::string& name)
+{
+    CXFileException::ThrowOsError(fileGeneric, Widen(name).c_str(), nullptr);
+}
+
+void RequireFolderOf(const std::string& target)
+{
+    const std::filesystem::path folder = SystemPath(target).parent_path();
+    std::error_code unknown; // is met again when the file is created
+    if (folder.empty() || std::filesystem::exists(folder, unknown) || unknown)
+        return;
+    throw Failure(target, "there is no folder " + folder.string());
+}
+
+void CreateFolder(const std::string& name)
+{
+    std::error_code failure;
+    std::filesystem::create_directories(SystemPath(name), failure);
+    if (!failure)
+        return;
+    errno = failure.value();
+    ThrowSystemError(name);
+}
+
 SpoolFile::SpoolFile() : m_descriptor(-1)
 {
     std::string name = (std::filesystem::temp_directory_path() / "tev-XXXXXX").string();
@@ -199,6 +218,7 @@ Replacement::Replacement(const std::string& target) : m_name(target), m_target(S
             ThrowSystemError(target);
     }
 
+    RequireFolderOf(target);
     const mode_t permissions = PermissionsFor(status);
     std::string path = (m_target.parent_path() / ".tev-XXXXXX").string();
     if (path.size() >= sizeof g_temporaryPath)

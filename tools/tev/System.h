@@ -41,6 +41,14 @@ void ShowErrorLine(const std::string& line);
 /// The system's form of a path, in which both slashes separate folders.
 std::filesystem::path SystemPath(const std::string& name);
 
+/// Throws CXFileException with the system's last error.
+void ThrowSystemError(const std::string& name);
+
+/// Throws Failure that names the folder where that of a file to be written does not exist.
+void RequireFolderOf(const std::string& target);
+/// Creates a folder with those above it where it is missing; throws CXFileException.
+void CreateFolder(const std::string& name);
+
 /// An unnamed temporary file, deleted with the object, for input that cannot be read twice.
 class SpoolFile
 {

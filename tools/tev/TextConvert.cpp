@@ -173,7 +173,7 @@ Notes ConvertToFile(const ConvertOptions& options)
 
 Notes ConvertToOutput(Session& session, const ConvertOptions& options)
 {
-    Notes notes = ConvertInto(options, [&](std::string_view bytes) { session.m_output.Write(bytes); });
+    Notes notes = ConvertInto(options, [&](std::string_view bytes) { session.m_output.WriteBytes(bytes); });
     session.m_output.Flush();
     return notes;
 }

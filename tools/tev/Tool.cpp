@@ -1,6 +1,8 @@
 #include "tools/tev/Tool.h"
 
+#include "objects/CXArchiveException.h"
 #include "objects/CXFileException.h"
+#include "text/Language.h"
 #include "text/TextEncoding.h"
 #include "tools/tev/System.h"
 
@@ -12,18 +14,45 @@ namespace tev::tool
 {
 namespace
 {
-constexpr unsigned kTextFirstFileCause = 0xF1A0; // the library's message texts, one for each cause
+// The library's message texts, one for each cause.
+constexpr unsigned kTextFirstFileCause = 0xF1A0;
+constexpr unsigned kTextFirstArchiveCause = 0xF1B0;
 constexpr unsigned kOutputBufferSize = 256 * 1024;
 
-/// The library's message about a file. The subject before it names the path, so the message has the last component
-/// only.
-std::string FileFailureText(const CXFileException& failure)
+/// The library's message of a cause. What it is about is the subject before it, so it is not named again.
+std::string CauseText(unsigned id)
 {
-    CXFile file;
-    file.SetFilePath(failure.GetFileName());
     CXTString<wchar_t> text;
-    text.Format(kTextFirstFileCause + failure.GetCause(), file.GetFileName().GetConstBuffer());
+    text.Format(id, XGetLanguage() == XLanguage::French ? L"ce fichier" : L"it");
     return Narrow(text);
+}
+
+/// How many bytes the first character of a text has; 0 where it is no UTF-8.
+std::size_t CharacterLength(std::string_view text)
+{
+    const auto first = static_cast<unsigned char>(text.front());
+    const std::size_t length = first < 0x80 ? 1 : first < 0xC2 ? 0 : first < 0xE0 ? 2 : first < 0xF0 ? 3 : 4;
+    CXTString<wchar_t> character;
+    CXTString<char> again;
+    if (length < 2)
+        return length;
+    const bool isValid = length <= text.size() && XDecodeText(text.data(), length, xEncodingUtf8, character) &&
+                         XEncodeText(character.GetConstBuffer(), character.GetLength64(), xEncodingUtf8, again) &&
+                         text.substr(0, length) == std::string_view(again.GetConstBuffer(), again.GetLength64());
+    return isValid ? length : 0;
+}
+
+/// Whether a character controls a terminal, or the direction of the text after it; not for tabs and line feeds.
+bool IsControl(std::string_view character)
+{
+    const auto first = static_cast<unsigned char>(character.front());
+    if (character.size() == 1)
+        return (first < ' ' && first != '\t' && first != '\n') || first == 0x7F;
+    const auto isBetween = [&](std::string_view low, std::string_view high) {
+        return character >= low && character <= high && character.size() == low.size();
+    };
+    return isBetween("\xC2\x80", "\xC2\x9F") || isBetween("\xE2\x80\xA8", "\xE2\x80\xAE") ||
+           isBetween("\xE2\x81\xA6", "\xE2\x81\xA9");
 }
 
 /// Reports the exception that is being handled.
@@ -36,7 +65,13 @@ void ReportCurrentException(Session& session, const std::string& subject)
     catch (CXFileException* failure)
     {
         const CXTString<wchar_t>& name = failure->GetFileName();
-        Report(session, name.IsEmpty() ? subject : Narrow(name), FileFailureText(*failure));
+        Report(session, name.IsEmpty() ? subject : Narrow(name), CauseText(kTextFirstFileCause + failure->GetCause()));
+        failure->Delete();
+    }
+    catch (CXArchiveException* failure)
+    {
+        const CXTString<wchar_t>& name = failure->GetFileName();
+        Report(session, name.IsEmpty() ? subject : Narrow(name), ArchiveFailureText(*failure));
         failure->Delete();
     }
     catch (CXException* failure)
@@ -80,10 +115,31 @@ std::string Narrow(const CXTString<wchar_t>& text)
 
 std::string Printable(const CXTString<wchar_t>& text)
 {
-    std::string result = Narrow(text);
-    for (char& c : result)
-        c = static_cast<unsigned char>(c) < ' ' || c == '\x7F' ? '?' : c;
+    std::string result = PrintableText(Narrow(text));
+    std::replace_if(
+        result.begin(), result.end(), [](char c) { return c == '\t' || c == '\n' || c == '\r'; }, '?');
     return result;
+}
+
+std::string PrintableText(std::string_view text)
+{
+    std::string result;
+    for (std::size_t at = 0; at < text.size();)
+    {
+        const std::size_t length = CharacterLength(text.substr(at));
+        const bool isLineEnd = text[at] == '\r' && text.substr(at + 1, 1) == "\n";
+        if (length != 0 && (isLineEnd || !IsControl(text.substr(at, length))))
+            result += text.substr(at, length);
+        else
+            result += '?';
+        at += std::max<std::size_t>(length, 1);
+    }
+    return result;
+}
+
+std::string ArchiveFailureText(const CXArchiveException& failure)
+{
+    return CauseText(kTextFirstArchiveCause + failure.GetCause());
 }
 
 std::string JsonString(const std::string& text)
@@ -117,11 +173,20 @@ void WriteAll(CXFile& file, std::string_view bytes)
 
 Output::Output() : m_file(CXFile::HandleFromDescriptor(kStandardOutput), true)
 {
+    m_isFiltered = IsTerminal(kStandardOutput);
     m_file.SetBufferSize(kOutputBufferSize);
     m_file.SetFilePath(L"standard output");
 }
 
-void Output::Write(std::string_view bytes)
+void Output::Write(std::string_view text)
+{
+    if (m_isFiltered)
+        WriteBytes(PrintableText(text));
+    else
+        WriteBytes(text);
+}
+
+void Output::WriteBytes(std::string_view bytes)
 {
     try
     {
@@ -151,7 +216,8 @@ void Output::Flush()
 void Report(Session& session, const std::string& subject, const std::string& text)
 {
     Attempt(session, subject, [&] { session.m_output.Flush(); });
-    WriteError("tev: " + subject + ": " + text + "\n");
+    const std::string line = "tev: " + subject + ": " + text + "\n";
+    WriteError(session.m_isRaw || !IsTerminal(kStandardError) ? line : PrintableText(line));
 }
 
 bool Attempt(Session& session, const std::string& subject, const std::function<void()>& work)

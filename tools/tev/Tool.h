@@ -9,6 +9,8 @@
 #include <string_view>
 #include <vector>
 
+class CXArchiveException;
+
 // Common to all commands of the tool: exit codes, output, error messages.
 // Names and texts are UTF-8 `std::string` for the user and the system, wide text for the library.
 namespace tev::tool
@@ -25,8 +27,14 @@ std::wstring Widen(const std::string& text);
 std::string Narrow(const wchar_t* text, std::size_t length);
 std::string Narrow(const CXTString<wchar_t>& text);
 
-/// Text that comes from a file: a terminal gets none of its controls, and a line of output stays one.
+/// A name for one line of a terminal: characters that control it, and line ends, become '?'.
 std::string Printable(const CXTString<wchar_t>& text);
+/// UTF-8 text for a terminal: characters that control it or reverse the order of the text, and invalid bytes, become '?';
+/// tabs and line ends stay.
+std::string PrintableText(std::string_view text);
+
+/// The library's message about the failure, without the name of the archive.
+std::string ArchiveFailureText(const CXArchiveException& failure);
 
 /// The text in quotes, as JSON writes it.
 std::string JsonString(const std::string& text);
@@ -51,14 +59,18 @@ class Output
 public:
     Output();
 
-    void Write(std::string_view bytes);
+    /// UTF-8 text. A terminal gets it printable, unless SetRaw was called.
+    void Write(std::string_view text);
+    void WriteBytes(std::string_view bytes);
     void Flush();
+    void SetRaw() noexcept { m_isFiltered = false; }
     /// True after a failure to write: nothing more is worth doing.
     bool IsBroken() const noexcept { return m_broken; }
 
 private:
     CXStdioFile m_file;
     bool m_broken = false;
+    bool m_isFiltered;
 };
 
 /// The state that commands share during a run of the tool.
@@ -66,6 +78,7 @@ struct Session
 {
     Output m_output;
     int m_exitCode = kExitDone;
+    bool m_isRaw = false; ///< terminals get what controls them, too
 };
 
 /// Prints "tev: subject: text" on the error output, after flushing the standard output, so that both appear in order.

@@ -139,6 +139,8 @@ void RunExtract(Session& session, const Options& options)
 {
     ZipWork work(options.m_archive, zipOpenReadOnly);
     GivePassword(work, options);
+    work.Find(options.m_names); // throws before anything is created
+    CreateFolder(options.m_folder);
     const std::wstring folder = Widen(options.m_folder);
     ForEachEntry(session, options, work, [&](unsigned index) {
         return work.Zip().ExtractFile(index, folder.c_str(), !options.m_flat, nullptr, false);
@@ -147,6 +149,7 @@ void RunExtract(Session& session, const Options& options)
 
 void RunAdd(Session&, const Options& options)
 {
+    RequireFolderOf(options.m_archive);
     const bool exists = fileExists(Widen(options.m_archive).c_str());
     ZipWork work(options.m_archive, exists ? zipOpenReadWrite : zipCreate);
     GivePassword(work, options);

@@ -1,5 +1,6 @@
 #include "platform/FolderWatch.h"
 
+#include "platform/ForkHandlers.h"
 #include "platform/PathNames.h"
 #include "platform/posix/watch/FolderTree.h"
 
@@ -11,8 +12,6 @@
 #include <utility>
 #include <vector>
 
-#include <pthread.h>
-
 namespace tev::platform
 {
 namespace
@@ -20,20 +19,21 @@ namespace
 // While events arrive faster than they are handled, a poll must end all the same.
 constexpr int kMostBatches = 8;
 
-std::mutex g_mutex; // of all that follows
+std::mutex g_mutex; // of the queue and all trees
 
 /// The trees of the process. Whichever watch is polled handles the events of all.
 class WatchedTrees
 {
 public:
+    /// With the mutex held, as all members.
     static WatchedTrees& Get()
     {
-        static WatchedTrees* const trees =
-            new WatchedTrees; // never destroyed: a watch may exist as long as the process
-        return *trees;
+        if (s_trees == nullptr)
+            s_trees = new WatchedTrees; // never destroyed: a watch may exist as long as the process
+        return *s_trees;
     }
 
-    WatchedTrees();
+    static void StartInChild() noexcept;
 
     InotifyQueue& Queue() noexcept { return m_queue; }
     bool Join(FolderTree& tree);
@@ -44,29 +44,29 @@ public:
 private:
     void HandleEvents();
     void Handle(const EventBatch& batch, std::size_t index);
-    void StartAnew() noexcept;
     void LoseAll() noexcept;
 
     InotifyQueue m_queue;
     std::vector<FolderTree*> m_trees;
+
+    static WatchedTrees* s_trees;
 };
 
-// A child made by fork shares the parent's queue, and would take its events and end its watches: it opens one of its
-// own.
-WatchedTrees::WatchedTrees()
+WatchedTrees* WatchedTrees::s_trees = nullptr;
+
+// A child made by fork shares the parent's queue, and would take its events and end its watches: it opens its own.
+void WatchedTrees::StartInChild() noexcept
 {
-    pthread_atfork([] { g_mutex.lock(); }, [] { g_mutex.unlock(); },
-                   [] {
-                       Get().StartAnew();
-                       g_mutex.unlock();
-                   });
+    if (s_trees != nullptr)
+    {
+        s_trees->m_queue.Close();
+        s_trees->LoseAll();
+    }
+    g_mutex.unlock();
 }
 
-void WatchedTrees::StartAnew() noexcept
-{
-    m_queue.Close();
-    LoseAll();
-}
+const ForkHandler g_forkHandler(
+    ForkRank::FolderWatches, [] { g_mutex.lock(); }, [] { g_mutex.unlock(); }, [] { WatchedTrees::StartInChild(); });
 
 void WatchedTrees::LoseAll() noexcept
 {
@@ -142,8 +142,9 @@ class InotifyFolderWatch final : public FolderWatch
 {
 public:
     InotifyFolderWatch(std::string path, bool withSubfolders, unsigned bits)
-        : m_tree(std::make_unique<FolderTree>(WatchedTrees::Get().Queue(), std::move(path), withSubfolders, bits))
     {
+        const std::lock_guard<std::mutex> guard(g_mutex);
+        m_tree = std::make_unique<FolderTree>(WatchedTrees::Get().Queue(), std::move(path), withSubfolders, bits);
     }
     ~InotifyFolderWatch() override
     {
