@@ -76,6 +76,16 @@ public:
         std::atomic_signal_fence(std::memory_order_seq_cst);
     }
 
+    /// In a forked child: the owner, or the helpers, do not exist there, so the rest is to end.
+    void Lose() noexcept { m_state.fetch_or(kClosed | kEnding); }
+    bool IsOfThisThread() const noexcept
+    {
+        const SharedWork* work = t_current;
+        while (work != nullptr && work != this)
+            work = work->m_outer;
+        return work != nullptr;
+    }
+
     // The next three concern all works of the calling thread.
 
     /// The owner is to be ended by force: asks the helpers to return. True when none is left. For signal handlers.
@@ -93,7 +103,7 @@ public:
         for (SharedWork* work = t_current; work != nullptr; work = work->m_outer)
             work->m_state.fetch_or(kOwnerEnded);
     }
-    /// The helpers do not exist in this process, a forked one: what they had begun is not done.
+    /// In a forked child, where the helpers do not exist: what they had begun is not done.
     static void LoseHelpersOfAll() noexcept
     {
         for (SharedWork* work = t_current; work != nullptr; work = work->m_outer)

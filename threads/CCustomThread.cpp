@@ -6,6 +6,7 @@
 #include "objects/CXException.h"
 #include "objects/ThreadStatus.h"
 #include "platform/ComponentRuntime.h"
+#include "platform/ForkHandlers.h"
 #include "platform/Threads.h"
 #include "threads/ThreadRelations.h"
 
@@ -21,10 +22,13 @@ namespace platform = tev::platform;
 using Clock = std::chrono::steady_clock;
 
 constexpr unsigned kPollMs = 10;
+constexpr std::chrono::seconds kFirstReportAfter(1);
+constexpr std::chrono::seconds kReportEvery(10);
 constexpr unsigned kPauseBetweenKillsMs = 100;
 constexpr unsigned kKilledExitCode = 1;
 
 std::atomic<bool> g_stopThreads{false};
+std::atomic<CCustomThread::DelayReport> g_delayReport{nullptr};
 
 /// Every CCustomThread object that exists. Its lock is taken before that of the thread relations, never after it.
 struct Workers
@@ -35,9 +39,23 @@ struct Workers
         return workers.Get();
     }
 
+    static void BeforeFork() X_NO_THREAD_SAFETY_ANALYSIS { Get().lock.Lock(); }
+    static void InParent() X_NO_THREAD_SAFETY_ANALYSIS { Get().lock.Unlock(); }
+    // A forked child has no workers, and those that it makes are not asked to end.
+    static void InChild() X_NO_THREAD_SAFETY_ANALYSIS
+    {
+        Workers& workers = Get();
+        workers.set.Free();
+        g_stopThreads.store(false);
+        workers.lock.Unlock();
+    }
+
     tev::LibraryLock lock;
     CHashTable<CCustomThread*> set X_GUARDED_BY(lock);
 };
+
+const platform::ForkHandler g_forkHandler(platform::ForkRank::LiveThreads, &Workers::BeforeFork, &Workers::InParent,
+                                          &Workers::InChild);
 
 void StopWorkers(bool stop) noexcept
 {
@@ -54,11 +72,25 @@ void Register(CCustomThread* thread)
         CXMemoryException::Throw();
 }
 
+void ReportDelay()
+{
+    const CCustomThread::DelayReport report = g_delayReport.load();
+    CXArray<CXWorkerState> workers;
+    if (report != nullptr && CCustomThread::GetWorkers(workers) != 0)
+        report(workers);
+}
+
 /// False on time-out. No time-out with null.
 bool WaitUntilNoneIsLeft(const Clock::time_point* end)
 {
+    Clock::time_point nextReport = Clock::now() + kFirstReportAfter;
     while (CCustomThread::GetRunningThreadCount() != 0)
     {
+        if (end == nullptr && Clock::now() >= nextReport)
+        {
+            ReportDelay();
+            nextReport = Clock::now() + kReportEvery;
+        }
         unsigned pauseMs = kPollMs;
         if (end != nullptr)
         {
@@ -132,6 +164,26 @@ unsigned int CCustomThread::GetRunningThreadCount()
     return workers.set.GetCount();
 }
 
+unsigned int CCustomThread::GetWorkers(CXArray<CXWorkerState>& workers)
+{
+    workers.RemoveAll();
+    Workers& all = Workers::Get();
+    const tev::LockGuard guard(all.lock);
+    unsigned position = all.set.GetFirst();
+    CCustomThread* worker = nullptr;
+    while (all.set.GetNext(position, worker))
+    {
+        const bool isRunning = worker->IsValidThread() && !worker->HasEnded();
+        workers.Add({worker->GetThreadID(), isRunning, isRunning ? worker->LongOperation() : nullptr});
+    }
+    return static_cast<unsigned>(workers.GetSize());
+}
+
+CCustomThread::DelayReport CCustomThread::SetDelayReport(DelayReport report) noexcept
+{
+    return g_delayReport.exchange(report);
+}
+
 void CCustomThread::AskForThreadsEnd(bool resume)
 {
     StopWorkers(true);
@@ -164,7 +216,11 @@ bool CCustomThread::EndThreads(unsigned int timeoutMs)
     const Clock::time_point end = Clock::now() + std::chrono::milliseconds(timeoutMs);
     AskForThreadsEnd(true);
     if (!WaitUntilNoneIsLeft(&end))
+    {
+        if (timeoutMs != 0)
+            ReportDelay();
         return false;
+    }
     StopWorkers(false);
     return true;
 }

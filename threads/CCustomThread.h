@@ -1,6 +1,15 @@
 #pragma once
 
+#include "arrays/CXArray.h"
 #include "threads/CXThread.h"
+
+/// A worker that exists, as CCustomThread::GetWorkers found it.
+struct CXWorkerState
+{
+    unsigned __int64 m_threadId = 0;   ///< 0 when it was not started
+    bool m_isRunning = false;          ///< started, and not ended
+    const char* m_operation = nullptr; ///< the long operation of the library that it is in, null when in none
+};
 
 /// A worker that the shutdown of the program reaches: every object is registered from its construction to its destruction.
 /// The body checks MustTerminate() regularly and returns when it is true. See docs/threads.md for the shutdown.
@@ -22,6 +31,14 @@ public:
     static bool ThreadsMustTerminate() noexcept;
     /// The number of worker objects, whether their threads run or not.
     static unsigned int GetRunningThreadCount();
+    /// Fills the array with the existing workers, in no order, and returns their number. An operation completes a sentence
+    /// that begins with "the thread is": "in a parallel loop", "unpacking an archive".
+    static unsigned int GetWorkers(CXArray<CXWorkerState>& workers);
+    /// Has `report` called by EndThreads when its time is over, and by WaitEndOfThreads after a second and every ten
+    /// seconds from then on, with the workers that still exist: on the waiting thread, which holds no lock. Null for no
+    /// report. Returns the previous one. InitFerngateApplication sets one that writes to the log.
+    using DelayReport = void (*)(const CXArray<CXWorkerState>& workers);
+    static DelayReport SetDelayReport(DelayReport report) noexcept;
     /// Asks every worker to end, and marks its thread as cancelled. With `resume` suspended workers are resumed, so that
     /// they can see the request.
     static void AskForThreadsEnd(bool resume);
@@ -29,7 +46,8 @@ public:
     /// the workers were asked before. Afterwards new workers may run, unless `keepStopFlag` is true.
     static void WaitEndOfThreads(bool keepStopFlag);
     /// Asks every worker to end, resumes suspended ones, and waits until every worker object is destroyed or the time is
-    /// over, also when they were asked before. True when none is left; new workers may run then.
+    /// over, also when they were asked before. True when none is left; new workers may run then. A time of 0 only asks
+    /// and looks.
     static bool EndThreads(unsigned int timeoutMs);
     /// Kills workers, and the threads that are recorded as their children; with `onlyKillable` only those that have the
     /// flag ThreadHardKillable. The last resort: locks that they hold stay locked. The objects are not deleted, but are no

@@ -128,7 +128,7 @@ CXThread::CXThread(bool (*function)(void*), void* data)
 // rely on it.
 CXThread::~CXThread()
 {
-    const unsigned __int64 id = m_threadId.exchange(0);
+    const unsigned __int64 id = GetThreadID();
     SetSilentThread(false, id);
     SetCancelThread(false, id);
     DetachThread(id);
@@ -220,7 +220,6 @@ bool CXThread::Begin(xThreadPriority priority, unsigned int flags, unsigned __in
         m_state.store(0);
         return false;
     }
-    m_threadId.store(platform::ThreadId(thread));
     m_shared->SetThreadId(platform::ThreadId(thread));
     m_priority.store(platform::SetThreadPriority(thread, LevelOf(priority)) ? priority : xThreadPriority{});
     platform::RetainThread(thread);
@@ -319,6 +318,12 @@ bool CXThread::IsTerminated() const
         return false;
     m_isEndKnown.store(true);
     return true;
+}
+
+unsigned __int64 CXThread::GetThreadID() const noexcept
+{
+    const StartedThread* const thread = ThreadOf(m_handle.load());
+    return thread == nullptr ? 0 : platform::ThreadId(thread);
 }
 
 bool CXThread::GetExitCode(unsigned int& exitCode) const

@@ -80,7 +80,7 @@ public:
     /// Null until the thread is started.
     void* GetThreadHandle() const noexcept { return m_handle.load(); }
     /// The system's identifier, 0 until the thread is started.
-    unsigned __int64 GetThreadID() const noexcept { return m_threadId.load(); }
+    unsigned __int64 GetThreadID() const noexcept;
     /// The priority requested last; 0 when that was refused.
     xThreadPriority GetThreadPriority() const noexcept { return m_priority.load(); }
     bool ShouldCancel() const { return IsFlagSet(ThreadCancel); }
@@ -146,7 +146,7 @@ private:
     bool HasEndReason(EndReason reason) const noexcept;
     /// The thread is also asked to end as long as the flag is set, which is never destroyed.
     void ObeyToo(const std::atomic<bool>& stopOfAll) noexcept;
-    /// The operation that the thread is in, null when in none that takes long.
+    /// The long operation of the library that the thread is in, null when in none.
     const char* LongOperation() const noexcept;
     bool HasEnded() const noexcept;
     bool HasSystemThreadEnded() const noexcept;
@@ -160,7 +160,6 @@ private:
     std::atomic<void*> m_handle{nullptr};
     std::atomic<unsigned int> m_state{0};
     std::atomic<xThreadPriority> m_priority{xThreadPriority{}};
-    std::atomic<unsigned __int64> m_threadId{0};
     const std::shared_ptr<Shared> m_shared; ///< the lock, which the thread needs even after the object is deleted
     std::atomic<unsigned int> m_flags;
     std::atomic<bool> m_isClaimed{false};          ///< a call of BeginThread has started it, or is about to

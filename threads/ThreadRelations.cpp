@@ -5,6 +5,9 @@
 #include "maps/CHashTable.h"
 #include "objects/CXCriticalSection.h"
 #include "objects/ThreadStatus.h"
+#include "platform/ForkHandlers.h"
+#include "platform/Threads.h"
+#include "threads/MainThread.h"
 
 namespace
 {
@@ -23,6 +26,14 @@ public:
         }
         m_ids.Insert(id);
         m_everUsed.store(true, std::memory_order_release);
+    }
+
+    /// Removes all marks but the one to be set.
+    void Reset(bool marked, Id id)
+    {
+        m_ids.Free();
+        if (marked)
+            Mark(true, id);
     }
 
     bool Has(Id id) const { return m_ids.Find(id) != nullptr; }
@@ -91,6 +102,32 @@ public:
         return false;
     }
 
+    static void BeforeFork() X_NO_THREAD_SAFETY_ANALYSIS
+    {
+        Relations& relations = Get();
+        relations.m_lock.Lock();
+        relations.m_forking = tev::platform::CurrentThreadId();
+    }
+    static void InParent() X_NO_THREAD_SAFETY_ANALYSIS { Get().m_lock.Unlock(); }
+    // The child's only thread has another identifier than the one that forked, and keeps its marks. Other identifiers mean
+    // nothing there.
+    static void InChild() X_NO_THREAD_SAFETY_ANALYSIS
+    {
+        Relations& relations = Get();
+        const Id old = relations.m_forking;
+        const Id own = tev::platform::CurrentThreadId();
+        if (tev::ThreadStatus* const status = tev::StatusOfThisThread())
+            status->SetThreadId(own);
+        const bool isCancelled = relations.IsMarked(&Relations::m_cancelled, old);
+        const bool isSilent = relations.IsMarked(&Relations::m_silent, old);
+        relations.m_parents.Free();
+        relations.m_cancelled.Reset(isCancelled, own);
+        relations.m_silent.Reset(isSilent, own);
+        if (tev::MainThreadId() != 0)
+            tev::SetMainThreadId(own);
+        relations.m_lock.Unlock();
+    }
+
     static Relations& Get()
     {
         static tev::NeverDestroyed<Relations> relations;
@@ -105,7 +142,11 @@ private:
 
     mutable tev::LibraryLock m_lock;
     CHashMap<Id, Id, Id> m_parents X_GUARDED_BY(m_lock);
+    Id m_forking X_GUARDED_BY(m_lock) = 0; ///< the thread that forks
 };
+
+const tev::platform::ForkHandler g_forkHandler(tev::platform::ForkRank::ThreadRelations, &Relations::BeforeFork,
+                                               &Relations::InParent, &Relations::InChild);
 } // namespace
 
 void AttachThread(unsigned __int64 child, unsigned __int64 parent)

@@ -4,6 +4,7 @@
 #include "objects/CXCriticalSection.h"
 #include "objects/ResultOr.h"
 #include "objects/ThreadStatus.h"
+#include "platform/ForkHandlers.h"
 #include "platform/SharedWork.h"
 #include "platform/Threads.h"
 #include "threads/WorkerCount.h"
@@ -119,6 +120,30 @@ public:
             tev::platform::WakeOne(m_offers);
     }
 
+    static void BeforeFork() X_NO_THREAD_SAFETY_ANALYSIS { Get().m_lock.Lock(); }
+    static void InParent() X_NO_THREAD_SAFETY_ANALYSIS { Get().m_lock.Unlock(); }
+    // The child's only thread may own teams, or be a helper, which returns soon and ends.
+    static void InChild() X_NO_THREAD_SAFETY_ANALYSIS
+    {
+        Pool& pool = Get();
+        ++pool.m_process;
+        pool.m_threads = 0;
+        pool.m_idle = 0;
+        tev::platform::SharedWork::LoseHelpersOfAll();
+        for (std::shared_ptr<Team>* place = &pool.m_first; *place != nullptr;)
+        {
+            tev::platform::SharedWork& shared = (*place)->m_shared;
+            if (shared.IsOfThisThread())
+            {
+                place = &(*place)->m_next;
+                continue;
+            }
+            shared.Lose();
+            *place = std::shared_ptr<Team>((*place)->m_next);
+        }
+        pool.m_lock.Unlock();
+    }
+
     void Withdraw(Team* team)
     {
         const tev::LockGuard guard(m_lock);
@@ -130,17 +155,18 @@ public:
     }
 
 private:
-    // The argument of a thread is the process that it was started in, counted in forks.
+    static std::uintptr_t NumberOf(void* process) noexcept { return reinterpret_cast<std::uintptr_t>(process); }
+
     bool StartThread() const X_REQUIRES(m_lock)
     {
         const auto run = [](void* process) {
-            while (const std::shared_ptr<Team> team = Get().NextTeam(process))
+            while (const std::shared_ptr<Team> team = Get().NextTeam(NumberOf(process)))
                 team->Help();
             return 0u;
         };
-        const auto discard = [](void* process) noexcept { Get().CountEndedThread(process); };
-        tev::platform::StartedThread* const thread =
-            tev::platform::StartThread({run, discard}, m_process, 0, tev::platform::ThreadOwner::Library);
+        const auto discard = [](void* process) noexcept { Get().CountEndedThread(NumberOf(process)); };
+        tev::platform::StartedThread* const thread = tev::platform::StartThread(
+            {run, discard}, reinterpret_cast<void*>(m_process), 0, tev::platform::ThreadOwner::Library);
         if (thread == nullptr)
             return false;
         tev::platform::ResumeThread(thread);
@@ -148,7 +174,7 @@ private:
         return true;
     }
 
-    void CountEndedThread(const void* process) noexcept
+    void CountEndedThread(std::uintptr_t process) noexcept
     {
         const tev::LockGuard guard(m_lock);
         if (process == m_process)
@@ -156,7 +182,7 @@ private:
     }
 
     /// A team that the calling thread has entered; null when there was none for a while.
-    std::shared_ptr<Team> NextTeam(const void* process)
+    std::shared_ptr<Team> NextTeam(std::uintptr_t process)
     {
         std::uint32_t offers = 0;
         for (bool hasWaited = false;; hasWaited = true)
@@ -196,9 +222,13 @@ private:
     std::shared_ptr<Team> m_first X_GUARDED_BY(m_lock);
     unsigned m_threads X_GUARDED_BY(m_lock) = 0;
     unsigned m_idle X_GUARDED_BY(m_lock) = 0;
-    void* m_process X_GUARDED_BY(m_lock) = nullptr;
+    /// Counts the forks that led to this process, and tells a thread whether it was started in it.
+    std::uintptr_t m_process X_GUARDED_BY(m_lock) = 0;
     std::atomic<std::uint32_t> m_offers{0};
 };
+
+const tev::platform::ForkHandler g_forkHandler(tev::platform::ForkRank::WorkerPool, &Pool::BeforeFork, &Pool::InParent,
+                                               &Pool::InChild);
 } // namespace
 
 tev::Teamwork::Teamwork(unsigned helpers, Work work, void* context) noexcept

@@ -6,11 +6,11 @@
 #include "platform/ContainedFolder.h"
 #include "platform/FileInformation.h"
 #include "platform/FileSystem.h"
+#include "platform/ForcedUnwind.h"
 #include "platform/InputFile.h"
 #include "platform/PathNames.h"
 #include "platform/SystemErrors.h"
 #include "services/Paths.h"
-#include "threads/ThreadRelations.h"
 #include "threads/WorkerCount.h"
 #include "zip/ExtractedFiles.h"
 #include "zip/Password.h"
@@ -271,7 +271,7 @@ bool CMiniZip::ExtractStream(Stream stream, const CXTString<wchar_t>& source, co
             return Fail(Failure::kTooLarge);
         if (!behind.Write(bytes, count))
             return Fail(Failure::kNotWritable);
-        return (!tev::IsThreadAskedToEnd() && ReportProgress(consumed, information.size)) || Fail(Failure::kCancelled);
+        return ReportProgress(consumed, information.size) || Fail(Failure::kCancelled);
     };
     const bool isGZip = stream == Stream::kGZip;
     const tev::platform::UnpackEnding ending =
@@ -373,7 +373,11 @@ bool CMiniZip::ReportProgress(unsigned __int64 processed, unsigned __int64 total
 {
     try
     {
-        return !ShouldCancelThread(0) && OnProgress(processed, total);
+        return !tev::IsThreadAskedToEnd() && OnProgress(processed, total);
+    }
+    catch (const tev::platform::ForcedUnwind&)
+    {
+        throw;
     }
     catch (CXException* exception)
     {

@@ -191,29 +191,34 @@ public:
     }
 
 private:
-    /// Counts a thread that extracts, also where the system ends it meanwhile.
+    /// Counts a thread that extracts. One that the system ends meanwhile ends the work.
     class Activity
     {
     public:
         explicit Activity(Work& work) noexcept : m_work(work) { m_work.m_active.fetch_add(1); }
         ~Activity()
         {
+            if (!m_isDone)
+                m_work.End(Failure::kCancelled);
             m_work.m_active.fetch_sub(1);
             platform::WakeAll(m_work.m_active);
         }
         Activity(const Activity&) = delete;
         Activity& operator=(const Activity&) = delete;
+        void SetDone() noexcept { m_isDone = true; }
 
     private:
         Work& m_work;
+        bool m_isDone = false;
     };
 
     void RunOnThisThread()
     {
         const bool isCaller = platform::CurrentThreadId() == m_caller;
         {
-            const Activity activity(*this);
+            Activity activity(*this);
             ExtractOnThisThread(isCaller);
+            activity.SetDone();
         }
         if (isCaller)
             ReportWhileOthersWork();
@@ -305,7 +310,7 @@ private:
         return false;
     }
 
-    void ReportWhileOthersWork() noexcept
+    void ReportWhileOthersWork()
     {
         for (;;)
         {

@@ -2,7 +2,11 @@
 
 #include "objects/CXCriticalSection.h"
 #include "platform/Threads.h"
+#include "services/StartUp.h"
 #include "tests/support/Eventually.h"
+#include "tests/support/ForkedChild.h"
+#include "tests/support/Sanitized.h"
+#include "threads/ParallelFor.h"
 #include "threads/ThreadRelations.h"
 
 #include <gtest/gtest.h>
@@ -69,13 +73,15 @@ public:
     HoldsItsLock() : CXThread(true) {}
 
     std::atomic<bool> m_holdsIt{false};
+    std::atomic<bool> m_mayEnd{false};
 
 protected:
     bool Run() override
     {
         m_holdsIt = Lock(true);
-        for (;;)
+        while (!m_mayEnd)
             SleepCurrentThread(1);
+        return true;
     }
 };
 
@@ -290,6 +296,133 @@ TEST_F(CCustomThreads, WorkersAreCreatedAndEndWhileTheyAreAskedToEnd)
     stop = true;
     asker.join();
     EXPECT_TRUE(CCustomThread::EndThreads(kLongTimeMs));
+}
+
+TEST_F(CCustomThreads, ExistingOnesAreReported)
+{
+    static std::vector<std::string> reported;
+    const auto before = CCustomThread::SetDelayReport([](const CXArray<CXWorkerState>& workers) {
+        for (int i = 0; i < workers.GetSize(); ++i)
+            reported.push_back(workers[i].m_operation == nullptr ? "" : workers[i].m_operation);
+    });
+    reported.clear();
+    CXArray<CXWorkerState> workers;
+    workers.Add({});
+    EXPECT_EQ(CCustomThread::GetWorkers(workers), 0u);
+    EXPECT_EQ(workers.GetSize(), 0);
+    {
+        const Worker neverStarted;
+        EXPECT_EQ(CCustomThread::GetWorkers(workers), 1u);
+        EXPECT_TRUE(workers[0].m_threadId == 0 && !workers[0].m_isRunning && workers[0].m_operation == nullptr);
+    }
+    std::atomic<bool> isInLoop{false};
+    std::atomic<bool> mayEnd{false};
+    Worker looping([&](Worker& self) {
+        XParallelFor(1, [&](unsigned) {
+            isInLoop = true;
+            Eventually([&mayEnd] { return mayEnd.load(); });
+        });
+        isInLoop = false;
+        UntilAskedToEnd(self);
+    });
+    looping.Begin();
+    ASSERT_TRUE(Eventually([&isInLoop] { return isInLoop.load(); }));
+    ASSERT_EQ(CCustomThread::GetWorkers(workers), 1u);
+    EXPECT_TRUE(workers[0].m_threadId == looping.GetThreadID() && workers[0].m_isRunning);
+    EXPECT_STREQ(workers[0].m_operation, "in a parallel loop");
+    EXPECT_FALSE(CCustomThread::EndThreads(0));
+    EXPECT_EQ(reported, std::vector<std::string>());
+    EXPECT_FALSE(CCustomThread::EndThreads(1));
+    EXPECT_EQ(reported, std::vector<std::string>{"in a parallel loop"});
+    mayEnd = true;
+    ASSERT_TRUE(looping.WaitForEnd(kLongTimeMs));
+    ASSERT_EQ(CCustomThread::GetWorkers(workers), 1u);
+    EXPECT_TRUE(!workers[0].m_isRunning && workers[0].m_operation == nullptr);
+    EXPECT_NE(CCustomThread::SetDelayReport(before), before);
+}
+
+TEST_F(CCustomThreads, WaitingReportsWorkersThatTakeLong)
+{
+    static std::atomic<CCustomThread*> late;
+    const auto before = CCustomThread::SetDelayReport([](const CXArray<CXWorkerState>& workers) {
+        if (workers.GetSize() == 1 && workers[0].m_threadId == late.load()->GetThreadID())
+            late.load()->SetCancel();
+    });
+    Worker* const worker = new Worker([](Worker& self) { Eventually([&self] { return self.ShouldCancel(); }); });
+    late = worker;
+    worker->Begin(0);
+    CCustomThread::WaitEndOfThreads(false);
+    EXPECT_EQ(CCustomThread::GetRunningThreadCount(), 0u) << "it ends only when it was reported";
+    CCustomThread::SetDelayReport(before);
+}
+
+/// What a child must be able to do. Its result says what it could not.
+int UseThreadsInChild(const CXThread& ofParent)
+{
+    if (CCustomThread::GetRunningThreadCount() != 0 || CCustomThread::ThreadsMustTerminate())
+        return 1;
+    if (!ShouldCancelThread(0) || !ShouldCancelThread(CXThread::GetCurrentThreadID()) || IsSilentThread(0))
+        return 2;
+    if (CXThread::GetMainThreadID() != CXThread::GetCurrentThreadID())
+        return 3;
+    if (!ofParent.IsTerminated() || !ofParent.WaitForEnd(0) || ofParent.ShouldCancel())
+        return 4;
+    SetCancelThread(false, 0);
+    Worker worker([](Worker& self) { UntilAskedToEnd(self); });
+    worker.Begin();
+    worker.SetCancel();
+    AttachThread(worker.GetThreadID(), CXThread::GetCurrentThreadID());
+    if (!Eventually([&worker] { return worker.m_isInside.load(); }))
+        return 5;
+    CCustomThread::AskForThreadsEnd(true);
+    std::atomic<unsigned> done{0};
+    if (!worker.WaitForEnd(kLongTimeMs) || !XParallelFor(100, [&done](unsigned) { ++done; }) || done != 100)
+        return 6;
+    return CXThread::BeginThread([](void*) { return true; }, nullptr, xThreadPriorityNormal, 0, 0) == nullptr ? 7 : 0;
+}
+
+TEST_F(CCustomThreads, ForkedChildrenUseThreadsWhateverThoseOfTheParentDo)
+{
+    if (tev::test::kIsSanitized)
+        GTEST_SKIP() << "sanitizers do not follow a fork of several threads";
+    InitFerngateApplication();
+    std::atomic<bool> stop{false};
+    std::vector<std::thread> busy;
+    for (int i = 0; i < 2; ++i)
+    {
+        busy.emplace_back([&stop] {
+            for (unsigned round = 0; !stop; ++round)
+            {
+                Worker worker([](Worker&) {});
+                worker.Begin(round % 2 == 0 ? kOwned : kOwned | kSuspended);
+                AttachThread(worker.GetThreadID(), 1);
+                SetSilentThread(true, worker.GetThreadID());
+                XParallelFor(10, [](unsigned) {});
+                worker.ResumeThread();
+                worker.WaitForEnd(kLongTimeMs);
+            }
+        });
+    }
+    HoldsItsLock ofParent;
+    ASSERT_EQ(CXThread::BeginThread(&ofParent, xThreadPriorityNormal, kOwned, 0), &ofParent);
+    ASSERT_TRUE(Eventually([&ofParent] { return ofParent.m_holdsIt.load(); }));
+    SetCancelThread(true, 0);
+    for (int i = 0; i < 100 && !HasFailure(); ++i)
+        EXPECT_EQ(tev::test::ResultInChild([&ofParent] { return UseThreadsInChild(ofParent); }), 0);
+    // From a thread of the library: its object knows the child's identifier.
+    Worker forking([](Worker& self) {
+        EXPECT_EQ(tev::test::ResultInChild([&self] {
+                      return self.GetThreadID() == CXThread::GetCurrentThreadID() && !self.IsTerminated() ? 0 : 1;
+                  }),
+                  0);
+    });
+    EXPECT_TRUE(forking.Begin().WaitForEnd(kLongTimeMs));
+    SetCancelThread(false, 0);
+    stop = true;
+    for (std::thread& thread : busy)
+        thread.join();
+    ofParent.m_mayEnd = true;
+    EXPECT_TRUE(ofParent.WaitForEnd(kLongTimeMs));
 }
 
 TEST(CWinCustomThread, HoldsTheComponentRuntimeWhereThereIsOne)

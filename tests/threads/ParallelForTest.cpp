@@ -247,6 +247,44 @@ TEST_F(ThreadLoops, WithoutThreadsOrMemoryTheCallerDoesAllAlone)
               0);
 }
 
+TEST_F(ThreadLoops, ForkedChildrenMakeTheirOwnThreads)
+{
+    if (tev::test::kIsSanitized)
+        GTEST_SKIP() << "sanitizers do not follow a fork of several threads";
+    ASSERT_TRUE(IsShared());
+    EXPECT_EQ(tev::test::ResultInChild([] {
+                  Runner runner([] { return IsShared(); });
+                  return IsShared() && runner.Succeeds() ? 0 : 1;
+              }),
+              0);
+    // A fork inside a loop: the child does not have the other threads, so the loop is not complete there.
+    for (const bool isCaller : {true, false})
+    {
+        const unsigned __int64 caller = CXThread::GetCurrentThreadID();
+        const pid_t parent = getpid();
+        std::atomic<unsigned> inside{0};
+        std::atomic<int> result{77};
+        const bool all = XParallelFor(2, [&](unsigned) {
+            ++inside;
+            Eventually([&inside] { return inside == 2; });
+            if ((CXThread::GetCurrentThreadID() == caller) != isCaller)
+                Eventually([&result] { return result != 77; });
+            else if (const pid_t child = fork(); child == 0)
+                alarm(30);
+            else
+            {
+                int status = 0;
+                waitpid(child, &status, 0);
+                result = WIFEXITED(status) ? WEXITSTATUS(status) : tev::test::kChildDied;
+            }
+        });
+        if (getpid() != parent)
+            _exit(!all && IsShared() ? 0 : 1);
+        EXPECT_TRUE(all);
+        EXPECT_EQ(result, 0) << "the child of a helper ends with it";
+    }
+}
+
 /// Where a killed caller's helpers are.
 struct Loops
 {

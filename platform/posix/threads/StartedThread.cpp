@@ -1,6 +1,7 @@
 #include "platform/posix/threads/StartedThread.h"
 
 #include "platform/AddressWait.h"
+#include "platform/ForkHandlers.h"
 #include "platform/ThreadLocks.h"
 #include "platform/Threads.h"
 #include "platform/posix/threads/AlternateStack.h"
@@ -48,6 +49,45 @@ void Delist(StartedThread& thread) noexcept
     if (thread.m_next != nullptr)
         thread.m_next->m_previous = thread.m_previous;
 }
+
+void LockRunning()
+{
+    AddLockWeight(t_threadLocks, kLibraryLockWeight);
+    g_runningLock.lock();
+}
+
+void UnlockRunning()
+{
+    g_runningLock.unlock();
+    TakeLockWeight(t_threadLocks, kLibraryLockWeight);
+}
+
+// Of the threads that run, the child has the one that forked, under another identifier. The others have ended there, for
+// those that hold references to them; what they had is not released.
+void KeepOwnThreadOnly()
+{
+    t_threadId = 0;
+    StartedThread* thread = g_firstRunning;
+    g_firstRunning = nullptr;
+    while (thread != nullptr)
+    {
+        StartedThread& current = *thread;
+        thread = current.m_next;
+        current.m_next = nullptr;
+        current.m_previous = nullptr;
+        if (current.m_number == t_threadLocks.number)
+        {
+            current.m_id.store(static_cast<std::uint32_t>(CurrentThreadId()));
+            g_firstRunning = &current;
+            continue;
+        }
+        current.m_isLost.store(true);
+        current.m_ended.store(1, std::memory_order_release);
+    }
+    UnlockRunning();
+}
+
+const ForkHandler g_forkHandler(ForkRank::StartedThreads, &LockRunning, &UnlockRunning, &KeepOwnThreadOnly);
 
 // No object with a destructor may be in this function: a killed thread jumps back to it from anywhere.
 void RunProcedure(StartedThread& self)
@@ -126,9 +166,6 @@ std::uint64_t CurrentThreadId() noexcept
 {
     if (t_threadId == 0)
     {
-        // The only thread of a forked child has another identifier than the thread that forked.
-        static const int forkHandler = pthread_atfork(nullptr, nullptr, [] { t_threadId = 0; });
-        static_cast<void>(forkHandler);
         t_threadId = static_cast<std::uint64_t>(syscall(SYS_gettid));
     }
     return t_threadId;
@@ -198,7 +235,7 @@ void ReleaseThread(StartedThread* thread) noexcept
     if (thread->m_references.fetch_sub(1, std::memory_order_acq_rel) != 1)
         return;
     // The stack of a raw exit is leaked: a new thread on it would find the thread-specific data of the first.
-    if (!thread->m_hasLeftRawly.load())
+    if (!thread->m_hasLeftRawly.load() && !thread->m_isLost.load())
         pthread_detach(thread->m_thread);
     delete thread;
 }

@@ -42,6 +42,7 @@ struct StartedThread
     std::atomic<bool> m_hasLeftStart{false};
     std::atomic<KillForce> m_killForce{KillForce::None};
     std::atomic<bool> m_wasKilled{false};
+    std::atomic<bool> m_isLost{false};       ///< a thread of the parent, in a forked child
     std::atomic<bool> m_hasLeftRawly{false}; ///< it ended by KillForce::RawExit
     std::atomic<unsigned> m_exitCode{kUnwoundExitCode};
     std::atomic<unsigned> m_killedExitCode{0};
