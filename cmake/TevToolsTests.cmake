@@ -12,7 +12,7 @@ if(TEVTOOLS_SANITIZE MATCHES "address")
         "ASAN_OPTIONS=allocator_may_return_null=1:detect_stack_use_after_return=1:strict_string_checks=1")
 elseif(TEVTOOLS_SANITIZE MATCHES "thread")
     set(test_environment
-        "TSAN_OPTIONS=allocator_may_return_null=1:suppressions=${PROJECT_SOURCE_DIR}/cmake/tsan-suppressions.txt")
+        "TSAN_OPTIONS=allocator_may_return_null=1:die_after_fork=0:suppressions=${PROJECT_SOURCE_DIR}/cmake/tsan-suppressions.txt")
 endif()
 
 # Unit tests link the library's objects, to test hidden symbols too.

@@ -61,7 +61,7 @@ CXTString<wchar_t> NameInArchive(const CPathString& wanted, tev::EntryNames& tak
             tev::platform::WidePathToSystem(name, text) ? tev::SafeEntryName(text) : std::optional<tev::EntryName>();
         return safe && safe->m_path == text && taken.Claim(safe->m_path, false);
     };
-    const CPathString name = wanted.GetFileName();
+    CPathString name = wanted.GetFileName();
     if (claim(name))
         return name;
     // A name that is not safe in an archive does not become so by a number: then another base is used.
