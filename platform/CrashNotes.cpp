@@ -20,8 +20,8 @@ void CrashNotes::Add(const char* key, const char* value) noexcept
 
 void CrashNotes::Add(const char* key, std::uint64_t number) noexcept
 {
-    char text[24];
-    *std::to_chars(text, text + sizeof text - 1, number).ptr = '\0';
+    char text[24] = {};
+    std::to_chars(text, text + sizeof text - 1, number);
     Add(key, text);
 }
 } // namespace tev::platform

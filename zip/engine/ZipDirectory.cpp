@@ -14,7 +14,8 @@ namespace tev::platform
 namespace
 {
 constexpr std::size_t kBlockSize = 64 * 1024;
-constexpr std::size_t kMostEnds = 64; // that are tried
+constexpr std::size_t kMostEnds = 64;     // that are tried
+constexpr std::size_t kSignatureSize = 6; // the mark, and the size of the rest
 
 bool Fail(ZipError& error, ZipFailure failure = ZipFailure::Damaged)
 {
@@ -227,13 +228,36 @@ private:
             m_directory.m_start = *declared;
             return true;
         }
-        const bool mayBeMoved = m_end.m_lastVolume == 0 && m_end.m_size <= m_limit;
-        const std::uint64_t moved = mayBeMoved ? m_limit - m_end.m_size : 0;
-        if (!mayBeMoved || moved < m_end.m_start.m_offset || !isStart(moved))
-            return FailReading(m_error);
-        m_directory.m_start = moved;
-        m_directory.m_shift = moved - m_end.m_start.m_offset;
-        return true;
+        const auto startsBefore = [&](std::uint64_t end) {
+            const std::uint64_t moved = end - m_end.m_size;
+            if (end < m_end.m_size || moved < m_end.m_start.m_offset || !isStart(moved))
+                return false;
+            m_directory.m_start = moved;
+            m_directory.m_shift = moved - m_end.m_start.m_offset;
+            return true;
+        };
+        // The declared size counts a signature or not.
+        const bool isFound =
+            m_end.m_lastVolume == 0 && (startsBefore(m_limit) || startsBefore(FindSignature().value_or(m_limit)));
+        return isFound || FailReading(m_error);
+    }
+
+    /// Where the signature behind the headers begins, if there is one.
+    std::optional<std::uint64_t> FindSignature()
+    {
+        const std::uint64_t longest = kSignatureSize + std::numeric_limits<std::uint16_t>::max();
+        const auto span = static_cast<std::size_t>(std::min(m_limit, longest));
+        ZipBuffer tail;
+        if (span < kSignatureSize || !m_volumes.ReadExactly(m_limit - span, span, tail))
+            return std::nullopt;
+        for (std::size_t at = span - kSignatureSize + 1; at-- > 0;)
+        {
+            const unsigned char* const record = tail.data() + at;
+            if (LoadLittleEndian<std::uint32_t>(record) == kZipSignatureMark &&
+                at + kSignatureSize + LoadLittleEndian<std::uint16_t>(record + 4) == span)
+                return m_limit - span + at;
+        }
+        return std::nullopt;
     }
 
     /// Reads `count` bytes behind those that were read; false, with errno 0, where the directory ends before.
@@ -295,7 +319,6 @@ private:
 
     bool IsAtEnd()
     {
-        constexpr std::size_t kSignatureSize = 6; // the mark, and the size of the rest
         if (m_at == m_limit)
             return true;
         ZipBuffer record;

@@ -69,9 +69,8 @@ std::uint64_t TicksPerSecond() noexcept
 
 void Append(char (&text)[sizeof(DumpFacts::versionText)], const char* word) noexcept
 {
-    const std::size_t length = std::strlen(text);
-    if (length != 0 && length + 1 < sizeof text)
-        std::strcat(text, " ");
+    if (text[0] != '\0')
+        std::strncat(text, " ", sizeof text - std::strlen(text) - 1);
     std::strncat(text, word, sizeof text - std::strlen(text) - 1);
 }
 } // namespace
