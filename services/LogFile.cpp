@@ -5,8 +5,9 @@
 #include "maps/CHashMap.h"
 #include "objects/CXCriticalSection.h"
 #include "objects/CXFileException.h"
-#include "objects/HeldOverFork.h"
+#include "platform/ForkHandlers.h"
 #include "platform/PathNames.h"
+#include "platform/SystemErrors.h"
 #include "platform/Threads.h"
 #include "services/ApplicationName.h"
 #include "services/OpenLog.h"
@@ -27,6 +28,8 @@ using Text = CXTString<wchar_t>;
 using Tabs = CHashMap<unsigned, unsigned, Text>;
 
 constexpr unsigned kThreshold = 0xFF;
+constexpr unsigned kErrorSeekOnDevice = 132;
+constexpr unsigned __int64 kNoPosition = ~0ull;
 constexpr unsigned kCreate = CXFile::modeWrite | CXFile::shareDenyWrite | CXFile::modeCreate | CXFile::typeText |
                              CStdioFileEx::kWriteUtf16 | CStdioFileEx::kUtf16Written;
 
@@ -87,6 +90,10 @@ public:
     void Write(const Text& message);
     unsigned AddTab(bool add);
 
+    static void BeforeFork();
+    static void InParent();
+    static void InChild();
+
     mutable tev::LibraryLock m_lock;
 
 private:
@@ -100,7 +107,8 @@ private:
 
     std::unique_ptr<CStdioFileEx> m_file X_GUARDED_BY(m_lock);
     std::unique_ptr<Tabs> m_tabs X_GUARDED_BY(m_lock); // exists while the file is open
-    bool m_hasLength X_GUARDED_BY(m_lock) = false;     // a pipe or a terminal has none
+    bool m_hasEnd X_GUARDED_BY(m_lock) = false;        // a pipe or a terminal has none
+    unsigned m_forking X_GUARDED_BY(m_lock) = 0;       // the thread that forks
 };
 
 /// The path of a log of that name; throws when its folder cannot be created.
@@ -112,6 +120,16 @@ CPathString LogPath(const Text& name, LogFileMode mode)
     return mode == xLogNumber && fileExists(path) ? fileNextNumberedName(path) : path;
 }
 
+/// The new position; kNoPosition where the file has none. Throws where it cannot be moved: what is written then would
+/// replace earlier messages.
+unsigned __int64 MoveInLog(CStdioFileEx& file, __int64 offset, CXFile::SeekPosition origin)
+{
+    const unsigned __int64 position = file.Seek(offset, origin);
+    if (position == kNoPosition && tev::platform::LastSystemError() != kErrorSeekOnDevice)
+        CXFileException::ThrowOsError(fileBadSeek, file.GetFilePath(), nullptr);
+    return position;
+}
+
 void Log::OpenFile(const Text& name, LogFileMode mode)
 {
     const CPathString path = LogPath(name, mode);
@@ -119,9 +137,7 @@ void Log::OpenFile(const Text& name, LogFileMode mode)
     CXFileException failure;
     if (!file->Open(path, mode == xLogAppend ? kCreate | CXFile::modeNoTruncate : kCreate, &failure))
         CXFileException::Throw(failure.GetCause(), path);
-    if (mode == xLogAppend)
-        file->SeekToEnd();
-    m_hasLength = file->GetLength() != ~0ull;
+    m_hasEnd = MoveInLog(*file, 0, CXFile::end) != kNoPosition;
     m_tabs = std::make_unique<Tabs>();
     PublishPath(&path);
     m_file = std::move(file);
@@ -194,11 +210,11 @@ void Log::Write(const Text& message)
 /// Another program may have cut the file, as log rotation does, or appended to it.
 void Log::GoToEnd()
 {
-    if (!m_hasLength)
+    if (!m_hasEnd)
         return;
-    const unsigned __int64 end = m_file->SeekToEnd();
-    if (end % 2 != 0)
-        m_file->Seek(static_cast<__int64>(end - 1), CXFile::begin); // a character was cut in two
+    const unsigned __int64 end = MoveInLog(*m_file, 0, CXFile::end);
+    if (end != kNoPosition && end % 2 != 0)
+        MoveInLog(*m_file, static_cast<__int64>(end - 1), CXFile::begin); // a character was cut in two
 }
 
 unsigned Log::AddTab(bool add)
@@ -229,12 +245,36 @@ unsigned Log::AddTab(bool add)
     return static_cast<unsigned>(tabs->GetLength());
 }
 
-CXCriticalSection& LockOfLog() noexcept
+void Log::BeforeFork() X_NO_THREAD_SAFETY_ANALYSIS
 {
-    return Log::Get().m_lock;
+    Log& log = Get();
+    log.m_lock.Lock();
+    log.m_forking = ThisThread();
 }
 
-const tev::HeldOverFork<&LockOfLog> g_heldOverFork(tev::platform::ForkRank::LogFile);
+void Log::InParent() X_NO_THREAD_SAFETY_ANALYSIS
+{
+    Get().m_lock.Unlock();
+}
+
+// The child's only thread has another identifier than the one that forked, and keeps its tabs.
+void Log::InChild() X_NO_THREAD_SAFETY_ANALYSIS
+{
+    Log& log = Get();
+    if (log.m_tabs != nullptr)
+    {
+        Text own;
+        if (Text* const tabs = log.m_tabs->Find(log.m_forking))
+            own = std::move(*tabs);
+        log.m_tabs->Free();
+        if (!own.IsEmpty())
+            log.m_tabs->Insert2(ThisThread(), std::move(own));
+    }
+    log.m_lock.Unlock();
+}
+
+const tev::platform::ForkHandler g_forkHandler(tev::platform::ForkRank::LogFile, &Log::BeforeFork, &Log::InParent,
+                                               &Log::InChild);
 
 bool IsWanted(const void* format) noexcept
 {

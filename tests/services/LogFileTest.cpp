@@ -1,11 +1,13 @@
 #include "services/LogFile.h"
 
 #include "objects/CXFileException.h"
+#include "objects/ResultOr.h"
 #include "platform/Threads.h"
 #include "services/ApplicationName.h"
 #include "services/FileTypeRegistry.h"
 #include "services/StartUp.h"
 #include "tests/support/FailingFileSystem.h"
+#include "tests/support/ForkedChild.h"
 #include "tests/support/PrintText.h"
 #include "tests/support/TempFolder.h"
 #include "text/CXTString.h"
@@ -274,12 +276,62 @@ TEST_F(LogFile, MessagesGoToTheEndOfAFileThatOthersChange)
     EXPECT_EQ(Text("a.log"), "tw!\n");
 }
 
+TEST_F(LogFile, WhereTheEndCannotBeFoundNothingIsWritten)
+{
+    const auto write = [](const wchar_t* message) {
+        return tev::ResultOr(false, [message] {
+            WriteToLogFile(message);
+            return true;
+        });
+    };
+    ASSERT_TRUE(Open("a.log", xLogCreate, xLogMute));
+    SetLogLevel(0xFF);
+    EXPECT_TRUE(write(L"one\n"));
+    tev::test::FailingFileSystem fileSystem;
+    fileSystem.FailEach("seek", EIO);
+    EXPECT_FALSE(write(L"two\n"));
+    CloseLogFile();
+    EXPECT_FALSE(Open("a.log", xLogAppend));
+    fileSystem.FailEach("", 0);
+    ASSERT_TRUE(Open("a.log", xLogAppend, xLogMute));
+    SetLogLevel(0xFF);
+    EXPECT_TRUE(write(L"three\n"));
+    EXPECT_EQ(Text("a.log"), "one\nthree\n");
+}
+
+TEST_F(LogFile, TheIndentationOfAThreadThatForksGoesOnInTheChild)
+{
+    ASSERT_TRUE(Open("a.log", xLogCreate, xLogMute));
+    SetLogLevel(2);
+    tev::SetMainThreadId(tev::platform::CurrentThreadId());
+    LogFileAddTab(true);
+    std::thread([] {
+        LogFileAddTab(true);
+        LogFileAddTab(true);
+        EXPECT_EQ(tev::test::ResultInChild([] {
+                      WriteToLogFile(L"child of a worker\n"); // which is the main thread there
+                      return static_cast<int>(LogFileAddTab(false));
+                  }),
+                  1);
+        WriteToLogFile(L"worker\n");
+    }).join();
+    EXPECT_EQ(tev::test::ResultInChild([] {
+                  WriteToLogFile(L"child\n");
+                  LogFileAddTab(true);
+                  LogFileAddTab(true);
+                  WriteToLogFile(L"too deep\n");
+                  return static_cast<int>(LogFileAddTab(false));
+              }),
+              2);
+    EXPECT_EQ(Messages("a.log"), "\t\tchild of a worker\n\tworker\n\tchild\n");
+}
+
 TEST_F(LogFile, APipeCanBeTheLog)
 {
     const std::string path = m_folder.Path("pipe").string();
     ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
     const int reader = open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
-    ASSERT_TRUE(Open("pipe", xLogCreate, xLogMute));
+    ASSERT_TRUE(Open("pipe", xLogAppend, xLogMute));
     SetLogLevel(0xFF);
     WriteToLogFile(L"a");
     WriteToLogFile(L"b");

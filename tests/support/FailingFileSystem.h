@@ -33,6 +33,12 @@ public:
         m_untilFailure = n;
         m_error = error;
     }
+    /// Each operation of that name fails with `error`; an empty name ends this.
+    void FailEach(std::string step, int error)
+    {
+        m_failingStep = std::move(step);
+        m_error = error;
+    }
     /// The disk has room for this many more bytes; a write that does not fit writes a part and fails with ENOSPC.
     void LimitSpace(std::uint64_t bytes) { m_space = bytes; }
     /// Called whenever a folder is about to be locked.
@@ -130,7 +136,7 @@ private:
     bool Fails(const std::string& step)
     {
         m_steps.push_back(step);
-        if (m_untilFailure == 0 || --m_untilFailure != 0)
+        if (step != m_failingStep && (m_untilFailure == 0 || --m_untilFailure != 0))
             return false;
         m_failedStep = step;
         errno = m_error;
@@ -140,6 +146,7 @@ private:
     platform::FileSystem* m_real;
     unsigned m_untilFailure = 0; ///< 0: none is planned
     int m_error = 0;
+    std::string m_failingStep; ///< empty: none
     std::uint64_t m_space = std::numeric_limits<std::uint64_t>::max();
     std::size_t m_transfer = std::numeric_limits<std::size_t>::max();
     std::function<void()> m_atFolderLock;
