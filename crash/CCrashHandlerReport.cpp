@@ -124,6 +124,8 @@ bool CCrashHandler::MakeReport(_CR_EXCEPTION_INFO& info, bool isCrash)
     CrashRegistry::Published written; // copied, because the callback may change what is published
     if (place >= 0)
         written = CrashRegistry::Get().m_published[static_cast<std::size_t>(place)];
+    if (place >= 0)
+        tev::Attempt([&written] { tev::AddMessageTo(written.m_path); });
     _EXCEPTION_POINTERS* const given = info.pexcptrs;
     m_flags &= ~xCrashWithoutPointers;
     if (given == nullptr && GetExceptionPointers(info.code, &info.pexcptrs))

@@ -1,5 +1,6 @@
 #include "crash/CrashFault.h"
 
+#include "base/NeverDestroyed.h"
 #include "crash/CrashPaths.h"
 #include "objects/CXArchiveException.h"
 #include "objects/CXFileException.h"
@@ -16,6 +17,7 @@
 #include <csetjmp>
 #include <ctime>
 #include <exception>
+#include <fstream>
 #include <new>
 
 namespace
@@ -203,6 +205,18 @@ CXTString<wchar_t> ExceptionMessage()
     }
 }
 
+/// Asked for once: it calls code of the program, which may crash, too.
+struct CrashMessage
+{
+    const std::string m_text = g_exception == nullptr ? std::string() : tev::Utf8(ExceptionMessage());
+
+    static const std::string& Get()
+    {
+        static tev::NeverDestroyed<CrashMessage> message;
+        return message.Get().m_text;
+    }
+};
+
 unsigned MillisecondsUntil(Clock::time_point end) noexcept
 {
     const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now()).count();
@@ -287,11 +301,18 @@ int CrashPlaceUsed() noexcept
 void AddCrashNotes(CrashRecord& record)
 {
     AddNotes(g_notes.Bytes(), record);
-    if (g_exception == nullptr)
-        return;
-    const std::string message = Utf8(ExceptionMessage());
+    const std::string& message = CrashMessage::Get();
     if (!message.empty())
         record.m_details.emplace_back(crashdetail::kMessage, message);
+}
+
+void AddMessageTo(const CPathString& recordPath)
+{
+    const std::string& message = CrashMessage::Get();
+    if (message.empty())
+        return;
+    std::ofstream record(SystemFilePath(recordPath), std::ios::binary | std::ios::app);
+    record << crashdetail::kMessage << '\0' << message << '\0';
 }
 
 void SetReportPath(const CPathString& path) noexcept

@@ -26,6 +26,9 @@ bool ExpectsCrashes() noexcept;
 int CrashPlaceUsed() noexcept;
 /// Adds what is known of the crash, on the reporting thread.
 void AddCrashNotes(CrashRecord& record);
+/// Appends what the exception that ended the process says to the record that the crash has left, for the case that another
+/// process finishes the report. On the reporting thread.
+void AddMessageTo(const CPathString& recordPath);
 /// Remembers the path of the report that was made, and writes it to the error output where a host wants that. Too long a
 /// path counts as none.
 void SetReportPath(const CPathString& path) noexcept;

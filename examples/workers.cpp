@@ -48,6 +48,16 @@ void StartInTheBackground()
         CXThread::BeginThread(new CSmoother(kForHours), xThreadPriorityLowest, 0, 0);
 }
 
+void ShowWorkers(const CXArray<CXWorkerState>& workers)
+{
+    for (const CXWorkerState& worker : workers)
+    {
+        const char* const running = worker.m_isRunning ? "running" : "not running";
+        std::cout << "thread " << worker.m_threadId << " is "
+                  << (worker.m_operation != nullptr ? worker.m_operation : running) << "\n";
+    }
+}
+
 bool ShutDown()
 {
     if (CCustomThread::EndThreads(5000))
@@ -76,5 +86,6 @@ int main()
     if (!RunToTheEnd())
         return 1;
     StartInTheBackground();
+    CCustomThread::SetDelayReport(ShowWorkers);
     return ShutDown() ? 0 : 1;
 }

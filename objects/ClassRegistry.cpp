@@ -20,7 +20,13 @@ public:
     void Declare(const CXRuntimeClass* record)
     {
         const tev::LockGuard guard(m_lock);
-        Records& records = m_classes[record->m_name];
+        const auto found = m_classes.find(record->m_name);
+        if (found == m_classes.end())
+        {
+            m_classes.emplace(record->m_name, Records{record});
+            return;
+        }
+        Records& records = found->second;
         records.reserve(records.size() + 1);
         Remove(records, record);
         records.push_back(record);

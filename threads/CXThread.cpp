@@ -18,9 +18,9 @@ using platform::StartedThread;
 X_IMPLEMENT_ABSTRACT_CLASS(CXThread, CXObject, xSchemaNotSerializable)
 
 /// What the object and its thread share; either may exist longer.
-struct CXThread::Shared final : tev::ThreadStatus
+struct tev::SharedThread final : tev::ThreadStatus
 {
-    explicit Shared(CXThread* owner) : object(owner) {}
+    explicit SharedThread(CXThread* owner) : object(owner) {}
 
     bool IsAskedToEnd() const noexcept override
     {
@@ -55,7 +55,7 @@ struct CXThread::Body
     CXThread* object;
     bool (*function)(void*);
     void* data;
-    std::shared_ptr<Shared> shared;
+    std::shared_ptr<tev::SharedThread> shared;
 };
 
 namespace
@@ -88,7 +88,7 @@ int LevelOf(xThreadPriority priority) noexcept
 class CXThread::Body::End
 {
 public:
-    explicit End(Shared& shared) noexcept : m_shared(shared) {}
+    explicit End(tev::SharedThread& shared) noexcept : m_shared(shared) {}
     ~End()
     {
         XDeleteThreadException();
@@ -108,19 +108,19 @@ public:
     End& operator=(const End&) = delete;
 
 private:
-    Shared& m_shared;
+    tev::SharedThread& m_shared;
 };
 
 CXThread::CXThread(bool withoutAutoDelete)
     : m_function(nullptr),
       m_userData(nullptr),
-      m_shared(std::make_shared<Shared>(this)),
+      m_shared(std::make_shared<tev::SharedThread>(this)),
       m_flags(withoutAutoDelete ? 0u : unsigned{ThreadAutoDelete})
 {
 }
 
 CXThread::CXThread(bool (*function)(void*), void* data)
-    : m_function(function), m_userData(data), m_shared(std::make_shared<Shared>(this)), m_flags(0)
+    : m_function(function), m_userData(data), m_shared(std::make_shared<tev::SharedThread>(this)), m_flags(0)
 {
 }
 

@@ -6,6 +6,10 @@
 #include <atomic>
 #include <memory>
 
+namespace tev
+{
+struct SharedThread;
+}
 namespace tev::platform
 {
 struct StartedThread;
@@ -126,7 +130,6 @@ protected:
 
 private:
     friend class CCustomThread;
-    struct Shared;
     struct Body;
 
     static constexpr unsigned int kSuspended = 1;
@@ -160,7 +163,8 @@ private:
     std::atomic<void*> m_handle{nullptr};
     std::atomic<unsigned int> m_state{0};
     std::atomic<xThreadPriority> m_priority{xThreadPriority{}};
-    const std::shared_ptr<Shared> m_shared; ///< the lock, which the thread needs even after the object is deleted
+    const std::shared_ptr<tev::SharedThread>
+        m_shared; ///< the lock, which the thread needs even after the object is deleted
     std::atomic<unsigned int> m_flags;
     std::atomic<bool> m_isClaimed{false};          ///< a call of BeginThread has started it, or is about to
     std::atomic<unsigned __int64> m_starter{0};    ///< the number of the thread that did

@@ -4,6 +4,7 @@
 #include "objects/CXInternetException.h"
 #include "objects/ThreadException.h"
 #include "tests/support/BusyFork.h"
+#include "tests/support/FailingAllocations.h"
 
 #include <gtest/gtest.h>
 
@@ -183,6 +184,27 @@ TEST(CXRuntimeClass, TheLatestDeclarationOfANameHolds)
     EXPECT_FALSE(CXRuntimeClass::DeclareRuntimeClass(nullptr));
     EXPECT_FALSE(CXRuntimeClass::UndeclareRuntimeClass(nullptr));
     EXPECT_EQ(CXRuntimeClass::FindRuntimeClass(nullptr), nullptr);
+}
+
+TEST(CXRuntimeClass, ADeclarationWithoutMemoryLeavesTheOthers)
+{
+    const std::string name = "Another name that is too long to be kept in place";
+    const CXRuntimeClass records[] = {RecordNamed(name.c_str()), RecordNamed(name.c_str())};
+    const CXRuntimeClass* found = nullptr;
+    for (const CXRuntimeClass& record : records)
+    {
+        const unsigned allocations = tev::test::FailEachAllocation([&](tev::test::FailingAllocations& failing) {
+            const bool isDeclared = failing.Run([&] { CXRuntimeClass::DeclareRuntimeClass(&record); });
+            EXPECT_EQ(CXRuntimeClass::FindRuntimeClass(name.c_str()), isDeclared ? &record : found);
+            if (isDeclared)
+                CXRuntimeClass::UndeclareRuntimeClass(&record);
+        });
+        EXPECT_GT(allocations, 0U);
+        CXRuntimeClass::DeclareRuntimeClass(&record);
+        found = &record;
+    }
+    for (const CXRuntimeClass& record : records)
+        CXRuntimeClass::UndeclareRuntimeClass(&record);
 }
 
 TEST(CXRuntimeClass, IsFoundInAChildOfAProcessThatLooksForClasses)

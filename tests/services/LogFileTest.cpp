@@ -6,12 +6,15 @@
 #include "services/ApplicationName.h"
 #include "services/FileTypeRegistry.h"
 #include "services/StartUp.h"
+#include "tests/support/Eventually.h"
 #include "tests/support/FailingFileSystem.h"
 #include "tests/support/ForkedChild.h"
 #include "tests/support/PrintText.h"
 #include "tests/support/TempFolder.h"
 #include "text/CXTString.h"
+#include "threads/CCustomThread.h"
 #include "threads/MainThread.h"
+#include "threads/ParallelFor.h"
 #include "threads/WorkerCount.h"
 
 #include <gtest/gtest.h>
@@ -85,6 +88,8 @@ protected:
 
     TempFolder m_folder;
 };
+
+using LogFileThread = LogFile;
 
 TEST_F(LogFile, OpensOnceWithAHeader)
 {
@@ -234,6 +239,48 @@ TEST_F(LogFile, TheStartOfAnApplicationIsLogged)
     tev::SetMainThreadId(0);
     InitTevTools();
     EXPECT_EQ(GetApplicationMainThreadID(), tev::platform::CurrentThreadId());
+}
+
+TEST_F(LogFileThread, AShutdownThatTakesLongIsLogged)
+{
+    struct Worker : CCustomThread
+    {
+        bool Run() override
+        {
+            XParallelFor(1, [this](unsigned) { tev::test::Eventually([this] { return m_mayEnd.load(); }); });
+            return true;
+        }
+        std::atomic<bool> m_mayEnd{false};
+    };
+    const auto before = CCustomThread::SetDelayReport(nullptr);
+    ASSERT_TRUE(Open("a.log", xLogCreate, xLogMute));
+    InitFerngateApplication();
+    SetLogLevel(0xFF);
+    const auto logOf = [&](const std::string& worker) {
+        EXPECT_FALSE(CCustomThread::EndThreads(1));
+        EXPECT_EQ(Messages("a.log"), "The shutdown waits for 1 workers\n  thread " + worker + "\n");
+        std::filesystem::resize_file(m_folder.Path("a.log"), 0);
+    };
+    {
+        Worker worker;
+        CXThread::BeginThread(&worker, xThreadPriorityNormal, CXThread::kBeginWithoutAutoDelete, 0);
+        const std::string id = std::to_string(worker.GetThreadID());
+        EXPECT_TRUE(tev::test::Eventually([] {
+            CXArray<CXWorkerState> workers;
+            return CCustomThread::GetWorkers(workers) == 1 && workers[0].m_operation != nullptr;
+        }));
+        logOf(id + " is in a parallel loop");
+        worker.m_mayEnd = true;
+        EXPECT_TRUE(worker.WaitForEnd(tev::test::kLongTimeMs));
+        logOf(id + " is ended, but its object is not deleted");
+    }
+    {
+        const Worker worker;
+        logOf("0 is not started, but its object is not deleted");
+    }
+    EXPECT_TRUE(CCustomThread::EndThreads(1));
+    EXPECT_EQ(m_folder.ReadFile("a.log"), "");
+    CCustomThread::SetDelayReport(before);
 }
 
 TEST_F(LogFile, AFullDiskIsReportedAndTheLogGoesOn)
@@ -413,8 +460,6 @@ TEST_F(LogFile, AChildProcessLogsWhileThreadsOfTheParentDo)
     for (int i = 0; i < 50; ++i)
         EXPECT_NE(text.find("\nchild " + std::to_string(i) + "\n"), text.npos) << i;
 }
-
-using LogFileThread = LogFile;
 
 TEST_F(LogFileThread, MessagesOfManyThreadsNeverMix)
 {

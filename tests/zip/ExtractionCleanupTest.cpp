@@ -1,7 +1,12 @@
 #include "zip/CMiniZip.h"
 
+#include "tests/support/Eventually.h"
 #include "tests/support/MiniZipFixture.h"
+#include "threads/CCustomThread.h"
 #include "threads/ThreadRelations.h"
+
+#include <functional>
+#include <utility>
 
 #include <fcntl.h>
 #include <sys/resource.h>
@@ -180,6 +185,67 @@ TEST_F(MiniZip, CancellingLeavesWhatWasComplete)
     EXPECT_FALSE(zip.ExtractZFile(Wide("noise.gz"), Wide("noise"), false));
     EXPECT_FALSE(zip.ExtractZFile(Wide("noise.zst"), Wide("noise"), false));
     EXPECT_TRUE(m_folder.ReadFile("noise") == Noise(1000000)) << "what stood there is as it was";
+}
+
+/// Unpacks on its thread what it was told to, and is marked as to be ended by its first report of progress.
+class MarkedUnpacker : public CCustomThread
+{
+public:
+    std::function<void(MarkedUnpacker&)> m_mark;
+    std::function<bool(CMiniZip&)> m_unpack;
+    bool m_isComplete = true;
+    CXExtractionFailure m_failure{};
+
+protected:
+    bool Run() override
+    {
+        Watched zip;
+        zip.m_watch = [this](unsigned __int64, unsigned __int64) {
+            if (m_mark)
+                std::exchange(m_mark, nullptr)(*this);
+            return true;
+        };
+        m_isComplete = m_unpack(zip);
+        m_failure = zip.GetFailure();
+        return true;
+    }
+};
+
+TEST_F(MiniZip, AThreadThatIsToEndStopsUnpacking)
+{
+    std::vector<RawEntry> entries;
+    for (int i = 0; i < 50; ++i)
+        entries.push_back({std::to_string(i), Noise(20000)});
+    const Text archive = WriteZip(entries);
+    m_folder.WriteFile("noise", Noise(1000000));
+    Shell("gzip " + Path("noise"));
+    OMPSetMaxThreadCount(1); // else the others may be done before this one is asked
+    const std::function<void(MarkedUnpacker&)> marks[] = {
+        [](MarkedUnpacker& self) { self.SetCancel(); }, [](MarkedUnpacker& self) { self.StopThread(); },
+        [](MarkedUnpacker& self) { SetCancelThread(true, self.GetThreadID()); },
+        [](MarkedUnpacker&) { CCustomThread::AskForThreadsEnd(false); }};
+    const std::function<bool(CMiniZip&)> works[] = {
+        [&](CMiniZip& zip) { return zip.ExtractZip(archive, Wide("out"), true); },
+        [&](CMiniZip& zip) { return zip.ExtractZFile(Wide("noise.gz"), Wide("noise"), true); }};
+    for (const auto& mark : marks)
+    {
+        for (const auto& work : works)
+        {
+            MarkedUnpacker unpacker;
+            unpacker.m_mark = mark;
+            unpacker.m_unpack = work;
+            CXThread::BeginThread(&unpacker, xThreadPriorityNormal, CXThread::kBeginWithoutAutoDelete, 0);
+            EXPECT_TRUE(unpacker.WaitForEnd(kLongTimeMs));
+            EXPECT_FALSE(unpacker.m_isComplete);
+            EXPECT_EQ(unpacker.m_failure, CXExtractionFailure::kCancelled);
+        }
+        EXPECT_TRUE(CCustomThread::EndThreads(kLongTimeMs));
+        EXPECT_LT(Files("out").size(), entries.size());
+        for (const auto& [name, bytes] : Files("out"))
+            EXPECT_EQ(bytes.size(), 20000u) << name;
+        fs::remove_all(m_folder.Path("out"));
+    }
+    EXPECT_FALSE(m_folder.Exists("noise"));
 }
 
 /// Runs the extraction in a process that cannot write files beyond a size, as on a full disk; answers its answer.
