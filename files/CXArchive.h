@@ -147,8 +147,8 @@ public:
     void WriteStringLength(unsigned __int64 length, xStringEncoding encoding);
     unsigned __int64 ReadStringLength(xStringEncoding& encoding);
 
-    /// Writes an object with its class the first time and a reference from then on; null is a reference too. Objects are
-    /// distinguished by their address, so they must live until the archive is closed.
+    /// Writes an object with its class once and references from then on; null is a reference too. Objects are told apart by
+    /// their address, so they must live until the archive is closed. Where it fails, reading that far is archiveEndOfFile.
     void WriteObject(const CXObject* object);
     /// Reads what WriteObject wrote. The object belongs to the caller, once, however many references lead to it. With a
     /// requested class, an object of another class is archiveBadClass.

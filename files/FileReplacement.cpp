@@ -28,7 +28,7 @@ FileReplacement::~FileReplacement()
         static_cast<void>(files.Close(m_handle));
     if (m_isNamed)
         static_cast<void>(files.Remove(m_temporary.c_str()));
-    static_cast<void>(files.Close(m_folder));
+    files.UnlockFolder(m_folder);
 }
 
 CXFile& FileReplacement::Begin()

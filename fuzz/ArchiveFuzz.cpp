@@ -4,6 +4,7 @@
 #include "files/CXArchive.h"
 #include "files/CXMemFile.h"
 #include "objects/CXException.h"
+#include "tests/support/BufferedMemFile.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -49,15 +50,6 @@ private:
 X_IMPLEMENT_CLASS(FuzzNode, CXObject, 2 | xSchemaVersionable)
 X_IMPLEMENT_CLASS(FuzzBlock, CXObject, 1)
 
-class UnlentFile : public CXMemFile
-{
-public:
-    using CXMemFile::CXMemFile;
-
-protected:
-    unsigned __int64 BufferCommand(unsigned, unsigned __int64, unsigned char**, unsigned char**) override { return 0; }
-};
-
 void LoadAll(CXFile& file, unsigned mode, unsigned bufferSize)
 {
     CXArchive archive(&file, mode, bufferSize);
@@ -93,7 +85,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     }
     else
     {
-        UnlentFile file(data + 1, size - 1, false);
+        tev::test::BufferedMemFile file(data + 1, size - 1, false);
         LoadAll(file, mode, bufferSize);
     }
     return 0;

@@ -6,6 +6,7 @@
 #include "files/CXMemFile.h"
 #include "objects/CXException.h"
 #include "settings/CCustomData.h"
+#include "tests/support/BufferedMemFile.h"
 #include "values/CXTime.h"
 
 #include <cstddef>
@@ -27,15 +28,6 @@ void Check(bool holds)
     if (!holds)
         std::abort();
 }
-
-class UnlentFile : public CXMemFile
-{
-public:
-    using CXMemFile::CXMemFile;
-
-protected:
-    unsigned __int64 BufferCommand(unsigned, unsigned __int64, unsigned char**, unsigned char**) override { return 0; }
-};
 
 unsigned NaiveChecksum(const unsigned char* bytes, unsigned size)
 {
@@ -175,7 +167,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         return 0;
     }
     case 1: {
-        UnlentFile file(block, blockSize, false);
+        tev::test::BufferedMemFile file(block, blockSize, false);
         LoadAll(file, mode);
         return 0;
     }

@@ -81,9 +81,12 @@ public:
     /// Resolves symbolic links in the last component: the path itself, or the final target, which need not exist.
     [[nodiscard]] virtual bool ResolveLinks(const wchar_t* path, std::wstring& target) = 0;
 
-    /// Waits until no other process or thread holds the lock of the folder that contains the path, and takes it until
-    /// the handle is closed. Fails with ETXTBSY after `timeoutMs`. Locks nothing where the file system has no locks.
+    /// Waits until no other process or thread holds the lock of the folder that contains the path, and takes it. Fails with
+    /// ETXTBSY after `timeoutMs`. Locks nothing where the file system has no locks.
     virtual FileHandle LockFolder(const wchar_t* path, unsigned timeoutMs) = 0;
+
+    /// Releases the lock and closes the handle. A child made by fork meanwhile has a copy of it, but not the lock.
+    virtual void UnlockFolder(FileHandle folder) noexcept = 0;
 
     /// Creates a file for writing, in place of one that may have been left over there. It gets the permissions, the group
     /// and, where the system permits it, the owner of the file at `model`, when there is one; that must be a regular file

@@ -365,14 +365,14 @@ TEST(CXArchiveObjectTest, WhatIsStoredNestsNoDeeperThanWhatIsLoaded)
     {
         CXMemFile file;
         EXPECT_EQ(CauseOfStoringChain(row.m_length, file, row.m_limit), row.m_cause) << row.m_length;
-        if (row.m_cause != kNothingThrown)
-            continue;
+        const bool isWhole = row.m_cause == kNothingThrown;
         file.SeekToBegin();
         CXArchive archive(&file, xArchiveLoad);
         if (row.m_limit != 0)
             archive.SetNestingLimit(row.m_limit);
-        EXPECT_EQ(CauseOf([&] { archive.ReadObject(kNode); }), kNothingThrown) << row.m_length;
-        EXPECT_EQ(archive.GetCreatedObjects().size(), row.m_length);
+        EXPECT_EQ(CauseOf([&] { archive.ReadObject(kNode); }), isWhole ? kNothingThrown : int{archiveEndOfFile})
+            << row.m_length << ": what is not whole does not look so";
+        EXPECT_EQ(archive.GetCreatedObjects().size(), isWhole ? row.m_length : row.m_limit == 0 ? 10000 : row.m_limit);
         DeleteCreated(archive);
     }
     // References do not nest.

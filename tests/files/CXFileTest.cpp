@@ -3,6 +3,7 @@
 #include "objects/CXFileException.h"
 #include "tests/support/FailingFileSystem.h"
 #include "tests/support/FileFailure.h"
+#include "tests/support/OnThreads.h"
 #include "tests/support/TempFolder.h"
 
 #include <gtest/gtest.h>
@@ -342,11 +343,11 @@ TEST(CXFileSharing, LetsOneInWhenManyComeAtOnce)
     std::atomic<int> successes{0};
     std::atomic<bool> overlapped{false};
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-    const auto openOften = [&](unsigned flags) {
+    tev::test::OnThreads(3, [&](int access) { // 0 read, 1 write, 2 both
         for (int left = 100; left > 0 && std::chrono::steady_clock::now() < deadline;)
         {
             CXFile file(false);
-            if (!file.Open(path.c_str(), flags))
+            if (!file.Open(path.c_str(), static_cast<unsigned>(access) | CXFile::shareExclusive))
                 continue;
             overlapped = overlapped || ++holders != 1;
             std::this_thread::yield();
@@ -354,12 +355,7 @@ TEST(CXFileSharing, LetsOneInWhenManyComeAtOnce)
             ++successes;
             --holders;
         }
-    };
-    std::vector<std::thread> threads;
-    for (const unsigned access : {CXFile::modeWrite, CXFile::modeReadWrite, CXFile::modeRead})
-        threads.emplace_back(openOften, access | CXFile::shareExclusive);
-    for (std::thread& thread : threads)
-        thread.join();
+    });
     EXPECT_FALSE(overlapped);
     EXPECT_EQ(successes, 300); // and every thread gets its turn
 }
@@ -409,9 +405,9 @@ TEST(CXFile, ReadsAndWritesAtItsPosition)
     EXPECT_EQ(file.GetFileName(), L"file");
 }
 
-TEST(CXFile, AnswersWithoutAFileAndLendsNoMemory)
+TEST(CXFile, AnswersWithoutAFileAndExposesNoMemory)
 {
-    struct Lending : CXFile
+    struct Exposing : CXFile
     {
         using CXFile::BufferCommand;
         using CXFile::CXFile;
@@ -419,7 +415,7 @@ TEST(CXFile, AnswersWithoutAFileAndLendsNoMemory)
     for (const bool throws : {true, false})
     {
         const int cause = throws ? kNotFound : kNothingThrown; // what the table makes of an invalid handle
-        Lending file(throws);
+        Exposing file(throws);
         unsigned char byte = 0;
         unsigned char* start = nullptr;
         EXPECT_EQ(file.Read(&byte, 1), 0u);

@@ -249,7 +249,7 @@ TEST(CXMemFile, SeeksByItsRules)
     }
 }
 
-TEST(CXMemFile, LendsItsBlock)
+TEST(CXMemFile, ExposesItsBlock)
 {
     MemFile file(16);
     EXPECT_EQ(file.BufferCommand(CXFile::bufferCheck, 0, nullptr, nullptr), 1u);

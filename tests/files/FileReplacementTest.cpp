@@ -12,8 +12,10 @@
 #include <thread>
 
 #include <fcntl.h>
+#include <signal.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 namespace
@@ -51,8 +53,8 @@ TEST(FileReplacement, ReachesTheDiskBeforeItTakesThePlace)
         const std::wstring path = folder.WriteFile("file", "old");
         const FailingFileSystem files;
         Replace(path, naming);
-        std::vector<std::string> expected = {"lock folder", "create", "write",       "sync", "name",
-                                             "close",       "rename", "sync folder", "close"};
+        std::vector<std::string> expected = {"lock folder", "create", "write",       "sync",         "name",
+                                             "close",       "rename", "sync folder", "unlock folder"};
         const std::vector<std::string> steps = files.Steps({expected.begin(), expected.end()});
         const bool isNamed = std::find(steps.begin(), steps.end(), "name") == steps.end();
         EXPECT_TRUE(isNamed || naming == TemporaryName::Own);
@@ -154,6 +156,26 @@ TEST(FileReplacement, RemovesWhatEndedProcessesLeft)
     Replace(path, TemporaryName::Own);
     expected.erase(".tevtools-99-2.tmp");
     EXPECT_EQ(NamesIn(folder), expected);
+}
+
+TEST(FileReplacement, LeavesNoLockToAChildThatIsMadeMeanwhile)
+{
+    const TempFolder folder;
+    const std::wstring path = folder.WriteFile("file", "old");
+    pid_t child = 0;
+    {
+        const FileReplacement replacement(path.c_str());
+        child = fork();
+        if (child == 0)
+        {
+            alarm(60);
+            pause();
+            _exit(0);
+        }
+    }
+    EXPECT_EQ(Thrown([&] { Replace(path, TemporaryName::Own); }), kNothingThrown);
+    kill(child, SIGKILL);
+    EXPECT_EQ(waitpid(child, nullptr, 0), child);
 }
 
 TEST(FileReplacement, KeepsPermissionsAndLinks)

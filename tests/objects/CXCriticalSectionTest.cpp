@@ -1,10 +1,9 @@
 #include "objects/CXSingleLock.h"
+#include "tests/support/OnThreads.h"
 
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <thread>
-#include <vector>
 
 namespace
 {
@@ -36,15 +35,6 @@ bool IsFree(CXCriticalSection& lock)
     return taken;
 }
 
-void RunOnThreads(int count, const std::function<void()>& body)
-{
-    std::vector<std::thread> threads;
-    for (int i = 0; i < count; ++i)
-        threads.emplace_back(body);
-    for (std::thread& thread : threads)
-        thread.join();
-}
-
 TEST(CXCriticalSectionThreads, TheOwnerMayLockAgain)
 {
     CXCriticalSection lock;
@@ -65,7 +55,7 @@ TEST(CXCriticalSectionThreads, OneThreadIsInsideAtATime)
 {
     CXCriticalSection lock;
     int plain = 0;
-    RunOnThreads(4, [&] {
+    tev::test::OnThreads(4, [&](int) {
         for (int i = 0; i < 5000; ++i)
         {
             const tev::LockGuard outer(lock);
@@ -90,7 +80,7 @@ TEST(CXCriticalSectionThreads, MayBeDestroyedByTheNextOwner)
     for (int round = 0; round < 300; ++round)
     {
         auto* const shared = new Shared;
-        RunOnThreads(2, [shared] {
+        tev::test::OnThreads(2, [shared](int) {
             shared->lock.Lock();
             const bool last = --shared->users == 0;
             shared->lock.Unlock();

@@ -5,6 +5,7 @@
 #include "tests/support/BusyFork.h"
 #include "tests/support/EnvironmentVariable.h"
 #include "tests/support/FileFailure.h"
+#include "tests/support/OnThreads.h"
 #include "text/Language.h"
 
 #include <gtest/gtest.h>
@@ -243,20 +244,14 @@ TEST(CXException, WorksInAChildOfAProcessThatThrows)
 
 TEST(CXException, ThreadsRecordAtTheSameTime)
 {
-    std::vector<std::thread> threads(8);
-    for (std::thread& thread : threads)
-    {
-        thread = std::thread([] {
-            for (int i = 0; i < 500; ++i)
-            {
-                auto* exception = new CountedException;
-                XSetThreadException(exception);
-                i % 2 == 0 ? XDeleteThreadException() : exception->Delete();
-            }
-        });
-    }
-    for (std::thread& thread : threads)
-        thread.join();
+    tev::test::OnThreads(8, [](int) {
+        for (int i = 0; i < 500; ++i)
+        {
+            auto* exception = new CountedException;
+            XSetThreadException(exception);
+            i % 2 == 0 ? XDeleteThreadException() : exception->Delete();
+        }
+    });
     EXPECT_EQ(g_living, 0);
 }
 

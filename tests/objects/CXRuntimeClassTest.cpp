@@ -5,6 +5,7 @@
 #include "objects/ThreadException.h"
 #include "tests/support/BusyFork.h"
 #include "tests/support/FailingAllocations.h"
+#include "tests/support/OnThreads.h"
 
 #include <gtest/gtest.h>
 
@@ -12,7 +13,6 @@
 #include <cstring>
 #include <memory>
 #include <string>
-#include <thread>
 #include <vector>
 
 namespace
@@ -216,20 +216,14 @@ TEST(CXRuntimeClass, IsFoundInAChildOfAProcessThatLooksForClasses)
 TEST(CXRuntimeClass, ThreadsDeclareAtTheSameTime)
 {
     std::atomic<int> failures{0};
-    std::vector<std::thread> threads(4);
-    for (std::thread& thread : threads)
-    {
-        thread = std::thread([&failures] {
-            const CXRuntimeClass own = RecordNamed("OfAllThreads");
-            for (int i = 0; i < 2000; ++i)
-            {
-                const XClassDeclaration declaration(&own);
-                failures += CXRuntimeClass::FindRuntimeClass("OfAllThreads") == nullptr;
-            }
-        });
-    }
-    for (std::thread& thread : threads)
-        thread.join();
+    tev::test::OnThreads(4, [&failures](int) {
+        const CXRuntimeClass own = RecordNamed("OfAllThreads");
+        for (int i = 0; i < 2000; ++i)
+        {
+            const XClassDeclaration declaration(&own);
+            failures += CXRuntimeClass::FindRuntimeClass("OfAllThreads") == nullptr;
+        }
+    });
     EXPECT_EQ(failures, 0);
     EXPECT_EQ(CXRuntimeClass::FindRuntimeClass("OfAllThreads"), nullptr);
 }

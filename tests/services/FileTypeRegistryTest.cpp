@@ -3,6 +3,7 @@
 #include "services/BuiltInFileTypes.h"
 #include "services/CFileNameSpec.h"
 #include "services/FileWildcards.h"
+#include "tests/support/OnThreads.h"
 #include "tests/support/PrintText.h"
 #include "tests/support/TempFolder.h"
 
@@ -12,8 +13,6 @@
 #include <clocale>
 #include <cstdlib>
 #include <string>
-#include <thread>
-#include <vector>
 
 namespace
 {
@@ -57,11 +56,7 @@ CFileExt TypeOf(unsigned fileClass)
 TEST(FileTypeRegistry, KnowsItsTypesFromTheFirstCallOnFromAnyThread)
 {
     std::atomic<int> right{0};
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 4; ++i)
-        threads.emplace_back([&right] { right += fileGetClass(L"a.gz") == Code("GZ  ") ? 1 : 0; });
-    for (std::thread& thread : threads)
-        thread.join();
+    tev::test::OnThreads(4, [&right](int) { right += fileGetClass(L"a.gz") == Code("GZ  ") ? 1 : 0; });
     EXPECT_EQ(right, 4);
 }
 

@@ -9,6 +9,7 @@
 #include "tests/support/Eventually.h"
 #include "tests/support/FailingFileSystem.h"
 #include "tests/support/ForkedChild.h"
+#include "tests/support/OnThreads.h"
 #include "tests/support/PrintText.h"
 #include "tests/support/TempFolder.h"
 #include "text/CXTString.h"
@@ -21,16 +22,14 @@
 
 #include <algorithm>
 #include <atomic>
-#include <condition_variable>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <mutex>
+#include <future>
 #include <string>
 #include <thread>
-#include <vector>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -466,24 +465,18 @@ TEST_F(LogFileThread, MessagesOfManyThreadsNeverMix)
     ASSERT_TRUE(Open("a.log", xLogCreate, 0x20));
     constexpr int kThreads = 4;
     constexpr int kMessages = 200;
-    std::vector<std::thread> threads;
-    for (int thread = 0; thread < kThreads; ++thread)
-    {
-        threads.emplace_back([thread] {
-            for (int message = 0; message < kMessages; ++message)
-            {
-                LogFileAddTab(true);
-                LogLock(true);
-                WriteToLogFile(L"%d first\n", thread);
-                SetLogLevel(0x20);
-                WriteToLogFile(3U, "%d second\n", thread);
-                LogLock(false);
-                LogFileAddTab(false);
-            }
-        });
-    }
-    for (std::thread& thread : threads)
-        thread.join();
+    tev::test::OnThreads(kThreads, [](int thread) {
+        for (int message = 0; message < kMessages; ++message)
+        {
+            LogFileAddTab(true);
+            LogLock(true);
+            WriteToLogFile(L"%d first\n", thread);
+            SetLogLevel(0x20);
+            WriteToLogFile(3U, "%d second\n", thread);
+            LogLock(false);
+            LogFileAddTab(false);
+        }
+    });
     const std::string text = Messages("a.log");
     std::size_t position = 0;
     for (int pair = 0; pair < kThreads * kMessages; ++pair)
@@ -503,21 +496,12 @@ TEST_F(LogFileThread, AHeldLockKeepsOthersWaiting)
     ASSERT_TRUE(Open("a.log"));
     LogLock(true);
     WriteToLogFile(L"first\n");
-    std::mutex mutex;
-    std::condition_variable started;
-    bool isStarted = false;
+    std::promise<void> started;
     std::thread other([&] {
-        {
-            const std::lock_guard<std::mutex> guard(mutex);
-            isStarted = true;
-        }
-        started.notify_one();
+        started.set_value();
         WriteToLogFile(L"other\n");
     });
-    {
-        std::unique_lock<std::mutex> guard(mutex);
-        started.wait(guard, [&] { return isStarted; });
-    }
+    started.get_future().wait();
     for (int i = 0; i < 100; ++i)
         WriteToLogFile(L"x");
     WriteToLogFile(L"\n");

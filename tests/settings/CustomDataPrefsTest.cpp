@@ -1,15 +1,13 @@
 #include "settings/CCustomData.h"
-#include "settings/PreferenceFile.h"
-#include "settings/PreferenceRecords.h"
 #include "tests/support/FailingAllocations.h"
 #include "tests/support/FailingFileSystem.h"
 #include "tests/support/FileFailure.h"
-#include "tests/support/TempFolder.h"
+#include "tests/support/ForkedChild.h"
+#include "tests/support/OnThreads.h"
+#include "tests/support/PreferenceFiles.h"
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <array>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -20,60 +18,14 @@
 #include <vector>
 
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 namespace
 {
 using namespace std::string_literals;
-using tev::test::FailingFileSystem;
-using tev::test::kNothingThrown;
-using tev::test::TempFolder;
-using tev::test::Thrown;
+using namespace tev::test;
 using Bytes = std::string;
-using Keys = std::pair<unsigned, unsigned>;
-using Records = std::vector<XPreferenceRecord>;
 namespace fs = std::filesystem;
-
-constexpr unsigned kValue = 7;
-
-CCustomData Holding(int value)
-{
-    CCustomData store;
-    store.SetInt(kValue, value);
-    return store;
-}
-
-/// What stands in the file under the keys, -1 for nothing.
-int Saved(const std::wstring& path, Keys keys)
-{
-    CCustomData store;
-    int value = -1;
-    if (store.LoadFromPrefs(path.c_str(), keys.first, keys.second, false))
-        store.GetInt(kValue, value, -1);
-    return value;
-}
-
-bool Save(const std::wstring& path, Keys keys, int value)
-{
-    return Holding(value).SaveToPrefs(path.c_str(), keys.first, keys.second);
-}
-
-/// The record of a store that holds one value below 256, with keys below 256.
-Bytes Record(Keys keys, int value)
-{
-    const auto number = [](int low) { return Bytes(1, static_cast<char>(low)) + "\0\0\0"s; };
-    return number(static_cast<int>(keys.first)) + number(static_cast<int>(keys.second)) + "5SUC" + number(36) +
-           number(1) + number(1) + number(4) + number(0) + number(0) + number(7) + number(4) + "TNI " + number(value);
-}
-
-Bytes File(const std::vector<Bytes>& records)
-{
-    Bytes file = Bytes(1, static_cast<char>(records.size())) + "\0\0\0"s;
-    for (const Bytes& record : records)
-        file += record;
-    return file;
-}
 
 TEST(CustomDataPrefs, TheNewestRecordStandsFirstAndTheOthersStay)
 {
@@ -211,7 +163,7 @@ TEST(CustomDataPrefs, LackOfMemoryLeavesTheOldFile)
     const Bytes before = File({Record({1, 2}, 3), "\1\0\0\0\2\0\0\0TSUC\0\0\0\0"s, Record({4, 5}, 6)});
     const CCustomData store = Holding(9);
     const CXTString<wchar_t> text = path.c_str();
-    const unsigned allocations = tev::test::FailEachAllocation([&](tev::test::FailingAllocations& failing) {
+    const unsigned allocations = FailEachAllocation([&](FailingAllocations& failing) {
         folder.WriteFile("prefs", before);
         bool isSaved = false;
         EXPECT_TRUE(failing.Run([&] { isSaved = store.SaveToPrefs(text, 4, 5); }));
@@ -220,203 +172,6 @@ TEST(CustomDataPrefs, LackOfMemoryLeavesTheOldFile)
         EXPECT_FALSE(folder.Exists("prefs.damaged")) << "what could not be read for lack of memory is not damaged";
     });
     EXPECT_GT(allocations, 5U);
-}
-
-/// What a save of another record makes of a file, and how many of three records were kept.
-int KeptAfterSaving(const TempFolder& folder, const Bytes& file)
-{
-    const std::wstring path = folder.WriteFile("prefs", file);
-    fs::remove(folder.Path("prefs.damaged"));
-    EXPECT_TRUE(Save(path, {9, 9}, 9));
-    EXPECT_TRUE(folder.Exists("prefs.damaged") && folder.ReadFile("prefs.damaged") == file);
-    Records records;
-    EXPECT_TRUE(XListPreferences(path.c_str(), records));
-    EXPECT_EQ(Saved(path, {9, 9}), 9);
-    int kept = 0;
-    for (const auto& [keys, value] : {std::pair(Keys(1, 1), 1), {{2, 2}, 2}, {{3, 3}, 3}})
-        kept += Saved(path, keys) == value ? 1 : 0;
-    return kept;
-}
-
-Bytes Number(unsigned number)
-{
-    Bytes bytes;
-    for (int shift = 0; shift < 32; shift += 8)
-        bytes += static_cast<char>(number >> shift);
-    return bytes;
-}
-
-/// The record of a store of values of these sizes. The bytes of a value look like small numbers.
-Bytes RecordOf(Keys keys, const std::vector<unsigned>& sizes)
-{
-    Bytes chunks;
-    unsigned total = 0;
-    for (const unsigned size : sizes)
-    {
-        chunks += Number(static_cast<unsigned>(100 + chunks.size())) + Number(size) + " BIN";
-        for (unsigned i = 0; i < size; ++i)
-            chunks += static_cast<char>(i % 4 == 0 ? size : 0);
-        total += size;
-    }
-    const Bytes start = Number(keys.first) + Number(keys.second) + "5SUC";
-    if (sizes.empty())
-        return start + Number(0);
-    return start + Number(static_cast<unsigned>(chunks.size()) + 20) + Number(1) +
-           Number(static_cast<unsigned>(sizes.size())) + Number(total) + Number(0) + Number(0) + chunks;
-}
-
-Records Split(const Bytes& file)
-{
-    Records records;
-    static_cast<void>(tev::SplitPreferences(std::vector<unsigned char>(file.begin(), file.end()), records));
-    records.erase(std::remove_if(records.begin(), records.end(), [](const auto& record) { return !record.m_isSound; }),
-                  records.end());
-    return records;
-}
-
-/// Keys and places of records, but for one of the places.
-std::vector<std::array<unsigned __int64, 4>> Without(const Records& records, unsigned __int64 place)
-{
-    std::vector<std::array<unsigned __int64, 4>> rows;
-    for (const XPreferenceRecord& record : records)
-    {
-        if (record.m_offset != place)
-            rows.push_back({record.m_offset, record.m_size, record.m_key1, record.m_key2});
-    }
-    return rows;
-}
-
-TEST(CustomDataPrefs, ABitOfAHeaderCostsNoOtherRecord)
-{
-    // Second keys that make the next record look like a chunk; totals of which one bit makes another record's place, or 0.
-    const std::vector<std::vector<std::pair<Keys, std::vector<unsigned>>>> files = {
-        {{{5, 0}, {4}}, {{4, 0}, {16}}, {{3, 0}, {16}}, {{2, 0}, {16}}, {{1, 0}, {16}}},
-        {{{1, 1}, {}}, {{2, 0}, {32}}, {{3, 56}, {}}, {{4, 4}, {}}, {{5, 40}, {4, 4}}},
-        {{{1, 40}, {4}}, {{2, 40}, {4}}, {{3, 52}, {16}}, {{4, 68}, {4, 4, 4}}, {{5, 24}, {1}}, {{6, 0}, {12, 100}}},
-        {{{1, 25}, {1}}, {{2, 3}, {7, 9, 11}}, {{1, 8}, {20, 20}}, {{1, 16}, {}}, {{7, 7}, {500, 3}}, {{8, 8}, {44}}},
-        {{{9, 116}, {64, 4}}, {{9, 52}, {4, 4}}, {{9, 36}, {}}, {{9, 84}, {48}}, {{1, 1}, {244}}},
-    };
-    for (std::size_t number = 0; number < files.size(); ++number)
-    {
-        std::vector<Bytes> parts;
-        for (const auto& [keys, sizes] : files[number])
-            parts.push_back(RecordOf(keys, sizes));
-        const Bytes good = File(parts);
-        const Records all = Split(good);
-        ASSERT_EQ(all.size(), parts.size());
-        for (const XPreferenceRecord& hurt : all)
-        {
-            const auto start = static_cast<std::size_t>(hurt.m_offset);
-            const std::size_t header = std::min<std::size_t>(static_cast<std::size_t>(hurt.m_size), 36);
-            for (std::size_t bit = 8 * 8; bit < header * 8; ++bit)
-            {
-                Bytes bad = good;
-                bad[start + bit / 8] = static_cast<char>(bad[start + bit / 8] ^ 1 << bit % 8);
-                ASSERT_EQ(Without(Split(bad), start), Without(all, start))
-                    << "file " << number << ", record at " << start << ", byte " << bit / 8 << ", bit " << bit % 8;
-            }
-            // Nor does a chunk of a wrong size, which may hide the next chunk.
-            for (std::size_t at = 40; at + 4 <= hurt.m_size && at < 60; at += 16)
-            {
-                for (unsigned bit = 0; bit < 32; ++bit)
-                {
-                    Bytes bad = good;
-                    bad[start + at + bit / 8] = static_cast<char>(bad[start + at + bit / 8] ^ 1 << bit % 8);
-                    ASSERT_EQ(Without(Split(bad), start), Without(all, start)) << number << " " << start << " " << bit;
-                }
-            }
-        }
-    }
-}
-
-TEST(CustomDataPrefs, DamageCostsTheRecordInWhichItLies)
-{
-    const TempFolder folder;
-    const Bytes good = File({Record({1, 1}, 1), Record({2, 2}, 2), Record({3, 3}, 3)});
-    const size_t size = Record({1, 1}, 1).size();
-    // The first bytes are the count of records; keys, identifiers and values may change without being noticed.
-    for (size_t at = 0; at < size; ++at)
-    {
-        Bytes bad = good;
-        char& byte = bad[4 + at % 3 * size + at];
-        byte = static_cast<char>(byte ^ 0x80);
-        const std::wstring path = folder.WriteFile("prefs", bad);
-        Records records;
-        if (!XListPreferences(path.c_str(), records))
-        {
-            EXPECT_EQ(KeptAfterSaving(folder, bad), 2) << "byte " << at;
-        }
-    }
-    for (size_t cut = 1; cut < good.size(); cut += 3)
-        EXPECT_EQ(KeptAfterSaving(folder, good.substr(0, cut)), static_cast<int>((cut < 4 ? 0 : cut - 4) / size))
-            << cut;
-    EXPECT_EQ(KeptAfterSaving(folder, good + "more"), 3);
-    EXPECT_EQ(KeptAfterSaving(folder, "\2" + good.substr(1)), 3) << "the number of records lies";
-    const Bytes rubbish = good.substr(0, 4 + size) + "rubbish";
-    EXPECT_EQ(KeptAfterSaving(folder, rubbish + good.substr(4 + size)), 3);
-    // Records of the older layouts, and empty ones, are found where the next record or the end of the file follows.
-    const Bytes keys = "\3\0\0\0\3\0\0\0"s;
-    const Bytes value = Number(kValue) + Number(4) + Number(3);
-    for (const Bytes& found : {keys + "USUC" + Number(12) + value, keys + "TSUC" + Number(1) + value})
-    {
-        EXPECT_EQ(KeptAfterSaving(folder, rubbish + found), 2);
-        EXPECT_EQ(KeptAfterSaving(folder, rubbish + found + Record({2, 2}, 2)), 3);
-        EXPECT_EQ(KeptAfterSaving(folder, rubbish + found + "more"), 1) << "it may be part of a value";
-        EXPECT_EQ(KeptAfterSaving(folder, rubbish + found + value), 1);
-    }
-    const std::vector<Bytes> layouts = {
-        keys + "USUC" + Number(1 << 24) + value,    // more than there is
-        keys + "USUC" + Number(13) + value,         // not a whole number of records
-        keys + "USUC" + Number(24) + value + value, // an identifier twice
-        keys + "TSUC" + Number(2) + value,          // too few
-        keys + "5SUC" + Number(52) + Number(1) + Number(2) + Number(8) + Number(0) + Number(0) +
-            Record({0, 0}, 1).substr(36) + Record({0, 0}, 1).substr(36), // an identifier twice
-        keys + "5SUC" + Number(36) + Number(2) + Number(1) + Number(4) + Number(0) + Number(0) + Bytes(16, '\0'),
-    };
-    for (const Bytes& bad : layouts)
-        EXPECT_EQ(KeptAfterSaving(folder, File({Record({1, 1}, 1), bad, Record({2, 2}, 2)})), 2);
-    // The counts in a header are not needed for loading; where both are wrong the record ends at the next one.
-    Bytes other = Record({2, 2}, 2);
-    other[20] = 9;
-    other[24] = 9;
-    EXPECT_EQ(Split(File({Record({1, 1}, 1), other, Record({3, 3}, 3)})).size(), 3U);
-    EXPECT_EQ(Split(File({Record({1, 1}, 1), other, "no record"})).size(), 1U);
-    other[20] = 1;
-    EXPECT_EQ(Split(rubbish + other).size(), 2U);
-    EXPECT_EQ(Split(rubbish + other + "more").size(), 1U) << "it may be part of a value";
-    other[12] = 99; // with the total wrong too its end is not known
-    EXPECT_EQ(Split(File({Record({1, 1}, 1), other, Record({3, 3}, 3)})).size(), 2U);
-    EXPECT_EQ(Split(File({keys + "USUC" + Number(28) + value + Number(5) + Number(0) + Number(5) + Number(0)})).size(),
-              1U)
-        << "values without bytes are none";
-    Records none;
-    EXPECT_TRUE(tev::SplitPreferences({0, 0, 0, 0}, none) && none.empty());
-    // What a value holds is not taken for a record, though the one that holds it is damaged.
-    Bytes outer = RecordOf({2, 2}, {static_cast<unsigned>(Record({7, 7}, 7).size())});
-    outer.replace(48, outer.npos, Record({7, 7}, 7));
-    for (const std::size_t at : {8, 12, 16, 20, 24})
-    {
-        Bytes bad = outer;
-        bad[at] = static_cast<char>(bad[at] ^ 1);
-        for (const XPreferenceRecord& record : Split(File({Record({1, 1}, 1), bad, Record({3, 3}, 3)})))
-            EXPECT_NE(record.m_key1, 7U) << at;
-    }
-    EXPECT_EQ(Split(File({RecordOf({1, 1}, {0}), RecordOf({2, 2}, {})})).size(), 2U) << "values without bytes";
-    EXPECT_EQ(Split(File({"rubbish", RecordOf({2, 2}, {})})).size(), 1U);
-    // Made to be searched for long: signatures everywhere; sound records that each follow one which claims all the rest,
-    // as a size or as records to be counted; headers that count all the chunks behind them.
-    const Bytes empty = keys + "5SUC\0\0\0\0"s;
-    for (const Bytes& trap :
-         {"5SUC"s, keys + "5SUC\0\0\x10\0\1\0\0\0"s + empty, keys + "TSUC\xFF\xFF\xFF\x7F"s + empty,
-          Number(0) + Number(24) + "5SUC" + Number(0x100000) + Number(1) + Number(0x10000) + Number(1) + Number(0)})
-    {
-        Bytes traps = "\3\0\0\0"s;
-        while (traps.size() < 2000000)
-            traps += trap;
-        Records records;
-        static_cast<void>(tev::SplitPreferences(std::vector<unsigned char>(traps.begin(), traps.end()), records));
-        EXPECT_FALSE(records.empty());
-    }
 }
 
 TEST(CustomDataPrefs, AFileThatIsTooLargeIsRefusedBeforeItIsRead)
@@ -580,22 +335,9 @@ TEST(CustomDataPrefs, ProcessesAndThreadsThatUpdateAtOnceLoseNothing)
         }
         return true;
     };
-    std::vector<pid_t> processes;
-    for (int i = 0; i < 3; ++i)
-    {
-        processes.push_back(fork());
-        if (processes.back() == 0)
-            _exit(update() ? 0 : 1);
-    }
-    std::thread first([&] { EXPECT_TRUE(update()); });
-    EXPECT_TRUE(update());
-    first.join();
-    for (const pid_t process : processes)
-    {
-        int status = 0;
-        EXPECT_EQ(waitpid(process, &status, 0), process);
-        EXPECT_EQ(status, 0);
-    }
+    OnThreads(5, [&](int number) {
+        EXPECT_TRUE(number < 2 ? update() : ResultInChild([&] { return update() ? 1 : 0; }) == 1);
+    });
     EXPECT_EQ(folder.ReadFile("prefs"), File({Record({1, 2}, 5 * kUpdates)}));
 }
 
@@ -604,20 +346,16 @@ TEST(CustomDataPrefs, AFolderThatCannotBeReadIsAFailure)
     const TempFolder folder;
     const Bytes before = File({Record({1, 2}, 3)});
     folder.WriteFile("closed/prefs", before);
-    const pid_t process = fork();
-    if (process == 0)
-    {
+    const auto isRefused = [&] {
         // Permissions do not keep root from anything.
         const bool isOther = geteuid() != 0 || (chown(folder.Path("closed").c_str(), 65534, 65534) == 0 &&
                                                 chown(folder.Path("closed/prefs").c_str(), 65534, 65534) == 0 &&
                                                 chmod(folder.Path().c_str(), 0755) == 0 && setuid(65534) == 0);
         const std::wstring path = folder.WidePath("closed/prefs");
         const bool isClosed = chmod(folder.Path("closed").c_str(), 0300) == 0;
-        _exit(isOther && isClosed && Saved(path, {1, 2}) == 3 && !Save(path, {1, 2}, 4) ? 0 : 1);
-    }
-    int status = 0;
-    EXPECT_EQ(waitpid(process, &status, 0), process);
-    EXPECT_EQ(status, 0);
+        return isOther && isClosed && Saved(path, {1, 2}) == 3 && !Save(path, {1, 2}, 4) ? 1 : 0;
+    };
+    EXPECT_EQ(ResultInChild(isRefused), 1);
     fs::permissions(folder.Path("closed"), fs::perms::owner_all);
     EXPECT_EQ(folder.ReadFile("closed/prefs"), before);
 }
@@ -627,20 +365,14 @@ TEST(CustomDataPrefs, ThreadsSaveIntoOneFileAtOnce)
     const TempFolder folder;
     const std::wstring path = folder.WidePath("prefs");
     ASSERT_TRUE(Save(path, {0, 0}, 0));
-    std::vector<std::thread> threads;
-    for (unsigned i = 1; i <= 4; ++i)
-    {
-        threads.emplace_back([i, &path] {
-            for (unsigned value = 0; value < 10; ++value)
-            {
-                EXPECT_TRUE(Save(path, {i, value}, static_cast<int>(value)));
-                Records records;
-                EXPECT_TRUE(XListPreferences(path.c_str(), records)) << "the old file or the new one";
-            }
-        });
-    }
-    for (std::thread& thread : threads)
-        thread.join();
+    OnThreads(4, [&path](int number) {
+        for (unsigned value = 0; value < 10; ++value)
+        {
+            EXPECT_TRUE(Save(path, {number + 1, value}, static_cast<int>(value)));
+            Records records;
+            EXPECT_TRUE(XListPreferences(path.c_str(), records)) << "the old file or the new one";
+        }
+    });
     Records records;
     EXPECT_TRUE(XListPreferences(path.c_str(), records));
     EXPECT_EQ(records.size(), 41U) << "none was lost";

@@ -3,8 +3,8 @@
 #include "files/CXArchive.h"
 #include "files/CXMemFile.h"
 #include "tests/support/ArchiveTools.h"
+#include "tests/support/BufferedMemFile.h"
 
-#include <algorithm>
 #include <functional>
 #include <memory>
 #include <string>
@@ -12,19 +12,6 @@
 
 namespace tev::test
 {
-// A memory file that does not expose its memory, so that the archive works through a buffer, as over a disk file. It
-// may deliver in small pieces, as a pipe does.
-class BufferedMemFile : public CXMemFile
-{
-public:
-    using CXMemFile::CXMemFile;
-    unsigned Read(void* buffer, unsigned count) override { return CXMemFile::Read(buffer, std::min(count, m_piece)); }
-    unsigned m_piece = 0xFFFFFFFF;
-
-protected:
-    unsigned __int64 BufferCommand(unsigned, unsigned __int64, unsigned char**, unsigned char**) override { return 0; }
-};
-
 // The ways in which an archive can get at its bytes: in place, or through a buffer of a size, its own or the caller's.
 struct Way
 {

@@ -109,6 +109,11 @@ public:
             m_atFolderLock();
         return Fails("lock folder") ? nullptr : m_real->LockFolder(path, timeoutMs);
     }
+    void UnlockFolder(platform::FileHandle folder) noexcept override
+    {
+        m_steps.push_back("unlock folder");
+        m_real->UnlockFolder(folder);
+    }
     platform::FileHandle CreateLike(const wchar_t* path, const wchar_t* model) override
     {
         return Fails("create") ? nullptr : m_real->CreateLike(path, model);

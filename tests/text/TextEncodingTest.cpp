@@ -1,3 +1,4 @@
+#include "tests/support/OnThreads.h"
 #include "tests/support/TextTools.h"
 #include "text/CXTString.h"
 #include "text/Utf.h"
@@ -11,8 +12,6 @@
 #include <iterator>
 #include <memory>
 #include <string>
-#include <thread>
-#include <vector>
 
 using namespace std::string_literals;
 
@@ -474,23 +473,17 @@ TEST(TextEncodingTest, ConvertersReturnNullWhenTheyFail)
 
 TEST(TextEncodingTest, ThreadsConvertAtTheSameTime)
 {
-    std::vector<std::thread> threads;
-    for (unsigned i = 0; i < 4; ++i)
-    {
-        threads.emplace_back([i] {
-            // More code pages in turn than a thread keeps converters for.
-            for (unsigned round = 0; round < 200; ++round)
-            {
-                const unsigned codePage = 28591 + (i + round) % 9;
-                CXTString<wchar_t> text;
-                CXTString<char> bytes;
-                ASSERT_TRUE(XDecodeText("\xA0z", 2, CodePage(codePage), text));
-                ASSERT_EQ(text, L"\xA0z") << codePage;
-                ASSERT_TRUE(XEncodeText(text, 2, CodePage(codePage), bytes));
-                ASSERT_EQ(bytes, "\xA0z") << codePage;
-            }
-        });
-    }
-    for (std::thread& thread : threads)
-        thread.join();
+    tev::test::OnThreads(4, [](int i) {
+        // More code pages in turn than a thread keeps converters for.
+        for (int round = 0; round < 200; ++round)
+        {
+            const auto codePage = static_cast<unsigned>(28591 + (i + round) % 9);
+            CXTString<wchar_t> text;
+            CXTString<char> bytes;
+            ASSERT_TRUE(XDecodeText("\xA0z", 2, CodePage(codePage), text));
+            ASSERT_EQ(text, L"\xA0z") << codePage;
+            ASSERT_TRUE(XEncodeText(text, 2, CodePage(codePage), bytes));
+            ASSERT_EQ(bytes, "\xA0z") << codePage;
+        }
+    });
 }

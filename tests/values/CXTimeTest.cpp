@@ -7,6 +7,7 @@
 #include "services/LogFile.h"
 #include "services/ProfileReporter.h"
 #include "tests/support/FileFailure.h"
+#include "tests/support/OnThreads.h"
 #include "tests/support/PrintText.h"
 #include "tests/support/TempFolder.h"
 #include "tests/support/TimeZone.h"
@@ -16,8 +17,6 @@
 #include <chrono>
 #include <limits>
 #include <string>
-#include <thread>
-#include <vector>
 
 namespace
 {
@@ -188,20 +187,14 @@ TEST(CXTime, ArchivesHoldEightBytes)
 TEST(CXTime, ThreadsConvertAtOnce)
 {
     const TimeZone zone(kParis);
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 4; ++i)
-    {
-        threads.emplace_back([i] {
-            for (int month = 1; month <= 400; ++month)
-            {
-                const CXTime time(2000, month, 10 + i, 12, 0, 0, -1);
-                EXPECT_EQ(time.GetMonth(), (month - 1) % 12);
-                EXPECT_EQ(time.Format(L"%d %H"), (std::to_wstring(10 + i) + L" 12").c_str());
-            }
-        });
-    }
-    for (std::thread& thread : threads)
-        thread.join();
+    tev::test::OnThreads(4, [](int i) {
+        for (int month = 1; month <= 400; ++month)
+        {
+            const CXTime time(2000, month, 10 + i, 12, 0, 0, -1);
+            EXPECT_EQ(time.GetMonth(), (month - 1) % 12);
+            EXPECT_EQ(time.Format(L"%d %H"), (std::to_wstring(10 + i) + L" 12").c_str());
+        }
+    });
 }
 
 TEST(CXDuration, PartsAreTruncatedTowardZero)

@@ -130,6 +130,13 @@ int LockFolderOf(const wchar_t* path, unsigned timeoutMs)
     return folder.Release();
 }
 
+// Closing alone would leave the lock to copies of the descriptor in children.
+void Unlock(int folder) noexcept
+{
+    flock(folder, LOCK_UN);
+    close(folder);
+}
+
 int CreateFileLike(const wchar_t* path, const wchar_t* model)
 {
     const SystemPath name(path);

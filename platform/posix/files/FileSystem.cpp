@@ -202,6 +202,8 @@ public:
         return FileHandleFromDescriptor(LockFolderOf(path, timeoutMs));
     }
 
+    void UnlockFolder(FileHandle folder) noexcept override { Unlock(DescriptorOf(folder)); }
+
     FileHandle CreateLike(const wchar_t* path, const wchar_t* model) override
     {
         return FileHandleFromDescriptor(CreateFileLike(path, model));
