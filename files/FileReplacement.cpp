@@ -1,21 +1,43 @@
 #include "files/FileReplacement.h"
 
 #include "objects/CXFileException.h"
+#include "objects/ThreadStatus.h"
 #include "platform/FileSystem.h"
+#include "platform/SystemErrors.h"
+
+#include <chrono>
 
 namespace tev
 {
 namespace
 {
-constexpr unsigned kPatienceMs = 10000;
+constexpr std::chrono::seconds kPatience(10);
+constexpr std::chrono::seconds kPatienceAtEnd(1); // of a thread that is asked to end
+constexpr unsigned kCheckEveryMs = 20;
+constexpr unsigned kSharingViolation = 32;
 constexpr const wchar_t* kTemporarySuffix = L".tmp";
+
+/// The folder that holds the lock; null, with the system's error, after the time limit.
+void* WaitForLock(const wchar_t* path)
+{
+    using Clock = std::chrono::steady_clock;
+    const LongOperation operation("waiting for another save into a folder");
+    const Clock::time_point start = Clock::now();
+    for (;;)
+    {
+        const bool isLastAttempt = Clock::now() - start >= (IsThreadAskedToEnd() ? kPatienceAtEnd : kPatience);
+        void* const folder = platform::CurrentFileSystem().LockFolder(path, kCheckEveryMs);
+        if (folder != nullptr || isLastAttempt || platform::LastSystemError() != kSharingViolation)
+            return folder;
+    }
+}
 } // namespace
 
 FileReplacement::FileReplacement(const wchar_t* path, TemporaryName naming) : m_naming(naming), m_path(path)
 {
     platform::FileSystem& files = platform::CurrentFileSystem();
     Require(files.ResolveLinks(path, m_path));
-    m_folder = files.LockFolder(m_path.c_str(), kPatienceMs);
+    m_folder = WaitForLock(m_path.c_str());
     Require(m_folder != nullptr);
 }
 

@@ -24,7 +24,9 @@ enum class TemporaryName
 class FileReplacement
 {
 public:
-    /// Waits for another replacement in the folder to end, up to a time limit: then the cause is fileSharingViolation.
+    /// Waits for another replacement in the folder to end, for at most 10 seconds: then the cause is fileSharingViolation.
+    /// A thread that is asked to end waits for at most one second. That is all that it notices of being asked: where the
+    /// folder is free, or is soon, the replacement succeeds, so that the last save at shutdown does.
     explicit FileReplacement(const wchar_t* path, TemporaryName naming = TemporaryName::Own);
     /// Removes what was written and not committed. Allocates nothing.
     ~FileReplacement();

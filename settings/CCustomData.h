@@ -241,7 +241,7 @@ public:
     /// fails; only where the very last step fails, the flush of the folder, the file is new though the result is false. A
     /// damaged file is kept next to the new one, with ".damaged" appended; every store in it that can still be read is
     /// carried over. A file of the same name with ".tmp" appended is replaced meanwhile.
-    /// Takes the lock of the store first and that of the folder second, and waits for the folder at most 10 seconds.
+    /// Takes the lock of the store first and that of the folder second; waits for that at most 10 seconds, 1 when to end.
     bool SaveToPrefs(const CXTString<wchar_t>& path, unsigned int key1, unsigned int key2) const;
     /// False, with this store as it was, when the file or a store of these keys is not there or cannot be read. With
     /// `throwWhenDamaged` a file that is there and cannot be read, in whole, throws CXFileException instead, unless the

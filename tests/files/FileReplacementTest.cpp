@@ -1,13 +1,17 @@
 #include "files/FileReplacement.h"
 
 #include "files/RegularFile.h"
+#include "objects/ThreadStatus.h"
 #include "tests/support/FailingAllocations.h"
 #include "tests/support/FailingFileSystem.h"
 #include "tests/support/FileFailure.h"
+#include "tests/support/ForkedChild.h"
+#include "tests/support/NoUnnamedFiles.h"
 #include "tests/support/TempFolder.h"
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <set>
 #include <thread>
 
@@ -176,6 +180,62 @@ TEST(FileReplacement, LeavesNoLockToAChildThatIsMadeMeanwhile)
     EXPECT_EQ(Thrown([&] { Replace(path, TemporaryName::Own); }), kNothingThrown);
     kill(child, SIGKILL);
     EXPECT_EQ(waitpid(child, nullptr, 0), child);
+}
+
+TEST(FileReplacement, WorksWhereFilesMustHaveNames)
+{
+    const TempFolder folder;
+    const std::wstring path = folder.WriteFile("file", "old");
+    const auto replace = [&](bool isKilled) {
+        return ResultInChild([&] {
+            if (!ForbidUnnamedFiles())
+                return 2;
+            FileReplacement replacement(path.c_str());
+            replacement.Begin().Write("new", 3);
+            if (NamesIn(folder).size() != 2 || isKilled)
+                _exit(1);
+            replacement.Commit();
+            return 0;
+        });
+    };
+    EXPECT_EQ(replace(true), 1);
+    EXPECT_EQ(folder.ReadFile("file"), "old");
+    EXPECT_EQ(NamesIn(folder).size(), 2U) << "with the temporary file";
+    Replace(path, TemporaryName::Own);
+    EXPECT_EQ(NamesIn(folder), std::set<std::string>{"file"});
+    folder.WriteFile("file", "old");
+    EXPECT_EQ(replace(false), 0);
+    EXPECT_EQ(folder.ReadFile("file"), "new");
+    EXPECT_EQ(NamesIn(folder), std::set<std::string>{"file"});
+}
+
+TEST(FileReplacement, AThreadThatIsAskedToEndWaitsShortly)
+{
+    class Ending final : public ThreadStatus
+    {
+    public:
+        bool IsAskedToEnd() const noexcept override { return true; }
+    };
+    const TempFolder folder;
+    const std::wstring path = folder.WriteFile("file", "old");
+    const int holder = open(folder.Path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    ASSERT_EQ(flock(holder, LOCK_EX), 0);
+    std::thread([&] {
+        const auto status = std::make_shared<Ending>();
+        SetStatusOfThisThread(status.get());
+        const auto start = std::chrono::steady_clock::now();
+        EXPECT_EQ(Thrown([&] { Replace(path, TemporaryName::Own); }), fileSharingViolation);
+        EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(9)) << "another one waits longer";
+        EXPECT_EQ(folder.ReadFile("file"), "old");
+        FailingFileSystem files;
+        int attempts = 0;
+        files.AtFolderLock([&] { attempts += attempts == 2 ? 1 + flock(holder, LOCK_UN) : 1; });
+        Replace(path, TemporaryName::Own);
+        EXPECT_EQ(attempts, 3) << "the folder is soon free";
+        EXPECT_EQ(folder.ReadFile("file"), "new");
+        SetStatusOfThisThread(nullptr);
+    }).join();
+    close(holder);
 }
 
 TEST(FileReplacement, KeepsPermissionsAndLinks)
