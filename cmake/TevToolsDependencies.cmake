@@ -10,6 +10,7 @@ pkg_check_modules(LibZip REQUIRED IMPORTED_TARGET libzip)
 pkg_check_modules(Lzma REQUIRED IMPORTED_TARGET liblzma)
 find_package(Miniz) # without it, the library reads all archives itself
 find_package(OpenMP REQUIRED COMPONENTS CXX)
+find_package(OpenSSL 3) # which libzip may be built with
 
 function(tevtools_link_dependencies target)
     target_link_libraries(${target} PUBLIC
@@ -17,5 +18,9 @@ function(tevtools_link_dependencies target)
     if(TARGET Miniz::Miniz)
         target_link_libraries(${target} PUBLIC Miniz::Miniz)
         target_compile_definitions(${target} PRIVATE TEVTOOLS_MINIZ)
+    endif()
+    if(TARGET OpenSSL::Crypto)
+        target_link_libraries(${target} PUBLIC OpenSSL::Crypto)
+        target_compile_definitions(${target} PRIVATE TEVTOOLS_OPENSSL)
     endif()
 endfunction()

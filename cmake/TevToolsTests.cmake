@@ -82,7 +82,7 @@ if(TARGET tev AND NOT TEVTOOLS_SANITIZE AND CMAKE_SYSTEM_PROCESSOR MATCHES "x86_
     target_link_libraries(tevtools_trials PRIVATE TevTools)
     target_compile_definitions(tevtools_trials PRIVATE TEVTOOLS_TEV="$<TARGET_FILE:tev>")
     add_dependencies(tevtools_trials tev)
-    foreach(writer IN ITEMS preferences CZip registry tev log)
+    foreach(writer IN ITEMS preferences CZip CMiniZip registry tev log)
         add_test(NAME trials.${writer} COMMAND tevtools_trials --sample 4 --only ${writer})
         set_tests_properties(trials.${writer} PROPERTIES TIMEOUT 300 SKIP_RETURN_CODE 77)
     endforeach()

@@ -80,7 +80,8 @@ private:
     std::vector<unsigned> FindEach(std::wstring_view name, const NameRule& rule, bool oneIsEnough);
     ZipOutcome PlanRenaming(const ZipNames& oldNames, const ZipNames& newNames, std::vector<Renaming>& renamings);
     std::string UnusedName();
-    ZipOutcome Spoil(const platform::ZipError& error);
+    template <class Steps>
+    ZipOutcome ChangeAll(Steps&& steps);
     void ForgetNames() noexcept { m_byName.clear(); }
 
     std::unique_ptr<platform::ZipEngine> m_engine;

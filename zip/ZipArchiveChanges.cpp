@@ -18,6 +18,7 @@ using platform::ZipEntryKind;
 using platform::ZipError;
 
 constexpr NameRule kExact = {true, false};
+constexpr unsigned kNotEnoughMemory = 8;
 
 constexpr ZipOutcome Refused(XZipFailure failure)
 {
@@ -97,14 +98,11 @@ ZipOutcome ZipArchive::Delete(const ZipNames& names)
     }
     std::sort(indexes.begin(), indexes.end(), std::greater<>());
     indexes.erase(std::unique(indexes.begin(), indexes.end()), indexes.end());
-    ForgetNames();
-    for (const unsigned index : indexes) // the last one first, so that the others keep theirs
-    {
-        ZipError error;
-        if (!m_engine->Delete(index, error))
-            return Spoil(error);
-    }
-    return {};
+    return ChangeAll([&](ZipError& error) {
+        // The last one first, so that the others keep theirs.
+        return std::all_of(indexes.begin(), indexes.end(),
+                           [&](unsigned index) { return m_engine->Delete(index, error); });
+    });
 }
 
 ZipOutcome ZipArchive::PlanRenaming(const ZipNames& oldNames, const ZipNames& newNames,
@@ -171,25 +169,29 @@ ZipOutcome ZipArchive::Rename(const ZipNames& oldNames, const ZipNames& newNames
     for (const Renaming& renaming : renamings)
         namesBetween.push_back(between + "-" + std::to_string(renaming.m_index) +
                                (renaming.m_name.back() == '/' ? "/" : ""));
-    ForgetNames();
-    ZipError error;
-    for (std::size_t i = 0; i < renamings.size(); ++i)
-    {
-        if (!m_engine->Rename(renamings[i].m_index, namesBetween[i], error))
-            return Spoil(error);
-    }
-    for (const Renaming& renaming : renamings)
-    {
-        if (!m_engine->Rename(renaming.m_index, renaming.m_name, error))
-            return Spoil(error);
-    }
-    return {};
+    return ChangeAll([&](ZipError& error) {
+        for (std::size_t i = 0; i < renamings.size(); ++i)
+        {
+            if (!m_engine->Rename(renamings[i].m_index, namesBetween[i], error))
+                return false;
+        }
+        return std::all_of(renamings.begin(), renamings.end(), [&](const Renaming& renaming) {
+            return m_engine->Rename(renaming.m_index, renaming.m_name, error);
+        });
+    });
 }
 
-/// Some of a change is made, and the rest cannot be: what is saved must not be half of it.
-ZipOutcome ZipArchive::Spoil(const ZipError& error)
+/// Makes all steps of a change. Where some are made and the rest cannot be, also because memory runs out, what is saved
+/// must not be half of it.
+template <class Steps>
+ZipOutcome ZipArchive::ChangeAll(Steps&& steps)
 {
-    m_spoiledBy = ZipOutcome::Of(error);
+    if (!m_spoiledBy)
+        return m_spoiledBy;
+    ForgetNames();
+    m_spoiledBy = {XZipFailure::kSystem, kNotEnoughMemory}; // unless the steps return
+    ZipError error;
+    m_spoiledBy = steps(error) ? ZipOutcome() : ZipOutcome::Of(error);
     return m_spoiledBy;
 }
 

@@ -46,12 +46,16 @@ Failure FailureForAll(unsigned systemError)
         return Failure::kNoMemory;
     case kTooManyOpenFiles:
         return Failure::kTooManyOpenFiles;
-    case kDiskFull:
-    case kDeviceFailed:
-        return Failure::kNotWritable;
     default:
         return Failure::kNone;
     }
+}
+
+/// Of an error of the destination. One of the archive may concern a few of its sectors only.
+Failure WritingFailureForAll(unsigned systemError)
+{
+    const bool isOfTheDisk = systemError == kDiskFull || systemError == kDeviceFailed;
+    return isOfTheDisk ? Failure::kNotWritable : FailureForAll(systemError);
 }
 
 CXSkipReason ReasonOf(ZipFailure failure)
@@ -147,7 +151,7 @@ private:
     {
         if (m_all.m_folder.CreateFolders(path))
             return;
-        m_failure = FailureForAll(platform::LastSystemError());
+        m_failure = WritingFailureForAll(platform::LastSystemError());
         if (m_failure == Failure::kNone)
             Skip(index, CXSkipReason::kNotWritable);
     }
@@ -259,7 +263,7 @@ private:
     {
         const auto target = m_all.m_folder.CreateFile(file.m_path, file.m_permissions);
         if (target == nullptr)
-            return EndOrSkip(file, platform::LastSystemError(), CXSkipReason::kNotWritable);
+            return EndOrSkipUnwritten(file);
         WriteBehind behind(*target, m_writersOfFiles);
         std::uint64_t consumed = 0;
         const auto write = [&](const void* bytes, std::size_t count, std::uint64_t consumedUntilNow) {
@@ -276,20 +280,24 @@ private:
         if (HasEnded())
             return;
         if (error.failure != ZipFailure::None)
-            return EndOrSkip(file, error.systemError, ReasonOf(error.failure));
+            return EndOrSkip(file, FailureForAll(error.systemError), ReasonOf(error.failure));
         // The declared compressed size may be larger than what was needed of it.
         if (!m_all.m_limits.Allows(file.m_size, consumed))
             return Skip(file, CXSkipReason::kTooLarge);
         if (!behind.Finish())
             return End(Failure::kNotWritable);
         if (!target->Keep(file.m_lastWrite, file.m_identity))
-            return EndOrSkip(file, platform::LastSystemError(), CXSkipReason::kNotWritable);
+            return EndOrSkipUnwritten(file);
         file.m_state = State::kWritten;
     }
 
-    void EndOrSkip(File& file, unsigned systemError, CXSkipReason reason)
+    void EndOrSkipUnwritten(File& file)
     {
-        const Failure failure = FailureForAll(systemError);
+        EndOrSkip(file, WritingFailureForAll(platform::LastSystemError()), CXSkipReason::kNotWritable);
+    }
+
+    void EndOrSkip(File& file, Failure failure, CXSkipReason reason)
+    {
         if (failure != Failure::kNone)
             End(failure);
         else

@@ -118,6 +118,14 @@ bool SavePreferences(const fs::path& folder)
     return SaveStore(folder, 1, 11);
 }
 
+bool UpdatePreferences(const fs::path& folder)
+{
+    return XUpdatePreferences(PathOf(folder, "prefs"), 1, kKey, [](CCustomData& store) {
+        if (!store.SetInt(kId, 11))
+            throw std::bad_alloc();
+    });
+}
+
 bool RemovePreferences(const fs::path& folder)
 {
     return XRemovePreference(PathOf(folder, "prefs"), 1, kKey);
@@ -338,7 +346,10 @@ void PrepareZStd(const fs::path& folder)
 
 State LookAtStream(const fs::path& folder)
 {
-    return LookAtFiles({{"one", BigText()}}, folder / "out");
+    const std::string found = ReadAll(folder / "out/one");
+    const std::string whole = BigText();
+    const bool isCut = !found.empty() && found.size() < whole.size() && whole.compare(0, found.size(), found) == 0;
+    return found == "old" ? State::Old : found == whole ? State::New : isCut ? State::Partly : State::Damaged;
 }
 
 bool ExtractStream(const fs::path& folder)
@@ -493,6 +504,7 @@ const std::vector<Operation>& Operations()
 {
     static const std::vector<Operation> operations = {
         {"preferences: save", PreparePreferences, SavePreferences, LookAtSavedPreferences, State::New, false, true},
+        {"preferences: update", PreparePreferences, UpdatePreferences, LookAtSavedPreferences, State::New, false, true},
         {"preferences: remove", PreparePreferences, RemovePreferences, LookAtRemovedPreferences, State::New, false,
          true},
         {"CZip: create", PrepareFile, CreateArchive, LookAtNewArchive, State::New, false, true},
@@ -502,13 +514,13 @@ const std::vector<Operation>& Operations()
         {"CZip: rename", PrepareArchive, RenameEntries, LookAtArchive<kRenamed>, State::New, false, true},
         {"CZip: discard", PrepareArchive, DiscardChanges, LookAtArchive<kOneAdded>, State::Old},
         {"CMiniZip: ZIP", PrepareExtraction, ExtractArchive, LookAtExtraction, State::New, true},
-        {"CMiniZip: gzip", PrepareGZip, ExtractStream, LookAtStream},
+        {"CMiniZip: gzip", PrepareGZip, ExtractStream, LookAtStream, State::New, false, false, true},
         {"CMiniZip: Zstandard", PrepareZStd, ExtractStream, LookAtStream},
-        {"registry: write", PrepareRegistry, WriteRegistry, LookAtRegistry, State::New, false, false, true},
-        {"registry: import", PrepareRegistry, ImportRegistry, LookAtRegistry, State::New, false, false, true},
-        {"tev registry export", PrepareExport, ExportRegistry, LookAtExport, State::New, false, true, true},
-        {"tev text convert", PrepareExport, ConvertText, LookAtExport, State::New, false, true, true},
-        {"log", PrepareLog, WriteLog, LookAtLog, State::New, true, false, true},
+        {"registry: write", PrepareRegistry, WriteRegistry, LookAtRegistry, State::New, false, false, false, true},
+        {"registry: import", PrepareRegistry, ImportRegistry, LookAtRegistry, State::New, false, false, false, true},
+        {"tev registry export", PrepareExport, ExportRegistry, LookAtExport, State::New, false, true, false, true},
+        {"tev text convert", PrepareExport, ConvertText, LookAtExport, State::New, false, true, false, true},
+        {"log", PrepareLog, WriteLog, LookAtLog, State::New, true, false, false, true},
     };
     return operations;
 }

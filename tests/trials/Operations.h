@@ -11,7 +11,7 @@ enum class State
 {
     Old,
     New,
-    Partly, ///< of several files some are new, and each is complete
+    Partly, ///< of several files some are new, and each is complete; of a stream that is cut its beginning is there
     Damaged
 };
 
@@ -26,6 +26,7 @@ struct Operation
     State done = State::New;      ///< what a success leaves
     bool isInParts = false;       ///< a failure may leave some of the files
     bool replaces = false;        ///< a file by another one, which must be on the disk before
+    bool endsAtReadError = false; ///< takes what could be read for all, as it is documented
     bool keepsConnection = false; ///< descriptors and files stay until the process ends
 };
 

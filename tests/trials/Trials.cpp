@@ -191,9 +191,10 @@ private:
         const State state = Look();
         if (state == State::Damaged)
             return "damaged";
-        if (state == State::Partly && !m_operation.isInParts)
+        const bool isCut = m_operation.endsAtReadError && fault.error == EIO && ending.call == "pread64";
+        if (state == State::Partly && !m_operation.isInParts && !isCut)
             return "half done";
-        if (ending.hasEnded && ending.answer && state != m_operation.done)
+        if (ending.hasEnded && ending.answer && state != m_operation.done && !(isCut && state == State::Partly))
             return "true, and not done";
         // A flush of the folder that fails comes after the new file is in place.
         if (ending.hasEnded && !ending.answer && state == State::New && m_operation.done == State::New &&

@@ -1,6 +1,9 @@
 #include "tests/support/FailingAllocations.h"
+#include "tests/support/ForkedChild.h"
 #include "tests/support/MiniZipFixture.h"
+#include "tests/support/NoUnnamedFiles.h"
 #include "tests/support/Sanitized.h"
+#include "zip/ZipExtraction.h"
 
 #include <csignal>
 #include <set>
@@ -120,6 +123,58 @@ TEST_F(ExtractionFailure, LackOfDescriptorsEndsTheExtractionAndLeavesNothing)
     EXPECT_TRUE(hasFailed && hasSucceeded);
 }
 
+/// Three files, of which the second cannot be read.
+class UnreadableArchive final : public tev::platform::PlainZipReader
+{
+public:
+    explicit UnreadableArchive(unsigned systemError) : m_systemError(systemError) {}
+    std::unique_ptr<PlainZipReader> Another() const override
+    {
+        return std::make_unique<UnreadableArchive>(m_systemError);
+    }
+    std::uint64_t Count() const override { return 3; }
+    bool GetEntry(std::uint64_t index, tev::platform::PlainZipEntry& entry) const override
+    {
+        entry.name = std::to_string(index);
+        entry.size = entry.compressedSize = 1;
+        return true;
+    }
+    tev::platform::ZipError Read(std::uint64_t index, const tev::platform::ZipSink& sink) override
+    {
+        if (index == 1)
+            return {tev::platform::ZipFailure::System, m_systemError};
+        EXPECT_TRUE(sink("x", 1, 1));
+        return {};
+    }
+
+private:
+    const unsigned m_systemError;
+};
+
+TEST_F(ExtractionFailure, WhatCannotBeReadIsSkippedUnlessNothingElseCan)
+{
+    const struct
+    {
+        unsigned m_systemError;
+        Failure m_failure;
+        std::size_t m_written;
+    } cases[] = {{23, Failure::kNone, 2}, // the device failed
+                 {5, Failure::kNone, 2},
+                 {8, Failure::kNoMemory, 1},
+                 {4, Failure::kTooManyOpenFiles, 1}};
+    for (const auto& c : cases)
+    {
+        UnreadableArchive archive(c.m_systemError);
+        const auto folder = tev::platform::ContainedFolder::Open(m_folder.WidePath().c_str());
+        tev::ZipExtraction extraction(archive, *folder, {}, [](std::uint64_t, std::uint64_t) { return true; });
+        EXPECT_EQ(extraction.Run(), c.m_failure) << c.m_systemError;
+        EXPECT_EQ(extraction.Written().size(), c.m_written) << c.m_systemError;
+        ASSERT_EQ(extraction.Skipped().size(), c.m_written - 1) << c.m_systemError;
+        for (const auto& skipped : extraction.Skipped())
+            EXPECT_EQ(skipped.m_reason, CXSkipReason::kUnreadable) << c.m_systemError;
+    }
+}
+
 TEST_F(ExtractionFailure, MoreThanFitsIsNotBegun)
 {
     std::vector<RawEntry> entries;
@@ -142,26 +197,30 @@ TEST_F(ExtractionFailure, MoreThanFitsIsNotBegun)
 TEST_F(ExtractionFailure, AKilledProcessLeavesNoPartOfAFile)
 {
     const Text archive = WriteZip({{"first", "whole"}, {"second", Noise(500'000)}, {"third", "whole"}});
+    const auto namesInOut = [&] {
+        std::set<std::string> names;
+        for (const auto& file : fs::directory_iterator(m_folder.Path("out")))
+            names.insert(file.path().filename().string());
+        return names;
+    };
     m_folder.WriteFile("out/second", "old");
-    const pid_t process = fork();
-    if (process == 0)
+    for (const bool areNamed : {false, true})
     {
-        OMPSetMaxThreadCount(1);
-        Watched zip;
-        zip.m_watch = [](unsigned __int64 processed, unsigned __int64) {
-            return processed < 200'000 || raise(SIGKILL) != 0;
-        };
-        zip.ExtractZip(archive, Wide("out"), true);
-        _exit(1);
+        const int ending = ResultInChild([&] {
+            OMPSetMaxThreadCount(1);
+            Watched zip;
+            zip.m_watch = [](unsigned __int64 processed, unsigned __int64) {
+                return processed < 200'000 || raise(SIGKILL) != 0;
+            };
+            return !areNamed || ForbidUnnamedFiles() ? zip.ExtractZip(archive, Wide("out"), true) : 0;
+        });
+        ASSERT_EQ(ending, kChildDied);
+        EXPECT_EQ(m_folder.ReadFile("out/first"), "whole");
+        EXPECT_EQ(m_folder.ReadFile("out/second"), "old");
+        EXPECT_EQ(namesInOut().size(), areNamed ? 3U : 2U) << "and the temporary file";
     }
-    int status = 0;
-    waitpid(process, &status, 0);
-    ASSERT_TRUE(WIFSIGNALED(status));
-    EXPECT_EQ(m_folder.ReadFile("out/first"), "whole");
-    EXPECT_EQ(m_folder.ReadFile("out/second"), "old");
 
-    // What a system that cannot create files without a name would leave; one that is being written is locked.
-    m_folder.WriteFile("out/.tevtools-1-2.tmp", "left");
+    // One that is being written is locked.
     m_folder.WriteFile("out/.tevtools-3-4.tmp", "being written");
     m_folder.WriteFile("out/.tevtools-mine.tmp", "a user's");
     const int writer = open(Path("out/.tevtools-3-4.tmp").c_str(), O_WRONLY);
@@ -169,9 +228,7 @@ TEST_F(ExtractionFailure, AKilledProcessLeavesNoPartOfAFile)
     CMiniZip zip;
     EXPECT_TRUE(zip.ExtractZip(archive, Wide("out"), true));
     close(writer);
-    std::set<std::string> names;
-    for (const auto& file : fs::directory_iterator(m_folder.Path("out")))
-        names.insert(file.path().filename().string());
-    EXPECT_EQ(names, (std::set<std::string>{"first", "second", "third", ".tevtools-3-4.tmp", ".tevtools-mine.tmp"}));
+    EXPECT_EQ(namesInOut(),
+              (std::set<std::string>{"first", "second", "third", ".tevtools-3-4.tmp", ".tevtools-mine.tmp"}));
 }
 } // namespace

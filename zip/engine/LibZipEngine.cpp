@@ -1,6 +1,7 @@
 #include "zip/engine/ZipEngine.h"
 
 #include "platform/SystemErrors.h"
+#include "zip/engine/OpenSslState.h"
 #include "zip/engine/ZipDirectory.h"
 #include "zip/engine/ZipEntries.h"
 #include "zip/engine/ZipSources.h"
@@ -257,6 +258,11 @@ public:
             error = {ZipFailure::Damaged, 0};
             return false;
         }
+        if (HasNewAes() && !IsOpenSslReady())
+        {
+            error = {ZipFailure::System, kNotEnoughMemory};
+            return false;
+        }
         ZipSaving saving(progress, SaveSize());
         m_source.SetTarget(&target);
         m_source.SetSaving(&saving);
@@ -288,6 +294,12 @@ private:
         return std::any_of(m_slots.begin(), m_slots.end(), [this](zip_uint64_t slot) {
             return !IsNew(slot) && !m_contents.directory->Header(slot).isSound;
         });
+    }
+
+    bool HasNewAes() const
+    {
+        return std::any_of(m_additions.begin(), m_additions.end(),
+                           [](const auto& addition) { return IsAes(addition.second.encryption); });
     }
 
     bool Failed(ZipError& error)
@@ -386,7 +398,8 @@ std::unique_ptr<ZipEngine> ZipEngine::Open(std::unique_ptr<ZipBytes> last, const
     ZipContents contents;
     if (!OpenZipContents(std::move(last), openVolume, contents, error))
         return nullptr;
-    isReadOnly = isReadOnly || contents.directory->LastVolume() != 0 || contents.directory->HasPrefix();
+    isReadOnly = isReadOnly || contents.directory->LastVolume() != 0 || contents.directory->HasPrefix() ||
+                 contents.directory->FloodsLibZip();
     if (!isReadOnly)
     {
         auto engine = std::make_unique<LibZipEngine>(contents, BytesForLibZip(contents));

@@ -1,5 +1,6 @@
 #include "base/LittleEndian.h"
 #include "platform/SystemErrors.h"
+#include "zip/engine/OpenSslState.h"
 #include "zip/engine/ZipCompressedBytes.h"
 #include "zip/engine/ZipEntries.h"
 #include "zip/engine/ZipRecords.h"
@@ -17,11 +18,6 @@ constexpr std::uint16_t kAesMethod = 99;
 constexpr std::uint16_t kDeflated = 8;
 constexpr std::uint16_t kDescriptorFlag = 0x0008;
 constexpr unsigned kNotEnoughMemory = 8;
-
-bool IsAes(ZipEncryption encryption)
-{
-    return encryption != ZipEncryption::None && encryption != ZipEncryption::Traditional;
-}
 
 /// The fields that both headers have, from the version that is needed to the size of the extra field.
 void AppendFields(const ZipHeader& header, std::uint16_t method, std::size_t extraSize, ZipBuffer& bytes)
@@ -238,6 +234,11 @@ std::unique_ptr<ZipCompressedBytes> DecryptZipEntry(ZipBytes& archive, std::uint
         zip_encryption_method_supported(LibZipEncryption(header.encryption), 0) == 0)
     {
         error = {ZipFailure::Unsupported, 0};
+        return nullptr;
+    }
+    if (IsAes(header.encryption) && !IsOpenSslReady())
+    {
+        error = {ZipFailure::System, kNotEnoughMemory};
         return nullptr;
     }
     auto bytes = std::make_unique<DecryptedBytes>(archive, position, header, isUnpacked);

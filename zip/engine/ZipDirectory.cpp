@@ -452,11 +452,14 @@ std::optional<std::uint64_t> ZipDirectory::OffsetOf(const Numbers& numbers) cons
 
 bool ZipDirectory::SharesBytes(std::uint64_t index) const
 {
-    std::call_once(m_sharedFlag, [this] { FindShared(); });
+    // Not std::call_once: an exception that passes through the C library needs memory there, or ends the process.
+    const LockGuard guard(m_sharedLock);
+    if (m_isShared.empty())
+        m_isShared = FindShared();
     return m_isShared[static_cast<std::size_t>(index)];
 }
 
-void ZipDirectory::FindShared() const
+std::vector<bool> ZipDirectory::FindShared() const
 {
     struct Span
     {
@@ -485,6 +488,6 @@ void ZipDirectory::FindShared() const
         else
             nextBegin = span.m_begin;
     }
-    m_isShared = std::move(isShared);
+    return isShared;
 }
 } // namespace tev::platform

@@ -1,11 +1,11 @@
 #pragma once
 
+#include "objects/CXCriticalSection.h"
 #include "zip/engine/ZipEngine.h"
 #include "zip/engine/ZipVolumeBytes.h"
 
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -84,6 +84,8 @@ public:
     bool HasPrefix() const { return m_firstEntry != 0; }
     /// Whether the archive reads the same where only its end record is believed.
     bool IsPlain() const { return m_isPlain; }
+    /// Whether the names are chosen so that libzip would take quadratic time over them.
+    bool FloodsLibZip() const;
     /// A directory for all volumes in one that libzip accepts. Of names that it refuses, or would read otherwise, it gets
     /// others.
     ZipBuffer Rewritten() const;
@@ -106,7 +108,7 @@ private:
     std::optional<std::uint64_t> OffsetOf(const Numbers& numbers) const;
     std::string_view NameOf(std::size_t header) const;
     std::string_view ExtraOf(std::size_t header) const;
-    void FindShared() const;
+    std::vector<bool> FindShared() const;
     bool NeedsOtherHeader(std::size_t header) const;
     void WriteHeader(std::size_t header, ZipBuffer& directory) const;
     void WriteEnd(ZipBuffer& directory) const;
@@ -119,8 +121,8 @@ private:
     std::uint64_t m_shift = 0; ///< what was put before the archive without changing its offsets
     std::uint64_t m_firstEntry = 0;
     bool m_isPlain = true;
-    mutable std::once_flag m_sharedFlag;
-    mutable std::vector<bool> m_isShared;
+    mutable LibraryLock m_sharedLock;
+    mutable std::vector<bool> m_isShared X_GUARDED_BY(m_sharedLock); ///< empty until it is asked for
 };
 
 /// An archive as it is read.

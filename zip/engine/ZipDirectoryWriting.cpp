@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <string>
+#include <vector>
 
 namespace tev::platform
 {
@@ -32,6 +33,15 @@ std::string AcceptedName(std::string_view name, std::uint16_t& flags)
         accepted.insert(0, isText ? 0 : 1, '\\');
     }
     return accepted;
+}
+
+/// As libzip hashes names for its table.
+std::uint32_t LibZipHash(const std::string& name)
+{
+    std::uint32_t hash = 5381;
+    for (const char c : name)
+        hash = hash * 33 + static_cast<unsigned char>(c);
+    return hash;
 }
 
 /// All valid fields but the one for 64 bits.
@@ -73,6 +83,28 @@ bool ZipDirectory::NeedsOtherHeader(std::size_t header) const
     ZipBuffer fields;
     return AcceptedName(NameOf(header), flags) != NameOf(header) || flags != before ||
            AppendFields(ExtraOf(header), fields) != ExtraOf(header).size();
+}
+
+bool ZipDirectory::FloodsLibZip() const
+{
+    constexpr std::uint64_t kFewNames = 1000;
+    constexpr std::uint64_t kComparisonsForEach = 100; // where chance decides, there is less than one
+    std::size_t places = 256;
+    while (places * 3 / 4 < m_headers.size())
+        places *= 2;
+    std::vector<std::uint32_t> namesAt(places);
+    std::uint64_t comparisons = 0;
+    for (const std::size_t header : m_headers)
+    {
+        auto flags = LoadLittleEndian<std::uint16_t>(m_bytes.data() + header + 8);
+        const std::string name = AcceptedName(NameOf(header), flags);
+        const bool isUtf8 = (flags & kZipUtf8Flag) != 0;
+        // What libzip makes of control characters is not predicted: together, they count as one name.
+        const bool isKnown = isUtf8 || !HasControls(name);
+        const std::uint32_t hash = isKnown ? LibZipHash(ZipEntryName(name, isUtf8, ExtraOf(header))) : 0;
+        comparisons += namesAt[hash & (places - 1)]++;
+    }
+    return comparisons > kComparisonsForEach * std::max<std::uint64_t>(m_headers.size(), kFewNames);
 }
 
 ZipBuffer ZipDirectory::Rewritten() const

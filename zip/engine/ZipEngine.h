@@ -84,6 +84,12 @@ enum class ZipEncryption
     Unknown
 };
 
+constexpr bool IsAes(ZipEncryption encryption)
+{
+    return encryption == ZipEncryption::Aes128 || encryption == ZipEncryption::Aes192 ||
+           encryption == ZipEncryption::Aes256;
+}
+
 constexpr std::uint32_t kZipFolderAttribute = 0x10;
 
 struct ZipEntry
@@ -140,7 +146,8 @@ public:
     using Progress = std::function<bool(std::uint64_t)>;
 
     /// Opens an archive, or a split one by its last volume. `isReadOnly` is set for archives that saving would not keep: a
-    /// split one, and one behind a program. Null with the error on failure.
+    /// split one, one behind a program, one that libzip cannot rewrite or would take too long over. Null with the error on
+    /// failure.
     static std::unique_ptr<ZipEngine> Open(std::unique_ptr<ZipBytes> last, const ZipVolumeOpener& openVolume,
                                            bool& isReadOnly, ZipError& error);
     /// Null when memory ran out.

@@ -25,12 +25,6 @@ bool Fail(ZipError& error, ZipFailure failure)
     return false;
 }
 
-bool IsAes(ZipEncryption encryption)
-{
-    return encryption == ZipEncryption::Aes128 || encryption == ZipEncryption::Aes192 ||
-           encryption == ZipEncryption::Aes256;
-}
-
 /// Reads exactly so many bytes; where the archive ends before, it is damaged.
 bool ReadExactly(ZipBytes& bytes, std::uint64_t position, void* buffer, std::size_t count, ZipError& error)
 {
