@@ -5,6 +5,7 @@
 #include "crash/CrashRegistry.h"
 #include "objects/CXException.h"
 #include "platform/FatalSignals.h"
+#include "platform/SealedData.h"
 #include "platform/ThreadLocks.h"
 #include "text/CXTString.h"
 #include "text/InvalidParameter.h"
@@ -22,40 +23,50 @@ using platform::SignalEvent;
 using tev::CrashRegistry;
 using tev::CrashRegistryHold;
 
-// The per-thread hooks are process-wide on this system: each thread records whether it has them, and for which handler.
-std::atomic<unsigned> g_generation{0};
 thread_local unsigned t_hookedBy TEV_NEAR_THREAD_LOCAL = 0;
 
-/// The handlers from before the per-thread hooks, for threads without hooks. Read by signal handlers.
-struct ForOtherThreads
+/// Read by signal handlers.
+struct HookState
 {
+    // The per-thread hooks are process-wide on this system: each thread records whether it has them, and for which handler.
+    std::atomic<unsigned> generation{0};
+    // The handlers from before the per-thread hooks, for threads without hooks.
     std::atomic<const platform::PreviousSignals*> floatingPoint{nullptr};
     std::atomic<const platform::PreviousSignals*> illegalInstruction{nullptr};
     std::atomic<const platform::PreviousSignals*> segmentViolation{nullptr};
     std::atomic<void (*)()> terminate{nullptr};
     std::atomic<void (*)()> unexpected{nullptr};
 };
-ForOtherThreads g_forOthers;
+platform::SealedData<HookState> g_state;
+
+/// 0 stands for none.
+void NextGeneration() noexcept
+{
+    g_state.Change([](HookState& state) {
+        const unsigned next = state.generation.load() + 1;
+        state.generation.store(next == 0 ? 1 : next);
+    });
+}
 
 bool HasThreadHooks() noexcept
 {
-    return t_hookedBy != 0 && t_hookedBy == g_generation.load() && tev::ExpectsCrashes();
+    return t_hookedBy != 0 && t_hookedBy == g_state->generation.load() && tev::ExpectsCrashes();
 }
 
 struct SignalRow
 {
     FatalSignal kind;
     XCrashType type;
-    std::atomic<const platform::PreviousSignals*>* others; ///< null for a hook of the whole process
+    std::atomic<const platform::PreviousSignals*> HookState::*others; ///< null for a hook of the whole process
 };
 
 constexpr SignalRow kSignalRows[] = {
     {FatalSignal::Abort, xCrashAbort, nullptr},
     {FatalSignal::Interrupt, xCrashInterrupt, nullptr},
     {FatalSignal::Terminate, xCrashTermination, nullptr},
-    {FatalSignal::FloatingPoint, xCrashFloatingPoint, &g_forOthers.floatingPoint},
-    {FatalSignal::IllegalInstruction, xCrashIllegalInstruction, &g_forOthers.illegalInstruction},
-    {FatalSignal::SegmentViolation, xCrashSegmentViolation, &g_forOthers.segmentViolation},
+    {FatalSignal::FloatingPoint, xCrashFloatingPoint, &HookState::floatingPoint},
+    {FatalSignal::IllegalInstruction, xCrashIllegalInstruction, &HookState::illegalInstruction},
+    {FatalSignal::SegmentViolation, xCrashSegmentViolation, &HookState::segmentViolation},
 };
 
 /// Runs as a signal handler.
@@ -70,7 +81,7 @@ void OnSignal(const SignalEvent& event) noexcept
             continue;
         if (row.others == nullptr || HasThreadHooks())
             type = row.type;
-        else if (const platform::PreviousSignals* const previous = row.others->load())
+        else if (const platform::PreviousSignals* const previous = (g_state.Get().*row.others).load())
         {
             if (platform::CallPrevious(*previous, event))
                 return;
@@ -83,7 +94,7 @@ void OnSignal(const SignalEvent& event) noexcept
 {
     if (HasThreadHooks())
         tev::ReportAndEnd(xCrashTerminate, nullptr);
-    if (const auto previous = g_forOthers.terminate.load())
+    if (const auto previous = g_state->terminate.load())
         previous();
     std::abort();
 }
@@ -92,7 +103,7 @@ void OnSignal(const SignalEvent& event) noexcept
 {
     if (HasThreadHooks())
         tev::ReportAndEnd(xCrashUnexpected, nullptr);
-    if (const auto previous = g_forOthers.unexpected.load())
+    if (const auto previous = g_state->unexpected.load())
         previous();
     std::terminate();
 }
@@ -158,8 +169,7 @@ int CCrashHandler::SetProcessCPPExceptionHandlers()
     if (m_hasProcessHooks)
         return 0;
     m_hasProcessHooks = true;
-    if (++g_generation == 0)
-        ++g_generation;
+    NextGeneration();
     m_previousFilter = platform::HookSignals(FatalSignal::Other, OnSignal);
     m_previousPureCall = platform::SetPureCallHook(OnPureCall);
     m_previousNew = std::set_new_handler(OnNoMemory);
@@ -171,9 +181,11 @@ int CCrashHandler::SetProcessCPPExceptionHandlers()
     m_previousFloatingPoint = platform::HookSignals(FatalSignal::FloatingPoint, OnSignal);
     m_previousIllegalInstruction = platform::HookSignals(FatalSignal::IllegalInstruction, OnSignal);
     m_previousSegmentViolation = platform::HookSignals(FatalSignal::SegmentViolation, OnSignal);
-    g_forOthers.floatingPoint.store(m_previousFloatingPoint.get());
-    g_forOthers.illegalInstruction.store(m_previousIllegalInstruction.get());
-    g_forOthers.segmentViolation.store(m_previousSegmentViolation.get());
+    g_state.Change([this](HookState& state) {
+        state.floatingPoint.store(m_previousFloatingPoint.get());
+        state.illegalInstruction.store(m_previousIllegalInstruction.get());
+        state.segmentViolation.store(m_previousSegmentViolation.get());
+    });
     return 1;
 }
 
@@ -186,16 +198,18 @@ int CCrashHandler::UnSetProcessCPPExceptionHandlers()
     if (m_hookedThreads != 0)
     {
         m_hookedThreads = 1;
-        t_hookedBy = g_generation.load();
+        t_hookedBy = g_state->generation.load();
         UnSetThreadCPPExceptionHandlers();
     }
-    ++g_generation;
+    NextGeneration();
     for (const SignalSlot* slot :
          {&m_previousFilter, &m_previousAbort, &m_previousInterrupt, &m_previousTermination, &m_previousFloatingPoint,
           &m_previousIllegalInstruction, &m_previousSegmentViolation})
         platform::UnhookSignals(*slot);
-    for (auto* previous : {&g_forOthers.floatingPoint, &g_forOthers.illegalInstruction, &g_forOthers.segmentViolation})
-        previous->store(nullptr);
+    g_state.Change([](HookState& state) {
+        for (auto* previous : {&state.floatingPoint, &state.illegalInstruction, &state.segmentViolation})
+            previous->store(nullptr);
+    });
     platform::SetPureCallHook(m_previousPureCall);
     if (std::get_new_handler() == OnNoMemory)
         std::set_new_handler(m_previousNew);
@@ -209,17 +223,19 @@ int CCrashHandler::UnSetProcessCPPExceptionHandlers()
 int CCrashHandler::SetThreadCPPExceptionHandlers()
 {
     const CrashRegistryHold hold;
-    if (!m_hasProcessHooks || t_hookedBy == g_generation.load())
+    if (!m_hasProcessHooks || t_hookedBy == g_state->generation.load())
         return 0;
     platform::TakeAlternateStack();
-    t_hookedBy = g_generation.load();
+    t_hookedBy = g_state->generation.load();
     if (m_hookedThreads++ == 0)
     {
         m_previousTerminate = std::set_terminate(OnTerminate);
         m_previousUnexpected = platform::SetUnexpectedHook(OnUnexpected);
         // A forked child of a process with hooks finds our own there.
-        g_forOthers.terminate.store(m_previousTerminate == OnTerminate ? nullptr : m_previousTerminate);
-        g_forOthers.unexpected.store(m_previousUnexpected == OnUnexpected ? nullptr : m_previousUnexpected);
+        g_state.Change([this](HookState& state) {
+            state.terminate.store(m_previousTerminate == OnTerminate ? nullptr : m_previousTerminate);
+            state.unexpected.store(m_previousUnexpected == OnUnexpected ? nullptr : m_previousUnexpected);
+        });
     }
     return 1;
 }
@@ -227,7 +243,7 @@ int CCrashHandler::SetThreadCPPExceptionHandlers()
 int CCrashHandler::UnSetThreadCPPExceptionHandlers()
 {
     const CrashRegistryHold hold;
-    if (!m_hasProcessHooks || t_hookedBy != g_generation.load())
+    if (!m_hasProcessHooks || t_hookedBy != g_state->generation.load())
         return 0;
     t_hookedBy = 0;
     platform::GiveAlternateStackBack();

@@ -229,6 +229,7 @@ void CrashThreadUninstall()
 
 void XSetCrashErrorOutput(bool isOn)
 {
+    const CrashRegistryHold hold;
     tev::platform::LetWriteErrors(isOn);
 }
 

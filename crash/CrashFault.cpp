@@ -8,6 +8,7 @@
 #include "platform/AddressWait.h"
 #include "platform/CrashDumps.h"
 #include "platform/Demangling.h"
+#include "platform/SealedData.h"
 #include "platform/ThreadLocks.h"
 #include "platform/Threads.h"
 #include "services/OpenLog.h"
@@ -19,6 +20,7 @@
 #include <exception>
 #include <fstream>
 #include <new>
+#include <utility>
 
 namespace
 {
@@ -40,13 +42,18 @@ enum Stage : std::uint32_t
 };
 
 std::atomic<std::uint32_t> g_stage{kWaiting};
-std::atomic<unsigned> g_processId{0};
-std::atomic<bool> g_withDump{true};
-std::atomic<const void*> g_crashed{nullptr}; ///< the mark of the thread that crashed first
+struct Expected
+{
+    std::atomic<unsigned> processId{0};
+    std::atomic<bool> withDump{false};
+    std::atomic<tev::CrashReporter> reporter{nullptr};
+    tev::platform::StartedThread* thread = nullptr;
+    unsigned threadProcess = 0; ///< a forked child has none
+};
+tev::platform::SealedData<Expected> g_expected;
+tev::platform::SealedData<std::atomic<const void*>>
+    g_crashed; ///< the mark of the thread that crashed first, null for none
 std::atomic<const void*> g_reporterMark{nullptr};
-std::atomic<tev::CrashReporter> g_reporter{nullptr};
-tev::platform::StartedThread* g_thread = nullptr;
-unsigned g_threadProcess = 0; ///< a forked child has none
 
 /// Passed from the crashed thread to the waiting one. Not on the crashed thread's stack, which belongs into the dump.
 _CR_EXCEPTION_INFO g_info;
@@ -64,7 +71,7 @@ char g_reportPath[kLongestPath];
 
 /// Where the waiting thread continues when the program's callback crashes.
 std::jmp_buf g_withoutCallback;
-std::atomic<bool> g_isCallbackRunning{false};
+thread_local bool t_isCallbackRunning TEV_NEAR_THREAD_LOCAL = false; ///< on the reporting thread
 std::atomic<bool> g_isCallbackBroken{false};
 
 thread_local char t_mark TEV_NEAR_THREAD_LOCAL = 0;
@@ -73,7 +80,7 @@ Stage LetReport() noexcept
 {
     try
     {
-        return g_reporter.load()(g_info) ? kDone : kFailed;
+        return g_expected->reporter.load()(g_info) ? kDone : kFailed;
     }
     catch (...)
     {
@@ -97,6 +104,14 @@ unsigned WaitForCrash(void*) noexcept
     return 0;
 }
 
+void SetReporterThread(tev::platform::StartedThread* thread) noexcept
+{
+    g_expected.Change([thread](Expected& expected) {
+        expected.thread = thread;
+        expected.threadProcess = tev::platform::ProcessId();
+    });
+}
+
 [[noreturn]] void EndProcess() noexcept
 {
     if (g_signal != 0)
@@ -104,11 +119,19 @@ unsigned WaitForCrash(void*) noexcept
     tev::platform::EndAtOnce(1);
 }
 
+/// Until the thread that crashed first ends the process. In good time in any case: what says that there is one may be damaged.
 [[noreturn]] void StandStill() noexcept
 {
+    constexpr auto kStep = std::chrono::seconds(1);
     static const std::atomic<std::uint32_t> never{0};
-    for (;;)
-        tev::platform::WaitWhile(never, 0);
+    Clock::time_point end = Clock::now() + 2 * kDeadline;
+    while (Clock::now() < end)
+    {
+        tev::platform::WaitWhile(never, 0, kStep);
+        if (g_stage.load() == kAsking)
+            end = Clock::now() + 2 * kDeadline;
+    }
+    EndProcess();
 }
 
 /// Only the first crashed thread returns.
@@ -116,13 +139,13 @@ void PassGate() noexcept
 {
     const void* const self = tev::ThreadMark();
     const void* first = nullptr;
-    if (g_crashed.compare_exchange_strong(first, self))
+    if (g_crashed.Open().compare_exchange_strong(first, self))
         return;
     if (first == self)
         EndProcess(); // the report itself crashed
     if (tev::IsReporter())
     {
-        if (g_isCallbackRunning.exchange(false))
+        if (std::exchange(t_isCallbackRunning, false))
             std::longjmp(g_withoutCallback, 1);
         g_stage.store(kFailed);
         tev::platform::WakeAll(g_stage);
@@ -132,7 +155,7 @@ void PassGate() noexcept
 
 bool LetReporterWork(Clock::time_point end) noexcept
 {
-    if (g_thread == nullptr || g_threadProcess != tev::platform::ProcessId() || tev::IsReporter())
+    if (g_expected->thread == nullptr || g_expected->threadProcess != tev::platform::ProcessId() || tev::IsReporter())
         return false;
     g_stage.store(kReporting);
     tev::platform::WakeAll(g_stage);
@@ -228,41 +251,46 @@ namespace tev
 {
 void StartReporter(CrashReporter reporter) noexcept
 {
-    g_reporter.store(reporter);
-    if (g_thread != nullptr && g_threadProcess == platform::ProcessId())
+    g_expected.Change([reporter](Expected& expected) { expected.reporter.store(reporter); });
+    if (g_expected->thread != nullptr && g_expected->threadProcess == platform::ProcessId())
         return;
     g_stage.store(kWaiting);
-    g_thread = platform::StartThread({WaitForCrash, [](void*) noexcept {}}, nullptr, 0, platform::ThreadOwner::Library);
-    g_threadProcess = platform::ProcessId();
-    if (g_thread != nullptr)
-        platform::ResumeThread(g_thread);
+    g_crashed.Seal();
+    platform::StartedThread* const thread =
+        platform::StartThread({WaitForCrash, [](void*) noexcept {}}, nullptr, 0, platform::ThreadOwner::Library);
+    SetReporterThread(thread);
+    if (thread != nullptr)
+        platform::ResumeThread(thread);
 }
 
 void StopReporter() noexcept
 {
-    if (g_thread == nullptr || IsCrashing())
+    platform::StartedThread* const thread = g_expected->thread;
+    if (thread == nullptr || IsCrashing())
         return;
-    if (g_threadProcess == platform::ProcessId())
+    if (g_expected->threadProcess == platform::ProcessId())
     {
         constexpr unsigned kLongMs = 10000;
         g_stage.store(kStopped);
         platform::WakeAll(g_stage);
-        platform::WaitForThread(g_thread, kLongMs);
-        platform::ReleaseThread(g_thread);
+        platform::WaitForThread(thread, kLongMs);
+        platform::ReleaseThread(thread);
     }
     g_reporterMark.store(nullptr);
-    g_thread = nullptr;
+    SetReporterThread(nullptr);
 }
 
 void ExpectCrashes(unsigned processId, bool withDump) noexcept
 {
-    g_withDump.store(withDump);
-    g_processId.store(processId);
+    g_expected.Change([=](Expected& expected) {
+        expected.withDump.store(withDump);
+        expected.processId.store(processId);
+    });
 }
 
 bool ExpectsCrashes() noexcept
 {
-    return g_processId.load() == platform::ProcessId();
+    return g_expected->processId.load() == platform::ProcessId();
 }
 
 void ReportAndEnd(unsigned type, const platform::SignalEvent* event) noexcept
@@ -282,7 +310,7 @@ void ReportAndEnd(unsigned type, const platform::SignalEvent* event) noexcept
         fault = {event->context, event->info};
     }
     TakeNotes(type, event);
-    g_place.store(platform::WriteCrashTraces(fault, g_withDump.load(), g_notes));
+    g_place.store(platform::WriteCrashTraces(fault, g_expected->withDump.load(), g_notes));
     if (LetReporterWork(start + kReporterDeadline))
         WriteReportPath();
     else if (g_place.load() >= 0)
@@ -337,12 +365,12 @@ void WriteReportPath() noexcept
 
 bool IsCrashing() noexcept
 {
-    return g_crashed.load() != nullptr;
+    return g_crashed->load() != nullptr;
 }
 
 bool IsCrashedThread(const void* threadMark) noexcept
 {
-    return threadMark != nullptr && threadMark == g_crashed.load();
+    return threadMark != nullptr && threadMark == g_crashed->load();
 }
 
 bool IsReporter() noexcept
@@ -362,12 +390,12 @@ bool IsCallbackBroken() noexcept
 
 CallbackRuns::CallbackRuns() noexcept
 {
-    g_isCallbackRunning.store(IsReporter() && IsCrashing());
+    t_isCallbackRunning = IsReporter() && IsCrashing();
 }
 
 CallbackRuns::~CallbackRuns()
 {
-    g_isCallbackRunning.store(false);
+    t_isCallbackRunning = false;
 }
 
 WithoutDeadline::WithoutDeadline() noexcept

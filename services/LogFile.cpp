@@ -7,6 +7,7 @@
 #include "objects/CXFileException.h"
 #include "platform/ForkHandlers.h"
 #include "platform/PathNames.h"
+#include "platform/SealedData.h"
 #include "platform/SystemErrors.h"
 #include "platform/Threads.h"
 #include "services/ApplicationName.h"
@@ -41,7 +42,7 @@ std::atomic<unsigned> g_level{kThreshold};
 std::atomic<bool> g_isOpen{false};
 
 /// For the crash handler, which cannot wait for the lock. A replaced path is deleted at the next replacement only.
-std::atomic<const std::string*> g_path{nullptr};
+tev::platform::SealedData<std::atomic<const std::string*>> g_path;
 const std::string* g_formerPath = nullptr;
 
 /// Under the log's lock. Null for none.
@@ -55,7 +56,8 @@ void PublishPath(const CPathString* path)
         published = std::make_unique<const std::string>(std::filesystem::absolute(name, failure).string());
     }
     delete g_formerPath;
-    g_formerPath = g_path.exchange(published.release());
+    g_formerPath = g_path->load();
+    g_path.Change([&published](auto& current) { current.store(published.release()); });
 }
 
 unsigned Level() noexcept
@@ -304,7 +306,7 @@ void WriteMessage(const char* format, va_list arguments)
 
 const char* tev::OpenLogPath() noexcept
 {
-    const std::string* const path = g_path.load();
+    const std::string* const path = g_path->load();
     return path == nullptr ? nullptr : path->c_str();
 }
 

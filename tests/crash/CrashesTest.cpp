@@ -138,6 +138,7 @@ const CrashRow kRows[] = {
     {{"double-free"}, 1, SIGABRT, {"FreeTwice", "main"}},
     {{"heap"}, 1, SIGABRT, {"DamageHeap", "main"}, false},
     {{"in-allocator"}, 1, SIGSEGV, {"FaultInAllocator", "main"}, false},
+    {{"wild-writes"}, 1, SIGSEGV, {"WriteNowhere", "main"}, false},
     {{"log"}, 1, SIGSEGV},
     {{"log-elsewhere"}, 1, SIGSEGV},
     {{"bad-log-text"}, 1, SIGSEGV, {"WriteToLogFile", "main"}},

@@ -1,5 +1,6 @@
 #include "platform/CrashDumps.h"
 
+#include "platform/SealedData.h"
 #include "platform/posix/crash/CrashFiles.h"
 #include "platform/posix/crash/MachineState.h"
 #include "platform/posix/crash/OwnDump.h"
@@ -41,19 +42,22 @@ namespace
 {
 constexpr unsigned kHelloTimeoutMs = 2000;
 
-std::atomic<int> g_socket{-1};
-std::atomic<pid_t> g_socketProcess{0}; ///< a forked child inherits the socket, but has no helper
-std::atomic<bool> g_isGreeted{false};  ///< the helper has said that it is ready
-std::atomic<pid_t> g_channelUser{0};   ///< the thread that waits for an answer
+struct DumpState
+{
+    std::atomic<int> socket{-1};
+    std::atomic<pid_t> socketProcess{0}; ///< a forked child inherits the socket, but has no helper
+    /// The traces of the last SetCrashTraces, for a crash without helper: replaced atomically for signal handlers. The
+    /// previous ones are kept, because a handler may be reading them. Both are never destroyed at exit.
+    std::atomic<const CrashTraces*> traces{nullptr};
+};
+SealedData<DumpState> g_state;
+const CrashTraces* g_formerTraces = nullptr;
+std::atomic<bool> g_isGreeted{false}; ///< the helper has said that it is ready
+std::atomic<pid_t> g_channelUser{0};  ///< the thread that waits for an answer
 
 // Not on the small stack of a signal handler.
 DumpOrder g_crashOrder;
 HelperAnswer g_answer;
-
-/// The traces of the last SetCrashTraces, for a crash without helper: replaced atomically for signal handlers. The previous
-/// ones are kept, because a handler may be reading them. Both are never destroyed at exit.
-std::atomic<const CrashTraces*> g_traces{nullptr};
-const CrashTraces* g_formerTraces = nullptr;
 
 pid_t ThisThread() noexcept
 {
@@ -91,7 +95,7 @@ bool Send(int socket, const void* message, std::size_t size) noexcept
 
 int Socket() noexcept
 {
-    return g_socketProcess.load() == getpid() ? g_socket.load() : -1;
+    return g_state->socketProcess.load() == getpid() ? g_state->socket.load() : -1;
 }
 
 /// Exclusive use of the channel to the helper.
@@ -102,11 +106,13 @@ public:
     {
         const pid_t self = ThisThread();
         const std::int64_t end = MonotonicMs() + kDumpTimeoutMs;
-        pid_t none = 0;
+        pid_t user = 0;
         // A thread that crashed while it had the channel gets no second one.
-        while (!(m_isMine = g_channelUser.compare_exchange_strong(none, self)) && none != self && MonotonicMs() < end)
+        while (!(m_isMine = g_channelUser.compare_exchange_strong(user, self)) && user != self && MonotonicMs() < end)
         {
-            none = 0;
+            // One that does not exist does not use it: the word is damaged, or the thread was killed.
+            if (syscall(SYS_tgkill, getpid(), user, 0) == 0)
+                user = 0;
             const timespec shortly = {0, 200000};
             nanosleep(&shortly, nullptr);
         }
@@ -151,10 +157,18 @@ private:
     bool m_isMine = false;
 };
 
+void SetSocket(int socket, pid_t process) noexcept
+{
+    g_state.Change([=](DumpState& state) {
+        state.socket.store(socket);
+        state.socketProcess.store(process);
+    });
+}
+
 void DropSocket() noexcept
 {
-    g_socketProcess.store(0);
-    const int socket = g_socket.exchange(-1);
+    const int socket = g_state->socket.load();
+    SetSocket(-1, 0);
     if (socket >= 0)
         close(socket);
 }
@@ -194,8 +208,7 @@ void StartHelper(const char* helperPath) noexcept
     g_isGreeted.store(false);
     static const int forkHandler = pthread_atfork(nullptr, nullptr, DropSocket);
     static_cast<void>(forkHandler);
-    g_socket.store(ownEnd.Release());
-    g_socketProcess.store(getpid());
+    SetSocket(ownEnd.Release(), getpid());
 }
 
 /// All but the registers where there are none yet.
@@ -240,7 +253,8 @@ void SetCrashTraces(const CrashTraces& traces)
 {
     auto copy = std::make_unique<const CrashTraces>(traces);
     delete g_formerTraces;
-    g_formerTraces = g_traces.exchange(copy.release());
+    g_formerTraces = g_state->traces.load();
+    g_state.Change([&copy](DumpState& state) { state.traces.store(copy.release()); });
 
     const int socket = Socket();
     if (socket < 0)
@@ -298,7 +312,7 @@ bool WritePrivateFile(const char* path, std::string_view bytes) noexcept
 
 int WriteCrashTraces(const Fault& fault, bool withDump, const CrashNotes& notes) noexcept
 {
-    const CrashTraces* const traces = g_traces.load();
+    const CrashTraces* const traces = g_state->traces.load();
     if (traces == nullptr)
         return -1;
     DumpOrder& order = g_crashOrder;

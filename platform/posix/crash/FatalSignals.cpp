@@ -1,5 +1,6 @@
 #include "platform/FatalSignals.h"
 
+#include "platform/SealedData.h"
 #include "platform/ThreadLocks.h"
 #include "platform/posix/threads/AlternateStack.h"
 
@@ -44,7 +45,12 @@ constexpr SignalsOfKind kSignals[] = {
 };
 constexpr std::size_t kKinds = std::size(kSignals);
 
-std::atomic<SignalHook> g_hooks[kKinds];
+struct SignalState
+{
+    std::atomic<SignalHook> hooks[kKinds];
+    std::atomic<bool> mayWriteErrors;
+};
+SealedData<SignalState> g_state;
 
 const SignalsOfKind* FindSignal(int number) noexcept
 {
@@ -63,7 +69,7 @@ void OnSignal(int number, siginfo_t* info, void* context)
 {
     const int error = errno;
     const SignalsOfKind* const row = FindSignal(number);
-    const SignalHook hook = row == nullptr ? nullptr : g_hooks[row - kSignals].load();
+    const SignalHook hook = row == nullptr ? nullptr : g_state->hooks[row - kSignals].load();
     if (hook != nullptr)
         hook({row->kind, number, info->si_code, info, context});
     else
@@ -86,7 +92,6 @@ bool IsSanitized() noexcept
 thread_local std::optional<AlternateStack> t_alternateStack;
 
 std::atomic<RunTimeHook> g_pureCallHook{nullptr};
-std::atomic<bool> g_mayWriteErrors{false};
 } // namespace
 
 struct PreviousSignals
@@ -103,7 +108,7 @@ PreviousSignalsPtr HookSignals(FatalSignal kind, SignalHook hook)
     const auto index = static_cast<std::size_t>(kind);
     auto previous = std::make_shared<PreviousSignals>();
     previous->kind = kind;
-    g_hooks[index].store(hook);
+    g_state.Change([&](SignalState& state) { state.hooks[index].store(hook); });
     struct sigaction action = {};
     action.sa_sigaction = OnSignal;
     // A fault inside the handler enters it again instead of ending the process without the documented exit code.
@@ -127,7 +132,7 @@ void UnhookSignals(const PreviousSignalsPtr& previous) noexcept
         if (sigaction(kSignals[index].numbers[i], nullptr, &standing) == 0 && IsOurs(standing))
             sigaction(kSignals[index].numbers[i], &previous->actions[i], nullptr);
     }
-    g_hooks[index].store(nullptr);
+    g_state.Change([&](SignalState& state) { state.hooks[index].store(nullptr); });
 }
 
 bool CallPrevious(const PreviousSignals& previous, const SignalEvent& event) noexcept
@@ -226,14 +231,14 @@ void GiveAlternateStackBack() noexcept
 
 void LetWriteErrors(bool isOn) noexcept
 {
-    g_mayWriteErrors.store(isOn);
+    g_state.Change([&](SignalState& state) { state.mayWriteErrors.store(isOn); });
 }
 
 void WriteErrorLine(const char* start, const char* rest) noexcept
 {
     constexpr int kPatienceMs = 1000;
     pollfd output = {STDERR_FILENO, POLLOUT, 0};
-    if (!g_mayWriteErrors.load() || poll(&output, 1, kPatienceMs) != 1 || (output.revents & POLLOUT) == 0)
+    if (!g_state->mayWriteErrors.load() || poll(&output, 1, kPatienceMs) != 1 || (output.revents & POLLOUT) == 0)
         return;
     // A reader that has gone must not end the process by a signal.
     sigset_t brokenPipe, before, pending;

@@ -3,19 +3,23 @@
 
 #include "TevTools.h"
 
+#include <algorithm>
 #include <atomic>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <iostream>
 #include <map>
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include <fcntl.h>
+#include <link.h>
 #include <pthread.h>
 #include <sys/file.h>
 #include <sys/mman.h>
@@ -102,6 +106,38 @@ void FaultInAllocator()
     std::free(block);
     block[1] = reinterpret_cast<void*>(0x4141414141410000u);
     g_nowhere = static_cast<int*>(std::malloc(kSize + 1000));
+}
+/// Writes over all data of the library that can be written to.
+void OverwriteLibrary()
+{
+    std::vector<std::pair<char*, char*>> data;
+    dl_iterate_phdr(
+        [](dl_phdr_info* info, std::size_t, void* found) {
+            for (int i = 0; std::strstr(info->dlpi_name, "/libTevTools.so") != nullptr && i < info->dlpi_phnum; ++i)
+            {
+                const auto& part = info->dlpi_phdr[i];
+                char* const begin = reinterpret_cast<char*>(info->dlpi_addr + part.p_vaddr);
+                if (part.p_type == PT_LOAD && (part.p_flags & PF_W) != 0)
+                    static_cast<decltype(data)*>(found)->emplace_back(begin, begin + part.p_memsz);
+            }
+            return 0;
+        },
+        &data);
+    std::ifstream maps("/proc/self/maps");
+    std::vector<std::pair<char*, char*>> writable;
+    for (std::string line; std::getline(maps, line);)
+    {
+        char* end = nullptr;
+        char* const from = reinterpret_cast<char*>(std::strtoul(line.c_str(), &end, 16));
+        char* const to = reinterpret_cast<char*>(std::strtoul(end + 1, &end, 16));
+        for (const auto& [begin, dataEnd] : data)
+        {
+            if (end[2] == 'w' && from < dataEnd && to > begin)
+                writable.emplace_back(std::max(from, begin), std::min(to, dataEnd));
+        }
+    }
+    for (const auto& [begin, end] : writable)
+        std::memset(begin, 0x5A, static_cast<std::size_t>(end - begin));
 }
 void FreeTwice()
 {
@@ -269,6 +305,11 @@ const std::map<std::string, void (*)()> kWays = {
     {"double-free", FreeTwice},
     {"heap", DamageHeap},
     {"in-allocator", FaultInAllocator},
+    {"wild-writes",
+     [] {
+         OverwriteLibrary();
+         WriteNowhere();
+     }},
     {"log",
      [] {
          LogLock(true);

@@ -1,0 +1,47 @@
+#pragma once
+
+#include <cstddef>
+#include <utility>
+
+namespace tev::platform
+{
+constexpr std::size_t kSealedPage = 4096;
+
+/// Lets these pages be written to, or only read. Does nothing on a system with pages of another size. Safe in signal handlers.
+void LetWrite(void* pages, std::size_t size, bool isWritable) noexcept;
+
+/// What the handling of a crash relies on: a wild write of the program faults there instead of changing it. An object of
+/// static storage duration, on pages of its own that can be written to only while Change is under way.
+/// Read by any thread at any time, so DATA has atomic members where that matters; changed by one at a time.
+template <class DATA>
+class alignas(kSealedPage) SealedData
+{
+public:
+    constexpr SealedData() noexcept = default;
+    SealedData(const SealedData&) = delete;
+    SealedData& operator=(const SealedData&) = delete;
+
+    const DATA& Get() const noexcept { return m_data; }
+    const DATA* operator->() const noexcept { return &m_data; }
+
+    /// Calls `change(DATA&)`, which throws nothing.
+    template <class CHANGE>
+    void Change(CHANGE&& change) noexcept
+    {
+        Open();
+        std::forward<CHANGE>(change)(m_data);
+        Seal();
+    }
+    /// To be called once where there is no Change.
+    void Seal() noexcept { LetWrite(this, sizeof *this, false); }
+    /// For the end of the process: the data stays writable.
+    DATA& Open() noexcept
+    {
+        LetWrite(this, sizeof *this, true);
+        return m_data;
+    }
+
+private:
+    DATA m_data{};
+};
+} // namespace tev::platform
