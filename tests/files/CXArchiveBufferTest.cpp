@@ -12,6 +12,7 @@
 #include <memory>
 #include <random>
 #include <string>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -343,51 +344,42 @@ TEST(CXArchiveBufferTest, RandomSequencesComeBack)
         std::mt19937_64 random(seed);
         std::vector<std::function<void(CXArchive&)>> writes;
         std::vector<std::function<bool(CXArchive&)>> reads;
+        const auto add = [&](const auto& value) {
+            writes.push_back([=](CXArchive& archive) { archive << value; });
+            reads.push_back([=](CXArchive& archive) {
+                std::decay_t<decltype(value)> read{};
+                archive >> read;
+                return read == value;
+            });
+        };
         for (int i = 0; i < 2000; ++i)
         {
             const unsigned __int64 value = random();
             switch (value % 5)
             {
             case 0:
-                writes.push_back([=](CXArchive& a) { a << value; });
-                reads.push_back([=](CXArchive& a) {
-                    unsigned __int64 v;
-                    a >> v;
-                    return v == value;
-                });
+                add(value);
                 break;
             case 1:
-                writes.push_back([=](CXArchive& a) { a << static_cast<short>(value); });
-                reads.push_back([=](CXArchive& a) {
-                    short v;
-                    a >> v;
-                    return v == static_cast<short>(value);
-                });
+                add(static_cast<short>(value));
                 break;
             case 2: {
-                Bytes block(value / 5 % 900, static_cast<unsigned char>(value >> 32));
-                writes.push_back([=](CXArchive& a) { a.Write(block.data(), block.size()); });
-                reads.push_back([=](CXArchive& a) {
-                    Bytes v(block.size());
-                    a.EnsureRead(v.data(), v.size());
-                    return v == block;
+                const Bytes block(value / 5 % 900, static_cast<unsigned char>(value >> 32));
+                writes.push_back([=](CXArchive& archive) { archive.Write(block.data(), block.size()); });
+                reads.push_back([=](CXArchive& archive) {
+                    Bytes read(block.size());
+                    archive.EnsureRead(read.data(), read.size());
+                    return read == block;
                 });
                 break;
             }
-            case 3: {
-                const CXTString<wchar_t> text(static_cast<wchar_t>(1 + value / 5 % 0xD7FF),
-                                              static_cast<int>(value >> 32 & 0xFF));
-                writes.push_back([=](CXArchive& a) { a << text; });
-                reads.push_back([=](CXArchive& a) {
-                    CXTString<wchar_t> v;
-                    a >> v;
-                    return v == text;
-                });
+            case 3:
+                add(CXTString<wchar_t>(static_cast<wchar_t>(1 + value / 5 % 0xD7FF),
+                                       static_cast<int>(value >> 32 & 0xFF)));
                 break;
-            }
             default:
-                writes.push_back([=](CXArchive& a) { a.WriteCount(value >> (value & 63)); });
-                reads.push_back([=](CXArchive& a) { return a.ReadCount() == value >> (value & 63); });
+                writes.push_back([=](CXArchive& archive) { archive.WriteCount(value >> (value & 63)); });
+                reads.push_back([=](CXArchive& archive) { return archive.ReadCount() == value >> (value & 63); });
             }
         }
         const Bytes bytes = StoredBy(

@@ -155,6 +155,7 @@ TEST(PreferenceRecords, DamageCostsTheRecordInWhichItLies)
         keys + "TSUC" + Number(2) + value,          // too few
         keys + "5SUC" + Number(52) + Number(1) + Number(2) + Number(8) + Number(0) + Number(0) +
             Record({0, 0}, 1).substr(36) + Record({0, 0}, 1).substr(36), // an identifier twice
+        keys + StoreOf(Chunk(7, 1, "a") + Chunk(8, 1, "b") + Chunk(7, 1, "c"), 3),
         keys + "5SUC" + Number(36) + Number(2) + Number(1) + Number(4) + Number(0) + Number(0) + Bytes(16, '\0'),
     };
     for (const Bytes& bad : layouts)
@@ -186,6 +187,10 @@ TEST(PreferenceRecords, DamageCostsTheRecordInWhichItLies)
     ASSERT_EQ(listed.size(), 1U);
     EXPECT_EQ(listed[0].m_key2, 6U);
     EXPECT_TRUE(tev::SplitPreferences({0, 0, 0, 0}, listed) && listed.empty());
+    listed = Split(File({RecordOf({1, 1}, {}), RecordOf({2, 2}, {4, 0, 4})}));
+    ASSERT_EQ(listed.size(), 2U);
+    EXPECT_EQ(listed[0].m_valueCount, 0U);
+    EXPECT_EQ(listed[1].m_valueCount, 3U);
     // What a value holds is not taken for a record, though the one that holds it is damaged.
     Bytes outer = RecordOf({2, 2}, {static_cast<unsigned>(Record({7, 7}, 7).size())});
     outer.replace(48, outer.npos, Record({7, 7}, 7));

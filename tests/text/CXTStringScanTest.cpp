@@ -8,7 +8,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <gtest/gtest.h>
+#include <iterator>
 #include <limits>
+#include <sstream>
 #include <string>
 #include <type_traits>
 #include <vector>
@@ -32,6 +34,12 @@ using Widths = testing::Types<char, wchar_t>;
 TYPED_TEST_SUITE(ScanTest, Widths);
 
 constexpr int kUntouched = -77;
+
+std::vector<std::string> Words(const std::string& text)
+{
+    std::istringstream words(text);
+    return {std::istream_iterator<std::string>(words), {}};
+}
 } // namespace
 
 TYPED_TEST(ScanTest, IntegersAreReadAsFarAsStrtolWould)
@@ -106,51 +114,27 @@ TYPED_TEST(ScanTest, IntegersOfEverySizeStopAtTheirLimits)
 TYPED_TEST(ScanTest, FloatingPointIsReadAsFarAsStrtodWouldInTheCLocale)
 {
     using T = TypeParam;
-    for (const char* text : {"0",
-                             "-0.0",
-                             "1.5",
-                             ".5",
-                             "5.",
-                             "+2.25e3",
-                             "1e",
-                             "1e+",
-                             "1e+2x",
-                             "-1E-3,",
-                             "0x1.8p1",
-                             "0x.8",
-                             "0x",
-                             "0xp1",
-                             "inf",
-                             "-Infinity",
-                             "INFINIT",
-                             "nan",
-                             "nan(24333333333333333333333)",
-                             "1e400",
-                             "-1e400",
-                             "1e-400",
-                             "0.1",
-                             "123456789012345678901234567890",
-                             "4.9e-324",
-                             "0x1p99999",
-                             "0x1p-99999",
-                             "1e99999999999999999999",
-                             "0.00000000000000000000000000000000000000000000000000000000000000000001e70"})
+    for (const std::string& text :
+         Words("0 -0.0 1.5 .5 5. +2.25e3 1e 1e+ 1e+2x -1E-3, 0x1.8p1 0x.8 0x 0xp1 inf -Infinity INFINIT nan "
+               "nan(24333333333333333333333) 1e400 -1e400 1e-400 0.1 123456789012345678901234567890 4.9e-324 "
+               "0x1p99999 0x1p-99999 1e99999999999999999999 "
+               "0.00000000000000000000000000000000000000000000000000000000000000000001e70"))
     {
         double value = kUntouched;
         int length = kUntouched;
         EXPECT_EQ(Scan<T>(text, "%lf%n", &value, &length), 1) << text;
         char* end = nullptr;
-        const double expected = std::strtod(text, &end);
+        const double expected = std::strtod(text.c_str(), &end);
         EXPECT_TRUE(value == expected || (std::isnan(value) && std::isnan(expected))) << text << " " << value;
         EXPECT_EQ(std::signbit(value), std::signbit(expected)) << text;
-        EXPECT_EQ(length, end - text) << text;
+        EXPECT_EQ(length, end - text.c_str()) << text;
 
         float small = kUntouched;
         EXPECT_EQ(Scan<T>(text, "%g", &small), 1) << text;
-        EXPECT_TRUE(small == std::strtof(text, nullptr) || std::isnan(small)) << text << " " << small;
+        EXPECT_TRUE(small == std::strtof(text.c_str(), nullptr) || std::isnan(small)) << text << " " << small;
         long double large = kUntouched;
         EXPECT_EQ(Scan<T>(text, "%La", &large), 1) << text;
-        EXPECT_TRUE(large == std::strtold(text, nullptr) || std::isnan(large)) << text << " " << large;
+        EXPECT_TRUE(large == std::strtold(text.c_str(), nullptr) || std::isnan(large)) << text << " " << large;
     }
     for (const char* text : {"x", "-", ".", "--1", "+-1", "e5", "in"})
     {
@@ -179,21 +163,16 @@ void ExpectScannedAs(const std::string& text, const char* format, Value (*conver
 TYPED_TEST(ScanTest, FloatingPointAtTheEndsOfItsRangeIsThatOfStrtod)
 {
     using T = TypeParam;
-    std::vector<std::string> texts = {"1e-4940",         "3.6451995318824746025e-4951",
-                                      "1.8e-4951",       "1.9e-4951",
-                                      "0x1p-16446",      "0x1.8p-16446",
-                                      "0x1.fffp-16383",  "0x1p16384",
-                                      "-1e-4945",        "1.18973149535723176509e4932",
-                                      "-0x1.ffp-16400,", "3.3621e-4932"};
-    const long double edges[] = {std::numeric_limits<float>::denorm_min(),
-                                 std::numeric_limits<float>::min(),
-                                 std::numeric_limits<float>::max(),
-                                 std::numeric_limits<double>::denorm_min(),
-                                 std::numeric_limits<double>::min(),
-                                 std::numeric_limits<double>::max(),
-                                 std::numeric_limits<long double>::denorm_min(),
-                                 std::numeric_limits<long double>::min(),
-                                 std::numeric_limits<long double>::max()};
+    std::vector<std::string> texts =
+        Words("1e-4940 3.6451995318824746025e-4951 1.8e-4951 1.9e-4951 0x1p-16446 0x1.8p-16446 0x1.fffp-16383 "
+              "0x1p16384 -1e-4945 1.18973149535723176509e4932 -0x1.ffp-16400, 3.3621e-4932");
+    std::vector<long double> edges;
+    const auto addEdges = [&](auto limits) {
+        edges.insert(edges.end(), {limits.denorm_min(), limits.min(), limits.max()});
+    };
+    addEdges(std::numeric_limits<float>());
+    addEdges(std::numeric_limits<double>());
+    addEdges(std::numeric_limits<long double>());
     for (const long double edge : edges)
     {
         for (const long double factor : {0.499L, 0.5L, 0.501L, 0.999999999999L, 1.0L, 1.000000001L, 1.5L, 2.0L})
