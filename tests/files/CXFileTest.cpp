@@ -3,6 +3,7 @@
 #include "objects/CXFileException.h"
 #include "tests/support/FailingFileSystem.h"
 #include "tests/support/FileFailure.h"
+#include "tests/support/ForkedChild.h"
 #include "tests/support/OnThreads.h"
 #include "tests/support/TempFolder.h"
 
@@ -17,7 +18,6 @@
 #include <thread>
 #include <vector>
 
-#include <signal.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -267,28 +267,21 @@ std::string WhoCanOpen(const std::wstring& path)
 class OtherProcess
 {
 public:
-    OtherProcess(const std::wstring& path, unsigned flags) : m_process(fork())
+    OtherProcess(const std::wstring& path, unsigned flags)
+        : m_process([&] {
+              CXFile file(false);
+              const bool opened = file.Open(path.c_str(), flags);
+              return write(m_opened.In(), opened ? "y" : "n", 1) == 1 && pause() == 0;
+          })
     {
-        if (m_process == 0)
-        {
-            CXFile file(false);
-            const bool opened = file.Open(path.c_str(), flags);
-            if (write(m_opened.In(), opened ? "y" : "n", 1) == 1)
-                pause();
-            _exit(1);
-        }
         char answer = 0;
-        EXPECT_TRUE(m_process > 0 && read(m_opened.Out(), &answer, 1) == 1 && answer == 'y');
+        EXPECT_TRUE(read(m_opened.Out(), &answer, 1) == 1 && answer == 'y');
     }
-    ~OtherProcess()
-    {
-        if (m_process > 0 && kill(m_process, SIGKILL) == 0)
-            waitpid(m_process, nullptr, 0);
-    }
+    ~OtherProcess() { m_process.Kill(); }
 
 private:
     const Pipe m_opened;
-    const pid_t m_process;
+    tev::test::ChildProcess m_process;
 };
 
 TEST(CXFileSharing, FollowsTheRuleInOneProcessAndBetweenTwo)

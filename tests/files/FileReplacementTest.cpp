@@ -12,14 +12,13 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <optional>
 #include <set>
 #include <thread>
 
 #include <fcntl.h>
-#include <signal.h>
 #include <sys/file.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 namespace
@@ -166,20 +165,13 @@ TEST(FileReplacement, LeavesNoLockToAChildThatIsMadeMeanwhile)
 {
     const TempFolder folder;
     const std::wstring path = folder.WriteFile("file", "old");
-    pid_t child = 0;
+    std::optional<ChildProcess> child;
     {
         const FileReplacement replacement(path.c_str());
-        child = fork();
-        if (child == 0)
-        {
-            alarm(60);
-            pause();
-            _exit(0);
-        }
+        child.emplace([] { return pause() == 0; });
     }
     EXPECT_EQ(Thrown([&] { Replace(path, TemporaryName::Own); }), kNothingThrown);
-    kill(child, SIGKILL);
-    EXPECT_EQ(waitpid(child, nullptr, 0), child);
+    child->Kill();
 }
 
 TEST(FileReplacement, WorksWhereFilesMustHaveNames)
