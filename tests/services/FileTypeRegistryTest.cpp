@@ -3,15 +3,13 @@
 #include "services/BuiltInFileTypes.h"
 #include "services/CFileNameSpec.h"
 #include "services/FileWildcards.h"
+#include "tests/support/MadeLocale.h"
 #include "tests/support/OnThreads.h"
 #include "tests/support/PrintText.h"
-#include "tests/support/TempFolder.h"
 
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <clocale>
-#include <cstdlib>
 #include <string>
 
 namespace
@@ -245,16 +243,6 @@ TEST(FileTypeRegistry, ExtensionsOfAClassAndOfAKind)
     EXPECT_EQ(fileGetClass(L"a.zz"), Code("many"));
 }
 
-/// In Turkish the C library's small letter of I is another one than i. False where this system cannot make that locale.
-bool SetTurkishLocale(const tev::test::TempFolder& folder)
-{
-    const std::string make = "localedef -i tr_TR -f UTF-8 " + folder.Path("tr_TR.UTF-8").string() + " >&- 2>&-";
-    setenv("LOCPATH", folder.Path().c_str(), 1);
-    const bool isSet = std::system(make.c_str()) == 0 && std::setlocale(LC_ALL, "tr_TR.UTF-8") != nullptr;
-    unsetenv("LOCPATH");
-    return isSet;
-}
-
 TEST(FileTypeRegistry, ExtensionsAreComparedAlikeInEveryLocale)
 {
     const Registered other(CFileExt(L"Other", L".INI|.\u00C4x", Code("othr"), 0x10000));
@@ -274,10 +262,10 @@ TEST(FileTypeRegistry, ExtensionsAreComparedAlikeInEveryLocale)
         EXPECT_TRUE(fileMatchWilcards(L"FAVICON.ICO", patterns));
     };
     expectAll();
-    const tev::test::TempFolder folder;
-    if (SetTurkishLocale(folder))
+    // In Turkish the C library's small letter of I is another one than i.
+    const tev::test::MadeLocale turkish("tr_TR");
+    if (turkish.IsSet())
         expectAll();
-    std::setlocale(LC_ALL, "C");
 }
 
 TEST(CFileNameSpec, TakesTheClassOfItsExtensionUnlessOneIsGiven)

@@ -1,3 +1,4 @@
+#include "tests/support/MadeLocale.h"
 #include "tests/support/TextTools.h"
 #include "text/CXTString.h"
 #include "text/Language.h"
@@ -9,7 +10,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <cwchar>
 #include <gtest/gtest.h>
+#include <iterator>
 #include <limits>
 #include <memory>
 #include <string>
@@ -116,6 +119,34 @@ TEST(FormatOracleTest, DecimalsAreRoundedToEvenWhereTheNumberLiesHalfway)
         }
         power = i % 5 == 0 ? power * 2 : power;
     }
+}
+
+TEST(FormatOracleTest, SeparatorsAndDecimalPointsAreThoseOfTheLocale)
+{
+    const tev::test::MadeLocale french("fr_FR"); // separators of three bytes, and a decimal comma
+    if (!french.IsSet())
+        GTEST_SKIP() << "this system cannot make a locale";
+    const auto check = [](const char* format, auto value) {
+        char narrow[200];
+        wchar_t wide[200];
+        std::snprintf(narrow, std::size(narrow), format, value);
+        std::swprintf(wide, std::size(wide), Widen<wchar_t>(format).c_str(), value);
+        EXPECT_EQ(Formatted(format, value), narrow) << format;
+        EXPECT_EQ(Formatted(Widen<wchar_t>(format).c_str(), value), wide) << format;
+    };
+    for (const long long value : {0LL, 999LL, -1000LL, 1234567LL, LLONG_MIN})
+    {
+        for (const char* format : {"%'lld", "<%'30lld>", "<%-'30lld>", "%+'lld", "%'llu", "%lld"})
+            check(format, value);
+    }
+    for (const double value : {0.5, -1234567.25, 1e22})
+    {
+        for (const char* format : {"%f", "%.2f", "%'.2f", "%+'f", "%e", "%.3G", "%'g", "%a"})
+            check(format, value);
+    }
+    // A width counts bytes, a precision digits, and only decimal digits are grouped.
+    EXPECT_EQ(Formatted("%'12.1f|%'.7d|%'x", 1234.5, 1234, 74565), "   1\u202F234,5|0001\u202F234|12345");
+    EXPECT_EQ(Formatted(L"%-'12.1f|", 1234.5), L"1\u202F234,5     |");
 }
 
 TEST(FormatOracleTest, TextPointersAndFieldsFromArgumentsComeAsTheCLibraryPrintsThem)
