@@ -1,6 +1,7 @@
 #include "files/CXFile.h"
 
 #include "objects/CXFileException.h"
+#include "platform/Cancellation.h"
 #include "platform/FileSystem.h"
 
 #include <utility>
@@ -65,6 +66,7 @@ void* CXFile::HandleFromDescriptor(int descriptor) noexcept
 
 bool CXFile::Open(const wchar_t* path, unsigned int flags, CXFileException* error)
 {
+    platform::PassCancellationPoint();
     if (m_closeOnDelete)
         CXFile::Abort();
     m_handle = nullptr;

@@ -2,6 +2,7 @@
 
 #include "objects/CXFileException.h"
 #include "objects/ThreadStatus.h"
+#include "platform/Cancellation.h"
 #include "platform/FileSystem.h"
 #include "platform/SystemErrors.h"
 
@@ -35,6 +36,7 @@ void* WaitForLock(const wchar_t* path)
 
 FileReplacement::FileReplacement(const wchar_t* path, TemporaryName naming) : m_naming(naming), m_path(path)
 {
+    platform::PassCancellationPoint();
     platform::FileSystem& files = platform::CurrentFileSystem();
     Require(files.ResolveLinks(path, m_path));
     m_folder = WaitForLock(m_path.c_str());

@@ -3,6 +3,7 @@
 #include "objects/CXException.h"
 #include "objects/HeldOverFork.h"
 #include "objects/ThreadException.h"
+#include "platform/ForcedUnwind.h"
 
 #include <algorithm>
 #include <string>
@@ -86,6 +87,10 @@ CXObject* CXRuntimeClass::CreateObject() const
     try
     {
         object = m_create();
+    }
+    catch (const tev::platform::ForcedUnwind&)
+    {
+        throw;
     }
     catch (CXException* exception)
     {

@@ -1,6 +1,7 @@
 #include "services/CWatchFolder.h"
 
 #include "objects/CXException.h"
+#include "platform/Cancellation.h"
 #include "platform/FolderWatch.h"
 #include "platform/PathNames.h"
 #include "platform/Threads.h"
@@ -125,6 +126,7 @@ void CWatchFolder::RemoveAll()
 
 bool CWatchFolder::CheckRefreshNotification()
 {
+    tev::platform::PassCancellationPoint();
     if (m_refreshLocks.load(std::memory_order_relaxed) > 0)
         return false;
     if (HoldsChanges())

@@ -5,6 +5,7 @@
 #include "maps/CHashMap.h"
 #include "objects/CXCriticalSection.h"
 #include "objects/CXFileException.h"
+#include "platform/Cancellation.h"
 #include "platform/ForkHandlers.h"
 #include "platform/PathNames.h"
 #include "platform/SealedData.h"
@@ -292,6 +293,7 @@ void WriteMessage(const wchar_t* format, va_list arguments)
     Text message;
     message.FormatV(format, arguments);
     Log::Get().Write(message);
+    tev::platform::PassCancellationPoint();
 }
 
 void WriteMessage(const char* format, va_list arguments)
@@ -301,6 +303,7 @@ void WriteMessage(const char* format, va_list arguments)
     CXTString<char> message;
     message.FormatV(format, arguments);
     Log::Get().Write(Text(message));
+    tev::platform::PassCancellationPoint();
 }
 } // namespace
 

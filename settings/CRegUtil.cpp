@@ -1,6 +1,7 @@
 #include "settings/CRegUtil.h"
 
 #include "base/LittleEndian.h"
+#include "platform/Cancellation.h"
 #include "platform/EnvironmentText.h"
 #include "services/UserMessage.h"
 #include "settings/engine/SettingsStore.h"
@@ -208,6 +209,7 @@ bool CRegUtil::InitPath(wchar_t const** components, int count, bool create)
 
 bool CRegUtil::OpenBase(bool create)
 {
+    tev::platform::PassCancellationPoint();
     if (m_base != nullptr)
         return true;
     HKEY key = m_root != nullptr ? m_root : RootKey(kCurrentUser);

@@ -4,6 +4,7 @@
 #include "objects/CXException.h"
 #include "objects/ThreadException.h"
 #include "objects/ThreadStatus.h"
+#include "platform/Cancellation.h"
 #include "platform/ForcedUnwind.h"
 #include "platform/SharedWork.h"
 #include "threads/WorkPool.h"
@@ -125,6 +126,7 @@ bool tev::LoopControl::CheckWhetherToEnd() noexcept
 
 bool tev::RunParallelChunks(unsigned itemCount, LoopChunk chunk, void* context)
 {
+    platform::PassCancellationPoint();
     const LongOperation operation("in a parallel loop");
     Loop loop(itemCount, chunk, context);
     const auto work = [](void* running) { static_cast<Loop*>(running)->Work(); };

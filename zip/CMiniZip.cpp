@@ -3,6 +3,7 @@
 #include "objects/CXException.h"
 #include "objects/ResultOr.h"
 #include "objects/ThreadStatus.h"
+#include "platform/Cancellation.h"
 #include "platform/ContainedFolder.h"
 #include "platform/FileInformation.h"
 #include "platform/FileSystem.h"
@@ -59,7 +60,7 @@ Failure FailureOf(unsigned systemError, Failure otherwise)
 
 /// What `work` returns, or, where it throws, what `fail` returns.
 template <class WORK, class FAIL>
-bool Try(WORK&& work, FAIL&& fail) noexcept
+bool Try(WORK&& work, FAIL&& fail)
 {
     try
     {
@@ -398,6 +399,7 @@ bool CMiniZip::Fail(CXExtractionFailure failure) noexcept
 /// Forgets files that were kept.
 void CMiniZip::StartOver()
 {
+    tev::platform::PassCancellationPoint();
     if (!m_extractedFiles.IsEmpty() || !m_files->Files().empty())
         Clean();
     m_files->Forget();

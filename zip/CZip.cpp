@@ -1,6 +1,7 @@
 #include "zip/CZip.h"
 
 #include "objects/CXFileException.h"
+#include "platform/Cancellation.h"
 #include "services/CPathString.h"
 #include "services/FileTypes.h"
 #include "services/Paths.h"
@@ -99,6 +100,7 @@ bool CZip::Attempt(Work&& work) const
 
 bool CZip::Open(const wchar_t* path, ZipOpenMode mode, bool throwOnError, CZipExtractCallback* callback)
 {
+    tev::platform::PassCancellationPoint();
     const auto open = [&] {
         const bool canOpen = IsClosed() && path != nullptr && *path != L'\0';
         return canOpen ? ZipArchive::Open(path, mode, callback, m_archive) : Refused(XZipFailure::kInvalidArgument);

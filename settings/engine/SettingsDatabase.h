@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/Cancellation.h"
 #include "settings/engine/SettingsConnection.h"
 #include "settings/engine/SettingsStore.h"
 
@@ -92,6 +93,9 @@ public:
     ~SettingsLock();
     SettingsLock(const SettingsLock&) = delete;
     SettingsLock& operator=(const SettingsLock&) = delete;
+
+private:
+    const platform::WithoutCancellation m_whole; // the database library could not go on
 };
 
 /// How long an operation waits for another process that writes; not long on a thread that is asked to end.

@@ -1,4 +1,5 @@
 #include "platform/ContainedFolder.h"
+#include "platform/Cancellation.h"
 
 #include "platform/PathNames.h"
 #include "platform/posix/files/ContainedSteps.h"
@@ -278,6 +279,7 @@ bool CreateFoldersAt(const std::string& path)
 std::unique_ptr<ContainedFolder> OpenAt(const wchar_t* path, int flags, ContainedFolder::Missing missing,
                                         ContainedFolder::Following following)
 {
+    const WithoutCancellation whole;
     std::string name;
     if (!WidePathToSystem(path, name))
     {

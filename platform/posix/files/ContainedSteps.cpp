@@ -1,4 +1,5 @@
 #include "platform/posix/files/ContainedSteps.h"
+#include "platform/Cancellation.h"
 
 #include "platform/posix/files/OwnedDescriptor.h"
 
@@ -59,6 +60,7 @@ bool KnowsOneStep()
 
 int OpenComponent(int folder, const char* name, int flags, mode_t mode)
 {
+    const WithoutCancellation whole;
     for (;;)
     {
         const int descriptor = openat(folder, name, flags | O_NOFOLLOW, mode);
@@ -69,6 +71,7 @@ int OpenComponent(int folder, const char* name, int flags, mode_t mode)
 
 int DuplicateDescriptor(int descriptor)
 {
+    const WithoutCancellation whole;
     return fcntl(descriptor, F_DUPFD_CLOEXEC, 0);
 }
 } // namespace tev::platform

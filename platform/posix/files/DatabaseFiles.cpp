@@ -1,4 +1,5 @@
 #include "platform/DatabaseFiles.h"
+#include "platform/Cancellation.h"
 
 #include "platform/posix/files/OwnedDescriptor.h"
 
@@ -45,6 +46,7 @@ bool MayWriteFolderOf(const std::string& path)
 
 bool CreateDatabaseFile(const std::string& path)
 {
+    const WithoutCancellation whole;
     for (std::size_t end = path.find('/', 1); end != path.npos; end = path.find('/', end + 1))
         mkdir(path.substr(0, end).c_str(), kOwnFolder); // a failure here makes opening the file fail
     return OwnedDescriptor(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, kOwnFile)).Get() >= 0;

@@ -1,4 +1,5 @@
 #include "platform/FileInformation.h"
+#include "platform/Cancellation.h"
 
 #include "platform/PathNames.h"
 
@@ -101,6 +102,7 @@ bool IsWritableFolder(const wchar_t* path)
 
 bool CreateTemporaryFolder(const wchar_t* prefix, std::wstring& path)
 {
+    const WithoutCancellation whole;
     std::string name;
     if (!ToSystem(prefix, name))
         return false;
@@ -127,6 +129,7 @@ bool CreateTemporaryFolder(const wchar_t* prefix, std::wstring& path)
 
 std::wstring HomeFolder()
 {
+    const WithoutCancellation whole;
     std::wstring home = PathFromEnvironment("HOME");
     if (!home.empty())
         return home;

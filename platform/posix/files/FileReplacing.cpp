@@ -1,4 +1,5 @@
 #include "platform/posix/files/FileReplacing.h"
+#include "platform/Cancellation.h"
 
 #include "platform/posix/files/OwnedDescriptor.h"
 #include "platform/posix/files/SystemPath.h"
@@ -41,6 +42,7 @@ std::string_view FolderOf(std::string_view name)
 
 int OpenFolderOf(const SystemPath& path)
 {
+    const WithoutCancellation whole;
     const std::string_view folder = FolderOf(path.Get());
     if (folder.empty())
         return open(".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
@@ -133,12 +135,14 @@ int LockFolderOf(const wchar_t* path, unsigned timeoutMs)
 // Closing alone would leave the lock to copies of the descriptor in children.
 void Unlock(int folder) noexcept
 {
+    const WithoutCancellation whole;
     flock(folder, LOCK_UN);
     close(folder);
 }
 
 int CreateFileLike(const wchar_t* path, const wchar_t* model)
 {
+    const WithoutCancellation whole;
     const SystemPath name(path);
     const SystemPath modelName(model);
     struct stat status;
@@ -205,6 +209,7 @@ bool RenameFile(const wchar_t* path, const wchar_t* newPath)
 
 bool SyncFolder(int folder)
 {
+    const WithoutCancellation whole;
     while (fsync(folder) != 0)
     {
         if (errno != EINTR)

@@ -7,6 +7,7 @@
 // only write only exclusive ones, and both kinds must live together in one range.
 
 #include "platform/posix/files/FileSharing.h"
+#include "platform/Cancellation.h"
 
 #include <atomic>
 #include <cerrno>
@@ -61,6 +62,7 @@ std::uint64_t NextRandom()
 
 bool LockCall(int descriptor, int command, struct flock& lock)
 {
+    const WithoutCancellation whole;
     while (fcntl(descriptor, command, &lock) != 0)
     {
         if (errno != EINTR)

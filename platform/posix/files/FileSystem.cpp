@@ -1,4 +1,5 @@
 #include "platform/FileSystem.h"
+#include "platform/Cancellation.h"
 
 #include "platform/IoLoops.h"
 #include "platform/posix/files/FileReplacing.h"
@@ -46,6 +47,7 @@ FileShare ShareOf(const FileOpenMode& mode)
 
 int OpenDescriptor(const char* path, int flags)
 {
+    const WithoutCancellation whole;
     for (;;)
     {
         const int descriptor = open(path, flags, kNewFileMode);
@@ -74,6 +76,7 @@ int RegularFileError(int error)
 /// After an open that could not block: later transfers are as usual.
 bool MakeBlocking(int descriptor)
 {
+    const WithoutCancellation whole;
     const int flags = fcntl(descriptor, F_GETFL);
     return flags >= 0 && fcntl(descriptor, F_SETFL, flags & ~O_NONBLOCK) == 0;
 }
@@ -82,6 +85,7 @@ bool MakeBlocking(int descriptor)
 /// After a failure: makes errno tell them apart.
 bool FailFor(int descriptor, int uselessAccess)
 {
+    const WithoutCancellation whole;
     const int error = errno;
     const int flags = fcntl(descriptor, F_GETFL);
     errno = flags >= 0 && (flags & O_ACCMODE) == uselessAccess ? EACCES : error;
@@ -126,6 +130,7 @@ public:
 
     bool Read(FileHandle file, void* buffer, std::size_t count, std::size_t& delivered) override
     {
+        const WithoutCancellation whole;
         const int descriptor = DescriptorOf(file);
         const auto readOnce = [descriptor](void* bytes, std::size_t size) { return read(descriptor, bytes, size); };
         return ReadFully(readOnce, buffer, count, delivered) || FailFor(descriptor, O_WRONLY);
@@ -133,6 +138,7 @@ public:
 
     bool Write(FileHandle file, const void* buffer, std::size_t count, std::size_t& written) override
     {
+        const WithoutCancellation whole;
         const int descriptor = DescriptorOf(file);
         const auto writeOnce = [descriptor](const void* bytes, std::size_t size) {
             return write(descriptor, bytes, size);
@@ -179,6 +185,7 @@ public:
 
     bool Sync(FileHandle file) override
     {
+        const WithoutCancellation whole;
         while (fsync(DescriptorOf(file)) != 0)
         {
             if (errno == EINVAL || errno == EROFS) // pipes, terminals and what cannot be written to
@@ -191,6 +198,7 @@ public:
 
     bool Close(FileHandle file) override
     {
+        const WithoutCancellation whole;
         // An interrupted close has closed; calling it again could hit another thread's new file.
         return close(DescriptorOf(file)) == 0 || errno == EINTR;
     }

@@ -1,4 +1,5 @@
 #include "platform/posix/files/FolderRemoval.h"
+#include "platform/Cancellation.h"
 
 #include "platform/posix/files/OwnedDescriptor.h"
 
@@ -55,6 +56,7 @@ public:
 
     int Run()
     {
+        const WithoutCancellation whole;
         const OwnedDescriptor listing(openat(m_folder, ".", kListingFlags));
         if (listing.Get() < 0)
             return errno;
@@ -90,6 +92,7 @@ private:
 
     void RemoveFolder(const char* name)
     {
+        const WithoutCancellation whole;
         {
             const OwnedDescriptor inner(openat(m_folder, name, kListingFlags));
             const int listed = inner.Get() < 0 ? errno : ForEachEntry(inner.Get(), [&](const char* leaf) {

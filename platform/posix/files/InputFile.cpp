@@ -1,4 +1,5 @@
 #include "platform/InputFile.h"
+#include "platform/Cancellation.h"
 
 #include "platform/IoLoops.h"
 #include "platform/PathNames.h"
@@ -26,6 +27,7 @@ public:
 
     std::size_t ReadAt(std::uint64_t position, void* bytes, std::size_t count, int& error) const override
     {
+        const WithoutCancellation whole;
         error = 0;
         if (position > static_cast<std::uint64_t>(std::numeric_limits<off_t>::max()) - count)
             return 0;
@@ -49,6 +51,7 @@ private:
 
 std::shared_ptr<const InputFile> InputFile::Open(const wchar_t* path)
 {
+    const WithoutCancellation whole;
     std::string name;
     if (!WidePathToSystem(path, name))
     {

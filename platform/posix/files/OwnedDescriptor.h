@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <utility>
 
+#include <sys/syscall.h>
 #include <unistd.h>
 
 namespace tev::platform
@@ -16,7 +17,7 @@ public:
     {
         const int error = errno;
         if (m_descriptor >= 0)
-            close(m_descriptor);
+            syscall(SYS_close, m_descriptor); // no point of cancellation, which a destructor must not pass
         errno = error;
     }
     OwnedDescriptor(OwnedDescriptor&& other) noexcept : m_descriptor(other.Release()) {}

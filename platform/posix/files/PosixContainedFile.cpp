@@ -1,4 +1,5 @@
 #include "platform/posix/files/PosixContainedFile.h"
+#include "platform/Cancellation.h"
 
 #include "platform/IoLoops.h"
 #include "platform/posix/files/ContainedSteps.h"
@@ -51,6 +52,7 @@ public:
 
     bool Write(const void* bytes, std::size_t count) override
     {
+        const WithoutCancellation whole;
         const int descriptor = m_file.Get();
         const auto writeOnce = [descriptor](const void* part, std::size_t size) {
             return write(descriptor, part, size);
@@ -63,6 +65,7 @@ public:
 
     bool Keep(std::optional<std::int64_t> lastWrite, FileIdentity& identity) override
     {
+        const WithoutCancellation whole;
         struct stat status;
         if (fstat(m_file.Get(), &status) != 0)
             return false;

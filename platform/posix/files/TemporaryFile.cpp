@@ -1,4 +1,5 @@
 #include "platform/posix/files/TemporaryFile.h"
+#include "platform/Cancellation.h"
 
 #include "platform/posix/files/OwnedDescriptor.h"
 
@@ -32,6 +33,7 @@ void DescriptorPath(int descriptor, char (&path)[kLinkPathSize]) noexcept
 
 int CreateUnnamed(int folder, mode_t mode)
 {
+    const WithoutCancellation whole;
 #if defined(O_TMPFILE)
     OwnedDescriptor file(openat(folder, ".", O_TMPFILE | O_WRONLY | O_CLOEXEC, mode));
     char path[kLinkPathSize];
@@ -66,6 +68,7 @@ bool IsTemporaryName(std::string_view name) noexcept
 
 void RemoveIfLeft(int folder, const char* name) noexcept
 {
+    const WithoutCancellation whole;
     const int flags = O_NONBLOCK | O_NOFOLLOW | O_NOCTTY | O_CLOEXEC;
     int descriptor = openat(folder, name, flags | O_WRONLY);
     if (descriptor < 0)
@@ -92,6 +95,7 @@ std::string NewTemporaryName()
 
 int CreateTemporary(int folder, mode_t mode, std::string& name, bool& isNamed)
 {
+    const WithoutCancellation whole;
     name = NewTemporaryName();
     OwnedDescriptor unnamed(CreateUnnamed(folder, mode));
     isNamed = unnamed.Get() < 0;
@@ -121,6 +125,7 @@ bool LinkTemporary(int descriptor, int folder, const char* name) noexcept
 
 void RemoveLeftTemporaries(int folder) noexcept
 {
+    const WithoutCancellation whole;
     const int error = errno;
     OwnedDescriptor listed(openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     DIR* const entries = listed.Get() < 0 ? nullptr : fdopendir(listed.Get());

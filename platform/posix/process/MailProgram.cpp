@@ -1,4 +1,5 @@
 #include "platform/MailProgram.h"
+#include "platform/Cancellation.h"
 
 #include "platform/Threads.h"
 #include "platform/posix/process/SpawnedProgram.h"
@@ -22,6 +23,7 @@ constexpr unsigned kBetweenLooksMs = 5;
 /// Whether the program has ended with exit code 0.
 bool EndsWell(pid_t program) noexcept
 {
+    const WithoutCancellation whole;
     const Clock::time_point end = Clock::now() + kLongestWait;
     for (;;)
     {

@@ -1,4 +1,5 @@
 #include "platform/CodePages.h"
+#include "platform/Cancellation.h"
 
 #include <algorithm>
 #include <array>
@@ -53,6 +54,7 @@ const iconv_t kNoDescriptor = reinterpret_cast<iconv_t>(-1);
 
 iconv_t OpenDescriptor(unsigned codePage, Direction direction)
 {
+    const WithoutCancellation whole;
     const std::string name = NameOf(codePage);
     return direction == Direction::decode ? iconv_open("WCHAR_T", name.c_str()) : iconv_open(name.c_str(), "WCHAR_T");
 }

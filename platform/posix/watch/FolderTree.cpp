@@ -1,4 +1,5 @@
 #include "platform/posix/watch/FolderTree.h"
+#include "platform/Cancellation.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -403,6 +404,7 @@ bool FolderTree::Include(WatchedFolder& folder, bool report)
 /// False with the error in errno.
 bool FolderTree::Watch(WatchedFolder& folder, bool report, std::vector<WatchedFolder*>& found)
 {
+    const WithoutCancellation whole;
     const std::string path = SystemPath(folder.PathOf(std::string()));
     const int links = folder.m_parent == nullptr ? 0 : O_NOFOLLOW;
     const int descriptor = open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC | links);
@@ -433,6 +435,7 @@ bool FolderTree::Watch(WatchedFolder& folder, bool report, std::vector<WatchedFo
 
 void FolderTree::Read(WatchedFolder& folder, DIR& directory, bool report, std::vector<WatchedFolder*>& found)
 {
+    const WithoutCancellation whole;
     while (const dirent* entry = readdir(&directory))
     {
         const std::string name = entry->d_name;

@@ -1,4 +1,5 @@
 #include "platform/posix/watch/InotifyQueue.h"
+#include "platform/Cancellation.h"
 
 #include <algorithm>
 #include <iterator>
@@ -26,6 +27,7 @@ void EventBatch::Read(int descriptor)
 
 bool EventBatch::Append(int descriptor)
 {
+    const WithoutCancellation whole;
     int waiting = 0;
     if (ioctl(descriptor, FIONREAD, &waiting) != 0 || waiting <= 0)
         return false;
@@ -105,6 +107,7 @@ int EventBatch::FirstMovedAfter(std::size_t index, int number, int otherNumber) 
 
 bool InotifyQueue::Open()
 {
+    const WithoutCancellation whole;
     if (m_descriptor < 0)
         m_descriptor = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
     return m_descriptor >= 0;
@@ -112,6 +115,7 @@ bool InotifyQueue::Open()
 
 void InotifyQueue::Close() noexcept
 {
+    const WithoutCancellation whole;
     if (m_descriptor >= 0)
         close(m_descriptor);
     m_descriptor = -1;
