@@ -14,8 +14,8 @@ TEVTOOLS_API CXTString<wchar_t> fileGetExtension(const CXTString<wchar_t>& path)
 
 /// Registers a type. A 3D scene that can be saved (0x2) gets the property 0x80, in `type` too. The record of a
 /// registered class is replaced, but keeps its loader or saver where the new one has none, and then its properties as
-/// well, and stays registered for its former extensions. Throws CXInvalidArgException when there is no memory for its
-/// extensions.
+/// well, and stays registered for its former extensions. Without memory nothing is registered: CXInvalidArgException where
+/// a list has no room, else std::bad_alloc.
 TEVTOOLS_API void fileRegisterFile(CFileExt& type);
 /// Mode 3: removes the class. Mode 1: removes its loader; 2: removes its saver. Does nothing for class 0, and before
 /// any other function of the registry was called.

@@ -13,6 +13,7 @@
 #include <atomic>
 #include <iterator>
 #include <new>
+#include <utility>
 
 namespace
 {
@@ -169,33 +170,62 @@ void FileTypes::Register(const CFileExt& type)
 
 void FileTypes::RegisterLocked(CFileExt type)
 {
+    const unsigned fileClass = type.m_class;
     const bool isPreferred = (type.m_properties & xFilePreferred) != 0;
+    std::vector<Text> added;
     for (const Text& extension : ExtensionsOf(type))
-        AddClass(FoldedExtension(extension), type.m_class, isPreferred);
-
-    unsigned order = m_registered;
-    if (const Entry* former = m_types.Find(type.m_class))
+        added.push_back(FoldedExtension(extension));
+    std::size_t done = 0;
+    try
     {
-        const CFileExt& merged = former->m_type;
-        if (type.m_loader == xFileCodeUnknown && merged.m_loader != xFileCodeUnknown)
-        {
-            type.m_loader = merged.m_loader;
-            type.m_properties |= merged.m_properties;
-        }
-        if (type.m_saver == xFileCodeUnknown && merged.m_saver != xFileCodeUnknown)
-        {
-            type.m_saver = merged.m_saver;
-            type.m_properties |= merged.m_properties;
-        }
-        order = former->m_order;
+        // Those that have the class already are taken out, so that a failure removes what was added only.
+        added.erase(std::remove_if(added.begin(), added.end(),
+                                   [&](const Text& extension) { return HasClass(extension, fileClass); }),
+                    added.end());
+        for (; done < added.size(); ++done)
+            AddClass(added[done], fileClass, isPreferred);
+        StoreRecord(std::move(type));
     }
-    else
+    catch (...)
     {
-        ++m_registered;
+        while (done != 0)
+            TakeClass(added[--done], fileClass);
+        throw;
     }
-    m_types.Insert(type.m_class, {type, order});
 }
 
+// The last step of a registration.
+void FileTypes::StoreRecord(CFileExt type)
+{
+    Entry* const former = m_types.Find(type.m_class);
+    if (former == nullptr)
+    {
+        if (m_types.Insert(type.m_class, {type, m_registered}) == 0)
+            CXInvalidArgException::Throw(); // there is no memory
+        ++m_registered;
+        return;
+    }
+    const CFileExt& merged = former->m_type;
+    if (type.m_loader == xFileCodeUnknown && merged.m_loader != xFileCodeUnknown)
+    {
+        type.m_loader = merged.m_loader;
+        type.m_properties |= merged.m_properties;
+    }
+    if (type.m_saver == xFileCodeUnknown && merged.m_saver != xFileCodeUnknown)
+    {
+        type.m_saver = merged.m_saver;
+        type.m_properties |= merged.m_properties;
+    }
+    former->m_type = std::move(type);
+}
+
+bool FileTypes::HasClass(const Text& extension, unsigned fileClass) const
+{
+    const std::vector<unsigned>* const classes = m_classes.Find(extension);
+    return classes != nullptr && std::find(classes->begin(), classes->end(), fileClass) != classes->end();
+}
+
+// To the front or the end of the extension's list, unless it is there.
 void FileTypes::AddClass(const Text& extension, unsigned fileClass, bool isPreferred)
 {
     std::vector<unsigned>* classes = m_classes.Find(extension);
@@ -205,7 +235,7 @@ void FileTypes::AddClass(const Text& extension, unsigned fileClass, bool isPrefe
             CXInvalidArgException::Throw(); // there is no memory
         return;
     }
-    if (std::find(classes->begin(), classes->end(), fileClass) != classes->end())
+    if (HasClass(extension, fileClass))
         return;
     try
     {
@@ -215,6 +245,17 @@ void FileTypes::AddClass(const Text& extension, unsigned fileClass, bool isPrefe
     {
         CXInvalidArgException::Throw();
     }
+}
+
+// Allocates nothing.
+void FileTypes::TakeClass(const Text& extension, unsigned fileClass)
+{
+    std::vector<unsigned>* const classes = m_classes.Find(extension);
+    if (classes == nullptr)
+        return;
+    classes->erase(std::remove(classes->begin(), classes->end(), fileClass), classes->end());
+    if (classes->empty())
+        m_classes.Remove(extension);
 }
 
 void FileTypes::Unregister(unsigned fileClass, unsigned mode)
@@ -239,17 +280,17 @@ void FileTypes::Unregister(unsigned fileClass, unsigned mode)
 
 void FileTypes::RemoveClass(unsigned fileClass)
 {
-    std::vector<Text> emptied;
+    // Copied before anything changes: this may find no memory.
+    std::vector<Text> extensions;
     const Text* extension = nullptr;
     std::vector<unsigned>* classes = nullptr;
     for (unsigned position = m_classes.GetFirst(); m_classes.GetNext(position, extension, classes);)
     {
-        classes->erase(std::remove(classes->begin(), classes->end(), fileClass), classes->end());
-        if (classes->empty())
-            emptied.push_back(*extension);
+        if (std::find(classes->begin(), classes->end(), fileClass) != classes->end())
+            extensions.push_back(*extension);
     }
-    for (const Text& unused : emptied)
-        m_classes.Remove(unused);
+    for (const Text& registered : extensions)
+        TakeClass(registered, fileClass);
     m_types.Remove(fileClass);
 }
 

@@ -97,7 +97,10 @@ private:
     static FileTypes& Instance() noexcept;
     void RegisterBuiltIn();
     void RegisterLocked(CFileExt type) X_REQUIRES(m_lock);
+    void StoreRecord(CFileExt type) X_REQUIRES(m_lock);
+    bool HasClass(const CXTString<wchar_t>& extension, unsigned fileClass) const X_REQUIRES(m_lock);
     void AddClass(const CXTString<wchar_t>& extension, unsigned fileClass, bool isPreferred) X_REQUIRES(m_lock);
+    void TakeClass(const CXTString<wchar_t>& extension, unsigned fileClass) X_REQUIRES(m_lock);
     void RemoveClass(unsigned fileClass) X_REQUIRES(m_lock);
     /// In the order of registration.
     std::vector<const CFileExt*> SelectLocked(unsigned filter) const X_REQUIRES(m_lock);

@@ -3,6 +3,8 @@
 #include "services/BuiltInFileTypes.h"
 #include "services/CFileNameSpec.h"
 #include "services/FileWildcards.h"
+#include "tests/support/FailingAllocations.h"
+#include "tests/support/ForkedChild.h"
 #include "tests/support/MadeLocale.h"
 #include "tests/support/OnThreads.h"
 #include "tests/support/PrintText.h"
@@ -53,6 +55,24 @@ CFileExt TypeOf(unsigned fileClass)
 // The first test, since it needs a registry that was not used before; ctest runs each test in a process of its own.
 TEST(FileTypeRegistry, KnowsItsTypesFromTheFirstCallOnFromAnyThread)
 {
+    // Where memory runs out while the types are entered, the next call enters those that are missing.
+    constexpr int kIncomplete = 0;
+    constexpr int kCompleted = 1;
+    constexpr int kNothingFailed = 2;
+    unsigned which = 0;
+    for (int result = kCompleted; result == kCompleted;)
+    {
+        which += 7; // not each of several hundred
+        result = tev::test::ResultInChild([which] {
+            tev::test::FailingAllocations failing(which);
+            failing.Run([] { fileGetClass(L"a.gz"); });
+            unsigned count = 0;
+            fileFreeRegisteredFiles(fileGetRegisteredFiles(count, 0), count);
+            return count != 30 ? kIncomplete : failing.HasFailed() ? kCompleted : kNothingFailed;
+        });
+        ASSERT_NE(result, kIncomplete) << which;
+    }
+    EXPECT_GT(which, 30U);
     std::atomic<int> right{0};
     tev::test::OnThreads(4, [&right](int) { right += fileGetClass(L"a.gz") == Code("GZ  ") ? 1 : 0; });
     EXPECT_EQ(right, 4);
@@ -203,6 +223,25 @@ TEST(FileTypeRegistry, TypesAreMergedPreferredAndMarked)
     fileUnregisterFile(Code("scen"), 7);
     EXPECT_EQ(fileGetClass(L"n.abc"), 0U);
     EXPECT_EQ(fileGetClass(L"n.new"), 0U);
+}
+
+TEST(FileTypeRegistry, WithoutMemoryATypeIsRegisteredAsAWholeOrNotAtAll)
+{
+    const Registered first(CFileExt(L"First", L".one", Code("frst"), 0x10020));
+    unsigned failures = 0;
+    tev::test::FailEachAllocation([&](tev::test::FailingAllocations& failing) {
+        CFileExt type(L"Type", L".one|.two|.three", Code("type"), 0x10801);
+        const bool isDone = failing.Run([&] { fileRegisterFile(type); });
+        failures += isDone ? 0 : 1;
+        EXPECT_EQ(fileGetExtensionInfo(Code("type"), type), isDone);
+        TextArray extensions;
+        EXPECT_EQ(fileGetExtensionArrayByProperty(0x10801, extensions, true, true), isDone ? 3U : 0U);
+        EXPECT_EQ(fileGetClass(L"a.one"), isDone ? Code("type") : Code("frst"));
+        EXPECT_EQ(fileGetExtensionArrayByProperty(0x10020, extensions, true, false), isDone ? 0U : 1U);
+        fileUnregisterFile(Code("type"), 3);
+        EXPECT_EQ(fileGetClass(L"a.two"), 0U);
+    });
+    EXPECT_GT(failures, 10U);
 }
 
 TEST(FileTypeRegistry, ExtensionsOfAClassAndOfAKind)
