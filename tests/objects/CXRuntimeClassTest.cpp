@@ -6,6 +6,7 @@
 #include "tests/support/BusyFork.h"
 #include "tests/support/FailingAllocations.h"
 #include "tests/support/OnThreads.h"
+#include "tests/support/Sanitized.h"
 
 #include <gtest/gtest.h>
 
@@ -199,7 +200,7 @@ TEST(CXRuntimeClass, ADeclarationWithoutMemoryLeavesTheOthers)
             if (isDeclared)
                 CXRuntimeClass::UndeclareRuntimeClass(&record);
         });
-        EXPECT_GT(allocations, 0U);
+        EXPECT_TRUE(allocations > 0 || tev::test::kIsSanitized); // there only the library's own code is failed
         CXRuntimeClass::DeclareRuntimeClass(&record);
         found = &record;
     }
