@@ -3,6 +3,7 @@
 #include "tests/support/MiniZipFixture.h"
 #include "tests/support/NoUnnamedFiles.h"
 #include "tests/support/Sanitized.h"
+#include "tests/support/ZipTools.h"
 #include "zip/ZipExtraction.h"
 
 #include <csignal>
@@ -82,6 +83,32 @@ TEST_F(ExtractionFailure, LackOfMemoryThrowsNothingAndIsNoDamage)
             EXPECT_TRUE(zip.GetFailure() == (isDone ? Failure::kNone : Failure::kNoMemory) ||
                         (!isDone && zip.GetFailure() == Failure::kNoArchive));
         });
+    }
+}
+
+TEST_F(ExtractionFailure, LackOfMemoryWhereAesIsSetUpIsAFailureToo)
+{
+    const Text archive = Wide("aes.zip");
+    const Text out = Wide("out");
+    m_folder.WriteFile("file", m_text);
+    const auto add = [&](CZip& zip) {
+        zip.SetPassword(L"key");
+        return zip.AddNewFile(Wide("file"), false, zipLevelDefault);
+    };
+    // In children, as it is set up once in a process, with its first allocations.
+    ASSERT_EQ(ResultInChild([&] { return ChangeArchive(archive.GetConstBuffer(), zipCreate, add) ? 0 : 1; }), 0);
+    for (unsigned which = 1; which < 300; which += 5)
+    {
+        const int ending = ResultInChild([&] {
+            FailingAllocations failing(which);
+            CMiniZip zip;
+            zip.SetPassword(L"key");
+            bool isDone = false;
+            const bool throwsNothing = failing.Run([&] { isDone = zip.ExtractZip(archive, out, false); });
+            const bool isTrue = isDone ? Files("out").size() == 1 : zip.GetFailure() == Failure::kNoMemory;
+            return throwsNothing && isTrue ? 0 : 1;
+        });
+        EXPECT_EQ(ending, 0) << which;
     }
 }
 
