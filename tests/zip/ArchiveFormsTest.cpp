@@ -152,6 +152,11 @@ TEST_F(ArchiveForms, DirectoriesThatDifferFromTheirEnd)
         std::string bytes = plain;
         return bytes.replace(end + at, static_cast<std::size_t>(size), LittleEndianText(value, size));
     };
+    const auto number = [](std::uint64_t value) { return LittleEndianText(value, 8); };
+    const std::string end64 = "PK\6\6" + number(44) + std::string(12, '\0') + number(2) + number(2) +
+                              number(end - directory) + number(directory) + "PK\6\7" + LittleEndianText(0, 4) +
+                              number(end) + LittleEndianText(1, 4);
+    std::string inBoth = plain;
     std::string signedPlain = plain;
     std::string cut = plain + "com";
     cut[plain.size() - 2] = 100;
@@ -160,6 +165,7 @@ TEST_F(ArchiveForms, DirectoriesThatDifferFromTheirEnd)
         "a program" + plain,
         zip64,
         "a program" + zip64,
+        inBoth.insert(end, end64), // though the numbers fit
         signedPlain.insert(end, signature),
         with(8, 0x00010001, 4),           // counts one
         with(8, 0x00030003, 4),           // counts three
