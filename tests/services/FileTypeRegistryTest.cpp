@@ -2,6 +2,7 @@
 
 #include "services/BuiltInFileTypes.h"
 #include "services/CFileNameSpec.h"
+#include "services/FileTypes.h"
 #include "services/FileWildcards.h"
 #include "tests/support/FailingAllocations.h"
 #include "tests/support/ForkedChild.h"
@@ -56,6 +57,7 @@ CFileExt TypeOf(unsigned fileClass)
 TEST(FileTypeRegistry, KnowsItsTypesFromTheFirstCallOnFromAnyThread)
 {
     // Where memory runs out while the types are entered, the next call enters those that are missing.
+    const bool isFirstUse = tev::FileTypes::GetIfThere() == nullptr;
     constexpr int kIncomplete = 0;
     constexpr int kCompleted = 1;
     constexpr int kNothingFailed = 2;
@@ -72,7 +74,7 @@ TEST(FileTypeRegistry, KnowsItsTypesFromTheFirstCallOnFromAnyThread)
         });
         ASSERT_NE(result, kIncomplete) << which;
     }
-    EXPECT_GT(which, 30U);
+    EXPECT_TRUE(which > 30 || !isFirstUse);
     std::atomic<int> right{0};
     tev::test::OnThreads(4, [&right](int) { right += fileGetClass(L"a.gz") == Code("GZ  ") ? 1 : 0; });
     EXPECT_EQ(right, 4);
