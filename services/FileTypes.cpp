@@ -172,16 +172,16 @@ void FileTypes::RegisterLocked(CFileExt type)
 {
     const unsigned fileClass = type.m_class;
     const bool isPreferred = (type.m_properties & xFilePreferred) != 0;
-    std::vector<Text> added;
+    std::vector<Text> added; // to be taken back where a later step fails
     for (const Text& extension : ExtensionsOf(type))
-        added.push_back(FoldedExtension(extension));
+    {
+        Text folded = FoldedExtension(extension);
+        if (!HasClass(folded, fileClass))
+            added.push_back(std::move(folded));
+    }
     std::size_t done = 0;
     try
     {
-        // Those that have the class already are taken out, so that a failure removes what was added only.
-        added.erase(std::remove_if(added.begin(), added.end(),
-                                   [&](const Text& extension) { return HasClass(extension, fileClass); }),
-                    added.end());
         for (; done < added.size(); ++done)
             AddClass(added[done], fileClass, isPreferred);
         StoreRecord(std::move(type));
