@@ -20,3 +20,18 @@ function(tevtools_configure target)
         target_link_options(${target} PRIVATE -fsanitize=${TEVTOOLS_SANITIZE})
     endif()
 endfunction()
+
+# Where wanted, the sources of each room are compiled as one: what they include is read once, which takes a fraction of the
+# time. Names that are a source's own are therefore unique within a room.
+function(tevtools_unify_rooms target)
+    if(NOT TEVTOOLS_UNITY)
+        return()
+    endif()
+    set_target_properties(${target} PROPERTIES UNITY_BUILD ON UNITY_BUILD_MODE GROUP)
+    get_target_property(sources ${target} SOURCES)
+    foreach(source IN LISTS sources)
+        file(RELATIVE_PATH room "${PROJECT_SOURCE_DIR}" "${source}")
+        string(REGEX REPLACE "/.*" "" room "${room}")
+        set_source_files_properties("${source}" PROPERTIES UNITY_GROUP ${room})
+    endforeach()
+endfunction()

@@ -24,13 +24,6 @@ using tev::CrashRecord;
 using tev::CrashRegistry;
 using tev::CrashRegistryHold;
 
-void Remove(const CPathString& path) noexcept
-{
-    std::string name;
-    if (tev::platform::WidePathToSystem(path, name) && !name.empty())
-        std::remove(name.c_str());
-}
-
 CPathString LogPath()
 {
     const char* const path = tev::OpenLogPath();
@@ -142,8 +135,8 @@ bool CCrashHandler::MakeReport(_CR_EXCEPTION_INFO& info, bool isCrash)
     if (place >= 0 && (!isWanted || !archive.IsEmpty()))
     {
         if (!isWanted || record.m_dump != written.m_record.m_writtenDump)
-            Remove(written.m_record.m_writtenDump);
-        Remove(written.m_path);
+            tev::RemoveReportFile(written.m_record.m_writtenDump);
+        tev::RemoveReportFile(written.m_path);
     }
     if (!isWanted)
         return false;
@@ -156,7 +149,7 @@ bool CCrashHandler::MakeReport(_CR_EXCEPTION_INFO& info, bool isCrash)
                                     : GenerateFilesErrorReport(archive, &record.m_files);
     });
     if (isMailed)
-        Remove(archive);
+        tev::RemoveReportFile(archive);
     if (isMailed)
         tev::SetReportPath({});
     if (!isCrash)

@@ -25,7 +25,7 @@ int ThisProcess() noexcept
     return static_cast<int>(tev::platform::ProcessId());
 }
 
-CXTString<wchar_t> Text(const wchar_t* text)
+CXTString<wchar_t> TextOrEmpty(const wchar_t* text)
 {
     return text == nullptr ? CXTString<wchar_t>() : CXTString<wchar_t>(text);
 }
@@ -52,7 +52,11 @@ SupportAddress& TheSupportAddress()
 
 CCrashHandler::CCrashHandler(int (*callback)(CCrashHandler*), const wchar_t* text1, const wchar_t* text2,
                              unsigned int flags)
-    : m_callback(callback), m_processId(ThisProcess()), m_text1(Text(text1)), m_text2(Text(text2)), m_flags(flags)
+    : m_callback(callback),
+      m_processId(ThisProcess()),
+      m_text1(TextOrEmpty(text1)),
+      m_text2(TextOrEmpty(text2)),
+      m_flags(flags)
 {
     const CrashRegistryHold hold;
     tev::platform::PrepareDumps(tev::platform::FindDumpHelper());
@@ -113,8 +117,8 @@ _HandlerCrashMode CCrashHandler::GetMode() const
 void CCrashHandler::SetText(const wchar_t* text1, const wchar_t* text2)
 {
     const CrashRegistryHold hold;
-    m_text1 = Text(text1);
-    m_text2 = Text(text2);
+    m_text1 = TextOrEmpty(text1);
+    m_text2 = TextOrEmpty(text2);
     PublishTraces();
 }
 

@@ -28,7 +28,6 @@ namespace fs = std::filesystem;
 
 constexpr std::uintmax_t kLargestRecord = std::uintmax_t{64} << 20;
 constexpr int kMostNumbers = 100000; ///< appended to a name that is taken
-constexpr unsigned kReadAnyone = CXFile::modeRead | CXFile::shareDenyNone | CXFile::modeNoInherit;
 
 bool CanBePacked(const CPathString& path)
 {
@@ -36,7 +35,7 @@ bool CanBePacked(const CPathString& path)
     if (!tev::platform::GetFileInformation(path, information) || information.kind != tev::platform::FileKind::File)
         return false;
     CXFile file(false);
-    return file.Open(path, kReadAnyone) && file.GetLength() < CCrashHandler::GetFileSizeLimit();
+    return file.Open(path, tev::kReadAnyone) && file.GetLength() < CCrashHandler::GetFileSizeLimit();
 }
 
 /// Files on a damaged disk can be opened, but not read.
@@ -44,7 +43,7 @@ bool CanBeReadToItsEnd(const CPathString& path)
 {
     constexpr unsigned kBlockSize = 1u << 16;
     return tev::Attempt([&] {
-        CXFile file(path, kReadAnyone);
+        CXFile file(path, tev::kReadAnyone);
         std::vector<char> block(kBlockSize);
         while (file.Read(block.data(), kBlockSize) != 0)
         {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "crash/CrashRecord.h"
+#include "files/CXFile.h"
 
 // How a report's files become its archive.
 namespace tev
@@ -15,6 +16,9 @@ CPathString PackReport(const CrashRecord& record) noexcept;
 bool FinishReport(const CPathString& recordPath, CPathString& archive) noexcept;
 /// Finishes the reports that ended processes of this application have left in the folder.
 void FinishLeftReports(const CPathString& folder, const CXTString<wchar_t>& product) noexcept;
+
+/// How files of a report are opened: another process may be writing them.
+constexpr unsigned kReadAnyone = CXFile::modeRead | CXFile::shareDenyNone | CXFile::modeNoInherit;
 
 /// The folder for temporary files.
 CPathString TemporaryFolder();

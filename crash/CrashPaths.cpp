@@ -4,6 +4,7 @@
 #include "platform/PathNames.h"
 #include "text/TextEncoding.h"
 
+#include <cstdio>
 #include <system_error>
 
 namespace tev
@@ -58,6 +59,13 @@ PrivateFolder::~PrivateFolder()
 {
     std::error_code failure;
     fs::remove_all(m_path, failure);
+}
+
+void RemoveReportFile(const CXTString<wchar_t>& path) noexcept
+{
+    std::string name;
+    if (platform::WidePathToSystem(path, name) && !name.empty())
+        std::remove(name.c_str());
 }
 
 void RemovePrivateFolder(const fs::path& beside, unsigned process) noexcept

@@ -14,6 +14,9 @@ CPathString WideFilePath(const std::filesystem::path& path);
 std::string Utf8(const CXTString<wchar_t>& text);
 CXTString<wchar_t> FromUtf8(const std::string& text);
 
+/// Deletes a file or an empty folder, where it is there.
+void RemoveReportFile(const CXTString<wchar_t>& path) noexcept;
+
 /// A folder of this process alone beside a file that is going to be written there: no other process holds its lock. It is
 /// named like the file with the process's identifier appended. Deleted with its contents.
 class PrivateFolder

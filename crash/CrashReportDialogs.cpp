@@ -25,7 +25,6 @@ using Text = CXTString<wchar_t>;
 
 constexpr const wchar_t* kPrefaceWithoutPointers =
     L"No exceptions pointers. Report might be generated at startup.\r\n\r\n";
-constexpr unsigned kReadAnyone = CXFile::modeRead | CXFile::shareDenyNone | CXFile::modeNoInherit;
 
 bool HasHost(CUserInterface& userInterface)
 {
@@ -39,7 +38,7 @@ void CopyFile(const Text& from, const Text& to)
     const std::filesystem::path target = tev::SystemFilePath(to);
     const tev::PrivateFolder folder(target);
     const std::filesystem::path written = folder.Path() / target.filename();
-    CXFile source(from, kReadAnyone);
+    CXFile source(from, tev::kReadAnyone);
     tev::FileReplacement replacement(tev::WideFilePath(written));
     CXFile& file = replacement.Begin();
     std::vector<char> block(kBlockSize);
@@ -49,11 +48,6 @@ void CopyFile(const Text& from, const Text& to)
     std::filesystem::rename(written, target);
 }
 
-void Remove(const Text& path)
-{
-    std::error_code failure; // then the file stays
-    std::filesystem::remove(tev::platform::SystemPathOf(path), failure);
-}
 } // namespace
 
 bool CCrashHandler::GenerateErrorReport(const wchar_t* archivePath, const std::vector<XReportFile>& files)
@@ -119,7 +113,7 @@ bool CCrashHandler::SaveReport(const wchar_t* archivePath)
     if (!XGetUserInterface().AskForSavePath(filter, target) || target.IsEmpty() || fileIsSameFile(archivePath, target))
         return false;
     CopyFile(archivePath, target);
-    Remove(archivePath);
+    tev::RemoveReportFile(archivePath);
     tev::SetReportPath(target);
     return true;
 }
@@ -139,8 +133,8 @@ bool CCrashHandler::MailReport(const wchar_t* archivePath, const wchar_t* userAd
                                           tev::Utf8(description), tev::platform::SystemPathOf(copy)});
     if (!isHandedOver)
     {
-        Remove(copy);
-        Remove(folder);
+        tev::RemoveReportFile(copy);
+        tev::RemoveReportFile(folder);
     }
     return isHandedOver;
 }

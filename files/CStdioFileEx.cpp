@@ -1,6 +1,7 @@
 #include "files/CStdioFileEx.h"
 
 #include "objects/CXFileException.h"
+#include "platform/FileSystem.h"
 #include "text/LineScan.h"
 #include "text/TextSearch.h"
 
@@ -12,7 +13,6 @@ namespace
 constexpr unsigned kUtf8CodePage = 65001;
 constexpr unsigned kUtf16CodePage = 1200;
 constexpr unsigned kUtf16BECodePage = 1201;
-constexpr unsigned __int64 kFailed = ~0ull;
 constexpr char kUtf16Mark[] = {'\xFF', '\xFE'};
 constexpr char kUtf8Mark[] = {'\xEF', '\xBB', '\xBF'};
 
@@ -245,9 +245,9 @@ int CStdioFileEx::FScanfS(const wchar_t* format, ...)
 unsigned __int64 CStdioFileEx::Seek(__int64 offset, SeekPosition origin)
 {
     if (!LeaveCache())
-        return kFailed;
+        return tev::platform::kNoPosition;
     const unsigned __int64 position = CXStdioFile::Seek(offset, origin);
-    if (position != kFailed)
+    if (position != tev::platform::kNoPosition)
         m_atStart = position == 0;
     m_bomPending = m_bomPending || position == 0;
     return position;
@@ -321,7 +321,7 @@ void CStdioFileEx::CheckCarriageReturns()
     if (PeekBytes(1).m_size == 0)
         return; // and what cannot seek need not go back
     m_carriageReturnMode = LineHoldsReturn(TextEncoding());
-    if (CXStdioFile::Seek(0, begin) == kFailed && m_throwOnError)
+    if (CXStdioFile::Seek(0, begin) == tev::platform::kNoPosition && m_throwOnError)
         CXFileException::ThrowOsError(fileBadSeek, m_path, nullptr);
 }
 
@@ -395,7 +395,7 @@ void CStdioFileEx::EmptyCache()
 bool CStdioFileEx::LeaveCache()
 {
     const std::size_t ahead = CachedBytes();
-    if (ahead != 0 && CXStdioFile::Seek(-static_cast<__int64>(ahead), current) == kFailed)
+    if (ahead != 0 && CXStdioFile::Seek(-static_cast<__int64>(ahead), current) == tev::platform::kNoPosition)
     {
         if (m_throwOnError)
             CXFileException::ThrowOsError(fileBadSeek, m_path, nullptr);

@@ -2,6 +2,7 @@
 
 #include "files/CXFile.h"
 #include "objects/CXException.h"
+#include "platform/FileSystem.h"
 
 #include <algorithm>
 #include <cstring>
@@ -18,7 +19,6 @@ constexpr unsigned __int64 kUnlimited = std::numeric_limits<unsigned __int64>::m
 // The most that one call of the file is asked to move; its counts have 32 bits.
 constexpr unsigned __int64 kLargestTransfer = 0x40000000;
 constexpr unsigned kExposesMemory = 1;
-constexpr unsigned __int64 kSeekFailed = ~0ull;
 
 // For what must not throw. A user-defined file may throw anything.
 template <class WORK>
@@ -210,7 +210,7 @@ void CXArchive::Flush(bool final)
 void CXArchive::ReturnUnread()
 {
     const __int64 unread = m_end - m_current;
-    if (unread == 0 || m_file->Seek(-unread, CXFile::current) == kSeekFailed)
+    if (unread == 0 || m_file->Seek(-unread, CXFile::current) == tev::platform::kNoPosition)
         return;
     m_bytesLeft += static_cast<unsigned __int64>(unread);
     m_current = m_end;

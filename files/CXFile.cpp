@@ -13,7 +13,6 @@ namespace platform = tev::platform;
 constexpr size_t kPathLimit = 260; // a path of this many characters is too long
 constexpr unsigned kAccessMask = 0x3;
 constexpr unsigned kShareMask = 0x70;
-constexpr unsigned __int64 kFailed = ~0ull;
 
 platform::FileOpenMode ModeFromFlags(unsigned flags)
 {
@@ -89,7 +88,7 @@ unsigned __int64 CXFile::Seek(__int64 offset, SeekPosition origin)
     std::uint64_t position = 0;
     const bool moved = origin <= end && platform::CurrentFileSystem().Seek(
                                             m_handle, offset, static_cast<platform::SeekOrigin>(origin), position);
-    return moved ? position : kFailed;
+    return moved ? position : tev::platform::kNoPosition;
 }
 
 bool CXFile::SetLength(unsigned __int64 length)
@@ -108,7 +107,7 @@ bool CXFile::SetLength(unsigned __int64 length)
 unsigned __int64 CXFile::GetLength() const
 {
     std::uint64_t length = 0;
-    return platform::CurrentFileSystem().GetLength(m_handle, length) ? length : kFailed;
+    return platform::CurrentFileSystem().GetLength(m_handle, length) ? length : tev::platform::kNoPosition;
 }
 
 unsigned int CXFile::Read(void* buffer, unsigned int count)
@@ -186,5 +185,5 @@ unsigned __int64 CXFile::GetPosition() const
 {
     std::uint64_t position = 0;
     const bool known = platform::CurrentFileSystem().Seek(m_handle, 0, platform::SeekOrigin::Current, position);
-    return known ? position : kFailed;
+    return known ? position : tev::platform::kNoPosition;
 }

@@ -2,6 +2,7 @@
 
 #include "objects/CXFileException.h"
 #include "objects/ResultOr.h"
+#include "platform/FileSystem.h"
 #include "platform/SystemErrors.h"
 #include "text/LineScan.h"
 #include "text/PaddedText.h"
@@ -13,16 +14,14 @@
 
 namespace
 {
-constexpr std::size_t kSmallestBuffer = 8;
+constexpr std::size_t kSmallestBlock = 8;
 constexpr std::size_t kLinesAtOnce = 32768; // bytes; even, so that no UTF-16 unit is split
 constexpr std::size_t kMostAtOnce = 1u << 30;
-constexpr unsigned __int64 kFailed = ~0ull;
-constexpr unsigned kCannotSeek = 132; // the system code of a pipe
 
 /// Where nothing can be sought, positions count from the start of the buffer.
 unsigned __int64 StartOfBuffer(unsigned __int64 position)
 {
-    return position == kFailed ? 0 : position;
+    return position == tev::platform::kNoPosition ? 0 : position;
 }
 
 // How many of the last characters are the line end LF or CR LF.
@@ -86,7 +85,7 @@ unsigned __int64 CXStdioFile::Seek(__int64 offset, SeekPosition origin)
             distance -= m_filled - m_next;
     }
     const unsigned __int64 position = CXFile::Seek(static_cast<__int64>(distance), origin);
-    if (position != kFailed)
+    if (position != tev::platform::kNoPosition)
         m_filled = m_next = 0;
     return position;
 }
@@ -139,7 +138,7 @@ void CXStdioFile::Write(const void* buffer, unsigned int count)
     if (!ReturnUnread())
     {
         // What cannot seek has a stream for each direction, and the one that is read goes on where it was.
-        return CXFile::GetPosition() == kFailed ? CXFile::Write(buffer, count) : FailToSeek();
+        return CXFile::GetPosition() == tev::platform::kNoPosition ? CXFile::Write(buffer, count) : FailToSeek();
     }
     if (count > m_bufferSize - m_pending)
         WritePending();
@@ -242,7 +241,7 @@ void CXStdioFile::WriteString(const wchar_t* text)
 void CXStdioFile::SetBufferSize(unsigned int size)
 {
     if (m_buffer == nullptr)
-        m_bufferSize = std::max<std::size_t>(size, kSmallestBuffer);
+        m_bufferSize = std::max<std::size_t>(size, kSmallestBlock);
 }
 
 bool CXStdioFile::ReadRawLine(xStringEncoding encoding, CXTString<char>& assembled, RawText& line)
@@ -337,7 +336,7 @@ CXStdioFile::RawText CXStdioFile::PeekBytes(std::size_t count)
 bool CXStdioFile::LineHoldsReturn(xStringEncoding encoding)
 {
     const std::size_t unit = tev::UnitSize(encoding);
-    const bool seeks = CXFile::GetPosition() != kFailed;
+    const bool seeks = CXFile::GetPosition() != tev::platform::kNoPosition;
     std::size_t looked = 0; // bytes of the buffer without a line break
     for (;;)
     {
@@ -458,7 +457,8 @@ void CXStdioFile::GrowBuffer()
 unsigned __int64 CXStdioFile::PositionToFillFrom() const
 {
     const unsigned __int64 position = CXFile::GetPosition();
-    if (position == kFailed && m_handle != nullptr && tev::platform::LastSystemError() != kCannotSeek)
+    if (position == tev::platform::kNoPosition && m_handle != nullptr &&
+        tev::platform::LastSystemError() != tev::platform::kCannotSeek)
         FailToSeek();
     return StartOfBuffer(position);
 }
@@ -466,7 +466,8 @@ unsigned __int64 CXStdioFile::PositionToFillFrom() const
 // Moves the system's position back to that of the caller. False, with nothing changed, where that fails.
 bool CXStdioFile::ReturnUnread()
 {
-    if (m_next != m_filled && CXFile::Seek(-static_cast<__int64>(m_filled - m_next), current) == kFailed)
+    if (m_next != m_filled &&
+        CXFile::Seek(-static_cast<__int64>(m_filled - m_next), current) == tev::platform::kNoPosition)
         return false;
     m_filled = m_next = 0;
     return true;

@@ -12,7 +12,7 @@
 
 namespace
 {
-constexpr std::size_t kInitialBuckets = 23;
+constexpr std::size_t kBucketsOfNames = 23;
 
 /// Records by class name. The names are copies, because those of a plug-in are unloaded with it.
 class ClassRegistry
@@ -73,10 +73,10 @@ private:
     }
 
     tev::LibraryLock m_lock;
-    std::unordered_map<std::string, Records> m_classes X_GUARDED_BY(m_lock){kInitialBuckets};
+    std::unordered_map<std::string, Records> m_classes X_GUARDED_BY(m_lock){kBucketsOfNames};
 };
 
-const tev::HeldOverFork<&ClassRegistry::Lock> g_heldOverFork(tev::platform::ForkRank::RuntimeClasses);
+const tev::HeldOverFork<&ClassRegistry::Lock> g_classesHeldOverFork(tev::platform::ForkRank::RuntimeClasses);
 } // namespace
 
 CXObject* CXRuntimeClass::CreateObject() const

@@ -12,7 +12,7 @@
 
 namespace
 {
-constexpr std::size_t kInitialBuckets = 23;
+constexpr std::size_t kBucketsOfThreads = 23;
 
 // Destructors of exceptions are user code, which may throw and record: none is ever deleted under the lock.
 using OwnedException = std::unique_ptr<CXException>;
@@ -30,7 +30,7 @@ public:
     {
         const tev::LockGuard guard(m_lock);
         if (m_records == nullptr)
-            m_records = std::make_unique<Map>(kInitialBuckets);
+            m_records = std::make_unique<Map>(kBucketsOfThreads);
         if (!m_exitWillFree)
             m_exitWillFree = std::atexit([] { Get().FreeAtExit(); }) == 0;
         Record& record = (*m_records)[std::this_thread::get_id()];
@@ -127,7 +127,7 @@ private:
     bool m_exitWillFree X_GUARDED_BY(m_lock) = false;
 };
 
-const tev::HeldOverFork<&Registry::Lock> g_heldOverFork(tev::platform::ForkRank::ThreadExceptions);
+const tev::HeldOverFork<&Registry::Lock> g_registryHeldOverFork(tev::platform::ForkRank::ThreadExceptions);
 
 enum class ThreadState
 {

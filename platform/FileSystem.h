@@ -10,6 +10,9 @@ namespace tev::platform
 /// An open file; null stands for none.
 using FileHandle = void*;
 
+/// The position or length that stands for a failure.
+constexpr std::uint64_t kNoPosition = ~std::uint64_t{0};
+
 enum class FileAccess
 {
     Read,

@@ -9,6 +9,18 @@
 /// Safe from several threads at once.
 namespace tev::platform
 {
+// Codes that the library looks for or gives itself.
+constexpr unsigned kNotFound = 2;
+constexpr unsigned kPathNotFound = 3;
+constexpr unsigned kTooManyOpenFiles = 4;
+constexpr unsigned kNotEnoughMemory = 8;
+constexpr unsigned kInvalidData = 13;
+constexpr unsigned kNotReady = 21;
+constexpr unsigned kGeneralFailure = 31;
+constexpr unsigned kDiskFull = 112;
+constexpr unsigned kCannotSeek = 132; ///< of a pipe
+constexpr unsigned kNoMoreItems = 259;
+
 /// System code for an errno value: 0 for 0, 31 (general failure) for one that has no code of its own.
 unsigned SystemErrorFromErrno(int errnoValue) noexcept;
 

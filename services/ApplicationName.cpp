@@ -31,7 +31,7 @@ CXCriticalSection& ChosenLock() noexcept
     return Chosen().m_lock;
 }
 
-const tev::HeldOverFork<&ChosenLock> g_heldOverFork(tev::platform::ForkRank::ApplicationName);
+const tev::HeldOverFork<&ChosenLock> g_nameHeldOverFork(tev::platform::ForkRank::ApplicationName);
 } // namespace
 
 CXTString<wchar_t> XGetApplicationName()

@@ -62,5 +62,5 @@ private:
     unsigned int m_properties = 0;
     unsigned int m_loader = xFileCodeUnknown;
     unsigned int m_saver = xFileCodeUnknown;
-    unsigned int m_reserved = 0;
+    [[maybe_unused]] unsigned int m_reserved = 0;
 };

@@ -12,8 +12,6 @@ using Text = CXTString<wchar_t>;
 using TextArray = CXArray<Text, const Text&>;
 using tev::FileTypes;
 
-constexpr unsigned kLowestKind = 0x10000;
-
 bool Any(const CFileExt&) noexcept
 {
     return true;
@@ -135,7 +133,7 @@ unsigned int fileFindParser(const Text& name, unsigned int kindMask, unsigned in
     FileTypes::Get().FindForName(
         name,
         [=](const CFileExt& type) {
-            return (type.GetProperties() & kindMask) >= kLowestKind &&
+            return tev::IsOfKind(type.GetProperties(), kindMask) &&
                    (type.GetProperties() & propertyMask & 0xFFFF) == propertyMask;
         },
         [&](const CFileExt& type) { fileClass = type.GetClass(); });

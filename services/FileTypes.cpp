@@ -21,7 +21,6 @@ using Text = CXTString<wchar_t>;
 
 constexpr unsigned kSavableScene = xFile3DScene | 0x2;
 constexpr unsigned kMarkOfSavableScene = 0x80;
-constexpr unsigned kLowestKind = 0x10000;
 constexpr unsigned kFilterLoadable = 0x1;
 constexpr unsigned kFilterSavable = 0x2;
 
@@ -40,15 +39,10 @@ bool IsUrl(std::wstring_view path) noexcept
     return length >= 2 && path.substr(length, 3) == L"://";
 }
 
-bool IsOfKind(unsigned properties, unsigned kinds) noexcept
-{
-    return (properties & kinds) >= kLowestKind;
-}
-
 /// Kinds and load and save filters as fileGetRegisteredFiles takes them.
 bool PassesFilter(unsigned properties, unsigned filter) noexcept
 {
-    return ((filter & xFileKinds) == 0 || IsOfKind(properties, filter)) &&
+    return ((filter & xFileKinds) == 0 || tev::IsOfKind(properties, filter)) &&
            ((filter & kFilterLoadable) == 0 || (properties & xFileLoadable) != 0) &&
            ((filter & kFilterSavable) == 0 || (properties & xFileSavable) != 0);
 }
@@ -139,7 +133,7 @@ CXCriticalSection& FileTypes::Lock() noexcept
 
 namespace
 {
-const HeldOverFork<&FileTypes::Lock> g_heldOverFork(platform::ForkRank::FileTypes);
+const HeldOverFork<&FileTypes::Lock> g_typesHeldOverFork(platform::ForkRank::FileTypes);
 }
 
 void FileTypes::RegisterBuiltIn()

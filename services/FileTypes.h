@@ -19,6 +19,12 @@ CXTString<wchar_t> FoldedExtension(const CXTString<wchar_t>& extension);
 /// The extensions of a type as they were registered, without empty ones.
 std::vector<CXTString<wchar_t>> ExtensionsOf(const CFileExt& type);
 
+/// True when the properties name one of the kinds, which are the bits from 0x10000 on.
+constexpr bool IsOfKind(unsigned properties, unsigned kinds) noexcept
+{
+    return (properties & kinds) >= 0x10000;
+}
+
 /// How extensions are hashed and compared: stored in their folded form and looked up as they are in a name, without a copy.
 struct ExtensionMethods
 {

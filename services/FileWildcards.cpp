@@ -10,7 +10,7 @@ namespace
 {
 using tev::ViewOf;
 
-constexpr int kLongestList = 259;
+constexpr int kLongestWords = 259;
 constexpr wchar_t kQuote = L'"';
 
 wchar_t UpperLowByte(wchar_t character) noexcept
@@ -99,7 +99,7 @@ CXTString<wchar_t> fileCleanExtensionList(const CXTString<wchar_t>& list, bool s
     CXTString<wchar_t> words = list;
     words.Replace(L',', L' ');
     words.Replace(L';', L' ');
-    words = tev::FoldedCase(words.Trim().Left(kLongestList));
+    words = tev::FoldedCase(words.Trim().Left(kLongestWords));
 
     CHashTable<CXTString<wchar_t>> ownSet;
     CHashTable<CXTString<wchar_t>>& patterns = set != nullptr ? *set : ownSet;

@@ -3,6 +3,7 @@
 #include "base/LittleEndian.h"
 #include "platform/Cancellation.h"
 #include "platform/EnvironmentText.h"
+#include "platform/SystemErrors.h"
 #include "services/UserMessage.h"
 #include "settings/engine/SettingsStore.h"
 #include "text/TextEncoding.h"
@@ -20,9 +21,9 @@ namespace
 {
 using namespace tev;
 using tev::platform::ExpandEnvironmentText;
+using tev::platform::kNotReady;
 
-constexpr const wchar_t* kSeparators = L"\\/:";
-constexpr unsigned kNotReady = 21;
+constexpr const wchar_t* kPathSeparators = L"\\/:";
 constexpr unsigned kNoApplicationName = 0xF1D0; // a message text
 constexpr std::size_t kExpandedTextSize = 260;  // characters, the terminator included
 constexpr unsigned kIntSize = 4;
@@ -47,7 +48,7 @@ std::wstring StorePath(const wchar_t* subkey)
 {
     std::wstring path = subkey != nullptr ? subkey : L"";
     std::replace_if(
-        path.begin(), path.end(), [](wchar_t c) { return std::wcschr(kSeparators, c) != nullptr; }, L'\\');
+        path.begin(), path.end(), [](wchar_t c) { return std::wcschr(kPathSeparators, c) != nullptr; }, L'\\');
     return path;
 }
 
@@ -138,7 +139,7 @@ bool CRegUtil::SetPath(CPathString path, bool create)
     wchar_t before = L'\0';
     for (int i = 0; i < m_splitPath.GetLength(); ++i)
     {
-        if (std::wcschr(kSeparators, m_splitPath[i]) != nullptr)
+        if (std::wcschr(kPathSeparators, m_splitPath[i]) != nullptr)
             m_splitPath[i] = L'\0';
         else if (before == L'\0')
             components.push_back(m_splitPath.GetAtPtr(i));

@@ -24,7 +24,7 @@ constexpr std::size_t kStart = kKeysSize + 8; // signature, and total, size or n
 constexpr std::size_t kHeaderSize = 20;       // behind them, in a store that is not empty
 constexpr std::size_t kChunkHeader = 12;
 constexpr std::size_t kOldRecordHeader = 8;
-constexpr unsigned kVersion = 1;
+constexpr unsigned kRecordVersion = 1;
 constexpr unsigned kSignature = 0x43555335;
 constexpr unsigned kEarlierSignature = 0x43555334;
 constexpr unsigned kUnicodeSignature = 0x43555355;
@@ -117,7 +117,7 @@ private:
     {
         const std::size_t header = at + kStart;
         const std::size_t body = header + kHeaderSize;
-        const bool isVersion = NumberAt(header) == kVersion;
+        const bool isVersion = NumberAt(header) == kRecordVersion;
         const bool isReadable = isSigned && isVersion;
         const std::uint64_t chunks = NumberAt(header + 4);
         const std::uint64_t bytes = NumberAt(header + 8);

@@ -1,4 +1,5 @@
 #include "base/LittleEndian.h"
+#include "platform/SystemErrors.h"
 #include "settings/CRegUtil.h"
 #include "settings/RegistryText.h"
 #include "settings/engine/SettingsStore.h"
@@ -17,7 +18,6 @@ using tev::SettingsTreeKey;
 using tev::SettingsTreeValue;
 using tev::SettingsValue;
 
-constexpr int kInvalidData = 13;
 constexpr std::wstring_view kLineEnd = L"\r\n";
 constexpr std::size_t kLongestLine = 77; // before the comma and the backslash that continue it
 constexpr std::wstring_view kDigits = L"0123456789abcdef";
@@ -155,7 +155,7 @@ bool XExportRegistry(const CXTString<wchar_t>& path, CXFile& file, xStringEncodi
     };
     if (key.m_path.find_first_of(L"\r\n") != key.m_path.npos || std::any_of(tree.begin(), tree.end(), hasLineEnd))
     {
-        systemError = kInvalidData;
+        systemError = tev::platform::kInvalidData;
         return false;
     }
     const bool isUtf16 = encoding == xEncodingUtf16;

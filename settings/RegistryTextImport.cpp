@@ -1,4 +1,5 @@
 #include "base/LittleEndian.h"
+#include "platform/SystemErrors.h"
 #include "settings/CRegUtil.h"
 #include "settings/RegistryText.h"
 #include "settings/engine/SettingsStore.h"
@@ -16,7 +17,6 @@ namespace
 using namespace std::string_view_literals;
 using tev::SettingsChange;
 
-constexpr int kInvalidData = 13;
 constexpr wchar_t kByteOrderMark = 0xFEFF;
 constexpr std::wstring_view kBlanks = L" \t";
 constexpr std::wstring_view kLineEnds = L"\r\n";
@@ -369,7 +369,7 @@ bool XImportRegistry(const CXTString<wchar_t>& text, XRegistryImport& result)
     if (result.m_fault != XRegistryFault::None)
     {
         result.m_line = parser.Line();
-        result.m_systemError = kInvalidData;
+        result.m_systemError = tev::platform::kInvalidData;
         return false;
     }
     std::size_t failed = 0;

@@ -74,7 +74,7 @@ int CXTString<T>::CompareNoCase(const T* text) const noexcept
 template <class T>
 int CXTString<T>::Collate(const T* text) const noexcept
 {
-    return text == nullptr ? !IsEmpty() : tev::CollateText<T>(m_text.m_data, text);
+    return text == nullptr ? !IsEmpty() : tev::CollateText(m_text.m_data, text);
 }
 
 template <class T>

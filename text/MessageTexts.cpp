@@ -7,7 +7,7 @@
 
 namespace
 {
-struct MessageText
+struct TextOfNumber
 {
     unsigned id;
     const wchar_t* english;
@@ -23,7 +23,7 @@ constexpr unsigned kArchiveCause = 0xF1B0;
 constexpr unsigned kNoApplicationName = 0xF1D0;
 
 // In the order of their numbers. "%s" stands for the name of the file; the text of an unnamed one is put in its place.
-constexpr MessageText kMessageTexts[] = {
+constexpr TextOfNumber kMessageTexts[] = {
     {kColourWithAlpha, L"%d %d %d %d (RGBA)", L"%d %d %d %d (RVBA)"},
     {kColour, L"%d %d %d (RGB)", L"%d %d %d (RVB)"},
 
@@ -98,7 +98,7 @@ constexpr MessageText kMessageTexts[] = {
 
 const wchar_t* tev::FindMessageText(unsigned id) noexcept
 {
-    const auto precedes = [](const MessageText& text, unsigned number) { return text.id < number; };
+    const auto precedes = [](const TextOfNumber& text, unsigned number) { return text.id < number; };
     const auto* found = std::lower_bound(std::begin(kMessageTexts), std::end(kMessageTexts), id, precedes);
     if (found == std::end(kMessageTexts) || found->id != id)
         return nullptr;

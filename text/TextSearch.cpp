@@ -145,10 +145,10 @@ private:
 template <class T>
 size_t CommonLength(const T* left, const T* right, size_t count) noexcept
 {
-    constexpr size_t kBlock = 64;
+    constexpr size_t kCompared = 64;
     size_t at = 0;
-    while (count - at >= kBlock && SameRun(left + at, right + at, kBlock))
-        at += kBlock;
+    while (count - at >= kCompared && SameRun(left + at, right + at, kCompared))
+        at += kCompared;
     while (at < count && left[at] == right[at])
         ++at;
     return at;
@@ -234,13 +234,11 @@ int tev::CompareTextNoCase(const T* left, const T* right) noexcept
     }
 }
 
-template <>
 int tev::CollateText(const char* left, const char* right) noexcept
 {
     return Sign(std::strcoll(left, right));
 }
 
-template <>
 int tev::CollateText(const wchar_t* left, const wchar_t* right) noexcept
 {
     return Sign(std::wcscoll(left, right));

@@ -64,8 +64,8 @@ int CompareText(const T* left, std::size_t leftLength, const T* right, std::size
 /// -1, 0 or 1 of two C strings, without regard to case or by collation, in the C library's current locale.
 template <class T>
 int CompareTextNoCase(const T* left, const T* right) noexcept;
-template <class T>
-int CollateText(const T* left, const T* right) noexcept;
+int CollateText(const char* left, const char* right) noexcept;
+int CollateText(const wchar_t* left, const wchar_t* right) noexcept;
 
 // The case mapping and the classes of the C library's current locale, for either character type.
 char LowerCase(char character) noexcept;

@@ -54,8 +54,8 @@ struct Workers
     CHashTable<CCustomThread*> set X_GUARDED_BY(lock);
 };
 
-const platform::ForkHandler g_forkHandler(platform::ForkRank::LiveThreads, &Workers::BeforeFork, &Workers::InParent,
-                                          &Workers::InChild);
+const platform::ForkHandler g_forkOfWorkers(platform::ForkRank::LiveThreads, &Workers::BeforeFork, &Workers::InParent,
+                                            &Workers::InChild);
 
 void StopWorkers(bool stop) noexcept
 {

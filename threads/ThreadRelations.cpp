@@ -145,8 +145,8 @@ private:
     Id m_forking X_GUARDED_BY(m_lock) = 0; ///< the thread that forks
 };
 
-const tev::platform::ForkHandler g_forkHandler(tev::platform::ForkRank::ThreadRelations, &Relations::BeforeFork,
-                                               &Relations::InParent, &Relations::InChild);
+const tev::platform::ForkHandler g_forkOfRelations(tev::platform::ForkRank::ThreadRelations, &Relations::BeforeFork,
+                                                   &Relations::InParent, &Relations::InChild);
 } // namespace
 
 void AttachThread(unsigned __int64 child, unsigned __int64 parent)

@@ -227,8 +227,8 @@ private:
     std::atomic<std::uint32_t> m_offers{0};
 };
 
-const tev::platform::ForkHandler g_forkHandler(tev::platform::ForkRank::WorkerPool, &Pool::BeforeFork, &Pool::InParent,
-                                               &Pool::InChild);
+const tev::platform::ForkHandler g_forkOfPool(tev::platform::ForkRank::WorkerPool, &Pool::BeforeFork, &Pool::InParent,
+                                              &Pool::InChild);
 } // namespace
 
 tev::Teamwork::Teamwork(unsigned helpers, Work work, void* context) noexcept

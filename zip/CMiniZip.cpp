@@ -41,17 +41,14 @@ using Text = CXTString<wchar_t>;
 
 constexpr wchar_t kTemporaryPrefix[] = L"MiniZip";
 
-constexpr unsigned kTooManyOpenFiles = 4;
-constexpr unsigned kNotEnoughMemory = 8;
-
 /// Why something could not be opened, or `otherwise`.
 Failure FailureOf(unsigned systemError, Failure otherwise)
 {
     switch (systemError)
     {
-    case kNotEnoughMemory:
+    case tev::platform::kNotEnoughMemory:
         return Failure::kNoMemory;
-    case kTooManyOpenFiles:
+    case tev::platform::kTooManyOpenFiles:
         return Failure::kTooManyOpenFiles;
     default:
         return otherwise;
@@ -139,10 +136,7 @@ CMiniZip::~CMiniZip()
 
 bool CMiniZip::ExtractZip(const CXTString<wchar_t>& zipPath, const CXTString<wchar_t>& destFolder, bool keepFiles)
 {
-    const auto extract = [&] {
-        // The paths may come from the list that is about to be emptied.
-        const Text source = zipPath;
-        const Text destination = destFolder;
+    const auto extract = [&](const Text& source, const Text& destination) {
         StartOver();
         if (!fileExists(source))
             return Fail(Failure::kNotFound);
@@ -156,7 +150,9 @@ bool CMiniZip::ExtractZip(const CXTString<wchar_t>& zipPath, const CXTString<wch
         }
         return ExtractEntries(source);
     };
-    const bool isDone = Try(extract, [this](Failure failure) { return Fail(failure); });
+    // Copies, because the paths may come from the list that is about to be emptied.
+    const bool isDone = Try([&] { return extract(Text(zipPath), Text(destFolder)); },
+                            [this](Failure failure) { return Fail(failure); });
     if (!isDone && m_temporaryFolderCreated)
         Clean();
     if (m_keepFiles)
@@ -213,23 +209,21 @@ int CMiniZip::OnExtractFile(char const* utf8Path, void* self)
 
 bool CMiniZip::ExtractGZip(const CXTString<wchar_t>& source, const CXTString<wchar_t>& destFile, bool keepFiles)
 {
-    const auto extract = [&] {
-        const Text from = source;
-        const Text to = destFile;
+    const auto extract = [&](const Text& from, const Text& to) {
         StartOver();
         if (!IsGZipFile(from))
             return Fail(fileExists(from) ? Failure::kNoArchive : Failure::kNotFound);
         m_keepFiles = keepFiles;
         return ExtractStream(Stream::kGZip, from, to);
     };
-    return Try(extract, [this](Failure failure) { return Fail(failure); });
+    // Copies, because the paths may come from the list that is about to be emptied.
+    return Try([&] { return extract(Text(source), Text(destFile)); },
+               [this](Failure failure) { return Fail(failure); });
 }
 
 bool CMiniZip::ExtractZStd(const CXTString<wchar_t>& source, const CXTString<wchar_t>& destFile, bool keepFiles)
 {
-    const auto extract = [&] {
-        const Text from = source;
-        const Text to = destFile;
+    const auto extract = [&](const Text& from, const Text& to) {
         StartOver();
         if (!IsZStdFile(from))
             return Fail(fileExists(from) ? Failure::kNoArchive : Failure::kNotFound);
@@ -238,7 +232,9 @@ bool CMiniZip::ExtractZStd(const CXTString<wchar_t>& source, const CXTString<wch
         m_keepFiles = keepFiles;
         return true;
     };
-    return Try(extract, [this](Failure failure) { return Fail(failure); });
+    // Copies, because the paths may come from the list that is about to be emptied.
+    return Try([&] { return extract(Text(source), Text(destFile)); },
+               [this](Failure failure) { return Fail(failure); });
 }
 
 bool CMiniZip::ExtractZFile(const CXTString<wchar_t>& source, const CXTString<wchar_t>& destFile, bool keepFiles)

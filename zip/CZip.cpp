@@ -2,6 +2,7 @@
 
 #include "objects/CXFileException.h"
 #include "platform/Cancellation.h"
+#include "platform/SystemErrors.h"
 #include "services/CPathString.h"
 #include "services/FileTypes.h"
 #include "services/Paths.h"
@@ -16,8 +17,6 @@ namespace
 using tev::Password;
 using tev::ZipArchive;
 using tev::ZipOutcome;
-
-constexpr unsigned kNotEnoughMemory = 8;
 
 constexpr ZipOutcome Refused(XZipFailure failure)
 {
@@ -39,7 +38,7 @@ ZipOutcome OrNoMemory(Work&& work)
     catch (const std::bad_alloc&)
     {
     }
-    return {XZipFailure::kSystem, kNotEnoughMemory};
+    return {XZipFailure::kSystem, tev::platform::kNotEnoughMemory};
 }
 
 bool HasZipExtension(const CXTString<wchar_t>& name)

@@ -1,6 +1,7 @@
 #include "zip/ZipArchive.h"
 
 #include "platform/PathNames.h"
+#include "platform/SystemErrors.h"
 #include "services/FileWildcards.h"
 #include "zip/engine/ZipVolumes.h"
 
@@ -33,8 +34,6 @@ XZipEncryption EncryptionOf(platform::ZipEncryption encryption)
     return XZipEncryption::kUnknown;
 }
 
-constexpr unsigned kNotEnoughMemory = 8;
-
 /// FNV-1a over the characters of a name.
 std::uint64_t HashOf(std::wstring_view name)
 {
@@ -60,7 +59,7 @@ ZipOutcome ZipArchive::Open(const wchar_t* path, ZipOpenMode mode, CXZipCallback
             return ZipOutcome::OfSystem();
         archive->m_engine = platform::ZipEngine::Create();
         if (archive->m_engine == nullptr)
-            return {XZipFailure::kSystem, kNotEnoughMemory};
+            return {XZipFailure::kSystem, platform::kNotEnoughMemory};
     }
     else
     {

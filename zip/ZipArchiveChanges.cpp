@@ -166,6 +166,7 @@ ZipOutcome ZipArchive::Rename(const ZipNames& oldNames, const ZipNames& newNames
     // Through unused names, because the engine requires each new name to be free.
     const std::string between = UnusedName();
     std::vector<std::string> namesBetween;
+    namesBetween.reserve(renamings.size());
     for (const Renaming& renaming : renamings)
         namesBetween.push_back(between + "-" + std::to_string(renaming.m_index) +
                                (renaming.m_name.back() == '/' ? "/" : ""));

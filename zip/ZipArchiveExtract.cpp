@@ -16,7 +16,7 @@ using platform::ZipEntry;
 using platform::ZipEntryKind;
 using platform::ZipError;
 
-constexpr std::size_t kBlockSize = 64 * 1024;
+constexpr std::size_t kCopiedAtOnce = 64 * 1024;
 
 /// The path of the entry beneath the destination; empty when it must not be extracted.
 std::optional<std::string> PlaceOf(const ZipEntry& entry, const ZipArchive::Destination& destination)
@@ -114,7 +114,7 @@ ZipOutcome ZipArchive::Unpack(unsigned index, const ZipEntry& entry, const std::
     if (reader == nullptr)
         return ZipOutcome::Of(error);
     ZipAction action(m_callback, kind, entry.size);
-    std::array<char, kBlockSize> block; // written before it is read
+    std::array<char, kCopiedAtOnce> block; // written before it is read
     for (;;)
     {
         std::size_t delivered = 0;

@@ -32,9 +32,6 @@ constexpr std::size_t kMostFilesAtOnce = 32;
 constexpr std::chrono::milliseconds kReportEvery(50);
 constexpr std::uint64_t kPlanReportEvery = 1024; // entries
 
-constexpr unsigned kDiskFull = 112;
-constexpr unsigned kTooManyOpenFiles = 4;
-constexpr unsigned kNotEnoughMemory = 8;
 constexpr unsigned kDeviceFailed = 23;
 
 /// Why an error would occur for every other file, too; kNone when it would not.
@@ -42,9 +39,9 @@ Failure FailureForAll(unsigned systemError)
 {
     switch (systemError)
     {
-    case kNotEnoughMemory:
+    case platform::kNotEnoughMemory:
         return Failure::kNoMemory;
-    case kTooManyOpenFiles:
+    case platform::kTooManyOpenFiles:
         return Failure::kTooManyOpenFiles;
     default:
         return Failure::kNone;
@@ -54,7 +51,7 @@ Failure FailureForAll(unsigned systemError)
 /// Of an error of the destination. One of the archive may concern a few of its sectors only.
 Failure WritingFailureForAll(unsigned systemError)
 {
-    const bool isOfTheDisk = systemError == kDiskFull || systemError == kDeviceFailed;
+    const bool isOfTheDisk = systemError == platform::kDiskFull || systemError == kDeviceFailed;
     return isOfTheDisk ? Failure::kNotWritable : FailureForAll(systemError);
 }
 

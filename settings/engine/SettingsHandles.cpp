@@ -17,7 +17,6 @@ constexpr std::uintptr_t kFirstRoot = 0x80000000;
 constexpr std::uintptr_t kLastRoot = 0x80000006;
 constexpr std::uintptr_t kNoRoot = 0x80000004;
 constexpr unsigned kAllAccess = 0xFFFFFFFF;
-constexpr unsigned kPathNotFound = 3;
 
 /// Handles are numbers that are never used again, so that a closed one is recognised. They lie above the roots.
 struct Handles
@@ -36,7 +35,7 @@ Handles& AllHandles()
 
 bool IsMissing(unsigned systemError)
 {
-    return systemError == kSettingsNotFound || systemError == kPathNotFound;
+    return systemError == kSettingsNotFound || systemError == platform::kPathNotFound;
 }
 
 std::string FromEnvironment(const char* variable)

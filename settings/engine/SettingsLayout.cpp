@@ -14,7 +14,7 @@ namespace
 constexpr int kApplicationId = 0x54765267; // "TvRg"
 constexpr int kVersionWithoutChecksums = 1;
 // Raised when tables change, or when CaseFolded maps a character differently: then stored names are no longer found.
-constexpr int kVersion = 2;
+constexpr int kLayoutVersion = 2;
 
 // The number of a key is never given to another key, not even in a file that replaces this one, so that a handle to a
 // deleted key finds nothing. Hence AUTOINCREMENT, and a random first number. docs/formats.md describes these tables.
@@ -116,7 +116,9 @@ unsigned SettingsLayout::Check(bool& isNew)
         return kSettingsDone;
     if (application != kApplicationId)
         return kSettingsForeign;
-    return version > kVersion ? kSettingsNewer : version < kVersionWithoutChecksums ? kSettingsDamaged : kSettingsDone;
+    return version > kLayoutVersion             ? kSettingsNewer
+           : version < kVersionWithoutChecksums ? kSettingsDamaged
+                                                : kSettingsDone;
 }
 
 unsigned SettingsLayout::Make(bool hasLog)
@@ -144,7 +146,7 @@ unsigned SettingsLayout::Convert()
 unsigned SettingsLayout::InOneTransaction(bool (*isNeeded)(bool isNew, bool hasChecksums), const char* change)
 {
     const std::string marks = "PRAGMA application_id = " + std::to_string(kApplicationId) +
-                              "; PRAGMA user_version = " + std::to_string(kVersion);
+                              "; PRAGMA user_version = " + std::to_string(kLayoutVersion);
     unsigned error = m_connection.Execute("BEGIN IMMEDIATE");
     if (error != kSettingsDone)
         return error;

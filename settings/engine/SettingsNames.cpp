@@ -2,6 +2,7 @@
 
 #include "settings/engine/SettingsStore.h"
 #include "text/CaseFolding.h"
+#include "text/Utf.h"
 
 #include <algorithm>
 
@@ -9,17 +10,7 @@ namespace tev
 {
 namespace
 {
-constexpr char32_t kReplacement = 0xFFFD;
 constexpr char32_t kHighestCodePoint = 0x10FFFF;
-
-bool IsHighSurrogate(char32_t c)
-{
-    return c >= 0xD800 && c <= 0xDBFF;
-}
-bool IsLowSurrogate(char32_t c)
-{
-    return c >= 0xDC00 && c <= 0xDFFF;
-}
 
 void AppendStored(std::string& text, char32_t c)
 {

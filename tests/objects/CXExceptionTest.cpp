@@ -228,6 +228,8 @@ TEST(CXException, ThreadsThatRecordedOneExceptionDeleteItOnce)
 
 TEST(CXException, WorksInAChildOfAProcessThatThrows)
 {
+    if (tev::test::kIsSanitized)
+        GTEST_SKIP() << tev::test::kNoBusyFork;
     const auto throwAndSwallow = [] {
         try
         {

@@ -12,6 +12,8 @@
 namespace tev::test
 {
 constexpr int kBusyForks = 400;
+constexpr const char* kNoBusyFork =
+    "sanitizers' allocators may be locked for ever in a child of a process with threads";
 
 /// Forks many times while other threads do the work. Returns the first status of a child that did not return true within
 /// the deadline, SIGALRM for one that hung, or 0.

@@ -3,11 +3,18 @@
 namespace tev::test
 {
 // Memory and time are many times larger under the address and thread sanitizers.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#if defined(__has_feature)
+constexpr bool kIsThreadSanitized = __has_feature(thread_sanitizer);
+constexpr bool kIsSanitized = kIsThreadSanitized || __has_feature(address_sanitizer);
+#elif defined(__SANITIZE_THREAD__)
+constexpr bool kIsThreadSanitized = true;
 constexpr bool kIsSanitized = true;
-#elif defined(__has_feature)
-constexpr bool kIsSanitized = __has_feature(address_sanitizer) || __has_feature(thread_sanitizer);
+#else
+constexpr bool kIsThreadSanitized = false;
+#ifdef __SANITIZE_ADDRESS__
+constexpr bool kIsSanitized = true;
 #else
 constexpr bool kIsSanitized = false;
+#endif
 #endif
 } // namespace tev::test

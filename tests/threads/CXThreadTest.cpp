@@ -6,6 +6,7 @@
 #include "platform/Threads.h"
 #include "services/StartUp.h"
 #include "tests/support/Eventually.h"
+#include "tests/support/Sanitized.h"
 #include "threads/ThreadRelations.h"
 
 #include <gtest/gtest.h>
@@ -345,6 +346,9 @@ TEST(CXThread, TheSystemCanEndABody)
     };
     for (const auto& [what, body] : bodies)
     {
+        // The thread sanitizer takes a thread cancelled inside a system function for one that never leaves it.
+        if (tev::test::kIsThreadSanitized && std::string(what) != "it exits")
+            continue;
         SCOPED_TRACE(what);
         id = pthread_t{};
         isUnwound = false;

@@ -17,7 +17,7 @@ namespace tev::tool
 namespace
 {
 constexpr unsigned kNestingLimit = 2000; // each level takes some of the stack
-constexpr std::size_t kBlockSize = 1024 * 1024;
+constexpr std::size_t kDumpBlockSize = 1024 * 1024;
 
 // The tags of the format, see docs/formats.md.
 constexpr unsigned kNewClass = 0xFFFF;
@@ -74,8 +74,8 @@ std::string ReadAll(const std::string& name)
     for (unsigned got = 1; got != 0;)
     {
         const std::size_t size = bytes.size();
-        bytes.resize(size + kBlockSize);
-        got = file->Read(bytes.data() + size, kBlockSize);
+        bytes.resize(size + kDumpBlockSize);
+        got = file->Read(bytes.data() + size, kDumpBlockSize);
         bytes.resize(size + got);
     }
     return bytes;

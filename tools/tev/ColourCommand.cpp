@@ -15,7 +15,7 @@ namespace tev::tool
 {
 namespace
 {
-struct Options
+struct ColourOptions
 {
     std::string m_colour;
     std::optional<float> m_hue;
@@ -71,7 +71,7 @@ std::string Sample(const CRGBColor& color)
     return static_cast<const char*>(sample);
 }
 
-void Show(Session& session, const Options& options)
+void Show(Session& session, const ColourOptions& options)
 {
     std::optional<CRGBColor> color = FromHexadecimal(options.m_colour);
     if (!color)
@@ -95,7 +95,7 @@ void Show(Session& session, const Options& options)
 
 void AddColourCommand(const ToolCommand& tool, Session& session)
 {
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<ColourOptions>();
     const ToolCommand command = tool.AddCommand("colour", "Show a colour, changed if asked for, and its coordinates");
     command.AddArgument("COLOUR", options->m_colour, "\"#RRGGBB\", or R,G,B with channels of 0 to 255").Required();
     command.AddOption("--hue", options->m_hue, "Give it this hue; 0 and 1 are red, 1/3 green, 2/3 blue")

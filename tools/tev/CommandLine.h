@@ -43,6 +43,7 @@ public:
     ToolOption OneOf(const std::map<std::string, T>& choices) const
     {
         std::vector<std::string> names;
+        names.reserve(choices.size());
         for (const auto& choice : choices)
             names.push_back(choice.first);
         return OneOf(names);

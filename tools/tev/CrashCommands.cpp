@@ -20,7 +20,7 @@ namespace tev::tool
 {
 namespace
 {
-struct Options
+struct CrashOptions
 {
     std::string m_file;
     bool m_allThreads = false;
@@ -118,7 +118,7 @@ std::string ListText(const XMinidump& dump, XMinidumpPart part, const std::strin
     return name + " " + std::to_string(count) + (dump.IsCut(part) ? " (others are missing)" : "");
 }
 
-void PrintDump(Output& output, const XMinidump& dump, const std::string& name, const Options& options)
+void PrintDump(Output& output, const XMinidump& dump, const std::string& name, const CrashOptions& options)
 {
     const std::string process =
         dump.Has(XMinidumpPart::kProcess) ? "process " + std::to_string(dump.GetProcessId()) : "unknown process";
@@ -170,7 +170,7 @@ private:
     const CPathString m_path;
 };
 
-void ShowDumpOf(Session& session, const Options& options, CZip& zip, unsigned index, const std::string& name)
+void ShowDumpOf(Session& session, const CrashOptions& options, CZip& zip, unsigned index, const std::string& name)
 {
     constexpr const wchar_t* kDump = L"report.dmp";
     const ScratchFolder scratch;
@@ -181,7 +181,7 @@ void ShowDumpOf(Session& session, const Options& options, CZip& zip, unsigned in
     PrintDump(session.m_output, dump, name, options);
 }
 
-void ShowReport(Session& session, const Options& options)
+void ShowReport(Session& session, const CrashOptions& options)
 {
     XMinidump single;
     if (single.Load(Widen(options.m_file).c_str()))
@@ -214,7 +214,7 @@ void ShowReport(Session& session, const Options& options)
 void AddCrashCommands(const ToolCommand& tool, Session& session)
 {
     const ToolCommand crash = tool.AddFamily("crash", "Look into crash reports");
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<CrashOptions>();
     const ToolCommand show =
         crash.AddCommand("show", "Show what a report holds: its files, the signal, threads, stacks");
     show.AddArgument("REPORT", options->m_file, "The archive, or the dump by itself").Required();

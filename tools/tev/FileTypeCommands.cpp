@@ -22,9 +22,7 @@ const std::map<std::string, unsigned> kKinds = {
     {"video", xFileVideo}, {"web", xFileWeb},    {"archive", xFileArchive},
 };
 
-constexpr const char* kNothing = "-";
-
-struct Options
+struct TypesOptions
 {
     std::vector<std::string> m_names;
     std::string m_kind;
@@ -41,7 +39,7 @@ std::string CodeText(unsigned code)
 
 std::string Parser(unsigned code)
 {
-    return code == xFileCodeUnknown ? kNothing : CodeText(code);
+    return code == xFileCodeUnknown ? kEmptyField : CodeText(code);
 }
 
 std::string KindText(unsigned properties)
@@ -52,7 +50,7 @@ std::string KindText(unsigned properties)
         if ((properties & kind) != 0)
             text += (text.empty() ? "" : "+") + name;
     }
-    return text.empty() ? kNothing : text;
+    return text.empty() ? kEmptyField : text;
 }
 
 std::vector<CFileExt> TypesOfKind(unsigned kind)
@@ -79,7 +77,7 @@ std::string OtherClasses(const CXTString<wchar_t>& name, unsigned defaultClass)
         if (hasIt && type.GetClass() != defaultClass)
             others += (others.empty() ? "" : " ") + CodeText(type.GetClass());
     }
-    return others.empty() ? kNothing : others;
+    return others.empty() ? kEmptyField : others;
 }
 
 Row RowOfType(const CFileExt& type)
@@ -93,7 +91,7 @@ Row RowOfName(const std::string& name)
     const CXTString<wchar_t> wide(Widen(name).c_str());
     CFileExt type;
     if (!fileGetFileExt(wide, type))
-        return {name, kNothing, kNothing, kNothing, kNothing, kNothing};
+        return {name, kEmptyField, kEmptyField, kEmptyField, kEmptyField, kEmptyField};
     return {name,
             CodeText(type.GetClass()),
             KindText(type.GetProperties()),
@@ -102,7 +100,7 @@ Row RowOfName(const std::string& name)
             OtherClasses(wide, type.GetClass())};
 }
 
-void ShowTypes(Session& session, const Options& options)
+void ShowTypes(Session& session, const TypesOptions& options)
 {
     const unsigned kind = options.m_kind.empty() ? 0 : kKinds.at(options.m_kind);
     std::vector<Row> rows;
@@ -136,7 +134,7 @@ void ShowTypes(Session& session, const Options& options)
 
 void AddTypes(const ToolCommand& tool, Session& session)
 {
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<TypesOptions>();
     const ToolCommand command =
         tool.AddCommand("types", "Show the file types that the library knows, or those of names");
     command.AddArgument("NAME", options->m_names, "File names or URLs, which need not exist; all types if none");

@@ -19,14 +19,14 @@ namespace tev::tool
 {
 namespace
 {
-constexpr std::size_t kBlockSize = 256 * 1024;
+constexpr std::size_t kReadAtOnce = 256 * 1024;
 constexpr auto kBetweenLooks = std::chrono::milliseconds(200);
 
 /// Reads the lines of a log that may grow meanwhile, as UTF-8 with their line ends.
 class LogReader
 {
 public:
-    explicit LogReader(const std::string& name) : m_file(OpenInput(name)), m_block(kBlockSize) {}
+    explicit LogReader(const std::string& name) : m_file(OpenInput(name)), m_block(kReadAtOnce) {}
 
     /// Returns the lines that were completed since the last call. False at the current end of the log.
     bool Next(std::string& lines)
@@ -93,7 +93,7 @@ private:
     xStringEncoding m_encoding = xEncodingUtf8;
 };
 
-struct Options
+struct LogOptions
 {
     std::string m_file;
     bool m_follow = false;
@@ -112,7 +112,7 @@ void Print(Output& output, std::string_view lines, unsigned deepest)
     }
 }
 
-void Show(Session& session, const Options& options)
+void Show(Session& session, const LogOptions& options)
 {
     LogReader reader(options.m_file);
     const bool follow = options.m_follow && options.m_file != kStandardStream;
@@ -136,7 +136,7 @@ void Show(Session& session, const Options& options)
 void AddLogCommands(const ToolCommand& tool, Session& session)
 {
     const ToolCommand log = tool.AddFamily("log", "Print log files");
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<LogOptions>();
     const ToolCommand command = log.AddCommand("show", "Print a log as UTF-8");
     command.AddArgument("FILE", options->m_file, "The log; - is standard input").Required();
     command.AddFlag("--follow", options->m_follow, "Continue with what is appended to it, until interrupted");

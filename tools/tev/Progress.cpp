@@ -16,7 +16,7 @@ constexpr std::chrono::milliseconds kShowEvery(200);
 constexpr double kMegabyte = 1e6;
 } // namespace
 
-Progress::Progress(std::string name, std::uint64_t total, Beside beside)
+Progress::Progress(const std::string& name, std::uint64_t total, Beside beside)
     : m_name(PrintableText(name)),
       m_total(total),
       m_wanted(IsTerminal(kStandardError) && !(beside == Beside::kOutput && IsTerminal(kStandardOutput))),

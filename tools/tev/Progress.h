@@ -20,7 +20,7 @@ public:
     };
 
     /// A total of 0 stands for an unknown one.
-    Progress(std::string name, std::uint64_t total, Beside beside);
+    Progress(const std::string& name, std::uint64_t total, Beside beside);
     ~Progress();
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;

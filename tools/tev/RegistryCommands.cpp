@@ -24,7 +24,7 @@ constexpr int kNotFound = 2;
 constexpr int kNoMoreItems = 259;
 constexpr unsigned kLongestName = 16384; // the terminator included
 
-struct Options
+struct RegistryOptions
 {
     std::string m_key;
     std::string m_name;
@@ -40,7 +40,7 @@ struct Options
     bool m_json = false;
 };
 
-using Command = void (*)(Session& session, const Options& options);
+using RegistryCommand = void (*)(Session& session, const RegistryOptions& options);
 
 /// What the registry's codes mean for the user.
 std::string ErrorText(int systemError, const std::string& missing)
@@ -138,7 +138,7 @@ private:
     CRegUtil m_registry;
 };
 
-void RunGet(Session& session, const Options& options)
+void RunGet(Session& session, const RegistryOptions& options)
 {
     const KeyPath path(options.m_key);
     OpenKey key(path, CRegUtil::kRead, false);
@@ -168,12 +168,12 @@ auto OrUsageError(Parse parse)
     }
 }
 
-void CheckSet(const Options& options)
+void CheckSet(const RegistryOptions& options)
 {
     OrUsageError([&] { return ParseRegistryValue(options.m_type, options.m_values); });
 }
 
-void RunSet(Session&, const Options& options)
+void RunSet(Session&, const RegistryOptions& options)
 {
     const RegistryValue value = ParseRegistryValue(options.m_type, options.m_values);
     const KeyPath path(options.m_key);
@@ -182,7 +182,7 @@ void RunSet(Session&, const Options& options)
         Fail(path, key->GetLastError(), "the key was deleted meanwhile");
 }
 
-void RunDelete(Session&, const Options& options)
+void RunDelete(Session&, const RegistryOptions& options)
 {
     const KeyPath path(options.m_key);
     OpenKey key(path, CRegUtil::kReadWrite, false);
@@ -217,7 +217,7 @@ std::vector<std::wstring> Names(CRegUtil& registry, const KeyPath& key,
 class Lister
 {
 public:
-    Lister(Session& session, const Options& options) : m_session(session), m_options(options)
+    Lister(Session& session, const RegistryOptions& options) : m_session(session), m_options(options)
     {
         m_isTable = options.m_format == "table" || (options.m_format.empty() && IsTerminal(kStandardOutput));
     }
@@ -283,12 +283,12 @@ private:
     }
 
     Session& m_session;
-    const Options& m_options;
+    const RegistryOptions& m_options;
     bool m_isTable = false;
     std::vector<Row> m_rows;
 };
 
-void RunList(Session& session, const Options& options)
+void RunList(Session& session, const RegistryOptions& options)
 {
     Lister(session, options).List();
 }
@@ -300,7 +300,7 @@ void ExportTo(CXFile& file, const std::string& key, xStringEncoding encoding)
         Fail(KeyPath(key), systemError, "there is no such key");
 }
 
-void RunExport(Session& session, const Options& options)
+void RunExport(Session& session, const RegistryOptions& options)
 {
     if (options.m_file == kStandardStream)
     {
@@ -369,7 +369,7 @@ void Import(const std::string& name, xStringEncoding encoding)
     throw Failure(name, line + FaultText(result.m_fault));
 }
 
-xStringEncoding ImportEncoding(const Options& options)
+xStringEncoding ImportEncoding(const RegistryOptions& options)
 {
     if (options.m_encoding.empty())
         return xEncodingUtf8;
@@ -379,12 +379,12 @@ xStringEncoding ImportEncoding(const Options& options)
     return *found;
 }
 
-void CheckImport(const Options& options)
+void CheckImport(const RegistryOptions& options)
 {
     OrUsageError([&] { return ImportEncoding(options); });
 }
 
-void RunImport(Session& session, const Options& options)
+void RunImport(Session& session, const RegistryOptions& options)
 {
     const xStringEncoding encoding = ImportEncoding(options);
     if (encoding != xEncodingAnsi && !IsUtf16(encoding) && encoding != xEncodingUtf8)
@@ -393,22 +393,22 @@ void RunImport(Session& session, const Options& options)
 }
 
 /// Builds the commands, which share their arguments.
-class Family
+class RegistryFamily
 {
 public:
-    Family(const ToolCommand& registry, Session& session) : m_registry(registry), m_session(session) {}
+    RegistryFamily(const ToolCommand& registry, Session& session) : m_registry(registry), m_session(session) {}
 
     struct Added
     {
         ToolCommand m_command;
-        Options& m_options;
+        RegistryOptions& m_options;
     };
 
     /// `check` runs before the command and throws UsageError.
-    Added Add(const char* name, const char* help, Command run, void (*check)(const Options&) = nullptr,
+    Added Add(const char* name, const char* help, RegistryCommand run, void (*check)(const RegistryOptions&) = nullptr,
               bool hasKey = true)
     {
-        const auto options = std::make_shared<Options>();
+        const auto options = std::make_shared<RegistryOptions>();
         const ToolCommand command = m_registry.AddCommand(name, help);
         if (hasKey)
             command.AddArgument("KEY", options->m_key, "The path of the key").Required();
@@ -434,14 +434,15 @@ void AddRegistryCommands(const ToolCommand& tool, Session& session)
         "left\n"
         "out; the other roots are HKEY_LOCAL_MACHINE, HKEY_USERS, HKEY_CLASSES_ROOT, HKEY_CURRENT_CONFIG and\n"
         "HKEY_DYN_DATA. Upper and lower case of names does not count.");
-    Family family(registry, session);
+    RegistryFamily family(registry, session);
 
-    const Family::Added get = family.Add("get", "Print a value", RunGet);
+    const RegistryFamily::Added get = family.Add("get", "Print a value", RunGet);
     get.m_command.AddArgument("NAME", get.m_options.m_name, "The name of the value; the default value if none");
     get.m_command.AddFlag("--expand", get.m_options.m_expand, "Replace %NAME% in values of the type expand");
     get.m_command.AddFlag("--json", get.m_options.m_json, "As JSON");
 
-    const Family::Added set = family.Add("set", "Set a value, in a new key where there is none", RunSet, CheckSet);
+    const RegistryFamily::Added set =
+        family.Add("set", "Set a value, in a new key where there is none", RunSet, CheckSet);
     set.m_command.AddArgument("NAME", set.m_options.m_name, "The name of the value; \"\" for the default value")
         .Required();
     set.m_command.AddArgument("VALUE", set.m_options.m_values, "The value; several for the type multi");
@@ -453,12 +454,12 @@ void AddRegistryCommands(const ToolCommand& tool, Session& session)
         "A binary value is hexadecimal digits. Numbers are decimal, or hexadecimal with 0x; before a negative one "
         "stands --.");
 
-    const Family::Added remove = family.Add("delete", "Delete a value, or a key with its values", RunDelete);
+    const RegistryFamily::Added remove = family.Add("delete", "Delete a value, or a key with its values", RunDelete);
     remove.m_options.m_nameOption =
         remove.m_command.AddArgument("NAME", remove.m_options.m_name, "The name of the value; the key if none");
     remove.m_command.AddFlag("--recursive", remove.m_options.m_recursive, "Also the keys below the key");
 
-    const Family::Added list = family.Add("list", "List the values of a key and the keys below it", RunList);
+    const RegistryFamily::Added list = family.Add("list", "List the values of a key and the keys below it", RunList);
     list.m_command.AddFlag("--recursive", list.m_options.m_recursive, "Also what is in the keys below");
     list.m_command
         .AddOption("--format", list.m_options.m_format,
@@ -467,10 +468,10 @@ void AddRegistryCommands(const ToolCommand& tool, Session& session)
         .OneOf({"table", "fields", "json"})
         .ValueName("FORMAT");
 
-    const Family::Added out = family.Add("export", "Write a key and all below it as .reg text", RunExport);
+    const RegistryFamily::Added out = family.Add("export", "Write a key and all below it as .reg text", RunExport);
     out.m_command.AddArgument("FILE", out.m_options.m_file, "The file, in UTF-16; standard output, in UTF-8, if none");
 
-    const Family::Added in =
+    const RegistryFamily::Added in =
         family.Add("import", "Take over .reg texts, each as a whole or not at all", RunImport, CheckImport, false);
     in.m_command.AddArgument("FILE", in.m_options.m_files, "The files; standard input if none");
     in.m_command

@@ -48,7 +48,7 @@ std::string NumberText(const RegistryValue& value)
 }
 
 /// The texts of a value: one that ends at its first NUL, or all of a list, which ends with an empty one.
-std::vector<std::string> Texts(const RegistryValue& value)
+std::vector<std::string> TextsOf(const RegistryValue& value)
 {
     CXTString<wchar_t> decoded;
     static_cast<void>(XDecodeText(value.m_data.data(), value.m_data.size() / 2 * 2, xEncodingUtf16, decoded));
@@ -177,7 +177,7 @@ std::string RegistryValueText(const RegistryValue& value)
     if (!IsText(value) && value.m_type != CRegUtil::kTypeMultiString)
         return Hexadecimal(value.m_data, value.m_data.size());
     std::string lines;
-    for (const std::string& text : Texts(value))
+    for (const std::string& text : TextsOf(value))
         lines += (lines.empty() ? "" : "\n") + text;
     return lines;
 }
@@ -187,11 +187,11 @@ std::string RegistryValueJson(const RegistryValue& value)
     if (IsNumber(value))
         return NumberText(value);
     if (IsText(value))
-        return JsonString(Texts(value).front());
+        return JsonString(TextsOf(value).front());
     if (value.m_type != CRegUtil::kTypeMultiString)
         return JsonString(Hexadecimal(value.m_data, value.m_data.size()));
     std::string list;
-    for (const std::string& text : Texts(value))
+    for (const std::string& text : TextsOf(value))
         list += (list.empty() ? "" : ", ") + JsonString(text);
     return "[" + list + "]";
 }

@@ -28,7 +28,7 @@ struct StoreKeys
     unsigned m_second = 0;
 };
 
-struct Options
+struct SettingsOptions
 {
     std::string m_file;
     StoreKeys m_keys;
@@ -42,7 +42,7 @@ struct Options
     bool m_json = false;
 };
 
-using Command = void (*)(Session& session, const Options& options);
+using SettingsCommand = void (*)(Session& session, const SettingsOptions& options);
 
 std::string Text(const StoreKeys& keys)
 {
@@ -94,7 +94,7 @@ std::vector<XPreferenceRecord> SoundRecords(Session& session, const std::string&
     return records;
 }
 
-void RunList(Session& session, const Options& options)
+void RunList(Session& session, const SettingsOptions& options)
 {
     std::vector<Row> rows;
     for (const XPreferenceRecord& record : SoundRecords(session, options.m_file))
@@ -126,7 +126,7 @@ void PrintValues(Output& output, const CCustomData& store, int depth)
     }
 }
 
-void RunShow(Session& session, const Options& options)
+void RunShow(Session& session, const SettingsOptions& options)
 {
     const CCustomData store = Load(options.m_file, options.m_keys);
     if (options.m_json)
@@ -136,7 +136,7 @@ void RunShow(Session& session, const Options& options)
         PrintValues(session.m_output, store, 0);
 }
 
-void RunGet(Session& session, const Options& options)
+void RunGet(Session& session, const SettingsOptions& options)
 {
     const CCustomData store = Load(options.m_file, options.m_keys);
     for (const unsigned id : options.m_ids)
@@ -158,7 +158,7 @@ void Update(const std::string& name, const StoreKeys& keys, const std::function<
 }
 
 /// A value that cannot be set is wrong usage.
-void CheckSet(const Options& options)
+void CheckSet(const SettingsOptions& options)
 {
     CCustomData store;
     try
@@ -171,13 +171,13 @@ void CheckSet(const Options& options)
     }
 }
 
-void RunSet(Session&, const Options& options)
+void RunSet(Session&, const SettingsOptions& options)
 {
     Update(options.m_file, options.m_keys,
            [&](CCustomData& store) { SetValue(store, options.m_id, options.m_kind, options.m_values); });
 }
 
-void RunRemove(Session&, const Options& options)
+void RunRemove(Session&, const SettingsOptions& options)
 {
     Load(options.m_file, options.m_keys);
     if (!options.m_ids.empty())
@@ -194,13 +194,13 @@ void RunRemove(Session&, const Options& options)
         throw Failure(options.m_file, "cannot be changed, or is damaged");
 }
 
-void RunCopy(Session&, const Options& options)
+void RunCopy(Session&, const SettingsOptions& options)
 {
     const CCustomData store = Load(options.m_file, options.m_keys);
     Save(store, options.m_targetFile, options.m_targetKeys);
 }
 
-void RunCheck(Session& session, const Options& options)
+void RunCheck(Session& session, const SettingsOptions& options)
 {
     const std::size_t stores = SoundRecords(session, options.m_file).size();
     const char* const state = session.m_exitCode == kExitDone ? "sound, " : "damaged, ";
@@ -209,21 +209,21 @@ void RunCheck(Session& session, const Options& options)
 }
 
 /// Builds the commands, which share their arguments.
-class Family
+class SettingsFamily
 {
 public:
-    Family(const ToolCommand& settings, Session& session) : m_settings(settings), m_session(session) {}
+    SettingsFamily(const ToolCommand& settings, Session& session) : m_settings(settings), m_session(session) {}
 
     struct Added
     {
         ToolCommand m_command;
-        Options& m_options;
+        SettingsOptions& m_options;
     };
 
     /// `check` runs before the command and throws UsageError.
-    Added Add(const char* name, const char* help, Command run, void (*check)(const Options&) = nullptr)
+    Added Add(const char* name, const char* help, SettingsCommand run, void (*check)(const SettingsOptions&) = nullptr)
     {
-        const auto options = std::make_shared<Options>();
+        const auto options = std::make_shared<SettingsOptions>();
         const ToolCommand command = m_settings.AddCommand(name, help);
         command.AddArgument("FILE", options->m_file, "The preference file").Required();
         command.OnRun([&session = m_session, options, run, check] {
@@ -257,28 +257,29 @@ void AddSettingsCommands(const ToolCommand& tool, Session& session)
 {
     const ToolCommand settings = tool.AddFamily("settings", "Look at and change the stores of preference files");
     settings.Footer("Keys and identifiers are numbers of 32 bits, also in hexadecimal (0x...).");
-    Family family(settings, session);
+    SettingsFamily family(settings, session);
 
-    const Family::Added list = family.Add("list", "List the stores: keys, size in the file, number of values", RunList);
+    const SettingsFamily::Added list =
+        family.Add("list", "List the stores: keys, size in the file, number of values", RunList);
     list.m_command
         .AddOption("--format", list.m_options.m_format,
                    "table for people, fields for programs;\na table on a terminal and else fields if not given")
         .OneOf({"table", "fields"})
         .ValueName("FORMAT");
 
-    const Family::Added show = family.Add(
+    const SettingsFamily::Added show = family.Add(
         "show", "Show every value of a store: identifier, kind, size, value; stores within indented", RunShow);
-    Family::AddKeys(show);
-    Family::AddJson(show);
+    SettingsFamily::AddKeys(show);
+    SettingsFamily::AddJson(show);
 
-    const Family::Added get = family.Add("get", "Print values", RunGet);
-    Family::AddKeys(get);
-    Family::AddIds(get);
-    Family::AddJson(get);
+    const SettingsFamily::Added get = family.Add("get", "Print values", RunGet);
+    SettingsFamily::AddKeys(get);
+    SettingsFamily::AddIds(get);
+    SettingsFamily::AddJson(get);
 
-    const Family::Added set =
+    const SettingsFamily::Added set =
         family.Add("set", "Set a value, in a new store or file where there is none", RunSet, CheckSet);
-    Family::AddKeys(set);
+    SettingsFamily::AddKeys(set);
     set.m_command.AddArgument("ID", set.m_options.m_id, "The identifier of the value").Required();
     set.m_command.AddArgument("KIND", set.m_options.m_kind, "The kind of the value: " + SettableKinds()).Required();
     set.m_command.AddArgument("VALUE", set.m_options.m_values, "The value; a list takes several").Required();
@@ -286,12 +287,13 @@ void AddSettingsCommands(const ToolCommand& tool, Session& session)
         "A bool is true or false, a time the seconds since 1970 UTC, a binary value hexadecimal digits.\n"
         "Before a negative number stands --.");
 
-    const Family::Added remove = family.Add("remove", "Remove values from a store, or the whole store", RunRemove);
-    Family::AddKeys(remove);
-    Family::AddIds(remove).Required(false).Description("The identifiers of the values; the store if none");
+    const SettingsFamily::Added remove =
+        family.Add("remove", "Remove values from a store, or the whole store", RunRemove);
+    SettingsFamily::AddKeys(remove);
+    SettingsFamily::AddIds(remove).Required(false).Description("The identifiers of the values; the store if none");
 
-    const Family::Added copy = family.Add("copy", "Copy a store to other keys or another file", RunCopy);
-    Family::AddKeys(copy);
+    const SettingsFamily::Added copy = family.Add("copy", "Copy a store to other keys or another file", RunCopy);
+    SettingsFamily::AddKeys(copy);
     copy.m_command.AddArgument("TOFILE", copy.m_options.m_targetFile, "The file that receives it").Required();
     copy.m_command.AddArgument("TOKEY1", copy.m_options.m_targetKeys.m_first, "Its first key there").Required();
     copy.m_command.AddArgument("TOKEY2", copy.m_options.m_targetKeys.m_second, "Its second key there").Required();

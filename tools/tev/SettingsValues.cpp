@@ -214,7 +214,7 @@ struct KindRow
     bool (*m_set)(CCustomData& store, unsigned id, const Texts& texts); ///< null where it cannot be set
 };
 
-constexpr KindRow kKinds[] = {
+constexpr KindRow kKindRows[] = {
     {CCustomData::kInt, JsonForm::kAsIs, "int", GetNumber<int, &CCustomData::GetInt>,
      SetNumber<int, &CCustomData::SetInt>},
     {CCustomData::kUInt, JsonForm::kAsIs, "uint", GetNumber<unsigned, &CCustomData::GetUInt>,
@@ -252,9 +252,9 @@ constexpr KindRow kOtherKind = {CCustomData::kAnyKind, JsonForm::kText, nullptr,
 
 const KindRow& RowOf(unsigned kind)
 {
-    const auto* found =
-        std::find_if(std::begin(kKinds), std::end(kKinds), [kind](const KindRow& row) { return row.m_kind == kind; });
-    return found == std::end(kKinds) ? kOtherKind : *found;
+    const auto* found = std::find_if(std::begin(kKindRows), std::end(kKindRows),
+                                     [kind](const KindRow& row) { return row.m_kind == kind; });
+    return found == std::end(kKindRows) ? kOtherKind : *found;
 }
 
 std::string JsonList(const Texts& items)
@@ -288,7 +288,7 @@ std::string KindName(unsigned kind)
 std::string SettableKinds()
 {
     std::string names;
-    for (const KindRow& row : kKinds)
+    for (const KindRow& row : kKindRows)
     {
         if (row.m_set != nullptr)
             names += (names.empty() ? "" : ", ") + std::string(row.m_name);
@@ -336,9 +336,9 @@ std::string StoreJson(const CCustomData& store, int depth)
 
 void SetValue(CCustomData& store, unsigned id, const std::string& kind, const std::vector<std::string>& texts)
 {
-    const auto* row = std::find_if(std::begin(kKinds), std::end(kKinds),
+    const auto* row = std::find_if(std::begin(kKindRows), std::end(kKindRows),
                                    [&](const KindRow& candidate) { return candidate.m_name == kind; });
-    if (row == std::end(kKinds) || row->m_set == nullptr)
+    if (row == std::end(kKindRows) || row->m_set == nullptr)
         throw Failure(kind, "is no kind that can be set; there are " + SettableKinds());
     if (!row->m_set(store, id, texts))
         throw Failure("value", "does not fit into the store");

@@ -5,6 +5,9 @@
 
 namespace tev::tool
 {
+/// A field that has no value.
+constexpr const char* kEmptyField = "-";
+
 class Output;
 
 struct Column

@@ -14,7 +14,6 @@ namespace tev::tool
 {
 namespace
 {
-constexpr wchar_t kMark = 0xFEFF;
 constexpr std::size_t kSpoolBlockSize = 256 * 1024;
 constexpr std::uint64_t kLinesBetweenShows = 256;
 
@@ -71,7 +70,7 @@ public:
     {
         if (!m_file.ReadString(line))
             return false;
-        if (m_markIsText && line.GetAt(0) == kMark)
+        if (m_markIsText && line.GetAt(0) == kByteOrderMark)
             line.Delete(0);
         m_markIsText = false;
         return true;

@@ -14,7 +14,6 @@ namespace tev::tool
 {
 namespace
 {
-constexpr wchar_t kMark = 0xFEFF;
 constexpr wchar_t kMeaningless = 0xFFFD; // replaces invalid bytes
 constexpr wchar_t kLacking = L'?';       // replaces characters that an encoding lacks
 
@@ -67,7 +66,7 @@ public:
 
     std::string_view Mark()
     {
-        m_text = CXTString<wchar_t>(kMark, 1);
+        m_text = CXTString<wchar_t>(kByteOrderMark, 1);
         return Encode();
     }
 

@@ -11,6 +11,7 @@
 
 namespace tev::tool
 {
+constexpr wchar_t kByteOrderMark = 0xFEFF;
 
 /// Opens a file, or takes standard input for "-". Throws CXFileException, and Failure for a folder.
 std::unique_ptr<CXFile> OpenInput(const std::string& name);

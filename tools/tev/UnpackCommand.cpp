@@ -21,7 +21,7 @@ namespace tev::tool
 {
 namespace
 {
-struct Options
+struct UnpackOptions
 {
     std::string m_file;
     std::string m_destination;
@@ -135,7 +135,7 @@ std::string NameWithin(const std::string& file)
 }
 
 /// The destination of a compressed file: the given file, or a file in the given folder.
-std::string DestinationFile(const Options& options)
+std::string DestinationFile(const UnpackOptions& options)
 {
     const std::filesystem::path given = SystemPath(options.m_destination);
     const bool isFolder = given.empty() || given.filename().empty() || std::filesystem::is_directory(given);
@@ -154,13 +154,13 @@ void PrintList(Session& session, const std::vector<Row>& rows)
 }
 
 /// The size of the contents is not known of a compressed file that is no archive.
-void ListStream(Session& session, const Options& options)
+void ListStream(Session& session, const UnpackOptions& options)
 {
     const auto size = std::filesystem::file_size(SystemPath(options.m_file));
     PrintList(session, {{"-", std::to_string(size), "-", NameWithin(options.m_file)}});
 }
 
-void ListArchive(Session& session, const Options& options)
+void ListArchive(Session& session, const UnpackOptions& options)
 {
     CZip zip;
     if (!zip.Open(Widen(options.m_file).c_str(), zipOpenReadOnly, false, nullptr))
@@ -194,7 +194,7 @@ void PrintWritten(Session& session, const CMiniZip& zip)
     }
 }
 
-void Unpack(Session& session, const Options& options, bool isStream)
+void Unpack(Session& session, const UnpackOptions& options, bool isStream)
 {
     const EndingSignalsHeld held; // partial files must be removed first
     ShownExtraction zip(options.m_file);
@@ -222,7 +222,7 @@ void Unpack(Session& session, const Options& options, bool isStream)
         throw Failure(options.m_file, TextOf(failure));
 }
 
-void Run(Session& session, const Options& options)
+void Run(Session& session, const UnpackOptions& options)
 {
     Attempt(session, options.m_file, [&] {
         const std::wstring file = Widen(options.m_file);
@@ -241,7 +241,7 @@ void Run(Session& session, const Options& options)
 
 void AddUnpackCommand(const ToolCommand& tool, Session& session)
 {
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<UnpackOptions>();
     const ToolCommand command = tool.AddCommand("unpack", "Unpack a ZIP archive, a gzip or a Zstandard file");
     command.AddArgument("FILE", options->m_file, "The compressed file; its kind is recognised by its first bytes")
         .Required();

@@ -32,7 +32,7 @@ std::string FilterNames()
     return names;
 }
 
-struct Options
+struct WatchOptions
 {
     std::vector<std::string> m_folders;
     bool m_tree = false;
@@ -74,7 +74,7 @@ void Print(Output& output, CWatchFolder& watcher, char end)
     output.Flush();
 }
 
-void Watch(Session& session, const Options& options)
+void Watch(Session& session, const WatchOptions& options)
 {
     unsigned filter = 0;
     for (const std::string& name : options.m_filters)
@@ -99,7 +99,7 @@ void Watch(Session& session, const Options& options)
 
 void AddWatchCommand(const ToolCommand& tool, Session& session)
 {
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<WatchOptions>();
     const ToolCommand command = tool.AddCommand("watch", "Print what changes in folders, until interrupted");
     command.Footer(
         "Each line is `added`, `removed`, `modified`, `renamed` (for the old name and for the new one) or\n"

@@ -17,7 +17,6 @@ namespace tev::tool
 {
 namespace
 {
-constexpr const char* kNothing = "-";
 
 const std::map<std::string, XZipEncryption> kEncryptions = {
     {"aes128", XZipEncryption::kAes128},
@@ -29,7 +28,7 @@ const std::map<std::string, XZipEncryption> kEncryptions = {
 const std::map<unsigned, std::string> kMethods = {{0, "stored"}, {8, "deflated"}, {9, "deflate64"}, {12, "bzip2"},
                                                   {14, "lzma"},  {93, "zstd"},    {95, "xz"}};
 
-struct Options
+struct ZipOptions
 {
     std::string m_archive;
     std::vector<std::string> m_names;
@@ -44,9 +43,9 @@ struct Options
     std::string m_newName;
 };
 
-using Command = void (*)(Session& session, const Options& options);
+using ZipCommand = void (*)(Session& session, const ZipOptions& options);
 
-void GivePassword(ZipWork& work, const Options& options)
+void GivePassword(ZipWork& work, const ZipOptions& options)
 {
     work.Zip().SetPassword(Widen(options.m_password).c_str(), kEncryptions.at(options.m_encryption));
 }
@@ -71,7 +70,7 @@ std::string EncryptionText(const CZipFileInfo& info)
         if (encryption == info.GetEncryption())
             return name;
     }
-    return info.GetEncryption() == XZipEncryption::kNone ? kNothing : "unknown";
+    return info.GetEncryption() == XZipEncryption::kNone ? kEmptyField : "unknown";
 }
 
 Row RowOf(const CZipFileInfo& info)
@@ -79,13 +78,13 @@ Row RowOf(const CZipFileInfo& info)
     const std::string modified = Narrow(CXTime(info.GetModifiedTime()).Format(L"%Y-%m-%d %H:%M:%S"));
     return {std::to_string(info.GetUncompressedSize()),
             std::to_string(info.GetCompressedSize()),
-            info.GetModifiedTime() != 0 ? modified : kNothing,
+            info.GetModifiedTime() != 0 ? modified : kEmptyField,
             info.IsDirectory() ? "folder" : MethodText(info),
             EncryptionText(info),
             Printable(info.GetFileName())};
 }
 
-void RunList(Session& session, const Options& options)
+void RunList(Session& session, const ZipOptions& options)
 {
     ZipWork work(options.m_archive, zipOpenReadOnly);
     std::vector<Row> rows;
@@ -104,7 +103,7 @@ void RunList(Session& session, const Options& options)
 
 /// Calls `onEntry` for each of the entries that the user named, also after one of them failed.
 template <class Work>
-void ForEachEntry(Session& session, const Options& options, ZipWork& work, Work&& onEntry)
+void ForEachEntry(Session& session, const ZipOptions& options, ZipWork& work, Work&& onEntry)
 {
     const std::vector<unsigned> indexes = work.Find(options.m_names);
     unsigned __int64 total = 0;
@@ -121,7 +120,7 @@ void ForEachEntry(Session& session, const Options& options, ZipWork& work, Work&
     }
 }
 
-void RunTest(Session& session, const Options& options)
+void RunTest(Session& session, const ZipOptions& options)
 {
     ZipWork work(options.m_archive, zipOpenReadOnly);
     GivePassword(work, options);
@@ -135,7 +134,7 @@ void RunTest(Session& session, const Options& options)
                            std::to_string(sound) + (sound == 1 ? " entry is sound\n" : " entries are sound\n"));
 }
 
-void RunExtract(Session& session, const Options& options)
+void RunExtract(Session& session, const ZipOptions& options)
 {
     ZipWork work(options.m_archive, zipOpenReadOnly);
     GivePassword(work, options);
@@ -147,7 +146,7 @@ void RunExtract(Session& session, const Options& options)
     });
 }
 
-void RunAdd(Session&, const Options& options)
+void RunAdd(Session&, const ZipOptions& options)
 {
     RequireFolderOf(options.m_archive);
     const bool exists = fileExists(Widen(options.m_archive).c_str());
@@ -164,7 +163,7 @@ void RunAdd(Session&, const Options& options)
     work.Save();
 }
 
-void RunDelete(Session&, const Options& options)
+void RunDelete(Session&, const ZipOptions& options)
 {
     ZipWork work(options.m_archive, zipOpenReadWrite);
     CXArray<CXTString<wchar_t>, const CXTString<wchar_t>&> names;
@@ -174,7 +173,7 @@ void RunDelete(Session&, const Options& options)
     work.Save();
 }
 
-void RunRename(Session&, const Options& options)
+void RunRename(Session&, const ZipOptions& options)
 {
     ZipWork work(options.m_archive, zipOpenReadWrite);
     CXArray<CXTString<wchar_t>, const CXTString<wchar_t>&> oldNames;
@@ -186,20 +185,20 @@ void RunRename(Session&, const Options& options)
 }
 
 /// Builds the commands, which share their arguments.
-class Family
+class ZipFamily
 {
 public:
-    Family(const ToolCommand& zip, Session& session) : m_zip(zip), m_session(session) {}
+    ZipFamily(const ToolCommand& zip, Session& session) : m_zip(zip), m_session(session) {}
 
     struct Added
     {
         ToolCommand m_command;
-        Options& m_options;
+        ZipOptions& m_options;
     };
 
-    Added Add(const char* name, const char* help, Command run)
+    Added Add(const char* name, const char* help, ZipCommand run)
     {
-        const auto options = std::make_shared<Options>();
+        const auto options = std::make_shared<ZipOptions>();
         const ToolCommand command = m_zip.AddCommand(name, help);
         command.AddArgument("ARCHIVE", options->m_archive, "The archive; of a split one the .zip").Required();
         command.OnRun([&session = m_session, options, run] {
@@ -229,32 +228,33 @@ void AddZipCommands(const ToolCommand& tool, Session& session)
 {
     constexpr const char* kNamesHelp = "The entries, in which * and ? stand for any characters; all if none";
     const ToolCommand zip = tool.AddFamily("zip", "Look into ZIP archives, extract from them and change them");
-    Family family(zip, session);
+    ZipFamily family(zip, session);
 
-    const Family::Added list = family.Add("list", "List entries: sizes, time, method, encryption, name", RunList);
-    Family::AddNames(list, "NAME", kNamesHelp);
+    const ZipFamily::Added list = family.Add("list", "List entries: sizes, time, method, encryption, name", RunList);
+    ZipFamily::AddNames(list, "NAME", kNamesHelp);
     list.m_command
         .AddOption("--format", list.m_options.m_format,
                    "table for people, fields for programs;\na table on a terminal and else fields if not given")
         .OneOf({"table", "fields"})
         .ValueName("FORMAT");
 
-    const Family::Added test =
+    const ZipFamily::Added test =
         family.Add("test", "Read entries and check them; the exit code is 1 where one is damaged", RunTest);
-    Family::AddNames(test, "NAME", kNamesHelp);
-    Family::AddPassword(test);
+    ZipFamily::AddNames(test, "NAME", kNamesHelp);
+    ZipFamily::AddPassword(test);
 
-    const Family::Added extract = family.Add("extract", "Extract entries beneath a folder, never outside", RunExtract);
-    Family::AddNames(extract, "NAME", kNamesHelp);
-    Family::AddPassword(extract);
+    const ZipFamily::Added extract =
+        family.Add("extract", "Extract entries beneath a folder, never outside", RunExtract);
+    ZipFamily::AddNames(extract, "NAME", kNamesHelp);
+    ZipFamily::AddPassword(extract);
     extract.m_command.AddOption("--to", extract.m_options.m_folder, "The folder; this one if not given")
         .ValueName("FOLDER");
     extract.m_command.AddFlag("--flat", extract.m_options.m_flat, "Without the folders of their names");
 
-    const Family::Added add =
+    const ZipFamily::Added add =
         family.Add("add", "Add files, and folders with all that is in them, to an archive or a new one", RunAdd);
-    Family::AddNames(add, "FILE", "What is added").Required();
-    Family::AddPassword(add);
+    ZipFamily::AddNames(add, "FILE", "What is added").Required();
+    ZipFamily::AddPassword(add);
     add.m_command.AddOption("--encryption", add.m_options.m_encryption, "How a password encrypts; aes256 if not given")
         .OneOf(kEncryptions)
         .ValueName("aes128|aes192|aes256|traditional");
@@ -263,10 +263,10 @@ void AddZipCommands(const ToolCommand& tool, Session& session)
         .ValueName("LEVEL");
     add.m_command.AddFlag("--full-path", add.m_options.m_fullPath, "Under the whole path and not only the last name");
 
-    const Family::Added remove = family.Add("delete", "Delete entries", RunDelete);
-    Family::AddNames(remove, "NAME", "The entries, in which * and ? stand for any characters").Required();
+    const ZipFamily::Added remove = family.Add("delete", "Delete entries", RunDelete);
+    ZipFamily::AddNames(remove, "NAME", "The entries, in which * and ? stand for any characters").Required();
 
-    const Family::Added rename = family.Add("rename", "Give an entry another name", RunRename);
+    const ZipFamily::Added rename = family.Add("rename", "Give an entry another name", RunRename);
     rename.m_command.AddArgument("OLD", rename.m_options.m_oldName, "Its name").Required();
     rename.m_command.AddArgument("NEW", rename.m_options.m_newName, "Its new name").Required();
 }

@@ -13,7 +13,11 @@
 #include "tools/tev/WatchCommand.h"
 #include "tools/tev/ZipCommands.h"
 
-int main(int argumentCount, char** arguments)
+#include <cstdio>
+
+namespace
+{
+int Run(int argumentCount, char** arguments)
 {
     using namespace tev::tool;
     InstallSignalRules();
@@ -29,4 +33,18 @@ int main(int argumentCount, char** arguments)
         return *exitCode;
     Attempt(session, "standard output", [&] { session.m_output.Flush(); });
     return session.m_exitCode;
+}
+} // namespace
+
+int main(int argumentCount, char** arguments)
+{
+    try
+    {
+        return Run(argumentCount, arguments);
+    }
+    catch (...) // other failures are reported where they occur
+    {
+        std::fputs("tev: not enough memory\n", stderr);
+        return tev::tool::kExitFailed;
+    }
 }

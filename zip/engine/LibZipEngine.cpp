@@ -4,6 +4,8 @@
 #include "zip/engine/OpenSslState.h"
 #include "zip/engine/ZipDirectory.h"
 #include "zip/engine/ZipEntries.h"
+#include "zip/engine/ZipFields.h"
+#include "zip/engine/ZipRecords.h"
 #include "zip/engine/ZipSources.h"
 #include "zip/engine/ZipVolumes.h"
 
@@ -19,11 +21,8 @@ namespace tev::platform
 {
 namespace
 {
-constexpr unsigned kNotEnoughMemory = 8;
-constexpr std::uint16_t kTimeStampField = 0x5455;
-constexpr std::uint32_t kUnixFile = 0100000u << 16;
-constexpr std::uint32_t kUnixFolder = 040000u << 16 | kZipFolderAttribute;
-constexpr unsigned kPermissions = 0777;
+constexpr std::uint32_t kUnixFileMode = 0100000u << 16;
+constexpr std::uint32_t kUnixFolderMode = 040000u << 16 | kZipFolderAttribute;
 constexpr std::int64_t kFirstDosTime = 315619200; // a day inside the range at both ends, whatever the time zone
 constexpr std::int64_t kLastDosTime = 4354732799;
 
@@ -75,7 +74,7 @@ std::int64_t DosTime(const ZipAddition& addition)
 
 std::uint32_t AttributesOf(const ZipAddition& addition, bool isFolder)
 {
-    return (isFolder ? kUnixFolder : kUnixFile) | (addition.permissions & kPermissions) << 16;
+    return (isFolder ? kUnixFolderMode : kUnixFileMode) | (addition.permissions & kZipPermissions) << 16;
 }
 
 /// What was added and not saved is read where it comes from.
@@ -368,7 +367,7 @@ private:
         zip_uint8_t field[5] = {1};
         for (unsigned i = 0; i < 4; ++i)
             field[1 + i] = static_cast<zip_uint8_t>(static_cast<std::uint32_t>(seconds) >> 8 * i);
-        return zip_file_extra_field_set(m_archive, slot, kTimeStampField, ZIP_EXTRA_FIELD_NEW, field, sizeof field,
+        return zip_file_extra_field_set(m_archive, slot, kZipTimestampField, ZIP_EXTRA_FIELD_NEW, field, sizeof field,
                                         ZIP_FL_LOCAL | ZIP_FL_CENTRAL) == 0;
     }
 

@@ -107,8 +107,7 @@ private:
         if (m_miniz == nullptr || m_contents.directory->SharesBytes(index))
             return OpenZipEntry(m_contents, index, m_password.Utf8(), error);
         const ZipHeader header = m_contents.directory->Header(index);
-        constexpr std::uint16_t kDeflated = 8;
-        const bool isPlain = header.isSound && (header.method == 0 || header.method == kDeflated) &&
+        const bool isPlain = header.isSound && (header.method == 0 || header.method == kZipDeflated) &&
                              (header.flags & (kZipEncryptedFlag | kZipPatchedFlag)) == 0;
         if (!isPlain)
             return OpenZipEntry(m_contents, index, m_password.Utf8(), error);

@@ -17,7 +17,6 @@ namespace tev::platform
 namespace
 {
 constexpr std::uint16_t kStored = 0;
-constexpr std::uint16_t kDeflated = 8;
 constexpr std::uint16_t kLzma = 14;
 constexpr std::uint16_t kOldZstd = 20;
 constexpr std::uint16_t kZstd = 93;
@@ -223,7 +222,7 @@ private:
 
 bool IsZipMethodKnown(std::uint16_t method)
 {
-    constexpr std::uint16_t kKnown[] = {kStored, kDeflated, kLzma, kOldZstd, kZstd, kXz};
+    constexpr std::uint16_t kKnown[] = {kStored, kZipDeflated, kLzma, kOldZstd, kZstd, kXz};
     return std::find(std::begin(kKnown), std::end(kKnown), method) != std::end(kKnown);
 }
 
@@ -233,7 +232,7 @@ std::unique_ptr<ZipDecoder> MakeZipDecoder(std::uint16_t method, std::uint16_t f
     {
     case kStored:
         return std::make_unique<StoredDecoder>();
-    case kDeflated:
+    case kZipDeflated:
         return std::make_unique<DeflateDecoder>();
     case kLzma:
         return std::make_unique<LzmaDecoder>(LzmaDecoder::Form::Lzma, size, (flags & kZipEndMarkedFlag) != 0);

@@ -14,10 +14,7 @@ namespace tev::platform
 {
 namespace
 {
-constexpr std::uint16_t kAesMethod = 99;
-constexpr std::uint16_t kDeflated = 8;
 constexpr std::uint16_t kDescriptorFlag = 0x0008;
-constexpr unsigned kNotEnoughMemory = 8;
 
 /// The fields that both headers have, from the version that is needed to the size of the extra field.
 void AppendFields(const ZipHeader& header, std::uint16_t method, std::size_t extraSize, ZipBuffer& bytes)
@@ -26,7 +23,7 @@ void AppendFields(const ZipHeader& header, std::uint16_t method, std::size_t ext
     const unsigned encrypted = header.encryption != ZipEncryption::None ? kZipEncryptedFlag : 0;
     AppendLittleEndian(bytes, kZip64Version);
     AppendLittleEndian(bytes, static_cast<std::uint16_t>(encrypted | (header.flags & kDescriptorFlag)));
-    AppendLittleEndian(bytes, IsAes(header.encryption) ? kAesMethod : method);
+    AppendLittleEndian(bytes, IsAes(header.encryption) ? kZipAesMethod : method);
     AppendLittleEndian(bytes, header.dosTime);
     AppendLittleEndian(bytes, header.dosDate);
     AppendLittleEndian(bytes, header.checksum.value_or(0));
@@ -148,7 +145,7 @@ class DecryptedBytes final : public ZipCompressedBytes
 public:
     DecryptedBytes(ZipBytes& archive, std::uint64_t position, const ZipHeader& header, bool isUnpacked)
         : DecryptedBytes(
-              std::make_unique<SingleEntryBytes>(archive, position, header, isUnpacked ? header.method : kDeflated),
+              std::make_unique<SingleEntryBytes>(archive, position, header, isUnpacked ? header.method : kZipDeflated),
               isUnpacked)
     {
     }

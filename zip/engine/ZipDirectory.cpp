@@ -13,15 +13,9 @@ namespace tev::platform
 {
 namespace
 {
-constexpr std::size_t kBlockSize = 64 * 1024;
+constexpr std::size_t kDirectoryBlockSize = 64 * 1024;
 constexpr std::size_t kMostEnds = 64;     // that are tried
 constexpr std::size_t kSignatureSize = 6; // the mark, and the size of the rest
-
-bool Fail(ZipError& error, ZipFailure failure = ZipFailure::Damaged)
-{
-    error = {failure, 0};
-    return false;
-}
 
 /// Fails with the system's error, or as damaged where there is none.
 bool FailReading(ZipError& error)
@@ -73,16 +67,14 @@ bool IsMadeOnUnix(std::uint8_t host)
 /// The flags of the field for times are those of its form in the local header, which may have more of them.
 bool HasLocalTimes(std::string_view extra)
 {
-    constexpr std::uint16_t kTimestampField = 0x5455;
     constexpr unsigned char kLocalFlags = 6;
-    const std::string_view field = FindZipField(extra, kTimestampField);
+    const std::string_view field = FindZipField(extra, kZipTimestampField);
     return !field.empty() && (static_cast<unsigned char>(field[0]) & kLocalFlags) != 0;
 }
 
 /// How an entry is encrypted. The field for AES has the method of compression then.
 void ReadEncryption(std::string_view extra, ZipHeader& header)
 {
-    constexpr std::uint16_t kAesMethod = 99;
     constexpr std::uint16_t kAesField = 0x9901;
     constexpr std::size_t kAesFieldSize = 7;
     constexpr std::uint16_t kSecondForm = 2;
@@ -91,7 +83,7 @@ void ReadEncryption(std::string_view extra, ZipHeader& header)
         return;
     header.encryption =
         (header.flags & kZipStronglyEncryptedFlag) != 0 ? ZipEncryption::Unknown : ZipEncryption::Traditional;
-    if (header.method != kAesMethod)
+    if (header.method != kZipAesMethod)
         return;
     header.encryption = ZipEncryption::Unknown;
     const std::string_view field = FindZipField(extra, kAesField);
@@ -127,9 +119,8 @@ std::vector<ZipDirectoryEnd> FindZipEnds(const ZipBuffer& tail)
 
 std::optional<unsigned> ZipHeader::Permissions() const
 {
-    constexpr unsigned kPermissions = 0777;
     const std::uint32_t mode = attributes >> 16;
-    return IsMadeOnUnix(host) && mode != 0 ? std::optional(mode & kPermissions) : std::nullopt;
+    return IsMadeOnUnix(host) && mode != 0 ? std::optional(mode & kZipPermissions) : std::nullopt;
 }
 
 void ZipDirectory::Numbers::TakeField(std::string_view field)
@@ -269,7 +260,7 @@ private:
         if (m_at < m_blockStart || m_at - m_blockStart + count > m_block.size())
         {
             const auto wanted =
-                static_cast<std::size_t>(std::min<std::uint64_t>(std::max(kBlockSize, count), m_limit - m_at));
+                static_cast<std::size_t>(std::min<std::uint64_t>(std::max(kDirectoryBlockSize, count), m_limit - m_at));
             if (!m_volumes.ReadExactly(m_at, wanted, m_block))
                 return false;
             m_blockStart = m_at;

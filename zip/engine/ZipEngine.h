@@ -36,6 +36,13 @@ struct ZipError
     unsigned systemError = 0; ///< of ZipFailure::System, else 0
 };
 
+/// Sets the error. Returns false.
+inline bool Fail(ZipError& error, ZipFailure failure = ZipFailure::Damaged) noexcept
+{
+    error = {failure, 0};
+    return false;
+}
+
 /// Bytes that are read at any position. Failures leave the error in errno. One thread at a time.
 class ZipBytes
 {
@@ -84,7 +91,7 @@ enum class ZipEncryption
     Unknown
 };
 
-constexpr bool IsAes(ZipEncryption encryption)
+constexpr bool IsAes(ZipEncryption encryption) noexcept
 {
     return encryption == ZipEncryption::Aes128 || encryption == ZipEncryption::Aes192 ||
            encryption == ZipEncryption::Aes256;

@@ -1,14 +1,14 @@
 #include "zip/engine/ZipEntries.h"
 
 #include "base/LittleEndian.h"
+#include "zip/engine/ZipFields.h"
+#include "zip/engine/ZipRecords.h"
 
 namespace tev::platform
 {
 namespace
 {
-constexpr zip_uint16_t kTimestampField = 0x5455;
 constexpr zip_uint16_t kTimestampSize = 5; // flags, and the last change
-constexpr unsigned kPermissions = 0777;
 constexpr std::uint32_t kReadOnlyAttribute = 0x1;
 constexpr std::uint32_t kUnixMayWrite = 0200;
 
@@ -80,14 +80,14 @@ bool DescribeZipSlot(zip_t* archive, zip_uint64_t slot, ZipEntry& entry)
     entry.name = ZipSlotName(archive, slot);
     entry.kind = ZipKindOf(entry.name, attributes.value);
     entry.attributes = SystemAttributes(attributes, entry.kind == ZipEntryKind::Folder);
-    entry.permissions = attributes.value >> 16 & kPermissions;
+    entry.permissions = attributes.value >> 16 & kZipPermissions;
     entry.method = status.comp_method;
     entry.encryption = EncryptionOf(status.encryption_method);
     if ((status.valid & ZIP_STAT_MTIME) != 0)
         entry.times.lastWrite = status.mtime;
     zip_uint16_t size = 0;
     const zip_uint8_t* const field =
-        zip_file_extra_field_get_by_id(archive, slot, kTimestampField, 0, &size, ZIP_FL_CENTRAL);
+        zip_file_extra_field_get_by_id(archive, slot, kZipTimestampField, 0, &size, ZIP_FL_CENTRAL);
     if (field == nullptr)
         zip_error_clear(archive);
     else if (size >= kTimestampSize)

@@ -17,13 +17,6 @@ namespace tev::platform
 namespace
 {
 constexpr std::size_t kInputSize = 64 * 1024;
-constexpr unsigned kNotEnoughMemory = 8;
-
-bool Fail(ZipError& error, ZipFailure failure)
-{
-    error = {failure, 0};
-    return false;
-}
 
 /// Reads exactly so many bytes; where the archive ends before, it is damaged.
 bool ReadExactly(ZipBytes& bytes, std::uint64_t position, void* buffer, std::size_t count, ZipError& error)

@@ -13,7 +13,6 @@ namespace tev::platform
 namespace
 {
 constexpr std::uint16_t kNtfsField = 0x000A;
-constexpr std::uint16_t kTimestampField = 0x5455;
 constexpr std::uint16_t kOldTimestampField = 0x5855;
 constexpr std::uint16_t kUnicodePathField = 0x7075;
 
@@ -183,7 +182,7 @@ std::string ZipEntryName(std::string_view name, bool isFlaggedUtf8, std::string_
 ZipTimes ZipEntryTimes(std::string_view extra, std::uint16_t dosDate, std::uint16_t dosTime)
 {
     ZipTimes times;
-    ReadTimestamps(FindZipField(extra, kTimestampField), times);
+    ReadTimestamps(FindZipField(extra, kZipTimestampField), times);
     const std::string_view old = FindZipField(extra, kOldTimestampField);
     if (!times.lastAccess)
         times.lastAccess = UnixTime(old, 0);

@@ -10,6 +10,8 @@
 
 namespace tev::platform
 {
+constexpr std::uint16_t kZipTimestampField = 0x5455;
+
 /// The entry's name in UTF-8: as it stands when the header's flag says UTF-8 (which is not checked), else the Unicode path
 /// field that belongs to the name, else the name itself where it is valid UTF-8 (`zip` on Unix sets no flag), else the name as text of code page 437.
 std::string ZipEntryName(std::string_view name, bool isFlaggedUtf8, std::string_view extra);

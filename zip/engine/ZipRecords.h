@@ -22,6 +22,10 @@ constexpr std::size_t kZipEndSize = 22;
 constexpr std::size_t kZipEnd64Size = 56;
 constexpr std::size_t kZipLocatorSize = 20;
 
+constexpr std::uint16_t kZipDeflated = 8;
+constexpr std::uint16_t kZipAesMethod = 99;
+constexpr unsigned kZipPermissions = 0777; ///< of the Unix mode
+
 constexpr std::uint16_t kZip64Field = 0x0001;
 constexpr std::uint16_t kZipFull16 = 0xFFFF; ///< the number is in 64 bits elsewhere
 constexpr std::uint32_t kZipFull32 = 0xFFFFFFFF;

@@ -1,6 +1,7 @@
 #include "zip/engine/ZipSources.h"
 
 #include "base/LittleEndian.h"
+#include "zip/engine/ZipRecords.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -13,13 +14,8 @@ namespace tev::platform
 {
 namespace
 {
-constexpr std::size_t kBlockSize = 128 * 1024;
+constexpr std::size_t kSourceBlockSize = 128 * 1024;
 constexpr unsigned char kEmptyArchive[22] = {'P', 'K', 5, 6};
-constexpr std::size_t kLocalHeaderSize = 30;
-constexpr std::size_t kDirectoryHeaderSize = 46;
-constexpr std::uint32_t kLocalMark = 0x04034B50;
-constexpr std::uint32_t kDirectoryMark = 0x02014B50;
-constexpr std::uint16_t kAesMethod = 99;
 constexpr std::uint32_t kOffsetElsewhere = 0xFFFFFFFF; // in a field of 64 bits
 } // namespace
 
@@ -111,7 +107,7 @@ zip_int64_t ZipSource::ReadThroughBlock(char* buffer, std::size_t count)
 {
     const bool isInBlock = m_position >= m_blockStart && m_position - m_blockStart < m_block.size();
     std::size_t delivered = 0;
-    if (!isInBlock && count >= kBlockSize)
+    if (!isInBlock && count >= kSourceBlockSize)
     {
         if (!m_bytes->ReadAt(m_position, buffer, count, delivered))
             return FailSystem(ZIP_ER_READ);
@@ -120,7 +116,7 @@ zip_int64_t ZipSource::ReadThroughBlock(char* buffer, std::size_t count)
     if (!isInBlock)
     {
         const std::uint64_t left = m_bytes->Size() - std::min(m_position, m_bytes->Size());
-        m_block.resize(static_cast<std::size_t>(std::min<std::uint64_t>(kBlockSize, left)));
+        m_block.resize(static_cast<std::size_t>(std::min<std::uint64_t>(kSourceBlockSize, left)));
         const bool isRead = m_bytes->ReadAt(m_position, m_block.data(), m_block.size(), delivered);
         m_block.resize(isRead ? delivered : 0);
         m_blockStart = m_position;
@@ -250,9 +246,9 @@ zip_int64_t ZipArchiveSource::Write(const void* bytes, zip_uint64_t count, zip_s
 
 zip_int64_t ZipArchiveSource::Append(const void* bytes, zip_uint64_t count)
 {
-    unsigned char header[kDirectoryHeaderSize];
+    unsigned char header[kZipHeaderSize];
     const auto size = static_cast<std::size_t>(count);
-    const bool mayBeHeader = size == (m_isCompleted ? kLocalHeaderSize : kDirectoryHeaderSize);
+    const bool mayBeHeader = size == (m_isCompleted ? kZipLocalHeaderSize : kZipHeaderSize);
     if (mayBeHeader)
         bytes = DropAesChecksum(std::memcpy(header, bytes, size), size);
     m_isCompleted = false;
@@ -267,12 +263,12 @@ zip_int64_t ZipArchiveSource::Append(const void* bytes, zip_uint64_t count)
 /// guessed. libzip writes that form's mark and the checksum all the same.
 const void* ZipArchiveSource::DropAesChecksum(void* header, std::size_t size)
 {
-    const bool isLocal = size == kLocalHeaderSize;
+    const bool isLocal = size == kZipLocalHeaderSize;
     const auto* const fields = static_cast<const unsigned char*>(header);
     unsigned char* const checksum = static_cast<unsigned char*>(header) + (isLocal ? 14 : 16);
     const auto value = LoadLittleEndian<std::uint32_t>(checksum);
-    if (LoadLittleEndian<std::uint32_t>(fields) != (isLocal ? kLocalMark : kDirectoryMark) ||
-        LoadLittleEndian<std::uint16_t>(fields + (isLocal ? 8 : 10)) != kAesMethod)
+    if (LoadLittleEndian<std::uint32_t>(fields) != (isLocal ? kZipLocalMark : kZipHeaderMark) ||
+        LoadLittleEndian<std::uint16_t>(fields + (isLocal ? 8 : 10)) != kZipAesMethod)
         return header;
     if (isLocal)
     {

@@ -5,6 +5,7 @@
 #include "platform/posix/crash/MachineState.h"
 #include "platform/posix/crash/OwnDump.h"
 #include "platform/posix/crash/ProcessFacts.h"
+#include "platform/posix/crash/ProcessThreads.h"
 #include "platform/posix/crash/ThreadFaults.h"
 #include "platform/posix/files/OwnedDescriptor.h"
 #include "platform/posix/process/SpawnedProgram.h"
@@ -50,7 +51,7 @@ struct DumpState
     /// previous ones are kept, because a handler may be reading them. Both are never destroyed at exit.
     std::atomic<const CrashTraces*> traces{nullptr};
 };
-SealedData<DumpState> g_state;
+SealedData<DumpState> g_dumpState;
 const CrashTraces* g_formerTraces = nullptr;
 std::atomic<bool> g_isGreeted{false}; ///< the helper has said that it is ready
 std::atomic<pid_t> g_channelUser{0};  ///< the thread that waits for an answer
@@ -58,11 +59,6 @@ std::atomic<pid_t> g_channelUser{0};  ///< the thread that waits for an answer
 // Not on the small stack of a signal handler.
 DumpOrder g_crashOrder;
 HelperAnswer g_answer;
-
-pid_t ThisThread() noexcept
-{
-    return static_cast<pid_t>(syscall(SYS_gettid));
-}
 
 /// The answer may lack its text.
 bool Receive(int socket, HelperMessage awaited, HelperAnswer& answer, unsigned timeoutMs) noexcept
@@ -95,7 +91,7 @@ bool Send(int socket, const void* message, std::size_t size) noexcept
 
 int Socket() noexcept
 {
-    return g_state->socketProcess.load() == getpid() ? g_state->socket.load() : -1;
+    return g_dumpState->socketProcess.load() == getpid() ? g_dumpState->socket.load() : -1;
 }
 
 /// Exclusive use of the channel to the helper.
@@ -104,7 +100,7 @@ class Channel
 public:
     Channel() noexcept
     {
-        const pid_t self = ThisThread();
+        const pid_t self = OwnThreadId();
         const std::int64_t end = MonotonicMs() + kDumpTimeoutMs;
         pid_t user = 0;
         // A thread that crashed while it had the channel gets no second one.
@@ -159,7 +155,7 @@ private:
 
 void SetSocket(int socket, pid_t process) noexcept
 {
-    g_state.Change([=](DumpState& state) {
+    g_dumpState.Change([=](DumpState& state) {
         state.socket.store(socket);
         state.socketProcess.store(process);
     });
@@ -167,7 +163,7 @@ void SetSocket(int socket, pid_t process) noexcept
 
 void DropSocket() noexcept
 {
-    const int socket = g_state->socket.load();
+    const int socket = g_dumpState->socket.load();
     SetSocket(-1, 0);
     if (socket >= 0)
         close(socket);
@@ -215,7 +211,7 @@ void StartHelper(const char* helperPath) noexcept
 void FillOrder(const Fault& fault, DumpOrder& order) noexcept
 {
     order.head = {kHelperVersion, HelperMessage::Dump, 0};
-    order.thread = ThisThread();
+    order.thread = OwnThreadId();
     order.time = MonotonicMs();
     order.threadFaults = ThreadFaultsAddress();
     DescribeSignal(static_cast<const siginfo_t*>(fault.signalInfo), order);
@@ -253,8 +249,8 @@ void SetCrashTraces(const CrashTraces& traces)
 {
     auto copy = std::make_unique<const CrashTraces>(traces);
     delete g_formerTraces;
-    g_formerTraces = g_state->traces.load();
-    g_state.Change([&copy](DumpState& state) { state.traces.store(copy.release()); });
+    g_formerTraces = g_dumpState->traces.load();
+    g_dumpState.Change([&copy](DumpState& state) { state.traces.store(copy.release()); });
 
     const int socket = Socket();
     if (socket < 0)
@@ -312,7 +308,7 @@ bool WritePrivateFile(const char* path, std::string_view bytes) noexcept
 
 int WriteCrashTraces(const Fault& fault, bool withDump, const CrashNotes& notes) noexcept
 {
-    const CrashTraces* const traces = g_state->traces.load();
+    const CrashTraces* const traces = g_dumpState->traces.load();
     if (traces == nullptr)
         return -1;
     DumpOrder& order = g_crashOrder;

@@ -2,6 +2,7 @@
 
 #include "platform/SealedData.h"
 #include "platform/ThreadLocks.h"
+#include "platform/posix/crash/ProcessThreads.h"
 #include "platform/posix/threads/AlternateStack.h"
 
 #include <atomic>
@@ -50,7 +51,7 @@ struct SignalState
     std::atomic<SignalHook> hooks[kKinds];
     std::atomic<bool> mayWriteErrors;
 };
-SealedData<SignalState> g_state;
+SealedData<SignalState> g_signalState;
 
 const SignalsOfKind* FindSignal(int number) noexcept
 {
@@ -69,7 +70,7 @@ void OnSignal(int number, siginfo_t* info, void* context)
 {
     const int error = errno;
     const SignalsOfKind* const row = FindSignal(number);
-    const SignalHook hook = row == nullptr ? nullptr : g_state->hooks[row - kSignals].load();
+    const SignalHook hook = row == nullptr ? nullptr : g_signalState->hooks[row - kSignals].load();
     if (hook != nullptr)
         hook({row->kind, number, info->si_code, info, context});
     else
@@ -108,7 +109,7 @@ PreviousSignalsPtr HookSignals(FatalSignal kind, SignalHook hook)
     const auto index = static_cast<std::size_t>(kind);
     auto previous = std::make_shared<PreviousSignals>();
     previous->kind = kind;
-    g_state.Change([&](SignalState& state) { state.hooks[index].store(hook); });
+    g_signalState.Change([&](SignalState& state) { state.hooks[index].store(hook); });
     struct sigaction action = {};
     action.sa_sigaction = OnSignal;
     // A fault inside the handler enters it again instead of ending the process without the documented exit code.
@@ -132,7 +133,7 @@ void UnhookSignals(const PreviousSignalsPtr& previous) noexcept
         if (sigaction(kSignals[index].numbers[i], nullptr, &standing) == 0 && IsOurs(standing))
             sigaction(kSignals[index].numbers[i], &previous->actions[i], nullptr);
     }
-    g_state.Change([&](SignalState& state) { state.hooks[index].store(nullptr); });
+    g_signalState.Change([&](SignalState& state) { state.hooks[index].store(nullptr); });
 }
 
 bool CallPrevious(const PreviousSignals& previous, const SignalEvent& event) noexcept
@@ -189,7 +190,7 @@ void EndBySignal(int number) noexcept
     sigemptyset(&mask);
     sigaddset(&mask, number);
     pthread_sigmask(SIG_UNBLOCK, &mask, nullptr);
-    syscall(SYS_tgkill, getpid(), syscall(SYS_gettid), number);
+    syscall(SYS_tgkill, getpid(), OwnThreadId(), number);
     EndAtOnce(128 + number);
 }
 
@@ -231,14 +232,14 @@ void GiveAlternateStackBack() noexcept
 
 void LetWriteErrors(bool isOn) noexcept
 {
-    g_state.Change([&](SignalState& state) { state.mayWriteErrors.store(isOn); });
+    g_signalState.Change([&](SignalState& state) { state.mayWriteErrors.store(isOn); });
 }
 
 void WriteErrorLine(const char* start, const char* rest) noexcept
 {
     constexpr int kPatienceMs = 1000;
     pollfd output = {STDERR_FILENO, POLLOUT, 0};
-    if (!g_state->mayWriteErrors.load() || poll(&output, 1, kPatienceMs) != 1 || (output.revents & POLLOUT) == 0)
+    if (!g_signalState->mayWriteErrors.load() || poll(&output, 1, kPatienceMs) != 1 || (output.revents & POLLOUT) == 0)
         return;
     // A reader that has gone must not end the process by a signal.
     sigset_t brokenPipe, before, pending;

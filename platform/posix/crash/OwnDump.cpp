@@ -24,7 +24,7 @@ namespace tev::platform
 {
 namespace
 {
-constexpr std::size_t kMostThreads = 2048;
+constexpr std::size_t kMostStopped = 2048;
 constexpr std::size_t kLongestMaps = std::size_t{1} << 20;
 constexpr std::size_t kProcessSize = 8192;
 constexpr auto kLongestWait = std::chrono::milliseconds(500);
@@ -43,8 +43,8 @@ struct Memory
 {
     std::atomic<std::uint32_t> isStopping;
     std::atomic<std::uint32_t> threadCount;
-    pid_t threads[kMostThreads];
-    Slot slots[kMostThreads];
+    pid_t threads[kMostStopped];
+    Slot slots[kMostStopped];
     char maps[kLongestMaps];
     DumpFacts facts;
     alignas(64) char process[kProcessSize];
@@ -55,17 +55,12 @@ std::atomic<Memory*> g_memory{nullptr};
 std::atomic<bool> g_isBusy{false};
 std::atomic<int> g_reserved[kReserved] = {-1, -1, -1, -1, -1, -1};
 
-pid_t ThisThread() noexcept
-{
-    return static_cast<pid_t>(syscall(SYS_gettid));
-}
-
 /// Signal handler of the dumped threads: stores the registers and waits.
 void StandForDump(int, siginfo_t*, void* context)
 {
     const int error = errno;
     Memory& memory = *g_memory.load();
-    const pid_t self = ThisThread();
+    const pid_t self = OwnThreadId();
     const std::uint32_t count = memory.threadCount.load();
     for (std::uint32_t i = 0; i < count && memory.isStopping.load() != 0; ++i)
     {
@@ -117,14 +112,14 @@ public:
     StoppedThreads(Memory& memory, const DumpOrder& order) noexcept
         : MappedProcess(getpid()), m_memory(memory), m_order(order)
     {
-        const std::size_t count = ListThreads(getpid(), order.thread, memory.threads, kMostThreads);
+        const std::size_t count = ListThreads(getpid(), order.thread, memory.threads, kMostStopped);
         for (std::size_t i = 0; i < count; ++i)
             memory.slots[i].isTaken.store(0);
         memory.threadCount.store(static_cast<std::uint32_t>(count));
         memory.isStopping.store(1);
         // A debugger would stop at each of the signals.
         const int number = HasDebugger() ? 0 : StopSignal();
-        const pid_t self = ThisThread();
+        const pid_t self = OwnThreadId();
         for (std::size_t i = 0; i < count && number != 0; ++i)
         {
             if (memory.threads[i] != self && memory.threads[i] != order.thread)

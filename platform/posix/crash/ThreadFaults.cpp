@@ -1,6 +1,7 @@
 #include "platform/posix/crash/ThreadFaults.h"
 
 #include "platform/posix/crash/MachineState.h"
+#include "platform/posix/crash/ProcessThreads.h"
 
 #include <atomic>
 #include <cstddef>
@@ -26,7 +27,7 @@ void NoteThreadFault(const void* context) noexcept
         return;
     g_faults.faults[index].context = reinterpret_cast<std::uintptr_t>(context);
     std::atomic_thread_fence(std::memory_order_release); // a dump may stop this thread anywhere
-    g_faults.faults[index].thread = static_cast<std::uint64_t>(syscall(SYS_gettid));
+    g_faults.faults[index].thread = static_cast<std::uint64_t>(OwnThreadId());
 }
 
 std::uint64_t ThreadFaultsAddress() noexcept

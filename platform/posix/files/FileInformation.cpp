@@ -17,7 +17,7 @@ namespace tev::platform
 {
 namespace
 {
-constexpr mode_t kOwnFolder = 0700;
+constexpr mode_t kFolderOfOwner = 0700;
 
 bool ToSystem(const wchar_t* path, std::string& result)
 {
@@ -41,7 +41,7 @@ bool IsFolder(const char* path)
 /// A folder that exists, or that another process creates meanwhile, is as good as a new one.
 bool CreateFolder(const char* path)
 {
-    if (mkdir(path, kOwnFolder) == 0)
+    if (mkdir(path, kFolderOfOwner) == 0)
         return true;
     const int error = errno;
     const bool isThere = IsFolder(path);

@@ -23,7 +23,7 @@ namespace tev::platform
 namespace
 {
 constexpr int kMostLinks = 40; // as the system counts
-constexpr mode_t kOwnFile = 0600;
+constexpr mode_t kFileOfOwner = 0600;
 constexpr mode_t kNewFile = 0666; // the process's umask takes its bits away
 constexpr mode_t kPermissions = 07777;
 constexpr std::chrono::milliseconds kRetryAfter(1);
@@ -152,7 +152,7 @@ int CreateFileLike(const wchar_t* path, const wchar_t* model)
     if (unlink(name.Get()) != 0 && errno != ENOENT)
         return -1;
     const int flags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_NOCTTY | O_CLOEXEC;
-    OwnedDescriptor file(open(name.Get(), flags, hasModel ? kOwnFile : kNewFile));
+    OwnedDescriptor file(open(name.Get(), flags, hasModel ? kFileOfOwner : kNewFile));
     if (file.Get() < 0)
         return -1;
     if (hasModel && !GiveTo(file.Get(), status))
@@ -177,7 +177,7 @@ int CreateTemporaryLike(const wchar_t* model, std::wstring& path, bool& isNamed)
         return -1;
     std::string name;
     path.reserve(std::wcslen(model) + PATH_MAX); // nothing that can fail stands behind the creation
-    OwnedDescriptor file(CreateTemporary(folder.Get(), hasModel ? kOwnFile : kNewFile, name, isNamed));
+    OwnedDescriptor file(CreateTemporary(folder.Get(), hasModel ? kFileOfOwner : kNewFile, name, isNamed));
     if (file.Get() < 0)
         return -1;
     if (hasModel && !GiveTo(file.Get(), status))

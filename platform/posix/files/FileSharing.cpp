@@ -30,21 +30,21 @@ constexpr off_t kRangeSize = off_t{1} << 58;
 constexpr int kAttempts = 4;
 constexpr unsigned kLongestPauseMicroseconds = 1000;
 
-enum Range
+enum LockedRange
 {
     Reads = 0,
     Writes = 1,
     DeniesRead = 2,
     DeniesWrite = 3
 };
-constexpr Range kRanges[] = {Reads, Writes, DeniesRead, DeniesWrite};
+constexpr LockedRange kRanges[] = {Reads, Writes, DeniesRead, DeniesWrite};
 
-Range Contradiction(Range range)
+LockedRange Contradiction(LockedRange range)
 {
-    return static_cast<Range>(range ^ 2);
+    return static_cast<LockedRange>(range ^ 2);
 }
 
-off_t StartOf(Range range)
+off_t StartOf(LockedRange range)
 {
     return kFirstRange + kRangeSize * range;
 }
@@ -94,7 +94,7 @@ enum class Mark
     NotSupported
 };
 
-Mark SetMark(int descriptor, int lockType, Range range)
+Mark SetMark(int descriptor, int lockType, LockedRange range)
 {
     for (int attempt = 0; attempt < kAttempts; ++attempt)
     {
@@ -108,7 +108,7 @@ Mark SetMark(int descriptor, int lockType, Range range)
     return Mark::Blocked; // another process has locked the whole file
 }
 
-bool OthersIn(int descriptor, Range range)
+bool OthersIn(int descriptor, LockedRange range)
 {
     struct flock lock = MakeLock(F_WRLCK, StartOf(range), kRangeSize);
     return LockCall(descriptor, F_OFD_GETLK, lock) && lock.l_type != F_UNLCK;
@@ -118,7 +118,7 @@ bool TryToEnter(int descriptor, const FileShare& share)
 {
     const bool marked[] = {share.reads, share.writes, share.deniesRead, share.deniesWrite};
     const int lockType = share.reads ? F_RDLCK : F_WRLCK;
-    for (const Range range : kRanges)
+    for (const LockedRange range : kRanges)
     {
         const Mark mark = marked[range] ? SetMark(descriptor, lockType, range) : Mark::Set;
         if (mark == Mark::Blocked)
@@ -126,7 +126,7 @@ bool TryToEnter(int descriptor, const FileShare& share)
         if (mark == Mark::NotSupported)
             return true;
     }
-    for (const Range range : kRanges)
+    for (const LockedRange range : kRanges)
     {
         const bool truncates = range == Writes && share.truncates;
         if ((marked[range] || truncates) && OthersIn(descriptor, Contradiction(range)))

@@ -17,14 +17,14 @@ namespace
 {
 using Clock = std::chrono::steady_clock;
 
-constexpr auto kLongestWait = std::chrono::seconds(60);
+constexpr auto kLongestStart = std::chrono::seconds(60);
 constexpr unsigned kBetweenLooksMs = 5;
 
 /// Whether the program has ended with exit code 0.
 bool EndsWell(pid_t program) noexcept
 {
     const WithoutCancellation whole;
-    const Clock::time_point end = Clock::now() + kLongestWait;
+    const Clock::time_point end = Clock::now() + kLongestStart;
     for (;;)
     {
         int status = 0;

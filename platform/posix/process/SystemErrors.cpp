@@ -10,7 +10,6 @@
 
 namespace
 {
-constexpr unsigned kGeneralFailure = 31;
 
 struct ErrnoRow
 {

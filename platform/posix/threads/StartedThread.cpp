@@ -22,6 +22,8 @@ namespace tev::platform
 {
 namespace
 {
+using Clock = std::chrono::steady_clock;
+
 constexpr std::size_t kOwnStackUse = std::size_t{32} << 10; ///< by the thread's start, and by a signal handler
 constexpr int kNiceStep = 5;
 
@@ -87,7 +89,7 @@ void KeepOwnThreadOnly()
     UnlockRunning();
 }
 
-const ForkHandler g_forkHandler(ForkRank::StartedThreads, &LockRunning, &UnlockRunning, &KeepOwnThreadOnly);
+const ForkHandler g_forkOfThreads(ForkRank::StartedThreads, &LockRunning, &UnlockRunning, &KeepOwnThreadOnly);
 
 // No object with a destructor may be in this function: a killed thread jumps back to it from anywhere.
 void RunProcedure(StartedThread& self)
@@ -260,7 +262,6 @@ bool HasEnded(const StartedThread* thread, unsigned& exitCode) noexcept
 
 bool WaitForThread(const StartedThread* thread, unsigned timeoutMs) noexcept
 {
-    using Clock = std::chrono::steady_clock;
     const Clock::time_point end = Clock::now() + std::chrono::milliseconds(timeoutMs);
     while (!thread->HasEnded())
     {

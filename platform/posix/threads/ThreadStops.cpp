@@ -44,8 +44,8 @@ struct CodeRange
     std::uintptr_t begin;
     std::uintptr_t end;
 };
-constexpr std::size_t kMostRanges = 16;
-CodeRange g_runtimeCode[kMostRanges];
+constexpr std::size_t kMostCodeRanges = 16;
+CodeRange g_runtimeCode[kMostCodeRanges];
 std::size_t g_runtimeCodeCount = 0;
 
 int NoteRuntimeCode(dl_phdr_info* info, std::size_t, void*) noexcept
@@ -54,7 +54,7 @@ int NoteRuntimeCode(dl_phdr_info* info, std::size_t, void*) noexcept
     bool isRuntime = false;
     for (const char* const name : kRuntimes)
         isRuntime = isRuntime || (info->dlpi_name != nullptr && std::strstr(info->dlpi_name, name) != nullptr);
-    for (int i = 0; isRuntime && i < info->dlpi_phnum && g_runtimeCodeCount < kMostRanges; ++i)
+    for (int i = 0; isRuntime && i < info->dlpi_phnum && g_runtimeCodeCount < kMostCodeRanges; ++i)
     {
         const auto& segment = info->dlpi_phdr[i];
         if (segment.p_type != PT_LOAD || (segment.p_flags & PF_X) == 0)

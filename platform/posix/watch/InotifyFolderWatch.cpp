@@ -65,7 +65,7 @@ void WatchedTrees::StartInChild() noexcept
     g_mutex.unlock();
 }
 
-const ForkHandler g_forkHandler(
+const ForkHandler g_forkOfWatches(
     ForkRank::FolderWatches, [] { g_mutex.lock(); }, [] { g_mutex.unlock(); }, [] { WatchedTrees::StartInChild(); });
 
 void WatchedTrees::LoseAll() noexcept
