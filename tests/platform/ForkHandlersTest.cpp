@@ -1,4 +1,8 @@
 #include "platform/ForkHandlers.h"
+#include "platform/CalendarTime.h"
+#include "platform/CodePages.h"
+#include "platform/SystemErrors.h"
+#include "tests/support/BusyFork.h"
 
 #include <gtest/gtest.h>
 
@@ -38,4 +42,43 @@ TEST(ForkHandlers, AreCalledByRankBeforeAForkAndBackwardsAfterIt)
     EXPECT_EQ(waitpid(child, &status, 0), child);
     EXPECT_EQ(status, 0);
     EXPECT_EQ(g_calls, "abcPR");
+}
+
+TEST(ForkHandlers, TheSystemsConversionsWorkInAChildOfABusyProcess)
+{
+    if (tev::test::kIsSanitized)
+        GTEST_SKIP() << tev::test::kNoBusyFork;
+    const struct
+    {
+        const char* name;
+        bool (*convert)();
+    } cases[] = {
+        {"code pages",
+         [] {
+             // More than a thread keeps open.
+             for (const unsigned codePage :
+                  {1250u, 1251u, 1252u, 1253u, 1254u, 1256u, 1257u, 932u, 936u, 949u, 950u, 437u})
+             {
+                 std::wstring text;
+                 if (!tev::platform::DecodeCodePage(codePage, "a", 1, text) || text != L"a")
+                     return false;
+             }
+             return true;
+         }},
+        {"local time",
+         [] {
+             std::tm fields{};
+             std::int64_t seconds = 0;
+             return tev::platform::ToLocalTime(86400, fields) && tev::platform::FromLocalTime(fields, seconds) &&
+                    seconds == 86400;
+         }},
+        {"universal time",
+         [] {
+             std::tm fields{};
+             return tev::platform::ToUtcTime(86400, fields) && fields.tm_mday == 2;
+         }},
+        {"texts of errors", [] { return !tev::platform::SystemErrorText(2).empty(); }},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(tev::test::ForkWhileBusy(c.convert, c.convert), 0) << c.name;
 }

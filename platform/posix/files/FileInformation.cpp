@@ -2,6 +2,7 @@
 #include "platform/Cancellation.h"
 
 #include "platform/PathNames.h"
+#include "platform/posix/text/SystemTextLock.h"
 
 #include <cerrno>
 #include <cstdlib>
@@ -129,12 +130,12 @@ bool CreateTemporaryFolder(const wchar_t* prefix, std::wstring& path)
 
 std::wstring HomeFolder()
 {
-    const WithoutCancellation whole;
     std::wstring home = PathFromEnvironment("HOME");
     if (!home.empty())
         return home;
     const long suggested = sysconf(_SC_GETPW_R_SIZE_MAX);
     std::vector<char> buffer(suggested > 0 ? static_cast<std::size_t>(suggested) : 16384);
+    const SystemTextGuard guard;
     passwd entry;
     passwd* found = nullptr;
     if (getpwuid_r(getuid(), &entry, buffer.data(), buffer.size(), &found) != 0 || found == nullptr)

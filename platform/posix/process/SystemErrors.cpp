@@ -1,5 +1,7 @@
 #include "platform/SystemErrors.h"
 
+#include "platform/posix/text/SystemTextLock.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -174,6 +176,7 @@ std::wstring tev::platform::SystemErrorText(unsigned systemError)
                                    [=](const ErrnoRow& r) { return r.systemError == systemError; });
     if (row == std::end(kErrnoTable))
         return {};
+    const SystemTextGuard guard;
     const SystemLocale locale;
     char buffer[256];
     return WidenLocaleText(strerror_r(row->errnoValue, buffer, sizeof buffer));

@@ -1,5 +1,6 @@
 #include "platform/CodePages.h"
-#include "platform/Cancellation.h"
+
+#include "platform/posix/text/SystemTextLock.h"
 
 #include <algorithm>
 #include <array>
@@ -54,13 +55,19 @@ const iconv_t kNoDescriptor = reinterpret_cast<iconv_t>(-1);
 
 iconv_t OpenDescriptor(unsigned codePage, Direction direction)
 {
-    const WithoutCancellation whole;
     const std::string name = NameOf(codePage);
+    const SystemTextGuard guard;
     return direction == Direction::decode ? iconv_open("WCHAR_T", name.c_str()) : iconv_open(name.c_str(), "WCHAR_T");
 }
 
 // Static destructors that convert text run after the main thread's cache is destroyed.
 thread_local bool t_cacheEnded = false;
+
+void CloseDescriptor(iconv_t handle) noexcept
+{
+    const SystemTextGuard guard;
+    iconv_close(handle);
+}
 
 /// The descriptors that a thread used last. To open one takes far longer than to convert a line of text.
 class DescriptorCache
@@ -104,7 +111,7 @@ private:
     static void Close(const Entry& entry)
     {
         if (entry.m_handle != kNoDescriptor)
-            iconv_close(entry.m_handle);
+            CloseDescriptor(entry.m_handle);
     }
 
     std::array<Entry, 8> m_entries;
@@ -129,7 +136,7 @@ public:
     ~Descriptor()
     {
         if (m_owned && IsOpen())
-            iconv_close(m_handle);
+            CloseDescriptor(m_handle);
     }
     bool IsOpen() const { return m_handle != kNoDescriptor; }
 

@@ -1,5 +1,7 @@
 #include "platform/CalendarTime.h"
 
+#include "platform/posix/text/SystemTextLock.h"
+
 #include <cerrno>
 #include <initializer_list>
 
@@ -15,6 +17,7 @@ constexpr std::int64_t kFarthestOffset = 26 * 3600;
 
 bool Convert(std::tm& fields, time_t (*convert)(std::tm*), std::int64_t& seconds) noexcept
 {
+    const SystemTextGuard guard;
     errno = 0;
     seconds = convert(&fields);
     return seconds != -1 || errno == 0;
@@ -52,6 +55,7 @@ bool ResolveLocalTime(std::tm fields, std::int64_t& seconds) noexcept
 
 bool ToLocalTime(std::int64_t seconds, std::tm& fields) noexcept
 {
+    const SystemTextGuard guard;
     tzset(); // localtime_r looks at the environment only once
     const time_t time = seconds;
     return localtime_r(&time, &fields) != nullptr;
@@ -59,6 +63,7 @@ bool ToLocalTime(std::int64_t seconds, std::tm& fields) noexcept
 
 bool ToUtcTime(std::int64_t seconds, std::tm& fields) noexcept
 {
+    const SystemTextGuard guard;
     const time_t time = seconds;
     return gmtime_r(&time, &fields) != nullptr;
 }
