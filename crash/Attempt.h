@@ -1,6 +1,7 @@
 #pragma once
 
 #include "objects/ThreadException.h"
+#include "platform/Cancellation.h"
 
 namespace tev
 {
@@ -8,6 +9,7 @@ namespace tev
 template <class Work>
 bool Attempt(const Work& work) noexcept
 {
+    const platform::WithoutCancellation whole; // which must not be swallowed
     try
     {
         work();

@@ -33,15 +33,20 @@ public:
         Seal();
     }
     /// To be called once where there is no Change.
-    void Seal() noexcept { LetWrite(this, sizeof *this, false); }
+    void Seal() noexcept { LetWrite(this, kSize, false); }
     /// For the end of the process: the data stays writable.
     DATA& Open() noexcept
     {
-        LetWrite(this, sizeof *this, true);
+        LetWrite(this, kSize, true);
         return m_data;
     }
 
 private:
+    static constexpr std::size_t kSize = (sizeof(DATA) + kSealedPage - 1) / kSealedPage * kSealedPage;
+
     DATA m_data{};
+    // A page between this object and the next, so that the system never has to divide a range to open one of them, for which
+    // it may have no room.
+    [[maybe_unused]] alignas(kSealedPage) char m_gap = 0;
 };
 } // namespace tev::platform

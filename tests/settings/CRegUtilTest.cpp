@@ -409,7 +409,8 @@ TEST_F(RegUtil, EachRightIsAskedFor)
 }
 TEST_F(RegUtil, NoKeyStaysOpenAlsoWhenMemoryIsShort)
 {
-    ASSERT_TRUE(Made()->WriteKeyInt(L"v", 1));
+    const auto closed = Made(); // between its operations
+    ASSERT_TRUE(closed->WriteKeyInt(L"v", 1));
     CRegUtil first(kAll);
     ASSERT_TRUE(first.OpenBase(false));
     const unsigned allocations = FailEachAllocation([](FailingAllocations& failing) {

@@ -1,6 +1,7 @@
 #include "zip/engine/ZipSources.h"
 
 #include "base/LittleEndian.h"
+#include "platform/Cancellation.h"
 #include "zip/engine/ZipRecords.h"
 
 #include <algorithm>
@@ -35,6 +36,7 @@ bool ZipSaving::Report()
 {
     if (m_isCancelled || !m_progress)
         return !m_isCancelled;
+    const platform::WithoutCancellation whole; // which could not pass through the engine
     try
     {
         m_isCancelled = !m_progress(m_processed);
