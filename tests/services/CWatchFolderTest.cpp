@@ -306,8 +306,8 @@ TEST_F(CWatchFolderTest, MoreThanTheBufferHoldsIsTheWholeFolder)
 {
     ASSERT_TRUE(Watch(true, kNames));
     // Entries of 12 bytes and a name of 10 characters: 128 of them fill 4096 bytes.
+    int number = 100000;
     const auto create = [&](int count) {
-        static int number = 100000;
         for (int i = 0; i < count; ++i)
             Touch("w/file" + std::to_string(number++));
     };

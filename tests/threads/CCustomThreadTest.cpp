@@ -85,11 +85,12 @@ protected:
     }
 };
 
-/// Each test begins without workers and without the request to end.
+/// Each test begins and ends without workers and without the request to end.
 class CCustomThreads : public testing::Test
 {
 protected:
     CCustomThreads() { EXPECT_TRUE(CCustomThread::EndThreads(0)); }
+    ~CCustomThreads() override { EXPECT_TRUE(CCustomThread::EndThreads(0)); }
 };
 
 TEST_F(CCustomThreads, AskingReachesEveryWorker)
