@@ -176,12 +176,13 @@ TEST(FileReplacement, LeavesNoLockToAChildThatIsMadeMeanwhile)
 
 TEST(FileReplacement, WorksWhereFilesMustHaveNames)
 {
+    if (!CanForbidUnnamedFiles())
+        GTEST_SKIP() << "the system does not permit to filter its calls";
     const TempFolder folder;
     const std::wstring path = folder.WriteFile("file", "old");
     const auto replace = [&](bool isKilled) {
         return ResultInChild([&] {
-            if (!ForbidUnnamedFiles())
-                return 2;
+            static_cast<void>(ForbidUnnamedFiles());
             FileReplacement replacement(path.c_str());
             replacement.Begin().Write("new", 3);
             if (NamesIn(folder).size() != 2 || isKilled)

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "tests/support/ForkedChild.h"
+
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
@@ -13,7 +15,7 @@
 namespace tev::test
 {
 /// From now on this process creates no file without a name, as on a file system that cannot. For a child of a test. False
-/// where the system does not permit that.
+/// where the system does not permit to forbid it.
 inline bool ForbidUnnamedFiles()
 {
     constexpr unsigned kNumber = offsetof(seccomp_data, nr);
@@ -28,5 +30,10 @@ inline bool ForbidUnnamedFiles()
     };
     const sock_fprog program = {sizeof filter / sizeof filter[0], filter};
     return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 && prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) == 0;
+}
+
+inline bool CanForbidUnnamedFiles()
+{
+    return ResultInChild([] { return ForbidUnnamedFiles() ? 0 : 1; }) == 0;
 }
 } // namespace tev::test
