@@ -189,11 +189,12 @@ TEST_F(ExtractionFailure, WhatCannotBeReadIsSkippedUnlessNothingElseCan)
                  {5, Failure::kNone, 2},
                  {8, Failure::kNoMemory, 1},
                  {4, Failure::kTooManyOpenFiles, 1}};
+    const tev::ExtractionProgress progress = [](std::uint64_t, std::uint64_t) { return true; };
     for (const auto& c : cases)
     {
         UnreadableArchive archive(c.m_systemError);
         const auto folder = tev::platform::ContainedFolder::Open(m_folder.WidePath().c_str());
-        tev::ZipExtraction extraction(archive, *folder, {}, [](std::uint64_t, std::uint64_t) { return true; });
+        tev::ZipExtraction extraction(archive, *folder, {}, progress);
         EXPECT_EQ(extraction.Run(), c.m_failure) << c.m_systemError;
         EXPECT_EQ(extraction.Written().size(), c.m_written) << c.m_systemError;
         ASSERT_EQ(extraction.Skipped().size(), c.m_written - 1) << c.m_systemError;
