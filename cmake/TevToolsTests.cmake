@@ -71,7 +71,7 @@ if(test_sources)
     # All of them once more in one process, in another order, in a far time zone and without a locale.
     add_test(NAME surroundings.far_time_zone_and_c_locale COMMAND tevtools_tests --gtest_shuffle --gtest_brief=1)
     set_tests_properties(surroundings.far_time_zone_and_c_locale PROPERTIES
-        TIMEOUT 900 LABELS surroundings
+        TIMEOUT 900 LABELS surroundings COST 1000 # the longest, so the first
         ENVIRONMENT "TZ=Pacific/Chatham;LC_ALL=C;LANG=C;${test_environment}")
 endif()
 
@@ -85,7 +85,7 @@ if(TARGET tev AND NOT TEVTOOLS_SANITIZE AND CMAKE_SYSTEM_PROCESSOR MATCHES "x86_
     add_dependencies(tevtools_trials tev)
     foreach(writer IN ITEMS preferences CZip CMiniZip registry tev log)
         add_test(NAME trials.${writer} COMMAND tevtools_trials --sample 4 --only ${writer})
-        set_tests_properties(trials.${writer} PROPERTIES TIMEOUT 300 SKIP_RETURN_CODE 77)
+        set_tests_properties(trials.${writer} PROPERTIES TIMEOUT 300 SKIP_RETURN_CODE 77 COST 100)
     endforeach()
 endif()
 

@@ -110,7 +110,10 @@ TEST_P(PlainZip, EncryptedEntriesNeedThePassword)
     EXPECT_EQ(Read(*reader, 0), Noise(5000));
     EXPECT_EQ(Read(*reader, 1), "plain");
     Read(*Open(L"", Wide("secret.zip")), 0, ZipFailure::PasswordNeeded);
-    Read(*Open(L"wrong", Wide("secret.zip")), 0, ZipFailure::WrongPassword);
+    // One byte of the header checks the password: one of 256 wrong ones passes there.
+    const auto ignore = [](const void*, std::size_t, std::uint64_t) { return true; };
+    EXPECT_THAT(Open(L"wrong", Wide("secret.zip"))->Read(0, ignore).failure,
+                testing::AnyOf(ZipFailure::WrongPassword, ZipFailure::WrongPasswordOrDamaged));
 
     CMiniZip zip;
     EXPECT_TRUE(zip.ExtractZip(Wide("secret.zip"), Wide("out"), false));
