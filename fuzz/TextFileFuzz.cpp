@@ -82,8 +82,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
     file.SetCodePage(encoding);
     const xStringEncoding used = marked16 ? xEncodingUtf16 : encoding;
-    const bool wide = used == xEncodingUtf16 || used == xEncodingUtf16BE;
-    const std::size_t mark = !file.HasBom() ? 0 : wide ? 2 : 3;
+    const std::size_t mark = marked16 ? 2 : marked8 ? 3 : 0;
     const tev::test::TextFileModel model = tev::test::ModelTextFile(bytes, mark, used);
     ReadFrom(file, model, 0);
     file.SeekToBegin();

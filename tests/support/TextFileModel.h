@@ -50,12 +50,13 @@ inline bool FirstLineHoldsReturn(const std::string& units)
 } // namespace model
 
 /// For encodings in which no byte of a longer character looks like CR or LF.
-inline TextFileModel ModelTextFile(const std::string& bytes, std::size_t markSize, xStringEncoding encoding)
+inline TextFileModel ModelTextFile(const std::string& file, std::size_t markSize, xStringEncoding encoding)
 {
+    const std::string bytes = file.substr(markSize);
     const std::string units = model::Units(bytes, encoding);
     const std::size_t unit = encoding == xEncodingUtf16 || encoding == xEncodingUtf16BE ? 2 : 1;
     TextFileModel result = {model::FirstLineHoldsReturn(units), {}};
-    std::size_t start = markSize / unit;
+    std::size_t start = 0;
     while (start < units.size())
     {
         std::size_t end = units.find_first_of(result.returnsEndLines ? "\r\n" : "\n", start);
@@ -70,7 +71,8 @@ inline TextFileModel ModelTextFile(const std::string& bytes, std::size_t markSiz
         const std::size_t last = std::min(end * unit, bytes.size());
         CXTString<wchar_t> text;
         static_cast<void>(XDecodeText(bytes.data() + start * unit, last - start * unit, encoding, text));
-        result.lines.push_back({text.GetConstBuffer(), std::min(next * unit, bytes.size())}); // cut at the first NUL
+        result.lines.push_back(
+            {text.GetConstBuffer(), markSize + std::min(next * unit, bytes.size())}); // cut at the first NUL
         start = next;
     }
     return result;
