@@ -176,6 +176,7 @@ const CrashRow kRows[] = {
     {{"segment-violation", "main", "throw"}, 1, SIGSEGV},
     {{"demand", "main", "crash"}, 1, SIGSEGV},
     {{"demand"}, 0, 0},
+    {{"demand-beside-unstoppable"}, 0, 0},
     {{"demand", "main", "no-report"}, 0, kNoReport},
     {{"segment-violation", "main", "hang"}, 1, SIGSEGV, {"WriteNowhere", "main"}, false},
 };

@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <fstream>
 #include <iostream>
 #include <map>
@@ -26,6 +27,7 @@
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -202,6 +204,22 @@ void RunBeside(void (*work)())
     }).detach();
     while (!isReady)
         std::this_thread::yield();
+}
+/// A thread waits uninterruptibly for longer than the helper waits for it, and goes on after that.
+void DemandBesideUnstoppable()
+{
+    std::thread unstoppable([] {
+        if (vfork() == 0)
+        {
+            const timespec forLong = {2, 500000000};
+            syscall(SYS_nanosleep, &forLong, nullptr);
+            _exit(0);
+        }
+    });
+    const timespec untilItWaits = {0, 100000000};
+    nanosleep(&untilItWaits, nullptr);
+    CrashGenerateErrorReport(nullptr, false);
+    unstoppable.join();
 }
 /// Threads whose stacks lie behind one another in one mapping.
 void WaitOnAdjacentStacks()
@@ -421,6 +439,7 @@ const std::map<std::string, void (*)()> kWays = {
      }},
     {"killed", [] { kill(getpid(), SIGKILL); }},
     {"demand", [] { CrashGenerateErrorReport(nullptr, false); }},
+    {"demand-beside-unstoppable", DemandBesideUnstoppable},
     {"run",
      [] {
          for (unsigned i = 0;; ++i)

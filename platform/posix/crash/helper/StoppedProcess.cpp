@@ -6,6 +6,7 @@
 #include "platform/posix/crash/ThreadFaults.h"
 
 #include <algorithm>
+#include <chrono>
 #include <thread>
 
 #include <elf.h>
@@ -20,18 +21,20 @@ namespace
 {
 constexpr std::size_t kMostThreads = 8192;
 constexpr std::size_t kLongestMaps = std::size_t{16} << 20;
-constexpr auto kLongestWait = std::chrono::milliseconds(1000);
+// About a second for all threads together. Looks are counted and not the time, which also passes while this process is
+// not run.
+constexpr int kMostLooks = 10000;
 constexpr int kMostRounds = 10;
 } // namespace
 
 StoppedProcess::StoppedProcess(pid_t process, const DumpOrder& order) : MappedProcess(process), m_order(order)
 {
-    const Clock::time_point end = Clock::now() + kLongestWait;
+    int looksLeft = kMostLooks;
     // Threads that still run may start others.
     for (int round = 0; round < kMostRounds && SeizeNewThreads(process); ++round)
     {
         for (Thread& thread : m_threads)
-            WaitForStop(thread, end);
+            WaitForStop(thread, looksLeft);
     }
     m_mapsText.resize(kLongestMaps);
     m_mapsText.resize(
@@ -71,7 +74,7 @@ bool StoppedProcess::SeizeNewThreads(pid_t process)
     return found;
 }
 
-void StoppedProcess::WaitForStop(Thread& thread, Clock::time_point end)
+void StoppedProcess::WaitForStop(Thread& thread, int& looksLeft)
 {
     constexpr auto kBetweenLooks = std::chrono::microseconds(50);
     while (thread.isSeized && !thread.isStopped)
@@ -84,7 +87,7 @@ void StoppedProcess::WaitForStop(Thread& thread, Clock::time_point end)
             const bool isOwnStop = status >> 16 == PTRACE_EVENT_STOP;
             thread.pendingSignal = isOwnStop ? 0 : WSTOPSIG(status);
         }
-        else if (answer != 0 || Clock::now() >= end)
+        else if (answer != 0 || --looksLeft <= 0)
         {
             thread.isSeized = false; // it has ended, or sleeps uninterruptibly
         }

@@ -3,7 +3,6 @@
 #include "platform/posix/crash/CrashHelperProtocol.h"
 #include "platform/posix/crash/MappedProcess.h"
 
-#include <chrono>
 #include <string>
 #include <vector>
 
@@ -11,7 +10,8 @@
 
 namespace tev::platform
 {
-/// Stops the threads of a process as long as the object lives. Threads that do not stop in time have no registers.
+/// Stops the threads of a process as long as the object lives. Threads that do not stop in time have no registers; they
+/// may stop later and stay so until the thread that made the object ends.
 class StoppedProcess final : public MappedProcess
 {
 public:
@@ -35,10 +35,9 @@ private:
         bool isStopped;
         int pendingSignal; ///< received at the stop, delivered at the end
     };
-    using Clock = std::chrono::steady_clock;
 
     bool SeizeNewThreads(pid_t process);
-    void WaitForStop(Thread& thread, Clock::time_point end);
+    void WaitForStop(Thread& thread, int& looksLeft);
 
     const DumpOrder& m_order;
     std::vector<Thread> m_threads;

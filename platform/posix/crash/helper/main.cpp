@@ -14,6 +14,7 @@
 #include <cstring>
 #include <memory>
 #include <string>
+#include <thread>
 #include <utility>
 
 #include <dlfcn.h>
@@ -77,7 +78,8 @@ bool WriteDump(pid_t process, const DumpOrder& order, const char* path)
         return false;
     bool isWritten = false;
     alarm(kMostSeconds); // ends this helper, which resumes the threads
-    {
+    // A thread that traces lets go of everything when it ends, also of what stops too late to be detached from.
+    std::thread tracer([&] {
         StoppedProcess stopped(process, order);
         if (stopped.IsStopped())
         {
@@ -93,7 +95,8 @@ bool WriteDump(pid_t process, const DumpOrder& order, const char* path)
                                          stopped};
             isWritten = WriteMinidump(file, subject, workspace.get());
         }
-    }
+    });
+    tracer.join();
     alarm(0);
     if (isWritten)
         file.Keep();
