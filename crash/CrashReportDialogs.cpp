@@ -13,7 +13,6 @@
 #include "services/Paths.h"
 #include "ui/CUserInterface.h"
 
-#include <filesystem>
 #include <optional>
 #include <string>
 #include <typeinfo>
@@ -31,21 +30,16 @@ bool HasHost(CUserInterface& userInterface)
     return typeid(userInterface) != typeid(CUserInterface);
 }
 
-/// Replaces the target without waiting for its folder's lock, which a crashed thread may hold.
 void CopyFile(const Text& from, const Text& to)
 {
     constexpr unsigned kBlockSize = 1u << 16;
-    const std::filesystem::path target = tev::SystemFilePath(to);
-    const tev::PrivateFolder folder(target);
-    const std::filesystem::path written = folder.Path() / target.filename();
     CXFile source(from, tev::kReadAnyone);
-    tev::FileReplacement replacement(tev::WideFilePath(written));
+    tev::FileReplacement replacement(to, tev::TemporaryName::Own, tev::FolderLock::None);
     CXFile& file = replacement.Begin();
     std::vector<char> block(kBlockSize);
     while (const unsigned count = source.Read(block.data(), kBlockSize))
         file.Write(block.data(), count);
     replacement.Commit();
-    std::filesystem::rename(written, target);
 }
 
 } // namespace

@@ -7,6 +7,7 @@
 #include "platform/SystemErrors.h"
 
 #include <chrono>
+#include <utility>
 
 namespace tev
 {
@@ -34,12 +35,13 @@ void* WaitForLock(const wchar_t* path)
 }
 } // namespace
 
-FileReplacement::FileReplacement(const wchar_t* path, TemporaryName naming) : m_naming(naming), m_path(path)
+FileReplacement::FileReplacement(const wchar_t* path, TemporaryName naming, FolderLock lock)
+    : m_naming(naming), m_path(path)
 {
     platform::PassCancellationPoint();
     platform::FileSystem& files = platform::CurrentFileSystem();
     Require(files.ResolveLinks(path, m_path));
-    m_folder = WaitForLock(m_path.c_str());
+    m_folder = lock == FolderLock::Held ? WaitForLock(m_path.c_str()) : files.OpenFolder(m_path.c_str());
     Require(m_folder != nullptr);
 }
 
@@ -52,7 +54,8 @@ FileReplacement::~FileReplacement()
         static_cast<void>(files.Close(m_handle));
     if (m_isNamed)
         static_cast<void>(files.Remove(m_temporary.c_str()));
-    files.UnlockFolder(m_folder);
+    Unlock(m_locked);
+    Unlock(m_folder);
 }
 
 CXFile& FileReplacement::Begin()
@@ -85,12 +88,24 @@ void FileReplacement::Commit(const wchar_t* suffix)
         Require(files.Name(m_handle, m_temporary.c_str()));
         m_isNamed = true;
     }
+    if (m_naming == TemporaryName::Own)
+    {
+        m_locked = files.KeepLock(m_handle);
+        Require(m_locked != nullptr);
+    }
     m_file->Close();
     Require(files.Rename(m_temporary.c_str(), target.c_str()));
     m_isNamed = false;
+    Unlock(m_locked);
     Require(files.SyncFolder(m_folder));
     if (m_naming == TemporaryName::Own)
         files.RemoveLeftTemporaries(m_folder);
+}
+
+void FileReplacement::Unlock(void*& locked) noexcept
+{
+    if (locked != nullptr)
+        platform::CurrentFileSystem().Unlock(std::exchange(locked, nullptr));
 }
 
 // The system's last error is that of the call whose outcome this is.

@@ -14,20 +14,28 @@ enum class TemporaryName
     Suffix, ///< under the file's name with ".tmp" appended; a file that exists there is removed
 };
 
+/// Whether a FileReplacement holds the lock of the folder.
+enum class FolderLock
+{
+    Held,
+    None ///< for a thread that has crashed: it may hold the lock, so that it would wait for itself
+};
+
 /// Replaces a file by another one, or leaves it as it is: the new contents are written to a temporary file in the same
 /// folder, flushed to the disk, and then renamed over it. A reader gets the old file or the new one. A symbolic link stays
 /// one, and leads to the new file, which takes over permissions and ownership.
 ///
 /// While the object exists, no other FileReplacement, in any process, replaces files in the same folder, so that what is
-/// read meanwhile is what is replaced. The folder must be readable, as its lock is taken on it. Everything throws
-/// CXFileException. One thread at a time.
+/// read meanwhile is what is replaced. The folder must be readable, as its lock is taken on it. Without the lock of the
+/// folder the last one of several replacements counts. Everything throws CXFileException. One thread at a time.
 class FileReplacement
 {
 public:
     /// Waits for another replacement in the folder to end, for at most 10 seconds: then the cause is fileSharingViolation.
     /// A thread that is asked to end waits for at most one second. That is all that it notices of being asked: where the
     /// folder is free, or is soon, the replacement succeeds, so that the last save at shutdown does.
-    explicit FileReplacement(const wchar_t* path, TemporaryName naming = TemporaryName::Own);
+    explicit FileReplacement(const wchar_t* path, TemporaryName naming = TemporaryName::Own,
+                             FolderLock lock = FolderLock::Held);
     /// Removes what was written and not committed. Allocates nothing.
     ~FileReplacement();
     FileReplacement(const FileReplacement&) = delete;
@@ -42,12 +50,14 @@ public:
 
 private:
     void Require(bool done);
+    static void Unlock(void*& locked) noexcept;
 
     TemporaryName m_naming;
     std::wstring m_path;      ///< with symbolic links resolved
     std::wstring m_temporary; ///< where the new contents are written
     void* m_folder = nullptr; ///< holds the lock
     void* m_handle = nullptr; ///< of the temporary file; m_file closes it
+    void* m_locked = nullptr; ///< keeps the temporary file's lock from its closing to its renaming
     std::optional<CXFile> m_file;
     bool m_isNamed = false; ///< the temporary file has its name
 };

@@ -88,8 +88,12 @@ public:
     /// ETXTBSY after `timeoutMs`. Locks nothing where the file system has no locks.
     virtual FileHandle LockFolder(const wchar_t* path, unsigned timeoutMs) = 0;
 
-    /// Releases the lock and closes the handle. A child made by fork meanwhile has a copy of it, but not the lock.
-    virtual void UnlockFolder(FileHandle folder) noexcept = 0;
+    /// As LockFolder, but without the lock, for a thread that may not wait: the one that holds it may be itself.
+    virtual FileHandle OpenFolder(const wchar_t* path) = 0;
+
+    /// Releases the lock of a folder or of a temporary file and closes the handle. A child made by fork meanwhile has a
+    /// copy of it, but not the lock.
+    virtual void Unlock(FileHandle locked) noexcept = 0;
 
     /// Creates a file for writing, in place of one that may have been left over there. It gets the permissions, the group
     /// and, where the system permits it, the owner of the file at `model`, when there is one; that must be a regular file
@@ -101,6 +105,10 @@ public:
     /// when it is closed before.
     virtual FileHandle CreateTemporary(const wchar_t* model, std::wstring& path, bool& isNamed) = 0;
 
+    /// Another handle of a file that CreateTemporary made. The file stays locked, and is not taken for one that an ended
+    /// process left, until this one is unlocked.
+    virtual FileHandle KeepLock(FileHandle file) = 0;
+
     /// Gives a file without a name that one; fails when another file has it.
     [[nodiscard]] virtual bool Name(FileHandle file, const wchar_t* path) = 0;
 
@@ -110,7 +118,7 @@ public:
     /// Returns when the names in a locked folder are on the disk; true where the file system does not support that.
     [[nodiscard]] virtual bool SyncFolder(FileHandle folder) = 0;
 
-    /// Removes temporary files that ended processes left in a locked folder, as far as that is possible.
+    /// Removes temporary files that ended processes left in a folder, as far as that is possible.
     virtual void RemoveLeftTemporaries(FileHandle folder) noexcept = 0;
 
     /// Allocates nothing, so that clean-up succeeds without memory.

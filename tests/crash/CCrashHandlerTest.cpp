@@ -6,6 +6,7 @@
 #include "services/ApplicationName.h"
 #include "services/LogFile.h"
 #include "tests/support/CrashingProgram.h"
+#include "tests/support/FailingFileSystem.h"
 #include "tests/support/PrintText.h"
 #include "tests/support/Sanitized.h"
 #include "tests/support/TestRegistry.h"
@@ -480,18 +481,31 @@ TEST_F(CCrashHandlerTest, ASavedReportIsMoved)
 {
     TestUser user;
     user.m_answer.m_save = true;
-    user.m_savePath = CPathString(m_folder.WriteFile("mine.zip", "an old one").c_str());
+    m_folder.WriteFile("inner/theirs.zip", "an old one");
+    std::filesystem::permissions(m_folder.Path("inner/theirs.zip"), std::filesystem::perms(0640));
+    std::filesystem::create_symlink("inner/theirs.zip", m_folder.Path("mine.zip"));
+    user.m_savePath = CPathString(m_folder.WidePath("mine.zip").c_str());
     XSetLanguage(XLanguage::French);
     CrashInstall(nullptr, L"Viewer", L"3.1", xCrashReport);
     // Another process works in the folder of the user's choice for as long as the report is made.
-    const int folder = open(m_folder.Path().c_str(), O_RDONLY | O_DIRECTORY);
+    const int folder = open(m_folder.Path("inner").c_str(), O_RDONLY | O_DIRECTORY);
     EXPECT_EQ(flock(folder, LOCK_EX), 0);
     CrashGenerateErrorReport(nullptr, false);
     close(folder);
     EXPECT_EQ(user.m_filter, L"Fichiers Zip (*.zip)");
     EXPECT_EQ(user.m_proposed, (L"Rapport " + Product() + L" (\u00e0 envoyer \u00e0 support@example.com).zip").c_str());
     EXPECT_FALSE(HasReport("DebugReport.zip"));
-    EXPECT_EQ(NamesInArchive(m_folder.WidePath("mine.zip")), OwnFiles());
+    EXPECT_EQ(NamesInArchive(m_folder.WidePath("inner/theirs.zip")), OwnFiles());
+    EXPECT_TRUE(std::filesystem::is_symlink(m_folder.Path("mine.zip")));
+    EXPECT_EQ(std::filesystem::status(m_folder.Path("mine.zip")).permissions(), std::filesystem::perms(0640));
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(m_folder.Path("inner")), {}), 1);
+    {
+        FailingFileSystem files;
+        files.AtStep("open folder", [&] { files.FailEach("sync folder", EIO); });
+        CrashGenerateErrorReport(nullptr, false);
+        EXPECT_EQ(files.FailedStep(), "sync folder");
+        EXPECT_TRUE(HasReport("DebugReport.zip")) << "until the other one is on the disk";
+    }
 
     user.m_savePath = CPathString(CommonPath("DebugReport.zip").c_str()); // its present path
     CrashGenerateErrorReport(nullptr, false);

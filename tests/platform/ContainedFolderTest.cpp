@@ -1,15 +1,82 @@
 #include "platform/ContainedFolder.h"
 
+#include "tests/support/ForkedChild.h"
+#include "tests/support/NoUnnamedFiles.h"
+#include "tests/support/Sanitized.h"
 #include "tests/support/TempFolder.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cctype>
 #include <cerrno>
+#include <functional>
+#include <optional>
+#include <set>
 #include <string>
 
+#include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/statfs.h>
+#include <sys/statvfs.h>
+#include <sys/syscall.h>
 #include <unistd.h>
+
+namespace
+{
+// What the system is to answer in a test; else it answers itself.
+std::optional<struct statvfs> g_disk;
+std::function<void()> g_beforeRename;
+std::function<void()> g_beforeUnlink;
+bool g_ignoresCase = false;
+} // namespace
+
+// In place of the C library's functions in this program.
+extern "C"
+{
+    int fstatvfs(int file, struct statvfs* status) noexcept
+    {
+        if (g_disk)
+        {
+            *status = *g_disk;
+            return g_disk->f_bsize == 0 ? 0 : -1;
+        }
+        struct statfs disk;
+        if (fstatfs(file, &disk) != 0)
+            return -1;
+        *status = {};
+        status->f_frsize = static_cast<unsigned long>(disk.f_bsize);
+        status->f_blocks = disk.f_blocks;
+        status->f_bavail = disk.f_bavail;
+        return 0;
+    }
+
+    int renameat(int folder, const char* name, int newFolder, const char* newName) noexcept
+    {
+        if (g_beforeRename)
+            g_beforeRename();
+        return static_cast<int>(syscall(SYS_renameat, folder, name, newFolder, newName));
+    }
+
+    int unlinkat(int folder, const char* name, int flags) noexcept
+    {
+        if (g_beforeUnlink)
+            g_beforeUnlink();
+        return static_cast<int>(syscall(SYS_unlinkat, folder, name, flags));
+    }
+
+    int faccessat(int folder, const char* name, int mode, int flags) noexcept
+    {
+        std::string found = name;
+        if (g_ignoresCase)
+            std::transform(found.begin(), found.end(), found.begin(), [](unsigned char c) { return std::tolower(c); });
+        const long result = syscall(SYS_faccessat2, folder, found.c_str(), mode, flags);
+        if (result == 0 || errno != ENOSYS)
+            return static_cast<int>(result);
+        return static_cast<int>(syscall(SYS_faccessat, folder, found.c_str(), mode));
+    }
+}
 
 namespace
 {
@@ -111,6 +178,113 @@ TEST_P(ContainedFolders, NeverLeavesItsFolder)
     EXPECT_FALSE(tev::platform::RemoveEmptyFolder((m_temp.WidePath("new")).c_str()));
     EXPECT_TRUE(tev::platform::RemoveEmptyFolder(m_folder->Path().c_str()));
     EXPECT_TRUE(tev::platform::RemoveEmptyFolder(m_folder->Path().c_str()));
+}
+
+std::set<std::string> NamesBeneath(const fs::path& folder)
+{
+    std::set<std::string> names;
+    for (const auto& entry : fs::directory_iterator(folder))
+        names.insert(entry.path().filename().string());
+    return names;
+}
+
+TEST_P(ContainedFolders, AnotherExtractionRemovesNoCompleteFile)
+{
+    const auto replace = [this] {
+        WriteFile("file", "old");
+        g_beforeRename = [this] {
+            const auto other = ContainedFolder::Open(m_folder->Path().c_str());
+            other->ClearLeftovers();
+            EXPECT_NE(other->CreateFile("other"), nullptr);
+        };
+        const int error = WriteFile("file");
+        g_beforeRename = nullptr;
+        EXPECT_EQ(error, 0);
+        return m_temp.ReadFile("new/in/file") == "new" && NamesBeneath(m_temp.Path("new/in")).size() == 1 ? 0 : 1;
+    };
+    EXPECT_EQ(replace(), 0);
+    if (!tev::test::CanForbidUnnamedFiles())
+        return;
+    EXPECT_EQ(tev::test::ResultInChild([&] { return tev::test::ForbidUnnamedFiles() ? replace() : 1; }), 0);
+
+    // A temporary file that another process holds is about to be removed by it.
+    const auto createWithoutLock = [this] {
+        if (!tev::test::ForbidUnnamedFiles() || !tev::test::ForbidCall(SYS_flock, EWOULDBLOCK))
+            return 1;
+        const bool isRefused = m_folder->CreateFile("another") == nullptr && errno == EEXIST;
+        return isRefused && NamesBeneath(m_temp.Path("new/in")).size() == 1 ? 0 : 2;
+    };
+    EXPECT_EQ(tev::test::ResultInChild(createWithoutLock), 0);
+}
+
+TEST_P(ContainedFolders, RemovesWithTheDescriptorsThatItHolds)
+{
+    if (tev::test::kIsSanitized)
+        GTEST_SKIP() << "the sanitizer looks at types of objects through a pipe";
+    const auto remove = [this](const char* name) {
+        FileIdentity identities[2];
+        for (FileIdentity& identity : identities)
+        {
+            EXPECT_EQ(WriteFile(&identity == identities ? "leaf" : name), 0);
+            identity = m_identity;
+        }
+        if (!m_folder->ReserveDescriptors())
+            return 1;
+        rlimit few = {64, 64};
+        setrlimit(RLIMIT_NOFILE, &few);
+        while (open("/dev/null", O_RDONLY) >= 0)
+            ;
+        bool isHeld = true;
+        g_beforeUnlink = [&isHeld] { isHeld = open("/dev/null", O_RDONLY) < 0; };
+        if (!m_folder->Remove("leaf", identities[0]))
+            return 2;
+        g_beforeUnlink = nullptr;
+        if (!isHeld)
+            return 3; // another thread could have taken what was set aside
+        return m_folder->Remove(name, identities[1]) && m_folder->RemoveContents() ? 0 : 4;
+    };
+    EXPECT_EQ(tev::test::ResultInChild([&] { return remove("a/b/c"); }), 0);
+}
+
+TEST_P(ContainedFolders, AsksTheDisk)
+{
+    constexpr std::uint64_t kMiB = 1 << 20;
+    const struct
+    {
+        std::uint64_t m_blockSize, m_blocks, m_free, m_bytes;
+        bool m_fits;
+    } disks[] = {
+        {4096, 1000, 64, 63 * 4096, true},
+        {4096, 1000, 64, 63 * 4096 + 1, false}, // less a 64th
+        {kMiB, 1u << 20, 100'000, 99'936 * kMiB, true},
+        {kMiB, 1u << 20, 100'000, 99'936 * kMiB + 1, false},
+        {4096, 1000, 0, 1, false},
+        {4096, 1000, 0, 0, true},
+        {0, 0, 0, ~0ull, true},
+        {4096, 0, 0, 1, true}, // which tells nothing
+        {1u << 20, ~0ull, 1ull << 44, 1ull << 60, true},
+        {1u << 20, ~0ull, (1ull << 44) + 1, kMiB, true},
+    };
+    for (const auto& disk : disks)
+    {
+        g_disk.emplace();
+        g_disk->f_frsize = disk.m_blockSize;
+        g_disk->f_blocks = disk.m_blocks;
+        g_disk->f_bavail = disk.m_free;
+        errno = 0;
+        EXPECT_EQ(m_folder->HasSpaceFor(disk.m_bytes), disk.m_fits) << disk.m_free << " " << disk.m_bytes;
+        EXPECT_EQ(errno, disk.m_fits ? 0 : ENOSPC);
+    }
+    g_disk->f_bsize = 1; // the call fails
+    g_disk->f_bavail = 0;
+    EXPECT_TRUE(m_folder->HasSpaceFor(~0ull));
+    g_disk.reset();
+
+    EXPECT_TRUE(m_folder->TellsNamesApart());
+    g_ignoresCase = true;
+    EXPECT_FALSE(m_folder->TellsNamesApart());
+    g_ignoresCase = false;
+    EXPECT_TRUE(fs::is_empty(m_temp.Path("new/in")));
 }
 
 TEST_P(ContainedFolders, StaysWithTheFolderThatItOpened)

@@ -228,7 +228,7 @@ TEST(CustomDataPrefs, AStoreIsLockedBeforeTheFolder)
     const CCustomData store = Holding(1);
     bool wasLocked = false;
     FailingFileSystem disk;
-    disk.AtFolderLock([&] {
+    disk.AtStep("lock folder", [&] {
         std::thread([&] {
             if (store.GetThreadLock()->TryLock())
                 store.GetThreadLock()->Unlock();
@@ -297,7 +297,7 @@ TEST(CustomDataPrefs, AnUpdateRefusesToSaveIntoItsFolder)
     fs::create_symlink("one/prefs", folder.Path("link"));
     int locks = 0;
     FailingFileSystem disk;
-    disk.AtFolderLock([&] { ++locks; });
+    disk.AtStep("lock folder", [&] { ++locks; });
     const auto nothing = [](CCustomData&) {};
     EXPECT_TRUE(XUpdatePreferences(folder.WidePath("link").c_str(), 1, 2, [&](CCustomData& store) {
         EXPECT_TRUE(Save(folder.WidePath("two/prefs"), {3, 4}, 5));

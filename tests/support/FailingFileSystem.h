@@ -41,8 +41,12 @@ public:
     }
     /// The disk has room for this many more bytes; a write that does not fit writes a part and fails with ENOSPC.
     void LimitSpace(std::uint64_t bytes) { m_space = bytes; }
-    /// Called whenever a folder is about to be locked.
-    void AtFolderLock(std::function<void()> call) { m_atFolderLock = std::move(call); }
+    /// Called whenever that operation is about to be done.
+    void AtStep(std::string step, std::function<void()> call)
+    {
+        m_watchedStep = std::move(step);
+        m_atStep = std::move(call);
+    }
     /// The operations so far that are among `wanted`, such as "sync" and "rename", in their order.
     std::vector<std::string> Steps(const std::set<std::string>& wanted) const
     {
@@ -105,14 +109,20 @@ public:
     }
     platform::FileHandle LockFolder(const wchar_t* path, unsigned timeoutMs) override
     {
-        if (m_atFolderLock)
-            m_atFolderLock();
         return Fails("lock folder") ? nullptr : m_real->LockFolder(path, timeoutMs);
     }
-    void UnlockFolder(platform::FileHandle folder) noexcept override
+    platform::FileHandle OpenFolder(const wchar_t* path) override
     {
-        m_steps.push_back("unlock folder");
-        m_real->UnlockFolder(folder);
+        return Fails("open folder") ? nullptr : m_real->OpenFolder(path);
+    }
+    void Unlock(platform::FileHandle locked) noexcept override
+    {
+        m_steps.push_back("unlock");
+        m_real->Unlock(locked);
+    }
+    platform::FileHandle KeepLock(platform::FileHandle file) override
+    {
+        return Fails("keep lock") ? nullptr : m_real->KeepLock(file);
     }
     platform::FileHandle CreateLike(const wchar_t* path, const wchar_t* model) override
     {
@@ -141,6 +151,8 @@ private:
     bool Fails(const std::string& step)
     {
         m_steps.push_back(step);
+        if (step == m_watchedStep)
+            m_atStep();
         if (step != m_failingStep && (m_untilFailure == 0 || --m_untilFailure != 0))
             return false;
         m_failedStep = step;
@@ -154,7 +166,8 @@ private:
     std::string m_failingStep; ///< empty: none
     std::uint64_t m_space = std::numeric_limits<std::uint64_t>::max();
     std::size_t m_transfer = std::numeric_limits<std::size_t>::max();
-    std::function<void()> m_atFolderLock;
+    std::string m_watchedStep;
+    std::function<void()> m_atStep;
     std::vector<std::string> m_steps;
     std::string m_failedStep;
 };

@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <limits>
 #include <mutex>
 #include <set>
 
@@ -78,7 +79,11 @@ public:
         struct statvfs status;
         if (bytes == 0 || fstatvfs(m_root.Get(), &status) != 0)
             return true;
-        const std::uint64_t space = std::uint64_t{status.f_bavail} * status.f_frsize;
+        constexpr std::uint64_t kMost = std::numeric_limits<std::uint64_t>::max();
+        if (status.f_blocks == 0 || status.f_frsize == 0) // a file system that does not tell
+            return true;
+        const std::uint64_t space =
+            status.f_bavail <= kMost / status.f_frsize ? std::uint64_t{status.f_bavail} * status.f_frsize : kMost;
         return bytes <= space - std::min(space / 64, kMostReserve) || FailWith(ENOSPC);
     }
 
@@ -152,21 +157,24 @@ public:
         if (slash != nullptr)
             *slash = '\0';
 
-        const ReserveReleased released(*this);
-        const OwnedDescriptor folder(slash == nullptr ? DuplicateDescriptor(m_root.Get()) : OpenFolder(folderName));
-        struct stat status;
-        if (folder.Get() < 0 || fstatat(folder.Get(), leaf, &status, AT_SYMLINK_NOFOLLOW) != 0)
-            return errno == ENOENT;
-        if (IdentityOf(status) != identity)
-            return FailWith(EEXIST);
-        return unlinkat(folder.Get(), leaf, 0) == 0 || errno == ENOENT;
+        if (slash == nullptr)
+            return RemoveLeaf(m_root.Get(), leaf, identity);
+        const ReserveRefilled refilled(*this);
+        OwnedDescriptor folder(-1);
+        const bool isOpen = WithReserve([&] {
+            folder = OwnedDescriptor(OpenFolder(folderName));
+            return folder.Get() >= 0;
+        });
+        return isOpen ? RemoveLeaf(folder.Get(), leaf, identity) : errno == ENOENT;
     }
 
     bool RemoveContents() noexcept override
     {
-        const ReserveReleased released(*this);
-        const int error = RemoveFolderContents(m_root.Get());
-        return error == 0 || FailWith(error);
+        const ReserveRefilled refilled(*this);
+        return WithReserve([this] {
+            const int error = RemoveFolderContents(m_root.Get());
+            return error == 0 || FailWith(error);
+        });
     }
 
     bool RemoveItself() noexcept override
@@ -178,30 +186,52 @@ public:
     }
 
 private:
-    /// The reserved descriptors are free within its scope.
-    class ReserveReleased
+    static bool RemoveLeaf(int folder, const char* leaf, const FileIdentity& identity)
+    {
+        struct stat status;
+        if (fstatat(folder, leaf, &status, AT_SYMLINK_NOFOLLOW) != 0)
+            return errno == ENOENT;
+        if (IdentityOf(status) != identity)
+            return FailWith(EEXIST);
+        return unlinkat(folder, leaf, 0) == 0 || errno == ENOENT;
+    }
+
+    /// Does what needs descriptors. Where none is left, the reserved ones are released, one at a time: another thread may
+    /// take what is free.
+    template <class Work>
+    bool WithReserve(Work&& work)
+    {
+        bool isDone = work();
+        for (OwnedDescriptor& reserved : m_reserve)
+        {
+            if (isDone || (errno != EMFILE && errno != ENFILE))
+                return isDone;
+            reserved = OwnedDescriptor(-1);
+            isDone = work();
+        }
+        return isDone;
+    }
+
+    /// Sets descriptors aside again at the end of its scope.
+    class ReserveRefilled
     {
     public:
-        explicit ReserveReleased(PosixContainedFolder& folder) : m_folder(folder)
-        {
-            for (OwnedDescriptor& reserved : m_folder.m_reserve)
-                reserved = OwnedDescriptor(-1);
-        }
-        ~ReserveReleased()
+        explicit ReserveRefilled(PosixContainedFolder& folder) : m_folder(folder) {}
+        ~ReserveRefilled()
         {
             const int error = errno;
             if (m_folder.m_hasReserve)
                 static_cast<void>(m_folder.ReserveDescriptors());
             errno = error;
         }
-        ReserveReleased(const ReserveReleased&) = delete;
-        ReserveReleased& operator=(const ReserveReleased&) = delete;
+        ReserveRefilled(const ReserveRefilled&) = delete;
+        ReserveRefilled& operator=(const ReserveRefilled&) = delete;
 
     private:
         PosixContainedFolder& m_folder;
     };
 
-    /// Without memory: the name is cut into its components in place.
+    /// Without memory: the name is cut into its components in place, and put together again.
     int OpenFolder(char* name) const
     {
         if (m_inOneStep)
@@ -214,6 +244,8 @@ private:
                 *slash = '\0';
             const OwnedDescriptor folder(current);
             current = OpenComponent(folder.Get(), component, kFolderFlags, 0);
+            if (slash != nullptr)
+                *slash = '/';
             component = slash != nullptr ? slash + 1 : nullptr;
         }
         return current;

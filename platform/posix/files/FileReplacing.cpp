@@ -107,12 +107,15 @@ bool FollowLinks(const wchar_t* path, std::wstring& target)
     }
 }
 
-int LockFolderOf(const wchar_t* path, unsigned timeoutMs)
+int OpenFolderOf(const wchar_t* path)
 {
     const SystemPath name(path);
-    if (!name.IsValid())
-        return -1;
-    OwnedDescriptor folder(OpenFolderOf(name));
+    return name.IsValid() ? OpenFolderOf(name) : -1;
+}
+
+int LockFolderOf(const wchar_t* path, unsigned timeoutMs)
+{
+    OwnedDescriptor folder(OpenFolderOf(path));
     if (folder.Get() < 0)
         return -1;
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
@@ -133,11 +136,11 @@ int LockFolderOf(const wchar_t* path, unsigned timeoutMs)
 }
 
 // Closing alone would leave the lock to copies of the descriptor in children.
-void Unlock(int folder) noexcept
+void Unlock(int descriptor) noexcept
 {
     const WithoutCancellation whole;
-    flock(folder, LOCK_UN);
-    close(folder);
+    flock(descriptor, LOCK_UN);
+    close(descriptor);
 }
 
 int CreateFileLike(const wchar_t* path, const wchar_t* model)

@@ -9,7 +9,8 @@ namespace tev::platform
 [[nodiscard]] bool FollowLinks(const wchar_t* path, std::wstring& target);
 /// The descriptor of the folder holds the lock.
 [[nodiscard]] int LockFolderOf(const wchar_t* path, unsigned timeoutMs);
-void Unlock(int folder) noexcept;
+[[nodiscard]] int OpenFolderOf(const wchar_t* path);
+void Unlock(int descriptor) noexcept;
 [[nodiscard]] int CreateFileLike(const wchar_t* path, const wchar_t* model);
 [[nodiscard]] int CreateTemporaryLike(const wchar_t* model, std::wstring& path, bool& isNamed);
 [[nodiscard]] bool NameFile(int descriptor, const wchar_t* path);

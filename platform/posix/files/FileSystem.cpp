@@ -2,6 +2,7 @@
 #include "platform/Cancellation.h"
 
 #include "platform/IoLoops.h"
+#include "platform/posix/files/ContainedSteps.h"
 #include "platform/posix/files/FileReplacing.h"
 #include "platform/posix/files/FileSharing.h"
 #include "platform/posix/files/OwnedDescriptor.h"
@@ -210,7 +211,9 @@ public:
         return FileHandleFromDescriptor(LockFolderOf(path, timeoutMs));
     }
 
-    void UnlockFolder(FileHandle folder) noexcept override { Unlock(DescriptorOf(folder)); }
+    FileHandle OpenFolder(const wchar_t* path) override { return FileHandleFromDescriptor(OpenFolderOf(path)); }
+
+    void Unlock(FileHandle locked) noexcept override { platform::Unlock(DescriptorOf(locked)); }
 
     FileHandle CreateLike(const wchar_t* path, const wchar_t* model) override
     {
@@ -220,6 +223,11 @@ public:
     FileHandle CreateTemporary(const wchar_t* model, std::wstring& path, bool& isNamed) override
     {
         return FileHandleFromDescriptor(CreateTemporaryLike(model, path, isNamed));
+    }
+
+    FileHandle KeepLock(FileHandle file) override
+    {
+        return FileHandleFromDescriptor(DuplicateDescriptor(DescriptorOf(file)));
     }
 
     bool Name(FileHandle file, const wchar_t* path) override { return NameFile(DescriptorOf(file), path); }

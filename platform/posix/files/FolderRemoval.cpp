@@ -93,15 +93,16 @@ private:
     void RemoveFolder(const char* name)
     {
         const WithoutCancellation whole;
+        int listed = 0;
         {
             const OwnedDescriptor inner(openat(m_folder, name, kListingFlags));
-            const int listed = inner.Get() < 0 ? errno : ForEachEntry(inner.Get(), [&](const char* leaf) {
+            listed = inner.Get() < 0 ? errno : ForEachEntry(inner.Get(), [&](const char* leaf) {
                 if (!RemoveLeaf(inner.Get(), leaf))
                     MoveUp(inner.Get(), leaf);
             });
-            m_error = listed != 0 ? listed : m_error;
         }
         Count(unlinkat(m_folder, name, AT_REMOVEDIR) == 0);
+        m_error = listed != 0 ? listed : m_error; // and not that the folder is not empty
     }
 
     void MoveUp(int from, const char* name)

@@ -79,6 +79,10 @@ public:
         const bool hasName = !m_hasTemporaryName && LinkTemporary(m_file.Get(), m_folder.Get(), m_leaf.c_str());
         if (!hasName && !m_hasTemporaryName && !LinkBeside())
             return false;
+        // The lock lasts until the file has its place, as another extraction removes what is not locked.
+        const OwnedDescriptor locked(hasName ? -1 : DuplicateDescriptor(m_file.Get()));
+        if (!hasName && locked.Get() < 0)
+            return false;
         // Some file systems report only here that the bytes could not be written.
         if (close(m_file.Release()) != 0 && errno != EINTR)
         {

@@ -46,15 +46,23 @@ int CreateUnnamed(int folder, mode_t mode)
 #endif
 }
 
-/// A file that another process took for a left one before it was locked is a failure with EEXIST.
+/// A file that another process takes, or took, for a left one before it was locked is a failure with EEXIST.
 bool Lock(int descriptor)
 {
     struct stat status;
-    static_cast<void>(flock(descriptor, LOCK_EX | LOCK_NB)); // fails where the file system has no locks
-    if (fstat(descriptor, &status) == 0 && status.st_nlink != 0)
+    const bool isHeld = flock(descriptor, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK; // else there are no locks
+    if (!isHeld && fstat(descriptor, &status) == 0 && status.st_nlink != 0)
         return true;
     errno = EEXIST;
     return false;
+}
+
+/// That name is no other file's.
+void RemoveUnlocked(int folder, const char* name) noexcept
+{
+    const int error = errno;
+    unlinkat(folder, name, 0);
+    errno = error;
 }
 
 bool IsTemporaryName(std::string_view name) noexcept
@@ -110,6 +118,8 @@ int CreateTemporary(int folder, mode_t mode, std::string& name, bool& isNamed)
         OwnedDescriptor file(openat(folder, name.c_str(), flags, mode));
         if (file.Get() >= 0 && Lock(file.Get()))
             return file.Release();
+        if (file.Get() >= 0)
+            RemoveUnlocked(folder, name.c_str());
         if (errno != EINTR && (errno != EEXIST || attempt == kMostAttempts))
             return -1;
         name = NewTemporaryName();
