@@ -11,7 +11,9 @@
 #include "text/CXTString.h"
 #include "text/InvalidParameter.h"
 #include "text/Language.h"
+#include "text/TextDetection.h"
 #include "text/TextEncoding.h"
+#include "text/TextLoss.h"
 #include "text/XCA2W.h"
 
 #include "objects/CXArchiveException.h"
@@ -38,6 +40,7 @@
 #include "files/CXFile.h"
 #include "files/CXMemFile.h"
 #include "files/CXStdioFile.h"
+#include "files/TextFileInfo.h"
 
 #include "arrays/ArrayElements.h"
 #include "arrays/ArrayGrowth.h"

@@ -2,6 +2,8 @@
 
 #include "text/TextEncoding.h"
 
+#include <string>
+
 namespace tev
 {
 constexpr unsigned kCodePageAnsi = 0; ///< what XGetAnsiCodePage returns at the time of the conversion
@@ -19,7 +21,32 @@ constexpr unsigned NarrowCodePage(xStringEncoding encoding) noexcept
     return encoding == xEncodingUtf8 ? kCodePageUtf8 : static_cast<unsigned>(encoding);
 }
 
+/// Whether the library converts the code page itself.
+constexpr bool IsUnicode(unsigned codePage) noexcept
+{
+    return codePage == kCodePageUtf8 || codePage == kCodePageUtf16 || codePage == kCodePageUtf16BE ||
+           codePage == kCodePageUtf32 || codePage == kCodePageUtf32BE;
+}
+
+/// The code page of text in bytes.
+constexpr unsigned CodePageOf(xStringEncoding encoding) noexcept
+{
+    if (encoding == xEncodingUtf16)
+        return kCodePageUtf16;
+    return encoding == xEncodingUtf16BE ? kCodePageUtf16BE : NarrowCodePage(encoding);
+}
+
+/// The code page, with the number for ANSI replaced by the process's choice.
+inline unsigned NamedCodePage(unsigned codePage) noexcept
+{
+    return codePage == kCodePageAnsi ? XGetAnsiCodePage() : codePage;
+}
+
 /// As XDecodeText and XEncodeText, but by code-page number.
 [[nodiscard]] bool DecodeCodePage(const void* bytes, size_t byteCount, unsigned codePage, CXTString<wchar_t>& text);
 [[nodiscard]] bool EncodeCodePage(const wchar_t* text, size_t length, unsigned codePage, CXTString<char>& bytes);
+
+[[nodiscard]] bool HoldsSurrogates(const wchar_t* text, size_t length) noexcept;
+/// The text with its surrogate pairs joined where a wide character is a whole code point, and '?' for lone surrogates.
+[[nodiscard]] std::wstring WithoutSurrogates(const wchar_t* text, size_t length);
 } // namespace tev

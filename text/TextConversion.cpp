@@ -13,25 +13,6 @@ namespace
 {
 std::atomic<unsigned> g_ansiCodePage{tev::kCodePageUtf8};
 
-unsigned CodePageOf(xStringEncoding encoding)
-{
-    switch (encoding)
-    {
-    case xEncodingUtf16:
-        return tev::kCodePageUtf16;
-    case xEncodingUtf16BE:
-        return tev::kCodePageUtf16BE;
-    default:
-        return tev::NarrowCodePage(encoding);
-    }
-}
-
-/// The code page, with the number for ANSI replaced by the process's choice.
-unsigned NamedCodePage(unsigned codePage)
-{
-    return codePage == tev::kCodePageAnsi ? XGetAnsiCodePage() : codePage;
-}
-
 void DecodeUtf8(const char* bytes, size_t size, CXTString<wchar_t>& text)
 {
     const tev::TextMeasure measure = tev::MeasureUtf8(bytes, size);
@@ -83,27 +64,12 @@ bool DecodeSystem(unsigned codePage, const char* bytes, size_t size, CXTString<w
     return true;
 }
 
-/// The text with its surrogate pairs joined where a wide character is a whole code point, and '?' for lone surrogates.
-std::wstring WithoutSurrogates(const wchar_t* text, size_t length)
-{
-    std::wstring joined;
-    joined.reserve(length);
-    tev::WideReader<> reader(text, length);
-    while (!reader.AtEnd())
-    {
-        const char32_t c = reader.Next();
-        wchar_t units[2];
-        joined.append(units, tev::WideForm<>::Write(tev::IsSurrogate(c) ? tev::kSubstitute : c, units));
-    }
-    return joined;
-}
-
 bool EncodeSystem(unsigned codePage, const wchar_t* text, size_t length, CXTString<char>& bytes)
 {
     std::wstring joined;
-    if (std::any_of(text, text + length, [](wchar_t c) { return tev::IsSurrogate(static_cast<char32_t>(c)); }))
+    if (tev::HoldsSurrogates(text, length))
     {
-        joined = WithoutSurrogates(text, length);
+        joined = tev::WithoutSurrogates(text, length);
         text = joined.data();
         length = joined.size();
     }
@@ -121,6 +87,25 @@ bool Fail(CXTString<T>& target)
     return false;
 }
 } // namespace
+
+bool tev::HoldsSurrogates(const wchar_t* text, size_t length) noexcept
+{
+    return std::any_of(text, text + length, [](wchar_t c) { return IsSurrogate(static_cast<char32_t>(c)); });
+}
+
+std::wstring tev::WithoutSurrogates(const wchar_t* text, size_t length)
+{
+    std::wstring joined;
+    joined.reserve(length);
+    WideReader<> reader(text, length);
+    while (!reader.AtEnd())
+    {
+        const char32_t c = reader.Next();
+        wchar_t units[2];
+        joined.append(units, WideForm<>::Write(IsSurrogate(c) ? kSubstitute : c, units));
+    }
+    return joined;
+}
 
 unsigned XGetAnsiCodePage() noexcept
 {
@@ -187,10 +172,10 @@ bool tev::EncodeCodePage(const wchar_t* text, size_t length, unsigned codePage, 
 
 bool XDecodeText(const void* bytes, size_t byteCount, xStringEncoding encoding, CXTString<wchar_t>& text)
 {
-    return tev::DecodeCodePage(bytes, byteCount, CodePageOf(encoding), text);
+    return tev::DecodeCodePage(bytes, byteCount, tev::CodePageOf(encoding), text);
 }
 
 bool XEncodeText(const wchar_t* text, size_t length, xStringEncoding encoding, CXTString<char>& bytes)
 {
-    return tev::EncodeCodePage(text, length, CodePageOf(encoding), bytes);
+    return tev::EncodeCodePage(text, length, tev::CodePageOf(encoding), bytes);
 }

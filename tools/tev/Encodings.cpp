@@ -9,6 +9,10 @@ namespace tev::tool
 {
 namespace
 {
+// Encodings that are known by their code-page number.
+constexpr unsigned kUtf32 = 12000;
+constexpr unsigned kUtf32BE = 12001;
+
 struct NamedEncoding
 {
     const char* m_name;
@@ -96,7 +100,7 @@ std::optional<xStringEncoding> FindEncoding(const std::string& name)
 
 std::string EncodingName(xStringEncoding encoding)
 {
-    switch (encoding)
+    switch (static_cast<unsigned>(encoding))
     {
     case xEncodingUtf8:
         return "UTF-8";
@@ -104,6 +108,10 @@ std::string EncodingName(xStringEncoding encoding)
         return "UTF-16 little-endian";
     case xEncodingUtf16BE:
         return "UTF-16 big-endian";
+    case kUtf32:
+        return "UTF-32 little-endian";
+    case kUtf32BE:
+        return "UTF-32 big-endian";
     default:
         return "code page " + std::to_string(encoding);
     }
@@ -121,31 +129,9 @@ bool IsUtf16(xStringEncoding encoding)
     return encoding == xEncodingUtf16 || encoding == xEncodingUtf16BE;
 }
 
-std::size_t UnitSize(xStringEncoding encoding)
+bool IsUtf32(xStringEncoding encoding)
 {
-    constexpr unsigned kUtf32 = 12000;
-    constexpr unsigned kUtf32BE = 12001;
-    return IsUtf16(encoding) ? 2 : encoding == kUtf32 || encoding == kUtf32BE ? 4 : 1;
-}
-
-ByteOrderMark FindMark(const char* bytes, std::size_t size)
-{
-    struct Mark
-    {
-        const char* m_bytes;
-        ByteOrderMark m_mark;
-    };
-    constexpr Mark kMarks[] = {
-        {"\xEF\xBB\xBF", {xEncodingUtf8, 3}},
-        {"\xFF\xFE", {xEncodingUtf16, 2}},
-        {"\xFE\xFF", {xEncodingUtf16BE, 2}},
-    };
-    for (const Mark& known : kMarks)
-    {
-        if (size >= known.m_mark.m_size && std::memcmp(bytes, known.m_bytes, known.m_mark.m_size) == 0)
-            return known.m_mark;
-    }
-    return {};
+    return encoding == static_cast<xStringEncoding>(kUtf32) || encoding == static_cast<xStringEncoding>(kUtf32BE);
 }
 
 } // namespace tev::tool

@@ -2,11 +2,10 @@
 
 #include "text/TextEncoding.h"
 
-#include <cstddef>
 #include <optional>
 #include <string>
 
-// Encodings by name, and byte-order marks.
+// Encodings by name.
 namespace tev::tool
 {
 
@@ -21,19 +20,6 @@ std::string EncodingName(xStringEncoding encoding);
 std::string EncodingNamesHelp();
 
 bool IsUtf16(xStringEncoding encoding);
-/// Bytes of the smallest part that a character has: 2 in UTF-16, 4 in UTF-32, else 1.
-std::size_t UnitSize(xStringEncoding encoding);
-
-/// A byte-order mark: U+FEFF in one of the Unicode encodings. Size 0 where there is none.
-struct ByteOrderMark
-{
-    xStringEncoding m_encoding = xEncodingUnknown;
-    std::size_t m_size = 0;
-};
-
-/// The number of bytes to detect any mark.
-constexpr std::size_t kLongestMark = 3;
-
-ByteOrderMark FindMark(const char* bytes, std::size_t size);
+bool IsUtf32(xStringEncoding encoding);
 
 } // namespace tev::tool

@@ -56,7 +56,7 @@ public:
 private:
     void TakeMark()
     {
-        const ByteOrderMark mark = FindMark(m_bytes.data(), m_bytes.size());
+        const XTextMark mark = XFindTextMark(m_bytes.data(), m_bytes.size());
         m_encoding = mark.m_size == 0 ? xEncodingUtf8 : mark.m_encoding;
         m_bytes.erase(0, mark.m_size);
         m_knowsMark = true;
@@ -64,10 +64,11 @@ private:
 
     std::size_t EndOfLines() const
     {
-        const std::size_t unit = m_encoding == xEncodingUtf8 ? 1 : 2;
-        const std::string_view feed = m_encoding == xEncodingUtf8    ? std::string_view("\n")
-                                      : m_encoding == xEncodingUtf16 ? std::string_view("\n\0", 2)
-                                                                     : std::string_view("\0\n", 2);
+        CXTString<char> bytesOfFeed;
+        if (!XEncodeText(L"\n", 1, m_encoding, bytesOfFeed))
+            return 0;
+        const std::string_view feed(bytesOfFeed.GetConstBuffer(), bytesOfFeed.GetLength64());
+        const std::size_t unit = feed.size();
         std::size_t found = m_bytes.rfind(feed);
         while (found != m_bytes.npos && found % unit != 0)
             found = found == 0 ? m_bytes.npos : m_bytes.rfind(feed, found - 1);

@@ -355,7 +355,7 @@ const char* FaultText(XRegistryFault fault)
 void Import(const std::string& name, xStringEncoding encoding)
 {
     const std::string bytes = ReadWhole(name);
-    const ByteOrderMark mark = FindMark(bytes.data(), bytes.size());
+    const XTextMark mark = XFindTextMark(bytes.data(), bytes.size());
     CXTString<wchar_t> text;
     if (!XDecodeText(bytes.data() + mark.m_size, bytes.size() - mark.m_size,
                      mark.m_size != 0 ? mark.m_encoding : encoding, text))

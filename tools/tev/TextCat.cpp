@@ -2,6 +2,7 @@
 
 #include "files/CStdioFileEx.h"
 #include "objects/CXFileException.h"
+#include "tools/tev/Encodings.h"
 #include "tools/tev/Progress.h"
 #include "tools/tev/System.h"
 #include "tools/tev/TextSource.h"
@@ -14,7 +15,6 @@ namespace tev::tool
 {
 namespace
 {
-constexpr std::size_t kSpoolBlockSize = 256 * 1024;
 constexpr std::uint64_t kLinesBetweenShows = 256;
 
 /// Pipes and devices can be read once only: their lines are read from a copy.
@@ -27,43 +27,45 @@ bool MustBeSpooled(const std::string& name)
     return std::filesystem::is_other(status);
 }
 
-ByteOrderMark MarkOf(const std::string& path)
+XTextMark MarkOf(const std::string& path)
 {
-    char bytes[kLongestMark];
-    return FindMark(bytes, OpenInput(path)->Read(bytes, sizeof bytes));
+    char bytes[4];
+    return XFindTextMark(bytes, OpenInput(path)->Read(bytes, sizeof bytes));
 }
 
-void Spool(const std::string& name, const SpoolFile& spool)
+/// Copies a file, but for a mark of UTF-32, which would be taken for one of UTF-16. Returns the mark of the file.
+XTextMark Spool(const std::string& name, const SpoolFile& spool)
 {
-    const std::unique_ptr<CXFile> source = OpenInput(name);
+    TextSource source(name);
     CXFile copy(Widen(spool.Path()).c_str(), CXFile::modeWrite | CXFile::shareDenyNone | CXFile::modeNoInherit);
-    Progress progress(name, 0, Progress::Beside::kNothing);
-    std::vector<char> buffer(kSpoolBlockSize);
-    std::uint64_t done = 0;
-    for (;;)
+    Progress progress(name, source.Size(), Progress::Beside::kNothing);
+    const XTextMark mark = source.Mark();
+    CXTString<char> bytesOfMark;
+    if (mark.m_size != 0 && !IsUtf32(mark.m_encoding) && XEncodeText(&kByteOrderMark, 1, mark.m_encoding, bytesOfMark))
+        copy.Write(bytesOfMark.GetConstBuffer(), mark.m_size);
+    for (std::string_view bytes = source.Next(xEncodingUtf8); !bytes.empty(); bytes = source.Next(xEncodingUtf8))
     {
-        const unsigned count = source->Read(buffer.data(), static_cast<unsigned>(buffer.size()));
-        if (count == 0)
-            return;
-        copy.Write(buffer.data(), count);
-        progress.Show(done += count);
+        copy.Write(bytes.data(), static_cast<unsigned>(bytes.size()));
+        progress.Show(source.BytesRead());
     }
+    return mark;
 }
 
-/// A text file as wide lines without their ends, read through the library; what cannot be read twice is spooled first.
+/// A text file as wide lines without their ends, read through the library. What cannot be read twice, and what the library
+/// would take for something else, is spooled first.
 class LineReader
 {
 public:
     LineReader(const std::string& name, xStringEncoding from)
     {
-        if (!MustBeSpooled(name))
+        if (!MustBeSpooled(name) && !IsUtf32(MarkOf(name).m_encoding))
         {
             Open(name, name, from);
             return;
         }
         const SpoolFile spool;
-        Spool(name, spool);
-        Open(spool.Path(), name, from);
+        const XTextMark mark = Spool(name, spool);
+        Open(spool.Path(), name, mark.m_size != 0 ? mark.m_encoding : from);
     }
 
     bool Next(CXTString<wchar_t>& line)
@@ -95,7 +97,7 @@ public:
 private:
     void Open(const std::string& path, const std::string& name, xStringEncoding from)
     {
-        const ByteOrderMark mark = MarkOf(path);
+        const XTextMark mark = MarkOf(path);
         const std::wstring widePath = Widen(path);
         const std::wstring wideName = Widen(name);
         CXFileException error;

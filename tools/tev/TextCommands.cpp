@@ -61,8 +61,8 @@ void AddInfo(const ToolCommand& text, Session& session)
     command.Footer(
         "Fields are separated by tabs, a file a line: name, encoding, byte-order mark (yes or no), line\n"
         "ends, lines, bytes. Json is an object a line.\n"
-        "A text without mark is reported as ASCII or UTF-8 if it is valid as such; no other encoding can be\n"
-        "detected reliably.");
+        "A text without mark is reported as ASCII, UTF-8, UTF-16 or UTF-32 if its bytes say so; code pages cannot\n"
+        "be told from each other.");
     command.OnRun([&session, options] { RunTextInfo(session, options->m_files, FormatNamed(options->m_format)); });
 }
 

@@ -1,12 +1,13 @@
 #include "tools/tev/TextConvert.h"
 
 #include "objects/CXFileException.h"
+#include "text/TextLoss.h"
+#include "tools/tev/Encodings.h"
 #include "tools/tev/Progress.h"
 #include "tools/tev/System.h"
 #include "tools/tev/TextSource.h"
 #include "tools/tev/Tool.h"
 
-#include <algorithm>
 #include <cstdint>
 #include <functional>
 
@@ -15,7 +16,6 @@ namespace tev::tool
 namespace
 {
 constexpr wchar_t kMeaningless = 0xFFFD; // replaces invalid bytes
-constexpr wchar_t kLacking = L'?';       // replaces characters that an encoding lacks
 
 using Sink = std::function<void(std::string_view)>;
 
@@ -24,43 +24,29 @@ std::string_view View(const CXTString<char>& bytes)
     return {bytes.GetConstBuffer(), bytes.GetLength64()};
 }
 
-std::uint64_t Count(const CXTString<wchar_t>& text, wchar_t character)
-{
-    const wchar_t* start = text.GetConstBuffer();
-    return static_cast<std::uint64_t>(std::count(start, start + text.GetLength64(), character));
-}
-
-/// U+FFFD in the encoding; empty where it has none.
-CXTString<char> EncodedReplacement(xStringEncoding encoding)
+bool HasReplacement(xStringEncoding encoding)
 {
     CXTString<char> bytes;
-    CXTString<wchar_t> again;
-    const bool isThere = XEncodeText(&kMeaningless, 1, encoding, bytes) &&
-                         XDecodeText(bytes.GetConstBuffer(), bytes.GetLength64(), encoding, again) &&
-                         Count(again, kMeaningless) == 1;
-    return isThere ? bytes : CXTString<char>();
+    XTextLoss loss;
+    return XEncodeText(&kMeaningless, 1, encoding, bytes, loss) && loss.m_count == 0;
 }
 
 /// Converts blocks from one encoding to another and counts lost characters.
 class Converter
 {
 public:
-    Converter(xStringEncoding from, xStringEncoding to)
-        : m_from(from),
-          m_to(to),
-          m_replacement(EncodedReplacement(from)),
-          m_keepsReplacement(!EncodedReplacement(to).IsEmpty())
+    Converter(xStringEncoding from, xStringEncoding to) : m_from(from), m_to(to), m_keepsReplacement(HasReplacement(to))
     {
     }
 
     std::string_view Convert(std::string_view bytes)
     {
-        if (!XDecodeText(bytes.data(), bytes.size(), m_from, m_text))
+        XTextLoss loss;
+        if (!XDecodeText(bytes.data(), bytes.size(), m_from, m_text, loss))
             throw Failure(EncodingName(m_from), "cannot be read on this system");
-        // U+FFFD in the source itself is no loss.
-        const std::uint64_t meaningless = Count(m_text, kMeaningless) - CountReplacements(bytes);
-        m_meaningless += meaningless;
-        m_lacking -= m_keepsReplacement ? 0 : meaningless;
+        m_meaningless += loss.m_count;
+        // Where the other encoding has no U+FFFD, those characters are lost once more, but count once.
+        m_lacking -= m_keepsReplacement ? 0 : loss.m_count;
         return Encode();
     }
 
@@ -76,37 +62,18 @@ public:
 private:
     std::string_view Encode()
     {
-        if (!XEncodeText(m_text.GetConstBuffer(), m_text.GetLength64(), m_to, m_bytes))
+        XTextLoss loss;
+        if (!XEncodeText(m_text.GetConstBuffer(), m_text.GetLength64(), m_to, m_bytes, loss))
             throw Failure(EncodingName(m_to), "cannot be written on this system");
-        if (!IsUtf16(m_to))
-        {
-            // A character that cannot be encoded is a question mark when it is read again.
-            static_cast<void>(XDecodeText(m_bytes.GetConstBuffer(), m_bytes.GetLength64(), m_to, m_again));
-            m_lacking += Count(m_again, kLacking) - Count(m_text, kLacking);
-        }
+        m_lacking += loss.m_count;
         return View(m_bytes);
-    }
-
-    std::uint64_t CountReplacements(std::string_view bytes) const
-    {
-        const std::string_view replacement = View(m_replacement);
-        if (replacement.empty())
-            return 0;
-        const std::size_t unit = UnitSize(m_from);
-        std::uint64_t count = 0;
-        for (std::size_t at = bytes.find(replacement); at != std::string_view::npos;
-             at = bytes.find(replacement, at + 1))
-            count += at % unit == 0 ? 1 : 0;
-        return count;
     }
 
     xStringEncoding m_from;
     xStringEncoding m_to;
-    CXTString<char> m_replacement; // U+FFFD in the source's encoding
     bool m_keepsReplacement;
     CXTString<wchar_t> m_text;
     CXTString<char> m_bytes;
-    CXTString<wchar_t> m_again;
     std::uint64_t m_meaningless = 0;
     std::uint64_t m_lacking = 0;
 };

@@ -1,5 +1,6 @@
 #include "tools/tev/TextSource.h"
 
+#include "tools/tev/Encodings.h"
 #include "tools/tev/System.h"
 #include "tools/tev/Tool.h"
 
@@ -12,10 +13,6 @@ namespace tev::tool
 namespace
 {
 constexpr std::size_t kBlockSize = 1024 * 1024;
-
-// Encodings that are known by their code-page number.
-constexpr unsigned kUtf32 = 12000;
-constexpr unsigned kUtf32BE = 12001;
 
 unsigned char ByteAt(const char* bytes, std::size_t position)
 {
@@ -64,19 +61,11 @@ std::size_t WholeOfCodePage(const char* bytes, std::size_t size)
 /// The number of bytes that are complete characters; 0 when more bytes are needed to decide.
 std::size_t WholeCharacters(const char* bytes, std::size_t size, xStringEncoding encoding)
 {
-    switch (static_cast<unsigned>(encoding))
-    {
-    case xEncodingUtf8:
+    if (encoding == xEncodingUtf8)
         return WholeUtf8(bytes, size);
-    case xEncodingUtf16:
-    case xEncodingUtf16BE:
+    if (IsUtf16(encoding))
         return WholeUtf16(bytes, size, encoding == xEncodingUtf16BE);
-    case kUtf32:
-    case kUtf32BE:
-        return size - size % 4;
-    default:
-        return WholeOfCodePage(bytes, size);
-    }
+    return IsUtf32(encoding) ? size - size % 4 : WholeOfCodePage(bytes, size);
 }
 } // namespace
 
@@ -95,13 +84,17 @@ std::unique_ptr<CXFile> OpenInput(const std::string& name)
     return std::make_unique<CXFile>(Widen(name).c_str(), kFlags);
 }
 
-TextSource::TextSource(const std::string& name) : m_file(OpenInput(name)), m_buffer(kBlockSize)
+std::uint64_t SizeOf(const std::string& name)
 {
     std::error_code unknown;
     const std::uintmax_t size = std::filesystem::file_size(SystemPath(name), unknown);
-    m_size = unknown ? 0 : size;
+    return unknown ? 0 : size;
+}
+
+TextSource::TextSource(const std::string& name) : m_file(OpenInput(name)), m_buffer(kBlockSize), m_size(SizeOf(name))
+{
     Fill();
-    m_mark = FindMark(m_buffer.data(), m_filled);
+    m_mark = XFindTextMark(m_buffer.data(), m_filled);
     m_start = m_mark.m_size;
 }
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "files/CXFile.h"
-#include "tools/tev/Encodings.h"
+#include "text/TextDetection.h"
 
 #include <cstdint>
 #include <memory>
@@ -16,6 +16,9 @@ constexpr wchar_t kByteOrderMark = 0xFEFF;
 /// Opens a file, or takes standard input for "-". Throws CXFileException, and Failure for a folder.
 std::unique_ptr<CXFile> OpenInput(const std::string& name);
 
+/// 0 if it is not known before the end.
+std::uint64_t SizeOf(const std::string& name);
+
 /// Reads a text file or standard input once from front to back, in blocks of complete characters. The block size is
 /// bounded, except for a text in a code page without any space or line feed.
 class TextSource
@@ -24,7 +27,7 @@ public:
     /// Opens the source and looks for a byte-order mark. Throws as OpenInput and reading do.
     explicit TextSource(const std::string& name);
 
-    const ByteOrderMark& Mark() const noexcept { return m_mark; }
+    const XTextMark& Mark() const noexcept { return m_mark; }
     /// 0 if it is not known before the end.
     std::uint64_t Size() const noexcept { return m_size; }
     std::uint64_t BytesRead() const noexcept { return m_read; }
@@ -43,7 +46,7 @@ private:
     bool m_atEnd = false;
     std::uint64_t m_size = 0;
     std::uint64_t m_read = 0;
-    ByteOrderMark m_mark;
+    XTextMark m_mark;
 };
 
 } // namespace tev::tool

@@ -198,10 +198,16 @@ void AppendSubstitute(Descriptor& descriptor, std::string& bytes)
     size_t one = 1;
     descriptor.Convert(substitute, one, bytes);
 }
+void NoteReplaced(ReplacedText* replaced, std::ptrdiff_t index)
+{
+    if (replaced != nullptr && replaced->m_count++ == 0)
+        replaced->m_first = static_cast<size_t>(index);
+}
 } // namespace
 
-bool DecodeCodePage(unsigned codePage, const char* bytes, size_t size, std::wstring& text)
+bool DecodeCodePage(unsigned codePage, const char* bytes, size_t size, std::wstring& text, ReplacedText* replaced)
 {
+    const char* const begin = bytes;
     Descriptor descriptor(codePage, Direction::decode);
     if (!descriptor.IsOpen())
         return false;
@@ -210,6 +216,7 @@ bool DecodeCodePage(unsigned codePage, const char* bytes, size_t size, std::wstr
         if (IsComposing(codePage))
             descriptor.Finish(text);
         text += static_cast<wchar_t>(0xFFFD);
+        NoteReplaced(replaced, bytes - begin);
         if (error != EILSEQ)
             break;
         ++bytes;
@@ -219,8 +226,9 @@ bool DecodeCodePage(unsigned codePage, const char* bytes, size_t size, std::wstr
     return true;
 }
 
-bool EncodeCodePage(unsigned codePage, const wchar_t* text, size_t length, std::string& bytes)
+bool EncodeCodePage(unsigned codePage, const wchar_t* text, size_t length, std::string& bytes, ReplacedText* replaced)
 {
+    const wchar_t* const begin = text;
     Descriptor descriptor(codePage, Direction::encode);
     if (!descriptor.IsOpen())
         return false;
@@ -241,6 +249,7 @@ bool EncodeCodePage(unsigned codePage, const wchar_t* text, size_t length, std::
         else if (!isTag || bytes.size() != sizeBefore)
             continue;
         AppendSubstitute(descriptor, bytes);
+        NoteReplaced(replaced, text - begin - 1);
     }
     descriptor.Finish(bytes);
     return true;
