@@ -18,7 +18,7 @@ constexpr auto kUtf32 = static_cast<xStringEncoding>(tev::kCodePageUtf32);
 constexpr auto kUtf32BE = static_cast<xStringEncoding>(tev::kCodePageUtf32BE);
 
 constexpr std::size_t kQuad = 4;
-constexpr std::size_t kBlock = 16 * 1024; // several passes are made over what the processor's cache holds
+constexpr std::size_t kTakenAtOnce = 16 * 1024; // several passes are made over what the processor's cache holds
 
 constexpr unsigned __int64 kBlankWeight = 8; // a blank says as much as so many equal bytes
 constexpr unsigned __int64 kStrongUtf8 = 3;  // characters
@@ -53,7 +53,7 @@ constexpr bool HasCharacters(char32_t plane) noexcept
     return plane <= 3 || plane >= 14;
 }
 
-constexpr unsigned IsBlank(unsigned c) noexcept
+constexpr unsigned IsBlankUnit(unsigned c) noexcept
 {
     return unsigned{c == ' '} | unsigned{c == '\n'} | unsigned{c == '\r'} | unsigned{c == '\t'};
 }
@@ -103,7 +103,7 @@ void CXTextExaminer::Add(const void* bytes, std::size_t byteCount) noexcept
         }
         else
         {
-            taken = std::min(byteCount, kBlock) / kQuad * kQuad;
+            taken = std::min(byteCount, kTakenAtOnce) / kQuad * kQuad;
             Take(next, taken);
         }
         next += taken;
@@ -365,7 +365,7 @@ void CXTextExaminer::TakeUtf16(Units& state, const unsigned char* bytes, std::si
         surrogates |= unsigned{(first & 0xF8) == 0xD8};
         noText |= unsigned{first == 0} & IsControl(second);
         noText |= unsigned{first == 0xFF} & unsigned{second >= 0xFE};
-        blanks += unsigned{first == 0} & IsBlank(second);
+        blanks += unsigned{first == 0} & IsBlankUnit(second);
         repeated += i != 0 && first == high[2 * i - 2] ? 1 : 0;
     }
     state.m_repeated += repeated;

@@ -14,7 +14,7 @@ namespace tev::tool
 {
 namespace
 {
-constexpr std::size_t kReadAtOnce = 256 * 1024;
+constexpr std::size_t kExaminedAtOnce = 256 * 1024;
 
 struct FileInfo
 {
@@ -27,7 +27,7 @@ FileInfo Examine(const std::string& name)
     const std::unique_ptr<CXFile> file = OpenInput(name);
     Progress progress(name, SizeOf(name), Progress::Beside::kNothing);
     CXTextExaminer examiner;
-    std::vector<char> buffer(kReadAtOnce);
+    std::vector<char> buffer(kExaminedAtOnce);
     std::uint64_t done = 0;
     while (const unsigned count = file->Read(buffer.data(), static_cast<unsigned>(buffer.size())))
     {
