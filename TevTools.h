@@ -23,6 +23,7 @@
 #include "objects/CXInternetException.h"
 #include "objects/CXObject.h"
 #include "objects/CXSingleLock.h"
+#include "objects/ClassClashes.h"
 #include "objects/ThreadException.h"
 
 #include "maps/CHashMap.h"

@@ -12,7 +12,7 @@
 #include <utility>
 #include <vector>
 
-X_IMPLEMENT_CLASS(CElementArray, CXObject, 1)
+X_IMPLEMENT_LIBRARY_CLASS(CElementArray, CXObject, 1)
 
 namespace
 {

@@ -18,7 +18,7 @@
 class TEVTOOLS_API CElementArray : public CXObject
 {
 public:
-    X_DECLARE_CLASS(CElementArray)
+    X_DECLARE_LIBRARY_CLASS(CElementArray)
 
     /// Takes over one reference to the methods. Without methods the array stays empty until SetMethods or Serialize.
     explicit CElementArray(CElementMethods* methods = nullptr);

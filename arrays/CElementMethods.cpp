@@ -1,6 +1,6 @@
 #include "arrays/CElementMethods.h"
 
-X_IMPLEMENT_ABSTRACT_CLASS(CElementMethods, CXObject, 1)
+X_IMPLEMENT_ABSTRACT_LIBRARY_CLASS(CElementMethods, CXObject, 1)
 
 CElementMethods::~CElementMethods() = default;
 

@@ -18,7 +18,7 @@ protected:
     ~CElementMethods() override;
 
 public:
-    X_DECLARE_CLASS(CElementMethods)
+    X_DECLARE_LIBRARY_CLASS(CElementMethods)
 
     CElementMethods() = default;
     CElementMethods(const CElementMethods&) = default;

@@ -1,10 +1,10 @@
 #include "arrays/ElementKinds.h"
 
-X_IMPLEMENT_CLASS(CXByteElements, CElementMethods, 1)
-X_IMPLEMENT_CLASS(CXIntElements, CElementMethods, 1)
-X_IMPLEMENT_CLASS(CXUIntElements, CElementMethods, 1)
-X_IMPLEMENT_CLASS(CXInt64Elements, CElementMethods, 1)
-X_IMPLEMENT_CLASS(CXUInt64Elements, CElementMethods, 1)
-X_IMPLEMENT_CLASS(CXFloatElements, CElementMethods, 1)
-X_IMPLEMENT_CLASS(CXDoubleElements, CElementMethods, 1)
-X_IMPLEMENT_CLASS(CXStringElements, CElementMethods, 1)
+X_IMPLEMENT_LIBRARY_CLASS(CXByteElements, CElementMethods, 1)
+X_IMPLEMENT_LIBRARY_CLASS(CXIntElements, CElementMethods, 1)
+X_IMPLEMENT_LIBRARY_CLASS(CXUIntElements, CElementMethods, 1)
+X_IMPLEMENT_LIBRARY_CLASS(CXInt64Elements, CElementMethods, 1)
+X_IMPLEMENT_LIBRARY_CLASS(CXUInt64Elements, CElementMethods, 1)
+X_IMPLEMENT_LIBRARY_CLASS(CXFloatElements, CElementMethods, 1)
+X_IMPLEMENT_LIBRARY_CLASS(CXDoubleElements, CElementMethods, 1)
+X_IMPLEMENT_LIBRARY_CLASS(CXStringElements, CElementMethods, 1)

@@ -86,7 +86,7 @@ protected:
 class TEVTOOLS_API CXByteElements : public CXPlainElements<unsigned char, XElementType("UCHR")>
 {
 public:
-    X_DECLARE_CLASS(CXByteElements)
+    X_DECLARE_LIBRARY_CLASS(CXByteElements)
 
 protected:
     ~CXByteElements() override = default;
@@ -95,7 +95,7 @@ protected:
 class TEVTOOLS_API CXIntElements : public CXPlainElements<int, XElementType(" INT")>
 {
 public:
-    X_DECLARE_CLASS(CXIntElements)
+    X_DECLARE_LIBRARY_CLASS(CXIntElements)
 
 protected:
     ~CXIntElements() override = default;
@@ -104,7 +104,7 @@ protected:
 class TEVTOOLS_API CXUIntElements : public CXPlainElements<unsigned int, XElementType("UINT")>
 {
 public:
-    X_DECLARE_CLASS(CXUIntElements)
+    X_DECLARE_LIBRARY_CLASS(CXUIntElements)
 
 protected:
     ~CXUIntElements() override = default;
@@ -113,7 +113,7 @@ protected:
 class TEVTOOLS_API CXInt64Elements : public CXPlainElements<__int64, XElementType("LLON")>
 {
 public:
-    X_DECLARE_CLASS(CXInt64Elements)
+    X_DECLARE_LIBRARY_CLASS(CXInt64Elements)
 
 protected:
     ~CXInt64Elements() override = default;
@@ -122,7 +122,7 @@ protected:
 class TEVTOOLS_API CXUInt64Elements : public CXPlainElements<unsigned __int64, XElementType("ULLO")>
 {
 public:
-    X_DECLARE_CLASS(CXUInt64Elements)
+    X_DECLARE_LIBRARY_CLASS(CXUInt64Elements)
 
 protected:
     ~CXUInt64Elements() override = default;
@@ -131,7 +131,7 @@ protected:
 class TEVTOOLS_API CXFloatElements : public CXPlainElements<float, XElementType("FLOA")>
 {
 public:
-    X_DECLARE_CLASS(CXFloatElements)
+    X_DECLARE_LIBRARY_CLASS(CXFloatElements)
 
 protected:
     ~CXFloatElements() override = default;
@@ -140,7 +140,7 @@ protected:
 class TEVTOOLS_API CXDoubleElements : public CXPlainElements<double, XElementType("DOUB")>
 {
 public:
-    X_DECLARE_CLASS(CXDoubleElements)
+    X_DECLARE_LIBRARY_CLASS(CXDoubleElements)
 
 protected:
     ~CXDoubleElements() override = default;
@@ -149,7 +149,7 @@ protected:
 class TEVTOOLS_API CXStringElements : public CXObjectElements<CXTString<wchar_t>, XElementType("UNIC")>
 {
 public:
-    X_DECLARE_CLASS(CXStringElements)
+    X_DECLARE_LIBRARY_CLASS(CXStringElements)
 
 protected:
     ~CXStringElements() override = default;

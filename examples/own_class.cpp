@@ -14,13 +14,6 @@ public:
     explicit CMeshException(int vertex) : m_vertex(vertex) {}
     int GetVertex() const { return m_vertex; }
 
-    [[noreturn]] static void Throw(int vertex)
-    {
-        auto* exception = new CMeshException(vertex);
-        XSetThreadException(exception);
-        throw exception;
-    }
-
 private:
     int m_vertex;
 };
@@ -36,7 +29,7 @@ public:
         for (const int vertex : {a, b, c})
         {
             if (vertex < 0 || vertex >= m_vertexCount)
-                CMeshException::Throw(vertex);
+                XThrow<CMeshException>(vertex);
         }
         m_corners.insert(m_corners.end(), {a, b, c});
     }
@@ -48,6 +41,24 @@ private:
 
 X_IMPLEMENT_ABSTRACT_CLASS(CMeshException, CXException, xSchemaNotSerializable)
 X_IMPLEMENT_CLASS(CMesh, CXObject, 1)
+
+namespace scene
+{
+class Light : public CXObject
+{
+public:
+    X_DECLARE_CLASS(Light)
+};
+
+class SpotLight : public Light
+{
+public:
+    X_DECLARE_CLASS(SpotLight)
+};
+} // namespace scene
+
+X_IMPLEMENT_CLASS(scene::Light, CXObject, 1)
+X_IMPLEMENT_NAMED_CLASS(scene::SpotLight, scene::Light, 1, "com.example.SpotLight")
 
 namespace
 {
@@ -94,6 +105,12 @@ int main()
     auto& mesh = static_cast<CMesh&>(*object);
     for (int i = 0; i < 3; ++i)
         mesh.AddVertex();
+
+    for (const char* name : {"scene::Light", "com.example.SpotLight"})
+    {
+        if (CXRuntimeClass::FindRuntimeClass(name) == nullptr)
+            return 1;
+    }
 
     const bool good = AddTriangleTo(mesh, 0, 1, 2);
     const bool bad = AddTriangleTo(mesh, 0, 1, 7);

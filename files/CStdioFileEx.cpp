@@ -78,7 +78,7 @@ std::size_t FindLineBreak(const CXTString<wchar_t>& text, std::size_t start)
 }
 } // namespace
 
-X_IMPLEMENT_CLASS(CStdioFileEx, CXStdioFile, xSchemaNotSerializable)
+X_IMPLEMENT_LIBRARY_CLASS(CStdioFileEx, CXStdioFile, xSchemaNotSerializable)
 
 CStdioFileEx::CStdioFileEx(bool throwOnError) : CXStdioFile(throwOnError) {}
 

@@ -10,7 +10,7 @@
 class TEVTOOLS_API CStdioFileEx : public CXStdioFile
 {
 public:
-    X_DECLARE_CLASS(CStdioFileEx)
+    X_DECLARE_LIBRARY_CLASS(CStdioFileEx)
 
     // Bits of the open mode, in addition to those of CXFile::OpenFlags.
     static constexpr unsigned int kWriteUtf16 =

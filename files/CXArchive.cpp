@@ -9,7 +9,7 @@
 #include <limits>
 #include <type_traits>
 
-X_IMPLEMENT_ABSTRACT_CLASS(CXArchive, CXObject, xSchemaNotSerializable)
+X_IMPLEMENT_ABSTRACT_LIBRARY_CLASS(CXArchive, CXObject, xSchemaNotSerializable)
 
 namespace
 {

@@ -42,7 +42,7 @@ constexpr unsigned xArchiveStrict = 4;
 class TEVTOOLS_API CXArchive : public CXObject
 {
 public:
-    X_DECLARE_CLASS(CXArchive)
+    X_DECLARE_LIBRARY_CLASS(CXArchive)
 
     /// `file` must be open and stay so until the archive is closed. Without `buffer` the archive has one of its own, of at
     /// least 128 bytes; a file that exposes its memory is read and written in place instead. `buffer` must hold

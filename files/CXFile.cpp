@@ -37,7 +37,7 @@ void ThrowLastError(FileExceptionType cause, const CXTString<wchar_t>& path)
 }
 } // namespace
 
-X_IMPLEMENT_CLASS(CXFile, CXObject, xSchemaNotSerializable)
+X_IMPLEMENT_LIBRARY_CLASS(CXFile, CXObject, xSchemaNotSerializable)
 
 CXFile::CXFile(bool throwOnError) : m_handle(nullptr), m_closeOnDelete(true), m_throwOnError(throwOnError) {}
 

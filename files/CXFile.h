@@ -16,7 +16,7 @@ class CXFileException;
 class TEVTOOLS_API CXFile : public CXObject
 {
 public:
-    X_DECLARE_CLASS(CXFile)
+    X_DECLARE_LIBRARY_CLASS(CXFile)
 
     /// How a file is opened: one mode, one share value, and any of the other bits.
     ///

@@ -27,7 +27,7 @@ bool PointsInto(const unsigned char* pointer, const unsigned char* block, unsign
 }
 } // namespace
 
-X_IMPLEMENT_CLASS(CXMemFile, CXFile, xSchemaNotSerializable)
+X_IMPLEMENT_LIBRARY_CLASS(CXMemFile, CXFile, xSchemaNotSerializable)
 
 CXMemFile::CXMemFile(unsigned int growBytes, bool throwOnError)
     : CXFile(true),

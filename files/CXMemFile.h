@@ -12,7 +12,7 @@
 class TEVTOOLS_API CXMemFile : public CXFile
 {
 public:
-    X_DECLARE_CLASS(CXMemFile)
+    X_DECLARE_LIBRARY_CLASS(CXMemFile)
 
     /// An empty file. `growBytes` is the step in which the capacity grows; 0 stands for 2048.
     explicit CXMemFile(unsigned int growBytes = 0, bool throwOnError = true);

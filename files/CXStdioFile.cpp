@@ -42,7 +42,7 @@ void DropLast(CXTCharArray<T>& line, unsigned __int64 count)
 }
 } // namespace
 
-X_IMPLEMENT_CLASS(CXStdioFile, CXFile, xSchemaNotSerializable)
+X_IMPLEMENT_LIBRARY_CLASS(CXStdioFile, CXFile, xSchemaNotSerializable)
 
 CXStdioFile::CXStdioFile(bool throwOnError) : CXFile(throwOnError) {}
 

@@ -17,7 +17,7 @@
 class TEVTOOLS_API CXStdioFile : public CXFile
 {
 public:
-    X_DECLARE_CLASS(CXStdioFile)
+    X_DECLARE_LIBRARY_CLASS(CXStdioFile)
 
     explicit CXStdioFile(bool throwOnError = true);
     CXStdioFile(void* handle, bool throwOnError);

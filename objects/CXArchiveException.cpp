@@ -2,7 +2,7 @@
 
 #include "objects/ThreadException.h"
 
-X_IMPLEMENT_ABSTRACT_CLASS(CXArchiveException, CXException, xSchemaNotSerializable)
+X_IMPLEMENT_ABSTRACT_LIBRARY_CLASS(CXArchiveException, CXException, xSchemaNotSerializable)
 
 namespace
 {
@@ -21,5 +21,5 @@ CXTString<wchar_t> CXArchiveException::GetErrorMessage() const
 
 void CXArchiveException::Throw(ArchiveExceptionType cause, const CXTString<wchar_t>& fileName)
 {
-    tev::RecordAndThrow<CXArchiveException>(cause, fileName);
+    XThrow<CXArchiveException>(cause, fileName);
 }

@@ -19,7 +19,7 @@ enum ArchiveExceptionType : unsigned int
 class TEVTOOLS_API CXArchiveException : public CXException
 {
 public:
-    X_DECLARE_CLASS(CXArchiveException)
+    X_DECLARE_LIBRARY_CLASS(CXArchiveException)
 
     explicit CXArchiveException(ArchiveExceptionType cause = archiveNone, const CXTString<wchar_t>& fileName = {});
 

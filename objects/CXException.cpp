@@ -7,10 +7,10 @@ namespace
 constexpr unsigned kTextUnnamedFile = 0xF006;
 } // namespace
 
-X_IMPLEMENT_ABSTRACT_CLASS(CXException, CXObject, xSchemaNotSerializable)
-X_IMPLEMENT_ABSTRACT_CLASS(CXMemoryException, CXException, xSchemaNotSerializable)
-X_IMPLEMENT_ABSTRACT_CLASS(CXInvalidArgException, CXException, xSchemaNotSerializable)
-X_IMPLEMENT_ABSTRACT_CLASS(CXUserException, CXException, xSchemaNotSerializable)
+X_IMPLEMENT_ABSTRACT_LIBRARY_CLASS(CXException, CXObject, xSchemaNotSerializable)
+X_IMPLEMENT_ABSTRACT_LIBRARY_CLASS(CXMemoryException, CXException, xSchemaNotSerializable)
+X_IMPLEMENT_ABSTRACT_LIBRARY_CLASS(CXInvalidArgException, CXException, xSchemaNotSerializable)
+X_IMPLEMENT_ABSTRACT_LIBRARY_CLASS(CXUserException, CXException, xSchemaNotSerializable)
 
 CXException::~CXException()
 {
@@ -34,15 +34,15 @@ CXTString<wchar_t> CXException::FormatFileMessage(unsigned messageId, const CXTS
 
 void CXMemoryException::Throw(const CXTString<wchar_t>& message)
 {
-    tev::RecordAndThrow<CXMemoryException>(message);
+    XThrow<CXMemoryException>(message);
 }
 
 void CXInvalidArgException::Throw(const CXTString<wchar_t>& message)
 {
-    tev::RecordAndThrow<CXInvalidArgException>(message);
+    XThrow<CXInvalidArgException>(message);
 }
 
 void CXUserException::Throw(const CXTString<wchar_t>& message)
 {
-    tev::RecordAndThrow<CXUserException>(message);
+    XThrow<CXUserException>(message);
 }

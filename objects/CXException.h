@@ -5,12 +5,12 @@
 
 /// Base of everything that the library throws. Exceptions are thrown as pointers: the throw site creates the object,
 /// records it as the thread's pending exception and throws it; the catcher owns it and releases it with Delete().
-/// Each class that the library throws has a static Throw that does the three steps.
+/// XThrow does the three steps (objects/ThreadException.h), and so does the static Throw of each class of the library.
 /// One thread at a time.
 class TEVTOOLS_API CXException : public CXObject
 {
 public:
-    X_DECLARE_CLASS(CXException)
+    X_DECLARE_LIBRARY_CLASS(CXException)
 
     CXException() = default;
     explicit CXException(const CXTString<wchar_t>& message) : m_message(message) {}
@@ -44,7 +44,7 @@ protected:
 class TEVTOOLS_API CXMemoryException : public CXException
 {
 public:
-    X_DECLARE_CLASS(CXMemoryException)
+    X_DECLARE_LIBRARY_CLASS(CXMemoryException)
 
     using CXException::CXException;
 
@@ -55,7 +55,7 @@ public:
 class TEVTOOLS_API CXInvalidArgException : public CXException
 {
 public:
-    X_DECLARE_CLASS(CXInvalidArgException)
+    X_DECLARE_LIBRARY_CLASS(CXInvalidArgException)
 
     using CXException::CXException;
 
@@ -66,7 +66,7 @@ public:
 class TEVTOOLS_API CXUserException : public CXException
 {
 public:
-    X_DECLARE_CLASS(CXUserException)
+    X_DECLARE_LIBRARY_CLASS(CXUserException)
 
     using CXException::CXException;
 

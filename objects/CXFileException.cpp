@@ -7,7 +7,7 @@
 #include <array>
 #include <cerrno>
 
-X_IMPLEMENT_ABSTRACT_CLASS(CXFileException, CXException, xSchemaNotSerializable)
+X_IMPLEMENT_ABSTRACT_LIBRARY_CLASS(CXFileException, CXException, xSchemaNotSerializable)
 
 namespace
 {
@@ -57,7 +57,7 @@ CXTString<wchar_t> CXFileException::GetCauseMessage() const
 void CXFileException::Throw(FileExceptionType cause, const CXTString<wchar_t>& fileName,
                             const CXTString<wchar_t>& message)
 {
-    tev::RecordAndThrow<CXFileException>(cause, fileName, message);
+    XThrow<CXFileException>(cause, fileName, message);
 }
 
 void CXFileException::ThrowOsError(FileExceptionType cause, const CXTString<wchar_t>& fileName, CXFileException* out)

@@ -25,7 +25,7 @@ enum FileExceptionType : unsigned int
 class TEVTOOLS_API CXFileException : public CXException
 {
 public:
-    X_DECLARE_CLASS(CXFileException)
+    X_DECLARE_LIBRARY_CLASS(CXFileException)
 
     explicit CXFileException(FileExceptionType cause = fileNone, const CXTString<wchar_t>& fileName = {},
                              const CXTString<wchar_t>& message = {});

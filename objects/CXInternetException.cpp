@@ -7,7 +7,7 @@
 #include <algorithm>
 #include <iterator>
 
-X_IMPLEMENT_ABSTRACT_CLASS(CXInternetException, CXException, xSchemaNotSerializable)
+X_IMPLEMENT_ABSTRACT_LIBRARY_CLASS(CXInternetException, CXException, xSchemaNotSerializable)
 
 namespace
 {
@@ -98,5 +98,5 @@ CXTString<wchar_t> CXInternetException::GetErrorMessage(unsigned int* helpContex
 
 void CXInternetException::Throw(unsigned __int64 context, unsigned int error)
 {
-    tev::RecordAndThrow<CXInternetException>(context, error);
+    XThrow<CXInternetException>(context, error);
 }

@@ -6,7 +6,7 @@
 class TEVTOOLS_API CXInternetException : public CXException
 {
 public:
-    X_DECLARE_CLASS(CXInternetException)
+    X_DECLARE_LIBRARY_CLASS(CXInternetException)
 
     /// The error is a system code, or an internet code (from 12001 on); 0 takes the calling thread's last system error.
     explicit CXInternetException(unsigned __int64 context, unsigned int error = 0);

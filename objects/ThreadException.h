@@ -2,7 +2,9 @@
 
 #include "base/TevTypes.h"
 
+#include <exception>
 #include <memory>
+#include <type_traits>
 #include <utility>
 
 class CXException;
@@ -24,17 +26,34 @@ TEVTOOLS_API void XDeleteThreadException();
 /// handled on another thread and must outlive this one.
 [[nodiscard]] TEVTOOLS_API CXException* XTakeThreadException();
 
-namespace tev
+/// Takes an exception that was caught out of the records of all threads, and returns it: it lives until its one owner
+/// deletes it, on whatever thread. For an exception that leaves its thread (std::async, a promise, a member) or the `catch`
+/// block that has it; `throw;` passes it on with its class. Null gives null. std::unique_ptr<CXException> can own the result.
+TEVTOOLS_API CXException* XKeepException(CXException* exception) noexcept;
+template <class Exception>
+std::enable_if_t<std::is_base_of_v<CXException, Exception>, Exception*> XKeepException(Exception* exception) noexcept
 {
-/// Removes the exception from the records of all threads.
-void ForgetException(const CXException* exception) noexcept;
+    XKeepException(static_cast<CXException*>(exception));
+    return exception;
+}
 
-/// The one way in which the library throws: construct, record, throw the pointer.
+/// The exception of the library that a std::exception_ptr refers to, taken out of the records likewise; null where it
+/// refers to something else or to nothing. To be called before the thread that threw it throws again or ends. All copies
+/// of the exception_ptr refer to the one exception, so that one of their users deletes it.
+[[nodiscard]] TEVTOOLS_API CXException* XKeepException(const std::exception_ptr& exception);
+
+/// The one way to throw: makes the exception, records it as the thread's pending one, and throws the pointer.
 template <class Exception, class... Arguments>
-[[noreturn]] void RecordAndThrow(Arguments&&... arguments)
+[[noreturn]] void XThrow(Arguments&&... arguments)
 {
+    static_assert(std::is_base_of_v<CXException, Exception>, "only classes derived from CXException are thrown");
     auto exception = std::make_unique<Exception>(std::forward<Arguments>(arguments)...);
     XSetThreadException(exception.get());
     throw exception.release();
 }
+
+namespace tev
+{
+/// Removes the exception from the records of all threads.
+void ForgetException(const CXException* exception) noexcept;
 } // namespace tev

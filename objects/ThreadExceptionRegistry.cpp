@@ -3,6 +3,7 @@
 #include "objects/CXException.h"
 #include "objects/HeldOverFork.h"
 #include "objects/ThreadException.h"
+#include "platform/ForcedUnwind.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -178,6 +179,35 @@ void XDeleteThreadException()
 CXException* XTakeThreadException()
 {
     return t_state == ThreadState::HasNeverRecorded ? nullptr : Registry::Get().Take();
+}
+
+CXException* XKeepException(CXException* exception) noexcept
+{
+    if (exception != nullptr)
+        tev::ForgetException(exception);
+    return exception;
+}
+
+CXException* XKeepException(const std::exception_ptr& exception)
+{
+    if (exception == nullptr)
+        return nullptr;
+    try
+    {
+        std::rethrow_exception(exception);
+    }
+    catch (const tev::platform::ForcedUnwind&)
+    {
+        throw;
+    }
+    catch (CXException* thrown)
+    {
+        return XKeepException(thrown);
+    }
+    catch (...) // NOLINT(bugprone-empty-catch): what is not of the library stays in the exception_ptr
+    {
+    }
+    return nullptr;
 }
 
 void tev::ForgetException(const CXException* exception) noexcept

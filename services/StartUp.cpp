@@ -1,5 +1,6 @@
 #include "services/StartUp.h"
 
+#include "objects/ClassClashes.h"
 #include "objects/ResultOr.h"
 #include "platform/Threads.h"
 #include "services/LogFile.h"
@@ -28,6 +29,13 @@ void WriteDelayToLog(const CXArray<CXWorkerState>& workers)
     }
     WriteToLogFile(L"%s", static_cast<const wchar_t*>(text));
 }
+
+void WriteClashToLog(const XClassClash& clash)
+{
+    if (IsLogFileEnabled())
+        WriteToLogFile(L"The class %hs of %s is hidden by the one of %s\n", clash.m_name.GetConstBuffer(),
+                       clash.m_hiddenPlace.GetConstBuffer(), clash.m_place.GetConstBuffer());
+}
 } // namespace
 
 void InitFerngateApplication()
@@ -39,12 +47,15 @@ void InitFerngateApplication()
             return true;
         });
     });
+    XSetClassClashReport(WriteClashToLog);
     OMPSetMaxThreadCount(~0u);
     if (IsLogFileEnabled())
     {
         WriteToLogFile(L"InitFerngateApplication\n%d core will be used by default (use OMPSetMaxThreadCount, or define "
                        L"OMP_NUM_THREADS under linux, to change the behavior)\n",
                        OMPGetMaxThreadCount());
+        for (const XClassClash& clash : XGetClassClashes())
+            WriteClashToLog(clash);
     }
 }
 

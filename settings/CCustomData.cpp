@@ -19,7 +19,7 @@ constexpr unsigned kNoId = 0xFFFFFFFF;
 constexpr int kKeepPresent = 1;
 } // namespace
 
-X_IMPLEMENT_CLASS(CCustomData, CXObject, 1)
+X_IMPLEMENT_LIBRARY_CLASS(CCustomData, CXObject, 1)
 
 CCustomDataClass::~CCustomDataClass() = default;
 

@@ -44,7 +44,7 @@ protected:
 class TEVTOOLS_API CCustomData : public CXObject
 {
 public:
-    X_DECLARE_CLASS(CCustomData)
+    X_DECLARE_LIBRARY_CLASS(CCustomData)
 
     /// What a value is, spelled by the four bytes from the highest to the lowest.
     enum Kind : unsigned int

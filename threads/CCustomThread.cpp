@@ -13,8 +13,8 @@
 #include <algorithm>
 #include <chrono>
 
-X_IMPLEMENT_CLASS(CCustomThread, CXThread, xSchemaNotSerializable)
-X_IMPLEMENT_CLASS(CWinCustomThread, CCustomThread, xSchemaNotSerializable)
+X_IMPLEMENT_LIBRARY_CLASS(CCustomThread, CXThread, xSchemaNotSerializable)
+X_IMPLEMENT_LIBRARY_CLASS(CWinCustomThread, CCustomThread, xSchemaNotSerializable)
 
 namespace
 {

@@ -17,7 +17,7 @@ struct CXWorkerState
 class TEVTOOLS_API CCustomThread : public CXThread
 {
 public:
-    X_DECLARE_CLASS(CCustomThread)
+    X_DECLARE_LIBRARY_CLASS(CCustomThread)
 
     CCustomThread();
     CCustomThread(bool (*function)(void*), void* data);
@@ -66,7 +66,7 @@ public:
 class TEVTOOLS_API CWinCustomThread : public CCustomThread
 {
 public:
-    X_DECLARE_CLASS(CWinCustomThread)
+    X_DECLARE_LIBRARY_CLASS(CWinCustomThread)
 
     using CCustomThread::CCustomThread;
     ~CWinCustomThread() override;

@@ -15,12 +15,13 @@
 namespace platform = tev::platform;
 using platform::StartedThread;
 
-X_IMPLEMENT_ABSTRACT_CLASS(CXThread, CXObject, xSchemaNotSerializable)
+X_IMPLEMENT_ABSTRACT_LIBRARY_CLASS(CXThread, CXObject, xSchemaNotSerializable)
 
 /// What the object and its thread share; either may exist longer.
 struct tev::SharedThread final : tev::ThreadStatus
 {
     explicit SharedThread(CXThread* owner) : object(owner) {}
+    ~SharedThread() override { CXException::Delete(exception.load()); }
 
     bool IsAskedToEnd() const noexcept override
     {
@@ -32,6 +33,7 @@ struct tev::SharedThread final : tev::ThreadStatus
     std::atomic<CXThread*> object; ///< null once it is destroyed; changed under the lock
     std::atomic<unsigned> endReasons{0};
     std::atomic<const std::atomic<bool>*> stopOfAll{nullptr};
+    std::atomic<CXException*> exception{nullptr}; ///< what ended the body
 };
 
 /// What the new thread needs; the thread owns it.
@@ -137,6 +139,7 @@ CXThread::~CXThread()
         const tev::LockGuard guard(m_shared->lock);
         m_shared->object.store(nullptr);
     }
+    CXException::Delete(TakeException());
     StartedThread* const thread = ThreadOf(m_handle.exchange(nullptr));
     if (thread == nullptr)
         return;
@@ -253,7 +256,7 @@ bool CXThread::Body::Run() const
     }
     catch (CXException* exception)
     {
-        exception->Delete();
+        shared->exception.store(XKeepException(exception));
     }
     catch (...)
     {
@@ -342,6 +345,11 @@ bool CXThread::WaitForEnd(unsigned int timeoutMs) const
         return false;
     m_isEndKnown.store(true);
     return true;
+}
+
+CXException* CXThread::TakeException()
+{
+    return m_shared->exception.exchange(nullptr);
 }
 
 void CXThread::SetEndReason(EndReason reason, bool set)

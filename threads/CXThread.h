@@ -6,6 +6,7 @@
 #include <atomic>
 #include <memory>
 
+class CXException;
 namespace tev
 {
 struct SharedThread;
@@ -27,7 +28,7 @@ enum xThreadPriority : unsigned int
 
 /// A thread and its state. It runs a function, or the object's own Start, Run and Finish, once. BeginThread starts it; it
 /// ends when its body returns, so a long body checks ShouldCancel() from time to time. An exception that leaves the body
-/// is deleted, and the thread counts as failed.
+/// ends no more than the thread, which counts as failed; TakeException hands it out, else it is deleted with the object.
 ///
 /// With auto-delete the thread deletes the object at its end, so no other thread may use the object once the thread runs.
 /// Without it the object's owner deletes it, best after WaitForEnd(). Deleting the object of a thread that still waits
@@ -38,7 +39,7 @@ enum xThreadPriority : unsigned int
 class TEVTOOLS_API CXThread : public CXObject
 {
 public:
-    X_DECLARE_CLASS(CXThread)
+    X_DECLARE_LIBRARY_CLASS(CXThread)
 
     enum ThreadFlags : unsigned int
     {
@@ -96,6 +97,9 @@ public:
     /// Waits until the thread has ended; false on time-out, and for an object that was not started. Not for objects with
     /// auto-delete.
     bool WaitForEnd(unsigned int timeoutMs) const;
+    /// Hands out the exception of the library that ended the body; the caller deletes it. Null when there is none, when
+    /// it was handed out before, and for exceptions of other types. Ask when the thread has ended (WaitForEnd).
+    [[nodiscard]] CXException* TakeException();
 
     void SetAutoDelete(bool autoDelete);
     /// Asks the body to end.

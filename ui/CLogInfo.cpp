@@ -2,7 +2,7 @@
 
 #include "files/CXArchive.h"
 
-X_IMPLEMENT_ABSTRACT_CLASS(CLogInfo, CXObject, xSchemaNotSerializable)
+X_IMPLEMENT_ABSTRACT_LIBRARY_CLASS(CLogInfo, CXObject, xSchemaNotSerializable)
 
 namespace
 {

@@ -29,7 +29,7 @@ TEVTOOLS_API CXArchive& operator>>(CXArchive& archive, IoLogInfo& record);
 class TEVTOOLS_API CLogInfo : public CXObject
 {
 public:
-    X_DECLARE_CLASS(CLogInfo)
+    X_DECLARE_LIBRARY_CLASS(CLogInfo)
 
     /// The records must outlive the object. The flags and the parent, a window or null, are passed on to the user
     /// interface.

@@ -14,6 +14,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <exception>
 #include <future>
 #include <map>
 #include <memory>
@@ -60,7 +61,8 @@ void RecordAtTheVeryEnd()
     XSetThreadException(new Exception);
 }
 
-void RunOnThread(void (*work)())
+template <class Work>
+void RunOnThread(Work work)
 {
     std::thread(work).join();
 }
@@ -192,6 +194,57 @@ TEST(CXException, ThreadsHandTheirExceptionOver)
     EXPECT_EQ(g_living, 1);
     handedOver->Delete();
     EXPECT_EQ(g_living, 0);
+}
+
+TEST(CXException, ThreadsKeepWhatLeavesThem)
+{
+    const auto throwOne = []() -> int { XThrow<CountedException>(); };
+    const auto keep = [&] {
+        try
+        {
+            return throwOne();
+        }
+        catch (CXException* exception)
+        {
+            XKeepException(exception);
+            throw;
+        }
+    };
+    std::unique_ptr<CXException> kept;
+    std::exception_ptr caught;
+    std::future<int> left = std::async(std::launch::async, keep);
+    RunOnThread([&] {
+        try
+        {
+            throwOne();
+        }
+        catch (...)
+        {
+            caught = std::current_exception();
+        }
+        kept.reset(XKeepException(caught));
+        EXPECT_EQ(XTakeThreadException(), nullptr);
+        EXPECT_EQ(XKeepException(caught), kept.get()) << "it may be asked again";
+    });
+    left.wait();
+    EXPECT_EQ(g_living, 2);
+    try
+    {
+        left.get();
+        FAIL();
+    }
+    catch (CountedException* exception)
+    {
+        exception->Delete();
+    }
+    EXPECT_EQ(g_living, 1);
+    kept.reset();
+    EXPECT_EQ(g_living, 0);
+
+    EXPECT_EQ(XKeepException(nullptr), nullptr);
+    static_assert(std::is_same_v<decltype(XKeepException(std::declval<CXFileException*>())), CXFileException*>);
+    EXPECT_EQ(XKeepException(std::exception_ptr()), nullptr);
+    EXPECT_EQ(XKeepException(std::make_exception_ptr(1)), nullptr);
 }
 
 TEST(CXException, ThreadsThatRecordedOneExceptionDeleteItOnce)

@@ -2,6 +2,7 @@
 #include "objects/CXArchiveException.h"
 #include "objects/CXFileException.h"
 #include "objects/CXInternetException.h"
+#include "objects/ClassClashes.h"
 #include "objects/ThreadException.h"
 #include "tests/support/BusyFork.h"
 #include "tests/support/FailingAllocations.h"
@@ -15,6 +16,41 @@
 #include <memory>
 #include <string>
 #include <vector>
+
+namespace first
+{
+struct Part : CXObject
+{
+    X_DECLARE_CLASS(Part)
+};
+} // namespace first
+
+namespace second
+{
+struct Part : first::Part
+{
+    X_DECLARE_CLASS(Part)
+};
+
+namespace inner
+{
+struct Part : second::Part
+{
+    X_DECLARE_CLASS(Part)
+};
+
+struct Whole : ::first::Part
+{
+    X_DECLARE_CLASS(Whole)
+};
+X_IMPLEMENT_ABSTRACT_CLASS(Whole, ::first::Part, 1)
+} // namespace inner
+
+X_IMPLEMENT_CLASS(inner::Part, second::Part, 1)
+} // namespace second
+
+X_IMPLEMENT_CLASS(first::Part, CXObject, 1)
+X_IMPLEMENT_NAMED_CLASS(second::Part, ::first::Part, 1, "Part of the second")
 
 namespace
 {
@@ -110,6 +146,59 @@ TEST(CXRuntimeClass, RecordsSayWhatTheClassesAre)
     }
 }
 
+TEST(CXRuntimeClass, ClassesOfOneShortNameHaveTheirOwnRecords)
+{
+    const struct
+    {
+        const CXRuntimeClass* record;
+        const char* name;
+        const CXRuntimeClass* base;
+    } cases[] = {
+        {&first::Part::classCreatorPart, "first::Part", &CXObject::classCreatorCXObject},
+        {&second::Part::classCreatorPart, "Part of the second", &first::Part::classCreatorPart},
+        {&second::inner::Part::classCreatorPart, "inner::Part", &second::Part::classCreatorPart},
+        {&second::inner::Whole::classCreatorWhole, "Whole", &::first::Part::classCreatorPart},
+    };
+    for (const auto& c : cases)
+    {
+        EXPECT_STREQ(c.record->m_name, c.name);
+        EXPECT_EQ(CXRuntimeClass::FindRuntimeClass(c.name), c.record);
+        EXPECT_EQ(c.record->m_base, c.base);
+        const std::unique_ptr<CXObject> object(c.record->CreateObject());
+        EXPECT_EQ(object == nullptr, c.record == cases[3].record) << c.name;
+        EXPECT_EQ(object == nullptr ? c.record : object->GetRuntimeClassDescriptor(), c.record);
+    }
+}
+
+TEST(CXRuntimeClass, TwoClassesOfOneNameAreReportedOnceWithTheirPlaces)
+{
+    static std::vector<std::wstring> reported;
+    reported.clear();
+    const auto former = XSetClassClashReport([](const XClassClash& clash) {
+        reported.push_back(clash.m_hiddenPlace.GetConstBuffer());
+        reported.push_back(clash.m_place.GetConstBuffer());
+        throw 1;
+    });
+    static const CXRuntimeClass hidden = RecordNamed("Twice");
+    static const CXRuntimeClass found = RecordNamed("Twice");
+    const std::size_t before = XGetClassClashes().size();
+    for (int i = 0; i < 2; ++i)
+    {
+        const XClassDeclaration first(&hidden, "hidden.cpp", 12);
+        const XClassDeclaration second(&found, "found.cpp", 345);
+        CXRuntimeClass::DeclareRuntimeClass(&found, "found.cpp", 345); // no clash with itself
+    }
+    XSetClassClashReport(former);
+    const std::vector<XClassClash> clashes = XGetClassClashes();
+    ASSERT_EQ(clashes.size(), before + 1);
+    EXPECT_EQ(clashes.back().m_name, "Twice");
+    EXPECT_EQ(reported, (std::vector<std::wstring>{clashes.back().m_hiddenPlace.GetConstBuffer(),
+                                                   clashes.back().m_place.GetConstBuffer()}));
+    EXPECT_EQ(reported[0].find(L"hidden.cpp:12 ("), 0u) << "and the program";
+    EXPECT_EQ(reported[1].find(L"found.cpp:345 ("), 0u);
+    EXPECT_NE(reported[1].find(L"tevtools_tests"), std::wstring::npos);
+}
+
 TEST(CXRuntimeClass, KindFollowsTheBases)
 {
     const CXRuntimeClass* object = CXObject::GetThisRuntimeClassDescriptor();
@@ -133,7 +222,7 @@ TEST(CXRuntimeClass, CreateObjectSwallowsEveryFailure)
 {
     void (*const ways[])() = {
         [] { throw new CountedException; },
-        [] { tev::RecordAndThrow<CountedException>(); },
+        [] { XThrow<CountedException>(); },
         [] { // the pending exception is another one than the thrown
             auto* thrown = new CountedException;
             XSetThreadException(thrown);

@@ -1,6 +1,7 @@
 // What a program sees of the classes of a plug-in. It uses the shared library as the plug-in does.
 
 #include "objects/CXFileException.h"
+#include "objects/ClassClashes.h"
 #include "objects/ThreadException.h"
 #include "tests/plugin/Probe.h"
 
@@ -11,6 +12,7 @@
 #include <malloc.h>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace
 {
@@ -131,6 +133,11 @@ TEST(ClassPlugin, AnEarlierClassOfTheNameComesBack)
             const Plugin plugin;
             EXPECT_NE(FindProbe(), &hosts);
             EXPECT_EQ(FindProbe()->m_schema, 5u);
+            const std::vector<XClassClash> clashes = XGetClassClashes();
+            ASSERT_EQ(clashes.size(), 1u);
+            EXPECT_EQ(clashes[0].m_name, "Probe");
+            EXPECT_GE(clashes[0].m_place.Find(L"ProbePlugin.cpp:35 ("), 0);
+            EXPECT_GE(clashes[0].m_place.Find(L"/ProbePlugin.so)"), 0);
         }
         EXPECT_EQ(FindProbe(), &hosts);
         {

@@ -24,9 +24,9 @@ public:
         case LibraryException:
             CXFileException::Throw(fileDiskFull, L"from the plug-in", L"message");
         case PluginException:
-            tev::RecordAndThrow<HiddenException>();
+            XThrow<HiddenException>();
         case HeaderException:
-            tev::RecordAndThrow<ProbeException>(77);
+            XThrow<ProbeException>(77);
         }
     }
 };

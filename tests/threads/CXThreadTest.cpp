@@ -104,13 +104,16 @@ TEST(CXThread, EndsAsItsBodySays)
         std::function<bool(TestThread&)> run;
         unsigned exitCode;
         const char* calls;
+        const CXRuntimeClass* endedBy = nullptr;
     } cases[] = {
         {"success", true, [](TestThread&) { return true; }, 0, "SRF"},
         {"failure", true, [](TestThread&) { return false; }, kFailed, "SRF"},
         {"no start", false, [](TestThread&) { return true; }, kFailed, "SF"},
         {"foreign exception", true, [](TestThread&) -> bool { throw 5; }, kFailed, "SR"},
-        {"exception", true, [](TestThread&) -> bool { CXUserException::Throw(); }, kFailed, "SR"},
-        {"unrecorded exception", true, [](TestThread&) -> bool { throw new CXException; }, kFailed, "SR"},
+        {"exception", true, [](TestThread&) -> bool { CXUserException::Throw(); }, kFailed, "SR",
+         CXUserException::GetThisRuntimeClassDescriptor()},
+        {"unrecorded exception", true, [](TestThread&) -> bool { throw new CXException; }, kFailed, "SR",
+         CXException::GetThisRuntimeClassDescriptor()},
         {"swallowed exception", true,
          [](TestThread&) {
              XSetThreadException(new CXException);
@@ -133,9 +136,38 @@ TEST(CXThread, EndsAsItsBodySays)
         ASSERT_TRUE(thread.GetExitCode(exitCode));
         EXPECT_EQ(exitCode, c.exitCode);
         EXPECT_EQ(thread.m_calls, c.calls);
+        const std::unique_ptr<CXException> exception(thread.TakeException());
+        EXPECT_EQ(exception == nullptr ? nullptr : exception->GetRuntimeClassDescriptor(), c.endedBy);
+        EXPECT_EQ(thread.TakeException(), nullptr) << "handed out once";
         EXPECT_FALSE(thread.ResumeThread());
         EXPECT_TRUE(thread.SuspendThread()) << "also when the system refuses";
     }
+}
+
+TEST(CXThread, AnExceptionThatIsNotTakenIsDeletedWithItsThread)
+{
+    static std::atomic<int> living{0};
+    struct Counted : CXException
+    {
+        Counted() { ++living; }
+        ~Counted() override { --living; }
+    };
+    const auto end = [](void*) -> bool { XThrow<Counted>(); };
+    std::unique_ptr<CXThread> owned(CXThread::BeginThread(end, nullptr, xThreadPriorityNormal, kOwned, 0));
+    ASSERT_TRUE(owned != nullptr && owned->WaitForEnd(kLongTimeMs));
+    EXPECT_EQ(living, 1);
+    owned.reset();
+    EXPECT_EQ(living, 0);
+
+    static std::atomic<int> begun{0};
+    ASSERT_NE(CXThread::BeginThread(
+                  [](void*) -> bool {
+                      ++begun;
+                      XThrow<Counted>();
+                  },
+                  nullptr, xThreadPriorityNormal, 0, 0),
+              nullptr);
+    EXPECT_TRUE(Eventually([] { return begun != 0 && living == 0; })) << "with auto-delete";
 }
 
 TEST(CXThread, ASecondStartFails)
