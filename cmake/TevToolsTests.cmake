@@ -68,13 +68,15 @@ if(test_sources)
         DISCOVERY_TIMEOUT 60
         PROPERTIES TIMEOUT 300 ENVIRONMENT "${test_environment}")
 
-    # All of them once more in one process, in another order, in a far time zone and without a locale. The order is
+    # All of them once more in a few processes, in another order, in a far time zone and without a locale. The order is
     # the same each time, so that the result depends on the change only; --gtest_random_seed finds other ones.
-    add_test(NAME surroundings.far_time_zone_and_c_locale
-        COMMAND tevtools_tests --gtest_shuffle --gtest_random_seed=1 --gtest_brief=1)
-    set_tests_properties(surroundings.far_time_zone_and_c_locale PROPERTIES
-        TIMEOUT 900 LABELS surroundings COST 1000 # the longest, so the first
-        ENVIRONMENT "TZ=Pacific/Chatham;LC_ALL=C;LANG=C;${test_environment}")
+    foreach(shard RANGE 2)
+        set(name surroundings.far_time_zone_and_c_locale_${shard})
+        add_test(NAME ${name} COMMAND tevtools_tests --gtest_shuffle --gtest_random_seed=1 --gtest_brief=1)
+        set_tests_properties(${name} PROPERTIES
+            TIMEOUT 900 LABELS surroundings COST 1000 # the longest, so the first
+            ENVIRONMENT "GTEST_TOTAL_SHARDS=3;GTEST_SHARD_INDEX=${shard};TZ=Pacific/Chatham;LC_ALL=C;LANG=C;${test_environment}")
+    endforeach()
 endif()
 
 # Trials of the writers with faults at their system calls and allocations: a sample here, all by scripts/trials --long.
