@@ -130,7 +130,10 @@ void OnNoMemory()
 {
     // The report and the exception allocate, too.
     thread_local bool isHandling = false;
-    if (isHandling || tev::ReportInProgress::OnThisThread())
+    // Neither a callback nor a dialog may run while the thread holds a lock of the library.
+    const bool holdsLibraryLock =
+        platform::t_threadLocks.held.load(std::memory_order_relaxed) >= platform::kLibraryLockWeight;
+    if (isHandling || holdsLibraryLock || tev::ReportInProgress::OnThisThread())
         throw std::bad_alloc();
     struct Handling
     {

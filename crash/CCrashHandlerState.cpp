@@ -36,11 +36,23 @@ struct SupportAddress
     CXTString<wchar_t> m_chosen X_GUARDED_BY(m_lock);
 };
 
+/// The reports that earlier processes of this application left.
+void FinishLeft()
+{
+    tev::Attempt([] {
+        tev::FinishLeftReports(tev::TemporaryFolder(), XGetApplicationName());
+        tev::FinishLeftReports(GetUserApplicationDataPath(), XGetApplicationName());
+    });
+}
+
 void OnApplicationName()
 {
     const CrashRegistryHold hold;
     if (const CCrashHandler* const handler = CrashRegistry::Get().Find())
+    {
         CrashHandlerAccess::PublishTraces(*handler);
+        FinishLeft();
+    }
 }
 
 SupportAddress& TheSupportAddress()
@@ -200,8 +212,7 @@ void CrashInstall(int (*callback)(CCrashHandler*), const wchar_t* text1, const w
             return;
         }
         new CCrashHandler(callback, text1, text2, flags); // owned by the registry; CrashUninstall deletes it
-        tev::FinishLeftReports(tev::TemporaryFolder(), XGetApplicationName());
-        tev::FinishLeftReports(GetUserApplicationDataPath(), XGetApplicationName());
+        FinishLeft();
     });
 }
 

@@ -13,6 +13,7 @@
 #include "zip/EntryName.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <cwchar>
 #include <filesystem>
 #include <fstream>
@@ -161,7 +162,8 @@ namespace tev
 CPathString TemporaryFolder()
 {
     std::error_code failure;
-    return WideFilePath(fs::temp_directory_path(failure));
+    const fs::path folder = fs::temp_directory_path(failure);
+    return WideFilePath(failure ? fs::path(P_tmpdir) : folder); // the one that the environment names may not exist
 }
 
 CXTString<wchar_t> RandomName()

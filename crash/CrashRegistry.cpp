@@ -2,6 +2,7 @@
 
 #include "base/NeverDestroyed.h"
 #include "crash/CrashFault.h"
+#include "platform/Cancellation.h"
 #include "platform/FatalSignals.h"
 #include "platform/ForkHandlers.h"
 #include "platform/Threads.h"
@@ -18,12 +19,13 @@ std::atomic<const void*> g_holder{nullptr};
 std::atomic<int> g_reports{0}; ///< that are being made
 thread_local bool t_isReporting = false;
 
-// A child made by fork must find the lock free. A report may hold it for as long as the user is
-// asked: a fork does not wait for that, and the child gets a lock of its own.
+// A report may hold the lock for as long as the user is asked: a fork does not wait for that, and the lock of a thread that the
+// child does not have is free there.
 thread_local bool t_isHeldOverFork = false;
 
 void BeforeFork() X_NO_THREAD_SAFETY_ANALYSIS
 {
+    const tev::platform::WithoutCancellation whole;
     while (!(t_isHeldOverFork = CrashRegistry::Get().m_lock.TryLock()) && g_reports.load() == 0)
         tev::platform::SleepThisThread(1);
 }
@@ -38,8 +40,6 @@ void AfterForkInChild() X_NO_THREAD_SAFETY_ANALYSIS
 {
     if (t_isHeldOverFork)
         CrashRegistry::Get().m_lock.Unlock();
-    else
-        new (&CrashRegistry::Get().m_lock) CXCriticalSection();
     if (!t_isReporting)
     {
         g_holder.store(nullptr);

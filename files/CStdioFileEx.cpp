@@ -320,6 +320,8 @@ void CStdioFileEx::CheckCarriageReturns()
 {
     if (PeekBytes(1).m_size == 0)
         return; // and what cannot seek need not go back
+    char mark[sizeof(kUtf8Mark)];
+    CXStdioFile::Read(mark, m_markSize); // where it is no whole number of characters, they begin behind it
     m_carriageReturnMode = LineHoldsReturn(TextEncoding());
     if (CXStdioFile::Seek(0, begin) == tev::platform::kNoPosition && m_throwOnError)
         CXFileException::ThrowOsError(fileBadSeek, m_path, nullptr);

@@ -1,13 +1,26 @@
 #include "objects/CXCriticalSection.h"
 
 #include "platform/AddressWait.h"
+#include "platform/ForkHandlers.h"
 #include "platform/ThreadLocks.h"
+
+#include <chrono>
 
 namespace
 {
 constexpr std::uint32_t kFree = 0;
 constexpr std::uint32_t kHeld = 1;
 constexpr std::uint32_t kAwaited = 2;
+constexpr std::uint32_t kForkStep = 4;
+
+// Both change only in a forked child, which has one thread then.
+std::uint32_t g_fork = 0;                     ///< in the bits of a lock's state above those of the constants
+std::uint64_t g_survivor = ~std::uint64_t{0}; ///< the number of the thread that made the fork
+
+constexpr std::uint32_t ForkOf(std::uint32_t state) noexcept
+{
+    return state & ~(kForkStep - 1);
+}
 
 using tev::platform::AddLockWeight;
 using tev::platform::t_threadLocks;
@@ -31,8 +44,7 @@ bool CXCriticalSection::Lock()
     if (m_owner.load(std::memory_order_relaxed) != mine.number)
     {
         AddLockWeight(mine, m_weight);
-        std::uint32_t expected = kFree;
-        if (!m_state.compare_exchange_strong(expected, kHeld, std::memory_order_acquire, std::memory_order_relaxed))
+        if (!TryTake())
             WaitForLock();
         if (mine.number == tev::platform::kNoThreadNumber)
             tev::platform::NumberOfThisThread();
@@ -48,8 +60,7 @@ bool CXCriticalSection::TryLock()
     if (m_owner.load(std::memory_order_relaxed) != mine.number)
     {
         AddLockWeight(mine, m_weight);
-        std::uint32_t expected = kFree;
-        if (!m_state.compare_exchange_strong(expected, kHeld, std::memory_order_acquire, std::memory_order_relaxed))
+        if (!TryTake())
         {
             TakeLockWeight(mine, m_weight);
             return false;
@@ -60,14 +71,40 @@ bool CXCriticalSection::TryLock()
     return true;
 }
 
+bool CXCriticalSection::IsLost(std::uint32_t state) const noexcept
+{
+    return state != kFree && ForkOf(state) != g_fork && m_owner.load(std::memory_order_relaxed) != g_survivor;
+}
+
+inline bool CXCriticalSection::TryTake() noexcept
+{
+    std::uint32_t state = kFree;
+    if (m_state.compare_exchange_strong(state, g_fork | kHeld, std::memory_order_acquire, std::memory_order_relaxed))
+        return true;
+    if (ForkOf(state) == g_fork || !IsLost(state) ||
+        !m_state.compare_exchange_strong(state, g_fork | kHeld, std::memory_order_acquire, std::memory_order_relaxed))
+        return false;
+    m_lockCount.store(0, std::memory_order_relaxed);
+    return true;
+}
+
 // A waiting thread does not hold the lock: it may be suspended and killed while it waits.
 void CXCriticalSection::WaitForLock()
 {
     ThreadLocks& mine = t_threadLocks;
-    while (m_state.exchange(kAwaited, std::memory_order_acquire) != kFree)
+    const std::uint32_t awaited = g_fork | kAwaited;
+    for (;;)
     {
+        const std::uint32_t state = m_state.exchange(awaited, std::memory_order_acquire);
+        if (state == kFree)
+            return;
+        if (IsLost(state))
+        {
+            m_lockCount.store(0, std::memory_order_relaxed);
+            return;
+        }
         TakeLockWeight(mine, m_weight);
-        tev::platform::WaitWhile(m_state, kAwaited);
+        tev::platform::WaitWhile(m_state, awaited);
         AddLockWeight(mine, m_weight);
     }
 }
@@ -83,7 +120,7 @@ bool CXCriticalSection::Unlock()
     m_owner.store(0, std::memory_order_relaxed);
     // The next owner may destroy the lock at once: from here on only its address is used.
     const std::uint64_t weight = m_weight;
-    if (m_state.exchange(kFree, std::memory_order_release) == kAwaited)
+    if ((m_state.exchange(kFree, std::memory_order_release) & kAwaited) != 0)
         tev::platform::WakeOne(m_state);
     TakeLockWeight(mine, weight);
     return true;
@@ -95,6 +132,89 @@ void CXCriticalSection::ReleaseForEnded(std::uint64_t threadNumber)
     if (!m_owner.compare_exchange_strong(threadNumber, 0, std::memory_order_relaxed))
         return;
     m_lockCount.store(0, std::memory_order_relaxed);
-    if (m_state.exchange(kFree, std::memory_order_release) == kAwaited)
+    if ((m_state.exchange(kFree, std::memory_order_release) & kAwaited) != 0)
         tev::platform::WakeOne(m_state);
 }
+
+namespace tev
+{
+/// All of them that this process made: after a fork the list of the child starts empty, because objects on the stacks of
+/// other threads are no more.
+struct ObjectLocks
+{
+    static constexpr std::chrono::milliseconds kForkWait{100}; ///< for all together
+
+    static LibraryLock s_lock;
+    static ObjectLock* s_first;
+    static std::uint32_t s_process;
+    static const std::atomic<std::uint32_t> s_nobodyWakes;
+
+    static void BeforeFork() X_NO_THREAD_SAFETY_ANALYSIS
+    {
+        s_lock.Lock();
+        const auto end = std::chrono::steady_clock::now() + kForkWait;
+        for (ObjectLock* lock = s_first; lock != nullptr; lock = lock->m_next)
+        {
+            while (!(lock->m_isHeldByFork = lock->TryLock()) && std::chrono::steady_clock::now() < end)
+                platform::WaitWhile(s_nobodyWakes, 0, std::chrono::microseconds(100));
+        }
+    }
+    static void InParent() X_NO_THREAD_SAFETY_ANALYSIS
+    {
+        for (ObjectLock* lock = s_first; lock != nullptr; lock = lock->m_next)
+        {
+            if (lock->m_isHeldByFork)
+                lock->Unlock();
+        }
+        s_lock.Unlock();
+    }
+    static void InChild() X_NO_THREAD_SAFETY_ANALYSIS
+    {
+        g_survivor = platform::NumberOfThisThread();
+        g_fork += kForkStep;
+        ++s_process;
+        InParent();
+        s_first = nullptr;
+    }
+
+    static void Enlist(ObjectLock& lock) noexcept
+    {
+        const LockGuard guard(s_lock);
+        lock.m_process = s_process;
+        lock.m_next = s_first;
+        if (s_first != nullptr)
+            s_first->m_previous = &lock;
+        s_first = &lock;
+    }
+    static void Delist(const ObjectLock& lock) noexcept
+    {
+        const LockGuard guard(s_lock);
+        if (lock.m_process != s_process)
+            return;
+        (lock.m_previous == nullptr ? s_first : lock.m_previous->m_next) = lock.m_next;
+        if (lock.m_next != nullptr)
+            lock.m_next->m_previous = lock.m_previous;
+    }
+};
+
+LibraryLock ObjectLocks::s_lock;
+ObjectLock* ObjectLocks::s_first = nullptr;
+std::uint32_t ObjectLocks::s_process = 0;
+const std::atomic<std::uint32_t> ObjectLocks::s_nobodyWakes{0};
+
+namespace
+{
+const platform::ForkHandler g_forkOfObjectLocks(platform::ForkRank::ObjectLocks, &ObjectLocks::BeforeFork,
+                                                &ObjectLocks::InParent, &ObjectLocks::InChild);
+} // namespace
+
+ObjectLock::ObjectLock(std::uint64_t weight) noexcept : CXCriticalSection(weight)
+{
+    ObjectLocks::Enlist(*this);
+}
+
+ObjectLock::~ObjectLock()
+{
+    ObjectLocks::Delist(*this);
+}
+} // namespace tev

@@ -8,7 +8,8 @@
 
 /// A recursive lock: the thread that holds it may lock it again, and releases it as many times. Uncontended it costs
 /// one atomic operation each way and no system call, and it never allocates; waiting threads sleep. It is ready before
-/// the first line of a program runs when it is a static object. Not for use between processes.
+/// the first line of a program runs when it is a static object. Not for use between processes: in a child made by fork,
+/// a lock that another thread of the parent had is free, and what it guards may be half changed.
 /// Safe from several threads at once. Destroyed only when no thread holds it.
 class X_CAPABILITY("critical section") TEVTOOLS_API CXCriticalSection
 {
@@ -34,12 +35,15 @@ protected:
 private:
     friend class CXThread;
 
+    /// In a forked child: whether it was held by a thread that exists in the parent only.
+    bool IsLost(std::uint32_t state) const noexcept;
+    bool TryTake() noexcept;
     void WaitForLock();
     /// Releases the lock on behalf of a thread that was terminated while it held it; does nothing when another thread
     /// does.
     void ReleaseForEnded(std::uint64_t threadNumber);
 
-    // Free, held, or held while other threads may be waiting.
+    // Free, held, or held while other threads may be waiting; the upper bits tell since which fork it is held.
     std::atomic<std::uint32_t> m_state{0};
     std::atomic<int> m_lockCount{0};
     std::atomic<std::uint64_t> m_owner{0}; ///< the number of the thread that holds it, 0 for none
@@ -56,6 +60,26 @@ public:
     static constexpr std::uint64_t kWeight = std::uint64_t{1} << 32;
 
     constexpr LibraryLock() noexcept : CXCriticalSection(kWeight) {}
+};
+
+/// The lock of an object that several threads use. A fork waits a little for the threads that hold one, so that the child
+/// finds the object whole. It does not wait for a long operation, such as saving, which changes nothing then.
+class ObjectLock final : public CXCriticalSection
+{
+public:
+    static constexpr std::uint64_t kProgramWeight = 1; ///< a thread may be suspended or killed while it holds it
+
+    explicit ObjectLock(std::uint64_t weight = LibraryLock::kWeight) noexcept;
+    ~ObjectLock() override;
+
+private:
+    friend struct ObjectLocks;
+
+    // In the list of all.
+    ObjectLock* m_previous = nullptr;
+    ObjectLock* m_next = nullptr;
+    std::uint32_t m_process = 0; ///< the fork since which it is in the list
+    bool m_isHeldByFork = false;
 };
 
 /// Holds a lock from its construction to its destruction, as the compiler can check (CXSingleLock decides at run time).

@@ -28,7 +28,9 @@ std::uint64_t tev::IdOfThisThreadsWork() noexcept
 
 bool tev::IsThreadAskedToEnd() noexcept
 {
-    return t_status != nullptr ? t_status->IsAskedToEnd() : IsThreadCancelled(platform::CurrentThreadId());
+    const bool isAsked =
+        t_status != nullptr ? t_status->IsAskedToEnd() : IsThreadCancelled(platform::CurrentThreadId());
+    return isAsked || platform::SharedWork::IsOwnerEnding();
 }
 
 void tev::NoteEndingChange() noexcept

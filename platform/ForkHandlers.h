@@ -6,6 +6,7 @@ namespace tev::platform
 /// ones only. A fork takes them all in this order, so that no other thread is inside one when the child is made.
 enum class ForkRank : unsigned char
 {
+    ObjectLocks, ///< stores and other objects that several threads use
     CrashRegistry,
     LogFile, ///< a program may hold it (LogLock) and call everything else
     SettingsDatabase,

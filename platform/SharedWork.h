@@ -93,9 +93,19 @@ public:
     {
         std::uint32_t helpers = 0;
         for (SharedWork* work = t_current; work != nullptr; work = work->m_outer)
-            helpers += Helpers(work->m_state.fetch_or(kClosed | kEnding));
+            helpers += Helpers(work->m_state.fetch_or(kClosed | kEnding | kOwnerEnding));
         g_endingChanges.fetch_add(1);
         return helpers == 0;
+    }
+    /// Whether the calling thread is to be ended by force, and helpers hold that up.
+    static bool IsOwnerEnding() noexcept
+    {
+        for (const SharedWork* work = t_current; work != nullptr; work = work->m_outer)
+        {
+            if ((work->m_state.load(std::memory_order_relaxed) & kOwnerEnding) != 0)
+                return true;
+        }
+        return false;
     }
     /// The owner ends now, and does not come back to the work. For signal handlers.
     static void AbandonAll() noexcept
@@ -118,10 +128,11 @@ private:
     static constexpr std::uint32_t kClosed = 0x80000000u;
     static constexpr std::uint32_t kEnding = 0x40000000u;
     static constexpr std::uint32_t kOwnerEnded = 0x20000000u;
+    static constexpr std::uint32_t kOwnerEnding = 0x10000000u;
 
     static constexpr std::uint32_t Helpers(std::uint32_t state) noexcept
     {
-        return state & ~(kClosed | kEnding | kOwnerEnded);
+        return state & ~(kClosed | kEnding | kOwnerEnded | kOwnerEnding);
     }
 
     static inline thread_local SharedWork* t_current TEV_NEAR_THREAD_LOCAL = nullptr;

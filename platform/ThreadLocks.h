@@ -1,5 +1,7 @@
 #pragma once
 
+#include "platform/AddressWait.h"
+
 #include <atomic>
 #include <cstdint>
 
@@ -41,14 +43,43 @@ inline void TakeLockWeight(ThreadLocks& mine, std::uint64_t weight) noexcept
     mine.held.store(mine.held.load(std::memory_order_relaxed) - weight, std::memory_order_relaxed);
 }
 
-/// Held around a lock of this room that is not a LibraryLock.
-class HeldLibraryLock
+/// The lock of rooms that know no LibraryLock: a thread is not stopped nor ended either while it holds it, but may be while
+/// it waits. Not recursive.
+class SystemLock
 {
 public:
-    HeldLibraryLock() noexcept { AddLockWeight(t_threadLocks, kLibraryLockWeight); }
-    ~HeldLibraryLock() { TakeLockWeight(t_threadLocks, kLibraryLockWeight); }
-    HeldLibraryLock(const HeldLibraryLock&) = delete;
-    HeldLibraryLock& operator=(const HeldLibraryLock&) = delete;
+    constexpr SystemLock() noexcept = default;
+    SystemLock(const SystemLock&) = delete;
+    SystemLock& operator=(const SystemLock&) = delete;
+
+    // The names that std::lock_guard calls.
+    void lock() noexcept
+    {
+        ThreadLocks& mine = t_threadLocks;
+        AddLockWeight(mine, kLibraryLockWeight);
+        std::uint32_t state = kFree;
+        if (m_state.compare_exchange_strong(state, kHeld, std::memory_order_acquire))
+            return;
+        while (m_state.exchange(kAwaited, std::memory_order_acquire) != kFree)
+        {
+            TakeLockWeight(mine, kLibraryLockWeight);
+            WaitWhile(m_state, kAwaited);
+            AddLockWeight(mine, kLibraryLockWeight);
+        }
+    }
+    void unlock() noexcept
+    {
+        if (m_state.exchange(kFree, std::memory_order_release) == kAwaited)
+            WakeOne(m_state);
+        TakeLockWeight(t_threadLocks, kLibraryLockWeight);
+    }
+
+private:
+    static constexpr std::uint32_t kFree = 0;
+    static constexpr std::uint32_t kHeld = 1;
+    static constexpr std::uint32_t kAwaited = 2;
+
+    std::atomic<std::uint32_t> m_state{kFree};
 };
 
 /// The calling thread's number, assigned on first use.

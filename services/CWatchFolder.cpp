@@ -4,7 +4,7 @@
 #include "platform/Cancellation.h"
 #include "platform/FolderWatch.h"
 #include "platform/PathNames.h"
-#include "platform/Threads.h"
+#include "platform/ThreadLocks.h"
 #include "services/Paths.h"
 #include "text/TextView.h"
 
@@ -89,13 +89,15 @@ bool CWatchFolder::AddRefreshNotification(const CXTString<wchar_t>& folder, bool
     if (index >= 0 && m_watches[static_cast<std::size_t>(index)]->m_watch != nullptr)
         return true;
     auto record = std::make_unique<WatchRecord>(WatchRecord{WithSeparator(folder), watchSubtree, filter, nullptr});
-    if (!record->Start())
-        return false;
-    if (index >= 0)
-        m_watches[static_cast<std::size_t>(index)] = std::move(record);
-    else
-        m_watches.push_back(std::move(record));
-    return true;
+    if (index < 0)
+        m_watches.push_back(nullptr);
+    std::unique_ptr<WatchRecord>& place = index < 0 ? m_watches.back() : m_watches[static_cast<std::size_t>(index)];
+    const bool isStarted = index < 0 ? record->Start() : Restart(*record);
+    if (isStarted)
+        place = std::move(record);
+    else if (index < 0)
+        m_watches.pop_back();
+    return isStarted;
 }
 
 bool CWatchFolder::RemoveRefreshNotification(const CXTString<wchar_t>&)
@@ -126,11 +128,11 @@ void CWatchFolder::RemoveAll()
 
 bool CWatchFolder::CheckRefreshNotification()
 {
+    if (HoldsChanges()) // no destructor would release them
+        return m_refreshLocks.load(std::memory_order_relaxed) == 0;
     tev::platform::PassCancellationPoint();
     if (m_refreshLocks.load(std::memory_order_relaxed) > 0)
         return false;
-    if (HoldsChanges())
-        return true;
     const tev::LockGuard guard(m_lock);
     for (const std::unique_ptr<WatchRecord>& record : m_watches)
     {
@@ -168,7 +170,7 @@ const CWatchFolder::Changes& CWatchFolder::GetChanges()
     if (!HoldsChanges())
     {
         m_lock.Lock();
-        m_holder = tev::platform::CurrentThreadId();
+        m_holder = tev::platform::NumberOfThisThread();
     }
     return m_changes;
 }
@@ -211,7 +213,7 @@ unsigned int CWatchFolder::OnDeviceChange(unsigned int event, unsigned __int64 d
     for (const std::unique_ptr<WatchRecord>& record : m_watches)
     {
         if (event == kVolumeArrived && record->m_watch == nullptr)
-            record->Start();
+            Restart(*record);
     }
     return 1;
 }
@@ -224,13 +226,23 @@ bool CWatchFolder::OnFolderOfVolume(unsigned int event, const wchar_t* folder)
     case kQueryRemove:
         return RemoveRefreshNotification(index, true);
     case kQueryRemoveFailed:
-        return index >= 0 && m_watches[static_cast<std::size_t>(index)]->Start();
+        return index >= 0 && (m_watches[static_cast<std::size_t>(index)]->m_watch != nullptr ||
+                              Restart(*m_watches[static_cast<std::size_t>(index)]));
     case kRemovePending:
     case kRemoveComplete:
         return RemoveRefreshNotification(index, false);
     default:
         return false;
     }
+}
+
+// What changed in the folder while it was not watched is not known.
+bool CWatchFolder::Restart(WatchRecord& record)
+{
+    if (!record.Start())
+        return false;
+    AddChange(record.m_folder, xChangeWholeFolder);
+    return true;
 }
 
 int CWatchFolder::IndexOf(const CXTString<wchar_t>& folder) const
@@ -247,7 +259,7 @@ int CWatchFolder::IndexOf(const CXTString<wchar_t>& folder) const
 
 bool CWatchFolder::HoldsChanges() const noexcept
 {
-    return m_holder.load(std::memory_order_relaxed) == tev::platform::CurrentThreadId();
+    return m_holder.load(std::memory_order_relaxed) == tev::platform::NumberOfThisThread();
 }
 
 void CWatchFolder::RecordEvent(const CXTString<wchar_t>& folder, const FolderEvent& event)

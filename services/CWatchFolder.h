@@ -132,12 +132,13 @@ protected:
 private:
     int IndexOf(const CXTString<wchar_t>& folder) const;
     bool HoldsChanges() const noexcept;
+    bool Restart(tev::WatchRecord& record);
     void Record(const CXTString<wchar_t>& path, FileChange change) X_REQUIRES(m_lock);
     void RecordEvent(const CXTString<wchar_t>& folder, const tev::platform::FolderEvent& event) X_REQUIRES(m_lock);
     bool OnFolderOfVolume(unsigned int event, const wchar_t* folder);
 
-    CXCriticalSection m_lock;
-    CXTString<wchar_t> m_path; // of the change being recorded
+    tev::ObjectLock m_lock{tev::ObjectLock::kProgramWeight}; // a program may hold it for long
+    CXTString<wchar_t> m_path;                               // of the change being recorded
     bool m_driveInsertion = false;
     bool m_driveOption = false;
     std::atomic<int> m_refreshLocks{0};
@@ -145,6 +146,6 @@ private:
     std::vector<std::unique_ptr<tev::WatchRecord>> m_watches; // in the order in which they were added
     Changes m_changes X_GUARDED_BY(m_lock);
     void* m_notifyWindow = nullptr;
-    std::atomic<unsigned __int64> m_holder{0}; // the thread between GetChanges and ReleaseChanges
+    std::atomic<unsigned __int64> m_holder{0}; // the number of the thread between GetChanges and ReleaseChanges
     ChangeList m_list X_GUARDED_BY(m_lock);
 };

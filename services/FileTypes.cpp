@@ -2,7 +2,6 @@
 
 #include "arrays/StringArrays.h"
 #include "base/NeverDestroyed.h"
-#include "maps/CHashTable.h"
 #include "objects/CXException.h"
 #include "objects/HeldOverFork.h"
 #include "services/BuiltInFileTypes.h"
@@ -13,6 +12,8 @@
 #include <atomic>
 #include <iterator>
 #include <new>
+#include <string>
+#include <unordered_set>
 #include <utility>
 
 namespace
@@ -317,7 +318,7 @@ std::vector<Text> FileTypes::ExtensionsOfTypes(unsigned properties, bool allType
 {
     const LockGuard guard(m_lock);
     std::vector<Text> extensions;
-    CHashTable<Text> known;
+    std::unordered_set<std::wstring> known; // which throws without memory instead of leaving an extension out
     for (const CFileExt* type : SelectLocked(properties & xFileKinds))
     {
         if (!HasAll(type->m_properties, properties & ~xFileKinds))
@@ -327,7 +328,7 @@ std::vector<Text> FileTypes::ExtensionsOfTypes(unsigned properties, bool allType
             const Text folded = FoldedExtension(extension);
             const std::vector<unsigned>* classes = m_classes.Find(folded);
             const bool isDefault = classes != nullptr && classes->front() == type->m_class;
-            if ((allTypes || isDefault) && known.Insert(folded) != 0)
+            if ((allTypes || isDefault) && known.emplace(ViewOf(folded)).second)
                 extensions.push_back(extension);
         }
     }

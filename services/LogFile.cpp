@@ -10,6 +10,7 @@
 #include "platform/PathNames.h"
 #include "platform/SealedData.h"
 #include "platform/SystemErrors.h"
+#include "platform/ThreadLocks.h"
 #include "platform/Threads.h"
 #include "services/ApplicationName.h"
 #include "services/OpenLog.h"
@@ -284,6 +285,13 @@ bool IsWanted(const void* format) noexcept
     return format != nullptr && g_isOpen.load(std::memory_order_acquire) && (Level() & (xLogOff | xLogMute)) == 0;
 }
 
+/// Not while the thread holds the log by LogLock: no destructor would release it.
+void EndIfCancelled()
+{
+    if (tev::platform::t_threadLocks.held.load(std::memory_order_relaxed) < tev::platform::kLibraryLockWeight)
+        tev::platform::PassCancellationPoint();
+}
+
 // Messages are formatted before the lock is taken.
 
 void WriteMessage(const wchar_t* format, va_list arguments)
@@ -293,7 +301,7 @@ void WriteMessage(const wchar_t* format, va_list arguments)
     Text message;
     message.FormatV(format, arguments);
     Log::Get().Write(message);
-    tev::platform::PassCancellationPoint();
+    EndIfCancelled();
 }
 
 void WriteMessage(const char* format, va_list arguments)
@@ -303,7 +311,7 @@ void WriteMessage(const char* format, va_list arguments)
     CXTString<char> message;
     message.FormatV(format, arguments);
     Log::Get().Write(Text(message));
-    tev::platform::PassCancellationPoint();
+    EndIfCancelled();
 }
 } // namespace
 

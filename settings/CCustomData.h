@@ -303,7 +303,7 @@ private:
 
     std::unique_ptr<OffsetMap> m_offsets X_GUARDED_BY(m_lock); ///< where each chunk begins; null until the first one
     unsigned int m_legacyMode X_GUARDED_BY(m_lock) = 0;        ///< 1 and 2: from an older layout, kinds are not checked
-    mutable tev::LibraryLock m_lock;
+    mutable tev::ObjectLock m_lock;
     unsigned char* m_buffer X_GUARDED_BY(m_lock) = nullptr;
     unsigned int m_used X_GUARDED_BY(m_lock) = 0;
     unsigned int m_allocated X_GUARDED_BY(m_lock) = 0;

@@ -25,6 +25,7 @@ using Records = std::vector<XPreferenceRecord>;
 constexpr std::size_t kFirstRead = std::size_t(1) << 20;
 constexpr std::size_t kWriteStep = std::size_t(1) << 30;        // a count of the file has 32 bits
 constexpr unsigned __int64 kLargestFile = std::size_t(1) << 30; // what has no length is larger
+constexpr std::size_t kCountSize = 4;                           ///< the number of records, at the start of the file
 constexpr std::size_t kKeysSize = 8;
 constexpr const wchar_t* kDamagedSuffix = L".damaged";
 
@@ -106,8 +107,10 @@ const XPreferenceRecord* FindRecord(const Records& records, unsigned key1, unsig
 class UpdatedFolder
 {
 public:
-    explicit UpdatedFolder(const Text& path) : m_isKnown(Find(path, m_folder)), m_outer(t_innermost)
+    explicit UpdatedFolder(const Text& path) : m_outer(t_innermost)
     {
+        if (!Find(path, m_folder))
+            CXFileException::Throw(fileBadPath, path);
         t_innermost = this;
     }
     ~UpdatedFolder() { t_innermost = m_outer; }
@@ -122,8 +125,7 @@ public:
             return;
         for (const UpdatedFolder* updated = t_innermost; updated != nullptr; updated = updated->m_outer)
         {
-            if (updated->m_isKnown && updated->m_folder.device == folder.device &&
-                updated->m_folder.number == folder.number)
+            if (updated->m_folder.device == folder.device && updated->m_folder.number == folder.number)
                 CXFileException::Throw(fileSharingViolation, path);
         }
     }
@@ -144,7 +146,6 @@ private:
     static thread_local const UpdatedFolder* t_innermost;
 
     FileInformation m_folder;
-    bool m_isKnown;
     const UpdatedFolder* m_outer;
 };
 
@@ -173,7 +174,11 @@ public:
         const std::unique_ptr<unsigned char, StoreFree> bytes(static_cast<unsigned char*>(store.SerializeToData(size)));
         if (bytes == nullptr)
             CXMemoryException::Throw();
-        if (size + m_old.size() > kLargestFile)
+        KeepOthers();
+        unsigned __int64 kept = kCountSize + kKeysSize;
+        for (const XPreferenceRecord& record : m_records)
+            kept += record.m_size;
+        if (size > kLargestFile || kept > kLargestFile - size)
             CXFileException::Throw(fileGeneric, {});
         if (!m_isSound)
         {
@@ -183,7 +188,11 @@ public:
         Write(bytes.get(), static_cast<std::size_t>(size));
     }
 
-    void Remove() { Write(nullptr, 0); }
+    void Remove()
+    {
+        KeepOthers();
+        Write(nullptr, 0);
+    }
 
 private:
     static const Text& Refused(const Text& path)
@@ -192,18 +201,23 @@ private:
         return path;
     }
 
-    void Write(const unsigned char* store, std::size_t size)
+    /// Drops the records that are not copied.
+    void KeepOthers()
     {
         const auto isLeftOut = [this](const XPreferenceRecord& record) {
             return !record.m_isSound || Matches(record, m_key1, m_key2);
         };
         m_records.erase(std::remove_if(m_records.begin(), m_records.end(), isLeftOut), m_records.end());
-        Bytes head(store == nullptr ? 4 : 4 + kKeysSize);
+    }
+
+    void Write(const unsigned char* store, std::size_t size)
+    {
+        Bytes head(store == nullptr ? kCountSize : kCountSize + kKeysSize);
         tev::StoreLittleEndian(head.data(), static_cast<unsigned>(m_records.size() + (store == nullptr ? 0 : 1)));
         if (store != nullptr)
         {
-            tev::StoreLittleEndian(head.data() + 4, m_key1);
-            tev::StoreLittleEndian(head.data() + 8, m_key2);
+            tev::StoreLittleEndian(head.data() + kCountSize, m_key1);
+            tev::StoreLittleEndian(head.data() + kCountSize + 4, m_key2);
         }
         CXFile& file = m_replacement.Begin();
         WriteAll(file, head.data(), head.size());
@@ -247,18 +261,17 @@ bool XUpdatePreferences(const CXTString<wchar_t>& path, unsigned key1, unsigned 
 {
     std::optional<Rewriting> rewriting;
     CCustomData store;
+    std::optional<UpdatedFolder> updated;
     const bool isLoaded = HasFileName(path) && tev::ResultOr(false, [&] {
                               rewriting.emplace(path, key1, key2);
+                              updated.emplace(path);
                               if (rewriting->Present() != nullptr)
                                   store = rewriting->LoadPresent();
                               return rewriting->IsSound() || rewriting->Present() != nullptr;
                           });
     if (!isLoaded)
         return false;
-    {
-        const UpdatedFolder updated(path);
-        change(store);
-    }
+    change(store);
     return tev::ResultOr(false, [&] {
         rewriting->Replace(store);
         return true;

@@ -34,11 +34,11 @@ TEVTOOLS_API bool XRemovePreference(const CXTString<wchar_t>& path, unsigned int
 /// Changes the store of these keys: loads it into a store that only `change` knows, an empty one where the file or the
 /// store is not there, calls `change`, and saves the result as CCustomData::SaveToPrefs does. No other thread or process
 /// saves into the folder meanwhile, so that no change is lost between loading and saving.
-/// False, with the file as it was, where SaveToPrefs returns false, and where the file cannot be read or is damaged and has
-/// no sound store of these keys; `change` is not called where loading failed. What `change` throws is passed on, and leaves
+/// False, with the file as it was but for the last step, where SaveToPrefs returns false, and where the file cannot be read
+/// or is damaged and has no sound store of these keys; `change` is not called where loading failed. What `change` throws is passed on, and leaves
 /// the file as it was.
-/// `change` runs under the lock of the folder, and others wait for at most 10 seconds, so it should be short. Saving into
-/// the same folder, by this function too, is refused to it (false). It must not wait for a store that another thread may be
+/// `change` runs under the lock of the folder, and others wait for at most 10 seconds, so it should be short. Saving
+/// preferences into the same folder, by this function too, is refused to it (false). It must not wait for a store that another thread may be
 /// saving, nor for a thread that may save into the folder: the lock of a store is taken before that of a folder.
 /// Safe from several threads at once.
 TEVTOOLS_API bool XUpdatePreferences(const CXTString<wchar_t>& path, unsigned int key1, unsigned int key2,

@@ -34,6 +34,7 @@ struct tev::SharedThread final : tev::ThreadStatus
     std::atomic<unsigned> endReasons{0};
     std::atomic<const std::atomic<bool>*> stopOfAll{nullptr};
     std::atomic<CXException*> exception{nullptr}; ///< what ended the body
+    std::atomic<bool> isNeverToRun{false};        ///< the object was deleted while the thread waited at its start
 };
 
 /// What the new thread needs; the thread owns it.
@@ -135,6 +136,8 @@ CXThread::~CXThread()
     SetCancelThread(false, id);
     DetachThread(id);
     ReleaseLockOfEnded();
+    if (m_function == nullptr || (m_state.load() & kSuspended) != 0)
+        m_shared->isNeverToRun.store(true);
     {
         const tev::LockGuard guard(m_shared->lock);
         m_shared->object.store(nullptr);
@@ -237,7 +240,7 @@ bool CXThread::StaticThreadCallback(void* body)
 {
     const Body& mine = *static_cast<Body*>(body);
     // The lock may be held by another thread, which holds up the end only.
-    if (mine.shared->object.load() == nullptr)
+    if (mine.shared->isNeverToRun.load())
         return false;
     tev::SetStatusOfThisThread(mine.shared.get());
     const Body::End end(*mine.shared);

@@ -6,6 +6,7 @@
 #include "zip/engine/ZipVolumes.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <limits>
 
 namespace tev
@@ -55,6 +56,7 @@ ZipOutcome ZipArchive::Open(const wchar_t* path, ZipOpenMode mode, CXZipCallback
     const wchar_t* const fullPath = archive->m_path.c_str();
     if (mode == zipCreate)
     {
+        archive->m_isOfNewFile = !FileStamp::Take(fullPath) && errno == ENOENT;
         if (!ZipFileTarget::IsWritable(fullPath))
             return ZipOutcome::OfSystem();
         archive->m_engine = platform::ZipEngine::Create();

@@ -88,6 +88,7 @@ private:
     CXZipCallback* m_callback = nullptr;
     std::wstring m_path; ///< from the root
     std::optional<FileStamp> m_stamp;
+    bool m_isOfNewFile = false; ///< it did not exist when the archive was created
     bool m_isReadOnly = false;
     bool m_isCreated = false;
     ZipOutcome m_spoiledBy; ///< why the archive cannot be saved

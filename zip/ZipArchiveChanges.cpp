@@ -207,7 +207,7 @@ ZipOutcome ZipArchive::Save()
     const platform::ZipEngine::Progress progress = [&](std::uint64_t processed) {
         return action.AdvanceTo(processed) && (processed < total || action.Finish());
     };
-    ZipFileTarget target(m_path.c_str(), m_stamp);
+    ZipFileTarget target(m_path.c_str(), m_stamp, m_isOfNewFile);
     ZipError error;
     if (m_engine->Save(target, progress, error))
         return {};

@@ -154,12 +154,12 @@ bool ZipFileTarget::Commit()
 // Programs that replace files with this library are locked out meanwhile; this finds changes made by other programs.
 bool ZipFileTarget::IsUnchanged()
 {
-    if (!m_expected)
+    if (!m_expected && !m_expectsNone)
         return true;
     const std::optional<FileStamp> now = FileStamp::Take(m_path.c_str());
     if (!now && errno != ENOENT)
         return false;
-    m_isReplacedByOthers = !now || !now->IsSameState(*m_expected);
+    m_isReplacedByOthers = m_expectsNone ? now.has_value() : !now || !now->IsSameState(*m_expected);
     return !m_isReplacedByOthers || Fail(ESTALE);
 }
 

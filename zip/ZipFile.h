@@ -51,8 +51,11 @@ private:
 class ZipFileTarget final : public platform::ZipTarget
 {
 public:
-    /// Without a stamp any existing file is replaced.
-    ZipFileTarget(const wchar_t* path, const std::optional<FileStamp>& expected) : m_path(path), m_expected(expected) {}
+    /// Without a stamp any existing file is replaced, or none may be there where `expectsNone` is set.
+    ZipFileTarget(const wchar_t* path, const std::optional<FileStamp>& expected, bool expectsNone)
+        : m_path(path), m_expected(expected), m_expectsNone(expectsNone)
+    {
+    }
 
     bool Begin() override;
     bool WriteAt(std::uint64_t offset, const void* bytes, std::size_t count) override;
@@ -72,6 +75,7 @@ private:
 
     std::wstring m_path;
     std::optional<FileStamp> m_expected;
+    bool m_expectsNone;
     std::optional<FileReplacement> m_replacement;
     CXFile* m_file = nullptr;
     std::vector<char> m_buffer; ///< to be written at m_bufferStart

@@ -11,7 +11,6 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <mutex>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -25,18 +24,7 @@ constexpr auto kPatienceAtEnd = std::chrono::milliseconds(100); // of a thread t
 constexpr auto kLongestPause = std::chrono::milliseconds(10);
 constexpr int kCommitMs = 10; // how long a change waits for readers, which only a rollback journal has to
 
-std::mutex g_lock;
-
-void Lock()
-{
-    platform::AddLockWeight(platform::t_threadLocks, platform::kLibraryLockWeight);
-    g_lock.lock();
-}
-void Unlock()
-{
-    g_lock.unlock();
-    platform::TakeLockWeight(platform::t_threadLocks, platform::kLibraryLockWeight);
-}
+platform::SystemLock g_settingsLock;
 
 std::vector<SettingsDatabase*>& Databases()
 {
@@ -64,13 +52,13 @@ std::string ImmutableName(const std::string& path)
 
 SettingsLock::SettingsLock()
 {
-    Lock();
+    g_settingsLock.lock();
 }
 
 SettingsLock::~SettingsLock()
 {
     SettingsDatabase::CloseShortLived();
-    Unlock();
+    g_settingsLock.unlock();
 }
 
 bool SettingsPatience::Wait()
@@ -92,10 +80,10 @@ struct SettingsForkCalls
 {
     static void Before()
     {
-        Lock();
+        g_settingsLock.lock();
         SettingsDatabase::CloseAll(SettingsDatabase::Closing::LeaveFiles);
     }
-    static void After() { Unlock(); }
+    static void After() { g_settingsLock.unlock(); }
 };
 
 namespace

@@ -203,12 +203,12 @@ TEST_F(CrashesThread, EachWayEndsAsDocumentedWithOneReport)
 }
 
 /// A start of the program with the folders of another one that has ended.
-void StartAgain(const CrashingProgram& program)
+void StartAgain(const CrashingProgram& program, const std::string& way = "demand")
 {
     const EnvironmentVariable user("TEVTOOLS_USER_DATA", program.Folder().Path("user").string());
     const EnvironmentVariable common("TEVTOOLS_COMMON_DATA", program.Folder().Path("common").string());
     const EnvironmentVariable temporary("TMPDIR", program.Folder().Path("temporary").string());
-    const std::string again = std::string(TEVTOOLS_CRASH_WAYS) + " demand main no-report >/dev/null";
+    const std::string again = std::string(TEVTOOLS_CRASH_WAYS) + " " + way + " main no-report >/dev/null";
     EXPECT_EQ(std::system(again.c_str()), 0);
 }
 
@@ -288,6 +288,15 @@ TEST_F(CrashesThread, NameAndFolderAreThoseOfTheMomentOfTheCrash)
     EXPECT_EQ(byHelper.Wait(), 1);
     EXPECT_THAT(DetailsOf(byHelper, "common/DebugReport.zip", L"Renamed"), HasSubstr("Program: Renamed\n"));
     EXPECT_EQ(byHelper.Names("user"), (std::set<std::string>{"crash.log", "Renamed.dmp", "Renamed.txt"}));
+}
+
+// A program that sets its name after CrashInstall finds what it left under that name.
+TEST_F(CrashesThread, ReportsThatWereLeftUnderALaterNameAreFinished)
+{
+    CrashingProgram program({"renamed", "main", "hang"}, "/no/helper");
+    EXPECT_EQ(program.Wait(), 1);
+    StartAgain(program, "renamed-start");
+    EXPECT_EQ(program.Names("common"), std::set<std::string>{"DebugReport.zip"});
 }
 
 TEST_F(CrashesThread, WithoutFoldersTheReportGoesToTheTemporaryFiles)

@@ -1,6 +1,7 @@
 #include "services/CWatchFolder.h"
 
 #include "platform/PathNames.h"
+#include "tests/support/ForkedChild.h"
 #include "tests/support/TempFolder.h"
 
 #include <gtest/gtest.h>
@@ -450,20 +451,21 @@ TEST_F(CWatchFolderTest, VolumesAreReleasedForRemoval)
     Touch("w/a");
     MakeFolder("w/sub");
     Touch("w/sub/a");
-    EXPECT_EQ(Changes(), "~a");
+    EXPECT_EQ(Changes(), "! ~a") << "what happened meanwhile is not known";
     fs::remove_all(m_folder.Path("w/sub"));
     tell(CWatchFolder::kQueryRemove, CWatchFolder::kDeviceHandle);
     EXPECT_TRUE(Watch(true));
     tell(CWatchFolder::kQueryRemove, CWatchFolder::kDeviceHandle);
     EXPECT_EQ(tell(CWatchFolder::kQueryRemoveFailed, CWatchFolder::kDeviceHandle), 1U);
     Touch("w/b");
-    EXPECT_EQ(Changes(), "+b");
+    EXPECT_EQ(tell(CWatchFolder::kQueryRemoveFailed, CWatchFolder::kDeviceHandle), 1U) << "is watched already";
+    EXPECT_EQ(Changes(), "! +b");
     tell(CWatchFolder::kQueryRemove, CWatchFolder::kDeviceHandle);
     EXPECT_EQ(tell(CWatchFolder::kVolumeArrived, CWatchFolder::kDeviceVolume), 0U) << "not enabled yet";
     m_watcher.EnableDriveInsertionNotification(false, 4);
     EXPECT_EQ(tell(CWatchFolder::kVolumeArrived, CWatchFolder::kDeviceVolume), 1U);
     Touch("w/c");
-    EXPECT_EQ(Changes(), "+c");
+    EXPECT_EQ(Changes(), "! +c");
     EXPECT_EQ(tell(CWatchFolder::kRemovePending, CWatchFolder::kDeviceHandle), 1U);
     EXPECT_FALSE(m_watcher.StopWatching(path.c_str()));
 }
@@ -505,6 +507,20 @@ TEST_F(CWatchFolderTest, WhatIsBeyondTheLimitIsNotHalfWatched)
     if (WEXITSTATUS(status) == kNoLimit)
         GTEST_SKIP() << "this system does not allow setting a limit";
     EXPECT_EQ(WEXITSTATUS(status), 0);
+}
+
+TEST_F(CWatchFolderTest, ChangesThatAreHeldOverAForkAreReleasedInTheChild)
+{
+    m_watcher.AddChange(L"a", CWatchFolder::xChangeAdded);
+    EXPECT_EQ(m_watcher.GetChanges().GetCount(), 1U);
+    EXPECT_EQ(tev::test::ResultInChild([this] {
+                  m_watcher.ReleaseChanges();
+                  unsigned left = 1;
+                  std::thread([&] { left = m_watcher.GetChanges().GetCount(); }).join();
+                  return left == 0 ? 0 : 1;
+              }),
+              0);
+    m_watcher.ReleaseChanges();
 }
 
 TEST_F(CWatchFolderTest, AChildProcessHasEventsOfItsOwn)

@@ -305,8 +305,9 @@ TEST(FileTypeRegistry, ExtensionsAreComparedAlikeInEveryLocale)
     expectAll();
     // In Turkish the C library's small letter of I is another one than i.
     const tev::test::MadeLocale turkish("tr_TR");
-    if (turkish.IsSet())
-        expectAll();
+    if (!turkish.IsSet())
+        GTEST_SKIP() << "this machine cannot make a Turkish locale";
+    expectAll();
 }
 
 TEST(CFileNameSpec, TakesTheClassOfItsExtensionUnlessOneIsGiven)

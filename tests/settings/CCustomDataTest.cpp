@@ -1,7 +1,10 @@
 #include "settings/CCustomData.h"
 
 #include "objects/CXSingleLock.h"
+#include "tests/support/BusyFork.h"
+#include "tests/support/Eventually.h"
 #include "tests/support/FileFailure.h"
+#include "tests/support/ForkedChild.h"
 #include "tests/support/OnThreads.h"
 #include "tests/support/PrintText.h"
 #include "tests/support/StoreBytes.h"
@@ -11,6 +14,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstring>
 #include <functional>
 #include <iterator>
@@ -439,26 +443,83 @@ const Action kActions[] = {
     },
 };
 
+void ActOnce(CCustomData (&stores)[2], std::mt19937& random)
+{
+    const unsigned first = random() % 2;
+    const Action action = kActions[random() % std::size(kActions)];
+    // Stores within stores double at each step.
+    unsigned size = 0;
+    if (stores[first].GetData(size), size > 100000)
+        stores[first].RemoveAll();
+    action(stores[first], stores[1 - first], random() % 8);
+}
+
+bool AreWellFormed(const CCustomData (&stores)[2])
+{
+    CCustomData checked;
+    return Load(checked, SerializedBytes(stores[0])) && Load(checked, SerializedBytes(stores[1]));
+}
+
 TEST(CCustomData, ThreadsUseEveryMemberAtOnce)
 {
     CCustomData stores[2];
     OnThreads(4, [&stores](int seed) {
         std::mt19937 random(static_cast<unsigned>(seed));
         for (int step = 0; step < 5000; ++step)
-        {
-            const unsigned first = random() % 2;
-            const Action action = kActions[random() % std::size(kActions)];
-            // Stores within stores double at each step.
-            unsigned size = 0;
-            if (stores[first].GetData(size), size > 100000)
-                stores[first].RemoveAll();
-            action(stores[first], stores[1 - first], random() % 8);
-        }
+            ActOnce(stores, random);
     });
-    for (const CCustomData& store : stores)
-    {
-        CCustomData checked;
-        EXPECT_TRUE(Load(checked, SerializedBytes(store))) << "still a well-formed list of chunks";
-    }
+    EXPECT_TRUE(AreWellFormed(stores));
+}
+
+TEST(CCustomData, IsWholeInAChildOfABusyProcess)
+{
+    if (kIsSanitized)
+        GTEST_SKIP() << kNoBusyFork;
+    CCustomData stores[2];
+    const auto act = [&stores] {
+        thread_local std::mt19937 random;
+        ActOnce(stores, random);
+        return true;
+    };
+    EXPECT_EQ(ForkWhileBusy(act, [&] { return AreWellFormed(stores) && act() && stores[0].SetInt(1, 2); }), 0);
+}
+
+// A lock that stays with a thread of the parent, as that of a store which is being saved, is free in the child.
+TEST(CCustomData, ALockThatAThreadHoldsForLongIsFreeInAChild)
+{
+    if (kIsSanitized)
+        GTEST_SKIP() << kNoBusyFork;
+    CCustomData store;
+    CXCriticalSection lock;
+    std::atomic<bool> isHeld{false};
+    std::atomic<bool> mayEnd{false};
+    std::thread holder([&] {
+        const tev::LockGuard held(*store.GetThreadLock());
+        const tev::LockGuard alsoHeld(lock);
+        isHeld = true;
+        EXPECT_TRUE(Eventually([&mayEnd] { return mayEnd.load(); }));
+    });
+    EXPECT_TRUE(Eventually([&isHeld] { return isHeld.load(); }));
+    const auto useBoth = [&] {
+        const bool isFree = lock.TryLock();
+        if (isFree)
+            lock.Unlock();
+        return isFree && store.SetInt(1, 2);
+    };
+    EXPECT_EQ(ResultInChild([&useBoth] { return useBoth() && useBoth() ? 0 : 1; }), 0);
+    CXCriticalSection own; // of the thread that forks: it stays its own, for other threads of the child, too
+    own.Lock();
+    EXPECT_EQ(ResultInChild([&own] {
+                  bool isTaken = true;
+                  std::thread([&] { isTaken = own.TryLock(); }).join();
+                  own.Unlock();
+                  std::thread([&] { isTaken = isTaken || !own.TryLock(); }).join();
+                  return isTaken ? 1 : 0;
+              }),
+              0);
+    own.Unlock();
+    EXPECT_FALSE(lock.TryLock()) << "in the parent it is held all the time";
+    mayEnd = true;
+    holder.join();
 }
 } // namespace

@@ -2,10 +2,12 @@
 
 #include "objects/CXCriticalSection.h"
 #include "platform/Threads.h"
+#include "services/CWatchFolder.h"
 #include "services/StartUp.h"
 #include "tests/support/Eventually.h"
 #include "tests/support/ForkedChild.h"
 #include "tests/support/Sanitized.h"
+#include "text/TextEncoding.h"
 #include "threads/ParallelFor.h"
 #include "threads/ThreadRelations.h"
 
@@ -138,6 +140,18 @@ TEST_F(CCustomThreads, WaitingEndsWithTheLastWorker)
     EXPECT_FALSE(CCustomThread::ThreadsMustTerminate());
 }
 
+void ConvertOnce(unsigned codePage)
+{
+    CXTString<wchar_t> text;
+    static_cast<void>(XDecodeText("a", 1, static_cast<xStringEncoding>(codePage), text));
+}
+void WatchOnce()
+{
+    CWatchFolder watch;
+    watch.AddRefreshNotification(L"/etc", true, 0xFF);
+    watch.CheckRefreshNotification();
+}
+
 TEST_F(CCustomThreads, VictimsCannotBlockTheTermination)
 {
     CXCriticalSection lock;
@@ -180,6 +194,22 @@ TEST_F(CCustomThreads, VictimsCannotBlockTheTermination)
              }
          },
          0, true},
+        {"converts text",
+         [](Worker&) {
+             for (;;)
+             {
+                 for (const unsigned codePage :
+                      {1250u, 1251u, 1253u, 1254u, 932u, 936u, 949u, 437u}) // not all kept open
+                     ConvertOnce(codePage);
+             }
+         },
+         0, false},
+        {"watches folders",
+         [](Worker&) {
+             for (;;)
+                 WatchOnce();
+         },
+         0, false},
         {"never leaves the C library",
          [](Worker&) {
              static pthread_spinlock_t taken;
@@ -211,6 +241,9 @@ TEST_F(CCustomThreads, VictimsCannotBlockTheTermination)
         EXPECT_EQ(exitCode, 1u);
         SetCancelThread(false, 1);
         EXPECT_FALSE(CCustomThread::HardThreadsTermination(false)) << "no worker is left";
+        // Locks that the victim could not release would make these wait for ever.
+        ConvertOnce(950);
+        WatchOnce();
     }
     lock.Unlock();
 }

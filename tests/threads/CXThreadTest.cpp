@@ -341,6 +341,17 @@ TEST(CXThread, RunsItsFunctionToTheEndWithoutItsObject)
     EXPECT_TRUE(Eventually([&state] { return state.finished.load(); }));
 }
 
+TEST(CXThread, RunsItsFunctionAlsoWhenItsObjectIsDeletedAtOnce)
+{
+    constexpr unsigned kRounds = 300;
+    static std::atomic<unsigned> ran;
+    ran = 0;
+    const auto count = [](void*) { return ++ran != 0; };
+    for (unsigned i = 0; i < kRounds; ++i)
+        delete CXThread::BeginThread(count, nullptr, xThreadPriorityNormal, kOwned, 0);
+    EXPECT_TRUE(Eventually([] { return ran == kRounds; })) << ran;
+}
+
 TEST(CXThread, RunsItsFunctionOnWhenItsObjectIsDeletedWhileSuspended)
 {
     static std::atomic<unsigned> count;

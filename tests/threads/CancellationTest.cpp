@@ -60,6 +60,13 @@ TEST(Cancellation, EndsABodyThatUsesTheLibraryAndNothingElse)
     };
     const std::pair<const char*, std::function<void()>> works[] = {
         {"log", [] { WriteToLogFile(L"text\n"); }},
+        {"log, with its lock",
+         [] {
+             LogLock(true);
+             WriteToLogFile(L"text\n");
+             LogLock(false);
+             CXThread::SleepCurrentThread(0);
+         }},
         {"text file",
          [&] {
              CStdioFileEx file(true);

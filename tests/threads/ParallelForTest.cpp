@@ -22,6 +22,8 @@
 #include <vector>
 
 #include <pthread.h>
+#include <sched.h>
+#include <signal.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -246,6 +248,48 @@ TEST_F(ThreadLoops, WithoutThreadsOrMemoryTheCallerDoesAllAlone)
                   unsigned done = 0;
                   const bool all = XParallelFor(1000, [&done](unsigned) { ++done; });
                   return all && done == 1000 ? 0 : 1;
+              }),
+              0);
+}
+
+TEST_F(ThreadLoops, HelpersAreAsTheProcessIsWhoeverMadeThem)
+{
+    if (tev::test::kIsSanitized)
+        GTEST_SKIP() << "sanitizers do not follow a fork of several threads";
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only the system's own user may raise a priority";
+    constexpr int kNice = 3;
+    const auto makePool = [] { // in a child, which has no pool yet
+        setpriority(PRIO_PROCESS, 0, kNice + 6);
+        sigset_t all;
+        sigfillset(&all);
+        pthread_sigmask(SIG_BLOCK, &all, nullptr);
+        cpu_set_t first;
+        CPU_ZERO(&first);
+        CPU_SET(0, &first);
+        sched_setaffinity(0, sizeof first, &first);
+        static_cast<void>(IsShared());
+    };
+    EXPECT_EQ(tev::test::ResultInChild([&makePool] {
+                  setpriority(PRIO_PROCESS, 0, kNice);
+                  cpu_set_t whole;
+                  sched_getaffinity(0, sizeof whole, &whole);
+                  std::thread(makePool).join();
+                  const pid_t caller = gettid();
+                  std::atomic<unsigned> wrong{0};
+                  std::atomic<unsigned> helpers{0};
+                  const auto look = [&](unsigned) {
+                      if (gettid() == caller)
+                          return static_cast<void>(Eventually([&helpers] { return helpers != 0; }));
+                      cpu_set_t mine;
+                      sigset_t blocked;
+                      wrong += getpriority(PRIO_PROCESS, 0) != kNice;
+                      wrong += sched_getaffinity(0, sizeof mine, &mine) != 0 || !CPU_EQUAL(&mine, &whole);
+                      wrong +=
+                          pthread_sigmask(SIG_BLOCK, nullptr, &blocked) != 0 || sigismember(&blocked, SIGSEGV) != 0;
+                      ++helpers;
+                  };
+                  return XParallelFor(kWorkers, look) && helpers != 0 && wrong == 0 ? 0 : 1;
               }),
               0);
 }

@@ -43,6 +43,23 @@ TEST(TevZip, ArchivesAreMadeListedChangedAndExtracted)
     EXPECT_EQ(RunTev({"zip", "add", archive, archive, "--level", "10"}).m_exitCode, 2);
 }
 
+TEST(TevZip, ProcessesThatAddToOneNewArchiveLoseNothing)
+{
+    const TempFolder folder;
+    const std::string root = folder.Path().string();
+    std::vector<std::unique_ptr<TevProcess>> processes;
+    constexpr int kFiles = 8;
+    for (int i = 0; i < kFiles; ++i)
+    {
+        folder.WriteFile(std::to_string(i), "x");
+        processes.push_back(std::make_unique<TevProcess>(
+            std::vector<std::string>{"zip", "add", root + "/x.zip", root + "/" + std::to_string(i)}, -1, -1, -1));
+    }
+    for (const auto& process : processes)
+        EXPECT_EQ(process->Wait(), 0);
+    EXPECT_EQ(RunTev({"zip", "test", root + "/x.zip"}).m_output, root + "/x.zip: sound, 8 entries are sound\n");
+}
+
 TEST(TevZip, PasswordsAndDamageAreTold)
 {
     const TempFolder folder;

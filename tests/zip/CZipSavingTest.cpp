@@ -89,6 +89,12 @@ TEST_F(CZipArchive, AFailedSaveLeavesTheOldArchive)
         EXPECT_EQ(m_folder.ReadFile("x.zip"), others);
         m_folder.WriteFile("x.zip", m_bytes);
     }
+    CZip created;
+    ASSERT_TRUE(created.Open(m_folder.WidePath("new.zip").c_str(), zipCreate, false, nullptr));
+    m_folder.WriteFile("new.zip", others);
+    created.Close(false);
+    EXPECT_EQ(created.GetLastFailure(), XZipFailure::kReplaced) << "by one that appeared meanwhile";
+    EXPECT_EQ(m_folder.ReadFile("new.zip"), others);
     EXPECT_FALSE(m_folder.Exists("x.zip.tmp"));
 }
 

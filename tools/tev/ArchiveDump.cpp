@@ -240,7 +240,8 @@ private:
         Print("class " + std::to_string(m_numbers.size()) + " " + JsonString(name) + ", schema " +
               std::to_string(schema));
         const auto described = m_classes.find(name);
-        if (described == m_classes.end() || schema > described->second.m_lastSchema)
+        if (described == m_classes.end() || schema < described->second.m_firstSchema ||
+            schema > described->second.m_lastSchema)
         {
             DumpBytes(m_offset + kNameAt + length);
             throw Failure("", "the fields of class " + JsonString(name) + ", schema " + std::to_string(schema) +
@@ -276,7 +277,9 @@ void DumpScalar(Dumper& dumper, const FieldType& type, const std::string& label)
     dumper.Archive() >> value;
     std::ostringstream text;
     text.precision(sizeof(T) == sizeof(float) ? 9 : 17);
-    if constexpr (sizeof(T) == 1 || std::is_same_v<T, wchar_t>)
+    if constexpr (std::is_same_v<T, char>)
+        text << static_cast<int>(static_cast<signed char>(value)); // also where a char has no sign
+    else if constexpr (sizeof(T) == 1 || std::is_same_v<T, wchar_t>)
         text << static_cast<int>(value);
     else
         text << value;
@@ -351,7 +354,9 @@ ClassDescriptions ExampleClasses()
     {
         Describe(classes, example.m_description);
         const std::string description = example.m_description;
-        classes[description.substr(0, description.find('='))].m_lastSchema = example.m_schema;
+        ClassDescription& described = classes[description.substr(0, description.find('='))];
+        described.m_firstSchema = 1; // 0 is that of another program's class
+        described.m_lastSchema = example.m_schema;
     }
     return classes;
 }

@@ -28,6 +28,7 @@ struct ClassDescription
 {
     std::vector<Field> m_fields;
     unsigned m_lastSchema; ///< objects of later ones are not described
+    unsigned m_firstSchema = 0;
 };
 using ClassDescriptions = std::map<std::string, ClassDescription>;
 

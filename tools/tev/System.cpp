@@ -216,6 +216,8 @@ Replacement::Replacement(const std::string& target) : m_name(target), m_target(S
         m_target = std::filesystem::canonical(m_target);
         if (access(m_target.c_str(), W_OK) != 0)
             ThrowSystemError(target);
+        m_written = std::filesystem::last_write_time(m_target);
+        m_size = std::filesystem::file_size(m_target);
     }
 
     RequireFolderOf(target);
@@ -251,6 +253,14 @@ Replacement::~Replacement()
     if (!m_path.empty())
         unlink(m_path.c_str());
     g_temporaryPath[0] = '\0';
+}
+
+void Replacement::RequireUnchanged() const
+{
+    std::error_code failure;
+    if (std::filesystem::last_write_time(m_target, failure) != m_written ||
+        std::filesystem::file_size(m_target, failure) != m_size)
+        throw Failure(m_name, "has been changed by another program meanwhile");
 }
 
 void Replacement::TakePlace()

@@ -78,12 +78,16 @@ public:
     Replacement& operator=(const Replacement&) = delete;
 
     const std::string& Path() const noexcept { return m_path; }
+    /// Throws where another program has changed the target since the construction: for one that is read, too.
+    void RequireUnchanged() const;
     /// The file must be closed and its bytes on the disk.
     void TakePlace();
 
 private:
     std::string m_name; // as the user gave it
     std::filesystem::path m_target;
+    std::filesystem::file_time_type m_written; // the target, before
+    std::uintmax_t m_size = 0;
     std::string m_path;
 };
 

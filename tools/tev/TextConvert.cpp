@@ -1,6 +1,7 @@
 #include "tools/tev/TextConvert.h"
 
 #include "objects/CXFileException.h"
+#include "services/Paths.h"
 #include "text/TextLoss.h"
 #include "tools/tev/Encodings.h"
 #include "tools/tev/Progress.h"
@@ -133,6 +134,8 @@ Notes ConvertToFile(const ConvertOptions& options)
     Notes notes = ConvertInto(options, [&](std::string_view bytes) { WriteAll(file, bytes); });
     file.Flush();
     file.Close();
+    if (fileIsSameFile(Widen(options.m_in).c_str(), Widen(options.m_out).c_str()))
+        replacement.RequireUnchanged();
     replacement.TakePlace();
     return notes;
 }

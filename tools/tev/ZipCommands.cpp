@@ -146,11 +146,23 @@ void RunExtract(Session& session, const ZipOptions& options)
     });
 }
 
-void RunAdd(Session&, const ZipOptions& options)
+/// Changes the archive, once more each time when another program was faster.
+template <class Change>
+void ChangeArchive(const ZipOptions& options, bool mayBeNew, const Change& change)
 {
-    RequireFolderOf(options.m_archive);
-    const bool exists = fileExists(Widen(options.m_archive).c_str());
-    ZipWork work(options.m_archive, exists ? zipOpenReadWrite : zipCreate);
+    constexpr int kMostAttempts = 100;
+    bool isSaved = false;
+    for (int attempt = 1; !isSaved; ++attempt)
+    {
+        const bool isNew = mayBeNew && !fileExists(Widen(options.m_archive).c_str());
+        ZipWork work(options.m_archive, isNew ? zipCreate : zipOpenReadWrite);
+        change(work);
+        isSaved = work.Save(attempt < kMostAttempts);
+    }
+}
+
+void AddFiles(ZipWork& work, const ZipOptions& options)
+{
     GivePassword(work, options);
     for (const ZipAdding& file : FilesToAdd(options.m_names, options.m_fullPath))
     {
@@ -160,28 +172,33 @@ void RunAdd(Session&, const ZipOptions& options)
                                                    static_cast<ZipCompressionLevel>(options.m_level));
         work.Require(isAdded, file.m_path);
     }
-    work.Save();
+}
+
+void RunAdd(Session&, const ZipOptions& options)
+{
+    RequireFolderOf(options.m_archive);
+    ChangeArchive(options, true, [&options](ZipWork& work) { AddFiles(work, options); });
 }
 
 void RunDelete(Session&, const ZipOptions& options)
 {
-    ZipWork work(options.m_archive, zipOpenReadWrite);
-    CXArray<CXTString<wchar_t>, const CXTString<wchar_t>&> names;
-    for (const unsigned index : work.Find(options.m_names))
-        names.Add(Describe(work, index).GetFileName());
-    work.Require(work.Zip().DeleteFiles(names), options.m_archive);
-    work.Save();
+    ChangeArchive(options, false, [&options](ZipWork& work) {
+        CXArray<CXTString<wchar_t>, const CXTString<wchar_t>&> names;
+        for (const unsigned index : work.Find(options.m_names))
+            names.Add(Describe(work, index).GetFileName());
+        work.Require(work.Zip().DeleteFiles(names), options.m_archive);
+    });
 }
 
 void RunRename(Session&, const ZipOptions& options)
 {
-    ZipWork work(options.m_archive, zipOpenReadWrite);
     CXArray<CXTString<wchar_t>, const CXTString<wchar_t>&> oldNames;
     CXArray<CXTString<wchar_t>, const CXTString<wchar_t>&> newNames;
     oldNames.Add(Widen(options.m_oldName).c_str());
     newNames.Add(Widen(options.m_newName).c_str());
-    work.Require(work.Zip().RenameFiles(oldNames, newNames), options.m_archive + ": " + options.m_oldName);
-    work.Save();
+    ChangeArchive(options, false, [&](ZipWork& work) {
+        work.Require(work.Zip().RenameFiles(oldNames, newNames), options.m_archive + ": " + options.m_oldName);
+    });
 }
 
 /// Builds the commands, which share their arguments.

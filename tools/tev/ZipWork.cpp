@@ -91,11 +91,14 @@ void ZipWork::ExpectBytes(unsigned __int64 total)
     m_progress.emplace(m_name, total, Progress::Beside::kNothing);
 }
 
-void ZipWork::Save()
+bool ZipWork::Save(bool mayBeRepeated)
 {
     m_zip.Close(false);
     m_progress.reset();
+    if (mayBeRepeated && m_zip.GetLastFailure() == XZipFailure::kReplaced)
+        return false;
     Require(m_zip.GetLastFailure() == XZipFailure::kNone, m_name);
+    return true;
 }
 
 void ZipWork::Require(bool done, const std::string& subject) const
@@ -148,8 +151,12 @@ std::vector<ZipAdding> FilesToAdd(const std::vector<std::string>& paths, bool fu
         if (!fs::is_directory(path))
             continue;
         std::vector<fs::path> within;
-        for (const fs::directory_entry& file : fs::recursive_directory_iterator(path))
-            within.push_back(file.path());
+        std::error_code failure;
+        fs::recursive_directory_iterator next(path, failure);
+        for (; !failure && next != fs::recursive_directory_iterator(); next.increment(failure))
+            within.push_back(next->path());
+        if (failure) // of the folder that was to be read next
+            throw Failure(within.empty() ? name : within.back().string(), failure.message());
         std::sort(within.begin(), within.end());
         for (const fs::path& file : within)
             files.push_back({file.string(), (entry / file.lexically_relative(path)).string()});

@@ -26,7 +26,8 @@ public:
     std::vector<unsigned> Find(const std::vector<std::string>& names);
     /// Sets the total number of bytes of the actions that follow.
     void ExpectBytes(unsigned __int64 total);
-    void Save();
+    /// False, with the archive unchanged, where other programs changed it meanwhile and the changes may be made again.
+    bool Save(bool mayBeRepeated);
 
     /// Throws the reason why the archive's last operation failed, as a failure of `subject`, unless `done`.
     void Require(bool done, const std::string& subject) const;

@@ -6,7 +6,7 @@ namespace tev::platform
 {
 namespace
 {
-std::mutex g_systemTextLock;
+SystemLock g_systemTextLock;
 
 void LockSystemText()
 {

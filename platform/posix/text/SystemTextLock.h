@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/Cancellation.h"
+#include "platform/ThreadLocks.h"
 
 #include <mutex>
 
@@ -16,6 +17,6 @@ public:
 
 private:
     const WithoutCancellation m_whole;
-    const std::lock_guard<std::mutex> m_guard;
+    const std::lock_guard<SystemLock> m_guard;
 };
 } // namespace tev::platform

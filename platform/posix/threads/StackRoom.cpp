@@ -9,6 +9,7 @@
 namespace
 {
 constexpr std::uintptr_t kLargestReserve = 0x10000;
+constexpr std::uintptr_t kAssumedRoom = 0x30000; ///< less than any stack on which something recurses deeply
 
 struct Stack
 {
@@ -33,10 +34,18 @@ Stack StackOfThread() noexcept
 bool tev::platform::HasStackRoom() noexcept
 {
     thread_local Stack stack = {}; // costs a system call, for the first thread a file
-    if (stack.m_end == 0)
-        stack = StackOfThread();
+    thread_local bool isKnown = false;
     // Not the address of a variable: a sanitizer may keep these elsewhere.
     const auto here = reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0));
+    if (!isKnown)
+    {
+        const Stack found = StackOfThread();
+        isKnown = found.m_end != 0;
+        if (isKnown)
+            stack = found;
+        else if (here >= stack.m_end) // for the moment: memory or descriptors may be had again
+            stack = {here - kAssumedRoom, here + 1};
+    }
     if (here < stack.m_lowest || here >= stack.m_end)
         return true;
     return here - stack.m_lowest > std::min((stack.m_end - stack.m_lowest) / 4, kLargestReserve);

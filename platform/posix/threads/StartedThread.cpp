@@ -30,12 +30,11 @@ constexpr int kNiceStep = 5;
 thread_local std::uint64_t t_threadId TEV_NEAR_THREAD_LOCAL = 0;
 
 // The threads that run, for OpenThread.
-std::mutex g_runningLock;
+SystemLock g_runningLock;
 StartedThread* g_firstRunning = nullptr;
 
 void Enlist(StartedThread& thread) noexcept
 {
-    const HeldLibraryLock held;
     const std::lock_guard guard(g_runningLock);
     thread.m_next = g_firstRunning;
     if (g_firstRunning != nullptr)
@@ -45,7 +44,6 @@ void Enlist(StartedThread& thread) noexcept
 
 void Delist(StartedThread& thread) noexcept
 {
-    const HeldLibraryLock held;
     const std::lock_guard guard(g_runningLock);
     (thread.m_previous == nullptr ? g_firstRunning : thread.m_previous->m_next) = thread.m_next;
     if (thread.m_next != nullptr)
@@ -54,14 +52,12 @@ void Delist(StartedThread& thread) noexcept
 
 void LockRunning()
 {
-    AddLockWeight(t_threadLocks, kLibraryLockWeight);
     g_runningLock.lock();
 }
 
 void UnlockRunning()
 {
     g_runningLock.unlock();
-    TakeLockWeight(t_threadLocks, kLibraryLockWeight);
 }
 
 // Of the threads that run, the child has the one that forked, under another identifier. The others have ended there, for
@@ -143,11 +139,33 @@ private:
     StartedThread& m_self;
 };
 
+int NiceOfProcess() noexcept
+{
+    return getpriority(PRIO_PROCESS, static_cast<id_t>(getpid()));
+}
+
+/// A new thread has the attributes of the one that started it, and a thread of the library works for others later. A
+/// priority above the present one may be refused by the system.
+void TakeAttributesOfProcess() noexcept
+{
+    cpu_set_t processors;
+    if (sched_getaffinity(getpid(), sizeof processors, &processors) == 0)
+        sched_setaffinity(0, sizeof processors, &processors);
+    setpriority(PRIO_PROCESS, 0, NiceOfProcess());
+    sigset_t faults; // which end the process without a report where they are blocked
+    sigemptyset(&faults);
+    for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGSYS, SIGABRT})
+        sigaddset(&faults, fault);
+    pthread_sigmask(SIG_UNBLOCK, &faults, nullptr);
+}
+
 void* Enter(void* argument)
 {
     auto& self = *static_cast<StartedThread*>(argument);
     const AlternateStack alternateStack;
     AcceptStopsOnThisThread();
+    if (self.m_owner == ThreadOwner::Library)
+        TakeAttributesOfProcess();
     self.m_number = NumberOfThisThread();
     Enlist(self);
     self.m_id.store(static_cast<std::uint32_t>(CurrentThreadId()));
@@ -156,11 +174,6 @@ void* Enter(void* argument)
     const LeaveAtEnd leaving(self);
     RunProcedure(self);
     return nullptr;
-}
-
-int NiceOfProcess() noexcept
-{
-    return getpriority(PRIO_PROCESS, static_cast<id_t>(getpid()));
 }
 } // namespace
 
@@ -216,7 +229,6 @@ StartedThread* StartThread(const ThreadProcedure& procedure, void* argument, std
 
 StartedThread* OpenThread(std::uint64_t id) noexcept
 {
-    const HeldLibraryLock held;
     const std::lock_guard guard(g_runningLock);
     StartedThread* thread = g_firstRunning;
     while (thread != nullptr && (thread->m_id.load() != id || thread->m_owner != ThreadOwner::Program))

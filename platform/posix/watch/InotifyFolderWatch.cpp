@@ -2,6 +2,7 @@
 
 #include "platform/ForkHandlers.h"
 #include "platform/PathNames.h"
+#include "platform/ThreadLocks.h"
 #include "platform/posix/watch/FolderTree.h"
 
 #include <algorithm>
@@ -19,13 +20,13 @@ namespace
 // While events arrive faster than they are handled, a poll must end all the same.
 constexpr int kMostBatches = 8;
 
-std::mutex g_mutex; // of the queue and all trees
+SystemLock g_watchLock; // of the queue and all trees
 
 /// The trees of the process. Whichever watch is polled handles the events of all.
 class WatchedTrees
 {
 public:
-    /// With the mutex held, as all members.
+    /// With the lock held, as all members.
     static WatchedTrees& Get()
     {
         if (s_trees == nullptr)
@@ -62,11 +63,12 @@ void WatchedTrees::StartInChild() noexcept
         s_trees->m_queue.Close();
         s_trees->LoseAll();
     }
-    g_mutex.unlock();
+    g_watchLock.unlock();
 }
 
 const ForkHandler g_forkOfWatches(
-    ForkRank::FolderWatches, [] { g_mutex.lock(); }, [] { g_mutex.unlock(); }, [] { WatchedTrees::StartInChild(); });
+    ForkRank::FolderWatches, [] { g_watchLock.lock(); }, [] { g_watchLock.unlock(); },
+    [] { WatchedTrees::StartInChild(); });
 
 void WatchedTrees::LoseAll() noexcept
 {
@@ -143,12 +145,12 @@ class InotifyFolderWatch final : public FolderWatch
 public:
     InotifyFolderWatch(std::string path, bool withSubfolders, unsigned bits)
     {
-        const std::lock_guard<std::mutex> guard(g_mutex);
+        const std::lock_guard<SystemLock> guard(g_watchLock);
         m_tree = std::make_unique<FolderTree>(WatchedTrees::Get().Queue(), std::move(path), withSubfolders, bits);
     }
     ~InotifyFolderWatch() override
     {
-        const std::lock_guard<std::mutex> guard(g_mutex);
+        const std::lock_guard<SystemLock> guard(g_watchLock);
         WatchedTrees& trees = WatchedTrees::Get();
         trees.Leave(*m_tree);
         m_tree.reset();
@@ -158,7 +160,7 @@ public:
     /// False, with the error in errno, when the folder cannot be watched.
     bool Start()
     {
-        const std::lock_guard<std::mutex> guard(g_mutex);
+        const std::lock_guard<SystemLock> guard(g_watchLock);
         WatchedTrees& trees = WatchedTrees::Get();
         const bool started = trees.Join(*m_tree) && m_tree->Start();
         const int error = errno;
@@ -171,7 +173,7 @@ public:
     {
         std::vector<FolderEvent> events;
         {
-            const std::lock_guard<std::mutex> guard(g_mutex);
+            const std::lock_guard<SystemLock> guard(g_watchLock);
             WatchedTrees& trees = WatchedTrees::Get();
             trees.Pump();
             m_tree->Refresh();
@@ -184,7 +186,7 @@ public:
         }
         catch (...)
         {
-            const std::lock_guard<std::mutex> guard(g_mutex);
+            const std::lock_guard<SystemLock> guard(g_watchLock);
             m_tree->Lose();
             throw;
         }

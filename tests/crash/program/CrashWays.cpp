@@ -376,6 +376,7 @@ const std::map<std::string, void (*)()> kWays = {
              setenv(name, (std::string(std::getenv(name)) + "/later").c_str(), 1);
          WriteNowhere();
      }},
+    {"renamed-start", [] { XSetApplicationName(L"Renamed"); }},
     {"no-folders",
      [] {
          CrashUninstall();
