@@ -1,4 +1,5 @@
-# Installs the library, the public headers in their rooms, the CMake package, the pkg-config file and the tool.
+# Installs the library, the public headers in their rooms, the CMake package, the pkg-config file, the tool and what
+# debuggers load.
 
 include(CMakePackageConfigHelpers)
 
@@ -27,3 +28,24 @@ install(FILES
 file(RELATIVE_PATH pkgconfig_prefix "${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig" "${CMAKE_INSTALL_PREFIX}")
 configure_file(cmake/TevTools.pc.in TevTools.pc @ONLY)
 install(FILES "${CMAKE_CURRENT_BINARY_DIR}/TevTools.pc" DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
+
+# gdb loads the script that lies beside the library and has its name, or the one in a folder of its own for libraries of
+# the system. The script finds the modules relative to itself, so that an installed tree can be moved.
+set(debugger_dir "${CMAKE_INSTALL_DATADIR}/TevTools/debugger")
+install(FILES
+    debugger/tevtools_values.py debugger/tevtools_gdb.py debugger/tevtools_lldb.py debugger/TevTools.natvis
+    DESTINATION "${debugger_dir}")
+if(UNIX AND NOT APPLE)
+    set(autoload_dir "${CMAKE_INSTALL_LIBDIR}")
+    if(CMAKE_INSTALL_PREFIX STREQUAL "/usr")
+        set(autoload_dir "${CMAKE_INSTALL_DATADIR}/gdb/auto-load/usr/${CMAKE_INSTALL_LIBDIR}")
+    endif()
+    file(RELATIVE_PATH gdb_modules "/prefix/${autoload_dir}" "/prefix/${debugger_dir}")
+    configure_file(debugger/autoload.py.in autoload-installed.py @ONLY)
+    install(FILES "${CMAKE_CURRENT_BINARY_DIR}/autoload-installed.py" DESTINATION "${autoload_dir}"
+        RENAME "$<TARGET_FILE_NAME:TevTools>-gdb.py")
+    # For programs of the build tree.
+    set(gdb_modules "${PROJECT_SOURCE_DIR}/debugger")
+    configure_file(debugger/autoload.py.in autoload-built.py @ONLY)
+    file(GENERATE OUTPUT "$<TARGET_FILE:TevTools>-gdb.py" INPUT "${CMAKE_CURRENT_BINARY_DIR}/autoload-built.py")
+endif()

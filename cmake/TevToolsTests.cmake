@@ -149,6 +149,21 @@ if(NOT TEVTOOLS_SANITIZE)
     set_tests_properties(compile.lines PROPERTIES TIMEOUT 600)
 endif()
 
+# Values as gdb and lldb show them. The program is described as far as compilers do it by themselves; lldb needs more of
+# one by clang.
+if(NOT TEVTOOLS_SANITIZE AND UNIX AND NOT APPLE)
+    add_executable(tevtools_debugged tests/debugger/Values.cpp)
+    tevtools_configure(tevtools_debugged)
+    target_link_libraries(tevtools_debugged PRIVATE TevTools)
+    target_compile_options(tevtools_debugged PRIVATE -g -O0 $<$<CXX_COMPILER_ID:Clang>:-fstandalone-debug>)
+    if(TARGET tevtools_tests)
+        add_dependencies(tevtools_tests tevtools_debugged)
+    endif()
+    add_test(NAME debuggers COMMAND Python3::Interpreter "${PROJECT_SOURCE_DIR}/tests/debugger/check-debuggers"
+        "$<TARGET_FILE:tevtools_debugged>" "$<TARGET_FILE_DIR:TevTools>")
+    set_tests_properties(debuggers PROPERTIES TIMEOUT 300 SKIP_RETURN_CODE 77)
+endif()
+
 # Examples get the folder of the sample inputs as argument and run in a folder of their own, with a registry of their
 # own.
 file(GLOB example_sources CONFIGURE_DEPENDS examples/*.cpp)

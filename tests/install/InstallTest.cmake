@@ -39,3 +39,20 @@ endif()
 if(NOT EXISTS "${prefix}/${BINDIR}/tev-crash-helper")
     message(FATAL_ERROR "the helper for crashes is not installed")
 endif()
+
+# gdb finds the script beside the library, and the script its modules.
+find_program(gdb gdb)
+if(gdb)
+    execute_process(COMMAND "${gdb}" -nx -batch -iex "add-auto-load-safe-path ${prefix}/${LIBDIR}"
+        -iex "set env LD_LIBRARY_PATH ${prefix}/${LIBDIR}" -ex "break main" -ex run -ex "info pretty-printer"
+        "${scratch}/with-pkg-config/consumer" OUTPUT_VARIABLE printers ERROR_VARIABLE printers)
+    if(NOT printers MATCHES "CCustomData")
+        message(FATAL_ERROR "gdb does not load the printers: ${printers}")
+    endif()
+endif()
+foreach(file IN ITEMS tevtools_lldb.py TevTools.natvis)
+    file(GLOB found "${prefix}/share/TevTools/debugger/${file}")
+    if(NOT found)
+        message(FATAL_ERROR "${file} is not installed")
+    endif()
+endforeach()
