@@ -2,6 +2,7 @@
 
 find_package(Threads REQUIRED)
 find_package(ZLIB REQUIRED)
+find_package(BZip2 REQUIRED)
 find_package(SQLite3 REQUIRED)
 find_package(PkgConfig REQUIRED)
 # Debian's CMake packages of these two require programs that their -dev packages do not install.
@@ -14,7 +15,7 @@ find_package(OpenSSL 3) # which libzip may be built with
 
 function(tevtools_link_dependencies target)
     target_link_libraries(${target} PUBLIC
-        Threads::Threads ZLIB::ZLIB SQLite::SQLite3 PkgConfig::Zstd PkgConfig::LibZip PkgConfig::Lzma ${OpenMP_CXX_LIBRARIES})
+        Threads::Threads ZLIB::ZLIB BZip2::BZip2 SQLite::SQLite3 PkgConfig::Zstd PkgConfig::LibZip PkgConfig::Lzma ${OpenMP_CXX_LIBRARIES})
     if(TARGET Miniz::Miniz)
         target_link_libraries(${target} PUBLIC Miniz::Miniz)
         target_compile_definitions(${target} PRIVATE TEVTOOLS_MINIZ)

@@ -215,8 +215,8 @@ void CStdioFileEx::SetCodePage(xStringEncoding encoding)
 
 unsigned int CStdioFileEx::SkipLines(unsigned int count, unsigned int origin)
 {
-    if (origin == begin)
-        Seek(0, begin);
+    if (origin == begin && Seek(0, begin) == tev::platform::kNoPosition)
+        return 0; // in a file that does not throw
     CXTString<wchar_t> line;
     unsigned int skipped = 0;
     while (skipped < count && ReadString(line))
@@ -322,9 +322,14 @@ void CStdioFileEx::CheckCarriageReturns()
         return; // and what cannot seek need not go back
     char mark[sizeof(kUtf8Mark)];
     CXStdioFile::Read(mark, m_markSize); // where it is no whole number of characters, they begin behind it
+    const bool seeks = CXFile::GetPosition() != tev::platform::kNoPosition;
     m_carriageReturnMode = LineHoldsReturn(TextEncoding());
-    if (CXStdioFile::Seek(0, begin) == tev::platform::kNoPosition && m_throwOnError)
+    if (CXStdioFile::Seek(0, begin) != tev::platform::kNoPosition)
+        return;
+    if (m_throwOnError)
         CXFileException::ThrowOsError(fileBadSeek, m_path, nullptr);
+    if (seeks)
+        Abort(); // reading would begin behind the lines that were looked at
 }
 
 void CStdioFileEx::SkipMark()

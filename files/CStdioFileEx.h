@@ -47,7 +47,8 @@ public:
 
     /// Sets the encoding of a text without a mark of UTF-16, also to UTF-16 or UTF-32 by name or code-page number; holds for
     /// what is read or written from now on. Ignored when the encoding is xEncodingUtf16 or xEncodingUtf16BE. The code-page
-    /// number 65001 becomes xEncodingUtf8, others stay as they are.
+    /// number 65001 becomes xEncodingUtf8, others stay as they are. A file that does not throw is closed where it cannot
+    /// be read from its start once it has been examined.
     void SetCodePage(xStringEncoding encoding);
     xStringEncoding GetEncoding() const noexcept { return m_encoding; }
     /// Whether the file was found to start with a mark, or a mark was written.
@@ -58,7 +59,7 @@ public:
     unsigned int GetOpenMode() const noexcept { return m_openMode; }
 
     /// Skips `count` lines, from the start of the file (CXFile::begin) or from the current line (any other origin).
-    /// Returns how many there were.
+    /// Returns how many there were; 0 in a file that does not throw and cannot go back to its start.
     unsigned int SkipLines(unsigned int count, unsigned int origin);
     /// Length of the text without its mark: in 16-bit units for UTF-16, else in bytes.
     unsigned __int64 GetCharCount() const;

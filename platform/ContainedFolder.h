@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -63,14 +64,13 @@ public:
 
     /// Creates a folder, and those above it that are missing. True when it is there already.
     [[nodiscard]] virtual bool CreateFolders(std::string_view name) = 0;
-    /// The permissions of a file for which nothing else is known.
-    static constexpr unsigned kDefaultPermissions = 0666;
     /// Creates a file, and the folders above it that are missing, with these of the nine permission bits less those that
     /// the process's umask takes away. An ordinary file of that name that may be written to is replaced in one step when
-    /// the new one is kept; anything else of that name is a failure, and so is a name that is too long behind the
-    /// folder's path for other programs to open it. The file must be destroyed before the folder.
+    /// the new one is kept: that takes over the owner and the group, as far as the system permits it, and, where no
+    /// permissions are given, its nine bits. Anything else of that name is a failure, and so is a name that is too long
+    /// behind the folder's path for other programs to open it. The file must be destroyed before the folder.
     [[nodiscard]] virtual std::unique_ptr<ContainedFile> CreateFile(std::string_view name,
-                                                                    unsigned permissions = kDefaultPermissions) = 0;
+                                                                    std::optional<unsigned> permissions = {}) = 0;
 
     // Removing needs no memory.
 

@@ -92,19 +92,6 @@ FileIdentity IdentityOf(const Text& path)
     return {information.device, information.number};
 }
 
-using Magic = std::array<unsigned char, 4>;
-
-/// The first bytes of a file, and how many there are.
-std::size_t ReadMagic(const Text& path, Magic& magic)
-{
-    const auto read = [&] {
-        const std::shared_ptr<const InputFile> file = InputFile::Open(path);
-        int error = 0;
-        return file != nullptr ? file->ReadAt(0, magic.data(), magic.size(), error) : 0;
-    };
-    return tev::ResultOr(std::size_t{0}, read);
-}
-
 /// The file that a path leads to: its folder and its name there.
 struct Target
 {
@@ -209,39 +196,44 @@ int CMiniZip::OnExtractFile(char const* utf8Path, void* self)
 
 bool CMiniZip::ExtractGZip(const CXTString<wchar_t>& source, const CXTString<wchar_t>& destFile, bool keepFiles)
 {
-    const auto extract = [&](const Text& from, const Text& to) {
-        StartOver();
-        if (!IsGZipFile(from))
-            return Fail(fileExists(from) ? Failure::kNoArchive : Failure::kNotFound);
-        m_keepFiles = keepFiles;
-        return ExtractStream(Stream::kGZip, from, to);
-    };
-    // Copies, because the paths may come from the list that is about to be emptied.
-    return Try([&] { return extract(Text(source), Text(destFile)); },
-               [this](Failure failure) { return Fail(failure); });
+    return ExtractFile(Stream::kGZip, source, destFile, keepFiles);
 }
 
 bool CMiniZip::ExtractZStd(const CXTString<wchar_t>& source, const CXTString<wchar_t>& destFile, bool keepFiles)
 {
+    return ExtractFile(Stream::kZStd, source, destFile, keepFiles);
+}
+
+bool CMiniZip::ExtractZFile(const CXTString<wchar_t>& source, const CXTString<wchar_t>& destFile, bool keepFiles)
+{
+    return ExtractFile(Stream::kNone, source, destFile, keepFiles);
+}
+
+/// kNone wants either of them.
+bool CMiniZip::ExtractFile(Stream wanted, const CXTString<wchar_t>& source, const CXTString<wchar_t>& destFile,
+                           bool keepFiles)
+{
     const auto extract = [&](const Text& from, const Text& to) {
         StartOver();
-        if (!IsZStdFile(from))
-            return Fail(fileExists(from) ? Failure::kNoArchive : Failure::kNotFound);
-        if (!ExtractStream(Stream::kZStd, from, to))
+        Failure failure = Failure::kNone;
+        const Stream stream = StreamOf(from, failure);
+        if (stream == Stream::kNone || (wanted != Stream::kNone && stream != wanted))
+            return Fail(failure != Failure::kNone ? failure : Failure::kNoArchive);
+        if (stream == Stream::kGZip)
+            m_keepFiles = keepFiles;
+        if (!ExtractStream(stream, from, to))
             return false;
         m_keepFiles = keepFiles;
         return true;
     };
     // Copies, because the paths may come from the list that is about to be emptied.
-    return Try([&] { return extract(Text(source), Text(destFile)); },
-               [this](Failure failure) { return Fail(failure); });
-}
-
-bool CMiniZip::ExtractZFile(const CXTString<wchar_t>& source, const CXTString<wchar_t>& destFile, bool keepFiles)
-{
-    if (IsGZipFile(source))
-        return ExtractGZip(source, destFile, keepFiles);
-    return ExtractZStd(source, destFile, keepFiles); // which refuses what is neither
+    const bool isDone =
+        Try([&] { return extract(Text(source), Text(destFile)); }, [this](Failure failure) { return Fail(failure); });
+    if (!isDone) // there is nothing to clean up
+        m_files->Forget();
+    else if (m_keepFiles)
+        m_files->Keep();
+    return isDone;
 }
 
 bool CMiniZip::ExtractStream(Stream stream, const CXTString<wchar_t>& source, const CXTString<wchar_t>& destFile)
@@ -267,7 +259,7 @@ bool CMiniZip::ExtractStream(Stream stream, const CXTString<wchar_t>& source, co
         if (!m_limits.Allows(written, information.size))
             return Fail(Failure::kTooLarge);
         if (!behind.Write(bytes, count))
-            return Fail(Failure::kNotWritable);
+            return Fail(FailureOf(behind.SystemError(), Failure::kNotWritable));
         return ReportProgress(consumed, information.size) || Fail(Failure::kCancelled);
     };
     const bool isGZip = stream == Stream::kGZip;
@@ -282,14 +274,14 @@ bool CMiniZip::ExtractStream(Stream stream, const CXTString<wchar_t>& source, co
         return true;
     }
     if (!behind.Finish())
-        return Fail(Failure::kNotWritable);
+        return Fail(FailureOf(behind.SystemError(), Failure::kNotWritable));
     m_files->Files().push_back({target.m_name, {}});
     m_extractedFiles.Add(destFile);
     if (file->Keep(std::nullopt, m_files->Files().back().m_identity))
         return true;
-    m_files->Forget();
+    const unsigned error = tev::platform::LastSystemError();
     m_extractedFiles.RemoveAll();
-    return Fail(Failure::kNotWritable);
+    return Fail(FailureOf(error, Failure::kNotWritable));
 }
 
 /// Whether what was unpacked is to be kept, with the failure.
@@ -311,18 +303,45 @@ bool CMiniZip::EndStream(tev::platform::UnpackEnding ending, bool isGZip, unsign
     }
 }
 
+CMiniZip::Stream CMiniZip::StreamOf(const CXTString<wchar_t>& path, CXExtractionFailure& failure)
+{
+    using Magic = std::array<unsigned char, 4>;
+    constexpr Magic kLittleEndian = {0x28, 0xB5, 0x2F, 0xFD};
+    constexpr Magic kBigEndian = {0xFD, 0x2F, 0xB5, 0x28}; // accepted deliberately
+    const std::shared_ptr<const InputFile> file = InputFile::Open(path);
+    const unsigned openError = tev::platform::LastSystemError();
+    Magic magic = {};
+    int error = 0;
+    const std::size_t size = file != nullptr ? file->ReadAt(0, magic.data(), magic.size(), error) : 0;
+    if (size >= 2 && magic[0] == 0x1F && magic[1] == 0x8B)
+        return Stream::kGZip;
+    if (size == magic.size() && (magic == kLittleEndian || magic == kBigEndian))
+        return Stream::kZStd;
+    if (file == nullptr)
+        failure = FailureOf(openError, fileExists(path) ? Failure::kNoArchive : Failure::kNotFound);
+    else
+        failure = error != 0 ? FailureOf(tev::platform::SystemErrorFromErrno(error), Failure::kNoArchive)
+                             : Failure::kNoArchive;
+    return Stream::kNone;
+}
+
+bool CMiniZip::IsStream(const CXTString<wchar_t>& path, Stream stream)
+{
+    const auto compare = [&] {
+        Failure ignored = Failure::kNone;
+        return StreamOf(path, ignored) == stream;
+    };
+    return tev::ResultOr(false, compare);
+}
+
 bool CMiniZip::IsGZipFile(const CXTString<wchar_t>& path)
 {
-    Magic magic = {};
-    return ReadMagic(path, magic) >= 2 && magic[0] == 0x1F && magic[1] == 0x8B;
+    return IsStream(path, Stream::kGZip);
 }
 
 bool CMiniZip::IsZStdFile(const CXTString<wchar_t>& path)
 {
-    constexpr Magic kLittleEndian = {0x28, 0xB5, 0x2F, 0xFD};
-    constexpr Magic kBigEndian = {0xFD, 0x2F, 0xB5, 0x28}; // accepted deliberately
-    Magic magic = {};
-    return ReadMagic(path, magic) == magic.size() && (magic == kLittleEndian || magic == kBigEndian);
+    return IsStream(path, Stream::kZStd);
 }
 
 bool CMiniZip::IsZFile(const CXTString<wchar_t>& path)

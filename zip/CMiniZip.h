@@ -93,16 +93,22 @@ protected:
 private:
     enum class Stream
     {
+        kNone,
         kGZip,
         kZStd
     };
 
+    /// What the first bytes say; where it is kNone, `failure` says why.
+    static Stream StreamOf(const CXTString<wchar_t>& path, CXExtractionFailure& failure);
+    static bool IsStream(const CXTString<wchar_t>& path, Stream stream);
     static int OnExtractFile(char const* utf8Path, void* self);
     void StartOver();
     /// False, always.
     bool Fail(CXExtractionFailure failure) noexcept;
     bool ExtractEntries(const CXTString<wchar_t>& zipPath);
     bool StartIn(std::unique_ptr<tev::platform::ContainedFolder> folder);
+    bool ExtractFile(Stream wanted, const CXTString<wchar_t>& source, const CXTString<wchar_t>& destFile,
+                     bool keepFiles);
     bool ExtractStream(Stream stream, const CXTString<wchar_t>& source, const CXTString<wchar_t>& destFile);
     bool EndStream(tev::platform::UnpackEnding ending, bool isGZip, unsigned __int64 written);
     bool ReportProgress(unsigned __int64 processed, unsigned __int64 total);

@@ -101,12 +101,15 @@ bool CZip::Open(const wchar_t* path, ZipOpenMode mode, bool throwOnError, CZipEx
 {
     tev::platform::PassCancellationPoint();
     const auto open = [&] {
-        const bool canOpen = IsClosed() && path != nullptr && *path != L'\0';
-        return canOpen ? ZipArchive::Open(path, mode, callback, m_archive) : Refused(XZipFailure::kInvalidArgument);
+        if (!IsClosed() || path == nullptr || *path == L'\0')
+            return Refused(XZipFailure::kInvalidArgument);
+        CXTString<wchar_t> given(path);
+        const ZipOutcome opened = ZipArchive::Open(path, mode, callback, m_archive);
+        if (opened)
+            m_archivePath = std::move(given);
+        return opened;
     };
-    if (Note(OrNoMemory(open)))
-        m_archivePath = path;
-    else if (throwOnError)
+    if (!Note(OrNoMemory(open)) && throwOnError)
         ThrowFailure();
     return m_failure == XZipFailure::kNone;
 }
@@ -145,7 +148,10 @@ int CZip::GetCount(bool filesOnly) const
 {
     if (IsClosed())
         return 0;
-    return static_cast<int>(filesOnly ? m_archive->CountFiles() : m_archive->Count());
+    unsigned count = m_archive->Count();
+    if (filesOnly && !Attempt([&](const ZipArchive& archive) { return archive.CountFiles(count); }))
+        return 0;
+    return static_cast<int>(count);
 }
 
 bool CZip::GetFileInfo(CZipFileInfo& info, unsigned int index) const
@@ -198,9 +204,13 @@ ZipExtractResult CZip::TestFile(unsigned int index)
 
 bool CZip::AddNewFile(const wchar_t* path, bool fullPath, ZipCompressionLevel level)
 {
-    CPathString name(path);
-    name.TrimRight(L"/\\"); // behind a folder's name
-    return AddNewFile(path, fullPath ? name.GetConstBuffer() : name.GetFileName().GetConstBuffer(), level);
+    return Attempt([&](ZipArchive& archive) {
+        CPathString name(path);
+        name.TrimRight(L"/\\"); // behind a folder's name
+        if (!fullPath)
+            name = name.GetFileName();
+        return archive.Add(path, name, level, {Password(m_password), m_encryption});
+    });
 }
 
 bool CZip::AddNewFile(const wchar_t* path, const wchar_t* nameInArchive, ZipCompressionLevel level)

@@ -57,6 +57,7 @@ public:
 
     // The list of entries. Indexes run from 0; deleting an entry shifts those after it.
 
+    /// With `filesOnly` without folders; then it can fail for lack of memory, and is 0.
     int GetCount(bool filesOnly) const;
     bool GetFileInfo(CZipFileInfo& info, unsigned int index) const;
     /// The first entry of that name, in which '/' and '\' both separate; xZipNoEntry when there is none. With

@@ -22,10 +22,15 @@ void OverwriteText(CXTString<wchar_t>& text) noexcept
 
 Password::Password(const CXTString<wchar_t>& text)
 {
-    CXTString<char> bytes;
-    static_cast<void>(XEncodeText(text.GetConstBuffer(), text.GetLength64(), xEncodingUtf8, bytes)); // never fails
-    m_utf8.assign(bytes.GetConstBuffer(), bytes.GetLength64());
-    Overwrite(const_cast<char*>(bytes.GetConstBuffer()), bytes.GetLength64());
+    struct NarrowCopy
+    {
+        // Also where memory runs out meanwhile.
+        ~NarrowCopy() { Overwrite(const_cast<char*>(m_bytes.GetConstBuffer()), m_bytes.GetLength64()); }
+        CXTString<char> m_bytes;
+    } copy;
+    static_cast<void>(
+        XEncodeText(text.GetConstBuffer(), text.GetLength64(), xEncodingUtf8, copy.m_bytes)); // never fails
+    m_utf8.assign(copy.m_bytes.GetConstBuffer(), copy.m_bytes.GetLength64());
 }
 
 Password& Password::operator=(const Password& other)

@@ -2,6 +2,7 @@
 
 #include "objects/ThreadStatus.h"
 #include "platform/AddressWait.h"
+#include "platform/SystemErrors.h"
 
 #include <algorithm>
 
@@ -27,7 +28,7 @@ WriteBehind::~WriteBehind()
 bool WriteBehind::Write(const void* bytes, std::size_t count)
 {
     if (!m_mayStart)
-        return m_file.Write(bytes, count);
+        return WriteNow(bytes, count);
     for (auto next = static_cast<const unsigned char*>(bytes); count != 0;)
     {
         std::vector<unsigned char>& filling = m_blocks[m_filling].m_bytes;
@@ -90,10 +91,19 @@ void WriteBehind::WriteBlocks()
     }
 }
 
+bool WriteBehind::WriteNow(const void* bytes, std::size_t count)
+{
+    if (m_file.Write(bytes, count))
+        return true;
+    m_systemError.store(platform::LastSystemError());
+    m_hasFailed.store(true);
+    return false;
+}
+
 void WriteBehind::WriteBlock(Block& block)
 {
-    if (!m_hasFailed.load() && !block.m_bytes.empty() && !m_file.Write(block.m_bytes.data(), block.m_bytes.size()))
-        m_hasFailed.store(true);
+    if (!m_hasFailed.load() && !block.m_bytes.empty())
+        static_cast<void>(WriteNow(block.m_bytes.data(), block.m_bytes.size()));
     block.m_bytes.clear();
     m_writing = 1 - m_writing;
     block.m_state.store(kFree);

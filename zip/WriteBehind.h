@@ -34,6 +34,8 @@ public:
     [[nodiscard]] bool Write(const void* bytes, std::size_t count);
     /// Returns when all is written; false when a write failed.
     [[nodiscard]] bool Finish();
+    /// Why the first write failed that did.
+    unsigned SystemError() const noexcept { return m_systemError.load(); }
 
 private:
     enum State : std::uint32_t
@@ -49,6 +51,7 @@ private:
     };
 
     void HandOver();
+    bool WriteNow(const void* bytes, std::size_t count);
     void WriteBlocks();
     void WriteBlock(Block& block);
     void WriteTheRest();
@@ -58,6 +61,7 @@ private:
     std::array<Block, 2> m_blocks;
     std::size_t m_filling = 0;
     std::atomic<bool> m_hasFailed{false};
+    std::atomic<unsigned> m_systemError{0};
     std::size_t m_writing = 0;        ///< the next block to be written; used by the thread that writes
     std::optional<Teamwork> m_writer; ///< there from the first full block on
 };

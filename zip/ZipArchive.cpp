@@ -89,12 +89,13 @@ unsigned ZipArchive::Count() const noexcept
     return static_cast<unsigned>(std::min(m_engine->Count(), kMost));
 }
 
-unsigned ZipArchive::CountFiles() const
+ZipOutcome ZipArchive::CountFiles(unsigned& count) const
 {
     unsigned files = 0;
     for (unsigned index = 0; index < Count(); ++index)
         files += m_engine->Kind(index) != ZipEntryKind::Folder ? 1 : 0;
-    return files;
+    count = files;
+    return {};
 }
 
 ZipOutcome ZipArchive::RequireEntry(unsigned index, ZipEntry& entry) const
@@ -135,21 +136,21 @@ std::wstring ZipArchive::NameFor(unsigned index, const NameRule& rule) const
 
 std::vector<unsigned> ZipArchive::FindEach(std::wstring_view name, const NameRule& rule, bool oneIsEnough)
 {
-    constexpr NameRule kKey = {false, true};
     const std::wstring wanted = ComparableName(name, rule);
-    if (m_byName.empty())
+    auto& known = m_byName[(rule.m_caseSensitive ? 1 : 0) + (rule.m_nameOnly ? 2 : 0)];
+    if (known.empty())
     {
         std::vector<std::pair<std::uint64_t, unsigned>> byName; // of all entries, or none where memory runs out
         byName.reserve(Count());
         for (unsigned index = 0; index < Count(); ++index)
-            byName.emplace_back(HashOf(NameFor(index, kKey)), index);
+            byName.emplace_back(HashOf(NameFor(index, rule)), index);
         std::sort(byName.begin(), byName.end());
-        m_byName.swap(byName);
+        known.swap(byName);
     }
-    const std::uint64_t hash = HashOf(ComparableName(name, kKey));
+    const std::uint64_t hash = HashOf(wanted);
     std::vector<unsigned> found;
-    auto at = std::lower_bound(m_byName.begin(), m_byName.end(), std::make_pair(hash, 0U));
-    for (; at != m_byName.end() && at->first == hash && (found.empty() || !oneIsEnough); ++at)
+    auto at = std::lower_bound(known.begin(), known.end(), std::make_pair(hash, 0U));
+    for (; at != known.end() && at->first == hash && (found.empty() || !oneIsEnough); ++at)
     {
         if (NameFor(at->second, rule) == wanted)
             found.push_back(at->second);

@@ -11,6 +11,7 @@
 #include "zip/ZipTypes.h"
 #include "zip/engine/ZipEngine.h"
 
+#include <array>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -39,7 +40,7 @@ public:
     bool IsReadOnly() const noexcept { return m_isReadOnly; }
 
     unsigned Count() const noexcept;
-    unsigned CountFiles() const;
+    ZipOutcome CountFiles(unsigned& count) const;
     ZipOutcome Describe(unsigned index, CZipFileInfo& info) const;
     /// The first entry of that name, xZipNoEntry if there is none.
     unsigned Find(std::wstring_view name, const NameRule& rule);
@@ -82,7 +83,11 @@ private:
     std::string UnusedName();
     template <class Steps>
     ZipOutcome ChangeAll(Steps&& steps);
-    void ForgetNames() noexcept { m_byName.clear(); }
+    void ForgetNames() noexcept
+    {
+        for (auto& byName : m_byName)
+            byName.clear();
+    }
 
     std::unique_ptr<platform::ZipEngine> m_engine;
     CXZipCallback* m_callback = nullptr;
@@ -93,7 +98,7 @@ private:
     bool m_isCreated = false;
     ZipOutcome m_spoiledBy; ///< why the archive cannot be saved
     std::uint64_t m_extractedBytes = 0;
-    /// The entries by the hash of their names without folders and case; empty until the first search.
-    std::vector<std::pair<std::uint64_t, unsigned>> m_byName;
+    /// The entries by the hash of their names as each rule compares them; empty until the first search by that rule.
+    std::array<std::vector<std::pair<std::uint64_t, unsigned>>, 4> m_byName;
 };
 } // namespace tev

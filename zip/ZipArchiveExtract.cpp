@@ -82,8 +82,8 @@ ZipOutcome ZipArchive::Extract(unsigned index, const Destination& destination, c
     if (!folder->HasSpaceFor(entry.size))
         return ZipOutcome::OfSystem();
     constexpr unsigned kOwnersUse = 0600;
-    const unsigned permissions =
-        entry.permissions ? *entry.permissions | kOwnersUse : ContainedFolder::kDefaultPermissions;
+    const std::optional<unsigned> permissions =
+        entry.permissions ? std::optional(*entry.permissions | kOwnersUse) : std::nullopt;
     const std::unique_ptr<platform::ContainedFile> file = folder->CreateFile(*place, permissions);
     if (file == nullptr)
         return ZipOutcome::OfSystem();

@@ -73,7 +73,8 @@ CXSkipReason ReasonOf(ZipFailure failure)
 }
 } // namespace
 
-/// Decides for each entry whether and where it is written; creates the folders that are entries themselves.
+/// Decides for each entry whether and where it is written; creates the folders that are entries themselves once it is
+/// known that everything fits.
 class ZipExtraction::Plan
 {
 public:
@@ -84,18 +85,35 @@ public:
         const std::uint64_t count = m_all.m_reader.Count();
         for (std::uint64_t index = 0; index < count; ++index)
         {
-            if (index % kPlanReportEvery == 0 && (IsThreadAskedToEnd() || !m_all.m_progress(0, 0)))
+            if (IsCancelled(index))
                 return Failure::kCancelled;
             Decide(index);
-            if (m_failure != Failure::kNone)
-                return m_failure;
         }
-        return m_all.m_folder.HasSpaceFor(m_totalBytes) ? Failure::kNone : Failure::kNotWritable;
+        if (!m_all.m_folder.HasSpaceFor(m_totalBytes))
+            return Failure::kNotWritable;
+        for (std::size_t i = 0; i < m_folders.size() && m_failure == Failure::kNone; ++i)
+        {
+            if (IsCancelled(i))
+                return Failure::kCancelled;
+            CreateFolders(m_folders[i]);
+        }
+        return m_failure;
     }
 
     std::uint64_t TotalBytes() const { return m_totalBytes; }
 
 private:
+    struct Folder
+    {
+        std::uint64_t m_index;
+        std::string m_path;
+    };
+
+    bool IsCancelled(std::uint64_t step)
+    {
+        return step % kPlanReportEvery == 0 && (IsThreadAskedToEnd() || !m_all.m_progress(0, 0));
+    }
+
     void Decide(std::uint64_t index)
     {
         PlainZipEntry& entry = m_entry;
@@ -111,15 +129,15 @@ private:
         if (!Claim(name->m_path, isFolder))
             return Skip(index, CXSkipReason::kNameClash);
         if (isFolder)
-            return CreateFolders(index, name->m_path);
+            return m_folders.push_back({index, name->m_path});
         if (entry.sharesBytes)
             return Skip(index, CXSkipReason::kDamaged);
         // Nothing is ever written beyond the declared size, so that is what counts here.
         CXExtractionLimits left = m_all.m_limits;
         left.m_totalBytes -= m_totalBytes;
-        if (!left.Allows(entry.size, entry.compressedSize))
+        if (entry.isReadable && !left.Allows(entry.size, entry.compressedSize))
             return Skip(index, CXSkipReason::kTooLarge);
-        m_totalBytes += entry.size;
+        m_totalBytes += entry.isReadable ? entry.size : 0; // reading it says why it is not
         File file;
         file.m_index = index;
         file.m_path = name->m_path;
@@ -144,19 +162,20 @@ private:
         return isNew && (isLooselyNew || *m_tellsNamesApart);
     }
 
-    void CreateFolders(std::uint64_t index, const std::string& path)
+    void CreateFolders(const Folder& folder)
     {
-        if (m_all.m_folder.CreateFolders(path))
+        if (m_all.m_folder.CreateFolders(folder.m_path))
             return;
         m_failure = WritingFailureForAll(platform::LastSystemError());
-        if (m_failure == Failure::kNone)
-            Skip(index, CXSkipReason::kNotWritable);
+        if (m_failure == Failure::kNone && m_all.m_reader.GetEntry(folder.m_index, m_entry))
+            Skip(folder.m_index, CXSkipReason::kNotWritable);
     }
 
     ZipExtraction& m_all;
     PlainZipEntry m_entry;
     EntryNames m_names{EntryNames::Compared::Exactly};
     EntryNames m_looseNames{EntryNames::Compared::Loosely};
+    std::vector<Folder> m_folders;
     std::optional<bool> m_tellsNamesApart; ///< the folder; asked when it matters
     std::uint64_t m_totalBytes = 0;
     Failure m_failure = Failure::kNone;
@@ -266,10 +285,7 @@ private:
         const auto write = [&](const void* bytes, std::size_t count, std::uint64_t consumedUntilNow) {
             consumed = consumedUntilNow;
             if (!behind.Write(bytes, count))
-            {
-                End(Failure::kNotWritable);
-                return false;
-            }
+                return EndUnwritten(behind);
             m_processed.fetch_add(count, std::memory_order_relaxed);
             return !HasEnded() && (!isCaller || Report());
         };
@@ -282,10 +298,18 @@ private:
         if (!m_all.m_limits.Allows(file.m_size, consumed))
             return Skip(file, CXSkipReason::kTooLarge);
         if (!behind.Finish())
-            return End(Failure::kNotWritable);
+            return static_cast<void>(EndUnwritten(behind));
         if (!target->Keep(file.m_lastWrite, file.m_identity))
             return EndOrSkipUnwritten(file);
         file.m_state = State::kWritten;
+    }
+
+    /// False, always.
+    bool EndUnwritten(const WriteBehind& behind)
+    {
+        const Failure failure = FailureForAll(behind.SystemError());
+        End(failure == Failure::kNone ? Failure::kNotWritable : failure);
+        return false;
     }
 
     void EndOrSkipUnwritten(File& file)

@@ -52,7 +52,7 @@ private:
         std::uint64_t m_size = 0;
         std::uint64_t m_compressedSize = 0;
         std::optional<std::int64_t> m_lastWrite;
-        unsigned m_permissions = platform::ContainedFolder::kDefaultPermissions;
+        std::optional<unsigned> m_permissions;
         platform::FileIdentity m_identity;
         State m_state = State::kWaiting;
         CXSkipReason m_reason = CXSkipReason::kDamaged;

@@ -85,9 +85,13 @@ bool ZipFileBytes::ReadAt(std::uint64_t offset, void* buffer, std::size_t count,
     if (offset != m_position &&
         !CurrentFileSystem().Seek(m_handle, static_cast<std::int64_t>(offset), platform::SeekOrigin::Begin, m_position))
         return false;
-    if (!CurrentFileSystem().Read(m_handle, buffer, count, delivered))
-        return false;
-    m_position += delivered;
+    // What ends early is read again: only that tells a failure from the end of the file.
+    for (std::size_t got = 1; got != 0 && delivered < count; delivered += got)
+    {
+        if (!CurrentFileSystem().Read(m_handle, static_cast<char*>(buffer) + delivered, count - delivered, got))
+            return false;
+        m_position += got;
+    }
     return true;
 }
 

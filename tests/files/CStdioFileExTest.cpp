@@ -395,6 +395,41 @@ TEST(CStdioFileEx, OpenTellsWhyItFailed)
     EXPECT_TRUE(file.IsFileUnicodeText());
 }
 
+TEST(CStdioFileEx, WhatCannotGoBackToItsStartIsNotReadFromElsewhere)
+{
+    const TempFolder folder;
+    const std::wstring path = folder.WriteFile("text", "one, longer than the buffer\ntwo, longer than it\nsix");
+    tev::test::FailingFileSystem disk;
+    CStdioFileEx file(false);
+    file.SetBufferSize(8);
+    CXTString<wchar_t> line;
+    ASSERT_TRUE(file.Open(path.c_str(), kText, nullptr));
+    ASSERT_TRUE(file.ReadString(line));
+    disk.FailEach("seek", EIO);
+    EXPECT_EQ(file.SkipLines(1, CXFile::begin), 0u);
+    disk.FailEach("", 0);
+    EXPECT_EQ(file.SkipLines(2, CXFile::begin), 2u);
+    ASSERT_TRUE(file.ReadString(line));
+    EXPECT_EQ(line, L"six");
+
+    const std::wstring widePath = folder.WriteFile("wide", std::string("a\0b\0c\0d\0e\0f\0\n\0g\0", 16));
+    unsigned closed = 0;
+    for (unsigned operation = 1; operation <= 12; ++operation)
+    {
+        CStdioFileEx wide(false);
+        wide.SetBufferSize(8);
+        ASSERT_TRUE(wide.Open(widePath.c_str(), kText, nullptr));
+        disk.FailAt(operation, EIO);
+        wide.SetCodePage(static_cast<xStringEncoding>(1200));
+        disk.FailAt(0, 0);
+        if (wide.ReadString(line))
+            EXPECT_EQ(line, L"abcdef") << operation;
+        else
+            ++closed;
+    }
+    EXPECT_GE(closed, 1u);
+}
+
 TEST(CStdioFileEx, AFailureWhileReadingLeavesTheLineEmpty)
 {
     const TempFolder folder;

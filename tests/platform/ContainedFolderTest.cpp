@@ -246,6 +246,26 @@ TEST_P(ContainedFolders, RemovesWithTheDescriptorsThatItHolds)
     EXPECT_EQ(tev::test::ResultInChild([&] { return remove("a/b/c"); }), 0);
 }
 
+TEST_P(ContainedFolders, OthersGetNoMoreThanTheyHad)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "another user's file is needed";
+    m_temp.WriteFile("new/in/file", "root's");
+    ASSERT_EQ(chmod(m_temp.Path("new/in/file").c_str(), 0676), 0);
+    ASSERT_EQ(chmod(m_temp.Path("new/in").c_str(), 0777), 0);
+    const auto replace = [this] {
+        constexpr uid_t kNobody = 65534;
+        if (setegid(kNobody) != 0 || seteuid(kNobody) != 0)
+            return 1;
+        return WriteFile("file");
+    };
+    EXPECT_EQ(tev::test::ResultInChild(replace), 0);
+    struct stat status;
+    ASSERT_EQ(stat(m_temp.Path("new/in/file").c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0666u) << "the group is another one";
+    EXPECT_EQ(m_temp.ReadFile("new/in/file"), "new");
+}
+
 TEST_P(ContainedFolders, AsksTheDisk)
 {
     constexpr std::uint64_t kMiB = 1 << 20;

@@ -140,6 +140,33 @@ TEST_F(ArchiveForms, AesOfBothForms)
     }
 }
 
+TEST_F(ArchiveForms, Bzip2EncryptedByAnotherProgram)
+{
+    std::string text;
+    for (int i = 0; i < 1000; ++i)
+        text += "packed by bzip2\n";
+    fs::copy(fs::path(TEVTOOLS_SOURCE_DIR) / "fuzz/corpus/ExtractZip/bzip2_aes.zip", m_folder.Path("7z.zip"));
+    const std::string archive = m_folder.ReadFile("7z.zip");
+    ExpectInBoth(archive, {{"text", text}, {"noise", Noise(3000)}});
+    std::string changed = archive;
+    changed[archive.find("text", 2000) + 80] ^= 1; // in its data
+    ExpectInBoth(changed, {{"noise", Noise(3000)}});
+}
+
+TEST_F(ArchiveForms, DataThatReachesIntoTheDirectoryIsDamaged)
+{
+    RawEntry last{"last", "12345PK", false, 0x0800, 0, std::string(4, '\0')};
+    last.packed = "12345";
+    for (const unsigned beyond : {1u, 2u, 7u, 8u}) // no further than the name and the extra field are long
+    {
+        last.contents.resize(5);
+        last.contents += std::string("PK\1\2\x14\3\x14\0", 8).substr(0, beyond);
+        last.packedSize = 5 + beyond;
+        ExpectInBoth(RawZip({{"first", "1"}, last}), {{"first", "1"}});
+        EXPECT_THAT(m_skipped, testing::ElementsAre(std::pair(L"last"s, CXSkipReason::kDamaged)));
+    }
+}
+
 TEST_F(ArchiveForms, DirectoriesThatDifferFromTheirEnd)
 {
     const Contents both = {{"a", "first"}, {"b", "second"}};

@@ -148,6 +148,39 @@ TEST(CZip, AChangeThatIsHalfDoneIsNotSaved)
     EXPECT_GT(refused, 0U);
 }
 
+TEST(CZip, LackOfMemoryThrowsNothing)
+{
+    const TempFolder folder;
+    folder.WriteFile("x.zip",
+                     RawZip({{"with a name that takes memory/", ""}, {"with another one that takes memory", "2"}}));
+    const std::wstring path = folder.WidePath("x.zip");
+    const std::wstring file = folder.WriteFile("a file whose name is too long for a text to hold without memory", "1");
+    const auto fails = [](const CZip& zip) {
+        return zip.GetLastFailure() == XZipFailure::kSystem && zip.GetLastSystemError() == 8;
+    };
+    FailEachAllocation([&](FailingAllocations& failing) {
+        CZip zip;
+        bool isOpen = false;
+        int files = -1;
+        bool areCounted = false;
+        bool isAdded = false;
+        EXPECT_TRUE(failing.Run([&] {
+            isOpen = zip.Open(path.c_str(), zipOpenReadWrite, false, nullptr);
+            if (!isOpen)
+                return;
+            files = zip.GetCount(true);
+            areCounted = files == 1 || !fails(zip);
+            isAdded = zip.AddNewFile(file.c_str(), false, zipLevelDefault);
+        }));
+        EXPECT_TRUE(isAdded || fails(zip))
+            << isOpen << areCounted << static_cast<int>(zip.GetLastFailure()) << " " << zip.GetLastSystemError();
+        EXPECT_TRUE(!isOpen || files == (areCounted ? 1 : 0));
+        EXPECT_EQ(zip.IsClosed(), !isOpen);
+        EXPECT_EQ(zip.GetArchivePath(), isOpen ? path.c_str() : L"");
+        zip.Discard();
+    });
+}
+
 /// How often the bytes stand in this process's memory. They are given with every bit inverted, as not to be found there.
 unsigned CopiesInMemory(const std::string& inverted)
 {
@@ -207,6 +240,15 @@ TEST(CZip, PasswordsAreOverwritten)
         zip.SetPassword(password);
         EXPECT_EQ(zip.TestFile(0), zipExtracted);
     }
+    CXTString<wchar_t> text; // longer than what a string has room for in itself
+    for (int i = 0; i < 4; ++i)
+        text += password;
+    const unsigned allocations = FailEachAllocation([&](FailingAllocations& failing) {
+        failing.Run([&] { tev::Password made(text); });
+        EXPECT_EQ(CopiesInMemory(inverted), 0U);
+    });
+    EXPECT_GT(allocations, 1U);
+    tev::OverwriteText(text);
     tev::Overwrite(password, sizeof password);
     EXPECT_EQ(CopiesInMemory(inverted), 0U);
     EXPECT_EQ(CopiesInMemory(invertedWide), 0U);

@@ -4,6 +4,7 @@
 #include "services/FileTypeRegistry.h"
 #include "services/Paths.h"
 #include "tests/support/CZipFixture.h"
+#include "tests/support/FailingAllocations.h"
 #include "tests/support/FileFailure.h"
 #include "tests/support/RawZip.h"
 
@@ -323,6 +324,31 @@ TEST(CZip, RenamingIsDoneAsAWholeOrNotAtAll)
     EXPECT_TRUE(zip.RenameFiles(old, TextsOf({L"c", L"d", L"e"})));
     EXPECT_EQ(NamesOf(zip), L"a|a|c|d|e/");
     zip.Discard();
+}
+
+TEST(CZip, ASearchLooksOnlyAtEntriesOfTheName)
+{
+    const TempFolder folder;
+    std::vector<RawEntry> entries;
+    for (unsigned i = 0; i < 2000; ++i)
+        entries.push_back({"a folder whose name takes memory " + std::to_string(i) + "/Model", ""});
+    CZip zip;
+    ASSERT_TRUE(zip.Open(folder.WriteFile("x.zip", RawZip(entries)).c_str(), zipOpenReadOnly, false, nullptr));
+    for (const bool isCaseSensitive : {false, true})
+    {
+        for (const unsigned wanted : {0u, 1999u})
+        {
+            const std::wstring name = L"a folder whose name takes memory " + std::to_wstring(wanted) + L"/Model";
+            EXPECT_EQ(zip.FindFile(name.c_str(), isCaseSensitive, false), wanted);
+            FailingAllocations few(50); // a comparison takes some
+            few.Run([&] { EXPECT_EQ(zip.FindFile(name.c_str(), isCaseSensitive, false), wanted); });
+            EXPECT_FALSE(few.HasFailed());
+        }
+        EXPECT_EQ(zip.FindFile(L"MODEL", isCaseSensitive, true), isCaseSensitive ? xZipNoEntry : 0u);
+        EXPECT_EQ(zip.FindFile(L"model/", isCaseSensitive, true), isCaseSensitive ? xZipNoEntry : 0u);
+        EXPECT_EQ(zip.FindFile(L"Model", isCaseSensitive, true), 0u);
+        EXPECT_EQ(zip.FindFile(L"Model", isCaseSensitive, false), xZipNoEntry);
+    }
 }
 
 TEST(CZip, NamesThatFloodATableMakeAnArchiveReadOnly)

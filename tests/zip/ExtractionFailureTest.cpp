@@ -1,4 +1,5 @@
 #include "tests/support/FailingAllocations.h"
+#include "tests/support/FailingFileSystem.h"
 #include "tests/support/ForkedChild.h"
 #include "tests/support/MiniZipFixture.h"
 #include "tests/support/NoUnnamedFiles.h"
@@ -12,8 +13,29 @@
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+namespace
+{
+off_t g_badFrom = -1; ///< where reading files fails, with the error
+int g_badError = EIO;
+} // namespace
+
+// In place of the C library's function in this program.
+extern "C" ssize_t pread(int file, void* bytes, std::size_t count, off_t at)
+{
+    if (g_badFrom >= 0 && at >= g_badFrom)
+    {
+        errno = g_badError;
+        return -1;
+    }
+    if (g_badFrom >= 0)
+        count = std::min(count, static_cast<std::size_t>(g_badFrom - at));
+    return syscall(SYS_pread64, file, bytes, count, at);
+}
 
 // What an extraction leaves when memory, descriptors or space run out, or its process is killed.
 
@@ -79,9 +101,7 @@ TEST_F(ExtractionFailure, LackOfMemoryThrowsNothingAndIsNoDamage)
             bool isDone = false;
             EXPECT_TRUE(failing.Run([&] { isDone = zip.ExtractZFile(source, target, true); }));
             EXPECT_EQ(m_folder.ReadFile("target"), isDone ? "new" : "old") << name;
-            // A file whose kind cannot be read for lack of memory is of no kind.
-            EXPECT_TRUE(zip.GetFailure() == (isDone ? Failure::kNone : Failure::kNoMemory) ||
-                        (!isDone && zip.GetFailure() == Failure::kNoArchive));
+            EXPECT_EQ(zip.GetFailure(), isDone ? Failure::kNone : Failure::kNoMemory);
         });
     }
 }
@@ -117,37 +137,184 @@ TEST_F(ExtractionFailure, LackOfDescriptorsEndsTheExtractionAndLeavesNothing)
     if (tev::test::kIsSanitized)
         GTEST_SKIP() << "the sanitizer looks at types of objects through a pipe";
     UseOwnTemporaryFolder();
-    bool hasFailed = false;
-    bool hasSucceeded = false;
-    for (int free = 0; free < 16; ++free)
+    m_folder.WriteFile("text", m_text);
+    Shell("cd " + Path("") + " && gzip -k text && zstd -q text");
+    const std::pair<Text, Text> cases[] = {
+        {m_archive, {}}, {Wide("text.gz"), Wide("tmp/text")}, {Wide("text.zst"), Wide("tmp/text")}};
+    for (const auto& [source, target] : cases)
     {
-        const pid_t process = fork();
-        if (process == 0)
+        bool hasFailed = false;
+        bool hasSucceeded = false;
+        for (int free = 0; free < 16; ++free)
         {
-            const rlimit few = {64, 64};
-            setrlimit(RLIMIT_NOFILE, &few);
-            int last = -1;
-            for (int next = last; (next = open("/dev/null", O_RDONLY)) >= 0;)
-                last = next;
-            for (int i = 0; i < free; ++i)
-                close(last - i);
-            int answer = 0;
+            const pid_t process = fork();
+            if (process == 0)
             {
-                CMiniZip zip;
-                const bool isDone = zip.ExtractZip(m_archive, {}, false);
-                const bool isRight =
-                    isDone ? zip.GetExtractedFiles().GetSize() == 2 : zip.GetFailure() == Failure::kTooManyOpenFiles;
-                answer = !isRight || !zip.GetSkippedEntries().empty() ? 2 : isDone ? 1 : 0;
+                const rlimit few = {64, 64};
+                setrlimit(RLIMIT_NOFILE, &few);
+                int last = -1;
+                for (int next = last; (next = open("/dev/null", O_RDONLY)) >= 0;)
+                    last = next;
+                for (int i = 0; i < free; ++i)
+                    close(last - i);
+                int answer = 0;
+                {
+                    CMiniZip zip;
+                    const bool isZip = target.IsEmpty();
+                    const bool isDone =
+                        isZip ? zip.ExtractZip(source, {}, false) : zip.ExtractZFile(source, target, false);
+                    const bool isRight = isDone ? zip.GetExtractedFiles().GetSize() == (isZip ? 2 : 1)
+                                                : zip.GetFailure() == Failure::kTooManyOpenFiles;
+                    answer = !isRight || !zip.GetSkippedEntries().empty() ? 2 : isDone ? 1 : 0;
+                }
+                _exit(answer);
             }
-            _exit(answer);
+            int status = 0;
+            waitpid(process, &status, 0);
+            ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) < 2) << free;
+            (WEXITSTATUS(status) == 1 ? hasSucceeded : hasFailed) = true;
+            EXPECT_EQ(TemporaryCount(), 0) << free;
         }
-        int status = 0;
-        waitpid(process, &status, 0);
-        ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) < 2) << free;
-        (WEXITSTATUS(status) == 1 ? hasSucceeded : hasFailed) = true;
-        EXPECT_EQ(TemporaryCount(), 0) << free;
+        EXPECT_TRUE(hasFailed && hasSucceeded);
     }
-    EXPECT_TRUE(hasFailed && hasSucceeded);
+}
+
+int CountOpen()
+{
+    return static_cast<int>(std::distance(fs::directory_iterator("/proc/self/fd"), {}));
+}
+
+TEST_F(ExtractionFailure, NothingIsHeldOpenThatNeedsNoCleaningUp)
+{
+    m_folder.WriteFile("text", m_text);
+    Shell("cd " + Path("") + " && gzip -k text && zstd -q text");
+    m_folder.WriteFile("cut.zst", m_folder.ReadFile("text.zst").substr(0, 100));
+    const int before = CountOpen();
+    CMiniZip zip;
+    for (const char* const name : {"text.gz", "text.zst"})
+    {
+        EXPECT_TRUE(zip.ExtractZFile(Wide(name), Wide("out"), false));
+        EXPECT_GT(CountOpen(), before) << "to clean up";
+        EXPECT_TRUE(zip.ExtractZFile(Wide(name), Wide("out"), true));
+        EXPECT_EQ(CountOpen(), before) << name;
+    }
+    EXPECT_FALSE(zip.ExtractZFile(Wide("cut.zst"), Wide("out"), false));
+    EXPECT_EQ(CountOpen(), before);
+    EXPECT_EQ(m_folder.ReadFile("out"), m_text);
+}
+
+TEST_F(ExtractionFailure, AFailureAfterAPartIsNoDamage)
+{
+    const Text archive = WriteZip({{"first", "1"}, {"second", Noise(300'000)}, {"third", Noise(300'000), true}});
+    for (const auto& [error, failure] : {std::pair(EIO, Failure::kNone), std::pair(ENOMEM, Failure::kNoMemory)})
+    {
+        Watched watched;
+        // From when the directory has been read.
+        watched.m_watch = [&, error = error](unsigned __int64, unsigned __int64 total) {
+            g_badFrom = total != 0 ? 100'000 : -1;
+            g_badError = error;
+            return true;
+        };
+        EXPECT_EQ(watched.ExtractZip(archive, Wide("out"), true), failure == Failure::kNone);
+        g_badFrom = -1;
+        EXPECT_EQ(watched.GetFailure(), failure);
+        EXPECT_EQ(Files("out"), (Contents{{"first", "1"}}));
+        using R = CXSkipReason;
+        if (failure == Failure::kNone)
+        {
+            EXPECT_THAT(SkippedBy(watched), testing::ElementsAre(std::pair(std::wstring(L"second"), R::kUnreadable),
+                                                                 std::pair(std::wstring(L"third"), R::kUnreadable)));
+        }
+    }
+    unsigned failures = 0;
+    for (unsigned n = 1;; ++n)
+    {
+        CZip zip;
+        ASSERT_TRUE(zip.Open(archive, zipOpenReadOnly, false, nullptr));
+        FailingFileSystem files;
+        files.LimitTransfer(10'000);
+        files.FailAt(n, EIO);
+        const ZipExtractResult result = zip.TestFile(1);
+        if (files.FailedStep().empty())
+        {
+            EXPECT_EQ(result, zipExtracted);
+            break;
+        }
+        ++failures;
+        EXPECT_EQ(zip.GetLastFailure(), XZipFailure::kSystem) << n;
+    }
+    EXPECT_GT(failures, 30u);
+}
+
+TEST_F(ExtractionFailure, LackOfMemoryWhileWritingIsNoFullDisk)
+{
+    if (!CanForbidUnnamedFiles())
+        GTEST_SKIP() << "the system does not permit to filter its calls";
+    m_folder.WriteFile("noise", Noise(1'200'000));
+    Shell("cd " + Path("") + " && gzip -k noise && zstd -q noise && zip -q noise.zip noise");
+    for (const auto& [error, failure] :
+         {std::pair(ENOMEM, Failure::kNoMemory), std::pair(ENOSPC, Failure::kNotWritable)})
+    {
+        for (const char* const name : {"noise.gz", "noise.zst", "noise.zip"})
+        {
+            for (const unsigned threads : {1u, 2u})
+            {
+                const auto extract = [&, error = error] {
+                    OMPSetMaxThreadCount(threads);
+                    CMiniZip zip;
+                    if (!ForbidCall(SYS_write, static_cast<unsigned>(error)))
+                        return 100;
+                    const bool isDone = std::string(name) == "noise.zip"
+                                            ? zip.ExtractZip(Wide(name), Wide("out"), true)
+                                            : zip.ExtractZFile(Wide(name), Wide("to"), true);
+                    return isDone ? 101 : static_cast<int>(zip.GetFailure());
+                };
+                EXPECT_EQ(ResultInChild(extract), static_cast<int>(failure)) << name << " " << threads;
+            }
+        }
+    }
+}
+
+TEST_F(ExtractionFailure, AReplacedFileLeavesItsPermissionsAndOwner)
+{
+    constexpr uid_t kOther = 1234;
+    m_folder.WriteFile("packed", m_text);
+    Shell("cd " + Path("") + " && gzip -k packed && zstd -q packed");
+    RawEntry ofDos{"target", m_text};
+    ofDos.host = 0;
+    RawEntry ofUnix = ofDos;
+    ofUnix.host = 3;
+    ofUnix.attributes = 0100755u << 16;
+    m_folder.WriteFile("dos.zip", RawZip({ofDos}));
+    m_folder.WriteFile("unix.zip", RawZip({ofUnix}));
+    const mode_t mask = umask(022);
+    for (const bool isSingle : {false, true})
+    {
+        for (const char* const name : {"packed.gz", "packed.zst", "dos.zip", "unix.zip"})
+        {
+            m_folder.WriteFile("target", "old");
+            ASSERT_EQ(chmod(Path("target").c_str(), 04640), 0);
+            const bool isOthers = geteuid() == 0 && chown(Path("target").c_str(), kOther, kOther) == 0;
+            const bool isStream = std::string(name).find(".zip") == std::string::npos;
+            CMiniZip zip;
+            CZip single;
+            bool isDone = false;
+            if (isStream)
+                isDone = zip.ExtractZFile(Wide(name), Wide("target"), true);
+            else if (!isSingle)
+                isDone = zip.ExtractZip(Wide(name), Wide("."), true);
+            else if (single.Open(Wide(name), zipOpenReadOnly, false, nullptr))
+                isDone = single.ExtractFile(0, Wide("."), true, nullptr, false) == zipExtracted;
+            EXPECT_TRUE(isDone) << name;
+            EXPECT_EQ(m_folder.ReadFile("target"), m_text);
+            struct stat status = {};
+            ASSERT_EQ(stat(Path("target").c_str(), &status), 0);
+            EXPECT_EQ(status.st_mode & 07777, std::string(name) == "unix.zip" ? 0755u : 0640u) << name;
+            EXPECT_EQ(status.st_uid, isOthers ? kOther : geteuid()) << name;
+            EXPECT_EQ(status.st_gid, isOthers ? kOther : getegid()) << name;
+        }
+    }
+    umask(mask);
 }
 
 /// Three files, of which the second cannot be read.
@@ -205,7 +372,7 @@ TEST_F(ExtractionFailure, WhatCannotBeReadIsSkippedUnlessNothingElseCan)
 
 TEST_F(ExtractionFailure, MoreThanFitsIsNotBegun)
 {
-    std::vector<RawEntry> entries;
+    std::vector<RawEntry> entries = {{"folder/", ""}, {"folder/inner/", ""}};
     for (int i = 0; i < 20'000; ++i) // 80 TiB, by their headers
     {
         entries.push_back({std::to_string(i), "x", true});
@@ -219,7 +386,24 @@ TEST_F(ExtractionFailure, MoreThanFitsIsNotBegun)
     };
     EXPECT_FALSE(zip.ExtractZip(WriteZip(entries), Wide("out"), true));
     EXPECT_EQ(zip.GetFailure(), Failure::kNotWritable);
-    EXPECT_TRUE(Files("out").empty());
+    EXPECT_TRUE(fs::is_empty(m_folder.Path("out"))) << "no folder either";
+
+    // What cannot be unpacked takes no space.
+    for (std::size_t i = 2; i < entries.size(); ++i)
+    {
+        if (i % 2 == 0)
+            entries[i].method = 77;
+        else
+            entries[i].flags |= 1; // encrypted
+    }
+    entries.push_back({"sound", "x"});
+    zip.m_watch = [](unsigned __int64, unsigned __int64 total) { return total <= 1; };
+    EXPECT_TRUE(zip.ExtractZip(WriteZip(entries), Wide("out"), true));
+    EXPECT_EQ(Files("out"), (Contents{{"sound", "x"}}));
+    EXPECT_TRUE(fs::is_directory(m_folder.Path("out/folder/inner")));
+    ASSERT_EQ(zip.GetSkippedEntries().size(), 20'000u);
+    EXPECT_EQ(zip.GetSkippedEntries()[0].m_reason, CXSkipReason::kUnsupported);
+    EXPECT_EQ(zip.GetSkippedEntries()[1].m_reason, CXSkipReason::kWrongPassword);
 }
 
 TEST_F(ExtractionFailure, AKilledProcessLeavesNoPartOfAFile)

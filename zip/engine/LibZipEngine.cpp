@@ -58,8 +58,9 @@ ZipFailure FailureOf(int code)
 ZipError ErrorOf(const zip_error_t* error, int systemFailure)
 {
     const int code = zip_error_code_zip(error);
-    const bool isOutOfMemory =
-        code == ZIP_ER_MEMORY || (code == ZIP_ER_ZLIB && zip_error_code_system(error) == Z_MEM_ERROR);
+    // Of the key of AES it says no more than that it could not be made.
+    const bool isOutOfMemory = code == ZIP_ER_MEMORY || code == ZIP_ER_INTERNAL ||
+                               (code == ZIP_ER_ZLIB && zip_error_code_system(error) == Z_MEM_ERROR);
     if (systemFailure != 0 && !isOutOfMemory)
         return {ZipFailure::System, SystemErrorFromErrno(systemFailure)};
     if (isOutOfMemory || code == ZIP_ER_OK)
@@ -399,15 +400,16 @@ std::unique_ptr<ZipEngine> ZipEngine::Open(std::unique_ptr<ZipBytes> last, const
         return nullptr;
     isReadOnly = isReadOnly || contents.directory->LastVolume() != 0 || contents.directory->HasPrefix() ||
                  contents.directory->FloodsLibZip();
-    if (!isReadOnly)
+    // libzip has not always a code for lack of memory: only what it refuses twice, it does not read.
+    for (unsigned attempt = 0; attempt < 2 && !isReadOnly; ++attempt)
     {
         auto engine = std::make_unique<LibZipEngine>(contents, BytesForLibZip(contents));
         if (engine->OpenArchive(0, error))
             return engine;
         if (error.failure == ZipFailure::System)
             return nullptr;
-        isReadOnly = true; // libzip refuses what can be read
     }
+    isReadOnly = true;
     return std::make_unique<LibZipEngine>(std::move(contents), nullptr);
 }
 

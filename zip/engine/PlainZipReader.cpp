@@ -3,7 +3,7 @@
 #include "platform/InputFile.h"
 #include "platform/SystemErrors.h"
 #include "zip/engine/MinizBytes.h"
-#include "zip/engine/ZipDirectory.h"
+#include "zip/engine/ZipCompressedBytes.h"
 #include "zip/engine/ZipRecords.h"
 #include "zip/engine/ZipVolumes.h"
 
@@ -73,7 +73,7 @@ public:
         ZipHeader header = m_contents.directory->Header(index);
         entry.name = std::move(header.name);
         entry.kind = header.kind;
-        entry.isEncrypted = header.encryption != ZipEncryption::None;
+        entry.isReadable = IsZipEntryReadable(header, !m_password.IsEmpty());
         entry.sharesBytes = m_contents.directory->SharesBytes(index);
         entry.size = header.size;
         entry.compressedSize = header.compressedSize;
@@ -111,8 +111,11 @@ private:
                              (header.flags & (kZipEncryptedFlag | kZipPatchedFlag)) == 0;
         if (!isPlain)
             return OpenZipEntry(m_contents, index, m_password.Utf8(), error);
+        std::uint64_t position = 0; // miniz does not mind data that reaches into the directory
+        if (!FindZipData(m_contents, header, position, error))
+            return nullptr;
         std::unique_ptr<ZipCompressedBytes> bytes = m_miniz->OpenEntry(index, error);
-        return bytes != nullptr ? UnpackZipEntry(header, std::move(bytes), false) : nullptr;
+        return bytes != nullptr ? UnpackZipEntry(header, std::move(bytes)) : nullptr;
     }
 
     std::shared_ptr<const InputFile> m_file; ///< the last volume of a split archive

@@ -17,7 +17,7 @@ struct PlainZipEntry
 {
     std::string name; ///< untrusted
     ZipEntryKind kind = ZipEntryKind::File;
-    bool isEncrypted = false;
+    bool isReadable = true;   ///< else Read fails, for its method, its encryption or the lack of a password
     bool sharesBytes = false; ///< with another entry
     std::uint64_t size = 0;   ///< as declared, and so the compressed size
     std::uint64_t compressedSize = 0;

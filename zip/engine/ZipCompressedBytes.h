@@ -19,23 +19,23 @@ public:
 
     /// 0 bytes and true: the end.
     [[nodiscard]] virtual bool Read(void* buffer, std::size_t count, std::size_t& delivered, ZipError& error) = 0;
-    /// The bytes of the archive that were read for them where the bytes are unpacked already; else 0.
-    virtual std::uint64_t Consumed() const { return 0; }
 
 protected:
     ZipCompressedBytes() = default;
 };
 
-/// Unpacks what comes from there. `isUnpacked`: it comes unpacked already.
-std::unique_ptr<ZipReader> UnpackZipEntry(const ZipHeader& header, std::unique_ptr<ZipCompressedBytes> source,
-                                          bool isUnpacked);
+/// Unpacks what comes from there.
+std::unique_ptr<ZipReader> UnpackZipEntry(const ZipHeader& header, std::unique_ptr<ZipCompressedBytes> source);
 
-/// Where the data of the entry begins in the archive. Checks the local header.
+/// Where the data of the entry begins in the archive. Fails where the local header is damaged, or the data would not end
+/// before the directory.
 [[nodiscard]] bool FindZipData(const ZipContents& contents, const ZipHeader& header, std::uint64_t& position,
                                ZipError& error);
 
-/// Decrypts an entry by libzip, and unpacks it where `isUnpacked` says so. Null with the error where libzip knows the
-/// encryption or the method not, or the password is missing or wrong.
+/// Whether libzip decrypts it.
+bool IsZipEncryptionKnown(ZipEncryption encryption);
+/// Decrypts an entry by libzip. Null with the error where libzip does not know the encryption, or the password is missing
+/// or wrong.
 std::unique_ptr<ZipCompressedBytes> DecryptZipEntry(ZipBytes& archive, std::uint64_t position, const ZipHeader& header,
-                                                    const std::string& password, bool isUnpacked, ZipError& error);
+                                                    const std::string& password, ZipError& error);
 } // namespace tev::platform

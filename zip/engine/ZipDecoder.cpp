@@ -7,6 +7,7 @@
 #include <cstring>
 #include <limits>
 
+#include <bzlib.h>
 #include <lzma.h>
 #include <zlib.h>
 #include <zstd.h>
@@ -17,6 +18,7 @@ namespace tev::platform
 namespace
 {
 constexpr std::uint16_t kStored = 0;
+constexpr std::uint16_t kBzip2 = 12;
 constexpr std::uint16_t kLzma = 14;
 constexpr std::uint16_t kOldZstd = 20;
 constexpr std::uint16_t kZstd = 93;
@@ -68,6 +70,47 @@ public:
 
 private:
     z_stream m_stream = {};
+    bool m_isReady;
+};
+
+class Bzip2Decoder final : public ZipDecoder
+{
+public:
+    Bzip2Decoder() : m_isReady(BZ2_bzDecompressInit(&m_stream, 0, 0) == BZ_OK) {}
+    ~Bzip2Decoder() override { BZ2_bzDecompressEnd(&m_stream); }
+
+    ZipDecoding Run(ZipStreams& streams) override
+    {
+        if (!m_isReady)
+            return ZipDecoding::NoMemory;
+        constexpr std::size_t kMost = std::numeric_limits<unsigned>::max();
+        const auto in = static_cast<unsigned>(std::min(streams.inLeft, kMost));
+        const auto out = static_cast<unsigned>(std::min(streams.outLeft, kMost));
+        // libbz2 only reads the input.
+        m_stream.next_in = const_cast<char*>(reinterpret_cast<const char*>(streams.in));
+        m_stream.avail_in = in;
+        m_stream.next_out = reinterpret_cast<char*>(streams.out);
+        m_stream.avail_out = out;
+        const int state = BZ2_bzDecompress(&m_stream);
+        streams.in += in - m_stream.avail_in;
+        streams.inLeft -= in - m_stream.avail_in;
+        streams.out += out - m_stream.avail_out;
+        streams.outLeft -= out - m_stream.avail_out;
+        switch (state)
+        {
+        case BZ_OK:
+            return ZipDecoding::Running;
+        case BZ_STREAM_END:
+            return ZipDecoding::AtEnd;
+        case BZ_MEM_ERROR:
+            return ZipDecoding::NoMemory;
+        default:
+            return ZipDecoding::Damaged;
+        }
+    }
+
+private:
+    bz_stream m_stream = {};
     bool m_isReady;
 };
 
@@ -222,7 +265,7 @@ private:
 
 bool IsZipMethodKnown(std::uint16_t method)
 {
-    constexpr std::uint16_t kKnown[] = {kStored, kZipDeflated, kLzma, kOldZstd, kZstd, kXz};
+    constexpr std::uint16_t kKnown[] = {kStored, kZipDeflated, kBzip2, kLzma, kOldZstd, kZstd, kXz};
     return std::find(std::begin(kKnown), std::end(kKnown), method) != std::end(kKnown);
 }
 
@@ -234,6 +277,8 @@ std::unique_ptr<ZipDecoder> MakeZipDecoder(std::uint16_t method, std::uint16_t f
         return std::make_unique<StoredDecoder>();
     case kZipDeflated:
         return std::make_unique<DeflateDecoder>();
+    case kBzip2:
+        return std::make_unique<Bzip2Decoder>();
     case kLzma:
         return std::make_unique<LzmaDecoder>(LzmaDecoder::Form::Lzma, size, (flags & kZipEndMarkedFlag) != 0);
     case kXz:

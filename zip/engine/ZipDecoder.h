@@ -40,7 +40,7 @@ protected:
     ZipDecoder() = default;
 };
 
-/// The methods stored, deflated, LZMA, XZ and Zstandard; null for others and where memory is short. `size` is that of the
+/// The methods stored, deflated, bzip2, LZMA, XZ and Zstandard; null for others and where memory is short. `size` is that of the
 /// contents.
 bool IsZipMethodKnown(std::uint16_t method);
 std::unique_ptr<ZipDecoder> MakeZipDecoder(std::uint16_t method, std::uint16_t flags, std::uint64_t size);

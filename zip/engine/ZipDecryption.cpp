@@ -59,9 +59,11 @@ ZipBuffer ExtraOf(const ZipHeader& header, std::uint16_t method)
 class SingleEntryBytes final : public ZipBytes
 {
 public:
-    SingleEntryBytes(ZipBytes& archive, std::uint64_t position, const ZipHeader& header, std::uint16_t method)
+    SingleEntryBytes(ZipBytes& archive, std::uint64_t position, const ZipHeader& header)
         : m_archive(archive), m_position(position), m_dataSize(header.compressedSize)
     {
+        // Other methods than deflate are told apart from it only where libzip unpacks: without that, it checks nothing.
+        constexpr std::uint16_t method = kZipDeflated;
         const ZipBuffer extra = ExtraOf(header, method);
         constexpr std::uint16_t kMadeOnDos = 45;
         AppendLittleEndian(m_head, kZipHeaderMark);
@@ -110,7 +112,6 @@ public:
             std::size_t got = 0;
             if (!m_archive.ReadAt(m_position + (at - dataAt), next + delivered, wanted, got))
                 return false;
-            m_consumed = std::max(m_consumed, at - dataAt + got);
             delivered += got;
             if (got < wanted)
                 return true;
@@ -119,16 +120,12 @@ public:
         return true;
     }
 
-    /// How far the data was read.
-    std::uint64_t Consumed() const { return m_consumed; }
-
 private:
     ZipBytes& m_archive;
     const std::uint64_t m_position;
     const std::uint64_t m_dataSize;
     ZipBuffer m_head;
     ZipBuffer m_end;
-    std::uint64_t m_consumed = 0;
 };
 
 struct DiscardArchive
@@ -143,10 +140,8 @@ struct CloseFile
 class DecryptedBytes final : public ZipCompressedBytes
 {
 public:
-    DecryptedBytes(ZipBytes& archive, std::uint64_t position, const ZipHeader& header, bool isUnpacked)
-        : DecryptedBytes(
-              std::make_unique<SingleEntryBytes>(archive, position, header, isUnpacked ? header.method : kZipDeflated),
-              isUnpacked)
+    DecryptedBytes(ZipBytes& archive, std::uint64_t position, const ZipHeader& header)
+        : m_source(std::make_unique<SingleEntryBytes>(archive, position, header))
     {
     }
 
@@ -164,10 +159,8 @@ public:
         if (m_archive == nullptr)
             return false;
         static_cast<void>(source.release()); // the archive owns it
-        // Other methods than deflate are told apart from it only where libzip unpacks: without that, it checks nothing.
-        const zip_flags_t flags = m_isUnpacked ? 0 : ZIP_FL_COMPRESSED;
         const char* const secret = password.empty() ? nullptr : password.c_str();
-        m_file.reset(zip_fopen_index_encrypted(m_archive.get(), 0, flags, secret));
+        m_file.reset(zip_fopen_index_encrypted(m_archive.get(), 0, ZIP_FL_COMPRESSED, secret));
         if (m_file == nullptr)
             error = ErrorOf(*zip_get_error(m_archive.get()));
         // The archive around the data is valid: libzip has not always a code for lack of memory.
@@ -185,14 +178,7 @@ public:
         return got >= 0;
     }
 
-    std::uint64_t Consumed() const override { return m_bytes.Consumed(); }
-
 private:
-    DecryptedBytes(std::unique_ptr<SingleEntryBytes> bytes, bool isUnpacked)
-        : m_bytes(*bytes), m_source(std::move(bytes)), m_isUnpacked(isUnpacked)
-    {
-    }
-
     ZipError ErrorOf(const zip_error_t& failure)
     {
         const int systemFailure = m_source.TakeSystemFailure();
@@ -215,20 +201,21 @@ private:
         }
     }
 
-    const SingleEntryBytes& m_bytes; ///< of the source
     ZipArchiveSource m_source;
-    const bool m_isUnpacked;
     std::unique_ptr<zip_t, DiscardArchive> m_archive;
     std::unique_ptr<zip_file_t, CloseFile> m_file; // closed first
 };
 } // namespace
 
-std::unique_ptr<ZipCompressedBytes> DecryptZipEntry(ZipBytes& archive, std::uint64_t position, const ZipHeader& header,
-                                                    const std::string& password, bool isUnpacked, ZipError& error)
+bool IsZipEncryptionKnown(ZipEncryption encryption)
 {
-    // libzip loses memory over what it does not know.
-    if ((isUnpacked && zip_compression_method_supported(header.method, 0) == 0) ||
-        zip_encryption_method_supported(LibZipEncryption(header.encryption), 0) == 0)
+    return zip_encryption_method_supported(LibZipEncryption(encryption), 0) != 0;
+}
+
+std::unique_ptr<ZipCompressedBytes> DecryptZipEntry(ZipBytes& archive, std::uint64_t position, const ZipHeader& header,
+                                                    const std::string& password, ZipError& error)
+{
+    if (!IsZipEncryptionKnown(header.encryption)) // libzip loses memory over what it does not know
     {
         error = {ZipFailure::Unsupported, 0};
         return nullptr;
@@ -238,7 +225,7 @@ std::unique_ptr<ZipCompressedBytes> DecryptZipEntry(ZipBytes& archive, std::uint
         error = {ZipFailure::System, kNotEnoughMemory};
         return nullptr;
     }
-    auto bytes = std::make_unique<DecryptedBytes>(archive, position, header, isUnpacked);
+    auto bytes = std::make_unique<DecryptedBytes>(archive, position, header);
     if (!bytes->Open(password, error))
         return nullptr;
     return bytes;

@@ -136,6 +136,8 @@ struct ZipContents
 /// contents must outlive the reader.
 std::unique_ptr<ZipReader> OpenZipEntry(const ZipContents& contents, std::uint64_t index, const std::string& password,
                                         ZipError& error);
+/// Whether OpenZipEntry could succeed, as far as the directory and having any password tell.
+bool IsZipEntryReadable(const ZipHeader& header, bool hasPassword);
 /// The times that only the local header has.
 [[nodiscard]] bool ReadLocalTimes(const ZipContents& contents, const ZipHeader& header, ZipTimes& times,
                                   ZipError& error);

@@ -82,10 +82,9 @@ private:
 class EntryReader final : public ZipReader
 {
 public:
-    EntryReader(const ZipHeader& header, std::unique_ptr<ZipCompressedBytes> source, bool isUnpacked)
+    EntryReader(const ZipHeader& header, std::unique_ptr<ZipCompressedBytes> source)
         : m_source(std::move(source)),
-          m_decoder(MakeZipDecoder(isUnpacked ? 0 : header.method, header.flags, header.size)),
-          m_isUnpacked(isUnpacked),
+          m_decoder(MakeZipDecoder(header.method, header.flags, header.size)),
           m_encryption(header.encryption),
           m_expected(header.checksum),
           m_left(header.size),
@@ -114,7 +113,7 @@ public:
         return m_left != 0 || m_isChecked || Check(error);
     }
 
-    std::uint64_t Consumed() const override { return m_isUnpacked ? m_source->Consumed() : m_read - m_streams.inLeft; }
+    std::uint64_t Consumed() const override { return m_read - m_streams.inLeft; }
 
 private:
     bool Fail(ZipError& error, ZipFailure failure) const
@@ -192,7 +191,6 @@ private:
 
     const std::unique_ptr<ZipCompressedBytes> m_source;
     const std::unique_ptr<ZipDecoder> m_decoder;
-    const bool m_isUnpacked;
     const ZipEncryption m_encryption;
     const std::optional<std::uint32_t> m_expected;
     std::uint64_t m_left;
@@ -227,10 +225,16 @@ bool ReadLocalTimes(const ZipContents& contents, const ZipHeader& header, ZipTim
     return true;
 }
 
-std::unique_ptr<ZipReader> UnpackZipEntry(const ZipHeader& header, std::unique_ptr<ZipCompressedBytes> source,
-                                          bool isUnpacked)
+std::unique_ptr<ZipReader> UnpackZipEntry(const ZipHeader& header, std::unique_ptr<ZipCompressedBytes> source)
 {
-    return std::make_unique<EntryReader>(header, std::move(source), isUnpacked);
+    return std::make_unique<EntryReader>(header, std::move(source));
+}
+
+bool IsZipEntryReadable(const ZipHeader& header, bool hasPassword)
+{
+    const bool isEncrypted = header.encryption != ZipEncryption::None;
+    return header.isSound && IsZipMethodKnown(header.method) && (header.flags & kZipPatchedFlag) == 0 &&
+           (!isEncrypted || (hasPassword && IsZipEncryptionKnown(header.encryption)));
 }
 
 std::unique_ptr<ZipReader> OpenZipEntry(const ZipContents& contents, std::uint64_t index, const std::string& password,
@@ -240,17 +244,17 @@ std::unique_ptr<ZipReader> OpenZipEntry(const ZipContents& contents, std::uint64
     std::uint64_t position = 0;
     if (!FindZipData(contents, header, position, error))
         return nullptr;
-    if (contents.directory->SharesBytes(index) || (header.flags & kZipPatchedFlag) != 0)
+    const bool sharesBytes = contents.directory->SharesBytes(index);
+    if (sharesBytes || (header.flags & kZipPatchedFlag) != 0 || !IsZipMethodKnown(header.method))
     {
-        Fail(error, contents.directory->SharesBytes(index) ? ZipFailure::Damaged : ZipFailure::Unsupported);
+        Fail(error, sharesBytes ? ZipFailure::Damaged : ZipFailure::Unsupported);
         return nullptr;
     }
-    const bool isKnown = IsZipMethodKnown(header.method);
     std::unique_ptr<ZipCompressedBytes> source;
-    if (isKnown && header.encryption == ZipEncryption::None)
+    if (header.encryption == ZipEncryption::None)
         source = std::make_unique<ArchivedBytes>(*contents.bytes, position, header.compressedSize);
     else
-        source = DecryptZipEntry(*contents.bytes, position, header, password, !isKnown, error);
-    return source != nullptr ? UnpackZipEntry(header, std::move(source), !isKnown) : nullptr;
+        source = DecryptZipEntry(*contents.bytes, position, header, password, error);
+    return source != nullptr ? UnpackZipEntry(header, std::move(source)) : nullptr;
 }
 } // namespace tev::platform

@@ -126,7 +126,7 @@ public:
         return folder.Get() >= 0;
     }
 
-    std::unique_ptr<ContainedFile> CreateFile(std::string_view name, unsigned permissions) override
+    std::unique_ptr<ContainedFile> CreateFile(std::string_view name, std::optional<unsigned> permissions) override
     {
         if (!IsContainedName(name) || name.size() > m_longestName)
         {

@@ -40,7 +40,7 @@ std::string_view FolderOf(std::string_view name)
     return name.substr(0, name.rfind('/') + 1);
 }
 
-int OpenFolderOf(const SystemPath& path)
+int OpenFolderAbove(const SystemPath& path)
 {
     const WithoutCancellation whole;
     const std::string_view folder = FolderOf(path.Get());
@@ -60,13 +60,15 @@ bool IsUnsupported(int error)
 
 bool GiveTo(int descriptor, const struct stat& model)
 {
-    struct stat status;
-    if (fstat(descriptor, &status) != 0)
+    GivenOwner given = GivenOwner::Neither;
+    if (!GiveOwner(descriptor, model, given))
         return false;
-    const bool isGiven = (status.st_uid == model.st_uid && status.st_gid == model.st_gid) ||
-                         fchown(descriptor, model.st_uid, model.st_gid) == 0 || status.st_gid == model.st_gid ||
-                         fchown(descriptor, static_cast<uid_t>(-1), model.st_gid) == 0;
-    return isGiven && fchmod(descriptor, model.st_mode & kPermissions) == 0;
+    if (given == GivenOwner::Neither)
+        return Fail(EPERM);
+    mode_t mode = model.st_mode & kPermissions;
+    if (given == GivenOwner::Group)
+        mode &= ~mode_t{S_ISUID}; // which would be another user's
+    return fchmod(descriptor, mode) == 0;
 }
 
 /// Finds the file to replace, if there is one. False when it may not be replaced.
@@ -110,7 +112,7 @@ bool FollowLinks(const wchar_t* path, std::wstring& target)
 int OpenFolderOf(const wchar_t* path)
 {
     const SystemPath name(path);
-    return name.IsValid() ? OpenFolderOf(name) : -1;
+    return name.IsValid() ? OpenFolderAbove(name) : -1;
 }
 
 int LockFolderOf(const wchar_t* path, unsigned timeoutMs)
@@ -175,7 +177,7 @@ int CreateTemporaryLike(const wchar_t* model, std::wstring& path, bool& isNamed)
     bool hasModel = false;
     if (!modelName.IsValid() || !FindModel(modelName.Get(), status, hasModel))
         return -1;
-    const OwnedDescriptor folder(OpenFolderOf(modelName));
+    const OwnedDescriptor folder(OpenFolderAbove(modelName));
     if (folder.Get() < 0)
         return -1;
     std::string name;

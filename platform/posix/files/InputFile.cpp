@@ -38,8 +38,12 @@ public:
             return got;
         };
         std::size_t delivered = 0;
-        if (!ReadFully(readOnce, bytes, count, delivered))
-            error = errno;
+        // What ends early is read again: only that tells a failure from the end of the file.
+        for (std::size_t got = 1; got != 0 && delivered < count; delivered += got)
+        {
+            if (!ReadFully(readOnce, static_cast<char*>(bytes) + delivered, count - delivered, got))
+                error = errno;
+        }
         return delivered;
     }
 

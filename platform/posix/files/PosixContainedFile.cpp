@@ -11,13 +11,18 @@ namespace tev::platform
 {
 namespace
 {
-constexpr unsigned kPermissionBits = 0777;
+constexpr mode_t kPermissionBits = 0777;
+constexpr mode_t kUsualMode = 0666; // the process's umask takes its bits away
+constexpr mode_t kOwnersMode = 0600;
+constexpr mode_t kGroupBits = 0070;
+constexpr mode_t kOthersBits = 0007;
 
-/// Whether a file may get the name: there is none, or an ordinary one that may be written to.
-bool MayTakeName(int folder, const char* leaf, const std::optional<FileIdentity>& kept)
+/// Whether a file may get the name: there is none, or an ordinary one that may be written to, whose status this is.
+bool MayTakeName(int folder, const char* leaf, const std::optional<FileIdentity>& kept, struct stat& status,
+                 bool& isThere)
 {
-    struct stat status;
-    if (fstatat(folder, leaf, &status, AT_SYMLINK_NOFOLLOW) != 0)
+    isThere = fstatat(folder, leaf, &status, AT_SYMLINK_NOFOLLOW) == 0;
+    if (!isThere)
         return errno == ENOENT;
     if (!S_ISREG(status.st_mode) || kept == IdentityOf(status))
         return FailWith(S_ISDIR(status.st_mode) ? EISDIR : EEXIST);
@@ -40,14 +45,18 @@ public:
         errno = error;
     }
 
-    bool Create(unsigned permissions)
+    bool Create(std::optional<unsigned> permissions)
     {
-        if (!MayTakeName(m_folder.Get(), m_leaf.c_str(), m_kept))
+        struct stat old;
+        bool replaces = false;
+        if (!MayTakeName(m_folder.Get(), m_leaf.c_str(), m_kept, old, replaces))
             return false;
+        const bool takesMode = replaces && !permissions;
+        const mode_t mode = takesMode ? kOwnersMode : permissions.value_or(kUsualMode) & kPermissionBits;
         bool isNamed = false;
-        m_file = OwnedDescriptor(CreateTemporary(m_folder.Get(), permissions, m_temporary, isNamed));
+        m_file = OwnedDescriptor(CreateTemporary(m_folder.Get(), mode, m_temporary, isNamed));
         m_hasTemporaryName = m_file.Get() >= 0 && isNamed;
-        return m_file.Get() >= 0;
+        return m_file.Get() >= 0 && (!replaces || TakeOver(old, takesMode));
     }
 
     bool Write(const void* bytes, std::size_t count) override
@@ -95,10 +104,24 @@ public:
     }
 
 private:
+    /// As far as the system permits it; what it does not is no reason to refuse the contents.
+    bool TakeOver(const struct stat& old, bool withMode)
+    {
+        GivenOwner given = GivenOwner::Neither;
+        if (!GiveOwner(m_file.Get(), old, given))
+            return false;
+        mode_t mode = old.st_mode & kPermissionBits;
+        if (given == GivenOwner::Neither) // another group may do no more than all others
+            mode &= ~kGroupBits | (mode & kOthersBits) << 3;
+        return !withMode || fchmod(m_file.Get(), mode) == 0;
+    }
+
     /// A file of that name has come up, or was there from the start.
     bool LinkBeside()
     {
-        if (errno != EEXIST || !MayTakeName(m_folder.Get(), m_leaf.c_str(), m_kept))
+        struct stat old;
+        bool isThere = false;
+        if (errno != EEXIST || !MayTakeName(m_folder.Get(), m_leaf.c_str(), m_kept, old, isThere))
             return false;
         m_hasTemporaryName = LinkTemporary(m_file.Get(), m_folder.Get(), m_temporary.c_str());
         return m_hasTemporaryName;
@@ -119,10 +142,11 @@ private:
 };
 } // namespace
 
-std::unique_ptr<ContainedFile> CreateContainedFile(OwnedDescriptor folder, std::string leaf, unsigned permissions,
+std::unique_ptr<ContainedFile> CreateContainedFile(OwnedDescriptor folder, std::string leaf,
+                                                   std::optional<unsigned> permissions,
                                                    const std::optional<FileIdentity>& kept)
 {
     auto file = std::make_unique<PosixContainedFile>(std::move(folder), std::move(leaf), kept);
-    return file->Create(permissions & kPermissionBits) ? std::move(file) : nullptr;
+    return file->Create(permissions) ? std::move(file) : nullptr;
 }
 } // namespace tev::platform

@@ -65,6 +65,12 @@ void RemoveUnlocked(int folder, const char* name) noexcept
     errno = error;
 }
 
+/// Of a file that is given away: in a namespace there may be no such user.
+bool IsNotPermitted(int error) noexcept
+{
+    return error == EPERM || error == EINVAL || error == ENOSYS || error == EOPNOTSUPP;
+}
+
 bool IsTemporaryName(std::string_view name) noexcept
 {
     if (name.size() <= kPrefix.size() + kSuffix.size() || name.substr(0, kPrefix.size()) != kPrefix ||
@@ -131,6 +137,25 @@ bool LinkTemporary(int descriptor, int folder, const char* name) noexcept
     char path[kLinkPathSize];
     DescriptorPath(descriptor, path);
     return linkat(AT_FDCWD, path, folder, name, AT_SYMLINK_FOLLOW) == 0;
+}
+
+bool GiveOwner(int descriptor, const struct stat& replaced, GivenOwner& given) noexcept
+{
+    constexpr uid_t kSameOwner = static_cast<uid_t>(-1);
+    struct stat status;
+    if (fstat(descriptor, &status) != 0)
+        return false;
+    given = GivenOwner::Both;
+    const bool hasGroup = status.st_gid == replaced.st_gid;
+    if ((hasGroup && status.st_uid == replaced.st_uid) || fchown(descriptor, replaced.st_uid, replaced.st_gid) == 0)
+        return true;
+    given = GivenOwner::Group;
+    if (!IsNotPermitted(errno))
+        return false;
+    if (hasGroup || fchown(descriptor, kSameOwner, replaced.st_gid) == 0)
+        return true;
+    given = GivenOwner::Neither;
+    return IsNotPermitted(errno);
 }
 
 void RemoveLeftTemporaries(int folder) noexcept

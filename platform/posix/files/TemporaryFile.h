@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include <sys/stat.h>
 #include <sys/types.h>
 
 // Files that later take the place of others in their folder. Failures leave the error in errno.
@@ -21,6 +22,16 @@ std::string NewTemporaryName();
 
 /// Gives an unnamed file a name; fails with EEXIST when another file has it.
 [[nodiscard]] bool LinkTemporary(int descriptor, int folder, const char* name) noexcept;
+
+/// What a new file has of the one that it replaces.
+enum class GivenOwner
+{
+    Both, ///< owner and group
+    Group,
+    Neither
+};
+/// Gives a new file the owner and the group, as far as the system permits it; false on other failures.
+[[nodiscard]] bool GiveOwner(int descriptor, const struct stat& replaced, GivenOwner& given) noexcept;
 
 /// Removes the temporary files in a folder that ended processes left. Leaves what it cannot open.
 void RemoveLeftTemporaries(int folder) noexcept;
