@@ -55,7 +55,7 @@ constexpr Call kCalls[] = {
     {SYS_fdatasync, "fdatasync", kInterruptible | kTakesSpace | kReachesDisk},
     {SYS_ftruncate, "ftruncate", kInterruptible | kTakesSpace | kReachesDisk},
     {SYS_fallocate, "fallocate", kInterruptible | kTakesSpace | kReachesDisk},
-    {SYS_close, "close", kInterruptible | kTakesSpace | kReachesDisk},
+    {SYS_close, "close", kInterruptible | kTakesSpace | kReachesDisk | kIsDurability},
     {SYS_flock, "flock", kInterruptible | kTakesMemory},
     {SYS_fcntl, "fcntl", kTakesMemory},
     {SYS_lseek, "lseek", kReachesDisk},
@@ -216,12 +216,22 @@ private:
         if (ptrace(PTRACE_GET_SYSCALL_INFO, thread, sizeof info, &info) <= 0)
             return;
         if (info.op == PTRACE_SYSCALL_INFO_ENTRY)
-            OnEntry(thread, static_cast<long>(info.entry.nr), info.entry.args[2]);
+            OnEntry(thread, static_cast<long>(info.entry.nr), info.entry.args[0], info.entry.args[2]);
         else if (info.op == PTRACE_SYSCALL_INFO_EXIT)
             OnExit(thread);
     }
 
-    void OnEntry(pid_t thread, long number, std::uint64_t bytes)
+    /// Of the files that are closed only the one that was flushed before counts.
+    void NoteDurability(const Call& call, std::uint64_t first)
+    {
+        if (call.number == SYS_close && first != m_flushed)
+            return;
+        if (call.number == SYS_fsync)
+            m_flushed = first;
+        m_ending.durability += call.name + std::string(" ");
+    }
+
+    void OnEntry(pid_t thread, long number, std::uint64_t first, std::uint64_t bytes)
     {
         if (number == kMark)
         {
@@ -230,7 +240,7 @@ private:
         }
         const Call* const call = FindCall(number);
         if (m_isInside && call != nullptr && (call->can & kIsDurability) != 0)
-            m_ending.durability += call->name + std::string(" ");
+            NoteDurability(*call, first);
         const bool counts = m_isInside && (m_plan.fault == Fault::Kill || (call != nullptr && CanMeet(*call, bytes)));
         if (!counts || ++m_ending.count != m_plan.at)
             return;
@@ -277,7 +287,8 @@ private:
     const Plan& m_plan;
     Ending& m_ending;
     bool m_isInside = false;
-    std::map<pid_t, int> m_failing; ///< the error of the call that each thread is in
+    std::uint64_t m_flushed = ~std::uint64_t{0}; ///< the descriptor
+    std::map<pid_t, int> m_failing;              ///< the error of the call that each thread is in
 };
 } // namespace
 

@@ -36,7 +36,7 @@ struct Ending
     unsigned count = 0;     ///< of what the plan counts
     bool isHit = false;     ///< the plan's fault has happened
     std::string call;       ///< the system call that it happened to
-    std::string durability; ///< the flushes and renamings, "fsync rename fsync "; only of a child that is traced
+    std::string durability; ///< "fsync close rename fsync close "; only of a child that is traced
     bool hasEnded = false;  ///< by itself, else `signal` ended it
     bool answer = false;    ///< of `run`
     std::string wrong;      ///< of `inspect`

@@ -13,6 +13,7 @@
 
 #include <fcntl.h>
 #include <spawn.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -28,6 +29,9 @@ constexpr unsigned kKey = 7;
 constexpr unsigned kId = 3;
 constexpr std::size_t kBigSize = 300000;
 constexpr fs::perms kMode = fs::perms(0640);
+constexpr uid_t kOwner = 12345;
+constexpr unsigned kNoMemory = 8;
+constexpr unsigned kNoDescriptors = 4;
 constexpr const wchar_t* kRegistryPath = L"Software\\Trials";
 
 Text PathOf(const fs::path& folder, const char* name)
@@ -55,18 +59,53 @@ std::string BigText()
     return text;
 }
 
-/// `name` in the folder becomes a link to a file with a mode of its own, which replacing must keep.
+Told g_told = Told::Nothing;
+unsigned g_toldFailure = 0;
+bool g_hasThrown = false;
+
+/// Calls what throws nothing, whatever fails.
+template <class Call>
+auto Quietly(Call&& call)
+{
+    try
+    {
+        return call();
+    }
+    catch (...)
+    {
+        g_hasThrown = true;
+        throw;
+    }
+}
+
+/// Gives the file another owner, where this process may.
+void GiveAway(const fs::path& path)
+{
+    if (geteuid() == 0 && chown(path.c_str(), kOwner, kOwner) != 0)
+        std::abort();
+}
+
+bool IsOwnerKept(const fs::path& path)
+{
+    struct stat status;
+    const uid_t owner = geteuid() == 0 ? kOwner : geteuid();
+    return stat(path.c_str(), &status) == 0 && status.st_uid == owner && (owner != kOwner || status.st_gid == owner);
+}
+
+/// `name` in the folder becomes a link to a file with a mode and an owner of its own, which replacing must keep.
 void HideBehindLink(const fs::path& folder, const char* name)
 {
     const std::string target = std::string("target-of-") + name;
     fs::rename(folder / name, folder / target);
     fs::permissions(folder / target, kMode);
+    GiveAway(folder / target);
     fs::create_symlink(target, folder / name);
 }
 
 bool IsLinkKept(const fs::path& folder, const char* name)
 {
-    return fs::is_symlink(folder / name) && fs::status(folder / name).permissions() == kMode;
+    return fs::is_symlink(folder / name) && fs::status(folder / name).permissions() == kMode &&
+           IsOwnerKept(folder / name);
 }
 
 // Preference files.
@@ -140,21 +179,47 @@ struct Discarding
     CZip& m_zip;
 };
 
+/// Notes why the last operation of an archive failed.
+bool Note(const CZip& zip, bool isDone)
+{
+    if (isDone)
+        return true;
+    g_toldFailure = static_cast<unsigned>(zip.GetLastFailure());
+    const bool isSystem = zip.GetLastFailure() == XZipFailure::kSystem;
+    const unsigned code = isSystem ? zip.GetLastSystemError() : 0;
+    g_told = code == kNoMemory ? Told::Memory : code == kNoDescriptors ? Told::Descriptors : Told::Other;
+    return false;
+}
+
+/// Notes why an extraction failed.
+bool Note(const CMiniZip& zip, bool isDone)
+{
+    if (isDone)
+        return true;
+    const CXExtractionFailure failure = zip.GetFailure();
+    g_toldFailure = static_cast<unsigned>(failure);
+    g_told = failure == CXExtractionFailure::kNoMemory           ? Told::Memory
+             : failure == CXExtractionFailure::kTooManyOpenFiles ? Told::Descriptors
+                                                                 : Told::Other;
+    return false;
+}
+
 template <class Change>
 bool ChangeArchive(const fs::path& folder, ZipOpenMode mode, Change&& change)
 {
     const Text path = PathOf(folder, "x.zip");
     CZip zip;
     const Discarding discarding{zip};
-    if (!zip.Open(path, mode, false, nullptr) || !change(zip))
+    if (!Note(zip, Quietly([&] { return zip.Open(path, mode, false, nullptr); })) || !change(zip))
         return false;
-    zip.Close(false);
-    return zip.GetLastFailure() == XZipFailure::kNone;
+    Quietly([&] { zip.Close(false); });
+    return Note(zip, zip.GetLastFailure() == XZipFailure::kNone);
 }
 
 bool Add(CZip& zip, const fs::path& folder, const wchar_t* name)
 {
-    return zip.AddNewFile(PathOf(folder, "big"), name, zipLevelFastest);
+    const Text path = PathOf(folder, "big");
+    return Note(zip, Quietly([&] { return zip.AddNewFile(path, name, zipLevelFastest); }));
 }
 
 void PrepareFile(const fs::path& folder)
@@ -212,8 +277,8 @@ bool CreateArchive(const fs::path& folder)
 /// Whether the archive has the entry; `isKnown` is false when memory ran out over that.
 bool Has(CZip& zip, const wchar_t* name, bool& isKnown)
 {
-    const bool isFound = zip.FindFile(name, true, false) != xZipNoEntry;
-    isKnown = isFound || zip.GetLastFailure() == XZipFailure::kNotFound;
+    const bool isFound = Quietly([&] { return zip.FindFile(name, true, false); }) != xZipNoEntry;
+    isKnown = isFound || Note(zip, zip.GetLastFailure() == XZipFailure::kNotFound);
     return isFound;
 }
 
@@ -242,7 +307,9 @@ bool DeleteEntry(const fs::path& folder)
         Texts names;
         names.Add(L"one");
         bool isKnown = false;
-        return Has(zip, L"one", isKnown) ? zip.DeleteFiles(names) : isKnown;
+        if (!Has(zip, L"one", isKnown))
+            return isKnown;
+        return Note(zip, Quietly([&] { return zip.DeleteFiles(names); }));
     });
 }
 
@@ -250,7 +317,7 @@ bool RenameEntries(const fs::path& folder)
 {
     return ChangeArchive(folder, zipOpenReadWrite, [](CZip& zip) {
         CZipFileInfo info;
-        if (!zip.GetFileInfo(info, 0))
+        if (!Note(zip, Quietly([&] { return zip.GetCount(true) == 2 && zip.GetFileInfo(info, 0); })))
             return false;
         Texts oldNames;
         Texts newNames;
@@ -259,15 +326,16 @@ bool RenameEntries(const fs::path& folder)
             oldNames.Add(name);
             newNames.Add(Text(name) + L"-new");
         }
-        return info.GetFileName() != L"one" || zip.RenameFiles(oldNames, newNames);
+        return info.GetFileName() != L"one" || Note(zip, Quietly([&] { return zip.RenameFiles(oldNames, newNames); }));
     });
 }
 
 bool DiscardChanges(const fs::path& folder)
 {
+    const Text path = PathOf(folder, "x.zip");
     CZip zip;
-    const bool isChanged =
-        zip.Open(PathOf(folder, "x.zip"), zipOpenReadWrite, false, nullptr) && Add(zip, folder, L"new");
+    const bool isChanged = Note(zip, Quietly([&] { return zip.Open(path, zipOpenReadWrite, false, nullptr); })) &&
+                           Add(zip, folder, L"new");
     zip.Discard();
     return isChanged;
 }
@@ -294,6 +362,7 @@ void PrepareExtraction(const fs::path& folder)
     zip.Close(false);
     fs::create_directory(folder / "out");
     WriteAll(folder / "out/one", "old");
+    GiveAway(folder / "out/one");
 }
 
 State LookAtFiles(const std::map<std::string, std::string>& files, const fs::path& folder)
@@ -312,13 +381,15 @@ State LookAtFiles(const std::map<std::string, std::string>& files, const fs::pat
 
 State LookAtExtraction(const fs::path& folder)
 {
-    return LookAtFiles(ExtractedFiles(), folder / "out");
+    return IsOwnerKept(folder / "out/one") ? LookAtFiles(ExtractedFiles(), folder / "out") : State::Damaged;
 }
 
 bool ExtractArchive(const fs::path& folder)
 {
+    const Text archive = PathOf(folder, "x.zip");
+    const Text out = PathOf(folder, "out");
     CMiniZip zip;
-    const bool isExtracted = zip.ExtractZip(PathOf(folder, "x.zip"), PathOf(folder, "out"), true);
+    const bool isExtracted = Note(zip, Quietly([&] { return zip.ExtractZip(archive, out, true); }));
     // Without a failure, whatever is skipped is listed.
     return isExtracted && zip.GetFailure() == CXExtractionFailure::kNone && zip.GetSkippedEntries().empty();
 }
@@ -332,6 +403,7 @@ void PrepareStream(const fs::path& folder, const char* command)
                         .c_str()) != 0)
         std::abort();
     WriteAll(folder / "out/one", "old");
+    HideBehindLink(folder / "out", "one");
 }
 
 void PrepareGZip(const fs::path& folder)
@@ -348,14 +420,18 @@ State LookAtStream(const fs::path& folder)
 {
     const std::string found = ReadAll(folder / "out/one");
     const std::string whole = BigText();
+    if (!IsLinkKept(folder / "out", "one"))
+        return State::Damaged;
     const bool isCut = !found.empty() && found.size() < whole.size() && whole.compare(0, found.size(), found) == 0;
     return found == "old" ? State::Old : found == whole ? State::New : isCut ? State::Partly : State::Damaged;
 }
 
 bool ExtractStream(const fs::path& folder)
 {
+    const Text packed = PathOf(folder, "packed");
+    const Text target = PathOf(folder, "out/one");
     CMiniZip zip;
-    return zip.ExtractZFile(PathOf(folder, "packed"), PathOf(folder, "out/one"), true) &&
+    return Note(zip, Quietly([&] { return zip.ExtractZFile(packed, target, true); })) &&
            zip.GetFailure() == CXExtractionFailure::kNone;
 }
 
@@ -518,11 +594,27 @@ const std::vector<Operation>& Operations()
         {"CMiniZip: Zstandard", PrepareZStd, ExtractStream, LookAtStream},
         {"registry: write", PrepareRegistry, WriteRegistry, LookAtRegistry, State::New, false, false, false, true},
         {"registry: import", PrepareRegistry, ImportRegistry, LookAtRegistry, State::New, false, false, false, true},
-        {"tev registry export", PrepareExport, ExportRegistry, LookAtExport, State::New, false, true, false, true},
-        {"tev text convert", PrepareExport, ConvertText, LookAtExport, State::New, false, true, false, true},
+        {"tev registry export", PrepareExport, ExportRegistry, LookAtExport, State::New, false, true, false, false,
+         true},
+        {"tev text convert", PrepareExport, ConvertText, LookAtExport, State::New, false, true, false, false, true},
         {"log", PrepareLog, WriteLog, LookAtLog, State::New, true, false, false, true},
     };
     return operations;
+}
+
+Told WhatWasTold()
+{
+    return g_told;
+}
+
+unsigned ToldFailure()
+{
+    return g_toldFailure;
+}
+
+bool HasThrown()
+{
+    return g_hasThrown;
 }
 
 bool Succeeds(const Operation& operation, const fs::path& folder)

@@ -23,14 +23,29 @@ struct Operation
     /// Returns whether it succeeded; what the library throws is a failure.
     bool (*run)(const std::filesystem::path& folder);
     State (*look)(const std::filesystem::path& folder);
-    State done = State::New;      ///< what a success leaves
-    bool isInParts = false;       ///< a failure may leave some of the files
-    bool replaces = false;        ///< a file by another one, which must be on the disk before
-    bool endsAtReadError = false; ///< takes what could be read for all, as it is documented
-    bool keepsConnection = false; ///< descriptors and files stay until the process ends
+    State done = State::New;       ///< what a success leaves
+    bool isInParts = false;        ///< a failure may leave some of the files
+    bool replaces = false;         ///< a file by another one, which must be on the disk before
+    bool endsAtReadError = false;  ///< takes what could be read for all, as it is documented
+    bool keepsConnection = false;  ///< descriptors and files stay until the process ends
+    bool leavesWhenKilled = false; ///< a temporary file
 };
 
 const std::vector<Operation>& Operations();
+
+/// What the last failure of a class that tells it was.
+enum class Told
+{
+    Nothing, ///< or there was none
+    Memory,
+    Descriptors,
+    Other
+};
+Told WhatWasTold();
+/// Its number in the enumeration of its class.
+unsigned ToldFailure();
+/// Whether an exception has left a call that throws none.
+bool HasThrown();
 
 /// As `run`, with what it throws caught.
 bool Succeeds(const Operation& operation, const std::filesystem::path& folder);

@@ -15,6 +15,7 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace
@@ -35,11 +36,13 @@ output; the exit code is 1 then, and 77 where processes cannot be traced.
 constexpr int kExitFaults = 1;
 constexpr int kExitSkipped = 77;
 
+constexpr mode_t kPermissions = 07777;
+
 struct FaultRow
 {
-    const char* name;
-    Fault fault;
-    int error;
+    const char* name = "none";
+    Fault fault = Fault::None;
+    int error = 0;
 };
 
 constexpr FaultRow kFaults[] = {
@@ -130,7 +133,7 @@ public:
         m_names = NamesIn(m_place);
         Refill();
         const std::string steps = RunInChild(MakeWork(), {Fault::Kill, 0, 0}).durability;
-        if (operation.replaces && steps.find("fsync rename fsync") == steps.npos)
+        if (operation.replaces && steps.find("fsync close rename fsync") == steps.npos)
             throw std::runtime_error(std::string(operation.name) + " is not on the disk: " + steps);
     }
 
@@ -145,7 +148,7 @@ public:
     bool Run(const FaultRow& fault, unsigned at, std::string& wrong)
     {
         Refill();
-        const Ending ending = RunInChild(MakeWork(), {fault.fault, fault.error, at});
+        const Ending ending = RunInChild(MakeWork(fault), {fault.fault, fault.error, at});
         wrong = Judge(fault, ending);
         if (!wrong.empty())
             wrong += " (" + ending.call + ")";
@@ -162,17 +165,40 @@ private:
     {
         fs::remove_all(m_place);
         fs::copy(m_before, m_place, fs::copy_options::recursive | fs::copy_options::copy_symlinks);
+        for (const auto& entry : fs::recursive_directory_iterator(m_before)) // whose owner is not copied
+        {
+            struct stat status;
+            const fs::path copy = m_place / entry.path().lexically_relative(m_before);
+            if (lstat(entry.path().c_str(), &status) == 0 && status.st_uid != geteuid() &&
+                (lchown(copy.c_str(), status.st_uid, status.st_gid) != 0 ||
+                 (!entry.is_symlink() && chmod(copy.c_str(), status.st_mode & kPermissions) != 0)))
+                throw std::runtime_error("cannot copy the owner of " + copy.string());
+        }
     }
 
-    Work MakeWork()
+    Work MakeWork(const FaultRow& fault = {})
     {
         return {[this] { m_openFiles = OpenFiles(); }, [this] { return Succeeds(m_operation, m_place); },
-                [this] {
+                [this, fault] {
+                    if (HasThrown())
+                        return std::string("an exception leaves the library");
+                    if (!IsTold(fault))
+                        return "told as another failure: " + std::to_string(ToldFailure());
                     const std::string opened = OpenedSince(m_openFiles);
                     if (!m_operation.keepsConnection && !opened.empty())
                         return "stays open: " + opened;
                     return std::string(IsLocked(m_place) ? "the folder stays locked" : "");
                 }};
+    }
+
+    /// Whether a failure is told as what it is: what can only end in one way.
+    static bool IsTold(const FaultRow& fault)
+    {
+        const Told told = WhatWasTold();
+        if (told == Told::Nothing)
+            return true;
+        const bool isMemory = fault.fault == Fault::OneAllocation || fault.fault == Fault::AllAllocations;
+        return (!isMemory || told == Told::Memory) && (fault.error != EMFILE || told == Told::Descriptors);
     }
 
     State Look()
@@ -196,14 +222,16 @@ private:
             return "half done";
         if (ending.hasEnded && ending.answer && state != m_operation.done && !(isCut && state == State::Partly))
             return "true, and not done";
-        // A flush of the folder that fails comes after the new file is in place.
-        if (ending.hasEnded && !ending.answer && state == State::New && m_operation.done == State::New &&
-            !m_operation.isInParts && ending.call != "fsync" && !m_operation.keepsConnection)
+        // A flush of the folder that fails comes after the new file is in place; so may the killing of a program.
+        if (ending.hasEnded && fault.fault != Fault::Kill && !ending.answer && state == State::New &&
+            m_operation.done == State::New && !m_operation.isInParts && ending.call != "fsync" &&
+            !m_operation.keepsConnection)
             return "false, and done";
         InChild([this] { Succeeds(m_operation, m_place); });
         if (Look() != m_operation.done)
             return "the next use fails";
-        if (!m_operation.keepsConnection && NamesIn(m_place) != m_names)
+        const bool mayLeave = fault.fault == Fault::Kill && m_operation.leavesWhenKilled;
+        if (!m_operation.keepsConnection && !mayLeave && NamesIn(m_place) != m_names)
             return "a file is left";
         return {};
     }

@@ -183,6 +183,22 @@ SpoolFile::~SpoolFile()
 
 namespace
 {
+/// The owner and the group stay those of the file that is replaced, as far as the system permits it.
+bool GiveTo(int descriptor, const std::filesystem::path& replaced, mode_t permissions)
+{
+    constexpr mode_t kSetId = S_ISUID | S_ISGID;
+    struct stat status;
+    if (stat(replaced.c_str(), &status) == 0 && fchown(descriptor, status.st_uid, status.st_gid) != 0)
+    {
+        if (errno != EPERM && errno != EINVAL) // in a namespace there may be no such user
+            return false;
+        permissions &= ~kSetId; // which would be another user's
+        if (fchown(descriptor, static_cast<uid_t>(-1), status.st_gid) != 0)
+            permissions &= ~mode_t{S_IRWXG} | (permissions & S_IRWXO) << 3; // nor may another group do more than others
+    }
+    return fchmod(descriptor, permissions) == 0;
+}
+
 /// The new name is on the disk then, where the folder may be read and its file system can tell.
 void SyncFolderOf(const std::filesystem::path& path, const std::string& name)
 {
@@ -235,7 +251,7 @@ Replacement::Replacement(const std::string& target) : m_name(target), m_target(S
     if (descriptor < 0)
         ThrowSystemError(target);
     m_path = path;
-    const bool isPermitted = fchmod(descriptor, permissions) == 0;
+    const bool isPermitted = GiveTo(descriptor, m_target, permissions);
     const int error = errno;
     close(descriptor);
     if (!isPermitted)
