@@ -318,7 +318,7 @@ void CStdioFileEx::DetectMark()
 
 void CStdioFileEx::CheckCarriageReturns()
 {
-    if (PeekBytes(1).m_size == 0)
+    if (PeekBytes(m_markSize + 1).m_size <= m_markSize)
         return; // and what cannot seek need not go back
     char mark[sizeof(kUtf8Mark)];
     CXStdioFile::Read(mark, m_markSize); // where it is no whole number of characters, they begin behind it
