@@ -20,7 +20,7 @@ import struct
 MOST_CHARACTERS = 200  # of a text
 MOST_CHILDREN = 1000  # of an array, a map or a store
 MOST_VALUES = 32  # of a store on one line
-MOST_SLOTS = 1 << 20  # that are looked at for the entries of a map
+MOST_BYTES = 1 << 25  # of a map that are searched for its entries
 MOST_DEPTH = 4  # stores within each other
 BLOCK = 1 << 16  # bytes that are read at once
 
@@ -179,7 +179,7 @@ def map_slots(view, state_offset):
     """The addresses of the slots that hold an entry."""
     left = min(map_count(view), MOST_CHILDREN)
     address, size = view.number("m_slots"), view.size("m_slots")
-    table = min(view.number("m_tableSize"), MOST_SLOTS)
+    table = min(view.number("m_tableSize"), MOST_BYTES // size)
     at_once = max(BLOCK // size, 1)
     for first in range(0, table, at_once):
         if left == 0:

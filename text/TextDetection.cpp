@@ -1,5 +1,6 @@
 #include "text/TextDetection.h"
 
+#include "base/LittleEndian.h"
 #include "text/CodePageText.h"
 #include "text/Utf.h"
 
@@ -19,6 +20,9 @@ constexpr auto kUtf32BE = static_cast<xStringEncoding>(tev::kCodePageUtf32BE);
 
 constexpr std::size_t kQuad = 4;
 constexpr std::size_t kTakenAtOnce = 16 * 1024; // several passes are made over what the processor's cache holds
+
+constexpr unsigned kMostScored = 32 * 1024; // characters of UTF-16: enough to tell its byte order
+constexpr std::uint64_t kHighBits = 0x8080808080808080;
 
 constexpr unsigned __int64 kBlankWeight = 8; // a blank says as much as so many equal bytes
 constexpr unsigned __int64 kStrongUtf8 = 3;  // characters
@@ -167,18 +171,14 @@ void CXTextExaminer::TakeQuad() noexcept
 /// The number of bytes is odd, or no multiple of four, only at the end or where a mark makes it harmless.
 void CXTextExaminer::Take(const unsigned char* bytes, std::size_t size) noexcept
 {
-    if (Considers(xEncodingUtf8))
-    {
-        TakeBytes(m_bytes, bytes, size);
+    const BlockFacts facts = TakeBytes(m_bytes, bytes, size);
+    if (Considers(xEncodingUtf8) && (!facts.m_isAscii || m_utf8.m_missing != 0))
         TakeUtf8(m_utf8, bytes, size);
-    }
-    // A line end of UTF-16 holds a NUL byte.
-    const bool hasNul = std::memchr(bytes, 0, size) != nullptr;
     const bool isMarked = m_mark.m_size != 0;
     if (Considers(xEncodingUtf16) && (isMarked || m_utf16.m_isValid))
-        TakeUtf16<false>(m_utf16, bytes, size / 2, hasNul);
+        TakeUtf16<false>(m_utf16, bytes, size / 2, facts);
     if (Considers(xEncodingUtf16BE) && (isMarked || m_utf16BE.m_isValid))
-        TakeUtf16<true>(m_utf16BE, bytes, size / 2, hasNul);
+        TakeUtf16<true>(m_utf16BE, bytes, size / 2, facts);
     if (size % 2 != 0)
         m_utf16.m_isValid = m_utf16BE.m_isValid = false;
     if (Considers(kUtf32) && (isMarked || m_utf32.m_isValid))
@@ -247,7 +247,7 @@ bool CXTextExaminer::GuessUtf16(XTextInfo& info) const noexcept
     const bool isLittle = little > big;
     const unsigned __int64 better = std::max(little, big);
     const unsigned __int64 other = std::min(little, big);
-    const unsigned __int64 count = m_byteCount / 2;
+    const unsigned __int64 count = std::min<unsigned __int64>(m_byteCount / 2, kMostScored);
     const bool hasBlanks = (isLittle ? m_utf16 : m_utf16BE).m_blanks != 0;
     // Without a blank it may be text in a code page as well, or a record with a few NUL bytes.
     if (hasBlanks ? better < kWeakMargin * other
@@ -299,7 +299,8 @@ void CXTextExaminer::CountLines(Lines& lines, std::size_t count, UnitAt unitAt) 
     lines.m_isInLine = !lines.m_afterReturn && unitAt(count - 1) != '\n';
 }
 
-void CXTextExaminer::TakeBytes(Bytes& state, const unsigned char* bytes, std::size_t size) noexcept
+CXTextExaminer::BlockFacts CXTextExaminer::TakeBytes(Bytes& state, const unsigned char* bytes,
+                                                     std::size_t size) noexcept
 {
     unsigned char all = 0;
     unsigned char nul = 0;
@@ -314,6 +315,7 @@ void CXTextExaminer::TakeBytes(Bytes& state, const unsigned char* bytes, std::si
     state.m_holdsNul = state.m_holdsNul || nul != 0;
     state.m_holdsControl = state.m_holdsControl || control != 0;
     CountLines(state.m_lines, size, [bytes](std::size_t i) { return bytes[i]; });
+    return {all < 0x80, nul != 0};
 }
 
 void CXTextExaminer::TakeUtf8(Utf8& state, const unsigned char* bytes, std::size_t size) noexcept
@@ -331,6 +333,8 @@ void CXTextExaminer::TakeUtf8(Utf8& state, const unsigned char* bytes, std::size
         }
         else if (byte < 0x80)
         {
+            while (end - bytes >= 8 && (tev::LoadLittleEndian<std::uint64_t>(bytes) & kHighBits) == 0)
+                bytes += 8;
             bytes = std::find_if(bytes, end, [](unsigned char next) { return next >= 0x80; });
             continue;
         }
@@ -348,40 +352,57 @@ void CXTextExaminer::TakeUtf8(Utf8& state, const unsigned char* bytes, std::size
 }
 
 template <bool bigFirst>
-void CXTextExaminer::TakeUtf16(Units& state, const unsigned char* bytes, std::size_t count, bool hasNul) noexcept
+void CXTextExaminer::Score(Units& state, const unsigned char* bytes, std::size_t count) noexcept
+{
+    const unsigned char* const high = bytes + HighLow<bigFirst>::kHigh;
+    const unsigned char* const low = bytes + HighLow<bigFirst>::kLow;
+    count = std::min<std::size_t>(count, kMostScored - state.m_scored);
+    for (std::size_t i = 0; i < count; ++i)
+    {
+        state.m_repeated += unsigned{high[2 * i] == state.m_lastHighByte};
+        state.m_blanks += unsigned{high[2 * i] == 0} & IsBlankUnit(low[2 * i]);
+        state.m_lastHighByte = high[2 * i];
+    }
+    state.m_scored += static_cast<unsigned>(count);
+}
+
+/// `high` are the first bytes of the characters, each two bytes after the other.
+void CXTextExaminer::PairSurrogates(Units& state, const unsigned char* high, std::size_t count) noexcept
+{
+    for (std::size_t i = 0; i < count; ++i)
+    {
+        const bool isLow = (high[2 * i] & 0xFC) == 0xDC;
+        state.m_isValid = state.m_isValid && isLow == state.m_afterHighSurrogate;
+        state.m_afterHighSurrogate = (high[2 * i] & 0xFC) == 0xD8;
+    }
+}
+
+template <bool bigFirst>
+void CXTextExaminer::TakeUtf16(Units& state, const unsigned char* bytes, std::size_t count, BlockFacts facts) noexcept
 {
     if (count == 0)
         return;
+    Score<bigFirst>(state, bytes, count);
     const unsigned char* const high = bytes + HighLow<bigFirst>::kHigh;
     const unsigned char* const low = bytes + HighLow<bigFirst>::kLow;
-    std::uint64_t repeated = high[0] == state.m_lastHighByte ? 1 : 0;
-    std::uint64_t blanks = 0;
-    unsigned surrogates = 0;
-    unsigned noText = 0;
-    for (std::size_t i = 0; i < count; ++i)
+    // A surrogate is not ASCII, nor is U+FFFE; a control and a line end hold a NUL byte.
+    if (!facts.m_isAscii || facts.m_hasNul || state.m_afterHighSurrogate)
     {
-        const unsigned char first = high[2 * i];
-        const unsigned char second = low[2 * i];
-        surrogates |= unsigned{(first & 0xF8) == 0xD8};
-        noText |= unsigned{first == 0} & IsControl(second);
-        noText |= unsigned{first == 0xFF} & unsigned{second >= 0xFE};
-        blanks += unsigned{first == 0} & IsBlankUnit(second);
-        repeated += i != 0 && first == high[2 * i - 2] ? 1 : 0;
-    }
-    state.m_repeated += repeated;
-    state.m_blanks += blanks;
-    state.m_lastHighByte = high[2 * count - 2];
-    state.m_isText = state.m_isText && noText == 0;
-    if (surrogates != 0 || state.m_afterHighSurrogate)
-    {
+        unsigned surrogates = 0;
+        unsigned noText = 0;
         for (std::size_t i = 0; i < count; ++i)
         {
-            const bool isLow = (high[2 * i] & 0xFC) == 0xDC;
-            state.m_isValid = state.m_isValid && isLow == state.m_afterHighSurrogate;
-            state.m_afterHighSurrogate = (high[2 * i] & 0xFC) == 0xD8;
+            const unsigned char first = high[2 * i];
+            const unsigned char second = low[2 * i];
+            surrogates |= unsigned{(first & 0xF8) == 0xD8};
+            noText |= unsigned{first == 0} & IsControl(second);
+            noText |= unsigned{first == 0xFF} & unsigned{second >= 0xFE};
         }
+        state.m_isText = state.m_isText && noText == 0;
+        if (surrogates != 0 || state.m_afterHighSurrogate)
+            PairSurrogates(state, high, count);
     }
-    if (hasNul)
+    if (facts.m_hasNul)
         CountLines(state.m_lines, count,
                    [high, low](std::size_t i) { return low[2 * i] | static_cast<unsigned>(high[2 * i]) << 8; });
     else

@@ -84,6 +84,11 @@ private:
         bool m_holdsControl = false;
         Lines m_lines;
     };
+    struct BlockFacts
+    {
+        bool m_isAscii;
+        bool m_hasNul;
+    };
     struct Utf8
     {
         bool m_isValid = true;
@@ -98,9 +103,10 @@ private:
         bool m_isText = true; // nothing that no text holds
         bool m_afterHighSurrogate = false;
         unsigned int m_lastHighByte = 0x100;
+        unsigned int m_scored = 0;       // characters that the next two count, from the start of the text; in UTF-16
         unsigned __int64 m_basic = 0;    // characters below U+10000; counted in UTF-32
-        unsigned __int64 m_repeated = 0; // first bytes that equal that of the character before; in UTF-16
-        unsigned __int64 m_blanks = 0;   // in UTF-16
+        unsigned __int64 m_repeated = 0; // first bytes that equal that of the character before
+        unsigned __int64 m_blanks = 0;
         Lines m_lines;
     };
 
@@ -115,10 +121,13 @@ private:
 
     template <class UnitAt>
     static void CountLines(Lines& lines, std::size_t count, UnitAt unitAt) noexcept;
-    static void TakeBytes(Bytes& state, const unsigned char* bytes, std::size_t size) noexcept;
+    static BlockFacts TakeBytes(Bytes& state, const unsigned char* bytes, std::size_t size) noexcept;
     static void TakeUtf8(Utf8& state, const unsigned char* bytes, std::size_t size) noexcept;
     template <bool bigFirst>
-    static void TakeUtf16(Units& state, const unsigned char* bytes, std::size_t count, bool hasNul) noexcept;
+    static void TakeUtf16(Units& state, const unsigned char* bytes, std::size_t count, BlockFacts facts) noexcept;
+    template <bool bigFirst>
+    static void Score(Units& state, const unsigned char* bytes, std::size_t count) noexcept;
+    static void PairSurrogates(Units& state, const unsigned char* high, std::size_t count) noexcept;
     template <bool bigFirst>
     static void TakeUtf32(Units& state, const unsigned char* bytes, std::size_t count) noexcept;
 
