@@ -150,6 +150,7 @@ TEST(TextDetectionTest, BytesSayWhatTheyCanBe)
         {"a\0b\0"s, "utf16 weak mark 0 valid ascii nul as 0 1 2 lf 0 crlf 0 cr 0 lines 1"},
         {"\0a\0\r\0\n\0b"s, "utf16be strong mark 0 valid ascii nul as 0 1 2 lf 0 crlf 1 cr 0 lines 2"},
         {"\0a\0 \0b."s, "unknown none mark 0 invalid ascii nul as 0 lf 0 crlf 0 cr 0 lines 1"},
+        {"\x01\0\0\0a\0\0\0"s, "unknown none mark 0 invalid ascii nul as 0 1 2 3 lf 0 crlf 0 cr 0 lines 1"},
         {"a\0\0\0"s, "utf32 weak mark 0 valid ascii nul as 0 1 2 3 lf 0 crlf 0 cr 0 lines 1"},
         {"\0\0\0a\0\0\0\n"s, "utf32be strong mark 0 valid ascii nul as 0 1 2 4 lf 1 crlf 0 cr 0 lines 1"},
         {"a\0\0\xD8"s, "unknown none mark 0 invalid nul as 2 lf 0 crlf 0 cr 0 lines 1"},

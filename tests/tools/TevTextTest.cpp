@@ -368,7 +368,11 @@ TEST_F(TevText, ConvertCountsWhatIsLost)
     const Case cases[] = {
         {"? \u20AC \u65E5 ?", "utf-8", "latin1", "? ? ? ?", "2 missing in code page 28591"},
         {"a\xFF \xEF\xBF\xBD", "utf-8", "utf-8", "a\uFFFD \uFFFD", "1 without meaning in UTF-8"},
-        {"a\xFF\u20AC", "utf-8", "latin1", "a??", "1 without meaning in UTF-8, 1 missing in code page 28591"},
+        {"a\xFF\u20AC", "utf-8", "latin1", "a??",
+         "1 without meaning in UTF-8, 1 missing in code page 28591; the first without meaning at byte 1\n"},
+        {"\xEF\xBB\xBF" + std::string(kBlock, 'a') + "\xFFz\xFF", "utf-8", "utf-8",
+         std::string(kBlock, 'a') + "\uFFFDz\uFFFD",
+         "2 without meaning in UTF-8; the first without meaning at byte 1048579\n"},
         {Repeat("\u65E5", kBlock / 2), "utf-8", "1252", std::string(kBlock / 2, '?'),
          "524288 missing in code page 1252"},
         {"a\x81", "1252", "utf-8", "a\uFFFD", "1 without meaning in code page 1252"},

@@ -45,6 +45,9 @@ public:
         XTextLoss loss;
         if (!XDecodeText(bytes.data(), bytes.size(), m_from, m_text, loss))
             throw Failure(EncodingName(m_from), "cannot be read on this system");
+        if (m_meaningless == 0)
+            m_firstMeaningless = m_bytesDone + loss.m_first;
+        m_bytesDone += bytes.size();
         m_meaningless += loss.m_count;
         // Where the other encoding has no U+FFFD, those characters are lost once more, but count once.
         m_lacking -= m_keepsReplacement ? 0 : loss.m_count;
@@ -58,6 +61,8 @@ public:
     }
 
     std::uint64_t Meaningless() const noexcept { return m_meaningless; }
+    /// Where the first of them stands, from the first byte that was converted.
+    std::uint64_t FirstMeaningless() const noexcept { return m_firstMeaningless; }
     std::uint64_t Lacking() const noexcept { return m_lacking; }
 
 private:
@@ -75,7 +80,9 @@ private:
     bool m_keepsReplacement;
     CXTString<wchar_t> m_text;
     CXTString<char> m_bytes;
+    std::uint64_t m_bytesDone = 0;
     std::uint64_t m_meaningless = 0;
+    std::uint64_t m_firstMeaningless = 0;
     std::uint64_t m_lacking = 0;
 };
 
@@ -86,13 +93,15 @@ struct Notes
     std::string m_work;
 };
 
-std::string DescribeLosses(const Converter& converter, xStringEncoding from, xStringEncoding to)
+std::string DescribeLosses(const Converter& converter, xStringEncoding from, xStringEncoding to, unsigned markSize)
 {
     std::string text;
     if (converter.Meaningless() != 0)
         text = std::to_string(converter.Meaningless()) + " without meaning in " + EncodingName(from);
     if (converter.Lacking() != 0)
         text += (text.empty() ? "" : ", ") + std::to_string(converter.Lacking()) + " missing in " + EncodingName(to);
+    if (converter.Meaningless() != 0)
+        text += "; the first without meaning at byte " + std::to_string(markSize + converter.FirstMeaningless());
     return text.empty() ? text : "lost characters: " + text;
 }
 
@@ -117,7 +126,7 @@ Notes ConvertInto(const ConvertOptions& options, const Sink& sink)
     }
 
     Notes notes;
-    notes.m_losses = DescribeLosses(converter, from, options.m_to);
+    notes.m_losses = DescribeLosses(converter, from, options.m_to, source.Mark().m_size);
     if (!notes.m_losses.empty() && options.m_strict)
         throw Failure(options.m_in, notes.m_losses);
     notes.m_work = EncodingName(from) + ", " + std::to_string(source.BytesRead()) + " bytes, to " + options.m_out +
