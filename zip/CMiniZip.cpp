@@ -163,6 +163,8 @@ bool CMiniZip::ExtractEntries(const CXTString<wchar_t>& zipPath)
     // The temporary folder is opened before anything else can fail, so that it can be removed.
     if (m_temporaryFolderCreated && !StartIn(ContainedFolder::OpenItself(destination)))
         return false;
+    if (m_password == nullptr)
+        return Fail(Failure::kNoMemory);
     ZipError error;
     const std::unique_ptr<PlainZipReader> reader = PlainZipReader::Open(zipPath, *m_password, error);
     if (reader == nullptr)
@@ -377,7 +379,12 @@ void CMiniZip::KeepFiles() noexcept
 
 void CMiniZip::SetPassword(const CXTString<wchar_t>& password)
 {
-    *m_password = tev::Password(password);
+    m_password.reset(); // where memory runs out, the next archive fails for that
+    const auto set = [&] {
+        m_password = std::make_unique<tev::Password>(password);
+        return true;
+    };
+    static_cast<void>(tev::ResultOr(false, set));
 }
 
 bool CMiniZip::OnProgress(unsigned __int64, unsigned __int64)

@@ -54,6 +54,16 @@ bool HasZipExtension(const CXTString<wchar_t>& name)
     CXFileException::Throw(fileGeneric, {});
 }
 
+constexpr XZipEncryption kLost = XZipEncryption::kUnknown;
+
+/// For the engine. Where memory ran out when it was set, it is not taken for none.
+Password SecretOf(const CXTString<wchar_t>& password, XZipEncryption encryption)
+{
+    if (encryption == kLost && password.IsEmpty())
+        throw std::bad_alloc();
+    return Password(password);
+}
+
 bool IsSkip(XZipFailure failure)
 {
     return failure == XZipFailure::kSkipped || failure == XZipFailure::kCancelled ||
@@ -130,6 +140,7 @@ void CZip::Discard() noexcept
     m_archive.reset();
     const CXTString<wchar_t> released(std::move(m_archivePath)); // emptying it could allocate
     tev::OverwriteText(m_password);
+    m_encryption = XZipEncryption::kAes256;
 }
 
 bool CZip::IsReadOnly() const noexcept
@@ -140,8 +151,14 @@ bool CZip::IsReadOnly() const noexcept
 void CZip::SetPassword(const wchar_t* password, XZipEncryption encryption)
 {
     tev::OverwriteText(m_password);
-    m_password = password;
-    m_encryption = encryption;
+    const auto set = [&] {
+        m_password = password;
+        m_encryption = encryption;
+        return ZipOutcome();
+    };
+    m_encryption = kLost;
+    if (!OrNoMemory(set))
+        tev::OverwriteText(m_password);
 }
 
 int CZip::GetCount(bool filesOnly) const
@@ -188,7 +205,8 @@ ZipExtractResult CZip::ExtractFile(unsigned int index, const wchar_t* destPath, 
                                    const wchar_t* newName, bool throwOnError)
 {
     const bool isExtracted = Attempt([&](ZipArchive& archive) {
-        return archive.Extract(index, {destPath, withFolders, newName}, Password(m_password).Utf8(), m_limits);
+        return archive.Extract(index, {destPath, withFolders, newName}, SecretOf(m_password, m_encryption).Utf8(),
+                               m_limits);
     });
     const ZipExtractResult result = ResultOf(m_failure);
     if (!isExtracted && result == zipFailed && throwOnError)
@@ -198,7 +216,7 @@ ZipExtractResult CZip::ExtractFile(unsigned int index, const wchar_t* destPath, 
 
 ZipExtractResult CZip::TestFile(unsigned int index)
 {
-    Attempt([&](ZipArchive& archive) { return archive.Test(index, Password(m_password).Utf8()); });
+    Attempt([&](ZipArchive& archive) { return archive.Test(index, SecretOf(m_password, m_encryption).Utf8()); });
     return ResultOf(m_failure);
 }
 
@@ -209,14 +227,14 @@ bool CZip::AddNewFile(const wchar_t* path, bool fullPath, ZipCompressionLevel le
         name.TrimRight(L"/\\"); // behind a folder's name
         if (!fullPath)
             name = name.GetFileName();
-        return archive.Add(path, name, level, {Password(m_password), m_encryption});
+        return archive.Add(path, name, level, {SecretOf(m_password, m_encryption), m_encryption});
     });
 }
 
 bool CZip::AddNewFile(const wchar_t* path, const wchar_t* nameInArchive, ZipCompressionLevel level)
 {
     return Attempt([&](ZipArchive& archive) {
-        return archive.Add(path, nameInArchive, level, {Password(m_password), m_encryption});
+        return archive.Add(path, nameInArchive, level, {SecretOf(m_password, m_encryption), m_encryption});
     });
 }
 

@@ -33,6 +33,10 @@ public:
         Exactly,
         Loosely ///< without regard to case, and to dots and spaces at the end of a component
     };
+    /// By hashes of the names: those of a hostile archive's folders would take far more memory than it does. Sorted, since
+    /// names that all have one place in a hash table can be found.
+    using Table = std::map<std::uint64_t, bool>;
+
     explicit EntryNames(Compared compared = Compared::Loosely) : m_compared(compared) {}
 
     /// Takes a safe name. False when an earlier one is the same, or it would be both a file and a folder. A folder may
@@ -43,8 +47,6 @@ private:
     [[nodiscard]] bool ClaimFolder(std::uint64_t hash);
 
     Compared m_compared;
-    /// By hashes of the names: those of a hostile archive's folders would take far more memory than it does. Sorted, since
-    /// names that all have one place in a hash table can be found.
-    std::map<std::uint64_t, bool> m_isFolder;
+    Table m_isFolder;
 };
 } // namespace tev

@@ -296,7 +296,7 @@ bool AddEntry(const fs::path& folder)
 bool AddEncrypted(const fs::path& folder)
 {
     return ChangeArchive(folder, zipOpenReadWrite, [&](CZip& zip) {
-        zip.SetPassword(L"secret");
+        Quietly([&] { zip.SetPassword(L"secret"); });
         return AddUnlessThere(zip, folder);
     });
 }

@@ -170,8 +170,11 @@ TEST(CZip, LackOfMemoryThrowsNothing)
                 return;
             files = zip.GetCount(true);
             areCounted = files == 1 || !fails(zip);
+            zip.SetPassword(L"a password that a text has no room for in itself");
             isAdded = zip.AddNewFile(file.c_str(), false, zipLevelDefault);
         }));
+        CZipFileInfo info;
+        EXPECT_TRUE(!isAdded || (zip.GetFileInfo(info, 2) && info.GetEncryption() == XZipEncryption::kAes256));
         EXPECT_TRUE(isAdded || fails(zip))
             << isOpen << areCounted << static_cast<int>(zip.GetLastFailure()) << " " << zip.GetLastSystemError();
         EXPECT_TRUE(!isOpen || files == (areCounted ? 1 : 0));

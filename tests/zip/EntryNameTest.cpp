@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <type_traits>
 
 namespace
 {
@@ -94,6 +95,11 @@ TEST(EntryName, DevicesAreSkippedWhereASystemHasThem)
     EXPECT_TRUE(SafeEntryName("console/com10.txt/null/com/com1a/lpt", {true}));
 }
 
+template <class Table, class = void>
+constexpr bool kIsOrdered = false;
+template <class Table>
+constexpr bool kIsOrdered<Table, std::void_t<typename Table::key_compare>> = true;
+
 TEST(EntryName, NamesAreTakenOnce)
 {
     const struct
@@ -122,6 +128,7 @@ TEST(EntryName, NamesAreTakenOnce)
         {"ab/c", false, false},
         {"a/bc", false, false},
     };
+    static_assert(kIsOrdered<tev::EntryNames::Table>, "chosen names would take quadratic time");
     tev::EntryNames loose(tev::EntryNames::Compared::Loosely);
     tev::EntryNames exact(tev::EntryNames::Compared::Exactly);
     for (const auto& [path, isFolder, isTaken, isTakenExactly] : steps)

@@ -67,6 +67,7 @@ TEST_F(ExtractionFailure, LackOfMemoryThrowsNothingAndIsNoDamage)
           " && printf new >new && gzip -k new && zstd -q new && mkdir in && cp new in && cd in && zip -P key "
           "../secret.zip new");
     const Text secret = Wide("secret.zip");
+    const Text key = L"key";
     const unsigned count = FailEachAllocation([&](FailingAllocations& failing) {
         for (const bool isTemporary : {true, false})
         {
@@ -85,9 +86,11 @@ TEST_F(ExtractionFailure, LackOfMemoryThrowsNothingAndIsNoDamage)
     EXPECT_GT(count, 20u);
     FailEachAllocation([&](FailingAllocations& failing) {
         CMiniZip zip;
-        zip.SetPassword(L"key");
         bool isDone = false;
-        EXPECT_TRUE(failing.Run([&] { isDone = zip.ExtractZip(secret, out, false); }));
+        EXPECT_TRUE(failing.Run([&] {
+            zip.SetPassword(key);
+            isDone = zip.ExtractZip(secret, out, false);
+        }));
         EXPECT_EQ(zip.GetFailure(), isDone ? Failure::kNone : Failure::kNoMemory);
         EXPECT_TRUE(zip.GetSkippedEntries().empty());
     });
