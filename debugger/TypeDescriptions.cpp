@@ -13,12 +13,12 @@ struct DescribedTypes
 {
     CXTString<char>* m_narrow;
     CXTString<wchar_t>* m_wide;
-    CPathString* m_path;
-    CBitArray* m_bits;
-    COffsetArray* m_offsets;
-    CElementArray* m_elements;
+    CPathString* m_pathString;
+    CBitArray* m_bitArray;
+    COffsetArray* m_offsetArray;
+    CElementArray* m_elementArray;
     CIntMap* m_intMap;
-    CCustomData* m_store;
+    CCustomData* m_customData;
     CXTime* m_time;
     CXDuration* m_duration;
     CXException* m_exception;
@@ -28,6 +28,9 @@ struct DescribedTypes
     CXInvalidArgException* m_invalidArgException;
     CXMemoryException* m_memoryException;
     CXUserException* m_userException;
+    CXFile* m_file;
+    CStdioFileEx* m_stdioFileEx;
+    CFileNameSpec* m_fileNameSpec;
 };
 
 [[gnu::used]] DescribedTypes* const g_describedTypes = nullptr;

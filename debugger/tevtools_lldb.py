@@ -30,12 +30,14 @@ class View:
         value_type, address = value.GetType(), value.GetLoadAddress()
         if value_type.IsReferenceType():
             value_type, address = value_type.GetDereferencedType(), value.GetValueAsUnsigned()
+            value = value.Dereference().GetNonSyntheticValue() if members(value_type) else value
         self.name = value_type.GetCanonicalType().GetUnqualifiedType().GetName()
         # Programs may know no more of a class than its name; the library describes it.
-        if not members(value_type):
-            described = [known for known in value.GetTarget().FindTypes(self.name) if members(known)]
-            value_type = described[0] if described else value_type
-        self.value = value.CreateValueFromAddress(value.GetName(), address, value_type).GetNonSyntheticValue()
+        for known in value.GetTarget().FindTypes(self.name) if not members(value_type) else ():
+            if members(known):
+                value = value.CreateValueFromAddress(value.GetName(), address, known).GetNonSyntheticValue()
+                break
+        self.value = value
 
     @property
     def address(self):

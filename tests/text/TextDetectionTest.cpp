@@ -137,6 +137,8 @@ TEST(TextDetectionTest, BytesSayWhatTheyCanBe)
         {"\x1B[1m a\x1A", "utf8 certain mark 0 valid ascii as 0 lf 0 crlf 0 cr 0 lines 1"},
         {"h\xC3\xA9", "utf8 weak mark 0 valid as 0 lf 0 crlf 0 cr 0 lines 1"},
         {"\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80", "utf8 strong mark 0 valid as 0 lf 0 crlf 0 cr 0 lines 1"},
+        {"\xC2\xBF\xED\x9F\xBF\xF4\x8F\xBF\xBF\xE0\xA0\x80\xF0\x90\x80\x80",
+         "utf8 strong mark 0 valid as 0 1 2 lf 0 crlf 0 cr 0 lines 1"},
         {"h\xE9\n", "unknown none mark 0 invalid as lf 1 crlf 0 cr 0 lines 1"},
         {"caf\xE9\n\n", "unknown none mark 0 invalid as 1 2 lf 2 crlf 0 cr 0 lines 2"},
         {"\xE2\x82", "unknown none mark 0 invalid as 1 2 lf 0 crlf 0 cr 0 lines 1"},
@@ -268,6 +270,8 @@ TEST(TextDetectionTest, ConversionsCountWhatTheyLoseAndSayWhereItBegins)
     } encoded[] = {
         {L"", xEncodingUtf8, {0, 0}},
         {beyond, xEncodingUtf8, {2, 3}},
+        {L"\U0010FFFF", 12000, {0, 0}},
+        {L"a\xD83D", xEncodingUtf8, {1, 1}},
         {beyond, xEncodingUtf16, {1, 4}},
         {beyond, xEncodingUtf16BE, {1, 4}},
         {beyond, 12000, {2, 3}},
