@@ -10,7 +10,7 @@ if(TARGET tev)
 endif()
 
 install(FILES TevTools.h DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/TevTools")
-foreach(header IN LISTS tevtools_public_headers)
+foreach(header IN LISTS tevtools_public_headers tevtools_standalone_headers)
     get_filename_component(room "${header}" DIRECTORY)
     install(FILES "${header}" DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/TevTools/${room}")
 endforeach()

@@ -123,7 +123,7 @@ endif()
 # sanitizers.
 if(NOT TEVTOOLS_SANITIZE)
     set(header_sources "")
-    foreach(header IN LISTS tevtools_public_headers ITEMS TevTools.h)
+    foreach(header IN LISTS tevtools_public_headers tevtools_standalone_headers ITEMS TevTools.h)
         string(REPLACE "/" "_" source "${header}")
         set(source "${PROJECT_BINARY_DIR}/headers/${source}.cpp")
         file(CONFIGURE OUTPUT "${source}" CONTENT "#include \"${header}\"\n#include \"${header}\"\n")

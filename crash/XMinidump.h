@@ -75,6 +75,11 @@ public:
     [[nodiscard]] bool Parse(std::vector<unsigned char> bytes);
     /// Reads a file of up to 1 GiB. False when it cannot be read or is no dump.
     [[nodiscard]] bool Load(const wchar_t* path);
+    template <class Path, tev::IfPathArgument<Path> = 0>
+    [[nodiscard]] bool Load(const Path& path)
+    {
+        return Load(CXTString<wchar_t>(path).GetConstBuffer());
+    }
 
     bool Has(XMinidumpPart part) const noexcept { return (m_parts & BitOf(part)) != 0; }
     /// Whether records of a list are missing that the dump should have.

@@ -21,6 +21,10 @@ public:
     explicit CStdioFileEx(bool throwOnError = true);
     /// Opens a file and throws on errors, also when it cannot be opened.
     CStdioFileEx(const wchar_t* path, unsigned int mode);
+    template <class Path, tev::IfPathArgument<Path> = 0>
+    CStdioFileEx(const Path& path, unsigned int mode) : CStdioFileEx(CXTString<wchar_t>(path).GetConstBuffer(), mode)
+    {
+    }
     ~CStdioFileEx() override;
 
     /// Looks at the first bytes of a file: xEncodingUtf16 or xEncodingUtf8 where it starts with their mark, else
@@ -31,6 +35,7 @@ public:
     /// a pipe that waits for the first line, and loses nothing of it.
     /// False, with the cause and the path in `error` when it is given, also when that detection fails.
     bool Open(const wchar_t* path, unsigned int mode, CXFileException* error = nullptr) override;
+    using CXStdioFile::Open;
 
     /// Reads a line and removes its end; the line is cut at its first NUL. Text of an unknown code page reads as empty.
     /// False, with the line empty, at the end of the file. A failure throws, with the line empty.

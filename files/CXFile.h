@@ -62,6 +62,10 @@ public:
     CXFile(void* handle, bool throwOnError);
     /// Opens a file and throws on errors, also when it cannot be opened.
     CXFile(const wchar_t* path, unsigned int flags);
+    template <class Path, tev::IfPathArgument<Path> = 0>
+    CXFile(const Path& path, unsigned int flags) : CXFile(CXTString<wchar_t>(path).GetConstBuffer(), flags)
+    {
+    }
     /// Closes what Open opened. Never throws; call Close to see writes that failed late.
     ~CXFile() override;
     CXFile(const CXFile&) = delete;
@@ -75,6 +79,12 @@ public:
     /// False, with the cause and the path in `error` when it is given, when the file cannot be opened; an empty path and
     /// one of 260 characters or more are bad paths. A folder is "access denied".
     virtual bool Open(const wchar_t* path, unsigned int flags, CXFileException* error = nullptr);
+    /// Opens a file by a std::filesystem::path or a wide string or view of the standard library.
+    template <class Path, tev::IfPathArgument<Path> = 0>
+    bool Open(const Path& path, unsigned int flags, CXFileException* error = nullptr)
+    {
+        return Open(CXTString<wchar_t>(path).GetConstBuffer(), flags, error);
+    }
     /// Moves the position and returns it; all bits set on failure. A position past the end is allowed.
     virtual unsigned __int64 Seek(__int64 offset, SeekPosition origin);
     /// Cuts the file or extends it with zeros, and moves the position to its end. False on failure.

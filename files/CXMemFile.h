@@ -39,6 +39,7 @@ public:
 
     /// Always false, cause fileInvalidFile: memory has no path.
     bool Open(const wchar_t* path, unsigned int flags, CXFileException* error = nullptr) override;
+    using CXFile::Open;
     /// Moves the position; one past the end makes the capacity reach it and leaves the length. A position before the
     /// start, and one past the end that is counted from the end, are bad seeks: without exceptions the first becomes 0
     /// and the second leaves the position. An unknown origin leaves the position.

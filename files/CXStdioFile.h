@@ -22,10 +22,15 @@ public:
     explicit CXStdioFile(bool throwOnError = true);
     CXStdioFile(void* handle, bool throwOnError);
     CXStdioFile(const wchar_t* path, unsigned int flags);
+    template <class Path, tev::IfPathArgument<Path> = 0>
+    CXStdioFile(const Path& path, unsigned int flags) : CXStdioFile(CXTString<wchar_t>(path).GetConstBuffer(), flags)
+    {
+    }
     /// Writes what is in the buffer. A failure is ignored: call Close to see it.
     ~CXStdioFile() override;
 
     bool Open(const wchar_t* path, unsigned int flags, CXFileException* error = nullptr) override;
+    using CXFile::Open;
     unsigned __int64 Seek(__int64 offset, SeekPosition origin) override;
     bool SetLength(unsigned __int64 length) override;
     unsigned __int64 GetLength() const override;

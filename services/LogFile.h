@@ -1,6 +1,9 @@
 #pragma once
 
 #include "text/CXTString.h"
+#include "text/CheckedFormat.h"
+
+#include <type_traits>
 
 // The diagnostic log of the process, a UTF-16 text file. A message is in the file when the call that wrote it returns,
 // so that the log is complete after a crash. Line ends, times and levels are not added: they are part of the message.
@@ -40,6 +43,48 @@ TEVTOOLS_API void WriteToLogFile(const char* format, ...);
 /// As above, unless the level is above the threshold, which costs next to nothing.
 TEVTOOLS_API void WriteToLogFile(unsigned int level, const wchar_t* format, ...);
 TEVTOOLS_API void WriteToLogFile(unsigned int level, const char* format, ...);
+
+namespace tev
+{
+/// The character type of what is given as a format; void where it is none.
+template <class Format>
+using FormatCharacter =
+    std::conditional_t<std::is_convertible_v<const Format&, const wchar_t*>, wchar_t,
+                       std::conditional_t<std::is_convertible_v<const Format&, const char*>, char, void>>;
+
+template <class Format, class... Arguments>
+using IfFormatsObjects =
+    std::enable_if_t<!std::is_void_v<FormatCharacter<Format>> && !(kIsScalarArgument<Arguments> && ...), int>;
+} // namespace tev
+
+/// With texts of the format's width among the arguments, as CXTString::Format takes them.
+template <class Format, class... Arguments, tev::IfFormatsObjects<Format, Arguments...> = 0>
+void WriteToLogFile(const Format& format, const Arguments&... arguments)
+{
+    using Character = tev::FormatCharacter<Format>;
+    tev::RequireFormatArguments<Character, Arguments...>();
+    WriteToLogFile(static_cast<const Character*>(format), tev::PassedArgument<Arguments>(arguments).Get()...);
+}
+template <class Format, class... Arguments, tev::IfFormatsObjects<Format, Arguments...> = 0>
+void WriteToLogFile(unsigned int level, const Format& format, const Arguments&... arguments)
+{
+    using Character = tev::FormatCharacter<Format>;
+    tev::RequireFormatArguments<Character, Arguments...>();
+    WriteToLogFile(level, static_cast<const Character*>(format), tev::PassedArgument<Arguments>(arguments).Get()...);
+}
+/// With a format that is checked while compiling, X_FORMAT("%s: %d").
+template <class Literal, class... Arguments>
+void WriteToLogFile(tev::CheckedFormat<Literal> format, const Arguments&... arguments)
+{
+    format.template Require<std::remove_pointer_t<decltype(Literal::Text())>, Arguments...>();
+    WriteToLogFile(Literal::Text(), tev::PassedArgument<Arguments>(arguments).Get()...);
+}
+template <class Literal, class... Arguments>
+void WriteToLogFile(unsigned int level, tev::CheckedFormat<Literal> format, const Arguments&... arguments)
+{
+    format.template Require<std::remove_pointer_t<decltype(Literal::Text())>, Arguments...>();
+    WriteToLogFile(level, Literal::Text(), tev::PassedArgument<Arguments>(arguments).Get()...);
+}
 
 /// Indents the messages of the calling thread by one tab more or less. Returns the number of its tabs, 0 when no log is
 /// open.

@@ -1,10 +1,17 @@
 #pragma once
 
 #include "base/TevTypes.h"
+#include "text/FormatArguments.h"
+#include "text/StandardText.h"
 #include "text/TextEncoding.h"
 
+#include <climits>
 #include <cstdarg>
 #include <cstddef>
+#include <functional>
+#include <iosfwd>
+#include <string>
+#include <string_view>
 #include <type_traits>
 #include <utility>
 
@@ -23,6 +30,9 @@ struct CXTCharArray
 /// An argument may point into the string that is changed. Growing throws std::bad_alloc and leaves the string as it
 /// was. One thread at a time.
 ///
+/// Strings and views of the standard library are taken wherever a string is, and given: see docs/text.md. Where a program
+/// defines XTEXT_NO_ANSI, what would silently convert between the widths does not compile; the library is the same.
+///
 /// A buffer that must grow to n characters gets room for 2n + 1, at least 16, and 64 where that is from 16 to 63; it
 /// never shrinks. A string that was moved from is empty and owns no buffer until it is written to.
 template <class T>
@@ -40,7 +50,22 @@ public:
     /// Copies exactly `count` characters, NULs included; -1 copies up to the first NUL.
     CXTString(const T* text, int count);
     CXTString(T character, int count);
-    CXTString(const OtherChar* text);
+    /// The whole text, NULs included.
+    template <class Text, tev::IfStdText<Text, T> = 0>
+    CXTString(const Text& text) : CXTString(text.data(), CountOf(text.size()))
+    {
+        if (Size() != text.size())
+            Assign(text.data(), text.size());
+    }
+    /// Wide text from a path: each byte that is not part of UTF-8 becomes one of U+DC80 to U+DCFF.
+    template <class Path, tev::IfPath<Path, T> = 0>
+    CXTString(const Path& path) : CXTString()
+    {
+        if constexpr (std::is_same_v<typename Path::value_type, T>)
+            Assign(path.native().data(), path.native().size());
+        else
+            XDecodePath(path.c_str(), *this);
+    }
     ~CXTString();
 
     CXTString& operator=(const CXTString& other);
@@ -48,14 +73,32 @@ public:
     CXTString& operator=(std::nullptr_t);
     CXTString& operator=(const T* text);
     CXTString& operator=(T character);
-    CXTString& operator=(const OtherChar* text);
-    CXTString& operator=(const unsigned char* text);
+    template <class Text, tev::IfStdText<Text, T> = 0>
+    CXTString& operator=(const Text& text)
+    {
+        return Assign(text.data(), text.size());
+    }
 
     CXTString& operator+=(const CXTString& other) { return Append(other.m_text.m_data, other.m_text.m_length); }
     CXTString& operator+=(const T* text);
     CXTString& operator+=(T character);
-    CXTString& operator+=(const OtherChar* text);
-    CXTString& operator+=(const unsigned char* text);
+    template <class Text, tev::IfStdText<Text, T> = 0>
+    CXTString& operator+=(const Text& text)
+    {
+        return Append(text.data(), text.size());
+    }
+
+    // Conversions through the ANSI code page.
+
+    CXTString(const OtherChar* text) X_ANSI_CONVERSION;
+    CXTString& operator=(const OtherChar* text) X_ANSI_CONVERSION;
+    CXTString& operator+=(const OtherChar* text) X_ANSI_CONVERSION;
+    CXTString& operator=(const tev::AnsiBytes<T>* text);
+    CXTString& operator+=(const tev::AnsiBytes<T>* text);
+    template <class Text, tev::IfAnsiText<Text, OtherChar> = 0>
+    explicit CXTString(const Text& text) : CXTString(FromOtherWidth(text.data(), text.size()))
+    {
+    }
 
     /// Replaces the text by `count` characters, NULs included; -1 copies up to the first NUL.
     /// A null pointer with a count other than 0 is an invalid parameter (errno 22) and changes nothing.
@@ -96,6 +139,14 @@ public:
     }
     operator const T*() const noexcept { return m_text.m_data; }
     const T* GetConstBuffer() const noexcept { return m_text.m_data; }
+    /// The whole text, NULs included; valid until the string changes.
+    operator std::basic_string_view<T>() const noexcept { return {m_text.m_data, Size()}; }
+    explicit operator std::basic_string<T>() const { return {m_text.m_data, Size()}; }
+    /// The characters without the terminator; invalid when the string changes otherwise than through them.
+    T* begin() noexcept { return m_text.m_data; }
+    const T* begin() const noexcept { return m_text.m_data; }
+    T* end() noexcept { return m_text.m_data + m_text.m_length; }
+    const T* end() const noexcept { return m_text.m_data + m_text.m_length; }
     operator CXTCharArray<T>&() noexcept { return m_text; }
     /// Sets the length and returns the buffer to fill. The first characters stay, new ones are unspecified.
     /// A negative length is an invalid parameter (errno 34): null, nothing changed.
@@ -118,6 +169,47 @@ public:
     /// Appends nothing when the format cannot be carried out.
     void AppendFormat(const T* format, ...);
     void AppendFormat(unsigned int messageId, ...);
+    // With texts of this width among the arguments, for `%s`: CXTString and what is derived from it, std::basic_string,
+    // std::basic_string_view. The text ends at its first NUL. Other objects do not compile.
+
+    template <class... Arguments, tev::IfAnyObject<Arguments...> = 0>
+    void Format(const T* format, const Arguments&... arguments)
+    {
+        tev::RequireFormatArguments<T, Arguments...>();
+        Format(format, tev::PassedArgument<Arguments>(arguments).Get()...);
+    }
+    template <class... Arguments, tev::IfAnyObject<Arguments...> = 0>
+    void Format(unsigned int messageId, const Arguments&... arguments)
+    {
+        tev::RequireFormatArguments<T, Arguments...>();
+        Format(messageId, tev::PassedArgument<Arguments>(arguments).Get()...);
+    }
+    template <class... Arguments, tev::IfAnyObject<Arguments...> = 0>
+    void AppendFormat(const T* format, const Arguments&... arguments)
+    {
+        tev::RequireFormatArguments<T, Arguments...>();
+        AppendFormat(format, tev::PassedArgument<Arguments>(arguments).Get()...);
+    }
+    template <class... Arguments, tev::IfAnyObject<Arguments...> = 0>
+    void AppendFormat(unsigned int messageId, const Arguments&... arguments)
+    {
+        tev::RequireFormatArguments<T, Arguments...>();
+        AppendFormat(messageId, tev::PassedArgument<Arguments>(arguments).Get()...);
+    }
+    /// With a format that is checked while compiling, X_FORMAT("%s: %d"); texts may be of either width.
+    template <class Literal, class... Arguments>
+    void Format(tev::CheckedFormat<Literal> format, const Arguments&... arguments)
+    {
+        format.template Require<T, Arguments...>();
+        Format(Literal::Text(), tev::PassedArgument<Arguments>(arguments).Get()...);
+    }
+    template <class Literal, class... Arguments>
+    void AppendFormat(tev::CheckedFormat<Literal> format, const Arguments&... arguments)
+    {
+        format.template Require<T, Arguments...>();
+        AppendFormat(Literal::Text(), tev::PassedArgument<Arguments>(arguments).Get()...);
+    }
+
     /// Scans the text in the manner of sscanf_s: `%s`, `%c` and `%[` take the target and its capacity (unsigned int).
     /// Returns the number of targets filled, -1 when the text ends before the first conversion.
     int ScanS(const T* format, ...) const;
@@ -222,6 +314,82 @@ public:
     friend bool operator>=(const CXTString& a, const T* b) noexcept { return a.Compare(b) >= 0; }
     friend bool operator>=(const T* a, const CXTString& b) noexcept { return b.Compare(a) <= 0; }
 
+    // With strings and views of the standard library.
+
+    template <class Text, tev::IfStdText<Text, T> = 0>
+    friend bool operator==(const CXTString& a, const Text& b) noexcept
+    {
+        return a.EqualsRun(b.data(), b.size());
+    }
+    template <class Text, tev::IfStdText<Text, T> = 0>
+    friend bool operator==(const Text& a, const CXTString& b) noexcept
+    {
+        return b.EqualsRun(a.data(), a.size());
+    }
+    template <class Text, tev::IfStdText<Text, T> = 0>
+    friend bool operator!=(const CXTString& a, const Text& b) noexcept
+    {
+        return !a.EqualsRun(b.data(), b.size());
+    }
+    template <class Text, tev::IfStdText<Text, T> = 0>
+    friend bool operator!=(const Text& a, const CXTString& b) noexcept
+    {
+        return !b.EqualsRun(a.data(), a.size());
+    }
+    template <class Text, tev::IfStdText<Text, T> = 0>
+    friend bool operator<(const CXTString& a, const Text& b) noexcept
+    {
+        return a.CompareRun(b.data(), b.size()) < 0;
+    }
+    template <class Text, tev::IfStdText<Text, T> = 0>
+    friend bool operator<(const Text& a, const CXTString& b) noexcept
+    {
+        return b.CompareRun(a.data(), a.size()) > 0;
+    }
+    template <class Text, tev::IfStdText<Text, T> = 0>
+    friend bool operator>(const CXTString& a, const Text& b) noexcept
+    {
+        return a.CompareRun(b.data(), b.size()) > 0;
+    }
+    template <class Text, tev::IfStdText<Text, T> = 0>
+    friend bool operator>(const Text& a, const CXTString& b) noexcept
+    {
+        return b.CompareRun(a.data(), a.size()) < 0;
+    }
+    template <class Text, tev::IfStdText<Text, T> = 0>
+    friend bool operator<=(const CXTString& a, const Text& b) noexcept
+    {
+        return a.CompareRun(b.data(), b.size()) <= 0;
+    }
+    template <class Text, tev::IfStdText<Text, T> = 0>
+    friend bool operator<=(const Text& a, const CXTString& b) noexcept
+    {
+        return b.CompareRun(a.data(), a.size()) >= 0;
+    }
+    template <class Text, tev::IfStdText<Text, T> = 0>
+    friend bool operator>=(const CXTString& a, const Text& b) noexcept
+    {
+        return a.CompareRun(b.data(), b.size()) >= 0;
+    }
+    template <class Text, tev::IfStdText<Text, T> = 0>
+    friend bool operator>=(const Text& a, const CXTString& b) noexcept
+    {
+        return b.CompareRun(a.data(), a.size()) <= 0;
+    }
+
+    /// Writes the text. What has the other width than the stream is converted through the ANSI code page.
+    template <class Traits>
+    friend std::basic_ostream<T, Traits>& operator<<(std::basic_ostream<T, Traits>& out, const CXTString& text)
+    {
+        return out << std::basic_string_view<T, Traits>(text.m_text.m_data, text.Size());
+    }
+    template <class Traits>
+    friend std::basic_ostream<OtherChar, Traits>& operator<<(std::basic_ostream<OtherChar, Traits>& out,
+                                                             const CXTString& text)
+    {
+        return out << CXTString<OtherChar>(std::basic_string_view<T>(text));
+    }
+
 private:
     enum class TrimSides
     {
@@ -236,7 +404,13 @@ private:
     };
     using FindFunction = std::size_t (*)(const T*, std::size_t, std::size_t, const T*, std::size_t);
 
+    std::size_t Size() const noexcept { return static_cast<std::size_t>(m_text.m_length); }
+    /// For the constructor that takes an `int`; 0 where that cannot hold the count.
+    static constexpr int CountOf(std::size_t size) noexcept { return size > INT_MAX ? 0 : static_cast<int>(size); }
+    static CXTString FromOtherWidth(const OtherChar* text, std::size_t length);
     bool Equals(const CXTString& other) const noexcept;
+    bool EqualsRun(const T* text, std::size_t length) const noexcept;
+    int CompareRun(const T* text, std::size_t length) const noexcept;
     int EditRuns(FindFunction find, Run oldRun, Run newRun, int maxCount, int limit, int start);
     int InsertRun(int position, Run run);
     CXTString Part(std::size_t first, std::size_t count) const;
@@ -275,6 +449,18 @@ inline T* CXTString<T>::SetLength(unsigned __int64 length)
 
 extern template class CXTString<char>;
 extern template class CXTString<wchar_t>;
+
+#undef X_ANSI_CONVERSION
+
+/// The same as of a std::basic_string_view of the text.
+template <class T>
+struct std::hash<CXTString<T>>
+{
+    std::size_t operator()(const CXTString<T>& text) const noexcept
+    {
+        return std::hash<std::basic_string_view<T>>()(text);
+    }
+};
 
 /// A copy of the text without the "&" that mark accelerators in menus and buttons.
 TEVTOOLS_API CXTString<wchar_t> CleanText(const CXTString<wchar_t>& text);

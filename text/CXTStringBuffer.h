@@ -51,15 +51,6 @@ T* Reallocate(T* block, unsigned __int64 capacity)
         throw std::bad_alloc();
     return static_cast<T*>(grown);
 }
-
-// Text of the other width; empty where it cannot be converted.
-template <class T>
-CXTString<T> Converted(const typename CXTString<T>::OtherChar* text)
-{
-    CXTString<T> result;
-    result = text;
-    return result;
-}
 } // namespace tev
 
 template <class T>
@@ -156,8 +147,18 @@ CXTString<T>& CXTString<T>::operator=(const OtherChar* text)
     return *this;
 }
 
+// Empty where the text cannot be converted.
 template <class T>
-CXTString<T>& CXTString<T>::operator=(const unsigned char* text)
+CXTString<T> CXTString<T>::FromOtherWidth(const OtherChar* text, std::size_t length)
+{
+    CXTString result;
+    if (!tev::ConvertText(text, length, result))
+        result.Empty();
+    return result;
+}
+
+template <class T>
+CXTString<T>& CXTString<T>::operator=(const tev::AnsiBytes<T>* text)
 {
     return *this = reinterpret_cast<const char*>(text);
 }
@@ -171,11 +172,11 @@ CXTString<T>& CXTString<T>::operator+=(const T* text)
 template <class T>
 CXTString<T>& CXTString<T>::operator+=(const OtherChar* text)
 {
-    return *this += tev::Converted<T>(text);
+    return *this += FromOtherWidth(text, tev::TextLength(text));
 }
 
 template <class T>
-CXTString<T>& CXTString<T>::operator+=(const unsigned char* text)
+CXTString<T>& CXTString<T>::operator+=(const tev::AnsiBytes<T>* text)
 {
     return *this += reinterpret_cast<const char*>(text);
 }

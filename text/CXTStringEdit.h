@@ -49,20 +49,33 @@ std::size_t FindIf(const CXTCharArray<T>& text, std::size_t start, Predicate pre
 template <class T>
 int CXTString<T>::Compare(const T* text) const noexcept
 {
-    return tev::CompareText<T>(m_text.m_data, m_text.m_length, text, tev::TextLength(text));
+    return CompareRun(text, tev::TextLength(text));
 }
 
 template <class T>
 int CXTString<T>::Compare(const CXTString& other) const noexcept
 {
-    return tev::CompareText<T>(m_text.m_data, m_text.m_length, other.m_text.m_data, other.m_text.m_length);
+    return CompareRun(other.m_text.m_data, other.m_text.m_length);
 }
 
 template <class T>
 bool CXTString<T>::Equals(const CXTString& other) const noexcept
 {
-    const std::size_t length = m_text.m_length;
-    return length == other.m_text.m_length && std::memcmp(m_text.m_data, other.m_text.m_data, length * sizeof(T)) == 0;
+    return EqualsRun(other.m_text.m_data, other.m_text.m_length);
+}
+
+template <class T>
+bool CXTString<T>::EqualsRun(const T* text, std::size_t length) const noexcept
+{
+    if (length != m_text.m_length)
+        return false;
+    return length == 0 || std::memcmp(m_text.m_data, text, length * sizeof(T)) == 0; // no text may be null
+}
+
+template <class T>
+int CXTString<T>::CompareRun(const T* text, std::size_t length) const noexcept
+{
+    return tev::CompareText<T>(m_text.m_data, m_text.m_length, text, length);
 }
 
 template <class T>

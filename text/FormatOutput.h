@@ -1,8 +1,8 @@
 #pragma once
 
-// The output buffer of formatting, and the description of one conversion that the parts of formatting share.
+// The output buffer of formatting.
 
-#include "text/LengthModifier.h"
+#include "text/FormatSyntax.h"
 
 #include <algorithm>
 #include <climits>
@@ -13,23 +13,6 @@
 
 namespace tev
 {
-/// One conversion of a format. A width or precision that is an argument is filled in before the text is written.
-struct FormatSpec
-{
-    static constexpr int kNoPrecision = -1;
-
-    bool left = false;
-    bool plus = false;
-    bool space = false;
-    bool alternate = false;
-    bool zero = false;
-    bool grouped = false;
-    LengthModifier modifier = LengthModifier::None;
-    char letter = 0;
-    int width = 0;
-    int precision = kNoPrecision;
-};
-
 /// Text under construction: on the stack while it is short, then in a heap block that doubles. At most 2^31 - 1
 /// characters.
 template <class T>

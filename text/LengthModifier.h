@@ -32,7 +32,7 @@ constexpr bool IsDigit(T character) noexcept
 
 /// Reads the digits at `at`, perhaps none, and moves past them. False when the number passes 2^31 - 1.
 template <class T>
-bool ReadNumber(const T*& at, int& number) noexcept
+constexpr bool ReadNumber(const T*& at, int& number) noexcept
 {
     long long value = 0;
     for (; IsDigit(*at); ++at)
@@ -46,7 +46,7 @@ bool ReadNumber(const T*& at, int& number) noexcept
 }
 
 template <class T>
-LengthModifier ReadLengthModifier(const T*& at) noexcept
+constexpr LengthModifier ReadLengthModifier(const T*& at) noexcept
 {
     const auto take = [&at](int count, LengthModifier modifier) {
         at += count;

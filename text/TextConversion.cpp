@@ -1,6 +1,7 @@
 #include "text/TextEncoding.h"
 
 #include "platform/CodePages.h"
+#include "platform/PathNames.h"
 #include "text/CXTString.h"
 #include "text/CodePageText.h"
 #include "text/Utf.h"
@@ -178,4 +179,17 @@ bool XDecodeText(const void* bytes, size_t byteCount, xStringEncoding encoding, 
 bool XEncodeText(const wchar_t* text, size_t length, xStringEncoding encoding, CXTString<char>& bytes)
 {
     return tev::EncodeCodePage(text, length, tev::CodePageOf(encoding), bytes);
+}
+
+void XDecodePath(const char* path, CXTString<wchar_t>& text)
+{
+    text = tev::platform::SystemPathToWide(path);
+}
+
+bool XEncodePath(const wchar_t* text, CXTString<char>& path)
+{
+    std::string bytes;
+    const bool isName = tev::platform::WidePathToSystem(text, bytes);
+    path = isName ? bytes : std::string();
+    return isName;
 }

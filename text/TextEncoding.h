@@ -40,3 +40,11 @@ TEVTOOLS_API void XSetAnsiCodePage(unsigned codePage) noexcept;
 /// False, with `bytes` empty, when `text` is null or the code page is unknown.
 [[nodiscard]] TEVTOOLS_API bool XEncodeText(const wchar_t* text, std::size_t length, xStringEncoding encoding,
                                             CXTString<char>& bytes);
+
+/// Turns a path as the system has it, up to its NUL, into text: UTF-8, in which each byte that is not part of it becomes
+/// one of U+DC80 to U+DCFF. Null counts as empty.
+TEVTOOLS_API void XDecodePath(const char* path, CXTString<wchar_t>& text);
+
+/// The inverse, with '\' as '/'. False, with `path` empty, for a text that no name can have: one with another lone
+/// surrogate or a value above U+10FFFF. NUL ends the text; null counts as empty.
+[[nodiscard]] TEVTOOLS_API bool XEncodePath(const wchar_t* text, CXTString<char>& path);

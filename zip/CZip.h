@@ -37,6 +37,11 @@ public:
     /// `throwOnError` CXFileException of cause fileGeneric without a file name, on failure, also when an archive is
     /// open already. The callback, which may be null, must live as long as the archive is open.
     bool Open(const wchar_t* path, ZipOpenMode mode, bool throwOnError, CZipExtractCallback* callback);
+    template <class Path, tev::IfPathArgument<Path> = 0>
+    bool Open(const Path& path, ZipOpenMode mode, bool throwOnError, CZipExtractCallback* callback)
+    {
+        return Open(CXTString<wchar_t>(path).GetConstBuffer(), mode, throwOnError, callback);
+    }
     /// Saves what was changed, and closes the archive in any case. With `throwOnError` CXFileException of cause
     /// fileGeneric is thrown when saving failed, or was cancelled.
     void Close(bool throwOnError);
@@ -76,6 +81,12 @@ public:
     /// zipFailed.
     ZipExtractResult ExtractFile(unsigned int index, const wchar_t* destPath, bool withFolders, const wchar_t* newName,
                                  bool throwOnError);
+    template <class Path, tev::IfPathArgument<Path> = 0>
+    ZipExtractResult ExtractFile(unsigned int index, const Path& destPath, bool withFolders, const wchar_t* newName,
+                                 bool throwOnError)
+    {
+        return ExtractFile(index, CXTString<wchar_t>(destPath).GetConstBuffer(), withFolders, newName, throwOnError);
+    }
     /// Reads an entry and checks it, without writing anything. OnExtractEntry is not called.
     ZipExtractResult TestFile(unsigned int index);
 
@@ -87,6 +98,16 @@ public:
     /// and root. A name that exists is refused. The entry gets the file's permissions and time of last change.
     bool AddNewFile(const wchar_t* path, bool fullPath, ZipCompressionLevel level);
     bool AddNewFile(const wchar_t* path, const wchar_t* nameInArchive, ZipCompressionLevel level);
+    template <class Path, tev::IfPathArgument<Path> = 0>
+    bool AddNewFile(const Path& path, bool fullPath, ZipCompressionLevel level)
+    {
+        return AddNewFile(CXTString<wchar_t>(path).GetConstBuffer(), fullPath, level);
+    }
+    template <class Path, tev::IfPathArgument<Path> = 0>
+    bool AddNewFile(const Path& path, const wchar_t* nameInArchive, ZipCompressionLevel level)
+    {
+        return AddNewFile(CXTString<wchar_t>(path).GetConstBuffer(), nameInArchive, level);
+    }
     /// Deletes all entries of these names; a folder's entry without those beneath it.
     bool DeleteFiles(const CXArray<CXTString<wchar_t>, const CXTString<wchar_t>&>& names);
     /// Gives each entry the new name at the same index of the other array; names may be exchanged.

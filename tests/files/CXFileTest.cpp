@@ -1,6 +1,9 @@
 #include "files/CXFile.h"
 
+#include "files/CStdioFileEx.h"
+#include "files/CXMemFile.h"
 #include "objects/CXFileException.h"
+#include "services/CPathString.h"
 #include "tests/support/FailingFileSystem.h"
 #include "tests/support/FileFailure.h"
 #include "tests/support/ForkedChild.h"
@@ -13,8 +16,10 @@
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -58,6 +63,23 @@ std::string ReadAll(CXFile& file)
     return bytes;
 }
 
+// By the forms that the overrides of derived classes must not hide.
+template <class File>
+void ExpectOpenedByPath(const std::filesystem::path& path)
+{
+    const std::wstring longer = CPathString(path).GetConstBuffer() + std::wstring(L"+");
+    const std::wstring_view view = std::wstring_view(longer).substr(0, longer.size() - 1);
+    File opened(path, kShared);
+    EXPECT_EQ(ReadAll(opened), "text");
+    EXPECT_TRUE(opened.Open(path, kShared));
+    EXPECT_EQ(std::filesystem::path(CPathString(opened.GetFilePath())), path);
+    EXPECT_TRUE(opened.Open(view, kShared));
+    EXPECT_EQ(ReadAll(opened), "text");
+    CXFileException error;
+    EXPECT_FALSE(opened.Open(path / "none", kShared, &error));
+    EXPECT_EQ(std::filesystem::path(CPathString(error.GetFileName())), path / "none");
+}
+
 class Pipe
 {
 public:
@@ -75,6 +97,20 @@ private:
 };
 
 // Opening
+
+TEST(CXFile, PathsOfTheStandardLibraryOpenFiles)
+{
+    const TempFolder folder;
+    const std::filesystem::path path = folder.Path("") / "caf\xC3\xA9 \xFF";
+    std::ofstream(path) << "text";
+    ExpectOpenedByPath<CXFile>(path);
+    ExpectOpenedByPath<CXStdioFile>(path);
+    ExpectOpenedByPath<CStdioFileEx>(path);
+    CXMemFile memory;
+    CXFileException error;
+    EXPECT_FALSE(memory.Open(path, kShared, &error));
+    EXPECT_EQ(error.GetCause(), fileInvalidFile);
+}
 
 TEST(CXFile, OpensAsTheFlagsSay)
 {

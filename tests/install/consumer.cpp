@@ -1,6 +1,7 @@
 #include "objects/CXException.h"
 
 #include <TevTools.h>
+#include <services/StdFormatter.h>
 
 // Uses the library as a program outside this tree does: through the installed headers and exported symbols alone.
 int main()

@@ -4,6 +4,7 @@
 #include "objects/ResultOr.h"
 #include "platform/Threads.h"
 #include "services/ApplicationName.h"
+#include "services/CPathString.h"
 #include "services/FileTypeRegistry.h"
 #include "services/StartUp.h"
 #include "tests/support/Eventually.h"
@@ -13,6 +14,7 @@
 #include "tests/support/PrintText.h"
 #include "tests/support/TempFolder.h"
 #include "text/CXTString.h"
+#include "text/CheckedFormat.h"
 #include "threads/CCustomThread.h"
 #include "threads/MainThread.h"
 #include "threads/ParallelFor.h"
@@ -29,6 +31,7 @@
 #include <fstream>
 #include <future>
 #include <string>
+#include <string_view>
 #include <thread>
 
 #include <fcntl.h>
@@ -128,6 +131,25 @@ TEST_F(LogFile, TheModeDecidesAboutAnExistingFile)
     EXPECT_EQ(Text("a.log"), "five\n");
     writeTo(xLogCreate, L"");
     EXPECT_EQ(Text("a.log"), ""); // with the mark all the same
+}
+
+TEST_F(LogFile, TextObjectsAreArgumentsOfMessages)
+{
+    ASSERT_TRUE(Open("a.log", xLogCreate, 0xFF));
+    const CPathString path(L"folder/file");
+    const std::wstring wide = L"wide";
+    const std::string narrow = "narrow";
+    SetLogLevel(2);
+    WriteToLogFile(0, L"x %d\n", 1);
+    WriteToLogFile(0, L"%s %s %d\n", path, wide, 2);
+    WriteToLogFile(2u, "%s %c\n", std::string_view(narrow).substr(0, 2), 'c');
+    WriteToLogFile(CXTString<wchar_t>(L"%s\n"), wide);
+    WriteToLogFile("%s\n", CXTString<char>("n"));
+    WriteToLogFile(X_FORMAT(L"%s %hs\n"), wide, narrow);
+    WriteToLogFile(2, X_FORMAT("%s %ls\n"), narrow, wide);
+    WriteToLogFile(3, L"%s\n", wide); // above the threshold
+    WriteToLogFile(3, X_FORMAT("%s\n"), narrow);
+    EXPECT_EQ(Messages("a.log"), "x 1\nfolder/file wide 2\nna c\nwide\nn\nwide narrow\nnarrow wide\n");
 }
 
 TEST_F(LogFile, AFailureToOpenLeavesTheLevelOnly)

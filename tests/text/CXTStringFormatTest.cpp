@@ -1,6 +1,7 @@
 #include "tests/support/MadeLocale.h"
 #include "tests/support/TextTools.h"
 #include "text/CXTString.h"
+#include "text/CheckedFormat.h"
 #include "text/Language.h"
 #include "text/TextFormat.h"
 
@@ -16,6 +17,7 @@
 #include <limits>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <type_traits>
 #include <vector>
 
@@ -368,6 +370,127 @@ TYPED_TEST(FormatTest, NulIsACharacterLikeAnyOther)
     EXPECT_EQ(ToStd(text), expected);
     text.AppendFormat(Widen<T>("%c").c_str(), 0);
     EXPECT_EQ(ToStd(text), expected + T(0));
+}
+
+TYPED_TEST(FormatTest, TextObjectsStandForTheirCStrings)
+{
+    using T = TypeParam;
+    using String = std::basic_string<T>;
+    struct Named : CXTString<T>
+    {
+        using CXTString<T>::CXTString;
+    };
+    const String format = Widen<T>("<%s|%5d|%-6s|%.2s|%s|%g>");
+    const String longText(1000, T('y'));
+    const auto block = ExactBlock(Widen<T>("view"));
+    const std::basic_string_view<T> view(block.get(), 4);
+    const Named named(Widen<T>("named").c_str());
+    const T array[] = {T('z'), T(0)};
+    CXTString<T> text(Widen<T>("own").c_str());
+    text.Format(format.c_str(), text, 7, view, named, longText, 2.5f);
+    const String expected = Widen<T>("<own|    7|view  |na|") + longText + Widen<T>("|2.5>");
+    EXPECT_EQ(ToStd(text), expected);
+    text.AppendFormat(format.c_str(), array, short(7), view, named, longText, 2.5);
+    EXPECT_EQ(ToStd(text), expected + Widen<T>("<z|    7|view  |na|") + longText + Widen<T>("|2.5>"));
+
+    // The NUL of a text ends it, and an object may come after a fault.
+    text.Format(Widen<T>("%s%s").c_str(), String(2, T(0)), CXTString<T>(T(0), 3));
+    EXPECT_TRUE(text.IsEmpty());
+    text.Format(Widen<T>("%").c_str(), view);
+    EXPECT_TRUE(text.IsEmpty());
+    text = Widen<T>("kept");
+    text.Format(static_cast<const T*>(nullptr), view);
+    text.AppendFormat(Widen<T>("%y").c_str(), view);
+    EXPECT_EQ(ToStd(text), Widen<T>("kept"));
+
+    // A message as format.
+    constexpr unsigned kCannotFind = 0xf1a2;
+    CXTString<T> same;
+    same.Format(kCannotFind, Widen<T>("view").c_str());
+    text.Format(kCannotFind, view);
+    text.AppendFormat(kCannotFind, view);
+    EXPECT_EQ(text, same + same);
+    EXPECT_GE(same.Find(Widen<T>("view").c_str()), 0);
+}
+
+TEST(CheckedFormatTest, ACheckedFormatGivesTheSameText)
+{
+    const CXTString<wchar_t> wide(L"wide");
+    const std::string narrow = "narrow";
+    enum Corner
+    {
+        kThird = 3
+    };
+    CXTString<char> text;
+    text.Format(X_FORMAT("%s|%ls|%S|%5d|%-*.*f|%I64u|%c|%%|%hhd|%p|%zu"), narrow, wide, L"c", kThird, 6, 2, 2.5f,
+                1ull << 40, 'x', true, nullptr, sizeof(int));
+    EXPECT_EQ(ToStd(text), "narrow|wide|c|    3|2.50  |1099511627776|x|%|1|(nil)|4");
+    text.AppendFormat(X_FORMAT("%2$s%1$Lg"), 1.5L, "b");
+    EXPECT_EQ(text.Right(4), "b1.5");
+    CXTString<wchar_t> other;
+    other.Format(X_FORMAT(L"%s %hs %S"), wide, narrow, std::string_view(narrow).substr(0, 3));
+    EXPECT_EQ(other, L"wide narrow nar");
+}
+
+// A format is accepted exactly where it is carried out: each of these takes an int, a text and a number, in this order.
+TEST(CheckedFormatTest, TheCheckAgreesWithWhatIsCarriedOut)
+{
+    using tev::FormatProblem;
+    constexpr FormatProblem kNone = FormatProblem::None;
+    constexpr FormatProblem kSyntax = FormatProblem::Syntax;
+    const struct
+    {
+        const char* m_format;
+        FormatProblem m_problem;
+    } cases[] = {
+        {"%d%s%f", kNone},
+        {"%5d|%-5.2s|%+08.3e", kNone},
+        {"%3$g%2$hs%1$x", kNone},
+        {"%1$d%1$u%2$s%3$f", kNone},
+        {"%1$d%2$s%3$.*1$f", kNone},
+        {"%*s%f", kNone},
+        {"%.*s%f%%", kNone},
+        {"%c%s%lf", kNone},
+        {"%hhd%s%a", kNone},
+        {"%I32d%p%f", kNone},
+        {"%d%s%y", kSyntax},
+        {"%d%s%f%", kSyntax},
+        {"%d%ys%f", kSyntax},
+        {"%wd%s%f", kSyntax},
+        {"%Ls", kSyntax},
+        {"%d%n%f", kSyntax},
+        {"%lp", kSyntax},
+        {"%1$d%s%f", kSyntax},
+        {"%d%2$s%3$f", kSyntax},
+        {"%1$d%3$f", kSyntax},
+        {"%0$d%s%f", kSyntax},
+        {"%65$d", kSyntax},
+        {"%2147483648d%s%f", kSyntax},
+        {"%d%s%f%d", FormatProblem::TooFew},
+        {"%1$d%2$s%3$f%4$d", FormatProblem::TooFew},
+        {"%d%s%*f", FormatProblem::Mismatch},
+        {"%d%s", FormatProblem::TooMany},
+        {"", FormatProblem::TooMany},
+        {"%1$d%2$s", FormatProblem::TooMany},
+        {"%s%s%f", FormatProblem::Mismatch},
+        {"%d%ls%f", FormatProblem::Mismatch},
+        {"%d%S%f", FormatProblem::Mismatch},
+        {"%d%s%d", FormatProblem::Mismatch},
+        {"%d%s%Lf", FormatProblem::Mismatch},
+        {"%lld%s%f", FormatProblem::Mismatch},
+        {"%p%s%f", FormatProblem::Mismatch},
+        {"%d%d%f", FormatProblem::Mismatch},
+    };
+    const tev::CheckedArgument arguments[] = {tev::CheckedArgumentOf<int>(), tev::CheckedArgumentOf<const char*>(),
+                                              tev::CheckedArgumentOf<double>()};
+    for (const auto& item : cases)
+    {
+        EXPECT_EQ(tev::FormatChecker<char>(arguments, 3).Check(item.m_format), item.m_problem) << item.m_format;
+        if (item.m_problem == kNone || item.m_problem == kSyntax)
+        {
+            EXPECT_EQ(Formatted(item.m_format, 7, "text", 2.5).empty(), item.m_problem == kSyntax) << item.m_format;
+        }
+    }
 }
 
 TEST(FormatOutputTest, TheLongestTextIsRefusedBeforeMemoryIsAskedFor)
