@@ -300,13 +300,22 @@ TEST(TextDetectionTest, ConversionsCountWhatTheyLoseAndSayWhereItBegins)
     XTextLoss loss = {7, 7};
     EXPECT_TRUE(XEncodeText(L"\x20AC\x4E2D", 2, xEncodingAnsi, bytes, loss));
     EXPECT_EQ(loss, (XTextLoss{1, 1}));
-    for (const unsigned unknown : {99999u, 5u})
+    for (const unsigned unusable : {99999u, 5u})
     {
-        EXPECT_FALSE(XDecodeText("a", 1, CodePage(unknown), text, loss));
-        EXPECT_FALSE(XEncodeText(L"a", 1, CodePage(unknown), bytes, loss));
+        text = L"before";
+        EXPECT_FALSE(XDecodeText("a", 1, CodePage(unusable), text, loss));
+        EXPECT_TRUE(text.IsEmpty());
+        for (const wchar_t* const one : {L"a", L"\xD800"})
+        {
+            bytes = "before";
+            EXPECT_FALSE(XEncodeText(one, 1, CodePage(unusable), bytes, loss));
+            EXPECT_TRUE(bytes.IsEmpty());
+        }
     }
-    EXPECT_FALSE(XDecodeText(nullptr, 1, xEncodingUtf8, text, loss) ||
-                 XDecodeText(nullptr, 1, CodePage(1252), text, loss));
-    EXPECT_TRUE(text.IsEmpty() && bytes.IsEmpty());
+    for (const xStringEncoding encoding : {xEncodingUtf8, xEncodingUtf16, CodePage(1252)})
+    {
+        EXPECT_FALSE(XDecodeText(nullptr, 1, encoding, text, loss));
+        EXPECT_FALSE(XEncodeText(nullptr, 1, encoding, bytes, loss));
+    }
     EXPECT_EQ(loss, XTextLoss{});
 }
