@@ -2,6 +2,7 @@
 
 // Every public header of the library. The build reads this list: what stands here is installed.
 
+#include "base/BitScan.h"
 #include "base/LittleEndian.h"
 #include "base/TevTypes.h"
 #include "base/ThreadSafety.h"
@@ -30,6 +31,7 @@
 #include "objects/CXSingleLock.h"
 #include "objects/ClassClashes.h"
 #include "objects/ThreadException.h"
+#include "objects/ThreadUse.h"
 
 #include "maps/CHashMap.h"
 #include "maps/CHashMethods.h"
@@ -89,7 +91,9 @@
 #include "ui/XReportFile.h"
 
 #include "settings/CCustomData.h"
+#include "settings/CDataKey.h"
 #include "settings/CRegUtil.h"
+#include "settings/CXDataListener.h"
 #include "settings/PreferenceFile.h"
 #include "settings/RegistryText.h"
 

@@ -46,8 +46,9 @@ struct ArrayElements
     static constexpr bool kZeroIsValue = kIsPlain && std::is_trivially_default_constructible_v<TYPE>;
     /// Wide characters that are no UTF-16 units.
     static constexpr bool kIsText = std::is_same_v<TYPE, wchar_t> && sizeof(wchar_t) != 2;
+    /// What is plain is not looked into: a pointer's class may be unknown here.
     static constexpr bool kIsStorable =
-        kIsPlain || HasArchiveOperators<TYPE>::value || std::is_base_of_v<CXObject, TYPE>;
+        std::disjunction_v<std::bool_constant<kIsPlain>, HasArchiveOperators<TYPE>, std::is_base_of<CXObject, TYPE>>;
     /// Elements are made one by one as they are read, and moved when the array grows.
     static constexpr bool kIsLoadable =
         kIsPlain || (kIsStorable && kIsMovable && std::is_default_constructible_v<TYPE>);

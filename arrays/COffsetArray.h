@@ -2,19 +2,57 @@
 
 #include "base/TevTypes.h"
 
+#include <cstddef>
+#include <iterator>
+
 class CXArchive;
 
 /// An array of unsigned 64-bit offsets that takes 4 bytes an entry up to the first one that needs more, and 8 bytes from
 /// there on: for tables of positions in files, which are small most of the time. One thread at a time.
 ///
-/// Compared with std::vector<unsigned long long>: entries are read and set by value, there are no iterators and no
-/// references to them, and nothing is thrown at an index past the end. Growing, and the first value of more than 32
+/// Compared with std::vector<unsigned long long>: entries are read and set by value, also by `for (const auto offset :
+/// offsets)`, there are no references to them, and nothing is thrown at an index past the end. Growing, and the first value of more than 32
 /// bits, throw std::bad_alloc, and growing CXInvalidArgException where the room would exceed 32 bits; the array is
 /// unchanged then. Appending costs constant time on average. A value of more than 32 bits moves every entry behind it
 /// once, so set large ones in ascending order.
 class TEVTOOLS_API COffsetArray
 {
 public:
+    /// Over the entries, by value.
+    class Entries
+    {
+    public:
+        using iterator_category = std::input_iterator_tag;
+        using value_type = unsigned __int64;
+        using difference_type = std::ptrdiff_t;
+        using pointer = const unsigned __int64*;
+        using reference = unsigned __int64;
+
+        Entries() noexcept = default;
+
+        unsigned __int64 operator*() const noexcept { return m_array->GetAt(m_index); }
+        Entries& operator++() noexcept
+        {
+            ++m_index;
+            return *this;
+        }
+        Entries operator++(int) noexcept
+        {
+            const Entries before(*this);
+            ++m_index;
+            return before;
+        }
+        friend bool operator==(Entries a, Entries b) noexcept { return a.m_index == b.m_index; }
+        friend bool operator!=(Entries a, Entries b) noexcept { return !(a == b); }
+
+    private:
+        friend class COffsetArray;
+        Entries(const COffsetArray& array, unsigned int index) noexcept : m_array(&array), m_index(index) {}
+
+        const COffsetArray* m_array = nullptr;
+        unsigned int m_index = 0;
+    };
+
     COffsetArray() = default;
     COffsetArray(const COffsetArray& other);
     COffsetArray(COffsetArray&& other) noexcept { Swap(other); }
@@ -31,6 +69,9 @@ public:
         return index < m_size ? m_wide[index - m_split] : 0;
     }
     unsigned __int64 operator[](unsigned int index) const noexcept { return GetAt(index); }
+
+    Entries begin() const noexcept { return {*this, 0}; }
+    Entries end() const noexcept { return {*this, m_size}; }
 
     /// Sets an entry; nothing happens past the end.
     void SetAt(unsigned int index, unsigned __int64 value);

@@ -5,6 +5,9 @@
 #include "objects/CXObject.h"
 
 #include <algorithm>
+#include <cstddef>
+#include <functional>
+#include <initializer_list>
 #include <memory>
 #include <new>
 #include <type_traits>
@@ -20,7 +23,8 @@ TEVTOOLS_API const CXRuntimeClass* GetArrayClass() noexcept;
 /// A dynamic array. TYPE is stored, ARG_TYPE is how values are passed (`int`, `const CXTString<wchar_t>&`). Values that are
 /// passed may lie in the array itself. One thread at a time.
 ///
-/// Compared with std::vector: sizes and indices are `int`; an index outside the array and any other impossible argument
+/// Compared with std::vector, which it follows in lists of elements, ==, and values that are moved in: sizes and indices are
+/// `int`; an index outside the array and any other impossible argument
 /// throw CXInvalidArgException and change nothing; new elements are zero, or made by TYPE() where that is a class. What
 /// makes the array larger invalidates addresses of elements when the capacity does not suffice; insertions and removals
 /// invalidate those from their place on. Appending costs constant time on average, whatever the growth setting.
@@ -40,6 +44,14 @@ template <class TYPE, class ARG_TYPE = const TYPE&>
 class TEVTOOLS_TEMPLATE_API CXArray : public CXObject
 {
     using Elements = tev::ArrayElements<TYPE>;
+    static constexpr bool kHoldsBools = std::is_same_v<TYPE, bool>;
+
+    /// Cannot be made: where values are not passed by reference, Add has one form.
+    class NoValue
+    {
+        NoValue(const NoValue&, int);
+    };
+    using MovedValue = std::conditional_t<std::is_lvalue_reference_v<ARG_TYPE>, TYPE, NoValue>;
 
 public:
     static const CXRuntimeClass* GetThisRuntimeClassDescriptor() noexcept { return tev::GetArrayClass(); }
@@ -53,6 +65,18 @@ public:
     /// Not a size: SetSize takes that.
     template <class NUMBER, class = std::enable_if_t<std::is_scalar_v<NUMBER> && !std::is_same_v<NUMBER, bool>>>
     explicit CXArray(NUMBER) = delete;
+    /// The elements of a list. A single bool in braces is the plain-data flag, as it is in parentheses.
+    CXArray(std::initializer_list<std::conditional_t<kHoldsBools, NoValue, TYPE>> elements) : CXArray()
+    {
+        Copy(elements.begin(), static_cast<unsigned>(elements.size()));
+    }
+    template <class BOOL, class = std::enable_if_t<std::is_same_v<BOOL, bool> && std::is_convertible_v<bool, TYPE>>>
+    explicit CXArray(std::initializer_list<BOOL> bools)
+        : CXArray(bools.size() == 1 ? *bools.begin() : std::is_trivially_copyable_v<TYPE>)
+    {
+        for (const bool* at = bools.begin(); bools.size() != 1 && at != bools.end(); ++at)
+            Add(*at);
+    }
     CXArray(const CXArray& other) : CXArray(other.m_plainData)
     {
         m_growBy = other.m_growBy;
@@ -74,12 +98,21 @@ public:
         Swap(taken);
         return *this;
     }
+    /// As Copy: the growth setting stays.
+    CXArray& operator=(std::initializer_list<TYPE> elements)
+    {
+        Copy(elements.begin(), static_cast<unsigned>(elements.size()));
+        return *this;
+    }
+    /// Whether it is the flag or an element could not be seen.
+    template <class BOOL, class = std::enable_if_t<std::is_same_v<BOOL, bool> && !kHoldsBools>>
+    CXArray& operator=(std::initializer_list<BOOL>) = delete;
     ~CXArray() override { Release(); }
 
     int GetSize() const noexcept { return m_size; }
     /// How many elements the array holds before it grows.
     int GetCapacity() const noexcept { return m_capacity; }
-    bool IsEmpty() const noexcept { return m_size == 0; }
+    [[nodiscard]] bool IsEmpty() const noexcept { return m_size == 0; }
     /// The first of GetSize() elements in a row; null when the capacity is 0.
     TYPE* GetData() noexcept { return m_data; }
     const TYPE* GetData() const noexcept { return m_data; }
@@ -159,6 +192,25 @@ public:
         }
         else
             Append(index, value, growBy);
+        return index;
+    }
+    /// As above; the value is moved in, and stays as it is when there is no memory. Where ARG_TYPE is no reference, values
+    /// are passed by value.
+    int Add(MovedValue&& value, int growBy = tev::kKeepGrowth)
+    {
+        const int index = m_size;
+        if constexpr (std::is_same_v<MovedValue, TYPE>)
+        {
+            if (index < m_capacity)
+            {
+                const int growth = tev::ChosenGrowth(m_growBy, growBy);
+                ::new (static_cast<void*>(m_data + index)) TYPE(Moved(value));
+                m_growBy = growth;
+                m_size = index + 1;
+            }
+            else
+                AppendMoved(value, growBy);
+        }
         return index;
     }
     /// Appends the elements of the other array, which may be this one. Returns the new size.
@@ -382,6 +434,29 @@ private:
         });
     }
 
+    static decltype(auto) Moved(TYPE& value) noexcept
+    {
+        if constexpr (std::is_move_constructible_v<TYPE>)
+            return std::move(value);
+        else
+            return std::as_const(value);
+    }
+    /// The value may be an element of the memory that is grown.
+    void AppendMoved(TYPE& value, int growBy)
+    {
+        const int newSize = Sum(m_size, 1);
+        const int growth = tev::ChosenGrowth(m_growBy, growBy);
+        const std::less<const TYPE*> isBefore;
+        TYPE* const address = std::addressof(value);
+        const bool isElement = !isBefore(address, m_data) && isBefore(address, m_data + m_size);
+        const std::ptrdiff_t at = isElement ? address - m_data : 0;
+        Extend(growth, [&] {
+            Reserve(newSize);
+            TYPE& source = isElement ? m_data[at] : value;
+            AppendBehind(m_size, 1, [&](TYPE* slot) { ::new (static_cast<void*>(slot)) TYPE(Moved(source)); });
+        });
+    }
+
     /// Makes the elements up to the index, then those that `make` makes there, or none. Elements without a default
     /// constructor cannot fill a gap.
     template <class MAKE>
@@ -535,3 +610,16 @@ private:
     bool m_plainData;
     tev::ArrayInt m_slots = 0; ///< of the block; those beyond the capacity are there for growth
 };
+
+/// Element by element, whatever the capacities, the growth settings and the way in which values are passed.
+template <class TYPE, class ARG_A, class ARG_B>
+auto operator==(const CXArray<TYPE, ARG_A>& a, const CXArray<TYPE, ARG_B>& b)
+    -> decltype(static_cast<bool>(std::declval<const TYPE&>() == std::declval<const TYPE&>()))
+{
+    return a.GetSize() == b.GetSize() && std::equal(a.begin(), a.end(), b.begin());
+}
+template <class TYPE, class ARG_A, class ARG_B>
+auto operator!=(const CXArray<TYPE, ARG_A>& a, const CXArray<TYPE, ARG_B>& b) -> decltype(a == b)
+{
+    return !(a == b);
+}

@@ -10,11 +10,12 @@
 
 namespace
 {
+constexpr CDataKey<int> kWidth{1, 800}; // 800 where there is no such value
+constexpr CDataKey<CXTString<wchar_t>> kTitle{2, L"untitled"};
+
 enum Setting : unsigned
 {
-    kWidth = 1,
-    kTitle,
-    kRecentFiles,
+    kRecentFiles = 3,
     kCamera,
     kLastUsed,
     kShortcuts,
@@ -71,8 +72,8 @@ void FillWithOtherKinds(CCustomData& settings)
 void Remember(const CXTString<wchar_t>& file)
 {
     CCustomData settings;
-    settings.SetInt(kWidth, 1280);
-    settings.SetString(kTitle, L"Roof \u2013 north");
+    settings.Set(kWidth, 1280);
+    settings.Set(kTitle, L"Roof \u2013 north");
     settings.SetStringList(kRecentFiles, {L"roof.3d", L"walls.3d"});
     settings.SetXTime(kLastUsed, CXTime::GetTickCount());
     Camera camera;
@@ -86,10 +87,8 @@ void Remember(const CXTString<wchar_t>& file)
 int RestoreWidth(const CXTString<wchar_t>& file)
 {
     CCustomData settings;
-    int width = 0;
     settings.LoadFromPrefs(file, kProgram, kMainWindow, false);
-    settings.GetInt(kWidth, width, 800); // 800 where there is no such value
-    return width;
+    return settings.Get(kWidth);
 }
 
 /// Adds a shortcut while other threads may do the same.
@@ -125,6 +124,18 @@ bool CountStart(const CXTString<wchar_t>& file)
         settings.SetInt(kStarts, starts + 1);
     });
 }
+
+/// A view that follows a setting.
+bool FollowsTheWidth(CCustomData& settings)
+{
+    int shown = settings.Get(kWidth);
+    const CXDataListener listener(settings, [&](const CXDataChange& change) {
+        if (change.m_id == kWidth.GetID() || change.m_what == CXDataChange::kReplaced)
+            shown = settings.Get(kWidth);
+    });
+    settings.Set(kWidth, 640);
+    return shown == 640;
+}
 } // namespace
 
 int main()
@@ -132,7 +143,8 @@ int main()
     const CXTString<wchar_t> file = L"settings.prefs";
     CCustomData neighbour;
     neighbour.SetInt(1, 1);
-    neighbour.SaveToPrefs(file, kProgram + 1, kMainWindow);
+    if (!neighbour.SaveToPrefs(file, kProgram + 1, kMainWindow))
+        return 1;
     Remember(file);
     CCustomData settings;
     if (!CountStart(file) || RestoreWidth(file) != 1280 || !settings.LoadFromPrefs(file, kProgram, kMainWindow, true))
@@ -149,5 +161,5 @@ int main()
     if (!settings.GetCustomClass(kCamera, camera) || settings.GetStringList(kShortcuts, shortcuts) != 4)
         return 1;
     std::puts(CXTString<char>(settings.DumpCustomData(true, 0)));
-    return camera.m_distance == 41.5F && GoesThroughMemory(settings) ? 0 : 1;
+    return camera.m_distance == 41.5F && GoesThroughMemory(settings) && FollowsTheWidth(settings) ? 0 : 1;
 }

@@ -3,12 +3,15 @@
 #include "base/LittleEndian.h"
 #include "objects/CXArchiveException.h"
 #include "objects/CXObject.h"
+#include "objects/ThreadUse.h"
 #include "text/CXTString.h"
 #include "text/TextEncoding.h"
 
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <type_traits>
+#include <utility>
 #include <vector>
 
 class CXFile;
@@ -16,6 +19,16 @@ class CXFile;
 namespace tev
 {
 inline constexpr unsigned kNoSchema = 0xFFFFFFFFu;
+
+/// Never defined: whether a pointer is an object's.
+void TakeObject(const volatile CXObject* object);
+
+/// Whether the class has a record of its own, and not only that of its base.
+template <class CLASS, class = void>
+inline constexpr bool kDeclaresItsClass = false;
+template <class CLASS>
+inline constexpr bool kDeclaresItsClass<CLASS, std::void_t<decltype(&CLASS::GetRuntimeClassDescriptor)>> =
+    std::is_same_v<decltype(&CLASS::GetRuntimeClassDescriptor), const CXRuntimeClass* (CLASS::*)() const>;
 
 struct ArchiveReference;
 struct ArchiveReferences;
@@ -140,6 +153,19 @@ public:
     CXArchive& operator<<(const CXObject* object);
     CXArchive& operator>>(CXObject*& object);
     CXArchive& operator>>(const CXObject*& object);
+    /// As ReadObject with the pointer's class: an object of another class is archiveBadClass, nothing of it is created, and
+    /// the pointer stays as it was.
+    template <class POINTER, class CLASS = std::remove_cv_t<std::remove_pointer_t<POINTER>>,
+              class = std::enable_if_t<std::is_pointer_v<POINTER> && !std::is_const_v<POINTER> &&
+                                       !std::is_same_v<CLASS, CXObject>>,
+              class = decltype(tev::TakeObject(std::declval<POINTER&>()))>
+    CXArchive& operator>>(POINTER& object)
+    {
+        static_assert(tev::kDeclaresItsClass<CLASS>,
+                      "the archive cannot know the class: it lacks X_DECLARE_CLASS, or has it in a private part");
+        object = static_cast<POINTER>(ReadObject(CLASS::GetThisRuntimeClassDescriptor()));
+        return *this;
+    }
 
     /// The form in which containers write how many elements follow: 2, 6 or 14 bytes.
     void WriteCount(unsigned __int64 count);
@@ -176,6 +202,7 @@ private:
     template <class T>
     CXArchive& Store(T value)
     {
+        const tev::ExclusiveUse use(m_use);
         unsigned char* target = m_current;
         if (reinterpret_cast<std::uintptr_t>(target) + sizeof(T) > m_storeLimit)
             target = MakeRoom(sizeof(T));
@@ -187,6 +214,7 @@ private:
     template <class T>
     CXArchive& Load(T& value)
     {
+        const tev::ExclusiveUse use(m_use);
         unsigned char* source = m_current;
         if (reinterpret_cast<std::uintptr_t>(source) + sizeof(T) > m_loadLimit)
             source = Provide(sizeof(T));
@@ -256,4 +284,5 @@ private:
     unsigned int m_nesting;
     unsigned __int64 m_bytesLeft; ///< of the budget, to be taken from the file
     unsigned __int64 m_objectsLeft;
+    tev::ThreadUse m_use;
 };

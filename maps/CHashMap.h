@@ -6,6 +6,9 @@
 /// keys and on what was done to the map, and on nothing else: the same calls give the same order in each run.
 /// One thread at a time.
 ///
+/// `for (auto& [key, value] : map)` walks the entries; the key is const, the value as const as the map. The entry that a
+/// walk is at may be removed, and nothing inserted.
+///
 /// Compared with std::unordered_map: an entry is found by a position, a slot's index, and not by an iterator; no
 /// operation of the map throws, and only exceptions of the keys and values themselves pass through it. Any insertion of
 /// a new key, and Remove with `rehash`, may move all entries: addresses of keys and values and positions are invalid
@@ -31,6 +34,7 @@ class CHashMap : public tev::HashTableBase<tev::HashSlot<KEY, VALUE>, ARG_KEY, M
 
 public:
     using typename Base::LookupKey;
+    using Entry = tev::HashEntry<KEY, VALUE>;
 
     /// Makes `size` empty slots, rounded up to a prime of at least 5; 23 where there is no such prime of 32 bits.
     explicit CHashMap(unsigned int size = tev::kDefaultHashSize) : Base(size) {}
@@ -39,6 +43,11 @@ public:
     CHashMap(CHashMap&&) noexcept = default;
     CHashMap& operator=(const CHashMap&) = default;
     CHashMap& operator=(CHashMap&&) noexcept = default;
+
+    auto begin() noexcept { return this->template Begin<Entry>(); }
+    auto end() noexcept { return this->template End<Entry>(); }
+    auto begin() const noexcept { return this->template Begin<const Entry>(); }
+    auto end() const noexcept { return this->template End<const Entry>(); }
 
     /// The value's address, null when the key is not there.
     VALUE* Find(LookupKey key) const

@@ -19,6 +19,10 @@ public:
     CHashTable& operator=(const CHashTable&) = default;
     CHashTable& operator=(CHashTable&&) noexcept = default;
 
+    /// `for (const auto& key : table)` walks the keys.
+    auto begin() const noexcept { return this->template Begin<const KEY>(); }
+    auto end() const noexcept { return this->template End<const KEY>(); }
+
     /// The stored key's address, null when the key is not there.
     const KEY* Find(LookupKey key) const
     {

@@ -3,11 +3,15 @@
 #include "maps/HashSizes.h"
 #include "maps/HashSlot.h"
 #include "maps/HashTags.h"
+#include "objects/ThreadUse.h"
 
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <iterator>
+#include <memory>
 #include <new>
+#include <type_traits>
 #include <utility>
 
 namespace tev
@@ -15,6 +19,45 @@ namespace tev
 /// Memory for the slots of a table and, behind them, a byte for each and kTagPadding; null when it cannot be had.
 TEVTOOLS_API void* AllocateHashSlots(unsigned size, std::size_t slotBytes, std::size_t alignment) noexcept;
 TEVTOOLS_API void FreeHashSlots(void* block, unsigned size, std::size_t slotBytes, std::size_t alignment) noexcept;
+
+/// An iterator over the entries of a table, in the order of the slots. What invalidates positions invalidates it; its own
+/// entry may be removed. SHOWN is what it shows of a slot: the entry, or the key.
+template <class TABLE, class SHOWN>
+class HashIterator
+{
+public:
+    using iterator_category = std::forward_iterator_tag;
+    using value_type = std::remove_const_t<SHOWN>;
+    using difference_type = std::ptrdiff_t;
+    using pointer = SHOWN*;
+    using reference = SHOWN&;
+
+    HashIterator() noexcept = default;
+    HashIterator(const TABLE& table, unsigned position) noexcept : m_table(&table), m_position(position) {}
+
+    reference operator*() const noexcept { return TABLE::template Show<SHOWN>(m_table->m_slots[m_position]); }
+    pointer operator->() const noexcept { return std::addressof(**this); }
+    HashIterator& operator++() noexcept
+    {
+        m_position = m_table->NextOccupied(std::size_t(m_position) + 1);
+        return *this;
+    }
+    HashIterator operator++(int) noexcept
+    {
+        HashIterator before(*this);
+        ++*this;
+        return before;
+    }
+    friend bool operator==(const HashIterator& a, const HashIterator& b) noexcept
+    {
+        return a.m_position == b.m_position;
+    }
+    friend bool operator!=(const HashIterator& a, const HashIterator& b) noexcept { return !(a == b); }
+
+private:
+    const TABLE* m_table = nullptr;
+    unsigned m_position = 0;
+};
 
 /// The slots of a hash table and their tags: their memory, their states, and the walk over them. HashTableBase chooses the
 /// slot for a key.
@@ -27,7 +70,7 @@ public:
 
     virtual ~HashSlots() { Release(); }
 
-    bool IsEmpty() const noexcept { return m_count == 0; }
+    [[nodiscard]] bool IsEmpty() const noexcept { return m_count == 0; }
     unsigned int GetCount() const noexcept { return m_count; }
     /// The number of slots.
     unsigned int GetHashTableSize() const noexcept { return m_tableSize; }
@@ -45,6 +88,7 @@ public:
     /// Removes every entry and keeps the slots.
     void Clear() noexcept
     {
+        const ExclusiveUse use(m_use);
         if (m_used == 0)
             return;
         DestroyEntries();
@@ -56,6 +100,30 @@ public:
     }
 
 protected:
+    template <class TABLE, class SHOWN>
+    friend class HashIterator;
+
+    template <class SHOWN>
+    using Iterator = HashIterator<HashSlots, SHOWN>;
+    template <class SHOWN>
+    Iterator<SHOWN> Begin() const noexcept
+    {
+        return {*this, GetFirst()};
+    }
+    template <class SHOWN>
+    Iterator<SHOWN> End() const noexcept
+    {
+        return {*this, kNoPosition};
+    }
+    template <class SHOWN>
+    static SHOWN& Show(SLOT& slot) noexcept
+    {
+        if constexpr (std::is_same_v<SHOWN, const typename SLOT::Key>)
+            return slot.m_key;
+        else
+            return slot;
+    }
+
     struct NoSlots
     {
     };
@@ -90,6 +158,7 @@ protected:
     /// Position of the first entry at `from` or behind it.
     unsigned NextOccupied(std::size_t from) const noexcept
     {
+        const SharedUse use(m_use);
         const std::size_t end = m_slots == nullptr ? 0 : m_tableSize;
         for (; from < end; from += 8)
         {
@@ -148,6 +217,7 @@ protected:
     /// Drops everything, then makes empty slots. False, and no slots, without memory.
     bool Restart(unsigned size) noexcept
     {
+        const ExclusiveUse use(m_use);
         Release();
         m_requestedSize = size;
         return Allocate(size);
@@ -202,6 +272,7 @@ protected:
     SLOT* m_slots = nullptr;
     unsigned char* m_tags = const_cast<unsigned char*>(kNoTags);
     std::uint64_t m_reciprocal = 0;
+    ThreadUse m_use;
 
 private:
     void DestroyEntries() noexcept

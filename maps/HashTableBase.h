@@ -52,12 +52,13 @@ public:
     using Key = typename SLOT::Key;
     using LookupKey = typename LookupKeyOf<METHODS, ARG_KEY>::Type;
 
-    bool IsFound(LookupKey key) const { return FindSlot(key) != nullptr; }
+    [[nodiscard]] bool IsFound(LookupKey key) const { return FindSlot(key) != nullptr; }
 
     /// Removes an entry; 1 when there was one, else 0. Its slot stays deleted, and searches pass over it, until the next
     /// rebuild; with `rehash` that is done at once when it is due and more than 23 entries are left.
     int Remove(LookupKey key, bool rehash = false)
     {
+        const ExclusiveUse use(m_use);
         SLOT* slot = FindSlot(key);
         if (slot == nullptr)
             return 0;
@@ -75,6 +76,7 @@ public:
     /// there is no such size (nothing has changed) or no memory (the table has no slots).
     bool InitHashTable(unsigned int count)
     {
+        const ExclusiveUse use(m_use);
         const unsigned size = m_slots == nullptr ? HashSizeForRequest(count) : HashSizeForEntries(count);
         if (size == 0)
             return false;
@@ -84,6 +86,7 @@ public:
     /// Rebuilds the table at the smallest size for its entries. False when it has that already, or no memory was left.
     bool Minimize()
     {
+        const ExclusiveUse use(m_use);
         const unsigned size = HashSizeMinimal(m_count);
         return size != m_tableSize && size != 0 && Rebuild(size);
     }
@@ -102,6 +105,7 @@ protected:
     template <class K>
     SLOT* FindSlot(const K& key) const
     {
+        const SharedUse use(m_use);
         const unsigned hash = METHODS::HashKey(key);
         return Search(key, TagOf(hash), Home(hash));
     }
@@ -130,6 +134,7 @@ protected:
     template <class... VALUES>
     int InsertEntry(const Key& key, VALUES&&... value)
     {
+        const ExclusiveUse use(m_use);
         const unsigned hash = METHODS::HashKey(key);
         const unsigned char tag = TagOf(hash);
         const std::size_t home = Home(hash);
@@ -174,6 +179,7 @@ private:
     using Slots::m_slots;
     using Slots::m_tableSize;
     using Slots::m_tags;
+    using Slots::m_use;
     using Slots::m_used;
     using Slots::Occupy;
     using Slots::RemoveSlot;

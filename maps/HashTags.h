@@ -1,5 +1,6 @@
 #pragma once
 
+#include "base/BitScan.h"
 #include "maps/CHashMethods.h"
 
 #include <cstddef>
@@ -31,19 +32,6 @@ constexpr std::uint64_t ReciprocalOf(unsigned divisor) noexcept
 constexpr unsigned Remainder(unsigned number, unsigned divisor, std::uint64_t reciprocal) noexcept
 {
     return static_cast<unsigned>(Multiply(reciprocal * number, divisor).m_high);
-}
-
-/// Number of zero bits below the lowest one bit.
-inline unsigned TrailingZeros(std::uint64_t bits) noexcept
-{
-#if defined(__GNUC__)
-    return static_cast<unsigned>(__builtin_ctzll(bits));
-#else
-    unsigned count = 0;
-    for (; (bits & 1) == 0; bits >>= 1)
-        ++count;
-    return count;
-#endif
 }
 
 /// Eight tags, the first one lowest. Each query answers with the high bits of the bytes that it holds for.

@@ -5,6 +5,7 @@
 #include "platform/ThreadLocks.h"
 
 #include <chrono>
+#include <utility>
 
 namespace
 {
@@ -123,6 +124,8 @@ bool CXCriticalSection::Unlock()
     if ((m_state.exchange(kFree, std::memory_order_release) & kAwaited) != 0)
         tev::platform::WakeOne(m_state);
     TakeLockWeight(mine, weight);
+    if (mine.whenFree != nullptr && mine.held.load(std::memory_order_relaxed) < tev::platform::kLibraryLockWeight)
+        std::exchange(mine.whenFree, nullptr)();
     return true;
 }
 

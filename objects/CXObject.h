@@ -48,7 +48,7 @@ struct TEVTOOLS_API CXRuntimeClass
     /// Takes a record out; an earlier one of the same name comes back. False when it was not declared.
     static bool UndeclareRuntimeClass(const CXRuntimeClass* record);
     /// The record declared last under the name, or null. It is valid until its plug-in is closed.
-    static const CXRuntimeClass* FindRuntimeClass(const char* name);
+    [[nodiscard]] static const CXRuntimeClass* FindRuntimeClass(const char* name);
 };
 
 /// Root of the classes that take part in run-time class information and serialization.

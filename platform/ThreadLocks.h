@@ -22,6 +22,8 @@ struct ThreadLocks
 {
     std::uint64_t number = kNoThreadNumber; ///< no other thread of the process ever has the same
     std::atomic<std::uint64_t> held{0};     ///< the sum of the weights of the locks that it holds
+    /// Called when the thread has released the last lock of the library itself, and not again before it is set anew.
+    void (*whenFree)() noexcept = nullptr;
 };
 
 inline thread_local ThreadLocks t_threadLocks TEV_NEAR_THREAD_LOCAL;

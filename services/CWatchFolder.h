@@ -149,3 +149,36 @@ private:
     std::atomic<unsigned __int64> m_holder{0}; // the number of the thread between GetChanges and ReleaseChanges
     ChangeList m_list X_GUARDED_BY(m_lock);
 };
+
+/// Holds the collected changes while it exists, and releases them: GetChanges and ReleaseChanges. Destroyed on its thread,
+/// which makes one at a time: `for (const auto& [path, change] : CXFolderChanges(watcher))`.
+class CXFolderChanges
+{
+public:
+    explicit CXFolderChanges(CWatchFolder& watcher) : m_watcher(watcher), m_changes(watcher.GetChanges()) {}
+    ~CXFolderChanges() { m_watcher.ReleaseChanges(); }
+    CXFolderChanges(const CXFolderChanges&) = delete;
+    CXFolderChanges& operator=(const CXFolderChanges&) = delete;
+
+    const CWatchFolder::Changes& GetMap() const noexcept { return m_changes; }
+    const CWatchFolder::ChangeList& GetList() const noexcept { return m_watcher.GetChangeList(); }
+    auto begin() const noexcept { return m_changes.begin(); }
+    auto end() const noexcept { return m_changes.end(); }
+
+private:
+    CWatchFolder& m_watcher;
+    const CWatchFolder::Changes& m_changes;
+};
+
+/// Locks CWatchFolder::CheckRefreshNotification while it exists.
+class CXRefreshLock
+{
+public:
+    explicit CXRefreshLock(CWatchFolder& watcher) noexcept : m_watcher(watcher) { m_watcher.LockRefresh(); }
+    ~CXRefreshLock() { m_watcher.UnlockRefresh(); }
+    CXRefreshLock(const CXRefreshLock&) = delete;
+    CXRefreshLock& operator=(const CXRefreshLock&) = delete;
+
+private:
+    CWatchFolder& m_watcher;
+};

@@ -26,6 +26,24 @@ TEVTOOLS_API void fileUnregisterFile(unsigned int fileClass, unsigned int mode);
 [[nodiscard]] TEVTOOLS_API CFileExt* fileGetRegisteredFiles(unsigned int& count, unsigned int filter);
 TEVTOOLS_API void fileFreeRegisteredFiles(CFileExt* types, unsigned int count);
 
+/// The types that fileGetRegisteredFiles returns, released at the end.
+class CXRegisteredFiles
+{
+public:
+    explicit CXRegisteredFiles(unsigned int filter) : m_types(fileGetRegisteredFiles(m_count, filter)) {}
+    ~CXRegisteredFiles() { fileFreeRegisteredFiles(m_types, m_count); }
+    CXRegisteredFiles(const CXRegisteredFiles&) = delete;
+    CXRegisteredFiles& operator=(const CXRegisteredFiles&) = delete;
+
+    unsigned int GetCount() const noexcept { return m_count; }
+    const CFileExt* begin() const noexcept { return m_types; }
+    const CFileExt* end() const noexcept { return m_types + m_count; }
+
+private:
+    unsigned int m_count = 0;
+    CFileExt* const m_types;
+};
+
 TEVTOOLS_API bool fileGetExtensionInfo(unsigned int fileClass, CFileExt& type);
 TEVTOOLS_API unsigned int fileGetProperties(unsigned int fileClass);
 TEVTOOLS_API unsigned int fileGetKindOf(unsigned int fileClass);

@@ -20,8 +20,9 @@ TEVTOOLS_API unsigned int fileGetHashFromExtensionList(CXTString<wchar_t>& list,
 /// Whether the whole name matches: '*' stands for any characters, '?' for one. Without case, two characters are equal
 /// whose low bytes are the same ASCII letter and whose other bytes are the same; but from the pattern's first '*' on
 /// they are always compared exactly. This is deliberate. Takes time up to the product of both lengths.
-TEVTOOLS_API bool fileMatchWilcards(const CXTString<wchar_t>& name, const CXTString<wchar_t>& pattern,
-                                    bool caseSensitive) noexcept;
+[[nodiscard]] TEVTOOLS_API bool fileMatchWilcards(const CXTString<wchar_t>& name, const CXTString<wchar_t>& pattern,
+                                                  bool caseSensitive) noexcept;
 
 /// Whether the name, in lower case, matches one of the patterns, which fileCleanExtensionList has made.
-TEVTOOLS_API bool fileMatchWilcards(const CXTString<wchar_t>& name, const CHashTable<CXTString<wchar_t>>& set);
+[[nodiscard]] TEVTOOLS_API bool fileMatchWilcards(const CXTString<wchar_t>& name,
+                                                  const CHashTable<CXTString<wchar_t>>& set);

@@ -33,7 +33,7 @@ TEVTOOLS_API bool CloseLogFile();
 TEVTOOLS_API unsigned int SetLogLevel(unsigned int level) noexcept;
 /// Whether messages of the calling thread are written: the log is on and open, and the thread is not indented beyond
 /// the threshold. A muted log (bit 9) counts as open.
-TEVTOOLS_API bool IsLogFileEnabled();
+[[nodiscard]] TEVTOOLS_API bool IsLogFileEnabled();
 
 /// Appends a message as CXTString::Format makes it; an empty one when that fails. Nothing when no log is open or the
 /// thread is indented beyond the threshold. The message is indented by the tabs of the main thread where that one has
@@ -95,3 +95,30 @@ TEVTOOLS_API unsigned int LogFileAddTab(bool add);
 /// parallel loop, a lock that others hold while they log), suspends or terminates a thread, calls functions of crash
 /// reports, or shows something to the user. The library never suspends nor terminates a thread while it holds the lock.
 TEVTOOLS_API void LogLock(bool lock);
+
+/// Holds the log's lock while it exists: see LogLock. Destroyed on its thread.
+class CXLogLock
+{
+public:
+    CXLogLock() { LogLock(true); }
+    ~CXLogLock() { LogLock(false); }
+    CXLogLock(const CXLogLock&) = delete;
+    CXLogLock& operator=(const CXLogLock&) = delete;
+};
+
+/// Indents the messages of its thread by one tab while it exists; not where no log is open when it is made.
+class CXLogTab
+{
+public:
+    CXLogTab() : m_isAdded(LogFileAddTab(true) != 0) {}
+    ~CXLogTab()
+    {
+        if (m_isAdded)
+            LogFileAddTab(false);
+    }
+    CXLogTab(const CXLogTab&) = delete;
+    CXLogTab& operator=(const CXLogTab&) = delete;
+
+private:
+    const bool m_isAdded;
+};

@@ -17,21 +17,21 @@ TEVTOOLS_API CPathString GetCommonApplicationDataPath();
 
 /// Creates an empty folder among the temporary files, for this user alone, and returns its path. Its name begins with
 /// `prefix`, which has no separator. The caller removes it. Throws CXFileException when it cannot be created.
-TEVTOOLS_API CPathString fileCreateTemporaryFolder(const CXTString<wchar_t>& prefix);
+[[nodiscard]] TEVTOOLS_API CPathString fileCreateTemporaryFolder(const CXTString<wchar_t>& prefix);
 
 /// The first of "name (1).ext", "name (2).ext", ... that does not exist. Another program may create it meanwhile.
-TEVTOOLS_API CPathString fileNextNumberedName(const CPathString& path);
+[[nodiscard]] TEVTOOLS_API CPathString fileNextNumberedName(const CPathString& path);
 
 /// Whether anything exists at the path.
-TEVTOOLS_API bool fileExists(const CXTString<wchar_t>& path);
-TEVTOOLS_API bool fileIsFile(const CXTString<wchar_t>& path);
-TEVTOOLS_API bool fileIsDirectory(const CXTString<wchar_t>& path);
+[[nodiscard]] TEVTOOLS_API bool fileExists(const CXTString<wchar_t>& path);
+[[nodiscard]] TEVTOOLS_API bool fileIsFile(const CXTString<wchar_t>& path);
+[[nodiscard]] TEVTOOLS_API bool fileIsDirectory(const CXTString<wchar_t>& path);
 
 /// Whether both paths lead to the same existing file or folder, also through links, hard links, "." and "..". False
 /// when one of them does not exist.
-TEVTOOLS_API bool fileIsSameFile(const CXTString<wchar_t>& a, const CXTString<wchar_t>& b);
+[[nodiscard]] TEVTOOLS_API bool fileIsSameFile(const CXTString<wchar_t>& a, const CXTString<wchar_t>& b);
 /// As fileIsSameFile, for folders only.
-TEVTOOLS_API bool fileIsSameDirectory(const CXTString<wchar_t>& a, const CXTString<wchar_t>& b);
+[[nodiscard]] TEVTOOLS_API bool fileIsSameDirectory(const CXTString<wchar_t>& a, const CXTString<wchar_t>& b);
 
 // Dates of files and folders. False, with the date unchanged, when there is no file or the system refuses; a file
 // system may keep no date of creation, and Linux has no call to set it.

@@ -13,7 +13,15 @@
 #include <vector>
 
 class CCustomData;
+class CXDataListener;
 class CXTime;
+template <class T>
+class CDataKey;
+
+namespace tev
+{
+struct StoreListeners;
+} // namespace tev
 
 /// A class that keeps its settings in a store: see CCustomData::SetCustomClass.
 class TEVTOOLS_API CCustomDataClass
@@ -39,7 +47,7 @@ protected:
 /// behind the old one move.
 ///
 /// Safe from several threads at once: every member holds the store's lock while it runs, and one that works on two
-/// stores holds both. Pointers into the store are invalidated by the next change; a caller that shares the store with
+/// stores holds both. CXDataListener reports changes. Pointers into the store are invalidated by the next change; a caller that shares the store with
 /// other threads holds the lock as long as it uses them.
 class TEVTOOLS_API CCustomData : public CXObject
 {
@@ -135,6 +143,20 @@ public:
     bool SetStringList(unsigned int id, const std::vector<CXTString<wchar_t>>& strings);
     unsigned int GetStringList(unsigned int id, std::vector<CXTString<wchar_t>>& strings) const;
 
+    // Values under typed keys, which settings/CDataKey.h defines.
+
+    /// The value, or the key's default where there is none of its kind.
+    template <class T>
+    T Get(const CDataKey<T>& key) const;
+    /// A value of another kind, or one that might be changed by its conversion, does not compile.
+    template <class T, class VALUE>
+    bool Set(const CDataKey<T>& key, const VALUE& value);
+    /// Whether there is a value of the key's kind.
+    template <class T>
+    [[nodiscard]] bool Has(const CDataKey<T>& key) const;
+    template <class T>
+    bool Remove(const CDataKey<T>& key);
+
     // Blocks. The source of a value may lie in the store itself; null leaves a new value zero and an old one as it is.
 
     /// A size of 0 removes the value.
@@ -164,8 +186,8 @@ public:
 
     // Inspection
 
-    bool HasData() const;
-    bool HasData(unsigned int id) const;
+    [[nodiscard]] bool HasData() const;
+    [[nodiscard]] bool HasData(unsigned int id) const;
     /// The kind, 0 when there is no value.
     unsigned int GetDataKindOf(unsigned int id) const;
     /// The size in bytes, 0 when there is no value.
@@ -182,7 +204,7 @@ public:
     /// takes them in the order of the stores' addresses.
     CXCriticalSection* GetThreadLock() const noexcept { return &m_lock; }
     /// Whether both have the same values, identifiers and kinds, in whatever order.
-    bool IsEqual(const CCustomData& other) const;
+    [[nodiscard]] bool IsEqual(const CCustomData& other) const;
     /// One line for each value, which starts with `indent` blanks; with `nested` the values of stores within too.
     CXTString<wchar_t> DumpCustomData(bool nested, int indent) const;
 
@@ -208,12 +230,12 @@ public:
     void* GetData(unsigned int& size);
     const void* GetData(unsigned int& size) const;
     /// Replaces all values by those of a copied block. False, with the store as it was, when the block is malformed.
-    bool SetData(const void* data, unsigned int size);
+    [[nodiscard]] bool SetData(const void* data, unsigned int size);
     /// Empties the store and returns its block, which the caller releases with Free.
     [[nodiscard]] void* Detach(unsigned int& size);
     /// Replaces all values by those of a block from Alloc, which the store takes over in any case. False, with the
     /// store empty, when the block is malformed.
-    bool Attach(void* buffer, unsigned int size);
+    [[nodiscard]] bool Attach(void* buffer, unsigned int size);
     [[nodiscard]] static void* Alloc(unsigned int size);
     static void Free(void* buffer);
 
@@ -226,8 +248,8 @@ public:
     /// A new block with the bytes that Serialize writes, which the caller releases with Free; null without memory.
     [[nodiscard]] void* SerializeToData(unsigned __int64& size) const;
     /// False, with the store empty, when the block does not begin with what Serialize writes.
-    bool SerializeFromData(const void* data, unsigned __int64 size);
-    static bool SerializeFromData(CCustomData& target, const void* data, unsigned __int64 size)
+    [[nodiscard]] bool SerializeFromData(const void* data, unsigned __int64 size);
+    [[nodiscard]] static bool SerializeFromData(CCustomData& target, const void* data, unsigned __int64 size)
     {
         return target.SerializeFromData(data, size);
     }
@@ -242,13 +264,16 @@ public:
     /// damaged file is kept next to the new one, with ".damaged" appended; every store in it that can still be read is
     /// carried over. A file of the same name with ".tmp" appended is replaced meanwhile.
     /// Takes the lock of the store first and that of the folder second; waits for that at most 10 seconds, 1 when to end.
-    bool SaveToPrefs(const CXTString<wchar_t>& path, unsigned int key1, unsigned int key2) const;
+    [[nodiscard]] bool SaveToPrefs(const CXTString<wchar_t>& path, unsigned int key1, unsigned int key2) const;
     /// False, with this store as it was, when the file or a store of these keys is not there or cannot be read. With
     /// `throwWhenDamaged` a file that is there and cannot be read, in whole, throws CXFileException instead, unless the
     /// store is found.
     bool LoadFromPrefs(CXTString<wchar_t> path, unsigned int key1, unsigned int key2, bool throwWhenDamaged);
 
 private:
+    friend class CXDataListener;
+    class ValueChange;
+    class WholeChange;
     using OffsetMap = CHashMap<unsigned int, unsigned int, unsigned int>;
     struct BlockDeleter
     {
@@ -283,6 +308,7 @@ private:
     void TakeFrom(CCustomData& other);
     void CopyFrom(const CCustomData& other) X_REQUIRES(m_lock) X_REQUIRES(other.m_lock);
     void Touch() noexcept X_REQUIRES(m_lock);
+    std::shared_ptr<tev::StoreListeners> GetListeners() const;
 
     template <class T>
     bool SetScalar(unsigned int id, T value, unsigned int kind);
@@ -310,4 +336,5 @@ private:
     unsigned __int64 m_timeStamp X_GUARDED_BY(m_lock) = 0;
     mutable unsigned int m_lastIndex X_GUARDED_BY(m_lock) = 0; ///< the last index of GetIDByIndex and its offset
     mutable unsigned int m_lastOffset X_GUARDED_BY(m_lock) = 0;
+    mutable std::shared_ptr<tev::StoreListeners> m_listeners X_GUARDED_BY(m_lock); ///< null until the first one listens
 };

@@ -8,6 +8,7 @@
 #include "objects/CXFileException.h"
 #include "settings/CCustomData.h"
 #include "settings/CustomDataChunk.h"
+#include "settings/StoreChange.h"
 
 #include <cstring>
 #include <new>
@@ -134,6 +135,8 @@ bool CCustomData::SerializeFromData(const void* data, unsigned __int64 size)
 
 void CCustomData::Load(CXArchive& archive)
 {
+    WholeChange change(*this);
+    change.Released();
     Clear();
     Touch();
     unsigned signature = 0;

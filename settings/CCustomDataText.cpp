@@ -2,6 +2,7 @@
 
 #include "settings/CCustomData.h"
 #include "settings/CustomDataChunk.h"
+#include "settings/StoreChange.h"
 #include "text/TextSearch.h"
 #include "text/Utf.h"
 
@@ -73,6 +74,7 @@ bool CCustomData::SetStringW(unsigned id, const CXTString<wchar_t>& value)
     if (text.Bytes() + 2 > kLargestValue)
         return false;
     const LockGuard lock(m_lock);
+    const ValueChange change(*this, id);
     unsigned char* target = Place(id, static_cast<unsigned>(text.Bytes()) + 2, kStringW);
     if (target == nullptr)
         return false;
@@ -87,6 +89,7 @@ bool CCustomData::SetStringA(unsigned id, const CXTString<char>& value)
     if (length + 1 > kLargestValue)
         return false;
     const LockGuard lock(m_lock);
+    const ValueChange change(*this, id);
     return SetChunk(id, value.GetConstBuffer(), static_cast<unsigned>(length) + 1, kStringA);
 }
 
@@ -129,6 +132,7 @@ bool CCustomData::SetStrings(unsigned id, const Strings& strings, std::size_t co
     if (size > kLargestValue)
         return false;
     const LockGuard lock(m_lock);
+    const ValueChange change(*this, id);
     unsigned char* target = Place(id, static_cast<unsigned>(size), kStringList);
     if (target == nullptr)
         return false;
@@ -206,6 +210,7 @@ unsigned CCustomData::GetStringArray(unsigned id, CXArray<CXTString<wchar_t>>& s
 bool CCustomData::SetArray(unsigned id, const void* data, unsigned elementSize, unsigned count)
 {
     const LockGuard lock(m_lock);
+    const ValueChange change(*this, id);
     if (count == 0)
     {
         RemoveChunk(id);

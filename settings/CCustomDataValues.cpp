@@ -3,6 +3,7 @@
 #include "objects/CXException.h"
 #include "settings/CCustomData.h"
 #include "settings/CustomDataChunk.h"
+#include "settings/StoreChange.h"
 #include "values/CXTime.h"
 
 #include <cstdint>
@@ -40,6 +41,7 @@ template <class T>
 bool CCustomData::SetScalar(unsigned id, T value, unsigned kind)
 {
     const LockGuard lock(m_lock);
+    const ValueChange change(*this, id);
     unsigned char* target = Place(id, sizeof(T), kind);
     if (target == nullptr)
         return false;
@@ -227,6 +229,7 @@ bool CCustomData::GetXTime(unsigned id, CXTime& out, const CXTime& defaultValue)
 bool CCustomData::SetUTCTime(unsigned id, const std::tm& value)
 {
     const LockGuard lock(m_lock);
+    const ValueChange change(*this, id);
     unsigned char* target = Place(id, kTimeSize, kUTCTime);
     if (target == nullptr)
         return false;
@@ -253,6 +256,7 @@ bool CCustomData::GetUTCTime(unsigned id, std::tm& out, const std::tm& defaultVa
 bool CCustomData::SetBinary(unsigned id, const void* data, unsigned size)
 {
     const LockGuard lock(m_lock);
+    const ValueChange change(*this, id);
     return SetChunk(id, data, size, kBinary);
 }
 

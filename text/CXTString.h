@@ -116,7 +116,7 @@ public:
     /// Length in characters; 2^31 - 1 for a text that is longer still.
     int GetLength() const noexcept;
     unsigned __int64 GetLength64() const noexcept { return m_text.m_length; }
-    bool IsEmpty() const noexcept { return m_text.m_length == 0; }
+    [[nodiscard]] bool IsEmpty() const noexcept { return m_text.m_length == 0; }
     /// Makes the string empty and keeps its buffer.
     void Empty() { SetLength(0); }
     /// The character, or NUL when the position lies outside the text.

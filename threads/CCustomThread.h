@@ -24,11 +24,11 @@ public:
     ~CCustomThread() override;
 
     /// True when this worker, or every worker, is asked to end.
-    bool MustTerminate() const noexcept;
+    [[nodiscard]] bool MustTerminate() const noexcept;
     void StopThread() noexcept;
 
     /// True when every worker is asked to end, including those created later.
-    static bool ThreadsMustTerminate() noexcept;
+    [[nodiscard]] static bool ThreadsMustTerminate() noexcept;
     /// The number of worker objects, whether their threads run or not.
     static unsigned int GetRunningThreadCount();
     /// Fills the array with the existing workers, in no order, and returns their number. An operation completes a sentence
@@ -48,7 +48,7 @@ public:
     /// Asks every worker to end, resumes suspended ones, and waits until every worker object is destroyed or the time is
     /// over, also when they were asked before. True when none is left; new workers may run then. A time of 0 only asks
     /// and looks.
-    static bool EndThreads(unsigned int timeoutMs);
+    [[nodiscard]] static bool EndThreads(unsigned int timeoutMs);
     /// Kills workers, and the threads that are recorded as their children; with `onlyKillable` only those that have the
     /// flag ThreadHardKillable. The last resort: locks that they hold stay locked. The objects are not deleted, but are no
     /// longer counted; so is that of a worker that was never started. The calling thread is left alone. True when a thread

@@ -88,15 +88,15 @@ public:
     unsigned __int64 GetThreadID() const noexcept;
     /// The priority requested last; 0 when that was refused.
     xThreadPriority GetThreadPriority() const noexcept { return m_priority.load(); }
-    bool ShouldCancel() const { return IsFlagSet(ThreadCancel); }
+    [[nodiscard]] bool ShouldCancel() const { return IsFlagSet(ThreadCancel); }
     /// True when the body has ended or the thread was killed, and whenever WaitForEnd has returned true.
-    bool IsTerminated() const;
+    [[nodiscard]] bool IsTerminated() const;
     /// True when the thread has ended; the exit code is 0 when its body returned true, 0xFFFFFFFF when it returned false
     /// or threw or the system ended the thread (pthread_exit), 1 when it was killed.
     bool GetExitCode(unsigned int& exitCode) const;
     /// Waits until the thread has ended; false on time-out, and for an object that was not started. Not for objects with
     /// auto-delete.
-    bool WaitForEnd(unsigned int timeoutMs) const;
+    [[nodiscard]] bool WaitForEnd(unsigned int timeoutMs) const;
     /// Hands out the exception of the library that ended the body; the caller deletes it. Null when there is none, when
     /// it was handed out before, and for exceptions of other types. Ask when the thread has ended (WaitForEnd).
     [[nodiscard]] CXException* TakeException();
@@ -173,4 +173,36 @@ private:
     std::atomic<bool> m_isClaimed{false};          ///< a call of BeginThread has started it, or is about to
     std::atomic<unsigned __int64> m_starter{0};    ///< the number of the thread that did
     mutable std::atomic<bool> m_isEndKnown{false}; ///< a caller was told that the thread has ended
+};
+
+/// Holds a thread object's lock while it exists: see CXThread::Lock. The object must exist as long.
+class CXThreadLock
+{
+public:
+    explicit CXThreadLock(CXThread& thread) : m_thread(thread) { m_thread.Lock(true); }
+    ~CXThreadLock() { m_thread.Lock(false); }
+    CXThreadLock(const CXThreadLock&) = delete;
+    CXThreadLock& operator=(const CXThreadLock&) = delete;
+
+private:
+    CXThread& m_thread;
+};
+
+/// Keeps a thread suspended while it exists, where that was possible: see CXThread::SuspendThread for what must not be done
+/// meanwhile. The object must exist as long.
+class CXThreadSuspension
+{
+public:
+    explicit CXThreadSuspension(CXThread& thread) : m_thread(thread), m_isSuspended(m_thread.SuspendThread()) {}
+    ~CXThreadSuspension()
+    {
+        if (m_isSuspended)
+            m_thread.ResumeThread();
+    }
+    CXThreadSuspension(const CXThreadSuspension&) = delete;
+    CXThreadSuspension& operator=(const CXThreadSuspension&) = delete;
+
+private:
+    CXThread& m_thread;
+    const bool m_isSuspended;
 };

@@ -20,10 +20,31 @@ extern "C"
     /// Marks the thread as cancelled, or removes the mark; 0 is the calling thread.
     TEVTOOLS_API void SetCancelThread(bool cancel, unsigned __int64 id);
     /// Whether the thread or an ancestor is marked; 0 is the calling thread. Cheap as long as nothing was ever marked.
-    TEVTOOLS_API bool ShouldCancelThread(unsigned __int64 id);
+    [[nodiscard]] TEVTOOLS_API bool ShouldCancelThread(unsigned __int64 id);
 
     /// Marks the thread as one that must not show anything to the user, or removes the mark; 0 is the calling thread.
     TEVTOOLS_API void SetSilentThread(bool silent, unsigned __int64 id);
     /// Whether the thread or an ancestor is marked; 0 is the calling thread. Cheap as long as nothing was ever marked.
-    TEVTOOLS_API bool IsSilentThread(unsigned __int64 id);
+    [[nodiscard]] TEVTOOLS_API bool IsSilentThread(unsigned __int64 id);
 }
+
+/// Marks the calling thread as silent while it exists, unless it or an ancestor is when it is made. Destroyed on its thread.
+class CXSilentThread
+{
+public:
+    CXSilentThread() : m_marks(!IsSilentThread(0))
+    {
+        if (m_marks)
+            SetSilentThread(true, 0);
+    }
+    ~CXSilentThread()
+    {
+        if (m_marks)
+            SetSilentThread(false, 0);
+    }
+    CXSilentThread(const CXSilentThread&) = delete;
+    CXSilentThread& operator=(const CXSilentThread&) = delete;
+
+private:
+    const bool m_marks;
+};

@@ -4,6 +4,7 @@
 #include "objects/CXException.h"
 #include "platform/CalendarTime.h"
 
+#include <cstdio>
 #include <cwchar>
 #include <limits>
 
@@ -146,3 +147,58 @@ void CXTime::Serialize(CXArchive& archive)
     else
         archive >> m_time;
 }
+
+CXArchive& operator<<(CXArchive& archive, const CXTime& time)
+{
+    if (archive.IsLoading())
+        return archive << time.GetTime();         // which the archive refuses
+    const_cast<CXTime&>(time).Serialize(archive); // which changes nothing
+    return archive;
+}
+
+CXArchive& operator>>(CXArchive& archive, CXTime& time)
+{
+    __int64 seconds = 0;
+    if (archive.IsStoring())
+        return archive >> seconds;
+    time.Serialize(archive);
+    return archive;
+}
+
+CXArchive& operator<<(CXArchive& archive, const CXDuration& span)
+{
+    return archive << span.GetTotalSeconds();
+}
+
+CXArchive& operator>>(CXArchive& archive, CXDuration& span)
+{
+    __int64 seconds = 0;
+    archive >> seconds;
+    span = seconds;
+    return archive;
+}
+
+namespace tev
+{
+TimeText TimeText::OfSpan(__int64 seconds) noexcept
+{
+    const bool isNegative = seconds < 0;
+    const auto size = isNegative ? 0 - static_cast<unsigned __int64>(seconds) : static_cast<unsigned __int64>(seconds);
+    TimeText text;
+    std::snprintf(text.m_text, sizeof(text.m_text), "%s%llu:%02llu:%02llu", isNegative ? "-" : "", size / 3600,
+                  size / 60 % 60, size % 60);
+    return text;
+}
+
+TimeText TimeText::OfMoment(__int64 seconds) noexcept
+{
+    TimeText text;
+    std::tm utc;
+    if (platform::ToUtcTime(seconds, utc))
+        std::snprintf(text.m_text, sizeof(text.m_text), "%04lld-%02d-%02dT%02d:%02d:%02dZ", utc.tm_year + 1900LL,
+                      utc.tm_mon + 1, utc.tm_mday, utc.tm_hour, utc.tm_min, utc.tm_sec);
+    else
+        std::snprintf(text.m_text, sizeof(text.m_text), "@%lld", seconds);
+    return text;
+}
+} // namespace tev

@@ -6,10 +6,10 @@
 #include <ctime>
 #include <type_traits>
 
-class CXArchive;
-
 /// A moment: seconds since 1970-01-01 00:00:00 UTC, of any sign. Local time is that of the environment's time zone when it
 /// is asked for, so a change of zone takes effect at once. Arithmetic wraps around at 64 bits.
+/// Converts from and to the moments of std::chrono::system_clock, as CXDuration does from and to spans; fractions of seconds
+/// are rounded down.
 /// One thread at a time; the conversions of several objects may run at once.
 class TEVTOOLS_API CXTime
 {
@@ -25,6 +25,14 @@ public:
     /// is the first of the two, and one that was skipped because it was set forward is that much later.
     /// What cannot be converted, and the second before 1970 (as UTC), is an invalid argument.
     CXTime(int year, int month, int day, int hour, int minute, int second, int daylightSaving);
+    template <class POINT, std::enable_if_t<tev::kIsChronoMoment<POINT> && tev::kIsInSeconds<POINT>, int> = 0>
+    CXTime(const POINT& moment) noexcept : m_time(tev::SecondsOf(moment.time_since_epoch(), true))
+    {
+    }
+    template <class POINT, class = std::enable_if_t<tev::kIsChronoMoment<POINT> && !tev::kIsInSeconds<POINT>>>
+    explicit CXTime(const POINT& moment) noexcept : m_time(tev::SecondsOf(moment.time_since_epoch(), true))
+    {
+    }
     CXTime(const CXTime&) = default;
     CXTime& operator=(const CXTime&) = default;
     virtual ~CXTime() = default;
@@ -33,6 +41,11 @@ public:
     static CXTime GetTickCount() noexcept;
 
     __int64 GetTime() const noexcept { return m_time; }
+    template <class POINT, class = std::enable_if_t<tev::kIsChronoMoment<POINT>>>
+    explicit operator POINT() const noexcept
+    {
+        return POINT(tev::SpanOf<typename POINT::duration>(m_time));
+    }
     CXTime& operator=(__int64 seconds) noexcept
     {
         m_time = seconds;
@@ -84,3 +97,14 @@ private:
 
     __int64 m_time = 0;
 };
+
+/// As Serialize, which they call.
+TEVTOOLS_API CXArchive& operator<<(CXArchive& archive, const CXTime& time);
+TEVTOOLS_API CXArchive& operator>>(CXArchive& archive, CXTime& time);
+
+/// "2026-11-22T10:16:31Z", in UTC and in any locale; "@" and the seconds where the year does not fit.
+template <class CHAR, class TRAITS>
+std::basic_ostream<CHAR, TRAITS>& operator<<(std::basic_ostream<CHAR, TRAITS>& stream, const CXTime& time)
+{
+    return stream << tev::TimeText::OfMoment(time.GetTime()).Get();
+}

@@ -41,24 +41,28 @@ public:
     /// files are replaced. Without a folder: into a new temporary one whose name begins with "MiniZip"; with
     /// `keepFiles` into the current one. Works on several threads (OMPSetMaxThreadCount) and reads split archives.
     /// True when at least one file was extracted, and neither the disk failed nor the work was cancelled.
-    bool ExtractZip(const CXTString<wchar_t>& zipPath, const CXTString<wchar_t>& destFolder, bool keepFiles);
+    [[nodiscard]] bool ExtractZip(const CXTString<wchar_t>& zipPath, const CXTString<wchar_t>& destFolder,
+                                  bool keepFiles);
     /// Unpacks a gzip file of any number of members to a file. A damaged or truncated file returns true as well:
     /// the destination then holds what could be unpacked, GetFailure() is kDamaged, and GetDamage() says what is wrong. Of
     /// one from which nothing can be unpacked the destination is left unchanged, and the list is empty. Trailing bytes
     /// behind the last member are ignored.
-    bool ExtractGZip(const CXTString<wchar_t>& source, const CXTString<wchar_t>& destFile, bool keepFiles);
+    [[nodiscard]] bool ExtractGZip(const CXTString<wchar_t>& source, const CXTString<wchar_t>& destFile,
+                                   bool keepFiles);
     /// Unpacks a file of Zstandard frames to a file. One that is damaged, truncated or needs a window above 128 MiB
     /// returns false and leaves the destination unchanged.
-    bool ExtractZStd(const CXTString<wchar_t>& source, const CXTString<wchar_t>& destFile, bool keepFiles);
+    [[nodiscard]] bool ExtractZStd(const CXTString<wchar_t>& source, const CXTString<wchar_t>& destFile,
+                                   bool keepFiles);
     /// Unpacks a file of either kind; false for any other.
-    bool ExtractZFile(const CXTString<wchar_t>& source, const CXTString<wchar_t>& destFile, bool keepFiles);
+    [[nodiscard]] bool ExtractZFile(const CXTString<wchar_t>& source, const CXTString<wchar_t>& destFile,
+                                    bool keepFiles);
 
     // By the first bytes of the file; its name does not count. A file that cannot be read is of no kind.
 
-    static bool IsGZipFile(const CXTString<wchar_t>& path);
+    [[nodiscard]] static bool IsGZipFile(const CXTString<wchar_t>& path);
     /// Also when the magic number is in the other byte order.
-    static bool IsZStdFile(const CXTString<wchar_t>& path);
-    static bool IsZFile(const CXTString<wchar_t>& path);
+    [[nodiscard]] static bool IsZStdFile(const CXTString<wchar_t>& path);
+    [[nodiscard]] static bool IsZFile(const CXTString<wchar_t>& path);
 
     /// The full paths of the files that the last extraction wrote, in the order of the archive.
     const StringArray& GetExtractedFiles() const noexcept { return m_extractedFiles; }

@@ -16,13 +16,19 @@ struct OpenBitArray : CBitArray
 
 void ExpectSame(const CBitArray& bits, const std::vector<bool>& model)
 {
-    unsigned ones = 0;
+    std::vector<unsigned> set;
     ASSERT_EQ(bits.GetSize(), model.size());
     for (unsigned i = 0; i < model.size(); ++i)
     {
         ASSERT_EQ(bits.GetAt(i), model[i]) << i;
-        ones += model[i] ? 1 : 0;
+        if (model[i])
+            set.push_back(i);
     }
+    std::vector<unsigned> walked;
+    for (const unsigned index : bits)
+        walked.push_back(index);
+    EXPECT_EQ(walked, set);
+    const auto ones = static_cast<unsigned>(set.size());
     const auto size = static_cast<unsigned>(model.size());
     EXPECT_EQ(bits.GetCount(true), ones) << size;
     EXPECT_EQ(bits.GetCount(false), size - ones) << size;
@@ -111,6 +117,7 @@ TEST(CBitArray, BuffersAreHandedOverAndShared)
     EXPECT_EQ(bits.GetSize(), 1000U);
     EXPECT_EQ(bits.GetCount(true), 32U);
     EXPECT_EQ(bits.GetCount(false), 0U);
+    EXPECT_EQ(std::distance(bits.begin(), bits.end()), 32) << "the walk ends with the words";
     EXPECT_FALSE(bits.IsOneSet(false));
     EXPECT_FALSE(bits.GetAt(32));
     bits.SetAt(999, true);

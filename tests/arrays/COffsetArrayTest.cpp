@@ -31,6 +31,10 @@ std::vector<Offset> EntriesOf(const COffsetArray& array)
     for (unsigned i = 0; i < array.GetSize(); ++i)
         entries.push_back(array[i]);
     EXPECT_EQ(array.GetAt(array.GetSize()), 0U);
+    std::vector<Offset> walked;
+    for (const Offset entry : array)
+        walked.push_back(entry);
+    EXPECT_EQ(walked, entries);
     return entries;
 }
 

@@ -329,8 +329,8 @@ TEST(CXArray, ElementsThatCanBeMovedAreNotCopiedWhenTheArrayGrows)
     array.PreAllocate(0);
     Tracked<true>::s_throwIn = 0;
     array.SetSize(1000);
-    // One for the new element, one for its copy.
-    Tracked<true>::s_throwIn = 3;
+    // One for the new element, which is moved in.
+    Tracked<true>::s_throwIn = 2;
     array.Add(5);
     EXPECT_EQ(Tracked<true>::s_throwIn, 1);
     Tracked<true>::s_throwIn = 0;
@@ -401,6 +401,67 @@ TEST(CXArray, StandsInArchivesAsTheFormatSays)
     EXPECT_EQ(ThrownByLoading(nested, bytes), kNothingThrown);
     ASSERT_EQ(nested.GetSize(), 2);
     EXPECT_EQ(nested[1][0], 3);
+}
+
+template <class TYPE>
+std::vector<TYPE> ValuesOf(const CXArray<TYPE>& array)
+{
+    return std::vector<TYPE>(array.begin(), array.end());
+}
+
+TEST(CXArray, BracesListElementsAndASingleBoolIsTheFlag)
+{
+    Ints numbers = {3, 1, 2};
+    EXPECT_TRUE(numbers == (CXArray<int>{3, 1, 2})) << "however values are passed";
+    EXPECT_EQ(numbers.GetCapacity(), 3);
+    EXPECT_TRUE(numbers != (Ints{3, 1}) && numbers != (Ints{3, 1, 4}) && Ints{} == Ints());
+    EXPECT_EQ(ValuesOf(Texts{L"a", CXTString<wchar_t>(L"b")}), (std::vector<CXTString<wchar_t>>{L"a", L"b"}));
+
+    EXPECT_TRUE((CXArray<int>{true}).IsEmpty());
+    EXPECT_TRUE((CXArray<bool>{true}).IsEmpty());
+    EXPECT_TRUE((Texts{true}).IsEmpty());
+    EXPECT_EQ(ValuesOf(CXArray<bool>{true, false}), (std::vector<bool>{true, false}));
+    EXPECT_EQ(ValuesOf(CXArray<int>{true, false, true}), (std::vector<int>{1, 0, 1}));
+
+    numbers.PreAllocate(0, 50);
+    numbers = {7};
+    numbers.Add(8);
+    EXPECT_TRUE(numbers == (Ints{7, 8}));
+    EXPECT_EQ(numbers.GetCapacity(), 50) << "the growth setting stays";
+    numbers = {};
+    EXPECT_EQ(numbers.GetCapacity(), 0);
+    CXArray<bool> bools;
+    bools = {true};
+    EXPECT_EQ(ValuesOf(bools), std::vector<bool>{true});
+
+    tev::test::FailingAllocations failing(2);
+    EXPECT_FALSE(failing.Run([] { CXArray<Tracked<false>>({Tracked<false>(1), Tracked<false>(2)}); }));
+    EXPECT_EQ(Tracked<false>::s_live, 0);
+}
+
+TEST(CXArray, AddMovesWhatItMay)
+{
+    CXArray<std::unique_ptr<int>> owners;
+    for (int i = 0; i < 40; ++i)
+    {
+        owners.Add(std::make_unique<int>(i));
+        owners.Add(std::move(owners[i == 0 ? 0 : 2 * i - 1])); // an element, also of memory that grows
+    }
+    EXPECT_EQ(*owners[79], 0);
+    EXPECT_EQ(std::count(owners.begin(), owners.end(), nullptr), 40);
+
+    // A value stays its owner's until there is room for it.
+    tev::test::FailingAllocations failing(1);
+    auto value = std::make_unique<int>(5);
+    owners.FreeExtra();
+    EXPECT_FALSE(failing.Run([&] { owners.Add(std::move(value)); }));
+    EXPECT_TRUE(value != nullptr && owners.GetSize() == 80 && owners.GetCapacity() == 80);
+
+    CXArray<Tracked<false>> copied; // whose moves may throw
+    Tracked<false> element(3);
+    copied.Add(std::move(element));
+    copied.Add(Tracked<false>(4));
+    EXPECT_TRUE(copied[0] == 3 && copied[1] == 4);
 }
 
 TEST(CXArray, LoadingGrowsByTheCapacityRule)

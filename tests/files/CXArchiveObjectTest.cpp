@@ -129,6 +129,38 @@ TEST(CXArchiveObjectTest, ObjectsAndClassesShareOneIndex)
     }
 }
 
+TEST(CXArchiveObjectTest, APointerIsReadAsItsClass)
+{
+    Node node;
+    Leaf leaf;
+    Versioned other;
+    const Bytes bytes = StoredBy([&](CXArchive& archive) {
+        archive << &leaf << &leaf << static_cast<const CXObject*>(nullptr) << &other << &other << &node;
+    });
+    Stream stream(kWays[0], xArchiveLoad, bytes);
+    Leaf* first = nullptr;
+    const Node* again = nullptr;
+    Leaf* null = &leaf;
+    *stream >> first >> again >> null;
+    ASSERT_NE(first, nullptr);
+    EXPECT_EQ(again, first) << "as the class that it is derived from";
+    EXPECT_EQ(null, nullptr);
+
+    // Another class is refused before an object of it exists, and a reference to one as well.
+    Leaf* wrong = &leaf;
+    EXPECT_EQ(CauseOf([&] { *stream >> wrong; }), archiveBadClass);
+    EXPECT_EQ(wrong, &leaf);
+    EXPECT_EQ(stream->GetCreatedObjects(), std::vector<CXObject*>{first});
+    DeleteCreated(*stream);
+
+    Stream references(kWays[0], xArchiveLoad, StoredBy([&](CXArchive& archive) { archive << &other << &other; }));
+    Versioned* right = nullptr;
+    *references >> right;
+    EXPECT_EQ(CauseOf([&] { *references >> wrong; }), archiveBadClass);
+    EXPECT_EQ(wrong, &leaf);
+    DeleteCreated(*references);
+}
+
 TEST(CXArchiveObjectTest, LargeIndicesTakeTheLongForm)
 {
     // Class 1, then objects 2 to 0x8001; the last ones and the class are referred to again.

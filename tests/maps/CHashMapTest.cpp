@@ -94,6 +94,62 @@ TEST(CHashMap, TheRemainderIsExact)
     }
 }
 
+TEST(CHashMap, ARangeWalksTheEntriesInTheirOrder)
+{
+    std::mt19937 random(3);
+    CIntMap map;
+    CHashTable<int> table;
+    for (int i = 0; i < 500; ++i)
+    {
+        std::vector<int> keys;
+        for (const auto& [key, value] : std::as_const(map))
+        {
+            static_assert(std::is_same_v<decltype(value), const int>);
+            EXPECT_EQ(value, 2 * key);
+            keys.push_back(key);
+        }
+        EXPECT_EQ(keys, (KeysOf<CIntMap, int>(map)));
+        EXPECT_EQ(std::vector<int>(table.begin(), table.end()), (KeysOf<CHashTable<int>, int>(table)));
+        const int key = static_cast<int>(random() % 300);
+        if (map.Remove(key) == 0)
+            map.Insert(key, 2 * key);
+        if (table.Remove(key) == 0)
+            table.Insert(key);
+    }
+    for (auto& [key, value] : map)
+    {
+        static_assert(std::is_same_v<decltype(key), const int>);
+        value = key;
+        if (key % 2 == 0)
+            map.Remove(key);
+    }
+    EXPECT_TRUE(std::all_of(map.begin(), map.end(), [](auto& entry) { return entry.GetValue() == entry.GetKey(); }));
+    EXPECT_TRUE(std::none_of(map.begin(), map.end(), [](auto& entry) { return entry.GetKey() % 2 == 0; }));
+    const CIntMap moved = std::move(map);
+    EXPECT_TRUE(map.begin() == map.end() && moved.begin() != moved.end());
+}
+
+TEST(CHashMap, CopiesOfEntriesAreOfTheirOwn)
+{
+    using Element = Tracked<true>;
+    {
+        CHashMap<int, int, Element> map;
+        for (int key = 0; key < 5; ++key)
+            map.Insert(key, Element(key));
+        for (auto [key, value] : map)
+            value = Element(-1);
+        std::vector<CHashMap<int, int, Element>::Entry> entries(map.begin(), map.end());
+        EXPECT_EQ(Element::s_live, 10);
+        for (const auto& [key, value] : map)
+            EXPECT_EQ(value.Value(), key);
+        map.Free();
+        EXPECT_EQ(entries.back().GetValue().Value(), entries.back().GetKey());
+        Element::s_throwIn = 1;
+        EXPECT_THROW(entries.push_back(entries.front()), std::runtime_error);
+    }
+    EXPECT_EQ(Element::s_live, 0);
+}
+
 // The seed is fixed, so a failure is reproducible; the fuzz target goes further.
 TEST(CHashMap, RandomUseKeepsTheDocumentedSlotOrder)
 {

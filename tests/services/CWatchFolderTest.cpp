@@ -14,6 +14,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <thread>
@@ -420,10 +421,11 @@ TEST_F(CWatchFolderTest, RefreshingIsLockedAndCallersAddChanges)
 {
     ASSERT_TRUE(Watch(false));
     m_watcher.LockRefresh();
-    m_watcher.LockRefresh();
-    Touch("w/a");
-    EXPECT_FALSE(m_watcher.CheckRefreshNotification());
-    EXPECT_FALSE(m_watcher.UnlockRefresh());
+    {
+        const CXRefreshLock lock(m_watcher);
+        Touch("w/a");
+        EXPECT_FALSE(m_watcher.CheckRefreshNotification());
+    }
     EXPECT_FALSE(m_watcher.CheckRefreshNotification());
     EXPECT_TRUE(m_watcher.UnlockRefresh());
     EXPECT_TRUE(m_watcher.UnlockRefresh()) << "it stays unlocked";
@@ -554,7 +556,7 @@ TEST_F(CWatchFolderThread, HeldChangesKeepOthersWaiting)
     ASSERT_TRUE(Watch(false));
     Touch("w/a");
     EXPECT_TRUE(m_watcher.CheckRefreshNotification());
-    m_watcher.GetChanges();
+    std::optional<CXFolderChanges> changes(m_watcher);
     EXPECT_TRUE(m_watcher.CheckRefreshNotification()) << "on the thread that holds them it does not wait";
     std::atomic<bool> collected{false};
     std::thread other([&] {
@@ -563,9 +565,11 @@ TEST_F(CWatchFolderThread, HeldChangesKeepOthersWaiting)
         collected = true;
     });
     Touch("w/b");
-    EXPECT_EQ(m_watcher.GetChanges().GetCount(), 1U);
+    for (const auto& [path, change] : *changes)
+        EXPECT_TRUE(change == CWatchFolder::xChangeAdded && path == changes->GetList()[0].m_path);
+    EXPECT_EQ(changes->GetMap().GetCount(), 1U);
     EXPECT_FALSE(collected);
-    EXPECT_FALSE(m_watcher.ReleaseChanges());
+    changes.reset();
     other.join();
     EXPECT_EQ(Describe(m_watcher, m_folder.WidePath("w") + L"/"), "+b");
 }

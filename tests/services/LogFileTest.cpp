@@ -30,6 +30,7 @@
 #include <filesystem>
 #include <fstream>
 #include <future>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -219,8 +220,19 @@ TEST_F(LogFile, TabsIndentTheThreadsMessagesUpToTheThreshold)
     EXPECT_EQ(LogFileAddTab(false), 1U);
     EXPECT_EQ(LogFileAddTab(false), 0U);
     WriteToLogFile(L"0\n");
+    {
+        const CXLogTab first;
+        const CXLogTab second;
+        WriteToLogFile(L"guarded\n");
+    }
     EXPECT_EQ(LogFileAddTab(true), 1U);
-    EXPECT_EQ(Messages("a.log"), "0\n\t\t2\nother thread\n0\n");
+    EXPECT_EQ(Messages("a.log"), "0\n\t\t2\nother thread\n0\n\t\tguarded\n");
+    CloseLogFile();
+    std::optional<CXLogTab> none(std::in_place);
+    ASSERT_TRUE(Open("c.log"));
+    EXPECT_EQ(LogFileAddTab(true), 1U);
+    none.reset();
+    EXPECT_EQ(LogFileAddTab(true), 2U) << "a guard takes back what it has added, and nothing else";
     CloseLogFile();
     ASSERT_TRUE(Open("b.log"));
     EXPECT_EQ(LogFileAddTab(false), 0U) << "closing deletes the tabs";
@@ -516,7 +528,7 @@ TEST_F(LogFileThread, MessagesOfManyThreadsNeverMix)
 TEST_F(LogFileThread, AHeldLockKeepsOthersWaiting)
 {
     ASSERT_TRUE(Open("a.log"));
-    LogLock(true);
+    std::optional<CXLogLock> lock(std::in_place);
     WriteToLogFile(L"first\n");
     std::promise<void> started;
     std::thread other([&] {
@@ -527,7 +539,7 @@ TEST_F(LogFileThread, AHeldLockKeepsOthersWaiting)
     for (int i = 0; i < 100; ++i)
         WriteToLogFile(L"x");
     WriteToLogFile(L"\n");
-    LogLock(false);
+    lock.reset();
     other.join();
     EXPECT_EQ(Messages("a.log"), "first\n" + std::string(100, 'x') + "\nother\n");
 }

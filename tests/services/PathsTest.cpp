@@ -141,7 +141,7 @@ TEST(Paths, TemporaryFoldersAreNewAndPrivate)
     EXPECT_EQ(status.st_mode & 0777, 0700U);
     try
     {
-        fileCreateTemporaryFolder(L"../x");
+        static_cast<void>(fileCreateTemporaryFolder(L"../x"));
         ADD_FAILURE();
     }
     catch (CXFileException* exception)

@@ -416,7 +416,8 @@ const Action kActions[] = {
     [](CCustomData& store, CCustomData&, unsigned id) {
         unsigned kind = 0;
         store.GetIDByIndex(id, kind);
-        store.GetDataKindOf(id), store.GetDataSize(id), store.GetChecksum(id), store.GetTimeStamp(), store.HasData(id);
+        store.GetDataKindOf(id), store.GetDataSize(id), store.GetChecksum(id), store.GetTimeStamp();
+        kind += store.HasData(id) ? 1 : 0;
     },
     [](CCustomData& store, CCustomData&, unsigned id) {
         std::vector<CXTString<wchar_t>> strings = {L"a", L"b"};

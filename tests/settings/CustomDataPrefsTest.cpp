@@ -77,7 +77,8 @@ TEST(CustomDataPrefs, WhatIsNoFileIsRefused)
         EXPECT_FALSE(store.LoadFromPrefs(path.c_str(), 1, 2, false)) << name;
     }
     Records records;
-    EXPECT_EQ(Thrown([&] { XListPreferences(folder.WidePath("none").c_str(), records); }), int{fileNotFound});
+    EXPECT_EQ(Thrown([&] { static_cast<void>(XListPreferences(folder.WidePath("none").c_str(), records)); }),
+              int{fileNotFound});
     EXPECT_TRUE(Save(folder.WidePath("folder/file"), {1, 2}, 3)) << "an empty file is a file without records";
     EXPECT_EQ(folder.ReadFile("folder/file"), File({Record({1, 2}, 3)}));
 }
@@ -186,7 +187,7 @@ TEST(CustomDataPrefs, AFileThatIsTooLargeIsRefusedBeforeItIsRead)
         CCustomData store;
         Records records;
         EXPECT_EQ(Thrown([&] { store.LoadFromPrefs(path.c_str(), 1, 2, true); }), int{fileInvalidFile});
-        EXPECT_EQ(Thrown([&] { XListPreferences(path.c_str(), records); }), int{fileInvalidFile});
+        EXPECT_EQ(Thrown([&] { static_cast<void>(XListPreferences(path.c_str(), records)); }), int{fileInvalidFile});
         EXPECT_FALSE(store.LoadFromPrefs(path.c_str(), 1, 2, false));
         EXPECT_FALSE(Save(path, {1, 2}, 4));
         EXPECT_EQ(fs::file_size(folder.Path("prefs")), size);
@@ -259,13 +260,15 @@ TEST(CustomDataPrefs, AnUpdateIsSavedAsAWholeOrNotAtAll)
         add(store);
         throw std::runtime_error("no more");
     };
-    EXPECT_THROW(XUpdatePreferences(path.c_str(), 1, 2, fails), std::runtime_error);
+    EXPECT_THROW(static_cast<void>(XUpdatePreferences(path.c_str(), 1, 2, fails)), std::runtime_error);
     EXPECT_EQ(Thrown([&] {
-                  XUpdatePreferences(path.c_str(), 1, 2, [](CCustomData&) { CXFileException::Throw(fileHardIO, {}); });
+                  static_cast<void>(XUpdatePreferences(path.c_str(), 1, 2,
+                                                       [](CCustomData&) { CXFileException::Throw(fileHardIO, {}); }));
               }),
               int{fileHardIO});
     EXPECT_EQ(folder.ReadFile("prefs"), saved);
-    EXPECT_THROW(XUpdatePreferences(folder.WidePath("new").c_str(), 1, 2, fails), std::runtime_error);
+    EXPECT_THROW(static_cast<void>(XUpdatePreferences(folder.WidePath("new").c_str(), 1, 2, fails)),
+                 std::runtime_error);
     EXPECT_FALSE(folder.Exists("new") || folder.Exists("prefs.tmp"));
     for (unsigned n = 1; n < 8; ++n)
     {

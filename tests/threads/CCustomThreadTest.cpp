@@ -433,7 +433,7 @@ TEST_F(CCustomThreads, ForkedChildrenUseThreadsWhateverThoseOfTheParentDo)
                 SetSilentThread(true, worker.GetThreadID());
                 XParallelFor(10, [](unsigned) {});
                 worker.ResumeThread();
-                worker.WaitForEnd(kLongTimeMs);
+                EXPECT_TRUE(worker.WaitForEnd(kLongTimeMs));
             }
         });
     }

@@ -429,6 +429,9 @@ TEST(CXThread, StandsStillWhileItIsSuspended)
         EXPECT_TRUE(Eventually([&, before = count.load()] { return count != before; }));
         EXPECT_TRUE(thread->SuspendThread());
         EXPECT_TRUE(thread->IsSuspended());
+        {
+            const CXThreadSuspension suspension(*thread);
+        }
         EXPECT_FALSE(Moves(count, otherCount));
         EXPECT_TRUE(thread->SuspendThread());
         EXPECT_TRUE(thread->ResumeThread());
@@ -507,12 +510,13 @@ TEST(CXThread, ItsLockHoldsUpItsEndOnly)
 {
     std::atomic<bool> ran{false};
     const auto thread = Begin([&ran](TestThread&) { return ran = true; }, kOwned | kSuspended);
-    EXPECT_TRUE(thread->Lock(true));
-    thread->ResumeThread();
-    EXPECT_TRUE(Eventually([&ran] { return ran.load(); })) << "while the lock is held";
-    EXPECT_FALSE(thread->WaitForEnd(20));
-    EXPECT_FALSE(thread->IsTerminated());
-    EXPECT_TRUE(thread->Lock(false));
+    {
+        const CXThreadLock lock(*thread);
+        thread->ResumeThread();
+        EXPECT_TRUE(Eventually([&ran] { return ran.load(); })) << "while the lock is held";
+        EXPECT_FALSE(thread->WaitForEnd(20));
+        EXPECT_FALSE(thread->IsTerminated());
+    }
     EXPECT_TRUE(thread->WaitForEnd(kLongTimeMs));
     EXPECT_TRUE(thread->IsTerminated());
 

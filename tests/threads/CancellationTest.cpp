@@ -77,7 +77,7 @@ TEST(Cancellation, EndsABodyThatUsesTheLibraryAndNothingElse)
          [&] {
              CCustomData store;
              store.SetInt(1, 2);
-             store.SaveToPrefs(path("a.prefs"), 1, 2);
+             static_cast<void>(store.SaveToPrefs(path("a.prefs"), 1, 2));
          }},
         {"registry", [&] { openRegistry(true); }},
         {"unpacking",
@@ -90,7 +90,7 @@ TEST(Cancellation, EndsABodyThatUsesTheLibraryAndNothingElse)
                      return true;
                  }
              } zip;
-             zip.ExtractZip(path("a.gz"), {}, false);
+             static_cast<void>(zip.ExtractZip(path("a.gz"), {}, false));
              EXPECT_TRUE(zip.ExtractGZip(path("a.gz"), path("out"), false));
          }},
         {"watch",

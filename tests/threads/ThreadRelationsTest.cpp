@@ -44,6 +44,18 @@ TEST(ThreadRelations, MarksReachDescendants)
     }
 }
 
+TEST(ThreadRelations, AGuardTakesBackTheMarkThatItMade)
+{
+    {
+        const CXSilentThread outer;
+        {
+            const CXSilentThread inner;
+        }
+        EXPECT_TRUE(IsSilentThread(0));
+    }
+    EXPECT_FALSE(IsSilentThread(0));
+}
+
 TEST(ThreadRelations, ChildrenAreListed)
 {
     CXArray<unsigned __int64> children;
@@ -113,7 +125,7 @@ TEST(ThreadRelations, AreSafeFromSeveralThreads)
             {
                 AttachThread(i % 7 + 1, i * seed % 7 + 1);
                 SetCancelThread(i % 3 == 0, i % 5 + 1);
-                ShouldCancelThread(i % 7 + 1);
+                static_cast<void>(ShouldCancelThread(i % 7 + 1));
                 CXArray<unsigned __int64> children;
                 GetChildThreads(i % 7 + 1, children);
                 DetachThread(i * seed % 7 + 1);

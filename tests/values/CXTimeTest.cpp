@@ -1,11 +1,13 @@
 #include "values/CXTime.h"
 
+#include "arrays/CXArray.h"
 #include "files/CXArchive.h"
 #include "files/CXMemFile.h"
 #include "platform/ThreadPriority.h"
 #include "services/CProfileTimer.h"
 #include "services/LogFile.h"
 #include "services/ProfileReporter.h"
+#include "tests/support/ArchiveTools.h"
 #include "tests/support/FileFailure.h"
 #include "tests/support/OnThreads.h"
 #include "tests/support/PrintText.h"
@@ -15,12 +17,17 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cmath>
+#include <cstring>
+#include <iomanip>
 #include <limits>
+#include <sstream>
 #include <string>
 
 namespace
 {
 using namespace std::string_literals;
+using tev::test::Thrown;
 using tev::test::TimeZone;
 
 // Rules written out, so that the tests need no zone files: Paris, New York, Lord Howe (half an hour), and no rule at all.
@@ -181,7 +188,90 @@ TEST(CXTime, ArchivesHoldEightBytes)
         CXTime loaded;
         loaded.Serialize(loading);
         EXPECT_EQ(loaded, time);
+
+        CXMemFile shifted;
+        CXArchive writing(&shifted, xArchiveStore);
+        const CXDuration span(seconds);
+        writing << time << span;
+        EXPECT_EQ(Thrown<CXArchiveException>([&] { writing >> time; }), archiveWriteOnly);
+        writing.Close();
+        ASSERT_EQ(shifted.GetLength(), 16U);
+        EXPECT_EQ(std::memcmp(shifted.GetBuffer(), file.GetBuffer(), 8), 0);
+        EXPECT_EQ(std::memcmp(shifted.GetBuffer() + 8, file.GetBuffer(), 8), 0);
+        shifted.SeekToBegin();
+        CXArchive reading(&shifted, xArchiveLoad);
+        CXDuration loadedSpan;
+        EXPECT_EQ(Thrown<CXArchiveException>([&] { reading << time; }), archiveReadOnly);
+        loaded = 0;
+        reading >> loaded >> loadedSpan;
+        EXPECT_TRUE(loaded == time && loadedSpan == span);
     }
+    CXArray<CXTime> times = {CXTime(1), CXTime(-1)};
+    const auto bytes = tev::test::Stored(times);
+    EXPECT_EQ(bytes.size(), 2U + 16);
+    CXArray<CXTime> loaded;
+    EXPECT_EQ(tev::test::ThrownByLoading(loaded, bytes), tev::test::kNothingThrown);
+    EXPECT_TRUE(loaded == times);
+}
+
+TEST(CXTime, ConvertsFromAndToChrono)
+{
+    using namespace std::chrono;
+    using SystemTime = system_clock::time_point;
+    using Days = duration<int, std::ratio<86400>>;
+    const struct
+    {
+        nanoseconds m_sinceEpoch;
+        __int64 m_seconds;     // rounded down
+        __int64 m_spanSeconds; // toward zero
+    } cases[] = {{0ns, 0, 0}, {1999999999ns, 1, 1}, {-1ns, -1, 0}, {-1s, -1, -1}, {-1500ms, -2, -1}};
+    for (const auto& [sinceEpoch, seconds, spanSeconds] : cases)
+    {
+        EXPECT_EQ(CXTime(SystemTime(sinceEpoch)).GetTime(), seconds);
+        EXPECT_EQ(CXDuration(sinceEpoch).GetTotalSeconds(), spanSeconds);
+        EXPECT_EQ(CXDuration(duration<double>(sinceEpoch)).GetTotalSeconds(), spanSeconds);
+        EXPECT_EQ(CXTime(time_point<system_clock, duration<double>>(sinceEpoch)).GetTime(), seconds);
+        EXPECT_EQ(SystemTime(CXTime(seconds)), SystemTime(std::chrono::seconds(seconds)));
+        EXPECT_EQ(std::chrono::seconds(CXDuration(seconds)).count(), seconds);
+    }
+    const CXTime moment(1700000000);
+    const CXDuration halfHour = 30min;
+    EXPECT_EQ((moment + 1h - halfHour).GetTime(), 1700001800);
+    EXPECT_EQ(hours(CXDuration(-7199)), -1h);
+    EXPECT_EQ(duration<double>(halfHour).count(), 1800.0);
+    EXPECT_EQ(CXDuration(Days(-2)).GetDays(), -2);
+    static_assert(std::is_convertible_v<minutes, CXDuration> && !std::is_convertible_v<milliseconds, CXDuration>);
+    static_assert(!std::is_constructible_v<CXTime, steady_clock::time_point>, "it does not know the date");
+
+    // What does not fit.
+    constexpr __int64 kFar = std::numeric_limits<__int64>::max();
+    EXPECT_EQ(nanoseconds(CXDuration(kFar)), nanoseconds::max());
+    EXPECT_EQ(nanoseconds(CXDuration(-kFar)), nanoseconds::min());
+    EXPECT_EQ(SystemTime(CXTime(kFar)), SystemTime::max());
+    EXPECT_EQ(Days(CXDuration(kFar)).count(), std::numeric_limits<int>::max());
+    EXPECT_EQ((duration<unsigned>(CXDuration(-5)).count()), 0U);
+    EXPECT_EQ((duration<unsigned char>(CXDuration(256)).count()), 255);
+    EXPECT_EQ(CXDuration(duration<double>(1e300)).GetTotalSeconds(), kFar);
+    EXPECT_EQ(CXDuration(duration<double>(std::nan(""))).GetTotalSeconds(), std::numeric_limits<__int64>::min());
+}
+
+TEST(CXTime, StreamsShowItInUtcAndInAnyLocale)
+{
+    const TimeZone zone(kParis);
+    const auto shown = [](const auto& value) {
+        std::ostringstream narrow;
+        std::wostringstream wide;
+        narrow << std::setfill('.') << std::setw(9) << std::hex << value;
+        wide << value;
+        return narrow.str() + " " + CXTString<char>(wide.str().c_str()).GetConstBuffer();
+    };
+    EXPECT_EQ(shown(CXTime(1700000000)), "2023-11-14T22:13:20Z 2023-11-14T22:13:20Z");
+    EXPECT_EQ(shown(CXTime(-219946838400)), "-5000-03-01T00:00:00Z -5000-03-01T00:00:00Z");
+    EXPECT_EQ(shown(CXTime(std::numeric_limits<__int64>::max())), "@9223372036854775807 @9223372036854775807");
+    EXPECT_EQ(shown(CXDuration(26, 0, 3, 4)), "624:03:04 624:03:04");
+    EXPECT_EQ(shown(CXDuration(-61)), ".-0:01:01 -0:01:01");
+    EXPECT_EQ(shown(CXDuration(std::numeric_limits<__int64>::min())),
+              "-2562047788015215:30:08 -2562047788015215:30:08");
 }
 
 TEST(CXTime, ThreadsConvertAtOnce)

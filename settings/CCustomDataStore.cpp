@@ -3,6 +3,7 @@
 #include "base/BlockChecksum.h"
 #include "objects/CXException.h"
 #include "settings/CustomDataChunk.h"
+#include "settings/StoreChange.h"
 #include "settings/StoreLocks.h"
 
 #include <cstdlib>
@@ -40,6 +41,7 @@ CCustomData& CCustomData::operator=(const CCustomData& other)
     if (this == &other)
         return *this;
     const StoreLocks locks(m_lock, other.m_lock);
+    const WholeChange change(*this);
     CopyFrom(other);
     return *this;
 }
@@ -47,7 +49,17 @@ CCustomData& CCustomData::operator=(const CCustomData& other)
 CCustomData::~CCustomData()
 {
     const LockGuard lock(m_lock);
+    if (m_listeners != nullptr)
+        m_listeners->Forget();
     Clear();
+}
+
+std::shared_ptr<tev::StoreListeners> CCustomData::GetListeners() const
+{
+    const LockGuard lock(m_lock);
+    if (m_listeners == nullptr)
+        m_listeners = std::make_shared<tev::StoreListeners>(*this);
+    return m_listeners;
 }
 
 void CCustomData::CopyFrom(const CCustomData& other)
@@ -74,6 +86,7 @@ void CCustomData::CopyFrom(const CCustomData& other)
 void CCustomData::TakeFrom(CCustomData& other)
 {
     const StoreLocks locks(m_lock, other.m_lock);
+    const WholeChange change(*this);
     Clear();
     m_offsets = std::move(other.m_offsets);
     m_legacyMode = other.m_legacyMode;
@@ -171,18 +184,22 @@ bool CCustomData::IsEqual(const CCustomData& other) const
 bool CCustomData::RemoveCustom(unsigned id)
 {
     const LockGuard lock(m_lock);
+    const ValueChange change(*this, id);
     return RemoveChunk(id);
 }
 
 void CCustomData::RemoveAll()
 {
     const LockGuard lock(m_lock);
+    const WholeChange change(*this);
     Clear();
 }
 
 bool CCustomData::ChangeID(unsigned oldId, unsigned newId)
 {
     const LockGuard lock(m_lock);
+    const ValueChange newChange(*this, newId);
+    const ValueChange oldChange(*this, oldId);
     const unsigned char* chunk = FindChunk(oldId);
     if (chunk == nullptr || FindChunk(newId) != nullptr)
         return false;
@@ -199,6 +216,7 @@ bool CCustomData::CopyID(const CCustomData* source, unsigned id, unsigned newId)
     if (source == nullptr)
         return false;
     const StoreLocks locks(m_lock, source->m_lock);
+    const ValueChange change(*this, newId);
     const unsigned char* chunk = source->FindChunk(id);
     return chunk != nullptr && SetChunk(newId, tev::ChunkData(chunk), tev::ChunkSize(chunk), tev::ChunkKind(chunk));
 }
@@ -230,6 +248,7 @@ const void* CCustomData::GetData(unsigned& size) const
 bool CCustomData::SetData(const void* data, unsigned size)
 {
     const LockGuard lock(m_lock);
+    const WholeChange change(*this);
     Block block(size == 0 ? nullptr : static_cast<unsigned char*>(Alloc(size)));
     if (size != 0 && (data == nullptr || block == nullptr))
         return false;
@@ -242,6 +261,7 @@ void* CCustomData::Detach(unsigned& size)
 {
     const LockGuard lock(m_lock);
     FreeExtra();
+    const WholeChange change(*this);
     size = m_used;
     unsigned char* block = std::exchange(m_buffer, nullptr);
     Clear();
@@ -251,6 +271,7 @@ void* CCustomData::Detach(unsigned& size)
 bool CCustomData::Attach(void* buffer, unsigned size)
 {
     const LockGuard lock(m_lock);
+    const WholeChange change(*this);
     if (buffer == m_buffer)
         m_buffer = nullptr; // the store's own block, which Clear must not free
     Clear();
@@ -271,6 +292,7 @@ void CCustomData::Free(void* buffer)
 bool CCustomData::SetCustomData(unsigned id, const CCustomData& data)
 {
     const StoreLocks locks(m_lock, data.m_lock);
+    const ValueChange change(*this, id);
     return SetChunk(id, data.m_buffer, data.m_used, kCustomData);
 }
 
