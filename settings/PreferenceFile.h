@@ -24,7 +24,8 @@ struct XPreferenceRecord
 /// The records of a preference file in their order. False when the file is damaged: a record is not sound, or the
 /// number that the file begins with is not that of its records. Throws CXFileException when the file cannot be read.
 /// Safe from several threads at once.
-[[nodiscard]] TEVTOOLS_API bool XListPreferences(const CXTString<wchar_t>& path, std::vector<XPreferenceRecord>& records);
+[[nodiscard]] TEVTOOLS_API bool XListPreferences(const CXTString<wchar_t>& path,
+                                                 std::vector<XPreferenceRecord>& records);
 
 /// Removes the store of these keys from the file, in the same way in which CCustomData::SaveToPrefs adds one. False when
 /// there was none or the file is damaged, and where SaveToPrefs returns false.
@@ -42,4 +43,4 @@ TEVTOOLS_API bool XRemovePreference(const CXTString<wchar_t>& path, unsigned int
 /// saving, nor for a thread that may save into the folder: the lock of a store is taken before that of a folder.
 /// Safe from several threads at once.
 [[nodiscard]] TEVTOOLS_API bool XUpdatePreferences(const CXTString<wchar_t>& path, unsigned int key1, unsigned int key2,
-                                     const std::function<void(CCustomData& store)>& change);
+                                                   const std::function<void(CCustomData& store)>& change);

@@ -1,0 +1,249 @@
+// The tables of docs/limits.md against the library.
+
+#include "arrays/ArrayElements.h"
+#include "arrays/ArrayGrowth.h"
+#include "arrays/CBitArray.h"
+#include "arrays/COffsetArray.h"
+#include "crash/CCrashHandler.h"
+#include "files/CXArchive.h"
+#include "files/CXFile.h"
+#include "files/CXMemFile.h"
+#include "maps/HashSizes.h"
+#include "services/LogFile.h"
+#include "settings/CCustomData.h"
+#include "settings/CRegUtil.h"
+#include "settings/PreferenceFile.h"
+#include "tests/support/BufferedMemFile.h"
+#include "tests/support/FileFailure.h"
+#include "tests/support/TempFolder.h"
+#include "tests/support/TestRegistry.h"
+#include "threads/CXThread.h"
+#include "values/CXTime.h"
+#include "zip/CXExtraction.h"
+#include "zip/EntryName.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <limits>
+#include <map>
+#include <memory>
+#include <regex>
+#include <string>
+#include <vector>
+
+namespace
+{
+using namespace tev::test;
+using Number = unsigned __int64;
+
+std::map<std::string, Number> LimitsOfThePage()
+{
+    std::ifstream page(std::string(TEVTOOLS_SOURCE_DIR) + "/docs/limits.md");
+    const std::regex row(R"(\| `([\w.]+)` \|[^|]+\| (\d+) \|.*)");
+    std::map<std::string, Number> limits;
+    std::smatch match;
+    for (std::string line; std::getline(page, line);)
+    {
+        if (std::regex_match(line, match, row))
+        {
+            EXPECT_TRUE(limits.emplace(match[1], std::stoull(match[2])).second) << line;
+        }
+    }
+    return limits;
+}
+
+int CauseOf(const std::function<void()>& call)
+{
+    return Thrown<CXArchiveException>(call);
+}
+
+class Link : public CXObject
+{
+public:
+    X_DECLARE_CLASS(Link)
+    void Serialize(CXArchive& archive) override { archive << m_next; }
+    const Link* m_next = nullptr;
+};
+X_IMPLEMENT_CLASS(Link, CXObject, 1)
+
+/// On a stack that does not end first.
+bool StoresChain(Number length)
+{
+    struct Work
+    {
+        Number m_length;
+        int m_cause;
+    } work = {length, 0};
+    const auto store = [](void* data) {
+        auto& my = *static_cast<Work*>(data);
+        std::vector<Link> links(static_cast<std::size_t>(my.m_length));
+        for (std::size_t i = 1; i < links.size(); ++i)
+            links[i - 1].m_next = &links[i];
+        CXMemFile file;
+        CXArchive archive(&file, xArchiveStore);
+        my.m_cause = CauseOf([&] { archive << &links[0]; });
+        return true;
+    };
+    const std::unique_ptr<CXThread> thread(CXThread::BeginThread(
+        store, &work, xThreadPriorityNormal, CXThread::kBeginWithoutAutoDelete, std::uint64_t{256} << 20));
+    EXPECT_TRUE(thread->WaitForEnd(60000));
+    EXPECT_TRUE(work.m_cause == kNothingThrown || work.m_cause == archiveGeneric);
+    return work.m_cause == kNothingThrown;
+}
+
+bool SavesClassName(Number length)
+{
+    const std::string name(static_cast<std::size_t>(length), 'C');
+    const CXRuntimeClass type = {name.c_str(), sizeof(Link), 1, nullptr, nullptr};
+    CXMemFile file;
+    CXArchive archive(&file, xArchiveStore);
+    return CauseOf([&] { type.Save(archive); }) == kNothingThrown;
+}
+
+bool IsAPath(Number length)
+{
+    CXFile file(false);
+    CXFileException error;
+    EXPECT_FALSE(file.Open(std::wstring(static_cast<std::size_t>(length), L'/').c_str(), CXFile::modeRead, &error));
+    return error.GetCause() != fileBadPath;
+}
+
+bool WritesToRegistry(const std::wstring& key, const std::wstring& name)
+{
+    const TestRegistry registry;
+    CRegUtil util(CRegUtil::kAllAccess);
+    return util.SetPath(L"HKEY_CURRENT_USER", false) && util.WriteSubKeyInt(key.c_str(), name.c_str(), 1) &&
+           util.GetSubKeyInt(key.c_str(), name.c_str(), 0) == 1;
+}
+
+std::wstring Levels(Number count)
+{
+    std::wstring key = L"k";
+    while (--count != 0)
+        key += L"\\k";
+    return key;
+}
+
+bool IsLogged(Number level)
+{
+    const TempFolder folder;
+    EXPECT_TRUE(SetLogFile(folder.WidePath("a.log").c_str(), xLogCreate, 0xFF));
+    const auto before = std::filesystem::file_size(folder.Path("a.log"));
+    WriteToLogFile(static_cast<unsigned>(level), L"message");
+    const bool isLogged = std::filesystem::file_size(folder.Path("a.log")) != before;
+    CloseLogFile();
+    return isLogged;
+}
+
+bool IsListed(Number bytes)
+{
+    const TempFolder folder;
+    const auto path = folder.Path("prefs");
+    std::ofstream(path).close();
+    std::filesystem::resize_file(path, bytes); // takes no room on the disk
+    std::vector<XPreferenceRecord> records;
+    return Thrown([&] { static_cast<void>(XListPreferences(path.wstring().c_str(), records)); }) != fileInvalidFile;
+}
+
+bool IsSafe(const std::string& name)
+{
+    return tev::SafeEntryName(name).has_value();
+}
+
+std::string Components(Number bytes)
+{
+    std::string name(static_cast<std::size_t>(bytes), 'n');
+    for (std::size_t at = 200; at < name.size() - 1; at += 200)
+        name[at] = '/';
+    return name;
+}
+
+std::string Separated(Number components)
+{
+    std::string name = "n";
+    while (--components != 0)
+        name += "/n";
+    return name;
+}
+
+/// The bytes that an archive collects whose buffer was asked to be smaller.
+Number LeastBuffer()
+{
+    BufferedMemFile file;
+    CXArchive archive(&file, xArchiveStore, 1);
+    while (file.GetLength() == 0)
+        archive << 'c';
+    return file.GetLength();
+}
+
+/// Whether a number is within a limit.
+using Holds = std::function<bool(Number)>;
+constexpr Number kUnlimited = std::numeric_limits<Number>::max();
+
+const std::map<std::string, Holds> kWithin = {
+    {"array.elements", [](Number n) { return CauseOf([n] { tev::ArrayCount(n); }) == kNothingThrown; }},
+    {"bits.count",
+     [](Number n) {
+         CBitArray bits;
+         bits.SetBuffer(new unsigned[1]{}, static_cast<unsigned>(n), 1);
+         return bits.GetSize() == n;
+     }},
+    {"map.slots", [](Number n) { return n <= 0xFFFFFFFF && tev::HashSizeForRequest(static_cast<unsigned>(n)) == n; }},
+    {"archive.nesting", StoresChain},
+    {"archive.className", SavesClassName},
+    {"file.path", IsAPath},
+    {"registry.keyName", [](Number n) { return WritesToRegistry(std::wstring(n, L'k'), L"value"); }},
+    {"registry.valueName", [](Number n) { return WritesToRegistry(L"key", std::wstring(n, L'v')); }},
+    {"registry.depth", [](Number n) { return WritesToRegistry(Levels(n), L"value"); }},
+    {"time.format",
+     [](Number n) { return !CXTime(0).Format(std::wstring(static_cast<std::size_t>(n), L'x').c_str()).IsEmpty(); }},
+    {"log.level", IsLogged},
+    {"zip.component", [](Number n) { return IsSafe(std::string(n, 'n')); }},
+    {"zip.components", [](Number n) { return IsSafe(Separated(n)); }},
+    {"zip.name", [](Number n) { return IsSafe(Components(n)); }},
+    {"extraction.bytes", [](Number n) { return CXExtractionLimits().Allows(n, kUnlimited); }},
+    {"extraction.ratio", [](Number n) { return CXExtractionLimits().Allows(n, 1); }},
+};
+
+/// The same, for limits that take too much memory to be reached: only what is beyond is tried.
+const std::map<std::string, Holds> kNotBeyond = {
+    {"offsets.entries",
+     [](Number n) {
+         COffsetArray offsets;
+         return CauseOf([&] { offsets.SetAtGrow(static_cast<unsigned>(n - 1), 1); }) != kInvalidArgument;
+     }},
+    {"memory.setLength", [](Number n) { return Thrown([n] { CXMemFile().SetLength(n); }) == kNothingThrown; }},
+    {"store.bytes", [](Number n) { return CCustomData().SetBinary(1, nullptr, static_cast<unsigned>(n - 12)); }},
+    {"preferences.bytes", IsListed},
+};
+
+/// What has one value.
+std::map<std::string, Number> Values()
+{
+    return {{"map.leastSlots", tev::HashSizeForRequest(0)},
+            {"archive.leastBuffer", LeastBuffer()},
+            {"report.file", CCrashHandler::GetFileSizeLimit()}};
+}
+
+TEST(Limits, ThePageSaysWhatHolds)
+{
+    std::map<std::string, Number> limits = LimitsOfThePage();
+    for (const auto& [name, holds] : kWithin)
+    {
+        ASSERT_EQ(limits.count(name), 1U) << name;
+        EXPECT_TRUE(holds(limits[name])) << name;
+        EXPECT_FALSE(holds(limits[name] + 1)) << name;
+        limits.erase(name);
+    }
+    for (const auto& [name, holds] : kNotBeyond)
+    {
+        ASSERT_EQ(limits.count(name), 1U) << name;
+        EXPECT_FALSE(holds(limits[name] + 1)) << name;
+        limits.erase(name);
+    }
+    EXPECT_EQ(limits, Values());
+}
+} // namespace
