@@ -388,7 +388,10 @@ Failure ZipExtraction::Run()
     Plan plan(*this);
     const Failure planned = plan.Make();
     if (planned != Failure::kNone)
+    {
+        ReportResults();
         return planned;
+    }
     // Reserved before anything is written, so that reporting needs no memory.
     m_written.reserve(m_files.size());
     m_skipped.reserve(m_skipped.size() + m_files.size());

@@ -1,54 +1,24 @@
 #include "tests/trials/Operations.h"
+#include "tests/trials/OperationFiles.h"
 
 #include "TevTools.h"
 
-#include <cerrno>
-#include <cstdlib>
-#include <fstream>
-#include <iterator>
 #include <map>
 #include <memory>
 #include <new>
 #include <vector>
 
-#include <fcntl.h>
-#include <spawn.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 namespace tev::trials
 {
 namespace
 {
-namespace fs = std::filesystem;
-using Text = CXTString<wchar_t>;
 using Texts = CXArray<Text, const Text&>;
 
 constexpr unsigned kKey = 7;
 constexpr unsigned kId = 3;
 constexpr std::size_t kBigSize = 300000;
-constexpr fs::perms kMode = fs::perms(0640);
-constexpr uid_t kOwner = 12345;
 constexpr unsigned kNoMemory = 8;
 constexpr unsigned kNoDescriptors = 4;
-constexpr const wchar_t* kRegistryPath = L"Software\\Trials";
-
-Text PathOf(const fs::path& folder, const char* name)
-{
-    return Text((folder / name).wstring().c_str());
-}
-
-std::string ReadAll(const fs::path& path)
-{
-    std::ifstream file(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(file), {});
-}
-
-void WriteAll(const fs::path& path, const std::string& bytes)
-{
-    std::ofstream(path, std::ios::binary) << bytes;
-}
 
 /// Hardly compressible, the same each time.
 std::string BigText()
@@ -76,36 +46,6 @@ auto Quietly(Call&& call)
         g_hasThrown = true;
         throw;
     }
-}
-
-/// Gives the file another owner, where this process may.
-void GiveAway(const fs::path& path)
-{
-    if (geteuid() == 0 && chown(path.c_str(), kOwner, kOwner) != 0)
-        std::abort();
-}
-
-bool IsOwnerKept(const fs::path& path)
-{
-    struct stat status;
-    const uid_t owner = geteuid() == 0 ? kOwner : geteuid();
-    return stat(path.c_str(), &status) == 0 && status.st_uid == owner && (owner != kOwner || status.st_gid == owner);
-}
-
-/// `name` in the folder becomes a link to a file with a mode and an owner of its own, which replacing must keep.
-void HideBehindLink(const fs::path& folder, const char* name)
-{
-    const std::string target = std::string("target-of-") + name;
-    fs::rename(folder / name, folder / target);
-    fs::permissions(folder / target, kMode);
-    GiveAway(folder / target);
-    fs::create_symlink(target, folder / name);
-}
-
-bool IsLinkKept(const fs::path& folder, const char* name)
-{
-    return fs::is_symlink(folder / name) && fs::status(folder / name).permissions() == kMode &&
-           IsOwnerKept(folder / name);
 }
 
 // Preference files.
@@ -435,142 +375,6 @@ bool ExtractStream(const fs::path& folder)
            zip.GetFailure() == CXExtractionFailure::kNone;
 }
 
-// The registry, in a file of its own.
-
-void UseRegistryIn(const fs::path& folder)
-{
-    const bool isSet = setenv("TEVTOOLS_REGISTRY", (folder / "registry.db").c_str(), 1) == 0 &&
-                       setenv("TEVTOOLS_MACHINE_REGISTRY", (folder / "machine.db").c_str(), 1) == 0;
-    if (!isSet) // else it would be the user's own
-        throw std::bad_alloc();
-}
-
-bool WriteValues(const fs::path& folder, unsigned long value)
-{
-    UseRegistryIn(folder);
-    CRegUtil registry(CRegUtil::kReadWrite);
-    return registry.SetPath(kRegistryPath, true) && registry.WriteKeyInt(L"Value", value);
-}
-
-void PrepareRegistry(const fs::path& folder)
-{
-    WriteValues(folder, 10);
-}
-
-State LookAtRegistry(const fs::path& folder)
-{
-    UseRegistryIn(folder);
-    CRegUtil registry(CRegUtil::kRead);
-    unsigned long value = 0;
-    if (!registry.SetPath(kRegistryPath, false) || !registry.GetKeyInt(L"Value", value))
-        return State::Damaged;
-    return value == 11 ? State::New : value == 10 ? State::Old : State::Damaged;
-}
-
-bool WriteRegistry(const fs::path& folder)
-{
-    return WriteValues(folder, 11);
-}
-
-bool ImportRegistry(const fs::path& folder)
-{
-    UseRegistryIn(folder);
-    XRegistryImport result;
-    return XImportRegistry(L"Windows Registry Editor Version 5.00\r\n\r\n[HKEY_CURRENT_USER\\Software\\Trials]\r\n"
-                           L"\"Other\"=\"text\"\r\n\"Value\"=dword:0000000b\r\n",
-                           result);
-}
-
-// The log.
-
-constexpr const wchar_t* kLogLine = L"a line of the log\r\n";
-constexpr int kLogLines = 5;
-
-void PrepareLog(const fs::path& folder)
-{
-    SetLogFile(PathOf(folder, "log"), xLogCreate, 0xFF);
-    WriteToLogFile(L"old\r\n");
-    CloseLogFile();
-}
-
-bool WriteLog(const fs::path& folder)
-{
-    if (!SetLogFile(PathOf(folder, "log"), xLogAppend, 0xFF))
-        return false;
-    for (int line = 0; line < kLogLines; ++line)
-        WriteToLogFile(kLogLine);
-    return CloseLogFile();
-}
-
-/// Messages that cannot be written are lost, as a log's writers are never told; what was there before stays.
-State LookAtLog(const fs::path& folder)
-{
-    CStdioFileEx file;
-    Text line;
-    int lines = 0;
-    bool hasOld = false;
-    if (!file.Open(PathOf(folder, "log"), CXFile::modeRead | CXFile::typeText))
-        return State::Damaged;
-    while (file.ReadString(line))
-    {
-        hasOld = hasOld || line.Find(L"old") >= 0;
-        lines += line.Find(L"a line of the log") >= 0 ? 1 : 0;
-    }
-    if (!hasOld)
-        return State::Damaged;
-    return lines == 0 ? State::Old : lines >= kLogLines ? State::New : State::Partly;
-}
-
-// Exports of the tool.
-
-bool RunTool(std::vector<std::string> arguments)
-{
-    std::vector<char*> pointers;
-    arguments.insert(arguments.begin(), TEVTOOLS_TEV);
-    for (std::string& argument : arguments)
-        pointers.push_back(argument.data());
-    pointers.push_back(nullptr);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
-    pid_t child = 0;
-    int status = 0;
-    const bool isStarted = posix_spawn(&child, pointers[0], &actions, nullptr, pointers.data(), environ) == 0;
-    posix_spawn_file_actions_destroy(&actions);
-    while (isStarted && waitpid(child, &status, 0) < 0 && errno == EINTR)
-        ;
-    return isStarted && WIFEXITED(status) && WEXITSTATUS(status) == 0;
-}
-
-void PrepareExport(const fs::path& folder)
-{
-    PrepareRegistry(folder);
-    WriteAll(folder / "source", "text\n");
-    WriteAll(folder / "out", "old");
-    HideBehindLink(folder, "out");
-}
-
-bool ExportRegistry(const fs::path& folder)
-{
-    UseRegistryIn(folder);
-    return RunTool({"registry", "export", "HKEY_CURRENT_USER\\Software\\Trials", (folder / "out").string()});
-}
-
-bool ConvertText(const fs::path& folder)
-{
-    return RunTool({"text", "convert", (folder / "source").string(), (folder / "out").string(), "--to", "utf16"});
-}
-
-/// An export ends with the end of a line, in two bytes.
-State LookAtExport(const fs::path& folder)
-{
-    const std::string found = ReadAll(folder / "out");
-    if (!IsLinkKept(folder, "out"))
-        return State::Damaged;
-    const bool isComplete = found.size() > 4 && found.substr(found.size() - 2) == std::string("\n\0", 2);
-    return found == "old" ? State::Old : isComplete ? State::New : State::Damaged;
-}
-
 constexpr wchar_t kOneAdded[] = L"one|two|three|";
 constexpr wchar_t kOneDeleted[] = L"two|";
 constexpr wchar_t kRenamed[] = L"one-new|two-new|";
@@ -578,27 +382,27 @@ constexpr wchar_t kRenamed[] = L"one-new|two-new|";
 
 const std::vector<Operation>& Operations()
 {
-    static const std::vector<Operation> operations = {
-        {"preferences: save", PreparePreferences, SavePreferences, LookAtSavedPreferences, State::New, false, true},
-        {"preferences: update", PreparePreferences, UpdatePreferences, LookAtSavedPreferences, State::New, false, true},
-        {"preferences: remove", PreparePreferences, RemovePreferences, LookAtRemovedPreferences, State::New, false,
-         true},
-        {"CZip: create", PrepareFile, CreateArchive, LookAtNewArchive, State::New, false, true},
-        {"CZip: add", PrepareArchive, AddEntry, LookAtArchive<kOneAdded>, State::New, false, true},
-        {"CZip: add, encrypted", PrepareArchive, AddEncrypted, LookAtArchive<kOneAdded>, State::New, false, true},
-        {"CZip: delete", PrepareArchive, DeleteEntry, LookAtArchive<kOneDeleted>, State::New, false, true},
-        {"CZip: rename", PrepareArchive, RenameEntries, LookAtArchive<kRenamed>, State::New, false, true},
-        {"CZip: discard", PrepareArchive, DiscardChanges, LookAtArchive<kOneAdded>, State::Old},
-        {"CMiniZip: ZIP", PrepareExtraction, ExtractArchive, LookAtExtraction, State::New, true},
-        {"CMiniZip: gzip", PrepareGZip, ExtractStream, LookAtStream, State::New, false, false, true},
-        {"CMiniZip: Zstandard", PrepareZStd, ExtractStream, LookAtStream},
-        {"registry: write", PrepareRegistry, WriteRegistry, LookAtRegistry, State::New, false, false, false, true},
-        {"registry: import", PrepareRegistry, ImportRegistry, LookAtRegistry, State::New, false, false, false, true},
-        {"tev registry export", PrepareExport, ExportRegistry, LookAtExport, State::New, false, true, false, false,
-         true},
-        {"tev text convert", PrepareExport, ConvertText, LookAtExport, State::New, false, true, false, false, true},
-        {"log", PrepareLog, WriteLog, LookAtLog, State::New, true, false, false, true},
-    };
+    static const std::vector<Operation> operations = [] {
+        std::vector<Operation> made = {
+            {"preferences: save", PreparePreferences, SavePreferences, LookAtSavedPreferences, State::New, false, true},
+            {"preferences: update", PreparePreferences, UpdatePreferences, LookAtSavedPreferences, State::New, false,
+             true},
+            {"preferences: remove", PreparePreferences, RemovePreferences, LookAtRemovedPreferences, State::New, false,
+             true},
+            {"CZip: create", PrepareFile, CreateArchive, LookAtNewArchive, State::New, false, true},
+            {"CZip: add", PrepareArchive, AddEntry, LookAtArchive<kOneAdded>, State::New, false, true},
+            {"CZip: add, encrypted", PrepareArchive, AddEncrypted, LookAtArchive<kOneAdded>, State::New, false, true},
+            {"CZip: delete", PrepareArchive, DeleteEntry, LookAtArchive<kOneDeleted>, State::New, false, true},
+            {"CZip: rename", PrepareArchive, RenameEntries, LookAtArchive<kRenamed>, State::New, false, true},
+            {"CZip: discard", PrepareArchive, DiscardChanges, LookAtArchive<kOneAdded>, State::Old},
+            {"CMiniZip: ZIP", PrepareExtraction, ExtractArchive, LookAtExtraction, State::New, true},
+            {"CMiniZip: gzip", PrepareGZip, ExtractStream, LookAtStream, State::New, false, false, true},
+            {"CMiniZip: Zstandard", PrepareZStd, ExtractStream, LookAtStream},
+        };
+        const std::vector<Operation> others = ServiceOperations();
+        made.insert(made.end(), others.begin(), others.end());
+        return made;
+    }();
     return operations;
 }
 

@@ -32,6 +32,8 @@ struct Operation
 };
 
 const std::vector<Operation>& Operations();
+/// Those of them that write neither preference files nor archives.
+std::vector<Operation> ServiceOperations();
 
 /// What the last failure of a class that tells it was.
 enum class Told
