@@ -30,6 +30,7 @@
 #include "objects/CXObject.h"
 #include "objects/CXSingleLock.h"
 #include "objects/ClassClashes.h"
+#include "objects/LastFailure.h"
 #include "objects/ThreadException.h"
 #include "objects/ThreadUse.h"
 
@@ -102,6 +103,7 @@
 #include "zip/CZip.h"
 #include "zip/CZipExtractCallback.h"
 #include "zip/CZipFileInfo.h"
+#include "zip/ZipTexts.h"
 #include "zip/ZipTypes.h"
 
 #include "crash/CCrashHandler.h"

@@ -7,8 +7,10 @@
 #include "files/CXFile.h"
 #include "files/FileReplacement.h"
 #include "objects/CXException.h"
+#include "objects/FailureNote.h"
 #include "platform/MailProgram.h"
 #include "platform/PathNames.h"
+#include "platform/SystemErrors.h"
 #include "services/ApplicationName.h"
 #include "services/Paths.h"
 #include "ui/CUserInterface.h"
@@ -114,8 +116,9 @@ bool CCrashHandler::SaveReport(const wchar_t* archivePath)
 
 bool CCrashHandler::MailReport(const wchar_t* archivePath, const wchar_t* userAddress, const wchar_t* description)
 {
+    constexpr const char* kOperation = "CCrashHandler::MailReport";
     if (!fileIsFile(archivePath))
-        return false;
+        return tev::NoteSystemError(kOperation, tev::platform::kNotFound, archivePath);
     Text subject;
     subject.Format(tev::kTextSubject, ApplicationText().GetConstBuffer(), m_text2.GetConstBuffer());
     // The mail program may read the attachment later, but the archive is deleted once the mail is handed over.
@@ -129,6 +132,7 @@ bool CCrashHandler::MailReport(const wchar_t* archivePath, const wchar_t* userAd
     {
         tev::RemoveReportFile(copy);
         tev::RemoveReportFile(folder);
+        tev::NoteFailure({kOperation, XFailureKind::kSystem}, archivePath);
     }
     return isHandedOver;
 }

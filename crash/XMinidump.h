@@ -61,7 +61,7 @@ enum class XMinidumpPart
 };
 
 /// Reads a minidump: the signal, threads, modules, and for x86-64 Linux the stacks. The file is untrusted input; damaged
-/// parts count as missing.
+/// parts count as missing. XLastFailure() says why a dump could not be loaded.
 /// One thread at a time.
 class TEVTOOLS_API XMinidump
 {

@@ -1,10 +1,11 @@
 // The parts of a dump, out of its bytes.
 
 #include "base/LittleEndian.h"
-#include "crash/Attempt.h"
 #include "crash/Processor.h"
 #include "crash/XMinidump.h"
 #include "files/CXFile.h"
+#include "objects/FailureNote.h"
+#include "platform/Cancellation.h"
 #include "platform/FileInformation.h"
 #include "platform/MinidumpFormat.h"
 #include "text/TextEncoding.h"
@@ -235,24 +236,37 @@ bool XMinidump::Parse(std::vector<unsigned char> bytes)
     if (Reader(*this).ReadAll())
         return true;
     m_bytes.clear();
-    return false;
+    return tev::NoteBadData("XMinidump::Parse");
 }
 
 bool XMinidump::Load(const wchar_t* path)
 {
     std::vector<unsigned char> bytes;
     tev::platform::FileInformation information;
-    if (tev::platform::GetFileInformation(path, information) && information.kind == tev::platform::FileKind::File)
+    constexpr const char* kOperation = "XMinidump::Load";
+    const tev::platform::WithoutCancellation whole;
+    bool isRead = false;
+    bool isDump = false;
+    if (!tev::platform::GetFileInformation(path, information))
+        tev::NoteLastError(kOperation, path);
+    else if (information.kind == tev::platform::FileKind::File)
     {
-        tev::Attempt([&] {
+        isRead = tev::ResultOrNote(kOperation, path, false, [&] {
             CXFile file(path, CXFile::modeRead | CXFile::shareDenyNone);
             if (file.GetLength() > kLargestFile)
-                return;
+                return tev::NoteBadData(kOperation, path);
             bytes.resize(static_cast<std::size_t>(file.GetLength()));
             bytes.resize(file.Read(bytes.data(), static_cast<unsigned>(bytes.size())));
+            return true;
         });
     }
-    return Parse(std::move(bytes));
+    else
+        tev::NoteBadData(kOperation, path);
+    {
+        const tev::FailuresUnnoted unnoted; // here it is the file that is said
+        isDump = Parse(std::move(bytes));
+    }
+    return isDump || (isRead && tev::NoteBadData(kOperation, path));
 }
 
 bool XMinidump::IsLinux() const noexcept

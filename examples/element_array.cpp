@@ -69,7 +69,7 @@ int main()
     }
     catch (CXArchiveException* e)
     {
-        std::fprintf(stderr, "%s\n", CXTString<char>(e->GetErrorMessage()).GetConstBuffer());
+        std::fprintf(stderr, "%s\n", CXTString<char>(XGetExceptionText(e)).GetConstBuffer());
         e->Delete();
     }
     return 1;

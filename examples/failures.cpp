@@ -1,9 +1,28 @@
-// How failures reach a program: as pointers to exceptions, which the catcher owns.
+// How failures reach a program: as pointers to exceptions, which the catcher owns, or as an answer with a reason for the
+// asking. Both say in words what happened.
 
 #include "files/CXFile.h"
 #include "objects/CXFileException.h"
+#include "objects/LastFailure.h"
+#include "settings/CCustomData.h"
 
 #include <cstdio>
+
+namespace
+{
+void Print(const CXTString<wchar_t>& text)
+{
+    std::printf("%s\n", CXTString<char>(text).GetConstBuffer());
+}
+
+bool LoadSettings(CCustomData& settings)
+{
+    if (settings.LoadFromPrefs(L"no/such/file.prefs", 1, 2, false))
+        return true;
+    Print(XLastFailure().GetText());
+    return false;
+}
+} // namespace
 
 int main()
 {
@@ -15,8 +34,7 @@ int main()
     catch (CXFileException* e)
     {
         const bool missing = e->GetCause() == fileNotFound || e->GetCause() == fileBadPath;
-        std::printf("cause %u: %s\n", static_cast<unsigned>(e->GetCause()),
-                    CXTString<char>(e->GetFileName()).GetConstBuffer());
+        Print(XGetExceptionText(e));
         e->Delete();
         if (!missing)
             return 1;
@@ -25,7 +43,9 @@ int main()
     // Open never throws: it returns false with the cause.
     CXFile file;
     CXFileException error;
-    if (file.Open(L"no/such/file.obj", CXFile::modeRead, &error))
+    if (file.Open(L"no/such/file.obj", CXFile::modeRead, &error) || error.GetCause() == fileNone)
         return 1;
-    return error.GetCause() == fileNone ? 1 : 0;
+
+    CCustomData settings;
+    return LoadSettings(settings) || XLastFailure().GetSystemError() != 2 ? 1 : 0;
 }

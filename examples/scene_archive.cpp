@@ -132,12 +132,12 @@ int main()
     }
     catch (CXArchiveException* e)
     {
-        std::fprintf(stderr, "%s\n", CXTString<char>(e->GetErrorMessage()).GetConstBuffer());
+        std::fprintf(stderr, "%s\n", CXTString<char>(XGetExceptionText(e)).GetConstBuffer());
         e->Delete();
     }
     catch (CXFileException* e)
     {
-        std::fprintf(stderr, "%s\n", CXTString<char>(e->GetCauseMessage()).GetConstBuffer());
+        std::fprintf(stderr, "%s\n", CXTString<char>(XGetExceptionText(e)).GetConstBuffer());
         e->Delete();
     }
     return 1;

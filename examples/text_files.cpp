@@ -20,7 +20,7 @@ int main()
     }
     catch (CXFileException* e)
     {
-        std::fprintf(stderr, "%s\n", CXTString<char>(e->GetCauseMessage()).GetConstBuffer());
+        std::fprintf(stderr, "%s\n", CXTString<char>(XGetExceptionText(e)).GetConstBuffer());
         e->Delete();
         return 1;
     }

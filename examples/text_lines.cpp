@@ -3,6 +3,7 @@
 
 #include "files/CStdioFileEx.h"
 #include "objects/CXFileException.h"
+#include "objects/LastFailure.h"
 #include "text/TextEncoding.h"
 #include "text/XCA2W.h"
 
@@ -41,7 +42,7 @@ int main(int argumentCount, char** arguments)
     catch (CXFileException* failure)
     {
         // Exceptions are pointers; the catcher deletes them.
-        std::fprintf(stderr, "text_lines: %s\n", CXTString<char>(failure->GetCauseMessage()).GetConstBuffer());
+        std::fprintf(stderr, "text_lines: %s\n", CXTString<char>(XGetExceptionText(failure)).GetConstBuffer());
         failure->Delete();
         return 1;
     }

@@ -1,6 +1,7 @@
 #include "files/CStdioFileEx.h"
 
 #include "objects/CXFileException.h"
+#include "objects/FailureNote.h"
 #include "platform/FileSystem.h"
 #include "text/LineScan.h"
 #include "text/TextSearch.h"
@@ -131,6 +132,7 @@ bool CStdioFileEx::Open(const wchar_t* path, unsigned int mode, CXFileException*
     }
     catch (CXFileException* failure)
     {
+        tev::NoteException("CStdioFileEx::Open", *failure, path);
         TakeFailure(failure, error);
         Abort();
         return false;

@@ -1,8 +1,11 @@
 #include "files/CXFile.h"
 
 #include "objects/CXFileException.h"
+#include "objects/FailureNote.h"
 #include "platform/Cancellation.h"
 #include "platform/FileSystem.h"
+#include "platform/SystemErrors.h"
+#include "text/MessageTexts.h"
 
 #include <utility>
 
@@ -30,10 +33,19 @@ platform::FileOpenMode ModeFromFlags(unsigned flags)
     return mode;
 }
 
-/// Throws what the system said last; the given cause when that says nothing.
-void ThrowLastError(FileExceptionType cause, const CXTString<wchar_t>& path)
+/// Throws what the system said last, the given cause when that says nothing; or notes it in a file that does not throw.
+bool Fail(bool throws, const char* operation, FileExceptionType cause, const CXTString<wchar_t>& path)
 {
-    CXFileException::ThrowOsError(cause, path, nullptr);
+    if (throws)
+        CXFileException::ThrowOsError(cause, path, nullptr);
+    return tev::NoteLastError(operation, path);
+}
+
+/// All bits set, for what has no number.
+unsigned __int64 NoNumber(const char* operation, const CXTString<wchar_t>& path) noexcept
+{
+    tev::NoteLastError(operation, path);
+    return tev::platform::kNoPosition;
 }
 } // namespace
 
@@ -74,13 +86,17 @@ bool CXFile::Open(const wchar_t* path, unsigned int flags, CXFileException* erro
     {
         if (error != nullptr)
             CXFileException::ThrowErrno(fileBadPath, 0, m_path, error);
-        return false;
+        return tev::NoteFailure(
+            {"CXFile::Open", XFailureKind::kArgument, 0, fileBadPath, tev::kTextFileCause + fileBadPath}, m_path);
     }
     m_handle = platform::CurrentFileSystem().Open(m_path, ModeFromFlags(flags));
     m_closeOnDelete = true;
-    if (m_handle == nullptr && error != nullptr)
+    if (m_handle != nullptr)
+        return true;
+    tev::NoteLastError("CXFile::Open", m_path);
+    if (error != nullptr)
         CXFileException::ThrowOsError(fileGeneric, m_path, error);
-    return m_handle != nullptr;
+    return false;
 }
 
 unsigned __int64 CXFile::Seek(__int64 offset, SeekPosition origin)
@@ -88,7 +104,13 @@ unsigned __int64 CXFile::Seek(__int64 offset, SeekPosition origin)
     std::uint64_t position = 0;
     const bool moved = origin <= end && platform::CurrentFileSystem().Seek(
                                             m_handle, offset, static_cast<platform::SeekOrigin>(origin), position);
-    return moved ? position : tev::platform::kNoPosition;
+    if (moved)
+        return position;
+    if (origin > end)
+        tev::NoteBadArgument("CXFile::Seek", m_path);
+    else
+        tev::NoteLastError("CXFile::Seek", m_path);
+    return tev::platform::kNoPosition;
 }
 
 bool CXFile::SetLength(unsigned __int64 length)
@@ -99,24 +121,27 @@ bool CXFile::SetLength(unsigned __int64 length)
     if (files.SetLength(m_handle, length) &&
         files.Seek(m_handle, static_cast<__int64>(length), platform::SeekOrigin::Begin, position))
         return true;
-    if (m_throwOnError)
-        ThrowLastError(fileDiskFull, m_path);
-    return false;
+    return Fail(m_throwOnError, "CXFile::SetLength", fileDiskFull, m_path);
 }
 
 unsigned __int64 CXFile::GetLength() const
 {
     std::uint64_t length = 0;
-    return platform::CurrentFileSystem().GetLength(m_handle, length) ? length : tev::platform::kNoPosition;
+    return platform::CurrentFileSystem().GetLength(m_handle, length) ? length : NoNumber("CXFile::GetLength", m_path);
 }
 
 unsigned int CXFile::Read(void* buffer, unsigned int count)
 {
-    if (m_handle == nullptr || buffer == nullptr || count == 0)
+    if (count == 0)
         return 0;
+    if (m_handle == nullptr || buffer == nullptr)
+    {
+        tev::NoteBadArgument("CXFile::Read", m_path);
+        return 0;
+    }
     size_t delivered = 0;
-    if (!platform::CurrentFileSystem().Read(m_handle, buffer, count, delivered) && m_throwOnError)
-        ThrowLastError(fileGeneric, m_path);
+    if (!platform::CurrentFileSystem().Read(m_handle, buffer, count, delivered))
+        Fail(m_throwOnError, "CXFile::Read", fileGeneric, m_path);
     return static_cast<unsigned int>(delivered);
 }
 
@@ -132,24 +157,24 @@ void CXFile::WriteCounted(const void* buffer, unsigned int count, std::size_t& w
     if (count == 0)
         return;
     const bool done = platform::CurrentFileSystem().Write(m_handle, buffer, count, written);
-    if (!m_throwOnError)
-        return;
     if (!done)
-        ThrowLastError(fileGeneric, m_path);
-    if (written < count)
+        Fail(m_throwOnError, "CXFile::Write", fileGeneric, m_path);
+    else if (written < count && m_throwOnError)
         CXFileException::Throw(fileDiskFull, m_path);
+    else if (written < count)
+        tev::NoteSystemError("CXFile::Write", platform::kDiskFull, m_path);
 }
 
 void CXFile::Flush()
 {
-    if (m_handle != nullptr && !platform::CurrentFileSystem().Sync(m_handle) && m_throwOnError)
-        ThrowLastError(fileGeneric, m_path);
+    if (m_handle != nullptr && !platform::CurrentFileSystem().Sync(m_handle))
+        Fail(m_throwOnError, "CXFile::Flush", fileGeneric, m_path);
 }
 
 void CXFile::Close()
 {
-    if (m_handle != nullptr && !platform::CurrentFileSystem().Close(std::exchange(m_handle, nullptr)) && m_throwOnError)
-        ThrowLastError(fileGeneric, m_path);
+    if (m_handle != nullptr && !platform::CurrentFileSystem().Close(std::exchange(m_handle, nullptr)))
+        Fail(m_throwOnError, "CXFile::Close", fileGeneric, m_path);
 }
 
 void CXFile::Abort()
@@ -185,5 +210,5 @@ unsigned __int64 CXFile::GetPosition() const
 {
     std::uint64_t position = 0;
     const bool known = platform::CurrentFileSystem().Seek(m_handle, 0, platform::SeekOrigin::Current, position);
-    return known ? position : tev::platform::kNoPosition;
+    return known ? position : NoNumber("CXFile::GetPosition", m_path);
 }

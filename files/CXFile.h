@@ -11,7 +11,8 @@ class CXFileException;
 /// 0x80 to 0xFF of a name that is not UTF-8.
 ///
 /// A failed operation throws CXFileException when the object was made to throw on errors; else it returns the failure
-/// value that stands with it. Open, Seek, GetPosition and GetLength never throw.
+/// value that stands with it, and XLastFailure() says why (objects/LastFailure.h). Open, Seek, GetPosition and GetLength never
+/// throw.
 /// One thread at a time.
 class TEVTOOLS_API CXFile : public CXObject
 {

@@ -2,6 +2,8 @@
 
 #include "objects/CXException.h"
 #include "objects/CXFileException.h"
+#include "objects/FailureNote.h"
+#include "text/MessageTexts.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -59,6 +61,7 @@ void CXMemFile::Attach(const unsigned char* buffer, unsigned __int64 size, bool 
     if (buffer == nullptr && size != 0)
     {
         RefuseArgument();
+        tev::NoteBadArgument("CXMemFile::Attach");
         return;
     }
     if (buffer == m_buffer)
@@ -89,7 +92,10 @@ unsigned char* CXMemFile::GetBuffer()
 unsigned char* CXMemFile::Alloc(unsigned __int64 size)
 {
     // Large zeroed blocks cost nothing until they are used.
-    return static_cast<unsigned char*>(std::calloc(size, 1));
+    auto* const block = static_cast<unsigned char*>(std::calloc(size, 1));
+    if (block == nullptr)
+        tev::NoteNoMemory("CXMemFile::Alloc");
+    return block;
 }
 
 void CXMemFile::Free(unsigned char* block)
@@ -101,13 +107,17 @@ bool CXMemFile::Open(const wchar_t* path, unsigned int, CXFileException* error)
 {
     if (error != nullptr)
         CXFileException::ThrowErrno(fileInvalidFile, 0, path, error);
-    return false;
+    return tev::NoteFailure(
+        {"CXMemFile::Open", XFailureKind::kArgument, 0, fileInvalidFile, tev::kTextFileCause + fileInvalidFile}, path);
 }
 
 unsigned __int64 CXMemFile::Seek(__int64 offset, SeekPosition origin)
 {
     if (origin > end)
+    {
+        tev::NoteBadArgument("CXMemFile::Seek");
         return m_position;
+    }
     const bool isPastEnd = origin == end && offset > 0;
     const unsigned __int64 base = origin == begin ? 0 : origin == current ? m_position : m_length;
     const auto bits = static_cast<unsigned __int64>(offset);
@@ -115,6 +125,9 @@ unsigned __int64 CXMemFile::Seek(__int64 offset, SeekPosition origin)
     const bool isBeforeStart = offset < 0 && distance > base;
     if ((isPastEnd || isBeforeStart) && m_throwOnMemError)
         CXFileException::Throw(fileBadSeek, m_path);
+    if (isPastEnd || isBeforeStart)
+        tev::NoteFailure(
+            {"CXMemFile::Seek", XFailureKind::kArgument, 0, fileBadSeek, tev::kTextFileCause + fileBadSeek}, m_path);
     if (isPastEnd)
         return m_position;
     const unsigned __int64 target = isBeforeStart ? 0 : offset < 0 ? base - distance : base + distance;
@@ -129,7 +142,7 @@ bool CXMemFile::SetLength(unsigned __int64 length)
     {
         if (m_throwOnMemError)
             CXMemoryException::Throw();
-        return false;
+        return tev::NoteNoMemory("CXMemFile::SetLength");
     }
     if (!CanReach(length))
         return false;
@@ -161,6 +174,7 @@ void CXMemFile::Write(const void* buffer, unsigned int count)
     if (buffer == nullptr)
     {
         RefuseArgument();
+        tev::NoteBadArgument("CXMemFile::Write");
         return;
     }
     auto source = static_cast<const unsigned char*>(buffer);
@@ -225,7 +239,7 @@ bool CXMemFile::GrowBuffer(unsigned __int64 needed)
     {
         if (m_throwOnMemError)
             CXMemoryException::Throw();
-        return false;
+        return tev::NoteNoMemory("CXMemFile::GrowBuffer");
     }
     m_buffer = block;
     m_capacity = capacity;
@@ -348,6 +362,7 @@ unsigned __int64 CXMemFile::RefuseArgument() const
 {
     if (m_throwOnMemError)
         CXInvalidArgException::Throw();
+    tev::NoteBadArgument("CXMemFile::BufferCommand");
     return 0;
 }
 

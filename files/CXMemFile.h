@@ -3,7 +3,8 @@
 #include "files/CXFile.h"
 
 /// A file in memory: the interface of CXFile over one block that grows. Archives read and write in its block directly.
-/// It fails by throwing CXInvalidArgException, CXMemoryException or CXFileException (bad seek), or quietly, as chosen.
+/// It fails by throwing CXInvalidArgException, CXMemoryException or CXFileException (bad seek), or quietly, as chosen;
+/// then XLastFailure() says why.
 /// One thread at a time.
 ///
 /// The block is the file's own, or a caller's. A caller's block is read and written in place as far as it reaches; when

@@ -1,6 +1,7 @@
 #include "files/CXStdioFile.h"
 
 #include "objects/CXFileException.h"
+#include "objects/FailureNote.h"
 #include "objects/ResultOr.h"
 #include "platform/FileSystem.h"
 #include "platform/SystemErrors.h"
@@ -34,6 +35,15 @@ unsigned __int64 LineEndSize(const CXTCharArray<T>& line)
     return length >= 2 && line.m_data[length - 2] == T('\r') ? 2 : 1;
 }
 
+/// The system's position without a note, since what cannot seek has none.
+unsigned __int64 PositionOf(void* handle)
+{
+    std::uint64_t position = 0;
+    const bool isKnown =
+        tev::platform::CurrentFileSystem().Seek(handle, 0, tev::platform::SeekOrigin::Current, position);
+    return isKnown ? position : tev::platform::kNoPosition;
+}
+
 template <class T>
 void DropLast(CXTCharArray<T>& line, unsigned __int64 count)
 {
@@ -64,6 +74,7 @@ bool CXStdioFile::Open(const wchar_t* path, unsigned int flags, CXFileException*
     }
     catch (CXFileException* failure)
     {
+        tev::NoteException("CXStdioFile::Open", *failure, path);
         TakeFailure(failure, error);
         return false;
     }
@@ -138,7 +149,7 @@ void CXStdioFile::Write(const void* buffer, unsigned int count)
     if (!ReturnUnread())
     {
         // What cannot seek has a stream for each direction, and the one that is read goes on where it was.
-        return CXFile::GetPosition() == tev::platform::kNoPosition ? CXFile::Write(buffer, count) : FailToSeek();
+        return PositionOf(m_handle) == tev::platform::kNoPosition ? CXFile::Write(buffer, count) : FailToSeek();
     }
     if (count > m_bufferSize - m_pending)
         WritePending();
@@ -181,8 +192,9 @@ unsigned __int64 CXStdioFile::GetPosition() const
 {
     if (m_filled != 0)
         return m_origin + m_next;
-    const unsigned __int64 position = CXFile::GetPosition();
-    return m_pending == 0 ? position : StartOfBuffer(position) + m_pending;
+    if (m_pending == 0)
+        return CXFile::GetPosition();
+    return StartOfBuffer(PositionOf(m_handle)) + m_pending;
 }
 
 bool CXStdioFile::ReadString(CXTString<char>& line)
@@ -336,7 +348,7 @@ CXStdioFile::RawText CXStdioFile::PeekBytes(std::size_t count)
 bool CXStdioFile::LineHoldsReturn(xStringEncoding encoding)
 {
     const std::size_t unit = tev::UnitSize(encoding);
-    const bool seeks = CXFile::GetPosition() != tev::platform::kNoPosition;
+    const bool seeks = PositionOf(m_handle) != tev::platform::kNoPosition;
     std::size_t looked = 0; // bytes of the buffer without a line break
     for (;;)
     {
@@ -456,7 +468,7 @@ void CXStdioFile::GrowBuffer()
 // A position that the system does not say must not become a wrong one; only what cannot seek has none.
 unsigned __int64 CXStdioFile::PositionToFillFrom() const
 {
-    const unsigned __int64 position = CXFile::GetPosition();
+    const unsigned __int64 position = PositionOf(m_handle);
     if (position == tev::platform::kNoPosition && m_handle != nullptr &&
         tev::platform::LastSystemError() != tev::platform::kCannotSeek)
         FailToSeek();
@@ -466,8 +478,10 @@ unsigned __int64 CXStdioFile::PositionToFillFrom() const
 // Moves the system's position back to that of the caller. False, with nothing changed, where that fails.
 bool CXStdioFile::ReturnUnread()
 {
+    std::uint64_t position = 0;
     if (m_next != m_filled &&
-        CXFile::Seek(-static_cast<__int64>(m_filled - m_next), current) == tev::platform::kNoPosition)
+        !tev::platform::CurrentFileSystem().Seek(m_handle, -static_cast<__int64>(m_filled - m_next),
+                                                 tev::platform::SeekOrigin::Current, position))
         return false;
     m_filled = m_next = 0;
     return true;
@@ -477,4 +491,5 @@ void CXStdioFile::FailToSeek() const
 {
     if (m_throwOnError)
         CXFileException::ThrowOsError(fileBadSeek, m_path, nullptr);
+    tev::NoteLastError("CXStdioFile::Seek", m_path);
 }

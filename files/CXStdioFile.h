@@ -13,7 +13,7 @@
 ///
 /// Written bytes reach the system when the buffer is full and with Flush, Seek, SetLength, reading, Close and Abort. When
 /// that fails in a throwing file, what could not be written stays in the buffer, the next of these operations tries again,
-/// and Close reports it. In a file that does not throw it is dropped.
+/// and Close reports it. In a file that does not throw it is dropped, and XLastFailure() says why.
 class TEVTOOLS_API CXStdioFile : public CXFile
 {
 public:

@@ -1,6 +1,7 @@
 #include "objects/CXFileException.h"
 
 #include "objects/ThreadException.h"
+#include "objects/ThrownError.h"
 #include "platform/SystemErrors.h"
 
 #include <algorithm>
@@ -62,7 +63,9 @@ void CXFileException::Throw(FileExceptionType cause, const CXTString<wchar_t>& f
 
 void CXFileException::ThrowOsError(FileExceptionType cause, const CXTString<wchar_t>& fileName, CXFileException* out)
 {
-    const FileExceptionType mapped = OsErrorToException(tev::platform::LastSystemError());
+    const unsigned systemError = tev::platform::LastSystemError();
+    tev::NoteThrownError(systemError);
+    const FileExceptionType mapped = OsErrorToException(systemError);
     Report(mapped != fileNone ? mapped : cause, fileName, out);
 }
 

@@ -1,8 +1,8 @@
 #include "objects/CXInternetException.h"
 
+#include "objects/InternetTexts.h"
 #include "objects/ThreadException.h"
 #include "platform/SystemErrors.h"
-#include "text/Language.h"
 
 #include <algorithm>
 #include <iterator>
@@ -89,11 +89,18 @@ CXTString<wchar_t> CXInternetException::GetErrorMessage(unsigned int* helpContex
 {
     if (helpContext != nullptr)
         *helpContext = 0;
-    const auto* found = std::find_if(std::begin(kInternetTexts), std::end(kInternetTexts),
-                                     [this](const InternetText& entry) { return entry.error == m_errorCode; });
-    if (found != std::end(kInternetTexts))
-        return tev::SystemLanguage() == XLanguage::French ? found->french : found->english;
+    if (const wchar_t* const text = tev::FindInternetText(m_errorCode, tev::SystemLanguage()))
+        return text;
     return tev::platform::SystemErrorText(m_errorCode).c_str();
+}
+
+const wchar_t* tev::FindInternetText(unsigned error, XLanguage language) noexcept
+{
+    const auto* found = std::find_if(std::begin(kInternetTexts), std::end(kInternetTexts),
+                                     [error](const InternetText& entry) { return entry.error == error; });
+    if (found == std::end(kInternetTexts))
+        return nullptr;
+    return language == XLanguage::French ? found->french : found->english;
 }
 
 void CXInternetException::Throw(unsigned __int64 context, unsigned int error)

@@ -26,7 +26,7 @@ struct TEVTOOLS_API CXRuntimeClass
 
     /// A new object, which the caller deletes. Null when the class has no create function or its construction throws.
     /// Where it has one, the thread's pending exception is deleted, so Delete() an exception that you have caught
-    /// first.
+    /// first. XLastFailure() says why there is none.
     [[nodiscard]] CXObject* CreateObject() const;
     /// True for the record itself and for each that it is derived from.
     bool IsDerivedFrom(const CXRuntimeClass* base) const noexcept { return IsDerivedFrom(this, base); }

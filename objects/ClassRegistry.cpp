@@ -2,11 +2,13 @@
 #include "objects/CXCriticalSection.h"
 #include "objects/CXException.h"
 #include "objects/ClassClashes.h"
+#include "objects/FailureNote.h"
 #include "objects/HeldOverFork.h"
 #include "objects/ThreadException.h"
 #include "platform/ForcedUnwind.h"
 #include "platform/LoadedModules.h"
 #include "platform/PathNames.h"
+#include "text/MessageTexts.h"
 
 #include <algorithm>
 #include <atomic>
@@ -170,9 +172,13 @@ void ReportClash(const DeclaredAt& hidden, const Declaration& declaration) noexc
 
 CXObject* CXRuntimeClass::CreateObject() const
 {
-    if (m_create == nullptr)
-        return nullptr;
+    constexpr const char* kOperation = "CXRuntimeClass::CreateObject";
     CXObject* object = nullptr;
+    if (m_create == nullptr)
+    {
+        tev::NoteBadArgument(kOperation);
+        return nullptr;
+    }
     try
     {
         object = m_create();
@@ -183,10 +189,16 @@ CXObject* CXRuntimeClass::CreateObject() const
     }
     catch (CXException* exception)
     {
+        tev::NoteException(kOperation, *exception);
         exception->Delete();
+    }
+    catch (const std::bad_alloc&)
+    {
+        tev::NoteNoMemory(kOperation);
     }
     catch (...)
     {
+        tev::NoteFailure({kOperation, XFailureKind::kData, 0, fileNone, tev::kTextThrown});
     }
     XDeleteThreadException();
     return object;
@@ -200,7 +212,7 @@ bool CXRuntimeClass::DeclareRuntimeClass(const CXRuntimeClass* record)
 bool CXRuntimeClass::DeclareRuntimeClass(const CXRuntimeClass* record, const char* file, int line)
 {
     if (record == nullptr)
-        return false;
+        return tev::NoteBadArgument("CXRuntimeClass::DeclareRuntimeClass");
     const Declaration declaration{record, file, line};
     if (const std::optional<DeclaredAt> hidden = ClassRegistry::Get().Declare(declaration))
         ReportClash(*hidden, declaration);

@@ -17,8 +17,11 @@ constexpr unsigned kNotEnoughMemory = 8;
 constexpr unsigned kInvalidData = 13;
 constexpr unsigned kNotReady = 21;
 constexpr unsigned kGeneralFailure = 31;
+constexpr unsigned kNotSupported = 50;
+constexpr unsigned kBadParameter = 87;
 constexpr unsigned kDiskFull = 112;
 constexpr unsigned kCannotSeek = 132; ///< of a pipe
+constexpr unsigned kNoMoreThreads = 164;
 constexpr unsigned kNoMoreItems = 259;
 
 /// System code for an errno value: 0 for 0, 31 (general failure) for one that has no code of its own.

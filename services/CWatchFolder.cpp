@@ -1,9 +1,11 @@
 #include "services/CWatchFolder.h"
 
 #include "objects/CXException.h"
+#include "objects/FailureNote.h"
 #include "platform/Cancellation.h"
 #include "platform/FolderWatch.h"
 #include "platform/PathNames.h"
+#include "platform/SystemErrors.h"
 #include "platform/ThreadLocks.h"
 #include "services/Paths.h"
 #include "text/TextView.h"
@@ -83,8 +85,9 @@ CWatchFolder::~CWatchFolder()
 
 bool CWatchFolder::AddRefreshNotification(const CXTString<wchar_t>& folder, bool watchSubtree, unsigned int filter)
 {
+    constexpr const char* kOperation = "CWatchFolder::AddRefreshNotification";
     if (!fileIsDirectory(folder))
-        return false;
+        return tev::NoteSystemError(kOperation, tev::platform::kPathNotFound, folder);
     const int index = IndexOf(folder);
     if (index >= 0 && m_watches[static_cast<std::size_t>(index)]->m_watch != nullptr)
         return true;
@@ -97,7 +100,7 @@ bool CWatchFolder::AddRefreshNotification(const CXTString<wchar_t>& folder, bool
         place = std::move(record);
     else if (index < 0)
         m_watches.pop_back();
-    return isStarted;
+    return isStarted || tev::NoteLastError(kOperation, folder);
 }
 
 bool CWatchFolder::RemoveRefreshNotification(const CXTString<wchar_t>&)

@@ -66,7 +66,8 @@ public:
 
     /// Starts to watch a folder, and all folders beneath it if `watchSubtree`; one whose watch was closed (see
     /// OnDeviceChange), too. Also true when the folder is watched already, under any name. False, with no change, when
-    /// there is no such folder, it may not be read, or the system's limit is reached. Reads all folders of the tree.
+    /// there is no such folder, it may not be read, or the system's limit is reached: XLastFailure() says which. Reads all folders of the
+    /// tree.
     bool AddRefreshNotification(const CXTString<wchar_t>& folder, bool watchSubtree, unsigned int filter);
     /// Does nothing and returns false: see StopWatching.
     bool RemoveRefreshNotification(const CXTString<wchar_t>& folder);

@@ -5,6 +5,7 @@
 #include "maps/CHashMap.h"
 #include "objects/CXCriticalSection.h"
 #include "objects/CXFileException.h"
+#include "objects/FailureNote.h"
 #include "platform/Cancellation.h"
 #include "platform/ForkHandlers.h"
 #include "platform/PathNames.h"
@@ -155,10 +156,10 @@ bool Log::Open(const Text& path, LogFileMode mode, unsigned level)
 {
     const tev::LockGuard guard(m_lock);
     if (m_file != nullptr)
-        return false;
+        return tev::NoteBadArgument("SetLogFile", path);
     SetLogLevel(level);
     if (mode != xLogCreate && mode != xLogAppend && mode != xLogNumber)
-        return false;
+        return tev::NoteBadArgument("SetLogFile", path);
     try
     {
         OpenFile(path, mode);
@@ -166,6 +167,7 @@ bool Log::Open(const Text& path, LogFileMode mode, unsigned level)
     }
     catch (CXFileException* failure)
     {
+        tev::NoteException("SetLogFile", *failure, path);
         failure->Delete();
         Close();
         return false;

@@ -25,7 +25,7 @@ constexpr unsigned int xLogMute = 0x200;
 
 /// Opens the log and writes a header. A path without a folder is placed in the application's data folder of this user.
 /// `level` becomes the level word, also when the file cannot be opened or the mode is unknown; then nothing else
-/// changes and the result is false. False, with nothing changed, when a log is open already.
+/// changes and the result is false. False, with nothing changed, when a log is open already. XLastFailure() says why.
 TEVTOOLS_API bool SetLogFile(const CXTString<wchar_t>& path, LogFileMode mode, unsigned int level);
 /// Closes the log and deletes the indentation of every thread. False when none was open.
 TEVTOOLS_API bool CloseLogFile();

@@ -1,8 +1,10 @@
 #include "services/Paths.h"
 
 #include "objects/CXFileException.h"
+#include "objects/FailureNote.h"
 #include "platform/ContainedFolder.h"
 #include "platform/FileInformation.h"
+#include "platform/SystemErrors.h"
 #include "services/ApplicationName.h"
 
 #include <string>
@@ -116,8 +118,10 @@ bool fileIsSameDirectory(const CXTString<wchar_t>& a, const CXTString<wchar_t>& 
 bool fileGetCreationDate(const CXTString<wchar_t>& path, CXTime& date)
 {
     FileInformation information;
-    if (!tev::platform::GetFileInformation(path, information) || !information.creation)
-        return false;
+    if (!tev::platform::GetFileInformation(path, information))
+        return tev::NoteLastError("fileGetCreationDate", path);
+    if (!information.creation)
+        return tev::NoteSystemError("fileGetCreationDate", tev::platform::kNotSupported, path);
     date = CXTime(*information.creation);
     return true;
 }
@@ -126,17 +130,17 @@ bool fileGetLastWriteDate(const CXTString<wchar_t>& path, CXTime& date)
 {
     FileInformation information;
     if (!tev::platform::GetFileInformation(path, information))
-        return false;
+        return tev::NoteLastError("fileGetLastWriteDate", path);
     date = CXTime(information.lastWrite);
     return true;
 }
 
 bool fileSetCreationDate(const CXTString<wchar_t>& path, const CXTime& date)
 {
-    return tev::platform::SetCreationTime(path, date.GetTime());
+    return tev::platform::SetCreationTime(path, date.GetTime()) || tev::NoteLastError("fileSetCreationDate", path);
 }
 
 bool fileSetLastWriteDate(const CXTString<wchar_t>& path, const CXTime& date)
 {
-    return tev::platform::SetLastWriteTime(path, date.GetTime());
+    return tev::platform::SetLastWriteTime(path, date.GetTime()) || tev::NoteLastError("fileSetLastWriteDate", path);
 }

@@ -34,7 +34,7 @@ TEVTOOLS_API CPathString GetCommonApplicationDataPath();
 [[nodiscard]] TEVTOOLS_API bool fileIsSameDirectory(const CXTString<wchar_t>& a, const CXTString<wchar_t>& b);
 
 // Dates of files and folders. False, with the date unchanged, when there is no file or the system refuses; a file
-// system may keep no date of creation, and Linux has no call to set it.
+// system may keep no date of creation, and Linux has no call to set it. XLastFailure() says why.
 
 TEVTOOLS_API bool fileGetCreationDate(const CXTString<wchar_t>& path, CXTime& date);
 TEVTOOLS_API bool fileGetLastWriteDate(const CXTString<wchar_t>& path, CXTime& date);

@@ -44,7 +44,7 @@ protected:
 ///
 /// Setting a value returns false, and changes nothing, when there is no memory or the store would grow past 4 GiB. A
 /// value of the same size takes the place of the old one; one of another size is appended at the end, and the chunks
-/// behind the old one move.
+/// behind the old one move. XLastFailure() says why setting, loading or saving failed; getters leave it alone.
 ///
 /// Safe from several threads at once: every member holds the store's lock while it runs, and one that works on two
 /// stores holds both. CXDataListener reports changes. Pointers into the store are invalidated by the next change; a caller that shares the store with
@@ -293,6 +293,8 @@ private:
     const unsigned char* FindValue(unsigned int id, unsigned int size, unsigned int kind) const X_REQUIRES(m_lock);
     const unsigned char* FindOfKind(unsigned int id, unsigned int kind, unsigned int& size) const X_REQUIRES(m_lock);
     unsigned char* Place(unsigned int id, unsigned int size, unsigned int kind) X_REQUIRES(m_lock);
+    unsigned char* PlaceQuietly(unsigned int id, unsigned int size, unsigned int kind) X_REQUIRES(m_lock);
+    static bool NoteNotSet(unsigned int kind) noexcept;
     unsigned char* PlaceCopy(unsigned int id, unsigned int room, const void* data, unsigned int size, unsigned int kind)
         X_REQUIRES(m_lock);
     bool SetChunk(unsigned int id, const void* data, unsigned int size, unsigned int kind) X_REQUIRES(m_lock);
@@ -304,6 +306,7 @@ private:
     void ShrinkAfterRemoval() X_REQUIRES(m_lock);
     void Clear() noexcept X_REQUIRES(m_lock);
     static Outcome MapChunks(const unsigned char* block, unsigned int size, std::unique_ptr<OffsetMap>& offsets);
+    static bool IsTaken(const char* operation, Outcome outcome) noexcept;
     Outcome TakeBlock(Block block, unsigned int size, unsigned int legacyMode) X_REQUIRES(m_lock);
     void TakeFrom(CCustomData& other);
     void CopyFrom(const CCustomData& other) X_REQUIRES(m_lock) X_REQUIRES(other.m_lock);

@@ -6,6 +6,7 @@
 #include "files/CXMemFile.h"
 #include "objects/CXException.h"
 #include "objects/CXFileException.h"
+#include "objects/FailureNote.h"
 #include "settings/CCustomData.h"
 #include "settings/CustomDataChunk.h"
 #include "settings/StoreChange.h"
@@ -127,6 +128,7 @@ bool CCustomData::SerializeFromData(const void* data, unsigned __int64 size)
     }
     catch (CXException* exception)
     {
+        tev::NoteException("CCustomData::SerializeFromData", *exception);
         exception->Delete();
     }
     TakeFrom(loaded); // empty when the block could not be read

@@ -1,5 +1,6 @@
 // The block of chunks and the map of where each begins. The caller holds the lock.
 
+#include "objects/FailureNote.h"
 #include "settings/CCustomData.h"
 #include "settings/CustomDataChunk.h"
 
@@ -13,6 +14,33 @@
 
 namespace
 {
+constexpr struct
+{
+    CCustomData::Kind m_kind;
+    const char* m_name;
+} kSetters[] = {
+    {CCustomData::kInt, "CCustomData::SetInt"},
+    {CCustomData::kUInt, "CCustomData::SetUInt"},
+    {CCustomData::kLong, "CCustomData::SetLong"},
+    {CCustomData::kULong, "CCustomData::SetULong"},
+    {CCustomData::kLongInt, "CCustomData::SetLongInt"},
+    {CCustomData::kULongInt, "CCustomData::SetULongInt"},
+    {CCustomData::kChar, "CCustomData::SetChar"},
+    {CCustomData::kUChar, "CCustomData::SetUChar"},
+    {CCustomData::kBool, "CCustomData::SetBool"},
+    {CCustomData::kFloat, "CCustomData::SetFloat"},
+    {CCustomData::kDouble, "CCustomData::SetDouble"},
+    {CCustomData::kPtr, "CCustomData::SetPtr"},
+    {CCustomData::kStringW, "CCustomData::SetStringW"},
+    {CCustomData::kStringA, "CCustomData::SetStringA"},
+    {CCustomData::kStringList, "CCustomData::SetStringList"},
+    {CCustomData::kXTime, "CCustomData::SetXTime"},
+    {CCustomData::kUTCTime, "CCustomData::SetUTCTime"},
+    {CCustomData::kBinary, "CCustomData::SetBinary"},
+    {CCustomData::kArray, "CCustomData::SetArray"},
+    {CCustomData::kCustomData, "CCustomData::SetCustomData"},
+};
+
 using namespace tev;
 
 constexpr unsigned kSmallestBlock = 128;
@@ -71,6 +99,24 @@ const unsigned char* CCustomData::FindOfKind(unsigned id, unsigned kind, unsigne
 // when there is no room. One that has the size already keeps its place and its bytes.
 unsigned char* CCustomData::Place(unsigned id, unsigned size, unsigned kind)
 {
+    unsigned char* const bytes = PlaceQuietly(id, size, kind);
+    if (bytes == nullptr)
+        NoteNotSet(kind);
+    return bytes;
+}
+
+bool CCustomData::NoteNotSet(unsigned kind) noexcept
+{
+    for (const auto& setter : kSetters)
+    {
+        if (setter.m_kind == kind)
+            return tev::NoteNoMemory(setter.m_name);
+    }
+    return tev::NoteNoMemory("CCustomData::CopyID");
+}
+
+unsigned char* CCustomData::PlaceQuietly(unsigned id, unsigned size, unsigned kind)
+{
     unsigned* offset = m_offsets == nullptr ? nullptr : m_offsets->Find(id);
     if (offset != nullptr && ChunkSize(m_buffer + *offset) == size)
     {
@@ -109,7 +155,10 @@ unsigned char* CCustomData::PlaceCopy(unsigned id, unsigned room, const void* da
     {
         copy.reset(new (std::nothrow) unsigned char[size]);
         if (copy == nullptr)
+        {
+            NoteNotSet(kind);
             return nullptr;
+        }
         std::memcpy(copy.get(), data, size);
         data = copy.get();
     }

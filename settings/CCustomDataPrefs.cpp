@@ -5,12 +5,14 @@
 #include "files/RegularFile.h"
 #include "objects/CXException.h"
 #include "objects/CXFileException.h"
-#include "objects/ResultOr.h"
+#include "objects/FailureNote.h"
 #include "platform/FileInformation.h"
 #include "platform/FileSystem.h"
+#include "platform/SystemErrors.h"
 #include "settings/CCustomData.h"
 #include "settings/PreferenceFile.h"
 #include "settings/PreferenceRecords.h"
+#include "text/MessageTexts.h"
 
 #include <algorithm>
 #include <memory>
@@ -242,37 +244,45 @@ bool XListPreferences(const CXTString<wchar_t>& path, std::vector<XPreferenceRec
     Bytes file;
     if (!ReadFile(path, file))
         CXFileException::Throw(fileNotFound, path);
-    return tev::SplitPreferences(file, records);
+    return tev::SplitPreferences(file, records) || tev::NoteBadData("XListPreferences", path);
 }
 
 bool XRemovePreference(const CXTString<wchar_t>& path, unsigned key1, unsigned key2)
 {
-    return HasFileName(path) && tev::ResultOr(false, [&] {
-               Rewriting rewriting(path, key1, key2);
-               if (!rewriting.IsSound() || rewriting.Present() == nullptr)
-                   return false;
-               rewriting.Remove();
-               return true;
-           });
+    constexpr const char* kOperation = "XRemovePreference";
+    if (!HasFileName(path))
+        return tev::NoteBadArgument(kOperation, path);
+    return tev::ResultOrNote(kOperation, path, false, [&] {
+        Rewriting rewriting(path, key1, key2);
+        if (!rewriting.IsSound())
+            return tev::NoteBadData(kOperation, path);
+        if (rewriting.Present() == nullptr)
+            return false;
+        rewriting.Remove();
+        return true;
+    });
 }
 
 bool XUpdatePreferences(const CXTString<wchar_t>& path, unsigned key1, unsigned key2,
                         const std::function<void(CCustomData& store)>& change)
 {
+    constexpr const char* kOperation = "XUpdatePreferences";
+    if (!HasFileName(path))
+        return tev::NoteBadArgument(kOperation, path);
     std::optional<Rewriting> rewriting;
     CCustomData store;
     std::optional<UpdatedFolder> updated;
-    const bool isLoaded = HasFileName(path) && tev::ResultOr(false, [&] {
-                              rewriting.emplace(path, key1, key2);
-                              updated.emplace(path);
-                              if (rewriting->Present() != nullptr)
-                                  store = rewriting->LoadPresent();
-                              return rewriting->IsSound() || rewriting->Present() != nullptr;
-                          });
+    const bool isLoaded = tev::ResultOrNote(kOperation, path, false, [&] {
+        rewriting.emplace(path, key1, key2);
+        updated.emplace(path);
+        if (rewriting->Present() != nullptr)
+            store = rewriting->LoadPresent();
+        return rewriting->IsSound() || rewriting->Present() != nullptr || tev::NoteBadData(kOperation, path);
+    });
     if (!isLoaded)
         return false;
     change(store);
-    return tev::ResultOr(false, [&] {
+    return tev::ResultOrNote(kOperation, path, false, [&] {
         rewriting->Replace(store);
         return true;
     });
@@ -282,27 +292,30 @@ bool XUpdatePreferences(const CXTString<wchar_t>& path, unsigned key1, unsigned 
 bool CCustomData::SaveToPrefs(const CXTString<wchar_t>& path, unsigned key1, unsigned key2) const
 {
     const tev::LockGuard lock(m_lock);
-    return HasFileName(path) && tev::ResultOr(false, [&] {
-               Rewriting(path, key1, key2).Replace(*this);
-               return true;
-           });
+    if (!HasFileName(path))
+        return tev::NoteBadArgument("CCustomData::SaveToPrefs", path);
+    return tev::ResultOrNote("CCustomData::SaveToPrefs", path, false, [&] {
+        Rewriting(path, key1, key2).Replace(*this);
+        return true;
+    });
 }
 
 bool CCustomData::LoadFromPrefs(CXTString<wchar_t> path, unsigned key1, unsigned key2, bool throwWhenDamaged)
 {
+    constexpr const char* kOperation = "CCustomData::LoadFromPrefs";
     const tev::LockGuard lock(m_lock);
     if (!throwWhenDamaged)
-        return tev::ResultOr(false, [&] { return LoadFromPrefs(path, key1, key2, true); });
+        return tev::ResultOrNote(kOperation, path, false, [&] { return LoadFromPrefs(path, key1, key2, true); });
     Bytes file;
     if (!ReadFile(path, file))
-        return false;
+        return tev::NoteSystemError(kOperation, tev::platform::kNotFound, path);
     Records records;
     const bool isSound = tev::SplitPreferences(file, records);
     const XPreferenceRecord* const record = FindRecord(records, key1, key2);
     if (!isSound && record == nullptr)
         CXFileException::Throw(fileInvalidFile, path);
     if (record == nullptr)
-        return false;
+        return tev::NoteFailure({kOperation, XFailureKind::kData, 0, fileNone, tev::kTextNoStore}, path);
     CCustomData loaded = Loaded(file, *record);
     TakeFrom(loaded);
     return true;

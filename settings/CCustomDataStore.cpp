@@ -2,6 +2,7 @@
 
 #include "base/BlockChecksum.h"
 #include "objects/CXException.h"
+#include "objects/FailureNote.h"
 #include "settings/CustomDataChunk.h"
 #include "settings/StoreChange.h"
 #include "settings/StoreLocks.h"
@@ -201,11 +202,13 @@ bool CCustomData::ChangeID(unsigned oldId, unsigned newId)
     const ValueChange newChange(*this, newId);
     const ValueChange oldChange(*this, oldId);
     const unsigned char* chunk = FindChunk(oldId);
-    if (chunk == nullptr || FindChunk(newId) != nullptr)
+    if (chunk == nullptr)
         return false;
+    if (FindChunk(newId) != nullptr)
+        return tev::NoteBadArgument("CCustomData::ChangeID");
     const auto offset = static_cast<unsigned>(chunk - m_buffer);
     if (!EnterOffset(newId, offset))
-        return false;
+        return tev::NoteNoMemory("CCustomData::ChangeID");
     m_offsets->Remove(oldId);
     tev::StoreLittleEndian(m_buffer + offset, newId);
     return true;
@@ -245,16 +248,25 @@ const void* CCustomData::GetData(unsigned& size) const
     return const_cast<CCustomData*>(this)->GetData(size);
 }
 
+bool CCustomData::IsTaken(const char* operation, Outcome outcome) noexcept
+{
+    if (outcome == Outcome::kDone)
+        return true;
+    return outcome == Outcome::kNoMemory ? tev::NoteNoMemory(operation) : tev::NoteBadData(operation);
+}
+
 bool CCustomData::SetData(const void* data, unsigned size)
 {
     const LockGuard lock(m_lock);
     const WholeChange change(*this);
     Block block(size == 0 ? nullptr : static_cast<unsigned char*>(Alloc(size)));
-    if (size != 0 && (data == nullptr || block == nullptr))
-        return false;
+    if (size != 0 && data == nullptr)
+        return tev::NoteBadArgument("CCustomData::SetData");
+    if (size != 0 && block == nullptr)
+        return false; // Alloc has said so
     if (size != 0)
         std::memcpy(block.get(), data, size);
-    return TakeBlock(std::move(block), size, 0) == Outcome::kDone;
+    return IsTaken("CCustomData::SetData", TakeBlock(std::move(block), size, 0));
 }
 
 void* CCustomData::Detach(unsigned& size)
@@ -276,12 +288,17 @@ bool CCustomData::Attach(void* buffer, unsigned size)
         m_buffer = nullptr; // the store's own block, which Clear must not free
     Clear();
     Block block(static_cast<unsigned char*>(buffer));
-    return (size == 0 || buffer != nullptr) && TakeBlock(std::move(block), size, 0) == Outcome::kDone;
+    if (size != 0 && buffer == nullptr)
+        return tev::NoteBadArgument("CCustomData::Attach");
+    return IsTaken("CCustomData::Attach", TakeBlock(std::move(block), size, 0));
 }
 
 void* CCustomData::Alloc(unsigned size)
 {
-    return std::malloc(size);
+    void* const block = std::malloc(size);
+    if (block == nullptr && size != 0)
+        tev::NoteNoMemory("CCustomData::Alloc");
+    return block;
 }
 
 void CCustomData::Free(void* buffer)

@@ -72,7 +72,7 @@ bool CCustomData::SetStringW(unsigned id, const CXTString<wchar_t>& value)
 {
     const StoredText text(value);
     if (text.Bytes() + 2 > kLargestValue)
-        return false;
+        return NoteNotSet(kStringW);
     const LockGuard lock(m_lock);
     const ValueChange change(*this, id);
     unsigned char* target = Place(id, static_cast<unsigned>(text.Bytes()) + 2, kStringW);
@@ -87,7 +87,7 @@ bool CCustomData::SetStringA(unsigned id, const CXTString<char>& value)
 {
     const std::size_t length = tev::TextLength(value.GetConstBuffer());
     if (length + 1 > kLargestValue)
-        return false;
+        return NoteNotSet(kStringA);
     const LockGuard lock(m_lock);
     const ValueChange change(*this, id);
     return SetChunk(id, value.GetConstBuffer(), static_cast<unsigned>(length) + 1, kStringA);
@@ -130,7 +130,7 @@ bool CCustomData::SetStrings(unsigned id, const Strings& strings, std::size_t co
     for (std::size_t i = 0; i < count; ++i)
         size += kTextHeader + StoredText(strings(i)).Bytes();
     if (size > kLargestValue)
-        return false;
+        return NoteNotSet(kStringList);
     const LockGuard lock(m_lock);
     const ValueChange change(*this, id);
     unsigned char* target = Place(id, static_cast<unsigned>(size), kStringList);
@@ -218,7 +218,7 @@ bool CCustomData::SetArray(unsigned id, const void* data, unsigned elementSize, 
     }
     const unsigned __int64 bytes = static_cast<unsigned __int64>(elementSize) * count;
     if (bytes > kLargestValue - kArrayHeader)
-        return false;
+        return NoteNotSet(kArray);
     unsigned char* target = PlaceCopy(id, kArrayHeader, data, static_cast<unsigned>(bytes), kArray);
     if (target == nullptr)
         return false;

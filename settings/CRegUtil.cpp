@@ -1,6 +1,7 @@
 #include "settings/CRegUtil.h"
 
 #include "base/LittleEndian.h"
+#include "objects/FailureNote.h"
 #include "platform/Cancellation.h"
 #include "platform/EnvironmentText.h"
 #include "platform/SystemErrors.h"
@@ -27,6 +28,7 @@ constexpr const wchar_t* kPathSeparators = L"\\/:";
 constexpr unsigned kNoApplicationName = 0xF1D0; // a message text
 constexpr std::size_t kExpandedTextSize = 260;  // characters, the terminator included
 constexpr unsigned kIntSize = 4;
+constexpr bool kLookUp = true;
 
 constexpr struct
 {
@@ -65,7 +67,7 @@ class CRegUtil::OpenedBase
 public:
     explicit OpenedBase(CRegUtil& owner) : m_owner(owner), m_wasOpen(owner.m_base != nullptr)
     {
-        m_isOpen = m_wasOpen || owner.OpenBase(false);
+        m_isOpen = m_wasOpen || owner.OpenPath(false);
     }
     ~OpenedBase()
     {
@@ -159,7 +161,7 @@ bool CRegUtil::SetPath(CPathString path, bool create)
 bool CRegUtil::SetRelPath(CPathString relPath, bool create)
 {
     if (m_path.IsEmpty())
-        return false;
+        return tev::NoteBadArgument("CRegUtil::SetRelPath", relPath);
     relPath = CPathString(m_path) / relPath;
     return SetPath(std::move(relPath), create);
 }
@@ -185,7 +187,7 @@ bool CRegUtil::SetPath()
         CXTString<wchar_t> text;
         text.LoadString(kNoApplicationName);
         tev::ShowUserMessage(text);
-        return false;
+        return tev::NoteBadArgument("CRegUtil::SetPath");
     }
     const CXTString<wchar_t> appName = m_appName;
     wchar_t const* components[] = {L"Software", L"Test", appName};
@@ -200,15 +202,29 @@ bool CRegUtil::InitPath(wchar_t const** components, int count, bool create)
     if (count < 1)
         return true;
     if (components == nullptr)
-        return Note(kSettingsBadParameter);
+        return Told("CRegUtil::SetPath", Note(kSettingsBadParameter));
     for (; m_componentCount < count; ++m_componentCount)
         m_components.Add(components[m_componentCount]);
-    const bool isThere = OpenBase(create);
+    const bool isThere = OpenPath(create);
     CloseBase();
-    return isThere;
+    return Told("CRegUtil::SetPath", isThere);
+}
+
+bool CRegUtil::Told(const char* operation, bool isDone, bool isLookUp) const noexcept
+{
+    const auto error = static_cast<unsigned>(m_lastError);
+    if (!isDone && error != kSettingsDone &&
+        !(isLookUp && (error == kSettingsNotFound || error == kSettingsNoMoreItems)))
+        tev::NoteSystemError(operation, error, m_path);
+    return isDone;
 }
 
 bool CRegUtil::OpenBase(bool create)
+{
+    return Told("CRegUtil::OpenBase", OpenPath(create));
+}
+
+bool CRegUtil::OpenPath(bool create)
 {
     tev::platform::PassCancellationPoint();
     if (m_base != nullptr)
@@ -245,28 +261,28 @@ void CRegUtil::CloseBase()
 CXTString<wchar_t> CRegUtil::GetKeyString(wchar_t const* name, bool expand)
 {
     CXTString<wchar_t> text;
-    if (const OpenedBase base(*this); base)
-        ReadText(m_base, name, expand, text);
+    const OpenedBase base(*this);
+    Told("CRegUtil::GetKeyString", base && ReadText(m_base, name, expand, text), kLookUp);
     return text;
 }
 
 bool CRegUtil::WriteKeyString(wchar_t const* name, wchar_t const* data)
 {
     const OpenedBase base(*this);
-    return base && WriteText(m_base, name, data);
+    return Told("CRegUtil::WriteKeyString", base && WriteText(m_base, name, data));
 }
 
 bool CRegUtil::WriteKeyInt(wchar_t const* name, unsigned long value)
 {
     const OpenedBase base(*this);
-    return base && WriteInt(m_base, name, static_cast<unsigned>(value));
+    return Told("CRegUtil::WriteKeyInt", base && WriteInt(m_base, name, static_cast<unsigned>(value)));
 }
 
 bool CRegUtil::GetKeyInt(wchar_t const* name, unsigned long& value)
 {
     const OpenedBase base(*this);
     unsigned read = 0;
-    if (!base || !ReadInt(m_base, name, read))
+    if (!Told("CRegUtil::GetKeyInt", base && ReadInt(m_base, name, read), kLookUp))
         return false;
     value = read;
     return true;
@@ -280,7 +296,7 @@ bool CRegUtil::WriteKeyBin(wchar_t const* name, void const* data, unsigned long 
 bool CRegUtil::GetKeyBin(wchar_t const* name, void* data, unsigned long& size)
 {
     const OpenedBase base(*this);
-    return base && ReadBytes(m_base, name, data, size);
+    return Told("CRegUtil::GetKeyBin", base && ReadBytes(m_base, name, data, size), kLookUp);
 }
 
 bool CRegUtil::WriteRegNoneKey(wchar_t const* name)
@@ -298,7 +314,7 @@ bool CRegUtil::ReadValue(wchar_t const* name, unsigned long& type, std::vector<u
 {
     const OpenedBase base(*this);
     SettingsValue value;
-    if (!base || !Note(ReadSettingsValue(m_base, name, value)))
+    if (!Told("CRegUtil::ReadValue", base && Note(ReadSettingsValue(m_base, name, value)), kLookUp))
         return false;
     type = value.type;
     data.assign(value.data.begin(), value.data.end());
@@ -308,19 +324,20 @@ bool CRegUtil::ReadValue(wchar_t const* name, unsigned long& type, std::vector<u
 bool CRegUtil::WriteValue(wchar_t const* name, unsigned long type, void const* data, unsigned long size)
 {
     const OpenedBase base(*this);
-    return base && WriteBytes(m_base, name, type, data, size);
+    return Told("CRegUtil::WriteValue", base && WriteBytes(m_base, name, type, data, size));
 }
 
 bool CRegUtil::WriteSubKeyString(wchar_t const* subkey, wchar_t const* name, wchar_t const* data)
 {
     const OpenedSubKey key(*this, subkey, kReadWrite, true);
-    return key.Get() != nullptr && WriteText(key.Get(), name, data);
+    return Told("CRegUtil::WriteSubKeyString", key.Get() != nullptr && WriteText(key.Get(), name, data));
 }
 
 bool CRegUtil::WriteSubKeyInt(wchar_t const* subkey, wchar_t const* name, unsigned long value)
 {
     const OpenedSubKey key(*this, subkey, kReadWrite, true);
-    return key.Get() != nullptr && WriteInt(key.Get(), name, static_cast<unsigned>(value));
+    const bool isDone = key.Get() != nullptr && WriteInt(key.Get(), name, static_cast<unsigned>(value));
+    return Told("CRegUtil::WriteSubKeyInt", isDone);
 }
 
 int CRegUtil::GetSubKeyInt(wchar_t const* subkey, wchar_t const* name, int defaultValue)
@@ -328,8 +345,9 @@ int CRegUtil::GetSubKeyInt(wchar_t const* subkey, wchar_t const* name, int defau
     const OpenedSubKey key(*this, subkey, kRead, false);
     unsigned char bytes[kIntSize];
     unsigned long size = sizeof bytes;
-    const bool isRead = key.Get() != nullptr && ReadBytes(key.Get(), name, bytes, size) && size == kIntSize;
-    return isRead ? tev::LoadLittleEndian<int>(bytes) : defaultValue;
+    const bool isRead =
+        Told("CRegUtil::GetSubKeyInt", key.Get() != nullptr && ReadBytes(key.Get(), name, bytes, size), kLookUp);
+    return isRead && size == kIntSize ? tev::LoadLittleEndian<int>(bytes) : defaultValue;
 }
 
 CXTString<wchar_t> CRegUtil::GetSubKeyString(wchar_t const* subkey, wchar_t const* name, wchar_t const* defaultValue,
@@ -337,7 +355,8 @@ CXTString<wchar_t> CRegUtil::GetSubKeyString(wchar_t const* subkey, wchar_t cons
 {
     CXTString<wchar_t> text;
     const OpenedSubKey key(*this, subkey, kRead, false);
-    if (key.Get() == nullptr || !ReadText(key.Get(), name, expand, text))
+    const bool isRead = key.Get() != nullptr && ReadText(key.Get(), name, expand, text);
+    if (!Told("CRegUtil::GetSubKeyString", isRead, kLookUp))
         text = defaultValue;
     return text;
 }
@@ -345,15 +364,16 @@ CXTString<wchar_t> CRegUtil::GetSubKeyString(wchar_t const* subkey, wchar_t cons
 bool CRegUtil::DeleteValue(wchar_t const* subkey, wchar_t const* name)
 {
     const OpenedSubKey key(*this, subkey, kReadWrite, false);
-    return key.Get() != nullptr && Note(DeleteSettingsValue(key.Get(), name));
+    return Told("CRegUtil::DeleteValue", key.Get() != nullptr && Note(DeleteSettingsValue(key.Get(), name)), kLookUp);
 }
 
 bool CRegUtil::DeleteKey(wchar_t const* subkey, bool recursive)
 {
     if (subkey == nullptr)
-        return Note(kSettingsBadParameter);
+        return Told("CRegUtil::DeleteKey", Note(kSettingsBadParameter));
     const OpenedBase base(*this);
-    return base && Note(DeleteSettingsKey(m_base, StorePath(subkey).c_str(), recursive));
+    const bool isDone = base && Note(DeleteSettingsKey(m_base, StorePath(subkey).c_str(), recursive));
+    return Told("CRegUtil::DeleteKey", isDone, kLookUp);
 }
 
 bool CRegUtil::StartSubKeyEnum()
@@ -361,7 +381,7 @@ bool CRegUtil::StartSubKeyEnum()
     OpenedBase base(*this);
     m_enumIndex = 0;
     SettingsKeyInformation information;
-    if (!base || !Note(QuerySettingsKey(m_base, information)))
+    if (!Told("CRegUtil::StartSubKeyEnum", base && Note(QuerySettingsKey(m_base, information)), kLookUp))
         return false;
     base.Keep();
     return true;
@@ -371,7 +391,7 @@ bool CRegUtil::GetNextSubKeyName(wchar_t* buffer, unsigned long size)
 {
     std::wstring name;
     const unsigned error = EnumerateSettingsKeys(m_base, m_enumIndex, name);
-    return GiveName(error, name, buffer, size);
+    return Told("CRegUtil::GetNextSubKeyName", GiveName(error, name, buffer, size), kLookUp);
 }
 
 void CRegUtil::EndSubKeyEnum()
@@ -387,7 +407,7 @@ bool CRegUtil::StartValueSection(wchar_t const* subkey)
         opened = key.Release();
     }
     if (opened == nullptr)
-        return false;
+        return Told("CRegUtil::StartValueSection", false, kLookUp);
     CloseBase();
     m_base = opened;
     m_enumIndex = 0;
@@ -398,7 +418,7 @@ bool CRegUtil::GetNextValueName(wchar_t* buffer, unsigned long size)
 {
     std::wstring name;
     const unsigned error = EnumerateSettingsValues(m_base, m_enumIndex, name);
-    return GiveName(error, name, buffer, size);
+    return Told("CRegUtil::GetNextValueName", GiveName(error, name, buffer, size), kLookUp);
 }
 
 void CRegUtil::EndValueSection()

@@ -17,7 +17,8 @@ using HKEY = HKEY__*;
 /// docs/registry.md says where the registry is stored, what happens when several programs change it at the same time,
 /// and what the error codes mean.
 ///
-/// Operations return false, or the default, when they fail, and GetLastError() says why. Names that are null are empty:
+/// Operations return false, or the default, when they fail, and GetLastError() says why, as XLastFailure() does for all but
+/// names that are looked for and are not there. Names that are null are empty:
 /// the empty name of a value is that of the key's default value, and an empty key below the base is the base itself. In
 /// the name of a key below the base '\', '/' and ':' separate levels. Parameters of type unsigned long carry 32 bits.
 /// One thread at a time; several objects may work at once.
@@ -129,6 +130,9 @@ private:
     class OpenedBase;
     class OpenedSubKey;
 
+    bool OpenPath(bool create);
+    /// Notes the last error as the reason of an operation that was not done. Of one that only looks, what is not there is none.
+    bool Told(const char* operation, bool isDone, bool isLookUp = false) const noexcept;
     HKEY OpenComponent(HKEY parent, const wchar_t* name, bool create);
     /// Keeps the code of a call as the last error and returns whether it succeeded.
     bool Note(unsigned systemError) noexcept;

@@ -8,7 +8,7 @@
 class CCustomData;
 
 // Preference files: many stores in one file, each under two keys. CCustomData saves into them and loads from them; here
-// are the operations on a file as a whole. docs/formats.md describes the bytes.
+// are the operations on a file as a whole; XLastFailure() says why one returned false. docs/formats.md describes the bytes.
 
 /// One store in a preference file, or a run of damaged bytes.
 struct XPreferenceRecord

@@ -2,10 +2,11 @@
 
 #include "files/CXFile.h"
 #include "text/CXTString.h"
+#include "text/Language.h"
 #include "text/TextEncoding.h"
 
 // The registry as the text that the editor of Windows writes and reads (.reg), so that settings are carried over.
-// Safe from several threads at once.
+// What fails leaves the reason for XLastFailure(), too. Safe from several threads at once.
 
 /// What kept a text from being imported.
 enum class XRegistryFault
@@ -17,6 +18,8 @@ enum class XRegistryFault
     Value,   ///< a line is not a name, "=" and data
     Registry ///< the registry refused the change, or could not be written
 };
+
+TEVTOOLS_API CXTString<wchar_t> XGetText(XRegistryFault fault, XLanguage language = XGetLanguage());
 
 struct XRegistryImport
 {

@@ -1,4 +1,5 @@
 #include "base/LittleEndian.h"
+#include "objects/FailureNote.h"
 #include "platform/SystemErrors.h"
 #include "settings/CRegUtil.h"
 #include "settings/RegistryText.h"
@@ -148,7 +149,7 @@ bool XExportRegistry(const CXTString<wchar_t>& path, CXFile& file, xStringEncodi
     std::vector<SettingsTreeKey> tree;
     systemError = static_cast<int>(tev::ReadSettingsTree(key.m_root, key.m_path.c_str(), tree));
     if (systemError != 0)
-        return false;
+        return tev::NoteSystemError("XExportRegistry", static_cast<unsigned>(systemError), path);
     // A line end in a name cannot be escaped, and would make the rest of the name a line of its own.
     const auto hasLineEnd = [](const SettingsTreeKey& read) {
         return read.path.find_first_of(L"\r\n") != read.path.npos;
@@ -156,7 +157,7 @@ bool XExportRegistry(const CXTString<wchar_t>& path, CXFile& file, xStringEncodi
     if (key.m_path.find_first_of(L"\r\n") != key.m_path.npos || std::any_of(tree.begin(), tree.end(), hasLineEnd))
     {
         systemError = tev::platform::kInvalidData;
-        return false;
+        return tev::NoteSystemError("XExportRegistry", tev::platform::kInvalidData, path);
     }
     const bool isUtf16 = encoding == xEncodingUtf16;
     const xStringEncoding written = isUtf16 ? xEncodingUtf16 : xEncodingUtf8;

@@ -1,8 +1,10 @@
 #include "base/LittleEndian.h"
+#include "objects/FailureNote.h"
 #include "platform/SystemErrors.h"
 #include "settings/CRegUtil.h"
 #include "settings/RegistryText.h"
 #include "settings/engine/SettingsStore.h"
+#include "text/MessageTexts.h"
 #include "text/TextView.h"
 
 #include <algorithm>
@@ -370,7 +372,8 @@ bool XImportRegistry(const CXTString<wchar_t>& text, XRegistryImport& result)
     {
         result.m_line = parser.Line();
         result.m_systemError = tev::platform::kInvalidData;
-        return false;
+        return tev::NoteFailure({"XImportRegistry", XFailureKind::kData, tev::platform::kInvalidData, fileNone,
+                                 tev::kTextRegistryFault + static_cast<unsigned>(result.m_fault)});
     }
     std::size_t failed = 0;
     const unsigned error = tev::ChangeSettings(parser.Changes(), failed);
@@ -380,5 +383,10 @@ bool XImportRegistry(const CXTString<wchar_t>& text, XRegistryImport& result)
     result.m_systemError = static_cast<int>(error);
     if (failed < parser.Changes().size())
         result.m_line = parser.LineOf(failed);
-    return false;
+    return tev::NoteSystemError("XImportRegistry", error);
+}
+
+CXTString<wchar_t> XGetText(XRegistryFault fault, XLanguage language)
+{
+    return tev::FindMessageText(tev::kTextRegistryFault + std::min(static_cast<unsigned>(fault), 15u), language);
 }

@@ -1,7 +1,5 @@
 #include "text/MessageTexts.h"
 
-#include "text/Language.h"
-
 #include <algorithm>
 #include <iterator>
 
@@ -17,6 +15,15 @@ struct TextOfNumber
 constexpr unsigned kColourWithAlpha = 5311;
 constexpr unsigned kColour = 5312;
 constexpr unsigned kReport = 0xE100;
+constexpr unsigned kZipFailure = tev::kTextZipFailure;
+constexpr unsigned kExtraction = tev::kTextExtractionFailure;
+constexpr unsigned kSkip = tev::kTextSkipReason;
+constexpr unsigned kDamage = tev::kTextStreamDamage;
+constexpr unsigned kRegistry = tev::kTextRegistryFault;
+constexpr unsigned kFailure = tev::kTextFailure;
+constexpr unsigned kDetail = tev::kTextFailureDetail;
+constexpr unsigned kThrown = tev::kTextThrown;
+constexpr unsigned kSystem = tev::kTextSystemError;
 constexpr unsigned kUnnamedFile = 0xF006;
 constexpr unsigned kFileCause = 0xF1A0;
 constexpr unsigned kArchiveCause = 0xF1B0;
@@ -45,6 +52,134 @@ constexpr TextOfNumber kMessageTexts[] = {
     {kReport + 12, L"Size", L"Taille"},
     {kReport + 13, L"Type", L"Type"},
     {kReport + 14, L"Details of the error", L"Détails de l'erreur"},
+
+    {kZipFailure + 0, L"No error occurred.", L"Aucune erreur ne s'est produite."},
+    {kZipFailure + 1, L"A file could not be read or written, or memory ran out.",
+     L"Un fichier n'a pas pu être lu ou écrit, ou la mémoire est insuffisante."},
+    {kZipFailure + 2, L"The file is not a ZIP archive.", L"Le fichier n'est pas une archive ZIP."},
+    {kZipFailure + 3, L"The archive or the entry is damaged.", L"L'archive ou l'entrée est endommagée."},
+    {kZipFailure + 4, L"It is compressed or encrypted in a way that is not supported.",
+     L"La méthode de compression ou de chiffrement n'est pas prise en charge."},
+    {kZipFailure + 5, L"A volume of the split archive is missing.", L"Un volume de l'archive fractionnée est absent."},
+    {kZipFailure + 6, L"A password is needed.", L"Un mot de passe est nécessaire."},
+    {kZipFailure + 7, L"The password is wrong.", L"Le mot de passe est incorrect."},
+    {kZipFailure + 8, L"The password is wrong, or the entry is damaged.",
+     L"Le mot de passe est incorrect, ou l'entrée est endommagée."},
+    {kZipFailure + 9, L"The archive has an entry of that name already.", L"L'archive a déjà une entrée de ce nom."},
+    {kZipFailure + 10, L"The archive has no such entry.", L"L'archive n'a pas cette entrée."},
+    {kZipFailure + 11, L"The name leads out of its folder, or cannot be that of a file everywhere.",
+     L"Le nom mène hors de son dossier, ou ne peut pas être celui d'un fichier sur tous les systèmes."},
+    {kZipFailure + 12, L"It is a link, a device or another special file.",
+     L"C'est un lien, un périphérique ou un autre fichier spécial."},
+    {kZipFailure + 13, L"It would unpack to more than the limits allow.",
+     L"Une fois décompressé, il dépasserait les limites autorisées."},
+    {kZipFailure + 14, L"The archive can only be read.", L"L'archive ne peut être que lue."},
+    {kZipFailure + 15, L"Another program has changed the archive meanwhile.",
+     L"Un autre programme a modifié l'archive entre-temps."},
+    {kZipFailure + 16, L"The entry was skipped.", L"L'entrée a été ignorée."},
+    {kZipFailure + 17, L"The operation was cancelled.", L"L'opération a été annulée."},
+    {kZipFailure + 18, L"The call was refused: an argument or the state of the archive does not allow it.",
+     L"L'appel a été refusé : un argument ou l'état de l'archive ne le permet pas."},
+
+    {kExtraction + 0, L"No error occurred.", L"Aucune erreur ne s'est produite."},
+    {kExtraction + 1, L"There is no such file.", L"Ce fichier n'existe pas."},
+    {kExtraction + 2, L"The file cannot be read, or is not of the expected kind.",
+     L"Le fichier ne peut pas être lu, ou n'est pas du type attendu."},
+    {kExtraction + 3, L"The file is damaged or cut off.", L"Le fichier est endommagé ou tronqué."},
+    {kExtraction + 4, L"No file could be unpacked.", L"Aucun fichier n'a pu être décompressé."},
+    {kExtraction + 5, L"It would unpack to more than the limits allow.",
+     L"Une fois décompressé, il dépasserait les limites autorisées."},
+    {kExtraction + 6, L"The destination cannot be written to, or the disk is full.",
+     L"Impossible d'écrire dans la destination, ou le disque est plein."},
+    {kExtraction + 7, L"There is not enough memory.", L"La mémoire est insuffisante."},
+    {kExtraction + 8, L"The operation was cancelled.", L"L'opération a été annulée."},
+    {kExtraction + 9, L"Too many files are open.", L"Trop de fichiers sont ouverts."},
+
+    {kSkip + 0, L"The entry is damaged.", L"L'entrée est endommagée."},
+    {kSkip + 1, L"The entry's name is not safe.", L"Le nom de l'entrée n'est pas sûr."},
+    {kSkip + 2, L"An earlier entry has that name.", L"Une entrée précédente porte ce nom."},
+    {kSkip + 3, L"The entry is a link, a device or another special file.",
+     L"L'entrée est un lien, un périphérique ou un autre fichier spécial."},
+    {kSkip + 4, L"The entry is encrypted, and the password is missing or wrong.",
+     L"L'entrée est chiffrée, et le mot de passe est absent ou incorrect."},
+    {kSkip + 5, L"The entry is compressed or encrypted in a way that is not supported.",
+     L"La méthode de compression ou de chiffrement de l'entrée n'est pas prise en charge."},
+    {kSkip + 6, L"The entry would unpack to more than the limits allow.",
+     L"Une fois décompressée, l'entrée dépasserait les limites autorisées."},
+    {kSkip + 7, L"The archive cannot be read there.", L"L'archive ne peut pas être lue à cet endroit."},
+    {kSkip + 8, L"The file cannot be written, or lies behind a link.",
+     L"Le fichier ne peut pas être écrit, ou se trouve derrière un lien."},
+
+    {kDamage + 0, L"No damage was found.", L"Aucun dommage n'a été trouvé."},
+    {kDamage + 1, L"The file is cut off.", L"Le fichier est tronqué."},
+    {kDamage + 2, L"The file is damaged: its header is not valid.",
+     L"Le fichier est endommagé : son en-tête n'est pas valide."},
+    {kDamage + 3, L"The file is damaged: its method of compression is not known.",
+     L"Le fichier est endommagé : sa méthode de compression est inconnue."},
+    {kDamage + 4, L"The file is damaged: its data is not valid.",
+     L"Le fichier est endommagé : ses données ne sont pas valides."},
+    {kDamage + 5, L"The file is damaged: its checksum is wrong.",
+     L"Le fichier est endommagé : sa somme de contrôle est incorrecte."},
+    {kDamage + 6, L"The file is damaged: its length is wrong.",
+     L"Le fichier est endommagé : sa longueur est incorrecte."},
+
+    {kRegistry + 0, L"No error occurred.", L"Aucune erreur ne s'est produite."},
+    {kRegistry + 1, L"The first line is not that of a registry text.",
+     L"La première ligne n'est pas celle d'un texte du registre."},
+    {kRegistry + 2, L"The line is not the path of a key in brackets.",
+     L"La ligne n'est pas le chemin d'une clé entre crochets."},
+    {kRegistry + 3, L"A value stands before the first key, or below one that is deleted.",
+     L"Une valeur précède la première clé, ou se trouve sous une clé supprimée."},
+    {kRegistry + 4, L"The line is not a name, an equals sign and data.",
+     L"La ligne n'est pas un nom, un signe égal et des données."},
+    {kRegistry + 5, L"The registry refused the change, or could not be written.",
+     L"Le registre a refusé la modification, ou n'a pas pu être écrit."},
+
+    {kFailure + 0, L"No failure is known.", L"Aucun échec n'est connu."},
+    {kFailure + 1, L"The system refused the operation.", L"Le système a refusé l'opération."},
+    {kFailure + 2, L"The data is damaged, or not of the expected kind.",
+     L"Les données sont endommagées, ou ne sont pas du type attendu."},
+    {kFailure + 3, L"There is not enough memory.", L"La mémoire est insuffisante."},
+    {kFailure + 4, L"The call was refused: an argument or the state of the object does not allow it.",
+     L"L'appel a été refusé : un argument ou l'état de l'objet ne le permet pas."},
+    {kFailure + 5, L"The operation was cancelled.", L"L'opération a été annulée."},
+    {kFailure + 6, L"The file %s has no store of these keys.", L"Le fichier %s n'a pas de données sous ces clés."},
+    {kFailure + 7, L"Unknown exception.", L"Exception inconnue."},
+
+    {kDetail + 0, L"system error %u", L"erreur système %u"},
+    {kDetail + 1, L"context %I64u", L"contexte %I64u"},
+
+    {kThrown + 0, L"The operation failed.", L"L'opération a échoué."},
+    {kThrown + 1, L"An internet operation failed.", L"Une opération Internet a échoué."},
+
+    {kSystem + 2, L"It was not found.", L"L'élément est introuvable."},
+    {kSystem + 3, L"The path was not found.", L"Le chemin est introuvable."},
+    {kSystem + 4, L"Too many files are open.", L"Trop de fichiers sont ouverts."},
+    {kSystem + 5, L"Access was denied.", L"L'accès a été refusé."},
+    {kSystem + 6, L"The handle is not valid.", L"Le descripteur n'est pas valide."},
+    {kSystem + 8, L"There is not enough memory.", L"La mémoire est insuffisante."},
+    {kSystem + 13, L"The data is not valid.", L"Les données ne sont pas valides."},
+    {kSystem + 19, L"The medium is write-protected.", L"Le support est protégé en écriture."},
+    {kSystem + 21, L"It is not ready.", L"L'élément n'est pas prêt."},
+    {kSystem + 32, L"It is in use elsewhere.", L"L'élément est utilisé ailleurs."},
+    {kSystem + 50, L"It is not supported.", L"Ce n'est pas pris en charge."},
+    {kSystem + 87, L"An argument is not valid: a name is too long, holds what is not a character, or lies too deep.",
+     L"Un argument n'est pas valide : un nom est trop long, contient autre chose que des caractères, ou est trop "
+     L"profond."},
+    {kSystem + 112, L"The disk is full.", L"Le disque est plein."},
+    {kSystem + 164, L"The system refuses to start another thread.", L"Le système refuse de démarrer un autre thread."},
+    {kSystem + 170, L"It has been in use by another program for too long.",
+     L"L'élément est utilisé par un autre programme depuis trop longtemps."},
+    {kSystem + 234, L"The buffer is too small.", L"Le tampon est trop petit."},
+    {kSystem + 259, L"There are no more items.", L"Il n'y a plus d'éléments."},
+    {kSystem + 1009, L"The file of the registry is damaged, or is none.",
+     L"Le fichier du registre est endommagé, ou n'en est pas un."},
+    {kSystem + 1017, L"The file of the registry holds something else.",
+     L"Le fichier du registre contient autre chose."},
+    {kSystem + 1018, L"The key was deleted meanwhile.", L"La clé a été supprimée entre-temps."},
+    {kSystem + 1306, L"The file of the registry is of a later version.",
+     L"Le fichier du registre est d'une version ultérieure."},
+    {kSystem + 1450, L"The value is too large.", L"La valeur est trop grande."},
 
     {kUnnamedFile, L"a file without a name", L"un fichier sans nom"},
 
@@ -98,9 +233,14 @@ constexpr TextOfNumber kMessageTexts[] = {
 
 const wchar_t* tev::FindMessageText(unsigned id) noexcept
 {
+    return FindMessageText(id, XGetLanguage());
+}
+
+const wchar_t* tev::FindMessageText(unsigned id, XLanguage language) noexcept
+{
     const auto precedes = [](const TextOfNumber& text, unsigned number) { return text.id < number; };
     const auto* found = std::lower_bound(std::begin(kMessageTexts), std::end(kMessageTexts), id, precedes);
     if (found == std::end(kMessageTexts) || found->id != id)
         return nullptr;
-    return XGetLanguage() == XLanguage::French ? found->french : found->english;
+    return language == XLanguage::French ? found->french : found->english;
 }

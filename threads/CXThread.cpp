@@ -2,14 +2,17 @@
 
 #include "objects/CXCriticalSection.h"
 #include "objects/CXException.h"
+#include "objects/FailureNote.h"
 #include "objects/ThreadException.h"
 #include "objects/ThreadStatus.h"
 #include "platform/ForcedUnwind.h"
+#include "platform/SystemErrors.h"
 #include "platform/ThreadLocks.h"
 #include "platform/Threads.h"
 #include "threads/MainThread.h"
 #include "threads/ThreadRelations.h"
 
+#include <memory>
 #include <new>
 
 namespace platform = tev::platform;
@@ -63,6 +66,8 @@ struct CXThread::Body
 
 namespace
 {
+constexpr const char* kBegin = "CXThread::BeginThread";
+
 StartedThread* ThreadOf(void* handle) noexcept
 {
     return static_cast<StartedThread*>(handle);
@@ -157,7 +162,10 @@ CXThread* CXThread::BeginThread(CXThread* thread, xThreadPriority priority, unsi
                                 unsigned __int64 stackSize)
 {
     if (thread == nullptr)
+    {
+        tev::NoteBadArgument(kBegin);
         return nullptr;
+    }
     // Looked at first: what ends only now ends under another call's eyes.
     const bool hasEnded = thread->HasEnded() &&
                           (thread->m_isEndKnown.load() || thread->m_starter.load() == platform::NumberOfThisThread());
@@ -166,6 +174,7 @@ CXThread* CXThread::BeginThread(CXThread* thread, xThreadPriority priority, unsi
         XDeleteThreadException();
         if (hasEnded)
             delete thread;
+        tev::NoteBadArgument(kBegin);
         return nullptr;
     }
     thread->m_starter.store(platform::NumberOfThisThread());
@@ -174,6 +183,7 @@ CXThread* CXThread::BeginThread(CXThread* thread, xThreadPriority priority, unsi
     XDeleteThreadException();
     if (begun)
         return thread;
+    tev::NoteSystemError(kBegin, tev::platform::kNoMoreThreads);
     delete thread;
     return nullptr;
 }
@@ -181,21 +191,9 @@ CXThread* CXThread::BeginThread(CXThread* thread, xThreadPriority priority, unsi
 CXThread* CXThread::BeginThread(bool (*function)(void*), void* data, xThreadPriority priority, unsigned int flags,
                                 unsigned __int64 stackSize)
 {
-    CXThread* thread;
-    try
-    {
-        thread = new CXThread(function, data);
-    }
-    catch (CXMemoryException* exception) // where crashes are reported
-    {
-        exception->Delete();
-        return nullptr;
-    }
-    catch (const std::bad_alloc&)
-    {
-        return nullptr;
-    }
-    return BeginThread(thread, priority, flags, stackSize);
+    CXThread* const none = nullptr;
+    CXThread* const thread = tev::ResultOrNote(kBegin, nullptr, none, [&] { return new CXThread(function, data); });
+    return thread == nullptr ? nullptr : BeginThread(thread, priority, flags, stackSize);
 }
 
 CXThread* CXThread::BeginThread(const CXRuntimeClass* type, void* data, xThreadPriority priority, unsigned int flags,
@@ -203,7 +201,11 @@ CXThread* CXThread::BeginThread(const CXRuntimeClass* type, void* data, xThreadP
 {
     std::unique_ptr<CXObject> object(type == nullptr ? nullptr : type->CreateObject());
     if (!IsKindOf(object.get(), GetThisRuntimeClassDescriptor()))
+    {
+        if (type == nullptr || object != nullptr) // else the class has said why
+            tev::NoteBadArgument(kBegin);
         return nullptr;
+    }
     auto* const thread = static_cast<CXThread*>(object.release());
     thread->m_userData = data;
     return BeginThread(thread, priority, flags, stackSize);
@@ -397,8 +399,10 @@ bool CXThread::SetThreadPriority(xThreadPriority priority)
 {
     StartedThread* const thread = ThreadOf(m_handle.load());
     if (thread == nullptr)
-        return false;
+        return tev::NoteBadArgument("CXThread::SetThreadPriority");
     const bool applied = platform::SetThreadPriority(thread, LevelOf(priority));
+    if (!applied)
+        tev::NoteLastError("CXThread::SetThreadPriority");
     m_priority.store(applied ? priority : xThreadPriority{});
     return applied;
 }
@@ -407,20 +411,20 @@ bool CXThread::ResumeThread()
 {
     StartedThread* const thread = ThreadOf(m_handle.load());
     if (thread == nullptr)
-        return false;
+        return tev::NoteBadArgument("CXThread::ResumeThread");
     // The resumed thread may end and delete the object before this function returns.
     const unsigned before = m_state.fetch_and(~kSuspended);
     if (platform::ResumeThread(thread))
         return true;
     m_state.fetch_or(before & kSuspended);
-    return false;
+    return tev::NoteBadArgument("CXThread::ResumeThread"); // of a thread that has ended
 }
 
 bool CXThread::SuspendThread()
 {
     StartedThread* const thread = ThreadOf(m_handle.load());
     if (thread == nullptr)
-        return false;
+        return tev::NoteBadArgument("CXThread::SuspendThread");
     m_state.fetch_or(kSuspended);
     platform::SuspendThread(thread);
     return true;

@@ -1,6 +1,7 @@
 #include "zip/CMiniZip.h"
 
 #include "objects/CXException.h"
+#include "objects/FailureNote.h"
 #include "objects/ResultOr.h"
 #include "objects/ThreadStatus.h"
 #include "platform/Cancellation.h"
@@ -12,6 +13,7 @@
 #include "platform/PathNames.h"
 #include "platform/SystemErrors.h"
 #include "services/Paths.h"
+#include "text/MessageTexts.h"
 #include "threads/WorkerCount.h"
 #include "zip/ExtractedFiles.h"
 #include "zip/Password.h"
@@ -23,6 +25,7 @@
 
 #include <array>
 #include <new>
+#include <optional>
 #include <string>
 
 namespace
@@ -92,6 +95,32 @@ FileIdentity IdentityOf(const Text& path)
     return {information.device, information.number};
 }
 
+XFailureKind KindOf(Failure failure)
+{
+    switch (failure)
+    {
+    case Failure::kNotFound:
+    case Failure::kNotWritable:
+    case Failure::kTooManyOpenFiles:
+        return XFailureKind::kSystem;
+    case Failure::kNoMemory:
+        return XFailureKind::kMemory;
+    case Failure::kCancelled:
+        return XFailureKind::kCancelled;
+    default:
+        return XFailureKind::kData;
+    }
+}
+
+/// The code of a failure that stands for one.
+unsigned SystemErrorOf(Failure failure)
+{
+    return failure == Failure::kNotFound           ? tev::platform::kNotFound
+           : failure == Failure::kNoMemory         ? tev::platform::kNotEnoughMemory
+           : failure == Failure::kTooManyOpenFiles ? tev::platform::kTooManyOpenFiles
+                                                   : 0;
+}
+
 /// The file that a path leads to: its folder and its name there.
 struct Target
 {
@@ -121,6 +150,26 @@ CMiniZip::~CMiniZip()
     Clean();
 }
 
+/// Extracts with copies of the paths, because they may come from the list that is about to be emptied.
+template <class EXTRACT>
+bool CMiniZip::Told(const char* operation, const Text& source, const Text& destination, EXTRACT&& extract)
+{
+    std::optional<Text> from;
+    std::optional<Text> to;
+    const auto work = [&] {
+        from.emplace(source);
+        to.emplace(destination);
+        return extract(*from, *to);
+    };
+    if (Try(work, [this](Failure failure) { return Fail(failure); }))
+        return true;
+    const bool isOfDestination = m_failure == Failure::kNotWritable && to && !to->IsEmpty();
+    const std::optional<Text>& path = isOfDestination ? to : from;
+    const unsigned text = tev::kTextExtractionFailure + static_cast<unsigned>(m_failure);
+    return tev::NoteFailure({operation, KindOf(m_failure), m_systemError, fileNone, text},
+                            path ? path->GetConstBuffer() : nullptr);
+}
+
 bool CMiniZip::ExtractZip(const CXTString<wchar_t>& zipPath, const CXTString<wchar_t>& destFolder, bool keepFiles)
 {
     const auto extract = [&](const Text& source, const Text& destination) {
@@ -137,9 +186,7 @@ bool CMiniZip::ExtractZip(const CXTString<wchar_t>& zipPath, const CXTString<wch
         }
         return ExtractEntries(source);
     };
-    // Copies, because the paths may come from the list that is about to be emptied.
-    const bool isDone = Try([&] { return extract(Text(zipPath), Text(destFolder)); },
-                            [this](Failure failure) { return Fail(failure); });
+    const bool isDone = Told("CMiniZip::ExtractZip", zipPath, destFolder, extract);
     if (!isDone && m_temporaryFolderCreated)
         Clean();
     if (m_keepFiles)
@@ -152,7 +199,7 @@ bool CMiniZip::StartIn(std::unique_ptr<ContainedFolder> folder)
 {
     const unsigned error = tev::platform::LastSystemError();
     if (folder == nullptr)
-        return Fail(FailureOf(error, Failure::kNotWritable));
+        return Fail(FailureOf(error, Failure::kNotWritable), error);
     folder->ClearLeftovers();
     return m_files->Start(std::move(folder)) || Fail(Failure::kTooManyOpenFiles);
 }
@@ -168,7 +215,7 @@ bool CMiniZip::ExtractEntries(const CXTString<wchar_t>& zipPath)
     ZipError error;
     const std::unique_ptr<PlainZipReader> reader = PlainZipReader::Open(zipPath, *m_password, error);
     if (reader == nullptr)
-        return Fail(FailureOf(error.systemError, Failure::kNoArchive));
+        return Fail(FailureOf(error.systemError, Failure::kNoArchive), error.systemError);
     if (!m_temporaryFolderCreated && !StartIn(ContainedFolder::Open(destination, ContainedFolder::Missing::Create)))
         return false;
     m_files->Folder().Protect(IdentityOf(zipPath));
@@ -228,9 +275,10 @@ bool CMiniZip::ExtractFile(Stream wanted, const CXTString<wchar_t>& source, cons
         m_keepFiles = keepFiles;
         return true;
     };
-    // Copies, because the paths may come from the list that is about to be emptied.
-    const bool isDone =
-        Try([&] { return extract(Text(source), Text(destFile)); }, [this](Failure failure) { return Fail(failure); });
+    const char* const operation = wanted == Stream::kGZip   ? "CMiniZip::ExtractGZip"
+                                  : wanted == Stream::kZStd ? "CMiniZip::ExtractZStd"
+                                                            : "CMiniZip::ExtractZFile";
+    const bool isDone = Told(operation, source, destFile, extract);
     if (!isDone) // there is nothing to clean up
         m_files->Forget();
     else if (m_keepFiles)
@@ -247,8 +295,9 @@ bool CMiniZip::ExtractStream(Stream stream, const CXTString<wchar_t>& source, co
     if (!StartIn(std::move(target.m_folder)))
         return false;
     const std::unique_ptr<ContainedFile> file = m_files->Folder().CreateFile(target.m_name);
+    const unsigned createError = tev::platform::LastSystemError();
     if (file == nullptr)
-        return Fail(FailureOf(tev::platform::LastSystemError(), Failure::kNotWritable));
+        return Fail(FailureOf(createError, Failure::kNotWritable), createError);
     if (!ReportProgress(0, information.size))
         return Fail(Failure::kCancelled);
 
@@ -261,7 +310,7 @@ bool CMiniZip::ExtractStream(Stream stream, const CXTString<wchar_t>& source, co
         if (!m_limits.Allows(written, information.size))
             return Fail(Failure::kTooLarge);
         if (!behind.Write(bytes, count))
-            return Fail(FailureOf(behind.SystemError(), Failure::kNotWritable));
+            return Fail(FailureOf(behind.SystemError(), Failure::kNotWritable), behind.SystemError());
         return ReportProgress(consumed, information.size) || Fail(Failure::kCancelled);
     };
     const bool isGZip = stream == Stream::kGZip;
@@ -276,14 +325,14 @@ bool CMiniZip::ExtractStream(Stream stream, const CXTString<wchar_t>& source, co
         return true;
     }
     if (!behind.Finish())
-        return Fail(FailureOf(behind.SystemError(), Failure::kNotWritable));
+        return Fail(FailureOf(behind.SystemError(), Failure::kNotWritable), behind.SystemError());
     m_files->Files().push_back({target.m_name, {}});
     m_extractedFiles.Add(destFile);
     if (file->Keep(std::nullopt, m_files->Files().back().m_identity))
         return true;
     const unsigned error = tev::platform::LastSystemError();
     m_extractedFiles.RemoveAll();
-    return Fail(FailureOf(error, Failure::kNotWritable));
+    return Fail(FailureOf(error, Failure::kNotWritable), error);
 }
 
 /// Whether what was unpacked is to be kept, with the failure.
@@ -414,7 +463,13 @@ bool CMiniZip::ReportProgress(unsigned __int64 processed, unsigned __int64 total
 
 bool CMiniZip::Fail(CXExtractionFailure failure) noexcept
 {
+    return Fail(failure, SystemErrorOf(failure));
+}
+
+bool CMiniZip::Fail(CXExtractionFailure failure, unsigned systemError) noexcept
+{
     m_failure = failure;
+    m_systemError = systemError;
     return false;
 }
 

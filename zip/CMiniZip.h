@@ -21,7 +21,8 @@ struct UnpackEnding;
 /// Unpacks a compressed file so that its contents can be read, and removes them again: a whole ZIP archive, a gzip or a
 /// Zstandard file. To list an archive, extract single entries or change it, use CZip. One thread at a time.
 ///
-/// Each extraction first cleans up after the one before. Failures return false; nothing is thrown, whatever the input.
+/// Each extraction first cleans up after the one before. Failures return false, and XLastFailure() says why; nothing is
+/// thrown, whatever the input.
 /// Nothing is ever written outside the destination: entries whose names lead elsewhere, symbolic links, entries with the
 /// name of an earlier one, and damaged entries are skipped, and the others extracted (GetSkippedEntries). A file gets its
 /// name when it is complete. Memory does not depend on the size of the files, only on the number of entries.
@@ -109,6 +110,10 @@ private:
     void StartOver();
     /// False, always.
     bool Fail(CXExtractionFailure failure) noexcept;
+    bool Fail(CXExtractionFailure failure, unsigned int systemError) noexcept;
+    template <class EXTRACT>
+    bool Told(const char* operation, const CXTString<wchar_t>& source, const CXTString<wchar_t>& destination,
+              EXTRACT&& extract);
     bool ExtractEntries(const CXTString<wchar_t>& zipPath);
     bool StartIn(std::unique_ptr<tev::platform::ContainedFolder> folder);
     bool ExtractFile(Stream wanted, const CXTString<wchar_t>& source, const CXTString<wchar_t>& destFile,
@@ -128,4 +133,5 @@ private:
     CXExtractionLimits m_limits;
     CXExtractionFailure m_failure = CXExtractionFailure::kNone;
     CXStreamDamage m_damage = CXStreamDamage::kNone;
+    unsigned int m_systemError = 0;
 };

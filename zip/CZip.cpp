@@ -1,11 +1,13 @@
 #include "zip/CZip.h"
 
 #include "objects/CXFileException.h"
+#include "objects/FailureNote.h"
 #include "platform/Cancellation.h"
 #include "platform/SystemErrors.h"
 #include "services/CPathString.h"
 #include "services/FileTypes.h"
 #include "services/Paths.h"
+#include "text/MessageTexts.h"
 #include "zip/Password.h"
 #include "zip/ZipArchive.h"
 
@@ -64,6 +66,26 @@ Password SecretOf(const CXTString<wchar_t>& password, XZipEncryption encryption)
     return Password(password);
 }
 
+XFailureKind KindOf(XZipFailure failure)
+{
+    switch (failure)
+    {
+    case XZipFailure::kReplaced:
+        return XFailureKind::kSystem;
+    case XZipFailure::kCancelled:
+        return XFailureKind::kCancelled;
+    case XZipFailure::kPasswordNeeded:
+    case XZipFailure::kWrongPassword:
+    case XZipFailure::kExists:
+    case XZipFailure::kNotFound:
+    case XZipFailure::kReadOnly:
+    case XZipFailure::kInvalidArgument:
+        return XFailureKind::kArgument;
+    default:
+        return XFailureKind::kData;
+    }
+}
+
 bool IsSkip(XZipFailure failure)
 {
     return failure == XZipFailure::kSkipped || failure == XZipFailure::kCancelled ||
@@ -99,12 +121,25 @@ bool CZip::Note(const ZipOutcome& outcome) const noexcept
     return m_failure == XZipFailure::kNone;
 }
 
+/// As Note, and leaves the reason for XLastFailure.
+bool CZip::Told(const char* operation, const ZipOutcome& outcome, const wchar_t* path) const noexcept
+{
+    if (Note(outcome))
+        return true;
+    if (m_failure == XZipFailure::kSystem)
+        return tev::NoteSystemError(operation, m_systemError, path);
+    if (m_failure == XZipFailure::kSkipped)
+        return false;
+    return tev::NoteFailure(
+        {operation, KindOf(m_failure), 0, fileNone, tev::kTextZipFailure + static_cast<unsigned>(m_failure)}, path);
+}
+
 template <class Work>
-bool CZip::Attempt(Work&& work) const
+bool CZip::Attempt(const char* operation, Work&& work) const
 {
     if (m_archive == nullptr)
-        return Note(Refused(XZipFailure::kInvalidArgument));
-    return Note(OrNoMemory([&] { return work(*m_archive); }));
+        return Told(operation, Refused(XZipFailure::kInvalidArgument), nullptr);
+    return Told(operation, OrNoMemory([&] { return work(*m_archive); }), m_archivePath);
 }
 
 bool CZip::Open(const wchar_t* path, ZipOpenMode mode, bool throwOnError, CZipExtractCallback* callback)
@@ -119,7 +154,7 @@ bool CZip::Open(const wchar_t* path, ZipOpenMode mode, bool throwOnError, CZipEx
             m_archivePath = std::move(given);
         return opened;
     };
-    if (!Note(OrNoMemory(open)) && throwOnError)
+    if (!Told("CZip::Open", OrNoMemory(open), path) && throwOnError)
         ThrowFailure();
     return m_failure == XZipFailure::kNone;
 }
@@ -130,8 +165,9 @@ void CZip::Close(bool throwOnError)
         return;
     // Closed whatever happens, also when the callback throws.
     const std::unique_ptr<ZipArchive> archive = std::move(m_archive);
+    const CXTString<wchar_t> path = std::move(m_archivePath);
     Discard();
-    if (!Note(OrNoMemory([&] { return archive->Save(); })) && throwOnError)
+    if (!Told("CZip::Close", OrNoMemory([&] { return archive->Save(); }), path) && throwOnError)
         ThrowFailure();
 }
 
@@ -166,24 +202,26 @@ int CZip::GetCount(bool filesOnly) const
     if (IsClosed())
         return 0;
     unsigned count = m_archive->Count();
-    if (filesOnly && !Attempt([&](const ZipArchive& archive) { return archive.CountFiles(count); }))
+    if (filesOnly && !Attempt("CZip::GetCount", [&](const ZipArchive& archive) { return archive.CountFiles(count); }))
         return 0;
     return static_cast<int>(count);
 }
 
 bool CZip::GetFileInfo(CZipFileInfo& info, unsigned int index) const
 {
-    return Attempt([&](const ZipArchive& archive) { return archive.Describe(index, info); });
+    return Attempt("CZip::GetFileInfo", [&](const ZipArchive& archive) { return archive.Describe(index, info); });
 }
 
 unsigned int CZip::FindFile(const wchar_t* name, bool caseSensitive, bool nameOnly)
 {
     unsigned int found = xZipNoEntry;
-    Attempt([&](ZipArchive& archive) {
+    const bool isDone = Attempt("CZip::FindFile", [&](ZipArchive& archive) {
         if (name != nullptr)
             found = archive.Find(name, {caseSensitive, nameOnly});
-        return found != xZipNoEntry ? ZipOutcome() : Refused(XZipFailure::kNotFound);
+        return ZipOutcome();
     });
+    if (isDone && found == xZipNoEntry)
+        m_failure = XZipFailure::kNotFound;
     return found;
 }
 
@@ -191,7 +229,7 @@ int CZip::FindMatchingFiles(CXArray<unsigned int, unsigned int>& indexes, const 
                             bool nameOnly) const
 {
     indexes.RemoveAll();
-    Attempt([&](const ZipArchive& archive) {
+    Attempt("CZip::FindMatchingFiles", [&](const ZipArchive& archive) {
         if (pattern == nullptr)
             return Refused(XZipFailure::kInvalidArgument);
         const std::vector<unsigned> found = archive.FindMatching(pattern, {caseSensitive, nameOnly});
@@ -204,7 +242,7 @@ int CZip::FindMatchingFiles(CXArray<unsigned int, unsigned int>& indexes, const 
 ZipExtractResult CZip::ExtractFile(unsigned int index, const wchar_t* destPath, bool withFolders,
                                    const wchar_t* newName, bool throwOnError)
 {
-    const bool isExtracted = Attempt([&](ZipArchive& archive) {
+    const bool isExtracted = Attempt("CZip::ExtractFile", [&](ZipArchive& archive) {
         return archive.Extract(index, {destPath, withFolders, newName}, SecretOf(m_password, m_encryption).Utf8(),
                                m_limits);
     });
@@ -216,13 +254,14 @@ ZipExtractResult CZip::ExtractFile(unsigned int index, const wchar_t* destPath, 
 
 ZipExtractResult CZip::TestFile(unsigned int index)
 {
-    Attempt([&](ZipArchive& archive) { return archive.Test(index, SecretOf(m_password, m_encryption).Utf8()); });
+    Attempt("CZip::TestFile",
+            [&](ZipArchive& archive) { return archive.Test(index, SecretOf(m_password, m_encryption).Utf8()); });
     return ResultOf(m_failure);
 }
 
 bool CZip::AddNewFile(const wchar_t* path, bool fullPath, ZipCompressionLevel level)
 {
-    return Attempt([&](ZipArchive& archive) {
+    return Attempt("CZip::AddNewFile", [&](ZipArchive& archive) {
         CPathString name(path);
         name.TrimRight(L"/\\"); // behind a folder's name
         if (!fullPath)
@@ -233,20 +272,20 @@ bool CZip::AddNewFile(const wchar_t* path, bool fullPath, ZipCompressionLevel le
 
 bool CZip::AddNewFile(const wchar_t* path, const wchar_t* nameInArchive, ZipCompressionLevel level)
 {
-    return Attempt([&](ZipArchive& archive) {
+    return Attempt("CZip::AddNewFile", [&](ZipArchive& archive) {
         return archive.Add(path, nameInArchive, level, {SecretOf(m_password, m_encryption), m_encryption});
     });
 }
 
 bool CZip::DeleteFiles(const CXArray<CXTString<wchar_t>, const CXTString<wchar_t>&>& names)
 {
-    return Attempt([&](ZipArchive& archive) { return archive.Delete(names); });
+    return Attempt("CZip::DeleteFiles", [&](ZipArchive& archive) { return archive.Delete(names); });
 }
 
 bool CZip::RenameFiles(CXArray<CXTString<wchar_t>, const CXTString<wchar_t>&>& oldNames,
                        const CXArray<CXTString<wchar_t>, const CXTString<wchar_t>&>& newNames)
 {
-    return Attempt([&](ZipArchive& archive) { return archive.Rename(oldNames, newNames); });
+    return Attempt("CZip::RenameFiles", [&](ZipArchive& archive) { return archive.Rename(oldNames, newNames); });
 }
 
 bool CZip::ExtractDirInfo(CXTString<wchar_t>& path, CXTString<wchar_t>& innerPath, int n)

@@ -22,7 +22,7 @@ struct ZipOutcome;
 /// that are added are read when the archive is closed. Until then the list of entries shows the archive as it will be.
 ///
 /// No failure of the engine leaves an operation as an exception unless that is asked for; GetLastFailure() returns the
-/// reason. One thread at a time.
+/// reason, and XLastFailure() has it in words. One thread at a time.
 class TEVTOOLS_API CZip
 {
 public:
@@ -128,9 +128,10 @@ public:
 
 private:
     bool Note(const tev::ZipOutcome& outcome) const noexcept;
+    bool Told(const char* operation, const tev::ZipOutcome& outcome, const wchar_t* path) const noexcept;
     /// Calls `work` with the open archive, and records the outcome that it returns.
     template <class Work>
-    bool Attempt(Work&& work) const;
+    bool Attempt(const char* operation, Work&& work) const;
 
     std::unique_ptr<tev::ZipArchive> m_archive;
     CXTString<wchar_t> m_archivePath;

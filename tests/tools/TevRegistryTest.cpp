@@ -111,7 +111,7 @@ TEST_F(TevRegistry, KeysAreListedCarriedOverAndDeleted)
 TEST_F(TevRegistry, FaultsNameFileAndReason)
 {
     EXPECT_EQ(Run({"import"}, "REGEDIT4\n[HKEY_USERS\\a]\nx\n").m_error,
-              "tev: -: line 3: is not a name, \"=\" and data\n");
+              "tev: -: line 3: The line is not a name, an equals sign and data.\n");
     EXPECT_EQ(Run({"import", m_registry.m_folder.Path("none.reg").string()}).m_exitCode, 1);
     EXPECT_EQ(Run({"import", "--from", "1252"}, "REGEDIT4\n[HKEY_CURRENT_USER\\k]\n\"a\"=\"\xE9\"\n\"b\"=hex(2):e9,00")
                   .m_exitCode,
@@ -120,7 +120,7 @@ TEST_F(TevRegistry, FaultsNameFileAndReason)
     m_registry.m_folder.WriteFile("user.db", "no database");
     const TevResult damaged = Run({"set", "k", "a", "b"});
     EXPECT_EQ(damaged.m_error, "tev: " + m_registry.m_folder.Path("user.db").string() +
-                                   ": the file of the registry is damaged, or is none\n");
+                                   ": The file of the registry is damaged, or is none.\n");
     EXPECT_EQ(damaged.m_exitCode, 1);
 }
 } // namespace

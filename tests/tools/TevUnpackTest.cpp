@@ -82,8 +82,8 @@ TEST_F(TevUnpack, SaysWhatIsWrong)
     TevResult result = Run({zip});
     EXPECT_EQ(result.m_exitCode, 1);
     EXPECT_EQ(result.m_output, "good\n");
-    EXPECT_EQ(result.m_error, "tev: " + zip + ": skipped ../a: its name is not safe\ntev: " + zip +
-                                  ": skipped good: an earlier entry has its name\n");
+    EXPECT_EQ(result.m_error, "tev: " + zip + ": skipped ../a: The entry's name is not safe.\ntev: " + zip +
+                                  ": skipped good: An earlier entry has that name.\n");
 
     Shell(
         "printf model | gzip >g && head -c -8 g >checksum.gz && printf XXXX >>checksum.gz && tail -c 4 g >>checksum.gz"
@@ -97,9 +97,9 @@ TEST_F(TevUnpack, SaysWhatIsWrong)
     const Case failures[] = {
         {{Path("none")}, "no such file"},
         {{Path("none"), "--list"}, "no such file"},
-        {{Write("text", "no archive")}, "neither a ZIP"},
-        {{Path("text"), "--list"}, "neither a ZIP"},
-        {{Write("empty.zip", RawZip({}))}, "no file could be unpacked"},
+        {{Write("text", "no archive")}, "not of the expected kind"},
+        {{Path("text"), "--list"}, "not of the expected kind"},
+        {{Write("empty.zip", RawZip({}))}, "No file could be unpacked"},
         {{Write("cut.zst", "\x28\xB5\x2F\xFD")}, "is cut off"},
         {{zip, Path("text")}, "cannot be written", Path("text")},
         {{Write("a.gz", "\x1F\x8B"), Path("a.gz")}, "cannot be written"},

@@ -31,7 +31,7 @@ TEST(TevZip, ArchivesAreMadeListedChangedAndExtracted)
 
     const TevResult again = RunTev({"zip", "add", archive, root + "/in/sub", root + "/in"});
     EXPECT_EQ(again.m_exitCode, 1);
-    EXPECT_EQ(again.m_error, "tev: " + root + "/in: the archive has an entry of that name\n");
+    EXPECT_EQ(again.m_error, "tev: " + root + "/in: The archive has an entry of that name already.\n");
     EXPECT_EQ(RunTev({"zip", "rename", archive, "in/b.txt", "c.txt"}).m_exitCode, 0);
     EXPECT_EQ(RunTev({"zip", "delete", archive, "in/", "*sub/"}).m_exitCode, 0);
     EXPECT_EQ(RunTev({"zip", "delete", archive, "none"}).m_error, "tev: " + archive + ": has no entry none\n");
@@ -71,7 +71,7 @@ TEST(TevZip, PasswordsAndDamageAreTold)
     EXPECT_THAT(RunTev({"zip", "list", archive}).m_output, HasSubstr("\taes128\ta.txt\n"));
     const TevResult without = RunTev({"zip", "test", archive});
     EXPECT_EQ(without.m_exitCode, 1);
-    EXPECT_EQ(without.m_error, "tev: " + archive + ": a.txt: needs a password\n");
+    EXPECT_EQ(without.m_error, "tev: " + archive + ": a.txt: A password is needed.\n");
     EXPECT_EQ(RunTev({"zip", "test", archive, "--password", "key"}).m_exitCode, 0);
 
     RawEntry damaged{"damaged", "contents"};
@@ -79,11 +79,12 @@ TEST(TevZip, PasswordsAndDamageAreTold)
     folder.WriteFile("y.zip", RawZip({damaged, {"../u\x1B[2Jp", "x"}, {"sound", "x"}}));
     const TevResult extracted = RunTev({"zip", "extract", root + "/y.zip", "--to", root + "/out"});
     EXPECT_EQ(extracted.m_exitCode, 1);
-    EXPECT_THAT(extracted.m_error, HasSubstr("y.zip: damaged: is damaged\n"));
-    EXPECT_THAT(extracted.m_error, HasSubstr("y.zip: ../u?[2Jp: the name leads out"));
+    EXPECT_THAT(extracted.m_error, HasSubstr("y.zip: damaged: The archive or the entry is damaged.\n"));
+    EXPECT_THAT(extracted.m_error, HasSubstr("y.zip: ../u?[2Jp: The name leads out"));
     EXPECT_TRUE(folder.Exists("out/sound"));
     EXPECT_FALSE(folder.Exists("out/damaged"));
-    EXPECT_EQ(RunTev({"zip", "list", root + "/a.txt"}).m_error, "tev: " + root + "/a.txt: is no ZIP archive\n");
+    EXPECT_EQ(RunTev({"zip", "list", root + "/a.txt"}).m_error,
+              "tev: " + root + "/a.txt: The file is not a ZIP archive.\n");
     EXPECT_EQ(RunTev({"zip", "list", root + "/none.zip"}).m_exitCode, 1);
 }
 } // namespace

@@ -2,6 +2,7 @@
 
 #include "files/CXFile.h"
 #include "files/CXMemFile.h"
+#include "objects/LastFailure.h"
 #include "settings/CRegUtil.h"
 #include "settings/RegistryText.h"
 #include "tools/tev/CommandLine.h"
@@ -45,32 +46,7 @@ using RegistryCommand = void (*)(Session& session, const RegistryOptions& option
 /// What the registry's codes mean for the user.
 std::string ErrorText(int systemError, const std::string& missing)
 {
-    const struct
-    {
-        int m_error;
-        const char* m_text;
-    } texts[] = {
-        {5, "access was denied"},
-        {8, "there is not enough memory"},
-        {13, "the name of a key holds the end of a line"},
-        {19, "the registry is on a medium that is write-protected"},
-        {87, "a name is too long, holds what is no character, or lies too deep"},
-        {112, "the disk is full"},
-        {170, "the registry has been in use by another program for too long"},
-        {1009, "the file of the registry is damaged, or is none"},
-        {1017, "the file of the registry holds something else"},
-        {1018, "the key was deleted meanwhile"},
-        {1306, "the file of the registry is of a later version"},
-        {1450, "the value is too large"},
-    };
-    if (systemError == kNotFound)
-        return missing;
-    for (const auto& row : texts)
-    {
-        if (row.m_error == systemError)
-            return row.m_text;
-    }
-    return "the registry failed with system error " + std::to_string(systemError);
+    return systemError == kNotFound ? missing : Narrow(XGetSystemErrorText(static_cast<unsigned>(systemError)));
 }
 
 std::string NameText(const std::string& name)
@@ -337,21 +313,6 @@ std::string ReadWhole(const std::string& name)
     }
 }
 
-const char* FaultText(XRegistryFault fault)
-{
-    switch (fault)
-    {
-    case XRegistryFault::Header:
-        return "the first line is that of no registry text";
-    case XRegistryFault::Key:
-        return "is not the path of a key in brackets";
-    case XRegistryFault::NoKey:
-        return "a value stands before the first key, or below one that is deleted";
-    default:
-        return "is not a name, \"=\" and data";
-    }
-}
-
 void Import(const std::string& name, xStringEncoding encoding)
 {
     const std::string bytes = ReadWhole(name);
@@ -366,7 +327,7 @@ void Import(const std::string& name, xStringEncoding encoding)
     const std::string line = result.m_line != 0 ? "line " + std::to_string(result.m_line) + ": " : "";
     if (result.m_fault == XRegistryFault::Registry)
         throw Failure(name, line + ErrorText(result.m_systemError, "the registry's folder does not exist"));
-    throw Failure(name, line + FaultText(result.m_fault));
+    throw Failure(name, line + Narrow(XGetText(result.m_fault)));
 }
 
 xStringEncoding ImportEncoding(const RegistryOptions& options)

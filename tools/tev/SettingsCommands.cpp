@@ -1,6 +1,7 @@
 #include "tools/tev/SettingsCommands.h"
 
 #include "objects/CXFileException.h"
+#include "objects/LastFailure.h"
 #include "services/Paths.h"
 #include "settings/CCustomData.h"
 #include "settings/PreferenceFile.h"
@@ -64,7 +65,7 @@ CCustomData Load(const std::string& name, const StoreKeys& keys)
 void Save(const CCustomData& store, const std::string& name, const StoreKeys& keys)
 {
     if (!store.SaveToPrefs(Widen(name).c_str(), keys.m_first, keys.m_second))
-        throw Failure(name, "cannot be written");
+        throw Failure(name, Narrow(XLastFailure().GetText()));
 }
 
 void RequireValue(const CCustomData& store, const std::string& name, unsigned id)
@@ -152,9 +153,10 @@ void Update(const std::string& name, const StoreKeys& keys, const std::function<
     const std::wstring path = Widen(name);
     if (XUpdatePreferences(path.c_str(), keys.m_first, keys.m_second, change))
         return;
+    const CXTString<wchar_t> reason = XLastFailure().GetText();
     CCustomData store;
     store.LoadFromPrefs(path.c_str(), keys.m_first, keys.m_second, true); // reports a file that cannot be read
-    throw Failure(name, "cannot be written");
+    throw Failure(name, Narrow(reason));
 }
 
 /// A value that cannot be set is wrong usage.
@@ -191,7 +193,7 @@ void RunRemove(Session&, const SettingsOptions& options)
         });
     }
     else if (!XRemovePreference(Widen(options.m_file).c_str(), options.m_keys.m_first, options.m_keys.m_second))
-        throw Failure(options.m_file, "cannot be changed, or is damaged");
+        throw Failure(options.m_file, Narrow(XLastFailure().GetText()));
 }
 
 void RunCopy(Session&, const SettingsOptions& options)

@@ -2,6 +2,7 @@
 
 #include "objects/CXArchiveException.h"
 #include "objects/CXFileException.h"
+#include "objects/LastFailure.h"
 #include "text/Language.h"
 #include "text/TextEncoding.h"
 #include "tools/tev/System.h"
@@ -76,7 +77,7 @@ void ReportCurrentException(Session& session, const std::string& subject)
     }
     catch (CXException* failure)
     {
-        Report(session, subject, failure->GetRuntimeClassDescriptor()->m_name);
+        Report(session, subject, Narrow(XGetExceptionText(failure)));
         failure->Delete();
     }
     catch (const Failure& failure)

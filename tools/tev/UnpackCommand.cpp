@@ -9,6 +9,7 @@
 #include "values/CXTime.h"
 #include "zip/CMiniZip.h"
 #include "zip/CZip.h"
+#include "zip/ZipTexts.h"
 
 #include <array>
 #include <filesystem>
@@ -48,76 +49,10 @@ private:
     Progress m_progress;
 };
 
-const char* TextOf(CXExtractionFailure failure)
+template <class Reason>
+std::string TextOf(Reason reason)
 {
-    switch (failure)
-    {
-    case CXExtractionFailure::kNotFound:
-        return "there is no such file";
-    case CXExtractionFailure::kNoArchive:
-        return "cannot be read, or is neither a ZIP, a gzip nor a Zstandard file";
-    case CXExtractionFailure::kDamaged:
-        return "is damaged or cut off";
-    case CXExtractionFailure::kNothingInIt:
-        return "no file could be unpacked";
-    case CXExtractionFailure::kTooLarge:
-        return "is too large";
-    case CXExtractionFailure::kNotWritable:
-        return "cannot be written to, or the disk is full";
-    case CXExtractionFailure::kNoMemory:
-        return "not enough memory";
-    case CXExtractionFailure::kCancelled:
-        return "interrupted";
-    case CXExtractionFailure::kTooManyOpenFiles:
-        return "too many open files";
-    default:
-        return "failed";
-    }
-}
-
-/// What is wrong with a file that is damaged.
-const char* TextOf(CXStreamDamage damage)
-{
-    switch (damage)
-    {
-    case CXStreamDamage::kTruncated:
-        return "is cut off";
-    case CXStreamDamage::kHeader:
-        return "is damaged: its header is not valid";
-    case CXStreamDamage::kMethod:
-        return "is damaged: its method of compression is not known";
-    case CXStreamDamage::kChecksum:
-        return "is damaged: its checksum is wrong";
-    case CXStreamDamage::kLength:
-        return "is damaged: its length is wrong";
-    default:
-        return "is damaged";
-    }
-}
-
-const char* TextOf(CXSkipReason reason)
-{
-    switch (reason)
-    {
-    case CXSkipReason::kDamaged:
-        return "is damaged";
-    case CXSkipReason::kUnsafeName:
-        return "its name is not safe";
-    case CXSkipReason::kNameClash:
-        return "an earlier entry has its name";
-    case CXSkipReason::kSpecialFile:
-        return "is a link or a device";
-    case CXSkipReason::kWrongPassword:
-        return "is encrypted, and the password is missing or wrong";
-    case CXSkipReason::kUnsupported:
-        return "its compression or encryption is not known";
-    case CXSkipReason::kTooLarge:
-        return "would become too large";
-    case CXSkipReason::kUnreadable:
-        return "cannot be read";
-    default:
-        return "cannot be written, or lies behind a link";
-    }
+    return Narrow(XGetText(reason));
 }
 
 /// The name of what is in a compressed file, by the name of that one.
@@ -214,7 +149,7 @@ void Unpack(Session& session, const UnpackOptions& options, bool isStream)
         session.m_exitCode = kExitFailed;
     }
     const CXExtractionFailure failure = zip.GetFailure();
-    if (failure == CXExtractionFailure::kDamaged)
+    if (zip.GetDamage() != CXStreamDamage::kNone)
         throw Failure(options.m_file, TextOf(zip.GetDamage()));
     if (!isDone && failure == CXExtractionFailure::kNotWritable)
         throw Failure(destination, TextOf(failure));

@@ -1,5 +1,6 @@
 #include "tools/tev/WatchCommand.h"
 
+#include "objects/LastFailure.h"
 #include "services/CWatchFolder.h"
 #include "services/Paths.h"
 #include "tools/tev/CommandLine.h"
@@ -86,7 +87,7 @@ void Watch(Session& session, const WatchOptions& options)
         if (!fileIsDirectory(path))
             throw Failure(folder, "there is no such folder");
         if (!watcher.AddRefreshNotification(path, options.m_tree, filter))
-            throw Failure(folder, "it may not be read, or there are more folders than the system lets a user watch");
+            throw Failure(folder, Narrow(XLastFailure().GetText()));
     }
     while (!session.m_output.IsBroken())
     {

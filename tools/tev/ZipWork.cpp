@@ -2,6 +2,7 @@
 
 #include "objects/CXFileException.h"
 #include "tools/tev/Tool.h"
+#include "zip/ZipTexts.h"
 
 #include <algorithm>
 #include <set>
@@ -10,46 +11,6 @@ namespace tev::tool
 {
 namespace
 {
-const char* TextOf(XZipFailure failure)
-{
-    switch (failure)
-    {
-    case XZipFailure::kNoArchive:
-        return "is no ZIP archive";
-    case XZipFailure::kDamaged:
-        return "is damaged";
-    case XZipFailure::kUnsupported:
-        return "is compressed or encrypted in a way that is not known here";
-    case XZipFailure::kMissingVolume:
-        return "a volume of the split archive is missing";
-    case XZipFailure::kPasswordNeeded:
-        return "needs a password";
-    case XZipFailure::kWrongPassword:
-        return "wrong password";
-    case XZipFailure::kWrongPasswordOrDamaged:
-        return "wrong password, or damaged";
-    case XZipFailure::kExists:
-        return "the archive has an entry of that name";
-    case XZipFailure::kNotFound:
-        return "the archive has no such entry";
-    case XZipFailure::kUnsafeName:
-        return "the name leads out of its folder or cannot be a file's everywhere";
-    case XZipFailure::kSpecialFile:
-        return "is a link, a device or the like, and left out";
-    case XZipFailure::kTooLarge:
-        return "unfolds to more than is allowed";
-    case XZipFailure::kReadOnly:
-        return "can only be read, as split archives";
-    case XZipFailure::kReplaced:
-        return "has been changed by another program meanwhile";
-    case XZipFailure::kSkipped:
-    case XZipFailure::kCancelled:
-        return "was cancelled";
-    default:
-        return "cannot be used here";
-    }
-}
-
 CXTString<wchar_t> WideText(const std::string& text)
 {
     return CXTString<wchar_t>(Widen(text).c_str());
@@ -108,7 +69,7 @@ void ZipWork::Require(bool done, const std::string& subject) const
     const XZipFailure failure = m_zip.GetLastFailure();
     if (failure == XZipFailure::kSystem)
         CXFileException::Throw(CXFileException::OsErrorToException(m_zip.GetLastSystemError()), WideText(subject));
-    throw Failure(subject, TextOf(failure));
+    throw Failure(subject, Narrow(XGetText(failure)));
 }
 
 bool ZipWork::OnProgress(unsigned __int64 processed)

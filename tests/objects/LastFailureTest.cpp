@@ -1,0 +1,370 @@
+#include "objects/LastFailure.h"
+
+#include "arrays/CXArray.h"
+#include "crash/XMinidump.h"
+#include "files/CStdioFileEx.h"
+#include "files/CXMemFile.h"
+#include "objects/CXArchiveException.h"
+#include "objects/CXInternetException.h"
+#include "objects/FailureNote.h"
+#include "services/CWatchFolder.h"
+#include "services/LogFile.h"
+#include "services/Paths.h"
+#include "settings/CCustomData.h"
+#include "settings/CRegUtil.h"
+#include "settings/PreferenceFile.h"
+#include "settings/RegistryText.h"
+#include "tests/support/FailingAllocations.h"
+#include "tests/support/ForkedChild.h"
+#include "tests/support/OnThreads.h"
+#include "tests/support/RawZip.h"
+#include "tests/support/TempFolder.h"
+#include "tests/support/TestRegistry.h"
+#include "threads/CXThread.h"
+#include "values/CXTime.h"
+#include "zip/CMiniZip.h"
+#include "zip/CZip.h"
+#include "zip/ZipTexts.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstring>
+#include <functional>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace
+{
+using Kind = XFailureKind;
+using Text = CXTString<wchar_t>;
+
+constexpr unsigned kAnyError = ~0u;
+
+class LastFailure : public testing::Test
+{
+protected:
+    struct Case
+    {
+        const char* operation;
+        Kind kind;
+        unsigned systemError;
+        std::wstring path; ///< the record's, "" for none
+        std::function<bool()> fails;
+    };
+
+    void Expect(const std::vector<Case>& cases)
+    {
+        for (const Case& c : cases)
+        {
+            SCOPED_TRACE(c.operation);
+            XClearLastFailure();
+            EXPECT_TRUE(c.fails());
+            const XFailure failure = XLastFailure();
+            EXPECT_STREQ(failure.GetOperation(), c.operation);
+            EXPECT_EQ(failure.GetKind(), c.kind);
+            EXPECT_TRUE(c.systemError == kAnyError || failure.GetSystemError() == c.systemError)
+                << failure.GetSystemError();
+            EXPECT_EQ(std::wstring(failure.GetPath()), c.path);
+            const Text english = failure.GetText(XLanguage::English);
+            const Text french = failure.GetText(XLanguage::French);
+            EXPECT_NE(english, french);
+            for (const Text& text : {english, french})
+            {
+                EXPECT_GE(text.Find(Text(c.operation)), 0) << Text(text).GetConstBuffer();
+                EXPECT_TRUE(c.path.empty() || text.Find(c.path.c_str()) >= 0);
+                EXPECT_LT(text.Find(L"%"), 0);
+            }
+        }
+    }
+
+    tev::test::TestRegistry m_registry;
+    const tev::test::TempFolder m_folder;
+    const std::wstring m_missing = m_folder.WidePath("missing");
+    const std::wstring m_text = m_folder.WriteFile("text", "no archive, no dump, no store");
+    const Text m_missingText = m_missing.c_str();
+    const Text m_textText = m_text.c_str();
+    CXTime m_date{0};
+    CCustomData m_store;
+};
+
+template <class T>
+bool IsAllOnes(T value)
+{
+    return value == static_cast<T>(-1);
+}
+} // namespace
+
+TEST_F(LastFailure, OfFilesSaysWhy)
+{
+    const std::wstring folder = m_folder.WidePath();
+    const std::wstring tooLong(260, L'x');
+    CXFile file(false);
+    CXMemFile memory(0, false);
+    char byte = 0;
+    Expect({
+        {"CXFile::Open", Kind::kSystem, 2, m_missing, [&] { return !file.Open(m_missing.c_str(), CXFile::modeRead); }},
+        {"CXFile::Open", Kind::kSystem, 5, folder, [&] { return !file.Open(folder.c_str(), CXFile::modeRead); }},
+        {"CXFile::Open", Kind::kArgument, 0, tooLong, [&] { return !file.Open(tooLong.c_str(), CXFile::modeRead); }},
+        {"CXFile::Open", Kind::kSystem, 2, m_missing,
+         [&] { return !CStdioFileEx(false).Open(m_missing.c_str(), CXFile::modeRead | CXFile::typeText); }},
+        {"CXFile::Seek", Kind::kSystem, 6, L"", [] { return IsAllOnes(CXFile(false).Seek(0, CXFile::begin)); }},
+        {"CXFile::GetPosition", Kind::kSystem, 6, L"", [] { return IsAllOnes(CXFile(false).GetPosition()); }},
+        {"CXFile::GetLength", Kind::kSystem, 6, L"", [] { return IsAllOnes(CXFile(false).GetLength()); }},
+        {"CXFile::SetLength", Kind::kSystem, 6, L"", [] { return !CXFile(false).SetLength(1); }},
+        {"CXFile::Read", Kind::kArgument, 0, L"", [&] { return CXFile(false).Read(&byte, 1) == 0; }},
+        {"CXFile::Write", Kind::kSystem, 6, L"", [&] { return CXFile(false).Write(&byte, 1), true; }},
+        {"CXMemFile::Open", Kind::kArgument, 0, m_missing, [&] { return !memory.Open(m_missing.c_str(), 0); }},
+        {"CXMemFile::Seek", Kind::kArgument, 0, L"", [&] { return memory.Seek(1, CXFile::end) == 0; }},
+        {"CXMemFile::SetLength", Kind::kMemory, 8, L"", [&] { return !memory.SetLength(1ull << 32); }},
+        {"CXMemFile::Write", Kind::kArgument, 0, L"", [&] { return memory.Write(nullptr, 1), true; }},
+        {"CXMemFile::Attach", Kind::kArgument, 0, L"", [&] { return memory.Attach(nullptr, 1, false), true; }},
+    });
+}
+
+TEST_F(LastFailure, OfServicesAndThreadsSaysWhy)
+{
+    const auto body = [](void*) { return true; };
+    CXThread idle(body, nullptr);
+    const std::wstring log = m_folder.WidePath("none/log.txt");
+    Expect({
+        {"CXRuntimeClass::CreateObject", Kind::kArgument, 0, L"",
+         [] { return CXException::GetThisRuntimeClassDescriptor()->CreateObject() == nullptr; }},
+        {"CXRuntimeClass::DeclareRuntimeClass", Kind::kArgument, 0, L"",
+         [] { return !CXRuntimeClass::DeclareRuntimeClass(nullptr); }},
+        {"CXThread::BeginThread", Kind::kArgument, 0, L"",
+         [] {
+             return CXThread::BeginThread(CXException::GetThisRuntimeClassDescriptor(), nullptr, xThreadPriorityNormal,
+                                          0, 0) == nullptr &&
+                    XLastFailure() &&
+                    CXThread::BeginThread(static_cast<CXThread*>(nullptr), xThreadPriorityNormal, 0, 0) == nullptr;
+         }},
+        {"CXThread::SetThreadPriority", Kind::kArgument, 0, L"",
+         [&] { return !idle.SetThreadPriority(xThreadPriorityLowest); }},
+        {"CXThread::ResumeThread", Kind::kArgument, 0, L"", [&] { return !idle.ResumeThread(); }},
+        {"CXThread::SuspendThread", Kind::kArgument, 0, L"", [&] { return !idle.SuspendThread(); }},
+        {"fileGetLastWriteDate", Kind::kSystem, 2, m_missing,
+         [&] { return !fileGetLastWriteDate(m_missingText, m_date); }},
+        {"fileGetCreationDate", Kind::kSystem, 2, m_missing,
+         [&] { return !fileGetCreationDate(m_missingText, m_date); }},
+        {"fileSetLastWriteDate", Kind::kSystem, 2, m_missing,
+         [&] { return !fileSetLastWriteDate(m_missingText, m_date); }},
+        {"fileSetCreationDate", Kind::kSystem, kAnyError, m_text,
+         [&] { return !fileSetCreationDate(m_textText, m_date); }},
+        {"SetLogFile", Kind::kSystem, 2, log, [&] { return !SetLogFile(log.c_str(), xLogCreate, 0xFF); }},
+        {"SetLogFile", Kind::kArgument, 0, log, [&] { return !SetLogFile(log.c_str(), LogFileMode(7), 0xFF); }},
+        {"CWatchFolder::AddRefreshNotification", Kind::kSystem, 3, m_missing,
+         [&] { return !CWatchFolder().AddRefreshNotification(m_missingText, false, 1); }},
+    });
+}
+
+TEST_F(LastFailure, OfSettingsSaysWhy)
+{
+    const std::wstring noName = m_folder.WidePath() + L"/";
+    const std::wstring lost = m_folder.WidePath("none/prefs");
+    const Text lostText = lost.c_str();
+    const Text prefs = m_folder.WidePath("prefs").c_str();
+    ASSERT_TRUE(m_store.SetInt(1, 1) && m_store.SetInt(2, 2) && m_store.SaveToPrefs(prefs, 1, 1));
+    std::vector<XPreferenceRecord> records;
+    CRegUtil registry(CRegUtil::kReadWrite);
+    CXMemFile file;
+    XRegistryImport imported;
+    int error = 0;
+    const auto change = [](CCustomData&) {};
+    Expect({
+        {"CCustomData::SetArray", Kind::kMemory, 8, L"", [&] { return !m_store.SetArray(3, "", ~0u, 2); }},
+        {"CCustomData::ChangeID", Kind::kArgument, 0, L"", [&] { return !m_store.ChangeID(1, 2); }},
+        {"CCustomData::SetData", Kind::kArgument, 0, L"", [&] { return !CCustomData().SetData(nullptr, 4); }},
+        {"CCustomData::SetData", Kind::kData, 0, L"", [&] { return !CCustomData().SetData("damaged", 7); }},
+        {"CCustomData::Attach", Kind::kData, 0, L"",
+         [&] { return !CCustomData().Attach(std::memset(CCustomData::Alloc(7), 7, 7), 7); }},
+        {"CCustomData::SerializeFromData", Kind::kData, 0, L"",
+         [&] { return !CCustomData().SerializeFromData("no store", 8); }},
+        {"CCustomData::SaveToPrefs", Kind::kArgument, 0, noName,
+         [&] { return !m_store.SaveToPrefs(noName.c_str(), 1, 1); }},
+        {"CCustomData::SaveToPrefs", Kind::kSystem, 2, lost, [&] { return !m_store.SaveToPrefs(lostText, 1, 1); }},
+        {"CCustomData::LoadFromPrefs", Kind::kSystem, 2, m_missing,
+         [&] { return !CCustomData().LoadFromPrefs(m_missingText, 1, 1, false); }},
+        {"CCustomData::LoadFromPrefs", Kind::kData, 0, m_text,
+         [&] { return !CCustomData().LoadFromPrefs(m_textText, 1, 1, false); }},
+        {"CCustomData::LoadFromPrefs", Kind::kData, 0, prefs.GetConstBuffer(),
+         [&] { return !CCustomData().LoadFromPrefs(prefs, 7, 7, false); }},
+        {"XListPreferences", Kind::kData, 0, m_text, [&] { return !XListPreferences(m_textText, records); }},
+        {"XRemovePreference", Kind::kData, 0, m_text, [&] { return !XRemovePreference(m_textText, 1, 1); }},
+        {"XUpdatePreferences", Kind::kData, 0, m_text, [&] { return !XUpdatePreferences(m_textText, 1, 1, change); }},
+        {"XUpdatePreferences", Kind::kSystem, 2, lost, [&] { return !XUpdatePreferences(lostText, 1, 1, change); }},
+        {"CRegUtil::SetPath", Kind::kSystem, 2, L"No/Such", [&] { return !registry.SetPath(L"No/Such", false); }},
+        {"CRegUtil::OpenBase", Kind::kSystem, 2, L"No/Such", [&] { return !registry.OpenBase(false); }},
+        {"CRegUtil::WriteKeyInt", Kind::kSystem, 2, L"No/Such", [&] { return !registry.WriteKeyInt(L"a", 1); }},
+        {"CRegUtil::DeleteKey", Kind::kArgument, 87, L"No/Such", [&] { return !registry.DeleteKey(nullptr, false); }},
+        {"XImportRegistry", Kind::kData, 13, L"", [&] { return !XImportRegistry(L"no registry", imported); }},
+        {"XExportRegistry", Kind::kSystem, 2, L"No/Such",
+         [&] { return !XExportRegistry(L"No/Such", file, xEncodingUtf8, error); }},
+    });
+}
+
+TEST_F(LastFailure, OfArchivesAndDumpsSaysWhy)
+{
+    CMiniZip unpacked;
+    CZip zip;
+    CZipFileInfo info;
+    const Text out = m_folder.WidePath("out").c_str();
+    const auto openZip = [&](const std::wstring& path) {
+        return !zip.Open(path.c_str(), zipOpenReadOnly, false, nullptr);
+    };
+    Expect({
+        {"CZip::Open", Kind::kSystem, 2, m_missing, [&] { return openZip(m_missing); }},
+        {"CZip::Open", Kind::kData, 0, m_text, [&] { return openZip(m_text); }},
+        {"CZip::GetFileInfo", Kind::kArgument, 0, L"", [&] { return !zip.GetFileInfo(info, 0); }},
+        {"CZip::ExtractFile", Kind::kArgument, 0, L"",
+         [&] { return zip.ExtractFile(0, L".", false, nullptr, false) == zipFailed; }},
+        {"CZip::AddNewFile", Kind::kArgument, 0, L"", [&] { return !zip.AddNewFile(L"a", true, zipLevelDefault); }},
+        {"CMiniZip::ExtractZip", Kind::kSystem, 2, m_missing,
+         [&] { return !unpacked.ExtractZip(m_missingText, out, false); }},
+        {"CMiniZip::ExtractZip", Kind::kData, 0, m_text, [&] { return !unpacked.ExtractZip(m_textText, out, false); }},
+        {"CMiniZip::ExtractGZip", Kind::kData, 0, m_text,
+         [&] { return !unpacked.ExtractGZip(m_textText, out, false); }},
+        {"CMiniZip::ExtractZFile", Kind::kSystem, 2, m_missing,
+         [&] { return !unpacked.ExtractZFile(m_missingText, out, false); }},
+        {"XMinidump::Load", Kind::kSystem, 2, m_missing, [&] { return !XMinidump().Load(m_missing.c_str()); }},
+        {"XMinidump::Load", Kind::kData, 0, m_text, [&] { return !XMinidump().Load(m_text.c_str()); }},
+        {"XMinidump::Parse", Kind::kData, 0, L"", [&] { return !XMinidump().Parse({}); }},
+    });
+}
+
+TEST_F(LastFailure, IsLeftAloneByLookUpsAndSuccess)
+{
+    ASSERT_TRUE(m_store.SetInt(1, 1));
+    CStdioFileEx file(false);
+    CRegUtil registry(CRegUtil::kReadWrite);
+    ASSERT_TRUE(registry.SetPath(L"Some", true));
+    CZip zip;
+    ASSERT_TRUE(zip.Open(m_folder.WriteFile("a.zip", tev::test::RawZip({})).c_str(), zipOpenReadOnly, false, nullptr));
+    int number = 0;
+    unsigned count = 0;
+    unsigned long value = 0;
+    Text line;
+    XClearLastFailure();
+    EXPECT_FALSE(fileExists(m_missingText) || fileIsFile(m_missingText) || fileIsDirectory(m_missingText) ||
+                 fileIsSameFile(m_missingText, m_textText) || CMiniZip::IsZFile(m_missingText));
+    EXPECT_FALSE(m_store.GetInt(7, number, 0) || m_store.GetArray(7, count) != nullptr || m_store.RemoveCustom(7) ||
+                 m_store.ChangeID(7, 8) || m_store.CopyID(&m_store, 7));
+    EXPECT_FALSE(registry.GetKeyInt(L"a", value) || registry.KeyExists(L"a") || registry.DeleteValue(L"b", L"a") ||
+                 !registry.GetKeyString(L"a", false).IsEmpty() || registry.GetSubKeyInt(L"b", L"a", 0) != 0);
+    EXPECT_TRUE(zip.FindFile(L"a", true, false) == xZipNoEntry && zip.GetLastFailure() == XZipFailure::kNotFound);
+    EXPECT_TRUE(CXRuntimeClass::FindRuntimeClass("NoSuchClass") == nullptr &&
+                !CWatchFolder().StopWatching(m_missingText));
+    EXPECT_TRUE(file.Open(m_text.c_str(), CXFile::modeRead | CXFile::typeText) && file.ReadString(line));
+    EXPECT_FALSE(file.ReadString(line));
+    EXPECT_FALSE(XLastFailure()) << XLastFailure().GetOperation();
+    EXPECT_STREQ(XLastFailure().GetOperation(), "");
+}
+
+TEST_F(LastFailure, IsRecordedWithoutMemoryAndEachThreadsOwn)
+{
+    CXFile file(false);
+    const auto fail = [&] { return file.Open(m_missing.c_str(), CXFile::modeRead); };
+    EXPECT_FALSE(fail()); // the path's own memory is there from now on
+    XClearLastFailure();
+    tev::test::FailingAllocations none(1, true);
+    none.Run([&] { tev::NoteNoMemory("without memory", m_missing.c_str()); });
+    EXPECT_FALSE(none.HasFailed());
+    EXPECT_EQ(std::wstring(XLastFailure().GetPath()), m_missing);
+
+    std::atomic<int> wrong{0};
+    tev::test::OnThreads(8, [&](int thread) {
+        wrong += XLastFailure() ? 1 : 0;
+        const std::wstring own = L"thread " + std::to_wstring(thread);
+        for (int i = 0; i < 500; ++i)
+        {
+            tev::NoteBadData("a thread", own.c_str());
+            wrong += own != XLastFailure().GetPath();
+        }
+    });
+    EXPECT_EQ(wrong, 0);
+    EXPECT_STREQ(XLastFailure().GetOperation(), "without memory");
+    EXPECT_EQ(tev::test::ResultInChild([&] {
+                  const bool isInherited = XLastFailure().GetPath() == m_missing;
+                  return isInherited && !fail() && XLastFailure().GetSystemError() == 2 ? 0 : 1;
+              }),
+              0);
+}
+
+TEST_F(LastFailure, KeepsTheStartOfALongPathAndTellsThatItIsCut)
+{
+    for (const std::size_t length : {XFailure::kPathRoom, XFailure::kPathRoom + 1})
+    {
+        const std::wstring path(length, L'x');
+        tev::NoteSystemError("long", 2, path.c_str());
+        const XFailure failure = XLastFailure();
+        const bool isCut = length > XFailure::kPathRoom;
+        EXPECT_EQ(failure.IsPathCut(), isCut);
+        EXPECT_EQ(failure.GetPath(), path.substr(0, XFailure::kPathRoom));
+        EXPECT_EQ(failure.GetText().Find(L"x...") >= 0, isCut);
+    }
+    tev::NoteNoMemory("short");
+    EXPECT_TRUE(*XLastFailure().GetPath() == L'\0' && !XLastFailure().IsPathCut());
+}
+
+TEST(ExceptionText, SaysAllThatIsKnown)
+{
+    struct CMeshException : CXException
+    {
+        using CXException::CXException;
+    };
+    const CXFileException file(fileNotFound, L"a.obj");
+    const CXFileException said(fileDiskFull, L"b.obj", L"Save elsewhere.");
+    const CXArchiveException archive(archiveBadSchema, L"c.cus");
+    const CXInternetException internet(77, 12007);
+    const CXInternetException unknown(0, 12999);
+    const CXMemoryException memory;
+    const CXUserException user(L"At the second file.");
+    const CMeshException mesh(L"no vertex");
+    const struct
+    {
+        const CXException* exception;
+        const wchar_t* english;
+        const wchar_t* french;
+    } cases[] = {
+        {nullptr, L"", L""},
+        {&file, L"Cannot find a.obj.", L"Impossible de trouver a.obj."},
+        {&said, L"Cannot write b.obj: the disk is full. Save elsewhere.",
+         L"Impossible d'écrire b.obj : le disque est plein. Save elsewhere."},
+        {&archive, L"Cannot read c.cus: it was written by another version.",
+         L"Impossible de lire c.cus : il a été écrit par une autre version."},
+        {&internet, L"The name of the server was not found. (system error 12007, context 77)",
+         L"Le nom du serveur est introuvable. (erreur système 12007, contexte 77)"},
+        {&unknown, L"An internet operation failed. (system error 12999)",
+         L"Une opération Internet a échoué. (erreur système 12999)"},
+        {&memory, L"There is not enough memory.", L"La mémoire est insuffisante."},
+        {&user, L"The operation was cancelled. At the second file.", L"L'opération a été annulée. At the second file."},
+        {&mesh, L"The operation failed. no vertex", L"L'opération a échoué. no vertex"},
+    };
+    for (const auto& c : cases)
+    {
+        EXPECT_EQ(XGetExceptionText(c.exception, XLanguage::English), c.english);
+        EXPECT_EQ(XGetExceptionText(c.exception, XLanguage::French), c.french);
+    }
+}
+
+TEST(ReasonTexts, EachReasonHasItsOwnInBothLanguages)
+{
+    const auto expect = [](unsigned count, const auto& textOf) {
+        std::set<std::wstring> texts;
+        for (unsigned i = 0; i <= count; ++i)
+        {
+            const Text english = textOf(i, XLanguage::English);
+            EXPECT_EQ(english.IsEmpty(), i == count) << i;
+            EXPECT_EQ(english == textOf(i, XLanguage::French), i == count) << i;
+            EXPECT_TRUE(texts.insert(english.GetConstBuffer()).second) << i;
+        }
+    };
+    expect(19, [](unsigned i, XLanguage language) { return XGetText(XZipFailure(i), language); });
+    expect(10, [](unsigned i, XLanguage language) { return XGetText(CXExtractionFailure(i), language); });
+    expect(7, [](unsigned i, XLanguage language) { return XGetText(CXStreamDamage(i), language); });
+    expect(9, [](unsigned i, XLanguage language) { return XGetText(CXSkipReason(i), language); });
+    expect(6, [](unsigned i, XLanguage language) { return XGetText(XRegistryFault(i), language); });
+    EXPECT_EQ(XGetSystemErrorText(5, XLanguage::French), L"L'accès a été refusé.");
+    EXPECT_EQ(XGetSystemErrorText(7777, XLanguage::English), L"The system refused the operation. (system error 7777)");
+}
