@@ -334,12 +334,22 @@ TEST(CXRuntimeClass, VirtualSlotsStandInTheirOrder)
                                                     SlotOf(&CXArchiveException::GetErrorMessage),
                                                     SlotOf(&CXInternetException::GetErrorMessage)};
     EXPECT_EQ(exceptions, (std::vector<std::ptrdiff_t>{2, 3, 4, 5, 5, 5}));
-    const std::ptrdiff_t files[] = {
-        SlotOf(&CXFile::Open),        SlotOf(&CXFile::Seek),        SlotOf(&CXFile::SetLength),
-        SlotOf(&CXFile::GetLength),   SlotOf(&CXFile::Read),        SlotOf(&CXFile::Write),
-        SlotOf(&CXFile::Flush),       SlotOf(&CXFile::Close),       SlotOf(&CXFile::Abort),
-        SlotOf(&CXFile::SetFilePath), SlotOf(&CXFile::GetFileName), SlotOf(&CXFile::GetFilePath),
-        SlotOf(&File::BufferCommand), SlotOf(&CXFile::GetPosition), SlotOf(&File::GrowBuffer)};
+    bool (CXFile::*const open)(const wchar_t*, unsigned, CXFileException*) = &CXFile::Open; // not the overloads
+    const std::ptrdiff_t files[] = {SlotOf(open),
+                                    SlotOf(&CXFile::Seek),
+                                    SlotOf(&CXFile::SetLength),
+                                    SlotOf(&CXFile::GetLength),
+                                    SlotOf(&CXFile::Read),
+                                    SlotOf(&CXFile::Write),
+                                    SlotOf(&CXFile::Flush),
+                                    SlotOf(&CXFile::Close),
+                                    SlotOf(&CXFile::Abort),
+                                    SlotOf(&CXFile::SetFilePath),
+                                    SlotOf(&CXFile::GetFileName),
+                                    SlotOf(&CXFile::GetFilePath),
+                                    SlotOf(&File::BufferCommand),
+                                    SlotOf(&CXFile::GetPosition),
+                                    SlotOf(&File::GrowBuffer)};
     for (std::size_t i = 0; i < std::size(files); ++i)
         EXPECT_EQ(files[i], static_cast<std::ptrdiff_t>(4 + i));
 }
