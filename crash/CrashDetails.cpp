@@ -45,7 +45,7 @@ std::string CauseText(const CrashRecord& record)
     return known == std::end(kTypeNames) ? "" : known->name;
 }
 
-std::string TimeText(const std::string& seconds)
+std::string RecordedTimeText(const std::string& seconds)
 {
     std::tm parts = {};
     char text[40];
@@ -66,7 +66,7 @@ std::string ComposeDetails(const CrashRecord& record)
     add("Application", Utf8(record.m_name));
     add("Version", Utf8(record.m_version));
     add("Program", Utf8(record.m_product));
-    add("Time", TimeText(Detail(record, crashdetail::kTime)));
+    add("Time", RecordedTimeText(Detail(record, crashdetail::kTime)));
     add("Running for", Detail(record, crashdetail::kUptime), " s");
     add("Cause", CauseText(record));
     add("Signal", Detail(record, crashdetail::kSignal));
