@@ -89,11 +89,17 @@ class ArrayPrinter(Printer):
             yield "[%d]" % index, gdb.Value(address).cast(pointer).dereference()
 
 
+def entry_type(slot):
+    """The class that has the fields of a slot: itself, or its base."""
+    first = slot.fields()[0]
+    return entry_type(first.type.strip_typedefs()) if first.is_base_class else slot
+
+
 class MapPrinter(Printer):
     def __init__(self, view, description):
         super().__init__(view, description)
         try:
-            self.is_map = any(field.name == "m_value" for field in self.members(view.target("m_slots")))
+            self.is_map = any(field.name == "m_value" for field in self.members(entry_type(view.target("m_slots"))))
         except Exception:
             self.is_map = False
 
@@ -113,7 +119,7 @@ class MapPrinter(Printer):
         return guarded(self.entries(), self.is_map)
 
     def entries(self):
-        slot_type = self.view.target("m_slots")
+        slot_type = entry_type(self.view.target("m_slots"))
         (state,) = (field.bitpos // 8 for field in slot_type.fields() if field.name == "m_state")
         for index, address in enumerate(values.map_slots(self.view, state)):
             slot = gdb.Value(address).cast(slot_type.pointer()).dereference()

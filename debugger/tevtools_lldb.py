@@ -144,9 +144,14 @@ class ArrayChildren(Children):
             yield self.make("[%d]" % index, address, element)
 
 
+def entry_type(slot):
+    """The class that has the fields of a slot: itself, or its base."""
+    return entry_type(slot.GetDirectBaseClassAtIndex(0).GetType()) if slot.GetNumberOfDirectBaseClasses() else slot
+
+
 class MapChildren(Children):
     def find(self):
-        slot_type = self.view.target("m_slots")
+        slot_type = entry_type(self.view.target("m_slots"))
         (state,) = (field.GetOffsetInBytes() for field in slot_type.fields if field.GetName() == "m_state")
         for index, address in enumerate(values.map_slots(self.view, state)):
             slot = self.make("slot", address, slot_type)

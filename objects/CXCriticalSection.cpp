@@ -3,8 +3,10 @@
 #include "platform/AddressWait.h"
 #include "platform/ForkHandlers.h"
 #include "platform/ThreadLocks.h"
+#include "platform/Threads.h"
 
 #include <chrono>
+#include <functional>
 #include <utility>
 
 namespace
@@ -192,8 +194,24 @@ struct ObjectLocks
     static void Delist(const ObjectLock& lock) noexcept
     {
         const LockGuard guard(s_lock);
-        if (lock.m_process != s_process)
-            return;
+        if (lock.m_process == s_process)
+            TakeOut(lock);
+    }
+    /// Those on the stack of a thread that was killed are not destroyed, and their memory is used for something else.
+    static void DelistKilled(const void* low, const void* high) noexcept
+    {
+        const LockGuard guard(s_lock);
+        const std::less<const void*> isBelow;
+        for (const ObjectLock* lock = s_first; lock != nullptr; lock = lock->m_next)
+        {
+            if (!isBelow(lock, low) && isBelow(lock, high))
+                TakeOut(*lock);
+        }
+    }
+
+private:
+    static void TakeOut(const ObjectLock& lock) noexcept
+    {
         (lock.m_previous == nullptr ? s_first : lock.m_previous->m_next) = lock.m_next;
         if (lock.m_next != nullptr)
             lock.m_next->m_previous = lock.m_previous;
@@ -209,6 +227,7 @@ namespace
 {
 const platform::ForkHandler g_forkOfObjectLocks(platform::ForkRank::ObjectLocks, &ObjectLocks::BeforeFork,
                                                 &ObjectLocks::InParent, &ObjectLocks::InChild);
+const bool g_isKilledHookSet = (platform::SetKilledStackHook(&ObjectLocks::DelistKilled), true);
 } // namespace
 
 ObjectLock::ObjectLock(std::uint64_t weight) noexcept : CXCriticalSection(weight)

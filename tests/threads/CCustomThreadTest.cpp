@@ -4,6 +4,7 @@
 #include "platform/Threads.h"
 #include "services/CWatchFolder.h"
 #include "services/StartUp.h"
+#include "settings/CCustomData.h"
 #include "tests/support/Eventually.h"
 #include "tests/support/ForkedChild.h"
 #include "tests/support/Sanitized.h"
@@ -201,15 +202,22 @@ TEST_F(CCustomThreads, VictimsCannotBlockTheTermination)
                  for (const unsigned codePage :
                       {1250u, 1251u, 1253u, 1254u, 932u, 936u, 949u, 437u}) // not all kept open
                      ConvertOnce(codePage);
+                 CXThread::SleepCurrentThread(1);
              }
          },
          0, false},
         {"watches folders",
          [](Worker&) {
-             for (;;)
+             for (;; CXThread::SleepCurrentThread(1))
                  WatchOnce();
          },
          0, false},
+        {"has a store on its stack",
+         [](Worker& self) {
+             const CCustomData store;
+             Forever(self);
+         },
+         0, true},
         {"never leaves the C library",
          [](Worker&) {
              static pthread_spinlock_t taken;
@@ -244,6 +252,7 @@ TEST_F(CCustomThreads, VictimsCannotBlockTheTermination)
         // Locks that the victim could not release would make these wait for ever.
         ConvertOnce(950);
         WatchOnce();
+        EXPECT_EQ(tev::test::ResultInChild([] { return 0; }), 0) << "a fork looks at all stores";
     }
     lock.Unlock();
 }

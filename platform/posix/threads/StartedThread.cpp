@@ -87,6 +87,15 @@ void KeepOwnThreadOnly()
 
 const ForkHandler g_forkOfThreads(ForkRank::StartedThreads, &LockRunning, &UnlockRunning, &KeepOwnThreadOnly);
 
+void (*g_killedStackHook)(const void* low, const void* high) noexcept = nullptr;
+
+void ReportKilledStack(const StartedThread& self) noexcept
+{
+    const char* const high = static_cast<const char*>(__builtin_frame_address(0));
+    if (g_killedStackHook != nullptr)
+        g_killedStackHook(high - self.m_stackSize, high);
+}
+
 // No object with a destructor may be in this function: a killed thread jumps back to it from anywhere.
 void RunProcedure(StartedThread& self)
 {
@@ -105,6 +114,10 @@ void RunProcedure(StartedThread& self)
         {
             NoteKilled(self);
         }
+    }
+    else
+    {
+        ReportKilledStack(self);
     }
     SetStoppableThread(nullptr);
 }
@@ -186,6 +199,11 @@ std::uint64_t CurrentThreadId() noexcept
     return t_threadId;
 }
 
+void SetKilledStackHook(void (*hook)(const void* low, const void* high) noexcept) noexcept
+{
+    g_killedStackHook = hook;
+}
+
 void SleepThisThread(unsigned milliseconds)
 {
     timespec left = {static_cast<time_t>(milliseconds / 1000), static_cast<long>(milliseconds % 1000) * 1000000};
@@ -214,6 +232,7 @@ StartedThread* StartThread(const ThreadProcedure& procedure, void* argument, std
             const auto least = static_cast<std::size_t>(std::max(sysconf(_SC_THREAD_STACK_MIN), 0L)) + kOwnStackUse;
             started = pthread_attr_setstacksize(&attributes, std::max(stackSize, least)) == 0;
         }
+        started = started && pthread_attr_getstacksize(&attributes, &thread->m_stackSize) == 0;
         started = started && pthread_create(&thread->m_thread, &attributes, &Enter, thread) == 0;
         pthread_attr_destroy(&attributes);
     }

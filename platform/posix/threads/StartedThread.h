@@ -48,6 +48,7 @@ struct StartedThread
     std::atomic<unsigned> m_killedExitCode{0};
     std::atomic<unsigned> m_refusals{0}; ///< how often in a row it could not stop because of a lock
     sigjmp_buf m_end{};                  ///< where a killed thread jumps to
+    std::size_t m_stackSize = 0;
     StartedThread* m_next = nullptr;
     StartedThread* m_previous = nullptr;
 };
