@@ -146,7 +146,7 @@ if(NOT TEVTOOLS_SANITIZE)
     set(compilers "${CMAKE_CXX_COMPILER}" ${TEVTOOLS_OTHER_COMPILER})
     list(REMOVE_DUPLICATES compilers)
     add_test(NAME compile.lines COMMAND Python3::Interpreter "${PROJECT_SOURCE_DIR}/tests/compile/check-lines" ${compilers})
-    set_tests_properties(compile.lines PROPERTIES TIMEOUT 600)
+    set_tests_properties(compile.lines PROPERTIES TIMEOUT 600 COST 900)
 endif()
 
 # Values as gdb and lldb show them. The program is described as far as compilers do it by themselves; lldb needs more of

@@ -324,6 +324,7 @@ void CStdioFileEx::CheckCarriageReturns()
         return; // and what cannot seek need not go back
     char mark[sizeof(kUtf8Mark)];
     CXStdioFile::Read(mark, m_markSize); // where it is no whole number of characters, they begin behind it
+    // The position of the file itself. NOLINTNEXTLINE(bugprone-parent-virtual-call)
     const bool seeks = CXFile::GetPosition() != tev::platform::kNoPosition;
     m_carriageReturnMode = LineHoldsReturn(TextEncoding());
     if (CXStdioFile::Seek(0, begin) != tev::platform::kNoPosition)

@@ -11,6 +11,11 @@
 
 namespace
 {
+using tev::platform::AddLockWeight;
+using tev::platform::t_threadLocks;
+using tev::platform::TakeLockWeight;
+using tev::platform::ThreadLocks;
+
 constexpr std::uint32_t kFree = 0;
 constexpr std::uint32_t kHeld = 1;
 constexpr std::uint32_t kAwaited = 2;
@@ -20,15 +25,23 @@ constexpr std::uint32_t kForkStep = 4;
 std::uint32_t g_fork = 0;                     ///< in the bits of a lock's state above those of the constants
 std::uint64_t g_survivor = ~std::uint64_t{0}; ///< the number of the thread that made the fork
 
+// Threads that hold no lock take none while this is not 0, so that a fork gets all that it waits for.
+std::atomic<std::uint32_t> g_forksThatWait{0};
+thread_local bool t_isForking TEV_NEAR_THREAD_LOCAL = false;
+
+constexpr std::chrono::milliseconds kForkWait{100}; ///< for all object locks together
+
+void LetForkPass(const ThreadLocks& mine) noexcept
+{
+    const std::uint32_t forks = g_forksThatWait.load(std::memory_order_relaxed);
+    if (forks != 0 && !t_isForking && mine.held.load(std::memory_order_relaxed) == 0)
+        tev::platform::WaitWhile(g_forksThatWait, forks, kForkWait);
+}
+
 constexpr std::uint32_t ForkOf(std::uint32_t state) noexcept
 {
     return state & ~(kForkStep - 1);
 }
-
-using tev::platform::AddLockWeight;
-using tev::platform::t_threadLocks;
-using tev::platform::TakeLockWeight;
-using tev::platform::ThreadLocks;
 
 // Only the owner writes the count, so it needs no atomic addition.
 void Add(std::atomic<int>& count, int difference) noexcept
@@ -46,6 +59,7 @@ bool CXCriticalSection::Lock()
     ThreadLocks& mine = t_threadLocks;
     if (m_owner.load(std::memory_order_relaxed) != mine.number)
     {
+        LetForkPass(mine);
         AddLockWeight(mine, m_weight);
         if (!TryTake())
             WaitForLock();
@@ -147,8 +161,6 @@ namespace tev
 /// other threads are no more.
 struct ObjectLocks
 {
-    static constexpr std::chrono::milliseconds kForkWait{100}; ///< for all together
-
     static LibraryLock s_lock;
     static ObjectLock* s_first;
     static std::uint32_t s_process;
@@ -156,13 +168,18 @@ struct ObjectLocks
 
     static void BeforeFork() X_NO_THREAD_SAFETY_ANALYSIS
     {
+        t_isForking = true;
+        g_forksThatWait.fetch_add(1);
         s_lock.Lock();
         const auto end = std::chrono::steady_clock::now() + kForkWait;
         for (ObjectLock* lock = s_first; lock != nullptr; lock = lock->m_next)
         {
             while (!(lock->m_isHeldByFork = lock->TryLock()) && std::chrono::steady_clock::now() < end)
-                platform::WaitWhile(s_nobodyWakes, 0, std::chrono::microseconds(100));
+                platform::WaitWhile(s_nobodyWakes, 0, std::chrono::microseconds(50));
         }
+        t_isForking = false;
+        g_forksThatWait.fetch_sub(1);
+        platform::WakeAll(g_forksThatWait);
     }
     static void InParent() X_NO_THREAD_SAFETY_ANALYSIS
     {
@@ -177,6 +194,7 @@ struct ObjectLocks
     {
         g_survivor = platform::NumberOfThisThread();
         g_fork += kForkStep;
+        g_forksThatWait.store(0); // another thread may have been waiting, too
         ++s_process;
         InParent();
         s_first = nullptr;

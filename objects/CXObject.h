@@ -112,13 +112,13 @@ private:
 #define X_DECLARE_CLASS(Class)                                                                                         \
     static const CXRuntimeClass xClassRecord;                                                                          \
     static const XClassDeclaration xClassDeclaration;                                                                  \
-    static constexpr const CXRuntimeClass& classCreator##Class = xClassRecord;                                         \
+    [[maybe_unused]] static constexpr const CXRuntimeClass& classCreator##Class = xClassRecord;                        \
     X_DECLARE_CLASS_QUERIES(Class)
 
 // Of the library's own classes, whose records are exported under these names.
 #define X_DECLARE_LIBRARY_CLASS(Class)                                                                                 \
     static const CXRuntimeClass classCreator##Class;                                                                   \
-    static constexpr const CXRuntimeClass& xClassRecord = classCreator##Class;                                         \
+    [[maybe_unused]] static constexpr const CXRuntimeClass& xClassRecord = classCreator##Class;                        \
     X_DECLARE_CLASS_QUERIES(Class)
 
 #define X_DECLARE_CLASS_QUERIES(Class)                                                                                 \

@@ -14,7 +14,7 @@ void LetWrite(void* pages, std::size_t size, bool isWritable) noexcept;
 /// static storage duration, on pages of its own that can be written to only while Change is under way.
 /// Read by any thread at any time, so DATA has atomic members where that matters; changed by one at a time.
 template <class DATA>
-class alignas(kSealedPage) SealedData
+class alignas(kSealedPage) SealedData // NOLINT(clang-analyzer-optin.performance.Padding): pages of its own are meant
 {
 public:
     constexpr SealedData() noexcept = default;

@@ -266,9 +266,12 @@ TEST_F(LogFile, TheStartOfAnApplicationIsLogged)
     InitFerngateApplication();
     EXPECT_EQ(tev::MainThreadId(), tev::platform::CurrentThreadId());
     const std::string count = std::to_string(OMPGetMaxThreadCount());
-    EXPECT_EQ(Messages("a.log"), "InitFerngateApplication\n" + count +
+    // Clashes of names of classes may follow.
+    EXPECT_EQ(Messages("a.log").find("InitFerngateApplication\n" + count +
                                      " core will be used by default (use OMPSetMaxThreadCount, or define "
-                                     "OMP_NUM_THREADS under linux, to change the behavior)\n");
+                                     "OMP_NUM_THREADS under linux, to change the behavior)\n"),
+              0u)
+        << Messages("a.log");
     tev::SetMainThreadId(0);
     InitTevTools();
     EXPECT_EQ(GetApplicationMainThreadID(), tev::platform::CurrentThreadId());
