@@ -21,6 +21,15 @@ constexpr std::uint32_t kHeld = 1;
 constexpr std::uint32_t kAwaited = 2;
 constexpr std::uint32_t kForkStep = 4;
 
+// The address sanitizer may keep local objects elsewhere, where those of killed threads are not found.
+#if defined(__SANITIZE_ADDRESS__)
+constexpr bool kAreLocalsOnStacks = false;
+#elif defined(__has_feature)
+constexpr bool kAreLocalsOnStacks = !__has_feature(address_sanitizer);
+#else
+constexpr bool kAreLocalsOnStacks = true;
+#endif
+
 // Both change only in a forked child, which has one thread then.
 std::uint32_t g_fork = 0;                     ///< in the bits of a lock's state above those of the constants
 std::uint64_t g_survivor = ~std::uint64_t{0}; ///< the number of the thread that made the fork
@@ -202,6 +211,8 @@ struct ObjectLocks
 
     static void Enlist(ObjectLock& lock) noexcept
     {
+        if (!kAreLocalsOnStacks)
+            return;
         const LockGuard guard(s_lock);
         lock.m_process = s_process;
         lock.m_next = s_first;

@@ -78,7 +78,7 @@ private:
     // In the list of all.
     ObjectLock* m_previous = nullptr;
     ObjectLock* m_next = nullptr;
-    std::uint32_t m_process = 0; ///< the fork since which it is in the list
+    std::uint32_t m_process = ~0u; ///< the fork since which it is in the list
     bool m_isHeldByFork = false;
 };
 

@@ -251,6 +251,8 @@ TEST_F(ExtractionFailure, AFailureAfterAPartIsNoDamage)
 
 TEST_F(ExtractionFailure, LackOfMemoryWhileWritingIsNoFullDisk)
 {
+    if (kIsSanitized)
+        GTEST_SKIP() << "a sanitizer writes, too";
     if (!CanForbidUnnamedFiles())
         GTEST_SKIP() << "the system does not permit to filter its calls";
     m_folder.WriteFile("noise", Noise(1'200'000));
