@@ -252,7 +252,10 @@ TEST_F(CCustomThreads, VictimsCannotBlockTheTermination)
         // Locks that the victim could not release would make these wait for ever.
         ConvertOnce(950);
         WatchOnce();
-        EXPECT_EQ(tev::test::ResultInChild([] { return 0; }), 0) << "a fork looks at all stores";
+        if (!tev::test::kIsSanitized) // which report the threads that the child lacks
+        {
+            EXPECT_EQ(tev::test::ResultInChild([] { return 0; }), 0) << "a fork looks at all stores";
+        }
     }
     lock.Unlock();
 }
