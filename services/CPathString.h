@@ -9,8 +9,8 @@
 #include <utility>
 
 /// A path. It is made from std::filesystem::path and becomes one, so that it can be given to the functions of that library;
-/// a character of U+DC80 to U+DCFF is the byte 0x80 to 0xFF of a name that is not UTF-8. Both '/' and '\' separate components; composed paths get the system's separator. A value: one thread at a
-/// time.
+/// a character of U+DC80 to U+DCFF is the byte 0x80 to 0xFF of a name that is not UTF-8. Both '/' and '\' separate
+/// components; composed paths get the system's separator. A value: one thread at a time.
 class TEVTOOLS_API CPathString : public CXTString<wchar_t>
 {
 public:
