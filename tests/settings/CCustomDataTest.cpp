@@ -25,6 +25,8 @@
 #include <thread>
 #include <vector>
 
+#include <pthread.h>
+
 namespace
 {
 using namespace std::string_literals;
@@ -483,6 +485,34 @@ TEST(CCustomData, IsWholeInAChildOfABusyProcess)
         return true;
     };
     EXPECT_EQ(ForkWhileBusy(act, [&] { return AreWellFormed(stores) && act() && stores[0].SetInt(1, 2); }), 0);
+}
+
+std::atomic<bool> g_forkBegins{false};
+
+TEST(CCustomData, AForkWaitsForAThreadThatIsChangingAStore)
+{
+    if (kIsSanitized)
+        GTEST_SKIP() << kNoBusyFork;
+    ASSERT_EQ(pthread_atfork([] { g_forkBegins = true; }, nullptr, nullptr), 0);
+    CCustomData store;
+    store.SetInt(1, 2);
+    std::atomic<bool> isHalfChanged{false};
+    std::thread changer([&] {
+        const tev::LockGuard held(*store.GetThreadLock());
+        unsigned size = 0;
+        void* const block = store.Detach(size);
+        g_forkBegins = false;
+        isHalfChanged = true;
+        EXPECT_TRUE(Eventually([] { return g_forkBegins.load(); }));
+        EXPECT_TRUE(store.Attach(block, size));
+    });
+    EXPECT_TRUE(Eventually([&isHalfChanged] { return isHalfChanged.load(); }));
+    EXPECT_EQ(ResultInChild([&store] {
+                  int value = 0;
+                  return store.GetInt(1, value, 0) && value == 2 ? 0 : 1;
+              }),
+              0);
+    changer.join();
 }
 
 // The analysis does not follow a lock into another process.
