@@ -9,7 +9,9 @@
 #include <any>
 #include <array>
 #include <cstdint>
+#include <cstdlib>
 #include <fstream>
+#include <mutex>
 #include <numeric>
 #include <random>
 #include <string>
@@ -193,10 +195,16 @@ class OurFile : public Ours
 public:
     explicit OurFile(const TempFolder& folder) : m_path(folder.WidePath("prefs")) {}
 
-    void Save() { m_store.SaveToPrefs(m_path.c_str(), 1, 2); }
-    void Load() { m_store.LoadFromPrefs(m_path.c_str(), 1, 2, true); }
+    void Save() { Check(m_store.SaveToPrefs(m_path.c_str(), 1, 2)); }
+    void Load() { Check(m_store.LoadFromPrefs(m_path.c_str(), 1, 2, true)); }
 
 private:
+    static void Check(bool isDone)
+    {
+        if (!isDone)
+            std::abort();
+    }
+
     std::wstring m_path;
 };
 
@@ -275,6 +283,51 @@ void Get(benchmark::State& state)
         for (const auto& key : keys)
         {
             if (!store.Get(key, value))
+                state.SkipWithError("wrong answer");
+            benchmark::DoNotOptimize(value);
+        }
+    }
+    CountValues(state, keys.size());
+}
+
+// One store that several threads read. Ours locks itself; the peers are guarded as a program would do it, by a mutex that a
+// thread may take again.
+template <class STORE>
+struct Guarded
+{
+    STORE m_store;
+    std::recursive_mutex m_mutex;
+
+    bool Get(const typename STORE::Key& key, int& value)
+    {
+        const std::lock_guard<std::recursive_mutex> lock(m_mutex);
+        return m_store.Get(key, value);
+    }
+};
+
+template <>
+struct Guarded<Ours>
+{
+    Ours m_store;
+
+    bool Get(unsigned key, int& value) const { return m_store.Get(key, value); }
+};
+
+template <class STORE>
+void GetShared(benchmark::State& state)
+{
+    static Guarded<STORE> shared;
+    static const auto keys = [] {
+        auto all = Keys<STORE>(1000);
+        Fill<int>(shared.m_store, all);
+        return all;
+    }();
+    int value = 0;
+    for (auto _ : state)
+    {
+        for (const auto& key : keys)
+        {
+            if (!shared.Get(key, value))
                 state.SkipWithError("wrong answer");
             benchmark::DoNotOptimize(value);
         }
@@ -486,6 +539,11 @@ void RegisterStore(const std::string& who)
         benchmark::RegisterBenchmark(("StoreBuild/" + who).c_str(), Build<STORE>)->Arg(count);
         benchmark::RegisterBenchmark(("StoreResize/" + who).c_str(), Resize<STORE>)->Arg(count);
     }
+    for (const int threads : {1, 4})
+        benchmark::RegisterBenchmark(("StoreGetShared/" + std::to_string(threads) + "_threads/" + who).c_str(),
+                                     GetShared<STORE>)
+            ->Threads(threads)
+            ->UseRealTime();
     benchmark::RegisterBenchmark(("StoreMemory/" + who).c_str(), Memory<STORE>)->Arg(100000)->Iterations(1);
 }
 

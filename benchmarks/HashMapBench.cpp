@@ -232,12 +232,11 @@ std::uint32_t KeyOfHash(std::uint32_t h)
     return (h + 1) * inverse((1U << 18) - 1);
 }
 
-// Keys whose homes in CHashMap's table for that many entries are as few slots as there can be. The hash and the probing
-// are fixed, since they decide the order of a walk, so the map cannot evade them; to the others these keys are random.
-template <class MAP>
-void Crafted(benchmark::State& state)
+// Keys whose homes in CHashMap's table for that many entries are as few slots as there can be, so that each search passes
+// many of them. The hash and the probing are fixed, since they decide the order of a walk; to the others these keys are
+// random.
+std::vector<std::uint32_t> CraftedKeys(std::size_t count)
 {
-    const auto count = static_cast<std::size_t>(state.range(0));
     std::uint64_t size = 0;
     {
         CHashMap<unsigned, unsigned, int> map;
@@ -251,6 +250,13 @@ void Crafted(benchmark::State& state)
         for (std::uint64_t hash = home; hash < (std::uint64_t(1) << 32) && keys.size() < count; hash += size)
             keys.push_back(KeyOfHash(static_cast<std::uint32_t>(hash)));
     }
+    return keys;
+}
+
+template <class MAP>
+void CraftedInsert(benchmark::State& state)
+{
+    const auto keys = CraftedKeys(static_cast<std::size_t>(state.range(0)));
     for (auto _ : state)
     {
         MAP map;
@@ -258,7 +264,25 @@ void Crafted(benchmark::State& state)
             map.Put(key, 1);
         benchmark::DoNotOptimize(map);
     }
-    CountEntries(state, count);
+    CountEntries(state, keys.size());
+}
+
+template <class MAP>
+void CraftedHit(benchmark::State& state)
+{
+    const auto keys = CraftedKeys(static_cast<std::size_t>(state.range(0)));
+    MAP map;
+    for (const std::uint32_t key : keys)
+        map.Put(key, 1);
+    for (auto _ : state)
+    {
+        std::size_t found = 0;
+        for (const std::uint32_t key : keys)
+            found += map.Has(key);
+        if (found != keys.size())
+            state.SkipWithError("wrong answer");
+    }
+    CountEntries(state, keys.size());
 }
 
 template <class MAP>
@@ -279,8 +303,14 @@ void RegisterMap(const char* who, const char* keys, const std::vector<std::int64
                                          kind.m_run)
                 ->Arg(count);
     if constexpr (!MAP::kTexts)
-        benchmark::RegisterBenchmark((std::string("MapCrafted/") + who + "/" + keys).c_str(), Crafted<MAP>)
-            ->Arg(1000000);
+    {
+        for (const std::int64_t count : {100000, 1000000})
+        {
+            benchmark::RegisterBenchmark((std::string("MapCraftedInsert/") + who).c_str(), CraftedInsert<MAP>)
+                ->Arg(count);
+            benchmark::RegisterBenchmark((std::string("MapCraftedHit/") + who).c_str(), CraftedHit<MAP>)->Arg(count);
+        }
+    }
 }
 
 const bool kRegistered = [] {
