@@ -86,6 +86,7 @@
 #include "services/LogFile.h"
 #include "services/Paths.h"
 #include "services/StartUp.h"
+#include "services/Version.h"
 
 #include "ui/CLogInfo.h"
 #include "ui/CUserInterface.h"

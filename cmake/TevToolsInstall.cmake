@@ -1,51 +1,48 @@
-# Installs the library, the public headers in their rooms, the CMake package, the pkg-config file, the tool and what
-# debuggers load.
+# Installs, in components of their own: what programs need to run (runtime), what they are built with (development), the
+# tool (tool); and for each component of the CMake package, TevTools<Component>Targets.cmake.
 
 include(CMakePackageConfigHelpers)
 
-install(TARGETS TevTools EXPORT TevToolsTargets)
-install(TARGETS tev-crash-helper)
+set(package_dir "${CMAKE_INSTALL_LIBDIR}/cmake/TevTools")
+function(tevtools_install_component component target)
+    install(TARGETS ${target} EXPORT TevTools${component} ${ARGN}
+        ARCHIVE COMPONENT development
+        LIBRARY COMPONENT runtime NAMELINK_COMPONENT development)
+    install(EXPORT TevTools${component} NAMESPACE TevTools:: FILE TevTools${component}Targets.cmake
+        DESTINATION "${package_dir}" COMPONENT development)
+endfunction()
+
+tevtools_install_component(Core TevTools)
+install(TARGETS tev-crash-helper RUNTIME COMPONENT runtime)
+if(TARGET TevToolsStatic)
+    tevtools_install_component(Static TevToolsStatic)
+endif()
 if(TARGET tev)
-    install(TARGETS tev)
+    install(TARGETS tev RUNTIME COMPONENT tool)
 endif()
 
-install(FILES TevTools.h DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/TevTools")
+install(FILES TevTools.h DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/TevTools" COMPONENT development)
 foreach(header IN LISTS tevtools_public_headers tevtools_standalone_headers)
     get_filename_component(room "${header}" DIRECTORY)
-    install(FILES "${header}" DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/TevTools/${room}")
+    install(FILES "${header}" DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/TevTools/${room}" COMPONENT development)
 endforeach()
 
-set(package_dir "${CMAKE_INSTALL_LIBDIR}/cmake/TevTools")
-install(EXPORT TevToolsTargets NAMESPACE TevTools:: DESTINATION "${package_dir}")
 configure_package_config_file(cmake/TevToolsConfig.cmake.in TevToolsConfig.cmake INSTALL_DESTINATION "${package_dir}")
-write_basic_package_version_file(TevToolsConfigVersion.cmake COMPATIBILITY SameMinorVersion)
+configure_file(cmake/TevToolsConfigVersion.cmake.in TevToolsConfigVersion.cmake @ONLY)
 install(FILES
     "${CMAKE_CURRENT_BINARY_DIR}/TevToolsConfig.cmake"
     "${CMAKE_CURRENT_BINARY_DIR}/TevToolsConfigVersion.cmake"
-    DESTINATION "${package_dir}")
+    cmake/TevToolsStaticDependencies.cmake
+    DESTINATION "${package_dir}" COMPONENT development)
 
 # Relative to the file itself, so that an installed tree can be moved.
 file(RELATIVE_PATH pkgconfig_prefix "${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig" "${CMAKE_INSTALL_PREFIX}")
-configure_file(cmake/TevTools.pc.in TevTools.pc @ONLY)
-install(FILES "${CMAKE_CURRENT_BINARY_DIR}/TevTools.pc" DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
-
-# gdb loads the script that lies beside the library and has its name, or the one in a folder of its own for libraries of
-# the system. The script finds the modules relative to itself, so that an installed tree can be moved.
-set(debugger_dir "${CMAKE_INSTALL_DATADIR}/TevTools/debugger")
-install(FILES
-    debugger/tevtools_values.py debugger/tevtools_gdb.py debugger/tevtools_lldb.py debugger/TevTools.natvis
-    DESTINATION "${debugger_dir}")
-if(UNIX AND NOT APPLE)
-    set(autoload_dir "${CMAKE_INSTALL_LIBDIR}")
-    if(CMAKE_INSTALL_PREFIX STREQUAL "/usr")
-        set(autoload_dir "${CMAKE_INSTALL_DATADIR}/gdb/auto-load/usr/${CMAKE_INSTALL_LIBDIR}")
+list(TRANSFORM OpenMP_CXX_LIB_NAMES PREPEND "-l" OUTPUT_VARIABLE pkgconfig_openmp)
+list(JOIN pkgconfig_openmp " " pkgconfig_openmp)
+foreach(package IN ITEMS TevTools TevTools-static)
+    configure_file(cmake/${package}.pc.in ${package}.pc @ONLY)
+    if(package STREQUAL "TevTools" OR TARGET TevToolsStatic)
+        install(FILES "${CMAKE_CURRENT_BINARY_DIR}/${package}.pc" DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig"
+            COMPONENT development)
     endif()
-    file(RELATIVE_PATH gdb_modules "/prefix/${autoload_dir}" "/prefix/${debugger_dir}")
-    configure_file(debugger/autoload.py.in autoload-installed.py @ONLY)
-    install(FILES "${CMAKE_CURRENT_BINARY_DIR}/autoload-installed.py" DESTINATION "${autoload_dir}"
-        RENAME "$<TARGET_FILE_NAME:TevTools>-gdb.py")
-    # For programs of the build tree.
-    set(gdb_modules "${PROJECT_SOURCE_DIR}/debugger")
-    configure_file(debugger/autoload.py.in autoload-built.py @ONLY)
-    file(GENERATE OUTPUT "$<TARGET_FILE:TevTools>-gdb.py" INPUT "${CMAKE_CURRENT_BINARY_DIR}/autoload-built.py")
-endif()
+endforeach()

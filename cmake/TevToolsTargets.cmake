@@ -14,6 +14,10 @@ function(tevtools_configure target)
     if(TEVTOOLS_STRICT_WARNINGS)
         target_compile_options(${target} PRIVATE ${tevtools_warnings})
     endif()
+    if(TEVTOOLS_DEBUG_FILES)
+        target_compile_options(${target} PRIVATE
+            -g "-fdebug-prefix-map=${PROJECT_SOURCE_DIR}=." "-fdebug-prefix-map=${PROJECT_BINARY_DIR}=.")
+    endif()
     if(TEVTOOLS_SANITIZE)
         target_compile_options(${target} PRIVATE
             -fsanitize=${TEVTOOLS_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
@@ -34,4 +38,18 @@ function(tevtools_unify_rooms target)
         string(REGEX REPLACE "/.*" "" room "${room}")
         set_source_files_properties("${source}" PROPERTIES UNITY_GROUP ${room})
     endforeach()
+endfunction()
+
+# Where wanted, what debuggers need is moved out of the linked file into NAME.debug beside it, which debuggers find by the
+# link that is left. Nothing in it names a folder of this machine.
+function(tevtools_split_debug_information target)
+    if(NOT TEVTOOLS_DEBUG_FILES)
+        return()
+    endif()
+    set(file "$<TARGET_FILE:${target}>")
+    add_custom_command(TARGET ${target} POST_BUILD
+        COMMAND "${CMAKE_OBJCOPY}" --only-keep-debug "${file}" "${file}.debug"
+        COMMAND "${CMAKE_STRIP}" --strip-unneeded "${file}"
+        COMMAND "${CMAKE_OBJCOPY}" "--add-gnu-debuglink=${file}.debug" "${file}"
+        VERBATIM)
 endfunction()

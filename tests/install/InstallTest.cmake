@@ -1,5 +1,5 @@
 # Installs the build into a scratch folder, moves it, and builds a small foreign project against it: with the CMake
-# package and with pkg-config.
+# package and with pkg-config, the shared library and the static one. Then the project takes the source tree as a part.
 
 set(scratch "${BUILD_DIR}/install-test")
 set(prefix "${scratch}/moved")
@@ -17,19 +17,38 @@ file(RENAME "${scratch}/installed" "${prefix}")
 run("${CMAKE_COMMAND}" -S "${SOURCE_DIR}/tests/install" -B "${scratch}/with-cmake" -G "${GENERATOR}"
     "-DCMAKE_CXX_COMPILER=${COMPILER}" "-DCMAKE_PREFIX_PATH=${prefix}" "-DWANTED_VERSION=${VERSION}")
 run("${CMAKE_COMMAND}" --build "${scratch}/with-cmake")
-run("${scratch}/with-cmake/consumer")
+run("${scratch}/with-cmake/consumer_TevTools")
+set(packages TevTools)
+if(STATIC)
+    run("${scratch}/with-cmake/consumer_Static")
+    list(APPEND packages TevTools-static)
+endif()
 
 find_program(pkg_config pkg-config REQUIRED)
 set(ENV{PKG_CONFIG_PATH} "${prefix}/${LIBDIR}/pkgconfig")
-run("${pkg_config}" --exact-version=${VERSION} TevTools)
-execute_process(COMMAND "${pkg_config}" --cflags --libs TevTools
-    OUTPUT_VARIABLE flags OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
-separate_arguments(flags UNIX_COMMAND "${flags}")
-file(MAKE_DIRECTORY "${scratch}/with-pkg-config")
-run("${COMPILER}" -std=c++17 "${SOURCE_DIR}/tests/install/consumer.cpp" -o "${scratch}/with-pkg-config/consumer" ${flags})
+foreach(package IN LISTS packages)
+    run("${pkg_config}" --exact-version=${VERSION} ${package})
+    execute_process(COMMAND "${pkg_config}" --cflags --libs ${package}
+        OUTPUT_VARIABLE flags OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
+    separate_arguments(flags UNIX_COMMAND "${flags}")
+    run("${COMPILER}" -std=c++17 "-DWANTED_VERSION=\"${VERSION}\"" "${SOURCE_DIR}/tests/install/consumer.cpp"
+        -o "${scratch}/${package}" ${flags})
+endforeach()
 set(ENV{LD_LIBRARY_PATH} "${prefix}/${LIBDIR}")
-run("${scratch}/with-pkg-config/consumer")
+run("${scratch}/TevTools")
 unset(ENV{LD_LIBRARY_PATH})
+if(STATIC)
+    run("${scratch}/TevTools-static") # finds no shared library
+endif()
+
+# As a part of another project, the library installs nothing.
+run("${CMAKE_COMMAND}" -S "${SOURCE_DIR}/tests/install" -B "${scratch}/with-source" -G "${GENERATOR}"
+    "-DCMAKE_CXX_COMPILER=${COMPILER}" "-DSUBPROJECT=${SOURCE_DIR}" "-DWANTED_VERSION=${VERSION}")
+run("${CMAKE_COMMAND}" --install "${scratch}/with-source" --prefix "${scratch}/nothing")
+file(GLOB_RECURSE installed "${scratch}/nothing/*")
+if(installed)
+    message(FATAL_ERROR "a subproject installs ${installed}")
+endif()
 
 if(TOOL)
     run("${prefix}/${BINDIR}/tev" --help)
@@ -45,7 +64,7 @@ find_program(gdb gdb)
 if(gdb)
     execute_process(COMMAND "${gdb}" -nx -batch -iex "add-auto-load-safe-path ${prefix}/${LIBDIR}"
         -iex "set env LD_LIBRARY_PATH ${prefix}/${LIBDIR}" -ex "break main" -ex run -ex "info pretty-printer"
-        "${scratch}/with-pkg-config/consumer" OUTPUT_VARIABLE printers ERROR_VARIABLE printers)
+        "${scratch}/TevTools" OUTPUT_VARIABLE printers ERROR_VARIABLE printers)
     if(NOT printers MATCHES "CCustomData")
         message(FATAL_ERROR "gdb does not load the printers: ${printers}")
     endif()

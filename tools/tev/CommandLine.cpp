@@ -1,5 +1,6 @@
 #include "tools/tev/CommandLine.h"
 
+#include "services/Version.h"
 #include "tools/tev/System.h"
 #include "tools/tev/Tool.h"
 
@@ -207,7 +208,7 @@ std::optional<int> RunCommandLine(int argumentCount, char** arguments, std::init
                                   Session& session)
 {
     CLI::App tool("The abilities of the TevTools library, from the command line.", "tev");
-    tool.set_version_flag("--version", "tev " TEVTOOLS_VERSION);
+    tool.set_version_flag("--version", "tev " TEVTOOLS_VERSION_TEXT);
     tool.require_subcommand(1);
     tool.failure_message(UsageErrorText);
     for (const AddCommands addFamily : families)

@@ -1,0 +1,13 @@
+# What a program that links TevTools::Static links, too; included by the CMake package.
+include(CMakeFindDependencyMacro)
+find_dependency(Threads)
+find_dependency(ZLIB)
+find_dependency(BZip2)
+find_dependency(SQLite3)
+find_dependency(OpenMP COMPONENTS CXX)
+find_dependency(PkgConfig)
+pkg_check_modules(Zstd QUIET IMPORTED_TARGET libzstd)
+pkg_check_modules(LibZip QUIET IMPORTED_TARGET libzip)
+pkg_check_modules(Lzma QUIET IMPORTED_TARGET liblzma)
+find_package(OpenSSL 3 QUIET)
+find_package(miniz CONFIG QUIET)

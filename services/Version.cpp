@@ -1,0 +1,6 @@
+#include "services/Version.h"
+
+unsigned XGetVersion() noexcept
+{
+    return TEVTOOLS_VERSION;
+}
