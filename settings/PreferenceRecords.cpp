@@ -2,7 +2,8 @@
 // leads to the next. Nothing tells the bytes of a record from those of the next one, so a wrong total could swallow its
 // neighbours, or a search could take what a value holds for a record. Hence the end of a record is where two of its total,
 // its header (number of chunks, bytes in them) and its chunks agree. Only where no two do is the next record searched for,
-// signature by signature.
+// signature by signature. Records of the older layouts say their size once. In a damaged file it is believed unless the
+// number of records speaks for another reading, in which such a record ends where the next sound one begins.
 
 #include "settings/PreferenceRecords.h"
 
@@ -41,6 +42,7 @@ struct Found
     unsigned values = 0;
     bool isSound = false;
     bool isExact = false; ///< total, header and chunks all agree
+    bool isOlder = false; ///< of an older layout
 };
 
 struct Walked
@@ -53,7 +55,11 @@ struct Walked
 class Splitter
 {
 public:
-    explicit Splitter(const Bytes& file) : m_file(file), m_left(kVainFactor * file.size()) {}
+    /// A strict one does not believe the size of a record of an older layout that holds the start of a sound one, or behind
+    /// which there are more values.
+    Splitter(const Bytes& file, bool isStrict) : m_file(file), m_isStrict(isStrict), m_left(kVainFactor * file.size())
+    {
+    }
 
     /// False when the file is damaged.
     bool Split(std::vector<XPreferenceRecord>& records)
@@ -62,8 +68,9 @@ public:
         for (std::size_t at = kCountSize; at < m_file.size();)
         {
             Found found = FindAt(at);
-            if (found.size == 0)
-                found.size = NextRecord(at + 1) - at;
+            m_hasOlder = m_hasOlder || found.isOlder;
+            if (found.size == 0 || (found.isOlder && m_isStrict))
+                found = EndAtNext(at, found);
             isSound = isSound && found.isSound;
             XPreferenceRecord& record = records.emplace_back();
             record.m_offset = at;
@@ -79,6 +86,9 @@ public:
         }
         return isSound && NumberAt(0) == records.size();
     }
+
+    /// Whether one of an older layout was among them.
+    bool HasOlder() const { return m_hasOlder; }
 
 private:
     unsigned NumberAt(std::size_t at) const { return LoadLittleEndian<unsigned>(m_file.data() + at); }
@@ -107,7 +117,7 @@ private:
         if (room >= kStart + kHeaderSize)
             found = FindCurrent(at, isSigned, total);
         if (found.size == 0 && isSigned && total == 0)
-            return {kStart, 0, true, false};
+            return {kStart, 0, true, false, false};
         if (!found.isSound)
             Spend(kStart);
         return found;
@@ -128,7 +138,7 @@ private:
         const auto sized = [&](std::uint64_t size, bool isSound, bool isExact) {
             const auto end = body + static_cast<std::size_t>(size);
             const bool isUnique = isSound && HasNoRepeats(body, end);
-            return Found{end - at, static_cast<unsigned>(walked.chunks), isUnique, isUnique && isExact};
+            return Found{end - at, static_cast<unsigned>(walked.chunks), isUnique, isUnique && isExact, false};
         };
         if (fits && byTotal == byHeader && (isSigned || isVersion))
         {
@@ -150,20 +160,20 @@ private:
     }
 
     /// Walks that many chunks, or those up to `end`. Complete when none of them runs past it.
-    Walked Walk(std::size_t at, std::size_t end, std::uint64_t most)
+    Walked Walk(std::size_t at, std::size_t end, std::uint64_t most, std::size_t header = kChunkHeader)
     {
         Walked walked;
         for (; at < end && walked.chunks < most; ++walked.chunks)
         {
-            if (end - at < kChunkHeader || NumberAt(at + 4) > end - at - kChunkHeader)
+            if (end - at < header || NumberAt(at + 4) > end - at - header)
                 break;
             const unsigned size = NumberAt(at + 4);
             walked.bytes += size;
-            at += kChunkHeader + size;
+            at += header + size;
         }
         walked.isComplete = most == ~0ULL ? at == end : walked.chunks == most;
         if (!walked.isComplete)
-            Spend(walked.chunks * kChunkHeader);
+            Spend(walked.chunks * header);
         return walked;
     }
 
@@ -202,10 +212,22 @@ private:
             position += kOldRecordHeader + NumberAt(position + 4);
         }
         const auto values = static_cast<unsigned>(ids.size());
-        return {position - at, values, IsWithoutRepeats(ids), false};
+        return {position - at, values, IsWithoutRepeats(ids), false, true};
     }
 
     bool EndsRecord(std::size_t at) const { return at == m_file.size() || IsStart(at); }
+
+    /// What lies at a place, as far as it does not reach into the next sound record. Behind the last record may be what
+    /// never was part of it.
+    Found EndAtNext(std::size_t at, const Found& found)
+    {
+        const std::size_t end = at + found.size;
+        const std::size_t next = NextRecord(at + 1);
+        const bool isLast = next == m_file.size();
+        const bool isBelieved = found.size != 0 && end <= next &&
+                                (EndsRecord(end) || (isLast && !Walk(end, next, ~0ULL, kOldRecordHeader).isComplete));
+        return isBelieved ? found : Found{next - at, 0, false, false, found.isOlder};
+    }
 
     /// The next place at which a sound record begins, or the end of the file. What is not exact must be followed by
     /// another start: it may be part of a value.
@@ -233,6 +255,8 @@ private:
     void Spend(std::uint64_t bytes) { m_left -= std::min(bytes, m_left); }
 
     const Bytes& m_file;
+    const bool m_isStrict;
+    bool m_hasOlder = false;
     std::uint64_t m_left; ///< bytes that may still be looked at in vain
 };
 } // namespace
@@ -241,6 +265,16 @@ private:
 bool SplitPreferences(const std::vector<unsigned char>& file, std::vector<XPreferenceRecord>& records)
 {
     records.clear();
-    return file.empty() || Splitter(file).Split(records);
+    if (file.empty())
+        return true;
+    Splitter splitter(file, false);
+    if (splitter.Split(records))
+        return true;
+    std::vector<XPreferenceRecord> others;
+    if (!splitter.HasOlder() || Splitter(file, true).Split(others))
+        return false;
+    if (others.size() == LoadLittleEndian<unsigned>(file.data()))
+        records.swap(others);
+    return false;
 }
 } // namespace tev

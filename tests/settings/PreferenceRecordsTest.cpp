@@ -33,20 +33,31 @@ int KeptAfterSaving(const TempFolder& folder, const Bytes& file)
     return kept;
 }
 
-/// The record of a store of values of these sizes. The bytes of a value look like small numbers.
-Bytes RecordOf(Keys keys, const std::vector<unsigned>& sizes)
+/// A store of values of these sizes under its keys, in the current layout or an older one, which the first byte of its
+/// signature tells. The bytes of a value look like small numbers.
+struct Row
+{
+    Keys keys;
+    std::vector<unsigned> sizes;
+    char layout = '5';
+};
+
+Bytes RecordOf(const Row& row)
 {
     Bytes chunks;
-    for (const unsigned size : sizes)
+    for (const unsigned size : row.sizes)
     {
         Bytes value;
         for (unsigned i = 0; i < size; ++i)
             value += static_cast<char>(i % 4 == 0 ? size : 0);
-        chunks += Chunk(static_cast<unsigned>(100 + chunks.size()), CCustomData::kBinary, value);
+        const auto id = static_cast<unsigned>(100 + chunks.size());
+        chunks += row.layout == '5' ? Chunk(id, CCustomData::kBinary, value) : Number(id) + Number(size) + value;
     }
-    if (sizes.empty())
-        return KeyBytes(keys) + "5SUC" + Number(0);
-    return KeyBytes(keys) + StoreOf(chunks, static_cast<unsigned>(sizes.size()));
+    const auto count = static_cast<unsigned>(row.sizes.size());
+    if (row.layout == '5' && count != 0)
+        return KeyBytes(row.keys) + StoreOf(chunks, count);
+    const auto extent = static_cast<unsigned>(chunks.size());
+    return KeyBytes(row.keys) + row.layout + "SUC" + Number(row.layout == 'U' ? extent : count) + chunks;
 }
 
 Records Split(const Bytes& file)
@@ -58,13 +69,13 @@ Records Split(const Bytes& file)
     return records;
 }
 
-/// Keys and places of records, but for one of the places.
-std::vector<std::array<unsigned __int64, 4>> Without(const Records& records, unsigned __int64 place)
+/// Keys and places of records, but for one that is hurt; where it counts as sound, it is complete.
+std::vector<std::array<unsigned __int64, 4>> Without(const Records& records, const XPreferenceRecord& hurt)
 {
     std::vector<std::array<unsigned __int64, 4>> rows;
     for (const XPreferenceRecord& record : records)
     {
-        if (record.m_offset != place)
+        if (record.m_offset != hurt.m_offset || record.m_size != hurt.m_size)
             rows.push_back({record.m_offset, record.m_size, record.m_key1, record.m_key2});
     }
     return rows;
@@ -73,18 +84,33 @@ std::vector<std::array<unsigned __int64, 4>> Without(const Records& records, uns
 TEST(PreferenceRecords, ABitOfAHeaderCostsNoOtherRecord)
 {
     // Second keys that make the next record look like a chunk; totals of which one bit makes another record's place, or 0.
-    const std::vector<std::vector<std::pair<Keys, std::vector<unsigned>>>> files = {
+    const std::vector<std::vector<Row>> files = {
         {{{5, 0}, {4}}, {{4, 0}, {16}}, {{3, 0}, {16}}, {{2, 0}, {16}}, {{1, 0}, {16}}},
         {{{1, 1}, {}}, {{2, 0}, {32}}, {{3, 56}, {}}, {{4, 4}, {}}, {{5, 40}, {4, 4}}},
         {{{1, 40}, {4}}, {{2, 40}, {4}}, {{3, 52}, {16}}, {{4, 68}, {4, 4, 4}}, {{5, 24}, {1}}, {{6, 0}, {12, 100}}},
         {{{1, 25}, {1}}, {{2, 3}, {7, 9, 11}}, {{1, 8}, {20, 20}}, {{1, 16}, {}}, {{7, 7}, {500, 3}}, {{8, 8}, {44}}},
         {{{9, 116}, {64, 4}}, {{9, 52}, {4, 4}}, {{9, 36}, {}}, {{9, 84}, {48}}, {{1, 1}, {244}}},
+        // The older layouts, which tell their size once.
+        {{{5, 0}, {4}, 'T'},
+         {{4, 0}, {16}},
+         {{3, 0}, {4, 4}, 'T'},
+         {{2, 0}, {16}, 'U'},
+         {{1, 0}, {}, 'T'},
+         {{6, 0}, {}}},
+        {{{5, 0}, {8}, 'U'}, {{4, 0}, {16}}, {{3, 0}, {40}, 'U'}, {{2, 0}, {8}, 'U'}, {{1, 0}, {}}, {{7, 1}, {4}, 'U'}},
+        {{{1, 8}, {4, 8}, 'T'}, {{2, 4}, {8}, 'T'}, {{3, 24}, {1, 2, 3}}, {{4, 8}, {8}, 'T'}, {{5, 16}, {7}, 'U'}},
+        {{{1, 1}, {20, 4}, 'U'},
+         {{2, 0}, {}, 'T'},
+         {{3, 3}, {4}},
+         {{4, 0}, {}, 'U'},
+         {{5, 5}, {16, 40}, 'T'},
+         {{6, 0}, {4}, 'U'}},
     };
     for (std::size_t number = 0; number < files.size(); ++number)
     {
         std::vector<Bytes> parts;
-        for (const auto& [keys, sizes] : files[number])
-            parts.push_back(RecordOf(keys, sizes));
+        for (const Row& row : files[number])
+            parts.push_back(RecordOf(row));
         const Bytes good = File(parts);
         const Records all = Split(good);
         ASSERT_EQ(all.size(), parts.size());
@@ -96,17 +122,18 @@ TEST(PreferenceRecords, ABitOfAHeaderCostsNoOtherRecord)
             {
                 Bytes bad = good;
                 bad[start + bit / 8] = static_cast<char>(bad[start + bit / 8] ^ 1 << bit % 8);
-                ASSERT_EQ(Without(Split(bad), start), Without(all, start))
+                ASSERT_EQ(Without(Split(bad), hurt), Without(all, hurt))
                     << "file " << number << ", record at " << start << ", byte " << bit / 8 << ", bit " << bit % 8;
             }
             // Nor does a chunk of a wrong size, which may hide the next chunk.
-            for (std::size_t at = 40; at + 4 <= hurt.m_size && at < 60; at += 16)
+            const bool isOlder = good[start + 8] != '5';
+            for (std::size_t at = isOlder ? 16 : 40; at + 4 <= hurt.m_size && at < 60; at += isOlder ? 4 : 16)
             {
                 for (unsigned bit = 0; bit < 32; ++bit)
                 {
                     Bytes bad = good;
                     bad[start + at + bit / 8] = static_cast<char>(bad[start + at + bit / 8] ^ 1 << bit % 8);
-                    ASSERT_EQ(Without(Split(bad), start), Without(all, start)) << number << " " << start << " " << bit;
+                    ASSERT_EQ(Without(Split(bad), hurt), Without(all, hurt)) << number << " " << start << " " << bit;
                 }
             }
         }
@@ -147,6 +174,7 @@ TEST(PreferenceRecords, DamageCostsTheRecordInWhichItLies)
         EXPECT_EQ(KeptAfterSaving(folder, rubbish + found + Record({2, 2}, 2)), 3);
         EXPECT_EQ(KeptAfterSaving(folder, rubbish + found + "more"), 1) << "it may be part of a value";
         EXPECT_EQ(KeptAfterSaving(folder, rubbish + found + value + value), 1);
+        EXPECT_EQ(KeptAfterSaving(folder, File({Record({1, 1}, 1), found}) + "more"), 2) << "it is no part of a value";
     }
     const std::vector<Bytes> layouts = {
         keys + "USUC" + Number(1 << 24) + value,    // more than there is
@@ -187,12 +215,12 @@ TEST(PreferenceRecords, DamageCostsTheRecordInWhichItLies)
     ASSERT_EQ(listed.size(), 1U);
     EXPECT_EQ(listed[0].m_key2, 6U);
     EXPECT_TRUE(tev::SplitPreferences({0, 0, 0, 0}, listed) && listed.empty());
-    listed = Split(File({RecordOf({1, 1}, {}), RecordOf({2, 2}, {4, 0, 4})}));
+    listed = Split(File({RecordOf({{1, 1}, {}}), RecordOf({{2, 2}, {4, 0, 4}})}));
     ASSERT_EQ(listed.size(), 2U);
     EXPECT_EQ(listed[0].m_valueCount, 0U);
     EXPECT_EQ(listed[1].m_valueCount, 3U);
     // What a value holds is not taken for a record, though the one that holds it is damaged.
-    Bytes outer = RecordOf({2, 2}, {static_cast<unsigned>(Record({7, 7}, 7).size())});
+    Bytes outer = RecordOf({{2, 2}, {static_cast<unsigned>(Record({7, 7}, 7).size())}});
     outer.replace(48, outer.npos, Record({7, 7}, 7));
     for (const std::size_t at : {8, 12, 16, 20, 24})
     {
@@ -201,11 +229,11 @@ TEST(PreferenceRecords, DamageCostsTheRecordInWhichItLies)
         for (const XPreferenceRecord& record : Split(File({Record({1, 1}, 1), bad, Record({3, 3}, 3)})))
             EXPECT_NE(record.m_key1, 7U) << at;
     }
-    EXPECT_EQ(Split(File({RecordOf({1, 1}, {0}), RecordOf({2, 2}, {})})).size(), 2U) << "values without bytes";
+    EXPECT_EQ(Split(File({RecordOf({{1, 1}, {0}}), RecordOf({{2, 2}, {}})})).size(), 2U) << "values without bytes";
     for (const char* const damage : {"?", "rubbish"})
     {
-        EXPECT_EQ(Split(File({damage, RecordOf({2, 2}, {})})).size(), 1U) << damage;
-        EXPECT_EQ(Split(File({damage, RecordOf({2, 2}, {}), "more"})).size(), 0U) << "it may be part of a value";
+        EXPECT_EQ(Split(File({damage, RecordOf({{2, 2}, {}})})).size(), 1U) << damage;
+        EXPECT_EQ(Split(File({damage, RecordOf({{2, 2}, {}}), "more"})).size(), 0U) << "it may be part of a value";
     }
     EXPECT_EQ(Split(File({keys + StoreOf("", 0)})).size(), 1U) << "a header without chunks";
     // Made to be searched for long: signatures everywhere; sound records that each follow one which claims all the rest,
