@@ -5,6 +5,8 @@
 #include "crash/Processor.h"
 
 #include <algorithm>
+#include <string>
+#include <string_view>
 #include <vector>
 
 namespace tev
@@ -94,26 +96,67 @@ std::uint64_t TakeAddress(ByteReader& reader, unsigned char format, std::uint64_
     return (format & kRelativeMask) == kToPlace ? value + place : value;
 }
 
-/// An entry of the table: common or of a function.
+/// An entry of the table: common or of a function. Places are in the table.
 struct Entry
 {
-    std::size_t start = 0; ///< of what follows the length
+    std::uint64_t start = 0; ///< of what follows the length
+    std::uint64_t end = 0;
     std::uint32_t commonDistance = 0;
-    std::string_view body; ///< behind the distance
 };
 
-bool TakeEntry(ByteReader& reader, Entry& entry)
+/// Reads entries; one that is longer than any compiler makes them is unknown.
+class Table
 {
-    std::uint64_t length = reader.Take<std::uint32_t>();
-    if (length == 0xFFFFFFFF)
-        length = reader.Take<std::uint64_t>();
-    if (length < sizeof entry.commonDistance || !reader.IsGood())
-        return false;
-    entry.start = reader.Position();
-    entry.commonDistance = reader.Take<std::uint32_t>();
-    entry.body = reader.TakeBytes(length - sizeof entry.commonDistance);
-    return reader.IsGood();
-}
+public:
+    Table(const UntrustedBytes& module, const ByteRange& place)
+        : m_module(module), m_place(module.Has(place) ? place : ByteRange())
+    {
+    }
+
+    bool ReadEntry(std::uint64_t at, Entry& entry) const
+    {
+        constexpr std::uint32_t kIsLong = 0xFFFFFFFF;
+        std::uint32_t number = 0;
+        if (!Read(at, number))
+            return false;
+        std::uint64_t length = number;
+        entry.start = at + sizeof number;
+        if (number == kIsLong)
+        {
+            if (!Read(entry.start, length))
+                return false;
+            entry.start += sizeof length;
+        }
+        entry.end = entry.start + length;
+        return length >= sizeof entry.commonDistance && length <= m_place.size - entry.start &&
+               Read(entry.start, entry.commonDistance);
+    }
+
+    /// What follows the distance.
+    bool ReadBody(const Entry& entry, std::string& body) const
+    {
+        return entry.end - entry.start <= kLongestEntry && ReadStart(entry, kLongestEntry, body);
+    }
+    /// As much of it as there is, up to a size.
+    bool ReadStart(const Entry& entry, std::uint64_t most, std::string& body) const
+    {
+        const std::uint64_t start = entry.start + sizeof entry.commonDistance;
+        body.resize(static_cast<std::size_t>(std::min(entry.end - start, most)));
+        return m_module.Read(m_place.offset + start, body.data(), body.size());
+    }
+
+private:
+    template <class T>
+    bool Read(std::uint64_t at, T& value) const
+    {
+        return at <= m_place.size && sizeof value <= m_place.size - at && m_module.Read(m_place.offset + at, value);
+    }
+
+    static constexpr std::uint64_t kLongestEntry = 64 * 1024;
+
+    const UntrustedBytes& m_module;
+    const ByteRange m_place;
+};
 
 bool ReadCommon(std::string_view body, Common& common)
 {
@@ -372,31 +415,62 @@ FrameStep LeaveByEntry(const Common& common, ByteReader& details, std::string_vi
     return machine.Run(body.substr(details.Position())) ? Apply(machine.Result(), common, state, stack)
                                                         : FrameStep::kUnknown;
 }
+/// The common entry that was read last; most functions of a module have the same.
+class CommonEntries
+{
+public:
+    explicit CommonEntries(const Table& table) : m_table(table) {}
+
+    /// Null where there is none that can be understood.
+    const Common* Find(std::uint64_t at)
+    {
+        if (at != m_at)
+        {
+            Entry entry;
+            m_common = {};
+            m_isGood = m_table.ReadEntry(at, entry) && entry.commonDistance == 0 && m_table.ReadBody(entry, m_body) &&
+                       ReadCommon(m_body, m_common) && m_common.addressFormat != kOmitted;
+            m_at = at;
+        }
+        return m_isGood ? &m_common : nullptr;
+    }
+
+private:
+    const Table& m_table;
+    std::uint64_t m_at = ~std::uint64_t{0};
+    bool m_isGood = false;
+    std::string m_body;
+    Common m_common;
+};
 } // namespace
 
-FrameStep LeaveFrameByTable(std::string_view table, std::uint64_t tableAddress, std::uint64_t address,
-                            FrameState& state, const StackReader& stack)
+FrameStep LeaveFrameByTable(const UntrustedBytes& module, const ByteRange& table, std::uint64_t tableAddress,
+                            std::uint64_t address, FrameState& state, const StackReader& stack)
 {
-    ByteReader reader(table);
+    constexpr std::uint64_t kLongestRange = 32; // two numbers
+    const Table entries(module, table);
+    CommonEntries commons(entries);
+    std::string body;
     Entry entry;
-    while (!reader.IsAtEnd() && TakeEntry(reader, entry))
+    for (std::uint64_t at = 0; entries.ReadEntry(at, entry); at = entry.end)
     {
         if (entry.commonDistance == 0 || entry.commonDistance > entry.start)
             continue;
-        Entry commonEntry;
-        Common common;
         // The distance leads to the length field of the common entry.
-        ByteReader before(table);
-        before.Skip(entry.start - entry.commonDistance);
-        if (!TakeEntry(before, commonEntry) || commonEntry.commonDistance != 0 ||
-            !ReadCommon(commonEntry.body, common) || common.addressFormat == kOmitted)
+        const Common* const common = commons.Find(entry.start - entry.commonDistance);
+        if (common == nullptr || !entries.ReadStart(entry, kLongestRange, body))
             continue;
-        ByteReader details(entry.body);
+        ByteReader range(body);
         const std::uint64_t place = tableAddress + entry.start + sizeof entry.commonDistance;
-        const std::uint64_t start = TakeAddress(details, common.addressFormat, place);
-        const std::uint64_t length = TakeAddress(details, common.addressFormat & kFormatMask, 0);
-        if (details.IsGood() && address >= start && address - start < length)
-            return LeaveByEntry(common, details, entry.body, start, address, state, stack);
+        const std::uint64_t start = TakeAddress(range, common->addressFormat, place);
+        const std::uint64_t length = TakeAddress(range, common->addressFormat & kFormatMask, 0);
+        if (!range.IsGood() || address < start || address - start >= length)
+            continue;
+        if (!entries.ReadBody(entry, body))
+            return FrameStep::kUnknown;
+        ByteReader details(body);
+        details.Skip(range.Position());
+        return LeaveByEntry(*common, details, body, start, address, state, stack);
     }
     return FrameStep::kUnknown;
 }

@@ -1,8 +1,7 @@
 #pragma once
 
 #include "crash/FrameState.h"
-
-#include <string_view>
+#include "crash/UntrustedBytes.h"
 
 namespace tev
 {
@@ -16,6 +15,7 @@ enum class FrameStep
 
 /// Unwinds a frame to its caller's with a module's call frame information (.eh_frame) at `tableAddress`; both addresses are
 /// the file's virtual addresses. The state changes only when this is done.
-[[nodiscard]] FrameStep LeaveFrameByTable(std::string_view table, std::uint64_t tableAddress, std::uint64_t address,
-                                          FrameState& state, const StackReader& stack);
+[[nodiscard]] FrameStep LeaveFrameByTable(const UntrustedBytes& module, const ByteRange& table,
+                                          std::uint64_t tableAddress, std::uint64_t address, FrameState& state,
+                                          const StackReader& stack);
 } // namespace tev

@@ -1,12 +1,10 @@
 #include "crash/ModuleFile.h"
 
 #include "base/ByteReader.h"
-#include "crash/Attempt.h"
 #include "crash/ElfFormat.h"
 #include "crash/Processor.h"
-#include "files/CXFile.h"
 #include "platform/Demangling.h"
-#include "platform/FileInformation.h"
+#include "platform/InputFile.h"
 
 #include <algorithm>
 #include <cstring>
@@ -18,25 +16,11 @@ namespace
 {
 using platform::ByteReader;
 
+// Bounds of time and memory for files that were made to take long.
 constexpr std::uint64_t kLargestFile = std::uint64_t{512} << 20;
 constexpr std::size_t kMostHeaders = 4096;
-
-std::string_view Piece(std::string_view bytes, std::uint64_t offset, std::uint64_t size)
-{
-    return offset > bytes.size() || size > bytes.size() - offset
-               ? std::string_view()
-               : bytes.substr(static_cast<std::size_t>(offset), static_cast<std::size_t>(size));
-}
-
-template <class T>
-bool ReadAt(std::string_view bytes, std::uint64_t offset, T& value)
-{
-    const std::string_view piece = Piece(bytes, offset, sizeof value);
-    if (piece.empty())
-        return false;
-    std::memcpy(&value, piece.data(), sizeof value);
-    return true;
-}
+constexpr std::uint64_t kLongestNotes = 64 * 1024;
+constexpr std::size_t kLongestName = 64 * 1024;
 
 std::vector<unsigned char> BuildIdOf(std::string_view notes)
 {
@@ -55,20 +39,10 @@ std::vector<unsigned char> BuildIdOf(std::string_view notes)
     return {};
 }
 
-bool ReadFile(const CXTString<wchar_t>& path, std::vector<unsigned char>& bytes)
+/// What is left of a range from a place in it on.
+ByteRange From(const ByteRange& range, std::uint64_t place)
 {
-    platform::FileInformation information;
-    if (!platform::GetFileInformation(path, information) || information.kind != platform::FileKind::File)
-        return false;
-    bool isRead = false;
-    Attempt([&] {
-        CXFile file(path, CXFile::modeRead | CXFile::shareDenyNone);
-        if (file.GetLength() > kLargestFile)
-            return;
-        bytes.resize(static_cast<std::size_t>(file.GetLength()));
-        isRead = file.Read(bytes.data(), static_cast<unsigned>(bytes.size())) == bytes.size();
-    });
-    return isRead;
+    return place > range.size ? ByteRange() : ByteRange{range.offset + place, range.size - place};
 }
 } // namespace
 
@@ -76,15 +50,16 @@ struct ModuleFile::Contents
 {
     struct Symbols
     {
-        std::string_view entries;
-        std::string_view names;
+        ByteRange entries;
+        ByteRange names;
     };
+
+    explicit Contents(UntrustedBytes bytes) : all(std::move(bytes)) {}
 
     bool Parse()
     {
-        all = {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
         elf::Header header;
-        if (!ReadAt(all, 0, header) || std::memcmp(header.identity, elf::kMagic, sizeof elf::kMagic) != 0)
+        if (!all.Read(0, header) || std::memcmp(header.identity, elf::kMagic, sizeof elf::kMagic) != 0)
             return false;
         machine = header.machine;
         ParseParts(header);
@@ -98,15 +73,18 @@ struct ModuleFile::Contents
         for (std::size_t i = 0; i < std::min<std::size_t>(header.partCount, kMostHeaders); ++i)
         {
             elf::Part part;
-            if (!ReadAt(all, header.partsOffset + i * sizeof part, part))
+            if (!all.Read(header.partsOffset + i * sizeof part, part))
                 return;
             if (part.type == elf::kPartLoad && !hasFirst)
             {
                 firstAddress = part.address - part.offset;
                 hasFirst = true;
             }
-            if (part.type == elf::kPartNote && buildId.empty())
-                buildId = BuildIdOf(Piece(all, part.offset, part.fileSize));
+            if (part.type != elf::kPartNote || !buildId.empty())
+                continue;
+            std::string notes(static_cast<std::size_t>(std::min(part.fileSize, kLongestNotes)), '\0');
+            if (all.Read(part.offset, notes.data(), notes.size()))
+                buildId = BuildIdOf(notes);
         }
     }
 
@@ -115,25 +93,19 @@ struct ModuleFile::Contents
         std::vector<elf::Section> sections(std::min<std::size_t>(header.sectionCount, kMostHeaders));
         for (std::size_t i = 0; i < sections.size(); ++i)
         {
-            if (!ReadAt(all, header.sectionsOffset + i * sizeof(elf::Section), sections[i]))
+            if (!all.Read(header.sectionsOffset + i * sizeof(elf::Section), sections[i]))
                 return;
         }
-        std::string_view names;
-        if (header.namesSection < sections.size())
-            names = Piece(all, sections[header.namesSection].offset, sections[header.namesSection].size);
+        const ByteRange names =
+            header.namesSection < sections.size() ? RangeOf(sections[header.namesSection]) : ByteRange();
         for (const elf::Section& section : sections)
         {
-            const std::string_view contents =
-                section.type == elf::kSectionNoBits ? std::string_view() : Piece(all, section.offset, section.size);
+            const ByteRange contents = section.type == elf::kSectionNoBits ? ByteRange() : RangeOf(section);
             if ((section.type == elf::kSectionSymbols || section.type == elf::kSectionDynamicSymbols) &&
                 section.link < sections.size())
-            {
-                const elf::Section& texts = sections[section.link];
-                symbols.push_back({contents, Piece(all, texts.offset, texts.size)});
-            }
-            ByteReader name(
-                Piece(names, section.name, names.size() - std::min<std::size_t>(section.name, names.size())));
-            if (name.TakeText() == ".eh_frame")
+                symbols.push_back({contents, RangeOf(sections[section.link])});
+            std::string name;
+            if (all.ReadText(From(names, section.name), kFramesName.size(), name) && name == kFramesName)
             {
                 frames = contents;
                 framesAddress = section.address;
@@ -141,12 +113,37 @@ struct ModuleFile::Contents
         }
     }
 
-    std::vector<unsigned char> bytes;
-    std::string_view all;
+    ByteRange RangeOf(const elf::Section& section) const
+    {
+        const ByteRange range{section.offset, section.size};
+        return all.Has(range) ? range : ByteRange();
+    }
+
+    /// The last function of a table that has a name and covers the address.
+    bool FindSymbol(const Symbols& table, std::uint64_t address, elf::Symbol& found) const
+    {
+        bool isFound = false;
+        elf::Symbol symbol;
+        for (std::uint64_t at = 0; table.entries.size - at >= sizeof symbol; at += sizeof symbol)
+        {
+            if (!all.Read(table.entries.offset + at, symbol))
+                break;
+            if ((symbol.info & 0x0F) != elf::kSymbolFunction || symbol.section == 0 || symbol.name == 0 ||
+                address < symbol.value || address - symbol.value >= std::max<std::uint64_t>(symbol.size, 1))
+                continue;
+            found = symbol;
+            isFound = true;
+        }
+        return isFound;
+    }
+
+    static constexpr std::string_view kFramesName = ".eh_frame";
+
+    const UntrustedBytes all;
     std::uint16_t machine = 0;
     std::vector<unsigned char> buildId;
     std::vector<Symbols> symbols;
-    std::string_view frames;
+    ByteRange frames;
     std::uint64_t framesAddress = 0;
     std::uint64_t firstAddress = 0; ///< the virtual address of the file's first byte
 };
@@ -156,17 +153,18 @@ ModuleFile::~ModuleFile() = default;
 
 std::unique_ptr<ModuleFile> ModuleFile::Open(const CXTString<wchar_t>& path, const std::vector<unsigned char>& buildId)
 {
-    std::vector<unsigned char> bytes;
-    if (buildId.empty() || !ReadFile(path, bytes))
+    if (buildId.empty())
         return nullptr;
-    std::unique_ptr<ModuleFile> file = Read(std::move(bytes));
+    std::shared_ptr<const platform::InputFile> bytes = platform::InputFile::Open(path.GetConstBuffer());
+    if (bytes == nullptr || bytes->Size() > kLargestFile)
+        return nullptr;
+    std::unique_ptr<ModuleFile> file = Read(UntrustedBytes(std::move(bytes)));
     return file != nullptr && file->BuildId() == buildId ? std::move(file) : nullptr;
 }
 
-std::unique_ptr<ModuleFile> ModuleFile::Read(std::vector<unsigned char> bytes)
+std::unique_ptr<ModuleFile> ModuleFile::Read(UntrustedBytes bytes)
 {
-    auto contents = std::make_unique<Contents>();
-    contents->bytes = std::move(bytes);
+    auto contents = std::make_unique<Contents>(std::move(bytes));
     if (!contents->Parse())
         return nullptr;
     return std::unique_ptr<ModuleFile>(new ModuleFile(std::move(contents)));
@@ -180,38 +178,25 @@ const std::vector<unsigned char>& ModuleFile::BuildId() const noexcept
 bool ModuleFile::FindFunction(std::uint64_t offset, std::string& name, std::uint64_t& offsetInFunction) const
 {
     const std::uint64_t address = offset + m_contents->firstAddress;
-    std::string_view found;
     for (const Contents::Symbols& table : m_contents->symbols)
     {
-        ByteReader reader(table.entries);
-        while (!reader.IsAtEnd())
-        {
-            const auto symbol = reader.Take<elf::Symbol>();
-            if (!reader.IsGood() || (symbol.info & 0x0F) != elf::kSymbolFunction || symbol.section == 0 ||
-                address < symbol.value || address - symbol.value >= std::max<std::uint64_t>(symbol.size, 1))
-                continue;
-            ByteReader text(Piece(table.names, symbol.name,
-                                  table.names.size() - std::min<std::size_t>(symbol.name, table.names.size())));
-            const std::string_view candidate = text.TakeText();
-            if (!text.IsGood() || candidate.empty())
-                continue;
-            found = candidate;
-            offsetInFunction = address - symbol.value;
-        }
-        if (!found.empty())
-            break;
+        elf::Symbol symbol;
+        std::string text;
+        if (!m_contents->FindSymbol(table, address, symbol) ||
+            !m_contents->all.ReadText(From(table.names, symbol.name), kLongestName, text) || text.empty())
+            continue;
+        offsetInFunction = address - symbol.value;
+        name = platform::Demangled(text.c_str());
+        return true;
     }
-    if (found.empty())
-        return false;
-    name = platform::Demangled(std::string(found).c_str());
-    return true;
+    return false;
 }
 
 FrameStep ModuleFile::LeaveFrame(std::uint64_t offset, FrameState& state, const StackReader& stack) const
 {
     if (state.processor->elfMachine != m_contents->machine)
         return FrameStep::kUnknown;
-    return LeaveFrameByTable(m_contents->frames, m_contents->framesAddress, offset + m_contents->firstAddress, state,
-                             stack);
+    return LeaveFrameByTable(m_contents->all, m_contents->frames, m_contents->framesAddress,
+                             offset + m_contents->firstAddress, state, stack);
 }
 } // namespace tev

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "crash/FrameRules.h"
+#include "crash/UntrustedBytes.h"
 #include "text/CXTString.h"
 
 #include <cstdint>
@@ -11,14 +12,14 @@
 namespace tev
 {
 /// The file of a program or library: the names of its functions and the rules to unwind their frames. The file is untrusted
-/// input. Immutable.
+/// input, and stays open. One thread at a time.
 class ModuleFile
 {
 public:
     /// Null when there is no file with that build identifier at the path.
     static std::unique_ptr<ModuleFile> Open(const CXTString<wchar_t>& path, const std::vector<unsigned char>& buildId);
     /// As above from the file's bytes, with any build identifier.
-    static std::unique_ptr<ModuleFile> Read(std::vector<unsigned char> bytes);
+    static std::unique_ptr<ModuleFile> Read(UntrustedBytes bytes);
     ~ModuleFile();
     ModuleFile(const ModuleFile&) = delete;
     ModuleFile& operator=(const ModuleFile&) = delete;

@@ -5,6 +5,7 @@
 #include "base/LittleEndian.h"
 #include "crash/ModuleFile.h"
 #include "crash/Processor.h"
+#include "crash/UntrustedBytes.h"
 #include "text/TextEncoding.h"
 
 #include <map>
@@ -136,8 +137,10 @@ bool XMinidump::ReadWord(Number address, Number& value) const noexcept
         if (address < memory.m_start || memory.m_size < sizeof value ||
             address - memory.m_start > memory.m_size - sizeof value)
             continue;
-        value = tev::LoadLittleEndian<Number>(m_bytes.data() + memory.m_offset +
-                                              static_cast<std::size_t>(address - memory.m_start));
+        unsigned char word[sizeof value];
+        if (!m_bytes->Read(memory.m_offset + (address - memory.m_start), word))
+            return false;
+        value = tev::LoadLittleEndian<Number>(word);
         return true;
     }
     return false;

@@ -5,6 +5,11 @@
 #include <memory>
 #include <vector>
 
+namespace tev
+{
+class UntrustedBytes;
+}
+
 /// A thread at the time of the dump.
 struct XMinidumpThread
 {
@@ -61,7 +66,7 @@ enum class XMinidumpPart
 };
 
 /// Reads a minidump: the signal, threads, modules, and for x86-64 Linux the stacks. The file is untrusted input; damaged
-/// parts count as missing. XLastFailure() says why a dump could not be loaded.
+/// parts count as missing, and of a list what follows 65,536 records. XLastFailure() says why a dump could not be loaded.
 /// One thread at a time.
 class TEVTOOLS_API XMinidump
 {
@@ -73,7 +78,8 @@ public:
 
     /// Parses the bytes of a dump. False, and the object is empty, when they are no dump.
     [[nodiscard]] bool Parse(std::vector<unsigned char> bytes);
-    /// Reads a file of up to 1 GiB. False when it cannot be read or is no dump.
+    /// Reads a file of any size, of which it keeps little in memory: it stays open for the stacks until the object ends or
+    /// reads another dump. False, and the object is empty, when it cannot be read or is no dump.
     [[nodiscard]] bool Load(const wchar_t* path);
     template <class Path, tev::IfPathArgument<Path> = 0>
     [[nodiscard]] bool Load(const Path& path)
@@ -121,15 +127,15 @@ private:
     struct Memory
     {
         unsigned __int64 m_start;
-        std::size_t m_offset; ///< in the file
-        std::size_t m_size;
+        unsigned int m_offset; ///< in the file
+        unsigned int m_size;
     };
 
     static unsigned int BitOf(XMinidumpPart part) noexcept { return 1u << static_cast<unsigned int>(part); }
     int FindModule(unsigned __int64 address) const noexcept;
     bool ReadWord(unsigned __int64 address, unsigned __int64& value) const noexcept;
 
-    std::vector<unsigned char> m_bytes;
+    std::unique_ptr<tev::UntrustedBytes> m_bytes;
     unsigned int m_parts = 0;
     unsigned int m_cutParts = 0;
     unsigned int m_time = 0;

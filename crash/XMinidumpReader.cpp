@@ -2,23 +2,28 @@
 
 #include "base/LittleEndian.h"
 #include "crash/Processor.h"
+#include "crash/UntrustedBytes.h"
 #include "crash/XMinidump.h"
-#include "files/CXFile.h"
 #include "objects/FailureNote.h"
 #include "platform/Cancellation.h"
-#include "platform/FileInformation.h"
+#include "platform/InputFile.h"
 #include "platform/MinidumpFormat.h"
+#include "platform/SystemErrors.h"
 #include "text/TextEncoding.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <string>
 
 namespace
 {
 using Number = unsigned __int64;
 namespace md = tev::minidump;
 
-constexpr std::size_t kLongestName = 32768;
-constexpr Number kLargestFile = Number{1} << 30;
+// However the numbers in a file are chosen, it takes no more memory than this many records and bytes of names do.
+constexpr unsigned kMostRecords = 65536;
+constexpr unsigned kLongestName = 32768;
+constexpr unsigned kMostNameBytes = 64u << 20;
 
 struct NumberedName
 {
@@ -48,17 +53,37 @@ CXTString<wchar_t> NameOf(unsigned number, const NumberedName (&names)[COUNT], c
 /// Parses the bytes of a dump.
 struct XMinidump::Reader
 {
-    explicit Reader(XMinidump& target) : dump(target), bytes(target.m_bytes) {}
+    explicit Reader(XMinidump& target) : dump(target), bytes(*target.m_bytes) {}
+
+    static bool Read(XMinidump& dump, std::unique_ptr<tev::UntrustedBytes> bytes)
+    {
+        Clear(dump);
+        dump.m_bytes = std::move(bytes);
+        return Reader(dump).ReadAll();
+    }
+
+    static void Clear(XMinidump& dump)
+    {
+        dump.m_parts = dump.m_cutParts = 0;
+        dump.m_time = dump.m_platform = dump.m_processorCount = 0;
+        dump.m_processor = md::kUnknownProcessor;
+        dump.m_systemText.Empty();
+        dump.m_processId = dump.m_signal = dump.m_signalCode = 0;
+        dump.m_faultAddress = 0;
+        dump.m_faultThread = -1;
+        dump.m_threads.clear();
+        dump.m_modules.clear();
+        dump.m_memory.clear();
+        dump.m_bytes.reset();
+    }
 
     template <class T>
-    T Get(std::size_t offset) const
+    T Get(Number offset) const
     {
-        return Has(offset, sizeof(T)) ? tev::LoadLittleEndian<T>(bytes.data() + offset) : T{};
+        unsigned char number[sizeof(T)];
+        return bytes.Read(offset, number) ? tev::LoadLittleEndian<T>(number) : T{};
     }
-    bool Has(std::size_t offset, std::size_t size) const
-    {
-        return offset <= bytes.size() && size <= bytes.size() - offset;
-    }
+    bool Has(Number offset, Number size) const { return bytes.Has(offset, size); }
 
     bool ReadAll()
     {
@@ -68,13 +93,13 @@ struct XMinidump::Reader
             return false;
         dump.m_time = Get<unsigned>(20);
         const unsigned count = std::min(Get<unsigned>(8), kMostStreams);
-        const std::size_t directory = Get<unsigned>(12);
+        const Number directory = Get<unsigned>(12);
         // The registers of threads are read by the kind of processor.
         for (const bool isSystem : {true, false})
         {
             for (unsigned i = 0; i < count; ++i)
             {
-                const std::size_t entry = directory + i * md::kDirectoryEntrySize;
+                const Number entry = directory + i * md::kDirectoryEntrySize;
                 if (Has(entry, md::kDirectoryEntrySize) && (Get<unsigned>(entry) == md::kSystemInfo) == isSystem)
                     ReadStream(Get<unsigned>(entry), Get<unsigned>(entry + 8), Get<unsigned>(entry + 4));
             }
@@ -83,7 +108,7 @@ struct XMinidump::Reader
         return true;
     }
 
-    void ReadStream(unsigned type, std::size_t place, std::size_t size)
+    void ReadStream(unsigned type, Number place, Number size)
     {
         if (type == md::kSystemInfo)
             ReadSystem(place);
@@ -102,7 +127,7 @@ struct XMinidump::Reader
         }
     }
 
-    void ReadSystem(std::size_t place)
+    void ReadSystem(Number place)
     {
         if (!Has(place, md::kSystemInfoSize))
             return;
@@ -116,32 +141,32 @@ struct XMinidump::Reader
 
     /// A count followed by records; of a cut list, the records that are complete.
     template <class T>
-    void ReadList(XMinidumpPart part, std::size_t place, std::size_t size, std::size_t recordSize, std::vector<T>& list,
-                  T (Reader::*read)(std::size_t) const) const
+    void ReadList(XMinidumpPart part, Number place, Number size, Number recordSize, std::vector<T>& list,
+                  T (Reader::*read)(Number))
     {
         list.clear();
-        const std::size_t first = place + sizeof(unsigned);
+        const Number first = place + sizeof(unsigned);
         if (!Has(place, sizeof(unsigned)) || size < sizeof(unsigned))
             return;
         dump.m_parts |= BitOf(part);
-        const std::size_t expected = Get<unsigned>(place);
-        const std::size_t count =
-            std::min(expected, std::min(bytes.size() - first, size - sizeof(unsigned)) / recordSize);
+        const unsigned expected = Get<unsigned>(place);
+        const Number room = std::min(bytes.Size() - first, size - sizeof(unsigned)) / recordSize;
+        const auto count = static_cast<unsigned>(std::min<Number>(std::min(expected, kMostRecords), room));
         if (count != expected)
             dump.m_cutParts |= BitOf(part);
         list.reserve(count);
-        for (std::size_t i = 0; i < count; ++i)
+        for (unsigned i = 0; i < count; ++i)
             list.push_back((this->*read)(first + i * recordSize));
     }
 
-    XMinidumpThread ReadThread(std::size_t at) const
+    XMinidumpThread ReadThread(Number at)
     {
         XMinidumpThread thread;
         thread.m_id = Get<unsigned>(at);
         ReadRegisters(Get<unsigned>(at + 40), Get<unsigned>(at + 44), thread);
         return thread;
     }
-    void ReadRegisters(std::size_t size, std::size_t place, XMinidumpThread& thread) const
+    void ReadRegisters(Number size, Number place, XMinidumpThread& thread) const
     {
         if (processor == nullptr || size < processor->recordSize || !Has(place, processor->recordSize))
             return;
@@ -153,40 +178,45 @@ struct XMinidump::Reader
         thread.m_instruction = thread.m_registers[processor->recordIndex[processor->instruction]];
     }
 
-    XMinidumpModule ReadModule(std::size_t at) const
+    XMinidumpModule ReadModule(Number at)
     {
         XMinidumpModule module;
         module.m_base = Get<Number>(at);
         module.m_size = Get<unsigned>(at + 8);
         module.m_path = ReadText(Get<unsigned>(at + 20));
-        const std::size_t size = Get<unsigned>(at + 76);
-        const std::size_t place = Get<unsigned>(at + 80);
+        const unsigned size = Get<unsigned>(at + 76);
+        const Number place = Get<unsigned>(at + 80);
         if (size > sizeof(unsigned) && size <= sizeof(unsigned) + md::kLongestBuildId && Has(place, size) &&
             Get<unsigned>(place) == md::kBuildIdRecord)
         {
-            const auto id = bytes.begin() + static_cast<std::ptrdiff_t>(place + sizeof(unsigned));
-            module.m_buildId.assign(id, id + static_cast<std::ptrdiff_t>(size - sizeof(unsigned)));
+            module.m_buildId.resize(size - sizeof(unsigned));
+            if (!bytes.Read(place + sizeof(unsigned), module.m_buildId.data(), module.m_buildId.size()))
+                module.m_buildId.clear();
         }
         return module;
     }
-    CXTString<wchar_t> ReadText(std::size_t at) const
+    CXTString<wchar_t> ReadText(Number at)
     {
-        const std::size_t size = Get<unsigned>(at);
+        const unsigned size = Get<unsigned>(at);
         CXTString<wchar_t> text;
-        if (!Has(at, sizeof(unsigned)) || size > kLongestName || !Has(at + sizeof(unsigned), size) ||
-            !XDecodeText(bytes.data() + at + sizeof(unsigned), size, xEncodingUtf16, text))
+        if (size > kLongestName || size > nameBytesLeft || !Has(at + sizeof(unsigned), size))
+            return text;
+        nameBytesLeft -= size;
+        std::string units(size, '\0');
+        if (!bytes.Read(at + sizeof(unsigned), units.data(), size) ||
+            !XDecodeText(units.data(), size, xEncodingUtf16, text))
             return {};
         return text;
     }
 
-    Memory ReadMemory(std::size_t at) const
+    Memory ReadMemory(Number at)
     {
-        const std::size_t size = Get<unsigned>(at + 8);
-        const std::size_t place = Get<unsigned>(at + 12);
+        const unsigned size = Get<unsigned>(at + 8);
+        const unsigned place = Get<unsigned>(at + 12);
         return {Get<Number>(at), place, Has(place, size) ? size : 0};
     }
 
-    void ReadException(std::size_t place)
+    void ReadException(Number place)
     {
         if (!Has(place, md::kExceptionSize))
             return;
@@ -214,7 +244,8 @@ struct XMinidump::Reader
     }
 
     XMinidump& dump;
-    const std::vector<unsigned char>& bytes;
+    const tev::UntrustedBytes& bytes;
+    unsigned nameBytesLeft = kMostNameBytes;
     const tev::Processor* processor = nullptr;
     unsigned faultThread = 0;
     XMinidumpThread faultState;
@@ -222,51 +253,35 @@ struct XMinidump::Reader
 
 bool XMinidump::Parse(std::vector<unsigned char> bytes)
 {
-    m_parts = m_cutParts = 0;
-    m_time = m_platform = m_processorCount = 0;
-    m_processor = md::kUnknownProcessor;
-    m_systemText.Empty();
-    m_processId = m_signal = m_signalCode = 0;
-    m_faultAddress = 0;
-    m_faultThread = -1;
-    m_threads.clear();
-    m_modules.clear();
-    m_memory.clear();
-    m_bytes = std::move(bytes);
-    if (Reader(*this).ReadAll())
+    if (Reader::Read(*this, std::make_unique<tev::UntrustedBytes>(std::move(bytes))))
         return true;
-    m_bytes.clear();
+    Reader::Clear(*this);
     return tev::NoteBadData("XMinidump::Parse");
 }
 
 bool XMinidump::Load(const wchar_t* path)
 {
-    std::vector<unsigned char> bytes;
-    tev::platform::FileInformation information;
     constexpr const char* kOperation = "XMinidump::Load";
     const tev::platform::WithoutCancellation whole;
-    bool isRead = false;
-    bool isDump = false;
-    if (!tev::platform::GetFileInformation(path, information))
-        tev::NoteLastError(kOperation, path);
-    else if (information.kind == tev::platform::FileKind::File)
-    {
-        isRead = tev::ResultOrNote(kOperation, path, false, [&] {
-            CXFile file(path, CXFile::modeRead | CXFile::shareDenyNone);
-            if (file.GetLength() > kLargestFile)
-                return tev::NoteBadData(kOperation, path);
-            bytes.resize(static_cast<std::size_t>(file.GetLength()));
-            bytes.resize(file.Read(bytes.data(), static_cast<unsigned>(bytes.size())));
-            return true;
-        });
-    }
-    else
-        tev::NoteBadData(kOperation, path);
-    {
-        const tev::FailuresUnnoted unnoted; // here it is the file that is said
-        isDump = Parse(std::move(bytes));
-    }
-    return isDump || (isRead && tev::NoteBadData(kOperation, path));
+    Reader::Clear(*this);
+    const bool isLoaded = tev::ResultOrNote(kOperation, path, false, [&] {
+        std::shared_ptr<const tev::platform::InputFile> file = tev::platform::InputFile::Open(path);
+        if (file == nullptr)
+            return errno == EISDIR || errno == EINVAL ? tev::NoteBadData(kOperation, path)
+                                                      : tev::NoteLastError(kOperation, path);
+        bool isDump = false;
+        {
+            const tev::FailuresUnnoted unnoted; // here it is the file that is said
+            isDump = Reader::Read(*this, std::make_unique<tev::UntrustedBytes>(std::move(file)));
+        }
+        const int error = m_bytes->Error();
+        if (error != 0)
+            return tev::NoteSystemError(kOperation, tev::platform::SystemErrorFromErrno(error), path);
+        return isDump || tev::NoteBadData(kOperation, path);
+    });
+    if (!isLoaded)
+        Reader::Clear(*this);
+    return isLoaded;
 }
 
 bool XMinidump::IsLinux() const noexcept

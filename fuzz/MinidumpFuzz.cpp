@@ -26,7 +26,7 @@ void ReadDump(const std::vector<unsigned char>& bytes)
 
 void WalkBy(const std::vector<unsigned char>& bytes)
 {
-    const auto file = tev::ModuleFile::Read(bytes);
+    const auto file = tev::ModuleFile::Read(tev::UntrustedBytes(bytes));
     if (file == nullptr)
         return;
     constexpr std::uint64_t kStep = 16;

@@ -1,9 +1,12 @@
 // Real crashes, in a separate program.
 
+#include "crash/ModuleFile.h"
 #include "crash/XMinidump.h"
 #include "tests/support/CrashingProgram.h"
 #include "tests/support/Debugger.h"
+#include "tests/support/ForkedChild.h"
 #include "tests/support/Sanitized.h"
+#include "tests/support/StoreBytes.h"
 #include "tests/support/TestRegistry.h"
 
 #include <algorithm>
@@ -422,6 +425,88 @@ TEST_F(CrashesThread, TheStandardStreamsAreFilled)
     XMinidumpStackEnd end{};
     dump.GetStack(dump.GetFaultThread(), end);
     EXPECT_EQ(end, XMinidumpStackEnd::kComplete);
+}
+
+TEST_F(CrashesThread, TheSizesOfFilesDecideNoAllocation)
+{
+    CrashingProgram program({"segment-violation"});
+    program.Wait();
+    const std::string name = "user/" + kProduct + ".dmp";
+    XMinidump dump;
+    ASSERT_TRUE(dump.Load(program.Folder().WidePath(name).c_str()));
+    const std::vector<XMinidumpFrame> stack = dump.GetStack(dump.GetFaultThread());
+    const auto crashed = std::find_if(stack.begin(), stack.end(), [](const XMinidumpFrame& frame) {
+        return frame.m_function.Find(L"WriteNowhere") >= 0;
+    });
+    ASSERT_NE(crashed, stack.end());
+    const XMinidumpModule module = dump.GetModules()[static_cast<std::size_t>(crashed->m_module)];
+    std::filesystem::copy_file(TEVTOOLS_CRASH_WAYS, program.Folder().Path("module"));
+    std::filesystem::resize_file(program.Folder().Path("module"), 500u << 20);
+    std::filesystem::resize_file(program.Folder().Path(name), std::uintmax_t{8} << 30);
+    enum
+    {
+        kSame,
+        kNoLoad,
+        kOtherStack,
+        kNoModule,
+        kOtherFunction
+    };
+    EXPECT_EQ(kSame, ResultInChild([&] {
+                  std::size_t pages = 0;
+                  std::ifstream("/proc/self/statm") >> pages;
+                  const rlim_t most = pages * static_cast<std::size_t>(sysconf(_SC_PAGESIZE)) + (64u << 20);
+                  const rlimit little = {most, most};
+                  setrlimit(RLIMIT_AS, &little);
+                  if (!dump.Load(program.Folder().WidePath(name).c_str()))
+                      return kNoLoad;
+                  if (dump.GetStack(dump.GetFaultThread()).size() != stack.size())
+                      return kOtherStack;
+                  const auto file =
+                      tev::ModuleFile::Open(program.Folder().WidePath("module").c_str(), module.m_buildId);
+                  if (file == nullptr)
+                      return kNoModule;
+                  std::string function;
+                  std::uint64_t offset = 0;
+                  const bool isFound = file->FindFunction(crashed->m_instruction - module.m_base, function, offset);
+                  return isFound && function.find("WriteNowhere") != function.npos ? kSame : kOtherFunction;
+              }));
+}
+
+// By bytes that many records share, a small file could take any amount of memory.
+TEST(Minidump, CountsInAFileDecideNoAllocation)
+{
+    constexpr unsigned kDirectory = 32;
+    constexpr unsigned kList = kDirectory + 12;
+    struct Row
+    {
+        unsigned stream;
+        XMinidumpPart part;
+        std::size_t recordSize;
+        unsigned count;
+        bool isCut;
+    };
+    const std::string name = Number(32768) + std::string(32768, 'a');
+    for (const Row& row : {Row{3, XMinidumpPart::kThreads, 48, 65536, false},
+                           {3, XMinidumpPart::kThreads, 48, 65537, true},
+                           {4, XMinidumpPart::kModules, 108, 3000, false}})
+    {
+        const auto listSize = static_cast<unsigned>(4 + row.count * row.recordSize);
+        std::string record(row.recordSize, '\0');
+        record.replace(20, 4, Number(kList + listSize));
+        std::string bytes = "MDMP" + Number(0xA793) + Number(1) + Number(kDirectory) + std::string(16, '\0');
+        bytes += Number(row.stream) + Number(listSize) + Number(kList) + Number(row.count);
+        for (unsigned i = 0; i < row.count; ++i)
+            bytes += record;
+        bytes += name;
+        XMinidump dump;
+        ASSERT_TRUE(dump.Parse(std::vector<unsigned char>(bytes.begin(), bytes.end())));
+        EXPECT_EQ(dump.IsCut(row.part), row.isCut);
+        EXPECT_EQ(std::max(dump.GetThreads().size(), dump.GetModules().size()), std::min(row.count, 65536u));
+        std::size_t named = 0;
+        for (const XMinidumpModule& module : dump.GetModules())
+            named += module.m_path.GetLength() == 16384 ? 1 : 0;
+        EXPECT_EQ(named, row.stream == 4 ? 2048u : 0u) << "64 MiB of names";
+    }
 }
 
 TEST_F(CrashesThread, ADebuggerFindsTheSignalTheThreadsAndTheFunction)
