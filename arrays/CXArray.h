@@ -261,7 +261,7 @@ public:
     }
     /// In an array of narrow integers, NULL (a long) is mistaken for an address as in CElementArray, or the value does not fit.
     template <class NUMBER, class = std::enable_if_t<std::is_same_v<NUMBER, long> && std::is_integral_v<TYPE> &&
-                                                     sizeof(TYPE) < sizeof(NUMBER)>>
+                                                     (sizeof(TYPE) < sizeof(NUMBER))>>
     void InsertAt(int, NUMBER, int = 1) = delete;
     /// Removes a run of elements, which must lie in the array. The capacity stays.
     void RemoveAt(int index, int count = 1)
