@@ -19,6 +19,23 @@ if(TARGET TevToolsStatic)
 endif()
 if(TARGET tev)
     install(TARGETS tev RUNTIME COMPONENT tool)
+    file(GLOB tool_schemas CONFIGURE_DEPENDS tools/tev/schemas/*.json)
+    install(FILES ${tool_schemas} DESTINATION "${CMAKE_INSTALL_DATADIR}/TevTools/schemas" COMPONENT tool)
+endif()
+# The tool describes itself: its manual page, and what shells complete its command lines with.
+if(TARGET tev AND UNIX AND NOT CMAKE_CROSSCOMPILING AND NOT TEVTOOLS_SANITIZE)
+    set(pages "${CMAKE_CURRENT_BINARY_DIR}/pages")
+    file(MAKE_DIRECTORY "${pages}")
+    add_custom_command(TARGET tev POST_BUILD VERBATIM
+        COMMAND sh -c "\"$1\" help --man >tev.1 && for shell in bash zsh fish; do \"$1\" completion $shell >tev.$shell || exit 1; done"
+            sh "$<TARGET_FILE:tev>"
+        WORKING_DIRECTORY "${pages}")
+    install(FILES "${pages}/tev.1" DESTINATION "${CMAKE_INSTALL_MANDIR}/man1" COMPONENT tool)
+    install(FILES "${pages}/tev.bash" DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions" RENAME tev
+        COMPONENT tool)
+    install(FILES "${pages}/tev.zsh" DESTINATION "${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions" RENAME _tev
+        COMPONENT tool)
+    install(FILES "${pages}/tev.fish" DESTINATION "${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d" COMPONENT tool)
 endif()
 
 install(FILES TevTools.h DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/TevTools" COMPONENT development)

@@ -93,6 +93,14 @@ if(TARGET tev AND NOT TEVTOOLS_SANITIZE AND CMAKE_SYSTEM_PROCESSOR MATCHES "x86_
     endforeach()
 endif()
 
+# What the tool prints for other programs, and for shells.
+if(TARGET tev AND UNIX)
+    add_test(NAME tool.json COMMAND Python3::Interpreter "${PROJECT_SOURCE_DIR}/tests/tools/check-json"
+        "$<TARGET_FILE:tev>" "${PROJECT_SOURCE_DIR}")
+    add_test(NAME tool.completion COMMAND "${PROJECT_SOURCE_DIR}/tests/tools/check-completion" "$<TARGET_FILE:tev>")
+    set_tests_properties(tool.json tool.completion PROPERTIES TIMEOUT 300 ENVIRONMENT "${test_environment}")
+endif()
+
 # Plug-ins are loaded at run time by a program that uses the real shared library.
 file(GLOB plugin_sources CONFIGURE_DEPENDS tests/plugin/*Plugin.cpp)
 file(GLOB plugin_test_sources CONFIGURE_DEPENDS tests/plugin/*Test.cpp)

@@ -8,6 +8,7 @@
 
 namespace
 {
+using namespace std::string_literals;
 using namespace tev::test;
 using testing::HasSubstr;
 
@@ -42,6 +43,22 @@ TEST(TevLog, PrintsALogAsUtf8)
     EXPECT_EQ(none.m_exitCode, 1);
     EXPECT_THAT(none.m_error, HasSubstr("none.log"));
     EXPECT_EQ(RunTev({"log"}).m_exitCode, 2);
+}
+
+TEST(TevLog, SaysWhatIsNoLog)
+{
+    const TempFolder folder;
+    const std::string euro = "\xE2\x82\xAC";
+    for (const std::string& bytes :
+         {"PK\3\4"s + '\0', "caf\xE9 au lait"s, std::string(5000, 'a') + euro, "cut "s + euro[0]})
+    {
+        folder.WriteFile("file", bytes);
+        const TevResult shown = RunTev({"log", "show", folder.Path("file")});
+        const bool isText = bytes.back() == euro[0] || bytes.size() > 5000;
+        EXPECT_EQ(shown.m_exitCode, isText ? 0 : 1);
+        EXPECT_EQ(shown.m_output, isText ? bytes : "");
+        EXPECT_EQ(shown.m_error, isText ? "" : "tev: " + folder.Path("file").string() + ": is no log\n");
+    }
 }
 
 TEST(TevLog, FollowsALogThatGrowsAndOneThatIsStartedAgain)

@@ -89,7 +89,7 @@ TEST_F(TevRegistry, KeysAreListedCarriedOverAndDeleted)
     EXPECT_EQ(Run({"import"}, text).m_error, "");
     EXPECT_EQ(Run({"list", "Maker", "--recursive"}).m_output,
               "a/b\\\tkey\t\t\na/b\\@\tstring\t4\t\"d\"\na/b\\n\tint\t4\t7\n");
-    EXPECT_EQ(Run({"list", "/", "--format", "json"}).m_output, "{\"name\": \"Maker\", \"type\": \"key\"}\n");
+    EXPECT_EQ(Run({"list", "/", "--json"}).m_output, "{\"name\": \"Maker\", \"type\": \"key\"}\n");
     const std::string file = m_registry.m_folder.Path("out.reg").string();
     EXPECT_EQ(Run({"export", "Maker", file}).m_error, "");
     EXPECT_EQ(m_registry.m_folder.ReadFile("out.reg").substr(0, 6), "\xFF\xFEW\0i\0"s);

@@ -123,6 +123,13 @@ TEST_F(TevSettings, StoresAreListedShownCopiedAndRemoved)
     ASSERT_TRUE(copy.LoadFromPrefs(m_folder.WidePath("b.prefs").c_str(), 5, 6, false));
     EXPECT_TRUE(copy.IsEqual(store));
 
+    // Keys and identifiers of four letters
+    EXPECT_EQ(Run("set", {"ACME", "0x10", "Wdth", "int", "5"}).m_exitCode, 0);
+    EXPECT_EQ(Run("get", {"1094929733", "16", "1466201192"}).m_output, "5\n");
+    EXPECT_EQ(Run("remove", {"ACME", "16"}).m_exitCode, 0);
+    for (const char* key : {"ACM", "ACMES", "1ABC", "0x", "-1", "4294967296", ""})
+        EXPECT_EQ(Run("get", {key, "1", "1"}).m_exitCode, 2) << key;
+
     EXPECT_EQ(Run("remove", {"3", "4", "1"}).m_exitCode, 0);
     EXPECT_EQ(Run("remove", {"3", "4", "1"}).m_exitCode, 1);
     EXPECT_EQ(Run("list", {"--format", "table"}).m_output, "KEY 1  KEY 2  BYTES  VALUES\n    3      4     56       1\n"

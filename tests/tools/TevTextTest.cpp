@@ -131,7 +131,7 @@ TEST_F(TevText, InfoNamesEncodingMarkLineEndsAndLines)
 TEST_F(TevText, InfoPrintsTablesAndJson)
 {
     const std::string name = Write("caf\u00E9 \"1\".txt", "one\r\ntwo\n");
-    EXPECT_EQ(RunTev({"text", "info", "--format", "json", name}).m_output,
+    EXPECT_EQ(RunTev({"text", "info", "--json", name}).m_output,
               "{\"file\": \"" + Path("caf\u00E9 \\\"1\\\".txt") +
                   "\", \"encoding\": \"ASCII\", \"mark\": false, \"lf\": 1, \"crlf\": 1, \"cr\": 0, \"lines\": 2, "
                   "\"bytes\": 9}\n");

@@ -4,8 +4,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+#include <utility>
+
 namespace
 {
+using namespace std::string_literals;
 using namespace tev::test;
 using testing::HasSubstr;
 using testing::StartsWith;
@@ -19,6 +23,8 @@ TEST(TevUsage, ListsTheCommandsWhereOneIsMissingOrUnknown)
     } cases[] = {
         {{}, "tev: a command is needed: text, "},
         {{"color", "#ff0000"}, "tev: there is no command color, but text, "},
+        {{"help", "zpi", "list"}, "tev: there is no command zpi\nDid you mean zip?\n"},
+        {{"help", "zip", "frobnicate"}, "tev: there is no command frobnicate\nRun "},
         {{"log"}, "tev: log: a command is needed: show\n"},
         {{"log", "list", "x"}, "tev: log: there is no command list, but show\n"},
         {{"log", "show"}, "tev: FILE is required\n"},
@@ -32,6 +38,43 @@ TEST(TevUsage, ListsTheCommandsWhereOneIsMissingOrUnknown)
         EXPECT_THAT(result.m_error, StartsWith(error));
         EXPECT_THAT(result.m_error, HasSubstr("--help"));
     }
+}
+
+TEST(TevUsage, SuggestsTheNearestCommand)
+{
+    for (const auto& [word, nearest] : {std::pair("color", "colour"), {"regsitry", "registry"}, {"txt", "text"}})
+        EXPECT_THAT(RunTev({word}).m_error, HasSubstr("\nDid you mean "s + nearest + "?\n"));
+    for (const char* word : {"xy", "frobnicate"})
+        EXPECT_THAT(RunTev({word}).m_error, testing::Not(HasSubstr("Did you mean")));
+}
+
+TEST(TevUsage, HelpIsTheSameInBothForms)
+{
+    EXPECT_EQ(RunTev({"help"}).m_output, RunTev({"--help"}).m_output);
+    EXPECT_EQ(RunTev({"help", "zip", "add"}).m_output, RunTev({"zip", "add", "--help"}).m_output);
+    const std::string page = RunTev({"help", "--man"}).m_output;
+    EXPECT_THAT(page, StartsWith(".TH TEV 1 "));
+    EXPECT_THAT(page, HasSubstr(".SS \"tev zip list ARCHIVE [NAME]\"\n"));
+    EXPECT_THAT(page, HasSubstr("\n\\fB\\-\\-encryption\\fR \\fI"));
+}
+
+TEST(TevUsage, ColoursAreForTerminalsWhoseUsersWantThem)
+{
+    const auto shown = [](const char* name, const char* value) {
+        setenv(name, value, 1);
+        const std::optional<std::string> text = RunTevOnTerminal({"types", "a.zip"});
+        unsetenv(name);
+        return text;
+    };
+    setenv("TERM", "xterm", 1);
+    const std::optional<std::string> coloured = RunTevOnTerminal({"types", "a.zip"});
+    if (!coloured)
+        GTEST_SKIP() << "no terminals";
+    EXPECT_THAT(*coloured, StartsWith("\033[1mNAME "));
+    EXPECT_THAT(*RunTevOnTerminal({"text", "cat", "missing"}), StartsWith("\033[1;31mtev:\033[0m missing: "));
+    EXPECT_THAT(*shown("NO_COLOR", "1"), StartsWith("NAME "));
+    EXPECT_THAT(*shown("TERM", "dumb"), StartsWith("NAME "));
+    EXPECT_THAT(RunTev({"types", "a.zip", "--format", "table"}).m_output, StartsWith("NAME "));
 }
 
 TEST(TevUsage, ErrorsNameTheRightFileOnce)

@@ -18,6 +18,7 @@ void AddDump(const ToolCommand& archive, Session& session)
     {
         std::vector<std::string> m_files;
         ClassDescriptions m_classes = ExampleClasses();
+        bool m_isJson = false;
     };
     const auto options = std::make_shared<Options>();
     const ToolCommand command =
@@ -30,14 +31,16 @@ void AddDump(const ToolCommand& archive, Session& session)
     command.AddParsedOption("--class", describe, "The fields that objects of a class write; may be given several times")
         .ValueName("CLASS")
         .Repeatable();
+    command.AddFlag("--json", options->m_isJson, "As JSON, an object a line");
     command.Footer(
         "An archive names its classes but does not describe their fields. The classes of\n"
         "examples/scene_archive.cpp are known, as if they were given by:\n" +
         ExampleClassesHelp() + "Types: " + FieldTypesHelp() +
         ".\nA field of type objects is a count and as many objects. With @N a field is there from schema N on.");
     command.OnRun([&session, options] {
-        AttemptEach(session, options->m_files,
-                    [&](const std::string& name) { DumpArchive(session, name, options->m_classes); });
+        AttemptEach(session, options->m_files, [&](const std::string& name) {
+            DumpArchive(session, name, options->m_classes, options->m_isJson);
+        });
     });
 }
 } // namespace

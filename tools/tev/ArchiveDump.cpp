@@ -2,6 +2,7 @@
 
 #include "files/CXArchive.h"
 #include "files/CXMemFile.h"
+#include "tools/tev/Json.h"
 #include "tools/tev/TextSource.h"
 #include "tools/tev/Tool.h"
 
@@ -86,8 +87,9 @@ std::string ReadAll(const std::string& name)
 class Dumper
 {
 public:
-    Dumper(Session& session, std::string bytes, const ClassDescriptions& classes)
+    Dumper(Session& session, std::string bytes, const ClassDescriptions& classes, bool isJson)
         : m_session(session),
+          m_isJson(isJson),
           m_classes(classes),
           m_bytes(std::move(bytes)),
           m_file(reinterpret_cast<const unsigned char*>(m_bytes.data()), m_bytes.size(), false),
@@ -113,7 +115,7 @@ public:
     {
         while (Advance() < m_bytes.size())
             DumpReference("");
-        Print("end");
+        Print("", "end", {{"kind", "end"}});
     }
 
     void DumpFields()
@@ -125,7 +127,7 @@ public:
         {
             Advance();
             if (schema >= field.m_since)
-                field.m_type->m_dump(*this, *field.m_type, field.m_name + ": ");
+                field.m_type->m_dump(*this, *field.m_type, field.m_name);
         }
         --m_depth;
     }
@@ -144,12 +146,14 @@ public:
                                         : number < m_numbers.size() ? m_numbers[number].m_type
                                                                     : nullptr;
         if (Peekable(2) && tag == 0)
-            Print(label + "null");
+            Print(label, "null", {{"kind", "null"}});
         else if (type != nullptr && (tag & kClassBit32) == 0)
-            Print(label + "object " + std::to_string(number) + " again, " + type->Name());
+            Print(label, "object " + std::to_string(number) + " again, " + type->Name(),
+                  {{"kind", "reference"}, {"number", number}, {"class", type->Name()}});
         else if (type != nullptr)
         {
-            Print(label + "object " + std::to_string(m_numbers.size()) + ", " + type->Name());
+            Print(label, "object " + std::to_string(m_numbers.size()) + ", " + type->Name(),
+                  {{"kind", "object"}, {"number", m_numbers.size()}, {"class", type->Name()}});
             m_numbers.push_back({type, false});
             m_next = type;
         }
@@ -158,15 +162,21 @@ public:
 
     void DumpObjects(const std::string& label)
     {
-        const unsigned __int64 count = m_archive.ReadCount();
-        Print(label + "count " + std::to_string(count));
+        const unsigned __int64 count = DumpCount(label);
         ++m_depth;
         for (unsigned __int64 i = 0; i < count; ++i)
         {
             Advance();
-            DumpReference("[" + std::to_string(i) + "] ");
+            DumpReference("[" + std::to_string(i) + "]");
         }
         --m_depth;
+    }
+
+    unsigned __int64 DumpCount(const std::string& label)
+    {
+        const unsigned __int64 count = m_archive.ReadCount();
+        PrintValue(label, "count", std::to_string(count), count);
+        return count;
     }
 
     void DumpText(const std::string& label)
@@ -176,14 +186,32 @@ public:
         const bool isTagged = tag >= 0xFFFC && tag <= 0xFFFE;
         CXTString<wchar_t> text;
         m_archive >> text;
-        Print(label + (isTagged ? encodings[tag - 0xFFFC] : "ANSI") + " " + JsonString(Narrow(text)));
+        const char* const encoding = isTagged ? encodings[tag - 0xFFFC] : "ANSI";
+        Print(label, encoding + (" " + Json(text).Text()), {{"kind", "text"}, {"encoding", encoding}, {"value", text}});
     }
 
-    void Print(const std::string& text)
+    /// A value of a kind that has one form as text.
+    void PrintValue(const std::string& label, const char* kind, const std::string& text, const Json& json)
     {
+        Print(label, kind + (" " + text), {{"kind", kind}, {"value", json}});
+    }
+
+    /// The label is the name of a field, or an index in brackets, or empty.
+    void Print(const std::string& label, const std::string& text, const Json::Members& members)
+    {
+        if (m_isJson)
+        {
+            Json::Members all = {{"offset", m_offset}, {"depth", m_depth}};
+            if (!label.empty())
+                all.emplace_back("field", label);
+            all.insert(all.end(), members.begin(), members.end());
+            m_session.m_output.Write(Json::Object(all).Line());
+            return;
+        }
         char offset[24];
         std::snprintf(offset, sizeof offset, "%08llx  ", m_offset);
-        m_session.m_output.Write(offset + std::string(2 * m_depth, ' ') + text + "\n");
+        const char* const separator = label.empty() ? "" : label.front() == '[' ? " " : ": ";
+        m_session.m_output.Write(offset + std::string(2 * m_depth, ' ') + label + separator + text + "\n");
     }
 
 private:
@@ -218,13 +246,15 @@ private:
         for (m_offset = from; m_offset < m_bytes.size(); m_offset += kBytesInLine)
         {
             std::string line = "bytes";
-            for (const char byte : m_bytes.substr(m_offset, kBytesInLine))
+            const std::string bytes = m_bytes.substr(m_offset, kBytesInLine);
+            for (const char byte : bytes)
             {
                 char text[4];
                 std::snprintf(text, sizeof text, " %02X", static_cast<unsigned char>(byte));
                 line += text;
             }
-            Print(line);
+            const auto* const first = reinterpret_cast<const unsigned char*>(bytes.data());
+            Print("", line, {{"kind", "bytes"}, {"value", Hexadecimal(first, bytes.size())}});
         }
         m_offset = offset;
     }
@@ -237,14 +267,16 @@ private:
         if (!Peekable(kNameAt + length))
             CXArchiveException::Throw(archiveEndOfFile);
         const std::string name = m_bytes.substr(m_offset + kNameAt, length);
-        Print("class " + std::to_string(m_numbers.size()) + " " + JsonString(name) + ", schema " +
-              std::to_string(schema));
+        Print("",
+              "class " + std::to_string(m_numbers.size()) + " " + Json(name).Text() + ", schema " +
+                  std::to_string(schema),
+              {{"kind", "class"}, {"number", m_numbers.size()}, {"class", name}, {"schema", schema}});
         const auto described = m_classes.find(name);
         if (described == m_classes.end() || schema < described->second.m_firstSchema ||
             schema > described->second.m_lastSchema)
         {
             DumpBytes(m_offset + kNameAt + length);
-            throw Failure("", "the fields of class " + JsonString(name) + ", schema " + std::to_string(schema) +
+            throw Failure("", "the fields of class " + Json(name).Text() + ", schema " + std::to_string(schema) +
                                   ", are not known; --class can describe them");
         }
         m_types.push_back(std::make_unique<DumpedClass>(name, schema, described->second.m_fields));
@@ -252,6 +284,7 @@ private:
     }
 
     Session& m_session;
+    const bool m_isJson;
     const ClassDescriptions& m_classes;
     std::string m_bytes;
     std::vector<std::unique_ptr<DumpedClass>> m_types;
@@ -283,7 +316,7 @@ void DumpScalar(Dumper& dumper, const FieldType& type, const std::string& label)
         text << static_cast<int>(value);
     else
         text << value;
-    dumper.Print(label + type.m_name + " " + text.str());
+    dumper.PrintValue(label, type.m_name, text.str(), Json::Number(text.str()));
 }
 
 const FieldType kFieldTypes[] = {
@@ -299,10 +332,7 @@ const FieldType kFieldTypes[] = {
     {"uint64", DumpScalar<unsigned __int64>},
     {"float", DumpScalar<float>},
     {"double", DumpScalar<double>},
-    {"count",
-     [](Dumper& dumper, const FieldType&, const std::string& label) {
-         dumper.Print(label + "count " + std::to_string(dumper.Archive().ReadCount()));
-     }},
+    {"count", [](Dumper& dumper, const FieldType&, const std::string& label) { dumper.DumpCount(label); }},
     {"text", [](Dumper& dumper, const FieldType&, const std::string& label) { dumper.DumpText(label); }},
     {"object", [](Dumper& dumper, const FieldType&, const std::string& label) { dumper.DumpReference(label); }},
     {"objects", [](Dumper& dumper, const FieldType&, const std::string& label) { dumper.DumpObjects(label); }},
@@ -377,9 +407,9 @@ std::string FieldTypesHelp()
     return names;
 }
 
-void DumpArchive(Session& session, const std::string& name, const ClassDescriptions& classes)
+void DumpArchive(Session& session, const std::string& name, const ClassDescriptions& classes, bool isJson)
 {
-    Dumper dumper(session, ReadAll(name), classes);
+    Dumper dumper(session, ReadAll(name), classes, isJson);
     const auto fail = [&](const std::string& reason) {
         char offset[40];
         std::snprintf(offset, sizeof offset, "at offset %08llx: ", dumper.Offset());

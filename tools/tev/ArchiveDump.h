@@ -41,8 +41,8 @@ ClassDescriptions ExampleClasses();
 std::string ExampleClassesHelp();
 std::string FieldTypesHelp();
 
-/// Prints the contents of an archive of objects, a line each with its offset. What follows an object of a class that is not
+/// Prints the contents of an archive of objects, a line each with its offset, or a JSON object each. What follows an object of a class that is not
 /// described is printed as bytes; then, and where the archive is damaged, throws Failure.
-void DumpArchive(Session& session, const std::string& name, const ClassDescriptions& classes);
+void DumpArchive(Session& session, const std::string& name, const ClassDescriptions& classes, bool isJson);
 
 } // namespace tev::tool

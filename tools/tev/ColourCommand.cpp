@@ -1,6 +1,8 @@
 #include "tools/tev/ColourCommand.h"
 
 #include "tools/tev/CommandLine.h"
+#include "tools/tev/Json.h"
+#include "tools/tev/Listing.h"
 #include "tools/tev/System.h"
 #include "tools/tev/Tool.h"
 #include "values/CRGBColor.h"
@@ -21,6 +23,7 @@ struct ColourOptions
     std::optional<float> m_hue;
     float m_darken = 0;
     float m_lighten = 0;
+    bool m_isJson = false;
 };
 
 /// The text as a number; nothing when it is none.
@@ -64,7 +67,7 @@ std::optional<CRGBColor> FromChannels(std::string_view text)
 
 std::string Sample(const CRGBColor& color)
 {
-    if (!IsTerminal(kStandardOutput))
+    if (!HasColours(kStandardOutput))
         return {};
     CXTString<char> sample;
     sample.Format("\033[48;2;%d;%d;%dm      \033[0m  ", color[0], color[1], color[2]);
@@ -85,8 +88,23 @@ void Show(Session& session, const ColourOptions& options)
     color->Lighten(options.m_lighten);
     float hue, saturation, luminance;
     color->ConvertToHSL(hue, saturation, luminance);
+    CXTString<char> code;
+    code.Format("#%02X%02X%02X", (*color)[0], (*color)[1], (*color)[2]);
+    if (options.m_isJson)
+    {
+        const auto number = [](float value) {
+            char digits[32];
+            return Json::Number(std::string(digits, std::to_chars(digits, digits + sizeof digits, value).ptr));
+        };
+        const Json json = Json::Object({{"rgb", code.GetConstBuffer()},
+                                        {"hue", number(hue)},
+                                        {"saturation", number(saturation)},
+                                        {"luminance", number(luminance)}});
+        session.m_output.Write(json.Line());
+        return;
+    }
     CXTString<char> line;
-    line.Format("#%02X%02X%02X  %s  hue %.4f, saturation %.4f, luminance %.4f\n", (*color)[0], (*color)[1], (*color)[2],
+    line.Format("%s  %s  hue %.4f, saturation %.4f, luminance %.4f\n", code.GetConstBuffer(),
                 Narrow(color->GetRGBString()).c_str(), static_cast<double>(hue), static_cast<double>(saturation),
                 static_cast<double>(luminance));
     session.m_output.WriteBytes(Sample(*color) + static_cast<const char*>(line));
@@ -103,6 +121,7 @@ void AddColourCommand(const ToolCommand& tool, Session& session)
     command.AddOption("--darken", options->m_darken, "Take this from its luminance, which is 0 to 1")
         .ValueName("NUMBER");
     command.AddOption("--lighten", options->m_lighten, "Add this to its luminance").ValueName("NUMBER");
+    AddJsonFlag(command, options->m_isJson);
     command.Footer("The changes are made in the order hue, darken, lighten.");
     command.OnRun([&session, options] { Show(session, *options); });
 }

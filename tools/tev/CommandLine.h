@@ -27,11 +27,14 @@ public:
     using std::runtime_error::runtime_error;
 };
 
+/// What the parser does not keep: the values that an option takes.
+using OptionChoices = std::map<const CLI::Option*, std::vector<std::string>>;
+
 /// An option or a positional argument of a command. The handle is cheap to copy and valid until the run ends.
 class ToolOption
 {
 public:
-    explicit ToolOption(CLI::Option& option) noexcept : m_option(&option) {}
+    ToolOption(CLI::Option& option, OptionChoices& choices) noexcept : m_option(&option), m_choices(&choices) {}
 
     ToolOption Required(bool required = true) const;
     ToolOption Description(const std::string& help) const;
@@ -53,6 +56,8 @@ public:
     ToolOption Excludes(const ToolOption& other) const;
     /// One argument holds several values, with commas between them.
     ToolOption CommaSeparated() const;
+    /// An argument that takes all words that are left.
+    ToolOption Several() const;
     /// May be given several times, with one value each.
     ToolOption Repeatable() const;
     /// The help shows the value that counts when none is given.
@@ -62,6 +67,7 @@ public:
 
 private:
     CLI::Option* m_option;
+    OptionChoices* m_choices;
 };
 
 /// A command of the tool, or a family of them. The handle is cheap to copy and valid until the run ends; so must be what
@@ -69,7 +75,7 @@ private:
 class ToolCommand
 {
 public:
-    explicit ToolCommand(CLI::App& command) noexcept : m_command(&command) {}
+    ToolCommand(CLI::App& command, OptionChoices& choices) noexcept : m_command(&command), m_choices(&choices) {}
 
     ToolCommand AddCommand(const std::string& name, const std::string& help) const;
     /// A family of commands, which are added to it; a command line that names none of them is a usage error.
@@ -103,6 +109,7 @@ public:
 
 private:
     CLI::App* m_command;
+    OptionChoices* m_choices;
 };
 
 using AddCommands = void (*)(const ToolCommand& tool, Session& session);

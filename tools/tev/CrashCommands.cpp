@@ -4,8 +4,9 @@
 #include "crash/XMinidump.h"
 #include "services/Paths.h"
 #include "tools/tev/CommandLine.h"
+#include "tools/tev/Json.h"
+#include "tools/tev/Listing.h"
 #include "tools/tev/System.h"
-#include "tools/tev/Table.h"
 #include "tools/tev/Tool.h"
 #include "values/CXTime.h"
 #include "zip/CZip.h"
@@ -25,6 +26,7 @@ struct CrashOptions
     std::string m_file;
     bool m_allThreads = false;
     bool m_modules = false;
+    bool m_isJson = false;
 };
 
 std::string Hex(unsigned __int64 number)
@@ -118,6 +120,11 @@ std::string ListText(const XMinidump& dump, XMinidumpPart part, const std::strin
     return name + " " + std::to_string(count) + (dump.IsCut(part) ? " (others are missing)" : "");
 }
 
+std::string BuildIdText(const XMinidumpModule& module)
+{
+    return Hexadecimal(module.m_buildId.data(), module.m_buildId.size());
+}
+
 void PrintDump(Output& output, const XMinidump& dump, const std::string& name, const CrashOptions& options)
 {
     const std::string process =
@@ -143,12 +150,108 @@ void PrintDump(Output& output, const XMinidump& dump, const std::string& name, c
         return;
     for (const XMinidumpModule& module : dump.GetModules())
     {
-        std::string buildId;
-        for (const unsigned char byte : module.m_buildId)
-            buildId += Hex(0x100u + byte).substr(3);
-        PrintFields(output, {Hex(module.m_base), std::to_string(module.m_size), buildId.empty() ? "-" : buildId,
+        const std::string buildId = BuildIdText(module);
+        PrintFields(output, {Hex(module.m_base), std::to_string(module.m_size), buildId.empty() ? kEmptyField : buildId,
                              Printable(module.m_path)});
     }
+}
+
+const char* EndName(XMinidumpStackEnd end)
+{
+    switch (end)
+    {
+    case XMinidumpStackEnd::kComplete:
+        return "complete";
+    case XMinidumpStackEnd::kNoRegisters:
+        return "no registers";
+    case XMinidumpStackEnd::kNoMemory:
+        return "no memory";
+    case XMinidumpStackEnd::kNoModule:
+        return "no module";
+    case XMinidumpStackEnd::kNoFile:
+        return "no file";
+    case XMinidumpStackEnd::kNoRules:
+        return "no rules";
+    case XMinidumpStackEnd::kTooDeep:
+        break;
+    }
+    return "too deep";
+}
+
+Json OrNull(bool isKnown, const Json& value)
+{
+    return isKnown ? value : Json();
+}
+
+Json FrameJson(const XMinidump& dump, const XMinidumpFrame& frame)
+{
+    return Json::Object({{"address", Hex(frame.m_instruction)},
+                         {"module", OrNull(frame.m_module >= 0, ModuleName(dump, frame.m_module))},
+                         {"function", OrNull(!frame.m_function.IsEmpty(), frame.m_function)},
+                         {"offset", frame.m_offset}});
+}
+
+Json ThreadJson(const XMinidump& dump, int index)
+{
+    XMinidumpStackEnd end{};
+    const std::vector<XMinidumpFrame> frames = dump.GetStack(index, end);
+    return Json::Object(
+        {{"id", dump.GetThreads()[static_cast<std::size_t>(index)].m_id},
+         {"crashed", index == dump.GetFaultThread()},
+         {"frames", Json::ListOf(frames, [&dump](const auto& frame) { return FrameJson(dump, frame); })},
+         {"end", EndName(end)}});
+}
+
+Json FaultJson(const XMinidump& dump)
+{
+    if (!dump.Has(XMinidumpPart::kException) || !dump.HasSignal())
+        return {};
+    const unsigned number = dump.GetSignal();
+    return Json::Object({{dump.IsLinux() ? "signal" : "exception", number},
+                         {"name", OrNull(dump.IsLinux(), SignalName(static_cast<int>(number)))},
+                         {"code", static_cast<int>(dump.GetSignalCode())},
+                         {"address", Hex(dump.GetFaultAddress())}});
+}
+
+Json SystemJson(const XMinidump& dump)
+{
+    if (!dump.Has(XMinidumpPart::kSystem))
+        return {};
+    return Json::Object({{"name", dump.GetSystemName()},
+                         {"processors", OrNull(dump.GetProcessorCount() != 0, dump.GetProcessorCount())},
+                         {"text", OrNull(!dump.GetSystemText().IsEmpty(), dump.GetSystemText())}});
+}
+
+/// What PrintDump prints; stacks and modules where the options ask for them.
+Json DumpJson(const XMinidump& dump, const std::string& name, const CrashOptions& options)
+{
+    std::vector<Json> threads;
+    for (int i = 0; i < static_cast<int>(dump.GetThreads().size()); ++i)
+    {
+        if (options.m_allThreads || i == dump.GetFaultThread())
+            threads.push_back(ThreadJson(dump, i));
+    }
+    Json::Members members = {
+        {"name", name},
+        {"process", OrNull(dump.Has(XMinidumpPart::kProcess), dump.GetProcessId())},
+        {"fault", FaultJson(dump)},
+        {"system", SystemJson(dump)},
+        {"time", OrNull(dump.GetTime() != 0, IsoTime(dump.GetTime()))},
+        {"threadCount", OrNull(dump.Has(XMinidumpPart::kThreads), dump.GetThreads().size())},
+        {"threadsCut", dump.IsCut(XMinidumpPart::kThreads)},
+        {"moduleCount", OrNull(dump.Has(XMinidumpPart::kModules), dump.GetModules().size())},
+        {"modulesCut", dump.IsCut(XMinidumpPart::kModules)},
+        {"threads", Json::List(threads)},
+    };
+    if (options.m_modules)
+        members.emplace_back("modules", Json::ListOf(dump.GetModules(), [](const XMinidumpModule& module) {
+                                 return Json::Object(
+                                     {{"base", Hex(module.m_base)},
+                                      {"size", module.m_size},
+                                      {"buildId", OrNull(!module.m_buildId.empty(), BuildIdText(module))},
+                                      {"path", module.m_path}});
+                             }));
+    return Json::Object(members);
 }
 
 /// A temporary folder, deleted with its contents.
@@ -170,22 +273,60 @@ private:
     const CPathString m_path;
 };
 
-void ShowDumpOf(Session& session, const CrashOptions& options, CZip& zip, unsigned index, const std::string& name)
+/// Loads a dump of a report.
+void LoadDumpOf(const CrashOptions& options, CZip& zip, unsigned index, const std::string& name, XMinidump& dump)
 {
     constexpr const wchar_t* kDump = L"report.dmp";
     const ScratchFolder scratch;
-    XMinidump dump;
     if (zip.ExtractFile(index, scratch.Path(), false, kDump, false) != zipExtracted ||
         !dump.Load(scratch.Path() / kDump))
         throw Failure(options.m_file, name + " is damaged, or too large for a report");
-    PrintDump(session.m_output, dump, name, options);
 }
 
-void ShowReport(Session& session, const CrashOptions& options)
+/// Prints the report: as JSON one object, with `files` empty where the file is a dump by itself.
+class ReportPrinter
 {
-    XMinidump single;
-    if (single.Load(Widen(options.m_file).c_str()))
-        return PrintDump(session.m_output, single, options.m_file, options);
+public:
+    ReportPrinter(Session& session, const CrashOptions& options) : m_session(session), m_options(options) {}
+
+    void Files(const std::vector<std::pair<std::string, unsigned __int64>>& files)
+    {
+        std::vector<Row> rows;
+        for (const auto& [name, size] : files)
+        {
+            rows.push_back({name, std::to_string(size)});
+            m_files.push_back(Json::Object({{"name", name}, {"bytes", size}}));
+        }
+        if (!m_options.m_isJson)
+            PrintTable(m_session.m_output, {{"FILE"}, {"BYTES", true}}, rows);
+    }
+
+    void Dump(const XMinidump& dump, const std::string& name)
+    {
+        if (m_options.m_isJson)
+            m_dumps.push_back(DumpJson(dump, name, m_options));
+        else
+            PrintDump(m_session.m_output, dump, name, m_options);
+    }
+
+    void Finish() const
+    {
+        if (!m_options.m_isJson)
+            return;
+        const Json report =
+            Json::Object({{"file", m_options.m_file}, {"files", Json::List(m_files)}, {"dumps", Json::List(m_dumps)}});
+        m_session.m_output.Write(report.Line());
+    }
+
+private:
+    Session& m_session;
+    const CrashOptions& m_options;
+    std::vector<Json> m_files;
+    std::vector<Json> m_dumps;
+};
+
+void ShowArchive(Session& session, const CrashOptions& options, ReportPrinter& printer)
+{
     CZip zip;
     if (!zip.Open(Widen(options.m_file).c_str(), zipOpenReadOnly, false, nullptr))
         throw Failure(options.m_file, "is no report that can be read");
@@ -193,7 +334,7 @@ void ShowReport(Session& session, const CrashOptions& options)
     CXExtractionLimits limits;
     limits.m_totalBytes = CCrashHandler::GetFileSizeLimit();
     zip.SetLimits(limits);
-    std::vector<Row> rows;
+    std::vector<std::pair<std::string, unsigned __int64>> files;
     std::vector<std::pair<unsigned, std::string>> dumps;
     for (unsigned i = 0; i < static_cast<unsigned>(zip.GetCount(false)); ++i)
     {
@@ -201,13 +342,28 @@ void ShowReport(Session& session, const CrashOptions& options)
         if (!zip.GetFileInfo(info, i))
             continue;
         const std::string name = Printable(info.GetFileName());
-        rows.push_back({name, std::to_string(info.GetUncompressedSize())});
+        files.emplace_back(name, info.GetUncompressedSize());
         if (EndsWith(name, ".dmp"))
             dumps.emplace_back(i, name);
     }
-    PrintTable(session.m_output, {{"FILE"}, {"BYTES", true}}, rows);
+    printer.Files(files);
     for (const auto& [index, name] : dumps)
-        Attempt(session, options.m_file, [&, i = index, &text = name] { ShowDumpOf(session, options, zip, i, text); });
+        Attempt(session, options.m_file, [&, i = index, &text = name] {
+            XMinidump dump;
+            LoadDumpOf(options, zip, i, text, dump);
+            printer.Dump(dump, text);
+        });
+}
+
+void ShowReport(Session& session, const CrashOptions& options)
+{
+    ReportPrinter printer(session, options);
+    XMinidump single;
+    if (single.Load(Widen(options.m_file).c_str()))
+        printer.Dump(single, options.m_file);
+    else
+        ShowArchive(session, options, printer);
+    printer.Finish();
 }
 } // namespace
 
@@ -220,6 +376,7 @@ void AddCrashCommands(const ToolCommand& tool, Session& session)
     show.AddArgument("REPORT", options->m_file, "The archive, or the dump by itself").Required();
     show.AddFlag("--threads", options->m_allThreads, "The stacks of all threads, not only of the one that crashed");
     show.AddFlag("--modules", options->m_modules, "The programs and libraries: base, size, build identifier, path");
+    AddJsonFlag(show, options->m_isJson);
     show.OnRun([&session, options] { Attempt(session, options->m_file, [&] { ShowReport(session, *options); }); });
 }
 

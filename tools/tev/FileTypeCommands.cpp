@@ -3,11 +3,11 @@
 #include "services/FileTypeRegistry.h"
 #include "services/FileWildcards.h"
 #include "tools/tev/CommandLine.h"
-#include "tools/tev/System.h"
-#include "tools/tev/Table.h"
+#include "tools/tev/Json.h"
+#include "tools/tev/Listing.h"
 #include "tools/tev/Tool.h"
 
-#include <iterator>
+#include <algorithm>
 #include <map>
 #include <memory>
 #include <string>
@@ -26,7 +26,7 @@ struct TypesOptions
 {
     std::vector<std::string> m_names;
     std::string m_kind;
-    std::string m_format;
+    ListForm m_form;
 };
 
 std::string CodeText(unsigned code)
@@ -37,20 +37,39 @@ std::string CodeText(unsigned code)
     return text.substr(0, text.find_last_not_of(' ') + 1);
 }
 
+/// Nothing where there is none.
 std::string Parser(unsigned code)
 {
-    return code == xFileCodeUnknown ? kEmptyField : CodeText(code);
+    return code == xFileCodeUnknown ? std::string() : CodeText(code);
 }
 
-std::string KindText(unsigned properties)
+std::vector<std::string> KindsOf(unsigned properties)
 {
-    std::string text;
+    std::vector<std::string> kinds;
     for (const auto& [name, kind] : kKinds)
     {
         if ((properties & kind) != 0)
-            text += (text.empty() ? "" : "+") + name;
+            kinds.push_back(name);
     }
+    return kinds;
+}
+
+std::string Field(const std::string& text)
+{
     return text.empty() ? kEmptyField : text;
+}
+
+std::string Joined(const std::vector<std::string>& words, const char* separator)
+{
+    std::string text;
+    for (const std::string& word : words)
+        text += (text.empty() ? "" : separator) + word;
+    return Field(text);
+}
+
+Json OrNull(const std::string& text)
+{
+    return text.empty() ? Json() : Json(text);
 }
 
 std::vector<CFileExt> TypesOfKind(unsigned kind)
@@ -62,74 +81,84 @@ std::vector<CFileExt> TypesOfKind(unsigned kind)
     return result;
 }
 
+std::vector<CXTString<wchar_t>> ExtensionsOf(const CFileExt& type)
+{
+    CXArray<CXTString<wchar_t>, const CXTString<wchar_t>&> extensions(false);
+    fileGetExtensionArray(type.GetClass(), extensions, true);
+    return {extensions.GetData(), extensions.GetData() + extensions.GetSize()};
+}
+
 /// The other classes whose types have the extension of the name.
-std::string OtherClasses(const CXTString<wchar_t>& name, unsigned defaultClass)
+std::vector<std::string> OtherClasses(const CXTString<wchar_t>& name, unsigned defaultClass)
 {
     CXTString<wchar_t> extension = fileGetExtension(name);
     extension.MakeLower();
-    std::string others;
+    std::vector<std::string> others;
     for (const CFileExt& type : TypesOfKind(0))
     {
-        CXArray<CXTString<wchar_t>, const CXTString<wchar_t>&> extensions(false);
-        fileGetExtensionArray(type.GetClass(), extensions, true);
-        const CXTString<wchar_t>* const first = extensions.GetData();
-        const bool hasIt = std::find(first, first + extensions.GetSize(), extension) != first + extensions.GetSize();
+        const std::vector<CXTString<wchar_t>> extensions = ExtensionsOf(type);
+        const bool hasIt = std::find(extensions.begin(), extensions.end(), extension) != extensions.end();
         if (hasIt && type.GetClass() != defaultClass)
-            others += (others.empty() ? "" : " ") + CodeText(type.GetClass());
+            others.push_back(CodeText(type.GetClass()));
     }
-    return others.empty() ? kEmptyField : others;
+    return others;
 }
 
-Row RowOfType(const CFileExt& type)
+void AddType(Listing& listing, const CFileExt& type)
 {
-    return {CodeText(type.GetClass()), KindText(type.GetProperties()), Parser(type.GetLoader()),
-            Parser(type.GetSaver()),   Narrow(type.GetExtension()),    Narrow(type.GetDescription())};
+    const std::vector<std::string> kinds = KindsOf(type.GetProperties());
+    const std::string loader = Parser(type.GetLoader());
+    const std::string saver = Parser(type.GetSaver());
+    listing.Add({CodeText(type.GetClass()), Joined(kinds, "+"), Field(loader), Field(saver),
+                 Narrow(type.GetExtension()), Narrow(type.GetDescription())},
+                Json::Object({{"class", CodeText(type.GetClass())},
+                              {"kinds", Json::ListOf(kinds)},
+                              {"loader", OrNull(loader)},
+                              {"saver", OrNull(saver)},
+                              {"extensions", Json::ListOf(ExtensionsOf(type))},
+                              {"description", type.GetDescription()}}));
 }
 
-Row RowOfName(const std::string& name)
+void AddName(Listing& listing, const std::string& name)
 {
     const CXTString<wchar_t> wide(Widen(name).c_str());
     CFileExt type;
-    if (!fileGetFileExt(wide, type))
-        return {name, kEmptyField, kEmptyField, kEmptyField, kEmptyField, kEmptyField};
-    return {name,
-            CodeText(type.GetClass()),
-            KindText(type.GetProperties()),
-            Parser(type.GetLoader()),
-            Parser(type.GetSaver()),
-            OtherClasses(wide, type.GetClass())};
+    std::string code, loader, saver;
+    std::vector<std::string> kinds, others;
+    if (fileGetFileExt(wide, type))
+    {
+        code = CodeText(type.GetClass());
+        kinds = KindsOf(type.GetProperties());
+        loader = Parser(type.GetLoader());
+        saver = Parser(type.GetSaver());
+        others = OtherClasses(wide, type.GetClass());
+    }
+    listing.Add({name, Field(code), Joined(kinds, "+"), Field(loader), Field(saver), Joined(others, " ")},
+                Json::Object({{"name", name},
+                              {"class", OrNull(code)},
+                              {"kinds", Json::ListOf(kinds)},
+                              {"loader", OrNull(loader)},
+                              {"saver", OrNull(saver)},
+                              {"others", Json::ListOf(others)}}));
 }
 
 void ShowTypes(Session& session, const TypesOptions& options)
 {
     const unsigned kind = options.m_kind.empty() ? 0 : kKinds.at(options.m_kind);
-    std::vector<Row> rows;
+    const std::vector<Column> ofTypes = {{"CLASS"}, {"KIND"}, {"LOADER"}, {"SAVER"}, {"EXTENSIONS"}, {"DESCRIPTION"}};
+    const std::vector<Column> ofNames = {{"NAME"}, {"CLASS"}, {"KIND"}, {"LOADER"}, {"SAVER"}, {"OTHERS"}};
+    Listing listing(session, options.m_form, options.m_names.empty() ? ofTypes : ofNames);
     if (options.m_names.empty())
     {
-        const std::vector<CFileExt> types = TypesOfKind(kind);
-        std::transform(types.begin(), types.end(), std::back_inserter(rows), RowOfType);
+        for (const CFileExt& type : TypesOfKind(kind))
+            AddType(listing, type);
     }
     for (const std::string& name : options.m_names)
     {
         if (kind == 0 || (fileGetKindOf(CXTString<wchar_t>(Widen(name).c_str())) & kind) != 0)
-            rows.push_back(RowOfName(name));
+            AddName(listing, name);
     }
-
-    const bool asTable = options.m_format == "table" || (options.m_format.empty() && IsTerminal(kStandardOutput));
-    if (!asTable)
-    {
-        for (const Row& row : rows)
-            PrintFields(session.m_output, row);
-    }
-    else if (options.m_names.empty())
-    {
-        PrintTable(session.m_output, {{"CLASS"}, {"KIND"}, {"LOADER"}, {"SAVER"}, {"EXTENSIONS"}, {"DESCRIPTION"}},
-                   rows);
-    }
-    else
-    {
-        PrintTable(session.m_output, {{"NAME"}, {"CLASS"}, {"KIND"}, {"LOADER"}, {"SAVER"}, {"OTHERS"}}, rows);
-    }
+    listing.Finish();
 }
 
 void AddTypes(const ToolCommand& tool, Session& session)
@@ -141,26 +170,29 @@ void AddTypes(const ToolCommand& tool, Session& session)
     command.AddOption("--kind", options->m_kind, "Only these: image, 3d, audio, video, web or archive")
         .OneOf(kKinds)
         .ValueName("KIND");
-    command
-        .AddOption("--format", options->m_format,
-                   "table for users, fields for programs;\na table on a terminal and else fields if not given")
-        .OneOf({"table", "fields"})
-        .ValueName("FORMAT");
+    AddListForm(command, options->m_form);
     command.Footer("FERN is the library's own loader or saver; - is none.");
     command.OnRun([&session, options] { ShowTypes(session, *options); });
 }
 
-void Match(Session& session, const std::string& list, const std::vector<std::string>& names)
+struct MatchOptions
 {
-    CXTString<wchar_t> patterns(Widen(list).c_str());
+    std::string m_list;
+    std::vector<std::string> m_names;
+    bool m_isJson = false;
+};
+
+void Match(Session& session, const MatchOptions& options)
+{
+    CXTString<wchar_t> patterns(Widen(options.m_list).c_str());
     CHashTable<CXTString<wchar_t>> set;
     fileGetHashFromExtensionList(patterns, set, false);
     bool found = false;
-    for (const std::string& name : names)
+    for (const std::string& name : options.m_names)
     {
         if (!fileMatchWilcards(CXTString<wchar_t>(Widen(name).c_str()), set))
             continue;
-        session.m_output.Write(name + "\n");
+        session.m_output.Write(options.m_isJson ? Json::Object({{"name", name}}).Line() : name + "\n");
         found = true;
     }
     if (!found)
@@ -169,23 +201,19 @@ void Match(Session& session, const std::string& list, const std::vector<std::str
 
 void AddMatch(const ToolCommand& tool, Session& session)
 {
-    struct Arguments
-    {
-        std::string m_list;
-        std::vector<std::string> m_names;
-    };
-    const auto arguments = std::make_shared<Arguments>();
+    const auto options = std::make_shared<MatchOptions>();
     const ToolCommand command = tool.AddCommand("match", "Print the names that a search list matches");
-    command.AddArgument("LIST", arguments->m_list, "Words and patterns, separated by blanks, commas or semicolons")
+    command.AddArgument("LIST", options->m_list, "Words and patterns, separated by blanks, commas or semicolons")
         .Required();
-    command.AddArgument("NAME", arguments->m_names, "Names to match").Required();
+    command.AddArgument("NAME", options->m_names, "Names to match").Required();
     command.Footer(
         "A word matches anywhere in a name; in it * matches any characters. A word with a ?, which matches one "
         "character,\n"
         "is a pattern for the whole name. In double quotes it is an extension, or a whole name if it has a dot.\n"
         "Matching is case-insensitive.\n"
         "The exit code is 1 when no name matches.");
-    command.OnRun([&session, arguments] { Match(session, arguments->m_list, arguments->m_names); });
+    AddJsonFlag(command, options->m_isJson);
+    command.OnRun([&session, options] { Match(session, *options); });
 }
 } // namespace
 

@@ -4,6 +4,7 @@
 #include "text/TextEncoding.h"
 #include "tools/tev/CommandLine.h"
 #include "tools/tev/Encodings.h"
+#include "tools/tev/Json.h"
 #include "tools/tev/TextSource.h"
 #include "tools/tev/Tool.h"
 
@@ -13,6 +14,7 @@
 #include <string>
 #include <string_view>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace tev::tool
@@ -26,7 +28,7 @@ constexpr auto kBetweenLooks = std::chrono::milliseconds(200);
 class LogReader
 {
 public:
-    explicit LogReader(const std::string& name) : m_file(OpenInput(name)), m_block(kReadAtOnce) {}
+    explicit LogReader(std::string name) : m_name(std::move(name)), m_file(OpenInput(m_name)), m_block(kReadAtOnce) {}
 
     /// Returns the lines that were completed since the last call. False at the current end of the log.
     bool Next(std::string& lines)
@@ -60,6 +62,22 @@ private:
         m_encoding = mark.m_size == 0 ? xEncodingUtf8 : mark.m_encoding;
         m_bytes.erase(0, mark.m_size);
         m_knowsMark = true;
+        if (m_encoding == xEncodingUtf8)
+            RequireText();
+    }
+
+    /// A log is text: looks at its start only, since a crash of the system may leave anything at the end.
+    void RequireText() const
+    {
+        constexpr std::size_t kLooked = 4096;
+        constexpr std::size_t kLongestCharacter = 4; // the last one may not be complete
+        for (std::size_t at = 0; at < std::min(m_bytes.size(), kLooked);)
+        {
+            const std::size_t length = CharacterLength(std::string_view(m_bytes).substr(at));
+            if (m_bytes[at] == '\0' || (length == 0 && at + kLongestCharacter <= m_bytes.size()))
+                throw Failure(m_name, "is no log");
+            at += std::max<std::size_t>(length, 1);
+        }
     }
 
     std::size_t EndOfLines() const
@@ -87,6 +105,7 @@ private:
         return std::string(utf8.GetConstBuffer(), utf8.GetLength64());
     }
 
+    const std::string m_name;
     std::unique_ptr<CXFile> m_file;
     std::vector<char> m_block;
     std::string m_bytes; // of the last line, which is not complete yet
@@ -99,29 +118,53 @@ struct LogOptions
     std::string m_file;
     bool m_follow = false;
     unsigned m_deepest = std::numeric_limits<unsigned>::max();
+    bool m_isJson = false;
 };
 
-/// Omits lines that are indented by more tabs than `deepest`.
-void Print(Output& output, std::string_view lines, unsigned deepest)
+/// Prints the lines that the options ask for.
+class LinePrinter
 {
-    while (!lines.empty())
+public:
+    LinePrinter(Output& output, const LogOptions& options) : m_output(output), m_options(options) {}
+
+    void Print(std::string_view lines)
     {
-        const std::size_t length = std::min(lines.find('\n'), lines.size() - 1) + 1;
-        if (std::min(lines.find_first_not_of('\t'), length) <= deepest)
-            output.Write(lines.substr(0, length));
-        lines.remove_prefix(length);
+        while (!lines.empty())
+        {
+            const std::size_t length = std::min(lines.find('\n'), lines.size() - 1) + 1;
+            PrintLine(lines.substr(0, length));
+            lines.remove_prefix(length);
+        }
     }
-}
+
+private:
+    void PrintLine(std::string_view line)
+    {
+        ++m_number;
+        const std::size_t tabs = std::min(line.find_first_not_of('\t'), line.size());
+        if (tabs > m_options.m_deepest)
+            return;
+        if (!m_options.m_isJson)
+            return m_output.Write(line);
+        const std::string_view text = line.substr(tabs, line.find_last_not_of("\r\n") + 1 - tabs);
+        m_output.Write(Json::Object({{"line", m_number}, {"level", tabs}, {"text", text}}).Line());
+    }
+
+    Output& m_output;
+    const LogOptions& m_options;
+    unsigned __int64 m_number = 0;
+};
 
 void Show(Session& session, const LogOptions& options)
 {
     LogReader reader(options.m_file);
     const bool follow = options.m_follow && options.m_file != kStandardStream;
+    LinePrinter printer(session.m_output, options);
     std::string lines;
     while (!session.m_output.IsBroken())
     {
         const bool hasMore = reader.Next(lines);
-        Print(session.m_output, lines, options.m_deepest);
+        printer.Print(lines);
         if (hasMore)
             continue;
         if (!follow)
@@ -130,7 +173,7 @@ void Show(Session& session, const LogOptions& options)
         std::this_thread::sleep_for(kBetweenLooks);
         reader.NoticeNewStart();
     }
-    Print(session.m_output, reader.Rest(), options.m_deepest);
+    printer.Print(reader.Rest());
 }
 } // namespace
 
@@ -143,6 +186,7 @@ void AddLogCommands(const ToolCommand& tool, Session& session)
     command.AddFlag("--follow", options->m_follow, "Continue with what is appended to it, until interrupted");
     command.AddOption("--level", options->m_deepest, "Omit lines that are indented by more tabs than this")
         .ValueName("NUMBER");
+    command.AddFlag("--json", options->m_isJson, "As JSON, an object a line");
     command.OnRun([&session, options] { Attempt(session, options->m_file, [&] { Show(session, *options); }); });
 }
 

@@ -7,9 +7,10 @@
 #include "settings/RegistryText.h"
 #include "tools/tev/CommandLine.h"
 #include "tools/tev/Encodings.h"
+#include "tools/tev/Json.h"
+#include "tools/tev/Listing.h"
 #include "tools/tev/RegistryValues.h"
 #include "tools/tev/System.h"
-#include "tools/tev/Table.h"
 #include "tools/tev/TextSource.h"
 #include "tools/tev/Tool.h"
 
@@ -33,7 +34,7 @@ struct RegistryOptions
     std::vector<std::string> m_values;
     std::vector<std::string> m_files;
     std::string m_file = kStandardStream;
-    std::string m_format;
+    ListForm m_form;
     std::string m_encoding;
     std::optional<ToolOption> m_nameOption;
     bool m_recursive = false;
@@ -51,7 +52,7 @@ std::string ErrorText(int systemError, const std::string& missing)
 
 std::string NameText(const std::string& name)
 {
-    return name.empty() ? "there is no default value" : "there is no value " + JsonString(name);
+    return name.empty() ? "there is no default value" : "there is no value " + Json(name).Text();
 }
 
 /// The root and the names below it that a path stands for.
@@ -123,7 +124,7 @@ void RunGet(Session& session, const RegistryOptions& options)
     if (!key->ReadValue(name.c_str(), value.m_type, value.m_data))
         Fail(path, key->GetLastError(), NameText(options.m_name));
     if (options.m_json)
-        session.m_output.Write(RegistryValueJson(value) + "\n");
+        session.m_output.Write(RegistryValueJson(value).Line());
     else if (options.m_expand && value.m_type == CRegUtil::kTypeExpandString)
         session.m_output.Write(Narrow(key->GetKeyString(name.c_str(), true)) + "\n");
     else
@@ -193,16 +194,17 @@ std::vector<std::wstring> Names(CRegUtil& registry, const KeyPath& key,
 class Lister
 {
 public:
-    Lister(Session& session, const RegistryOptions& options) : m_session(session), m_options(options)
+    Lister(Session& session, const RegistryOptions& options)
+        : m_session(session),
+          m_options(options),
+          m_listing(session, options.m_form, {{"NAME"}, {"TYPE"}, {"BYTES", true}, {"VALUE"}})
     {
-        m_isTable = options.m_format == "table" || (options.m_format.empty() && IsTerminal(kStandardOutput));
     }
 
     void List()
     {
         ListKey(KeyPath(m_options.m_key), {});
-        if (m_isTable)
-            PrintTable(m_session.m_output, {{"NAME"}, {"TYPE"}, {"BYTES", true}, {"VALUE"}}, m_rows);
+        m_listing.Finish();
     }
 
 private:
@@ -244,24 +246,19 @@ private:
              const RegistryValue& value)
     {
         const bool isKey = size.empty();
-        if (m_options.m_format == "json")
+        Json::Members members = {{"name", prefix + name}, {"type", type}};
+        if (!isKey)
         {
-            m_session.m_output.Write("{\"name\": " + JsonString(prefix + name) + ", \"type\": " + JsonString(type) +
-                                     (isKey ? "" : ", \"value\": " + RegistryValueJson(value)) + "}\n");
-            return;
+            members.emplace_back("bytes", value.m_data.size());
+            members.emplace_back("value", RegistryValueJson(value));
         }
         const std::string shown = prefix + (isKey ? name + "\\" : name.empty() ? "@" : name);
-        const Row row = {shown, type, size, isKey ? "" : RegistryValueLine(value)};
-        if (m_isTable)
-            m_rows.push_back(row);
-        else
-            PrintFields(m_session.m_output, row);
+        m_listing.Add({shown, type, size, isKey ? "" : RegistryValueLine(value)}, Json::Object(members));
     }
 
     Session& m_session;
     const RegistryOptions& m_options;
-    bool m_isTable = false;
-    std::vector<Row> m_rows;
+    Listing m_listing;
 };
 
 void RunList(Session& session, const RegistryOptions& options)
@@ -400,7 +397,7 @@ void AddRegistryCommands(const ToolCommand& tool, Session& session)
     const RegistryFamily::Added get = family.Add("get", "Print a value", RunGet);
     get.m_command.AddArgument("NAME", get.m_options.m_name, "The name of the value; the default value if none");
     get.m_command.AddFlag("--expand", get.m_options.m_expand, "Replace %NAME% in values of the type expand");
-    get.m_command.AddFlag("--json", get.m_options.m_json, "As JSON");
+    AddJsonFlag(get.m_command, get.m_options.m_json);
 
     const RegistryFamily::Added set =
         family.Add("set", "Set a value, in a new key where there is none", RunSet, CheckSet);
@@ -422,12 +419,7 @@ void AddRegistryCommands(const ToolCommand& tool, Session& session)
 
     const RegistryFamily::Added list = family.Add("list", "List the values of a key and the keys below it", RunList);
     list.m_command.AddFlag("--recursive", list.m_options.m_recursive, "Also what is in the keys below");
-    list.m_command
-        .AddOption("--format", list.m_options.m_format,
-                   "table for people, fields for programs, json for an object a line;\n"
-                   "a table on a terminal and else fields if not given")
-        .OneOf({"table", "fields", "json"})
-        .ValueName("FORMAT");
+    AddListForm(list.m_command, list.m_options.m_form);
 
     const RegistryFamily::Added out = family.Add("export", "Write a key and all below it as .reg text", RunExport);
     out.m_command.AddArgument("FILE", out.m_options.m_file, "The file, in UTF-16; standard output, in UTF-8, if none");

@@ -66,15 +66,6 @@ std::vector<std::string> TextsOf(const RegistryValue& value)
     return texts;
 }
 
-std::string Hexadecimal(const std::vector<unsigned char>& bytes, std::size_t count)
-{
-    constexpr char kDigits[] = "0123456789abcdef";
-    std::string text;
-    for (std::size_t i = 0; i < count; ++i)
-        (text += kDigits[bytes[i] >> 4]) += kDigits[bytes[i] & 15];
-    return text;
-}
-
 void AppendText(std::vector<unsigned char>& data, const std::string& text)
 {
     const std::wstring wide = Widen(text);
@@ -175,35 +166,32 @@ std::string RegistryValueText(const RegistryValue& value)
     if (IsNumber(value))
         return NumberText(value);
     if (!IsText(value) && value.m_type != CRegUtil::kTypeMultiString)
-        return Hexadecimal(value.m_data, value.m_data.size());
+        return Hexadecimal(value.m_data.data(), value.m_data.size());
     std::string lines;
     for (const std::string& text : TextsOf(value))
         lines += (lines.empty() ? "" : "\n") + text;
     return lines;
 }
 
-std::string RegistryValueJson(const RegistryValue& value)
+Json RegistryValueJson(const RegistryValue& value)
 {
     if (IsNumber(value))
-        return NumberText(value);
+        return Json::Number(NumberText(value));
     if (IsText(value))
-        return JsonString(TextsOf(value).front());
+        return TextsOf(value).front();
     if (value.m_type != CRegUtil::kTypeMultiString)
-        return JsonString(Hexadecimal(value.m_data, value.m_data.size()));
-    std::string list;
-    for (const std::string& text : TextsOf(value))
-        list += (list.empty() ? "" : ", ") + JsonString(text);
-    return "[" + list + "]";
+        return Hexadecimal(value.m_data.data(), value.m_data.size());
+    return Json::ListOf(TextsOf(value));
 }
 
 std::string RegistryValueLine(const RegistryValue& value)
 {
     if (IsText(value) || value.m_type == CRegUtil::kTypeMultiString)
-        return RegistryValueJson(value);
+        return RegistryValueJson(value).Text();
     if (IsNumber(value))
         return NumberText(value);
     const std::size_t shown = std::min(value.m_data.size(), kBytesInALine);
-    return Hexadecimal(value.m_data, shown) + (shown < value.m_data.size() ? "..." : "");
+    return Hexadecimal(value.m_data.data(), shown) + (shown < value.m_data.size() ? "..." : "");
 }
 
 } // namespace tev::tool

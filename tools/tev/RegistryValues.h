@@ -1,5 +1,7 @@
 #pragma once
 
+#include "tools/tev/Json.h"
+
 #include <string>
 #include <vector>
 
@@ -30,6 +32,6 @@ std::string RegistryValueText(const RegistryValue& value);
 std::string RegistryValueLine(const RegistryValue& value);
 
 /// A number, a text, a list of texts, or the bytes in hexadecimal.
-std::string RegistryValueJson(const RegistryValue& value);
+Json RegistryValueJson(const RegistryValue& value);
 
 } // namespace tev::tool

@@ -6,12 +6,14 @@
 #include "settings/CCustomData.h"
 #include "settings/PreferenceFile.h"
 #include "tools/tev/CommandLine.h"
+#include "tools/tev/Json.h"
+#include "tools/tev/Listing.h"
 #include "tools/tev/SettingsValues.h"
 #include "tools/tev/System.h"
-#include "tools/tev/Table.h"
 #include "tools/tev/Tool.h"
 
 #include <algorithm>
+#include <charconv>
 #include <functional>
 #include <memory>
 #include <string>
@@ -39,7 +41,7 @@ struct SettingsOptions
     std::vector<unsigned> m_ids; // of the others
     std::string m_kind;
     std::vector<std::string> m_values;
-    std::string m_format;
+    ListForm m_form;
     bool m_json = false;
 };
 
@@ -97,18 +99,15 @@ std::vector<XPreferenceRecord> SoundRecords(Session& session, const std::string&
 
 void RunList(Session& session, const SettingsOptions& options)
 {
-    std::vector<Row> rows;
+    Listing listing(session, options.m_form, {{"KEY 1", true}, {"KEY 2", true}, {"BYTES", true}, {"VALUES", true}});
     for (const XPreferenceRecord& record : SoundRecords(session, options.m_file))
-        rows.push_back({std::to_string(record.m_key1), std::to_string(record.m_key2), std::to_string(record.m_size),
-                        std::to_string(record.m_valueCount)});
-    const bool asTable = options.m_format == "table" || (options.m_format.empty() && IsTerminal(kStandardOutput));
-    if (asTable)
-    {
-        PrintTable(session.m_output, {{"KEY 1", true}, {"KEY 2", true}, {"BYTES", true}, {"VALUES", true}}, rows);
-        return;
-    }
-    for (const Row& row : rows)
-        PrintFields(session.m_output, row);
+        listing.Add({std::to_string(record.m_key1), std::to_string(record.m_key2), std::to_string(record.m_size),
+                     std::to_string(record.m_valueCount)},
+                    Json::Object({{"key1", record.m_key1},
+                                  {"key2", record.m_key2},
+                                  {"bytes", record.m_size},
+                                  {"values", record.m_valueCount}}));
+    listing.Finish();
 }
 
 void PrintValues(Output& output, const CCustomData& store, int depth)
@@ -120,7 +119,7 @@ void PrintValues(Output& output, const CCustomData& store, int depth)
         const unsigned id = store.GetIDByIndex(index, kind);
         output.Write(indent + std::to_string(id) + "\t" + KindName(kind) + "\t" +
                      std::to_string(store.GetDataSize(id)) + "\t" +
-                     (kind == CCustomData::kCustomData ? ValueText(store, id) : ValueJson(store, id)) + "\n");
+                     (kind == CCustomData::kCustomData ? ValueText(store, id) : ValueJson(store, id).Text()) + "\n");
         CCustomData within;
         if (depth < kDeepestStore && store.GetCustomData(id, within))
             PrintValues(output, within, depth + 1);
@@ -131,8 +130,9 @@ void RunShow(Session& session, const SettingsOptions& options)
 {
     const CCustomData store = Load(options.m_file, options.m_keys);
     if (options.m_json)
-        session.m_output.Write("{\"keys\": [" + std::to_string(options.m_keys.m_first) + ", " +
-                               std::to_string(options.m_keys.m_second) + "], \"values\": " + StoreJson(store) + "}\n");
+        session.m_output.Write(Json::Object({{"keys", Json::List({options.m_keys.m_first, options.m_keys.m_second})},
+                                             {"values", StoreJson(store)}})
+                                   .Line());
     else
         PrintValues(session.m_output, store, 0);
 }
@@ -143,7 +143,7 @@ void RunGet(Session& session, const SettingsOptions& options)
     for (const unsigned id : options.m_ids)
     {
         RequireValue(store, options.m_file, id);
-        session.m_output.Write((options.m_json ? ValueJson(store, id) : ValueText(store, id)) + "\n");
+        session.m_output.Write((options.m_json ? ValueJson(store, id).Text() : ValueText(store, id)) + "\n");
     }
 }
 
@@ -205,9 +205,47 @@ void RunCopy(Session&, const SettingsOptions& options)
 void RunCheck(Session& session, const SettingsOptions& options)
 {
     const std::size_t stores = SoundRecords(session, options.m_file).size();
+    if (options.m_json)
+    {
+        session.m_output.Write(
+            Json::Object({{"file", options.m_file}, {"sound", session.m_exitCode == kExitDone}, {"stores", stores}})
+                .Line());
+        return;
+    }
     const char* const state = session.m_exitCode == kExitDone ? "sound, " : "damaged, ";
     session.m_output.Write(options.m_file + ": " + state + std::to_string(stores) +
                            (stores == 1 ? " store" : " stores") + "\n");
+}
+
+/// A key or an identifier: a number of 32 bits, or four letters that stand for one.
+unsigned KeyNumber(const std::string& text)
+{
+    constexpr std::size_t kLetters = 4;
+    const bool isNumber = !text.empty() && text.front() >= '0' && text.front() <= '9';
+    if (!isNumber && text.size() == kLetters)
+    {
+        unsigned code = 0;
+        for (const char letter : text)
+            code = code << 8 | static_cast<unsigned char>(letter);
+        return code;
+    }
+    const bool isHexadecimal = text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X');
+    const char* const end = text.data() + text.size();
+    unsigned number = 0;
+    const auto [stop, error] =
+        std::from_chars(text.data() + (isHexadecimal ? 2 : 0), end, number, isHexadecimal ? 16 : 10);
+    if (error != std::errc() || stop != end)
+        throw UsageError(text + " is no number of 32 bits, and not four letters");
+    return number;
+}
+
+void AddNumber(const ToolCommand& command, const char* name, unsigned& number, const char* help)
+{
+    command
+        .AddParsedOption(
+            name, [&number](const std::string& text) { number = KeyNumber(text); }, help)
+        .ValueName("")
+        .Required();
 }
 
 /// Builds the commands, which share their arguments.
@@ -238,16 +276,21 @@ public:
 
     static void AddKeys(const Added& added)
     {
-        added.m_command.AddArgument("KEY1", added.m_options.m_keys.m_first, "The first key of the store").Required();
-        added.m_command.AddArgument("KEY2", added.m_options.m_keys.m_second, "The second key of the store").Required();
+        AddNumber(added.m_command, "KEY1", added.m_options.m_keys.m_first, "The first key of the store");
+        AddNumber(added.m_command, "KEY2", added.m_options.m_keys.m_second, "The second key of the store");
     }
 
     static ToolOption AddIds(const Added& added)
     {
-        return added.m_command.AddArgument("ID", added.m_options.m_ids, "The identifier of the value").Required();
+        std::vector<unsigned>& ids = added.m_options.m_ids;
+        const auto parse = [&ids](const std::string& text) { ids.push_back(KeyNumber(text)); };
+        return added.m_command.AddParsedOption("ID", parse, "The identifier of the value")
+            .ValueName("")
+            .Several()
+            .Required();
     }
 
-    static void AddJson(const Added& added) { added.m_command.AddFlag("--json", added.m_options.m_json, "As JSON"); }
+    static void AddJson(const Added& added) { AddJsonFlag(added.m_command, added.m_options.m_json); }
 
 private:
     const ToolCommand& m_settings;
@@ -258,16 +301,13 @@ private:
 void AddSettingsCommands(const ToolCommand& tool, Session& session)
 {
     const ToolCommand settings = tool.AddFamily("settings", "Look at and change the stores of preference files");
-    settings.Footer("Keys and identifiers are numbers of 32 bits, also in hexadecimal (0x...).");
+    settings.Footer("Keys and identifiers are numbers of 32 bits, also in hexadecimal (0x...), or four letters: ACME "
+                    "is 0x41434d45.");
     SettingsFamily family(settings, session);
 
     const SettingsFamily::Added list =
         family.Add("list", "List the stores: keys, size in the file, number of values", RunList);
-    list.m_command
-        .AddOption("--format", list.m_options.m_format,
-                   "table for people, fields for programs;\na table on a terminal and else fields if not given")
-        .OneOf({"table", "fields"})
-        .ValueName("FORMAT");
+    AddListForm(list.m_command, list.m_options.m_form);
 
     const SettingsFamily::Added show = family.Add(
         "show", "Show every value of a store: identifier, kind, size, value; stores within indented", RunShow);
@@ -282,7 +322,7 @@ void AddSettingsCommands(const ToolCommand& tool, Session& session)
     const SettingsFamily::Added set =
         family.Add("set", "Set a value, in a new store or file where there is none", RunSet, CheckSet);
     SettingsFamily::AddKeys(set);
-    set.m_command.AddArgument("ID", set.m_options.m_id, "The identifier of the value").Required();
+    AddNumber(set.m_command, "ID", set.m_options.m_id, "The identifier of the value");
     set.m_command.AddArgument("KIND", set.m_options.m_kind, "The kind of the value: " + SettableKinds()).Required();
     set.m_command.AddArgument("VALUE", set.m_options.m_values, "The value; a list takes several").Required();
     set.m_command.Footer(
@@ -297,10 +337,11 @@ void AddSettingsCommands(const ToolCommand& tool, Session& session)
     const SettingsFamily::Added copy = family.Add("copy", "Copy a store to other keys or another file", RunCopy);
     SettingsFamily::AddKeys(copy);
     copy.m_command.AddArgument("TOFILE", copy.m_options.m_targetFile, "The file that receives it").Required();
-    copy.m_command.AddArgument("TOKEY1", copy.m_options.m_targetKeys.m_first, "Its first key there").Required();
-    copy.m_command.AddArgument("TOKEY2", copy.m_options.m_targetKeys.m_second, "Its second key there").Required();
+    AddNumber(copy.m_command, "TOKEY1", copy.m_options.m_targetKeys.m_first, "Its first key there");
+    AddNumber(copy.m_command, "TOKEY2", copy.m_options.m_targetKeys.m_second, "Its second key there");
 
-    family.Add("check", "Check whether the file is sound; damaged parts are listed, and the exit code is 1", RunCheck);
+    SettingsFamily::AddJson(family.Add(
+        "check", "Check whether the file is sound; damaged parts are listed, and the exit code is 1", RunCheck));
 }
 
 } // namespace tev::tool

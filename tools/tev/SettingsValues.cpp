@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <charconv>
-#include <cmath>
 #include <iterator>
 #include <type_traits>
 
@@ -161,16 +160,9 @@ std::string GetUtcFields(const CCustomData& store, unsigned id)
 
 std::string GetBytes(const CCustomData& store, unsigned id)
 {
-    constexpr char kDigits[] = "0123456789abcdef";
     unsigned size = 0;
     const auto* bytes = static_cast<const unsigned char*>(store.GetCustomPtr(id, size));
-    std::string text;
-    for (unsigned i = 0; i < size; ++i)
-    {
-        text += kDigits[bytes[i] >> 4];
-        text += kDigits[bytes[i] & 15];
-    }
-    return text;
+    return Hexadecimal(bytes, size);
 }
 
 bool SetBytes(CCustomData& store, unsigned id, const Texts& texts)
@@ -199,7 +191,8 @@ std::string GetStore(const CCustomData& store, unsigned id)
 /// How a value stands in JSON.
 enum class JsonForm
 {
-    kAsIs, ///< where it is no number that JSON knows, as text
+    kNumber,
+    kBool,
     kText,
     kList,
     kStore
@@ -215,31 +208,31 @@ struct KindRow
 };
 
 constexpr KindRow kKindRows[] = {
-    {CCustomData::kInt, JsonForm::kAsIs, "int", GetNumber<int, &CCustomData::GetInt>,
+    {CCustomData::kInt, JsonForm::kNumber, "int", GetNumber<int, &CCustomData::GetInt>,
      SetNumber<int, &CCustomData::SetInt>},
-    {CCustomData::kUInt, JsonForm::kAsIs, "uint", GetNumber<unsigned, &CCustomData::GetUInt>,
+    {CCustomData::kUInt, JsonForm::kNumber, "uint", GetNumber<unsigned, &CCustomData::GetUInt>,
      SetNumber<unsigned, &CCustomData::SetUInt>},
-    {CCustomData::kLong, JsonForm::kAsIs, "long", GetNumber<long, &CCustomData::GetLong>,
+    {CCustomData::kLong, JsonForm::kNumber, "long", GetNumber<long, &CCustomData::GetLong>,
      SetShortLong<int, long, &CCustomData::SetLong>},
-    {CCustomData::kULong, JsonForm::kAsIs, "ulong", GetNumber<unsigned long, &CCustomData::GetULong>,
+    {CCustomData::kULong, JsonForm::kNumber, "ulong", GetNumber<unsigned long, &CCustomData::GetULong>,
      SetShortLong<unsigned, unsigned long, &CCustomData::SetULong>},
-    {CCustomData::kLongInt, JsonForm::kAsIs, "int64", GetNumber<__int64, &CCustomData::GetLongInt>,
+    {CCustomData::kLongInt, JsonForm::kNumber, "int64", GetNumber<__int64, &CCustomData::GetLongInt>,
      SetNumber<__int64, &CCustomData::SetLongInt>},
-    {CCustomData::kULongInt, JsonForm::kAsIs, "uint64", GetNumber<unsigned __int64, &CCustomData::GetULongInt>,
+    {CCustomData::kULongInt, JsonForm::kNumber, "uint64", GetNumber<unsigned __int64, &CCustomData::GetULongInt>,
      SetNumber<unsigned __int64, &CCustomData::SetULongInt>},
-    {CCustomData::kChar, JsonForm::kAsIs, "char", GetNumber<char, &CCustomData::GetChar>,
+    {CCustomData::kChar, JsonForm::kNumber, "char", GetNumber<char, &CCustomData::GetChar>,
      SetNumber<char, &CCustomData::SetChar>},
-    {CCustomData::kUChar, JsonForm::kAsIs, "uchar", GetNumber<unsigned char, &CCustomData::GetUChar>,
+    {CCustomData::kUChar, JsonForm::kNumber, "uchar", GetNumber<unsigned char, &CCustomData::GetUChar>,
      SetNumber<unsigned char, &CCustomData::SetUChar>},
-    {CCustomData::kBool, JsonForm::kAsIs, "bool", GetBool, SetBool},
-    {CCustomData::kFloat, JsonForm::kAsIs, "float", GetNumber<float, &CCustomData::GetFloat>,
+    {CCustomData::kBool, JsonForm::kBool, "bool", GetBool, SetBool},
+    {CCustomData::kFloat, JsonForm::kNumber, "float", GetNumber<float, &CCustomData::GetFloat>,
      SetNumber<float, &CCustomData::SetFloat>},
-    {CCustomData::kDouble, JsonForm::kAsIs, "double", GetNumber<double, &CCustomData::GetDouble>,
+    {CCustomData::kDouble, JsonForm::kNumber, "double", GetNumber<double, &CCustomData::GetDouble>,
      SetNumber<double, &CCustomData::SetDouble>},
     {CCustomData::kStringW, JsonForm::kText, "text", GetWideText, SetWideText},
     {CCustomData::kStringA, JsonForm::kText, "ansi", GetNarrowText, SetNarrowText},
     {CCustomData::kStringList, JsonForm::kList, "list", GetList, SetList},
-    {CCustomData::kXTime, JsonForm::kAsIs, "time", GetTime, SetTime},
+    {CCustomData::kXTime, JsonForm::kNumber, "time", GetTime, SetTime},
     {CCustomData::kUTCTime, JsonForm::kText, "utc", GetUtcFields, nullptr},
     {CCustomData::kBinary, JsonForm::kText, "binary", GetBytes, SetBytes},
     {CCustomData::kArray, JsonForm::kText, "array", GetBytes, nullptr},
@@ -257,18 +250,6 @@ const KindRow& RowOf(unsigned kind)
     return found == std::end(kKindRows) ? kOtherKind : *found;
 }
 
-std::string JsonList(const Texts& items)
-{
-    std::string list;
-    for (const std::string& item : items)
-        list += (list.empty() ? "" : ", ") + item;
-    return "[" + list + "]";
-}
-
-bool IsJsonNumber(const std::string& text)
-{
-    return text.find_first_of("in") == text.npos; // inf, nan
-}
 } // namespace
 
 std::string KindName(unsigned kind)
@@ -301,37 +282,35 @@ std::string ValueText(const CCustomData& store, unsigned id)
     return RowOf(store.GetDataKindOf(id)).m_get(store, id);
 }
 
-std::string ValueJson(const CCustomData& store, unsigned id, int depth)
+Json ValueJson(const CCustomData& store, unsigned id, int depth)
 {
     const KindRow& row = RowOf(store.GetDataKindOf(id));
     if (row.m_json == JsonForm::kStore)
     {
         CCustomData within;
-        return depth < kDeepestStore && store.GetCustomData(id, within) ? StoreJson(within, depth + 1) : "null";
+        return depth < kDeepestStore && store.GetCustomData(id, within) ? StoreJson(within, depth + 1) : Json();
     }
     if (row.m_json == JsonForm::kList)
-    {
-        Texts items = ListOf(store, id);
-        std::transform(items.begin(), items.end(), items.begin(), JsonString);
-        return JsonList(items);
-    }
+        return Json::ListOf(ListOf(store, id));
     const std::string text = row.m_get(store, id);
-    const bool asIs = row.m_json == JsonForm::kAsIs && (row.m_kind == CCustomData::kBool || IsJsonNumber(text));
-    return asIs ? text : JsonString(text);
+    if (row.m_json == JsonForm::kBool)
+        return text == "true";
+    return row.m_json == JsonForm::kNumber ? Json::Number(text) : Json(text);
 }
 
-std::string StoreJson(const CCustomData& store, int depth)
+Json StoreJson(const CCustomData& store, int depth)
 {
-    Texts values;
+    std::vector<Json> values;
     unsigned kind = 0;
     for (unsigned index = 0; index < store.GetIDCount(); ++index)
     {
         const unsigned id = store.GetIDByIndex(index, kind);
-        values.push_back("{\"id\": " + std::to_string(id) + ", \"kind\": " + JsonString(KindName(kind)) +
-                         ", \"size\": " + std::to_string(store.GetDataSize(id)) +
-                         ", \"value\": " + ValueJson(store, id, depth) + "}");
+        values.push_back(Json::Object({{"id", id},
+                                       {"kind", KindName(kind)},
+                                       {"size", store.GetDataSize(id)},
+                                       {"value", ValueJson(store, id, depth)}}));
     }
-    return JsonList(values);
+    return Json::List(values);
 }
 
 void SetValue(CCustomData& store, unsigned id, const std::string& kind, const std::vector<std::string>& texts)

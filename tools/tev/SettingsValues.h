@@ -1,6 +1,7 @@
 #pragma once
 
 #include "settings/CCustomData.h"
+#include "tools/tev/Json.h"
 
 #include <string>
 #include <vector>
@@ -20,10 +21,10 @@ std::string SettableKinds();
 /// The value as text, as SetValue takes it: numbers in full, text as it is, blocks in hexadecimal.
 std::string ValueText(const CCustomData& store, unsigned id);
 /// The value as JSON; a store within as the list of its values, null where it is damaged or lies too deep.
-std::string ValueJson(const CCustomData& store, unsigned id, int depth = 0);
+Json ValueJson(const CCustomData& store, unsigned id, int depth = 0);
 
 /// The values of a store as a JSON list.
-std::string StoreJson(const CCustomData& store, int depth = 0);
+Json StoreJson(const CCustomData& store, int depth = 0);
 
 /// Sets a value from text. Throws Failure for a kind that cannot be set so and for text that is no value of the kind.
 void SetValue(CCustomData& store, unsigned id, const std::string& kind, const std::vector<std::string>& texts);

@@ -40,7 +40,10 @@ void PrintTable(Output& output, const std::vector<Column>& columns, const std::v
     widen(titles);
     std::for_each(rows.begin(), rows.end(), widen);
 
-    output.Write(Join(titles, columns, widths));
+    std::string line = Join(titles, columns, widths);
+    line.pop_back();
+    output.WriteStyled("1", line);
+    output.Write("\n");
     for (const Row& row : rows)
         output.Write(Join(row, columns, widths));
 }

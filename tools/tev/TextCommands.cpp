@@ -2,6 +2,7 @@
 
 #include "tools/tev/CommandLine.h"
 #include "tools/tev/Encodings.h"
+#include "tools/tev/Listing.h"
 #include "tools/tev/System.h"
 #include "tools/tev/TextCat.h"
 #include "tools/tev/TextConvert.h"
@@ -34,36 +35,24 @@ void AddFiles(const ToolCommand& command, std::vector<std::string>& files)
     command.AddArgument("FILE", files, "Files to read; - or none is standard input");
 }
 
-/// Without a name, a table on a terminal, else fields.
-InfoFormat FormatNamed(const std::string& name)
-{
-    if (name == "json")
-        return InfoFormat::kJson;
-    return name == "table" || (name.empty() && IsTerminal(kStandardOutput)) ? InfoFormat::kTable : InfoFormat::kFields;
-}
-
 void AddInfo(const ToolCommand& text, Session& session)
 {
     struct Options
     {
         std::vector<std::string> m_files;
-        std::string m_format;
+        ListForm m_form;
     };
     const auto options = std::make_shared<Options>();
     const ToolCommand command =
         text.AddCommand("info", "Show the encoding, mark, line ends and number of lines of files");
     AddFiles(command, options->m_files);
-    command
-        .AddOption("--format", options->m_format,
-                   "table for users, fields or json for programs;\na table on a terminal and else fields if not given")
-        .OneOf({"table", "fields", "json"})
-        .ValueName("FORMAT");
+    AddListForm(command, options->m_form);
     command.Footer(
         "Fields are separated by tabs, a file a line: name, encoding, byte-order mark (yes or no), line\n"
-        "ends, lines, bytes. Json is an object a line.\n"
+        "ends, lines, bytes.\n"
         "A text without mark is reported as ASCII, UTF-8, UTF-16 or UTF-32 if its bytes say so; code pages cannot\n"
         "be told from each other.");
-    command.OnRun([&session, options] { RunTextInfo(session, options->m_files, FormatNamed(options->m_format)); });
+    command.OnRun([&session, options] { RunTextInfo(session, options->m_files, options->m_form); });
 }
 
 void AddCat(const ToolCommand& text, Session& session)

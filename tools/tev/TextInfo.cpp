@@ -2,8 +2,9 @@
 
 #include "text/TextDetection.h"
 #include "tools/tev/Encodings.h"
+#include "tools/tev/Json.h"
+#include "tools/tev/Listing.h"
 #include "tools/tev/Progress.h"
-#include "tools/tev/Table.h"
 #include "tools/tev/TextSource.h"
 #include "tools/tev/Tool.h"
 
@@ -82,34 +83,28 @@ Row ToRow(const FileInfo& info)
             std::to_string(info.m_text.m_byteCount)};
 }
 
-void PrintJson(Output& output, const FileInfo& info)
+Json ToJson(const FileInfo& info)
 {
-    const auto number = [](const char* name, std::uint64_t value) {
-        return std::string(", \"") + name + "\": " + std::to_string(value);
-    };
     const XTextInfo& text = info.m_text;
-    output.Write("{\"file\": " + JsonString(info.m_name) + ", \"encoding\": " + JsonString(DescribeEncoding(text)) +
-                 ", \"mark\": " + (text.m_markSize != 0 ? "true" : "false") + number("lf", text.m_lineEnds.m_lf) +
-                 number("crlf", text.m_lineEnds.m_crLf) + number("cr", text.m_lineEnds.m_cr) +
-                 number("lines", text.m_lineCount) + number("bytes", text.m_byteCount) + "}\n");
+    return Json::Object({{"file", info.m_name},
+                         {"encoding", DescribeEncoding(text)},
+                         {"mark", text.m_markSize != 0},
+                         {"lf", text.m_lineEnds.m_lf},
+                         {"crlf", text.m_lineEnds.m_crLf},
+                         {"cr", text.m_lineEnds.m_cr},
+                         {"lines", text.m_lineCount},
+                         {"bytes", text.m_byteCount}});
 }
 } // namespace
 
-void RunTextInfo(Session& session, const std::vector<std::string>& files, InfoFormat format)
+void RunTextInfo(Session& session, const std::vector<std::string>& files, const ListForm& form)
 {
-    std::vector<Row> rows;
+    Listing listing(session, form, {{"FILE"}, {"ENCODING"}, {"MARK"}, {"LINE ENDS"}, {"LINES", true}, {"BYTES", true}});
     AttemptEach(session, files, [&](const std::string& name) {
         const FileInfo info = Examine(name);
-        if (format == InfoFormat::kTable)
-            rows.push_back(ToRow(info));
-        else if (format == InfoFormat::kJson)
-            PrintJson(session.m_output, info);
-        else
-            PrintFields(session.m_output, ToRow(info));
+        listing.Add(ToRow(info), ToJson(info));
     });
-    if (!rows.empty())
-        PrintTable(session.m_output,
-                   {{"FILE"}, {"ENCODING"}, {"MARK"}, {"LINE ENDS"}, {"LINES", true}, {"BYTES", true}}, rows);
+    listing.Finish();
 }
 
 } // namespace tev::tool

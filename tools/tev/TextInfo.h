@@ -6,15 +6,9 @@
 namespace tev::tool
 {
 
+struct ListForm;
 struct Session;
 
-enum class InfoFormat
-{
-    kTable,
-    kFields, ///< separated by tabs, one file a line
-    kJson
-};
-
-void RunTextInfo(Session& session, const std::vector<std::string>& files, InfoFormat format);
+void RunTextInfo(Session& session, const std::vector<std::string>& files, const ListForm& form);
 
 } // namespace tev::tool

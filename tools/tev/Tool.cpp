@@ -8,6 +8,7 @@
 #include "tools/tev/System.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <new>
 #include <utility>
 
@@ -26,21 +27,6 @@ std::string CauseText(unsigned id)
     CXTString<wchar_t> text;
     text.Format(id, XGetLanguage() == XLanguage::French ? L"ce fichier" : L"it");
     return Narrow(text);
-}
-
-/// How many bytes the first character of a text has; 0 where it is no UTF-8.
-std::size_t CharacterLength(std::string_view text)
-{
-    const auto first = static_cast<unsigned char>(text.front());
-    const std::size_t length = first < 0x80 ? 1 : first < 0xC2 ? 0 : first < 0xE0 ? 2 : first < 0xF0 ? 3 : 4;
-    CXTString<wchar_t> character;
-    CXTString<char> again;
-    if (length < 2)
-        return length;
-    const bool isValid = length <= text.size() && XDecodeText(text.data(), length, xEncodingUtf8, character) &&
-                         XEncodeText(character.GetConstBuffer(), character.GetLength64(), xEncodingUtf8, again) &&
-                         text.substr(0, length) == std::string_view(again.GetConstBuffer(), again.GetLength64());
-    return isValid ? length : 0;
 }
 
 /// Whether a character controls a terminal, or the direction of the text after it; not for tabs and line feeds.
@@ -114,6 +100,29 @@ std::string Narrow(const CXTString<wchar_t>& text)
     return Narrow(text.GetConstBuffer(), text.GetLength64());
 }
 
+std::size_t CharacterLength(std::string_view text)
+{
+    const auto byte = [text](std::size_t at) { return static_cast<unsigned char>(text[at]); };
+    const unsigned char first = byte(0);
+    const std::size_t length = first < 0x80   ? 1
+                               : first < 0xC2 ? 0
+                               : first < 0xE0 ? 2
+                               : first < 0xF0 ? 3
+                               : first < 0xF5 ? 4
+                                              : 0;
+    if (length > text.size())
+        return 0;
+    for (std::size_t at = 1; at < length; ++at)
+    {
+        if ((byte(at) & 0xC0) != 0x80)
+            return 0;
+    }
+    // Overlong forms, surrogates, and numbers above the last character.
+    const bool isBad = length > 2 && ((first == 0xE0 && byte(1) < 0xA0) || (first == 0xED && byte(1) >= 0xA0) ||
+                                      (first == 0xF0 && byte(1) < 0x90) || (first == 0xF4 && byte(1) >= 0x90));
+    return isBad ? 0 : length;
+}
+
 std::string Printable(const CXTString<wchar_t>& text)
 {
     std::string result = PrintableText(Narrow(text));
@@ -143,23 +152,6 @@ std::string ArchiveFailureText(const CXArchiveException& failure)
     return CauseText(kTextFirstArchiveCause + failure.GetCause());
 }
 
-std::string JsonString(const std::string& text)
-{
-    std::string quoted = "\"";
-    for (const char c : text)
-    {
-        CXTString<char> escape;
-        if (c == '"' || c == '\\')
-            escape.Format("\\%c", c);
-        else if (static_cast<unsigned char>(c) < 0x20)
-            escape.Format("\\u%04x", c);
-        else
-            escape = c;
-        quoted += escape.GetConstBuffer();
-    }
-    return quoted + "\"";
-}
-
 Failure::Failure(std::string subject, const std::string& reason)
     : std::runtime_error(reason), m_subject(std::move(subject))
 {
@@ -172,7 +164,7 @@ void WriteAll(CXFile& file, std::string_view bytes)
         file.Write(bytes.data(), static_cast<unsigned int>(std::min(bytes.size(), kLargestPiece)));
 }
 
-Output::Output() : m_file(CXFile::HandleFromDescriptor(kStandardOutput), true)
+Output::Output() : m_file(CXFile::HandleFromDescriptor(kStandardOutput), true), m_hasStyles(HasColours(kStandardOutput))
 {
     m_isFiltered = IsTerminal(kStandardOutput);
     m_file.SetBufferSize(kOutputBufferSize);
@@ -185,6 +177,23 @@ void Output::Write(std::string_view text)
         WriteBytes(PrintableText(text));
     else
         WriteBytes(text);
+}
+
+void Output::WriteStyled(const char* style, std::string_view text)
+{
+    if (m_hasStyles)
+        WriteBytes("\033[" + std::string(style) + "m");
+    Write(text);
+    if (m_hasStyles)
+        WriteBytes("\033[0m");
+}
+
+bool HasColours(int descriptor)
+{
+    const char* const none = std::getenv("NO_COLOR");
+    const char* const terminal = std::getenv("TERM");
+    return IsTerminal(descriptor) && (none == nullptr || *none == '\0') &&
+           (terminal == nullptr || std::string_view(terminal) != "dumb");
 }
 
 void Output::WriteBytes(std::string_view bytes)
@@ -217,8 +226,9 @@ void Output::Flush()
 void Report(Session& session, const std::string& subject, const std::string& text)
 {
     Attempt(session, subject, [&] { session.m_output.Flush(); });
-    const std::string line = "tev: " + subject + ": " + text + "\n";
-    WriteError(session.m_isRaw || !IsTerminal(kStandardError) ? line : PrintableText(line));
+    const std::string line = subject + ": " + text + "\n";
+    const char* const start = HasColours(kStandardError) ? "\033[1;31mtev:\033[0m " : "tev: ";
+    WriteError(start + (session.m_isRaw || !IsTerminal(kStandardError) ? line : PrintableText(line)));
 }
 
 bool Attempt(Session& session, const std::string& subject, const std::function<void()>& work)

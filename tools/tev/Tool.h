@@ -27,6 +27,9 @@ std::wstring Widen(const std::string& text);
 std::string Narrow(const wchar_t* text, std::size_t length);
 std::string Narrow(const CXTString<wchar_t>& text);
 
+/// How many bytes the first character of a text that is not empty has; 0 where it is no UTF-8.
+std::size_t CharacterLength(std::string_view text);
+
 /// A name for one line of a terminal: characters that control it, and line ends, become '?'.
 std::string Printable(const CXTString<wchar_t>& text);
 /// UTF-8 text for a terminal: characters that control it or reverse the order of the text, and invalid bytes, become '?';
@@ -35,9 +38,6 @@ std::string PrintableText(std::string_view text);
 
 /// The library's message about the failure, without the name of the archive.
 std::string ArchiveFailureText(const CXArchiveException& failure);
-
-/// The text in quotes, as JSON writes it.
-std::string JsonString(const std::string& text);
 
 /// A failure that is no exception of the library.
 class Failure : public std::runtime_error
@@ -61,6 +61,8 @@ public:
 
     /// UTF-8 text. A terminal gets it printable, unless SetRaw was called.
     void Write(std::string_view text);
+    /// The same, on a terminal in a style that ANSI escape sequences name, such as "1" for bold, unless the user wants none.
+    void WriteStyled(const char* style, std::string_view text);
     void WriteBytes(std::string_view bytes);
     void Flush();
     void SetRaw() noexcept { m_isFiltered = false; }
@@ -71,7 +73,11 @@ private:
     CXStdioFile m_file;
     bool m_broken = false;
     bool m_isFiltered;
+    const bool m_hasStyles;
 };
+
+/// Whether a stream is a terminal whose user wants colours: the environment says NO_COLOR or a dumb terminal where not.
+bool HasColours(int descriptor);
 
 /// The state that commands share during a run of the tool.
 struct Session

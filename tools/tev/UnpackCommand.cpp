@@ -2,9 +2,10 @@
 
 #include "services/Paths.h"
 #include "tools/tev/CommandLine.h"
+#include "tools/tev/Json.h"
+#include "tools/tev/Listing.h"
 #include "tools/tev/Progress.h"
 #include "tools/tev/System.h"
-#include "tools/tev/Table.h"
 #include "tools/tev/Tool.h"
 #include "values/CXTime.h"
 #include "zip/CMiniZip.h"
@@ -29,6 +30,7 @@ struct UnpackOptions
     std::string m_password;
     bool m_list = false;
     bool m_keep = false;
+    ListForm m_form; // of the list
 };
 
 /// An extraction that shows its progress, and ends when the user interrupts it.
@@ -77,30 +79,24 @@ std::string DestinationFile(const UnpackOptions& options)
     return isFolder ? (given / NameWithin(options.m_file)).string() : given.string();
 }
 
-void PrintList(Session& session, const std::vector<Row>& rows)
+/// One line of what is in a file. The size and time of what is compressed by itself are not known.
+void AddListed(Listing& listing, const std::string& name, std::optional<unsigned __int64> size, unsigned __int64 packed,
+               __int64 modified)
 {
-    if (!IsTerminal(kStandardOutput))
-    {
-        for (const Row& row : rows)
-            PrintFields(session.m_output, row);
-        return;
-    }
-    PrintTable(session.m_output, {{"SIZE", true}, {"PACKED", true}, {"CHANGED"}, {"NAME"}}, rows);
+    const CXTString<wchar_t> changed = CXTime(modified).Format(L"%Y-%m-%d %H:%M:%S");
+    listing.Add({size ? std::to_string(*size) : kEmptyField, std::to_string(packed),
+                 modified != 0 ? Narrow(changed) : kEmptyField, name},
+                Json::Object({{"name", name},
+                              {"size", size ? Json(*size) : Json()},
+                              {"packed", packed},
+                              {"modified", modified != 0 ? Json(IsoTime(modified)) : Json()}}));
 }
 
-/// The size of the contents is not known of a compressed file that is no archive.
-void ListStream(Session& session, const UnpackOptions& options)
-{
-    const auto size = std::filesystem::file_size(SystemPath(options.m_file));
-    PrintList(session, {{"-", std::to_string(size), "-", NameWithin(options.m_file)}});
-}
-
-void ListArchive(Session& session, const UnpackOptions& options)
+void ListArchive(Session& session, const UnpackOptions& options, Listing& listing)
 {
     CZip zip;
     if (!zip.Open(Widen(options.m_file).c_str(), zipOpenReadOnly, false, nullptr))
         throw Failure(options.m_file, TextOf(CXExtractionFailure::kNoArchive));
-    std::vector<Row> rows;
     const auto count = static_cast<unsigned>(zip.GetCount(false));
     for (unsigned i = 0; i < count; ++i)
     {
@@ -111,11 +107,20 @@ void ListArchive(Session& session, const UnpackOptions& options)
             session.m_exitCode = kExitFailed;
             continue;
         }
-        const CXTString<wchar_t> changed = CXTime(info.GetModifiedTime()).Format(L"%Y-%m-%d %H:%M:%S");
-        rows.push_back({std::to_string(info.GetUncompressedSize()), std::to_string(info.GetCompressedSize()),
-                        Narrow(changed), Printable(info.GetFileName())});
+        AddListed(listing, Printable(info.GetFileName()), info.GetUncompressedSize(), info.GetCompressedSize(),
+                  info.GetModifiedTime());
     }
-    PrintList(session, rows);
+}
+
+void List(Session& session, const UnpackOptions& options, bool isStream)
+{
+    Listing listing(session, options.m_form, {{"SIZE", true}, {"PACKED", true}, {"CHANGED"}, {"NAME"}});
+    if (isStream)
+        AddListed(listing, NameWithin(options.m_file), std::nullopt,
+                  std::filesystem::file_size(SystemPath(options.m_file)), 0);
+    else
+        ListArchive(session, options, listing);
+    listing.Finish();
 }
 
 void PrintWritten(Session& session, const CMiniZip& zip)
@@ -164,12 +169,10 @@ void Run(Session& session, const UnpackOptions& options)
         if (!fileExists(file.c_str()))
             throw Failure(options.m_file, TextOf(CXExtractionFailure::kNotFound));
         const bool isStream = CMiniZip::IsZFile(file.c_str());
-        if (!options.m_list)
-            Unpack(session, options, isStream);
-        else if (isStream)
-            ListStream(session, options);
+        if (options.m_list)
+            List(session, options, isStream);
         else
-            ListArchive(session, options);
+            Unpack(session, options, isStream);
     });
 }
 } // namespace
@@ -184,14 +187,14 @@ void AddUnpackCommand(const ToolCommand& tool, Session& session)
                         "The folder to unpack to, which is created where it is missing; for a file that is no archive\n"
                         "the file to write, or a folder. The current folder if not given");
     command.AddFlag("--list", options->m_list, "List what is in FILE, and write nothing");
+    AddListForm(command, options->m_form);
     command.AddOption("--password", options->m_password, "Password of encrypted entries").ValueName("TEXT");
     command.AddFlag("--keep", options->m_keep,
                     "Keep the files that are complete when unpacking fails or is interrupted;\nelse they are removed");
     command.Footer("Prints the files that it wrote. Existing files are replaced. Nothing is written\n"
                    "outside DEST: entries with unsafe names, links and damaged entries are skipped and reported, and\n"
                    "the exit code is then 1. What can be read of a damaged gzip file is kept.\n"
-                   "--list prints the size, the compressed size, the time of the last change and the name, separated\n"
-                   "by tabs where the output is no terminal.");
+                   "--list prints the size, the compressed size, the time of the last change and the name.");
     command.OnRun([&session, options] { Run(session, *options); });
 }
 } // namespace tev::tool

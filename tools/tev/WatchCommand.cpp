@@ -4,6 +4,7 @@
 #include "services/CWatchFolder.h"
 #include "services/Paths.h"
 #include "tools/tev/CommandLine.h"
+#include "tools/tev/Json.h"
 #include "tools/tev/System.h"
 #include "tools/tev/Tool.h"
 
@@ -40,6 +41,7 @@ struct WatchOptions
     std::vector<std::string> m_filters = {"files", "folders", "size", "write"};
     unsigned m_interval = 100;
     bool m_null = false;
+    bool m_isJson = false;
 };
 
 const char* Word(CWatchFolder::FileChange change)
@@ -75,6 +77,26 @@ void Print(Output& output, CWatchFolder& watcher, char end)
     output.Flush();
 }
 
+/// In their order, with both names of what was renamed.
+void PrintJson(Output& output, CWatchFolder& watcher)
+{
+    std::string lines;
+    watcher.GetChanges();
+    for (const CWatchFolder::OrderedChange& change : watcher.GetChangeList())
+    {
+        Json::Members members = {{"change", Word(change.m_change)}, {"path", change.m_path}};
+        if (change.m_change == CWatchFolder::xChangeRenamed)
+        {
+            members.emplace_back("from", change.m_oldPath);
+            members.emplace_back("exchanged", change.m_isExchange);
+        }
+        lines += Json::Object(members).Line();
+    }
+    watcher.ReleaseChanges();
+    output.Write(lines);
+    output.Flush();
+}
+
 void Watch(Session& session, const WatchOptions& options)
 {
     unsigned filter = 0;
@@ -91,7 +113,10 @@ void Watch(Session& session, const WatchOptions& options)
     }
     while (!session.m_output.IsBroken())
     {
-        if (watcher.CheckRefreshNotification())
+        const bool hasChanged = watcher.CheckRefreshNotification();
+        if (hasChanged && options.m_isJson)
+            PrintJson(session.m_output, watcher);
+        else if (hasChanged)
             Print(session.m_output, watcher, options.m_null ? '\0' : '\n');
         std::this_thread::sleep_for(std::chrono::milliseconds(options.m_interval));
     }
@@ -118,7 +143,10 @@ void AddWatchCommand(const ToolCommand& tool, Session& session)
         .InRange(1, 60000)
         .ValueName("MS")
         .ShowDefault();
-    command.AddFlag("-0,--null", options->m_null, "End each line with a NUL, for names that hold line ends");
+    const ToolOption null =
+        command.AddFlag("-0,--null", options->m_null, "End each line with a NUL, for names that hold line ends");
+    command.AddFlag("--json", options->m_isJson, "As JSON, an object a line, with both names of what was renamed")
+        .Excludes(null);
     command.OnRun(
         [&session, options] { Attempt(session, options->m_folders.front(), [&] { Watch(session, *options); }); });
 }

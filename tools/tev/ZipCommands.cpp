@@ -2,8 +2,9 @@
 
 #include "services/Paths.h"
 #include "tools/tev/CommandLine.h"
+#include "tools/tev/Json.h"
+#include "tools/tev/Listing.h"
 #include "tools/tev/System.h"
-#include "tools/tev/Table.h"
 #include "tools/tev/Tool.h"
 #include "tools/tev/ZipWork.h"
 #include "values/CXTime.h"
@@ -32,7 +33,8 @@ struct ZipOptions
 {
     std::string m_archive;
     std::vector<std::string> m_names;
-    std::string m_format;
+    ListForm m_form;
+    bool m_isJson = false;
     std::string m_password;
     std::string m_encryption = "aes256";
     std::string m_folder = ".";
@@ -84,21 +86,29 @@ Row RowOf(const CZipFileInfo& info)
             Printable(info.GetFileName())};
 }
 
+Json ToJson(const CZipFileInfo& info)
+{
+    const std::string encryption = EncryptionText(info);
+    return Json::Object({{"name", info.GetFileName()},
+                         {"directory", info.IsDirectory()},
+                         {"size", info.GetUncompressedSize()},
+                         {"packed", info.GetCompressedSize()},
+                         {"modified", info.GetModifiedTime() != 0 ? Json(IsoTime(info.GetModifiedTime())) : Json()},
+                         {"method", MethodText(info)},
+                         {"encryption", encryption == kEmptyField ? Json() : Json(encryption)}});
+}
+
 void RunList(Session& session, const ZipOptions& options)
 {
     ZipWork work(options.m_archive, zipOpenReadOnly);
-    std::vector<Row> rows;
+    Listing listing(session, options.m_form,
+                    {{"SIZE", true}, {"PACKED", true}, {"MODIFIED"}, {"METHOD"}, {"ENCRYPTION"}, {"NAME"}});
     for (const unsigned index : work.Find(options.m_names))
-        rows.push_back(RowOf(Describe(work, index)));
-    const bool asTable = options.m_format == "table" || (options.m_format.empty() && IsTerminal(kStandardOutput));
-    if (asTable)
     {
-        PrintTable(session.m_output,
-                   {{"SIZE", true}, {"PACKED", true}, {"MODIFIED"}, {"METHOD"}, {"ENCRYPTION"}, {"NAME"}}, rows);
-        return;
+        const CZipFileInfo info = Describe(work, index);
+        listing.Add(RowOf(info), ToJson(info));
     }
-    for (const Row& row : rows)
-        PrintFields(session.m_output, row);
+    listing.Finish();
 }
 
 /// Calls `onEntry` for each of the entries that the user named, also after one of them failed.
@@ -130,6 +140,13 @@ void RunTest(Session& session, const ZipOptions& options)
         sound += result == zipExtracted ? 1 : 0;
         return result;
     });
+    if (options.m_isJson)
+    {
+        session.m_output.Write(
+            Json::Object({{"file", options.m_archive}, {"sound", session.m_exitCode == kExitDone}, {"entries", sound}})
+                .Line());
+        return;
+    }
     session.m_output.Write(options.m_archive + (session.m_exitCode == kExitDone ? ": sound, " : ": damaged, ") +
                            std::to_string(sound) + (sound == 1 ? " entry is sound\n" : " entries are sound\n"));
 }
@@ -249,16 +266,13 @@ void AddZipCommands(const ToolCommand& tool, Session& session)
 
     const ZipFamily::Added list = family.Add("list", "List entries: sizes, time, method, encryption, name", RunList);
     ZipFamily::AddNames(list, "NAME", kNamesHelp);
-    list.m_command
-        .AddOption("--format", list.m_options.m_format,
-                   "table for people, fields for programs;\na table on a terminal and else fields if not given")
-        .OneOf({"table", "fields"})
-        .ValueName("FORMAT");
+    AddListForm(list.m_command, list.m_options.m_form);
 
     const ZipFamily::Added test =
         family.Add("test", "Read entries and check them; the exit code is 1 where one is damaged", RunTest);
     ZipFamily::AddNames(test, "NAME", kNamesHelp);
     ZipFamily::AddPassword(test);
+    AddJsonFlag(test.m_command, test.m_options.m_isJson);
 
     const ZipFamily::Added extract =
         family.Add("extract", "Extract entries beneath a folder, never outside", RunExtract);
