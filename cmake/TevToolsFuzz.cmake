@@ -17,5 +17,12 @@ foreach(source IN LISTS fuzz_sources)
 endforeach()
 add_custom_target(fuzz_targets DEPENDS ${fuzz_targets})
 
-# The tool's output of preference files.
-target_sources(fuzz_Preferences PRIVATE tools/tev/SettingsValues.cpp tools/tev/Tool.cpp tools/tev/System.cpp)
+# The tool's output of preference files, and of everything as JSON.
+target_sources(fuzz_Preferences PRIVATE
+    tools/tev/Json.cpp tools/tev/SettingsValues.cpp tools/tev/Tool.cpp tools/tev/System.cpp)
+find_package(CLI11 REQUIRED)
+file(GLOB fuzzed_tool_sources CONFIGURE_DEPENDS tools/tev/*.cpp)
+list(FILTER fuzzed_tool_sources EXCLUDE REGEX "/main\\.cpp$")
+target_sources(fuzz_TevJson PRIVATE ${fuzzed_tool_sources})
+target_link_libraries(fuzz_TevJson PRIVATE CLI11::CLI11)
+tevtools_unify_rooms(fuzz_TevJson)

@@ -33,7 +33,7 @@ void Show(const CCustomData& store)
         Check(!KindName(kind).empty());
         ValueText(store, id);
     }
-    Check(StoreJson(store).front() == '[');
+    Check(StoreJson(store).Text().front() == '[');
     store.DumpCustomData(true, 0);
 }
 
