@@ -4,6 +4,7 @@
 #include "TevTools.h"
 
 #include <cstdio>
+#include <string>
 
 namespace
 {
@@ -35,6 +36,17 @@ bool SaveRecentFiles()
     registry.WriteKeyString(L"File2", L"roof.3d");
     registry.CloseBase();
     return true;
+}
+
+bool SavePalette(const unsigned (&colours)[100])
+{
+    CRegUtil registry(CRegUtil::kReadWrite);
+    if (!registry.SetPath(kProgram, true))
+        return false;
+    registry.StartBatch(); // from here on changes are collected
+    for (int i = 0; i < 100; ++i)
+        registry.WriteSubKeyInt(L"Colours", std::to_wstring(i).c_str(), colours[i]);
+    return registry.EndBatch(); // all of them are made, or none
 }
 
 int ShowRecentFiles()
@@ -72,7 +84,9 @@ bool CarryOver()
 int main()
 {
     SaveWindow(1280, L"Roof \u2013 north");
-    const bool good = WindowWidth() == 1280 && SaveRecentFiles() && ShowRecentFiles() == 2 && CarryOver();
+    unsigned colours[100] = {0xFFCC00};
+    const bool good =
+        WindowWidth() == 1280 && SaveRecentFiles() && ShowRecentFiles() == 2 && SavePalette(colours) && CarryOver();
     CRegUtil maker(CRegUtil::kReadWrite);
     maker.SetPath(L"HKEY_CURRENT_USER\\Software\\Maker", false);
     return maker.DeleteKey(L"Viewer", true) && good ? 0 : 1;

@@ -6,6 +6,7 @@
 #include "platform/EnvironmentText.h"
 #include "platform/SystemErrors.h"
 #include "services/UserMessage.h"
+#include "settings/engine/SettingsBatch.h"
 #include "settings/engine/SettingsStore.h"
 #include "text/TextEncoding.h"
 #include "text/TextView.h"
@@ -14,7 +15,6 @@
 #include <cstdint>
 #include <cwchar>
 #include <limits>
-#include <memory>
 #include <string_view>
 #include <utility>
 
@@ -53,12 +53,6 @@ std::wstring StorePath(const wchar_t* subkey)
         path.begin(), path.end(), [](wchar_t c) { return std::wcschr(kPathSeparators, c) != nullptr; }, L'\\');
     return path;
 }
-
-struct KeyCloser
-{
-    void operator()(HKEY key) const noexcept { CloseSettingsKey(key); }
-};
-using OwnedKey = std::unique_ptr<HKEY__, KeyCloser>;
 } // namespace
 
 /// Opens the base for one operation; a base that was open already stays open.
@@ -229,27 +223,14 @@ bool CRegUtil::OpenPath(bool create)
     tev::platform::PassCancellationPoint();
     if (m_base != nullptr)
         return true;
-    HKEY key = m_root != nullptr ? m_root : RootKey(kCurrentUser);
+    HKEY const key = m_root != nullptr ? m_root : RootKey(kCurrentUser);
     if (m_componentCount == 0) // a handle of its own, since it holds the position of an enumeration
         return Note(OpenSettingsKey(key, L"", kAllAccess, m_base));
-    OwnedKey opened;
+    std::wstring path;
     for (int i = 0; i < m_componentCount; ++i)
-    {
-        opened = OwnedKey(OpenComponent(key, m_components[i], create));
-        key = opened.get();
-        if (key == nullptr)
-            return false;
-    }
-    m_base = opened.release();
-    return true;
-}
-
-HKEY CRegUtil::OpenComponent(HKEY parent, const wchar_t* name, bool create)
-{
-    HKEY key = nullptr;
-    if (!Note(OpenSettingsKey(parent, name, m_access, key)) && create)
-        Note(CreateSettingsKey(parent, name, m_access, key));
-    return key;
+        (path += m_components[i].GetConstBuffer()) += L'\\';
+    return Note(OpenSettingsKey(key, path.c_str(), m_access, m_base)) ||
+           (create && Note(CreateSettingsKey(key, path.c_str(), m_access, m_base)));
 }
 
 void CRegUtil::CloseBase()
@@ -364,7 +345,27 @@ CXTString<wchar_t> CRegUtil::GetSubKeyString(wchar_t const* subkey, wchar_t cons
 bool CRegUtil::DeleteValue(wchar_t const* subkey, wchar_t const* name)
 {
     const OpenedSubKey key(*this, subkey, kReadWrite, false);
-    return Told("CRegUtil::DeleteValue", key.Get() != nullptr && Note(DeleteSettingsValue(key.Get(), name)), kLookUp);
+    return Told("CRegUtil::DeleteValue",
+                key.Get() != nullptr &&
+                    Note(m_batch != nullptr ? m_batch->Delete(key.Get(), name) : DeleteSettingsValue(key.Get(), name)),
+                kLookUp);
+}
+
+bool CRegUtil::StartBatch()
+{
+    if (m_batch != nullptr)
+        return Told("CRegUtil::StartBatch", Note(kSettingsBadParameter));
+    m_batch = std::make_unique<SettingsBatch>();
+    return Note(kSettingsDone);
+}
+
+bool CRegUtil::EndBatch(bool discard)
+{
+    tev::platform::PassCancellationPoint();
+    const std::unique_ptr<SettingsBatch> batch = std::move(m_batch);
+    if (batch == nullptr)
+        return Told("CRegUtil::EndBatch", Note(kSettingsBadParameter));
+    return Told("CRegUtil::EndBatch", Note(discard ? unsigned{kSettingsDone} : batch->Make()));
 }
 
 bool CRegUtil::DeleteKey(wchar_t const* subkey, bool recursive)
@@ -488,7 +489,8 @@ bool CRegUtil::WriteBytes(HKEY key, wchar_t const* name, unsigned long type, voi
 {
     if (std::uint64_t{size} > std::numeric_limits<std::uint32_t>::max())
         return Note(kSettingsBadParameter);
-    return Note(WriteSettingsValue(key, name, static_cast<unsigned>(type), data, size));
+    return Note(m_batch != nullptr ? m_batch->Write(key, name, static_cast<unsigned>(type), data, size)
+                                   : WriteSettingsValue(key, name, static_cast<unsigned>(type), data, size));
 }
 
 bool CRegUtil::WriteText(HKEY key, wchar_t const* name, wchar_t const* text)

@@ -4,8 +4,14 @@
 #include "services/CPathString.h"
 #include "text/CXTString.h"
 
+#include <memory>
 #include <string>
 #include <vector>
+
+namespace tev
+{
+class SettingsBatch;
+}
 
 /// The handle of a key in the settings registry; on Windows the system's own type. Opaque.
 struct HKEY__;
@@ -96,6 +102,15 @@ public:
                                        bool expand);
     bool DeleteValue(wchar_t const* subkey, wchar_t const* name);
 
+    // Batches
+
+    /// Collects what is written and deleted from now on, of the base and of keys below it, until EndBatch. Reading returns
+    /// what was there before. Keys are made and deleted at once. False where a batch was begun already.
+    bool StartBatch();
+    /// Makes the changes of the batch, in one step: others see all of them or none, and where one of them fails none is made.
+    /// With `discard` none is made either, as when the object ends before. False where no batch was begun.
+    bool EndBatch(bool discard = false);
+
     // Keys
 
     /// Deletes a key with its values. One that has keys below it is deleted only with `recursive`, and then with all of
@@ -133,7 +148,6 @@ private:
     bool OpenPath(bool create);
     /// Notes the last error as the reason of an operation that was not done. Of one that only looks, what is not there is none.
     bool Told(const char* operation, bool isDone, bool isLookUp = false) const noexcept;
-    HKEY OpenComponent(HKEY parent, const wchar_t* name, bool create);
     /// Keeps the code of a call as the last error and returns whether it succeeded.
     bool Note(unsigned systemError) noexcept;
     bool ReadText(HKEY key, wchar_t const* name, bool expand, CXTString<wchar_t>& text);
@@ -154,4 +168,5 @@ private:
     HKEY m_base = nullptr;
     HKEY m_root = nullptr;
     int m_lastError = 0;
+    std::unique_ptr<tev::SettingsBatch> m_batch;
 };

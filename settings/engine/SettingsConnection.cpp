@@ -5,10 +5,17 @@
 
 #include <sqlite3.h>
 
+#include <algorithm>
+#include <atomic>
 #include <utility>
 
 namespace tev
 {
+namespace
+{
+constexpr int kLogIndexSize = 32768; // of its first part, as the database library maps it
+} // namespace
+
 unsigned SettingsConnection::Open(const std::string& name, int flags)
 {
     const int result = sqlite3_open_v2(name.c_str(), &m_handle, flags | SQLITE_OPEN_NOMUTEX, nullptr);
@@ -46,8 +53,32 @@ void SettingsConnection::Close(bool emptiesLog) noexcept
     FinalizeStatements();
     if (m_handle != nullptr && !emptiesLog)
         sqlite3_db_config(m_handle, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
+    m_logIndex = nullptr;
     sqlite3_close(std::exchange(m_handle, nullptr));
     m_isBroken = false;
+}
+
+// The index of the write-ahead log lies in memory that all processes share. It begins with two copies of a header, which every
+// change writes anew: the second copy, then the first. Other processes take their next change from there too, so that what
+// they see is seen here, and a killed writer leaves nothing behind that the next one would not put right.
+void SettingsConnection::FindMark() noexcept
+{
+    sqlite3_file* file = nullptr;
+    volatile void* index = nullptr;
+    if (sqlite3_file_control(m_handle, "main", SQLITE_FCNTL_FILE_POINTER, &file) == SQLITE_OK && file != nullptr &&
+        file->pMethods != nullptr && file->pMethods->iVersion >= 2 && file->pMethods->xShmMap != nullptr &&
+        file->pMethods->xShmMap(file, 0, kLogIndexSize, 0, &index) == SQLITE_OK)
+        m_logIndex = static_cast<const volatile std::uint64_t*>(index);
+}
+
+bool SettingsConnection::ReadMark(SettingsMark& mark) const noexcept
+{
+    if (m_logIndex == nullptr)
+        return false;
+    std::copy_n(m_logIndex, mark.size(), mark.begin());
+    std::atomic_thread_fence(std::memory_order_acquire);
+    const auto half = mark.begin() + static_cast<std::ptrdiff_t>(mark.size() / 2);
+    return std::equal(mark.begin(), half, half); // else a change is about to be made
 }
 
 unsigned SettingsConnection::Prepare(SettingsStatement statement, sqlite3_stmt*& prepared)

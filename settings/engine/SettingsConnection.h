@@ -13,6 +13,9 @@ struct sqlite3_stmt;
 
 namespace tev
 {
+/// The state of a database. It is another one after each change, whoever made it.
+using SettingsMark = std::array<std::uint64_t, 12>;
+
 /// A connection to a database, with the statements that were prepared for it. One thread at a time.
 class SettingsConnection
 {
@@ -33,6 +36,11 @@ public:
     bool IsBroken() const noexcept { return m_isBroken; }
     sqlite3* Get() const noexcept { return m_handle; }
 
+    /// From now on the state is told by ReadMark, where the file system permits. After a query, with a write-ahead log.
+    void FindMark() noexcept;
+    /// False where the state is not known without a query.
+    bool ReadMark(SettingsMark& mark) const noexcept;
+
     unsigned Execute(const char* text);
     unsigned ReadNumber(const char* text, std::int64_t& number);
     unsigned Prepare(SettingsStatement statement, sqlite3_stmt*& prepared);
@@ -48,6 +56,7 @@ public:
 private:
     const std::string& m_path;
     sqlite3* m_handle = nullptr;
+    const volatile std::uint64_t* m_logIndex = nullptr;
     std::array<sqlite3_stmt*, static_cast<std::size_t>(SettingsStatement::Count)> m_statements{};
     bool m_isBroken = false;
     bool m_hasChecksums = true;

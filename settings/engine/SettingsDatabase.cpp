@@ -225,6 +225,8 @@ unsigned SettingsDatabase::Prepare(bool create)
     if (error == kSettingsDone)
         error = m_connection.Execute(hasLog != 0 ? "PRAGMA synchronous = NORMAL" : "PRAGMA synchronous = FULL");
     sqlite3_busy_timeout(m_connection.Get(), hasLog != 0 ? 0 : kCommitMs);
+    if (hasLog != 0 && m_sharing == Sharing::Normal)
+        m_connection.FindMark();
     return error;
 }
 
@@ -234,6 +236,7 @@ void SettingsDatabase::Close(Closing closing) noexcept
     const bool isOurs = m_connection.IsOpen() && platform::FindDatabaseFile(m_path, file) &&
                         Identity{file.device, file.number} == m_identity;
     // When the file was replaced, the log files next to it belong to its successor.
+    m_cache.Clear();
     m_connection.Close(closing == Closing::Tidy && isOurs);
     m_sharing = Sharing::Normal;
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/Cancellation.h"
+#include "settings/engine/SettingsCache.h"
 #include "settings/engine/SettingsConnection.h"
 #include "settings/engine/SettingsStore.h"
 
@@ -42,6 +43,7 @@ public:
     [[nodiscard]] unsigned Connect(SettingsUse use);
 
     SettingsConnection& Connection() noexcept { return m_connection; }
+    SettingsCache& Cache() noexcept { return m_cache; }
 
 private:
     friend class SettingsLock;
@@ -81,6 +83,7 @@ private:
     const std::string m_path;
     const SettingsJournal m_journal;
     SettingsConnection m_connection;
+    SettingsCache m_cache{m_connection};
     Identity m_identity;
     Sharing m_sharing = Sharing::Normal; ///< one that is not normal is closed when the lock is released
 };

@@ -148,6 +148,22 @@ unsigned CheckSettingsKey(const SettingsKeyState& state)
     return error == kSettingsNoMoreItems ? unsigned{kSettingsKeyDeleted} : error;
 }
 
+unsigned WriteValueIn(const SettingsKeyState& state, const SettingsName& name, unsigned type, std::string_view data)
+{
+    return SettingsQuery(*state.database, SettingsStatement::WriteValue)
+        .With(state.id)
+        .With(name.folded)
+        .With(name.spelling)
+        .With(std::int64_t{type})
+        .With(data)
+        .Run();
+}
+
+unsigned DeleteValueIn(const SettingsKeyState& state, const SettingsName& name)
+{
+    return SettingsQuery(*state.database, SettingsStatement::DeleteValue).With(state.id).With(name.folded).Run();
+}
+
 unsigned WalkSettingsKeys(SettingsKeyState& state, const std::vector<SettingsName>& names, bool create)
 {
     if (names.size() > kDeepestSettingsKey - state.depth)

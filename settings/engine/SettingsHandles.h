@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 // The keys behind the handles. Everything here is called under SettingsLock.
@@ -43,6 +44,12 @@ bool RemoveSettingsKey(SettingsKey key);
 
 /// Whether the key is still in its database: distinguishes a missing value or key from a deleted parent.
 [[nodiscard]] unsigned CheckSettingsKey(const SettingsKeyState& state);
+
+// Statements that change a value of a key whose database is connected.
+
+[[nodiscard]] unsigned WriteValueIn(const SettingsKeyState& state, const SettingsName& name, unsigned type,
+                                    std::string_view data);
+[[nodiscard]] unsigned DeleteValueIn(const SettingsKeyState& state, const SettingsName& name);
 
 /// Walks from a key down the names; `state` is the last one then. With `create`, in a transaction that writes, missing
 /// keys are created.

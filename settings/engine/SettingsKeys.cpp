@@ -70,6 +70,38 @@ bool MakeValueName(const wchar_t* text, SettingsName& name)
     return MakeSettingsName(text != nullptr ? text : L"", kLongestSettingsValueName, name);
 }
 
+/// The names of a path as the cache knows it.
+std::string FoldedPath(const std::vector<SettingsName>& names)
+{
+    std::string path;
+    for (const SettingsName& name : names)
+        (path += name.folded) += '\\'; // which no name holds
+    return path;
+}
+
+/// Goes from a key down the names, in a database that is connected.
+unsigned FindKeyBelow(SettingsKeyState& state, const std::vector<SettingsName>& names)
+{
+    SettingsCache& cache = state.database->Cache();
+    const std::int64_t start = state.id;
+    const std::string path = FoldedPath(names);
+    if (const SettingsCache::Entry* const known = cache.Find(SettingsCache::Kind::Key, start, path))
+    {
+        state.id = known->number;
+        state.depth += static_cast<unsigned>(names.size());
+        return known->error;
+    }
+    SettingsTransaction transaction(*state.database);
+    unsigned error = names.size() > 1 ? transaction.Begin(false) : kSettingsDone; // several steps must read one state
+    if (error == kSettingsDone)
+        error = WalkSettingsKeys(state, names, false);
+    if (error == kSettingsDone && names.size() > 1)
+        error = transaction.Commit();
+    if (error == kSettingsDone || error == kSettingsNotFound)
+        cache.Keep(SettingsCache::Kind::Key, start, path, error, state.id);
+    return error;
+}
+
 unsigned OpenOrCreate(SettingsKey parent, const std::vector<SettingsName>& names, unsigned access, SettingsKey& key,
                       bool create)
 {
@@ -79,23 +111,30 @@ unsigned OpenOrCreate(SettingsKey parent, const std::vector<SettingsName>& names
     SettingsKeyState state = start.State();
     state.access = SpecificRights(access);
     unsigned error = kSettingsDone;
-    if (create || names.size() > 1) // several steps that must read one state
+    if (create)
     {
         SettingsTransaction transaction(start.Database());
-        error = transaction.Begin(create);
+        error = transaction.Begin(true);
         if (error == kSettingsDone)
-            error = WalkSettingsKeys(state, names, create);
+            error = WalkSettingsKeys(state, names, true);
         if (error == kSettingsDone)
             error = transaction.Commit();
     }
     else if (start.Error() == kSettingsDone)
-        error = WalkSettingsKeys(state, names, false);
+        error = FindKeyBelow(state, names);
     if (error == kSettingsDone)
         key = AddSettingsKey(std::move(state));
     return error;
 }
 
-/// Finds a value and calls `use` with the row.
+struct FoundValue
+{
+    unsigned type;
+    std::uint64_t size;
+    std::string_view data; ///< only where it was asked for
+};
+
+/// Finds a value and calls `use` with it.
 template <class USE>
 unsigned UseValue(SettingsKey key, const wchar_t* name, bool withData, USE use)
 {
@@ -106,14 +145,25 @@ unsigned UseValue(SettingsKey key, const wchar_t* name, bool withData, USE use)
         const UsedKey used(key, kSettingsQueryValue, SettingsUse::Read);
         if (used.Error() != kSettingsDone)
             return used.Error();
+        SettingsCache& cache = used.Database().Cache();
+        const std::int64_t id = used.State().id;
+        if (const SettingsCache::Entry* const known = cache.Find(SettingsCache::Kind::Value, id, sought.folded))
+            return known->error == kSettingsDone
+                       ? use(FoundValue{static_cast<unsigned>(known->number), known->data.size(), known->data})
+                       : known->error;
         SettingsQuery query(used.Database(), withData ? SettingsStatement::ReadValue : SettingsStatement::MeasureValue);
-        const unsigned error = query.With(used.State().id).With(sought.folded).Next();
-        if (error == kSettingsNoMoreItems)
-            return used.WhyMissing(kSettingsNotFound);
+        unsigned error = query.With(id).With(sought.folded).Next();
+        if (error == kSettingsNoMoreItems && (error = used.WhyMissing(kSettingsNotFound)) == kSettingsNotFound)
+            cache.Keep(SettingsCache::Kind::Value, id, sought.folded, error);
         if (error != kSettingsDone)
             return error;
-        const bool isIntact = query.Bytes(1) == sought.folded && query.IsIntactValue(used.State().id, withData);
-        return isIntact ? use(query) : unsigned{kSettingsDamaged};
+        if (query.Bytes(1) != sought.folded || !query.IsIntactValue(id, withData))
+            return kSettingsDamaged;
+        const FoundValue found = {static_cast<unsigned>(query.Number(2)), static_cast<std::uint64_t>(query.Number(3)),
+                                  withData ? query.Bytes(5) : std::string_view()};
+        if (withData && found.size == found.data.size())
+            cache.Keep(SettingsCache::Kind::Value, id, sought.folded, kSettingsDone, found.type, found.data);
+        return use(found);
     });
 }
 
@@ -214,29 +264,28 @@ unsigned CloseSettingsKey(SettingsKey key)
 
 unsigned ReadSettingsValue(SettingsKey key, const wchar_t* name, SettingsValue& value)
 {
-    return UseValue(key, name, true, [&](const SettingsQuery& found) {
-        value.type = static_cast<unsigned>(found.Number(2));
-        value.data.assign(found.Bytes(5));
+    return UseValue(key, name, true, [&](const FoundValue& found) {
+        value.type = found.type;
+        value.data.assign(found.data);
         return unsigned{kSettingsDone};
     });
 }
 
 unsigned ReadSettingsValue(SettingsKey key, const wchar_t* name, unsigned& type, void* buffer, std::uint64_t& size)
 {
-    return UseValue(key, name, buffer != nullptr, [&](const SettingsQuery& found) {
-        type = static_cast<unsigned>(found.Number(2));
+    return UseValue(key, name, buffer != nullptr, [&](const FoundValue& found) {
+        type = found.type;
         if (buffer == nullptr)
         {
-            size = static_cast<std::uint64_t>(found.Number(3));
+            size = found.size;
             return unsigned{kSettingsDone};
         }
         // A file may hold text in place of bytes, whose length it counts otherwise.
-        const std::string_view data = found.Bytes(5);
-        const std::uint64_t room = std::exchange(size, data.size());
-        if (room < data.size())
+        const std::uint64_t room = std::exchange(size, found.data.size());
+        if (room < found.data.size())
             return unsigned{kSettingsMoreData};
-        if (!data.empty())
-            std::memcpy(buffer, data.data(), data.size());
+        if (!found.data.empty())
+            std::memcpy(buffer, found.data.data(), found.data.size());
         return unsigned{kSettingsDone};
     });
 }
@@ -250,13 +299,8 @@ unsigned WriteSettingsValue(SettingsKey key, const wchar_t* name, unsigned type,
         const UsedKey used(key, kSettingsSetValue, SettingsUse::Create);
         if (used.Error() != kSettingsDone)
             return used.Error();
-        return SettingsQuery(used.Database(), SettingsStatement::WriteValue)
-            .With(used.State().id)
-            .With(written.folded)
-            .With(written.spelling)
-            .With(std::int64_t{type})
-            .With(std::string_view(static_cast<const char*>(data), static_cast<std::size_t>(size)))
-            .Run();
+        return WriteValueIn(used.State(), written, type,
+                            std::string_view(static_cast<const char*>(data), static_cast<std::size_t>(size)));
     });
 }
 

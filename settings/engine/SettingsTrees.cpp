@@ -1,7 +1,6 @@
 #include "settings/engine/SettingsHandles.h"
 
 #include <algorithm>
-#include <memory>
 #include <utility>
 
 namespace tev
@@ -73,91 +72,6 @@ unsigned ReadTree(SettingsKeyState& state, const std::vector<SettingsName>& name
     return error;
 }
 
-/// Makes changes, in one transaction for each database concerned.
-class Changer
-{
-public:
-    unsigned Change(const SettingsChange& change);
-    unsigned Commit();
-
-private:
-    struct Part
-    {
-        std::shared_ptr<SettingsDatabase> database;
-        std::unique_ptr<SettingsTransaction> transaction;
-    };
-
-    unsigned Join(const SettingsKeyState& state, SettingsUse use);
-    static unsigned ChangeIn(const SettingsKeyState& state, const SettingsChange& change);
-
-    std::vector<Part> m_parts;
-};
-
-unsigned Changer::Join(const SettingsKeyState& state, SettingsUse use)
-{
-    const auto isSame = [&](const Part& part) { return part.database == state.database; };
-    if (std::any_of(m_parts.begin(), m_parts.end(), isSame))
-        return kSettingsDone;
-    const unsigned error = ConnectSettingsKey(state, use);
-    if (error != kSettingsDone)
-        return error;
-    auto transaction = std::make_unique<SettingsTransaction>(*state.database);
-    const unsigned failure = transaction->Begin(true);
-    if (failure == kSettingsDone)
-        m_parts.push_back({state.database, std::move(transaction)});
-    return failure;
-}
-
-unsigned Changer::Change(const SettingsChange& change)
-{
-    std::vector<SettingsName> names;
-    if (!SplitSettingsPath(change.path.c_str(), names))
-        return kSettingsBadParameter;
-    SettingsKeyState state;
-    if (FindSettingsKey(RootKey(change.root), state) == nullptr)
-        return kSettingsBadHandle;
-    const bool deletes =
-        change.kind == SettingsChange::Kind::DeleteKey || change.kind == SettingsChange::Kind::DeleteValue;
-    if (change.kind == SettingsChange::Kind::DeleteKey && names.empty())
-        return kSettingsAccessDenied;
-    unsigned error = Join(state, deletes ? SettingsUse::Write : SettingsUse::Create);
-    if (error == kSettingsDone)
-        error = WalkSettingsKeys(state, names, !deletes);
-    if (error == kSettingsDone)
-        error = ChangeIn(state, change);
-    return deletes && error == kSettingsNotFound ? unsigned{kSettingsDone} : error;
-}
-
-unsigned Changer::ChangeIn(const SettingsKeyState& state, const SettingsChange& change)
-{
-    SettingsDatabase& database = *state.database;
-    if (change.kind == SettingsChange::Kind::CreateKey)
-        return kSettingsDone;
-    if (change.kind == SettingsChange::Kind::DeleteKey)
-        return SettingsQuery(database, SettingsStatement::DeleteKey).With(state.id).Run();
-    SettingsName name;
-    if (!MakeSettingsName(change.name, kLongestSettingsValueName, name))
-        return kSettingsBadParameter;
-    if (change.kind == SettingsChange::Kind::DeleteValue)
-        return SettingsQuery(database, SettingsStatement::DeleteValue).With(state.id).With(name.folded).Run();
-    return SettingsQuery(database, SettingsStatement::WriteValue)
-        .With(state.id)
-        .With(name.folded)
-        .With(name.spelling)
-        .With(std::int64_t{change.value.type})
-        .With(change.value.data)
-        .Run();
-}
-
-unsigned Changer::Commit()
-{
-    for (const Part& part : m_parts)
-    {
-        if (const unsigned error = part.transaction->Commit(); error != kSettingsDone)
-            return error;
-    }
-    return kSettingsDone;
-}
 unsigned ReadTreeOf(SettingsKey key, const std::vector<SettingsName>& names, std::vector<SettingsTreeKey>& tree)
 {
     const SettingsLock lock;
@@ -183,19 +97,5 @@ unsigned ReadSettingsTree(SettingsKey key, const wchar_t* path, std::vector<Sett
     if (!SplitSettingsPath(path, names))
         return kSettingsBadParameter;
     return RetryWhileBusy([&] { return ReadTreeOf(key, names, tree); });
-}
-
-unsigned ChangeSettings(const std::vector<SettingsChange>& changes, std::size_t& failed)
-{
-    return RetryWhileBusy([&]() -> unsigned {
-        const SettingsLock lock;
-        Changer changer;
-        for (failed = 0; failed < changes.size(); ++failed)
-        {
-            if (const unsigned error = changer.Change(changes[failed]); error != kSettingsDone)
-                return error;
-        }
-        return changer.Commit();
-    });
 }
 } // namespace tev
