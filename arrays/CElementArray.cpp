@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cstring>
 #include <memory>
+#include <typeinfo>
 #include <utility>
 #include <vector>
 
@@ -22,6 +23,25 @@ void Require(bool holds)
 {
     if (!holds)
         tev::ThrowInvalidArgument();
+}
+
+// Sizes that the processor copies in one step need no call.
+void CopyElementBytes(void* target, const void* source, std::size_t size) noexcept
+{
+    switch (size)
+    {
+    case 1:
+        std::memcpy(target, source, 1);
+        return;
+    case 4:
+        std::memcpy(target, source, 4);
+        return;
+    case 8:
+        std::memcpy(target, source, 8);
+        return;
+    default:
+        std::memmove(target, source, size);
+    }
 }
 
 // For each new place the old index of the element that goes there; empty when the order is no permutation.
@@ -172,7 +192,13 @@ void CElementArray::GrowTo(int capacity)
 {
     if (capacity > m_slots)
         Reallocate(m_data == nullptr ? capacity : tev::SlotsForGrowth(m_slots, capacity));
+    SetCapacity(capacity);
+}
+
+void CElementArray::SetCapacity(int capacity) noexcept
+{
     m_capacity = capacity;
+    m_directEnd = !m_isObject && typeid(*this) == typeid(CElementArray) ? capacity : 0;
 }
 
 void CElementArray::Reallocate(int slots)
@@ -189,7 +215,7 @@ void CElementArray::Release() noexcept
     Destroy(0, m_constructed);
     std::free(m_data);
     m_data = nullptr;
-    m_size = m_capacity = m_slots = m_constructed = 0;
+    m_size = m_capacity = m_slots = m_constructed = m_directEnd = 0;
 }
 
 void CElementArray::ConstructUpTo(int end)
@@ -283,7 +309,7 @@ void CElementArray::FreeExtra()
     }
     DestroyReserve();
     Reallocate(m_size);
-    m_capacity = m_size;
+    SetCapacity(m_size);
 }
 
 void CElementArray::CopyValue(void* target, const void* source)
@@ -293,7 +319,7 @@ void CElementArray::CopyValue(void* target, const void* source)
     else if (source == nullptr)
         std::memset(target, 0, Bytes(1));
     else
-        std::memmove(target, source, Bytes(1));
+        CopyElementBytes(target, source, Bytes(1));
 }
 
 void CElementArray::SetAt(int index, const void* source)
@@ -329,6 +355,12 @@ void CElementArray::SetAtGrow(int index, const void* source, int growFactor)
 
 int CElementArray::Add(const void* source, int growFactor)
 {
+    if (m_size < m_directEnd && source != nullptr && growFactor == tev::kKeepGrowth)
+    {
+        CopyElementBytes(Address(m_size), source, Bytes(1));
+        m_constructed = m_constructMode ? m_constructed : m_size + 1;
+        return m_size++;
+    }
     const int index = m_size;
     SetAtGrow(index, source, growFactor);
     return index;

@@ -114,6 +114,7 @@ private:
     void Install(CElementMethods* methods);
     void Release() noexcept;
     void Resize(int newSize, bool keepMemory, int growFactor);
+    void SetCapacity(int capacity) noexcept;
     void GrowTo(int capacity);
     void Reallocate(int slots);
     void ConstructUpTo(int end);
@@ -140,4 +141,7 @@ private:
     bool m_isObject = false;
     int m_slots = 0;       ///< of the memory; those beyond the capacity are there for growth
     int m_constructed = 0; ///< slots with elements: those in use, what keepMemory left, the reserve of construct mode
+    /// Up to here plain bytes are added without SetSize: the capacity, but 0 where that would be noticed, by a class that
+    /// overrides it or by a kind.
+    int m_directEnd = 0;
 };

@@ -64,7 +64,8 @@ void CElementArray::LoadBytes(CXArchive& archive, int count)
     if (count != 0 && m_elementSize > static_cast<std::size_t>(PTRDIFF_MAX) / static_cast<unsigned>(count))
         CXArchiveException::Throw(archiveEndOfFile, archive.GetFile()->GetFilePath());
     m_data = tev::LoadArrayBlock(archive, Bytes(count)).release();
-    m_size = m_capacity = m_slots = m_constructed = count;
+    m_size = m_slots = m_constructed = count;
+    SetCapacity(count);
     SetSize(count, false, -1); // for a class that is derived from this one
 }
 

@@ -142,6 +142,11 @@ TEST(CElementArrayFailure, ADerivedClassMayChooseOtherSizes)
     array.SetMethods(new CXIntElements);
     EXPECT_EQ(array.GetSize(), 0);
     EXPECT_EQ(Element::s_live, before);
+    array.m_isFixed = false;
+    array.SetGrowFactor(9);
+    for (const int value : {5, 6})
+        array.Add(&value); // the second one within the capacity
+    EXPECT_EQ(ValuesOf(array), (std::vector<int>{5, 0, 6, 0}));
 }
 
 TEST(CElementArrayFailure, NothingLeaksOrStaysWhereAnElementThrows)
