@@ -99,29 +99,19 @@ class MapPrinter(Printer):
     def __init__(self, view, description):
         super().__init__(view, description)
         try:
-            self.is_map = any(field.name == "m_value" for field in self.members(entry_type(view.target("m_slots"))))
+            self.is_map = any(field.name == "m_value" for field in entry_type(view.target("m_slots")).fields())
         except Exception:
             self.is_map = False
 
     def display_hint(self):
         return "map" if self.is_map else "array"
 
-    @staticmethod
-    def members(slot):
-        """With those of its unions."""
-        for field in slot.fields():
-            if field.name:
-                yield field
-            else:
-                yield from field.type.fields()
-
     def children(self):
         return guarded(self.entries(), self.is_map)
 
     def entries(self):
         slot_type = entry_type(self.view.target("m_slots"))
-        (state,) = (field.bitpos // 8 for field in slot_type.fields() if field.name == "m_state")
-        for index, address in enumerate(values.map_slots(self.view, state)):
+        for index, address in enumerate(values.map_slots(self.view)):
             slot = gdb.Value(address).cast(slot_type.pointer()).dereference()
             yield "[%d]" % index, slot["m_key"]
             if self.is_map:

@@ -152,8 +152,7 @@ def entry_type(slot):
 class MapChildren(Children):
     def find(self):
         slot_type = entry_type(self.view.target("m_slots"))
-        (state,) = (field.GetOffsetInBytes() for field in slot_type.fields if field.GetName() == "m_state")
-        for index, address in enumerate(values.map_slots(self.view, state)):
+        for index, address in enumerate(values.map_slots(self.view)):
             slot = self.make("slot", address, slot_type)
             key, value = slot.GetChildMemberWithName("m_key"), slot.GetChildMemberWithName("m_value")
             if value.IsValid():

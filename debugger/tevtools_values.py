@@ -24,7 +24,7 @@ MOST_BYTES = 1 << 25  # of a map that are searched for its entries
 MOST_DEPTH = 4  # stores within each other
 BLOCK = 1 << 16  # bytes that are read at once
 
-SLOT_OCCUPIED, SLOT_EMPTY, SLOT_DELETED = 0, 1, 2
+TAG_EMPTY, TAG_DELETED, TAG_OCCUPIED = 0, 0x40, 0x80  # and above
 MOST_INT = 0x7FFFFFFF
 
 
@@ -175,23 +175,19 @@ def describe_map(view):
     return "%s of %d entries" % (view.name.split("<")[0], map_count(view))
 
 
-def map_slots(view, state_offset):
+def map_slots(view):
     """The addresses of the slots that hold an entry."""
     left = min(map_count(view), MOST_CHILDREN)
-    address, size = view.number("m_slots"), view.size("m_slots")
+    address, size, tags = view.number("m_slots"), view.size("m_slots"), view.number("m_tags")
     table = min(view.number("m_tableSize"), MOST_BYTES // size)
-    at_once = max(BLOCK // size, 1)
-    for first in range(0, table, at_once):
+    for first in range(0, table, BLOCK):
         if left == 0:
             return
-        number = min(at_once, table - first)
-        data = view.read(address + first * size, number * size)
-        for index in range(number):
-            (state,) = struct.unpack_from("<I", data, index * size + state_offset)
-            if state not in (SLOT_OCCUPIED, SLOT_EMPTY, SLOT_DELETED):
-                raise Damaged("a slot in state %d" % state)
-            if state == SLOT_OCCUPIED:
-                yield address + (first + index) * size
+        for index, tag in enumerate(view.read(tags + first, min(BLOCK, table - first)), first):
+            if tag < TAG_OCCUPIED and tag not in (TAG_EMPTY, TAG_DELETED):
+                raise Damaged("a slot with the tag %d" % tag)
+            if tag >= TAG_OCCUPIED:
+                yield address + index * size
                 left -= 1
                 if left == 0:
                     return

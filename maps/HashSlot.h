@@ -1,136 +1,89 @@
 #pragma once
 
 #include <cstddef>
-#include <memory>
 #include <new>
 #include <type_traits>
 #include <utility>
 
 namespace tev
 {
-enum SlotState : unsigned
-{
-    kSlotOccupied = 0,
-    kSlotEmpty = 1,
-    kSlotDeleted = 2,
-    kSlotCopy = 3 ///< not in a table: a copy that owns its key and value
-};
-
 /// An entry of a map as a walk shows it: `auto& [key, value]`, or GetKey and GetValue. The key cannot be changed. A copy
 /// of an entry has a key and a value of its own.
 template <class KEY, class VALUE>
 class HashEntry
 {
 public:
-    HashEntry(const HashEntry& other) : m_state(kSlotCopy) { Create(other.m_key, other.m_value); }
+    HashEntry(const HashEntry&) = default;
     HashEntry& operator=(const HashEntry&) = delete;
-    /// Those of a table's slots are destroyed by the table.
-    ~HashEntry()
-    {
-        if (m_state == kSlotCopy)
-            Destroy();
-    }
+    ~HashEntry() = default;
 
     const KEY& GetKey() const noexcept { return m_key; }
     VALUE& GetValue() noexcept { return m_value; }
     const VALUE& GetValue() const noexcept { return m_value; }
 
 protected:
-    HashEntry() noexcept : m_state(kSlotEmpty) {}
-
     template <class K, class V>
-    void Create(K&& key, V&& value)
+    HashEntry(K&& key, V&& value) : m_key(std::forward<K>(key)), m_value(std::forward<V>(value))
     {
-        ::new (static_cast<void*>(std::addressof(m_key))) KEY(std::forward<K>(key));
-        if constexpr (std::is_nothrow_constructible_v<VALUE, V&&>)
-            ::new (static_cast<void*>(std::addressof(m_value))) VALUE(std::forward<V>(value));
-        else
-        {
-            try
-            {
-                ::new (static_cast<void*>(std::addressof(m_value))) VALUE(std::forward<V>(value));
-            }
-            catch (...)
-            {
-                m_key.~KEY();
-                throw;
-            }
-        }
-    }
-    void Destroy() noexcept
-    {
-        m_value.~VALUE();
-        m_key.~KEY();
     }
 
-    union {
-        KEY m_key;
-    };
-    union {
-        VALUE m_value;
-    };
-    unsigned m_state;
+    KEY m_key;
+    VALUE m_value;
 };
 
-/// Key, value and state. Key and value exist only while the slot is occupied.
+/// Key and value. They exist only while the slot is occupied, which its tag says: see HashTags.h.
 template <class KEY, class VALUE>
 struct HashSlot : HashEntry<KEY, VALUE>
 {
     using Key = KEY;
     using Entry = HashEntry<KEY, VALUE>;
 
-    HashSlot() noexcept = default;
+    template <class K, class V>
+    HashSlot(std::in_place_t, K&& key, V&& value) : Entry(std::forward<K>(key), std::forward<V>(value))
+    {
+    }
     HashSlot(const HashSlot&) = delete;
     HashSlot& operator=(const HashSlot&) = delete;
     ~HashSlot() = default;
 
-    using Entry::Create;
-    using Entry::Destroy;
     template <class V>
     void Overwrite(V&& value)
     {
         m_value = std::forward<V>(value);
     }
-    void CreateCopy(const HashSlot& other) { Create(other.m_key, other.m_value); }
-    void CreateMoved(HashSlot& other) { Create(std::move(other.m_key), std::move(other.m_value)); }
+    void CopyTo(void* slot) const { ::new (slot) HashSlot(std::in_place, m_key, m_value); }
+    void MoveTo(void* slot) { ::new (slot) HashSlot(std::in_place, std::move(m_key), std::move(m_value)); }
 
     static constexpr bool kPlain = std::is_trivially_copyable_v<KEY> && std::is_trivially_copyable_v<VALUE>;
     static constexpr bool kMoves =
         std::is_nothrow_move_constructible_v<KEY> && std::is_nothrow_move_constructible_v<VALUE>;
 
     using Entry::m_key;
-    using Entry::m_state;
     using Entry::m_value;
 };
 
-/// Key and state.
+/// A key alone.
 template <class KEY>
 struct HashSlot<KEY, void>
 {
     using Key = KEY;
 
-    HashSlot() noexcept : m_state(kSlotEmpty) {}
+    template <class K>
+    HashSlot(std::in_place_t, K&& key) : m_key(std::forward<K>(key))
+    {
+    }
     HashSlot(const HashSlot&) = delete;
     HashSlot& operator=(const HashSlot&) = delete;
-    ~HashSlot() {}
+    ~HashSlot() = default;
 
-    template <class K>
-    void Create(K&& key)
-    {
-        ::new (static_cast<void*>(std::addressof(m_key))) KEY(std::forward<K>(key));
-    }
     void Overwrite() noexcept {}
-    void CreateCopy(const HashSlot& other) { Create(other.m_key); }
-    void CreateMoved(HashSlot& other) { Create(std::move(other.m_key)); }
-    void Destroy() noexcept { m_key.~KEY(); }
+    void CopyTo(void* slot) const { ::new (slot) HashSlot(std::in_place, m_key); }
+    void MoveTo(void* slot) { ::new (slot) HashSlot(std::in_place, std::move(m_key)); }
 
     static constexpr bool kPlain = std::is_trivially_copyable_v<KEY>;
     static constexpr bool kMoves = std::is_nothrow_move_constructible_v<KEY>;
 
-    union {
-        KEY m_key;
-    };
-    unsigned m_state;
+    KEY m_key;
 };
 
 // For structured bindings.

@@ -11,13 +11,13 @@ namespace
 // The slots and a byte for each, with some to spare.
 std::size_t HashBlockBytes(unsigned size, std::size_t slotBytes) noexcept
 {
-    return size * (slotBytes + 1) + kTagPadding;
+    return size * (slotBytes + 1) + kTagGroup;
 }
 } // namespace
 
 void* AllocateHashSlots(unsigned size, std::size_t slotBytes, std::size_t alignment) noexcept
 {
-    if (slotBytes > (PTRDIFF_MAX - kTagPadding) / size - 1)
+    if (slotBytes > (PTRDIFF_MAX - kTagGroup) / size - 1)
         return nullptr;
     return AllocateBlock(HashBlockBytes(size, slotBytes), alignment);
 }

@@ -16,9 +16,56 @@
 
 namespace tev
 {
-/// Memory for the slots of a table and, behind them, a byte for each and kTagPadding; null when it cannot be had.
+/// Memory for the slots of a table and, behind them, a byte for each and for kTagGroup more; null when it cannot be had.
 TEVTOOLS_API void* AllocateHashSlots(unsigned size, std::size_t slotBytes, std::size_t alignment) noexcept;
 TEVTOOLS_API void FreeHashSlots(void* block, unsigned size, std::size_t slotBytes, std::size_t alignment) noexcept;
+
+/// Where the slots of a table lie. Work on many slots takes a copy, whose members stay in registers: the compiler must take it
+/// that storing a tag may change those of the table.
+template <class SLOT>
+struct HashFrame
+{
+    SLOT* m_slots;
+    unsigned char* m_tags;
+    std::size_t m_size;
+    std::uint64_t m_reciprocal;
+
+    std::size_t Home(unsigned hash) const noexcept
+    {
+        return Remainder(hash, static_cast<unsigned>(m_size), m_reciprocal);
+    }
+    std::size_t Wrap(std::size_t at) const noexcept { return at >= m_size ? at - m_size : at; }
+    /// The first slot that the answer of a group names. A small table is passed more than once on the way.
+    std::size_t SlotOf(std::size_t home, unsigned answer) const noexcept
+    {
+        std::size_t at = home + TrailingZeros(answer);
+        while (at >= m_size)
+            at -= m_size;
+        return at;
+    }
+    /// The fifth slot of a search.
+    std::size_t Fifth(std::size_t home) const noexcept
+    {
+        return m_size > kFifthProbe ? Wrap(home + kFifthProbe) : (home + kFifthProbe) % m_size;
+    }
+    /// The slot for a key that is known not to be there.
+    std::size_t FreeSlot(std::size_t home) const noexcept
+    {
+        const unsigned vacant = ~TagGroup(m_tags + home).Occupied() & kProbedTags;
+        if (vacant != 0)
+            return SlotOf(home, vacant);
+        std::size_t at = Fifth(home);
+        for (std::size_t step = kFifthStep; m_tags[at] >= kOccupiedTag; step += 2)
+            at = Wrap(at + step);
+        return at;
+    }
+    void SetTag(std::size_t at, unsigned char tag) const noexcept
+    {
+        m_tags[at] = tag;
+        for (at += m_size; at < m_size + kTagGroup; at += m_size)
+            m_tags[at] = tag;
+    }
+};
 
 /// An iterator over the entries of a table, in the order of the slots. What invalidates positions invalidates it; its own
 /// entry may be removed. SHOWN is what it shows of a slot: the entry, or the key.
@@ -92,9 +139,7 @@ public:
         if (m_used == 0)
             return;
         DestroyEntries();
-        for (std::size_t at = 0; at < m_tableSize; ++at)
-            m_slots[at].m_state = kSlotEmpty;
-        std::memset(m_tags, kEmptyTag, m_tableSize + kTagPadding);
+        std::memset(m_tags, kEmptyTag, m_tableSize + kTagGroup);
         m_used = 0;
         m_count = 0;
     }
@@ -160,12 +205,12 @@ protected:
     {
         const SharedUse use(m_use);
         const std::size_t end = m_slots == nullptr ? 0 : m_tableSize;
-        for (; from < end; from += 8)
+        for (; from < end; from += kTagGroup)
         {
-            const std::uint64_t occupied = TagWord(m_tags + from).Occupied();
+            const unsigned occupied = TagGroup(m_tags + from).Occupied();
             if (occupied == 0)
                 continue;
-            const std::size_t at = from + TagWord::First(occupied);
+            const std::size_t at = from + TrailingZeros(occupied);
             return at < end ? static_cast<unsigned>(at) : kNoPosition;
         }
         return kNoPosition;
@@ -176,41 +221,31 @@ protected:
     void ForEach(FUNCTION function) const
     {
         const std::size_t end = m_slots == nullptr ? 0 : m_tableSize;
-        for (std::size_t from = 0; from < end; from += 8)
+        for (std::size_t from = 0; from < end; from += kTagGroup)
         {
-            for (std::uint64_t occupied = TagWord(m_tags + from).Occupied(); occupied != 0; occupied &= occupied - 1)
+            for (unsigned occupied = TagGroup(m_tags + from).Occupied(); occupied != 0; occupied &= occupied - 1)
             {
-                // The last word may reach into the repeated tags.
-                const std::size_t at = from + TagWord::First(occupied);
+                // The last group may reach into the repeated tags.
+                const std::size_t at = from + TrailingZeros(occupied);
                 if (at < end)
                     function(m_slots[at]);
             }
         }
     }
 
-    std::size_t Home(unsigned hash) const noexcept { return Remainder(hash, m_tableSize, m_reciprocal); }
-    std::size_t Wrap(std::size_t at) const noexcept { return at >= m_tableSize ? at - m_tableSize : at; }
-
-    void SetTag(std::size_t at, unsigned char tag) noexcept
-    {
-        m_tags[at] = tag;
-        for (at += m_tableSize; at < m_tableSize + kTagPadding; at += m_tableSize)
-            m_tags[at] = tag;
-    }
+    HashFrame<SLOT> GetFrame() const noexcept { return {m_slots, m_tags, m_tableSize, m_reciprocal}; }
 
     void Occupy(std::size_t at, unsigned char tag, bool reused) noexcept
     {
-        m_slots[at].m_state = kSlotOccupied;
-        SetTag(at, tag);
+        GetFrame().SetTag(at, tag);
         ++m_count;
         m_used += reused ? 0 : 1;
     }
 
     void RemoveSlot(std::size_t at) noexcept
     {
-        m_slots[at].Destroy();
-        m_slots[at].m_state = kSlotDeleted;
-        SetTag(at, kDeletedTag);
+        m_slots[at].~SLOT();
+        GetFrame().SetTag(at, kDeletedTag);
         --m_count;
     }
 
@@ -233,10 +268,8 @@ protected:
         if (block == nullptr)
             return false;
         m_slots = static_cast<SLOT*>(block);
-        for (std::size_t at = 0; at < size; ++at)
-            ::new (static_cast<void*>(m_slots + at)) SLOT;
         m_tags = static_cast<unsigned char*>(block) + size * sizeof(SLOT);
-        std::memset(m_tags, kEmptyTag, std::size_t(size) + kTagPadding);
+        std::memset(m_tags, kEmptyTag, std::size_t(size) + kTagGroup);
         m_reciprocal = ReciprocalOf(size);
         return true;
     }
@@ -280,7 +313,7 @@ private:
         if constexpr (!SLOT::kPlain)
         {
             if (m_count != 0)
-                ForEach([](SLOT& slot) { slot.Destroy(); });
+                ForEach([](SLOT& slot) { slot.~SLOT(); });
         }
     }
 
@@ -291,16 +324,24 @@ private:
         m_tableSize = other.m_tableSize;
         if (other.m_slots == nullptr || !Allocate(other.m_tableSize))
             return;
-        for (std::size_t at = 0; at < m_tableSize; ++at)
+        if constexpr (SLOT::kPlain)
         {
-            const unsigned char tag = other.m_tags[at];
-            if (tag >= kOccupiedTag)
+            std::memcpy(static_cast<void*>(m_slots), other.m_slots, std::size_t(m_tableSize) * sizeof(SLOT));
+            std::memcpy(m_tags, other.m_tags, std::size_t(m_tableSize) + kTagGroup);
+            m_count = other.m_count;
+        }
+        else
+        {
+            for (std::size_t at = 0; at < m_tableSize; ++at)
             {
-                m_slots[at].CreateCopy(other.m_slots[at]);
-                ++m_count;
+                const unsigned char tag = other.m_tags[at];
+                if (tag >= kOccupiedTag)
+                {
+                    other.m_slots[at].CopyTo(m_slots + at);
+                    ++m_count;
+                }
+                GetFrame().SetTag(at, tag);
             }
-            m_slots[at].m_state = other.m_slots[at].m_state;
-            SetTag(at, tag);
         }
         m_used = other.m_used;
     }

@@ -23,9 +23,10 @@
 // The order of the slots is what callers see when they walk a map, so home, probing and growth are fixed for good. How a
 // slot is examined is free. After the slots there is one byte for each, its tag: 0 empty, 0x40 deleted, else the hash's
 // low seven bits with the high bit set. A search reads the tags and compares keys only where they match, so a miss rarely
-// touches a slot. The first three slots of a search, 0, 1 and 4 behind its home, have their tags in one 64-bit word and are
-// looked at together without a branch for each, since such branches cannot be predicted. A walk finds the next entry in the
-// same words. The first tags are repeated behind the last, so that a word may be read at any slot.
+// touches a slot, and a new table only has its tags cleared. The first four slots of a search, 0, 1, 4 and 9 behind its home,
+// have their tags in one group of sixteen and are looked at together without a branch for each, since such branches cannot
+// be predicted. A walk finds the next entry in the same groups. The first tags are repeated behind the last, so that a group
+// may be read at any slot.
 
 namespace tev
 {
@@ -47,6 +48,7 @@ template <class SLOT, class ARG_KEY, class METHODS>
 class HashTableBase : public HashSlots<SLOT>
 {
     using Slots = HashSlots<SLOT>;
+    using Frame = HashFrame<SLOT>;
 
 public:
     using Key = typename SLOT::Key;
@@ -107,7 +109,7 @@ protected:
     {
         const SharedUse use(m_use);
         const unsigned hash = METHODS::HashKey(key);
-        return Search(key, TagOf(hash), Home(hash));
+        return Search(key, TagOf(hash), Slots::GetFrame().Home(hash));
     }
 
     /// The key's slot, or null and, where asked for, the slot that a new key takes: the first one of the search that is
@@ -115,19 +117,20 @@ protected:
     template <class K>
     SLOT* Search(const K& key, unsigned char tag, std::size_t home, std::size_t* vacant = nullptr) const
     {
-        if (m_tags[home] == tag && METHODS::Compare(m_slots[home].m_key, key))
-            return m_slots + home;
-        const TagWord word(m_tags + home);
-        for (std::uint64_t equal = word.Equal(tag); equal != 0; equal &= equal - 1)
+        const Frame frame = Slots::GetFrame();
+        const TagGroup group(frame.m_tags + home);
+        for (unsigned equal = group.Equal(tag) & kProbedTags; equal != 0; equal &= equal - 1)
         {
-            SLOT* slot = m_slots + Wrap(home + TagWord::First(equal));
+            SLOT* slot = frame.m_slots + frame.SlotOf(home, equal);
             if (METHODS::Compare(slot->m_key, key))
                 return slot;
         }
-        const std::uint64_t free = vacant == nullptr ? 0 : word.EmptyOrDeleted();
+        const unsigned free = vacant == nullptr ? 0 : ~group.Occupied() & kProbedTags;
         if (free != 0)
-            *vacant = Wrap(home + TagWord::First(free));
-        return word.Empty() != 0 ? nullptr : FindFurther(key, tag, home, free != 0 ? nullptr : vacant);
+            *vacant = frame.SlotOf(home, free);
+        if ((group.Equal(kEmptyTag) & kProbedTags) != 0)
+            return nullptr;
+        return FindFurther(key, tag, home, free != 0 ? nullptr : vacant);
     }
 
     /// 1 for a new entry, 0 when the key was there (its value is overwritten) or there is no memory for one more slot.
@@ -137,23 +140,20 @@ protected:
         const ExclusiveUse use(m_use);
         const unsigned hash = METHODS::HashKey(key);
         const unsigned char tag = TagOf(hash);
-        const std::size_t home = Home(hash);
+        const std::size_t home = Slots::GetFrame().Home(hash);
         std::size_t at = home;
-        if (m_tags[home] != kEmptyTag)
+        SLOT* found = Search(key, tag, home, &at);
+        if (found != nullptr)
         {
-            SLOT* found = Search(key, tag, home, &at);
-            if (found != nullptr)
-            {
-                found->Overwrite(std::forward<VALUES>(value)...);
-                return 0;
-            }
+            found->Overwrite(std::forward<VALUES>(value)...);
+            return 0;
         }
 
         const bool reused = m_tags[at] == kDeletedTag;
         if (!reused && (m_used >= m_tableSize / 2 || m_slots == nullptr))
             return InsertAfterRebuild(key, std::forward<VALUES>(value)...);
 
-        m_slots[at].Create(key, std::forward<VALUES>(value)...);
+        ::new (static_cast<void*>(m_slots + at)) SLOT(std::in_place, key, std::forward<VALUES>(value)...);
         Occupy(at, tag, reused);
         if (m_used >= m_tableSize / 2)
             RebuildAround(at, reused);
@@ -173,7 +173,6 @@ protected:
 private:
     using typename Slots::NoSlots;
     using Slots::Allocate;
-    using Slots::Home;
     using Slots::m_count;
     using Slots::m_requestedSize;
     using Slots::m_slots;
@@ -184,9 +183,7 @@ private:
     using Slots::Occupy;
     using Slots::RemoveSlot;
     using Slots::Restart;
-    using Slots::SetTag;
     using Slots::Swap;
-    using Slots::Wrap;
 
     /// An entry on its way into a new table.
     struct Arrival
@@ -202,41 +199,23 @@ private:
 
     static unsigned char TagOf(unsigned hash) noexcept { return static_cast<unsigned char>(hash | kOccupiedTag); }
 
-    /// The rest of a search, after the first three slots.
+    /// The rest of a search, after the first four slots.
     template <class K>
     SLOT* FindFurther(const K& key, unsigned char tag, std::size_t home, std::size_t* vacant) const
     {
-        std::size_t at = Fourth(home);
-        for (std::size_t step = kFourthStep; m_tags[at] != kEmptyTag; step += 2)
+        const Frame frame = Slots::GetFrame();
+        std::size_t at = frame.Fifth(home);
+        for (std::size_t step = kFifthStep; frame.m_tags[at] != kEmptyTag; step += 2)
         {
-            if (m_tags[at] == tag && METHODS::Compare(m_slots[at].m_key, key))
-                return m_slots + at;
-            if (m_tags[at] == kDeletedTag && vacant != nullptr)
+            if (frame.m_tags[at] == tag && METHODS::Compare(frame.m_slots[at].m_key, key))
+                return frame.m_slots + at;
+            if (frame.m_tags[at] == kDeletedTag && vacant != nullptr)
                 *std::exchange(vacant, nullptr) = at;
-            at = Wrap(at + step);
+            at = frame.Wrap(at + step);
         }
         if (vacant != nullptr)
             *vacant = at;
         return nullptr;
-    }
-
-    /// The slot for a key that is known not to be there.
-    std::size_t FreeSlot(std::size_t home) const noexcept
-    {
-        const TagWord word(m_tags + home);
-        const std::uint64_t vacant = word.EmptyOrDeleted();
-        if (vacant != 0)
-            return Wrap(home + TagWord::First(vacant));
-        std::size_t at = Fourth(home);
-        for (std::size_t step = kFourthStep; m_tags[at] >= kOccupiedTag; step += 2)
-            at = Wrap(at + step);
-        return at;
-    }
-
-    /// The fourth slot of a search; a small table is passed more than once on the way.
-    std::size_t Fourth(std::size_t home) const noexcept
-    {
-        return m_tableSize > kFourthProbe ? Wrap(home + kFourthProbe) : (home + kFourthProbe) % m_tableSize;
     }
 
     /// Where an earlier rebuild found no memory, the table is as full as searches allow: one more slot is used only after a
@@ -272,8 +251,7 @@ private:
                 RemoveSlot(at);
                 if (!reused)
                 {
-                    m_slots[at].m_state = kSlotEmpty;
-                    SetTag(at, kEmptyTag);
+                    Slots::GetFrame().SetTag(at, kEmptyTag);
                     --m_used;
                 }
                 throw;
@@ -293,44 +271,62 @@ private:
         return true;
     }
 
-    /// Where the table is larger than the nearer caches, the homes of the entries are fetched some entries ahead.
     void TakeEntries(HashTableBase& old)
     {
+        if (m_tableSize * sizeof(SLOT) < kNearBytes)
+            TakeNear(old);
+        else
+            TakeFar(old);
+        // The moved entries are destroyed already.
+        if constexpr (SLOT::kMoves)
+            m_used = m_count = std::exchange(old.m_count, 0);
+    }
+
+    void TakeNear(HashTableBase& old)
+    {
+        const Frame frame = Slots::GetFrame();
+        old.ForEach([this, frame](SLOT& slot) {
+            const unsigned hash = METHODS::HashKey(slot.m_key);
+            Settle(frame, {&slot, frame.Home(hash), TagOf(hash)});
+        });
+    }
+
+    /// Where the table is larger than the nearer caches, the homes of the entries are fetched some entries ahead.
+    void TakeFar(HashTableBase& old)
+    {
         constexpr unsigned kAhead = 16;
-        const unsigned ahead = m_tableSize * sizeof(SLOT) < kNearBytes ? 1 : kAhead;
+        const Frame frame = Slots::GetFrame();
         Arrival arrivals[kAhead];
         unsigned arrived = 0;
         unsigned settled = 0;
-        old.ForEach([&](SLOT& slot) {
+        old.ForEach([&, frame](SLOT& slot) {
             const unsigned hash = METHODS::HashKey(slot.m_key);
-            const std::size_t home = Home(hash);
-            PrefetchForWrite(m_tags + home);
-            PrefetchForWrite(m_slots + home);
+            const std::size_t home = frame.Home(hash);
+            PrefetchForWrite(frame.m_tags + home);
+            PrefetchForWrite(frame.m_slots + home);
             arrivals[arrived++ % kAhead] = {&slot, home, TagOf(hash)};
-            if (arrived - settled == ahead)
-                Settle(arrivals[settled++ % kAhead]);
+            if (arrived - settled == kAhead)
+                Settle(frame, arrivals[settled++ % kAhead]);
         });
         while (settled != arrived)
-            Settle(arrivals[settled++ % kAhead]);
-
-        // The moved entries are destroyed already.
-        if constexpr (SLOT::kMoves)
-        {
-            old.m_count = 0;
-        }
+            Settle(frame, arrivals[settled++ % kAhead]);
     }
 
-    void Settle(const Arrival& arrival)
+    /// Copies may throw, and are counted one by one.
+    void Settle(const Frame& frame, const Arrival& arrival)
     {
-        const std::size_t at = m_tags[arrival.m_home] == kEmptyTag ? arrival.m_home : FreeSlot(arrival.m_home);
+        const std::size_t at = frame.FreeSlot(arrival.m_home);
         if constexpr (SLOT::kMoves)
         {
-            m_slots[at].CreateMoved(*arrival.m_slot);
-            arrival.m_slot->Destroy();
+            arrival.m_slot->MoveTo(frame.m_slots + at);
+            arrival.m_slot->~SLOT();
+            frame.SetTag(at, arrival.m_tag);
         }
         else
-            m_slots[at].CreateCopy(*arrival.m_slot);
-        Occupy(at, arrival.m_tag, false);
+        {
+            arrival.m_slot->CopyTo(frame.m_slots + at);
+            Occupy(at, arrival.m_tag, false);
+        }
     }
 };
 } // namespace tev

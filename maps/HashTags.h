@@ -1,11 +1,15 @@
 #pragma once
 
 #include "base/BitScan.h"
+#include "base/LittleEndian.h"
 #include "maps/CHashMethods.h"
 
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 // The tag bytes of a hash table, and its remainders. HashTableBase.h explains what they are for.
 
@@ -15,11 +19,11 @@ inline constexpr unsigned char kEmptyTag = 0;
 inline constexpr unsigned char kDeletedTag = 0x40;
 inline constexpr unsigned char kOccupiedTag = 0x80;
 
-/// Tags repeated behind the last slot's.
-inline constexpr std::size_t kTagPadding = 8;
+/// How many tags are looked at together, and how many are repeated behind the last slot's.
+inline constexpr std::size_t kTagGroup = 16;
 
 /// What a table without slots looks into: every home is 0, and there it is empty.
-inline constexpr unsigned char kNoTags[kTagPadding] = {};
+inline constexpr unsigned char kNoTags[kTagGroup] = {};
 
 /// 2^64 / divisor, rounded up: with it a remainder costs two multiplications.
 constexpr std::uint64_t ReciprocalOf(unsigned divisor) noexcept
@@ -34,55 +38,76 @@ constexpr unsigned Remainder(unsigned number, unsigned divisor, std::uint64_t re
     return static_cast<unsigned>(Multiply(reciprocal * number, divisor).m_high);
 }
 
-/// Eight tags, the first one lowest. Each query answers with the high bits of the bytes that it holds for.
-class TagWord
+/// Sixteen tags. Each query answers with one bit for each, the first one lowest.
+class PortableTagGroup
 {
 public:
-    explicit TagWord(const unsigned char* tags) noexcept
+    explicit PortableTagGroup(const unsigned char* tags) noexcept
+        : m_low(LoadLittleEndian<std::uint64_t>(tags)), m_high(LoadLittleEndian<std::uint64_t>(tags + 8))
     {
-        std::memcpy(&m_word, tags, sizeof(m_word));
-#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
-        m_word = __builtin_bswap64(m_word);
-#endif
     }
 
-    std::uint64_t Occupied() const noexcept
+    unsigned Occupied() const noexcept { return Joined(m_low, m_high); }
+    unsigned Equal(unsigned char tag) const noexcept
     {
-        return m_word & kHighBits;
-    }
-    // Among the first three slots of a search.
-    std::uint64_t Empty() const noexcept
-    {
-        return ~(m_word | (m_word << 1)) & kProbed;
-    }
-    std::uint64_t EmptyOrDeleted() const noexcept
-    {
-        return ~m_word & kProbed;
-    }
-    std::uint64_t Equal(unsigned char tag) const noexcept
-    {
-        // A byte of 0 is the only one that has no high bit, neither its own nor by the sum.
-        const std::uint64_t difference = m_word ^ (tag * kLowBits);
-        return ~(difference | ((difference & ~kHighBits) + ~kHighBits)) & kProbed;
-    }
-
-    /// The lowest byte that an answer names.
-    static std::size_t First(std::uint64_t answer) noexcept
-    {
-        return TrailingZeros(answer) / 8;
+        return Joined(Zeros(m_low ^ Repeated(tag)), Zeros(m_high ^ Repeated(tag)));
     }
 
 private:
     static constexpr std::uint64_t kHighBits = 0x8080808080808080;
-    static constexpr std::uint64_t kLowBits = 0x0101010101010101;
-    static constexpr std::uint64_t kProbed = 0x0000008000008080;
 
-    std::uint64_t m_word;
+    static constexpr std::uint64_t Repeated(unsigned char tag) noexcept
+    {
+        return tag * std::uint64_t(0x0101010101010101);
+    }
+    // A byte of 0 is the only one that has no high bit, neither its own nor by the sum.
+    static constexpr std::uint64_t Zeros(std::uint64_t word) noexcept
+    {
+        return ~(word | ((word & ~kHighBits) + ~kHighBits));
+    }
+    static constexpr unsigned Joined(std::uint64_t low, std::uint64_t high) noexcept
+    {
+        return HighBits(low) | HighBits(high) << 8;
+    }
+    // The product moves each of the eight bits to one of its own in the highest byte.
+    static constexpr unsigned HighBits(std::uint64_t word) noexcept
+    {
+        return static_cast<unsigned>(((word & kHighBits) >> 7) * 0x0102040810204080 >> 56);
+    }
+
+    std::uint64_t m_low;
+    std::uint64_t m_high;
 };
 
-/// The fourth slot of a search, 9 after its home, and the step to the fifth.
-inline constexpr std::size_t kFourthProbe = 9;
-inline constexpr std::size_t kFourthStep = 7;
+#if defined(__SSE2__)
+/// The same in the registers that every x86-64 processor has.
+class TagGroup
+{
+public:
+    explicit TagGroup(const unsigned char* tags) noexcept
+        : m_tags(_mm_loadu_si128(reinterpret_cast<const __m128i*>(tags)))
+    {
+    }
+
+    unsigned Occupied() const noexcept { return static_cast<unsigned>(_mm_movemask_epi8(m_tags)); }
+    unsigned Equal(unsigned char tag) const noexcept
+    {
+        const __m128i repeated = _mm_set1_epi8(static_cast<char>(tag));
+        return static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(m_tags, repeated)));
+    }
+
+private:
+    __m128i m_tags;
+};
+#else
+using TagGroup = PortableTagGroup;
+#endif
+
+/// The slots 0, 1, 4 and 9 behind its home are the first four of a search: their bits in the answer of a group.
+inline constexpr unsigned kProbedTags = 1 << 0 | 1 << 1 | 1 << 4 | 1 << 9;
+/// The fifth slot of a search, and the step to the sixth.
+inline constexpr std::size_t kFifthProbe = 16;
+inline constexpr std::size_t kFifthStep = 9;
 
 inline void PrefetchForWrite(const void* address) noexcept
 {

@@ -94,6 +94,31 @@ TEST(CHashMap, TheRemainderIsExact)
     }
 }
 
+// Every state of a tag, at every place, in the form of this processor and in that for all others.
+TEST(CHashMap, GroupsOfTagsAnswerAsSingleTagsDo)
+{
+    std::mt19937 random(17);
+    const unsigned char kinds[] = {tev::kEmptyTag, tev::kDeletedTag, tev::kOccupiedTag, 0xFF, 0x81};
+    for (int round = 0; round < 1000; ++round)
+    {
+        unsigned char tags[tev::kTagGroup];
+        for (unsigned char& tag : tags)
+            tag = kinds[random() % std::size(kinds)];
+        const unsigned char wanted = kinds[random() % std::size(kinds)];
+        unsigned occupied = 0;
+        unsigned equal = 0;
+        for (std::size_t i = 0; i < tev::kTagGroup; ++i)
+        {
+            occupied |= (tags[i] >= tev::kOccupiedTag ? 1U : 0U) << i;
+            equal |= (tags[i] == wanted ? 1U : 0U) << i;
+        }
+        ASSERT_EQ(tev::TagGroup(tags).Occupied(), occupied);
+        ASSERT_EQ(tev::TagGroup(tags).Equal(wanted), equal);
+        ASSERT_EQ(tev::PortableTagGroup(tags).Occupied(), occupied);
+        ASSERT_EQ(tev::PortableTagGroup(tags).Equal(wanted), equal);
+    }
+}
+
 TEST(CHashMap, ARangeWalksTheEntriesInTheirOrder)
 {
     std::mt19937 random(3);
