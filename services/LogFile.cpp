@@ -20,6 +20,7 @@
 #include "values/CXTime.h"
 
 #include <atomic>
+#include <chrono>
 #include <cstdarg>
 #include <filesystem>
 #include <memory>
@@ -43,6 +44,7 @@ constexpr const wchar_t* kHeader = L"\n\n*************************\nLogging info
 // Outside the lock, so that a call with nothing to do returns without waiting.
 std::atomic<unsigned> g_level{kThreshold};
 std::atomic<bool> g_isOpen{false};
+std::atomic<unsigned> g_prefix{xLogNoPrefix};
 
 /// For the crash handler, which cannot wait for the lock. A replaced path is deleted at the next replacement only.
 tev::platform::SealedData<std::atomic<const std::string*>> g_path;
@@ -79,6 +81,42 @@ unsigned ThisThread() noexcept
     return static_cast<unsigned>(tev::platform::CurrentThreadId());
 }
 
+bool IsLineEnd(wchar_t character) noexcept
+{
+    return character == L'\n' || character == L'\r';
+}
+
+/// Of a message without a level.
+constexpr unsigned kNoLevel = ~0u;
+
+/// What stands before a line, of the parts that SetLogPrefix chose; empty when it chose none.
+Text Prefix(unsigned level)
+{
+    using namespace std::chrono;
+    const unsigned parts = g_prefix.load(std::memory_order_relaxed);
+    Text prefix;
+    const auto append = [&prefix](const Text& part) { prefix += (prefix.IsEmpty() ? L"[" : L" ") + part; };
+    if ((parts & xLogPrefixTime) != 0)
+    {
+        const auto now = duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count();
+        Text fraction;
+        fraction.Format(L".%03dZ", static_cast<int>(now % 1000));
+        append(CXTime(now / 1000).FormatGmt(L"%Y-%m-%dT%H:%M:%S") + fraction);
+    }
+    Text number;
+    if ((parts & xLogPrefixThread) != 0)
+    {
+        number.Format(L"%u", ThisThread());
+        append(number);
+    }
+    if ((parts & xLogPrefixLevel) != 0)
+    {
+        number.Format(level == kNoLevel ? L"L-" : L"L%u", level);
+        append(number);
+    }
+    return prefix.IsEmpty() ? prefix : prefix + L"] ";
+}
+
 /// The open file and the tabs of the threads.
 class Log
 {
@@ -92,7 +130,7 @@ public:
     bool Open(const Text& path, LogFileMode mode, unsigned level);
     bool Close();
     bool IsEnabled() const;
-    void Write(const Text& message);
+    void Write(const Text& message, unsigned level);
     unsigned AddTab(bool add);
 
     static void BeforeFork();
@@ -113,6 +151,7 @@ private:
     std::unique_ptr<CStdioFileEx> m_file X_GUARDED_BY(m_lock);
     std::unique_ptr<Tabs> m_tabs X_GUARDED_BY(m_lock); // exists while the file is open
     bool m_hasEnd X_GUARDED_BY(m_lock) = false;        // a pipe or a terminal has none
+    bool m_isLineOpen X_GUARDED_BY(m_lock) = false;    // the last message has no line end
     unsigned m_forking X_GUARDED_BY(m_lock) = 0;       // the thread that forks
 };
 
@@ -143,6 +182,7 @@ void Log::OpenFile(const Text& name, LogFileMode mode)
     if (!file->Open(path, mode == xLogAppend ? kCreate | CXFile::modeNoTruncate : kCreate, &failure))
         CXFileException::Throw(failure.GetCause(), path);
     m_hasEnd = MoveInLog(*file, 0, CXFile::end) != kNoPosition;
+    m_isLineOpen = false;
     m_tabs = std::make_unique<Tabs>();
     PublishPath(&path);
     m_file = std::move(file);
@@ -193,7 +233,7 @@ bool Log::IsEnabled() const
     return m_tabs == nullptr || (word & kThreshold) == kThreshold || !IsTooDeep(TabsOf(ThisThread()));
 }
 
-void Log::Write(const Text& message)
+void Log::Write(const Text& message, unsigned level)
 {
     const tev::LockGuard guard(m_lock);
     if (m_file == nullptr || (Level() & xLogOff) != 0)
@@ -207,9 +247,14 @@ void Log::Write(const Text& message)
     if (IsTooDeep(tabs))
         return;
     GoToEnd();
+    const bool startsLine = !m_isLineOpen && !message.IsEmpty() && !IsLineEnd(message[0]);
+    if (startsLine && g_prefix.load(std::memory_order_relaxed) != xLogNoPrefix)
+        m_file->WriteString(Prefix(level));
     if (tabs != nullptr)
         m_file->WriteString(*tabs);
     m_file->WriteString(message);
+    if (!message.IsEmpty())
+        m_isLineOpen = !IsLineEnd(message[message.GetLength() - 1]);
     m_file->Flush();
 }
 
@@ -296,23 +341,23 @@ void EndIfCancelled()
 
 // Messages are formatted before the lock is taken.
 
-void WriteMessage(const wchar_t* format, va_list arguments)
+void WriteMessage(unsigned level, const wchar_t* format, va_list arguments)
 {
     if (!IsWanted(format))
         return;
     Text message;
     message.FormatV(format, arguments);
-    Log::Get().Write(message);
+    Log::Get().Write(message, level);
     EndIfCancelled();
 }
 
-void WriteMessage(const char* format, va_list arguments)
+void WriteMessage(unsigned level, const char* format, va_list arguments)
 {
     if (!IsWanted(format))
         return;
     CXTString<char> message;
     message.FormatV(format, arguments);
-    Log::Get().Write(Text(message));
+    Log::Get().Write(Text(message), level);
     EndIfCancelled();
 }
 } // namespace
@@ -338,6 +383,11 @@ unsigned int SetLogLevel(unsigned int level) noexcept
     return g_level.exchange(level, std::memory_order_relaxed);
 }
 
+unsigned int SetLogPrefix(unsigned int parts) noexcept
+{
+    return g_prefix.exchange(parts, std::memory_order_relaxed);
+}
+
 bool IsLogFileEnabled()
 {
     return Log::Get().IsEnabled();
@@ -347,7 +397,7 @@ void WriteToLogFile(const wchar_t* format, ...)
 {
     va_list arguments;
     va_start(arguments, format);
-    WriteMessage(format, arguments);
+    WriteMessage(kNoLevel, format, arguments);
     va_end(arguments);
 }
 
@@ -355,7 +405,7 @@ void WriteToLogFile(const char* format, ...)
 {
     va_list arguments;
     va_start(arguments, format);
-    WriteMessage(format, arguments);
+    WriteMessage(kNoLevel, format, arguments);
     va_end(arguments);
 }
 
@@ -365,7 +415,7 @@ void WriteToLogFile(unsigned int level, const wchar_t* format, ...)
         return;
     va_list arguments;
     va_start(arguments, format);
-    WriteMessage(format, arguments);
+    WriteMessage(level, format, arguments);
     va_end(arguments);
 }
 
@@ -375,7 +425,7 @@ void WriteToLogFile(unsigned int level, const char* format, ...)
         return;
     va_list arguments;
     va_start(arguments, format);
-    WriteMessage(format, arguments);
+    WriteMessage(level, format, arguments);
     va_end(arguments);
 }
 

@@ -6,7 +6,7 @@
 #include <type_traits>
 
 // The diagnostic log of the process, a UTF-16 text file. A message is in the file when the call that wrote it returns,
-// so that the log is complete after a crash. Line ends, times and levels are not added: they are part of the message.
+// so that the log is complete after a crash. Line ends are part of the message; times and levels are added on request only.
 // Safe from several threads at once; messages of different threads never mix.
 //
 // The level word: bits 0 to 7 are the threshold, up to which messages with a level are written and threads may be
@@ -20,6 +20,15 @@ enum LogFileMode : int
     xLogNumber = 2  ///< keeps it and takes the next numbered name
 };
 
+/// What SetLogPrefix puts before messages.
+enum LogPrefix : unsigned int
+{
+    xLogNoPrefix = 0,
+    xLogPrefixTime = 1,   ///< when it is written, in UTC with milliseconds
+    xLogPrefixThread = 2, ///< the system's identifier of the thread
+    xLogPrefixLevel = 4   ///< the level of the call; - without one
+};
+
 constexpr unsigned int xLogOff = 0x100;
 constexpr unsigned int xLogMute = 0x200;
 
@@ -31,6 +40,10 @@ TEVTOOLS_API bool SetLogFile(const CXTString<wchar_t>& path, LogFileMode mode, u
 TEVTOOLS_API bool CloseLogFile();
 /// Replaces the level word, initially 0xFF, and returns the previous one. Closing the log keeps it.
 TEVTOOLS_API unsigned int SetLogLevel(unsigned int level) noexcept;
+/// Chooses what stands before each line that a message begins, so that viewers can filter: "[2026-11-22T13:45:10.123Z
+/// 4711 L2] ", with the chosen LogPrefix bits in this order. Off at first. Empty lines, and what continues a line, get
+/// none. Returns the previous choice.
+TEVTOOLS_API unsigned int SetLogPrefix(unsigned int parts) noexcept;
 /// Whether messages of the calling thread are written: the log is on and open, and the thread is not indented beyond
 /// the threshold. A muted log (bit 9) counts as open.
 [[nodiscard]] TEVTOOLS_API bool IsLogFileEnabled();

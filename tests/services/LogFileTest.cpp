@@ -153,6 +153,31 @@ TEST_F(LogFile, TextObjectsAreArgumentsOfMessages)
     EXPECT_EQ(Messages("a.log"), "x 1\nfolder/file wide 2\nna c\nwide\nn\nwide narrow\nnarrow wide\n");
 }
 
+TEST_F(LogFile, LinesGetThePrefixThatTheHostChose)
+{
+    ASSERT_TRUE(Open("a.log"));
+    EXPECT_EQ(SetLogPrefix(xLogPrefixLevel), 0U);
+    WriteToLogFile(2U, L"begun ");
+    WriteToLogFile("and ended\n"); // the same line
+    WriteToLogFile("%s\n\n", "two");
+    WriteToLogFile(L"\nempty\n");
+    LogFileAddTab(true);
+    WriteToLogFile(1U, "");
+    WriteToLogFile(1U, "deeper\r");
+    EXPECT_EQ(SetLogPrefix(xLogPrefixTime | xLogPrefixThread | xLogPrefixLevel), xLogPrefixLevel);
+    WriteToLogFile(L"all\n");
+    SetLogPrefix(xLogPrefixThread);
+    WriteToLogFile(L"thread\n");
+    EXPECT_EQ(SetLogPrefix(xLogNoPrefix), xLogPrefixThread);
+    WriteToLogFile(L"none\n");
+    LogFileAddTab(false);
+    const std::string thread = std::to_string(tev::platform::CurrentThreadId());
+    const std::string time = "\\[[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3}Z ";
+    EXPECT_THAT(Messages("a.log"),
+                testing::MatchesRegex("\\[L2\\] begun and ended\n\\[L-\\] two\n\n\nempty\n\t\\[L1\\] \tdeeper\r" +
+                                      time + thread + " L-\\] \tall\n\\[" + thread + "\\] \tthread\n\tnone\n"));
+}
+
 TEST_F(LogFile, AFailureToOpenLeavesTheLevelOnly)
 {
     EXPECT_FALSE(Open("none/a.log", xLogCreate, 1));

@@ -45,6 +45,14 @@ TEST(TevLog, PrintsALogAsUtf8)
     EXPECT_EQ(RunTev({"log"}).m_exitCode, 2);
 }
 
+TEST(TevLog, LevelsOfPrefixesCountToo)
+{
+    const std::string kept =
+        "[2026-11-22T13:45:10.123Z L1] a\n[L-] b\n[8 L1] \tc\n[L2 8] d\n[L2]e\n[x] f\n[] g\n[L2 ] h\n[9 9] i\n";
+    const std::string omitted = "[L2] x\n[2026-11-22T13:45:10.123Z 7 L2] y\n[L1] \t\tz\n";
+    EXPECT_EQ(RunTev({"log", "show", "-", "--level", "1"}, omitted + kept + omitted).m_output, kept);
+}
+
 TEST(TevLog, SaysWhatIsNoLog)
 {
     const TempFolder folder;

@@ -8,9 +8,12 @@
 #include "tools/tev/TextSource.h"
 #include "tools/tev/Tool.h"
 
+#include <algorithm>
+#include <charconv>
 #include <chrono>
 #include <limits>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -121,6 +124,70 @@ struct LogOptions
     bool m_isJson = false;
 };
 
+/// What a program may have put before a line, see docs/formats.md.
+struct LinePrefix
+{
+    explicit LinePrefix(std::string_view line)
+    {
+        const std::size_t end = line.find("] ");
+        if (line.substr(0, 1) != "[" || end == line.npos)
+            return;
+        std::string_view rest = line.substr(1, end - 1);
+        LinePrefix found;
+        for (int part = 0; part < 3 && !rest.empty(); ++part)
+        {
+            const std::string_view word = rest.substr(0, rest.find(' '));
+            const bool isTaken = part == 0   ? found.TakeTime(word)
+                                 : part == 1 ? found.TakeThread(word)
+                                             : found.TakeLevel(word);
+            if (isTaken)
+                rest.remove_prefix(std::min(word.size() + 1, rest.size()));
+        }
+        if (!rest.empty() || line[end - 1] == ' ' || end == 1) // brackets of a message
+            return;
+        *this = found;
+        m_size = end + 2;
+    }
+
+    std::size_t m_size = 0; ///< 0 where there is none
+    std::string_view m_time;
+    std::optional<unsigned> m_thread;
+    std::optional<unsigned> m_level;
+
+private:
+    LinePrefix() = default;
+
+    bool TakeTime(std::string_view word)
+    {
+        constexpr std::string_view kForm = "0000-00-00T00:00:00.000Z";
+        const auto fits = [](char c, char form) { return form == '0' ? c >= '0' && c <= '9' : c == form; };
+        if (word.size() != kForm.size() || !std::equal(word.begin(), word.end(), kForm.begin(), fits))
+            return false;
+        m_time = word;
+        return true;
+    }
+    bool TakeThread(std::string_view word)
+    {
+        m_thread = Number(word);
+        return m_thread.has_value();
+    }
+    bool TakeLevel(std::string_view word)
+    {
+        if (word.substr(0, 1) != "L")
+            return false;
+        m_level = Number(word.substr(1));
+        return m_level.has_value() || word == "L-";
+    }
+
+    static std::optional<unsigned> Number(std::string_view digits)
+    {
+        unsigned number = 0;
+        const char* const end = digits.data() + digits.size();
+        const auto [stop, error] = std::from_chars(digits.data(), end, number);
+        return error == std::errc() && stop == end ? std::optional(number) : std::nullopt;
+    }
+};
+
 /// Prints the lines that the options ask for.
 class LinePrinter
 {
@@ -141,13 +208,20 @@ private:
     void PrintLine(std::string_view line)
     {
         ++m_number;
-        const std::size_t tabs = std::min(line.find_first_not_of('\t'), line.size());
-        if (tabs > m_options.m_deepest)
+        const LinePrefix prefix(line);
+        const std::string_view message = line.substr(prefix.m_size);
+        const std::size_t tabs = std::min(message.find_first_not_of('\t'), message.size());
+        if (tabs > m_options.m_deepest || prefix.m_level.value_or(0) > m_options.m_deepest)
             return;
         if (!m_options.m_isJson)
             return m_output.Write(line);
-        const std::string_view text = line.substr(tabs, line.find_last_not_of("\r\n") + 1 - tabs);
-        m_output.Write(Json::Object({{"line", m_number}, {"level", tabs}, {"text", text}}).Line());
+        m_output.Write(Json::Object({{"line", m_number},
+                                     {"time", prefix.m_time.empty() ? Json() : Json(prefix.m_time)},
+                                     {"thread", prefix.m_thread ? Json(*prefix.m_thread) : Json()},
+                                     {"level", prefix.m_level ? Json(*prefix.m_level) : Json()},
+                                     {"tabs", tabs},
+                                     {"text", message.substr(tabs, message.find_last_not_of("\r\n") + 1 - tabs)}})
+                           .Line());
     }
 
     Output& m_output;
@@ -184,7 +258,9 @@ void AddLogCommands(const ToolCommand& tool, Session& session)
     const ToolCommand command = log.AddCommand("show", "Print a log as UTF-8");
     command.AddArgument("FILE", options->m_file, "The log; - is standard input").Required();
     command.AddFlag("--follow", options->m_follow, "Continue with what is appended to it, until interrupted");
-    command.AddOption("--level", options->m_deepest, "Omit lines that are indented by more tabs than this")
+    command
+        .AddOption("--level", options->m_deepest,
+                   "Omit lines that are indented by more tabs than this,\nor whose prefix has a higher level")
         .ValueName("NUMBER");
     command.AddFlag("--json", options->m_isJson, "As JSON, an object a line");
     command.OnRun([&session, options] { Attempt(session, options->m_file, [&] { Show(session, *options); }); });
