@@ -13,7 +13,7 @@ function(tevtools_install_component component target)
 endfunction()
 
 tevtools_install_component(Core TevTools)
-install(TARGETS tev-crash-helper RUNTIME COMPONENT runtime)
+install(TARGETS tev-crash-helper RUNTIME DESTINATION "${CMAKE_INSTALL_LIBDIR}/${tevtools_helper_dir}" COMPONENT runtime)
 if(TARGET TevToolsStatic)
     tevtools_install_component(Static TevToolsStatic)
 endif()

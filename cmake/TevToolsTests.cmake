@@ -199,6 +199,12 @@ if(NOT TEVTOOLS_SANITIZE AND PROJECT_IS_TOP_LEVEL)
         -D "GENERATOR=${CMAKE_GENERATOR}" -D "COMPILER=${CMAKE_CXX_COMPILER}"
         -P "${PROJECT_SOURCE_DIR}/tests/install/InstallTest.cmake")
     set_tests_properties(install.package PROPERTIES TIMEOUT 300)
+    # The same with packages of Debian, which scripts/package makes with what packages have besides.
+    find_program(TEVTOOLS_DPKG_SHLIBDEPS dpkg-shlibdeps)
+    if(TEVTOOLS_DPKG_SHLIBDEPS AND TARGET TevToolsStatic AND TARGET tev)
+        add_test(NAME install.debian COMMAND "${PROJECT_SOURCE_DIR}/tests/install/check-packages" --make "${PROJECT_BINARY_DIR}")
+        set_tests_properties(install.debian PROPERTIES TIMEOUT 600 SKIP_RETURN_CODE 77)
+    endif()
 endif()
 
 # The source tree: includes, public headers, the code blocks of the documents.

@@ -55,7 +55,8 @@ if(TOOL)
 endif()
 
 # The helper lies where the library looks for it.
-if(NOT EXISTS "${prefix}/${BINDIR}/tev-crash-helper")
+file(GLOB helper "${prefix}/${LIBDIR}/TevTools-*/tev-crash-helper")
+if(NOT helper)
     message(FATAL_ERROR "the helper for crashes is not installed")
 endif()
 

@@ -1,0 +1,59 @@
+# Packages of Debian, by `cpack -G DEB` in the build folder: the shared library, what programs are built with, the tool, and
+# debug information where the build has it. scripts/package builds and checks them.
+
+set(CPACK_PACKAGE_NAME tevtools)
+set(CPACK_PACKAGE_VENDOR "TevTools")
+set(CPACK_PACKAGE_CONTACT "${TEVTOOLS_MAINTAINER}")
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "${PROJECT_DESCRIPTION}")
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
+    OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
+# What a library depends on is read from its files; the package of ours does not exist yet when that is done.
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS "${PROJECT_BINARY_DIR}")
+
+set(library_package libtevtools${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR})
+set(this_version "(= ${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE})")
+set(about "TevTools has strings, exceptions with run-time classes, a binary archive, files, containers, a typed store and a
+ registry for settings, threads, time, the log, file types, colours, compressed archives, a folder watcher and crash
+ reports.")
+function(tevtools_package component name section depends description)
+    string(TOUPPER ${component} prefix)
+    set(CPACK_COMPONENTS_ALL ${CPACK_COMPONENTS_ALL} ${component} PARENT_SCOPE)
+    set(CPACK_DEBIAN_${prefix}_PACKAGE_NAME ${name} PARENT_SCOPE)
+    set(CPACK_DEBIAN_${prefix}_PACKAGE_SECTION ${section} PARENT_SCOPE)
+    set(CPACK_DEBIAN_${prefix}_PACKAGE_DEPENDS "${depends}" PARENT_SCOPE)
+    set(CPACK_DEBIAN_${prefix}_DESCRIPTION "${description}\n${about}" PARENT_SCOPE)
+    # Debian wants these in each package.
+    if(CMAKE_INSTALL_PREFIX STREQUAL "/usr")
+        set(doc_dir "${CMAKE_INSTALL_DATADIR}/doc/${name}")
+        install(FILES packaging/debian/copyright "${PROJECT_BINARY_DIR}/changelog.Debian.gz" "${PROJECT_BINARY_DIR}/changelog.gz"
+            DESTINATION "${doc_dir}" COMPONENT ${component})
+    endif()
+endfunction()
+
+if(CMAKE_INSTALL_PREFIX STREQUAL "/usr")
+    configure_file(packaging/debian/changelog.in changelog.Debian @ONLY)
+    configure_file(CHANGELOG.md changelog COPYONLY)
+    execute_process(COMMAND gzip -9nf changelog.Debian changelog
+        WORKING_DIRECTORY "${PROJECT_BINARY_DIR}" COMMAND_ERROR_IS_FATAL ANY)
+endif()
+tevtools_package(runtime ${library_package} libs "" "foundation classes for desktop 3D applications")
+tevtools_package(development libtevtools-dev libdevel "${library_package} ${this_version}"
+    "foundation classes for desktop 3D applications (development)")
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SHLIBDEPS OFF)
+# What the static library is linked with.
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SUGGESTS "zlib1g-dev, libbz2-dev, libzstd-dev, liblzma-dev, libzip-dev, libsqlite3-dev, libssl-dev, pkg-config")
+if(TARGET tev)
+    tevtools_package(tool tevtools utils "${library_package} ${this_version}" "abilities of the TevTools library from a shell")
+endif()
+if(TEVTOOLS_DEBUG_FILES)
+    tevtools_package(debug ${library_package}-dbg debug "${library_package} ${this_version}"
+        "foundation classes for desktop 3D applications (debug information)")
+    set(CPACK_DEBIAN_DEBUG_PACKAGE_SHLIBDEPS OFF)
+endif()
+
+include(CPack)
