@@ -1,13 +1,15 @@
 #pragma once
 
-#include "objects/ThreadException.h"
+#include "objects/CXException.h"
 #include "platform/Cancellation.h"
+#include "platform/ForcedUnwind.h"
 
 namespace tev
 {
 /// Does the work and swallows what it throws: a report is made of whatever can be gathered. False when something was thrown.
+/// The thread's pending exception is left alone where the work does not throw another one of the library.
 template <class Work>
-bool Attempt(const Work& work) noexcept
+bool Attempt(const Work& work)
 {
     const platform::WithoutCancellation whole; // which must not be swallowed
     try
@@ -15,10 +17,17 @@ bool Attempt(const Work& work) noexcept
         work();
         return true;
     }
-    catch (...)
+    catch (const platform::ForcedUnwind&) // by a function of the host
     {
-        XDeleteThreadException();
-        return false;
+        throw;
     }
+    catch (CXException* exception)
+    {
+        exception->Delete();
+    }
+    catch (...) // NOLINT(bugprone-empty-catch)
+    {
+    }
+    return false;
 }
 } // namespace tev

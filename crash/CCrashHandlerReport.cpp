@@ -12,7 +12,6 @@
 #include "platform/PathNames.h"
 #include "services/ApplicationName.h"
 #include "services/OpenLog.h"
-#include "services/Paths.h"
 
 #include <cstdio>
 #include <ctime>
@@ -63,6 +62,7 @@ void AddDetails(const _CR_EXCEPTION_INFO& info, CrashRecord& record)
 
 int CCrashHandler::ExceptionOccurs(_CR_EXCEPTION_INFO* info, unsigned int flags)
 {
+    const tev::ReportInProgress inProgress;
     const CrashRegistryHold hold;
     _CR_EXCEPTION_INFO unknown;
     bool isMade = false;
@@ -92,7 +92,7 @@ CrashRecord CCrashHandler::RecordOfReport(const _CR_EXCEPTION_INFO& info, const 
         const _EXCEPTION_POINTERS* const pointers = hasPointers ? info.pexcptrs : nullptr;
         const CPathString temporary = tev::TemporaryFolder() / (record.m_product + L"." + tev::RandomName() + L".dmp");
         if (!WriteDump(record.m_dump, pointers))
-            record.m_dump = WriteDump(temporary, pointers) ? temporary : CPathString();
+            record.m_writtenDump = record.m_dump = WriteDump(temporary, pointers) ? temporary : CPathString();
     }
     tev::AddOwnFiles(record);
     return record;
@@ -111,8 +111,6 @@ bool CCrashHandler::IsWanted()
 
 bool CCrashHandler::MakeReport(_CR_EXCEPTION_INFO& info, bool isCrash)
 {
-    const tev::ReportInProgress inProgress;
-    const CrashRegistryHold hold;
     const int place = isCrash ? tev::CrashPlaceUsed() : -1;
     CrashRegistry::Published written; // copied, because the callback may change what is published
     if (place >= 0)
@@ -152,6 +150,8 @@ bool CCrashHandler::MakeReport(_CR_EXCEPTION_INFO& info, bool isCrash)
         tev::RemoveReportFile(archive);
     if (isMailed)
         tev::SetReportPath({});
+    if (!isCrash || !archive.IsEmpty())
+        tev::RemoveUnplacedDump(record);
     if (!isCrash)
         tev::WriteReportPath();
     return !archive.IsEmpty();
@@ -185,6 +185,7 @@ void CrashGenerateErrorReport(_EXCEPTION_POINTERS* pointers, bool noCallback)
 void CrashGenerateFilesErrorReport(const CXArray<CXTString<wchar_t>>& files, _EXCEPTION_POINTERS* pointers,
                                    bool noCallback)
 {
+    const tev::ReportInProgress inProgress;
     const CrashRegistryHold hold;
     CCrashHandler* const handler = CrashRegistry::Get().Find();
     if (handler == nullptr)

@@ -10,7 +10,7 @@
 #include "platform/PathNames.h"
 #include "services/ApplicationName.h"
 #include "services/ApplicationNameObserver.h"
-#include "services/Paths.h"
+#include "services/DataFolders.h"
 
 namespace
 {
@@ -41,7 +41,9 @@ void FinishLeft()
 {
     tev::Attempt([] {
         tev::FinishLeftReports(tev::TemporaryFolder(), XGetApplicationName());
-        tev::FinishLeftReports(GetUserApplicationDataPath(), XGetApplicationName());
+        CPathString folder;
+        if (tev::FindUserDataFolder(folder))
+            tev::FinishLeftReports(folder, XGetApplicationName());
     });
 }
 
@@ -151,8 +153,16 @@ CrashRecord CCrashHandler::RecordOfNow() const
     record.m_version = m_text2;
     record.m_files = m_files;
     // Where there is no folder to write to, the report goes to the temporary files.
-    tev::Attempt([&] { record.m_archiveFolder = GetCommonApplicationDataPath(); });
-    tev::Attempt([&] { record.m_dump = GetUserApplicationDataPath() / (record.m_product + L".dmp"); });
+    tev::Attempt([&] {
+        CPathString folder;
+        if (tev::FindCommonDataFolder(folder))
+            record.m_archiveFolder = folder;
+    });
+    tev::Attempt([&] {
+        CPathString folder;
+        if (tev::FindUserDataFolder(folder))
+            record.m_dump = folder / (record.m_product + L".dmp");
+    });
     return record;
 }
 

@@ -8,6 +8,7 @@
 #include "platform/AddressWait.h"
 #include "platform/CrashDumps.h"
 #include "platform/Demangling.h"
+#include "platform/ForcedUnwind.h"
 #include "platform/SealedData.h"
 #include "platform/ThreadLocks.h"
 #include "platform/Threads.h"
@@ -76,11 +77,22 @@ std::atomic<bool> g_isCallbackBroken{false};
 
 thread_local char t_mark TEV_NEAR_THREAD_LOCAL = 0;
 
-Stage LetReport() noexcept
+void EndReport(Stage stage) noexcept
+{
+    g_stage.store(stage);
+    tev::platform::WakeAll(g_stage);
+}
+
+Stage LetReport()
 {
     try
     {
         return g_expected->reporter.load()(g_info) ? kDone : kFailed;
+    }
+    catch (const tev::platform::ForcedUnwind&) // a function of the host ends this thread: the helper makes the report
+    {
+        EndReport(kFailed);
+        throw;
     }
     catch (...)
     {
@@ -89,7 +101,7 @@ Stage LetReport() noexcept
 }
 
 // No object with a destructor may live in this function: a callback that crashes returns here by longjmp.
-unsigned WaitForCrash(void*) noexcept
+unsigned WaitForCrash(void*)
 {
     tev::platform::BecomeCrashReporter();
     g_reporterMark.store(tev::ThreadMark());
@@ -99,8 +111,7 @@ unsigned WaitForCrash(void*) noexcept
         return 0;
     if (setjmp(g_withoutCallback) != 0)
         g_isCallbackBroken.store(true);
-    g_stage.store(LetReport());
-    tev::platform::WakeAll(g_stage);
+    EndReport(LetReport());
     return 0;
 }
 
@@ -147,8 +158,7 @@ void PassGate() noexcept
     {
         if (std::exchange(t_isCallbackRunning, false))
             std::longjmp(g_withoutCallback, 1);
-        g_stage.store(kFailed);
-        tev::platform::WakeAll(g_stage);
+        EndReport(kFailed);
     }
     StandStill();
 }

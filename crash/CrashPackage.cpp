@@ -227,6 +227,7 @@ bool FinishReport(const CPathString& recordPath, CPathString& archive) noexcept
                                             [](const XReportFile& packed) { return CanBePacked(packed.m_path); });
             if (hasAny && (archive = PackReport(record)).IsEmpty())
                 return;
+            RemoveUnplacedDump(record);
             // What the crashed process began to pack.
             if (!record.m_archiveFolder.IsEmpty())
                 RemovePrivateFolder(SystemFilePath(record.m_archiveFolder / ArchiveName(record)),

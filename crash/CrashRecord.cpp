@@ -149,4 +149,12 @@ void AddOwnFiles(CrashRecord& record)
     if (!record.m_log.IsEmpty())
         add(record.m_log, kTextLog);
 }
+
+void RemoveUnplacedDump(const CrashRecord& record) noexcept
+{
+    if (record.m_dump.IsEmpty() || record.m_dump != record.m_writtenDump)
+        return;
+    Attempt([&record] { RemoveReportFile(DetailsPath(record)); });
+    RemoveReportFile(record.m_dump);
+}
 } // namespace tev

@@ -54,6 +54,8 @@ void AddNotes(std::string_view notes, CrashRecord& record);
 /// Moves the dump to its final path, writes the details beside it, and adds both, with the log, to the files; what does not
 /// exist is left out.
 void AddOwnFiles(CrashRecord& record);
+/// Deletes the dump and the details after the report was packed, where there is no final path for them.
+void RemoveUnplacedDump(const CrashRecord& record) noexcept;
 /// The path of the file with the details of a crash.
 CPathString DetailsPath(const CrashRecord& record);
 /// The text of the details for a reader.

@@ -53,6 +53,7 @@ const tev::platform::ForkHandler g_forkHandler(tev::platform::ForkRank::CrashReg
 
 bool CrashHandlerAccess::Report(_CR_EXCEPTION_INFO& info)
 {
+    const tev::ReportInProgress inProgress;
     const tev::CrashRegistryHold hold;
     CCrashHandler* const handler = CrashRegistry::Get().Find();
     if (handler == nullptr)

@@ -92,15 +92,16 @@ bool CWatchFolder::AddRefreshNotification(const CXTString<wchar_t>& folder, bool
     if (index >= 0 && m_watches[static_cast<std::size_t>(index)]->m_watch != nullptr)
         return true;
     auto record = std::make_unique<WatchRecord>(WatchRecord{WithSeparator(folder), watchSubtree, filter, nullptr});
+    // The list is complete while the folder is read, because the process may fork meanwhile.
     if (index < 0)
-        m_watches.push_back(nullptr);
-    std::unique_ptr<WatchRecord>& place = index < 0 ? m_watches.back() : m_watches[static_cast<std::size_t>(index)];
-    const bool isStarted = index < 0 ? record->Start() : Restart(*record);
-    if (isStarted)
-        place = std::move(record);
-    else if (index < 0)
-        m_watches.pop_back();
-    return isStarted || tev::NoteLastError(kOperation, folder);
+        m_watches.reserve(m_watches.size() + 1);
+    if (!(index < 0 ? record->Start() : Restart(*record)))
+        return tev::NoteLastError(kOperation, folder);
+    if (index < 0)
+        m_watches.push_back(std::move(record));
+    else
+        m_watches[static_cast<std::size_t>(index)] = std::move(record);
+    return true;
 }
 
 bool CWatchFolder::RemoveRefreshNotification(const CXTString<wchar_t>&)

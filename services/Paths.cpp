@@ -6,6 +6,7 @@
 #include "platform/FileInformation.h"
 #include "platform/SystemErrors.h"
 #include "services/ApplicationName.h"
+#include "services/DataFolders.h"
 
 #include <string>
 
@@ -25,17 +26,18 @@ CPathString FromEnvironment(const char* variable)
     return CPathString(tev::platform::PathFromEnvironment(variable).c_str());
 }
 
-CPathString CreatedFolder(const CPathString& path)
+CPathString FolderOrThrow(bool (*find)(CPathString& path))
 {
-    if (!tev::platform::CreateFolders(path))
+    CPathString path;
+    if (!find(path))
         CXFileException::ThrowOsError(fileGeneric, path, nullptr);
     return path;
 }
 } // namespace
 
-CPathString GetUserApplicationDataPath()
+bool tev::FindUserDataFolder(CPathString& path)
 {
-    CPathString path = FromEnvironment("TEVTOOLS_USER_DATA");
+    path = FromEnvironment("TEVTOOLS_USER_DATA");
     if (path.IsEmpty())
     {
         path = FromEnvironment("XDG_DATA_HOME");
@@ -43,18 +45,26 @@ CPathString GetUserApplicationDataPath()
             path = CPathString(tev::platform::HomeFolder().c_str()) / L".local/share";
         path /= XGetApplicationName();
     }
-    return CreatedFolder(path);
+    return platform::CreateFolders(path);
+}
+
+bool tev::FindCommonDataFolder(CPathString& path)
+{
+    path = FromEnvironment("TEVTOOLS_COMMON_DATA");
+    if (!path.IsEmpty())
+        return platform::CreateFolders(path);
+    path = CPathString(L"/var/lib") / XGetApplicationName();
+    return (platform::CreateFolders(path) && platform::IsWritableFolder(path)) || FindUserDataFolder(path);
+}
+
+CPathString GetUserApplicationDataPath()
+{
+    return FolderOrThrow(tev::FindUserDataFolder);
 }
 
 CPathString GetCommonApplicationDataPath()
 {
-    const CPathString chosen = FromEnvironment("TEVTOOLS_COMMON_DATA");
-    if (!chosen.IsEmpty())
-        return CreatedFolder(chosen);
-    CPathString path = CPathString(L"/var/lib") / XGetApplicationName();
-    if (tev::platform::CreateFolders(path) && tev::platform::IsWritableFolder(path))
-        return path;
-    return GetUserApplicationDataPath();
+    return FolderOrThrow(tev::FindCommonDataFolder);
 }
 
 CPathString fileCreateTemporaryFolder(const CXTString<wchar_t>& prefix)

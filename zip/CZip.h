@@ -27,7 +27,7 @@ class TEVTOOLS_API CZip
 {
 public:
     CZip();
-    /// As Close(false).
+    /// As Close(false), but the callback must not end its thread: that would end the process.
     ~CZip();
     CZip(const CZip&) = delete;
     CZip& operator=(const CZip&) = delete;

@@ -6,6 +6,7 @@
 #include "services/ApplicationName.h"
 #include "services/LogFile.h"
 #include "tests/support/CrashingProgram.h"
+#include "tests/support/FailingAllocations.h"
 #include "tests/support/FailingFileSystem.h"
 #include "tests/support/PrintText.h"
 #include "tests/support/Sanitized.h"
@@ -280,13 +281,36 @@ TEST_F(CCrashHandlerTest, WithoutFoldersAReportOnDemandGoesToTheTemporaryFiles)
     const EnvironmentVariable temporary("TMPDIR", m_folder.Path("temporary").string());
     CrashInstall(nullptr, L"A", L"1", xCrashReport);
     CrashGenerateErrorReport(nullptr, false);
-    int reports = 0;
+    std::vector<std::set<std::wstring>> left; // the archive alone
     for (const auto& entry : std::filesystem::directory_iterator(m_folder.Path("temporary")))
+        left.push_back(NamesInArchive(m_folder.WidePath("temporary/" + entry.path().filename().string())));
+    EXPECT_THAT(left, testing::ElementsAre(OwnFiles()));
+}
+
+TEST_F(CCrashHandlerTest, ARefusedReportLeavesThePendingExceptionAlone)
+{
+    const auto refuse = [](auto& failing) {
+        bool isDeleted = false;
+        auto* const pending = new ReportsItsEnd(isDeleted);
+        XSetThreadException(pending);
+        // The other mode, so that what a crash needs is composed anew.
+        CrashGetHandler()->SetFlags(xFilesReport);
+        failing.Run([] { CrashGenerateErrorReport(nullptr, false); });
+        failing.Run([] { CrashGenerateFilesErrorReport(Files({}), nullptr, false); });
+        EXPECT_FALSE(isDeleted);
+        EXPECT_EQ(XTakeThreadException(), pending);
+        pending->Delete();
+    };
+    struct NothingFails
     {
-        const std::wstring path = m_folder.WidePath("temporary/" + entry.path().filename().string());
-        reports += entry.path().extension() == ".zip" && NamesInArchive(path) == OwnFiles() ? 1 : 0;
-    }
-    EXPECT_EQ(reports, 1);
+        void Run(void (*call)()) { call(); }
+    } nothing;
+    CrashInstall(CountAndRefuse, L"A", L"1", xFilesReport);
+    const EnvironmentVariable user("TEVTOOLS_USER_DATA", "/proc/none");
+    const EnvironmentVariable common("TEVTOOLS_COMMON_DATA", "/proc/none");
+    refuse(nothing);
+    EXPECT_EQ(g_asked, 2);
+    EXPECT_GT(FailEachAllocation(refuse), 2u);
 }
 
 TEST_F(CCrashHandlerTest, AnInvalidParameterIsReportedAndThrown)

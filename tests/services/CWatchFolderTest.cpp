@@ -1,6 +1,7 @@
 #include "services/CWatchFolder.h"
 
 #include "platform/PathNames.h"
+#include "tests/support/Eventually.h"
 #include "tests/support/ForkedChild.h"
 #include "tests/support/TempFolder.h"
 
@@ -29,7 +30,7 @@
 namespace
 {
 namespace fs = std::filesystem;
-using tev::test::TempFolder;
+using namespace tev::test;
 
 constexpr unsigned kNames = CWatchFolder::kFileNames | CWatchFolder::kFolderNames;
 constexpr unsigned kAll = kNames | CWatchFolder::kAttributes | CWatchFolder::kSize | CWatchFolder::kLastWrite;
@@ -515,7 +516,7 @@ TEST_F(CWatchFolderTest, ChangesThatAreHeldOverAForkAreReleasedInTheChild)
 {
     m_watcher.AddChange(L"a", CWatchFolder::xChangeAdded);
     EXPECT_EQ(m_watcher.GetChanges().GetCount(), 1U);
-    EXPECT_EQ(tev::test::ResultInChild([this] {
+    EXPECT_EQ(ResultInChild([this] {
                   m_watcher.ReleaseChanges();
                   unsigned left = 1;
                   std::thread([&] { left = m_watcher.GetChanges().GetCount(); }).join();
@@ -550,6 +551,41 @@ TEST_F(CWatchFolderTest, AChildProcessHasEventsOfItsOwn)
 }
 
 using CWatchFolderThread = CWatchFolderTest;
+
+TEST_F(CWatchFolderThread, AForkDoesNotWaitForTheReadingOfATree)
+{
+    constexpr int kFolders = 3000;
+    for (int i = 0; i < kFolders; ++i)
+        fs::create_directories(m_folder.Path("w/" + std::to_string(i)));
+    ASSERT_TRUE(Watch(true, kNames, "small"));
+    std::atomic<bool> isDone{false};
+    std::atomic<int> readings{0};
+    std::thread reader([&] {
+        CWatchFolder watcher;
+        for (; !isDone; ++readings)
+        {
+            watcher.AddRefreshNotification(m_folder.WidePath("w").c_str(), true, kNames);
+            watcher.RemoveAll();
+        }
+    });
+    // In the child a thread that was reading does not exist.
+    const auto watchInChild = [this] {
+        Touch("small/a");
+        CWatchFolder watcher;
+        const std::wstring path = m_folder.WidePath("w");
+        return m_watcher.CheckRefreshNotification() && watcher.AddRefreshNotification(path.c_str(), true, kNames) &&
+               !watcher.CheckRefreshNotification();
+    };
+    EXPECT_TRUE(Eventually([&] {
+        EXPECT_EQ(ResultInChild([&] { return watchInChild() ? 0 : 1; }), 0);
+        const int before = readings;
+        for (int i = 0; i < 3; ++i)
+            EXPECT_EQ(ResultInChild([] { return 0; }), 0);
+        return readings == before;
+    })) << "each fork waited for the end of a reading";
+    isDone = true;
+    reader.join();
+}
 
 TEST_F(CWatchFolderThread, HeldChangesKeepOthersWaiting)
 {

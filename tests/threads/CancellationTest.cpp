@@ -1,5 +1,6 @@
-// Cancellation by the system (pthread_cancel) while a thread is inside the library.
+// Ends of threads by the system (pthread_cancel, pthread_exit) inside the library.
 
+#include "crash/CCrashHandler.h"
 #include "files/CStdioFileEx.h"
 #include "services/CWatchFolder.h"
 #include "services/LogFile.h"
@@ -12,6 +13,7 @@
 #include "tests/support/TestRegistry.h"
 #include "threads/ParallelFor.h"
 #include "zip/CMiniZip.h"
+#include "zip/CZip.h"
 
 #include <gtest/gtest.h>
 
@@ -130,5 +132,75 @@ TEST(Cancellation, EndsABodyThatUsesTheLibraryAndNothingElse)
             EXPECT_EQ(ResultInChild([&] { return cancelOnce(rounds); }), 0) << what << ' ' << rounds;
     }
     CloseLogFile();
+}
+
+/// Ends its thread at the first call of OnProgress.
+struct ExitingCallback : CZipExtractCallback
+{
+    int OnExtractEntry(const CZipFileInfo&, const wchar_t*) override { return 0; }
+    bool OnProgress(unsigned __int64) override { pthread_exit(nullptr); }
+};
+
+// In children, because the process would end.
+TEST(Cancellation, ACallbackMayEndItsThread)
+{
+    if (kIsSanitized)
+        GTEST_SKIP() << "sanitizers do not follow a fork of several threads";
+    const TempFolder folder;
+    const EnvironmentVariable user("TEVTOOLS_USER_DATA", folder.Path("user").string());
+    const EnvironmentVariable common("TEVTOOLS_COMMON_DATA", folder.Path("common").string());
+    const std::wstring entry = folder.WriteFile("entry.txt", std::string(300000, 'x'));
+    const auto zipPath = [&folder] { return folder.WidePath("a.zip"); };
+    const auto save = [&](CZipExtractCallback* callback) {
+        CZip zip;
+        EXPECT_TRUE(zip.Open(zipPath().c_str(), zipCreate, false, callback));
+        EXPECT_TRUE(zip.AddNewFile(entry.c_str(), L"entry.txt", zipLevelDefault));
+        zip.Close(false);
+        return zip.GetLastFailure() == XZipFailure::kNone;
+    };
+    const auto report = [&](int (*callback)(CCrashHandler*)) {
+        CrashInstall(callback, L"A", L"1", xCrashReport);
+        CrashGenerateErrorReport(nullptr, false);
+        return folder.Exists("common/DebugReport.zip");
+    };
+    const struct
+    {
+        const char* what;
+        std::function<void()> ending;
+        std::function<bool()> again;
+    } kWorks[] = {
+        {"saving",
+         [&] {
+             ExitingCallback callback;
+             save(&callback);
+         },
+         [&] {
+             const std::filesystem::directory_iterator files(folder.Path());
+             return !folder.Exists("a.zip") && std::distance(begin(files), end(files)) == 1 && save(nullptr);
+         }},
+        {"extracting",
+         [&] {
+             save(nullptr);
+             CZip zip;
+             ExitingCallback callback;
+             zip.Open(zipPath().c_str(), zipOpenReadOnly, false, &callback);
+             zip.ExtractFile(0, folder.WidePath().c_str(), false, L"out.txt", false);
+         },
+         [&] { return !folder.Exists("out.txt") && save(nullptr); }},
+        {"report", [&] { report([](CCrashHandler*) -> int { pthread_exit(nullptr); }); },
+         [&] { return !folder.Exists("common/DebugReport.zip") && report(nullptr); }},
+    };
+    for (const auto& work : kWorks)
+    {
+        const auto endAndGoOn = [&work] {
+            Thread thread(work.ending);
+            CXThread::BeginThread(&thread, xThreadPriorityNormal, CXThread::kBeginWithoutAutoDelete, 0);
+            unsigned exitCode = 0;
+            if (!thread.WaitForEnd(kLongTimeMs / 2) || !thread.GetExitCode(exitCode) || exitCode != 0xFFFFFFFFu)
+                return 1;
+            return work.again() ? 0 : 2;
+        };
+        EXPECT_EQ(ResultInChild(endAndGoOn), 0) << work.what;
+    }
 }
 } // namespace

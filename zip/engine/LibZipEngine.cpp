@@ -13,6 +13,7 @@
 #include <cerrno>
 #include <map>
 #include <numeric>
+#include <utility>
 #include <vector>
 
 #include <zlib.h>
@@ -268,11 +269,14 @@ public:
         m_source.SetSaving(&saving);
         for (auto& [slot, source] : m_sources)
             source->SetSaving(&saving);
-        const bool isSaved = zip_close(m_archive) == 0;
-        if (isSaved)
-            m_archive = nullptr;
-        else
+        // Where the progress ends its thread, libzip's data is left as it is, never used and never freed.
+        zip_t* const archive = std::exchange(m_archive, nullptr);
+        const bool isSaved = zip_close(archive) == 0;
+        if (!isSaved)
+        {
+            m_archive = archive;
             error = ErrorOf(zip_get_error(m_archive), TakeSystemFailure());
+        }
         m_source.SetSaving(nullptr);
         m_source.SetTarget(nullptr);
         for (auto& [slot, source] : m_sources)

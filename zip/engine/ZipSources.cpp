@@ -2,6 +2,7 @@
 
 #include "base/LittleEndian.h"
 #include "platform/Cancellation.h"
+#include "platform/ForcedUnwind.h"
 #include "zip/engine/ZipRecords.h"
 
 #include <algorithm>
@@ -36,10 +37,14 @@ bool ZipSaving::Report()
 {
     if (m_isCancelled || !m_progress)
         return !m_isCancelled;
-    const platform::WithoutCancellation whole; // which could not pass through the engine
+    const platform::WithoutCancellation whole; // which would leave the engine's memory behind
     try
     {
         m_isCancelled = !m_progress(m_processed);
+    }
+    catch (const ForcedUnwind&)
+    {
+        throw;
     }
     catch (...)
     {
@@ -172,6 +177,10 @@ zip_int64_t ZipSource::Answer(void* object, void* data, zip_uint64_t size, zip_s
         default:
             return self.Write(data, size, command);
         }
+    }
+    catch (const ForcedUnwind&)
+    {
+        throw;
     }
     catch (...) // no memory, whatever the process makes of that
     {

@@ -1,5 +1,6 @@
 #include "platform/posix/watch/FolderTree.h"
 #include "platform/Cancellation.h"
+#include "platform/posix/watch/WatchLock.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -103,6 +104,18 @@ void FolderTree::Lose() noexcept
 {
     m_isLost = true;
     m_changes.AddEverything();
+}
+
+void FolderTree::StartInChild() noexcept
+{
+    Lose();
+    EndBatch();
+    for (WatchedFolder* folder : m_unsettled) // some may be the reader's, which does not exist here
+    {
+        if (folder != nullptr)
+            folder->m_unsettledAt = WatchedFolder::kSettled;
+    }
+    m_unsettled.clear();
 }
 
 void FolderTree::Handle(WatchedFolder& folder, const EventBatch& batch, std::size_t index)
@@ -385,6 +398,7 @@ bool FolderTree::Include(WatchedFolder& folder, bool report)
     std::vector<WatchedFolder*> waiting{&folder};
     while (!waiting.empty())
     {
+        g_watchLock.LetForksPass();
         WatchedFolder& next = *waiting.back();
         waiting.pop_back();
         if (Watch(next, report, waiting))
@@ -438,6 +452,7 @@ void FolderTree::Read(WatchedFolder& folder, DIR& directory, bool report, std::v
     const WithoutCancellation whole;
     while (const dirent* entry = readdir(&directory))
     {
+        g_watchLock.LetForksPass();
         const std::string name = entry->d_name;
         if (name == "." || name == "..")
             continue;

@@ -76,6 +76,8 @@ public:
     bool Settle(const EventBatch& batch, bool isFirst);
     /// Gives the tree up until it is started again.
     void Lose() noexcept;
+    /// As Lose, in a child made by fork, also in the middle of anything that lets forks pass. The queue is closed.
+    void StartInChild() noexcept;
     std::vector<FolderEvent> TakeChanges() { return m_changes.Take(); }
 
 private:

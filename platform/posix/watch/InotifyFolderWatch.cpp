@@ -2,8 +2,8 @@
 
 #include "platform/ForkHandlers.h"
 #include "platform/PathNames.h"
-#include "platform/ThreadLocks.h"
 #include "platform/posix/watch/FolderTree.h"
+#include "platform/posix/watch/WatchLock.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -19,8 +19,6 @@ namespace
 {
 // While events arrive faster than they are handled, a poll must end all the same.
 constexpr int kMostBatches = 8;
-
-SystemLock g_watchLock; // of the queue and all trees
 
 /// The trees of the process. Whichever watch is polled handles the events of all.
 class WatchedTrees
@@ -61,13 +59,14 @@ void WatchedTrees::StartInChild() noexcept
     if (s_trees != nullptr)
     {
         s_trees->m_queue.Close();
-        s_trees->LoseAll();
+        for (FolderTree* tree : s_trees->m_trees)
+            tree->StartInChild();
     }
-    g_watchLock.unlock();
+    g_watchLock.UnlockInChild();
 }
 
 const ForkHandler g_forkOfWatches(
-    ForkRank::FolderWatches, [] { g_watchLock.lock(); }, [] { g_watchLock.unlock(); },
+    ForkRank::FolderWatches, [] { g_watchLock.LockForFork(); }, [] { g_watchLock.UnlockInParent(); },
     [] { WatchedTrees::StartInChild(); });
 
 void WatchedTrees::LoseAll() noexcept
@@ -145,12 +144,12 @@ class InotifyFolderWatch final : public FolderWatch
 public:
     InotifyFolderWatch(std::string path, bool withSubfolders, unsigned bits)
     {
-        const std::lock_guard<SystemLock> guard(g_watchLock);
+        const std::lock_guard<WatchLock> guard(g_watchLock);
         m_tree = std::make_unique<FolderTree>(WatchedTrees::Get().Queue(), std::move(path), withSubfolders, bits);
     }
     ~InotifyFolderWatch() override
     {
-        const std::lock_guard<SystemLock> guard(g_watchLock);
+        const std::lock_guard<WatchLock> guard(g_watchLock);
         WatchedTrees& trees = WatchedTrees::Get();
         trees.Leave(*m_tree);
         m_tree.reset();
@@ -160,7 +159,7 @@ public:
     /// False, with the error in errno, when the folder cannot be watched.
     bool Start()
     {
-        const std::lock_guard<SystemLock> guard(g_watchLock);
+        const std::lock_guard<WatchLock> guard(g_watchLock);
         WatchedTrees& trees = WatchedTrees::Get();
         const bool started = trees.Join(*m_tree) && m_tree->Start();
         const int error = errno;
@@ -173,7 +172,7 @@ public:
     {
         std::vector<FolderEvent> events;
         {
-            const std::lock_guard<SystemLock> guard(g_watchLock);
+            const std::lock_guard<WatchLock> guard(g_watchLock);
             WatchedTrees& trees = WatchedTrees::Get();
             trees.Pump();
             m_tree->Refresh();
@@ -186,7 +185,7 @@ public:
         }
         catch (...)
         {
-            const std::lock_guard<SystemLock> guard(g_watchLock);
+            const std::lock_guard<WatchLock> guard(g_watchLock);
             m_tree->Lose();
             throw;
         }

@@ -467,6 +467,7 @@ const std::map<std::string, int (*)(CCrashHandler*)> kCallbacks = {
          return 1;
      }},
     {"throw", [](CCrashHandler*) -> int { throw 1; }},
+    {"exit-thread", [](CCrashHandler*) -> int { pthread_exit(nullptr); }},
     {"hang",
      [](CCrashHandler*) {
          for (;;)
