@@ -179,8 +179,8 @@ TEVTOOLS_API void CrashUninstall();
 TEVTOOLS_API void CrashThreadInstall();
 TEVTOOLS_API void CrashThreadUninstall();
 
-/// Makes a crash report now, on the calling thread, whose pending exception is deleted. The pointers may be null. Does
-/// nothing without a handler.
+/// Makes a crash report now, on the calling thread, whose pending exception is deleted unless the callback refuses the
+/// report. The pointers may be null. Does nothing without a handler.
 TEVTOOLS_API void CrashGenerateErrorReport(_EXCEPTION_POINTERS* pointers, bool noCallback);
 /// As above for a files report; the files are added to the handler's list as by AddFiles, and stay there.
 TEVTOOLS_API void CrashGenerateFilesErrorReport(const CXArray<CXTString<wchar_t>>& files, _EXCEPTION_POINTERS* pointers,

@@ -381,8 +381,7 @@ bool CRegUtil::StartSubKeyEnum()
 {
     OpenedBase base(*this);
     m_enumIndex = 0;
-    SettingsKeyInformation information;
-    if (!Told("CRegUtil::StartSubKeyEnum", base && Note(QuerySettingsKey(m_base, information)), kLookUp))
+    if (!Told("CRegUtil::StartSubKeyEnum", base && Note(QuerySettingsKey(m_base)), kLookUp))
         return false;
     base.Keep();
     return true;

@@ -188,7 +188,6 @@ bool Parser::ParseHeader()
 XRegistryFault Parser::ParseKey()
 {
     std::wstring_view line = TakeLine();
-    m_hasKey = false;
     if (line.back() != L']')
         return XRegistryFault::Key;
     line = line.substr(1, line.size() - 2);

@@ -206,15 +206,6 @@ unsigned Enumerate(SettingsKey key, unsigned right, SettingsCursor SettingsKeySt
     return kSettingsDone;
 }
 
-unsigned CountOf(const SettingsKeyState& state, SettingsStatement statement, std::uint64_t& count)
-{
-    SettingsQuery query(*state.database, statement);
-    const unsigned error = query.With(state.id).Next();
-    if (error == kSettingsDone)
-        count = static_cast<std::uint64_t>(query.Number(0));
-    return error;
-}
-
 unsigned DeleteKeyIn(SettingsTransaction& transaction, SettingsKeyState& state, const std::vector<SettingsName>& names,
                      bool recursive)
 {
@@ -345,22 +336,13 @@ unsigned EnumerateSettingsValues(SettingsKey key, unsigned index, std::wstring& 
         [&] { return Enumerate(key, kSettingsQueryValue, &SettingsKeyState::values, kValueEnumeration, index, name); });
 }
 
-unsigned QuerySettingsKey(SettingsKey key, SettingsKeyInformation& information)
+unsigned QuerySettingsKey(SettingsKey key)
 {
     return RetryWhileBusy([&]() -> unsigned {
-        information = {};
         const UsedKey used(key, kSettingsQueryValue, SettingsUse::Read);
         if (used.Error() != kSettingsDone)
             return used.IsEmptyRoot() ? unsigned{kSettingsDone} : used.Error();
-        SettingsTransaction transaction(used.Database());
-        unsigned error = transaction.Begin(false);
-        if (error == kSettingsDone)
-            error = CheckSettingsKey(used.State());
-        if (error == kSettingsDone)
-            error = CountOf(used.State(), SettingsStatement::CountKeys, information.keys);
-        if (error == kSettingsDone)
-            error = CountOf(used.State(), SettingsStatement::CountValues, information.values);
-        return error;
+        return CheckSettingsKey(used.State());
     });
 }
 } // namespace tev

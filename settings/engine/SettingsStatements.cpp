@@ -23,8 +23,6 @@ constexpr const char* kStatements[] = {
     "UPDATE keys SET checksum = key_checksum(id, parent, fold, name) WHERE id = ?1",
     "DELETE FROM keys WHERE id = ?1",
     "SELECT 1 FROM keys WHERE parent = ?1 LIMIT 1",
-    "SELECT count(*) FROM keys WHERE parent = ?1",
-    "SELECT count(*) FROM entries WHERE key = ?1",
     TEV_KEY_ROW " ORDER BY fold LIMIT 1 OFFSET ?2",
     TEV_KEY_ROW " AND fold >= ?2 ORDER BY fold LIMIT 1",
     TEV_KEY_ROW " AND fold > ?2 ORDER BY fold LIMIT 1",

@@ -16,8 +16,6 @@ enum class SettingsStatement
     SealKey,
     DeleteKey,
     HasKeys,
-    CountKeys,
-    CountValues,
     KeyAt,        ///< name, fold, id, checksum
     KeyFrom,      ///< as KeyAt
     KeyAfter,     ///< as KeyAt

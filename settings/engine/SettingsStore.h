@@ -73,12 +73,6 @@ struct SettingsValue
     std::string data; ///< texts are UTF-16 little-endian
 };
 
-struct SettingsKeyInformation
-{
-    std::uint64_t keys = 0;
-    std::uint64_t values = 0;
-};
-
 [[nodiscard]] unsigned OpenSettingsKey(SettingsKey parent, const wchar_t* path, unsigned access, SettingsKey& key);
 /// Opens a key, which is made where it is missing, with all above it.
 [[nodiscard]] unsigned CreateSettingsKey(SettingsKey parent, const wchar_t* path, unsigned access, SettingsKey& key);
@@ -105,7 +99,8 @@ unsigned CloseSettingsKey(SettingsKey key);
 
 [[nodiscard]] unsigned EnumerateSettingsKeys(SettingsKey key, unsigned index, std::wstring& name);
 [[nodiscard]] unsigned EnumerateSettingsValues(SettingsKey key, unsigned index, std::wstring& name);
-[[nodiscard]] unsigned QuerySettingsKey(SettingsKey key, SettingsKeyInformation& information);
+/// Whether a key can be enumerated.
+[[nodiscard]] unsigned QuerySettingsKey(SettingsKey key);
 
 /// The file in which a root's keys are, or will be; empty where the system keeps them elsewhere.
 std::wstring SettingsFile(SettingsRoot root);

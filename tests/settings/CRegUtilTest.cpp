@@ -1,5 +1,6 @@
 #include "settings/CRegUtil.h"
 
+#include "objects/LastFailure.h"
 #include "settings/engine/SettingsStore.h"
 #include "tests/support/FailingAllocations.h"
 #include "tests/support/PrintText.h"
@@ -208,6 +209,27 @@ TEST_F(RegUtil, ValuesComeBackAndKeepTheirTypes)
     ASSERT_TRUE(registry->WriteKeyInt(L"text", 5));
     EXPECT_TRUE(registry->ReadValue(L"TEXT", type, data) && type == 4) << "another type takes its place";
     EXPECT_EQ(Values(*registry, nullptr), (std::vector<std::wstring>{L"", L"bin", L"int", L"none", L"null", L"text"}));
+}
+
+TEST_F(RegUtil, LookUpsThatFindNothingAreNoFailures)
+{
+    const auto registry = Made();
+    unsigned long number = 0;
+    wchar_t name[16];
+    XClearLastFailure();
+    EXPECT_FALSE(registry->GetKeyInt(L"none", number));
+    EXPECT_TRUE(registry->GetKeyString(L"none", true).IsEmpty());
+    EXPECT_FALSE(registry->KeyExists(L"none"));
+    EXPECT_EQ(registry->GetSubKeyInt(L"none", L"none", 7), 7);
+    EXPECT_EQ(registry->GetSubKeyString(L"none", L"none", L"text", false), L"text");
+    EXPECT_TRUE(registry->StartSubKeyEnum());
+    EXPECT_FALSE(registry->GetNextSubKeyName(name, 16));
+    EXPECT_EQ(XLastFailure().GetKind(), XFailureKind::kNone);
+    EXPECT_FALSE(Made(kBase, CRegUtil::kRead)->WriteKeyInt(L"a", 1));
+    EXPECT_EQ(XLastFailure().GetSystemError(), 5U);
+    EXPECT_STREQ(XLastFailure().GetOperation(), "CRegUtil::WriteKeyInt");
+    EXPECT_TRUE(registry->WriteKeyInt(L"a", 1));
+    EXPECT_EQ(XLastFailure().GetSystemError(), 5U) << "what succeeds leaves it as it is";
 }
 
 TEST_F(RegUtil, TextsEndAtTheFirstNulAndAreExpanded)

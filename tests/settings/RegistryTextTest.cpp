@@ -204,7 +204,11 @@ TEST_F(RegistryText, WhatIsWrittenIsWhatTheEditorWrites)
     Bytes bytes(30);
     for (std::size_t i = 0; i < bytes.size(); ++i)
         bytes[i] = static_cast<unsigned char>(i);
-    registry.WriteKeyBin(L"wide", bytes.data(), 30);
+    for (const wchar_t* const name : {L"wide", L"wider", L"widest"})
+        registry.WriteKeyBin(name, bytes.data(), 30);
+    registry.WriteValue(L"own", 1, "\0\xE0\0\0", 4);
+    registry.WriteValue(L"lone1", 1, "\0\xD8\0\0", 4);
+    registry.WriteValue(L"lone2", 1, "\xFF\xDF\0\0", 4);
     registry.WriteSubKeyString(L"Sub", L"v", nullptr);
 
     EXPECT_EQ(Export(L"/HKEY_USERS//Maker/Program/"),
@@ -212,14 +216,24 @@ TEST_F(RegistryText, WhatIsWrittenIsWhatTheEditorWrites)
               "\r\n[HKEY_USERS\\Maker\\Program]\r\n"
               "@=\"h\xC3\xA9 \\\"q\\\" \\\\\"\r\n"
               "\"line\"=hex(1):61,00,0a,00,62,00,00,00\r\n"
+              "\"lone1\"=hex(1):00,d8,00,00\r\n"
+              "\"lone2\"=hex(1):ff,df,00,00\r\n"
+              "\"own\"=\"\xEE\x80\x80\"\r\n"
               "\"say \\\"x\\\\\\\"\"=dword:0000002a\r\n"
               "\"shortint\"=hex(4):01,02\r\n"
               "\"type\"=hex(1f):\r\n"
               "\"wide\"=hex:00,01,02,03,04,05,06,07,08,09,0a,0b,0c,0d,0e,0f,10,11,12,13,14,15,\\\r\n"
               "  16,17,18,19,1a,1b,1c,1d\r\n"
+              "\"wider\"=hex:00,01,02,03,04,05,06,07,08,09,0a,0b,0c,0d,0e,0f,10,11,12,13,14,15,\\\r\n"
+              "  16,17,18,19,1a,1b,1c,1d\r\n"
+              "\"widest\"=hex:00,01,02,03,04,05,06,07,08,09,0a,0b,0c,0d,0e,0f,10,11,12,13,14,\\\r\n"
+              "  15,16,17,18,19,1a,1b,1c,1d\r\n"
               "\r\n[HKEY_USERS\\Maker\\Program\\Sub]\r\n"
               "\"v\"=hex(1):\r\n"
               "\r\n");
+    ASSERT_TRUE(registry.SetPath(L"HKEY_CURRENT_USER\\k\\HKEY_USERS", true));
+    EXPECT_EQ(Export(L"k\\HKEY_USERS"),
+              "Windows Registry Editor Version 5.00\r\n\r\n[HKEY_CURRENT_USER\\k\\HKEY_USERS]\r\n\r\n");
     CXMemFile file;
     int systemError = 0;
     EXPECT_FALSE(XExportRegistry(L"HKEY_USERS\\None", file, xEncodingUtf8, systemError));
