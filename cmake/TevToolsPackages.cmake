@@ -14,19 +14,21 @@ set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
 # What a library depends on is read from its files; the package of ours does not exist yet when that is done.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS "${PROJECT_BINARY_DIR}")
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA "${PROJECT_SOURCE_DIR}/packaging/debian/triggers")
 
 set(library_package libtevtools${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR})
 set(this_version "(= ${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE})")
-set(about "TevTools has strings, exceptions with run-time classes, a binary archive, files, containers, a typed store and a
- registry for settings, threads, time, the log, file types, colours, compressed archives, a folder watcher and crash
- reports.")
+set(about "TevTools has strings, exceptions with run-time classes, files, containers,
+archives, a typed store and a registry for settings, threads, time, the log,
+file types, colours, a folder watcher and crash reports.")
 function(tevtools_package component name section depends description)
     string(TOUPPER ${component} prefix)
     set(CPACK_COMPONENTS_ALL ${CPACK_COMPONENTS_ALL} ${component} PARENT_SCOPE)
     set(CPACK_DEBIAN_${prefix}_PACKAGE_NAME ${name} PARENT_SCOPE)
     set(CPACK_DEBIAN_${prefix}_PACKAGE_SECTION ${section} PARENT_SCOPE)
     set(CPACK_DEBIAN_${prefix}_PACKAGE_DEPENDS "${depends}" PARENT_SCOPE)
-    set(CPACK_DEBIAN_${prefix}_DESCRIPTION "${description}\n${about}" PARENT_SCOPE)
+    set(CPACK_DEBIAN_${prefix}_DESCRIPTION "${about}\n.\nThis package has ${description}." PARENT_SCOPE)
     # Debian wants these in each package.
     if(CMAKE_INSTALL_PREFIX STREQUAL "/usr")
         set(doc_dir "${CMAKE_INSTALL_DATADIR}/doc/${name}")
@@ -41,18 +43,21 @@ if(CMAKE_INSTALL_PREFIX STREQUAL "/usr")
     execute_process(COMMAND gzip -9nf changelog.Debian changelog
         WORKING_DIRECTORY "${PROJECT_BINARY_DIR}" COMMAND_ERROR_IS_FATAL ANY)
 endif()
-tevtools_package(runtime ${library_package} libs "" "foundation classes for desktop 3D applications")
-tevtools_package(development libtevtools-dev libdevel "${library_package} ${this_version}"
-    "foundation classes for desktop 3D applications (development)")
+tevtools_package(runtime ${library_package} libs "" "the shared library")
+tevtools_package(development libtevtools-dev libdevel "${library_package} ${this_version}" "what programs are built with")
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SHLIBDEPS OFF)
 # What the static library is linked with.
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SUGGESTS "zlib1g-dev, libbz2-dev, libzstd-dev, liblzma-dev, libzip-dev, libsqlite3-dev, libssl-dev, pkg-config")
 if(TARGET tev)
-    tevtools_package(tool tevtools utils "${library_package} ${this_version}" "abilities of the TevTools library from a shell")
+    if(CMAKE_INSTALL_PREFIX STREQUAL "/usr") # where manual pages are compressed
+        install(CODE "execute_process(COMMAND gzip -9nf \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_MANDIR}/man1/tev.1\"
+            COMMAND_ERROR_IS_FATAL ANY)" COMPONENT tool)
+    endif()
+    tevtools_package(tool tevtools utils "${library_package} ${this_version}" "the tool tev")
 endif()
 if(TEVTOOLS_DEBUG_FILES)
     tevtools_package(debug ${library_package}-dbg debug "${library_package} ${this_version}"
-        "foundation classes for desktop 3D applications (debug information)")
+        "the debug information of the library and the tool")
     set(CPACK_DEBIAN_DEBUG_PACKAGE_SHLIBDEPS OFF)
 endif()
 

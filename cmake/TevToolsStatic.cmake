@@ -10,7 +10,7 @@ endif()
 set(static_object "${PROJECT_BINARY_DIR}/TevTools.o")
 add_custom_command(OUTPUT "${static_object}"
     COMMAND "${CMAKE_LINKER}" -r --force-group-allocation -o "${static_object}" ${static_objects}
-    COMMAND "${CMAKE_OBJCOPY}" --localize-hidden "${static_object}"
+    COMMAND "${CMAKE_OBJCOPY}" --localize-hidden $<$<BOOL:${TEVTOOLS_DEBUG_FILES}>:--strip-debug> "${static_object}"
     DEPENDS tevtools_objects ${static_objects}
     COMMAND_EXPAND_LISTS VERBATIM)
 set_source_files_properties("${static_object}" PROPERTIES EXTERNAL_OBJECT ON GENERATED ON)
