@@ -8,6 +8,7 @@
 #include <climits>
 #include <cstdarg>
 #include <cstddef>
+#include <cstdlib>
 #include <functional>
 #include <iosfwd>
 #include <string>
@@ -66,7 +67,11 @@ public:
         else
             XDecodePath(path.c_str(), *this);
     }
-    ~CXTString();
+    ~CXTString()
+    {
+        if (m_text.m_capacity != 0)
+            std::free(m_text.m_data);
+    }
 
     CXTString& operator=(const CXTString& other);
     CXTString& operator=(CXTString&& other) noexcept;

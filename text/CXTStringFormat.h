@@ -3,7 +3,7 @@
 // The members of CXTString that take a format. For CXTStringInstances.cpp, which instantiates the whole class. The
 // result is built in a buffer of its own before the string changes, because an argument may be the string's own text.
 
-#include "text/CXTString.h"
+#include "text/CXTStringBuffer.h"
 #include "text/MessageTexts.h"
 #include "text/TextFormat.h"
 #include "text/TextScan.h"
@@ -34,10 +34,26 @@ void CXTString<T>::FormatV(const T* format, va_list arguments)
     if (format == nullptr)
         return;
     tev::FormatOutput<T> output;
-    if (tev::FormatText(output, format, arguments))
-        Assign(output.Data(), output.Length());
-    else
-        Empty();
+    if (!tev::FormatText(output, format, arguments))
+        return Empty();
+    const std::size_t length = output.Length();
+    if (length < m_text.m_capacity)
+    {
+        Assign(output.Data(), length);
+        return;
+    }
+    // Where the string must grow anyway, a block that the text has already becomes its buffer.
+    const unsigned __int64 capacity = tev::CapacityFor<T>(length);
+    T* const block = output.Release(static_cast<std::size_t>(capacity));
+    if (block == nullptr)
+    {
+        Assign(output.Data(), length);
+        return;
+    }
+    if (m_text.m_capacity != 0)
+        std::free(m_text.m_data);
+    m_text = {block, length, capacity};
+    block[length] = T();
 }
 
 template <class T>

@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <new>
+#include <utility>
 
 namespace tev
 {
@@ -32,6 +33,21 @@ public:
     T* Data() noexcept { return m_data; }
     std::size_t Length() const noexcept { return m_length; }
 
+    /// Hands out the text as a block of the C heap that has room for `capacity` characters, which is more than the length;
+    /// the text is empty then. Null where the text is still on the stack.
+    T* Release(std::size_t capacity)
+    {
+        if (m_data == m_first)
+            return nullptr;
+        // What is left over is no more than a string that grows has behind its text.
+        const bool isFit = m_capacity >= capacity && m_capacity / 2 <= capacity;
+        if (!isFit)
+            Reallocate(capacity);
+        m_length = 0;
+        m_capacity = kFirstCapacity;
+        return std::exchange(m_data, m_first);
+    }
+
     /// Adds unspecified characters at the end and returns their address; null when the text would become too long.
     T* Extend(std::size_t count)
     {
@@ -45,14 +61,21 @@ public:
 private:
     static constexpr std::size_t kMaximumLength = INT_MAX;
     static constexpr std::size_t kFirstCapacity = 512;
+    static constexpr std::size_t kShort = 16384;
 
     bool Grow(std::size_t count)
     {
         if (count > kMaximumLength - m_length)
             return false;
-        std::size_t capacity = m_capacity * 2;
-        if (capacity < m_length + count)
-            capacity = m_length + count;
+        // As much as a string of this length has, so that it can become that string's block; a text that leaves the stack
+        // gets the room for another one as long, because a format with one long text often has two.
+        const std::size_t length = m_length + count;
+        Reallocate((m_data == m_first && length <= kShort ? 4 : 2) * length + kFirstCapacity);
+        return true;
+    }
+
+    void Reallocate(std::size_t capacity)
+    {
         const bool onStack = m_data == m_first;
         T* data = static_cast<T*>(std::realloc(onStack ? nullptr : m_data, capacity * sizeof(T)));
         if (data == nullptr)
@@ -61,7 +84,6 @@ private:
             std::memcpy(data, m_first, sizeof m_first);
         m_data = data;
         m_capacity = capacity;
-        return true;
     }
 
     T* m_data = m_first;

@@ -1,7 +1,11 @@
 #include "text/TextSearch.h"
 
+#include "base/LittleEndian.h"
+#include "text/InstructionSets.h"
+
 #include <algorithm>
 #include <cctype>
+#include <cstdint>
 #include <cwctype>
 
 #if defined(__x86_64__)
@@ -110,14 +114,13 @@ __attribute__((target("avx2"))) size_t FindByBothEnds(const T* text, size_t plac
     return rest == kNotFound ? kNotFound : at + rest;
 }
 
-const bool g_hasAvx2 = __builtin_cpu_supports("avx2");
 #endif
 
 template <class T>
 size_t FindRun(const T* text, size_t places, const T* pattern, size_t count) noexcept
 {
 #if defined(__x86_64__)
-    if (g_hasAvx2)
+    if (tev::HasAvx2())
         return FindByBothEnds(text, places, pattern, count);
 #endif
     return FindByFirst(text, places, pattern, count);
@@ -141,17 +144,112 @@ private:
     const bool m_asciiIsPlain = tev::LowerCase(T('I')) == T('i');
 };
 
-// How many leading characters are equal: compared in blocks until one differs.
-template <class T>
-size_t CommonLength(const T* left, const T* right, size_t count) noexcept
+// How many leading characters are equal. The last block overlaps the one before it.
+size_t CommonLengthPlainly(const wchar_t* left, const wchar_t* right, size_t count) noexcept
 {
-    constexpr size_t kCompared = 64;
     size_t at = 0;
-    while (count - at >= kCompared && SameRun(left + at, right + at, kCompared))
-        at += kCompared;
-    while (at < count && left[at] == right[at])
-        ++at;
-    return at;
+#if defined(__x86_64__)
+    constexpr size_t kBlock = 16 / sizeof(wchar_t);
+    for (; count >= kBlock && at < count; at += kBlock)
+    {
+        at = std::min(at, count - kBlock);
+        const __m128i same = _mm_cmpeq_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(left + at)),
+                                            _mm_loadu_si128(reinterpret_cast<const __m128i*>(right + at)));
+        const unsigned differences = static_cast<unsigned>(_mm_movemask_epi8(same)) ^ 0xFFFF;
+        if (differences != 0)
+            return at + static_cast<size_t>(__builtin_ctz(differences)) / sizeof(wchar_t);
+    }
+#endif
+    for (; at < count && left[at] == right[at]; ++at)
+        continue;
+    return std::min(at, count);
+}
+
+#if defined(__x86_64__)
+// The same of at least eight characters of 32 bits.
+__attribute__((target("avx2"))) size_t CommonLengthAvx2(const wchar_t* left, const wchar_t* right,
+                                                        size_t count) noexcept
+{
+    constexpr size_t kBlock = 8;
+    constexpr size_t kStretch = 4 * kBlock;
+    const auto same = [=](size_t at) __attribute__((target("avx2")))
+    {
+        return SameCharacters<wchar_t>(LoadCharacters(left + at), LoadCharacters(right + at));
+    };
+    size_t at = 0;
+    for (; count - at >= kStretch; at += kStretch)
+    {
+        const __m256i low = _mm256_and_si256(same(at), same(at + kBlock));
+        const __m256i high = _mm256_and_si256(same(at + 2 * kBlock), same(at + 3 * kBlock));
+        if (_mm256_movemask_epi8(_mm256_and_si256(low, high)) != -1)
+            break;
+    }
+    for (; at < count; at += kBlock)
+    {
+        at = std::min(at, count - kBlock);
+        const unsigned differences = ~static_cast<unsigned>(_mm256_movemask_epi8(same(at)));
+        if (differences != 0)
+            return at + static_cast<size_t>(__builtin_ctz(differences)) / sizeof(wchar_t);
+    }
+    return count;
+}
+#endif
+
+size_t CommonLength(const wchar_t* left, const wchar_t* right, size_t count) noexcept
+{
+#if defined(__x86_64__)
+    if (sizeof(wchar_t) == 4 && count >= 8 && tev::HasAvx2())
+        return CommonLengthAvx2(left, right, count);
+#endif
+    return CommonLengthPlainly(left, right, count);
+}
+
+template <class T>
+int Order(T left, T right) noexcept
+{
+    return (left > right) - (left < right);
+}
+
+int CompareRuns(const char* left, const char* right, size_t count) noexcept
+{
+    return count == 0 ? 0 : Sign(std::memcmp(left, right, count));
+}
+
+int CompareRuns(const wchar_t* left, const wchar_t* right, size_t count) noexcept
+{
+    using Unsigned = std::make_unsigned_t<wchar_t>;
+    const size_t common = CommonLength(left, right, count);
+    return common == count ? 0 : Order<Unsigned>(left[common], right[common]);
+}
+
+#if defined(__GNUC__)
+// Eight bytes as a number that is ordered as they are.
+std::uint64_t OrderedBytes(const char* bytes) noexcept
+{
+    std::uint64_t number;
+    std::memcpy(&number, bytes, sizeof number);
+    return tev::kIsBigEndian ? number : __builtin_bswap64(number);
+}
+
+// Of narrow text a call of the C library is the larger part of what a short comparison takes. From 8 to 16 bytes are
+// two numbers, which may overlap.
+bool IsTwoNumbers(size_t count) noexcept
+{
+    return count - 8 <= 8;
+}
+
+int CompareTwoNumbers(const char* left, const char* right, size_t count) noexcept
+{
+    const int order = Order(OrderedBytes(left), OrderedBytes(right));
+    return order != 0 ? order : Order(OrderedBytes(left + count - 8), OrderedBytes(right + count - 8));
+}
+#endif
+
+template <class T>
+[[gnu::noinline]] int CompareAnyText(const T* left, size_t leftLength, const T* right, size_t rightLength) noexcept
+{
+    const int order = CompareRuns(left, right, std::min(leftLength, rightLength));
+    return order != 0 ? order : Order(leftLength, rightLength);
 }
 } // namespace
 
@@ -199,20 +297,17 @@ size_t tev::FindTextBackwards(const T* text, size_t length, size_t start, const 
 template <class T>
 int tev::CompareText(const T* left, size_t leftLength, const T* right, size_t rightLength) noexcept
 {
-    const size_t shorter = std::min(leftLength, rightLength);
+#if defined(__GNUC__)
     if constexpr (sizeof(T) == 1)
     {
-        if (const int order = shorter == 0 ? 0 : std::memcmp(left, right, shorter))
-            return Sign(order);
+        if (const size_t shorter = std::min(leftLength, rightLength); IsTwoNumbers(shorter))
+        {
+            const int order = CompareTwoNumbers(left, right, shorter);
+            return order != 0 ? order : Order(leftLength, rightLength);
+        }
     }
-    else
-    {
-        using Unsigned = std::make_unsigned_t<T>;
-        const size_t common = CommonLength(left, right, shorter);
-        if (common < shorter)
-            return static_cast<Unsigned>(left[common]) < static_cast<Unsigned>(right[common]) ? -1 : 1;
-    }
-    return leftLength == rightLength ? 0 : leftLength < rightLength ? -1 : 1;
+#endif
+    return CompareAnyText(left, leftLength, right, rightLength);
 }
 
 template <class T>

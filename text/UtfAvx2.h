@@ -1,5 +1,6 @@
 #pragma once
 
+#include "text/InstructionSets.h"
 #include "text/Utf.h"
 
 // UTF-8 to and from wide text of 32 bits, for processors that have AVX2. Elsewhere nothing here is available, and the
@@ -18,11 +19,7 @@ constexpr bool kIsBuilt = TEV_UTF_AVX2 != 0;
 
 inline bool IsAvailable() noexcept
 {
-#if TEV_UTF_AVX2
-    return __builtin_cpu_supports("avx2");
-#else
-    return false;
-#endif
+    return kIsBuilt && HasAvx2();
 }
 
 // Of UTF-8 and of wide text; the length means something only when the text is valid.

@@ -346,14 +346,20 @@ STRING_TEST(ComparesByUnsignedValueAndExactLength)
     const Text<T> b("b");
     EXPECT_TRUE(a < b && a <= b && b > a && b >= a && a != b && b != a && !(b < a) && a >= a && a == a);
 
-    Str left(T('m'), 300);
-    Str right(left);
-    for (const int at : {0, 63, 64, 65, 191, 299})
+    for (const int length : {1, 2, 3, 4, 5, 7, 8, 9, 15, 16, 17, 31, 33, 63, 64, 65, 300})
     {
-        right.SetAt(at, T('n'));
-        EXPECT_EQ(left.Compare(right), -1) << at;
-        EXPECT_EQ(right.Compare(left), 1) << at;
-        right.SetAt(at, T('m'));
+        Str left(T('m'), length);
+        Str right(left);
+        for (int at = 0; at < length; ++at)
+        {
+            right.SetAt(at, static_cast<T>(-1));
+            left.SetAt(length - 1, T('z')); // what comes later does not matter
+            EXPECT_EQ(left.Compare(right), -1) << length << ' ' << at;
+            EXPECT_EQ(right.Compare(left), 1) << length << ' ' << at;
+            right.SetAt(at, T('m'));
+            left.SetAt(length - 1, T('m'));
+            EXPECT_EQ(left.Compare(right), 0);
+        }
     }
 
     EXPECT_EQ(Str(Text<T>("STRASSE_1")).CompareNoCase(Text<T>("strasse_1")), 0);
