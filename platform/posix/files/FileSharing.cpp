@@ -37,14 +37,15 @@ enum LockedRange
     DeniesRead = 2,
     DeniesWrite = 3
 };
-constexpr LockedRange kRanges[] = {Reads, Writes, DeniesRead, DeniesWrite};
+constexpr int kRangeCount = 4;
 
-LockedRange Contradiction(LockedRange range)
+/// The range that holds the contrary of what the given one holds.
+constexpr int Contradiction(int range)
 {
-    return static_cast<LockedRange>(range ^ 2);
+    return range ^ 2;
 }
 
-off_t StartOf(LockedRange range)
+off_t StartOf(int range)
 {
     return kFirstRange + kRangeSize * range;
 }
@@ -83,7 +84,7 @@ struct flock MakeLock(int type, off_t start, off_t length)
 
 void Leave(int descriptor)
 {
-    struct flock lock = MakeLock(F_UNLCK, kFirstRange, kRangeSize * 4);
+    struct flock lock = MakeLock(F_UNLCK, kFirstRange, kRangeSize * kRangeCount);
     LockCall(descriptor, F_OFD_SETLK, lock);
 }
 
@@ -94,7 +95,7 @@ enum class Mark
     NotSupported
 };
 
-Mark SetMark(int descriptor, int lockType, LockedRange range)
+Mark SetMark(int descriptor, int lockType, int range)
 {
     for (int attempt = 0; attempt < kAttempts; ++attempt)
     {
@@ -108,9 +109,10 @@ Mark SetMark(int descriptor, int lockType, LockedRange range)
     return Mark::Blocked; // another process has locked the whole file
 }
 
-bool OthersIn(int descriptor, LockedRange range)
+// Looks into ranges that lie side by side.
+bool OthersIn(int descriptor, int firstRange, int count)
 {
-    struct flock lock = MakeLock(F_WRLCK, StartOf(range), kRangeSize);
+    struct flock lock = MakeLock(F_WRLCK, StartOf(firstRange), kRangeSize * count);
     return LockCall(descriptor, F_OFD_GETLK, lock) && lock.l_type != F_UNLCK;
 }
 
@@ -118,7 +120,7 @@ bool TryToEnter(int descriptor, const FileShare& share)
 {
     const bool marked[] = {share.reads, share.writes, share.deniesRead, share.deniesWrite};
     const int lockType = share.reads ? F_RDLCK : F_WRLCK;
-    for (const LockedRange range : kRanges)
+    for (int range = 0; range < kRangeCount; ++range)
     {
         const Mark mark = marked[range] ? SetMark(descriptor, lockType, range) : Mark::Set;
         if (mark == Mark::Blocked)
@@ -126,11 +128,19 @@ bool TryToEnter(int descriptor, const FileShare& share)
         if (mark == Mark::NotSupported)
             return true;
     }
-    for (const LockedRange range : kRanges)
+    const auto isContradicted = [&](int range) {
+        const int own = Contradiction(range);
+        return marked[own] || (own == Writes && share.truncates);
+    };
+    // One call looks into as many ranges as lie side by side.
+    int first = 0;
+    for (int range = 0; range <= kRangeCount; ++range)
     {
-        const bool truncates = range == Writes && share.truncates;
-        if ((marked[range] || truncates) && OthersIn(descriptor, Contradiction(range)))
+        if (range < kRangeCount && isContradicted(range))
+            continue;
+        if (range > first && OthersIn(descriptor, first, range - first))
             return false;
+        first = range + 1;
     }
     return true;
 }
