@@ -14,16 +14,27 @@ namespace
 {
 std::atomic<unsigned> g_ansiCodePage{tev::kCodePageUtf8};
 
+// Makes room in a string, of which more than the length may be written to; then the terminator comes last.
+template <class T, class Convert>
+void ConvertInto(CXTString<T>& target, size_t length, Convert convert)
+{
+    T* const text = target.GetBufferSetLength64(length);
+    convert(text, static_cast<CXTCharArray<T>&>(target).m_capacity);
+    text[length] = T();
+}
+
 void DecodeUtf8(const char* bytes, size_t size, CXTString<wchar_t>& text)
 {
     const tev::TextMeasure measure = tev::MeasureUtf8(bytes, size);
-    tev::Utf8ToWide(bytes, size, measure, text.GetBufferSetLength64(measure.m_length));
+    ConvertInto(text, measure.m_length,
+                [=](wchar_t* wide, size_t room) { tev::Utf8ToWide(bytes, size, measure, wide, room); });
 }
 
 void EncodeUtf8(const wchar_t* text, size_t length, CXTString<char>& bytes)
 {
     const tev::TextMeasure measure = tev::MeasureWide(text, length);
-    tev::WideToUtf8(text, length, measure, bytes.GetBufferSetLength64(measure.m_length));
+    ConvertInto(bytes, measure.m_length,
+                [=](char* narrow, size_t room) { tev::WideToUtf8(text, length, measure, narrow, room); });
 }
 
 void DecodeUtf16(const char* bytes, size_t size, CXTString<wchar_t>& text)

@@ -1,5 +1,6 @@
 #include "text/TextSearch.h"
 
+#include "base/BitScan.h"
 #include "base/LittleEndian.h"
 #include "text/InstructionSets.h"
 
@@ -45,9 +46,25 @@ size_t FindByFirst(const T* text, size_t places, const T* pattern, size_t count)
 }
 
 #if defined(__x86_64__)
-// Two characters of the pattern, its first and its last, are searched in 32 bytes of text at a time. Where both occur
-// at their distance the rest is compared. In ordinary text a single letter occurs everywhere, two at a given distance
-// rarely, so this seldom stops, while a search for the first letter alone stops every few characters.
+// Two characters of the pattern, its first and its last, are searched in two vectors of text at a time. Where both
+// occur at their distance the rest is compared. In ordinary text a single letter occurs everywhere, two at a given
+// distance rarely, so this seldom stops, while a search for the first letter alone stops every few characters.
+
+// The match among the candidates that the mask has from `text` on. Each character sets as many bits as it has bytes.
+template <class T>
+size_t FindCandidate(std::uint64_t mask, const T* text, const T* pattern, size_t count) noexcept
+{
+    while (mask != 0)
+    {
+        const size_t place = tev::TrailingZeros(mask) / sizeof(T);
+        if (SameRun(text + place, pattern, count))
+            return place;
+        for (size_t i = 0; i < sizeof(T); ++i)
+            mask &= mask - 1;
+    }
+    return kNotFound;
+}
+
 template <class T>
 __attribute__((target("avx2"))) inline __m256i Spread(T character) noexcept
 {
@@ -90,40 +107,97 @@ __attribute__((target("avx2"))) size_t FindByBothEnds(const T* text, size_t plac
                                 SameCharacters<T>(last, LoadCharacters(lasts + at)));
     };
     size_t at = 0;
-    while (at + 2 * kStep <= places)
+    for (; at + 2 * kStep <= places; at += 2 * kStep)
     {
         const __m256i low = candidates(at);
         const __m256i high = candidates(at + kStep);
-        if (_mm256_testz_si256(_mm256_or_si256(low, high), _mm256_or_si256(low, high)) == 0)
-        {
-            auto mask = static_cast<unsigned>(_mm256_movemask_epi8(low)) |
-                        static_cast<unsigned long long>(static_cast<unsigned>(_mm256_movemask_epi8(high))) << 32;
-            while (mask != 0)
-            {
-                const size_t place = at + static_cast<size_t>(__builtin_ctzll(mask)) / sizeof(T);
-                if (SameRun(text + place, pattern, count))
-                    return place;
-                // Each character sets as many bits as it has bytes.
-                for (size_t i = 0; i < sizeof(T); ++i)
-                    mask &= mask - 1;
-            }
-        }
-        at += 2 * kStep;
+        if (_mm256_testz_si256(_mm256_or_si256(low, high), _mm256_or_si256(low, high)) != 0)
+            continue;
+        const auto mask = static_cast<unsigned>(_mm256_movemask_epi8(low)) |
+                          static_cast<std::uint64_t>(static_cast<unsigned>(_mm256_movemask_epi8(high))) << 32;
+        const size_t found = FindCandidate(mask, text + at, pattern, count);
+        if (found != kNotFound)
+            return at + found;
     }
     const size_t rest = FindByFirst(text + at, places - at, pattern, count);
     return rest == kNotFound ? kNotFound : at + rest;
 }
 
+// The same with the vectors that every processor has.
+template <class T>
+class BothEnds
+{
+public:
+    BothEnds(const T* text, const T* pattern, size_t count) noexcept
+        : m_text(text), m_lasts(text + count - 1), m_first(Repeat(pattern[0])), m_last(Repeat(pattern[count - 1]))
+    {
+    }
+
+    __m128i Candidates(size_t at) const noexcept
+    {
+        return _mm_and_si128(Same(m_first, m_text + at), Same(m_last, m_lasts + at));
+    }
+
+private:
+    static __m128i Repeat(T character) noexcept
+    {
+        if constexpr (sizeof(T) == 1)
+            return _mm_set1_epi8(static_cast<char>(character));
+        else if constexpr (sizeof(T) == 2)
+            return _mm_set1_epi16(static_cast<short>(character));
+        else
+            return _mm_set1_epi32(static_cast<int>(character));
+    }
+
+    static __m128i Same(__m128i repeated, const T* text) noexcept
+    {
+        const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text));
+        if constexpr (sizeof(T) == 1)
+            return _mm_cmpeq_epi8(repeated, block);
+        else if constexpr (sizeof(T) == 2)
+            return _mm_cmpeq_epi16(repeated, block);
+        else
+            return _mm_cmpeq_epi32(repeated, block);
+    }
+
+    const T* m_text;
+    const T* m_lasts;
+    __m128i m_first;
+    __m128i m_last;
+};
+
+template <class T>
+size_t FindByBothEndsPlainly(const T* text, size_t places, const T* pattern, size_t count) noexcept
+{
+    constexpr size_t kStep = 16 / sizeof(T);
+    const BothEnds<T> ends(text, pattern, count);
+    size_t at = 0;
+    for (; at + 2 * kStep <= places; at += 2 * kStep)
+    {
+        const __m128i low = ends.Candidates(at);
+        const __m128i high = ends.Candidates(at + kStep);
+        if (_mm_movemask_epi8(_mm_or_si128(low, high)) == 0)
+            continue;
+        const auto mask = static_cast<std::uint64_t>(_mm_movemask_epi8(low)) |
+                          static_cast<std::uint64_t>(_mm_movemask_epi8(high)) << 16;
+        const size_t found = FindCandidate(mask, text + at, pattern, count);
+        if (found != kNotFound)
+            return at + found;
+    }
+    const size_t rest = FindByFirst(text + at, places - at, pattern, count);
+    return rest == kNotFound ? kNotFound : at + rest;
+}
 #endif
 
 template <class T>
 size_t FindRun(const T* text, size_t places, const T* pattern, size_t count) noexcept
 {
 #if defined(__x86_64__)
-    if (tev::HasAvx2())
-        return FindByBothEnds(text, places, pattern, count);
-#endif
+    return tev::HasAvx2() ? FindByBothEnds(text, places, pattern, count)
+                          : FindByBothEndsPlainly(text, places, pattern, count);
+#else
     return FindByFirst(text, places, pattern, count);
+#endif
 }
 
 // Lower-casing by the locale costs a call for each character. ASCII letters map as in the C locale in every locale but

@@ -320,12 +320,13 @@ struct TextMeasure
 };
 
 [[nodiscard]] TextMeasure MeasureUtf8(const char* text, size_t size) noexcept;
-/// Writes exactly the measured length.
-void Utf8ToWide(const char* text, size_t size, TextMeasure measure, wchar_t* wide) noexcept;
+/// Writes the measured length, and may write something behind it where there is `room` for more: short texts are
+/// converted faster then.
+void Utf8ToWide(const char* text, size_t size, TextMeasure measure, wchar_t* wide, size_t room = 0) noexcept;
 
 [[nodiscard]] TextMeasure MeasureWide(const wchar_t* wide, size_t length) noexcept;
-/// Writes exactly the measured length.
-void WideToUtf8(const wchar_t* wide, size_t length, TextMeasure measure, char* text) noexcept;
+/// As Utf8ToWide.
+void WideToUtf8(const wchar_t* wide, size_t length, TextMeasure measure, char* text, size_t room = 0) noexcept;
 
 /// The wide characters that little-endian UTF-16 of `size` bytes becomes.
 [[nodiscard]] size_t MeasureUtf16(const char* text, size_t size) noexcept;

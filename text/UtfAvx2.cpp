@@ -2,11 +2,11 @@
 
 #if TEV_UTF_AVX2
 
-#include <array>
-#include <cstring>
-#include <immintrin.h>
+#include "text/Avx2.h"
 
-#define TEV_TARGET_AVX2 __attribute__((target("avx2,popcnt")))
+#include <array>
+#include <cstdint>
+#include <cstring>
 
 // Decoding, eight bytes at a time.
 //
@@ -26,20 +26,12 @@
 // three allow is there. The bit for "two continuation bytes" is no fault where the third or fourth byte of a character must
 // stand, which is known from the bytes two and three places before: there the bit must be set, elsewhere it must not.
 
-// Encoding, eight characters at a time.
-//
-// The six-bit groups of each character are spread over the bytes of its lane, the last byte lowest, and the markers added
-// that follow from its length. The lengths of four characters, two bits each, choose one of 256 shuffles, which turns the
-// bytes of each lane round and closes the gaps.
-
 namespace tev::avx2
 {
 namespace
 {
 constexpr size_t kBlock = 64;
-constexpr size_t kRun = 8;   // bytes whose starts choose one shuffle
-constexpr size_t kLanes = 8; // characters stored at a time
-constexpr ptrdiff_t kMostBytes = 4 * kLanes;
+constexpr size_t kRun = 8; // bytes whose starts choose one shuffle
 
 struct alignas(32) Shuffle
 {
@@ -66,40 +58,6 @@ constexpr std::array<Shuffle, 256> MakeShuffles()
 
 alignas(64) constexpr std::array<Shuffle, 256> kShuffles = MakeShuffles();
 
-/// How the bytes of four characters move together, by their lengths: bit i of the number is the lower bit, bit 4 + i the
-/// upper bit of the length of character i less one.
-struct alignas(16) Packing
-{
-    unsigned char m_source[16];
-};
-
-struct Packings
-{
-    std::array<Packing, 256> m_shuffles;
-    std::array<unsigned char, 256> m_sizes;
-};
-
-constexpr Packings MakePackings()
-{
-    Packings packings{};
-    for (size_t lengths = 0; lengths < packings.m_sizes.size(); ++lengths)
-    {
-        size_t size = 0;
-        for (size_t lane = 0; lane < 4; ++lane)
-        {
-            const size_t last = (lengths >> lane & 1) + 2 * (lengths >> (4 + lane) & 1);
-            for (size_t i = 0; i <= last; ++i)
-                packings.m_shuffles[lengths].m_source[size++] = static_cast<unsigned char>(lane * 4 + last - i);
-        }
-        packings.m_sizes[lengths] = static_cast<unsigned char>(size);
-    }
-    return packings;
-}
-
-alignas(64) constexpr Packings kPackings = MakePackings();
-
-constexpr size_t kStep = sizeof(__m256i);
-
 /// All ones, then zeros: read from the middle backwards, a mask of the first bytes.
 constexpr std::array<unsigned char, 2 * kStep> kFront = [] {
     std::array<unsigned char, 2 * kStep> front{};
@@ -116,9 +74,46 @@ TEV_TARGET_AVX2 inline __m256i Table(char v0, char v1, char v2, char v3, char v4
                             v7, v8, v9, vA, vB, vC, vD, vE, vF);
 }
 
-TEV_TARGET_AVX2 inline __m256i Load(const void* source)
+/// Sixteen places, and then places that stay empty: from the middle minus n on, a shuffle that moves bytes up by n.
+constexpr std::array<unsigned char, 32> kMoves = [] {
+    std::array<unsigned char, 32> moves{};
+    for (size_t i = 0; i < moves.size(); ++i)
+        moves[i] = static_cast<unsigned char>(i < 16 ? i : 0x80);
+    return moves;
+}();
+
+template <class Number>
+inline uint64_t LoadNumber(const char* text)
 {
-    return _mm256_loadu_si256(static_cast<const __m256i*>(source));
+    Number number;
+    std::memcpy(&number, text, sizeof number);
+    return number;
+}
+
+/// At most 15 bytes and NULs behind them. Nothing past the text is read: two parts of it overlap.
+TEV_TARGET_AVX2 inline __m128i LoadFewBytes(const char* text, size_t size)
+{
+    if (size >= 8)
+    {
+        const uint64_t upper = LoadNumber<uint64_t>(text + size - 8) >> 8 * (15 - size) >> 8;
+        return _mm_set_epi64x(static_cast<long long>(upper), static_cast<long long>(LoadNumber<uint64_t>(text)));
+    }
+    uint64_t bytes = 0;
+    if (size >= 4)
+        bytes = LoadNumber<uint32_t>(text) | LoadNumber<uint32_t>(text + size - 4) << 8 * (size - 4);
+    else if (size != 0)
+        bytes = LoadNumber<unsigned char>(text) | LoadNumber<unsigned char>(text + size / 2) << 8 * (size / 2) |
+                LoadNumber<unsigned char>(text + size - 1) << 8 * (size - 1);
+    return _mm_cvtsi64_si128(static_cast<long long>(bytes));
+}
+
+/// The same for at most 31 bytes.
+TEV_TARGET_AVX2 inline __m256i LoadShort(const char* text, size_t size)
+{
+    if (size < 16)
+        return _mm256_zextsi128_si256(LoadFewBytes(text, size));
+    const __m128i upper = _mm_shuffle_epi8(LoadHalf(text + size - 16), LoadHalf(kMoves.data() + (kStep - size)));
+    return _mm256_inserti128_si256(_mm256_castsi128_si256(LoadHalf(text)), upper, 1);
 }
 
 /// The first bytes, at most 32, of those that can be read; `rest` in place of the others.
@@ -126,16 +121,6 @@ TEV_TARGET_AVX2 inline __m256i LoadFront(const char* bytes, size_t count, __m256
 {
     const __m256i block = Load(bytes);
     return count >= kStep ? block : _mm256_blendv_epi8(rest, block, Load(kFront.data() + kStep - count));
-}
-
-TEV_TARGET_AVX2 inline void Store(void* target, __m256i value)
-{
-    _mm256_storeu_si256(static_cast<__m256i*>(target), value);
-}
-
-TEV_TARGET_AVX2 inline __m256i Masked(__m256i lanes, unsigned mask)
-{
-    return _mm256_and_si256(lanes, _mm256_set1_epi32(static_cast<int>(mask)));
 }
 
 TEV_TARGET_AVX2 inline bool IsAscii(__m256i bytes)
@@ -212,12 +197,11 @@ TEV_TARGET_AVX2 inline void WidenAscii(const char* text, wchar_t* wide)
         Store(wide + i, _mm256_cvtepu8_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(text + i))));
 }
 
-/// Eight lanes of code points: those that start in the eight bytes at `text`, and then nothing of meaning.
-TEV_TARGET_AVX2 inline __m256i DecodeRun(const char* text, unsigned starts)
+/// Eight lanes of code points: those that start in the first eight bytes, and then nothing of meaning.
+TEV_TARGET_AVX2 inline __m256i DecodeRun(__m128i bytes, unsigned starts)
 {
     // With the top bit turned over, the first byte of a character has in its upper half 8 to 15 for ASCII, 4 and 5 for two
     // bytes, 6 for three and 7 for four. Nothing has 0, which the three upper bytes of each lookup below leave at 0.
-    const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text));
     const __m256i turned =
         _mm256_xor_si256(_mm256_broadcastsi128_si256(bytes), _mm256_set1_epi8(static_cast<char>(0x80)));
     const __m256i shuffle = _mm256_load_si256(reinterpret_cast<const __m256i*>(kShuffles[starts].m_source));
@@ -232,6 +216,7 @@ TEV_TARGET_AVX2 inline __m256i DecodeRun(const char* text, unsigned starts)
     const __m256i down = _mm256_shuffle_epi8(Table(0, 0, 0, 0, 21, 21, 16, 11, 25, 25, 25, 25, 25, 25, 25, 25), kind);
     return _mm256_srlv_epi32(_mm256_sllv_epi32(joined, up), down);
 }
+
 /// Decodes the characters that start in the block at the given bits. Reads eight bytes past the block. The returned end
 /// leaves up to eight characters to be overwritten.
 TEV_TARGET_AVX2 inline wchar_t* DecodeBlock(const char* block, unsigned long long starts, wchar_t* out)
@@ -239,78 +224,12 @@ TEV_TARGET_AVX2 inline wchar_t* DecodeBlock(const char* block, unsigned long lon
     for (; starts != 0; starts >>= kRun, block += kRun)
     {
         const unsigned runStarts = starts & 0xFF;
-        Store(out, DecodeRun(block, runStarts));
+        Store(out, DecodeRun(LoadHalf(block), runStarts));
         out += __builtin_popcount(runStarts);
     }
     return out;
 }
 
-/// Which of eight characters take more than one, two and three bytes: all ones in their lanes.
-struct Longer
-{
-    __m256i m_thanOne;
-    __m256i m_thanTwo;
-    __m256i m_thanThree;
-};
-
-TEV_TARGET_AVX2 inline Longer Classify(__m256i characters)
-{
-    return {_mm256_cmpgt_epi32(characters, _mm256_set1_epi32(0x7F)),
-            _mm256_cmpgt_epi32(characters, _mm256_set1_epi32(0x7FF)),
-            _mm256_cmpgt_epi32(characters, _mm256_set1_epi32(0xFFFF))};
-}
-
-/// One bit for each lane.
-TEV_TARGET_AVX2 inline unsigned LaneBits(__m256i lanes)
-{
-    return static_cast<unsigned>(_mm256_movemask_ps(_mm256_castsi256_ps(lanes)));
-}
-
-/// Not zero in the lanes of surrogates and of what lies above U+10FFFF.
-TEV_TARGET_AVX2 inline __m256i NoCharacters(__m256i characters)
-{
-    const __m256i surrogates = _mm256_cmpeq_epi32(Masked(characters, 0xFFFFF800), _mm256_set1_epi32(0xD800));
-    const __m256i beyond = _mm256_cmpgt_epi32(_mm256_srli_epi32(characters, 16), _mm256_set1_epi32(0x10));
-    return _mm256_or_si256(surrogates, beyond);
-}
-
-/// The bytes of eight characters, the last byte of each lowest in its lane.
-TEV_TARGET_AVX2 inline __m256i SpreadBytes(__m256i characters, const Longer& longer)
-{
-    const __m256i groups =
-        _mm256_or_si256(_mm256_or_si256(Masked(characters, 0x3F), Masked(_mm256_slli_epi32(characters, 2), 0x3F00)),
-                        _mm256_or_si256(Masked(_mm256_slli_epi32(characters, 4), 0x3F0000),
-                                        Masked(_mm256_slli_epi32(characters, 6), 0x07000000)));
-    // Each further byte turns the marker C0 80 into E0 80 80, and that into F0 80 80 80.
-    const __m256i markers = _mm256_xor_si256(
-        _mm256_xor_si256(Masked(longer.m_thanOne, 0xC080), Masked(longer.m_thanTwo, 0xC080 ^ 0xE08080)),
-        Masked(longer.m_thanThree, 0xE08080 ^ 0xF0808080));
-    return _mm256_blendv_epi8(characters, _mm256_or_si256(groups, markers), longer.m_thanOne);
-}
-
-TEV_TARGET_AVX2 inline char* WritePacked(__m128i bytes, unsigned lengths, char* out)
-{
-    const __m128i shuffle = _mm_load_si128(reinterpret_cast<const __m128i*>(kPackings.m_shuffles[lengths].m_source));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm_shuffle_epi8(bytes, shuffle));
-    return out + kPackings.m_sizes[lengths];
-}
-
-/// Writes at most 32 bytes, of which the returned end may leave some to be overwritten.
-TEV_TARGET_AVX2 inline char* EncodeEight(__m256i characters, const Longer& longer, char* out)
-{
-    const __m256i bytes = SpreadBytes(characters, longer);
-    const unsigned upper = LaneBits(longer.m_thanTwo);
-    const unsigned lower = LaneBits(longer.m_thanOne) ^ upper ^ LaneBits(longer.m_thanThree);
-    out = WritePacked(_mm256_castsi256_si128(bytes), (lower & 0x0F) | (upper & 0x0F) << 4, out);
-    return WritePacked(_mm256_extracti128_si256(bytes, 1), lower >> 4 | (upper & 0xF0), out);
-}
-
-/// Writes eight ASCII characters.
-TEV_TARGET_AVX2 inline void NarrowAscii(__m256i characters, char* text)
-{
-    const __m128i words = _mm_packus_epi32(_mm256_castsi256_si128(characters), _mm256_extracti128_si256(characters, 1));
-    _mm_storel_epi64(reinterpret_cast<__m128i*>(text), _mm_packus_epi16(words, words));
-}
 } // namespace
 
 TEV_TARGET_AVX2 TextMeasure Measure(const char* text, size_t size) noexcept
@@ -319,7 +238,8 @@ TEV_TARGET_AVX2 TextMeasure Measure(const char* text, size_t size) noexcept
     __m256i faults = _mm256_setzero_si256();
     size_t length = 0;
     size_t i = 0;
-    bool ascii = true; // the block before is: a character that begins in it cannot go on in the next one
+    bool ascii = true; // the block before is: a character that begins in it
+                       // cannot go on in the next one
     for (; size - i >= kStep; i += kStep)
     {
         const __m256i block = Load(text + i);
@@ -335,9 +255,7 @@ TEV_TARGET_AVX2 TextMeasure Measure(const char* text, size_t size) noexcept
         previous = block;
     }
     // The rest is filled up with NULs, at least one, which also shows a character that was cut off.
-    char rest[kStep] = {};
-    std::memcpy(rest, text + i, size - i);
-    const __m256i block = Load(rest);
+    const __m256i block = LoadShort(text + i, size - i);
     faults = _mm256_or_si256(faults, Faults(block, previous));
     length += static_cast<size_t>(__builtin_popcount(Starts(block))) - (kStep - (size - i));
     return {length, _mm256_testz_si256(faults, faults) != 0};
@@ -380,48 +298,33 @@ TEV_TARGET_AVX2 void DecodeUtf8(const char* text, size_t size, wchar_t* wide, co
     }
 }
 
-TEV_TARGET_AVX2 TextMeasure Measure(const wchar_t* wide, size_t length) noexcept
+TEV_TARGET_AVX2 void DecodeShortUtf8(const char* text, size_t size, wchar_t* wide, size_t length, size_t room) noexcept
 {
-    __m256i faults = _mm256_setzero_si256();
-    size_t size = 0;
-    size_t i = 0;
-    for (; length - i >= kLanes; i += kLanes)
+    wchar_t characters[kStep + kLanes];
+    const bool isRoom = room >= length + kLanes;
+    wchar_t* out = isRoom ? wide : characters;
+    const __m256i block = LoadShort(text, size);
+    __m128i lower = _mm256_castsi256_si128(block);
+    __m128i upper = _mm256_extracti128_si256(block, 1);
+    unsigned starts = Starts(block) & ((1u << size) - 1);
+    if (IsAscii(block))
     {
-        const __m256i characters = Load(wide + i);
-        const Longer longer = Classify(characters);
-        faults = _mm256_or_si256(faults, NoCharacters(characters));
-        size += kLanes + static_cast<size_t>(__builtin_popcount(LaneBits(longer.m_thanOne)) +
-                                             __builtin_popcount(LaneBits(longer.m_thanTwo)) +
-                                             __builtin_popcount(LaneBits(longer.m_thanThree)));
-    }
-    bool valid = _mm256_testz_si256(faults, faults) != 0;
-    for (; i < length; ++i)
-    {
-        const auto c = static_cast<char32_t>(wide[i]);
-        valid = valid && c <= kMaxCodePoint && !IsSurrogate(c);
-        size += Utf8Form::Size(c);
-    }
-    return {size, valid};
-}
-
-TEV_TARGET_AVX2 void EncodeUtf8(const wchar_t* wide, size_t length, char* text, const char* textEnd) noexcept
-{
-    size_t taken = 0;
-    for (; length - taken >= kLanes; taken += kLanes)
-    {
-        const __m256i characters = Load(wide + taken);
-        const Longer longer = Classify(characters);
-        if (LaneBits(longer.m_thanOne) == 0)
+        for (; starts != 0; starts >>= kRun, out += kLanes)
         {
-            NarrowAscii(characters, text);
-            text += kLanes;
-            continue;
+            Store(out, _mm256_cvtepu8_epi32(lower));
+            lower = _mm_alignr_epi8(upper, lower, kRun);
+            upper = _mm_srli_si128(upper, kRun);
         }
-        if (textEnd - text < kMostBytes)
-            break;
-        text = EncodeEight(characters, longer, text);
     }
-    Write<Utf8Form>(WideReader<>(wide + taken, length - taken), text);
+    for (; starts != 0; starts >>= kRun)
+    {
+        Store(out, DecodeRun(lower, starts & 0xFF));
+        out += __builtin_popcount(starts & 0xFF);
+        lower = _mm_alignr_epi8(upper, lower, kRun);
+        upper = _mm_srli_si128(upper, kRun);
+    }
+    if (!isRoom)
+        std::memcpy(wide, characters, length * sizeof(wchar_t));
 }
 
 TEV_TARGET_AVX2 PaddedDecoding DecodePaddedUtf8(const char* text, size_t size, wchar_t* wide) noexcept

@@ -27,9 +27,13 @@ inline bool IsAvailable() noexcept
 [[nodiscard]] TextMeasure Measure(const char* text, size_t size) noexcept;
 [[nodiscard]] TextMeasure Measure(const wchar_t* wide, size_t length) noexcept;
 
-// Both convert a valid text, and write exactly as much as was measured.
+// These convert a valid text.
 
 void DecodeUtf8(const char* text, size_t size, wchar_t* wide, const wchar_t* wideEnd) noexcept;
+/// A text below kShort, which becomes `length` characters where `room` may be written to.
+void DecodeShortUtf8(const char* text, size_t size, wchar_t* wide, size_t length, size_t room) noexcept;
+constexpr size_t kShort = 32;
+/// May write up to `textEnd`, which is not before the end of the result.
 void EncodeUtf8(const wchar_t* wide, size_t length, char* text, const char* textEnd) noexcept;
 
 /// What a text in a padded buffer became.

@@ -3,8 +3,13 @@
 #include "base/LittleEndian.h"
 #include "text/UtfAvx2.h"
 
+#include <algorithm>
 #include <array>
 #include <type_traits>
+
+#if defined(__x86_64__) && defined(__GNUC__)
+#include <emmintrin.h>
+#endif
 
 namespace tev
 {
@@ -91,12 +96,95 @@ constexpr std::array<uint64_t, 256> MakeRows() noexcept
 
 constexpr std::array<uint64_t, 256> kRows = MakeRows();
 
+#if defined(__x86_64__) && defined(__GNUC__)
+// One bit for each of 64 bytes: of what kind they are, each kind found by one comparison of signed numbers.
+class ByteKinds
+{
+public:
+    explicit ByteKinds(const char* text) noexcept
+    {
+        for (size_t i = 0; i < 4; ++i)
+            m_bytes[i] = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text) + i);
+    }
+    uint64_t NotAscii() const noexcept
+    {
+        return Bits([](__m128i bytes) { return bytes; });
+    }
+    uint64_t Below(int value) const noexcept
+    {
+        return Bits(
+            [each = _mm_set1_epi8(static_cast<char>(value))](__m128i bytes) { return _mm_cmpgt_epi8(each, bytes); });
+    }
+    uint64_t AreOne(int value, int mask = 0xFF) const noexcept
+    {
+        return Bits([each = _mm_set1_epi8(static_cast<char>(value)), bits = _mm_set1_epi8(static_cast<char>(mask))](
+                        __m128i bytes) { return _mm_cmpeq_epi8(_mm_and_si128(bytes, bits), each); });
+    }
+
+private:
+    template <class Compare>
+    uint64_t Bits(Compare compare) const noexcept
+    {
+        uint64_t bits = 0;
+        for (size_t i = 0; i < 4; ++i)
+            bits |= uint64_t{static_cast<uint32_t>(_mm_movemask_epi8(compare(m_bytes[i])))} << 16 * i;
+        return bits;
+    }
+
+    __m128i m_bytes[4];
+};
+
+// How many bytes at the front are valid for certain. They end with a whole character.
+size_t ValidFront(const char* text, size_t size) noexcept
+{
+    constexpr size_t kBlock = 64;
+    size_t valid = 0;
+    while (size - valid >= kBlock)
+    {
+        const ByteKinds kinds(text + valid);
+        const uint64_t notAscii = kinds.NotAscii();
+        if (notAscii == 0)
+        {
+            valid += kBlock;
+            continue;
+        }
+        const uint64_t continuations = kinds.Below(0xC0);
+        const uint64_t leads = notAscii & ~continuations;
+        const uint64_t leads3 = leads & ~kinds.Below(0xE0); // and more
+        const uint64_t leads4 = leads & ~kinds.Below(0xF0);
+        uint64_t faults = continuations ^ (leads << 1 | leads3 << 2 | leads4 << 3);
+        faults |= kinds.AreOne(0xC0, 0xFE); // overlong forms of ASCII
+        if (leads3 != 0)
+        {
+            faults |= kinds.AreOne(0xE0) << 1 & kinds.Below(0xA0);
+            faults |= kinds.AreOne(0xED) << 1 & ~kinds.Below(0xA0);
+        }
+        if (leads4 != 0)
+        {
+            faults |= kinds.AreOne(0xF0) << 1 & kinds.Below(0x90);
+            faults |= kinds.AreOne(0xF4) << 1 & ~kinds.Below(0x90);
+            faults |= leads & ~kinds.Below(0xF5);
+        }
+        if (faults != 0)
+            break;
+        // A character that goes on behind the block is left for the next one.
+        valid += kBlock - (leads >> 63) - 2 * (leads3 >> 62 & 1) - 3 * (leads4 >> 61 & 1);
+    }
+    return valid;
+}
+#else
+size_t ValidFront(const char*, size_t) noexcept
+{
+    return 0;
+}
+#endif
+
 // The length of these means something only when the text is valid.
 
 TextMeasure MeasurePlainly(const char* text, size_t size) noexcept
 {
     uint64_t state = kWhole;
-    for (size_t i = 0; i < size; ++i)
+    for (size_t i = ValidFront(text, size); i < size; ++i)
         state = kRows[static_cast<unsigned char>(text[i])] >> (state & 63);
     // A loop of its own, which the compiler does in vectors.
     size_t length = 0;
@@ -133,6 +221,12 @@ void DecodeValid(const char* text, size_t size, wchar_t* wide) noexcept
         char32_t c = *next;
         if (c < 0x80)
         {
+            const char* const rest = reinterpret_cast<const char*>(next);
+            const size_t ascii = CopyAsciiFront(rest, static_cast<size_t>(end - next), wide);
+            next += ascii;
+            wide += ascii;
+            if (ascii != 0)
+                continue;
             next += 1;
         }
         else if (c < 0xE0)
@@ -154,10 +248,14 @@ void DecodeValid(const char* text, size_t size, wchar_t* wide) noexcept
     }
 }
 
-/// Encodes text that is known to be code points.
-void EncodeValid(const wchar_t* wide, size_t length, char* text) noexcept
+char Following(char32_t c, int shift) noexcept
 {
-    const auto following = [](char32_t c, int shift) { return static_cast<char>(0x80 | (c >> shift & 0x3F)); };
+    return static_cast<char>(0x80 | (c >> shift & 0x3F));
+}
+
+/// Encodes text that is known to be code points, one at a time.
+char* EncodeEach(const wchar_t* wide, size_t length, char* text) noexcept
+{
     for (const wchar_t* const end = wide + length; wide != end; ++wide)
     {
         const auto c = static_cast<char32_t>(*wide);
@@ -168,25 +266,56 @@ void EncodeValid(const wchar_t* wide, size_t length, char* text) noexcept
         else if (c < 0x800)
         {
             text[0] = static_cast<char>(0xC0 | c >> 6);
-            text[1] = following(c, 0);
+            text[1] = Following(c, 0);
             text += 2;
         }
         else if (c < 0x10000)
         {
             text[0] = static_cast<char>(0xE0 | c >> 12);
-            text[1] = following(c, 6);
-            text[2] = following(c, 0);
+            text[1] = Following(c, 6);
+            text[2] = Following(c, 0);
             text += 3;
         }
         else
         {
             text[0] = static_cast<char>(0xF0 | c >> 18);
-            text[1] = following(c, 12);
-            text[2] = following(c, 6);
-            text[3] = following(c, 0);
+            text[1] = Following(c, 12);
+            text[2] = Following(c, 6);
+            text[3] = Following(c, 0);
             text += 4;
         }
     }
+    return text;
+}
+
+/// The same of characters below U+0800 without a branch: two bytes are written for each, and the second byte of an
+/// ASCII character is overwritten by what follows.
+char* EncodePairsOfStep(const wchar_t* wide, char* text) noexcept
+{
+    for (size_t i = 0; i < kStep; ++i)
+    {
+        const auto c = static_cast<char32_t>(wide[i]);
+        const bool isAscii = c < 0x80;
+        text[0] = static_cast<char>(isAscii ? c : 0xC0 | c >> 6);
+        text[1] = Following(c, 0);
+        text += isAscii ? 1 : 2;
+    }
+    return text;
+}
+
+/// Encodes text that is known to be code points.
+void EncodeValid(const wchar_t* wide, size_t length, char* text) noexcept
+{
+    // More than a step is left, so that there is room behind a pair.
+    for (; length > kStep; wide += kStep, length -= kStep)
+    {
+        const auto highest = *std::max_element(wide, wide + kStep);
+        if (highest < 0x80)
+            text += CopyAsciiFront(wide, kStep, text);
+        else
+            text = highest < 0x800 ? EncodePairsOfStep(wide, text) : EncodeEach(wide, kStep, text);
+    }
+    EncodeEach(wide, length, text);
 }
 
 uint16_t UnitAt(const char* text, size_t index) noexcept
@@ -194,17 +323,13 @@ uint16_t UnitAt(const char* text, size_t index) noexcept
     return LoadLittleEndian<uint16_t>(reinterpret_cast<const unsigned char*>(text) + 2 * index);
 }
 
-// Shorter texts are not worth the set-up of the vector kernels.
-constexpr size_t kMeasureWorth = 16;
-constexpr size_t kConvertWorth = 48;
-
 /// Either of the ways to measure, whichever is faster here; the length means something only when the text is valid.
 template <class Unit>
 TextMeasure MeasureIfValid(const Unit* text, size_t size) noexcept
 {
     if constexpr (avx2::kIsBuilt)
     {
-        if (size >= kMeasureWorth && avx2::IsAvailable())
+        if (avx2::IsAvailable())
             return avx2::Measure(text, size);
     }
     const size_t ascii = AsciiFront(text, size);
@@ -215,14 +340,11 @@ TextMeasure MeasureIfValid(const Unit* text, size_t size) noexcept
 
 TextMeasure MeasureUtf8(const char* text, size_t size) noexcept
 {
-    const size_t ascii = size < kConvertWorth ? AsciiFront(text, size) : 0;
-    const TextMeasure rest = MeasureIfValid(text + ascii, size - ascii);
-    if (rest.m_valid)
-        return {ascii + rest.m_length, true};
-    return {ascii + Measure<WideForm<>>(Utf8Reader(text + ascii, size - ascii)), false};
+    const TextMeasure measure = MeasureIfValid(text, size);
+    return measure.m_valid ? measure : TextMeasure{Measure<WideForm<>>(Utf8Reader(text, size)), false};
 }
 
-void Utf8ToWide(const char* text, size_t size, TextMeasure measure, wchar_t* wide) noexcept
+void Utf8ToWide(const char* text, size_t size, TextMeasure measure, wchar_t* wide, size_t room) noexcept
 {
     if (!measure.m_valid)
     {
@@ -231,9 +353,12 @@ void Utf8ToWide(const char* text, size_t size, TextMeasure measure, wchar_t* wid
     }
     if constexpr (avx2::kIsBuilt)
     {
-        if (size >= kConvertWorth && avx2::IsAvailable())
+        if (avx2::IsAvailable())
         {
-            avx2::DecodeUtf8(text, size, wide, wide + measure.m_length);
+            if (size < avx2::kShort)
+                avx2::DecodeShortUtf8(text, size, wide, measure.m_length, room);
+            else
+                avx2::DecodeUtf8(text, size, wide, wide + measure.m_length);
             return;
         }
     }
@@ -247,23 +372,22 @@ TextMeasure MeasureWide(const wchar_t* wide, size_t length) noexcept
     return measure.m_valid ? measure : TextMeasure{Measure<Utf8Form>(WideReader<>(wide, length)), false};
 }
 
-void WideToUtf8(const wchar_t* wide, size_t length, TextMeasure measure, char* text) noexcept
+void WideToUtf8(const wchar_t* wide, size_t length, TextMeasure measure, char* text, size_t room) noexcept
 {
-    if constexpr (avx2::kIsBuilt)
-    {
-        if (measure.m_valid && length >= kMeasureWorth && avx2::IsAvailable())
-        {
-            avx2::EncodeUtf8(wide, length, text, text + measure.m_length);
-            return;
-        }
-    }
     if (!measure.m_valid)
     {
         Write<Utf8Form>(WideReader<>(wide, length), text);
         return;
     }
-    const size_t ascii = CopyAsciiFront(wide, length, text);
-    EncodeValid(wide + ascii, length - ascii, text + ascii);
+    if constexpr (avx2::kIsBuilt)
+    {
+        if (avx2::IsAvailable())
+        {
+            avx2::EncodeUtf8(wide, length, text, text + std::max(measure.m_length, room));
+            return;
+        }
+    }
+    EncodeValid(wide, length, text);
 }
 
 // Most UTF-16 has neither pairs nor what must be replaced, and its units are the characters. The loops for it go

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "text/CXTString.h"
+#include "text/InstructionSets.h"
 #include "text/TextEncoding.h"
 
 #include <gtest/gtest.h>
@@ -42,6 +43,16 @@ public:
 
 private:
     unsigned m_before;
+};
+
+/// Lets the library do without the instructions that only some processors have, until the end of the scope.
+class WithoutAvx2
+{
+public:
+    explicit WithoutAvx2(bool without = true) { g_withoutAvx2 = without; }
+    ~WithoutAvx2() { g_withoutAvx2 = false; }
+    WithoutAvx2(const WithoutAvx2&) = delete;
+    WithoutAvx2& operator=(const WithoutAvx2&) = delete;
 };
 
 /// Exactly these characters in a block of their own, without a terminator: an address sanitizer sees what reads on.

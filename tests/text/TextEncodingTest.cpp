@@ -11,6 +11,7 @@
 #include <iconv.h>
 #include <iterator>
 #include <memory>
+#include <random>
 #include <string>
 
 using namespace std::string_literals;
@@ -21,14 +22,21 @@ using tev::test::AnsiCodePage;
 using tev::test::CodePage;
 using tev::test::ExactBlock;
 using tev::test::ToStd;
+using tev::test::WithoutAvx2;
 
 constexpr xStringEncoding kUtf32 = static_cast<xStringEncoding>(12000);
 constexpr xStringEncoding kUtf32BE = static_cast<xStringEncoding>(12001);
+
+// Each conversion is done with and without the instructions that only some processors have.
 
 std::wstring Decode(const std::string& bytes, xStringEncoding encoding)
 {
     CXTString<wchar_t> text(L"left over");
     EXPECT_TRUE(XDecodeText(ExactBlock(bytes).get(), bytes.size(), encoding, text));
+    const WithoutAvx2 plain;
+    CXTString<wchar_t> same;
+    EXPECT_TRUE(XDecodeText(ExactBlock(bytes).get(), bytes.size(), encoding, same));
+    EXPECT_TRUE(same == text) << testing::PrintToString(bytes);
     return ToStd(text);
 }
 
@@ -36,6 +44,10 @@ std::string Encode(const std::wstring& text, xStringEncoding encoding)
 {
     CXTString<char> bytes("left over");
     EXPECT_TRUE(XEncodeText(ExactBlock(text).get(), text.size(), encoding, bytes));
+    const WithoutAvx2 plain;
+    CXTString<char> same;
+    EXPECT_TRUE(XEncodeText(ExactBlock(text).get(), text.size(), encoding, same));
+    EXPECT_TRUE(same == bytes) << testing::PrintToString(text);
     return ToStd(bytes);
 }
 
@@ -274,6 +286,62 @@ TEST(TextEncodingTest, SampleTextsAgreeInAllForms)
     EXPECT_EQ(std::count(stress.begin(), stress.end(), L'\xFFFD'), 379);
 }
 
+// One script and ASCII, or all mixed, in every tenth text with a wrong character.
+std::wstring RandomText(std::mt19937& random)
+{
+    constexpr wchar_t kFirst[] = {0, 0x80, 0x800, 0x10000};
+    constexpr unsigned kCount[] = {0x80, 0x780, 0xD000, 0x100000};
+    const unsigned script = random() % 5;
+    std::wstring text(random() % (random() % 4 == 0 ? 400 : 70), L' ');
+    for (wchar_t& c : text)
+    {
+        const unsigned kind = script == 4 ? random() % 4 : random() % 5 == 0 ? 0 : script;
+        c = static_cast<wchar_t>(kFirst[kind] + static_cast<wchar_t>(random() % kCount[kind]));
+    }
+    if (!text.empty() && random() % 10 == 0)
+        text[random() % text.size()] = static_cast<wchar_t>(random() % 2 == 0 ? 0xD800 + random() % 0x800 : random());
+    return text;
+}
+
+TEST(TextEncodingTest, KernelsAgreeWithTheReadersAndKeepToTheirRoom)
+{
+    constexpr unsigned kSeed = 1711;
+    SCOPED_TRACE(kSeed);
+    std::mt19937 random(kSeed);
+    for (int round = 0; round < 3000; ++round)
+    {
+        const std::wstring text = RandomText(random);
+        const tev::WideReader<> characters(text.data(), text.size());
+        std::string bytes(tev::Measure<tev::Utf8Form>(characters), '\0');
+        tev::Write<tev::Utf8Form>(characters, bytes.data());
+        std::string damaged = bytes;
+        if (!bytes.empty() && round % 3 == 0)
+            damaged[random() % bytes.size()] = static_cast<char>(random());
+        const tev::Utf8Reader read(damaged.data(), damaged.size());
+        std::wstring decoded(tev::Measure<tev::WideForm<>>(read), L'\0');
+        tev::Write<tev::WideForm<>>(read, decoded.data());
+        const auto narrow = ExactBlock(damaged);
+        const auto wide = ExactBlock(text);
+        for (const bool without : {false, true})
+        {
+            const WithoutAvx2 plain(without);
+            const tev::TextMeasure length = tev::MeasureUtf8(narrow.get(), damaged.size());
+            const tev::TextMeasure size = tev::MeasureWide(wide.get(), text.size());
+            ASSERT_EQ(length.m_length, decoded.size()) << round;
+            ASSERT_EQ(size.m_length, bytes.size()) << round;
+            for (const size_t more : {0, 7, 8, 40})
+            {
+                const auto toWide = std::make_unique<wchar_t[]>(decoded.size() + more);
+                tev::Utf8ToWide(narrow.get(), damaged.size(), length, toWide.get(), decoded.size() + more);
+                ASSERT_TRUE(std::equal(decoded.begin(), decoded.end(), toWide.get())) << round << ' ' << more;
+                const auto toNarrow = std::make_unique<char[]>(bytes.size() + more);
+                tev::WideToUtf8(wide.get(), text.size(), size, toNarrow.get(), bytes.size() + more);
+                ASSERT_TRUE(std::equal(bytes.begin(), bytes.end(), toNarrow.get())) << round << ' ' << more;
+            }
+        }
+    }
+}
+
 TEST(TextEncodingTest, SixteenBitWideTextHoldsPairs)
 {
     const std::string utf8 = "a\xC3\xA9\xE4\xB8\xAD\xF0\x9F\x98\x80\xFF";
@@ -355,7 +423,8 @@ TEST(TextEncodingTest, CodePagesReplaceWhatHasNoMeaning)
         {932, "a\x93", L"a\xFFFD"},
         {932, "\x93 z", L"\xFFFD z"},
         {54936, "a\x94\x39\xFC", L"a\xFFFD"},
-        {1255, "\xE0\xD9\xE1", L"\x5D0\xFFFD\x5D1"}, // the decoder keeps a letter back, in case an accent follows
+        {1255, "\xE0\xD9\xE1", L"\x5D0\xFFFD\x5D1"}, // the decoder keeps a letter back, in case an
+                                                     // accent follows
         {1255, "\xE0", L"\x5D0"},
     };
     for (const auto& each : decoded)
