@@ -223,10 +223,10 @@ size_t CommonLengthPlainly(const wchar_t* left, const wchar_t* right, size_t cou
 {
     size_t at = 0;
 #if defined(__x86_64__)
-    constexpr size_t kBlock = 16 / sizeof(wchar_t);
-    for (; count >= kBlock && at < count; at += kBlock)
+    constexpr size_t kAtOnce = 16 / sizeof(wchar_t);
+    for (; count >= kAtOnce && at < count; at += kAtOnce)
     {
-        at = std::min(at, count - kBlock);
+        at = std::min(at, count - kAtOnce);
         const __m128i same = _mm_cmpeq_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(left + at)),
                                             _mm_loadu_si128(reinterpret_cast<const __m128i*>(right + at)));
         const unsigned differences = static_cast<unsigned>(_mm_movemask_epi8(same)) ^ 0xFFFF;
@@ -244,8 +244,8 @@ size_t CommonLengthPlainly(const wchar_t* left, const wchar_t* right, size_t cou
 __attribute__((target("avx2"))) size_t CommonLengthAvx2(const wchar_t* left, const wchar_t* right,
                                                         size_t count) noexcept
 {
-    constexpr size_t kBlock = 8;
-    constexpr size_t kStretch = 4 * kBlock;
+    constexpr size_t kAtOnce = 8;
+    constexpr size_t kStretch = 4 * kAtOnce;
     const auto same = [=](size_t at) __attribute__((target("avx2")))
     {
         return SameCharacters<wchar_t>(LoadCharacters(left + at), LoadCharacters(right + at));
@@ -253,14 +253,14 @@ __attribute__((target("avx2"))) size_t CommonLengthAvx2(const wchar_t* left, con
     size_t at = 0;
     for (; count - at >= kStretch; at += kStretch)
     {
-        const __m256i low = _mm256_and_si256(same(at), same(at + kBlock));
-        const __m256i high = _mm256_and_si256(same(at + 2 * kBlock), same(at + 3 * kBlock));
+        const __m256i low = _mm256_and_si256(same(at), same(at + kAtOnce));
+        const __m256i high = _mm256_and_si256(same(at + 2 * kAtOnce), same(at + 3 * kAtOnce));
         if (_mm256_movemask_epi8(_mm256_and_si256(low, high)) != -1)
             break;
     }
-    for (; at < count; at += kBlock)
+    for (; at < count; at += kAtOnce)
     {
-        at = std::min(at, count - kBlock);
+        at = std::min(at, count - kAtOnce);
         const unsigned differences = ~static_cast<unsigned>(_mm256_movemask_epi8(same(at)));
         if (differences != 0)
             return at + static_cast<size_t>(__builtin_ctz(differences)) / sizeof(wchar_t);
