@@ -38,6 +38,7 @@
 #include "maps/CHashMethods.h"
 #include "maps/CHashTable.h"
 #include "maps/CIntMap.h"
+#include "maps/HashFar.h"
 #include "maps/HashSizes.h"
 #include "maps/HashSlot.h"
 #include "maps/HashSlots.h"

@@ -2,6 +2,7 @@
 // operation.
 
 #include "maps/CHashMap.h"
+#include "tests/support/HashTableModel.h"
 
 #include <benchmark/benchmark.h>
 
@@ -215,23 +216,6 @@ void Erase(benchmark::State& state)
     CountEntries(state, count);
 }
 
-// The key of a hash: each step of CHashMap's hash undone, last one first.
-std::uint32_t KeyOfHash(std::uint32_t h)
-{
-    const auto inverse = [](std::uint32_t odd) {
-        std::uint32_t x = odd;
-        for (int i = 0; i < 5; ++i)
-            x *= 2 - odd * x;
-        return x;
-    };
-    h ^= h >> 22;
-    h *= inverse(65);
-    h ^= (h >> 11) ^ (h >> 22);
-    h *= inverse(21);
-    h ^= h >> 31;
-    return (h + 1) * inverse((1U << 18) - 1);
-}
-
 // Keys whose homes in CHashMap's table for that many entries are as few slots as there can be, so that each search passes
 // many of them. The hash and the probing are fixed, since they decide the order of a walk; to the others these keys are
 // random.
@@ -248,7 +232,7 @@ std::vector<std::uint32_t> CraftedKeys(std::size_t count)
     for (std::uint64_t home = 0; keys.size() < count; ++home)
     {
         for (std::uint64_t hash = home; hash < (std::uint64_t(1) << 32) && keys.size() < count; hash += size)
-            keys.push_back(KeyOfHash(static_cast<std::uint32_t>(hash)));
+            keys.push_back(HashTableModel::KeyOf(static_cast<std::uint32_t>(hash)));
     }
     return keys;
 }

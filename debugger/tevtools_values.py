@@ -207,6 +207,7 @@ SCALARS = {
     0x464C4F41: "<f",  # "FLOA"
     0x444F5542: "<d",  # "DOUB"
 }
+KIND_GAP = 0  # where a value was
 KIND_BOOL, KIND_POINTER, KIND_WIDE, KIND_NARROW = 0x424F4F4C, 0x50545236, 0x554E4943, 0x414E5349
 KIND_LIST, KIND_MOMENT, KIND_FIELDS, KIND_ARRAY, KIND_STORE = 0x55535452, 0x54494D58, 0x54494D45, 0x41525241, 0x43444132
 CHUNK_HEADER = 12
@@ -301,12 +302,15 @@ def chunks(read, used, most, depth=0):
         except Exception as e:
             yield "...", trouble(e)
             return
+        start = offset + CHUNK_HEADER
+        offset = start + size
+        if kind == KIND_GAP:
+            continue
         try:
-            value = stored_value(kind, read(offset + CHUNK_HEADER, min(size, BLOCK)), size, depth)
+            value = stored_value(kind, read(start, min(size, BLOCK)), size, depth)
         except Exception as e:
             value = trouble(e)
         yield '0x%08X "%s"' % (identifier, spelled(kind)), value
-        offset += CHUNK_HEADER + size
 
 
 def listed(pairs):
@@ -314,15 +318,20 @@ def listed(pairs):
 
 
 def store_size(view):
-    used, allocated = view.number("m_used"), view.number("m_allocated")
-    if not 0 <= used <= allocated or (used != 0 and view.number("m_buffer") == 0):
+    used, end, allocated = view.number("m_used"), view.number("m_end"), view.number("m_allocated")
+    if not 0 <= used <= end <= allocated or (used != 0 and view.number("m_buffer") == 0):
         raise Damaged("%d bytes used of %d" % (used, allocated))
     return used
 
 
+def store_end(view):
+    store_size(view)
+    return view.number("m_end")
+
+
 def store_values(view, most=MOST_CHILDREN):
     buffer = view.number("m_buffer")
-    return chunks(lambda offset, count: view.read(buffer + offset, count), store_size(view), most)
+    return chunks(lambda offset, count: view.read(buffer + offset, count), store_end(view), most)
 
 
 def describe_store(view):

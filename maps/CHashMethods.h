@@ -56,10 +56,8 @@ constexpr unsigned MixKey64(std::uint64_t key) noexcept
 /// folded together; what is left over is covered by two loads that may overlap, so that no text is read byte by byte. The
 /// length goes in as well: a run of zeros differs from a longer one. No secret goes in, since the hash decides the order in
 /// which a map is walked and the order must be the same in each run: texts can be crafted to collide.
-inline unsigned HashBytes(const void* data, std::size_t count) noexcept
+inline std::uint64_t WideHashBytes(const void* data, std::size_t count, std::uint64_t seed, std::uint64_t salt) noexcept
 {
-    constexpr std::uint64_t kFirst = 0xA0761D6478BD642F;
-    constexpr std::uint64_t kSecond = 0xE7037ED1A0B428DB;
     const auto* bytes = static_cast<const unsigned char*>(data);
     const auto load64 = [](const unsigned char* at) noexcept {
         std::uint64_t value;
@@ -76,14 +74,14 @@ inline unsigned HashBytes(const void* data, std::size_t count) noexcept
         return product.m_high ^ product.m_low;
     };
 
-    std::uint64_t hash = kFirst;
+    std::uint64_t hash = seed;
     std::uint64_t first = 0;
     std::uint64_t second = 0;
     if (count > 16)
     {
         std::size_t left = count;
         for (; left > 16; left -= 16, bytes += 16)
-            hash = fold(load64(bytes) ^ kSecond, load64(bytes + 8) ^ hash);
+            hash = fold(load64(bytes) ^ salt, load64(bytes + 8) ^ hash);
         first = load64(bytes + left - 16);
         second = load64(bytes + left - 8);
     }
@@ -101,9 +99,17 @@ inline unsigned HashBytes(const void* data, std::size_t count) noexcept
     {
         first = (std::uint64_t(bytes[0]) << 16) | (std::uint64_t(bytes[count / 2]) << 8) | bytes[count - 1];
     }
-    hash = fold(fold(first ^ kSecond, second ^ hash), count ^ kFirst);
+    return fold(fold(first ^ salt, second ^ hash), count ^ seed);
+}
+
+inline unsigned HashBytes(const void* data, std::size_t count) noexcept
+{
+    const std::uint64_t hash = WideHashBytes(data, count, 0xA0761D6478BD642F, 0xE7037ED1A0B428DB);
     return static_cast<unsigned>(hash ^ (hash >> 32));
 }
+
+/// Differs from process to process.
+TEVTOOLS_API std::uint64_t HashSecret() noexcept;
 
 /// What a map of strings is asked with: a string or a plain C string, without a copy of either. Null is the empty text.
 template <class T>
@@ -117,6 +123,11 @@ public:
     TextKey(const T* text) noexcept : m_data(text), m_length(text == nullptr ? 0 : std::char_traits<T>::length(text)) {}
 
     unsigned Hash() const noexcept { return HashBytes(m_data, m_length * sizeof(T)); }
+    std::uint64_t WideHash() const noexcept
+    {
+        const std::uint64_t secret = HashSecret();
+        return WideHashBytes(m_data, m_length * sizeof(T), secret, secret * 0x9FB21C651E98DF25);
+    }
     bool Is(const CXTString<T>& text) const noexcept
     {
         return text.GetLength64() == m_length &&
@@ -136,7 +147,11 @@ private:
 ///     static unsigned int HashKey(const Key& key);                  // equal keys, equal hashes
 ///     static bool Compare(const Key& stored, const Key& key);       // whether they are equal
 ///
-/// Neither may throw. Where keys are looked up by something else than a Key, both are overloaded for it and its type is
+/// Neither may throw. Where keys that are chosen to have the same hash shall not make a map slow, there is also
+///
+///     static std::uint64_t WideHash(const Key& key);                // nobody can choose keys for which it is the same
+///
+/// Where keys are looked up by something else than a Key, both are overloaded for it and its type is
 /// named LookupKey; it must be made from a Key implicitly.
 template <class KEY>
 struct CHashMethods
@@ -153,6 +168,13 @@ struct CHashMethods
         else
             return tev::MixKey64(static_cast<std::uint64_t>(key));
     }
+    static std::uint64_t WideHash(KEY key) noexcept
+    {
+        if constexpr (std::is_pointer_v<KEY>)
+            return reinterpret_cast<std::uintptr_t>(key);
+        else
+            return static_cast<std::uint64_t>(key);
+    }
     static bool Compare(KEY stored, KEY key) noexcept { return stored == key; }
 };
 
@@ -163,5 +185,6 @@ struct CHashMethods<CXTString<T>>
     using LookupKey = tev::TextKey<T>;
 
     static unsigned int HashKey(LookupKey key) noexcept { return key.Hash(); }
+    static std::uint64_t WideHash(LookupKey key) noexcept { return key.WideHash(); }
     static bool Compare(const CXTString<T>& stored, LookupKey key) noexcept { return key.Is(stored); }
 };

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "maps/HashFar.h"
 #include "maps/HashSizes.h"
 #include "maps/HashSlot.h"
 #include "maps/HashTags.h"
@@ -19,6 +20,11 @@ namespace tev
 /// Memory for the slots of a table and, behind them, a byte for each and for kTagGroup more; null when it cannot be had.
 TEVTOOLS_API void* AllocateHashSlots(unsigned size, std::size_t slotBytes, std::size_t alignment) noexcept;
 TEVTOOLS_API void FreeHashSlots(void* block, unsigned size, std::size_t slotBytes, std::size_t alignment) noexcept;
+
+/// Marks a slot that lies far from its home.
+inline constexpr std::size_t kFarSlot = ~(~std::size_t(0) >> 1);
+/// The step from the last near slot of a search to the first far one.
+inline constexpr std::size_t kLastNearStep = 2 * HashFar::kNearProbes - 1;
 
 /// Where the slots of a table lie. Work on many slots takes a copy, whose members stay in registers: the compiler must take it
 /// that storing a tag may change those of the table.
@@ -48,7 +54,11 @@ struct HashFrame
     {
         return m_size > kFifthProbe ? Wrap(home + kFifthProbe) : (home + kFifthProbe) % m_size;
     }
-    /// The slot for a key that is known not to be there.
+    std::size_t Probe(std::size_t home, std::uint64_t probe) const noexcept
+    {
+        return static_cast<std::size_t>((home + probe * probe) % m_size);
+    }
+    /// The slot for a key that is known not to be there; kFarSlot alone where the near ones are taken.
     std::size_t FreeSlot(std::size_t home) const noexcept
     {
         const unsigned vacant = ~TagGroup(m_tags + home).Occupied() & kProbedTags;
@@ -56,7 +66,11 @@ struct HashFrame
             return SlotOf(home, vacant);
         std::size_t at = Fifth(home);
         for (std::size_t step = kFifthStep; m_tags[at] >= kOccupiedTag; step += 2)
+        {
             at = Wrap(at + step);
+            if (step == kLastNearStep)
+                return kFarSlot;
+        }
         return at;
     }
     void SetTag(std::size_t at, unsigned char tag) const noexcept
@@ -142,6 +156,7 @@ public:
         std::memset(m_tags, kEmptyTag, m_tableSize + kTagGroup);
         m_used = 0;
         m_count = 0;
+        ForgetFar();
     }
 
 protected:
@@ -285,6 +300,7 @@ protected:
         m_reciprocal = 0;
         m_used = 0;
         m_count = 0;
+        ForgetFar();
     }
 
     void Swap(HashSlots& other) noexcept
@@ -296,6 +312,8 @@ protected:
         std::swap(m_slots, other.m_slots);
         std::swap(m_tags, other.m_tags);
         std::swap(m_reciprocal, other.m_reciprocal);
+        std::swap(m_farCount, other.m_farCount);
+        std::swap(m_far, other.m_far);
     }
 
     unsigned m_requestedSize = kDefaultHashSize;
@@ -306,8 +324,15 @@ protected:
     unsigned char* m_tags = const_cast<unsigned char*>(kNoTags);
     std::uint64_t m_reciprocal = 0;
     ThreadUse m_use;
+    unsigned m_farCount = 0;        ///< entries that lie far from their homes; too large where m_far is missing
+    std::unique_ptr<HashFar> m_far; ///< all of them; null also where there was no memory for it
 
 private:
+    void ForgetFar() noexcept
+    {
+        m_farCount = 0;
+        m_far.reset();
+    }
     void DestroyEntries() noexcept
     {
         if constexpr (!SLOT::kPlain)
@@ -344,6 +369,8 @@ private:
             }
         }
         m_used = other.m_used;
+        m_farCount = other.m_farCount;
+        m_far = other.m_far == nullptr ? nullptr : other.m_far->Copy();
     }
 };
 } // namespace tev

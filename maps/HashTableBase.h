@@ -27,6 +27,10 @@
 // have their tags in one group of sixteen and are looked at together without a branch for each, since such branches cannot
 // be predicted. A walk finds the next entry in the same groups. The first tags are repeated behind the last, so that a group
 // may be read at any slot.
+//
+// Keys can be chosen so that many have one home. Entries that lie 16 steps or more from their homes, of which tables of
+// other keys have next to none, are also listed by another hash (HashFar.h), so that neither looking for such an entry
+// nor finding the slot of a new one passes all of them.
 
 namespace tev
 {
@@ -41,6 +45,19 @@ template <class METHODS, class ARG_KEY>
 struct LookupKeyOf<METHODS, ARG_KEY, std::void_t<typename METHODS::LookupKey>>
 {
     using Type = typename METHODS::LookupKey;
+};
+
+/// The methods' hash that keys cannot be chosen for where they have one, else their other one.
+template <class METHODS, class KEY, class = void>
+struct WideHashOf
+{
+    static std::uint64_t Of(const KEY& key) { return METHODS::HashKey(key); }
+};
+
+template <class METHODS, class KEY>
+struct WideHashOf<METHODS, KEY, std::void_t<decltype(METHODS::WideHash(std::declval<const KEY&>()))>>
+{
+    static std::uint64_t Of(const KEY& key) { return METHODS::WideHash(key); }
 };
 
 /// The operations that need no value. See CHashMap.
@@ -64,7 +81,7 @@ public:
         SLOT* slot = FindSlot(key);
         if (slot == nullptr)
             return 0;
-        RemoveSlot(static_cast<std::size_t>(slot - m_slots));
+        RemoveEntry(static_cast<std::size_t>(slot - m_slots));
         if (rehash && m_count > kDefaultHashSize)
             RebuildIfFull();
         return 1;
@@ -113,7 +130,7 @@ protected:
     }
 
     /// The key's slot, or null and, where asked for, the slot that a new key takes: the first one of the search that is
-    /// deleted, else the empty one at its end.
+    /// deleted, else the empty one at its end; with kFarSlot where it is far.
     template <class K>
     SLOT* Search(const K& key, unsigned char tag, std::size_t home, std::size_t* vacant = nullptr) const
     {
@@ -149,12 +166,16 @@ protected:
             return 0;
         }
 
+        const bool isFar = at >= kFarSlot;
+        at &= ~kFarSlot;
         const bool reused = m_tags[at] == kDeletedTag;
         if (!reused && (m_used >= m_tableSize / 2 || m_slots == nullptr))
             return InsertAfterRebuild(key, std::forward<VALUES>(value)...);
 
         ::new (static_cast<void*>(m_slots + at)) SLOT(std::in_place, key, std::forward<VALUES>(value)...);
         Occupy(at, tag, reused);
+        if (isFar)
+            ListFar(at);
         if (m_used >= m_tableSize / 2)
             RebuildAround(at, reused);
         return 1;
@@ -166,7 +187,7 @@ protected:
         other.ForEach([this](const SLOT& theirs) {
             const SLOT* slot = FindSlot(theirs.m_key);
             if (slot != nullptr)
-                RemoveSlot(static_cast<std::size_t>(slot - m_slots));
+                RemoveEntry(static_cast<std::size_t>(slot - m_slots));
         });
     }
 
@@ -174,6 +195,8 @@ private:
     using typename Slots::NoSlots;
     using Slots::Allocate;
     using Slots::m_count;
+    using Slots::m_far;
+    using Slots::m_farCount;
     using Slots::m_requestedSize;
     using Slots::m_slots;
     using Slots::m_tableSize;
@@ -205,17 +228,86 @@ private:
     {
         const Frame frame = Slots::GetFrame();
         std::size_t at = frame.Fifth(home);
-        for (std::size_t step = kFifthStep; frame.m_tags[at] != kEmptyTag; step += 2)
+        for (std::size_t step = kFifthStep; step <= kLastNearStep; step += 2)
         {
+            if (frame.m_tags[at] == kEmptyTag)
+            {
+                if (vacant != nullptr)
+                    *vacant = at;
+                return nullptr;
+            }
             if (frame.m_tags[at] == tag && METHODS::Compare(frame.m_slots[at].m_key, key))
                 return frame.m_slots + at;
             if (frame.m_tags[at] == kDeletedTag && vacant != nullptr)
                 *std::exchange(vacant, nullptr) = at;
             at = frame.Wrap(at + step);
         }
+        return FindFar(key, tag, home, vacant);
+    }
+
+    /// The rest after the near slots, none of which is empty.
+    template <class K>
+    TEV_CALLED_SELDOM SLOT* FindFar(const K& key, unsigned char tag, std::size_t home, std::size_t* vacant) const
+    {
+        if (m_far != nullptr)
+        {
+            const unsigned at = m_far->Find(WideHashOf<METHODS, K>::Of(key),
+                                            [&](unsigned slot) { return METHODS::Compare(m_slots[slot].m_key, key); });
+            if (at != HashPairs::kNone)
+                return m_slots + at;
+        }
+        else if (m_farCount != 0)
+        {
+            const Frame frame = Slots::GetFrame();
+            std::uint64_t probe = HashFar::kNearProbes;
+            for (std::size_t at = frame.Probe(home, probe); frame.m_tags[at] != kEmptyTag;)
+            {
+                if (frame.m_tags[at] == tag && METHODS::Compare(frame.m_slots[at].m_key, key))
+                    return frame.m_slots + at;
+                at = frame.Probe(home, ++probe);
+            }
+        }
         if (vacant != nullptr)
-            *vacant = at;
+            *vacant = FreeFarSlot(home) | kFarSlot;
         return nullptr;
+    }
+
+    /// The first slot for a new key behind the near ones.
+    TEV_CALLED_SELDOM std::size_t FreeFarSlot(std::size_t home) const noexcept
+    {
+        const Frame frame = Slots::GetFrame();
+        const auto number = static_cast<unsigned>(home);
+        unsigned probe = m_far == nullptr ? HashFar::kNearProbes : m_far->FirstProbe(number);
+        std::size_t at = frame.Probe(home, probe);
+        while (frame.m_tags[at] >= kOccupiedTag)
+            at = frame.Probe(home, ++probe);
+        if (m_far != nullptr)
+            m_far->SetFirstProbe(number, probe);
+        return at;
+    }
+
+    /// Of an entry that has gone into a far slot.
+    TEV_CALLED_SELDOM void ListFar(std::size_t at)
+    {
+        if (m_farCount++ == 0 && m_far == nullptr)
+            m_far.reset(new (std::nothrow) HashFar);
+        const auto slot = static_cast<unsigned>(at);
+        if (m_far != nullptr && !m_far->Add(WideHashOf<METHODS, Key>::Of(m_slots[at].m_key), slot))
+            m_far.reset();
+    }
+
+    void RemoveEntry(std::size_t at)
+    {
+        if (m_far != nullptr)
+            UnlistFar(at);
+        RemoveSlot(at);
+    }
+
+    TEV_CALLED_SELDOM void UnlistFar(std::size_t at)
+    {
+        m_far->ForgetProbes();
+        if (m_far->Remove(WideHashOf<METHODS, Key>::Of(m_slots[at].m_key), static_cast<unsigned>(at)))
+            --m_farCount;
     }
 
     /// Where an earlier rebuild found no memory, the table is as full as searches allow: one more slot is used only after a
@@ -248,7 +340,7 @@ private:
             }
             catch (...)
             {
-                RemoveSlot(at);
+                RemoveEntry(at);
                 if (!reused)
                 {
                     Slots::GetFrame().SetTag(at, kEmptyTag);
@@ -312,10 +404,25 @@ private:
             Settle(frame, arrivals[settled++ % kAhead]);
     }
 
-    /// Copies may throw, and are counted one by one.
-    void Settle(const Frame& frame, const Arrival& arrival)
+    void Settle(Frame frame, Arrival arrival)
     {
         const std::size_t at = frame.FreeSlot(arrival.m_home);
+        if (at == kFarSlot)
+            SettleFar(frame, arrival);
+        else
+            SettleAt(frame, arrival, at);
+    }
+
+    TEV_CALLED_SELDOM void SettleFar(Frame frame, Arrival arrival)
+    {
+        const std::size_t at = FreeFarSlot(arrival.m_home);
+        SettleAt(frame, arrival, at);
+        ListFar(at);
+    }
+
+    /// Copies may throw, and are counted one by one.
+    void SettleAt(Frame frame, Arrival arrival, std::size_t at)
+    {
         if constexpr (SLOT::kMoves)
         {
             arrival.m_slot->MoveTo(frame.m_slots + at);

@@ -109,6 +109,13 @@ inline constexpr unsigned kProbedTags = 1 << 0 | 1 << 1 | 1 << 4 | 1 << 9;
 inline constexpr std::size_t kFifthProbe = 16;
 inline constexpr std::size_t kFifthStep = 9;
 
+// What is called seldom stays out of the loops of callers.
+#if defined(__GNUC__)
+#define TEV_CALLED_SELDOM __attribute__((noinline, cold))
+#else
+#define TEV_CALLED_SELDOM
+#endif
+
 inline void PrefetchForWrite(const void* address) noexcept
 {
 #if defined(__GNUC__)

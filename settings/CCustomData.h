@@ -43,8 +43,8 @@ protected:
 /// returned as the kind that it was set as.
 ///
 /// Setting a value returns false, and changes nothing, when there is no memory or the store would grow past 4 GiB. A
-/// value of the same size takes the place of the old one; one of another size is appended at the end, and the chunks
-/// behind the old one move. XLastFailure() says why setting, loading or saving failed; getters leave it alone.
+/// value of the same size takes the place of the old one; one of another size is appended at the end, and the gap that the
+/// old one leaves is closed later, together with others, or when pointers into the store are asked for. XLastFailure() says why setting, loading or saving failed; getters leave it alone.
 ///
 /// Safe from several threads at once: every member holds the store's lock while it runs, and one that works on two
 /// stores holds both. CXDataListener reports changes. Pointers into the store are invalidated by the next change; a caller that shares the store with
@@ -298,11 +298,13 @@ private:
     unsigned char* PlaceCopy(unsigned int id, unsigned int room, const void* data, unsigned int size, unsigned int kind)
         X_REQUIRES(m_lock);
     bool SetChunk(unsigned int id, const void* data, unsigned int size, unsigned int kind) X_REQUIRES(m_lock);
+    bool MakeRoom(unsigned __int64 needed, unsigned __int64 end) X_REQUIRES(m_lock);
     bool Reserve(unsigned __int64 needed) X_REQUIRES(m_lock);
     bool Reallocate(unsigned int size) X_REQUIRES(m_lock);
     bool EnterOffset(unsigned int id, unsigned int offset) X_REQUIRES(m_lock);
     bool RemoveChunk(unsigned int id) X_REQUIRES(m_lock);
-    void CloseGap(unsigned int offset) X_REQUIRES(m_lock);
+    void Retire(unsigned int offset) X_REQUIRES(m_lock);
+    void CloseGaps() const noexcept X_REQUIRES(m_lock);
     void ShrinkAfterRemoval() X_REQUIRES(m_lock);
     void Clear() noexcept X_REQUIRES(m_lock);
     static Outcome MapChunks(const unsigned char* block, unsigned int size, std::unique_ptr<OffsetMap>& offsets);
@@ -337,6 +339,8 @@ private:
     unsigned int m_used X_GUARDED_BY(m_lock) = 0;
     unsigned int m_allocated X_GUARDED_BY(m_lock) = 0;
     unsigned __int64 m_timeStamp X_GUARDED_BY(m_lock) = 0;
+    mutable unsigned int m_end X_GUARDED_BY(m_lock) = 0; ///< of the chunks with the gaps between them; m_used without
+    unsigned int m_firstGap X_GUARDED_BY(m_lock) = 0;    ///< where there are gaps, none lies before it
     mutable unsigned int m_lastIndex X_GUARDED_BY(m_lock) = 0; ///< the last index of GetIDByIndex and its offset
     mutable unsigned int m_lastOffset X_GUARDED_BY(m_lock) = 0;
     mutable std::shared_ptr<tev::StoreListeners> m_listeners X_GUARDED_BY(m_lock); ///< null until the first one listens

@@ -99,6 +99,7 @@ void CCustomData::Serialize(CXArchive& archive)
 void* CCustomData::SerializeToData(unsigned __int64& size) const
 {
     const LockGuard lock(m_lock);
+    CloseGaps();
     unsigned char header[kStartSize + kHeaderSize];
     ComposeHeader(header);
     const unsigned headerSize = m_used == 0 ? kStartSize : static_cast<unsigned>(sizeof(header));

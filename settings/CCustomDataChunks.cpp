@@ -50,7 +50,8 @@ constexpr unsigned kLargestBlock = 0xFFFFFFFF - 20;
 // A block is given back when less than a third of it is used, and keeps a half more than that: so a value that comes
 // and goes does not move the block each time.
 constexpr unsigned kShrinkBelow = 3;
-constexpr double kSlotsPerLookup = 8; // of the map, walked in the time that one identifier is looked up
+constexpr unsigned kNowhere = 0xFFFFFFFF;
+constexpr unsigned kRetiredKind = 0; // of a chunk in a gap, for debuggers
 
 bool PointsInto(const void* pointer, const unsigned char* block, unsigned size)
 {
@@ -124,24 +125,28 @@ unsigned char* CCustomData::PlaceQuietly(unsigned id, unsigned size, unsigned ki
         return m_buffer + *offset + kChunkHeader;
     }
     const unsigned replaced = offset == nullptr ? 0 : kChunkHeader + ChunkSize(m_buffer + *offset);
-    const unsigned start = m_used - replaced;
-    const unsigned __int64 needed = static_cast<unsigned __int64>(start) + kChunkHeader + size;
-    if (!Reserve(needed))
+    const bool isLast = offset != nullptr && *offset + replaced == m_end;
+    const unsigned __int64 extent = static_cast<unsigned __int64>(kChunkHeader) + size;
+    const unsigned __int64 needed = m_used - replaced + extent;
+    if (!MakeRoom(needed, m_end - (isLast ? replaced : 0) + extent))
         return nullptr;
-    if (offset == nullptr)
-    {
-        if (!EnterOffset(id, start))
-            return nullptr;
-    }
-    else
-    {
-        CloseGap(*offset);
+    const unsigned entered = m_end;
+    if (offset == nullptr && !EnterOffset(id, entered))
+        return nullptr;
+    if (offset != nullptr)
+        Retire(std::exchange(*offset, kNowhere));
+    if (m_end + extent > m_allocated)
+        CloseGaps();
+    const unsigned start = m_end;
+    if (offset != nullptr)
         *offset = start;
-        if (start == 0)
-            m_legacyMode = 0; // nothing is left of the older layout
-    }
+    else if (start != entered)
+        *m_offsets->Find(id) = start;
+    if (start == 0 && offset != nullptr)
+        m_legacyMode = 0; // nothing is left of the older layout
     WriteChunkHeader(m_buffer + start, id, size, kind);
     m_used = static_cast<unsigned>(needed);
+    m_end = static_cast<unsigned>(start + extent);
     Touch();
     return m_buffer + start + kChunkHeader;
 }
@@ -151,7 +156,7 @@ unsigned char* CCustomData::PlaceQuietly(unsigned id, unsigned size, unsigned ki
 unsigned char* CCustomData::PlaceCopy(unsigned id, unsigned room, const void* data, unsigned size, unsigned kind)
 {
     std::unique_ptr<unsigned char[]> copy;
-    if (data != nullptr && PointsInto(data, m_buffer, m_used))
+    if (data != nullptr && PointsInto(data, m_buffer, m_end))
     {
         copy.reset(new (std::nothrow) unsigned char[size]);
         if (copy == nullptr)
@@ -179,6 +184,14 @@ bool CCustomData::SetChunk(unsigned id, const void* data, unsigned size, unsigne
         return PlaceCopy(id, 0, data, size, kind) != nullptr;
     RemoveChunk(id);
     return true;
+}
+
+// For chunks that take `needed` bytes in a row, and end at `end` with the gaps that there are. These are closed where they
+// are worth it, so that all the moves together cost no more than a few for each value.
+bool CCustomData::MakeRoom(unsigned __int64 needed, unsigned __int64 end)
+{
+    const bool hasFewGaps = end - needed < needed / 2;
+    return needed <= kLargestBlock && (end <= m_allocated || (hasFewGaps && Reserve(end)) || Reserve(needed));
 }
 
 bool CCustomData::Reserve(unsigned __int64 needed)
@@ -218,40 +231,58 @@ bool CCustomData::RemoveChunk(unsigned id)
         Clear();
         return true;
     }
-    CloseGap(static_cast<unsigned>(chunk - m_buffer));
+    Retire(static_cast<unsigned>(chunk - m_buffer));
     m_offsets->Remove(id);
     ShrinkAfterRemoval();
     return true;
 }
 
-// Moves what lies behind a chunk down over it.
-void CCustomData::CloseGap(unsigned offset)
+// Leaves a gap where a chunk was, which the map must then not name any more.
+void CCustomData::Retire(unsigned offset)
 {
-    const unsigned gap = kChunkHeader + ChunkSize(m_buffer + offset);
-    const double share = static_cast<double>(m_used - offset) / m_used;
-    m_used -= gap;
-    std::memmove(m_buffer + offset, m_buffer + offset + gap, m_used - offset);
-    // Few moved chunks are looked up; with many it is quicker to go over the whole map.
-    if (share * m_offsets->GetCount() * kSlotsPerLookup < m_offsets->GetHashTableSize())
+    const unsigned extent = kChunkHeader + ChunkSize(m_buffer + offset);
+    const bool isLast = offset + extent == m_end;
+    m_firstGap = m_end == m_used ? offset : std::min(m_firstGap, offset);
+    m_used -= extent;
+    if (m_used == 0)
+        m_end = 0;
+    else if (isLast)
+        m_end = offset;
+    SetChunkKind(m_buffer + offset, kRetiredKind);
+    m_lastIndex = 0;
+    m_lastOffset = 0;
+}
+
+// Moves the chunks together, in their order. Whatever hands out pointers into the block, or its bytes as a whole, does this
+// first: so nothing moves as long as nothing is changed. Only the map knows for sure which chunks are in use.
+void CCustomData::CloseGaps() const noexcept
+{
+    if (m_end == m_used)
+        return;
+    unsigned to = m_firstGap;
+    for (unsigned at = m_firstGap; at < m_end;)
     {
-        for (unsigned at = offset; at < m_used; at += kChunkHeader + ChunkSize(m_buffer + at))
-            *m_offsets->Find(ChunkId(m_buffer + at)) = at;
+        const unsigned extent = kChunkHeader + ChunkSize(m_buffer + at);
+        unsigned* const offset = m_offsets->Find(ChunkId(m_buffer + at));
+        if (offset != nullptr && *offset == at)
+        {
+            std::memmove(m_buffer + to, m_buffer + at, extent);
+            *offset = to;
+            to += extent;
+        }
+        at += extent;
     }
-    else
-    {
-        const unsigned* id = nullptr;
-        unsigned* start = nullptr;
-        for (unsigned position = m_offsets->GetFirst(); m_offsets->GetNext(position, id, start);)
-            *start -= *start > offset ? gap : 0;
-    }
+    m_end = to;
     m_lastIndex = 0;
     m_lastOffset = 0;
 }
 
 void CCustomData::ShrinkAfterRemoval()
 {
-    if (m_allocated > kSmallestBlock && m_used < m_allocated / kShrinkBelow)
-        static_cast<void>(Reallocate(std::max(Grown(m_used), kSmallestBlock)));
+    if (m_allocated <= kSmallestBlock || m_used >= m_allocated / kShrinkBelow)
+        return;
+    CloseGaps();
+    static_cast<void>(Reallocate(std::max(Grown(m_used), kSmallestBlock)));
 }
 
 void CCustomData::Clear() noexcept
@@ -259,6 +290,7 @@ void CCustomData::Clear() noexcept
     Free(m_buffer);
     m_buffer = nullptr;
     m_used = 0;
+    m_end = 0;
     m_allocated = 0;
     m_offsets.reset();
     m_legacyMode = 0;
@@ -304,6 +336,7 @@ CCustomData::Outcome CCustomData::TakeBlock(Block block, unsigned size, unsigned
     m_legacyMode = legacyMode;
     m_buffer = size == 0 ? nullptr : block.release();
     m_used = size;
+    m_end = size;
     m_allocated = size;
     Touch();
     return Outcome::kDone;

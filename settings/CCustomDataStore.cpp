@@ -65,6 +65,7 @@ std::shared_ptr<tev::StoreListeners> CCustomData::GetListeners() const
 
 void CCustomData::CopyFrom(const CCustomData& other)
 {
+    other.CloseGaps();
     Block block(other.m_used == 0 ? nullptr : static_cast<unsigned char*>(Alloc(other.m_used)));
     std::unique_ptr<OffsetMap> offsets;
     if (block != nullptr)
@@ -79,6 +80,7 @@ void CCustomData::CopyFrom(const CCustomData& other)
     m_legacyMode = other.m_legacyMode;
     m_buffer = block.release();
     m_used = other.m_used;
+    m_end = other.m_used;
     m_allocated = other.m_used;
     m_timeStamp = other.m_timeStamp;
 }
@@ -89,10 +91,12 @@ void CCustomData::TakeFrom(CCustomData& other)
     const StoreLocks locks(m_lock, other.m_lock);
     const WholeChange change(*this);
     Clear();
+    other.CloseGaps();
     m_offsets = std::move(other.m_offsets);
     m_legacyMode = other.m_legacyMode;
     m_buffer = std::exchange(other.m_buffer, nullptr);
     m_used = other.m_used;
+    m_end = other.m_used;
     m_allocated = other.m_allocated;
     m_timeStamp = other.m_timeStamp;
     other.Clear();
@@ -136,6 +140,7 @@ unsigned CCustomData::GetIDByIndex(unsigned index, unsigned& kind) const
     kind = 0;
     if (m_offsets == nullptr || index >= m_offsets->GetCount())
         return kNoId;
+    CloseGaps();
     if (index < m_lastIndex)
     {
         m_lastIndex = 0;
@@ -166,6 +171,8 @@ bool CCustomData::IsEqual(const CCustomData& other) const
     const StoreLocks locks(m_lock, other.m_lock);
     if (m_used != other.m_used)
         return false;
+    CloseGaps();
+    other.CloseGaps();
     if (m_used == 0 || std::memcmp(m_buffer, other.m_buffer, m_used) == 0)
         return true;
     // The totals are equal and no identifier occurs twice, so if each chunk is found in the other store, the other has
@@ -232,6 +239,7 @@ CCustomData* CCustomData::Copy() const
 void CCustomData::FreeExtra()
 {
     const LockGuard lock(m_lock);
+    CloseGaps();
     if (m_used != 0 && m_used != m_allocated)
         static_cast<void>(Reallocate(m_used));
 }
@@ -239,6 +247,7 @@ void CCustomData::FreeExtra()
 void* CCustomData::GetData(unsigned& size)
 {
     const LockGuard lock(m_lock);
+    CloseGaps();
     size = m_used;
     return m_buffer;
 }
@@ -310,6 +319,7 @@ bool CCustomData::SetCustomData(unsigned id, const CCustomData& data)
 {
     const StoreLocks locks(m_lock, data.m_lock);
     const ValueChange change(*this, id);
+    data.CloseGaps();
     return SetChunk(id, data.m_buffer, data.m_used, kCustomData);
 }
 
@@ -331,6 +341,7 @@ bool CCustomData::AddToCustomData(unsigned id, const CCustomData& data, int mode
     CCustomData merged;
     if (!GetCustomData(id, merged))
         return SetCustomData(id, data);
+    data.CloseGaps();
     for (unsigned at = 0; at < data.m_used;)
     {
         const unsigned char* chunk = data.m_buffer + at;

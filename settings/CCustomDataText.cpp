@@ -234,6 +234,7 @@ void* CCustomData::GetArray(unsigned id, unsigned& count)
 const void* CCustomData::GetArray(unsigned id, unsigned& count) const
 {
     const LockGuard lock(m_lock);
+    CloseGaps();
     unsigned size = 0;
     const unsigned char* data = FindOfKind(id, kArray, size);
     count = data == nullptr || size < kArrayHeader ? 0 : tev::LoadLittleEndian<unsigned>(data);
@@ -254,6 +255,7 @@ void* CCustomData::GetCustomPtr(unsigned id, unsigned& size)
 const void* CCustomData::GetCustomPtr(unsigned id, unsigned& size) const
 {
     const LockGuard lock(m_lock);
+    CloseGaps();
     size = 0;
     return FindOfKind(id, kAnyKind, size);
 }

@@ -226,6 +226,117 @@ TEST(CHashMap, RandomUseKeepsTheDocumentedSlotOrder)
     }
 }
 
+struct CountingMethods : CHashMethods<unsigned>
+{
+    static bool Compare(unsigned stored, unsigned key) noexcept
+    {
+        ++s_compared;
+        return stored == key;
+    }
+    static inline std::size_t s_compared = 0;
+};
+using CountingMap = CHashMap<unsigned, unsigned, int, CountingMethods>;
+
+// Keys of few homes and of one tag, in a table that has room for them.
+struct Meeting
+{
+    static constexpr unsigned kCount = 600;
+
+    Meeting()
+    {
+        m_map.InitHashTable(kCount);
+        m_model.InitHashTable(kCount);
+        for (unsigned i = 0; i < kCount; ++i)
+            m_keys.push_back(HashTableModel::KeyOf(i % 2 + i / 2 * 128 * m_model.Size()));
+    }
+    void Insert(unsigned from, unsigned end)
+    {
+        for (; from < end; ++from)
+            ASSERT_EQ(m_map.Insert(m_keys[from], 1), m_model.Insert(m_keys[from], 1));
+    }
+    void Compare() const
+    {
+        ASSERT_EQ((KeysOf<CountingMap, unsigned>(m_map)), KeysOf(m_model));
+        for (const unsigned key : m_keys)
+            ASSERT_EQ(m_map.IsFound(key), m_model.Slots()[m_model.Probe(key)].m_state == 0);
+    }
+
+    CountingMap m_map;
+    HashTableModel m_model;
+    std::vector<unsigned> m_keys;
+};
+
+TEST(CHashMap, KeysThatAreChosenToMeetKeepTheOrderAndAreFoundSoon)
+{
+    Meeting meeting;
+    const auto comparisonsOf = [](const auto& work) {
+        CountingMethods::s_compared = 0;
+        work();
+        return CountingMethods::s_compared / Meeting::kCount;
+    };
+    EXPECT_LE(comparisonsOf([&] { meeting.Insert(0, Meeting::kCount); }), 20U);
+    const CountingMap copy = meeting.m_map;
+    for (const CountingMap* map : {&std::as_const(meeting.m_map), &copy})
+    {
+        EXPECT_LE(comparisonsOf([&] {
+                      for (const unsigned key : meeting.m_keys)
+                          ASSERT_TRUE(map->IsFound(key));
+                  }),
+                  20U);
+    }
+    std::mt19937 random(23);
+    for (int step = 0; step < 4000; ++step)
+    {
+        const unsigned key = meeting.m_keys[random() % Meeting::kCount];
+        if (random() % 2 == 0)
+            ASSERT_EQ(meeting.m_map.Remove(key), meeting.m_model.Remove(key, false));
+        else
+            ASSERT_EQ(meeting.m_map.Insert(key, step), meeting.m_model.Insert(key, step));
+        if (step % 500 == 0)
+            meeting.Compare();
+    }
+    EXPECT_EQ(meeting.m_map.Minimize(), meeting.m_model.Minimize());
+    meeting.Compare();
+    meeting.m_map.Clear();
+    meeting.m_model.Clear();
+    meeting.Insert(0, Meeting::kCount / 2);
+    meeting.Compare();
+
+    const unsigned allocations = tev::test::FailEachAllocation([](tev::test::FailingAllocations& failing) {
+        Meeting without;
+        failing.Run([&] { without.Insert(0, Meeting::kCount / 3); });
+        without.Compare();
+        without.Insert(Meeting::kCount / 3, Meeting::kCount / 2);
+        without.Compare();
+    });
+    EXPECT_GT(allocations, 4U);
+}
+
+// Methods of a program, whose hash is all that there is.
+struct FewHashes
+{
+    static unsigned HashKey(unsigned key) noexcept { return key % 2; }
+    static bool Compare(unsigned stored, unsigned key) noexcept { return stored == key; }
+};
+
+TEST(CHashMap, KeysOfOneHashAreToldApart)
+{
+    CHashTable<unsigned, FewHashes> table;
+    std::set<unsigned> model;
+    std::mt19937 random(29);
+    for (int step = 0; step < 5000; ++step)
+    {
+        const unsigned key = random() % 300;
+        if (random() % 3 == 0)
+            ASSERT_EQ(table.Remove(key, step % 2 == 0), static_cast<int>(model.erase(key)));
+        else
+            ASSERT_EQ(table.Insert(key), model.insert(key).second ? 1 : 0);
+        ASSERT_EQ(table.IsFound(random() % 300 + 300), false);
+    }
+    const auto keys = KeysOf<decltype(table), unsigned>(table);
+    EXPECT_EQ(std::set<unsigned>(keys.begin(), keys.end()), model);
+}
+
 TEST(CHashMap, DeletedSlotsAreClearedAwayInsteadOfGrowing)
 {
     CIntMap map;

@@ -353,12 +353,19 @@ TEST(CCustomData, AgreesWithAModelOverRandomOperations)
             model.Set(id, CCustomData::kBinary, data);
         }
         }
-        ASSERT_EQ(ChunksOf(*store), model.Chunks()) << "step " << step;
         for (const Model::Value& value : model.m_values)
         {
-            const void* data = store->GetCustomPtr(value.m_id, size);
-            ASSERT_EQ(Bytes(static_cast<const char*>(data), size), value.m_data) << "step " << step;
+            Bytes data(value.m_data.size(), '\0');
+            ASSERT_TRUE(store->GetBinary(value.m_id, data.data(), static_cast<unsigned>(data.size())));
+            ASSERT_EQ(data, value.m_data) << "step " << step;
         }
+        // Whatever shows the order may change how the store lies in memory, so it is not asked at each step. Once a pointer
+        // into the store is handed out, nothing moves any more.
+        if (random() % 4 == 0 || model.m_values.empty())
+            continue;
+        const void* const pointer = store->GetCustomPtr(model.m_values.back().m_id, size);
+        ASSERT_EQ(ChunksOf(*store), model.Chunks()) << "step " << step;
+        ASSERT_EQ(store->GetCustomPtr(model.m_values.back().m_id, size), pointer);
         unsigned kind = 0;
         const bool isInside = place < model.m_values.size();
         ASSERT_EQ(store->GetIDByIndex(place, kind), isInside ? model.m_values[place].m_id : 0xFFFFFFFF);

@@ -28,6 +28,23 @@ public:
         return h ^ (h >> 22);
     }
 
+    /// The key of a hash: each step undone, the last one first.
+    static std::uint32_t KeyOf(std::uint32_t h)
+    {
+        const auto inverse = [](std::uint32_t odd) {
+            std::uint32_t x = odd;
+            for (int i = 0; i < 5; ++i)
+                x *= 2 - odd * x;
+            return x;
+        };
+        h ^= h >> 22;
+        h *= inverse(65);
+        h ^= (h >> 11) ^ (h >> 22);
+        h *= inverse(21);
+        h ^= h >> 31;
+        return (h + 1) * inverse((1U << 18) - 1);
+    }
+
     static std::uint64_t NextPrime(std::uint64_t candidate)
     {
         while (candidate >= 9)
