@@ -170,16 +170,20 @@ template <class T>
 size_t FindByBothEndsPlainly(const T* text, size_t places, const T* pattern, size_t count) noexcept
 {
     constexpr size_t kStep = 16 / sizeof(T);
+    constexpr size_t kVectors = 4;
     const BothEnds<T> ends(text, pattern, count);
     size_t at = 0;
-    for (; at + 2 * kStep <= places; at += 2 * kStep)
+    for (; at + kVectors * kStep <= places; at += kVectors * kStep)
     {
-        const __m128i low = ends.Candidates(at);
-        const __m128i high = ends.Candidates(at + kStep);
-        if (_mm_movemask_epi8(_mm_or_si128(low, high)) == 0)
+        const __m128i candidates[kVectors] = {ends.Candidates(at), ends.Candidates(at + kStep),
+                                              ends.Candidates(at + 2 * kStep), ends.Candidates(at + 3 * kStep)};
+        const __m128i any =
+            _mm_or_si128(_mm_or_si128(candidates[0], candidates[1]), _mm_or_si128(candidates[2], candidates[3]));
+        if (_mm_movemask_epi8(any) == 0)
             continue;
-        const auto mask = static_cast<std::uint64_t>(_mm_movemask_epi8(low)) |
-                          static_cast<std::uint64_t>(_mm_movemask_epi8(high)) << 16;
+        std::uint64_t mask = 0;
+        for (size_t i = 0; i < kVectors; ++i)
+            mask |= static_cast<std::uint64_t>(_mm_movemask_epi8(candidates[i])) << 16 * i;
         const size_t found = FindCandidate(mask, text + at, pattern, count);
         if (found != kNotFound)
             return at + found;

@@ -1,5 +1,6 @@
 #include "text/Utf.h"
 
+#include "base/BitScan.h"
 #include "base/LittleEndian.h"
 #include "text/UtfAvx2.h"
 
@@ -17,37 +18,47 @@ namespace
 {
 constexpr size_t kStep = 8;
 
-template <class Unit>
-bool IsAsciiStep(const Unit* text) noexcept
+/// The bits that any of the characters has.
+template <size_t count = kStep, class Unit>
+std::make_unsigned_t<Unit> BitsOf(const Unit* text) noexcept
 {
     std::make_unsigned_t<Unit> bits = 0;
-    for (size_t i = 0; i < kStep; ++i)
+    for (size_t i = 0; i < count; ++i)
         bits |= static_cast<std::make_unsigned_t<Unit>>(text[i]);
-    return bits < 0x80;
+    return bits;
 }
 
-/// How many characters at the front are ASCII, in whole steps.
-template <class Unit>
-size_t AsciiFront(const Unit* text, size_t size) noexcept
+// A step of ASCII.
+
+#if defined(__x86_64__) && defined(__GNUC__) && __SIZEOF_WCHAR_T__ == 4
+void WidenStep(const unsigned char* bytes, wchar_t* wide) noexcept
 {
-    size_t count = 0;
-    while (size - count >= kStep && IsAsciiStep(text + count))
-        count += kStep;
-    return count;
+    const __m128i zero = _mm_setzero_si128();
+    const __m128i words = _mm_unpacklo_epi8(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(bytes)), zero);
+    auto* const out = reinterpret_cast<__m128i*>(wide);
+    _mm_storeu_si128(out, _mm_unpacklo_epi16(words, zero));
+    _mm_storeu_si128(out + 1, _mm_unpackhi_epi16(words, zero));
 }
 
-/// Copies as much, and returns how much it was.
-template <class From, class To>
-size_t CopyAsciiFront(const From* from, size_t size, To* to) noexcept
+void NarrowStep(const wchar_t* wide, char* text) noexcept
 {
-    size_t count = 0;
-    for (; size - count >= kStep && IsAsciiStep(from + count); count += kStep)
-    {
-        for (size_t i = 0; i < kStep; ++i)
-            to[count + i] = static_cast<To>(from[count + i]);
-    }
-    return count;
+    const auto* const in = reinterpret_cast<const __m128i*>(wide);
+    const __m128i words = _mm_packs_epi32(_mm_loadu_si128(in), _mm_loadu_si128(in + 1));
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(text), _mm_packus_epi16(words, words));
 }
+#else
+void WidenStep(const unsigned char* bytes, wchar_t* wide) noexcept
+{
+    for (size_t i = 0; i < kStep; ++i)
+        wide[i] = static_cast<wchar_t>(bytes[i]);
+}
+
+void NarrowStep(const wchar_t* wide, char* text) noexcept
+{
+    for (size_t i = 0; i < kStep; ++i)
+        text[i] = static_cast<char>(wide[i]);
+}
+#endif
 
 // UTF-8 is checked by a machine whose states are shifts: the row of a byte holds, for each state, the state that
 // follows, in the six bits that the state shifts down. That leaves one shift a byte to wait for, and no branch.
@@ -96,6 +107,13 @@ constexpr std::array<uint64_t, 256> MakeRows() noexcept
 
 constexpr std::array<uint64_t, 256> kRows = MakeRows();
 
+/// Bytes at the front of UTF-8, and the wide characters that they become.
+struct FrontMeasure
+{
+    size_t m_size;
+    size_t m_length;
+};
+
 #if defined(__x86_64__) && defined(__GNUC__)
 // One bit for each of 64 bytes: of what kind they are, each kind found by one comparison of signed numbers.
 class ByteKinds
@@ -134,11 +152,12 @@ private:
     __m128i m_bytes[4];
 };
 
-// How many bytes at the front are valid for certain. They end with a whole character.
-size_t ValidFront(const char* text, size_t size) noexcept
+// Of the front that is valid for certain and ends with a whole character.
+FrontMeasure MeasureFront(const char* text, size_t size) noexcept
 {
     constexpr size_t kBlock = 64;
     size_t valid = 0;
+    size_t length = 0;
     while (size - valid >= kBlock)
     {
         const ByteKinds kinds(text + valid);
@@ -146,6 +165,7 @@ size_t ValidFront(const char* text, size_t size) noexcept
         if (notAscii == 0)
         {
             valid += kBlock;
+            length += kBlock;
             continue;
         }
         const uint64_t continuations = kinds.Below(0xC0);
@@ -168,14 +188,21 @@ size_t ValidFront(const char* text, size_t size) noexcept
         if (faults != 0)
             break;
         // A character that goes on behind the block is left for the next one.
-        valid += kBlock - (leads >> 63) - 2 * (leads3 >> 62 & 1) - 3 * (leads4 >> 61 & 1);
+        const size_t cut = (leads >> 63) + 2 * (leads3 >> 62 & 1) + 3 * (leads4 >> 61 & 1);
+        valid += kBlock - cut;
+        length += static_cast<size_t>(__builtin_popcountll(~continuations)) - (cut != 0 ? 1 : 0);
+        if constexpr (sizeof(wchar_t) == 2)
+            length += static_cast<size_t>(__builtin_popcountll(cut == 3 ? leads4 & ~(uint64_t{1} << 61) : leads4));
     }
-    return valid;
+    return {valid, length};
 }
 #else
-size_t ValidFront(const char*, size_t) noexcept
+FrontMeasure MeasureFront(const char* text, size_t size) noexcept
 {
-    return 0;
+    size_t ascii = 0;
+    while (size - ascii >= kStep && BitsOf(text + ascii) < 0x80)
+        ascii += kStep;
+    return {ascii, ascii};
 }
 #endif
 
@@ -183,12 +210,13 @@ size_t ValidFront(const char*, size_t) noexcept
 
 TextMeasure MeasurePlainly(const char* text, size_t size) noexcept
 {
+    const FrontMeasure front = MeasureFront(text, size);
     uint64_t state = kWhole;
-    for (size_t i = ValidFront(text, size); i < size; ++i)
+    for (size_t i = front.m_size; i < size; ++i)
         state = kRows[static_cast<unsigned char>(text[i])] >> (state & 63);
     // A loop of its own, which the compiler does in vectors.
-    size_t length = 0;
-    for (size_t i = 0; i < size; ++i)
+    size_t length = front.m_length;
+    for (size_t i = front.m_size; i < size; ++i)
     {
         const auto byte = static_cast<unsigned char>(text[i]);
         length += (byte & 0xC0) != 0x80;
@@ -197,17 +225,81 @@ TextMeasure MeasurePlainly(const char* text, size_t size) noexcept
     return {length, (state & 63) == kWhole};
 }
 
+/// What characters take beyond one unit each, and whether one is none. With a fixed count it is done in vectors.
+struct WideCounts
+{
+    unsigned m_more = 0;
+    unsigned m_faults = 0;
+
+    void Take(const wchar_t* wide, size_t count) noexcept
+    {
+        unsigned more = 0;
+        unsigned faults = 0;
+        for (size_t i = 0; i < count; ++i)
+        {
+            const auto c = static_cast<char32_t>(wide[i]);
+            more += unsigned{c >= 0x80} + unsigned{c >= 0x800} + unsigned{c >= 0x10000};
+            faults |= unsigned{c - 0xD800u < 0x800u} | unsigned{c > kMaxCodePoint};
+        }
+        m_more += more;
+        m_faults |= faults;
+    }
+};
+
 TextMeasure MeasurePlainly(const wchar_t* wide, size_t length) noexcept
 {
+    constexpr size_t kStretch = 32;
     size_t size = length;
     unsigned faults = 0;
-    for (size_t i = 0; i < length; ++i)
+    size_t i = 0;
+    for (; length - i >= kStretch; i += kStretch)
     {
-        const auto c = static_cast<char32_t>(wide[i]);
-        size += unsigned{c >= 0x80} + unsigned{c >= 0x800} + unsigned{c >= 0x10000};
-        faults |= unsigned{IsSurrogate(c)} | unsigned{c > kMaxCodePoint};
+        const auto bits = BitsOf<kStretch>(wide + i);
+        if (bits < 0x80)
+            continue;
+        WideCounts counts;
+        if (bits < 0x800)
+        {
+            for (size_t j = 0; j < kStretch; ++j)
+                counts.m_more += unsigned{wide[i + j] >= 0x80};
+        }
+        else
+        {
+            counts.Take(wide + i, kStretch);
+        }
+        size += counts.m_more;
+        faults |= counts.m_faults;
     }
-    return {size, faults == 0};
+    WideCounts rest;
+    rest.Take(wide + i, length - i);
+    return {size + rest.m_more, (faults | rest.m_faults) == 0};
+}
+
+/// Decodes one character of text that is known to be UTF-8, and moves past it.
+wchar_t* DecodeOne(const unsigned char*& next, wchar_t* wide) noexcept
+{
+    const auto following = [next](int i) { return next[i] & 0x3Fu; };
+    char32_t c = *next;
+    if (c < 0x80)
+    {
+        next += 1;
+    }
+    else if (c < 0xE0)
+    {
+        c = (c & 0x1F) << 6 | following(1);
+        next += 2;
+    }
+    else if (c < 0xF0)
+    {
+        c = (c & 0x0F) << 12 | following(1) << 6 | following(2);
+        next += 3;
+    }
+    else
+    {
+        c = (c & 0x07) << 18 | following(1) << 12 | following(2) << 6 | following(3);
+        next += 4;
+    }
+    return WideForm<>::Write(c, wide);
 }
 
 /// Decodes text that is known to be UTF-8.
@@ -215,37 +307,27 @@ void DecodeValid(const char* text, size_t size, wchar_t* wide) noexcept
 {
     const auto* next = reinterpret_cast<const unsigned char*>(text);
     const unsigned char* const end = next + size;
-    const auto following = [&next](int i) { return next[i] & 0x3Fu; };
-    while (next != end)
+    // As if eight bytes were ASCII, and from the first that is not, one by one. So many bytes are at least eight
+    // characters, so that eight may be written.
+    while (end - next >= 32)
     {
-        char32_t c = *next;
-        if (c < 0x80)
+        WidenStep(next, wide);
+        const uint64_t others = LoadLittleEndian<uint64_t>(next) & 0x8080808080808080u;
+        if (others == 0)
         {
-            const char* const rest = reinterpret_cast<const char*>(next);
-            const size_t ascii = CopyAsciiFront(rest, static_cast<size_t>(end - next), wide);
-            next += ascii;
-            wide += ascii;
-            if (ascii != 0)
-                continue;
-            next += 1;
+            next += kStep;
+            wide += kStep;
+            continue;
         }
-        else if (c < 0xE0)
-        {
-            c = (c & 0x1F) << 6 | following(1);
-            next += 2;
-        }
-        else if (c < 0xF0)
-        {
-            c = (c & 0x0F) << 12 | following(1) << 6 | following(2);
-            next += 3;
-        }
-        else
-        {
-            c = (c & 0x07) << 18 | following(1) << 12 | following(2) << 6 | following(3);
-            next += 4;
-        }
-        wide = WideForm<>::Write(c, wide);
+        const size_t ascii = TrailingZeros(others) / 8;
+        next += ascii;
+        wide += ascii;
+        do
+            wide = DecodeOne(next, wide);
+        while (next != end && *next >= 0x80);
     }
+    while (next != end)
+        wide = DecodeOne(next, wide);
 }
 
 char Following(char32_t c, int shift) noexcept
@@ -303,17 +385,42 @@ char* EncodePairsOfStep(const wchar_t* wide, char* text) noexcept
     return text;
 }
 
+bool AreTriples(const wchar_t* wide) noexcept
+{
+    unsigned others = 0;
+    for (size_t i = 0; i < kStep; ++i)
+        others |= unsigned{static_cast<char32_t>(wide[i]) - 0x800u >= 0xF800u};
+    return others == 0;
+}
+
+/// The same of characters that take three bytes: a fourth one is written, too.
+char* EncodeTriplesOfStep(const wchar_t* wide, char* text) noexcept
+{
+    for (size_t i = 0; i < kStep; ++i, text += 3)
+    {
+        const auto c = static_cast<char32_t>(wide[i]);
+        const uint32_t bytes = 0x8080E0u | c >> 12 | (c & 0xFC0) << 2 | (c & 0x3F) << 16;
+        StoreLittleEndian(reinterpret_cast<unsigned char*>(text), bytes);
+    }
+    return text;
+}
+
 /// Encodes text that is known to be code points.
 void EncodeValid(const wchar_t* wide, size_t length, char* text) noexcept
 {
-    // More than a step is left, so that there is room behind a pair.
+    // More than a step is left, so that there is room for what is overwritten.
     for (; length > kStep; wide += kStep, length -= kStep)
     {
-        const auto highest = *std::max_element(wide, wide + kStep);
-        if (highest < 0x80)
-            text += CopyAsciiFront(wide, kStep, text);
-        else
-            text = highest < 0x800 ? EncodePairsOfStep(wide, text) : EncodeEach(wide, kStep, text);
+        const auto bits = BitsOf(wide);
+        if (bits < 0x80)
+        {
+            NarrowStep(wide, text);
+            text += kStep;
+            continue;
+        }
+        text = bits < 0x800       ? EncodePairsOfStep(wide, text)
+               : AreTriples(wide) ? EncodeTriplesOfStep(wide, text)
+                                  : EncodeEach(wide, kStep, text);
     }
     EncodeEach(wide, length, text);
 }
@@ -332,9 +439,7 @@ TextMeasure MeasureIfValid(const Unit* text, size_t size) noexcept
         if (avx2::IsAvailable())
             return avx2::Measure(text, size);
     }
-    const size_t ascii = AsciiFront(text, size);
-    const TextMeasure rest = MeasurePlainly(text + ascii, size - ascii);
-    return {ascii + rest.m_length, rest.m_valid};
+    return MeasurePlainly(text, size);
 }
 } // namespace
 
@@ -362,8 +467,7 @@ void Utf8ToWide(const char* text, size_t size, TextMeasure measure, wchar_t* wid
             return;
         }
     }
-    const size_t ascii = CopyAsciiFront(text, size, wide);
-    DecodeValid(text + ascii, size - ascii, wide + ascii);
+    DecodeValid(text, size, wide);
 }
 
 TextMeasure MeasureWide(const wchar_t* wide, size_t length) noexcept
