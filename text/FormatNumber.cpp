@@ -182,6 +182,24 @@ bool WriteMagnitude(FormatOutput<T>& output, const FormatSpec& spec, NumberText 
     return WriteNumber(output, spec, text, digitCount, spec.precision == FormatSpec::kNoPrecision, putDigits);
 }
 
+// Nothing but the number: "%d" and the like, which most integers are printed by.
+bool IsBareDecimal(const FormatSpec& spec) noexcept
+{
+    return spec.width == 0 && spec.precision == FormatSpec::kNoPrecision && !spec.plus && !spec.space && !spec.grouped;
+}
+
+template <class T>
+bool WriteBareDecimal(FormatOutput<T>& output, bool negative, unsigned long long value)
+{
+    const size_t count = std::max<size_t>(CountDecimal(value), 1);
+    T* const at = output.Extend(count + (negative ? 1 : 0));
+    if (at == nullptr)
+        return false;
+    at[0] = T(negative ? '-' : '0');
+    PutDecimal(value, at + count + (negative ? 1 : 0));
+    return true;
+}
+
 // The value as an integer of so many bytes.
 long long SignedValue(long long value, int size) noexcept
 {
@@ -458,15 +476,16 @@ bool tev::WriteInteger(FormatOutput<T>& output, const FormatSpec& spec, long lon
 {
     const int size = IntegerSize(spec.modifier);
     const bool isSigned = spec.letter == 'd' || spec.letter == 'i';
-    NumberText text;
+    const bool isDecimal = isSigned || spec.letter == 'u';
+    const long long number = isSigned ? SignedValue(value, size) : 0;
     unsigned long long magnitude = UnsignedValue(value, size);
     if (isSigned)
-    {
-        const long long number = SignedValue(value, size);
-        AddSign(text, spec, number < 0);
         magnitude = number < 0 ? 0 - static_cast<unsigned long long>(number) : static_cast<unsigned long long>(number);
-    }
-    const bool isDecimal = isSigned || spec.letter == 'u';
+    if (isDecimal && IsBareDecimal(spec))
+        return WriteBareDecimal(output, number < 0, magnitude);
+    NumberText text;
+    if (isSigned)
+        AddSign(text, spec, number < 0);
     if (spec.grouped && isDecimal && magnitude != 0)
         return WriteGrouped(output, spec, text, magnitude);
     const bool isHexadecimal = spec.letter == 'x' || spec.letter == 'X';

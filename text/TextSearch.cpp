@@ -222,20 +222,39 @@ private:
     const bool m_asciiIsPlain = tev::LowerCase(T('I')) == T('i');
 };
 
+#if defined(__x86_64__)
+// One bit for each byte that differs.
+unsigned DifferencesOfBlock(const wchar_t* left, const wchar_t* right) noexcept
+{
+    const __m128i same = _mm_cmpeq_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(left)),
+                                        _mm_loadu_si128(reinterpret_cast<const __m128i*>(right)));
+    return static_cast<unsigned>(_mm_movemask_epi8(same)) ^ 0xFFFF;
+}
+
+size_t FirstDifference(unsigned differences) noexcept
+{
+    return static_cast<size_t>(__builtin_ctz(differences)) / sizeof(wchar_t);
+}
+#endif
+
 // How many leading characters are equal. The last block overlaps the one before it.
 size_t CommonLengthPlainly(const wchar_t* left, const wchar_t* right, size_t count) noexcept
 {
     size_t at = 0;
 #if defined(__x86_64__)
     constexpr size_t kAtOnce = 16 / sizeof(wchar_t);
+    for (; count - at >= 2 * kAtOnce; at += 2 * kAtOnce)
+    {
+        const unsigned differences = DifferencesOfBlock(left + at, right + at) |
+                                     DifferencesOfBlock(left + at + kAtOnce, right + at + kAtOnce) << 16;
+        if (differences != 0)
+            return at + FirstDifference(differences);
+    }
     for (; count >= kAtOnce && at < count; at += kAtOnce)
     {
         at = std::min(at, count - kAtOnce);
-        const __m128i same = _mm_cmpeq_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(left + at)),
-                                            _mm_loadu_si128(reinterpret_cast<const __m128i*>(right + at)));
-        const unsigned differences = static_cast<unsigned>(_mm_movemask_epi8(same)) ^ 0xFFFF;
-        if (differences != 0)
-            return at + static_cast<size_t>(__builtin_ctz(differences)) / sizeof(wchar_t);
+        if (const unsigned differences = DifferencesOfBlock(left + at, right + at))
+            return at + FirstDifference(differences);
     }
 #endif
     for (; at < count && left[at] == right[at]; ++at)
@@ -244,7 +263,7 @@ size_t CommonLengthPlainly(const wchar_t* left, const wchar_t* right, size_t cou
 }
 
 #if defined(__x86_64__)
-// The same of at least eight characters of 32 bits.
+// The same of characters of 32 bits, at least as many as a vector has.
 __attribute__((target("avx2"))) size_t CommonLengthAvx2(const wchar_t* left, const wchar_t* right,
                                                         size_t count) noexcept
 {
@@ -276,7 +295,7 @@ __attribute__((target("avx2"))) size_t CommonLengthAvx2(const wchar_t* left, con
 size_t CommonLength(const wchar_t* left, const wchar_t* right, size_t count) noexcept
 {
 #if defined(__x86_64__)
-    if (sizeof(wchar_t) == 4 && count >= 8 && tev::HasAvx2())
+    if (sizeof(wchar_t) == 4 && count >= 32 && tev::HasAvx2())
         return CommonLengthAvx2(left, right, count);
 #endif
     return CommonLengthPlainly(left, right, count);

@@ -206,7 +206,14 @@ TEV_TARGET_AVX2 inline void CountAny(__m256i characters, EncodingCount& count)
     count.m_faults = _mm256_or_si256(count.m_faults, NoCharacters(characters));
 }
 
-/// Of so few characters that the lanes hold the numbers.
+TEV_TARGET_AVX2 inline unsigned SumOfLanes(__m256i lanes)
+{
+    const __m128i four = _mm_add_epi32(_mm256_castsi256_si128(lanes), _mm256_extracti128_si256(lanes, 1));
+    const __m128i two = _mm_add_epi32(four, _mm_shuffle_epi32(four, 0x4E));
+    return static_cast<unsigned>(_mm_cvtsi128_si32(_mm_add_epi32(two, _mm_shuffle_epi32(two, 0xB1))));
+}
+
+/// Of so few characters that 32 bits hold the numbers.
 TEV_TARGET_AVX2 TextMeasure MeasurePiece(const wchar_t* wide, size_t length)
 {
     constexpr size_t kStretch = 4 * kLanes;
@@ -231,12 +238,7 @@ TEV_TARGET_AVX2 TextMeasure MeasurePiece(const wchar_t* wide, size_t length)
     }
     for (; i < length; i += kLanes)
         CountAny(LoadFront(wide + i, length - i), count);
-    alignas(kStep) unsigned more[kLanes];
-    Store(more, count.m_more);
-    size_t size = length;
-    for (const unsigned each : more)
-        size += each;
-    return {size, _mm256_testz_si256(count.m_faults, count.m_faults) != 0};
+    return {length + SumOfLanes(count.m_more), _mm256_testz_si256(count.m_faults, count.m_faults) != 0};
 }
 } // namespace
 
@@ -280,7 +282,11 @@ TEV_TARGET_AVX2 void EncodeUtf8(const wchar_t* wide, size_t length, char* text, 
         char bytes[kMostBytes];
         const bool isRoom = textEnd - text >= kMostBytes;
         char* const out = isRoom ? text : bytes;
-        const char* const end = EncodeEight(characters, Classify(characters), out);
+        char* end = out + kLanes;
+        if (IsBelow(characters, 0x80))
+            NarrowAscii(JoinWords(characters, characters), out);
+        else
+            end = EncodeEight(characters, Classify(characters), out);
         const auto written = static_cast<size_t>(end - out) - (kLanes - std::min(kLanes, length - taken));
         if (!isRoom)
             std::memcpy(text, bytes, written);

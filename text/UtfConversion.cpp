@@ -430,13 +430,16 @@ uint16_t UnitAt(const char* text, size_t index) noexcept
     return LoadLittleEndian<uint16_t>(reinterpret_cast<const unsigned char*>(text) + 2 * index);
 }
 
+// Fewer characters than a vector has are not worth its set-up.
+constexpr size_t kEncodingWorth = 8;
+
 /// Either of the ways to measure, whichever is faster here; the length means something only when the text is valid.
 template <class Unit>
 TextMeasure MeasureIfValid(const Unit* text, size_t size) noexcept
 {
     if constexpr (avx2::kIsBuilt)
     {
-        if (avx2::IsAvailable())
+        if ((sizeof(Unit) == 1 || size >= kEncodingWorth) && avx2::IsAvailable())
             return avx2::Measure(text, size);
     }
     return MeasurePlainly(text, size);
@@ -485,7 +488,7 @@ void WideToUtf8(const wchar_t* wide, size_t length, TextMeasure measure, char* t
     }
     if constexpr (avx2::kIsBuilt)
     {
-        if (avx2::IsAvailable())
+        if (length >= kEncodingWorth && avx2::IsAvailable())
         {
             avx2::EncodeUtf8(wide, length, text, text + std::max(measure.m_length, room));
             return;
