@@ -25,9 +25,9 @@ using Bytes = std::vector<unsigned char>;
 using Records = std::vector<XPreferenceRecord>;
 
 constexpr std::size_t kFirstRead = std::size_t(1) << 20;
-constexpr std::size_t kWriteStep = std::size_t(1) << 30;        // a count of the file has 32 bits
-constexpr unsigned __int64 kLargestFile = std::size_t(1) << 30; // what has no length is larger
-constexpr std::size_t kCountSize = 4;                           ///< the number of records, at the start of the file
+constexpr std::size_t kWriteStep = std::size_t(1) << 30; // a count of the file has 32 bits
+constexpr unsigned __int64 kLargestFile = std::size_t(1) << 30;
+constexpr std::size_t kCountSize = 4; ///< the number of records, at the start of the file
 constexpr std::size_t kKeysSize = 8;
 constexpr const wchar_t* kDamagedSuffix = L".damaged";
 
@@ -46,6 +46,8 @@ bool HasFileName(const Text& path)
 Bytes ReadAll(CXFile& file)
 {
     const unsigned __int64 length = file.GetLength();
+    if (length == tev::platform::kNoPosition)
+        CXFileException::ThrowOsError(fileGeneric, file.GetFilePath(), nullptr);
     if (length > kLargestFile)
         CXFileException::Throw(fileInvalidFile, file.GetFilePath());
     Bytes bytes;
@@ -112,7 +114,7 @@ public:
     explicit UpdatedFolder(const Text& path) : m_outer(t_innermost)
     {
         if (!Find(path, m_folder))
-            CXFileException::Throw(fileBadPath, path);
+            CXFileException::ThrowOsError(fileBadPath, path, nullptr);
         t_innermost = this;
     }
     ~UpdatedFolder() { t_innermost = m_outer; }

@@ -119,7 +119,11 @@ unsigned SettingsConnection::ErrorOf(int result)
     case SQLITE_NOMEM:
         return kSettingsNoMemory;
     case SQLITE_READONLY:
-        return platform::MayWriteFile(m_path) ? unsigned{kSettingsAccessDenied} : platform::LastSystemError();
+        if (!platform::MayWriteFile(m_path))
+            return platform::LastSystemError();
+        // It could not be opened for writing when the connection was made; why is not known any more.
+        m_isBroken = true;
+        return kSettingsReopen;
     case SQLITE_PERM:
     case SQLITE_AUTH:
         return kSettingsAccessDenied;
@@ -137,7 +141,7 @@ unsigned SettingsConnection::ErrorOf(int result)
     }
     case SQLITE_IOERR:
         m_isBroken = true;
-        return result == SQLITE_IOERR_CORRUPTFS ? kSettingsDamaged : systemError(kSettingsDeviceError);
+        return systemError(kSettingsDeviceError);
     default: // not a database, a damaged one, or one with other tables
         m_isBroken = true;
         return kSettingsDamaged;

@@ -8,6 +8,7 @@
 #include <chrono>
 #include <cstdint>
 #include <string>
+#include <utility>
 
 namespace tev
 {
@@ -113,15 +114,17 @@ private:
     std::chrono::milliseconds m_pause{0};
 };
 
-/// Repeats an attempt, which takes SettingsLock and undoes what it did when it answers kSettingsBusy. Between two attempts
-/// the lock is free: other threads go on, and the process can fork.
+/// Repeats an attempt, which takes SettingsLock and undoes what it did when it answers kSettingsBusy or kSettingsReopen, after
+/// which a connection is made anew. Between two attempts the lock is free: other threads go on, and the process can fork.
 template <class Attempt>
 unsigned RetryWhileBusy(Attempt attempt)
 {
     SettingsPatience patience;
     unsigned error = attempt();
-    while (error == kSettingsBusy && patience.Wait())
+    bool isReopened = false;
+    while ((error == kSettingsReopen && !std::exchange(isReopened, true)) ||
+           (error == kSettingsBusy && patience.Wait()))
         error = attempt();
-    return error;
+    return error == kSettingsReopen ? unsigned{kSettingsAccessDenied} : error;
 }
 } // namespace tev

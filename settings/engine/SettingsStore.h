@@ -54,8 +54,9 @@ enum SettingsError : unsigned
     kSettingsForeign = 1017, ///< the file is the database of another program; it is left as it is
     kSettingsKeyDeleted = 1018,
     kSettingsDeviceError = 1117,
-    kSettingsNewer = 1306,   ///< the file is of a later version; it is left as it is
-    kSettingsTooLarge = 1450 ///< a value of about 1 GB
+    kSettingsNewer = 1306,       ///< the file is of a later version; it is left as it is
+    kSettingsTooLarge = 1450,    ///< a value of about 1 GB
+    kSettingsReopen = 0xFFFFFFFF ///< no failure that anyone is told: see RetryWhileBusy
 };
 
 // Rights that a key is opened with. Creating and deleting keys asks for none, the rest of a mask has no meaning here.

@@ -15,6 +15,7 @@
 #include "settings/PreferenceFile.h"
 #include "settings/RegistryText.h"
 #include "tests/support/FailingAllocations.h"
+#include "tests/support/FailingFileSystem.h"
 #include "tests/support/ForkedChild.h"
 #include "tests/support/OnThreads.h"
 #include "tests/support/RawZip.h"
@@ -184,6 +185,18 @@ TEST_F(LastFailure, OfSettingsSaysWhy)
         {"CCustomData::SaveToPrefs", Kind::kArgument, 0, noName,
          [&] { return !m_store.SaveToPrefs(noName.c_str(), 1, 1); }},
         {"CCustomData::SaveToPrefs", Kind::kSystem, 2, lost, [&] { return !m_store.SaveToPrefs(lostText, 1, 1); }},
+        {"CCustomData::SaveToPrefs", Kind::kSystem, 23, prefs.GetConstBuffer(),
+         [&] {
+             tev::test::FailingFileSystem disk;
+             disk.FailEach("get length", EIO);
+             return !m_store.SaveToPrefs(prefs, 1, 1);
+         }},
+        {"XUpdatePreferences", Kind::kSystem, 112, prefs.GetConstBuffer(),
+         [&] {
+             tev::test::FailingFileSystem disk;
+             disk.AtStep("get length", [&] { disk.FailEach("resolve links", ENOSPC); });
+             return !XUpdatePreferences(prefs, 1, 1, change);
+         }},
         {"CCustomData::LoadFromPrefs", Kind::kSystem, 2, m_missing,
          [&] { return !CCustomData().LoadFromPrefs(m_missingText, 1, 1, false); }},
         {"CCustomData::LoadFromPrefs", Kind::kData, 0, m_text,

@@ -17,8 +17,6 @@ using Texts = CXArray<Text, const Text&>;
 constexpr unsigned kKey = 7;
 constexpr unsigned kId = 3;
 constexpr std::size_t kBigSize = 300000;
-constexpr unsigned kNoMemory = 8;
-constexpr unsigned kNoDescriptors = 4;
 
 /// Hardly compressible, the same each time.
 std::string BigText()
@@ -29,8 +27,7 @@ std::string BigText()
     return text;
 }
 
-Told g_told = Told::Nothing;
-unsigned g_toldFailure = 0;
+Told g_told;
 bool g_hasThrown = false;
 
 /// Calls what throws nothing, whatever fails.
@@ -124,10 +121,9 @@ bool Note(const CZip& zip, bool isDone)
 {
     if (isDone)
         return true;
-    g_toldFailure = static_cast<unsigned>(zip.GetLastFailure());
-    const bool isSystem = zip.GetLastFailure() == XZipFailure::kSystem;
-    const unsigned code = isSystem ? zip.GetLastSystemError() : 0;
-    g_told = code == kNoMemory ? Told::Memory : code == kNoDescriptors ? Told::Descriptors : Told::Other;
+    const XZipFailure failure = zip.GetLastFailure();
+    g_told.byClass =
+        failure == XZipFailure::kSystem ? zip.GetLastSystemError() : kToldOther + static_cast<unsigned>(failure);
     return false;
 }
 
@@ -137,11 +133,21 @@ bool Note(const CMiniZip& zip, bool isDone)
     if (isDone)
         return true;
     const CXExtractionFailure failure = zip.GetFailure();
-    g_toldFailure = static_cast<unsigned>(failure);
-    g_told = failure == CXExtractionFailure::kNoMemory           ? Told::Memory
-             : failure == CXExtractionFailure::kTooManyOpenFiles ? Told::Descriptors
-                                                                 : Told::Other;
+    g_told.byClass = failure == CXExtractionFailure::kNoMemory           ? kToldMemory
+                     : failure == CXExtractionFailure::kTooManyOpenFiles ? kToldDescriptors
+                     : failure == CXExtractionFailure::kNotWritable      ? kToldUnwritable
+                                                                         : kToldOther + static_cast<unsigned>(failure);
     return false;
+}
+
+unsigned ToldBy(const XFailure& failure)
+{
+    if (!failure)
+        return kToldNothing;
+    if (failure.GetKind() == XFailureKind::kMemory)
+        return kToldMemory;
+    return failure.GetSystemError() != 0 ? failure.GetSystemError()
+                                         : kToldOther + static_cast<unsigned>(failure.GetKind());
 }
 
 template <class Change>
@@ -411,11 +417,6 @@ Told WhatWasTold()
     return g_told;
 }
 
-unsigned ToldFailure()
-{
-    return g_toldFailure;
-}
-
 bool HasThrown()
 {
     return g_hasThrown;
@@ -423,9 +424,12 @@ bool HasThrown()
 
 bool Succeeds(const Operation& operation, const fs::path& folder)
 {
+    XClearLastFailure();
     try
     {
-        return operation.run(folder);
+        if (operation.run(folder))
+            return true;
+        g_told.byRecord = ToldBy(XLastFailure());
     }
     catch (CXException* failure)
     {
@@ -433,6 +437,7 @@ bool Succeeds(const Operation& operation, const fs::path& folder)
     }
     catch (const std::bad_alloc&)
     {
+        g_told.byRecord = kToldMemory;
     }
     return false;
 }

@@ -27,7 +27,7 @@ struct Operation
     bool isInParts = false;        ///< a failure may leave some of the files
     bool replaces = false;         ///< a file by another one, which must be on the disk before
     bool endsAtReadError = false;  ///< takes what could be read for all, as it is documented
-    bool keepsConnection = false;  ///< descriptors and files stay until the process ends
+    bool keepsConnection = false;  ///< its descriptors stay until the process ends
     bool leavesWhenKilled = false; ///< a temporary file
 };
 
@@ -35,17 +35,22 @@ const std::vector<Operation>& Operations();
 /// Those of them that write neither preference files nor archives.
 std::vector<Operation> ServiceOperations();
 
-/// What the last failure of a class that tells it was.
-enum class Told
+// Why an operation failed, as it is told: the system's codes, and what stands for none of them.
+constexpr unsigned kToldDescriptors = 4;
+constexpr unsigned kToldMemory = 8;
+constexpr unsigned kToldInputOutput = 23;
+constexpr unsigned kToldDiskFull = 112;
+constexpr unsigned kToldDevice = 1117; ///< as kToldInputOutput, by the registry
+constexpr unsigned kToldNothing = 10000;
+constexpr unsigned kToldUnwritable = 10001; ///< where the class does not say more
+constexpr unsigned kToldOther = 10002;      ///< plus the number of the failure in its enumeration
+
+struct Told
 {
-    Nothing, ///< or there was none
-    Memory,
-    Descriptors,
-    Other
+    unsigned byClass = kToldNothing;  ///< by the object
+    unsigned byRecord = kToldNothing; ///< by XLastFailure, or an exception
 };
 Told WhatWasTold();
-/// Its number in the enumeration of its class.
-unsigned ToldFailure();
 /// Whether an exception has left a call that throws none.
 bool HasThrown();
 

@@ -76,8 +76,15 @@ void PrepareLog(const fs::path& folder)
     CloseLogFile();
 }
 
+/// What writes to the log may throw.
+struct LogClosed
+{
+    ~LogClosed() { CloseLogFile(); }
+};
+
 bool WriteLog(const fs::path& folder)
 {
+    const LogClosed atEnd;
     if (!SetLogFile(PathOf(folder, "log"), xLogAppend, 0xFF))
         return false;
     for (int line = 0; line < kLogLines; ++line)
@@ -85,7 +92,7 @@ bool WriteLog(const fs::path& folder)
     return CloseLogFile();
 }
 
-/// Messages that cannot be written are lost, as a log's writers are never told; what was there before stays.
+/// Messages that cannot be written are lost; what was there before stays.
 State LookAtLog(const fs::path& folder)
 {
     CStdioFileEx file;
@@ -163,7 +170,7 @@ std::vector<Operation> ServiceOperations()
         {"tev registry export", PrepareExport, ExportRegistry, LookAtExport, State::New, false, true, false, false,
          true},
         {"tev text convert", PrepareExport, ConvertText, LookAtExport, State::New, false, true, false, false, true},
-        {"log", PrepareLog, WriteLog, LookAtLog, State::New, true, false, false, true},
+        {"log", PrepareLog, WriteLog, LookAtLog, State::New, true},
     };
 }
 } // namespace tev::trials
