@@ -44,7 +44,7 @@ using Text = CXTString<wchar_t>;
 
 constexpr wchar_t kTemporaryPrefix[] = L"MiniZip";
 
-/// Why something could not be opened, or `otherwise`.
+/// Why something failed, or `otherwise`.
 Failure FailureOf(unsigned systemError, Failure otherwise)
 {
     switch (systemError)
@@ -56,6 +56,15 @@ Failure FailureOf(unsigned systemError, Failure otherwise)
     default:
         return otherwise;
     }
+}
+
+/// Whether an error says that there is no such file, and that there can be none.
+bool IsMissing(unsigned systemError)
+{
+    constexpr unsigned kBadName = 123;
+    constexpr unsigned kNameTooLong = 206;
+    return systemError == tev::platform::kNotFound || systemError == tev::platform::kPathNotFound ||
+           systemError == kBadName || systemError == kNameTooLong;
 }
 
 /// What `work` returns, or, where it throws, what `fail` returns.
@@ -95,10 +104,12 @@ FileIdentity IdentityOf(const Text& path)
     return {information.device, information.number};
 }
 
-XFailureKind KindOf(Failure failure)
+XFailureKind KindOf(Failure failure, unsigned systemError)
 {
     switch (failure)
     {
+    case Failure::kNoArchive:
+        return systemError == 0 ? XFailureKind::kData : XFailureKind::kSystem;
     case Failure::kNotFound:
     case Failure::kNotWritable:
     case Failure::kTooManyOpenFiles:
@@ -166,7 +177,7 @@ bool CMiniZip::Told(const char* operation, const Text& source, const Text& desti
     const bool isOfDestination = m_failure == Failure::kNotWritable && to && !to->IsEmpty();
     const std::optional<Text>& path = isOfDestination ? to : from;
     const unsigned text = tev::kTextExtractionFailure + static_cast<unsigned>(m_failure);
-    return tev::NoteFailure({operation, KindOf(m_failure), m_systemError, fileNone, text},
+    return tev::NoteFailure({operation, KindOf(m_failure, m_systemError), m_systemError, fileNone, text},
                             path ? path->GetConstBuffer() : nullptr);
 }
 
@@ -174,8 +185,9 @@ bool CMiniZip::ExtractZip(const CXTString<wchar_t>& zipPath, const CXTString<wch
 {
     const auto extract = [&](const Text& source, const Text& destination) {
         StartOver();
-        if (!fileExists(source))
-            return Fail(Failure::kNotFound);
+        FileInformation information;
+        if (!tev::platform::GetFileInformation(source, information))
+            return FailToRead(tev::platform::LastSystemError());
         m_keepFiles = keepFiles;
         m_destFolder = destination;
         if (destination.IsEmpty() && !keepFiles)
@@ -199,9 +211,9 @@ bool CMiniZip::StartIn(std::unique_ptr<ContainedFolder> folder)
 {
     const unsigned error = tev::platform::LastSystemError();
     if (folder == nullptr)
-        return Fail(FailureOf(error, Failure::kNotWritable), error);
+        return FailToWrite(error);
     folder->ClearLeftovers();
-    return m_files->Start(std::move(folder)) || Fail(Failure::kTooManyOpenFiles);
+    return m_files->Start(std::move(folder)) || FailToWrite(tev::platform::LastSystemError());
 }
 
 bool CMiniZip::ExtractEntries(const CXTString<wchar_t>& zipPath)
@@ -215,7 +227,7 @@ bool CMiniZip::ExtractEntries(const CXTString<wchar_t>& zipPath)
     ZipError error;
     const std::unique_ptr<PlainZipReader> reader = PlainZipReader::Open(zipPath, *m_password, error);
     if (reader == nullptr)
-        return Fail(FailureOf(error.systemError, Failure::kNoArchive), error.systemError);
+        return FailToRead(error.systemError);
     if (!m_temporaryFolderCreated && !StartIn(ContainedFolder::Open(destination, ContainedFolder::Missing::Create)))
         return false;
     m_files->Folder().Protect(IdentityOf(zipPath));
@@ -233,7 +245,7 @@ bool CMiniZip::ExtractEntries(const CXTString<wchar_t>& zipPath)
     for (const tev::ZipExtraction::SkippedEntry& entry : extraction.Skipped())
         m_skippedEntries.push_back({tev::WideEntryName(entry.m_name).c_str(), entry.m_reason});
     if (failure != Failure::kNone)
-        return Fail(failure);
+        return Fail(failure, extraction.SystemError());
     return !m_extractedFiles.IsEmpty() || Fail(Failure::kNothingInIt);
 }
 
@@ -264,10 +276,10 @@ bool CMiniZip::ExtractFile(Stream wanted, const CXTString<wchar_t>& source, cons
 {
     const auto extract = [&](const Text& from, const Text& to) {
         StartOver();
-        Failure failure = Failure::kNone;
-        const Stream stream = StreamOf(from, failure);
+        unsigned error = 0;
+        const Stream stream = StreamOf(from, error);
         if (stream == Stream::kNone || (wanted != Stream::kNone && stream != wanted))
-            return Fail(failure != Failure::kNone ? failure : Failure::kNoArchive);
+            return FailToRead(error);
         if (stream == Stream::kGZip)
             m_keepFiles = keepFiles;
         if (!ExtractStream(stream, from, to))
@@ -290,14 +302,14 @@ bool CMiniZip::ExtractStream(Stream stream, const CXTString<wchar_t>& source, co
 {
     FileInformation information;
     if (!tev::platform::GetFileInformation(source, information))
-        return Fail(Failure::kNotFound);
+        return FailToRead(tev::platform::LastSystemError());
     Target target = fileIsSameFile(source, destFile) ? Target() : FindTarget(destFile);
     if (!StartIn(std::move(target.m_folder)))
         return false;
     const std::unique_ptr<ContainedFile> file = m_files->Folder().CreateFile(target.m_name);
     const unsigned createError = tev::platform::LastSystemError();
     if (file == nullptr)
-        return Fail(FailureOf(createError, Failure::kNotWritable), createError);
+        return FailToWrite(createError);
     if (!ReportProgress(0, information.size))
         return Fail(Failure::kCancelled);
 
@@ -310,7 +322,7 @@ bool CMiniZip::ExtractStream(Stream stream, const CXTString<wchar_t>& source, co
         if (!m_limits.Allows(written, information.size))
             return Fail(Failure::kTooLarge);
         if (!behind.Write(bytes, count))
-            return Fail(FailureOf(behind.SystemError(), Failure::kNotWritable), behind.SystemError());
+            return FailToWrite(behind.SystemError());
         return ReportProgress(consumed, information.size) || Fail(Failure::kCancelled);
     };
     const bool isGZip = stream == Stream::kGZip;
@@ -325,14 +337,14 @@ bool CMiniZip::ExtractStream(Stream stream, const CXTString<wchar_t>& source, co
         return true;
     }
     if (!behind.Finish())
-        return Fail(FailureOf(behind.SystemError(), Failure::kNotWritable), behind.SystemError());
+        return FailToWrite(behind.SystemError());
     m_files->Files().push_back({target.m_name, {}});
     m_extractedFiles.Add(destFile);
     if (file->Keep(std::nullopt, m_files->Files().back().m_identity))
         return true;
     const unsigned error = tev::platform::LastSystemError();
     m_extractedFiles.RemoveAll();
-    return Fail(FailureOf(error, Failure::kNotWritable), error);
+    return FailToWrite(error);
 }
 
 /// Whether what was unpacked is to be kept, with the failure.
@@ -347,20 +359,20 @@ bool CMiniZip::EndStream(tev::platform::UnpackEnding ending, bool isGZip, unsign
     case UnpackResult::NoMemory:
         return Fail(Failure::kNoMemory);
     case UnpackResult::SourceFailed:
-        return (isGZip && written != 0) || Fail(FailureOf(tev::platform::LastSystemError(), Failure::kNoArchive));
+        return (isGZip && written != 0) || FailToRead(tev::platform::LastSystemError());
     default:
         m_damage = ending.damage;
         return !Fail(Failure::kDamaged) && isGZip;
     }
 }
 
-CMiniZip::Stream CMiniZip::StreamOf(const CXTString<wchar_t>& path, CXExtractionFailure& failure)
+CMiniZip::Stream CMiniZip::StreamOf(const CXTString<wchar_t>& path, unsigned int& systemError)
 {
     using Magic = std::array<unsigned char, 4>;
     constexpr Magic kLittleEndian = {0x28, 0xB5, 0x2F, 0xFD};
     constexpr Magic kBigEndian = {0xFD, 0x2F, 0xB5, 0x28}; // accepted deliberately
     const std::shared_ptr<const InputFile> file = InputFile::Open(path);
-    const unsigned openError = tev::platform::LastSystemError();
+    systemError = file == nullptr ? tev::platform::LastSystemError() : 0;
     Magic magic = {};
     int error = 0;
     const std::size_t size = file != nullptr ? file->ReadAt(0, magic.data(), magic.size(), error) : 0;
@@ -368,18 +380,15 @@ CMiniZip::Stream CMiniZip::StreamOf(const CXTString<wchar_t>& path, CXExtraction
         return Stream::kGZip;
     if (size == magic.size() && (magic == kLittleEndian || magic == kBigEndian))
         return Stream::kZStd;
-    if (file == nullptr)
-        failure = FailureOf(openError, fileExists(path) ? Failure::kNoArchive : Failure::kNotFound);
-    else
-        failure = error != 0 ? FailureOf(tev::platform::SystemErrorFromErrno(error), Failure::kNoArchive)
-                             : Failure::kNoArchive;
+    if (error != 0)
+        systemError = tev::platform::SystemErrorFromErrno(error);
     return Stream::kNone;
 }
 
 bool CMiniZip::IsStream(const CXTString<wchar_t>& path, Stream stream)
 {
     const auto compare = [&] {
-        Failure ignored = Failure::kNone;
+        unsigned ignored = 0;
         return StreamOf(path, ignored) == stream;
     };
     return tev::ResultOr(false, compare);
@@ -471,6 +480,16 @@ bool CMiniZip::Fail(CXExtractionFailure failure, unsigned systemError) noexcept
     m_failure = failure;
     m_systemError = systemError;
     return false;
+}
+
+bool CMiniZip::FailToRead(unsigned systemError) noexcept
+{
+    return Fail(IsMissing(systemError) ? Failure::kNotFound : FailureOf(systemError, Failure::kNoArchive), systemError);
+}
+
+bool CMiniZip::FailToWrite(unsigned systemError) noexcept
+{
+    return Fail(FailureOf(systemError, Failure::kNotWritable), systemError);
 }
 
 /// Forgets files that were kept.

@@ -104,13 +104,15 @@ private:
     };
 
     /// What the first bytes say; where it is kNone, `failure` says why.
-    static Stream StreamOf(const CXTString<wchar_t>& path, CXExtractionFailure& failure);
+    static Stream StreamOf(const CXTString<wchar_t>& path, unsigned int& systemError);
     static bool IsStream(const CXTString<wchar_t>& path, Stream stream);
     static int OnExtractFile(char const* utf8Path, void* self);
     void StartOver();
     /// False, always.
     bool Fail(CXExtractionFailure failure) noexcept;
     bool Fail(CXExtractionFailure failure, unsigned int systemError) noexcept;
+    bool FailToRead(unsigned int systemError) noexcept;
+    bool FailToWrite(unsigned int systemError) noexcept;
     template <class EXTRACT>
     bool Told(const char* operation, const CXTString<wchar_t>& source, const CXTString<wchar_t>& destination,
               EXTRACT&& extract);

@@ -90,7 +90,10 @@ public:
             Decide(index);
         }
         if (!m_all.m_folder.HasSpaceFor(m_totalBytes))
+        {
+            m_all.m_systemError = platform::kDiskFull;
             return Failure::kNotWritable;
+        }
         for (std::size_t i = 0; i < m_folders.size() && m_failure == Failure::kNone; ++i)
         {
             if (IsCancelled(i))
@@ -166,8 +169,11 @@ private:
     {
         if (m_all.m_folder.CreateFolders(folder.m_path))
             return;
-        m_failure = WritingFailureForAll(platform::LastSystemError());
-        if (m_failure == Failure::kNone && m_all.m_reader.GetEntry(folder.m_index, m_entry))
+        const unsigned error = platform::LastSystemError();
+        m_failure = WritingFailureForAll(error);
+        if (m_failure != Failure::kNone)
+            m_all.m_systemError = error;
+        else if (m_all.m_reader.GetEntry(folder.m_index, m_entry))
             Skip(folder.m_index, CXSkipReason::kNotWritable);
     }
 
@@ -207,6 +213,7 @@ public:
         if (!RunTogether(
                 workers, [](void* work) { static_cast<Work*>(work)->RunOnThisThread(); }, this))
             End(Failure::kNotWritable);
+        m_all.m_systemError = m_systemError.load();
         return m_failure.load();
     }
 
@@ -293,7 +300,7 @@ private:
         if (HasEnded())
             return;
         if (error.failure != ZipFailure::None)
-            return EndOrSkip(file, FailureForAll(error.systemError), ReasonOf(error.failure));
+            return EndOrSkip(file, FailureForAll(error.systemError), error.systemError, ReasonOf(error.failure));
         // The declared compressed size may be larger than what was needed of it.
         if (!m_all.m_limits.Allows(file.m_size, consumed))
             return Skip(file, CXSkipReason::kTooLarge);
@@ -308,19 +315,20 @@ private:
     bool EndUnwritten(const WriteBehind& behind)
     {
         const Failure failure = FailureForAll(behind.SystemError());
-        End(failure == Failure::kNone ? Failure::kNotWritable : failure);
+        End(failure == Failure::kNone ? Failure::kNotWritable : failure, behind.SystemError());
         return false;
     }
 
     void EndOrSkipUnwritten(File& file)
     {
-        EndOrSkip(file, WritingFailureForAll(platform::LastSystemError()), CXSkipReason::kNotWritable);
+        const unsigned error = platform::LastSystemError();
+        EndOrSkip(file, WritingFailureForAll(error), error, CXSkipReason::kNotWritable);
     }
 
-    void EndOrSkip(File& file, Failure failure, CXSkipReason reason)
+    void EndOrSkip(File& file, Failure failure, unsigned systemError, CXSkipReason reason)
     {
         if (failure != Failure::kNone)
-            End(failure);
+            End(failure, systemError);
         else
             Skip(file, reason);
     }
@@ -359,10 +367,12 @@ private:
         return m_failure.load(std::memory_order_relaxed) != Failure::kNone;
     }
 
-    void End(Failure failure)
+    /// The first one counts.
+    void End(Failure failure, unsigned systemError = 0)
     {
         Failure none = Failure::kNone;
-        m_failure.compare_exchange_strong(none, failure);
+        if (m_failure.compare_exchange_strong(none, failure))
+            m_systemError.store(systemError);
     }
 
     ZipExtraction& m_all;
@@ -374,6 +384,7 @@ private:
     std::atomic<std::uint64_t> m_processed{0};
     std::atomic<std::uint32_t> m_active{0};
     std::atomic<Failure> m_failure{Failure::kNone};
+    std::atomic<unsigned> m_systemError{0};
 };
 
 ZipExtraction::ZipExtraction(PlainZipReader& reader, platform::ContainedFolder& folder,

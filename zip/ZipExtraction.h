@@ -33,6 +33,8 @@ public:
 
     /// kNone when every entry was handled; kCancelled, or why no further file could be written.
     CXExtractionFailure Run();
+    /// Of that failure; 0 where the system had no part.
+    unsigned SystemError() const noexcept { return m_systemError; }
 
     // In the order of the archive, also when the extraction ended early.
     std::vector<ExtractedFiles::File>& Written() noexcept { return m_written; }
@@ -69,5 +71,6 @@ private:
     std::vector<File> m_files;
     std::vector<ExtractedFiles::File> m_written;
     std::vector<SkippedEntry> m_skipped;
+    unsigned m_systemError = 0;
 };
 } // namespace tev

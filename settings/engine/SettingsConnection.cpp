@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <utility>
 
 namespace tev
@@ -14,6 +15,24 @@ namespace tev
 namespace
 {
 constexpr int kLogIndexSize = 32768; // of its first part, as the database library maps it
+
+/// The errno of a failed call for the database or, where there was none, for its log.
+int LastFileError(sqlite3* handle) noexcept
+{
+    int error = 0;
+    sqlite3_file* log = nullptr;
+    if (sqlite3_file_control(handle, "main", SQLITE_FCNTL_LAST_ERRNO, &error) == SQLITE_OK && error != 0)
+        return error;
+    if (sqlite3_file_control(handle, "main", SQLITE_FCNTL_JOURNAL_POINTER, static_cast<void*>(&log)) == SQLITE_OK &&
+        log != nullptr && log->pMethods != nullptr)
+        log->pMethods->xFileControl(log, SQLITE_FCNTL_LAST_ERRNO, &error);
+    return error;
+}
+
+bool IsDeviceError(int error) noexcept
+{
+    return error == EIO || error == ENXIO;
+}
 } // namespace
 
 unsigned SettingsConnection::Open(const std::string& name, int flags)
@@ -103,7 +122,9 @@ void SettingsConnection::FinalizeStatements() noexcept
 unsigned SettingsConnection::ErrorOf(int result)
 {
     const auto systemError = [&](unsigned otherwise) {
-        const int error = sqlite3_system_errno(m_handle);
+        int error = sqlite3_system_errno(m_handle);
+        if (error == 0)
+            error = LastFileError(m_handle);
         return error == 0 ? otherwise : platform::SystemErrorFromErrno(error);
     };
     switch (result & 0xFF)
@@ -142,7 +163,10 @@ unsigned SettingsConnection::ErrorOf(int result)
     case SQLITE_IOERR:
         m_isBroken = true;
         return systemError(kSettingsDeviceError);
-    default: // not a database, a damaged one, or one with other tables
+    case SQLITE_CORRUPT: // also of a device that could not be read
+        m_isBroken = true;
+        return IsDeviceError(LastFileError(m_handle)) ? systemError(kSettingsDeviceError) : unsigned{kSettingsDamaged};
+    default: // not a database, or one with other tables
         m_isBroken = true;
         return kSettingsDamaged;
     }

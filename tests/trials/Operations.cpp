@@ -135,8 +135,9 @@ bool Note(const CMiniZip& zip, bool isDone)
     const CXExtractionFailure failure = zip.GetFailure();
     g_told.byClass = failure == CXExtractionFailure::kNoMemory           ? kToldMemory
                      : failure == CXExtractionFailure::kTooManyOpenFiles ? kToldDescriptors
-                     : failure == CXExtractionFailure::kNotWritable      ? kToldUnwritable
-                                                                         : kToldOther + static_cast<unsigned>(failure);
+                     : failure == CXExtractionFailure::kNotWritable || failure == CXExtractionFailure::kNoArchive
+                         ? kToldUnreachable
+                         : kToldOther + static_cast<unsigned>(failure);
     return false;
 }
 

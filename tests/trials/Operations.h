@@ -42,8 +42,8 @@ constexpr unsigned kToldInputOutput = 23;
 constexpr unsigned kToldDiskFull = 112;
 constexpr unsigned kToldDevice = 1117; ///< as kToldInputOutput, by the registry
 constexpr unsigned kToldNothing = 10000;
-constexpr unsigned kToldUnwritable = 10001; ///< where the class does not say more
-constexpr unsigned kToldOther = 10002;      ///< plus the number of the failure in its enumeration
+constexpr unsigned kToldUnreachable = 10001; ///< cannot be read or written, where the class does not say more
+constexpr unsigned kToldOther = 10002;       ///< plus the number of the failure in its enumeration
 
 struct Told
 {

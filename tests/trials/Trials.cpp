@@ -208,7 +208,7 @@ private:
         const bool isAny = fault.told == kToldNothing || told == kToldNothing;
         const bool isOfDisk = fault.told == kToldDiskFull || fault.told == kToldInputOutput;
         const bool isDevice = fault.told == kToldInputOutput && told == kToldDevice;
-        return isAny || told == fault.told || isDevice || (isOfDisk && told == kToldUnwritable);
+        return isAny || told == fault.told || isDevice || (isOfDisk && told == kToldUnreachable);
     }
 
     State Look()
