@@ -528,6 +528,10 @@ TEST_F(CCrashHandlerTest, ASavedReportIsMoved)
         files.AtStep("open folder", [&] { files.FailEach("sync folder", EIO); });
         CrashGenerateErrorReport(nullptr, false);
         EXPECT_EQ(files.FailedStep(), "sync folder");
+        const std::vector<std::string> steps = files.Steps({"open folder", "sync", "rename", "sync folder"});
+        ASSERT_GE(steps.size(), 4u);
+        EXPECT_THAT(std::vector<std::string>(steps.end() - 4, steps.end()),
+                    testing::ElementsAre("open folder", "sync", "rename", "sync folder"));
         EXPECT_TRUE(HasReport("DebugReport.zip")) << "until the other one is on the disk";
     }
 

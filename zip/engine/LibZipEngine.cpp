@@ -59,12 +59,12 @@ ZipFailure FailureOf(int code)
 ZipError ErrorOf(const zip_error_t* error, int systemFailure)
 {
     const int code = zip_error_code_zip(error);
-    // Of the key of AES it says no more than that it could not be made.
-    const bool isOutOfMemory = code == ZIP_ER_MEMORY || code == ZIP_ER_INTERNAL ||
-                               (code == ZIP_ER_ZLIB && zip_error_code_system(error) == Z_MEM_ERROR);
+    const bool isOutOfMemory =
+        code == ZIP_ER_MEMORY || (code == ZIP_ER_ZLIB && zip_error_code_system(error) == Z_MEM_ERROR);
     if (systemFailure != 0 && !isOutOfMemory)
         return {ZipFailure::System, SystemErrorFromErrno(systemFailure)};
-    if (isOutOfMemory || code == ZIP_ER_OK)
+    // Of the key of AES it says no more than that it could not be made.
+    if (isOutOfMemory || code == ZIP_ER_INTERNAL || code == ZIP_ER_OK)
         return {ZipFailure::System, kNotEnoughMemory};
     return {FailureOf(code), 0};
 }
