@@ -192,6 +192,24 @@ TEST_F(RegistryText, AFaultNamesItsLineAndNothingIsTakenOver)
     }
 }
 
+TEST_F(RegistryText, ChangesAreMadeInEachFileOrReportedAsAFault)
+{
+    const auto isThere = [](const wchar_t* path) { return CRegUtil(CRegUtil::kRead).SetPath(path, false); };
+    m_registry.m_folder.WriteFile("machine.db", "");
+    EXPECT_EQ(Import(kHeader + L"[HKEY_CURRENT_USER\\k]\n[HKEY_LOCAL_MACHINE\\k]\n").m_fault, XRegistryFault::None);
+    EXPECT_TRUE(isThere(L"HKEY_CURRENT_USER\\k") && isThere(L"HKEY_LOCAL_MACHINE\\k"));
+
+    const TestRegistry damaged;
+    damaged.m_folder.WriteFile("user.db", std::string(5000, 'x'));
+    for (const wchar_t* const change : {L"[-HKEY_CURRENT_USER\\k]", L"[HKEY_CURRENT_USER\\k]\n@=-"})
+    {
+        const XRegistryImport result = Import(kHeader + change);
+        EXPECT_EQ(result.m_fault, XRegistryFault::Registry);
+        EXPECT_NE(result.m_systemError, 0);
+        EXPECT_EQ(result.m_line, 3);
+    }
+}
+
 TEST_F(RegistryText, WhatIsWrittenIsWhatTheEditorWrites)
 {
     CRegUtil registry(CRegUtil::kAllAccess);
@@ -206,7 +224,7 @@ TEST_F(RegistryText, WhatIsWrittenIsWhatTheEditorWrites)
         bytes[i] = static_cast<unsigned char>(i);
     for (const wchar_t* const name : {L"wide", L"wider", L"widest"})
         registry.WriteKeyBin(name, bytes.data(), 30);
-    registry.WriteValue(L"own", 1, "\0\xE0\0\0", 4);
+    registry.WriteValue(L"Own", 1, "\0\xE0\0\0", 4);
     registry.WriteValue(L"lone1", 1, "\0\xD8\0\0", 4);
     registry.WriteValue(L"lone2", 1, "\xFF\xDF\0\0", 4);
     registry.WriteSubKeyString(L"Sub", L"v", nullptr);
@@ -218,7 +236,7 @@ TEST_F(RegistryText, WhatIsWrittenIsWhatTheEditorWrites)
               "\"line\"=hex(1):61,00,0a,00,62,00,00,00\r\n"
               "\"lone1\"=hex(1):00,d8,00,00\r\n"
               "\"lone2\"=hex(1):ff,df,00,00\r\n"
-              "\"own\"=\"\xEE\x80\x80\"\r\n"
+              "\"Own\"=\"\xEE\x80\x80\"\r\n"
               "\"say \\\"x\\\\\\\"\"=dword:0000002a\r\n"
               "\"shortint\"=hex(4):01,02\r\n"
               "\"type\"=hex(1f):\r\n"

@@ -3,6 +3,7 @@
 #include "objects/ThreadStatus.h"
 #include "settings/CRegUtil.h"
 #include "settings/engine/SettingsDatabase.h"
+#include "settings/engine/SettingsNames.h"
 #include "tests/support/Eventually.h"
 #include "tests/support/PrintText.h"
 #include "tests/support/SettingsFixture.h"
@@ -91,6 +92,41 @@ TEST_F(SettingsStore, NamesAndDepthsHaveTheirLimits)
     EXPECT_TRUE(root.DeleteKey(L"deep", true)) << root.GetLastError();
     EXPECT_FALSE(registry.SetPath(deep.c_str(), false));
     EXPECT_EQ(Ask(File(), "SELECT count(*) FROM keys WHERE name = CAST('d' AS BLOB)"), "0") << "nothing is left over";
+}
+
+TEST(SettingsNames, AreStoredAsUtf8WithLoneSurrogates)
+{
+    const struct
+    {
+        std::wstring text;
+        std::string stored;
+    } kNames[] = {
+        {L"\x7F\x80\x7FF\x800\xFFFF", "\x7F\xC2\x80\xDF\xBF\xE0\xA0\x80\xEF\xBF\xBF"},
+        {L"\U00010000\U0010FFFF", "\xF0\x90\x80\x80\xF4\x8F\xBF\xBF"},
+        {{L'x', wchar_t(0xD800)}, "x\xED\xA0\x80"},
+        {{wchar_t(0xD83D), wchar_t(0xD83D), wchar_t(0xDE00)}, "\xED\xA0\xBD\xF0\x9F\x98\x80"},
+        {{wchar_t(0xDE00), wchar_t(0xDE01)}, "\xED\xB8\x80\xED\xB8\x81"},
+    };
+    tev::SettingsName name;
+    for (const auto& row : kNames)
+    {
+        ASSERT_TRUE(tev::MakeSettingsName(row.text, 5, name));
+        EXPECT_EQ(name.spelling, row.stored);
+        EXPECT_EQ(name.folded, row.stored) << "without case";
+        const bool hasPair = row.text.size() == 3;
+        EXPECT_EQ(tev::SettingsNameText(row.stored), hasPair ? L"\xD83D\x1F600" : row.text);
+    }
+    EXPECT_FALSE(tev::MakeSettingsName(L"\U00010000", 1, name)) << "two units";
+    EXPECT_FALSE(tev::MakeSettingsName(std::wstring(1, wchar_t(0x110000)), 5, name));
+    std::vector<tev::SettingsName> names;
+    for (int i = 0; i < 2; ++i)
+        EXPECT_TRUE(tev::SplitSettingsPath(L"a\\\\b\\", names) && names.size() == 2 && names[1].spelling == "b");
+
+    // Bytes that are not valid, one by one.
+    for (const std::string& bytes :
+         {"\x80"s, "\xF8"s, "\xE2\x82"s, "\0"s, "\xC0\x80"s, "\xF4\x90\x80\x80"s, "\xF7\xBF\xBF\xBF"s})
+        EXPECT_EQ(tev::SettingsNameText(bytes + "a"), std::wstring(bytes.size(), L'\uFFFD') + L"a") << bytes;
+    EXPECT_EQ(tev::SettingsNameText("\xC3("), L"\uFFFD(");
 }
 
 TEST_F(SettingsStore, ValuesMayBeLarge)
@@ -202,6 +238,8 @@ TEST_F(SettingsStore, AWriterGivesUpWhenAnotherProcessDoesNotEnd)
     ASSERT_EQ(sqlite3_exec(database, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr), SQLITE_OK);
     EXPECT_FALSE(registry.WriteKeyInt(L"a", 1));
     EXPECT_EQ(registry.GetLastError(), 170);
+    std::vector<tev::SettingsTreeKey> keys;
+    EXPECT_EQ(tev::ReadSettingsTree(tev::RootKey(tev::kCurrentUser), L"", keys), 0U) << "reading waits for no writer";
     EXPECT_EQ(sqlite3_exec(database, "COMMIT", nullptr, nullptr, nullptr), SQLITE_OK);
     sqlite3_close(database);
     EXPECT_TRUE(registry.WriteKeyInt(L"a", 1));
