@@ -59,8 +59,25 @@ std::size_t TextUnits(const unsigned char* units, std::size_t count)
 }
 
 /// Reads text up to its first NUL, or to its end.
+// Whether each unit is a character, as nearly always: no surrogate, and no NUL. Their characters are written in any case.
+bool ReadCharacters(const unsigned char* units, std::size_t count, wchar_t* characters) noexcept
+{
+    unsigned others = 0;
+    for (std::size_t i = 0; i < count; ++i)
+    {
+        const unsigned unit = tev::LoadLittleEndian<unsigned short>(units + 2 * i);
+        characters[i] = static_cast<wchar_t>(unit);
+        others |= (unit == 0 ? 1U : 0U) | ((unit & 0xF800) == 0xD800 ? 1U : 0U);
+    }
+    return others == 0;
+}
+
 void ReadUnits(const unsigned char* units, std::size_t count, CXTString<wchar_t>& text)
 {
+    const bool isEnded = count != 0 && tev::LoadLittleEndian<unsigned short>(units + 2 * (count - 1)) == 0;
+    const std::size_t expected = count - (isEnded ? 1 : 0);
+    if (ReadCharacters(units, expected, text.GetBufferSetLength64(expected)))
+        return;
     const auto* bytes = reinterpret_cast<const char*>(units);
     const std::size_t size = 2 * TextUnits(units, count);
     const std::size_t length = tev::MeasureUtf16(bytes, size);
