@@ -309,7 +309,7 @@ TEST(CHashMap, KeysThatAreChosenToMeetKeepTheOrderAndAreFoundSoon)
         without.Insert(Meeting::kCount / 3, Meeting::kCount / 2);
         without.Compare();
     });
-    EXPECT_GT(allocations, 4U);
+    EXPECT_NE(allocations, 0U);
 }
 
 // Methods of a program, whose hash is all that there is.
