@@ -2,6 +2,7 @@
 // encoding, the second one how far into a block of memory the text begins.
 
 #include "text/CXTString.h"
+#include "text/InstructionSets.h"
 #include "text/Utf.h"
 
 #include <algorithm>
@@ -225,7 +226,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     case 1:
         Check(Decode(bytes, xEncodingUtf8, offset, text));
         Check(text == DecodeUtf8Plainly(bytes));
-        CheckKernels(bytes, text, offset);
+        for (const bool without : {true, false})
+        {
+            tev::g_withoutAvx2 = without;
+            CheckKernels(bytes, text, offset);
+        }
         break;
     case 2:
     case 3: {

@@ -16,7 +16,6 @@
 #include <thread>
 
 #include <fcntl.h>
-#include <unistd.h>
 
 namespace tev::platform
 {
@@ -52,10 +51,10 @@ off_t StartOf(int range)
 
 std::uint64_t NextRandom()
 {
-    static std::atomic<std::uint64_t> counter{
-        static_cast<std::uint64_t>(std::chrono::steady_clock::now().time_since_epoch().count())};
-    // The process number keeps a child from repeating its parent's numbers.
-    std::uint64_t x = counter.fetch_add(0x9E3779B97F4A7C15u) ^ (static_cast<std::uint64_t>(getpid()) << 32);
+    static std::atomic<std::uint64_t> counter{0};
+    // The time keeps a child from repeating its parent's numbers. Unlike the process number it takes no call of the system.
+    const auto now = std::chrono::steady_clock::now().time_since_epoch().count();
+    std::uint64_t x = counter.fetch_add(0x9E3779B97F4A7C15u) + static_cast<std::uint64_t>(now) * 0xD1B54A32D192ED03u;
     x = (x ^ (x >> 30)) * 0xBF58476D1CE4E5B9u;
     x = (x ^ (x >> 27)) * 0x94D049BB133111EBu;
     return x ^ (x >> 31);
