@@ -32,6 +32,7 @@ using IntTable = CHashTable<int>;
 void FillStore(CCustomData& store)
 {
     store.SetInt(1, -5);
+    store.SetDouble(100, 0);
     store.SetUInt(2, 4000000000u);
     store.SetLongInt(3, -5000000000);
     store.SetUChar(4, 200);
@@ -56,6 +57,7 @@ void FillStore(CCustomData& store)
     CCustomData nested;
     nested.SetInt(1, 7);
     store.SetCustomData(16, nested);
+    store.RemoveCustom(100); // leaves a gap
 }
 
 /// A breakpoint for the debugger.
