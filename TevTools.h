@@ -11,6 +11,7 @@
 #include "text/CSwitchLocale.h"
 #include "text/CXTString.h"
 #include "text/CheckedFormat.h"
+#include "text/FailureKind.h"
 #include "text/FormatArguments.h"
 #include "text/FormatSyntax.h"
 #include "text/InvalidParameter.h"

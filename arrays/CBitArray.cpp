@@ -1,5 +1,7 @@
 #include "arrays/CBitArray.h"
 
+#include "objects/FailureNote.h"
+
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
@@ -111,12 +113,14 @@ CBitArray::~CBitArray()
 
 void CBitArray::EraseByte(unsigned index, bool value) noexcept
 {
+    const tev::ExclusiveUse use(m_use);
     if (index < m_presentBits)
         m_words[index / 32] = Fill(value);
 }
 
 unsigned CBitArray::GetCount(bool value) const noexcept
 {
+    const tev::SharedUse use(m_use);
     const unsigned whole = m_presentBits / 32;
     std::uint64_t ones = CountOnes(m_words, whole);
     const unsigned lastMask = LastMask(m_presentBits);
@@ -130,6 +134,7 @@ unsigned CBitArray::GetCount(bool value) const noexcept
 
 bool CBitArray::IsOneSet(bool value) const noexcept
 {
+    const tev::SharedUse use(m_use);
     const unsigned whole = m_presentBits / 32;
     const unsigned lastMask = LastMask(m_presentBits);
     const unsigned none = Fill(!value);
@@ -138,6 +143,7 @@ bool CBitArray::IsOneSet(bool value) const noexcept
 
 void CBitArray::SetSize(unsigned bits, bool value)
 {
+    const tev::ExclusiveUse use(m_use);
     const unsigned words = WordsFor(bits);
     if (bits != m_bitCount || m_words == nullptr || m_presentBits != bits)
     {
@@ -151,6 +157,7 @@ void CBitArray::SetSize(unsigned bits, bool value)
 
 void CBitArray::RemoveAll() noexcept
 {
+    const tev::ExclusiveUse use(m_use);
     delete[] m_words;
     m_words = nullptr;
     m_bitCount = 0;
@@ -171,6 +178,7 @@ unsigned* CBitArray::GetBuffer(unsigned& words) noexcept
 
 unsigned* CBitArray::DetachBuffer(unsigned& words) noexcept
 {
+    const tev::ExclusiveUse use(m_use);
     unsigned* buffer = GetBuffer(words);
     m_words = nullptr;
     RemoveAll();
@@ -179,11 +187,12 @@ unsigned* CBitArray::DetachBuffer(unsigned& words) noexcept
 
 bool CBitArray::SetBuffer(unsigned* words, unsigned bits, unsigned wordCount) noexcept
 {
+    const tev::ExclusiveUse use(m_use);
     if (words != m_words)
         delete[] m_words;
     const unsigned needed = WordsFor(bits);
     m_words = words;
     m_bitCount = bits;
     m_presentBits = words == nullptr ? 0 : wordCount < needed ? wordCount * 32 : bits;
-    return wordCount >= needed;
+    return wordCount >= needed || tev::NoteBadArgument("CBitArray::SetBuffer");
 }

@@ -2,6 +2,7 @@
 
 #include "base/BitScan.h"
 #include "base/TevTypes.h"
+#include "objects/ThreadUse.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -65,6 +66,7 @@ public:
     /// The bit; false past the end.
     bool GetAt(unsigned int index) const noexcept
     {
+        const tev::SharedUse use(m_use);
         return index < m_presentBits && ((m_words[index / 32] >> (index % 32)) & 1) != 0;
     }
     bool operator[](unsigned int index) const noexcept { return GetAt(index); }
@@ -82,6 +84,7 @@ public:
     /// Sets one bit; nothing happens past the end.
     void SetAt(unsigned int index, bool value) noexcept
     {
+        const tev::ExclusiveUse use(m_use);
         if (index >= m_presentBits)
             return;
         unsigned int mask = 0;
@@ -129,4 +132,5 @@ private:
     unsigned int m_bitCount = 0;
     unsigned int* m_words = nullptr;
     unsigned int m_presentBits = 0; // fewer than all after SetBuffer was given too few words
+    tev::ThreadUse m_use;
 };

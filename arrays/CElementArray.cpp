@@ -5,6 +5,7 @@
 #include "arrays/ArrayGrowth.h"
 #include "base/BlockChecksum.h"
 #include "objects/CXException.h"
+#include "objects/FailureNote.h"
 
 #include <algorithm>
 #include <cstring>
@@ -97,6 +98,7 @@ void CElementArray::Install(CElementMethods* methods)
 
 void CElementArray::SetMethods(CElementMethods* methods)
 {
+    const tev::ExclusiveUse use(m_use);
     if (m_data != nullptr)
         SetSize(0, false, -1);
     Release(); // a derived class may have kept elements, which the new methods do not know
@@ -132,6 +134,7 @@ bool CElementArray::Owns(const void* element) const noexcept
 
 unsigned int CElementArray::GetChecksum() const noexcept
 {
+    const tev::SharedUse use(m_use);
     return tev::BlockChecksum(m_data, Bytes(m_size));
 }
 
@@ -142,6 +145,7 @@ int CElementArray::SetGrowFactor(int growFactor) noexcept
 
 void CElementArray::SetSize(int newSize, bool keepMemory, int growFactor)
 {
+    const tev::ExclusiveUse use(m_use);
     Require(newSize >= 0);
     const int growthBefore = std::exchange(m_growFactor, tev::ChosenGrowth(m_growFactor, growFactor));
     if (newSize == 0 && !keepMemory)
@@ -279,6 +283,7 @@ void CElementArray::RestoreReserve(int first, int last)
 
 void CElementArray::ConstructMode(bool construct)
 {
+    const tev::ExclusiveUse use(m_use);
     if (construct == m_constructMode)
         return;
     DestroyReserve();
@@ -289,6 +294,7 @@ void CElementArray::ConstructMode(bool construct)
 
 void CElementArray::PreAllocate(int capacity)
 {
+    const tev::ExclusiveUse use(m_use);
     Require(capacity >= 0);
     if (capacity == m_capacity && m_size == 0)
         return;
@@ -302,6 +308,7 @@ void CElementArray::PreAllocate(int capacity)
 
 void CElementArray::FreeExtra()
 {
+    const tev::ExclusiveUse use(m_use);
     if (m_size == 0)
     {
         Release();
@@ -324,12 +331,14 @@ void CElementArray::CopyValue(void* target, const void* source)
 
 void CElementArray::SetAt(int index, const void* source)
 {
+    const tev::ExclusiveUse use(m_use);
     Require(IsElement(index));
     CopyValue(Address(index), source);
 }
 
 void CElementArray::SetAtGrow(int index, const void* source, int growFactor)
 {
+    const tev::ExclusiveUse use(m_use);
     Require(index >= 0 && index < tev::kMostElements);
     const int sizeBefore = m_size;
     const int growthBefore = m_growFactor;
@@ -355,6 +364,7 @@ void CElementArray::SetAtGrow(int index, const void* source, int growFactor)
 
 int CElementArray::Add(const void* source, int growFactor)
 {
+    const tev::ExclusiveUse use(m_use);
     if (m_size < m_directEnd && source != nullptr && growFactor == tev::kKeepGrowth)
     {
         CopyElementBytes(Address(m_size), source, Bytes(1));
@@ -413,8 +423,12 @@ void CElementArray::CopyRun(int targetIndex, const CElementArray& other, int sou
 
 int CElementArray::Append(const CElementArray& other, bool keepMemory)
 {
+    const tev::ExclusiveUse use(m_use);
     if (!IsEitherKindOf(other))
+    {
+        tev::NoteBadArgument("CElementArray::Append");
         return -1;
+    }
     const int sizeBefore = m_size;
     const int count = other.m_size;
     Require(count <= tev::kMostElements - sizeBefore);
@@ -435,10 +449,11 @@ int CElementArray::Append(const CElementArray& other, bool keepMemory)
 
 bool CElementArray::Copy(const CElementArray& other, bool keepMemory)
 {
+    const tev::ExclusiveUse use(m_use);
     if (this == &other)
         return true;
     if (!CanCopy(other))
-        return false;
+        return tev::NoteBadArgument("CElementArray::Copy");
     Resize(other.m_size, keepMemory, other.m_growFactor);
     CopyRun(0, other, 0, other.m_size);
     return true;
@@ -446,9 +461,10 @@ bool CElementArray::Copy(const CElementArray& other, bool keepMemory)
 
 bool CElementArray::Copy(int targetIndex, int sourceIndex, const CElementArray& other)
 {
+    const tev::ExclusiveUse use(m_use);
     Require(targetIndex >= 0 && sourceIndex >= 0 && sourceIndex <= other.m_size);
     if (!CanCopy(other))
-        return false;
+        return tev::NoteBadArgument("CElementArray::Copy");
     const int count = other.m_size - sourceIndex;
     Require(count <= tev::kMostElements - targetIndex);
     const int sizeBefore = m_size;
@@ -472,7 +488,8 @@ CElementArray* CElementArray::Duplicate(bool keepMemory) const
     if (m_methods != nullptr)
         m_methods->AddRef();
     copy->SetMethods(m_methods);
-    copy->Copy(*this, keepMemory);
+    if (m_methods != nullptr)
+        copy->Copy(*this, keepMemory);
     return copy.release();
 }
 
@@ -512,6 +529,7 @@ void CElementArray::InsertGap(int index, int count, FILL fill)
 
 void CElementArray::InsertAt(int index, const void* source, int count)
 {
+    const tev::ExclusiveUse use(m_use);
     const bool isOwn = Owns(source);
     auto offset = isOwn ? static_cast<std::size_t>(static_cast<const unsigned char*>(source) - m_data) : 0;
     InsertGap(index, count, [&] {
@@ -530,9 +548,10 @@ void CElementArray::InsertAt(int index, const void* source, int count)
 
 bool CElementArray::InsertAt(int index, const CElementArray* other)
 {
+    const tev::ExclusiveUse use(m_use);
     Require(other != nullptr && index >= 0);
     if (!CanCopy(*other))
-        return false;
+        return tev::NoteBadArgument("CElementArray::InsertAt");
     const int count = other->m_size;
     if (count == 0)
         return true;
@@ -547,6 +566,7 @@ bool CElementArray::InsertAt(int index, const CElementArray* other)
 
 void CElementArray::RemoveAt(int index, int count)
 {
+    const tev::ExclusiveUse use(m_use);
     Require(index >= 0 && count >= 0 && index <= m_size && count <= m_size - index);
     if (count == 0)
         return;
@@ -558,11 +578,12 @@ void CElementArray::RemoveAt(int index, int count)
 
 bool CElementArray::Reorder(const unsigned int* order, unsigned int count, bool inverse)
 {
+    const tev::ExclusiveUse use(m_use);
     if (order == nullptr || count == 0 || count != static_cast<unsigned>(m_size))
-        return false;
+        return tev::NoteBadArgument("CElementArray::Reorder");
     std::vector<unsigned> sources = SourcesOf(order, count, inverse);
     if (sources.empty())
-        return false;
+        return tev::NoteBadArgument("CElementArray::Reorder");
     const ScratchElement scratch(*m_methods);
     for (unsigned i = 0; i < count; ++i)
     {

@@ -2,6 +2,7 @@
 
 #include "arrays/CElementMethods.h"
 #include "objects/CXObject.h"
+#include "objects/ThreadUse.h"
 
 #include <cstddef>
 
@@ -14,7 +15,7 @@
 /// too large throw CXInvalidArgException, and no memory std::bad_alloc, as does an array without methods that is to
 /// grow. The array is as before then, and also where a kind throws, unless an operation says otherwise.
 ///
-/// Arguments may be elements of the array itself, or the array.
+/// Arguments may be elements of the array itself, or the array. XLastFailure() says why false or -1 was returned.
 class TEVTOOLS_API CElementArray : public CXObject
 {
 public:
@@ -47,8 +48,8 @@ public:
     unsigned int GetTypeOfElement() const;
     unsigned int GetBaseTypeOfElement() const;
     /// The address of an element; null where none is.
-    void* ElementAt(int index) noexcept { return IsElement(index) ? Address(index) : nullptr; }
-    const void* ElementAt(int index) const noexcept { return IsElement(index) ? Address(index) : nullptr; }
+    void* ElementAt(int index) noexcept { return AddressOrNull(index); }
+    const void* ElementAt(int index) const noexcept { return AddressOrNull(index); }
     void* operator[](int index) noexcept { return ElementAt(index); }
     const void* operator[](int index) const noexcept { return ElementAt(index); }
     void* GetFirst() noexcept { return ElementAt(0); }
@@ -101,6 +102,11 @@ private:
     {
         return m_data + static_cast<std::size_t>(index) * static_cast<std::size_t>(m_elementSize);
     }
+    void* AddressOrNull(int index) const noexcept
+    {
+        const tev::SharedUse use(m_use);
+        return IsElement(index) ? Address(index) : nullptr;
+    }
     std::size_t Bytes(int count) const noexcept
     {
         return static_cast<std::size_t>(count) * static_cast<std::size_t>(m_elementSize);
@@ -144,4 +150,5 @@ private:
     /// Up to here plain bytes are added without SetSize: the capacity, but 0 where that would be noticed, by a class that
     /// overrides it or by a kind.
     int m_directEnd = 0;
+    tev::ThreadUse m_use;
 };

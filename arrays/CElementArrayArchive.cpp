@@ -18,6 +18,7 @@ constexpr unsigned __int64 kFirstLoadStep = 0x10000;
 
 void CElementArray::Serialize(CXArchive& archive)
 {
+    const tev::ExclusiveUse use(m_use);
     if (archive.IsStoring())
         Store(archive);
     else

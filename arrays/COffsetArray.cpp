@@ -38,6 +38,7 @@ COffsetArray& COffsetArray::operator=(const COffsetArray& other)
 
 COffsetArray& COffsetArray::operator=(COffsetArray&& other) noexcept
 {
+    const tev::ExclusiveUse use(m_use);
     COffsetArray taken(std::move(other));
     Swap(taken);
     return *this;
@@ -50,6 +51,7 @@ COffsetArray::~COffsetArray()
 
 void COffsetArray::SetAt(unsigned int index, unsigned __int64 value)
 {
+    const tev::ExclusiveUse use(m_use);
     if (index >= m_size)
         return;
     if (value > kLargestNarrow)
@@ -62,6 +64,7 @@ void COffsetArray::SetAt(unsigned int index, unsigned __int64 value)
 
 void COffsetArray::SetAtGrow(unsigned int index, unsigned __int64 value)
 {
+    const tev::ExclusiveUse use(m_use);
     if (index == m_size && m_wide == nullptr && index < m_capacity && value <= kLargestNarrow)
     {
         // What a table that is filled from the front does most of the time.
@@ -91,6 +94,7 @@ void COffsetArray::SetAtGrow(unsigned int index, unsigned __int64 value)
 
 void COffsetArray::RemoveAt(unsigned int index)
 {
+    const tev::ExclusiveUse use(m_use);
     if (index >= m_size)
         return;
     --m_size;
@@ -110,6 +114,7 @@ void COffsetArray::RemoveAt(unsigned int index)
 
 void COffsetArray::SetSize(unsigned int size, int growBy)
 {
+    const tev::ExclusiveUse use(m_use);
     if (growBy >= 0)
         m_growBy = growBy;
     if (size == 0)
@@ -166,6 +171,7 @@ void COffsetArray::GrowRoom(unsigned int size)
 
 void COffsetArray::PreAllocate(int capacity, int growBy)
 {
+    const tev::ExclusiveUse use(m_use);
     if (capacity < 0)
         CXInvalidArgException::Throw();
     if (growBy >= 0)
@@ -177,6 +183,7 @@ void COffsetArray::PreAllocate(int capacity, int growBy)
 
 void COffsetArray::FreeExtra()
 {
+    const tev::ExclusiveUse use(m_use);
     if (m_wide != nullptr)
         m_wide = tev::ResizedArrayBlock(m_wide, GetSizetSize());
     else
@@ -186,6 +193,7 @@ void COffsetArray::FreeExtra()
 
 void COffsetArray::RemoveAll() noexcept
 {
+    const tev::ExclusiveUse use(m_use);
     std::free(m_narrow);
     std::free(m_wide);
     m_narrow = nullptr;
@@ -196,6 +204,7 @@ void COffsetArray::RemoveAll() noexcept
 
 void COffsetArray::SplitArray(unsigned int index)
 {
+    const tev::ExclusiveUse use(m_use);
     if (index >= m_split)
         return;
     const unsigned room = Room() - index;
@@ -248,6 +257,7 @@ void COffsetArray::Swap(COffsetArray& other) noexcept
 
 void COffsetArray::Serialize(CXArchive& archive)
 {
+    const tev::ExclusiveUse use(m_use);
     if (archive.IsStoring())
         Store(archive);
     else

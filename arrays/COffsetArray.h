@@ -1,6 +1,7 @@
 #pragma once
 
 #include "base/TevTypes.h"
+#include "objects/ThreadUse.h"
 
 #include <cstddef>
 #include <iterator>
@@ -64,6 +65,7 @@ public:
     /// The entry; 0 past the end.
     unsigned __int64 GetAt(unsigned int index) const noexcept
     {
+        const tev::SharedUse use(m_use);
         if (index < m_split)
             return m_narrow[index];
         return index < m_size ? m_wide[index - m_split] : 0;
@@ -117,4 +119,5 @@ private:
     unsigned int* m_narrow = nullptr;
     unsigned __int64* m_wide = nullptr; ///< never without an entry
     unsigned int m_slots = 0;           ///< of that part's memory; those beyond the capacity are there for growth
+    tev::ThreadUse m_use;
 };

@@ -3,6 +3,7 @@
 #include "arrays/ArrayElements.h"
 #include "arrays/ArrayGrowth.h"
 #include "objects/CXObject.h"
+#include "objects/ThreadUse.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -94,6 +95,7 @@ public:
     /// Takes over elements, growth setting and all; the other array is empty afterwards.
     CXArray& operator=(CXArray&& other) noexcept
     {
+        const tev::ExclusiveUse use(m_use);
         CXArray taken(std::move(other));
         Swap(taken);
         return *this;
@@ -122,14 +124,19 @@ public:
     TYPE& operator[](int index) { return m_data[Checked(index)]; }
     const TYPE& operator[](int index) const { return m_data[Checked(index)]; }
 
-    TYPE* begin() noexcept { return m_data; }
+    TYPE* begin() noexcept { return const_cast<TYPE*>(std::as_const(*this).begin()); }
     TYPE* end() noexcept { return m_data + m_size; }
-    const TYPE* begin() const noexcept { return m_data; }
+    const TYPE* begin() const noexcept
+    {
+        const tev::SharedUse use(m_use);
+        return m_data;
+    }
     const TYPE* end() const noexcept { return m_data + m_size; }
 
     /// New elements are zero. A size of 0 keeps the buffer, unless `growBy` is 0: then it is freed.
     void SetSize(int newSize, int growBy = tev::kKeepGrowth)
     {
+        const tev::ExclusiveUse use(m_use);
         Require(newSize >= 0);
         const int growth = tev::ChosenGrowth(m_growBy, growBy);
         if (newSize > m_size)
@@ -144,6 +151,7 @@ public:
     /// the array is left empty.
     void PreAllocate(int capacity, int growBy = tev::kKeepGrowth)
     {
+        const tev::ExclusiveUse use(m_use);
         Require(capacity >= 0);
         m_growBy = tev::ChosenGrowth(m_growBy, growBy);
         if (capacity == m_capacity && m_size == 0)
@@ -155,6 +163,7 @@ public:
     /// Frees the memory after the last element.
     void FreeExtra()
     {
+        const tev::ExclusiveUse use(m_use);
         if (m_size == 0)
             Release();
         else if (m_slots != m_size)
@@ -164,6 +173,7 @@ public:
     /// The growth setting stays.
     void RemoveAll(bool keepMemory = false) noexcept
     {
+        const tev::ExclusiveUse use(m_use);
         if (keepMemory)
             Truncate(0);
         else
@@ -173,6 +183,7 @@ public:
     /// Stores the value; an index behind the last element first makes the array so long.
     void SetAtGrow(int index, ARG_TYPE value, int growBy = tev::kKeepGrowth)
     {
+        const tev::ExclusiveUse use(m_use);
         Require(index >= 0);
         if (index < m_size)
             m_data[index] = value;
@@ -182,6 +193,7 @@ public:
     /// Returns the new element's index.
     int Add(ARG_TYPE value, int growBy = tev::kKeepGrowth)
     {
+        const tev::ExclusiveUse use(m_use);
         const int index = m_size;
         if (index < m_capacity)
         {
@@ -198,6 +210,7 @@ public:
     /// are passed by value.
     int Add(MovedValue&& value, int growBy = tev::kKeepGrowth)
     {
+        const tev::ExclusiveUse use(m_use);
         const int index = m_size;
         if constexpr (std::is_same_v<MovedValue, TYPE>)
         {
@@ -216,6 +229,7 @@ public:
     /// Appends the elements of the other array, which may be this one. Returns the new size.
     int AddArray(const CXArray& other)
     {
+        const tev::ExclusiveUse use(m_use);
         const int newSize = Sum(m_size, other.m_size);
         Extend(m_growBy, [&] {
             Reserve(newSize);
@@ -227,6 +241,7 @@ public:
     /// Replaces the contents. A null pointer or a count of 0 also frees the buffer. The growth setting stays.
     void Copy(const TYPE* values, unsigned int count)
     {
+        const tev::ExclusiveUse use(m_use);
         if (values == nullptr || count == 0)
             return Release();
         Require(count <= unsigned(tev::kMostElements));
@@ -242,6 +257,7 @@ public:
     /// Replaces the contents and takes over the plain-data flag. The growth setting stays.
     void Copy(const CXArray& other)
     {
+        const tev::ExclusiveUse use(m_use);
         m_plainData = other.m_plainData;
         Assign(other.m_data, other.m_size);
     }
@@ -249,6 +265,7 @@ public:
     /// Inserts `count` elements of that value. Behind the end, the elements in between are zero.
     void InsertAt(int index, ARG_TYPE value, int count = 1)
     {
+        const tev::ExclusiveUse use(m_use);
         Require(index >= 0 && count >= 1);
         const int newSize = Sum(std::max<int>(index, m_size), count);
         TYPE copy(value);
@@ -266,6 +283,7 @@ public:
     /// Removes a run of elements, which must lie in the array. The capacity stays.
     void RemoveAt(int index, int count = 1)
     {
+        const tev::ExclusiveUse use(m_use);
         Require(index >= 0 && count >= 0 && index <= m_size && count <= m_size - index);
         if (count == 0)
             return;
@@ -285,6 +303,7 @@ public:
     /// Removes the elements that equal the value, or only the first one. True when there was one.
     bool Remove(ARG_TYPE value, bool firstOnly = false)
     {
+        const tev::ExclusiveUse use(m_use);
         TYPE* found = std::find(begin(), end(), value);
         if (found == end())
             return false;
@@ -303,6 +322,7 @@ public:
     /// that cannot be moved. When loading fails, the array holds some of the elements that could be read.
     void Serialize(CXArchive& archive) override
     {
+        const tev::ExclusiveUse use(m_use);
         if (archive.IsStoring())
         {
             if constexpr (Elements::kIsStorable)
@@ -328,6 +348,7 @@ private:
     }
     int Checked(int index) const
     {
+        const tev::SharedUse use(m_use);
         Require(index >= 0 && index < m_size);
         return index;
     }
@@ -609,6 +630,7 @@ private:
     tev::ArrayInt m_growBy = tev::kGrowAutomatically;
     bool m_plainData;
     tev::ArrayInt m_slots = 0; ///< of the block; those beyond the capacity are there for growth
+    tev::ThreadUse m_use;
 };
 
 /// Element by element, whatever the capacities, the growth settings and the way in which values are passed.

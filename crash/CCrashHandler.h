@@ -72,6 +72,7 @@ constexpr unsigned int xCrashNoCallback = 0x400;      ///< the callback is not c
 /// After a crash the callback and the user interface are called on a thread of the handler, because the crashed thread may
 /// hold any lock: a callback must not take a lock that another thread may hold. A call that does not return within some
 /// seconds is abandoned, and the report is made without it, by another process where possible; see docs/crash-reports.md.
+/// XLastFailure() says why a report could not be made, saved or mailed.
 /// Safe from several threads at once: all but the statics wait while a report is made.
 class TEVTOOLS_API CCrashHandler
 {
@@ -115,6 +116,27 @@ protected:
     bool GenerateFilesErrorReport(const wchar_t* archivePath, const std::vector<XReportFile>* files);
     /// Lets the user choose another path for the archive, and moves it there. False when it stays.
     bool SaveReport(const wchar_t* archivePath);
+    /// These take paths of the standard library, too.
+    template <class Path, tev::IfPathArgument<Path> = 0>
+    bool SaveReport(const Path& archivePath)
+    {
+        return SaveReport(CXTString<wchar_t>(archivePath).GetConstBuffer());
+    }
+    template <class Path, tev::IfPathArgument<Path> = 0>
+    bool GenerateErrorReport(const Path& archivePath, const std::vector<XReportFile>& files)
+    {
+        return GenerateErrorReport(CXTString<wchar_t>(archivePath).GetConstBuffer(), files);
+    }
+    template <class Path, tev::IfPathArgument<Path> = 0>
+    bool GenerateFilesErrorReport(const Path& archivePath, const std::vector<XReportFile>* files)
+    {
+        return GenerateFilesErrorReport(CXTString<wchar_t>(archivePath).GetConstBuffer(), files);
+    }
+    template <class Path, tev::IfPathArgument<Path> = 0>
+    bool MailReport(const Path& archivePath, const wchar_t* userAddress, const wchar_t* description)
+    {
+        return MailReport(CXTString<wchar_t>(archivePath).GetConstBuffer(), userAddress, description);
+    }
     /// True when the mail was handed over.
     bool MailReport(const wchar_t* archivePath, const wchar_t* userAddress, const wchar_t* description);
     /// Creates exception pointers from the current registers. They are valid until the next call or the end of the handler.

@@ -6,6 +6,7 @@
 #include "crash/CrashPackage.h"
 #include "crash/CrashPaths.h"
 #include "crash/CrashRegistry.h"
+#include "objects/FailureNote.h"
 #include "objects/ThreadException.h"
 #include "platform/CrashDumps.h"
 #include "platform/FatalSignals.h"
@@ -126,8 +127,11 @@ bool CCrashHandler::MakeReport(_CR_EXCEPTION_INFO& info, bool isCrash)
     CrashRecord record;
     if (isWanted)
     {
+        tev::FailuresOfParts parts;
         tev::Attempt([&] { record = RecordOfReport(info, place < 0 ? nullptr : &written.m_record, given != nullptr); });
         archive = tev::PackReport(record);
+        if (archive.IsEmpty())
+            parts.Fail("CCrashHandler::ExceptionOccurs", XFailureKind::kSystem, record.m_archiveFolder);
     }
     info.pexcptrs = given;
     if (place >= 0 && (!isWanted || !archive.IsEmpty()))
@@ -160,7 +164,7 @@ bool CCrashHandler::MakeReport(_CR_EXCEPTION_INFO& info, bool isCrash)
 bool CCrashHandler::GetExceptionPointers(unsigned long code, _EXCEPTION_POINTERS** pointers)
 {
     if (pointers == nullptr)
-        return false;
+        return tev::NoteBadArgument("CCrashHandler::GetExceptionPointers");
     const CrashRegistryHold hold;
     const std::size_t size = tev::platform::SignalRecordsSize();
     m_pointers = std::make_unique<unsigned char[]>(sizeof(_EXCEPTION_POINTERS) + size);

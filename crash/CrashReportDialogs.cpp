@@ -106,12 +106,17 @@ bool CCrashHandler::SaveReport(const wchar_t* archivePath)
     Text name;
     name.Format(tev::kTextSaveName, XGetApplicationName().GetConstBuffer(), XGetSupportAddress().GetConstBuffer());
     CPathString target(name);
-    if (!XGetUserInterface().AskForSavePath(filter, target) || target.IsEmpty() || fileIsSameFile(archivePath, target))
-        return false;
-    CopyFile(archivePath, target);
-    tev::RemoveReportFile(archivePath);
-    tev::SetReportPath(target);
-    return true;
+    constexpr const char* kOperation = "CCrashHandler::SaveReport";
+    if (!XGetUserInterface().AskForSavePath(filter, target) || target.IsEmpty())
+        return tev::NoteFailure({kOperation, XFailureKind::kCancelled}, archivePath);
+    if (fileIsSameFile(archivePath, target))
+        return tev::NoteBadArgument(kOperation, target);
+    return tev::ResultOrNote(kOperation, target, false, [&] {
+        CopyFile(archivePath, target);
+        tev::RemoveReportFile(archivePath);
+        tev::SetReportPath(target);
+        return true;
+    });
 }
 
 bool CCrashHandler::MailReport(const wchar_t* archivePath, const wchar_t* userAddress, const wchar_t* description)
@@ -119,20 +124,20 @@ bool CCrashHandler::MailReport(const wchar_t* archivePath, const wchar_t* userAd
     constexpr const char* kOperation = "CCrashHandler::MailReport";
     if (!fileIsFile(archivePath))
         return tev::NoteSystemError(kOperation, tev::platform::kNotFound, archivePath);
-    Text subject;
-    subject.Format(tev::kTextSubject, ApplicationText().GetConstBuffer(), m_text2.GetConstBuffer());
-    // The mail program may read the attachment later, but the archive is deleted once the mail is handed over.
-    const CPathString folder = fileCreateTemporaryFolder(L"Report");
-    const CPathString copy = folder / CPathString(archivePath).GetFileName();
-    CopyFile(archivePath, copy);
-    const bool isHandedOver =
-        tev::platform::HandToMailProgram({tev::Utf8(XGetSupportAddress()), tev::Utf8(userAddress), tev::Utf8(subject),
-                                          tev::Utf8(description), tev::platform::SystemPathOf(copy)});
-    if (!isHandedOver)
-    {
+    return tev::ResultOrNote(kOperation, archivePath, false, [&] {
+        Text subject;
+        subject.Format(tev::kTextSubject, ApplicationText().GetConstBuffer(), m_text2.GetConstBuffer());
+        // The mail program may read the attachment later, but the archive is deleted once the mail is handed over.
+        const CPathString folder = fileCreateTemporaryFolder(L"Report");
+        const CPathString copy = folder / CPathString(archivePath).GetFileName();
+        CopyFile(archivePath, copy);
+        const bool isHandedOver = tev::platform::HandToMailProgram(
+            {tev::Utf8(XGetSupportAddress()), tev::Utf8(userAddress), tev::Utf8(subject), tev::Utf8(description),
+             tev::platform::SystemPathOf(copy)});
+        if (isHandedOver)
+            return true;
         tev::RemoveReportFile(copy);
         tev::RemoveReportFile(folder);
-        tev::NoteFailure({kOperation, XFailureKind::kSystem}, archivePath);
-    }
-    return isHandedOver;
+        return tev::NoteFailure({kOperation, XFailureKind::kSystem}, archivePath);
+    });
 }

@@ -2,6 +2,7 @@
 
 #include "objects/CXFileException.h"
 #include "objects/FailureNote.h"
+#include "objects/ThreadException.h"
 #include "platform/FileSystem.h"
 #include "text/LineScan.h"
 #include "text/TextSearch.h"
@@ -87,7 +88,7 @@ CStdioFileEx::CStdioFileEx(const wchar_t* path, unsigned int mode) : CStdioFileE
 {
     CXFileException error;
     if (!CStdioFileEx::Open(path, mode, &error))
-        CXFileException::Throw(error.GetCause(), error.GetFileName());
+        XThrow<CXFileException>(error);
 }
 
 CStdioFileEx::~CStdioFileEx() = default;
@@ -106,6 +107,7 @@ xStringEncoding CStdioFileEx::GetFileEncoding(const CXTString<wchar_t>& path, bo
 
 bool CStdioFileEx::Open(const wchar_t* path, unsigned int mode, CXFileException* error)
 {
+    const tev::ExclusiveUse use(m_use);
     m_bomPending = true;
     m_atStart = true;
     m_hasBom = false;
@@ -146,6 +148,7 @@ bool CStdioFileEx::Open(const wchar_t* path, unsigned int mode, CXFileException*
 
 bool CStdioFileEx::ReadString(CXTString<wchar_t>& line)
 {
+    const tev::ExclusiveUse use(m_use);
     line.Empty();
     if (m_bomPending)
         SkipMark();
@@ -172,6 +175,7 @@ bool CStdioFileEx::ReadString(CXTString<wchar_t>& line)
 
 bool CStdioFileEx::ReadString(CXTString<char>& line)
 {
+    const tev::ExclusiveUse use(m_use);
     line.Empty();
     if (!LeaveCache())
         return false;
@@ -184,6 +188,7 @@ bool CStdioFileEx::ReadString(CXTString<char>& line)
 
 void CStdioFileEx::WriteString(const wchar_t* text)
 {
+    const tev::ExclusiveUse use(m_use);
     // The cache needs the line buffer.
     if (!LeaveCache() || !XEncodeText(text, tev::TextLength(text), TextEncoding(), m_lineBuffer))
         return;
@@ -207,6 +212,7 @@ void CStdioFileEx::WriteString(const char* text)
 
 void CStdioFileEx::SetCodePage(xStringEncoding encoding)
 {
+    const tev::ExclusiveUse use(m_use);
     if (IsFileUnicodeText() || !LeaveCache())
         return;
     m_encoding = encoding == kUtf8CodePage ? xEncodingUtf8 : encoding;
@@ -217,6 +223,7 @@ void CStdioFileEx::SetCodePage(xStringEncoding encoding)
 
 unsigned int CStdioFileEx::SkipLines(unsigned int count, unsigned int origin)
 {
+    const tev::ExclusiveUse use(m_use);
     if (origin == begin && Seek(0, begin) == tev::platform::kNoPosition)
         return 0; // in a file that does not throw
     CXTString<wchar_t> line;
@@ -246,6 +253,7 @@ int CStdioFileEx::FScanfS(const wchar_t* format, ...)
 
 unsigned __int64 CStdioFileEx::Seek(__int64 offset, SeekPosition origin)
 {
+    const tev::ExclusiveUse use(m_use);
     if (!LeaveCache())
         return tev::platform::kNoPosition;
     const unsigned __int64 position = CXStdioFile::Seek(offset, origin);
@@ -257,6 +265,7 @@ unsigned __int64 CStdioFileEx::Seek(__int64 offset, SeekPosition origin)
 
 bool CStdioFileEx::SetLength(unsigned __int64 length)
 {
+    const tev::ExclusiveUse use(m_use);
     if (!LeaveCache() || !CXStdioFile::SetLength(length))
         return false;
     m_atStart = length == 0;
@@ -265,6 +274,7 @@ bool CStdioFileEx::SetLength(unsigned __int64 length)
 
 unsigned int CStdioFileEx::Read(void* buffer, unsigned int count)
 {
+    const tev::ExclusiveUse use(m_use);
     if (!LeaveCache())
         return 0;
     const unsigned int read = CXStdioFile::Read(buffer, count);
@@ -274,6 +284,7 @@ unsigned int CStdioFileEx::Read(void* buffer, unsigned int count)
 
 void CStdioFileEx::Write(const void* buffer, unsigned int count)
 {
+    const tev::ExclusiveUse use(m_use);
     if (!LeaveCache())
         return;
     CXStdioFile::Write(buffer, count);
@@ -282,12 +293,14 @@ void CStdioFileEx::Write(const void* buffer, unsigned int count)
 
 void CStdioFileEx::Close()
 {
+    const tev::ExclusiveUse use(m_use);
     EmptyCache();
     CXStdioFile::Close();
 }
 
 void CStdioFileEx::Abort()
 {
+    const tev::ExclusiveUse use(m_use);
     EmptyCache();
     CXStdioFile::Abort();
 }

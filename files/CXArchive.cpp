@@ -88,6 +88,7 @@ void CXArchive::SetBudget(unsigned __int64 bytes, unsigned __int64 objects, unsi
 
 unsigned __int64 CXArchive::Read(void* target, unsigned __int64 count)
 {
+    const tev::ExclusiveUse use(m_use);
     RequireLoading();
     if (target == nullptr || count == 0)
         return 0;
@@ -143,12 +144,14 @@ bool CXArchive::IsOverBudget()
 
 void CXArchive::EnsureRead(void* target, unsigned __int64 count)
 {
+    const tev::ExclusiveUse use(m_use);
     if (Read(target, count) != count)
         CXArchiveException::Throw(archiveEndOfFile);
 }
 
 void CXArchive::Write(const void* source, unsigned __int64 count)
 {
+    const tev::ExclusiveUse use(m_use);
     CXFile& file = RequireStoring();
     if (source == nullptr || count == 0)
         return;
@@ -186,6 +189,7 @@ void CXArchive::Write(const void* source, unsigned __int64 count)
 
 void CXArchive::Flush(bool final)
 {
+    const tev::ExclusiveUse use(m_use);
     if (m_file == nullptr)
         Fail(archiveGeneric);
     if (IsLoading())
@@ -218,6 +222,7 @@ void CXArchive::ReturnUnread()
 
 void CXArchive::Close()
 {
+    const tev::ExclusiveUse use(m_use);
     if (m_file == nullptr)
         return;
     // The position of a file that was read matters only to a caller that reads on, and sees it there.
@@ -230,6 +235,7 @@ void CXArchive::Close()
 
 void CXArchive::Abort()
 {
+    const tev::ExclusiveUse use(m_use);
     Detach();
 }
 

@@ -124,6 +124,7 @@ CXArchive& CXArchive::operator>>(const CXObject*& object)
 
 void CXArchive::WriteObject(const CXObject* object)
 {
+    const tev::ExclusiveUse use(m_use);
     RequireStoring();
     if (object == nullptr)
     {
@@ -145,6 +146,7 @@ void CXArchive::WriteObject(const CXObject* object)
 
 void CXArchive::WriteClass(const CXRuntimeClass* type)
 {
+    const tev::ExclusiveUse use(m_use);
     if (type == nullptr)
         Fail(archiveBadClass);
     if (IsLoading() || m_file == nullptr || !type->IsSerializable())
@@ -177,6 +179,7 @@ void CXArchive::WriteReference(unsigned int index, unsigned int classBit)
 const CXRuntimeClass* CXArchive::ReadClass(const CXRuntimeClass* requested, unsigned int* schema,
                                            unsigned int* objectTag)
 {
+    const tev::ExclusiveUse use(m_use);
     if (IsStoring() || m_file == nullptr || (requested != nullptr && !requested->IsSerializable()))
         Fail(archiveGeneric);
     const unsigned word = LoadValue<unsigned short>();
@@ -232,6 +235,7 @@ void CXArchive::SerializeClass(const CXRuntimeClass* type)
 
 CXObject* CXArchive::ReadObject(const CXRuntimeClass* requested)
 {
+    const tev::ExclusiveUse use(m_use);
     RequireLoading();
     unsigned schema = kNoSchema;
     unsigned tag = kNull;

@@ -144,6 +144,7 @@ CXArchive& CXArchive::operator<<(const CXTString<wchar_t>& text)
 
 void CXArchive::WriteString(const char* text, xStringEncoding encoding)
 {
+    const tev::ExclusiveUse use(m_use);
     const std::size_t length = tev::TextLength(text);
     WriteStringLength(length, encoding);
     Write(text, length);
@@ -157,6 +158,7 @@ void CXArchive::WriteString(const wchar_t* text, xStringEncoding encoding)
 // 16-bit units, little-endian whatever the tag says.
 void CXArchive::WriteUnits(const wchar_t* text, std::size_t length, xStringEncoding encoding)
 {
+    const tev::ExclusiveUse use(m_use);
     const std::size_t size = tev::MeasureWideInUtf16(text, length);
     WriteStringLength(size / 2, encoding);
     if (size <= static_cast<std::size_t>(m_end - m_current))
@@ -172,6 +174,7 @@ void CXArchive::WriteUnits(const wchar_t* text, std::size_t length, xStringEncod
 
 CXArchive& CXArchive::operator>>(CXTString<char>& text)
 {
+    const tev::ExclusiveUse use(m_use);
     xStringEncoding encoding;
     const std::size_t length = ReadTextLength(encoding);
     if (encoding == xEncodingUtf16)
@@ -188,6 +191,7 @@ CXArchive& CXArchive::operator>>(CXTString<char>& text)
 
 CXArchive& CXArchive::operator>>(CXTString<wchar_t>& text)
 {
+    const tev::ExclusiveUse use(m_use);
     xStringEncoding encoding;
     const std::size_t length = ReadTextLength(encoding);
     if (length == 0)

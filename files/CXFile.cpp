@@ -2,6 +2,7 @@
 
 #include "objects/CXFileException.h"
 #include "objects/FailureNote.h"
+#include "objects/ThreadException.h"
 #include "platform/Cancellation.h"
 #include "platform/FileSystem.h"
 #include "platform/SystemErrors.h"
@@ -61,7 +62,7 @@ CXFile::CXFile(const wchar_t* path, unsigned int flags) : CXFile(true)
 {
     CXFileException error;
     if (!CXFile::Open(path, flags, &error))
-        CXFileException::Throw(error.GetCause(), m_path);
+        XThrow<CXFileException>(error);
 }
 
 CXFile::~CXFile()
@@ -72,11 +73,14 @@ CXFile::~CXFile()
 
 void* CXFile::HandleFromDescriptor(int descriptor) noexcept
 {
+    if (descriptor < 0)
+        tev::NoteBadArgument("CXFile::HandleFromDescriptor");
     return platform::FileHandleFromDescriptor(descriptor);
 }
 
 bool CXFile::Open(const wchar_t* path, unsigned int flags, CXFileException* error)
 {
+    const tev::ExclusiveUse use(m_use);
     platform::PassCancellationPoint();
     if (m_closeOnDelete)
         CXFile::Abort();
@@ -101,6 +105,7 @@ bool CXFile::Open(const wchar_t* path, unsigned int flags, CXFileException* erro
 
 unsigned __int64 CXFile::Seek(__int64 offset, SeekPosition origin)
 {
+    const tev::ExclusiveUse use(m_use);
     std::uint64_t position = 0;
     const bool moved = origin <= end && platform::CurrentFileSystem().Seek(
                                             m_handle, offset, static_cast<platform::SeekOrigin>(origin), position);
@@ -115,6 +120,7 @@ unsigned __int64 CXFile::Seek(__int64 offset, SeekPosition origin)
 
 bool CXFile::SetLength(unsigned __int64 length)
 {
+    const tev::ExclusiveUse use(m_use);
     platform::FileSystem& files = platform::CurrentFileSystem();
     std::uint64_t position = 0;
     // Seeks second, so that a length which the file cannot have leaves the position.
@@ -126,12 +132,14 @@ bool CXFile::SetLength(unsigned __int64 length)
 
 unsigned __int64 CXFile::GetLength() const
 {
+    const tev::SharedUse use(m_use);
     std::uint64_t length = 0;
     return platform::CurrentFileSystem().GetLength(m_handle, length) ? length : NoNumber("CXFile::GetLength", m_path);
 }
 
 unsigned int CXFile::Read(void* buffer, unsigned int count)
 {
+    const tev::ExclusiveUse use(m_use);
     if (count == 0)
         return 0;
     if (m_handle == nullptr || buffer == nullptr)
@@ -153,6 +161,7 @@ void CXFile::Write(const void* buffer, unsigned int count)
 
 void CXFile::WriteCounted(const void* buffer, unsigned int count, std::size_t& written)
 {
+    const tev::ExclusiveUse use(m_use);
     written = 0;
     if (count == 0)
         return;
@@ -167,29 +176,34 @@ void CXFile::WriteCounted(const void* buffer, unsigned int count, std::size_t& w
 
 void CXFile::Flush()
 {
+    const tev::ExclusiveUse use(m_use);
     if (m_handle != nullptr && !platform::CurrentFileSystem().Sync(m_handle))
         Fail(m_throwOnError, "CXFile::Flush", fileGeneric, m_path);
 }
 
 void CXFile::Close()
 {
+    const tev::ExclusiveUse use(m_use);
     if (m_handle != nullptr && !platform::CurrentFileSystem().Close(std::exchange(m_handle, nullptr)))
         Fail(m_throwOnError, "CXFile::Close", fileGeneric, m_path);
 }
 
 void CXFile::Abort()
 {
+    const tev::ExclusiveUse use(m_use);
     if (m_handle != nullptr)
         static_cast<void>(platform::CurrentFileSystem().Close(std::exchange(m_handle, nullptr)));
 }
 
 void CXFile::SetFilePath(const CXTString<wchar_t>& path)
 {
+    const tev::ExclusiveUse use(m_use);
     m_path = path;
 }
 
 CXTString<wchar_t> CXFile::GetFileName() const
 {
+    const tev::SharedUse use(m_use);
     unsigned __int64 start = m_path.GetLength64();
     while (start > 0 && m_path[start - 1] != L'/' && m_path[start - 1] != L'\\')
         --start;
@@ -198,6 +212,7 @@ CXTString<wchar_t> CXFile::GetFileName() const
 
 CXTString<wchar_t> CXFile::GetFilePath() const
 {
+    const tev::SharedUse use(m_use);
     return m_path;
 }
 
@@ -208,6 +223,7 @@ unsigned __int64 CXFile::BufferCommand(unsigned int, unsigned __int64, unsigned 
 
 unsigned __int64 CXFile::GetPosition() const
 {
+    const tev::SharedUse use(m_use);
     std::uint64_t position = 0;
     const bool known = platform::CurrentFileSystem().Seek(m_handle, 0, platform::SeekOrigin::Current, position);
     return known ? position : NoNumber("CXFile::GetPosition", m_path);

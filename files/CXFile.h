@@ -1,6 +1,7 @@
 #pragma once
 
 #include "objects/CXObject.h"
+#include "objects/ThreadUse.h"
 #include "text/CXTString.h"
 
 class CXFileException;
@@ -139,5 +140,6 @@ protected:
     void* m_handle;       ///< null when closed
     bool m_closeOnDelete; ///< the destructor closes the handle
     bool m_throwOnError;  ///< failures throw
+    tev::ThreadUse m_use; ///< of the whole object, derived parts included
     CXTString<wchar_t> m_path;
 };

@@ -58,6 +58,7 @@ CXMemFile::~CXMemFile()
 
 void CXMemFile::Attach(const unsigned char* buffer, unsigned __int64 size, bool growable)
 {
+    const tev::ExclusiveUse use(m_use);
     if (buffer == nullptr && size != 0)
     {
         RefuseArgument();
@@ -77,6 +78,7 @@ void CXMemFile::Attach(const unsigned char* buffer, unsigned __int64 size, bool 
 
 unsigned char* CXMemFile::Detach()
 {
+    const tev::ExclusiveUse use(m_use);
     unsigned char* const block = m_buffer;
     m_autoDelete = false;
     CXMemFile::Close();
@@ -85,6 +87,7 @@ unsigned char* CXMemFile::Detach()
 
 unsigned char* CXMemFile::GetBuffer()
 {
+    const tev::SharedUse use(m_use);
     m_untouchedFrom = m_capacity; // the caller may write to all of it
     return m_buffer;
 }
@@ -113,6 +116,7 @@ bool CXMemFile::Open(const wchar_t* path, unsigned int, CXFileException* error)
 
 unsigned __int64 CXMemFile::Seek(__int64 offset, SeekPosition origin)
 {
+    const tev::ExclusiveUse use(m_use);
     if (origin > end)
     {
         tev::NoteBadArgument("CXMemFile::Seek");
@@ -138,6 +142,7 @@ unsigned __int64 CXMemFile::Seek(__int64 offset, SeekPosition origin)
 
 bool CXMemFile::SetLength(unsigned __int64 length)
 {
+    const tev::ExclusiveUse use(m_use);
     if (length > kLongestLength)
     {
         if (m_throwOnMemError)
@@ -154,11 +159,15 @@ bool CXMemFile::SetLength(unsigned __int64 length)
 
 unsigned __int64 CXMemFile::GetLength() const
 {
+    const tev::SharedUse use(m_use);
     return m_length;
 }
 
 unsigned int CXMemFile::Read(void* buffer, unsigned int count)
 {
+    const tev::ExclusiveUse use(m_use);
+    if (buffer == nullptr && count != 0)
+        tev::NoteBadArgument("CXMemFile::Read");
     if (buffer == nullptr || m_position >= m_length)
         return 0;
     const unsigned __int64 delivered = std::min<unsigned __int64>(count, m_length - m_position);
@@ -169,6 +178,7 @@ unsigned int CXMemFile::Read(void* buffer, unsigned int count)
 
 void CXMemFile::Write(const void* buffer, unsigned int count)
 {
+    const tev::ExclusiveUse use(m_use);
     if (count == 0)
         return;
     if (buffer == nullptr)
@@ -188,6 +198,7 @@ void CXMemFile::Flush() {}
 
 void CXMemFile::Close()
 {
+    const tev::ExclusiveUse use(m_use);
     if (m_autoDelete)
         Free(m_buffer);
     m_buffer = nullptr;
@@ -204,12 +215,14 @@ void CXMemFile::Abort()
 
 unsigned __int64 CXMemFile::GetPosition() const
 {
+    const tev::SharedUse use(m_use);
     return m_position;
 }
 
 unsigned __int64 CXMemFile::BufferCommand(unsigned int command, unsigned __int64 count, unsigned char** start,
                                           unsigned char** stop)
 {
+    const tev::ExclusiveUse use(m_use);
     switch (command)
     {
     case bufferRead:

@@ -67,6 +67,7 @@ CXStdioFile::~CXStdioFile()
 
 bool CXStdioFile::Open(const wchar_t* path, unsigned int flags, CXFileException* error)
 {
+    const tev::ExclusiveUse use(m_use);
     try
     {
         LeaveFile();
@@ -82,6 +83,7 @@ bool CXStdioFile::Open(const wchar_t* path, unsigned int flags, CXFileException*
 
 unsigned __int64 CXStdioFile::Seek(__int64 offset, SeekPosition origin)
 {
+    const tev::ExclusiveUse use(m_use);
     WritePending();
     auto distance = static_cast<unsigned __int64>(offset); // wraps where it points backwards
     if (m_filled != 0 && origin != end)
@@ -103,6 +105,7 @@ unsigned __int64 CXStdioFile::Seek(__int64 offset, SeekPosition origin)
 
 bool CXStdioFile::SetLength(unsigned __int64 length)
 {
+    const tev::ExclusiveUse use(m_use);
     WritePending();
     if (ReturnUnread())
         return CXFile::SetLength(length);
@@ -112,12 +115,14 @@ bool CXStdioFile::SetLength(unsigned __int64 length)
 
 unsigned __int64 CXStdioFile::GetLength() const
 {
+    const tev::SharedUse use(m_use);
     const unsigned __int64 length = CXFile::GetLength();
     return m_pending == 0 ? length : std::max(length, CXStdioFile::GetPosition());
 }
 
 unsigned int CXStdioFile::Read(void* buffer, unsigned int count)
 {
+    const tev::ExclusiveUse use(m_use);
     if (m_handle == nullptr || buffer == nullptr)
         return 0;
     auto* target = static_cast<char*>(buffer);
@@ -144,6 +149,7 @@ unsigned int CXStdioFile::Read(void* buffer, unsigned int count)
 
 void CXStdioFile::Write(const void* buffer, unsigned int count)
 {
+    const tev::ExclusiveUse use(m_use);
     if (m_handle == nullptr || buffer == nullptr)
         return CXFile::Write(buffer, count);
     if (!ReturnUnread())
@@ -162,11 +168,13 @@ void CXStdioFile::Write(const void* buffer, unsigned int count)
 
 void CXStdioFile::Flush()
 {
+    const tev::ExclusiveUse use(m_use);
     WritePending();
 }
 
 void CXStdioFile::Close()
 {
+    const tev::ExclusiveUse use(m_use);
     try
     {
         WritePending();
@@ -183,6 +191,7 @@ void CXStdioFile::Close()
 
 void CXStdioFile::Abort()
 {
+    const tev::ExclusiveUse use(m_use);
     WritePendingQuietly();
     m_filled = m_next = m_pending = 0;
     CXFile::Abort();
@@ -190,6 +199,7 @@ void CXStdioFile::Abort()
 
 unsigned __int64 CXStdioFile::GetPosition() const
 {
+    const tev::SharedUse use(m_use);
     if (m_filled != 0)
         return m_origin + m_next;
     if (m_pending == 0)
@@ -199,6 +209,7 @@ unsigned __int64 CXStdioFile::GetPosition() const
 
 bool CXStdioFile::ReadString(CXTString<char>& line)
 {
+    const tev::ExclusiveUse use(m_use);
     RawText raw;
     try
     {
@@ -222,6 +233,7 @@ bool CXStdioFile::ReadString(CXTString<char>& line)
 
 bool CXStdioFile::ReadString(CXTString<wchar_t>& line)
 {
+    const tev::ExclusiveUse use(m_use);
     LineTraits traits;
     line.Empty();
     try
@@ -246,12 +258,14 @@ void CXStdioFile::WriteString(const char* text)
 
 void CXStdioFile::WriteString(const wchar_t* text)
 {
+    const tev::ExclusiveUse use(m_use);
     if (XEncodeText(text, tev::TextLength(text), xEncodingUtf16, m_scratch))
         WriteBytes(m_scratch.GetConstBuffer(), m_scratch.GetLength64());
 }
 
 void CXStdioFile::SetBufferSize(unsigned int size)
 {
+    const tev::ExclusiveUse use(m_use);
     if (m_buffer == nullptr)
         m_bufferSize = std::max<std::size_t>(size, kSmallestBlock);
 }
@@ -378,6 +392,7 @@ bool CXStdioFile::LineHoldsReturn(xStringEncoding encoding)
 
 void CXStdioFile::WriteBytes(const char* bytes, std::size_t count)
 {
+    const tev::ExclusiveUse use(m_use);
     for (std::size_t piece; count != 0; bytes += piece, count -= piece)
     {
         piece = std::min<std::size_t>(count, kMostAtOnce);

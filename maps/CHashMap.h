@@ -19,7 +19,7 @@
 /// rebuilds the table. A rebuild that finds no memory leaves the table as it is and is tried again by the next
 /// insertion of a new key, which is refused if there still is none. A map that could not get its first slots, and one
 /// that was moved from, has none: it finds nothing, and gets its slots with the first insertion. An exception thrown
-/// while an entry is inserted leaves the map as it was.
+/// while an entry is inserted leaves the map as it was. XLastFailure() says why an operation found no memory.
 ///
 /// The hash of numbers is fixed, since it decides the order, so keys can be chosen to collide. They are found and inserted
 /// a few times as slowly as others, as long as few are removed: a removal makes the next insertion among them slow.

@@ -54,6 +54,7 @@ struct HashSlot : HashEntry<KEY, VALUE>
     void CopyTo(void* slot) const { ::new (slot) HashSlot(std::in_place, m_key, m_value); }
     void MoveTo(void* slot) { ::new (slot) HashSlot(std::in_place, std::move(m_key), std::move(m_value)); }
 
+    static constexpr bool kIsMap = true;
     static constexpr bool kPlain = std::is_trivially_copyable_v<KEY> && std::is_trivially_copyable_v<VALUE>;
     static constexpr bool kMoves =
         std::is_nothrow_move_constructible_v<KEY> && std::is_nothrow_move_constructible_v<VALUE>;
@@ -80,6 +81,7 @@ struct HashSlot<KEY, void>
     void CopyTo(void* slot) const { ::new (slot) HashSlot(std::in_place, m_key); }
     void MoveTo(void* slot) { ::new (slot) HashSlot(std::in_place, std::move(m_key)); }
 
+    static constexpr bool kIsMap = false;
     static constexpr bool kPlain = std::is_trivially_copyable_v<KEY>;
     static constexpr bool kMoves = std::is_nothrow_move_constructible_v<KEY>;
 

@@ -1,5 +1,6 @@
 #include "maps/HashSlots.h"
 
+#include "objects/FailureNote.h"
 #include "platform/MemoryBlock.h"
 
 #include <cstdint>
@@ -20,6 +21,16 @@ void* AllocateHashSlots(unsigned size, std::size_t slotBytes, std::size_t alignm
     if (slotBytes > (PTRDIFF_MAX - kTagGroup) / size - 1)
         return nullptr;
     return AllocateBlock(HashBlockBytes(size, slotBytes), alignment);
+}
+
+bool NoteHashFailure(HashOperation operation, bool isMap, bool isMemory) noexcept
+{
+    static constexpr const char* kNames[][2] = {{"CHashTable::CHashTable", "CHashMap::CHashMap"},
+                                                {"CHashTable::Insert", "CHashMap::Insert"},
+                                                {"CHashTable::InitHashTable", "CHashMap::InitHashTable"},
+                                                {"CHashTable::Minimize", "CHashMap::Minimize"}};
+    const char* const name = kNames[static_cast<unsigned>(operation)][isMap ? 1 : 0];
+    return isMemory ? NoteNoMemory(name) : NoteBadArgument(name);
 }
 
 void FreeHashSlots(void* block, unsigned size, std::size_t slotBytes, std::size_t alignment) noexcept

@@ -19,6 +19,17 @@ namespace tev
 {
 /// Memory for the slots of a table and, behind them, a byte for each and for kTagGroup more; null when it cannot be had.
 TEVTOOLS_API void* AllocateHashSlots(unsigned size, std::size_t slotBytes, std::size_t alignment) noexcept;
+/// The operations of a table that can fail.
+enum class HashOperation : unsigned char
+{
+    kConstruct,
+    kInsert,
+    kInitialize,
+    kMinimize
+};
+/// Notes why an operation of a map, or of a table without values, failed: for memory, or for an argument. Returns false. The
+/// names are the library's, since those of a plug-in go with it.
+TEVTOOLS_API bool NoteHashFailure(HashOperation operation, bool isMap, bool isMemory = true) noexcept;
 TEVTOOLS_API void FreeHashSlots(void* block, unsigned size, std::size_t slotBytes, std::size_t alignment) noexcept;
 
 /// Marks a slot that lies far from its home.
@@ -347,8 +358,13 @@ private:
     {
         m_requestedSize = other.m_requestedSize;
         m_tableSize = other.m_tableSize;
-        if (other.m_slots == nullptr || !Allocate(other.m_tableSize))
+        if (other.m_slots == nullptr)
             return;
+        if (!Allocate(other.m_tableSize))
+        {
+            NoteHashFailure(HashOperation::kConstruct, SLOT::kIsMap);
+            return;
+        }
         if constexpr (SLOT::kPlain)
         {
             std::memcpy(static_cast<void*>(m_slots), other.m_slots, std::size_t(m_tableSize) * sizeof(SLOT));

@@ -98,8 +98,9 @@ public:
         const ExclusiveUse use(m_use);
         const unsigned size = m_slots == nullptr ? HashSizeForRequest(count) : HashSizeForEntries(count);
         if (size == 0)
-            return false;
-        return (m_slots != nullptr && size == m_requestedSize) || Restart(size);
+            return NoteHashFailure(HashOperation::kInitialize, SLOT::kIsMap, false);
+        return (m_slots != nullptr && size == m_requestedSize) || Restart(size) ||
+               NoteHashFailure(HashOperation::kInitialize, SLOT::kIsMap);
     }
 
     /// Rebuilds the table at the smallest size for its entries. False when it has that already, or no memory was left.
@@ -107,14 +108,16 @@ public:
     {
         const ExclusiveUse use(m_use);
         const unsigned size = HashSizeMinimal(m_count);
-        return size != m_tableSize && size != 0 && Rebuild(size);
+        return size != m_tableSize && size != 0 &&
+               (Rebuild(size) || NoteHashFailure(HashOperation::kMinimize, SLOT::kIsMap));
     }
 
 protected:
     explicit HashTableBase(unsigned request) : Slots(NoSlots())
     {
         const unsigned size = HashSizeForRequest(request);
-        Restart(size == 0 ? kDefaultHashSize : size);
+        if (!Restart(size == 0 ? kDefaultHashSize : size))
+            NoteHashFailure(HashOperation::kConstruct, SLOT::kIsMap);
     }
     HashTableBase(const HashTableBase&) = default;
     HashTableBase(HashTableBase&&) noexcept = default;
@@ -317,10 +320,9 @@ private:
     {
         using Kept = std::tuple<Key, std::decay_t<VALUES>...>;
         const std::unique_ptr<Kept> kept(new (std::nothrow) Kept(key, std::forward<VALUES>(value)...));
-        if (kept == nullptr)
-            return 0;
-        if (!(m_slots == nullptr ? Allocate(m_tableSize) : Rebuild(HashSizeRebuilt(m_tableSize, m_used, m_count))))
-            return 0;
+        if (kept == nullptr ||
+            !(m_slots == nullptr ? Allocate(m_tableSize) : Rebuild(HashSizeRebuilt(m_tableSize, m_used, m_count))))
+            return NoteHashFailure(HashOperation::kInsert, SLOT::kIsMap) ? 1 : 0;
         return std::apply([this](const Key& k, auto&... values) { return this->InsertEntry(k, std::move(values)...); },
                           *kept);
     }

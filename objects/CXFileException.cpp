@@ -1,12 +1,12 @@
 #include "objects/CXFileException.h"
 
 #include "objects/ThreadException.h"
-#include "objects/ThrownError.h"
 #include "platform/SystemErrors.h"
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <utility>
 
 X_IMPLEMENT_ABSTRACT_LIBRARY_CLASS(CXFileException, CXException, xSchemaNotSerializable)
 
@@ -64,28 +64,28 @@ void CXFileException::Throw(FileExceptionType cause, const CXTString<wchar_t>& f
 void CXFileException::ThrowOsError(FileExceptionType cause, const CXTString<wchar_t>& fileName, CXFileException* out)
 {
     const unsigned systemError = tev::platform::LastSystemError();
-    tev::NoteThrownError(systemError);
     const FileExceptionType mapped = OsErrorToException(systemError);
-    Report(mapped != fileNone ? mapped : cause, fileName, out);
+    Report(mapped != fileNone ? mapped : cause, systemError, fileName, out);
 }
 
 void CXFileException::ThrowErrno(FileExceptionType cause, int errnoValue, const CXTString<wchar_t>& fileName,
                                  CXFileException* out)
 {
-    Report(errnoValue != 0 ? ErrnoToException(errnoValue) : cause, fileName, out);
+    Report(errnoValue != 0 ? ErrnoToException(errnoValue) : cause, 0, fileName, out);
 }
 
-void CXFileException::Report(FileExceptionType cause, const CXTString<wchar_t>& fileName, CXFileException* out)
+void CXFileException::Report(FileExceptionType cause, unsigned int systemError, const CXTString<wchar_t>& fileName,
+                             CXFileException* out)
 {
-    if (out != nullptr)
-    {
-        out->m_cause = cause;
-        out->m_fileName = fileName;
-    }
-    else if (cause != fileNone)
-    {
-        Throw(cause, fileName);
-    }
+    if (out == nullptr && cause == fileNone)
+        return;
+    CXFileException reported(cause, fileName);
+    reported.m_systemError = systemError;
+    if (out == nullptr)
+        XThrow<CXFileException>(std::move(reported));
+    out->m_cause = cause;
+    out->m_systemError = systemError;
+    out->m_fileName = fileName;
 }
 
 FileExceptionType CXFileException::ErrnoToException(int errnoValue) noexcept

@@ -35,6 +35,8 @@ public:
     /// The cause and the file in words, whether or not the exception was made with a message.
     CXTString<wchar_t> GetCauseMessage() const;
     FileExceptionType GetCause() const noexcept { return m_cause; }
+    /// The system's code (2 not found, 5 access denied, ...) that ThrowOsError found; 0 where none is known.
+    unsigned int GetSystemError() const noexcept { return m_systemError; }
     const CXTString<wchar_t>& GetFileName() const noexcept { return m_fileName; }
 
     [[noreturn]] static void Throw(FileExceptionType cause, const CXTString<wchar_t>& fileName,
@@ -52,8 +54,10 @@ public:
     static FileExceptionType OsErrorToException(unsigned systemError) noexcept;
 
 private:
-    static void Report(FileExceptionType cause, const CXTString<wchar_t>& fileName, CXFileException* out);
+    static void Report(FileExceptionType cause, unsigned int systemError, const CXTString<wchar_t>& fileName,
+                       CXFileException* out);
 
     FileExceptionType m_cause;
+    unsigned int m_systemError = 0;
     CXTString<wchar_t> m_fileName;
 };

@@ -82,6 +82,7 @@ Reason ReasonOf(const CXException& exception, XLanguage language)
     {
         reason.m_textId = tev::kTextFileCause + file->GetCause();
         reason.m_name = file->GetFileName();
+        reason.m_systemError = file->GetSystemError();
     }
     else if (const auto* archive = dynamic_cast<const CXArchiveException*>(&exception))
     {

@@ -23,6 +23,7 @@ constexpr unsigned kDiskFull = 112;
 constexpr unsigned kCannotSeek = 132; ///< of a pipe
 constexpr unsigned kNoMoreThreads = 164;
 constexpr unsigned kNoMoreItems = 259;
+constexpr unsigned kTimedOut = 1460;
 
 /// System code for an errno value: 0 for 0, 31 (general failure) for one that has no code of its own.
 unsigned SystemErrorFromErrno(int errnoValue) noexcept;

@@ -208,6 +208,8 @@ unsigned int CWatchFolder::OnDeviceChange(unsigned int event, unsigned __int64 d
 {
     const auto* device = reinterpret_cast<const DeviceEvent*>(static_cast<std::uintptr_t>(data));
     if (device == nullptr)
+        tev::NoteBadArgument("CWatchFolder::OnDeviceChange");
+    if (device == nullptr)
         return 0;
     if (device->m_device == kDeviceHandle)
         return OnFolderOfVolume(event, device->m_folder) ? 1 : 0;
@@ -244,7 +246,7 @@ bool CWatchFolder::OnFolderOfVolume(unsigned int event, const wchar_t* folder)
 bool CWatchFolder::Restart(WatchRecord& record)
 {
     if (!record.Start())
-        return false;
+        return tev::NoteLastError("CWatchFolder::OnDeviceChange", record.m_folder);
     AddChange(record.m_folder, xChangeWholeFolder);
     return true;
 }

@@ -6,6 +6,7 @@
 #include "objects/CXCriticalSection.h"
 #include "objects/CXFileException.h"
 #include "objects/FailureNote.h"
+#include "objects/ThreadException.h"
 #include "platform/Cancellation.h"
 #include "platform/ForkHandlers.h"
 #include "platform/PathNames.h"
@@ -180,7 +181,7 @@ void Log::OpenFile(const Text& name, LogFileMode mode)
     auto file = std::make_unique<CStdioFileEx>(true);
     CXFileException failure;
     if (!file->Open(path, mode == xLogAppend ? kCreate | CXFile::modeNoTruncate : kCreate, &failure))
-        CXFileException::Throw(failure.GetCause(), path);
+        XThrow<CXFileException>(failure);
     m_hasEnd = MoveInLog(*file, 0, CXFile::end) != kNoPosition;
     m_isLineOpen = false;
     m_tabs = std::make_unique<Tabs>();

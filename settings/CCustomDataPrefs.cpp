@@ -6,6 +6,7 @@
 #include "objects/CXException.h"
 #include "objects/CXFileException.h"
 #include "objects/FailureNote.h"
+#include "objects/ThreadException.h"
 #include "platform/FileInformation.h"
 #include "platform/FileSystem.h"
 #include "platform/SystemErrors.h"
@@ -72,7 +73,7 @@ bool ReadFile(const Text& path, Bytes& bytes)
     if (file.Open(path, error))
         bytes = ReadAll(file);
     else if (error.GetCause() != fileNotFound)
-        CXFileException::Throw(error.GetCause(), path);
+        XThrow<CXFileException>(error);
     return file.IsOpen();
 }
 

@@ -224,7 +224,7 @@ bool CCustomData::ChangeID(unsigned oldId, unsigned newId)
 bool CCustomData::CopyID(const CCustomData* source, unsigned id, unsigned newId)
 {
     if (source == nullptr)
-        return false;
+        return tev::NoteBadArgument("CCustomData::CopyID");
     const StoreLocks locks(m_lock, source->m_lock);
     const ValueChange change(*this, newId);
     const unsigned char* chunk = source->FindChunk(id);
@@ -339,7 +339,12 @@ bool CCustomData::AddToCustomData(unsigned id, const CCustomData& data, int mode
 {
     const StoreLocks locks(m_lock, data.m_lock);
     CCustomData merged;
-    if (!GetCustomData(id, merged))
+    bool isThere = false;
+    {
+        const tev::FailuresUnnoted unnoted; // a damaged one is replaced
+        isThere = GetCustomData(id, merged);
+    }
+    if (!isThere)
         return SetCustomData(id, data);
     data.CloseGaps();
     for (unsigned at = 0; at < data.m_used;)

@@ -157,7 +157,7 @@ bool CRegUtil::SetRelPath(CPathString relPath, bool create)
     if (m_path.IsEmpty())
         return tev::NoteBadArgument("CRegUtil::SetRelPath", relPath);
     relPath = CPathString(m_path) / relPath;
-    return SetPath(std::move(relPath), create);
+    return SetPath(std::move(relPath), create) || Told("CRegUtil::SetRelPath", false);
 }
 
 bool CRegUtil::SetPath(wchar_t const** components, int count, HKEY root, bool create)
@@ -271,7 +271,8 @@ bool CRegUtil::GetKeyInt(wchar_t const* name, unsigned long& value)
 
 bool CRegUtil::WriteKeyBin(wchar_t const* name, void const* data, unsigned long size)
 {
-    return WriteValue(name, kTypeBinary, data, size);
+    const OpenedBase base(*this);
+    return Told("CRegUtil::WriteKeyBin", base && WriteBytes(m_base, name, kTypeBinary, data, size));
 }
 
 bool CRegUtil::GetKeyBin(wchar_t const* name, void* data, unsigned long& size)
@@ -282,13 +283,15 @@ bool CRegUtil::GetKeyBin(wchar_t const* name, void* data, unsigned long& size)
 
 bool CRegUtil::WriteRegNoneKey(wchar_t const* name)
 {
-    return WriteValue(name, kTypeNone, nullptr, 0);
+    const OpenedBase base(*this);
+    return Told("CRegUtil::WriteRegNoneKey", base && WriteBytes(m_base, name, kTypeNone, nullptr, 0));
 }
 
 bool CRegUtil::KeyExists(wchar_t const* name)
 {
+    const OpenedBase base(*this);
     unsigned long size = 0;
-    return GetKeyBin(name, nullptr, size) && size != 0;
+    return Told("CRegUtil::KeyExists", base && ReadBytes(m_base, name, nullptr, size), kLookUp) && size != 0;
 }
 
 bool CRegUtil::ReadValue(wchar_t const* name, unsigned long& type, std::vector<unsigned char>& data)

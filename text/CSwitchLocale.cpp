@@ -1,5 +1,6 @@
 #include "text/CSwitchLocale.h"
 
+#include "text/FailureRecord.h"
 #include "text/XCA2W.h"
 
 #include <clocale>
@@ -7,7 +8,8 @@
 CSwitchLocale::CSwitchLocale(int category, const wchar_t* locale)
     : m_category(category), m_savedLocale(XCA2W(std::setlocale(category, nullptr), xEncodingUtf8))
 {
-    std::setlocale(category, XCW2A(locale, xEncodingUtf8));
+    if (locale == nullptr || std::setlocale(category, XCW2A(locale, xEncodingUtf8)) == nullptr)
+        tev::NoteBadArgument("CSwitchLocale::CSwitchLocale");
 }
 
 CSwitchLocale::~CSwitchLocale()

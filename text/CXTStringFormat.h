@@ -4,6 +4,7 @@
 // result is built in a buffer of its own before the string changes, because an argument may be the string's own text.
 
 #include "text/CXTStringBuffer.h"
+#include "text/FailureRecord.h"
 #include "text/MessageTexts.h"
 #include "text/TextFormat.h"
 #include "text/TextScan.h"
@@ -18,6 +19,8 @@ void AppendFormatV(CXTString<T>& text, const T* format, va_list arguments)
     FormatOutput<T> output;
     if (format != nullptr && FormatText(output, format, arguments))
         text.Append(output.Data(), output.Length());
+    else
+        NoteBadArgument("CXTString::AppendFormat");
 }
 
 /// Empty for an unknown number.
@@ -31,11 +34,14 @@ CXTString<T> MessageText(unsigned messageId)
 template <class T>
 void CXTString<T>::FormatV(const T* format, va_list arguments)
 {
-    if (format == nullptr)
-        return;
     tev::FormatOutput<T> output;
-    if (!tev::FormatText(output, format, arguments))
-        return Empty();
+    if (format == nullptr || !tev::FormatText(output, format, arguments))
+    {
+        tev::NoteBadArgument("CXTString::Format");
+        if (format != nullptr)
+            Empty();
+        return;
+    }
     const std::size_t length = output.Length();
     if (length < m_text.m_capacity)
     {
@@ -103,7 +109,10 @@ int CXTString<T>::ScanVS(int position, const T* format, va_list arguments) const
 {
     const bool inText = position >= 0 && static_cast<unsigned __int64>(position) <= m_text.m_length;
     if (format == nullptr || !inText)
+    {
+        tev::NoteBadArgument("CXTString::ScanS");
         return tev::kNothingToScan;
+    }
     return tev::ScanText<T>(m_text.m_data + position, format, arguments);
 }
 

@@ -1,5 +1,6 @@
 #include "text/InvalidParameter.h"
 
+#include "text/FailureRecord.h"
 #include "text/TextSearch.h"
 
 #include <atomic>
@@ -41,6 +42,7 @@ int XStrCopy(wchar_t* destination, size_t capacity, const wchar_t* source)
 
 int tev::RefuseParameter(const char* function, int error, const char* file, unsigned line)
 {
+    NoteBadArgument(function);
     errno = error;
     const XInvalidParameterHandler handler = g_handler.load();
     if (handler == nullptr)

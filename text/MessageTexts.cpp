@@ -180,6 +180,7 @@ constexpr TextOfNumber kMessageTexts[] = {
     {kSystem + 1306, L"The file of the registry is of a later version.",
      L"Le fichier du registre est d'une version ultérieure."},
     {kSystem + 1450, L"The value is too large.", L"La valeur est trop grande."},
+    {kSystem + 1460, L"The time for it is over.", L"Le délai est dépassé."},
 
     {kUnnamedFile, L"a file without a name", L"un fichier sans nom"},
 

@@ -4,6 +4,7 @@
 #include "platform/PathNames.h"
 #include "text/CXTString.h"
 #include "text/CodePageText.h"
+#include "text/FailureRecord.h"
 #include "text/Utf.h"
 
 #include <algorithm>
@@ -184,12 +185,13 @@ bool tev::EncodeCodePage(const wchar_t* text, size_t length, unsigned codePage, 
 
 bool XDecodeText(const void* bytes, size_t byteCount, xStringEncoding encoding, CXTString<wchar_t>& text)
 {
-    return tev::DecodeCodePage(bytes, byteCount, tev::CodePageOf(encoding), text);
+    return tev::DecodeCodePage(bytes, byteCount, tev::CodePageOf(encoding), text) ||
+           tev::NoteBadArgument("XDecodeText");
 }
 
 bool XEncodeText(const wchar_t* text, size_t length, xStringEncoding encoding, CXTString<char>& bytes)
 {
-    return tev::EncodeCodePage(text, length, tev::CodePageOf(encoding), bytes);
+    return tev::EncodeCodePage(text, length, tev::CodePageOf(encoding), bytes) || tev::NoteBadArgument("XEncodeText");
 }
 
 void XDecodePath(const char* path, CXTString<wchar_t>& text)
@@ -202,5 +204,5 @@ bool XEncodePath(const wchar_t* text, CXTString<char>& path)
     std::string bytes;
     const bool isName = tev::platform::WidePathToSystem(text, bytes);
     path = isName ? bytes : std::string();
-    return isName;
+    return isName || tev::NoteBadArgument("XEncodePath", text);
 }

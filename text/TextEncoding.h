@@ -37,7 +37,7 @@ TEVTOOLS_API void XSetAnsiCodePage(unsigned codePage) noexcept;
 
 /// Turns wide text into bytes of the given encoding, embedded NULs included.
 /// A character that the encoding lacks becomes '?'. For UTF-16 the result holds two bytes a unit.
-/// False, with `bytes` empty, when `text` is null or the code page is unknown.
+/// False, with `bytes` empty, when `text` is null or the code page is unknown; XLastFailure() says so, here and above.
 [[nodiscard]] TEVTOOLS_API bool XEncodeText(const wchar_t* text, std::size_t length, xStringEncoding encoding,
                                             CXTString<char>& bytes);
 

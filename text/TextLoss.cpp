@@ -3,6 +3,7 @@
 #include "platform/CodePages.h"
 #include "text/CXTString.h"
 #include "text/CodePageText.h"
+#include "text/FailureRecord.h"
 #include "text/Utf.h"
 
 #include <algorithm>
@@ -134,10 +135,10 @@ bool XDecodeText(const void* bytes, std::size_t byteCount, xStringEncoding encod
     if (from != nullptr && !tev::IsUnicode(codePage))
     {
         text.Empty();
-        return DecodeSystemText(codePage, from, byteCount, text, loss);
+        return DecodeSystemText(codePage, from, byteCount, text, loss) || tev::NoteBadArgument("XDecodeText");
     }
     if (!tev::DecodeCodePage(bytes, byteCount, codePage, text))
-        return false;
+        return tev::NoteBadArgument("XDecodeText");
     switch (codePage)
     {
     case tev::kCodePageUtf8:
@@ -166,10 +167,10 @@ bool XEncodeText(const wchar_t* text, std::size_t length, xStringEncoding encodi
     if (text != nullptr && !tev::IsUnicode(codePage))
     {
         bytes.Empty();
-        return EncodeSystemText(codePage, text, length, bytes, loss);
+        return EncodeSystemText(codePage, text, length, bytes, loss) || tev::NoteBadArgument("XEncodeText");
     }
     if (!tev::EncodeCodePage(text, length, codePage, bytes))
-        return false;
+        return tev::NoteBadArgument("XEncodeText");
     loss = EncodingLoss(text, length, codePage == tev::kCodePageUtf16 || codePage == tev::kCodePageUtf16BE);
     return true;
 }

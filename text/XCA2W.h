@@ -17,7 +17,7 @@ public:
     XCConverter(const XCConverter&) = delete;
     XCConverter& operator=(const XCConverter&) = delete;
 
-    /// False when the source was null or the code page is unknown.
+    /// False when the source was null or the code page is unknown; XLastFailure() says so.
     bool IsValid() const noexcept { return m_valid; }
     /// The text, which lives as long as the converter. Null when the conversion failed.
     operator const T*() const noexcept { return m_valid ? m_text.GetConstBuffer() : nullptr; }

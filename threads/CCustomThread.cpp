@@ -4,9 +4,11 @@
 #include "maps/CHashTable.h"
 #include "objects/CXCriticalSection.h"
 #include "objects/CXException.h"
+#include "objects/FailureNote.h"
 #include "objects/ThreadStatus.h"
 #include "platform/ComponentRuntime.h"
 #include "platform/ForkHandlers.h"
+#include "platform/SystemErrors.h"
 #include "platform/Threads.h"
 #include "threads/ThreadRelations.h"
 
@@ -219,7 +221,7 @@ bool CCustomThread::EndThreads(unsigned int timeoutMs)
     {
         if (timeoutMs != 0)
             ReportDelay();
-        return false;
+        return tev::NoteSystemError("CCustomThread::EndThreads", tev::platform::kTimedOut);
     }
     StopWorkers(false);
     return true;

@@ -47,7 +47,7 @@ public:
     static void WaitEndOfThreads(bool keepStopFlag);
     /// Asks every worker to end, resumes suspended ones, and waits until every worker object is destroyed or the time is
     /// over, also when they were asked before. True when none is left; new workers may run then. A time of 0 only asks
-    /// and looks.
+    /// and looks. XLastFailure() says that the time was over.
     [[nodiscard]] static bool EndThreads(unsigned int timeoutMs);
     /// Kills workers, and the threads that are recorded as their children; with `onlyKillable` only those that have the
     /// flag ThreadHardKillable. The last resort: locks that they hold stay locked. The objects are not deleted, but are no

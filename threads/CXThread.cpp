@@ -346,8 +346,10 @@ bool CXThread::GetExitCode(unsigned int& exitCode) const
 bool CXThread::WaitForEnd(unsigned int timeoutMs) const
 {
     const StartedThread* const thread = ThreadOf(m_handle.load());
-    if (thread == nullptr || !platform::WaitForThread(thread, timeoutMs))
-        return false;
+    if (thread == nullptr)
+        return tev::NoteBadArgument("CXThread::WaitForEnd");
+    if (!platform::WaitForThread(thread, timeoutMs))
+        return tev::NoteSystemError("CXThread::WaitForEnd", platform::kTimedOut);
     m_isEndKnown.store(true);
     return true;
 }

@@ -35,7 +35,7 @@ enum xThreadPriority : unsigned int
 /// suspended at its start ends the thread without running its body; a thread that runs a function continues without the
 /// object; one that runs the object's own methods must have ended.
 ///
-/// XLastFailure() says why a thread could not be started, or its priority or state not be changed.
+/// XLastFailure() says why a thread could not be started, its priority or state not be changed, or a wait failed.
 /// Safe from several threads at once, construction and destruction apart.
 class TEVTOOLS_API CXThread : public CXObject
 {

@@ -2,6 +2,7 @@
 
 #include "objects/CXCriticalSection.h"
 #include "objects/CXException.h"
+#include "objects/FailureNote.h"
 #include "objects/ThreadException.h"
 #include "objects/ThreadStatus.h"
 #include "platform/Cancellation.h"
@@ -50,7 +51,7 @@ public:
                 XSetThreadException(m_recorded);
             std::rethrow_exception(m_exception);
         }
-        return isComplete && !IsStopped();
+        return (isComplete && !IsStopped()) || tev::NoteFailure({"XParallelFor", XFailureKind::kCancelled});
     }
 
 private:

@@ -56,7 +56,7 @@ TEVTOOLS_API bool RunParallelChunks(unsigned itemCount, LoopChunk chunk, void* c
 /// end: cancelled (SetCancelThread, CXThread::SetCancel), stopped (CCustomThread::StopThread), or by the shutdown of all
 /// workers. An exception that leaves a body ends the loop and is thrown to the caller, where a CXException is the thread's
 /// pending one; of several the first counts. No item begins after that; those that are running are finished first.
-/// Inside a body, a further loop runs on the thread that it is called on.
+/// Inside a body, a further loop runs on the thread that it is called on. XLastFailure() knows of an early end.
 template <class BODY>
 bool XParallelFor(unsigned itemCount, BODY&& body)
 {

@@ -2,6 +2,7 @@
 
 #include "base/TevTypes.h"
 
+#include <cstddef>
 #include <iosfwd>
 #include <limits>
 #include <type_traits>
@@ -95,7 +96,38 @@ public:
     static TimeText OfMoment(__int64 seconds) noexcept;
     const char* Get() const noexcept { return m_text; }
 
+    /// What the other direction gives. False, with `seconds` as they were, for anything else.
+    static bool ToSpan(const char* text, __int64& seconds) noexcept;
+    static bool ToMoment(const char* text, __int64& seconds) noexcept;
+
+    /// Reads white space and then characters as long as they may belong to a text, and converts these.
+    template <class STREAM, class CONVERT>
+    static STREAM& Read(STREAM& stream, CONVERT convert, __int64& seconds)
+    {
+        if (!typename STREAM::sentry(stream))
+            return stream;
+        TimeText text;
+        std::size_t length = 0;
+        auto next = stream.rdbuf()->sgetc();
+        for (; length < sizeof(m_text) - 1 && IsPart(next); next = stream.rdbuf()->snextc())
+            text.m_text[length++] = static_cast<char>(next);
+        text.m_text[length] = '\0';
+        auto state = STREAM::goodbit;
+        if (STREAM::traits_type::eq_int_type(next, STREAM::traits_type::eof()))
+            state |= STREAM::eofbit;
+        if (!convert(text.m_text, seconds))
+            state |= STREAM::failbit;
+        stream.setstate(state);
+        return stream;
+    }
+
 private:
+    template <class CODE>
+    static bool IsPart(CODE code) noexcept
+    {
+        return (code >= '0' && code <= ':') || code == '-' || code == '@' || code == 'T' || code == 'Z';
+    }
+
     char m_text[48];
 };
 } // namespace tev
@@ -172,9 +204,18 @@ private:
 TEVTOOLS_API CXArchive& operator<<(CXArchive& archive, const CXDuration& span);
 TEVTOOLS_API CXArchive& operator>>(CXArchive& archive, CXDuration& span);
 
-/// "26:03:04" for 26 hours, 3 minutes, 4 seconds; a negative span begins with '-'.
+/// "26:03:04" for 26 hours, 3 minutes, 4 seconds; a negative span begins with '-'. Reading takes what writing gives; of
+/// anything else the stream fails, and the span stays as it was.
 template <class CHAR, class TRAITS>
 std::basic_ostream<CHAR, TRAITS>& operator<<(std::basic_ostream<CHAR, TRAITS>& stream, const CXDuration& span)
 {
     return stream << tev::TimeText::OfSpan(span.GetTotalSeconds()).Get();
+}
+template <class CHAR, class TRAITS>
+std::basic_istream<CHAR, TRAITS>& operator>>(std::basic_istream<CHAR, TRAITS>& stream, CXDuration& span)
+{
+    __int64 seconds = span.GetTotalSeconds();
+    tev::TimeText::Read(stream, tev::TimeText::ToSpan, seconds);
+    span = seconds;
+    return stream;
 }

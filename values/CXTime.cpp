@@ -2,9 +2,9 @@
 
 #include "files/CXArchive.h"
 #include "objects/CXException.h"
+#include "objects/FailureNote.h"
 #include "platform/CalendarTime.h"
 
-#include <cstdio>
 #include <cwchar>
 #include <limits>
 
@@ -44,20 +44,32 @@ std::tm Fields(int year, int month, int day, int hour, int minute, int second, i
 
 using Conversion = bool (*)(std::int64_t, std::tm&) noexcept;
 
-bool Fill(Conversion convert, __int64 time, std::tm* fields)
+bool Fill(const char* operation, Conversion convert, __int64 time, std::tm* fields)
 {
     if (fields == nullptr)
         CXInvalidArgException::Throw();
-    return convert(time, *fields);
+    return convert(time, *fields) || tev::NoteBadArgument(operation);
 }
 
-CXTString<wchar_t> FormatTime(Conversion convert, __int64 time, const wchar_t* format)
+// An empty text is what some formats give in some locales.
+bool IsTooLong(const wchar_t* format, const std::tm& fields)
+{
+    wchar_t text[kFormatCapacity + 1];
+    return std::wcsftime(text, kFormatCapacity + 1, CXTString<wchar_t>(L' ', 1) + format, &fields) == 0;
+}
+
+CXTString<wchar_t> FormatTime(const char* operation, Conversion convert, __int64 time, const wchar_t* format)
 {
     std::tm fields;
     if (format == nullptr || !convert(time, fields))
+    {
+        tev::NoteBadArgument(operation);
         return format;
+    }
     wchar_t text[kFormatCapacity];
     const size_t length = std::wcsftime(text, kFormatCapacity, format, &fields);
+    if (length == 0 && IsTooLong(format, fields))
+        tev::NoteBadArgument(operation);
     return CXTString<wchar_t>(text, static_cast<int>(length));
 }
 } // namespace
@@ -76,19 +88,22 @@ CXTime CXTime::GetTickCount() noexcept
 
 bool CXTime::GetUTCTm(std::tm* utc) const
 {
-    return Fill(platform::ToUtcTime, m_time, utc);
+    return Fill("CXTime::GetUTCTm", platform::ToUtcTime, m_time, utc);
 }
 
 bool CXTime::GetLocalTm(std::tm* local) const
 {
-    return Fill(platform::ToLocalTime, m_time, local);
+    return Fill("CXTime::GetLocalTm", platform::ToLocalTime, m_time, local);
 }
 
 template <class Part>
 int CXTime::LocalPart(Part part, int failure) const noexcept
 {
     std::tm fields;
-    return platform::ToLocalTime(m_time, fields) ? part(fields) : failure;
+    if (platform::ToLocalTime(m_time, fields))
+        return part(fields);
+    tev::NoteBadArgument("CXTime::GetLocalTm");
+    return failure;
 }
 
 int CXTime::GetYear() const noexcept
@@ -132,12 +147,12 @@ int CXTime::GetDayOfWeek() const noexcept
 
 CXTString<wchar_t> CXTime::Format(const wchar_t* format) const
 {
-    return FormatTime(platform::ToLocalTime, m_time, format);
+    return FormatTime("CXTime::Format", platform::ToLocalTime, m_time, format);
 }
 
 CXTString<wchar_t> CXTime::FormatGmt(const wchar_t* format) const
 {
-    return FormatTime(platform::ToUtcTime, m_time, format);
+    return FormatTime("CXTime::FormatGmt", platform::ToUtcTime, m_time, format);
 }
 
 void CXTime::Serialize(CXArchive& archive)
@@ -177,28 +192,3 @@ CXArchive& operator>>(CXArchive& archive, CXDuration& span)
     span = seconds;
     return archive;
 }
-
-namespace tev
-{
-TimeText TimeText::OfSpan(__int64 seconds) noexcept
-{
-    const bool isNegative = seconds < 0;
-    const auto size = isNegative ? 0 - static_cast<unsigned __int64>(seconds) : static_cast<unsigned __int64>(seconds);
-    TimeText text;
-    std::snprintf(text.m_text, sizeof(text.m_text), "%s%llu:%02llu:%02llu", isNegative ? "-" : "", size / 3600,
-                  size / 60 % 60, size % 60);
-    return text;
-}
-
-TimeText TimeText::OfMoment(__int64 seconds) noexcept
-{
-    TimeText text;
-    std::tm utc;
-    if (platform::ToUtcTime(seconds, utc))
-        std::snprintf(text.m_text, sizeof(text.m_text), "%04lld-%02d-%02dT%02d:%02d:%02dZ", utc.tm_year + 1900LL,
-                      utc.tm_mon + 1, utc.tm_mday, utc.tm_hour, utc.tm_min, utc.tm_sec);
-    else
-        std::snprintf(text.m_text, sizeof(text.m_text), "@%lld", seconds);
-    return text;
-}
-} // namespace tev

@@ -10,7 +10,7 @@
 /// is asked for, so a change of zone takes effect at once. Arithmetic wraps around at 64 bits.
 /// Converts from and to the moments of std::chrono::system_clock, as CXDuration does from and to spans; fractions of seconds
 /// are rounded down.
-/// One thread at a time; the conversions of several objects may run at once.
+/// One thread at a time; the conversions of several objects may run at once. XLastFailure() says that one failed.
 class TEVTOOLS_API CXTime
 {
 public:
@@ -102,9 +102,18 @@ private:
 TEVTOOLS_API CXArchive& operator<<(CXArchive& archive, const CXTime& time);
 TEVTOOLS_API CXArchive& operator>>(CXArchive& archive, CXTime& time);
 
-/// "2026-11-22T10:16:31Z", in UTC and in any locale; "@" and the seconds where the year does not fit.
+/// "2026-11-22T10:16:31Z", in UTC and in any locale; "@" and the seconds where the year does not fit. Reading takes what
+/// writing gives; of anything else the stream fails, and the time stays as it was.
 template <class CHAR, class TRAITS>
 std::basic_ostream<CHAR, TRAITS>& operator<<(std::basic_ostream<CHAR, TRAITS>& stream, const CXTime& time)
 {
     return stream << tev::TimeText::OfMoment(time.GetTime()).Get();
+}
+template <class CHAR, class TRAITS>
+std::basic_istream<CHAR, TRAITS>& operator>>(std::basic_istream<CHAR, TRAITS>& stream, CXTime& time)
+{
+    __int64 seconds = time.GetTime();
+    tev::TimeText::Read(stream, tev::TimeText::ToMoment, seconds);
+    time = seconds;
+    return stream;
 }

@@ -2,12 +2,14 @@
 
 #include "crash/CrashPackage.h"
 #include "objects/CXException.h"
+#include "objects/LastFailure.h"
 #include "objects/ThreadException.h"
 #include "services/ApplicationName.h"
 #include "services/LogFile.h"
 #include "tests/support/CrashingProgram.h"
 #include "tests/support/FailingAllocations.h"
 #include "tests/support/FailingFileSystem.h"
+#include "tests/support/ForkedChild.h"
 #include "tests/support/PrintText.h"
 #include "tests/support/Sanitized.h"
 #include "tests/support/TestRegistry.h"
@@ -21,9 +23,11 @@
 #include <iterator>
 #include <new>
 #include <thread>
+#include <tuple>
 
 #include <gmock/gmock.h>
 #include <sys/file.h>
+#include <sys/resource.h>
 
 namespace
 {
@@ -416,7 +420,51 @@ class OpenHandler : public CCrashHandler
 public:
     using CCrashHandler::CCrashHandler;
     using CCrashHandler::GenerateFilesErrorReport;
+    using CCrashHandler::GetExceptionPointers;
+    using CCrashHandler::MailReport;
+    using CCrashHandler::SaveReport;
 };
+
+TEST_F(CCrashHandlerTest, TheReasonOfAFailureIsRecorded)
+{
+    TestUser user;
+    OpenHandler handler(nullptr, L"A", L"1", xFilesReport);
+    const std::filesystem::path archive = m_folder.WriteFile("a.zip", "an archive");
+    const auto reason = [](bool hasSucceeded) {
+        EXPECT_FALSE(hasSucceeded);
+        const XFailure failure = XLastFailure();
+        XClearLastFailure();
+        return std::make_tuple(std::string(failure.GetOperation()).substr(15), failure.GetKind(),
+                               failure.GetSystemError(), std::wstring(failure.GetPath()));
+    };
+    using Kind = XFailureKind;
+    EXPECT_EQ(reason(handler.SaveReport(archive)),
+              std::make_tuple("SaveReport", Kind::kCancelled, 0u, archive.wstring()));
+    user.m_savePath = CPathString(archive);
+    EXPECT_EQ(reason(handler.SaveReport(archive)),
+              std::make_tuple("SaveReport", Kind::kArgument, 0u, archive.wstring()));
+    const std::wstring lost = m_folder.WidePath("none/b.zip");
+    user.m_savePath = CPathString(lost.c_str());
+    EXPECT_EQ(reason(handler.SaveReport(archive)), std::make_tuple("SaveReport", Kind::kSystem, 2u, lost));
+    EXPECT_TRUE(m_folder.Exists("a.zip"));
+    EXPECT_EQ(reason(handler.MailReport(std::filesystem::path(lost), L"", L"")),
+              std::make_tuple("MailReport", Kind::kSystem, 2u, lost));
+    EXPECT_EQ(reason(handler.GetExceptionPointers(0, nullptr)),
+              std::make_tuple("GetExceptionPointers", Kind::kArgument, 0u, L""));
+    // A child that may write nothing.
+    const auto report = [&] {
+        const rlimit none = {0, 0};
+        std::signal(SIGXFSZ, SIG_IGN);
+        setrlimit(RLIMIT_FSIZE, &none);
+        _CR_EXCEPTION_INFO info;
+        const auto [operation, kind, error, path] = reason(handler.ExceptionOccurs(&info, xFilesReport) != 0);
+        return operation == "ExceptionOccurs" && kind != Kind::kNone ? 0 : 1;
+    };
+    EXPECT_EQ(tev::test::ResultInChild(report), 0);
+    _CR_EXCEPTION_INFO info;
+    EXPECT_EQ(handler.ExceptionOccurs(&info, xFilesReport), 1);
+    EXPECT_FALSE(XLastFailure()) << XLastFailure().GetOperation();
+}
 
 TEST_F(CCrashHandlerTest, AFilesReportWithoutAListIsAnInvalidArgument)
 {

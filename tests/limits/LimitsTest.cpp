@@ -5,20 +5,29 @@
 #include "arrays/CBitArray.h"
 #include "arrays/COffsetArray.h"
 #include "crash/CCrashHandler.h"
+#include "crash/XMinidump.h"
 #include "files/CXArchive.h"
 #include "files/CXFile.h"
 #include "files/CXMemFile.h"
+#include "files/CXStdioFile.h"
 #include "maps/HashSizes.h"
+#include "objects/FailureNote.h"
+#include "services/CWatchFolder.h"
+#include "services/FileWildcards.h"
 #include "services/LogFile.h"
 #include "settings/CCustomData.h"
 #include "settings/CRegUtil.h"
 #include "settings/PreferenceFile.h"
 #include "tests/support/BufferedMemFile.h"
+#include "tests/support/EnvironmentVariable.h"
 #include "tests/support/FileFailure.h"
 #include "tests/support/TempFolder.h"
 #include "tests/support/TestRegistry.h"
 #include "threads/CXThread.h"
+#include "values/CFRect.h"
+#include "values/CRGBColor.h"
 #include "values/CXTime.h"
+#include "zip/CMiniZip.h"
 #include "zip/CXExtraction.h"
 #include "zip/EntryName.h"
 
@@ -31,7 +40,10 @@
 #include <map>
 #include <memory>
 #include <regex>
+#include <sstream>
 #include <string>
+#include <thread>
+#include <utility>
 #include <vector>
 
 namespace
@@ -179,11 +191,166 @@ Number LeastBuffer()
     return file.GetLength();
 }
 
+template <std::size_t... ONE>
+bool FormatsPositions(Number count, std::index_sequence<ONE...>)
+{
+    std::string format;
+    for (Number i = 1; i <= count; ++i)
+        format += '%' + std::to_string(i) + "$d";
+    CXTString<char> text;
+    text.Format(format.c_str(), static_cast<int>(ONE)...);
+    return !text.IsEmpty();
+}
+
+/// Each thread has a failure of its own, the first one looks for its path at the end.
+bool KeepsPathsOf(Number threads)
+{
+    bool isKept = false;
+    std::thread first([&] {
+        tev::NoteBadData("limits", L"path");
+        for (Number i = 1; i < threads; ++i)
+            std::thread([] { tev::NoteBadData("limits", L"other"); }).join();
+        isKept = XLastFailure().GetPath() == std::wstring(L"path");
+    });
+    first.join();
+    return isKept;
+}
+
+template <class VALUE>
+bool IsRead(const std::string& text)
+{
+    std::stringstream stream(text);
+    VALUE value(0);
+    stream >> value;
+    if (stream.fail())
+        return false;
+    std::ostringstream again;
+    again << value;
+    return again.str() == text;
+}
+
+bool IsExpanded(Number length)
+{
+    const TestRegistry registry;
+    const EnvironmentVariable variable("TEVTOOLS_TEST_TEXT", std::string(static_cast<std::size_t>(length), 'x'));
+    CRegUtil util(CRegUtil::kAllAccess);
+    CXTString<char> bytes;
+    EXPECT_TRUE(XEncodeText(L"%TEVTOOLS_TEST_TEXT%", 21, xEncodingUtf16, bytes));
+    EXPECT_TRUE(util.SetPath(L"HKEY_CURRENT_USER\\limits", true));
+    EXPECT_TRUE(util.WriteValue(L"text", CRegUtil::kTypeExpandString, bytes, 42));
+    return util.GetKeyString(L"text", true).GetLength64() == length;
+}
+
+bool IsDumped(Number levels)
+{
+    CCustomData store;
+    EXPECT_TRUE(store.SetFloat(1, 1));
+    while (levels-- != 0)
+    {
+        CCustomData outer;
+        EXPECT_TRUE(outer.SetCustomData(1, store));
+        store = outer;
+    }
+    return store.DumpCustomData(true, 0).Find(L"FLOA") >= 0;
+}
+
+bool IsDumpLoaded(Number bytes)
+{
+    const TempFolder folder;
+    const std::wstring path = folder.WriteFile("dump", std::string("MDMP\x93\xA7\0\0", 8) + std::string(24, '\0'));
+    EXPECT_TRUE(XMinidump().Load(path.c_str()));
+    std::filesystem::resize_file(path, bytes); // takes no room on the disk
+    return XMinidump().Load(path.c_str());
+}
+
+Number LeastStdioBuffer()
+{
+    const TempFolder folder;
+    CXStdioFile file(folder.WidePath("file"), CXFile::modeCreate | CXFile::modeWrite);
+    file.SetBufferSize(1);
+    while (std::filesystem::file_size(folder.Path("file")) == 0)
+        file.Write("c", 1);
+    return std::filesystem::file_size(folder.Path("file"));
+}
+
+/// The largest that one of the bytes for a window's size tells.
+Number LargestWindow()
+{
+    const TempFolder folder;
+    CMiniZip zip;
+    Number largest = 0;
+    for (unsigned code = 0x78; code != 0x98; ++code)
+    {
+        const char frame[] = {'\x28', '\xB5', '\x2F', '\xFD', 0, static_cast<char>(code), '\x09', 0, 0, 'x'};
+        const std::wstring source = folder.WriteFile("a.zst", std::string(frame, sizeof(frame)));
+        if (zip.ExtractZStd(source, folder.WidePath("a"), false))
+            largest = (Number{1} << (10 + (code >> 3))) / 8 * (8 + (code & 7));
+    }
+    return largest;
+}
+
+/// The changes that a list has before it is started again.
+Number LongestList()
+{
+    const TempFolder folder;
+    CWatchFolder watch;
+    EXPECT_TRUE(watch.AddRefreshNotification(folder.WidePath(), false, CWatchFolder::kFileNames));
+    for (std::size_t longest = 0;;)
+    {
+        std::ofstream(folder.Path("a")).close();
+        std::filesystem::remove(folder.Path("a"));
+        watch.CheckRefreshNotification();
+        watch.GetChanges();
+        const std::size_t size = watch.GetChangeList().size();
+        if (size < longest)
+        {
+            watch.ReleaseChanges();
+            return longest;
+        }
+        longest = size;
+    }
+}
+
 /// Whether a number is within a limit.
 using Holds = std::function<bool(Number)>;
 constexpr Number kUnlimited = std::numeric_limits<Number>::max();
 
 const std::map<std::string, Holds> kWithin = {
+    {"string.getLength",
+     [](Number n) {
+         CXTString<char> text;
+         CXTCharArray<char>& fields = text;
+         fields.m_length = n;
+         const bool isReported = static_cast<Number>(text.GetLength()) == n;
+         fields.m_length = 0;
+         return isReported;
+     }},
+    {"format.positions", [](Number n) { return FormatsPositions(n, std::make_index_sequence<70>()); }},
+    {"failure.path",
+     [](Number n) {
+         tev::NoteBadData("limits", std::wstring(static_cast<std::size_t>(n), L'p').c_str());
+         return !XLastFailure().IsPathCut();
+     }},
+    {"failure.paths", KeepsPathsOf},
+    {"rect.coordinate", [](Number n) { return Number(tev::TruncateToInt(static_cast<double>(n))) == n; }},
+    {"color.sum",
+     [](Number n) {
+         const CRGB32Color sum(static_cast<unsigned>(n), 0, 0);
+         return (sum.ConvertToRGBColor(static_cast<float>(n) / 200).GetRGB() & 0xFF) == 200;
+     }},
+    {"time.seconds",
+     [](Number n) {
+         const std::string text = '@' + std::to_string(n);
+         return IsRead<CXTime>(text) && IsRead<CXTime>("@-" + text.substr(1));
+     }},
+    {"time.year", [](Number n) { return IsRead<CXTime>(std::to_string(n) + "-12-31T23:59:59Z"); }},
+    {"patterns.length",
+     [](Number n) {
+         const std::wstring list(static_cast<std::size_t>(n), L'p');
+         return fileCleanExtensionList(list, true) == CXTString<wchar_t>(L"*" + list + L"*");
+     }},
+    {"registry.expanded", IsExpanded},
+    {"store.dump", IsDumped},
     {"array.elements", [](Number n) { return CauseOf([n] { tev::ArrayCount(n); }) == kNothingThrown; }},
     {"bits.count",
      [](Number n) {
@@ -218,6 +385,13 @@ const std::map<std::string, Holds> kNotBeyond = {
     {"memory.setLength", [](Number n) { return Thrown([n] { CXMemFile().SetLength(n); }) == kNothingThrown; }},
     {"store.bytes", [](Number n) { return CCustomData().SetBinary(1, nullptr, static_cast<unsigned>(n - 12)); }},
     {"preferences.bytes", IsListed},
+    {"format.length",
+     [](Number n) {
+         CXTString<char> text;
+         text.Format(("x%" + std::to_string(n - 1) + "d").c_str(), 1);
+         return !text.IsEmpty();
+     }},
+    {"dump.file", IsDumpLoaded},
 };
 
 /// What has one value.
@@ -225,6 +399,9 @@ std::map<std::string, Number> Values()
 {
     return {{"map.leastSlots", tev::HashSizeForRequest(0)},
             {"archive.leastBuffer", LeastBuffer()},
+            {"stdio.leastBuffer", LeastStdioBuffer()},
+            {"watch.list", LongestList()},
+            {"zstd.window", LargestWindow()},
             {"report.file", CCrashHandler::GetFileSizeLimit()}};
 }
 

@@ -1,9 +1,12 @@
 #include "objects/LastFailure.h"
 
-#include "arrays/CXArray.h"
+#include "arrays/CBitArray.h"
+#include "arrays/CElementArray.h"
 #include "crash/XMinidump.h"
 #include "files/CStdioFileEx.h"
 #include "files/CXMemFile.h"
+#include "maps/CHashMap.h"
+#include "maps/CHashTable.h"
 #include "objects/CXArchiveException.h"
 #include "objects/CXInternetException.h"
 #include "objects/FailureNote.h"
@@ -21,7 +24,12 @@
 #include "tests/support/RawZip.h"
 #include "tests/support/TempFolder.h"
 #include "tests/support/TestRegistry.h"
-#include "threads/CXThread.h"
+#include "text/CSwitchLocale.h"
+#include "text/InvalidParameter.h"
+#include "text/TextLoss.h"
+#include "text/XCA2W.h"
+#include "threads/CCustomThread.h"
+#include "threads/ParallelFor.h"
 #include "values/CXTime.h"
 #include "zip/CMiniZip.h"
 #include "zip/CZip.h"
@@ -30,6 +38,8 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cerrno>
+#include <clocale>
 #include <cstring>
 #include <functional>
 #include <set>
@@ -90,6 +100,13 @@ protected:
     CCustomData m_store;
 };
 
+/// Makes the call where there is no memory.
+template <class CALL>
+void WithoutMemory(CALL call)
+{
+    tev::test::FailingAllocations(1, true).Run(call);
+}
+
 template <class T>
 bool IsAllOnes(T value)
 {
@@ -119,8 +136,95 @@ TEST_F(LastFailure, OfFilesSaysWhy)
         {"CXMemFile::Open", Kind::kArgument, 0, m_missing, [&] { return !memory.Open(m_missing.c_str(), 0); }},
         {"CXMemFile::Seek", Kind::kArgument, 0, L"", [&] { return memory.Seek(1, CXFile::end) == 0; }},
         {"CXMemFile::SetLength", Kind::kMemory, 8, L"", [&] { return !memory.SetLength(1ull << 32); }},
+        {"CXFile::HandleFromDescriptor", Kind::kArgument, 0, L"",
+         [] { return CXFile::HandleFromDescriptor(-1) == nullptr; }},
+        {"CXMemFile::Read", Kind::kArgument, 0, L"", [&] { return memory.Read(nullptr, 1) == 0; }},
         {"CXMemFile::Write", Kind::kArgument, 0, L"", [&] { return memory.Write(nullptr, 1), true; }},
         {"CXMemFile::Attach", Kind::kArgument, 0, L"", [&] { return memory.Attach(nullptr, 1, false), true; }},
+    });
+}
+
+TEST_F(LastFailure, OfTextsAndTimesSaysWhy)
+{
+    constexpr auto kNoEncoding = static_cast<xStringEncoding>(7777);
+    constexpr const wchar_t* kLone = L"\xD800";
+    const wchar_t* const none = nullptr;
+    const CXTime far(1ll << 62);
+    std::tm fields;
+    Text text;
+    CXTString<char> bytes;
+    XTextLoss loss;
+    char two[2];
+    const auto argument = [](const char* operation, std::function<bool()> fails, const wchar_t* path = L"") {
+        return Case{operation, Kind::kArgument, 0, path, std::move(fails)};
+    };
+    Expect({
+        argument("XDecodeText", [&] { return !XDecodeText(nullptr, 1, xEncodingUtf8, text); }),
+        argument("XDecodeText", [&] { return !XDecodeText("a", 1, kNoEncoding, text); }),
+        argument("XDecodeText", [&] { return !XDecodeText("a", 1, kNoEncoding, text, loss); }),
+        argument("XDecodeText", [&] { return !XDecodeText(nullptr, 1, xEncodingUtf8, text, loss); }),
+        argument("XEncodeText", [&] { return !XEncodeText(L"a", 1, kNoEncoding, bytes); }),
+        argument("XEncodeText", [&] { return !XEncodeText(L"a", 1, kNoEncoding, bytes, loss); }),
+        argument("XEncodeText", [&] { return !XEncodeText(nullptr, 1, xEncodingUtf8, bytes, loss); }),
+        argument(
+            "XEncodePath", [&] { return !XEncodePath(kLone, bytes); }, kLone),
+        argument("XCA2W", [] { return !XCA2W("a", kNoEncoding).IsValid(); }),
+        argument("XCW2A", [] { return !XCW2A(L"a", kNoEncoding).IsValid(); }),
+        argument("XCA2A", [] { return !XCA2A(nullptr).IsValid(); }),
+        argument("XCW2W", [] { return !XCW2W(nullptr).IsValid(); }),
+        argument("XStrCopy", [&] { return XStrCopy(two, sizeof(two), "abc") == ERANGE; }),
+        argument("CXTString::Copy", [&] { return text.Copy(nullptr, 1), true; }),
+        argument("CXTString::SetAt", [&] { return text.SetAt(9, L'a'), true; }),
+        argument("CXTString::GetBufferSetLength", [&] { return text.GetBufferSetLength(-1) == nullptr; }),
+        argument("CXTString::ReleaseBuffer", [&] { return text.ReleaseBuffer(1 << 20), true; }),
+        argument("CXTString::Format", [&] { return text.FormatV(L"%k", {}), text.IsEmpty(); }),
+        argument("CXTString::Format", [&] { return text.Format(none), true; }),
+        argument("CXTString::AppendFormat", [&] { return text.AppendFormat(none), true; }),
+        argument("CXTString::ScanS", [&] { return text.ScanS(none) == -1 && text.ScanS(1, L"%d", two) == -1; }),
+        argument("CSwitchLocale::CSwitchLocale", [] { return CSwitchLocale(LC_ALL, L"no_SUCH"), true; }),
+        argument("CXTime::GetUTCTm", [&] { return !far.GetUTCTm(&fields); }),
+        argument("CXTime::GetLocalTm", [&] { return !far.GetLocalTm(&fields); }),
+        argument("CXTime::GetLocalTm", [&] { return far.GetHour() == -1; }),
+        argument("CXTime::Format", [&] { return far.Format(L"%Y") == L"%Y"; }),
+        argument("CXTime::FormatGmt", [&] { return m_date.FormatGmt(std::wstring(256, L'x').c_str()).IsEmpty(); }),
+    });
+}
+
+TEST_F(LastFailure, OfContainersSaysWhy)
+{
+    const CElementArray kindless;
+    CElementArray array;
+    using Map = CHashMap<int, int, int>;
+    using Table = CHashTable<int>;
+    const auto lacksMemory = [](const char* operation, std::function<bool()> fails) {
+        return Case{operation, Kind::kMemory, 8, L"", [fails = std::move(fails)] {
+                        bool isAsExpected = false;
+                        WithoutMemory([&] { isAsExpected = fails(); });
+                        return isAsExpected;
+                    }};
+    };
+    Map map;
+    Table table;
+    map.Insert(1, 1);
+    Map moved;
+    Table movedTable;
+    const Map emptied(std::move(moved));
+    const Table emptiedTable(std::move(movedTable));
+    Expect({
+        {"CElementArray::Append", Kind::kArgument, 0, L"", [&] { return array.Append(kindless) == -1; }},
+        {"CElementArray::Copy", Kind::kArgument, 0, L"", [&] { return !array.Copy(kindless); }},
+        {"CElementArray::Copy", Kind::kArgument, 0, L"", [&] { return !array.Copy(0, 0, kindless); }},
+        {"CElementArray::InsertAt", Kind::kArgument, 0, L"", [&] { return !array.InsertAt(0, &kindless); }},
+        {"CElementArray::Reorder", Kind::kArgument, 0, L"", [&] { return !array.Reorder(nullptr, 0, false); }},
+        {"CBitArray::SetBuffer", Kind::kArgument, 0, L"",
+         [] { return !CBitArray().SetBuffer(new unsigned[1]{}, 64, 1); }},
+        {"CHashMap::InitHashTable", Kind::kArgument, 0, L"", [&] { return !map.InitHashTable(~0u); }},
+        lacksMemory("CHashMap::InitHashTable", [] { return !Map().InitHashTable(100); }),
+        lacksMemory("CHashMap::CHashMap", [&] { return Map(map).IsEmpty(); }),
+        lacksMemory("CHashTable::CHashTable", [] { return Table(100).IsEmpty(); }),
+        lacksMemory("CHashMap::Minimize", [&] { return !map.Minimize(); }),
+        lacksMemory("CHashMap::Insert", [&] { return moved.Insert(1, 1) == 0; }),
+        lacksMemory("CHashTable::Insert", [&] { return movedTable.Insert(1) == 0; }),
     });
 }
 
@@ -143,6 +247,24 @@ TEST_F(LastFailure, OfServicesAndThreadsSaysWhy)
          }},
         {"CXThread::SetThreadPriority", Kind::kArgument, 0, L"",
          [&] { return !idle.SetThreadPriority(xThreadPriorityLowest); }},
+        {"CXThread::WaitForEnd", Kind::kArgument, 0, L"", [&] { return !idle.WaitForEnd(0); }},
+        {"CXThread::WaitForEnd", Kind::kSystem, 1460, L"",
+         [&] {
+             const std::unique_ptr<CXThread> waiting(
+                 CXThread::BeginThread(body, nullptr, xThreadPriorityNormal,
+                                       CXThread::kBeginSuspended | CXThread::kBeginWithoutAutoDelete, 0));
+             return !waiting->WaitForEnd(0);
+         }},
+        {"CCustomThread::EndThreads", Kind::kSystem, 1460, L"",
+         [] {
+             bool isOver = true;
+             {
+                 const CCustomThread worker;
+                 isOver = CCustomThread::EndThreads(0);
+             }
+             return !isOver && CCustomThread::EndThreads(0);
+         }},
+        {"XParallelFor", Kind::kCancelled, 0, L"", [] { return !XParallelFor(9, [](unsigned i) { return i != 4; }); }},
         {"CXThread::ResumeThread", Kind::kArgument, 0, L"", [&] { return !idle.ResumeThread(); }},
         {"CXThread::SuspendThread", Kind::kArgument, 0, L"", [&] { return !idle.SuspendThread(); }},
         {"fileGetLastWriteDate", Kind::kSystem, 2, m_missing,
@@ -155,6 +277,8 @@ TEST_F(LastFailure, OfServicesAndThreadsSaysWhy)
          [&] { return !fileSetCreationDate(m_textText, m_date); }},
         {"SetLogFile", Kind::kSystem, 2, log, [&] { return !SetLogFile(log.c_str(), xLogCreate, 0xFF); }},
         {"SetLogFile", Kind::kArgument, 0, log, [&] { return !SetLogFile(log.c_str(), LogFileMode(7), 0xFF); }},
+        {"CWatchFolder::OnDeviceChange", Kind::kArgument, 0, L"",
+         [] { return CWatchFolder().OnDeviceChange(CWatchFolder::kVolumeArrived, 0) == 0; }},
         {"CWatchFolder::AddRefreshNotification", Kind::kSystem, 3, m_missing,
          [&] { return !CWatchFolder().AddRefreshNotification(m_missingText, false, 1); }},
     });
@@ -174,6 +298,7 @@ TEST_F(LastFailure, OfSettingsSaysWhy)
     int error = 0;
     const auto change = [](CCustomData&) {};
     Expect({
+        {"CCustomData::CopyID", Kind::kArgument, 0, L"", [&] { return !m_store.CopyID(nullptr, 1); }},
         {"CCustomData::SetArray", Kind::kMemory, 8, L"", [&] { return !m_store.SetArray(3, "", ~0u, 2); }},
         {"CCustomData::ChangeID", Kind::kArgument, 0, L"", [&] { return !m_store.ChangeID(1, 2); }},
         {"CCustomData::SetData", Kind::kArgument, 0, L"", [&] { return !CCustomData().SetData(nullptr, 4); }},
@@ -215,6 +340,96 @@ TEST_F(LastFailure, OfSettingsSaysWhy)
         {"XExportRegistry", Kind::kSystem, 2, L"No/Such",
          [&] { return !XExportRegistry(L"No/Such", file, xEncodingUtf8, error); }},
     });
+}
+
+TEST_F(LastFailure, OfTheRegistryEachOperationSaysWhy)
+{
+    m_registry.m_folder.WriteFile("user.db", "no registry");
+    CRegUtil registry(L"Viewer", CRegUtil::kAllAccess);
+    ASSERT_FALSE(registry.SetPath(L"Some", false));
+    const wchar_t* components[] = {L"Some"};
+    wchar_t name[16];
+    unsigned long number = 0;
+    std::vector<unsigned char> data;
+    const std::pair<const char*, std::function<bool()>> operations[] = {
+        {"SetPath", [&] { return registry.SetPath(L"Some", true); }},
+        {"SetPath", [&] { return registry.SetPath(components, 1, nullptr, false); }},
+        {"SetPath", [&] { return registry.SetPath(); }},
+        {"SetRelPath", [&] { return registry.SetRelPath(L"Other", false); }},
+        {"OpenBase", [&] { return registry.OpenBase(true); }},
+        {"GetKeyString", [&] { return !registry.GetKeyString(L"a", false).IsEmpty(); }},
+        {"WriteKeyString", [&] { return registry.WriteKeyString(L"a", L"b"); }},
+        {"WriteKeyInt", [&] { return registry.WriteKeyInt(L"a", 1); }},
+        {"GetKeyInt", [&] { return registry.GetKeyInt(L"a", number); }},
+        {"WriteKeyBin", [&] { return registry.WriteKeyBin(L"a", "b", 1); }},
+        {"GetKeyBin", [&] { return registry.GetKeyBin(L"a", nullptr, number); }},
+        {"WriteRegNoneKey", [&] { return registry.WriteRegNoneKey(L"a"); }},
+        {"KeyExists", [&] { return registry.KeyExists(L"a"); }},
+        {"ReadValue", [&] { return registry.ReadValue(L"a", number, data); }},
+        {"WriteValue", [&] { return registry.WriteValue(L"a", CRegUtil::kTypeBinary, "b", 1); }},
+        {"WriteSubKeyString", [&] { return registry.WriteSubKeyString(L"a", L"b", L"c"); }},
+        {"WriteSubKeyInt", [&] { return registry.WriteSubKeyInt(L"a", L"b", 1); }},
+        {"GetSubKeyInt", [&] { return registry.GetSubKeyInt(L"a", L"b", 0) != 0; }},
+        {"GetSubKeyString", [&] { return !registry.GetSubKeyString(L"a", L"b", L"", false).IsEmpty(); }},
+        {"DeleteValue", [&] { return registry.DeleteValue(L"a", L"b"); }},
+        {"DeleteKey", [&] { return registry.DeleteKey(L"a", true); }},
+        {"StartSubKeyEnum", [&] { return registry.StartSubKeyEnum(); }},
+        {"GetNextSubKeyName", [&] { return registry.GetNextSubKeyName(name, 16); }},
+        {"StartValueSection", [&] { return registry.StartValueSection(L"a"); }},
+        {"GetNextValueName", [&] { return registry.GetNextValueName(name, 16); }},
+    };
+    for (const auto& [operation, succeeds] : operations)
+    {
+        XClearLastFailure();
+        EXPECT_FALSE(succeeds()) << operation;
+        EXPECT_EQ(XLastFailure().GetOperation(), std::string("CRegUtil::") + operation);
+        EXPECT_EQ(XLastFailure().GetSystemError(), static_cast<unsigned>(registry.GetLastError())) << operation;
+    }
+}
+
+TEST_F(LastFailure, OfAStoreEachSetterSaysThatMemoryIsLacking)
+{
+    const CXTString<char> narrow("a");
+    const CXArray<Text> array{L"a"};
+    const std::vector<Text> list{L"a"};
+    const CXTime time(1);
+    const std::tm utc{};
+    ASSERT_TRUE(m_store.SetInt(1, 1));
+    const std::pair<const char*, std::function<bool(CCustomData&)>> setters[] = {
+        {"SetInt", [](CCustomData& store) { return store.SetInt(1, 1); }},
+        {"SetUInt", [](CCustomData& store) { return store.SetUInt(1, 1); }},
+        {"SetLong", [](CCustomData& store) { return store.SetLong(1, 1); }},
+        {"SetULong", [](CCustomData& store) { return store.SetULong(1, 1); }},
+        {"SetLongInt", [](CCustomData& store) { return store.SetLongInt(1, 1); }},
+        {"SetULongInt", [](CCustomData& store) { return store.SetULongInt(1, 1); }},
+        {"SetChar", [](CCustomData& store) { return store.SetChar(1, 'a'); }},
+        {"SetUChar", [](CCustomData& store) { return store.SetUChar(1, 1); }},
+        {"SetBool", [](CCustomData& store) { return store.SetBool(1, 1); }},
+        {"SetFloat", [](CCustomData& store) { return store.SetFloat(1, 1); }},
+        {"SetDouble", [](CCustomData& store) { return store.SetDouble(1, 1); }},
+        {"SetPtr", [](CCustomData& store) { return store.SetPtr(1, nullptr); }},
+        {"SetStringW", [&](CCustomData& store) { return store.SetStringW(1, array[0]); }},
+        {"SetStringA", [&](CCustomData& store) { return store.SetStringA(1, narrow); }},
+        {"SetStringList", [&](CCustomData& store) { return store.SetStringArray(1, array); }},
+        {"SetStringList", [&](CCustomData& store) { return store.SetStringList(1, list); }},
+        {"SetXTime", [&](CCustomData& store) { return store.SetXTime(1, time); }},
+        {"SetUTCTime", [&](CCustomData& store) { return store.SetUTCTime(1, utc); }},
+        {"SetBinary", [](CCustomData& store) { return store.SetBinary(1, "a", 1); }},
+        {"SetArray", [](CCustomData& store) { return store.SetArray(1, "a", 1, 1); }},
+        {"SetCustomData", [&](CCustomData& store) { return store.SetCustomData(1, m_store); }},
+        {"SetData", [](CCustomData& store) { return store.SetData("twelve bytes", 12); }},
+    };
+    for (const auto& [name, set] : setters)
+    {
+        CCustomData store;
+        bool isSet = true;
+        XClearLastFailure();
+        WithoutMemory([&, &sets = set] { isSet = sets(store); });
+        EXPECT_FALSE(isSet) << name;
+        EXPECT_EQ(XLastFailure().GetKind(), Kind::kMemory) << name;
+        const std::string wanted = name == std::string("SetData") ? "Alloc" : name; // which SetData calls
+        EXPECT_EQ(XLastFailure().GetOperation(), "CCustomData::" + wanted);
+    }
 }
 
 TEST_F(LastFailure, OfArchivesAndDumpsSaysWhy)
@@ -270,6 +485,13 @@ TEST_F(LastFailure, IsLeftAloneByLookUpsAndSuccess)
                 !CWatchFolder().StopWatching(m_missingText));
     EXPECT_TRUE(file.Open(m_text.c_str(), CXFile::modeRead | CXFile::typeText) && file.ReadString(line));
     EXPECT_FALSE(file.ReadString(line));
+    int scanned = 0;
+    CHashMap<int, int, int> map;
+    EXPECT_TRUE(!line.LoadString(1) && line.ScanS(L"%d", &scanned) == -1 && map.Find(1) == nullptr &&
+                map.Remove(1) == 0 && m_date.Format(L"").IsEmpty());
+    const std::unique_ptr<CElementArray> copy(CElementArray().Duplicate());
+    EXPECT_TRUE(m_store.SetBinary(2, "damaged", 7) && m_store.AddToCustomData(3, CCustomData(), 0));
+    EXPECT_TRUE(XParallelFor(3, [](unsigned) {}) && CCustomThread::EndThreads(0));
     EXPECT_FALSE(XLastFailure()) << XLastFailure().GetOperation();
     EXPECT_STREQ(XLastFailure().GetOperation(), "");
 }
@@ -327,6 +549,9 @@ TEST(ExceptionText, SaysAllThatIsKnown)
         using CXException::CXException;
     };
     const CXFileException file(fileNotFound, L"a.obj");
+    CXFileException opened;
+    errno = EACCES;
+    CXFileException::ThrowOsError(fileNone, L"d.obj", &opened);
     const CXFileException said(fileDiskFull, L"b.obj", L"Save elsewhere.");
     const CXArchiveException archive(archiveBadSchema, L"c.cus");
     const CXInternetException internet(77, 12007);
@@ -342,6 +567,8 @@ TEST(ExceptionText, SaysAllThatIsKnown)
     } cases[] = {
         {nullptr, L"", L""},
         {&file, L"Cannot find a.obj.", L"Impossible de trouver a.obj."},
+        {&opened, L"Cannot access d.obj: permission was denied. (system error 5)",
+         L"Impossible d'accéder à d.obj : la permission a été refusée. (erreur système 5)"},
         {&said, L"Cannot write b.obj: the disk is full. Save elsewhere.",
          L"Impossible d'écrire b.obj : le disque est plein. Save elsewhere."},
         {&archive, L"Cannot read c.cus: it was written by another version.",

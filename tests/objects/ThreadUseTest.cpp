@@ -1,8 +1,22 @@
-// The checks are tested in every build; no other source has maps of this key.
+// The checks in templates are tested in every build; no other source has maps of this key and arrays of this value.
+#if defined(NDEBUG)
+constexpr bool kLibraryChecks = false;
 #undef NDEBUG
+#else
+constexpr bool kLibraryChecks = true;
+#endif
 #include "objects/ThreadUse.h"
 
+#include "arrays/CElementArray.h"
+#include "arrays/COffsetArray.h"
+#include "arrays/CXArray.h"
+#include "arrays/ElementKinds.h"
+#include "files/CStdioFileEx.h"
+#include "files/CXArchive.h"
+#include "files/CXMemFile.h"
 #include "maps/CHashMap.h"
+#include "tests/support/FailingFileSystem.h"
+#include "tests/support/TempFolder.h"
 
 #include <gtest/gtest.h>
 
@@ -51,6 +65,73 @@ TEST(ThreadUseDeathTest, ASecondThreadInAMapThatChangesIsFound)
     }
 }
 
+TEST(ThreadUseDeathTest, ASecondThreadInAnArrayThatChangesIsFound)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    using Watched = CXArray<Value>;
+    const std::function<void(Watched&)> uses[] = {
+        [](Watched& array) { static_cast<void>(array[0]); }, [](Watched& array) { static_cast<void>(array.begin()); },
+        [](Watched& array) { array.SetSize(0); }, [](Watched& array) { array.RemoveAt(0); }};
+    for (const auto& use : uses)
+    {
+        Watched array{Value()};
+        EXPECT_DEATH(array.Add(Value([&] { OnAnotherThread([&] { use(array); }); })), "thread");
+    }
+}
+
+/// Calls a function when its memory is copied to or from, and exposes none of it.
+struct CallingFile : CXMemFile
+{
+    unsigned char* Memcpy(unsigned char* target, const unsigned char* source, unsigned __int64 count) override
+    {
+        if (m_onCopy != nullptr)
+            std::exchange(m_onCopy, nullptr)();
+        return CXMemFile::Memcpy(target, source, count);
+    }
+    unsigned __int64 BufferCommand(unsigned, unsigned __int64, unsigned char**, unsigned char**) override { return 0; }
+
+    std::function<void()> m_onCopy;
+};
+
+TEST(ThreadUseDeathTest, ASecondThreadInTheLibrarysOwnClassesIsFound)
+{
+    if (!kLibraryChecks)
+        GTEST_SKIP() << "the library is compiled without the checks";
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const tev::test::TempFolder folder;
+    COffsetArray offsets;
+    offsets.SetSize(1000);
+    CElementArray elements(new CXIntElements);
+    elements.SetSize(1000);
+    CallingFile memory;
+    CXArchive archive(&memory, xArchiveStore);
+    const auto whileStoring = [&](auto& array, const std::function<void()>& use) {
+        memory.m_onCopy = [&] { OnAnotherThread(use); };
+        array.Serialize(archive);
+        archive.Flush();
+    };
+    EXPECT_DEATH(whileStoring(offsets, [&] { offsets.GetAt(1); }), "thread");
+    EXPECT_DEATH(whileStoring(offsets, [&] { offsets.SetAt(1, 1); }), "thread");
+    EXPECT_DEATH(whileStoring(offsets, [&] { archive << 'c'; }), "thread");
+    EXPECT_DEATH(whileStoring(offsets, [&] { archive.Flush(); }), "thread");
+    EXPECT_DEATH(whileStoring(offsets, [&] { memory.Seek(0, CXFile::begin); }), "thread");
+    EXPECT_DEATH(whileStoring(offsets, [&] { static_cast<void>(memory.GetLength()); }), "thread");
+    EXPECT_DEATH(whileStoring(elements, [&] { elements.GetFirst(); }), "thread");
+    EXPECT_DEATH(whileStoring(elements, [&] { elements.RemoveAll(); }), "thread");
+
+    tev::test::FailingFileSystem files;
+    CStdioFileEx text(folder.WidePath("text"), CXFile::modeCreate | CXFile::modeWrite);
+    const auto whileWriting = [&](const std::function<void()>& use) {
+        files.AtStep("write", [&] { OnAnotherThread(use); });
+        text.WriteString(L"a line");
+        text.Flush();
+    };
+    CXTString<wchar_t> line;
+    EXPECT_DEATH(whileWriting([&] { text.ReadString(line); }), "thread");
+    EXPECT_DEATH(whileWriting([&] { text.WriteString(L"b"); }), "thread");
+    EXPECT_DEATH(whileWriting([&] { static_cast<void>(text.GetFilePath()); }), "thread");
+}
+
 TEST(ThreadUse, ThreadsInTurnAndReadersAtOnceAreRight)
 {
     Map map;
@@ -71,6 +152,11 @@ TEST(ThreadUse, ThreadsInTurnAndReadersAtOnceAreRight)
 
 TEST(ThreadUse, TheSizeIsTheSameWithAndWithoutTheChecks)
 {
+    // Nor have the classes become larger, but for one.
+    EXPECT_EQ(sizeof(CXArray<int>), 40U);
+    EXPECT_EQ(sizeof(COffsetArray), 48U);
+    EXPECT_EQ(sizeof(CElementArray), 64U);
+    EXPECT_EQ(sizeof(CXFile), 24U + sizeof(CXTString<wchar_t>));
     const tev::ThreadUse use;
     {
         const tev::CheckedExclusiveUse outer(use);

@@ -161,17 +161,20 @@ TEST(FileTypeRegistry, RegisteredFilesAreFilteredAndSorted)
     };
     for (const auto& [filter, expected] : cases)
     {
-        unsigned count = 99;
-        CFileExt* types = fileGetRegisteredFiles(count, filter);
-        EXPECT_EQ(count, expected) << std::hex << filter;
-        for (unsigned i = 1; i < count; ++i)
-            EXPECT_LE(types[i - 1].GetDescription().CompareNoCase(types[i].GetDescription()), 0);
-        if (filter == 0 && count == 31)
+        const CXRegisteredFiles types(filter);
+        EXPECT_EQ(types.GetCount(), expected) << std::hex << filter;
+        Text before;
+        for (const CFileExt& type : types)
         {
-            EXPECT_EQ(types[0].GetDescription(), L"3ds Max files (Dynamic Data Format Exchange)");
-            EXPECT_EQ(types[2].GetDescription(), L"aaa scenes"); // before "Avi files" in spite of its small letters
+            EXPECT_LE(before.CompareNoCase(type.GetDescription()), 0);
+            before = type.GetDescription();
         }
-        fileFreeRegisteredFiles(types, count);
+        if (filter == 0 && types.GetCount() == 31)
+        {
+            EXPECT_EQ(types.begin()[0].GetDescription(), L"3ds Max files (Dynamic Data Format Exchange)");
+            EXPECT_EQ(types.begin()[2].GetDescription(),
+                      L"aaa scenes"); // before "Avi files" in spite of its small letters
+        }
     }
 }
 

@@ -100,12 +100,12 @@ TEST_F(TevRegistry, KeysAreListedCarriedOverAndDeleted)
     EXPECT_EQ(refused.m_exitCode, 1);
     EXPECT_THAT(refused.m_error, HasSubstr("tev: Maker: has keys below it"));
     EXPECT_EQ(Run({"delete", "Maker", "--recursive"}).m_exitCode, 0);
-    EXPECT_EQ(Run({"export", "Maker"}).m_error, "tev: Maker: there is no such key\n");
+    EXPECT_EQ(Run({"export", "Maker"}).m_error, "tev: Maker: It was not found.\n");
     EXPECT_EQ(Run({"import", file}).m_exitCode, 0);
     EXPECT_EQ(Run({"export", "Maker"}).m_output, shown);
     EXPECT_EQ(Run({"set", "Maker", "", "x"}).m_exitCode, 0);
     EXPECT_EQ(Run({"delete", "Maker", ""}).m_exitCode, 0);
-    EXPECT_EQ(Run({"delete", "Maker", ""}).m_error, "tev: Maker: there is no default value\n");
+    EXPECT_EQ(Run({"delete", "Maker", ""}).m_error, "tev: Maker: @: It was not found.\n");
 }
 
 TEST_F(TevRegistry, FaultsNameFileAndReason)

@@ -61,7 +61,7 @@ TEST(TevWatch, RefusesAPathWithoutAFolder)
 {
     const TevResult none = RunTev({"watch", "/nowhere"});
     EXPECT_EQ(none.m_exitCode, 1);
-    EXPECT_THAT(none.m_error, HasSubstr("/nowhere: there is no such folder"));
+    EXPECT_THAT(none.m_error, HasSubstr("/nowhere: The path was not found."));
     EXPECT_EQ(RunTev({"watch", "--filter", "colour", "/"}).m_exitCode, 2);
     EXPECT_EQ(RunTev({"watch"}).m_exitCode, 2);
 }

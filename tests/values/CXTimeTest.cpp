@@ -274,6 +274,57 @@ TEST(CXTime, StreamsShowItInUtcAndInAnyLocale)
               "-2562047788015215:30:08 -2562047788015215:30:08");
 }
 
+TEST(CXTime, StreamsReadWhatTheyWrite)
+{
+    constexpr __int64 kFar = std::numeric_limits<__int64>::max();
+    for (const __int64 seconds : {0ll, -1ll, 59ll, 1709164799ll, 951782400ll, 4107542400ll, -62167219201ll,
+                                  -219946838400ll, 67767976233532799ll, -67768040609740800ll, kFar, -kFar - 1})
+    {
+        std::wstringstream stream;
+        stream << CXTime(seconds) << L"\n\t" << CXDuration(seconds) << L" rest";
+        CXTime time(7);
+        CXDuration span(7);
+        std::wstring rest;
+        EXPECT_TRUE(stream >> time >> span >> rest);
+        EXPECT_EQ(time.GetTime(), seconds);
+        EXPECT_EQ(span.GetTotalSeconds(), seconds);
+        EXPECT_EQ(rest, L"rest");
+    }
+    const auto isLeft = [](const char* text, auto value) {
+        std::istringstream stream(text);
+        const auto before = value;
+        return (stream >> value).fail() && value == before;
+    };
+    for (const char* text : {"",
+                             "2023",
+                             "2023-11-14T22:13:20",
+                             "2023-11-14 22:13:20Z",
+                             "2023-11-14T22:13:20Z7",
+                             "2023-02-29T00:00:00Z",
+                             "1900-02-29T00:00:00Z",
+                             "2023-13-01T00:00:00Z",
+                             "2023-00-01T00:00:00Z",
+                             "2023-01-00T00:00:00Z",
+                             "2023-04-31T00:00:00Z",
+                             "2023-01-01T24:00:00Z",
+                             "2023-01-01T00:60:00Z",
+                             "2023-1-01T00:00:00Z",
+                             "2023-011-01T00:00:00Z",
+                             "99999999999-01-01T00:00:00Z",
+                             "@",
+                             "@-",
+                             "@9223372036854775808",
+                             "soon"})
+        EXPECT_TRUE(isLeft(text, CXTime(7))) << text;
+    for (const char* text : {"", "1", "1:2", "1:02:60", "1:60:00", "--1:00:00", ":00:00", "1:002:03",
+                             "2562047788015215:30:08", "-2562047788015215:30:09", "9999999999999999999:00:00"})
+        EXPECT_TRUE(isLeft(text, CXDuration(7))) << text;
+    // Nothing behind the last character is needed.
+    std::istringstream stream("1:00:00");
+    CXDuration hour;
+    EXPECT_TRUE(stream >> hour && stream.eof() && hour.GetTotalSeconds() == 3600);
+}
+
 TEST(CXTime, ThreadsConvertAtOnce)
 {
     const TimeZone zone(kParis);

@@ -2,6 +2,7 @@
 
 #include "crash/CCrashHandler.h"
 #include "crash/XMinidump.h"
+#include "objects/LastFailure.h"
 #include "services/Paths.h"
 #include "tools/tev/CommandLine.h"
 #include "tools/tev/Json.h"
@@ -10,6 +11,7 @@
 #include "tools/tev/Tool.h"
 #include "values/CXTime.h"
 #include "zip/CZip.h"
+#include "zip/ZipTexts.h"
 
 #include <cinttypes>
 #include <cstdio>
@@ -329,7 +331,9 @@ void ShowArchive(Session& session, const CrashOptions& options, ReportPrinter& p
 {
     CZip zip;
     if (!zip.Open(Widen(options.m_file).c_str(), zipOpenReadOnly, false, nullptr))
-        throw Failure(options.m_file, "is no report that can be read");
+        throw Failure(options.m_file, Narrow(zip.GetLastFailure() == XZipFailure::kSystem
+                                                 ? XGetSystemErrorText(zip.GetLastSystemError())
+                                                 : XGetText(zip.GetLastFailure())));
     // A report is untrusted input and may be made to fill the disk; a genuine one holds no larger files.
     CXExtractionLimits limits;
     limits.m_totalBytes = CCrashHandler::GetFileSizeLimit();

@@ -45,14 +45,9 @@ struct RegistryOptions
 using RegistryCommand = void (*)(Session& session, const RegistryOptions& options);
 
 /// What the registry's codes mean for the user.
-std::string ErrorText(int systemError, const std::string& missing)
+std::string ErrorText(int systemError)
 {
-    return systemError == kNotFound ? missing : Narrow(XGetSystemErrorText(static_cast<unsigned>(systemError)));
-}
-
-std::string NameText(const std::string& name)
-{
-    return name.empty() ? "there is no default value" : "there is no value " + Json(name).Text();
+    return Narrow(XGetSystemErrorText(static_cast<unsigned>(systemError)));
 }
 
 /// The root and the names below it that a path stands for.
@@ -89,10 +84,18 @@ struct KeyPath
 };
 
 /// Names the key where the fault is the user's, and the registry's file where it is not.
-[[noreturn]] void Fail(const KeyPath& key, int systemError, const std::string& missing)
+[[noreturn]] void Fail(const KeyPath& key, int systemError)
 {
     const bool isOfKey = systemError == kNotFound || systemError == 13 || systemError == 87 || systemError == 1018;
-    throw Failure(isOfKey ? key.m_text : Narrow(CRegUtil::GetFilePath(key.m_root)), ErrorText(systemError, missing));
+    throw Failure(isOfKey ? key.m_text : Narrow(CRegUtil::GetFilePath(key.m_root)), ErrorText(systemError));
+}
+
+/// As above, for a value. The default value has no name and is shown as lists show it.
+[[noreturn]] void FailWithValue(const KeyPath& key, const std::string& name, int systemError)
+{
+    if (systemError != kNotFound)
+        Fail(key, systemError);
+    throw Failure(key.m_text + ": " + (name.empty() ? "@" : Json(name).Text()), ErrorText(systemError));
 }
 
 /// A key that is held open.
@@ -106,7 +109,7 @@ public:
             names.push_back(name.c_str());
         if (!m_registry.SetPath(names.data(), static_cast<int>(names.size()), key.m_root, create) ||
             !m_registry.OpenBase(false))
-            Fail(key, m_registry.GetLastError(), "there is no such key");
+            Fail(key, m_registry.GetLastError());
     }
     CRegUtil& operator*() noexcept { return m_registry; }
     CRegUtil* operator->() noexcept { return &m_registry; }
@@ -122,7 +125,7 @@ void RunGet(Session& session, const RegistryOptions& options)
     const std::wstring name = Widen(options.m_name);
     RegistryValue value;
     if (!key->ReadValue(name.c_str(), value.m_type, value.m_data))
-        Fail(path, key->GetLastError(), NameText(options.m_name));
+        FailWithValue(path, options.m_name, key->GetLastError());
     if (options.m_json)
         session.m_output.Write(RegistryValueJson(value).Line());
     else if (options.m_expand && value.m_type == CRegUtil::kTypeExpandString)
@@ -156,7 +159,7 @@ void RunSet(Session&, const RegistryOptions& options)
     const KeyPath path(options.m_key);
     OpenKey key(path, CRegUtil::kReadWrite, true);
     if (!key->WriteValue(Widen(options.m_name).c_str(), value.m_type, value.m_data.data(), value.m_data.size()))
-        Fail(path, key->GetLastError(), "the key was deleted meanwhile");
+        Fail(path, key->GetLastError());
 }
 
 void RunDelete(Session&, const RegistryOptions& options)
@@ -166,7 +169,7 @@ void RunDelete(Session&, const RegistryOptions& options)
     if (options.m_nameOption->IsGiven())
     {
         if (!key->DeleteValue(nullptr, Widen(options.m_name).c_str()))
-            Fail(path, key->GetLastError(), NameText(options.m_name));
+            FailWithValue(path, options.m_name, key->GetLastError());
         return;
     }
     wchar_t name[256];
@@ -174,7 +177,7 @@ void RunDelete(Session&, const RegistryOptions& options)
     if (hasKeys && !options.m_recursive)
         throw Failure(options.m_key, "has keys below it, which go with --recursive only");
     if (!key->DeleteKey(L"", options.m_recursive))
-        Fail(path, key->GetLastError(), "there is no such key");
+        Fail(path, key->GetLastError());
 }
 
 /// The names that an enumeration gives.
@@ -186,7 +189,7 @@ std::vector<std::wstring> Names(CRegUtil& registry, const KeyPath& key,
     while ((registry.*next)(name.data(), kLongestName))
         names.emplace_back(name.data());
     if (registry.GetLastError() != kNoMoreItems)
-        Fail(key, registry.GetLastError(), "there is no such key");
+        Fail(key, registry.GetLastError());
     return names;
 }
 
@@ -238,7 +241,7 @@ private:
     {
         if (systemError == kNotFound) // deleted meanwhile
             return;
-        Report(m_session, name, ErrorText(systemError, {}));
+        Report(m_session, name, ErrorText(systemError));
         m_session.m_exitCode = kExitFailed;
     }
 
@@ -270,7 +273,7 @@ void ExportTo(CXFile& file, const std::string& key, xStringEncoding encoding)
 {
     int systemError = 0;
     if (!XExportRegistry(Widen(key).c_str(), file, encoding, systemError))
-        Fail(KeyPath(key), systemError, "there is no such key");
+        Fail(KeyPath(key), systemError);
 }
 
 void RunExport(Session& session, const RegistryOptions& options)
@@ -323,7 +326,7 @@ void Import(const std::string& name, xStringEncoding encoding)
         return;
     const std::string line = result.m_line != 0 ? "line " + std::to_string(result.m_line) + ": " : "";
     if (result.m_fault == XRegistryFault::Registry)
-        throw Failure(name, line + ErrorText(result.m_systemError, "the registry's folder does not exist"));
+        throw Failure(name, line + ErrorText(result.m_systemError));
     throw Failure(name, line + Narrow(XGetText(result.m_fault)));
 }
 

@@ -2,7 +2,6 @@
 
 #include "objects/LastFailure.h"
 #include "services/CWatchFolder.h"
-#include "services/Paths.h"
 #include "tools/tev/CommandLine.h"
 #include "tools/tev/Json.h"
 #include "tools/tev/System.h"
@@ -106,10 +105,8 @@ void Watch(Session& session, const WatchOptions& options)
     for (const std::string& folder : options.m_folders)
     {
         const CXTString<wchar_t> path(Widen(folder).c_str());
-        if (!fileIsDirectory(path))
-            throw Failure(folder, "there is no such folder");
         if (!watcher.AddRefreshNotification(path, options.m_tree, filter))
-            throw Failure(folder, Narrow(XLastFailure().GetText()));
+            throw Failure(folder, Narrow(XGetSystemErrorText(XLastFailure().GetSystemError())));
     }
     while (!session.m_output.IsBroken())
     {
