@@ -65,6 +65,16 @@ private:
     bool m_hasDetails = false;
 };
 
+constexpr unsigned kLargestSystemError = tev::kTextUnnamedFile - tev::kTextSystemError - 1; // that may have a text
+
+/// Null for a code without one.
+const wchar_t* FindSystemText(unsigned systemError, XLanguage language)
+{
+    return systemError == 0 || systemError > kLargestSystemError
+               ? nullptr
+               : tev::FindMessageText(tev::kTextSystemError + systemError, language);
+}
+
 struct Reason
 {
     unsigned m_textId = tev::kTextThrown;
@@ -83,6 +93,8 @@ Reason ReasonOf(const CXException& exception, XLanguage language)
         reason.m_textId = tev::kTextFileCause + file->GetCause();
         reason.m_name = file->GetFileName();
         reason.m_systemError = file->GetSystemError();
+        if (file->GetCause() == fileGeneric)
+            reason.m_text = FindSystemText(reason.m_systemError, language);
     }
     else if (const auto* archive = dynamic_cast<const CXArchiveException*>(&exception))
     {
@@ -138,6 +150,8 @@ CXTString<wchar_t> XGetExceptionText(const CXException* exception, XLanguage lan
     Sentence sentence(text);
     if (!IsOfLibrary(*exception))
         sentence.AddDetail(Text(exception->GetRuntimeClassDescriptor()->m_name));
+    if (!reason.m_text.IsEmpty())
+        sentence.AddDetail(reason.m_name);
     if (reason.m_systemError != 0)
         sentence.AddDetail(tev::kTextFailureDetail, reason.m_systemError, language);
     if (reason.m_hasContext)
@@ -147,8 +161,7 @@ CXTString<wchar_t> XGetExceptionText(const CXException* exception, XLanguage lan
 
 CXTString<wchar_t> XGetSystemErrorText(unsigned int systemError, XLanguage language)
 {
-    constexpr unsigned kLargest = tev::kTextUnnamedFile - tev::kTextSystemError - 1;
-    Text text = systemError > kLargest ? nullptr : tev::FindMessageText(tev::kTextSystemError + systemError, language);
+    Text text = FindSystemText(systemError, language);
     if (text.IsEmpty())
     {
         Sentence sentence(tev::FindMessageText(tev::kTextFailure + 1, language));
@@ -169,8 +182,8 @@ CXTString<wchar_t> XFailure::GetText(XLanguage language) const
     const unsigned id = m_textId != 0            ? m_textId
                         : isOfSystem && isOfFile ? tev::kTextFileCause + m_cause
                                                  : tev::kTextFailure + static_cast<unsigned>(m_kind);
-    const bool isByCode = m_textId == 0 && isOfSystem && !isOfFile && m_systemError != 0 &&
-                          tev::FindMessageText(tev::kTextSystemError + m_systemError, language) != nullptr;
+    const bool isByCode =
+        m_textId == 0 && isOfSystem && !isOfFile && FindSystemText(m_systemError, language) != nullptr;
     Sentence sentence(isByCode ? XGetSystemErrorText(m_systemError, language) : FilledText(id, name, language));
     sentence.AddDetail(Text(m_operation));
     if (isByCode || !TakesName(id))

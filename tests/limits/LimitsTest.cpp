@@ -5,7 +5,6 @@
 #include "arrays/CBitArray.h"
 #include "arrays/COffsetArray.h"
 #include "crash/CCrashHandler.h"
-#include "crash/XMinidump.h"
 #include "files/CXArchive.h"
 #include "files/CXFile.h"
 #include "files/CXMemFile.h"
@@ -254,15 +253,6 @@ bool IsDumped(Number levels)
     return store.DumpCustomData(true, 0).Find(L"FLOA") >= 0;
 }
 
-bool IsDumpLoaded(Number bytes)
-{
-    const TempFolder folder;
-    const std::wstring path = folder.WriteFile("dump", std::string("MDMP\x93\xA7\0\0", 8) + std::string(24, '\0'));
-    EXPECT_TRUE(XMinidump().Load(path.c_str()));
-    std::filesystem::resize_file(path, bytes); // takes no room on the disk
-    return XMinidump().Load(path.c_str());
-}
-
 Number LeastStdioBuffer()
 {
     const TempFolder folder;
@@ -391,7 +381,6 @@ const std::map<std::string, Holds> kNotBeyond = {
          text.Format(("x%" + std::to_string(n - 1) + "d").c_str(), 1);
          return !text.IsEmpty();
      }},
-    {"dump.file", IsDumpLoaded},
 };
 
 /// What has one value.

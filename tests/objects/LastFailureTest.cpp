@@ -552,6 +552,9 @@ TEST(ExceptionText, SaysAllThatIsKnown)
     CXFileException opened;
     errno = EACCES;
     CXFileException::ThrowOsError(fileNone, L"d.obj", &opened);
+    CXFileException refused;
+    errno = EINVAL;
+    CXFileException::ThrowOsError(fileNone, L"e.obj", &refused);
     const CXFileException said(fileDiskFull, L"b.obj", L"Save elsewhere.");
     const CXArchiveException archive(archiveBadSchema, L"c.cus");
     const CXInternetException internet(77, 12007);
@@ -569,6 +572,11 @@ TEST(ExceptionText, SaysAllThatIsKnown)
         {&file, L"Cannot find a.obj.", L"Impossible de trouver a.obj."},
         {&opened, L"Cannot access d.obj: permission was denied. (system error 5)",
          L"Impossible d'accéder à d.obj : la permission a été refusée. (erreur système 5)"},
+        {&refused,
+         L"An argument is not valid: a name is too long, holds what is not a character, or lies too deep. (e.obj, "
+         L"system error 87)",
+         L"Un argument n'est pas valide : un nom est trop long, contient autre chose que des caractères, ou est trop "
+         L"profond. (e.obj, erreur système 87)"},
         {&said, L"Cannot write b.obj: the disk is full. Save elsewhere.",
          L"Impossible d'écrire b.obj : le disque est plein. Save elsewhere."},
         {&archive, L"Cannot read c.cus: it was written by another version.",
