@@ -373,6 +373,8 @@ TEST_F(LastFailure, OfTheRegistryEachOperationSaysWhy)
         {"GetSubKeyString", [&] { return !registry.GetSubKeyString(L"a", L"b", L"", false).IsEmpty(); }},
         {"DeleteValue", [&] { return registry.DeleteValue(L"a", L"b"); }},
         {"DeleteKey", [&] { return registry.DeleteKey(L"a", true); }},
+        {"EndBatch", [&] { return registry.EndBatch(); }},
+        {"StartBatch", [&] { return registry.StartBatch() && registry.StartBatch(); }},
         {"StartSubKeyEnum", [&] { return registry.StartSubKeyEnum(); }},
         {"GetNextSubKeyName", [&] { return registry.GetNextSubKeyName(name, 16); }},
         {"StartValueSection", [&] { return registry.StartValueSection(L"a"); }},
