@@ -188,7 +188,10 @@ bool GiveTo(int descriptor, const std::filesystem::path& replaced, mode_t permis
 {
     constexpr mode_t kSetId = S_ISUID | S_ISGID;
     struct stat status;
-    if (stat(replaced.c_str(), &status) == 0 && fchown(descriptor, status.st_uid, status.st_gid) != 0)
+    const bool isThere = stat(replaced.c_str(), &status) == 0;
+    if (!isThere && errno != ENOENT)
+        return false;
+    if (isThere && fchown(descriptor, status.st_uid, status.st_gid) != 0)
     {
         if (errno != EPERM && errno != EINVAL) // in a namespace there may be no such user
             return false;
