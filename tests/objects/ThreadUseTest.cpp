@@ -100,9 +100,9 @@ TEST(ThreadUseDeathTest, ASecondThreadInTheLibrarysOwnClassesIsFound)
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     const tev::test::TempFolder folder;
     COffsetArray offsets;
-    offsets.SetSize(1000);
+    offsets.SetSize(10000); // more than the archive has room for
     CElementArray elements(new CXIntElements);
-    elements.SetSize(1000);
+    elements.SetSize(10000);
     CallingFile memory;
     CXArchive archive(&memory, xArchiveStore);
     const auto whileStoring = [&](auto& array, const std::function<void()>& use) {
