@@ -73,6 +73,34 @@ struct ArrayElements
         else
             std::uninitialized_copy_n(source, count, target);
     }
+    /// What a constructor takes to move the value, or to copy it where it cannot be moved.
+    static decltype(auto) Moved(TYPE& value) noexcept
+    {
+        if constexpr (std::is_move_constructible_v<TYPE>)
+            return std::move(value);
+        else
+            return std::as_const(value);
+    }
+    /// Moves values before an element of an array whose memory suffices; for elements whose moves do not throw.
+    static void InsertMoved(TYPE* data, ArrayInt& size, int index, TYPE* values, int count) noexcept
+    {
+        TYPE* const gap = data + index;
+        TYPE* const last = data + size;
+        const int behind = size - index;
+        if (behind > count)
+        {
+            std::uninitialized_move(last - count, last, last);
+            std::move_backward(gap, last - count, last);
+            std::move(values, values + count, gap);
+        }
+        else
+        {
+            std::uninitialized_move_n(values + behind, count - behind, last);
+            std::uninitialized_move(gap, last, gap + count);
+            std::move(values, values + behind, gap);
+        }
+        size += count;
+    }
     /// Both runs may overlap. The slots that are left hold no elements.
     static void MoveBytes(TYPE* target, const TYPE* source, int count) noexcept
     {

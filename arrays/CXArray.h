@@ -217,7 +217,7 @@ public:
             if (index < m_capacity)
             {
                 const int growth = tev::ChosenGrowth(m_growBy, growBy);
-                ::new (static_cast<void*>(m_data + index)) TYPE(Moved(value));
+                ::new (static_cast<void*>(m_data + index)) TYPE(Elements::Moved(value));
                 m_growBy = growth;
                 m_size = index + 1;
             }
@@ -455,13 +455,6 @@ private:
         });
     }
 
-    static decltype(auto) Moved(TYPE& value) noexcept
-    {
-        if constexpr (std::is_move_constructible_v<TYPE>)
-            return std::move(value);
-        else
-            return std::as_const(value);
-    }
     /// The value may be an element of the memory that is grown.
     void AppendMoved(TYPE& value, int growBy)
     {
@@ -474,7 +467,8 @@ private:
         Extend(growth, [&] {
             Reserve(newSize);
             TYPE& source = isElement ? m_data[at] : value;
-            AppendBehind(m_size, 1, [&](TYPE* slot) { ::new (static_cast<void*>(slot)) TYPE(Moved(source)); });
+            AppendBehind(m_size, 1,
+                         [&](TYPE* slot) { ::new (static_cast<void*>(slot)) TYPE(Elements::Moved(source)); });
         });
     }
 
@@ -536,7 +530,7 @@ private:
         else if (count == 1)
         {
             Reserve(newSize);
-            MoveInto(index, &value, 1);
+            Elements::InsertMoved(m_data, m_size, index, &value, 1);
         }
         else
         {
@@ -545,7 +539,7 @@ private:
             std::uninitialized_fill_n(values.m_data, count, value);
             values.m_size = count;
             Reserve(newSize);
-            MoveInto(index, values.m_data, count);
+            Elements::InsertMoved(m_data, m_size, index, values.m_data, count);
         }
     }
     /// For elements whose moves may throw: a copy of the array with the values takes its place.
@@ -562,26 +556,6 @@ private:
         fresh.m_capacity = capacity;
         fresh.m_growBy = m_growBy;
         Swap(fresh);
-    }
-    /// Moves values before an element, in memory that suffices; for elements whose moves do not throw.
-    void MoveInto(int index, TYPE* values, int count) noexcept
-    {
-        TYPE* gap = m_data + index;
-        TYPE* last = end();
-        const int behind = m_size - index;
-        if (behind > count)
-        {
-            std::uninitialized_move(last - count, last, last);
-            std::move_backward(gap, last - count, last);
-            std::move(values, values + count, gap);
-        }
-        else
-        {
-            std::uninitialized_move_n(values + behind, count - behind, last);
-            std::uninitialized_move(gap, last, gap + count);
-            std::move(values, values + behind, gap);
-        }
-        m_size += count;
     }
 
     /// How many elements follow is what the archive says, so memory is taken in steps, as they are read.
