@@ -40,6 +40,26 @@ function(tevtools_unify_rooms target)
     endforeach()
 endfunction()
 
+# The same for unit tests, in groups of a few sources of one room, so that several processors have equal shares.
+function(tevtools_unify_tests target)
+    if(NOT TEVTOOLS_UNITY_TESTS)
+        return()
+    endif()
+    set(sources_in_group 5)
+    set_target_properties(${target} PROPERTIES UNITY_BUILD ON UNITY_BUILD_MODE GROUP)
+    get_target_property(sources ${target} SOURCES)
+    foreach(source IN LISTS sources)
+        file(RELATIVE_PATH room "${PROJECT_SOURCE_DIR}/tests" "${source}")
+        string(REGEX REPLACE "/.*" "" room "${room}")
+        if(NOT DEFINED count_${room})
+            set(count_${room} 0)
+        endif()
+        math(EXPR group "${count_${room}} / ${sources_in_group}")
+        math(EXPR count_${room} "${count_${room}} + 1")
+        set_source_files_properties("${source}" PROPERTIES UNITY_GROUP ${room}_${group})
+    endforeach()
+endfunction()
+
 # Where wanted, what debuggers need is moved out of the linked file into NAME.debug beside it, which debuggers find by the
 # link that is left. Nothing in it names a folder of this machine.
 function(tevtools_split_debug_information target)

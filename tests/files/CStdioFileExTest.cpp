@@ -33,7 +33,6 @@ std::string Units(const std::u16string& text, bool bigEndian = false)
     }
     return bytes;
 }
-} // namespace
 
 TEST(CStdioFileEx, ReadsTheLinesOfEveryEncodingAndLineEnd)
 {
@@ -463,3 +462,4 @@ TEST(CStdioFileEx, AFailureWhileReadingLeavesTheLineEmpty)
     }
     EXPECT_GE(failures, 5u);
 }
+} // namespace

@@ -30,13 +30,13 @@
 namespace
 {
 using tev::test::FailingFileSystem;
+using tev::test::kFailed;
 using tev::test::kNothingThrown;
 using tev::test::TempFolder;
 using tev::test::Thrown;
 
 constexpr unsigned kShared = CXFile::shareDenyNone | CXFile::modeNoInherit;
 constexpr unsigned kAlone = CXFile::modeReadWrite | CXFile::shareExclusive;
-constexpr unsigned __int64 kFailed = ~0ull;
 constexpr int kOpened = -1;
 constexpr int kDenied = fileAccessDenied;
 constexpr int kNotFound = fileNotFound;

@@ -15,13 +15,13 @@
 namespace
 {
 using tev::test::FailingFileSystem;
+using tev::test::kFailed;
 using tev::test::TempFolder;
 using tev::test::Thrown;
 using tev::test::ToStd;
 using namespace std::string_literals;
 
 constexpr unsigned kReadWrite = CXFile::modeReadWrite | CXFile::modeCreate | CXFile::shareDenyNone;
-constexpr unsigned __int64 kFailed = ~0ull;
 
 template <class T>
 std::vector<std::basic_string<T>> ReadLines(CXStdioFile& file)
@@ -44,7 +44,6 @@ std::string LineAt(const std::string& bytes, std::size_t& position)
         line.erase(line.size() - 2, 1);
     return line;
 }
-} // namespace
 
 TEST(CXStdioFile, NarrowLinesKeepTheirLineFeedAndLoseTheReturnBeforeIt)
 {
@@ -309,3 +308,4 @@ TEST(CXStdioFile, ReadsAndWritesPipes)
     EXPECT_EQ(ReadLines<char>(out), (std::vector<std::string>{"one\n", "two\n", "three"}));
     out.Close();
 }
+} // namespace

@@ -3,6 +3,7 @@
 #include "objects/CXInternetException.h"
 #include "objects/ThreadException.h"
 #include "tests/support/BusyFork.h"
+#include "tests/support/CountedException.h"
 #include "tests/support/EnvironmentVariable.h"
 #include "tests/support/FileFailure.h"
 #include "tests/support/OnThreads.h"
@@ -26,15 +27,7 @@
 
 namespace
 {
-std::atomic<int> g_living{0};
-
-/// An exception that says how many of its kind are alive.
-struct CountedException : CXException
-{
-    CountedException() { ++g_living; }
-    CountedException(const CountedException& other) : CXException(other) { ++g_living; }
-    ~CountedException() override { --g_living; }
-};
+using tev::test::CountedException;
 
 /// One that says on stderr when it is deleted, for tests that end the process.
 struct LoudException : CXException
@@ -107,8 +100,6 @@ constexpr bool kAllCopyAndMove = (... &&
                                    std::is_nothrow_move_assignable_v<Exceptions>));
 static_assert(kAllCopyAndMove<CXException, CXMemoryException, CXInvalidArgException, CXUserException, CXFileException,
                               CXArchiveException, CXInternetException>);
-} // namespace
-
 TEST(CXException, EachClassThrowsWhatItWasGiven)
 {
     ExpectMessageThrow<CXMemoryException>();
@@ -155,22 +146,22 @@ TEST(CXException, AThreadHasOnePendingException)
 
     XSetThreadException(new CountedException);
     XDeleteThreadException();
-    EXPECT_EQ(g_living, 0);
+    EXPECT_EQ(CountedException::s_living, 0);
 }
 
 TEST(CXException, ThreadsDeleteTheirPendingExceptionWhenTheyEnd)
 {
     RunOnThread([] { XSetThreadException(new CountedException); });
-    EXPECT_EQ(g_living, 0);
+    EXPECT_EQ(CountedException::s_living, 0);
 
     // What is recorded after that is kept until exit, or until the next thread of the same identifier; no other thread
     // sees it as pending.
     RunOnThread(RecordAtTheVeryEnd<CountedException>);
-    EXPECT_EQ(g_living, 1);
+    EXPECT_EQ(CountedException::s_living, 1);
     RunOnThread([] { EXPECT_EQ(XTakeThreadException(), nullptr); });
-    for (int i = 0; i < 1000 && g_living != 0; ++i)
+    for (int i = 0; i < 1000 && CountedException::s_living != 0; ++i)
         RunOnThread([] { XSetThreadException(new CountedException); });
-    EXPECT_EQ(g_living, 0) << "no later thread had the identifier of the first";
+    EXPECT_EQ(CountedException::s_living, 0) << "no later thread had the identifier of the first";
 }
 
 TEST(CXException, ThreadsHandTheirExceptionOver)
@@ -191,9 +182,9 @@ TEST(CXException, ThreadsHandTheirExceptionOver)
     recorded->Delete(); // and not once more when its thread ends
     deleted.set_value();
     thread.join();
-    EXPECT_EQ(g_living, 1);
+    EXPECT_EQ(CountedException::s_living, 1);
     handedOver->Delete();
-    EXPECT_EQ(g_living, 0);
+    EXPECT_EQ(CountedException::s_living, 0);
 }
 
 TEST(CXException, ThreadsKeepWhatLeavesThem)
@@ -227,7 +218,7 @@ TEST(CXException, ThreadsKeepWhatLeavesThem)
         EXPECT_EQ(XKeepException(caught), kept.get()) << "it may be asked again";
     });
     left.wait();
-    EXPECT_EQ(g_living, 2);
+    EXPECT_EQ(CountedException::s_living, 2);
     try
     {
         left.get();
@@ -237,9 +228,9 @@ TEST(CXException, ThreadsKeepWhatLeavesThem)
     {
         exception->Delete();
     }
-    EXPECT_EQ(g_living, 1);
+    EXPECT_EQ(CountedException::s_living, 1);
     kept.reset();
-    EXPECT_EQ(g_living, 0);
+    EXPECT_EQ(CountedException::s_living, 0);
 
     EXPECT_EQ(XKeepException(nullptr), nullptr);
     static_assert(std::is_same_v<decltype(XKeepException(std::declval<CXFileException*>())), CXFileException*>);
@@ -270,13 +261,13 @@ TEST(CXException, ThreadsThatRecordedOneExceptionDeleteItOnce)
             XSetThreadException(exception);
             c.onOther(exception);
         }).join();
-        EXPECT_EQ(g_living, c.living) << c.by;
+        EXPECT_EQ(CountedException::s_living, c.living) << c.by;
         XDeleteThreadException();
-        EXPECT_EQ(g_living, c.isStillPending ? 0 : c.living) << c.by;
-        if (g_living != 0)
+        EXPECT_EQ(CountedException::s_living, c.isStillPending ? 0 : c.living) << c.by;
+        if (CountedException::s_living != 0)
             exception->Delete();
     }
-    EXPECT_EQ(g_living, 0);
+    EXPECT_EQ(CountedException::s_living, 0);
 }
 
 TEST(CXException, WorksInAChildOfAProcessThatThrows)
@@ -307,7 +298,7 @@ TEST(CXException, ThreadsRecordAtTheSameTime)
             i % 2 == 0 ? XDeleteThreadException() : exception->Delete();
         }
     });
-    EXPECT_EQ(g_living, 0);
+    EXPECT_EQ(CountedException::s_living, 0);
 }
 
 TEST(CXException, ExitDeletesWhatIsLeft)
@@ -442,8 +433,6 @@ TEST(CXFileException, ErrorsAreStoredOrThrown)
     }
 }
 
-namespace
-{
 /// The texts of all causes: each there, each its own, each with the file's name or the stand-in for none.
 template <class MakeText>
 void ExpectOneTextPerCause(unsigned causeCount, MakeText makeText)
@@ -461,7 +450,6 @@ void ExpectOneTextPerCause(unsigned causeCount, MakeText makeText)
         EXPECT_TRUE(texts.insert(named.GetConstBuffer()).second) << cause;
     }
 }
-} // namespace
 
 TEST(CXException, MessagesNameTheCauseAndTheFile)
 {
@@ -525,3 +513,4 @@ TEST(CXInternetException, ErrorsComeWithTheirTextsInTheLanguageOfTheSystem)
     EXPECT_EQ(count, 2 * 50);
     XSetLanguage(before);
 }
+} // namespace

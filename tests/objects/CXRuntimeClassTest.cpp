@@ -5,6 +5,7 @@
 #include "objects/ClassClashes.h"
 #include "objects/ThreadException.h"
 #include "tests/support/BusyFork.h"
+#include "tests/support/CountedException.h"
 #include "tests/support/FailingAllocations.h"
 #include "tests/support/OnThreads.h"
 #include "tests/support/Sanitized.h"
@@ -54,13 +55,7 @@ X_IMPLEMENT_NAMED_CLASS(second::Part, ::first::Part, 1, "Part of the second")
 
 namespace
 {
-int g_livingExceptions = 0;
-
-struct CountedException : CXException
-{
-    CountedException() { ++g_livingExceptions; }
-    ~CountedException() override { --g_livingExceptions; }
-};
+using tev::test::CountedException;
 
 struct Plain : CXObject
 {
@@ -97,7 +92,6 @@ std::ptrdiff_t SlotOf(Member member)
     std::memcpy(&encoded, &member, sizeof encoded);
     return (encoded - 1) / static_cast<std::ptrdiff_t>(sizeof(void*));
 }
-} // namespace
 
 TEST(CXRuntimeClass, RecordsSayWhatTheClassesAre)
 {
@@ -242,7 +236,7 @@ TEST(CXRuntimeClass, CreateObjectSwallowsEveryFailure)
         const std::unique_ptr<CXObject> object(Failing::classCreatorFailing.CreateObject());
         EXPECT_EQ(object != nullptr, &way == std::end(ways) - 1);
         EXPECT_EQ(XTakeThreadException(), nullptr);
-        EXPECT_EQ(g_livingExceptions, 0);
+        EXPECT_EQ(CountedException::s_living, 0);
     }
 }
 
@@ -354,3 +348,4 @@ TEST(CXRuntimeClass, VirtualSlotsStandInTheirOrder)
         EXPECT_EQ(files[i], static_cast<std::ptrdiff_t>(4 + i));
 }
 #endif
+} // namespace

@@ -112,7 +112,6 @@ bool IsAllOnes(T value)
 {
     return value == static_cast<T>(-1);
 }
-} // namespace
 
 TEST_F(LastFailure, OfFilesSaysWhy)
 {
@@ -618,3 +617,4 @@ TEST(ReasonTexts, EachReasonHasItsOwnInBothLanguages)
     EXPECT_EQ(XGetSystemErrorText(5, XLanguage::French), L"L'accès a été refusé.");
     EXPECT_EQ(XGetSystemErrorText(7777, XLanguage::English), L"The system refused the operation. (system error 7777)");
 }
+} // namespace

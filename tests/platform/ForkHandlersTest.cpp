@@ -29,8 +29,6 @@ void Call()
 const ForkHandler g_inner(ForkRank::SystemText, &Call<'c'>, &Call<'P'>, &Call<'C'>);
 const ForkHandler g_outer(ForkRank::CrashRegistry, &Call<'a'>, &Call<'R'>, &Call<'A'>);
 const ForkHandler g_middle(ForkRank::FileTypes, &Call<'b'>, nullptr, &Call<'B'>);
-} // namespace
-
 TEST(ForkHandlers, AreCalledByRankBeforeAForkAndBackwardsAfterIt)
 {
     g_logged = true;
@@ -82,3 +80,4 @@ TEST(ForkHandlers, TheSystemsConversionsWorkInAChildOfABusyProcess)
     for (const auto& c : cases)
         EXPECT_EQ(tev::test::ForkWhileBusy(c.convert, c.convert), 0) << c.name;
 }
+} // namespace

@@ -16,7 +16,6 @@ int Depth(int most)
     frame[0] = static_cast<char>(most);
     return most == 0 || !tev::platform::HasStackRoom() ? 0 : 1 + Depth(most - 1) + (frame[0] & 0);
 }
-} // namespace
 
 TEST(StackRoom, EndsBeforeTheStackAlsoWhereItsSizeCannotBeFound)
 {
@@ -38,3 +37,4 @@ TEST(StackRoom, EndsBeforeTheStackAlsoWhereItsSizeCannotBeFound)
     EXPECT_LT(unknown, 200);
     EXPECT_GT(again, 500) << "with memory it is found";
 }
+} // namespace

@@ -19,7 +19,6 @@ namespace
 {
 using namespace std::string_literals;
 using namespace tev::test;
-using Bytes = std::vector<unsigned char>;
 
 constexpr unsigned long kAll = CRegUtil::kAllAccess;
 constexpr const wchar_t* kBase = L"Software\\Maker\\Program";
@@ -171,16 +170,16 @@ TEST_F(RegUtil, ValuesComeBackAndKeepTheirTypes)
     const auto registry = Made();
     unsigned long number = 0;
     unsigned long type = 99;
-    Bytes data;
+    BinaryData data;
     ASSERT_TRUE(registry->WriteKeyInt(L"int", static_cast<unsigned long>(-2)));
     ASSERT_TRUE(registry->GetKeyInt(L"INT", number));
     EXPECT_EQ(number, 0xFFFFFFFEU) << "32 bits on every platform";
-    EXPECT_TRUE(registry->ReadValue(L"int", type, data) && type == 4 && data == (Bytes{0xFE, 0xFF, 0xFF, 0xFF}));
+    EXPECT_TRUE(registry->ReadValue(L"int", type, data) && type == 4 && data == (BinaryData{0xFE, 0xFF, 0xFF, 0xFF}));
 
     ASSERT_TRUE(registry->WriteKeyString(L"text", L"h\u00E9 \U0001F600"));
     EXPECT_EQ(registry->GetKeyString(L"text", false), L"h\u00E9 \U0001F600");
     EXPECT_TRUE(registry->ReadValue(L"text", type, data) && type == 1);
-    EXPECT_EQ(data, (Bytes{'h', 0, 0xE9, 0, ' ', 0, 0x3D, 0xD8, 0, 0xDE, 0, 0})) << "UTF-16 with its terminator";
+    EXPECT_EQ(data, (BinaryData{'h', 0, 0xE9, 0, ' ', 0, 0x3D, 0xD8, 0, 0xDE, 0, 0})) << "UTF-16 with its terminator";
     ASSERT_TRUE(registry->WriteKeyString(L"null", nullptr));
     EXPECT_TRUE(registry->ReadValue(L"null", type, data) && type == 1 && data.empty());
 
@@ -238,7 +237,7 @@ TEST_F(RegUtil, TextsEndAtTheFirstNulAndAreExpanded)
     const EnvironmentVariable place("TEV_TEST_PLACE", "h\xC3\xA9");
     const EnvironmentVariable empty("TEV_TEST_EMPTY", "");
     const auto write = [&](unsigned long type, const std::wstring& text, unsigned long odd = 0) {
-        Bytes bytes;
+        BinaryData bytes;
         for (const wchar_t c : text)
             bytes.insert(bytes.end(), {static_cast<unsigned char>(c), static_cast<unsigned char>(c >> 8)});
         bytes.resize(bytes.size() + odd, 'x');

@@ -15,7 +15,6 @@ namespace
 {
 using namespace std::string_literals;
 using namespace tev::test;
-using Bytes = std::vector<unsigned char>;
 
 const std::wstring kHeader = L"Windows Registry Editor Version 5.00\r\n\r\n";
 
@@ -40,11 +39,11 @@ protected:
         return bytes;
     }
     /// A value of the key "k".
-    static bool Has(const wchar_t* name, unsigned long type, const Bytes& data)
+    static bool Has(const wchar_t* name, unsigned long type, const BinaryData& data)
     {
         CRegUtil registry(CRegUtil::kRead);
         unsigned long foundType = 99;
-        Bytes found;
+        BinaryData found;
         return registry.SetPath(L"k", false) && registry.ReadValue(name, foundType, found) && foundType == type &&
                found == data;
     }
@@ -98,7 +97,7 @@ TEST_F(RegistryText, ListsOfBytesMayBeInterruptedAndTextsMayLackTheirEnd)
     {
         const wchar_t* m_data;
         unsigned long m_type;
-        Bytes m_bytes;
+        BinaryData m_bytes;
     } cases[] = {
         {L"hex:1,\\\r\n\r\n ; a remark\r\n\t\r\n 2", 3, {1, 2}},
         {L"hex:1,\\ ; remark\n;\\\n2", 3, {1, 2}},
@@ -219,7 +218,7 @@ TEST_F(RegistryText, WhatIsWrittenIsWhatTheEditorWrites)
     registry.WriteKeyInt(L"say \"x\\\"", 0x2A);
     registry.WriteValue(L"shortint", 4, "\1\2", 2);
     registry.WriteValue(L"type", 0x1F, "", 0);
-    Bytes bytes(30);
+    BinaryData bytes(30);
     for (std::size_t i = 0; i < bytes.size(); ++i)
         bytes[i] = static_cast<unsigned char>(i);
     for (const wchar_t* const name : {L"wide", L"wider", L"widest"})

@@ -11,6 +11,7 @@ namespace tev::test
 constexpr int kNothingThrown = -1;
 constexpr int kInvalidArgument = -2;
 constexpr int kNoMemory = -3;
+constexpr unsigned __int64 kFailed = ~0ull; ///< what sizes and positions are where a file fails without an exception
 
 /// What a call throws: the cause of an exception of that class, or one of the values above. The exception, which must be the
 /// thread's recorded one, is deleted.

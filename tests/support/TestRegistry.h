@@ -3,8 +3,12 @@
 #include "tests/support/EnvironmentVariable.h"
 #include "tests/support/TempFolder.h"
 
+#include <vector>
+
 namespace tev::test
 {
+using BinaryData = std::vector<unsigned char>;
+
 /// A registry of the test's own, which has no file yet. That of the machine has none either, so all roots are the user's.
 struct TestRegistry
 {

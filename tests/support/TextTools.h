@@ -13,6 +13,8 @@
 
 namespace tev::test
 {
+using Widths = testing::Types<char, wchar_t>;
+
 /// Test text is written narrow and ASCII once and widened where a wide instantiation runs.
 template <class T>
 std::basic_string<T> Widen(const std::string& ascii)
@@ -31,6 +33,8 @@ constexpr xStringEncoding CodePage(unsigned number)
 {
     return static_cast<xStringEncoding>(number);
 }
+constexpr xStringEncoding kUtf32 = CodePage(12000);
+constexpr xStringEncoding kUtf32BE = CodePage(12001);
 
 /// Chooses an ANSI code page until the end of the scope.
 class AnsiCodePage

@@ -27,6 +27,7 @@ using tev::test::AnsiCodePage;
 using tev::test::ExactBlock;
 using tev::test::ToStd;
 using tev::test::Widen;
+using tev::test::Widths;
 
 // The text that a format gives; it starts from a text that must not be left over.
 template <class T, class... Values>
@@ -65,9 +66,7 @@ class FormatTest : public testing::Test
 {
 };
 
-using Widths = testing::Types<char, wchar_t>;
 TYPED_TEST_SUITE(FormatTest, Widths);
-} // namespace
 
 TEST(FormatOracleTest, IntegersComeAsTheCLibraryPrintsThem)
 {
@@ -501,3 +500,4 @@ TEST(FormatOutputTest, TheLongestTextIsRefusedBeforeMemoryIsAskedFor)
     EXPECT_EQ(output.Extend(SIZE_MAX), nullptr);
     EXPECT_EQ(output.Length(), 1u);
 }
+} // namespace

@@ -18,6 +18,7 @@
 namespace
 {
 using tev::test::Widen;
+using tev::test::Widths;
 
 template <class T, class... Targets>
 int Scan(const std::string& text, const std::string& format, Targets... targets)
@@ -30,7 +31,6 @@ class ScanTest : public testing::Test
 {
 };
 
-using Widths = testing::Types<char, wchar_t>;
 TYPED_TEST_SUITE(ScanTest, Widths);
 
 constexpr int kUntouched = -77;
@@ -40,7 +40,6 @@ std::vector<std::string> Words(const std::string& text)
     std::istringstream words(text);
     return {std::istream_iterator<std::string>(words), {}};
 }
-} // namespace
 
 TYPED_TEST(ScanTest, IntegersAreReadAsFarAsStrtolWould)
 {
@@ -149,8 +148,6 @@ TYPED_TEST(ScanTest, FloatingPointIsReadAsFarAsStrtodWouldInTheCLocale)
     EXPECT_EQ(second, 159);
 }
 
-namespace
-{
 template <class T, class Value>
 void ExpectScannedAs(const std::string& text, const char* format, Value (*convert)(const char*, char**))
 {
@@ -158,7 +155,6 @@ void ExpectScannedAs(const std::string& text, const char* format, Value (*conver
     EXPECT_EQ(Scan<T>(text, format, &value), 1) << text;
     EXPECT_EQ(value, convert(text.c_str(), nullptr)) << text << ' ' << format;
 }
-} // namespace
 
 TYPED_TEST(ScanTest, FloatingPointAtTheEndsOfItsRangeIsThatOfStrtod)
 {
@@ -328,3 +324,4 @@ TYPED_TEST(ScanTest, ScanningStartsAtThePosition)
     EXPECT_EQ(text.ScanS(0, static_cast<const T*>(nullptr)), -1);
     EXPECT_EQ(value, 20);
 }
+} // namespace

@@ -39,8 +39,7 @@ class CXTStringTest : public testing::Test
 {
 };
 
-using CharacterTypes = testing::Types<char, wchar_t>;
-TYPED_TEST_SUITE(CXTStringTest, CharacterTypes, );
+TYPED_TEST_SUITE(CXTStringTest, Widths, );
 
 #define STRING_TEST(name)                                                                                              \
     template <class T>                                                                                                 \

@@ -35,8 +35,6 @@ std::vector<unsigned> TextsOfCauses()
 }
 
 constexpr XLanguage kLanguages[] = {XLanguage::English, XLanguage::French};
-} // namespace
-
 TEST_F(MessageTextsTest, EveryCauseHasATextOfItsOwnThatTakesTheFileName)
 {
     std::set<std::wstring> texts;
@@ -152,3 +150,4 @@ TEST(LanguageTest, TheFirstVariableThatIsSetDecides)
     for (const auto& item : cases)
         EXPECT_EQ(tev::LanguageOfLocale(item.lcAll, item.lcMessages, item.lang), item.expected) << item.lang;
 }
+} // namespace

@@ -24,14 +24,14 @@ using tev::test::AnsiCodePage;
 using tev::test::ExactBlock;
 using tev::test::ToStd;
 using tev::test::Widen;
+using tev::test::Widths;
 
 template <class T>
 class StandardTextTest : public testing::Test
 {
 };
 
-using CharacterTypes = testing::Types<char, wchar_t>;
-TYPED_TEST_SUITE(StandardTextTest, CharacterTypes, );
+TYPED_TEST_SUITE(StandardTextTest, Widths, );
 
 // Texts with characters whose signed and unsigned orders differ, and with NULs.
 template <class T>
@@ -55,7 +55,6 @@ void ExpectOrder(const A& a, const B& b, int order)
     EXPECT_EQ(a > b, order > 0);
     EXPECT_EQ(a >= b, order >= 0);
 }
-} // namespace
 
 TYPED_TEST(StandardTextTest, TextsBecomeStringsAndComeBackWithTheirNuls)
 {
@@ -203,3 +202,4 @@ TEST(StandardTextTest, PathsKeepTheirBytes)
     XDecodePath(nullptr, decoded);
     EXPECT_TRUE(decoded.IsEmpty());
 }
+} // namespace

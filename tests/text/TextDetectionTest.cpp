@@ -31,8 +31,9 @@ static bool operator==(const XTextLoss& left, const XTextLoss& right)
 
 namespace
 {
-constexpr auto kUtf32 = static_cast<xStringEncoding>(12000);
-constexpr auto kUtf32BE = static_cast<xStringEncoding>(12001);
+using tev::test::kUtf32;
+using tev::test::kUtf32BE;
+
 constexpr xStringEncoding kForms[] = {xEncodingUtf8, xEncodingUtf16, xEncodingUtf16BE, kUtf32, kUtf32BE};
 
 std::string Encoded(const std::wstring& text, xStringEncoding encoding)
@@ -92,7 +93,6 @@ const wchar_t* const kTexts[] = {
     L"\u30C6\u30AD\u30B9\u30C8 \u306E \u884C\n",
     L"\u05E9\u05DC\u05D5\u05DD \U0001F600\U0001F601 \u05E2\u05D5\u05DC\u05DD\n",
 };
-} // namespace
 
 TEST(TextDetectionTest, EveryUnicodeFormIsKnownByItsMarkAndWithoutOne)
 {
@@ -319,3 +319,4 @@ TEST(TextDetectionTest, ConversionsCountWhatTheyLoseAndSayWhereItBegins)
     }
     EXPECT_EQ(loss, XTextLoss{});
 }
+} // namespace

@@ -1,3 +1,4 @@
+#include "tests/support/Iconv.h"
 #include "tests/support/OnThreads.h"
 #include "tests/support/TextTools.h"
 #include "text/CXTString.h"
@@ -8,7 +9,6 @@
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
-#include <iconv.h>
 #include <iterator>
 #include <memory>
 #include <random>
@@ -21,11 +21,11 @@ namespace
 using tev::test::AnsiCodePage;
 using tev::test::CodePage;
 using tev::test::ExactBlock;
+using tev::test::Iconv;
+using tev::test::kUtf32;
+using tev::test::kUtf32BE;
 using tev::test::ToStd;
 using tev::test::WithoutAvx2;
-
-constexpr xStringEncoding kUtf32 = static_cast<xStringEncoding>(12000);
-constexpr xStringEncoding kUtf32BE = static_cast<xStringEncoding>(12001);
 
 // Each conversion is done with and without the instructions that only some processors have.
 
@@ -57,26 +57,11 @@ struct Pair
     std::wstring m_text;
 };
 
-std::string Iconv(const char* to, const std::wstring& text)
-{
-    std::string bytes(text.size() * 4, '\0');
-    char* in = reinterpret_cast<char*>(const_cast<wchar_t*>(text.data()));
-    char* out = bytes.data();
-    size_t inLeft = text.size() * sizeof(wchar_t);
-    size_t outLeft = bytes.size();
-    const iconv_t descriptor = iconv_open(to, "WCHAR_T");
-    EXPECT_EQ(iconv(descriptor, &in, &inLeft, &out, &outLeft), 0u);
-    iconv_close(descriptor);
-    bytes.resize(bytes.size() - outLeft);
-    return bytes;
-}
-
 std::string ReadCorpus(const std::string& name)
 {
     std::ifstream file(std::filesystem::path(TEVTOOLS_SOURCE_DIR) / "../shared/corpora/text" / name, std::ios::binary);
     return std::string(std::istreambuf_iterator<char>(file), {});
 }
-} // namespace
 
 TEST(TextEncodingTest, WrongUtf8BecomesOneReplacementForEachMaximalSubpart)
 {
@@ -556,3 +541,4 @@ TEST(TextEncodingTest, ThreadsConvertAtTheSameTime)
         }
     });
 }
+} // namespace

@@ -8,6 +8,7 @@
 #include "tests/support/Eventually.h"
 #include "tests/support/ForkedChild.h"
 #include "tests/support/Sanitized.h"
+#include "tests/threads/ThreadFlags.h"
 #include "text/TextEncoding.h"
 #include "threads/ParallelFor.h"
 #include "threads/ThreadRelations.h"
@@ -27,9 +28,8 @@ namespace
 {
 using tev::test::Eventually;
 using tev::test::kLongTimeMs;
-
-constexpr unsigned kSuspended = CXThread::kBeginSuspended;
-constexpr unsigned kOwned = CXThread::kBeginWithoutAutoDelete;
+using tev::test::kOwned;
+using tev::test::kSuspended;
 
 class Worker : public CCustomThread
 {

@@ -7,6 +7,7 @@
 #include "services/StartUp.h"
 #include "tests/support/Eventually.h"
 #include "tests/support/Sanitized.h"
+#include "tests/threads/ThreadFlags.h"
 #include "threads/ThreadRelations.h"
 
 #include <gtest/gtest.h>
@@ -26,10 +27,10 @@ namespace
 {
 using tev::test::Eventually;
 using tev::test::kLongTimeMs;
+using tev::test::kOwned;
+using tev::test::kSuspended;
 
 constexpr unsigned kFailed = 0xFFFFFFFFu;
-constexpr unsigned kSuspended = CXThread::kBeginSuspended;
-constexpr unsigned kOwned = CXThread::kBeginWithoutAutoDelete;
 
 std::atomic<int> g_living{0};
 

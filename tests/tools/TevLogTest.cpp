@@ -1,3 +1,4 @@
+#include "tests/support/Iconv.h"
 #include "tests/support/TempFolder.h"
 #include "tests/tools/TevRunner.h"
 
@@ -11,14 +12,6 @@ namespace
 using namespace std::string_literals;
 using namespace tev::test;
 using testing::HasSubstr;
-
-std::string Utf16(const std::string& ascii)
-{
-    std::string units;
-    for (const char character : ascii)
-        units += {character, '\0'};
-    return units;
-}
 
 TEST(TevLog, PrintsALogAsUtf8)
 {

@@ -1,3 +1,4 @@
+#include "tests/support/Iconv.h"
 #include "tests/support/TempFolder.h"
 #include "tests/tools/TevRunner.h"
 
@@ -9,7 +10,6 @@
 #include <string_view>
 #include <thread>
 
-#include <iconv.h>
 #include <poll.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -26,29 +26,6 @@ using testing::Not;
 using testing::StartsWith;
 
 constexpr std::size_t kBlock = 1024 * 1024; // the tool reads in blocks of this size
-
-/// Another program's idea of the same conversion.
-std::string Iconv(const char* to, const char* from, const std::string& bytes)
-{
-    const iconv_t converter = iconv_open(to, from);
-    std::string result(bytes.size() * 4 + 16, '\0');
-    char* in = const_cast<char*>(bytes.data());
-    std::size_t inLeft = bytes.size();
-    char* out = result.data();
-    std::size_t outLeft = result.size();
-    if (converter == reinterpret_cast<iconv_t>(-1) ||
-        iconv(converter, &in, &inLeft, &out, &outLeft) == static_cast<std::size_t>(-1))
-        throw std::runtime_error("iconv cannot convert from "s + from + " to " + to);
-    iconv(converter, nullptr, nullptr, &out, &outLeft);
-    iconv_close(converter);
-    result.resize(result.size() - outLeft);
-    return result;
-}
-
-std::string Utf16(const std::string& utf8)
-{
-    return Iconv("UTF-16LE", "UTF-8", utf8);
-}
 
 std::string Utf16BE(const std::string& utf8)
 {

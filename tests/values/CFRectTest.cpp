@@ -3,12 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <climits>
-#include <limits>
+#include <cmath>
 
 namespace
 {
-constexpr float kInfinity = std::numeric_limits<float>::infinity();
-constexpr float kNoNumber = std::numeric_limits<float>::quiet_NaN();
 
 TEST(CFRect, ConversionsToIntegersRoundAsDocumented)
 {
@@ -29,9 +27,9 @@ TEST(CFRect, ConversionsToIntegersRoundAsDocumented)
         {8388609.0F, 8388609, 8388609},
         {3e9F, INT_MAX, INT_MAX},
         {-3e9F, INT_MIN, INT_MIN},
-        {kInfinity, INT_MAX, INT_MAX},
-        {-kInfinity, INT_MIN, INT_MIN},
-        {kNoNumber, 0, 0},
+        {INFINITY, INT_MAX, INT_MAX},
+        {-INFINITY, INT_MIN, INT_MIN},
+        {NAN, 0, 0},
     };
     for (const auto& [value, plusHalf, rounded] : cases)
     {
@@ -44,7 +42,7 @@ TEST(CFRect, ConversionsToIntegersRoundAsDocumented)
     EXPECT_TRUE(CXRect(CFRect(-0.5F, 2.5F, 1.49F, -1.5F)) == CXRect(-1, 1, 3, -2));
     EXPECT_TRUE(CFRect(CXRect(1, 2, 3, 4)) == CFRect(1, 3, 2, 4));
     EXPECT_FALSE(CFRect(CXRect(1, 2, 3, 4)) != CFRect(1, 3, 2, 4));
-    for (const CFRect& other : {CFRect(0, 3, 2, 4), CFRect(1, 0, 2, 4), CFRect(1, 3, 0, 4), CFRect(1, 3, 2, kNoNumber)})
+    for (const CFRect& other : {CFRect(0, 3, 2, 4), CFRect(1, 0, 2, 4), CFRect(1, 3, 0, 4), CFRect(1, 3, 2, NAN)})
         EXPECT_TRUE(CFRect(1, 3, 2, 4) != other);
     EXPECT_EQ(CXPoint(CFPoint(CXPoint(-3, 4))), CXPoint(-3, 4));
 }
@@ -103,7 +101,7 @@ TEST(CFRect, IntersectionsTouchAndStopHalfway)
         // Right of left: the left edge is found, the right one not.
         {{3, 1, 0, 10}, {2, 5, 0, 10}, false, {3, 92, 93, 94}},
         {{0, 10, 8, 2}, {0, 10, 7, 9}, false, {0, 10, 8, 94}},
-        {{kNoNumber, 10, 0, 10}, {0, 10, 0, 10}, false, before},
+        {{NAN, 10, 0, 10}, {0, 10, 0, 10}, false, before},
     };
     for (const auto& [a, b, overlap, expected] : cases)
     {

@@ -7,7 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <limits>
+#include <cmath>
 #include <ostream>
 
 static void PrintTo(const CRGBColor& color, std::ostream* out)
@@ -17,8 +17,6 @@ static void PrintTo(const CRGBColor& color, std::ostream* out)
 
 namespace
 {
-constexpr float kInfinity = std::numeric_limits<float>::infinity();
-constexpr float kNoNumber = std::numeric_limits<float>::quiet_NaN();
 
 TEST(CRGBColor, IsBuiltFromEveryFormOfChannels)
 {
@@ -35,7 +33,7 @@ TEST(CRGBColor, IsBuiltFromEveryFormOfChannels)
     EXPECT_EQ(CRGBColor(0.5, 2.0, -1.0, 255.0F), opaque);
     EXPECT_EQ(CRGBColor(0.5F, 2.0F, -1.0F, 0.25F, 255.0F), seeThrough);
     EXPECT_EQ(CRGBColor(0.5, 2.0, -1.0, 0.25, 255.0F), seeThrough);
-    EXPECT_EQ(CRGBColor(1.9999F, kNoNumber, kInfinity, 1.0F), CRGBColor(1, 0, 255, 255));
+    EXPECT_EQ(CRGBColor(1.9999F, NAN, INFINITY, 1.0F), CRGBColor(1, 0, 255, 255));
     const CRGBColor byCount[] = {{0, 0, 0}, {1, 0, 0}, {1, 2, 0}, {1, 2, 3}, {1, 2, 3, 4}};
     for (int count = 0; count <= 4; ++count)
         EXPECT_EQ(CRGBColor(bytes, count), byCount[count]);
@@ -170,7 +168,7 @@ TEST(CRGBColor, CoordinatesBeyondTheModelAreTakenIn)
     EXPECT_EQ(withHue(1.25F), withHue(0.25F));
     EXPECT_EQ(withHue(-0.25F), withHue(0.75F));
     EXPECT_NE(withHue(0.25F), withHue(0.75F));
-    for (const float hue : {1.0F, -1.25F, -1.0F, -7.5F, kInfinity, -kInfinity, kNoNumber})
+    for (const float hue : {1.0F, -1.25F, -1.0F, -7.5F, INFINITY, -INFINITY, NAN})
         EXPECT_EQ(withHue(hue), CRGBColor(255, 0, 0, 7)) << hue;
 
     const struct
@@ -179,8 +177,8 @@ TEST(CRGBColor, CoordinatesBeyondTheModelAreTakenIn)
         CRGBColor m_saturated;
         CRGBColor m_luminous;
     } cases[] = {
-        {-1, {255, 255, 255, 7}, {0, 0, 0, 7}},      {kNoNumber, {255, 255, 255, 7}, {0, 0, 0, 7}},
-        {2, {255, 128, 0, 7}, {255, 128, 0, 7}},     {kInfinity, {255, 128, 0, 7}, {255, 128, 0, 7}},
+        {-1, {255, 255, 255, 7}, {0, 0, 0, 7}},      {NAN, {255, 255, 255, 7}, {0, 0, 0, 7}},
+        {2, {255, 128, 0, 7}, {255, 128, 0, 7}},     {INFINITY, {255, 128, 0, 7}, {255, 128, 0, 7}},
         {0.5F, {255, 191, 127, 7}, {127, 64, 0, 7}},
     };
     for (const auto& [value, saturated, luminous] : cases)
@@ -200,7 +198,7 @@ TEST(CRGBColor, DarkensAndLightensWithinTheModel)
     EXPECT_EQ(color.CreateDarken(0.25F), CRGBColor(191, 96, 0, 7));
     EXPECT_EQ(color.CreateDarken(3), CRGBColor(0, 0, 0, 7));
     EXPECT_EQ(color.CreateDarken(-3), color);
-    EXPECT_EQ(color.CreateDarken(kNoNumber), CRGBColor(0, 0, 0, 7));
+    EXPECT_EQ(color.CreateDarken(NAN), CRGBColor(0, 0, 0, 7));
     EXPECT_EQ(CRGBColor(51, 51, 51).CreateLighten(0.5F), CRGBColor(178, 178, 178));
     EXPECT_EQ(color.CreateLighten(9), color);
     CRGBColor changed = color;
@@ -221,7 +219,7 @@ TEST(CRGBColor, ArithmeticEndsAtTheLimitsAndTreatsAlphaPerOperator)
     EXPECT_EQ(scaled(2), CRGBColor(200, 200, 200, 20));
     EXPECT_EQ(scaled(3), CRGBColor(255, 255, 255, 30));
     EXPECT_EQ(scaled(-1), CRGBColor(0, 0, 0, 0));
-    EXPECT_EQ(scaled(kNoNumber), CRGBColor(0, 0, 0, 0));
+    EXPECT_EQ(scaled(NAN), CRGBColor(0, 0, 0, 0));
     EXPECT_EQ(color * 2, CRGBColor(200, 200, 200, 255));
     EXPECT_EQ(color * 0.999, CRGBColor(99, 99, 99, 255));
     EXPECT_EQ(color * 0.999F, CRGBColor(99, 99, 99, 255));
@@ -288,7 +286,7 @@ TEST(CRGB32Color, SumsWithoutEndingAtALimit)
     sum -= CRGBColor(255, 0, 255, 0); // below 0 it wraps
     EXPECT_EQ(sum.ConvertToRGBColor(16777216), CRGBColor(255, 0, 255, 0));
     sum.SetColor(1, 2, 3);
-    sum *= kNoNumber;
+    sum *= NAN;
     EXPECT_EQ(sum.ConvertToRGBColor(1), CRGBColor(0, 0, 0, 0));
     EXPECT_EQ(CRGB32Color(300, 2, 3, 4).ConvertToRGBColor(1), CRGBColor(44, 2, 3, 4));
 }
