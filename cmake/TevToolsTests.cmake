@@ -40,8 +40,7 @@ if(test_sources)
     target_compile_options(tevtools_tests PRIVATE
         $<$<CXX_COMPILER_ID:Clang>:-Wno-gnu-zero-variadic-macro-arguments>)
     # Read once instead of by each source: a third of the time that a test takes to compile.
-    target_precompile_headers(tevtools_tests PRIVATE
-        <gmock/gmock.h> <gtest/gtest.h> <algorithm> <filesystem> <functional> <map> <memory> <string> <thread> <vector>)
+    target_precompile_headers(tevtools_tests PRIVATE "${PROJECT_SOURCE_DIR}/tests/support/Testing.h")
     # The library is tested as it is delivered; the tests themselves need not take several times as long to compile.
     target_compile_options(tevtools_tests PRIVATE $<$<CONFIG:Release>:-O1>)
     target_compile_definitions(tevtools_tests PRIVATE TEVTOOLS_SOURCE_DIR="${PROJECT_SOURCE_DIR}")

@@ -1,10 +1,6 @@
 #include "arrays/CBitArray.h"
 
-#include <gtest/gtest.h>
-
-#include <memory>
-#include <random>
-#include <vector>
+#include "tests/support/Testing.h"
 
 namespace
 {

@@ -4,15 +4,8 @@
 #include "tests/support/ArchiveTools.h"
 #include "tests/support/FailingAllocations.h"
 #include "tests/support/PrintText.h"
+#include "tests/support/Testing.h"
 #include "tests/support/TrackedElements.h"
-
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <climits>
-#include <functional>
-#include <string>
-#include <vector>
 
 namespace
 {

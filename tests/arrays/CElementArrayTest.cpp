@@ -3,15 +3,8 @@
 #include "arrays/ElementKinds.h"
 #include "tests/support/ArchiveTools.h"
 #include "tests/support/PrintText.h"
+#include "tests/support/Testing.h"
 #include "tests/support/TrackedElements.h"
-
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <memory>
-#include <numeric>
-#include <random>
-#include <vector>
 
 namespace
 {

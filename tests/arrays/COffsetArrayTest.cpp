@@ -2,13 +2,7 @@
 
 #include "tests/support/ArchiveTools.h"
 #include "tests/support/FailingAllocations.h"
-
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <functional>
-#include <random>
-#include <vector>
+#include "tests/support/Testing.h"
 
 namespace
 {

@@ -1,8 +1,6 @@
 #include "arrays/CPopValue.h"
 
-#include <gtest/gtest.h>
-
-#include <climits>
+#include "tests/support/Testing.h"
 
 namespace
 {

@@ -4,16 +4,10 @@
 #include "tests/support/ArrayModel.h"
 #include "tests/support/FailingAllocations.h"
 #include "tests/support/PrintText.h"
+#include "tests/support/Testing.h"
 #include "tests/support/Tracked.h"
 
-#include <gtest/gtest.h>
-
-#include <functional>
-#include <memory>
 #include <mutex>
-#include <random>
-#include <string>
-#include <vector>
 
 template <bool MOVES>
 CXArchive& operator<<(CXArchive& archive, const Tracked<MOVES>& element)

@@ -3,12 +3,7 @@
 #include "tests/support/FailingAllocations.h"
 #include "tests/support/FileFailure.h"
 #include "tests/support/PrintText.h"
-
-#include <gtest/gtest.h>
-
-#include <functional>
-#include <initializer_list>
-#include <string>
+#include "tests/support/Testing.h"
 
 namespace
 {

@@ -13,19 +13,11 @@
 #include "tests/support/PrintText.h"
 #include "tests/support/Sanitized.h"
 #include "tests/support/TestRegistry.h"
+#include "tests/support/Testing.h"
 #include "text/InvalidParameter.h"
 #include "text/Language.h"
 #include "ui/CUserInterface.h"
 
-#include <csignal>
-#include <exception>
-#include <fstream>
-#include <iterator>
-#include <new>
-#include <thread>
-#include <tuple>
-
-#include <gmock/gmock.h>
 #include <sys/file.h>
 #include <sys/resource.h>
 
@@ -33,7 +25,6 @@ namespace
 {
 using namespace tev::test;
 using Text = CXTString<wchar_t>;
-using testing::HasSubstr;
 
 /// A user interface that sends or saves reports.
 class TestUser : public CUserInterface

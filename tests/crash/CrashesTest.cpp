@@ -8,24 +8,11 @@
 #include "tests/support/Sanitized.h"
 #include "tests/support/StoreBytes.h"
 #include "tests/support/TestRegistry.h"
+#include "tests/support/Testing.h"
 
-#include <algorithm>
-#include <atomic>
-#include <chrono>
-#include <cstdlib>
-#include <ctime>
-#include <fstream>
-#include <iterator>
-#include <random>
-#include <thread>
-#include <utility>
-#include <vector>
-
-#include <gmock/gmock.h>
 #include <sys/syscall.h>
 
 using namespace tev::test;
-using testing::HasSubstr;
 
 namespace
 {

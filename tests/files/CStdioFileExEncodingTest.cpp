@@ -5,23 +5,15 @@
 #include "tests/support/FailingFileSystem.h"
 #include "tests/support/FileFailure.h"
 #include "tests/support/TempFolder.h"
+#include "tests/support/Testing.h"
 #include "tests/support/TextFiles.h"
 #include "tests/support/TextTools.h"
 
-#include <gtest/gtest.h>
-
 #include <sys/stat.h>
-
-#include <cerrno>
-#include <fstream>
-#include <string>
-#include <thread>
-#include <utility>
 
 namespace
 {
 using namespace tev::test;
-using namespace std::string_literals;
 
 // Characters of 2 or 4 bytes, in either byte order.
 std::string Encoded(const std::wstring& text, unsigned unit, bool bigEndian)

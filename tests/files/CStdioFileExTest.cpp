@@ -5,20 +5,14 @@
 #include "tests/support/FileFailure.h"
 #include "tests/support/Sanitized.h"
 #include "tests/support/TempFolder.h"
+#include "tests/support/Testing.h"
 #include "tests/support/TextFileModel.h"
 #include "tests/support/TextFiles.h"
 #include "tests/support/TextTools.h"
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <random>
-#include <vector>
-
 namespace
 {
 using namespace tev::test;
-using namespace std::string_literals;
 
 constexpr int kLongLine = tev::test::kIsSanitized ? 3'000'000 : 100'000'000;
 

@@ -4,17 +4,7 @@
 #include "objects/CXFileException.h"
 #include "tests/support/ArchiveStream.h"
 #include "tests/support/PrintText.h"
-
-#include <gtest/gtest.h>
-
-#include <cstring>
-#include <functional>
-#include <memory>
-#include <random>
-#include <string>
-#include <type_traits>
-#include <utility>
-#include <vector>
+#include "tests/support/Testing.h"
 
 namespace
 {

@@ -5,17 +5,9 @@
 #include "tests/support/ArchiveStream.h"
 #include "tests/support/FailingAllocations.h"
 #include "tests/support/Sanitized.h"
-
-#include <gtest/gtest.h>
+#include "tests/support/Testing.h"
 
 #include <pthread.h>
-
-#include <cstddef>
-#include <functional>
-#include <memory>
-#include <string>
-#include <utility>
-#include <vector>
 
 namespace
 {

@@ -4,16 +4,8 @@
 #include "objects/ThreadException.h"
 #include "tests/support/ArchiveStream.h"
 #include "tests/support/PrintText.h"
+#include "tests/support/Testing.h"
 #include "tests/support/TextTools.h"
-
-#include <gtest/gtest.h>
-
-#include <cstring>
-#include <functional>
-#include <string>
-#include <tuple>
-#include <type_traits>
-#include <utility>
 
 namespace
 {

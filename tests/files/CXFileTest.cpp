@@ -9,19 +9,7 @@
 #include "tests/support/ForkedChild.h"
 #include "tests/support/OnThreads.h"
 #include "tests/support/TempFolder.h"
-
-#include <gtest/gtest.h>
-
-#include <array>
-#include <atomic>
-#include <chrono>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <string>
-#include <string_view>
-#include <thread>
-#include <vector>
+#include "tests/support/Testing.h"
 
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -29,11 +17,7 @@
 
 namespace
 {
-using tev::test::FailingFileSystem;
-using tev::test::kFailed;
-using tev::test::kNothingThrown;
-using tev::test::TempFolder;
-using tev::test::Thrown;
+using namespace tev::test;
 
 constexpr unsigned kShared = CXFile::shareDenyNone | CXFile::modeNoInherit;
 constexpr unsigned kAlone = CXFile::modeReadWrite | CXFile::shareExclusive;

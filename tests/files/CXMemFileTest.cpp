@@ -2,20 +2,11 @@
 
 #include "objects/CXFileException.h"
 #include "tests/support/FileFailure.h"
-
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cstring>
-#include <random>
-#include <string>
+#include "tests/support/Testing.h"
 
 namespace
 {
-using tev::test::kInvalidArgument;
-using tev::test::kNoMemory;
-using tev::test::kNothingThrown;
-using tev::test::Thrown;
+using namespace tev::test;
 
 using Size = unsigned __int64;
 constexpr Size kLargest = ~0ull;

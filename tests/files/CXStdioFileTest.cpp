@@ -4,22 +4,14 @@
 #include "tests/support/FailingFileSystem.h"
 #include "tests/support/FileFailure.h"
 #include "tests/support/TempFolder.h"
+#include "tests/support/Testing.h"
 #include "tests/support/TextTools.h"
 
-#include <gtest/gtest.h>
-
-#include <random>
 #include <unistd.h>
-#include <vector>
 
 namespace
 {
-using tev::test::FailingFileSystem;
-using tev::test::kFailed;
-using tev::test::TempFolder;
-using tev::test::Thrown;
-using tev::test::ToStd;
-using namespace std::string_literals;
+using namespace tev::test;
 
 constexpr unsigned kReadWrite = CXFile::modeReadWrite | CXFile::modeCreate | CXFile::shareDenyNone;
 

@@ -9,13 +9,7 @@
 #include "tests/support/ForkedChild.h"
 #include "tests/support/NoUnnamedFiles.h"
 #include "tests/support/TempFolder.h"
-
-#include <gtest/gtest.h>
-
-#include <chrono>
-#include <optional>
-#include <set>
-#include <thread>
+#include "tests/support/Testing.h"
 
 #include <fcntl.h>
 #include <sys/file.h>

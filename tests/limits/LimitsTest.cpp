@@ -22,6 +22,7 @@
 #include "tests/support/FileFailure.h"
 #include "tests/support/TempFolder.h"
 #include "tests/support/TestRegistry.h"
+#include "tests/support/Testing.h"
 #include "threads/CXThread.h"
 #include "values/CFRect.h"
 #include "values/CRGBColor.h"
@@ -30,20 +31,7 @@
 #include "zip/CXExtraction.h"
 #include "zip/EntryName.h"
 
-#include <gtest/gtest.h>
-
-#include <filesystem>
-#include <fstream>
-#include <functional>
-#include <limits>
-#include <map>
-#include <memory>
 #include <regex>
-#include <sstream>
-#include <string>
-#include <thread>
-#include <utility>
-#include <vector>
 
 #include <sys/stat.h>
 #include <unistd.h>

@@ -6,16 +6,8 @@
 #include "tests/support/FailingAllocations.h"
 #include "tests/support/HashTableModel.h"
 #include "tests/support/PrintText.h"
+#include "tests/support/Testing.h"
 #include "tests/support/Tracked.h"
-
-#include <gtest/gtest.h>
-
-#include <functional>
-#include <map>
-#include <random>
-#include <set>
-#include <string>
-#include <vector>
 
 namespace
 {

@@ -1,9 +1,6 @@
 #include "objects/CXSingleLock.h"
 #include "tests/support/OnThreads.h"
-
-#include <gtest/gtest.h>
-
-#include <thread>
+#include "tests/support/Testing.h"
 
 namespace
 {

@@ -7,27 +7,12 @@
 #include "tests/support/EnvironmentVariable.h"
 #include "tests/support/FileFailure.h"
 #include "tests/support/OnThreads.h"
+#include "tests/support/Testing.h"
 #include "text/Language.h"
-
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <cerrno>
-#include <cstdio>
-#include <cstdlib>
-#include <exception>
-#include <future>
-#include <map>
-#include <memory>
-#include <set>
-#include <stdexcept>
-#include <thread>
-#include <type_traits>
-#include <vector>
 
 namespace
 {
-using tev::test::CountedException;
+using namespace tev::test;
 
 /// One that says on stderr when it is deleted, for tests that end the process.
 struct LoudException : CXException
@@ -60,9 +45,6 @@ void RunOnThread(Work work)
     std::thread(work).join();
 }
 
-using tev::test::EnvironmentVariable;
-using tev::test::kNothingThrown;
-using tev::test::Thrown;
 using Text = CXTString<wchar_t>;
 
 /// What a call throws. It is the recorded exception, of the exact class, and its base has nothing to say.

@@ -9,14 +9,7 @@
 #include "tests/support/FailingAllocations.h"
 #include "tests/support/OnThreads.h"
 #include "tests/support/Sanitized.h"
-
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <cstring>
-#include <memory>
-#include <string>
-#include <vector>
+#include "tests/support/Testing.h"
 
 namespace first
 {
@@ -55,7 +48,7 @@ X_IMPLEMENT_NAMED_CLASS(second::Part, ::first::Part, 1, "Part of the second")
 
 namespace
 {
-using tev::test::CountedException;
+using namespace tev::test;
 
 struct Plain : CXObject
 {

@@ -24,27 +24,18 @@
 #include "tests/support/RawZip.h"
 #include "tests/support/TempFolder.h"
 #include "tests/support/TestRegistry.h"
+#include "tests/support/Testing.h"
 #include "text/CSwitchLocale.h"
 #include "text/InvalidParameter.h"
 #include "text/TextLoss.h"
 #include "text/XCA2W.h"
 #include "threads/CCustomThread.h"
+#include "threads/CXThread.h"
 #include "threads/ParallelFor.h"
 #include "values/CXTime.h"
 #include "zip/CMiniZip.h"
 #include "zip/CZip.h"
 #include "zip/ZipTexts.h"
-
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <cerrno>
-#include <clocale>
-#include <cstring>
-#include <functional>
-#include <set>
-#include <string>
-#include <vector>
 
 namespace
 {

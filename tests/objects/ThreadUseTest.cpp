@@ -17,11 +17,7 @@ constexpr bool kLibraryChecks = true;
 #include "maps/CHashMap.h"
 #include "tests/support/FailingFileSystem.h"
 #include "tests/support/TempFolder.h"
-
-#include <gtest/gtest.h>
-
-#include <functional>
-#include <thread>
+#include "tests/support/Testing.h"
 
 namespace
 {

@@ -4,16 +4,9 @@
 #include "tests/support/NoUnnamedFiles.h"
 #include "tests/support/Sanitized.h"
 #include "tests/support/TempFolder.h"
+#include "tests/support/Testing.h"
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
 #include <cctype>
-#include <cerrno>
-#include <functional>
-#include <optional>
-#include <set>
-#include <string>
 
 #include <fcntl.h>
 #include <sys/resource.h>
@@ -25,6 +18,8 @@
 
 namespace
 {
+using namespace tev::test;
+
 // What the system is to answer in a test; else it answers itself.
 std::optional<struct statvfs> g_disk;
 std::function<void()> g_beforeRename;
@@ -80,11 +75,9 @@ extern "C"
 
 namespace
 {
-namespace fs = std::filesystem;
 using tev::platform::ContainedFile;
 using tev::platform::ContainedFolder;
 using tev::platform::FileIdentity;
-using tev::test::TempFolder;
 
 /// Both ways to follow names, in a folder "in" beside which "out" stands.
 class ContainedFolders : public testing::TestWithParam<ContainedFolder::Following>

@@ -3,20 +3,15 @@
 #include "tests/support/Debugger.h"
 #include "tests/support/Eventually.h"
 #include "tests/support/TempFolder.h"
+#include "tests/support/Testing.h"
 #include "threads/CXThread.h"
 
-#include <gmock/gmock.h>
-
-#include <atomic>
-#include <thread>
-#include <vector>
-
 using namespace tev::platform;
-using tev::test::TempFolder;
-using testing::HasSubstr;
 
 namespace
 {
+using namespace tev::test;
+
 std::atomic<bool> g_mayLeave{false};
 std::atomic<int> g_waiting{0};
 

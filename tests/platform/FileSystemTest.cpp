@@ -2,19 +2,14 @@
 #include "platform/IoLoops.h"
 #include "platform/PathNames.h"
 #include "tests/support/TempFolder.h"
-
-#include <gtest/gtest.h>
-
-#include <cerrno>
-#include <string>
-#include <vector>
+#include "tests/support/Testing.h"
 
 #include <unistd.h>
 
 namespace
 {
+using namespace tev::test;
 using namespace tev::platform;
-using tev::test::TempFolder;
 
 /// A read(2) or write(2) that answers as it is told: a number of bytes, 0 for no more, or a negative errno.
 struct ScriptedCall

@@ -3,10 +3,7 @@
 #include "platform/CodePages.h"
 #include "platform/SystemErrors.h"
 #include "tests/support/BusyFork.h"
-
-#include <gtest/gtest.h>
-
-#include <string>
+#include "tests/support/Testing.h"
 
 #include <sys/wait.h>
 #include <unistd.h>

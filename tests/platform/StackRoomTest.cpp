@@ -2,10 +2,7 @@
 
 #include "tests/support/FailingAllocations.h"
 #include "tests/support/Sanitized.h"
-
-#include <gtest/gtest.h>
-
-#include <thread>
+#include "tests/support/Testing.h"
 
 namespace
 {

@@ -1,15 +1,7 @@
 #include "platform/SystemErrors.h"
 
 #include "objects/CXFileException.h"
-
-#include <gtest/gtest.h>
-
-#include <cerrno>
-#include <cstring>
-#include <map>
-#include <set>
-#include <string>
-#include <vector>
+#include "tests/support/Testing.h"
 
 using namespace tev::platform;
 

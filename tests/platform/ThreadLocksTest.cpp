@@ -1,8 +1,6 @@
 #include "platform/ThreadLocks.h"
 
-#include <gtest/gtest.h>
-
-#include <thread>
+#include "tests/support/Testing.h"
 
 // What keeps a thread from being stopped and ended is the weight; CCustomThread's tests hold that it does.
 TEST(SystemLock, WeighsAsMuchAsALibraryLockWhileItIsHeld)

@@ -4,22 +4,7 @@
 #include "tests/support/Eventually.h"
 #include "tests/support/ForkedChild.h"
 #include "tests/support/TempFolder.h"
-
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <cstdio>
-#include <cstring>
-#include <filesystem>
-#include <fstream>
-#include <functional>
-#include <map>
-#include <memory>
-#include <optional>
-#include <set>
-#include <string>
-#include <thread>
-#include <vector>
+#include "tests/support/Testing.h"
 
 #include <fcntl.h>
 #include <sched.h>
@@ -29,7 +14,6 @@
 
 namespace
 {
-namespace fs = std::filesystem;
 using namespace tev::test;
 
 constexpr unsigned kNames = CWatchFolder::kFileNames | CWatchFolder::kFolderNames;

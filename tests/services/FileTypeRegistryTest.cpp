@@ -9,11 +9,7 @@
 #include "tests/support/MadeLocale.h"
 #include "tests/support/OnThreads.h"
 #include "tests/support/PrintText.h"
-
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <string>
+#include "tests/support/Testing.h"
 
 namespace
 {

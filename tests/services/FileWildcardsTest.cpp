@@ -1,11 +1,7 @@
 #include "services/FileWildcards.h"
 
 #include "tests/support/PrintText.h"
-
-#include <gtest/gtest.h>
-
-#include <random>
-#include <string>
+#include "tests/support/Testing.h"
 
 namespace
 {

@@ -1,11 +1,10 @@
 #define FMT_HEADER_ONLY
 #include "services/engine/FmtFormatter.h"
 
+#include "tests/support/Testing.h"
+
 #include <fmt/ranges.h> // which has formatters for everything that can be iterated
 #include <fmt/xchar.h>
-#include <gtest/gtest.h>
-
-#include <string>
 
 TEST(FmtFormatterTest, TextsAreFormattedAsStrings)
 {

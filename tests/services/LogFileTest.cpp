@@ -13,27 +13,13 @@
 #include "tests/support/OnThreads.h"
 #include "tests/support/PrintText.h"
 #include "tests/support/TempFolder.h"
+#include "tests/support/Testing.h"
 #include "text/CXTString.h"
 #include "text/CheckedFormat.h"
 #include "threads/CCustomThread.h"
 #include "threads/MainThread.h"
 #include "threads/ParallelFor.h"
 #include "threads/WorkerCount.h"
-
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <atomic>
-#include <csignal>
-#include <cstdio>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <future>
-#include <optional>
-#include <string>
-#include <string_view>
-#include <thread>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -42,7 +28,7 @@
 
 namespace
 {
-using tev::test::TempFolder;
+using namespace tev::test;
 
 /// The log of one test. Texts are ASCII, so that a character of the file is a byte of the result.
 class LogFile : public testing::Test

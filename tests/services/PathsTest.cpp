@@ -6,19 +6,16 @@
 #include "tests/support/EnvironmentVariable.h"
 #include "tests/support/PrintText.h"
 #include "tests/support/TempFolder.h"
-
-#include <gtest/gtest.h>
-
-#include <string>
+#include "tests/support/Testing.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
 
 namespace
 {
+using namespace tev::test;
 using Text = CXTString<wchar_t>;
 using Variable = tev::test::EnvironmentVariable;
-using tev::test::TempFolder;
 
 TEST(CPathString, TakesPathsApart)
 {

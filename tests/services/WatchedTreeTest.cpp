@@ -1,26 +1,12 @@
 #include "services/CWatchFolder.h"
 #include "tests/support/TempFolder.h"
-
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <atomic>
-#include <cstdio>
-#include <filesystem>
-#include <fstream>
-#include <map>
-#include <random>
-#include <set>
-#include <string>
-#include <thread>
-#include <vector>
+#include "tests/support/Testing.h"
 
 #include <fcntl.h>
 
 namespace
 {
-namespace fs = std::filesystem;
-using tev::test::TempFolder;
+using namespace tev::test;
 using Names = std::set<std::string>;
 
 constexpr unsigned kNames = CWatchFolder::kFileNames | CWatchFolder::kFolderNames;

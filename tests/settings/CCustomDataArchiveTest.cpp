@@ -5,18 +5,10 @@
 #include "objects/CXFileException.h"
 #include "tests/support/PrintText.h"
 #include "tests/support/StoreBytes.h"
-
-#include <gtest/gtest.h>
-
-#include <cstdint>
-#include <cstring>
-#include <string>
-#include <utility>
-#include <vector>
+#include "tests/support/Testing.h"
 
 namespace
 {
-using namespace std::string_literals;
 using namespace tev::test;
 using Bytes = std::string;
 

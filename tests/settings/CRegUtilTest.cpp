@@ -5,19 +5,12 @@
 #include "tests/support/FailingAllocations.h"
 #include "tests/support/PrintText.h"
 #include "tests/support/TestRegistry.h"
+#include "tests/support/Testing.h"
 #include "text/Language.h"
 #include "ui/CUserInterface.h"
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <memory>
-#include <string>
-#include <vector>
-
 namespace
 {
-using namespace std::string_literals;
 using namespace tev::test;
 
 constexpr unsigned long kAll = CRegUtil::kAllAccess;

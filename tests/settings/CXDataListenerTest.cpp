@@ -13,19 +13,8 @@
 #include "tests/support/OnThreads.h"
 #include "tests/support/PrintText.h"
 #include "tests/support/TempFolder.h"
+#include "tests/support/Testing.h"
 #include "threads/CXThread.h"
-
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <cstring>
-#include <functional>
-#include <future>
-#include <optional>
-#include <stdexcept>
-#include <string>
-#include <thread>
-#include <vector>
 
 namespace
 {

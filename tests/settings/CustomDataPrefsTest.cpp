@@ -5,28 +5,15 @@
 #include "tests/support/ForkedChild.h"
 #include "tests/support/OnThreads.h"
 #include "tests/support/PreferenceFiles.h"
-
-#include <gtest/gtest.h>
-
-#include <cerrno>
-#include <cstring>
-#include <deque>
-#include <filesystem>
-#include <stdexcept>
-#include <string>
-#include <thread>
-#include <utility>
-#include <vector>
+#include "tests/support/Testing.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
 
 namespace
 {
-using namespace std::string_literals;
 using namespace tev::test;
 using Bytes = std::string;
-namespace fs = std::filesystem;
 
 TEST(CustomDataPrefs, TheNewestRecordStandsFirstAndTheOthersStay)
 {

@@ -1,21 +1,12 @@
 #include "settings/PreferenceRecords.h"
 
 #include "tests/support/PreferenceFiles.h"
-
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <array>
-#include <filesystem>
-#include <string>
-#include <vector>
+#include "tests/support/Testing.h"
 
 namespace
 {
-using namespace std::string_literals;
 using namespace tev::test;
 using Bytes = std::string;
-namespace fs = std::filesystem;
 
 /// What a save of another record makes of a file, and how many of three records were kept.
 int KeptAfterSaving(const TempFolder& folder, const Bytes& file)

@@ -4,16 +4,11 @@
 #include "settings/CRegUtil.h"
 #include "tests/support/PrintText.h"
 #include "tests/support/TestRegistry.h"
+#include "tests/support/Testing.h"
 #include "tests/support/TextTools.h"
-
-#include <gtest/gtest.h>
-
-#include <string>
-#include <vector>
 
 namespace
 {
-using namespace std::string_literals;
 using namespace tev::test;
 
 const std::wstring kHeader = L"Windows Registry Editor Version 5.00\r\n\r\n";

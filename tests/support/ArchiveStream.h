@@ -4,11 +4,7 @@
 #include "files/CXMemFile.h"
 #include "tests/support/ArchiveTools.h"
 #include "tests/support/BufferedMemFile.h"
-
-#include <functional>
-#include <memory>
-#include <string>
-#include <utility>
+#include "tests/support/Testing.h"
 
 namespace tev::test
 {

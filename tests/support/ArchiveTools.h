@@ -3,8 +3,7 @@
 #include "files/CXArchive.h"
 #include "files/CXMemFile.h"
 #include "tests/support/FileFailure.h"
-
-#include <vector>
+#include "tests/support/Testing.h"
 
 namespace tev::test
 {

@@ -1,10 +1,7 @@
 #pragma once
 
 #include "tests/support/Sanitized.h"
-
-#include <atomic>
-#include <thread>
-#include <vector>
+#include "tests/support/Testing.h"
 
 #include <sys/wait.h>
 #include <unistd.h>
@@ -18,7 +15,7 @@ constexpr const char* kNoBusyFork =
 /// Forks many times while other threads do the work. Returns the first status of a child that did not return true within
 /// the deadline, SIGALRM for one that hung, or 0.
 template <class Work, class InChild>
-int ForkWhileBusy(Work work, InChild inChild)
+int ForkWhileBusy(Work work, InChild inChild, int forks = kBusyForks)
 {
     constexpr unsigned kDeadlineSeconds = 20;
     std::atomic<bool> done{false};
@@ -32,7 +29,7 @@ int ForkWhileBusy(Work work, InChild inChild)
         });
     }
     int status = 0;
-    for (int i = 0; i < kBusyForks && status == 0; ++i)
+    for (int i = 0; i < forks && status == 0; ++i)
     {
         const pid_t child = fork();
         if (child == 0)

@@ -1,13 +1,9 @@
 #pragma once
 
 #include "tests/support/TempFolder.h"
+#include "tests/support/Testing.h"
 #include "tests/support/ZipTools.h"
 #include "zip/CZip.h"
-
-#include <gtest/gtest.h>
-
-#include <stdexcept>
-#include <string>
 
 namespace tev::test
 {

@@ -1,8 +1,7 @@
 #pragma once
 
 #include "objects/CXException.h"
-
-#include <atomic>
+#include "tests/support/Testing.h"
 
 namespace tev::test
 {

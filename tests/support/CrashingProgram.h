@@ -1,13 +1,8 @@
 #pragma once
 
 #include "tests/support/TempFolder.h"
+#include "tests/support/Testing.h"
 #include "zip/CZip.h"
-
-#include <csignal>
-#include <set>
-#include <stdexcept>
-#include <string>
-#include <vector>
 
 #include <fcntl.h>
 #include <sys/resource.h>

@@ -1,9 +1,6 @@
 #pragma once
 
-#include <array>
-#include <cstdio>
-#include <stdexcept>
-#include <string>
+#include "tests/support/Testing.h"
 
 namespace tev::test
 {

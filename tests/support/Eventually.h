@@ -1,8 +1,7 @@
 #pragma once
 
+#include "tests/support/Testing.h"
 #include "threads/CXThread.h"
-
-#include <chrono>
 
 namespace tev::test
 {

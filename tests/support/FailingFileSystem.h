@@ -1,18 +1,7 @@
 #pragma once
 
 #include "platform/FileSystem.h"
-
-#include <algorithm>
-#include <cerrno>
-#include <cstddef>
-#include <cstdint>
-#include <functional>
-#include <iterator>
-#include <limits>
-#include <set>
-#include <string>
-#include <utility>
-#include <vector>
+#include "tests/support/Testing.h"
 
 namespace tev::test
 {

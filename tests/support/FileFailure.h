@@ -2,8 +2,7 @@
 
 #include "objects/CXFileException.h"
 #include "objects/ThreadException.h"
-
-#include <gtest/gtest.h>
+#include "tests/support/Testing.h"
 
 namespace tev::test
 {

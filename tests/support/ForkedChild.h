@@ -1,8 +1,6 @@
 #pragma once
 
-#include <cstdlib>
-#include <functional>
-#include <utility>
+#include "tests/support/Testing.h"
 
 #include <signal.h>
 #include <sys/wait.h>

@@ -1,8 +1,6 @@
 #pragma once
 
-#include <cstddef>
-#include <stdexcept>
-#include <string>
+#include "tests/support/Testing.h"
 
 #include <iconv.h>
 

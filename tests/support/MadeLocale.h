@@ -1,10 +1,9 @@
 #pragma once
 
 #include "tests/support/TempFolder.h"
+#include "tests/support/Testing.h"
 
 #include <clocale>
-#include <cstdlib>
-#include <string>
 
 namespace tev::test
 {

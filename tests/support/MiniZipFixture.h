@@ -4,19 +4,9 @@
 #include "tests/support/PrintText.h"
 #include "tests/support/RawZip.h"
 #include "tests/support/TempFolder.h"
+#include "tests/support/Testing.h"
 #include "threads/WorkerCount.h"
 #include "zip/CMiniZip.h"
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <cstdlib>
-#include <functional>
-#include <map>
-#include <stdexcept>
-#include <string>
-#include <utility>
-#include <vector>
 
 namespace tev::test
 {

@@ -1,10 +1,7 @@
 #pragma once
 
 #include "tests/support/ForkedChild.h"
-
-#include <cerrno>
-#include <cstddef>
-#include <cstdint>
+#include "tests/support/Testing.h"
 
 #include <fcntl.h>
 #include <linux/filter.h>

@@ -1,7 +1,6 @@
 #pragma once
 
-#include <thread>
-#include <vector>
+#include "tests/support/Testing.h"
 
 namespace tev::test
 {

@@ -3,10 +3,7 @@
 #include "settings/PreferenceFile.h"
 #include "tests/support/StoreBytes.h"
 #include "tests/support/TempFolder.h"
-
-#include <string>
-#include <utility>
-#include <vector>
+#include "tests/support/Testing.h"
 
 // Preference files whose stores hold one number each.
 

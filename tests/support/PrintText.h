@@ -1,11 +1,7 @@
 #pragma once
 
+#include "tests/support/Testing.h"
 #include "text/CXTString.h"
-
-#include <gtest/gtest.h>
-
-#include <ostream>
-#include <string>
 
 // Lets a failed expectation show the text instead of its address.
 

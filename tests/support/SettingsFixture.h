@@ -3,10 +3,7 @@
 #include "settings/CRegUtil.h"
 #include "tests/support/ForkedChild.h"
 #include "tests/support/TestRegistry.h"
-
-#include <gtest/gtest.h>
-
-#include <string>
+#include "tests/support/Testing.h"
 
 #include <sqlite3.h>
 

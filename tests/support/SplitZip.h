@@ -1,10 +1,6 @@
 #pragma once
 
-#include <algorithm>
-#include <cstdint>
-#include <cstring>
-#include <string>
-#include <vector>
+#include "tests/support/Testing.h"
 
 namespace tev::test
 {

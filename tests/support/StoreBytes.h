@@ -1,9 +1,7 @@
 #pragma once
 
 #include "settings/CCustomData.h"
-
-#include <cstdint>
-#include <string>
+#include "tests/support/Testing.h"
 
 // Stores and their bytes, as the document of the formats describes them.
 

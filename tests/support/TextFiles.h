@@ -1,12 +1,8 @@
 #pragma once
 
 #include "files/CStdioFileEx.h"
+#include "tests/support/Testing.h"
 #include "tests/support/TextTools.h"
-
-#include <gtest/gtest.h>
-
-#include <string>
-#include <vector>
 
 // Text files opened in the usual ways, and their lines.
 namespace tev::test

@@ -1,15 +1,9 @@
 #pragma once
 
+#include "tests/support/Testing.h"
 #include "text/CXTString.h"
 #include "text/InstructionSets.h"
 #include "text/TextEncoding.h"
-
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cstddef>
-#include <memory>
-#include <string>
 
 namespace tev::test
 {

@@ -1,8 +1,7 @@
 #pragma once
 
-#include <cstdlib>
-#include <optional>
-#include <string>
+#include "tests/support/Testing.h"
+
 #include <time.h>
 
 namespace tev::test

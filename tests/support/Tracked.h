@@ -1,8 +1,6 @@
 #pragma once
 
-#include <memory>
-#include <stdexcept>
-#include <utility>
+#include "tests/support/Testing.h"
 
 /// An element that owns memory, counts how many of its kind live, and throws at the copy or creation that s_throwIn counts
 /// down to. NOTHROW_MOVE chooses whether containers may move it.

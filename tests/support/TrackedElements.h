@@ -3,14 +3,8 @@
 #include "arrays/CElementArray.h"
 #include "arrays/ElementKinds.h"
 #include "tests/support/FileFailure.h"
+#include "tests/support/Testing.h"
 #include "tests/support/Tracked.h"
-
-#include <gtest/gtest.h>
-
-#include <functional>
-#include <new>
-#include <stdexcept>
-#include <vector>
 
 namespace tev::test
 {

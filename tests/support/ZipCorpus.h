@@ -1,12 +1,6 @@
 #pragma once
 
-#include <algorithm>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <map>
-#include <string>
-#include <vector>
+#include "tests/support/Testing.h"
 
 namespace tev::test
 {

@@ -1,12 +1,9 @@
 #pragma once
 
 #include "arrays/CXArray.h"
+#include "tests/support/Testing.h"
 #include "text/CXTString.h"
 #include "zip/CZip.h"
-
-#include <cstdlib>
-#include <initializer_list>
-#include <string>
 
 namespace tev::test
 {

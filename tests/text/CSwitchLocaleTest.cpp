@@ -1,9 +1,8 @@
 #include "text/CSwitchLocale.h"
 
 #include "tests/support/PrintText.h"
+#include "tests/support/Testing.h"
 #include "text/CExLCString.h"
-
-#include <gtest/gtest.h>
 
 #include <clocale>
 

@@ -1,33 +1,17 @@
 #include "tests/support/MadeLocale.h"
+#include "tests/support/Testing.h"
 #include "tests/support/TextTools.h"
 #include "text/CXTString.h"
 #include "text/CheckedFormat.h"
 #include "text/Language.h"
 #include "text/TextFormat.h"
 
-#include <algorithm>
 #include <cfloat>
-#include <climits>
-#include <cstddef>
-#include <cstdint>
-#include <cstdio>
 #include <cwchar>
-#include <gtest/gtest.h>
-#include <iterator>
-#include <limits>
-#include <memory>
-#include <string>
-#include <string_view>
-#include <type_traits>
-#include <vector>
 
 namespace
 {
-using tev::test::AnsiCodePage;
-using tev::test::ExactBlock;
-using tev::test::ToStd;
-using tev::test::Widen;
-using tev::test::Widths;
+using namespace tev::test;
 
 // The text that a format gives; it starts from a text that must not be left over.
 template <class T, class... Values>

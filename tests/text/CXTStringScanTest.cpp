@@ -1,24 +1,10 @@
+#include "tests/support/Testing.h"
 #include "tests/support/TextTools.h"
 #include "text/CXTString.h"
 
-#include <cerrno>
-#include <climits>
-#include <cmath>
-#include <cstdint>
-#include <cstdio>
-#include <cstdlib>
-#include <gtest/gtest.h>
-#include <iterator>
-#include <limits>
-#include <sstream>
-#include <string>
-#include <type_traits>
-#include <vector>
-
 namespace
 {
-using tev::test::Widen;
-using tev::test::Widths;
+using namespace tev::test;
 
 template <class T, class... Targets>
 int Scan(const std::string& text, const std::string& format, Targets... targets)

@@ -1,20 +1,13 @@
 #include "text/CXTString.h"
 #include "tests/support/PrintText.h"
 #include "tests/support/Sanitized.h"
+#include "tests/support/Testing.h"
 #include "tests/support/TextTools.h"
 #include "text/InvalidParameter.h"
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cerrno>
-#include <cstdlib>
-#include <random>
-#include <string>
-
 namespace
 {
-using tev::test::ToStd;
+using namespace tev::test;
 
 // Test text is written narrow and ASCII once and widened where the wide instantiation runs.
 template <class T>

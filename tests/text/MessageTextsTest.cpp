@@ -1,11 +1,7 @@
 #include "text/MessageTexts.h"
+#include "tests/support/Testing.h"
 #include "text/CXTString.h"
 #include "text/Language.h"
-
-#include <gtest/gtest.h>
-#include <set>
-#include <string>
-#include <vector>
 
 namespace
 {

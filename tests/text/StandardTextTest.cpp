@@ -1,30 +1,12 @@
 #include "services/CPathString.h"
 #include "tests/support/PrintText.h"
+#include "tests/support/Testing.h"
 #include "tests/support/TextTools.h"
 #include "text/CXTString.h"
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <filesystem>
-#include <functional>
-#include <iomanip>
-#include <iterator>
-#include <sstream>
-#include <string>
-#include <string_view>
-#include <type_traits>
-#include <unordered_map>
-#include <vector>
-
 namespace
 {
-using namespace std::string_literals;
-using tev::test::AnsiCodePage;
-using tev::test::ExactBlock;
-using tev::test::ToStd;
-using tev::test::Widen;
-using tev::test::Widths;
+using namespace tev::test;
 
 template <class T>
 class StandardTextTest : public testing::Test

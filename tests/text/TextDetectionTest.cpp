@@ -3,22 +3,10 @@
 #include "files/TextFileInfo.h"
 #include "objects/CXFileException.h"
 #include "tests/support/TempFolder.h"
+#include "tests/support/Testing.h"
 #include "tests/support/TextTools.h"
 #include "text/CXTString.h"
 #include "text/TextLoss.h"
-
-#include <gtest/gtest.h>
-
-#include <ostream>
-#include <string>
-#include <tuple>
-#include <vector>
-
-using namespace std::string_literals;
-using tev::test::AnsiCodePage;
-using tev::test::CodePage;
-using tev::test::ExactBlock;
-using tev::test::ToStd;
 
 static std::ostream& operator<<(std::ostream& out, const XTextLoss& loss)
 {
@@ -31,8 +19,7 @@ static bool operator==(const XTextLoss& left, const XTextLoss& right)
 
 namespace
 {
-using tev::test::kUtf32;
-using tev::test::kUtf32BE;
+using namespace tev::test;
 
 constexpr xStringEncoding kForms[] = {xEncodingUtf8, xEncodingUtf16, xEncodingUtf16BE, kUtf32, kUtf32BE};
 

@@ -1,31 +1,14 @@
 #include "tests/support/Iconv.h"
 #include "tests/support/OnThreads.h"
+#include "tests/support/Testing.h"
 #include "tests/support/TextTools.h"
 #include "text/CXTString.h"
 #include "text/Utf.h"
 #include "text/XCA2W.h"
 
-#include <algorithm>
-#include <filesystem>
-#include <fstream>
-#include <gtest/gtest.h>
-#include <iterator>
-#include <memory>
-#include <random>
-#include <string>
-
-using namespace std::string_literals;
-
 namespace
 {
-using tev::test::AnsiCodePage;
-using tev::test::CodePage;
-using tev::test::ExactBlock;
-using tev::test::Iconv;
-using tev::test::kUtf32;
-using tev::test::kUtf32BE;
-using tev::test::ToStd;
-using tev::test::WithoutAvx2;
+using namespace tev::test;
 
 // Each conversion is done with and without the instructions that only some processors have.
 

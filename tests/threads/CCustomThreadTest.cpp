@@ -8,28 +8,17 @@
 #include "tests/support/Eventually.h"
 #include "tests/support/ForkedChild.h"
 #include "tests/support/Sanitized.h"
+#include "tests/support/Testing.h"
 #include "tests/threads/ThreadFlags.h"
 #include "text/TextEncoding.h"
 #include "threads/ParallelFor.h"
 #include "threads/ThreadRelations.h"
 
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <functional>
-#include <memory>
-#include <string>
-#include <thread>
-#include <vector>
-
 #include <pthread.h>
 
 namespace
 {
-using tev::test::Eventually;
-using tev::test::kLongTimeMs;
-using tev::test::kOwned;
-using tev::test::kSuspended;
+using namespace tev::test;
 
 class Worker : public CCustomThread
 {

@@ -7,28 +7,16 @@
 #include "services/StartUp.h"
 #include "tests/support/Eventually.h"
 #include "tests/support/Sanitized.h"
+#include "tests/support/Testing.h"
 #include "tests/threads/ThreadFlags.h"
 #include "threads/ThreadRelations.h"
-
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <csignal>
-#include <functional>
-#include <memory>
-#include <string>
-#include <thread>
-#include <vector>
 
 #include <sys/resource.h>
 #include <unistd.h>
 
 namespace
 {
-using tev::test::Eventually;
-using tev::test::kLongTimeMs;
-using tev::test::kOwned;
-using tev::test::kSuspended;
+using namespace tev::test;
 
 constexpr unsigned kFailed = 0xFFFFFFFFu;
 

@@ -11,17 +11,10 @@
 #include "tests/support/ForkedChild.h"
 #include "tests/support/Sanitized.h"
 #include "tests/support/TestRegistry.h"
+#include "tests/support/Testing.h"
 #include "threads/ParallelFor.h"
 #include "zip/CMiniZip.h"
 #include "zip/CZip.h"
-
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <filesystem>
-#include <functional>
-#include <string>
-#include <utility>
 
 #include <pthread.h>
 

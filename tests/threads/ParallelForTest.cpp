@@ -8,18 +8,10 @@
 #include "tests/support/Eventually.h"
 #include "tests/support/ForkedChild.h"
 #include "tests/support/Sanitized.h"
+#include "tests/support/Testing.h"
 #include "threads/CCustomThread.h"
 #include "threads/ThreadRelations.h"
 #include "threads/WorkerCount.h"
-
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <atomic>
-#include <functional>
-#include <stdexcept>
-#include <thread>
-#include <vector>
 
 #include <pthread.h>
 #include <sched.h>
@@ -31,8 +23,7 @@ extern "C" void omp_set_num_threads(int count);
 
 namespace
 {
-using tev::test::Eventually;
-using tev::test::kLongTimeMs;
+using namespace tev::test;
 
 constexpr unsigned kWorkers = 4;
 

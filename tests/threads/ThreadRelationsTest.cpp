@@ -1,11 +1,7 @@
 #include "threads/ThreadRelations.h"
 
+#include "tests/support/Testing.h"
 #include "threads/CXThread.h"
-
-#include <gtest/gtest.h>
-
-#include <thread>
-#include <vector>
 
 namespace
 {

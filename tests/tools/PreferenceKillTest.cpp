@@ -3,17 +3,8 @@
 #include "settings/CCustomData.h"
 #include "settings/PreferenceFile.h"
 #include "tests/support/TempFolder.h"
+#include "tests/support/Testing.h"
 #include "tests/tools/TevRunner.h"
-
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <chrono>
-#include <memory>
-#include <random>
-#include <string>
-#include <thread>
-#include <vector>
 
 namespace
 {

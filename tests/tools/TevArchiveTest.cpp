@@ -1,17 +1,10 @@
 #include "tests/support/TempFolder.h"
+#include "tests/support/Testing.h"
 #include "tests/tools/TevRunner.h"
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <string>
 
 namespace
 {
-using namespace std::string_literals;
 using namespace tev::test;
-using testing::HasSubstr;
-using testing::StartsWith;
 
 // Two nodes that share a material, written by hand; the second material is of an older version without shine.
 const std::string kNewNode = "\xFF\xFF\x01\0\x04\0Node"s;

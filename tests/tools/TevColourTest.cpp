@@ -1,12 +1,9 @@
+#include "tests/support/Testing.h"
 #include "tests/tools/TevRunner.h"
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 namespace
 {
 using namespace tev::test;
-using testing::HasSubstr;
 
 TEST(TevColour, ShowsTheColourAndItsCoordinates)
 {

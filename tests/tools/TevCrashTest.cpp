@@ -1,13 +1,11 @@
 #include "tests/support/CrashingProgram.h"
 #include "tests/support/Sanitized.h"
+#include "tests/support/Testing.h"
 #include "tests/tools/TevRunner.h"
-
-#include <gmock/gmock.h>
 
 namespace
 {
 using namespace tev::test;
-using testing::HasSubstr;
 
 TEST(TevCrash, ShowsTheFilesTheSignalAndTheNamesOnTheStack)
 {

@@ -1,13 +1,10 @@
 #include "tests/support/TempFolder.h"
+#include "tests/support/Testing.h"
 #include "tests/tools/TevRunner.h"
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 namespace
 {
 using namespace tev::test;
-using testing::HasSubstr;
 using testing::Not;
 
 TEST(TevFileTypes, TypesAreListedAndNamesResolved)

@@ -1,17 +1,12 @@
 #include "tests/support/Iconv.h"
 #include "tests/support/TempFolder.h"
+#include "tests/support/Testing.h"
 #include "tests/tools/TevRunner.h"
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <fstream>
 
 namespace
 {
 using namespace std::string_literals;
 using namespace tev::test;
-using testing::HasSubstr;
 
 TEST(TevLog, PrintsALogAsUtf8)
 {

@@ -1,17 +1,10 @@
 #include "tests/support/TestRegistry.h"
+#include "tests/support/Testing.h"
 #include "tests/tools/TevRunner.h"
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <string>
-#include <vector>
 
 namespace
 {
-using namespace std::string_literals;
 using namespace tev::test;
-using testing::HasSubstr;
 
 class TevRegistry : public testing::Test
 {

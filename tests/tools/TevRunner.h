@@ -1,13 +1,6 @@
 #pragma once
 
-#include <algorithm>
-#include <csignal>
-#include <cstdlib>
-#include <functional>
-#include <optional>
-#include <stdexcept>
-#include <string>
-#include <vector>
+#include "tests/support/Testing.h"
 
 #include <fcntl.h>
 #include <poll.h>

@@ -1,19 +1,12 @@
 #include "settings/CCustomData.h"
 #include "tests/support/TempFolder.h"
+#include "tests/support/Testing.h"
 #include "tests/tools/TevRunner.h"
 #include "values/CXTime.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <limits>
-
 namespace
 {
-using namespace std::string_literals;
 using namespace tev::test;
-using testing::HasSubstr;
-using testing::StartsWith;
 
 class TevSettings : public testing::Test
 {

@@ -1,14 +1,7 @@
 #include "tests/support/Iconv.h"
 #include "tests/support/TempFolder.h"
+#include "tests/support/Testing.h"
 #include "tests/tools/TevRunner.h"
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <chrono>
-#include <string_view>
-#include <thread>
 
 #include <poll.h>
 #include <sys/resource.h>
@@ -16,14 +9,11 @@
 
 namespace
 {
-using namespace std::string_literals;
 using namespace tev::test;
 using testing::AllOf;
 using testing::EndsWith;
-using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
-using testing::StartsWith;
 
 constexpr std::size_t kBlock = 1024 * 1024; // the tool reads in blocks of this size
 

@@ -1,19 +1,12 @@
 #include "tests/support/RawZip.h"
 #include "tests/support/TempFolder.h"
+#include "tests/support/Testing.h"
 #include "tests/tools/TevRunner.h"
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <chrono>
-#include <thread>
 
 namespace
 {
-using namespace std::string_literals;
 using namespace tev::test;
 using testing::AllOf;
-using testing::HasSubstr;
 
 class TevUnpack : public testing::Test
 {

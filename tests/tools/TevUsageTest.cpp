@@ -1,18 +1,10 @@
 #include "tests/support/TempFolder.h"
+#include "tests/support/Testing.h"
 #include "tests/tools/TevRunner.h"
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <cstdlib>
-#include <utility>
 
 namespace
 {
-using namespace std::string_literals;
 using namespace tev::test;
-using testing::HasSubstr;
-using testing::StartsWith;
 
 TEST(TevUsage, ListsTheCommandsWhereOneIsMissingOrUnknown)
 {

@@ -1,15 +1,10 @@
 #include "tests/support/TempFolder.h"
+#include "tests/support/Testing.h"
 #include "tests/tools/TevRunner.h"
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <filesystem>
 
 namespace
 {
 using namespace tev::test;
-using testing::HasSubstr;
 
 TEST(TevWatch, PrintsChangesUntilInterrupted)
 {

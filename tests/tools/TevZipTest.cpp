@@ -1,15 +1,12 @@
 #include "tests/support/RawZip.h"
 #include "tests/support/TempFolder.h"
+#include "tests/support/Testing.h"
 #include "tests/support/ZipTools.h"
 #include "tests/tools/TevRunner.h"
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 namespace
 {
 using namespace tev::test;
-using testing::HasSubstr;
 using testing::MatchesRegex;
 
 TEST(TevZip, ArchivesAreMadeListedChangedAndExtracted)

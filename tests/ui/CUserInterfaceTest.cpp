@@ -4,12 +4,8 @@
 #include "services/LogFile.h"
 #include "tests/support/PrintText.h"
 #include "tests/support/TempFolder.h"
+#include "tests/support/Testing.h"
 #include "ui/CLogInfo.h"
-
-#include <gtest/gtest.h>
-
-#include <string>
-#include <vector>
 
 namespace
 {

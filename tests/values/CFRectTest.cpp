@@ -1,9 +1,6 @@
 #include "values/CFRect.h"
 
-#include <gtest/gtest.h>
-
-#include <climits>
-#include <cmath>
+#include "tests/support/Testing.h"
 
 namespace
 {

@@ -2,13 +2,8 @@
 
 #include "files/CXArchive.h"
 #include "files/CXMemFile.h"
+#include "tests/support/Testing.h"
 #include "text/Language.h"
-
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cmath>
-#include <ostream>
 
 static void PrintTo(const CRGBColor& color, std::ostream* out)
 {

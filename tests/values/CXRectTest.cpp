@@ -1,11 +1,7 @@
 #include "values/CXRect.h"
 
 #include "tests/support/FileFailure.h"
-
-#include <gtest/gtest.h>
-
-#include <climits>
-#include <ostream>
+#include "tests/support/Testing.h"
 
 void PrintTo(const CXRect& r, std::ostream* out)
 {

@@ -12,23 +12,12 @@
 #include "tests/support/OnThreads.h"
 #include "tests/support/PrintText.h"
 #include "tests/support/TempFolder.h"
+#include "tests/support/Testing.h"
 #include "tests/support/TimeZone.h"
-
-#include <gtest/gtest.h>
-
-#include <chrono>
-#include <cmath>
-#include <cstring>
-#include <iomanip>
-#include <limits>
-#include <sstream>
-#include <string>
 
 namespace
 {
-using namespace std::string_literals;
-using tev::test::Thrown;
-using tev::test::TimeZone;
+using namespace tev::test;
 
 // Rules written out, so that the tests need no zone files: Paris, New York, Lord Howe (half an hour), and no rule at all.
 constexpr const char* kParis = "CET-1CEST,M3.5.0,M10.5.0/3";

@@ -1,11 +1,6 @@
 #include "tests/support/TempFolder.h"
+#include "tests/support/Testing.h"
 #include "zip/CMiniZip.h"
-
-#include <gtest/gtest.h>
-
-#include <cstdlib>
-#include <map>
-#include <string>
 
 #include <sys/wait.h>
 
@@ -13,8 +8,7 @@
 
 namespace
 {
-namespace fs = std::filesystem;
-using tev::test::TempFolder;
+using namespace tev::test;
 using Files = std::map<std::string, std::string>;
 
 fs::path Corpus(const char* kind)

@@ -9,7 +9,6 @@
 
 namespace
 {
-using namespace std::string_literals;
 using namespace tev::test;
 
 constexpr wchar_t kPassword[] = L"secret";

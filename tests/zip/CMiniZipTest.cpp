@@ -1,15 +1,12 @@
 #include "zip/CMiniZip.h"
 
 #include "tests/support/MiniZipFixture.h"
-
-#include <ctime>
-#include <set>
+#include "tests/support/Testing.h"
 
 #include <sys/stat.h>
 
 namespace
 {
-using namespace std::string_literals;
 using namespace tev::test;
 using testing::ElementsAre;
 

@@ -7,8 +7,7 @@
 #include "tests/support/FailingAllocations.h"
 #include "tests/support/FileFailure.h"
 #include "tests/support/RawZip.h"
-
-#include <stdexcept>
+#include "tests/support/Testing.h"
 
 namespace
 {

@@ -1,9 +1,6 @@
 #include "zip/EntryName.h"
 
-#include <gtest/gtest.h>
-
-#include <string>
-#include <type_traits>
+#include "tests/support/Testing.h"
 
 namespace
 {

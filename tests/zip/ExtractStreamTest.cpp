@@ -4,7 +4,6 @@
 
 namespace
 {
-using namespace std::string_literals;
 using namespace tev::test;
 
 TEST_F(MiniZip, RecognisesStreamsByTheirFirstBytes)

@@ -2,11 +2,9 @@
 
 #include "tests/support/Eventually.h"
 #include "tests/support/MiniZipFixture.h"
+#include "tests/support/Testing.h"
 #include "threads/CCustomThread.h"
 #include "threads/ThreadRelations.h"
-
-#include <functional>
-#include <utility>
 
 #include <fcntl.h>
 #include <sys/resource.h>
@@ -16,7 +14,6 @@
 
 namespace
 {
-using namespace std::string_literals;
 using namespace tev::test;
 using testing::ElementsAre;
 using testing::IsEmpty;

@@ -4,11 +4,9 @@
 #include "tests/support/MiniZipFixture.h"
 #include "tests/support/NoUnnamedFiles.h"
 #include "tests/support/Sanitized.h"
+#include "tests/support/Testing.h"
 #include "tests/support/ZipTools.h"
 #include "zip/ZipExtraction.h"
-
-#include <csignal>
-#include <set>
 
 #include <fcntl.h>
 #include <sys/file.h>

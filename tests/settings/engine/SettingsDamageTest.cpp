@@ -5,19 +5,11 @@
 #include "settings/RegistryText.h"
 #include "tests/support/PrintText.h"
 #include "tests/support/SettingsFixture.h"
+#include "tests/support/Testing.h"
 #include "tests/support/TextTools.h"
-
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <filesystem>
-#include <random>
-#include <string>
-#include <vector>
 
 namespace
 {
-using namespace std::string_literals;
 using namespace tev::test;
 using SettingsDamage = SettingsStore;
 

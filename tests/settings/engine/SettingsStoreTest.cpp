@@ -7,19 +7,8 @@
 #include "tests/support/Eventually.h"
 #include "tests/support/PrintText.h"
 #include "tests/support/SettingsFixture.h"
+#include "tests/support/Testing.h"
 #include "tests/support/TextTools.h"
-
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <atomic>
-#include <cerrno>
-#include <filesystem>
-#include <memory>
-#include <random>
-#include <string>
-#include <thread>
-#include <vector>
 
 #include <fcntl.h>
 #include <sched.h>
@@ -30,7 +19,6 @@
 
 namespace
 {
-using namespace std::string_literals;
 using namespace tev::test;
 
 TEST_F(SettingsStore, NamesDifferByMoreThanCaseOnly)

@@ -1,11 +1,7 @@
 #include "zip/engine/ZipEngine.h"
 
+#include "tests/support/Testing.h"
 #include "tests/support/ZipMemory.h"
-
-#include <gtest/gtest.h>
-
-#include <map>
-#include <stdexcept>
 
 namespace
 {

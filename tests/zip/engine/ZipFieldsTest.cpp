@@ -1,12 +1,11 @@
 #include "zip/engine/ZipFields.h"
 
+#include "tests/support/Testing.h"
 #include "tests/support/TimeZone.h"
-
-#include <gtest/gtest.h>
 
 namespace
 {
-using namespace std::string_literals;
+using namespace tev::test;
 using namespace tev::platform;
 
 TEST(ZipFields, NamesAreWhatTheFlagOrTheUnicodeFieldSays)
