@@ -193,11 +193,7 @@ TYPED_TEST(CXArrayOfThrowing, NothingLeaksAndAdditionsThatFailAreUndone)
 {
     using Type = typename TypeParam::Type;
     using Array = CXArray<Type>;
-    const struct
-    {
-        void (*m_run)(Array&);
-        bool m_undone;
-    } operations[] = {
+    const std::pair<void (*)(Array&), bool> operations[] = {
         {[](Array& array) { array.Add(array[3]); }, true},
         {[](Array& array) { array.SetAtGrow(14, array[3]); }, true},
         {[](Array& array) { array.SetSize(15); }, true},
@@ -428,7 +424,7 @@ TEST(CXArray, BracesListElementsAndASingleBoolIsTheFlag)
     bools = {true};
     EXPECT_EQ(ValuesOf(bools), std::vector<bool>{true});
 
-    tev::test::FailingAllocations failing(2);
+    FailingAllocations failing(2);
     EXPECT_FALSE(failing.Run([] { CXArray<Tracked<false>>({Tracked<false>(1), Tracked<false>(2)}); }));
     EXPECT_EQ(Tracked<false>::s_live, 0);
 }
@@ -445,7 +441,7 @@ TEST(CXArray, AddMovesWhatItMay)
     EXPECT_EQ(std::count(owners.begin(), owners.end(), nullptr), 40);
 
     // A value stays its owner's until there is room for it.
-    tev::test::FailingAllocations failing(1);
+    FailingAllocations failing(1);
     auto value = std::make_unique<int>(5);
     owners.FreeExtra();
     EXPECT_FALSE(failing.Run([&] { owners.Add(std::move(value)); }));
@@ -467,12 +463,8 @@ TEST(CXArray, LoadingGrowsByTheCapacityRule)
         ints[i] = i * 31;
     const Bytes bytes = Stored(ints);
     ASSERT_EQ(bytes.size(), 6U + 400000);
-    const struct
-    {
-        int m_size;
-        int m_growBy;
-        int m_capacity;
-    } cases[] = {{0, 0, 100000}, {0, 150000, 150000}, {99900, 0, 100924}, {99900, 50, 100000}, {200000, 0, 200000}};
+    const std::tuple<int, int, int> cases[] = {
+        {0, 0, 100000}, {0, 150000, 150000}, {99900, 0, 100924}, {99900, 50, 100000}, {200000, 0, 200000}};
     for (const auto& [size, growBy, capacity] : cases)
     {
         Ints loaded;

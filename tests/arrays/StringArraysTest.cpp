@@ -7,6 +7,8 @@
 
 namespace
 {
+using namespace tev::test;
+
 using Strings = CXArray<CXTString<wchar_t>>;
 
 Strings Make(std::initializer_list<const wchar_t*> texts)
@@ -28,14 +30,10 @@ std::wstring Joined(const Strings& strings)
 TEST(StringArrays, AreSortedInEachOrderWithEqualStringsKept)
 {
     // In the C locale, collation is by the characters' values.
-    const struct
-    {
-        _CompareStringsEnum m_order;
-        const wchar_t* m_sorted;
-    } cases[] = {{xCompare, L"B a2 b b \U0001F600 "},
-                 {xCompareNoCase, L"a2 b B b \U0001F600 "},
-                 {xCollate, L"B a2 b b \U0001F600 "},
-                 {xCollateNoCase, L"a2 b B b \U0001F600 "}};
+    const std::pair<_CompareStringsEnum, const wchar_t*> cases[] = {{xCompare, L"B a2 b b \U0001F600 "},
+                                                                    {xCompareNoCase, L"a2 b B b \U0001F600 "},
+                                                                    {xCollate, L"B a2 b b \U0001F600 "},
+                                                                    {xCollateNoCase, L"a2 b B b \U0001F600 "}};
     for (const auto& [order, sorted] : cases)
     {
         Strings strings = Make({L"b", L"\U0001F600", L"B", L"a2", L"b"});
@@ -43,24 +41,17 @@ TEST(StringArrays, AreSortedInEachOrderWithEqualStringsKept)
         EXPECT_EQ(Joined(strings), sorted) << order;
     }
     Strings strings = Make({L"b", L"a"});
-    EXPECT_EQ(tev::test::Thrown([&] { SortStringArray(strings, static_cast<_CompareStringsEnum>(4)); }),
-              tev::test::kInvalidArgument);
+    EXPECT_EQ(Thrown([&] { SortStringArray(strings, static_cast<_CompareStringsEnum>(4)); }), kInvalidArgument);
     EXPECT_EQ(Joined(strings), L"b a ");
 }
 
 TEST(StringArrays, AreCopiedBehindOrInsteadAndOnlyOnce)
 {
     const Strings source = Make({L"a", L"b", L"a", L"B"});
-    const struct
-    {
-        bool m_append;
-        bool m_unique;
-        int m_count;
-        const wchar_t* m_result;
-    } cases[] = {{false, false, 4, L"a b a B "},
-                 {true, false, 4, L"b b x a b a B "},
-                 {false, true, 3, L"a b B "},
-                 {true, true, 2, L"b b x a B "}};
+    const std::tuple<bool, bool, int, const wchar_t*> cases[] = {{false, false, 4, L"a b a B "},
+                                                                 {true, false, 4, L"b b x a b a B "},
+                                                                 {false, true, 3, L"a b B "},
+                                                                 {true, true, 2, L"b b x a B "}};
     for (const auto& [append, unique, count, result] : cases)
     {
         Strings target = Make({L"b", L"b", L"x"});
@@ -96,7 +87,6 @@ TEST(StringArrays, AreTakenOutOfAList)
 
 TEST(StringArrays, WithoutMemoryTheyStayAsTheyWere)
 {
-    using tev::test::FailingAllocations;
     const Strings source = Make({L"some text", L"b", L"a", L"b", L"and another that is longer"});
     const CXTString<wchar_t> list(L"one|a second part that is longer|three");
     const std::function<void(Strings&)> operations[] = {
@@ -108,7 +98,7 @@ TEST(StringArrays, WithoutMemoryTheyStayAsTheyWere)
     };
     for (const auto& operation : operations)
     {
-        const unsigned allocations = tev::test::FailEachAllocation([&](FailingAllocations& failing) {
+        const unsigned allocations = FailEachAllocation([&](FailingAllocations& failing) {
             Strings strings = Make({L"d", L"text", L"B", L"C"});
             const std::wstring before = Joined(strings);
             if (!failing.Run([&] { operation(strings); }))

@@ -9,6 +9,7 @@
 #include "tests/support/CrashingProgram.h"
 #include "tests/support/FailingAllocations.h"
 #include "tests/support/FailingFileSystem.h"
+#include "tests/support/FileFailure.h"
 #include "tests/support/ForkedChild.h"
 #include "tests/support/PrintText.h"
 #include "tests/support/Sanitized.h"
@@ -311,19 +312,7 @@ TEST_F(CCrashHandlerTest, ARefusedReportLeavesThePendingExceptionAlone)
 TEST_F(CCrashHandlerTest, AnInvalidParameterIsReportedAndThrown)
 {
     CrashInstall(CountAndReport, L"A", L"1", xCrashReport);
-    EXPECT_THROW(
-        {
-            try
-            {
-                XStrCopy(static_cast<char*>(nullptr), 1, "text");
-            }
-            catch (CXInvalidArgException* exception)
-            {
-                exception->Delete();
-                throw 1;
-            }
-        },
-        int);
+    EXPECT_EQ(Thrown([] { XStrCopy(static_cast<char*>(nullptr), 1, "text"); }), kInvalidArgument);
     EXPECT_EQ(g_asked, 1);
     EXPECT_TRUE(HasReport("DebugReport.zip"));
 }
@@ -460,17 +449,7 @@ TEST_F(CCrashHandlerTest, TheReasonOfAFailureIsRecorded)
 TEST_F(CCrashHandlerTest, AFilesReportWithoutAListIsAnInvalidArgument)
 {
     OpenHandler handler(nullptr, L"A", L"1", xFilesReport);
-    bool isRefused = false;
-    try
-    {
-        handler.GenerateFilesErrorReport(L"", nullptr);
-    }
-    catch (CXInvalidArgException* exception)
-    {
-        exception->Delete();
-        isRefused = true;
-    }
-    EXPECT_TRUE(isRefused);
+    EXPECT_EQ(Thrown([&] { handler.GenerateFilesErrorReport(L"", nullptr); }), kInvalidArgument);
 }
 
 /// A mail program that writes down its arguments, one a line.

@@ -229,7 +229,7 @@ TEST(CStdioFileExEncoding, TheMarkIsWrittenAndSkippedWhenTheSystemDoesNotSayWher
         for (unsigned failing = 1; failing <= 12; ++failing)
         {
             SCOPED_TRACE(failing);
-            tev::test::FailingFileSystem system;
+            FailingFileSystem system;
             CStdioFileEx file(throwing != 0);
             ASSERT_TRUE(file.Open(folder.WidePath("t.txt").c_str(), kNew | kUtf16));
             system.FailAt(failing, EIO);
@@ -243,7 +243,7 @@ TEST(CStdioFileExEncoding, TheMarkIsWrittenAndSkippedWhenTheSystemDoesNotSayWher
             system.FailAt(0, 0);
             file.Abort();
             const std::string written = folder.ReadFile("t.txt");
-            if (thrown == tev::test::kNothingThrown && throwing != 0)
+            if (thrown == kNothingThrown && throwing != 0)
             {
                 EXPECT_EQ(written, "\xFF\xFE" + Encoded(sought ? L"cb\n" : L"ab\nc", 2, false));
             }
@@ -262,7 +262,7 @@ TEST(CStdioFileExEncoding, TheMarkIsWrittenAndSkippedWhenTheSystemDoesNotSayWher
                 EXPECT_TRUE(source.ReadString(line));
             });
             system.FailAt(0, 0);
-            EXPECT_TRUE(failure != tev::test::kNothingThrown || ToStd(line) == L"ab") << ToStd(line);
+            EXPECT_TRUE(failure != kNothingThrown || ToStd(line) == L"ab") << ToStd(line);
         }
     }
 }

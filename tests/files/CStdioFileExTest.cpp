@@ -14,7 +14,7 @@ namespace
 {
 using namespace tev::test;
 
-constexpr int kLongLine = tev::test::kIsSanitized ? 3'000'000 : 100'000'000;
+constexpr int kLongLine = kIsSanitized ? 3'000'000 : 100'000'000;
 
 std::string Units(const std::u16string& text, bool bigEndian = false)
 {
@@ -204,7 +204,7 @@ TEST(CStdioFileEx, ReadsAsASlowModelDoesAtEveryPosition)
             if (!returnsOnly || piece.find('\n') == std::string::npos)
                 bytes += piece;
         }
-        const tev::test::TextFileModel model = tev::test::ModelTextFile(bytes, mark, encoding);
+        const TextFileModel model = ModelTextFile(bytes, mark, encoding);
 
         CStdioFileEx file;
         if (below(2) == 0)
@@ -244,22 +244,18 @@ TEST(CStdioFileEx, ReadsAsASlowModelDoesAtEveryPosition)
 
 TEST(CStdioFileEx, ReadsLinesOfAnyLength)
 {
-    const struct
-    {
-        std::string mark;
-        std::string character;
-        std::string lineEnd;
-    } cases[] = {{"", "x", "\r\n"}, {"", "x", "\r"}, {"\xFF\xFE", "x\0"s, "\n\0"s}};
+    const std::tuple<std::string, std::string, std::string> cases[] = {
+        {"", "x", "\r\n"}, {"", "x", "\r"}, {"\xFF\xFE", "x\0"s, "\n\0"s}};
     const TempFolder folder;
-    for (const auto& c : cases)
+    for (const auto& [mark, character, lineEnd] : cases)
     {
         std::string thousand;
-        while (thousand.size() < 1000 * c.character.size())
-            thousand += c.character;
-        std::string bytes = c.mark;
+        while (thousand.size() < 1000 * character.size())
+            thousand += character;
+        std::string bytes = mark;
         for (int length = 0; length < kLongLine; length += 1000)
             bytes += thousand;
-        bytes += c.lineEnd + c.character;
+        bytes += lineEnd + character;
         CStdioFileEx file(folder.WriteFile("long", bytes).c_str(), kText);
         CXTString<wchar_t> line;
         ASSERT_TRUE(file.ReadString(line));
@@ -392,7 +388,7 @@ TEST(CStdioFileEx, WhatCannotGoBackToItsStartIsNotReadFromElsewhere)
 {
     const TempFolder folder;
     const std::wstring path = folder.WriteFile("text", "one, longer than the buffer\ntwo, longer than it\nsix");
-    tev::test::FailingFileSystem disk;
+    FailingFileSystem disk;
     CStdioFileEx file(false);
     file.SetBufferSize(8);
     CXTString<wchar_t> line;
@@ -428,7 +424,7 @@ TEST(CStdioFileEx, AFailureWhileReadingLeavesTheLineEmpty)
     const TempFolder folder;
     const std::wstring path = folder.WriteFile("text", "\xEF\xBB\xBF"
                                                        "one\rtwo and more");
-    tev::test::FailingFileSystem disk;
+    FailingFileSystem disk;
     unsigned failures = 0;
     for (unsigned operation = 1; operation <= 20; ++operation)
     {
@@ -445,7 +441,7 @@ TEST(CStdioFileEx, AFailureWhileReadingLeavesTheLineEmpty)
                 while (file.ReadString(line))
                     lines.push_back(ToStd(line));
             });
-        if (thrown == tev::test::kNothingThrown)
+        if (thrown == kNothingThrown)
         {
             EXPECT_EQ(lines, (Lines{L"one", L"two and more"}));
             continue;

@@ -246,7 +246,7 @@ TEST(CXArchiveBufferTest, OnlyCloseTellsWhatCouldNotBeWritten)
         CXArchive archive(&file, xArchiveStore);
         archive << 1;
         file.m_broken = true;
-        EXPECT_EQ(tev::test::Thrown([&] { archive.Close(); }), fileHardIO);
+        EXPECT_EQ(Thrown([&] { archive.Close(); }), fileHardIO);
         EXPECT_EQ(archive.GetFile(), &file);
     } // and the destructor, which tries once more, lets nothing out
     EXPECT_EQ(XTakeThreadException(), nullptr);
@@ -295,23 +295,18 @@ TEST(CXArchiveBufferTest, AMemoryFileThatCannotGrowIsNotOverrun)
 
 TEST(CXArchiveBufferTest, OnlyAFlushReachesTheFile)
 {
-    const struct
-    {
-        unsigned m_mode;
-        bool m_abort;
-        size_t m_length;
-    } rows[] = {
+    const std::tuple<unsigned, bool, size_t> rows[] = {
         {xArchiveStore, false, 4}, {xArchiveStore | xArchiveNoFlushOnDelete, false, 0}, {xArchiveStore, true, 0}};
-    for (const auto& row : rows)
+    for (const auto& [mode, abort, length] : rows)
     {
         BufferedMemFile file;
         {
-            CXArchive archive(&file, row.m_mode);
+            CXArchive archive(&file, mode);
             archive << 1;
-            if (row.m_abort)
+            if (abort)
                 archive.Abort();
         }
-        EXPECT_EQ(file.GetLength(), row.m_length);
+        EXPECT_EQ(file.GetLength(), length);
     }
     // A private buffer of the least size stands in for a caller's that is too small.
     unsigned char tiny[4] = {9, 9, 9, 9};

@@ -3,6 +3,7 @@
 #include "files/CXMemFile.h"
 #include "objects/ThreadException.h"
 #include "tests/support/ArchiveStream.h"
+#include "tests/support/FileFailure.h"
 #include "tests/support/PrintText.h"
 #include "tests/support/Testing.h"
 #include "tests/support/TextTools.h"
@@ -124,7 +125,7 @@ TEST(CXArchiveTest, TextIsStoredUntaggedOrAsUnits)
 
 TEST(CXArchiveTest, UntaggedTextIsInTheAnsiCodePage)
 {
-    const tev::test::AnsiCodePage western(1252);
+    const AnsiCodePage western(1252);
     CXTString<wchar_t> wide;
     *Stream(kWays[0], xArchiveLoad, {1, 0x80}) >> wide;
     CXTString<char> narrow;
@@ -197,18 +198,7 @@ TEST(CXArchiveTest, ExceptionsArePendingAndNameTheFile)
         CXMemFile file(bytes.data(), bytes.size(), false);
         file.SetFilePath(L"stored.bin");
         CXArchive archive(&file, mode);
-        try
-        {
-            call(archive);
-        }
-        catch (CXArchiveException* exception)
-        {
-            EXPECT_EQ(XTakeThreadException(), exception);
-            CXTString<wchar_t> name = exception->GetFileName();
-            exception->Delete();
-            return name;
-        }
-        return CXTString<wchar_t>(L"nothing thrown");
+        return Caught<CXArchiveException>([&] { call(archive); })->GetFileName();
     };
     const auto readObject = [](CXArchive& archive) { archive.ReadObject(nullptr); };
     char byte;

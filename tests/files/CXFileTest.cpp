@@ -8,12 +8,9 @@
 #include "tests/support/FileFailure.h"
 #include "tests/support/ForkedChild.h"
 #include "tests/support/OnThreads.h"
+#include "tests/support/System.h"
 #include "tests/support/TempFolder.h"
 #include "tests/support/Testing.h"
-
-#include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace
 {
@@ -301,7 +298,7 @@ public:
 
 private:
     const Pipe m_opened;
-    tev::test::ChildProcess m_process;
+    ChildProcess m_process;
 };
 
 TEST(CXFileSharing, FollowsTheRuleInOneProcessAndBetweenTwo)
@@ -356,7 +353,7 @@ TEST(CXFileSharing, LetsOneInWhenManyComeAtOnce)
     std::atomic<int> successes{0};
     std::atomic<bool> overlapped{false};
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-    tev::test::OnThreads(3, [&](int access) { // 0 read, 1 write, 2 both
+    OnThreads(3, [&](int access) { // 0 read, 1 write, 2 both
         for (int left = 100; left > 0 && std::chrono::steady_clock::now() < deadline;)
         {
             CXFile file(false);

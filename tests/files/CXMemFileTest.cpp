@@ -254,20 +254,16 @@ TEST(CXMemFile, ExposesItsBlock)
     EXPECT_EQ(file.GetPosition(), 10u);
     EXPECT_EQ(file.Contents(), "0123456789");
 
-    const struct
+    const std::tuple<Size, Size, const char*> cases[] = {
+        {0, 4, "0123"},       {8, 4, "89"}, {3, 0xFFFFFFFF, "3456789"},   {0, 0, ""},
+        {10, 0xFFFFFFFF, ""}, {14, 1, ""},  {2, 0x100000000, "23456789"}, {6, kLargest - 6, "6789"}};
+    for (const auto& [position, count, exposed] : cases)
     {
-        Size position;
-        Size count;
-        const char* exposed;
-    } cases[] = {{0, 4, "0123"},       {8, 4, "89"}, {3, 0xFFFFFFFF, "3456789"},   {0, 0, ""},
-                 {10, 0xFFFFFFFF, ""}, {14, 1, ""},  {2, 0x100000000, "23456789"}, {6, kLargest - 6, "6789"}};
-    for (const auto& c : cases)
-    {
-        SCOPED_TRACE(c.position);
-        file.Seek(static_cast<__int64>(c.position), CXFile::begin);
-        EXPECT_EQ(file.Expose(CXFile::bufferRead, c.count), std::strlen(c.exposed));
-        EXPECT_EQ(std::string(file.m_start, file.m_stop), c.exposed);
-        EXPECT_EQ(file.GetPosition(), c.position + std::strlen(c.exposed));
+        SCOPED_TRACE(position);
+        file.Seek(static_cast<__int64>(position), CXFile::begin);
+        EXPECT_EQ(file.Expose(CXFile::bufferRead, count), std::strlen(exposed));
+        EXPECT_EQ(std::string(file.m_start, file.m_stop), exposed);
+        EXPECT_EQ(file.GetPosition(), position + std::strlen(exposed));
     }
 
     file.SeekToEnd();

@@ -39,11 +39,7 @@ std::string LineAt(const std::string& bytes, std::size_t& position)
 
 TEST(CXStdioFile, NarrowLinesKeepTheirLineFeedAndLoseTheReturnBeforeIt)
 {
-    const struct
-    {
-        std::string bytes;
-        std::vector<std::string> lines;
-    } cases[] = {
+    const std::pair<std::string, std::vector<std::string>> cases[] = {
         {"", {}},
         {"a", {"a"}},
         {"\n", {"\n"}},
@@ -55,20 +51,16 @@ TEST(CXStdioFile, NarrowLinesKeepTheirLineFeedAndLoseTheReturnBeforeIt)
         {"\xFF\xFE\n\xC3", {"\xFF\xFE\n", "\xC3"}},
     };
     const TempFolder folder;
-    for (const auto& c : cases)
+    for (const auto& [bytes, lines] : cases)
     {
-        CXStdioFile file(folder.WriteFile("lines", c.bytes).c_str(), CXFile::modeRead);
-        EXPECT_EQ(ReadLines<char>(file), c.lines) << testing::PrintToString(c.bytes);
+        CXStdioFile file(folder.WriteFile("lines", bytes).c_str(), CXFile::modeRead);
+        EXPECT_EQ(ReadLines<char>(file), lines) << testing::PrintToString(bytes);
     }
 }
 
 TEST(CXStdioFile, WideLinesAreMadeOf16BitUnits)
 {
-    const struct
-    {
-        std::string bytes;
-        std::vector<std::wstring> lines;
-    } cases[] = {
+    const std::pair<std::string, std::vector<std::wstring>> cases[] = {
         {"a\0\r\0\n\0b\0"s, {L"a\n", L"b"}},
         // The bytes of LF and CR inside other characters, at even and odd places.
         {"\x0A\x0A\x0A\x4E\0\x0A\x0D\x0D\x0A\0\x0D\x0A"s, {L"\u0A0A\u4E0A\u0A00\u0D0D\n", L"\u0A0D"}},
@@ -78,10 +70,10 @@ TEST(CXStdioFile, WideLinesAreMadeOf16BitUnits)
         {"\n"s, {L"\uFFFD"}},
     };
     const TempFolder folder;
-    for (const auto& c : cases)
+    for (const auto& [bytes, lines] : cases)
     {
-        CXStdioFile file(folder.WriteFile("lines", c.bytes).c_str(), CXFile::modeRead);
-        EXPECT_EQ(ReadLines<wchar_t>(file), c.lines) << testing::PrintToString(c.bytes);
+        CXStdioFile file(folder.WriteFile("lines", bytes).c_str(), CXFile::modeRead);
+        EXPECT_EQ(ReadLines<wchar_t>(file), lines) << testing::PrintToString(bytes);
     }
 }
 
@@ -225,7 +217,7 @@ TEST(CXStdioFile, AFullDeviceIsReportedAndLosesNothing)
         full.WriteString("text");
         EXPECT_EQ(Thrown([&] { full.Flush(); }), fileDiskFull);
         EXPECT_EQ(Thrown([&] { full.Close(); }), fileDiskFull);
-        EXPECT_EQ(Thrown([&] { full.Close(); }), tev::test::kNothingThrown);
+        EXPECT_EQ(Thrown([&] { full.Close(); }), kNothingThrown);
         ASSERT_TRUE(full.Open(L"/dev/full", CXFile::modeWrite));
         full.WriteString("text");
         CXFileException error;
@@ -237,7 +229,7 @@ TEST(CXStdioFile, AFullDeviceIsReportedAndLosesNothing)
     CXStdioFile quiet(false);
     ASSERT_TRUE(quiet.Open(L"/dev/full", CXFile::modeWrite));
     quiet.WriteString("text");
-    EXPECT_EQ(Thrown([&] { quiet.Close(); }), tev::test::kNothingThrown);
+    EXPECT_EQ(Thrown([&] { quiet.Close(); }), kNothingThrown);
 
     FailingFileSystem disk;
     CXStdioFile file;
@@ -276,7 +268,7 @@ TEST(CXStdioFile, AFailureWhileReadingLeavesTheLineEmpty)
         });
         disk.FailAt(0, 0);
         EXPECT_TRUE(line.IsEmpty());
-        if (thrown == tev::test::kNothingThrown)
+        if (thrown == kNothingThrown)
         {
             EXPECT_EQ(read, "first\nsecond line");
             continue;

@@ -8,13 +8,9 @@
 #include "tests/support/FileFailure.h"
 #include "tests/support/ForkedChild.h"
 #include "tests/support/NoUnnamedFiles.h"
+#include "tests/support/System.h"
 #include "tests/support/TempFolder.h"
 #include "tests/support/Testing.h"
-
-#include <fcntl.h>
-#include <sys/file.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 namespace
 {

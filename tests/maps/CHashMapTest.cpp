@@ -11,6 +11,8 @@
 
 namespace
 {
+using namespace tev::test;
+
 constexpr unsigned kEnd = 0xFFFFFFFF;
 
 using NarrowMap = CHashMap<CXTString<char>, const CXTString<char>&, CXTString<char>>;
@@ -652,7 +654,7 @@ TEST(CHashMap, WithoutMemoryNewKeysAreRefusedAndNothingIsLost)
     const NarrowMap before = filled(10); // the next one makes the table grow
     for (const auto& operation : operations)
     {
-        const unsigned allocations = tev::test::FailEachAllocation([&](tev::test::FailingAllocations& failing) {
+        const unsigned allocations = FailEachAllocation([&](FailingAllocations& failing) {
             NarrowMap map = before;
             failing.Run([&] { operation(map); });
             for (const auto& key : KeysOf<NarrowMap, CXTString<char>>(before))
@@ -670,7 +672,7 @@ TEST(CHashMap, WithoutMemoryNewKeysAreRefusedAndNothingIsLost)
         map.Insert(key, key);
     for (const int key : {10, 11})
     {
-        tev::test::FailingAllocations failing(1);
+        FailingAllocations failing(1);
         failing.Run([&] { EXPECT_EQ(map.Insert(key, key), key == 10 ? 1 : 0); });
         EXPECT_TRUE(failing.HasFailed());
         EXPECT_EQ(map.GetHashTableSize(), 23U);

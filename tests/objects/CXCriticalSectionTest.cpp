@@ -4,6 +4,8 @@
 
 namespace
 {
+using namespace tev::test;
+
 // The compiler's analysis would reject what these tests do with a lock on purpose.
 bool Lock(CXCriticalSection& lock) X_NO_THREAD_SAFETY_ANALYSIS
 {
@@ -52,7 +54,7 @@ TEST(CXCriticalSectionThreads, OneThreadIsInsideAtATime)
 {
     CXCriticalSection lock;
     int plain = 0;
-    tev::test::OnThreads(4, [&](int) {
+    OnThreads(4, [&](int) {
         for (int i = 0; i < 5000; ++i)
         {
             const tev::LockGuard outer(lock);
@@ -77,7 +79,7 @@ TEST(CXCriticalSectionThreads, MayBeDestroyedByTheNextOwner)
     for (int round = 0; round < 300; ++round)
     {
         auto* const shared = new Shared;
-        tev::test::OnThreads(2, [shared](int) {
+        OnThreads(2, [shared](int) {
             shared->lock.Lock();
             const bool last = --shared->users == 0;
             shared->lock.Unlock();

@@ -49,30 +49,22 @@ using Text = CXTString<wchar_t>;
 
 /// What a call throws. It is the recorded exception, of the exact class, and its base has nothing to say.
 template <class Exception, class Throw>
-std::unique_ptr<Exception> Caught(Throw throwIt)
+std::unique_ptr<Exception> CaughtExactly(Throw throwIt)
 {
     SCOPED_TRACE(Exception::GetThisRuntimeClassDescriptor()->m_name);
-    try
-    {
-        throwIt();
-        throw std::runtime_error("nothing was thrown");
-    }
-    catch (Exception* exception)
-    {
-        EXPECT_EQ(XTakeThreadException(), exception);
-        EXPECT_EQ(exception->GetRuntimeClassDescriptor(), Exception::GetThisRuntimeClassDescriptor());
-        EXPECT_TRUE(exception->CXException::GetErrorMessage().IsEmpty());
-        EXPECT_FALSE(exception->ReportError(0));
-        return std::unique_ptr<Exception>(exception);
-    }
+    auto exception = Caught<Exception>(throwIt);
+    EXPECT_EQ(exception->GetRuntimeClassDescriptor(), Exception::GetThisRuntimeClassDescriptor());
+    EXPECT_TRUE(exception->CXException::GetErrorMessage().IsEmpty());
+    EXPECT_FALSE(exception->ReportError(0));
+    return exception;
 }
 
 template <class Exception>
 void ExpectMessageThrow()
 {
     static_assert(std::is_default_constructible_v<Exception> && std::is_constructible_v<Exception, const Text&>);
-    EXPECT_EQ(Caught<Exception>([] { Exception::Throw(); })->GetMessageText(), L"");
-    EXPECT_EQ(Caught<Exception>([] { Exception::Throw(L"why"); })->GetMessageText(), L"why");
+    EXPECT_EQ(CaughtExactly<Exception>([] { Exception::Throw(); })->GetMessageText(), L"");
+    EXPECT_EQ(CaughtExactly<Exception>([] { Exception::Throw(L"why"); })->GetMessageText(), L"why");
 }
 
 template <class... Exceptions>
@@ -87,20 +79,22 @@ TEST(CXException, EachClassThrowsWhatItWasGiven)
     ExpectMessageThrow<CXMemoryException>();
     ExpectMessageThrow<CXInvalidArgException>();
     ExpectMessageThrow<CXUserException>();
-    const auto file = Caught<CXFileException>([] { CXFileException::Throw(fileBadSeek, L"a.obj", L"message"); });
+    const auto file = CaughtExactly<CXFileException>([] { CXFileException::Throw(fileBadSeek, L"a.obj", L"message"); });
     EXPECT_EQ(file->GetCause(), 9u);
     EXPECT_EQ(file->GetFileName(), L"a.obj");
     EXPECT_EQ(file->GetMessageText(), L"message");
     const auto fromErrno =
-        Caught<CXFileException>([] { CXFileException::ThrowErrno(fileNone, ENOENT, L"c.obj", nullptr); });
+        CaughtExactly<CXFileException>([] { CXFileException::ThrowErrno(fileNone, ENOENT, L"c.obj", nullptr); });
     EXPECT_EQ(fromErrno->GetFileName(), L"c.obj");
     EXPECT_EQ(fromErrno->GetMessageText(), L"");
     EXPECT_EQ(fromErrno->GetErrorMessage(), L"");
     EXPECT_GE(fromErrno->GetCauseMessage().Find(fromErrno->GetFileName()), 0);
-    const auto archive = Caught<CXArchiveException>([] { CXArchiveException::Throw(archiveBadSchema, L"b.cus"); });
+    const auto archive =
+        CaughtExactly<CXArchiveException>([] { CXArchiveException::Throw(archiveBadSchema, L"b.cus"); });
     EXPECT_EQ(archive->GetCause(), 7u);
     EXPECT_EQ(archive->GetFileName(), L"b.cus");
-    const auto internet = Caught<CXInternetException>([] { CXInternetException::Throw(0x123456789ABCull, 12007); });
+    const auto internet =
+        CaughtExactly<CXInternetException>([] { CXInternetException::Throw(0x123456789ABCull, 12007); });
     EXPECT_EQ(internet->GetErrorCode(), 12007u);
     EXPECT_EQ(internet->GetContext(), 0x123456789ABCull);
 }
@@ -254,8 +248,8 @@ TEST(CXException, ThreadsThatRecordedOneExceptionDeleteItOnce)
 
 TEST(CXException, WorksInAChildOfAProcessThatThrows)
 {
-    if (tev::test::kIsSanitized)
-        GTEST_SKIP() << tev::test::kNoBusyFork;
+    if (kIsSanitized)
+        GTEST_SKIP() << kNoBusyFork;
     const auto throwAndSwallow = [] {
         try
         {
@@ -267,12 +261,12 @@ TEST(CXException, WorksInAChildOfAProcessThatThrows)
         }
         return XTakeThreadException() == nullptr;
     };
-    EXPECT_EQ(tev::test::ForkWhileBusy(throwAndSwallow, throwAndSwallow), 0);
+    EXPECT_EQ(ForkWhileBusy(throwAndSwallow, throwAndSwallow), 0);
 }
 
 TEST(CXException, ThreadsRecordAtTheSameTime)
 {
-    tev::test::OnThreads(8, [](int) {
+    OnThreads(8, [](int) {
         for (int i = 0; i < 500; ++i)
         {
             auto* exception = new CountedException;
@@ -286,12 +280,7 @@ TEST(CXException, ThreadsRecordAtTheSameTime)
 TEST(CXException, ExitDeletesWhatIsLeft)
 {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
-    const struct
-    {
-        const char* leftBy;
-        void (*leave)();
-        const char* said;
-    } cases[] = {
+    const std::tuple<const char*, void (*)(), const char*> cases[] = {
         {"the main thread", [] { XSetThreadException(new LoudException); }, "^deleted;$"},
         {"a thread that had all but ended", [] { RunOnThread(RecordAtTheVeryEnd<LoudException>); },
          "^deleted;deleted;deleted;$"},
@@ -341,8 +330,8 @@ TEST(CXException, ExitDeletesWhatIsLeft)
          },
          "^$"},
     };
-    for (const auto& c : cases)
-        EXPECT_EXIT((c.leave(), std::exit(0)), testing::ExitedWithCode(0), c.said) << c.leftBy;
+    for (const auto& [leftBy, leave, said] : cases)
+        EXPECT_EXIT((leave(), std::exit(0)), testing::ExitedWithCode(0), said) << leftBy;
 }
 
 TEST(CXFileException, ErrorNumbersHaveTheseCauses)

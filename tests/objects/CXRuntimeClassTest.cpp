@@ -270,13 +270,13 @@ TEST(CXRuntimeClass, ADeclarationWithoutMemoryLeavesTheOthers)
     const CXRuntimeClass* found = nullptr;
     for (const CXRuntimeClass& record : records)
     {
-        const unsigned allocations = tev::test::FailEachAllocation([&](tev::test::FailingAllocations& failing) {
+        const unsigned allocations = FailEachAllocation([&](FailingAllocations& failing) {
             const bool isDeclared = failing.Run([&] { CXRuntimeClass::DeclareRuntimeClass(&record); });
             EXPECT_EQ(CXRuntimeClass::FindRuntimeClass(name.c_str()), isDeclared ? &record : found);
             if (isDeclared)
                 CXRuntimeClass::UndeclareRuntimeClass(&record);
         });
-        EXPECT_TRUE(allocations > 0 || tev::test::kIsSanitized); // there only the library's own code is failed
+        EXPECT_TRUE(allocations > 0 || kIsSanitized); // there only the library's own code is failed
         CXRuntimeClass::DeclareRuntimeClass(&record);
         found = &record;
     }
@@ -287,13 +287,13 @@ TEST(CXRuntimeClass, ADeclarationWithoutMemoryLeavesTheOthers)
 TEST(CXRuntimeClass, IsFoundInAChildOfAProcessThatLooksForClasses)
 {
     const auto find = [] { return CXRuntimeClass::FindRuntimeClass("CXException") != nullptr; };
-    EXPECT_EQ(tev::test::ForkWhileBusy(find, find), 0);
+    EXPECT_EQ(ForkWhileBusy(find, find), 0);
 }
 
 TEST(CXRuntimeClass, ThreadsDeclareAtTheSameTime)
 {
     std::atomic<int> failures{0};
-    tev::test::OnThreads(4, [&failures](int) {
+    OnThreads(4, [&failures](int) {
         const CXRuntimeClass own = RecordNamed("OfAllThreads");
         for (int i = 0; i < 2000; ++i)
         {

@@ -39,6 +39,8 @@
 
 namespace
 {
+using namespace tev::test;
+
 using Kind = XFailureKind;
 using Text = CXTString<wchar_t>;
 
@@ -81,8 +83,8 @@ protected:
         }
     }
 
-    tev::test::TestRegistry m_registry;
-    const tev::test::TempFolder m_folder;
+    TestRegistry m_registry;
+    const TempFolder m_folder;
     const std::wstring m_missing = m_folder.WidePath("missing");
     const std::wstring m_text = m_folder.WriteFile("text", "no archive, no dump, no store");
     const Text m_missingText = m_missing.c_str();
@@ -460,7 +462,7 @@ TEST_F(LastFailure, IsLeftAloneByLookUpsAndSuccess)
     CRegUtil registry(CRegUtil::kReadWrite);
     ASSERT_TRUE(registry.SetPath(L"Some", true));
     CZip zip;
-    ASSERT_TRUE(zip.Open(m_folder.WriteFile("a.zip", tev::test::RawZip({})).c_str(), zipOpenReadOnly, false, nullptr));
+    ASSERT_TRUE(zip.Open(m_folder.WriteFile("a.zip", RawZip({})).c_str(), zipOpenReadOnly, false, nullptr));
     int number = 0;
     unsigned count = 0;
     unsigned long value = 0;
@@ -494,13 +496,13 @@ TEST_F(LastFailure, IsRecordedWithoutMemoryAndEachThreadsOwn)
     const auto fail = [&] { return file.Open(m_missing.c_str(), CXFile::modeRead); };
     EXPECT_FALSE(fail()); // the path's own memory is there from now on
     XClearLastFailure();
-    tev::test::FailingAllocations none(1, true);
+    FailingAllocations none(1, true);
     none.Run([&] { tev::NoteNoMemory("without memory", m_missing.c_str()); });
     EXPECT_FALSE(none.HasFailed());
     EXPECT_EQ(std::wstring(XLastFailure().GetPath()), m_missing);
 
     std::atomic<int> wrong{0};
-    tev::test::OnThreads(8, [&](int thread) {
+    OnThreads(8, [&](int thread) {
         wrong += XLastFailure() ? 1 : 0;
         const std::wstring own = L"thread " + std::to_wstring(thread);
         for (int i = 0; i < 500; ++i)
@@ -511,7 +513,7 @@ TEST_F(LastFailure, IsRecordedWithoutMemoryAndEachThreadsOwn)
     });
     EXPECT_EQ(wrong, 0);
     EXPECT_STREQ(XLastFailure().GetOperation(), "without memory");
-    EXPECT_EQ(tev::test::ResultInChild([&] {
+    EXPECT_EQ(ResultInChild([&] {
                   const bool isInherited = XLastFailure().GetPath() == m_missing;
                   return isInherited && !fail() && XLastFailure().GetSystemError() == 2 ? 0 : 1;
               }),
@@ -554,12 +556,7 @@ TEST(ExceptionText, SaysAllThatIsKnown)
     const CXMemoryException memory;
     const CXUserException user(L"At the second file.");
     const CMeshException mesh(L"no vertex");
-    const struct
-    {
-        const CXException* exception;
-        const wchar_t* english;
-        const wchar_t* french;
-    } cases[] = {
+    const std::tuple<const CXException*, const wchar_t*, const wchar_t*> cases[] = {
         {nullptr, L"", L""},
         {&file, L"Cannot find a.obj.", L"Impossible de trouver a.obj."},
         {&opened, L"Cannot access d.obj: permission was denied. (system error 5)",
@@ -581,10 +578,10 @@ TEST(ExceptionText, SaysAllThatIsKnown)
         {&user, L"The operation was cancelled. At the second file.", L"L'opération a été annulée. At the second file."},
         {&mesh, L"The operation failed. no vertex", L"L'opération a échoué. no vertex"},
     };
-    for (const auto& c : cases)
+    for (const auto& [exception, english, french] : cases)
     {
-        EXPECT_EQ(XGetExceptionText(c.exception, XLanguage::English), c.english);
-        EXPECT_EQ(XGetExceptionText(c.exception, XLanguage::French), c.french);
+        EXPECT_EQ(XGetExceptionText(exception, XLanguage::English), english);
+        EXPECT_EQ(XGetExceptionText(exception, XLanguage::French), french);
     }
 }
 

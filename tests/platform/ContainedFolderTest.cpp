@@ -3,18 +3,14 @@
 #include "tests/support/ForkedChild.h"
 #include "tests/support/NoUnnamedFiles.h"
 #include "tests/support/Sanitized.h"
+#include "tests/support/System.h"
 #include "tests/support/TempFolder.h"
 #include "tests/support/Testing.h"
 
 #include <cctype>
 
-#include <fcntl.h>
-#include <sys/resource.h>
-#include <sys/stat.h>
 #include <sys/statfs.h>
 #include <sys/statvfs.h>
-#include <sys/syscall.h>
-#include <unistd.h>
 
 namespace
 {
@@ -196,23 +192,23 @@ TEST_P(ContainedFolders, AnotherExtractionRemovesNoCompleteFile)
         return m_temp.ReadFile("new/in/file") == "new" && NamesBeneath(m_temp.Path("new/in")).size() == 1 ? 0 : 1;
     };
     EXPECT_EQ(replace(), 0);
-    if (!tev::test::CanForbidUnnamedFiles())
+    if (!CanForbidUnnamedFiles())
         return;
-    EXPECT_EQ(tev::test::ResultInChild([&] { return tev::test::ForbidUnnamedFiles() ? replace() : 1; }), 0);
+    EXPECT_EQ(ResultInChild([&] { return ForbidUnnamedFiles() ? replace() : 1; }), 0);
 
     // A temporary file that another process holds is about to be removed by it.
     const auto createWithoutLock = [this] {
-        if (!tev::test::ForbidUnnamedFiles() || !tev::test::ForbidCall(SYS_flock, EWOULDBLOCK))
+        if (!ForbidUnnamedFiles() || !ForbidCall(SYS_flock, EWOULDBLOCK))
             return 1;
         const bool isRefused = m_folder->CreateFile("another") == nullptr && errno == EEXIST;
         return isRefused && NamesBeneath(m_temp.Path("new/in")).size() == 1 ? 0 : 2;
     };
-    EXPECT_EQ(tev::test::ResultInChild(createWithoutLock), 0);
+    EXPECT_EQ(ResultInChild(createWithoutLock), 0);
 }
 
 TEST_P(ContainedFolders, RemovesWithTheDescriptorsThatItHolds)
 {
-    if (tev::test::kIsSanitized)
+    if (kIsSanitized)
         GTEST_SKIP() << "the sanitizer looks at types of objects through a pipe";
     const auto remove = [this](const char* name) {
         FileIdentity identities[2];
@@ -236,7 +232,7 @@ TEST_P(ContainedFolders, RemovesWithTheDescriptorsThatItHolds)
             return 3; // another thread could have taken what was set aside
         return m_folder->Remove(name, identities[1]) && m_folder->RemoveContents() ? 0 : 4;
     };
-    EXPECT_EQ(tev::test::ResultInChild([&] { return remove("a/b/c"); }), 0);
+    EXPECT_EQ(ResultInChild([&] { return remove("a/b/c"); }), 0);
 }
 
 TEST_P(ContainedFolders, OthersGetNoMoreThanTheyHad)
@@ -252,7 +248,7 @@ TEST_P(ContainedFolders, OthersGetNoMoreThanTheyHad)
             return 1;
         return WriteFile("file");
     };
-    EXPECT_EQ(tev::test::ResultInChild(replace), 0);
+    EXPECT_EQ(ResultInChild(replace), 0);
     struct stat status;
     ASSERT_EQ(stat(m_temp.Path("new/in/file").c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 07777, 0666u) << "the group is another one";
@@ -262,11 +258,7 @@ TEST_P(ContainedFolders, OthersGetNoMoreThanTheyHad)
 TEST_P(ContainedFolders, AsksTheDisk)
 {
     constexpr std::uint64_t kMiB = 1 << 20;
-    const struct
-    {
-        std::uint64_t m_blockSize, m_blocks, m_free, m_bytes;
-        bool m_fits;
-    } disks[] = {
+    const std::tuple<std::uint64_t, std::uint64_t, std::uint64_t, std::uint64_t, bool> disks[] = {
         {4096, 1000, 64, 63 * 4096, true},
         {4096, 1000, 64, 63 * 4096 + 1, false}, // less a 64th
         {kMiB, 1u << 20, 100'000, 99'936 * kMiB, true},
@@ -278,15 +270,15 @@ TEST_P(ContainedFolders, AsksTheDisk)
         {1u << 20, ~0ull, 1ull << 44, 1ull << 60, true},
         {1u << 20, ~0ull, (1ull << 44) + 1, kMiB, true},
     };
-    for (const auto& disk : disks)
+    for (const auto& [blockSize, blocks, free, bytes, fits] : disks)
     {
         g_disk.emplace();
-        g_disk->f_frsize = disk.m_blockSize;
-        g_disk->f_blocks = disk.m_blocks;
-        g_disk->f_bavail = disk.m_free;
+        g_disk->f_frsize = blockSize;
+        g_disk->f_blocks = blocks;
+        g_disk->f_bavail = free;
         errno = 0;
-        EXPECT_EQ(m_folder->HasSpaceFor(disk.m_bytes), disk.m_fits) << disk.m_free << " " << disk.m_bytes;
-        EXPECT_EQ(errno, disk.m_fits ? 0 : ENOSPC);
+        EXPECT_EQ(m_folder->HasSpaceFor(bytes), fits) << free << " " << bytes;
+        EXPECT_EQ(errno, fits ? 0 : ENOSPC);
     }
     g_disk->f_bsize = 1; // the call fails
     g_disk->f_bavail = 0;

@@ -42,13 +42,13 @@ std::string DumpAndAsk(const std::string& helper)
     std::vector<std::thread> threads;
     for (int i = 0; i < 2; ++i)
         threads.emplace_back(WaitAsNamedFunction);
-    EXPECT_TRUE(tev::test::Eventually([] { return g_waiting == 2; }));
+    EXPECT_TRUE(Eventually([] { return g_waiting == 2; }));
     EXPECT_TRUE(DumpAsNamedFunction(path.c_str()));
     for (std::thread& thread : threads)
         thread.join();
     EndDumps();
     EXPECT_LT(std::filesystem::file_size(path), 6u << 20);
-    return tev::test::AskDebugger(path, "-o 'bt all' -o 'image list'");
+    return AskDebugger(path, "-o 'bt all' -o 'image list'");
 }
 
 void ExpectThreadsAndNames(const std::string& answer)

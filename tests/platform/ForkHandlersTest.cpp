@@ -3,13 +3,13 @@
 #include "platform/CodePages.h"
 #include "platform/SystemErrors.h"
 #include "tests/support/BusyFork.h"
+#include "tests/support/System.h"
 #include "tests/support/Testing.h"
-
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace
 {
+using namespace tev::test;
+
 using tev::platform::ForkHandler;
 using tev::platform::ForkRank;
 
@@ -41,13 +41,9 @@ TEST(ForkHandlers, AreCalledByRankBeforeAForkAndBackwardsAfterIt)
 
 TEST(ForkHandlers, TheSystemsConversionsWorkInAChildOfABusyProcess)
 {
-    if (tev::test::kIsSanitized)
-        GTEST_SKIP() << tev::test::kNoBusyFork;
-    const struct
-    {
-        const char* name;
-        bool (*convert)();
-    } cases[] = {
+    if (kIsSanitized)
+        GTEST_SKIP() << kNoBusyFork;
+    const std::pair<const char*, bool (*)()> cases[] = {
         {"code pages",
          [] {
              // More than a thread keeps open.
@@ -74,7 +70,7 @@ TEST(ForkHandlers, TheSystemsConversionsWorkInAChildOfABusyProcess)
          }},
         {"texts of errors", [] { return !tev::platform::SystemErrorText(2).empty(); }},
     };
-    for (const auto& c : cases)
-        EXPECT_EQ(tev::test::ForkWhileBusy(c.convert, c.convert), 0) << c.name;
+    for (const auto& [name, convert] : cases)
+        EXPECT_EQ(ForkWhileBusy(convert, convert), 0) << name;
 }
 } // namespace

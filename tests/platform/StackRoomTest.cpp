@@ -6,6 +6,8 @@
 
 namespace
 {
+using namespace tev::test;
+
 /// How many frames of a KiB there is room for, at most `most`.
 int Depth(int most)
 {
@@ -16,7 +18,7 @@ int Depth(int most)
 
 TEST(StackRoom, EndsBeforeTheStackAlsoWhereItsSizeCannotBeFound)
 {
-    if (tev::test::kIsSanitized)
+    if (kIsSanitized)
         GTEST_SKIP() << "a sanitizer keeps frames elsewhere and allocates by itself";
     constexpr int kMost = 20000; // twice what the usual stack has room for
     int known = 0;
@@ -24,7 +26,7 @@ TEST(StackRoom, EndsBeforeTheStackAlsoWhereItsSizeCannotBeFound)
     int again = 0;
     std::thread([&known] { known = Depth(kMost); }).join();
     std::thread([&] {
-        tev::test::FailingAllocations failing(1, true);
+        FailingAllocations failing(1, true);
         failing.Run([&unknown] { unknown = Depth(kMost); });
         again = Depth(kMost);
     }).join();

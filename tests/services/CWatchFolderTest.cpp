@@ -3,14 +3,9 @@
 #include "platform/PathNames.h"
 #include "tests/support/Eventually.h"
 #include "tests/support/ForkedChild.h"
+#include "tests/support/System.h"
 #include "tests/support/TempFolder.h"
 #include "tests/support/Testing.h"
-
-#include <fcntl.h>
-#include <sched.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace
 {
@@ -115,11 +110,7 @@ TEST_F(CWatchFolderTest, ReportsChangesOfFiles)
 
 TEST_F(CWatchFolderTest, TheFilterSelectsChanges)
 {
-    const struct
-    {
-        unsigned m_filter;
-        const char* m_changes;
-    } cases[] = {
+    const std::pair<unsigned, const char*> cases[] = {
         {CWatchFolder::kFileNames, "+a -b >c >d"},
         {CWatchFolder::kFolderNames, "+f"},
         {CWatchFolder::kCreation, "+a +f"},
@@ -198,12 +189,7 @@ TEST_F(CWatchFolderTest, RenamesInOnePollLoseNothing)
         ASSERT_EQ(renameat2(AT_FDCWD, m_folder.Path(a).c_str(), AT_FDCWD, m_folder.Path(b).c_str(), RENAME_EXCHANGE),
                   0);
     };
-    const struct
-    {
-        std::function<void()> m_change;
-        const char* m_map;
-        const char* m_list;
-    } cases[] = {
+    const std::tuple<std::function<void()>, const char*, const char*> cases[] = {
         {[&] {
              m_folder.WriteFile("w/new/x/f", "");
              Rename("w/new", "w/made");

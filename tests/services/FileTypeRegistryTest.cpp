@@ -13,6 +13,8 @@
 
 namespace
 {
+using namespace tev::test;
+
 using Text = CXTString<wchar_t>;
 using TextArray = CXArray<Text, const Text&>;
 
@@ -61,8 +63,8 @@ TEST(FileTypeRegistry, KnowsItsTypesFromTheFirstCallOnFromAnyThread)
     for (int result = kCompleted; result == kCompleted;)
     {
         which += 7; // not each of several hundred
-        result = tev::test::ResultInChild([which] {
-            tev::test::FailingAllocations failing(which);
+        result = ResultInChild([which] {
+            FailingAllocations failing(which);
             failing.Run([] { fileGetClass(L"a.gz"); });
             unsigned count = 0;
             fileFreeRegisteredFiles(fileGetRegisteredFiles(count, 0), count);
@@ -72,17 +74,13 @@ TEST(FileTypeRegistry, KnowsItsTypesFromTheFirstCallOnFromAnyThread)
     }
     EXPECT_TRUE(which > 30 || !isFirstUse);
     std::atomic<int> right{0};
-    tev::test::OnThreads(4, [&right](int) { right += fileGetClass(L"a.gz") == Code("GZ  ") ? 1 : 0; });
+    OnThreads(4, [&right](int) { right += fileGetClass(L"a.gz") == Code("GZ  ") ? 1 : 0; });
     EXPECT_EQ(right, 4);
 }
 
 TEST(FileTypeRegistry, ExtensionsOfPathsAndUrls)
 {
-    const struct
-    {
-        const wchar_t* m_path;
-        const wchar_t* m_extension;
-    } cases[] = {
+    const std::pair<const wchar_t*, const wchar_t*> cases[] = {
         {L"", L""},
         {L"name", L""},
         {L"a.b.c", L".c"},
@@ -119,11 +117,7 @@ TEST(FileTypeRegistry, TheBuiltInTypesAreFoundByNameAndByClass)
     EXPECT_EQ(depth.GetKindOf(), 0x10000U);
     EXPECT_EQ(TypeOf(Code("MOV ")).GetDescription(), L"Flash video files");
 
-    const struct
-    {
-        const wchar_t* m_name;
-        unsigned m_properties, m_loader, m_saver;
-    } cases[] = {
+    const std::tuple<const wchar_t*, unsigned, unsigned, unsigned> cases[] = {
         {L"a.tev", 0x1000B, Code("FERN"), Code("FERN")},  {L"a.bmp", 0x10011, Code("FERN"), Code("UNKN")},
         {L"a.mov", 0x100004, Code("FERN"), Code("UNKN")}, {L"a.max", 0x41013, Code("FERN"), Code("FERN")},
         {L"a.rar", 0x400000, Code("UNKN"), Code("UNKN")}, {L"a", 0, 0, 0},
@@ -147,10 +141,7 @@ TEST(FileTypeRegistry, TheBuiltInTypesAreFoundByNameAndByClass)
 TEST(FileTypeRegistry, RegisteredFilesAreFilteredAndSorted)
 {
     const Registered scene(CFileExt(L"aaa scenes", L".aaa", Code("aaa "), 0x40002));
-    const struct
-    {
-        unsigned m_filter, m_count;
-    } cases[] = {
+    const std::pair<unsigned, unsigned> cases[] = {
         // Counted in the table of built-in types, of which two share a class; "aaa scenes" is one more.
         {0, 31},   {0x10000, 11}, {0x40000, 5}, {0x50000, 16}, {0x40001, 4},  {0x40002, 5},
         {0x1, 26}, {0x2, 8},      {0x3, 7},     {0x400002, 1}, {0x800000, 0},
@@ -230,7 +221,7 @@ TEST(FileTypeRegistry, WithoutMemoryATypeIsRegisteredAsAWholeOrNotAtAll)
 {
     const Registered first(CFileExt(L"First", L".one", Code("frst"), 0x10020));
     unsigned failures = 0;
-    tev::test::FailEachAllocation([&](tev::test::FailingAllocations& failing) {
+    FailEachAllocation([&](FailingAllocations& failing) {
         CFileExt type(L"Type", L".one|.two|.three", Code("type"), 0x10801);
         const bool isDone = failing.Run([&] { fileRegisterFile(type); });
         failures += isDone ? 0 : 1;
@@ -286,11 +277,7 @@ TEST(FileTypeRegistry, ExtensionsOfAClassAndOfAKind)
 TEST(FileTypeRegistry, ExtensionsAreComparedAlikeInEveryLocale)
 {
     const Registered other(CFileExt(L"Other", L".INI|.\u00C4x", Code("othr"), 0x10000));
-    const struct
-    {
-        const wchar_t* m_name;
-        unsigned m_class;
-    } cases[] = {
+    const std::pair<const wchar_t*, unsigned> cases[] = {
         {L"MODEL.ZIP", Code("ZIP ")}, {L"A.MIDI", Code("MIDI")}, {L"a.dib", Code("BMP ")},
         {L"A.DIB", Code("BMP ")},     {L"A.ini", Code("othr")},  {L"A.\u00E4X", Code("othr")},
     };
@@ -303,7 +290,7 @@ TEST(FileTypeRegistry, ExtensionsAreComparedAlikeInEveryLocale)
     };
     expectAll();
     // In Turkish the C library's small letter of I is another one than i.
-    const tev::test::MadeLocale turkish("tr_TR");
+    const MadeLocale turkish("tr_TR");
     if (!turkish.IsSet())
         GTEST_SKIP() << "this machine cannot make a Turkish locale";
     expectAll();

@@ -9,12 +9,7 @@ using Text = CXTString<wchar_t>;
 
 TEST(FileWildcards, ListsBecomePatterns)
 {
-    const struct
-    {
-        const wchar_t* m_list;
-        bool m_singleWords;
-        const wchar_t* m_patterns;
-    } cases[] = {
+    const std::tuple<const wchar_t*, bool, const wchar_t*> cases[] = {
         {L"", false, L""},
         {L" ,;; \t", false, L""},
         {L"BMP; .Tif,\"my file.x\"", false, L"*bmp* *.tif* my file.x"},
@@ -58,13 +53,7 @@ TEST(FileWildcards, ASetGathersPatterns)
 
 TEST(FileWildcards, CaseCountsFromTheFirstStarOn)
 {
-    const struct
-    {
-        const wchar_t* m_name;
-        const wchar_t* m_pattern;
-        bool m_withCase;
-        bool m_withoutCase;
-    } cases[] = {
+    const std::tuple<const wchar_t*, const wchar_t*, bool, bool> cases[] = {
         {L"", L"", true, true},
         {L"", L"**", true, true},
         {L"", L"?", false, false},

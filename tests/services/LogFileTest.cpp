@@ -9,9 +9,11 @@
 #include "services/StartUp.h"
 #include "tests/support/Eventually.h"
 #include "tests/support/FailingFileSystem.h"
+#include "tests/support/FileFailure.h"
 #include "tests/support/ForkedChild.h"
 #include "tests/support/OnThreads.h"
 #include "tests/support/PrintText.h"
+#include "tests/support/System.h"
 #include "tests/support/TempFolder.h"
 #include "tests/support/Testing.h"
 #include "text/CXTString.h"
@@ -20,11 +22,6 @@
 #include "threads/MainThread.h"
 #include "threads/ParallelFor.h"
 #include "threads/WorkerCount.h"
-
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace
 {
@@ -294,7 +291,7 @@ TEST_F(LogFileThread, AShutdownThatTakesLongIsLogged)
     {
         bool Run() override
         {
-            XParallelFor(1, [this](unsigned) { tev::test::Eventually([this] { return m_mayEnd.load(); }); });
+            XParallelFor(1, [this](unsigned) { Eventually([this] { return m_mayEnd.load(); }); });
             return true;
         }
         std::atomic<bool> m_mayEnd{false};
@@ -312,13 +309,13 @@ TEST_F(LogFileThread, AShutdownThatTakesLongIsLogged)
         Worker worker;
         CXThread::BeginThread(&worker, xThreadPriorityNormal, CXThread::kBeginWithoutAutoDelete, 0);
         const std::string id = std::to_string(worker.GetThreadID());
-        EXPECT_TRUE(tev::test::Eventually([] {
+        EXPECT_TRUE(Eventually([] {
             CXArray<CXWorkerState> workers;
             return CCustomThread::GetWorkers(workers) == 1 && workers[0].m_operation != nullptr;
         }));
         logOf(id + " is in a parallel loop");
         worker.m_mayEnd = true;
-        EXPECT_TRUE(worker.WaitForEnd(tev::test::kLongTimeMs));
+        EXPECT_TRUE(worker.WaitForEnd(kLongTimeMs));
         logOf(id + " is ended, but its object is not deleted");
     }
     {
@@ -332,19 +329,10 @@ TEST_F(LogFileThread, AShutdownThatTakesLongIsLogged)
 
 TEST_F(LogFile, AFullDiskIsReportedAndTheLogGoesOn)
 {
-    tev::test::FailingFileSystem fileSystem;
+    FailingFileSystem fileSystem;
     ASSERT_TRUE(Open("a.log"));
     fileSystem.LimitSpace(3);
-    try
-    {
-        WriteToLogFile(L"late\n");
-        ADD_FAILURE();
-    }
-    catch (CXFileException* exception)
-    {
-        EXPECT_EQ(exception->GetCause(), fileDiskFull);
-        exception->Delete();
-    }
+    EXPECT_EQ(Thrown([] { WriteToLogFile(L"late\n"); }), fileDiskFull);
     fileSystem.LimitSpace(1 << 20);
     WriteToLogFile(L"after\n");
     EXPECT_EQ(Messages("a.log"), "late\nafter\n");
@@ -381,7 +369,7 @@ TEST_F(LogFile, WhereTheEndCannotBeFoundNothingIsWritten)
     ASSERT_TRUE(Open("a.log", xLogCreate, xLogMute));
     SetLogLevel(0xFF);
     EXPECT_TRUE(write(L"one\n"));
-    tev::test::FailingFileSystem fileSystem;
+    FailingFileSystem fileSystem;
     fileSystem.FailEach("seek", EIO);
     EXPECT_FALSE(write(L"two\n"));
     CloseLogFile();
@@ -402,14 +390,14 @@ TEST_F(LogFile, TheIndentationOfAThreadThatForksGoesOnInTheChild)
     std::thread([] {
         LogFileAddTab(true);
         LogFileAddTab(true);
-        EXPECT_EQ(tev::test::ResultInChild([] {
+        EXPECT_EQ(ResultInChild([] {
                       WriteToLogFile(L"child of a worker\n"); // which is the main thread there
                       return static_cast<int>(LogFileAddTab(false));
                   }),
                   1);
         WriteToLogFile(L"worker\n");
     }).join();
-    EXPECT_EQ(tev::test::ResultInChild([] {
+    EXPECT_EQ(ResultInChild([] {
                   WriteToLogFile(L"child\n");
                   LogFileAddTab(true);
                   LogFileAddTab(true);
@@ -513,7 +501,7 @@ TEST_F(LogFileThread, MessagesOfManyThreadsNeverMix)
     ASSERT_TRUE(Open("a.log", xLogCreate, 0x20));
     constexpr int kThreads = 4;
     constexpr int kMessages = 200;
-    tev::test::OnThreads(kThreads, [](int thread) {
+    OnThreads(kThreads, [](int thread) {
         for (int message = 0; message < kMessages; ++message)
         {
             LogFileAddTab(true);

@@ -4,18 +4,17 @@
 #include "objects/CXFileException.h"
 #include "services/ApplicationName.h"
 #include "tests/support/EnvironmentVariable.h"
+#include "tests/support/FileFailure.h"
 #include "tests/support/PrintText.h"
+#include "tests/support/System.h"
 #include "tests/support/TempFolder.h"
 #include "tests/support/Testing.h"
-
-#include <sys/stat.h>
-#include <unistd.h>
 
 namespace
 {
 using namespace tev::test;
 using Text = CXTString<wchar_t>;
-using Variable = tev::test::EnvironmentVariable;
+using Variable = EnvironmentVariable;
 
 TEST(CPathString, TakesPathsApart)
 {
@@ -86,17 +85,7 @@ TEST(Paths, ApplicationDataHasItsOwnFolder)
     EXPECT_EQ(GetUserApplicationDataPath(), folder.WidePath(".local/share/tevtools_tests").c_str());
     EXPECT_TRUE(folder.Exists(".local/share/tevtools_tests"));
     for (const wchar_t* name : {L"a/b", L"\\", L".", L".."})
-    {
-        try
-        {
-            XSetApplicationName(name);
-            ADD_FAILURE() << Text(name);
-        }
-        catch (CXInvalidArgException* exception)
-        {
-            exception->Delete();
-        }
-    }
+        EXPECT_EQ(Thrown([name] { XSetApplicationName(name); }), kInvalidArgument) << Text(name);
     XSetApplicationName(L"Modeller \u00E9");
     {
         const Variable data("XDG_DATA_HOME", folder.Path("xdg").c_str());
@@ -112,16 +101,7 @@ TEST(Paths, ApplicationDataHasItsOwnFolder)
 
     folder.WriteFile("file", "");
     const Variable blocked("TEVTOOLS_USER_DATA", folder.Path("file/x").c_str());
-    try
-    {
-        GetUserApplicationDataPath();
-        ADD_FAILURE();
-    }
-    catch (CXFileException* exception)
-    {
-        EXPECT_EQ(exception->GetFileName(), folder.WidePath("file/x").c_str());
-        exception->Delete();
-    }
+    EXPECT_EQ(Caught(GetUserApplicationDataPath)->GetFileName(), folder.WidePath("file/x").c_str());
 }
 
 TEST(Paths, TemporaryFoldersAreNewAndPrivate)
@@ -136,15 +116,7 @@ TEST(Paths, TemporaryFoldersAreNewAndPrivate)
     struct stat status;
     ASSERT_EQ(stat(CXTString<char>(first), &status), 0);
     EXPECT_EQ(status.st_mode & 0777, 0700U);
-    try
-    {
-        static_cast<void>(fileCreateTemporaryFolder(L"../x"));
-        ADD_FAILURE();
-    }
-    catch (CXFileException* exception)
-    {
-        exception->Delete();
-    }
+    EXPECT_NO_THROW(Caught([] { static_cast<void>(fileCreateTemporaryFolder(L"../x")); }));
 }
 
 TEST(Paths, NumbersStandBeforeTheExtension)
@@ -176,11 +148,8 @@ TEST(Paths, FilesAreTheSameByIdentity)
     EXPECT_TRUE(fileIsSameDirectory(folder.WidePath("d/").c_str(), folder.WidePath("e").c_str()));
     EXPECT_FALSE(fileIsSameDirectory(file, file));
 
-    const struct
-    {
-        const char* m_name;
-        bool m_exists, m_isFile, m_isFolder;
-    } cases[] = {{"d/file", true, true, false}, {"e", true, false, true}, {"dangling", false, false, false}};
+    const std::tuple<const char*, bool, bool, bool> cases[] = {
+        {"d/file", true, true, false}, {"e", true, false, true}, {"dangling", false, false, false}};
     for (const auto& [name, exists, isFile, isFolder] : cases)
     {
         const Text path = folder.WidePath(name).c_str();

@@ -389,11 +389,7 @@ TEST_F(RegUtil, ABufferThatIsTooSmallGetsTheNameAtTheNextTry)
 TEST_F(RegUtil, EachRightIsAskedFor)
 {
     ASSERT_TRUE(Made()->WriteKeyInt(L"v", 1));
-    const struct
-    {
-        unsigned long m_access;
-        bool m_reads, m_writes, m_enumerates;
-    } cases[] = {
+    const std::tuple<unsigned long, bool, bool, bool> cases[] = {
         {0x1, true, false, false},
         {0x2, false, true, false},
         {0x8, false, false, false},
@@ -405,19 +401,19 @@ TEST_F(RegUtil, EachRightIsAskedFor)
         {0x10000000, true, true, true},
         {0x40000000, false, true, false},
     };
-    for (const auto& row : cases)
+    for (const auto& [access, reads, writes, enumerates] : cases)
     {
-        SCOPED_TRACE(row.m_access);
-        const auto registry = Made(kBase, row.m_access);
+        SCOPED_TRACE(access);
+        const auto registry = Made(kBase, access);
         wchar_t name[16];
         unsigned long number = 0;
-        EXPECT_EQ(registry->GetKeyInt(L"v", number), row.m_reads);
-        EXPECT_EQ(registry->GetLastError(), row.m_reads ? 0 : 5);
-        EXPECT_EQ(registry->WriteKeyInt(L"v", 1), row.m_writes);
-        EXPECT_EQ(registry->GetLastError(), row.m_writes ? 0 : 5);
+        EXPECT_EQ(registry->GetKeyInt(L"v", number), reads);
+        EXPECT_EQ(registry->GetLastError(), reads ? 0 : 5);
+        EXPECT_EQ(registry->WriteKeyInt(L"v", 1), writes);
+        EXPECT_EQ(registry->GetLastError(), writes ? 0 : 5);
         EXPECT_EQ(registry->StartSubKeyEnum() &&
                       (registry->GetNextSubKeyName(name, 16), registry->GetLastError() == 259),
-                  row.m_enumerates);
+                  enumerates);
         registry->EndSubKeyEnum();
     }
 }

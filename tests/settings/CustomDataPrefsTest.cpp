@@ -5,10 +5,8 @@
 #include "tests/support/ForkedChild.h"
 #include "tests/support/OnThreads.h"
 #include "tests/support/PreferenceFiles.h"
+#include "tests/support/System.h"
 #include "tests/support/Testing.h"
-
-#include <sys/stat.h>
-#include <unistd.h>
 
 namespace
 {

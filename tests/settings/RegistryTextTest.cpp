@@ -88,12 +88,7 @@ TEST_F(RegistryText, TheOlderFormHasItsTextsInTheAnsiCodePage)
 
 TEST_F(RegistryText, ListsOfBytesMayBeInterruptedAndTextsMayLackTheirEnd)
 {
-    const struct
-    {
-        const wchar_t* m_data;
-        unsigned long m_type;
-        BinaryData m_bytes;
-    } cases[] = {
+    const std::tuple<const wchar_t*, unsigned long, BinaryData> cases[] = {
         {L"hex:1,\\\r\n\r\n ; a remark\r\n\t\r\n 2", 3, {1, 2}},
         {L"hex:1,\\ ; remark\n;\\\n2", 3, {1, 2}},
         {L"hex:1,\\;\r\n2;end", 3, {1, 2}},
@@ -110,11 +105,11 @@ TEST_F(RegistryText, ListsOfBytesMayBeInterruptedAndTextsMayLackTheirEnd)
         {L"hex(7):", 7, {}},
         {L"hex(1):61,00", 1, {'a', 0}},
     };
-    for (const auto& row : cases)
+    for (const auto& [data, type, bytes] : cases)
     {
-        SCOPED_TRACE(testing::PrintToString(std::wstring(row.m_data)));
-        EXPECT_EQ(Import(kHeader + L"[HKEY_CURRENT_USER\\k]\n\"v\"=" + row.m_data).m_fault, XRegistryFault::None);
-        EXPECT_TRUE(Has(L"v", row.m_type, row.m_bytes));
+        SCOPED_TRACE(testing::PrintToString(std::wstring(data)));
+        EXPECT_EQ(Import(kHeader + L"[HKEY_CURRENT_USER\\k]\n\"v\"=" + data).m_fault, XRegistryFault::None);
+        EXPECT_TRUE(Has(L"v", type, bytes));
     }
     EXPECT_EQ(Import(L"REGEDIT4\n[HKEY_CURRENT_USER\\k]\n\"v\"=hex(2):61").m_fault, XRegistryFault::None);
     EXPECT_TRUE(Has(L"v", 2, {'a', 0, 0, 0}));

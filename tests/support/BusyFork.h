@@ -1,10 +1,8 @@
 #pragma once
 
 #include "tests/support/Sanitized.h"
+#include "tests/support/System.h"
 #include "tests/support/Testing.h"
-
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace tev::test
 {

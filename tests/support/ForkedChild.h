@@ -1,10 +1,7 @@
 #pragma once
 
+#include "tests/support/System.h"
 #include "tests/support/Testing.h"
-
-#include <signal.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace tev::test
 {

@@ -1,13 +1,11 @@
 #pragma once
 
 #include "tests/support/ForkedChild.h"
+#include "tests/support/System.h"
 #include "tests/support/Testing.h"
 
-#include <fcntl.h>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
-#include <sys/prctl.h>
-#include <sys/syscall.h>
 
 namespace tev::test
 {

@@ -108,7 +108,7 @@ TEST(FormatOracleTest, DecimalsAreRoundedToEvenWhereTheNumberLiesHalfway)
 
 TEST(FormatOracleTest, SeparatorsAndDecimalPointsAreThoseOfTheLocale)
 {
-    const tev::test::MadeLocale french("fr_FR"); // separators of three bytes, and a decimal comma
+    const MadeLocale french("fr_FR"); // separators of three bytes, and a decimal comma
     if (!french.IsSet())
         GTEST_SKIP() << "this system cannot make a locale";
     const auto check = [](const char* format, auto value) {
@@ -227,11 +227,7 @@ TEST(FormatWidthTest, PrecisionSplitsNoCharacterAndReadsNoFurther)
 TYPED_TEST(FormatTest, PositionsChooseTheArguments)
 {
     using T = TypeParam;
-    const struct
-    {
-        const char* format;
-        const char* expected;
-    } cases[] = {
+    const std::pair<const char*, const char*> cases[] = {
         {"%2$d %1$d", "20 10"},
         {"%1$d %1$x %1$o", "10 a 12"},
         {"%2$*1$d|", "        20|"},
@@ -250,8 +246,8 @@ TYPED_TEST(FormatTest, PositionsChooseTheArguments)
         {"%1$d %1$f", ""},
         {"%1$d %2$y", ""},
     };
-    for (const auto& item : cases)
-        EXPECT_EQ(Formatted(Widen<T>(item.format).c_str(), 10, 20, 30), Widen<T>(item.expected)) << item.format;
+    for (const auto& [format, expected] : cases)
+        EXPECT_EQ(Formatted(Widen<T>(format).c_str(), 10, 20, 30), Widen<T>(expected)) << format;
 
     // Each is fetched by its own type.
     EXPECT_EQ(Formatted(Widen<T>("%5$hs %4$.1Lf %3$.2f %2$lld %1$c").c_str(), 'c', 1LL << 40, 2.25, 3.5L, "text"),
@@ -311,29 +307,26 @@ TYPED_TEST(FormatTest, ArgumentsMayBeTheTextItself)
 TYPED_TEST(FormatTest, LengthAndCapacityFollowTheRuleAcrossTheFirstBuffer)
 {
     using T = TypeParam;
-    const struct
+    const std::pair<size_t, unsigned> cases[] = {{0, 16},     {15, 16},     {16, 64},     {31, 64},
+                                                 {32, 65},    {100, 201},   {511, 1023},  {512, 1025},
+                                                 {513, 1027}, {1024, 2049}, {5000, 10001}};
+    for (const auto& [length, capacity] : cases)
     {
-        size_t length;
-        unsigned capacity;
-    } cases[] = {{0, 16},     {15, 16},    {16, 64},    {31, 64},     {32, 65},     {100, 201},
-                 {511, 1023}, {512, 1025}, {513, 1027}, {1024, 2049}, {5000, 10001}};
-    for (const auto& item : cases)
-    {
-        const std::basic_string<T> content(item.length, T('x'));
+        const std::basic_string<T> content(length, T('x'));
         CXTString<T> whole;
         whole.Format(Widen<T>("%s").c_str(), content.c_str());
         EXPECT_EQ(ToStd(whole), content);
-        EXPECT_EQ(static_cast<CXTCharArray<T>&>(whole).m_capacity, item.capacity) << item.length;
+        EXPECT_EQ(static_cast<CXTCharArray<T>&>(whole).m_capacity, capacity) << length;
         // The same text in pieces, so that the buffer is left between any two of them.
         CXTString<T> pieces;
-        const int rest = static_cast<int>(item.length) - 3;
+        const int rest = static_cast<int>(length) - 3;
         if (rest >= 0)
         {
             pieces.Format(Widen<T>("x%.*s%cx").c_str(), rest, content.c_str(), 'x');
             EXPECT_EQ(ToStd(pieces), content);
         }
         whole.Format(Widen<T>("short").c_str());
-        EXPECT_EQ(static_cast<CXTCharArray<T>&>(whole).m_capacity, item.capacity) << "never shrinks";
+        EXPECT_EQ(static_cast<CXTCharArray<T>&>(whole).m_capacity, capacity) << "never shrinks";
     }
     for (const int width : {511, 512, 513, 100000})
     {

@@ -30,12 +30,7 @@ std::vector<std::string> Words(const std::string& text)
 TYPED_TEST(ScanTest, IntegersAreReadAsFarAsStrtolWould)
 {
     using T = TypeParam;
-    const struct
-    {
-        const char* text;
-        const char* format;
-        int base;
-    } cases[] = {
+    const std::tuple<const char*, const char*, int> cases[] = {
         {"42", "%d%n", 10},          {" \t\n-17x", "%d%n", 10},
         {"+5", "%i%n", 0},           {"0x1fG", "%i%n", 0},
         {"0755", "%i%n", 0},         {"089", "%i%n", 0},
@@ -44,15 +39,15 @@ TYPED_TEST(ScanTest, IntegersAreReadAsFarAsStrtolWould)
         {"778", "%o%n", 8},          {"2147483647", "%d%n", 10},
         {"-2147483648", "%d%n", 10}, {"12345678901234567", "%3d%n", 10},
     };
-    for (const auto& item : cases)
+    for (const auto& [text, format, base] : cases)
     {
         int value = kUntouched;
         int length = kUntouched;
-        EXPECT_EQ(Scan<T>(item.text, item.format, &value, &length), 1) << item.text;
-        const std::string field = item.format[1] == '3' ? std::string(item.text, 3) : item.text;
+        EXPECT_EQ(Scan<T>(text, format, &value, &length), 1) << text;
+        const std::string field = format[1] == '3' ? std::string(text, 3) : text;
         char* end = nullptr;
-        EXPECT_EQ(value, static_cast<int>(std::strtol(field.c_str(), &end, item.base))) << item.text;
-        EXPECT_EQ(length, end - field.c_str()) << item.text;
+        EXPECT_EQ(value, static_cast<int>(std::strtol(field.c_str(), &end, base))) << text;
+        EXPECT_EQ(length, end - field.c_str()) << text;
     }
     for (const char* text : {"x", "-", "+-1", "--1", "- 1", ".5", "_"})
     {

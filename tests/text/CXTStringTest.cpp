@@ -74,17 +74,14 @@ STRING_TEST(GrowthFollowsTheCapacityRule)
     EXPECT_EQ(CapacityOf(text), 16u);
     EXPECT_EQ(text.GetConstBuffer()[0], T());
 
-    const struct
+    const std::pair<int, unsigned> steps[] = {{15, 16},  {16, 64},   {20, 64},   {63, 64}, {3, 64},
+                                              {64, 129}, {128, 129}, {129, 259}, {0, 259}};
+    for (const auto& [length, capacity] : steps)
     {
-        int m_length;
-        unsigned m_capacity;
-    } steps[] = {{15, 16}, {16, 64}, {20, 64}, {63, 64}, {3, 64}, {64, 129}, {128, 129}, {129, 259}, {0, 259}};
-    for (const auto& step : steps)
-    {
-        text.GetBufferSetLength(step.m_length);
-        EXPECT_EQ(text.GetLength(), step.m_length);
-        EXPECT_EQ(CapacityOf(text), step.m_capacity) << step.m_length;
-        EXPECT_EQ(text.GetConstBuffer()[step.m_length], T());
+        text.GetBufferSetLength(length);
+        EXPECT_EQ(text.GetLength(), length);
+        EXPECT_EQ(CapacityOf(text), capacity) << length;
+        EXPECT_EQ(text.GetConstBuffer()[length], T());
     }
 
     // Construction, too, starts from the buffer of a new string, and so does one whose buffer was moved away.
@@ -579,7 +576,7 @@ STRING_TEST(RemovalTrimmingCaseAndOrder)
 
 TEST(CXTStringLargeTest, LengthsAboveIntMaxDoNotWrap)
 {
-    if (tev::test::kIsSanitized)
+    if (kIsSanitized)
         GTEST_SKIP() << "needs 4 GB of address space";
     CXTString<char> text;
     // What lies past the first buffer is fresh memory, which is never written to.

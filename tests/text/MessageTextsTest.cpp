@@ -125,13 +125,7 @@ TEST_F(MessageTextsTest, AnUnknownNumberHasNoText)
 
 TEST(LanguageTest, TheFirstVariableThatIsSetDecides)
 {
-    const struct
-    {
-        const char* lcAll;
-        const char* lcMessages;
-        const char* lang;
-        XLanguage expected;
-    } cases[] = {
+    const std::tuple<const char*, const char*, const char*, XLanguage> cases[] = {
         {nullptr, nullptr, nullptr, XLanguage::English},
         {nullptr, nullptr, "fr_FR.UTF-8", XLanguage::French},
         {"", "", "fr", XLanguage::French},
@@ -143,7 +137,7 @@ TEST(LanguageTest, TheFirstVariableThatIsSetDecides)
         {nullptr, nullptr, "f", XLanguage::English},
         {nullptr, nullptr, "de_FR", XLanguage::English},
     };
-    for (const auto& item : cases)
-        EXPECT_EQ(tev::LanguageOfLocale(item.lcAll, item.lcMessages, item.lang), item.expected) << item.lang;
+    for (const auto& [lcAll, lcMessages, lang, expected] : cases)
+        EXPECT_EQ(tev::LanguageOfLocale(lcAll, lcMessages, lang), expected) << lang;
 }
 } // namespace

@@ -2,6 +2,7 @@
 
 #include "files/TextFileInfo.h"
 #include "objects/CXFileException.h"
+#include "tests/support/FileFailure.h"
 #include "tests/support/TempFolder.h"
 #include "tests/support/Testing.h"
 #include "tests/support/TextTools.h"
@@ -112,11 +113,7 @@ TEST(TextDetectionTest, EveryUnicodeFormIsKnownByItsMarkAndWithoutOne)
 
 TEST(TextDetectionTest, BytesSayWhatTheyCanBe)
 {
-    const struct
-    {
-        std::string m_bytes;
-        const char* m_expected;
-    } cases[] = {
+    const std::pair<std::string, const char*> cases[] = {
         {"", "utf8 certain mark 0 valid ascii as 0 1 2 3 4 lf 0 crlf 0 cr 0 lines 0"},
         {"abc", "utf8 certain mark 0 valid ascii as 0 lf 0 crlf 0 cr 0 lines 1"},
         {"a\nb\r\n\rc\r\n", "utf8 certain mark 0 valid ascii as 0 lf 1 crlf 2 cr 1 lines 4"},
@@ -156,8 +153,8 @@ TEST(TextDetectionTest, BytesSayWhatTheyCanBe)
         {"\xFF\xFE\0\0\r\0\0\0\n\0\0\0x"s, "utf32 certain mark 4 invalid as lf 0 crlf 1 cr 0 lines 2"},
         {"\0\0\xFE\xFF\0\0\xD8\0"s, "utf32be certain mark 4 invalid as lf 0 crlf 0 cr 0 lines 1"},
     };
-    for (const auto& each : cases)
-        EXPECT_EQ(Describe(Examined(each.m_bytes)), each.m_expected) << testing::PrintToString(each.m_bytes);
+    for (const auto& [bytes, expected] : cases)
+        EXPECT_EQ(Describe(Examined(bytes)), expected) << testing::PrintToString(bytes);
     EXPECT_EQ(Describe(XExamineText(nullptr, 7)), Describe(XExamineText("", 0)));
 }
 
@@ -197,23 +194,15 @@ TEST(TextDetectionTest, BlocksMakeNoDifference)
 
 TEST(TextDetectionTest, FilesAreExaminedFromWhereTheyStand)
 {
-    const tev::test::TempFolder folder;
+    const TempFolder folder;
     const std::wstring path = folder.WriteFile("file", "\xFF\xFE" + Encoded(L"one\r\ntwo", xEncodingUtf16));
     EXPECT_EQ(Describe(XExamineTextFile(path.c_str())), "utf16 certain mark 2 valid as 1 lf 0 crlf 1 cr 0 lines 2");
     CXFile file(path.c_str(), CXFile::modeRead);
     file.Seek(2, CXFile::begin);
     EXPECT_EQ(Describe(XExamineTextFile(file)),
               "utf16 strong mark 0 valid ascii nul as 0 1 2 lf 0 crlf 1 cr 0 lines 2");
-    try
-    {
-        static_cast<void>(XExamineTextFile((path + L"/missing").c_str()));
-        FAIL() << "nothing was thrown";
-    }
-    catch (CXFileException* e)
-    {
-        EXPECT_EQ(ToStd(e->GetFileName()), path + L"/missing");
-        e->Delete();
-    }
+    const auto missing = Caught([&path] { static_cast<void>(XExamineTextFile((path + L"/missing").c_str())); });
+    EXPECT_EQ(ToStd(missing->GetFileName()), path + L"/missing");
 }
 
 TEST(TextDetectionTest, ConversionsCountWhatTheyLoseAndSayWhereItBegins)

@@ -190,20 +190,16 @@ TEST(TextEncodingTest, EveryCodePointHasTheBytesOfTheCLibrary)
         if (c < 0xD800 || c > 0xDFFF)
             all += c;
     }
-    const struct
+    const std::pair<const char*, xStringEncoding> encodings[] = {{"UTF-8", xEncodingUtf8},
+                                                                 {"UTF-16LE", xEncodingUtf16},
+                                                                 {"UTF-16BE", xEncodingUtf16BE},
+                                                                 {"UTF-32LE", kUtf32},
+                                                                 {"UTF-32BE", kUtf32BE}};
+    for (const auto& [name, encoding] : encodings)
     {
-        const char* m_name;
-        xStringEncoding m_encoding;
-    } encodings[] = {{"UTF-8", xEncodingUtf8},
-                     {"UTF-16LE", xEncodingUtf16},
-                     {"UTF-16BE", xEncodingUtf16BE},
-                     {"UTF-32LE", kUtf32},
-                     {"UTF-32BE", kUtf32BE}};
-    for (const auto& each : encodings)
-    {
-        const std::string expected = Iconv(each.m_name, all);
-        EXPECT_TRUE(Encode(all, each.m_encoding) == expected) << each.m_name;
-        EXPECT_TRUE(Decode(expected, each.m_encoding) == all) << each.m_name;
+        const std::string expected = Iconv(name, all);
+        EXPECT_TRUE(Encode(all, encoding) == expected) << name;
+        EXPECT_TRUE(Decode(expected, encoding) == all) << name;
     }
     // Short texts take other ways than long ones.
     const std::string expected = Iconv("UTF-8", all);
@@ -380,12 +376,7 @@ TEST(TextEncodingTest, CodePagesGoByTheirNumbers)
 
 TEST(TextEncodingTest, CodePagesReplaceWhatHasNoMeaning)
 {
-    const struct
-    {
-        unsigned m_codePage;
-        std::string m_bytes;
-        std::wstring m_text;
-    } decoded[] = {
+    const std::tuple<unsigned, std::string, std::wstring> decoded[] = {
         {1252, "a\x81z\x8D\x8F", L"a\xFFFDz\xFFFD\xFFFD"},
         {20127, "a\xE9\xA9z", L"a\xFFFD\xFFFDz"},
         {932, "a\x93", L"a\xFFFD"},
@@ -395,8 +386,8 @@ TEST(TextEncodingTest, CodePagesReplaceWhatHasNoMeaning)
                                                      // accent follows
         {1255, "\xE0", L"\x5D0"},
     };
-    for (const auto& each : decoded)
-        EXPECT_EQ(Decode(each.m_bytes, CodePage(each.m_codePage)), each.m_text) << each.m_codePage;
+    for (const auto& [codePage, bytes, text] : decoded)
+        EXPECT_EQ(Decode(bytes, CodePage(codePage)), text) << codePage;
 
     const struct
     {
@@ -510,7 +501,7 @@ TEST(TextEncodingTest, ConvertersReturnNullWhenTheyFail)
 
 TEST(TextEncodingTest, ThreadsConvertAtTheSameTime)
 {
-    tev::test::OnThreads(4, [](int i) {
+    OnThreads(4, [](int i) {
         // More code pages in turn than a thread keeps converters for.
         for (int round = 0; round < 200; ++round)
         {

@@ -241,9 +241,9 @@ TEST_F(CCustomThreads, VictimsCannotBlockTheTermination)
         // Locks that the victim could not release would make these wait for ever.
         ConvertOnce(950);
         WatchOnce();
-        if (!tev::test::kIsSanitized) // which report the threads that the child lacks
+        if (!kIsSanitized) // which report the threads that the child lacks
         {
-            EXPECT_EQ(tev::test::ResultInChild([] { return 0; }), 0) << "a fork looks at all stores";
+            EXPECT_EQ(ResultInChild([] { return 0; }), 0) << "a fork looks at all stores";
         }
     }
     lock.Unlock();
@@ -418,7 +418,7 @@ int UseThreadsInChild(const CXThread& ofParent)
 
 TEST_F(CCustomThreads, ForkedChildrenUseThreadsWhateverThoseOfTheParentDo)
 {
-    if (tev::test::kIsSanitized)
+    if (kIsSanitized)
         GTEST_SKIP() << "sanitizers do not follow a fork of several threads";
     InitFerngateApplication();
     std::atomic<bool> stop{false};
@@ -443,10 +443,10 @@ TEST_F(CCustomThreads, ForkedChildrenUseThreadsWhateverThoseOfTheParentDo)
     ASSERT_TRUE(Eventually([&ofParent] { return ofParent.m_holdsIt.load(); }));
     SetCancelThread(true, 0);
     for (int i = 0; i < 100 && !HasFailure(); ++i)
-        EXPECT_EQ(tev::test::ResultInChild([&ofParent] { return UseThreadsInChild(ofParent); }), 0);
+        EXPECT_EQ(ResultInChild([&ofParent] { return UseThreadsInChild(ofParent); }), 0);
     // From a thread of the library: its object knows the child's identifier.
     Worker forking([](Worker& self) {
-        EXPECT_EQ(tev::test::ResultInChild([&self] {
+        EXPECT_EQ(ResultInChild([&self] {
                       return self.GetThreadID() == CXThread::GetCurrentThreadID() && !self.IsTerminated() ? 0 : 1;
                   }),
                   0);

@@ -7,12 +7,10 @@
 #include "services/StartUp.h"
 #include "tests/support/Eventually.h"
 #include "tests/support/Sanitized.h"
+#include "tests/support/System.h"
 #include "tests/support/Testing.h"
 #include "tests/threads/ThreadFlags.h"
 #include "threads/ThreadRelations.h"
-
-#include <sys/resource.h>
-#include <unistd.h>
 
 namespace
 {
@@ -379,9 +377,9 @@ TEST(CXThread, TheSystemCanEndABody)
     for (const auto& [what, body] : bodies)
     {
         // The thread sanitizer takes a thread cancelled inside a system function for one that never leaves it.
-        if (tev::test::kIsThreadSanitized && std::string(what) != "it exits")
+        if (kIsThreadSanitized && std::string(what) != "it exits")
             continue;
-        if (tev::test::kIsSanitized && std::string(what) != "it exits")
+        if (kIsSanitized && std::string(what) != "it exits")
             continue; // the thread sanitizer does not follow a cancellation out of a call that it intercepts
         SCOPED_TRACE(what);
         id = pthread_t{};

@@ -6,18 +6,14 @@
 #include "platform/Threads.h"
 #include "services/StartUp.h"
 #include "tests/support/Eventually.h"
+#include "tests/support/FileFailure.h"
 #include "tests/support/ForkedChild.h"
 #include "tests/support/Sanitized.h"
+#include "tests/support/System.h"
 #include "tests/support/Testing.h"
 #include "threads/CCustomThread.h"
 #include "threads/ThreadRelations.h"
 #include "threads/WorkerCount.h"
-
-#include <pthread.h>
-#include <sched.h>
-#include <signal.h>
-#include <sys/resource.h>
-#include <unistd.h>
 
 extern "C" void omp_set_num_threads(int count);
 
@@ -114,16 +110,8 @@ TEST_F(ThreadLoops, LoopsStop)
 
         EXPECT_THROW(XParallelFor(kMany, [](unsigned i) { i < 10 ? throw std::range_error("") : void(); }),
                      std::range_error);
-        try
-        {
-            XParallelFor(kMany, [](unsigned) { CXUserException::Throw(); });
-            ADD_FAILURE() << "nothing was thrown";
-        }
-        catch (CXUserException* exception)
-        {
-            EXPECT_EQ(XTakeThreadException(), exception) << "pending here, where it is caught";
-            exception->Delete();
-        }
+        EXPECT_NO_THROW(
+            Caught<CXUserException>([] { XParallelFor(kMany, [](unsigned) { CXUserException::Throw(); }); }));
 
         begun = 0;
         EXPECT_FALSE(XParallelFor(kMany, [&begun, caller](unsigned) {
@@ -226,9 +214,9 @@ TEST_F(ThreadLoops, LoopsOfSeveralThreadsRunAtOnce)
 
 TEST_F(ThreadLoops, WithoutThreadsOrMemoryTheCallerDoesAllAlone)
 {
-    if (tev::test::kIsSanitized)
+    if (kIsSanitized)
         GTEST_SKIP() << "sanitizers need the address space that this test takes away";
-    EXPECT_EQ(tev::test::ResultInChild([] {
+    EXPECT_EQ(ResultInChild([] {
                   // Not by the address space alone: the C library keeps stacks of ended threads for the next ones.
                   // The system's own user may start threads at any limit.
                   constexpr uid_t nobody = 65534;
@@ -245,7 +233,7 @@ TEST_F(ThreadLoops, WithoutThreadsOrMemoryTheCallerDoesAllAlone)
 
 TEST_F(ThreadLoops, HelpersAreAsTheProcessIsWhoeverMadeThem)
 {
-    if (tev::test::kIsSanitized)
+    if (kIsSanitized)
         GTEST_SKIP() << "sanitizers do not follow a fork of several threads";
     if (geteuid() != 0)
         GTEST_SKIP() << "only the system's own user may raise a priority";
@@ -261,7 +249,7 @@ TEST_F(ThreadLoops, HelpersAreAsTheProcessIsWhoeverMadeThem)
         sched_setaffinity(0, sizeof first, &first);
         static_cast<void>(IsShared());
     };
-    EXPECT_EQ(tev::test::ResultInChild([&makePool] {
+    EXPECT_EQ(ResultInChild([&makePool] {
                   setpriority(PRIO_PROCESS, 0, kNice);
                   cpu_set_t whole;
                   sched_getaffinity(0, sizeof whole, &whole);
@@ -287,10 +275,10 @@ TEST_F(ThreadLoops, HelpersAreAsTheProcessIsWhoeverMadeThem)
 
 TEST_F(ThreadLoops, ForkedChildrenMakeTheirOwnThreads)
 {
-    if (tev::test::kIsSanitized)
+    if (kIsSanitized)
         GTEST_SKIP() << "sanitizers do not follow a fork of several threads";
     ASSERT_TRUE(IsShared());
-    EXPECT_EQ(tev::test::ResultInChild([] {
+    EXPECT_EQ(ResultInChild([] {
                   Runner runner([] { return IsShared(); });
                   return IsShared() && runner.Succeeds() ? 0 : 1;
               }),
@@ -313,7 +301,7 @@ TEST_F(ThreadLoops, ForkedChildrenMakeTheirOwnThreads)
             {
                 int status = 0;
                 waitpid(child, &status, 0);
-                result = WIFEXITED(status) ? WEXITSTATUS(status) : tev::test::kChildDied;
+                result = WIFEXITED(status) ? WEXITSTATUS(status) : kChildDied;
             }
         });
         if (getpid() != parent)

@@ -58,23 +58,19 @@ TEST(TevArchive, DumpTakesDescriptionsOfClasses)
 TEST(TevArchive, DumpReportsWhereItFails)
 {
     TempFolder folder;
-    const struct
-    {
-        std::string m_bytes;
-        const char* m_error;
-    } rows[] = {
+    const std::pair<std::string, const char*> rows[] = {
         {"\0\0"s, ": at offset 00000000: "},
         {kNewNode + kNoText + "\x09\0"s, ": at offset 0000000e: "},
         {"\xFF\xFF\x01\0\x01\0?"s, ": at offset 00000000: the fields of class \"?\", schema 1, are not known"},
         {"\xFF\xFF\x01\0\xFF\xFF?"s, ": at offset 00000000: "},
         {kNewNode + "\xFF\xFE\xFF\xFF\xFF\xFF\xFF\xFF\xFF\x7F"s, ": at offset 0000000a: "},
     };
-    for (const auto& row : rows)
+    for (const auto& [bytes, error] : rows)
     {
-        folder.WriteFile("broken", row.m_bytes);
+        folder.WriteFile("broken", bytes);
         const std::string name = folder.Path("broken").string();
         const TevResult dumped = RunTev({"archive", "dump", name});
-        EXPECT_THAT(dumped.m_error, testing::AllOf(StartsWith("tev: "), HasSubstr(name), HasSubstr(row.m_error)));
+        EXPECT_THAT(dumped.m_error, testing::AllOf(StartsWith("tev: "), HasSubstr(name), HasSubstr(error)));
         EXPECT_EQ(dumped.m_error.find(name), dumped.m_error.rfind(name)) << "once";
         EXPECT_EQ(dumped.m_exitCode, 1);
     }

@@ -7,11 +7,7 @@ using namespace tev::test;
 
 TEST(TevColour, ShowsTheColourAndItsCoordinates)
 {
-    const struct
-    {
-        std::vector<std::string> m_arguments;
-        const char* m_output;
-    } cases[] = {
+    const std::pair<std::vector<std::string>, const char*> cases[] = {
         {{"#ff8000"}, "#FF8000  255 128 0 (RGB)  hue 0.0837, saturation 1.0000, luminance 1.0000\n"},
         {{"255,128,0"}, "#FF8000  255 128 0 (RGB)  hue 0.0837, saturation 1.0000, luminance 1.0000\n"},
         {{"00FF00", "--darken", "0.5", "--lighten", "0.25"},

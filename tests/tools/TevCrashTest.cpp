@@ -50,11 +50,7 @@ TEST(TevCrash, SaysWhatIsMissingAndOfWhichSystemADumpIs)
     const std::string windows32 = system(0, std::string("\x02\0", 2));
     const std::string fault = std::string("\7\0\0\0\0\0\0\0\5\0\0\xC0", 12) + std::string(156, '\0');
     const std::string threads = std::string("\2\0\0\0\7\0\0\0", 8) + std::string(44, '\0');
-    const struct
-    {
-        std::string bytes;
-        const char* part;
-    } kRows[] = {
+    const std::pair<std::string, const char*> kRows[] = {
         {MakeDump({{7, windows32}, {6, fault}, {3, threads}}),
          "unknown process, exception 0xc0000005, address 0x0, threads 1 (others are missing), no list of modules\n"
          "of Windows x86\nthread 7, this one:\n  (the dump has no registers of this thread)\n"},
@@ -65,10 +61,10 @@ TEST(TevCrash, SaysWhatIsMissingAndOfWhichSystemADumpIs)
          "unknown process, no record of a fault, no list of threads, no list of modules\nof system 0x7777 ARM\n"},
     };
     const TempFolder folder;
-    for (const auto& row : kRows)
+    for (const auto& [bytes, part] : kRows)
     {
-        folder.WriteFile("a.dmp", row.bytes);
-        EXPECT_THAT(RunTev({"crash", "show", folder.Path("a.dmp").string()}).m_output, HasSubstr(row.part));
+        folder.WriteFile("a.dmp", bytes);
+        EXPECT_THAT(RunTev({"crash", "show", folder.Path("a.dmp").string()}).m_output, HasSubstr(part));
     }
 }
 

@@ -41,11 +41,7 @@ TEST(TevTerminal, TextOfOthersDoesNotControlIt)
     const std::string shownUtf8 = "?[31mA???B\t\xC3\xA9";
     folder.WriteFile("evil", utf8 + "\n");
     const std::string file = folder.Path("evil").string();
-    const struct
-    {
-        std::vector<std::string> m_words;
-        std::string m_shown, m_raw;
-    } cases[] = {
+    const std::tuple<std::vector<std::string>, std::string, std::string> cases[] = {
         {{"match", "A", evil}, shown, evil},
         {{"log", "show", file}, shownUtf8, utf8},
         {{"text", "cat", file}, shownUtf8, utf8},

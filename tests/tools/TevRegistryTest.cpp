@@ -20,13 +20,7 @@ protected:
 
 TEST_F(TevRegistry, ValuesThatAreSetComeBack)
 {
-    const struct
-    {
-        std::string m_type;
-        std::vector<std::string> m_values;
-        const char* m_text;
-        const char* m_json;
-    } cases[] = {
+    const std::tuple<std::string, std::vector<std::string>, const char*, const char*> cases[] = {
         {"string", {"caf\xC3\xA9 \"x\""}, "caf\xC3\xA9 \"x\"", "\"caf\xC3\xA9 \\\"x\\\"\""},
         {"expand", {"%HOME%"}, "%HOME%", "\"%HOME%\""},
         {"multi", {"a", "b c"}, "a\nb c", "[\"a\", \"b c\"]"},
@@ -37,14 +31,14 @@ TEST_F(TevRegistry, ValuesThatAreSetComeBack)
         {"binary", {"00fF"}, "00ff", "\"00ff\""},
         {"none", {}, "", "\"\""},
     };
-    for (const auto& row : cases)
+    for (const auto& [type, values, text, json] : cases)
     {
-        SCOPED_TRACE(row.m_type + row.m_text);
-        std::vector<std::string> words = {"set", "Software/P", "v", "--type", row.m_type, "--"};
-        words.insert(words.end(), row.m_values.begin(), row.m_values.end());
+        SCOPED_TRACE(type + text);
+        std::vector<std::string> words = {"set", "Software/P", "v", "--type", type, "--"};
+        words.insert(words.end(), values.begin(), values.end());
         EXPECT_EQ(Run(words).m_error, "");
-        EXPECT_EQ(Run({"get", "HKEY_CURRENT_USER\\software\\p", "V"}).m_output, row.m_text + "\n"s);
-        EXPECT_EQ(Run({"get", "Software:P", "v", "--json"}).m_output, row.m_json + "\n"s);
+        EXPECT_EQ(Run({"get", "HKEY_CURRENT_USER\\software\\p", "V"}).m_output, text + "\n"s);
+        EXPECT_EQ(Run({"get", "Software:P", "v", "--json"}).m_output, json + "\n"s);
     }
     EXPECT_TRUE(m_registry.m_folder.Exists("user.db"));
     EXPECT_FALSE(m_registry.m_folder.Exists("user.db-wal")) << "closed when the program ends";

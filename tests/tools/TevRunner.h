@@ -1,11 +1,7 @@
 #pragma once
 
+#include "tests/support/System.h"
 #include "tests/support/Testing.h"
-
-#include <fcntl.h>
-#include <poll.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace tev::test
 {

@@ -23,14 +23,7 @@ protected:
 
 TEST_F(TevSettings, ValuesThatAreSetComeBack)
 {
-    const struct
-    {
-        const char* m_kind;
-        std::vector<std::string> m_values;
-        const char* m_text;
-        const char* m_json;
-        int m_size;
-    } cases[] = {
+    const std::tuple<const char*, std::vector<std::string>, const char*, const char*, int> cases[] = {
         {"int", {"-2147483648"}, "-2147483648", "-2147483648", 4},
         {"uint", {"4294967295"}, "4294967295", "4294967295", 4},
         {"long", {"-1"}, "-1", "-1", 4},
@@ -66,11 +59,7 @@ TEST_F(TevSettings, ValuesThatAreSetComeBack)
 
 TEST_F(TevSettings, WhatIsNoValueOfTheKindIsRefused)
 {
-    const struct
-    {
-        const char* m_kind;
-        const char* m_value;
-    } cases[] = {
+    const std::pair<const char*, const char*> cases[] = {
         {"int", "2147483648"},   {"uint", "-1"},   {"char", "128"}, {"uchar", "256"},
         {"ulong", "4294967296"}, {"int", "5x"},    {"int", ""},     {"bool", "1"},
         {"binary", "abc"},       {"binary", "0g"}, {"store", "1"},  {"none", "1"},

@@ -1,11 +1,8 @@
 #include "tests/support/Iconv.h"
+#include "tests/support/System.h"
 #include "tests/support/TempFolder.h"
 #include "tests/support/Testing.h"
 #include "tests/tools/TevRunner.h"
-
-#include <poll.h>
-#include <sys/resource.h>
-#include <sys/stat.h>
 
 namespace
 {

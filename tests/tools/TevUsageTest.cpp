@@ -8,11 +8,7 @@ using namespace tev::test;
 
 TEST(TevUsage, ListsTheCommandsWhereOneIsMissingOrUnknown)
 {
-    const struct
-    {
-        std::vector<std::string> m_arguments;
-        const char* m_error;
-    } cases[] = {
+    const std::pair<std::vector<std::string>, const char*> cases[] = {
         {{}, "tev: a command is needed: text, "},
         {{"color", "#ff0000"}, "tev: there is no command color, but text, "},
         {{"help", "zpi", "list"}, "tev: there is no command zpi\nDid you mean zip?\n"},
@@ -77,11 +73,7 @@ TEST(TevUsage, ErrorsNameTheRightFileOnce)
     const std::string missing = folder.Path("missing").string();
     folder.WriteFile("text", "x");
     ASSERT_EQ(RunTev({"zip", "add", archive, text}).m_exitCode, 0);
-    const struct
-    {
-        std::vector<std::string> m_arguments;
-        std::string m_error;
-    } cases[] = {
+    const std::pair<std::vector<std::string>, std::string> cases[] = {
         {{"text", "cat", missing}, missing + ": Cannot find it."},
         {{"text", "convert", missing, text, "--to", "utf-16"}, missing + ": Cannot find it."},
         {{"text", "convert", text, missing + "/out", "--to", "utf-16"},

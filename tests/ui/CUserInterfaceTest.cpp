@@ -9,6 +9,8 @@
 
 namespace
 {
+using namespace tev::test;
+
 using Text = CXTString<wchar_t>;
 
 /// Records its calls; the theme is the test's.
@@ -34,7 +36,7 @@ private:
 
 TEST(CUserInterface, WithoutAHostTextsAreLoggedAndAnswersAreSafe)
 {
-    const tev::test::TempFolder folder;
+    const TempFolder folder;
     ASSERT_TRUE(SetLogFile(folder.WidePath("a.log").c_str(), xLogCreate, xLogMute)); // no header
     SetLogLevel(0xFF);
     CUserInterface& ui = XGetUserInterface();

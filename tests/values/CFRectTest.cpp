@@ -82,13 +82,7 @@ TEST(CFRect, QueriesKeepTheirSense)
 TEST(CFRect, IntersectionsTouchAndStopHalfway)
 {
     const CFRect before(91, 92, 93, 94);
-    const struct
-    {
-        CFRect m_a;
-        CFRect m_b;
-        bool m_overlap;
-        CFRect m_result;
-    } cases[] = {
+    const std::tuple<CFRect, CFRect, bool, CFRect> cases[] = {
         {{0, 10, 0, 10}, {5, 15, -5, 5}, true, {5, 10, 0, 5}},
         {{0, 10, 0, 10}, {2, 3, 4, 5}, true, {2, 3, 4, 5}},
         {{2, 3, 4, 5}, {0, 10, 0, 10}, true, {2, 3, 4, 5}},

@@ -1,7 +1,6 @@
 #include "values/CRGBColor.h"
 
-#include "files/CXArchive.h"
-#include "files/CXMemFile.h"
+#include "tests/support/ArchiveTools.h"
 #include "tests/support/Testing.h"
 #include "text/Language.h"
 
@@ -12,6 +11,7 @@ static void PrintTo(const CRGBColor& color, std::ostream* out)
 
 namespace
 {
+using namespace tev::test;
 
 TEST(CRGBColor, IsBuiltFromEveryFormOfChannels)
 {
@@ -166,12 +166,7 @@ TEST(CRGBColor, CoordinatesBeyondTheModelAreTakenIn)
     for (const float hue : {1.0F, -1.25F, -1.0F, -7.5F, INFINITY, -INFINITY, NAN})
         EXPECT_EQ(withHue(hue), CRGBColor(255, 0, 0, 7)) << hue;
 
-    const struct
-    {
-        float m_value;
-        CRGBColor m_saturated;
-        CRGBColor m_luminous;
-    } cases[] = {
+    const std::tuple<float, CRGBColor, CRGBColor> cases[] = {
         {-1, {255, 255, 255, 7}, {0, 0, 0, 7}},      {NAN, {255, 255, 255, 7}, {0, 0, 0, 7}},
         {2, {255, 128, 0, 7}, {255, 128, 0, 7}},     {INFINITY, {255, 128, 0, 7}, {255, 128, 0, 7}},
         {0.5F, {255, 191, 127, 7}, {127, 64, 0, 7}},
@@ -244,19 +239,15 @@ TEST(CRGBColor, TextsFollowTheLanguage)
 
 TEST(CRGBColor, IsStoredAsItsFourBytes)
 {
-    CXMemFile file;
     CRGBColor color(1, 2, 3, 4);
+    CXMemFile file;
     {
         CXArchive archive(&file, xArchiveStore);
         color.Serialize(archive);
         archive << CRGBColor(5, 6, 7, 8);
         archive.Close();
     }
-    file.SeekToBegin();
-    unsigned char bytes[8];
-    ASSERT_EQ(file.Read(bytes, 8), 8U);
-    for (int i = 0; i < 8; ++i)
-        EXPECT_EQ(bytes[i], i + 1);
+    EXPECT_EQ(Bytes(file.GetBuffer(), file.GetBuffer() + file.GetLength()), (Bytes{1, 2, 3, 4, 5, 6, 7, 8}));
     file.SeekToBegin();
     CXArchive archive(&file, xArchiveLoad);
     CRGBColor loaded;

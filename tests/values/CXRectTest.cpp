@@ -10,6 +10,8 @@ void PrintTo(const CXRect& r, std::ostream* out)
 
 namespace
 {
+using namespace tev::test;
+
 static_assert(sizeof(CXPoint) == 8 && sizeof(CXSize) == 8 && sizeof(CXRect) == 16, "the layout of the structures");
 
 int LeftByAddress(const tagRECT* rectangle)
@@ -60,11 +62,8 @@ TEST(CXRect, QueriesTruncateAndWrap)
     EXPECT_TRUE(CXRect(0, 0, 0, 1).IsRectEmpty());
     EXPECT_TRUE(CXRect(5, 0, 4, 1).IsRectEmpty());
     EXPECT_FALSE(CXRect(0, 0, 1, 1).IsRectEmpty());
-    const struct
-    {
-        CXPoint m_point;
-        bool m_inside;
-    } points[] = {{{0, 0}, true}, {{9, 9}, true}, {{10, 5}, false}, {{5, 10}, false}, {{-1, 5}, false}};
+    const std::pair<CXPoint, bool> points[] = {
+        {{0, 0}, true}, {{9, 9}, true}, {{10, 5}, false}, {{5, 10}, false}, {{-1, 5}, false}};
     for (const auto& [point, inside] : points)
         EXPECT_EQ(CXRect(0, 0, 10, 10).PtInRect(point), inside) << point.x << ' ' << point.y;
 }
@@ -99,13 +98,7 @@ TEST(CXRect, ChangesMoveTheEdgesTheyName)
 TEST(CXRect, SetOperationsFollowTheSystem)
 {
     const CXRect a(0, 0, 10, 10);
-    const struct
-    {
-        CXRect m_other;
-        CXRect m_both;
-        CXRect m_either;
-        CXRect m_left;
-    } cases[] = {
+    const std::tuple<CXRect, CXRect, CXRect, CXRect> cases[] = {
         {{5, 5, 15, 15}, {5, 5, 10, 10}, {0, 0, 15, 15}, a},
         {{10, 0, 20, 10}, {}, {0, 0, 20, 10}, a},
         {{5, 5, 5, 50}, {}, a, a},
@@ -148,6 +141,6 @@ TEST(CXRect, MulDivWrapsAndTruncates)
     EXPECT_EQ(CXRect(1, 1, 3, 3).MulDiv(3, 2), CXRect(1, 1, 4, 4));
     EXPECT_EQ(CXRect(-1, -3, 0x40000000, 7).MulDiv(3, 2), CXRect(-1, -4, -0x20000000, 10));
     EXPECT_EQ(CXRect(0x40000000, 5, 0, -5).MulDiv(2, -1), CXRect(INT_MIN, -10, 0, 10));
-    EXPECT_EQ(tev::test::Thrown([] { CXRect(1, 1, 1, 1).MulDiv(1, 0); }), tev::test::kInvalidArgument);
+    EXPECT_EQ(Thrown([] { CXRect(1, 1, 1, 1).MulDiv(1, 0); }), kInvalidArgument);
 }
 } // namespace

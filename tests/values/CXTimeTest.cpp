@@ -118,15 +118,15 @@ TEST(CXTime, WhatCannotBeConvertedIsReported)
     const TimeZone zone("UTC0");
     struct tm farthest = {};
     farthest.tm_year = farthest.tm_mon = kMost;
-    EXPECT_EQ(tev::test::Thrown([&] { CXTime time(&farthest); }), tev::test::kInvalidArgument);
+    EXPECT_EQ(Thrown([&] { CXTime time(&farthest); }), kInvalidArgument);
     for (const int flag : {-1, 0, 1})
     {
-        EXPECT_EQ(tev::test::Thrown([flag] { CXTime(kMost, kMost, 1, 0, 0, 0, flag); }), tev::test::kInvalidArgument);
-        EXPECT_EQ(tev::test::Thrown([flag] { CXTime(-kMost, 1, 1, 0, 0, 0, flag); }), tev::test::kInvalidArgument);
+        EXPECT_EQ(Thrown([flag] { CXTime(kMost, kMost, 1, 0, 0, 0, flag); }), kInvalidArgument);
+        EXPECT_EQ(Thrown([flag] { CXTime(-kMost, 1, 1, 0, 0, 0, flag); }), kInvalidArgument);
     }
-    EXPECT_EQ(tev::test::Thrown([] { CXTime(1969, 12, 31, 23, 59, 59, -1); }), tev::test::kInvalidArgument);
-    EXPECT_EQ(tev::test::Thrown([] { CXTime().GetUTCTm(nullptr); }), tev::test::kInvalidArgument);
-    EXPECT_EQ(tev::test::Thrown([] { CXTime().GetLocalTm(nullptr); }), tev::test::kInvalidArgument);
+    EXPECT_EQ(Thrown([] { CXTime(1969, 12, 31, 23, 59, 59, -1); }), kInvalidArgument);
+    EXPECT_EQ(Thrown([] { CXTime().GetUTCTm(nullptr); }), kInvalidArgument);
+    EXPECT_EQ(Thrown([] { CXTime().GetLocalTm(nullptr); }), kInvalidArgument);
     EXPECT_EQ(CXTime(static_cast<const struct tm*>(nullptr)).GetTime(), 0);
 }
 
@@ -165,17 +165,12 @@ TEST(CXTime, ArchivesHoldEightBytes)
 {
     for (const __int64 seconds : {0x0102030405060708LL, -2LL, std::numeric_limits<long long>::min()})
     {
-        CXMemFile file;
-        CXArchive storing(&file, xArchiveStore);
         CXTime time(seconds);
-        time.Serialize(storing);
-        storing.Close();
-        ASSERT_EQ(file.GetLength(), 8U);
-        EXPECT_EQ(file.GetBuffer()[0], static_cast<unsigned char>(seconds));
-        file.SeekToBegin();
-        CXArchive loading(&file, xArchiveLoad);
+        const Bytes bytes = Stored(time);
+        ASSERT_EQ(bytes.size(), 8U);
+        EXPECT_EQ(bytes[0], static_cast<unsigned char>(seconds));
         CXTime loaded;
-        loaded.Serialize(loading);
+        EXPECT_EQ(ThrownByLoading(loaded, bytes), kNothingThrown);
         EXPECT_EQ(loaded, time);
 
         CXMemFile shifted;
@@ -184,9 +179,7 @@ TEST(CXTime, ArchivesHoldEightBytes)
         writing << time << span;
         EXPECT_EQ(Thrown<CXArchiveException>([&] { writing >> time; }), archiveWriteOnly);
         writing.Close();
-        ASSERT_EQ(shifted.GetLength(), 16U);
-        EXPECT_EQ(std::memcmp(shifted.GetBuffer(), file.GetBuffer(), 8), 0);
-        EXPECT_EQ(std::memcmp(shifted.GetBuffer() + 8, file.GetBuffer(), 8), 0);
+        EXPECT_EQ(Bytes(shifted.GetBuffer(), shifted.GetBuffer() + shifted.GetLength()), bytes + bytes);
         shifted.SeekToBegin();
         CXArchive reading(&shifted, xArchiveLoad);
         CXDuration loadedSpan;
@@ -196,10 +189,10 @@ TEST(CXTime, ArchivesHoldEightBytes)
         EXPECT_TRUE(loaded == time && loadedSpan == span);
     }
     CXArray<CXTime> times = {CXTime(1), CXTime(-1)};
-    const auto bytes = tev::test::Stored(times);
+    const auto bytes = Stored(times);
     EXPECT_EQ(bytes.size(), 2U + 16);
     CXArray<CXTime> loaded;
-    EXPECT_EQ(tev::test::ThrownByLoading(loaded, bytes), tev::test::kNothingThrown);
+    EXPECT_EQ(ThrownByLoading(loaded, bytes), kNothingThrown);
     EXPECT_TRUE(loaded == times);
 }
 
@@ -317,7 +310,7 @@ TEST(CXTime, StreamsReadWhatTheyWrite)
 TEST(CXTime, ThreadsConvertAtOnce)
 {
     const TimeZone zone(kParis);
-    tev::test::OnThreads(4, [](int i) {
+    OnThreads(4, [](int i) {
         for (int month = 1; month <= 400; ++month)
         {
             const CXTime time(2000, month, 10 + i, 12, 0, 0, -1);
@@ -371,7 +364,7 @@ TEST(CProfileTimer, ReportsATitleAndGivesThePriorityBack)
 
     // Without a reporter the text goes to the log.
     tev::SetProfileReporter(nullptr);
-    const tev::test::TempFolder folder;
+    const TempFolder folder;
     ASSERT_TRUE(SetLogFile(folder.WidePath("log").c_str(), xLogCreate, 0));
     timer.End(L"Q");
     CloseLogFile();

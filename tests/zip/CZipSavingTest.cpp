@@ -4,10 +4,8 @@
 #include "tests/support/FileFailure.h"
 #include "tests/support/RawZip.h"
 #include "tests/support/Sanitized.h"
+#include "tests/support/System.h"
 #include "zip/Password.h"
-
-#include <fcntl.h>
-#include <unistd.h>
 
 // What saving an archive leaves, on the disk and in memory.
 

@@ -8,11 +8,7 @@ using tev::SafeEntryName;
 
 TEST(EntryName, KeepsWhatIsSafeAndTidiesIt)
 {
-    const struct
-    {
-        std::string m_name, m_path;
-        bool m_isFolder;
-    } cases[] = {
+    const std::tuple<std::string, std::string, bool> cases[] = {
         {"a.txt", "a.txt", false},
         {"a/b/c.txt", "a/b/c.txt", false},
         {"./a//./b/", "a/b", true},

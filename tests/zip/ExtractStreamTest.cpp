@@ -8,11 +8,7 @@ using namespace tev::test;
 
 TEST_F(MiniZip, RecognisesStreamsByTheirFirstBytes)
 {
-    const struct
-    {
-        std::string m_bytes;
-        bool m_isGZip, m_isZStd;
-    } cases[] = {
+    const std::tuple<std::string, bool, bool> cases[] = {
         {"", false, false},
         {"\x1F", false, false},
         {"\x1F\x8B", true, false},

@@ -2,15 +2,10 @@
 
 #include "tests/support/Eventually.h"
 #include "tests/support/MiniZipFixture.h"
+#include "tests/support/System.h"
 #include "tests/support/Testing.h"
 #include "threads/CCustomThread.h"
 #include "threads/ThreadRelations.h"
-
-#include <fcntl.h>
-#include <sys/resource.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace
 {

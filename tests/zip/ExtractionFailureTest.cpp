@@ -4,17 +4,10 @@
 #include "tests/support/MiniZipFixture.h"
 #include "tests/support/NoUnnamedFiles.h"
 #include "tests/support/Sanitized.h"
+#include "tests/support/System.h"
 #include "tests/support/Testing.h"
 #include "tests/support/ZipTools.h"
 #include "zip/ZipExtraction.h"
-
-#include <fcntl.h>
-#include <sys/file.h>
-#include <sys/resource.h>
-#include <sys/stat.h>
-#include <sys/syscall.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace
 {
@@ -135,7 +128,7 @@ TEST_F(ExtractionFailure, LackOfMemoryWhereAesIsSetUpIsAFailureToo)
 
 TEST_F(ExtractionFailure, LackOfDescriptorsEndsTheExtractionAndLeavesNothing)
 {
-    if (tev::test::kIsSanitized)
+    if (kIsSanitized)
         GTEST_SKIP() << "the sanitizer looks at types of objects through a pipe";
     UseOwnTemporaryFolder();
     m_folder.WriteFile("text", m_text);
@@ -350,26 +343,21 @@ private:
 
 TEST_F(ExtractionFailure, WhatCannotBeReadIsSkippedUnlessNothingElseCan)
 {
-    const struct
-    {
-        unsigned m_systemError;
-        Failure m_failure;
-        std::size_t m_written;
-    } cases[] = {{23, Failure::kNone, 2}, // the device failed
-                 {5, Failure::kNone, 2},
-                 {8, Failure::kNoMemory, 1},
-                 {4, Failure::kTooManyOpenFiles, 1}};
+    const std::tuple<unsigned, Failure, std::size_t> cases[] = {{23, Failure::kNone, 2}, // the device failed
+                                                                {5, Failure::kNone, 2},
+                                                                {8, Failure::kNoMemory, 1},
+                                                                {4, Failure::kTooManyOpenFiles, 1}};
     const tev::ExtractionProgress progress = [](std::uint64_t, std::uint64_t) { return true; };
-    for (const auto& c : cases)
+    for (const auto& [systemError, failure, written] : cases)
     {
-        UnreadableArchive archive(c.m_systemError);
+        UnreadableArchive archive(systemError);
         const auto folder = tev::platform::ContainedFolder::Open(m_folder.WidePath().c_str());
         tev::ZipExtraction extraction(archive, *folder, {}, progress);
-        EXPECT_EQ(extraction.Run(), c.m_failure) << c.m_systemError;
-        EXPECT_EQ(extraction.Written().size(), c.m_written) << c.m_systemError;
-        ASSERT_EQ(extraction.Skipped().size(), c.m_written - 1) << c.m_systemError;
+        EXPECT_EQ(extraction.Run(), failure) << systemError;
+        EXPECT_EQ(extraction.Written().size(), written) << systemError;
+        ASSERT_EQ(extraction.Skipped().size(), written - 1) << systemError;
         for (const auto& skipped : extraction.Skipped())
-            EXPECT_EQ(skipped.m_reason, CXSkipReason::kUnreadable) << c.m_systemError;
+            EXPECT_EQ(skipped.m_reason, CXSkipReason::kUnreadable) << systemError;
     }
 }
 

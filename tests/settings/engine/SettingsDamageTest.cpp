@@ -30,12 +30,7 @@ TEST_F(SettingsDamage, AFileThatIsNoSoundRegistryIsLeftAsItIs)
     };
     std::string newer = sound;
     newer[63] = 9; // user_version
-    const struct
-    {
-        const char* m_name;
-        std::string m_bytes;
-        int m_error;
-    } cases[] = {
+    const std::tuple<const char*, std::string, int> cases[] = {
         {"text.db", "[settings]\nnot a database, but longer than the header of one would be: " + std::string(200, 'x'),
          1009},
         {"short.db", sound.substr(0, 50), 1009},
@@ -44,23 +39,23 @@ TEST_F(SettingsDamage, AFileThatIsNoSoundRegistryIsLeftAsItIs)
         {"newer.db", newer, 1306},
         {"other.db", {}, 1017},
     };
-    for (const auto& row : cases)
+    for (const auto& [name, bytes, error] : cases)
     {
-        SCOPED_TRACE(row.m_name);
-        m_registry.m_folder.WriteFile(row.m_name, row.m_bytes);
-        const std::string path = m_registry.m_folder.Path(row.m_name).string();
-        if (row.m_bytes.empty())
+        SCOPED_TRACE(name);
+        m_registry.m_folder.WriteFile(name, bytes);
+        const std::string path = m_registry.m_folder.Path(name).string();
+        if (bytes.empty())
             Ask(path, "CREATE TABLE contacts (name TEXT)");
-        const std::string before = m_registry.m_folder.ReadFile(row.m_name);
+        const std::string before = m_registry.m_folder.ReadFile(name);
         const EnvironmentVariable chosen("TEVTOOLS_REGISTRY", path);
         CRegUtil registry(kAll);
         EXPECT_FALSE(registry.SetPath(kPath, true));
-        EXPECT_EQ(registry.GetLastError(), row.m_error);
+        EXPECT_EQ(registry.GetLastError(), error);
         CRegUtil root(kAll);
         EXPECT_FALSE(root.WriteKeyInt(L"a", 1));
         EXPECT_FALSE(root.KeyExists(L"a"));
         EXPECT_FALSE(root.StartSubKeyEnum());
-        EXPECT_EQ(m_registry.m_folder.ReadFile(row.m_name), before);
+        EXPECT_EQ(m_registry.m_folder.ReadFile(name), before);
     }
     const EnvironmentVariable folder("TEVTOOLS_REGISTRY", m_registry.m_folder.Path().string());
     EXPECT_FALSE(CRegUtil(kAll).SetPath(kPath, true));

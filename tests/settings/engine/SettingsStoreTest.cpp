@@ -7,15 +7,11 @@
 #include "tests/support/Eventually.h"
 #include "tests/support/PrintText.h"
 #include "tests/support/SettingsFixture.h"
+#include "tests/support/System.h"
 #include "tests/support/Testing.h"
 #include "tests/support/TextTools.h"
 
-#include <fcntl.h>
-#include <sched.h>
 #include <sqlite3.h>
-#include <sys/mount.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 namespace
 {
@@ -24,12 +20,7 @@ using namespace tev::test;
 TEST_F(SettingsStore, NamesDifferByMoreThanCaseOnly)
 {
     CRegUtil registry(kAll);
-    const struct
-    {
-        const wchar_t* m_written;
-        const wchar_t* m_sought;
-        bool m_isSame;
-    } cases[] = {
+    const std::tuple<const wchar_t*, const wchar_t*, bool> cases[] = {
         {L"Caf\u00C9", L"CAF\u00E9", true},
         {L"\u03A3\u03C2", L"\u03C3\u03A3", true}, // both small sigmas
         {L"\U00010400", L"\U00010428", true},     // beyond 16 bits
@@ -38,16 +29,16 @@ TEST_F(SettingsStore, NamesDifferByMoreThanCaseOnly)
         {L"\u0130", L"i", false},                 // in no language's own way
         {L"\xD800x", L"\xD801x", false},          // halves of characters
     };
-    for (const auto& row : cases)
+    for (const auto& [written, sought, isSame] : cases)
     {
-        SCOPED_TRACE(testing::PrintToString(std::wstring(row.m_written)));
-        ASSERT_TRUE(registry.SetPath(row.m_written, true));
-        ASSERT_TRUE(registry.WriteKeyInt(row.m_written, 7));
-        EXPECT_EQ(registry.KeyExists(row.m_sought), row.m_isSame);
-        EXPECT_EQ(registry.SetPath(row.m_sought, false), row.m_isSame);
+        SCOPED_TRACE(testing::PrintToString(std::wstring(written)));
+        ASSERT_TRUE(registry.SetPath(written, true));
+        ASSERT_TRUE(registry.WriteKeyInt(written, 7));
+        EXPECT_EQ(registry.KeyExists(sought), isSame);
+        EXPECT_EQ(registry.SetPath(sought, false), isSame);
         wchar_t name[16];
-        EXPECT_TRUE(registry.StartValueSection(row.m_isSame ? L"" : nullptr) || !row.m_isSame);
-        EXPECT_TRUE(!row.m_isSame || (registry.GetNextValueName(name, 16) && std::wstring(name) == row.m_written));
+        EXPECT_TRUE(registry.StartValueSection(isSame ? L"" : nullptr) || !isSame);
+        EXPECT_TRUE(!isSame || (registry.GetNextValueName(name, 16) && std::wstring(name) == written));
         registry.EndValueSection();
     }
     EXPECT_FALSE(registry.SetPath(L"\x110000", true)) << "no character";

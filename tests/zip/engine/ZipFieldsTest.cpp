@@ -38,7 +38,7 @@ TEST(ZipFields, TimesComeFromTheFinestFieldThatHasThem)
     for (std::size_t size = 0; size < ntfs.size(); ++size) // a sanitizer sees what is read behind the end
         EXPECT_EQ(ZipEntryTimes(std::string(ntfs, 0, size), 0, 0).lastWrite, std::nullopt);
 
-    const tev::test::TimeZone zone("UTC-2");
+    const TimeZone zone("UTC-2");
     EXPECT_EQ(ZipDosTime(0x21 | 40 << 9, 12 << 11 | 30 << 5 | 5), 1577874610); // 2020-01-01 12:30:10 there
     EXPECT_EQ(ZipDosTime(0, 0), std::nullopt);
 }
