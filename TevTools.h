@@ -63,6 +63,7 @@
 #include "arrays/CPopValue.h"
 #include "arrays/CXArray.h"
 #include "arrays/ElementKinds.h"
+#include "arrays/IndexIterator.h"
 #include "arrays/StringArrays.h"
 
 #include "values/CFRect.h"

@@ -1,12 +1,11 @@
 #pragma once
 
+#include "arrays/IndexIterator.h"
 #include "base/BitScan.h"
 #include "base/TevTypes.h"
 #include "objects/ThreadUse.h"
 
 #include <algorithm>
-#include <cstddef>
-#include <iterator>
 
 /// An array of bits of fixed length. Bit i is bit i % 32, lowest first, of the 32-bit word i / 32. One thread at a time.
 ///
@@ -23,39 +22,7 @@ class TEVTOOLS_API CBitArray
 {
 public:
     /// Over the indices of the set bits.
-    class SetBits
-    {
-    public:
-        using iterator_category = std::input_iterator_tag;
-        using value_type = unsigned int;
-        using difference_type = std::ptrdiff_t;
-        using pointer = const unsigned int*;
-        using reference = unsigned int;
-
-        SetBits() noexcept = default;
-
-        unsigned int operator*() const noexcept { return m_index; }
-        SetBits& operator++() noexcept
-        {
-            *this = m_bits->NextSet(m_index + 1);
-            return *this;
-        }
-        SetBits operator++(int) noexcept
-        {
-            const SetBits before(*this);
-            ++*this;
-            return before;
-        }
-        friend bool operator==(SetBits a, SetBits b) noexcept { return a.m_index == b.m_index; }
-        friend bool operator!=(SetBits a, SetBits b) noexcept { return !(a == b); }
-
-    private:
-        friend class CBitArray;
-        SetBits(const CBitArray& bits, unsigned int index) noexcept : m_bits(&bits), m_index(index) {}
-
-        const CBitArray* m_bits = nullptr;
-        unsigned int m_index = 0;
-    };
+    using SetBits = tev::IndexIterator<CBitArray, unsigned int>;
 
     CBitArray() = default;
     CBitArray(const CBitArray&) = default;
@@ -70,7 +37,7 @@ public:
         return index < m_presentBits && ((m_words[index / 32] >> (index % 32)) & 1) != 0;
     }
     bool operator[](unsigned int index) const noexcept { return GetAt(index); }
-    SetBits begin() const noexcept { return NextSet(0); }
+    SetBits begin() const noexcept { return {*this, NextSet(0)}; }
     SetBits end() const noexcept { return {*this, m_presentBits}; }
     /// The number of bits that equal the value.
     unsigned int GetCount(bool value) const noexcept;
@@ -114,19 +81,22 @@ protected:
     unsigned int GetBufferSize() const noexcept { return WordsFor(m_bitCount); }
 
 private:
+    friend SetBits;
+    static unsigned int ValueAt(unsigned int index) noexcept { return index; }
+    unsigned int IndexAfter(unsigned int index) const noexcept { return NextSet(index + 1); }
     /// The first set bit from an index on, else the end.
-    SetBits NextSet(unsigned int from) const noexcept
+    unsigned int NextSet(unsigned int from) const noexcept
     {
         while (from < m_presentBits)
         {
             const unsigned int word = m_words[from / 32] >> (from % 32);
             if (word != 0)
-                return {*this, std::min(from + tev::TrailingZeros(word), m_presentBits)};
+                return std::min(from + tev::TrailingZeros(word), m_presentBits);
             from = (from / 32 + 1) * 32;
             if (from == 0)
                 break; // behind the last index that there is
         }
-        return end();
+        return m_presentBits;
     }
     static unsigned int WordsFor(unsigned int bits) noexcept { return bits / 32 + (bits % 32 != 0 ? 1 : 0); }
     unsigned int m_bitCount = 0;

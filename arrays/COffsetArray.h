@@ -1,10 +1,8 @@
 #pragma once
 
+#include "arrays/IndexIterator.h"
 #include "base/TevTypes.h"
 #include "objects/ThreadUse.h"
-
-#include <cstddef>
-#include <iterator>
 
 class CXArchive;
 
@@ -20,39 +18,7 @@ class TEVTOOLS_API COffsetArray
 {
 public:
     /// Over the entries, by value.
-    class Entries
-    {
-    public:
-        using iterator_category = std::input_iterator_tag;
-        using value_type = unsigned __int64;
-        using difference_type = std::ptrdiff_t;
-        using pointer = const unsigned __int64*;
-        using reference = unsigned __int64;
-
-        Entries() noexcept = default;
-
-        unsigned __int64 operator*() const noexcept { return m_array->GetAt(m_index); }
-        Entries& operator++() noexcept
-        {
-            ++m_index;
-            return *this;
-        }
-        Entries operator++(int) noexcept
-        {
-            const Entries before(*this);
-            ++m_index;
-            return before;
-        }
-        friend bool operator==(Entries a, Entries b) noexcept { return a.m_index == b.m_index; }
-        friend bool operator!=(Entries a, Entries b) noexcept { return !(a == b); }
-
-    private:
-        friend class COffsetArray;
-        Entries(const COffsetArray& array, unsigned int index) noexcept : m_array(&array), m_index(index) {}
-
-        const COffsetArray* m_array = nullptr;
-        unsigned int m_index = 0;
-    };
+    using Entries = tev::IndexIterator<COffsetArray, unsigned __int64>;
 
     COffsetArray() = default;
     COffsetArray(const COffsetArray& other);
@@ -103,6 +69,9 @@ protected:
     unsigned int GetSizetSize() const noexcept { return m_size - m_split; }
 
 private:
+    friend Entries;
+    unsigned __int64 ValueAt(unsigned int index) const noexcept { return GetAt(index); }
+    static unsigned int IndexAfter(unsigned int index) noexcept { return index + 1; }
     unsigned int Room() const noexcept { return m_wide != nullptr ? m_split + m_capacity : m_capacity; }
     void GrowRoom(unsigned int size);
     void SetCapacity(unsigned int capacity) noexcept { m_capacity = m_slots = capacity; }
