@@ -1,5 +1,5 @@
 #include "services/CWatchFolder.h"
-#include "tests/support/TempFolder.h"
+#include "tests/services/WatchFolderFixture.h"
 #include "tests/support/Testing.h"
 
 #include <fcntl.h>
@@ -8,8 +8,6 @@ namespace
 {
 using namespace tev::test;
 using Names = std::set<std::string>;
-
-constexpr unsigned kNames = CWatchFolder::kFileNames | CWatchFolder::kFolderNames;
 
 bool IsFolder(const fs::path& path)
 {

@@ -5,7 +5,6 @@
 
 namespace
 {
-using namespace std::string_literals;
 using namespace tev::test;
 
 TEST(TevLog, PrintsALogAsUtf8)

@@ -1,13 +1,7 @@
 #include "tests/support/Eventually.h"
 #include "tests/support/PrintText.h"
 #include "tests/support/SettingsFixture.h"
-
-#include <gtest/gtest.h>
-
-#include <map>
-#include <random>
-#include <string>
-#include <vector>
+#include "tests/support/Testing.h"
 
 #include <sqlite3.h>
 #include <unistd.h>
