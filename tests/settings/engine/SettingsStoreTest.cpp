@@ -79,7 +79,7 @@ TEST(SettingsNames, AreStoredAsUtf8WithLoneSurrogates)
     {
         std::wstring text;
         std::string stored;
-    } kNames[] = {
+    } cases[] = {
         {L"\x7F\x80\x7FF\x800\xFFFF", "\x7F\xC2\x80\xDF\xBF\xE0\xA0\x80\xEF\xBF\xBF"},
         {L"\U00010000\U0010FFFF", "\xF0\x90\x80\x80\xF4\x8F\xBF\xBF"},
         {{L'x', wchar_t(0xD800)}, "x\xED\xA0\x80"},
@@ -87,7 +87,7 @@ TEST(SettingsNames, AreStoredAsUtf8WithLoneSurrogates)
         {{wchar_t(0xDE00), wchar_t(0xDE01)}, "\xED\xB8\x80\xED\xB8\x81"},
     };
     tev::SettingsName name;
-    for (const auto& row : kNames)
+    for (const auto& row : cases)
     {
         ASSERT_TRUE(tev::MakeSettingsName(row.text, 5, name));
         EXPECT_EQ(name.spelling, row.stored);
