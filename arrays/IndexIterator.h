@@ -1,7 +1,7 @@
 #pragma once
 
 #include <cstddef>
-#include <iterator>
+#include <memory> // the tag of iterators; <iterator> brings the streams too
 
 namespace tev
 {

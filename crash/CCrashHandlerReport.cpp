@@ -110,7 +110,8 @@ bool CCrashHandler::IsWanted()
     return isWanted;
 }
 
-bool CCrashHandler::MakeReport(_CR_EXCEPTION_INFO& info, bool isCrash)
+// The caller holds the registry.
+bool CCrashHandler::MakeReport(_CR_EXCEPTION_INFO& info, bool isCrash) X_NO_THREAD_SAFETY_ANALYSIS
 {
     const int place = isCrash ? tev::CrashPlaceUsed() : -1;
     CrashRegistry::Published written; // copied, because the callback may change what is published

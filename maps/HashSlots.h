@@ -9,8 +9,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <iterator>
-#include <memory>
+#include <memory> // the tag of iterators, too; <iterator> brings the streams
 #include <new>
 #include <type_traits>
 #include <utility>

@@ -6,10 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
-
-#if defined(__SSE2__)
-#include <emmintrin.h>
-#endif
+#include <cstring>
 
 // The tag bytes of a hash table, and its remainders. HashTableBase.h explains what they are for.
 
@@ -79,25 +76,30 @@ private:
     std::uint64_t m_high;
 };
 
-#if defined(__SSE2__)
-/// The same in the registers that every x86-64 processor has.
+#if defined(__SSE2__) && defined(__GNUC__)
+/// The same in the registers that every x86-64 processor has. In the compiler's own terms: <emmintrin.h> would make every
+/// program that includes a map compile longer.
 class TagGroup
 {
 public:
-    explicit TagGroup(const unsigned char* tags) noexcept
-        : m_tags(_mm_loadu_si128(reinterpret_cast<const __m128i*>(tags)))
-    {
-    }
+    explicit TagGroup(const unsigned char* tags) noexcept { std::memcpy(&m_tags, tags, sizeof m_tags); }
 
-    unsigned Occupied() const noexcept { return static_cast<unsigned>(_mm_movemask_epi8(m_tags)); }
-    unsigned Equal(unsigned char tag) const noexcept
-    {
-        const __m128i repeated = _mm_set1_epi8(static_cast<char>(tag));
-        return static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(m_tags, repeated)));
-    }
+    unsigned Occupied() const noexcept { return HighBits(m_tags); }
+    unsigned Equal(unsigned char tag) const noexcept { return HighBits(m_tags == Tags{} + static_cast<char>(tag)); }
 
 private:
-    __m128i m_tags;
+    using Tags = char __attribute__((vector_size(kTagGroup)));
+
+    template <class Vector>
+    static unsigned HighBits(const Vector& bytes) noexcept
+    {
+        Tags tags;
+        static_assert(sizeof tags == sizeof bytes);
+        std::memcpy(&tags, &bytes, sizeof tags);
+        return static_cast<unsigned>(__builtin_ia32_pmovmskb128(tags));
+    }
+
+    Tags m_tags;
 };
 #else
 using TagGroup = PortableTagGroup;

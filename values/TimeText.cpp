@@ -9,7 +9,7 @@
 namespace
 {
 constexpr unsigned __int64 kDaySeconds = 86400;
-constexpr unsigned __int64 kLargest = std::numeric_limits<__int64>::max();
+constexpr unsigned __int64 kMostSeconds = std::numeric_limits<__int64>::max();
 
 /// Takes a text apart from its start. Where one part is missing all that follow are, too.
 class Parts
@@ -109,7 +109,7 @@ bool TimeText::ToSpan(const char* text, __int64& seconds) noexcept
 {
     Parts parts(text);
     const bool isNegative = parts.Has('-');
-    const unsigned __int64 limit = kLargest + (isNegative ? 1 : 0);
+    const unsigned __int64 limit = kMostSeconds + (isNegative ? 1 : 0);
     const unsigned __int64 hours = parts.Number(1, limit / 3600) * 3600;
     const unsigned __int64 rest = Sixties(parts, 2);
     if (!parts.IsWhole() || rest > limit - hours)
@@ -126,7 +126,7 @@ bool TimeText::ToMoment(const char* text, __int64& seconds) noexcept
     const bool isNegative = parts.Has('-');
     if (isCount)
     {
-        const unsigned __int64 size = parts.Number(1, kLargest + (isNegative ? 1 : 0));
+        const unsigned __int64 size = parts.Number(1, kMostSeconds + (isNegative ? 1 : 0));
         if (parts.IsWhole())
             seconds = Signed(size, isNegative);
         return parts.IsWhole();
