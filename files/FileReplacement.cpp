@@ -78,6 +78,11 @@ CXFile& FileReplacement::Begin()
     return *m_file;
 }
 
+bool FileReplacement::CopyRange(void* source, std::uint64_t offset, std::size_t count, std::size_t& copied)
+{
+    return platform::CurrentFileSystem().CopyRange(source, m_handle, offset, count, copied);
+}
+
 void FileReplacement::Commit(const wchar_t* suffix)
 {
     platform::FileSystem& files = platform::CurrentFileSystem();

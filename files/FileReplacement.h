@@ -2,6 +2,8 @@
 
 #include "files/CXFile.h"
 
+#include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <string>
 
@@ -43,6 +45,9 @@ public:
 
     /// Begins new contents, which the caller writes to the returned file.
     CXFile& Begin();
+    /// Copies bytes of an open file to the same place of the new contents, as FileSystem::CopyRange does, whatever the file's
+    /// position, which stays.
+    bool CopyRange(void* source, std::uint64_t offset, std::size_t count, std::size_t& copied);
     /// Makes them the file's contents. With a suffix they become those of the file whose name has that suffix appended, and
     /// new contents may be begun. What it throws leaves the old file, with one exception: when only the last step fails,
     /// the flush of the folder, the file is the new one, but may be the old one again after a power failure.

@@ -63,6 +63,12 @@ public:
     /// A part may have been written when it returns false.
     [[nodiscard]] virtual bool Write(FileHandle file, const void* buffer, std::size_t count, std::size_t& written) = 0;
 
+    /// Copies bytes to the same place in another file, without a way through memory, and where the file system can without
+    /// taking room for them: both files then share the blocks. Positions stay. Less than `count` and true: the source ended,
+    /// or the system stopped there. False where it cannot do so for these files, too.
+    [[nodiscard]] virtual bool CopyRange(FileHandle from, FileHandle to, std::uint64_t offset, std::size_t count,
+                                         std::size_t& copied) = 0;
+
     /// Moves the position, which may lie past the end but not before the start. Fails on pipes and terminals.
     [[nodiscard]] virtual bool Seek(FileHandle file, std::int64_t offset, SeekOrigin origin,
                                     std::uint64_t& position) = 0;

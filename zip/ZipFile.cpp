@@ -17,6 +17,7 @@ using platform::FileKind;
 constexpr std::size_t kBufferSize = 256 * 1024;
 
 constexpr std::size_t kTailSize = 64 * 1024;
+constexpr std::size_t kCopiedAtOnce = 64 * 1024 * 1024;
 
 bool HashTail(ZipFileBytes& file, std::uint64_t& hash)
 {
@@ -117,10 +118,27 @@ bool ZipFileTarget::Attempt(Work&& work)
 bool ZipFileTarget::Begin()
 {
     return Attempt([this] {
+               m_buffer.clear();
+               m_filePosition = 0;
                m_replacement.emplace(m_path.c_str());
                m_file = &m_replacement->Begin();
            }) &&
            IsUnchanged();
+}
+
+bool ZipFileTarget::BeginWithStart(std::uint64_t size, const std::function<bool(std::uint64_t)>& advance)
+{
+    const std::unique_ptr<ZipFileBytes> replaced = ZipFileBytes::Open(m_path.c_str());
+    if (replaced == nullptr || !m_expected || !Begin())
+        return false;
+    std::size_t copied = 0;
+    for (std::uint64_t at = 0; at < size; at += copied)
+    {
+        const auto count = static_cast<std::size_t>(std::min<std::uint64_t>(size - at, kCopiedAtOnce));
+        if (!m_replacement->CopyRange(replaced->Handle(), at, count, copied) || copied == 0 || !advance(copied))
+            return false;
+    }
+    return true;
 }
 
 bool ZipFileTarget::WriteAt(std::uint64_t offset, const void* bytes, std::size_t count)

@@ -5,6 +5,7 @@
 #include "platform/FileSystem.h"
 #include "zip/engine/ZipEngine.h"
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -38,6 +39,7 @@ public:
 
     std::uint64_t Size() const override { return m_size; }
     bool ReadAt(std::uint64_t offset, void* buffer, std::size_t count, std::size_t& delivered) override;
+    platform::FileHandle Handle() const noexcept { return m_handle; }
 
 private:
     ZipFileBytes() = default;
@@ -58,6 +60,7 @@ public:
     }
 
     bool Begin() override;
+    bool BeginWithStart(std::uint64_t size, const std::function<bool(std::uint64_t)>& advance) override;
     bool WriteAt(std::uint64_t offset, const void* bytes, std::size_t count) override;
     bool Commit() override;
 

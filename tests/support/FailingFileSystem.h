@@ -71,6 +71,16 @@ public:
         errno = ENOSPC;
         return false;
     }
+    bool CopyRange(platform::FileHandle from, platform::FileHandle to, std::uint64_t offset, std::size_t count,
+                   std::size_t& copied) override
+    {
+        const auto fitting = static_cast<std::size_t>(std::min<std::uint64_t>(std::min(count, m_transfer), m_space));
+        copied = 0;
+        errno = ENOSPC;
+        const bool done = !Fails("copy") && fitting != 0 && m_real->CopyRange(from, to, offset, fitting, copied);
+        m_space -= copied;
+        return done;
+    }
     bool Seek(platform::FileHandle file, std::int64_t offset, platform::SeekOrigin origin,
               std::uint64_t& position) override
     {

@@ -7,6 +7,8 @@
 #include "tests/support/System.h"
 #include "zip/Password.h"
 
+#include <algorithm>
+#include <random>
 // What saving an archive leaves, on the disk and in memory.
 
 namespace
@@ -94,6 +96,62 @@ TEST_F(CZipArchive, AFailedSaveLeavesTheOldArchive)
     EXPECT_EQ(created.GetLastFailure(), XZipFailure::kReplaced) << "by one that appeared meanwhile";
     EXPECT_EQ(m_folder.ReadFile("new.zip"), others);
     EXPECT_FALSE(m_folder.Exists("x.zip.tmp"));
+}
+
+/// What stays as it is at the start of an archive is copied by the system, or read and written: the result is the same.
+TEST_F(CZipArchive, SavingKeepsTheStartOfTheArchiveAsItIs)
+{
+    constexpr int kEntries = 6;
+    std::minstd_rand random(3);
+    std::string bytes(400000, '\0');
+    std::generate(bytes.begin(), bytes.end(), [&] { return static_cast<char>(random()); });
+    m_folder.WriteFile("part", bytes);
+    ASSERT_TRUE(ChangeArchive(m_path, zipCreate, [&](CZip& zip) {
+        bool good = true;
+        for (int i = 0; i < kEntries && good; ++i)
+            good = zip.AddNewFile(m_folder.WidePath("part").c_str(), std::to_wstring(i).c_str(), zipLevelStore);
+        return good;
+    }));
+    const std::string old = m_folder.ReadFile("x.zip");
+    for (int round = 0; round < 8; ++round)
+    {
+        const unsigned changed = random() % kEntries;
+        const unsigned what = round == 0 ? 2 : random() % 3;
+        const auto change = [&](CZip& zip) {
+            CXArray<CXTString<wchar_t>, const CXTString<wchar_t>&> names;
+            CXArray<CXTString<wchar_t>, const CXTString<wchar_t>&> newNames;
+            names.Add(std::to_wstring(changed).c_str());
+            newNames.Add(L"renamed");
+            return (what != 0 || zip.DeleteFiles(names)) && (what != 1 || zip.RenameFiles(names, newNames)) &&
+                   zip.AddNewFile(m_folder.WidePath("a.txt").c_str(), L"small", zipLevelStore);
+        };
+        std::string made[2];
+        for (const bool copies : {true, false})
+        {
+            m_folder.WriteFile("x.zip", old);
+            CZip zip;
+            Open(zip);
+            ASSERT_TRUE(change(zip));
+            FailingFileSystem files;
+            if (!copies)
+                files.FailEach("copy", ENOTSUP);
+            zip.Close(true);
+            made[copies ? 1 : 0] = m_folder.ReadFile("x.zip");
+            // 1 MB and more of what stays is copied at once, and only the rest is written.
+            EXPECT_EQ(!files.Steps({"copy"}).empty(), what == 2 || changed >= 3) << changed;
+            EXPECT_TRUE(what != 2 || (files.Steps({"write"}).size() < 6) == copies);
+        }
+        EXPECT_TRUE(made[0] == made[1]) << what << " of " << changed;
+        EXPECT_TRUE(Shell(m_folder.Path().string(), "unzip -tq x.zip"));
+    }
+    CZip zip;
+    Open(zip);
+    ASSERT_TRUE(zip.AddNewFile(m_folder.WidePath("a.txt").c_str(), L"small2", zipLevelStore));
+    m_watcher.m_cancelFrom = 1;
+    const std::string before = m_folder.ReadFile("x.zip");
+    zip.Close(false);
+    EXPECT_EQ(zip.GetLastFailure(), XZipFailure::kCancelled);
+    EXPECT_TRUE(m_folder.ReadFile("x.zip") == before);
 }
 
 TEST_F(CZipArchive, SavingReachesTheDiskBeforeItReplaces)

@@ -69,6 +69,12 @@ public:
     ZipTarget& operator=(const ZipTarget&) = delete;
 
     [[nodiscard]] virtual bool Begin() = 0;
+    /// Begins with the first bytes of the archive that is replaced; `advance` learns of them as they are copied, and ends it by
+    /// false. False where that cannot be done in a better way than by reading and writing, too: Begin is called then.
+    [[nodiscard]] virtual bool BeginWithStart(std::uint64_t, const std::function<bool(std::uint64_t)>&)
+    {
+        return false;
+    }
     /// Bytes behind the end, or over what was written before.
     [[nodiscard]] virtual bool WriteAt(std::uint64_t offset, const void* bytes, std::size_t count) = 0;
     /// All is written. Only now is an existing archive replaced.

@@ -18,6 +18,7 @@ namespace
 {
 constexpr std::size_t kSourceBlockSize = 128 * 1024;
 constexpr unsigned char kEmptyArchive[22] = {'P', 'K', 5, 6};
+constexpr std::uint64_t kSmallestCopy = 1024 * 1024;   // of less, copying is no matter
 constexpr std::uint32_t kOffsetElsewhere = 0xFFFFFFFF; // in a field of 64 bits
 } // namespace
 
@@ -197,9 +198,9 @@ zip_int64_t ZipArchiveSource::Supported() const
 {
     return zip_source_make_command_bitmap(ZIP_SOURCE_OPEN, ZIP_SOURCE_READ, ZIP_SOURCE_CLOSE, ZIP_SOURCE_STAT,
                                           ZIP_SOURCE_ERROR, ZIP_SOURCE_FREE, ZIP_SOURCE_SEEK, ZIP_SOURCE_TELL,
-                                          ZIP_SOURCE_SUPPORTS, ZIP_SOURCE_BEGIN_WRITE, ZIP_SOURCE_COMMIT_WRITE,
-                                          ZIP_SOURCE_ROLLBACK_WRITE, ZIP_SOURCE_WRITE, ZIP_SOURCE_SEEK_WRITE,
-                                          ZIP_SOURCE_TELL_WRITE, ZIP_SOURCE_REMOVE, -1);
+                                          ZIP_SOURCE_SUPPORTS, ZIP_SOURCE_BEGIN_WRITE, ZIP_SOURCE_BEGIN_WRITE_CLONING,
+                                          ZIP_SOURCE_COMMIT_WRITE, ZIP_SOURCE_ROLLBACK_WRITE, ZIP_SOURCE_WRITE,
+                                          ZIP_SOURCE_SEEK_WRITE, ZIP_SOURCE_TELL_WRITE, ZIP_SOURCE_REMOVE, -1);
 }
 
 zip_int64_t ZipArchiveSource::Open()
@@ -230,6 +231,8 @@ zip_int64_t ZipArchiveSource::Write(const void* bytes, zip_uint64_t count, zip_s
         m_isCompleted = false;
         m_aesEntries.clear();
         return m_target->Begin() ? 0 : FailSystem(ZIP_ER_TMPOPEN);
+    case ZIP_SOURCE_BEGIN_WRITE_CLONING:
+        return BeginWithStart(count);
     case ZIP_SOURCE_WRITE:
         return Append(bytes, count);
     case ZIP_SOURCE_SEEK_WRITE: {
@@ -253,6 +256,18 @@ zip_int64_t ZipArchiveSource::Write(const void* bytes, zip_uint64_t count, zip_s
     default:
         return Fail(ZIP_ER_OPNOTSUPP);
     }
+}
+
+/// Entries that stay as they are at the start of the archive. Where it fails, libzip copies them one by one.
+zip_int64_t ZipArchiveSource::BeginWithStart(std::uint64_t size)
+{
+    m_isCompleted = false;
+    m_aesEntries.clear();
+    const auto advance = [this](std::uint64_t count) { return m_saving == nullptr || m_saving->Advance(count); };
+    if (size < kSmallestCopy || !m_target->BeginWithStart(size, advance))
+        return Fail(ZIP_ER_OPNOTSUPP);
+    m_writePosition = m_writtenSize = size;
+    return 0;
 }
 
 zip_int64_t ZipArchiveSource::Append(const void* bytes, zip_uint64_t count)

@@ -100,6 +100,7 @@ protected:
     zip_int64_t Write(const void* bytes, zip_uint64_t count, zip_source_cmd_t command) override;
 
 private:
+    zip_int64_t BeginWithStart(std::uint64_t size);
     zip_int64_t Append(const void* bytes, zip_uint64_t count);
     const void* DropAesChecksum(void* header, std::size_t size);
     zip_int64_t WriteEmptyArchive();

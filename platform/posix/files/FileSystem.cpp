@@ -9,6 +9,7 @@
 #include "platform/posix/files/SystemPath.h"
 #include "platform/posix/files/TemporaryFile.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <limits>
@@ -145,6 +146,21 @@ public:
             return write(descriptor, bytes, size);
         };
         return WriteFully(writeOnce, buffer, count, written) || FailFor(descriptor, O_RDONLY);
+    }
+
+    bool CopyRange(FileHandle from, FileHandle to, std::uint64_t offset, std::size_t count,
+                   std::size_t& copied) override
+    {
+        const WithoutCancellation whole;
+        auto readAt = static_cast<off_t>(offset);
+        auto writeAt = static_cast<off_t>(offset);
+        for (;;)
+        {
+            const ssize_t moved = copy_file_range(DescriptorOf(from), &readAt, DescriptorOf(to), &writeAt, count, 0);
+            copied = static_cast<std::size_t>(std::max<ssize_t>(moved, 0));
+            if (moved >= 0 || errno != EINTR)
+                return moved >= 0;
+        }
     }
 
     bool Seek(FileHandle file, std::int64_t offset, SeekOrigin origin, std::uint64_t& position) override
