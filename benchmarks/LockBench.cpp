@@ -101,6 +101,8 @@ BENCHMARK(Uncontended<Ours>)->Name("Lock/Uncontended/ours");
 BENCHMARK(Uncontended<Standard>)->Name("Lock/Uncontended/std_recursive_mutex");
 BENCHMARK(Nested<Ours>)->Name("Lock/Nested/ours");
 BENCHMARK(Nested<Standard>)->Name("Lock/Nested/std_recursive_mutex");
-BENCHMARK(Contended<Ours>)->Name("Lock/Contended/ours")->Threads(4)->UseRealTime();
-BENCHMARK(Contended<Standard>)->Name("Lock/Contended/std_recursive_mutex")->Threads(4)->UseRealTime();
+BENCHMARK(Contended<Ours>)->Name("Lock/ContendedByTwo/ours")->Threads(2)->UseRealTime();
+BENCHMARK(Contended<Standard>)->Name("Lock/ContendedByTwo/std_recursive_mutex")->Threads(2)->UseRealTime();
+BENCHMARK(Contended<Ours>)->Name("Lock/ContendedByFour/ours")->Threads(4)->UseRealTime();
+BENCHMARK(Contended<Standard>)->Name("Lock/ContendedByFour/std_recursive_mutex")->Threads(4)->UseRealTime();
 } // namespace

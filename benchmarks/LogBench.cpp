@@ -39,13 +39,8 @@ void WriteOurs(benchmark::State& state)
         WriteToLogFile(3U, "loading object %d of %s\n", ++number, "house.3d");
     state.SetItemsProcessed(state.iterations());
 }
-BENCHMARK(WriteOurs)
-    ->Name("Log/write/ours")
-    ->Setup(OpenOurs)
-    ->Teardown(CloseOurs)
-    ->Threads(1)
-    ->Threads(4)
-    ->UseRealTime();
+BENCHMARK(WriteOurs)->Name("Log/write/ours")->Setup(OpenOurs)->Teardown(CloseOurs)->UseRealTime();
+BENCHMARK(WriteOurs)->Name("Log/write_by_four/ours")->Setup(OpenOurs)->Teardown(CloseOurs)->Threads(4)->UseRealTime();
 
 void FilterOurs(benchmark::State& state)
 {
@@ -80,11 +75,11 @@ void WriteSpdlog(benchmark::State& state)
         g_logger->info("loading object {} of {}", ++number, "house.3d");
     state.SetItemsProcessed(state.iterations());
 }
+BENCHMARK(WriteSpdlog)->Name("Log/write/spdlog")->Setup(OpenSpdlog)->Teardown(CloseSpdlog)->UseRealTime();
 BENCHMARK(WriteSpdlog)
-    ->Name("Log/write/spdlog")
+    ->Name("Log/write_by_four/spdlog")
     ->Setup(OpenSpdlog)
     ->Teardown(CloseSpdlog)
-    ->Threads(1)
     ->Threads(4)
     ->UseRealTime();
 
