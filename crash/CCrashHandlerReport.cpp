@@ -110,9 +110,9 @@ bool CCrashHandler::IsWanted()
     return isWanted;
 }
 
-// The caller holds the registry.
-bool CCrashHandler::MakeReport(_CR_EXCEPTION_INFO& info, bool isCrash) X_NO_THREAD_SAFETY_ANALYSIS
+bool CCrashHandler::MakeReport(_CR_EXCEPTION_INFO& info, bool isCrash)
 {
+    const CrashRegistryHold hold;
     const int place = isCrash ? tev::CrashPlaceUsed() : -1;
     CrashRegistry::Published written; // copied, because the callback may change what is published
     if (place >= 0)

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <random>
+
 // What saving an archive leaves, on the disk and in memory.
 
 namespace
