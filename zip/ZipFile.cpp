@@ -17,7 +17,7 @@ using platform::FileKind;
 constexpr std::size_t kBufferSize = 256 * 1024;
 
 constexpr std::size_t kTailSize = 64 * 1024;
-constexpr std::size_t kCopiedAtOnce = 64 * 1024 * 1024;
+constexpr std::size_t kRangeAtOnce = 64 * 1024 * 1024;
 
 bool HashTail(ZipFileBytes& file, std::uint64_t& hash)
 {
@@ -134,7 +134,7 @@ bool ZipFileTarget::BeginWithStart(std::uint64_t size, const std::function<bool(
     std::size_t copied = 0;
     for (std::uint64_t at = 0; at < size; at += copied)
     {
-        const auto count = static_cast<std::size_t>(std::min<std::uint64_t>(size - at, kCopiedAtOnce));
+        const auto count = static_cast<std::size_t>(std::min<std::uint64_t>(size - at, kRangeAtOnce));
         if (!m_replacement->CopyRange(replaced->Handle(), at, count, copied) || copied == 0 || !advance(copied))
             return false;
     }
