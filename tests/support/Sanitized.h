@@ -1,5 +1,11 @@
 #pragma once
 
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#include <sanitizer/lsan_interface.h>
+#endif
+#endif
+
 namespace tev::test
 {
 // Memory and time are many times larger under the address and thread sanitizers.
@@ -17,4 +23,14 @@ constexpr bool kIsSanitized = true;
 constexpr bool kIsSanitized = false;
 #endif
 #endif
+
+/// What the calling thread allocates from now on may be left behind, as by a thread that is killed.
+inline void AllowLeaks()
+{
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer)
+    __lsan_disable();
+#endif
+#endif
+}
 } // namespace tev::test

@@ -227,7 +227,10 @@ TEST_F(CCustomThreads, VictimsCannotBlockTheTermination)
 #endif
 #endif
         SCOPED_TRACE(c.what);
-        Worker victim(c.body);
+        Worker victim([&body = c.body](Worker& self) {
+            AllowLeaks();
+            body(self);
+        });
         victim.Begin(kOwned | c.flags);
         EXPECT_TRUE((c.flags & kSuspended) != 0 || Eventually([&victim] { return victim.m_isInside.load(); }));
         EXPECT_TRUE(CCustomThread::HardThreadsTermination(false));
