@@ -83,6 +83,7 @@ protected:
     ~CXObjectElements() override = default;
 };
 
+/// Arrays of bytes.
 class TEVTOOLS_API CXByteElements : public CXPlainElements<unsigned char, XElementType("UCHR")>
 {
 public:
@@ -92,6 +93,7 @@ protected:
     ~CXByteElements() override = default;
 };
 
+/// Arrays of `int`.
 class TEVTOOLS_API CXIntElements : public CXPlainElements<int, XElementType(" INT")>
 {
 public:
@@ -101,6 +103,7 @@ protected:
     ~CXIntElements() override = default;
 };
 
+/// Arrays of `unsigned int`.
 class TEVTOOLS_API CXUIntElements : public CXPlainElements<unsigned int, XElementType("UINT")>
 {
 public:
@@ -110,6 +113,7 @@ protected:
     ~CXUIntElements() override = default;
 };
 
+/// Arrays of `__int64`.
 class TEVTOOLS_API CXInt64Elements : public CXPlainElements<__int64, XElementType("LLON")>
 {
 public:
@@ -119,6 +123,7 @@ protected:
     ~CXInt64Elements() override = default;
 };
 
+/// Arrays of `unsigned __int64`.
 class TEVTOOLS_API CXUInt64Elements : public CXPlainElements<unsigned __int64, XElementType("ULLO")>
 {
 public:
@@ -128,6 +133,7 @@ protected:
     ~CXUInt64Elements() override = default;
 };
 
+/// Arrays of `float`.
 class TEVTOOLS_API CXFloatElements : public CXPlainElements<float, XElementType("FLOA")>
 {
 public:
@@ -137,6 +143,7 @@ protected:
     ~CXFloatElements() override = default;
 };
 
+/// Arrays of `double`.
 class TEVTOOLS_API CXDoubleElements : public CXPlainElements<double, XElementType("DOUB")>
 {
 public:
@@ -146,6 +153,7 @@ protected:
     ~CXDoubleElements() override = default;
 };
 
+/// Arrays of wide texts.
 class TEVTOOLS_API CXStringElements : public CXObjectElements<CXTString<wchar_t>, XElementType("UNIC")>
 {
 public:

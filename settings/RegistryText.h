@@ -21,6 +21,7 @@ enum class XRegistryFault
 
 TEVTOOLS_API CXTString<wchar_t> XGetText(XRegistryFault fault, XLanguage language = XGetLanguage());
 
+/// How an import of .reg text went.
 struct XRegistryImport
 {
     XRegistryFault m_fault = XRegistryFault::None;

@@ -23,6 +23,7 @@ struct XReportAnswer
     CXTString<wchar_t> m_description; ///< what the user was doing
 };
 
+/// A line of text in a colour of a theme.
 struct XColoredLine
 {
     CXTString<wchar_t> m_text; ///< without a line end

@@ -24,6 +24,7 @@ constexpr int RoundToInt(float value) noexcept
 }
 } // namespace tev
 
+/// A point of two floats.
 class CFPoint
 {
 public:
@@ -38,6 +39,7 @@ public:
     float y = 0;
 };
 
+/// A width and a height as floats.
 class CFSize
 {
 public:

@@ -35,6 +35,7 @@ using IfAddressOf = std::enable_if_t<std::is_same_v<TARGET, STRUCTURE> || std::i
 
 class CXRect;
 
+/// A point of whole numbers.
 class CXPoint : public tagPOINT
 {
 public:
@@ -69,6 +70,7 @@ public:
     }
 };
 
+/// A width and a height of whole numbers.
 class CXSize : public tagSIZE
 {
 public:

@@ -66,6 +66,7 @@ enum class CXSkipReason : unsigned char
     kNotWritable    ///< the existing file or folder cannot be replaced, or the path leads through a symbolic link
 };
 
+/// An entry of an archive that was not extracted.
 struct CXSkippedEntry
 {
     CXTString<wchar_t> m_name; ///< as in the archive; empty where its header is damaged
