@@ -150,9 +150,17 @@ std::string ValueCases(const CommandPage& tool, const std::string& before, const
                 continue;
             std::string patterns;
             for (const std::string& name : option.m_names)
-                patterns += (patterns.empty() ? "" : " | ") + ShellWord(at + " " + name);
-            lines += "        " + patterns + ") " +
-                     (option.m_choices.empty() ? anyValue : before + Words(option.m_choices) + after) + " ;;\n";
+            {
+                std::string words = at;
+                (words += ' ') += name;
+                (patterns += patterns.empty() ? "" : " | ") += ShellWord(words);
+            }
+            lines += "        " + patterns + ") ";
+            if (option.m_choices.empty())
+                lines += anyValue;
+            else
+                ((lines += before) += Words(option.m_choices)) += after;
+            lines += " ;;\n";
         }
         return lines;
     });

@@ -69,6 +69,7 @@ Json Json::Object(const Members& members)
 Json Json::List(const std::vector<Json>& items)
 {
     std::vector<std::string> parts;
+    parts.reserve(items.size());
     for (const Json& item : items)
         parts.push_back(item.m_text);
     Json list;

@@ -39,6 +39,7 @@ public:
     static Json ListOf(const Values& values, const MakeItem& makeItem)
     {
         std::vector<Json> items;
+        items.reserve(values.size());
         for (const auto& value : values)
             items.push_back(makeItem(value));
         return List(items);
