@@ -22,20 +22,6 @@ constexpr LevelColor kColors[] = {
     {IoLogInfo::kWarning, CRGBColor(255, 128, 0), CRGBColor(156, 220, 255), true},
     {IoLogInfo::kError, CRGBColor(255, 0, 0), CRGBColor(245, 87, 98), false},
 };
-
-void TakeColor(unsigned level, bool isDark, XColoredLine& line)
-{
-    for (const LevelColor& row : kColors)
-    {
-        if ((level & row.m_bit) == 0)
-            continue;
-        line.m_hasColor = true;
-        line.m_color = isDark ? row.m_dark : row.m_light;
-        if (isDark && row.m_isShaded)
-            line.m_color.Darken(kShade);
-        return;
-    }
-}
 } // namespace
 
 CXArchive& operator<<(CXArchive& archive, const IoLogInfo& record)
@@ -53,6 +39,20 @@ CLogInfo::CLogInfo(CXArray<IoLogInfo>& records, unsigned int flags, void* parent
 {
 }
 
+bool CLogInfo::GetColor(unsigned int level, bool isDark, CRGBColor& color)
+{
+    for (const LevelColor& row : kColors)
+    {
+        if ((level & row.m_bit) == 0)
+            continue;
+        color = isDark ? row.m_dark : row.m_light;
+        if (isDark && row.m_isShaded)
+            color.Darken(kShade);
+        return true;
+    }
+    return false;
+}
+
 bool CLogInfo::OnInitDialog()
 {
     const bool isDark = XGetUserInterface().IsDarkTheme();
@@ -61,7 +61,7 @@ bool CLogInfo::OnInitDialog()
     for (int i = 0; i < m_records.GetSize(); ++i)
     {
         line.m_text = m_records[i].m_text;
-        TakeColor(m_records[i].m_level, isDark, line);
+        line.m_hasColor = GetColor(m_records[i].m_level, isDark, line.m_color) || line.m_hasColor;
         m_lines.push_back(line);
     }
     return true;

@@ -41,6 +41,10 @@ public:
     /// Prepares the lines and has the user interface show them.
     void DoModal();
 
+    /// The colour of a record with these level bits, on a dark background where `isDark`. False, and `color` is left, without
+    /// level bits.
+    static bool GetColor(unsigned int level, bool isDark, CRGBColor& color);
+
     const std::vector<XColoredLine>& GetLines() const noexcept { return m_lines; }
     unsigned int GetFlags() const noexcept { return m_flags; }
     void* GetParent() const noexcept { return m_parent; }

@@ -71,6 +71,11 @@ bool CUserInterface::IsDarkTheme()
     return false;
 }
 
+bool CUserInterface::AskForPassword(const CPathString&, CXTString<wchar_t>&)
+{
+    return false;
+}
+
 CUserInterface& XGetUserInterface() noexcept
 {
     static tev::NeverDestroyed<CUserInterface> substitute;

@@ -67,6 +67,8 @@ public:
     virtual void ShowLines(const std::vector<XColoredLine>& lines, void* parent);
     /// Whether the background of texts is dark.
     virtual bool IsDarkTheme();
+    /// Asks for the password of a file. False, and `password` is left, when the user gives none.
+    virtual bool AskForPassword(const CPathString& file, CXTString<wchar_t>& password);
 };
 
 /// The host's user interface, or the default one. Safe from several threads at once.

@@ -47,6 +47,7 @@ TEST(CUserInterface, WithoutAHostTextsAreLoggedAndAnswersAreSafe)
     EXPECT_FALSE(answer.m_send || answer.m_save);
     CPathString path(L"proposed");
     EXPECT_FALSE(ui.AskForSavePath(L"*.zip", path));
+    EXPECT_FALSE(ui.AskForPassword(L"a.zip", path));
     EXPECT_EQ(path, L"proposed");
     ui.Notify(L"title", L"text", L"");
     EXPECT_FALSE(ui.IsDarkTheme());
