@@ -8,6 +8,11 @@ import json
 import re
 import statistics
 import sys
+from pathlib import Path
+
+DOCUMENT = Path(__file__).resolve().parent.parent / "docs/performance.md"
+# A table there stands between two marks, and has the works whose names match.
+TABLE = re.compile(r"(?P<head><!-- bench: (?P<pattern>.*?) -->\n).*?(?P<foot><!-- /bench -->)", re.S)
 
 OURS = "ours"
 NANOSECONDS = {"ns": 1, "us": 1e3, "ms": 1e6, "s": 1e9}
@@ -41,6 +46,11 @@ def grouped(names):
         else:
             alone.append(name)
     return [("/".join(before + after), ours, peers) for (before, after), (ours, peers) in groups.items()], alone
+
+
+def words(work):
+    """A work's name as a reader takes it: numbers in groups of three digits, parts separated by commas."""
+    return ", ".join(f"{int(part):,}" if part.isdigit() else part.replace("_", " ") for part in work.split("/"))
 
 
 def clock_of(run):
