@@ -83,7 +83,7 @@ void ReportDelay()
 }
 
 /// False on time-out. No time-out with null.
-bool WaitUntilNoneIsLeft(const Clock::time_point* end)
+bool WaitUntilNoneIsLeft(const Clock::time_point* end, CXThread::WaitStep (*stepOfNow)() noexcept)
 {
     Clock::time_point nextReport = Clock::now() + kFirstReportAfter;
     while (CCustomThread::GetRunningThreadCount() != 0)
@@ -102,6 +102,8 @@ bool WaitUntilNoneIsLeft(const Clock::time_point* end)
             pauseMs = static_cast<unsigned>(std::min<long long>(left, kPollMs));
         }
         platform::SleepThisThread(pauseMs);
+        if (const CXThread::WaitStep step = stepOfNow())
+            step();
     }
     return true;
 }
@@ -208,7 +210,7 @@ void CCustomThread::WaitEndOfThreads(bool keepStopFlag)
     if (g_stopThreads.exchange(true))
         return;
     AskForThreadsEnd(true);
-    WaitUntilNoneIsLeft(nullptr);
+    WaitUntilNoneIsLeft(nullptr, GetWaitStep);
     if (!keepStopFlag)
         StopWorkers(false);
 }
@@ -217,7 +219,7 @@ bool CCustomThread::EndThreads(unsigned int timeoutMs)
 {
     const Clock::time_point end = Clock::now() + std::chrono::milliseconds(timeoutMs);
     AskForThreadsEnd(true);
-    if (!WaitUntilNoneIsLeft(&end))
+    if (!WaitUntilNoneIsLeft(&end, GetWaitStep))
     {
         if (timeoutMs != 0)
             ReportDelay();

@@ -12,6 +12,8 @@
 #include "threads/MainThread.h"
 #include "threads/ThreadRelations.h"
 
+#include <algorithm>
+#include <chrono>
 #include <memory>
 #include <new>
 
@@ -19,6 +21,32 @@ namespace platform = tev::platform;
 using platform::StartedThread;
 
 X_IMPLEMENT_ABSTRACT_LIBRARY_CLASS(CXThread, CXObject, xSchemaNotSerializable)
+
+namespace
+{
+constexpr unsigned kBetweenStepsMs = 10;
+
+std::atomic<CXThread::WaitStep> g_waitStep{nullptr};
+
+bool WaitInSteps(const StartedThread& thread, unsigned timeoutMs) noexcept
+{
+    using Clock = std::chrono::steady_clock;
+    const Clock::time_point end = Clock::now() + std::chrono::milliseconds(timeoutMs);
+    unsigned leftMs = timeoutMs;
+    while (const CXThread::WaitStep step = g_waitStep.load())
+    {
+        const unsigned waitMs = std::min(leftMs, kBetweenStepsMs);
+        if (platform::WaitForThread(&thread, waitMs))
+            return true;
+        if (waitMs == leftMs)
+            return false;
+        step();
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()).count();
+        leftMs = left <= 0 ? 0 : static_cast<unsigned>(left);
+    }
+    return platform::WaitForThread(&thread, leftMs);
+}
+} // namespace
 
 /// What the object and its thread share; either may exist longer.
 struct tev::SharedThread final : tev::ThreadStatus
@@ -343,12 +371,22 @@ bool CXThread::GetExitCode(unsigned int& exitCode) const
     return true;
 }
 
+CXThread::WaitStep CXThread::SetWaitStep(WaitStep step) noexcept
+{
+    return g_waitStep.exchange(step);
+}
+
+CXThread::WaitStep CXThread::GetWaitStep() noexcept
+{
+    return g_waitStep.load();
+}
+
 bool CXThread::WaitForEnd(unsigned int timeoutMs) const
 {
     const StartedThread* const thread = ThreadOf(m_handle.load());
     if (thread == nullptr)
         return tev::NoteBadArgument("CXThread::WaitForEnd");
-    if (!platform::WaitForThread(thread, timeoutMs))
+    if (!WaitInSteps(*thread, timeoutMs))
         return tev::NoteSystemError("CXThread::WaitForEnd", platform::kTimedOut);
     m_isEndKnown.store(true);
     return true;

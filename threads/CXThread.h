@@ -116,12 +116,21 @@ public:
     /// does not end. Always true.
     bool Lock(bool lock);
 
+    /// Has `step` called every few milliseconds on each thread that waits in WaitForEnd, CCustomThread::WaitEndOfThreads
+    /// or EndThreads, while it holds no lock of the library: a window can go on answering the threads that its own thread
+    /// waits for. The step must not throw; the time of a wait may be over before it returns. Null for none. Returns the
+    /// previous one.
+    using WaitStep = void (*)();
+    static WaitStep SetWaitStep(WaitStep step) noexcept;
+
     static void SleepCurrentThread(unsigned int milliseconds);
     /// The thread that called InitFerngateApplication, 0 before.
     static unsigned __int64 GetMainThreadID();
     static unsigned __int64 GetCurrentThreadID();
 
 protected:
+    static WaitStep GetWaitStep() noexcept;
+
     /// The body of a thread without function: Start; Run when Start returned true; Finish in both cases, unless an
     /// exception was thrown before it.
     virtual bool Start();

@@ -394,6 +394,37 @@ TEST_F(CCustomThreads, WaitingReportsWorkersThatTakeLong)
     CCustomThread::SetDelayReport(before);
 }
 
+TEST_F(CCustomThreads, WhoeverWaitsTakesSteps)
+{
+    static std::atomic<unsigned> steps;
+    static std::atomic<unsigned __int64> stepped;
+    const auto before = CXThread::SetWaitStep([] {
+        ++steps;
+        stepped = CXThread::GetCurrentThreadID();
+    });
+    const auto untilAStep = [](Worker&) {
+        const unsigned seen = steps;
+        Eventually([seen] { return steps != seen; });
+    };
+    Worker waitedFor(untilAStep);
+    EXPECT_TRUE(waitedFor.Begin().WaitForEnd(kLongTimeMs));
+    EXPECT_EQ(stepped.exchange(0), CXThread::GetCurrentThreadID());
+    Worker endless(Forever);
+    EXPECT_FALSE(endless.Begin().WaitForEnd(30));
+    CCustomThread::HardThreadsTermination(false);
+    for (const bool hasTime : {false, true})
+    {
+        (new Worker(untilAStep))->Begin(0);
+        if (hasTime)
+            EXPECT_TRUE(CCustomThread::EndThreads(kLongTimeMs));
+        else
+            CCustomThread::WaitEndOfThreads(false);
+        EXPECT_EQ(CCustomThread::GetRunningThreadCount(), 0u);
+        EXPECT_EQ(stepped.exchange(0), CXThread::GetCurrentThreadID());
+    }
+    CXThread::SetWaitStep(before);
+}
+
 /// What a child must be able to do. Its result says what it could not.
 int UseThreadsInChild(const CXThread& ofParent)
 {
