@@ -26,3 +26,6 @@ list(FILTER fuzzed_tool_sources EXCLUDE REGEX "/main\\.cpp$")
 target_sources(fuzz_TevJson PRIVATE ${fuzzed_tool_sources})
 target_link_libraries(fuzz_TevJson PRIVATE CLI11::CLI11)
 tevtools_unify_rooms(fuzz_TevJson)
+
+# The host's readers and what draws their models.
+target_sources(fuzz_Obj PRIVATE examples/host/model/ObjReader.cpp examples/host/model/Renderer.cpp)

@@ -45,6 +45,8 @@ if(EXISTS "${PROJECT_SOURCE_DIR}/qt/crash/main.cpp")
     tevtools_qt_program(tev-crash-dialog crash)
 endif()
 
+include(TevToolsHost)
+
 # Tests drive real windows on a display of their own, one program for each folder of tests/qt.
 if(TEVTOOLS_TESTS)
     find_package(Qt6 6.4 REQUIRED COMPONENTS Test)
