@@ -251,6 +251,8 @@ void Scene::Serialize(CXArchive& archive)
 void SaveScene(const Scene& scene, const CPathString& path)
 {
     const CPathString written = path + L".tmp";
+    std::error_code error;
+    try
     {
         CXFile file(written, CXFile::modeCreate | CXFile::modeWrite | CXFile::modeNoInherit);
         CXArchive archive(&file, xArchiveStore);
@@ -258,11 +260,15 @@ void SaveScene(const Scene& scene, const CPathString& path)
         archive.Close();
         file.Flush();
         file.Close();
+        std::filesystem::rename(std::filesystem::path(written), std::filesystem::path(path), error);
+        if (error)
+            CXFileException::Throw(fileGeneric, path);
     }
-    std::error_code error;
-    std::filesystem::rename(std::filesystem::path(written), std::filesystem::path(path), error);
-    if (error)
-        CXFileException::Throw(fileGeneric, path);
+    catch (...)
+    {
+        std::filesystem::remove(std::filesystem::path(written), error);
+        throw;
+    }
 }
 
 std::unique_ptr<Scene> LoadScene(const CPathString& path)
