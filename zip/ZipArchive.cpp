@@ -117,7 +117,7 @@ ZipOutcome ZipArchive::Describe(unsigned index, CZipFileInfo& info) const
 
 void ZipArchive::FillInfo(const ZipEntry& entry, CZipFileInfo& info)
 {
-    info.m_fileName = WideEntryName(entry.name).c_str();
+    DecodeEntryName(entry.name, info.m_fileName);
     info.m_attributes = entry.attributes;
     info.m_creationTime = entry.times.creation.value_or(0);
     info.m_lastAccessTime = entry.times.lastAccess.value_or(0);

@@ -29,14 +29,22 @@ std::wstring_view WithoutDriveAndRoot(std::wstring_view name)
 }
 } // namespace
 
+void DecodeEntryName(std::string_view name, CXTString<wchar_t>& wide)
+{
+    static_cast<void>(XDecodeText(name.data(), name.size(), xEncodingUtf8, wide));
+    if (name.find('\0') == name.npos)
+        return;
+    // A name that cannot be a file's is shown whole.
+    std::wstring whole(ViewOf(wide));
+    std::replace(whole.begin(), whole.end(), L'\0', L'\uFFFD');
+    wide = whole.c_str();
+}
+
 std::wstring WideEntryName(std::string_view name)
 {
     CXTString<wchar_t> wide;
-    static_cast<void>(XDecodeText(name.data(), name.size(), xEncodingUtf8, wide));
-    std::wstring result(ViewOf(wide));
-    // A name that cannot be a file's is shown whole.
-    std::replace(result.begin(), result.end(), L'\0', L'\uFFFD');
-    return result;
+    DecodeEntryName(name, wide);
+    return std::wstring(ViewOf(wide));
 }
 
 std::wstring ComparableName(std::wstring_view name, const NameRule& rule)

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "text/CXTString.h"
+
 #include <optional>
 #include <string>
 #include <string_view>
@@ -15,6 +17,8 @@ struct NameRule
     bool m_nameOnly = false; ///< folders do not count
 };
 
+/// An entry's name, in which what no file's name can hold is replaced.
+void DecodeEntryName(std::string_view name, CXTString<wchar_t>& wide);
 std::wstring WideEntryName(std::string_view name);
 
 /// What is equal for names that are the same by the rule. A separator at the end does not count.

@@ -109,14 +109,19 @@ void AddType(Listing& listing, const CFileExt& type)
     const std::vector<std::string> kinds = KindsOf(type.GetProperties());
     const std::string loader = Parser(type.GetLoader());
     const std::string saver = Parser(type.GetSaver());
-    listing.Add({CodeText(type.GetClass()), Joined(kinds, "+"), Field(loader), Field(saver),
-                 Narrow(type.GetExtension()), Narrow(type.GetDescription())},
-                Json::Object({{"class", CodeText(type.GetClass())},
-                              {"kinds", Json::ListOf(kinds)},
-                              {"loader", OrNull(loader)},
-                              {"saver", OrNull(saver)},
-                              {"extensions", Json::ListOf(ExtensionsOf(type))},
-                              {"description", type.GetDescription()}}));
+    const auto row = [&]() -> Row {
+        return {CodeText(type.GetClass()),   Joined(kinds, "+"),           Field(loader), Field(saver),
+                Narrow(type.GetExtension()), Narrow(type.GetDescription())};
+    };
+    const auto json = [&] {
+        return Json::Object({{"class", CodeText(type.GetClass())},
+                             {"kinds", Json::ListOf(kinds)},
+                             {"loader", OrNull(loader)},
+                             {"saver", OrNull(saver)},
+                             {"extensions", Json::ListOf(ExtensionsOf(type))},
+                             {"description", type.GetDescription()}});
+    };
+    listing.Add(row, json);
 }
 
 void AddName(Listing& listing, const std::string& name)
@@ -133,13 +138,18 @@ void AddName(Listing& listing, const std::string& name)
         saver = Parser(type.GetSaver());
         others = OtherClasses(wide, type.GetClass());
     }
-    listing.Add({name, Field(code), Joined(kinds, "+"), Field(loader), Field(saver), Joined(others, " ")},
-                Json::Object({{"name", name},
-                              {"class", OrNull(code)},
-                              {"kinds", Json::ListOf(kinds)},
-                              {"loader", OrNull(loader)},
-                              {"saver", OrNull(saver)},
-                              {"others", Json::ListOf(others)}}));
+    const auto row = [&]() -> Row {
+        return {name, Field(code), Joined(kinds, "+"), Field(loader), Field(saver), Joined(others, " ")};
+    };
+    const auto json = [&] {
+        return Json::Object({{"name", name},
+                             {"class", OrNull(code)},
+                             {"kinds", Json::ListOf(kinds)},
+                             {"loader", OrNull(loader)},
+                             {"saver", OrNull(saver)},
+                             {"others", Json::ListOf(others)}});
+    };
+    listing.Add(row, json);
 }
 
 void ShowTypes(Session& session, const TypesOptions& options)

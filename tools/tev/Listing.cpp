@@ -39,14 +39,14 @@ Listing::Listing(Session& session, const ListForm& form, std::vector<Column> col
 {
 }
 
-void Listing::Add(const Row& row, const Json& json)
+void Listing::Add(const std::function<Row()>& row, const std::function<Json()>& json)
 {
     if (m_isJson)
-        m_output.Write(json.Line());
+        m_output.Write(json().Line());
     else if (m_isTable)
-        m_rows.push_back(row);
+        m_rows.push_back(row());
     else
-        PrintFields(m_output, row);
+        PrintFields(m_output, row());
 }
 
 void Listing::Finish()

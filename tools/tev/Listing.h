@@ -2,6 +2,7 @@
 
 #include "tools/tev/Table.h"
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -32,7 +33,8 @@ class Listing
 public:
     Listing(Session& session, const ListForm& form, std::vector<Column> columns);
 
-    void Add(const Row& row, const Json& json);
+    /// Only the form that is wanted is made.
+    void Add(const std::function<Row()>& row, const std::function<Json()>& json);
     /// Prints the table.
     void Finish();
 

@@ -249,14 +249,20 @@ private:
              const RegistryValue& value)
     {
         const bool isKey = size.empty();
-        Json::Members members = {{"name", prefix + name}, {"type", type}};
-        if (!isKey)
-        {
-            members.emplace_back("bytes", value.m_data.size());
-            members.emplace_back("value", RegistryValueJson(value));
-        }
-        const std::string shown = prefix + (isKey ? name + "\\" : name.empty() ? "@" : name);
-        m_listing.Add({shown, type, size, isKey ? "" : RegistryValueLine(value)}, Json::Object(members));
+        const auto row = [&]() -> Row {
+            const std::string shown = prefix + (isKey ? name + "\\" : name.empty() ? "@" : name);
+            return {shown, type, size, isKey ? "" : RegistryValueLine(value)};
+        };
+        const auto json = [&] {
+            Json::Members members = {{"name", prefix + name}, {"type", type}};
+            if (!isKey)
+            {
+                members.emplace_back("bytes", value.m_data.size());
+                members.emplace_back("value", RegistryValueJson(value));
+            }
+            return Json::Object(members);
+        };
+        m_listing.Add(row, json);
     }
 
     Session& m_session;

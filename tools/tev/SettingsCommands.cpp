@@ -101,12 +101,19 @@ void RunList(Session& session, const SettingsOptions& options)
 {
     Listing listing(session, options.m_form, {{"KEY 1", true}, {"KEY 2", true}, {"BYTES", true}, {"VALUES", true}});
     for (const XPreferenceRecord& record : SoundRecords(session, options.m_file))
-        listing.Add({std::to_string(record.m_key1), std::to_string(record.m_key2), std::to_string(record.m_size),
-                     std::to_string(record.m_valueCount)},
-                    Json::Object({{"key1", record.m_key1},
-                                  {"key2", record.m_key2},
-                                  {"bytes", record.m_size},
-                                  {"values", record.m_valueCount}}));
+    {
+        const auto row = [&]() -> Row {
+            return {std::to_string(record.m_key1), std::to_string(record.m_key2), std::to_string(record.m_size),
+                    std::to_string(record.m_valueCount)};
+        };
+        const auto json = [&] {
+            return Json::Object({{"key1", record.m_key1},
+                                 {"key2", record.m_key2},
+                                 {"bytes", record.m_size},
+                                 {"values", record.m_valueCount}});
+        };
+        listing.Add(row, json);
+    }
     listing.Finish();
 }
 

@@ -102,7 +102,7 @@ void RunTextInfo(Session& session, const std::vector<std::string>& files, const 
     Listing listing(session, form, {{"FILE"}, {"ENCODING"}, {"MARK"}, {"LINE ENDS"}, {"LINES", true}, {"BYTES", true}});
     AttemptEach(session, files, [&](const std::string& name) {
         const FileInfo info = Examine(name);
-        listing.Add(ToRow(info), ToJson(info));
+        listing.Add([&] { return ToRow(info); }, [&] { return ToJson(info); });
     });
     listing.Finish();
 }

@@ -83,13 +83,17 @@ std::string DestinationFile(const UnpackOptions& options)
 void AddListed(Listing& listing, const std::string& name, std::optional<unsigned __int64> size, unsigned __int64 packed,
                __int64 modified)
 {
-    const CXTString<wchar_t> changed = CXTime(modified).Format(L"%Y-%m-%d %H:%M:%S");
-    listing.Add({size ? std::to_string(*size) : kEmptyField, std::to_string(packed),
-                 modified != 0 ? Narrow(changed) : kEmptyField, name},
-                Json::Object({{"name", name},
-                              {"size", size ? Json(*size) : Json()},
-                              {"packed", packed},
-                              {"modified", modified != 0 ? Json(IsoTime(modified)) : Json()}}));
+    const auto row = [&]() -> Row {
+        return {size ? std::to_string(*size) : kEmptyField, std::to_string(packed),
+                modified != 0 ? Narrow(CXTime(modified).Format(L"%Y-%m-%d %H:%M:%S")) : kEmptyField, name};
+    };
+    const auto json = [&] {
+        return Json::Object({{"name", name},
+                             {"size", size ? Json(*size) : Json()},
+                             {"packed", packed},
+                             {"modified", modified != 0 ? Json(IsoTime(modified)) : Json()}});
+    };
+    listing.Add(row, json);
 }
 
 void ListArchive(Session& session, const UnpackOptions& options, Listing& listing)

@@ -67,12 +67,14 @@ std::string MethodText(const CZipFileInfo& info)
 
 std::string EncryptionText(const CZipFileInfo& info)
 {
+    if (info.GetEncryption() == XZipEncryption::kNone)
+        return kEmptyField;
     for (const auto& [name, encryption] : kEncryptions)
     {
         if (encryption == info.GetEncryption())
             return name;
     }
-    return info.GetEncryption() == XZipEncryption::kNone ? kEmptyField : "unknown";
+    return "unknown";
 }
 
 Row RowOf(const CZipFileInfo& info)
@@ -106,7 +108,7 @@ void RunList(Session& session, const ZipOptions& options)
     for (const unsigned index : work.Find(options.m_names))
     {
         const CZipFileInfo info = Describe(work, index);
-        listing.Add(RowOf(info), ToJson(info));
+        listing.Add([&] { return RowOf(info); }, [&] { return ToJson(info); });
     }
     listing.Finish();
 }

@@ -5,6 +5,7 @@
 #include "zip/ZipTexts.h"
 
 #include <algorithm>
+#include <numeric>
 #include <set>
 
 namespace tev::tool
@@ -29,6 +30,12 @@ ZipWork::~ZipWork()
 
 std::vector<unsigned> ZipWork::Find(const std::vector<std::string>& names)
 {
+    if (names.empty())
+    {
+        std::vector<unsigned> all(static_cast<unsigned>(m_zip.GetCount(false)));
+        std::iota(all.begin(), all.end(), 0u);
+        return all;
+    }
     std::set<unsigned> found;
     for (const std::string& name : names)
     {
@@ -42,8 +49,6 @@ std::vector<unsigned> ZipWork::Find(const std::vector<std::string>& names)
         else
             throw Failure(m_name, "has no entry " + name);
     }
-    for (unsigned index = 0; names.empty() && index < static_cast<unsigned>(m_zip.GetCount(false)); ++index)
-        found.insert(found.end(), index);
     return std::vector<unsigned>(found.begin(), found.end());
 }
 

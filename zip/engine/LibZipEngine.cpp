@@ -160,7 +160,9 @@ public:
         if (addition == m_additions.end())
         {
             entry = DescribeZipHeader(m_contents, slot);
-            entry.name = Name(index);
+            const auto renamed = m_newNames.find(slot);
+            if (renamed != m_newNames.end())
+                entry.name = renamed->second;
             return true;
         }
         if (!DescribeZipSlot(m_archive, slot, entry))

@@ -13,7 +13,7 @@ namespace tev::platform
 {
 namespace
 {
-constexpr std::size_t kDirectoryBlockSize = 64 * 1024;
+constexpr std::size_t kDirectoryBlockSize = 256 * 1024;
 constexpr std::size_t kMostEnds = 64;     // that are tried
 constexpr std::size_t kSignatureSize = 6; // the mark, and the size of the rest
 
@@ -157,8 +157,7 @@ public:
             return false;
         m_directory.m_volumeStarts = m_volumes.Starts();
         m_directory.m_comment = m_end.m_comment;
-        m_directory.m_isPlain = m_isPlain && !m_end.m_isCut && m_directory.m_shift == 0;
-        FindFirstEntry();
+        m_directory.m_isEndPlain = m_isPlain && !m_end.m_isCut && m_directory.m_shift == 0;
         return true;
     }
 
@@ -251,57 +250,54 @@ private:
         return std::nullopt;
     }
 
-    /// Reads `count` bytes behind those that were read; false, with errno 0, where the directory ends before.
-    bool Take(std::size_t count)
+    /// Whether `count` bytes follow those that were taken. False, with errno 0, where the directory ends before.
+    bool Require(std::size_t count)
     {
         errno = 0;
-        if (m_limit - m_at < count)
+        ZipBuffer& bytes = m_directory.m_bytes;
+        const std::size_t before = bytes.size();
+        if (before - m_taken >= count)
+            return true;
+        const std::uint64_t left = m_limit - m_directory.m_start - before;
+        const std::size_t missing = count - (before - m_taken);
+        if (left < missing)
             return false;
-        if (m_at < m_blockStart || m_at - m_blockStart + count > m_block.size())
-        {
-            const auto wanted =
-                static_cast<std::size_t>(std::min<std::uint64_t>(std::max(kDirectoryBlockSize, count), m_limit - m_at));
-            if (!m_volumes.ReadExactly(m_at, wanted, m_block))
-                return false;
-            m_blockStart = m_at;
-        }
-        const auto first = m_block.begin() + static_cast<std::ptrdiff_t>(m_at - m_blockStart);
-        m_directory.m_bytes.insert(m_directory.m_bytes.end(), first, first + static_cast<std::ptrdiff_t>(count));
-        m_at += count;
-        return true;
+        const auto wanted =
+            static_cast<std::size_t>(std::min<std::uint64_t>(std::max(kDirectoryBlockSize, missing), left));
+        std::size_t delivered = 0;
+        bytes.resize(before + wanted);
+        if (m_volumes.ReadAt(m_directory.m_start + before, bytes.data() + before, wanted, delivered) &&
+            delivered == wanted)
+            return true;
+        bytes.resize(before);
+        return false;
     }
 
     /// False, with errno 0, where there is no complete header.
     bool TakeHeader()
     {
-        ZipBuffer& bytes = m_directory.m_bytes;
-        const std::uint64_t before = m_at;
-        const std::size_t at = bytes.size();
-        if (Take(kZipHeaderSize) && LoadLittleEndian<std::uint32_t>(bytes.data() + at) == kZipHeaderMark)
-        {
-            const unsigned char* const header = bytes.data() + at;
-            const std::size_t rest = std::size_t{LoadLittleEndian<std::uint16_t>(header + 28)} +
-                                     LoadLittleEndian<std::uint16_t>(header + 30) +
-                                     LoadLittleEndian<std::uint16_t>(header + 32);
-            if (Take(rest))
-            {
-                m_directory.m_headers.push_back(at);
-                return true;
-            }
-        }
-        bytes.resize(at);
-        m_at = before;
-        return false;
+        const ZipBuffer& bytes = m_directory.m_bytes;
+        if (!Require(kZipHeaderSize) || LoadLittleEndian<std::uint32_t>(bytes.data() + m_taken) != kZipHeaderMark)
+            return false;
+        const unsigned char* const header = bytes.data() + m_taken;
+        const std::size_t size = kZipHeaderSize + LoadLittleEndian<std::uint16_t>(header + 28) +
+                                 LoadLittleEndian<std::uint16_t>(header + 30) +
+                                 LoadLittleEndian<std::uint16_t>(header + 32);
+        if (!Require(size))
+            return false;
+        m_directory.m_headers.push_back(m_taken);
+        m_taken += size;
+        return true;
     }
 
     bool ReadHeaders()
     {
-        m_at = m_directory.m_start;
         while (TakeHeader())
             continue;
         if (errno != 0)
             return FailReading(m_error);
-        const std::uint64_t size = m_at - m_directory.m_start;
+        m_directory.m_bytes.resize(m_taken);
+        const std::uint64_t size = m_taken;
         const std::uint64_t count = m_directory.m_headers.size();
         m_isPlain = count == m_end.m_count && size == m_end.m_size;
         // All headers are there when nothing but a signature follows, or as many as are declared.
@@ -310,24 +306,13 @@ private:
 
     bool IsAtEnd()
     {
-        if (m_at == m_limit)
+        const std::uint64_t end = m_directory.m_start + m_taken;
+        if (end == m_limit)
             return true;
         ZipBuffer record;
-        return m_volumes.ReadExactly(m_at, kSignatureSize, record) &&
+        return m_volumes.ReadExactly(end, kSignatureSize, record) &&
                LoadLittleEndian<std::uint32_t>(record.data()) == kZipSignatureMark &&
-               m_at + kSignatureSize + LoadLittleEndian<std::uint16_t>(record.data() + 4) == m_limit;
-    }
-
-    void FindFirstEntry()
-    {
-        m_directory.m_firstEntry = m_directory.m_start;
-        for (const std::size_t header : m_directory.m_headers)
-        {
-            const std::optional<std::uint64_t> offset = m_directory.OffsetOf(m_directory.NumbersOf(header));
-            if (offset)
-                m_directory.m_firstEntry = std::min(m_directory.m_firstEntry, *offset);
-            m_directory.m_isPlain = m_directory.m_isPlain && offset && !m_directory.NeedsOtherHeader(header);
-        }
+               end + kSignatureSize + LoadLittleEndian<std::uint16_t>(record.data() + 4) == m_limit;
     }
 
     ZipVolumeBytes& m_volumes;
@@ -335,9 +320,7 @@ private:
     ZipDirectory& m_directory;
     ZipError& m_error;
     std::uint64_t m_limit = 0; ///< where the directory ends at the latest
-    std::uint64_t m_at = 0;    ///< how far it is read
-    ZipBuffer m_block;
-    std::uint64_t m_blockStart = 0;
+    std::size_t m_taken = 0;   ///< of the directory's bytes those of complete headers
     bool m_isPlain = true;
 };
 
@@ -439,6 +422,14 @@ std::optional<std::uint64_t> ZipDirectory::OffsetOf(const Numbers& numbers) cons
     if (limit - offset < kZipLocalHeaderSize || numbers.m_compressedSize > limit - offset - kZipLocalHeaderSize)
         return std::nullopt;
     return offset + m_shift;
+}
+
+std::uint64_t ZipDirectory::FirstEntry() const
+{
+    std::uint64_t first = m_start;
+    for (const std::size_t header : m_headers)
+        first = std::min(first, OffsetOf(NumbersOf(header)).value_or(first));
+    return first;
 }
 
 bool ZipDirectory::SharesBytes(std::uint64_t index) const

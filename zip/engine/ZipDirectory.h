@@ -81,9 +81,9 @@ public:
     /// Where the directory begins, in the sum of all volumes.
     std::uint64_t Start() const { return m_start; }
     /// Whether there are bytes before the first entry, such as a program's, which saving would lose.
-    bool HasPrefix() const { return m_firstEntry != 0; }
-    /// Whether the archive reads the same where only its end record is believed.
-    bool IsPlain() const { return m_isPlain; }
+    bool HasPrefix() const { return FirstEntry() != 0; }
+    /// Whether libzip, which believes the end record and nothing else, reads the archive as we do.
+    bool IsPlain() const;
     /// Whether the names are chosen so that libzip would take quadratic time over them.
     bool FloodsLibZip() const;
     /// A directory for all volumes in one that libzip accepts. Of names that it refuses, or would read otherwise, it gets
@@ -109,8 +109,10 @@ private:
     std::string_view NameOf(std::size_t header) const;
     std::string_view ExtraOf(std::size_t header) const;
     std::vector<bool> FindShared() const;
+    /// Where the first of all local headers lies; the directory where there is none.
+    std::uint64_t FirstEntry() const;
     bool NeedsOtherHeader(std::size_t header) const;
-    void WriteHeader(std::size_t header, ZipBuffer& directory) const;
+    void WriteHeader(std::size_t header, std::uint64_t firstEntry, ZipBuffer& directory) const;
     void WriteEnd(ZipBuffer& directory) const;
 
     ZipBuffer m_bytes; ///< the headers
@@ -119,8 +121,7 @@ private:
     ZipBuffer m_comment;
     std::uint64_t m_start = 0;
     std::uint64_t m_shift = 0; ///< what was put before the archive without changing its offsets
-    std::uint64_t m_firstEntry = 0;
-    bool m_isPlain = true;
+    bool m_isEndPlain = true;  ///< the end record says what is there
     mutable LibraryLock m_sharedLock;
     mutable std::vector<bool> m_isShared X_GUARDED_BY(m_sharedLock); ///< empty until it is asked for
 };

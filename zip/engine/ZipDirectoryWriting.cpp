@@ -85,6 +85,13 @@ bool ZipDirectory::NeedsOtherHeader(std::size_t header) const
            AppendFields(ExtraOf(header), fields) != ExtraOf(header).size();
 }
 
+bool ZipDirectory::IsPlain() const
+{
+    return m_isEndPlain && std::all_of(m_headers.begin(), m_headers.end(), [this](std::size_t header) {
+               return OffsetOf(NumbersOf(header)) && !NeedsOtherHeader(header);
+           });
+}
+
 bool ZipDirectory::FloodsLibZip() const
 {
     constexpr std::uint64_t kFewNames = 1000;
@@ -110,13 +117,14 @@ bool ZipDirectory::FloodsLibZip() const
 ZipBuffer ZipDirectory::Rewritten() const
 {
     ZipBuffer directory;
+    const std::uint64_t firstEntry = FirstEntry();
     for (const std::size_t header : m_headers)
-        WriteHeader(header, directory);
+        WriteHeader(header, firstEntry, directory);
     WriteEnd(directory);
     return directory;
 }
 
-void ZipDirectory::WriteHeader(std::size_t header, ZipBuffer& directory) const
+void ZipDirectory::WriteHeader(std::size_t header, std::uint64_t firstEntry, ZipBuffer& directory) const
 {
     const unsigned char* const old = m_bytes.data() + header;
     auto flags = LoadLittleEndian<std::uint16_t>(old + 8);
@@ -136,7 +144,7 @@ void ZipDirectory::WriteHeader(std::size_t header, ZipBuffer& directory) const
     // libzip refuses an archive for one entry that is not sound.
     StoreLittleEndian(mine + 24, offset ? Shortened(numbers.m_size, field) : 0U);
     StoreLittleEndian(mine + 20, offset ? Shortened(numbers.m_compressedSize, field) : 0U);
-    StoreLittleEndian(mine + 42, Shortened(offset.value_or(m_firstEntry), field));
+    StoreLittleEndian(mine + 42, Shortened(offset.value_or(firstEntry), field));
     StoreLittleEndian<std::uint16_t>(mine + 34, 0);
     StoreLittleEndian(mine + 8, flags);
     const std::size_t fieldSize = field.empty() ? 0 : 4 + field.size();
