@@ -188,7 +188,8 @@ private:
 };
 
 /// Installs the process's handler. An existing one gets the new callback, texts and flags; the low byte of the flags is the
-/// mode. A report that an earlier run could not finish is finished now. Nothing is thrown.
+/// mode. A report that an earlier run could not finish is finished now, and the user is asked about it, and about one in whose
+/// question that run was ended, where the host has set its user interface. Nothing is thrown.
 TEVTOOLS_API void CrashInstall(int (*callback)(CCrashHandler*), const wchar_t* text1, const wchar_t* text2,
                                unsigned int flags);
 /// The process's handler, or null.

@@ -135,26 +135,19 @@ bool CCrashHandler::MakeReport(_CR_EXCEPTION_INFO& info, bool isCrash)
             parts.Fail("CCrashHandler::ExceptionOccurs", XFailureKind::kSystem, record.m_archiveFolder);
     }
     info.pexcptrs = given;
-    if (place >= 0 && (!isWanted || !archive.IsEmpty()))
-    {
-        if (!isWanted || record.m_dump != written.m_record.m_writtenDump)
-            tev::RemoveReportFile(written.m_record.m_writtenDump);
+    const bool isSettled = place >= 0 && (!isWanted || !archive.IsEmpty());
+    if (isSettled && (!isWanted || record.m_dump != written.m_record.m_writtenDump))
+        tev::RemoveReportFile(written.m_record.m_writtenDump);
+    // A process that is ended while the user is asked leaves the record, so that the next start asks again.
+    if (isSettled && (!isWanted || !tev::AddArchiveTo(written.m_path, archive)))
         tev::RemoveReportFile(written.m_path);
-    }
     if (!isWanted)
         return false;
     XDeleteThreadException();
 
-    bool isMailed = false;
-    tev::SetReportPath(archive);
-    tev::Attempt([&] {
-        isMailed = record.m_isCrash ? GenerateErrorReport(archive, record.m_files)
-                                    : GenerateFilesErrorReport(archive, &record.m_files);
-    });
-    if (isMailed)
-        tev::RemoveReportFile(archive);
-    if (isMailed)
-        tev::SetReportPath({});
+    CrashHandlerAccess::OfferReport(*this, record, archive);
+    if (isSettled)
+        tev::RemoveReportFile(written.m_path);
     if (!isCrash || !archive.IsEmpty())
         tev::RemoveUnplacedDump(record);
     if (!isCrash)

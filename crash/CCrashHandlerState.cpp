@@ -36,24 +36,13 @@ struct SupportAddress
     CXTString<wchar_t> m_chosen X_GUARDED_BY(m_lock);
 };
 
-/// The reports that earlier processes of this application left.
-void FinishLeft()
-{
-    tev::Attempt([] {
-        tev::FinishLeftReports(tev::TemporaryFolder(), XGetApplicationName());
-        CPathString folder;
-        if (tev::FindUserDataFolder(folder))
-            tev::FinishLeftReports(folder, XGetApplicationName());
-    });
-}
-
 void OnApplicationName()
 {
     const CrashRegistryHold hold;
-    if (const CCrashHandler* const handler = CrashRegistry::Get().Find())
+    if (CCrashHandler* const handler = CrashRegistry::Get().Find())
     {
         CrashHandlerAccess::PublishTraces(*handler);
-        FinishLeft();
+        CrashHandlerAccess::FinishLeft(*handler);
     }
 }
 
@@ -221,8 +210,8 @@ void CrashInstall(int (*callback)(CCrashHandler*), const wchar_t* text1, const w
             handler->SetFlags(flags);
             return;
         }
-        new CCrashHandler(callback, text1, text2, flags); // owned by the registry; CrashUninstall deletes it
-        FinishLeft();
+        // Owned by the registry; CrashUninstall deletes it.
+        CrashHandlerAccess::FinishLeft(*new CCrashHandler(callback, text1, text2, flags));
     });
 }
 

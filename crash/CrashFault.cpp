@@ -19,7 +19,6 @@
 #include <csetjmp>
 #include <ctime>
 #include <exception>
-#include <fstream>
 #include <new>
 #include <utility>
 
@@ -347,10 +346,8 @@ void AddCrashNotes(CrashRecord& record)
 void AddMessageTo(const CPathString& recordPath)
 {
     const std::string& message = CrashMessage::Get();
-    if (message.empty())
-        return;
-    std::ofstream record(SystemFilePath(recordPath), std::ios::binary | std::ios::app);
-    record << crashdetail::kMessage << '\0' << message << '\0';
+    if (!message.empty())
+        AddDetailTo(recordPath, crashdetail::kMessage, message);
 }
 
 void SetReportPath(const CPathString& path) noexcept

@@ -155,6 +155,50 @@ std::string ReadRecord(const fs::path& name)
     std::ifstream file(name, std::ios::binary);
     return std::string(std::istreambuf_iterator<char>(file), {});
 }
+
+enum class FinishedBy
+{
+    Helper,
+    NextStart ///< which asks the user then
+};
+
+/// Makes the report of a record, where that is still to be done, and removes the record; the helper leaves one whose user was
+/// being asked. True also when the record has been removed already.
+bool FinishReport(const CPathString& recordPath, FinishedBy by, tev::LeftReport& report) noexcept
+{
+    bool isFinished = false;
+    const auto finish = [&] {
+        const fs::path name = SystemFilePath(recordPath);
+        std::error_code failure;
+        const std::uintmax_t size = fs::file_size(name, failure);
+        if (failure || size > kLargestRecord)
+        {
+            isFinished = !fs::exists(name);
+            return;
+        }
+        CrashRecord& record = report.m_record;
+        if (ParseRecord(ReadRecord(name), record))
+        {
+            if (fileIsFile(record.m_made))
+                report.m_archive = record.m_made;
+            if (by == FinishedBy::Helper && (isFinished = !record.m_made.IsEmpty()))
+                return;
+            AddOwnFiles(record);
+            const bool hasAny = std::any_of(record.m_files.begin(), record.m_files.end(),
+                                            [](const XReportFile& packed) { return CanBePacked(packed.m_path); });
+            if (hasAny && record.m_made.IsEmpty() && (report.m_archive = tev::PackReport(record)).IsEmpty())
+                return;
+            if (by == FinishedBy::Helper)
+                RemoveUnplacedDump(record);
+            // What the crashed process began to pack.
+            if (!record.m_archiveFolder.IsEmpty())
+                tev::RemovePrivateFolder(SystemFilePath(record.m_archiveFolder / ArchiveName(record)),
+                                         tev::ProcessOfRecord(recordPath));
+        }
+        isFinished = fs::remove(name);
+    };
+    return tev::Attempt(finish) && isFinished;
+}
 } // namespace
 
 namespace tev
@@ -207,38 +251,8 @@ unsigned ProcessOfRecord(const CPathString& recordPath)
     return static_cast<unsigned>(std::wcstoul(name.c_str() + name.rfind(L'.') + 1, nullptr, 10));
 }
 
-bool FinishReport(const CPathString& recordPath, CPathString& archive) noexcept
-{
-    bool isFinished = false;
-    const auto finish = [&] {
-        const fs::path name = SystemFilePath(recordPath);
-        std::error_code failure;
-        const std::uintmax_t size = fs::file_size(name, failure);
-        if (failure || size > kLargestRecord)
-        {
-            isFinished = !fs::exists(name);
-            return;
-        }
-        CrashRecord record;
-        if (ParseRecord(ReadRecord(name), record))
-        {
-            AddOwnFiles(record);
-            const bool hasAny = std::any_of(record.m_files.begin(), record.m_files.end(),
-                                            [](const XReportFile& packed) { return CanBePacked(packed.m_path); });
-            if (hasAny && (archive = PackReport(record)).IsEmpty())
-                return;
-            RemoveUnplacedDump(record);
-            // What the crashed process began to pack.
-            if (!record.m_archiveFolder.IsEmpty())
-                RemovePrivateFolder(SystemFilePath(record.m_archiveFolder / ArchiveName(record)),
-                                    ProcessOfRecord(recordPath));
-        }
-        isFinished = fs::remove(name);
-    };
-    return Attempt(finish) && isFinished;
-}
-
-void FinishLeftReports(const CPathString& folder, const CXTString<wchar_t>& product) noexcept
+void FinishLeftReports(const CPathString& folder, const CXTString<wchar_t>& product,
+                       std::vector<LeftReport>& reports) noexcept
 {
     Attempt([&] {
         const std::string start = SystemFilePath(product).string() + ".";
@@ -254,9 +268,9 @@ void FinishLeftReports(const CPathString& folder, const CXTString<wchar_t>& prod
         for (const fs::path& path : found)
         {
             const platform::LeftRecord left(path.string());
-            CPathString archive;
-            if (left.IsHeld())
-                FinishReport(WideFilePath(path), archive);
+            LeftReport report;
+            if (left.IsHeld() && FinishReport(WideFilePath(path), FinishedBy::NextStart, report))
+                reports.push_back(std::move(report));
         }
     });
 }
@@ -265,9 +279,9 @@ void FinishLeftReports(const CPathString& folder, const CXTString<wchar_t>& prod
 // The helper process finds this function by its name.
 extern "C" TEVTOOLS_API bool XFinishCrashReport(const char* recordPath, char* reportPath, std::size_t capacity) noexcept
 {
-    CPathString archive;
-    const bool isFinished = tev::FinishReport(tev::WideFilePath(recordPath), archive);
-    const std::string path = tev::SystemFilePath(archive).string();
+    tev::LeftReport report;
+    const bool isFinished = FinishReport(tev::WideFilePath(recordPath), FinishedBy::Helper, report);
+    const std::string path = tev::SystemFilePath(report.m_archive).string();
     reportPath[path.copy(reportPath, capacity - 1)] = '\0';
     return isFinished;
 }

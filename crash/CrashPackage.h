@@ -11,11 +11,15 @@ namespace tev
 /// get numbers. Takes no lock that another process can hold. Nothing is thrown.
 CPathString PackReport(const CrashRecord& record) noexcept;
 
-/// Makes the report of a record, sets `archive` to its path, and removes the record. True also when the record has been
-/// removed already.
-bool FinishReport(const CPathString& recordPath, CPathString& archive) noexcept;
-/// Finishes the reports that ended processes of this application have left in the folder.
-void FinishLeftReports(const CPathString& folder, const CXTString<wchar_t>& product) noexcept;
+/// Finishes the reports that ended processes of this application have left in the folder, and appends them. Their dumps are
+/// left to the caller (RemoveUnplacedDump).
+struct LeftReport
+{
+    CrashRecord m_record;
+    CPathString m_archive; ///< empty where there is none
+};
+void FinishLeftReports(const CPathString& folder, const CXTString<wchar_t>& product,
+                       std::vector<LeftReport>& reports) noexcept;
 
 /// How files of a report are opened: another process may be writing them.
 constexpr unsigned kReadAnyone = CXFile::modeRead | CXFile::shareDenyNone | CXFile::modeNoInherit;

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <fstream>
 
 namespace tev
 {
@@ -19,6 +20,7 @@ constexpr std::string_view kMagic = "TevTools crash record";
 constexpr std::string_view kVersion = "1";
 constexpr std::string_view kMode = "mode";
 constexpr std::string_view kFile = "file";
+constexpr const char* kArchive = "archive";
 
 struct PathEntry
 {
@@ -28,7 +30,8 @@ struct PathEntry
 constexpr PathEntry kPaths[] = {{"folder", &CrashRecord::m_archiveFolder},
                                 {"written", &CrashRecord::m_writtenDump},
                                 {"dump", &CrashRecord::m_dump},
-                                {kLogKey, &CrashRecord::m_log}};
+                                {kLogKey, &CrashRecord::m_log},
+                                {kArchive, &CrashRecord::m_made}};
 
 struct TextEntry
 {
@@ -121,6 +124,26 @@ void AddNotes(std::string_view notes, CrashRecord& record)
     }
 }
 
+bool AddDetailTo(const CPathString& recordPath, const char* key, const std::string& value) noexcept
+{
+    bool isAdded = false;
+    Attempt([&] {
+        // Creates no file: a record that has been removed belongs to a finished report.
+        std::fstream record(SystemFilePath(recordPath),
+                            std::ios::binary | std::ios::in | std::ios::out | std::ios::ate);
+        record << key << '\0' << value << '\0' << std::flush;
+        isAdded = record.good();
+    });
+    return isAdded;
+}
+
+bool AddArchiveTo(const CPathString& recordPath, const CPathString& archive) noexcept
+{
+    bool isAdded = false;
+    Attempt([&] { isAdded = AddDetailTo(recordPath, kArchive, Absolute(archive)); });
+    return isAdded;
+}
+
 CPathString DetailsPath(const CrashRecord& record)
 {
     const CXTString<wchar_t> extension = record.m_dump.GetExtension();
@@ -134,15 +157,17 @@ void AddOwnFiles(CrashRecord& record)
         file.m_description.LoadString(description);
         record.m_files.push_back(file);
     };
-    if (!record.m_writtenDump.IsEmpty() && fileIsFile(record.m_writtenDump) && record.m_dump != record.m_writtenDump &&
-        !Attempt([&] { Move(record.m_writtenDump, record.m_dump); }))
+    const bool isMade = !record.m_made.IsEmpty();
+    if (!isMade && !record.m_writtenDump.IsEmpty() && fileIsFile(record.m_writtenDump) &&
+        record.m_dump != record.m_writtenDump && !Attempt([&] { Move(record.m_writtenDump, record.m_dump); }))
         record.m_dump = record.m_writtenDump;
     if (record.m_isCrash && !record.m_dump.IsEmpty())
     {
         add(record.m_dump, kTextDump);
         const CPathString details = DetailsPath(record);
         Attempt([&] {
-            if (platform::WritePrivateFile(SystemFilePath(details).c_str(), ComposeDetails(record)))
+            if (isMade ? fileIsFile(details)
+                       : platform::WritePrivateFile(SystemFilePath(details).c_str(), ComposeDetails(record)))
                 add(details, kTextDetails);
         });
     }

@@ -18,6 +18,7 @@ struct CrashRecord
     CPathString m_writtenDump;   ///< the path at which the dump is written
     CPathString m_dump;          ///< its final path; the details lie beside it
     CPathString m_log;           ///< may be empty
+    CPathString m_made;          ///< the archive, when it has been made and the user has not answered yet
     std::vector<XReportFile> m_files;
     CXTString<wchar_t> m_product; ///< the application's name in file names
     CXTString<wchar_t> m_name;    ///< and for the user
@@ -51,8 +52,12 @@ std::string ComposeRecord(const CrashRecord& record);
 /// Appends the pairs of texts, as they stand in a record, to the details; the log is taken as that.
 void AddNotes(std::string_view notes, CrashRecord& record);
 
-/// Moves the dump to its final path, writes the details beside it, and adds both, with the log, to the files; what does not
-/// exist is left out.
+/// Append to the record that a crash has left on the disk. False when nothing could be added; the record may then be cut.
+bool AddDetailTo(const CPathString& recordPath, const char* key, const std::string& value) noexcept;
+bool AddArchiveTo(const CPathString& recordPath, const CPathString& archive) noexcept;
+
+/// Adds the dump, the details and the log to the files; what does not exist is left out. Where there is no archive yet, moves the
+/// dump to its final path and writes the details beside it before.
 void AddOwnFiles(CrashRecord& record);
 /// Deletes the dump and the details after the report was packed, where there is no final path for them.
 void RemoveUnplacedDump(const CrashRecord& record) noexcept;

@@ -15,6 +15,10 @@ struct CrashHandlerAccess
     /// Runs on the thread that waits for a crash; takes the lock itself. False when the report still has to be made.
     static bool Report(_CR_EXCEPTION_INFO& info);
     static void PublishTraces(const CCrashHandler& handler) { handler.PublishTraces(); }
+    /// Asks about a report as its mode wants it, and deletes the archive when it was mailed.
+    static void OfferReport(CCrashHandler& handler, const tev::CrashRecord& record, const CPathString& archive);
+    /// Finishes the reports that earlier processes of this application left, and asks the user of a host about them.
+    static void FinishLeft(CCrashHandler& handler);
 };
 
 namespace tev

@@ -1,9 +1,11 @@
 // The part of CCrashHandler that the user sees: questions, mail, saving.
 
+#include "crash/Attempt.h"
 #include "crash/CCrashHandler.h"
 #include "crash/CrashFault.h"
 #include "crash/CrashPackage.h"
 #include "crash/CrashPaths.h"
+#include "crash/CrashRegistry.h"
 #include "files/CXFile.h"
 #include "files/FileReplacement.h"
 #include "objects/CXException.h"
@@ -12,9 +14,11 @@
 #include "platform/PathNames.h"
 #include "platform/SystemErrors.h"
 #include "services/ApplicationName.h"
+#include "services/DataFolders.h"
 #include "services/Paths.h"
 #include "ui/CUserInterface.h"
 
+#include <atomic>
 #include <optional>
 #include <string>
 #include <typeinfo>
@@ -31,6 +35,9 @@ bool HasHost(CUserInterface& userInterface)
 {
     return typeid(userInterface) != typeid(CUserInterface);
 }
+
+/// Whether the user is being asked about a report of an earlier process.
+std::atomic<bool> g_isAskingAtStart{false};
 
 void CopyFile(const Text& from, const Text& to)
 {
@@ -60,17 +67,56 @@ bool CCrashHandler::GenerateFilesErrorReport(const wchar_t* archivePath, const s
     Text introduction;
     introduction.Format(tev::kTextFiles, ApplicationText().GetConstBuffer(), m_text2.GetConstBuffer());
     introduction += L"\r\n\r\nFile(s):";
-    for (const XReportFile& file : m_files)
-        introduction.AppendFormat(L"\r\n%s", file.m_path.GetConstBuffer());
+    for (const XReportFile& file : *files)
+    {
+        if (file.m_description.IsEmpty()) // else it is one of the library's own
+            introduction.AppendFormat(L"\r\n%s", file.m_path.GetConstBuffer());
+    }
     return Offer(archivePath, introduction, *files);
+}
+
+void CrashHandlerAccess::OfferReport(CCrashHandler& handler, const tev::CrashRecord& record, const CPathString& archive)
+{
+    bool isMailed = false;
+    tev::SetReportPath(archive);
+    tev::Attempt([&] {
+        isMailed = record.m_isCrash ? handler.GenerateErrorReport(archive, record.m_files)
+                                    : handler.GenerateFilesErrorReport(archive, &record.m_files);
+    });
+    if (!isMailed)
+        return;
+    tev::RemoveReportFile(archive);
+    tev::SetReportPath({});
+}
+
+void CrashHandlerAccess::FinishLeft(CCrashHandler& handler)
+{
+    tev::Attempt([&handler] {
+        std::vector<tev::LeftReport> reports;
+        tev::FinishLeftReports(tev::TemporaryFolder(), XGetApplicationName(), reports);
+        CPathString folder;
+        if (tev::FindUserDataFolder(folder))
+            tev::FinishLeftReports(folder, XGetApplicationName(), reports);
+        for (const tev::LeftReport& report : reports)
+        {
+            if (!report.m_archive.IsEmpty() && HasHost(XGetUserInterface()))
+            {
+                g_isAskingAtStart.store(true);
+                OfferReport(handler, report.m_record, report.m_archive);
+                g_isAskingAtStart.store(false);
+            }
+            tev::RemoveUnplacedDump(report.m_record);
+        }
+    });
 }
 
 bool CCrashHandler::Offer(const wchar_t* archivePath, const Text& introduction, const std::vector<XReportFile>& files)
 {
     CUserInterface& userInterface = XGetUserInterface();
     const bool hasHost = HasHost(userInterface);
-    // The default user interface writes to the log, which the crashed thread may have locked.
-    if (!hasHost && tev::IsCrashing())
+    // The default user interface writes to the log, which the crashed thread may have locked. A host's one that crashes at
+    // every question would do so at every start.
+    if (tev::IsCrashing() && (!hasHost || g_isAskingAtStart.load()))
         return false;
     std::optional<tev::WithoutDeadline> withoutDeadline;
     if (hasHost)

@@ -2,8 +2,10 @@
 
 #include "crash/ModuleFile.h"
 #include "crash/XMinidump.h"
+#include "platform/CrashDumps.h"
 #include "tests/support/CrashingProgram.h"
 #include "tests/support/Debugger.h"
+#include "tests/support/Eventually.h"
 #include "tests/support/ForkedChild.h"
 #include "tests/support/Sanitized.h"
 #include "tests/support/StoreBytes.h"
@@ -193,15 +195,22 @@ TEST_F(CrashesThread, EachWayEndsAsDocumentedWithOneReport)
         worker.join();
 }
 
-/// A start of the program with the folders of another one that has ended.
-void StartAgain(const CrashingProgram& program, const std::string& way = "demand")
+/// A start of the program with the folders of another one that has ended: the files of the reports that it asks about.
+std::string StartAgain(const CrashingProgram& program, const std::string& way = "demand", const char* asked = "note")
 {
+    const EnvironmentVariable ask("TEVTOOLS_CRASH_ASKED", asked);
     const EnvironmentVariable user("TEVTOOLS_USER_DATA", program.Folder().Path("user").string());
     const EnvironmentVariable common("TEVTOOLS_COMMON_DATA", program.Folder().Path("common").string());
     const EnvironmentVariable temporary("TMPDIR", program.Folder().Path("temporary").string());
-    const std::string again = std::string(TEVTOOLS_CRASH_WAYS) + " " + way + " main no-report >/dev/null";
-    EXPECT_EQ(std::system(again.c_str()), 0);
+    const std::string again = std::string(TEVTOOLS_CRASH_WAYS) + " " + way + " main no-report 2>/dev/null";
+    FILE* const pipe = popen(again.c_str(), "r");
+    std::string output;
+    for (int c = std::fgetc(pipe); c != EOF; c = std::fgetc(pipe))
+        output += static_cast<char>(c);
+    EXPECT_EQ(WEXITSTATUS(pclose(pipe)), asked == "crash"s ? 1 : 0);
+    return output;
 }
+const std::string kOwnFiles = kProduct + ".dmp\n" + kProduct + ".txt\ncrash.log\n";
 
 TEST_F(CrashesThread, WithoutHelperTheNextStartFinishesTheReport)
 {
@@ -209,13 +218,58 @@ TEST_F(CrashesThread, WithoutHelperTheNextStartFinishesTheReport)
     CrashingProgram withoutFolders({"no-folders", "main", "hang"}, "/no/helper");
     EXPECT_EQ(program.Wait(), 1);
     EXPECT_EQ(program.Names("common"), std::set<std::string>());
-    StartAgain(program);
+    EXPECT_EQ(StartAgain(program), kOwnFiles);
     ExpectReport(program, {{}, 1, SIGSEGV});
+    EXPECT_EQ(StartAgain(program), "");
 
     EXPECT_EQ(withoutFolders.Wait(), 1);
     EXPECT_EQ(withoutFolders.Names("temporary").size(), 2u); // the record and the dump
     StartAgain(withoutFolders);
     EXPECT_THAT(withoutFolders.Names("temporary"), testing::ElementsAre(HasSubstr(".DebugReport.zip")));
+}
+
+/// The record of a report that was left in the folder; waits for the helper, which has it locked.
+std::string LeftRecordIn(const CrashingProgram& program, const std::string& folder)
+{
+    for (const std::string& name : program.Names(folder))
+    {
+        const std::string path = program.Folder().Path(folder + "/" + name).string();
+        if (std::filesystem::path(name).extension() == ".crash")
+            return Eventually([&] { return tev::platform::LeftRecord(path).IsHeld(); }) ? name : "locked";
+    }
+    return {};
+}
+
+TEST_F(CrashesThread, AProcessThatEndsWhileTheUserIsAskedLeavesAReportThatIsOfferedOnce)
+{
+    const std::pair<const char*, int> endings[] = {{"kill", kBySignal + SIGKILL}, {"exit", 5}, {"crash", 1}};
+    for (const auto& [asked, exitCode] : endings)
+    {
+        for (const char* const helper : {"", "/no/helper"})
+        {
+            SCOPED_TRACE(asked + std::string(helper));
+            const std::vector<std::string> environment = {"TEVTOOLS_CRASH_ASKED=" + std::string(asked)};
+            CrashingProgram program({"segment-violation"}, helper, environment);
+            CrashingProgram withoutFolders({"no-folders"}, helper, environment);
+            EXPECT_EQ(program.Wait(), exitCode);
+            EXPECT_THAT(LeftRecordIn(program, "user"), HasSubstr(kProduct));
+            EXPECT_EQ(program.Names("common"), std::set<std::string>{"DebugReport.zip"});
+            EXPECT_EQ(StartAgain(program), kOwnFiles);
+            ExpectReport(program, {{}, 1, SIGSEGV});
+            EXPECT_EQ(StartAgain(program), "");
+
+            EXPECT_EQ(withoutFolders.Wait(), exitCode);
+            EXPECT_THAT(LeftRecordIn(withoutFolders, "temporary"), HasSubstr(kProduct));
+            EXPECT_THAT(StartAgain(withoutFolders), testing::MatchesRegex(".*\\.dmp\n.*\\.txt\ncrash.log\n"));
+            EXPECT_THAT(withoutFolders.Names("temporary"), testing::ElementsAre(HasSubstr(".DebugReport.zip")));
+        }
+    }
+    // Who always crashes when asked is not asked at each start.
+    CrashingProgram program({"segment-violation"}, "/no/helper", {"TEVTOOLS_CRASH_ASKED=crash"});
+    EXPECT_EQ(program.Wait(), 1);
+    EXPECT_EQ(StartAgain(program, "demand", "crash"), "");
+    EXPECT_EQ(StartAgain(program), "");
+    EXPECT_EQ(program.Names("common"), (std::set<std::string>{"DebugReport.zip", "DebugReport (1).zip"}));
 }
 
 /// A report outside the usual places; its details.
@@ -282,7 +336,7 @@ TEST_F(CrashesThread, ReportsThatWereLeftUnderALaterNameAreFinished)
 {
     CrashingProgram program({"renamed", "main", "hang"}, "/no/helper");
     EXPECT_EQ(program.Wait(), 1);
-    StartAgain(program, "renamed-start");
+    EXPECT_EQ(StartAgain(program, "renamed-start"), "Renamed.dmp\nRenamed.txt\ncrash.log\n");
     EXPECT_EQ(program.Names("common"), std::set<std::string>{"DebugReport.zip"});
 }
 

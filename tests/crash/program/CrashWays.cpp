@@ -477,6 +477,25 @@ const std::map<std::string, int (*)(CCrashHandler*)> kCallbacks = {
 };
 int (*g_callback)(CCrashHandler*) = nullptr;
 
+/// A user interface in whose question the program ends; "note" writes the question down.
+class AskedUser : public CUserInterface
+{
+public:
+    XReportAnswer AskAboutReport(const CXTString<wchar_t>&, const std::vector<XReportFile>& files) override
+    {
+        const std::string way = std::getenv("TEVTOOLS_CRASH_ASKED");
+        if (way == "kill")
+            kill(getpid(), SIGKILL);
+        if (way == "exit")
+            _exit(5);
+        if (way == "crash")
+            WriteNowhere();
+        for (const XReportFile& file : files)
+            std::cout << CXTString<char>(CPathString(file.m_path).GetFileName()).GetConstBuffer() << '\n' << std::flush;
+        return {};
+    }
+} g_askedUser;
+
 void Install()
 {
     CrashInstall(g_callback, L"Ways", L"2.5", xCrashReport);
@@ -541,6 +560,8 @@ int main(int argumentCount, char** arguments)
     SetLogFile(L"crash.log", xLogCreate, 0xFF);
     WriteToLogFile(L"about to crash\n");
     g_callback = kCallbacks.at(callback);
+    if (std::getenv("TEVTOOLS_CRASH_ASKED") != nullptr)
+        XSetUserInterface(&g_askedUser);
     XSetCrashErrorOutput(std::getenv("TEVTOOLS_CRASH_OUTPUT") != nullptr);
     Install();
     if (place == "main")
