@@ -18,7 +18,7 @@ constexpr int kLayoutVersion = 2;
 
 // The number of a key is never given to another key, not even in a file that replaces this one, so that a handle to a
 // deleted key finds nothing. Hence AUTOINCREMENT, and a random first number. docs/formats.md describes these tables.
-constexpr char kLayout[] = R"(
+constexpr char kKeys[] = R"(
 CREATE TABLE keys (
     id INTEGER PRIMARY KEY AUTOINCREMENT,
     parent INTEGER REFERENCES keys (id) ON DELETE CASCADE,
@@ -26,14 +26,6 @@ CREATE TABLE keys (
     name BLOB NOT NULL,
     checksum INTEGER NOT NULL DEFAULT 0,
     UNIQUE (parent, fold));
-CREATE TABLE entries (
-    key INTEGER NOT NULL REFERENCES keys (id) ON DELETE CASCADE,
-    fold BLOB NOT NULL,
-    name BLOB NOT NULL,
-    checksum INTEGER NOT NULL,
-    type INTEGER NOT NULL,
-    data BLOB NOT NULL,
-    PRIMARY KEY (key, fold)) WITHOUT ROWID;
 INSERT INTO keys (id, parent, fold, name) VALUES
     (1, NULL, CAST('hkey_classes_root' AS BLOB), CAST('HKEY_CLASSES_ROOT' AS BLOB)),
     (2, NULL, CAST('hkey_current_user' AS BLOB), CAST('HKEY_CURRENT_USER' AS BLOB)),
@@ -47,10 +39,8 @@ UPDATE keys SET checksum = key_checksum(id, parent, fold, name);
 )";
 
 // The data of a value comes last in its row, so that the other columns are read without it.
-constexpr char kConversion[] = R"(
-ALTER TABLE keys ADD COLUMN checksum INTEGER NOT NULL DEFAULT 0;
-UPDATE keys SET checksum = key_checksum(id, parent, fold, name);
-CREATE TABLE converted (
+constexpr char kEntries[] = R"(
+CREATE TABLE entries (
     key INTEGER NOT NULL REFERENCES keys (id) ON DELETE CASCADE,
     fold BLOB NOT NULL,
     name BLOB NOT NULL,
@@ -58,9 +48,16 @@ CREATE TABLE converted (
     type INTEGER NOT NULL,
     data BLOB NOT NULL,
     PRIMARY KEY (key, fold)) WITHOUT ROWID;
-INSERT INTO converted SELECT key, fold, name, value_checksum(key, fold, name, type, data), type, data FROM entries;
-DROP TABLE entries;
-ALTER TABLE converted RENAME TO entries;
+)";
+
+constexpr char kBeforeConversion[] = R"(
+ALTER TABLE keys ADD COLUMN checksum INTEGER NOT NULL DEFAULT 0;
+UPDATE keys SET checksum = key_checksum(id, parent, fold, name);
+ALTER TABLE entries RENAME TO older;
+)";
+constexpr char kConversion[] = R"(
+INSERT INTO entries SELECT key, fold, name, value_checksum(key, fold, name, type, data), type, data FROM older;
+DROP TABLE older;
 )";
 
 std::string_view BytesOf(sqlite3_value* value)
@@ -131,19 +128,20 @@ unsigned SettingsLayout::Make(bool hasLog)
         if (const unsigned error = m_connection.Execute("PRAGMA journal_mode = WAL"); error != kSettingsDone)
             return error;
     }
-    return InOneTransaction([](bool isNew, bool) { return isNew; }, kLayout);
+    return InOneTransaction([](bool isNew, bool) { return isNew; }, {kKeys, kEntries});
 }
 
 unsigned SettingsLayout::Convert()
 {
-    const unsigned error =
-        InOneTransaction([](bool isNew, bool hasChecksums) { return !isNew && !hasChecksums; }, kConversion);
+    const unsigned error = InOneTransaction([](bool isNew, bool hasChecksums) { return !isNew && !hasChecksums; },
+                                            {kBeforeConversion, kEntries, kConversion});
     m_connection.FinalizeStatements();
     return error;
 }
 
 // Another process may have done it meanwhile.
-unsigned SettingsLayout::InOneTransaction(bool (*isNeeded)(bool isNew, bool hasChecksums), const char* change)
+unsigned SettingsLayout::InOneTransaction(bool (*isNeeded)(bool isNew, bool hasChecksums),
+                                          std::initializer_list<const char*> changes)
 {
     const std::string marks = "PRAGMA application_id = " + std::to_string(kApplicationId) +
                               "; PRAGMA user_version = " + std::to_string(kLayoutVersion);
@@ -155,7 +153,8 @@ unsigned SettingsLayout::InOneTransaction(bool (*isNeeded)(bool isNew, bool hasC
     const bool hadChecksums = m_connection.HasChecksums();
     if (error == kSettingsDone && isNeeded(isNew, hadChecksums))
     {
-        error = m_connection.Execute(change);
+        for (const char* const change : changes)
+            error = error == kSettingsDone ? m_connection.Execute(change) : error;
         if (error == kSettingsDone)
             error = m_connection.Execute(marks.c_str());
     }

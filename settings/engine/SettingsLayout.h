@@ -1,5 +1,7 @@
 #pragma once
 
+#include <initializer_list>
+
 namespace tev
 {
 class SettingsConnection;
@@ -20,7 +22,8 @@ public:
     unsigned Convert();
 
 private:
-    unsigned InOneTransaction(bool (*isNeeded)(bool isNew, bool hasChecksums), const char* change);
+    unsigned InOneTransaction(bool (*isNeeded)(bool isNew, bool hasChecksums),
+                              std::initializer_list<const char*> changes);
 
     SettingsConnection& m_connection;
 };
