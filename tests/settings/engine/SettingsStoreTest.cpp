@@ -65,6 +65,8 @@ TEST_F(SettingsStore, NamesAndDepthsHaveTheirLimits)
     for (int level = 1; level < 512; ++level)
         deep += L"\\d";
     ASSERT_TRUE(registry.SetPath(deep.c_str(), true));
+    EXPECT_FALSE(registry.WriteSubKeyInt(L"e", L"", 1));
+    EXPECT_EQ(registry.GetLastError(), 87);
     EXPECT_FALSE(registry.SetPath((deep + L"\\e").c_str(), true));
     EXPECT_EQ(registry.GetLastError(), 87);
     CRegUtil root(kAll);
@@ -312,6 +314,42 @@ TEST_F(SettingsStore, TheMachinesRootLivesInItsFileWhereThereIsOne)
     });
     EXPECT_TRUE(reader.EndsWell());
     ASSERT_EQ(chmod(folder.c_str(), 0755), 0);
+}
+
+TEST_F(SettingsStore, TheFilesAreThoseOfTheEnvironment)
+{
+    const std::wstring user = m_registry.m_folder.WidePath("user.db");
+    const std::wstring machine = m_registry.m_folder.WidePath("machine.db");
+    std::filesystem::create_symlink("machine.db", m_registry.m_folder.Path("machine.db"));
+    EXPECT_EQ(tev::SettingsFile(tev::kLocalMachine), machine) << "it is there, but cannot be opened";
+    EXPECT_EQ(tev::SettingsFile(tev::kCurrentUser), user);
+    m_registry.m_folder.WriteFile("user.db", "");
+    const EnvironmentVariable beneathFile("TEVTOOLS_MACHINE_REGISTRY", File() + "/none");
+    EXPECT_EQ(tev::SettingsFile(tev::kLocalMachine), user);
+
+    const EnvironmentVariable none("TEVTOOLS_REGISTRY", "");
+    const EnvironmentVariable home("HOME", "/home/me");
+    const std::pair<const char*, const wchar_t*> cases[] = {{"/config", L"/config/TevTools/registry.db"},
+                                                            {"config", L"/home/me/.config/TevTools/registry.db"},
+                                                            {"", L"/home/me/.config/TevTools/registry.db"}};
+    for (const auto& [config, file] : cases)
+    {
+        const EnvironmentVariable variable("XDG_CONFIG_HOME", config);
+        EXPECT_EQ(tev::SettingsFile(tev::kCurrentUser), file);
+    }
+}
+
+TEST_F(SettingsStore, ARootMayHaveGoneThroughASignedNumber)
+{
+    ASSERT_TRUE(CRegUtil(kAll).SetPath(kPath, true));
+    const std::pair<std::uintptr_t, unsigned> cases[] = {{0x80000001, 0},         {0xFFFFFFFF80000001, 0},
+                                                         {0x180000001, 6},        {0x7FFFFFFF80000001, 6},
+                                                         {0xFFFFFFFF80000004, 6}, {0xFFFFFFFF00000001, 6}};
+    for (const auto& [number, error] : cases)
+    {
+        tev::SettingsKey key = nullptr;
+        EXPECT_EQ(tev::OpenSettingsKey(reinterpret_cast<tev::SettingsKey>(number), kPath, kAll, key), error) << number;
+    }
 }
 
 TEST_F(SettingsStore, ASettledFileIsReadWhereNothingCanBeWritten)
