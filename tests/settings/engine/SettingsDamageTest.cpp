@@ -176,6 +176,20 @@ TEST_F(SettingsDamage, AFileWithoutChecksumsIsReadAndThenConverted)
     EXPECT_EQ(Ask(File(), "SELECT count(*) FROM entries"), "2") << "keys take their values with them";
 }
 
+TEST_F(SettingsDamage, AConversionThatFailsChangesNothingAndLocksNothing)
+{
+    CRegUtil registry(kAll);
+    ASSERT_TRUE(registry.SetPath(kPath, true) && registry.WriteKeyInt(L"v", 5));
+    MakeOlder();
+    Ask(File(), "CREATE TABLE older (a)"); // in the way
+    EXPECT_FALSE(registry.WriteKeyInt(L"v", 6));
+    EXPECT_EQ(registry.GetSubKeyInt(L"", L"v", 7), 5);
+    EXPECT_EQ(Ask(File(), "BEGIN IMMEDIATE; DROP TABLE older; COMMIT"), "");
+    EXPECT_TRUE(registry.WriteKeyInt(L"v", 6));
+    EXPECT_EQ(registry.GetSubKeyInt(L"", L"v", 7), 6);
+    EXPECT_EQ(Ask(File(), "SELECT checksum <> 0 FROM entries"), "1");
+}
+
 TEST_F(SettingsDamage, ChecksumsTellWhatIsDamaged)
 {
     const auto prepare = [] {

@@ -3,6 +3,7 @@
 #include "objects/ThreadStatus.h"
 #include "settings/CRegUtil.h"
 #include "settings/engine/SettingsDatabase.h"
+#include "settings/engine/SettingsLayout.h"
 #include "settings/engine/SettingsNames.h"
 #include "tests/support/Eventually.h"
 #include "tests/support/PrintText.h"
@@ -169,6 +170,49 @@ TEST_F(SettingsStore, ProcessesThatMakeTheFileAtOnceMakeOne)
             EXPECT_TRUE(process->EndsWell());
         EXPECT_EQ(Ask(File() + std::to_string(round), "SELECT count(*) FROM entries"), "4");
     }
+}
+
+TEST_F(SettingsStore, WhatAnotherProcessHasMadeMeanwhileIsNotMadeAgain)
+{
+    const std::string path = File();
+    tev::SettingsConnection connections[] = {tev::SettingsConnection(path), tev::SettingsConnection(path)};
+    const auto areNew = [&connections] {
+        std::vector<bool> are;
+        for (tev::SettingsConnection& connection : connections)
+        {
+            bool isNew = false;
+            EXPECT_EQ(tev::SettingsLayout(connection).Check(isNew), 0U);
+            are.push_back(isNew);
+        }
+        return are;
+    };
+    for (tev::SettingsConnection& connection : connections)
+    {
+        ASSERT_EQ(connection.Open(path, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE), 0U);
+        ASSERT_EQ(tev::SettingsLayout(connection).AddFunctions(), 0U);
+    }
+    EXPECT_EQ(areNew(), std::vector<bool>(2, true));
+    for (tev::SettingsConnection& connection : connections)
+        EXPECT_EQ(tev::SettingsLayout(connection).Make(true), 0U);
+    EXPECT_EQ(areNew(), std::vector<bool>(2, false));
+    EXPECT_EQ(connections[0].Execute("ALTER TABLE keys DROP COLUMN checksum; ALTER TABLE entries DROP COLUMN checksum;"
+                                     "PRAGMA user_version = 1"),
+              0U);
+    EXPECT_EQ(areNew(), std::vector<bool>(2, false));
+    for (tev::SettingsConnection& connection : connections)
+    {
+        EXPECT_FALSE(connection.HasChecksums());
+        EXPECT_EQ(tev::SettingsLayout(connection).Convert(), 0U);
+        EXPECT_TRUE(connection.HasChecksums());
+    }
+}
+
+TEST_F(SettingsStore, EachRootHasItsNumber)
+{
+    for (const wchar_t* const root : {L"HKEY_CLASSES_ROOT", L"HKEY_CURRENT_USER", L"HKEY_LOCAL_MACHINE", L"HKEY_USERS",
+                                      L"HKEY_CURRENT_CONFIG", L"HKEY_DYN_DATA"})
+        EXPECT_TRUE(CRegUtil(kAll).SetPath((root + L"\\Key"s).c_str(), true)) << testing::PrintToString(root);
+    EXPECT_EQ(Ask(File(), "SELECT group_concat(parent) FROM keys WHERE name = CAST('Key' AS BLOB)"), "1,2,3,4,6,7");
 }
 
 TEST_F(SettingsStore, AWriterThatWaitsForAnotherProcessHoldsUpNoThreadAndNoFork)
