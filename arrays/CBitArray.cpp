@@ -166,12 +166,14 @@ void CBitArray::RemoveAll() noexcept
 
 const unsigned* CBitArray::GetBuffer(unsigned& words) const noexcept
 {
+    const tev::SharedUse use(m_use);
     words = WordsFor(m_presentBits);
     return m_words;
 }
 
 unsigned* CBitArray::GetBuffer(unsigned& words) noexcept
 {
+    const tev::SharedUse use(m_use);
     words = WordsFor(m_presentBits);
     return m_words;
 }

@@ -87,6 +87,7 @@ private:
     /// The first set bit from an index on, else the end.
     unsigned int NextSet(unsigned int from) const noexcept
     {
+        const tev::SharedUse use(m_use);
         while (from < m_presentBits)
         {
             const unsigned int word = m_words[from / 32] >> (from % 32);

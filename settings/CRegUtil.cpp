@@ -59,7 +59,7 @@ std::wstring StorePath(const wchar_t* subkey)
 class CRegUtil::OpenedBase
 {
 public:
-    explicit OpenedBase(CRegUtil& owner) : m_owner(owner), m_wasOpen(owner.m_base != nullptr)
+    explicit OpenedBase(CRegUtil& owner) : m_use(owner.m_use), m_owner(owner), m_wasOpen(owner.m_base != nullptr)
     {
         m_isOpen = m_wasOpen || owner.OpenPath(false);
     }
@@ -76,6 +76,7 @@ public:
     void Keep() noexcept { m_wasOpen = true; }
 
 private:
+    const tev::ExclusiveUse m_use;
     CRegUtil& m_owner;
     bool m_wasOpen;
     bool m_isOpen;
@@ -119,6 +120,7 @@ CRegUtil::CRegUtil(unsigned long access) : m_access(static_cast<unsigned>(access
 
 CRegUtil::CRegUtil(const CRegUtil& other) : m_access(other.m_access), m_root(RootKey(kCurrentUser))
 {
+    const tev::SharedUse use(other.m_use);
     SetPath(CPathString(other.m_path), false);
 }
 
@@ -129,6 +131,7 @@ CRegUtil::~CRegUtil()
 
 bool CRegUtil::SetPath(CPathString path, bool create)
 {
+    const tev::ExclusiveUse use(m_use);
     m_path = std::move(path);
     m_splitPath = m_path.GetConstBuffer();
     std::vector<const wchar_t*> components;
@@ -154,6 +157,7 @@ bool CRegUtil::SetPath(CPathString path, bool create)
 
 bool CRegUtil::SetRelPath(CPathString relPath, bool create)
 {
+    const tev::ExclusiveUse use(m_use);
     if (m_path.IsEmpty())
         return tev::NoteBadArgument("CRegUtil::SetRelPath", relPath);
     relPath = CPathString(m_path) / relPath;
@@ -162,6 +166,7 @@ bool CRegUtil::SetRelPath(CPathString relPath, bool create)
 
 bool CRegUtil::SetPath(wchar_t const** components, int count, HKEY root, bool create)
 {
+    const tev::ExclusiveUse use(m_use);
     m_root = root;
     CXTString<wchar_t> path;
     for (int i = 0; components != nullptr && i < count; ++i)
@@ -176,6 +181,7 @@ bool CRegUtil::SetPath(wchar_t const** components, int count, HKEY root, bool cr
 
 bool CRegUtil::SetPath()
 {
+    const tev::ExclusiveUse use(m_use);
     if (m_appName.IsEmpty())
     {
         CXTString<wchar_t> text;
@@ -215,6 +221,7 @@ bool CRegUtil::Told(const char* operation, bool isDone, bool isLookUp) const noe
 
 bool CRegUtil::OpenBase(bool create)
 {
+    const tev::ExclusiveUse use(m_use);
     return Told("CRegUtil::OpenBase", OpenPath(create));
 }
 
@@ -235,6 +242,7 @@ bool CRegUtil::OpenPath(bool create)
 
 void CRegUtil::CloseBase()
 {
+    const tev::ExclusiveUse use(m_use);
     if (m_base != nullptr)
         CloseSettingsKey(std::exchange(m_base, nullptr));
 }
@@ -356,6 +364,7 @@ bool CRegUtil::DeleteValue(wchar_t const* subkey, wchar_t const* name)
 
 bool CRegUtil::StartBatch()
 {
+    const tev::ExclusiveUse use(m_use);
     if (m_batch != nullptr)
         return Told("CRegUtil::StartBatch", Note(kSettingsBadParameter));
     m_batch = std::make_unique<SettingsBatch>();
@@ -364,6 +373,7 @@ bool CRegUtil::StartBatch()
 
 bool CRegUtil::EndBatch(bool discard)
 {
+    const tev::ExclusiveUse use(m_use);
     tev::platform::PassCancellationPoint();
     const std::unique_ptr<SettingsBatch> batch = std::move(m_batch);
     if (batch == nullptr)
@@ -373,6 +383,7 @@ bool CRegUtil::EndBatch(bool discard)
 
 bool CRegUtil::DeleteKey(wchar_t const* subkey, bool recursive)
 {
+    const tev::ExclusiveUse use(m_use);
     if (subkey == nullptr)
         return Told("CRegUtil::DeleteKey", Note(kSettingsBadParameter));
     const OpenedBase base(*this);
@@ -382,6 +393,7 @@ bool CRegUtil::DeleteKey(wchar_t const* subkey, bool recursive)
 
 bool CRegUtil::StartSubKeyEnum()
 {
+    const tev::ExclusiveUse use(m_use);
     OpenedBase base(*this);
     m_enumIndex = 0;
     if (!Told("CRegUtil::StartSubKeyEnum", base && Note(QuerySettingsKey(m_base)), kLookUp))
@@ -392,6 +404,7 @@ bool CRegUtil::StartSubKeyEnum()
 
 bool CRegUtil::GetNextSubKeyName(wchar_t* buffer, unsigned long size)
 {
+    const tev::ExclusiveUse use(m_use);
     std::wstring name;
     const unsigned error = EnumerateSettingsKeys(m_base, m_enumIndex, name);
     return Told("CRegUtil::GetNextSubKeyName", GiveName(error, name, buffer, size), kLookUp);
@@ -404,6 +417,7 @@ void CRegUtil::EndSubKeyEnum()
 
 bool CRegUtil::StartValueSection(wchar_t const* subkey)
 {
+    const tev::ExclusiveUse use(m_use);
     HKEY opened = nullptr;
     {
         OpenedSubKey key(*this, subkey, m_access, false);
@@ -419,6 +433,7 @@ bool CRegUtil::StartValueSection(wchar_t const* subkey)
 
 bool CRegUtil::GetNextValueName(wchar_t* buffer, unsigned long size)
 {
+    const tev::ExclusiveUse use(m_use);
     std::wstring name;
     const unsigned error = EnumerateSettingsValues(m_base, m_enumIndex, name);
     return Told("CRegUtil::GetNextValueName", GiveName(error, name, buffer, size), kLookUp);

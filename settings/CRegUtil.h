@@ -1,6 +1,7 @@
 #pragma once
 
 #include "arrays/CXArray.h"
+#include "objects/ThreadUse.h"
 #include "services/CPathString.h"
 #include "text/CXTString.h"
 
@@ -136,7 +137,11 @@ public:
     static CPathString GetFilePath(HKEY root);
 
     /// The system's code of the last call to the registry, 0 for success. Closing changes nothing.
-    int GetLastError() const noexcept { return m_lastError; }
+    int GetLastError() const noexcept
+    {
+        const tev::SharedUse use(m_use);
+        return m_lastError;
+    }
 
 protected:
     bool InitPath(wchar_t const** components, int count, bool create);
@@ -165,6 +170,7 @@ private:
     int m_componentCount = 0;
     unsigned m_access;
     unsigned m_enumIndex = 0;
+    tev::ThreadUse m_use;
     HKEY m_base = nullptr;
     HKEY m_root = nullptr;
     int m_lastError = 0;

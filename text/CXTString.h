@@ -28,8 +28,8 @@ struct CXTCharArray
 /// The string class of the library's interfaces: owned, NUL-terminated text of `char` or `wchar_t`. Copies share
 /// nothing. Text of the other width is converted through the ANSI code page. Positions and counts are `int`; -1 as a
 /// count means "all of it", and texts of 2^31 characters and more are reached through GetLength64 and GetConstBuffer.
-/// An argument may point into the string that is changed. Growing throws std::bad_alloc and leaves the string as it
-/// was. XLastFailure() says why a parameter, a position or a format was refused. One thread at a time.
+/// An argument may point into the string that is changed. Growing throws std::bad_alloc and leaves the string as it was.
+/// XLastFailure() says why a parameter, a position or a format was refused. One thread at a time; not checked in debug builds.
 ///
 /// Strings and views of the standard library are taken wherever a string is, and given: see docs/text.md. Where a program
 /// defines XTEXT_NO_ANSI, what would silently convert between the widths does not compile; the library is the same.

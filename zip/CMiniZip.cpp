@@ -183,6 +183,7 @@ bool CMiniZip::Told(const char* operation, const Text& source, const Text& desti
 
 bool CMiniZip::ExtractZip(const CXTString<wchar_t>& zipPath, const CXTString<wchar_t>& destFolder, bool keepFiles)
 {
+    const tev::ExclusiveUse use(m_use);
     const auto extract = [&](const Text& source, const Text& destination) {
         StartOver();
         FileInformation information;
@@ -274,6 +275,7 @@ bool CMiniZip::ExtractZFile(const CXTString<wchar_t>& source, const CXTString<wc
 bool CMiniZip::ExtractFile(Stream wanted, const CXTString<wchar_t>& source, const CXTString<wchar_t>& destFile,
                            bool keepFiles)
 {
+    const tev::ExclusiveUse use(m_use);
     const auto extract = [&](const Text& from, const Text& to) {
         StartOver();
         unsigned error = 0;
@@ -411,6 +413,7 @@ bool CMiniZip::IsZFile(const CXTString<wchar_t>& path)
 
 bool CMiniZip::Clean()
 {
+    const tev::ExclusiveUse use(m_use);
     if (m_temporaryFolderCreated)
     {
         m_temporaryFolderCreated = false;
@@ -430,6 +433,7 @@ bool CMiniZip::Clean()
 
 void CMiniZip::KeepFiles() noexcept
 {
+    const tev::ExclusiveUse use(m_use);
     m_files->Keep();
     m_keepFiles = true;
     m_temporaryFolderCreated = false;
@@ -437,6 +441,7 @@ void CMiniZip::KeepFiles() noexcept
 
 void CMiniZip::SetPassword(const CXTString<wchar_t>& password)
 {
+    const tev::ExclusiveUse use(m_use);
     m_password.reset(); // where memory runs out, the next archive fails for that
     const auto set = [&] {
         m_password = std::make_unique<tev::Password>(password);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "arrays/CXArray.h"
+#include "objects/ThreadUse.h"
 #include "text/CXTString.h"
 #include "zip/CXExtraction.h"
 
@@ -66,14 +67,14 @@ public:
     [[nodiscard]] static bool IsZFile(const CXTString<wchar_t>& path);
 
     /// The full paths of the files that the last extraction wrote, in the order of the archive.
-    const StringArray& GetExtractedFiles() const noexcept { return m_extractedFiles; }
+    const StringArray& GetExtractedFiles() const noexcept { return Shared(m_extractedFiles); }
     /// The entries that the last extraction of an archive left out, in its order.
-    const std::vector<CXSkippedEntry>& GetSkippedEntries() const noexcept { return m_skippedEntries; }
+    const std::vector<CXSkippedEntry>& GetSkippedEntries() const noexcept { return Shared(m_skippedEntries); }
     /// Why the last extraction returned false; kCancelled when OnProgress ended it, or a request to the thread to end
     /// its work (SetCancelThread).
-    CXExtractionFailure GetFailure() const noexcept { return m_failure; }
+    CXExtractionFailure GetFailure() const noexcept { return Shared(m_failure); }
     /// What is wrong with the gzip or Zstandard file whose extraction was kDamaged; kNone after any other one.
-    CXStreamDamage GetDamage() const noexcept { return m_damage; }
+    CXStreamDamage GetDamage() const noexcept { return Shared(m_damage); }
 
     /// Deletes what the last extraction wrote: the temporary folder with all that is in it, or else the files in the list.
     /// Only the files that were written are deleted: no folders, no file that replaced one since, nothing behind a link.
@@ -86,8 +87,12 @@ public:
     void SetPassword(const CXTString<wchar_t>& password);
     /// For the extractions that follow. An entry, or a file, that would exceed them is not written. See docs/archives.md for
     /// numbers that suit untrusted input.
-    void SetLimits(const CXExtractionLimits& limits) { m_limits = limits; }
-    const CXExtractionLimits& GetLimits() const noexcept { return m_limits; }
+    void SetLimits(const CXExtractionLimits& limits)
+    {
+        const tev::ExclusiveUse use(m_use);
+        m_limits = limits;
+    }
+    const CXExtractionLimits& GetLimits() const noexcept { return Shared(m_limits); }
 
 protected:
     /// Called repeatedly on the thread that extracts. For an archive the numbers count bytes of the unpacked files, else
@@ -107,6 +112,12 @@ private:
     static Stream StreamOf(const CXTString<wchar_t>& path, unsigned int& systemError);
     static bool IsStream(const CXTString<wchar_t>& path, Stream stream);
     static int OnExtractFile(char const* utf8Path, void* self);
+    template <class MEMBER>
+    const MEMBER& Shared(const MEMBER& member) const noexcept
+    {
+        const tev::SharedUse use(m_use);
+        return member;
+    }
     void StartOver();
     /// False, always.
     bool Fail(CXExtractionFailure failure) noexcept;
@@ -136,4 +147,5 @@ private:
     CXExtractionFailure m_failure = CXExtractionFailure::kNone;
     CXStreamDamage m_damage = CXStreamDamage::kNone;
     unsigned int m_systemError = 0;
+    tev::ThreadUse m_use;
 };

@@ -137,6 +137,7 @@ bool CZip::Told(const char* operation, const ZipOutcome& outcome, const wchar_t*
 template <class Work>
 bool CZip::Attempt(const char* operation, Work&& work) const
 {
+    const tev::ExclusiveUse use(m_use);
     if (m_archive == nullptr)
         return Told(operation, Refused(XZipFailure::kInvalidArgument), nullptr);
     return Told(operation, OrNoMemory([&] { return work(*m_archive); }), m_archivePath);
@@ -144,6 +145,7 @@ bool CZip::Attempt(const char* operation, Work&& work) const
 
 bool CZip::Open(const wchar_t* path, ZipOpenMode mode, bool throwOnError, CZipExtractCallback* callback)
 {
+    const tev::ExclusiveUse use(m_use);
     tev::platform::PassCancellationPoint();
     const auto open = [&] {
         if (!IsClosed() || path == nullptr || *path == L'\0')
@@ -161,6 +163,7 @@ bool CZip::Open(const wchar_t* path, ZipOpenMode mode, bool throwOnError, CZipEx
 
 void CZip::Close(bool throwOnError)
 {
+    const tev::ExclusiveUse use(m_use);
     if (IsClosed())
         return;
     // Closed whatever happens, also when the callback throws.
@@ -173,6 +176,7 @@ void CZip::Close(bool throwOnError)
 
 void CZip::Discard() noexcept
 {
+    const tev::ExclusiveUse use(m_use);
     m_archive.reset();
     const CXTString<wchar_t> released(std::move(m_archivePath)); // emptying it could allocate
     tev::OverwriteText(m_password);
@@ -181,11 +185,12 @@ void CZip::Discard() noexcept
 
 bool CZip::IsReadOnly() const noexcept
 {
-    return m_archive != nullptr && m_archive->IsReadOnly();
+    return !IsClosed() && m_archive->IsReadOnly();
 }
 
 void CZip::SetPassword(const wchar_t* password, XZipEncryption encryption)
 {
+    const tev::ExclusiveUse use(m_use);
     tev::OverwriteText(m_password);
     const auto set = [&] {
         m_password = password;

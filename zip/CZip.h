@@ -1,6 +1,7 @@
 #pragma once
 
 #include "arrays/CXArray.h"
+#include "objects/ThreadUse.h"
 #include "text/CXTString.h"
 #include "zip/CXExtraction.h"
 #include "zip/CZipExtractCallback.h"
@@ -47,10 +48,10 @@ public:
     void Close(bool throwOnError);
     /// Closes the archive without saving: it stays as it was, and a new one is not created.
     void Discard() noexcept;
-    bool IsClosed() const noexcept { return m_archive == nullptr; }
+    bool IsClosed() const noexcept { return Shared(m_archive) == nullptr; }
     bool IsReadOnly() const noexcept;
     /// As it was given to Open; empty when closed.
-    CXTString<wchar_t> GetArchivePath() const { return m_archivePath; }
+    CXTString<wchar_t> GetArchivePath() const { return Shared(m_archivePath); }
 
     /// For reading encrypted entries, and for encrypting those that are added from now on. Null or empty for none.
     /// Holds until it is set anew or the archive is closed; may be set before Open. Copies are overwritten after use.
@@ -58,7 +59,11 @@ public:
 
     /// What may be extracted between Open and Close; entries that declare more are refused, and none gets larger than
     /// it declares. Holds until it is set anew.
-    void SetLimits(const CXExtractionLimits& limits) noexcept { m_limits = limits; }
+    void SetLimits(const CXExtractionLimits& limits) noexcept
+    {
+        const tev::ExclusiveUse use(m_use);
+        m_limits = limits;
+    }
 
     // The list of entries. Indexes run from 0; deleting an entry shifts those after it.
 
@@ -115,9 +120,9 @@ public:
                      const CXArray<CXTString<wchar_t>, const CXTString<wchar_t>&>& newNames);
 
     /// Why the last operation that can fail did so; kNone when it did not.
-    XZipFailure GetLastFailure() const noexcept { return m_failure; }
+    XZipFailure GetLastFailure() const noexcept { return Shared(m_failure); }
     /// The system's error code (2 not found, 5 access denied, 112 disk full, ...) of a failure of kind kSystem, else 0.
-    unsigned int GetLastSystemError() const noexcept { return m_systemError; }
+    unsigned int GetLastSystemError() const noexcept { return Shared(m_systemError); }
 
     /// Splits a path that runs through an archive: `path` becomes that of the archive, and `innerPath` the folder
     /// inside it with '\' between its components and at its end, empty for the archive's own root. An archive is a file
@@ -127,6 +132,12 @@ public:
     static bool ExtractDirInfo(CXTString<wchar_t>& path, CXTString<wchar_t>& innerPath, int n);
 
 private:
+    template <class MEMBER>
+    const MEMBER& Shared(const MEMBER& member) const noexcept
+    {
+        const tev::SharedUse use(m_use);
+        return member;
+    }
     bool Note(const tev::ZipOutcome& outcome) const noexcept;
     bool Told(const char* operation, const tev::ZipOutcome& outcome, const wchar_t* path) const noexcept;
     /// Calls `work` with the open archive, and records the outcome that it returns.
@@ -140,4 +151,5 @@ private:
     CXExtractionLimits m_limits;
     mutable XZipFailure m_failure = XZipFailure::kNone;
     mutable unsigned int m_systemError = 0;
+    tev::ThreadUse m_use;
 };
