@@ -5,12 +5,15 @@
 #include "arrays/CBitArray.h"
 #include "arrays/COffsetArray.h"
 #include "crash/CCrashHandler.h"
+#include "crash/XMinidump.h"
 #include "files/CXArchive.h"
 #include "files/CXFile.h"
 #include "files/CXMemFile.h"
 #include "files/CXStdioFile.h"
 #include "maps/HashSizes.h"
 #include "objects/FailureNote.h"
+#include "platform/CrashDumps.h"
+#include "platform/MinidumpWriter.h"
 #include "services/CWatchFolder.h"
 #include "services/FileWildcards.h"
 #include "services/LogFile.h"
@@ -33,6 +36,7 @@
 
 #include <regex>
 
+#include <pthread.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -103,6 +107,130 @@ bool SavesClassName(Number length)
     CXMemFile file;
     CXArchive archive(&file, xArchiveStore);
     return CauseOf([&] { type.Save(archive); }) == kNothingThrown;
+}
+
+bool SavesSchema(Number schema)
+{
+    const CXRuntimeClass type = {"Link", sizeof(Link), static_cast<unsigned>(schema), nullptr, nullptr};
+    CXMemFile file;
+    {
+        CXArchive archive(&file, xArchiveStore);
+        type.Save(archive);
+    }
+    file.SeekToBegin();
+    CXArchive archive(&file, xArchiveLoad);
+    unsigned loaded = 0;
+    CXRuntimeClass::Load(archive, loaded);
+    return loaded == schema;
+}
+
+/// What the system does not give counts as given.
+bool HasStack(Number bytes)
+{
+    const auto measure = [](void* size) {
+        pthread_attr_t attributes;
+        void* start = nullptr;
+        pthread_getattr_np(pthread_self(), &attributes);
+        pthread_attr_getstack(&attributes, &start, static_cast<std::size_t*>(size));
+        return pthread_attr_destroy(&attributes) == 0;
+    };
+    std::size_t size = 0;
+    const std::unique_ptr<CXThread> thread(
+        CXThread::BeginThread(measure, &size, xThreadPriorityNormal, CXThread::kBeginWithoutAutoDelete, bytes));
+    return thread == nullptr || (thread->WaitForEnd(60000) && size + 65536 > bytes);
+}
+
+/// A dump of one stream, the list of threads.
+bool ReadsRecords(Number count)
+{
+    const auto threads = static_cast<unsigned>(count);
+    const unsigned fields[] = {0x504D444D, 0xA793, 1, 32, 0, 0, 0, 0, 3, 4 + threads * 48, 44, threads};
+    std::vector<unsigned char> bytes(sizeof(fields) + std::size_t{threads} * 48);
+    std::memcpy(bytes.data(), fields, sizeof(fields));
+    XMinidump dump;
+    return dump.Parse(std::move(bytes)) && !dump.IsCut(XMinidumpPart::kThreads);
+}
+
+/// Too many threads and modules, all with large stacks.
+struct Crowd final : tev::platform::DumpedProcess, tev::platform::DumpFile
+{
+    static constexpr std::uint64_t kApart = 1 << 24;
+
+    bool Read(std::uint64_t address, void* buffer, std::size_t size) noexcept override
+    {
+        m_firstStack += address / kApart == 1 ? size : 0;
+        return std::memset(buffer, 0, size) != nullptr;
+    }
+    std::size_t ThreadCount() const noexcept override { return 10000; }
+    void GetThread(std::size_t index, tev::platform::DumpedThread& thread) noexcept override
+    {
+        thread.id = static_cast<unsigned>(index);
+        thread.state.size = tev::platform::MachineState::kMostBytes;
+        thread.state.stackPointer = (index + 1) * kApart;
+        std::memset(thread.state.bytes, 0, sizeof(thread.state.bytes));
+    }
+    bool FindMapping(std::uint64_t address, tev::platform::DumpedMapping& mapping) noexcept override
+    {
+        mapping = {address, address + kApart, true, true};
+        return true;
+    }
+    bool FindModule(std::uint64_t address, tev::platform::DumpedModule& module) noexcept override
+    {
+        module.start = address;
+        module.end = address + 4096;
+        return true;
+    }
+    std::uint64_t InterruptedStack(std::uint64_t) noexcept override { return 0; }
+    bool Append(const void* bytes, std::size_t size) noexcept override
+    {
+        m_bytes.append(static_cast<const char*>(bytes), size);
+        return true;
+    }
+    bool Overwrite(const void* bytes, std::size_t size) noexcept override
+    {
+        m_bytes.replace(0, size, static_cast<const char*>(bytes), size);
+        return true;
+    }
+    std::string m_bytes;
+    Number m_firstStack = 0;
+};
+
+std::map<std::string, Number> LimitsOfADump()
+{
+    Crowd crowd;
+    tev::platform::DumpFacts facts;
+    facts.processor = 9; // x86-64
+    std::vector<unsigned char> workspace(tev::platform::kDumpWorkspace);
+    EXPECT_TRUE(tev::platform::WriteMinidump(crowd, {1, SIGSEGV, 0, 0, {}, facts, crowd}, workspace.data()));
+    XMinidump dump;
+    EXPECT_TRUE(dump.Parse(std::vector<unsigned char>(crowd.m_bytes.begin(), crowd.m_bytes.end())));
+    const auto& threads = dump.GetThreads();
+    const auto hasRegisters = [](const XMinidumpThread& thread) { return thread.m_hasRegisters; };
+    return {{"report.threads", threads.size()},
+            {"report.registers", std::count_if(threads.begin(), threads.end(), hasRegisters)},
+            {"report.stack", crowd.m_firstStack},
+            {"report.modules", dump.GetModules().size()}};
+}
+
+[[gnu::noinline]] bool DumpBelow(int calls, const std::string& path) // NOLINT(misc-no-recursion)
+{
+    const volatile bool isDone =
+        calls == 0 ? tev::platform::WriteDumpNow(path.c_str(), {}) : DumpBelow(calls - 1, path);
+    return isDone; // so that the call above is no jump
+}
+
+Number MostFrames()
+{
+    const TempFolder folder;
+    tev::platform::PrepareDumps("");
+    std::thread([&] { EXPECT_TRUE(DumpBelow(1500, folder.Path("a.dmp").string())); }).join();
+    tev::platform::EndDumps();
+    XMinidump dump;
+    EXPECT_TRUE(dump.Load(folder.WidePath("a.dmp")));
+    XMinidumpStackEnd end = XMinidumpStackEnd::kComplete;
+    const std::size_t frames = dump.GetStack(dump.GetFaultThread(), end).size();
+    EXPECT_EQ(end, XMinidumpStackEnd::kTooDeep);
+    return frames;
 }
 
 bool IsAPath(Number length)
@@ -339,7 +467,10 @@ const std::map<std::string, Holds> kWithin = {
     {"map.slots", [](Number n) { return n <= 0xFFFFFFFF && tev::HashSizeForRequest(static_cast<unsigned>(n)) == n; }},
     {"archive.nesting", StoresChain},
     {"archive.className", SavesClassName},
+    {"archive.schema", SavesSchema},
     {"file.path", IsAPath},
+    {"thread.stack", HasStack},
+    {"dump.records", ReadsRecords},
     {"registry.keyName", [](Number n) { return WritesToRegistry(std::wstring(n, L'k'), L"value"); }},
     {"registry.valueName", [](Number n) { return WritesToRegistry(L"key", std::wstring(n, L'v')); }},
     {"registry.depth", [](Number n) { return WritesToRegistry(Levels(n), L"value"); }},
@@ -375,11 +506,14 @@ const std::map<std::string, Holds> kNotBeyond = {
 /// What has one value.
 std::map<std::string, Number> Values()
 {
-    return {{"map.leastSlots", tev::HashSizeForRequest(0)},
-            {"archive.leastBuffer", LeastBuffer()},
-            {"stdio.leastBuffer", LeastStdioBuffer()},
-            {"zstd.window", LargestWindow()},
-            {"report.file", CCrashHandler::GetFileSizeLimit()}};
+    std::map<std::string, Number> values = LimitsOfADump();
+    values.insert({{"map.leastSlots", tev::HashSizeForRequest(0)},
+                   {"archive.leastBuffer", LeastBuffer()},
+                   {"stdio.leastBuffer", LeastStdioBuffer()},
+                   {"zstd.window", LargestWindow()},
+                   {"report.file", CCrashHandler::GetFileSizeLimit()},
+                   {"dump.frames", MostFrames()}});
+    return values;
 }
 
 TEST(Limits, ThePageSaysWhatHolds)
