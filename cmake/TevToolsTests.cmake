@@ -37,6 +37,8 @@ if(test_sources)
     tevtools_unify_tests(tevtools_tests)
     # Chooses what the library's headers check, so it must be the first to include them.
     set_source_files_properties(tests/objects/ThreadUseTest.cpp PROPERTIES SKIP_UNITY_BUILD_INCLUSION ON)
+    set_source_files_properties(tests/services/FormatterTest.cpp PROPERTIES SKIP_UNITY_BUILD_INCLUSION ON
+        INCLUDE_DIRECTORIES "${PROJECT_SOURCE_DIR}/tests/support/standard")
     target_link_libraries(tevtools_tests PRIVATE tevtools_objects GTest::gmock GTest::gtest_main)
     # GoogleTest's typed suites omit the last argument of a macro, which clang reports before C++20.
     target_compile_options(tevtools_tests PRIVATE

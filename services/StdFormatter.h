@@ -4,6 +4,7 @@
 // strings. Has nothing where the standard library lacks std::format. TevTools.h does not include this header.
 
 #include "services/CPathString.h"
+#include "services/TextFormatter.h"
 #include "text/CExLCString.h"
 #include "text/CXTString.h"
 
@@ -15,13 +16,9 @@
 #include <format>
 
 template <class T>
-struct std::formatter<CXTString<T>, T> : std::formatter<std::basic_string_view<T>, T>
+struct std::formatter<CXTString<T>, T>
+    : tev::TextFormatter<std::formatter<std::basic_string_view<T>, T>, std::basic_string_view<T>>
 {
-    template <class Context>
-    auto format(const CXTString<T>& text, Context& context) const
-    {
-        return std::formatter<std::basic_string_view<T>, T>::format(text, context);
-    }
 };
 
 template <>

@@ -4,20 +4,16 @@
 // that they have for strings. TevTools.h does not include this header.
 
 #include "services/CPathString.h"
+#include "services/TextFormatter.h"
 #include "text/CExLCString.h"
 #include "text/CXTString.h"
 
 #include <fmt/core.h>
 
 template <class T>
-struct fmt::formatter<CXTString<T>, T> : fmt::formatter<fmt::basic_string_view<T>, T>
+struct fmt::formatter<CXTString<T>, T>
+    : tev::TextFormatter<fmt::formatter<fmt::basic_string_view<T>, T>, fmt::basic_string_view<T>>
 {
-    template <class Context>
-    auto format(const CXTString<T>& text, Context& context) const
-    {
-        const fmt::basic_string_view<T> view(text.GetConstBuffer(), static_cast<std::size_t>(text.GetLength64()));
-        return fmt::formatter<fmt::basic_string_view<T>, T>::format(view, context);
-    }
 };
 
 template <>
