@@ -6,6 +6,7 @@
 #include "crash/ModuleFile.h"
 #include "crash/Processor.h"
 #include "crash/UntrustedBytes.h"
+#include "text/MessageTexts.h"
 #include "text/TextEncoding.h"
 
 #include <map>
@@ -20,6 +21,14 @@ using Number = unsigned __int64;
 
 constexpr std::size_t kMostFrames = 1024;
 } // namespace
+
+CXTString<wchar_t> XGetText(XMinidumpStackEnd end, XLanguage language)
+{
+    const auto value = static_cast<unsigned>(end);
+    return value <= static_cast<unsigned>(XMinidumpStackEnd::kTooDeep)
+               ? tev::FindMessageText(tev::kTextStackEnd + value, language)
+               : nullptr;
+}
 
 /// Walks up one stack. Hidden, because types in it are otherwise exported with the class.
 struct [[gnu::visibility("hidden")]] XMinidump::Walker

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "text/CXTString.h"
+#include "text/Language.h"
 
 #include <memory>
 #include <vector>
@@ -53,6 +54,10 @@ enum class XMinidumpStackEnd
     kNoRules,     ///< the last frame's module does not say how to unwind it
     kTooDeep      ///< there are more than 1024 frames
 };
+
+/// What it means, in the language of message texts or the given one: a sentence, empty for a value that is none. Safe from
+/// several threads at once.
+TEVTOOLS_API CXTString<wchar_t> XGetText(XMinidumpStackEnd end, XLanguage language = XGetLanguage());
 
 /// The parts of a dump, each of which may be missing.
 enum class XMinidumpPart

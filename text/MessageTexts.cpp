@@ -23,6 +23,7 @@ constexpr unsigned kRegistry = tev::kTextRegistryFault;
 constexpr unsigned kFailure = tev::kTextFailure;
 constexpr unsigned kDetail = tev::kTextFailureDetail;
 constexpr unsigned kThrown = tev::kTextThrown;
+constexpr unsigned kStackEnd = tev::kTextStackEnd;
 constexpr unsigned kSystem = tev::kTextSystemError;
 constexpr unsigned kUnnamedFile = 0xF006;
 constexpr unsigned kFileCause = 0xF1A0;
@@ -151,6 +152,15 @@ constexpr TextOfNumber kMessageTexts[] = {
 
     {kThrown + 0, L"The operation failed.", L"L'opération a échoué."},
     {kThrown + 1, L"An internet operation failed.", L"Une opération Internet a échoué."},
+
+    {kStackEnd + 0, L"The stack is complete.", L"La pile est complète."},
+    {kStackEnd + 1, L"The dump has no registers of the thread.", L"Le vidage n'a pas les registres du thread."},
+    {kStackEnd + 2, L"The dump has no more of the stack.", L"Le vidage n'a pas la suite de la pile."},
+    {kStackEnd + 3, L"The address is in no module.", L"L'adresse n'est dans aucun module."},
+    {kStackEnd + 4, L"The module is not on this machine, or another version of it is.",
+     L"Le module n'est pas sur cette machine, ou une autre version y est."},
+    {kStackEnd + 5, L"The module does not say who called.", L"Le module ne dit pas d'où vient l'appel."},
+    {kStackEnd + 6, L"There are more frames.", L"Il y a d'autres appels."},
 
     {kSystem + 2, L"It was not found.", L"L'élément est introuvable."},
     {kSystem + 3, L"The path was not found.", L"Le chemin est introuvable."},

@@ -19,6 +19,7 @@ constexpr unsigned kTextNoStore = kTextFailure + 6;
 constexpr unsigned kTextUnknownException = kTextFailure + 7;
 constexpr unsigned kTextFailureDetail = 0xE270;
 constexpr unsigned kTextThrown = 0xE280;
+constexpr unsigned kTextStackEnd = 0xE290;
 constexpr unsigned kTextSystemError = 0xE400; ///< of a system code that the library gives itself
 constexpr unsigned kTextUnnamedFile = 0xF006;
 constexpr unsigned kTextFileCause = 0xF1A0;

@@ -602,6 +602,7 @@ TEST(ReasonTexts, EachReasonHasItsOwnInBothLanguages)
     expect(7, [](unsigned i, XLanguage language) { return XGetText(CXStreamDamage(i), language); });
     expect(9, [](unsigned i, XLanguage language) { return XGetText(CXSkipReason(i), language); });
     expect(6, [](unsigned i, XLanguage language) { return XGetText(XRegistryFault(i), language); });
+    expect(7, [](unsigned i, XLanguage language) { return XGetText(XMinidumpStackEnd(i), language); });
     EXPECT_EQ(XGetSystemErrorText(5, XLanguage::French), L"L'accès a été refusé.");
     EXPECT_EQ(XGetSystemErrorText(7777, XLanguage::English), L"The system refused the operation. (system error 7777)");
 }

@@ -53,7 +53,7 @@ TEST(TevCrash, SaysWhatIsMissingAndOfWhichSystemADumpIs)
     const std::pair<std::string, const char*> kRows[] = {
         {MakeDump({{7, windows32}, {6, fault}, {3, threads}}),
          "unknown process, exception 0xc0000005, address 0x0, threads 1 (others are missing), no list of modules\n"
-         "of Windows x86\nthread 7, this one:\n  (the dump has no registers of this thread)\n"},
+         "of Windows x86\nthread 7, this one:\n  (The dump has no registers of the thread.)\n"},
         {MakeDump({{3, threads}, {7, linux64}}),
          "unknown process, no record of a fault, threads 1 (others are missing), no list of modules\n"
          "of Linux x86-64\nwhich thread crashed is unknown; --threads shows all\n"},
@@ -88,13 +88,14 @@ TEST(TevCrash, DamagedReportsAreNamedAndNothingOfThemHarms)
     zip.Close(true);
     const TevResult result = RunTev({"crash", "show", folder.Path("r.zip").string()});
     EXPECT_EQ(result.m_exitCode, 1);
-    EXPECT_THAT(result.m_error, HasSubstr("damaged"));
+    EXPECT_THAT(result.m_error, HasSubstr("evil.dmp: The data is damaged"));
 
     // A good beginning, but as much behind it as no report holds.
     folder.WriteFile("large.dmp", dump + std::string(std::size_t{6} << 20, '\0'));
     ASSERT_TRUE(zip.Open(folder.WidePath("l.zip").c_str(), zipCreate, false, nullptr));
     ASSERT_TRUE(zip.AddNewFile(folder.WidePath("large.dmp").c_str(), L"large.dmp", zipLevelDefault));
     zip.Close(true);
-    EXPECT_THAT(RunTev({"crash", "show", folder.Path("l.zip").string()}).m_error, HasSubstr("too large"));
+    EXPECT_THAT(RunTev({"crash", "show", folder.Path("l.zip").string()}).m_error,
+                HasSubstr("large.dmp: It would unpack to more than the limits allow."));
 }
 } // namespace

@@ -91,7 +91,7 @@ TEST_F(TevUnpack, SaysWhatIsWrong)
         {{Path("none")}, "no such file"},
         {{Path("none"), "--list"}, "no such file"},
         {{Write("text", "no archive")}, "not of the expected kind"},
-        {{Path("text"), "--list"}, "not of the expected kind"},
+        {{Path("text"), "--list"}, "not a ZIP archive"},
         {{Write("empty.zip", RawZip({}))}, "No file could be unpacked"},
         {{Write("cut.zst", "\x28\xB5\x2F\xFD")}, "is cut off"},
         {{zip, Path("text")}, "cannot be written", Path("text")},

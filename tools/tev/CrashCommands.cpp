@@ -2,16 +2,15 @@
 
 #include "crash/CCrashHandler.h"
 #include "crash/XMinidump.h"
-#include "objects/LastFailure.h"
 #include "services/Paths.h"
 #include "tools/tev/CommandLine.h"
 #include "tools/tev/Json.h"
 #include "tools/tev/Listing.h"
 #include "tools/tev/System.h"
 #include "tools/tev/Tool.h"
+#include "tools/tev/ZipWork.h"
 #include "values/CXTime.h"
 #include "zip/CZip.h"
-#include "zip/ZipTexts.h"
 
 #include <cinttypes>
 #include <cstdio>
@@ -62,25 +61,10 @@ std::string FrameText(const XMinidump& dump, const XMinidumpFrame& frame)
 /// Why a stack has no more frames; empty when it is complete.
 std::string EndText(const XMinidump& dump, XMinidumpStackEnd end, const std::vector<XMinidumpFrame>& frames)
 {
-    const std::string module = frames.empty() ? "" : ModuleName(dump, frames.back().m_module);
-    switch (end)
-    {
-    case XMinidumpStackEnd::kComplete:
+    if (end == XMinidumpStackEnd::kComplete)
         return {};
-    case XMinidumpStackEnd::kNoRegisters:
-        return "the dump has no registers of this thread";
-    case XMinidumpStackEnd::kNoMemory:
-        return "the dump has no more of this stack";
-    case XMinidumpStackEnd::kNoModule:
-        return "this address is in no module";
-    case XMinidumpStackEnd::kNoFile:
-        return module + " is not on this machine, or another version of it";
-    case XMinidumpStackEnd::kNoRules:
-        return module + " does not tell how to go on";
-    case XMinidumpStackEnd::kTooDeep:
-        return "there are more frames";
-    }
-    return {};
+    const bool isOfModule = end == XMinidumpStackEnd::kNoFile || end == XMinidumpStackEnd::kNoRules;
+    return (isOfModule ? ModuleName(dump, frames.back().m_module) + ": " : "") + Narrow(XGetText(end));
 }
 
 void PrintThread(Output& output, const XMinidump& dump, int index)
@@ -280,9 +264,10 @@ void LoadDumpOf(const CrashOptions& options, CZip& zip, unsigned index, const st
 {
     constexpr const wchar_t* kDump = L"report.dmp";
     const ScratchFolder scratch;
-    if (zip.ExtractFile(index, scratch.Path(), false, kDump, false) != zipExtracted ||
-        !dump.Load(scratch.Path() / kDump))
-        throw Failure(options.m_file, name + " is damaged, or too large for a report");
+    if (zip.ExtractFile(index, scratch.Path(), false, kDump, false) != zipExtracted)
+        throw Failure(options.m_file, name + ": " + FailureText(zip));
+    if (!dump.Load(scratch.Path() / kDump))
+        throw Failure(options.m_file, name + ": " + LastFailureText());
 }
 
 /// Prints the report: as JSON one object, with `files` empty where the file is a dump by itself.
@@ -331,9 +316,7 @@ void ShowArchive(Session& session, const CrashOptions& options, ReportPrinter& p
 {
     CZip zip;
     if (!zip.Open(Widen(options.m_file).c_str(), zipOpenReadOnly, false, nullptr))
-        throw Failure(options.m_file, Narrow(zip.GetLastFailure() == XZipFailure::kSystem
-                                                 ? XGetSystemErrorText(zip.GetLastSystemError())
-                                                 : XGetText(zip.GetLastFailure())));
+        throw Failure(options.m_file, FailureText(zip));
     // A report is untrusted input and may be made to fill the disk; a genuine one holds no larger files.
     CXExtractionLimits limits;
     limits.m_totalBytes = CCrashHandler::GetFileSizeLimit();

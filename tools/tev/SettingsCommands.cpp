@@ -1,7 +1,6 @@
 #include "tools/tev/SettingsCommands.h"
 
 #include "objects/CXFileException.h"
-#include "objects/LastFailure.h"
 #include "services/Paths.h"
 #include "settings/CCustomData.h"
 #include "settings/PreferenceFile.h"
@@ -47,11 +46,6 @@ struct SettingsOptions
 
 using SettingsCommand = void (*)(Session& session, const SettingsOptions& options);
 
-std::string Text(const StoreKeys& keys)
-{
-    return std::to_string(keys.m_first) + " " + std::to_string(keys.m_second);
-}
-
 /// A store that must be there.
 CCustomData Load(const std::string& name, const StoreKeys& keys)
 {
@@ -60,14 +54,14 @@ CCustomData Load(const std::string& name, const StoreKeys& keys)
     if (!fileExists(path.c_str()))
         CXFileException::Throw(fileNotFound, path.c_str());
     if (!store.LoadFromPrefs(path.c_str(), keys.m_first, keys.m_second, true))
-        throw Failure(name, "there is no store of keys " + Text(keys));
+        throw Failure(name, LastFailureText());
     return store;
 }
 
 void Save(const CCustomData& store, const std::string& name, const StoreKeys& keys)
 {
     if (!store.SaveToPrefs(Widen(name).c_str(), keys.m_first, keys.m_second))
-        throw Failure(name, Narrow(XLastFailure().GetText()));
+        throw Failure(name, LastFailureText());
 }
 
 void RequireValue(const CCustomData& store, const std::string& name, unsigned id)
@@ -160,10 +154,10 @@ void Update(const std::string& name, const StoreKeys& keys, const std::function<
     const std::wstring path = Widen(name);
     if (XUpdatePreferences(path.c_str(), keys.m_first, keys.m_second, change))
         return;
-    const CXTString<wchar_t> reason = XLastFailure().GetText();
+    const std::string reason = LastFailureText();
     CCustomData store;
     store.LoadFromPrefs(path.c_str(), keys.m_first, keys.m_second, true); // reports a file that cannot be read
-    throw Failure(name, Narrow(reason));
+    throw Failure(name, reason);
 }
 
 /// A value that cannot be set is wrong usage.
@@ -200,7 +194,7 @@ void RunRemove(Session&, const SettingsOptions& options)
         });
     }
     else if (!XRemovePreference(Widen(options.m_file).c_str(), options.m_keys.m_first, options.m_keys.m_second))
-        throw Failure(options.m_file, Narrow(XLastFailure().GetText()));
+        throw Failure(options.m_file, LastFailureText());
 }
 
 void RunCopy(Session&, const SettingsOptions& options)

@@ -320,7 +320,7 @@ void SetValue(CCustomData& store, unsigned id, const std::string& kind, const st
     if (row == std::end(kKindRows) || row->m_set == nullptr)
         throw Failure(kind, "is no kind that can be set; there are " + SettableKinds());
     if (!row->m_set(store, id, texts))
-        throw Failure("value", "does not fit into the store");
+        throw Failure("value", LastFailureText());
 }
 
 } // namespace tev::tool

@@ -72,7 +72,8 @@ void ReportCurrentException(Session& session, const std::string& subject)
     }
     catch (const std::bad_alloc&)
     {
-        Report(session, subject, "not enough memory");
+        constexpr unsigned kNotEnoughMemory = 8;
+        Report(session, subject, Narrow(XGetSystemErrorText(kNotEnoughMemory)));
     }
     catch (const std::exception& failure)
     {
@@ -145,6 +146,11 @@ std::string PrintableText(std::string_view text)
         at += std::max<std::size_t>(length, 1);
     }
     return result;
+}
+
+std::string LastFailureText()
+{
+    return Narrow(XLastFailure().GetText());
 }
 
 std::string ArchiveFailureText(const CXArchiveException& failure)

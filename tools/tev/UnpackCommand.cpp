@@ -7,6 +7,7 @@
 #include "tools/tev/Progress.h"
 #include "tools/tev/System.h"
 #include "tools/tev/Tool.h"
+#include "tools/tev/ZipWork.h"
 #include "values/CXTime.h"
 #include "zip/CMiniZip.h"
 #include "zip/CZip.h"
@@ -100,14 +101,14 @@ void ListArchive(Session& session, const UnpackOptions& options, Listing& listin
 {
     CZip zip;
     if (!zip.Open(Widen(options.m_file).c_str(), zipOpenReadOnly, false, nullptr))
-        throw Failure(options.m_file, TextOf(CXExtractionFailure::kNoArchive));
+        throw Failure(options.m_file, FailureText(zip));
     const auto count = static_cast<unsigned>(zip.GetCount(false));
     for (unsigned i = 0; i < count; ++i)
     {
         CZipFileInfo info;
         if (!zip.GetFileInfo(info, i))
         {
-            Report(session, options.m_file, "entry " + std::to_string(i + 1) + " is damaged");
+            Report(session, options.m_file, "entry " + std::to_string(i + 1) + ": " + FailureText(zip));
             session.m_exitCode = kExitFailed;
             continue;
         }

@@ -1,6 +1,7 @@
 #include "tools/tev/ZipWork.h"
 
 #include "objects/CXFileException.h"
+#include "objects/LastFailure.h"
 #include "tools/tev/Tool.h"
 #include "zip/ZipTexts.h"
 
@@ -57,6 +58,12 @@ void ZipWork::ExpectBytes(unsigned __int64 total)
     m_progress.emplace(m_name, total, Progress::Beside::kNothing);
 }
 
+std::string FailureText(const CZip& zip)
+{
+    return Narrow(zip.GetLastFailure() == XZipFailure::kSystem ? XGetSystemErrorText(zip.GetLastSystemError())
+                                                               : XGetText(zip.GetLastFailure()));
+}
+
 bool ZipWork::Save(bool mayBeRepeated)
 {
     m_zip.Close(false);
@@ -71,10 +78,9 @@ void ZipWork::Require(bool done, const std::string& subject) const
 {
     if (done)
         return;
-    const XZipFailure failure = m_zip.GetLastFailure();
-    if (failure == XZipFailure::kSystem)
+    if (m_zip.GetLastFailure() == XZipFailure::kSystem)
         CXFileException::Throw(CXFileException::OsErrorToException(m_zip.GetLastSystemError()), WideText(subject));
-    throw Failure(subject, Narrow(XGetText(failure)));
+    throw Failure(subject, FailureText(m_zip));
 }
 
 bool ZipWork::OnProgress(unsigned __int64 processed)

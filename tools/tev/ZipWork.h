@@ -11,6 +11,8 @@
 // What the commands of `tev zip` do with an archive. Failures are thrown.
 namespace tev::tool
 {
+/// Why the archive's last operation failed.
+std::string FailureText(const CZip& zip);
 
 /// An open archive that shows its progress on a terminal. An interrupt leaves the archive unchanged, and so does
 /// destroying this object without Save().
