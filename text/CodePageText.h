@@ -46,6 +46,9 @@ inline unsigned NamedCodePage(unsigned codePage) noexcept
 [[nodiscard]] bool DecodeCodePage(const void* bytes, size_t byteCount, unsigned codePage, CXTString<wchar_t>& text);
 [[nodiscard]] bool EncodeCodePage(const wchar_t* text, size_t length, unsigned codePage, CXTString<char>& bytes);
 
+/// Notes why a conversion failed of a text that may be null, and returns false.
+bool NoteNoConversion(const char* operation, const void* text) noexcept;
+
 [[nodiscard]] bool HoldsSurrogates(const wchar_t* text, size_t length) noexcept;
 /// The text with its surrogate pairs joined where a wide character is a whole code point, and '?' for lone surrogates.
 [[nodiscard]] std::wstring WithoutSurrogates(const wchar_t* text, size_t length);

@@ -146,6 +146,7 @@ constexpr TextOfNumber kMessageTexts[] = {
     {kFailure + 5, L"The operation was cancelled.", L"L'opération a été annulée."},
     {kFailure + 6, L"The file %s has no store of these keys.", L"Le fichier %s n'a pas de données sous ces clés."},
     {kFailure + 7, L"Unknown exception.", L"Exception inconnue."},
+    {kFailure + 8, L"The encoding is not known on this system.", L"L'encodage est inconnu sur ce système."},
 
     {kDetail + 0, L"system error %u", L"erreur système %u"},
     {kDetail + 1, L"context %I64u", L"contexte %I64u"},

@@ -17,6 +17,7 @@ constexpr unsigned kTextRegistryFault = 0xE250;
 constexpr unsigned kTextFailure = 0xE260; ///< of an XFailureKind
 constexpr unsigned kTextNoStore = kTextFailure + 6;
 constexpr unsigned kTextUnknownException = kTextFailure + 7;
+constexpr unsigned kTextNoEncoding = kTextFailure + 8;
 constexpr unsigned kTextFailureDetail = 0xE270;
 constexpr unsigned kTextThrown = 0xE280;
 constexpr unsigned kTextStackEnd = 0xE290;

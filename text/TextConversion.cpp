@@ -5,6 +5,7 @@
 #include "text/CXTString.h"
 #include "text/CodePageText.h"
 #include "text/FailureRecord.h"
+#include "text/MessageTexts.h"
 #include "text/Utf.h"
 
 #include <algorithm>
@@ -183,15 +184,21 @@ bool tev::EncodeCodePage(const wchar_t* text, size_t length, unsigned codePage, 
     }
 }
 
+bool tev::NoteNoConversion(const char* operation, const void* text) noexcept
+{
+    return NoteFailure({operation, XFailureKind::kArgument, 0, 0, text != nullptr ? kTextNoEncoding : 0});
+}
+
 bool XDecodeText(const void* bytes, size_t byteCount, xStringEncoding encoding, CXTString<wchar_t>& text)
 {
     return tev::DecodeCodePage(bytes, byteCount, tev::CodePageOf(encoding), text) ||
-           tev::NoteBadArgument("XDecodeText");
+           tev::NoteNoConversion("XDecodeText", bytes);
 }
 
 bool XEncodeText(const wchar_t* text, size_t length, xStringEncoding encoding, CXTString<char>& bytes)
 {
-    return tev::EncodeCodePage(text, length, tev::CodePageOf(encoding), bytes) || tev::NoteBadArgument("XEncodeText");
+    return tev::EncodeCodePage(text, length, tev::CodePageOf(encoding), bytes) ||
+           tev::NoteNoConversion("XEncodeText", text);
 }
 
 void XDecodePath(const char* path, CXTString<wchar_t>& text)

@@ -3,7 +3,6 @@
 #include "platform/CodePages.h"
 #include "text/CXTString.h"
 #include "text/CodePageText.h"
-#include "text/FailureRecord.h"
 #include "text/Utf.h"
 
 #include <algorithm>
@@ -135,10 +134,10 @@ bool XDecodeText(const void* bytes, std::size_t byteCount, xStringEncoding encod
     if (from != nullptr && !tev::IsUnicode(codePage))
     {
         text.Empty();
-        return DecodeSystemText(codePage, from, byteCount, text, loss) || tev::NoteBadArgument("XDecodeText");
+        return DecodeSystemText(codePage, from, byteCount, text, loss) || tev::NoteNoConversion("XDecodeText", bytes);
     }
     if (!tev::DecodeCodePage(bytes, byteCount, codePage, text))
-        return tev::NoteBadArgument("XDecodeText");
+        return tev::NoteNoConversion("XDecodeText", bytes);
     switch (codePage)
     {
     case tev::kCodePageUtf8:
@@ -167,10 +166,10 @@ bool XEncodeText(const wchar_t* text, std::size_t length, xStringEncoding encodi
     if (text != nullptr && !tev::IsUnicode(codePage))
     {
         bytes.Empty();
-        return EncodeSystemText(codePage, text, length, bytes, loss) || tev::NoteBadArgument("XEncodeText");
+        return EncodeSystemText(codePage, text, length, bytes, loss) || tev::NoteNoConversion("XEncodeText", text);
     }
     if (!tev::EncodeCodePage(text, length, codePage, bytes))
-        return tev::NoteBadArgument("XEncodeText");
+        return tev::NoteNoConversion("XEncodeText", text);
     loss = EncodingLoss(text, length, codePage == tev::kCodePageUtf16 || codePage == tev::kCodePageUtf16BE);
     return true;
 }

@@ -135,8 +135,8 @@ private:
 /// A span of seconds, which may be negative. Divisions truncate toward zero, so the parts of a negative span are zero or
 /// negative. Arithmetic wraps around at 64 bits. One thread at a time.
 ///
-/// Converts from and to the spans of std::chrono, without a word where those are whole seconds. Fractions of seconds are
-/// cut off, and what a span of std::chrono cannot hold becomes the longest that it can.
+/// Converts from the spans of std::chrono, without a word where those are whole seconds, and to them by their name. Fractions
+/// of seconds are cut off, and what a span of std::chrono cannot hold becomes the longest that it can.
 class CXDuration
 {
 public:

@@ -180,6 +180,11 @@ TEST_F(LastFailure, OfTextsAndTimesSaysWhy)
         argument("CXTime::Format", [&] { return far.Format(L"%Y") == L"%Y"; }),
         argument("CXTime::FormatGmt", [&] { return m_date.FormatGmt(std::wstring(256, L'x').c_str()).IsEmpty(); }),
     });
+    const auto reason = [] { return XLastFailure().GetText(XLanguage::English); };
+    EXPECT_FALSE(XDecodeText("a", 1, kNoEncoding, text));
+    EXPECT_EQ(reason(), L"The encoding is not known on this system. (XDecodeText)");
+    EXPECT_FALSE(XEncodeText(L"a", 1, kNoEncoding, bytes, loss));
+    EXPECT_EQ(reason(), L"The encoding is not known on this system. (XEncodeText)");
 }
 
 TEST_F(LastFailure, OfContainersSaysWhy)

@@ -326,7 +326,7 @@ void Import(const std::string& name, xStringEncoding encoding)
     CXTString<wchar_t> text;
     if (!XDecodeText(bytes.data() + mark.m_size, bytes.size() - mark.m_size,
                      mark.m_size != 0 ? mark.m_encoding : encoding, text))
-        throw Failure(name, "cannot be read in that encoding on this system");
+        throw Failure(name, LastFailureText());
     XRegistryImport result;
     if (XImportRegistry(text, result))
         return;

@@ -44,7 +44,7 @@ public:
     {
         XTextLoss loss;
         if (!XDecodeText(bytes.data(), bytes.size(), m_from, m_text, loss))
-            throw Failure(EncodingName(m_from), "cannot be read on this system");
+            throw Failure(EncodingName(m_from), LastFailureText());
         if (m_meaningless == 0)
             m_firstMeaningless = m_bytesDone + loss.m_first;
         m_bytesDone += bytes.size();
@@ -70,7 +70,7 @@ private:
     {
         XTextLoss loss;
         if (!XEncodeText(m_text.GetConstBuffer(), m_text.GetLength64(), m_to, m_bytes, loss))
-            throw Failure(EncodingName(m_to), "cannot be written on this system");
+            throw Failure(EncodingName(m_to), LastFailureText());
         m_lacking += loss.m_count;
         return View(m_bytes);
     }
