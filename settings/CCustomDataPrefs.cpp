@@ -13,6 +13,7 @@
 #include "settings/CCustomData.h"
 #include "settings/PreferenceFile.h"
 #include "settings/PreferenceRecords.h"
+#include "settings/engine/SettingsStore.h"
 #include "text/MessageTexts.h"
 
 #include <algorithm>
@@ -250,7 +251,9 @@ bool XListPreferences(const CXTString<wchar_t>& path, std::vector<XPreferenceRec
     return tev::SplitPreferences(file, records) || tev::NoteBadData("XListPreferences", path);
 }
 
-bool XRemovePreference(const CXTString<wchar_t>& path, unsigned key1, unsigned key2)
+namespace
+{
+bool RemoveStore(const CXTString<wchar_t>& path, unsigned key1, unsigned key2, const CCustomData* expected)
 {
     constexpr const char* kOperation = "XRemovePreference";
     if (!HasFileName(path))
@@ -261,9 +264,22 @@ bool XRemovePreference(const CXTString<wchar_t>& path, unsigned key1, unsigned k
             return tev::NoteBadData(kOperation, path);
         if (rewriting.Present() == nullptr)
             return false;
+        if (expected != nullptr && !rewriting.LoadPresent().IsEqual(*expected))
+            return tev::NoteSystemError(kOperation, tev::kSettingsChanged, path);
         rewriting.Remove();
         return true;
     });
+}
+} // namespace
+
+bool XRemovePreference(const CXTString<wchar_t>& path, unsigned key1, unsigned key2)
+{
+    return RemoveStore(path, key1, key2, nullptr);
+}
+
+bool XRemovePreference(const CXTString<wchar_t>& path, unsigned key1, unsigned key2, const CCustomData& expected)
+{
+    return RemoveStore(path, key1, key2, &expected);
 }
 
 bool XUpdatePreferences(const CXTString<wchar_t>& path, unsigned key1, unsigned key2,

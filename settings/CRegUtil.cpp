@@ -371,6 +371,27 @@ bool CRegUtil::StartBatch()
     return Note(kSettingsDone);
 }
 
+bool CRegUtil::ExpectValue(wchar_t const* name, unsigned long type, void const* data, unsigned long size)
+{
+    if (data == nullptr && size != 0)
+        return Told("CRegUtil::ExpectValue", Note(kSettingsBadParameter));
+    const SettingsValue value = {static_cast<unsigned>(type), std::string(static_cast<const char*>(data), size)};
+    return Told("CRegUtil::ExpectValue", Expect(name, &value));
+}
+
+bool CRegUtil::ExpectNoValue(wchar_t const* name)
+{
+    return Told("CRegUtil::ExpectNoValue", Expect(name, nullptr));
+}
+
+bool CRegUtil::Expect(wchar_t const* name, const SettingsValue* value)
+{
+    if (m_batch == nullptr)
+        return Note(kSettingsBadParameter);
+    const OpenedBase base(*this);
+    return base && Note(m_batch->Expect(m_base, name, value));
+}
+
 bool CRegUtil::EndBatch(bool discard)
 {
     const tev::ExclusiveUse use(m_use);

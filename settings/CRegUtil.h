@@ -12,7 +12,8 @@
 namespace tev
 {
 class SettingsBatch;
-}
+struct SettingsValue;
+} // namespace tev
 
 /// The handle of a key in the settings registry; on Windows the system's own type. Opaque.
 struct HKEY__;
@@ -108,6 +109,11 @@ public:
     /// Collects what is written and deleted from now on, of the base and of keys below it, until EndBatch. Reading returns
     /// what was there before. Keys are made and deleted at once. False where a batch was begun already.
     bool StartBatch();
+    /// Adds a condition to the batch: when its changes are made, the base has this value, or none of this name. Where it is not
+    /// met, EndBatch makes none of them (error 1237), so that a change which another program made meanwhile is not lost. Where a
+    /// change of the batch stands before it, that counts. False where no batch was begun.
+    bool ExpectValue(wchar_t const* name, unsigned long type, void const* data, unsigned long size);
+    bool ExpectNoValue(wchar_t const* name);
     /// Makes the changes of the batch, in one step: others see all of them or none, and where one of them fails none is made.
     /// With `discard` none is made either, as when the object ends before. False where no batch was begun.
     bool EndBatch(bool discard = false);
@@ -161,6 +167,7 @@ private:
     bool WriteBytes(HKEY key, wchar_t const* name, unsigned long type, void const* data, unsigned long size);
     bool WriteText(HKEY key, wchar_t const* name, wchar_t const* text);
     bool WriteInt(HKEY key, wchar_t const* name, unsigned value);
+    bool Expect(wchar_t const* name, const tev::SettingsValue* value);
     bool GiveName(unsigned systemError, const std::wstring& name, wchar_t* buffer, unsigned long size);
 
     CXTString<wchar_t> m_path;

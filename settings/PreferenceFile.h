@@ -31,6 +31,10 @@ struct XPreferenceRecord
 /// there was none or the file is damaged, and where SaveToPrefs returns false.
 /// Safe from several threads at once.
 TEVTOOLS_API bool XRemovePreference(const CXTString<wchar_t>& path, unsigned int key1, unsigned int key2);
+/// Removes the store only while it is equal to the expected one, so that what another program saved meanwhile is not lost:
+/// else false, and the reason is error 1237.
+TEVTOOLS_API bool XRemovePreference(const CXTString<wchar_t>& path, unsigned int key1, unsigned int key2,
+                                    const CCustomData& expected);
 
 /// Changes the store of these keys: loads it into a store that only `change` knows, an empty one where the file or the
 /// store is not there, calls `change`, and saves the result as CCustomData::SaveToPrefs does. No other thread or process

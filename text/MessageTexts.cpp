@@ -188,6 +188,7 @@ constexpr TextOfNumber kMessageTexts[] = {
     {kSystem + 1017, L"The file of the registry holds something else.",
      L"Le fichier du registre contient autre chose."},
     {kSystem + 1018, L"The key was deleted meanwhile.", L"La clé a été supprimée entre-temps."},
+    {kSystem + 1237, L"It was changed meanwhile.", L"L'élément a été modifié entre-temps."},
     {kSystem + 1306, L"The file of the registry is of a later version.",
      L"Le fichier du registre est d'une version ultérieure."},
     {kSystem + 1450, L"The value is too large.", L"La valeur est trop grande."},

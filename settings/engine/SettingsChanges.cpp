@@ -109,7 +109,7 @@ struct SettingsBatch::Change
 {
     SettingsKeyState key;
     SettingsName name;
-    bool deletes;
+    Kind kind;
     SettingsValue value;
 };
 
@@ -120,15 +120,21 @@ unsigned SettingsBatch::Write(SettingsKey key, const wchar_t* name, unsigned typ
 {
     if (data == nullptr && size != 0)
         return kSettingsBadParameter;
-    return Add(key, name, false, type, {static_cast<const char*>(data), static_cast<std::size_t>(size)});
+    return Add(key, name, Kind::Write, type, {static_cast<const char*>(data), static_cast<std::size_t>(size)});
 }
 
 unsigned SettingsBatch::Delete(SettingsKey key, const wchar_t* name)
 {
-    return Add(key, name, true, 0, {});
+    return Add(key, name, Kind::Delete, 0, {});
 }
 
-unsigned SettingsBatch::Add(SettingsKey key, const wchar_t* name, bool deletes, unsigned type, std::string_view data)
+unsigned SettingsBatch::Expect(SettingsKey key, const wchar_t* name, const SettingsValue* value)
+{
+    return value == nullptr ? Add(key, name, Kind::ExpectNone, 0, {})
+                            : Add(key, name, Kind::ExpectValue, value->type, value->data);
+}
+
+unsigned SettingsBatch::Add(SettingsKey key, const wchar_t* name, Kind kind, unsigned type, std::string_view data)
 {
     SettingsName changed;
     if (!MakeSettingsName(name != nullptr ? name : L"", kLongestSettingsValueName, changed))
@@ -138,10 +144,24 @@ unsigned SettingsBatch::Add(SettingsKey key, const wchar_t* name, bool deletes, 
     const SettingsKeyState* const state = FindSettingsKey(key, root);
     if (state == nullptr)
         return kSettingsBadHandle;
-    if ((state->access & kSettingsSetValue) == 0)
+    const bool isCondition = kind == Kind::ExpectValue || kind == Kind::ExpectNone;
+    if ((state->access & (isCondition ? kSettingsQueryValue : kSettingsSetValue)) == 0)
         return kSettingsAccessDenied;
-    m_changes.push_back({*state, std::move(changed), deletes, {type, std::string(data)}});
+    m_changes.push_back({*state, std::move(changed), kind, {type, std::string(data)}});
     return kSettingsDone;
+}
+
+unsigned SettingsBatch::MakeOne(const Change& change)
+{
+    switch (change.kind)
+    {
+    case Kind::Write:
+        return WriteValueIn(change.key, change.name, change.value.type, change.value.data);
+    case Kind::Delete:
+        return DeleteValueIn(change.key, change.name);
+    default:
+        return ExpectValueIn(change.key, change.name, change.kind == Kind::ExpectValue ? &change.value : nullptr);
+    }
 }
 
 unsigned SettingsBatch::Make()
@@ -153,8 +173,7 @@ unsigned SettingsBatch::Make()
         {
             unsigned error = changer.Join(change.key, SettingsUse::Create);
             if (error == kSettingsDone)
-                error = change.deletes ? DeleteValueIn(change.key, change.name)
-                                       : WriteValueIn(change.key, change.name, change.value.type, change.value.data);
+                error = MakeOne(change);
             if (error != kSettingsDone)
                 return error;
         }

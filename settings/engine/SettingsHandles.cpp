@@ -164,6 +164,20 @@ unsigned DeleteValueIn(const SettingsKeyState& state, const SettingsName& name)
     return SettingsQuery(*state.database, SettingsStatement::DeleteValue).With(state.id).With(name.folded).Run();
 }
 
+unsigned ExpectValueIn(const SettingsKeyState& state, const SettingsName& name, const SettingsValue* value)
+{
+    SettingsQuery query(*state.database, SettingsStatement::ReadValue);
+    const unsigned error = query.With(state.id).With(name.folded).Next();
+    if (error == kSettingsNoMoreItems)
+        return value == nullptr ? CheckSettingsKey(state) : unsigned{kSettingsChanged};
+    if (error != kSettingsDone)
+        return error;
+    if (query.Bytes(1) != name.folded || !query.IsIntactValue(state.id, true))
+        return kSettingsDamaged;
+    const bool isSame = value != nullptr && query.Number(2) == value->type && query.Bytes(5) == value->data;
+    return isSame ? kSettingsDone : kSettingsChanged;
+}
+
 unsigned WalkSettingsKeys(SettingsKeyState& state, const std::vector<SettingsName>& names, bool create)
 {
     if (names.size() > kDeepestSettingsKey - state.depth)

@@ -50,6 +50,9 @@ bool RemoveSettingsKey(SettingsKey key);
 [[nodiscard]] unsigned WriteValueIn(const SettingsKeyState& state, const SettingsName& name, unsigned type,
                                     std::string_view data);
 [[nodiscard]] unsigned DeleteValueIn(const SettingsKeyState& state, const SettingsName& name);
+/// kSettingsChanged unless the key has this value, or for null none of this name.
+[[nodiscard]] unsigned ExpectValueIn(const SettingsKeyState& state, const SettingsName& name,
+                                     const SettingsValue* value);
 
 /// Walks from a key down the names; `state` is the last one then. With `create`, in a transaction that writes, missing
 /// keys are created.

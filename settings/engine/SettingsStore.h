@@ -54,6 +54,7 @@ enum SettingsError : unsigned
     kSettingsForeign = 1017, ///< the file is the database of another program; it is left as it is
     kSettingsKeyDeleted = 1018,
     kSettingsDeviceError = 1117,
+    kSettingsChanged = 1237,     ///< a value is not as a batch expects it
     kSettingsNewer = 1306,       ///< the file is of a later version; it is left as it is
     kSettingsTooLarge = 1450,    ///< a value of about 1 GB
     kSettingsReopen = 0xFFFFFFFF ///< no failure that anyone is told: see RetryWhileBusy

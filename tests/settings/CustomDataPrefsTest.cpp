@@ -34,7 +34,13 @@ TEST(CustomDataPrefs, TheNewestRecordStandsFirstAndTheOthersStay)
     EXPECT_EQ(records[1].m_offset, 4 + Record({1, 3}, 13).size());
     EXPECT_EQ(records[1].m_size, Record({1, 3}, 13).size());
 
-    EXPECT_TRUE(XRemovePreference(path.c_str(), 2, 2));
+    CCustomData expected;
+    ASSERT_TRUE(expected.LoadFromPrefs(path.c_str(), 2, 2, true));
+    expected.SetInt(99, 1);
+    EXPECT_FALSE(XRemovePreference(path.c_str(), 2, 2, expected));
+    EXPECT_EQ(1237U, XLastFailure().GetSystemError());
+    expected.RemoveCustom(99);
+    EXPECT_TRUE(XRemovePreference(path.c_str(), 2, 2, expected));
     EXPECT_FALSE(XRemovePreference(path.c_str(), 2, 2));
     EXPECT_EQ(folder.ReadFile("prefs"), File({Record({1, 3}, 13), Record({1, 2}, 10)}));
     CCustomData other = Holding(99);

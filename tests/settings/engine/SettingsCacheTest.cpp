@@ -223,4 +223,38 @@ TEST_F(SettingsStore, ABatchIsMadeAsAWholeOrNotAtAll)
     EXPECT_FALSE(reader.WriteKeyInt(L"v", 1));
     EXPECT_EQ(reader.GetLastError(), 5);
 }
+
+TEST_F(SettingsStore, ABatchWithConditionsLosesNobodysChange)
+{
+    CRegUtil registry(kAll);
+    ASSERT_TRUE(registry.SetPath(kPath, true));
+    const unsigned char one[] = {1, 0, 0, 0};
+    EXPECT_FALSE(registry.ExpectNoValue(L"n")) << "no batch";
+    // What stands there when the batch is made, and whether it expects a value; then whether it is made.
+    constexpr struct
+    {
+        unsigned long type;
+        unsigned char bytes[5];
+        unsigned size; // 5: there is none
+        bool isExpected;
+        bool isMade;
+    } cases[] = {{4, {1}, 4, true, true},   {4, {2}, 4, true, false}, {3, {1}, 4, true, false},
+                 {4, {1}, 3, true, false},  {0, {}, 5, true, false},  {0, {}, 5, false, true},
+                 {4, {1}, 4, false, false}, {0, {}, 0, false, false}};
+    for (const auto& row : cases)
+    {
+        SCOPED_TRACE(&row - cases);
+        CRegUtil other(kAll);
+        ASSERT_TRUE(other.SetPath(kPath, false) && registry.StartBatch());
+        ASSERT_TRUE(row.isExpected ? registry.ExpectValue(L"N", 4, one, 4) : registry.ExpectNoValue(L"N"));
+        ASSERT_TRUE(registry.WriteKeyInt(L"n", 7) && registry.WriteKeyInt(L"beside", 8));
+        other.DeleteValue(L"", L"n");
+        other.DeleteValue(L"", L"beside");
+        ASSERT_TRUE(row.size == 5 || other.WriteValue(L"n", row.type, row.bytes, row.size));
+        EXPECT_EQ(row.isMade, registry.EndBatch());
+        EXPECT_EQ(row.isMade ? 0 : 1237, registry.GetLastError());
+        EXPECT_EQ(row.isMade ? 7 : row.size == 4 ? row.bytes[0] : -1, other.GetSubKeyInt(L"", L"n", -1));
+        EXPECT_EQ(row.isMade, other.KeyExists(L"beside"));
+    }
+}
 } // namespace
