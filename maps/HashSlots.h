@@ -38,10 +38,10 @@ inline constexpr std::size_t kLastNearStep = 2 * HashFar::kNearProbes - 1;
 
 /// Where the slots of a table lie. Work on many slots takes a copy, whose members stay in registers: the compiler must take it
 /// that storing a tag may change those of the table.
-template <class SLOT>
+template <class SLOT_TYPE>
 struct HashFrame
 {
-    SLOT* m_slots;
+    SLOT_TYPE* m_slots;
     unsigned char* m_tags;
     std::size_t m_size;
     std::uint64_t m_reciprocal;
@@ -132,7 +132,7 @@ private:
 
 /// The slots of a hash table and their tags: their memory, their states, and the walk over them. HashTableBase chooses the
 /// slot for a key.
-template <class SLOT>
+template <class SLOT_TYPE>
 class HashSlots
 {
 public:
@@ -152,7 +152,7 @@ public:
     template <class ARRAY>
     unsigned int CopyTo(ARRAY& keys) const
     {
-        ForEach([&keys](const SLOT& slot) { keys.Add(slot.m_key); });
+        ForEach([&keys](const SLOT_TYPE& slot) { keys.Add(slot.m_key); });
         return m_count;
     }
 
@@ -186,9 +186,9 @@ protected:
         return {*this, kNoPosition};
     }
     template <class SHOWN>
-    static SHOWN& Show(SLOT& slot) noexcept
+    static SHOWN& Show(SLOT_TYPE& slot) noexcept
     {
-        if constexpr (std::is_same_v<SHOWN, const typename SLOT::Key>)
+        if constexpr (std::is_same_v<SHOWN, const typename SLOT_TYPE::Key>)
             return slot.m_key;
         else
             return slot;
@@ -218,7 +218,7 @@ protected:
     }
 
     /// The slot at a position, which moves on to the next entry; null where there is no entry.
-    SLOT* TakePosition(unsigned& position) const noexcept
+    SLOT_TYPE* TakePosition(unsigned& position) const noexcept
     {
         const std::size_t at = position;
         position = NextOccupied(at + 1);
@@ -258,7 +258,7 @@ protected:
         }
     }
 
-    HashFrame<SLOT> GetFrame() const noexcept { return {m_slots, m_tags, m_tableSize, m_reciprocal}; }
+    HashFrame<SLOT_TYPE> GetFrame() const noexcept { return {m_slots, m_tags, m_tableSize, m_reciprocal}; }
 
     void Occupy(std::size_t at, unsigned char tag, bool reused) noexcept
     {
@@ -269,7 +269,7 @@ protected:
 
     void RemoveSlot(std::size_t at) noexcept
     {
-        m_slots[at].~SLOT();
+        m_slots[at].~SLOT_TYPE();
         GetFrame().SetTag(at, kDeletedTag);
         --m_count;
     }
@@ -289,11 +289,11 @@ protected:
         m_tableSize = size;
         m_used = 0;
         m_count = 0;
-        void* block = AllocateHashSlots(size, sizeof(SLOT), alignof(SLOT));
+        void* block = AllocateHashSlots(size, sizeof(SLOT_TYPE), alignof(SLOT_TYPE));
         if (block == nullptr)
             return false;
-        m_slots = static_cast<SLOT*>(block);
-        m_tags = static_cast<unsigned char*>(block) + size * sizeof(SLOT);
+        m_slots = static_cast<SLOT_TYPE*>(block);
+        m_tags = static_cast<unsigned char*>(block) + size * sizeof(SLOT_TYPE);
         std::memset(m_tags, kEmptyTag, std::size_t(size) + kTagGroup);
         m_reciprocal = ReciprocalOf(size);
         return true;
@@ -304,7 +304,7 @@ protected:
         if (m_slots == nullptr)
             return;
         DestroyEntries();
-        FreeHashSlots(m_slots, m_tableSize, sizeof(SLOT), alignof(SLOT));
+        FreeHashSlots(m_slots, m_tableSize, sizeof(SLOT_TYPE), alignof(SLOT_TYPE));
         m_slots = nullptr;
         m_tags = const_cast<unsigned char*>(kNoTags);
         m_reciprocal = 0;
@@ -330,7 +330,7 @@ protected:
     unsigned m_tableSize = kDefaultHashSize;
     unsigned m_used = 0;
     unsigned m_count = 0;
-    SLOT* m_slots = nullptr;
+    SLOT_TYPE* m_slots = nullptr;
     unsigned char* m_tags = const_cast<unsigned char*>(kNoTags);
     std::uint64_t m_reciprocal = 0;
     ThreadUse m_use;
@@ -345,10 +345,10 @@ private:
     }
     void DestroyEntries() noexcept
     {
-        if constexpr (!SLOT::kPlain)
+        if constexpr (!SLOT_TYPE::kPlain)
         {
             if (m_count != 0)
-                ForEach([](SLOT& slot) { slot.~SLOT(); });
+                ForEach([](SLOT_TYPE& slot) { slot.~SLOT_TYPE(); });
         }
     }
 
@@ -361,12 +361,12 @@ private:
             return;
         if (!Allocate(other.m_tableSize))
         {
-            NoteHashFailure(HashOperation::kConstruct, SLOT::kIsMap);
+            NoteHashFailure(HashOperation::kConstruct, SLOT_TYPE::kIsMap);
             return;
         }
-        if constexpr (SLOT::kPlain)
+        if constexpr (SLOT_TYPE::kPlain)
         {
-            std::memcpy(static_cast<void*>(m_slots), other.m_slots, std::size_t(m_tableSize) * sizeof(SLOT));
+            std::memcpy(static_cast<void*>(m_slots), other.m_slots, std::size_t(m_tableSize) * sizeof(SLOT_TYPE));
             std::memcpy(m_tags, other.m_tags, std::size_t(m_tableSize) + kTagGroup);
             m_count = other.m_count;
         }

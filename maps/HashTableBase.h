@@ -61,14 +61,14 @@ struct WideHashOf<METHODS, KEY, std::void_t<decltype(METHODS::WideHash(std::decl
 };
 
 /// The operations that need no value. See CHashMap.
-template <class SLOT, class ARG_KEY, class METHODS>
-class HashTableBase : public HashSlots<SLOT>
+template <class SLOT_TYPE, class ARG_KEY, class METHODS>
+class HashTableBase : public HashSlots<SLOT_TYPE>
 {
-    using Slots = HashSlots<SLOT>;
-    using Frame = HashFrame<SLOT>;
+    using Slots = HashSlots<SLOT_TYPE>;
+    using Frame = HashFrame<SLOT_TYPE>;
 
 public:
-    using Key = typename SLOT::Key;
+    using Key = typename SLOT_TYPE::Key;
     using LookupKey = typename LookupKeyOf<METHODS, ARG_KEY>::Type;
 
     [[nodiscard]] bool IsFound(LookupKey key) const { return FindSlot(key) != nullptr; }
@@ -78,7 +78,7 @@ public:
     int Remove(LookupKey key, bool rehash = false)
     {
         const ExclusiveUse use(m_use);
-        SLOT* slot = FindSlot(key);
+        SLOT_TYPE* slot = FindSlot(key);
         if (slot == nullptr)
             return 0;
         RemoveEntry(static_cast<std::size_t>(slot - m_slots));
@@ -98,9 +98,9 @@ public:
         const ExclusiveUse use(m_use);
         const unsigned size = m_slots == nullptr ? HashSizeForRequest(count) : HashSizeForEntries(count);
         if (size == 0)
-            return NoteHashFailure(HashOperation::kInitialize, SLOT::kIsMap, false);
+            return NoteHashFailure(HashOperation::kInitialize, SLOT_TYPE::kIsMap, false);
         return (m_slots != nullptr && size == m_requestedSize) || Restart(size) ||
-               NoteHashFailure(HashOperation::kInitialize, SLOT::kIsMap);
+               NoteHashFailure(HashOperation::kInitialize, SLOT_TYPE::kIsMap);
     }
 
     /// Rebuilds the table at the smallest size for its entries. False when it has that already, or no memory was left.
@@ -109,7 +109,7 @@ public:
         const ExclusiveUse use(m_use);
         const unsigned size = HashSizeMinimal(m_count);
         return size != m_tableSize && size != 0 &&
-               (Rebuild(size) || NoteHashFailure(HashOperation::kMinimize, SLOT::kIsMap));
+               (Rebuild(size) || NoteHashFailure(HashOperation::kMinimize, SLOT_TYPE::kIsMap));
     }
 
 protected:
@@ -117,7 +117,7 @@ protected:
     {
         const unsigned size = HashSizeForRequest(request);
         if (!Restart(size == 0 ? kDefaultHashSize : size))
-            NoteHashFailure(HashOperation::kConstruct, SLOT::kIsMap);
+            NoteHashFailure(HashOperation::kConstruct, SLOT_TYPE::kIsMap);
     }
     HashTableBase(const HashTableBase&) = default;
     HashTableBase(HashTableBase&&) noexcept = default;
@@ -125,7 +125,7 @@ protected:
     HashTableBase& operator=(HashTableBase&&) noexcept = default;
 
     template <class K>
-    SLOT* FindSlot(const K& key) const
+    SLOT_TYPE* FindSlot(const K& key) const
     {
         const SharedUse use(m_use);
         const unsigned hash = METHODS::HashKey(key);
@@ -135,13 +135,13 @@ protected:
     /// The key's slot, or null and, where asked for, the slot that a new key takes: the first one of the search that is
     /// deleted, else the empty one at its end; with kFarSlot where it is far.
     template <class K>
-    SLOT* Search(const K& key, unsigned char tag, std::size_t home, std::size_t* vacant = nullptr) const
+    SLOT_TYPE* Search(const K& key, unsigned char tag, std::size_t home, std::size_t* vacant = nullptr) const
     {
         const Frame frame = Slots::GetFrame();
         const TagGroup group(frame.m_tags + home);
         for (unsigned equal = group.Equal(tag) & kProbedTags; equal != 0; equal &= equal - 1)
         {
-            SLOT* slot = frame.m_slots + frame.SlotOf(home, equal);
+            SLOT_TYPE* slot = frame.m_slots + frame.SlotOf(home, equal);
             if (METHODS::Compare(slot->m_key, key))
                 return slot;
         }
@@ -162,7 +162,7 @@ protected:
         const unsigned char tag = TagOf(hash);
         const std::size_t home = Slots::GetFrame().Home(hash);
         std::size_t at = home;
-        SLOT* found = Search(key, tag, home, &at);
+        SLOT_TYPE* found = Search(key, tag, home, &at);
         if (found != nullptr)
         {
             found->Overwrite(std::forward<VALUES>(value)...);
@@ -175,7 +175,7 @@ protected:
         if (!reused && (m_used >= m_tableSize / 2 || m_slots == nullptr))
             return InsertAfterRebuild(key, std::forward<VALUES>(value)...);
 
-        ::new (static_cast<void*>(m_slots + at)) SLOT(std::in_place, key, std::forward<VALUES>(value)...);
+        ::new (static_cast<void*>(m_slots + at)) SLOT_TYPE(std::in_place, key, std::forward<VALUES>(value)...);
         Occupy(at, tag, reused);
         if (isFar)
             ListFar(at);
@@ -187,8 +187,8 @@ protected:
     /// Removes every key of the other table, which may be this one.
     void RemoveKeys(const HashTableBase& other)
     {
-        other.ForEach([this](const SLOT& theirs) {
-            const SLOT* slot = FindSlot(theirs.m_key);
+        other.ForEach([this](const SLOT_TYPE& theirs) {
+            const SLOT_TYPE* slot = FindSlot(theirs.m_key);
             if (slot != nullptr)
                 RemoveEntry(static_cast<std::size_t>(slot - m_slots));
         });
@@ -214,7 +214,7 @@ private:
     /// An entry on its way into a new table.
     struct Arrival
     {
-        SLOT* m_slot;
+        SLOT_TYPE* m_slot;
         std::size_t m_home;
         unsigned char m_tag;
     };
@@ -227,7 +227,7 @@ private:
 
     /// The rest of a search, after the first four slots.
     template <class K>
-    SLOT* FindFurther(const K& key, unsigned char tag, std::size_t home, std::size_t* vacant) const
+    SLOT_TYPE* FindFurther(const K& key, unsigned char tag, std::size_t home, std::size_t* vacant) const
     {
         const Frame frame = Slots::GetFrame();
         std::size_t at = frame.Fifth(home);
@@ -250,7 +250,7 @@ private:
 
     /// The rest after the near slots, none of which is empty.
     template <class K>
-    TEV_CALLED_SELDOM SLOT* FindFar(const K& key, unsigned char tag, std::size_t home, std::size_t* vacant) const
+    TEV_CALLED_SELDOM SLOT_TYPE* FindFar(const K& key, unsigned char tag, std::size_t home, std::size_t* vacant) const
     {
         if (m_far != nullptr)
         {
@@ -322,7 +322,7 @@ private:
         const std::unique_ptr<Kept> kept(new (std::nothrow) Kept(key, std::forward<VALUES>(value)...));
         if (kept == nullptr ||
             !(m_slots == nullptr ? Allocate(m_tableSize) : Rebuild(HashSizeRebuilt(m_tableSize, m_used, m_count))))
-            return NoteHashFailure(HashOperation::kInsert, SLOT::kIsMap) ? 1 : 0;
+            return NoteHashFailure(HashOperation::kInsert, SLOT_TYPE::kIsMap) ? 1 : 0;
         return std::apply([this](const Key& k, auto&... values) { return this->InsertEntry(k, std::move(values)...); },
                           *kept);
     }
@@ -332,7 +332,7 @@ private:
     /// Rebuilds after an entry went in, and takes that one out again when copying the others throws.
     void RebuildAround(std::size_t at, bool reused)
     {
-        if constexpr (SLOT::kMoves)
+        if constexpr (SLOT_TYPE::kMoves)
             RebuildIfFull();
         else
         {
@@ -367,19 +367,19 @@ private:
 
     void TakeEntries(HashTableBase& old)
     {
-        if (m_tableSize * sizeof(SLOT) < kNearBytes)
+        if (m_tableSize * sizeof(SLOT_TYPE) < kNearBytes)
             TakeNear(old);
         else
             TakeFar(old);
         // The moved entries are destroyed already.
-        if constexpr (SLOT::kMoves)
+        if constexpr (SLOT_TYPE::kMoves)
             m_used = m_count = std::exchange(old.m_count, 0);
     }
 
     void TakeNear(HashTableBase& old)
     {
         const Frame frame = Slots::GetFrame();
-        old.ForEach([this, frame](SLOT& slot) {
+        old.ForEach([this, frame](SLOT_TYPE& slot) {
             const unsigned hash = METHODS::HashKey(slot.m_key);
             Settle(frame, {&slot, frame.Home(hash), TagOf(hash)});
         });
@@ -393,7 +393,7 @@ private:
         Arrival arrivals[kAhead];
         unsigned arrived = 0;
         unsigned settled = 0;
-        old.ForEach([&, frame](SLOT& slot) {
+        old.ForEach([&, frame](SLOT_TYPE& slot) {
             const unsigned hash = METHODS::HashKey(slot.m_key);
             const std::size_t home = frame.Home(hash);
             PrefetchForWrite(frame.m_tags + home);
@@ -425,10 +425,10 @@ private:
     /// Copies may throw, and are counted one by one.
     void SettleAt(Frame frame, Arrival arrival, std::size_t at)
     {
-        if constexpr (SLOT::kMoves)
+        if constexpr (SLOT_TYPE::kMoves)
         {
             arrival.m_slot->MoveTo(frame.m_slots + at);
-            arrival.m_slot->~SLOT();
+            arrival.m_slot->~SLOT_TYPE();
             frame.SetTag(at, arrival.m_tag);
         }
         else
