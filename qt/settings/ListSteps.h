@@ -1,0 +1,41 @@
+#pragma once
+
+#include "qt/settings/SettingsSource.h"
+
+#include <QDeadlineTimer>
+
+namespace tev::browser
+{
+struct RowRange
+{
+    int m_first;
+    int m_last;
+};
+
+/// What makes one list of rows another one, for views that keep what is chosen and where they are scrolled to.
+struct ListSteps
+{
+    std::vector<RowRange> m_removed;  ///< of the old list, from its end on
+    std::vector<RowRange> m_inserted; ///< of the new list, from its start on
+};
+/// Rows of one identifier stay, unless their order changes.
+ListSteps StepsBetween(const std::vector<std::wstring>& before, const std::vector<Item>& after);
+
+/// A list that is being read, in slices, so that the window stays fluid.
+class ListLoad
+{
+public:
+    explicit ListLoad(std::unique_ptr<Lister> lister) : m_lister(std::move(lister)) {}
+
+    /// True when the list is complete.
+    bool Run(const QDeadlineTimer& slice);
+    std::vector<Item> Take() { return std::exchange(m_items, {}); }
+    const QString& Fault() const { return m_lister->Fault(); }
+
+private:
+    std::unique_ptr<Lister> m_lister;
+    std::vector<Item> m_items;
+};
+
+constexpr int kSliceMilliseconds = 12;
+} // namespace tev::browser

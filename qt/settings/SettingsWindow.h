@@ -1,0 +1,103 @@
+#pragma once
+
+#include "qt/settings/EditHistory.h"
+#include "qt/settings/FileWatch.h"
+#include "qt/settings/Finder.h"
+#include "qt/settings/NodeModel.h"
+#include "qt/settings/ValueModel.h"
+
+#include <QMainWindow>
+
+class QAction;
+class QLabel;
+class QLineEdit;
+class QMenu;
+class QTableView;
+class QTreeView;
+
+namespace tev::browser
+{
+class PathLabel;
+
+/// The browser: the nodes of a source on the left, the values of the chosen one on the right.
+class SettingsWindow : public QMainWindow
+{
+    Q_OBJECT
+public:
+    explicit SettingsWindow(std::unique_ptr<SettingsSource> source);
+    ~SettingsWindow() override;
+
+    void SetSource(std::unique_ptr<SettingsSource> source);
+    /// Chooses a node, and a value of it; false where it is not there.
+    bool GoTo(const Place& place, const std::optional<std::wstring>& id = {});
+
+protected:
+    void closeEvent(QCloseEvent* event) override;
+
+private:
+    struct Shown;
+
+    void BuildMenus();
+    void BuildEditMenu();
+    void BuildViews();
+    QWidget* BuildFindBar();
+    QAction* AddAction(QMenu* menu, const char* name, const QString& text, const QKeySequence& keys,
+                       void (SettingsWindow::*slot)());
+    void ShowState();
+    void ChooseNode();
+    void Poll();
+
+    // What actions do.
+    void OpenFile();
+    void OpenRegistry();
+    void Export();
+    void Import();
+    void Refresh();
+    void Undo();
+    void Redo();
+    void NewValue();
+    void NewNode();
+    void EditValue();
+    void RenameValue();
+    void Delete();
+    void Copy();
+    void ShowFind();
+    void FindNext();
+    void FindPrevious();
+
+    void StartFind();
+    void ShowMatches();
+    void GoToMatch(std::ptrdiff_t step);
+    void ExportStore(const Place& place);
+    void ImportStores(const QString& file);
+    void ImportRegistry(const QString& file);
+    void DeleteNode();
+    void DeleteValues();
+    std::vector<int> ChosenRows() const;
+    Place ChosenPlace() const;
+
+    /// Makes edits, and asks where another program was faster.
+    bool Make(const QString& text, Edits edits);
+    bool AskToOverwrite(Edits& edits);
+    void TakeBack(Result (EditHistory::*step)(), const QString& refused);
+    bool Ask(const QString& question, const QString& details = {});
+    void Say(const QString& text, const QString& details = {});
+
+    std::unique_ptr<Shown> m_shown;
+    FileWatch m_watch;
+    QTimer m_poll;
+    PathLabel* m_path = nullptr;
+    QLabel* m_notice = nullptr;
+    QTreeView* m_tree = nullptr;
+    QTableView* m_table = nullptr;
+    QWidget* m_findBar = nullptr;
+    QLineEdit* m_findText = nullptr;
+    QLabel* m_findState = nullptr;
+    QAction* m_undo = nullptr;
+    QAction* m_redo = nullptr;
+    std::vector<QAction*> m_changes; ///< actions that change values of the chosen node
+    QAction* m_newNode = nullptr;
+    std::ptrdiff_t m_match = -1;
+    bool m_isTransferring = false;
+};
+} // namespace tev::browser

@@ -1,0 +1,490 @@
+#include "qt/settings/SettingsWindow.h"
+#include "qt/settings/CommandLine.h"
+#include "settings/RegistryText.h"
+#include "tests/qt/settings/SettingsTesting.h"
+#include "text/Language.h"
+
+#include <QAbstractButton>
+#include <QAction>
+#include <QApplication>
+#include <QClipboard>
+#include <QComboBox>
+#include <QDialogButtonBox>
+#include <QDir>
+#include <QLabel>
+#include <QLineEdit>
+#include <QMainWindow>
+#include <QMessageBox>
+#include <QPlainTextEdit>
+#include <QPushButton>
+#include <QTableView>
+#include <QTest>
+#include <QTreeView>
+
+#include <functional>
+#include <random>
+
+namespace
+{
+using namespace tev::browser;
+using namespace tev::browser::test;
+using testing::ElementsAre;
+
+constexpr int kPatience = 30000;
+
+/// Answers the next dialogs, each when it is shown.
+class Person
+{
+public:
+    using Answer = std::function<void(QDialog& dialog)>;
+
+    explicit Person(std::vector<Answer> answers) : m_answers(std::move(answers))
+    {
+        QObject::connect(&m_timer, &QTimer::timeout, [this] {
+            auto* const dialog = qobject_cast<QDialog*>(QApplication::activeModalWidget());
+            if (dialog == nullptr || !dialog->isVisible() || m_isAnswering)
+                return;
+            m_isAnswering = true;
+            if (m_next == m_answers.size())
+            {
+                ADD_FAILURE() << "an unexpected dialog: " << TextOf(*dialog).toStdString();
+                dialog->reject();
+            }
+            else
+                m_answers[m_next++](*dialog);
+            m_isAnswering = false;
+        });
+        m_timer.start(10);
+    }
+    ~Person()
+    {
+        EXPECT_EQ(m_answers.size(), m_next) << "dialogs that were shown";
+        Activate();
+    }
+    Person(const Person&) = delete;
+    Person& operator=(const Person&) = delete;
+
+    /// A display without a window manager activates no window.
+    static void Activate()
+    {
+        for (QWidget* const window : QApplication::topLevelWidgets())
+        {
+            if (qobject_cast<QMainWindow*>(window) != nullptr && window->isVisible())
+                QApplication::setActiveWindow(window);
+        }
+    }
+
+    static QString TextOf(const QDialog& dialog)
+    {
+        const auto* const box = qobject_cast<const QMessageBox*>(&dialog);
+        return box == nullptr ? dialog.windowTitle() : box->text() + u'\n' + box->informativeText();
+    }
+    static Answer Click(QMessageBox::StandardButton button, const QString& part = {})
+    {
+        return [=](QDialog& dialog) {
+            EXPECT_TRUE(TextOf(dialog).contains(part)) << TextOf(dialog).toStdString();
+            auto* const box = qobject_cast<QMessageBox*>(&dialog);
+            ASSERT_NE(nullptr, box) << TextOf(dialog).toStdString();
+            QTest::mouseClick(box->button(button), Qt::LeftButton);
+        };
+    }
+    /// Types over what the focus is in, and presses the key that accepts.
+    static Answer Type(const QString& text)
+    {
+        return [=](QDialog& dialog) {
+            QWidget* const editor = dialog.focusWidget();
+            ASSERT_NE(nullptr, editor);
+            if (auto* const lines = qobject_cast<QPlainTextEdit*>(editor))
+                lines->selectAll();
+            else if (auto* const line = qobject_cast<QLineEdit*>(editor))
+                line->selectAll();
+            QTest::keyClicks(editor, text);
+            dialog.accept();
+        };
+    }
+
+private:
+    std::vector<Answer> m_answers;
+    std::size_t m_next = 0;
+    bool m_isAnswering = false;
+    QTimer m_timer;
+};
+
+class SettingsWindowTest : public testing::Test
+{
+protected:
+    void Open(std::unique_ptr<SettingsSource> source)
+    {
+        m_window = std::make_unique<SettingsWindow>(std::move(source));
+        m_window->show();
+        ASSERT_TRUE(QTest::qWaitForWindowExposed(m_window.get(), kPatience));
+        Person::Activate();
+        m_tree = m_window->findChild<QTreeView*>();
+        m_table = m_window->findChild<QTableView*>();
+    }
+    void OpenStore()
+    {
+        ASSERT_TRUE(m_folder.Save(1, 2, [](CCustomData& store) {
+            store.SetInt(1, 7);
+            store.SetString(2, L"Roof");
+            store.SetBool(3, 1);
+        }));
+        Open(std::make_unique<PreferenceSource>(m_folder.m_file));
+        ASSERT_TRUE(WaitFor([this] { return m_tree->model()->rowCount() == 1; }));
+        QTest::keyClick(m_tree, Qt::Key_Down);
+        if (!m_tree->currentIndex().isValid())
+            QTest::keyClick(m_tree, Qt::Key_Home);
+        ASSERT_THAT(Lines(), ElementsAre(u"1\tint\t4\t7", u"2\ttext\t10\tRoof", u"3\tbool\t4\ttrue"));
+    }
+    static bool WaitFor(const std::function<bool()>& condition) { return QTest::qWaitFor(condition, kPatience); }
+    QStringList Lines() const
+    {
+        QStringList lines;
+        for (int row = 0; row < m_table->model()->rowCount(); ++row)
+            lines << static_cast<ValueModel*>(m_table->model())->LineOf(row);
+        return lines;
+    }
+    void Choose(int row)
+    {
+        m_table->setFocus();
+        m_table->setCurrentIndex(m_table->model()->index(row, 0));
+    }
+    void Press(const QKeySequence& keys, QWidget* in = nullptr)
+    {
+        QTest::keySequence(in != nullptr ? in : m_window.get(), keys);
+    }
+    QAction* Action(const char* name) const { return m_window->findChild<QAction*>(QString::fromLatin1(name)); }
+
+    PreferenceFolder m_folder;
+    std::unique_ptr<SettingsWindow> m_window;
+    QTreeView* m_tree = nullptr;
+    QTableView* m_table = nullptr;
+};
+
+TEST_F(SettingsWindowTest, ValuesAreEditedDeletedRenamedAndMadeByKeyboardAndUndone)
+{
+    OpenStore();
+    Choose(0);
+    {
+        Person person({Person::Type(QStringLiteral("42"))});
+        QTest::keyClick(m_table, Qt::Key_Return);
+    }
+    EXPECT_EQ(QStringLiteral("1\tint\t4\t42"), Lines().value(0));
+    Choose(1);
+    {
+        Person person({Person::Type(QStringLiteral("9"))});
+        QTest::keyClick(m_table, Qt::Key_F2);
+    }
+    EXPECT_THAT(Lines(), ElementsAre(u"1\tint\t4\t42", u"3\tbool\t4\ttrue", u"9\ttext\t10\tRoof"));
+    m_table->selectAll();
+    QTest::keyClick(m_table, Qt::Key_Delete);
+    EXPECT_THAT(Lines(), ElementsAre());
+    {
+        Person person({[](QDialog& dialog) {
+            QTest::keyClicks(dialog.focusWidget(), QStringLiteral("PAGE"));
+            dialog.findChild<QComboBox*>()->setCurrentText(QStringLiteral("text"));
+            dialog.findChild<QPlainTextEdit*>()->setPlainText(QStringLiteral("two\nlines"));
+            dialog.accept();
+        }});
+        QTest::keyClick(m_table, Qt::Key_Insert);
+    }
+    EXPECT_THAT(Lines(), ElementsAre(QStringLiteral("'PAGE'\ttext\t20\ttwo\u21B5lines")));
+    CXTString<wchar_t> text;
+    EXPECT_TRUE(m_folder.Load(1, 2).GetString(0x50414745, text, L""));
+    EXPECT_STREQ(L"two\nlines", text);
+    for (int i = 0; i < 4; ++i)
+        Press(QKeySequence::Undo);
+    EXPECT_THAT(Lines(), ElementsAre(u"1\tint\t4\t7", u"2\ttext\t10\tRoof", u"3\tbool\t4\ttrue"));
+    EXPECT_FALSE(Action("undo")->isEnabled());
+    Press(QKeySequence::Redo);
+    EXPECT_EQ(QStringLiteral("1\tint\t4\t42"), Lines().value(0));
+}
+
+TEST_F(SettingsWindowTest, WhatIsNotEditedIsNotChanged)
+{
+    const std::vector<unsigned char> odd = {0, 0xD8, 0, 0, 'a', 0, 0x0D, 0, 0, 0};
+    ASSERT_TRUE(m_folder.Save(1, 2, [](CCustomData& store) {
+        const unsigned char chunk[] = {1,   0, 0,    0, 10, 0,   0, 0,    'C', 'I', 'N',
+                                       'U', 0, 0xD8, 0, 0,  'a', 0, 0x0D, 0,   0,   0};
+        ASSERT_TRUE(store.SetData(chunk, sizeof chunk));
+    }));
+    const QByteArray before = m_folder.Bytes();
+    Open(std::make_unique<PreferenceSource>(m_folder.m_file));
+    ASSERT_TRUE(m_window->GoTo({L"0000000100000002"}, L"00000001"));
+    m_table->setFocus();
+    {
+        Person person({[](QDialog& dialog) { dialog.accept(); }});
+        QTest::keyClick(m_table, Qt::Key_Return);
+    }
+    EXPECT_EQ(before, m_folder.Bytes());
+    {
+        Person person({[](QDialog& dialog) {
+            auto* const text = dialog.findChild<QPlainTextEdit*>();
+            EXPECT_EQ(QStringLiteral("\\ud800\\u0000a\\u000d"), text->toPlainText());
+            text->moveCursor(QTextCursor::End);
+            QTest::keyClicks(text, QStringLiteral("b\\"));
+            EXPECT_FALSE(dialog.findChild<QDialogButtonBox*>()->button(QDialogButtonBox::Ok)->isEnabled())
+                << "half an escape";
+            QTest::keyClicks(text, QStringLiteral("\\"));
+            dialog.accept();
+        }});
+        QTest::keyClick(m_table, Qt::Key_Return);
+    }
+    std::vector<unsigned char> expected(odd.begin(), odd.end() - 2);
+    expected.insert(expected.end(), {'b', 0, '\\', 0, 0, 0});
+    const CCustomData store = m_folder.Load(1, 2);
+    unsigned size = 0;
+    const auto* const bytes = static_cast<const unsigned char*>(store.GetCustomPtr(1, size));
+    EXPECT_EQ(expected, std::vector<unsigned char>(bytes, bytes + size));
+}
+
+TEST_F(SettingsWindowTest, ChangesOfOtherProgramsAppearAndArePreserved)
+{
+    OpenStore();
+    Choose(1);
+    ASSERT_TRUE(m_folder.Save(1, 2, [](CCustomData& store) { store.SetInt(1, 8); }));
+    ASSERT_TRUE(m_folder.Save(3, 4, [](CCustomData& store) { store.SetInt(1, 1); }));
+    EXPECT_TRUE(WaitFor([this] { return m_tree->model()->rowCount() == 2 && Lines().value(0) == u"1\tint\t4\t8"; }));
+    EXPECT_EQ(1, m_table->currentIndex().row()) << "what is chosen stays chosen";
+    // Another program is faster than the person in the editor, who first keeps its change and then does not.
+    for (const bool overwrites : {false, true})
+    {
+        Choose(0);
+        Person person({[&](QDialog& dialog) {
+                           m_folder.Save(1, 2, [](CCustomData& store) { store.SetInt(1, 9); });
+                           Person::Type(QStringLiteral("5"))(dialog);
+                       },
+                       Person::Click(overwrites ? QMessageBox::Yes : QMessageBox::No, QStringLiteral("1 = 9")),
+                       Person::Click(QMessageBox::Ok)});
+        if (overwrites)
+        {
+            m_folder.Save(1, 2, [](CCustomData& store) { store.SetInt(1, 8); });
+            ASSERT_TRUE(WaitFor([this] { return Lines().value(0) == u"1\tint\t4\t8"; }));
+        }
+        QTest::keyClick(m_table, Qt::Key_Return);
+        int number = 0;
+        EXPECT_TRUE(m_folder.Load(1, 2).GetInt(1, number, 0));
+        EXPECT_EQ(overwrites ? 5 : 9, number);
+        if (overwrites)
+        {
+            m_folder.Save(1, 2, [](CCustomData& store) { store.SetInt(1, 6); });
+            Person::Activate();
+            Press(QKeySequence::Undo); // is refused
+            EXPECT_TRUE(m_folder.Load(1, 2).GetInt(1, number, 0));
+            EXPECT_EQ(6, number);
+        }
+    }
+}
+
+TEST_F(SettingsWindowTest, ShowsTheRegistryAndItsChangesAndSearchesIt)
+{
+    const RegistryKey key(L"Software\\WindowTest");
+    key.Open().WriteSubKeyString(L"Deep\\Deeper", L"Colour", L"azure <b>blue</b>");
+    Open(std::make_unique<RegistrySource>());
+    ASSERT_TRUE(m_window->GoTo(key.GetPlace()));
+    EXPECT_THAT(Lines(), ElementsAre());
+    key.Open().WriteKeyInt(L"new", 5);
+    EXPECT_TRUE(WaitFor([this] { return Lines() == QStringList(QStringLiteral("new\tint\t4\t5")); }));
+    Press(QKeySequence::Find);
+    auto* const find = qobject_cast<QLineEdit*>(QApplication::focusWidget());
+    ASSERT_NE(nullptr, find);
+    QTest::keyClicks(find, QStringLiteral("AZURE"));
+    EXPECT_TRUE(
+        WaitFor([this] { return Lines() == QStringList(QStringLiteral("Colour\tstring\t36\tazure <b>blue</b>")); }));
+    EXPECT_EQ(0, m_table->currentIndex().row());
+    Press(QKeySequence(Qt::Key_Escape), find);
+    EXPECT_FALSE(find->isVisible());
+    Choose(0);
+    Press(QKeySequence::Copy);
+    EXPECT_TRUE(QApplication::clipboard()->text().contains(u'\t'));
+}
+
+TEST_F(SettingsWindowTest, ManyKeysStayFluid)
+{
+    const RegistryKey key(L"Software\\ManyTest");
+    constexpr int kKeys = 20000;
+    std::wstring text = L"REGEDIT4\n";
+    for (int i = 0; i < kKeys; ++i)
+        text += L"[HKEY_CURRENT_USER\\Software\\ManyTest\\key" + std::to_wstring(i) + L"]\n";
+    XRegistryImport result;
+    ASSERT_TRUE(XImportRegistry(text.c_str(), result));
+    Open(std::make_unique<RegistrySource>());
+    ASSERT_TRUE(m_window->GoTo(key.GetPlace()));
+    const QModelIndex many = m_tree->currentIndex();
+    m_tree->expand(many);
+    EXPECT_LT(m_tree->model()->rowCount(many), kKeys) << "the window does not wait for all";
+    int slices = 0;
+    EXPECT_TRUE(WaitFor([&] { return ++slices > 0 && m_tree->model()->rowCount(many) == kKeys; }));
+    EXPECT_GT(slices, 5) << "events are handled meanwhile";
+    key.Open().DeleteKey(L"key7", true);
+    EXPECT_TRUE(WaitFor([&] { return m_tree->model()->rowCount(many) == kKeys - 1; }));
+    EXPECT_TRUE(m_tree->isExpanded(many));
+}
+
+TEST_F(SettingsWindowTest, DamageIsMarkedAndRepairedOnlyOnRequest)
+{
+    for (const unsigned store : {2U, 1U})
+        ASSERT_TRUE(m_folder.Save(store, 7, [&](CCustomData& values) { values.SetInt(1, 1); }));
+    QByteArray bytes = m_folder.Bytes();
+    bytes[4 + 52 + 8] = 'x';
+    m_folder.Write(bytes);
+    Open(std::make_unique<PreferenceSource>(m_folder.m_file));
+    ASSERT_TRUE(m_window->GoTo({L"@56"}));
+    EXPECT_FALSE(m_tree->currentIndex().data(Qt::DecorationRole).isNull());
+    EXPECT_TRUE(m_tree->currentIndex().data(Qt::AccessibleTextRole).toString().contains(QStringLiteral("damaged")));
+    EXPECT_FALSE(Action("newValue")->isEnabled());
+    ASSERT_TRUE(m_window->GoTo({L"0000000100000007"}, L"00000001"));
+    m_table->setFocus();
+    const auto edit = [this](QMessageBox::StandardButton answer) {
+        Person person({Person::Type(QStringLiteral("3")), Person::Click(answer, QStringLiteral(".damaged"))});
+        QTest::keyClick(m_table, Qt::Key_Return);
+    };
+    edit(QMessageBox::No);
+    EXPECT_EQ(bytes, m_folder.Bytes());
+    edit(QMessageBox::Yes);
+    EXPECT_EQ(bytes, PreferenceFolder::BytesOf(m_folder.m_file + QStringLiteral(".damaged")));
+    int number = 0;
+    EXPECT_TRUE(m_folder.Load(1, 7).GetInt(1, number, 0));
+    EXPECT_EQ(3, number);
+}
+
+/// Buttons and labels whose text does not fit.
+QStringList CutTexts(const QWidget& window)
+{
+    QStringList cut;
+    for (const QWidget* const widget : window.findChildren<QWidget*>())
+    {
+        const auto* const label = qobject_cast<const QLabel*>(widget);
+        const bool isMeasured =
+            (label != nullptr && !label->wordWrap()) || qobject_cast<const QAbstractButton*>(widget) != nullptr;
+        if (isMeasured && widget->isVisible() && widget->width() < widget->minimumSizeHint().width())
+            cut << QString::fromLatin1(widget->metaObject()->className());
+    }
+    return cut;
+}
+
+TEST_F(SettingsWindowTest, TextsFitAndControlsHaveNamesInEachLanguage)
+{
+    for (const XLanguage language : {XLanguage::English, XLanguage::French})
+    {
+        XSetLanguage(language);
+        XLengthenTexts(language == XLanguage::French);
+        OpenStore();
+        Press(QKeySequence::Find);
+        EXPECT_THAT(CutTexts(*m_window), ElementsAre());
+        for (const QWidget* const widget : m_window->findChildren<QWidget*>())
+        {
+            if (widget->isVisible() && (widget->focusPolicy() & Qt::TabFocus) != 0)
+            {
+                EXPECT_FALSE(widget->accessibleName().isEmpty()) << widget->metaObject()->className();
+            }
+        }
+        Choose(1);
+        Person person({[](QDialog& dialog) {
+            EXPECT_THAT(CutTexts(dialog), ElementsAre());
+            dialog.reject();
+        }});
+        QTest::keyClick(m_table, Qt::Key_Return);
+    }
+    XLengthenTexts(false);
+    XSetLanguage(XLanguage::English);
+}
+
+TEST(SettingsCommandLine, SaysWhatIsOpenedAndTheExitCode)
+{
+    const QTemporaryDir folder;
+    const QString missing = folder.filePath(QStringLiteral("none"));
+    const struct
+    {
+        QStringList m_words;
+        int m_exitCode; // -1: goes on
+        bool m_isKey;
+        bool m_opens;
+    } cases[] = {
+        {{QStringLiteral("--help")}, 0, false, true},
+        {{QStringLiteral("--version")}, 0, false, true},
+        {{QStringLiteral("--wrong")}, 2, false, true},
+        {{QStringLiteral("a"), QStringLiteral("b")}, 2, false, true},
+        {{QString()}, 2, false, true},
+        {{}, -1, false, true},
+        {{missing}, -1, false, false},
+        {{QStringLiteral("--"), QStringLiteral("--wrong")}, -1, false, false},
+        {{folder.path()}, -1, false, false},
+        {{QStringLiteral("HKEY_CURRENT_USER")}, -1, true, true},
+        {{QStringLiteral("HKEY_USERS\\none\\such")}, -1, true, false},
+    };
+    for (const auto& row : cases)
+    {
+        SCOPED_TRACE(row.m_words.join(u' ').toStdString());
+        const CommandLine line = ParseCommandLine(row.m_words);
+        EXPECT_EQ(row.m_exitCode, line.m_isOver ? line.m_exitCode : -1);
+        EXPECT_EQ(line.m_isOver, !line.m_text.isEmpty());
+        if (line.m_isOver)
+            continue;
+        EXPECT_EQ(row.m_isKey, line.m_isKey);
+        EXPECT_EQ(row.m_opens, CheckTarget(line).isEmpty());
+    }
+}
+
+/// Looks at everything in a file, as a person does who opens every node.
+void LookAtAll(const QString& file)
+{
+    SettingsWindow window(std::make_unique<PreferenceSource>(file));
+    window.show();
+    auto* const tree = window.findChild<QTreeView*>();
+    const auto* const table = window.findChild<QTableView*>();
+    auto& nodes = static_cast<NodeModel&>(*tree->model());
+    auto& values = static_cast<ValueModel&>(*table->model());
+    std::vector<Place> places{{}};
+    for (std::size_t i = 0; i < places.size() && i < 200; ++i)
+    {
+        const QModelIndex node = nodes.Find(places[i]);
+        tree->setCurrentIndex(node);
+        tree->expand(node);
+        ASSERT_TRUE(QTest::qWaitFor([&] { return !nodes.IsLoading() && !values.IsLoading(); }, kPatience));
+        for (int row = 0; row < std::min(values.rowCount(), 50); ++row)
+            EXPECT_FALSE(values.LineOf(row).isEmpty());
+        for (int row = 0; row < nodes.rowCount(node); ++row)
+            places.push_back(nodes.PlaceOf(nodes.index(row, 0, node)));
+    }
+    window.grab();
+}
+
+TEST(SettingsBadInput, FilesOfTheFuzzersAndRandomDamageAreShown)
+{
+    QTemporaryDir folder;
+    const QString file = folder.filePath(QStringLiteral("bad"));
+    std::vector<QByteArray> inputs{QByteArray(1000, '\xff'), QByteArray(3, '\0')};
+    for (const char* const corpus : {"Preferences", "CustomData"})
+    {
+        const QDir inputsOf(QStringLiteral(TEVTOOLS_SOURCE_DIR "/fuzz/corpus/") + QString::fromLatin1(corpus));
+        for (const QFileInfo& input : inputsOf.entryInfoList(QDir::Files))
+        {
+            const QByteArray bytes = PreferenceFolder::BytesOf(input.filePath());
+            inputs.push_back(bytes);
+            inputs.push_back(QByteArray("\1\0\0\0\1\0\0\0\2\0\0\0", 12) + bytes); // as the store of a file
+        }
+    }
+    ASSERT_GT(inputs.size(), 10U);
+    const unsigned seed = std::random_device()();
+    SCOPED_TRACE(seed);
+    std::mt19937 random(seed);
+    for (std::size_t i = inputs.size(); i-- != 0;)
+    {
+        QByteArray flipped = inputs[i];
+        for (int flips = 0; flips < 5 && !flipped.isEmpty(); ++flips)
+            flipped[static_cast<qsizetype>(random() % static_cast<unsigned>(flipped.size()))] =
+                static_cast<char>(random());
+        inputs.push_back(flipped);
+    }
+    for (const QByteArray& input : inputs)
+    {
+        QFile written(file);
+        ASSERT_TRUE(written.open(QIODevice::WriteOnly));
+        written.write(input);
+        written.close();
+        LookAtAll(file);
+        EXPECT_EQ(input, PreferenceFolder::BytesOf(file)) << "looking changes nothing";
+    }
+}
+} // namespace
