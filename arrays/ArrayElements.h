@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstring>
+#include <functional>
 #include <memory>
 #include <type_traits>
 #include <utility>
@@ -80,6 +81,35 @@ struct ArrayElements
             return std::move(value);
         else
             return std::as_const(value);
+    }
+    /// Where a value lies among the elements, -1 where it does not.
+    static int IndexOf(const TYPE* data, int size, const TYPE& value) noexcept
+    {
+        const std::less<const TYPE*> isBefore;
+        const TYPE* const address = std::addressof(value);
+        const bool isElement = !isBefore(address, data) && isBefore(address, data + size);
+        return isElement ? static_cast<int>(address - data) : -1;
+    }
+    /// In memory that suffices, makes the elements behind the last one up to the index, then those that `make` makes there;
+    /// or none. Elements without a default constructor cannot fill a gap.
+    template <class MAKE>
+    static void MakeBehind(TYPE* data, ArrayInt& size, int index, int count, MAKE make)
+    {
+        const int before = size;
+        if constexpr (std::is_default_constructible_v<TYPE>)
+            MakeZero(data + before, index - before);
+        else if (index != before)
+            ThrowInvalidArgument();
+        try
+        {
+            make(data + index);
+        }
+        catch (...)
+        {
+            std::destroy(data + before, data + index);
+            throw;
+        }
+        size = index + count;
     }
     /// Moves values before an element of an array whose memory suffices; for elements whose moves do not throw.
     static void InsertMoved(TYPE* data, ArrayInt& size, int index, TYPE* values, int count) noexcept

@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <functional>
 #include <initializer_list>
 #include <memory>
 #include <new>
@@ -273,7 +272,8 @@ public:
             if (index < m_size)
                 return InsertBefore(index, count, newSize, copy);
             Reserve(newSize);
-            AppendBehind(index, count, [&](TYPE* at) { std::uninitialized_fill_n(at, count, copy); });
+            Elements::MakeBehind(m_data, m_size, index, count,
+                                 [&](TYPE* at) { std::uninitialized_fill_n(at, count, copy); });
         });
     }
     /// In an array of narrow integers, NULL (a long) is mistaken for an address as in CElementArray, or the value does not fit.
@@ -451,7 +451,8 @@ private:
         TYPE copy(value);
         Extend(growth, [&] {
             Reserve(newSize);
-            AppendBehind(index, 1, [&](TYPE* at) { ::new (static_cast<void*>(at)) TYPE(std::move_if_noexcept(copy)); });
+            Elements::MakeBehind(m_data, m_size, index, 1,
+                                 [&](TYPE* at) { ::new (static_cast<void*>(at)) TYPE(std::move_if_noexcept(copy)); });
         });
     }
 
@@ -460,39 +461,13 @@ private:
     {
         const int newSize = Sum(m_size, 1);
         const int growth = tev::ChosenGrowth(m_growBy, growBy);
-        const std::less<const TYPE*> isBefore;
-        TYPE* const address = std::addressof(value);
-        const bool isElement = !isBefore(address, m_data) && isBefore(address, m_data + m_size);
-        const std::ptrdiff_t at = isElement ? address - m_data : 0;
+        const int at = Elements::IndexOf(m_data, m_size, value);
         Extend(growth, [&] {
             Reserve(newSize);
-            TYPE& source = isElement ? m_data[at] : value;
-            AppendBehind(m_size, 1,
-                         [&](TYPE* slot) { ::new (static_cast<void*>(slot)) TYPE(Elements::Moved(source)); });
+            TYPE& source = at >= 0 ? m_data[at] : value;
+            Elements::MakeBehind(m_data, m_size, m_size, 1,
+                                 [&](TYPE* slot) { ::new (static_cast<void*>(slot)) TYPE(Elements::Moved(source)); });
         });
-    }
-
-    /// Makes the elements up to the index, then those that `make` makes there, or none. Elements without a default
-    /// constructor cannot fill a gap.
-    template <class MAKE>
-    void AppendBehind(int index, int count, MAKE make)
-    {
-        const int before = m_size;
-        if constexpr (std::is_default_constructible_v<TYPE>)
-            Elements::MakeZero(m_data + m_size, index - m_size);
-        else
-            Require(index == m_size);
-        m_size = index;
-        try
-        {
-            make(m_data + index);
-        }
-        catch (...)
-        {
-            Truncate(before);
-            throw;
-        }
-        m_size = index + count;
     }
 
     /// Fills the array with values that, where they lie in the array itself, are never more than it holds.

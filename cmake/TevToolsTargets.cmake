@@ -40,16 +40,17 @@ function(tevtools_unify_rooms target)
     endforeach()
 endfunction()
 
-# The same for unit tests, in groups of a few sources of one room, so that several processors have equal shares.
-function(tevtools_unify_tests target)
+# The same in every build for unit tests and the tool, in groups of a few sources of one room, so that several processors
+# have equal shares.
+function(tevtools_unify_groups target sources_in_group)
     if(NOT TEVTOOLS_UNITY_TESTS)
         return()
     endif()
-    set(sources_in_group 5)
     set_target_properties(${target} PROPERTIES UNITY_BUILD ON UNITY_BUILD_MODE GROUP)
     get_target_property(sources ${target} SOURCES)
     foreach(source IN LISTS sources)
-        file(RELATIVE_PATH room "${PROJECT_SOURCE_DIR}/tests" "${source}")
+        file(RELATIVE_PATH room "${PROJECT_SOURCE_DIR}" "${source}")
+        string(REGEX REPLACE "^tests/" "" room "${room}")
         string(REGEX REPLACE "/.*" "" room "${room}")
         if(NOT DEFINED count_${room})
             set(count_${room} 0)

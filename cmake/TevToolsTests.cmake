@@ -34,7 +34,7 @@ endif()
 if(test_sources)
     add_executable(tevtools_tests ${test_sources})
     tevtools_configure(tevtools_tests)
-    tevtools_unify_tests(tevtools_tests)
+    tevtools_unify_groups(tevtools_tests 5)
     # Chooses what the library's headers check, so it must be the first to include them.
     set_source_files_properties(tests/objects/ThreadUseTest.cpp PROPERTIES SKIP_UNITY_BUILD_INCLUSION ON)
     set_source_files_properties(tests/services/FormatterTest.cpp PROPERTIES SKIP_UNITY_BUILD_INCLUSION ON
@@ -47,7 +47,6 @@ if(test_sources)
     target_precompile_headers(tevtools_tests PRIVATE "${PROJECT_SOURCE_DIR}/tests/support/Testing.h")
     # The library is tested as it is delivered; the tests themselves need not take several times as long to compile.
     target_compile_options(tevtools_tests PRIVATE $<$<CONFIG:Release>:-O1>)
-    target_compile_definitions(tevtools_tests PRIVATE TEVTOOLS_SOURCE_DIR="${PROJECT_SOURCE_DIR}")
     # The tests let allocations fail; a sanitizer's own functions cannot be replaced, so calls to them are redirected.
     if(TEVTOOLS_SANITIZE)
         target_compile_options(tevtools_tests PRIVATE -O0)
@@ -57,39 +56,46 @@ if(test_sources)
             target_link_options(tevtools_tests PRIVATE "LINKER:--wrap=${function}")
         endforeach()
     endif()
-    if(TARGET tev)
-        target_compile_definitions(tevtools_tests PRIVATE TEVTOOLS_TEV="$<TARGET_FILE:tev>")
-        add_dependencies(tevtools_tests tev)
-    endif()
     # A program that crashes.
     add_executable(tevtools_crash_ways tests/crash/program/CrashWays.cpp)
     tevtools_configure(tevtools_crash_ways)
     target_link_libraries(tevtools_crash_ways PRIVATE TevTools)
     target_compile_options(tevtools_crash_ways PRIVATE -O1 -fno-builtin-malloc -fno-builtin-free -fstack-protector-strong)
-    target_compile_definitions(tevtools_tests PRIVATE TEVTOOLS_CRASH_WAYS="$<TARGET_FILE:tevtools_crash_ways>")
     add_dependencies(tevtools_tests tevtools_crash_ways)
-    gtest_discover_tests(tevtools_tests
-        DISCOVERY_TIMEOUT 60
-        PROPERTIES TIMEOUT 300 ENVIRONMENT "${test_environment}")
-
-    # All of them once more in a few processes, in another order, in a far time zone and without a locale. The order is
-    # the same each time, so that the result depends on the change only; --gtest_random_seed finds other ones.
-    foreach(shard RANGE 2)
-        set(name surroundings.far_time_zone_and_c_locale_${shard})
-        add_test(NAME ${name} COMMAND tevtools_tests --gtest_shuffle --gtest_random_seed=1 --gtest_brief=1)
-        set_tests_properties(${name} PROPERTIES
-            TIMEOUT 900 LABELS surroundings COST 1000 # the longest, so the first
-            ENVIRONMENT "GTEST_TOTAL_SHARDS=3;GTEST_SHARD_INDEX=${shard};TZ=Pacific/Chatham;LC_ALL=C;LANG=C;${test_environment}")
-    endforeach()
+    # One source knows where things lie: the others are compiled alike wherever that is.
+    set(tool "")
+    if(TARGET tev)
+        set(tool "$<TARGET_FILE:tev>")
+        add_dependencies(tevtools_tests tev)
+    endif()
+    set_source_files_properties(tests/support/Places.cpp PROPERTIES
+        COMPILE_DEFINITIONS "TEVTOOLS_SOURCE_DIR=\"${PROJECT_SOURCE_DIR}\";TEVTOOLS_TEV=\"${tool}\";\
+TEVTOOLS_CRASH_WAYS=\"$<TARGET_FILE:tevtools_crash_ways>\""
+        SKIP_PRECOMPILE_HEADERS ON)
+    if(NOT TEVTOOLS_SANITIZE MATCHES "address")
+        gtest_discover_tests(tevtools_tests
+            DISCOVERY_TIMEOUT 60
+            PROPERTIES TIMEOUT 300 ENVIRONMENT "${test_environment}")
+    else()
+        # To start takes as long as a test there. So all run in a few processes, in another order, in a far time zone and
+        # without a locale: what depends on these is found here, what depends on other tests in builds without sanitizer.
+        # The order is the same each time, so that the result depends on the change only; --gtest_random_seed finds other
+        # ones.
+        foreach(shard RANGE 7)
+            set(name surroundings.far_time_zone_and_c_locale_${shard})
+            add_test(NAME ${name} COMMAND tevtools_tests --gtest_shuffle --gtest_random_seed=1 --gtest_brief=1)
+            set_tests_properties(${name} PROPERTIES TIMEOUT 900 COST 1000 ENVIRONMENT # the longest, so the first
+                "GTEST_TOTAL_SHARDS=8;GTEST_SHARD_INDEX=${shard};TZ=Pacific/Chatham;LC_ALL=C;LANG=C;${test_environment}")
+        endforeach()
+    endif()
 endif()
 
 # Trials of the writers with faults at their system calls and allocations: a sample here, all by scripts/trials --long.
 if(TARGET tev AND NOT TEVTOOLS_SANITIZE AND CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64")
     file(GLOB trial_sources CONFIGURE_DEPENDS tests/trials/*.cpp)
-    add_executable(tevtools_trials ${trial_sources})
+    add_executable(tevtools_trials ${trial_sources} tests/support/Places.cpp)
     tevtools_configure(tevtools_trials)
     target_link_libraries(tevtools_trials PRIVATE TevTools)
-    target_compile_definitions(tevtools_trials PRIVATE TEVTOOLS_TEV="$<TARGET_FILE:tev>")
     add_dependencies(tevtools_trials tev)
     foreach(writer IN ITEMS preferences CZip CMiniZip registry tev log)
         add_test(NAME trials.${writer} COMMAND tevtools_trials --sample 4 --only ${writer})

@@ -73,4 +73,17 @@ public:
 private:
     std::filesystem::path m_path;
 };
+
+/// Unpacks one compressed file by `extract`. Only what `isOne` knows gives a file.
+template <class EXTRACT>
+void UnpackFile(const std::uint8_t* data, std::size_t size, EXTRACT extract, bool (*isOne)(const CXTString<wchar_t>&))
+{
+    static const ExtractionFolder folder;
+    const CXTString<wchar_t> input = folder.Write(data, size);
+    CMiniZip zip;
+    zip.SetLimits({kMostBytes, 100'000});
+    const bool isDone = extract(zip, input, folder.Wide("out/file"));
+    Check(!isDone || isOne(input));
+    folder.CheckAndClean(zip, isDone);
+}
 } // namespace tev::fuzz

@@ -7,6 +7,7 @@
 #include "tests/support/Debugger.h"
 #include "tests/support/Eventually.h"
 #include "tests/support/ForkedChild.h"
+#include "tests/support/Places.h"
 #include "tests/support/Sanitized.h"
 #include "tests/support/StoreBytes.h"
 #include "tests/support/TestRegistry.h"
@@ -202,7 +203,7 @@ std::string StartAgain(const CrashingProgram& program, const std::string& way = 
     const EnvironmentVariable user("TEVTOOLS_USER_DATA", program.Folder().Path("user").string());
     const EnvironmentVariable common("TEVTOOLS_COMMON_DATA", program.Folder().Path("common").string());
     const EnvironmentVariable temporary("TMPDIR", program.Folder().Path("temporary").string());
-    const std::string again = std::string(TEVTOOLS_CRASH_WAYS) + " " + way + " main no-report 2>/dev/null";
+    const std::string again = std::string(kCrashWays) + " " + way + " main no-report 2>/dev/null";
     FILE* const pipe = popen(again.c_str(), "r");
     std::string output;
     for (int c = std::fgetc(pipe); c != EOF; c = std::fgetc(pipe))
@@ -473,7 +474,7 @@ TEST_F(CrashesThread, TheSizesOfFilesDecideNoAllocation)
     });
     ASSERT_NE(crashed, stack.end());
     const XMinidumpModule module = dump.GetModules()[static_cast<std::size_t>(crashed->m_module)];
-    std::filesystem::copy_file(TEVTOOLS_CRASH_WAYS, program.Folder().Path("module"));
+    std::filesystem::copy_file(kCrashWays, program.Folder().Path("module"));
     std::filesystem::resize_file(program.Folder().Path("module"), 500u << 20);
     std::filesystem::resize_file(program.Folder().Path(name), std::uintmax_t{8} << 30);
     enum

@@ -23,6 +23,7 @@
 #include "tests/support/BufferedMemFile.h"
 #include "tests/support/EnvironmentVariable.h"
 #include "tests/support/FileFailure.h"
+#include "tests/support/Places.h"
 #include "tests/support/TempFolder.h"
 #include "tests/support/TestRegistry.h"
 #include "tests/support/Testing.h"
@@ -47,7 +48,7 @@ using Number = unsigned __int64;
 
 std::map<std::string, Number> LimitsOfThePage()
 {
-    std::ifstream page(std::string(TEVTOOLS_SOURCE_DIR) + "/docs/limits.md");
+    std::ifstream page(std::string(kSourceFolder) + "/docs/limits.md");
     const std::regex row(R"(\| `([\w.]+)` \|[^|]+\| (\d+) \|.*)");
     std::map<std::string, Number> limits;
     std::smatch match;

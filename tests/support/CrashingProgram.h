@@ -1,5 +1,6 @@
 #pragma once
 
+#include "tests/support/Places.h"
 #include "tests/support/System.h"
 #include "tests/support/TempFolder.h"
 #include "tests/support/Testing.h"
@@ -40,7 +41,7 @@ public:
                 putenv(const_cast<char*>(variable.c_str()));
             if (!helper.empty())
                 setenv("TEVTOOLS_CRASH_HELPER", helper.c_str(), 1);
-            execv(TEVTOOLS_CRASH_WAYS, words.data());
+            execv(kCrashWays, words.data());
             _exit(127);
         }
         close(ends[1]);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "tests/support/Places.h"
 #include "tests/support/Testing.h"
 
 namespace tev::test
@@ -8,7 +9,7 @@ namespace tev::test
 /// Archives from the test suites of other projects, sorted; none where they are not next to the checkout.
 inline std::vector<std::filesystem::path> ZipCorpus()
 {
-    const std::filesystem::path root = std::filesystem::path(TEVTOOLS_SOURCE_DIR) / "../shared/corpora/zip";
+    const std::filesystem::path root = std::filesystem::path(kSourceFolder) / "../shared/corpora/zip";
     std::vector<std::filesystem::path> archives;
     if (!std::filesystem::is_directory(root))
         return archives;

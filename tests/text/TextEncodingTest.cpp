@@ -1,5 +1,6 @@
 #include "tests/support/Iconv.h"
 #include "tests/support/OnThreads.h"
+#include "tests/support/Places.h"
 #include "tests/support/Testing.h"
 #include "tests/support/TextTools.h"
 #include "text/CXTString.h"
@@ -42,7 +43,7 @@ struct Pair
 
 std::string ReadCorpus(const std::string& name)
 {
-    std::ifstream file(std::filesystem::path(TEVTOOLS_SOURCE_DIR) / "../shared/corpora/text" / name, std::ios::binary);
+    std::ifstream file(std::filesystem::path(kSourceFolder) / "../shared/corpora/text" / name, std::ios::binary);
     return std::string(std::istreambuf_iterator<char>(file), {});
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "tests/support/Places.h"
 #include "tests/support/System.h"
 #include "tests/support/Testing.h"
 
@@ -31,7 +32,7 @@ public:
         setenv("LANGUAGE", "en", 1);
         if (prepare)
             prepare();
-        execv(TEVTOOLS_TEV, words.data());
+        execv(kTool, words.data());
         _exit(127);
     }
 

@@ -1,5 +1,6 @@
 // Writers beside preference files and archives: the registry, the log, and the tool.
 
+#include "tests/support/Places.h"
 #include "tests/trials/OperationFiles.h"
 #include "tests/trials/Operations.h"
 
@@ -116,7 +117,7 @@ State LookAtLog(const fs::path& folder)
 bool RunTool(std::vector<std::string> arguments)
 {
     std::vector<char*> pointers;
-    arguments.insert(arguments.begin(), TEVTOOLS_TEV);
+    arguments.insert(arguments.begin(), test::kTool);
     for (std::string& argument : arguments)
         pointers.push_back(argument.data());
     pointers.push_back(nullptr);

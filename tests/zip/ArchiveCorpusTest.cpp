@@ -1,3 +1,4 @@
+#include "tests/support/Places.h"
 #include "tests/support/TempFolder.h"
 #include "tests/support/Testing.h"
 #include "zip/CMiniZip.h"
@@ -13,7 +14,7 @@ using Files = std::map<std::string, std::string>;
 
 fs::path Corpus(const char* kind)
 {
-    return fs::path(TEVTOOLS_SOURCE_DIR) / "../shared/corpora" / kind;
+    return fs::path(kSourceFolder) / "../shared/corpora" / kind;
 }
 
 Files FilesIn(const fs::path& folder)

@@ -1,4 +1,5 @@
 #include "tests/support/MiniZipFixture.h"
+#include "tests/support/Places.h"
 #include "tests/support/SplitZip.h"
 #include "tests/support/ZipMemory.h"
 #include "zip/CZip.h"
@@ -144,7 +145,7 @@ TEST_F(ArchiveForms, Bzip2EncryptedByAnotherProgram)
     std::string text;
     for (int i = 0; i < 1000; ++i)
         text += "packed by bzip2\n";
-    fs::copy(fs::path(TEVTOOLS_SOURCE_DIR) / "fuzz/corpus/ExtractZip/bzip2_aes.zip", m_folder.Path("7z.zip"));
+    fs::copy(fs::path(kSourceFolder) / "fuzz/corpus/ExtractZip/bzip2_aes.zip", m_folder.Path("7z.zip"));
     const std::string archive = m_folder.ReadFile("7z.zip");
     ExpectInBoth(archive, {{"text", text}, {"noise", Noise(3000)}});
     std::string changed = archive;
