@@ -17,7 +17,7 @@ endif()
 
 # Unit tests link the library's objects, to test hidden symbols too.
 file(GLOB_RECURSE test_sources CONFIGURE_DEPENDS tests/*Test.cpp tests/support/*.cpp)
-list(FILTER test_sources EXCLUDE REGEX "/tests/(plugin|install)/")
+list(FILTER test_sources EXCLUDE REGEX "/tests/(plugin|install|qt)/")
 list(FILTER test_sources INCLUDE REGEX "${TEVTOOLS_TEST_SOURCES}|/tests/support/")
 # Under the thread sanitizer only tests with Thread in their names are run.
 if(TEVTOOLS_SANITIZE MATCHES "thread")

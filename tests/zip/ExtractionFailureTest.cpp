@@ -364,7 +364,7 @@ TEST_F(ExtractionFailure, WhatCannotBeReadIsSkippedUnlessNothingElseCan)
 TEST_F(ExtractionFailure, MoreThanFitsIsNotBegun)
 {
     std::vector<RawEntry> entries = {{"folder/", ""}, {"folder/inner/", ""}};
-    for (int i = 0; i < 20'000; ++i) // 80 TiB, by their headers
+    for (int i = 0; i < 4'000; ++i) // 16 TiB, by their headers
     {
         entries.push_back({std::to_string(i), "x", true});
         entries.back().size = 0xFFFFFFFE;
@@ -392,7 +392,7 @@ TEST_F(ExtractionFailure, MoreThanFitsIsNotBegun)
     EXPECT_TRUE(zip.ExtractZip(WriteZip(entries), Wide("out"), true));
     EXPECT_EQ(Files("out"), (Contents{{"sound", "x"}}));
     EXPECT_TRUE(fs::is_directory(m_folder.Path("out/folder/inner")));
-    ASSERT_EQ(zip.GetSkippedEntries().size(), 20'000u);
+    ASSERT_EQ(zip.GetSkippedEntries().size(), 4'000u);
     EXPECT_EQ(zip.GetSkippedEntries()[0].m_reason, CXSkipReason::kUnsupported);
     EXPECT_EQ(zip.GetSkippedEntries()[1].m_reason, CXSkipReason::kWrongPassword);
 }

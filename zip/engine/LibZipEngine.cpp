@@ -186,7 +186,8 @@ public:
     {
         const bool isFolder = !addition.name.empty() && addition.name.back() == '/';
         // Nothing after libzip has the entry may run out of memory but libzip itself.
-        m_slots.reserve(m_slots.size() + 1);
+        if (m_slots.size() == m_slots.capacity())
+            m_slots.reserve(2 * m_slots.size() + 16);
         std::map<zip_uint64_t, ZipAddition> noted;
         noted.emplace(0, addition);
         auto note = noted.extract(0);
