@@ -2,6 +2,7 @@
 
 #include "objects/ThreadStatus.h"
 #include "settings/CRegUtil.h"
+#include "settings/engine/SettingsChecksums.h"
 #include "settings/engine/SettingsDatabase.h"
 #include "settings/engine/SettingsLayout.h"
 #include "settings/engine/SettingsNames.h"
@@ -205,6 +206,21 @@ TEST_F(SettingsStore, WhatAnotherProcessHasMadeMeanwhileIsNotMadeAgain)
         EXPECT_EQ(tev::SettingsLayout(connection).Convert(), 0U);
         EXPECT_TRUE(connection.HasChecksums());
     }
+}
+
+// Other programs make and read files by this page.
+TEST_F(SettingsStore, TablesAndChecksumsAreTheDocumentedOnes)
+{
+    ASSERT_TRUE(CRegUtil(kAll).SetPath(kPath, true));
+    std::ifstream page(std::string(TEVTOOLS_SOURCE_DIR) + "/docs/formats.md");
+    const std::string text((std::istreambuf_iterator<char>(page)), {});
+    for (const char* const table : {"keys", "entries"})
+        EXPECT_THAT(text, HasSubstr(Ask(File(), "SELECT sql FROM sqlite_schema WHERE name = '"s + table + "'") + ";"));
+    EXPECT_EQ(Ask(File(), "PRAGMA application_id") + Ask(File(), "PRAGMA user_version"), "14170404872");
+    // Computed from the page by hand.
+    EXPECT_EQ(tev::SettingsKeyChecksum(5, -2, "caf\xC3\xA9", "Caf\xC3\xA9"), 1218955072);
+    const tev::SettingsValueHead head = {5, "caf\xC3\xA9", "Caf\xC3\xA9", 4, 4};
+    EXPECT_EQ(tev::SettingsValueChecksum(head, "\x05\0\xFF\0"s), -6972374395509904977);
 }
 
 TEST_F(SettingsStore, EachRootHasItsNumber)
