@@ -30,8 +30,7 @@ std::atomic<CXThread::WaitStep> g_waitStep{nullptr};
 
 bool WaitInSteps(const StartedThread& thread, unsigned timeoutMs) noexcept
 {
-    using Clock = std::chrono::steady_clock;
-    const Clock::time_point end = Clock::now() + std::chrono::milliseconds(timeoutMs);
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
     unsigned leftMs = timeoutMs;
     while (const CXThread::WaitStep step = g_waitStep.load())
     {
@@ -41,7 +40,7 @@ bool WaitInSteps(const StartedThread& thread, unsigned timeoutMs) noexcept
         if (waitMs == leftMs)
             return false;
         step();
-        const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()).count();
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - std::chrono::steady_clock::now()).count();
         leftMs = left <= 0 ? 0 : static_cast<unsigned>(left);
     }
     return platform::WaitForThread(&thread, leftMs);
