@@ -206,6 +206,8 @@ TEST_F(SettingsStore, WhatAnotherProcessHasMadeMeanwhileIsNotMadeAgain)
         EXPECT_EQ(tev::SettingsLayout(connection).Convert(), 0U);
         EXPECT_TRUE(connection.HasChecksums());
     }
+    connections[0].Close(true);
+    EXPECT_FALSE(connections[0].IsOpen() || connections[0].IsBroken());
 }
 
 // Other programs make and read files by this page.
@@ -452,6 +454,30 @@ TEST_F(SettingsStore, AFileThatTakesTheOldOnesPlaceIsSeen)
     ASSERT_TRUE(later.SetPath(kPath, true) && later.WriteKeyInt(L"v", 7));
     EXPECT_FALSE(registry.KeyExists(L"v")) << "the key of that number in the new file is another one";
     EXPECT_EQ(Ask(File(), "SELECT count(*) FROM entries"), "1");
+}
+
+TEST_F(SettingsStore, TheLogOfAFileThatTookTheOldOnesPlaceIsLeftToIt)
+{
+    const TempFolder& folder = m_registry.m_folder;
+    const auto write = [](unsigned long value) {
+        CRegUtil registry(kAll);
+        return registry.SetPath(kPath, true) && registry.WriteKeyInt(L"v", value);
+    };
+    {
+        const EnvironmentVariable next("TEVTOOLS_REGISTRY", folder.Path("next.db").string());
+        EXPECT_TRUE(ChildProcess([&] { return write(7); }).EndsWell()); // does not tidy up
+    }
+    EXPECT_TRUE(write(5));
+    for (const char* const suffix : {"", "-wal", "-shm"})
+        std::filesystem::rename(folder.Path("next.db"s + suffix), File() + suffix);
+    {
+        const EnvironmentVariable other("TEVTOOLS_REGISTRY", folder.Path("other.db").string());
+        EXPECT_TRUE(write(6)); // closes the first one
+    }
+    EXPECT_TRUE(folder.Exists("user.db-wal"));
+    CRegUtil registry(kAll);
+    EXPECT_TRUE(registry.SetPath(kPath, false));
+    EXPECT_EQ(registry.GetSubKeyInt(L"", L"v", 0), 7);
 }
 
 TEST_F(SettingsStore, HandlesWorkOnInBothProcessesAfterAFork)
