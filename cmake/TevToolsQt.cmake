@@ -16,7 +16,7 @@ add_library(TevToolsQt SHARED ${qt_sources})
 add_library(TevTools::Qt ALIAS TevToolsQt)
 tevtools_configure_qt(TevToolsQt)
 target_compile_definitions(TevToolsQt PRIVATE TEVTOOLS_QT_BUILDING)
-target_link_libraries(TevToolsQt PUBLIC TevTools PRIVATE Qt6::Widgets)
+target_link_libraries(TevToolsQt PUBLIC TevTools Qt6::Core PRIVATE Qt6::Widgets)
 set_target_properties(TevToolsQt PROPERTIES
     EXPORT_NAME Qt
     VERSION ${PROJECT_VERSION}
@@ -68,8 +68,14 @@ if(TEVTOOLS_TESTS)
         target_compile_options(${tests} PRIVATE $<$<CONFIG:Release>:-O1>)
         list(APPEND qt_tests ${tests})
         add_test(NAME desktop.${folder} COMMAND "${PROJECT_SOURCE_DIR}/tests/qt/support/on-display" $<TARGET_FILE:${tests}>)
+        set(test_names desktop.${folder})
+        if(folder STREQUAL "toolkit") # its windows also on a display of twice the density
+            list(APPEND test_names desktop.${folder}.scaled)
+            add_test(NAME desktop.${folder}.scaled COMMAND "${PROJECT_SOURCE_DIR}/tests/qt/support/on-display"
+                env QT_SCALE_FACTOR=2 $<TARGET_FILE:${tests}>)
+        endif()
         # Strict checks of strings complain of what the display's own libraries do.
-        set_tests_properties(desktop.${folder} PROPERTIES TIMEOUT 300 LABELS desktop
+        set_tests_properties(${test_names} PROPERTIES TIMEOUT 300 LABELS desktop
             ENVIRONMENT "LSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/qt/support/leaks-of-qt.txt;\
 ASAN_OPTIONS=detect_stack_use_after_return=1")
     endforeach()

@@ -125,6 +125,9 @@ public:
     std::vector<XMinidumpFrame> GetStack(int thread) const;
     /// As above; `end` is set to why the last frame is the last.
     std::vector<XMinidumpFrame> GetStack(int thread, XMinidumpStackEnd& end) const;
+    /// Describes a thread and its stack for people: a line for the thread, one for each call, and one for the
+    /// reason where the stack is incomplete. Names are as the dump has them, control characters included.
+    std::vector<CXTString<wchar_t>> DescribeThread(int thread) const;
 
 private:
     struct Reader;

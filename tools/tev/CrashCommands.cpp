@@ -50,35 +50,10 @@ std::string ModuleName(const XMinidump& dump, int index)
     return path.substr(path.rfind('/') + 1);
 }
 
-std::string FrameText(const XMinidump& dump, const XMinidumpFrame& frame)
-{
-    const std::string module = ModuleName(dump, frame.m_module);
-    if (frame.m_function.IsEmpty())
-        return module + "+" + Hex(frame.m_offset);
-    return Printable(frame.m_function) + "+" + Hex(frame.m_offset) + "  " + module;
-}
-
-/// Why a stack has no more frames; empty when it is complete.
-std::string EndText(const XMinidump& dump, XMinidumpStackEnd end, const std::vector<XMinidumpFrame>& frames)
-{
-    if (end == XMinidumpStackEnd::kComplete)
-        return {};
-    const bool isOfModule = end == XMinidumpStackEnd::kNoFile || end == XMinidumpStackEnd::kNoRules;
-    return (isOfModule ? ModuleName(dump, frames.back().m_module) + ": " : "") + Narrow(XGetText(end));
-}
-
 void PrintThread(Output& output, const XMinidump& dump, int index)
 {
-    const XMinidumpThread& thread = dump.GetThreads()[static_cast<std::size_t>(index)];
-    output.Write("thread " + std::to_string(thread.m_id) + (index == dump.GetFaultThread() ? ", this one:\n" : ":\n"));
-    XMinidumpStackEnd end{};
-    const std::vector<XMinidumpFrame> frames = dump.GetStack(index, end);
-    unsigned number = 0;
-    for (const XMinidumpFrame& frame : frames)
-        output.Write("  " + std::to_string(number++) + "  " + FrameText(dump, frame) + "\n");
-    const std::string ending = EndText(dump, end, frames);
-    if (!ending.empty())
-        output.Write("  (" + ending + ")\n");
+    for (const CXTString<wchar_t>& line : dump.DescribeThread(index))
+        output.Write(Printable(line) + "\n");
 }
 
 std::string TimeText(const XMinidump& dump)
