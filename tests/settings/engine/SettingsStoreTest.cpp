@@ -7,6 +7,7 @@
 #include "settings/engine/SettingsLayout.h"
 #include "settings/engine/SettingsNames.h"
 #include "tests/support/Eventually.h"
+#include "tests/support/Places.h"
 #include "tests/support/PrintText.h"
 #include "tests/support/SettingsFixture.h"
 #include "tests/support/System.h"
@@ -214,7 +215,7 @@ TEST_F(SettingsStore, WhatAnotherProcessHasMadeMeanwhileIsNotMadeAgain)
 TEST_F(SettingsStore, TablesAndChecksumsAreTheDocumentedOnes)
 {
     ASSERT_TRUE(CRegUtil(kAll).SetPath(kPath, true));
-    std::ifstream page(std::string(TEVTOOLS_SOURCE_DIR) + "/docs/formats.md");
+    std::ifstream page(std::string(kSourceFolder) + "/docs/formats.md");
     const std::string text((std::istreambuf_iterator<char>(page)), {});
     for (const char* const table : {"keys", "entries"})
         EXPECT_THAT(text, HasSubstr(Ask(File(), "SELECT sql FROM sqlite_schema WHERE name = '"s + table + "'") + ";"));
