@@ -144,6 +144,26 @@ TEST_F(SettingsStore, WhatWasReadBeforeIsReadAnewAfterEachChangeOfAnyProgram)
     }
 }
 
+// Two databases whose logs are empty are in the same state, as far as their indexes say.
+TEST_F(SettingsStore, WhatWasReadIsForgottenWithTheConnection)
+{
+    const auto change = [this](unsigned long value) {
+        EXPECT_TRUE(ChildProcess([value] {
+                        CRegUtil registry(kAll);
+                        return registry.SetPath(kPath, true) && registry.WriteKeyInt(L"v", value);
+                    }).EndsWell());
+        Ask(File(), "PRAGMA wal_checkpoint(TRUNCATE)");
+    };
+    CRegUtil registry(kAll);
+    for (unsigned long value = 1; value < 4; ++value)
+    {
+        change(value);
+        ASSERT_TRUE(value != 1 || registry.SetPath(kPath, false));
+        for (int read = 0; read < 2; ++read)
+            EXPECT_EQ(registry.GetSubKeyInt(L"", L"v", 0), static_cast<int>(value));
+    }
+}
+
 TEST_F(SettingsStore, WhatAKilledWriterHasDoneIsRead)
 {
     const auto write = [](CRegUtil& registry, int i) {

@@ -226,6 +226,23 @@ TEST_F(SettingsStore, TablesAndChecksumsAreTheDocumentedOnes)
     EXPECT_EQ(tev::SettingsValueChecksum(head, "\x05\0\xFF\0"s), -6972374395509904977);
 }
 
+TEST_F(SettingsStore, TheStateOfADatabaseIsKnownWithoutAQuery)
+{
+    ASSERT_TRUE(CRegUtil(kAll).SetPath(kPath, true));
+    const std::string path = File();
+    tev::SettingsConnection connection(path);
+    tev::SettingsMark first;
+    tev::SettingsMark second;
+    std::int64_t number = 0;
+    ASSERT_EQ(connection.Open(path, SQLITE_OPEN_READWRITE), 0U);
+    EXPECT_EQ(connection.ReadNumber("SELECT count(*) FROM keys", number), 0U);
+    EXPECT_FALSE(connection.ReadMark(first));
+    connection.FindMark();
+    EXPECT_TRUE(connection.ReadMark(first) && connection.ReadMark(second) && first == second);
+    EXPECT_TRUE(CRegUtil(kAll).SetPath(L"Another", true));
+    EXPECT_TRUE(connection.ReadMark(second) && first != second);
+}
+
 TEST_F(SettingsStore, EachRootHasItsNumber)
 {
     for (const wchar_t* const root : {L"HKEY_CLASSES_ROOT", L"HKEY_CURRENT_USER", L"HKEY_LOCAL_MACHINE", L"HKEY_USERS",
@@ -361,6 +378,7 @@ TEST_F(SettingsStore, TheMachinesRootLivesInItsFileWhereThereIsOne)
     EXPECT_FALSE(registry.SetPath(path, false));
     ASSERT_TRUE(registry.SetPath(path, true) && registry.WriteKeyInt(L"v", 5));
     EXPECT_TRUE(CRegUtil(kAll).SetPath(L"HKEY_CURRENT_USER\\P", true));
+    EXPECT_FALSE(m_registry.m_folder.Exists("machine.db-shm")) << "only what has a log needs one";
 
     // Those who may only read need no file beside it.
     const std::string folder = m_registry.m_folder.Path().string();
@@ -564,9 +582,16 @@ TEST_F(SettingsStore, AFullDiskCanBeRead)
             unlink((folder + "/fill").c_str());
             mount("tmpfs", folder.c_str(), "tmpfs", MS_REMOUNT, "size=1m,nr_inodes=100");
             ChildProcess other([] { return CRegUtil(kAll).SetPath(L"Software\\Other", true); });
-            return other.EndsWell() && registry.WriteKeyInt(L"v", 6) && registry.GetKeyInt(L"v", value) && value == 6
-                       ? 0
-                       : 5;
+            if (!other.EndsWell() || !registry.WriteKeyInt(L"v", 6) || !registry.GetKeyInt(L"v", value) || value != 6)
+                return 5;
+            const ChildProcess closes([] { return true; });
+            Ask(folder + "/r.db", "PRAGMA wal_checkpoint(TRUNCATE)");
+            // Where nothing may be written for a while, this is the reason that is given.
+            mount("tmpfs", folder.c_str(), "tmpfs", MS_REMOUNT | MS_RDONLY, nullptr);
+            if (!registry.GetKeyInt(L"v", value) || registry.WriteKeyInt(L"v", 7) || registry.GetLastError() != 19)
+                return 6;
+            mount("tmpfs", folder.c_str(), "tmpfs", MS_REMOUNT, nullptr);
+            return registry.WriteKeyInt(L"v", 8) && registry.GetKeyInt(L"v", value) && value == 8 ? 0 : 7;
         });
         if (result == kNoRight)
             GTEST_SKIP() << "this user may not mount";
