@@ -97,6 +97,18 @@ void ChangeIn(CCustomData& store, const ValueEdit& edit, std::size_t depth)
     }
 }
 
+bool HasStores(const CCustomData& store)
+{
+    unsigned kind = 0;
+    for (unsigned i = 0; i < store.GetIDCount(); ++i)
+    {
+        store.GetIDByIndex(i, kind);
+        if (kind == CCustomData::kCustomData)
+            return true;
+    }
+    return false;
+}
+
 Bytes BytesOf(const CCustomData& store)
 {
     unsigned __int64 size = 0;
@@ -174,6 +186,7 @@ void PreferenceSource::Refresh()
 {
     m_isListed = false;
     m_records.clear();
+    m_places.clear();
     m_stores.clear();
     m_open.reset();
     m_openPlace.clear();
@@ -216,6 +229,8 @@ void PreferenceSource::List()
         return std::make_pair(!left.m_record.m_isSound, left.m_id) <
                std::make_pair(!right.m_record.m_isSound, right.m_id);
     });
+    for (std::size_t i = 0; i < m_records.size(); ++i)
+        m_places.emplace(m_records[i].m_id, i);
 }
 
 QString PreferenceSource::GetFault()
@@ -227,9 +242,8 @@ QString PreferenceSource::GetFault()
 const PreferenceSource::Record* PreferenceSource::FindRecord(const std::wstring& id)
 {
     List();
-    const auto found =
-        std::find_if(m_records.begin(), m_records.end(), [&](const Record& record) { return record.m_id == id; });
-    return found == m_records.end() ? nullptr : &*found;
+    const auto found = m_places.find(id);
+    return found == m_places.end() ? nullptr : &m_records[found->second];
 }
 
 Bytes PreferenceSource::ReadBytes(unsigned __int64 offset, unsigned __int64 size) const
@@ -255,15 +269,15 @@ Bytes PreferenceSource::ReadBytes(unsigned __int64 offset, unsigned __int64 size
     return bytes;
 }
 
+/// Without reading the whole file, unless that was replaced meanwhile.
 bool PreferenceSource::LoadRecord(const Record& record, CCustomData& store) const
 {
     const XPreferenceRecord& where = record.m_record;
-    if (!record.m_isHidden)
-        return store.LoadFromPrefs(XFromQString(m_path), where.m_key1, where.m_key2, false);
     const Bytes bytes = ReadBytes(where.m_offset, where.m_size);
-    return bytes.size() == where.m_size && LoadLittleEndian<unsigned>(bytes.data()) == where.m_key1 &&
-           LoadLittleEndian<unsigned>(bytes.data() + 4) == where.m_key2 &&
-           store.SerializeFromData(bytes.data() + kKeysSize, bytes.size() - kKeysSize);
+    return (bytes.size() == where.m_size && LoadLittleEndian<unsigned>(bytes.data()) == where.m_key1 &&
+            LoadLittleEndian<unsigned>(bytes.data() + 4) == where.m_key2 &&
+            store.SerializeFromData(bytes.data() + kKeysSize, bytes.size() - kKeysSize)) ||
+           (!record.m_isHidden && store.LoadFromPrefs(XFromQString(m_path), where.m_key1, where.m_key2, false));
 }
 
 const CCustomData* PreferenceSource::Load(const Place& place)
@@ -296,33 +310,47 @@ const CCustomData* PreferenceSource::Load(const Place& place)
     return m_open.get();
 }
 
+/// The stores of the file, which are looked into one by one.
+class PreferenceSource::StoreLister : public Lister
+{
+public:
+    explicit StoreLister(const PreferenceSource& source) : m_source(source), m_records(source.m_records)
+    {
+        m_fault = source.m_fault;
+    }
+
+    bool Next(Item& item) override
+    {
+        if (m_next == m_records.size())
+            return false;
+        const Record& record = m_records[m_next++];
+        item = {record.m_id, m_source.GetPlaceText({record.m_id}), {}, false};
+        CCustomData store;
+        if (!record.m_record.m_isSound)
+            item.m_fault = XInLanguage(u"These bytes of the file are no store: they are damaged.",
+                                       u"Ces octets du fichier ne forment pas un magasin : ils sont endommagés.");
+        else if (record.m_isHidden)
+            item.m_fault =
+                XInLanguage(u"An earlier store has the same keys, so that programs do not find this one.",
+                            u"Un magasin précédent a les mêmes clés : les programmes ne trouvent pas celui-ci.");
+        item.m_hasMore = record.m_record.m_isSound && m_source.LoadRecord(record, store) && HasStores(store);
+        return true;
+    }
+
+private:
+    const PreferenceSource& m_source;
+    std::vector<Record> m_records; // as they were when the list was begun
+    std::size_t m_next = 0;
+};
+
 std::unique_ptr<Lister> PreferenceSource::ListNodes(const Place& place)
 {
-    std::vector<Item> items;
     if (place.empty())
     {
         List();
-        for (const Record& record : m_records)
-        {
-            Item item{record.m_id, GetPlaceText({record.m_id}), {}, false};
-            if (!record.m_record.m_isSound)
-                item.m_fault = XInLanguage(u"These bytes of the file are no store: they are damaged.",
-                                           u"Ces octets du fichier ne forment pas un magasin : ils sont endommagés.");
-            else if (record.m_isHidden)
-                item.m_fault =
-                    XInLanguage(u"An earlier store has the same keys, so that programs do not find this one.",
-                                u"Un magasin précédent a les mêmes clés : les programmes ne trouvent pas celui-ci.");
-            const CCustomData* const store = record.m_record.m_isSound ? Load({record.m_id}) : nullptr;
-            unsigned kind = 0;
-            for (unsigned i = 0; store != nullptr && !item.m_hasMore && i < store->GetIDCount(); ++i)
-            {
-                store->GetIDByIndex(i, kind);
-                item.m_hasMore = kind == CCustomData::kCustomData;
-            }
-            items.push_back(std::move(item));
-        }
-        return std::make_unique<ItemList>(std::move(items), m_fault);
+        return std::make_unique<StoreLister>(*this);
     }
+    std::vector<Item> items;
     const CCustomData* const store = place.size() < kDeepestStore ? Load(place) : nullptr;
     unsigned kind = 0;
     for (unsigned i = 0; store != nullptr && i < store->GetIDCount(); ++i)
@@ -331,13 +359,7 @@ std::unique_ptr<Lister> PreferenceSource::ListNodes(const Place& place)
         CCustomData within;
         if (kind == CCustomData::kCustomData && store->GetCustomData(id, within))
         {
-            Item item{IdOf(id), CodeText(id), {}, false};
-            for (unsigned j = 0; !item.m_hasMore && j < within.GetIDCount(); ++j)
-            {
-                within.GetIDByIndex(j, kind);
-                item.m_hasMore = kind == CCustomData::kCustomData;
-            }
-            items.push_back(std::move(item));
+            items.push_back({IdOf(id), CodeText(id), {}, HasStores(within)});
         }
     }
     std::sort(items.begin(), items.end(), [](const Item& left, const Item& right) { return left.m_id < right.m_id; });

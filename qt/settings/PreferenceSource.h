@@ -37,6 +37,7 @@ public:
     Bytes EmptySnapshot(const Place& place) const override;
 
 private:
+    class StoreLister;
     struct Record
     {
         std::wstring m_id;
@@ -59,6 +60,7 @@ private:
     bool m_isSound = true;
     QString m_fault;
     std::vector<Record> m_records;
+    std::map<std::wstring, std::size_t> m_places; ///< of the records
     std::map<std::wstring, std::unique_ptr<CCustomData>> m_stores;
     Place m_openPlace; ///< of m_open
     std::unique_ptr<CCustomData> m_open;

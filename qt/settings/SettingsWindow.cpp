@@ -23,6 +23,9 @@
 #include <QTreeView>
 #include <QVBoxLayout>
 
+#include <algorithm>
+#include <utility>
+
 namespace tev::browser
 {
 namespace
@@ -71,6 +74,7 @@ void SettingsWindow::BuildViews()
     m_table->verticalHeader()->setDefaultSectionSize(fontMetrics().height() + 6);
     m_table->horizontalHeader()->setStretchLastSection(true);
     m_table->horizontalHeader()->setHighlightSections(false);
+    m_table->horizontalHeader()->setDefaultAlignment(Qt::AlignLeft | Qt::AlignVCenter);
     connect(m_table, &QTableView::activated, this, &SettingsWindow::EditValue);
     auto* const splitter = new QSplitter;
     splitter->addWidget(m_tree);
@@ -198,9 +202,9 @@ void SettingsWindow::SetSource(std::unique_ptr<SettingsSource> source)
     m_tree->setModel(&m_shown->m_nodes);
     m_table->setModel(&m_shown->m_values);
     const int unit = fontMetrics().averageCharWidth();
-    m_table->setColumnWidth(ValueModel::kName, unit * 24);
-    m_table->setColumnWidth(ValueModel::kKind, unit * 10);
-    m_table->setColumnWidth(ValueModel::kSize, unit * 10);
+    for (const auto& [column, width] :
+         {std::pair(ValueModel::kName, 24), {ValueModel::kKind, 10}, {ValueModel::kSize, 10}})
+        m_table->setColumnWidth(column, std::max(unit * width, m_table->horizontalHeader()->sectionSizeHint(column)));
     connect(m_tree->selectionModel(), &QItemSelectionModel::currentChanged, this, &SettingsWindow::ChooseNode);
     connect(m_table->selectionModel(), &QItemSelectionModel::selectionChanged, this, &SettingsWindow::ShowState);
     connect(&m_shown->m_nodes, &NodeModel::Loaded, this, &SettingsWindow::ShowState);
@@ -242,21 +246,25 @@ void SettingsWindow::ShowState()
     m_notice->setVisible(!notices.isEmpty());
     for (QAction* const action : m_changes)
         action->setEnabled(readOnly.isEmpty() && !place.empty());
-    m_newNode->setEnabled(source.CanHaveNodes(place) ? readOnly.isEmpty() : source.CanHaveNodes({}));
+    const Place above = source.CanHaveNodes(place) ? place : Place();
+    m_newNode->setEnabled(source.CanHaveNodes(above) && source.WhyReadOnly(above).isEmpty());
     const QUndoStack& stack = m_shown->m_history.GetStack();
     m_undo->setEnabled(stack.canUndo());
     m_undo->setText(XInLanguage(u"&Undo", u"&Annuler") + u' ' + stack.undoText());
     m_redo->setEnabled(stack.canRedo());
     m_redo->setText(XInLanguage(u"&Redo", u"&Rétablir") + u' ' + stack.redoText());
     const int count = m_shown->m_values.rowCount();
-    statusBar()->showMessage(place.empty() ? QString()
-                                           : QString::number(count) + u' ' + XInLanguage(u"values", u"valeurs") +
-                                                 (m_shown->m_values.IsLoading() ? QStringLiteral("…") : QString()));
+    statusBar()->showMessage(
+        place.empty() ? QString()
+                      : QString::number(count) + u' ' +
+                            (count == 1 ? XInLanguage(u"value", u"valeur") : XInLanguage(u"values", u"valeurs")) +
+                            (m_shown->m_values.IsLoading() ? QStringLiteral("…") : QString()));
 }
 
 // What is shown is read again; views keep what is chosen and where they are.
 void SettingsWindow::Refresh()
 {
+    m_isStale = false;
     m_shown->m_source->Refresh();
     m_shown->m_nodes.Refresh();
     m_shown->m_values.Refresh();
@@ -265,7 +273,11 @@ void SettingsWindow::Refresh()
 
 void SettingsWindow::Poll()
 {
-    if (!m_isTransferring && m_watch.Poll())
+    if (m_isTransferring)
+        return;
+    m_isStale = m_watch.Poll() || m_isStale;
+    if (m_isStale && !m_shown->m_nodes.IsLoading() &&
+        !m_shown->m_values.IsLoading()) // else a long list would never end
         Refresh();
 }
 

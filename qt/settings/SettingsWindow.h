@@ -99,5 +99,6 @@ private:
     QAction* m_newNode = nullptr;
     std::ptrdiff_t m_match = -1;
     bool m_isTransferring = false;
+    bool m_isStale = false; ///< what is shown was changed by another program
 };
 } // namespace tev::browser

@@ -12,7 +12,7 @@
 #include <QPlainTextEdit>
 #include <QPushButton>
 #include <QSignalBlocker>
-#include <QStackedWidget>
+#include <QVBoxLayout>
 
 namespace tev::browser
 {
@@ -94,9 +94,11 @@ void ValueEditor::Build(bool isNew, bool isReadOnly)
     m_choice->addItems({QStringLiteral("false"), QStringLiteral("true")});
     m_text = Named(new QPlainTextEdit, valueName);
     m_text->setTabChangesFocus(true);
-    m_editors = new QStackedWidget;
+    m_editors = new QWidget;
+    auto* const editors = new QVBoxLayout(m_editors);
+    editors->setContentsMargins(0, 0, 0, 0);
     for (QWidget* const editor : std::initializer_list<QWidget*>{m_line, m_choice, m_text})
-        m_editors->addWidget(editor);
+        editors->addWidget(editor);
     m_line->setReadOnly(isReadOnly);
     m_choice->setEnabled(!isReadOnly);
     m_text->setReadOnly(isReadOnly);
@@ -140,7 +142,9 @@ void ValueEditor::Show(const EditText& text)
     QWidget* const editor = text.m_form == Form::kBool ? static_cast<QWidget*>(m_choice)
                             : IsLong(text.m_form)      ? static_cast<QWidget*>(m_text)
                                                        : m_line;
-    m_editors->setCurrentWidget(editor);
+    for (QWidget* const other : std::initializer_list<QWidget*>{m_line, m_choice, m_text})
+        other->setVisible(other == editor);
+    m_editor = editor;
     m_editors->setFocusProxy(editor);
     static_cast<QLabel*>(static_cast<QFormLayout*>(layout())->labelForField(m_editors))->setBuddy(editor);
     m_text->setFont(text.m_form == Form::kBytes ? QFontDatabase::systemFont(QFontDatabase::FixedFont) : font());
@@ -164,10 +168,10 @@ void ValueEditor::Show(const EditText& text)
 EditText ValueEditor::Current() const
 {
     EditText text = m_shown;
-    if (m_editors->currentWidget() == m_choice)
+    if (m_editor == m_choice)
         text.m_text = m_choice->currentText();
     else
-        text.m_text = m_editors->currentWidget() == m_text ? m_text->toPlainText() : m_line->text();
+        text.m_text = m_editor == m_text ? m_text->toPlainText() : m_line->text();
     return text;
 }
 

@@ -10,7 +10,6 @@ class QDialogButtonBox;
 class QLabel;
 class QLineEdit;
 class QPlainTextEdit;
-class QStackedWidget;
 
 namespace tev::browser
 {
@@ -44,7 +43,8 @@ private:
     bool m_isEdited = false;
     QLineEdit* m_name = nullptr;
     QComboBox* m_kind = nullptr;
-    QStackedWidget* m_editors = nullptr;
+    QWidget* m_editors = nullptr;
+    QWidget* m_editor = nullptr; ///< the one of the three that is shown
     QLineEdit* m_line = nullptr;
     QComboBox* m_choice = nullptr;
     QPlainTextEdit* m_text = nullptr;

@@ -131,8 +131,8 @@ const ValueModel::Row& ValueModel::RowOf(const Item& item) const
     }
     else if (reading.m_isThere && reading.m_fault.isEmpty())
         row.m_value = XInLanguage(u"(too large to be shown here)", u"(trop grand pour être montré ici)");
-    if (!row.m_fault.isEmpty())
-        row.m_value = u'(' + row.m_fault + u')' + (row.m_value.isEmpty() ? QString() : u' ' + row.m_value);
+    if (!row.m_fault.isEmpty() && row.m_value.isEmpty())
+        row.m_value = u'(' + row.m_fault + u')';
     return *m_rows.insert(item.m_id, row);
 }
 
@@ -161,10 +161,16 @@ QVariant ValueModel::data(const QModelIndex& index, int role) const
     const Item& item = m_items[static_cast<std::size_t>(index.row())];
     if (role == Qt::TextAlignmentRole)
         return index.column() == kSize ? QVariant(Qt::AlignRight | Qt::AlignVCenter) : QVariant();
-    if (role != Qt::DisplayRole && role != Qt::ToolTipRole && role != Qt::DecorationRole)
+    if (role != Qt::DisplayRole && role != Qt::ToolTipRole && role != Qt::DecorationRole &&
+        role != Qt::AccessibleTextRole)
         return {};
     if (role == Qt::ToolTipRole)
-        return PlainToolTip(data(index, Qt::DisplayRole).toString());
+        return PlainToolTip(RowOf(item).m_fault.isEmpty() ? data(index, Qt::DisplayRole).toString()
+                                                          : RowOf(item).m_fault);
+    if (role == Qt::AccessibleTextRole)
+        return data(index, Qt::DisplayRole).toString() + (index.column() != kName || RowOf(item).m_fault.isEmpty()
+                                                              ? QString()
+                                                              : QStringLiteral(", ") + RowOf(item).m_fault);
     if (index.column() == kName && role != Qt::DecorationRole)
         return Escaped(item.m_text);
     const Row& row = RowOf(item);

@@ -520,8 +520,7 @@ std::optional<Bytes> FromEditText(const Kind* kind, const EditText& text, QStrin
         return ParseText(text, reason);
     data = ParseScalar(*kind, text.m_text);
     if (!data)
-        reason =
-            XInLanguage(u"This is no value of the kind: ", u"Ce n'est pas une valeur de ce type : ") + RangeText(kind);
+        reason = XInLanguage(u"This is no value of the kind.", u"Ce n'est pas une valeur de ce type.");
     return data;
 }
 

@@ -1,7 +1,9 @@
 #include "qt/settings/SettingsWindow.h"
 #include "qt/settings/CommandLine.h"
 #include "settings/RegistryText.h"
+#include "tests/qt/settings/Person.h"
 #include "tests/qt/settings/SettingsTesting.h"
+#include "tests/support/System.h"
 #include "text/Language.h"
 
 #include <QAbstractButton>
@@ -16,6 +18,7 @@
 #include <QMainWindow>
 #include <QMessageBox>
 #include <QPlainTextEdit>
+#include <QProcess>
 #include <QPushButton>
 #include <QTableView>
 #include <QTest>
@@ -29,86 +32,6 @@ namespace
 using namespace tev::browser;
 using namespace tev::browser::test;
 using testing::ElementsAre;
-
-constexpr int kPatience = 30000;
-
-/// Answers the next dialogs, each when it is shown.
-class Person
-{
-public:
-    using Answer = std::function<void(QDialog& dialog)>;
-
-    explicit Person(std::vector<Answer> answers) : m_answers(std::move(answers))
-    {
-        QObject::connect(&m_timer, &QTimer::timeout, [this] {
-            auto* const dialog = qobject_cast<QDialog*>(QApplication::activeModalWidget());
-            if (dialog == nullptr || !dialog->isVisible() || m_isAnswering)
-                return;
-            m_isAnswering = true;
-            if (m_next == m_answers.size())
-            {
-                ADD_FAILURE() << "an unexpected dialog: " << TextOf(*dialog).toStdString();
-                dialog->reject();
-            }
-            else
-                m_answers[m_next++](*dialog);
-            m_isAnswering = false;
-        });
-        m_timer.start(10);
-    }
-    ~Person()
-    {
-        EXPECT_EQ(m_answers.size(), m_next) << "dialogs that were shown";
-        Activate();
-    }
-    Person(const Person&) = delete;
-    Person& operator=(const Person&) = delete;
-
-    /// A display without a window manager activates no window.
-    static void Activate()
-    {
-        for (QWidget* const window : QApplication::topLevelWidgets())
-        {
-            if (qobject_cast<QMainWindow*>(window) != nullptr && window->isVisible())
-                QApplication::setActiveWindow(window);
-        }
-    }
-
-    static QString TextOf(const QDialog& dialog)
-    {
-        const auto* const box = qobject_cast<const QMessageBox*>(&dialog);
-        return box == nullptr ? dialog.windowTitle() : box->text() + u'\n' + box->informativeText();
-    }
-    static Answer Click(QMessageBox::StandardButton button, const QString& part = {})
-    {
-        return [=](QDialog& dialog) {
-            EXPECT_TRUE(TextOf(dialog).contains(part)) << TextOf(dialog).toStdString();
-            auto* const box = qobject_cast<QMessageBox*>(&dialog);
-            ASSERT_NE(nullptr, box) << TextOf(dialog).toStdString();
-            QTest::mouseClick(box->button(button), Qt::LeftButton);
-        };
-    }
-    /// Types over what the focus is in, and presses the key that accepts.
-    static Answer Type(const QString& text)
-    {
-        return [=](QDialog& dialog) {
-            QWidget* const editor = dialog.focusWidget();
-            ASSERT_NE(nullptr, editor);
-            if (auto* const lines = qobject_cast<QPlainTextEdit*>(editor))
-                lines->selectAll();
-            else if (auto* const line = qobject_cast<QLineEdit*>(editor))
-                line->selectAll();
-            QTest::keyClicks(editor, text);
-            dialog.accept();
-        };
-    }
-
-private:
-    std::vector<Answer> m_answers;
-    std::size_t m_next = 0;
-    bool m_isAnswering = false;
-    QTimer m_timer;
-};
 
 class SettingsWindowTest : public testing::Test
 {
@@ -302,7 +225,7 @@ TEST_F(SettingsWindowTest, ShowsTheRegistryAndItsChangesAndSearchesIt)
 TEST_F(SettingsWindowTest, ManyKeysStayFluid)
 {
     const RegistryKey key(L"Software\\ManyTest");
-    constexpr int kKeys = 20000;
+    constexpr int kKeys = 6000;
     std::wstring text = L"REGEDIT4\n";
     for (int i = 0; i < kKeys; ++i)
         text += L"[HKEY_CURRENT_USER\\Software\\ManyTest\\key" + std::to_wstring(i) + L"]\n";
@@ -390,6 +313,42 @@ TEST_F(SettingsWindowTest, TextsFitAndControlsHaveNamesInEachLanguage)
     XSetLanguage(XLanguage::English);
 }
 
+TEST_F(SettingsWindowTest, TextsFitAtTwiceTheScaleToo)
+{
+    QProcess again;
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(QStringLiteral("QT_SCALE_FACTOR"), QStringLiteral("2"));
+    again.setProcessEnvironment(environment);
+    again.start(QCoreApplication::applicationFilePath(), {QStringLiteral("--gtest_filter=*.TextsFitAndControls*")});
+    ASSERT_TRUE(again.waitForFinished(kPatience * 3));
+    EXPECT_EQ(0, again.exitCode()) << again.readAll().toStdString();
+}
+
+TEST_F(SettingsWindowTest, WhatMayNotBeWrittenIsShownReadOnly)
+{
+    OpenStore();
+    const uid_t user = getuid();
+    ASSERT_EQ(0, chmod(QFile::encodeName(m_folder.m_folder.path()).constData(), 0555));
+    ASSERT_TRUE(user != 0 || setreuid(65534, static_cast<uid_t>(-1)) == 0);
+    Press(QKeySequence::Refresh);
+    Choose(0);
+    for (const char* const action : {"newValue", "rename", "delete"})
+        EXPECT_FALSE(Action(action)->isEnabled()) << action;
+    EXPECT_FALSE(Action("newNode")->isEnabled());
+    {
+        Person person({[](QDialog& dialog) {
+            EXPECT_TRUE(dialog.findChild<QLineEdit*>()->isReadOnly());
+            EXPECT_EQ(nullptr, dialog.findChild<QDialogButtonBox*>()->button(QDialogButtonBox::Ok));
+            dialog.reject();
+        }});
+        QTest::keyClick(m_table, Qt::Key_Return);
+    }
+    ASSERT_TRUE(user != 0 || setreuid(0, static_cast<uid_t>(-1)) == 0);
+    ASSERT_EQ(0, chmod(QFile::encodeName(m_folder.m_folder.path()).constData(), 0755));
+    Press(QKeySequence::Refresh);
+    EXPECT_TRUE(Action("delete")->isEnabled());
+}
+
 TEST(SettingsCommandLine, SaysWhatIsOpenedAndTheExitCode)
 {
     const QTemporaryDir folder;
@@ -426,65 +385,4 @@ TEST(SettingsCommandLine, SaysWhatIsOpenedAndTheExitCode)
     }
 }
 
-/// Looks at everything in a file, as a person does who opens every node.
-void LookAtAll(const QString& file)
-{
-    SettingsWindow window(std::make_unique<PreferenceSource>(file));
-    window.show();
-    auto* const tree = window.findChild<QTreeView*>();
-    const auto* const table = window.findChild<QTableView*>();
-    auto& nodes = static_cast<NodeModel&>(*tree->model());
-    auto& values = static_cast<ValueModel&>(*table->model());
-    std::vector<Place> places{{}};
-    for (std::size_t i = 0; i < places.size() && i < 200; ++i)
-    {
-        const QModelIndex node = nodes.Find(places[i]);
-        tree->setCurrentIndex(node);
-        tree->expand(node);
-        ASSERT_TRUE(QTest::qWaitFor([&] { return !nodes.IsLoading() && !values.IsLoading(); }, kPatience));
-        for (int row = 0; row < std::min(values.rowCount(), 50); ++row)
-            EXPECT_FALSE(values.LineOf(row).isEmpty());
-        for (int row = 0; row < nodes.rowCount(node); ++row)
-            places.push_back(nodes.PlaceOf(nodes.index(row, 0, node)));
-    }
-    window.grab();
-}
-
-TEST(SettingsBadInput, FilesOfTheFuzzersAndRandomDamageAreShown)
-{
-    QTemporaryDir folder;
-    const QString file = folder.filePath(QStringLiteral("bad"));
-    std::vector<QByteArray> inputs{QByteArray(1000, '\xff'), QByteArray(3, '\0')};
-    for (const char* const corpus : {"Preferences", "CustomData"})
-    {
-        const QDir inputsOf(QStringLiteral(TEVTOOLS_SOURCE_DIR "/fuzz/corpus/") + QString::fromLatin1(corpus));
-        for (const QFileInfo& input : inputsOf.entryInfoList(QDir::Files))
-        {
-            const QByteArray bytes = PreferenceFolder::BytesOf(input.filePath());
-            inputs.push_back(bytes);
-            inputs.push_back(QByteArray("\1\0\0\0\1\0\0\0\2\0\0\0", 12) + bytes); // as the store of a file
-        }
-    }
-    ASSERT_GT(inputs.size(), 10U);
-    const unsigned seed = std::random_device()();
-    SCOPED_TRACE(seed);
-    std::mt19937 random(seed);
-    for (std::size_t i = inputs.size(); i-- != 0;)
-    {
-        QByteArray flipped = inputs[i];
-        for (int flips = 0; flips < 5 && !flipped.isEmpty(); ++flips)
-            flipped[static_cast<qsizetype>(random() % static_cast<unsigned>(flipped.size()))] =
-                static_cast<char>(random());
-        inputs.push_back(flipped);
-    }
-    for (const QByteArray& input : inputs)
-    {
-        QFile written(file);
-        ASSERT_TRUE(written.open(QIODevice::WriteOnly));
-        written.write(input);
-        written.close();
-        LookAtAll(file);
-        EXPECT_EQ(input, PreferenceFolder::BytesOf(file)) << "looking changes nothing";
-    }
-}
 } // namespace
