@@ -1,10 +1,10 @@
 #include "qt/settings/SettingsWindow.h"
 
-#include "qt/settings/PathLabel.h"
 #include "qt/settings/PreferenceSource.h"
 #include "qt/settings/RegistrySource.h"
 #include "qt/settings/ValueText.h"
 #include "qt/settings/WindowShown.h"
+#include "qt/toolkit/ElidedLabel.h"
 #include "qt/toolkit/QtText.h"
 
 #include <QCloseEvent>
@@ -52,7 +52,7 @@ SettingsWindow::~SettingsWindow()
 
 void SettingsWindow::BuildViews()
 {
-    m_path = new PathLabel;
+    m_path = new ElidedLabel;
     m_path->setAccessibleName(XInLanguage(u"Path", u"Chemin"));
     m_notice = new QLabel;
     m_notice->setTextFormat(Qt::PlainText);
@@ -227,9 +227,9 @@ void SettingsWindow::ChooseNode()
     const Place place = ChosenPlace();
     m_shown->m_values.SetPlace(place);
     m_watch.SetFile(m_shown->m_source->GetFile(place));
-    m_path->SetPath(place.empty() ? m_shown->m_source->GetName()
-                                  : m_shown->m_source->GetPlaceText(place) + QStringLiteral("  —  ") +
-                                        m_shown->m_source->GetFile(place));
+    m_path->SetText(Escaped(place.empty() ? m_shown->m_source->GetName()
+                                          : m_shown->m_source->GetPlaceText(place) + QStringLiteral("  —  ") +
+                                                m_shown->m_source->GetFile(place)));
     ShowState();
 }
 

@@ -15,10 +15,13 @@ class QMenu;
 class QTableView;
 class QTreeView;
 
+namespace tev
+{
+class ElidedLabel;
+}
+
 namespace tev::browser
 {
-class PathLabel;
-
 /// The browser: the nodes of a source on the left, the values of the chosen one on the right.
 class SettingsWindow : public QMainWindow
 {
@@ -86,7 +89,7 @@ private:
     std::unique_ptr<Shown> m_shown;
     FileWatch m_watch;
     QTimer m_poll;
-    PathLabel* m_path = nullptr;
+    ElidedLabel* m_path = nullptr;
     QLabel* m_notice = nullptr;
     QTreeView* m_tree = nullptr;
     QTableView* m_table = nullptr;

@@ -162,6 +162,8 @@ void ValueEditor::Show(const EditText& text)
                          ? XInLanguage(u"pairs of hexadecimal digits", u"paires de chiffres hexadécimaux")
                          : RangeText(kind));
     m_range->setVisible(!m_range->text().isEmpty());
+    layout()->activate();
+    resize(width(), sizeHint().height());
     editor->setFocus();
 }
 
