@@ -15,6 +15,7 @@ set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS "${PROJECT_BINARY_DIR}")
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
+set(CPACK_DEBIAN_DESKTOP-RUNTIME_PACKAGE_CONTROL_EXTRA "${PROJECT_SOURCE_DIR}/packaging/debian/triggers")
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA "${PROJECT_SOURCE_DIR}/packaging/debian/triggers")
 
 set(library_package libtevtools${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR})
@@ -54,6 +55,19 @@ if(TARGET tev)
             COMMAND_ERROR_IS_FATAL ANY)" COMPONENT tool)
     endif()
     tevtools_package(tool tevtools utils "${library_package} ${this_version}" "the tool tev")
+endif()
+if(TARGET TevToolsQt)
+    set(qt_package libtevtools-qt${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR})
+    tevtools_package(desktop-runtime ${qt_package} libs "${library_package} ${this_version}"
+        "its dialogs for programs of Qt 6")
+    tevtools_package(desktop-development libtevtools-qt-dev libdevel
+        "libtevtools-dev ${this_version}, ${qt_package} ${this_version}, qt6-base-dev"
+        "what programs with these dialogs are built with")
+    set(CPACK_DEBIAN_DESKTOP-DEVELOPMENT_PACKAGE_SHLIBDEPS OFF)
+    tevtools_package(desktop tevtools-desktop utils "${qt_package} ${this_version}"
+        "the programs of the desktop: a viewer of logs, a\nbrowser of settings, and the dialog of crash reports")
+    # Their icons, and the words of standard dialogs.
+    set(CPACK_DEBIAN_DESKTOP_PACKAGE_RECOMMENDS "libqt6svg6, qt6-translations-l10n, xdg-utils")
 endif()
 if(TEVTOOLS_DEBUG_FILES)
     tevtools_package(debug ${library_package}-dbg debug "${library_package} ${this_version}"

@@ -45,6 +45,10 @@ if(EXISTS "${PROJECT_SOURCE_DIR}/qt/crash/main.cpp")
     tevtools_qt_program(tev-crash-dialog crash)
 endif()
 
+if(TEVTOOLS_INSTALL)
+    include(TevToolsQtInstall)
+endif()
+
 include(TevToolsHost)
 
 # Tests drive real windows on a display of their own, one program for each folder of tests/qt.
@@ -79,5 +83,24 @@ if(TEVTOOLS_TESTS)
             ENVIRONMENT "LSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/qt/support/leaks-of-qt.txt;\
 ASAN_OPTIONS=detect_stack_use_after_return=1")
     endforeach()
-    add_custom_target(desktop DEPENDS ${qt_tests})
+    # What makes the pictures of the documents.
+    add_executable(tevtools_pictures EXCLUDE_FROM_ALL qt/pictures/main.cpp)
+    tevtools_configure_qt(tevtools_pictures)
+    target_link_libraries(tevtools_pictures PRIVATE TevToolsQt Qt6::Widgets)
+    add_test(NAME desktop.pictures COMMAND "${PROJECT_SOURCE_DIR}/scripts/pictures" --check)
+    # A foreign project is built with what is installed.
+    add_test(NAME desktop.install COMMAND "${CMAKE_COMMAND}" "-DBUILD_DIR=${CMAKE_BINARY_DIR}"
+        "-DSOURCE_DIR=${CMAKE_SOURCE_DIR}" "-DGENERATOR=${CMAKE_GENERATOR}" "-DCOMPILER=${CMAKE_CXX_COMPILER}"
+        "-DFLAGS=$<$<BOOL:${TEVTOOLS_SANITIZE}>:-fsanitize=${TEVTOOLS_SANITIZE}>"
+        -P "${CMAKE_SOURCE_DIR}/tests/qt/support/InstallTest.cmake")
+    set_tests_properties(desktop.pictures desktop.install PROPERTIES LABELS desktop TIMEOUT 300)
+    add_custom_target(desktop DEPENDS ${qt_tests} tev-crash-dialog)
+    if(TARGET TevToolsStatic) # belongs to what is installed
+        add_dependencies(desktop TevToolsStatic)
+    endif()
+    foreach(program IN ITEMS tev-log tev-settings)
+        if(TARGET ${program})
+            add_dependencies(desktop ${program})
+        endif()
+    endforeach()
 endif()

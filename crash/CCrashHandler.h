@@ -213,6 +213,13 @@ TEVTOOLS_API void CrashGenerateFilesErrorReport(const CXArray<CXTString<wchar_t>
 /// without handler. Off by default. In a crash nothing is allocated for it. Safe from several threads at once.
 TEVTOOLS_API void XSetCrashErrorOutput(bool isOn);
 
+/// Has the reports of crashes shown by a program of its own, tev-crash-dialog, because no window can be shown in a crashed
+/// process; a host's AskAboutReport is asked only about reports of a process that goes on. The report is finished when that
+/// program starts: nothing waits for it. Without a display, or that program, the report stays where it is. Off by default; a
+/// CQtUserInterface turns it on. It speaks the language that was set when this, or a text of the handler, was set last. Safe
+/// from several threads at once.
+TEVTOOLS_API void XSetCrashDialog(bool isOn);
+
 /// The address of technical support, to which reports are mailed: a message text, until a host sets another. An empty text
 /// restores the default. Safe from several threads at once.
 TEVTOOLS_API CXTString<wchar_t> XGetSupportAddress();

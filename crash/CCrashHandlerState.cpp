@@ -11,6 +11,9 @@
 #include "services/ApplicationName.h"
 #include "services/ApplicationNameObserver.h"
 #include "services/DataFolders.h"
+#include "text/Language.h"
+
+#include <atomic>
 
 namespace
 {
@@ -45,6 +48,8 @@ void OnApplicationName()
         CrashHandlerAccess::FinishLeft(*handler);
     }
 }
+
+std::atomic<bool> g_isDialogWanted{false};
 
 SupportAddress& TheSupportAddress()
 {
@@ -141,6 +146,11 @@ CrashRecord CCrashHandler::RecordOfNow() const
     record.m_name = ApplicationText();
     record.m_version = m_text2;
     record.m_files = m_files;
+    if (tev::IsCrashDialogWanted())
+    {
+        record.m_dialogLanguage = XGetLanguage() == XLanguage::French ? L"fr" : L"en";
+        record.m_support = XGetSupportAddress();
+    }
     // Where there is no folder to write to, the report goes to the temporary files.
     tev::Attempt([&] {
         CPathString folder;
@@ -255,6 +265,19 @@ CXTString<wchar_t> XGetSupportAddress()
     if (text.IsEmpty())
         text.LoadString(tev::kTextSupportAddress);
     return text;
+}
+
+void XSetCrashDialog(bool isOn)
+{
+    const CrashRegistryHold hold;
+    g_isDialogWanted.store(isOn);
+    if (CCrashHandler* const handler = CrashRegistry::Get().Find())
+        CrashHandlerAccess::PublishTraces(*handler);
+}
+
+bool tev::IsCrashDialogWanted() noexcept
+{
+    return g_isDialogWanted.load();
 }
 
 void XSetSupportAddress(const CXTString<wchar_t>& address)

@@ -281,6 +281,8 @@ extern "C" TEVTOOLS_API bool XFinishCrashReport(const char* recordPath, char* re
 {
     tev::LeftReport report;
     const bool isFinished = FinishReport(tev::WideFilePath(recordPath), FinishedBy::Helper, report);
+    if (isFinished && report.m_record.m_made.IsEmpty() && !report.m_archive.IsEmpty())
+        tev::ShowByCrashDialog(report.m_record, report.m_archive);
     const std::string path = tev::SystemFilePath(report.m_archive).string();
     reportPath[path.copy(reportPath, capacity - 1)] = '\0';
     return isFinished;

@@ -6,6 +6,11 @@
 // How a report's files become its archive.
 namespace tev
 {
+/// Whether another program shows the reports of crashes (XSetCrashDialog). Safe from several threads at once.
+bool IsCrashDialogWanted() noexcept;
+/// Starts that program where the record says so and there is a display; it deletes the archive when it was mailed.
+void ShowByCrashDialog(const CrashRecord& record, const CPathString& archive) noexcept;
+
 /// Packs the files of a report into a new archive in its folder, or in the folder for temporary files where that one cannot
 /// be written to. Returns its path; empty on failure. Files that cannot be read or are too large are left out; equal names
 /// get numbers. Takes no lock that another process can hold. Nothing is thrown.

@@ -38,8 +38,11 @@ struct TextEntry
     std::string_view key;
     CXTString<wchar_t> CrashRecord::*text;
 };
-constexpr TextEntry kTexts[] = {
-    {"product", &CrashRecord::m_product}, {"name", &CrashRecord::m_name}, {"version", &CrashRecord::m_version}};
+constexpr TextEntry kTexts[] = {{"product", &CrashRecord::m_product},
+                                {"name", &CrashRecord::m_name},
+                                {"version", &CrashRecord::m_version},
+                                {"dialog", &CrashRecord::m_dialogLanguage},
+                                {"support", &CrashRecord::m_support}};
 
 std::string Absolute(const CXTString<wchar_t>& path)
 {

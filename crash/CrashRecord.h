@@ -23,6 +23,8 @@ struct CrashRecord
     CXTString<wchar_t> m_product; ///< the application's name in file names
     CXTString<wchar_t> m_name;    ///< and for the user
     CXTString<wchar_t> m_version;
+    CXTString<wchar_t> m_dialogLanguage; ///< where another program shows the report: "en" or "fr"; else empty
+    CXTString<wchar_t> m_support;        ///< the address of technical support, for that program
     /// What is known of the crash: keys and values in UTF-8.
     std::vector<std::pair<std::string, std::string>> m_details;
 };

@@ -10,6 +10,7 @@
 #include "files/FileReplacement.h"
 #include "objects/CXException.h"
 #include "objects/FailureNote.h"
+#include "platform/CrashDialog.h"
 #include "platform/MailProgram.h"
 #include "platform/PathNames.h"
 #include "platform/SystemErrors.h"
@@ -53,6 +54,18 @@ void CopyFile(const Text& from, const Text& to)
 
 } // namespace
 
+void tev::ShowByCrashDialog(const CrashRecord& record, const CPathString& archive) noexcept
+{
+    if (record.m_dialogLanguage.IsEmpty())
+        return;
+    Attempt([&] {
+        const std::string path = SystemFilePath(archive).string();
+        static_cast<void>(platform::StartCrashDialog({path, "--application", Utf8(record.m_name), "--version",
+                                                      Utf8(record.m_version), "--support", Utf8(record.m_support),
+                                                      "--language", Utf8(record.m_dialogLanguage)}));
+    });
+}
+
 bool CCrashHandler::GenerateErrorReport(const wchar_t* archivePath, const std::vector<XReportFile>& files)
 {
     Text introduction;
@@ -79,6 +92,8 @@ void CrashHandlerAccess::OfferReport(CCrashHandler& handler, const tev::CrashRec
 {
     bool isMailed = false;
     tev::SetReportPath(archive);
+    if (tev::IsCrashing())
+        tev::ShowByCrashDialog(record, archive);
     tev::Attempt([&] {
         isMailed = record.m_isCrash ? handler.GenerateErrorReport(archive, record.m_files)
                                     : handler.GenerateFilesErrorReport(archive, &record.m_files);
@@ -116,7 +131,7 @@ bool CCrashHandler::Offer(const wchar_t* archivePath, const Text& introduction, 
     const bool hasHost = HasHost(userInterface);
     // The default user interface writes to the log, which the crashed thread may have locked. A host's one that crashes at
     // every question would do so at every start.
-    if (tev::IsCrashing() && (!hasHost || g_isAskingAtStart.load()))
+    if (tev::IsCrashing() && (!hasHost || g_isAskingAtStart.load() || tev::IsCrashDialogWanted()))
         return false;
     std::optional<tev::WithoutDeadline> withoutDeadline;
     if (hasHost)

@@ -92,4 +92,6 @@ std::uint64_t ProcessUptime() noexcept;
 std::string LibraryPath();
 /// The path of the helper: TEVTOOLS_CRASH_HELPER, else relative to the library; empty when there is none.
 std::string FindDumpHelper();
+/// As above, for any program that stands beside the helper, and the variable that names another.
+std::string FindCrashProgram(const char* name, const char* variable);
 } // namespace tev::platform

@@ -1,5 +1,6 @@
 #include "qt/toolkit/CQtUserInterface.h"
 
+#include "crash/CCrashHandler.h"
 #include "objects/CXException.h"
 #include "qt/toolkit/Dialogs.h"
 #include "qt/toolkit/QtText.h"
@@ -11,7 +12,6 @@
 #include <QDir>
 #include <QEvent>
 #include <QFileDialog>
-#include <QRegularExpression>
 #include <QStandardPaths>
 
 #include <exception>
@@ -97,8 +97,8 @@ QFileDialog* MakeSaveDialog(const QString& filter, const QString& proposed)
     dialog->setAcceptMode(QFileDialog::AcceptSave);
     dialog->setFileMode(QFileDialog::AnyFile);
     dialog->setNameFilter(filter);
-    static const QRegularExpression suffix(QStringLiteral("\\*\\.(\\w+)"));
-    dialog->setDefaultSuffix(suffix.match(filter).captured(1));
+    // That of "Zip files (*.zip)".
+    dialog->setDefaultSuffix(filter.section(QStringLiteral("*."), 1, 1).section(u' ', 0, 0).section(u')', 0, 0));
     if (QFileInfo(proposed).isRelative())
         dialog->setDirectory(QStandardPaths::writableLocation(QStandardPaths::DocumentsLocation));
     dialog->selectFile(proposed);
@@ -106,9 +106,15 @@ QFileDialog* MakeSaveDialog(const QString& filter, const QString& proposed)
 }
 } // namespace
 
-CQtUserInterface::CQtUserInterface() : m_windows(std::make_unique<Windows>()) {}
+CQtUserInterface::CQtUserInterface() : m_windows(std::make_unique<Windows>())
+{
+    XSetCrashDialog(true);
+}
 
-CQtUserInterface::~CQtUserInterface() = default;
+CQtUserInterface::~CQtUserInterface()
+{
+    XSetCrashDialog(false);
+}
 
 void CQtUserInterface::SetPatience(unsigned int milliseconds)
 {

@@ -223,6 +223,7 @@ Notification::Notification(const QString& title, const QString& text, const QStr
     setAttribute(Qt::WA_DeleteOnClose);
     setAttribute(Qt::WA_ShowWithoutActivating);
     setAttribute(Qt::WA_QuitOnClose, true);
+    connect(QCoreApplication::instance(), &QCoreApplication::aboutToQuit, this, &QWidget::close);
     setWindowTitle(title);
     auto* const layout = new QVBoxLayout(this);
     layout->addWidget(MakeMessageView(text));

@@ -18,8 +18,8 @@
 
 namespace
 {
-constexpr int kReportColumns = 100;
-constexpr int kReportRows = 36;
+constexpr int kReportColumns = 110;
+constexpr int kReportRows = 44;
 constexpr int kIntroductionRows = 5;
 constexpr unsigned kColumnTexts[] = {xTextReportName, xTextReportDescription, xTextReportSize, xTextReportType};
 
@@ -73,6 +73,7 @@ ReportDialog::ReportDialog(const CXTString<wchar_t>& introduction, const std::ve
     splitter->addWidget(MakeFiles());
     splitter->addWidget(MakeFields());
     splitter->setStretchFactor(0, 1);
+    splitter->setSizes({3, 1});
     auto* const layout = new QVBoxLayout(this);
     layout->addWidget(MakeMessageView(XToQString(introduction), kIntroductionRows));
     layout->addWidget(note);
@@ -94,6 +95,7 @@ QWidget* ReportDialog::MakeFiles()
     m_table->setTabKeyNavigation(false);
     m_table->setWordWrap(false);
     m_table->verticalHeader()->hide();
+    m_table->verticalHeader()->setDefaultSectionSize(fontMetrics().lineSpacing() * 3 / 2);
     m_table->horizontalHeader()->setSectionResizeMode(QHeaderView::ResizeToContents);
     m_table->horizontalHeader()->setSectionResizeMode(0, QHeaderView::Stretch);
     m_table->horizontalHeader()->setHighlightSections(false);
@@ -109,7 +111,8 @@ QWidget* ReportDialog::MakeFiles()
     splitter->setChildrenCollapsible(false);
     splitter->addWidget(m_table);
     splitter->addWidget(m_preview);
-    splitter->setStretchFactor(1, 2);
+    splitter->setStretchFactor(1, 1);
+    splitter->setSizes({2, 3});
     if (!m_files.empty())
         m_table->setCurrentCell(0, 0);
     return splitter;

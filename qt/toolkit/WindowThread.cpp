@@ -167,6 +167,8 @@ bool WindowThread::Post(std::function<void()> show)
 {
     if (!IsUsable())
         return false;
+    if (IsWindowThread())
+        return RunHere(show);
     return QMetaObject::invokeMethod(
         this,
         [this, show = std::move(show)] {

@@ -40,7 +40,7 @@ public:
             return {};
         return std::move(*answer);
     }
-    /// Has `show` run on the window thread later. False when it cannot.
+    /// Has `show` run on the window thread, where that is another one later. False when it cannot.
     bool Post(std::function<void()> show);
 
     /// Runs a modal dialog, which is deleted. Its result as QDialog::exec gives it; 0 when it was closed from outside.

@@ -383,13 +383,18 @@ std::string LibraryPath()
 
 std::string FindDumpHelper()
 {
-    if (const char* const chosen = std::getenv("TEVTOOLS_CRASH_HELPER"))
+    return FindCrashProgram("tev-crash-helper", "TEVTOOLS_CRASH_HELPER");
+}
+
+std::string FindCrashProgram(const char* name, const char* variable)
+{
+    if (const char* const chosen = std::getenv(variable))
         return IsThere(chosen) ? chosen : "";
     const std::string library = LibraryPath();
     const std::string folder = library.substr(0, library.rfind('/') + 1);
     for (const char* const place : {"", TEVTOOLS_HELPER_FROM_LIBRARY "/"})
     {
-        std::string path = folder + place + "tev-crash-helper";
+        std::string path = folder + place + name;
         if (IsThere(path))
             return path;
     }
