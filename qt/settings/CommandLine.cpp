@@ -3,9 +3,8 @@
 #include "qt/settings/PreferenceSource.h"
 #include "qt/settings/RegistrySource.h"
 #include "qt/toolkit/QtText.h"
+#include "services/Paths.h"
 #include "services/Version.h"
-
-#include <QFileInfo>
 
 namespace tev::browser
 {
@@ -74,7 +73,7 @@ CommandLine ParseCommandLine(const QStringList& arguments)
     }
     const Place place = RegistrySource::ParsePlace(line.m_target);
     line.m_isKey =
-        line.m_target.startsWith(QString::fromStdWString(place.front())) && !QFileInfo::exists(line.m_target);
+        line.m_target.startsWith(QString::fromStdWString(place.front())) && !fileExists(XFromQString(line.m_target));
     return line;
 }
 

@@ -6,6 +6,7 @@
 #include "objects/LastFailure.h"
 #include "objects/ThreadException.h"
 #include "qt/toolkit/QtText.h"
+#include "services/Paths.h"
 
 #include <QFileInfo>
 #include <QRegularExpression>
@@ -446,7 +447,7 @@ bool PreferenceSource::MayRepair()
     std::vector<XPreferenceRecord> records;
     try
     {
-        return QFileInfo::exists(m_path) ? XListPreferences(XFromQString(m_path), records) : true;
+        return !fileExists(XFromQString(m_path)) || XListPreferences(XFromQString(m_path), records);
     }
     catch (CXException* failure)
     {
@@ -460,7 +461,7 @@ template <class Change>
 Result PreferenceSource::Update(const std::wstring& id, Change change)
 {
     if (!TakeRepairPermission() && !MayRepair())
-        return {Outcome::kDamaged, {}};
+        return {Outcome::kDamaged, XInLanguage(u"The file is damaged.", u"Le fichier est endommagé.")};
     Result result;
     try
     {

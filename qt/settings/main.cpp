@@ -5,6 +5,7 @@
 #include "qt/toolkit/QtText.h"
 #include "qt/toolkit/Theme.h"
 #include "services/StartUp.h"
+#include "text/TextEncoding.h"
 #include "threads/CCustomThread.h"
 
 #include <QApplication>
@@ -33,7 +34,11 @@ int Run(int argumentCount, char** arguments)
     using namespace tev::browser;
     QStringList words;
     for (int i = 1; i < argumentCount; ++i)
-        words << QString::fromLocal8Bit(arguments[i]);
+    {
+        CXTString<wchar_t> word; // names of files may hold any bytes
+        XDecodePath(arguments[i], word);
+        words << XToQString(word);
+    }
     const CommandLine line = ParseCommandLine(words);
     if (line.m_isOver)
     {

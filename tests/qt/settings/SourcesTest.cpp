@@ -1,6 +1,8 @@
 #include "qt/settings/EditHistory.h"
 #include "tests/qt/settings/SettingsTesting.h"
+#include "text/TextEncoding.h"
 
+#include <filesystem>
 #include <functional>
 
 namespace
@@ -88,6 +90,24 @@ TEST(PreferenceSource, DamageIsShownAndDroppedOnlyWithPermission)
     EXPECT_EQ(Outcome::kDone,
               source.Apply(Edit({L"0000000300000007"}, L"00000001", IntValue(CCustomData::kUInt, 3), {})).m_outcome)
         << "no permission is needed any more";
+}
+
+TEST(PreferenceSource, NamesOfFilesMayHoldAnyBytes)
+{
+    const PreferenceFolder folder;
+    ASSERT_TRUE(folder.Save(kAcme, 2, [](CCustomData& store) { store.SetInt(1, 5); }));
+    folder.Write(folder.Bytes() + "behind");
+    const std::string path = folder.m_folder.filePath(QStringLiteral("a")).toStdString() + "\xff";
+    std::filesystem::copy_file(folder.m_file.toStdString(), path);
+    CXTString<wchar_t> decoded;
+    XDecodePath(path.c_str(), decoded);
+    PreferenceSource source(XToQString(decoded));
+    EXPECT_THAT(TextsOf(*source.ListNodes({})), ElementsAre(u"'ACME' 2", u"damaged, at offset 56!"));
+    const ValueEdit edit = Edit(StorePlace(), L"00000001", IntValue(CCustomData::kInt, 5), {});
+    EXPECT_EQ(Outcome::kDamaged, source.Apply(edit).m_outcome) << "it is not repaired without permission";
+    source.PermitRepair();
+    EXPECT_EQ(Outcome::kDone, source.Apply(edit).m_outcome);
+    EXPECT_TRUE(std::filesystem::remove(path + ".damaged") && std::filesystem::remove(path));
 }
 
 TEST(PreferenceSource, AFileThatCannotBeReadIsNotDamaged)
