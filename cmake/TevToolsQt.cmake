@@ -91,9 +91,13 @@ ASAN_OPTIONS=detect_stack_use_after_return=1")
     target_link_libraries(tevtools_pictures PRIVATE TevToolsQt Qt6::Widgets)
     add_test(NAME desktop.pictures COMMAND "${PROJECT_SOURCE_DIR}/scripts/pictures" --check)
     # A foreign project is built with what is installed.
+    set(sanitizer_flags "")
+    if(TEVTOOLS_SANITIZE)
+        set(sanitizer_flags "-fsanitize=${TEVTOOLS_SANITIZE}")
+    endif()
     add_test(NAME desktop.install COMMAND "${CMAKE_COMMAND}" "-DBUILD_DIR=${CMAKE_BINARY_DIR}"
         "-DSOURCE_DIR=${CMAKE_SOURCE_DIR}" "-DGENERATOR=${CMAKE_GENERATOR}" "-DCOMPILER=${CMAKE_CXX_COMPILER}"
-        "-DFLAGS=$<$<BOOL:${TEVTOOLS_SANITIZE}>:-fsanitize=${TEVTOOLS_SANITIZE}>"
+        "-DFLAGS=${sanitizer_flags}"
         -P "${CMAKE_SOURCE_DIR}/tests/qt/support/InstallTest.cmake")
     set_tests_properties(desktop.pictures desktop.install PROPERTIES LABELS desktop TIMEOUT 300)
     add_custom_target(desktop DEPENDS ${qt_tests} tev-crash-dialog)
