@@ -21,7 +21,7 @@ enum ZipOpenMode : int
     zipCreate = 2 ///< a new archive; an existing file is replaced when it is saved
 };
 
-/// From 1, the fastest, to 9, the smallest; other values are refused.
+/// From 1, the fastest, to 9, the smallest; the default is 6. Other values are refused.
 enum ZipCompressionLevel : int
 {
     zipLevelDefault = -1,

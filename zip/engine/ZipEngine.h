@@ -145,7 +145,7 @@ struct ZipAddition
     std::uint64_t size = 0;
     std::int64_t modified = 0;   ///< seconds since 1970-01-01 UTC
     unsigned permissions = 0644; ///< the nine bits of Unix
-    int level = -1;              ///< 0 stores, 1 is the fastest, 9 the smallest, -1 the engine's choice
+    int level = -1;              ///< 0 stores, 1 is the fastest, 9 the smallest, -1 stands for 6
     ZipEncryption encryption = ZipEncryption::None;
     Password password;
 };

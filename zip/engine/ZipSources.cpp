@@ -97,6 +97,11 @@ zip_int64_t ZipSource::Write(const void*, zip_uint64_t, zip_source_cmd_t)
     return Fail(ZIP_ER_OPNOTSUPP);
 }
 
+zip_int64_t ZipSource::Attributes(zip_file_attributes_t&)
+{
+    return Fail(ZIP_ER_OPNOTSUPP);
+}
+
 zip_int64_t ZipSource::Read(void* buffer, zip_uint64_t count)
 {
     if (m_bytes == nullptr)
@@ -162,6 +167,8 @@ zip_int64_t ZipSource::Answer(void* object, void* data, zip_uint64_t size, zip_s
         case ZIP_SOURCE_FREE:
             self.Freed();
             return 0;
+        case ZIP_SOURCE_GET_FILE_ATTRIBUTES:
+            return self.Attributes(*static_cast<zip_file_attributes_t*>(data));
         case ZIP_SOURCE_SEEK: {
             const std::uint64_t length = self.m_bytes != nullptr ? self.m_bytes->Size() : 0;
             const zip_int64_t position =

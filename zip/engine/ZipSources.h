@@ -56,6 +56,8 @@ public:
     /// The errno of the first failure to read or write since the last call; 0 when there was none.
     int TakeSystemFailure() { return std::exchange(m_systemFailure, 0); }
     void SetSaving(ZipSaving* saving) { m_saving = saving; }
+    /// libzip's number of the entry that the source was added as.
+    virtual void SetSlot(std::uint64_t) noexcept {}
 
 protected:
     virtual zip_int64_t Supported() const = 0;
@@ -63,6 +65,8 @@ protected:
     virtual void Close() = 0;
     virtual zip_int64_t Stat(zip_stat_t& status) = 0;
     virtual void Freed() {}
+    virtual zip_int64_t Read(void* buffer, zip_uint64_t count);
+    virtual zip_int64_t Attributes(zip_file_attributes_t& attributes);
     virtual zip_int64_t Write(const void* bytes, zip_uint64_t count, zip_source_cmd_t command);
 
     zip_int64_t Fail(int zipError, int errnoValue = 0);
@@ -75,7 +79,6 @@ protected:
 
 private:
     static zip_int64_t Answer(void* object, void* data, zip_uint64_t size, zip_source_cmd_t command);
-    zip_int64_t Read(void* buffer, zip_uint64_t count);
     zip_int64_t ReadThroughBlock(char* buffer, std::size_t count);
 
     int m_systemFailure = 0;
@@ -114,7 +117,7 @@ private:
     std::map<std::uint64_t, std::uint32_t> m_aesEntries; ///< where their headers are, and the checksums that they lose
 };
 
-/// What is added. Belongs to libzip.
+/// What is added as it is, or is encrypted. Belongs to libzip.
 class ZipAdditionSource final : public ZipSource
 {
 public:

@@ -2,6 +2,9 @@
 
 #include "tests/support/Testing.h"
 #include "tests/support/ZipMemory.h"
+#include "threads/WorkerCount.h"
+
+#include <random>
 
 namespace
 {
@@ -130,6 +133,111 @@ TEST(ZipEngine, ASaveThatIsCancelledOrFailsCommitsNothing)
     EXPECT_EQ(error.failure, ZipFailure::System);
     EXPECT_EQ(error.systemError, 2U);
     EXPECT_EQ(target.m_saved, archive);
+}
+
+/// Repeats 20,000 random bytes: what is looked back at lies in the block before.
+std::string Repeating(std::size_t size, unsigned seed)
+{
+    std::mt19937 random(seed);
+    std::string text(20000, ' ');
+    std::generate(text.begin(), text.end(), [&] { return static_cast<char>(random()); });
+    while (text.size() < size)
+        text += text.substr(0, std::min<std::size_t>(20000, size - text.size()));
+    return text.substr(0, size);
+}
+
+/// Ends before its size, or fails there.
+class EndingBytes final : public ZipBytes
+{
+public:
+    EndingBytes(std::string bytes, std::size_t end, int error) : m_bytes(std::move(bytes)), m_end(end), m_error(error)
+    {
+    }
+    std::uint64_t Size() const override { return m_bytes.size(); }
+    bool ReadAt(std::uint64_t offset, void* buffer, std::size_t count, std::size_t& delivered) override
+    {
+        delivered = std::min(count, m_end - std::min<std::size_t>(static_cast<std::size_t>(offset), m_end));
+        std::memcpy(buffer, m_bytes.data() + offset, delivered);
+        errno = m_error;
+        return m_error == 0 || delivered == count;
+    }
+
+private:
+    std::string m_bytes;
+    std::size_t m_end;
+    int m_error;
+};
+
+TEST(ZipEngine, EntriesAreDeflatedAlikeByAnyNumberOfThreads)
+{
+    constexpr std::size_t kBlock = 256 * 1024;
+    std::vector<std::pair<int, std::string>> files; // levels and contents
+    for (const std::size_t size :
+         {std::size_t{0}, std::size_t{1}, kBlock - 1, kBlock, kBlock + 1, 4 * kBlock, 3 * kBlock + 777})
+        files.emplace_back(static_cast<int>(files.size()) - 1, Repeating(size, static_cast<unsigned>(size)));
+    for (unsigned i = 0; i < 90; ++i)
+        files.emplace_back(1 + static_cast<int>(i % 9), Repeating(i * 297, i));
+    const unsigned before = OMPGetMaxThreadCount();
+    std::string first;
+    for (const unsigned threads : {1U, 2U, 5U})
+    {
+        OMPSetMaxThreadCount(threads);
+        const std::unique_ptr<ZipEngine> engine = ZipEngine::Create();
+        ZipError error;
+        for (std::size_t i = 0; i < files.size(); ++i)
+        {
+            ZipAddition addition = MemoryAddition(std::to_string(i), files[i].second);
+            addition.level = files[i].first;
+            ASSERT_TRUE(engine->Add(std::move(addition), error));
+        }
+        const std::string archive = Save(*engine);
+        first = first.empty() ? archive : first;
+        EXPECT_TRUE(archive == first) << threads << " threads";
+    }
+    OMPSetMaxThreadCount(before);
+
+    ZipError error;
+    const std::unique_ptr<ZipEngine> opened = OpenInMemory(first, error);
+    for (std::size_t i = 0; i < files.size(); ++i)
+    {
+        EXPECT_TRUE(ReadEntry(*opened, i, "", error) == files[i].second) << i;
+        ZipEntry entry;
+        ASSERT_TRUE(opened->Describe(i, entry, error));
+        EXPECT_EQ(entry.method, files[i].first == 0 ? 0 : 8) << i;
+        const std::size_t most = files[i].first != 0 ? 24000 + files[i].second.size() / 100 : files[i].second.size();
+        EXPECT_LE(entry.compressedSize, most) << i << ": the joints cost too much";
+    }
+}
+
+TEST(ZipEngine, WhatIsReadAheadFailsAsItWouldInItsTurn)
+{
+    constexpr std::size_t kEnd = 600000;
+    const std::string contents = Repeating(1000000, 1);
+    const auto save = [&](std::function<std::unique_ptr<ZipBytes>()> open, MemoryTarget& target, ZipError& error) {
+        const std::unique_ptr<ZipEngine> engine = ZipEngine::Create();
+        ZipAddition addition = MemoryAddition("b", contents);
+        addition.open = std::move(open);
+        EXPECT_TRUE(engine->Add(MemoryAddition("a", "first"), error) && engine->Add(std::move(addition), error) &&
+                    engine->Add(MemoryAddition("c", "last"), error));
+        return engine->Save(target, nullptr, error);
+    };
+    MemoryTarget target;
+    ZipError error;
+    EXPECT_FALSE(save([&] { return std::make_unique<EndingBytes>(contents, kEnd, EIO); }, target, error));
+    EXPECT_EQ(std::make_pair(error.failure, error.systemError), std::make_pair(ZipFailure::System, 23U));
+    const auto noFile = [] {
+        errno = ENOENT;
+        return std::unique_ptr<ZipBytes>();
+    };
+    EXPECT_FALSE(save(noFile, target, error));
+    EXPECT_EQ(std::make_pair(error.failure, error.systemError), std::make_pair(ZipFailure::System, 2U));
+    EXPECT_TRUE(target.m_saved.empty());
+
+    // A file that has become shorter is saved as it is now.
+    ASSERT_TRUE(save([&] { return std::make_unique<EndingBytes>(contents, kEnd, 0); }, target, error));
+    const std::unique_ptr<ZipEngine> opened = OpenInMemory(target.m_saved, error);
+    EXPECT_TRUE(ReadEntry(*opened, 1, "", error) == contents.substr(0, kEnd));
+    EXPECT_EQ(ReadEntry(*opened, 0, "", error) + ReadEntry(*opened, 2, "", error), "firstlast");
 }
 
 TEST(ZipEngine, MoreEntriesThan16BitsCount)
