@@ -1,0 +1,270 @@
+#include "qt/log/LogWindow.h"
+
+#include "qt/log/ColorDialog.h"
+#include "qt/log/LogView.h"
+#include "qt/log/PatternField.h"
+#include "qt/toolkit/QtText.h"
+#include "settings/CCustomData.h"
+#include "tests/qt/log/LogFiles.h"
+#include "text/Language.h"
+
+#include <gmock/gmock.h>
+
+#include <QAbstractButton>
+#include <QApplication>
+#include <QComboBox>
+#include <QDialogButtonBox>
+#include <QDropEvent>
+#include <QLabel>
+#include <QLineEdit>
+#include <QListWidget>
+#include <QMimeData>
+#include <QProcess>
+#include <QPushButton>
+#include <QStatusBar>
+#include <QUrl>
+
+using testing::Contains;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::Not;
+
+namespace
+{
+struct ShownWindow
+{
+    explicit ShownWindow(const LogFolder& folder) : m_window(CXTString<wchar_t>(folder.Path("settings.pref").wstring()))
+    {
+        m_window.show();
+        m_window.activateWindow();
+        EXPECT_TRUE(QTest::qWaitForWindowActive(&m_window));
+    }
+    bool WaitFor(const std::function<bool()>& condition) { return QTest::qWaitFor(condition, kDeadline); }
+    // Waits until the view shows these lines.
+    bool WaitForTexts(const std::vector<std::string>& texts)
+    {
+        return WaitFor([&] { return TextsOf(m_window.GetView().GetVisibleRows()) == texts; });
+    }
+    bool WaitForRow(std::uint64_t row)
+    {
+        return WaitFor([&] { return m_window.GetView().CurrentRow() == row; });
+    }
+
+    LogWindow m_window;
+};
+
+std::string ManyLines(int count, const std::string& text)
+{
+    std::string bytes;
+    for (int i = 0; i < count; ++i)
+        bytes += text + " " + std::to_string(i) + "\n";
+    return bytes;
+}
+} // namespace
+
+TEST(LogWindow, ShowsWhatIsWrittenAndWhatHappens)
+{
+    const LogFolder folder;
+    ShownWindow shown(folder);
+    shown.m_window.Open(folder.Write("a.log", "one\n"));
+    EXPECT_EQ(std::vector<std::string>{"one"}, TextsOf(shown.m_window.GetView().GetVisibleRows())); // at once
+    EXPECT_THAT(shown.m_window.windowTitle().toStdString(), HasSubstr("a.log"));
+    folder.Append("a.log", "two\n");
+    EXPECT_TRUE(shown.WaitForTexts({"one", "two"}));
+    folder.Write("a.log", "");
+    EXPECT_TRUE(shown.WaitFor([&] { return shown.m_window.GetEventText().contains(QStringLiteral("was cut")); }));
+    EXPECT_TRUE(shown.WaitForTexts({}));
+    std::filesystem::remove(folder.Path("a.log"));
+    EXPECT_TRUE(shown.WaitFor([&] { return shown.m_window.GetEventText().contains(QStringLiteral("was deleted")); }));
+    folder.Write("a.log", "new\n");
+    EXPECT_TRUE(shown.WaitForTexts({"new"}));
+}
+
+TEST(LogWindow, FiltersByWhatIsTyped)
+{
+    const LogFolder folder;
+    ShownWindow shown(folder);
+    shown.m_window.Open(folder.Write("a.log", "error 1\nfine\nERROR 2\n[L1] x\n[L3] y\n"));
+    QTest::keyClick(&shown.m_window, Qt::Key_L, Qt::ControlModifier);
+    QLineEdit& edit = shown.m_window.GetFilter().GetEdit();
+    ASSERT_TRUE(shown.WaitFor([&] { return edit.hasFocus(); }));
+    QTest::keyClicks(&edit, QStringLiteral("error"));
+    EXPECT_TRUE(shown.WaitForTexts({"error 1", "ERROR 2"})); // without a further key
+    QTest::keyClick(&edit, Qt::Key_Escape);
+    EXPECT_TRUE(shown.WaitForTexts({"error 1", "fine", "ERROR 2", "[L1] x", "[L3] y"}));
+    EXPECT_TRUE(shown.m_window.GetView().hasFocus());
+    QTest::keyClick(&shown.m_window.GetFilter().GetKind(), Qt::Key_End); // the prefix
+    QTest::keyClicks(&edit, QStringLiteral("l2"));
+    QTest::keyClick(&edit, Qt::Key_Return);
+    EXPECT_TRUE(shown.WaitForTexts({"[L1] x"}));
+}
+
+TEST(LogWindow, GoesFromMatchToMatchAndAround)
+{
+    const LogFolder folder;
+    ShownWindow shown(folder);
+    shown.m_window.Open(folder.Write("a.log", ManyLines(300, "line")));
+    QTest::keyClick(&shown.m_window, Qt::Key_F, Qt::ControlModifier);
+    QLineEdit& edit = shown.m_window.GetFind().GetEdit();
+    ASSERT_TRUE(shown.WaitFor([&] { return edit.hasFocus(); }));
+    QTest::keyClicks(&edit, QStringLiteral("line 20"));
+    EXPECT_TRUE(shown.WaitForRow(20)); // while typing
+    QTest::keyClick(&edit, Qt::Key_Return);
+    EXPECT_TRUE(shown.WaitForRow(200));
+    QTest::keyClick(&shown.m_window, Qt::Key_F3, Qt::ShiftModifier);
+    QTest::keyClick(&shown.m_window, Qt::Key_F3, Qt::ShiftModifier);
+    EXPECT_TRUE(shown.WaitForRow(209)); // the last one is before the first
+    QTest::keyClick(&shown.m_window, Qt::Key_F3);
+    EXPECT_TRUE(shown.WaitForRow(20));
+    QTest::keyClick(&edit, Qt::Key_Escape);
+    EXPECT_TRUE(edit.text().isEmpty());
+    EXPECT_TRUE(shown.m_window.GetView().hasFocus());
+}
+
+TEST(LogWindow, BeginsAtALineAndKeepsItWhenTheFilterChanges)
+{
+    const LogFolder folder;
+    ShownWindow shown(folder);
+    shown.m_window.Open(folder.Write("a.log", ManyLines(200000, "some line of the log")), 150001);
+    EXPECT_TRUE(shown.WaitForRow(150000));
+    QTest::keyClicks(&shown.m_window.GetFilter().GetEdit(), QStringLiteral("0"));
+    EXPECT_TRUE(shown.WaitFor([&] { return shown.m_window.GetDocument().GetStatus().m_isFiltered; }));
+    EXPECT_TRUE(shown.WaitFor([&] { return shown.m_window.GetView().CurrentLine() == 150000; }));
+    EXPECT_NE(150000U, shown.m_window.GetView().CurrentRow());
+}
+
+TEST(LogWindow, OpensWhatIsDropped)
+{
+    const LogFolder folder;
+    ShownWindow shown(folder);
+    QMimeData data;
+    data.setUrls({QUrl::fromLocalFile(XToQString(folder.Write("a b.log", "dropped\n")))});
+    QDragEnterEvent enter(QPoint(50, 50), Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
+    QApplication::sendEvent(&shown.m_window, &enter);
+    EXPECT_TRUE(enter.isAccepted());
+    QDropEvent drop(QPointF(50, 50), Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
+    QApplication::sendEvent(&shown.m_window, &drop);
+    EXPECT_TRUE(shown.WaitForTexts({"dropped"}));
+}
+
+TEST(LogWindow, KeepsItsSettings)
+{
+    const LogFolder folder;
+    const CXTString<wchar_t> settings(folder.Path("settings.pref").wstring());
+    const CXTString<wchar_t> path = folder.Write("a.log", "one\n");
+    {
+        ShownWindow shown(folder);
+        shown.m_window.Open(path);
+        shown.m_window.FindAction("follow")->trigger();
+        shown.m_window.FindAction("theme2")->trigger();
+        shown.m_window.FindAction("numbers")->trigger();
+        // Another window opens another file meanwhile.
+        LogSettings other = LogSettings::Load(settings);
+        other.AddRecent(L"/tmp/other.log");
+        EXPECT_TRUE(other.Save(settings));
+        shown.m_window.close();
+    }
+    LogSettings loaded = LogSettings::Load(settings);
+    EXPECT_TRUE(loaded.m_isFollowing);
+    EXPECT_EQ(tev::ColorTheme::Dark, loaded.m_theme);
+    EXPECT_FALSE(loaded.m_hasLineNumbers);
+    EXPECT_EQ(LogColors::DefaultRules(), loaded.m_rules);
+    EXPECT_THAT(loaded.m_recent, ElementsAre(path, CXTString<wchar_t>(L"/tmp/other.log")));
+    loaded.m_rules = {{{PatternKind::Wildcard, QStringLiteral("\u00e9*"), true}, RuleColor::Custom, 0xFF123456}};
+    ASSERT_TRUE(loaded.Save(settings));
+    EXPECT_EQ(loaded.m_rules, LogSettings::Load(settings).m_rules);
+    loaded.m_rules.clear();
+    ASSERT_TRUE(loaded.Save(settings));
+    EXPECT_TRUE(LogSettings::Load(settings).m_rules.empty());
+    folder.Write("settings.pref", "damaged");
+    EXPECT_EQ(LogColors::DefaultRules(), LogSettings::Load(settings).m_rules);
+    tev::SetColorTheme(tev::ColorTheme::System);
+}
+
+TEST(ColorDialog, ChangesTheRules)
+{
+    ColorDialog dialog(LogColors::DefaultRules());
+    dialog.show();
+    auto& list = *dialog.findChild<QListWidget*>();
+    auto& pattern = *dialog.findChild<PatternField*>();
+    const auto press = [&](const char16_t* text) {
+        for (QPushButton* const button : dialog.findChildren<QPushButton*>())
+        {
+            if (button->text() == QStringView(text))
+                return QTest::mouseClick(button, Qt::LeftButton);
+        }
+        FAIL();
+    };
+    press(u"&Remove");
+    press(u"&Add");
+    QTest::keyClicks(&pattern.GetEdit(), QStringLiteral("mesh"));
+    press(u"Move &Up");
+    press(u"Move &Up");
+    press(u"&Add"); // without a text it is left out
+    std::vector<std::string> texts;
+    for (const ColorRule& rule : dialog.GetRules())
+        texts.push_back(rule.m_pattern.m_text.toStdString());
+    EXPECT_THAT(texts, ElementsAre("erreur", "mesh", "warning", "avertissement"));
+    EXPECT_EQ(5, list.count());
+    list.setCurrentRow(1);
+    EXPECT_EQ(QStringLiteral("mesh"), pattern.GetPattern().m_text);
+}
+
+// Every control says what it is, and no text is cut, in both languages and with texts half as long again.
+TEST(LogWindow, CanBeReadByAll)
+{
+    const LogFolder folder;
+    const XLanguage before = XGetLanguage();
+    for (const auto& [language, lengthens] : {std::pair(XLanguage::English, false), std::pair(XLanguage::French, false),
+                                              std::pair(XLanguage::English, true)})
+    {
+        XSetLanguage(language);
+        XLengthenTexts(lengthens);
+        ShownWindow shown(folder);
+        shown.m_window.Open(folder.Write("a.log", "one\n"));
+        shown.m_window.FindAction("find")->trigger();
+        ColorDialog dialog(LogColors::DefaultRules());
+        dialog.show();
+        ASSERT_TRUE(QTest::qWaitForWindowExposed(&dialog));
+        QWidget* const windows[] = {&shown.m_window, &dialog};
+        for (QWidget* const window : windows)
+        {
+            for (QWidget* const widget : window->findChildren<QWidget*>())
+            {
+                const auto* const button = qobject_cast<QAbstractButton*>(widget);
+                const auto* const label = qobject_cast<QLabel*>(widget);
+                if (!widget->isVisible() || widget->metaObject()->className() == QByteArray("QLineEditIconButton"))
+                    continue;
+                const bool takesFocus =
+                    widget->focusPolicy() != Qt::NoFocus && widget->focusProxy() == nullptr && widget->isEnabled();
+                const bool isNamed =
+                    !widget->accessibleName().isEmpty() || (button != nullptr && !button->text().isEmpty());
+                EXPECT_TRUE(!takesFocus || isNamed) << widget->metaObject()->className();
+                const bool isWhole = button != nullptr || (label != nullptr && !label->wordWrap() &&
+                                                           label->parentWidget() != shown.m_window.statusBar());
+                EXPECT_TRUE(!isWhole || widget->width() >= widget->minimumSizeHint().width())
+                    << widget->accessibleName().toStdString();
+            }
+        }
+    }
+    XLengthenTexts(false);
+    XSetLanguage(before);
+}
+
+TEST(TevLog, AnswersOnTheCommandLine)
+{
+    const auto run = [](const QStringList& arguments) {
+        QProcess process;
+        process.start(QCoreApplication::applicationDirPath() + QStringLiteral("/tev-log"), arguments);
+        EXPECT_TRUE(process.waitForFinished(kDeadline));
+        return std::make_pair(
+            process.exitCode(),
+            QString::fromUtf8(process.readAllStandardOutput() + process.readAllStandardError()).toStdString());
+    };
+    EXPECT_THAT(run({QStringLiteral("--help")}), testing::Pair(0, HasSubstr("usage: tev-log [FILE]")));
+    EXPECT_THAT(run({QStringLiteral("--version")}), testing::Pair(0, HasSubstr("tev-log 0.")));
+    for (const QStringList& wrong :
+         {QStringList{QStringLiteral("--lines")}, QStringList{QStringLiteral("--line"), QStringLiteral("0")},
+          QStringList{QStringLiteral("a"), QStringLiteral("b")}})
+        EXPECT_THAT(run(wrong), testing::Pair(2, HasSubstr("wrong argument")));
+}
