@@ -19,7 +19,7 @@ namespace
 {
 constexpr std::size_t kBlockSize = 256 * 1024; // of smaller ones the joints would show in the archive's size
 constexpr std::size_t kReadSize = 64 * 1024;   // between two reports of progress
-constexpr std::size_t kWindowSize = 32 * 1024; // how far deflate looks back
+constexpr std::size_t kDictionarySize = 32 * 1024; // how far deflate looks back
 constexpr std::size_t kBlocksOfThread = 4;
 constexpr unsigned kMostThreads = 16;
 constexpr std::size_t kMostBlocks = 256; // of small files
@@ -233,7 +233,7 @@ bool ZipDeflation::ReadBlock()
     }
     else
     {
-        m_window.assign(plain.end() - kWindowSize, plain.end());
+        m_window.assign(plain.end() - kDictionarySize, plain.end());
     }
     m_blocks.push_back(std::move(block));
     return true;
