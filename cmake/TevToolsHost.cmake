@@ -40,3 +40,8 @@ target_link_libraries(tevtools_qt_host PUBLIC tevtools_host_model TevToolsQt Qt6
 target_compile_definitions(tevtools_qt_host INTERFACE
     HOST_PLUGIN_DIR="${host_plugin_dir}" HOST_NEWER_PLUGIN_DIR="${host_plugin_dir-newer}")
 add_dependencies(tevtools_qt_host ${host_plugins})
+
+add_executable(host "${PROJECT_SOURCE_DIR}/examples/host/main.cpp")
+tevtools_configure_qt(host)
+target_link_libraries(host PRIVATE tevtools_qt_host)
+list(APPEND qt_tests host)

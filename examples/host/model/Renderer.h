@@ -16,7 +16,7 @@ struct View
     float m_pitch = 0.4F; ///< upwards
     float m_zoom = 1.0F;
     bool m_asWires = false;
-    CRGBColor m_background{24, 28, 34};
+    CRGBColor m_background{0x70, 0x78, 0x80};
 };
 
 /// Draws meshes into an image without any other help. It works on as many threads as parallel loops have. One thread at a time.

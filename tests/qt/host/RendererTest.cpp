@@ -103,7 +103,7 @@ TEST(Renderer, DrawsAnyNumbersOfAMeshWithinTheImage)
             Drawn(mesh, view);
         }
     }
-    EXPECT_EQ(Drawn(Mesh(), View()).m_pixels, std::vector<unsigned>(40000, 0xFF181C22)) << "nothing";
+    EXPECT_EQ(Drawn(Mesh(), View()).m_pixels, std::vector<unsigned>(40000, 0xFF707880)) << "nothing";
     Image empty;
     Renderer().Draw({}, View(), empty);
     EXPECT_TRUE(empty.m_pixels.empty());

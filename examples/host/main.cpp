@@ -1,0 +1,64 @@
+// A host application that lives on the library: it opens models and scenes, shows them, and lets plug-ins add to them.
+// usage: host [--plug-ins FOLDER] [FILE]
+
+#include "examples/host/window/HostWindow.h"
+#include "qt/toolkit/QtText.h"
+#include "qt/toolkit/Theme.h"
+
+#include <QApplication>
+#include <QCommandLineParser>
+
+namespace
+{
+int ReportEachCrash(CCrashHandler*)
+{
+    return 1;
+}
+
+void RunWindow(const QCommandLineParser& arguments, const host::PlugIns& plugIns)
+{
+    host::HostWindow window(GetUserApplicationDataPath() / L"host.prefs", plugIns);
+    window.show();
+    if (!arguments.positionalArguments().isEmpty())
+        window.Open(XFromQString(arguments.positionalArguments().constFirst()));
+    QApplication::exec();
+}
+} // namespace
+
+int main(int argumentCount, char** arguments)
+{
+    InitFerngateApplication();
+    XSetApplicationName(L"host");
+    QApplication application(argumentCount, arguments);
+    tev::SetUpProgram(QStringLiteral("host"), XInLanguage(u"Host", u"H\u00f4te"));
+    QCommandLineParser parser;
+    const QCommandLineOption plugInFolder(
+        QStringLiteral("plug-ins"), XInLanguage(u"Folder of plug-ins", u"Dossier des modules"),
+        QStringLiteral("folder"), QApplication::applicationDirPath() + QStringLiteral("/host-plugins"));
+    parser.addOption(plugInFolder);
+    parser.addPositionalArgument(QStringLiteral("file"),
+                                 XInLanguage(u"A model or a scene", u"Un mod\u00e8le ou une sc\u00e8ne"));
+    parser.addHelpOption();
+    parser.process(application);
+
+    SetLogFile(L"host.log", xLogAppend, 0xFF);
+    CrashInstall(ReportEachCrash, L"Host", L"1.0", xCrashReport);
+    CrashThreadInstall();
+    host::RegisterFileTypes();
+    try
+    {
+        host::PlugIns plugIns;
+        plugIns.Open(XFromQString(parser.value(plugInFolder)));
+        RunWindow(parser, plugIns);
+        CCustomThread::WaitEndOfThreads(true); // plug-ins are closed after their workers
+    }
+    catch (CXException* e)
+    {
+        WriteToLogFile(L"ends: %s\n", XGetExceptionText(e));
+        e->Delete();
+    }
+    CrashThreadUninstall();
+    CrashUninstall();
+    CloseLogFile();
+    return 0;
+}

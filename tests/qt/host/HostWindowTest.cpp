@@ -1,0 +1,337 @@
+#include "examples/host/window/HostWindow.h"
+#include "examples/host/window/CrashWays.h"
+#include "examples/host/window/Viewport.h"
+#include "qt/toolkit/QtText.h"
+#include "tests/qt/host/HostTesting.h"
+
+#include <QAbstractButton>
+#include <QApplication>
+#include <QDoubleSpinBox>
+#include <QDropEvent>
+#include <QLabel>
+#include <QListWidget>
+#include <QMenuBar>
+#include <QMimeData>
+#include <QTest>
+#include <atomic>
+
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define HOST_SANITIZED
+#endif
+#endif
+
+namespace host
+{
+namespace
+{
+constexpr int kTimeMs = 60000; ///< after which a test gives up
+
+class HostWindowTest : public HostTest
+{
+protected:
+    HostWindowTest() { m_plugIns.Open(fs::path(HOST_PLUGIN_DIR)); }
+
+    CPathString PreferencePath() const { return m_folder / L"host.prefs"; }
+    std::unique_ptr<HostWindow> NewWindow(const PlugIns& plugIns) const
+    {
+        auto window = std::make_unique<HostWindow>(PreferencePath(), plugIns);
+        window->show();
+        EXPECT_TRUE(QTest::qWaitForWindowExposed(window.get(), kTimeMs));
+        return window;
+    }
+    std::unique_ptr<HostWindow> NewWindow() const { return NewWindow(m_plugIns); }
+
+    /// A model that takes a while to read.
+    CPathString LargeModel() const
+    {
+        std::string text;
+        for (int i = 0; i < 300'000; ++i)
+            text += "v " + std::to_string(i) + " 0.125 17\nf -1 -1 -1\n";
+        return Write(L"large.obj", text);
+    }
+
+    PlugIns m_plugIns;
+};
+
+void WaitUntilOpened(const HostWindow& window)
+{
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !window.IsLoading(); }, kTimeMs));
+}
+
+void OpenAndWait(HostWindow& window, const CPathString& path)
+{
+    window.Open(path);
+    WaitUntilOpened(window);
+}
+
+/// As a person does with the keyboard: opens the menu and chooses the entry.
+void Choose(const HostWindow& window, const QString& menuTitle, const QString& entry)
+{
+    for (QAction* const top : window.menuBar()->actions())
+    {
+        if (top->text() != menuTitle)
+            continue;
+        QMenu* const menu = top->menu();
+        menu->popup(window.mapToGlobal(QPoint(10, 10)));
+        ASSERT_TRUE(QTest::qWaitForWindowExposed(menu, kTimeMs));
+        for (QAction* const action : menu->actions())
+        {
+            if (action->text() != entry)
+                continue;
+            QTest::mouseClick(menu, Qt::LeftButton, {}, menu->actionGeometry(action).center());
+            return;
+        }
+    }
+    FAIL() << "no entry " << entry.toStdString();
+}
+
+QString NoticeOf(const HostWindow& window)
+{
+    for (const QLabel* const label : window.centralWidget()->findChildren<QLabel*>())
+    {
+        if (label->isVisible())
+            return label->text();
+    }
+    return {};
+}
+
+QAbstractButton* ButtonOf(const HostWindow& window, const QString& text)
+{
+    for (QAbstractButton* const button : window.findChildren<QAbstractButton*>())
+    {
+        if (button->text() == text)
+            return button;
+    }
+    return nullptr;
+}
+
+std::size_t TrianglesOf(const HostWindow& window)
+{
+    return window.GetScene().m_shapes.empty() ? 0 : window.GetScene().m_shapes[0]->MakeMesh()->m_triangles.size();
+}
+} // namespace
+
+TEST_F(HostWindowTest, OpensAModelAndShowsIt)
+{
+    const std::unique_ptr<HostWindow> window = NewWindow();
+    auto* const viewport = window->findChild<Viewport*>();
+    const QImage before = viewport->grab().toImage();
+    OpenAndWait(*window, Sample(L"archives/pawn.zip"));
+    EXPECT_GT(TrianglesOf(*window), 100u);
+    const QImage shown = viewport->grab().toImage();
+    EXPECT_NE(before, shown);
+    QTest::mousePress(viewport, Qt::LeftButton, {}, QPoint(100, 50));
+    QTest::mouseMove(viewport, QPoint(140, 50));
+    QTest::mouseRelease(viewport, Qt::LeftButton, {}, QPoint(140, 50));
+    EXPECT_TRUE(QTest::qWaitFor([&] { return std::fabs(viewport->GetView().m_yaw - 1.0F) < 1e-3F; }, kTimeMs));
+    QTest::keyClick(viewport, Qt::Key_Plus);
+    EXPECT_FLOAT_EQ(1.2F, viewport->GetView().m_zoom);
+    EXPECT_NE(shown, viewport->grab().toImage());
+}
+
+TEST_F(HostWindowTest, WhatCannotBeOpenedIsToldAndLeavesTheScene)
+{
+    const std::unique_ptr<HostWindow> window = NewWindow();
+    OpenAndWait(*window, Sample(L"pawn.obj"));
+    const std::size_t before = TrianglesOf(*window);
+    const std::pair<CPathString, const char16_t*> rows[] = {
+        {Write(L"bad.obj", "v 1 2 3\nf 1 2 3\n"), u"line 2"},
+        {Write(L"bad.tevscene", "no scene"), u"cannot be opened"},
+        {m_folder / L"gone.obj", u"gone.obj"},
+        {Write(L"text.txt", "x"), u"neither"},
+    };
+    for (const auto& [path, said] : rows)
+    {
+        OpenAndWait(*window, path);
+        EXPECT_TRUE(NoticeOf(*window).contains(said)) << NoticeOf(*window).toStdString();
+        EXPECT_EQ(before, TrianglesOf(*window));
+    }
+}
+
+TEST_F(HostWindowTest, OpeningEndsWhenItIsCancelledAndWhenTheWindowCloses)
+{
+    const CPathString path = LargeModel();
+    std::unique_ptr<HostWindow> window = NewWindow();
+    window->Open(path);
+    QAbstractButton* const cancel = ButtonOf(*window, QStringLiteral("Cancel"));
+    ASSERT_TRUE(cancel != nullptr && cancel->isVisible());
+    QTest::mouseClick(cancel, Qt::LeftButton);
+    EXPECT_FALSE(window->IsLoading());
+    EXPECT_EQ(0u, TrianglesOf(*window));
+    EXPECT_FALSE(cancel->isVisible());
+    EXPECT_EQ(QString(), NoticeOf(*window)) << "who cancels knows it";
+    window->Open(path);
+    window->Open(Sample(L"pawn.obj"));
+    WaitUntilOpened(*window);
+    EXPECT_NE(600'000u, TrianglesOf(*window)) << "the latest counts";
+    window->Open(path);
+    window->close();
+    EXPECT_FALSE(window->IsLoading());
+    window->Open(path);
+    window.reset();
+    EXPECT_EQ(0u, CCustomThread::GetRunningThreadCount());
+}
+
+TEST_F(HostWindowTest, OpensWhatIsDroppedOnIt)
+{
+    const std::unique_ptr<HostWindow> window = NewWindow();
+    QMimeData data;
+    data.setUrls({QUrl::fromLocalFile(XToQString(Sample(L"pawn.obj")))});
+    QDragEnterEvent enter(QPoint(5, 5), Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
+    QApplication::sendEvent(window.get(), &enter);
+    EXPECT_TRUE(enter.isAccepted());
+    QDropEvent drop(QPointF(5, 5), Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
+    QApplication::sendEvent(window.get(), &drop);
+    WaitUntilOpened(*window);
+    EXPECT_GT(TrianglesOf(*window), 100u);
+}
+
+TEST_F(HostWindowTest, OffersToLoadAChangedFileAgain)
+{
+    const CPathString path = Write(L"a.obj", "v 1 1 1\nv 2 1 1\nv 2 2 1\nf 1 2 3\n");
+    const std::unique_ptr<HostWindow> window = NewWindow();
+    OpenAndWait(*window, path);
+    Write(L"b.obj", "another file");
+    QAbstractButton* const reload = ButtonOf(*window, QStringLiteral("Load again"));
+    ASSERT_NE(nullptr, reload);
+    EXPECT_FALSE(reload->isVisible());
+    Write(L"new.obj", "v 1 1 1\nv 2 1 1\nv 2 2 1\nf 1 2 3\nf 3 2 1\n");
+    fs::rename(fs::path(m_folder / L"new.obj"), fs::path(path)); // as programs save
+    ASSERT_TRUE(QTest::qWaitFor([&] { return reload->isVisible(); }, kTimeMs));
+    QTest::mouseClick(reload, Qt::LeftButton);
+    WaitUntilOpened(*window);
+    EXPECT_EQ(2u, TrianglesOf(*window));
+    EXPECT_FALSE(reload->isVisible());
+}
+
+TEST_F(HostWindowTest, TwoCopiesShareTheirSettings)
+{
+    std::unique_ptr<HostWindow> one = NewWindow();
+    const std::unique_ptr<HostWindow> other = NewWindow();
+    const CPathString path = Write(L"a.obj", "v 1 1 1\n");
+    OpenAndWait(*one, path);
+    OpenAndWait(*other, Sample(L"pawn.obj"));
+    EXPECT_THAT(Preferences(PreferencePath()).GetRecentFiles(), testing::ElementsAre(Sample(L"pawn.obj"), path));
+    OpenAndWait(*other, path);
+    EXPECT_THAT(Preferences(PreferencePath()).GetRecentFiles(), testing::ElementsAre(path, Sample(L"pawn.obj")));
+    Choose(*one, QStringLiteral("&View"), QStringLiteral("As &wires"));
+    EXPECT_TRUE(one->findChild<Viewport*>()->GetView().m_asWires);
+    one->resize(777, 555);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return one->size() == QSize(777, 555); }, kTimeMs));
+    one->close();
+    one = NewWindow();
+    EXPECT_TRUE(one->findChild<Viewport*>()->GetView().m_asWires);
+    EXPECT_EQ(QSize(777, 555), one->size());
+}
+
+TEST_F(HostWindowTest, ShapesOfPlugInsAreEditedSavedAndKept)
+{
+    const CPathString path = m_folder / L"a.tevscene";
+    std::unique_ptr<HostWindow> window = NewWindow();
+    Choose(*window, QStringLiteral("&Insert"), QStringLiteral("example.Torus"));
+    const auto segments = window->findChildren<QDoubleSpinBox*>();
+    ASSERT_EQ(3, segments.size());
+    segments[2]->setFocus();
+    segments[2]->selectAll();
+    QTest::keyClicks(segments[2], QStringLiteral("5"));
+    QTest::keyClick(segments[2], Qt::Key_Return);
+    EXPECT_EQ(50u, TrianglesOf(*window));
+    window->Save(path);
+    EXPECT_EQ(QString(), NoticeOf(*window));
+    window = NewWindow();
+    OpenAndWait(*window, path);
+    EXPECT_EQ(50u, TrianglesOf(*window));
+
+    const PlugIns none;
+    window.reset();
+    m_plugIns.Close();
+    window = NewWindow(none);
+    OpenAndWait(*window, path);
+    EXPECT_TRUE(NoticeOf(*window).endsWith(QStringLiteral(": example.Torus"))) << NoticeOf(*window).toStdString();
+    window->Save(path);
+    window.reset();
+    m_plugIns.Open(fs::path(HOST_PLUGIN_DIR));
+    window = NewWindow();
+    OpenAndWait(*window, path);
+    EXPECT_EQ(50u, TrianglesOf(*window));
+}
+
+TEST_F(HostWindowTest, WorkersOfPlugInsTellThePersonAndEndBeforeTheirPlugIns)
+{
+    class Listener : public CUserInterface
+    {
+    public:
+        void Notify(const CXTString<wchar_t>&, const CXTString<wchar_t>& text, const CXTString<wchar_t>&) override
+        {
+            m_isRight = text == L"The surface is 0.5.";
+            m_isTold = true;
+        }
+        std::atomic<bool> m_isRight{false};
+        std::atomic<bool> m_isTold{false};
+    } listener;
+    CUserInterface* const before = XSetUserInterface(&listener);
+    {
+        const std::unique_ptr<HostWindow> window = NewWindow();
+        OpenAndWait(*window, Write(L"a.obj", "v 0 0 0\nv 1 0 0\nv 0 1 0\nf 1 2 3\n"));
+        Choose(*window, QStringLiteral("&Tools"), QStringLiteral("Measure the surface"));
+        EXPECT_TRUE(QTest::qWaitFor([&] { return listener.m_isTold.load(); }, kTimeMs));
+        EXPECT_TRUE(listener.m_isRight);
+        for (int i = 0; i < 20; ++i)
+            Choose(*window, QStringLiteral("&Tools"), QStringLiteral("Measure the surface"));
+    }
+    CCustomThread::WaitEndOfThreads(false);
+    m_plugIns.Close();
+    XSetUserInterface(before);
+}
+
+namespace
+{
+/// In a process of its own, whose only thread besides is the reporter.
+void CrashByMenu(const CPathString& folder, const CPathString& preferences, const PlugIns& plugIns, const QString& menu,
+                 const QString& entry)
+{
+    XSetApplicationName(L"host");
+    SetLogFile(folder / L"host.log", xLogCreate, 0xFF);
+    CrashInstall(nullptr, L"Host", L"1.0", xCrashReport);
+    CrashThreadInstall();
+    XSetCrashErrorOutput(true);
+    HostWindow window(preferences, plugIns);
+    window.show();
+    OpenAndWait(window, CPathString(fs::path(TEVTOOLS_SOURCE_DIR) / "examples/data/pawn.obj"));
+    Choose(window, menu, entry);
+    static_cast<void>(QTest::qWaitFor([&] { return !NoticeOf(window).isEmpty(); }, kTimeMs));
+    std::fprintf(stderr, "goes on: %s\n", NoticeOf(window).toUtf8().constData());
+    std::_Exit(0);
+}
+} // namespace
+
+TEST_F(HostWindowTest, EachWayToCrashMakesAReport)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+#if defined(HOST_SANITIZED) || defined(__SANITIZE_ADDRESS__)
+    constexpr bool kHasSignals = false;
+#else
+    constexpr bool kHasSignals = true;
+#endif
+    for (int i = 0; i < kCrashWayCount; ++i)
+    {
+        const CrashWay& way = kCrashWays[i];
+        const QString name = XInLanguage(way.m_english, way.m_french);
+        if (way.m_isSignal && !kHasSignals)
+            continue;
+        EXPECT_EXIT(CrashByMenu(m_folder, PreferencePath(), m_plugIns, QStringLiteral("&Crash"), name),
+                    testing::ExitedWithCode(way.m_ends ? 1 : 0),
+                    way.m_ends ? "DebugReport.*\\.zip" : "goes on: [A-Za-z]")
+            << name.toStdString();
+    }
+    if (!kHasSignals)
+        return;
+    EXPECT_EXIT(
+        CrashByMenu(m_folder, PreferencePath(), m_plugIns, QStringLiteral("&Crash"), QStringLiteral("While loading")),
+        testing::ExitedWithCode(1), "DebugReport.*\\.zip");
+    EXPECT_EXIT(CrashByMenu(m_folder, PreferencePath(), m_plugIns, QStringLiteral("&Tools"),
+                            QStringLiteral("Crash in a plug-in")),
+                testing::ExitedWithCode(1), "DebugReport.*\\.zip");
+}
+} // namespace host
