@@ -184,7 +184,7 @@ endif()
 
 # Examples get the folder of the sample inputs as argument and run in a folder of their own, with a registry of their
 # own.
-file(GLOB example_sources CONFIGURE_DEPENDS examples/*.cpp)
+file(GLOB example_sources CONFIGURE_DEPENDS examples/*.cpp examples/tutorial/step*.cpp)
 foreach(source IN LISTS example_sources)
     get_filename_component(name "${source}" NAME_WE)
     set(run_dir "${PROJECT_BINARY_DIR}/examples/${name}")
@@ -192,6 +192,9 @@ foreach(source IN LISTS example_sources)
     add_executable(example_${name} "${source}")
     tevtools_configure(example_${name})
     target_link_libraries(example_${name} PRIVATE TevTools)
+    if(source MATCHES "/tutorial/")
+        target_sources(example_${name} PRIVATE examples/tutorial/Model.cpp)
+    endif()
     add_test(NAME example.${name} COMMAND example_${name} "${PROJECT_SOURCE_DIR}/examples/data"
         WORKING_DIRECTORY "${run_dir}")
     # Their data is kept there and nowhere else.
