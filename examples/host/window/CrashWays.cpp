@@ -85,7 +85,7 @@ const CrashWay kCrashWays[] = {
     {u"Overflow the stack", u"D\u00e9border la pile", true, true, OverflowStack},
     {u"Throw past all handlers", u"Lever une exception non trait\u00e9e", false, true, ThrowPastAll},
     {u"Call a pure virtual function", u"Appeler une fonction virtuelle pure", false, false, CallPureFunction},
-    {u"Take all memory", u"Prendre toute la m\u00e9moire", false, false, TakeAllMemory},
+    {u"Take all memory", u"Prendre toute la m\u00e9moire", true, false, TakeAllMemory},
     {u"Pass an invalid parameter", u"Passer un param\u00e8tre invalide", false, false, PassInvalidParameter},
     {u"Abort", u"Abandonner", true, true, [] { std::abort(); }},
     {u"Floating-point error", u"Erreur de virgule flottante", true, true, [] { std::raise(SIGFPE); }},

@@ -7,8 +7,8 @@ struct CrashWay
 {
     const char16_t* m_english;
     const char16_t* m_french;
-    bool m_isSignal; ///< which a sanitizer reports itself
-    bool m_ends;     ///< the process; else an exception of the library is thrown
+    bool m_isReportedBySanitizers; ///< themselves, before the program learns of it
+    bool m_ends;                   ///< the process; else an exception of the library is thrown
     void (*m_crash)();
 };
 

@@ -3,6 +3,7 @@
 #include "examples/host/window/Viewport.h"
 #include "qt/toolkit/QtText.h"
 #include "tests/qt/host/HostTesting.h"
+#include "tests/support/Sanitized.h"
 
 #include <QAbstractButton>
 #include <QApplication>
@@ -14,12 +15,6 @@
 #include <QMimeData>
 #include <QTest>
 #include <atomic>
-
-#if defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define HOST_SANITIZED
-#endif
-#endif
 
 namespace host
 {
@@ -309,23 +304,18 @@ void CrashByMenu(const CPathString& folder, const CPathString& preferences, cons
 TEST_F(HostWindowTest, EachWayToCrashMakesAReport)
 {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
-#if defined(HOST_SANITIZED) || defined(__SANITIZE_ADDRESS__)
-    constexpr bool kHasSignals = false;
-#else
-    constexpr bool kHasSignals = true;
-#endif
     for (int i = 0; i < kCrashWayCount; ++i)
     {
         const CrashWay& way = kCrashWays[i];
         const QString name = XInLanguage(way.m_english, way.m_french);
-        if (way.m_isSignal && !kHasSignals)
+        if (way.m_isReportedBySanitizers && tev::test::kIsSanitized)
             continue;
         EXPECT_EXIT(CrashByMenu(m_folder, PreferencePath(), m_plugIns, QStringLiteral("&Crash"), name),
                     testing::ExitedWithCode(way.m_ends ? 1 : 0),
                     way.m_ends ? "DebugReport.*\\.zip" : "goes on: [A-Za-z]")
             << name.toStdString();
     }
-    if (!kHasSignals)
+    if (tev::test::kIsSanitized)
         return;
     EXPECT_EXIT(
         CrashByMenu(m_folder, PreferencePath(), m_plugIns, QStringLiteral("&Crash"), QStringLiteral("While loading")),
