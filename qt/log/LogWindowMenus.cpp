@@ -89,7 +89,7 @@ void LogWindow::ShowRecent()
         QString text =
             fontMetrics().elidedText(XToQString(path), Qt::ElideMiddle, fontMetrics().averageCharWidth() * 60);
         QAction* const action = m_recentMenu->addAction(text.replace(u'&', QStringLiteral("&&")));
-        action->setToolTip(XToQString(path));
+        action->setToolTip(XPlainToolTip(XToQString(path)));
         connect(action, &QAction::triggered, this, [this, path] { Open(path); });
     }
     m_recentMenu->setToolTipsVisible(true);

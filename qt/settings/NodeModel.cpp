@@ -276,7 +276,7 @@ QVariant NodeModel::data(const QModelIndex& index, int role) const
     case Qt::DisplayRole:
         return Escaped(node.m_item.m_text);
     case Qt::ToolTipRole:
-        return PlainToolTip(fault.isEmpty() ? Escaped(node.m_item.m_text) : fault);
+        return XPlainToolTip(fault.isEmpty() ? Escaped(node.m_item.m_text) : fault);
     case Qt::AccessibleTextRole:
         return Escaped(node.m_item.m_text) + (fault.isEmpty() ? QString() : QStringLiteral(", ") + fault);
     case Qt::DecorationRole:

@@ -1,7 +1,5 @@
 #include "qt/settings/SettingsSource.h"
 
-#include <QTextDocument>
-
 namespace tev::browser
 {
 Lister::~Lister() = default;
@@ -18,11 +16,6 @@ bool ItemList::Next(Item& item)
         return false;
     item = m_items[m_next++];
     return true;
-}
-
-QString PlainToolTip(const QString& text)
-{
-    return Qt::mightBeRichText(text) ? text.toHtmlEscaped() : text;
 }
 
 QString CodeText(unsigned code)

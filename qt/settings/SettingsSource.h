@@ -189,8 +189,6 @@ private:
     std::size_t m_next = 0;
 };
 
-/// For tool tips, which would take some texts for HTML.
-QString PlainToolTip(const QString& text);
 /// Four letters, or the number where it is none.
 QString CodeText(unsigned code);
 /// A number of 32 bits, also in hexadecimal, or four letters.

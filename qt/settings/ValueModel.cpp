@@ -165,8 +165,8 @@ QVariant ValueModel::data(const QModelIndex& index, int role) const
         role != Qt::AccessibleTextRole)
         return {};
     if (role == Qt::ToolTipRole)
-        return PlainToolTip(RowOf(item).m_fault.isEmpty() ? data(index, Qt::DisplayRole).toString()
-                                                          : RowOf(item).m_fault);
+        return XPlainToolTip(RowOf(item).m_fault.isEmpty() ? data(index, Qt::DisplayRole).toString()
+                                                           : RowOf(item).m_fault);
     if (role == Qt::AccessibleTextRole)
         return data(index, Qt::DisplayRole).toString() + (index.column() != kName || RowOf(item).m_fault.isEmpty()
                                                               ? QString()

@@ -1,5 +1,7 @@
 #include "qt/toolkit/ElidedLabel.h"
 
+#include "qt/toolkit/QtText.h"
+
 #include <QEvent>
 
 #include <algorithm>
@@ -55,6 +57,6 @@ void ElidedLabel::Elide()
     if (shown == text())
         return;
     setText(shown);
-    setToolTip(shown == m_text ? QString() : m_text);
+    setToolTip(shown == m_text ? QString() : XPlainToolTip(m_text));
 }
 } // namespace tev

@@ -2,7 +2,10 @@
 
 #include "text/Language.h"
 
+#include <QTextDocument>
+#include <algorithm>
 #include <atomic>
+#include <string_view>
 
 namespace
 {
@@ -13,17 +16,21 @@ std::atomic<bool> s_lengthen{false};
 
 QString XToQString(const CXTString<wchar_t>& text)
 {
-    QString result;
-    result.reserve(text.GetLength());
-    for (const wchar_t character : std::wstring_view(text))
+    const std::wstring_view wide = text;
+    const auto isLong = [](wchar_t character) { return QChar::requiresSurrogates(static_cast<char32_t>(character)); };
+    const auto pairs = std::count_if(wide.begin(), wide.end(), isLong);
+    QString result(static_cast<qsizetype>(wide.size()) + pairs, Qt::Uninitialized);
+    QChar* next = result.data();
+    for (const wchar_t character : wide)
     {
-        if (QChar::requiresSurrogates(static_cast<char32_t>(character)))
+        const auto code = static_cast<char32_t>(character);
+        if (isLong(character))
         {
-            result += QChar(QChar::highSurrogate(static_cast<char32_t>(character)));
-            result += QChar(QChar::lowSurrogate(static_cast<char32_t>(character)));
+            *next++ = QChar(QChar::highSurrogate(code));
+            *next++ = QChar(QChar::lowSurrogate(code));
         }
         else
-            result += QChar(static_cast<char16_t>(character));
+            *next++ = QChar(static_cast<char16_t>(code));
     }
     return result;
 }
@@ -43,6 +50,11 @@ CXTString<wchar_t> XFromQString(const QString& text)
             wide += static_cast<wchar_t>(text[i].unicode());
     }
     return CXTString<wchar_t>(wide);
+}
+
+QString XPlainToolTip(const QString& text)
+{
+    return Qt::mightBeRichText(text) ? text.toHtmlEscaped() : text;
 }
 
 QString XInLanguage(const char16_t* english, const char16_t* french)

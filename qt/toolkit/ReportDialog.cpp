@@ -128,7 +128,7 @@ void ReportDialog::FillRow(int row, const XReportFile& file)
     for (const QString& text : texts)
     {
         auto* const item = new QTableWidgetItem(text);
-        item->setToolTip(column == 0 ? path : text);
+        item->setToolTip(XPlainToolTip(column == 0 ? path : text));
         m_table->setItem(row, column++, item);
     }
 }

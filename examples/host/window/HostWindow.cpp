@@ -190,7 +190,7 @@ void HostWindow::ShowRecentFiles(QMenu& menu)
         constexpr int kWidest = 400;
         QString shown = fontMetrics().elidedText(whole, Qt::ElideMiddle, kWidest);
         menu.addAction(shown.replace(u'&', QStringLiteral("&&")), this, [this, path] { Open(path); })
-            ->setToolTip(whole);
+            ->setToolTip(XPlainToolTip(whole));
     }
     menu.setToolTipsVisible(true);
 }

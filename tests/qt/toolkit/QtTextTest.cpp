@@ -2,6 +2,7 @@
 
 #include "text/Language.h"
 
+#include <QTextDocument>
 #include <gmock/gmock.h>
 
 TEST(QtText, ComesBackAsItWasAlsoWithBytesThatAreNoText)
@@ -10,6 +11,16 @@ TEST(QtText, ComesBackAsItWasAlsoWithBytesThatAreNoText)
     for (const wchar_t* text : texts)
         EXPECT_STREQ(text, static_cast<const wchar_t*>(XFromQString(XToQString(text))));
     EXPECT_EQ(QString::fromUtf8("\xF0\x9F\x98\x80!"), XToQString(L"\U0001F600!"));
+}
+
+TEST(QtText, IsNoHtmlInToolTips)
+{
+    EXPECT_EQ(QStringLiteral("a & b"), XPlainToolTip(QStringLiteral("a & b")));
+    const QString tip = XPlainToolTip(QStringLiteral("<b>model</b>.obj"));
+    QTextDocument shown;
+    ASSERT_TRUE(Qt::mightBeRichText(tip));
+    shown.setHtml(tip);
+    EXPECT_EQ(QStringLiteral("<b>model</b>.obj"), shown.toPlainText());
 }
 
 TEST(QtText, FollowsTheLanguageOfMessages)
