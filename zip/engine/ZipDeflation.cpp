@@ -17,8 +17,8 @@ namespace tev::platform
 {
 namespace
 {
-constexpr std::size_t kBlockSize = 256 * 1024; // of smaller ones the joints would show in the archive's size
-constexpr std::size_t kReadSize = 64 * 1024;   // between two reports of progress
+constexpr std::size_t kBlockSize = 256 * 1024;     // of smaller ones the joints would show in the archive's size
+constexpr std::size_t kReadSize = 64 * 1024;       // between two reports of progress
 constexpr std::size_t kDictionarySize = 32 * 1024; // how far deflate looks back
 constexpr std::size_t kBlocksOfThread = 4;
 constexpr unsigned kMostThreads = 16;
