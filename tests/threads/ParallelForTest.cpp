@@ -342,7 +342,10 @@ TEST_F(ThreadLoops, CallersAreKilledWhenTheirHelpersHaveLeft)
     for (int round = 0; round < 3; ++round)
     {
         Loops loops;
-        Runner caller([&loops] { return loops.Run(true); });
+        Runner caller([&loops] {
+            AllowLeaks();
+            return loops.Run(true);
+        });
         ASSERT_TRUE(Eventually([&loops] { return loops.begun == kWorkers; }));
         EXPECT_TRUE(CCustomThread::HardThreadsTermination(false));
         EXPECT_EQ(loops.left, kWorkers - 1) << "before the caller has ended";
@@ -355,7 +358,10 @@ TEST_F(ThreadLoops, CallersAreKilledWhenTheirHelpersHaveLeft)
 TEST_F(ThreadLoops, CallersWhoseHelpersStayAreKilledAllTheSame)
 {
     Loops loops;
-    Runner caller([&loops] { return loops.Run(false); });
+    Runner caller([&loops] {
+        AllowLeaks();
+        return loops.Run(false);
+    });
     ASSERT_TRUE(Eventually([&loops] { return loops.begun == kWorkers; }));
     EXPECT_TRUE(CCustomThread::HardThreadsTermination(false));
     EXPECT_EQ(loops.left, 0u);
@@ -383,6 +389,7 @@ TEST_F(ThreadLoops, ManyCallersAreKilledInShortLoops)
     {
         std::atomic<unsigned> begun{0};
         Runner caller([&begun]() -> bool {
+            AllowLeaks();
             for (;;)
             {
                 std::atomic<unsigned> onStack{0};

@@ -143,9 +143,10 @@ private:
         const ZoneFile file = given != nullptr ? ZoneFile() : ZoneFile::Look();
         if (std::strcmp(zone, m_zone) == 0 && file == m_file)
             return true;
-        if (std::strlen(zone) >= kZoneSize || std::strchr(zone, ',') != nullptr)
+        const std::size_t length = std::strlen(zone);
+        if (length >= kZoneSize || std::strchr(zone, ',') != nullptr)
             return false;
-        std::strcpy(m_zone, zone);
+        std::memcpy(m_zone, zone, length + 1);
         m_file = file;
         std::memset(m_days, 0, sizeof m_days);
         return true;

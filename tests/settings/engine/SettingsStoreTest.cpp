@@ -243,6 +243,21 @@ TEST_F(SettingsStore, TheStateOfADatabaseIsKnownWithoutAQuery)
     EXPECT_TRUE(connection.ReadMark(second) && first != second);
 }
 
+TEST_F(SettingsStore, AConnectionLeavesTheLogUnlessItIsToldToEmptyIt)
+{
+    ASSERT_TRUE(CRegUtil(kAll).SetPath(kPath, true));
+    EXPECT_TRUE(ChildProcess([] { return true; }).EndsWell()); // a fork closes what is open
+    const std::string path = File();
+    for (const bool empties : {false, true})
+    {
+        tev::SettingsConnection connection(path);
+        ASSERT_EQ(connection.Open(path, SQLITE_OPEN_READWRITE), 0U);
+        EXPECT_EQ(connection.Execute("UPDATE keys SET checksum = checksum"), 0U);
+        connection.Close(empties);
+        EXPECT_EQ(m_registry.m_folder.Exists("user.db-wal"), !empties);
+    }
+}
+
 TEST_F(SettingsStore, EachRootHasItsNumber)
 {
     for (const wchar_t* const root : {L"HKEY_CLASSES_ROOT", L"HKEY_CURRENT_USER", L"HKEY_LOCAL_MACHINE", L"HKEY_USERS",
