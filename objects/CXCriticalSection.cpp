@@ -130,7 +130,7 @@ void CXCriticalSection::WaitForLock()
             return;
         }
         TakeLockWeight(mine, m_weight);
-        tev::platform::WaitWhile(m_state, awaited);
+        tev::platform::WaitWhile(m_state, awaited, tev::platform::kLockRecheckTime);
         AddLockWeight(mine, m_weight);
     }
 }

@@ -3,6 +3,7 @@
 #include "platform/AddressWait.h"
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 
 // Found at a fixed distance from the thread's own pointer, without a call, also in a library that is opened at run time.
@@ -24,12 +25,17 @@ struct ThreadLocks
     std::atomic<std::uint64_t> held{0};     ///< the sum of the weights of the locks that it holds
     /// Called when the thread has released the last lock of the library itself, and not again before it is set anew.
     void (*whenFree)() noexcept = nullptr;
+    /// It was to be suspended while it held locks, and stops when it may. Set by a signal handler on the thread.
+    std::atomic<bool> mustStop{false};
 };
 
 inline thread_local ThreadLocks t_threadLocks TEV_NEAR_THREAD_LOCAL;
 
 /// The weight of a lock of the library itself; a lock of the program has the weight 1.
 constexpr std::uint64_t kLibraryLockWeight = std::uint64_t{1} << 32;
+
+/// Stops the calling thread if it is still to be suspended and holds no lock that forbids it.
+void StopAfterRelease() noexcept;
 
 // A signal handler on this thread must see the weight before the lock is taken and until it is released. It runs on the
 // same thread, so only the compiler's order matters.
@@ -43,7 +49,13 @@ inline void TakeLockWeight(ThreadLocks& mine, std::uint64_t weight) noexcept
 {
     std::atomic_signal_fence(std::memory_order_seq_cst);
     mine.held.store(mine.held.load(std::memory_order_relaxed) - weight, std::memory_order_relaxed);
+    std::atomic_signal_fence(std::memory_order_seq_cst);
+    if (mine.mustStop.load(std::memory_order_relaxed))
+        StopAfterRelease();
 }
+
+/// A thread that was woken to take a lock may be suspended or killed before it does: the others look again by themselves.
+constexpr std::chrono::milliseconds kLockRecheckTime{50};
 
 /// The lock of rooms that know no LibraryLock: a thread is not stopped nor ended either while it holds it, but may be while
 /// it waits. Not recursive.
@@ -65,7 +77,7 @@ public:
         while (m_state.exchange(kAwaited, std::memory_order_acquire) != kFree)
         {
             TakeLockWeight(mine, kLibraryLockWeight);
-            WaitWhile(m_state, kAwaited);
+            WaitWhile(m_state, kAwaited, kLockRecheckTime);
             AddLockWeight(mine, kLibraryLockWeight);
         }
     }

@@ -70,8 +70,8 @@ void LeaveStart(StartedThread* thread) noexcept;
 /// no CXCriticalSection, if it reaches such a place within 0.1 s, never while it holds a lock of the library itself, and
 /// not inside the C and C++ libraries except in a blocking call. After a second it is ended there, too, and its stack and
 /// thread-local objects are leaked. Returns when the thread has ended. False when it had ended already, is the calling
-/// one, or did not end within two seconds; it is then left suspended, unless it holds a lock of the library at that moment.
-/// One killer at a time.
+/// one, or did not end within two seconds; it is then left suspended, if it holds a lock of the library once it has
+/// released that. One killer at a time.
 bool KillThread(StartedThread* thread, unsigned exitCode) noexcept;
 /// What NumberOfThisThread returns on that thread.
 std::uint64_t ThreadNumber(const StartedThread* thread) noexcept;

@@ -1,4 +1,7 @@
 #include "objects/CXSingleLock.h"
+#include "platform/AddressWait.h"
+#include "platform/ThreadLocks.h"
+#include "tests/support/Eventually.h"
 #include "tests/support/OnThreads.h"
 #include "tests/support/Testing.h"
 
@@ -66,6 +69,52 @@ TEST(CXCriticalSectionThreads, OneThreadIsInsideAtATime)
     });
     EXPECT_EQ(plain, 40000);
     EXPECT_FALSE(lock.IsLocked());
+}
+
+// A thread that was woken to take the lock may be suspended or killed before it does so.
+TEST(CXCriticalSectionThreads, AnotherTakesItWhereTheOneThatWasWokenDoesNot)
+{
+    tev::platform::SystemLock system;
+    CXCriticalSection section;
+    const struct
+    {
+        std::function<void()> take;
+        std::function<void()> release;
+        const void* state;
+    } cases[] = {
+        {[&system] { system.lock(); }, [&system] { system.unlock(); }, &system},
+        {[&section] { Lock(section); }, [&section] { Unlock(section); },
+         reinterpret_cast<const char*>(&section) + sizeof(void*)},
+    };
+    for (const auto& c : cases)
+    {
+        const auto& state = *static_cast<const std::atomic<std::uint32_t>*>(c.state);
+        c.take();
+        const std::uint32_t held = state;
+        EXPECT_NE(held, 0u);
+        std::atomic<unsigned __int64> gone{0};
+        std::thread woken([&] {
+            gone = CXThread::GetCurrentThreadID();
+            tev::platform::WaitWhile(state, held);
+        });
+        EXPECT_TRUE(Eventually([&gone] {
+            std::string line;
+            std::ifstream stat("/proc/self/task/" + std::to_string(gone) + "/stat");
+            return gone != 0 && std::getline(stat, line) && line.find(") S ") != std::string::npos;
+        }));
+        std::atomic<bool> isTaken{false};
+        std::thread next([&] {
+            c.take();
+            isTaken = true;
+            c.release();
+        });
+        EXPECT_TRUE(Eventually([&] { return state != held; })) << "the next one waits";
+        c.release();
+        EXPECT_TRUE(Eventually([&isTaken] { return isTaken.load(); }));
+        tev::platform::WakeAll(state);
+        woken.join();
+        next.join();
+    }
 }
 
 // The last thread that leaves destroys the object with its lock, while the one before may still be inside Unlock.

@@ -3,6 +3,7 @@
 #include "objects/CXCriticalSection.h"
 #include "platform/Threads.h"
 #include "services/CWatchFolder.h"
+#include "services/LogFile.h"
 #include "services/StartUp.h"
 #include "settings/CCustomData.h"
 #include "tests/support/Eventually.h"
@@ -281,6 +282,37 @@ TEST_F(CCustomThreads, TerminationChoosesItsVictims)
     Worker self([&killed](Worker&) { killed = CCustomThread::HardThreadsTermination(false); });
     EXPECT_TRUE(self.Begin().WaitForEnd(kLongTimeMs));
     EXPECT_FALSE(killed);
+}
+
+TEST_F(CCustomThreads, OneThatHoldsTheLogIsLeftSuspendedWhenItReleasesIt)
+{
+    if (kIsSanitized)
+        GTEST_SKIP() << "sanitizers do not follow a fork of several threads";
+    EXPECT_EQ(ResultInChild([] {
+                  std::atomic<bool> holdsIt{false};
+                  std::atomic<bool> mayRelease{false};
+                  std::atomic<unsigned> count{0};
+                  Worker victim([&](Worker&) {
+                      LogLock(true);
+                      holdsIt = true;
+                      Eventually([&mayRelease] { return mayRelease.load(); });
+                      LogLock(false);
+                      for (;; CXThread::SleepCurrentThread(0))
+                          ++count;
+                  });
+                  victim.Begin();
+                  Eventually([&holdsIt] { return holdsIt.load(); });
+                  if (CCustomThread::HardThreadsTermination(false) || !victim.IsTerminated() || victim.WaitForEnd(0))
+                      return 1;
+                  mayRelease = true;
+                  LogLock(true);
+                  for (unsigned i = 0; i < 50; ++i)
+                      CXThread::SleepCurrentThread(1);
+                  if (count != 0)
+                      return 2;
+                  std::exit(3); // which no suspended thread holds up
+              }),
+              3);
 }
 
 TEST_F(CCustomThreads, TerminationKillsTheChildrenToo)

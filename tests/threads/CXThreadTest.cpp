@@ -3,9 +3,12 @@
 #include "objects/CXCriticalSection.h"
 #include "objects/CXException.h"
 #include "objects/ThreadException.h"
+#include "platform/ThreadLocks.h"
 #include "platform/Threads.h"
+#include "services/LogFile.h"
 #include "services/StartUp.h"
 #include "tests/support/Eventually.h"
+#include "tests/support/ForkedChild.h"
 #include "tests/support/Sanitized.h"
 #include "tests/support/System.h"
 #include "tests/support/Testing.h"
@@ -468,6 +471,56 @@ TEST(CXThread, SuspensionLeavesNoLockBehind)
     EXPECT_EQ(heldUp, 0);
     thread->SetCancel();
     EXPECT_TRUE(thread->WaitForEnd(kLongTimeMs));
+}
+
+TEST(CXThread, StopsWhenItReleasesALockOfTheLibrary)
+{
+    tev::platform::SystemLock lowest;
+    const struct
+    {
+        const char* what;
+        std::function<void(bool)> hold;
+        bool holdsAnother; ///< of the program
+    } cases[] = {{"the log's", &LogLock, false},
+                 {"one of the low floors", [&lowest](bool take) { take ? lowest.lock() : lowest.unlock(); }, true}};
+    for (const auto& c : cases)
+    {
+        SCOPED_TRACE(c.what);
+        std::atomic<bool> holdsIt{false};
+        std::atomic<bool> mayRelease{false};
+        std::atomic<unsigned> count{0};
+        std::atomic<unsigned> otherCount{0};
+        const auto other = Begin([&otherCount](TestThread& self) { return CountUntilCancelled(self, otherCount); });
+        const auto thread = Begin([&](TestThread& self) {
+            self.Lock(c.holdsAnother);
+            c.hold(true);
+            holdsIt = true;
+            Eventually([&mayRelease] { return mayRelease.load(); });
+            EXPECT_TRUE(kIsSanitized || ResultInChild([&c] {
+                                            c.hold(false);
+                                            return 5;
+                                        }) == 5)
+                << "nobody would resume it in a forked child";
+            c.hold(false);
+            ++count;
+            self.Lock(false);
+            return CountUntilCancelled(self, count);
+        });
+        EXPECT_TRUE(Eventually([&holdsIt] { return holdsIt.load(); }));
+        EXPECT_TRUE(thread->SuspendThread());
+        mayRelease = true;
+        c.hold(true);
+        c.hold(false);
+        EXPECT_FALSE(Moves(count, otherCount));
+        EXPECT_EQ(count, 0u);
+        EXPECT_TRUE(thread->ResumeThread());
+        EXPECT_TRUE(Eventually([&count] { return count > 1; }));
+        for (const auto* each : {&thread, &other})
+        {
+            (*each)->SetCancel();
+            EXPECT_TRUE((*each)->WaitForEnd(kLongTimeMs));
+        }
+    }
 }
 
 TEST(CXThread, PrioritiesAreWhatTheSystemAllows)

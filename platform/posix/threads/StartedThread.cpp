@@ -60,8 +60,9 @@ void UnlockRunning()
     g_runningLock.unlock();
 }
 
-// Of the threads that run, the child has the one that forked, under another identifier. The others have ended there, for
-// those that hold references to them; what they had is not released.
+// Of the threads that run, the child has the one that forked, under another identifier, and not suspended: the thread that
+// would resume it is not there. The others have ended there, for those that hold references to them; what they had is not
+// released.
 void KeepOwnThreadOnly()
 {
     t_threadId = 0;
@@ -76,6 +77,8 @@ void KeepOwnThreadOnly()
         if (current.m_number == t_threadLocks.number)
         {
             current.m_id.store(static_cast<std::uint32_t>(CurrentThreadId()));
+            current.m_request.store(0);
+            current.m_killForce.store(KillForce::None);
             g_firstRunning = &current;
             continue;
         }

@@ -1,6 +1,7 @@
 // Suspension and forced ends of threads. Both are requested in the thread's m_request and notified by a signal, whose
 // handler blocks or jumps to the thread's end when the place where the thread was interrupted allows it. If it does not,
-// the handler returns and the signal is sent again a little later.
+// the handler returns and the signal is sent again a little later. A thread that locks keep from stopping also stops by
+// itself when it releases them, after the last signal, too.
 
 #include "platform/AddressWait.h"
 #include "platform/SharedWork.h"
@@ -120,10 +121,18 @@ std::uint64_t HeldLocks() noexcept
     return t_threadLocks.held.load(std::memory_order_relaxed);
 }
 
-bool MayStandStillHere(StartedThread& self) noexcept
+bool MayStandStillHere(const StartedThread& self) noexcept
 {
     const std::uint64_t held = HeldLocks();
-    return held == 0 || (held < kLibraryLockWeight && ++self.m_refusals >= kPatience);
+    return held == 0 || (held < kLibraryLockWeight && self.m_refusals.load() >= kPatience);
+}
+
+void StandStillOrLater(StartedThread& self) noexcept
+{
+    const bool mayStand = MayStandStillHere(self);
+    t_threadLocks.mustStop.store(!mayStand, std::memory_order_relaxed);
+    if (mayStand)
+        StandStill(self);
 }
 
 /// Ends the calling thread if it may be ended here. Without a context the thread is in its own code.
@@ -150,8 +159,12 @@ void EndHere(StartedThread& self, const ucontext_t* context) noexcept
 // The request may have changed while the thread was stopped.
 void Obey(StartedThread& self, const ucontext_t* context) noexcept
 {
-    if (self.IsAskedToStop() && !self.IsAskedToDie() && MayStandStillHere(self))
-        StandStill(self);
+    if (self.IsAskedToStop() && !self.IsAskedToDie())
+    {
+        if (HeldLocks() < kLibraryLockWeight)
+            ++self.m_refusals;
+        StandStillOrLater(self);
+    }
     if (self.IsAskedToDie())
         EndHere(self, context);
 }
@@ -196,7 +209,25 @@ bool SignalUntil(StartedThread& thread, const std::atomic<std::uint32_t>& word, 
     }
     return word.load(std::memory_order_acquire) != 0;
 }
+
+/// The thread stops as soon as it holds no lock of the library, without being signalled again.
+void SignalForLater(StartedThread& thread) noexcept
+{
+    thread.m_refusals.store(kPatience);
+    Signal(thread);
+}
 } // namespace
+
+void StopAfterRelease() noexcept
+{
+    StartedThread* const self = t_stoppable;
+    const int error = errno;
+    t_threadLocks.mustStop.store(false, std::memory_order_relaxed); // first: the next signal may set it again
+    std::atomic_signal_fence(std::memory_order_seq_cst);
+    if (self != nullptr && self->IsAskedToStop() && !self->IsAskedToDie())
+        StandStillOrLater(*self);
+    errno = error;
+}
 
 void PrepareStops() noexcept
 {
@@ -269,7 +300,10 @@ bool SuspendThread(StartedThread* thread) noexcept
             EndHere(*thread, nullptr);
         return true;
     }
-    return SignalUntil(*thread, thread->m_standing, kSuspendTime);
+    if (SignalUntil(*thread, thread->m_standing, kSuspendTime))
+        return true;
+    SignalForLater(*thread);
+    return false;
 }
 
 bool ResumeThread(StartedThread* thread) noexcept
@@ -326,7 +360,7 @@ bool KillThread(StartedThread* thread, unsigned exitCode) noexcept
     }
     thread->m_request.fetch_add(1);
     thread->m_request.fetch_and(~StartedThread::kDie);
-    Signal(*thread);
+    SignalForLater(*thread);
     return false;
 }
 } // namespace tev::platform
