@@ -3,12 +3,13 @@
 #include "qt/toolkit/QtText.h"
 #include "services/FileWildcards.h"
 
-#include <QStringList>
-
 #include <algorithm>
+#include <limits>
 
 namespace
 {
+constexpr qsizetype kLongestPrefix = 64;
+
 bool IsDigits(QStringView text)
 {
     return !text.isEmpty() && std::all_of(text.begin(), text.end(), [](QChar c) { return c >= u'0' && c <= u'9'; });
@@ -46,23 +47,25 @@ bool HoldsTerm(const LinePrefix& prefix, QStringView term)
 
 LinePrefix FindPrefix(QStringView line)
 {
-    constexpr qsizetype kLongest = 64;
     LinePrefix prefix;
     if (!line.startsWith(u'['))
         return prefix;
-    const qsizetype end = line.left(kLongest).indexOf(QStringView(u"] "));
+    const qsizetype end = line.left(kLongestPrefix).indexOf(QStringView(u"] "));
     if (end < 2)
         return prefix;
     QStringView* const parts[] = {&prefix.m_time, &prefix.m_thread, &prefix.m_level};
     bool (*const checks[])(QStringView) = {IsTimeOfPrefix, IsDigits, IsLevelOfPrefix};
     std::size_t next = 0;
-    for (const QStringView part : line.mid(1, end - 1).split(u' '))
+    for (qsizetype start = 1; start <= end;)
     {
+        const qsizetype blank = line.left(end).indexOf(u' ', start);
+        const QStringView part = line.mid(start, (blank < 0 ? end : blank) - start);
         while (next < std::size(checks) && !checks[next](part))
             ++next;
         if (next == std::size(checks))
             return LinePrefix();
         *parts[next++] = part;
+        start += part.size() + 1;
     }
     prefix.m_size = end + 2;
     return prefix;
@@ -88,8 +91,10 @@ LineMatcher::LineMatcher(LinePattern pattern, int columns)
       m_columns(columns),
       m_case(m_pattern.m_isCaseSensitive ? Qt::CaseSensitive : Qt::CaseInsensitive)
 {
-    if (m_pattern.m_kind == PatternKind::Text)
+    if (m_pattern.m_kind == PatternKind::Text || m_pattern.m_kind == PatternKind::Start)
         m_literal = m_pattern.m_text;
+    if (m_pattern.m_kind == PatternKind::Prefix)
+        m_terms = m_pattern.m_text.split(u' ', Qt::SkipEmptyParts);
     if (m_pattern.m_kind != PatternKind::Wildcard)
         return;
     m_wildcard = u'*' + (m_pattern.m_isCaseSensitive ? m_pattern.m_text : m_pattern.m_text.toLower()) + u'*';
@@ -126,6 +131,12 @@ bool LineMatcher::MatchesInside(QStringView piece) const
     return m_columns == 0 && m_pattern.m_kind == PatternKind::Text && MatchesPattern(piece);
 }
 
+qsizetype LineMatcher::SeenCharacters() const noexcept
+{
+    const bool isOfPrefix = m_pattern.m_kind == PatternKind::Prefix && m_columns == 0;
+    return isOfPrefix ? kLongestPrefix : std::numeric_limits<int>::max();
+}
+
 bool LineMatcher::MayMatchIn(QStringView text) const
 {
     return m_literal.isEmpty() || text.contains(m_literal, m_case);
@@ -153,8 +164,7 @@ bool LineMatcher::MatchesPrefix(QStringView line) const
     const LinePrefix prefix = FindPrefix(line);
     if (prefix.m_size == 0)
         return false;
-    const auto terms = QStringView(m_pattern.m_text).split(u' ', Qt::SkipEmptyParts);
-    return std::all_of(terms.begin(), terms.end(), [&](QStringView term) { return HoldsTerm(prefix, term); });
+    return std::all_of(m_terms.begin(), m_terms.end(), [&](const QString& term) { return HoldsTerm(prefix, term); });
 }
 
 LineMatcher::Ranges LineMatcher::FindRanges(QStringView line) const

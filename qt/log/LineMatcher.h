@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QString>
+#include <QStringList>
 #include <QStringView>
 
 #include <utility>
@@ -63,6 +64,12 @@ public:
     bool MatchesInside(QStringView piece) const;
     /// False where no line within the text matches; a quick test.
     bool MayMatchIn(QStringView text) const;
+    /// What every matching line holds, in the case of the pattern; empty where nothing is known.
+    const QString& GetLiteral() const noexcept { return m_literal; }
+    /// Whether every line that holds it matches.
+    bool IsLiteral() const noexcept { return m_pattern.m_kind == PatternKind::Text && m_columns == 0; }
+    /// How many characters of a line are looked at.
+    qsizetype SeenCharacters() const noexcept;
     /// The parts of a matching line that matched.
     Ranges FindRanges(QStringView line) const;
     const LinePattern& GetPattern() const noexcept { return m_pattern; }
@@ -77,5 +84,6 @@ private:
     int m_columns = 0;
     Qt::CaseSensitivity m_case = Qt::CaseInsensitive;
     QString m_wildcard; // around which anything may stand; in lower case where that does not matter
-    QString m_literal;  // what a matching line holds
+    QString m_literal;
+    QStringList m_terms; // for the prefix
 };

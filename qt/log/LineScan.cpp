@@ -3,6 +3,8 @@
 #include "objects/CXCriticalSection.h"
 
 #include <algorithm>
+#include <cstring>
+#include <optional>
 
 namespace
 {
@@ -18,6 +20,9 @@ LineScan::LineScan(std::shared_ptr<const TextFile> file, LineMatcher base, LineM
       m_base(std::move(base)),
       m_find(std::move(find)),
       m_matchesAll(m_base.MatchesAll() && m_find.MatchesAll()),
+      m_hasPlainEnds(m_file->GetForm().UnitSize() == 1 && !m_file->GetForm().m_returnsEndLines),
+      m_baseSearch(m_base, m_file->GetForm()),
+      m_findSearch(m_find, m_file->GetForm()),
       m_buffer(kChunk),
       m_distance(kFirstDistance)
 {
@@ -25,28 +30,51 @@ LineScan::LineScan(std::shared_ptr<const TextFile> file, LineMatcher base, LineM
     m_end = m_place;
 }
 
-LineScan::Test LineScan::TestLine(const char* bytes, std::size_t size) const
+LineScan::Lines::Lines(const LineScan& scan, const char* bytes, std::size_t size)
+    : m_bytes(bytes), m_size(size), m_base(scan.m_baseSearch, bytes, size), m_find(scan.m_findSearch, bytes, size)
 {
-    if (m_matchesAll)
-        return {true, true};
-    QString text;
-    m_file->GetForm().Decode(bytes, size, text);
-    const bool isBase = m_base.Matches(text);
-    return {isBase, isBase && m_find.Matches(text)};
 }
 
-// Most patterns occur in few blocks: the lines of the others need no test of their own.
-LineScan::Test LineScan::TestBlock(const char* bytes, std::size_t size, bool& isSameForAll) const
+LineScan::Test LineScan::TestLine(Lines& lines, std::size_t offset, std::size_t size) const
 {
-    isSameForAll = true;
-    if (m_matchesAll)
-        return {true, true};
     QString text;
-    m_file->GetForm().Decode(bytes, size, text);
-    if (!m_base.MayMatchIn(text))
-        return {false, false};
-    isSameForAll = m_base.MatchesAll() && !m_find.MayMatchIn(text);
-    return {true, false};
+    const auto matches = [&](ByteSearch::Block& block, const LineMatcher& matcher) {
+        const bool mayMatch = block.MayMatch(offset, size);
+        if (!mayMatch || block.IsSure())
+            return mayMatch;
+        // A prefix has characters of one unit only.
+        const auto seen = static_cast<std::size_t>(matcher.SeenCharacters()) * m_file->GetForm().UnitSize();
+        text.clear();
+        m_file->GetForm().Decode(lines.m_bytes + offset, std::min(size, seen), text);
+        return matcher.Matches(text);
+    };
+    const bool isBase = matches(lines.m_base, m_base);
+    return {isBase, isBase && matches(lines.m_find, m_find)};
+}
+
+// Most patterns occur in few lines, and places are far apart: what is between them is only counted.
+std::size_t LineScan::SkipLines(Lines& lines, std::size_t offset)
+{
+    const std::uint64_t untilPlace = m_nextPlace - std::min(m_nextPlace, m_place.m_position);
+    if (!m_hasPlainEnds || untilPlace == 0 || (m_matchesAll && m_hitCount < kFirstHits))
+        return offset;
+    const bool isBase = m_base.MatchesAll();
+    std::size_t end = lines.m_size;
+    if (!m_matchesAll)
+        end = isBase ? lines.m_find.Next(offset) : lines.m_base.Next(offset);
+    end = static_cast<std::size_t>(std::min<std::uint64_t>(end, offset + untilPlace));
+    std::uint64_t count = 0;
+    const std::size_t start = offset;
+    while (const void* const feed = std::memchr(lines.m_bytes + offset, '\n', end - offset))
+    {
+        offset = static_cast<std::size_t>(static_cast<const char*>(feed) - lines.m_bytes) + 1;
+        ++count;
+    }
+    m_place.m_position += offset - start;
+    m_place.m_line += count;
+    m_place.m_base += isBase ? count : 0;
+    m_place.m_hit += m_matchesAll ? count : 0;
+    return offset;
 }
 
 void LineScan::TestStart(const char* bytes, std::size_t size)
@@ -90,13 +118,12 @@ void LineScan::CountLine(Test test, std::uint64_t next)
 
 std::size_t LineScan::CountLines(const char* bytes, std::size_t size)
 {
-    const TextForm& form = m_file->GetForm();
     const std::uint64_t start = m_place.m_position;
-    bool isSameForAll = false;
-    const Test all = TestBlock(bytes, size, isSameForAll);
+    Lines lines(*this, bytes, size);
     LineBytes line{};
-    for (std::size_t offset = 0; FindLine(bytes, size, offset, form, line); offset = line.m_next)
-        CountLine(isSameForAll ? all : TestLine(bytes + offset, line.m_size), start + line.m_next);
+    for (std::size_t offset = SkipLines(lines, 0); FindLine(bytes, size, offset, m_file->GetForm(), line);
+         offset = SkipLines(lines, line.m_next))
+        CountLine(TestLine(lines, offset, line.m_size), start + line.m_next);
     return static_cast<std::size_t>(m_place.m_position - start);
 }
 
@@ -227,6 +254,7 @@ void LineScan::WalkSpan(const Span& span, const std::function<bool(const LinePla
 {
     const TextForm& form = m_file->GetForm();
     std::vector<char> bytes;
+    std::optional<Lines> lines;
     std::size_t offset = 0;
     LinePlace place = span.m_from;
     // What the last line is follows from the numbers: it may be too long to be read.
@@ -242,9 +270,10 @@ void LineScan::WalkSpan(const Span& span, const std::function<bool(const LinePla
             offset = 0;
             if (!FindLine(bytes.data(), bytes.size(), 0, form, line) && bytes.size() < size)
                 return; // cut meanwhile
+            lines.emplace(*this, bytes.data(), bytes.size());
             continue;
         }
-        const Test test = TestLine(bytes.data() + offset, line.m_size);
+        const Test test = TestLine(*lines, offset, line.m_size);
         if (!each(place, test))
             return;
         place.m_position += line.m_next - offset;

@@ -1,7 +1,6 @@
 #pragma once
 
-#include "qt/log/LineMatcher.h"
-#include "qt/log/TextFile.h"
+#include "qt/log/ByteSearch.h"
 
 #include <functional>
 #include <limits>
@@ -72,8 +71,17 @@ private:
     };
     using Key = std::uint64_t LinePlace::*;
 
-    Test TestLine(const char* bytes, std::size_t size) const;
-    Test TestBlock(const char* bytes, std::size_t size, bool& isSameForAll) const;
+    /// Bytes of whole lines, and where they may match.
+    struct Lines
+    {
+        Lines(const LineScan& scan, const char* bytes, std::size_t size);
+        const char* m_bytes;
+        std::size_t m_size;
+        ByteSearch::Block m_base;
+        ByteSearch::Block m_find;
+    };
+    Test TestLine(Lines& lines, std::size_t offset, std::size_t size) const;
+    std::size_t SkipLines(Lines& lines, std::size_t offset);
     void TestStart(const char* bytes, std::size_t size);
     void TestInside(const char* bytes, std::size_t size);
     void CountLine(Test test, std::uint64_t next);
@@ -93,6 +101,9 @@ private:
     const LineMatcher m_base;
     const LineMatcher m_find;
     const bool m_matchesAll;
+    const bool m_hasPlainEnds; // each LF ends a line, nothing else does
+    const ByteSearch m_baseSearch;
+    const ByteSearch m_findSearch;
 
     // Of the thread that advances.
     std::vector<char> m_buffer;

@@ -169,6 +169,79 @@ TEST(LineScan, GoesOnWhereTheFileGrows)
     }
 }
 
+// What lines hold is known from their text, whatever encoding they have in the file.
+TEST(LineScan, FindsInBytesWhatTheTextHolds)
+{
+    const LogFolder folder;
+    std::mt19937 random(42);
+    const QString words[] = {QStringLiteral("Task"),
+                             QStringLiteral("ta\u017F\u212A"),
+                             QStringLiteral("mesh"),
+                             QStringLiteral("M\u00C9SH"),
+                             QStringLiteral("m\u00E9sh \uFFFD"),
+                             QStringLiteral("[4711 L1] "),
+                             QStringLiteral("\tdone 100%"),
+                             QStringLiteral("k"),
+                             QStringLiteral("  "),
+                             QStringLiteral("\U0001F600 [")};
+    const QString patterns[] = {QStringLiteral("task"), QStringLiteral("m\u00E9sh"), QStringLiteral("mesh  mesh"),
+                                QStringLiteral("K"),    QStringLiteral("\uFFFD"),    QStringLiteral("\U0001F600"),
+                                QStringLiteral("*"),    QStringLiteral("d?ne*sk"),   QStringLiteral("e 100% [4711"),
+                                QStringLiteral("L1"),   QStringLiteral("absent"),    QString()};
+    const unsigned pages[] = {xEncodingUtf8, xEncodingUtf8, 1252, 1200, 932, 65001};
+    for (int round = 0; round < 100; ++round)
+    {
+        const auto encoding = static_cast<xStringEncoding>(pages[random() % std::size(pages)]);
+        const unsigned often = random() % 2 == 0 ? 1 : 40;
+        std::vector<QString> lines;
+        std::string bytes;
+        // Some are longer than what is read at once.
+        for (auto left = random() % (round % 20 == 0 ? 12000 : 600); left > 0; --left)
+        {
+            QString line;
+            for (auto count = random() % 5; count > 0; --count)
+                line += random() % often == 0 ? words[random() % std::size(words)] : QStringLiteral("of other lines ");
+            CXTString<char> encoded;
+            CXTString<wchar_t> decoded;
+            const CXTString<wchar_t> wide = XFromQString(line + u'\n');
+            ASSERT_TRUE(XEncodeText(wide, static_cast<std::size_t>(wide.GetLength()), encoding, encoded));
+            const std::string_view view = encoded;
+            ASSERT_TRUE(XDecodeText(view.data(), view.size() - (encoding == 1200 ? 2 : 1), encoding, decoded));
+            lines.push_back(XToQString(decoded));
+            bytes += view;
+        }
+        const auto draw = [&] {
+            const LinePattern pattern{static_cast<PatternKind>(random() % 4), patterns[random() % std::size(patterns)],
+                                      random() % 2 == 0};
+            return LineMatcher(pattern, random() % 8 == 0 ? 3 : 0);
+        };
+        const LineMatcher base = random() % 2 == 0 ? LineMatcher() : draw();
+        const LineMatcher find = draw();
+        CXFileException error;
+        LineScan scan(TextFile::Open(folder.Write("log.txt", bytes), encoding, error), base, find);
+        ScanAll(scan);
+        std::vector<std::uint64_t> expected;
+        std::vector<std::uint64_t> found;
+        for (std::size_t line = 0; line < lines.size(); ++line)
+        {
+            if (base.Matches(lines[line]) && find.Matches(lines[line]))
+                expected.push_back(line);
+        }
+        scan.ForEachHit(0, [&](const LinePlace& place) {
+            found.push_back(place.m_line);
+            return true;
+        });
+        ASSERT_EQ(expected, found) << "round " << round << ", encoding " << encoding << ": "
+                                   << base.GetPattern().m_text.toStdString() << ", "
+                                   << find.GetPattern().m_text.toStdString();
+        ASSERT_EQ(expected.size(), scan.GetTotals().m_hits) << round;
+        ASSERT_EQ(lines.size(), scan.GetTotals().m_lines) << round;
+    }
+    // What bytes are compared with takes no other character for a letter of ASCII.
+    for (char16_t c = 0x80; c < 0xFFFF; ++c)
+        ASSERT_TRUE(QChar(c).toCaseFolded() >= QChar(0x80) || c == 0x17F || c == 0x212A) << c;
+}
+
 TEST(LineScan, KeepsFewPlacesWhateverTheFile)
 {
     const LogFolder folder;
