@@ -10,7 +10,8 @@
 namespace tev
 {
 struct CrashRecord;
-}
+class PrivateFolder;
+} // namespace tev
 namespace tev::platform
 {
 struct PreviousSignals;
@@ -152,7 +153,9 @@ private:
     bool IsWanted();
     /// The parts of a report that is made now; `written` is what a crash has left on the disk, or null. Names and folders are
     /// those of this moment also after a crash.
-    tev::CrashRecord RecordOfReport(const _CR_EXCEPTION_INFO& info, const tev::CrashRecord* written, bool hasPointers);
+    /// What is written for the record alone lies in the folder.
+    tev::CrashRecord RecordOfReport(const _CR_EXCEPTION_INFO& info, const tev::CrashRecord* written, bool hasPointers,
+                                    std::unique_ptr<tev::PrivateFolder>& folder);
     CXTString<wchar_t> ApplicationText() const;
     /// Asks the user about a report, and does what the answer says.
     bool Offer(const wchar_t* archivePath, const CXTString<wchar_t>& introduction,
@@ -189,9 +192,12 @@ private:
 
 /// Installs the process's handler. An existing one gets the new callback, texts and flags; the low byte of the flags is the
 /// mode. A report that an earlier run could not finish is finished now, and the user is asked about it, and about one in whose
-/// question that run was ended, where the host has set its user interface. Nothing is thrown.
+/// question that run was ended, where the host has set its user interface and that can ask now (CUserInterface::CanAsk). Nothing is thrown.
 TEVTOOLS_API void CrashInstall(int (*callback)(CCrashHandler*), const wchar_t* text1, const wchar_t* text2,
                                unsigned int flags);
+/// As CrashInstall does with a handler that exists and can ask the user now: finishes the reports of earlier runs and asks about
+/// them. For user interfaces that could not ask before; does nothing without a handler. Nothing is thrown.
+TEVTOOLS_API void XOfferLeftReports();
 /// The process's handler, or null.
 TEVTOOLS_API CCrashHandler* CrashGetHandler();
 /// Deletes the handler and restores the handlers that were there before its hooks, those of all threads included.

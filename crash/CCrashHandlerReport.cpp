@@ -10,12 +10,14 @@
 #include "objects/ThreadException.h"
 #include "platform/CrashDumps.h"
 #include "platform/FatalSignals.h"
+#include "platform/FileSizeSignal.h"
 #include "platform/PathNames.h"
 #include "services/ApplicationName.h"
 #include "services/OpenLog.h"
 
 #include <cstdio>
 #include <ctime>
+#include <memory>
 #include <string>
 
 namespace
@@ -38,6 +40,26 @@ bool WriteDump(const CPathString& path, const _EXCEPTION_POINTERS* pointers)
         fault = {pointers->m_context, pointers->m_signalInfo};
     return tev::platform::WidePathToSystem(path, name) && !name.empty() &&
            tev::platform::WriteDumpNow(name.c_str(), fault);
+}
+
+/// Writes the dump of a report on demand: to its final path, or else into a folder of this process, which gets the details
+/// also where no dump can be written.
+void WriteDumpOf(CrashRecord& record, const _EXCEPTION_POINTERS* pointers, std::unique_ptr<tev::PrivateFolder>& folder)
+{
+    if (WriteDump(record.m_dump, pointers))
+        return;
+    record.m_dump.Empty();
+    const CPathString report = tev::TemporaryReport(record);
+    for (const CPathString& place : {report.GetFolder(), record.m_archiveFolder})
+    {
+        if (place.IsEmpty() || !tev::Attempt([&] {
+                folder = std::make_unique<tev::PrivateFolder>(tev::SystemFilePath(place / report.GetFileName()));
+            }))
+            continue;
+        record.m_dump = tev::WideFilePath(folder->Path()) / (record.m_product + L".dmp");
+        if (WriteDump(record.m_dump, pointers))
+            return;
+    }
 }
 
 /// What the hooks of a process that goes on know.
@@ -73,7 +95,8 @@ int CCrashHandler::ExceptionOccurs(_CR_EXCEPTION_INFO* info, unsigned int flags)
     return isMade ? 1 : 0;
 }
 
-CrashRecord CCrashHandler::RecordOfReport(const _CR_EXCEPTION_INFO& info, const CrashRecord* written, bool hasPointers)
+CrashRecord CCrashHandler::RecordOfReport(const _CR_EXCEPTION_INFO& info, const CrashRecord* written, bool hasPointers,
+                                          std::unique_ptr<tev::PrivateFolder>& folder)
 {
     CrashRecord record = RecordOfNow();
     record.m_log = LogPath();
@@ -91,9 +114,7 @@ CrashRecord CCrashHandler::RecordOfReport(const _CR_EXCEPTION_INFO& info, const 
     {
         // Pointers that were made up are no place of a fault: the dump then takes the current registers itself.
         const _EXCEPTION_POINTERS* const pointers = hasPointers ? info.pexcptrs : nullptr;
-        const CPathString temporary = tev::TemporaryFolder() / (record.m_product + L"." + tev::RandomName() + L".dmp");
-        if (!WriteDump(record.m_dump, pointers))
-            record.m_writtenDump = record.m_dump = WriteDump(temporary, pointers) ? temporary : CPathString();
+        WriteDumpOf(record, pointers, folder);
     }
     tev::AddOwnFiles(record);
     return record;
@@ -113,6 +134,7 @@ bool CCrashHandler::IsWanted()
 bool CCrashHandler::MakeReport(_CR_EXCEPTION_INFO& info, bool isCrash)
 {
     const CrashRegistryHold hold;
+    const tev::platform::WithoutFileSizeSignal withoutSignal;
     const int place = isCrash ? tev::CrashPlaceUsed() : -1;
     CrashRegistry::Published written; // copied, because the callback may change what is published
     if (place >= 0)
@@ -126,10 +148,12 @@ bool CCrashHandler::MakeReport(_CR_EXCEPTION_INFO& info, bool isCrash)
     const bool isWanted = IsWanted();
     CPathString archive;
     CrashRecord record;
+    std::unique_ptr<tev::PrivateFolder> folder; // until the user has answered
     if (isWanted)
     {
         tev::FailuresOfParts parts;
-        tev::Attempt([&] { record = RecordOfReport(info, place < 0 ? nullptr : &written.m_record, given != nullptr); });
+        tev::Attempt(
+            [&] { record = RecordOfReport(info, place < 0 ? nullptr : &written.m_record, given != nullptr, folder); });
         archive = tev::PackReport(record);
         if (archive.IsEmpty())
             parts.Fail("CCrashHandler::ExceptionOccurs", XFailureKind::kSystem, record.m_archiveFolder);

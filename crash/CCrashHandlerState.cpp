@@ -225,6 +225,13 @@ void CrashInstall(int (*callback)(CCrashHandler*), const wchar_t* text1, const w
     });
 }
 
+void XOfferLeftReports()
+{
+    const CrashRegistryHold hold;
+    if (CCrashHandler* const handler = CrashRegistry::Get().Find())
+        CrashHandlerAccess::FinishLeft(*handler);
+}
+
 CCrashHandler* CrashGetHandler()
 {
     const CrashRegistryHold hold;

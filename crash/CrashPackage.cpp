@@ -119,8 +119,6 @@ CPathString WantedName(const CrashRecord& record, const XReportFile& file)
 /// Throws when the archive cannot be made.
 CPathString Pack(const CrashRecord& record, const CPathString& path, bool isReadFirst)
 {
-    std::error_code failure; // then there is no folder below
-    fs::create_directories(SystemFilePath(path).parent_path(), failure);
     const tev::PrivateFolder folder(SystemFilePath(path));
     const fs::path packed = folder.Path() / "report.zip";
     // The archive that replaces it gets its permissions: a dump holds memory contents.
@@ -218,30 +216,29 @@ CXTString<wchar_t> RandomName()
     return name;
 }
 
+CPathString TemporaryReport(const CrashRecord& record)
+{
+    CXTString<wchar_t> name;
+    name.Format(L"%s.%s.%s", record.m_product.GetConstBuffer(), RandomName().GetConstBuffer(), ArchiveName(record));
+    return TemporaryFolder() / name;
+}
+
 CPathString PackReport(const CrashRecord& record) noexcept
 {
     CPathString path;
     // A file that disappears or cannot be read while the archive is written makes the whole archive fail: further attempts
     // read each file before.
     constexpr int kMostAttempts = 3;
-    const auto pack = [&](const CPathString& folder, const wchar_t* prefix) {
-        if (folder.IsEmpty())
-            return;
-        const CPathString wanted = folder / (CXTString<wchar_t>(prefix) + ArchiveName(record));
+    const auto pack = [&](const CPathString& wanted) {
         for (int attempt = 0; attempt < kMostAttempts && path.IsEmpty(); ++attempt)
             Attempt([&] { path = Pack(record, wanted, attempt != 0); });
         if (!path.IsEmpty() && !fileIsFile(path))
             path.Empty();
     };
-    pack(record.m_archiveFolder, L"");
+    if (!record.m_archiveFolder.IsEmpty())
+        Attempt([&] { pack(record.m_archiveFolder / ArchiveName(record)); });
     if (path.IsEmpty())
-    {
-        Attempt([&] {
-            CXTString<wchar_t> prefix;
-            prefix.Format(L"%s.%s.", record.m_product.GetConstBuffer(), RandomName().GetConstBuffer());
-            pack(TemporaryFolder(), prefix);
-        });
-    }
+        Attempt([&] { pack(TemporaryReport(record)); });
     return path;
 }
 

@@ -31,6 +31,8 @@ constexpr unsigned kReadAnyone = CXFile::modeRead | CXFile::shareDenyNone | CXFi
 
 /// The folder for temporary files.
 CPathString TemporaryFolder();
+/// A path for the archive of a report there, which other processes cannot predict.
+CPathString TemporaryReport(const CrashRecord& record);
 /// A text that other processes cannot predict, for names of files.
 CXTString<wchar_t> RandomName();
 

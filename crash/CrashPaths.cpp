@@ -1,11 +1,14 @@
 #include "crash/CrashPaths.h"
 
+#include "crash/Attempt.h"
 #include "platform/FatalSignals.h"
 #include "platform/PathNames.h"
 #include "text/TextEncoding.h"
 
 #include <cstdio>
+#include <string_view>
 #include <system_error>
+#include <vector>
 
 namespace tev
 {
@@ -13,9 +16,19 @@ namespace
 {
 namespace fs = std::filesystem;
 
+constexpr const char* kLockName = "lock";
+
 fs::path PrivateName(const fs::path& beside, unsigned process)
 {
     return beside.string() + "." + std::to_string(process);
+}
+
+bool IsPrivateName(const std::string& name, const std::string& start)
+{
+    constexpr std::string_view kEnd = "Report.zip."; // before the process
+    const std::size_t end = name.find_last_not_of("0123456789") + 1;
+    return end < name.size() && end >= start.size() + kEnd.size() && name.compare(0, start.size(), start) == 0 &&
+           name.compare(end - kEnd.size(), kEnd.size(), kEnd) == 0;
 }
 } // namespace
 
@@ -48,17 +61,41 @@ CXTString<wchar_t> FromUtf8(const std::string& text)
 
 PrivateFolder::PrivateFolder(const fs::path& beside) : m_path(PrivateName(beside, platform::ProcessId()))
 {
+    std::error_code failure; // then there is no folder below
+    fs::create_directories(m_path.parent_path(), failure);
     fs::remove_all(m_path); // an earlier process of the same identifier
     if (!fs::create_directory(m_path))
         throw fs::filesystem_error("in use", m_path, std::make_error_code(std::errc::file_exists));
-    std::error_code failure;
     fs::permissions(m_path, fs::perms::owner_all, failure);
+    const std::string lock = m_path / kLockName;
+    if (platform::WritePrivateFile(lock.c_str(), {}))
+        m_lock.emplace(lock); // some file systems have no locks
 }
 
 PrivateFolder::~PrivateFolder()
 {
     std::error_code failure;
     fs::remove_all(m_path, failure);
+}
+
+void RemoveLeftFolders(const CXTString<wchar_t>& folder, const CXTString<wchar_t>& start) noexcept
+{
+    Attempt([&] {
+        std::error_code failure;
+        std::vector<fs::path> found;
+        for (const fs::directory_entry& entry : fs::directory_iterator(SystemFilePath(folder), failure))
+        {
+            if (IsPrivateName(entry.path().filename().string(), SystemFilePath(start).string()))
+                found.push_back(entry.path());
+        }
+        for (const fs::path& path : found)
+        {
+            const fs::path lock = path / kLockName;
+            const platform::LeftRecord left(lock.string());
+            if (left.IsHeld() || !fs::exists(lock))
+                fs::remove_all(path, failure);
+        }
+    });
 }
 
 void RemoveReportFile(const CXTString<wchar_t>& path) noexcept

@@ -166,7 +166,8 @@ void AddOwnFiles(CrashRecord& record)
         record.m_dump = record.m_writtenDump;
     if (record.m_isCrash && !record.m_dump.IsEmpty())
     {
-        add(record.m_dump, kTextDump);
+        if (fileIsFile(record.m_dump))
+            add(record.m_dump, kTextDump);
         const CPathString details = DetailsPath(record);
         Attempt([&] {
             if (isMade ? fileIsFile(details)

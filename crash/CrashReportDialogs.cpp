@@ -107,14 +107,20 @@ void CrashHandlerAccess::OfferReport(CCrashHandler& handler, const tev::CrashRec
 void CrashHandlerAccess::FinishLeft(CCrashHandler& handler)
 {
     tev::Attempt([&handler] {
+        CPathString folder;
+        tev::RemoveLeftFolders(tev::TemporaryFolder(), XGetApplicationName() + L".");
+        if (tev::FindCommonDataFolder(folder))
+            tev::RemoveLeftFolders(folder, L"");
+        CUserInterface& userInterface = XGetUserInterface();
+        if (HasHost(userInterface) && !userInterface.CanAsk())
+            return; // the records stay
         std::vector<tev::LeftReport> reports;
         tev::FinishLeftReports(tev::TemporaryFolder(), XGetApplicationName(), reports);
-        CPathString folder;
         if (tev::FindUserDataFolder(folder))
             tev::FinishLeftReports(folder, XGetApplicationName(), reports);
         for (const tev::LeftReport& report : reports)
         {
-            if (!report.m_archive.IsEmpty() && HasHost(XGetUserInterface()))
+            if (!report.m_archive.IsEmpty() && HasHost(userInterface))
             {
                 g_isAskingAtStart.store(true);
                 OfferReport(handler, report.m_record, report.m_archive);

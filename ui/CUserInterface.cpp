@@ -71,6 +71,11 @@ bool CUserInterface::IsDarkTheme()
     return false;
 }
 
+bool CUserInterface::CanAsk()
+{
+    return true;
+}
+
 bool CUserInterface::AskForPassword(const CPathString&, CXTString<wchar_t>&)
 {
     return false;

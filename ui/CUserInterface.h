@@ -69,6 +69,9 @@ public:
     virtual bool IsDarkTheme();
     /// Asks for the password of a file. False, and `password` is left, when the user gives none.
     virtual bool AskForPassword(const CPathString& file, CXTString<wchar_t>& password);
+    /// Whether a question would be shown now; by default always. What can wait, such as reports of an earlier run, is asked
+    /// later where it is false (XOfferLeftReports).
+    virtual bool CanAsk();
 };
 
 /// The host's user interface, or the default one. Safe from several threads at once.

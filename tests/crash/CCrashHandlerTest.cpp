@@ -1,6 +1,7 @@
 #include "crash/CCrashHandler.h"
 
 #include "crash/CrashPackage.h"
+#include "crash/CrashPaths.h"
 #include "objects/CXException.h"
 #include "objects/LastFailure.h"
 #include "objects/ThreadException.h"
@@ -52,6 +53,9 @@ public:
         m_notified = title + L"|" + text + L"|" + link;
     }
 
+    bool CanAsk() override { return m_canAsk; }
+
+    bool m_canAsk = true;
     XReportAnswer m_answer;
     CPathString m_savePath;
     Text m_introduction;
@@ -281,6 +285,45 @@ TEST_F(CCrashHandlerTest, WithoutFoldersAReportOnDemandGoesToTheTemporaryFiles)
     for (const auto& entry : std::filesystem::directory_iterator(m_folder.Path("temporary")))
         left.push_back(NamesInArchive(m_folder.WidePath("temporary/" + entry.path().filename().string())));
     EXPECT_THAT(left, testing::ElementsAre(OwnFiles()));
+}
+
+TEST_F(CCrashHandlerTest, AReportWhoseDumpFindsNoRoomHasTheDetails)
+{
+    if (kIsSanitized)
+        GTEST_SKIP() << "the sanitizer's own files find no room either";
+    const EnvironmentVariable temporary("TMPDIR", m_folder.Path("user").string());
+    EXPECT_EQ(ResultInChild([] {
+                  const rlimit little = {4096, 4096};
+                  setrlimit(RLIMIT_FSIZE, &little);
+                  CrashInstall(nullptr, L"A", L"1", xCrashReport);
+                  CrashGenerateErrorReport(nullptr, false);
+                  return 5;
+              }),
+              5);
+    EXPECT_EQ(NamesInArchive(CommonPath("DebugReport.zip")), std::set<std::wstring>{Product() + L".txt"});
+    EXPECT_EQ(NamesIn(m_folder.Path("common")), std::set<std::string>{"DebugReport.zip"});
+    EXPECT_EQ(NamesIn(m_folder.Path("user")), std::set<std::string>());
+}
+
+TEST_F(CCrashHandlerTest, TheNextStartRemovesTheFoldersThatEndedProcessesLeft)
+{
+    const EnvironmentVariable temporary("TMPDIR", m_folder.Path("temporary").string());
+    const std::string product = CXTString<char>(XGetApplicationName()).GetConstBuffer();
+    const std::string report = ".0123.DebugReport.zip";
+    for (const std::string folder : {"common/DebugReport.zip.1", "common/x.FileReport.zip.1", "common/Report.zip.1x"})
+        m_folder.WriteFile(folder + "/report.zip", "half an archive");
+    for (const std::string& folder :
+         {product + report + ".1", product + report + ".2", product + report, "o" + report + ".1"})
+        m_folder.WriteFile("temporary/" + folder + "/A.dmp", "half a dump");
+    m_folder.WriteFile("temporary/" + product + report + ".2/lock", "");
+    m_folder.WriteFile("temporary/" + product + report + ".1/lock", "");
+    const tev::platform::LeftRecord inUse(m_folder.Path("temporary/" + product + report + ".2/lock").string());
+    const tev::PrivateFolder own(m_folder.Path("common/DebugReport.zip"));
+    CrashInstall(nullptr, L"A", L"1", xCrashReport);
+    EXPECT_EQ(NamesIn(m_folder.Path("common")),
+              (std::set<std::string>{"Report.zip.1x", own.Path().filename().string()}));
+    EXPECT_EQ(NamesIn(m_folder.Path("temporary")),
+              (std::set<std::string>{product + report + ".2", product + report, "o" + report + ".1"}));
 }
 
 TEST_F(CCrashHandlerTest, ARefusedReportLeavesThePendingExceptionAlone)
@@ -575,9 +618,17 @@ TEST_F(CCrashHandlerTest, TheNextStartFinishesWhatAPowerFailureLeft)
     // What another user may have written is no record.
     m_folder.WriteFile("user/" + product + ".3.crash", bytes);
     std::filesystem::permissions(m_folder.Path("user/" + product + ".3.crash"), std::filesystem::perms::all);
+    TestUser user;
+    user.m_canAsk = false; // the event loop does not run yet
     CrashInstall(nullptr, L"A", L"1", xCrashReport);
+    XOfferLeftReports();
+    EXPECT_TRUE(m_folder.Exists("user/" + product + ".1.crash"));
+    EXPECT_FALSE(HasReport("DebugReport.zip"));
+    user.m_canAsk = true;
+    XOfferLeftReports();
     EXPECT_EQ(NamesInArchive(CommonPath("DebugReport.zip")),
               (std::set<std::wstring>{L"scene.obj", L"x.dmp", L"x.txt"}));
+    EXPECT_EQ(user.m_files.size(), 4u);
     EXPECT_FALSE(HasReport("DebugReport (1).zip"));
     EXPECT_FALSE(HasReport("DebugReport.zip.1"));
     EXPECT_FALSE(m_folder.Exists("user/" + product + ".1.crash"));

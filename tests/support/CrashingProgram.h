@@ -6,6 +6,14 @@
 #include "tests/support/Testing.h"
 #include "zip/CZip.h"
 
+inline std::set<std::string> NamesIn(const std::filesystem::path& folder)
+{
+    std::set<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(folder))
+        names.insert(entry.path().filename().string());
+    return names;
+}
+
 namespace tev::test
 {
 /// The program of tests/crash/program as a child process, with its own data folders and current folder.
@@ -79,13 +87,7 @@ public:
     }
 
     /// The names in one of the folders "common", "user", "temporary".
-    std::set<std::string> Names(const std::string& folder) const
-    {
-        std::set<std::string> names;
-        for (const auto& entry : std::filesystem::directory_iterator(m_folder.Path(folder)))
-            names.insert(entry.path().filename().string());
-        return names;
-    }
+    std::set<std::string> Names(const std::string& folder) const { return NamesIn(m_folder.Path(folder)); }
     std::string Errors() const { return m_folder.ReadFile("errors"); }
 
 private:
