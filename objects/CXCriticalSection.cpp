@@ -2,6 +2,7 @@
 
 #include "platform/AddressWait.h"
 #include "platform/ForkHandlers.h"
+#include "platform/ProcessorPause.h"
 #include "platform/ThreadLocks.h"
 #include "platform/Threads.h"
 
@@ -50,6 +51,27 @@ void LetForkPass(const ThreadLocks& mine) noexcept
 constexpr std::uint32_t ForkOf(std::uint32_t state) noexcept
 {
     return state & ~(kForkStep - 1);
+}
+
+// Locks are held for a shorter time than it takes to sleep and to be woken. The first wait is long enough that threads which
+// take the lock again and again do so many times before it changes hands, since each change moves what it guards from one
+// processor's cache to another's. All waits together take about as long as the sleep that they may save.
+constexpr unsigned kFirstPauses = 64;
+constexpr unsigned kLastPauses = 256;
+
+/// Waits a little for a lock, without sleeping; false where it is still held then.
+bool TakeSoon(std::atomic<std::uint32_t>& state, std::uint32_t taken) noexcept
+{
+    for (unsigned pauses = kFirstPauses; pauses <= kLastPauses; pauses *= 2)
+    {
+        for (unsigned i = 0; i < pauses; ++i)
+            tev::platform::PauseProcessor();
+        std::uint32_t found = state.load(std::memory_order_relaxed);
+        if (found == kFree &&
+            state.compare_exchange_strong(found, taken, std::memory_order_acquire, std::memory_order_relaxed))
+            return true;
+    }
+    return false;
 }
 
 // Only the owner writes the count, so it needs no atomic addition.
@@ -114,10 +136,12 @@ inline bool CXCriticalSection::TryTake() noexcept
     return true;
 }
 
-// A waiting thread does not hold the lock: it may be suspended and killed while it waits.
+// A thread that sleeps does not hold the lock: it may be suspended and killed meanwhile.
 void CXCriticalSection::WaitForLock()
 {
     ThreadLocks& mine = t_threadLocks;
+    if (TakeSoon(m_state, g_fork | kHeld))
+        return;
     const std::uint32_t awaited = g_fork | kAwaited;
     for (;;)
     {
@@ -132,6 +156,8 @@ void CXCriticalSection::WaitForLock()
         TakeLockWeight(mine, m_weight);
         tev::platform::WaitWhile(m_state, awaited, tev::platform::kLockRecheckTime);
         AddLockWeight(mine, m_weight);
+        if (TakeSoon(m_state, awaited)) // others may sleep, too
+            return;
     }
 }
 

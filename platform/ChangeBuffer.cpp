@@ -50,12 +50,13 @@ void ChangeBuffer::AddEverything() noexcept
     m_events.clear();
 }
 
-std::vector<FolderEvent> ChangeBuffer::Take()
+void ChangeBuffer::Take(std::vector<FolderEvent>& events)
 {
     if (m_hasEverything)
         m_events.assign(1, {FolderChange::Everything, {}, {}, false});
     m_size = 0;
     m_hasEverything = false;
-    return std::exchange(m_events, {});
+    events.swap(m_events);
+    m_events.clear();
 }
 } // namespace tev::platform

@@ -16,8 +16,8 @@ public:
     void AddRename(const std::string& from, const std::string& to, bool isExchange);
     /// Replaces the contents of the buffer, and what is added until Take.
     void AddEverything() noexcept;
-    /// Empties the buffer.
-    std::vector<FolderEvent> Take();
+    /// Replaces the events by those of the buffer, which is empty then and has their memory.
+    void Take(std::vector<FolderEvent>& events);
 
 private:
     void Append(FolderEvent event);

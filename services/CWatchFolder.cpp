@@ -287,14 +287,14 @@ void CWatchFolder::RecordEvent(const CXTString<wchar_t>& folder, const FolderEve
     m_path = folder;
     m_path.Append(event.path.data(), event.path.size());
     Record(m_path, change);
-    m_list.push_back({change, m_path, oldPath, event.isExchange});
+    m_list.push_back({change, m_path, std::move(oldPath), event.isExchange});
 }
 
 void CWatchFolder::Record(const CXTString<wchar_t>& path, FileChange change)
 {
-    const FileChange* earlier = m_changes.Find(path);
     // Reading the file or folder again shows what was modified, too.
-    if (earlier != nullptr && change == xChangeModified && (*earlier == xChangeAdded || *earlier == xChangeRenamed))
+    const FileChange* earlier = change == xChangeModified ? m_changes.Find(path) : nullptr;
+    if (earlier != nullptr && (*earlier == xChangeAdded || *earlier == xChangeRenamed))
         return;
     if (m_changes.Insert(path, change) == 0 && m_changes.Find(path) == nullptr)
         CXMemoryException::Throw();

@@ -17,12 +17,14 @@
 #include "services/ApplicationName.h"
 #include "services/OpenLog.h"
 #include "services/Paths.h"
+#include "text/TextFormat.h"
 #include "threads/MainThread.h"
 #include "values/CXTime.h"
 
 #include <atomic>
 #include <chrono>
 #include <cstdarg>
+#include <cwchar>
 #include <filesystem>
 #include <memory>
 #include <string>
@@ -34,6 +36,7 @@ using Text = CXTString<wchar_t>;
 using Tabs = CHashMap<unsigned, unsigned, Text>;
 
 constexpr unsigned kThreshold = 0xFF;
+constexpr unsigned __int64 kLongMessage = 64 * 1024; // whose memory is not kept
 constexpr unsigned kErrorSeekOnDevice = 132;
 constexpr unsigned __int64 kNoPosition = ~0ull;
 constexpr unsigned kCreate = CXFile::modeWrite | CXFile::shareDenyWrite | CXFile::modeCreate | CXFile::typeText |
@@ -131,7 +134,8 @@ public:
     bool Open(const Text& path, LogFileMode mode, unsigned level);
     bool Close();
     bool IsEnabled() const;
-    void Write(const Text& message, unsigned level);
+    template <class T>
+    void Write(const T* message, unsigned level);
     unsigned AddTab(bool add);
 
     static void BeforeFork();
@@ -142,8 +146,13 @@ public:
 
 private:
     void OpenFile(const Text& path, LogFileMode mode) X_REQUIRES(m_lock);
+    void WriteText(const Text* tabs, const wchar_t* message, unsigned level) X_REQUIRES(m_lock);
+    void WriteText(const Text* tabs, const char* message, unsigned level) X_REQUIRES(m_lock);
     void GoToEnd() X_REQUIRES(m_lock);
-    const Text* TabsOf(unsigned thread) const X_REQUIRES(m_lock) { return m_tabs->Find(thread); }
+    const Text* TabsOf(unsigned thread) const X_REQUIRES(m_lock)
+    {
+        return m_tabs->GetCount() == 0 ? nullptr : m_tabs->Find(thread);
+    }
     static bool IsTooDeep(const Text* tabs) noexcept
     {
         return tabs != nullptr && static_cast<unsigned>(tabs->GetLength()) > (Level() & kThreshold);
@@ -151,6 +160,7 @@ private:
 
     std::unique_ptr<CStdioFileEx> m_file X_GUARDED_BY(m_lock);
     std::unique_ptr<Tabs> m_tabs X_GUARDED_BY(m_lock); // exists while the file is open
+    Text m_decoded X_GUARDED_BY(m_lock);               // the last narrow message
     bool m_hasEnd X_GUARDED_BY(m_lock) = false;        // a pipe or a terminal has none
     bool m_isLineOpen X_GUARDED_BY(m_lock) = false;    // the last message has no line end
     unsigned m_forking X_GUARDED_BY(m_lock) = 0;       // the thread that forks
@@ -234,7 +244,8 @@ bool Log::IsEnabled() const
     return m_tabs == nullptr || (word & kThreshold) == kThreshold || !IsTooDeep(TabsOf(ThisThread()));
 }
 
-void Log::Write(const Text& message, unsigned level)
+template <class T>
+void Log::Write(const T* message, unsigned level)
 {
     const tev::LockGuard guard(m_lock);
     if (m_file == nullptr || (Level() & xLogOff) != 0)
@@ -247,15 +258,29 @@ void Log::Write(const Text& message, unsigned level)
         tabs = mainTabs;
     if (IsTooDeep(tabs))
         return;
+    WriteText(tabs, message, level);
+}
+
+void Log::WriteText(const Text* tabs, const char* message, unsigned level)
+{
+    m_decoded = message;
+    WriteText(tabs, m_decoded.GetConstBuffer(), level);
+    if (m_decoded.GetLength64() > kLongMessage)
+        m_decoded = Text();
+}
+
+void Log::WriteText(const Text* tabs, const wchar_t* message, unsigned level)
+{
     GoToEnd();
-    const bool startsLine = !m_isLineOpen && !message.IsEmpty() && !IsLineEnd(message[0]);
+    const std::size_t length = std::wcslen(message);
+    const bool startsLine = !m_isLineOpen && length != 0 && !IsLineEnd(message[0]);
     if (startsLine && g_prefix.load(std::memory_order_relaxed) != xLogNoPrefix)
         m_file->WriteString(Prefix(level));
     if (tabs != nullptr)
         m_file->WriteString(*tabs);
     m_file->WriteString(message);
-    if (!message.IsEmpty())
-        m_isLineOpen = !IsLineEnd(message[message.GetLength() - 1]);
+    if (length != 0)
+        m_isLineOpen = !IsLineEnd(message[length - 1]);
     m_file->Flush();
 }
 
@@ -341,24 +366,17 @@ void EndIfCancelled()
 }
 
 // Messages are formatted before the lock is taken.
-
-void WriteMessage(unsigned level, const wchar_t* format, va_list arguments)
+template <class T>
+void WriteMessage(unsigned level, const T* format, va_list arguments)
 {
     if (!IsWanted(format))
         return;
-    Text message;
-    message.FormatV(format, arguments);
-    Log::Get().Write(message, level);
-    EndIfCancelled();
-}
-
-void WriteMessage(unsigned level, const char* format, va_list arguments)
-{
-    if (!IsWanted(format))
-        return;
-    CXTString<char> message;
-    message.FormatV(format, arguments);
-    Log::Get().Write(Text(message), level);
+    tev::FormatOutput<T> message;
+    const bool isFormatted = tev::FormatText(message, format, arguments) && tev::AppendFill(message, T(), 1);
+    if (!isFormatted)
+        tev::NoteBadArgument("WriteToLogFile");
+    const T empty = T();
+    Log::Get().Write(isFormatted ? message.Data() : &empty, level);
     EndIfCancelled();
 }
 } // namespace

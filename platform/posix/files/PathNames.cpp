@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdlib>
+#include <cstring>
 
 #include <unistd.h>
 
@@ -87,18 +88,19 @@ bool EncodePath(const wchar_t* path, Append&& append)
     return true;
 }
 
-void AppendWide(std::wstring& text, char32_t c)
+/// Returns what follows.
+wchar_t* PutWide(wchar_t* at, char32_t c)
 {
     if constexpr (sizeof(wchar_t) == 2)
     {
         if (c >= 0x10000)
         {
-            text += static_cast<wchar_t>(0xD800 + ((c - 0x10000) >> 10));
-            text += static_cast<wchar_t>(0xDC00 + ((c - 0x10000) & 0x3FF));
-            return;
+            *at++ = static_cast<wchar_t>(0xD800 + ((c - 0x10000) >> 10));
+            c = 0xDC00 + ((c - 0x10000) & 0x3FF);
         }
     }
-    text += static_cast<wchar_t>(c);
+    *at++ = static_cast<wchar_t>(c);
+    return at;
 }
 
 /// Length in bytes of the valid sequence at `bytes`, with its code point; 0 when there is none.
@@ -158,6 +160,8 @@ std::wstring tev::platform::SystemPathToWide(const char* path)
     std::wstring result;
     if (path == nullptr)
         return result;
+    result.resize(std::strlen(path)); // no character is longer than its bytes
+    wchar_t* at = result.data();
     for (auto bytes = reinterpret_cast<const unsigned char*>(path); *bytes != 0;)
     {
         char32_t c = 0;
@@ -167,9 +171,10 @@ std::wstring tev::platform::SystemPathToWide(const char* path)
             length = 1;
             c = kEscapeBase + *bytes;
         }
-        AppendWide(result, c);
+        at = PutWide(at, c);
         bytes += length;
     }
+    result.resize(static_cast<std::size_t>(at - result.data()));
     return result;
 }
 

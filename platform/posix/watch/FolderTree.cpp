@@ -66,16 +66,23 @@ WatchedFolder::~WatchedFolder()
 
 std::string WatchedFolder::PathOf(const std::string& name) const
 {
-    std::vector<const std::string*> names{&name};
-    for (const WatchedFolder* folder = this; folder != nullptr; folder = folder->m_parent)
-        names.push_back(&folder->m_name);
-    std::string path;
-    for (auto part = names.rbegin(); part != names.rend(); ++part)
-    {
-        if (!path.empty() && !(*part)->empty())
-            path += '/';
-        path += **part;
-    }
+    const auto fromTheEnd = [&](const auto& visit) {
+        if (!name.empty())
+            visit(name);
+        for (const WatchedFolder* folder = this; folder != nullptr; folder = folder->m_parent)
+        {
+            if (!folder->m_name.empty()) // as the root's is
+                visit(folder->m_name);
+        }
+    };
+    std::size_t size = 0;
+    fromTheEnd([&](const std::string& part) { size += part.size() + (size != 0 ? 1 : 0); });
+    std::string path(size, '/');
+    std::size_t at = size;
+    fromTheEnd([&](const std::string& part) {
+        at -= part.size() + (at != size ? 1 : 0);
+        part.copy(path.data() + at, part.size());
+    });
     return path;
 }
 
@@ -184,7 +191,9 @@ bool FolderTree::HasArrival(const EventBatch& batch, std::size_t departure) cons
 std::vector<WatchedFolder*> FolderTree::OwnFolders(int number) const
 {
     std::vector<WatchedFolder*> folders;
-    for (NumberedFolder* numbered : m_queue.FoldersOf(number))
+    std::vector<NumberedFolder*> all;
+    m_queue.FoldersOf(number, all);
+    for (NumberedFolder* numbered : all)
     {
         auto* const folder = static_cast<WatchedFolder*>(numbered);
         if (&folder->m_tree == this)

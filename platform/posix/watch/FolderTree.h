@@ -78,7 +78,7 @@ public:
     void Lose() noexcept;
     /// As Lose, in a child made by fork, also in the middle of anything that lets forks pass. The queue is closed.
     void StartInChild() noexcept;
-    std::vector<FolderEvent> TakeChanges() { return m_changes.Take(); }
+    void TakeChanges(std::vector<FolderEvent>& events) { m_changes.Take(events); }
 
 private:
     friend struct WatchedFolder;

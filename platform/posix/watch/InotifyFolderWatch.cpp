@@ -47,6 +47,9 @@ private:
 
     InotifyQueue m_queue;
     std::vector<FolderTree*> m_trees;
+    // Of the events that are handled; kept for their memory.
+    EventBatch m_batch;
+    std::vector<NumberedFolder*> m_folders;
 
     static WatchedTrees* s_trees;
 };
@@ -109,18 +112,17 @@ void WatchedTrees::HandleEvents()
 {
     if (!m_queue.Open())
         return;
-    EventBatch batch;
     bool isSettled = false;
     for (int i = 0; !isSettled && i < kMostBatches; ++i)
     {
-        m_queue.Read(batch);
-        for (std::size_t event = 0; event < batch.Size(); ++event)
-            Handle(batch, event);
+        m_queue.Read(m_batch);
+        for (std::size_t event = 0; event < m_batch.Size(); ++event)
+            Handle(m_batch, event);
         isSettled = true;
         for (FolderTree* tree : m_trees)
         {
             tree->EndBatch();
-            isSettled = tree->Settle(batch, i == 0) && isSettled;
+            isSettled = tree->Settle(m_batch, i == 0) && isSettled;
         }
     }
 }
@@ -130,7 +132,8 @@ void WatchedTrees::Handle(const EventBatch& batch, std::size_t index)
     const inotify_event& event = batch[index];
     if ((event.mask & IN_Q_OVERFLOW) != 0)
         return LoseAll();
-    for (NumberedFolder* numbered : m_queue.FoldersOf(event.wd))
+    m_queue.FoldersOf(event.wd, m_folders);
+    for (NumberedFolder* numbered : m_folders)
     {
         if (!m_queue.IsBound(event.wd, numbered))
             continue; // removed while the event was handled for another one
@@ -170,18 +173,17 @@ public:
 
     void Collect(const Report& report) override
     {
-        std::vector<FolderEvent> events;
         {
             const std::lock_guard<WatchLock> guard(g_watchLock);
             WatchedTrees& trees = WatchedTrees::Get();
             trees.Pump();
             m_tree->Refresh();
             trees.Queue().ReleaseUnused();
-            events = m_tree->TakeChanges();
+            m_tree->TakeChanges(m_events);
         }
         try
         {
-            std::for_each(events.begin(), events.end(), report);
+            std::for_each(m_events.begin(), m_events.end(), report);
         }
         catch (...)
         {
@@ -193,6 +195,7 @@ public:
 
 private:
     std::unique_ptr<FolderTree> m_tree;
+    std::vector<FolderEvent> m_events; // which were reported last
 };
 } // namespace
 

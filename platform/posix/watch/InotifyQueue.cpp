@@ -153,12 +153,11 @@ void InotifyQueue::Unbind(NumberedFolder& folder) noexcept
     folder.m_number = -1;
 }
 
-std::vector<NumberedFolder*> InotifyQueue::FoldersOf(int number) const
+void InotifyQueue::FoldersOf(int number, std::vector<NumberedFolder*>& folders) const
 {
-    std::vector<NumberedFolder*> folders;
+    folders.clear();
     const auto [first, last] = m_folders.equal_range(number);
     std::transform(first, last, std::back_inserter(folders), [](const auto& entry) { return entry.second; });
-    return folders;
 }
 
 bool InotifyQueue::IsBound(int number, const NumberedFolder* folder) const

@@ -64,7 +64,8 @@ public:
     void Bind(NumberedFolder& folder, int number);
     /// The system watches the folder until ReleaseUnused, so that it may be bound again.
     void Unbind(NumberedFolder& folder) noexcept;
-    std::vector<NumberedFolder*> FoldersOf(int number) const;
+    /// Replaces the folders by those that are bound to the number.
+    void FoldersOf(int number, std::vector<NumberedFolder*>& folders) const;
     bool IsBound(int number, const NumberedFolder* folder) const;
     /// Ends the watches of numbers to which no folder is bound.
     void ReleaseUnused() noexcept;
