@@ -31,6 +31,7 @@
 #include "objects/CXObject.h"
 #include "objects/CXSingleLock.h"
 #include "objects/ClassClashes.h"
+#include "objects/DerivedClasses.h"
 #include "objects/LastFailure.h"
 #include "objects/ThreadException.h"
 #include "objects/ThreadUse.h"
@@ -51,6 +52,7 @@
 #include "files/CXFile.h"
 #include "files/CXMemFile.h"
 #include "files/CXStdioFile.h"
+#include "files/ReplaceFile.h"
 #include "files/TextFileInfo.h"
 
 #include "arrays/ArrayElements.h"
@@ -84,6 +86,7 @@
 #include "services/CPathString.h"
 #include "services/CProfileTimer.h"
 #include "services/CWatchFolder.h"
+#include "services/CXModule.h"
 #include "services/FileTypeRegistry.h"
 #include "services/FileWildcards.h"
 #include "services/LogFile.h"

@@ -38,7 +38,8 @@ add_library(tevtools_qt_host STATIC ${host_sources})
 tevtools_configure_qt(tevtools_qt_host)
 target_link_libraries(tevtools_qt_host PUBLIC tevtools_host_model TevToolsQt Qt6::Widgets)
 target_compile_definitions(tevtools_qt_host INTERFACE
-    HOST_PLUGIN_DIR="${host_plugin_dir}" HOST_NEWER_PLUGIN_DIR="${host_plugin_dir-newer}")
+    HOST_PROGRAM="$<TARGET_FILE:host>" HOST_PLUGIN_DIR="${host_plugin_dir}"
+    HOST_NEWER_PLUGIN_DIR="${host_plugin_dir-newer}")
 add_dependencies(tevtools_qt_host ${host_plugins})
 
 add_executable(host "${PROJECT_SOURCE_DIR}/examples/host/main.cpp")

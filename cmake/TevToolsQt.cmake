@@ -75,18 +75,22 @@ if(TEVTOOLS_TESTS)
         if(TARGET tevtools_qt_${folder})
             target_link_libraries(${tests} PRIVATE tevtools_qt_${folder})
         endif()
-        if(TARGET tev-${folder}) # which the tests also run
-            add_dependencies(${tests} tev-${folder})
-        endif()
+        foreach(program IN ITEMS tev-${folder} ${folder}) # which the tests also run
+            if(TARGET ${program})
+                add_dependencies(${tests} ${program})
+            endif()
+        endforeach()
         target_compile_definitions(${tests} PRIVATE TEVTOOLS_SOURCE_DIR="${PROJECT_SOURCE_DIR}")
         target_compile_options(${tests} PRIVATE $<$<CONFIG:Release>:-O1>)
         list(APPEND qt_tests ${tests})
         add_test(NAME desktop.${folder} COMMAND "${PROJECT_SOURCE_DIR}/tests/qt/support/on-display" $<TARGET_FILE:${tests}>)
         set(test_names desktop.${folder})
-        if(folder STREQUAL "toolkit") # its windows also on a display of twice the density
+        if(folder MATCHES "^(toolkit|host)$") # its windows also on a display of twice the density
+            set(tests_of_toolkit "*")
+            set(tests_of_host "*FitIn*")
             list(APPEND test_names desktop.${folder}.scaled)
             add_test(NAME desktop.${folder}.scaled COMMAND "${PROJECT_SOURCE_DIR}/tests/qt/support/on-display"
-                env QT_SCALE_FACTOR=2 $<TARGET_FILE:${tests}>)
+                env QT_SCALE_FACTOR=2 $<TARGET_FILE:${tests}> "--gtest_filter=${tests_of_${folder}}")
         endif()
         # Strict checks of strings complain of what the display's own libraries do.
         set_tests_properties(${test_names} PROPERTIES TIMEOUT 300 LABELS desktop

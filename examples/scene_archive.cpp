@@ -76,11 +76,10 @@ void Print(const Node& node, int depth)
 
 void Save(const Node& scene, const wchar_t* path)
 {
-    CXFile file(path, CXFile::modeCreate | CXFile::modeWrite);
-    CXArchive archive(&file, xArchiveStore);
-    archive << &scene;
-    archive.Close(); // throws when the disk is full; the destructor could not
-    file.Close();
+    XReplaceFile(path, [&](CXFile& file) { // the old file stays until the new one is complete
+        CXArchive archive(&file, xArchiveStore);
+        archive << &scene;
+    });
 }
 
 // The objects belong to the caller, each once, however many links lead to it.

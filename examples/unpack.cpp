@@ -31,7 +31,7 @@ void Print(const CXTString<wchar_t>& path)
 void ReadModel(const CPathString& archive)
 {
     CMiniZip zip;
-    if (!zip.ExtractZip(archive, L"", false)) // into a temporary folder
+    if (!zip.ExtractAny(archive)) // ZIP, gzip or Zstandard, into a temporary folder
         return;
     for (const CXTString<wchar_t>& file : zip.GetExtractedFiles())
     {

@@ -83,8 +83,8 @@ public:
     /// For loading: how many bytes may be read and how many objects created, and how deep these may nest; more is
     /// archiveGeneric. Without it only the nesting is limited. Has no effect on storing.
     void SetBudget(unsigned __int64 bytes, unsigned __int64 objects, unsigned int depth) noexcept;
-    /// The objects that loading has created so far, in that order. After a failure some of them may have
-    /// no owner: this is how they are found and deleted.
+    /// The objects that loading has created so far, in that order, without those that a std::unique_ptr took. After a
+    /// failure some of them may have no owner: this is how they are found and deleted.
     std::vector<CXObject*> GetCreatedObjects() const;
 
     /// Returns the number of bytes delivered: fewer only at the end of the file.
@@ -165,6 +165,23 @@ public:
                       "the archive cannot know the class: it lacks X_DECLARE_CLASS, or has it in a private part");
         object = static_cast<POINTER>(ReadObject(CLASS::GetThisRuntimeClassDescriptor()));
         return *this;
+    }
+
+    /// As with a plain pointer, but what is read belongs to the given one, which then deletes what it had. An object that
+    /// occurred before has an owner already: archiveBadIndex. After a failure the pointer is as it was, and what was read of
+    /// the object is deleted: where owners hold all that they read by std::unique_ptr, nothing is left.
+    template <class CLASS, class = std::enable_if_t<std::is_base_of_v<CXObject, CLASS>>>
+    CXArchive& operator>>(std::unique_ptr<CLASS>& object)
+    {
+        static_assert(tev::kDeclaresItsClass<std::remove_cv_t<CLASS>>,
+                      "the archive cannot know the class: it lacks X_DECLARE_CLASS, or has it in a private part");
+        object.reset(static_cast<CLASS*>(ReadOwnedObject(CLASS::GetThisRuntimeClassDescriptor())));
+        return *this;
+    }
+    template <class CLASS, class = std::enable_if_t<std::is_base_of_v<CXObject, CLASS>>>
+    CXArchive& operator<<(const std::unique_ptr<CLASS>& object)
+    {
+        return *this << static_cast<const CXObject*>(object.get());
     }
 
     /// The form in which containers write how many elements follow: 2, 6 or 14 bytes.
@@ -259,7 +276,9 @@ private:
     void EnterLoaded(const tev::ArchiveReference& reference);
     const CXRuntimeClass* ReadNewClass();
     const CXRuntimeClass* ReferredClass(unsigned int index);
-    CXObject* ReadNewObject(const CXRuntimeClass* type, unsigned int schema);
+    CXObject* ReadOwnedObject(const CXRuntimeClass* requested);
+    CXObject* ReadNewObject(const CXRuntimeClass* type, unsigned int schema, bool isOwned);
+    void ForgetOwned(std::size_t first) noexcept;
     CXObject* ReferredObject(unsigned int tag, const CXRuntimeClass* requested) const;
 
     CXTString<wchar_t> m_fileName;

@@ -30,6 +30,7 @@ struct ArchiveReference
     const void* m_pointer = nullptr;
     Kind m_kind = Kind::kNone;
     unsigned m_schema = kNoSchema; ///< of a class, as it stood in the archive
+    bool m_isOwned = false;        ///< an object that a std::unique_ptr takes
 };
 
 /// The objects and classes that an archive has written or read, numbered together.
@@ -98,7 +99,7 @@ std::vector<CXObject*> CXArchive::GetCreatedObjects() const
         return objects;
     for (const ArchiveReference& entry : m_references->m_loaded)
     {
-        if (entry.m_kind == ArchiveReference::Kind::kObject)
+        if (entry.m_kind == ArchiveReference::Kind::kObject && !entry.m_isOwned)
             objects.push_back(entry.Object());
     }
     return objects;
@@ -240,10 +241,23 @@ CXObject* CXArchive::ReadObject(const CXRuntimeClass* requested)
     unsigned schema = kNoSchema;
     unsigned tag = kNull;
     const CXRuntimeClass* type = ReadClass(requested, &schema, &tag);
-    return type != nullptr ? ReadNewObject(type, schema) : ReferredObject(tag, requested);
+    return type != nullptr ? ReadNewObject(type, schema, false) : ReferredObject(tag, requested);
 }
 
-CXObject* CXArchive::ReadNewObject(const CXRuntimeClass* type, unsigned int schema)
+CXObject* CXArchive::ReadOwnedObject(const CXRuntimeClass* requested)
+{
+    const tev::ExclusiveUse use(m_use);
+    RequireLoading();
+    unsigned schema = kNoSchema;
+    unsigned tag = kNull;
+    if (const CXRuntimeClass* type = ReadClass(requested, &schema, &tag))
+        return ReadNewObject(type, schema, true);
+    if (ReferredObject(tag, requested) != nullptr)
+        Fail(archiveBadIndex);
+    return nullptr;
+}
+
+CXObject* CXArchive::ReadNewObject(const CXRuntimeClass* type, unsigned int schema, bool isOwned)
 {
     const NestingLevel level(m_nesting);
     CheckNesting();
@@ -253,14 +267,38 @@ CXObject* CXArchive::ReadNewObject(const CXRuntimeClass* type, unsigned int sche
     std::unique_ptr<CXObject> created(type->CreateObject());
     if (created == nullptr)
         CXMemoryException::Throw();
-    EnterLoaded({created.get(), ArchiveReference::Kind::kObject, kNoSchema});
-    CXObject* const object = created.release();
+    EnterLoaded({created.get(), ArchiveReference::Kind::kObject, kNoSchema, isOwned});
+    CXObject* const object = isOwned ? created.get() : created.release();
+    const std::size_t index = m_references->m_loaded.size() - 1;
     m_objectSchema = schema;
-    object->Serialize(*this);
+    try
+    {
+        object->Serialize(*this);
+    }
+    catch (...)
+    {
+        if (isOwned)
+            ForgetOwned(index);
+        throw;
+    }
+    static_cast<void>(created.release());
     // The outer object's schema is not restored: after a nested object, readers have always seen the nested one.
     m_objectSchema = schema;
     XDeleteThreadException();
     return object;
+}
+
+// An object is deleted with those that it owns, which stand behind it. References to them are null from now on.
+void CXArchive::ForgetOwned(std::size_t first) noexcept
+{
+    if (m_references == nullptr) // the object has closed the archive
+        return;
+    auto& loaded = m_references->m_loaded;
+    for (std::size_t i = first; i < loaded.size(); ++i)
+    {
+        if (loaded[i].m_isOwned)
+            loaded[i] = {};
+    }
 }
 
 CXObject* CXArchive::ReferredObject(unsigned int tag, const CXRuntimeClass* requested) const

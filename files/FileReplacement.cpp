@@ -35,6 +35,33 @@ void* WaitForLock(const wchar_t* path)
 }
 } // namespace
 
+template <class CHANGE>
+void FileReplacement::File::Attempt(CHANGE&& change)
+{
+    const FileExceptionType before = std::exchange(m_failure, fileGeneric); // of an exception without a cause
+    try
+    {
+        change();
+    }
+    catch (CXFileException* exception)
+    {
+        m_failure = exception->GetCause();
+        throw;
+    }
+    m_failure = before;
+}
+
+bool FileReplacement::File::SetLength(unsigned __int64 length)
+{
+    Attempt([&] { CXFile::SetLength(length); });
+    return true;
+}
+
+void FileReplacement::File::Write(const void* buffer, unsigned int count)
+{
+    Attempt([&] { CXFile::Write(buffer, count); });
+}
+
 FileReplacement::FileReplacement(const wchar_t* path, TemporaryName naming, FolderLock lock)
     : m_naming(naming), m_path(path)
 {
@@ -49,7 +76,7 @@ FileReplacement::~FileReplacement()
 {
     platform::FileSystem& files = platform::CurrentFileSystem();
     if (m_file)
-        m_file->Abort();
+        m_file->CXFile::Abort();
     else if (m_handle != nullptr) // memory ran out before the file had it
         static_cast<void>(files.Close(m_handle));
     if (m_isNamed)
@@ -73,7 +100,7 @@ CXFile& FileReplacement::Begin()
     }
     Require(m_handle != nullptr);
     m_isNamed = isNamed;
-    m_file.emplace(m_handle, true);
+    m_file.emplace(m_handle);
     m_file->SetFilePath(m_path.c_str());
     return *m_file;
 }
@@ -87,6 +114,8 @@ void FileReplacement::Commit(const wchar_t* suffix)
 {
     platform::FileSystem& files = platform::CurrentFileSystem();
     const std::wstring target = m_path + suffix;
+    if (m_file->m_failure != fileNone)
+        CXFileException::Throw(m_file->m_failure, m_path.c_str());
     m_file->Flush();
     if (!m_isNamed)
     {
@@ -98,7 +127,7 @@ void FileReplacement::Commit(const wchar_t* suffix)
         m_locked = files.KeepLock(m_handle);
         Require(m_locked != nullptr);
     }
-    m_file->Close();
+    m_file->CXFile::Close();
     Require(files.Rename(m_temporary.c_str(), target.c_str()));
     m_isNamed = false;
     Unlock(m_locked);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "files/CXFile.h"
+#include "objects/CXFileException.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -20,7 +21,7 @@ enum class TemporaryName
 enum class FolderLock
 {
     Held,
-    None ///< for a thread that has crashed: it may hold the lock, so that it would wait for itself
+    None ///< for what may take long, and for a thread that has crashed and may hold the lock itself
 };
 
 /// Replaces a file by another one, or leaves it as it is: the new contents are written to a temporary file in the same
@@ -48,12 +49,30 @@ public:
     /// Copies bytes of an open file to the same place of the new contents, as FileSystem::CopyRange does, whatever the file's
     /// position, which stays.
     bool CopyRange(void* source, std::uint64_t offset, std::size_t count, std::size_t& copied);
-    /// Makes them the file's contents. With a suffix they become those of the file whose name has that suffix appended, and
+    /// Makes them the file's contents, unless a write to them has failed, also one whose exception was caught: then it throws
+    /// that one's cause. With a suffix they become those of the file whose name has that suffix appended, and
     /// new contents may be begun. What it throws leaves the old file, with one exception: when only the last step fails,
     /// the flush of the folder, the file is the new one, but may be the old one again after a power failure.
     void Commit(const wchar_t* suffix = L"");
 
 private:
+    /// Remembers that a write has failed, and is open until Commit, whoever closes it.
+    class File : public CXFile
+    {
+    public:
+        explicit File(void* handle) : CXFile(handle, true) {}
+        bool SetLength(unsigned __int64 length) override;
+        void Write(const void* buffer, unsigned int count) override;
+        void Close() override { Flush(); }
+        void Abort() override { m_failure = fileInvalidFile; }
+
+        FileExceptionType m_failure = fileNone;
+
+    private:
+        template <class CHANGE>
+        void Attempt(CHANGE&& change);
+    };
+
     void Require(bool done);
     static void Unlock(void*& locked) noexcept;
 
@@ -63,7 +82,7 @@ private:
     void* m_folder = nullptr; ///< holds the lock
     void* m_handle = nullptr; ///< of the temporary file; m_file closes it
     void* m_locked = nullptr; ///< keeps the temporary file's lock from its closing to its renaming
-    std::optional<CXFile> m_file;
+    std::optional<File> m_file;
     bool m_isNamed = false; ///< the temporary file has its name
 };
 } // namespace tev

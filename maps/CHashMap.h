@@ -30,6 +30,8 @@
 template <class KEY, class ARG_KEY, class VALUE, class METHODS = CHashMethods<KEY>>
 class CHashMap : public tev::HashTableBase<tev::HashSlot<KEY, VALUE>, ARG_KEY, METHODS>
 {
+    static_assert(std::is_class_v<METHODS> && !std::is_same_v<METHODS, VALUE>,
+                  "the fourth argument hashes and compares keys; values have no argument type of their own");
     using Base = tev::HashTableBase<tev::HashSlot<KEY, VALUE>, ARG_KEY, METHODS>;
 
 public:

@@ -2,6 +2,7 @@
 #include "objects/CXCriticalSection.h"
 #include "objects/CXException.h"
 #include "objects/ClassClashes.h"
+#include "objects/DerivedClasses.h"
 #include "objects/FailureNote.h"
 #include "objects/HeldOverFork.h"
 #include "objects/ThreadException.h"
@@ -12,6 +13,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstring>
 #include <optional>
 #include <string>
 #include <unordered_map>
@@ -95,6 +97,22 @@ public:
         const tev::LockGuard guard(m_lock);
         const auto found = m_classes.find(name);
         return found == m_classes.end() ? nullptr : found->second.back().m_record;
+    }
+
+    std::vector<const CXRuntimeClass*> DerivedFrom(const CXRuntimeClass* base)
+    {
+        std::vector<const CXRuntimeClass*> derived;
+        const tev::LockGuard guard(m_lock); // until the names of plug-ins are compared
+        for (const auto& [name, declarations] : m_classes)
+        {
+            const CXRuntimeClass* const record = declarations.back().m_record;
+            if (record != base && record->IsDerivedFrom(base))
+                derived.push_back(record);
+        }
+        std::sort(derived.begin(), derived.end(), [](const CXRuntimeClass* a, const CXRuntimeClass* b) {
+            return std::strcmp(a->m_name, b->m_name) < 0;
+        });
+        return derived;
     }
 
     /// Not of a clash that is known, so that a plug-in that is opened again and again adds nothing.
@@ -227,6 +245,11 @@ bool CXRuntimeClass::UndeclareRuntimeClass(const CXRuntimeClass* record)
 const CXRuntimeClass* CXRuntimeClass::FindRuntimeClass(const char* name)
 {
     return name == nullptr ? nullptr : ClassRegistry::Get().Find(name);
+}
+
+std::vector<const CXRuntimeClass*> XGetDerivedClasses(const CXRuntimeClass* base)
+{
+    return base == nullptr ? std::vector<const CXRuntimeClass*>() : ClassRegistry::Get().DerivedFrom(base);
 }
 
 std::vector<XClassClash> XGetClassClashes()

@@ -31,3 +31,19 @@ XCW2W::XCW2W(const wchar_t* text, xStringEncoding)
     m_text = text;
     m_valid = text != nullptr || tev::NoteBadArgument("XCW2W");
 }
+
+CXTString<wchar_t> XDecodeUtf8(std::string_view bytes)
+{
+    CXTString<wchar_t> text;
+    if (!bytes.empty())
+        static_cast<void>(XDecodeText(bytes.data(), bytes.size(), xEncodingUtf8, text));
+    return text;
+}
+
+CXTString<char> XEncodeUtf8(const CXTString<wchar_t>& text)
+{
+    CXTString<char> bytes;
+    static_cast<void>(
+        XEncodeText(text.GetConstBuffer(), static_cast<std::size_t>(text.GetLength64()), xEncodingUtf8, bytes));
+    return bytes;
+}

@@ -2,8 +2,10 @@
 
 #include "text/CXTString.h"
 
+#include <string_view>
+
 // Converters for the length of an expression: `Show(XCA2W(name))` gives a function that takes `const wchar_t*` a narrow
-// text, which lives until the expression ends. For a text that is kept, take CXTString or XDecodeText.
+// text, which lives until the expression ends. For a text that is kept, take CXTString, XDecodeUtf8 or XDecodeText.
 //
 // The encoding names the narrow side: xEncodingAnsi and xEncodingUnknown are the ANSI code page, xEncodingUtf8 is UTF-8,
 // and any other value is a code-page number. That holds for 3 and 4 too: as numbers they name no code page and the
@@ -57,3 +59,10 @@ class TEVTOOLS_API XCW2W : public XCConverter<wchar_t>
 public:
     explicit XCW2W(const wchar_t* text, xStringEncoding encoding = xEncodingAnsi);
 };
+
+// UTF-8, which cannot fail, NULs included: for text that the standard library or another one keeps. Safe from several
+// threads at once.
+
+/// Bytes that are not part of UTF-8 become U+FFFD.
+[[nodiscard]] TEVTOOLS_API CXTString<wchar_t> XDecodeUtf8(std::string_view bytes);
+[[nodiscard]] TEVTOOLS_API CXTString<char> XEncodeUtf8(const CXTString<wchar_t>& text);

@@ -15,6 +15,7 @@
 #include "services/Paths.h"
 #include "text/MessageTexts.h"
 #include "threads/WorkerCount.h"
+#include "zip/EntryName.h"
 #include "zip/ExtractedFiles.h"
 #include "zip/Password.h"
 #include "zip/WriteBehind.h"
@@ -150,6 +151,13 @@ Target FindTarget(const Text& destFile)
     return {ContainedFolder::Open(folder.IsEmpty() ? L"." : folder.GetConstBuffer()),
             tev::platform::SystemPathOf(target.GetFileName())};
 }
+
+/// How what a gzip or Zstandard file holds is called.
+Text NameOfContents(const CPathString& source)
+{
+    const std::optional<tev::EntryName> name = tev::SafeEntryName(tev::platform::SystemPathOf(source.GetTitle()));
+    return name && !name->m_isFolder && !name->m_path.empty() ? WideText(name->m_path) : Text(L"file");
+}
 } // namespace
 
 CMiniZip::CMiniZip() : m_files(std::make_unique<tev::ExtractedFiles>()), m_password(std::make_unique<tev::Password>())
@@ -192,11 +200,7 @@ bool CMiniZip::ExtractZip(const CXTString<wchar_t>& zipPath, const CXTString<wch
         m_keepFiles = keepFiles;
         m_destFolder = destination;
         if (destination.IsEmpty() && !keepFiles)
-        {
-            CPathString created = fileCreateTemporaryFolder(kTemporaryPrefix);
-            m_destFolder = std::move(created);
-            m_temporaryFolderCreated = true;
-        }
+            UseTemporaryFolder();
         return ExtractEntries(source);
     };
     const bool isDone = Told("CMiniZip::ExtractZip", zipPath, destFolder, extract);
@@ -204,6 +208,35 @@ bool CMiniZip::ExtractZip(const CXTString<wchar_t>& zipPath, const CXTString<wch
         Clean();
     if (m_keepFiles)
         m_files->Keep();
+    return isDone;
+}
+
+void CMiniZip::UseTemporaryFolder()
+{
+    CPathString created = fileCreateTemporaryFolder(kTemporaryPrefix);
+    m_destFolder = std::move(created);
+    m_temporaryFolderCreated = true;
+}
+
+bool CMiniZip::ExtractAny(const CXTString<wchar_t>& source)
+{
+    const tev::ExclusiveUse use(m_use);
+    const auto extract = [&](const Text& from, const Text&) {
+        StartOver();
+        unsigned error = 0;
+        const Stream stream = StreamOf(from, error);
+        if (error != 0)
+            return FailToRead(error);
+        m_keepFiles = false;
+        UseTemporaryFolder();
+        if (stream != Stream::kGZip && stream != Stream::kZStd)
+            return ExtractEntries(from);
+        const CPathString target = CPathString(m_destFolder) / NameOfContents(from);
+        return ExtractStream(stream, from, target) && !m_extractedFiles.IsEmpty();
+    };
+    const bool isDone = Told("CMiniZip::ExtractAny", source, Text(), extract);
+    if (!isDone)
+        Clean();
     return isDone;
 }
 
@@ -280,7 +313,7 @@ bool CMiniZip::ExtractFile(Stream wanted, const CXTString<wchar_t>& source, cons
         StartOver();
         unsigned error = 0;
         const Stream stream = StreamOf(from, error);
-        if (stream == Stream::kNone || (wanted != Stream::kNone && stream != wanted))
+        if ((stream != Stream::kGZip && stream != Stream::kZStd) || (wanted != Stream::kNone && stream != wanted))
             return FailToRead(error);
         if (stream == Stream::kGZip)
             m_keepFiles = keepFiles;
@@ -382,33 +415,42 @@ CMiniZip::Stream CMiniZip::StreamOf(const CXTString<wchar_t>& path, unsigned int
         return Stream::kGZip;
     if (size == magic.size() && (magic == kLittleEndian || magic == kBigEndian))
         return Stream::kZStd;
+    // An entry, the end of an archive without one, or the mark of one in parts.
+    if (size == magic.size() && magic[0] == 'P' && magic[1] == 'K' && magic[3] == magic[2] + 1 && magic[2] <= 7 &&
+        magic[2] % 2 == 1)
+        return Stream::kZip;
     if (error != 0)
         systemError = tev::platform::SystemErrorFromErrno(error);
     return Stream::kNone;
 }
 
-bool CMiniZip::IsStream(const CXTString<wchar_t>& path, Stream stream)
+CMiniZip::Stream CMiniZip::StreamOf(const CXTString<wchar_t>& path)
 {
-    const auto compare = [&] {
+    const auto look = [&] {
         unsigned ignored = 0;
-        return StreamOf(path, ignored) == stream;
+        return StreamOf(path, ignored);
     };
-    return tev::ResultOr(false, compare);
+    return tev::ResultOr(Stream::kNone, look);
 }
 
 bool CMiniZip::IsGZipFile(const CXTString<wchar_t>& path)
 {
-    return IsStream(path, Stream::kGZip);
+    return StreamOf(path) == Stream::kGZip;
 }
 
 bool CMiniZip::IsZStdFile(const CXTString<wchar_t>& path)
 {
-    return IsStream(path, Stream::kZStd);
+    return StreamOf(path) == Stream::kZStd;
 }
 
 bool CMiniZip::IsZFile(const CXTString<wchar_t>& path)
 {
     return IsGZipFile(path) || IsZStdFile(path);
+}
+
+bool CMiniZip::IsPackedFile(const CXTString<wchar_t>& path)
+{
+    return StreamOf(path) != Stream::kNone;
 }
 
 bool CMiniZip::Clean()

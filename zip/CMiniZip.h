@@ -58,6 +58,9 @@ public:
     /// Unpacks a file of either kind; false for any other.
     [[nodiscard]] bool ExtractZFile(const CXTString<wchar_t>& source, const CXTString<wchar_t>& destFile,
                                     bool keepFiles);
+    /// Unpacks a file of any of these kinds into a new temporary folder: what a gzip or Zstandard file holds becomes one file
+    /// there, with the name of the source less its extension. A gzip file from which nothing can be unpacked is a failure.
+    [[nodiscard]] bool ExtractAny(const CXTString<wchar_t>& source);
 
     // By the first bytes of the file; its name does not count. A file that cannot be read is of no kind.
 
@@ -65,6 +68,8 @@ public:
     /// Also when the magic number is in the other byte order.
     [[nodiscard]] static bool IsZStdFile(const CXTString<wchar_t>& path);
     [[nodiscard]] static bool IsZFile(const CXTString<wchar_t>& path);
+    /// A gzip or Zstandard file, or a ZIP archive that begins as such: one behind a program is not seen, but extracted.
+    [[nodiscard]] static bool IsPackedFile(const CXTString<wchar_t>& path);
 
     /// The full paths of the files that the last extraction wrote, in the order of the archive.
     const StringArray& GetExtractedFiles() const noexcept { return Shared(m_extractedFiles); }
@@ -105,12 +110,14 @@ private:
     {
         kNone,
         kGZip,
-        kZStd
+        kZStd,
+        kZip
     };
 
     /// What the first bytes say; where it is kNone, `failure` says why.
     static Stream StreamOf(const CXTString<wchar_t>& path, unsigned int& systemError);
-    static bool IsStream(const CXTString<wchar_t>& path, Stream stream);
+    static Stream StreamOf(const CXTString<wchar_t>& path);
+    void UseTemporaryFolder();
     static int OnExtractFile(char const* utf8Path, void* self);
     template <class MEMBER>
     const MEMBER& Shared(const MEMBER& member) const noexcept

@@ -2,11 +2,13 @@
 // usage: host [--plug-ins FOLDER] [FILE]
 
 #include "examples/host/window/HostWindow.h"
+#include "qt/toolkit/CQtUserInterface.h"
 #include "qt/toolkit/QtText.h"
 #include "qt/toolkit/Theme.h"
 
 #include <QApplication>
 #include <QCommandLineParser>
+#include <QTimer>
 
 namespace
 {
@@ -19,8 +21,13 @@ void RunWindow(const QCommandLineParser& arguments, const host::PlugIns& plugIns
 {
     host::HostWindow window(GetUserApplicationDataPath() / L"host.prefs", plugIns);
     window.show();
-    if (!arguments.positionalArguments().isEmpty())
-        window.Open(XFromQString(arguments.positionalArguments().constFirst()));
+    // Once there is a window to ask in: what an earlier run has left to be reported is asked about here.
+    QTimer::singleShot(0, &window, [&] {
+        CrashInstall(ReportEachCrash, L"Host", L"1.0", xCrashReport);
+        CrashThreadInstall();
+        if (!arguments.positionalArguments().isEmpty())
+            window.Open(XFromQString(arguments.positionalArguments().constFirst()));
+    });
     QApplication::exec();
 }
 } // namespace
@@ -41,14 +48,16 @@ int main(int argumentCount, char** arguments)
     parser.addHelpOption();
     parser.process(application);
 
-    SetLogFile(L"host.log", xLogAppend, 0xFF);
-    CrashInstall(ReportEachCrash, L"Host", L"1.0", xCrashReport);
-    CrashThreadInstall();
+    if (!SetLogFile(L"host.log", xLogAppend, 0xFF)) // which another copy has open
+        SetLogFile(L"host.log", xLogNumber, 0xFF);
+    CQtUserInterface userInterface;
+    constexpr unsigned kPatienceMs = 2000; // with a window that may be what has crashed
+    userInterface.SetPatience(kPatienceMs);
+    XSetUserInterface(&userInterface);
     host::RegisterFileTypes();
     try
     {
-        host::PlugIns plugIns;
-        plugIns.Open(XFromQString(parser.value(plugInFolder)));
+        const host::PlugIns plugIns(XFromQString(parser.value(plugInFolder)));
         RunWindow(parser, plugIns);
         CCustomThread::WaitEndOfThreads(true); // plug-ins are closed after their workers
     }
@@ -59,6 +68,7 @@ int main(int argumentCount, char** arguments)
     }
     CrashThreadUninstall();
     CrashUninstall();
+    XSetUserInterface(nullptr);
     CloseLogFile();
     return 0;
 }

@@ -44,27 +44,17 @@ void CModel::Serialize(CXArchive& archive)
 
 void SaveModel(const CModel& model, const CPathString& path)
 {
-    CXFile file(path, CXFile::modeCreate | CXFile::modeWrite);
-    CXArchive archive(&file, xArchiveStore);
-    archive << &model;
-    archive.Close();
-    file.Close();
+    XReplaceFile(path, [&](CXFile& file) { // which has the old contents or the new ones, whatever happens
+        CXArchive archive(&file, xArchiveStore);
+        archive << &model;
+    });
 }
 
-CModel* LoadModel(const CPathString& path)
+std::unique_ptr<CModel> LoadModel(const CPathString& path)
 {
     CXFile file(path, CXFile::modeRead);
     CXArchive archive(&file, xArchiveLoad | xArchiveStrict);
-    try
-    {
-        CModel* model = nullptr;
-        archive >> model;
-        return model;
-    }
-    catch (...)
-    {
-        for (CXObject* object : archive.GetCreatedObjects())
-            delete object;
-        throw;
-    }
+    std::unique_ptr<CModel> model;
+    archive >> model;
+    return model;
 }

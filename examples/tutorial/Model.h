@@ -3,6 +3,7 @@
 #include <TevTools.h>
 
 #include <functional>
+#include <memory>
 #include <vector>
 
 /// Says in which line a file is no model.
@@ -42,6 +43,6 @@ public:
     std::vector<Vertex> m_vertices;
 };
 
+/// Throw what files and archives throw.
 void SaveModel(const CModel& model, const CPathString& path);
-/// The caller deletes it.
-[[nodiscard]] CModel* LoadModel(const CPathString& path);
+std::unique_ptr<CModel> LoadModel(const CPathString& path);

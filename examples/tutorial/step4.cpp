@@ -4,7 +4,6 @@
 #include "examples/tutorial/Model.h"
 
 #include <cstdio>
-#include <memory>
 
 int main(int argumentCount, char** arguments)
 {
@@ -14,7 +13,7 @@ int main(int argumentCount, char** arguments)
         CModel model;
         model.Read(CPathString(argumentCount > 1 ? arguments[1] : ".") / L"pawn.obj");
         SaveModel(model, L"pawn.scene");
-        const std::unique_ptr<CModel> loaded(LoadModel(L"pawn.scene"));
+        const std::unique_ptr<CModel> loaded = LoadModel(L"pawn.scene");
         std::printf("%s: %zu vertices\n", CXTString<char>(loaded->m_name).GetConstBuffer(), loaded->m_vertices.size());
         return loaded->m_vertices.size() == model.m_vertices.size() ? 0 : 1;
     }

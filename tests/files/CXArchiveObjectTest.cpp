@@ -57,6 +57,28 @@ class Abstract : public CXObject
 public:
     X_DECLARE_CLASS(Abstract)
 };
+/// Owns what it reads, but for the last one.
+class Branch : public CXObject
+{
+public:
+    X_DECLARE_CLASS(Branch)
+    Branch() { ++g_count; }
+    ~Branch() override { --g_count; }
+    void Serialize(CXArchive& archive) override
+    {
+        if (archive.IsStoring())
+            archive << m_first << m_second << m_other << m_value;
+        else
+            archive >> m_first >> m_second >> m_other >> m_value;
+    }
+    static int g_count;
+    std::unique_ptr<Branch> m_first;
+    std::unique_ptr<Branch> m_second;
+    Branch* m_other = nullptr;
+    int m_value = 0;
+};
+int Branch::g_count = 0;
+X_IMPLEMENT_CLASS(Branch, CXObject, 1)
 X_IMPLEMENT_CLASS(Node, CXObject, 3)
 X_IMPLEMENT_CLASS(Leaf, Node, 1)
 X_IMPLEMENT_CLASS(Versioned, Node, 7 | xSchemaVersionable)
@@ -151,6 +173,77 @@ TEST(CXArchiveObjectTest, APointerIsReadAsItsClass)
     EXPECT_EQ(CauseOf([&] { *references >> wrong; }), archiveBadClass);
     EXPECT_EQ(wrong, &leaf);
     DeleteCreated(*references);
+}
+
+TEST(CXArchiveObjectTest, AUniquePointerOwnsWhatItReads)
+{
+    Branch root;
+    root.m_first = std::make_unique<Branch>();
+    root.m_first->m_second = std::make_unique<Branch>();
+    root.m_second = std::make_unique<Branch>();
+    root.m_second->m_other = root.m_first->m_second.get();
+    root.m_second->m_value = 7;
+    const int own = Branch::g_count;
+    const Bytes bytes = StoredBy([&](CXArchive& archive) { archive << &root << &root << std::unique_ptr<Branch>(); });
+    const auto load = [](CXArchive& archive, std::unique_ptr<Branch>& loaded) { archive >> loaded; };
+    {
+        Stream stream(kWays[0], xArchiveLoad, bytes);
+        auto loaded = std::make_unique<Branch>(); // which is deleted
+        load(*stream, loaded);
+        EXPECT_EQ(Branch::g_count, own + 4);
+        EXPECT_EQ(loaded->m_second->m_value, 7);
+        EXPECT_EQ(loaded->m_second->m_other, loaded->m_first->m_second.get());
+        EXPECT_TRUE(stream->GetCreatedObjects().empty());
+        const Branch* const before = loaded.get();
+        EXPECT_EQ(CauseOf([&] { load(*stream, loaded); }), archiveBadIndex) << "it has an owner";
+        EXPECT_EQ(loaded.get(), before);
+        load(*stream, loaded);
+        EXPECT_EQ(loaded, nullptr);
+    }
+    EXPECT_EQ(Branch::g_count, own);
+
+    // Whatever the bytes are, nothing is left and nothing is deleted twice.
+    Bytes damaged = StoredBy([&](CXArchive& archive) { archive << &root; });
+    for (const bool isCut : {true, false})
+    {
+        for (std::size_t i = 0; i < damaged.size(); ++i)
+        {
+            for (int bit = 0; bit < (isCut ? 1 : 8); ++bit)
+            {
+                Bytes changed(damaged.begin(),
+                              damaged.begin() + static_cast<std::ptrdiff_t>(isCut ? i : damaged.size()));
+                if (!isCut)
+                    changed[i] = static_cast<unsigned char>(changed[i] ^ 1 << bit);
+                Stream stream(kWays[i % std::size(kWays)], xArchiveLoad | xArchiveStrict, changed);
+                std::unique_ptr<Branch> loaded;
+                const int cause = CauseOf([&] { load(*stream, loaded); });
+                EXPECT_TRUE(cause == kNothingThrown || loaded == nullptr);
+                EXPECT_TRUE(cause == archiveEndOfFile || !isCut);
+                loaded.reset();
+                DeleteCreated(*stream); // what the damage has put in the place of a reference
+            }
+        }
+    }
+    EXPECT_EQ(Branch::g_count, own);
+
+    // A reference to what is gone is null.
+    const Bytes wrongChild = Bytes{0xFF, 0xFF, 1, 0, 6, 0} + "Branch" + kNewLeaf + Bytes{2, 0};
+    Stream stream(kWays[0], xArchiveLoad, wrongChild);
+    std::unique_ptr<Branch> loaded;
+    EXPECT_EQ(CauseOf([&] { load(*stream, loaded); }), archiveBadClass);
+    CXObject* gone = &root;
+    *stream >> gone;
+    EXPECT_EQ(gone, nullptr);
+
+    const unsigned allocations = FailEachAllocation([&](FailingAllocations& failing) {
+        Stream failed(kWays[0], xArchiveLoad, damaged);
+        std::unique_ptr<Branch> whole;
+        const bool isLoaded = failing.Run([&] { load(*failed, whole); });
+        EXPECT_EQ(isLoaded, whole != nullptr);
+        whole.reset();
+        EXPECT_EQ(Branch::g_count, own);
+    });
+    EXPECT_GE(allocations, 4u);
 }
 
 TEST(CXArchiveObjectTest, LargeIndicesTakeTheLongForm)

@@ -1,6 +1,9 @@
 #include "files/FileReplacement.h"
 
+#include "files/CXArchive.h"
 #include "files/RegularFile.h"
+#include "files/ReplaceFile.h"
+#include "objects/CXException.h"
 #include "objects/ThreadStatus.h"
 #include "platform/ContainedFolder.h"
 #include "tests/support/FailingAllocations.h"
@@ -246,6 +249,45 @@ TEST(FileReplacement, AThreadThatIsAskedToEndWaitsShortly)
         SetStatusOfThisThread(nullptr);
     }).join();
     close(holder);
+}
+
+TEST(FileReplacement, IsWhatWasWrittenOrNothing)
+{
+    const TempFolder folder;
+    const CXTString<wchar_t> path = folder.WidePath("file").c_str();
+    const auto thrown = [&](const std::function<void(CXFile&)>& write) {
+        folder.WriteFile("file", "old");
+        return Thrown([&] { XReplaceFile(path, write); });
+    };
+    const auto outcome = [&](int cause) { return std::pair(cause, folder.ReadFile("file")); };
+    using Outcome = std::pair<int, std::string>;
+    const auto write = [](CXFile& file) { file.Write("new", 3); };
+
+    EXPECT_EQ(outcome(thrown(write)), Outcome(kNothingThrown, "new"));
+    EXPECT_EQ(outcome(thrown([&](CXFile& file) { file.SetLength(2), file.Close(); })),
+              Outcome(kNothingThrown, std::string(2, '\0')));
+    EXPECT_EQ(outcome(thrown([&](CXFile& file) { write(file), file.Abort(); })), Outcome(fileInvalidFile, "old"));
+    EXPECT_EQ(outcome(thrown([&](CXFile& file) { write(file), CXInvalidArgException::Throw(); })),
+              Outcome(kInvalidArgument, "old"));
+    EXPECT_EQ(outcome(thrown({})), Outcome(kInvalidArgument, "old"));
+    EXPECT_EQ(outcome(thrown([&](CXFile& file) {
+                  const FileReplacement other(path); // no lock is held
+                  write(file);
+              })),
+              Outcome(kNothingThrown, "new"));
+    for (const bool isFull : {true, false})
+    {
+        FailingFileSystem files;
+        files.LimitSpace(isFull ? 1000 : 7000);
+        const int cause = thrown([](CXFile& file) {
+            CXArchive archive(&file, xArchiveStore); // not closed, so that it swallows what fails
+            archive << CXTString<char>('x', 2000);
+        });
+        EXPECT_EQ(cause, isFull ? int{fileDiskFull} : kNothingThrown);
+        EXPECT_EQ(folder.ReadFile("file") == "old", isFull);
+    }
+    EXPECT_EQ(NamesIn(folder), std::set<std::string>{"file"});
+    EXPECT_EQ(Thrown([&] { XReplaceFile(folder.WidePath("none/file").c_str(), write); }), fileNotFound);
 }
 
 TEST(FileReplacement, KeepsPermissionsAndLinks)

@@ -3,6 +3,7 @@
 #include "objects/CXFileException.h"
 #include "objects/CXInternetException.h"
 #include "objects/ClassClashes.h"
+#include "objects/DerivedClasses.h"
 #include "objects/ThreadException.h"
 #include "tests/support/BusyFork.h"
 #include "tests/support/CountedException.h"
@@ -290,15 +291,42 @@ TEST(CXRuntimeClass, IsFoundInAChildOfAProcessThatLooksForClasses)
     EXPECT_EQ(ForkWhileBusy(find, find), 0);
 }
 
+TEST(CXRuntimeClass, DerivedClassesAreListedByTheirNames)
+{
+    using Classes = std::vector<const CXRuntimeClass*>;
+    const CXRuntimeClass* const part = first::Part::GetThisRuntimeClassDescriptor();
+    const Classes parts = XGetDerivedClasses(part);
+    EXPECT_EQ(parts, (Classes{second::Part::GetThisRuntimeClassDescriptor(), // "Part of the second"
+                              second::inner::Whole::GetThisRuntimeClassDescriptor(),
+                              second::inner::Part::GetThisRuntimeClassDescriptor()}));
+    const auto derivedFrom = [](const char* name, const CXRuntimeClass* base) {
+        return CXRuntimeClass{name, sizeof(CXObject), 1, base, nullptr};
+    };
+    const CXRuntimeClass base = derivedFrom("Base", part);
+    const CXRuntimeClass hidden = derivedFrom("Latest", &base);
+    const CXRuntimeClass latest = hidden;
+    const CXRuntimeClass early = derivedFrom("Early", &latest);
+    const XClassDeclaration ofHidden(&hidden);
+    {
+        const XClassDeclaration ofLatest(&latest);
+        const XClassDeclaration ofEarly(&early);
+        EXPECT_EQ(XGetDerivedClasses(&base), (Classes{&early, &latest}));
+    }
+    EXPECT_EQ(XGetDerivedClasses(&base), Classes{&hidden});
+    EXPECT_EQ(XGetDerivedClasses(&early), Classes());
+    EXPECT_EQ(XGetDerivedClasses(nullptr), Classes());
+}
+
 TEST(CXRuntimeClass, ThreadsDeclareAtTheSameTime)
 {
     std::atomic<int> failures{0};
     OnThreads(4, [&failures](int) {
-        const CXRuntimeClass own = RecordNamed("OfAllThreads");
+        auto own = std::make_unique<CXRuntimeClass>(RecordNamed("OfAllThreads")); // which goes, as in a plug-in
         for (int i = 0; i < 2000; ++i)
         {
-            const XClassDeclaration declaration(&own);
+            const XClassDeclaration declaration(own.get());
             failures += CXRuntimeClass::FindRuntimeClass("OfAllThreads") == nullptr;
+            failures += XGetDerivedClasses(CXObject::GetThisRuntimeClassDescriptor()).empty();
         }
     });
     EXPECT_EQ(failures, 0);

@@ -2,14 +2,21 @@
 
 #include "objects/CXFileException.h"
 #include "objects/ClassClashes.h"
+#include "objects/DerivedClasses.h"
+#include "objects/LastFailure.h"
 #include "objects/ThreadException.h"
+#include "services/CXModule.h"
 #include "tests/plugin/Probe.h"
 #include "tests/support/Sanitized.h"
+#include "text/XCA2W.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <dlfcn.h>
+#include <filesystem>
+#include <fstream>
 #include <malloc.h>
 #include <memory>
 #include <string>
@@ -19,29 +26,22 @@ namespace
 {
 const std::string kPlugin = std::string(TEVTOOLS_PLUGIN_DIR) + "/ProbePlugin.so";
 
-class Plugin
+struct Plugin : CXModule
 {
-public:
-    Plugin() : m_handle(dlopen(kPlugin.c_str(), RTLD_NOW | RTLD_LOCAL))
+    Plugin()
     {
-        if (m_handle == nullptr)
-            throw std::runtime_error(dlerror());
+        if (!Open(XDecodeUtf8(kPlugin)))
+            throw std::runtime_error(XEncodeUtf8(GetError()).GetConstBuffer());
     }
-    ~Plugin() { dlclose(m_handle); }
-    Plugin(const Plugin&) = delete;
-    Plugin& operator=(const Plugin&) = delete;
-
-    static bool IsLoaded()
-    {
-        void* handle = dlopen(kPlugin.c_str(), RTLD_NOW | RTLD_NOLOAD);
-        if (handle != nullptr)
-            dlclose(handle);
-        return handle != nullptr;
-    }
-
-private:
-    void* m_handle;
 };
+
+bool IsLoaded()
+{
+    void* handle = dlopen(kPlugin.c_str(), RTLD_NOW | RTLD_NOLOAD);
+    if (handle != nullptr)
+        dlclose(handle);
+    return handle != nullptr;
+}
 
 const CXRuntimeClass* FindProbe()
 {
@@ -81,6 +81,9 @@ void OpenUseAndClose()
         const CXRuntimeClass* record = FindProbe();
         ASSERT_NE(record, nullptr);
         ASSERT_EQ(record->m_base, CXObject::GetThisRuntimeClassDescriptor());
+        const std::vector<const CXRuntimeClass*> listed =
+            XGetDerivedClasses(CXException::GetThisRuntimeClassDescriptor());
+        ASSERT_EQ(std::count(listed.begin(), listed.end(), CXRuntimeClass::FindRuntimeClass("HiddenException")), 1);
         ASSERT_EQ(record->m_schema, 5u);
 
         const std::unique_ptr<CXObject> object(record->CreateObject());
@@ -107,7 +110,7 @@ void OpenUseAndClose()
     }
     ASSERT_EQ(FindProbe(), nullptr);
     ASSERT_EQ(CXRuntimeClass::FindRuntimeClass("HiddenException"), nullptr);
-    ASSERT_FALSE(Plugin::IsLoaded());
+    ASSERT_FALSE(IsLoaded());
 }
 } // namespace
 
@@ -138,7 +141,7 @@ TEST(ClassPlugin, AnEarlierClassOfTheNameComesBack)
             const std::vector<XClassClash> clashes = XGetClassClashes();
             ASSERT_EQ(clashes.size(), 1u);
             EXPECT_EQ(clashes[0].m_name, "Probe");
-            EXPECT_GE(clashes[0].m_place.Find(L"ProbePlugin.cpp:35 ("), 0);
+            EXPECT_GE(clashes[0].m_place.Find(L"ProbePlugin.cpp:36 ("), 0);
             EXPECT_GE(clashes[0].m_place.Find(L"/ProbePlugin.so)"), 0);
         }
         EXPECT_EQ(FindProbe(), &hosts);
@@ -163,4 +166,61 @@ TEST(ClassPlugin, AProgramMayEndWithThePluginOpen)
             std::exit(FindProbe() == nullptr);
         },
         testing::ExitedWithCode(0), "^$");
+}
+
+TEST(Module, IsOpenAsLongAsThereIsACopy)
+{
+    EXPECT_STREQ(CXModule::GetExtension(), L".so");
+    CXModule kept;
+    {
+        Plugin plugin;
+        EXPECT_EQ(plugin.GetPath(), XDecodeUtf8(kPlugin));
+        const auto version = plugin.Find<int()>("ProbeVersion");
+        ASSERT_NE(version, nullptr);
+        EXPECT_EQ(version(), 3);
+        EXPECT_EQ(plugin.Find<int()>("NoVersion"), nullptr);
+        EXPECT_EQ(plugin.Find<int()>(nullptr), nullptr);
+        kept = plugin;
+        ASSERT_TRUE(plugin.Open(plugin.GetPath())) << "its own path";
+    }
+    EXPECT_NE(FindProbe(), nullptr);
+    kept.Close();
+    EXPECT_FALSE(kept.IsOpen());
+    EXPECT_EQ(kept.Find<int()>("ProbeVersion"), nullptr);
+    EXPECT_EQ(FindProbe(), nullptr);
+    EXPECT_FALSE(IsLoaded());
+}
+
+TEST(Module, SaysWhyItCannotBeOpened)
+{
+    const std::string folder = testing::TempDir() + "tevtools-modules";
+    std::filesystem::create_directory(folder);
+    std::ofstream(folder + "/text.so") << "no module";
+    const CXTString<wchar_t> wideFolder = XDecodeUtf8(folder);
+    Plugin module;
+    const struct
+    {
+        CXTString<wchar_t> m_path;
+        XFailureKind m_kind;
+        unsigned m_systemError;
+    } rows[] = {{wideFolder + L"/none.so", XFailureKind::kSystem, 2},
+                {wideFolder + L"/text.so", XFailureKind::kData, 0},
+                {wideFolder, XFailureKind::kData, 0},
+                {L"libc.so.6", XFailureKind::kSystem, 2}, // of the current folder
+                {L"", XFailureKind::kSystem, 2},
+                {wideFolder + L"/\xD800.so", XFailureKind::kSystem, 2}};
+    for (const auto& row : rows)
+    {
+        EXPECT_FALSE(module.Open(row.m_path));
+        EXPECT_FALSE(module.IsOpen());
+        EXPECT_GT(module.GetError().GetLength(), row.m_path.GetLength());
+        EXPECT_GE((L' ' + module.GetError()).Find(row.m_path.IsEmpty() ? L" " : row.m_path.GetConstBuffer(), 0, false),
+                  0);
+        const XFailure failure = XLastFailure();
+        EXPECT_STREQ(failure.GetOperation(), "CXModule::Open");
+        EXPECT_EQ(failure.GetKind(), row.m_kind) << XEncodeUtf8(module.GetError()).GetConstBuffer();
+        EXPECT_EQ(failure.GetSystemError(), row.m_systemError) << XEncodeUtf8(module.GetError()).GetConstBuffer();
+        EXPECT_STREQ(failure.GetPath(), row.m_path);
+    }
+    std::filesystem::remove_all(folder);
 }

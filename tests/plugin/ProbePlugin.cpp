@@ -2,6 +2,7 @@
 
 #include "objects/CXFileException.h"
 #include "objects/ThreadException.h"
+#include "services/CXModule.h"
 
 namespace
 {
@@ -34,3 +35,8 @@ public:
 X_IMPLEMENT_ABSTRACT_CLASS(HiddenException, CXException, xSchemaNotSerializable)
 X_IMPLEMENT_CLASS(Probe, CXObject, 5)
 } // namespace
+
+X_MODULE_FUNCTION int ProbeVersion()
+{
+    return 3;
+}

@@ -475,6 +475,16 @@ TEST(TextEncodingTest, AnsiIsTheChosenCodePage)
     }
 }
 
+TEST(TextEncodingTest, Utf8CannotFail)
+{
+    const std::string_view utf8("a\xC3\xA9\0\xF0\x9F\x98\x80", 8);
+    const CXTString<wchar_t> wide = XDecodeUtf8(utf8);
+    EXPECT_EQ(wide, CXTString<wchar_t>(L"a\u00e9\0\U0001F600", 4));
+    EXPECT_EQ(XEncodeUtf8(wide), CXTString<char>(utf8));
+    EXPECT_EQ(XDecodeUtf8("\xFF"), L"\uFFFD");
+    EXPECT_TRUE(XDecodeUtf8({}).IsEmpty() && XEncodeUtf8({}).IsEmpty());
+}
+
 TEST(TextEncodingTest, ConvertersReturnNullWhenTheyFail)
 {
     EXPECT_STREQ(XCA2W("\xE9", CodePage(1252)), L"\xE9");

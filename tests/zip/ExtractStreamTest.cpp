@@ -1,5 +1,6 @@
 #include "zip/CMiniZip.h"
 
+#include "objects/LastFailure.h"
 #include "tests/support/MiniZipFixture.h"
 
 namespace
@@ -31,6 +32,61 @@ TEST_F(MiniZip, RecognisesStreamsByTheirFirstBytes)
     }
     EXPECT_FALSE(CMiniZip::IsZFile(Wide("none")));
     EXPECT_FALSE(CMiniZip::IsZFile(Wide("")));
+}
+
+TEST_F(MiniZip, AnyKindIsUnpackedIntoATemporaryFolder)
+{
+    UseOwnTemporaryFolder();
+    const std::string text = Noise(5000);
+    m_folder.WriteFile("wheel.obj", text);
+    Shell("cd " + Path("") +
+          " && gzip -k wheel.obj && zstd -q wheel.obj && cp wheel.obj.gz ...gz && cp wheel.obj.gz wheel");
+    const std::string archive = RawZip({{"folder/wheel.obj", text}});
+    m_folder.WriteFile("parts", archive);
+    m_folder.WriteFile("behind", "a program" + archive);
+    m_folder.WriteFile("empty", RawZip({}));
+    m_folder.WriteFile("cut.gz", m_folder.ReadFile("wheel.obj.gz").substr(0, 12));
+    const struct
+    {
+        const char* m_source;
+        bool m_isPacked;
+        const char* m_file; ///< beneath the temporary folder; null for a failure
+        CXExtractionFailure m_failure = CXExtractionFailure::kNone;
+    } rows[] = {
+        {"wheel.obj.gz", true, "wheel.obj"},
+        {"wheel.obj.zst", true, "wheel.obj"},
+        {"wheel", true, "wheel"},
+        {"...gz", true, "file"},
+        {"parts", true, "folder/wheel.obj"},
+        {"behind", false, "folder/wheel.obj"},
+        {"empty", true, nullptr, CXExtractionFailure::kNothingInIt},
+        {"cut.gz", true, nullptr, CXExtractionFailure::kDamaged},
+        {"wheel.obj", false, nullptr, CXExtractionFailure::kNoArchive},
+        {"none", false, nullptr, CXExtractionFailure::kNotFound},
+    };
+    CMiniZip zip;
+    for (const auto& row : rows)
+    {
+        SCOPED_TRACE(row.m_source);
+        EXPECT_EQ(CMiniZip::IsPackedFile(Wide(row.m_source)), row.m_isPacked);
+        EXPECT_EQ(zip.ExtractAny(Wide(row.m_source)), row.m_file != nullptr);
+        EXPECT_EQ(zip.GetFailure(), row.m_failure);
+        const Contents files = Files("tmp");
+        EXPECT_EQ(TemporaryCount(), row.m_file != nullptr ? 1 : 0) << "that of the last one is removed";
+        ASSERT_EQ(files.size(), row.m_file != nullptr ? 1U : 0U);
+        if (row.m_file == nullptr)
+        {
+            EXPECT_STREQ(XLastFailure().GetOperation(), "CMiniZip::ExtractAny");
+            continue;
+        }
+        EXPECT_EQ(Listed(zip), std::vector<std::string>{"tmp/" + files.begin()->first});
+        EXPECT_EQ(files.begin()->first.substr(files.begin()->first.find('/') + 1), row.m_file);
+        EXPECT_TRUE(files.begin()->second == text);
+    }
+    ASSERT_TRUE(zip.ExtractAny(Wide("wheel")));
+    zip.KeepFiles();
+    zip.Clean();
+    EXPECT_EQ(TemporaryCount(), 1);
 }
 
 /// What comes out of a stream of these bytes; nothing when that fails.

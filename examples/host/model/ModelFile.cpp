@@ -33,27 +33,11 @@ private:
     const Progress& m_progress;
 };
 
-/// A folder that goes with all that is in it.
-class TemporaryFolder
-{
-public:
-    TemporaryFolder() : m_path(fileCreateTemporaryFolder(L"host")) {}
-    ~TemporaryFolder()
-    {
-        std::error_code ignored;
-        std::filesystem::remove_all(std::filesystem::path(m_path), ignored);
-    }
-    TemporaryFolder(const TemporaryFolder&) = delete;
-    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-
-    const CPathString m_path;
-};
-
 [[noreturn]] void FailUnpacking(const CMiniZip& unpacker)
 {
     if (unpacker.GetFailure() == CXExtractionFailure::kCancelled)
         CXUserException::Throw();
-    XThrow<ModelException>(0, XLastFailure().GetText());
+    XThrow<ModelException>(0, XGetText(unpacker.GetFailure()));
 }
 
 bool HasExtension(const CXTString<wchar_t>& path, const wchar_t* extension)
@@ -172,19 +156,13 @@ bool IsSceneName(const CXTString<wchar_t>& path)
 OpenedModel OpenModel(const CPathString& path, const Progress& progress, const ImageReader& readImage)
 {
     ModelOpening opening(progress, readImage);
-    Unpacker unpacker(progress);
-    if (CMiniZip::IsZFile(path))
-    {
-        const TemporaryFolder folder;
-        const CPathString unpacked = folder.m_path / L"model.obj";
-        if (!unpacker.ExtractZFile(path, unpacked, true) || unpacker.GetFailure() != CXExtractionFailure::kNone)
-            FailUnpacking(unpacker);
-        return opening.Read(unpacked, path.GetFolder());
-    }
-    if (!HasExtension(path, L".zip"))
+    if (!CMiniZip::IsPackedFile(path))
         return opening.Read(path, path.GetFolder());
-    if (!unpacker.ExtractZip(path, L"", false))
+    Unpacker unpacker(progress);
+    if (!unpacker.ExtractAny(path) || unpacker.GetFailure() != CXExtractionFailure::kNone)
         FailUnpacking(unpacker);
+    if (CMiniZip::IsZFile(path)) // which lies beside the files that its model names
+        return opening.Read(unpacker.GetExtractedFiles()[0], path.GetFolder());
     for (const CPathString file : unpacker.GetExtractedFiles())
     {
         if (fileGetLoader(file) == kObjLoader)

@@ -65,7 +65,7 @@ public:
                 Fail(Say(L"a name is too long", L"un nom est trop long"));
             text += static_cast<char>(Take());
         }
-        return CXTString<wchar_t>(XCA2W(text.c_str(), xEncodingUtf8)).TrimRight();
+        return XDecodeUtf8(text).TrimRight();
     }
 
     [[noreturn]] void Fail(const CXTString<wchar_t>& reason) const { XThrow<ModelException>(m_line, reason); }

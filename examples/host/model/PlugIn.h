@@ -3,9 +3,8 @@
 #include "examples/host/model/Renderer.h"
 #include "examples/host/model/Scene.h"
 
-// What the host and its plug-ins agree on. A plug-in is a module with one function, HostPlugIn, in C linkage. Its classes
-// enter the registry of classes when it is opened, and leave it when it is closed: when no worker, no command and no shape of
-// it is left.
+// What the host and its plug-ins agree on. A plug-in is a module with one function, HostPlugIn. Its primitives are in the
+// registry of classes while it is open; it is closed when no worker, no command and no shape of it is left.
 namespace host
 {
 /// Something that a plug-in does with what is shown.
@@ -21,13 +20,10 @@ struct PlugIn
 {
     static constexpr unsigned kInterface = 1;
 
-    unsigned m_interface;           ///< kInterface
-    const CXRuntimeClass* m_class;  ///< of its shape, or null
-    const PlugInCommand* m_command; ///< or null
+    unsigned m_interface = kInterface;
+    const PlugInCommand* m_command = nullptr; ///< or null
 };
-
-using GetPlugIn = const PlugIn* (*)();
 } // namespace host
 
 /// Each plug-in defines it.
-extern "C" [[gnu::visibility("default")]] const host::PlugIn* HostPlugIn();
+X_MODULE_FUNCTION const host::PlugIn* HostPlugIn();

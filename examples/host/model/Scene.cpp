@@ -1,9 +1,9 @@
 #include "examples/host/model/Scene.h"
 
 #include <algorithm>
-#include <filesystem>
 
 X_IMPLEMENT_NAMED_ABSTRACT_CLASS(host::Shape, CXObject, 1, "host.Shape")
+X_IMPLEMENT_NAMED_ABSTRACT_CLASS(host::Primitive, host::Shape, 1, "host.Primitive")
 X_IMPLEMENT_NAMED_CLASS(host::MeshShape, host::Shape, 1 | xSchemaVersionable, "host.MeshShape")
 X_IMPLEMENT_NAMED_CLASS(host::KeptShape, host::Shape, xSchemaNotSerializable, "host.KeptShape")
 X_IMPLEMENT_NAMED_CLASS(host::Scene, CXObject, 1 | xSchemaVersionable, "host.Scene")
@@ -105,39 +105,26 @@ bool IsValid(const Mesh& mesh)
            std::all_of(mesh.m_triangles.begin(), mesh.m_triangles.end(), isInMesh);
 }
 
-/// Reads an object; after a failure nothing is left of what was created.
-template <class Class>
-std::unique_ptr<Class> ReadOwned(CXArchive& archive)
+void StoreBlock(CXArchive& archive, const CXTString<char>& className, const void* bytes, unsigned __int64 size)
 {
-    try
-    {
-        return std::unique_ptr<Class>(static_cast<Class*>(archive.ReadObject(Class::GetThisRuntimeClassDescriptor())));
-    }
-    catch (...)
-    {
-        for (CXObject* object : archive.GetCreatedObjects())
-            delete object;
-        throw;
-    }
+    archive << className;
+    archive.WriteCount(size);
+    archive.Write(bytes, size);
 }
 
 /// The bytes of one shape, as an archive of its own.
 void StoreShape(CXArchive& archive, const Shape& shape)
 {
-    if (const auto* kept = dynamic_cast<const KeptShape*>(&shape))
-    {
-        archive << kept->m_className;
-        archive.WriteCount(kept->m_bytes.size());
-        archive.Write(kept->m_bytes.data(), kept->m_bytes.size());
-        return;
-    }
+    const auto* const kept = dynamic_cast<const KeptShape*>(&shape);
+    const CXTString<char> className =
+        kept != nullptr ? kept->m_className : CXTString<char>(shape.GetRuntimeClassDescriptor()->m_name);
+    if (kept != nullptr || !shape.m_bytes.empty())
+        return StoreBlock(archive, className, shape.m_bytes.data(), shape.m_bytes.size());
     CCustomMemFile memory(CCustomMemFile::growProportionally);
     CXArchive block(&memory, xArchiveStore);
     block << &shape;
     block.Close();
-    archive << CXTString<char>(shape.GetRuntimeClassDescriptor()->m_name);
-    archive.WriteCount(memory.GetLength());
-    archive.Write(memory.GetBuffer(), memory.GetLength());
+    StoreBlock(archive, className, memory.GetBuffer(), memory.GetLength());
 }
 
 std::vector<unsigned char> LoadBytes(CXArchive& archive)
@@ -157,22 +144,25 @@ std::vector<unsigned char> LoadBytes(CXArchive& archive)
 /// Null where the class is not there, or does not understand the bytes.
 std::unique_ptr<Shape> ReadShape(const CXTString<char>& className, const std::vector<unsigned char>& bytes)
 {
-    const CXRuntimeClass* type = CXRuntimeClass::FindRuntimeClass(className);
-    if (type == nullptr || bytes.empty())
-        return nullptr;
+    std::unique_ptr<Shape> shape;
+    if (CXRuntimeClass::FindRuntimeClass(className) == nullptr || bytes.empty())
+        return shape;
     CXMemFile memory(bytes.data(), bytes.size(), false);
     CXArchive block(&memory, xArchiveLoad | xArchiveStrict);
     block.SetBudget(bytes.size(), kDeepest, kDeepest);
     try
     {
-        return ReadOwned<Shape>(block);
+        block >> shape;
+        block.Close();
+        if (shape != nullptr && memory.GetPosition() < memory.GetLength())
+            shape->m_bytes = bytes;
     }
     catch (CXArchiveException* e)
     {
         WriteToLogFile(1, L"a shape cannot be read: %s\n", XGetExceptionText(e));
         e->Delete();
     }
-    return nullptr;
+    return shape;
 }
 } // namespace
 
@@ -184,7 +174,13 @@ void Shape::Serialize(CXArchive& archive)
         archive >> m_name >> m_color;
 }
 
-void Shape::SerializeParameters(CXArchive& archive, std::size_t count)
+void Shape::NoteChange()
+{
+    m_losesNewer = m_losesNewer || !m_bytes.empty();
+    m_bytes.clear();
+}
+
+void Primitive::SerializeParameters(CXArchive& archive, std::size_t count)
 {
     for (const Parameter& parameter : GetParameters())
     {
@@ -250,25 +246,10 @@ void Scene::Serialize(CXArchive& archive)
 
 void SaveScene(const Scene& scene, const CPathString& path)
 {
-    const CPathString written = path + L".tmp";
-    std::error_code error;
-    try
-    {
-        CXFile file(written, CXFile::modeCreate | CXFile::modeWrite | CXFile::modeNoInherit);
+    XReplaceFile(path, [&](CXFile& file) {
         CXArchive archive(&file, xArchiveStore);
         archive << &scene;
-        archive.Close();
-        file.Flush();
-        file.Close();
-        std::filesystem::rename(std::filesystem::path(written), std::filesystem::path(path), error);
-        if (error)
-            CXFileException::Throw(fileGeneric, path);
-    }
-    catch (...)
-    {
-        std::filesystem::remove(std::filesystem::path(written), error);
-        throw;
-    }
+    });
 }
 
 std::unique_ptr<Scene> LoadScene(const CPathString& path)
@@ -276,6 +257,8 @@ std::unique_ptr<Scene> LoadScene(const CPathString& path)
     CXFile file(path, CXFile::modeRead | CXFile::shareDenyNone | CXFile::modeNoInherit);
     CXArchive archive(&file, xArchiveLoad | xArchiveStrict);
     archive.SetBudget(file.GetLength(), 1, 1);
-    return ReadOwned<Scene>(archive);
+    std::unique_ptr<Scene> scene;
+    archive >> scene;
+    return scene;
 }
 } // namespace host

@@ -24,9 +24,21 @@ public:
     virtual std::vector<Parameter> GetParameters() { return {}; }
     /// Safe on any thread, as long as no thread changes the shape.
     virtual std::shared_ptr<const Mesh> MakeMesh() const = 0;
+    /// To be called when a parameter has got another value.
+    void NoteChange();
 
     CXTString<wchar_t> m_name;
     CRGBColor m_color{200, 200, 200};
+    /// As they were read, where this program's class does not know all of them: saved as they are until the shape changes.
+    std::vector<unsigned char> m_bytes;
+    bool m_losesNewer = false; ///< changed, so that saving loses what only a newer class knows
+};
+
+/// A shape that a person can insert: plug-ins derive from it.
+class Primitive : public Shape
+{
+public:
+    X_DECLARE_CLASS(Primitive)
 
 protected:
     /// Reads or writes the values of GetParameters, the first `count` when loading. A value out of its range becomes the
@@ -49,7 +61,7 @@ private:
     std::shared_ptr<const Mesh> m_mesh = std::make_shared<Mesh>();
 };
 
-/// A shape whose plug-in is not there, or whose bytes it could not read. They are kept, and saved as they were.
+/// A shape whose plug-in is not there, or whose bytes it could not read: m_bytes has them.
 class KeptShape : public Shape
 {
 public:
@@ -58,11 +70,10 @@ public:
     std::shared_ptr<const Mesh> MakeMesh() const override { return std::make_shared<Mesh>(); }
 
     CXTString<char> m_className;
-    std::vector<unsigned char> m_bytes;
 };
 
 /// The shapes that are shown and saved together. In a file each stands in a block of its own, behind the name of its class:
-/// a reader passes over what a newer class has added to it, and keeps the blocks of classes that it lacks.
+/// a reader passes over what a newer class has added to it, and keeps such blocks and those of classes that it lacks.
 class Scene : public CXObject
 {
 public:
@@ -73,7 +84,7 @@ public:
     std::vector<std::unique_ptr<Shape>> m_shapes;
 };
 
-/// Saves beside the old file, and replaces it when the new one is complete. Throws what files and archives throw.
+/// The file is the old one until the new one is complete. Throws what files and archives throw.
 void SaveScene(const Scene& scene, const CPathString& path);
 /// Throws what files and archives throw; archiveBadClass for a file that is no scene.
 std::unique_ptr<Scene> LoadScene(const CPathString& path);

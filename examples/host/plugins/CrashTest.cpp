@@ -17,6 +17,6 @@ const host::PlugInCommand kCrash{L"Crash in a plug-in", L"Planter dans un module
 
 const host::PlugIn* HostPlugIn()
 {
-    static const host::PlugIn plugIn{host::PlugIn::kInterface, nullptr, &kCrash};
+    static const host::PlugIn plugIn{host::PlugIn::kInterface, &kCrash};
     return &plugIn;
 }

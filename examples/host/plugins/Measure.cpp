@@ -45,6 +45,6 @@ const host::PlugInCommand kMeasure{L"Measure the surface", L"Mesurer la surface"
 
 const host::PlugIn* HostPlugIn()
 {
-    static const host::PlugIn plugIn{host::PlugIn::kInterface, nullptr, &kMeasure};
+    static const host::PlugIn plugIn{host::PlugIn::kInterface, &kMeasure};
     return &plugIn;
 }

@@ -119,15 +119,11 @@ void HostWindow::MakeMenus()
 
     QMenu* const insert = menuBar()->addMenu(XInLanguage(u"&Insert", u"&Insertion"));
     QMenu* const tools = menuBar()->addMenu(XInLanguage(u"&Tools", u"&Outils"));
-    for (const PlugIn* const plugIn : m_plugIns.GetAll())
-    {
-        if (plugIn->m_class != nullptr)
-            insert->addAction(QString::fromUtf8(plugIn->m_class->m_name), this,
-                              [this, type = plugIn->m_class] { InsertShape(*type); });
-        if (plugIn->m_command != nullptr)
-            tools->addAction(XToQString(Say(plugIn->m_command->m_english, plugIn->m_command->m_french)), this,
-                             [this, command = plugIn->m_command] { command->m_run(m_meshes); });
-    }
+    for (const CXRuntimeClass* const type : XGetDerivedClasses(Primitive::GetThisRuntimeClassDescriptor()))
+        insert->addAction(QString::fromUtf8(type->m_name), this, [this, type] { InsertShape(*type); });
+    for (const PlugInCommand* const command : m_plugIns.GetCommands())
+        tools->addAction(XToQString(Say(command->m_english, command->m_french)), this,
+                         [this, command] { command->m_run(m_meshes); });
     insert->setEnabled(!insert->isEmpty());
     MakeCrashMenu();
 }
@@ -310,11 +306,36 @@ QString HostWindow::KeptShapes() const
     return names.join(QStringLiteral(", "));
 }
 
+/// What a newer plug-in has saved in a shape, and this one does not know, stays as long as the shape is not changed.
+bool HostWindow::MayLoseNewer()
+{
+    QStringList names;
+    for (const auto& shape : m_scene->m_shapes)
+    {
+        if (shape->m_losesNewer)
+            names << XToQString(shape->m_name);
+    }
+    return names.isEmpty() ||
+           XGetUserInterface().AskYesNo(
+               XFromQString(
+                   XInLanguage(u"These shapes were saved by newer plug-ins and have been changed: %1. What only a "
+                               u"newer plug-in knows of them is lost. Save the scene?",
+                               u"Ces formes viennent de modules plus r\u00e9cents et ont \u00e9t\u00e9 "
+                               u"modifi\u00e9es : %1. Ce que seul un module plus r\u00e9cent en conna\u00eet sera "
+                               u"perdu. Enregistrer la sc\u00e8ne ?")
+                       .arg(names.join(QStringLiteral(", ")))),
+               false);
+}
+
 void HostWindow::Save(const CPathString& path)
 {
+    if (!MayLoseNewer())
+        return;
     try
     {
         SaveScene(*m_scene, path);
+        for (const auto& shape : m_scene->m_shapes)
+            shape->m_losesNewer = false;
         WriteToLogFile(1, L"saved %s\n", path);
         m_path = path;
         setWindowFilePath(XToQString(path));
@@ -377,6 +398,7 @@ void HostWindow::ShowParameters()
         connect(value, &QDoubleSpinBox::valueChanged, this,
                 [this, row, shape, place = parameter.m_value](double number) {
                     *place = static_cast<float>(number);
+                    shape->NoteChange();
                     m_meshes[static_cast<std::size_t>(row)] = shape->MakeMesh();
                     m_viewport->Show(m_meshes);
                 });
@@ -393,6 +415,8 @@ void HostWindow::Notice(const QString& text, bool canReload)
 void HostWindow::closeEvent(QCloseEvent* event)
 {
     StopLoading();
+    for (QDialog* const dialog : findChildren<QDialog*>()) // whose answers have no use now
+        dialog->reject();
     const QByteArray place = saveGeometry();
     m_preferences.SetWindowPlace(place.constData(), static_cast<unsigned>(place.size()));
     event->accept();

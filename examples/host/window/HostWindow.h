@@ -31,6 +31,7 @@ public:
 
     /// Starts to open a model or a scene; one that is being opened is given up.
     void Open(const CPathString& path);
+    /// Asks first where that would lose something.
     void Save(const CPathString& path);
     bool IsLoading() const noexcept { return m_loading != nullptr; }
     const Scene& GetScene() const noexcept { return *m_scene; }
@@ -60,6 +61,7 @@ private:
     void Notice(const QString& text, bool canReload);
     void Watch(const CPathString& path);
     QString KeptShapes() const;
+    bool MayLoseNewer();
 
     const Preferences m_preferences;
     const PlugIns& m_plugIns;

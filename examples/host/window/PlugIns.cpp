@@ -6,35 +6,28 @@
 
 namespace host
 {
-void PlugIns::Open(const CPathString& folder)
+PlugIns::PlugIns(const CPathString& folder)
 {
-    const QDir directory(XToQString(folder));
-    for (const QString& name : directory.entryList(QDir::Files, QDir::Name))
+    const QStringList modules(QStringLiteral("*") + XToQString(CXModule::GetExtension()));
+    for (const QString& name : QDir(XToQString(folder)).entryList(modules, QDir::Files, QDir::Name))
     {
-        const QString path = directory.absoluteFilePath(name);
-        if (!QLibrary::isLibrary(path))
-            continue;
-        auto module = std::make_unique<QLibrary>(path);
-        const auto getPlugIn = reinterpret_cast<GetPlugIn>(module->resolve("HostPlugIn"));
-        const PlugIn* plugIn = getPlugIn != nullptr ? getPlugIn() : nullptr;
-        if (plugIn == nullptr || plugIn->m_interface != PlugIn::kInterface)
+        CXModule module;
+        if (!module.Open(folder / XFromQString(name)))
         {
-            WriteToLogFile(1, L"%s is no plug-in of this host: %s\n", XFromQString(name),
-                           XFromQString(module->errorString()));
-            module->unload();
+            WriteToLogFile(1, L"%s\n", module.GetError());
             continue;
         }
-        WriteToLogFile(2, L"plug-in %s\n", XFromQString(name));
-        m_plugIns.push_back(plugIn);
+        const auto getPlugIn = module.Find<const PlugIn*()>("HostPlugIn");
+        const PlugIn* const plugIn = getPlugIn != nullptr ? getPlugIn() : nullptr;
+        if (plugIn == nullptr || plugIn->m_interface != PlugIn::kInterface)
+        {
+            WriteToLogFile(1, L"%s is no plug-in of this host\n", module.GetPath());
+            continue;
+        }
+        WriteToLogFile(2, L"plug-in %s\n", module.GetPath());
+        if (plugIn->m_command != nullptr)
+            m_commands.push_back(plugIn->m_command);
         m_modules.push_back(std::move(module));
     }
-}
-
-void PlugIns::Close()
-{
-    m_plugIns.clear();
-    for (const auto& module : m_modules)
-        module->unload();
-    m_modules.clear();
 }
 } // namespace host

@@ -2,29 +2,20 @@
 
 #include "examples/host/model/PlugIn.h"
 
-#include <QLibrary>
-#include <memory>
-
 namespace host
 {
-/// The plug-ins of a folder, open until Close. For the window's thread.
+/// The plug-ins of a folder, open as long as the object, which ends after their workers and shapes. For the window's thread.
 class PlugIns
 {
 public:
     PlugIns() = default;
-    PlugIns(const PlugIns&) = delete;
-    PlugIns& operator=(const PlugIns&) = delete;
-    ~PlugIns() { Close(); }
-
     /// Opens each module of the folder; what is no plug-in of this host is closed again, which the log tells.
-    void Open(const CPathString& folder);
-    /// All workers have ended, and no shape of the plug-ins' classes is left.
-    void Close();
+    explicit PlugIns(const CPathString& folder);
 
-    const std::vector<const PlugIn*>& GetAll() const noexcept { return m_plugIns; }
+    const std::vector<const PlugInCommand*>& GetCommands() const noexcept { return m_commands; }
 
 private:
-    std::vector<std::unique_ptr<QLibrary>> m_modules;
-    std::vector<const PlugIn*> m_plugIns;
+    std::vector<CXModule> m_modules;
+    std::vector<const PlugInCommand*> m_commands;
 };
 } // namespace host

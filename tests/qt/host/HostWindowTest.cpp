@@ -3,6 +3,7 @@
 #include "examples/host/window/Viewport.h"
 #include "qt/toolkit/QtText.h"
 #include "tests/qt/host/HostTesting.h"
+#include "tests/qt/support/Person.h"
 #include "tests/support/Sanitized.h"
 
 #include <QAbstractButton>
@@ -13,8 +14,11 @@
 #include <QListWidget>
 #include <QMenuBar>
 #include <QMimeData>
+#include <QProcess>
 #include <QTest>
+#include <algorithm>
 #include <atomic>
+#include <csignal>
 
 namespace host
 {
@@ -25,8 +29,6 @@ constexpr int kTimeMs = 60000; ///< after which a test gives up
 class HostWindowTest : public HostTest
 {
 protected:
-    HostWindowTest() { m_plugIns.Open(fs::path(HOST_PLUGIN_DIR)); }
-
     CPathString PreferencePath() const { return m_folder / L"host.prefs"; }
     std::unique_ptr<HostWindow> NewWindow(const PlugIns& plugIns) const
     {
@@ -46,7 +48,7 @@ protected:
         return Write(L"large.obj", text);
     }
 
-    PlugIns m_plugIns;
+    PlugIns m_plugIns{fs::path(HOST_PLUGIN_DIR)};
 };
 
 void WaitUntilOpened(const HostWindow& window)
@@ -89,16 +91,6 @@ QString NoticeOf(const HostWindow& window)
             return label->text();
     }
     return {};
-}
-
-QAbstractButton* ButtonOf(const HostWindow& window, const QString& text)
-{
-    for (QAbstractButton* const button : window.findChildren<QAbstractButton*>())
-    {
-        if (button->text() == text)
-            return button;
-    }
-    return nullptr;
 }
 
 std::size_t TrianglesOf(const HostWindow& window)
@@ -149,7 +141,7 @@ TEST_F(HostWindowTest, OpeningEndsWhenItIsCancelledAndWhenTheWindowCloses)
     const CPathString path = LargeModel();
     std::unique_ptr<HostWindow> window = NewWindow();
     window->Open(path);
-    QAbstractButton* const cancel = ButtonOf(*window, QStringLiteral("Cancel"));
+    QAbstractButton* const cancel = tev::test::ButtonOf(*window, QStringLiteral("Cancel"));
     ASSERT_TRUE(cancel != nullptr && cancel->isVisible());
     QTest::mouseClick(cancel, Qt::LeftButton);
     EXPECT_FALSE(window->IsLoading());
@@ -166,6 +158,39 @@ TEST_F(HostWindowTest, OpeningEndsWhenItIsCancelledAndWhenTheWindowCloses)
     window->Open(path);
     window.reset();
     EXPECT_EQ(0u, CCustomThread::GetRunningThreadCount());
+}
+
+TEST_F(HostWindowTest, ADialogEndsWithTheWindow)
+{
+    for (const char16_t* const entry : {u"&Open\u2026", u"&Save scene\u2026"})
+    {
+        const std::unique_ptr<HostWindow> window = NewWindow();
+        const tev::test::Person person({{{}, [&](QDialog&) { window->close(); }}});
+        Choose(*window, QStringLiteral("&File"), QString::fromUtf16(entry));
+        EXPECT_EQ(nullptr, QApplication::activeModalWidget());
+        EXPECT_FALSE(window->isVisible() || window->IsLoading());
+    }
+}
+
+TEST_F(HostWindowTest, ItsTextsFitInBothLanguages)
+{
+    const CPathString bad = Write(L"bad.obj", "v 1 2 3\nf 1 2 3\n");
+    for (const XLanguage language : {XLanguage::English, XLanguage::French})
+    {
+        for (const bool isLong : {false, true})
+        {
+            XSetLanguage(language);
+            XLengthenTexts(isLong);
+            const std::unique_ptr<HostWindow> window = NewWindow();
+            Choose(*window, XInLanguage(u"&Insert", u"&Insertion"), QStringLiteral("example.Torus"));
+            OpenAndWait(*window, bad);
+            tev::test::ButtonOf(*window, XInLanguage(u"Load again", u"Recharger"))->show();
+            QTest::qWait(0);
+            tev::test::ExpectSoundWindow(*window);
+        }
+    }
+    XLengthenTexts(false);
+    XSetLanguage(XLanguage::English);
 }
 
 TEST_F(HostWindowTest, OpensWhatIsDroppedOnIt)
@@ -188,7 +213,7 @@ TEST_F(HostWindowTest, OffersToLoadAChangedFileAgain)
     const std::unique_ptr<HostWindow> window = NewWindow();
     OpenAndWait(*window, path);
     Write(L"b.obj", "another file");
-    QAbstractButton* const reload = ButtonOf(*window, QStringLiteral("Load again"));
+    QAbstractButton* const reload = tev::test::ButtonOf(*window, QStringLiteral("Load again"));
     ASSERT_NE(nullptr, reload);
     EXPECT_FALSE(reload->isVisible());
     Write(L"new.obj", "v 1 1 1\nv 2 1 1\nv 2 2 1\nf 1 2 3\nf 3 2 1\n");
@@ -240,16 +265,50 @@ TEST_F(HostWindowTest, ShapesOfPlugInsAreEditedSavedAndKept)
 
     const PlugIns none;
     window.reset();
-    m_plugIns.Close();
+    m_plugIns = none;
     window = NewWindow(none);
     OpenAndWait(*window, path);
     EXPECT_TRUE(NoticeOf(*window).endsWith(QStringLiteral(": example.Torus"))) << NoticeOf(*window).toStdString();
     window->Save(path);
     window.reset();
-    m_plugIns.Open(fs::path(HOST_PLUGIN_DIR));
+    m_plugIns = PlugIns(fs::path(HOST_PLUGIN_DIR));
     window = NewWindow();
     OpenAndWait(*window, path);
     EXPECT_EQ(50u, TrianglesOf(*window));
+}
+
+TEST_F(HostWindowTest, AsksBeforeItLosesWhatANewerPlugInSaved)
+{
+    class Answerer : public CUserInterface
+    {
+    public:
+        bool AskYesNo(const CXTString<wchar_t>&, bool) override { return ++m_asked == 2; }
+        int m_asked = 0;
+    } answerer;
+    CUserInterface* const before = XSetUserInterface(&answerer);
+    const CPathString path = m_folder / L"a.tevscene";
+    const CPathString target = m_folder / L"b.tevscene";
+    m_plugIns = PlugIns(fs::path(HOST_NEWER_PLUGIN_DIR));
+    std::unique_ptr<HostWindow> window = NewWindow();
+    Choose(*window, QStringLiteral("&Insert"), QStringLiteral("example.Torus"));
+    window->Save(path);
+    window.reset();
+    m_plugIns = PlugIns(); // two plug-ins with one class
+    m_plugIns = PlugIns(fs::path(HOST_PLUGIN_DIR));
+    window = NewWindow();
+    OpenAndWait(*window, path);
+    window->Save(target);
+    EXPECT_EQ(0, answerer.m_asked) << "nothing is lost";
+    fs::remove(fs::path(target));
+    window->findChild<QListWidget*>()->setCurrentRow(0);
+    window->findChildren<QDoubleSpinBox*>()[0]->stepUp();
+    window->Save(target);
+    EXPECT_FALSE(fileExists(target)) << "the answer was no";
+    window->Save(target);
+    EXPECT_TRUE(fileExists(target));
+    window->Save(target);
+    EXPECT_EQ(2, answerer.m_asked) << "it is lost already";
+    XSetUserInterface(before);
 }
 
 TEST_F(HostWindowTest, WorkersOfPlugInsTellThePersonAndEndBeforeTheirPlugIns)
@@ -276,7 +335,7 @@ TEST_F(HostWindowTest, WorkersOfPlugInsTellThePersonAndEndBeforeTheirPlugIns)
             Choose(*window, QStringLiteral("&Tools"), QStringLiteral("Measure the surface"));
     }
     CCustomThread::WaitEndOfThreads(false);
-    m_plugIns.Close();
+    m_plugIns = PlugIns();
     XSetUserInterface(before);
 }
 
@@ -323,5 +382,80 @@ TEST_F(HostWindowTest, EachWayToCrashMakesAReport)
     EXPECT_EXIT(CrashByMenu(m_folder, PreferencePath(), m_plugIns, QStringLiteral("&Tools"),
                             QStringLiteral("Crash in a plug-in")),
                 testing::ExitedWithCode(1), "DebugReport.*\\.zip");
+}
+
+namespace
+{
+/// A copy of the program, with its data in the folder.
+class Program : public QProcess
+{
+public:
+    Program(const CPathString& folder, const QStringList& arguments)
+    {
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(QStringLiteral("TEVTOOLS_USER_DATA"), XToQString(folder));
+        environment.insert(QStringLiteral("TEVTOOLS_COMMON_DATA"), XToQString(folder));
+        environment.insert(QStringLiteral("TEVTOOLS_CRASH_DIALOG"), XToQString(folder / L"recorder"));
+        setProcessEnvironment(environment);
+        start(QStringLiteral(HOST_PROGRAM), arguments);
+        EXPECT_TRUE(waitForStarted(kTimeMs));
+    }
+    ~Program() override
+    {
+        kill();
+        waitForFinished(kTimeMs);
+    }
+};
+
+/// Of the files whose names begin so; wide text without its zeros.
+std::string TextIn(const CPathString& folder, const std::string& start)
+{
+    std::string text;
+    for (const auto& entry : fs::directory_iterator(fs::path(folder)))
+    {
+        std::ifstream file(entry.path(), std::ios::binary);
+        if (entry.path().filename().string().find(start) == 0)
+            text.append(std::istreambuf_iterator<char>(file), {});
+    }
+    text.erase(std::remove(text.begin(), text.end(), '\0'), text.end());
+    return text;
+}
+} // namespace
+
+TEST_F(HostWindowTest, TheCommandLineIsChecked)
+{
+    const std::tuple<QString, int, const char*> rows[] = {{QStringLiteral("--help"), 0, "--plug-ins <folder>"},
+                                                          {QStringLiteral("--nonsense"), 1, "nonsense"}};
+    for (const auto& [argument, code, said] : rows)
+    {
+        Program program(m_folder, {argument});
+        ASSERT_TRUE(program.waitForFinished(kTimeMs));
+        EXPECT_EQ(code, program.exitCode());
+        EXPECT_TRUE((code == 0 ? program.readAllStandardOutput() : program.readAllStandardError()).contains(said));
+    }
+}
+
+TEST_F(HostWindowTest, RunningCopiesShareTheirSettingsAndACrashIsShown)
+{
+    const CPathString recorder =
+        Write(L"recorder", "#!/bin/sh\nprintf '%s\\n' \"$@\" >\"$0.new\"\nmv \"$0.new\" \"${0%/*}/arguments\"\n");
+    fs::permissions(fs::path(recorder), fs::perms::owner_all);
+    const CPathString own = Write(L"a.obj", "v 1 1 1\n");
+    Program one(m_folder, {XToQString(own)});
+    Program other(m_folder, {XToQString(Sample(L"pawn.obj"))});
+    Program missing(m_folder, {XToQString(m_folder / L"gone.obj")});
+    const auto isRemembered = [&] { return Preferences(PreferencePath()).GetRecentFiles().size() == 2; };
+    EXPECT_TRUE(QTest::qWaitFor(isRemembered, kTimeMs));
+    EXPECT_THAT(Preferences(PreferencePath()).GetRecentFiles(),
+                testing::UnorderedElementsAre(own, Sample(L"pawn.obj")));
+    const auto isInLog = [&] { return TextIn(m_folder, "host").find("gone.obj: ") != std::string::npos; };
+    EXPECT_TRUE(QTest::qWaitFor(isInLog, kTimeMs)) << TextIn(m_folder, "host");
+
+    ::kill(static_cast<pid_t>(one.processId()), SIGTERM); // one of the conditions that are reported
+    ASSERT_TRUE(one.waitForFinished(kTimeMs));
+    EXPECT_EQ(1, one.exitCode());
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !TextIn(m_folder, "arguments").empty(); }, kTimeMs));
+    EXPECT_THAT(TextIn(m_folder, "arguments"),
+                testing::MatchesRegex("[^\n]*DebugReport[^\n]*\\.zip\n--application\nHost\n--version\n1\\.0\n(.|\n)*"));
 }
 } // namespace host

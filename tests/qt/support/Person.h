@@ -2,6 +2,7 @@
 
 #include <QAbstractButton>
 #include <QAbstractScrollArea>
+#include <QAbstractSpinBox>
 #include <QApplication>
 #include <QDialog>
 #include <QEventLoop>
@@ -108,8 +109,9 @@ inline void ExpectSoundWindow(const QWidget& window)
             continue;
         const auto* const button = qobject_cast<const QAbstractButton*>(widget);
         const auto* const label = qobject_cast<const QLabel*>(widget);
-        const bool isPart = widget->parentWidget() != nullptr &&
-                            qobject_cast<const QAbstractScrollArea*>(widget->parentWidget()) != nullptr;
+        const QWidget* const parent = widget->parentWidget();
+        const bool isPart = qobject_cast<const QAbstractScrollArea*>(parent) != nullptr ||
+                            qobject_cast<const QAbstractSpinBox*>(parent) != nullptr;
         const std::string what = button != nullptr  ? button->text().toStdString()
                                  : label != nullptr ? label->text().toStdString()
                                                     : widget->metaObject()->className();

@@ -4,7 +4,7 @@
 
 namespace
 {
-class Torus : public host::Shape
+class Torus : public host::Primitive
 {
 public:
     X_DECLARE_CLASS(Torus)
@@ -35,11 +35,11 @@ private:
     float m_segments = 48;
     float m_bulge = 1;
 };
-X_IMPLEMENT_NAMED_CLASS(Torus, host::Shape, 2 | xSchemaVersionable, "example.Torus")
+X_IMPLEMENT_NAMED_CLASS(Torus, host::Primitive, 2 | xSchemaVersionable, "example.Torus")
 } // namespace
 
 const host::PlugIn* HostPlugIn()
 {
-    static const host::PlugIn plugIn{host::PlugIn::kInterface, Torus::GetThisRuntimeClassDescriptor(), nullptr};
+    static const host::PlugIn plugIn;
     return &plugIn;
 }
