@@ -243,6 +243,8 @@ TEST_F(CCustomThreads, VictimsCannotBlockTheTermination)
         SetCancelThread(false, 1);
         EXPECT_FALSE(CCustomThread::HardThreadsTermination(false)) << "no worker is left";
         // Locks that the victim could not release would make these wait for ever.
+        victim.Lock(true);
+        victim.Lock(false);
         ConvertOnce(950);
         WatchOnce();
         if (!kIsSanitized) // which report the threads that the child lacks
