@@ -25,6 +25,7 @@ public:
     bool Add(std::uint32_t number, std::uint32_t value) noexcept;
     bool Remove(std::uint32_t number, std::uint32_t value) noexcept;
     void Clear() noexcept;
+    bool IsEmpty() const noexcept { return m_pairs == nullptr; }
     /// The first value of that number for which `is` holds, by address; null when there is none.
     template <class IS>
     std::uint32_t* Find(std::uint32_t number, IS is) const
@@ -87,7 +88,11 @@ public:
     unsigned FirstProbe(unsigned home) const noexcept;
     void SetFirstProbe(unsigned home, unsigned probe) noexcept;
     /// After a slot became free.
-    void ForgetProbes() noexcept { m_probes.Clear(); }
+    void ForgetProbes() noexcept
+    {
+        if (!m_probes.IsEmpty())
+            m_probes.Clear();
+    }
 
 private:
     static std::uint32_t Spread(std::uint64_t hash) noexcept

@@ -83,6 +83,18 @@ struct HashFrame
         }
         return at;
     }
+    /// Whether a search from that home comes to the slot of an entry among the near ones.
+    bool IsNear(std::size_t at, std::size_t home) const noexcept
+    {
+        std::size_t near = home;
+        for (std::size_t step = 1; near != at; step += 2)
+        {
+            if (step == kLastNearStep)
+                return false;
+            near = Wrap(near + step);
+        }
+        return true;
+    }
     void SetTag(std::size_t at, unsigned char tag) const noexcept
     {
         m_tags[at] = tag;

@@ -78,10 +78,8 @@ public:
     int Remove(LookupKey key, bool rehash = false)
     {
         const ExclusiveUse use(m_use);
-        SLOT_TYPE* slot = FindSlot(key);
-        if (slot == nullptr)
+        if (!RemoveKey(key))
             return 0;
-        RemoveEntry(static_cast<std::size_t>(slot - m_slots));
         if (rehash && m_count > kDefaultHashSize)
             RebuildIfFull();
         return 1;
@@ -180,18 +178,14 @@ protected:
         if (isFar)
             ListFar(at);
         if (m_used >= m_tableSize / 2)
-            RebuildAround(at, reused);
+            RebuildAround(at, home, reused);
         return 1;
     }
 
     /// Removes every key of the other table, which may be this one.
     void RemoveKeys(const HashTableBase& other)
     {
-        other.ForEach([this](const SLOT_TYPE& theirs) {
-            const SLOT_TYPE* slot = FindSlot(theirs.m_key);
-            if (slot != nullptr)
-                RemoveEntry(static_cast<std::size_t>(slot - m_slots));
-        });
+        other.ForEach([this](const SLOT_TYPE& theirs) { RemoveKey(theirs.m_key); });
     }
 
 private:
@@ -299,16 +293,31 @@ private:
             m_far.reset();
     }
 
-    void RemoveEntry(std::size_t at)
+    /// Whether the key was there.
+    template <class K>
+    bool RemoveKey(const K& key)
+    {
+        const unsigned hash = METHODS::HashKey(key);
+        const std::size_t home = Slots::GetFrame().Home(hash);
+        const SLOT_TYPE* const slot = Search(key, TagOf(hash), home);
+        if (slot != nullptr)
+            RemoveEntry(static_cast<std::size_t>(slot - m_slots), home);
+        return slot != nullptr;
+    }
+
+    void RemoveEntry(std::size_t at, std::size_t home)
     {
         if (m_far != nullptr)
-            UnlistFar(at);
+        {
+            m_far->ForgetProbes();
+            if (!Slots::GetFrame().IsNear(at, home))
+                UnlistFar(at);
+        }
         RemoveSlot(at);
     }
 
     TEV_CALLED_SELDOM void UnlistFar(std::size_t at)
     {
-        m_far->ForgetProbes();
         if (m_far->Remove(WideHashOf<METHODS, Key>::Of(m_slots[at].m_key), static_cast<unsigned>(at)))
             --m_farCount;
     }
@@ -330,7 +339,7 @@ private:
     bool RebuildIfFull() { return m_used >= m_tableSize / 2 && Rebuild(HashSizeRebuilt(m_tableSize, m_used, m_count)); }
 
     /// Rebuilds after an entry went in, and takes that one out again when copying the others throws.
-    void RebuildAround(std::size_t at, bool reused)
+    void RebuildAround(std::size_t at, std::size_t home, bool reused)
     {
         if constexpr (SLOT_TYPE::kMoves)
             RebuildIfFull();
@@ -342,7 +351,7 @@ private:
             }
             catch (...)
             {
-                RemoveEntry(at);
+                RemoveEntry(at, home);
                 if (!reused)
                 {
                     Slots::GetFrame().SetTag(at, kEmptyTag);
