@@ -76,6 +76,11 @@ TEVTOOLS_CRASH_WAYS=\"$<TARGET_FILE:tevtools_crash_ways>\""
         gtest_discover_tests(tevtools_tests
             DISCOVERY_TIMEOUT 60
             PROPERTIES TIMEOUT 300 ENVIRONMENT "${test_environment}")
+        if(NOT TEVTOOLS_SANITIZE AND TEVTOOLS_TEST_SOURCES STREQUAL ".")
+            add_test(NAME surroundings.skipped_by_sanitizers COMMAND Python3::Interpreter
+                "${PROJECT_SOURCE_DIR}/tests/support/run-unsanitized" $<TARGET_FILE:tevtools_tests>)
+            set_tests_properties(surroundings.skipped_by_sanitizers PROPERTIES TIMEOUT 900 COST 800)
+        endif()
     else()
         # To start takes as long as a test there. So all run in a few processes, in another order, in a far time zone and
         # without a locale: what depends on these is found here, what depends on other tests in builds without sanitizer.
@@ -137,18 +142,31 @@ if(plugin_test_sources)
         PROPERTIES TIMEOUT 300 ENVIRONMENT "${test_environment}")
 endif()
 
-# Each public header by itself, twice; all together once more in the next language version. Compiled only, so without
-# sanitizers.
+# Each public header by itself, where no source of the library begins with it, which proves the same; all together, each
+# twice, once more in the next language version. Compiled only, so without sanitizers.
 if(NOT TEVTOOLS_SANITIZE)
-    set(header_sources "")
+    set(first_headers "")
+    if(NOT TEVTOOLS_UNITY)
+        foreach(source IN LISTS tevtools_sources)
+            file(STRINGS "${source}" first_header REGEX "^#include " LIMIT_COUNT 1)
+            list(APPEND first_headers "${first_header}")
+        endforeach()
+    endif()
+    set(all_headers "${PROJECT_BINARY_DIR}/headers/all.cpp")
+    set(header_sources "${all_headers}")
+    set(header_lines "")
     foreach(header IN LISTS tevtools_public_headers tevtools_standalone_headers ITEMS TevTools.h)
-        string(REPLACE "/" "_" source "${header}")
-        set(source "${PROJECT_BINARY_DIR}/headers/${source}.cpp")
-        file(CONFIGURE OUTPUT "${source}" CONTENT "#include \"${header}\"\n#include \"${header}\"\n")
-        list(APPEND header_sources "${source}")
+        string(APPEND header_lines "#include \"${header}\"\n")
+        if(NOT "#include \"${header}\"" IN_LIST first_headers)
+            string(REPLACE "/" "_" source "${header}")
+            set(source "${PROJECT_BINARY_DIR}/headers/${source}.cpp")
+            file(CONFIGURE OUTPUT "${source}" CONTENT "#include \"${header}\"\n")
+            list(APPEND header_sources "${source}")
+        endif()
     endforeach()
+    file(CONFIGURE OUTPUT "${all_headers}" CONTENT "${header_lines}${header_lines}")
     add_library(tevtools_headers_cxx17 OBJECT ${header_sources})
-    add_library(tevtools_headers_cxx20 OBJECT "${PROJECT_BINARY_DIR}/headers/TevTools.h.cpp")
+    add_library(tevtools_headers_cxx20 OBJECT "${all_headers}")
     foreach(standard IN ITEMS 17 20)
         set(headers tevtools_headers_cxx${standard})
         tevtools_configure(${headers})
@@ -184,6 +202,9 @@ endif()
 
 # Examples get the folder of the sample inputs as argument and run in a folder of their own, with a registry of their
 # own.
+add_library(tevtools_tutorial_model OBJECT examples/tutorial/Model.cpp)
+tevtools_configure(tevtools_tutorial_model)
+target_link_libraries(tevtools_tutorial_model PRIVATE TevTools)
 file(GLOB example_sources CONFIGURE_DEPENDS examples/*.cpp examples/tutorial/step*.cpp)
 foreach(source IN LISTS example_sources)
     get_filename_component(name "${source}" NAME_WE)
@@ -193,7 +214,7 @@ foreach(source IN LISTS example_sources)
     tevtools_configure(example_${name})
     target_link_libraries(example_${name} PRIVATE TevTools)
     if(source MATCHES "/tutorial/")
-        target_sources(example_${name} PRIVATE examples/tutorial/Model.cpp)
+        target_link_libraries(example_${name} PRIVATE tevtools_tutorial_model)
     endif()
     add_test(NAME example.${name} COMMAND example_${name} "${PROJECT_SOURCE_DIR}/examples/data"
         WORKING_DIRECTORY "${run_dir}")
