@@ -21,13 +21,12 @@ void RunWindow(const QCommandLineParser& arguments, const host::PlugIns& plugIns
 {
     host::HostWindow window(GetUserApplicationDataPath() / L"host.prefs", plugIns);
     window.show();
-    // Once there is a window to ask in: what an earlier run has left to be reported is asked about here.
-    QTimer::singleShot(0, &window, [&] {
-        CrashInstall(ReportEachCrash, L"Host", L"1.0", xCrashReport);
-        CrashThreadInstall();
-        if (!arguments.positionalArguments().isEmpty())
+    if (!arguments.positionalArguments().isEmpty())
+    {
+        QTimer::singleShot(0, &window, [&window, &arguments] {
             window.Open(XFromQString(arguments.positionalArguments().constFirst()));
-    });
+        });
+    }
     QApplication::exec();
 }
 } // namespace
@@ -54,6 +53,8 @@ int main(int argumentCount, char** arguments)
     constexpr unsigned kPatienceMs = 2000; // with a window that may be what has crashed
     userInterface.SetPatience(kPatienceMs);
     XSetUserInterface(&userInterface);
+    CrashInstall(ReportEachCrash, L"Host", L"1.0", xCrashReport);
+    CrashThreadInstall();
     host::RegisterFileTypes();
     try
     {

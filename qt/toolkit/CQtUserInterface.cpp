@@ -109,6 +109,9 @@ QFileDialog* MakeSaveDialog(const QString& filter, const QString& proposed)
 CQtUserInterface::CQtUserInterface() : m_windows(std::make_unique<Windows>())
 {
     XSetCrashDialog(true);
+    // Once the event loop runs, which a host starts after it has installed this and the crash handler.
+    QMetaObject::invokeMethod(
+        m_windows.get(), [] { XOfferLeftReports(); }, Qt::QueuedConnection);
 }
 
 CQtUserInterface::~CQtUserInterface()
@@ -240,4 +243,9 @@ bool CQtUserInterface::AskForPassword(const CPathString& file, Text& password)
         return false;
     password = (*answer)->m_text;
     return true;
+}
+
+bool CQtUserInterface::CanAsk()
+{
+    return m_windows->IsReady();
 }

@@ -13,6 +13,7 @@
 /// after it has ended, on a silent thread (IsSilentThread) and in a forked child, calls do what those of CUserInterface do:
 /// texts go to the log, and the answer is the one that changes nothing. So does a call whose window thread handles no events
 /// for ten seconds (SetPatience), because it may wait for the calling thread; and whatever is open when the application quits.
+/// Reports that earlier runs left are offered when the event loop starts.
 /// A crash is shown by a program of its own (XSetCrashDialog). Nothing is thrown. Safe from several threads at once.
 class TEVTOOLS_QT_API CQtUserInterface : public CUserInterface
 {
@@ -36,6 +37,7 @@ public:
     bool IsDarkTheme() override;
     /// The field and its text are overwritten afterwards; the input method and the display may keep what was typed.
     bool AskForPassword(const CPathString& file, CXTString<wchar_t>& password) override;
+    bool CanAsk() override;
 
 private:
     class Windows;

@@ -112,6 +112,11 @@ bool WindowThread::IsUsable() const
     return m_isOpen.load() && !IsSilentThread(0) && QCoreApplication::applicationPid() == m_processId;
 }
 
+bool WindowThread::IsReady() const
+{
+    return IsUsable() && (!IsWindowThread() || QThread::currentThread()->loopLevel() > 0);
+}
+
 bool WindowThread::Run(std::function<void()> work)
 {
     if (!IsUsable())
@@ -128,7 +133,7 @@ bool WindowThread::Run(std::function<void()> work)
 
 bool WindowThread::RunHere(const std::function<void()>& work)
 {
-    if (QThread::currentThread()->loopLevel() == 0)
+    if (!IsReady())
         return false;
     const std::shared_ptr<Task> outer = std::exchange(m_current, nullptr);
     const bool isWhole = RunWhole(work);

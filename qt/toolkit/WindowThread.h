@@ -43,6 +43,9 @@ public:
     /// Has `show` run on the window thread, where that is another one later. False when it cannot.
     bool Post(std::function<void()> show);
 
+    /// Whether what is asked for now would be shown.
+    bool IsReady() const;
+
     /// Runs a modal dialog, which is deleted. Its result as QDialog::exec gives it; 0 when it was closed from outside.
     /// `read` takes what the person entered, where the dialog still exists.
     int Exec(QDialog* dialog, const std::function<void(int result)>& read = {});

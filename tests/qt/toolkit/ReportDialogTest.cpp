@@ -4,6 +4,7 @@
 #include "qt/toolkit/CQtUserInterface.h"
 #include "qt/toolkit/QtText.h"
 #include "services/LogFile.h"
+#include "services/Paths.h"
 #include "tests/qt/support/Person.h"
 #include "tests/support/System.h"
 #include "tests/support/TempFolder.h"
@@ -138,6 +139,22 @@ TEST_F(ReportDialogs, NothingIsCutOffInAnyLanguage)
         }
     }
     XLengthenTexts(false);
+}
+
+TEST_F(ReportDialogs, WhatEarlierRunsLeftIsLookedAtOnceTheLoopRuns)
+{
+    CQtUserInterface ui;
+    XSetUserInterface(&ui);
+    CrashInstall(nullptr, L"Modeller", L"2.5", xCrashReport);
+    EXPECT_FALSE(ui.CanAsk());
+    const std::filesystem::path left(GetCommonApplicationDataPath() / L"DebugReport.zip.1");
+    std::filesystem::create_directories(left); // as a process that was ended leaves it
+    InLoop([&] {
+        EXPECT_TRUE(ui.CanAsk());
+        EXPECT_TRUE(QTest::qWaitFor([&] { return !std::filesystem::exists(left); }, kWindowTimeMs));
+    });
+    CrashUninstall();
+    XSetUserInterface(nullptr);
 }
 
 TEST_F(ReportDialogs, AReportOfTheRunningProcessIsShownAndSaved)
