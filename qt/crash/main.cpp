@@ -23,6 +23,7 @@ bool HasWindow()
 
 int main(int argc, char** argv)
 {
+    tev::EndWithoutDisplay();
     QApplication application(argc, argv);
     tev::ReportOfCrash report;
     if (!tev::ParseArguments(QCoreApplication::arguments(), report))

@@ -51,9 +51,12 @@ ColorDialog::ColorDialog(std::vector<ColorRule> rules, QWidget* parent)
     layout->addWidget(intro, 0, 0, 1, 2);
     layout->addWidget(m_list, 1, 0);
     layout->addLayout(side, 1, 1);
-    layout->addWidget(m_pattern, 2, 0);
-    layout->addWidget(m_color, 2, 1);
-    layout->addWidget(buttons, 3, 0, 1, 2);
+    layout->addWidget(m_pattern, 2, 0, 1, 2);
+    layout->addWidget(m_color, 3, 0, 1, 2);
+    layout->addWidget(buttons, 4, 0, 1, 2);
+    QWidget* const order[] = {m_list, add, m_remove, m_up, m_down, m_pattern, m_color, buttons};
+    for (std::size_t i = 1; i < std::size(order); ++i)
+        setTabOrder(order[i - 1], order[i]);
 
     connect(m_list, &QListWidget::currentRowChanged, this, &ColorDialog::ShowRule);
     connect(m_pattern, &PatternField::PatternChanged, this, &ColorDialog::TakeRule);

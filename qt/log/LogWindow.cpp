@@ -16,6 +16,7 @@
 #include <QLocale>
 #include <QMessageBox>
 #include <QMimeData>
+#include <QScreen>
 #include <QStatusBar>
 
 #include <algorithm>
@@ -78,7 +79,8 @@ LogWindow::LogWindow(CXTString<wchar_t> settingsPath, QWidget* parent)
     m_view->SetFollowing(m_settings.m_isFollowing);
     SetFontSize(m_settings.m_fontSize);
     setWindowTitle(XInLanguage(u"Log viewer", u"Visionneuse de journaux"));
-    resize(fontMetrics().averageCharWidth() * 130, fontMetrics().height() * 40);
+    const QSize size(fontMetrics().averageCharWidth() * 130, fontMetrics().height() * 40);
+    resize(size.boundedTo(screen()->availableSize()));
     if (!m_settings.m_geometry.isEmpty())
         restoreGeometry(m_settings.m_geometry);
 
@@ -226,7 +228,9 @@ void LogWindow::ShowCounts(const LogStatus& status)
         counts = XInLanguage(u"%1 of %2 lines", u"%1 lignes sur %2")
                      .arg(NumberText(status.m_rows.m_hits), NumberText(status.m_lines.m_lines));
     else if (status.m_isOpen)
-        counts = XInLanguage(u"%1 lines", u"%1 lignes").arg(NumberText(status.m_lines.m_lines));
+        counts = XInLanguage(status.m_lines.m_lines == 1 ? u"%1 line" : u"%1 lines",
+                             status.m_lines.m_lines < 2 ? u"%1 ligne" : u"%1 lignes")
+                     .arg(NumberText(status.m_lines.m_lines));
     m_counts->setText(counts + ProgressText(status.m_rows, status.m_fileSize));
     m_form->setText(status.m_isOpen ? QLocale().formattedDataSize(static_cast<qint64>(status.m_fileSize)) +
                                           QStringLiteral("   ") + EncodingName(status.m_encoding)

@@ -2,6 +2,7 @@
 #include "objects/LastFailure.h"
 #include "qt/log/LogWindow.h"
 #include "qt/toolkit/QtText.h"
+#include "qt/toolkit/Theme.h"
 #include "services/StartUp.h"
 #include "services/Version.h"
 #include "text/TextEncoding.h"
@@ -83,14 +84,6 @@ Arguments ParseArguments(int argc, char** argv)
     return arguments;
 }
 
-// Qt aborts where there is no display.
-void EndOnFatal(QtMsgType type, const QMessageLogContext&, const QString& message)
-{
-    Print(stderr, message + u'\n');
-    if (type == QtFatalMsg)
-        std::_Exit(1);
-}
-
 int Run(QApplication& application, const Arguments& arguments)
 {
     try
@@ -130,7 +123,7 @@ int main(int argc, char** argv)
                           QString::fromLocal8Bit(arguments.m_error.c_str()) + u'\n' + HelpText());
         return kUsageError;
     }
-    qInstallMessageHandler(EndOnFatal);
+    tev::EndWithoutDisplay();
     int qtCount = 1; // the arguments are ours
     QApplication application(qtCount, argv);
     tev::SetUpProgram(QStringLiteral("tev-log"), XInLanguage(u"Log viewer", u"Visionneuse de journaux"));

@@ -6,6 +6,8 @@
 #include "qt/settings/WindowShown.h"
 #include "qt/toolkit/ElidedLabel.h"
 #include "qt/toolkit/QtText.h"
+#include "settings/CCustomData.h"
+#include "settings/PreferenceFile.h"
 
 #include <QCloseEvent>
 #include <QFileInfo>
@@ -15,6 +17,7 @@
 #include <QLineEdit>
 #include <QMenuBar>
 #include <QProgressDialog>
+#include <QScreen>
 #include <QShortcut>
 #include <QSplitter>
 #include <QStatusBar>
@@ -31,9 +34,14 @@ namespace tev::browser
 namespace
 {
 constexpr int kPollMilliseconds = 300;
+constexpr unsigned kPlaceKey = 0x53455456; // "SETV"
+constexpr unsigned kPlaceVersion = 1;
+constexpr unsigned kGeometry = 1;
+constexpr unsigned kDivision = 2;
 } // namespace
 
-SettingsWindow::SettingsWindow(std::unique_ptr<SettingsSource> source)
+SettingsWindow::SettingsWindow(std::unique_ptr<SettingsSource> source, CXTString<wchar_t> placeFile)
+    : m_placeFile(std::move(placeFile))
 {
     BuildViews();
     BuildMenus();
@@ -41,13 +49,37 @@ SettingsWindow::SettingsWindow(std::unique_ptr<SettingsSource> source)
     connect(&m_poll, &QTimer::timeout, this, &SettingsWindow::Poll);
     m_poll.start(kPollMilliseconds);
     const int unit = fontMetrics().averageCharWidth();
-    resize(unit * 120, unit * 70);
+    resize(QSize(unit * 120, unit * 70).boundedTo(screen()->availableSize()));
+    LoadWindowPlace();
 }
 
 SettingsWindow::~SettingsWindow()
 {
     m_tree->setModel(nullptr);
     m_table->setModel(nullptr);
+}
+
+void SettingsWindow::LoadWindowPlace()
+{
+    CCustomData store;
+    if (m_placeFile.IsEmpty() || !store.LoadFromPrefs(m_placeFile, kPlaceKey, kPlaceVersion, false))
+        return;
+    const auto bytesOf = [&store](unsigned id) {
+        unsigned size = 0;
+        const void* const bytes = store.GetCustomPtr(id, size);
+        return QByteArray(static_cast<const char*>(bytes), static_cast<qsizetype>(size));
+    };
+    restoreGeometry(bytesOf(kGeometry));
+    m_splitter->restoreState(bytesOf(kDivision));
+}
+
+void SettingsWindow::SaveWindowPlace() const
+{
+    // What cannot be kept is not worth a question while the window closes.
+    static_cast<void>(XUpdatePreferences(m_placeFile, kPlaceKey, kPlaceVersion, [this](CCustomData& store) {
+        for (const auto& [id, bytes] : {std::pair(kGeometry, saveGeometry()), {kDivision, m_splitter->saveState()}})
+            store.SetBinary(id, bytes.constData(), static_cast<unsigned>(bytes.size()));
+    }));
 }
 
 void SettingsWindow::BuildViews()
@@ -76,16 +108,16 @@ void SettingsWindow::BuildViews()
     m_table->horizontalHeader()->setHighlightSections(false);
     m_table->horizontalHeader()->setDefaultAlignment(Qt::AlignLeft | Qt::AlignVCenter);
     connect(m_table, &QTableView::activated, this, &SettingsWindow::EditValue);
-    auto* const splitter = new QSplitter;
-    splitter->addWidget(m_tree);
-    splitter->addWidget(m_table);
-    splitter->setStretchFactor(1, 2);
-    splitter->setChildrenCollapsible(false);
+    m_splitter = new QSplitter;
+    m_splitter->addWidget(m_tree);
+    m_splitter->addWidget(m_table);
+    m_splitter->setStretchFactor(1, 2);
+    m_splitter->setChildrenCollapsible(false);
     auto* const page = new QWidget;
     auto* const layout = new QVBoxLayout(page);
     layout->addWidget(m_path);
     layout->addWidget(m_notice);
-    layout->addWidget(splitter, 1);
+    layout->addWidget(m_splitter, 1);
     layout->addWidget(BuildFindBar());
     setCentralWidget(page);
     statusBar();
@@ -354,5 +386,7 @@ void SettingsWindow::closeEvent(QCloseEvent* event)
     event->setAccepted(!m_isTransferring);
     if (auto* const progress = findChild<QProgressDialog*>())
         progress->cancel();
+    if (event->isAccepted() && !m_placeFile.IsEmpty())
+        SaveWindowPlace();
 }
 } // namespace tev::browser

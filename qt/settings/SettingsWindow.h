@@ -5,6 +5,7 @@
 #include "qt/settings/Finder.h"
 #include "qt/settings/NodeModel.h"
 #include "qt/settings/ValueModel.h"
+#include "text/CXTString.h"
 
 #include <QMainWindow>
 
@@ -12,6 +13,7 @@ class QAction;
 class QLabel;
 class QLineEdit;
 class QMenu;
+class QSplitter;
 class QTableView;
 class QTreeView;
 
@@ -27,7 +29,8 @@ class SettingsWindow : public QMainWindow
 {
     Q_OBJECT
 public:
-    explicit SettingsWindow(std::unique_ptr<SettingsSource> source);
+    /// Keeps where it is, and how it is divided, in a preference file, where one is given.
+    explicit SettingsWindow(std::unique_ptr<SettingsSource> source, CXTString<wchar_t> placeFile = {});
     ~SettingsWindow() override;
 
     void SetSource(std::unique_ptr<SettingsSource> source);
@@ -39,6 +42,9 @@ protected:
 
 private:
     struct Shown;
+
+    void LoadWindowPlace();
+    void SaveWindowPlace() const;
 
     void BuildMenus();
     void BuildEditMenu();
@@ -93,6 +99,7 @@ private:
     QLabel* m_notice = nullptr;
     QTreeView* m_tree = nullptr;
     QTableView* m_table = nullptr;
+    QSplitter* m_splitter = nullptr;
     QWidget* m_findBar = nullptr;
     QLineEdit* m_findText = nullptr;
     QLabel* m_findState = nullptr;
@@ -101,6 +108,7 @@ private:
     std::vector<QAction*> m_changes; ///< actions that change values of the chosen node
     QAction* m_newNode = nullptr;
     std::ptrdiff_t m_match = -1;
+    const CXTString<wchar_t> m_placeFile;
     bool m_isTransferring = false;
     bool m_isStale = false; ///< what is shown was changed by another program
 };

@@ -246,13 +246,13 @@ void SettingsWindow::DeleteNode()
     if (!source.IsNode(place))
         return Say(XInLanguage(u"This cannot be deleted here.", u"Ceci ne peut pas être supprimé ici."),
                    source.GetPlaceText(place));
+    NodeEdit edit{place, {}, {}, false};
+    QString reason;
+    edit.m_before = source.Snapshot(place, reason); // what the person agrees to
+    edit.m_isForced = !edit.m_before;
     if (!Ask(XInLanguage(u"Delete this with all that is in it?", u"Supprimer ceci avec tout son contenu ?"),
              source.GetPlaceText(place)))
         return;
-    NodeEdit edit{place, {}, {}, false};
-    QString reason;
-    edit.m_before = source.Snapshot(place, reason);
-    edit.m_isForced = !edit.m_before;
     if (edit.m_isForced &&
         !Ask(XInLanguage(u"It cannot be read as a whole, so that deleting it cannot be undone. Delete it?",
                          u"L'ensemble est illisible : la suppression ne pourra pas être annulée. Supprimer ?"),

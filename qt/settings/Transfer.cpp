@@ -14,6 +14,7 @@
 #include <QEventLoop>
 #include <QFile>
 #include <QProgressDialog>
+#include <QPushButton>
 #include <QSaveFile>
 #include <QTimer>
 
@@ -38,6 +39,12 @@ public:
 
     void SetProgress(int percent) override { m_percent.store(percent); }
     bool IsCancelled() const override { return MustTerminate() || ShouldCancel(); }
+    bool StartLastStep() override
+    {
+        m_isInLastStep.store(true); // first, so that the window never offers what would be ignored
+        return !IsCancelled();
+    }
+    bool IsInLastStep() const { return m_isInLastStep.load(); }
     int Percent() const { return m_percent.load(); }
 
 protected:
@@ -50,6 +57,7 @@ protected:
 private:
     const std::function<void(TransferState& state)>& m_run;
     std::atomic<int> m_percent{-1};
+    std::atomic<bool> m_isInLastStep{false};
 };
 
 /// For the thread of the window.
@@ -58,6 +66,7 @@ class PlainState : public TransferState
 public:
     void SetProgress(int) override {}
     bool IsCancelled() const override { return false; }
+    bool StartLastStep() override { return true; }
 };
 
 QString ReasonOf(CXException* failure)
@@ -137,10 +146,12 @@ bool RunTransfer(QWidget* parent, const QString& title, const std::function<void
             loop.quit();
         else if (progress.wasCanceled())
             owner->SetCancel();
-        else if (owner->Percent() >= 0)
+        else
         {
-            progress.setMaximum(100);
-            progress.setValue(owner->Percent());
+            if (auto* const cancel = progress.findChild<QPushButton*>())
+                cancel->setEnabled(!owner->IsInLastStep());
+            progress.setMaximum(owner->Percent() >= 0 ? 100 : 0);
+            progress.setValue(std::max(owner->Percent(), 0));
         }
     });
     timer.start(20);
@@ -182,6 +193,8 @@ QString ImportRegistryText(const QString& file, TransferState& state)
         if (!fault.isEmpty() || state.IsCancelled())
             return fault;
         state.SetProgress(-1);
+        if (!state.StartLastStep())
+            return {};
         XRegistryImport result;
         if (XImportRegistry(text, result))
             return {};

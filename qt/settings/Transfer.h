@@ -16,6 +16,8 @@ public:
     /// From 0 to 100; a negative number where it is not known.
     virtual void SetProgress(int percent) = 0;
     virtual bool IsCancelled() const = 0;
+    /// Begins what cannot be cancelled. False where it was cancelled before.
+    [[nodiscard]] virtual bool StartLastStep() = 0;
 };
 
 /// Runs an operation on a thread, with a window that shows its progress and can cancel it once it takes long. Returns when it

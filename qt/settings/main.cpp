@@ -1,9 +1,12 @@
+#include "objects/CXException.h"
+#include "objects/ThreadException.h"
 #include "qt/settings/CommandLine.h"
 #include "qt/settings/PreferenceSource.h"
 #include "qt/settings/RegistrySource.h"
 #include "qt/settings/SettingsWindow.h"
 #include "qt/toolkit/QtText.h"
 #include "qt/toolkit/Theme.h"
+#include "services/Paths.h"
 #include "services/StartUp.h"
 #include "text/TextEncoding.h"
 #include "threads/CCustomThread.h"
@@ -16,17 +19,27 @@ namespace
 {
 constexpr int kFailed = 1;
 
-/// Qt ends a program that finds no display.
-bool HasDisplay()
-{
-    return !qEnvironmentVariableIsEmpty("DISPLAY") || !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY") ||
-           !qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM");
-}
-
 int Fail(const QString& subject, const QString& reason)
 {
     std::fprintf(stderr, "tev-settings: %s: %s\n", qUtf8Printable(subject), qUtf8Printable(reason));
     return kFailed;
+}
+
+/// Empty where there is no folder for it.
+CXTString<wchar_t> PlaceFile()
+{
+    try
+    {
+        CPathString path = GetUserApplicationDataPath();
+        path /= L"settings.pref";
+        return path;
+    }
+    catch (CXException* exception)
+    {
+        exception->Delete();
+        XDeleteThreadException();
+        return {};
+    }
 }
 
 int Run(int argumentCount, char** arguments)
@@ -48,8 +61,7 @@ int Run(int argumentCount, char** arguments)
     const QString fault = CheckTarget(line);
     if (!fault.isEmpty())
         return Fail(line.m_target, fault);
-    if (!HasDisplay())
-        return Fail(QStringLiteral("DISPLAY"), XInLanguage(u"there is no display", u"il n'y a pas d'écran"));
+    tev::EndWithoutDisplay();
     QApplication application(argumentCount, arguments);
     tev::SetUpProgram(QStringLiteral("tev-settings"), XInLanguage(u"Settings", u"Réglages"));
     std::unique_ptr<SettingsSource> source;
@@ -57,7 +69,7 @@ int Run(int argumentCount, char** arguments)
         source = std::make_unique<RegistrySource>();
     else
         source = std::make_unique<PreferenceSource>(line.m_target);
-    SettingsWindow window(std::move(source));
+    SettingsWindow window(std::move(source), PlaceFile());
     window.show();
     if (line.m_isKey)
         window.GoTo(RegistrySource::ParsePlace(line.m_target));

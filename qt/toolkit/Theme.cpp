@@ -12,6 +12,9 @@
 #include <QPalette>
 #include <QTranslator>
 
+#include <cstdio>
+#include <cstdlib>
+
 namespace
 {
 struct PaletteRow
@@ -88,6 +91,15 @@ void FollowLanguage()
     if (translator->load(file, QLibraryInfo::path(QLibraryInfo::TranslationsPath)))
         QCoreApplication::installTranslator(translator);
     QLocale::setDefault(isFrench ? QLocale(QLocale::French) : QLocale(QLocale::English));
+}
+
+void EndWithoutDisplay()
+{
+    qInstallMessageHandler([](QtMsgType type, const QMessageLogContext&, const QString& message) {
+        std::fprintf(stderr, "%s\n", qUtf8Printable(message));
+        if (type == QtFatalMsg)
+            std::_Exit(1);
+    });
 }
 
 void SetUpProgram(const QString& name, const QString& title)

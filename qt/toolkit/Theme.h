@@ -32,6 +32,10 @@ TEVTOOLS_QT_API QColor LevelColor(unsigned int level, bool isDark);
 /// again where that may have changed; does nothing where it has not.
 TEVTOOLS_QT_API void FollowLanguage();
 
+/// Has a program end with exit code 1 and the reason on the standard error where it finds no display; Qt would abort. To be
+/// called before its QApplication is made.
+TEVTOOLS_QT_API void EndWithoutDisplay();
+
 /// Sets up a program of the desktop: its names, icon and desktop file, and the language of Qt's texts. `name` is that of the
 /// program and its icon, `title` is for people.
 TEVTOOLS_QT_API void SetUpProgram(const QString& name, const QString& title);

@@ -2,6 +2,7 @@
 #include "qt/crash/ReportShow.h"
 #include "qt/toolkit/QtText.h"
 #include "services/ApplicationName.h"
+#include "tests/qt/crash/OtherPrograms.h"
 #include "tests/qt/support/Person.h"
 #include "tests/support/EnvironmentVariable.h"
 #include "tests/support/Eventually.h"
@@ -11,6 +12,7 @@
 #include "zip/CZip.h"
 
 #include <QLineEdit>
+#include <QProcess>
 #include <QTableWidget>
 
 namespace
@@ -136,6 +138,60 @@ TEST_F(ShownReports, StayUnlessTheyAreMailed)
     EXPECT_THAT(programs.ReadFile("mail"),
                 testing::AllOf(testing::HasSubstr("me@example.com\n"), testing::HasSubstr("help@example.com\n")));
     EXPECT_FALSE(tev::ShowReportOfCrash(m_report)) << "it is no longer there";
+}
+
+// The program itself: a person who ends it in any way keeps the report.
+TEST_F(ShownReports, AreOfferedByTheProgramAndStay)
+{
+    const QString program = QCoreApplication::applicationDirPath() + QStringLiteral("/tev-crash-dialog");
+    const QStringList arguments = {XToQString(m_report.m_archive), QStringLiteral("--application"),
+                                   QStringLiteral("Modeller")};
+    const OtherPrograms others;
+    struct Case
+    {
+        void (OtherPrograms::*m_end)(std::uint32_t) const;
+        bool m_isOrderly;
+    };
+    for (const Case& one : {Case{&OtherPrograms::PressEscape, true}, Case{&OtherPrograms::AskToClose, true},
+                            Case{&OtherPrograms::Kill, false}})
+    {
+        QProcess process;
+        process.start(program, arguments);
+        ASSERT_TRUE(Eventually([&] { return others.Find("Modeller") != 0; }));
+        (others.*one.m_end)(others.Find("Modeller"));
+        ASSERT_TRUE(process.waitForFinished(static_cast<int>(kLongTimeMs)));
+        EXPECT_EQ(one.m_isOrderly, process.exitStatus() == QProcess::NormalExit && process.exitCode() == 0)
+            << process.readAllStandardError().toStdString();
+        EXPECT_TRUE(m_folder.Exists("DebugReport.zip"));
+    }
+    QProcess process;
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(QStringLiteral("DISPLAY"), QString());
+    process.setProcessEnvironment(environment);
+    process.start(program, arguments);
+    ASSERT_TRUE(process.waitForFinished(static_cast<int>(kLongTimeMs)));
+    EXPECT_EQ(QProcess::NormalExit, process.exitStatus());
+    EXPECT_EQ(1, process.exitCode());
+    EXPECT_TRUE(m_folder.Exists("DebugReport.zip"));
+}
+
+TEST(CrashDialog, ShowsTheReportOfACrashedProcess)
+{
+    const TempFolder folder;
+    const std::string program = QCoreApplication::applicationDirPath().toStdString() + "/tev-crash-dialog";
+    const EnvironmentVariable dialog("TEVTOOLS_CRASH_DIALOG", program.c_str());
+    const EnvironmentVariable common("TEVTOOLS_COMMON_DATA", folder.Path().c_str());
+    const EnvironmentVariable user("TEVTOOLS_USER_DATA", folder.Path().c_str());
+    EXPECT_EQ(1, ResultInChild([]() -> int {
+                  XSetCrashDialog(true);
+                  CrashInstall(nullptr, L"Sculptor", L"2.5", xCrashReport);
+                  std::terminate();
+              }));
+    const OtherPrograms others;
+    ASSERT_TRUE(Eventually([&] { return others.Find("Sculptor") != 0; }));
+    others.AskToClose(others.Find("Sculptor"));
+    EXPECT_TRUE(Eventually([&] { return others.Find("Sculptor") == 0; }));
+    EXPECT_TRUE(folder.Exists("DebugReport.zip"));
 }
 
 TEST(CrashDialogArguments, OfAnotherKindAreRefused)

@@ -6,6 +6,7 @@
 #include "qt/toolkit/QtText.h"
 #include "settings/CCustomData.h"
 #include "tests/qt/log/LogFiles.h"
+#include "tests/qt/support/Windows.h"
 #include "text/Language.h"
 
 #include <gmock/gmock.h>
@@ -158,6 +159,7 @@ TEST(LogWindow, KeepsItsSettings)
         shown.m_window.FindAction("follow")->trigger();
         shown.m_window.FindAction("theme2")->trigger();
         shown.m_window.FindAction("numbers")->trigger();
+        shown.m_window.resize(800, 500);
         // Another window opens another file meanwhile.
         LogSettings other = LogSettings::Load(settings);
         other.AddRecent(L"/tmp/other.log");
@@ -168,6 +170,7 @@ TEST(LogWindow, KeepsItsSettings)
     EXPECT_TRUE(loaded.m_isFollowing);
     EXPECT_EQ(tev::ColorTheme::Dark, loaded.m_theme);
     EXPECT_FALSE(loaded.m_hasLineNumbers);
+    EXPECT_EQ(QSize(800, 500), ShownWindow(folder).m_window.size());
     EXPECT_EQ(LogColors::DefaultRules(), loaded.m_rules);
     EXPECT_THAT(loaded.m_recent, ElementsAre(path, CXTString<wchar_t>(L"/tmp/other.log")));
     loaded.m_rules = {{{PatternKind::Wildcard, QStringLiteral("\u00e9*"), true}, RuleColor::Custom, 0xFF123456}};
@@ -210,45 +213,76 @@ TEST(ColorDialog, ChangesTheRules)
     EXPECT_EQ(QStringLiteral("mesh"), pattern.GetPattern().m_text);
 }
 
-// Every control says what it is, and no text is cut, in both languages and with texts half as long again.
 TEST(LogWindow, CanBeReadByAll)
 {
     const LogFolder folder;
-    const XLanguage before = XGetLanguage();
-    for (const auto& [language, lengthens] : {std::pair(XLanguage::English, false), std::pair(XLanguage::French, false),
-                                              std::pair(XLanguage::English, true)})
-    {
-        XSetLanguage(language);
-        XLengthenTexts(lengthens);
+    tev::test::InEachLanguage([&] {
         ShownWindow shown(folder);
         shown.m_window.Open(folder.Write("a.log", "one\n"));
         shown.m_window.FindAction("find")->trigger();
+        tev::test::ExpectSoundWindow(shown.m_window);
         ColorDialog dialog(LogColors::DefaultRules());
         dialog.show();
         ASSERT_TRUE(QTest::qWaitForWindowExposed(&dialog));
-        QWidget* const windows[] = {&shown.m_window, &dialog};
-        for (QWidget* const window : windows)
-        {
-            for (QWidget* const widget : window->findChildren<QWidget*>())
-            {
-                const auto* const button = qobject_cast<QAbstractButton*>(widget);
-                const auto* const label = qobject_cast<QLabel*>(widget);
-                if (!widget->isVisible() || widget->metaObject()->className() == QByteArray("QLineEditIconButton"))
-                    continue;
-                const bool takesFocus =
-                    widget->focusPolicy() != Qt::NoFocus && widget->focusProxy() == nullptr && widget->isEnabled();
-                const bool isNamed =
-                    !widget->accessibleName().isEmpty() || (button != nullptr && !button->text().isEmpty());
-                EXPECT_TRUE(!takesFocus || isNamed) << widget->metaObject()->className();
-                const bool isWhole = button != nullptr || (label != nullptr && !label->wordWrap() &&
-                                                           label->parentWidget() != shown.m_window.statusBar());
-                EXPECT_TRUE(!isWhole || widget->width() >= widget->minimumSizeHint().width())
-                    << widget->accessibleName().toStdString();
-            }
-        }
-    }
-    XLengthenTexts(false);
-    XSetLanguage(before);
+        tev::test::ExpectSoundWindow(dialog);
+    });
+    ShownWindow shown(folder);
+    shown.m_window.FindAction("find")->trigger();
+    shown.m_window.GetView().setFocus();
+    EXPECT_THAT(tev::test::TabOrder(shown.m_window),
+                ElementsAre("Lines of the log", "Filter", "Filter, kind", "Filter, Match case", "Find", "Find, kind",
+                            "Find, Match case", "Previous", "Next", "Close"));
+    ColorDialog dialog(LogColors::DefaultRules());
+    dialog.show();
+    dialog.activateWindow();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(&dialog));
+    EXPECT_THAT(tev::test::TabOrder(dialog),
+                ElementsAre("Patterns", "Add", "Remove", "Move Down", "Pattern", "Pattern, kind", "Pattern, Match case",
+                            "Colour", "OK", "Cancel"));
+}
+
+TEST(LogWindow, CanBeReadAtTwiceTheScaleToo)
+{
+    QProcess again;
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(QStringLiteral("QT_SCALE_FACTOR"), QStringLiteral("2"));
+    again.setProcessEnvironment(environment);
+    again.start(QCoreApplication::applicationFilePath(), {QStringLiteral("--gtest_filter=*.CanBeReadByAll")});
+    ASSERT_TRUE(again.waitForFinished(kDeadline));
+    EXPECT_EQ(0, again.exitCode()) << again.readAll().toStdString();
+}
+
+// A file of 1 TiB is not counted and searched soon.
+TEST(LogWindow, ClosesWhileItCounts)
+{
+    const LogFolder folder;
+    const CXTString<wchar_t> path = folder.Write("a.log", "one\n");
+    std::filesystem::resize_file(folder.Path("a.log"), std::uintmax_t{1} << 40);
+    ShownWindow shown(folder);
+    shown.m_window.Open(path);
+    shown.m_window.GetDocument().SetSearch({PatternKind::Text, QStringLiteral("one"), false});
+    EXPECT_TRUE(shown.WaitFor([&] { return shown.m_window.GetDocument().GetStatus().m_matches.m_scannedTo != 0; }));
+    EXPECT_FALSE(shown.m_window.GetDocument().IsIdle());
+    EXPECT_TRUE(shown.m_window.close());
+}
+
+TEST(LogWindow, SaysWhatHappensWhileADialogIsOpen)
+{
+    const LogFolder folder;
+    ShownWindow shown(folder);
+    shown.m_window.Open(folder.Write("a.log", "one\n"));
+    int dialogs = 0;
+    QTimer::singleShot(0, [&] {
+        auto* const dialog = qobject_cast<QDialog*>(QApplication::activeModalWidget());
+        ASSERT_NE(nullptr, dialog);
+        std::filesystem::remove(folder.Path("a.log"));
+        EXPECT_TRUE(shown.WaitFor([&] { return shown.m_window.GetEventText().contains(QStringLiteral("deleted")); }));
+        ++dialogs;
+        dialog->reject();
+    });
+    QTest::keyClick(&shown.m_window, Qt::Key_G, Qt::ControlModifier);
+    EXPECT_EQ(1, dialogs);
+    EXPECT_TRUE(shown.WaitForTexts({"one"}));
 }
 
 TEST(TevLog, AnswersOnTheCommandLine)

@@ -3,6 +3,7 @@
 #include "settings/RegistryText.h"
 #include "tests/qt/settings/Person.h"
 #include "tests/qt/settings/SettingsTesting.h"
+#include "tests/qt/support/Windows.h"
 #include "tests/support/System.h"
 #include "text/Language.h"
 
@@ -13,13 +14,13 @@
 #include <QComboBox>
 #include <QDialogButtonBox>
 #include <QDir>
-#include <QLabel>
 #include <QLineEdit>
 #include <QMainWindow>
 #include <QMessageBox>
 #include <QPlainTextEdit>
 #include <QProcess>
 #include <QPushButton>
+#include <QSplitter>
 #include <QTableView>
 #include <QTest>
 #include <QTreeView>
@@ -271,46 +272,99 @@ TEST_F(SettingsWindowTest, DamageIsMarkedAndRepairedOnlyOnRequest)
     EXPECT_EQ(3, number);
 }
 
-/// Buttons and labels whose text does not fit.
-QStringList CutTexts(const QWidget& window)
-{
-    QStringList cut;
-    for (const QWidget* const widget : window.findChildren<QWidget*>())
-    {
-        const auto* const label = qobject_cast<const QLabel*>(widget);
-        const bool isMeasured =
-            (label != nullptr && !label->wordWrap()) || qobject_cast<const QAbstractButton*>(widget) != nullptr;
-        if (isMeasured && widget->isVisible() && widget->width() < widget->minimumSizeHint().width())
-            cut << QString::fromLatin1(widget->metaObject()->className());
-    }
-    return cut;
-}
-
 TEST_F(SettingsWindowTest, TextsFitAndControlsHaveNamesInEachLanguage)
 {
-    for (const XLanguage language : {XLanguage::English, XLanguage::French})
-    {
-        XSetLanguage(language);
-        XLengthenTexts(language == XLanguage::French);
+    tev::test::InEachLanguage([this] {
         OpenStore();
         Press(QKeySequence::Find);
-        EXPECT_THAT(CutTexts(*m_window), ElementsAre());
-        for (const QWidget* const widget : m_window->findChildren<QWidget*>())
-        {
-            if (widget->isVisible() && (widget->focusPolicy() & Qt::TabFocus) != 0)
-            {
-                EXPECT_FALSE(widget->accessibleName().isEmpty()) << widget->metaObject()->className();
-            }
-        }
+        tev::test::ExpectSoundWindow(*m_window);
         Choose(1);
         Person person({[](QDialog& dialog) {
-            EXPECT_THAT(CutTexts(dialog), ElementsAre());
+            tev::test::ExpectSoundWindow(dialog);
             dialog.reject();
         }});
         QTest::keyClick(m_table, Qt::Key_Return);
+    });
+}
+
+TEST_F(SettingsWindowTest, TabGoesThroughAllControls)
+{
+    OpenStore();
+    Press(QKeySequence::Find);
+    m_tree->setFocus();
+    EXPECT_THAT(tev::test::TabOrder(*m_window),
+                ElementsAre("Keys and stores", "Values", "Find", "Previous match", "Next match"));
+    Choose(1);
+    Person person({[](QDialog& dialog) {
+        EXPECT_THAT(tev::test::TabOrder(dialog),
+                    ElementsAre("Value", "Special characters as \\uXXXX", "OK", "Cancel", "Name"));
+        dialog.reject();
+    }});
+    QTest::keyClick(m_table, Qt::Key_Return);
+}
+
+TEST_F(SettingsWindowTest, KeepsItsPlace)
+{
+    const CXTString<wchar_t> file = XFromQString(m_folder.m_folder.filePath(QStringLiteral("place.pref")));
+    QSize size;
+    QList<int> division;
+    for (const bool isAgain : {false, true})
+    {
+        SettingsWindow window(std::make_unique<RegistrySource>(), file);
+        window.show();
+        auto* const splitter = window.findChild<QSplitter*>();
+        if (isAgain)
+        {
+            EXPECT_EQ(size, window.size());
+            EXPECT_EQ(division, splitter->sizes());
+        }
+        window.resize(window.size() - QSize(150, 100));
+        splitter->setSizes({200, window.width() - 200});
+        size = window.size();
+        division = splitter->sizes();
+        window.close();
     }
-    XLengthenTexts(false);
-    XSetLanguage(XLanguage::English);
+}
+
+TEST_F(SettingsWindowTest, AKeyIsDeletedOnlyAsThePersonHasSeenIt)
+{
+    const RegistryKey key(L"Software\\DeleteTest");
+    key.Open().WriteSubKeyString(L"Deep", L"Colour", L"blue");
+    Open(std::make_unique<RegistrySource>());
+    for (const bool isChanged : {true, false})
+    {
+        ASSERT_TRUE(m_window->GoTo(key.GetPlace()));
+        m_tree->setFocus();
+        std::vector<Person::Answer> answers{[&](QDialog& dialog) {
+            if (isChanged)
+                key.Open().WriteSubKeyString(L"Deep", L"Colour", L"green");
+            Person::Click(QMessageBox::Yes)(dialog);
+        }};
+        if (isChanged)
+            answers.push_back(Person::Click(QMessageBox::Ok, QStringLiteral("Nothing was changed")));
+        Person person(answers);
+        QTest::keyClick(m_tree, Qt::Key_Delete);
+        EXPECT_EQ(isChanged, key.Open().GetSubKeyString(L"Deep", L"Colour", L"", false) == L"green");
+    }
+}
+
+// A search and lists that are read end with the window.
+TEST_F(SettingsWindowTest, ClosesWhileItReads)
+{
+    const RegistryKey key(L"Software\\CloseTest");
+    std::wstring text = L"REGEDIT4\n";
+    for (int i = 0; i < 3000; ++i)
+        text += L"[HKEY_CURRENT_USER\\Software\\CloseTest\\key" + std::to_wstring(i) + L"]\n";
+    XRegistryImport result;
+    ASSERT_TRUE(XImportRegistry(text.c_str(), result));
+    Open(std::make_unique<RegistrySource>());
+    ASSERT_TRUE(m_window->GoTo(key.GetPlace()));
+    m_tree->expand(m_tree->currentIndex());
+    Press(QKeySequence::Find);
+    QTest::keyClicks(QApplication::focusWidget(), QStringLiteral("absent"));
+    EXPECT_TRUE(static_cast<NodeModel*>(m_tree->model())->IsLoading());
+    EXPECT_TRUE(m_window->close());
+    m_window.reset();
 }
 
 TEST_F(SettingsWindowTest, TextsFitAtTwiceTheScaleToo)

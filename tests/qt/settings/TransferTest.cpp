@@ -3,13 +3,15 @@
 #include "settings/RegistryText.h"
 #include "tests/qt/settings/Person.h"
 #include "tests/qt/settings/SettingsTesting.h"
+#include "tests/support/Eventually.h"
 
 #include <QAction>
 #include <QDir>
 #include <QProgressDialog>
 #include <QPushButton>
-#include <QThread>
+#include <QTimer>
 
+#include <atomic>
 #include <random>
 #include <stdexcept>
 
@@ -27,6 +29,7 @@ public:
     explicit StillState(int stepsUntilCancelled = -1) : m_left(stepsUntilCancelled) {}
     void SetProgress(int) override {}
     bool IsCancelled() const override { return m_left > 0 ? m_left-- == 0 : m_left == 0; }
+    bool StartLastStep() override { return !IsCancelled(); }
 
 private:
     mutable int m_left;
@@ -51,9 +54,12 @@ TEST(RegistryTransfer, ExportsAndImportsAKeyAsAWholeOrNotAtAll)
     EXPECT_NE(QString(), ExportRegistryKey(path, folder.filePath(QStringLiteral("no/folder")), state));
     EXPECT_THAT(QDir(folder.path()).entryList(QDir::Files), ElementsAre(u"out.reg"));
     key.Open().DeleteKey(L"Below", true);
-    StillState cancelled(1);
-    EXPECT_EQ(QString(), ImportRegistryText(file, cancelled));
-    EXPECT_TRUE(key.Open().GetSubKeyString(L"Below", L"text", L"", false).IsEmpty());
+    for (int steps = 0; steps < 5; ++steps) // the last time when all is read
+    {
+        StillState cancelled(steps);
+        EXPECT_EQ(QString(), ImportRegistryText(file, cancelled));
+        EXPECT_TRUE(key.Open().GetSubKeyString(L"Below", L"text", L"", false).IsEmpty()) << steps;
+    }
     EXPECT_EQ(QString(), ImportRegistryText(file, state));
     EXPECT_EQ(700000, key.Open().GetSubKeyString(L"Below", L"text", L"", false).GetLength());
     QFile bad(file);
@@ -69,13 +75,26 @@ TEST(RegistryTransfer, LongWorkIsCancelledAndTheWindowWaitsForIt)
     QWidget parent;
     parent.show();
     bool wasCancelled = false;
-    Person person({[](QDialog& dialog) { QTest::mouseClick(dialog.findChild<QPushButton*>(), Qt::LeftButton); }});
-    EXPECT_TRUE(RunTransfer(&parent, QStringLiteral("work"), [&](TransferState& state) {
-        const QDeadlineTimer deadline(kPatience);
-        while (!(wasCancelled = state.IsCancelled()) && !deadline.hasExpired())
-            QThread::yieldCurrentThread();
-    }));
+    {
+        Person person({[](QDialog& dialog) { QTest::mouseClick(dialog.findChild<QPushButton*>(), Qt::LeftButton); }});
+        EXPECT_TRUE(RunTransfer(&parent, QStringLiteral("work"), [&](TransferState& state) {
+            wasCancelled = tev::test::Eventually([&] { return state.IsCancelled(); });
+        }));
+    }
     EXPECT_TRUE(wasCancelled);
+    // The last step is not offered to be cancelled.
+    std::atomic<bool> isSeen{false};
+    QTimer look;
+    look.callOnTimeout([&] {
+        const QWidget* const dialog = QApplication::activeModalWidget();
+        if (dialog != nullptr && dialog->isVisible() && !dialog->findChild<QPushButton*>()->isEnabled())
+            isSeen = true;
+    });
+    look.start(5);
+    EXPECT_TRUE(RunTransfer(&parent, QStringLiteral("last step"), [&](TransferState& state) {
+        EXPECT_TRUE(state.StartLastStep());
+        EXPECT_TRUE(tev::test::Eventually([&] { return isSeen.load(); }));
+    }));
     EXPECT_FALSE(
         RunTransfer(&parent, QStringLiteral("failure"), [](TransferState&) { throw std::runtime_error("no"); }));
 }

@@ -1,14 +1,11 @@
 #pragma once
 
-#include <QAbstractButton>
-#include <QAbstractScrollArea>
-#include <QAbstractSpinBox>
+#include "tests/qt/support/Windows.h"
+
 #include <QApplication>
 #include <QDialog>
 #include <QEventLoop>
-#include <QLabel>
 #include <QPlainTextEdit>
-#include <QScreen>
 #include <QTest>
 #include <QTimer>
 #include <deque>
@@ -96,42 +93,5 @@ inline void Press(const QWidget& window, const QString& text)
 {
     if (QAbstractButton* const button = ButtonOf(window, text))
         QTest::mouseClick(button, Qt::LeftButton);
-}
-
-/// That all that can be used has a name, and that no text is cut off.
-inline void ExpectSoundWindow(const QWidget& window)
-{
-    EXPECT_EQ(window.size(), window.size().boundedTo(window.screen()->availableSize()))
-        << window.width() << " x " << window.height();
-    for (const QWidget* const widget : window.findChildren<QWidget*>())
-    {
-        if (!widget->isVisible())
-            continue;
-        const auto* const button = qobject_cast<const QAbstractButton*>(widget);
-        const auto* const label = qobject_cast<const QLabel*>(widget);
-        const QWidget* const parent = widget->parentWidget();
-        const bool isPart = qobject_cast<const QAbstractScrollArea*>(parent) != nullptr ||
-                            qobject_cast<const QAbstractSpinBox*>(parent) != nullptr;
-        const std::string what = button != nullptr  ? button->text().toStdString()
-                                 : label != nullptr ? label->text().toStdString()
-                                                    : widget->metaObject()->className();
-        if ((widget->focusPolicy() & Qt::TabFocus) != 0 && !isPart)
-        {
-            EXPECT_FALSE(widget->accessibleName().isEmpty() && (button == nullptr || button->text().isEmpty())) << what;
-        }
-        if (button != nullptr && !button->text().isEmpty())
-        {
-            EXPECT_GE(widget->width(), widget->sizeHint().width()) << what;
-        }
-        if (label != nullptr && label->wordWrap())
-        {
-            EXPECT_GE(widget->height(), label->heightForWidth(label->width())) << what;
-        }
-        else if (label != nullptr)
-        {
-            EXPECT_GE(widget->width(), widget->minimumSizeHint().width()) << what;
-        }
-        EXPECT_TRUE(window.rect().contains(QRect(widget->mapTo(&window, QPoint()), QSize(1, 1)))) << what;
-    }
 }
 } // namespace tev::test
