@@ -4,7 +4,6 @@
 #include "examples/host/window/HostWindow.h"
 #include "qt/toolkit/CQtUserInterface.h"
 #include "qt/toolkit/QtText.h"
-#include "qt/toolkit/Theme.h"
 
 #include <QApplication>
 #include <QCommandLineParser>
@@ -36,7 +35,7 @@ int main(int argumentCount, char** arguments)
     InitFerngateApplication();
     XSetApplicationName(L"host");
     QApplication application(argumentCount, arguments);
-    tev::SetUpProgram(QStringLiteral("host"), XInLanguage(u"Host", u"H\u00f4te"));
+    QApplication::setApplicationDisplayName(XInLanguage(u"Host", u"H\u00f4te"));
     QCommandLineParser parser;
     const QCommandLineOption plugInFolder(
         QStringLiteral("plug-ins"), XInLanguage(u"Folder of plug-ins", u"Dossier des modules"),

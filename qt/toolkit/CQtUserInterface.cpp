@@ -108,6 +108,7 @@ QFileDialog* MakeSaveDialog(const QString& filter, const QString& proposed)
 
 CQtUserInterface::CQtUserInterface() : m_windows(std::make_unique<Windows>())
 {
+    tev::FollowLanguage();
     XSetCrashDialog(true);
     // Once the event loop runs, which a host starts after it has installed this and the crash handler.
     QMetaObject::invokeMethod(

@@ -6,15 +6,16 @@
 #include <memory>
 
 /// The user interface of the library in windows of Qt. Made and destroyed on the thread of the QApplication, between whose
-/// constructor and destructor; a host installs it with XSetUserInterface. Qt's own texts follow the library's language.
+/// constructor and destructor; a host installs it with XSetUserInterface. Qt's own texts get the library's language when it
+/// is made, and with each call.
 ///
 /// A call from another thread is shown on the window thread, one after the other, and waits for the answer; also while the
 /// window thread itself waits in WaitEndOfThreads, EndThreads or WaitForEnd. Without a QApplication, while no event loop runs,
 /// after it has ended, on a silent thread (IsSilentThread) and in a forked child, calls do what those of CUserInterface do:
 /// texts go to the log, and the answer is the one that changes nothing. So does a call whose window thread handles no events
 /// for ten seconds (SetPatience), because it may wait for the calling thread; and whatever is open when the application quits.
-/// Reports that earlier runs left are offered when the event loop starts.
-/// A crash is shown by a program of its own (XSetCrashDialog). Nothing is thrown. Safe from several threads at once.
+/// Reports that earlier runs left are offered when the event loop starts; a crash is shown by a program of its own
+/// (XSetCrashDialog). Nothing is thrown. Safe from several threads at once.
 class TEVTOOLS_QT_API CQtUserInterface : public CUserInterface
 {
 public:

@@ -146,6 +146,13 @@ TEST_F(QtUserInterface, QuestionsOfWorkersAreAnsweredByKeysAndButtonsInBothLangu
     }
 }
 
+TEST_F(QtUserInterface, DialogsOfTheHostHaveTheLanguageOfTheLibrary)
+{
+    XSetLanguage(XLanguage::French);
+    const CQtUserInterface ui;
+    EXPECT_EQ(QStringLiteral("Annuler"), QCoreApplication::translate("QPlatformTheme", "Cancel"));
+}
+
 TEST_F(QtUserInterface, WhatThreadsAskIsShownOneAfterTheOther)
 {
     InLoop([this] {
