@@ -19,6 +19,15 @@ public:
         for (const std::string& argument : arguments)
             words.push_back(const_cast<char*>(argument.c_str()));
         words.push_back(nullptr);
+        // Made before the fork: a sanitizer's memory may be locked in the child for ever.
+        std::vector<char*> environment = {const_cast<char*>("LC_ALL=C"), const_cast<char*>("LANGUAGE=en")};
+        for (char** variable = environ; *variable != nullptr; ++variable)
+        {
+            const std::string_view entry = *variable;
+            if (entry.rfind("LC_ALL=", 0) != 0 && entry.rfind("LANGUAGE=", 0) != 0)
+                environment.push_back(*variable);
+        }
+        environment.push_back(nullptr);
         m_process = fork();
         if (m_process < 0)
             throw std::runtime_error("cannot fork");
@@ -28,8 +37,7 @@ public:
         dup2(input < 0 ? null : input, STDIN_FILENO);
         dup2(output < 0 ? null : output, STDOUT_FILENO);
         dup2(error < 0 ? null : error, STDERR_FILENO);
-        setenv("LC_ALL", "C", 1);
-        setenv("LANGUAGE", "en", 1);
+        environ = environment.data();
         if (prepare)
             prepare();
         execv(kTool, words.data());
