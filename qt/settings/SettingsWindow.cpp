@@ -239,7 +239,11 @@ void SettingsWindow::SetSource(std::unique_ptr<SettingsSource> source)
         m_table->setColumnWidth(column, std::max(unit * width, m_table->horizontalHeader()->sectionSizeHint(column)));
     connect(m_tree->selectionModel(), &QItemSelectionModel::currentChanged, this, &SettingsWindow::ChooseNode);
     connect(m_table->selectionModel(), &QItemSelectionModel::selectionChanged, this, &SettingsWindow::ShowState);
-    connect(&m_shown->m_nodes, &NodeModel::Loaded, this, &SettingsWindow::ShowState);
+    connect(&m_shown->m_nodes, &NodeModel::Loaded, this, [this] {
+        if (!m_tree->currentIndex().isValid() && m_shown->m_nodes.rowCount({}) == 1) // the one store of a program
+            m_tree->setCurrentIndex(m_shown->m_nodes.index(0, 0, {}));
+        ShowState();
+    });
     connect(&m_shown->m_values, &ValueModel::Loaded, this, &SettingsWindow::ShowState);
     connect(&m_shown->m_history.GetStack(), &QUndoStack::indexChanged, this, &SettingsWindow::ShowState);
     connect(&m_shown->m_finder, &Finder::Changed, this, &SettingsWindow::ShowMatches);
