@@ -109,7 +109,7 @@ TEST_F(PreferenceKill, ProcessesThatSaveAtOnceLoseNothing)
     {
         TevProcess one = StartSaving(1, value);
         TevProcess two = StartSaving(2, value);
-        const auto end = Clock::now() + 20s;
+        const auto end = Clock::now() + 100s;
         while (Saved(1) != value || Saved(2) != value)
         {
             ASSERT_TRUE(!m_folder.Exists("prefs") || IsSound()) << "a reader sees the old file or the new one";
