@@ -192,7 +192,8 @@ private:
 
 /// Installs the process's handler. An existing one gets the new callback, texts and flags; the low byte of the flags is the
 /// mode. A report that an earlier run could not finish is finished now, and the user is asked about it, and about one in whose
-/// question that run was ended, where the host has set its user interface and that can ask now (CUserInterface::CanAsk). Nothing is thrown.
+/// question that run was ended, where the host has set its user interface and that can ask now (CUserInterface::CanAsk).
+/// Nothing is thrown.
 TEVTOOLS_API void CrashInstall(int (*callback)(CCrashHandler*), const wchar_t* text1, const wchar_t* text2,
                                unsigned int flags);
 /// As CrashInstall does with a handler that exists and can ask the user now: finishes the reports of earlier runs and asks about

@@ -85,7 +85,8 @@ void RemoveLeftFolders(const CXTString<wchar_t>& folder, const CXTString<wchar_t
         std::vector<fs::path> found;
         for (const fs::directory_entry& entry : fs::directory_iterator(SystemFilePath(folder), failure))
         {
-            if (IsPrivateName(entry.path().filename().string(), SystemFilePath(start).string()))
+            if (entry.is_directory(failure) &&
+                IsPrivateName(entry.path().filename().string(), SystemFilePath(start).string()))
                 found.push_back(entry.path());
         }
         for (const fs::path& path : found)

@@ -316,13 +316,14 @@ TEST_F(CCrashHandlerTest, TheNextStartRemovesTheFoldersThatEndedProcessesLeft)
     for (const std::string& folder :
          {product + report + ".1", product + report + ".2", product + report, "o" + report + ".1"})
         m_folder.WriteFile("temporary/" + folder + "/A.dmp", "half a dump");
+    m_folder.WriteFile("common/AnnualReport.zip.1", "another program's file");
     m_folder.WriteFile("temporary/" + product + report + ".2/lock", "");
     m_folder.WriteFile("temporary/" + product + report + ".1/lock", "");
     const tev::platform::LeftRecord inUse(m_folder.Path("temporary/" + product + report + ".2/lock").string());
     const tev::PrivateFolder own(m_folder.Path("common/DebugReport.zip"));
     CrashInstall(nullptr, L"A", L"1", xCrashReport);
     EXPECT_EQ(NamesIn(m_folder.Path("common")),
-              (std::set<std::string>{"Report.zip.1x", own.Path().filename().string()}));
+              (std::set<std::string>{"AnnualReport.zip.1", "Report.zip.1x", own.Path().filename().string()}));
     EXPECT_EQ(NamesIn(m_folder.Path("temporary")),
               (std::set<std::string>{product + report + ".2", product + report, "o" + report + ".1"}));
 }

@@ -2,6 +2,7 @@
 
 #include "crash/CCrashHandler.h"
 #include "files/CStdioFileEx.h"
+#include "platform/FileSizeSignal.h"
 #include "services/CWatchFolder.h"
 #include "services/LogFile.h"
 #include "services/Paths.h"
@@ -125,6 +126,26 @@ TEST(Cancellation, EndsABodyThatUsesTheLibraryAndNothingElse)
             EXPECT_EQ(ResultInChild([&] { return cancelOnce(rounds); }), 0) << what << ' ' << rounds;
     }
     CloseLogFile();
+}
+
+TEST(Cancellation, IsNotTakenWhereAReportEnds)
+{
+    if (kIsSanitized)
+        GTEST_SKIP() << "sanitizers do not follow a fork of several threads";
+    EXPECT_EQ(ResultInChild([] {
+                  bool isPassed = false;
+                  Thread thread([&isPassed] {
+                      pthread_cancel(pthread_self());
+                      {
+                          const tev::platform::WithoutFileSizeSignal withoutSignal;
+                      }
+                      isPassed = true;
+                      CXThread::SleepCurrentThread(0);
+                  });
+                  CXThread::BeginThread(&thread, xThreadPriorityNormal, CXThread::kBeginWithoutAutoDelete, 0);
+                  return thread.WaitForEnd(kLongTimeMs) && isPassed ? 0 : 1;
+              }),
+              0);
 }
 
 /// Ends its thread at the first call of OnProgress.

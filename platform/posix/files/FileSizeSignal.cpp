@@ -1,5 +1,7 @@
 #include "platform/FileSizeSignal.h"
 
+#include "platform/Cancellation.h"
+
 #include <csignal>
 #include <ctime>
 
@@ -30,6 +32,7 @@ WithoutFileSizeSignal::~WithoutFileSizeSignal()
 {
     if (m_wasBlocked)
         return;
+    const WithoutCancellation withoutCancellation; // the call below may take it, and a destructor must not
     const sigset_t tooLarge = FileSizeSignal();
     const timespec noWait = {};
     while (sigtimedwait(&tooLarge, nullptr, &noWait) > 0)
