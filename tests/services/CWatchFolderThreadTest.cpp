@@ -1,6 +1,7 @@
 // Watched folders in forked children and on several threads.
 
 #include "tests/services/WatchFolderFixture.h"
+#include "tests/support/BusyFork.h"
 #include "tests/support/Eventually.h"
 #include "tests/support/ForkedChild.h"
 #include "tests/support/System.h"
@@ -51,6 +52,8 @@ using CWatchFolderThread = CWatchFolderTest;
 
 TEST_F(CWatchFolderThread, AForkDoesNotWaitForTheReadingOfATree)
 {
+    if (kIsSanitized)
+        GTEST_SKIP() << kNoBusyFork;
     constexpr int kFolders = 3000;
     for (int i = 0; i < kFolders; ++i)
         fs::create_directories(m_folder.Path("w/" + std::to_string(i)));

@@ -7,6 +7,7 @@
 #include "services/CPathString.h"
 #include "services/FileTypeRegistry.h"
 #include "services/StartUp.h"
+#include "tests/support/BusyFork.h"
 #include "tests/support/Eventually.h"
 #include "tests/support/FailingFileSystem.h"
 #include "tests/support/FileFailure.h"
@@ -462,38 +463,31 @@ TEST_F(LogFile, KeepsWhatIsWrittenUntilTheVeryEndOfAProcess)
 
 TEST_F(LogFile, AChildProcessLogsWhileThreadsOfTheParentDo)
 {
+    constexpr int kForks = 50;
     ASSERT_TRUE(Open("a.log", xLogCreate, xLogMute));
     SetLogLevel(0xFF);
-    std::atomic<bool> isDone{false};
-    std::thread other([&] {
-        while (!isDone)
-        {
-            WriteToLogFile(L"parent\n");
-            fileGetClass(L"a.zip");
-            XSetApplicationName(L"tevtools_tests");
-        }
-    });
-    int failures = 0;
-    for (int i = 0; i < 50; ++i)
-    {
-        const pid_t child = fork();
-        if (child == 0)
-        {
-            alarm(20);
-            WriteToLogFile(L"child %d\n", i);
-            _exit(fileGetClass(L"a.zip") != 0 && XGetApplicationName() == L"tevtools_tests" ? 0 : 1);
-        }
-        int status = 0;
-        waitpid(child, &status, 0);
-        failures += status == 0 ? 0 : 1;
-    }
-    isDone = true;
-    other.join();
+    const auto work = [] {
+        WriteToLogFile(L"parent\n");
+        fileGetClass(L"a.zip");
+        XSetApplicationName(L"tevtools_tests");
+    };
+    const auto inChild = [] {
+        WriteToLogFile(L"child %d\n", static_cast<int>(getpid()));
+        return fileGetClass(L"a.zip") != 0 && XGetApplicationName() == L"tevtools_tests";
+    };
+    work();
+    EXPECT_EQ(ForkWhileBusy(work, inChild, kForks), 0);
     XSetApplicationName(L"");
-    EXPECT_EQ(failures, 0);
-    std::string text = "\n" + Text("a.log");
-    for (int i = 0; i < 50; ++i)
-        EXPECT_NE(text.find("\nchild " + std::to_string(i) + "\n"), text.npos) << i;
+    std::set<std::string> children;
+    std::istringstream lines(Text("a.log"));
+    for (std::string line; std::getline(lines, line);)
+    {
+        if (line != "parent")
+        {
+            EXPECT_TRUE(line.rfind("child ", 0) == 0 && children.insert(line).second) << line;
+        }
+    }
+    EXPECT_EQ(children.size(), static_cast<std::size_t>(kForks));
 }
 
 TEST_F(LogFileThread, MessagesOfManyThreadsNeverMix)
