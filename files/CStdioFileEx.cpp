@@ -4,6 +4,7 @@
 #include "objects/FailureNote.h"
 #include "objects/ThreadException.h"
 #include "platform/FileSystem.h"
+#include "text/CodePageText.h"
 #include "text/LineScan.h"
 #include "text/TextSearch.h"
 
@@ -192,6 +193,11 @@ void CStdioFileEx::WriteString(const wchar_t* text)
     // The cache needs the line buffer.
     if (!LeaveCache() || !XEncodeText(text, tev::TextLength(text), TextEncoding(), m_lineBuffer))
         return;
+    WriteLineBuffer();
+}
+
+void CStdioFileEx::WriteLineBuffer()
+{
     // In a file that does not throw, the mark may have been lost with a write that failed.
     if (WritesUtf16() && (m_atStart || (!m_throwOnError && GetPosition() == 0)))
     {
@@ -204,10 +210,17 @@ void CStdioFileEx::WriteString(const wchar_t* text)
 
 void CStdioFileEx::WriteString(const char* text)
 {
-    if (text == nullptr || tev::UnitSize(TextEncoding()) == 1)
-        CXStdioFile::WriteString(text);
-    else
-        WriteString(CXTString<wchar_t>(text).GetConstBuffer());
+    const tev::ExclusiveUse use(m_use);
+    const xStringEncoding encoding = TextEncoding();
+    if (text == nullptr || tev::UnitSize(encoding) == 1)
+        return CXStdioFile::WriteString(text);
+    const std::size_t length = tev::TextLength(text);
+    if (encoding != xEncodingUtf16 || !tev::IsAnsiAscii(text, length))
+        return WriteString(CXTString<wchar_t>(text).GetConstBuffer());
+    if (!LeaveCache())
+        return;
+    tev::AsciiToUtf16(text, length, m_lineBuffer);
+    WriteLineBuffer();
 }
 
 void CStdioFileEx::SetCodePage(xStringEncoding encoding)

@@ -90,6 +90,7 @@ private:
     void DetectMark();
     void CheckCarriageReturns();
     void SkipMark();
+    void WriteLineBuffer();
     bool ReadCachedLine(CXTString<wchar_t>& line);
     void SkipRawLine(xStringEncoding encoding);
     std::size_t CachedBytes() const noexcept;

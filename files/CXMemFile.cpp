@@ -10,6 +10,7 @@
 #include <cstring>
 #include <functional>
 #include <limits>
+#include <typeinfo>
 
 namespace
 {
@@ -40,7 +41,8 @@ CXMemFile::CXMemFile(unsigned int growBytes, bool throwOnError)
       m_buffer(nullptr),
       m_autoDelete(true),
       m_throwOnMemError(throwOnError),
-      m_untouchedFrom(0)
+      m_untouchedFrom(0),
+      m_unclearFrom(kLargest)
 {
     m_closeOnDelete = false;
 }
@@ -79,6 +81,7 @@ void CXMemFile::Attach(const unsigned char* buffer, unsigned __int64 size, bool 
 unsigned char* CXMemFile::Detach()
 {
     const tev::ExclusiveUse use(m_use);
+    ClearUpTo(m_capacity);
     unsigned char* const block = m_buffer;
     m_autoDelete = false;
     CXMemFile::Close();
@@ -88,6 +91,7 @@ unsigned char* CXMemFile::Detach()
 unsigned char* CXMemFile::GetBuffer()
 {
     const tev::SharedUse use(m_use);
+    ClearUpTo(m_capacity);
     m_untouchedFrom = m_capacity; // the caller may write to all of it
     return m_buffer;
 }
@@ -206,6 +210,7 @@ void CXMemFile::Close()
     m_length = 0;
     m_position = 0;
     m_untouchedFrom = 0;
+    m_unclearFrom = kLargest;
 }
 
 void CXMemFile::Abort()
@@ -270,15 +275,17 @@ unsigned char* CXMemFile::Memcpy(unsigned char* target, const unsigned char* sou
     return static_cast<unsigned char*>(std::memmove(target, source, count));
 }
 
-/// A block of the new capacity with the old contents and zeros behind them. The old block is freed when it was the file's
-/// own; null leaves it as it was.
+/// A block of the new capacity with the old contents. The old block is freed when it was the file's own; null leaves it as
+/// it was.
 unsigned char* CXMemFile::Resize(unsigned __int64 capacity)
 {
     if (m_buffer != nullptr && m_autoDelete)
     {
         unsigned char* const block = Realloc(m_buffer, capacity);
-        if (block != nullptr)
+        if (block != nullptr && IsDerived())
             std::memset(block + m_capacity, 0, capacity - m_capacity);
+        else if (block != nullptr)
+            m_unclearFrom = std::min(m_unclearFrom, m_capacity);
         return block;
     }
     unsigned char* const block = Alloc(capacity);
@@ -289,7 +296,10 @@ unsigned char* CXMemFile::Resize(unsigned __int64 capacity)
 
 bool CXMemFile::CanReach(unsigned __int64 offset)
 {
-    return offset <= m_capacity || (GrowBuffer(offset) && offset <= m_capacity);
+    if (offset > m_capacity && (!GrowBuffer(offset) || offset > m_capacity))
+        return false;
+    ClearUpTo(offset);
+    return true;
 }
 
 /// Makes room for `count` bytes at the position. False when the bytes cannot be numbered or there is no memory.
@@ -335,6 +345,22 @@ void CXMemFile::ZeroUpTo(unsigned __int64 newEnd)
         std::memset(m_buffer + m_length, 0, dirtyEnd - m_length);
 }
 
+/// Large pieces overwrite most of what a block grows by, and zeros in it would cost as much as the pieces themselves.
+void CXMemFile::ClearUpTo(unsigned __int64 stop)
+{
+    const unsigned __int64 start = std::max(m_unclearFrom, m_untouchedFrom);
+    if (start >= stop)
+        return;
+    std::memset(m_buffer + start, 0, stop - start);
+    m_unclearFrom = stop;
+}
+
+/// A derived class sees the whole block at any time.
+bool CXMemFile::IsDerived() const noexcept
+{
+    return typeid(*this) != typeid(CXMemFile) && typeid(*this) != typeid(CCustomMemFile);
+}
+
 unsigned __int64 CXMemFile::ExposeForReading(unsigned __int64 count, unsigned char** start, unsigned char** stop)
 {
     if (start == nullptr || stop == nullptr)
@@ -356,6 +382,7 @@ unsigned __int64 CXMemFile::ExposeForWriting(unsigned __int64 count, unsigned ch
     if (start == nullptr || stop == nullptr || !ReserveAtPosition(count))
         return 0;
     const unsigned __int64 exposedEnd = std::min(m_capacity, m_position + count);
+    ClearUpTo(exposedEnd);
     m_untouchedFrom = std::max(m_untouchedFrom, exposedEnd);
     *start = m_buffer + m_position;
     *stop = m_buffer + exposedEnd;

@@ -30,7 +30,8 @@ public:
     /// Hands out the block and leaves the file empty. A block that was the file's own is released with Free. Null when
     /// the file has none; ask for the length before.
     [[nodiscard]] unsigned char* Detach();
-    /// The block, null when there is none. Invalid after the next call that may grow the file.
+    /// The block, null when there is none. Invalid after the next call that may grow the file. That of a constant file is
+    /// for its contents, and for the capacity that a position has reached.
     unsigned char* GetBuffer();
     const unsigned char* GetBuffer() const { return m_buffer; }
 
@@ -88,13 +89,17 @@ private:
     bool GrowForWriting(unsigned int count, const unsigned char*& source);
     void AdvanceWritten(unsigned __int64 count);
     void ZeroUpTo(unsigned __int64 newEnd);
+    void ClearUpTo(unsigned __int64 stop);
+    bool IsDerived() const noexcept;
     unsigned __int64 ExposeForReading(unsigned __int64 count, unsigned char** start, unsigned char** stop);
     unsigned __int64 ExposeForWriting(unsigned __int64 count, unsigned char** start, unsigned char** stop);
     unsigned __int64 Commit(unsigned __int64 count);
     unsigned __int64 RefuseArgument() const;
 
-    /// Bytes from here to the capacity were never written to and are zero.
+    /// Bytes from here to the capacity were never written to. Those before m_clearFrom are zero, the others are cleared
+    /// when they can be seen.
     unsigned __int64 m_untouchedFrom;
+    unsigned __int64 m_unclearFrom;
 };
 
 /// A memory file that can grow in proportion to its size, for contents that are written in many small pieces.

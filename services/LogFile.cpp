@@ -17,6 +17,7 @@
 #include "services/ApplicationName.h"
 #include "services/OpenLog.h"
 #include "services/Paths.h"
+#include "text/CodePageText.h"
 #include "text/TextFormat.h"
 #include "threads/MainThread.h"
 #include "values/CXTime.h"
@@ -24,6 +25,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstdarg>
+#include <cstring>
 #include <cwchar>
 #include <filesystem>
 #include <memory>
@@ -85,9 +87,10 @@ unsigned ThisThread() noexcept
     return static_cast<unsigned>(tev::platform::CurrentThreadId());
 }
 
-bool IsLineEnd(wchar_t character) noexcept
+template <class T>
+bool IsLineEnd(T character) noexcept
 {
-    return character == L'\n' || character == L'\r';
+    return character == T('\n') || character == T('\r');
 }
 
 /// Of a message without a level.
@@ -148,6 +151,8 @@ private:
     void OpenFile(const Text& path, LogFileMode mode) X_REQUIRES(m_lock);
     void WriteText(const Text* tabs, const wchar_t* message, unsigned level) X_REQUIRES(m_lock);
     void WriteText(const Text* tabs, const char* message, unsigned level) X_REQUIRES(m_lock);
+    template <class T>
+    void WriteText(const Text* tabs, const T* message, std::size_t length, unsigned level) X_REQUIRES(m_lock);
     void GoToEnd() X_REQUIRES(m_lock);
     const Text* TabsOf(unsigned thread) const X_REQUIRES(m_lock)
     {
@@ -160,7 +165,7 @@ private:
 
     std::unique_ptr<CStdioFileEx> m_file X_GUARDED_BY(m_lock);
     std::unique_ptr<Tabs> m_tabs X_GUARDED_BY(m_lock); // exists while the file is open
-    Text m_decoded X_GUARDED_BY(m_lock);               // the last narrow message
+    Text m_decoded X_GUARDED_BY(m_lock);               // the last narrow message that is not ASCII
     bool m_hasEnd X_GUARDED_BY(m_lock) = false;        // a pipe or a terminal has none
     bool m_isLineOpen X_GUARDED_BY(m_lock) = false;    // the last message has no line end
     unsigned m_forking X_GUARDED_BY(m_lock) = 0;       // the thread that forks
@@ -263,6 +268,9 @@ void Log::Write(const T* message, unsigned level)
 
 void Log::WriteText(const Text* tabs, const char* message, unsigned level)
 {
+    const std::size_t length = std::strlen(message);
+    if (tev::IsAnsiAscii(message, length))
+        return WriteText(tabs, message, length, level);
     m_decoded = message;
     WriteText(tabs, m_decoded.GetConstBuffer(), level);
     if (m_decoded.GetLength64() > kLongMessage)
@@ -271,8 +279,13 @@ void Log::WriteText(const Text* tabs, const char* message, unsigned level)
 
 void Log::WriteText(const Text* tabs, const wchar_t* message, unsigned level)
 {
+    WriteText(tabs, message, std::wcslen(message), level);
+}
+
+template <class T>
+void Log::WriteText(const Text* tabs, const T* message, std::size_t length, unsigned level)
+{
     GoToEnd();
-    const std::size_t length = std::wcslen(message);
     const bool startsLine = !m_isLineOpen && length != 0 && !IsLineEnd(message[0]);
     if (startsLine && g_prefix.load(std::memory_order_relaxed) != xLogNoPrefix)
         m_file->WriteString(Prefix(level));

@@ -46,6 +46,11 @@ inline unsigned NamedCodePage(unsigned codePage) noexcept
 [[nodiscard]] bool DecodeCodePage(const void* bytes, size_t byteCount, unsigned codePage, CXTString<wchar_t>& text);
 [[nodiscard]] bool EncodeCodePage(const wchar_t* text, size_t length, unsigned codePage, CXTString<char>& bytes);
 
+/// Whether narrow text in the ANSI code page is ASCII; false where that page may have other characters in its place.
+[[nodiscard]] bool IsAnsiAscii(const char* text, size_t size) noexcept;
+/// Little-endian.
+void AsciiToUtf16(const char* text, size_t size, CXTString<char>& bytes);
+
 /// Notes why a conversion failed of a text that may be null, and returns false.
 bool NoteNoConversion(const char* operation, const void* text) noexcept;
 

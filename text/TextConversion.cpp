@@ -1,5 +1,6 @@
 #include "text/TextEncoding.h"
 
+#include "base/LittleEndian.h"
 #include "platform/CodePages.h"
 #include "platform/PathNames.h"
 #include "text/CXTString.h"
@@ -182,6 +183,25 @@ bool tev::EncodeCodePage(const wchar_t* text, size_t length, unsigned codePage, 
     default:
         return EncodeSystem(NamedCodePage(codePage), text, length, bytes) || Fail(bytes);
     }
+}
+
+// No early return nor table: the compiler does these loops in vectors.
+
+bool tev::IsAnsiAscii(const char* text, size_t size) noexcept
+{
+    if (XGetAnsiCodePage() != kCodePageUtf8)
+        return false;
+    unsigned char bits = 0;
+    for (size_t i = 0; i < size; ++i)
+        bits |= static_cast<unsigned char>(text[i]);
+    return bits < 0x80;
+}
+
+void tev::AsciiToUtf16(const char* text, size_t size, CXTString<char>& bytes)
+{
+    auto* const units = reinterpret_cast<unsigned char*>(bytes.GetBufferSetLength64(2 * size));
+    for (size_t i = 0; i < size; ++i)
+        StoreLittleEndian(units + 2 * i, static_cast<uint16_t>(text[i]));
 }
 
 bool tev::NoteNoConversion(const char* operation, const void* text) noexcept

@@ -178,6 +178,24 @@ TEST(CStdioFileExEncoding, NarrowTextIsConvertedForAUtf16File)
     file.WriteString("");
     file.Close();
     EXPECT_EQ(folder.ReadFile("t.txt"), "\xFF\xFE" + Encoded(L"n\u00E9\nw", 2, false));
+    // ASCII has a way of its own, which other code pages must not take.
+    for (std::size_t length = 1; length < 70; length += 3)
+    {
+        const std::string ascii = "\x01\x7F" + std::string(length, 'a') + '\n';
+        ASSERT_TRUE(file.Open(folder.WidePath("ascii.txt").c_str(), kNew | kUtf16));
+        file.WriteString(ascii.c_str());
+        file.WriteString(ascii.c_str());
+        file.Close();
+        const std::wstring wide(ascii.begin(), ascii.end());
+        ASSERT_EQ(folder.ReadFile("ascii.txt"), "\xFF\xFE" + Encoded(wide + wide, 2, false));
+    }
+    {
+        const AnsiCodePage ebcdic(37);
+        ASSERT_TRUE(file.Open(folder.WidePath("ascii.txt").c_str(), kNew | kUtf16));
+        file.WriteString("\x4B\x5A");
+        file.Close();
+        EXPECT_EQ(folder.ReadFile("ascii.txt"), "\xFF\xFE" + Encoded(L".!", 2, false));
+    }
     // And for one that was found to be UTF-16.
     ASSERT_TRUE(file.Open(folder.WidePath("t.txt").c_str(), kTextBoth));
     file.Seek(0, CXFile::end);

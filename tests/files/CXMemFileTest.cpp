@@ -23,6 +23,11 @@ const unsigned char* Bytes(const std::string& text)
     return reinterpret_cast<const unsigned char*>(text.data());
 }
 
+std::string ContentsOf(const CXMemFile& file)
+{
+    return std::string(reinterpret_cast<const char*>(file.GetBuffer()), file.GetLength());
+}
+
 /// A memory file whose inside can be seen. Realloc always moves the block and brings rubbish, or finds no memory.
 template <class File>
 class Visible : public File
@@ -35,11 +40,7 @@ public:
     using File::m_capacity;
     using File::m_growBytes;
 
-    std::string Contents() const
-    {
-        const CXMemFile& file = *this;
-        return std::string(reinterpret_cast<const char*>(file.GetBuffer()), file.GetLength());
-    }
+    std::string Contents() const { return ContentsOf(*this); }
     Size Expose(unsigned command, Size count) { return File::BufferCommand(command, count, &m_start, &m_stop); }
 
     unsigned char* m_start = nullptr; ///< what was exposed last
@@ -341,10 +342,17 @@ struct Model
     }
 };
 
-template <class File>
-void CompareWithModel(File&& file, const std::string& contents, unsigned seed)
+/// A file whose inside cannot be seen clears what it grew into only when somebody looks.
+void CompareWithModel(CXMemFile&& file, const std::string& contents, unsigned seed)
 {
     SCOPED_TRACE("seed " + std::to_string(seed));
+    const CXMemFile& constant = file;
+    const bool isVisible = typeid(file) != typeid(CXMemFile) && typeid(file) != typeid(CCustomMemFile);
+    const Size& capacity = file.*&MemFile::m_capacity;
+    unsigned char *start = nullptr, *stop = nullptr;
+    const auto expose = [&](unsigned command, Size count) {
+        return (file.*&MemFile::BufferCommand)(command, count, &start, &stop);
+    };
     Model model{contents};
     std::mt19937 random(seed);
     const auto below = [&random](std::size_t limit) { return random() % limit; };
@@ -376,36 +384,100 @@ void CompareWithModel(File&& file, const std::string& contents, unsigned seed)
             break;
         case 4: {
             const std::size_t room = count + below(20);
-            ASSERT_EQ(file.Expose(CXFile::bufferWrite, room), room);
+            const Size old = capacity;
+            ASSERT_EQ(expose(CXFile::bufferWrite, room), room);
+            for (unsigned char* grown = std::max(start, file.GetBuffer() + old); grown < stop; ++grown)
+                ASSERT_EQ(*grown, 0);
             if (model.position >= length)
-                std::fill(file.m_start, file.m_stop, '?'); // what is not committed must not join the file
-            std::copy(data.begin(), data.end(), file.m_start);
-            ASSERT_EQ(file.Expose(CXFile::bufferCommit, count), count);
+                std::fill(start, stop, '?'); // what is not committed must not join the file
+            std::copy(data.begin(), data.end(), start);
+            ASSERT_EQ(expose(CXFile::bufferCommit, count), count);
             model.Write(data);
             break;
         }
         case 5:
-            file.Expose(CXFile::bufferRead, count);
-            ASSERT_EQ(std::string(file.m_start, file.m_stop), model.Read(count));
+            expose(CXFile::bufferRead, count);
+            ASSERT_EQ(std::string(start, stop), model.Read(count));
             break;
         default: {
-            const std::size_t old = file.m_capacity;
-            file.GrowBuffer(below(length + 200));
-            const unsigned char* const block = static_cast<const CXMemFile&>(file).GetBuffer();
-            ASSERT_EQ(std::count(block + old, block + file.m_capacity, 0), std::ptrdiff_t(file.m_capacity - old));
+            const Size old = capacity;
+            (file.*&MemFile::GrowBuffer)(below(length + 200));
+            const unsigned char* const block = isVisible ? constant.GetBuffer() : file.GetBuffer();
+            ASSERT_EQ(std::count(block + old, block + capacity, 0), std::ptrdiff_t(capacity - old));
             break;
         }
         }
         ASSERT_EQ(file.GetPosition(), model.position);
-        ASSERT_EQ(file.Contents(), model.bytes);
+        ASSERT_EQ(ContentsOf(file), model.bytes);
+    }
+}
+
+/// Fills the memory that blocks of up to 16 KiB are made of next.
+void LeaveRubbish()
+{
+    std::vector<std::unique_ptr<unsigned char[]>> blocks;
+    for (std::size_t size = 16; size < 16384; size += 16)
+    {
+        blocks.emplace_back(new unsigned char[size]);
+        std::memset(blocks.back().get(), 0xCD, size);
+    }
+}
+
+TEST(CXMemFile, ShowsNothingOfTheMemoryThatItGrewInto)
+{
+    using Look = std::string (*)(CXMemFile & file, std::size_t size);
+    static constexpr auto shown = [](const unsigned char* bytes, std::size_t size) {
+        return std::string(bytes, bytes + size);
+    };
+    const Look looks[] = {
+        [](CXMemFile& file, std::size_t size) { return shown(file.GetBuffer(), size); },
+        [](CXMemFile& file, std::size_t size) {
+            const std::unique_ptr<unsigned char, decltype(&CXMemFile::Free)> block(file.Detach(), &CXMemFile::Free);
+            return shown(block.get(), size);
+        },
+        [](CXMemFile& file, std::size_t size) {
+            unsigned char *start = nullptr, *stop = nullptr;
+            (file.*&MemFile::BufferCommand)(CXFile::bufferWrite, size - file.GetPosition(), &start, &stop);
+            return shown(stop - size, size);
+        },
+        [](CXMemFile& file, std::size_t size) {
+            file.Seek(static_cast<__int64>(size), CXFile::begin);
+            return shown(std::as_const(file).GetBuffer(), size);
+        },
+        [](CXMemFile& file, std::size_t size) {
+            file.SetLength(size);
+            return ContentsOf(file);
+        },
+        [](CXMemFile& file, std::size_t size) {
+            file.Seek(static_cast<__int64>(size - 1), CXFile::begin);
+            file.Write("", 1);
+            return ContentsOf(file);
+        },
+    };
+    constexpr std::size_t kWritten = 5000;
+    constexpr std::size_t kCapacity = 8000;
+    for (const Look& look : looks)
+    {
+        SCOPED_TRACE(&look - looks);
+        LeaveRubbish();
+        CXMemFile file(kCapacity / 2);
+        for (std::size_t written = 0; written < kWritten; ++written)
+            file.Write("x", 1);
+        EXPECT_EQ(look(file, kCapacity), std::string(kWritten, 'x') + std::string(kCapacity - kWritten, '\0'));
     }
 }
 
 TEST(CXMemFile, BehavesLikeAStringOfBytes)
 {
     for (const unsigned step : {0u, 1u, 7u})
+    {
         CompareWithModel(MemFile(step), "", 20240611 + step);
+        LeaveRubbish();
+        CompareWithModel(CXMemFile(step), "", 20240611 + step);
+    }
     CompareWithModel(CustomMemFile(CCustomMemFile::growProportionally, 3), "", 20240611);
+    LeaveRubbish();
+    CompareWithModel(CCustomMemFile(CCustomMemFile::growProportionally, 3), "", 20240611);
     const std::string block(100, 'b');
     CompareWithModel(MemFile(Bytes(block), block.size(), false), block, 20240611);
 }
