@@ -6,6 +6,8 @@
 #include "services/Paths.h"
 #include "services/Version.h"
 
+#include <QFile>
+
 namespace tev::browser
 {
 namespace
@@ -88,6 +90,11 @@ QString CheckTarget(const CommandLine& line)
         return error == 0 ? QString() : RegistryErrorText(error);
     }
     PreferenceSource source(line.m_target);
+    if (source.TakesLong()) // what is wrong with it the window says
+    {
+        QFile file(line.m_target);
+        return file.open(QIODevice::ReadOnly) ? QString() : file.errorString();
+    }
     const QString fault = source.GetFault();
     Item item;
     return source.ListNodes({})->Next(item) || source.GetFault().isEmpty() ? QString() : fault;

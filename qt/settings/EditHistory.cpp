@@ -38,6 +38,21 @@ bool CanBeUndone(const Edits& edits)
                            [](const ValueChange& change) { return change.m_wasUnreadable; });
     });
 }
+Result MakeIn(SettingsSource& source, const Edits& edits)
+{
+    const auto apply = [&source](const auto& edit) { return source.Apply(edit); };
+    for (std::size_t i = 0; i < edits.size(); ++i)
+    {
+        const Result result = std::visit(apply, edits[i]);
+        if (result.m_outcome == Outcome::kDone)
+            continue;
+        const Edits made(edits.begin(), edits.begin() + static_cast<std::ptrdiff_t>(i));
+        for (const auto& edit : Inverse(made))
+            std::visit(apply, edit);
+        return result;
+    }
+    return {};
+}
 } // namespace
 
 class EditHistory::Command : public QUndoCommand
@@ -57,17 +72,13 @@ private:
 
 Result EditHistory::Make(const Edits& edits)
 {
-    for (std::size_t i = 0; i < edits.size(); ++i)
-    {
-        const Result result = std::visit([this](const auto& edit) { return m_source.Apply(edit); }, edits[i]);
-        if (result.m_outcome == Outcome::kDone)
-            continue;
-        const Edits made(edits.begin(), edits.begin() + static_cast<std::ptrdiff_t>(i));
-        for (const auto& edit : Inverse(made))
-            std::visit([this](const auto& inverse) { m_source.Apply(inverse); }, edit);
-        return result;
-    }
-    return {};
+    Result result{Outcome::kFailed, {}};
+    const auto make = [&](SettingsSource& source) { result = MakeIn(source, edits); };
+    if (m_runner == nullptr)
+        make(m_source);
+    else if (!m_runner(make))
+        return {Outcome::kCancelled, {}};
+    return result;
 }
 
 Result EditHistory::Do(const QString& text, Edits edits)

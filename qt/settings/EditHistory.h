@@ -4,6 +4,7 @@
 
 #include <QUndoStack>
 
+#include <functional>
 #include <variant>
 
 namespace tev::browser
@@ -16,7 +17,12 @@ using Edits = std::vector<std::variant<ValueEdit, NodeEdit>>;
 class EditHistory
 {
 public:
+    /// Has a source do some work, on any thread, and waits for it; false when it was cancelled before.
+    using Runner = std::function<bool(const std::function<void(SettingsSource&)>& work)>;
+
     explicit EditHistory(SettingsSource& source) : m_source(source) {}
+    /// Who makes the edits from now on, instead of the source itself.
+    void SetRunner(Runner runner) { m_runner = std::move(runner); }
     ~EditHistory() { m_stack.disconnect(); } // who listens may be gone already
     EditHistory(const EditHistory&) = delete;
     EditHistory& operator=(const EditHistory&) = delete;
@@ -33,6 +39,7 @@ private:
     Result Make(const Edits& edits);
 
     SettingsSource& m_source;
+    Runner m_runner;
     QUndoStack m_stack;
 };
 } // namespace tev::browser

@@ -19,7 +19,6 @@ struct Finder::Level
 
 Finder::Finder(SettingsSource& source, QObject* parent) : QObject(parent), m_source(source)
 {
-    m_timer.setInterval(0);
     connect(&m_timer, &QTimer::timeout, this, &Finder::Step);
 }
 
@@ -38,7 +37,7 @@ void Finder::Start(const QString& text)
     if (text.isEmpty())
         return;
     Enter({});
-    m_timer.start();
+    m_timer.start(0);
 }
 
 void Finder::Stop()
@@ -57,15 +56,22 @@ void Finder::Step()
 {
     const QDeadlineTimer slice(kSliceMilliseconds);
     const std::size_t before = m_matches.size();
-    while (!slice.hasExpired())
+    while (!slice.hasExpired() && IsReady())
     {
         if (Visit() && m_matches.size() < kMostMatches)
             continue;
         Stop();
         break;
     }
+    m_timer.setInterval(IsReady() ? 0 : kWaitMilliseconds);
     if (m_matches.size() != before || !IsRunning())
         Q_EMIT Changed();
+}
+
+bool Finder::IsReady() const
+{
+    const Level* const level = m_levels.empty() ? nullptr : &m_levels.back();
+    return level == nullptr || (level->m_values != nullptr ? level->m_values : level->m_nodes)->IsReady();
 }
 
 /// Looks at one value or node; false when there are no more.

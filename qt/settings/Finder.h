@@ -39,6 +39,7 @@ private:
     struct Level;
 
     void Step();
+    bool IsReady() const;
     bool Visit();
     void Enter(Place place);
 

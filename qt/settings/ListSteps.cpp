@@ -54,7 +54,20 @@ ListSteps StepsBetween(const std::vector<std::wstring>& before, const std::vecto
 bool ListLoad::Run(const QDeadlineTimer& slice)
 {
     Item item;
-    while (!slice.hasExpired())
+    while (m_lister->IsReady() && !slice.hasExpired())
+    {
+        if (!m_lister->Next(item))
+            return true;
+        m_items.push_back(item);
+    }
+    return false;
+}
+
+bool ListLoad::RunShort()
+{
+    constexpr std::size_t kLongList = 10000;
+    Item item;
+    while (m_lister->IsReady() && m_items.size() < kLongList)
     {
         if (!m_lister->Next(item))
             return true;

@@ -27,8 +27,12 @@ class ListLoad
 public:
     explicit ListLoad(std::unique_ptr<Lister> lister) : m_lister(std::move(lister)) {}
 
-    /// True when the list is complete.
+    /// True when the list is complete. One that is not ready is not waited for.
     bool Run(const QDeadlineTimer& slice);
+    /// As far as somebody waits for it; a long list is not waited for.
+    bool RunShort();
+    bool IsReady() const { return m_lister->IsReady(); }
+    bool IsGivenUp() const { return m_lister->IsGivenUp(); }
     std::vector<Item> Take() { return std::exchange(m_items, {}); }
     const QString& Fault() const { return m_lister->Fault(); }
 
@@ -38,4 +42,5 @@ private:
 };
 
 constexpr int kSliceMilliseconds = 12;
+constexpr int kWaitMilliseconds = 20; ///< between looks at lists that are not ready
 } // namespace tev::browser

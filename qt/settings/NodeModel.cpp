@@ -31,7 +31,6 @@ struct NodeModel::Load
 NodeModel::NodeModel(SettingsSource& source, QObject* parent)
     : QAbstractItemModel(parent), m_source(source), m_root(std::make_unique<Node>())
 {
-    m_timer.setInterval(0);
     connect(&m_timer, &QTimer::timeout, this, &NodeModel::Step);
     Start(*m_root, true);
 }
@@ -82,9 +81,10 @@ QModelIndex NodeModel::Find(const Place& place, bool* isWhole)
         {
             if (m_loads[i].m_node != node)
                 continue;
+            if (!m_loads[i].m_list.RunShort())
+                break;
             Load load = std::move(m_loads[i]);
             m_loads.erase(m_loads.begin() + static_cast<std::ptrdiff_t>(i));
-            load.m_list.Run(QDeadlineTimer(QDeadlineTimer::Forever));
             Finish(load);
             found = std::find_if(node->m_children.begin(), node->m_children.end(), isSought);
             break;
@@ -108,16 +108,20 @@ void NodeModel::Start(Node& node, bool isFirst)
     if (found != m_loads.end())
         m_loads.erase(found); // what it has not put into the list is read again
     m_loads.push_back({&node, isFirst, ListLoad(m_source.ListNodes(PlaceOf(node)))});
-    m_timer.start();
+    m_timer.start(0);
 }
 
 void NodeModel::Step()
 {
     const QDeadlineTimer slice(kSliceMilliseconds);
-    while (!m_loads.empty() && !slice.hasExpired())
+    const auto isReady = [](const Load& load) { return load.m_list.IsReady(); };
+    while (!slice.hasExpired())
     {
-        Load load = std::move(m_loads.front());
-        m_loads.pop_front();
+        const auto next = std::find_if(m_loads.begin(), m_loads.end(), isReady);
+        if (next == m_loads.end())
+            break;
+        Load load = std::move(*next);
+        m_loads.erase(next);
         if (load.m_list.Run(slice))
         {
             Finish(load);
@@ -127,6 +131,7 @@ void NodeModel::Step()
             Append(*load.m_node, load.m_list.Take());
         m_loads.push_front(std::move(load));
     }
+    m_timer.setInterval(std::any_of(m_loads.begin(), m_loads.end(), isReady) ? 0 : kWaitMilliseconds);
     if (!m_loads.empty())
         return;
     m_timer.stop();
@@ -139,9 +144,9 @@ void NodeModel::Finish(Load& load)
     node.m_fault = load.m_list.Fault();
     if (load.m_isFirst)
         Append(node, load.m_list.Take());
-    else
+    else if (!load.m_list.IsGivenUp())
         Merge(node, load.m_list.Take());
-    if (node.m_children.empty() && node.m_item.m_hasMore)
+    if (node.m_children.empty() && !load.m_list.IsGivenUp() && node.m_item.m_hasMore)
     {
         node.m_item.m_hasMore = false;
         Q_EMIT dataChanged(IndexOf(node), IndexOf(node));

@@ -19,7 +19,7 @@ public:
     ~NodeModel() override;
 
     Place PlaceOf(const QModelIndex& index) const;
-    /// The nearest node of the place that was read; the levels above are read for it at once.
+    /// The nearest node of the place that was read; the levels above are read for it at once, where they are short.
     QModelIndex Find(const Place& place, bool* isWhole = nullptr);
     void Refresh();
     bool IsLoading() const { return !m_loads.empty(); }

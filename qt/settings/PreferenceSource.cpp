@@ -1,49 +1,30 @@
 #include "qt/settings/PreferenceSource.h"
 
 #include "base/LittleEndian.h"
-#include "files/CXFile.h"
 #include "objects/CXException.h"
 #include "objects/LastFailure.h"
-#include "objects/ThreadException.h"
+#include "qt/settings/Transfer.h"
 #include "qt/toolkit/QtText.h"
 #include "services/Paths.h"
 
 #include <QFileInfo>
 #include <QRegularExpression>
-#include <QSet>
 
 #include <algorithm>
-#include <cstring>
+#include <limits>
 
 namespace tev::browser
 {
 namespace
 {
-constexpr std::size_t kDeepestStore = 64;
 constexpr std::size_t kChunkHeader = 12;
-constexpr std::size_t kKeysSize = 8;
 constexpr unsigned __int64 kShownDamage = 65536; // bytes of a damaged record that are shown
-constexpr wchar_t kDamageMark = L'@';            // the identifier of a damaged record is its offset
 
 /// Thrown out of a change of a store: what is there is not what the edit has seen, or cannot be kept.
 struct Refusal
 {
     Result m_result;
 };
-
-std::wstring IdOf(unsigned number)
-{
-    wchar_t text[9];
-    std::swprintf(text, 9, L"%08x", number);
-    return text;
-}
-
-unsigned NumberOf(const std::wstring& id, std::size_t at = 0)
-{
-    return id.size() < at + 8 || id.front() == kDamageMark
-               ? 0
-               : static_cast<unsigned>(std::stoul(id.substr(at, 8), nullptr, 16));
-}
 
 std::optional<Value> ValueIn(const CCustomData& store, unsigned id)
 {
@@ -98,18 +79,6 @@ void ChangeIn(CCustomData& store, const ValueEdit& edit, std::size_t depth)
     }
 }
 
-bool HasStores(const CCustomData& store)
-{
-    unsigned kind = 0;
-    for (unsigned i = 0; i < store.GetIDCount(); ++i)
-    {
-        store.GetIDByIndex(i, kind);
-        if (kind == CCustomData::kCustomData)
-            return true;
-    }
-    return false;
-}
-
 Bytes BytesOf(const CCustomData& store)
 {
     unsigned __int64 size = 0;
@@ -122,16 +91,29 @@ Bytes BytesOf(const CCustomData& store)
     return result;
 }
 
-Result FailedBy(CXException* failure)
-{
-    Result result{Outcome::kFailed, XToQString(XGetExceptionText(failure))};
-    failure->Delete();
-    XDeleteThreadException();
-    return result;
-}
 } // namespace
 
-PreferenceSource::PreferenceSource(const QString& path) : m_path(path) {}
+PreferenceSource::PreferenceSource(const QString& path, __int64 largest)
+    : m_path(path), m_largest(largest), m_content(path)
+{
+    PreferenceSource::Refresh();
+}
+
+std::unique_ptr<SettingsSource> PreferenceSource::Clone() const
+{
+    return std::make_unique<PreferenceSource>(m_path, std::numeric_limits<__int64>::max());
+}
+
+std::optional<int> PreferenceSource::GetReadProgress() const
+{
+    return m_reader != nullptr ? m_reader->GetProgress() : std::nullopt;
+}
+
+void PreferenceSource::CancelReading()
+{
+    if (m_reader != nullptr)
+        m_reader->Cancel();
+}
 
 const std::vector<Kind>& PreferenceSource::GetKinds() const
 {
@@ -162,20 +144,7 @@ const std::vector<Kind>& PreferenceSource::GetKinds() const
 
 QString PreferenceSource::GetPlaceText(const Place& place) const
 {
-    QString text;
-    for (std::size_t i = 0; i < place.size(); ++i)
-    {
-        const bool isDamaged = !place[i].empty() && place[i].front() == kDamageMark;
-        text += i == 0 ? QString() : QStringLiteral(" / ");
-        if (isDamaged)
-            text += XInLanguage(u"damaged, at offset ", u"endommagé, à la position ") +
-                    QString::fromStdWString(place[i].substr(1));
-        else if (i == 0)
-            text += CodeText(NumberOf(place[i])) + u' ' + CodeText(NumberOf(place[i], 8));
-        else
-            text += CodeText(NumberOf(place[i]));
-    }
-    return text;
+    return PreferencePlaceText(place);
 }
 
 QString PreferenceSource::GetValueName(const std::wstring& id) const
@@ -185,224 +154,58 @@ QString PreferenceSource::GetValueName(const std::wstring& id) const
 
 void PreferenceSource::Refresh()
 {
-    m_isListed = false;
-    m_records.clear();
-    m_places.clear();
-    m_stores.clear();
-    m_open.reset();
-    m_openPlace.clear();
+    m_content.Forget();
+    if (QFileInfo(m_path).size() <= m_largest)
+        m_reader.reset();
+    else if (m_reader == nullptr)
+        m_reader = std::make_unique<PreferenceReader>(m_path);
+    else
+        m_reader->Refresh();
 }
 
-void PreferenceSource::List()
+std::shared_ptr<const PreferenceListing> PreferenceSource::List()
 {
-    if (m_isListed)
-        return;
-    m_isListed = true;
-    m_fault.clear();
-    std::vector<XPreferenceRecord> records;
-    try
-    {
-        m_isSound = XListPreferences(XFromQString(m_path), records);
-    }
-    catch (CXException* failure)
-    {
-        m_isSound = true; // nothing is known to be damaged
-        m_fault = FailedBy(failure).m_reason;
-    }
-    if (!m_isSound)
-        m_fault = XInLanguage(u"The file is damaged.", u"Le fichier est endommagé.");
-    QSet<quint64> keys;
-    for (const XPreferenceRecord& record : records)
-    {
-        Record entry{{}, record, false};
-        const quint64 both = quint64{record.m_key1} << 32 | record.m_key2;
-        entry.m_id = IdOf(record.m_key1) + IdOf(record.m_key2);
-        entry.m_isHidden = record.m_isSound && keys.contains(both);
-        if (!record.m_isSound || entry.m_isHidden)
-            entry.m_id =
-                (record.m_isSound ? entry.m_id : std::wstring()) + kDamageMark + std::to_wstring(record.m_offset);
-        else
-            keys.insert(both);
-        m_records.push_back(std::move(entry));
-    }
-    // Saving moves a store to the front; here it stays where it is.
-    std::sort(m_records.begin(), m_records.end(), [](const Record& left, const Record& right) {
-        return std::make_pair(!left.m_record.m_isSound, left.m_id) <
-               std::make_pair(!right.m_record.m_isSound, right.m_id);
-    });
-    for (std::size_t i = 0; i < m_records.size(); ++i)
-        m_places.emplace(m_records[i].m_id, i);
+    static const auto kNothing = std::make_shared<const PreferenceListing>();
+    std::shared_ptr<const PreferenceListing> listing = m_reader != nullptr ? m_reader->GetListing() : m_content.List();
+    return listing != nullptr ? listing : kNothing;
+}
+
+std::shared_ptr<const CCustomData> PreferenceSource::Load(const Place& place)
+{
+    return m_reader != nullptr ? m_reader->GetStore(place) : m_content.Load(place);
 }
 
 QString PreferenceSource::GetFault()
 {
-    List();
-    return m_fault;
+    return List()->m_fault;
 }
-
-const PreferenceSource::Record* PreferenceSource::FindRecord(const std::wstring& id)
-{
-    List();
-    const auto found = m_places.find(id);
-    return found == m_places.end() ? nullptr : &m_records[found->second];
-}
-
-Bytes PreferenceSource::ReadBytes(unsigned __int64 offset, unsigned __int64 size) const
-{
-    Bytes bytes;
-    CXFile file;
-    if (!file.Open(XFromQString(m_path), CXFile::modeRead | CXFile::shareDenyNone))
-        return bytes;
-    try
-    {
-        if (offset < file.GetLength())
-        {
-            bytes.resize(static_cast<std::size_t>(std::min(size, file.GetLength() - offset)));
-            file.Seek(static_cast<__int64>(offset), CXFile::begin);
-            bytes.resize(file.Read(bytes.data(), static_cast<unsigned>(bytes.size())));
-        }
-    }
-    catch (CXException* failure)
-    {
-        FailedBy(failure);
-        bytes.clear();
-    }
-    return bytes;
-}
-
-/// Without reading the whole file, unless that was replaced meanwhile.
-bool PreferenceSource::LoadRecord(const Record& record, CCustomData& store) const
-{
-    const XPreferenceRecord& where = record.m_record;
-    const Bytes bytes = ReadBytes(where.m_offset, where.m_size);
-    return (bytes.size() == where.m_size && LoadLittleEndian<unsigned>(bytes.data()) == where.m_key1 &&
-            LoadLittleEndian<unsigned>(bytes.data() + 4) == where.m_key2 &&
-            store.SerializeFromData(bytes.data() + kKeysSize, bytes.size() - kKeysSize)) ||
-           (!record.m_isHidden && store.LoadFromPrefs(XFromQString(m_path), where.m_key1, where.m_key2, false));
-}
-
-const CCustomData* PreferenceSource::Load(const Place& place)
-{
-    const Record* const record = place.empty() ? nullptr : FindRecord(place.front());
-    if (record == nullptr || !record->m_record.m_isSound)
-        return nullptr;
-    std::unique_ptr<CCustomData>& store = m_stores[place.front()];
-    if (store == nullptr)
-    {
-        auto loaded = std::make_unique<CCustomData>();
-        if (!LoadRecord(*record, *loaded))
-            return nullptr;
-        store = std::move(loaded);
-    }
-    if (place.size() == 1)
-        return store.get();
-    if (m_open != nullptr && m_openPlace == place)
-        return m_open.get();
-    auto within = std::make_unique<CCustomData>(*store);
-    for (std::size_t i = 1; i < place.size(); ++i)
-    {
-        auto next = std::make_unique<CCustomData>();
-        if (!within->GetCustomData(NumberOf(place[i]), *next))
-            return nullptr;
-        within = std::move(next);
-    }
-    m_open = std::move(within);
-    m_openPlace = place;
-    return m_open.get();
-}
-
-/// The stores of the file, which are looked into one by one.
-class PreferenceSource::StoreLister : public Lister
-{
-public:
-    explicit StoreLister(const PreferenceSource& source) : m_source(source), m_records(source.m_records)
-    {
-        m_fault = source.m_fault;
-    }
-
-    bool Next(Item& item) override
-    {
-        if (m_next == m_records.size())
-            return false;
-        const Record& record = m_records[m_next++];
-        item = {record.m_id, m_source.GetPlaceText({record.m_id}), {}, false};
-        CCustomData store;
-        if (!record.m_record.m_isSound)
-            item.m_fault = XInLanguage(u"These bytes of the file are no store: they are damaged.",
-                                       u"Ces octets du fichier ne forment pas un magasin : ils sont endommagés.");
-        else if (record.m_isHidden)
-            item.m_fault =
-                XInLanguage(u"An earlier store has the same keys, so that programs do not find this one.",
-                            u"Un magasin précédent a les mêmes clés : les programmes ne trouvent pas celui-ci.");
-        item.m_hasMore = record.m_record.m_isSound && m_source.LoadRecord(record, store) && HasStores(store);
-        return true;
-    }
-
-private:
-    const PreferenceSource& m_source;
-    std::vector<Record> m_records; // as they were when the list was begun
-    std::size_t m_next = 0;
-};
 
 std::unique_ptr<Lister> PreferenceSource::ListNodes(const Place& place)
 {
-    if (place.empty())
-    {
-        List();
-        return std::make_unique<StoreLister>(*this);
-    }
-    std::vector<Item> items;
-    const CCustomData* const store = place.size() < kDeepestStore ? Load(place) : nullptr;
-    unsigned kind = 0;
-    for (unsigned i = 0; store != nullptr && i < store->GetIDCount(); ++i)
-    {
-        const unsigned id = store->GetIDByIndex(i, kind);
-        CCustomData within;
-        if (kind == CCustomData::kCustomData && store->GetCustomData(id, within))
-        {
-            items.push_back({IdOf(id), CodeText(id), {}, HasStores(within)});
-        }
-    }
-    std::sort(items.begin(), items.end(), [](const Item& left, const Item& right) { return left.m_id < right.m_id; });
-    return std::make_unique<ItemList>(std::move(items));
+    return m_reader != nullptr ? m_reader->ListNodes(place) : m_content.ListNodes(place);
 }
 
 std::unique_ptr<Lister> PreferenceSource::ListValues(const Place& place)
 {
-    const Record* const record = place.empty() ? nullptr : FindRecord(place.front());
-    if (record == nullptr)
-        return std::make_unique<ItemList>(std::vector<Item>());
-    if (!record->m_record.m_isSound)
-        return std::make_unique<ItemList>(
-            std::vector<Item>{{record->m_id, XInLanguage(u"(damaged)", u"(endommagé)"), {}, false}});
-    std::vector<Item> items;
-    const CCustomData* const store = Load(place);
-    unsigned kind = 0;
-    for (unsigned i = 0; store != nullptr && i < store->GetIDCount(); ++i)
-    {
-        const unsigned id = store->GetIDByIndex(i, kind);
-        items.push_back({IdOf(id), CodeText(id), {}, false});
-    }
-    std::sort(items.begin(), items.end(), [](const Item& left, const Item& right) { return left.m_id < right.m_id; });
-    return std::make_unique<ItemList>(
-        std::move(items),
-        store != nullptr ? QString() : XInLanguage(u"The store cannot be read.", u"Le magasin est illisible."));
+    return m_reader != nullptr ? m_reader->ListValues(place) : m_content.ListValues(place);
 }
 
 Reading PreferenceSource::Read(const Place& place, const std::wstring& id, unsigned __int64 largest)
 {
     Reading reading;
-    const Record* const record = place.empty() ? nullptr : FindRecord(place.front());
+    const auto listing = List();
+    const PreferenceListing::Record* const record = place.empty() ? nullptr : listing->Find(place.front());
     if (record != nullptr && !record->m_record.m_isSound)
     {
         reading.m_isThere = true;
         reading.m_size = record->m_record.m_size;
-        reading.m_value = Value{0, ReadBytes(record->m_record.m_offset, std::min(reading.m_size, kShownDamage))};
+        reading.m_value =
+            Value{0, m_content.ReadBytes(record->m_record.m_offset, std::min(reading.m_size, kShownDamage))};
         reading.m_fault =
             XInLanguage(u"damaged: what stands there, as bytes", u"endommagé : ce qui s'y trouve, en octets");
         return reading;
     }
-    const CCustomData* const store = Load(place);
+    const std::shared_ptr<const CCustomData> store = Load(place);
     if (store == nullptr || !store->HasData(NumberOf(id)))
         return reading;
     reading.m_isThere = true;
@@ -415,7 +218,8 @@ Reading PreferenceSource::Read(const Place& place, const std::wstring& id, unsig
 // Saving writes a new file beside the old one.
 QString PreferenceSource::WhyReadOnly(const Place& place)
 {
-    const Record* const record = place.empty() ? nullptr : FindRecord(place.front());
+    const auto listing = List();
+    const PreferenceListing::Record* const record = place.empty() ? nullptr : listing->Find(place.front());
     if (record != nullptr && !record->m_record.m_isSound)
         return XInLanguage(u"What is damaged cannot be changed.", u"Ce qui est endommagé ne peut pas être modifié.");
     if (record != nullptr && record->m_isHidden)
@@ -451,7 +255,7 @@ bool PreferenceSource::MayRepair()
     }
     catch (CXException* failure)
     {
-        FailedBy(failure);
+        ReasonOf(failure);
         return true; // the edit itself will tell
     }
 }
@@ -474,7 +278,7 @@ Result PreferenceSource::Update(const std::wstring& id, Change change)
     }
     catch (CXException* failure)
     {
-        result = FailedBy(failure);
+        result = {Outcome::kFailed, ReasonOf(failure)};
     }
     Refresh();
     return result;
@@ -495,7 +299,7 @@ Result PreferenceSource::Apply(const NodeEdit& edit)
         return store;
     };
     Refresh();
-    const bool isThere = FindRecord(id) != nullptr;
+    const bool isThere = List()->Find(id) != nullptr;
     if (isThere != edit.m_before.has_value())
         return {Outcome::kChanged, {}};
     if (edit.m_after)
@@ -517,7 +321,7 @@ Result PreferenceSource::Apply(const NodeEdit& edit)
 
 std::optional<Bytes> PreferenceSource::Snapshot(const Place& place, QString& reason)
 {
-    const CCustomData* const store = place.size() == 1 ? Load(place) : nullptr;
+    const std::shared_ptr<const CCustomData> store = place.size() == 1 ? Load(place) : nullptr;
     if (store != nullptr)
         return BytesOf(*store);
     reason = XInLanguage(u"The store cannot be read.", u"Le magasin est illisible.");

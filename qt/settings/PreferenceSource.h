@@ -1,20 +1,21 @@
 #pragma once
 
-#include "qt/settings/SettingsSource.h"
-
-#include "settings/CCustomData.h"
-#include "settings/PreferenceFile.h"
-
-#include <map>
+#include "qt/settings/PreferenceReader.h"
 
 namespace tev::browser
 {
-/// A preference file. Its nodes are the stores, each by its two keys, and below them the stores within.
+/// A preference file. Its nodes are the stores, each by its two keys, and below them the stores within. A large one is read in
+/// the background: until it is read anew, what was read before is shown.
 class PreferenceSource : public SettingsSource
 {
 public:
-    explicit PreferenceSource(const QString& path);
+    /// A file that is larger than `largest` is read in the background.
+    explicit PreferenceSource(const QString& path, __int64 largest = kLargeFile);
 
+    bool TakesLong() const override { return m_reader != nullptr; }
+    std::optional<int> GetReadProgress() const override;
+    void CancelReading() override;
+    void SetState(TransferState* state) override { m_content.SetState(state); }
     QString GetName() const override { return m_path; }
     QString GetPlaceText(const Place& place) const override;
     QString GetFile(const Place&) const override { return m_path; }
@@ -36,33 +37,20 @@ public:
     std::optional<Bytes> Snapshot(const Place& place, QString& reason) override;
     Bytes EmptySnapshot(const Place& place) const override;
 
-private:
-    class StoreLister;
-    struct Record
-    {
-        std::wstring m_id;
-        XPreferenceRecord m_record;
-        bool m_isHidden = false; ///< an earlier one has the same keys
-    };
+protected:
+    std::unique_ptr<SettingsSource> Clone() const override;
 
-    void List();
-    const Record* FindRecord(const std::wstring& id);
+private:
+    std::shared_ptr<const PreferenceListing> List();
     /// Null where it cannot be loaded.
-    const CCustomData* Load(const Place& place);
-    bool LoadRecord(const Record& record, CCustomData& store) const;
-    Bytes ReadBytes(unsigned __int64 offset, unsigned __int64 size) const;
+    std::shared_ptr<const CCustomData> Load(const Place& place);
     template <class Change>
     Result Update(const std::wstring& id, Change change);
     bool MayRepair();
 
-    QString m_path;
-    bool m_isListed = false;
-    bool m_isSound = true;
-    QString m_fault;
-    std::vector<Record> m_records;
-    std::map<std::wstring, std::size_t> m_places; ///< of the records
-    std::map<std::wstring, std::unique_ptr<CCustomData>> m_stores;
-    Place m_openPlace; ///< of m_open
-    std::unique_ptr<CCustomData> m_open;
+    const QString m_path;
+    const __int64 m_largest;
+    PreferenceContent m_content;
+    std::unique_ptr<PreferenceReader> m_reader; ///< of a large file
 };
 } // namespace tev::browser

@@ -158,6 +158,13 @@ int RegistrySource::OpenKey(CRegUtil& registry, const Place& place, bool create)
     return isOpen ? kDone : registry.GetLastError();
 }
 
+// Of a database that is large, a single key may be.
+bool RegistrySource::TakesLong() const
+{
+    const QString file = GetFile({});
+    return QFileInfo(file).size() + QFileInfo(file + QStringLiteral("-wal")).size() > kLargeFile;
+}
+
 QString RegistrySource::GetName() const
 {
     return XInLanguage(u"Registry", u"Registre");

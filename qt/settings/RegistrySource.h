@@ -15,6 +15,7 @@ public:
     /// Opens a key, with the library's code as the result.
     static int OpenKey(CRegUtil& registry, const Place& place, bool create = false);
 
+    bool TakesLong() const override;
     QString GetName() const override;
     QString GetPlaceText(const Place& place) const override;
     QString GetFile(const Place& place) const override;
@@ -34,6 +35,9 @@ public:
     Result Apply(const NodeEdit& edit) override;
     std::optional<Bytes> Snapshot(const Place& place, QString& reason) override;
     Bytes EmptySnapshot(const Place& place) const override;
+
+protected:
+    std::unique_ptr<SettingsSource> Clone() const override { return std::make_unique<RegistrySource>(); }
 
 private:
     Place m_openPlace; ///< of m_open

@@ -5,6 +5,13 @@ namespace tev::browser
 Lister::~Lister() = default;
 SettingsSource::~SettingsSource() = default;
 
+std::unique_ptr<SettingsSource> SettingsSource::ForThread()
+{
+    std::unique_ptr<SettingsSource> source = Clone();
+    source->m_isRepairPermitted = TakeRepairPermission();
+    return source;
+}
+
 ItemList::ItemList(std::vector<Item> items, QString fault) : m_items(std::move(items))
 {
     m_fault = std::move(fault);

@@ -14,6 +14,8 @@
 
 namespace tev::browser
 {
+class TransferState;
+
 using Bytes = std::vector<unsigned char>;
 
 /// What leads to a node: the registry's root and names of keys; of a preference file the store, and in it the identifiers of
@@ -70,6 +72,10 @@ class Lister
 public:
     virtual ~Lister();
     virtual bool Next(Item& item) = 0;
+    /// False while what it lists is still being read. Next is for lists that are ready.
+    virtual bool IsReady() const { return true; }
+    /// Whether reading was given up, so that nothing is known of what is there.
+    virtual bool IsGivenUp() const { return false; }
     /// Why the list ended before its end.
     const QString& Fault() const { return m_fault; }
 
@@ -116,6 +122,7 @@ enum class Outcome
     kDone,
     kChanged, ///< what is there is not what the edit has seen
     kDamaged, ///< the file has damaged parts, which saving would drop
+    kCancelled,
     kFailed
 };
 
@@ -130,7 +137,22 @@ struct Result
 class SettingsSource
 {
 public:
+    /// Of files from which on reading takes long.
+    static constexpr __int64 kLargeFile = 4 << 20;
+
     virtual ~SettingsSource();
+
+    /// The same settings for another thread, which waits for what it reads. A permission to repair goes to it.
+    std::unique_ptr<SettingsSource> ForThread();
+    /// Whether edits and snapshots take so long that another thread makes them. What lists, and values of lists that were
+    /// read, have to wait for is then read in the background.
+    virtual bool TakesLong() const = 0;
+    /// How far reading in the background has come, in per cent; a negative number where that is not known, nothing while
+    /// nothing is read.
+    virtual std::optional<int> GetReadProgress() const { return {}; }
+    virtual void CancelReading() {}
+    /// Of one for a thread: asked whether edits and snapshots are to go on, which fail then. Null for nobody.
+    virtual void SetState(TransferState*) {}
 
     virtual QString GetName() const = 0;
     /// The place as a person writes it.
@@ -171,6 +193,7 @@ public:
     virtual Bytes EmptySnapshot(const Place& place) const = 0;
 
 protected:
+    virtual std::unique_ptr<SettingsSource> Clone() const = 0;
     bool TakeRepairPermission() { return std::exchange(m_isRepairPermitted, false); }
 
 private:

@@ -2,6 +2,7 @@
 
 #include "qt/settings/PreferenceSource.h"
 #include "qt/settings/RegistrySource.h"
+#include "qt/settings/Transfer.h"
 #include "qt/settings/ValueText.h"
 #include "qt/settings/WindowShown.h"
 #include "qt/toolkit/ElidedLabel.h"
@@ -16,7 +17,9 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QMenuBar>
+#include <QProgressBar>
 #include <QProgressDialog>
+#include <QPushButton>
 #include <QScreen>
 #include <QShortcut>
 #include <QSplitter>
@@ -107,7 +110,7 @@ void SettingsWindow::BuildViews()
     m_table->horizontalHeader()->setStretchLastSection(true);
     m_table->horizontalHeader()->setHighlightSections(false);
     m_table->horizontalHeader()->setDefaultAlignment(Qt::AlignLeft | Qt::AlignVCenter);
-    connect(m_table, &QTableView::activated, this, &SettingsWindow::EditValue);
+    connect(m_table, &QTableView::activated, this, [this] { Act(&SettingsWindow::EditValue); });
     m_splitter = new QSplitter;
     m_splitter->addWidget(m_tree);
     m_splitter->addWidget(m_table);
@@ -120,7 +123,24 @@ void SettingsWindow::BuildViews()
     layout->addWidget(m_splitter, 1);
     layout->addWidget(BuildFindBar());
     setCentralWidget(page);
-    statusBar();
+    BuildReadBar();
+}
+
+void SettingsWindow::BuildReadBar()
+{
+    m_readBar = new QWidget;
+    m_readProgress = new QProgressBar;
+    m_readProgress->setAccessibleName(XInLanguage(u"Reading", u"Lecture"));
+    m_readProgress->setTextVisible(false);
+    m_readProgress->setMaximumWidth(fontMetrics().averageCharWidth() * 20);
+    auto* const cancel = new QPushButton(XInLanguage(u"Cancel reading", u"Annuler la lecture"));
+    connect(cancel, &QPushButton::clicked, this, [this] { m_shown->m_source->CancelReading(); });
+    auto* const layout = new QHBoxLayout(m_readBar);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->addWidget(m_readProgress);
+    layout->addWidget(cancel);
+    m_readBar->hide();
+    statusBar()->addPermanentWidget(m_readBar);
 }
 
 QWidget* SettingsWindow::BuildFindBar()
@@ -141,14 +161,14 @@ QWidget* SettingsWindow::BuildFindBar()
         button->setAccessibleName(name);
         button->setToolTip(name);
         button->setFocusPolicy(Qt::TabFocus);
-        connect(button, &QToolButton::clicked, this, slot);
+        connect(button, &QToolButton::clicked, this, [this, slot] { Act(slot); });
         layout->addWidget(button);
     };
     addButton(Qt::UpArrow, XInLanguage(u"Previous match", u"Résultat précédent"), &SettingsWindow::FindPrevious);
     addButton(Qt::DownArrow, XInLanguage(u"Next match", u"Résultat suivant"), &SettingsWindow::FindNext);
     layout->addWidget(m_findState);
     connect(m_findText, &QLineEdit::textChanged, this, &SettingsWindow::StartFind);
-    connect(m_findText, &QLineEdit::returnPressed, this, &SettingsWindow::FindNext);
+    connect(m_findText, &QLineEdit::returnPressed, this, [this] { Act(&SettingsWindow::FindNext); });
     auto* const escape = new QShortcut(QKeySequence(Qt::Key_Escape), m_findBar);
     escape->setContext(Qt::WidgetWithChildrenShortcut);
     connect(escape, &QShortcut::activated, this, [this] {
@@ -166,7 +186,7 @@ QAction* SettingsWindow::AddAction(QMenu* menu, const char* name, const QString&
     QAction* const action = menu->addAction(text);
     action->setObjectName(QString::fromLatin1(name));
     action->setShortcut(keys);
-    connect(action, &QAction::triggered, this, slot);
+    connect(action, &QAction::triggered, this, [this, slot] { Act(slot); });
     return action;
 }
 
@@ -229,6 +249,7 @@ void SettingsWindow::SetSource(std::unique_ptr<SettingsSource> source)
     m_table->setModel(nullptr);
     m_shown = std::make_unique<Shown>(std::move(source));
     m_match = -1;
+    m_goal.reset();
     m_findText->clear();
     m_findState->clear();
     m_tree->setModel(&m_shown->m_nodes);
@@ -242,9 +263,19 @@ void SettingsWindow::SetSource(std::unique_ptr<SettingsSource> source)
     connect(&m_shown->m_nodes, &NodeModel::Loaded, this, [this] {
         if (!m_tree->currentIndex().isValid() && m_shown->m_nodes.rowCount({}) == 1) // the one store of a program
             m_tree->setCurrentIndex(m_shown->m_nodes.index(0, 0, {}));
-        ShowState();
+        ShowLoaded();
     });
-    connect(&m_shown->m_values, &ValueModel::Loaded, this, &SettingsWindow::ShowState);
+    connect(&m_shown->m_values, &ValueModel::Loaded, this, &SettingsWindow::ShowLoaded);
+    m_shown->m_history.SetRunner([this](const std::function<void(SettingsSource&)>& work) {
+        bool isRun = false;
+        Run(XInLanguage(u"Save", u"Enregistrer"), m_shown->m_source->TakesLong(),
+            [&](SettingsSource& own, TransferState& state) {
+                isRun = state.StartLastStep();
+                if (isRun)
+                    work(own);
+            });
+        return isRun;
+    });
     connect(&m_shown->m_history.GetStack(), &QUndoStack::indexChanged, this, &SettingsWindow::ShowState);
     connect(&m_shown->m_finder, &Finder::Changed, this, &SettingsWindow::ShowMatches);
     setWindowFilePath({});
@@ -307,8 +338,26 @@ void SettingsWindow::Refresh()
     ShowState();
 }
 
+void SettingsWindow::ShowReading()
+{
+    const std::optional<int> progress = m_shown->m_source->GetReadProgress();
+    m_readBar->setVisible(progress.has_value());
+    m_readProgress->setMaximum(progress.value_or(-1) < 0 ? 0 : 100);
+    m_readProgress->setValue(progress.value_or(-1));
+}
+
+/// What was read may hold where the person was to be led.
+void SettingsWindow::ShowLoaded()
+{
+    const std::optional<Match> goal = std::exchange(m_goal, std::nullopt);
+    if (goal && ChosenPlace() == m_goalFrom)
+        GoTo(goal->m_place, goal->m_id);
+    ShowState();
+}
+
 void SettingsWindow::Poll()
 {
+    ShowReading();
     if (m_isTransferring)
         return;
     m_isStale = m_watch.Poll() || m_isStale;
@@ -319,18 +368,26 @@ void SettingsWindow::Poll()
 
 bool SettingsWindow::GoTo(const Place& place, const std::optional<std::wstring>& id)
 {
-    bool isWhole = false;
-    const QModelIndex node = m_shown->m_nodes.Find(place, &isWhole);
-    if (!node.isValid())
-        return place.empty();
-    m_tree->setCurrentIndex(node);
-    m_tree->scrollTo(node);
-    if (!isWhole || !id)
-        return isWhole;
-    const int row = m_shown->m_values.FindRow(*id);
-    if (row >= 0)
-        m_table->setCurrentIndex(m_shown->m_values.index(row, 0));
-    return row >= 0;
+    bool isThere = false;
+    const QModelIndex node = m_shown->m_nodes.Find(place, &isThere);
+    if (node.isValid())
+    {
+        m_tree->setCurrentIndex(node);
+        m_tree->scrollTo(node);
+    }
+    if (isThere && id)
+    {
+        const int row = m_shown->m_values.FindRow(*id);
+        isThere = row >= 0;
+        if (isThere)
+            m_table->setCurrentIndex(m_shown->m_values.index(row, 0));
+    }
+    if (!isThere && (m_shown->m_nodes.IsLoading() || m_shown->m_values.IsLoading()))
+    {
+        m_goal = Match{place, id};
+        m_goalFrom = ChosenPlace();
+    }
+    return isThere;
 }
 
 void SettingsWindow::ShowFind()
@@ -384,10 +441,11 @@ void SettingsWindow::FindPrevious()
     ShowMatches();
 }
 
-// While work runs, the window stays until that has ended.
+// While work runs, the window stays until that has ended, and closes then.
 void SettingsWindow::closeEvent(QCloseEvent* event)
 {
     event->setAccepted(!m_isTransferring);
+    m_isClosing = m_isTransferring;
     if (auto* const progress = findChild<QProgressDialog*>())
         progress->cancel();
     if (event->isAccepted() && !m_placeFile.IsEmpty())

@@ -13,6 +13,7 @@ class QAction;
 class QLabel;
 class QLineEdit;
 class QMenu;
+class QProgressBar;
 class QSplitter;
 class QTableView;
 class QTreeView;
@@ -46,6 +47,7 @@ private:
     void LoadWindowPlace();
     void SaveWindowPlace() const;
 
+    void BuildReadBar();
     void BuildMenus();
     void BuildEditMenu();
     void BuildViews();
@@ -54,7 +56,17 @@ private:
                        void (SettingsWindow::*slot)());
     void ShowState();
     void ChooseNode();
+    void ShowReading();
+    void ShowLoaded();
     void Poll();
+
+    /// Does what an action stands for, unless something else is being asked or done: then that comes to the front.
+    void Act(void (SettingsWindow::*slot)());
+    /// Has a source of the same settings do some work. What takes long runs on a thread, while the person can do nothing but
+    /// cancel it. False when it was cancelled, or has failed.
+    bool Run(const QString& title, bool takesLong,
+             const std::function<void(SettingsSource& source, TransferState& state)>& work);
+    bool RunOnThread(const QString& title, const std::function<void(TransferState& state)>& work);
 
     // What actions do.
     void OpenFile();
@@ -107,9 +119,14 @@ private:
     QAction* m_redo = nullptr;
     std::vector<QAction*> m_changes; ///< actions that change values of the chosen node
     QAction* m_newNode = nullptr;
+    QWidget* m_readBar = nullptr;
+    QProgressBar* m_readProgress = nullptr;
     std::ptrdiff_t m_match = -1;
+    std::optional<Match> m_goal; ///< where to go once it is read
+    Place m_goalFrom;            ///< unless the person has gone elsewhere
     const CXTString<wchar_t> m_placeFile;
     bool m_isTransferring = false;
-    bool m_isStale = false; ///< what is shown was changed by another program
+    bool m_isClosing = false; ///< as soon as what runs has ended
+    bool m_isStale = false;   ///< what is shown was changed by another program
 };
 } // namespace tev::browser

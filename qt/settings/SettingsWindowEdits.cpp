@@ -8,15 +8,17 @@
 #include "qt/settings/WindowShown.h"
 #include "qt/toolkit/QtText.h"
 
+#include <QApplication>
 #include <QClipboard>
 #include <QFileDialog>
-#include <QGuiApplication>
 #include <QInputDialog>
 #include <QMessageBox>
 #include <QTableView>
 #include <QTreeView>
 
 #include <algorithm>
+#include <atomic>
+#include <utility>
 
 namespace tev::browser
 {
@@ -30,6 +32,10 @@ void ShowAsPlainText(QMessageBox& box, const QString& text, const QString& detai
     box.setTextFormat(Qt::PlainText);
     box.setText(text);
     box.setInformativeText(details);
+}
+QString ReadingTitle()
+{
+    return XInLanguage(u"Read", u"Lire");
 }
 } // namespace
 
@@ -57,22 +63,63 @@ std::vector<int> SettingsWindow::ChosenRows() const
     return rows;
 }
 
-/// What is there now becomes what the edits have seen, if the person wants that.
-bool SettingsWindow::AskToOverwrite(Edits& edits)
+void SettingsWindow::Act(void (SettingsWindow::*slot)())
 {
-    SettingsSource& source = *m_shown->m_source;
+    if (QWidget* const dialog = QApplication::activeModalWidget())
+    {
+        dialog->raise();
+        dialog->activateWindow();
+    }
+    else if (!m_isTransferring)
+        (this->*slot)();
+}
+
+bool SettingsWindow::RunOnThread(const QString& title, const std::function<void(TransferState& state)>& work)
+{
+    std::atomic<bool> isCancelled{false};
+    m_isTransferring = true;
+    const bool isDone = RunTransfer(this, title, [&](TransferState& state) {
+        work(state);
+        isCancelled.store(state.IsCancelled());
+    });
+    m_isTransferring = false;
+    if (std::exchange(m_isClosing, false))
+        QTimer::singleShot(0, this, &QWidget::close);
+    return isDone && !isCancelled.load();
+}
+
+bool SettingsWindow::Run(const QString& title, bool takesLong,
+                         const std::function<void(SettingsSource& source, TransferState& state)>& work)
+{
+    if (!takesLong)
+    {
+        RunHere([&](TransferState& state) { work(*m_shown->m_source, state); });
+        return true;
+    }
+    const std::unique_ptr<SettingsSource> own = m_shown->m_source->ForThread();
+    return RunOnThread(title, [&](TransferState& state) {
+        own->SetState(&state);
+        work(*own, state);
+    });
+}
+
+namespace
+{
+/// What is there now becomes what the edits have seen. The values that it differs in; none where edits cannot follow it.
+QStringList FollowChanges(SettingsSource& source, Edits& edits)
+{
     source.Refresh();
     QStringList changes;
     for (auto& edit : edits)
     {
         auto* const values = std::get_if<ValueEdit>(&edit);
         if (values == nullptr)
-            return false;
+            return {};
         for (ValueChange& change : values->m_changes)
         {
             const Reading reading = source.Read(values->m_place, change.m_id, kLargestEdited);
             if (reading.m_isThere && !reading.m_value)
-                return false;
+                return {};
             if (reading.m_value == change.m_before)
                 continue;
             changes << source.GetValueName(change.m_id) + QStringLiteral(" = ") +
@@ -82,7 +129,16 @@ bool SettingsWindow::AskToOverwrite(Edits& edits)
             change.m_wasUnreadable = false;
         }
     }
-    return !changes.isEmpty() &&
+    return changes;
+}
+} // namespace
+
+bool SettingsWindow::AskToOverwrite(Edits& edits)
+{
+    QStringList changes;
+    const bool isRead = Run(ReadingTitle(), m_shown->m_source->TakesLong(),
+                            [&](SettingsSource& source, TransferState&) { changes = FollowChanges(source, edits); });
+    return isRead && !changes.isEmpty() &&
            Ask(XInLanguage(u"Another program has changed this meanwhile. Overwrite its change?",
                            u"Un autre programme a modifié ceci entre-temps. Écraser sa modification ?"),
                changes.join(u'\n'));
@@ -107,7 +163,7 @@ bool SettingsWindow::Make(const QString& text, Edits edits)
                             u"une copie du fichier endommagé. Enregistrer ?"),
                 source.GetFile({}) + QStringLiteral(".damaged")))
             source.PermitRepair();
-        else if (isDamaged)
+        else if (isDamaged || result.m_outcome == Outcome::kCancelled)
             break;
         else if (result.m_outcome == Outcome::kChanged && AskToOverwrite(edits))
             continue;
@@ -131,7 +187,7 @@ void SettingsWindow::TakeBack(Result (EditHistory::*step)(), const QString& refu
     if (result.m_outcome == Outcome::kChanged)
         Say(refused, XInLanguage(u"The value is no longer what the edit has made of it.",
                                  u"La valeur n'est plus celle que la modification avait laissée."));
-    else if (result.m_outcome != Outcome::kDone)
+    else if (result.m_outcome == Outcome::kFailed)
         Say(XInLanguage(u"The change cannot be saved.", u"La modification ne peut pas être enregistrée."),
             result.m_reason);
     Refresh();
@@ -191,7 +247,10 @@ void SettingsWindow::RenameValue()
     if (row < 0)
         return;
     const std::wstring id = m_shown->m_values.IdOf(row);
-    const Reading reading = source.Read(place, id, ~0ULL);
+    Reading reading;
+    if (!Run(ReadingTitle(), source.TakesLong(),
+             [&](SettingsSource& own, TransferState&) { reading = own.Read(place, id, ~0ULL); }))
+        return;
     if (!reading.m_value)
         return Say(XInLanguage(u"The value cannot be read.", u"La valeur est illisible."), reading.m_fault);
     const QString before = source.GetValueName(id);
@@ -220,18 +279,25 @@ void SettingsWindow::Delete()
 
 void SettingsWindow::DeleteValues()
 {
-    SettingsSource& source = *m_shown->m_source;
     ValueEdit edit{ChosenPlace(), {}};
-    bool isReadable = true;
+    std::vector<std::wstring> ids;
     for (const int row : ChosenRows())
-    {
-        const std::wstring& id = m_shown->m_values.IdOf(row);
-        const Reading reading = source.Read(edit.m_place, id, ~0ULL);
-        const bool isUnreadable = reading.m_isThere && !reading.m_value;
-        isReadable = isReadable && !isUnreadable;
-        if (reading.m_isThere)
-            edit.m_changes.push_back({id, reading.m_value, {}, isUnreadable});
-    }
+        ids.push_back(m_shown->m_values.IdOf(row));
+    bool isReadable = true;
+    const auto read = [&](SettingsSource& source, TransferState& state) {
+        for (const std::wstring& id : ids)
+        {
+            if (state.IsCancelled())
+                return;
+            const Reading reading = source.Read(edit.m_place, id, ~0ULL);
+            const bool isUnreadable = reading.m_isThere && !reading.m_value;
+            isReadable = isReadable && !isUnreadable;
+            if (reading.m_isThere)
+                edit.m_changes.push_back({id, reading.m_value, {}, isUnreadable});
+        }
+    };
+    if (!Run(ReadingTitle(), m_shown->m_source->TakesLong(), read))
+        return;
     if (edit.m_changes.empty() ||
         (!isReadable && !Ask(XInLanguage(u"What is damaged cannot be brought back. Delete it?",
                                          u"Ce qui est endommagé ne peut pas être rétabli. Supprimer ?"))))
@@ -248,7 +314,10 @@ void SettingsWindow::DeleteNode()
                    source.GetPlaceText(place));
     NodeEdit edit{place, {}, {}, false};
     QString reason;
-    edit.m_before = source.Snapshot(place, reason); // what the person agrees to
+    if (!Run(ReadingTitle(), source.TakesLong(), [&](SettingsSource& own, TransferState&) {
+            edit.m_before = own.Snapshot(place, reason); // what the person agrees to
+        }))
+        return;
     edit.m_isForced = !edit.m_before;
     if (!Ask(XInLanguage(u"Delete this with all that is in it?", u"Supprimer ceci avec tout son contenu ?"),
              source.GetPlaceText(place)))
@@ -324,11 +393,12 @@ void SettingsWindow::Export()
         return;
     const QString key = m_shown->m_source->GetPlaceText(place);
     QString reason;
-    m_isTransferring = true;
-    const bool isDone = RunTransfer(this, XInLanguage(u"Export", u"Exporter"),
-                                    [&](TransferState& state) { reason = ExportRegistryKey(key, file, state); });
-    m_isTransferring = false;
-    if (!isDone || !reason.isEmpty())
+    bool isEnded = false;
+    RunOnThread(XInLanguage(u"Export", u"Exporter"), [&](TransferState& state) {
+        reason = ExportRegistryKey(key, file, state);
+        isEnded = true;
+    });
+    if (!isEnded || !reason.isEmpty())
         Say(XInLanguage(u"The export has failed.", u"L'exportation a échoué."), reason);
 }
 
@@ -342,16 +412,31 @@ void SettingsWindow::ExportStore(const Place& place)
     if (dialog.exec() != QDialog::Accepted)
         return;
     const QString file = dialog.selectedFiles().value(0);
+    const bool takesLong = m_shown->m_source->TakesLong() || PreferenceSource(file).TakesLong();
+    const std::unique_ptr<SettingsSource> target = PreferenceSource(file).ForThread();
     QString reason;
-    const std::optional<Bytes> store = m_shown->m_source->Snapshot(place, reason);
-    PreferenceSource target(file);
-    const std::optional<Bytes> there = target.Snapshot(place, reason);
+    std::optional<Bytes> store;
+    std::optional<Bytes> there;
+    if (!Run(ReadingTitle(), takesLong, [&](SettingsSource& source, TransferState& state) {
+            store = source.Snapshot(place, reason);
+            target->SetState(&state);
+            QString none;
+            there = target->Snapshot(place, none);
+            target->SetState(nullptr);
+        }))
+        return;
     if (there && !Ask(XInLanguage(u"The file has a store of these keys. Replace it?",
                                   u"Le fichier a un magasin de ces clés. Le remplacer ?"),
                       m_shown->m_source->GetPlaceText(place)))
         return;
-    const Result result = store ? target.Apply(NodeEdit{place, there, store, false}) : Result{Outcome::kFailed, reason};
-    if (result.m_outcome != Outcome::kDone)
+    Result result{Outcome::kFailed, reason};
+    const auto save = [&](SettingsSource&, TransferState& state) {
+        result = state.StartLastStep() ? target->Apply(NodeEdit{place, there, store, false})
+                                       : Result{Outcome::kCancelled, {}};
+    };
+    if (store)
+        Run(XInLanguage(u"Export", u"Exporter"), takesLong, save);
+    if (result.m_outcome != Outcome::kDone && result.m_outcome != Outcome::kCancelled)
         Say(XInLanguage(u"The export has failed.", u"L'exportation a échoué."), result.m_reason);
 }
 
@@ -373,12 +458,13 @@ void SettingsWindow::ImportRegistry(const QString& file)
              file))
         return;
     QString reason;
-    m_isTransferring = true;
-    const bool isDone = RunTransfer(this, XInLanguage(u"Import", u"Importer"),
-                                    [&](TransferState& state) { reason = ImportRegistryText(file, state); });
-    m_isTransferring = false;
+    bool isEnded = false;
+    RunOnThread(XInLanguage(u"Import", u"Importer"), [&](TransferState& state) {
+        reason = ImportRegistryText(file, state);
+        isEnded = true;
+    });
     Refresh();
-    if (!isDone || !reason.isEmpty())
+    if (!isEnded || !reason.isEmpty())
         Say(XInLanguage(u"The import has failed; nothing was changed.",
                         u"L'importation a échoué ; rien n'a été modifié."),
             reason);
@@ -387,26 +473,32 @@ void SettingsWindow::ImportRegistry(const QString& file)
 /// All sound stores of another preference file, in the places of those of the same keys.
 void SettingsWindow::ImportStores(const QString& file)
 {
-    SettingsSource& source = *m_shown->m_source;
-    PreferenceSource from(file);
+    const bool takesLong = m_shown->m_source->TakesLong() || PreferenceSource(file).TakesLong();
+    const std::unique_ptr<SettingsSource> from = PreferenceSource(file).ForThread();
     Edits edits;
     QStringList replaced;
-    Item item;
-    QString reason;
-    for (const std::unique_ptr<Lister> stores = from.ListNodes({}); stores->Next(item);)
-    {
-        const Place place{item.m_id};
-        std::optional<Bytes> store = item.m_fault.isEmpty() ? from.Snapshot(place, reason) : std::nullopt;
-        std::optional<Bytes> there = source.Snapshot(place, reason);
-        if (!store || store == there)
-            continue;
-        if (there)
-            replaced << source.GetPlaceText(place);
-        edits.emplace_back(NodeEdit{place, std::move(there), std::move(store), false});
-    }
+    const auto compare = [&](SettingsSource& source, TransferState& state) {
+        Item item;
+        QString reason;
+        from->SetState(&state);
+        for (const std::unique_ptr<Lister> stores = from->ListNodes({}); !state.IsCancelled() && stores->Next(item);)
+        {
+            const Place place{item.m_id};
+            std::optional<Bytes> store = item.m_fault.isEmpty() ? from->Snapshot(place, reason) : std::nullopt;
+            std::optional<Bytes> there = source.Snapshot(place, reason);
+            if (!store || store == there)
+                continue;
+            if (there)
+                replaced << source.GetPlaceText(place);
+            edits.emplace_back(NodeEdit{place, std::move(there), std::move(store), false});
+        }
+        from->SetState(nullptr);
+    };
+    if (!Run(ReadingTitle(), takesLong, compare))
+        return;
     if (edits.empty())
         return Say(XInLanguage(u"The file has no stores that differ.", u"Le fichier n'a pas de magasins différents."),
-                   from.GetFault());
+                   from->GetFault());
     if (replaced.isEmpty() ||
         Ask(XInLanguage(u"Replace these stores?", u"Remplacer ces magasins ?"), replaced.join(u'\n')))
         Make(XInLanguage(u"import", u"importation"), std::move(edits));

@@ -69,14 +69,6 @@ public:
     bool StartLastStep() override { return true; }
 };
 
-QString ReasonOf(CXException* failure)
-{
-    const QString reason = XToQString(XGetExceptionText(failure));
-    failure->Delete();
-    XDeleteThreadException();
-    return reason;
-}
-
 QString SaveBytes(const QString& path, const char* bytes, qint64 size, TransferState& state)
 {
     QSaveFile file(path); // replaces the old one when all is written
@@ -123,13 +115,26 @@ QString ReadText(const QString& path, CXTString<wchar_t>& text, TransferState& s
 }
 } // namespace
 
+QString ReasonOf(CXException* failure)
+{
+    const QString reason = XToQString(XGetExceptionText(failure));
+    failure->Delete();
+    XDeleteThreadException();
+    return reason;
+}
+
+void RunHere(const std::function<void(TransferState& state)>& run)
+{
+    PlainState state;
+    run(state);
+}
+
 bool RunTransfer(QWidget* parent, const QString& title, const std::function<void(TransferState& state)>& run)
 {
     auto* const thread = new TransferThread(run);
     if (CXThread::BeginThread(thread, xThreadPriorityNormal, CXThread::kBeginWithoutAutoDelete, 0) == nullptr)
     {
-        PlainState state;
-        run(state);
+        RunHere(run);
         return true;
     }
     const std::unique_ptr<TransferThread> owner(thread);

@@ -4,6 +4,7 @@
 
 #include <functional>
 
+class CXException;
 class QWidget;
 
 namespace tev::browser
@@ -24,6 +25,12 @@ public:
 /// has ended. Where no thread can be had it runs on this one. False when the operation ended by an exception.
 [[nodiscard]] bool RunTransfer(QWidget* parent, const QString& title,
                                const std::function<void(TransferState& state)>& run);
+
+/// Runs it on this thread, without a window.
+void RunHere(const std::function<void(TransferState& state)>& run);
+
+/// What was caught, as a person reads it; it is over then.
+QString ReasonOf(CXException* failure);
 
 /// The reason why it failed, empty for none. A cancelled one leaves everything as it was.
 QString ExportRegistryKey(const QString& key, const QString& file, TransferState& state);

@@ -19,7 +19,6 @@ constexpr qsizetype kKeptRows = 10000;
 
 ValueModel::ValueModel(SettingsSource& source, QObject* parent) : QAbstractTableModel(parent), m_source(source)
 {
-    m_timer.setInterval(0);
     connect(&m_timer, &QTimer::timeout, this, &ValueModel::Step);
 }
 
@@ -34,6 +33,7 @@ bool ValueModel::SetPlace(const Place& place)
     m_items.clear();
     m_rows.clear();
     m_fault.clear();
+    m_shown.reset();
     endResetModel();
     Start(true);
     Step(); // what is short is there at once
@@ -42,24 +42,32 @@ bool ValueModel::SetPlace(const Place& place)
 
 void ValueModel::Refresh()
 {
-    m_rows.clear();
     Start(m_load != nullptr && m_isFirst && m_items.empty());
+    ShowAnew(std::move(m_shown));
+    Step();
+}
+
+/// What is known of values may have changed.
+void ValueModel::ShowAnew(std::unique_ptr<ListLoad> shown)
+{
+    m_shown = std::move(shown);
+    m_rows.clear();
     if (!m_items.empty())
         Q_EMIT dataChanged(index(0, 0), index(rowCount() - 1, kColumnCount - 1));
-    Step();
 }
 
 void ValueModel::Start(bool isFirst)
 {
     m_isFirst = isFirst;
     m_load = std::make_unique<ListLoad>(m_source.ListValues(m_place));
-    m_timer.start();
+    m_timer.start(0);
 }
 
 void ValueModel::Step()
 {
     if (m_load == nullptr)
         return;
+    m_timer.setInterval(m_load->IsReady() ? 0 : kWaitMilliseconds);
     if (m_load->Run(QDeadlineTimer(kSliceMilliseconds)))
         Finish();
     else if (m_isFirst)
@@ -72,12 +80,12 @@ void ValueModel::Step()
 void ValueModel::Finish()
 {
     m_timer.stop();
-    const std::unique_ptr<ListLoad> load = std::move(m_load);
+    std::unique_ptr<ListLoad> load = std::move(m_load);
     m_fault = load->Fault();
     std::vector<Item> items = load->Take();
     if (m_isFirst)
         Insert(rowCount(), items.begin(), items.end());
-    else
+    else if (!load->IsGivenUp())
     {
         std::vector<std::wstring> before;
         for (const Item& item : m_items)
@@ -92,6 +100,8 @@ void ValueModel::Finish()
         for (const RowRange& rows : steps.m_inserted)
             Insert(rows.m_first, items.begin() + rows.m_first, items.begin() + rows.m_last + 1);
     }
+    if (!load->IsGivenUp())
+        ShowAnew(std::move(load));
     Q_EMIT Loaded();
 }
 
@@ -106,7 +116,7 @@ void ValueModel::Insert(int row, std::vector<Item>::iterator first, std::vector<
 
 int ValueModel::FindRow(const std::wstring& id)
 {
-    if (m_load != nullptr && m_load->Run(QDeadlineTimer(QDeadlineTimer::Forever)))
+    if (m_load != nullptr && m_load->RunShort())
         Finish();
     const auto found = std::find_if(m_items.begin(), m_items.end(), [&](const Item& item) { return item.m_id == id; });
     return found == m_items.end() ? -1 : static_cast<int>(found - m_items.begin());

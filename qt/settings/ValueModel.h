@@ -32,7 +32,7 @@ public:
     bool IsLoading() const { return m_load != nullptr; }
     const QString& Fault() const { return m_fault; }
     const std::wstring& IdOf(int row) const { return m_items[static_cast<std::size_t>(row)].m_id; }
-    /// The row of a value, -1 where it is not there. Reads the list to its end for it.
+    /// The row of a value, -1 where it is not there. A short list is read to its end for it.
     int FindRow(const std::wstring& id);
     /// In one line, with tabs between the columns.
     QString LineOf(int row) const;
@@ -58,6 +58,7 @@ private:
     void Start(bool isFirst);
     void Step();
     void Finish();
+    void ShowAnew(std::unique_ptr<ListLoad> shown);
     void Insert(int row, std::vector<Item>::iterator first, std::vector<Item>::iterator last);
 
     SettingsSource& m_source;
@@ -66,6 +67,7 @@ private:
     std::vector<Item> m_items;
     mutable QHash<std::wstring, Row> m_rows; ///< of values that were looked at
     std::unique_ptr<ListLoad> m_load;
+    std::unique_ptr<ListLoad> m_shown; ///< while it is held, its values are read at once
     bool m_isFirst = true;
     QTimer m_timer;
 };

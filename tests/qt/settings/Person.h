@@ -7,6 +7,7 @@
 #include <QLineEdit>
 #include <QMessageBox>
 #include <QPlainTextEdit>
+#include <QProgressDialog>
 #include <QTableView>
 #include <QTest>
 #include <QTreeView>
@@ -25,11 +26,13 @@ class Person
 public:
     using Answer = std::function<void(QDialog& dialog)>;
 
-    explicit Person(std::vector<Answer> answers) : m_answers(std::move(answers))
+    /// Progress is not answered, unless the test is about that: how long something takes is not known.
+    explicit Person(std::vector<Answer> answers, bool answersProgress = false) : m_answers(std::move(answers))
     {
-        QObject::connect(&m_timer, &QTimer::timeout, [this] {
+        QObject::connect(&m_timer, &QTimer::timeout, [this, answersProgress] {
             auto* const dialog = qobject_cast<QDialog*>(QApplication::activeModalWidget());
-            if (dialog == nullptr || !dialog->isVisible() || m_isAnswering)
+            if (dialog == nullptr || !dialog->isVisible() || m_isAnswering ||
+                (!answersProgress && qobject_cast<QProgressDialog*>(dialog) != nullptr))
                 return;
             m_isAnswering = true;
             if (m_next == m_answers.size())

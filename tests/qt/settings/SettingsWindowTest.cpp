@@ -345,6 +345,30 @@ TEST_F(SettingsWindowTest, AKeyIsDeletedOnlyAsThePersonHasSeenIt)
     }
 }
 
+TEST_F(SettingsWindowTest, OneDialogIsOpenAtATime)
+{
+    OpenStore();
+    Choose(0);
+    Person person({[this](QDialog& dialog) {
+        int others = 0;
+        QTimer look;
+        look.callOnTimeout([&] {
+            auto* const other = qobject_cast<QDialog*>(QApplication::activeModalWidget());
+            others += other == &dialog ? 0 : 1;
+            if (other != nullptr && other != &dialog)
+                other->reject();
+        });
+        look.start(0);
+        for (const char* const action :
+             {"openFile", "openRegistry", "export", "import", "newNode", "newValue", "editValue", "rename", "delete"})
+            Action(action)->trigger();
+        EXPECT_EQ(0, others);
+        EXPECT_THAT(Lines(), ElementsAre(u"1\tint\t4\t7", u"2\ttext\t10\tRoof", u"3\tbool\t4\ttrue"));
+        dialog.reject();
+    }});
+    QTest::keyClick(m_table, Qt::Key_Return);
+}
+
 // A search and lists that are read end with the window.
 TEST_F(SettingsWindowTest, ClosesWhileItReads)
 {

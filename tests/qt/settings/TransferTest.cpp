@@ -4,6 +4,7 @@
 #include "tests/qt/settings/Person.h"
 #include "tests/qt/settings/SettingsTesting.h"
 #include "tests/support/Eventually.h"
+#include "threads/CCustomThread.h"
 
 #include <QAction>
 #include <QDir>
@@ -14,6 +15,7 @@
 #include <atomic>
 #include <random>
 #include <stdexcept>
+#include <sys/stat.h>
 
 // What comes from outside: files that are exported, imported, or bad.
 
@@ -76,7 +78,8 @@ TEST(RegistryTransfer, LongWorkIsCancelledAndTheWindowWaitsForIt)
     parent.show();
     bool wasCancelled = false;
     {
-        Person person({[](QDialog& dialog) { QTest::mouseClick(dialog.findChild<QPushButton*>(), Qt::LeftButton); }});
+        Person person({[](QDialog& dialog) { QTest::mouseClick(dialog.findChild<QPushButton*>(), Qt::LeftButton); }},
+                      true);
         EXPECT_TRUE(RunTransfer(&parent, QStringLiteral("work"), [&](TransferState& state) {
             wasCancelled = tev::test::Eventually([&] { return state.IsCancelled(); });
         }));
@@ -97,6 +100,36 @@ TEST(RegistryTransfer, LongWorkIsCancelledAndTheWindowWaitsForIt)
     }));
     EXPECT_FALSE(
         RunTransfer(&parent, QStringLiteral("failure"), [](TransferState&) { throw std::runtime_error("no"); }));
+}
+
+// The import waits for somebody to write into the pipe.
+TEST(RegistryTransfer, AWindowThatIsToCloseClosesWhenWorkHasEnded)
+{
+    const QTemporaryDir folder;
+    const QByteArray pipe = QFile::encodeName(folder.filePath(QStringLiteral("in.reg")));
+    ASSERT_EQ(0, mkfifo(pipe.constData(), 0600));
+    SettingsWindow window(std::make_unique<RegistrySource>());
+    window.show();
+    QAction& import = *window.findChild<QAction*>(QStringLiteral("import"));
+    int step = 0;
+    QTimer next;
+    next.callOnTimeout([&] {
+        if (CCustomThread::GetRunningThreadCount() == 0) // the person is still asked
+            return;
+        import.trigger();
+        EXPECT_FALSE(window.close());
+        EXPECT_TRUE(window.isVisible());
+        if (++step == 2)
+            QFile(QFile::decodeName(pipe)).open(QIODevice::WriteOnly);
+    });
+    next.start(20);
+    {
+        Person person({Person::Choose(QFile::decodeName(pipe)), Person::Click(QMessageBox::Yes)});
+        import.trigger();
+    }
+    next.stop();
+    EXPECT_EQ(2, step);
+    EXPECT_TRUE(QTest::qWaitFor([&] { return !window.isVisible(); }, kPatience));
 }
 
 TEST(StoreTransfer, StoresAreCopiedIntoAFileAndTakenOverFromIt)
