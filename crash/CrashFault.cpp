@@ -324,7 +324,8 @@ void ReportAndEnd(unsigned type, const platform::SignalEvent* event) noexcept
         WriteReportPath();
     else if (g_place.load() >= 0)
     {
-        if (const char* const path = platform::LetHelperFinish(g_place.load(), MillisecondsUntil(start + kDeadline)))
+        const char* const path = platform::LetHelperFinish(g_place.load(), MillisecondsUntil(start + kDeadline));
+        if (path != nullptr && *path != '\0')
             platform::WriteErrorLine("crash report: ", path);
     }
     EndProcess();

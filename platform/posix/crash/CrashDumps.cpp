@@ -67,7 +67,13 @@ bool Receive(int socket, HelperMessage awaited, HelperAnswer& answer, unsigned t
     for (std::int64_t left = timeoutMs; left > 0; left = end - MonotonicMs())
     {
         pollfd waiting = {socket, POLLIN, 0};
-        if (poll(&waiting, 1, static_cast<int>(left)) != 1)
+        const int ready = poll(&waiting, 1, static_cast<int>(left));
+        if (ready < 0 && errno == EINVAL) // the process may have no descriptors
+        {
+            const timespec shortly = {0, 1000000};
+            nanosleep(&shortly, nullptr);
+        }
+        else if (ready != 1)
             continue;
         const ssize_t size = recv(socket, &answer, sizeof answer, MSG_DONTWAIT);
         if (size == 0 || (size < 0 && errno != EINTR && errno != EAGAIN))
@@ -194,6 +200,8 @@ void StartHelper(const char* helperPath) noexcept
     close(ends[1]);
     if (helperEnd < 0)
         return;
+    const int on = 1; // before the first message
+    setsockopt(helperEnd, SOL_SOCKET, SO_PASSCRED, &on, sizeof on);
     const bool isStarted = Spawn(helperPath, helperEnd);
     close(helperEnd); // so that the end of the helper closes the channel
     if (!isStarted)

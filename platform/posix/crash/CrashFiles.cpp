@@ -6,15 +6,24 @@
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace tev::platform
 {
+namespace
+{
+constexpr mode_t kPrivate = 0600;
+}
+
 int CreatePrivateFile(const char* path) noexcept
 {
     // A file that another process has open, or a link's target, must not change.
     unlink(path);
-    return open(path, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600);
+    const int file = open(path, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, kPrivate);
+    if (file >= 0)
+        fchmod(file, kPrivate); // whatever the process's mask of permissions takes away
+    return file;
 }
 
 bool WriteAllBytes(int file, const void* bytes, std::size_t size) noexcept

@@ -193,6 +193,16 @@ void Limit(int resource, rlim_t limit)
     const rlimit limits = {limit, RLIM_INFINITY};
     setrlimit(static_cast<__rlimit_resource>(resource), &limits);
 }
+/// With the program's folders; where the system's own user runs it.
+void BecomeNobody()
+{
+    constexpr uid_t kNobody = 65534;
+    if (geteuid() != 0)
+        return;
+    for (const char* const folder : {".", "user", "common", "temporary"})
+        g_zero = chown(folder, kNobody, kNobody);
+    g_zero = setgid(kNobody) + setuid(kNobody);
+}
 void RunBeside(void (*work)())
 {
     std::atomic<bool> isReady{false};
@@ -359,9 +369,21 @@ const std::map<std::string, void (*)()> kWays = {
              close(i);
          WriteNowhere();
      }},
+    {"no-descriptors",
+     [] {
+         const rlimit none = {};
+         setrlimit(RLIMIT_NOFILE, &none);
+         WriteNowhere();
+     }},
     {"file-size",
      [] {
          Limit(RLIMIT_FSIZE, 1000);
+         WriteNowhere();
+     }},
+    {"other-user",
+     [] {
+         BecomeNobody();
+         umask(0777);
          WriteNowhere();
      }},
     {"folder-lock",

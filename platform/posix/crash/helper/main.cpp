@@ -18,6 +18,7 @@
 #include <utility>
 
 #include <dlfcn.h>
+#include <grp.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -103,6 +104,33 @@ bool WriteDump(pid_t process, const DumpOrder& order, const char* path)
     return isWritten;
 }
 
+/// One message, with the user that has sent it; a size as recv gives it.
+ssize_t ReceivePacket(void* packet, std::size_t capacity, ucred& sender)
+{
+    iovec part = {packet, capacity};
+    alignas(cmsghdr) char control[CMSG_SPACE(sizeof sender)];
+    msghdr message = {};
+    message.msg_iov = &part;
+    message.msg_iovlen = 1;
+    message.msg_control = control;
+    message.msg_controllen = sizeof control;
+    const ssize_t size = recvmsg(kHelperSocket, &message, MSG_CMSG_CLOEXEC);
+    const cmsghdr* const head = size < 0 ? nullptr : CMSG_FIRSTHDR(&message);
+    if (head != nullptr && head->cmsg_level == SOL_SOCKET && head->cmsg_type == SCM_CREDENTIALS)
+        std::memcpy(&sender, CMSG_DATA(head), sizeof sender);
+    return size;
+}
+
+/// A process may give up its rights after it has started the helper, which must not do for it what it may not do any more,
+/// and whose files must be that user's. False where the rights cannot be given up.
+bool TakeRightsOf(const ucred& sender)
+{
+    if (geteuid() != 0 || (sender.uid == geteuid() && sender.gid == getegid()))
+        return true;
+    return setgroups(0, nullptr) == 0 && setresgid(sender.gid, sender.gid, sender.gid) == 0 &&
+           setresuid(sender.uid, sender.uid, sender.uid) == 0;
+}
+
 class Helper
 {
 public:
@@ -115,11 +143,14 @@ public:
             packet[sizeof(TracesPiece) > sizeof(DumpOrder) ? sizeof(TracesPiece) : sizeof(DumpOrder)];
         for (;;)
         {
-            const ssize_t size = recv(kHelperSocket, packet, sizeof packet, 0);
+            ucred sender = {};
+            const ssize_t size = ReceivePacket(packet, sizeof packet, sender);
             if (size < 0 && errno == EINTR)
                 continue;
             if (size < static_cast<ssize_t>(sizeof(HelperHead)))
                 break;
+            if (!TakeRightsOf(sender))
+                return;
             Obey(packet, static_cast<std::size_t>(size));
         }
         // The process has ended. A report that it could not finish is still to be made.
