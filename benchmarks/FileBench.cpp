@@ -64,10 +64,10 @@ BENCHMARK_TEMPLATE(Gather, String)->Name("MemFile/Gather16MiB/string")->Arg(4)->
 class OurFile
 {
 public:
-    OurFile(const tev::test::TempFolder& folder, bool writes)
-        : m_file(folder.WidePath("file").c_str(),
-                 writes ? CXFile::modeWrite | CXFile::modeCreate | CXFile::modeNoInherit
-                        : CXFile::modeRead | CXFile::shareDenyWrite | CXFile::modeNoInherit)
+    static std::wstring PathIn(const tev::test::TempFolder& folder) { return folder.WidePath("file"); }
+    OurFile(const std::wstring& path, bool writes)
+        : m_file(path.c_str(), writes ? CXFile::modeWrite | CXFile::modeCreate | CXFile::modeNoInherit
+                                      : CXFile::modeRead | CXFile::shareDenyWrite | CXFile::modeNoInherit)
     {
     }
     void Write(const std::string& block) { m_file.Write(block.data(), static_cast<unsigned>(block.size())); }
@@ -83,10 +83,8 @@ private:
 class StdioFile
 {
 public:
-    StdioFile(const tev::test::TempFolder& folder, bool writes)
-        : m_file(std::fopen(folder.Path("file").c_str(), writes ? "wbe" : "rbe"))
-    {
-    }
+    static std::string PathIn(const tev::test::TempFolder& folder) { return folder.Path("file").string(); }
+    StdioFile(const std::string& path, bool writes) : m_file(std::fopen(path.c_str(), writes ? "wbe" : "rbe")) {}
     ~StdioFile() { std::fclose(m_file); }
     StdioFile(const StdioFile&) = delete;
     StdioFile& operator=(const StdioFile&) = delete;
@@ -102,8 +100,9 @@ void OpenAndClose(benchmark::State& state)
 {
     const tev::test::TempFolder folder;
     folder.WriteFile("file", "x");
+    const auto path = File::PathIn(folder);
     for (auto _ : state)
-        File file(folder, false);
+        File file(path, false);
 }
 BENCHMARK_TEMPLATE(OpenAndClose, OurFile)->Name("File/OpenAndClose/ours");
 BENCHMARK_TEMPLATE(OpenAndClose, StdioFile)->Name("File/OpenAndClose/stdio");
@@ -112,15 +111,16 @@ template <class File>
 void WriteAndRead(benchmark::State& state)
 {
     const tev::test::TempFolder folder;
+    const auto path = File::PathIn(folder);
     std::string block(static_cast<size_t>(state.range(0)), 'x');
     for (auto _ : state)
     {
         {
-            File file(folder, true);
+            File file(path, true);
             for (size_t written = 0; written < kGathered; written += block.size())
                 file.Write(block);
         }
-        File file(folder, false);
+        File file(path, false);
         while (file.Read(block))
             benchmark::DoNotOptimize(block.data());
     }

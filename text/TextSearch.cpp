@@ -243,18 +243,22 @@ size_t CommonLengthPlainly(const wchar_t* left, const wchar_t* right, size_t cou
     size_t at = 0;
 #if defined(__x86_64__)
     constexpr size_t kAtOnce = 16 / sizeof(wchar_t);
-    for (; count - at >= 2 * kAtOnce; at += 2 * kAtOnce)
+    for (; count - at >= 8 * kAtOnce; at += 2 * kAtOnce)
     {
         const unsigned differences = DifferencesOfBlock(left + at, right + at) |
                                      DifferencesOfBlock(left + at + kAtOnce, right + at + kAtOnce) << 16;
         if (differences != 0)
             return at + FirstDifference(differences);
     }
-    for (; count >= kAtOnce && at < count; at += kAtOnce)
+    if (count >= kAtOnce)
     {
-        at = std::min(at, count - kAtOnce);
-        if (const unsigned differences = DifferencesOfBlock(left + at, right + at))
-            return at + FirstDifference(differences);
+        for (;; at = std::min(at + kAtOnce, count - kAtOnce))
+        {
+            if (const unsigned differences = DifferencesOfBlock(left + at, right + at))
+                return at + FirstDifference(differences);
+            if (at + kAtOnce >= count)
+                return count;
+        }
     }
 #endif
     for (; at < count && left[at] == right[at]; ++at)
