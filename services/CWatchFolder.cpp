@@ -208,9 +208,7 @@ unsigned int CWatchFolder::OnDeviceChange(unsigned int event, unsigned __int64 d
 {
     const auto* device = reinterpret_cast<const DeviceEvent*>(static_cast<std::uintptr_t>(data));
     if (device == nullptr)
-        tev::NoteBadArgument("CWatchFolder::OnDeviceChange");
-    if (device == nullptr)
-        return 0;
+        return tev::NoteBadArgument("CWatchFolder::OnDeviceChange") ? 1 : 0;
     if (device->m_device == kDeviceHandle)
         return OnFolderOfVolume(event, device->m_folder) ? 1 : 0;
     if (device->m_device != kDeviceVolume || !m_driveInsertion || (event != kVolumeArrived && event != kRemoveComplete))

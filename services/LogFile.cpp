@@ -154,6 +154,7 @@ private:
     template <class T>
     void WriteText(const Text* tabs, const T* message, std::size_t length, unsigned level) X_REQUIRES(m_lock);
     void GoToEnd() X_REQUIRES(m_lock);
+    void MoveRest() X_REQUIRES(m_lock);
     const Text* TabsOf(unsigned thread) const X_REQUIRES(m_lock)
     {
         return m_tabs->GetCount() == 0 ? nullptr : m_tabs->Find(thread);
@@ -168,6 +169,7 @@ private:
     Text m_decoded X_GUARDED_BY(m_lock);               // the last narrow message that is not ASCII
     bool m_hasEnd X_GUARDED_BY(m_lock) = false;        // a pipe or a terminal has none
     bool m_isLineOpen X_GUARDED_BY(m_lock) = false;    // the last message has no line end
+    bool m_hasRest X_GUARDED_BY(m_lock) = false;       // the last message could not be written as a whole
     unsigned m_forking X_GUARDED_BY(m_lock) = 0;       // the thread that forks
 };
 
@@ -199,6 +201,7 @@ void Log::OpenFile(const Text& name, LogFileMode mode)
         XThrow<CXFileException>(failure);
     m_hasEnd = MoveInLog(*file, 0, CXFile::end) != kNoPosition;
     m_isLineOpen = false;
+    m_hasRest = false;
     m_tabs = std::make_unique<Tabs>();
     PublishPath(&path);
     m_file = std::move(file);
@@ -253,7 +256,7 @@ template <class T>
 void Log::Write(const T* message, unsigned level)
 {
     const tev::LockGuard guard(m_lock);
-    if (m_file == nullptr || (Level() & xLogOff) != 0)
+    if (m_file == nullptr)
         return;
     const Text* tabs = TabsOf(ThisThread());
     if (IsTooDeep(tabs))
@@ -286,6 +289,7 @@ template <class T>
 void Log::WriteText(const Text* tabs, const T* message, std::size_t length, unsigned level)
 {
     GoToEnd();
+    m_hasRest = true; // unless all is written
     const bool startsLine = !m_isLineOpen && length != 0 && !IsLineEnd(message[0]);
     if (startsLine && g_prefix.load(std::memory_order_relaxed) != xLogNoPrefix)
         m_file->WriteString(Prefix(level));
@@ -295,6 +299,7 @@ void Log::WriteText(const Text* tabs, const T* message, std::size_t length, unsi
     if (length != 0)
         m_isLineOpen = !IsLineEnd(message[length - 1]);
     m_file->Flush();
+    m_hasRest = false;
 }
 
 /// Another program may have cut the file, as log rotation does, or appended to it.
@@ -302,9 +307,27 @@ void Log::GoToEnd()
 {
     if (!m_hasEnd)
         return;
+    if (m_hasRest)
+        MoveRest();
     const unsigned __int64 end = MoveInLog(*m_file, 0, CXFile::end);
     if (end != kNoPosition && end % 2 != 0)
         MoveInLog(*m_file, static_cast<__int64>(end - 1), CXFile::begin); // a character was cut in two
+}
+
+/// What could not be written is still in the file's buffer. Where the file was cut meanwhile, as it is on a full disk, it goes
+/// to the new end.
+void Log::MoveRest()
+{
+    constexpr char kMark[] = {'\xFF', '\xFE'};
+    const unsigned __int64 position = m_file->CXFile::GetPosition();
+    const unsigned __int64 end = m_file->CXFile::GetLength();
+    if (position <= end)
+        return;
+    m_file->CXFile::Seek(0, CXFile::end);
+    if (end == 0)
+        m_file->CXFile::Write(kMark, sizeof kMark);
+    if ((position - end) % 2 != 0)
+        m_file->CXFile::Write(" ", 1); // in place of the half of a character that was written
 }
 
 unsigned Log::AddTab(bool add)

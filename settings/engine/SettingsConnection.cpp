@@ -24,7 +24,7 @@ int LastFileError(sqlite3* handle) noexcept
     if (sqlite3_file_control(handle, "main", SQLITE_FCNTL_LAST_ERRNO, &error) == SQLITE_OK && error != 0)
         return error;
     if (sqlite3_file_control(handle, "main", SQLITE_FCNTL_JOURNAL_POINTER, static_cast<void*>(&log)) == SQLITE_OK &&
-        log != nullptr && log->pMethods != nullptr)
+        log->pMethods != nullptr) // which a journal that is not open lacks
         log->pMethods->xFileControl(log, SQLITE_FCNTL_LAST_ERRNO, &error);
     return error;
 }

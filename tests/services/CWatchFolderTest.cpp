@@ -1,5 +1,6 @@
 #include "services/CWatchFolder.h"
 
+#include "objects/LastFailure.h"
 #include "platform/PathNames.h"
 #include "tests/services/WatchFolderFixture.h"
 #include "tests/support/Eventually.h"
@@ -346,6 +347,7 @@ TEST_F(CWatchFolderTest, VolumesAreReleasedForRemoval)
         return m_watcher.OnDeviceChange(event, reinterpret_cast<std::uintptr_t>(&data));
     };
     EXPECT_EQ(m_watcher.OnDeviceChange(CWatchFolder::kQueryRemove, 0), 0U);
+    EXPECT_EQ(XLastFailure().GetKind(), XFailureKind::kArgument);
     EXPECT_EQ(tell(0x8005, CWatchFolder::kDeviceHandle), 0U);
     EXPECT_EQ(tell(CWatchFolder::kQueryRemove, CWatchFolder::kDeviceHandle), 1U);
     Touch("w/a");
@@ -366,6 +368,7 @@ TEST_F(CWatchFolderTest, VolumesAreReleasedForRemoval)
     tell(CWatchFolder::kQueryRemove, CWatchFolder::kDeviceHandle);
     EXPECT_EQ(tell(CWatchFolder::kVolumeArrived, CWatchFolder::kDeviceVolume), 0U) << "not enabled yet";
     m_watcher.EnableDriveInsertionNotification(false, 4);
+    EXPECT_EQ(tell(CWatchFolder::kQueryRemove, CWatchFolder::kDeviceVolume), 0U);
     EXPECT_EQ(tell(CWatchFolder::kVolumeArrived, CWatchFolder::kDeviceVolume), 1U);
     Touch("w/c");
     EXPECT_EQ(Changes(), "! +c");

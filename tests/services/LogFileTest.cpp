@@ -337,6 +337,18 @@ TEST_F(LogFile, AFullDiskIsReportedAndTheLogGoesOn)
     fileSystem.LimitSpace(1 << 20);
     WriteToLogFile(L"after\n");
     EXPECT_EQ(Messages("a.log"), "late\nafter\n");
+    const std::tuple<unsigned, std::uintmax_t, const char*> cuts[] = {
+        {3, 0, " te\n!\n"}, {4, 0, "te\n!\n"}, {4, 4, "tte\n!\n"}, {3, 5, "ttte\n!\n"}};
+    for (const auto& [room, size, text] : cuts) // what was not written goes to the new end
+    {
+        SCOPED_TRACE(testing::Message() << room << ' ' << size);
+        fileSystem.LimitSpace(room);
+        EXPECT_EQ(Thrown([] { WriteToLogFile(L"late\n"); }), fileDiskFull);
+        std::filesystem::resize_file(m_folder.Path("a.log"), size);
+        fileSystem.LimitSpace(1 << 20);
+        WriteToLogFile(L"!\n");
+        EXPECT_EQ(Text("a.log"), text);
+    }
     CloseLogFile();
     fileSystem.LimitSpace(10);
     EXPECT_FALSE(Open("b.log")) << "the header does not fit";

@@ -116,6 +116,10 @@ TEST_F(SettingsDamage, WhatAHostileFileHoldsIsReadAsFarAsItGoes)
     };
     CRegUtil registry(kAll);
     ASSERT_TRUE(registry.SetPath(kPath, true) && registry.WriteSubKeyInt(L"sub", L"v", 1));
+    Ask(File(), "ALTER TABLE entries RENAME TO kept; CREATE VIEW entries AS SELECT * FROM kept");
+    EXPECT_EQ(registry.GetSubKeyInt(L"sub", L"v", 7), 7) << "no view is executed";
+    Ask(File(), "DROP VIEW entries; ALTER TABLE kept RENAME TO entries");
+    EXPECT_EQ(registry.GetSubKeyInt(L"sub", L"v", 7), 1);
     MakeOlder(); // checksums would keep it from being read
     Ask(File(), "UPDATE entries SET name = x'C328ED00FF', data = CAST(x'C3A9C3A9' AS TEXT), type = 77777777777;"
                 "UPDATE keys SET name = x'F8' WHERE id > 9");
@@ -298,6 +302,28 @@ bool Fill(const std::string& folder)
     while (write(file, block.data(), block.size()) > 0)
         continue;
     return close(file) == 0 && errno == ENOSPC;
+}
+
+// As after a device was taken away and put back: the file is the same, but the descriptor works no more.
+TEST_F(SettingsDamage, AFileIsOpenedAnewAfterAnError)
+{
+    CRegUtil registry(kAll);
+    ASSERT_TRUE(registry.SetPath(kPath, true) && registry.WriteKeyInt(L"v", 5));
+    const std::string log = File() + "-wal";
+    const int unreadable = open(log.c_str(), O_WRONLY | O_CLOEXEC);
+    std::error_code failure;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd"))
+    {
+        const int descriptor = std::stoi(entry.path().filename());
+        if (descriptor != unreadable && std::filesystem::read_symlink(entry, failure) == log)
+            dup3(unreadable, descriptor, O_CLOEXEC);
+    }
+    close(unreadable);
+    EXPECT_EQ(Ask(File(), "UPDATE sqlite_sequence SET seq = seq + 1"), ""); // so that the log is read again
+    EXPECT_EQ(registry.GetSubKeyInt(L"", L"v", 7), 7);
+    EXPECT_EQ(registry.GetLastError(), 6) << "of the descriptor";
+    EXPECT_EQ(registry.GetSubKeyInt(L"", L"v", 7), 5);
+    EXPECT_TRUE(registry.WriteKeyInt(L"v", 6));
 }
 
 TEST_F(SettingsDamage, AFullDiskCanBeRead)
