@@ -34,16 +34,11 @@ char32_t UnitAt(const wchar_t* text)
     return static_cast<char32_t>(*text) & (sizeof(wchar_t) == 2 ? 0xFFFFu : 0xFFFFFFFFu);
 }
 
-/// Calls `append` with each byte.
+/// Calls `append` with each byte of what is not ASCII.
 template <class Append>
 void AppendUtf8(Append&& append, char32_t c)
 {
     const auto continuation = [](char32_t bits) { return static_cast<char>(0x80 | (bits & 0x3F)); };
-    if (c < 0x80)
-    {
-        append(static_cast<char>(c));
-        return;
-    }
     if (c < 0x800)
     {
         append(static_cast<char>(0xC0 | (c >> 6)));
@@ -73,6 +68,11 @@ bool EncodePath(const wchar_t* path, Append&& append)
     for (; *path != L'\0'; ++path)
     {
         char32_t c = UnitAt(path);
+        if (c < 0x80)
+        {
+            append(static_cast<char>(c == U'\\' ? U'/' : c));
+            continue;
+        }
         if (IsHighSurrogate(c) && IsLowSurrogate(UnitAt(path + 1)))
         {
             ++path;
@@ -83,7 +83,7 @@ bool EncodePath(const wchar_t* path, Append&& append)
         else if (IsHighSurrogate(c) || IsLowSurrogate(c) || c > kHighestCodePoint)
             return false;
         else
-            AppendUtf8(append, c == U'\\' ? U'/' : c);
+            AppendUtf8(append, c);
     }
     return true;
 }
