@@ -1,10 +1,8 @@
 #include "arrays/CElementArray.h"
 
-#include "arrays/ElementKinds.h"
 #include "tests/support/ArchiveTools.h"
 #include "tests/support/FailingAllocations.h"
 #include "tests/support/PrintText.h"
-#include "tests/support/Testing.h"
 #include "tests/support/TrackedElements.h"
 
 namespace

@@ -1,9 +1,7 @@
 #include "arrays/CElementArray.h"
 
-#include "arrays/ElementKinds.h"
 #include "tests/support/ArchiveTools.h"
 #include "tests/support/PrintText.h"
-#include "tests/support/Testing.h"
 #include "tests/support/TrackedElements.h"
 
 namespace

@@ -2,7 +2,6 @@
 
 #include "tests/support/ArchiveTools.h"
 #include "tests/support/FailingAllocations.h"
-#include "tests/support/Testing.h"
 
 namespace
 {

@@ -4,7 +4,6 @@
 #include "tests/support/ArrayModel.h"
 #include "tests/support/FailingAllocations.h"
 #include "tests/support/PrintText.h"
-#include "tests/support/Testing.h"
 #include "tests/support/Tracked.h"
 
 #include <mutex>

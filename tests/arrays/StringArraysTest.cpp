@@ -3,7 +3,6 @@
 #include "tests/support/FailingAllocations.h"
 #include "tests/support/FileFailure.h"
 #include "tests/support/PrintText.h"
-#include "tests/support/Testing.h"
 
 namespace
 {

@@ -7,13 +7,10 @@
 #include "tests/support/Debugger.h"
 #include "tests/support/Eventually.h"
 #include "tests/support/ForkedChild.h"
-#include "tests/support/Places.h"
+#include "tests/support/OnThreads.h"
 #include "tests/support/Sanitized.h"
 #include "tests/support/StoreBytes.h"
 #include "tests/support/TestRegistry.h"
-#include "tests/support/Testing.h"
-
-#include <sys/syscall.h>
 
 using namespace tev::test;
 
@@ -32,7 +29,6 @@ using CrashesThread = Crashes;
 
 constexpr int kCaughtNoMemory = 30;
 constexpr int kCaughtInvalidArgument = 31;
-constexpr int kBySignal = 128;
 constexpr int kNoReport = -1;
 const std::string kProduct = "tevtools_crash_ways";
 
@@ -184,20 +180,14 @@ TEST_F(CrashesThread, EachWayEndsAsDocumentedWithOneReport)
 {
     constexpr int kWorkers = 12;
     std::atomic<std::size_t> next{0};
-    std::vector<std::thread> workers;
-    for (int i = 0; i < kWorkers; ++i)
-    {
-        workers.emplace_back([&next] {
-            for (std::size_t index = next++; index < 2 * std::size(kRows); index = next++)
-            {
-                const CrashRow& row = kRows[index / 2];
-                if (index % 2 == 0 || row.isTwiceTried)
-                    Expect(row, index % 2 == 0 ? "" : "/no/helper");
-            }
-        });
-    }
-    for (std::thread& worker : workers)
-        worker.join();
+    OnThreads(kWorkers, [&next](int) {
+        for (std::size_t index = next++; index < 2 * std::size(kRows); index = next++)
+        {
+            const CrashRow& row = kRows[index / 2];
+            if (index % 2 == 0 || row.isTwiceTried)
+                Expect(row, index % 2 == 0 ? "" : "/no/helper");
+        }
+    });
 }
 
 /// A start of the program with the folders of another one that has ended: the files of the reports that it asks about.

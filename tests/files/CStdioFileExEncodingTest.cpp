@@ -1,13 +1,10 @@
 #include "files/CStdioFileEx.h"
 
-#include "objects/CXFileException.h"
 #include "tests/support/FailingAllocations.h"
 #include "tests/support/FailingFileSystem.h"
 #include "tests/support/FileFailure.h"
 #include "tests/support/TempFolder.h"
-#include "tests/support/Testing.h"
 #include "tests/support/TextFiles.h"
-#include "tests/support/TextTools.h"
 
 #include <sys/stat.h>
 
@@ -29,27 +26,14 @@ std::string Encoded(const std::wstring& text, unsigned unit, bool bigEndian)
 
 TEST(CStdioFileExEncoding, WritesTheEncodingThatWasAskedFor)
 {
-    const struct
-    {
-        unsigned mode;
-        unsigned codePage; // 0: none is set
-        std::wstring text;
-        std::string bytes; // of the text written twice
-        bool hasBom;
-    } cases[] = {
-        {kNew | kUtf16, 0, L"a\r\n",
-         "\xFF\xFE"
-         "a\0\r\0\n\0"
-         "a\0\r\0\n\0"s,
-         true},
+    // codePage (0: none is set), bytes (of the text written twice)
+    const std::tuple<unsigned, unsigned, std::wstring, std::string, bool> cases[] = {
+        {kNew | kUtf16, 0, L"a\r\n", "\xFF\xFE"s + "a\0\r\0\n\0a\0\r\0\n\0"s, true},
         {kNew | kUtf16, 0, L"\u4E0A\U0001D11E\xD834!",
          "\xFF\xFE\x0A\x4E\x34\xD8\x1E\xDD\x34\xD8!\0\x0A\x4E\x34\xD8\x1E\xDD\x34\xD8!\0"s, true},
         {kNew | kUtf16, 1252, L"\u00E9", "\xFF\xFE\xE9\0\xE9\0"s, true},
         {kNew | kUtf16, 0, L"", "\xFF\xFE", true},
-        {CXFile::modeWrite | CXFile::modeCreate | kUtf16 | kUtf8, 0, L"a",
-         "\xFF\xFE"
-         "a\0a\0"s,
-         true},
+        {CXFile::modeWrite | CXFile::modeCreate | kUtf16 | kUtf8, 0, L"a", "\xFF\xFE"s + "a\0a\0"s, true},
         {kNew, 0, L"\u00E9\n", "\xE9\n\xE9\n", false},
         {kNew | kUtf8, 0, L"\u00E9\U0001D11E\n", "\xC3\xA9\xF0\x9D\x84\x9E\n\xC3\xA9\xF0\x9D\x84\x9E\n", false},
         {kNew, 65001, L"\u00E9", "\xC3\xA9\xC3\xA9", false},
@@ -59,21 +43,21 @@ TEST(CStdioFileExEncoding, WritesTheEncodingThatWasAskedFor)
     };
     const AnsiCodePage ansi(1252);
     const TempFolder folder;
-    for (const auto& c : cases)
+    for (const auto& [mode, codePage, text, bytes, hasBom] : cases)
     {
-        SCOPED_TRACE(testing::PrintToString(c.bytes));
-        CStdioFileEx file(folder.WidePath("text").c_str(), c.mode);
-        if (c.codePage != 0)
-            file.SetCodePage(CodePage(c.codePage));
+        SCOPED_TRACE(testing::PrintToString(bytes));
+        CStdioFileEx file(folder.WidePath("text").c_str(), mode);
+        if (codePage != 0)
+            file.SetCodePage(CodePage(codePage));
         file.WriteString(static_cast<const wchar_t*>(nullptr));
         EXPECT_EQ(file.GetLength(), 0u);
-        file.WriteString(c.text.c_str());
-        file.WriteString(c.text.c_str());
-        EXPECT_EQ(file.HasBom(), c.hasBom);
-        EXPECT_EQ((file.GetOpenMode() & CStdioFileEx::kUtf16Written) != 0, (c.mode & kUtf16) != 0);
-        EXPECT_EQ(file.GetLength(), c.bytes.size());
+        file.WriteString(text.c_str());
+        file.WriteString(text.c_str());
+        EXPECT_EQ(file.HasBom(), hasBom);
+        EXPECT_EQ((file.GetOpenMode() & CStdioFileEx::kUtf16Written) != 0, (mode & kUtf16) != 0);
+        EXPECT_EQ(file.GetLength(), bytes.size());
         file.Close();
-        EXPECT_EQ(folder.ReadFile("text"), c.bytes);
+        EXPECT_EQ(folder.ReadFile("text"), bytes);
     }
 }
 
@@ -91,16 +75,14 @@ TEST(CStdioFileExEncoding, WritesTheMarkOnlyAtTheStart)
     file.WriteString(L"b");
     EXPECT_FALSE(file.HasBom());
     file.Close();
-    EXPECT_EQ(folder.ReadFile("text"), "\xFF\xFE"
-                                       "a\0\n\0b\0"s);
+    EXPECT_EQ(folder.ReadFile("text"), "\xFF\xFE"s + "a\0\n\0b\0"s);
     ASSERT_TRUE(file.Open(path.c_str(), kKeep | kUtf16));
     file.WriteString(L"c");
     file.WriteString(L"d");
     file.SeekToBegin();
     file.WriteString(L"e");
     file.Flush();
-    EXPECT_EQ(folder.ReadFile("text"), "\xFF\xFE"
-                                       "e\0d\0b\0"s);
+    EXPECT_EQ(folder.ReadFile("text"), "\xFF\xFE"s + "e\0d\0b\0"s);
     file.SetLength(0);
     file.SeekToBegin();
     file.WriteString(L"a\nb");

@@ -1,14 +1,11 @@
 #include "files/CStdioFileEx.h"
 
-#include "objects/CXFileException.h"
 #include "tests/support/FailingFileSystem.h"
 #include "tests/support/FileFailure.h"
 #include "tests/support/Sanitized.h"
 #include "tests/support/TempFolder.h"
-#include "tests/support/Testing.h"
 #include "tests/support/TextFileModel.h"
 #include "tests/support/TextFiles.h"
-#include "tests/support/TextTools.h"
 
 namespace
 {
@@ -297,11 +294,7 @@ TEST(CStdioFileEx, ReadingAndWritingTakeTurnsAtTheLineThatWasRead)
 TEST(CStdioFileEx, TheMarkIsPassedOverAtTheStartOnly)
 {
     const TempFolder folder;
-    CStdioFileEx file(folder
-                          .WriteFile("text", "\xEF\xBB\xBF"
-                                             "abcd\nxyz")
-                          .c_str(),
-                      kText);
+    CStdioFileEx file(folder.WriteFile("text", "\xEF\xBB\xBF"s + "abcd\nxyz").c_str(), kText);
     CXTString<wchar_t> line;
     file.Seek(4, CXFile::begin);
     ASSERT_TRUE(file.ReadString(line));
@@ -315,15 +308,10 @@ TEST(CStdioFileEx, TheMarkIsPassedOverAtTheStartOnly)
     file.SeekToBegin();
     char bytes[4] = {};
     EXPECT_EQ(file.Read(bytes, 4), 4u);
-    EXPECT_EQ(std::string(bytes, 4), "\xEF\xBB\xBF"
-                                     "a");
+    EXPECT_EQ(std::string(bytes, 4), "\xEF\xBB\xBF"s + "a");
     ASSERT_TRUE(file.ReadString(line));
     EXPECT_EQ(line, L"bcd");
-    ASSERT_TRUE(file.Open(folder
-                              .WriteFile("wide", "\xFF\xFE"
-                                                 "a\0\n\0b\0c"s)
-                              .c_str(),
-                          kText));
+    ASSERT_TRUE(file.Open(folder.WriteFile("wide", "\xFF\xFE"s + "a\0\n\0b\0c"s).c_str(), kText));
     EXPECT_EQ(file.GetCharCount(), 3u);
 }
 
@@ -347,8 +335,7 @@ TEST(CStdioFileEx, ScansTheNextLine)
 TEST(CStdioFileEx, OpenTellsWhyItFailed)
 {
     const TempFolder folder;
-    const std::wstring path = folder.WriteFile("text", "\xFF\xFE"
-                                                       "a\0"s);
+    const std::wstring path = folder.WriteFile("text", "\xFF\xFE"s + "a\0"s);
     const CXFile locked(folder.WriteFile("locked", "a").c_str(), CXFile::modeRead | CXFile::shareExclusive);
     const struct
     {
@@ -422,8 +409,7 @@ TEST(CStdioFileEx, WhatCannotGoBackToItsStartIsNotReadFromElsewhere)
 TEST(CStdioFileEx, AFailureWhileReadingLeavesTheLineEmpty)
 {
     const TempFolder folder;
-    const std::wstring path = folder.WriteFile("text", "\xEF\xBB\xBF"
-                                                       "one\rtwo and more");
+    const std::wstring path = folder.WriteFile("text", "\xEF\xBB\xBF"s + "one\rtwo and more");
     FailingFileSystem disk;
     unsigned failures = 0;
     for (unsigned operation = 1; operation <= 20; ++operation)

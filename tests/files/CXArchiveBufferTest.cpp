@@ -1,10 +1,7 @@
 #include "files/CXArchive.h"
 
-#include "files/CXMemFile.h"
-#include "objects/CXFileException.h"
 #include "tests/support/ArchiveStream.h"
 #include "tests/support/PrintText.h"
-#include "tests/support/Testing.h"
 
 namespace
 {

@@ -1,11 +1,8 @@
 #include "files/CXArchive.h"
 
-#include "objects/CXException.h"
-#include "objects/ThreadException.h"
 #include "tests/support/ArchiveStream.h"
 #include "tests/support/FailingAllocations.h"
 #include "tests/support/Sanitized.h"
-#include "tests/support/Testing.h"
 
 #include <pthread.h>
 

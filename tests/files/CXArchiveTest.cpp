@@ -1,11 +1,7 @@
 #include "files/CXArchive.h"
 
-#include "files/CXMemFile.h"
-#include "objects/ThreadException.h"
 #include "tests/support/ArchiveStream.h"
-#include "tests/support/FileFailure.h"
 #include "tests/support/PrintText.h"
-#include "tests/support/Testing.h"
 #include "tests/support/TextTools.h"
 
 namespace

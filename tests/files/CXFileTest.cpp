@@ -2,15 +2,13 @@
 
 #include "files/CStdioFileEx.h"
 #include "files/CXMemFile.h"
-#include "objects/CXFileException.h"
 #include "services/CPathString.h"
 #include "tests/support/FailingFileSystem.h"
 #include "tests/support/FileFailure.h"
 #include "tests/support/ForkedChild.h"
 #include "tests/support/OnThreads.h"
-#include "tests/support/System.h"
+#include "tests/support/Pipe.h"
 #include "tests/support/TempFolder.h"
-#include "tests/support/Testing.h"
 
 namespace
 {
@@ -60,22 +58,6 @@ void ExpectOpenedByPath(const std::filesystem::path& path)
     EXPECT_FALSE(opened.Open(path / "none", kShared, &error));
     EXPECT_EQ(std::filesystem::path(CPathString(error.GetFileName())), path / "none");
 }
-
-class Pipe
-{
-public:
-    Pipe() { EXPECT_EQ(pipe(m_ends.data()), 0); }
-    ~Pipe()
-    {
-        for (const int end : m_ends)
-            close(end);
-    }
-    int In() const { return m_ends[1]; }
-    int Out() const { return m_ends[0]; }
-
-private:
-    std::array<int, 2> m_ends{};
-};
 
 // Opening
 
@@ -237,15 +219,15 @@ TEST(CXFile, LeavesAWrappedHandleToItsOwner)
 {
     const Pipe pipe;
     {
-        CXFile in(CXFile::HandleFromDescriptor(pipe.In()), true);
+        CXFile in(CXFile::HandleFromDescriptor(pipe.WriteEnd()), true);
         in.Write("hello", 5);
         EXPECT_EQ(in.Seek(0, CXFile::begin), kFailed);
         EXPECT_EQ(in.GetLength(), kFailed);
         in.Flush();
     }
-    ASSERT_EQ(write(pipe.In(), "!", 1), 1);
+    ASSERT_EQ(write(pipe.WriteEnd(), "!", 1), 1);
 
-    CXFile out(CXFile::HandleFromDescriptor(dup(pipe.Out())), true);
+    CXFile out(CXFile::HandleFromDescriptor(dup(pipe.ReadEnd())), true);
     char bytes[10] = {};
     EXPECT_EQ(out.Read(bytes, 6), 6u);
     EXPECT_STREQ(bytes, "hello!");
@@ -288,11 +270,11 @@ public:
         : m_process([&] {
               CXFile file(false);
               const bool opened = file.Open(path.c_str(), flags);
-              return write(m_opened.In(), opened ? "y" : "n", 1) == 1 && pause() == 0;
+              return write(m_opened.WriteEnd(), opened ? "y" : "n", 1) == 1 && pause() == 0;
           })
     {
         char answer = 0;
-        EXPECT_TRUE(read(m_opened.Out(), &answer, 1) == 1 && answer == 'y');
+        EXPECT_TRUE(read(m_opened.ReadEnd(), &answer, 1) == 1 && answer == 'y');
     }
     ~OtherProcess() { m_process.Kill(); }
 

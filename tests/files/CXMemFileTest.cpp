@@ -1,8 +1,6 @@
 #include "files/CXMemFile.h"
 
-#include "objects/CXFileException.h"
 #include "tests/support/FileFailure.h"
-#include "tests/support/Testing.h"
 
 namespace
 {

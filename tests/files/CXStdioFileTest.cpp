@@ -1,10 +1,8 @@
 #include "files/CXStdioFile.h"
 
-#include "objects/CXFileException.h"
 #include "tests/support/FailingFileSystem.h"
 #include "tests/support/FileFailure.h"
 #include "tests/support/TempFolder.h"
-#include "tests/support/Testing.h"
 #include "tests/support/TextTools.h"
 
 #include <unistd.h>

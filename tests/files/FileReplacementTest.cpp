@@ -3,17 +3,13 @@
 #include "files/CXArchive.h"
 #include "files/RegularFile.h"
 #include "files/ReplaceFile.h"
-#include "objects/CXException.h"
 #include "objects/ThreadStatus.h"
 #include "platform/ContainedFolder.h"
 #include "tests/support/FailingAllocations.h"
 #include "tests/support/FailingFileSystem.h"
 #include "tests/support/FileFailure.h"
-#include "tests/support/ForkedChild.h"
 #include "tests/support/NoUnnamedFiles.h"
-#include "tests/support/System.h"
 #include "tests/support/TempFolder.h"
-#include "tests/support/Testing.h"
 
 namespace
 {
@@ -27,19 +23,6 @@ void Replace(const std::wstring& path, TemporaryName naming)
     FileReplacement replacement(path.c_str(), naming);
     replacement.Begin().Write("new", 3);
     replacement.Commit();
-}
-
-std::set<std::string> NamesIn(const TempFolder& folder)
-{
-    std::set<std::string> names;
-    for (const auto& entry : std::filesystem::directory_iterator(folder.Path()))
-        names.insert(entry.path().filename().string());
-    return names;
-}
-
-int OpenDescriptors()
-{
-    return static_cast<int>(std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}));
 }
 
 TEST(FileReplacement, ReachesTheDiskBeforeItTakesThePlace)
@@ -75,13 +58,13 @@ TEST(FileReplacement, FailsWithTheOldFileAndNothingElse)
         {
             const TempFolder folder;
             const std::wstring path = folder.WriteFile("file", "old");
-            const int descriptors = OpenDescriptors();
+            const auto descriptors = OpenDescriptors();
             FailingFileSystem files;
             files.FailAt(n, EIO);
             const int thrown = Thrown([&] { Replace(path, naming); });
             const std::string step = files.FailedStep();
             SCOPED_TRACE(step);
-            EXPECT_EQ(NamesIn(folder), std::set<std::string>{"file"});
+            EXPECT_EQ(folder.Names(), std::set<std::string>{"file"});
             EXPECT_EQ(OpenDescriptors(), descriptors);
             if (thrown == kNothingThrown)
             {
@@ -105,10 +88,10 @@ TEST(FileReplacement, FailsCleanlyWithoutMemory)
         const std::wstring path = folder.WidePath("file");
         const unsigned allocations = FailEachAllocation([&](FailingAllocations& failing) {
             folder.WriteFile("file", "old");
-            const int descriptors = OpenDescriptors();
+            const auto descriptors = OpenDescriptors();
             const bool isReplaced = failing.Run([&] { Replace(path, naming); });
             EXPECT_EQ(folder.ReadFile("file"), isReplaced ? "new" : "old");
-            EXPECT_EQ(NamesIn(folder), std::set<std::string>{"file"});
+            EXPECT_EQ(folder.Names(), std::set<std::string>{"file"});
             EXPECT_EQ(OpenDescriptors(), descriptors);
         });
         EXPECT_GT(allocations, 2U);
@@ -153,11 +136,11 @@ TEST(FileReplacement, RemovesWhatEndedProcessesLeft)
     Replace(path, TemporaryName::Own);
     std::set<std::string> expected(std::begin(kept), std::end(kept));
     expected.insert({"file", ".tevtools-99-2.tmp", ".tevtools-99-3.tmp"});
-    EXPECT_EQ(NamesIn(folder), expected);
+    EXPECT_EQ(folder.Names(), expected);
     close(writer);
     Replace(path, TemporaryName::Own);
     expected.erase(".tevtools-99-2.tmp");
-    EXPECT_EQ(NamesIn(folder), expected);
+    EXPECT_EQ(folder.Names(), expected);
 }
 
 TEST(FileReplacement, AnExtractionDoesNotTakeACompleteFileForALeftOne)
@@ -205,7 +188,7 @@ TEST(FileReplacement, WorksWhereFilesMustHaveNames)
             static_cast<void>(ForbidUnnamedFiles());
             FileReplacement replacement(path.c_str());
             replacement.Begin().Write("new", 3);
-            if (NamesIn(folder).size() != 2 || isKilled)
+            if (folder.Names().size() != 2 || isKilled)
                 _exit(1);
             replacement.Commit();
             return 0;
@@ -213,13 +196,13 @@ TEST(FileReplacement, WorksWhereFilesMustHaveNames)
     };
     EXPECT_EQ(replace(true), 1);
     EXPECT_EQ(folder.ReadFile("file"), "old");
-    EXPECT_EQ(NamesIn(folder).size(), 2U) << "with the temporary file";
+    EXPECT_EQ(folder.Names().size(), 2U) << "with the temporary file";
     Replace(path, TemporaryName::Own);
-    EXPECT_EQ(NamesIn(folder), std::set<std::string>{"file"});
+    EXPECT_EQ(folder.Names(), std::set<std::string>{"file"});
     folder.WriteFile("file", "old");
     EXPECT_EQ(replace(false), 0);
     EXPECT_EQ(folder.ReadFile("file"), "new");
-    EXPECT_EQ(NamesIn(folder), std::set<std::string>{"file"});
+    EXPECT_EQ(folder.Names(), std::set<std::string>{"file"});
 }
 
 TEST(FileReplacement, AThreadThatIsAskedToEndWaitsShortly)
@@ -286,7 +269,7 @@ TEST(FileReplacement, IsWhatWasWrittenOrNothing)
         EXPECT_EQ(cause, isFull ? int{fileDiskFull} : kNothingThrown);
         EXPECT_EQ(folder.ReadFile("file") == "old", isFull);
     }
-    EXPECT_EQ(NamesIn(folder), std::set<std::string>{"file"});
+    EXPECT_EQ(folder.Names(), std::set<std::string>{"file"});
     EXPECT_EQ(Thrown([&] { XReplaceFile(folder.WidePath("none/file").c_str(), write); }), fileNotFound);
 }
 

@@ -4,7 +4,6 @@
 #include "maps/CIntMap.h"
 #include "tests/support/FailingAllocations.h"
 #include "tests/support/PrintText.h"
-#include "tests/support/Testing.h"
 #include "tests/support/Tracked.h"
 
 // How long entries live, and what happens to them where memory is short or an element throws.

@@ -6,7 +6,6 @@
 #include "tests/support/FailingAllocations.h"
 #include "tests/support/HashTableModel.h"
 #include "tests/support/PrintText.h"
-#include "tests/support/Testing.h"
 #include "tests/support/Tracked.h"
 
 namespace

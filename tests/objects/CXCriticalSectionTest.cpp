@@ -3,7 +3,6 @@
 #include "platform/ThreadLocks.h"
 #include "tests/support/Eventually.h"
 #include "tests/support/OnThreads.h"
-#include "tests/support/Testing.h"
 
 namespace
 {

@@ -1,13 +1,10 @@
 #include "objects/CXArchiveException.h"
-#include "objects/CXFileException.h"
 #include "objects/CXInternetException.h"
-#include "objects/ThreadException.h"
 #include "tests/support/BusyFork.h"
 #include "tests/support/CountedException.h"
 #include "tests/support/EnvironmentVariable.h"
 #include "tests/support/FileFailure.h"
 #include "tests/support/OnThreads.h"
-#include "tests/support/Testing.h"
 #include "text/Language.h"
 
 namespace

@@ -9,8 +9,6 @@
 #include "tests/support/CountedException.h"
 #include "tests/support/FailingAllocations.h"
 #include "tests/support/OnThreads.h"
-#include "tests/support/Sanitized.h"
-#include "tests/support/Testing.h"
 
 namespace first
 {

@@ -1,6 +1,5 @@
 #include "platform/CalendarTime.h"
 
-#include "tests/support/Testing.h"
 #include "tests/support/TimeZone.h"
 
 #include <random>

@@ -3,8 +3,6 @@
 #include "tests/support/Debugger.h"
 #include "tests/support/Eventually.h"
 #include "tests/support/TempFolder.h"
-#include "tests/support/Testing.h"
-#include "threads/CXThread.h"
 
 using namespace tev::platform;
 

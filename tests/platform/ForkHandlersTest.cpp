@@ -3,8 +3,7 @@
 #include "platform/CodePages.h"
 #include "platform/SystemErrors.h"
 #include "tests/support/BusyFork.h"
-#include "tests/support/System.h"
-#include "tests/support/Testing.h"
+#include "tests/support/ForkedChild.h"
 
 namespace
 {
@@ -29,13 +28,8 @@ const ForkHandler g_middle(ForkRank::FileTypes, &Call<'b'>, nullptr, &Call<'B'>)
 TEST(ForkHandlers, AreCalledByRankBeforeAForkAndBackwardsAfterIt)
 {
     g_logged = true;
-    const pid_t child = fork();
-    if (child == 0)
-        _exit(g_calls == "abcCBA" ? 0 : 1);
+    EXPECT_EQ(ResultInChild([] { return g_calls == "abcCBA" ? 0 : 1; }), 0);
     g_logged = false;
-    int status = -1;
-    EXPECT_EQ(waitpid(child, &status, 0), child);
-    EXPECT_EQ(status, 0);
     EXPECT_EQ(g_calls, "abcPR");
 }
 

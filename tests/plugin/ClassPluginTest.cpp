@@ -198,29 +198,24 @@ TEST(Module, SaysWhyItCannotBeOpened)
     std::ofstream(folder + "/text.so") << "no module";
     const CXTString<wchar_t> wideFolder = XDecodeUtf8(folder);
     Plugin module;
-    const struct
+    const std::tuple<CXTString<wchar_t>, XFailureKind, unsigned> rows[] = {
+        {wideFolder + L"/none.so", XFailureKind::kSystem, 2},
+        {wideFolder + L"/text.so", XFailureKind::kData, 0},
+        {wideFolder, XFailureKind::kData, 0},
+        {L"libc.so.6", XFailureKind::kSystem, 2}, // of the current folder
+        {L"", XFailureKind::kSystem, 2},
+        {wideFolder + L"/\xD800.so", XFailureKind::kSystem, 2}};
+    for (const auto& [path, kind, systemError] : rows)
     {
-        CXTString<wchar_t> m_path;
-        XFailureKind m_kind;
-        unsigned m_systemError;
-    } rows[] = {{wideFolder + L"/none.so", XFailureKind::kSystem, 2},
-                {wideFolder + L"/text.so", XFailureKind::kData, 0},
-                {wideFolder, XFailureKind::kData, 0},
-                {L"libc.so.6", XFailureKind::kSystem, 2}, // of the current folder
-                {L"", XFailureKind::kSystem, 2},
-                {wideFolder + L"/\xD800.so", XFailureKind::kSystem, 2}};
-    for (const auto& row : rows)
-    {
-        EXPECT_FALSE(module.Open(row.m_path));
+        EXPECT_FALSE(module.Open(path));
         EXPECT_FALSE(module.IsOpen());
-        EXPECT_GT(module.GetError().GetLength(), row.m_path.GetLength());
-        EXPECT_GE((L' ' + module.GetError()).Find(row.m_path.IsEmpty() ? L" " : row.m_path.GetConstBuffer(), 0, false),
-                  0);
+        EXPECT_GT(module.GetError().GetLength(), path.GetLength());
+        EXPECT_GE((L' ' + module.GetError()).Find(path.IsEmpty() ? L" " : path.GetConstBuffer(), 0, false), 0);
         const XFailure failure = XLastFailure();
         EXPECT_STREQ(failure.GetOperation(), "CXModule::Open");
-        EXPECT_EQ(failure.GetKind(), row.m_kind) << XEncodeUtf8(module.GetError()).GetConstBuffer();
-        EXPECT_EQ(failure.GetSystemError(), row.m_systemError) << XEncodeUtf8(module.GetError()).GetConstBuffer();
-        EXPECT_STREQ(failure.GetPath(), row.m_path);
+        EXPECT_EQ(failure.GetKind(), kind) << XEncodeUtf8(module.GetError()).GetConstBuffer();
+        EXPECT_EQ(failure.GetSystemError(), systemError) << XEncodeUtf8(module.GetError()).GetConstBuffer();
+        EXPECT_STREQ(failure.GetPath(), path);
     }
     std::filesystem::remove_all(folder);
 }

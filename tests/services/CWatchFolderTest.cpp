@@ -5,9 +5,6 @@
 #include "tests/services/WatchFolderFixture.h"
 #include "tests/support/Eventually.h"
 #include "tests/support/ForkedChild.h"
-#include "tests/support/System.h"
-#include "tests/support/TempFolder.h"
-#include "tests/support/Testing.h"
 
 namespace
 {

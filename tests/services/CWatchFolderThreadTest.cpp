@@ -4,7 +4,7 @@
 #include "tests/support/BusyFork.h"
 #include "tests/support/Eventually.h"
 #include "tests/support/ForkedChild.h"
-#include "tests/support/System.h"
+#include "tests/support/OnThreads.h"
 
 namespace
 {
@@ -30,18 +30,14 @@ TEST_F(CWatchFolderTest, AChildProcessHasEventsOfItsOwn)
     const auto second = std::make_unique<CWatchFolder>();
     ASSERT_TRUE(second->AddRefreshNotification(m_folder.WidePath("w").c_str(), true, kNames));
     Touch("w/a");
-    const pid_t child = fork();
-    if (child == 0)
-    {
-        const bool isAnew = Changes() == "!";
-        Touch("w/b");
-        const bool isTold = Changes() == "+b";
-        m_watcher.RemoveAll();
-        _exit((isAnew ? 0 : 1) + (isTold ? 0 : 2));
-    }
-    int status = 0;
-    waitpid(child, &status, 0);
-    EXPECT_EQ(WEXITSTATUS(status), 0);
+    EXPECT_EQ(ResultInChild([&] {
+                  const bool isAnew = Changes() == "!";
+                  Touch("w/b");
+                  const bool isTold = Changes() == "+b";
+                  m_watcher.RemoveAll();
+                  return (isAnew ? 0 : 1) + (isTold ? 0 : 2);
+              }),
+              0);
     EXPECT_EQ(Changes(), "+a +b");
     Touch("w/c");
     EXPECT_EQ(Changes(), "+c");
@@ -114,26 +110,20 @@ TEST_F(CWatchFolderThread, WatchersOfManyThreadsShareOneQueue)
 {
     constexpr int kThreads = 4;
     constexpr int kFiles = 200;
-    std::vector<std::thread> threads;
     std::atomic<int> found{0};
-    for (int t = 0; t < kThreads; ++t)
-    {
-        threads.emplace_back([&, t] {
-            const std::string name = "t" + std::to_string(t);
-            for (int i = 0; i < kFiles; ++i)
-            {
-                CWatchFolder watcher;
-                m_folder.WriteFile(name + "/sub/x", "");
-                watcher.AddRefreshNotification(m_folder.WidePath(name).c_str(), true, kNames);
-                Touch(name + "/sub/" + std::to_string(i));
-                watcher.CheckRefreshNotification();
-                found += static_cast<int>(watcher.GetChanges().GetCount());
-                watcher.ReleaseChanges();
-            }
-        });
-    }
-    for (std::thread& thread : threads)
-        thread.join();
+    OnThreads(kThreads, [&](int number) {
+        const std::string name = "t" + std::to_string(number);
+        for (int i = 0; i < kFiles; ++i)
+        {
+            CWatchFolder watcher;
+            m_folder.WriteFile(name + "/sub/x", "");
+            watcher.AddRefreshNotification(m_folder.WidePath(name).c_str(), true, kNames);
+            Touch(name + "/sub/" + std::to_string(i));
+            watcher.CheckRefreshNotification();
+            found += static_cast<int>(watcher.GetChanges().GetCount());
+            watcher.ReleaseChanges();
+        }
+    });
     EXPECT_EQ(found, kThreads * kFiles);
 }
 } // namespace

@@ -9,7 +9,6 @@
 #include "tests/support/MadeLocale.h"
 #include "tests/support/OnThreads.h"
 #include "tests/support/PrintText.h"
-#include "tests/support/Testing.h"
 
 namespace
 {

@@ -1,7 +1,6 @@
 #include "services/FileWildcards.h"
 
 #include "tests/support/PrintText.h"
-#include "tests/support/Testing.h"
 
 namespace
 {

@@ -1,6 +1,5 @@
 #include "services/LogFile.h"
 
-#include "objects/CXFileException.h"
 #include "objects/ResultOr.h"
 #include "platform/Threads.h"
 #include "services/ApplicationName.h"
@@ -14,10 +13,7 @@
 #include "tests/support/ForkedChild.h"
 #include "tests/support/OnThreads.h"
 #include "tests/support/PrintText.h"
-#include "tests/support/System.h"
 #include "tests/support/TempFolder.h"
-#include "tests/support/Testing.h"
-#include "text/CXTString.h"
 #include "text/CheckedFormat.h"
 #include "threads/CCustomThread.h"
 #include "threads/MainThread.h"
@@ -433,22 +429,18 @@ TEST_F(LogFile, APipeCanBeTheLog)
     char bytes[16];
     const ssize_t size = read(reader, bytes, sizeof bytes);
     close(reader);
-    EXPECT_EQ(std::string(bytes, static_cast<std::size_t>(std::max<ssize_t>(size, 0))), std::string("\xFF\xFE"
-                                                                                                    "a\0b\0",
-                                                                                                    6));
+    EXPECT_EQ(std::string(bytes, static_cast<std::size_t>(std::max<ssize_t>(size, 0))), "\xFF\xFE"s + "a\0b\0"s);
 }
 
 TEST_F(LogFile, KeepsWhatIsWrittenUntilTheVeryEndOfAProcess)
 {
     const auto run = [&](const char* name, void (*body)()) {
         std::fflush(nullptr); // or the child would print it again
-        const pid_t child = fork();
-        if (child == 0)
-        {
+        ResultInChild([&] {
             Open(name);
             body();
-        }
-        waitpid(child, nullptr, 0);
+            return 0;
+        });
         return Messages(name);
     };
     EXPECT_EQ(run("killed.log",

@@ -1,14 +1,11 @@
 #include "services/Paths.h"
 
-#include "objects/CXException.h"
-#include "objects/CXFileException.h"
 #include "services/ApplicationName.h"
 #include "tests/support/EnvironmentVariable.h"
 #include "tests/support/FileFailure.h"
 #include "tests/support/PrintText.h"
 #include "tests/support/System.h"
 #include "tests/support/TempFolder.h"
-#include "tests/support/Testing.h"
 
 namespace
 {

@@ -1,6 +1,5 @@
 #include "services/CWatchFolder.h"
 #include "tests/services/WatchFolderFixture.h"
-#include "tests/support/Testing.h"
 
 #include <fcntl.h>
 

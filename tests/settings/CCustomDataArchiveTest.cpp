@@ -1,11 +1,9 @@
 #include "settings/CCustomData.h"
 
-#include "files/CXArchive.h"
 #include "files/CXMemFile.h"
 #include "objects/CXFileException.h"
 #include "tests/support/PrintText.h"
 #include "tests/support/StoreBytes.h"
-#include "tests/support/Testing.h"
 
 namespace
 {

@@ -9,7 +9,6 @@
 #include "tests/support/PrintText.h"
 #include "tests/support/StoreBytes.h"
 #include "tests/support/TempFolder.h"
-#include "tests/support/Testing.h"
 #include "values/CXTime.h"
 
 #include <pthread.h>

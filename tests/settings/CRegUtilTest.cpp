@@ -5,7 +5,6 @@
 #include "tests/support/FailingAllocations.h"
 #include "tests/support/PrintText.h"
 #include "tests/support/TestRegistry.h"
-#include "tests/support/Testing.h"
 #include "text/Language.h"
 #include "ui/CUserInterface.h"
 
@@ -89,8 +88,7 @@ TEST_F(RegUtil, PathsAreTakenApartAtEverySeparatorAndMayNameARoot)
 TEST_F(RegUtil, NothingIsMadeUntilItIsAskedFor)
 {
     CRegUtil registry(kAll);
-    EXPECT_FALSE(registry.SetPath(kBase, false));
-    EXPECT_EQ(registry.GetLastError(), 2);
+    EXPECT_EQ(ErrorOf(registry, registry.SetPath(kBase, false)), 2);
     EXPECT_FALSE(registry.WriteKeyInt(L"a", 1));
     EXPECT_EQ(registry.GetSubKeyInt(L"sub", L"a", -7), -7);
     EXPECT_EQ(registry.GetSubKeyString(L"sub", L"a", L"default", true), L"default");
@@ -114,8 +112,7 @@ TEST_F(RegUtil, PathsContinueAndAreCopied)
     CRegUtil copy(registry);
     EXPECT_EQ(copy.GetLastError(), 0);
     EXPECT_TRUE(copy.OpenBase(false));
-    EXPECT_FALSE(copy.WriteKeyInt(L"a", 1)) << "rights are copied";
-    EXPECT_EQ(copy.GetLastError(), 5);
+    EXPECT_EQ(ErrorOf(copy, copy.WriteKeyInt(L"a", 1)), 5) << "rights are copied";
 
     const wchar_t* components[] = {L"d", L"e"};
     ASSERT_TRUE(registry.SetPath(components, 2, CRegUtil::StrToRootKey(L"HKEY_USERS"), true));
@@ -125,10 +122,9 @@ TEST_F(RegUtil, PathsContinueAndAreCopied)
     EXPECT_TRUE(CRegUtil(kAll).SetPath(L"HKEY_USERS\\d\\e\\f", false));
 
     EXPECT_TRUE(registry.SetPath(nullptr, 0, nullptr, true));
-    EXPECT_FALSE(registry.SetPath(nullptr, 1, nullptr, true));
-    EXPECT_EQ(registry.GetLastError(), 87);
-    EXPECT_FALSE(registry.SetPath(components, 2, reinterpret_cast<HKEY>(std::uintptr_t{4711}), true));
-    EXPECT_EQ(registry.GetLastError(), 6);
+    EXPECT_EQ(ErrorOf(registry, registry.SetPath(nullptr, 1, nullptr, true)), 87);
+    EXPECT_EQ(ErrorOf(registry, registry.SetPath(components, 2, reinterpret_cast<HKEY>(std::uintptr_t{4711}), true)),
+              6);
 }
 
 class Host : public CUserInterface
@@ -193,8 +189,7 @@ TEST_F(RegUtil, ValuesComeBackAndKeepTheirTypes)
     EXPECT_TRUE(registry->ReadValue(L"none", type, data) && type == 0 && data.empty());
     EXPECT_FALSE(registry->KeyExists(L"none")) << "no data";
     EXPECT_TRUE(registry->KeyExists(L"bin"));
-    EXPECT_FALSE(registry->KeyExists(L"missing"));
-    EXPECT_EQ(registry->GetLastError(), 2);
+    EXPECT_EQ(ErrorOf(*registry, registry->KeyExists(L"missing")), 2);
 
     ASSERT_TRUE(registry->WriteKeyString(nullptr, L"the default value"));
     EXPECT_EQ(registry->GetKeyString(L"", false), L"the default value");
@@ -267,8 +262,7 @@ TEST_F(RegUtil, SubKeysAreMadeByWritingOnly)
     const auto registry = Made(kBase, CRegUtil::kRead);
     EXPECT_FALSE(registry->DeleteValue(L"no", L"a"));
     EXPECT_TRUE(SubKeys(*registry).empty());
-    EXPECT_FALSE(registry->WriteKeyInt(L"a", 1)) << "no right to set values of the base";
-    EXPECT_EQ(registry->GetLastError(), 5);
+    EXPECT_EQ(ErrorOf(*registry, registry->WriteKeyInt(L"a", 1)), 5) << "no right to set values of the base";
     ASSERT_TRUE(registry->WriteSubKeyInt(L"Sub\\deep/er", L"a", static_cast<unsigned long>(-5)));
     EXPECT_EQ(registry->GetSubKeyInt(L"sub:DEEP:er", L"A", 0), -5);
     EXPECT_EQ(registry->GetSubKeyInt(L"sub", L"a", 3), 3);
@@ -279,14 +273,12 @@ TEST_F(RegUtil, SubKeysAreMadeByWritingOnly)
     EXPECT_EQ(registry->GetSubKeyInt(L"Sub", L"short", 9), 9) << "less than 4 bytes";
     EXPECT_EQ(registry->GetSubKeyString(L"Sub\\deep\\er", L"a", L"default", false), L"default") << "no text";
     EXPECT_TRUE(registry->DeleteValue(L"Sub", L"T"));
-    EXPECT_FALSE(registry->DeleteValue(L"Sub", L"T"));
-    EXPECT_EQ(registry->GetLastError(), 2);
+    EXPECT_EQ(ErrorOf(*registry, registry->DeleteValue(L"Sub", L"T")), 2);
     EXPECT_EQ(registry->GetSubKeyInt(L"other", L"a", 4), 4);
     EXPECT_EQ(registry->GetSubKeyString(L"other", L"a", L"default", false), L"default");
     EXPECT_FALSE(registry->DeleteValue(L"other", L"a"));
     wchar_t name[16];
-    EXPECT_FALSE(registry->GetNextSubKeyName(name, 16)) << "the base is closed between operations";
-    EXPECT_EQ(registry->GetLastError(), 6);
+    EXPECT_EQ(ErrorOf(*registry, registry->GetNextSubKeyName(name, 16)), 6) << "the base is closed between operations";
     EXPECT_EQ(SubKeys(*registry), std::vector<std::wstring>{L"Sub"}) << "in the first spelling";
 }
 
@@ -297,18 +289,15 @@ TEST_F(RegUtil, KeysAreDeletedAloneOrAsAWhole)
     CRegUtil below(kAll);
     ASSERT_TRUE(below.SetPath(L"Software\\Maker\\Program\\a\\b", false) && below.OpenBase(false));
     EXPECT_FALSE(registry->DeleteKey(nullptr, true));
-    EXPECT_FALSE(registry->DeleteKey(L"a", false)) << "there are keys below";
-    EXPECT_EQ(registry->GetLastError(), 5);
+    EXPECT_EQ(ErrorOf(*registry, registry->DeleteKey(L"a", false)), 5) << "there are keys below";
     EXPECT_TRUE(registry->DeleteKey(L"a\\b\\c", false)) << "values do not keep it";
     EXPECT_TRUE(registry->DeleteKey(L"A", true));
-    EXPECT_FALSE(registry->DeleteKey(L"a", true));
-    EXPECT_EQ(registry->GetLastError(), 2);
+    EXPECT_EQ(ErrorOf(*registry, registry->DeleteKey(L"a", true)), 2);
 
     ASSERT_TRUE(registry->WriteSubKeyInt(L"a\\b", L"v", 1));
-    EXPECT_FALSE(below.WriteKeyInt(L"w", 1)) << "another key of the name does not become that of the handle";
-    EXPECT_EQ(below.GetLastError(), 1018);
-    EXPECT_FALSE(below.KeyExists(L"v"));
-    EXPECT_EQ(below.GetLastError(), 1018);
+    EXPECT_EQ(ErrorOf(below, below.WriteKeyInt(L"w", 1)), 1018)
+        << "another key of the name does not become that of the handle";
+    EXPECT_EQ(ErrorOf(below, below.KeyExists(L"v")), 1018);
     CRegUtil root(kAll);
     EXPECT_FALSE(root.DeleteKey(L"", true)) << "roots stay";
 }
@@ -353,8 +342,7 @@ TEST_F(RegUtil, EnumerationsLeaveNothingOutWhileNamesGo)
     registry->EndSubKeyEnum();
     all.insert(all.begin(), L"sub");
     EXPECT_EQ(seen, all);
-    EXPECT_FALSE(registry->GetNextSubKeyName(name, 16));
-    EXPECT_EQ(registry->GetLastError(), 6) << "nothing is open";
+    EXPECT_EQ(ErrorOf(*registry, registry->GetNextSubKeyName(name, 16)), 6) << "nothing is open";
 
     CRegUtil root(kAll);
     ASSERT_TRUE(root.SetPath(L"HKEY_USERS", false));
@@ -375,11 +363,9 @@ TEST_F(RegUtil, ABufferThatIsTooSmallGetsTheNameAtTheNextTry)
     wchar_t name[5] = {L'#'};
     ASSERT_TRUE(registry->StartValueSection(L""));
     EXPECT_TRUE(registry->GetNextValueName(name, 4));
-    EXPECT_FALSE(registry->GetNextValueName(name, 4));
-    EXPECT_EQ(registry->GetLastError(), 234);
+    EXPECT_EQ(ErrorOf(*registry, registry->GetNextValueName(name, 4)), 234);
     EXPECT_EQ(std::wstring(name), L"abc") << "nothing was written";
-    EXPECT_FALSE(registry->GetNextValueName(nullptr, 9));
-    EXPECT_EQ(registry->GetLastError(), 87);
+    EXPECT_EQ(ErrorOf(*registry, registry->GetNextValueName(nullptr, 9)), 87);
     ASSERT_TRUE(Made()->DeleteValue(L"", L"abc")) << "the same name all the same";
     EXPECT_TRUE(registry->GetNextValueName(name, 5));
     EXPECT_EQ(std::wstring(name), L"abcd");

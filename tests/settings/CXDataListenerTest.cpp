@@ -3,7 +3,6 @@
 #include "files/CXArchive.h"
 #include "files/CXMemFile.h"
 #include "objects/CXSingleLock.h"
-#include "objects/ThreadException.h"
 #include "services/LogFile.h"
 #include "settings/CDataKey.h"
 #include "tests/support/Eventually.h"
@@ -13,8 +12,6 @@
 #include "tests/support/OnThreads.h"
 #include "tests/support/PrintText.h"
 #include "tests/support/TempFolder.h"
-#include "tests/support/Testing.h"
-#include "threads/CXThread.h"
 
 namespace
 {

@@ -1,7 +1,6 @@
 #include "settings/PreferenceRecords.h"
 
 #include "tests/support/PreferenceFiles.h"
-#include "tests/support/Testing.h"
 
 namespace
 {

@@ -4,7 +4,6 @@
 #include "settings/CRegUtil.h"
 #include "tests/support/PrintText.h"
 #include "tests/support/TestRegistry.h"
-#include "tests/support/Testing.h"
 #include "tests/support/TextTools.h"
 
 namespace
@@ -134,12 +133,7 @@ TEST_F(RegistryText, MinusDeletes)
 TEST_F(RegistryText, AFaultNamesItsLineAndNothingIsTakenOver)
 {
     const std::wstring start = kHeader + L"[HKEY_CURRENT_USER\\k]\n\"before\"=dword:1\n"; // line 5 follows
-    const struct
-    {
-        std::wstring m_text;
-        XRegistryFault m_fault;
-        int m_line;
-    } cases[] = {
+    const std::tuple<std::wstring, XRegistryFault, int> cases[] = {
         {L"", XRegistryFault::Header, 1},
         {L"\n Windows Registry Editor Version 6.00\n", XRegistryFault::Header, 2},
         {kHeader + L"\"a\"=dword:1\n", XRegistryFault::NoKey, 3},
@@ -170,12 +164,12 @@ TEST_F(RegistryText, AFaultNamesItsLineAndNothingIsTakenOver)
         {start + L"\"a\"=hex:1,\\x", XRegistryFault::Value, 5},
         {start + L"a=dword:1", XRegistryFault::Value, 5},
     };
-    for (const auto& row : cases)
+    for (const auto& [text, fault, line] : cases)
     {
-        SCOPED_TRACE(testing::PrintToString(row.m_text));
-        const XRegistryImport result = Import(row.m_text);
-        EXPECT_EQ(result.m_fault, row.m_fault);
-        EXPECT_EQ(result.m_line, row.m_line);
+        SCOPED_TRACE(testing::PrintToString(text));
+        const XRegistryImport result = Import(text);
+        EXPECT_EQ(result.m_fault, fault);
+        EXPECT_EQ(result.m_line, line);
         EXPECT_NE(result.m_systemError, 0);
         EXPECT_FALSE(CRegUtil(CRegUtil::kRead).SetPath(L"k", false));
     }

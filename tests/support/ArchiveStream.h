@@ -1,10 +1,8 @@
 #pragma once
 
 #include "files/CXArchive.h"
-#include "files/CXMemFile.h"
 #include "tests/support/ArchiveTools.h"
 #include "tests/support/BufferedMemFile.h"
-#include "tests/support/Testing.h"
 
 namespace tev::test
 {

@@ -3,7 +3,6 @@
 #include "files/CXArchive.h"
 #include "files/CXMemFile.h"
 #include "tests/support/FileFailure.h"
-#include "tests/support/Testing.h"
 
 namespace tev::test
 {

@@ -1,9 +1,7 @@
 #pragma once
 
 #include "tests/support/TempFolder.h"
-#include "tests/support/Testing.h"
 #include "tests/support/ZipTools.h"
-#include "zip/CZip.h"
 
 namespace tev::test
 {

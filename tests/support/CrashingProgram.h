@@ -1,18 +1,9 @@
 #pragma once
 
+#include "tests/support/ForkedChild.h"
 #include "tests/support/Places.h"
-#include "tests/support/System.h"
 #include "tests/support/TempFolder.h"
-#include "tests/support/Testing.h"
 #include "zip/CZip.h"
-
-inline std::set<std::string> NamesIn(const std::filesystem::path& folder)
-{
-    std::set<std::string> names;
-    for (const auto& entry : std::filesystem::directory_iterator(folder))
-        names.insert(entry.path().filename().string());
-    return names;
-}
 
 namespace tev::test
 {
@@ -77,17 +68,11 @@ public:
             count -= character == '\n' ? 1 : 0;
     }
 
-    /// Its exit code, or 128 plus the signal that ended it.
-    int Wait()
-    {
-        int status = 0;
-        waitpid(m_process, &status, 0);
-        m_process = -1;
-        return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
-    }
+    /// As ResultOf.
+    int Wait() { return ResultOf(std::exchange(m_process, -1)); }
 
     /// The names in one of the folders "common", "user", "temporary".
-    std::set<std::string> Names(const std::string& folder) const { return NamesIn(m_folder.Path(folder)); }
+    std::set<std::string> Names(const std::string& folder) const { return m_folder.Names(folder); }
     std::string Errors() const { return m_folder.ReadFile("errors"); }
 
 private:

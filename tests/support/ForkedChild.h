@@ -5,9 +5,18 @@
 
 namespace tev::test
 {
-constexpr int kChildDied = -1;
+constexpr int kBySignal = 128;
 
-/// Runs the work in a child made by fork. Its result, or kChildDied when a signal ended it; it may take half a minute.
+/// Waits for a child's end. Its exit code, kBySignal plus the signal that ended it, or -1 without a child.
+inline int ResultOf(pid_t child)
+{
+    int status = 0;
+    if (child <= 0 || waitpid(child, &status, 0) != child)
+        return -1;
+    return WIFSIGNALED(status) ? kBySignal + WTERMSIG(status) : WEXITSTATUS(status);
+}
+
+/// Runs the work in a child made by fork, where it may take half a minute. As ResultOf; the exit code is the work's result.
 template <class WORK>
 int ResultInChild(WORK&& work)
 {
@@ -17,9 +26,9 @@ int ResultInChild(WORK&& work)
         alarm(30);
         _exit(std::forward<WORK>(work)());
     }
-    int status = 0;
-    return child > 0 && waitpid(child, &status, 0) == child && WIFEXITED(status) ? WEXITSTATUS(status) : kChildDied;
+    return ResultOf(child);
 }
+
 /// A child made by fork that does the work and reports whether it went well. The destructor waits for its end.
 class ChildProcess
 {
@@ -33,13 +42,7 @@ public:
     ChildProcess(const ChildProcess&) = delete;
     ChildProcess& operator=(const ChildProcess&) = delete;
 
-    bool EndsWell()
-    {
-        int status = 0;
-        const bool waited = m_process > 0 && waitpid(m_process, &status, 0) == m_process;
-        m_process = -1;
-        return waited && WIFEXITED(status) && WEXITSTATUS(status) == 0;
-    }
+    bool EndsWell() { return ResultOf(std::exchange(m_process, -1)) == 0; }
     void Kill() const { kill(m_process, SIGKILL); }
 
 private:

@@ -4,7 +4,6 @@
 #include "tests/support/PrintText.h"
 #include "tests/support/RawZip.h"
 #include "tests/support/TempFolder.h"
-#include "tests/support/Testing.h"
 #include "threads/WorkerCount.h"
 #include "zip/CMiniZip.h"
 
@@ -73,21 +72,9 @@ protected:
     }
 
     /// All files beneath the folder, with their contents.
-    std::map<std::string, std::string> Files(const std::string& folder) const
-    {
-        std::map<std::string, std::string> files;
-        for (const auto& entry : fs::recursive_directory_iterator(m_folder.Path(folder)))
-        {
-            if (!entry.is_directory())
-            {
-                const std::string name = entry.path().lexically_relative(m_folder.Path(folder)).string();
-                files[name] = m_folder.ReadFile(folder + "/" + name);
-            }
-        }
-        return files;
-    }
+    Contents Files(const std::string& folder) const { return FilesBeneath(m_folder.Path(folder)); }
 
-    std::ptrdiff_t TemporaryCount() const { return std::distance(fs::directory_iterator(m_folder.Path("tmp")), {}); }
+    int TemporaryCount() const { return static_cast<int>(m_folder.Names("tmp").size()); }
     void UseOwnTemporaryFolder()
     {
         fs::create_directory(m_folder.Path("tmp"));

@@ -1,8 +1,6 @@
 #pragma once
 
 #include "tests/support/ForkedChild.h"
-#include "tests/support/System.h"
-#include "tests/support/Testing.h"
 
 #include <linux/filter.h>
 #include <linux/seccomp.h>

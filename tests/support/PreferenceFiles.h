@@ -3,7 +3,6 @@
 #include "settings/PreferenceFile.h"
 #include "tests/support/StoreBytes.h"
 #include "tests/support/TempFolder.h"
-#include "tests/support/Testing.h"
 
 // Preference files whose stores hold one number each.
 

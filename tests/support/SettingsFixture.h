@@ -1,9 +1,7 @@
 #pragma once
 
-#include "settings/CRegUtil.h"
 #include "tests/support/ForkedChild.h"
 #include "tests/support/TestRegistry.h"
-#include "tests/support/Testing.h"
 
 #include <sqlite3.h>
 

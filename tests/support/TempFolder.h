@@ -4,6 +4,8 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <map>
+#include <set>
 #include <stdexcept>
 #include <string>
 
@@ -40,6 +42,14 @@ public:
     std::wstring WidePath(const std::string& name) const { return Widen(Path(name)); }
 
     bool Exists(const std::string& name) const { return std::filesystem::exists(Path(name)); }
+    /// The names in it, or in a folder of it.
+    std::set<std::string> Names(const std::string& folder = {}) const
+    {
+        std::set<std::string> names;
+        for (const auto& entry : std::filesystem::directory_iterator(Path(folder)))
+            names.insert(entry.path().filename().string());
+        return names;
+    }
 
     /// Makes a file of exactly these bytes and returns its full wide path.
     std::wstring WriteFile(const std::string& name, const std::string& bytes) const
@@ -71,4 +81,24 @@ private:
     std::filesystem::path m_path;
 };
 
+/// The contents of all files beneath a folder, by their names in it; none where there is no folder.
+inline std::map<std::string, std::string> FilesBeneath(const std::filesystem::path& folder, bool withLinks = true)
+{
+    std::map<std::string, std::string> files;
+    std::error_code ignored;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(folder, ignored))
+    {
+        if (entry.is_directory() || (entry.is_symlink() && !withLinks))
+            continue;
+        std::ifstream file(entry.path(), std::ios::binary);
+        files[entry.path().lexically_relative(folder).string()].assign(std::istreambuf_iterator<char>(file), {});
+    }
+    return files;
+}
+
+/// What this process has open.
+inline std::ptrdiff_t OpenDescriptors()
+{
+    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+}
 } // namespace tev::test

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "settings/CRegUtil.h"
 #include "tests/support/EnvironmentVariable.h"
 #include "tests/support/TempFolder.h"
 
@@ -16,4 +17,10 @@ struct TestRegistry
     EnvironmentVariable m_user{"TEVTOOLS_REGISTRY", m_folder.Path("user.db").string()};
     EnvironmentVariable m_machine{"TEVTOOLS_MACHINE_REGISTRY", m_folder.Path("machine.db").string()};
 };
+
+/// The error of an operation of the registry; -1 where it succeeded.
+inline int ErrorOf(const CRegUtil& registry, bool isDone)
+{
+    return isDone ? -1 : registry.GetLastError();
+}
 } // namespace tev::test

@@ -1,7 +1,6 @@
 #pragma once
 
 #include "files/CStdioFileEx.h"
-#include "tests/support/Testing.h"
 #include "tests/support/TextTools.h"
 
 // Text files opened in the usual ways, and their lines.

@@ -3,7 +3,6 @@
 #include "arrays/CElementArray.h"
 #include "arrays/ElementKinds.h"
 #include "tests/support/FileFailure.h"
-#include "tests/support/Testing.h"
 #include "tests/support/Tracked.h"
 
 namespace tev::test

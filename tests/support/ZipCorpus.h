@@ -1,6 +1,7 @@
 #pragma once
 
 #include "tests/support/Places.h"
+#include "tests/support/TempFolder.h"
 #include "tests/support/Testing.h"
 
 namespace tev::test
@@ -20,23 +21,6 @@ inline std::vector<std::filesystem::path> ZipCorpus()
     }
     std::sort(archives.begin(), archives.end());
     return archives;
-}
-
-/// The contents of all files beneath a folder, by their names in it.
-inline std::map<std::string, std::string> FilesBeneath(const std::filesystem::path& folder)
-{
-    std::map<std::string, std::string> files;
-    if (!std::filesystem::is_directory(folder))
-        return files;
-    for (const auto& entry : std::filesystem::recursive_directory_iterator(folder))
-    {
-        if (!entry.is_regular_file())
-            continue;
-        std::ifstream file(entry.path(), std::ios::binary);
-        files[entry.path().lexically_relative(folder).string()] =
-            std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
-    }
-    return files;
 }
 
 } // namespace tev::test

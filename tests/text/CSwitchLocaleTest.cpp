@@ -1,7 +1,6 @@
 #include "text/CSwitchLocale.h"
 
 #include "tests/support/PrintText.h"
-#include "tests/support/Testing.h"
 #include "text/CExLCString.h"
 
 #include <clocale>

@@ -1,7 +1,5 @@
 #include "tests/support/MadeLocale.h"
-#include "tests/support/Testing.h"
 #include "tests/support/TextTools.h"
-#include "text/CXTString.h"
 #include "text/CheckedFormat.h"
 #include "text/Language.h"
 #include "text/TextFormat.h"
@@ -414,11 +412,7 @@ TEST(CheckedFormatTest, TheCheckAgreesWithWhatIsCarriedOut)
     using tev::FormatProblem;
     constexpr FormatProblem kNone = FormatProblem::None;
     constexpr FormatProblem kSyntax = FormatProblem::Syntax;
-    const struct
-    {
-        const char* m_format;
-        FormatProblem m_problem;
-    } cases[] = {
+    const std::pair<const char*, FormatProblem> cases[] = {
         {"%d%s%f", kNone},
         {"%5d|%-5.2s|%+08.3e", kNone},
         {"%3$g%2$hs%1$x", kNone},
@@ -459,12 +453,12 @@ TEST(CheckedFormatTest, TheCheckAgreesWithWhatIsCarriedOut)
     };
     const tev::CheckedArgument arguments[] = {tev::CheckedArgumentOf<int>(), tev::CheckedArgumentOf<const char*>(),
                                               tev::CheckedArgumentOf<double>()};
-    for (const auto& item : cases)
+    for (const auto& [format, problem] : cases)
     {
-        EXPECT_EQ(tev::FormatChecker<char>(arguments, 3).Check(item.m_format), item.m_problem) << item.m_format;
-        if (item.m_problem == kNone || item.m_problem == kSyntax)
+        EXPECT_EQ(tev::FormatChecker<char>(arguments, 3).Check(format), problem) << format;
+        if (problem == kNone || problem == kSyntax)
         {
-            EXPECT_EQ(Formatted(item.m_format, 7, "text", 2.5).empty(), item.m_problem == kSyntax) << item.m_format;
+            EXPECT_EQ(Formatted(format, 7, "text", 2.5).empty(), problem == kSyntax) << format;
         }
     }
 }

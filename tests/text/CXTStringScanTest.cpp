@@ -1,6 +1,5 @@
 #include "tests/support/Testing.h"
 #include "tests/support/TextTools.h"
-#include "text/CXTString.h"
 
 namespace
 {
@@ -189,13 +188,8 @@ TYPED_TEST(ScanTest, TextFillsItsTargetOrLeavesItEmpty)
 {
     using T = TypeParam;
     constexpr unsigned kCapacity = 6;
-    const struct
-    {
-        const char* text;
-        const char* format;
-        int count;
-        const char* expected; // null: untouched
-    } cases[] = {
+    // expected (null: untouched)
+    const std::tuple<const char*, const char*, int, const char*> cases[] = {
         {"  word next", "%s", 1, "word"}, {"12345", "%s", 1, "12345"},    {"123456", "%s", 0, ""},
         {"123456", "%5s", 1, "12345"},    {"abc", "%2s", 1, "ab"},        {"aabbc", "%[ab]", 1, "aabb"},
         {"hello", "%[a-h]", 1, "he"},     {"a-c-b", "%[ac-]", 1, "a-c-"}, {"zxy", "%[z-a]", 1, "z"},
@@ -204,13 +198,12 @@ TYPED_TEST(ScanTest, TextFillsItsTargetOrLeavesItEmpty)
         {"a", "%[a", 0, nullptr},         {"", "%s", -1, nullptr},        {"  ", "%s", -1, nullptr},
         {"", "%[a]", -1, nullptr},        {"a", "%lls", 0, nullptr},
     };
-    for (const auto& item : cases)
+    for (const auto& [text, format, count, expected] : cases)
     {
         T target[kCapacity + 1] = {T('u'), T('n'), 0, 0, 0, 0, T('|')};
-        EXPECT_EQ(Scan<T>(item.text, item.format, target, kCapacity), item.count) << item.format;
-        EXPECT_EQ(std::basic_string<T>(target), Widen<T>(item.expected == nullptr ? "un" : item.expected))
-            << item.format;
-        EXPECT_EQ(target[kCapacity], T('|')) << item.format;
+        EXPECT_EQ(Scan<T>(text, format, target, kCapacity), count) << format;
+        EXPECT_EQ(std::basic_string<T>(target), Widen<T>(expected == nullptr ? "un" : expected)) << format;
+        EXPECT_EQ(target[kCapacity], T('|')) << format;
     }
 
     T letters[4] = {T('-'), T('-'), T('-'), T('-')};

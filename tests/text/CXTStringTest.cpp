@@ -1,7 +1,6 @@
 #include "text/CXTString.h"
 #include "tests/support/PrintText.h"
 #include "tests/support/Sanitized.h"
-#include "tests/support/Testing.h"
 #include "tests/support/TextTools.h"
 #include "text/InvalidParameter.h"
 

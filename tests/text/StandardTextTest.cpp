@@ -1,8 +1,6 @@
 #include "services/CPathString.h"
 #include "tests/support/PrintText.h"
-#include "tests/support/Testing.h"
 #include "tests/support/TextTools.h"
-#include "text/CXTString.h"
 
 namespace
 {

@@ -1,12 +1,9 @@
 #include "text/TextDetection.h"
 
 #include "files/TextFileInfo.h"
-#include "objects/CXFileException.h"
 #include "tests/support/FileFailure.h"
 #include "tests/support/TempFolder.h"
-#include "tests/support/Testing.h"
 #include "tests/support/TextTools.h"
-#include "text/CXTString.h"
 #include "text/TextLoss.h"
 
 static std::ostream& operator<<(std::ostream& out, const XTextLoss& loss)

@@ -1,9 +1,7 @@
 #include "tests/support/Iconv.h"
 #include "tests/support/OnThreads.h"
 #include "tests/support/Places.h"
-#include "tests/support/Testing.h"
 #include "tests/support/TextTools.h"
-#include "text/CXTString.h"
 #include "text/Utf.h"
 #include "text/XCA2W.h"
 

@@ -9,7 +9,6 @@
 #include "tests/support/Eventually.h"
 #include "tests/support/ForkedChild.h"
 #include "tests/support/Sanitized.h"
-#include "tests/support/Testing.h"
 #include "tests/threads/ThreadFlags.h"
 #include "text/TextEncoding.h"
 #include "threads/ParallelFor.h"

@@ -1,23 +1,23 @@
 #include "threads/CXThread.h"
 
 #include "objects/CXCriticalSection.h"
-#include "objects/CXException.h"
 #include "objects/ThreadException.h"
 #include "platform/ThreadLocks.h"
 #include "platform/Threads.h"
 #include "services/LogFile.h"
 #include "services/StartUp.h"
+#include "tests/support/CountedException.h"
 #include "tests/support/Eventually.h"
 #include "tests/support/ForkedChild.h"
+#include "tests/support/OnThreads.h"
 #include "tests/support/Sanitized.h"
-#include "tests/support/System.h"
-#include "tests/support/Testing.h"
 #include "tests/threads/ThreadFlags.h"
 #include "threads/ThreadRelations.h"
 
 namespace
 {
 using namespace tev::test;
+namespace platform = tev::platform;
 
 constexpr unsigned kFailed = 0xFFFFFFFFu;
 
@@ -65,6 +65,11 @@ std::unique_ptr<TestThread> Begin(std::function<bool(TestThread&)> run, unsigned
     return thread;
 }
 
+std::unique_ptr<CXThread> BeginOwned(bool (*run)(void*), void* data = nullptr)
+{
+    return std::unique_ptr<CXThread>(CXThread::BeginThread(run, data, xThreadPriorityNormal, kOwned, 0));
+}
+
 /// Counts until it is cancelled. It sleeps, because the thread sanitizer delivers signals in such calls only.
 bool CountUntilCancelled(CXThread& thread, std::atomic<unsigned>& count)
 {
@@ -104,12 +109,7 @@ TEST(CXThread, EndsAsItsBodySays)
          CXUserException::GetThisRuntimeClassDescriptor()},
         {"unrecorded exception", true, [](TestThread&) -> bool { throw new CXException; }, kFailed, "SR",
          CXException::GetThisRuntimeClassDescriptor()},
-        {"swallowed exception", true,
-         [](TestThread&) {
-             XSetThreadException(new CXException);
-             return true;
-         },
-         0, "SRF"},
+        {"swallowed exception", true, [](TestThread&) { return XSetThreadException(new CXException), true; }, 0, "SRF"},
     };
     for (const auto& c : cases)
     {
@@ -136,28 +136,19 @@ TEST(CXThread, EndsAsItsBodySays)
 
 TEST(CXThread, AnExceptionThatIsNotTakenIsDeletedWithItsThread)
 {
-    static std::atomic<int> living{0};
-    struct Counted : CXException
-    {
-        Counted() { ++living; }
-        ~Counted() override { --living; }
+    static std::atomic<int> begun;
+    begun = 0;
+    const auto end = [](void*) -> bool {
+        ++begun;
+        XThrow<CountedException>();
     };
-    const auto end = [](void*) -> bool { XThrow<Counted>(); };
-    std::unique_ptr<CXThread> owned(CXThread::BeginThread(end, nullptr, xThreadPriorityNormal, kOwned, 0));
+    auto owned = BeginOwned(end);
     ASSERT_TRUE(owned != nullptr && owned->WaitForEnd(kLongTimeMs));
-    EXPECT_EQ(living, 1);
+    EXPECT_EQ(CountedException::s_living, 1);
     owned.reset();
-    EXPECT_EQ(living, 0);
-
-    static std::atomic<int> begun{0};
-    ASSERT_NE(CXThread::BeginThread(
-                  [](void*) -> bool {
-                      ++begun;
-                      XThrow<Counted>();
-                  },
-                  nullptr, xThreadPriorityNormal, 0, 0),
-              nullptr);
-    EXPECT_TRUE(Eventually([] { return begun != 0 && living == 0; })) << "with auto-delete";
+    EXPECT_EQ(CountedException::s_living, 0);
+    ASSERT_NE(CXThread::BeginThread(end, nullptr, xThreadPriorityNormal, 0, 0), nullptr);
+    EXPECT_TRUE(Eventually([] { return begun == 2 && CountedException::s_living == 0; })) << "with auto-delete";
 }
 
 TEST(CXThread, ASecondStartFails)
@@ -178,7 +169,6 @@ TEST(CXThread, ASecondStartFails)
     for (const bool asksFirst : {true, false})
     {
         auto ended = Begin([](TestThread&) { return true; });
-        namespace platform = tev::platform;
         unsigned exitCode;
         while (!platform::HasEnded(static_cast<platform::StartedThread*>(ended->GetThreadHandle()), exitCode))
             std::this_thread::yield();
@@ -201,16 +191,12 @@ TEST(CXThread, OfTwoStartsAtOnceOneWins)
         std::atomic<int> starters{0};
         std::atomic<int> started{0};
         TestThread thread([&runs](TestThread&) { return ++runs != 0; });
-        const auto start = [&] {
+        OnThreads(2, [&](int) {
             for (++starters; starters < 2;)
             {
             }
-            if (CXThread::BeginThread(&thread, xThreadPriorityNormal, kOwned, 0) != nullptr)
-                ++started;
-        };
-        std::thread other(start);
-        start();
-        other.join();
+            started += CXThread::BeginThread(&thread, xThreadPriorityNormal, kOwned, 0) != nullptr ? 1 : 0;
+        });
         ASSERT_EQ(started, 1);
         ASSERT_TRUE(thread.WaitForEnd(kLongTimeMs));
         ASSERT_EQ(runs, 1);
@@ -299,7 +285,6 @@ TEST(CXThread, StartsSuspended)
     ran = false;
     auto neverRun = Begin(run, kSuspended | kOwned);
     neverRun->SuspendThread();
-    namespace platform = tev::platform;
     platform::StartedThread* const system = platform::OpenThread(neverRun->GetThreadID());
     ASSERT_NE(system, nullptr);
     neverRun.reset();
@@ -316,15 +301,14 @@ TEST(CXThread, RunsItsFunctionToTheEndWithoutItsObject)
         std::atomic<bool> deleted{false};
         std::atomic<bool> finished{false};
     } state;
-    std::unique_ptr<CXThread> thread(CXThread::BeginThread(
-        [](void* data) {
-            State& shared = *static_cast<State*>(data);
-            shared.started = true;
-            const bool seen = Eventually([&shared] { return shared.deleted.load(); });
-            shared.finished = true;
-            return seen;
-        },
-        &state, xThreadPriorityNormal, kOwned, 0));
+    const auto run = [](void* data) {
+        State& shared = *static_cast<State*>(data);
+        shared.started = true;
+        const bool seen = Eventually([&shared] { return shared.deleted.load(); });
+        shared.finished = true;
+        return seen;
+    };
+    auto thread = BeginOwned(run, &state);
     ASSERT_TRUE(Eventually([&state] { return state.started.load(); }));
     thread.reset();
     state.deleted = true;
@@ -338,7 +322,7 @@ TEST(CXThread, RunsItsFunctionAlsoWhenItsObjectIsDeletedAtOnce)
     ran = 0;
     const auto count = [](void*) { return ++ran != 0; };
     for (unsigned i = 0; i < kRounds; ++i)
-        delete CXThread::BeginThread(count, nullptr, xThreadPriorityNormal, kOwned, 0);
+        BeginOwned(count);
     EXPECT_TRUE(Eventually([] { return ran == kRounds; })) << ran;
 }
 
@@ -348,13 +332,11 @@ TEST(CXThread, RunsItsFunctionOnWhenItsObjectIsDeletedWhileSuspended)
     static std::atomic<bool> stop;
     count = 0;
     stop = false;
-    std::unique_ptr<CXThread> thread(CXThread::BeginThread(
-        [](void*) {
-            for (; !stop; ++count)
-                CXThread::SleepCurrentThread(0);
-            return true;
-        },
-        nullptr, xThreadPriorityNormal, kOwned, 0));
+    auto thread = BeginOwned([](void*) {
+        for (; !stop; ++count)
+            CXThread::SleepCurrentThread(0);
+        return true;
+    });
     EXPECT_TRUE(Eventually([] { return count > 0; }));
     thread->SuspendThread();
     thread->SuspendThread();
@@ -368,30 +350,21 @@ TEST(CXThread, TheSystemCanEndABody)
 {
     static std::atomic<pthread_t> id;
     static std::atomic<bool> isUnwound;
-    const std::pair<const char*, bool (*)(TestThread&)> bodies[] = {
-        {"it exits", [](TestThread&) -> bool { pthread_exit(nullptr); }},
-        {"it is cancelled in a call of the library",
-         [](TestThread&) -> bool {
-             id = pthread_self();
-             for (;;)
-                 CXThread::SleepCurrentThread(1);
-         }},
-    };
-    for (const auto& [what, body] : bodies)
+    for (const bool isCancelled : {false, true})
     {
-        // The thread sanitizer takes a thread cancelled inside a system function for one that never leaves it.
-        if (kIsThreadSanitized && std::string(what) != "it exits")
-            continue;
-        if (kIsSanitized && std::string(what) != "it exits")
+        if (kIsSanitized && isCancelled)
             continue; // the thread sanitizer does not follow a cancellation out of a call that it intercepts
-        SCOPED_TRACE(what);
+        SCOPED_TRACE(isCancelled ? "it is cancelled in a call of the library" : "it exits");
         id = pthread_t{};
         isUnwound = false;
-        const auto thread = Begin([run = body](TestThread& self) {
+        const auto thread = Begin([isCancelled](TestThread&) -> bool {
             const std::shared_ptr<void> witness(nullptr, [](void*) { isUnwound = true; });
-            return run(self);
+            id = pthread_self();
+            while (isCancelled)
+                CXThread::SleepCurrentThread(1);
+            pthread_exit(nullptr);
         });
-        if (std::string(what) != "it exits")
+        if (isCancelled)
         {
             ASSERT_TRUE(Eventually([] { return id != pthread_t{}; }));
             pthread_cancel(id);
@@ -577,9 +550,8 @@ TEST(CXThread, BodiesHaveAStackForSignalHandlers)
 
 TEST(CXThread, WhenTheSystemRefusesTheThreadTheObjectIsDeleted)
 {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || defined(__clang__)
-    GTEST_SKIP() << "sanitizers need the address space that this test takes away";
-#endif
+    if (kIsSanitized)
+        GTEST_SKIP() << "sanitizers need the address space that this test takes away";
     rlimit before = {};
     ASSERT_EQ(getrlimit(RLIMIT_AS, &before), 0);
     const rlimit little = {rlim_t{2} << 30, before.rlim_max};
@@ -597,21 +569,15 @@ TEST(CXThread, ManyAreSuspendedAndResumedFromSeveralThreads)
     std::atomic<unsigned> count{0};
     for (int i = 0; i < 4; ++i)
         threads.push_back(Begin([&count](TestThread& self) { return CountUntilCancelled(self, count); }));
-    std::vector<std::thread> disturbers;
-    for (unsigned seed = 1; seed <= 3; ++seed)
-    {
-        disturbers.emplace_back([&threads, seed] {
-            for (unsigned i = 0; i < 100; ++i)
-            {
-                TestThread& thread = *threads[(i * seed) % threads.size()];
-                thread.SuspendThread();
-                thread.SetThreadPriority(static_cast<xThreadPriority>(i % 3 + 1));
-                thread.ResumeThread();
-            }
-        });
-    }
-    for (std::thread& disturber : disturbers)
-        disturber.join();
+    OnThreads(3, [&threads](int number) {
+        for (unsigned i = 0; i < 100; ++i)
+        {
+            TestThread& thread = *threads[i * static_cast<unsigned>(number + 1) % threads.size()];
+            thread.SuspendThread();
+            thread.SetThreadPriority(static_cast<xThreadPriority>(i % 3 + 1));
+            thread.ResumeThread();
+        }
+    });
     for (const auto& thread : threads)
         thread->SetCancel();
     for (const auto& thread : threads)

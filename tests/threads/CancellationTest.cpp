@@ -12,7 +12,6 @@
 #include "tests/support/ForkedChild.h"
 #include "tests/support/Sanitized.h"
 #include "tests/support/TestRegistry.h"
-#include "tests/support/Testing.h"
 #include "threads/ParallelFor.h"
 #include "zip/CMiniZip.h"
 #include "zip/CZip.h"

@@ -1,16 +1,13 @@
 #include "threads/ParallelFor.h"
 
-#include "objects/CXException.h"
-#include "objects/ThreadException.h"
 #include "objects/ThreadStatus.h"
 #include "platform/Threads.h"
 #include "services/StartUp.h"
 #include "tests/support/Eventually.h"
 #include "tests/support/FileFailure.h"
 #include "tests/support/ForkedChild.h"
+#include "tests/support/OnThreads.h"
 #include "tests/support/Sanitized.h"
-#include "tests/support/System.h"
-#include "tests/support/Testing.h"
 #include "threads/CCustomThread.h"
 #include "threads/ThreadRelations.h"
 #include "threads/WorkerCount.h"
@@ -194,20 +191,14 @@ TEST_F(ThreadLoops, LoopsOfSeveralThreadsRunAtOnce)
 {
     std::atomic<unsigned> sum{0};
     std::atomic<unsigned> failed{0};
-    std::vector<std::thread> callers;
-    for (int caller = 0; caller < 6; ++caller)
-    {
-        callers.emplace_back([&] {
-            for (unsigned round = 0; round < 200; ++round)
-            {
-                std::atomic<unsigned> own{0};
-                failed += !XParallelFor(round, [&own](unsigned i) { own += i; }) || own != round * (round - 1) / 2;
-                sum += own;
-            }
-        });
-    }
-    for (std::thread& caller : callers)
-        caller.join();
+    OnThreads(6, [&](int) {
+        for (unsigned round = 0; round < 200; ++round)
+        {
+            std::atomic<unsigned> own{0};
+            failed += !XParallelFor(round, [&own](unsigned i) { own += i; }) || own != round * (round - 1) / 2;
+            sum += own;
+        }
+    });
     EXPECT_EQ(failed, 0u);
     EXPECT_EQ(sum, 6u * (200 * 199 * 198 / 6));
 }
@@ -298,11 +289,7 @@ TEST_F(ThreadLoops, ForkedChildrenMakeTheirOwnThreads)
             else if (const pid_t child = fork(); child == 0)
                 alarm(isCaller ? 30 : 7); // sooner than a thread of the pool ends that waits for work
             else
-            {
-                int status = 0;
-                waitpid(child, &status, 0);
-                result = WIFEXITED(status) ? WEXITSTATUS(status) : kChildDied;
-            }
+                result = ResultOf(child);
         });
         if (getpid() != parent)
             _exit(!all && IsShared() ? 0 : 1);

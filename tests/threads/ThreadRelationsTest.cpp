@@ -1,6 +1,6 @@
 #include "threads/ThreadRelations.h"
 
-#include "tests/support/Testing.h"
+#include "tests/support/OnThreads.h"
 #include "threads/CXThread.h"
 
 namespace
@@ -113,23 +113,18 @@ TEST(ThreadRelations, DeletingAThreadObjectRemovesItsEntries)
 
 TEST(ThreadRelations, AreSafeFromSeveralThreads)
 {
-    std::vector<std::thread> threads;
-    for (unsigned __int64 seed = 1; seed <= 4; ++seed)
-    {
-        threads.emplace_back([seed] {
-            for (unsigned __int64 i = 0; i < 500; ++i)
-            {
-                AttachThread(i % 7 + 1, i * seed % 7 + 1);
-                SetCancelThread(i % 3 == 0, i % 5 + 1);
-                static_cast<void>(ShouldCancelThread(i % 7 + 1));
-                CXArray<unsigned __int64> children;
-                GetChildThreads(i % 7 + 1, children);
-                DetachThread(i * seed % 7 + 1);
-            }
-        });
-    }
-    for (std::thread& thread : threads)
-        thread.join();
+    tev::test::OnThreads(4, [](int number) {
+        const auto seed = static_cast<unsigned __int64>(number + 1);
+        for (unsigned __int64 i = 0; i < 500; ++i)
+        {
+            AttachThread(i % 7 + 1, i * seed % 7 + 1);
+            SetCancelThread(i % 3 == 0, i % 5 + 1);
+            static_cast<void>(ShouldCancelThread(i % 7 + 1));
+            CXArray<unsigned __int64> children;
+            GetChildThreads(i % 7 + 1, children);
+            DetachThread(i * seed % 7 + 1);
+        }
+    });
     for (unsigned __int64 id = 1; id <= 7; ++id)
     {
         DetachThread(id);

@@ -3,7 +3,6 @@
 #include "settings/CCustomData.h"
 #include "settings/PreferenceFile.h"
 #include "tests/support/TempFolder.h"
-#include "tests/support/Testing.h"
 #include "tests/tools/TevRunner.h"
 
 namespace

@@ -1,5 +1,4 @@
 #include "tests/support/TempFolder.h"
-#include "tests/support/Testing.h"
 #include "tests/tools/TevRunner.h"
 
 namespace
@@ -33,10 +32,7 @@ const char* const kDumpedScene = R"(00000000  class 1 "Node", schema 1
 
 TEST(TevArchive, DumpShowsObjectsClassesAndValuesWithOffsets)
 {
-    const TevResult dumped = RunTev({"archive", "dump"}, kScene);
-    EXPECT_EQ(dumped.m_output, kDumpedScene);
-    EXPECT_EQ(dumped.m_error, "");
-    EXPECT_EQ(dumped.m_exitCode, 0);
+    EXPECT_THAT(RunTev({"archive", "dump"}, kScene), FieldsAre(0, kDumpedScene, ""));
 }
 
 TEST(TevArchive, DumpTakesDescriptionsOfClasses)
@@ -96,12 +92,11 @@ TEST(TevArchive, DumpShowsBytesOfAClassThatIsNotDescribed)
     const std::string later = "\xFF\xFF\x02\0\x04\0Node"s + "0123456789abcdef\0\x80"s;
     for (const std::string& bytes : {later, "\xFF\xFF\x01\0\x04\0Nine"s + later.substr(10)})
     {
-        const TevResult dumped = RunTev({"archive", "dump"}, bytes);
-        EXPECT_THAT(dumped.m_output,
-                    testing::EndsWith("0000000a  bytes 30 31 32 33 34 35 36 37 38 39 61 62 63 64 65 66\n"
-                                      "0000001a  bytes 00 80\n"));
-        EXPECT_THAT(dumped.m_error, HasSubstr("--class can describe them"));
-        EXPECT_EQ(dumped.m_exitCode, 1);
+        EXPECT_THAT(RunTev({"archive", "dump"}, bytes),
+                    FieldsAre(1,
+                              testing::EndsWith("0000000a  bytes 30 31 32 33 34 35 36 37 38 39 61 62 63 64 65 66\n"
+                                                "0000001a  bytes 00 80\n"),
+                              HasSubstr("--class can describe them")));
     }
     EXPECT_EQ(RunTev({"archive", "dump", "--class", "Node=char a"}, later.substr(0, 11)).m_exitCode, 0);
 }

@@ -18,9 +18,7 @@ TEST(TevColour, ShowsTheColourAndItsCoordinates)
     {
         std::vector<std::string> words = {"colour"};
         words.insert(words.end(), arguments.begin(), arguments.end());
-        const TevResult result = RunTev(words);
-        EXPECT_EQ(result.m_exitCode, 0) << result.m_error;
-        EXPECT_EQ(result.m_output, output);
+        EXPECT_THAT(RunTev(words), FieldsAre(0, output, _));
     }
 }
 
@@ -28,10 +26,7 @@ TEST(TevColour, RefusesInvalidColours)
 {
     for (const char* text : {"red", "#ff80", "#ff80000", "#gg0000", "1,2", "1,2,3,4", "1,2,256", "1,,3", "-1,2,3", ""})
     {
-        const TevResult result = RunTev({"colour", text});
-        EXPECT_EQ(result.m_exitCode, 2) << text;
-        EXPECT_EQ(result.m_output, "");
-        EXPECT_THAT(result.m_error, HasSubstr("tev: ")) << text;
+        EXPECT_THAT(RunTev({"colour", text}), FieldsAre(2, "", HasSubstr("tev: "))) << text;
     }
     EXPECT_EQ(RunTev({"colour"}).m_exitCode, 2);
     EXPECT_EQ(RunTev({"colour", "#000000", "--darken", "much"}).m_exitCode, 2);

@@ -1,6 +1,5 @@
 #include "tests/support/CrashingProgram.h"
 #include "tests/support/Sanitized.h"
-#include "tests/support/Testing.h"
 #include "tests/tools/TevRunner.h"
 
 namespace
@@ -78,17 +77,14 @@ TEST(TevCrash, DamagedReportsAreNamedAndNothingOfThemHarms)
                 HasSubstr("no list of threads, no list of modules\nof an unknown system"));
     for (const char* name : {"b.dmp", "missing.zip"})
     {
-        const TevResult result = RunTev({"crash", "show", folder.Path(name).string()});
-        EXPECT_EQ(result.m_exitCode, 1);
-        EXPECT_THAT(result.m_error, HasSubstr(name));
+        EXPECT_THAT(RunTev({"crash", "show", folder.Path(name).string()}), FieldsAre(1, _, HasSubstr(name)));
     }
     CZip zip;
     ASSERT_TRUE(zip.Open(folder.WidePath("r.zip").c_str(), zipCreate, false, nullptr));
     ASSERT_TRUE(zip.AddNewFile(folder.WidePath("b.dmp").c_str(), L"evil.dmp", zipLevelDefault));
     zip.Close(true);
-    const TevResult result = RunTev({"crash", "show", folder.Path("r.zip").string()});
-    EXPECT_EQ(result.m_exitCode, 1);
-    EXPECT_THAT(result.m_error, HasSubstr("evil.dmp: The data is damaged"));
+    EXPECT_THAT(RunTev({"crash", "show", folder.Path("r.zip").string()}),
+                FieldsAre(1, _, HasSubstr("evil.dmp: The data is damaged")));
 
     // A good beginning, but as much behind it as no report holds.
     folder.WriteFile("large.dmp", dump + std::string(std::size_t{6} << 20, '\0'));

@@ -1,5 +1,4 @@
 #include "tests/support/TempFolder.h"
-#include "tests/support/Testing.h"
 #include "tests/tools/TevRunner.h"
 
 namespace
@@ -24,9 +23,8 @@ TEST(TevFileTypes, TypesAreListedAndNamesResolved)
 
 TEST(TevFileTypes, MatchPrintsMatchingNames)
 {
-    const TevResult found = RunTev({"match", "tree,\"bmp\"", "Trees.txt", "a.BMP", "bmp.c"});
-    EXPECT_EQ(found.m_output, "Trees.txt\na.BMP\n");
-    EXPECT_EQ(found.m_exitCode, 0);
+    EXPECT_THAT(RunTev({"match", "tree,\"bmp\"", "Trees.txt", "a.BMP", "bmp.c"}),
+                FieldsAre(0, "Trees.txt\na.BMP\n", _));
     EXPECT_EQ(RunTev({"match", "x?", "abc"}).m_exitCode, 1);
     EXPECT_EQ(RunTev({"match", "x"}).m_exitCode, 2);
 }

@@ -1,6 +1,5 @@
 #include "tests/support/Iconv.h"
 #include "tests/support/TempFolder.h"
-#include "tests/support/Testing.h"
 #include "tests/tools/TevRunner.h"
 
 namespace

@@ -1,11 +1,16 @@
 #pragma once
 
+#include "tests/support/Eventually.h"
+#include "tests/support/ForkedChild.h"
+#include "tests/support/Pipe.h"
 #include "tests/support/Places.h"
-#include "tests/support/System.h"
-#include "tests/support/Testing.h"
 
 namespace tev::test
 {
+using testing::_;
+using testing::AllOf;
+using testing::EndsWith;
+using testing::FieldsAre;
 
 /// The tool as a child process. Its texts are English, and its standard input is empty unless one is given.
 class TevProcess
@@ -58,50 +63,11 @@ public:
 
     void Signal(int signal) const { kill(m_process, signal); }
 
-    /// Its exit code, or 128 plus the signal that ended it.
-    int Wait()
-    {
-        int status = 0;
-        waitpid(m_process, &status, 0);
-        m_process = -1;
-        return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
-    }
+    /// As ResultOf.
+    int Wait() { return ResultOf(std::exchange(m_process, -1)); }
 
 private:
     pid_t m_process = -1;
-};
-
-/// A pipe, closed by the destructor at the latest. Children inherit its ends only as standard streams.
-class Pipe
-{
-public:
-    Pipe()
-    {
-        if (pipe2(m_ends, O_CLOEXEC) != 0)
-            throw std::runtime_error("cannot make a pipe");
-    }
-    ~Pipe()
-    {
-        CloseRead();
-        CloseWrite();
-    }
-    Pipe(const Pipe&) = delete;
-    Pipe& operator=(const Pipe&) = delete;
-
-    int ReadEnd() const { return m_ends[0]; }
-    int WriteEnd() const { return m_ends[1]; }
-    void CloseRead() { Close(m_ends[0]); }
-    void CloseWrite() { Close(m_ends[1]); }
-
-private:
-    static void Close(int& end)
-    {
-        if (end >= 0)
-            close(end);
-        end = -1;
-    }
-
-    int m_ends[2] = {-1, -1};
 };
 
 struct TevResult

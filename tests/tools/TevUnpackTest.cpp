@@ -1,6 +1,5 @@
 #include "tests/support/RawZip.h"
 #include "tests/support/TempFolder.h"
-#include "tests/support/Testing.h"
 #include "tests/tools/TevRunner.h"
 
 namespace
@@ -143,9 +142,7 @@ TEST_F(TevUnpack, AnInterruptLeavesOnlyWhatIsToBeKept)
         if (keep)
             arguments.emplace_back("--keep");
         TevProcess process(arguments, -1, -1, -1);
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-        while (!m_folder.Exists("out/2") && std::chrono::steady_clock::now() < deadline)
-            std::this_thread::yield();
+        EXPECT_TRUE(Eventually([this] { return m_folder.Exists("out/2"); }));
         process.Signal(SIGINT);
         EXPECT_EQ(process.Wait(), 128 + SIGINT);
         EXPECT_EQ(std::filesystem::is_empty(out), !keep);

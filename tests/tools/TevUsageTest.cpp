@@ -1,5 +1,4 @@
 #include "tests/support/TempFolder.h"
-#include "tests/support/Testing.h"
 #include "tests/tools/TevRunner.h"
 
 namespace
@@ -20,11 +19,7 @@ TEST(TevUsage, ListsTheCommandsWhereOneIsMissingOrUnknown)
     };
     for (const auto& [arguments, error] : cases)
     {
-        const TevResult result = RunTev(arguments);
-        EXPECT_EQ(result.m_exitCode, 2);
-        EXPECT_EQ(result.m_output, "");
-        EXPECT_THAT(result.m_error, StartsWith(error));
-        EXPECT_THAT(result.m_error, HasSubstr("--help"));
+        EXPECT_THAT(RunTev(arguments), FieldsAre(2, "", AllOf(StartsWith(error), HasSubstr("--help"))));
     }
 }
 
@@ -85,9 +80,7 @@ TEST(TevUsage, ErrorsNameTheRightFileOnce)
     };
     for (const auto& [arguments, error] : cases)
     {
-        const TevResult result = RunTev(arguments);
-        EXPECT_EQ(result.m_error, "tev: " + error + "\n");
-        EXPECT_EQ(result.m_exitCode, 1);
+        EXPECT_THAT(RunTev(arguments), FieldsAre(1, _, "tev: " + error + "\n"));
     }
 }
 } // namespace

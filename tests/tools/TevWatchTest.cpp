@@ -1,5 +1,4 @@
 #include "tests/support/TempFolder.h"
-#include "tests/support/Testing.h"
 #include "tests/tools/TevRunner.h"
 
 namespace
@@ -54,9 +53,7 @@ TEST(TevWatch, NamesDoNotControlATerminal)
 
 TEST(TevWatch, RefusesAPathWithoutAFolder)
 {
-    const TevResult none = RunTev({"watch", "/nowhere"});
-    EXPECT_EQ(none.m_exitCode, 1);
-    EXPECT_THAT(none.m_error, HasSubstr("/nowhere: The path was not found."));
+    EXPECT_THAT(RunTev({"watch", "/nowhere"}), FieldsAre(1, _, HasSubstr("/nowhere: The path was not found.")));
     EXPECT_EQ(RunTev({"watch", "--filter", "colour", "/"}).m_exitCode, 2);
     EXPECT_EQ(RunTev({"watch"}).m_exitCode, 2);
 }

@@ -4,7 +4,6 @@
 #include "services/LogFile.h"
 #include "tests/support/PrintText.h"
 #include "tests/support/TempFolder.h"
-#include "tests/support/Testing.h"
 #include "ui/CLogInfo.h"
 
 namespace

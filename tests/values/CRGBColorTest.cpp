@@ -1,7 +1,6 @@
 #include "values/CRGBColor.h"
 
 #include "tests/support/ArchiveTools.h"
-#include "tests/support/Testing.h"
 #include "text/Language.h"
 
 static void PrintTo(const CRGBColor& color, std::ostream* out)

@@ -1,7 +1,6 @@
 #include "values/CXRect.h"
 
 #include "tests/support/FileFailure.h"
-#include "tests/support/Testing.h"
 
 void PrintTo(const CXRect& r, std::ostream* out)
 {

@@ -1,18 +1,14 @@
 #include "values/CXTime.h"
 
 #include "arrays/CXArray.h"
-#include "files/CXArchive.h"
-#include "files/CXMemFile.h"
 #include "platform/ThreadPriority.h"
 #include "services/CProfileTimer.h"
 #include "services/LogFile.h"
 #include "services/ProfileReporter.h"
 #include "tests/support/ArchiveTools.h"
-#include "tests/support/FileFailure.h"
 #include "tests/support/OnThreads.h"
 #include "tests/support/PrintText.h"
 #include "tests/support/TempFolder.h"
-#include "tests/support/Testing.h"
 #include "tests/support/TimeZone.h"
 
 namespace

@@ -17,19 +17,6 @@ fs::path Corpus(const char* kind)
     return fs::path(kSourceFolder) / "../shared/corpora" / kind;
 }
 
-Files FilesIn(const fs::path& folder)
-{
-    Files files;
-    for (const auto& entry : fs::recursive_directory_iterator(folder))
-    {
-        if (!entry.is_regular_file() || entry.is_symlink())
-            continue;
-        std::ifstream file(entry.path(), std::ios::binary);
-        files[entry.path().lexically_relative(folder).string()].assign(std::istreambuf_iterator<char>(file), {});
-    }
-    return files;
-}
-
 struct Outcome
 {
     int m_exitCode;
@@ -46,7 +33,7 @@ Outcome RunPeer(const std::string& command, const fs::path& file)
     const int status = std::system(
         ("export LC_ALL=C.UTF-8; cd " + folder.Path().string() + " && (" + line + ") </dev/null >/dev/null 2>&1")
             .c_str());
-    return {WEXITSTATUS(status), FilesIn(folder.Path())};
+    return {WEXITSTATUS(status), FilesBeneath(folder.Path(), false)};
 }
 
 CXTString<wchar_t> Wide(const fs::path& path)
@@ -90,7 +77,7 @@ TEST(ArchiveCorpus, ZipArchivesGiveWhatUnzipAndBsdtarGive)
         CMiniZip zip;
         zip.SetPassword(L"x");
         const bool isDone = zip.ExtractZip(Wide(entry.path()), folder.WidePath("out").c_str(), true);
-        const Files files = FilesIn(folder.Path("out"));
+        const Files files = FilesBeneath(folder.Path("out"), false);
         EXPECT_EQ(isDone, !files.empty()) << name;
         EXPECT_EQ(std::distance(fs::directory_iterator(folder.Path()), {}), 1) << name;
 
@@ -128,7 +115,7 @@ TEST(ArchiveCorpus, ZstandardFilesGiveWhatZstdGives)
         const bool isDone = zip.ExtractZStd(Wide(entry.path()), folder.WidePath("out").c_str(), true);
         EXPECT_EQ(isDone, peer.m_exitCode == 0) << name;
         if (isDone)
-            EXPECT_TRUE(FilesIn(folder.Path()) == peer.m_files) << name;
+            EXPECT_TRUE(FilesBeneath(folder.Path(), false) == peer.m_files) << name;
         else
             EXPECT_TRUE(fs::is_empty(folder.Path())) << name;
     }

@@ -1,6 +1,5 @@
 #include "zip/CZip.h"
 
-#include "base/LittleEndian.h"
 #include "objects/LastFailure.h"
 #include "services/FileTypeRegistry.h"
 #include "services/Paths.h"
@@ -8,7 +7,6 @@
 #include "tests/support/FailingAllocations.h"
 #include "tests/support/FileFailure.h"
 #include "tests/support/RawZip.h"
-#include "tests/support/Testing.h"
 
 namespace
 {

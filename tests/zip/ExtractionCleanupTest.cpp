@@ -1,9 +1,8 @@
 #include "zip/CMiniZip.h"
 
 #include "tests/support/Eventually.h"
+#include "tests/support/ForkedChild.h"
 #include "tests/support/MiniZipFixture.h"
-#include "tests/support/System.h"
-#include "tests/support/Testing.h"
 #include "threads/CCustomThread.h"
 #include "threads/ThreadRelations.h"
 
@@ -243,9 +242,7 @@ TEST_F(MiniZip, AThreadThatIsToEndStopsUnpacking)
 /// Runs the extraction in a process that cannot write files beyond a size, as on a full disk; answers its answer.
 bool ExtractWhereFilesMustBeSmall(const Text& source, const Text& destination)
 {
-    const pid_t process = fork();
-    if (process == 0)
-    {
+    const int result = ResultInChild([&] {
         const rlimit small = {100'000, 100'000};
         setrlimit(RLIMIT_FSIZE, &small);
         signal(SIGXFSZ, SIG_IGN);
@@ -254,12 +251,10 @@ bool ExtractWhereFilesMustBeSmall(const Text& source, const Text& destination)
         OMPSetMaxThreadCount(isZFile ? 2 : 1); // a child has none of its parent's threads for loops
         const bool isDone =
             isZFile ? zip.ExtractZFile(source, destination, true) : zip.ExtractZip(source, destination, true);
-        _exit(isDone ? 1 : zip.GetExtractedFiles().GetSize() == (isZFile ? 0 : 1) ? 0 : 2);
-    }
-    int status = 0;
-    waitpid(process, &status, 0);
-    EXPECT_EQ(WEXITSTATUS(status), 0);
-    return WIFEXITED(status) && WEXITSTATUS(status) == 1;
+        return isDone ? 1 : zip.GetExtractedFiles().GetSize() == (isZFile ? 0 : 1) ? 0 : 2;
+    });
+    EXPECT_EQ(result, 0);
+    return result == 1;
 }
 
 TEST_F(MiniZip, FullDiskLeavesNoHalfFile)

@@ -1,9 +1,6 @@
 #include "tests/support/ZipCorpus.h"
-#include "tests/support/TempFolder.h"
-#include "tests/support/Testing.h"
 #include "tests/support/ZipTools.h"
 #include "zip/CMiniZip.h"
-#include "zip/CZip.h"
 
 namespace
 {

@@ -1,7 +1,6 @@
 #include "tests/support/Eventually.h"
 #include "tests/support/PrintText.h"
 #include "tests/support/SettingsFixture.h"
-#include "tests/support/Testing.h"
 
 #include <sqlite3.h>
 #include <unistd.h>
@@ -205,8 +204,7 @@ TEST_F(SettingsStore, ABatchIsMadeAsAWholeOrNotAtAll)
         return Ask(File(), "SELECT coalesce(group_concat(CAST(name AS TEXT) || hex(data)), '') FROM "
                            "(SELECT * FROM entries ORDER BY key, fold)");
     };
-    EXPECT_FALSE(registry.EndBatch()) << "none was begun";
-    EXPECT_EQ(registry.GetLastError(), 87);
+    EXPECT_EQ(ErrorOf(registry, registry.EndBatch()), 87) << "none was begun";
     const auto collect = [&](CRegUtil& in) {
         EXPECT_TRUE(in.StartBatch());
         EXPECT_TRUE(in.WriteKeyInt(L"new", 2) && in.WriteSubKeyInt(L"Below", L"New", 3) && in.WriteKeyInt(L"NEW", 4));
@@ -228,8 +226,7 @@ TEST_F(SettingsStore, ABatchIsMadeAsAWholeOrNotAtAll)
     collect(registry);
     EXPECT_TRUE(registry.WriteSubKeyInt(L"Gone", L"v", 5));
     EXPECT_TRUE(CRegUtil(kAll).DeleteKey(L"Software\\Program\\Gone", true));
-    EXPECT_FALSE(registry.EndBatch());
-    EXPECT_EQ(registry.GetLastError(), 1018) << "a key was deleted meanwhile";
+    EXPECT_EQ(ErrorOf(registry, registry.EndBatch()), 1018) << "a key was deleted meanwhile";
     EXPECT_EQ(names(), "old01000000");
 
     collect(registry);
@@ -240,8 +237,7 @@ TEST_F(SettingsStore, ABatchIsMadeAsAWholeOrNotAtAll)
 
     CRegUtil reader(CRegUtil::kRead);
     ASSERT_TRUE(reader.SetPath(kPath, false) && reader.StartBatch());
-    EXPECT_FALSE(reader.WriteKeyInt(L"v", 1));
-    EXPECT_EQ(reader.GetLastError(), 5);
+    EXPECT_EQ(ErrorOf(reader, reader.WriteKeyInt(L"v", 1)), 5);
 }
 
 TEST_F(SettingsStore, ABatchWithConditionsLosesNobodysChange)

@@ -6,8 +6,6 @@
 #include "tests/support/PrintText.h"
 #include "tests/support/Sanitized.h"
 #include "tests/support/SettingsFixture.h"
-#include "tests/support/System.h"
-#include "tests/support/Testing.h"
 #include "tests/support/TextTools.h"
 
 namespace
@@ -63,8 +61,7 @@ TEST_F(SettingsDamage, AFileThatIsNoSoundRegistryIsLeftAsItIs)
     EXPECT_FALSE(CRegUtil(kAll).SetPath(kPath, true));
     const EnvironmentVariable beneath("TEVTOOLS_REGISTRY", File() + "/below.db");
     CRegUtil registry(kAll);
-    EXPECT_FALSE(registry.SetPath(kPath, true));
-    EXPECT_EQ(registry.GetLastError(), 3);
+    EXPECT_EQ(ErrorOf(registry, registry.SetPath(kPath, true)), 3);
 }
 
 TEST_F(SettingsDamage, DamageAnywhereEndsInAnswersOrErrors)

@@ -7,11 +7,11 @@
 #include "settings/engine/SettingsLayout.h"
 #include "settings/engine/SettingsNames.h"
 #include "tests/support/Eventually.h"
+#include "tests/support/OnThreads.h"
+#include "tests/support/Pipe.h"
 #include "tests/support/Places.h"
 #include "tests/support/PrintText.h"
 #include "tests/support/SettingsFixture.h"
-#include "tests/support/System.h"
-#include "tests/support/Testing.h"
 #include "tests/support/TextTools.h"
 
 #include <sqlite3.h>
@@ -44,8 +44,7 @@ TEST_F(SettingsStore, NamesDifferByMoreThanCaseOnly)
         EXPECT_TRUE(!isSame || (registry.GetNextValueName(name, 16) && std::wstring(name) == written));
         registry.EndValueSection();
     }
-    EXPECT_FALSE(registry.SetPath(L"\x110000", true)) << "no character";
-    EXPECT_EQ(registry.GetLastError(), 87);
+    EXPECT_EQ(ErrorOf(registry, registry.SetPath(L"\x110000", true)), 87) << "no character";
 }
 
 TEST_F(SettingsStore, NamesAndDepthsHaveTheirLimits)
@@ -54,24 +53,20 @@ TEST_F(SettingsStore, NamesAndDepthsHaveTheirLimits)
     const std::wstring key(255, L'k');
     const std::wstring pairs(127, L'\U0001F600'); // of two 16-bit units each
     EXPECT_TRUE(registry.SetPath(key.c_str(), true));
-    EXPECT_FALSE(registry.SetPath((key + L"k").c_str(), true));
-    EXPECT_EQ(registry.GetLastError(), 87);
+    EXPECT_EQ(ErrorOf(registry, registry.SetPath((key + L"k").c_str(), true)), 87);
     EXPECT_TRUE(registry.SetPath((pairs + L"k").c_str(), true));
     EXPECT_FALSE(registry.SetPath((pairs + L"kk").c_str(), true));
     ASSERT_TRUE(registry.SetPath(kPath, true));
     const std::wstring value(16383, L'v');
     EXPECT_TRUE(registry.WriteKeyInt(value.c_str(), 1));
-    EXPECT_FALSE(registry.WriteKeyInt((value + L"v").c_str(), 1));
-    EXPECT_EQ(registry.GetLastError(), 87);
+    EXPECT_EQ(ErrorOf(registry, registry.WriteKeyInt((value + L"v").c_str(), 1)), 87);
 
     std::wstring deep = L"deep";
     for (int level = 1; level < 512; ++level)
         deep += L"\\d";
     ASSERT_TRUE(registry.SetPath(deep.c_str(), true));
-    EXPECT_FALSE(registry.WriteSubKeyInt(L"e", L"", 1));
-    EXPECT_EQ(registry.GetLastError(), 87);
-    EXPECT_FALSE(registry.SetPath((deep + L"\\e").c_str(), true));
-    EXPECT_EQ(registry.GetLastError(), 87);
+    EXPECT_EQ(ErrorOf(registry, registry.WriteSubKeyInt(L"e", L"", 1)), 87);
+    EXPECT_EQ(ErrorOf(registry, registry.SetPath((deep + L"\\e").c_str(), true)), 87);
     CRegUtil root(kAll);
     EXPECT_TRUE(root.DeleteKey(L"deep", true)) << root.GetLastError();
     EXPECT_FALSE(registry.SetPath(deep.c_str(), false));
@@ -80,11 +75,7 @@ TEST_F(SettingsStore, NamesAndDepthsHaveTheirLimits)
 
 TEST(SettingsNames, AreStoredAsUtf8WithLoneSurrogates)
 {
-    const struct
-    {
-        std::wstring text;
-        std::string stored;
-    } cases[] = {
+    const std::pair<std::wstring, std::string> cases[] = {
         {L"\x7F\x80\x7FF\x800\xFFFF", "\x7F\xC2\x80\xDF\xBF\xE0\xA0\x80\xEF\xBF\xBF"},
         {L"\U00010000\U0010FFFF", "\xF0\x90\x80\x80\xF4\x8F\xBF\xBF"},
         {{L'x', wchar_t(0xD800)}, "x\xED\xA0\x80"},
@@ -92,13 +83,13 @@ TEST(SettingsNames, AreStoredAsUtf8WithLoneSurrogates)
         {{wchar_t(0xDE00), wchar_t(0xDE01)}, "\xED\xB8\x80\xED\xB8\x81"},
     };
     tev::SettingsName name;
-    for (const auto& row : cases)
+    for (const auto& [text, stored] : cases)
     {
-        ASSERT_TRUE(tev::MakeSettingsName(row.text, 5, name));
-        EXPECT_EQ(name.spelling, row.stored);
-        EXPECT_EQ(name.folded, row.stored) << "without case";
-        const bool hasPair = row.text.size() == 3;
-        EXPECT_EQ(tev::SettingsNameText(row.stored), hasPair ? L"\xD83D\x1F600" : row.text);
+        ASSERT_TRUE(tev::MakeSettingsName(text, 5, name));
+        EXPECT_EQ(name.spelling, stored);
+        EXPECT_EQ(name.folded, stored) << "without case";
+        const bool hasPair = text.size() == 3;
+        EXPECT_EQ(tev::SettingsNameText(stored), hasPair ? L"\xD83D\x1F600" : text);
     }
     EXPECT_FALSE(tev::MakeSettingsName(L"\U00010000", 1, name)) << "two units";
     EXPECT_FALSE(tev::MakeSettingsName(std::wstring(1, wchar_t(0x110000)), 5, name));
@@ -125,8 +116,8 @@ TEST_F(SettingsStore, ValuesMayBeLarge)
     unsigned long size = read.size();
     ASSERT_TRUE(registry.GetKeyBin(L"large", read.data(), size));
     EXPECT_TRUE(size == written.size() && read == written);
-    EXPECT_FALSE(registry.WriteKeyBin(L"larger", written.data(), 0xFFFFFFF0)) << "refused before it is read";
-    EXPECT_EQ(registry.GetLastError(), 1450);
+    EXPECT_EQ(ErrorOf(registry, registry.WriteKeyBin(L"larger", written.data(), 0xFFFFFFF0)), 1450)
+        << "refused before it is read";
 }
 
 TEST_F(SettingsStore, ProcessesThatWriteAtOnceLoseNothing)
@@ -270,18 +261,17 @@ TEST_F(SettingsStore, AWriterThatWaitsForAnotherProcessHoldsUpNoThreadAndNoFork)
 {
     CRegUtil registry(kAll);
     ASSERT_TRUE(registry.SetPath(kPath, true) && registry.WriteKeyInt(L"a", 1));
-    int ready[2];
-    int release[2];
-    ASSERT_EQ(pipe(ready) | pipe(release), 0);
+    Pipe ready;
+    Pipe release;
     char byte = 0;
     ChildProcess other([&] {
         sqlite3* database = nullptr;
         sqlite3_open(File().c_str(), &database);
         const bool locked = sqlite3_exec(database, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr) == SQLITE_OK;
-        return locked && write(ready[1], "x", 1) == 1 && read(release[0], &byte, 1) == 1 &&
+        return locked && write(ready.WriteEnd(), "x", 1) == 1 && read(release.ReadEnd(), &byte, 1) == 1 &&
                sqlite3_exec(database, "COMMIT", nullptr, nullptr, nullptr) == SQLITE_OK;
     });
-    ASSERT_EQ(read(ready[0], &byte, 1), 1);
+    ASSERT_EQ(read(ready.ReadEnd(), &byte, 1), 1);
     std::atomic<int> begun{0};
     std::vector<std::thread> writers;
     for (const wchar_t* const name : {L"b", L"c"})
@@ -297,12 +287,10 @@ TEST_F(SettingsStore, AWriterThatWaitsForAnotherProcessHoldsUpNoThreadAndNoFork)
         EXPECT_EQ(registry.GetSubKeyInt(L"", L"a", 3), 1);
     ChildProcess child([] { return CRegUtil(kAll).SetPath(kPath, false); });
     EXPECT_TRUE(child.EndsWell());
-    ASSERT_EQ(write(release[1], "x", 1), 1);
+    ASSERT_EQ(write(release.WriteEnd(), "x", 1), 1);
     for (std::thread& writer : writers)
         writer.join();
     EXPECT_TRUE(other.EndsWell());
-    for (const int end : {ready[0], ready[1], release[0], release[1]})
-        close(end);
 }
 
 TEST_F(SettingsStore, AWriterGivesUpWhenAnotherProcessDoesNotEnd)
@@ -312,8 +300,7 @@ TEST_F(SettingsStore, AWriterGivesUpWhenAnotherProcessDoesNotEnd)
     sqlite3* database = nullptr;
     ASSERT_EQ(sqlite3_open(File().c_str(), &database), SQLITE_OK);
     ASSERT_EQ(sqlite3_exec(database, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr), SQLITE_OK);
-    EXPECT_FALSE(registry.WriteKeyInt(L"a", 1));
-    EXPECT_EQ(registry.GetLastError(), 170);
+    EXPECT_EQ(ErrorOf(registry, registry.WriteKeyInt(L"a", 1)), 170);
     std::vector<tev::SettingsTreeKey> keys;
     EXPECT_EQ(tev::ReadSettingsTree(tev::RootKey(tev::kCurrentUser), L"", keys), 0U) << "reading waits for no writer";
     EXPECT_EQ(sqlite3_exec(database, "COMMIT", nullptr, nullptr, nullptr), SQLITE_OK);
@@ -340,8 +327,7 @@ TEST_F(SettingsStore, AThreadThatIsAskedToEndSoonGivesUpWaiting)
         tev::SetStatusOfThisThread(status.get());
         for (tev::SettingsPatience patience; patience.Wait();)
             ++waits;
-        EXPECT_FALSE(registry.WriteKeyInt(L"v", 1));
-        EXPECT_EQ(registry.GetLastError(), 170);
+        EXPECT_EQ(ErrorOf(registry, registry.WriteKeyInt(L"v", 1)), 170);
         tev::SetStatusOfThisThread(nullptr);
     }).join();
     EXPECT_EQ(sqlite3_exec(reader, "COMMIT", nullptr, nullptr, nullptr), SQLITE_OK);
@@ -361,8 +347,7 @@ TEST_F(SettingsStore, AProcessThatIsKilledLeavesWhatItWasToldIsDone)
     unsigned long before = 0;
     for (int round = 0; round < 30; ++round)
     {
-        int told[2];
-        ASSERT_EQ(pipe(told), 0);
+        Pipe told;
         ChildProcess writer([&, before] {
             CRegUtil own(kAll);
             own.SetPath(kPath, false);
@@ -370,21 +355,20 @@ TEST_F(SettingsStore, AProcessThatIsKilledLeavesWhatItWasToldIsDone)
             {
                 if (!own.WriteSubKeyInt((L"k" + std::to_wstring(i % 7)).c_str(), L"", i) || !own.WriteKeyInt(L"n", i) ||
                     (i % 5 == 0 && !own.DeleteKey(L"k3", true) && own.GetLastError() != 2) ||
-                    write(told[1], &i, sizeof i) != sizeof i)
+                    write(told.WriteEnd(), &i, sizeof i) != sizeof i)
                     return false;
             }
         });
-        close(told[1]);
+        told.CloseWrite();
         unsigned long last = 0;
         const int acknowledged = static_cast<int>(random() % 100) + 1;
         for (int i = 0; i < acknowledged; ++i)
-            ASSERT_EQ(read(told[0], &last, sizeof last), static_cast<ssize_t>(sizeof last));
+            ASSERT_EQ(read(told.ReadEnd(), &last, sizeof last), static_cast<ssize_t>(sizeof last));
         usleep(static_cast<useconds_t>(random() % 300));
         writer.Kill();
         writer.EndsWell();
-        while (read(told[0], &last, sizeof last) > 0)
+        while (read(told.ReadEnd(), &last, sizeof last) > 0)
             continue;
-        close(told[0]);
         unsigned long stored = 0;
         ASSERT_TRUE(registry.GetKeyInt(L"n", stored)) << registry.GetLastError();
         ASSERT_TRUE(stored == last || stored == last + 1) << "round " << round << ": " << stored << ", told " << last;
@@ -492,8 +476,7 @@ TEST_F(SettingsStore, AFileThatTakesTheOldOnesPlaceIsSeen)
     ASSERT_TRUE(registry.SetPath(kPath, true) && registry.WriteKeyInt(L"v", 5) && registry.OpenBase(false));
     for (const char* const suffix : {"", "-wal", "-shm"})
         std::filesystem::remove(File() + suffix);
-    EXPECT_FALSE(registry.WriteKeyInt(L"v", 6));
-    EXPECT_EQ(registry.GetLastError(), 1018) << "the key is gone with the file";
+    EXPECT_EQ(ErrorOf(registry, registry.WriteKeyInt(L"v", 6)), 1018) << "the key is gone with the file";
     CRegUtil later(kAll);
     EXPECT_FALSE(later.SetPath(kPath, false));
     ASSERT_TRUE(later.SetPath(kPath, true) && later.WriteKeyInt(L"v", 7));
@@ -540,21 +523,17 @@ TEST_F(SettingsStore, ThreadsWorkAtOnce)
 {
     constexpr int kThreads = 4;
     constexpr int kRounds = 200;
-    std::vector<std::thread> threads;
-    for (int thread = 0; thread < kThreads; ++thread)
-        threads.emplace_back([thread] {
-            CRegUtil registry(kAll);
-            EXPECT_TRUE(registry.SetPath(kPath, true));
-            for (int i = 0; i < kRounds; ++i)
-            {
-                const std::wstring name = std::to_wstring(thread) + L"-" + std::to_wstring(i);
-                EXPECT_TRUE(registry.WriteSubKeyInt(name.c_str(), L"v", 1));
-                EXPECT_EQ(registry.GetSubKeyInt(name.c_str(), L"v", 0), 1);
-                EXPECT_TRUE(i % 2 == 0 || registry.DeleteKey(name.c_str(), false));
-            }
-        });
-    for (std::thread& thread : threads)
-        thread.join();
+    OnThreads(kThreads, [](int thread) {
+        CRegUtil registry(kAll);
+        EXPECT_TRUE(registry.SetPath(kPath, true));
+        for (int i = 0; i < kRounds; ++i)
+        {
+            const std::wstring name = std::to_wstring(thread) + L"-" + std::to_wstring(i);
+            EXPECT_TRUE(registry.WriteSubKeyInt(name.c_str(), L"v", 1));
+            EXPECT_EQ(registry.GetSubKeyInt(name.c_str(), L"v", 0), 1);
+            EXPECT_TRUE(i % 2 == 0 || registry.DeleteKey(name.c_str(), false));
+        }
+    });
     EXPECT_EQ(Ask(File(), "SELECT count(*) FROM entries"), std::to_string(kThreads * kRounds / 2));
 }
 } // namespace

@@ -1,6 +1,5 @@
 #include "zip/engine/ZipFields.h"
 
-#include "tests/support/Testing.h"
 #include "tests/support/TimeZone.h"
 
 namespace

@@ -3,7 +3,6 @@
 #include "tests/support/RawZip.h"
 #include "tests/support/SplitZip.h"
 #include "tests/support/TempFolder.h"
-#include "tests/support/Testing.h"
 #include "tests/support/ZipMemory.h"
 #include "tests/support/ZipTools.h"
 #include "zip/CMiniZip.h"
