@@ -42,3 +42,9 @@ TEVTOOLS_API bool XImportRegistry(const CXTString<wchar_t>& text, XRegistryImpor
 /// Throws CXFileException when the file cannot be written. The whole tree is held in memory.
 [[nodiscard]] TEVTOOLS_API bool XExportRegistry(const CXTString<wchar_t>& path, CXFile& file, xStringEncoding encoding,
                                                 int& systemError);
+
+/// Deletes a key and all below it, in one step, while they are what XExportRegistry wrote of this path: `expected`, with or
+/// without the mark before it. Else false, and the code is 1237, so that what another program changed meanwhile is not lost.
+/// A root cannot be deleted (code 5).
+TEVTOOLS_API bool XRemoveRegistryKey(const CXTString<wchar_t>& path, const CXTString<wchar_t>& expected,
+                                     int& systemError);

@@ -132,37 +132,20 @@ void AppendValue(std::wstring& text, const SettingsTreeValue& entry)
     text += kLineEnd;
 }
 
-void WriteText(CXFile& file, const std::wstring& text, xStringEncoding encoding)
+// A line end in a name cannot be escaped, and would make the rest of the name a line of its own.
+bool CanBeWritten(const KeyPath& key, const std::vector<SettingsTreeKey>& tree)
 {
-    CXTString<char> encoded;
-    static_cast<void>(XEncodeText(text.data(), text.size(), encoding, encoded));
-    std::string_view bytes = tev::ViewOf(encoded);
-    constexpr std::size_t kLargestPiece = std::numeric_limits<int>::max();
-    for (; !bytes.empty(); bytes.remove_prefix(std::min(bytes.size(), kLargestPiece)))
-        file.Write(bytes.data(), static_cast<unsigned>(std::min(bytes.size(), kLargestPiece)));
+    const auto hasLineEnd = [](const std::wstring& path) { return path.find_first_of(L"\r\n") != path.npos; };
+    return !hasLineEnd(key.m_path) &&
+           std::none_of(tree.begin(), tree.end(), [&](const SettingsTreeKey& read) { return hasLineEnd(read.path); });
 }
-} // namespace
 
-bool XExportRegistry(const CXTString<wchar_t>& path, CXFile& file, xStringEncoding encoding, int& systemError)
+/// Hands out the text piece by piece.
+template <class Take>
+void WriteTree(const KeyPath& key, const std::vector<SettingsTreeKey>& tree, Take take)
 {
-    const KeyPath key(path.GetConstBuffer());
-    std::vector<SettingsTreeKey> tree;
-    systemError = static_cast<int>(tev::ReadSettingsTree(key.m_root, key.m_path.c_str(), tree));
-    if (systemError != 0)
-        return tev::NoteSystemError("XExportRegistry", static_cast<unsigned>(systemError), path);
-    // A line end in a name cannot be escaped, and would make the rest of the name a line of its own.
-    const auto hasLineEnd = [](const SettingsTreeKey& read) {
-        return read.path.find_first_of(L"\r\n") != read.path.npos;
-    };
-    if (key.m_path.find_first_of(L"\r\n") != key.m_path.npos || std::any_of(tree.begin(), tree.end(), hasLineEnd))
-    {
-        systemError = tev::platform::kInvalidData;
-        return tev::NoteSystemError("XExportRegistry", tev::platform::kInvalidData, path);
-    }
-    const bool isUtf16 = encoding == xEncodingUtf16;
-    const xStringEncoding written = isUtf16 ? xEncodingUtf16 : xEncodingUtf8;
-    std::wstring text = isUtf16 ? L"\uFEFF" : L"";
-    text.append(L"Windows Registry Editor Version 5.00").append(kLineEnd);
+    std::wstring text = L"Windows Registry Editor Version 5.00";
+    text.append(kLineEnd);
     for (const SettingsTreeKey& read : tree)
     {
         text.append(kLineEnd).append(L"[").append(key.m_rootName);
@@ -174,9 +157,66 @@ bool XExportRegistry(const CXTString<wchar_t>& path, CXFile& file, xStringEncodi
         text.append(L"]").append(kLineEnd);
         for (const SettingsTreeValue& value : read.values)
             AppendValue(text, value);
-        WriteText(file, text, written);
+        take(text);
         text.clear();
     }
-    WriteText(file, std::wstring(kLineEnd), written);
+    take(std::wstring(kLineEnd));
+}
+
+CXTString<char> Encoded(std::wstring_view text, xStringEncoding encoding)
+{
+    CXTString<char> encoded;
+    static_cast<void>(XEncodeText(text.data(), text.size(), encoding, encoded));
+    return encoded;
+}
+
+void WriteText(CXFile& file, const std::wstring& text, xStringEncoding encoding)
+{
+    const CXTString<char> encoded = Encoded(text, encoding);
+    std::string_view bytes = tev::ViewOf(encoded);
+    constexpr std::size_t kLargestPiece = std::numeric_limits<int>::max();
+    for (; !bytes.empty(); bytes.remove_prefix(std::min(bytes.size(), kLargestPiece)))
+        file.Write(bytes.data(), static_cast<unsigned>(std::min(bytes.size(), kLargestPiece)));
+}
+} // namespace
+
+bool XExportRegistry(const CXTString<wchar_t>& path, CXFile& file, xStringEncoding encoding, int& systemError)
+{
+    const KeyPath key(path.GetConstBuffer());
+    std::vector<SettingsTreeKey> tree;
+    unsigned error = tev::ReadSettingsTree(key.m_root, key.m_path.c_str(), tree);
+    if (error == 0 && !CanBeWritten(key, tree))
+        error = tev::platform::kInvalidData;
+    systemError = static_cast<int>(error);
+    if (error != 0)
+        return tev::NoteSystemError("XExportRegistry", error, path);
+    const xStringEncoding written = encoding == xEncodingUtf16 ? xEncodingUtf16 : xEncodingUtf8;
+    if (written == xEncodingUtf16)
+        WriteText(file, L"\uFEFF", written);
+    WriteTree(key, tree, [&](const std::wstring& text) { WriteText(file, text, written); });
     return true;
+}
+
+// Compared as UTF-16, in which both halves of a pair are one text with the pair.
+bool XRemoveRegistryKey(const CXTString<wchar_t>& path, const CXTString<wchar_t>& expected, int& systemError)
+{
+    const KeyPath key(path.GetConstBuffer());
+    std::wstring_view text = tev::ViewOf(expected);
+    if (!text.empty() && text.front() == L'\uFEFF')
+        text.remove_prefix(1);
+    const CXTString<char> encoded = Encoded(text, xEncodingUtf16);
+    const unsigned error =
+        tev::DeleteSettingsTree(key.m_root, key.m_path.c_str(), [&](const std::vector<SettingsTreeKey>& tree) {
+            std::string_view left = tev::ViewOf(encoded);
+            bool isEqual = CanBeWritten(key, tree);
+            WriteTree(key, tree, [&](const std::wstring& piece) {
+                const CXTString<char> bytes = Encoded(piece, xEncodingUtf16);
+                const std::string_view next = tev::ViewOf(bytes);
+                isEqual = isEqual && left.substr(0, next.size()) == next;
+                left.remove_prefix(isEqual ? next.size() : 0);
+            });
+            return isEqual && left.empty();
+        });
+    systemError = static_cast<int>(error);
+    return error == 0 || tev::NoteSystemError("XRemoveRegistryKey", error, path);
 }

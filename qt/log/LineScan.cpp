@@ -328,12 +328,12 @@ std::uint64_t LineScan::CountBefore(Key key, std::uint64_t value) const
     return count;
 }
 
-std::vector<bool> LineScan::FindParts(std::size_t parts) const
+std::vector<bool> LineScan::FindParts(std::size_t parts, const RowFolds& folds) const
 {
     std::vector<bool> found(parts);
-    const Totals totals = GetTotals();
+    const auto shown = static_cast<double>(folds.CountShown(GetTotals().m_base));
     const auto partOf = [&](std::uint64_t base) {
-        const double part = static_cast<double>(base) * static_cast<double>(parts) / static_cast<double>(totals.m_base);
+        const double part = static_cast<double>(folds.ToShown(base)) * static_cast<double>(parts) / shown;
         return std::min(static_cast<std::size_t>(part), parts - 1);
     };
     const tev::LockGuard guard(m_lock);

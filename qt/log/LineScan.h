@@ -1,6 +1,7 @@
 #pragma once
 
 #include "qt/log/ByteSearch.h"
+#include "qt/log/RowFolds.h"
 
 #include <functional>
 #include <limits>
@@ -50,8 +51,9 @@ public:
     /// The number of hits before a line, or before the line of a number among the base.
     std::uint64_t CountBeforeLine(std::uint64_t line) const { return CountBefore(&LinePlace::m_line, line); }
     std::uint64_t CountBeforeBase(std::uint64_t base) const { return CountBefore(&LinePlace::m_base, base); }
-    /// Whether each of so many equal parts of the base holds a hit, as far as scanned; parts of large files nearly.
-    std::vector<bool> FindParts(std::size_t parts) const;
+    /// Whether each of so many equal parts of the base holds a hit, as far as scanned; parts of large files nearly. Folded away
+    /// is what has no place of its own among the parts.
+    std::vector<bool> FindParts(std::size_t parts, const RowFolds& folds = {}) const;
 
     const std::shared_ptr<const TextFile>& GetFile() const noexcept { return m_file; }
     const LineMatcher& GetFind() const noexcept { return m_find; }

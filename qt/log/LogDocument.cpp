@@ -516,8 +516,8 @@ std::optional<std::uint64_t> LogDocument::PreviousMatch(std::uint64_t row) const
     return match;
 }
 
-std::vector<bool> LogDocument::FindMatchingParts(std::size_t parts) const
+std::vector<bool> LogDocument::FindMatchingParts(std::size_t parts, const RowFolds& folds) const
 {
     const Content content = GetContent();
-    return content.m_found == nullptr ? std::vector<bool>(parts) : content.m_found->FindParts(parts);
+    return content.m_found == nullptr ? std::vector<bool>(parts) : content.m_found->FindParts(parts, folds);
 }

@@ -92,8 +92,8 @@ public:
     /// The next row from one on, or the last one before it, that the search found. Nothing where there is none so far.
     std::optional<std::uint64_t> NextMatch(std::uint64_t row) const;
     std::optional<std::uint64_t> PreviousMatch(std::uint64_t row) const;
-    /// Which of so many equal parts of the rows hold matches.
-    std::vector<bool> FindMatchingParts(std::size_t parts) const;
+    /// Which of so many equal parts of the rows that folds leave hold matches; those that are hidden count where their fold is.
+    std::vector<bool> FindMatchingParts(std::size_t parts, const RowFolds& folds = {}) const;
 
     struct Fold
     {

@@ -109,10 +109,10 @@ void LogView::Refresh()
     }
     if (isChanged)
         UpdateRows();
-    if (isNew || m_markedHits != status.m_matches.m_hits || m_markedRows != m_rowCount)
+    if (isNew || m_markedHits != status.m_matches.m_hits || m_markedRows != ShownCount())
     {
         m_markedHits = status.m_matches.m_hits;
-        m_markedRows = m_rowCount;
+        m_markedRows = ShownCount();
         UpdateMarks();
     }
     if (isNew)
@@ -137,7 +137,7 @@ void LogView::UpdateRows()
 void LogView::UpdateMarks()
 {
     m_scrollBar->SetMarks(m_rowCount == 0 ? std::vector<bool>()
-                                          : m_document.FindMatchingParts(m_scrollBar->MarkCount()));
+                                          : m_document.FindMatchingParts(m_scrollBar->MarkCount(), m_folds));
 }
 
 void LogView::ReadVisibleRows()

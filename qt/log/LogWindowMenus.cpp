@@ -4,6 +4,7 @@
 #include "qt/log/LogWindow.h"
 #include "qt/log/PatternField.h"
 #include "qt/toolkit/QtText.h"
+#include "qt/toolkit/Theme.h"
 
 #include <QActionGroup>
 #include <QHBoxLayout>
@@ -44,7 +45,10 @@ QAction* LogWindow::Add(QMenu& menu, const char* name, const QString& text, cons
     QAction* const action = menu.addAction(text);
     action->setObjectName(QString::fromLatin1(name));
     action->setShortcut(key);
-    connect(action, &QAction::triggered, this, std::move(handler));
+    connect(action, &QAction::triggered, this, [handler = std::move(handler)] {
+        if (!tev::RaiseDialog())
+            handler();
+    });
     return action;
 }
 

@@ -1,7 +1,7 @@
 // Makes the pictures of the documents: of the windows of a program, or of one of the library's dialogs.
 //
 // usage: tevtools_pictures PICTURE COMMAND [ARGUMENT]...
-//        tevtools_pictures --show message|question|password|lines|dark-lines
+//        tevtools_pictures --show message|question|password|lines, each also as dark-...
 
 #include "qt/toolkit/CQtUserInterface.h"
 #include "qt/toolkit/Theme.h"
@@ -69,8 +69,12 @@ int MakePicture(const QStringList& arguments)
     return isSaved ? 0 : 1;
 }
 
-void ShowDialog(const QString& kind)
+void ShowDialog(QString kind)
 {
+    const bool isDark = kind.startsWith(QStringLiteral("dark-"));
+    if (isDark)
+        tev::SetColorTheme(tev::ColorTheme::Dark);
+    kind.remove(QStringLiteral("dark-"));
     CQtUserInterface windows;
     if (kind == QStringLiteral("message"))
         return windows.ShowMessage(CUserInterface::Severity::Warning, L"The disk is nearly full. The model was saved.");
@@ -82,8 +86,6 @@ void ShowDialog(const QString& kind)
         return static_cast<void>(
             windows.AskForPassword(L"/home/anna/projects/2026/bridge over the river/deliveries/bridge.zip", password));
     }
-    const bool isDark = kind == QStringLiteral("dark-lines");
-    tev::SetColorTheme(isDark ? tev::ColorTheme::Dark : tev::ColorTheme::Light);
     CUserInterface* const before = XSetUserInterface(&windows);
     CXArray<IoLogInfo> records;
     records.Add({L"bridge.obj", 0});

@@ -117,6 +117,14 @@ HKEY RootOf(const Place& place)
     return place.empty() ? nullptr : CRegUtil::StrToRootKey(place.front().c_str());
 }
 
+CXTString<wchar_t> TextIn(const Bytes& snapshot)
+{
+    CXTString<wchar_t> text;
+    const XTextMark mark = XFindTextMark(snapshot.data(), snapshot.size());
+    static_cast<void>(XDecodeText(snapshot.data() + mark.m_size, snapshot.size() - mark.m_size, xEncodingUtf16, text));
+    return text;
+}
+
 Result ResultOf(int error)
 {
     if (error == kDone)
@@ -338,25 +346,22 @@ Bytes RegistrySource::EmptySnapshot(const Place& place) const
 
 Result RegistrySource::Apply(const NodeEdit& edit)
 {
-    CRegUtil registry(CRegUtil::kReadWrite);
-    const int error = OpenKey(registry, edit.m_place);
     Refresh();
-    if (!edit.m_isForced)
-    {
-        if (edit.m_before.has_value() != (error == kDone))
-            return ResultOf(error == kDone ? kAlreadyExists : error);
-        QString reason;
-        if (edit.m_before && Snapshot(edit.m_place, reason) != edit.m_before)
-            return ResultOf(kChangedMeanwhile);
-    }
+    const CXTString<wchar_t> before = edit.m_before ? TextIn(*edit.m_before) : CXTString<wchar_t>();
+    int error = kDone;
+    if (edit.m_before && !edit.m_after)
+        return ResultOf(XRemoveRegistryKey(XFromQString(PathOf(edit.m_place)), before, error) ? kDone : error);
+    CRegUtil registry(CRegUtil::kReadWrite);
+    error = OpenKey(registry, edit.m_place);
     if (!edit.m_after)
         return ResultOf(registry.DeleteKey(L"", true) ? kDone : registry.GetLastError());
-    CXTString<wchar_t> text;
+    if (!edit.m_isForced && edit.m_before.has_value() != (error == kDone))
+        return ResultOf(error == kDone ? kAlreadyExists : error);
+    QString reason;
+    if (edit.m_before && Snapshot(edit.m_place, reason) != edit.m_before)
+        return ResultOf(kChangedMeanwhile);
     XRegistryImport result;
-    const XTextMark mark = XFindTextMark(edit.m_after->data(), edit.m_after->size());
-    static_cast<void>(
-        XDecodeText(edit.m_after->data() + mark.m_size, edit.m_after->size() - mark.m_size, xEncodingUtf16, text));
-    if (XImportRegistry(text, result))
+    if (XImportRegistry(TextIn(*edit.m_after), result))
         return {};
     return {Outcome::kFailed, RegistryErrorText(result.m_systemError)};
 }

@@ -7,10 +7,11 @@
 #include "qt/settings/ValueEditor.h"
 #include "qt/settings/WindowShown.h"
 #include "qt/toolkit/QtText.h"
+#include "qt/toolkit/Theme.h"
 
-#include <QApplication>
 #include <QClipboard>
 #include <QFileDialog>
+#include <QGuiApplication>
 #include <QInputDialog>
 #include <QMessageBox>
 #include <QTableView>
@@ -65,12 +66,7 @@ std::vector<int> SettingsWindow::ChosenRows() const
 
 void SettingsWindow::Act(void (SettingsWindow::*slot)())
 {
-    if (QWidget* const dialog = QApplication::activeModalWidget())
-    {
-        dialog->raise();
-        dialog->activateWindow();
-    }
-    else if (!m_isTransferring)
+    if (!RaiseDialog() && !m_isTransferring)
         (this->*slot)();
 }
 

@@ -11,6 +11,7 @@
 #include <QLocale>
 #include <QPalette>
 #include <QTranslator>
+#include <QWidget>
 
 #include <cstdio>
 #include <cstdlib>
@@ -100,6 +101,16 @@ void EndWithoutDisplay()
         if (type == QtFatalMsg)
             std::_Exit(1);
     });
+}
+
+bool RaiseDialog()
+{
+    QWidget* const dialog = QApplication::activeModalWidget();
+    if (dialog == nullptr)
+        return false;
+    dialog->raise();
+    dialog->activateWindow();
+    return true;
 }
 
 void SetUpProgram(const QString& name, const QString& title)

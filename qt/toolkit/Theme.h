@@ -36,6 +36,9 @@ TEVTOOLS_QT_API void FollowLanguage();
 /// called before its QApplication is made.
 TEVTOOLS_QT_API void EndWithoutDisplay();
 
+/// Brings a dialog that is open to the front; false where none is.
+TEVTOOLS_QT_API bool RaiseDialog();
+
 /// Sets up a program of the desktop: its names, icon and desktop file, and the language of Qt's texts. `name` is that of the
 /// program and its icon, `title` is for people.
 TEVTOOLS_QT_API void SetUpProgram(const QString& name, const QString& title);

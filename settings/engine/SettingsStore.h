@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -123,6 +124,11 @@ struct SettingsTreeKey
 
 /// A key and all below it, each before those below it, as they were at one moment.
 [[nodiscard]] unsigned ReadSettingsTree(SettingsKey key, const wchar_t* path, std::vector<SettingsTreeKey>& tree);
+
+/// Deletes a key with all below it, in the step in which `isExpected` finds them as they are to be; kSettingsChanged where it
+/// does not. It is called under the lock of the store.
+[[nodiscard]] unsigned DeleteSettingsTree(SettingsKey key, const wchar_t* path,
+                                          const std::function<bool(const std::vector<SettingsTreeKey>&)>& isExpected);
 
 struct SettingsChange
 {

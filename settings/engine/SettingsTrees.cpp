@@ -50,10 +50,12 @@ unsigned AddBelow(SettingsDatabase& database, const PendingKey& key, std::vector
     return error == kSettingsNoMoreItems ? unsigned{kSettingsDone} : error;
 }
 
-unsigned ReadTree(SettingsKeyState& state, const std::vector<SettingsName>& names, std::vector<SettingsTreeKey>& tree)
+/// In a transaction that is begun here; the state becomes that of the key.
+unsigned ReadTree(SettingsTransaction& transaction, bool isWriting, SettingsKeyState& state,
+                  const std::vector<SettingsName>& names, std::vector<SettingsTreeKey>& tree)
 {
-    SettingsTransaction transaction(*state.database);
-    unsigned error = transaction.Begin(false);
+    tree.clear();
+    unsigned error = transaction.Begin(isWriting);
     if (error == kSettingsDone)
         error = WalkSettingsKeys(state, names, false);
     std::vector<PendingKey> pending = {{state.id, state.depth, {}}};
@@ -75,7 +77,6 @@ unsigned ReadTree(SettingsKeyState& state, const std::vector<SettingsName>& name
 unsigned ReadTreeOf(SettingsKey key, const std::vector<SettingsName>& names, std::vector<SettingsTreeKey>& tree)
 {
     const SettingsLock lock;
-    tree.clear();
     SettingsKeyState root;
     const SettingsKeyState* const start = FindSettingsKey(key, root);
     if (start == nullptr)
@@ -84,10 +85,37 @@ unsigned ReadTreeOf(SettingsKey key, const std::vector<SettingsName>& names, std
     const unsigned error = ConnectSettingsKey(state, SettingsUse::Read);
     if (error == kSettingsNotFound && names.empty())
     {
-        tree.emplace_back(); // a root exists before its store is created
+        tree.assign(1, {}); // a root exists before its store is created
         return kSettingsDone;
     }
-    return error == kSettingsDone ? ReadTree(state, names, tree) : error;
+    if (error != kSettingsDone)
+        return error;
+    SettingsTransaction transaction(*state.database);
+    return ReadTree(transaction, false, state, names, tree);
+}
+
+unsigned DeleteTreeOf(SettingsKey key, const std::vector<SettingsName>& names,
+                      const std::function<bool(const std::vector<SettingsTreeKey>&)>& isExpected)
+{
+    const SettingsLock lock;
+    SettingsKeyState root;
+    const SettingsKeyState* const start = FindSettingsKey(key, root);
+    if (start == nullptr)
+        return kSettingsBadHandle;
+    SettingsKeyState state = *start;
+    if (state.depth == 0 && names.empty())
+        return kSettingsAccessDenied;
+    unsigned error = ConnectSettingsKey(state, SettingsUse::Write);
+    if (error != kSettingsDone)
+        return error;
+    SettingsTransaction transaction(*state.database);
+    std::vector<SettingsTreeKey> tree;
+    error = ReadTree(transaction, true, state, names, tree);
+    if (error == kSettingsDone && !isExpected(tree))
+        error = kSettingsChanged;
+    if (error == kSettingsDone)
+        error = SettingsQuery(*state.database, SettingsStatement::DeleteKey).With(state.id).Run();
+    return error == kSettingsDone ? transaction.Commit() : error;
 }
 } // namespace
 
@@ -97,5 +125,14 @@ unsigned ReadSettingsTree(SettingsKey key, const wchar_t* path, std::vector<Sett
     if (!SplitSettingsPath(path, names))
         return kSettingsBadParameter;
     return RetryWhileBusy([&] { return ReadTreeOf(key, names, tree); });
+}
+
+unsigned DeleteSettingsTree(SettingsKey key, const wchar_t* path,
+                            const std::function<bool(const std::vector<SettingsTreeKey>&)>& isExpected)
+{
+    std::vector<SettingsName> names;
+    if (!SplitSettingsPath(path, names))
+        return kSettingsBadParameter;
+    return RetryWhileBusy([&] { return DeleteTreeOf(key, names, isExpected); });
 }
 } // namespace tev

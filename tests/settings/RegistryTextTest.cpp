@@ -2,9 +2,11 @@
 
 #include "files/CXMemFile.h"
 #include "settings/CRegUtil.h"
+#include "tests/support/ForkedChild.h"
 #include "tests/support/PrintText.h"
 #include "tests/support/TestRegistry.h"
 #include "tests/support/TextTools.h"
+#include "text/TextEncoding.h"
 
 namespace
 {
@@ -260,5 +262,71 @@ TEST_F(RegistryText, AnExportTakenOverGivesTheSameExport)
     ASSERT_EQ(Import(ToStd(text)).m_fault, XRegistryFault::None);
     EXPECT_EQ(Export(L"k", xEncodingUtf16), exported);
     EXPECT_EQ(exported.substr(0, 4), "\xFF\xFEW\0"s);
+}
+
+TEST_F(RegistryText, AKeyIsDeletedOnlyAsItIsExpected)
+{
+    const wchar_t* const keyText =
+        L"[HKEY_CURRENT_USER\\k\\sub]\n\"a\"=dword:1\n[HKEY_CURRENT_USER\\k\\sub\\\xD83D\xDE00]\n";
+    const auto remove = [](const wchar_t* path, const CXTString<wchar_t>& expected) {
+        int systemError = -1;
+        const bool isRemoved = XRemoveRegistryKey(path, expected, systemError);
+        EXPECT_EQ(isRemoved, systemError == 0);
+        return systemError;
+    };
+    const auto exported = [] {
+        const std::string bytes = Export(L"k\\sub", xEncodingUtf16);
+        CXTString<wchar_t> text;
+        EXPECT_TRUE(XDecodeText(bytes.data(), bytes.size(), xEncodingUtf16, text));
+        return text;
+    };
+    ASSERT_EQ(Import(kHeader + keyText).m_fault, XRegistryFault::None);
+    const CXTString<wchar_t> seen = exported();
+    for (const wchar_t* const change :
+         {L"\"a\"=dword:2", L"\"a\"=-", L"\"b\"=dword:1", L"[HKEY_CURRENT_USER\\k\\sub\\z]",
+          L"[-HKEY_CURRENT_USER\\k\\sub\\\xD83D\xDE00]"})
+    {
+        ASSERT_EQ(Import(kHeader + keyText + L"[HKEY_CURRENT_USER\\k\\sub]\n" + change).m_fault, XRegistryFault::None);
+        EXPECT_EQ(remove(L"k\\sub", seen), 1237) << change;
+        ASSERT_EQ(Import(kHeader + L"[-HKEY_CURRENT_USER\\k\\sub]").m_fault, XRegistryFault::None);
+    }
+    EXPECT_EQ(remove(L"k\\sub", seen), 2);
+    EXPECT_EQ(remove(L"HKEY_CURRENT_USER", seen), 5);
+    ASSERT_EQ(Import(kHeader + keyText).m_fault, XRegistryFault::None);
+    EXPECT_EQ(remove(L"k\\sub", seen + L" "), 1237);
+    EXPECT_EQ(remove(L"HKEY_CURRENT_USER:k/sub", seen.Mid(1)), 0) << "without the mark";
+    EXPECT_FALSE(CRegUtil(CRegUtil::kRead).SetPath(L"k\\sub", false));
+    EXPECT_TRUE(CRegUtil(CRegUtil::kRead).SetPath(L"k", false));
+    // What another process could write was seen by the one that deletes.
+    for (int round = 0; round < 8; ++round)
+    {
+        ASSERT_EQ(Import(kHeader + keyText).m_fault, XRegistryFault::None);
+        const BinaryData large(20000);
+        CRegUtil registry(CRegUtil::kReadWrite);
+        ASSERT_TRUE(registry.SetPath(L"k\\sub", false) && registry.WriteKeyBin(L"large", large.data(), 20000));
+        ChildProcess writing([] {
+            CRegUtil writer(CRegUtil::kReadWrite);
+            unsigned long written = 0;
+            bool isOpen = writer.SetPath(L"k\\sub", false) && writer.OpenBase(false);
+            while (isOpen && written < 2000 && writer.WriteKeyInt(L"a", written + 1))
+            {
+                ++written;
+                CXMemFile read; // takes as long as looking at it takes the other one
+                int systemError = 0;
+                static_cast<void>(XExportRegistry(L"k\\sub", read, xEncodingUtf16, systemError));
+            }
+            return writer.SetPath(L"k", false) && writer.WriteKeyInt(L"written", written);
+        });
+        CXTString<wchar_t> last;
+        do
+            last = exported();
+        while (remove(L"k\\sub", last) != 0);
+        ASSERT_TRUE(writing.EndsWell());
+        unsigned long written = 0;
+        ASSERT_TRUE(registry.SetPath(L"k", false) && registry.GetKeyInt(L"written", written));
+        CXTString<wchar_t> number;
+        number.Format(L"\"a\"=dword:%08x", static_cast<unsigned>(written));
+        EXPECT_TRUE(last.Find(number) >= 0 || written == 0) << ToStd(last) << ToStd(number);
+    }
 }
 } // namespace

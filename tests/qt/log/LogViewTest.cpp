@@ -225,24 +225,33 @@ TEST(LogView, ColoursLinesInBothThemes)
     tev::SetColorTheme(tev::ColorTheme::System);
 }
 
-TEST(LogView, MarksMatchesInTheScrollBar)
+TEST(LogView, MarksMatchesInTheScrollBarAmongTheRowsThatAreShown)
 {
     const LogFolder folder;
-    ShownView shown(folder.Write("a.log", Numbered(1000)));
-    shown.m_document.SetSearch({PatternKind::Text, QStringLiteral("line 50"), false}); // 50 and 500 to 509
+    std::string lines = "first\n";
+    for (int i = 1; i < 1000; ++i)
+        lines += (i < 800 ? "\tline " : "line ") + std::to_string(i) + '\n';
+    ShownView shown(folder.Write("a.log", lines));
+    shown.m_document.SetSearch({PatternKind::Text, QStringLiteral("line 90"), false}); // 90 and 900 to 909
+    const auto expectMarks = [&](const std::vector<std::size_t>& rows, std::size_t count) {
+        shown.Settle();
+        const std::vector<bool>& marks = shown.m_view.GetMatchScrollBar().GetMarks();
+        ASSERT_LT(20U, marks.size());
+        std::vector<bool> expected(marks.size());
+        for (const std::size_t row : rows)
+            expected[row * marks.size() / count] = true;
+        EXPECT_EQ(expected, marks) << count;
+    };
+    expectMarks({90, 900, 901, 902, 903, 904, 905, 906, 907, 908, 909}, 1000);
+    shown.Keys({Qt::Key_Home, Qt::Key_Minus}); // of what is hidden the mark is at its fold
+    expectMarks({0, 101, 102, 103, 104, 105, 106, 107, 108, 109, 110}, 201);
+    shown.Keys({Qt::Key_Plus});
+    expectMarks({90, 900, 901, 902, 903, 904, 905, 906, 907, 908, 909}, 1000);
+    shown.m_document.SetFilter({PatternKind::Text, QStringLiteral("9"), false}, 0);
     shown.Settle();
-    const std::vector<bool>& marks = shown.m_view.GetMatchScrollBar().GetMarks();
-    std::set<std::size_t> expected{50 * marks.size() / 1000};
-    for (std::size_t line = 500; line < 510; ++line)
-        expected.insert(line * marks.size() / 1000);
-    std::set<std::size_t> marked;
-    for (std::size_t i = 0; i < marks.size(); ++i)
-    {
-        if (marks[i])
-            marked.insert(i);
-    }
-    EXPECT_EQ(expected, marked);
-    EXPECT_LT(20U, marks.size());
+    const auto rows = static_cast<std::size_t>(shown.m_document.GetStatus().m_rows.m_hits);
+    const auto rowOf = [&](std::uint64_t line) { return static_cast<std::size_t>(shown.m_document.RowOfLine(line)); };
+    expectMarks({rowOf(90), rowOf(900), rowOf(902), rowOf(904), rowOf(906), rowOf(909)}, rows);
 }
 
 TEST(LogView, TakesAnyBytes)

@@ -23,6 +23,7 @@
 #include <QProcess>
 #include <QPushButton>
 #include <QStatusBar>
+#include <QTimer>
 #include <QUrl>
 
 using testing::Contains;
@@ -239,6 +240,38 @@ TEST(LogWindow, CanBeReadByAll)
     EXPECT_THAT(tev::test::TabOrder(dialog),
                 ElementsAre("Patterns", "Add", "Remove", "Move Down", "Pattern", "Pattern, kind", "Pattern, Match case",
                             "Colour", "OK", "Cancel"));
+}
+
+TEST(LogWindow, OneDialogIsOpenAtATime)
+{
+    const LogFolder folder;
+    ShownWindow shown(folder);
+    const char* const actions[] = {"open", "line", "colors", "quit"};
+    int opened = 0;
+    int others = 0;
+    const QWidget* dialog = nullptr;
+    QTimer look;
+    look.callOnTimeout([&] {
+        auto* const top = qobject_cast<QDialog*>(QApplication::activeModalWidget());
+        if (top == nullptr || !top->isVisible())
+            return;
+        others += dialog != nullptr ? 1 : 0;
+        if (dialog == nullptr)
+        {
+            dialog = top;
+            ++opened;
+            for (const char* const action : actions)
+                shown.m_window.FindAction(action)->trigger();
+        }
+        top->reject();
+        dialog = nullptr;
+    });
+    look.start(5);
+    for (const char* const action : {"open", "line", "colors"})
+        shown.m_window.FindAction(action)->trigger();
+    EXPECT_EQ(3, opened);
+    EXPECT_EQ(0, others);
+    EXPECT_TRUE(shown.m_window.isVisible());
 }
 
 TEST(LogWindow, CanBeReadAtTwiceTheScaleToo)

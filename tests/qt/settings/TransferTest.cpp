@@ -119,15 +119,16 @@ TEST(RegistryTransfer, AWindowThatIsToCloseClosesWhenWorkHasEnded)
         import.trigger();
         EXPECT_FALSE(window.close());
         EXPECT_TRUE(window.isVisible());
-        if (++step == 2)
-            QFile(QFile::decodeName(pipe)).open(QIODevice::WriteOnly);
+        if (++step < 2)
+            return;
+        next.stop();
+        QFile(QFile::decodeName(pipe)).open(QIODevice::WriteOnly);
     });
     next.start(20);
     {
         Person person({Person::Choose(QFile::decodeName(pipe)), Person::Click(QMessageBox::Yes)});
         import.trigger();
     }
-    next.stop();
     EXPECT_EQ(2, step);
     EXPECT_TRUE(QTest::qWaitFor([&] { return !window.isVisible(); }, kPatience));
 }

@@ -396,4 +396,25 @@ TEST_F(QtUserInterface, NotificationsWaitForNobodyAndOpenWhatIsHarmless)
     for (const QString& scheme : {QStringLiteral("file"), QStringLiteral("https")})
         QDesktopServices::unsetUrlHandler(scheme);
 }
+
+TEST_F(QtUserInterface, TabGoesThroughWhatCanBeUsed)
+{
+    using Names = std::vector<std::string>;
+    std::vector<Names> orders;
+    const auto look = [&](QDialog& dialog) {
+        QTest::keyClicks(dialog.focusWidget(), QStringLiteral("x")); // without a password it cannot be accepted
+        orders.push_back(TabOrder(dialog));
+        dialog.reject();
+    };
+    Person person({{{}, look}, {{}, look}, {{}, look}});
+    InLoop([&] {
+        m_ui.ShowMessage(CUserInterface::Severity::Warning, L"full");
+        m_ui.AskYesNo(L"Replace?", false);
+        CXTString<wchar_t> password;
+        m_ui.AskForPassword(L"a.zip", password);
+    });
+    EXPECT_EQ((std::vector<Names>{
+                  {"OK", "full"}, {"No", "Replace?", "Yes"}, {"Password", "Show the password", "OK", "Cancel"}}),
+              orders);
+}
 } // namespace
