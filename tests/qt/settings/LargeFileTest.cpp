@@ -18,12 +18,12 @@ using namespace tev::browser;
 using namespace tev::browser::test;
 using testing::ElementsAre;
 
-constexpr __int64 kNone = -1; ///< no file is so small that it is read at once
-constexpr __int64 kAll = std::numeric_limits<__int64>::max();
-const Place kStore{L"0000000100000002"};
-const Place kWithin{L"0000000100000002", L"00000003"};
+constexpr __int64 kNoSize = -1; ///< no file is so small that it is read at once
+constexpr __int64 kAnySize = std::numeric_limits<__int64>::max();
+const Place kLargeStore{L"0000000100000002"};
+const Place kStoreWithin{L"0000000100000002", L"00000003"};
 
-void Fill(const PreferenceFolder& folder, const std::vector<char>& large = {})
+void FillLarge(const PreferenceFolder& folder, const std::vector<char>& large = {})
 {
     CCustomData within;
     within.SetInt(9, 4);
@@ -36,7 +36,7 @@ void Fill(const PreferenceFolder& folder, const std::vector<char>& large = {})
     }));
 }
 
-std::unique_ptr<Lister> Ready(std::unique_ptr<Lister> list)
+std::unique_ptr<Lister> WaitedFor(std::unique_ptr<Lister> list)
 {
     EXPECT_TRUE(tev::test::Eventually([&] { return list->IsReady(); }));
     return list;
@@ -57,23 +57,23 @@ qint64 BytesRead()
 TEST(LargeFile, IsListedAndReadLikeASmallOne)
 {
     const PreferenceFolder folder;
-    Fill(folder);
+    FillLarge(folder);
     folder.Write(folder.Bytes() + "behind");
     {
-        PreferenceSource small(folder.m_file, kAll);
-        PreferenceSource large(folder.m_file, kNone);
+        PreferenceSource small(folder.m_file, kAnySize);
+        PreferenceSource large(folder.m_file, kNoSize);
         EXPECT_TRUE(large.TakesLong() && !small.TakesLong());
-        const auto stores = Ready(large.ListNodes({}));
+        const auto stores = WaitedFor(large.ListNodes({}));
         EXPECT_EQ(TextsOf(*small.ListNodes({})), TextsOf(*stores));
         EXPECT_EQ(small.GetFault(), stores->Fault());
         EXPECT_EQ(small.GetFault(), large.GetFault());
         Item damaged;
         for (const auto list = small.ListNodes({}); list->Next(damaged);)
             continue;
-        for (const Place& place : {kStore, kWithin, Place{damaged.m_id}, Place{L"none"}})
+        for (const Place& place : {kLargeStore, kStoreWithin, Place{damaged.m_id}, Place{L"none"}})
         {
-            EXPECT_EQ(TextsOf(*small.ListNodes(place)), TextsOf(*Ready(large.ListNodes(place))));
-            const auto values = Ready(large.ListValues(place));
+            EXPECT_EQ(TextsOf(*small.ListNodes(place)), TextsOf(*WaitedFor(large.ListNodes(place))));
+            const auto values = WaitedFor(large.ListValues(place));
             EXPECT_EQ(small.WhyReadOnly(place), large.WhyReadOnly(place));
             Item item;
             for (const auto list = small.ListValues(place); list->Next(item);)
@@ -85,34 +85,35 @@ TEST(LargeFile, IsListedAndReadLikeASmallOne)
             EXPECT_FALSE(values->Next(item));
         }
         // What was read stays until it is read anew.
-        const auto values = Ready(large.ListValues(kStore));
-        Fill(folder, std::vector<char>(10));
+        const auto values = WaitedFor(large.ListValues(kLargeStore));
+        FillLarge(folder, std::vector<char>(10));
         large.Refresh();
-        EXPECT_FALSE(large.Read(kStore, L"00000004", 100).m_isThere);
-        const auto again = Ready(large.ListValues(kStore));
-        EXPECT_TRUE(large.Read(kStore, L"00000004", 100).m_isThere);
+        EXPECT_FALSE(large.Read(kLargeStore, L"00000004", 100).m_isThere);
+        const auto again = WaitedFor(large.ListValues(kLargeStore));
+        EXPECT_TRUE(large.Read(kLargeStore, L"00000004", 100).m_isThere);
     }
-    PreferenceSource missing(folder.m_folder.filePath(QStringLiteral("none")), kNone);
-    EXPECT_FALSE(Ready(missing.ListNodes({}))->Fault().isEmpty() && missing.GetFault().isEmpty());
+    PreferenceSource missing(folder.m_folder.filePath(QStringLiteral("none")), kNoSize);
+    EXPECT_FALSE(WaitedFor(missing.ListNodes({}))->Fault().isEmpty() && missing.GetFault().isEmpty());
     EXPECT_TRUE(ThreadsHaveEnded());
 }
 
 TEST(LargeFile, IsNotReadOnceItIsCancelledOrNobodyWaits)
 {
     const PreferenceFolder folder;
-    Fill(folder, std::vector<char>(1 << 20));
-    auto source = std::make_unique<PreferenceSource>(folder.m_file, kNone);
+    FillLarge(folder, std::vector<char>(1 << 20));
+    auto source = std::make_unique<PreferenceSource>(folder.m_file, kNoSize);
     EXPECT_TRUE(tev::test::Eventually([&] {
-        const auto list = source->ListValues(kStore);
+        const auto list = source->ListValues(kLargeStore);
         source->CancelReading();
-        const QStringList texts = TextsOf(*Ready(list->IsReady() ? source->ListNodes(kWithin) : source->ListNodes({})));
+        const QStringList texts =
+            TextsOf(*WaitedFor(list->IsReady() ? source->ListNodes(kStoreWithin) : source->ListNodes({})));
         EXPECT_TRUE(tev::test::Eventually([&] { return list->IsReady(); }));
         Item item;
         return list->IsGivenUp() && !list->Next(item) && !list->Fault().isEmpty();
     }));
-    EXPECT_THAT(TextsOf(*Ready(source->ListValues(kStore))), ElementsAre(u"1", u"2", u"3", u"4"));
+    EXPECT_THAT(TextsOf(*WaitedFor(source->ListValues(kLargeStore))), ElementsAre(u"1", u"2", u"3", u"4"));
     EXPECT_TRUE(tev::test::Eventually([&] { return source->GetReadProgress() == std::nullopt; }));
-    const auto list = source->ListValues(kStore);
+    const auto list = source->ListValues(kLargeStore);
     source.reset();
     EXPECT_TRUE(tev::test::Eventually([&] { return list->IsReady(); })) << "without its source, too";
     EXPECT_TRUE(ThreadsHaveEnded());
@@ -124,7 +125,7 @@ TEST(LargeFile, IsShownAndEditedByAWindowThatDoesNotReadIt)
     if (BytesRead() < 0)
         GTEST_SKIP() << "the system does not count what a thread reads";
     const PreferenceFolder folder;
-    Fill(folder, std::vector<char>(6 << 20));
+    FillLarge(folder, std::vector<char>(6 << 20));
     SettingsWindow window(std::make_unique<PreferenceSource>(folder.m_file));
     window.show();
     const auto* const tree = window.findChild<QTreeView*>();
@@ -243,8 +244,8 @@ private:
 TEST(LargeFile, ReadingShowsItsProgressAndIsCancelledAndBegunAgain)
 {
     const PreferenceFolder folder;
-    Fill(folder);
-    auto source = std::make_unique<HeldSource>(folder.m_file, kAll);
+    FillLarge(folder);
+    auto source = std::make_unique<HeldSource>(folder.m_file, kAnySize);
     const std::shared_ptr<HeldSource::Gate> gate = source->m_gate;
     SettingsWindow window(std::move(source));
     window.show();
@@ -285,10 +286,10 @@ TEST(LargeFile, ReadingShowsItsProgressAndIsCancelledAndBegunAgain)
 TEST(LargeFile, ClosesWhileItReads)
 {
     const PreferenceFolder folder;
-    Fill(folder, std::vector<char>(1 << 20));
+    FillLarge(folder, std::vector<char>(1 << 20));
     for (int i = 0; i < 20; ++i)
     {
-        SettingsWindow window(std::make_unique<PreferenceSource>(folder.m_file, kNone));
+        SettingsWindow window(std::make_unique<PreferenceSource>(folder.m_file, kNoSize));
         window.show();
         for (int events = 0; events < i; ++events)
             QApplication::processEvents();
