@@ -44,7 +44,7 @@ std::wstring UpperAscii(std::wstring_view text)
 }
 
 /// A text as the registry holds it.
-std::string StoredText(std::wstring text)
+std::string StoredBytes(std::wstring text)
 {
     text += L'\0';
     CXTString<char> bytes;
@@ -237,7 +237,7 @@ bool Parser::ParseData(SettingsChange& change)
         std::wstring text;
         change.value.type = CRegUtil::kTypeString;
         const bool isGood = ParseQuoted(text);
-        change.value.data = StoredText(std::move(text));
+        change.value.data = StoredBytes(std::move(text));
         return isGood;
     }
     return Take(L"dword:") ? ParseInt(change) : Take(L"hex") && ParseBytes(change);
