@@ -96,7 +96,7 @@ private:
     unsigned __int64 Commit(unsigned __int64 count);
     unsigned __int64 RefuseArgument() const;
 
-    /// Bytes from here to the capacity were never written to. Those before m_clearFrom are zero, the others are cleared
+    /// Bytes from here to the capacity were never written to. Those before m_unclearFrom are zero, the others are cleared
     /// when they can be seen.
     unsigned __int64 m_untouchedFrom;
     unsigned __int64 m_unclearFrom;
