@@ -25,13 +25,20 @@ function(tevtools_configure target)
     endif()
 endfunction()
 
+# For a target whose sources are compiled as one.
+function(tevtools_unify target)
+    set_target_properties(${target} PROPERTIES UNITY_BUILD ON UNITY_BUILD_MODE GROUP)
+    # g++ takes them for headers, in which a class must not have members of an anonymous namespace.
+    target_compile_options(${target} PRIVATE $<$<CXX_COMPILER_ID:GNU>:-Wno-subobject-linkage>)
+endfunction()
+
 # Where wanted, the sources of each room are compiled as one: what they include is read once, which takes a fraction of the
 # time. Names that are a source's own are therefore unique within a room.
 function(tevtools_unify_rooms target)
     if(NOT TEVTOOLS_UNITY)
         return()
     endif()
-    set_target_properties(${target} PROPERTIES UNITY_BUILD ON UNITY_BUILD_MODE GROUP)
+    tevtools_unify(${target})
     get_target_property(sources ${target} SOURCES)
     foreach(source IN LISTS sources)
         file(RELATIVE_PATH room "${PROJECT_SOURCE_DIR}" "${source}")
@@ -46,7 +53,7 @@ function(tevtools_unify_groups target sources_in_group)
     if(NOT TEVTOOLS_UNITY_TESTS)
         return()
     endif()
-    set_target_properties(${target} PROPERTIES UNITY_BUILD ON UNITY_BUILD_MODE GROUP)
+    tevtools_unify(${target})
     get_target_property(sources ${target} SOURCES)
     foreach(source IN LISTS sources)
         file(RELATIVE_PATH room "${PROJECT_SOURCE_DIR}" "${source}")
