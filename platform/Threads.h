@@ -15,8 +15,8 @@ void SleepThisThread(unsigned milliseconds);
 /// The functions below are safe from several threads at once.
 struct StartedThread;
 
-/// Has `hook` called on a thread that was killed, before it ends, with the bounds of its stack: objects that lie there are
-/// never destroyed. One hook, set when the library is loaded.
+/// Has `hook` called on a thread that is being killed, which may be in a signal handler, with the bounds of its stack:
+/// objects that lie there are never destroyed. One hook, set when the library is loaded.
 void SetKilledStackHook(void (*hook)(const void* low, const void* high) noexcept) noexcept;
 
 struct ThreadProcedure

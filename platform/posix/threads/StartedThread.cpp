@@ -92,16 +92,10 @@ const ForkHandler g_forkOfThreads(ForkRank::StartedThreads, &LockRunning, &Unloc
 
 void (*g_killedStackHook)(const void* low, const void* high) noexcept = nullptr;
 
-void ReportKilledStack(const StartedThread& self) noexcept
-{
-    const char* const high = static_cast<const char*>(__builtin_frame_address(0));
-    if (g_killedStackHook != nullptr)
-        g_killedStackHook(high - self.m_stackSize, high);
-}
-
 // No object with a destructor may be in this function: a killed thread jumps back to it from anywhere.
 void RunProcedure(StartedThread& self)
 {
+    self.m_stackTop = static_cast<const char*>(__builtin_frame_address(0));
     if (sigsetjmp(self.m_end, 1) == 0)
     {
         SetStoppableThread(&self);
@@ -118,14 +112,16 @@ void RunProcedure(StartedThread& self)
             NoteKilled(self);
         }
     }
-    else
-    {
-        ReportKilledStack(self);
-    }
     SetStoppableThread(nullptr);
 }
 
 } // namespace
+
+void ReportKilledStack(const StartedThread& self) noexcept
+{
+    if (g_killedStackHook != nullptr)
+        g_killedStackHook(self.m_stackTop - self.m_stackSize, self.m_stackTop);
+}
 
 void Leave(StartedThread& thread) noexcept
 {

@@ -49,6 +49,7 @@ struct StartedThread
     std::atomic<unsigned> m_refusals{0}; ///< how often in a row it could not stop because of a lock
     sigjmp_buf m_end{};                  ///< where a killed thread jumps to
     std::size_t m_stackSize = 0;
+    const char* m_stackTop = nullptr; ///< above all that its procedure has on the stack
     StartedThread* m_next = nullptr;
     StartedThread* m_previous = nullptr;
 };
@@ -63,6 +64,9 @@ void PrepareStops() noexcept;
 void AcceptStopsOnThisThread() noexcept;
 /// Blocks as long as the calling thread is asked to stop; returns also when it is to die.
 void StandStill(StartedThread& self) noexcept;
+/// Calls the hook of stacks that are left as they are, on a thread that is to be killed: what it calls after the jump to its
+/// end would lie over the objects that the hook is told of.
+void ReportKilledStack(const StartedThread& self) noexcept;
 /// Records on the thread itself that it ends by force.
 void NoteKilled(StartedThread& self) noexcept;
 } // namespace tev::platform

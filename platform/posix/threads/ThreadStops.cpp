@@ -151,7 +151,10 @@ void EndHere(StartedThread& self, const ucontext_t* context) noexcept
     SharedWork::AbandonAll();
     NoteKilled(self);
     if (jumps)
+    {
+        ReportKilledStack(self);
         siglongjmp(self.m_end, 1);
+    }
     self.m_hasLeftRawly.store(true);
     syscall(SYS_exit, 0);
 }
