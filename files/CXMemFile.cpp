@@ -1,5 +1,6 @@
 #include "files/CXMemFile.h"
 
+#include "objects/CXCriticalSection.h"
 #include "objects/CXException.h"
 #include "objects/CXFileException.h"
 #include "objects/FailureNote.h"
@@ -18,6 +19,8 @@ constexpr unsigned __int64 kDefaultGrowBytes = 2048;
 constexpr unsigned __int64 kLongestLength = 0xFFFFFFFFu;  // SetLength refuses more
 constexpr unsigned __int64 kEverythingLeft = 0xFFFFFFFFu; // as the count of bufferRead
 constexpr unsigned __int64 kLargest = std::numeric_limits<unsigned __int64>::max();
+
+tev::LibraryLock g_clearing;
 
 bool AddOverflows(unsigned __int64 a, unsigned __int64 b)
 {
@@ -86,6 +89,18 @@ unsigned char* CXMemFile::Detach()
     m_autoDelete = false;
     CXMemFile::Close();
     return block;
+}
+
+const unsigned char* CXMemFile::GetBuffer() const
+{
+    const tev::SharedUse use(m_use);
+    if (m_unclearFrom.load(std::memory_order_acquire) < m_capacity)
+    {
+        // Several threads may look at a file that none of them changes.
+        const tev::LockGuard guard(g_clearing);
+        ClearUpTo(m_capacity);
+    }
+    return m_buffer;
 }
 
 unsigned char* CXMemFile::GetBuffer()
@@ -285,7 +300,7 @@ unsigned char* CXMemFile::Resize(unsigned __int64 capacity)
         if (block != nullptr && IsDerived())
             std::memset(block + m_capacity, 0, capacity - m_capacity);
         else if (block != nullptr)
-            m_unclearFrom = std::min(m_unclearFrom, m_capacity);
+            m_unclearFrom = std::min(m_unclearFrom.load(), m_capacity);
         return block;
     }
     unsigned char* const block = Alloc(capacity);
@@ -346,13 +361,13 @@ void CXMemFile::ZeroUpTo(unsigned __int64 newEnd)
 }
 
 /// Large pieces overwrite most of what a block grows by, and zeros in it would cost as much as the pieces themselves.
-void CXMemFile::ClearUpTo(unsigned __int64 stop)
+void CXMemFile::ClearUpTo(unsigned __int64 stop) const
 {
-    const unsigned __int64 start = std::max(m_unclearFrom, m_untouchedFrom);
+    const unsigned __int64 start = std::max(m_unclearFrom.load(std::memory_order_relaxed), m_untouchedFrom);
     if (start >= stop)
         return;
     std::memset(m_buffer + start, 0, stop - start);
-    m_unclearFrom = stop;
+    m_unclearFrom.store(stop, std::memory_order_release);
 }
 
 /// A derived class sees the whole block at any time.

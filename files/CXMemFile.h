@@ -2,6 +2,8 @@
 
 #include "files/CXFile.h"
 
+#include <atomic>
+
 /// A file in memory: the interface of CXFile over one block that grows. Archives read and write in its block directly.
 /// It fails by throwing CXInvalidArgException, CXMemoryException or CXFileException (bad seek), or quietly, as chosen;
 /// then XLastFailure() says why.
@@ -30,10 +32,9 @@ public:
     /// Hands out the block and leaves the file empty. A block that was the file's own is released with Free. Null when
     /// the file has none; ask for the length before.
     [[nodiscard]] unsigned char* Detach();
-    /// The block, null when there is none. Invalid after the next call that may grow the file. That of a constant file is
-    /// for its contents, and for the capacity that a position has reached.
+    /// The block, null when there is none. Invalid after the next call that may grow the file.
     unsigned char* GetBuffer();
-    const unsigned char* GetBuffer() const { return m_buffer; }
+    const unsigned char* GetBuffer() const;
 
     /// A block of zeros, null when there is no memory; Free releases it and ignores null.
     [[nodiscard]] static unsigned char* Alloc(unsigned __int64 size);
@@ -89,7 +90,7 @@ private:
     bool GrowForWriting(unsigned int count, const unsigned char*& source);
     void AdvanceWritten(unsigned __int64 count);
     void ZeroUpTo(unsigned __int64 newEnd);
-    void ClearUpTo(unsigned __int64 stop);
+    void ClearUpTo(unsigned __int64 stop) const;
     bool IsDerived() const noexcept;
     unsigned __int64 ExposeForReading(unsigned __int64 count, unsigned char** start, unsigned char** stop);
     unsigned __int64 ExposeForWriting(unsigned __int64 count, unsigned char** start, unsigned char** stop);
@@ -99,7 +100,7 @@ private:
     /// Bytes from here to the capacity were never written to. Those before m_unclearFrom are zero, the others are cleared
     /// when they can be seen.
     unsigned __int64 m_untouchedFrom;
-    unsigned __int64 m_unclearFrom;
+    mutable std::atomic<unsigned __int64> m_unclearFrom;
 };
 
 /// A memory file that can grow in proportion to its size, for contents that are written in many small pieces.

@@ -1,6 +1,7 @@
 #include "files/CXMemFile.h"
 
 #include "tests/support/FileFailure.h"
+#include "tests/support/OnThreads.h"
 
 namespace
 {
@@ -21,11 +22,6 @@ const unsigned char* Bytes(const std::string& text)
     return reinterpret_cast<const unsigned char*>(text.data());
 }
 
-std::string ContentsOf(const CXMemFile& file)
-{
-    return std::string(reinterpret_cast<const char*>(file.GetBuffer()), file.GetLength());
-}
-
 /// A memory file whose inside can be seen. Realloc always moves the block and brings rubbish, or finds no memory.
 template <class File>
 class Visible : public File
@@ -35,10 +31,11 @@ public:
     using File::File;
     using File::GrowBuffer;
     using File::m_autoDelete;
+    using File::m_buffer;
     using File::m_capacity;
     using File::m_growBytes;
 
-    std::string Contents() const { return ContentsOf(*this); }
+    std::string Contents() const { return std::string(m_buffer, m_buffer + File::GetLength()); }
     Size Expose(unsigned command, Size count) { return File::BufferCommand(command, count, &m_start, &m_stop); }
 
     unsigned char* m_start = nullptr; ///< what was exposed last
@@ -61,6 +58,12 @@ protected:
 };
 using MemFile = Visible<CXMemFile>;
 using CustomMemFile = Visible<CCustomMemFile>;
+
+/// Without a look at the block, which would clear it.
+std::string ContentsOf(CXMemFile& file)
+{
+    return std::string(file.*&MemFile::m_buffer, file.*&MemFile::m_buffer + file.GetLength());
+}
 
 TEST(CXMemFile, GrowsByWholeStepsOrInProportion)
 {
@@ -344,7 +347,6 @@ struct Model
 void CompareWithModel(CXMemFile&& file, const std::string& contents, unsigned seed)
 {
     SCOPED_TRACE("seed " + std::to_string(seed));
-    const CXMemFile& constant = file;
     const bool isVisible = typeid(file) != typeid(CXMemFile) && typeid(file) != typeid(CCustomMemFile);
     const Size& capacity = file.*&MemFile::m_capacity;
     unsigned char *start = nullptr, *stop = nullptr;
@@ -400,7 +402,7 @@ void CompareWithModel(CXMemFile&& file, const std::string& contents, unsigned se
         default: {
             const Size old = capacity;
             (file.*&MemFile::GrowBuffer)(below(length + 200));
-            const unsigned char* const block = isVisible ? constant.GetBuffer() : file.GetBuffer();
+            const unsigned char* const block = isVisible ? file.*&MemFile::m_buffer : std::as_const(file).GetBuffer();
             ASSERT_EQ(std::count(block + old, block + capacity, 0), std::ptrdiff_t(capacity - old));
             break;
         }
@@ -440,7 +442,13 @@ TEST(CXMemFile, ShowsNothingOfTheMemoryThatItGrewInto)
         },
         [](CXMemFile& file, std::size_t size) {
             file.Seek(static_cast<__int64>(size), CXFile::begin);
-            return shown(std::as_const(file).GetBuffer(), size);
+            return shown(file.*&MemFile::m_buffer, size);
+        },
+        [](CXMemFile& file, std::size_t size) {
+            std::string seen[2];
+            OnThreads(2, [&](int thread) { seen[thread] = shown(std::as_const(file).GetBuffer(), size); });
+            EXPECT_EQ(seen[0], seen[1]);
+            return seen[0];
         },
         [](CXMemFile& file, std::size_t size) {
             file.SetLength(size);

@@ -5,7 +5,7 @@
 
 namespace tev::test
 {
-constexpr int kBusyForks = 400;
+constexpr int kBusyForks = 150;
 constexpr const char* kNoBusyFork =
     "sanitizers' allocators may be locked for ever in a child of a process with threads";
 
