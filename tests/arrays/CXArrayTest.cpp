@@ -41,10 +41,10 @@ class CXArrayOf : public testing::Test
 {
 };
 
-using Kinds =
+using ArrayKinds =
     testing::Types<Kind<int, true>, Kind<int, false>, Kind<CXTString<wchar_t>, false>, Kind<CXTString<wchar_t>, true>,
                    Kind<Tracked<true>, false>, Kind<Tracked<true>, true>, Kind<Tracked<false>, false>>;
-TYPED_TEST_SUITE(CXArrayOf, Kinds, );
+TYPED_TEST_SUITE(CXArrayOf, ArrayKinds, );
 
 // The seed is fixed, so a failure is reproducible; the fuzz target goes further.
 TYPED_TEST(CXArrayOf, RandomUseEqualsAVector)

@@ -467,7 +467,7 @@ TEST_F(LogFile, KeepsWhatIsWrittenUntilTheVeryEndOfAProcess)
 
 TEST_F(LogFile, AChildProcessLogsWhileThreadsOfTheParentDo)
 {
-    constexpr int kForks = 50;
+    constexpr int kForks = kBusyForks / 3;
     ASSERT_TRUE(Open("a.log", xLogCreate, xLogMute));
     SetLogLevel(0xFF);
     const auto work = [] {

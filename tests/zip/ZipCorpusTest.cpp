@@ -7,7 +7,7 @@ namespace
 using namespace tev::test;
 using Files = std::map<std::string, std::string>;
 
-constexpr const char* kPassword = "foofoofoo";
+constexpr const char* kCorpusPassword = "foofoofoo";
 
 /// Intended differences.
 struct Difference
@@ -50,9 +50,9 @@ struct Peers
         const std::string root = folder.Path().string();
         EXPECT_TRUE(Shell(root, "mkdir unzip bsdtar"));
         const bool unzipDone =
-            Shell(root + "/unzip", std::string("LC_ALL=C.UTF-8 unzip -q -o -P ") + kPassword + " " + name);
-        const bool bsdtarDone =
-            Shell(root + "/bsdtar", std::string("LC_ALL=C.UTF-8 bsdtar --passphrase ") + kPassword + " -xf " + name);
+            Shell(root + "/unzip", std::string("LC_ALL=C.UTF-8 unzip -q -o -P ") + kCorpusPassword + " " + name);
+        const bool bsdtarDone = Shell(root + "/bsdtar", std::string("LC_ALL=C.UTF-8 bsdtar --passphrase ") +
+                                                            kCorpusPassword + " -xf " + name);
         m_unzip = FilesBeneath(folder.Path("unzip"));
         m_bsdtar = FilesBeneath(folder.Path("bsdtar"));
         m_areSure = unzipDone && bsdtarDone && m_unzip == m_bsdtar;
@@ -74,7 +74,7 @@ struct Peers
 Files ExtractedByCZip(const TempFolder& folder, const std::filesystem::path& archive)
 {
     CZip zip;
-    zip.SetPassword(CXTString<wchar_t>(kPassword));
+    zip.SetPassword(CXTString<wchar_t>(kCorpusPassword));
     if (zip.Open(archive.wstring().c_str(), zipOpenReadOnly, false, nullptr))
     {
         for (int i = 0; i < zip.GetCount(false); ++i)
@@ -86,7 +86,7 @@ Files ExtractedByCZip(const TempFolder& folder, const std::filesystem::path& arc
 Files ExtractedByMiniZip(const TempFolder& folder, const std::filesystem::path& archive)
 {
     CMiniZip zip;
-    zip.SetPassword(CXTString<wchar_t>(kPassword));
+    zip.SetPassword(CXTString<wchar_t>(kCorpusPassword));
     static_cast<void>(zip.ExtractZip(archive.wstring().c_str(), folder.WidePath("mini").c_str(),
                                      true)); // what is there afterwards counts
     return FilesBeneath(folder.Path("mini"));

@@ -19,7 +19,7 @@ std::wstring NameOf(int i)
 }
 
 /// A change of one value or key below `kPath`. The key that it is in: even numbers in the base, odd ones in a key below it.
-struct Order
+struct CacheOrder
 {
     enum class Kind : int
     {
@@ -33,21 +33,22 @@ struct Order
     int value;
 };
 
-std::wstring TextOf(const Order& order)
+std::wstring TextOf(const CacheOrder& order)
 {
-    return std::wstring(order.kind == Order::Kind::WriteLong ? 6000 : 3, static_cast<wchar_t>(L'a' + order.value % 26));
+    return std::wstring(order.kind == CacheOrder::Kind::WriteLong ? 6000 : 3,
+                        static_cast<wchar_t>(L'a' + order.value % 26));
 }
 
-bool Obey(const Order& order)
+bool Obey(const CacheOrder& order)
 {
     CRegUtil registry(kAll);
     const std::wstring name = NameOf(order.name);
     const wchar_t* const key = order.name % 2 == 0 ? L"" : L"Below\\It";
     if (!registry.SetPath(kPath, true))
         return false;
-    if (order.kind == Order::Kind::Delete)
+    if (order.kind == CacheOrder::Kind::Delete)
         return registry.DeleteValue(key, name.c_str()) || registry.GetLastError() == 2;
-    if (order.kind == Order::Kind::DeleteKey)
+    if (order.kind == CacheOrder::Kind::DeleteKey)
         return registry.DeleteKey(L"Below", true) || registry.GetLastError() == 2;
     return registry.WriteSubKeyString(key, name.c_str(), TextOf(order).c_str());
 }
@@ -56,7 +57,7 @@ bool Obey(const Order& order)
 class OtherProgram
 {
 public:
-    bool Do(const Order& order)
+    bool Do(const CacheOrder& order)
     {
         char answer = 0;
         return write(m_orders[1], &order, sizeof order) == sizeof order && read(m_answers[0], &answer, 1) == 1 &&
@@ -64,7 +65,7 @@ public:
     }
     ~OtherProgram()
     {
-        Order end = {Order::Kind::End, 0, 0};
+        CacheOrder end = {CacheOrder::Kind::End, 0, 0};
         EXPECT_EQ(write(m_orders[1], &end, sizeof end), static_cast<ssize_t>(sizeof end));
         EXPECT_TRUE(m_process.EndsWell());
         for (const int pipe : {m_orders[0], m_orders[1], m_answers[0], m_answers[1]})
@@ -82,8 +83,8 @@ private:
     Pipe m_orders;
     Pipe m_answers;
     ChildProcess m_process{[this] {
-        Order order;
-        while (read(m_orders[0], &order, sizeof order) == sizeof order && order.kind != Order::Kind::End)
+        CacheOrder order;
+        while (read(m_orders[0], &order, sizeof order) == sizeof order && order.kind != CacheOrder::Kind::End)
         {
             const char answer = Obey(order) ? 1 : 0;
             if (write(m_answers[1], &answer, 1) != 1)
@@ -96,11 +97,11 @@ private:
 TEST_F(SettingsStore, WhatWasReadBeforeIsReadAnewAfterEachChangeOfAnyProgram)
 {
     OtherProgram other;
-    ASSERT_TRUE(other.Do({Order::Kind::Write, 0, 0}));
+    ASSERT_TRUE(other.Do({CacheOrder::Kind::Write, 0, 0}));
     CRegUtil open(kAll);
     ASSERT_TRUE(open.SetPath(kPath, false) && open.OpenBase(false));
     std::map<std::wstring, std::wstring> model[2];
-    model[0][NameOf(0)] = TextOf({Order::Kind::Write, 0, 0});
+    model[0][NameOf(0)] = TextOf({CacheOrder::Kind::Write, 0, 0});
     const auto seen = [&open](int i) {
         CRegUtil closed(kAll);
         const std::wstring name = NameOf(i);
@@ -117,16 +118,16 @@ TEST_F(SettingsStore, WhatWasReadBeforeIsReadAnewAfterEachChangeOfAnyProgram)
     for (int round = 0; round < 400; ++round)
     {
         const auto roll = static_cast<int>(random() % 16);
-        const Order order = {roll < 9    ? Order::Kind::Write
-                             : roll < 10 ? Order::Kind::WriteLong
-                             : roll < 14 ? Order::Kind::Delete
-                                         : Order::Kind::DeleteKey,
-                             static_cast<int>(random() % kNames), static_cast<int>(random() % 26)};
+        const CacheOrder order = {roll < 9    ? CacheOrder::Kind::Write
+                                  : roll < 10 ? CacheOrder::Kind::WriteLong
+                                  : roll < 14 ? CacheOrder::Kind::Delete
+                                              : CacheOrder::Kind::DeleteKey,
+                                  static_cast<int>(random() % kNames), static_cast<int>(random() % 26)};
         ASSERT_TRUE(random() % 4 == 0 ? Obey(order) : other.Do(order)) << round;
         auto& values = model[order.name % 2];
-        if (order.kind == Order::Kind::Delete)
+        if (order.kind == CacheOrder::Kind::Delete)
             values.erase(NameOf(order.name));
-        else if (order.kind == Order::Kind::DeleteKey)
+        else if (order.kind == CacheOrder::Kind::DeleteKey)
             model[1].clear();
         else
             values[NameOf(order.name)] = TextOf(order);
