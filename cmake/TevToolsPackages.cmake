@@ -49,11 +49,16 @@ tevtools_package(development libtevtools-dev libdevel "${library_package} ${this
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SHLIBDEPS OFF)
 # What the static library is linked with.
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SUGGESTS "zlib1g-dev, libbz2-dev, libzstd-dev, liblzma-dev, libzip-dev, libsqlite3-dev, libssl-dev, pkg-config")
-if(TARGET tev)
+function(tevtools_compress_manual component)
     if(CMAKE_INSTALL_PREFIX STREQUAL "/usr") # where manual pages are compressed
-        install(CODE "execute_process(COMMAND gzip -9nf \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_MANDIR}/man1/tev.1\"
-            COMMAND_ERROR_IS_FATAL ANY)" COMPONENT tool)
+        foreach(program IN LISTS ARGN)
+            install(CODE "execute_process(COMMAND gzip -9nf \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_MANDIR}/man1/${program}.1\"
+                COMMAND_ERROR_IS_FATAL ANY)" COMPONENT ${component})
+        endforeach()
     endif()
+endfunction()
+if(TARGET tev)
+    tevtools_compress_manual(tool tev)
     tevtools_package(tool tevtools utils "${library_package} ${this_version}" "the tool tev")
 endif()
 if(TARGET TevToolsQt)
@@ -66,6 +71,7 @@ if(TARGET TevToolsQt)
     set(CPACK_DEBIAN_DESKTOP-DEVELOPMENT_PACKAGE_SHLIBDEPS OFF)
     tevtools_package(desktop tevtools-desktop utils "${qt_package} ${this_version}"
         "the programs of the desktop: a viewer of logs, a\nbrowser of settings, and the dialog of crash reports")
+    tevtools_compress_manual(desktop tev-log tev-settings)
     # Their icons, and the words of standard dialogs.
     set(CPACK_DEBIAN_DESKTOP_PACKAGE_RECOMMENDS "libqt6svg6, qt6-translations-l10n, xdg-utils")
 endif()

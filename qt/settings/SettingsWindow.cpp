@@ -447,7 +447,7 @@ void SettingsWindow::closeEvent(QCloseEvent* event)
     event->setAccepted(!m_isTransferring);
     m_isClosing = m_isTransferring;
     if (auto* const progress = findChild<QProgressDialog*>())
-        progress->cancel();
+        Q_EMIT progress->canceled(); // as if its button were clicked
     if (event->isAccepted() && !m_placeFile.IsEmpty())
         SaveWindowPlace();
 }

@@ -144,14 +144,13 @@ bool RunTransfer(QWidget* parent, const QString& title, const std::function<void
     progress.setMinimumDuration(500);
     progress.setAutoClose(false);
     progress.setAutoReset(false);
+    QObject::connect(&progress, &QProgressDialog::canceled, [&owner] { owner->SetCancel(); });
     QEventLoop loop;
     QTimer timer;
     QObject::connect(&timer, &QTimer::timeout, &loop, [&] {
         if (owner->IsTerminated())
             loop.quit();
-        else if (progress.wasCanceled())
-            owner->SetCancel();
-        else
+        else if (!progress.wasCanceled())
         {
             if (auto* const cancel = progress.findChild<QPushButton*>())
                 cancel->setEnabled(!owner->IsInLastStep());
