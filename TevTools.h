@@ -87,6 +87,7 @@
 #include "services/CProfileTimer.h"
 #include "services/CWatchFolder.h"
 #include "services/CXModule.h"
+#include "services/FileStamp.h"
 #include "services/FileTypeRegistry.h"
 #include "services/FileWildcards.h"
 #include "services/LogFile.h"

@@ -25,6 +25,7 @@ struct FileInformation
     std::uint64_t size = 0;
     unsigned permissions = 0;             ///< of owner, group and others, three bits each
     std::int64_t lastWrite = 0;           ///< seconds since 1970-01-01 UTC, rounded down
+    unsigned lastWriteNanoseconds = 0;    ///< since that second
     std::optional<std::int64_t> creation; ///< nothing where the file system does not keep it
 };
 

@@ -169,21 +169,23 @@ void LineScan::AdvanceByLines(std::size_t size, bool isAtEnd)
 
 bool LineScan::Advance()
 {
-    bool hasFailed = false;
+    Totals totals;
+    totals.m_statedLength = m_file->GetLength();
     const std::uint64_t start = m_longAt != 0 ? m_longAt : m_place.m_position;
-    const std::size_t size = m_file->Read(start, m_buffer.data(), kChunk, hasFailed);
+    const std::size_t size = m_file->Read(start, m_buffer.data(), kChunk, totals.m_hasFailed);
     const bool isAtEnd = size < kChunk;
     if (m_longAt != 0)
         AdvanceInLongLine(size, isAtEnd);
     else
         AdvanceByLines(size, isAtEnd);
-    const bool isAllSeen = isAtEnd && (m_hasTail || m_place.m_position >= start + size);
     const std::uint64_t counted = m_longAt != 0 ? m_longAt : m_place.m_position;
-    Publish(isAllSeen ? start + size : counted, isAllSeen, hasFailed);
-    return !isAllSeen && !hasFailed;
+    totals.m_isAtEnd = isAtEnd && (m_hasTail || m_place.m_position >= start + size);
+    totals.m_scannedTo = totals.m_isAtEnd ? start + size : counted;
+    Publish(totals);
+    return !totals.m_isAtEnd && !totals.m_hasFailed;
 }
 
-void LineScan::Publish(std::uint64_t scannedTo, bool isAtEnd, bool hasFailed)
+void LineScan::Publish(const Totals& totals)
 {
     const tev::LockGuard guard(m_lock);
     m_places.insert(m_places.end(), m_newPlaces.begin(), m_newPlaces.end());
@@ -195,9 +197,7 @@ void LineScan::Publish(std::uint64_t scannedTo, bool isAtEnd, bool hasFailed)
     m_end = m_place;
     m_tail = m_pending;
     m_tailIsThere = m_hasTail;
-    m_scannedTo = scannedTo;
-    m_isAtEnd = isAtEnd;
-    m_hasFailed = hasFailed;
+    m_state = totals;
 }
 
 // The place behind a long line is far from the one before it, and stays.
@@ -218,13 +218,10 @@ void LineScan::ThinOut()
 LineScan::Totals LineScan::GetTotals() const
 {
     const tev::LockGuard guard(m_lock);
-    Totals totals;
+    Totals totals = m_state;
     totals.m_lines = m_end.m_line + (m_tailIsThere ? 1 : 0);
     totals.m_base = m_end.m_base + (m_tailIsThere && m_tail.m_isBase ? 1 : 0);
     totals.m_hits = m_end.m_hit + (m_tailIsThere && m_tail.m_isHit ? 1 : 0);
-    totals.m_scannedTo = m_scannedTo;
-    totals.m_isAtEnd = m_isAtEnd;
-    totals.m_hasFailed = m_hasFailed;
     totals.m_places = m_places.size();
     return totals;
 }

@@ -36,7 +36,8 @@ public:
         std::uint64_t m_lines = 0;
         std::uint64_t m_base = 0;
         std::uint64_t m_hits = 0;
-        std::uint64_t m_scannedTo = 0; ///< bytes of the file
+        std::uint64_t m_scannedTo = 0;    ///< bytes of the file
+        std::uint64_t m_statedLength = 0; ///< what the file said before the last part was read
         bool m_isAtEnd = false;
         bool m_hasFailed = false;
         std::size_t m_places = 0;
@@ -92,7 +93,7 @@ private:
     void AdvanceByLines(std::size_t size, bool isAtEnd);
     /// Where the next piece of a long line starts, in this one.
     std::size_t NextPiece(std::size_t size) const noexcept;
-    void Publish(std::uint64_t scannedTo, bool isAtEnd, bool hasFailed);
+    void Publish(const Totals& totals);
     void ThinOut() X_REQUIRES(m_lock);
 
     Span FindSpan(Key key, std::uint64_t value) const;
@@ -126,7 +127,5 @@ private:
     LinePlace m_end X_GUARDED_BY(m_lock);
     Test m_tail X_GUARDED_BY(m_lock){false, false};
     bool m_tailIsThere X_GUARDED_BY(m_lock) = false;
-    std::uint64_t m_scannedTo X_GUARDED_BY(m_lock) = 0;
-    bool m_isAtEnd X_GUARDED_BY(m_lock) = false;
-    bool m_hasFailed X_GUARDED_BY(m_lock) = false;
+    Totals m_state X_GUARDED_BY(m_lock); // without the counts
 };

@@ -185,7 +185,16 @@ std::optional<LogDocument::Fold> LogDocument::TakeFold()
 bool LogDocument::IsBehind(const LineScan& scan)
 {
     const LineScan::Totals totals = scan.GetTotals();
-    return !totals.m_hasFailed && (!totals.m_isAtEnd || scan.GetFile()->GetLength() > totals.m_scannedTo);
+    // A file that states more than it holds is read to its end, too.
+    const std::uint64_t known = std::max(totals.m_scannedTo, totals.m_statedLength);
+    return !totals.m_hasFailed && (!totals.m_isAtEnd || scan.GetFile()->GetLength() > known);
+}
+
+// What could not be read is tried again when the file is looked at; so is a file that does not state how much it holds.
+bool LogDocument::MayHoldMore(const LineScan& scan)
+{
+    const LineScan::Totals totals = scan.GetTotals();
+    return totals.m_hasFailed || totals.m_scannedTo != totals.m_statedLength;
 }
 
 bool LogDocument::IsIdle() const
@@ -302,13 +311,12 @@ bool LogDocument::WorkOnce()
     bool hasMore = hasCheck || hasFold;
     for (const auto& scan : {content.m_lines, content.m_filtered, content.m_found})
     {
-        // What could not be read is tried again when the file is looked at.
-        if (scan == nullptr || !(IsBehind(*scan) || (hasCheck && scan->GetTotals().m_hasFailed)))
+        if (scan == nullptr || !(IsBehind(*scan) || (hasCheck && MayHoldMore(*scan))))
             continue;
         const bool isAtEnd = !scan->Advance();
         hasMore = hasMore || !isAtEnd;
         if (isAtEnd && scan == content.m_lines)
-            content.m_file->Remember(scan->GetTotals().m_scannedTo);
+            content.m_file->Remember(scan->GetTotals().m_scannedTo, scan->GetTotals().m_statedLength);
     }
     return hasMore;
 }
@@ -328,8 +336,7 @@ void LogDocument::CheckFile(const Content& content)
     FileEvent event = FileEvent::Back;
     if (content.m_file != nullptr)
         change = content.m_file->FindChange(path, error);
-    const bool isUnsettled = content.m_file != nullptr && !content.m_file->GetForm().m_isSettled &&
-                             content.m_file->GetLength() > content.m_lines->GetTotals().m_scannedTo;
+    const bool isUnsettled = content.m_file != nullptr && content.m_file->IsUnsettled();
     if (error.GetCause() == fileNone && (content.m_file == nullptr || change != TextFile::Change::None || isUnsettled))
     {
         file = TextFile::Open(path, encoding, error);
@@ -339,11 +346,10 @@ void LogDocument::CheckFile(const Content& content)
     if (m_content.m_file != content.m_file || m_checkedPath != path)
         return; // another file is shown meanwhile
     if (error.GetCause() != fileNone)
-        Report(EventOfFailure(error), error.GetCauseMessage());
-    else if (file != nullptr)
+        return Report(EventOfFailure(error), error.GetCauseMessage());
+    if (file != nullptr)
         Install(file, event);
-    else
-        Report(FileEvent::Back, {});
+    Report(FileEvent::Back, {});
 }
 
 bool LogDocument::HasMoreRows(const Content& content)
@@ -406,8 +412,8 @@ LogStatus LogDocument::GetStatus() const
     if (!status.m_isOpen)
         return status;
     status.m_encoding = content.m_file->GetForm().m_encoding;
-    status.m_fileSize = content.m_file->GetLength();
     status.m_lines = content.m_lines->GetTotals();
+    status.m_fileSize = std::max(content.m_file->GetLength(), status.m_lines.m_scannedTo);
     status.m_isFiltered = content.m_filtered != nullptr;
     status.m_rows = content.Rows()->GetTotals();
     status.m_isSearched = content.m_found != nullptr;
@@ -453,7 +459,7 @@ std::vector<LogRow> LogDocument::ReadRows(std::uint64_t first, std::size_t count
     return rows;
 }
 
-QString LogDocument::CopyRows(std::uint64_t first, std::uint64_t last, std::uint64_t limit, bool& isCut) const
+QString LogDocument::CopyRows(std::uint64_t first, std::uint64_t last, std::uint64_t& limit, bool& isCut) const
 {
     QString text;
     isCut = false;

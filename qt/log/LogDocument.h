@@ -86,7 +86,8 @@ public:
 
     std::vector<LogRow> ReadRows(std::uint64_t first, std::size_t count) const;
     /// The lines of rows as text, each followed by a line feed; `isCut` where they are longer than `limit` bytes of the file.
-    QString CopyRows(std::uint64_t first, std::uint64_t last, std::uint64_t limit, bool& isCut) const;
+    /// What is left of these stays in `limit`.
+    QString CopyRows(std::uint64_t first, std::uint64_t last, std::uint64_t& limit, bool& isCut) const;
     /// The row of a line; where the filter holds it back, that of the next one.
     std::uint64_t RowOfLine(std::uint64_t line) const;
     /// The next row from one on, or the last one before it, that the search found. Nothing where there is none so far.
@@ -128,6 +129,7 @@ private:
     void Report(FileEvent event, const CXTString<wchar_t>& reason) X_REQUIRES(m_lock);
     void MakeScans() X_REQUIRES(m_lock);
     static bool IsBehind(const LineScan& scan);
+    static bool MayHoldMore(const LineScan& scan);
     static bool HasMoreRows(const Content& content);
     bool WorkOnce();
     void CheckFile(const Content& content);

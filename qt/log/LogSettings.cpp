@@ -101,19 +101,26 @@ LogSettings LogSettings::Load(const CXTString<wchar_t>& path)
     return settings;
 }
 
-bool LogSettings::Save(const CXTString<wchar_t>& path) const
+bool LogSettings::Save(const CXTString<wchar_t>& path, const LogSettings& before) const
 {
-    return XUpdatePreferences(path, kStoreKey, kStoreVersion, [this](CCustomData& store) {
+    return XUpdatePreferences(path, kStoreKey, kStoreVersion, [&](CCustomData& store) {
+        const auto save = [&store](const auto& key, const auto& value, const auto& old) {
+            if (value != old)
+                store.Set(key, value);
+        };
         LogSettings merged;
         merged.m_recent = store.Get(kRecent);
         for (auto recent = m_recent.rbegin(); recent != m_recent.rend(); ++recent)
             merged.AddRecent(*recent);
-        store.Set(kRecent, merged.m_recent);
-        SaveRules(store, m_rules);
-        store.Set(kTheme, m_theme);
-        store.Set(kFollowing, m_isFollowing);
-        store.Set(kLineNumbers, m_hasLineNumbers);
-        store.Set(kFontSize, m_fontSize);
-        store.SetBinary(kGeometry, m_geometry.constData(), static_cast<unsigned>(m_geometry.size()));
+        if (m_recent != before.m_recent)
+            store.Set(kRecent, merged.m_recent);
+        if (m_rules != before.m_rules)
+            SaveRules(store, m_rules);
+        save(kTheme, m_theme, before.m_theme);
+        save(kFollowing, m_isFollowing, before.m_isFollowing);
+        save(kLineNumbers, m_hasLineNumbers, before.m_hasLineNumbers);
+        save(kFontSize, m_fontSize, before.m_fontSize);
+        if (m_geometry != before.m_geometry)
+            store.SetBinary(kGeometry, m_geometry.constData(), static_cast<unsigned>(m_geometry.size()));
     });
 }

@@ -25,6 +25,7 @@ struct LogSettings
     static CXTString<wchar_t> GetPath();
     /// What the file holds; the defaults for what it does not.
     static LogSettings Load(const CXTString<wchar_t>& path);
-    /// Also keeps the files that other windows opened meanwhile. False where the file cannot be written.
-    [[nodiscard]] bool Save(const CXTString<wchar_t>& path) const;
+    /// Writes what is not as it was before: the rest belongs to other windows, and so do files that they opened meanwhile.
+    /// False where the file cannot be written.
+    [[nodiscard]] bool Save(const CXTString<wchar_t>& path, const LogSettings& before) const;
 };

@@ -79,9 +79,8 @@ std::uint64_t LogView::TopLimit() const
     return shown - std::min(shown, PageRows());
 }
 
-void LogView::Refresh()
+void LogView::Refresh(const LogStatus& status)
 {
-    const LogStatus status = m_document.GetStatus();
     const bool isNew = status.m_generation != m_generation;
     if (isNew)
     {

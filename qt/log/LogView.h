@@ -21,7 +21,7 @@ public:
     ~LogView() override;
 
     /// Takes over what became of the document.
-    void Refresh();
+    void Refresh(const LogStatus& status);
     void SetColors(LogColors colors);
     const LogColors& GetColors() const noexcept { return m_colors; }
     void SetLineNumbersVisible(bool visible);
@@ -29,7 +29,7 @@ public:
     void SetFollowing(bool following);
     bool IsFollowing() const noexcept { return m_isFollowing; }
 
-    bool HasRows() const noexcept { return m_rowCount != 0; }
+    std::uint64_t CountRows() const noexcept { return m_rowCount; }
     std::uint64_t CurrentRow() const noexcept { return m_current; }
     /// Makes a row the current one and shows it.
     void GoToRow(std::uint64_t row, bool extendsSelection = false);

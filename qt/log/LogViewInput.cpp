@@ -8,13 +8,17 @@
 #include <QClipboard>
 #include <QContextMenuEvent>
 #include <QMenu>
+#include <QProgressDialog>
 
 #include <algorithm>
 
 namespace
 {
 constexpr std::uint64_t kCopiedBytes = 16 * 1024 * 1024;
-constexpr int kDragInterval = 50; // milliseconds
+constexpr std::uint64_t kCopiedRows = 500; // at once
+constexpr int kCopySteps = 1000;
+constexpr int kCopyPatience = 500; // milliseconds before a window shows how far it is
+constexpr int kDragInterval = 50;  // milliseconds
 } // namespace
 
 void LogView::GoToRow(std::uint64_t row, bool extendsSelection)
@@ -69,9 +73,25 @@ void LogView::Copy()
 {
     if (m_rowCount == 0)
         return;
+    // Rows of a filter may be far apart.
+    const std::uint64_t last = std::max(m_anchor, m_current);
+    const std::uint64_t first = std::min(m_anchor, m_current);
+    const unsigned generation = m_generation;
+    QProgressDialog progress(XInLanguage(u"Copying lines\u2026", u"Copie des lignes\u2026"),
+                             XInLanguage(u"Cancel", u"Annuler"), 0, kCopySteps, this);
+    progress.setWindowModality(Qt::WindowModal);
+    progress.setMinimumDuration(kCopyPatience);
+    std::uint64_t limit = kCopiedBytes;
     bool isCut = false;
-    const QString text =
-        m_document.CopyRows(std::min(m_anchor, m_current), std::max(m_anchor, m_current), kCopiedBytes, isCut);
+    QString text;
+    for (std::uint64_t row = first; row <= last && !isCut; row += kCopiedRows)
+    {
+        text += m_document.CopyRows(row, std::min(last, row + kCopiedRows - 1), limit, isCut);
+        const double part = static_cast<double>(row - first) / static_cast<double>(last - first + 1);
+        progress.setValue(static_cast<int>(part * kCopySteps)); // handles events
+        if (progress.wasCanceled() || generation != m_generation)
+            return;
+    }
     QApplication::clipboard()->setText(text);
     if (isCut)
         Q_EMIT CopyWasCut();

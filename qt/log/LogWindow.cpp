@@ -18,6 +18,7 @@
 #include <QMimeData>
 #include <QScreen>
 #include <QStatusBar>
+#include <QUrl>
 
 #include <algorithm>
 
@@ -38,6 +39,14 @@ QString ProgressText(const LineScan::Totals& totals, std::uint64_t fileSize)
         return QString();
     const double percent = 100.0 * static_cast<double>(totals.m_scannedTo) / static_cast<double>(fileSize);
     return QStringLiteral(" (%1\u00a0%)").arg(static_cast<int>(std::min(percent, 99.0)));
+}
+
+// Programs also drag lists that are empty, and addresses of other machines.
+QString DroppedFile(const QDropEvent& event)
+{
+    const QList<QUrl> urls = event.mimeData()->urls();
+    const auto file = std::find_if(urls.begin(), urls.end(), [](const QUrl& url) { return url.isLocalFile(); });
+    return file != urls.end() ? file->toLocalFile() : QString();
 }
 
 QString EncodingName(xStringEncoding encoding)
@@ -66,6 +75,7 @@ LogWindow::LogWindow(CXTString<wchar_t> settingsPath, QWidget* parent)
     : QMainWindow(parent),
       m_settingsPath(std::move(settingsPath)),
       m_settings(LogSettings::Load(m_settingsPath)),
+      m_savedSettings(m_settings),
       m_view(new LogView(m_document, this))
 {
     setAcceptDrops(true);
@@ -114,6 +124,7 @@ void LogWindow::MakeStatusBar()
 void LogWindow::Open(const CXTString<wchar_t>& path, std::uint64_t line)
 {
     m_encoding = xEncodingUnknown;
+    FindAction("encoding0")->setChecked(true);
     m_pendingFind = 0;
     m_pendingLine.reset();
     m_document.Open(path);
@@ -152,8 +163,9 @@ void LogWindow::Tick()
     if (isChanged || ++m_ticks % kCheckTicks == 0)
         m_document.RequestCheck();
     m_document.Tick();
-    m_view->Refresh();
+    // One status for all, so that what is waited for is judged by the rows that are shown.
     const LogStatus status = m_document.GetStatus();
+    m_view->Refresh(status);
     GoToPending(status);
     ShowStatus(status);
 }
@@ -251,7 +263,7 @@ void LogWindow::ShowMatches(const LogStatus& status)
 void LogWindow::ApplyFilter()
 {
     m_filterTimer.stop();
-    if (!m_pendingLine.has_value() && m_view->HasRows() && !m_view->IsFollowing())
+    if (!m_pendingLine.has_value() && m_view->CountRows() != 0 && !m_view->IsFollowing())
         m_pendingLine = m_view->CurrentLine();
     m_document.SetFilter(m_filter->GetPattern(), m_columns);
     Tick();
@@ -279,7 +291,7 @@ void LogWindow::HideFind()
     m_view->setFocus();
 }
 
-// A match that has not been found yet is waited for; behind the last one comes the first.
+// A match that has not been found or is not among the shown rows yet is waited for; behind the last one comes the first.
 void LogWindow::Find(int direction)
 {
     const LogStatus status = m_document.GetStatus();
@@ -295,6 +307,8 @@ void LogWindow::Find(int direction)
         return;
     if (!match.has_value())
         match = direction > 0 ? m_document.NextMatch(0) : m_document.PreviousMatch(status.m_matches.m_base);
+    if (match.has_value() && *match >= m_view->CountRows())
+        return;
     m_pendingFind = 0;
     if (match.has_value())
         m_view->GoToRow(*match);
@@ -362,7 +376,9 @@ void LogWindow::SetFontSize(int points)
 
 void LogWindow::SaveSettings()
 {
-    if (!m_settings.Save(m_settingsPath))
+    if (m_settings.Save(m_settingsPath, m_savedSettings))
+        m_savedSettings = m_settings;
+    else
         statusBar()->showMessage(XInLanguage(u"The settings could not be saved",
                                              u"Les r\u00e9glages n'ont pas pu \u00eatre enregistr\u00e9s"),
                                  10000);
@@ -377,13 +393,16 @@ void LogWindow::closeEvent(QCloseEvent* event)
 
 void LogWindow::dragEnterEvent(QDragEnterEvent* event)
 {
-    if (event->mimeData()->hasUrls() && event->mimeData()->urls().first().isLocalFile())
+    if (!DroppedFile(*event).isEmpty())
         event->acceptProposedAction();
 }
 
 void LogWindow::dropEvent(QDropEvent* event)
 {
-    Open(XFromQString(event->mimeData()->urls().first().toLocalFile()));
+    const QString path = DroppedFile(*event);
+    if (path.isEmpty())
+        return;
+    Open(XFromQString(path));
     event->acceptProposedAction();
 }
 

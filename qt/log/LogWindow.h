@@ -83,6 +83,7 @@ private:
 
     const CXTString<wchar_t> m_settingsPath;
     LogSettings m_settings;
+    LogSettings m_savedSettings; // m_settings as this window last loaded or saved them
     LogDocument m_document;
     CWatchFolder m_watcher;
     QTimer m_timer;

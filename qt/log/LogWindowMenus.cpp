@@ -80,7 +80,8 @@ void LogWindow::MakeFileMenu()
     auto* const group = new QActionGroup(this);
     for (const EncodingChoice& choice : kEncodings)
         AddChoice(encodings, *group, XInLanguage(choice.m_english, choice.m_french),
-                  choice.m_encoding == xEncodingUnknown, [this, choice] { Reload(choice.m_encoding); });
+                  choice.m_encoding == xEncodingUnknown, [this, choice] { Reload(choice.m_encoding); })
+            ->setObjectName(QStringLiteral("encoding%1").arg(&choice - kEncodings));
     menu.addSeparator();
     Add(menu, "quit", XInLanguage(u"&Quit", u"&Quitter"), QKeySequence(Qt::CTRL | Qt::Key_Q), [this] { close(); });
 }

@@ -1,6 +1,7 @@
 #include "qt/log/TextFile.h"
 
 #include "objects/CXFileException.h"
+#include "objects/LastFailure.h"
 #include "qt/toolkit/QtText.h"
 #include "services/Paths.h"
 #include "text/TextDetection.h"
@@ -51,8 +52,10 @@ std::size_t FindReturnOrFeed(const char* bytes, std::size_t size, std::size_t of
     return size;
 }
 
-bool OpenForReading(CXFile& file, const CXTString<wchar_t>& path, CXFileException& error)
+// The stamp is taken first: where another file gets the path in between, it is noticed later that the stamp is not of that.
+bool OpenForReading(CXFile& file, const CXTString<wchar_t>& path, XFileStamp& stamp, CXFileException& error)
 {
+    static_cast<void>(XGetFileStamp(path, stamp)); // else the file cannot be opened, either
     // A pipe would wait for its other end.
     if (fileExists(path) && !fileIsFile(path))
     {
@@ -60,6 +63,22 @@ bool OpenForReading(CXFile& file, const CXTString<wchar_t>& path, CXFileExceptio
         return false;
     }
     return file.Open(path.GetConstBuffer(), kReadFlags, &error);
+}
+
+// A short read may be the end, or come before a failure: only the next one tells.
+std::size_t ReadAll(CXFile& file, char* bytes, std::size_t size, bool& failed)
+{
+    XClearLastFailure();
+    std::size_t read = 0;
+    while (read < size)
+    {
+        const unsigned part = file.Read(bytes + read, static_cast<unsigned>(size - read));
+        if (part == 0)
+            break;
+        read += part;
+    }
+    failed = failed || (read < size && XLastFailure());
+    return read;
 }
 
 xStringEncoding EncodingOfBytes(const char* bytes, std::size_t size, bool isWhole)
@@ -135,7 +154,7 @@ std::shared_ptr<TextFile> TextFile::Open(const CXTString<wchar_t>& path, xString
     const std::shared_ptr<TextFile> file(new TextFile(encoding));
     {
         const tev::LockGuard guard(file->m_lock);
-        if (!OpenForReading(file->m_file, path, error))
+        if (!OpenForReading(file->m_file, path, file->m_memory.m_stamp, error))
             return nullptr;
     }
     file->Detect(encoding);
@@ -144,7 +163,9 @@ std::shared_ptr<TextFile> TextFile::Open(const CXTString<wchar_t>& path, xString
 
 void TextFile::Detect(xStringEncoding encoding)
 {
-    const Sample start = Take(0, kDetectedBytes);
+    bool failed = false;
+    m_detectedLength = GetLength();
+    const Sample start = Take(0, kDetectedBytes, failed);
     const std::size_t size = start.m_bytes.size();
     const XTextMark mark = XFindTextMark(start.m_bytes.data(), size);
     if (encoding != xEncodingUnknown)
@@ -155,7 +176,7 @@ void TextFile::Detect(xStringEncoding encoding)
         m_form.m_encoding = EncodingOfBytes(start.m_bytes.data(), size, size < kDetectedBytes);
     if (mark.m_encoding == m_form.m_encoding)
         m_form.m_markSize = mark.m_size;
-    m_head = Take(0, kSampledBytes);
+    m_head.m_bytes.assign(start.m_bytes.data(), start.m_bytes.data() + std::min(size, kSampledBytes));
 
     // The first line end may be far behind what was read: it is looked for in pieces.
     const std::size_t unit = m_form.UnitSize();
@@ -177,10 +198,16 @@ void TextFile::Detect(xStringEncoding encoding)
             break;
         const bool isAtReturn = found < piece.m_bytes.size();
         const std::size_t step = isAtReturn ? found : piece.m_bytes.size() - piece.m_bytes.size() % unit;
-        piece = Take(piece.m_position + step, kDetectedBytes);
+        piece = Take(piece.m_position + step, kDetectedBytes, failed);
         offset = 0;
     }
     m_form.m_isSettled = m_form.m_isSettled || size == kDetectedBytes;
+    m_detectedLength = failed ? 0 : std::max<std::uint64_t>(m_detectedLength, size);
+}
+
+bool TextFile::IsUnsettled() const
+{
+    return !m_form.m_isSettled && GetLength() > m_detectedLength;
 }
 
 std::uint64_t TextFile::GetLength() const
@@ -198,57 +225,72 @@ std::size_t TextFile::Read(std::uint64_t position, char* bytes, std::size_t size
         failed = true;
         return 0;
     }
-    const std::size_t read = m_file.Read(bytes, static_cast<unsigned>(size));
-    failed = failed || (read < size && m_file.GetLength() > position + size);
-    return read;
+    return ReadAll(m_file, bytes, size, failed);
 }
 
-TextFile::Sample TextFile::Take(std::uint64_t position, std::size_t size) const
+TextFile::Sample TextFile::Take(std::uint64_t position, std::size_t size, bool& failed) const
 {
     Sample sample;
     sample.m_position = position;
     sample.m_bytes.resize(size);
-    bool failed = false;
     sample.m_bytes.resize(Read(position, sample.m_bytes.data(), size, failed));
     return sample;
 }
 
-bool TextFile::IsUnchanged(const Sample& sample) const
+bool TextFile::IsUnchanged(const Sample& sample, bool& failed) const
 {
-    return Take(sample.m_position, sample.m_bytes.size()).m_bytes == sample.m_bytes;
+    return Take(sample.m_position, sample.m_bytes.size(), failed).m_bytes == sample.m_bytes;
 }
 
-void TextFile::Remember(std::uint64_t end)
+void TextFile::Remember(std::uint64_t end, std::uint64_t length)
 {
     const std::uint64_t position = end - std::min<std::uint64_t>(end, kSampledBytes);
-    Sample sample = Take(position, static_cast<std::size_t>(end - position));
+    bool failed = false;
+    Sample sample = Take(position, static_cast<std::size_t>(end - position), failed);
     const tev::LockGuard guard(m_lock);
-    m_tail = std::move(sample);
-    m_end = end;
+    m_memory.m_tail = std::move(sample);
+    m_memory.m_end = end;
+    m_memory.m_length = length;
 }
 
-TextFile::Change TextFile::FindChange(const CXTString<wchar_t>& path, CXFileException& error) const
+TextFile::Change TextFile::FindChange(const CXTString<wchar_t>& path, CXFileException& error)
 {
     CXFile now(false);
-    if (!OpenForReading(now, path, error))
+    XFileStamp stamp;
+    if (!OpenForReading(now, path, stamp, error))
         return Change::None;
     // A file that grows meanwhile is between the two.
     const std::uint64_t least = now.GetLength();
     const std::uint64_t length = GetLength();
-    if (length < least || length > now.GetLength())
-        return Change::Replaced;
-    Sample tail;
-    std::uint64_t end = 0;
+    Memory memory;
     {
         const tev::LockGuard guard(m_lock);
-        tail = m_tail;
-        end = m_end;
+        memory = m_memory;
     }
-    if (length < end)
+    // A layered file system may have one identity for the file that is open and a copy that is written.
+    if (!stamp.IsSameFile(memory.m_stamp) || length < least || length > now.GetLength())
+        return Change::Replaced;
+    // A file that states no length, or a wrong one, has it before and now.
+    if (length < memory.m_end && length != memory.m_length)
         return Change::Cut;
+    bool failed = false;
     std::vector<char> head(m_head.m_bytes.size());
-    head.resize(now.Read(head.data(), static_cast<unsigned>(head.size())));
-    if (head == m_head.m_bytes && IsUnchanged(m_head) && IsUnchanged(tail))
+    head.resize(ReadAll(now, head.data(), head.size(), failed));
+    const bool hasHead = !failed && IsUnchanged(m_head, failed);
+    const bool hasTail = !failed && IsUnchanged(memory.m_tail, failed);
+    if (failed)
+    {
+        CXFileException::ThrowErrno(XLastFailure().GetCause(), 0, path, &error);
         return Change::None;
-    return head != m_head.m_bytes && IsUnchanged(m_head) ? Change::Replaced : Change::Changed;
+    }
+    if (head != m_head.m_bytes)
+        return hasHead ? Change::Replaced : Change::Changed;
+    if (!hasHead || !hasTail)
+        return Change::Changed;
+    // Who writes more may have set the time already, but not the length.
+    if (stamp != memory.m_stamp && stamp.m_size == memory.m_stamp.m_size && GetLength() == stamp.m_size)
+        return Change::Changed;
+    const tev::LockGuard guard(m_lock);
+    m_memory.m_stamp = stamp;
+    return Change::None;
 }

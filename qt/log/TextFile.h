@@ -2,6 +2,7 @@
 
 #include "files/CXFile.h"
 #include "objects/CXCriticalSection.h"
+#include "services/FileStamp.h"
 #include "text/TextEncoding.h"
 
 #include <QString>
@@ -38,8 +39,7 @@ struct LineBytes
 /// followed by another unit, since an LF may belong to it.
 bool FindLine(const char* bytes, std::size_t size, std::size_t offset, const TextForm& form, LineBytes& line) noexcept;
 
-/// An open file of text, and its form. The form is detected when the file is opened, and again as long as the file was too
-/// short to tell: then Detect makes another object. Safe from several threads at once.
+/// An open file of text, and its form, which is detected when the file is opened. Safe from several threads at once.
 class TextFile
 {
 public:
@@ -48,8 +48,12 @@ public:
                                           CXFileException& error);
 
     const TextForm& GetForm() const noexcept { return m_form; }
+    /// As the file states it: some files of the system hold more or fewer bytes.
     std::uint64_t GetLength() const;
-    /// Reads fewer bytes only at the end of the file and where reading fails; `failed` becomes true then.
+    /// Whether the file, which was too short to tell its form, should be opened anew because there is more of it.
+    bool IsUnsettled() const;
+    /// Reads fewer bytes only at the end of the file, and where reading fails; `failed` becomes true then, and
+    /// XLastFailure() says why.
     std::size_t Read(std::uint64_t position, char* bytes, std::size_t size, bool& failed) const;
 
     enum class Change
@@ -59,10 +63,11 @@ public:
         Replaced, ///< the path leads to another file
         Changed   ///< what was read has other bytes now
     };
-    /// What happened to what was read of the file, which ended at `end`, since Remember was called.
-    Change FindChange(const CXTString<wchar_t>& path, CXFileException& error) const;
-    /// Remembers what the file holds in front of `end`.
-    void Remember(std::uint64_t end);
+    /// What happened to what was read of the file. A change in place is known by the start and the end of what was read, and
+    /// where the file has not grown since the last call, by the time at which it was written. None where there is an error.
+    Change FindChange(const CXTString<wchar_t>& path, CXFileException& error);
+    /// Remembers the end of what was read, in front of `end`, and the length that the file stated before.
+    void Remember(std::uint64_t end, std::uint64_t length);
 
 private:
     struct Sample
@@ -70,16 +75,23 @@ private:
         std::uint64_t m_position = 0;
         std::vector<char> m_bytes;
     };
+    struct Memory
+    {
+        Sample m_tail;
+        std::uint64_t m_end = 0;
+        std::uint64_t m_length = 0;
+        XFileStamp m_stamp; // from before what was new then was read
+    };
 
     explicit TextFile(xStringEncoding encoding);
     void Detect(xStringEncoding encoding);
-    Sample Take(std::uint64_t position, std::size_t size) const;
-    bool IsUnchanged(const Sample& sample) const;
+    Sample Take(std::uint64_t position, std::size_t size, bool& failed) const;
+    bool IsUnchanged(const Sample& sample, bool& failed) const;
 
     mutable CXCriticalSection m_lock;
     mutable CXFile m_file X_GUARDED_BY(m_lock);
     TextForm m_form;
+    std::uint64_t m_detectedLength = 0;
     Sample m_head;
-    Sample m_tail X_GUARDED_BY(m_lock);
-    std::uint64_t m_end X_GUARDED_BY(m_lock) = 0;
+    Memory m_memory X_GUARDED_BY(m_lock);
 };

@@ -13,6 +13,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <string>
+#include <system_error>
 
 namespace
 {
@@ -25,6 +26,7 @@ struct Arguments
     bool m_wantsHelp = false;
     bool m_wantsVersion = false;
     std::string m_error;
+    std::string m_failure; ///< why the path has no whole form
 };
 
 void Print(std::FILE* file, const QString& text)
@@ -80,7 +82,12 @@ Arguments ParseArguments(int argc, char** argv)
     }
     // Recent files are opened from other folders.
     if (path != nullptr)
-        XDecodePath(std::filesystem::absolute(path).c_str(), arguments.m_path);
+    {
+        std::error_code failure;
+        XDecodePath(std::filesystem::absolute(path, failure).c_str(), arguments.m_path);
+        if (failure)
+            arguments.m_failure = failure.message();
+    }
     return arguments;
 }
 
@@ -122,6 +129,14 @@ int main(int argc, char** argv)
         Print(stderr, QStringLiteral("tev-log: ") + XInLanguage(u"wrong argument: ", u"mauvais argument\u00a0: ") +
                           QString::fromLocal8Bit(arguments.m_error.c_str()) + u'\n' + HelpText());
         return kUsageError;
+    }
+    if (!arguments.m_failure.empty())
+    {
+        Print(stderr,
+              QStringLiteral("tev-log: ") +
+                  XInLanguage(u"the current folder cannot be found: ", u"le dossier courant est introuvable\u00a0: ") +
+                  QString::fromLocal8Bit(arguments.m_failure.c_str()) + u'\n');
+        return 1;
     }
     tev::EndWithoutDisplay();
     int qtCount = 1; // the arguments are ours

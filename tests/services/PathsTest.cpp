@@ -1,6 +1,7 @@
 #include "services/Paths.h"
 
 #include "services/ApplicationName.h"
+#include "services/FileStamp.h"
 #include "tests/support/EnvironmentVariable.h"
 #include "tests/support/FileFailure.h"
 #include "tests/support/PrintText.h"
@@ -157,6 +158,27 @@ TEST(Paths, FilesAreTheSameByIdentity)
     EXPECT_TRUE(fileExists(L"/dev/null"));
     EXPECT_FALSE(fileIsFile(L"/dev/null"));
     EXPECT_FALSE(fileExists(Text(static_cast<wchar_t>(0xD800), 1))); // no file can have that name
+}
+
+TEST(Paths, StampsTellFilesAndTheirStatesApart)
+{
+    const TempFolder folder;
+    const Text file = folder.WriteFile("file", "x").c_str();
+    const std::filesystem::path path(folder.Path("file"));
+    std::filesystem::create_hard_link(path, folder.Path("hard"));
+    XFileStamp first;
+    XFileStamp later;
+    ASSERT_TRUE(XGetFileStamp(file, first) && XGetFileStamp(folder.WidePath("hard").c_str(), later));
+    EXPECT_TRUE(first == later && first.m_size == 1);
+    std::filesystem::last_write_time(path, std::filesystem::last_write_time(path) + std::chrono::microseconds(1));
+    ASSERT_TRUE(XGetFileStamp(file, later));
+    EXPECT_TRUE(first != later && first.IsSameFile(later));
+    folder.WriteFile("other", "y");
+    std::filesystem::last_write_time(folder.Path("other"), std::filesystem::last_write_time(path));
+    std::filesystem::rename(folder.Path("other"), path);
+    first = later;
+    EXPECT_FALSE(XGetFileStamp(folder.WidePath("none").c_str(), later));
+    EXPECT_TRUE(first == later && XGetFileStamp(file, later) && !first.IsSameFile(later));
 }
 
 TEST(Paths, DatesOfFiles)

@@ -63,6 +63,7 @@ bool GetFileInformation(const wchar_t* path, FileInformation& information)
     information.size = status.stx_size;
     information.permissions = status.stx_mode & 0777u;
     information.lastWrite = status.stx_mtime.tv_sec;
+    information.lastWriteNanoseconds = status.stx_mtime.tv_nsec;
     information.creation.reset();
     if ((status.stx_mask & STATX_BTIME) != 0)
         information.creation = status.stx_btime.tv_sec;

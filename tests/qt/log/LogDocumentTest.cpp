@@ -70,6 +70,66 @@ TEST(LogDocument, SaysWhatHappensToTheFileAndGoesOn)
     }
 }
 
+TEST(LogDocument, NoticesWhatIsWrittenAmongTheLinesAndFilesThatLookAlike)
+{
+    const LogFolder folder;
+    const std::string bytes(12288, 'x');
+    LogDocument document;
+    document.Open(folder.Write("a.log", bytes));
+    ASSERT_TRUE(WaitUntilIdle(document));
+    const auto time = std::filesystem::last_write_time(folder.Path("a.log"));
+    const auto change = [&](const char* name, std::filesystem::file_time_type written) {
+        std::fstream file(folder.Path(name), std::ios::binary | std::ios::in | std::ios::out);
+        file.seekp(6000) << 'y';
+        file.close();
+        std::filesystem::last_write_time(folder.Path(name), written);
+    };
+    folder.Write("b.log", bytes);
+    change("b.log", time);
+    std::filesystem::rename(folder.Path("b.log"), folder.Path("a.log"));
+    EXPECT_EQ(FileEvent::Replaced, EventAfterCheck(document));
+    const auto events = [&] { return document.GetStatus().m_eventCount; };
+    EXPECT_EQ(1U, events());
+    change("a.log", time + std::chrono::milliseconds(1));
+    EXPECT_EQ(FileEvent::Changed, EventAfterCheck(document));
+    // What is longer has a new time, too.
+    folder.Append("a.log", "more");
+    std::filesystem::last_write_time(folder.Path("a.log"), time + std::chrono::milliseconds(2));
+    EXPECT_TRUE(EventAfterCheck(document) == FileEvent::Changed && EventAfterCheck(document) == FileEvent::Changed);
+    EXPECT_EQ(2U, events());
+    change("a.log", time);
+    EventAfterCheck(document);
+    EXPECT_EQ(3U, events());
+}
+
+// Files of the system state a length that has nothing to do with what they hold, and some can be opened, but not read.
+TEST(LogDocument, ReadsFilesThatStateAnotherLength)
+{
+    struct
+    {
+        const wchar_t* m_path;
+        bool m_isReadable;
+    } const cases[] = {{L"/sys/class/net/lo/mtu", true},
+                       {L"/proc/version", true},
+                       {L"/sys/class/net/lo/speed", false},
+                       {L"/proc/self/mem", false}};
+    for (const auto& [path, isReadable] : cases)
+    {
+        if (!fileExists(path))
+            continue;
+        for (const LogDocument::Work work : {LogDocument::Work::InThread, LogDocument::Work::InTick})
+        {
+            SCOPED_TRACE(CXTString<char>(path).GetConstBuffer());
+            LogDocument document(work);
+            document.Open(path);
+            ASSERT_TRUE(WaitUntilIdle(document));
+            EXPECT_EQ(FileEvent::None, EventAfterCheck(document));
+            EXPECT_EQ(isReadable, !document.GetStatus().m_lines.m_hasFailed);
+            EXPECT_EQ(isReadable ? 1U : 0U, document.GetStatus().m_lines.m_lines);
+        }
+    }
+}
+
 TEST(LogDocument, OpensAFileThatIsLockedOrMissingWhenItCan)
 {
     const LogFolder folder;
@@ -184,9 +244,11 @@ TEST(LogDocument, CopiesLinesUpToALimit)
     const std::string longLine(50000, 'x');
     document.Open(folder.Write("a.log", "one\r\n" + longLine + "\r\nthree"));
     bool isCut = true;
-    EXPECT_EQ("one\n" + longLine + "\nthree\n", document.CopyRows(0, 2, 1 << 20, isCut).toStdString());
+    std::uint64_t limit = 50100;
+    EXPECT_EQ("one\n" + longLine + "\nthree\n", document.CopyRows(0, 2, limit, isCut).toStdString());
     EXPECT_FALSE(isCut);
-    EXPECT_EQ("one\n" + longLine.substr(0, 97) + "\n", document.CopyRows(0, 2, 100, isCut).toStdString());
+    EXPECT_EQ(92U, limit);
+    EXPECT_EQ("one\n" + longLine.substr(0, 89) + "\n", document.CopyRows(0, 2, limit, isCut).toStdString());
     EXPECT_TRUE(isCut);
     const std::vector<LogRow> rows = document.ReadRows(1, 2);
     EXPECT_TRUE(rows[0].m_isCut);

@@ -139,14 +139,21 @@ TEST(LogWindow, OpensWhatIsDropped)
 {
     const LogFolder folder;
     ShownWindow shown(folder);
-    QMimeData data;
-    data.setUrls({QUrl::fromLocalFile(XToQString(folder.Write("a b.log", "dropped\n")))});
-    QDragEnterEvent enter(QPoint(50, 50), Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
-    QApplication::sendEvent(&shown.m_window, &enter);
-    EXPECT_TRUE(enter.isAccepted());
-    QDropEvent drop(QPointF(50, 50), Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
-    QApplication::sendEvent(&shown.m_window, &drop);
+    shown.m_window.FindAction("encoding2")->trigger();
+    const QUrl file = QUrl::fromLocalFile(XToQString(folder.Write("a b.log", "dropped\n")));
+    const QUrl remote(QStringLiteral("http://localhost/a.log"));
+    for (const QList<QUrl>& urls : {QList<QUrl>(), {remote}, {file, remote}})
+    {
+        QMimeData data;
+        data.setUrls(urls);
+        QDragEnterEvent enter(QPoint(50, 50), Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
+        QApplication::sendEvent(&shown.m_window, &enter);
+        EXPECT_EQ(urls.size() == 2, enter.isAccepted());
+        QDropEvent drop(QPointF(50, 50), Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
+        QApplication::sendEvent(&shown.m_window, &drop);
+    }
     EXPECT_TRUE(shown.WaitForTexts({"dropped"}));
+    EXPECT_TRUE(shown.m_window.FindAction("encoding0")->isChecked()); // detected anew for each file
 }
 
 TEST(LogWindow, KeepsItsSettings)
@@ -154,6 +161,8 @@ TEST(LogWindow, KeepsItsSettings)
     const LogFolder folder;
     const CXTString<wchar_t> settings(folder.Path("settings.pref").wstring());
     const CXTString<wchar_t> path = folder.Write("a.log", "one\n");
+    const std::vector<ColorRule> rules = {
+        {{PatternKind::Wildcard, QStringLiteral("\u00e9*"), true}, RuleColor::Custom, 0xFF123456}};
     {
         ShownWindow shown(folder);
         shown.m_window.Open(path);
@@ -161,10 +170,12 @@ TEST(LogWindow, KeepsItsSettings)
         shown.m_window.FindAction("theme2")->trigger();
         shown.m_window.FindAction("numbers")->trigger();
         shown.m_window.resize(800, 500);
-        // Another window opens another file meanwhile.
+        // Another window opens another file and changes colours and font meanwhile.
         LogSettings other = LogSettings::Load(settings);
         other.AddRecent(L"/tmp/other.log");
-        EXPECT_TRUE(other.Save(settings));
+        other.m_rules = rules;
+        other.m_fontSize = 20;
+        EXPECT_TRUE(other.Save(settings, LogSettings()));
         shown.m_window.close();
     }
     LogSettings loaded = LogSettings::Load(settings);
@@ -172,13 +183,11 @@ TEST(LogWindow, KeepsItsSettings)
     EXPECT_EQ(tev::ColorTheme::Dark, loaded.m_theme);
     EXPECT_FALSE(loaded.m_hasLineNumbers);
     EXPECT_EQ(QSize(800, 500), ShownWindow(folder).m_window.size());
-    EXPECT_EQ(LogColors::DefaultRules(), loaded.m_rules);
-    EXPECT_THAT(loaded.m_recent, ElementsAre(path, CXTString<wchar_t>(L"/tmp/other.log")));
-    loaded.m_rules = {{{PatternKind::Wildcard, QStringLiteral("\u00e9*"), true}, RuleColor::Custom, 0xFF123456}};
-    ASSERT_TRUE(loaded.Save(settings));
-    EXPECT_EQ(loaded.m_rules, LogSettings::Load(settings).m_rules);
+    EXPECT_EQ(rules, loaded.m_rules);
+    EXPECT_EQ(20, loaded.m_fontSize);
+    EXPECT_THAT(loaded.m_recent, ElementsAre(CXTString<wchar_t>(L"/tmp/other.log"), path));
     loaded.m_rules.clear();
-    ASSERT_TRUE(loaded.Save(settings));
+    ASSERT_TRUE(loaded.Save(settings, LogSettings()));
     EXPECT_TRUE(LogSettings::Load(settings).m_rules.empty());
     folder.Write("settings.pref", "damaged");
     EXPECT_EQ(LogColors::DefaultRules(), LogSettings::Load(settings).m_rules);
@@ -320,18 +329,25 @@ TEST(LogWindow, SaysWhatHappensWhileADialogIsOpen)
 
 TEST(TevLog, AnswersOnTheCommandLine)
 {
-    const auto run = [](const QStringList& arguments) {
+    const QString program = QCoreApplication::applicationDirPath() + QStringLiteral("/tev-log");
+    const auto runProgram = [](const QString& started, const QStringList& arguments) {
         QProcess process;
-        process.start(QCoreApplication::applicationDirPath() + QStringLiteral("/tev-log"), arguments);
+        process.start(started, arguments);
         EXPECT_TRUE(process.waitForFinished(kDeadline));
         return std::make_pair(
             process.exitCode(),
             QString::fromUtf8(process.readAllStandardOutput() + process.readAllStandardError()).toStdString());
     };
+    const auto run = [&](const QStringList& arguments) { return runProgram(program, arguments); };
     EXPECT_THAT(run({QStringLiteral("--help")}), testing::Pair(0, HasSubstr("usage: tev-log [FILE]")));
     EXPECT_THAT(run({QStringLiteral("--version")}), testing::Pair(0, HasSubstr("tev-log 0.")));
     for (const QStringList& wrong :
          {QStringList{QStringLiteral("--lines")}, QStringList{QStringLiteral("--line"), QStringLiteral("0")},
           QStringList{QStringLiteral("a"), QStringLiteral("b")}})
         EXPECT_THAT(run(wrong), testing::Pair(2, HasSubstr("wrong argument")));
+    const LogFolder folder;
+    std::filesystem::create_directory(folder.Path("d"));
+    const QStringList script = {QStringLiteral("-c"), QStringLiteral("cd \"$0\" && rmdir \"$0\" && exec \"$1\" x"),
+                                QString::fromStdString(folder.Path("d").string()), program};
+    EXPECT_THAT(runProgram(QStringLiteral("sh"), script), testing::Pair(1, HasSubstr("tev-log: the current folder")));
 }
