@@ -64,9 +64,11 @@ public:
     void SetMethods(CElementMethods* methods);
     /// Returns the setting before. A negative one changes nothing.
     int SetGrowFactor(int growFactor) noexcept;
-    /// In construct mode the elements of the reserve are constructed too, and growing into it leaves them as they are.
+    /// In construct mode the elements of the reserve are constructed too, and growing into it leaves them as they are. Where
+    /// those of removed elements cannot be constructed again, the elements are removed all the same.
     void ConstructMode(bool construct);
-    /// Empties the array and makes room for so many elements; nothing happens when it is empty and has that room.
+    /// Empties the array and makes room for so many elements; nothing happens when it is empty and has that room. Without
+    /// memory the array is left empty.
     void PreAllocate(int capacity);
     /// Frees the memory of the reserve.
     void FreeExtra();

@@ -11,7 +11,7 @@ class CXArchive;
 ///
 /// Compared with std::vector<unsigned long long>: entries are read and set by value, also by `for (const auto offset :
 /// offsets)`, there are no references to them, and nothing is thrown at an index past the end. Growing, and the first value of more than 32
-/// bits, throw std::bad_alloc, and growing CXInvalidArgException where the room would exceed 32 bits; the array is
+/// bits, throw std::bad_alloc, and growing CXInvalidArgException where the room would exceed 32 bits; the entries are
 /// unchanged then. Appending costs constant time on average. A value of more than 32 bits moves every entry behind it
 /// once, so set large ones in ascending order.
 class TEVTOOLS_API COffsetArray

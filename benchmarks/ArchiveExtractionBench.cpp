@@ -7,6 +7,7 @@
 #include <benchmark/benchmark.h>
 
 #include <cstdlib>
+#include <filesystem>
 #include <functional>
 #include <random>
 #include <string>
@@ -41,17 +42,21 @@ std::string ModelText()
     return text;
 }
 
-/// The inputs, made once by the programs whose kinds they are.
+/// The inputs, made by the programs whose kinds they are. They take minutes, and each row runs in a process of its own, so
+/// they are kept beside the benchmarks.
 struct Inputs
 {
     Inputs()
     {
+        if (std::filesystem::exists(m_folder))
+            return;
+        const TempFolder files;
         const std::string text = ModelText();
         const auto write = [&](const std::string& name, std::size_t from, std::size_t size) {
             std::string contents = text.substr(from % (text.size() / 2), size);
             while (contents.size() < size)
                 contents += text.substr(0, size - contents.size());
-            m_folder.WriteFile(name, contents);
+            files.WriteFile(name, contents);
         };
         for (std::size_t i = 0; i < kTotal / kSmallFile; ++i)
         {
@@ -60,13 +65,18 @@ struct Inputs
         }
         for (std::size_t i = 0; i < kTotal / kLargeFile; ++i)
             write("large/" + std::to_string(i) + ".obj", i * 7919, kLargeFile);
-        m_isMade = Shell("cd " + m_folder.Path().string() +
-                         " && (cd small && zip -q -r ../small.zip .) && (cd large && zip -q -r ../large.zip .) &&"
-                         " cat large/* | gzip >one.gz && cat large/* | zstd -q -o one.zst && rm -r small large");
+        const std::string unfinished =
+            m_folder.string() + ".unfinished"; // so that a run that is ended leaves nothing half done
+        m_isMade =
+            Shell("cd " + files.Path().string() + " && rm -rf " + unfinished + " && mkdir " + unfinished +
+                  " && (cd small && zip -q -r " + unfinished + "/small.zip .) && (cd large && zip -q -r " + unfinished +
+                  "/large.zip .) && cat large/* | gzip >" + unfinished + "/one.gz && cat large/* | zstd -q -o " +
+                  unfinished + "/one.zst && mv " + unfinished + " " + m_folder.string());
     }
 
-    TempFolder m_folder;
-    bool m_isMade = false;
+    const std::filesystem::path m_folder =
+        std::filesystem::read_symlink("/proc/self/exe").replace_filename("extraction-inputs");
+    bool m_isMade = true;
 };
 
 const Inputs& SharedInputs()
@@ -77,7 +87,7 @@ const Inputs& SharedInputs()
 
 /// Unpacks one of the inputs again and again, each time into an empty folder; the path is that of what is to be written.
 void Unpack(benchmark::State& state,
-            const std::function<bool(const TempFolder& inputs, const TempFolder& target)>& work)
+            const std::function<bool(const std::filesystem::path& inputs, const TempFolder& target)>& work)
 {
     const Inputs& inputs = SharedInputs();
     bool isDone = inputs.m_isMade;
@@ -99,26 +109,26 @@ void Unpack(benchmark::State& state,
 
 void ByZip(benchmark::State& state, const char* archive)
 {
-    Unpack(state, [&](const TempFolder& inputs, const TempFolder& target) {
+    Unpack(state, [&](const std::filesystem::path& inputs, const TempFolder& target) {
         CMiniZip zip;
-        return zip.ExtractZip(inputs.WidePath(archive).c_str(), target.WidePath().c_str(), true);
+        return zip.ExtractZip((inputs / archive).wstring().c_str(), target.WidePath().c_str(), true);
     });
 }
 
 void ByZFile(benchmark::State& state, const char* file)
 {
-    Unpack(state, [&](const TempFolder& inputs, const TempFolder& target) {
+    Unpack(state, [&](const std::filesystem::path& inputs, const TempFolder& target) {
         CMiniZip zip;
-        return zip.ExtractZFile(inputs.WidePath(file).c_str(), target.WidePath("out").c_str(), true);
+        return zip.ExtractZFile((inputs / file).wstring().c_str(), target.WidePath("out").c_str(), true);
     });
 }
 
 /// "@" stands for the input; the command runs in the target.
 void ByCommand(benchmark::State& state, const char* command, const char* file)
 {
-    Unpack(state, [&](const TempFolder& inputs, const TempFolder& target) {
+    Unpack(state, [&](const std::filesystem::path& inputs, const TempFolder& target) {
         std::string line = command;
-        line.replace(line.find('@'), 1, inputs.Path(file).string());
+        line.replace(line.find('@'), 1, (inputs / file).string());
         return Shell("cd " + target.Path().string() + " && " + line);
     });
 }

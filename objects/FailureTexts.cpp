@@ -176,8 +176,20 @@ CXTString<wchar_t> XFailure::GetText(XLanguage language) const
     Text name(GetPath());
     if (m_isPathCut)
         name += L"...";
+    return TextAbout(name, name, language);
+}
+
+CXTString<wchar_t> XFailure::GetTextWithoutPath() const
+{
+    const XLanguage language = XGetLanguage();
+    return TextAbout(language == XLanguage::French ? L"ce fichier" : L"it", {}, language);
+}
+
+CXTString<wchar_t> XFailure::TextAbout(const CXTString<wchar_t>& name, const CXTString<wchar_t>& detail,
+                                       XLanguage language) const
+{
     // What a file is called belongs into the sentence; other system errors say most by their code.
-    const bool isOfFile = m_cause != fileNone && m_cause != fileGeneric && !name.IsEmpty();
+    const bool isOfFile = m_cause != fileNone && m_cause != fileGeneric && *m_path != L'\0';
     const bool isOfSystem = m_kind == XFailureKind::kSystem;
     const unsigned id = m_textId != 0            ? m_textId
                         : isOfSystem && isOfFile ? tev::kTextFileCause + m_cause
@@ -187,7 +199,7 @@ CXTString<wchar_t> XFailure::GetText(XLanguage language) const
     Sentence sentence(isByCode ? XGetSystemErrorText(m_systemError, language) : FilledText(id, name, language));
     sentence.AddDetail(Text(m_operation));
     if (isByCode || !TakesName(id))
-        sentence.AddDetail(name);
+        sentence.AddDetail(detail);
     if (m_systemError != 0)
         sentence.AddDetail(tev::kTextFailureDetail, m_systemError, language);
     return sentence.Take();

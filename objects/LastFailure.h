@@ -39,9 +39,14 @@ public:
     /// A sentence with all of this, in the language of message texts or the given one.
     CXTString<wchar_t> GetText() const { return GetText(XGetLanguage()); }
     CXTString<wchar_t> GetText(XLanguage language) const;
+    /// The same for a message that begins with the path.
+    CXTString<wchar_t> GetTextWithoutPath() const;
 
 private:
     friend class tev::FailureRecord;
+
+    CXTString<wchar_t> TextAbout(const CXTString<wchar_t>& name, const CXTString<wchar_t>& detail,
+                                 XLanguage language) const;
 
     const char* m_operation = "";
     unsigned int m_systemError = 0;

@@ -4,6 +4,7 @@
 #include "text/TextView.h"
 
 #include <algorithm>
+#include <new>
 #include <string_view>
 
 namespace
@@ -110,8 +111,10 @@ CXTString<wchar_t> fileCleanExtensionList(const CXTString<wchar_t>& list, bool s
          word = NextWord(text, position, singleWords))
     {
         const CXTString<wchar_t> pattern = PatternOf(word);
-        if (pattern.IsEmpty() || patterns.Insert(pattern) == 0)
+        if (pattern.IsEmpty() || patterns.Find(pattern) != nullptr)
             continue;
+        if (patterns.Insert(pattern) == 0)
+            throw std::bad_alloc();
         if (!result.IsEmpty())
             result += L' ';
         result += pattern;

@@ -10,6 +10,7 @@
 /// and semicolons; a word without a '?' matches anywhere in a name (`tree` gives `*tree*`); a word in double quotes is
 /// an extension (`"bmp"` gives `*.bmp`) or, where it has a '.' further in, a whole name. Only the first 259 characters
 /// count. Unless `singleWords`, quotes may hold blanks. New patterns are added to `set` and to the result.
+/// Throws where there is no memory, and the set may have some of them then.
 TEVTOOLS_API CXTString<wchar_t> fileCleanExtensionList(const CXTString<wchar_t>& list, bool singleWords,
                                                        CHashTable<CXTString<wchar_t>>* set = nullptr);
 

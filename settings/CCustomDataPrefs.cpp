@@ -241,6 +241,10 @@ private:
     bool m_isSound;
 };
 
+bool NoteNoStore(const char* operation, const CXTString<wchar_t>& path)
+{
+    return tev::NoteFailure({operation, XFailureKind::kData, 0, fileNone, tev::kTextNoStore}, path);
+}
 } // namespace
 
 bool XListPreferences(const CXTString<wchar_t>& path, std::vector<XPreferenceRecord>& records)
@@ -263,7 +267,7 @@ bool RemoveStore(const CXTString<wchar_t>& path, unsigned key1, unsigned key2, c
         if (!rewriting.IsSound())
             return tev::NoteBadData(kOperation, path);
         if (rewriting.Present() == nullptr)
-            return false;
+            return NoteNoStore(kOperation, path);
         if (expected != nullptr && !rewriting.LoadPresent().IsEqual(*expected))
             return tev::NoteSystemError(kOperation, tev::kSettingsChanged, path);
         rewriting.Remove();
@@ -334,7 +338,7 @@ bool CCustomData::LoadFromPrefs(CXTString<wchar_t> path, unsigned key1, unsigned
     if (!isSound && record == nullptr)
         CXFileException::Throw(fileInvalidFile, path);
     if (record == nullptr)
-        return tev::NoteFailure({kOperation, XFailureKind::kData, 0, fileNone, tev::kTextNoStore}, path);
+        return NoteNoStore(kOperation, path);
     CCustomData loaded = Loaded(file, *record);
     TakeFrom(loaded);
     return true;

@@ -326,6 +326,7 @@ bool CCustomData::SetCustomData(unsigned id, const CCustomData& data)
 bool CCustomData::GetCustomData(unsigned id, CCustomData& out) const
 {
     const StoreLocks locks(m_lock, out.m_lock);
+    const tev::FailuresUnnoted unnoted; // a getter's answer says enough
     unsigned size = 0;
     const unsigned char* data = FindOfKind(id, kCustomData, size);
     const unsigned legacyMode = m_legacyMode;
@@ -339,12 +340,7 @@ bool CCustomData::AddToCustomData(unsigned id, const CCustomData& data, int mode
 {
     const StoreLocks locks(m_lock, data.m_lock);
     CCustomData merged;
-    bool isThere = false;
-    {
-        const tev::FailuresUnnoted unnoted; // a damaged one is replaced
-        isThere = GetCustomData(id, merged);
-    }
-    if (!isThere)
+    if (!GetCustomData(id, merged)) // a damaged one is replaced
         return SetCustomData(id, data);
     data.CloseGaps();
     for (unsigned at = 0; at < data.m_used;)

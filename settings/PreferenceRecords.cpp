@@ -114,7 +114,11 @@ private:
             return FindOlder(at, signature == kTextSignature, total);
         const bool isSigned = signature == kSignature || signature == kEarlierSignature;
         Found found;
-        if (room >= kStart + kHeaderSize)
+        // Where a header has the sum of bytes, no signature can stand: files are smaller. The next record follows an empty one,
+        // whatever its total is.
+        if (IsStart(at + kStart))
+            found = {kStart, 0, isSigned && total == 0, false, false};
+        else if (room >= kStart + kHeaderSize)
             found = FindCurrent(at, isSigned, total);
         if (found.size == 0 && isSigned && total == 0)
             return {kStart, 0, true, false, false};

@@ -144,7 +144,7 @@ constexpr TextOfNumber kMessageTexts[] = {
     {kFailure + 4, L"The call was refused: an argument or the state of the object does not allow it.",
      L"L'appel a été refusé : un argument ou l'état de l'objet ne le permet pas."},
     {kFailure + 5, L"The operation was cancelled.", L"L'opération a été annulée."},
-    {kFailure + 6, L"The file %s has no store of these keys.", L"Le fichier %s n'a pas de données sous ces clés."},
+    {kFailure + 6, L"There is no store of these keys in %s.", L"Il n'y a pas de données sous ces clés dans %s."},
     {kFailure + 7, L"Unknown exception.", L"Exception inconnue."},
     {kFailure + 8, L"The encoding is not known on this system.", L"L'encodage est inconnu sur ce système."},
 

@@ -43,6 +43,16 @@ unsigned int Sum(double value) noexcept
     return static_cast<unsigned int>(std::min(value > 0 ? value : 0.0, 4294967295.0));
 }
 
+/// Of the integer part. What no integer can be is the nearest one that a channel can.
+unsigned char LowByte(double value) noexcept
+{
+    if (value >= 0 && value < 4294967296.0)
+        return static_cast<unsigned char>(static_cast<unsigned int>(value));
+    if (!std::isfinite(value))
+        return value > 0 ? 255 : 0;
+    return static_cast<unsigned char>(static_cast<int>(std::fmod(value, 256.0)));
+}
+
 // Both conversions use tables: branches that depend on the pixels of an image cannot be predicted.
 
 // Sixths of the circle: the base, and how far the channel is from the largest, as a part of the range.
@@ -330,6 +340,14 @@ CRGBColor CRGBColor::operator*(float factor) const noexcept
     return {Channel(m_channels[0] * factor), Channel(m_channels[1] * factor), Channel(m_channels[2] * factor)};
 }
 
+CRGBColor CRGBColor::operator*(double factor) const noexcept
+{
+    const auto scaled = [factor](unsigned char channel) {
+        return static_cast<int>(std::min(channel * factor > 0 ? channel * factor : 0.0, 255.0));
+    };
+    return {scaled(m_channels[0]), scaled(m_channels[1]), scaled(m_channels[2])};
+}
+
 CRGBColor CRGBColor::operator+(const CRGBColor& other) const noexcept
 {
     return {m_channels[0] + other.m_channels[0], m_channels[1] + other.m_channels[1],
@@ -400,6 +418,6 @@ CRGBColor CRGB32Color::ConvertToRGBColor(float divisor) const noexcept
 {
     CRGBColor result;
     for (int i = 0; i < 4; ++i)
-        result[i] = static_cast<unsigned char>(Sum(static_cast<double>(m_channels[i]) / divisor));
+        result[i] = LowByte(static_cast<double>(m_channels[i]) / divisor);
     return result;
 }

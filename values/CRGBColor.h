@@ -150,7 +150,7 @@ public:
     // Results have alpha 255.
 
     CRGBColor operator*(float factor) const noexcept;
-    CRGBColor operator*(double factor) const noexcept { return *this * static_cast<float>(factor); }
+    CRGBColor operator*(double factor) const noexcept;
     CRGBColor operator*(int factor) const noexcept { return *this * static_cast<float>(factor); }
     /// Sums end at 255.
     CRGBColor operator+(const CRGBColor& other) const noexcept;

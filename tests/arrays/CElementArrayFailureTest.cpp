@@ -147,19 +147,27 @@ TEST(CElementArrayFailure, NothingLeaksOrStaysWhereAnElementThrows)
     {
         CElementArray other(new TrackedElements);
         Fill(other, {4, 5, 6});
-        const std::function<void(CElementArray&)> operations[] = {
-            [&](CElementArray& array) { array.Add(other[0], 3); },
-            [&](CElementArray& array) { array.SetAtGrow(5, other[0]); },
-            [&](CElementArray& array) { array.SetSize(9); },
-            [&](CElementArray& array) { array.InsertAt(1, other[0], 3); },
-            [&](CElementArray& array) { array.InsertAt(5, &other); },
-            [&](CElementArray& array) { array.InsertAt(1, &array); },
-            [&](CElementArray& array) { array.Append(other); },
+        const std::vector<int> all = {1, 2, 3};
+        const struct
+        {
+            std::function<void(CElementArray&)> m_run;
+            std::vector<int> m_after; // where it failed
+        } operations[] = {
+            {[&](CElementArray& array) { array.Add(other[0], 3); }, all},
+            {[&](CElementArray& array) { array.SetAtGrow(5, other[0]); }, all},
+            {[&](CElementArray& array) { array.SetSize(9); }, all},
+            {[&](CElementArray& array) { array.InsertAt(1, other[0], 3); }, all},
+            {[&](CElementArray& array) { array.InsertAt(5, &other); }, all},
+            {[&](CElementArray& array) { array.InsertAt(1, &array); }, all},
+            {[&](CElementArray& array) { array.Append(other); }, all},
+            {[&](CElementArray& array) { array.PreAllocate(9); }, {}},
+            {[&](CElementArray& array) { array.RemoveAt(0); }, {2, 3}},
+            {[&](CElementArray& array) { array.SetSize(2); }, {1, 2}},
         };
-        const auto check = [](CElementArray& array, bool failed) {
-            if (failed)
+        const auto check = [](CElementArray& array, const std::vector<int>* after) {
+            if (after != nullptr)
             {
-                EXPECT_EQ(ValuesOf(array), (std::vector<int>{1, 2, 3}));
+                EXPECT_EQ(ValuesOf(array), *after);
                 EXPECT_EQ(array.SetGrowFactor(-1), 0);
             }
             array.SetSize(20);
@@ -178,16 +186,16 @@ TEST(CElementArrayFailure, NothingLeaksOrStaysWhereAnElementThrows)
                 CElementArray array(new TrackedElements);
                 fill(array);
                 Element::s_throwIn = throwIn;
-                const bool failed = FailureOf([&] { operation(array); }) == kByElement;
+                const bool failed = FailureOf([&] { operation.m_run(array); }) == kByElement;
                 Element::s_throwIn = 0;
-                check(array, failed);
+                check(array, failed ? &operation.m_after : nullptr);
             }
             const unsigned allocations = FailEachAllocation([&](FailingAllocations& failing) {
                 CElementArray array(new TrackedElements);
                 fill(array);
-                check(array, !failing.Run([&] { operation(array); }));
+                check(array, failing.Run([&] { operation.m_run(array); }) ? nullptr : &operation.m_after);
             });
-            EXPECT_NE(allocations, 0U);
+            EXPECT_TRUE(allocations != 0 || operation.m_after != all);
         }
     }
     EXPECT_EQ(Element::s_live, before);

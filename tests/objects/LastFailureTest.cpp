@@ -75,6 +75,10 @@ protected:
                 EXPECT_TRUE(c.path.empty() || text.Find(c.path.c_str()) >= 0);
                 EXPECT_LT(text.Find(L"%"), 0);
             }
+            Text without = english; // the path, or ", " and the path in the details
+            without.Replace((L", " + c.path).c_str(), L"");
+            without.Replace(c.path.c_str(), L"it");
+            EXPECT_TRUE(c.path.empty() || failure.GetTextWithoutPath() == without) << without;
         }
     }
 
@@ -322,6 +326,7 @@ TEST_F(LastFailure, OfSettingsSaysWhy)
          [&] { return !CCustomData().LoadFromPrefs(prefs, 7, 7, false); }},
         {"XListPreferences", Kind::kData, 0, m_text, [&] { return !XListPreferences(m_textText, records); }},
         {"XRemovePreference", Kind::kData, 0, m_text, [&] { return !XRemovePreference(m_textText, 1, 1); }},
+        {"XRemovePreference", Kind::kData, 0, prefs.GetConstBuffer(), [&] { return !XRemovePreference(prefs, 7, 7); }},
         {"XUpdatePreferences", Kind::kData, 0, m_text, [&] { return !XUpdatePreferences(m_textText, 1, 1, change); }},
         {"XUpdatePreferences", Kind::kSystem, 2, lost, [&] { return !XUpdatePreferences(lostText, 1, 1, change); }},
         {"CRegUtil::SetPath", Kind::kSystem, 2, L"No/Such", [&] { return !registry.SetPath(L"No/Such", false); }},
@@ -457,7 +462,9 @@ TEST_F(LastFailure, OfArchivesAndDumpsSaysWhy)
 
 TEST_F(LastFailure, IsLeftAloneByLookUpsAndSuccess)
 {
-    ASSERT_TRUE(m_store.SetInt(1, 1));
+    const unsigned damaged[] = {9, 4, CCustomData::kCustomData, 7}; // its four bytes are no store
+    ASSERT_TRUE(m_store.SetData(damaged, sizeof damaged) && m_store.SetInt(1, 1));
+    CCustomData nested;
     CStdioFileEx file(false);
     CRegUtil registry(CRegUtil::kReadWrite);
     ASSERT_TRUE(registry.SetPath(L"Some", true));
@@ -471,7 +478,7 @@ TEST_F(LastFailure, IsLeftAloneByLookUpsAndSuccess)
     EXPECT_FALSE(fileExists(m_missingText) || fileIsFile(m_missingText) || fileIsDirectory(m_missingText) ||
                  fileIsSameFile(m_missingText, m_textText) || CMiniZip::IsZFile(m_missingText));
     EXPECT_FALSE(m_store.GetInt(7, number, 0) || m_store.GetArray(7, count) != nullptr || m_store.RemoveCustom(7) ||
-                 m_store.ChangeID(7, 8) || m_store.CopyID(&m_store, 7));
+                 m_store.ChangeID(7, 8) || m_store.CopyID(&m_store, 7) || m_store.GetCustomData(9, nested));
     EXPECT_FALSE(registry.GetKeyInt(L"a", value) || registry.KeyExists(L"a") || registry.DeleteValue(L"b", L"a") ||
                  !registry.GetKeyString(L"a", false).IsEmpty() || registry.GetSubKeyInt(L"b", L"a", 0) != 0);
     EXPECT_TRUE(zip.FindFile(L"a", true, false) == xZipNoEntry && zip.GetLastFailure() == XZipFailure::kNotFound);
@@ -484,7 +491,7 @@ TEST_F(LastFailure, IsLeftAloneByLookUpsAndSuccess)
     EXPECT_TRUE(!line.LoadString(1) && line.ScanS(L"%d", &scanned) == -1 && map.Find(1) == nullptr &&
                 map.Remove(1) == 0 && m_date.Format(L"").IsEmpty());
     const std::unique_ptr<CElementArray> copy(CElementArray().Duplicate());
-    EXPECT_TRUE(m_store.SetBinary(2, "damaged", 7) && m_store.AddToCustomData(3, CCustomData(), 0));
+    EXPECT_TRUE(nested.SetInt(1, 1) && m_store.AddToCustomData(9, nested, 0));
     EXPECT_TRUE(XParallelFor(3, [](unsigned) {}) && CCustomThread::EndThreads(0));
     EXPECT_FALSE(XLastFailure()) << XLastFailure().GetOperation();
     EXPECT_STREQ(XLastFailure().GetOperation(), "");

@@ -1,9 +1,11 @@
 #include "services/FileWildcards.h"
 
+#include "tests/support/FailingAllocations.h"
 #include "tests/support/PrintText.h"
 
 namespace
 {
+using namespace tev::test;
 using Text = CXTString<wchar_t>;
 
 TEST(FileWildcards, ListsBecomePatterns)
@@ -48,6 +50,14 @@ TEST(FileWildcards, ASetGathersPatterns)
     list.Empty();
     EXPECT_EQ(fileGetHashFromExtensionList(list, set, false), 0U);
     EXPECT_FALSE(fileMatchWilcards(L"x", set));
+    const Text many = L"a b c d e f g h i j k l m n o p q r s t u v w x y z";
+    const Text patterns = fileCleanExtensionList(many, false);
+    EXPECT_NE(FailEachAllocation([&](FailingAllocations& failing) {
+                  Text made;
+                  const bool isMade = failing.Run([&] { made = fileCleanExtensionList(many, false); });
+                  EXPECT_TRUE(!isMade || made == patterns);
+              }),
+              0U);
 }
 
 TEST(FileWildcards, CaseCountsFromTheFirstStarOn)

@@ -10,6 +10,7 @@ TEST(TevColour, ShowsTheColourAndItsCoordinates)
     const std::pair<std::vector<std::string>, const char*> cases[] = {
         {{"#ff8000"}, "#FF8000  255 128 0 (RGB)  hue 0.0837, saturation 1.0000, luminance 1.0000\n"},
         {{"255,128,0"}, "#FF8000  255 128 0 (RGB)  hue 0.0837, saturation 1.0000, luminance 1.0000\n"},
+        {{"255,1,0"}, "#FF0100  255 1 0 (RGB)  hue 0.0007, saturation 1.0000, luminance 1.0000\n"},
         {{"00FF00", "--darken", "0.5", "--lighten", "0.25"},
          "#00BE00  0 190 0 (RGB)  hue 0.3333, saturation 1.0000, luminance 0.7451\n"},
         {{"#ff0000", "--hue", "-0.5"}, "#00FFFF  0 255 255 (RGB)  hue 0.5000, saturation 1.0000, luminance 1.0000\n"},

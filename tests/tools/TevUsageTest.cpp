@@ -66,7 +66,9 @@ TEST(TevUsage, ErrorsNameTheRightFileOnce)
     const std::string archive = folder.Path("a.zip").string();
     const std::string text = folder.Path("text").string();
     const std::string missing = folder.Path("missing").string();
+    const std::string prefs = folder.Path("a.prefs").string();
     folder.WriteFile("text", "x");
+    ASSERT_EQ(RunTev({"settings", "set", prefs, "1", "1", "1", "int", "7"}).m_exitCode, 0);
     ASSERT_EQ(RunTev({"zip", "add", archive, text}).m_exitCode, 0);
     const std::pair<std::vector<std::string>, std::string> cases[] = {
         {{"text", "cat", missing}, missing + ": Cannot find it."},
@@ -77,6 +79,12 @@ TEST(TevUsage, ErrorsNameTheRightFileOnce)
         {{"zip", "add", missing + "/new.zip", text}, missing + "/new.zip: there is no folder " + missing},
         {{"zip", "extract", archive, "--to", text + "/sub"},
          text + "/sub: Cannot reach it: the path does not exist or is not valid."},
+        {{"settings", "show", prefs, "9", "9"},
+         prefs + ": There is no store of these keys in it. (CCustomData::LoadFromPrefs)"},
+        {{"settings", "copy", prefs, "1", "1", missing + "/b", "1", "1"},
+         missing + "/b: Cannot find it. (CCustomData::SaveToPrefs, system error 2)"},
+        {{"settings", "set", missing + "/b", "1", "1", "1", "int", "7"},
+         missing + "/b: Cannot find it. (XUpdatePreferences, system error 2)"},
     };
     for (const auto& [arguments, error] : cases)
     {

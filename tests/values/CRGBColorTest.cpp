@@ -212,6 +212,10 @@ TEST(CRGBColor, ArithmeticEndsAtTheLimitsAndTreatsAlphaPerOperator)
     EXPECT_EQ(color * 2, CRGBColor(200, 200, 200, 255));
     EXPECT_EQ(color * 0.999, CRGBColor(99, 99, 99, 255));
     EXPECT_EQ(color * 0.999F, CRGBColor(99, 99, 99, 255));
+    EXPECT_EQ(color * 0.29F, CRGBColor(29, 29, 29, 255)); // 28.9999992 is no float
+    EXPECT_EQ(color * 0.29, CRGBColor(28, 28, 28, 255));
+    EXPECT_EQ(color * 1e300, CRGBColor(255, 255, 255, 255));
+    EXPECT_EQ(color * -1e300, CRGBColor(0, 0, 0, 255));
     EXPECT_EQ(color + CRGBColor(1, 155, 156, 9), CRGBColor(101, 255, 255, 255));
     EXPECT_EQ(color - CRGBColor(1, 100, 101, 9), CRGBColor(99, 0, 0, 255));
 
@@ -274,6 +278,8 @@ TEST(CRGB32Color, SumsWithoutEndingAtALimit)
     sum *= NAN;
     EXPECT_EQ(sum.ConvertToRGBColor(1), CRGBColor(0, 0, 0, 0));
     EXPECT_EQ(CRGB32Color(300, 2, 3, 4).ConvertToRGBColor(1), CRGBColor(44, 2, 3, 4));
+    EXPECT_EQ(CRGB32Color(4000000000U, 2147483777U, 0, 1).ConvertToRGBColor(0.5F), CRGBColor(0, 2, 0, 2));
+    EXPECT_EQ(CRGB32Color(1, 257, 0, 5).ConvertToRGBColor(-1), CRGBColor(255, 255, 0, 251));
 }
 
 TEST(CRGB32Color, LosesNoDigitsOfLargeSums)

@@ -21,8 +21,8 @@ struct ColourOptions
 {
     std::string m_colour;
     std::optional<float> m_hue;
-    float m_darken = 0;
-    float m_lighten = 0;
+    std::optional<float> m_darken;
+    std::optional<float> m_lighten;
     bool m_isJson = false;
 };
 
@@ -84,8 +84,10 @@ void Show(Session& session, const ColourOptions& options)
 
     if (options.m_hue)
         color->SetHue(*options.m_hue);
-    color->Darken(options.m_darken);
-    color->Lighten(options.m_lighten);
+    if (options.m_darken)
+        color->Darken(*options.m_darken);
+    if (options.m_lighten)
+        color->Lighten(*options.m_lighten);
     float hue, saturation, luminance;
     color->ConvertToHSL(hue, saturation, luminance);
     CXTString<char> code;

@@ -150,7 +150,7 @@ std::string PrintableText(std::string_view text)
 
 std::string LastFailureText()
 {
-    return Narrow(XLastFailure().GetText());
+    return Narrow(XLastFailure().GetTextWithoutPath());
 }
 
 std::string ArchiveFailureText(const CXArchiveException& failure)

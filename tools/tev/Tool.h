@@ -36,7 +36,7 @@ std::string Printable(const CXTString<wchar_t>& text);
 /// tabs and line ends stay.
 std::string PrintableText(std::string_view text);
 
-/// Why the library's last operation failed that answers false.
+/// Why the library's last operation failed that answers false, without the name of the file.
 std::string LastFailureText();
 /// The library's message about the failure, without the name of the archive.
 std::string ArchiveFailureText(const CXArchiveException& failure);
