@@ -41,6 +41,16 @@ FileEvent EventOfChange(TextFile::Change change)
     }
     return FileEvent::None;
 }
+
+// False at the end of the file, which is remembered then.
+bool ReadOn(TextFile& file, LineScan& lines)
+{
+    if (lines.Advance())
+        return true;
+    const LineScan::Totals totals = lines.GetTotals();
+    file.Remember(totals.m_scannedTo, totals.m_statedLength);
+    return false;
+}
 } // namespace
 
 class LogDocument::Worker final : public CCustomThread
@@ -88,7 +98,7 @@ void LogDocument::Open(const CXTString<wchar_t>& path, xStringEncoding encoding)
         content = m_content;
     }
     if (content.m_lines != nullptr)
-        content.m_lines->Advance();
+        ReadOn(*content.m_file, *content.m_lines);
     Tick();
 }
 
@@ -313,10 +323,8 @@ bool LogDocument::WorkOnce()
     {
         if (scan == nullptr || !(IsBehind(*scan) || (hasCheck && MayHoldMore(*scan))))
             continue;
-        const bool isAtEnd = !scan->Advance();
-        hasMore = hasMore || !isAtEnd;
-        if (isAtEnd && scan == content.m_lines)
-            content.m_file->Remember(scan->GetTotals().m_scannedTo, scan->GetTotals().m_statedLength);
+        const bool isRead = scan == content.m_lines ? ReadOn(*content.m_file, *scan) : scan->Advance();
+        hasMore = isRead || hasMore;
     }
     return hasMore;
 }

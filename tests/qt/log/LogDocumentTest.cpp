@@ -100,6 +100,10 @@ TEST(LogDocument, NoticesWhatIsWrittenAmongTheLinesAndFilesThatLookAlike)
     change("a.log", time);
     EventAfterCheck(document);
     EXPECT_EQ(3U, events());
+    // Also where the file was read at once.
+    document.Open(CXTString<wchar_t>(folder.Path("a.log").wstring()));
+    std::filesystem::resize_file(folder.Path("a.log"), 8192);
+    EXPECT_EQ(FileEvent::Cut, EventAfterCheck(document));
 }
 
 // Files of the system state a length that has nothing to do with what they hold, and some can be opened, but not read.
