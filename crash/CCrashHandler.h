@@ -228,6 +228,6 @@ TEVTOOLS_API void XSetCrashErrorOutput(bool isOn);
 TEVTOOLS_API void XSetCrashDialog(bool isOn);
 
 /// The address of technical support, to which reports are mailed: a message text, until a host sets another. An empty text
-/// restores the default. Safe from several threads at once.
+/// restores the default. Setting it waits for a report that another thread makes. Safe from several threads at once.
 TEVTOOLS_API CXTString<wchar_t> XGetSupportAddress();
 TEVTOOLS_API void XSetSupportAddress(const CXTString<wchar_t>& address);

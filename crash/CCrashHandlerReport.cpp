@@ -135,6 +135,7 @@ bool CCrashHandler::MakeReport(_CR_EXCEPTION_INFO& info, bool isCrash)
 {
     const CrashRegistryHold hold;
     const tev::platform::WithoutFileSizeSignal withoutSignal;
+    tev::SetReportPath({}); // of an earlier report
     const int place = isCrash ? tev::CrashPlaceUsed() : -1;
     CrashRegistry::Published written; // copied, because the callback may change what is published
     if (place >= 0)

@@ -5,6 +5,7 @@
 #include "crash/CrashFault.h"
 #include "crash/CrashPackage.h"
 #include "crash/CrashRegistry.h"
+#include "objects/HeldOverFork.h"
 #include "platform/CrashDumps.h"
 #include "platform/FatalSignals.h"
 #include "platform/PathNames.h"
@@ -56,6 +57,13 @@ SupportAddress& TheSupportAddress()
     static tev::NeverDestroyed<SupportAddress> address;
     return address.Get();
 }
+
+CXCriticalSection& SupportAddressLock() noexcept
+{
+    return TheSupportAddress().m_lock;
+}
+
+const tev::HeldOverFork<&SupportAddressLock> g_supportAddressHeldOverFork(tev::platform::ForkRank::SupportAddress);
 } // namespace
 
 CCrashHandler::CCrashHandler(int (*callback)(CCrashHandler*), const wchar_t* text1, const wchar_t* text2,
@@ -266,9 +274,12 @@ void XSetCrashErrorOutput(bool isOn)
 
 CXTString<wchar_t> XGetSupportAddress()
 {
-    SupportAddress& address = TheSupportAddress();
-    const tev::LockGuard guard(address.m_lock);
-    CXTString<wchar_t> text = address.m_chosen;
+    CXTString<wchar_t> text;
+    {
+        SupportAddress& address = TheSupportAddress();
+        const tev::LockGuard guard(address.m_lock);
+        text = address.m_chosen;
+    }
     if (text.IsEmpty())
         text.LoadString(tev::kTextSupportAddress);
     return text;
@@ -289,7 +300,12 @@ bool tev::IsCrashDialogWanted() noexcept
 
 void XSetSupportAddress(const CXTString<wchar_t>& address)
 {
-    SupportAddress& standing = TheSupportAddress();
-    const tev::LockGuard guard(standing.m_lock);
-    standing.m_chosen = address;
+    const CrashRegistryHold hold;
+    {
+        SupportAddress& standing = TheSupportAddress();
+        const tev::LockGuard guard(standing.m_lock);
+        standing.m_chosen = address;
+    }
+    if (CCrashHandler* const handler = CrashRegistry::Get().Find())
+        CrashHandlerAccess::PublishTraces(*handler);
 }

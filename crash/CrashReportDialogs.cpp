@@ -106,6 +106,7 @@ void CrashHandlerAccess::OfferReport(CCrashHandler& handler, const tev::CrashRec
 
 void CrashHandlerAccess::FinishLeft(CCrashHandler& handler)
 {
+    const tev::ReportInProgress inProgress; // the user is asked as about a report of this process
     tev::Attempt([&handler] {
         CPathString folder;
         tev::RemoveLeftFolders(tev::TemporaryFolder(), XGetApplicationName() + L".");

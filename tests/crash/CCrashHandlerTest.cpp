@@ -5,6 +5,7 @@
 #include "objects/LastFailure.h"
 #include "services/ApplicationName.h"
 #include "services/LogFile.h"
+#include "tests/support/BusyFork.h"
 #include "tests/support/CrashingProgram.h"
 #include "tests/support/FailingAllocations.h"
 #include "tests/support/FailingFileSystem.h"
@@ -33,6 +34,8 @@ public:
     {
         m_introduction = introduction;
         m_files = files;
+        if (m_whenAsked)
+            m_whenAsked();
         return m_answer;
     }
     bool AskForSavePath(const Text& filter, CPathString& path) override
@@ -49,6 +52,7 @@ public:
     bool CanAsk() override { return m_canAsk; }
 
     bool m_canAsk = true;
+    std::function<void()> m_whenAsked;
     XReportAnswer m_answer;
     CPathString m_savePath;
     Text m_introduction;
@@ -381,6 +385,26 @@ TEST_F(CCrashHandlerThreadTest, AChildForkedDuringAReportIsNotLockedOut)
     EXPECT_EQ(g_asked, 5);
 }
 
+TEST_F(CCrashHandlerTest, AForkedChildFindsTheSupportAddressWhole)
+{
+    if (kIsSanitized)
+        GTEST_SKIP() << kNoBusyFork;
+    const auto address = [](wchar_t letter) { return Text(std::wstring(100000, letter).c_str()); };
+    const Text addresses[] = {address(L'a'), address(L'b')};
+    const auto set = [&addresses] {
+        for (const Text& chosen : addresses)
+            XSetSupportAddress(chosen);
+    };
+    set();
+    const auto isWhole = [&addresses] {
+        const Text found = XGetSupportAddress();
+        return found == addresses[0] || found == addresses[1];
+    };
+    constexpr int kForks = 20; // which wait for a moment at which nobody sets it
+    EXPECT_EQ(ForkWhileBusy(set, isWhole, kForks), 0);
+    XSetSupportAddress({});
+}
+
 TEST_F(CCrashHandlerTest, ProcessesThatReportAtTheSameTimeLoseNoReport)
 {
     constexpr int kProcesses = 4;
@@ -587,7 +611,9 @@ TEST_F(CCrashHandlerTest, TheNextStartFinishesWhatAPowerFailureLeft)
     EXPECT_TRUE(m_folder.Exists("user/" + product + ".1.crash"));
     EXPECT_FALSE(HasReport("DebugReport.zip"));
     user.m_canAsk = true;
+    user.m_whenAsked = [] { ForkElsewhere(nullptr); };
     XOfferLeftReports();
+    EXPECT_EQ(g_asked, 5) << "a fork waits for no answer";
     EXPECT_EQ(NamesInArchive(CommonPath("DebugReport.zip")),
               (std::set<std::wstring>{L"scene.obj", L"x.dmp", L"x.txt"}));
     EXPECT_EQ(user.m_files.size(), 4u);

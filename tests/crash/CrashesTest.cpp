@@ -148,6 +148,7 @@ const CrashRow kRows[] = {
     {{"others-blocked"}, 1, SIGSEGV},
     {{"dead-helper"}, 1, SIGSEGV, {"WriteNowhere", "main"}, false},
     {{"stopped-helper"}, 1, SIGSEGV, {"WriteNowhere", "main"}, false},
+    {{"threadless-helper", "main", "exit-thread"}, 1, SIGSEGV, {"WriteNowhere", "main"}, false},
     {{"child"}, kBySignal + SIGSEGV, kNoReport},
     {{"child-with-handler"}, 1, SIGSEGV, {"WriteNowhere", "InChild", "main"}},
     {{"uninstalled"}, kBySignal + SIGSEGV, kNoReport},
@@ -324,6 +325,17 @@ TEST_F(CrashesThread, NameAndFolderAreThoseOfTheMomentOfTheCrash)
     EXPECT_EQ(byHelper.Wait(), 1);
     EXPECT_THAT(DetailsOf(byHelper, "common/DebugReport.zip", L"Renamed"), HasSubstr("Program: Renamed\n"));
     EXPECT_EQ(byHelper.Names("user"), (std::set<std::string>{"crash.log", "Renamed.dmp", "Renamed.txt"}));
+    // Nor does it ask for the address of technical support.
+    const TempFolder folder;
+    const std::string shown = folder.Path("shown").string();
+    const std::string dialog = folder.Path("dialog").string();
+    folder.WriteFile("dialog", "#!/bin/sh\necho \"$*\" >" + shown + ".new\nmv " + shown + ".new " + shown + "\n");
+    std::filesystem::permissions(dialog, std::filesystem::perms::owner_all);
+    CrashingProgram addressed({"late-address", "main", "exit-thread"}, {},
+                              {"TEVTOOLS_CRASH_DIALOG=" + dialog, "DISPLAY=:0"});
+    EXPECT_EQ(addressed.Wait(), 1);
+    EXPECT_TRUE(Eventually([&folder] { return folder.Exists("shown"); }));
+    EXPECT_THAT(folder.ReadFile("shown"), HasSubstr("--support late@example.org"));
 }
 
 // A program that sets its name after CrashInstall finds what it left under that name.
@@ -354,7 +366,7 @@ TEST_F(CrashesThread, WithoutFoldersTheReportGoesToTheTemporaryFiles)
 
 TEST_F(CrashesThread, TheErrorOutputHasOneLineWhereAHostWantsIt)
 {
-    for (const char* const way : {"segment-violation", "heap", "demand", "pure-call-unhooked"})
+    for (const char* const way : {"segment-violation", "heap", "demand", "demand-before-refused", "pure-call-unhooked"})
     {
         CrashingProgram silent({way});
         silent.Wait();
@@ -365,7 +377,9 @@ TEST_F(CrashesThread, TheErrorOutputHasOneLineWhereAHostWantsIt)
         const std::string line = std::string(way) == "pure-call-unhooked"
                                      ? "pure virtual method called\n"
                                      : "crash report: " + loud.Folder().Path("common/DebugReport.zip").string() + "\n";
-        EXPECT_THAT(loud.Errors(), HasSubstr(line)) << way;
+        const std::string errors = loud.Errors();
+        EXPECT_THAT(errors, HasSubstr(line)) << way;
+        EXPECT_EQ(errors.find("crash report", errors.find(line) + line.size()), errors.npos) << errors;
     }
 }
 

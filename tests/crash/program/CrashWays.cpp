@@ -254,13 +254,16 @@ void WaitOnAdjacentStacks()
         std::this_thread::yield();
 }
 /// The only process that is a child of the init of this one and has a socket to it is its helper.
-void SignalHelper(int number)
+void RunForHelper(const std::string& program)
 {
     const std::string command =
         "for p in /proc/[0-9]*; do [ \"$(tr '\\0' ' ' <$p/cmdline 2>/dev/null | cut -d' ' -f2)\" = " +
-        std::to_string(getpid()) + " ] && grep -q tev-crash-helper $p/cmdline && kill -" + std::to_string(number) +
-        " ${p#/proc/}; done";
+        std::to_string(getpid()) + " ] && grep -q tev-crash-helper $p/cmdline && " + program + " ${p#/proc/}; done";
     g_zero = std::system(command.c_str()) & 0;
+}
+void SignalHelper(int number)
+{
+    RunForHelper("kill -" + std::to_string(number));
 }
 /// Runs the work in a forked child and ends as that does.
 void InChild(void (*work)())
@@ -398,6 +401,12 @@ const std::map<std::string, void (*)()> kWays = {
              setenv(name, (std::string(std::getenv(name)) + "/later").c_str(), 1);
          WriteNowhere();
      }},
+    {"late-address",
+     [] {
+         XSetCrashDialog(true);
+         XSetSupportAddress(L"late@example.org");
+         WriteNowhere();
+     }},
     {"renamed-start", [] { XSetApplicationName(L"Renamed"); }},
     {"no-folders",
      [] {
@@ -426,6 +435,12 @@ const std::map<std::string, void (*)()> kWays = {
     {"dead-helper",
      [] {
          SignalHelper(SIGKILL);
+         WriteNowhere();
+     }},
+    {"threadless-helper",
+     [] {
+         RunForHelper("prlimit --nproc=0:0 --pid");
+         BecomeNobody(); // whose limits count
          WriteNowhere();
      }},
     {"stopped-helper",
@@ -462,6 +477,12 @@ const std::map<std::string, void (*)()> kWays = {
      }},
     {"killed", [] { kill(getpid(), SIGKILL); }},
     {"demand", [] { CrashGenerateErrorReport(nullptr, false); }},
+    {"demand-before-refused",
+     [] {
+         CrashGenerateErrorReport(nullptr, false);
+         CrashInstall([](CCrashHandler*) { return 0; }, L"Ways", L"2.5", xCrashReport);
+         WriteNowhere();
+     }},
     {"demand-beside-unstoppable", DemandBesideUnstoppable},
     {"run",
      [] {

@@ -14,6 +14,7 @@
 #include <cstring>
 #include <memory>
 #include <string>
+#include <system_error>
 #include <thread>
 #include <utility>
 
@@ -80,7 +81,7 @@ bool WriteDump(pid_t process, const DumpOrder& order, const char* path)
     bool isWritten = false;
     alarm(kMostSeconds); // ends this helper, which resumes the threads
     // A thread that traces lets go of everything when it ends, also of what stops too late to be detached from.
-    std::thread tracer([&] {
+    const auto write = [&] {
         StoppedProcess stopped(process, order);
         if (stopped.IsStopped())
         {
@@ -96,8 +97,18 @@ bool WriteDump(pid_t process, const DumpOrder& order, const char* path)
                                          stopped};
             isWritten = WriteMinidump(file, subject, workspace.get());
         }
-    });
-    tracer.join();
+    };
+    std::thread tracer;
+    try
+    {
+        tracer = std::thread(write);
+    }
+    catch (const std::system_error&) // the user may have no more threads
+    {
+        write();
+    }
+    if (tracer.joinable())
+        tracer.join();
     alarm(0);
     if (isWritten)
         file.Keep();
