@@ -3,6 +3,7 @@
 #include "objects/ResultOr.h"
 #include "objects/ThreadStatus.h"
 #include "platform/AddressWait.h"
+#include "platform/FatalSignals.h"
 #include "platform/SystemErrors.h"
 #include "platform/Threads.h"
 #include "threads/WorkPool.h"
@@ -352,7 +353,7 @@ private:
         for (;;)
         {
             const std::uint32_t active = m_active.load();
-            if (active == 0)
+            if (active == 0 || platform::ProcessId() != m_process) // the other threads do not exist in a forked child
                 return;
             platform::WaitWhile(m_active, active, kReportEvery);
             if (!HasEnded())
@@ -378,6 +379,7 @@ private:
     ZipExtraction& m_all;
     const std::uint64_t m_totalBytes;
     const std::uint64_t m_caller;
+    const std::uint32_t m_process = platform::ProcessId();
     std::size_t m_filesAtOnce = 1;
     WriteBehind::Threads m_writersOfFiles = WriteBehind::Threads::kCallersOnly;
     std::atomic<std::size_t> m_next{0};

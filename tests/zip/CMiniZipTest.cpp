@@ -1,6 +1,8 @@
 #include "zip/CMiniZip.h"
 
+#include "tests/support/ForkedChild.h"
 #include "tests/support/MiniZipFixture.h"
+#include "tests/support/Sanitized.h"
 
 #include <sys/stat.h>
 
@@ -64,6 +66,33 @@ TEST_F(MiniZip, ThreadWritesLargeFilesBehind)
         zip.Clean();
         EXPECT_EQ(Files("out"), Contents());
     }
+}
+
+TEST_F(MiniZip, AChildForkedMeanwhileComesToAnEnd)
+{
+    if (kIsSanitized)
+        GTEST_SKIP() << "sanitizers do not follow a fork of several threads";
+    const Text archive = WriteZip({{"a", Noise(4'000'000, 1), false}, {"b", Noise(4'000'000, 2), false}});
+    OMPSetMaxThreadCount(2);
+    int result = 0;
+    for (int round = 0; round < 100 && result == 0; ++round) // until the other thread is at work, too
+    {
+        pid_t child = -1;
+        Watched zip;
+        zip.m_watch = [&](unsigned __int64 processed, unsigned __int64) {
+            if (processed == 0 || child != -1)
+                return true;
+            if ((child = fork()) == 0)
+                alarm(30);
+            else
+                result = ResultOf(child);
+            return true;
+        };
+        const bool isDone = zip.ExtractZip(archive, Wide("out" + std::to_string(round)), false);
+        if (child == 0)
+            _exit(isDone ? 0 : 1);
+    }
+    EXPECT_EQ(result, 1) << "the child lacks what the other thread had begun";
 }
 
 TEST_F(MiniZip, WritesNothingOutsideAndSkipsWhatIsUnsafe)
