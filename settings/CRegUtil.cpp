@@ -92,8 +92,7 @@ public:
             return;
         const std::wstring path = StorePath(subkey);
         const auto rights = static_cast<unsigned>(access);
-        if (!owner.Note(OpenSettingsKey(owner.m_base, path.c_str(), rights, m_key)) && create)
-            owner.Note(CreateSettingsKey(owner.m_base, path.c_str(), rights, m_key));
+        static_cast<void>(owner.OpenKey(owner.m_base, path, rights, create, m_key));
     }
     ~OpenedSubKey()
     {
@@ -236,8 +235,16 @@ bool CRegUtil::OpenPath(bool create)
     std::wstring path;
     for (int i = 0; i < m_componentCount; ++i)
         (path += m_components[i].GetConstBuffer()) += L'\\';
-    return Note(OpenSettingsKey(key, path.c_str(), m_access, m_base)) ||
-           (create && Note(CreateSettingsKey(key, path.c_str(), m_access, m_base)));
+    return OpenKey(key, path, m_access, create, m_base);
+}
+
+// A key that cannot be opened for another reason than that it is missing cannot be made either: that would only fail, or wait for
+// another process, once more.
+bool CRegUtil::OpenKey(HKEY parent, const std::wstring& path, unsigned access, bool create, HKEY& key)
+{
+    return Note(OpenSettingsKey(parent, path.c_str(), access, key)) ||
+           (create && static_cast<unsigned>(m_lastError) == kSettingsNotFound &&
+            Note(CreateSettingsKey(parent, path.c_str(), access, key)));
 }
 
 void CRegUtil::CloseBase()

@@ -157,6 +157,7 @@ private:
     class OpenedSubKey;
 
     bool OpenPath(bool create);
+    bool OpenKey(HKEY parent, const std::wstring& path, unsigned access, bool create, HKEY& key);
     /// Notes the last error as the reason of an operation that was not done. Of one that only looks, what is not there is none.
     bool Told(const char* operation, bool isDone, bool isLookUp = false) const noexcept;
     /// Keeps the code of a call as the last error and returns whether it succeeded.

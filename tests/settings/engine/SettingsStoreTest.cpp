@@ -337,6 +337,52 @@ TEST_F(SettingsStore, AThreadThatIsAskedToEndSoonGivesUpWaiting)
     EXPECT_LT(waits, 50) << "others wait some 500 times";
 }
 
+TEST_F(SettingsStore, AKeyIsOnlyMadeWhereItIsKnownToBeMissing)
+{
+    /// Lets go of the database when a thread gives up waiting for it: one that tried once more would succeed.
+    class Releasing : public tev::ThreadStatus
+    {
+    public:
+        explicit Releasing(sqlite3* database) : m_database(database) {}
+        bool IsAskedToEnd() const noexcept override
+        {
+            if (!std::exchange(m_hasWaited, true))
+                CXThread::SleepCurrentThread(150); // longer than one that is asked to end waits
+            else
+                sqlite3_exec(m_database, "COMMIT", nullptr, nullptr, nullptr);
+            return true;
+        }
+
+    private:
+        sqlite3* const m_database;
+        mutable bool m_hasWaited = false;
+    };
+    m_registry.m_folder.WriteFile("machine.db", ""); // its readers wait for writers
+    CRegUtil there(kAll);
+    ASSERT_TRUE(there.SetPath(L"HKEY_LOCAL_MACHINE\\There", true) && there.OpenBase(false));
+    CRegUtil missing(kAll);
+    ASSERT_FALSE(missing.SetPath(L"HKEY_LOCAL_MACHINE\\Missing", false));
+    sqlite3* database = nullptr;
+    ASSERT_EQ(sqlite3_open(m_registry.m_folder.Path("machine.db").c_str(), &database), SQLITE_OK);
+    const std::function<int()> kMaking[] = {
+        [&] { return ErrorOf(missing, missing.OpenBase(true)); },
+        [&] { return ErrorOf(missing, missing.SetPath(L"HKEY_LOCAL_MACHINE\\Missing", true)); },
+        [&] { return ErrorOf(there, there.WriteSubKeyInt(L"Missing", L"v", 1)); }};
+    for (const auto& make : kMaking)
+    {
+        ASSERT_EQ(sqlite3_exec(database, "BEGIN EXCLUSIVE", nullptr, nullptr, nullptr), SQLITE_OK);
+        std::thread([&] {
+            const auto status = std::make_shared<Releasing>(database);
+            tev::SetStatusOfThisThread(status.get());
+            EXPECT_EQ(make(), 170);
+            tev::SetStatusOfThisThread(nullptr);
+        }).join();
+        EXPECT_NE(sqlite3_get_autocommit(database), 0) << "it was tried until then";
+    }
+    sqlite3_close(database);
+    EXPECT_TRUE(missing.OpenBase(true) && there.WriteSubKeyInt(L"Missing", L"v", 1));
+}
+
 TEST_F(SettingsStore, AProcessThatIsKilledLeavesWhatItWasToldIsDone)
 {
     CRegUtil registry(kAll);
