@@ -339,11 +339,9 @@ unsigned Log::AddTab(bool add)
     Text* tabs = m_tabs->Find(thread);
     if (add)
     {
-        if (tabs == nullptr)
-        {
-            m_tabs->Insert(thread, Text());
-            tabs = m_tabs->Find(thread);
-        }
+        if (tabs == nullptr && m_tabs->Insert(thread, Text()) == 0)
+            CXMemoryException::Throw();
+        tabs = m_tabs->Find(thread);
         *tabs += L'\t';
     }
     else if (tabs == nullptr || tabs->GetLength() < 2)

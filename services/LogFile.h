@@ -100,7 +100,7 @@ void WriteToLogFile(unsigned int level, tev::CheckedFormat<Literal> format, cons
 }
 
 /// Indents the messages of the calling thread by one tab more or less. Returns the number of its tabs, 0 when no log is
-/// open.
+/// open. Throws where there is no memory for one more, and leaves the tabs as they are.
 TEVTOOLS_API unsigned int LogFileAddTab(bool add);
 
 /// Takes the log's lock, or releases it, so that several messages are written together; it is recursive. A thread that

@@ -8,6 +8,7 @@
 #include "services/StartUp.h"
 #include "tests/support/BusyFork.h"
 #include "tests/support/Eventually.h"
+#include "tests/support/FailingAllocations.h"
 #include "tests/support/FailingFileSystem.h"
 #include "tests/support/FileFailure.h"
 #include "tests/support/ForkedChild.h"
@@ -241,6 +242,23 @@ TEST_F(LogFile, TabsIndentTheThreadsMessagesUpToTheThreshold)
     CloseLogFile();
     ASSERT_TRUE(Open("b.log"));
     EXPECT_EQ(LogFileAddTab(false), 0U) << "closing deletes the tabs";
+}
+
+TEST_F(LogFile, WithoutMemoryTheTabsStayAsTheyAre)
+{
+    unsigned failures = 0;
+    FailEachAllocation([&](FailingAllocations& failing) {
+        CloseLogFile();
+        ASSERT_TRUE(Open("a.log"));
+        for (int i = 0; i < 11; ++i) // so many that the next thread needs more room
+            std::thread([] { const CXLogTab tab; }).join();
+        std::thread([&] {
+            const bool isAdded = failing.Run([] { LogFileAddTab(true); });
+            failures += isAdded ? 0 : 1;
+            EXPECT_EQ(LogFileAddTab(true), isAdded ? 2U : 1U);
+        }).join();
+    });
+    EXPECT_GT(failures, 0U);
 }
 
 TEST_F(LogFile, TheMainThreadsTabsIndentAllThreads)
