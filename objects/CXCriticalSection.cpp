@@ -7,7 +7,6 @@
 #include "platform/Threads.h"
 
 #include <chrono>
-#include <functional>
 #include <utility>
 
 namespace
@@ -256,10 +255,9 @@ struct ObjectLocks
     static void DelistKilled(const void* low, const void* high) noexcept
     {
         const LockGuard guard(s_lock);
-        const std::less<const void*> isBelow;
         for (const ObjectLock* lock = s_first; lock != nullptr; lock = lock->m_next)
         {
-            if (!isBelow(lock, low) && isBelow(lock, high))
+            if (platform::IsWithin(lock, low, high))
                 TakeOut(*lock);
         }
     }
@@ -282,7 +280,7 @@ namespace
 {
 const platform::ForkHandler g_forkOfObjectLocks(platform::ForkRank::ObjectLocks, &ObjectLocks::BeforeFork,
                                                 &ObjectLocks::InParent, &ObjectLocks::InChild);
-const bool g_isKilledHookSet = (platform::SetKilledStackHook(&ObjectLocks::DelistKilled), true);
+const platform::KilledStackHook g_killedObjectLocks(&ObjectLocks::DelistKilled);
 } // namespace
 
 ObjectLock::ObjectLock(std::uint64_t weight) noexcept : CXCriticalSection(weight)

@@ -15,9 +15,26 @@ void SleepThisThread(unsigned milliseconds);
 /// The functions below are safe from several threads at once.
 struct StartedThread;
 
-/// Has `hook` called on a thread that is being killed, which may be in a signal handler, with the bounds of its stack:
-/// objects that lie there are never destroyed. One hook, set when the library is loaded.
-void SetKilledStackHook(void (*hook)(const void* low, const void* high) noexcept) noexcept;
+/// A function that is called on a thread that is being killed, which may be in a signal handler, with the bounds of its
+/// stack: objects that lie there are never destroyed. Define it as an object with static storage at namespace scope.
+class KilledStackHook
+{
+public:
+    using Function = void (*)(const void* low, const void* high) noexcept;
+
+    explicit KilledStackHook(Function function) noexcept;
+    KilledStackHook(const KilledStackHook&) = delete;
+    KilledStackHook& operator=(const KilledStackHook&) = delete;
+
+    static void CallAll(const void* low, const void* high) noexcept;
+
+private:
+    const Function m_function;
+    const KilledStackHook* m_next = nullptr;
+};
+
+/// Whether an object lies within such bounds.
+bool IsWithin(const void* object, const void* low, const void* high) noexcept;
 
 struct ThreadProcedure
 {
@@ -43,6 +60,8 @@ void RetainThread(StartedThread* thread) noexcept;
 void ReleaseThread(StartedThread* thread) noexcept;
 
 std::uint64_t ThreadId(const StartedThread* thread) noexcept;
+/// Whether an object lies on the stack of the thread, which has not ended.
+bool IsOnStackOf(const StartedThread* thread, const void* object) noexcept;
 /// True, with the exit code, once the thread has ended. Destructors of its thread-local objects may run later.
 bool HasEnded(const StartedThread* thread, unsigned& exitCode) noexcept;
 /// Waits for the end; false on time-out.

@@ -5,6 +5,7 @@
 #include "objects/CXCriticalSection.h"
 #include "objects/CXException.h"
 #include "objects/FailureNote.h"
+#include "objects/ResultOr.h"
 #include "objects/ThreadStatus.h"
 #include "platform/ComponentRuntime.h"
 #include "platform/ForkHandlers.h"
@@ -41,6 +42,39 @@ struct Workers
         return workers.Get();
     }
 
+    void Remove(CCustomThread* worker)
+    {
+        const tev::LockGuard guard(lock);
+        set.Remove(worker);
+    }
+    /// The one at the position or behind it, null at the end. Others may be removed between two calls, none be added.
+    CCustomThread* Next(unsigned& position)
+    {
+        const tev::LockGuard guard(lock);
+        CCustomThread* worker = nullptr;
+        while (position != set.kNoPosition && !set.GetNext(position, worker))
+        {
+        }
+        return worker;
+    }
+    unsigned First()
+    {
+        const tev::LockGuard guard(lock);
+        return set.GetFirst();
+    }
+    /// Those that lie on the stack of a thread that is being killed are never destroyed.
+    static void RemoveKilled(const void* low, const void* high) noexcept
+    {
+        Workers& workers = Get();
+        const tev::LockGuard guard(workers.lock);
+        unsigned position = workers.First();
+        while (CCustomThread* const worker = workers.Next(position))
+        {
+            if (platform::IsWithin(worker, low, high))
+                workers.Remove(worker);
+        }
+    }
+
     static void BeforeFork() X_NO_THREAD_SAFETY_ANALYSIS { Get().lock.Lock(); }
     static void InParent() X_NO_THREAD_SAFETY_ANALYSIS { Get().lock.Unlock(); }
     // A forked child has no workers, and those that it makes are not asked to end.
@@ -52,12 +86,16 @@ struct Workers
         workers.lock.Unlock();
     }
 
+    /// Held by what adds, deletes and visits workers, and taken before the other one. A termination holds it for seconds: a fork
+    /// does not wait for that, because the threads that are to end may have to wait for the fork.
+    tev::LibraryLock presence;
     tev::LibraryLock lock;
     CHashTable<CCustomThread*> set X_GUARDED_BY(lock);
 };
 
 const platform::ForkHandler g_forkOfWorkers(platform::ForkRank::LiveThreads, &Workers::BeforeFork, &Workers::InParent,
                                             &Workers::InChild);
+const platform::KilledStackHook g_killedWorkers(&Workers::RemoveKilled);
 
 void StopWorkers(bool stop) noexcept
 {
@@ -69,6 +107,7 @@ void StopWorkers(bool stop) noexcept
 void Register(CCustomThread* thread)
 {
     Workers& workers = Workers::Get();
+    const tev::LockGuard presence(workers.presence);
     const tev::LockGuard guard(workers.lock);
     if (workers.set.Insert(thread) == 0)
         CXMemoryException::Throw();
@@ -142,8 +181,8 @@ CCustomThread::CCustomThread(bool (*function)(void*), void* data) : CXThread(fun
 CCustomThread::~CCustomThread()
 {
     Workers& workers = Workers::Get();
-    const tev::LockGuard guard(workers.lock);
-    workers.set.Remove(this);
+    const tev::LockGuard presence(workers.presence);
+    workers.Remove(this);
 }
 
 bool CCustomThread::MustTerminate() const noexcept
@@ -172,10 +211,9 @@ unsigned int CCustomThread::GetWorkers(CXArray<CXWorkerState>& workers)
 {
     workers.RemoveAll();
     Workers& all = Workers::Get();
-    const tev::LockGuard guard(all.lock);
-    unsigned position = all.set.GetFirst();
-    CCustomThread* worker = nullptr;
-    while (all.set.GetNext(position, worker))
+    const tev::LockGuard presence(all.presence);
+    unsigned position = all.First();
+    while (const CCustomThread* const worker = all.Next(position))
     {
         const bool isRunning = worker->IsValidThread() && !worker->HasEnded();
         workers.Add({worker->GetThreadID(), isRunning, isRunning ? worker->LongOperation() : nullptr});
@@ -192,13 +230,12 @@ void CCustomThread::AskForThreadsEnd(bool resume)
 {
     StopWorkers(true);
     Workers& workers = Workers::Get();
-    const tev::LockGuard guard(workers.lock);
-    unsigned position = workers.set.GetFirst();
-    CCustomThread* thread = nullptr;
-    while (workers.set.GetNext(position, thread))
+    const tev::LockGuard presence(workers.presence);
+    unsigned position = workers.First();
+    while (CCustomThread* const thread = workers.Next(position))
     {
         if (const unsigned __int64 id = thread->GetThreadID())
-            SetCancelThread(true, id);
+            tev::ResultOr(false, [id] { return SetCancelThread(true, id), true; }); // else its own flags say so
         thread->StopThread();
         if (resume)
             thread->ResumeThread();
@@ -229,37 +266,77 @@ bool CCustomThread::EndThreads(unsigned int timeoutMs)
     return true;
 }
 
-// The lock is held throughout, pauses included, so that no worker is registered or removed meanwhile. The objects' flags
-// are read without their locks, which a victim may hold.
+/// No worker is added or deleted meanwhile. The objects' flags are read without their locks, which a victim may hold.
+class CCustomThread::Termination
+{
+public:
+    Termination(Workers& workers, bool onlyKillable) : m_workers(workers), m_onlyKillable(onlyKillable) {}
+
+    bool KillAll()
+    {
+        unsigned position = m_workers.First();
+        while (CCustomThread* const worker = m_workers.Next(position))
+        {
+            if (IsOfThisThread(*worker))
+                continue;
+            if (!m_onlyKillable || (worker->m_flags.load() & ThreadHardKillable) != 0)
+                Kill(*worker);
+            else
+                Spare(*worker);
+        }
+        return m_hasKilled;
+    }
+
+private:
+    static bool IsOfThisThread(const CCustomThread& worker)
+    {
+        const unsigned __int64 id = worker.GetThreadID();
+        return id != 0 && id == CXThread::GetCurrentThreadID();
+    }
+
+    void Pause()
+    {
+        if (m_hasBegun)
+            platform::SleepThisThread(kPauseBetweenKillsMs);
+        m_hasBegun = true;
+    }
+
+    void Spare(CCustomThread& worker)
+    {
+        Pause();
+        unsigned exitCode;
+        if (worker.IsValidThread() && !worker.GetExitCode(exitCode))
+            worker.m_state.fetch_and(~kSuspended);
+    }
+
+    /// After the workers whose objects lie on its stack, which would go on without them.
+    void Kill(CCustomThread& worker)
+    {
+        m_workers.Remove(&worker);
+        unsigned position = m_workers.First();
+        while (CCustomThread* const other = m_workers.Next(position))
+        {
+            if (worker.HasOnStack(other) && !IsOfThisThread(*other))
+                Kill(*other);
+        }
+        Pause();
+        const unsigned __int64 id = worker.GetThreadID();
+        m_hasKilled = worker.CXThread::Kill() || m_hasKilled;
+        if (id != 0)
+            m_hasKilled = KillChildren(id) || m_hasKilled;
+    }
+
+    Workers& m_workers;
+    const bool m_onlyKillable;
+    bool m_hasBegun = false;
+    bool m_hasKilled = false;
+};
+
 bool CCustomThread::HardThreadsTermination(bool onlyKillable)
 {
     Workers& workers = Workers::Get();
-    const tev::LockGuard guard(workers.lock);
-    bool killed = false;
-    bool first = true;
-    unsigned position = workers.set.GetFirst();
-    CCustomThread* thread = nullptr;
-    while (workers.set.GetNext(position, thread))
-    {
-        const unsigned __int64 id = thread->GetThreadID();
-        if (id != 0 && id == CXThread::GetCurrentThreadID())
-            continue;
-        if (!first)
-            platform::SleepThisThread(kPauseBetweenKillsMs);
-        first = false;
-        if (onlyKillable && (thread->m_flags.load() & ThreadHardKillable) == 0)
-        {
-            unsigned exitCode;
-            if (thread->IsValidThread() && !thread->GetExitCode(exitCode))
-                thread->m_state.fetch_and(~kSuspended);
-            continue;
-        }
-        workers.set.Remove(thread);
-        killed = thread->Kill() || killed;
-        if (id != 0)
-            killed = KillChildren(id) || killed;
-    }
-    return killed;
+    const tev::LockGuard presence(workers.presence);
+    return Termination(workers, onlyKillable).KillAll();
 }
 
 void CCustomThread::SetThreadName(unsigned __int64, const char*) {}

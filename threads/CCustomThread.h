@@ -39,8 +39,8 @@ public:
     /// report. Returns the previous one. InitFerngateApplication sets one that writes to the log.
     using DelayReport = void (*)(const CXArray<CXWorkerState>& workers);
     static DelayReport SetDelayReport(DelayReport report) noexcept;
-    /// Asks every worker to end, and marks its thread as cancelled. With `resume` suspended workers are resumed, so that
-    /// they can see the request.
+    /// Asks every worker to end, and marks its thread as cancelled; one that was not started has no thread to mark. With
+    /// `resume` suspended workers are resumed, so that they can see the request.
     static void AskForThreadsEnd(bool resume);
     /// Asks every worker to end and waits, without time-out, until every worker object is destroyed. Does not wait when
     /// the workers were asked before. Afterwards new workers may run, unless `keepStopFlag` is true.
@@ -50,9 +50,10 @@ public:
     /// and looks. XLastFailure() says that the time was over.
     [[nodiscard]] static bool EndThreads(unsigned int timeoutMs);
     /// Kills workers, and the threads that are recorded as their children; with `onlyKillable` only those that have the
-    /// flag ThreadHardKillable. The last resort: locks that they hold stay locked. The objects are not deleted, but are no
-    /// longer counted; so is that of a worker that was never started. The calling thread is left alone. True when a thread
-    /// was killed. Takes 0.1 s for each worker after the first.
+    /// flag ThreadHardKillable. A worker whose object lies on the stack of a victim is killed before that. The last resort:
+    /// locks that they hold stay locked. The objects are not deleted, but are no longer counted; so is that of a worker that
+    /// was never started. The calling thread is left alone. True when a thread was killed. Takes 0.1 s for each worker after
+    /// the first; meanwhile no worker can be created or deleted.
     static bool HardThreadsTermination(bool onlyKillable);
 
     /// Thread names are accepted and ignored.
@@ -60,6 +61,9 @@ public:
     static void SetCurrentThreadName(const char* name);
     void SetThreadName(const char* name);
     static unsigned __int64 GetCurrentThreadID();
+
+private:
+    class Termination;
 };
 
 /// A worker that can hold the platform's component run-time for its thread.

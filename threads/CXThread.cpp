@@ -5,26 +5,34 @@
 #include "objects/FailureNote.h"
 #include "objects/ThreadException.h"
 #include "objects/ThreadStatus.h"
+#include "platform/AddressWait.h"
 #include "platform/ForcedUnwind.h"
 #include "platform/SystemErrors.h"
 #include "platform/ThreadLocks.h"
 #include "platform/Threads.h"
 #include "threads/MainThread.h"
+#include "threads/SharedThread.h"
 #include "threads/ThreadRelations.h"
 
 #include <algorithm>
 #include <chrono>
 #include <memory>
 #include <new>
+#include <utility>
 
 namespace platform = tev::platform;
 using platform::StartedThread;
+using tev::SharedThread;
+using tev::ThreadObjects;
 
 X_IMPLEMENT_ABSTRACT_LIBRARY_CLASS(CXThread, CXObject, xSchemaNotSerializable)
 
 namespace
 {
 constexpr unsigned kBetweenStepsMs = 10;
+
+constexpr std::chrono::milliseconds kLockOfLostTime{100};
+constexpr std::chrono::microseconds kBetweenTries{50};
 
 std::atomic<CXThread::WaitStep> g_waitStep{nullptr};
 
@@ -47,26 +55,6 @@ bool WaitInSteps(const StartedThread& thread, unsigned timeoutMs) noexcept
 }
 } // namespace
 
-/// What the object and its thread share; either may exist longer.
-struct tev::SharedThread final : tev::ThreadStatus
-{
-    explicit SharedThread(CXThread* owner) : object(owner) {}
-    ~SharedThread() override { CXException::Delete(exception.load()); }
-
-    bool IsAskedToEnd() const noexcept override
-    {
-        const std::atomic<bool>* const all = stopOfAll.load();
-        return endReasons.load() != 0 || (all != nullptr && all->load()) || tev::IsThreadCancelled(ThreadId());
-    }
-
-    CXCriticalSection lock;
-    std::atomic<CXThread*> object; ///< null once it is destroyed; changed under the lock
-    std::atomic<unsigned> endReasons{0};
-    std::atomic<const std::atomic<bool>*> stopOfAll{nullptr};
-    std::atomic<CXException*> exception{nullptr}; ///< what ended the body
-    std::atomic<bool> isNeverToRun{false};        ///< the object was deleted while the thread waited at its start
-};
-
 /// What the new thread needs; the thread owns it.
 struct CXThread::Body
 {
@@ -83,12 +71,17 @@ struct CXThread::Body
     }
     bool Run() const;
 
+    // The objects on the stack of a thread that is being killed are not destroyed, and their own threads must not find them.
+    static void PartFromKilled(const void* low, const void* high) noexcept;
+    static void LoseObject(SharedThread& shared) noexcept;
+    static const platform::KilledStackHook s_hook;
+
     static constexpr unsigned kFailed = 0xFFFFFFFFu;
 
     CXThread* object;
     bool (*function)(void*);
     void* data;
-    std::shared_ptr<tev::SharedThread> shared;
+    std::shared_ptr<SharedThread> shared;
 };
 
 namespace
@@ -123,7 +116,7 @@ int LevelOf(xThreadPriority priority) noexcept
 class CXThread::Body::End
 {
 public:
-    explicit End(tev::SharedThread& shared) noexcept : m_shared(shared) {}
+    explicit End(SharedThread& shared) noexcept : m_shared(shared) {}
     ~End()
     {
         XDeleteThreadException();
@@ -143,20 +136,22 @@ public:
     End& operator=(const End&) = delete;
 
 private:
-    tev::SharedThread& m_shared;
+    SharedThread& m_shared;
 };
 
 CXThread::CXThread(bool withoutAutoDelete)
     : m_function(nullptr),
       m_userData(nullptr),
-      m_shared(std::make_shared<tev::SharedThread>(this)),
+      m_shared(std::make_shared<SharedThread>(this)),
       m_flags(withoutAutoDelete ? 0u : unsigned{ThreadAutoDelete})
 {
+    ThreadObjects::Enlist(*m_shared);
 }
 
 CXThread::CXThread(bool (*function)(void*), void* data)
-    : m_function(function), m_userData(data), m_shared(std::make_shared<tev::SharedThread>(this)), m_flags(0)
+    : m_function(function), m_userData(data), m_shared(std::make_shared<SharedThread>(this)), m_flags(0)
 {
+    ThreadObjects::Enlist(*m_shared);
 }
 
 // An object that never started has the identifier 0, so its destructor removes the marks of the calling thread. Programs
@@ -167,22 +162,62 @@ CXThread::~CXThread()
     SetSilentThread(false, id);
     SetCancelThread(false, id);
     DetachThread(id);
+    ThreadObjects::Delist(*m_shared);
     ReleaseLockOfEnded();
-    if (m_function == nullptr || (m_state.load() & kSuspended) != 0)
-        m_shared->isNeverToRun.store(true);
+    PartFromThread(); // which may hold the lock
     {
         const tev::LockGuard guard(m_shared->lock);
         m_shared->object.store(nullptr);
     }
     CXException::Delete(TakeException());
-    StartedThread* const thread = ThreadOf(m_handle.exchange(nullptr));
+    if (StartedThread* const thread = ThreadOf(m_handle.exchange(nullptr)))
+        platform::ReleaseThread(thread);
+}
+
+void CXThread::PartFromThread() noexcept
+{
+    m_flags.fetch_and(~unsigned{ThreadAutoDelete});
+    if (m_function == nullptr || (m_state.load() & kSuspended) != 0)
+        m_shared->isNeverToRun.store(true);
+    StartedThread* const thread = ThreadOf(m_handle.load());
     if (thread == nullptr)
         return;
     if (m_function != nullptr)
         platform::ContinueThread(thread);
     else
         platform::LeaveStart(thread);
-    platform::ReleaseThread(thread);
+}
+
+const platform::KilledStackHook CXThread::Body::s_hook(&PartFromKilled);
+
+void CXThread::Body::PartFromKilled(const void* low, const void* high) noexcept
+{
+    SharedThread* shared = ThreadObjects::TakeOutWithin(low, high);
+    while (shared != nullptr)
+    {
+        SharedThread& current = *std::exchange(shared, shared->next);
+        current.object.load()->PartFromThread();
+        LoseObject(current);
+    }
+}
+
+// Under the lock, because the object's thread may be at its end and use the object. That is a short stretch: another thread that
+// has the lock for longer keeps the end from coming.
+void CXThread::Body::LoseObject(SharedThread& shared) noexcept X_NO_THREAD_SAFETY_ANALYSIS
+{
+    static const std::atomic<std::uint32_t> never{0};
+    CXCriticalSection& lock = shared.lock;
+    lock.ReleaseForEnded(platform::NumberOfThisThread());
+    const auto end = std::chrono::steady_clock::now() + kLockOfLostTime;
+    bool isLocked = lock.TryLock();
+    while (!isLocked && std::chrono::steady_clock::now() < end)
+    {
+        platform::WaitWhile(never, 0, kBetweenTries);
+        isLocked = lock.TryLock();
+    }
+    shared.object.store(nullptr);
+    if (isLocked)
+        lock.Unlock();
 }
 
 CXThread* CXThread::BeginThread(CXThread* thread, xThreadPriority priority, unsigned int flags,
@@ -340,6 +375,12 @@ bool CXThread::HasSystemThreadEnded() const noexcept
     unsigned exitCode;
     const StartedThread* const thread = ThreadOf(m_handle.load());
     return thread != nullptr && platform::HasEnded(thread, exitCode);
+}
+
+bool CXThread::HasOnStack(const void* object) const noexcept
+{
+    const StartedThread* const thread = ThreadOf(m_handle.load());
+    return thread != nullptr && platform::IsOnStackOf(thread, object);
 }
 
 bool CXThread::HasEnded() const noexcept

@@ -33,7 +33,7 @@ enum xThreadPriority : unsigned int
 /// With auto-delete the thread deletes the object at its end, so no other thread may use the object once the thread runs.
 /// Without it the object's owner deletes it, best after WaitForEnd(). Deleting the object of a thread that still waits
 /// suspended at its start ends the thread without running its body; a thread that runs a function continues without the
-/// object; one that runs the object's own methods must have ended.
+/// object; one that runs the object's own methods must have ended. Deleting waits for a thread that holds the object's lock.
 ///
 /// XLastFailure() says why a thread could not be started, its priority or state not be changed, or a wait failed.
 /// Safe from several threads at once, construction and destruction apart.
@@ -167,10 +167,14 @@ private:
     const char* LongOperation() const noexcept;
     bool HasEnded() const noexcept;
     bool HasSystemThreadEnded() const noexcept;
+    /// Whether an object lies on the stack of the thread.
+    bool HasOnStack(const void* object) const noexcept;
     /// Ends the thread by force, with exit code 1; true when that ended it. Marks it as terminated in any case.
     bool Kill();
     /// A thread that has ended may have left the object's lock locked.
     void ReleaseLockOfEnded() const;
+    /// Before the object is gone: its thread, if suspended, continues without it, or ends where it waits at its start.
+    void PartFromThread() noexcept;
 
     bool (*const m_function)(void*);
     void* m_userData;

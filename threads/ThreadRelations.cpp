@@ -4,6 +4,7 @@
 #include "maps/CHashMap.h"
 #include "maps/CHashTable.h"
 #include "objects/CXCriticalSection.h"
+#include "objects/CXException.h"
 #include "objects/ThreadStatus.h"
 #include "platform/ForkHandlers.h"
 #include "platform/Threads.h"
@@ -17,23 +18,23 @@ using Id = unsigned __int64;
 class MarkedThreads
 {
 public:
-    void Mark(bool marked, Id id)
+    /// False where there is no memory.
+    [[nodiscard]] bool Mark(bool marked, Id id)
     {
         if (!marked)
         {
             m_ids.Remove(id);
-            return;
+            return true;
         }
-        m_ids.Insert(id);
         m_everUsed.store(true, std::memory_order_release);
+        return m_ids.Insert(id) != 0 || Has(id);
     }
 
-    /// Removes all marks but the one to be set.
+    /// Keeps none of the marks but this one.
     void Reset(bool marked, Id id)
     {
-        m_ids.Free();
-        if (marked)
-            Mark(true, id);
+        m_ids.Clear(); // which leaves room, so that this does not fail
+        static_cast<void>(Mark(marked, id));
     }
 
     bool Has(Id id) const { return m_ids.Find(id) != nullptr; }
@@ -48,10 +49,11 @@ private:
 class Relations
 {
 public:
-    void Attach(Id child, Id parent)
+    /// False where there is no memory.
+    [[nodiscard]] bool Attach(Id child, Id parent)
     {
         const tev::LockGuard guard(m_lock);
-        m_parents.Insert(child, parent);
+        return m_parents.Insert(child, parent) != 0 || m_parents.Find(child) != nullptr;
     }
 
     void Detach(Id child)
@@ -75,11 +77,8 @@ public:
 
     void Mark(MarkedThreads Relations::*marks, bool marked, Id id)
     {
-        MarkedThreads& threads = this->*marks;
-        if (!marked && !threads.WasEverUsed())
-            return;
-        const tev::LockGuard guard(m_lock);
-        threads.Mark(marked, Named(id));
+        if (!TryMark(this->*marks, marked, id))
+            CXMemoryException::Throw();
     }
 
     bool IsMarked(const MarkedThreads Relations::*marks, Id id) const
@@ -138,6 +137,14 @@ public:
     MarkedThreads m_silent;
 
 private:
+    bool TryMark(MarkedThreads& threads, bool marked, Id id)
+    {
+        if (!marked && !threads.WasEverUsed())
+            return true;
+        const tev::LockGuard guard(m_lock);
+        return threads.Mark(marked, Named(id));
+    }
+
     static Id Named(Id id) noexcept { return id == 0 ? tev::IdOfThisThreadsWork() : id; }
 
     mutable tev::LibraryLock m_lock;
@@ -153,7 +160,8 @@ void AttachThread(unsigned __int64 child, unsigned __int64 parent)
 {
     if (child == parent)
         return;
-    Relations::Get().Attach(child, parent);
+    if (!Relations::Get().Attach(child, parent))
+        CXMemoryException::Throw();
     tev::NoteEndingChange();
 }
 

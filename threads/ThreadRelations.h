@@ -7,6 +7,7 @@
 // to the user. A mark on a thread applies to all its descendants. Threads are known by their identifiers, so they need not
 // have been started by this library; a CXThread removes its own entries when it is destroyed. Where 0 stands for the calling
 // thread, a thread of the pool that runs the body of a loop stands for the thread that called the loop.
+// What records something throws CXMemoryException, and changes nothing, where there is no memory for it.
 // Safe from several threads at once.
 
 extern "C"

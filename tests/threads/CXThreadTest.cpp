@@ -346,6 +346,24 @@ TEST(CXThread, RunsItsFunctionOnWhenItsObjectIsDeletedWhileSuspended)
     stop = true;
 }
 
+TEST(CXThread, IsDeletedAlsoWhileItsSuspendedFunctionHoldsItsLock)
+{
+    static std::atomic<CXThread*> itself;
+    static std::atomic<bool> holdsIt;
+    static std::atomic<bool> mayRelease;
+    auto thread = BeginOwned([](void*) {
+        Eventually([] { return itself != nullptr; });
+        const CXThreadLock lock(*itself);
+        holdsIt = true;
+        return Eventually([] { return mayRelease.load(); });
+    });
+    itself = thread.get();
+    EXPECT_TRUE(Eventually([] { return holdsIt.load(); }));
+    thread->SuspendThread();
+    mayRelease = true;
+    thread.reset(); // which waits for the lock
+}
+
 TEST(CXThread, TheSystemCanEndABody)
 {
     static std::atomic<pthread_t> id;

@@ -1,10 +1,14 @@
 #include "threads/ThreadRelations.h"
 
+#include "tests/support/BusyFork.h"
+#include "tests/support/FailingAllocations.h"
 #include "tests/support/OnThreads.h"
 #include "threads/CXThread.h"
 
 namespace
 {
+using namespace tev::test;
+
 /// The two kinds of marks, which behave alike.
 struct Marks
 {
@@ -87,6 +91,39 @@ TEST(ThreadRelations, CirclesHaveAnEnd)
     }
 }
 
+TEST(ThreadRelations, WithoutMemoryNothingIsLostInSilence)
+{
+    if (kIsSanitized)
+        GTEST_SKIP() << kNoBusyFork;
+    const std::function<void(unsigned __int64)> kRecording[] = {[](unsigned __int64 id) { AttachThread(id, 5000); },
+                                                                [](unsigned __int64 id) { SetCancelThread(true, id); },
+                                                                [](unsigned __int64 id) { SetSilentThread(true, id); }};
+    const std::function<bool(unsigned __int64)> kAsking[] = {[](unsigned __int64 id) {
+                                                                 CXArray<unsigned __int64> children;
+                                                                 return GetChildThreads(5000, children) >= id - 5000;
+                                                             },
+                                                             ShouldCancelThread, IsSilentThread};
+    for (std::size_t kind = 0; kind < std::size(kRecording); ++kind)
+    {
+        EXPECT_EQ(ResultInChild([&] {
+                      FailingAllocations failing(1, true);
+                      unsigned __int64 last = 5000;
+                      const bool isDone = failing.Run([&] {
+                          for (; last < 1000000; ++last)
+                              kRecording[kind](last + 1);
+                      });
+                      for (unsigned __int64 id = last; id > 5000; --id)
+                      {
+                          if (!kAsking[kind](id))
+                              return 1;
+                      }
+                      return isDone ? 2 : 0;
+                  }),
+                  0)
+            << kind;
+    }
+}
+
 TEST(ThreadRelations, DeletingAThreadObjectRemovesItsEntries)
 {
     unsigned __int64 id = 0;
@@ -113,7 +150,7 @@ TEST(ThreadRelations, DeletingAThreadObjectRemovesItsEntries)
 
 TEST(ThreadRelations, AreSafeFromSeveralThreads)
 {
-    tev::test::OnThreads(4, [](int number) {
+    OnThreads(4, [](int number) {
         const auto seed = static_cast<unsigned __int64>(number + 1);
         for (unsigned __int64 i = 0; i < 500; ++i)
         {

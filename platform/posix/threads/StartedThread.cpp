@@ -11,6 +11,7 @@
 #include <chrono>
 #include <csignal>
 #include <ctime>
+#include <functional>
 #include <mutex>
 #include <new>
 
@@ -42,9 +43,11 @@ void Enlist(StartedThread& thread) noexcept
     g_firstRunning = &thread;
 }
 
-void Delist(StartedThread& thread) noexcept
+/// The thread has ended. In one step, because a forked child has to find each thread either in the list or ended.
+void NoteEnd(StartedThread& thread) noexcept
 {
     const std::lock_guard guard(g_runningLock);
+    thread.m_ended.store(1, std::memory_order_release);
     (thread.m_previous == nullptr ? g_firstRunning : thread.m_previous->m_next) = thread.m_next;
     if (thread.m_next != nullptr)
         thread.m_next->m_previous = thread.m_previous;
@@ -90,12 +93,11 @@ void KeepOwnThreadOnly()
 
 const ForkHandler g_forkOfThreads(ForkRank::StartedThreads, &LockRunning, &UnlockRunning, &KeepOwnThreadOnly);
 
-void (*g_killedStackHook)(const void* low, const void* high) noexcept = nullptr;
+std::atomic<const KilledStackHook*> g_firstKilledStackHook{nullptr};
 
 // No object with a destructor may be in this function: a killed thread jumps back to it from anywhere.
 void RunProcedure(StartedThread& self)
 {
-    self.m_stackTop = static_cast<const char*>(__builtin_frame_address(0));
     if (sigsetjmp(self.m_end, 1) == 0)
     {
         SetStoppableThread(&self);
@@ -119,15 +121,13 @@ void RunProcedure(StartedThread& self)
 
 void ReportKilledStack(const StartedThread& self) noexcept
 {
-    if (g_killedStackHook != nullptr)
-        g_killedStackHook(self.m_stackTop - self.m_stackSize, self.m_stackTop);
+    KilledStackHook::CallAll(self.m_stackTop - self.m_stackSize, self.m_stackTop);
 }
 
 void Leave(StartedThread& thread) noexcept
 {
     thread.m_procedure.discard(thread.m_argument);
-    Delist(thread);
-    thread.m_ended.store(1, std::memory_order_release);
+    NoteEnd(thread);
     WakeAll(thread.m_ended);
     ReleaseThread(&thread);
 }
@@ -178,6 +178,7 @@ void* Enter(void* argument)
     AcceptStopsOnThisThread();
     if (self.m_owner == ThreadOwner::Library)
         TakeAttributesOfProcess();
+    self.m_stackTop = static_cast<const char*>(__builtin_frame_address(0));
     self.m_number = NumberOfThisThread();
     Enlist(self);
     self.m_id.store(static_cast<std::uint32_t>(CurrentThreadId()));
@@ -198,9 +199,19 @@ std::uint64_t CurrentThreadId() noexcept
     return t_threadId;
 }
 
-void SetKilledStackHook(void (*hook)(const void* low, const void* high) noexcept) noexcept
+KilledStackHook::KilledStackHook(Function function) noexcept
+    : m_function(function), m_next(g_firstKilledStackHook.load(std::memory_order_relaxed))
 {
-    g_killedStackHook = hook;
+    while (!g_firstKilledStackHook.compare_exchange_weak(m_next, this, std::memory_order_release))
+    {
+    }
+}
+
+void KilledStackHook::CallAll(const void* low, const void* high) noexcept
+{
+    const KilledStackHook* hook = g_firstKilledStackHook.load(std::memory_order_acquire);
+    for (; hook != nullptr; hook = hook->m_next)
+        hook->m_function(low, high);
 }
 
 void SleepThisThread(unsigned milliseconds)
@@ -275,6 +286,17 @@ void ReleaseThread(StartedThread* thread) noexcept
 std::uint64_t ThreadId(const StartedThread* thread) noexcept
 {
     return thread->m_id.load();
+}
+
+bool IsWithin(const void* object, const void* low, const void* high) noexcept
+{
+    const std::less<const void*> isBelow;
+    return !isBelow(object, low) && isBelow(object, high);
+}
+
+bool IsOnStackOf(const StartedThread* thread, const void* object) noexcept
+{
+    return !thread->HasEnded() && IsWithin(object, thread->m_stackTop - thread->m_stackSize, thread->m_stackTop);
 }
 
 std::uint64_t ThreadNumber(const StartedThread* thread) noexcept

@@ -64,8 +64,8 @@ void PrepareStops() noexcept;
 void AcceptStopsOnThisThread() noexcept;
 /// Blocks as long as the calling thread is asked to stop; returns also when it is to die.
 void StandStill(StartedThread& self) noexcept;
-/// Calls the hook of stacks that are left as they are, on a thread that is to be killed: what it calls after the jump to its
-/// end would lie over the objects that the hook is told of.
+/// Calls the hooks of stacks that are left as they are, on a thread that is to be killed: what it calls after the jump to its
+/// end would lie over the objects that the hooks are told of.
 void ReportKilledStack(const StartedThread& self) noexcept;
 /// Records on the thread itself that it ends by force.
 void NoteKilled(StartedThread& self) noexcept;
