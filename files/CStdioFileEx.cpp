@@ -9,15 +9,15 @@
 #include "text/TextSearch.h"
 
 #include <algorithm>
-#include <cstring>
+#include <string_view>
 
 namespace
 {
 constexpr unsigned kUtf8CodePage = 65001;
 constexpr unsigned kUtf16CodePage = 1200;
 constexpr unsigned kUtf16BECodePage = 1201;
-constexpr char kUtf16Mark[] = {'\xFF', '\xFE'};
-constexpr char kUtf8Mark[] = {'\xEF', '\xBB', '\xBF'};
+constexpr std::string_view kUtf16Mark("\xFF\xFE", 2);
+constexpr std::string_view kUtf8Mark("\xEF\xBB\xBF", 3);
 
 void CutTo(CXTString<wchar_t>& line, std::size_t length)
 {
@@ -28,13 +28,27 @@ void CutTo(CXTString<wchar_t>& line, std::size_t length)
     text.m_length = length;
 }
 
-xStringEncoding EncodingOfMark(const char* start, std::size_t size)
+bool StartsWith(std::string_view text, std::string_view start)
 {
-    if (size >= sizeof(kUtf16Mark) && std::memcmp(start, kUtf16Mark, sizeof(kUtf16Mark)) == 0)
-        return xEncodingUtf16;
-    if (size >= sizeof(kUtf8Mark) && std::memcmp(start, kUtf8Mark, sizeof(kUtf8Mark)) == 0)
-        return xEncodingUtf8;
-    return xEncodingUnknown;
+    return text.substr(0, start.size()) == start;
+}
+
+xStringEncoding EncodingOfMark(std::string_view start)
+{
+    return StartsWith(start, kUtf16Mark)  ? xEncodingUtf16
+           : StartsWith(start, kUtf8Mark) ? xEncodingUtf8
+                                          : xEncodingUnknown;
+}
+
+// Empty where the encoding has none.
+std::string_view MarkOf(xStringEncoding encoding)
+{
+    return encoding == xEncodingUtf16 ? kUtf16Mark : encoding == xEncodingUtf8 ? kUtf8Mark : std::string_view();
+}
+
+bool IsPartOfMark(std::string_view start)
+{
+    return start != kUtf16Mark && start != kUtf8Mark && (StartsWith(kUtf16Mark, start) || StartsWith(kUtf8Mark, start));
 }
 
 // Turns exceptions on as long as it lives.
@@ -98,10 +112,10 @@ xStringEncoding CStdioFileEx::GetFileEncoding(const CXTString<wchar_t>& path, bo
 {
     hasBom = false;
     CXFile file(path.GetConstBuffer(), modeRead | shareDenyNone | typeBinary);
-    char start[sizeof(kUtf8Mark)];
+    char start[kUtf8Mark.size()];
     const unsigned int count = file.Read(start, sizeof(start));
     file.Close();
-    const xStringEncoding encoding = EncodingOfMark(start, count);
+    const xStringEncoding encoding = EncodingOfMark({start, count});
     hasBom = encoding != xEncodingUnknown;
     return encoding;
 }
@@ -112,7 +126,7 @@ bool CStdioFileEx::Open(const wchar_t* path, unsigned int mode, CXFileException*
     m_bomPending = true;
     m_atStart = true;
     m_hasBom = false;
-    m_markSize = 0;
+    m_markEncoding = xEncodingUnknown;
     m_encoding = xEncodingUnknown;
     m_openMode = mode;
     m_carriageReturnMode = false;
@@ -126,7 +140,10 @@ bool CStdioFileEx::Open(const wchar_t* path, unsigned int mode, CXFileException*
         if (IsTextRead())
             DetectMark();
         else if ((mode & kWriteUtf16) != 0 && (mode & (modeCreate | modeWrite | modeReadWrite)) != 0)
+        {
             m_openMode |= kUtf16Written;
+            m_markEncoding = xEncodingUtf16;
+        }
         if ((mode & typeText) != 0 && (mode & kReadUtf8) != 0 && !WritesUtf16() && m_encoding == xEncodingUnknown)
             m_encoding = xEncodingUtf8;
         if (IsTextRead())
@@ -196,29 +213,47 @@ void CStdioFileEx::WriteString(const wchar_t* text)
     WriteLineBuffer();
 }
 
-void CStdioFileEx::WriteLineBuffer()
+bool CStdioFileEx::IsAtStart() const
 {
     // In a file that does not throw, the mark may have been lost with a write that failed.
-    if (WritesUtf16() && (m_atStart || (!m_throwOnError && GetPosition() == 0)))
-    {
-        Write(kUtf16Mark, sizeof(kUtf16Mark));
-        m_hasBom = true;
-        m_markSize = sizeof(kUtf16Mark);
-    }
+    if (m_atStart || m_throwOnError)
+        return m_atStart;
+    const tev::FailuresUnnoted unnoted; // a pipe has no position
+    return GetPosition() == 0;
+}
+
+void CStdioFileEx::WriteMark()
+{
+    const std::string_view mark = MarkOf(m_markEncoding);
+    if (mark.empty() || !IsAtStart())
+        return;
+    Write(mark.data(), static_cast<unsigned int>(mark.size()));
+    m_hasBom = true;
+}
+
+void CStdioFileEx::WriteLineBuffer()
+{
+    WriteMark();
     WriteBytes(m_lineBuffer.GetConstBuffer(), m_lineBuffer.GetLength64());
 }
 
 void CStdioFileEx::WriteString(const char* text)
 {
     const tev::ExclusiveUse use(m_use);
+    if (text == nullptr)
+        return;
     const xStringEncoding encoding = TextEncoding();
-    if (text == nullptr || tev::UnitSize(encoding) == 1)
-        return CXStdioFile::WriteString(text);
     const std::size_t length = tev::TextLength(text);
-    if (encoding != xEncodingUtf16 || !tev::IsAnsiAscii(text, length))
+    const std::size_t unit = tev::UnitSize(encoding);
+    if (unit != 1 && (encoding != xEncodingUtf16 || !tev::IsAnsiAscii(text, length)))
         return WriteString(CXTString<wchar_t>(text).GetConstBuffer());
     if (!LeaveCache())
         return;
+    if (unit == 1)
+    {
+        WriteMark();
+        return WriteBytes(text, length);
+    }
     tev::AsciiToUtf16(text, length, m_lineBuffer);
     WriteLineBuffer();
 }
@@ -228,9 +263,10 @@ void CStdioFileEx::SetCodePage(xStringEncoding encoding)
     const tev::ExclusiveUse use(m_use);
     if (IsFileUnicodeText() || !LeaveCache())
         return;
+    const std::size_t unitBefore = tev::UnitSize(TextEncoding());
     m_encoding = encoding == kUtf8CodePage ? xEncodingUtf8 : encoding;
-    // Open examined the bytes as 8-bit characters.
-    if (tev::UnitSize(TextEncoding()) != 1 && IsTextRead() && m_atStart)
+    // All 8-bit characters have been examined alike.
+    if ((unitBefore != 1 || tev::UnitSize(TextEncoding()) != 1) && IsTextRead() && m_atStart)
         CheckCarriageReturns();
 }
 
@@ -249,7 +285,7 @@ unsigned int CStdioFileEx::SkipLines(unsigned int count, unsigned int origin)
 unsigned __int64 CStdioFileEx::GetCharCount() const
 {
     const unsigned __int64 length = GetLength();
-    return (length - std::min<unsigned __int64>(length, m_markSize)) / tev::UnitSize(TextEncoding());
+    return (length - std::min<unsigned __int64>(length, MarkSize())) / tev::UnitSize(TextEncoding());
 }
 
 int CStdioFileEx::FScanfS(const wchar_t* format, ...)
@@ -282,6 +318,7 @@ bool CStdioFileEx::SetLength(unsigned __int64 length)
     if (!LeaveCache() || !CXStdioFile::SetLength(length))
         return false;
     m_atStart = length == 0;
+    m_hasBom = m_hasBom && length >= MarkSize();
     return true;
 }
 
@@ -301,6 +338,8 @@ void CStdioFileEx::Write(const void* buffer, unsigned int count)
     if (!LeaveCache())
         return;
     CXStdioFile::Write(buffer, count);
+    if (m_atStart && count != 0 && buffer != nullptr && m_markEncoding != xEncodingUnknown)
+        m_hasBom = EncodingOfMark({static_cast<const char*>(buffer), count}) == m_markEncoding;
     m_atStart = m_atStart && count == 0;
 }
 
@@ -335,38 +374,52 @@ xStringEncoding CStdioFileEx::TextEncoding() const noexcept
     return m_encoding == kUtf16BECodePage ? xEncodingUtf16BE : m_encoding;
 }
 
+// Bytes of the mark that the file has.
+std::size_t CStdioFileEx::MarkSize() const noexcept
+{
+    return m_hasBom ? MarkOf(m_markEncoding).size() : 0;
+}
+
 void CStdioFileEx::DetectMark()
 {
-    const RawText start = PeekBytes(sizeof(kUtf8Mark));
-    m_encoding = EncodingOfMark(start.m_bytes, start.m_size);
+    // Byte by byte, because the first line of a pipe may be shorter than a mark.
+    std::string_view start;
+    for (std::size_t wanted = 1; start.size() + 1 == wanted && IsPartOfMark(start); ++wanted)
+    {
+        const RawText peeked = PeekBytes(wanted);
+        start = {peeked.m_bytes, peeked.m_size};
+    }
+    m_markEncoding = EncodingOfMark(start);
+    m_encoding = m_markEncoding;
     m_hasBom = m_encoding != xEncodingUnknown;
-    if (m_hasBom)
-        m_markSize = m_encoding == xEncodingUtf16 ? sizeof(kUtf16Mark) : sizeof(kUtf8Mark);
 }
 
 void CStdioFileEx::CheckCarriageReturns()
 {
-    if (PeekBytes(m_markSize + 1).m_size <= m_markSize)
+    // Characters begin behind the mark, also where it is no whole number of them.
+    const std::size_t markSize = MarkSize();
+    if (PeekBytes(markSize + 1).m_size <= markSize)
         return; // and what cannot seek need not go back
-    char mark[sizeof(kUtf8Mark)];
-    CXStdioFile::Read(mark, m_markSize); // where it is no whole number of characters, they begin behind it
-    // The position of the file itself. NOLINTNEXTLINE(bugprone-parent-virtual-call)
-    const bool seeks = CXFile::GetPosition() != tev::platform::kNoPosition;
-    m_carriageReturnMode = LineHoldsReturn(TextEncoding());
+    m_carriageReturnMode = LineHoldsReturn(TextEncoding(), markSize);
     if (CXStdioFile::Seek(0, begin) != tev::platform::kNoPosition)
         return;
     if (m_throwOnError)
         CXFileException::ThrowOsError(fileBadSeek, m_path, nullptr);
-    if (seeks)
-        Abort(); // reading would begin behind the lines that were looked at
+    Abort(); // reading would begin behind the lines that were looked at
 }
 
+// The mark may have been cut off or replaced since it was found.
 void CStdioFileEx::SkipMark()
 {
-    if (m_atStart)
+    const std::string_view mark = MarkOf(m_markEncoding);
+    if (m_atStart && !mark.empty())
     {
-        char mark[sizeof(kUtf8Mark)];
-        m_atStart = CXStdioFile::Read(mark, m_markSize) == 0;
+        const RawText start = PeekBytes(mark.size());
+        if (start.m_size == 0)
+            return; // nothing is there yet, or it could not be read
+        m_hasBom = mark == std::string_view(start.m_bytes, start.m_size);
+        char skipped[kUtf8Mark.size()];
+        m_atStart = CXStdioFile::Read(skipped, static_cast<unsigned int>(MarkSize())) == 0;
     }
     m_bomPending = false;
 }

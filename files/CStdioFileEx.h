@@ -31,8 +31,8 @@ public:
     /// xEncodingUnknown. Throws CXFileException when the file cannot be opened or read.
     static xStringEncoding GetFileEncoding(const CXTString<wchar_t>& path, bool& hasBom);
 
-    /// Opens a file. With typeText and neither modeCreate nor modeWrite its encoding and line ends are detected first: from
-    /// a pipe that waits for the first line, and loses nothing of it.
+    /// Opens a file. With typeText and neither modeCreate nor modeWrite its encoding and line ends are detected first. That
+    /// waits for the first line of a pipe, where it ends with CR for the next character too, and loses nothing of it.
     /// False, with the cause and the path in `error` when it is given, also when that detection fails.
     bool Open(const wchar_t* path, unsigned int mode, CXFileException* error = nullptr) override;
     using CXStdioFile::Open;
@@ -44,8 +44,9 @@ public:
     bool ReadString(CXTString<wchar_t>& line) override;
     /// Reads as CXStdioFile does, the bytes as they are, after the mark.
     bool ReadString(CXTString<char>& line) override;
-    /// Writes text in the file's encoding; line ends stay as they are. In a file opened with kWriteUtf16 what is written at
-    /// position 0 is preceded by the mark. Null, and text that the encoding cannot express at all, writes nothing.
+    /// Writes text in the file's encoding; line ends stay as they are. In a file opened with kWriteUtf16, or with a mark,
+    /// what is written at position 0 is preceded by the mark, also after the file was cut to nothing. Null, and text that the
+    /// encoding cannot express at all, writes nothing.
     void WriteString(const wchar_t* text) override;
     /// Writes the characters as they are; in UTF-16 and UTF-32, converted from the ANSI code page.
     void WriteString(const char* text) override;
@@ -56,7 +57,7 @@ public:
     /// be read from its start once it has been examined.
     void SetCodePage(xStringEncoding encoding);
     xStringEncoding GetEncoding() const noexcept { return m_encoding; }
-    /// Whether the file was found to start with a mark, or a mark was written.
+    /// Whether the file was found to start with a mark, or a mark was written; no longer when it was cut off or replaced.
     bool HasBom() const noexcept { return m_hasBom; }
     bool IsFileUnicodeText() const noexcept { return m_encoding == xEncodingUtf16 || m_encoding == xEncodingUtf16BE; }
     bool IsFileUTF8() const noexcept { return m_encoding == xEncodingUtf8; }
@@ -90,7 +91,10 @@ private:
     void DetectMark();
     void CheckCarriageReturns();
     void SkipMark();
+    bool IsAtStart() const;
+    void WriteMark();
     void WriteLineBuffer();
+    std::size_t MarkSize() const noexcept;
     bool ReadCachedLine(CXTString<wchar_t>& line);
     void SkipRawLine(xStringEncoding encoding);
     std::size_t CachedBytes() const noexcept;
@@ -107,5 +111,6 @@ private:
     CXTString<wchar_t> m_crCache;
     std::size_t m_rawCursor = 0; // position of the CR cursor in the line buffer
     bool m_atStart = true;       // nothing was read or written since the position was 0
-    unsigned int m_markSize = 0; // bytes of the mark that was found
+    xStringEncoding m_markEncoding =
+        xEncodingUnknown; // of the mark that text at the start follows; unknown: there is none
 };

@@ -3,6 +3,7 @@
 #include "files/CXFile.h"
 #include "objects/CXException.h"
 #include "platform/FileSystem.h"
+#include "text/FailureRecord.h"
 
 #include <algorithm>
 #include <cstring>
@@ -52,6 +53,7 @@ CXArchive::CXArchive(CXFile* file, unsigned int mode, unsigned int bufferSize, v
       m_nestingLimit(kDefaultNestingLimit),
       m_nesting(0),
       m_bytesLeft(kUnlimited),
+      m_withheld(0),
       m_objectsLeft(kUnlimited)
 {
     if (file == nullptr)
@@ -78,10 +80,14 @@ void CXArchive::SetBudget(unsigned __int64 bytes, unsigned __int64 objects, unsi
 {
     if (IsStoring())
         return;
-    // What a file that cannot seek has delivered already is taken from the budget.
     if (m_file != nullptr)
         DoQuietly([this] { ReturnUnread(); });
-    m_bytesLeft = bytes - std::min(bytes, static_cast<unsigned __int64>(m_end - m_current));
+    // What a file that cannot seek has delivered already is taken from the budget.
+    const unsigned __int64 delivered = static_cast<unsigned __int64>(m_end - m_current) + m_withheld;
+    const unsigned __int64 granted = std::min(bytes, delivered);
+    m_withheld = delivered - granted;
+    m_bytesLeft = bytes - granted;
+    SetBuffer(m_start, m_current, m_current + granted);
     m_objectsLeft = objects;
     m_nestingLimit = depth;
 }
@@ -120,7 +126,7 @@ unsigned __int64 CXArchive::ReadPast(unsigned char* target, unsigned __int64 cou
         RequestBlock();
     else
     {
-        SetBuffer(m_start, m_start, m_start);
+        MoveToFront();
         Fetch(rest);
     }
     const std::size_t tail = std::min(rest, static_cast<std::size_t>(m_end - m_current));
@@ -132,14 +138,19 @@ unsigned __int64 CXArchive::ReadPast(unsigned char* target, unsigned __int64 cou
     return delivered + tail;
 }
 
-// Whether reading ended because of the budget: the file has more.
+// Whether reading ended because of the budget: the file has more. Of a file that may be unable to seek, what was read to know
+// that is withheld; the archive's own buffer was not filled, and has room for it.
 bool CXArchive::IsOverBudget()
 {
+    if (m_bytesLeft != 0 || m_withheld != 0)
+        return m_withheld != 0;
     unsigned char next = 0;
-    if (m_bytesLeft != 0 || m_file->Read(&next, 1) == 0)
-        return false;
-    m_file->Seek(-1, CXFile::current);
-    return true;
+    const bool hasMore = m_file->Read(m_directBuffer ? &next : m_end, 1) != 0;
+    if (!m_directBuffer)
+        m_withheld = hasMore ? 1 : 0;
+    else if (hasMore)
+        DoQuietly([this] { m_file->Seek(-1, CXFile::current); });
+    return hasMore;
 }
 
 void CXArchive::EnsureRead(void* target, unsigned __int64 count)
@@ -213,11 +224,24 @@ void CXArchive::Flush(bool final)
 // Moves the file's position back to the archive's. What a file that cannot seek has delivered stays in the buffer.
 void CXArchive::ReturnUnread()
 {
+    const tev::FailuresUnnoted unnoted;
     const __int64 unread = m_end - m_current;
-    if (unread == 0 || m_file->Seek(-unread, CXFile::current) == tev::platform::kNoPosition)
+    const __int64 ahead = unread + static_cast<__int64>(m_withheld);
+    if (ahead == 0 || m_file->Seek(-ahead, CXFile::current) == tev::platform::kNoPosition)
         return;
     m_bytesLeft += static_cast<unsigned __int64>(unread);
+    m_withheld = 0;
     m_current = m_end;
+}
+
+// Makes room behind what is unread and what is withheld.
+void CXArchive::MoveToFront() noexcept
+{
+    const auto unread = static_cast<std::size_t>(m_end - m_current);
+    const std::size_t kept = unread + static_cast<std::size_t>(m_withheld);
+    if (m_current > m_start && kept != 0)
+        std::memmove(m_start, m_current, kept);
+    SetBuffer(m_start, m_start, m_start + unread);
 }
 
 void CXArchive::Close()
@@ -246,6 +270,7 @@ void CXArchive::Detach() noexcept
         delete[] m_start;
     m_userBuffer = true;
     m_file = nullptr;
+    m_withheld = 0;
     SetBuffer(nullptr, nullptr, nullptr);
 }
 
@@ -304,9 +329,7 @@ void CXArchive::FillBuffer(std::size_t needed)
     }
     else
     {
-        if (m_current > m_start && unread != 0)
-            std::memmove(m_start, m_current, unread);
-        SetBuffer(m_start, m_start, m_start + unread);
+        MoveToFront();
         Fetch(needed);
     }
     if (wanted > m_bufferSize)
@@ -333,6 +356,8 @@ void CXArchive::Fetch(std::size_t wanted)
 // Has the file expose its memory at its position: the bytes there, or room to write.
 void CXArchive::RequestBlock()
 {
+    if (m_withheld != 0)
+        return; // and nothing is left of the budget
     unsigned char* start = nullptr;
     unsigned char* end = nullptr;
     if (IsStoring())

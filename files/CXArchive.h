@@ -80,8 +80,9 @@ public:
     /// How deep objects may nest in each other, 10,000 when not set; deeper is archiveGeneric, while storing as while
     /// loading. Where the thread's stack is too small for so many calls of Serialize, the limit is where it is used up.
     void SetNestingLimit(unsigned int depth) noexcept { m_nestingLimit = depth; }
-    /// For loading: how many bytes may be read and how many objects created, and how deep these may nest; more is
-    /// archiveGeneric. Without it only the nesting is limited. Has no effect on storing.
+    /// For loading: how many bytes may be read from now on and how many objects created, and how deep these may nest; more
+    /// is archiveGeneric, and loses nothing: a later, larger budget goes on there. Without it only the nesting is limited. Has
+    /// no effect on storing.
     void SetBudget(unsigned __int64 bytes, unsigned __int64 objects, unsigned int depth) noexcept;
     /// The objects that loading has created so far, in that order, without those that a std::unique_ptr took. After a
     /// failure some of them may have no owner: this is how they are found and deleted.
@@ -258,6 +259,7 @@ private:
     void SetBuffer(unsigned char* start, unsigned char* current, unsigned char* end) noexcept;
     void RequestBlock();
     void ReturnUnread();
+    void MoveToFront() noexcept;
     bool IsOverBudget();
     void Detach() noexcept;
     unsigned __int64 ReadPast(unsigned char* target, unsigned __int64 count);
@@ -302,6 +304,8 @@ private:
     unsigned int m_nestingLimit;
     unsigned int m_nesting;
     unsigned __int64 m_bytesLeft; ///< of the budget, to be taken from the file
+    unsigned __int64
+        m_withheld; ///< bytes behind m_end that the file has delivered beyond the budget; none are left then
     unsigned __int64 m_objectsLeft;
     tev::ThreadUse m_use;
 };

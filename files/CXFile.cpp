@@ -48,6 +48,24 @@ unsigned __int64 NoNumber(const char* operation, const CXTString<wchar_t>& path)
     tev::NoteLastError(operation, path);
     return tev::platform::kNoPosition;
 }
+
+using Reading = bool (platform::FileSystem::*)(platform::FileHandle, void*, std::size_t, std::size_t&);
+
+unsigned int ReadFrom(void* handle, Reading reading, void* buffer, unsigned int count, bool throws,
+                      const CXTString<wchar_t>& path)
+{
+    if (count == 0)
+        return 0;
+    if (handle == nullptr || buffer == nullptr)
+    {
+        tev::NoteBadArgument("CXFile::Read", path);
+        return 0;
+    }
+    std::size_t delivered = 0;
+    if (!(platform::CurrentFileSystem().*reading)(handle, buffer, count, delivered))
+        Fail(throws, "CXFile::Read", fileGeneric, path);
+    return static_cast<unsigned int>(delivered);
+}
 } // namespace
 
 X_IMPLEMENT_LIBRARY_CLASS(CXFile, CXObject, xSchemaNotSerializable)
@@ -140,17 +158,13 @@ unsigned __int64 CXFile::GetLength() const
 unsigned int CXFile::Read(void* buffer, unsigned int count)
 {
     const tev::ExclusiveUse use(m_use);
-    if (count == 0)
-        return 0;
-    if (m_handle == nullptr || buffer == nullptr)
-    {
-        tev::NoteBadArgument("CXFile::Read", m_path);
-        return 0;
-    }
-    size_t delivered = 0;
-    if (!platform::CurrentFileSystem().Read(m_handle, buffer, count, delivered))
-        Fail(m_throwOnError, "CXFile::Read", fileGeneric, m_path);
-    return static_cast<unsigned int>(delivered);
+    return ReadFrom(m_handle, &platform::FileSystem::Read, buffer, count, m_throwOnError, m_path);
+}
+
+unsigned int CXFile::ReadAvailable(void* buffer, unsigned int count)
+{
+    const tev::ExclusiveUse use(m_use);
+    return ReadFrom(m_handle, &platform::FileSystem::ReadAvailable, buffer, count, m_throwOnError, m_path);
 }
 
 void CXFile::Write(const void* buffer, unsigned int count)

@@ -114,6 +114,8 @@ public:
 protected:
     /// As CXFile::Write; `written` is how many bytes the file took, also when it throws.
     void WriteCounted(const void* buffer, unsigned int count, std::size_t& written);
+    /// As CXFile::Read, but waits only until there is something: a pipe or a terminal may deliver fewer bytes before its end.
+    unsigned int ReadAvailable(void* buffer, unsigned int count);
     /// Exposes a file's memory, so that an archive can read and write in place. A disk file exposes none and returns 0.
     /// The commands of a file that does:
     /// - bufferCheck returns 1.

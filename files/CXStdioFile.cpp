@@ -305,11 +305,17 @@ bool CXStdioFile::ReadRawLines(xStringEncoding encoding, CXTString<char>& lines)
     {
         const char* bytes = Unread();
         const std::size_t searched = tev::WholeUnits(available, unit);
-        const std::size_t lacking = kLinesAtOnce - std::min<std::size_t>(kLinesAtOnce, lines.GetLength64());
-        const std::size_t skipped = std::min(searched, lacking);
-        const std::size_t lineBreak = tev::FindLineBreak(bytes + skipped, searched - skipped, encoding);
+        // Not the last unit: of a CR there it is not known yet whether LF follows, and a pipe might have to be waited for.
+        const std::size_t wanted = std::min(searched - std::min(searched, unit), kLinesAtOnce);
+        std::size_t lineBreak = tev::FindLastLineBreak(bytes, wanted, encoding);
+        std::size_t before = 0;
+        if (lineBreak == tev::kNotFound)
+        {
+            before = wanted;
+            lineBreak = tev::FindLineBreak(bytes + before, searched - before, encoding);
+        }
         const bool ended = lineBreak != tev::kNotFound;
-        const std::size_t taken = ended ? skipped + lineBreak + unit : std::max(searched, available - searched);
+        const std::size_t taken = ended ? before + lineBreak + unit : std::max(searched, available - searched);
         const bool afterReturn = ended && tev::IsUnit(bytes + taken - unit, encoding, '\r');
         lines.Append(bytes, taken);
         m_next += taken;
@@ -359,11 +365,11 @@ CXStdioFile::RawText CXStdioFile::PeekBytes(std::size_t count)
     return {Unread(), std::min(count, available)};
 }
 
-bool CXStdioFile::LineHoldsReturn(xStringEncoding encoding)
+bool CXStdioFile::LineHoldsReturn(xStringEncoding encoding, std::size_t skipped)
 {
     const std::size_t unit = tev::UnitSize(encoding);
     const bool seeks = PositionOf(m_handle) != tev::platform::kNoPosition;
-    std::size_t looked = 0; // bytes of the buffer without a line break
+    std::size_t looked = skipped; // bytes of the buffer without a line break
     for (;;)
     {
         // Room for a line break and what is behind it.
@@ -423,15 +429,18 @@ std::size_t CXStdioFile::FillBuffer(std::size_t wanted)
     MakeBuffer();
     if (m_filled == 0)
         m_origin = PositionToFillFrom();
-    m_origin += m_next;
-    m_filled -= m_next;
-    if (m_filled != 0)
+    if (m_next != 0)
+    {
+        m_origin += m_next;
+        m_filled -= m_next;
         std::memmove(m_buffer.get(), Unread(), m_filled);
-    m_next = 0;
+        m_next = 0;
+    }
     while (m_filled < wanted)
     {
+        // The writer of a pipe may send no more before what is there has been read.
         const unsigned int count =
-            CXFile::Read(m_buffer.get() + m_filled, static_cast<unsigned int>(m_bufferSize - m_filled));
+            ReadAvailable(m_buffer.get() + m_filled, static_cast<unsigned int>(m_bufferSize - m_filled));
         if (count == 0)
             break;
         m_filled += count;

@@ -8,7 +8,7 @@
 /// A disk file with a buffer of its own, read and written in any mixture of bytes and lines; take CXFile where few large
 /// pieces are moved, and CStdioFileEx for text whose encoding is to be found out.
 /// Positions and lengths are those the caller sees: bytes that are still in the buffer count as written.
-/// Line ends are written as they are given.
+/// Line ends are written as they are given. A line of a pipe or a terminal is read when it is there, whatever follows it.
 /// One thread at a time.
 ///
 /// Written bytes reach the system when the buffer is full and with Flush, Seek, SetLength, reading, Close and Abort. When
@@ -68,7 +68,8 @@ protected:
     /// Reads the next line as it is in the file, line end included. It is assembled in `assembled` where the buffer
     /// does not hold all of it. False at the end of the file.
     bool ReadRawLine(xStringEncoding encoding, CXTString<char>& assembled, RawText& line);
-    /// Reads about 32 KiB of complete lines, which end with CR, LF or CR LF. False at the end of the file.
+    /// Reads the complete lines that there are, up to about 32 KiB but at least one; they end with CR, LF or CR LF. False at
+    /// the end of the file.
     bool ReadRawLines(xStringEncoding encoding, CXTString<char>& lines);
     struct LineTraits
     {
@@ -81,9 +82,10 @@ protected:
                       LineTraits& traits);
     /// The bytes that are read next, at most 8 and fewer only at the end of the file, without reading past them.
     RawText PeekBytes(std::size_t count);
-    /// Reads on until it knows whether the line holds a CR before its last character, CR LF counted as one. Where the file
-    /// cannot seek, what was read stays in the buffer, so that Seek goes back all the same.
-    bool LineHoldsReturn(xStringEncoding encoding);
+    /// Reads on until it knows whether the line holds a CR before its last character, CR LF counted as one. The line begins
+    /// behind so many bytes that were peeked at. Where the file cannot seek, all of them stay in the buffer, so that Seek goes
+    /// back all the same.
+    bool LineHoldsReturn(xStringEncoding encoding, std::size_t skipped);
     void WriteBytes(const char* bytes, std::size_t count);
     /// Closes the file, as Open does with the one that was open. Throws when the last bytes cannot be written.
     void LeaveFile();

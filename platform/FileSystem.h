@@ -59,6 +59,10 @@ public:
     /// or when the source failed after it delivered a part. 0 bytes and true: the end.
     [[nodiscard]] virtual bool Read(FileHandle file, void* buffer, std::size_t count, std::size_t& delivered) = 0;
 
+    /// As Read, but waits only until there is something: of a pipe or a terminal less than `count` is no end either.
+    [[nodiscard]] virtual bool ReadAvailable(FileHandle file, void* buffer, std::size_t count,
+                                             std::size_t& delivered) = 0;
+
     /// Writes bytes at the position, which advances by as many. Less than `count` and true: the target took no more.
     /// A part may have been written when it returns false.
     [[nodiscard]] virtual bool Write(FileHandle file, const void* buffer, std::size_t count, std::size_t& written) = 0;

@@ -10,22 +10,28 @@ namespace tev::platform
 /// The largest transfer of one system call. Some systems refuse more than this, others transfer less than requested.
 constexpr std::size_t kMaxTransfer = 0x7ffff000;
 
-/// Calls `readOnce(bytes, count)`, which behaves like read(2), until `count` bytes are read, or the source ends or
-/// fails. An interrupted call is repeated. False, with the error in errno, only when the source failed before anything
-/// was read: what was read before a failure is delivered, and the next call meets the failure again.
+/// Calls `readOnce(bytes, count)`, which behaves like read(2), once. An interrupted call is repeated. False, with the error
+/// in errno, when it fails; nothing delivered and true: the source has ended.
+template <class ReadOnce>
+[[nodiscard]] bool ReadAvailable(ReadOnce&& readOnce, void* buffer, std::size_t count, std::size_t& delivered)
+{
+    std::ptrdiff_t got = 0;
+    do
+        got = readOnce(buffer, std::min(count, kMaxTransfer));
+    while (got < 0 && errno == EINTR);
+    delivered = static_cast<std::size_t>(std::max<std::ptrdiff_t>(got, 0));
+    return got >= 0;
+}
+
+/// As ReadAvailable, until `count` bytes are read, or the source ends or fails. False only when the source failed before
+/// anything was read: what was read before a failure is delivered, and the next call meets the failure again.
 template <class ReadOnce>
 [[nodiscard]] bool ReadFully(ReadOnce&& readOnce, void* buffer, std::size_t count, std::size_t& delivered)
 {
     delivered = 0;
-    while (delivered < count)
+    for (std::size_t got = 1; got != 0 && delivered < count; delivered += got)
     {
-        const std::ptrdiff_t got =
-            readOnce(static_cast<char*>(buffer) + delivered, std::min(count - delivered, kMaxTransfer));
-        if (got == 0)
-            break;
-        if (got > 0)
-            delivered += static_cast<std::size_t>(got);
-        else if (errno != EINTR)
+        if (!ReadAvailable(readOnce, static_cast<char*>(buffer) + delivered, count - delivered, got))
             return delivered > 0;
     }
     return true;

@@ -186,6 +186,7 @@ CPathString LogPath(const Text& name, LogFileMode mode)
 /// replace earlier messages.
 unsigned __int64 MoveInLog(CStdioFileEx& file, __int64 offset, CXFile::SeekPosition origin)
 {
+    const tev::FailuresUnnoted unnoted; // of a pipe, which is no failure
     const unsigned __int64 position = file.Seek(offset, origin);
     if (position == kNoPosition && tev::platform::LastSystemError() != kErrorSeekOnDevice)
         CXFileException::ThrowOsError(fileBadSeek, file.GetFilePath(), nullptr);

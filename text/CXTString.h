@@ -35,7 +35,7 @@ struct CXTCharArray
 /// defines XTEXT_NO_ANSI, what would silently convert between the widths does not compile; the library is the same.
 ///
 /// A buffer that must grow to n characters gets room for 2n + 1, at least 16, and 64 where that is from 16 to 63; it
-/// never shrinks. A string that was moved from is empty and owns no buffer until it is written to.
+/// never shrinks. Strings that were moved from are empty, own no buffer until written to, and share one terminator.
 template <class T>
 class TEVTOOLS_API CXTString
 {

@@ -70,7 +70,8 @@ private:
         // As much as a string of this length has, so that it can become that string's block; a text that leaves the stack
         // gets the room for another one as long, because a format with one long text often has two.
         const std::size_t length = m_length + count;
-        Reallocate((m_data == m_first && length <= kShort ? 4 : 2) * length + kFirstCapacity);
+        const std::size_t room = (m_data == m_first && length <= kShort ? 4 : 2) * length + kFirstCapacity;
+        Reallocate(std::min(room, kMaximumLength)); // what fits is not asked for its length
         return true;
     }
 

@@ -87,3 +87,15 @@ std::size_t tev::FindLineBreak(const char* bytes, std::size_t size, xStringEncod
         return Find<4, true>(bytes, size, encoding);
     }
 }
+
+std::size_t tev::FindLastLineBreak(const char* bytes, std::size_t size, xStringEncoding encoding) noexcept
+{
+    const std::size_t unit = UnitSize(encoding);
+    for (std::size_t at = size; at != 0;)
+    {
+        at -= unit;
+        if (IsUnit(bytes + at, encoding, '\n') || IsUnit(bytes + at, encoding, '\r'))
+            return at;
+    }
+    return kNotFound;
+}

@@ -61,4 +61,7 @@ inline std::size_t FindLineFeed(const char* bytes, std::size_t size, xStringEnco
 
 /// Offset of the first CR or LF unit, tev::kNotFound when there is none. `size` is a multiple of the unit's size.
 std::size_t FindLineBreak(const char* bytes, std::size_t size, xStringEncoding encoding) noexcept;
+
+/// The same of the last one.
+std::size_t FindLastLineBreak(const char* bytes, std::size_t size, xStringEncoding encoding) noexcept;
 } // namespace tev

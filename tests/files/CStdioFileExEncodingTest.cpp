@@ -1,5 +1,6 @@
 #include "files/CStdioFileEx.h"
 
+#include "objects/LastFailure.h"
 #include "tests/support/FailingAllocations.h"
 #include "tests/support/FailingFileSystem.h"
 #include "tests/support/FileFailure.h"
@@ -146,6 +147,60 @@ TEST(CStdioFileExEncoding, CodePageNumbersOfUtf16AndUtf32AreEncodingsOfLines)
     file.SetCodePage(static_cast<xStringEncoding>(1200));
     EXPECT_EQ(ReadLines(file), (Lines{L"a", L"b"}));
     EXPECT_EQ(file.GetCharCount(), 3u);
+    // Line ends are looked at anew for each kind of units.
+    ASSERT_TRUE(file.Open(folder.WriteFile("t.txt", "a\rb\rc\r").c_str(), kText));
+    file.SetCodePage(static_cast<xStringEncoding>(1200));
+    file.SetCodePage(static_cast<xStringEncoding>(1252));
+    EXPECT_EQ(ReadLines(file), (Lines{L"a", L"b", L"c"}));
+}
+
+TEST(CStdioFileExEncoding, AMarkIsCutOffAndWrittenWithTheText)
+{
+    const TempFolder folder;
+    const std::tuple<std::string, unsigned, unsigned> cases[] = {
+        {"\xEF\xBB\xBF", 1, kTextBoth}, {"\xFF\xFE", 2, kTextBoth}, {"\xFF\xFE", 2, kKeep | kUtf16}};
+    for (const auto& [mark, unit, mode] : cases)
+    {
+        for (const bool throws : {false, true})
+        {
+            CStdioFileEx file(throws);
+            const std::wstring path = folder.WriteFile("t.txt", mark + Encoded(L"old\n", unit, false));
+            ASSERT_TRUE(file.Open(path.c_str(), mode));
+            EXPECT_EQ(ReadLines(file), Lines{L"old"});
+            EXPECT_EQ(file.GetCharCount(), 4u);
+            EXPECT_TRUE(file.SetLength(0));
+            EXPECT_FALSE(file.HasBom());
+            EXPECT_EQ(file.GetCharCount(), 0u);
+            file.WriteString(L"abcdef\n");
+            file.WriteString(L"g");
+            EXPECT_TRUE(file.HasBom());
+            EXPECT_EQ(file.GetCharCount(), 8u);
+            file.SeekToBegin();
+            EXPECT_EQ(ReadLines(file), (Lines{L"abcdef", L"g"}));
+            file.SeekToBegin();
+            file.WriteString("x");
+            file.SeekToBegin();
+            file.WriteString(L"yz");
+            file.Flush();
+            EXPECT_EQ(folder.ReadFile("t.txt"), mark + Encoded(L"yzcdef\ng", unit, false));
+            // Bytes that are no mark take its place.
+            for (const bool cut : {false, true})
+            {
+                const std::string bytes = Encoded(L"raw\n", unit, false);
+                EXPECT_TRUE(!cut || file.SetLength(1));
+                file.SeekToBegin();
+                file.Write(bytes.data(), static_cast<unsigned>(bytes.size()));
+                EXPECT_FALSE(file.HasBom());
+                file.SetLength(bytes.size());
+                EXPECT_EQ(file.GetCharCount(), 4u);
+                file.SeekToBegin();
+                EXPECT_EQ(ReadLines(file), Lines{L"raw"});
+                file.SeekToBegin();
+                file.Write(mark.data(), static_cast<unsigned>(mark.size()));
+                EXPECT_TRUE(file.HasBom());
+            }
+        }
+    }
 }
 
 TEST(CStdioFileExEncoding, NarrowTextIsConvertedForAUtf16File)
@@ -195,6 +250,10 @@ TEST(CStdioFileExEncoding, APipeIsReadLikeAFileFromItsFirstByte)
         "\xEF\xBB\xBF",
         "\xEF\xBB\xBFmarked\nline",
         "\xFF\xFE" + Encoded(L"wide\r\nline", 2, false),
+        "\xFF\xFE" + Encoded(L"no line end", 2, false),
+        "\xEF\xBB\xBF" + Encoded(L"wide\rbehind a mark", 2, false),
+        "\xEF\xBB\xBF" + std::string(100'000, 'x') + "\nafter a long first line",
+        "\xEF\xBB\xBFmarked\r",
         "one\rtwo\rthree",
         std::string(100'000, 'x') + "\rafter a long first line\r" + std::string(100'000, 'y'),
         std::string(70'000, 'x') + "\r\nafter a long first line\n",
@@ -204,19 +263,64 @@ TEST(CStdioFileExEncoding, APipeIsReadLikeAFileFromItsFirstByte)
     ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
     for (const std::string& bytes : contents)
     {
-        folder.WriteFile("file", bytes);
-        CStdioFileEx file(folder.WidePath("file").c_str(), kText);
-        std::thread writer([&] { std::ofstream(pipe, std::ios::binary) << bytes; });
-        CStdioFileEx source;
-        source.SetBufferSize(bytes.size() < 1000 ? 16 : 65536);
-        const bool opened = source.Open(folder.WidePath("pipe").c_str(), kText);
-        EXPECT_TRUE(opened) << bytes.substr(0, 20);
-        if (opened)
+        for (const unsigned codePage : {0u, 1200u})
         {
-            EXPECT_EQ(source.GetEncoding(), file.GetEncoding());
-            EXPECT_EQ(source.HasBom(), file.HasBom());
-            EXPECT_EQ(ReadLines(source), ReadLines(file)) << bytes.substr(0, 20);
+            SCOPED_TRACE(testing::PrintToString(bytes.substr(0, 20)));
+            folder.WriteFile("file", bytes);
+            CStdioFileEx file(folder.WidePath("file").c_str(), kText);
+            std::thread writer([&] { std::ofstream(pipe, std::ios::binary) << bytes; });
+            CStdioFileEx source;
+            source.SetBufferSize(bytes.size() < 1000 ? 16 : 65536);
+            XClearLastFailure();
+            const bool opened = source.Open(folder.WidePath("pipe").c_str(), kText);
+            EXPECT_TRUE(opened);
+            if (opened)
+            {
+                for (CStdioFileEx* const each : {&file, &source})
+                    if (codePage != 0)
+                        each->SetCodePage(static_cast<xStringEncoding>(codePage));
+                EXPECT_EQ(source.GetEncoding(), file.GetEncoding());
+                EXPECT_EQ(source.HasBom(), file.HasBom());
+                EXPECT_EQ(ReadLines(source), ReadLines(file));
+                EXPECT_FALSE(XLastFailure()) << XLastFailure().GetOperation();
+            }
+            writer.join();
         }
+    }
+}
+
+TEST(CStdioFileExEncoding, ALineOfAPipeIsReadBeforeTheNextOneIsSent)
+{
+    const std::pair<std::string, Lines> cases[] = {
+        {"\n", {L""}},
+        {"a\n", {L"a"}},
+        {"one\r\ntwo\nthr", {L"one", L"two"}},
+        {"\xEF\xBB\xBFone\n", {L"one"}},
+        {"\xFF\xFE" + Encoded(L"one\ntwo\n", 2, false), {L"one", L"two"}},
+        {"one\rtwo\rt", {L"one", L"two"}}, // CR alone
+        {"one\rtwo\r", {L"one"}},
+    };
+    const TempFolder folder;
+    const std::string pipe = folder.Path("pipe").string();
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    for (const auto& c : cases)
+    {
+        SCOPED_TRACE(testing::PrintToString(c.first));
+        std::promise<void> answer;
+        std::thread writer([&] {
+            std::ofstream out(pipe, std::ios::binary);
+            out << c.first << std::flush;
+            EXPECT_EQ(answer.get_future().wait_for(std::chrono::minutes(2)), std::future_status::ready);
+        });
+        CStdioFileEx source;
+        EXPECT_TRUE(source.Open(folder.WidePath("pipe").c_str(), kText));
+        CXTString<wchar_t> line;
+        for (const std::wstring& expected : c.second)
+        {
+            EXPECT_TRUE(source.ReadString(line));
+            EXPECT_EQ(ToStd(line), expected);
+        }
+        answer.set_value();
         writer.join();
     }
 }

@@ -124,6 +124,54 @@ TEST(CXArchiveBufferTest, AFileThatCannotSeekLosesNothingByAFlush)
     }
 }
 
+TEST(CXArchiveBufferTest, ABudgetHoldsForWhatIsInTheBufferAndALargerOneGoesOnThere)
+{
+    PipeLikeFile silent(false);
+    PipeLikeFile throwing(true);
+    BufferedMemFile seeking;
+    CXMemFile exposing;
+    for (CXMemFile* const file : std::initializer_list<CXMemFile*>{&silent, &throwing, &seeking, &exposing})
+    {
+        for (unsigned char byte = 1; byte <= 200; ++byte)
+            file->Write(&byte, 1);
+        file->CXMemFile::Seek(0, CXFile::begin);
+        CXArchive archive(file, xArchiveLoad, 128);
+        unsigned char last = 0;
+        archive >> last;
+        Bytes block(2000);
+        for (const unsigned budget : {10u, 0u, 3u, 130u, 1000u})
+        {
+            SCOPED_TRACE(budget);
+            archive.SetBudget(budget, 1, 1);
+            for (unsigned left = std::min(budget, 200u - last); left != 0; --left)
+            {
+                unsigned char byte = 0;
+                ASSERT_EQ(CauseOf([&] { archive >> byte; }), kNothingThrown);
+                ASSERT_EQ(byte, ++last);
+            }
+            const int cause = last < 200 ? archiveGeneric : archiveEndOfFile;
+            EXPECT_EQ(CauseOf([&] { archive >> block[0]; }), cause);
+            EXPECT_EQ(CauseOf([&] { archive.EnsureRead(block.data(), 1 + budget); }), cause);
+            EXPECT_EQ(CauseOf([&] { archive.ReadCount(); }), cause);
+        }
+        file->CXMemFile::Seek(0, CXFile::begin);
+        CXArchive second(file, xArchiveLoad, 128);
+        second >> last;
+        second.SetBudget(5, 1, 1);
+        EXPECT_EQ(CauseOf([&] { second.EnsureRead(block.data(), 6); }), archiveGeneric);
+        second.SetBudget(150, 1, 1);
+        EXPECT_EQ(second.Read(block.data(), 150), 150u);
+        EXPECT_EQ(block[0], 7);
+        EXPECT_EQ(block[149], 156);
+        EXPECT_EQ(CauseOf([&] { second >> last; }), archiveGeneric);
+        second.Close();
+        if (file == &seeking || file == &exposing)
+        {
+            EXPECT_EQ(file->GetPosition(), 156u);
+        }
+    }
+}
+
 TEST(CXArchiveBufferTest, ABudgetRefusesOnlyWhatTheFileHolds)
 {
     for (const unsigned mode : {xArchiveLoad, xArchiveLoad | xArchiveStrict})

@@ -4,6 +4,7 @@
 #include "arrays/CElementArray.h"
 #include "crash/XMinidump.h"
 #include "files/CStdioFileEx.h"
+#include "files/CXArchive.h"
 #include "files/CXMemFile.h"
 #include "maps/CHashMap.h"
 #include "maps/CHashTable.h"
@@ -31,6 +32,9 @@
 #include "values/CXTime.h"
 #include "zip/CMiniZip.h"
 #include "zip/CZip.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace
 {
@@ -493,6 +497,30 @@ TEST_F(LastFailure, IsLeftAloneByLookUpsAndSuccess)
     const std::unique_ptr<CElementArray> copy(CElementArray().Duplicate());
     EXPECT_TRUE(nested.SetInt(1, 1) && m_store.AddToCustomData(9, nested, 0));
     EXPECT_TRUE(XParallelFor(3, [](unsigned) {}) && CCustomThread::EndThreads(0));
+    // Of what cannot seek no position is needed.
+    int ends[2];
+    ASSERT_TRUE(pipe(ends) == 0 && write(ends[1], "ab", 2) == 2 && close(ends[1]) == 0);
+    CXFile in(CXFile::HandleFromDescriptor(ends[0]), true);
+    CXArchive archive(&in, xArchiveLoad);
+    char byte = 0;
+    archive >> byte;
+    archive.SetBudget(1, 1, 1);
+    archive.Flush();
+    archive.Close();
+    in.Close();
+    const std::wstring name = m_folder.WidePath("pipe");
+    ASSERT_EQ(mkfifo(m_folder.Path("pipe").c_str(), 0600), 0);
+    const CXFile reader(name.c_str(), CXFile::modeReadWrite | CXFile::shareDenyNone); // so that a writer need not wait
+    EXPECT_TRUE(file.Open(name.c_str(), CXFile::modeWrite | CXFile::shareDenyNone | CStdioFileEx::kWriteUtf16));
+    for (int i = 0; i < 2; ++i)
+    {
+        file.WriteString(L"a");
+        file.Flush();
+    }
+    file.Close();
+    EXPECT_TRUE(SetLogFile(name.c_str(), xLogAppend, 0xFF));
+    WriteToLogFile(L"a");
+    EXPECT_TRUE(CloseLogFile());
     EXPECT_FALSE(XLastFailure()) << XLastFailure().GetOperation();
     EXPECT_STREQ(XLastFailure().GetOperation(), "");
 }

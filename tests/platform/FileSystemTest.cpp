@@ -51,6 +51,10 @@ TEST(IoLoops, RepeatWhatWasInterruptedAndShort)
         std::size_t moved = 99;
         EXPECT_EQ(ReadFully(read, buffer, sizeof(buffer), moved), c.readSucceeds);
         EXPECT_EQ(moved, c.moved);
+        ScriptedCall readOnce{c.answers};
+        const int answer = *std::find_if(c.answers.begin(), c.answers.end(), [](int each) { return each != -EINTR; });
+        EXPECT_EQ(ReadAvailable(readOnce, buffer, sizeof(buffer), moved), answer >= 0);
+        EXPECT_EQ(static_cast<int>(moved), std::max(answer, 0));
         moved = 99;
         EXPECT_EQ(WriteFully(write, buffer, sizeof(buffer), moved) ? 0 : errno, c.writeError);
         EXPECT_EQ(moved, c.moved);

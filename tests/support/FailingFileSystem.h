@@ -58,6 +58,11 @@ public:
         delivered = 0;
         return !Fails("read") && m_real->Read(file, buffer, std::min(count, m_transfer), delivered);
     }
+    bool ReadAvailable(platform::FileHandle file, void* buffer, std::size_t count, std::size_t& delivered) override
+    {
+        delivered = 0;
+        return !Fails("read") && m_real->ReadAvailable(file, buffer, std::min(count, m_transfer), delivered);
+    }
     bool Write(platform::FileHandle file, const void* buffer, std::size_t count, std::size_t& written) override
     {
         written = 0;

@@ -138,6 +138,14 @@ public:
         return ReadFully(readOnce, buffer, count, delivered) || FailFor(descriptor, O_WRONLY);
     }
 
+    bool ReadAvailable(FileHandle file, void* buffer, std::size_t count, std::size_t& delivered) override
+    {
+        const WithoutCancellation whole;
+        const int descriptor = DescriptorOf(file);
+        const auto readOnce = [descriptor](void* bytes, std::size_t size) { return read(descriptor, bytes, size); };
+        return platform::ReadAvailable(readOnce, buffer, count, delivered) || FailFor(descriptor, O_WRONLY);
+    }
+
     bool Write(FileHandle file, const void* buffer, std::size_t count, std::size_t& written) override
     {
         const WithoutCancellation whole;
