@@ -147,6 +147,14 @@ bool AddArchiveTo(const CPathString& recordPath, const CPathString& archive) noe
     return isAdded;
 }
 
+// They are those of a signal, which is noted with them.
+unsigned PointerFlagOf(const CrashRecord& record) noexcept
+{
+    const bool hasPointers = std::any_of(record.m_details.begin(), record.m_details.end(),
+                                         [](const auto& detail) { return detail.first == crashdetail::kSignal; });
+    return hasPointers ? 0 : xCrashWithoutPointers;
+}
+
 CPathString DetailsPath(const CrashRecord& record)
 {
     const CXTString<wchar_t> extension = record.m_dump.GetExtension();

@@ -65,6 +65,8 @@ void AddOwnFiles(CrashRecord& record);
 void RemoveUnplacedDump(const CrashRecord& record) noexcept;
 /// The path of the file with the details of a crash.
 CPathString DetailsPath(const CrashRecord& record);
+/// xCrashWithoutPointers for a crash whose hook had no exception pointers, else 0.
+unsigned PointerFlagOf(const CrashRecord& record) noexcept;
 /// The text of the details for a reader.
 std::string ComposeDetails(const CrashRecord& record);
 
@@ -80,4 +82,6 @@ constexpr unsigned kTextCrash = 0xE107;
 constexpr unsigned kTextFiles = 0xE108;
 constexpr unsigned kTextSupportAddress = 0xE109;
 constexpr unsigned kTextDetails = 0xE10E;
+constexpr unsigned kTextNotSavedTitle = 0xE10F;
+constexpr unsigned kTextNotSaved = 0xE110;
 } // namespace tev

@@ -52,18 +52,50 @@ void CopyFile(const Text& from, const Text& to)
     replacement.Commit();
 }
 
+/// Says nothing where the user chose so: no place, or the one where the report is.
+void NotifyNotSaved(const wchar_t* archivePath)
+{
+    const XFailure failure = XLastFailure();
+    if (failure.GetKind() == XFailureKind::kCancelled || failure.GetKind() == XFailureKind::kArgument)
+        return;
+    Text title;
+    title.LoadString(tev::kTextNotSavedTitle);
+    Text text;
+    text.Format(tev::kTextNotSaved, failure.GetText().GetConstBuffer(), archivePath);
+    XGetUserInterface().Notify(title, text, Text(L"explore:") + archivePath);
+}
+
+/// What the program needs to do as the handler of the crashed process would.
+std::vector<std::string> DialogArguments(const tev::CrashRecord& record, const CPathString& archive)
+{
+    std::size_t room = std::size_t{1} << 16; // the system bounds the arguments of a program
+    std::vector<std::string> arguments = {tev::SystemFilePath(archive).string()};
+    const auto add = [&](const char* option, const std::string& value) {
+        if (value.size() >= room)
+            return;
+        room -= value.size();
+        arguments.insert(arguments.end(), {option, value});
+    };
+    add("--application", tev::Utf8(record.m_name));
+    add("--version", tev::Utf8(record.m_version));
+    add("--support", tev::Utf8(record.m_support));
+    add("--language", tev::Utf8(record.m_dialogLanguage));
+    add("--product", tev::Utf8(record.m_product));
+    add("--flags", std::to_string((record.m_isCrash ? xCrashReport : xFilesReport) | tev::PointerFlagOf(record)));
+    add("--log", tev::SystemFilePath(record.m_log.GetFileName()).string());
+    for (const XReportFile& file : record.m_files)
+    {
+        if (file.m_description.IsEmpty())
+            add("--file", tev::SystemFilePath(file.m_path).string());
+    }
+    return arguments;
+}
 } // namespace
 
 void tev::ShowByCrashDialog(const CrashRecord& record, const CPathString& archive) noexcept
 {
-    if (record.m_dialogLanguage.IsEmpty())
-        return;
-    Attempt([&] {
-        const std::string path = SystemFilePath(archive).string();
-        static_cast<void>(platform::StartCrashDialog({path, "--application", Utf8(record.m_name), "--version",
-                                                      Utf8(record.m_version), "--support", Utf8(record.m_support),
-                                                      "--language", Utf8(record.m_dialogLanguage)}));
-    });
+    if (!record.m_dialogLanguage.IsEmpty())
+        Attempt([&] { static_cast<void>(platform::StartCrashDialog(DialogArguments(record, archive))); });
 }
 
 bool CCrashHandler::GenerateErrorReport(const wchar_t* archivePath, const std::vector<XReportFile>& files)
@@ -123,9 +155,12 @@ void CrashHandlerAccess::FinishLeft(CCrashHandler& handler)
         {
             if (!report.m_archive.IsEmpty() && HasHost(userInterface))
             {
+                const unsigned flags = handler.m_flags;
+                handler.m_flags = (flags & ~xCrashWithoutPointers) | tev::PointerFlagOf(report.m_record);
                 g_isAskingAtStart.store(true);
                 OfferReport(handler, report.m_record, report.m_archive);
                 g_isAskingAtStart.store(false);
+                handler.m_flags = flags;
             }
             tev::RemoveUnplacedDump(report.m_record);
         }
@@ -153,8 +188,8 @@ bool CCrashHandler::Offer(const wchar_t* archivePath, const Text& introduction, 
             return true;
         NotifyToMailByHand(archivePath);
     }
-    else if (answer.m_save)
-        SaveReport(archivePath);
+    else if (answer.m_save && !SaveReport(archivePath))
+        NotifyNotSaved(archivePath);
     return false;
 }
 

@@ -53,6 +53,8 @@ constexpr TextOfNumber kMessageTexts[] = {
     {kReport + 12, L"Size", L"Taille"},
     {kReport + 13, L"Type", L"Type"},
     {kReport + 14, L"Details of the error", L"Détails de l'erreur"},
+    {kReport + 15, L"The report is not saved", L"Le rapport n'est pas enregistré"},
+    {kReport + 16, L"%s The report stays where it is: %s", L"%s Le rapport reste où il est : %s"},
 
     {kZipFailure + 0, L"No error occurred.", L"Aucune erreur ne s'est produite."},
     {kZipFailure + 1, L"A file could not be read or written, or memory ran out.",

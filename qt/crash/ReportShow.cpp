@@ -1,6 +1,5 @@
 #include "qt/crash/ReportShow.h"
 
-#include "crash/CCrashHandler.h"
 #include "objects/CXException.h"
 #include "qt/toolkit/CQtUserInterface.h"
 #include "qt/toolkit/QtText.h"
@@ -23,10 +22,14 @@ class Reporter : public CCrashHandler
 {
 public:
     explicit Reporter(const tev::ReportOfCrash& report)
-        : CCrashHandler(nullptr, report.m_name, report.m_version, xCrashReport | xCrashNoCallback)
+        : CCrashHandler(nullptr, report.m_name, report.m_version, report.m_flags | xCrashNoCallback)
     {
     }
-    using CCrashHandler::GenerateErrorReport;
+    bool AskAbout(const tev::ReportOfCrash& report)
+    {
+        return GetMode() == xCrashReport ? GenerateErrorReport(report.m_archive, report.m_files)
+                                         : GenerateFilesErrorReport(report.m_archive, &report.m_files);
+    }
 };
 
 /// The files of the report in a folder of their own, until the end of the object.
@@ -44,14 +47,21 @@ public:
     bool IsUnpacked() const noexcept { return m_isUnpacked; }
 
     /// The dump first.
-    std::vector<XReportFile> Files() const
+    std::vector<XReportFile> Files(const tev::ReportOfCrash& report) const
     {
         std::vector<XReportFile> files;
+        const QString product = XToQString(report.m_product);
+        const bool isCrash = (report.m_flags & 0xFF) == xCrashReport;
         const QDir folder(XToQString(m_folder));
         for (const QString& name : folder.entryList(QDir::Files | QDir::Hidden, QDir::Name))
         {
-            const bool isDump = name.endsWith(QStringLiteral(".dmp"));
-            const QString about = isDump ? XInLanguage(u"Memory dump", u"Vidage mémoire") : QString();
+            const bool isDump = isCrash && (product.isEmpty() ? name.endsWith(QStringLiteral(".dmp"))
+                                                              : name == product + QStringLiteral(".dmp"));
+            const QString about = isDump ? XInLanguage(u"Memory dump", u"Vidage mémoire")
+                                  : isCrash && name == product + QStringLiteral(".txt")
+                                      ? XInLanguage(u"Details of the error", u"Détails de l'erreur")
+                                  : name == XToQString(report.m_log) ? XInLanguage(u"Error log", u"Journal d'erreur")
+                                                                     : QString();
             const XReportFile file = {XFromQString(folder.filePath(name)), XFromQString(about)};
             files.insert(isDump ? files.begin() : files.end(), file);
         }
@@ -64,17 +74,31 @@ private:
     bool m_isUnpacked = false;
 };
 
+/// Shows what is in the archive in the place of the files that were packed, which may have changed since.
+class ReportWindows : public CQtUserInterface
+{
+public:
+    explicit ReportWindows(std::vector<XReportFile> files) : m_files(std::move(files)) {}
+    XReportAnswer AskAboutReport(const Text& introduction, const std::vector<XReportFile>&) override
+    {
+        return CQtUserInterface::AskAboutReport(introduction, m_files);
+    }
+
+private:
+    const std::vector<XReportFile> m_files;
+};
+
 bool OfferReport(const tev::ReportOfCrash& report)
 {
     const UnpackedReport unpacked(report.m_archive);
     if (!unpacked.IsUnpacked())
         return false;
-    CQtUserInterface windows;
+    ReportWindows windows(unpacked.Files(report));
     XSetCrashDialog(false); // a crash of this program is not shown by another one
     CUserInterface* const before = XSetUserInterface(&windows);
     {
         Reporter reporter(report);
-        if (reporter.GenerateErrorReport(report.m_archive, unpacked.Files()))
+        if (reporter.AskAbout(report))
             QFile::remove(XToQString(report.m_archive));
     }
     XSetUserInterface(before);
@@ -89,22 +113,33 @@ bool ParseArguments(const QStringList& arguments, ReportOfCrash& report)
     const QHash<QString, Text ReportOfCrash::*> options = {{QStringLiteral("--application"), &ReportOfCrash::m_name},
                                                            {QStringLiteral("--version"), &ReportOfCrash::m_version},
                                                            {QStringLiteral("--support"), &ReportOfCrash::m_support},
-                                                           {QStringLiteral("--language"), &ReportOfCrash::m_language}};
-    for (qsizetype i = 1; i < arguments.size(); ++i)
+                                                           {QStringLiteral("--language"), &ReportOfCrash::m_language},
+                                                           {QStringLiteral("--product"), &ReportOfCrash::m_product}};
+    bool isRight = true;
+    for (qsizetype i = 1; isRight && i < arguments.size(); ++i)
     {
-        const auto option = options.find(arguments[i]);
-        if (option == options.end())
+        const QString& word = arguments[i];
+        if (!word.startsWith(u'-'))
         {
-            if (!report.m_archive.IsEmpty() || arguments[i].startsWith(u'-'))
-                return false;
-            report.m_archive = XFromQString(arguments[i]);
+            isRight = report.m_archive.IsEmpty();
+            report.m_archive = XFromQString(word);
+            continue;
         }
-        else if (++i < arguments.size())
-            report.*option.value() = XFromQString(arguments[i]);
+        if (++i == arguments.size())
+            return false;
+        const Text value = XFromQString(arguments[i]);
+        if (const auto option = options.find(word); option != options.end())
+            report.*option.value() = value;
+        else if (word == u"--log")
+            report.m_log = value;
+        else if (word == u"--file")
+            report.m_files.push_back({value, {}});
+        else if (word == u"--flags")
+            report.m_flags = arguments[i].toUInt(&isRight);
         else
             return false;
     }
-    return !report.m_archive.IsEmpty();
+    return isRight && !report.m_archive.IsEmpty();
 }
 
 bool ShowReportOfCrash(const ReportOfCrash& report)
@@ -114,8 +149,9 @@ bool ShowReportOfCrash(const ReportOfCrash& report)
     XSetSupportAddress(report.m_support);
     try
     {
-        if (!report.m_name.IsEmpty())
-            XSetApplicationName(report.m_name);
+        const Text& name = report.m_product.IsEmpty() ? report.m_name : report.m_product;
+        if (!name.IsEmpty())
+            XSetApplicationName(name);
         return OfferReport(report);
     }
     catch (CXException* exception)

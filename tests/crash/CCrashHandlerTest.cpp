@@ -534,10 +534,27 @@ TEST_F(CCrashHandlerTest, AMailHasThePrefaceAndTheArchive)
     EXPECT_EQ(mail.Words()[4], "I opened a file");
 }
 
-TEST_F(CCrashHandlerTest, AFailedMailIsNotified)
+TEST_F(CCrashHandlerTest, AFailedMailAndAFailedSavingAreNotified)
 {
     const MailProgram mail(3);
     TestUser user;
+    user.m_answer.m_save = true;
+    CrashInstall(nullptr, L"Viewer", L"3.1", xCrashReport);
+    const std::wstring lost = m_folder.WidePath("none/b.zip");
+    user.m_savePath = CPathString(lost.c_str());
+    CrashGenerateErrorReport(nullptr, false);
+    EXPECT_THAT(std::wstring(user.m_notified),
+                testing::AllOf(HasSubstr(lost), HasSubstr(L"|explore:" + CommonPath("DebugReport.zip"))));
+    for (const std::wstring& place :
+         {std::wstring(), CommonPath("DebugReport (2).zip")}) // both are the person's choice
+    {
+        user.m_notified.Empty();
+        user.m_savePath = CPathString(place.c_str());
+        CrashGenerateErrorReport(nullptr, false);
+        EXPECT_STREQ(user.m_notified, L"");
+    }
+    std::filesystem::remove_all(m_folder.Path("common"));
+    user.m_answer.m_save = false;
     user.m_answer.m_send = true;
     XSetSupportAddress(L"help@example.org");
     CrashInstall(nullptr, L"Viewer", L"3.1", xCrashReport);
@@ -612,8 +629,12 @@ TEST_F(CCrashHandlerTest, TheNextStartFinishesWhatAPowerFailureLeft)
     EXPECT_FALSE(HasReport("DebugReport.zip"));
     user.m_canAsk = true;
     user.m_whenAsked = [] { ForkElsewhere(nullptr); };
+    const MailProgram mail(3);
+    user.m_answer.m_send = true;
     XOfferLeftReports();
     EXPECT_EQ(g_asked, 5) << "a fork waits for no answer";
+    EXPECT_EQ(mail.Words()[4], "No exceptions pointers. Report might be generated at startup.\r")
+        << "no signal is noted";
     EXPECT_EQ(NamesInArchive(CommonPath("DebugReport.zip")),
               (std::set<std::wstring>{L"scene.obj", L"x.dmp", L"x.txt"}));
     EXPECT_EQ(user.m_files.size(), 4u);

@@ -36,24 +36,35 @@ int EndTheThread(CCrashHandler*)
 
 TEST(CrashDialog, IsStartedByTheCrashedProcessOrByItsHelper)
 {
-    for (const bool byHelper : {false, true})
+    for (const auto& [byHelper, isOfFiles] : {std::pair(false, false), {true, false}, {false, true}, {true, true}})
     {
         const TempFolder folder;
+        const std::string scene = folder.Path("scene.obj").string();
+        folder.WriteFile("scene.obj", "v");
         const EnvironmentVariable program("TEVTOOLS_CRASH_DIALOG", MakeRecorder(folder).c_str());
         const EnvironmentVariable common("TEVTOOLS_COMMON_DATA", folder.Path().c_str());
         const EnvironmentVariable user("TEVTOOLS_USER_DATA", folder.Path().c_str());
-        EXPECT_EQ(1, ResultInChild([byHelper]() -> int {
+        EXPECT_EQ(1, ResultInChild([byHelper = byHelper, isOfFiles = isOfFiles, &scene]() -> int {
                       XSetLanguage(XLanguage::French);
                       XSetSupportAddress(L"help@example.com");
                       XSetCrashDialog(true);
-                      CrashInstall(byHelper ? EndTheThread : nullptr, L"Modeller", L"2.5", xCrashReport);
+                      CrashInstall(byHelper ? EndTheThread : nullptr, L"Modeller", L"2.5",
+                                   isOfFiles ? xFilesReport : xCrashReport);
+                      CXArray<CXTString<wchar_t>> files;
+                      files.Add(CXTString<wchar_t>(scene.c_str()));
+                      CrashGetHandler()->AddFiles(files);
                       std::terminate();
                   }));
         ASSERT_TRUE(Eventually([&] { return folder.Exists("arguments"); }));
-        EXPECT_EQ(folder.Path("DebugReport.zip").string() +
-                      "\n--application\nModeller\n--version\n2.5\n--support\nhelp@example.com\n--language\nfr\n",
+        const char* const name = isOfFiles ? "FileReport.zip" : "DebugReport.zip";
+        const std::string product = CXTString<char>(XGetApplicationName()).GetConstBuffer();
+        const unsigned flags = (isOfFiles ? xFilesReport : xCrashReport) | xCrashWithoutPointers;
+        EXPECT_EQ(folder.Path(name).string() +
+                      "\n--application\nModeller\n--version\n2.5\n--support\nhelp@example.com\n--language\nfr"
+                      "\n--product\n" +
+                      product + "\n--flags\n" + std::to_string(flags) + "\n--log\n\n--file\n" + scene + "\n",
                   folder.ReadFile("arguments"));
-        EXPECT_TRUE(folder.Exists("DebugReport.zip"));
+        EXPECT_TRUE(folder.Exists(name));
     }
 }
 
@@ -83,10 +94,18 @@ protected:
     {
         CZip zip;
         zip.Open(m_folder.WidePath("DebugReport.zip").c_str(), zipCreate, true, nullptr);
-        for (const char* const name : {"Modeller.txt", "Modeller.dmp"})
+        for (const char* const name : {"Modeller.txt", "Modeller.dmp", "host.log"})
             zip.AddNewFile(m_folder.WriteFile(name, "what happened\n").c_str(), false, ZipCompressionLevel(6));
         zip.Close(false);
-        m_report = {m_folder.WidePath("DebugReport.zip").c_str(), L"Modeller", L"2.5", L"help@example.com", L"en"};
+        m_report = {m_folder.WidePath("DebugReport.zip").c_str(),
+                    L"Modeller",
+                    L"2.5",
+                    L"help@example.com",
+                    L"en",
+                    L"Modeller",
+                    L"host.log",
+                    xCrashReport | xCrashWithoutPointers,
+                    {}};
     }
     ~ShownReports() override
     {
@@ -119,9 +138,12 @@ TEST_F(ShownReports, StayUnlessTheyAreMailed)
         const Person person({{{}, [button](QDialog& dialog) {
                                   EXPECT_THAT(TextOf(dialog).toStdString(), testing::HasSubstr("Modeller version 2.5"));
                                   const auto& table = *dialog.findChild<QTableWidget*>();
-                                  ASSERT_EQ(2, table.rowCount());
-                                  EXPECT_EQ(QStringLiteral("Modeller.dmp"), table.item(0, 0)->text());
-                                  EXPECT_EQ(QStringLiteral("Modeller.txt"), table.item(1, 0)->text());
+                                  QStringList texts;
+                                  for (int row = 0; row < table.rowCount(); ++row)
+                                      texts << table.item(row, 0)->text() + u'=' + table.item(row, 1)->text();
+                                  EXPECT_EQ(QStringLiteral("Modeller.dmp=Memory dump Modeller.txt=Details of the error "
+                                                           "host.log=Error log"),
+                                            texts.join(u' '));
                                   dialog.findChild<QLineEdit*>()->setText(QStringLiteral("me@example.com"));
                                   Press(dialog, QString::fromUtf8(button));
                               }}});
@@ -136,8 +158,40 @@ TEST_F(ShownReports, StayUnlessTheyAreMailed)
         EXPECT_EQ(one.m_mailer, notifications);
     }
     EXPECT_THAT(programs.ReadFile("mail"),
-                testing::AllOf(testing::HasSubstr("me@example.com\n"), testing::HasSubstr("help@example.com\n")));
+                testing::AllOf(testing::HasSubstr("me@example.com\n"), testing::HasSubstr("help@example.com\n"),
+                               testing::HasSubstr("No exceptions pointers. ")));
     EXPECT_FALSE(tev::ShowReportOfCrash(m_report)) << "it is no longer there";
+}
+
+TEST_F(ShownReports, OfFilesNameThemAndSayWhereTheyCannotBeSaved)
+{
+    m_report.m_flags = xFilesReport;
+    m_report.m_files = {{L"/models/pawn.obj", {}}};
+    const QString inTheWay = QString::fromStdWString(m_folder.WriteFile("file", "") + L"/a.zip");
+    const Person person({{{},
+                          [](QDialog& dialog) {
+                              EXPECT_TRUE(TextOf(dialog).endsWith(QStringLiteral("\n\nFile(s):\n/models/pawn.obj")))
+                                  << TextOf(dialog).toStdString();
+                              Press(dialog, QStringLiteral("Save…"));
+                          }},
+                         {{}, [&](QDialog& dialog) {
+                              auto* const name = dialog.findChild<QLineEdit*>();
+                              name->setText(inTheWay);
+                              QTest::keyClick(name, Qt::Key_Return);
+                          }}});
+    InLoop([this] { EXPECT_TRUE(tev::ShowReportOfCrash(m_report)); });
+    EXPECT_TRUE(m_folder.Exists("DebugReport.zip"));
+    int notifications = 0;
+    for (QWidget* const window : QApplication::topLevelWidgets())
+    {
+        auto* const dialog = qobject_cast<QDialog*>(window);
+        if (dialog == nullptr || dialog->windowTitle() != QStringLiteral("The report is not saved"))
+            continue;
+        const QString text = TextOf(*dialog);
+        EXPECT_TRUE(text.contains(inTheWay) && text.contains(XToQString(m_report.m_archive))) << text.toStdString();
+        notifications += dialog->close();
+    }
+    EXPECT_EQ(1, notifications);
 }
 
 // The program itself: a person who ends it in any way keeps the report.
@@ -204,6 +258,7 @@ TEST(CrashDialogArguments, OfAnotherKindAreRefused)
     EXPECT_FALSE(parses({}));
     EXPECT_FALSE(parses({QStringLiteral("a.zip"), QStringLiteral("b.zip")}));
     EXPECT_FALSE(parses({QStringLiteral("a.zip"), QStringLiteral("--application")}));
-    EXPECT_FALSE(parses({QStringLiteral("--other"), QStringLiteral("a.zip")}));
+    EXPECT_FALSE(parses({QStringLiteral("a.zip"), QStringLiteral("--other"), QStringLiteral("x")}));
+    EXPECT_FALSE(parses({QStringLiteral("a.zip"), QStringLiteral("--flags"), QStringLiteral("x")}));
 }
 } // namespace
