@@ -2,13 +2,18 @@
 
 #include "services/CWatchFolder.h"
 
-#include <QDateTime>
+#include <QElapsedTimer>
 #include <QString>
+
+#include <filesystem>
+#include <utility>
+#include <vector>
 
 namespace tev::browser
 {
-/// Notices changes of a file, and of those beside it whose names begin like its own, by the system's notifications; where the
-/// system refuses these, by size and time.
+/// Notices changes of a file, and of those beside it whose names begin like its own, by the system's notifications. It also looks
+/// at the size and time of the file, and of the log that a database has beside it: at each call where the system refuses
+/// notifications, else every two seconds, since a file behind a link, or in a folder that was replaced, is not notified.
 class FileWatch
 {
 public:
@@ -18,24 +23,18 @@ public:
     bool Poll();
 
 private:
-    struct Stamp
-    {
-        bool m_exists = false;
-        qint64 m_size = 0;
-        QDateTime m_time;
+    /// Of each file.
+    using Stamp = std::vector<std::pair<std::uintmax_t, std::filesystem::file_time_type>>;
 
-        bool operator==(const Stamp& other) const
-        {
-            return m_exists == other.m_exists && m_size == other.m_size && m_time == other.m_time;
-        }
-    };
     Stamp GetStamp() const;
     bool Start();
+    bool IsNotified();
 
     QString m_path;
     QString m_folder;
     CWatchFolder m_watcher;
     bool m_isWatching = false;
     Stamp m_stamp;
+    QElapsedTimer m_sinceLook;
 };
 } // namespace tev::browser

@@ -289,6 +289,11 @@ Result PreferenceSource::Apply(const ValueEdit& edit)
     return Update(edit.m_place.front(), [&](CCustomData& store) { ChangeIn(store, edit, 1); });
 }
 
+bool PreferenceSource::HasNode(const Place& place)
+{
+    return List()->Find(place.front()) != nullptr;
+}
+
 Result PreferenceSource::Apply(const NodeEdit& edit)
 {
     const std::wstring& id = edit.m_place.front();
@@ -299,8 +304,7 @@ Result PreferenceSource::Apply(const NodeEdit& edit)
         return store;
     };
     Refresh();
-    const bool isThere = List()->Find(id) != nullptr;
-    if (isThere != edit.m_before.has_value())
+    if (HasNode(edit.m_place) != edit.m_before.has_value())
         return {Outcome::kChanged, {}};
     if (edit.m_after)
         return Update(id, [&](CCustomData& store) {

@@ -272,6 +272,12 @@ QString RegistrySource::WhyReadOnly(const Place& place)
     return {};
 }
 
+bool RegistrySource::HasNode(const Place& place)
+{
+    CRegUtil registry(CRegUtil::kRead);
+    return OpenKey(registry, place) == kDone;
+}
+
 std::optional<std::wstring> RegistrySource::ParseValueId(const QString& text) const
 {
     return std::wstring(std::wstring_view(XFromQString(text)));

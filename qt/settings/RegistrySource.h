@@ -27,6 +27,7 @@ public:
     Reading Read(const Place& place, const std::wstring& id, unsigned __int64 largest) override;
     QString WhyReadOnly(const Place& place) override;
     bool CanHaveNodes(const Place& place) const override { return !place.empty(); }
+    bool HasNode(const Place& place) override;
     bool IsNode(const Place& place) const override { return place.size() > 1; }
     std::optional<std::wstring> ParseValueId(const QString& text) const override;
     std::optional<std::wstring> ParseNodeId(const QString& text) const override;

@@ -175,6 +175,8 @@ public:
     virtual QString WhyReadOnly(const Place& place) = 0;
     /// Whether nodes can be made below it.
     virtual bool CanHaveNodes(const Place& place) const = 0;
+    /// Whether a node is there, as far as it was read.
+    virtual bool HasNode(const Place& place) = 0;
     /// Whether it can be deleted as a node.
     virtual bool IsNode(const Place& place) const = 0;
     /// The identifier that a person means; empty where it is none.

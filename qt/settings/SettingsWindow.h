@@ -101,6 +101,7 @@ private:
     bool Make(const QString& text, Edits edits);
     bool AskToOverwrite(Edits& edits);
     void TakeBack(Result (EditHistory::*step)(), const QString& refused);
+    bool AskToReplace(ValueChange& change);
     bool Ask(const QString& question, const QString& details = {});
     void Say(const QString& text, const QString& details = {});
 

@@ -34,6 +34,12 @@ void ShowAsPlainText(QMessageBox& box, const QString& text, const QString& detai
     box.setText(text);
     box.setInformativeText(details);
 }
+
+QString GoneText()
+{
+    return XInLanguage(u"The value is no longer there.", u"La valeur n'est plus là.");
+}
+
 QString ReadingTitle()
 {
     return XInLanguage(u"Read", u"Lire");
@@ -199,6 +205,29 @@ void SettingsWindow::Redo()
     TakeBack(&EditHistory::Redo, XInLanguage(u"This cannot be redone.", u"Ceci ne peut pas être rétabli."));
 }
 
+/// Of a value that is to be made under a name that may be taken already.
+bool SettingsWindow::AskToReplace(ValueChange& change)
+{
+    SettingsSource& source = *m_shown->m_source;
+    const Place place = ChosenPlace();
+    Reading reading;
+    if (!Run(ReadingTitle(), source.TakesLong(),
+             [&](SettingsSource& own, TransferState&) { reading = own.Read(place, change.m_id, kLargestEdited); }))
+        return false;
+    if (!reading.m_isThere)
+        return true;
+    const QString name = source.GetValueName(change.m_id);
+    if (!reading.m_value)
+    {
+        Say(XInLanguage(u"There is a value of this name already.", u"Il y a déjà une valeur de ce nom."), name);
+        return false;
+    }
+    change.m_before = reading.m_value;
+    return Ask(XInLanguage(u"There is a value of this name already. Replace it?",
+                           u"Il y a déjà une valeur de ce nom. La remplacer ?"),
+               name + QStringLiteral(" = ") + ValueLine(source, *reading.m_value));
+}
+
 void SettingsWindow::NewValue()
 {
     SettingsSource& source = *m_shown->m_source;
@@ -206,9 +235,9 @@ void SettingsWindow::NewValue()
     ValueEditor editor(source, this);
     if (editor.exec() != QDialog::Accepted)
         return;
-    const std::wstring id = editor.GetId();
-    if (Make(XInLanguage(u"new value", u"nouvelle valeur"), {ValueEdit{place, {{id, {}, editor.GetValue(), false}}}}))
-        GoTo(place, id);
+    ValueEdit edit{place, {{editor.GetId(), {}, editor.GetValue(), false}}};
+    if (AskToReplace(edit.m_changes[0]) && Make(XInLanguage(u"new value", u"nouvelle valeur"), {edit}))
+        GoTo(place, editor.GetId());
 }
 
 void SettingsWindow::EditValue()
@@ -222,10 +251,11 @@ void SettingsWindow::EditValue()
     const Reading reading = source.Read(place, id, kLargestEdited);
     if (!reading.m_value)
     {
-        Say(reading.m_fault.isEmpty() ? XInLanguage(u"The value is too large to be edited here.",
-                                                    u"La valeur est trop grande pour être modifiée ici.")
-                                      : reading.m_fault);
-        return;
+        Say(!reading.m_isThere          ? GoneText()
+            : reading.m_fault.isEmpty() ? XInLanguage(u"The value is too large to be edited here.",
+                                                      u"La valeur est trop grande pour être modifiée ici.")
+                                        : reading.m_fault);
+        return Refresh();
     }
     const bool isReadOnly = !source.WhyReadOnly(place).isEmpty() || !reading.m_fault.isEmpty();
     ValueEditor editor(source, m_shown->m_values.data(m_shown->m_values.index(row, 0), Qt::DisplayRole).toString(),
@@ -248,7 +278,9 @@ void SettingsWindow::RenameValue()
              [&](SettingsSource& own, TransferState&) { reading = own.Read(place, id, ~0ULL); }))
         return;
     if (!reading.m_value)
-        return Say(XInLanguage(u"The value cannot be read.", u"La valeur est illisible."), reading.m_fault);
+        return Say(reading.m_isThere ? XInLanguage(u"The value cannot be read.", u"La valeur est illisible.")
+                                     : GoneText(),
+                   reading.m_fault);
     const QString before = source.GetValueName(id);
     bool isGiven = false;
     const QString name =
@@ -260,8 +292,12 @@ void SettingsWindow::RenameValue()
     if (!newId)
         return Say(XInLanguage(u"The name must be a number of 32 bits or four letters.",
                                u"Le nom doit être un nombre de 32 bits ou quatre lettres."));
-    const ValueEdit edit{place, {{id, reading.m_value, {}, false}, {*newId, {}, reading.m_value, false}}};
-    if (*newId != id && Make(XInLanguage(u"rename", u"renommage"), {edit}))
+    // The registry does not tell the cases of letters apart.
+    const bool isSameName = dynamic_cast<RegistrySource*>(&source) != nullptr &&
+                            XFromQString(name).CompareNoCase(XFromQString(before)) == 0;
+    ValueEdit edit{place, {{id, reading.m_value, {}, false}, {*newId, {}, reading.m_value, false}}};
+    if (*newId != id && (isSameName || AskToReplace(edit.m_changes[1])) &&
+        Make(XInLanguage(u"rename", u"renommage"), {edit}))
         GoTo(place, newId);
 }
 
@@ -344,6 +380,14 @@ void SettingsWindow::NewNode()
     if (!id)
         return Say(XInLanguage(u"This is not a name that can be given.", u"Ce nom ne peut pas être donné."), name);
     place.push_back(*id);
+    if (source.HasNode(place))
+    {
+        GoTo(place);
+        return Say(isStore
+                       ? XInLanguage(u"There is a store of these keys already.", u"Il y a déjà un magasin de ces clés.")
+                       : XInLanguage(u"There is a key of this name already.", u"Il y a déjà une clé de ce nom."),
+                   name);
+    }
     if (Make(isStore ? XInLanguage(u"new store", u"nouveau magasin") : XInLanguage(u"new key", u"nouvelle clé"),
              {NodeEdit{place, {}, source.EmptySnapshot(place), false}}))
         GoTo(place);

@@ -197,6 +197,67 @@ TEST_F(SettingsWindowTest, ChangesOfOtherProgramsAppearAndArePreserved)
     }
 }
 
+TEST_F(SettingsWindowTest, ChangesOfAFileBehindALinkAppear)
+{
+    ASSERT_TRUE(m_folder.Save(1, 2, [](CCustomData& store) { store.SetInt(1, 7); }));
+    const QTemporaryDir links;
+    const QString link = links.filePath(QStringLiteral("link.prefs"));
+    ASSERT_TRUE(QFile::link(m_folder.m_file, link));
+    Open(std::make_unique<PreferenceSource>(link));
+    ASSERT_TRUE(WaitFor([this] { return Lines().value(0) == u"1\tint\t4\t7"; }));
+    ASSERT_TRUE(m_folder.Save(1, 2, [](CCustomData& store) { store.SetInt(1, 8); }));
+    EXPECT_TRUE(WaitFor([this] { return Lines().value(0) == u"1\tint\t4\t8"; }));
+}
+
+TEST_F(SettingsWindowTest, ANameThatIsTakenIsNoChangeOfAnotherProgram)
+{
+    OpenStore();
+    const auto makeValue = [this](QMessageBox::StandardButton answer) {
+        Person person({[](QDialog& dialog) {
+                           QTest::keyClicks(dialog.focusWidget(), QStringLiteral("2"));
+                           dialog.findChild<QComboBox*>()->setCurrentText(QStringLiteral("text"));
+                           dialog.findChild<QPlainTextEdit*>()->setPlainText(QStringLiteral("Wall"));
+                           dialog.accept();
+                       },
+                       Person::Click(answer, QStringLiteral("of this name already. Replace it?\n2 = Roof"))});
+        QTest::keyClick(m_table, Qt::Key_Insert);
+    };
+    m_table->setFocus();
+    makeValue(QMessageBox::No);
+    EXPECT_EQ(QStringLiteral("2\ttext\t10\tRoof"), Lines().value(1));
+    makeValue(QMessageBox::Yes);
+    EXPECT_EQ(QStringLiteral("2\ttext\t10\tWall"), Lines().value(1));
+    Choose(0);
+    {
+        Person person({Person::Type(QStringLiteral("3")), Person::Click(QMessageBox::Yes, QStringLiteral("3 = true"))});
+        QTest::keyClick(m_table, Qt::Key_F2);
+    }
+    EXPECT_THAT(Lines(), ElementsAre(u"2\ttext\t10\tWall", u"3\tint\t4\t7"));
+    Press(QKeySequence::Undo);
+    Press(QKeySequence::Undo);
+    EXPECT_THAT(Lines(), ElementsAre(u"1\tint\t4\t7", u"2\ttext\t10\tRoof", u"3\tbool\t4\ttrue"));
+    {
+        Person person({Person::Type(QStringLiteral("1 2")),
+                       Person::Click(QMessageBox::Ok, QStringLiteral("a store of these keys already"))});
+        Action("newNode")->trigger();
+    }
+
+    const RegistryKey key(L"Software\\TakenTest");
+    key.Open().WriteKeyInt(L"page", 5);
+    Open(std::make_unique<RegistrySource>());
+    ASSERT_TRUE(m_window->GoTo(key.GetPlace()) && WaitFor([this] { return Lines().size() == 1; }));
+    Choose(0);
+    {
+        Person person({Person::Type(QStringLiteral("PAGE"))});
+        QTest::keyClick(m_table, Qt::Key_F2);
+    }
+    EXPECT_THAT(Lines(), ElementsAre(u"PAGE\tint\t4\t5")) << "it is the same name";
+    Choose(0);
+    key.Open().DeleteValue(L"", L"PAGE");
+    Person person({Person::Click(QMessageBox::Ok, QStringLiteral("no longer there"))});
+    QTest::keyClick(m_table, Qt::Key_Return);
+}
+
 TEST_F(SettingsWindowTest, ShowsTheRegistryAndItsChangesAndSearchesIt)
 {
     const RegistryKey key(L"Software\\WindowTest");
