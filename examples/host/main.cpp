@@ -7,6 +7,7 @@
 
 #include <QApplication>
 #include <QCommandLineParser>
+#include <QFileInfo>
 #include <QTimer>
 
 namespace
@@ -23,7 +24,8 @@ void RunWindow(const QCommandLineParser& arguments, const host::PlugIns& plugIns
     if (!arguments.positionalArguments().isEmpty())
     {
         QTimer::singleShot(0, &window, [&window, &arguments] {
-            window.Open(XFromQString(arguments.positionalArguments().constFirst()));
+            // Recent files are opened from other folders.
+            window.Open(XFromQString(QFileInfo(arguments.positionalArguments().constFirst()).absoluteFilePath()));
         });
     }
     QApplication::exec();

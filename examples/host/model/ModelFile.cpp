@@ -1,7 +1,5 @@
 #include "examples/host/model/ModelFile.h"
 
-#include <filesystem>
-
 namespace host
 {
 namespace
@@ -94,6 +92,7 @@ private:
         const CPathString path = Beneath(folder, name);
         if (path.IsEmpty())
             return Warn(name, Say(L"there is no such file of materials", L"ce fichier de mat\u00e9riaux n'existe pas"));
+        m_model.m_files.emplace_back(path);
         try
         {
             CXFile file(path, kReading);
@@ -119,7 +118,10 @@ private:
             CXUserException::Throw();
         const CPathString path = Beneath(folder, material.m_textureName);
         if (!path.IsEmpty())
+        {
+            m_model.m_files.emplace_back(path);
             material.m_texture = m_readImage(path);
+        }
         if (material.m_texture == nullptr)
             Warn(material.m_textureName, Say(L"the texture cannot be read", L"la texture est illisible"));
     }
@@ -129,6 +131,15 @@ private:
     OpenedModel m_model;
 };
 } // namespace
+
+bool FileState::Look()
+{
+    std::error_code failure;
+    const std::filesystem::path file = m_path;
+    const std::uintmax_t size = std::filesystem::file_size(file, failure);
+    const auto time = std::filesystem::last_write_time(file, failure);
+    return !failure && std::exchange(m_seen, {size, time}) != m_seen;
+}
 
 void RegisterFileTypes()
 {
@@ -165,8 +176,11 @@ OpenedModel OpenModel(const CPathString& path, const Progress& progress, const I
         return opening.Read(unpacker.GetExtractedFiles()[0], path.GetFolder());
     for (const CPathString file : unpacker.GetExtractedFiles())
     {
-        if (fileGetLoader(file) == kObjLoader)
-            return opening.Read(file, file.GetFolder());
+        if (fileGetLoader(file) != kObjLoader)
+            continue;
+        OpenedModel model = opening.Read(file, file.GetFolder());
+        model.m_files.clear();
+        return model;
     }
     XThrow<ModelException>(0, Say(L"there is no model in the archive", L"il n'y a pas de mod\u00e8le dans l'archive"));
 }

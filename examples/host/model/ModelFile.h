@@ -2,15 +2,34 @@
 
 #include "examples/host/model/ObjReader.h"
 
+#include <filesystem>
+#include <utility>
+
 namespace host
 {
+/// A file that was read, to find out whether it has changed since: make it before the file is opened.
+class FileState
+{
+public:
+    explicit FileState(const CPathString& path) : m_path(path) { Look(); }
+
+    const CPathString& GetPath() const noexcept { return m_path; }
+    /// Whether it is another one than at the last look. False while it is not there: what replaces it is still to come.
+    bool Look();
+
+private:
+    CPathString m_path;
+    std::pair<std::uintmax_t, std::filesystem::file_time_type> m_seen;
+};
+
 /// Reads an image file; null where it is none. The model needs no library for images, its user has one.
 using ImageReader = std::function<std::shared_ptr<const Image>(const CPathString& path)>;
 
-/// A model, and what could not be had of it: files of materials and textures that are missing or damaged.
+/// A model, the files that it names, and what could not be had of it: materials and textures that are missing or damaged.
 struct OpenedModel
 {
     Mesh m_mesh;
+    std::vector<FileState> m_files; ///< none where it lies in an archive with them
     std::vector<CXTString<wchar_t>> m_warnings;
 };
 

@@ -14,6 +14,56 @@ namespace
 {
 constexpr unsigned kDeepest = 16; // objects within an object of a scene
 
+/// The file of a scene. At each step of reading, which takes long, it asks whether to go on.
+class SceneFile : public CXFile
+{
+public:
+    SceneFile(const CPathString& path, const Progress& progress)
+        : CXFile(path, modeRead | shareDenyNone | modeNoInherit), m_progress(progress), m_length(GetLength())
+    {
+    }
+    void Ask() const
+    {
+        if (m_progress && !m_progress(m_done, m_length))
+            CXUserException::Throw();
+    }
+    unsigned int Read(void* buffer, unsigned int count) override
+    {
+        Ask();
+        const unsigned int size = CXFile::Read(buffer, count);
+        m_done += size;
+        return size;
+    }
+
+private:
+    const Progress& m_progress;
+    const unsigned __int64 m_length;
+    unsigned __int64 m_done = 0;
+};
+
+/// The bytes of a shape, which may be as long as the file: an archive gets them in steps, too, instead of the memory itself.
+class ShapeBytes : public CXMemFile
+{
+public:
+    ShapeBytes(const std::vector<unsigned char>& bytes, const SceneFile* scene)
+        : CXMemFile(bytes.data(), bytes.size(), false), m_scene(scene)
+    {
+    }
+    unsigned int Read(void* buffer, unsigned int count) override
+    {
+        if (m_scene != nullptr)
+            m_scene->Ask();
+        return CXMemFile::Read(buffer, count);
+    }
+    unsigned __int64 BufferCommand(unsigned int, unsigned __int64, unsigned char**, unsigned char**) override
+    {
+        return 0;
+    }
+
+private:
+    const SceneFile* const m_scene;
+};
+
 CXArchive& operator<<(CXArchive& archive, const Vector& vector)
 {
     return archive << vector.x << vector.y << vector.z;
@@ -142,12 +192,13 @@ std::vector<unsigned char> LoadBytes(CXArchive& archive)
 }
 
 /// Null where the class is not there, or does not understand the bytes.
-std::unique_ptr<Shape> ReadShape(const CXTString<char>& className, const std::vector<unsigned char>& bytes)
+std::unique_ptr<Shape> ReadShape(const CXTString<char>& className, const std::vector<unsigned char>& bytes,
+                                 const SceneFile* scene)
 {
     std::unique_ptr<Shape> shape;
     if (CXRuntimeClass::FindRuntimeClass(className) == nullptr || bytes.empty())
         return shape;
-    CXMemFile memory(bytes.data(), bytes.size(), false);
+    ShapeBytes memory(bytes, scene);
     CXArchive block(&memory, xArchiveLoad | xArchiveStrict);
     block.SetBudget(bytes.size(), kDeepest, kDeepest);
     try
@@ -231,7 +282,7 @@ void Scene::Serialize(CXArchive& archive)
         CXTString<char> className;
         archive >> className;
         std::vector<unsigned char> bytes = LoadBytes(archive);
-        std::unique_ptr<Shape> shape = ReadShape(className, bytes);
+        std::unique_ptr<Shape> shape = ReadShape(className, bytes, dynamic_cast<const SceneFile*>(archive.GetFile()));
         if (shape == nullptr)
         {
             auto kept = std::make_unique<KeptShape>();
@@ -252,9 +303,9 @@ void SaveScene(const Scene& scene, const CPathString& path)
     });
 }
 
-std::unique_ptr<Scene> LoadScene(const CPathString& path)
+std::unique_ptr<Scene> LoadScene(const CPathString& path, const Progress& progress)
 {
-    CXFile file(path, CXFile::modeRead | CXFile::shareDenyNone | CXFile::modeNoInherit);
+    SceneFile file(path, progress);
     CXArchive archive(&file, xArchiveLoad | xArchiveStrict);
     archive.SetBudget(file.GetLength(), 1, 1);
     std::unique_ptr<Scene> scene;

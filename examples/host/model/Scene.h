@@ -1,6 +1,6 @@
 #pragma once
 
-#include "examples/host/model/Mesh.h"
+#include "examples/host/model/ObjReader.h"
 
 namespace host
 {
@@ -86,6 +86,6 @@ public:
 
 /// The file is the old one until the new one is complete. Throws what files and archives throw.
 void SaveScene(const Scene& scene, const CPathString& path);
-/// Throws what files and archives throw; archiveBadClass for a file that is no scene.
-std::unique_ptr<Scene> LoadScene(const CPathString& path);
+/// Throws what files and archives throw; archiveBadClass for a file that is no scene; CXUserException where it is ended.
+std::unique_ptr<Scene> LoadScene(const CPathString& path, const Progress& progress = {});
 } // namespace host

@@ -14,6 +14,7 @@
 #include <QLabel>
 #include <QListWidget>
 #include <QMenuBar>
+#include <QMessageBox>
 #include <QMimeData>
 #include <QProgressBar>
 #include <QPushButton>
@@ -24,7 +25,8 @@ namespace host
 namespace
 {
 constexpr int kLookMs = 50;
-constexpr int kLongestNotice = 4; // lines
+constexpr int kLookAtFilesMs = 2000; ///< some file systems report no changes
+constexpr int kLongestNotice = 4;    // lines
 
 /// The filters of a dialog for files, from the registry of file types: scenes that can be loaded, or saved.
 QString FileFilters(unsigned filter, bool withPacked)
@@ -48,20 +50,21 @@ QString FileFilters(unsigned filter, bool withPacked)
     return filters.join(QStringLiteral(";;"));
 }
 
-/// What a person reads of an exception, which is deleted.
-QString TextOf(CXException* exception)
+/// What a person reads of an exception, which is deleted. Some do not say which file they are about.
+QString TextOf(CXException* exception, const CPathString& path)
 {
     const auto* model = dynamic_cast<const ModelException*>(exception);
     const QString text = XToQString(model != nullptr ? model->GetMessageText() : XGetExceptionText(exception));
+    const QString name = XToQString(path.GetFileName());
     exception->Delete();
-    return text;
+    return text.contains(name) ? text : name + QStringLiteral(": ") + text;
 }
 } // namespace
 
 HostWindow::HostWindow(const CPathString& preferences, const PlugIns& plugIns)
     : m_preferences(preferences), m_plugIns(plugIns)
 {
-    setWindowTitle(XInLanguage(u"Host", u"H\u00f4te"));
+    setWindowTitle(XInLanguage(u"Host", u"H\u00f4te") + QStringLiteral("[*]"));
     setAcceptDrops(true);
     auto* const middle = new QWidget;
     auto* const column = new QVBoxLayout(middle);
@@ -73,23 +76,23 @@ HostWindow::HostWindow(const CPathString& preferences, const PlugIns& plugIns)
 
     auto* const dock = new QDockWidget(XInLanguage(u"Scene", u"Sc\u00e8ne"));
     dock->setObjectName(QStringLiteral("scene"));
-    dock->setWidget(MakeSidebar());
+    m_sidebar = MakeSidebar();
+    dock->setWidget(m_sidebar);
     addDockWidget(Qt::RightDockWidgetArea, dock);
 
     m_progress = new QProgressBar;
     m_progress->setAccessibleName(XInLanguage(u"Progress of opening", u"Progression de l'ouverture"));
     m_cancel = new QPushButton(XInLanguage(u"Cancel", u"Annuler"));
     connect(m_cancel, &QPushButton::clicked, this, &HostWindow::StopLoading);
-    for (QWidget* const widget : {static_cast<QWidget*>(m_progress), static_cast<QWidget*>(m_cancel)})
-    {
-        widget->hide();
-        statusBar()->addPermanentWidget(widget);
-    }
+    statusBar()->addPermanentWidget(m_progress);
+    statusBar()->addPermanentWidget(m_cancel);
     MakeMenus();
+    ShowLoading(false);
     const std::vector<unsigned char> place = m_preferences.GetWindowPlace();
     restoreGeometry(QByteArray(reinterpret_cast<const char*>(place.data()), static_cast<int>(place.size())));
     m_timer.callOnTimeout(this, &HostWindow::Look);
     m_timer.start(kLookMs);
+    m_sinceLook.start();
 }
 
 HostWindow::~HostWindow()
@@ -117,14 +120,13 @@ void HostWindow::MakeMenus()
     wires->setChecked(m_preferences.GetAsWires());
     connect(wires, &QAction::triggered, this, [this](bool asWires) { m_preferences.SetAsWires(asWires); });
 
-    QMenu* const insert = menuBar()->addMenu(XInLanguage(u"&Insert", u"&Insertion"));
+    m_insert = menuBar()->addMenu(XInLanguage(u"&Insert", u"&Insertion"));
     QMenu* const tools = menuBar()->addMenu(XInLanguage(u"&Tools", u"&Outils"));
     for (const CXRuntimeClass* const type : XGetDerivedClasses(Primitive::GetThisRuntimeClassDescriptor()))
-        insert->addAction(QString::fromUtf8(type->m_name), this, [this, type] { InsertShape(*type); });
+        m_insert->addAction(QString::fromUtf8(type->m_name), this, [this, type] { InsertShape(*type); });
     for (const PlugInCommand* const command : m_plugIns.GetCommands())
         tools->addAction(XToQString(Say(command->m_english, command->m_french)), this,
                          [this, command] { command->m_run(m_meshes); });
-    insert->setEnabled(!insert->isEmpty());
     MakeCrashMenu();
 }
 
@@ -199,6 +201,7 @@ void HostWindow::InsertShape(const CXRuntimeClass& type)
     shape->m_name = CXTString<wchar_t>(type.m_name);
     m_scene->m_shapes.push_back(std::move(shape));
     m_meshes.push_back(m_scene->m_shapes.back()->MakeMesh());
+    setWindowModified(true);
     ShowShapes();
     m_shapes->setCurrentRow(m_shapes->count() - 1);
 }
@@ -210,7 +213,25 @@ void HostWindow::Open(const CPathString& path)
                                   u"Ce fichier n'est ni un mod\u00e8le ni une sc\u00e8ne : ") +
                           XToQString(path),
                       false);
-    StartLoading(path, {});
+    if (MayLeaveScene())
+        StartLoading(path, {});
+}
+
+/// Asks what becomes of changes that are not saved. False where the scene is to stay.
+bool HostWindow::MayLeaveScene()
+{
+    if (!isWindowModified())
+        return true;
+    if (findChild<QMessageBox*>() != nullptr)
+        return false; // is asked already
+    QMessageBox box(QMessageBox::Question, QApplication::applicationDisplayName(),
+                    XInLanguage(u"The scene has changes that are not saved.",
+                                u"La sc\u00e8ne a des modifications non enregistr\u00e9es."),
+                    QMessageBox::Save | QMessageBox::Discard | QMessageBox::Cancel, this);
+    const int answer = box.exec();
+    if (answer == QMessageBox::Save)
+        AskWhereToSave();
+    return answer == QMessageBox::Discard || !isWindowModified();
 }
 
 void HostWindow::StartLoading(const CPathString& path, std::function<void()> perform)
@@ -223,9 +244,17 @@ void HostWindow::StartLoading(const CPathString& path, std::function<void()> per
     m_loading.reset(loading);
     m_noticeBar->hide();
     m_progress->setRange(0, 0);
-    m_progress->show();
-    m_cancel->show();
+    ShowLoading(true);
     statusBar()->showMessage(XInLanguage(u"Opening ", u"Ouverture de ") + XToQString(path.GetFileName()));
+}
+
+/// What would be changed while another scene takes its place would be lost.
+void HostWindow::ShowLoading(bool isLoading)
+{
+    m_progress->setVisible(isLoading);
+    m_cancel->setVisible(isLoading);
+    m_sidebar->setEnabled(!isLoading);
+    m_insert->setEnabled(!isLoading && !m_insert->isEmpty());
 }
 
 void HostWindow::StopLoading()
@@ -248,32 +277,38 @@ void HostWindow::Look()
         m_progress->setRange(0, progress < 0 ? 0 : 1000);
         m_progress->setValue(progress);
     }
-    if (!m_watcher.CheckRefreshNotification())
-        return;
+    else if (m_watcher.CheckRefreshNotification() || m_sinceLook.hasExpired(kLookAtFilesMs))
+        LookAtFiles();
+}
+
+void HostWindow::LookAtFiles()
+{
+    const CXFolderChanges fetched(m_watcher); // which file it was, the files say
+    m_sinceLook.start();
     bool isChanged = false;
-    for (const auto& [path, change] : CXFolderChanges(m_watcher))
-        isChanged = isChanged || change == CWatchFolder::xChangeWholeFolder ||
-                    CPathString(path).GetFileName() == m_path.GetFileName();
-    if (isChanged && !IsLoading() && fileIsFile(m_path))
+    for (FileState& file : m_files)
+        isChanged = file.Look() || isChanged;
+    if (isChanged)
         Notice(XInLanguage(u"The file has changed.", u"Le fichier a chang\u00e9."), true);
 }
 
 void HostWindow::EndLoading()
 {
     const std::unique_ptr<Loading> loading = std::move(m_loading);
-    m_progress->hide();
-    m_cancel->hide();
+    ShowLoading(false);
     statusBar()->clearMessage();
     std::unique_ptr<Scene> scene = loading->TakeScene();
     if (scene == nullptr || loading->ShouldCancel())
     {
         CXException* const exception = loading->TakeException();
         const bool isCancelled = loading->ShouldCancel() || dynamic_cast<CXUserException*>(exception) != nullptr;
-        const QString reason = exception == nullptr ? QString() : TextOf(exception);
+        const QString reason = exception == nullptr ? QString() : TextOf(exception, loading->GetPath());
         WriteToLogFile(1, L"not opened: %s: %s\n", loading->GetPath(), XFromQString(reason));
         if (!isCancelled)
             Notice(XInLanguage(u"The file cannot be opened: ", u"Le fichier ne peut \u00eatre ouvert : ") + reason,
                    false);
+        if (loading->GetPath() == m_path)
+            Watch(loading->GetFiles()); // it may have been read while it was written
         return;
     }
     m_path = loading->GetPath();
@@ -292,7 +327,7 @@ void HostWindow::EndLoading()
     if (!notes.isEmpty())
         Notice(notes.join(u'\n'), false);
     m_preferences.AddRecentFile(m_path);
-    Watch(m_path);
+    Watch(loading->GetFiles());
 }
 
 QString HostWindow::KeptShapes() const
@@ -339,25 +374,29 @@ void HostWindow::Save(const CPathString& path)
         WriteToLogFile(1, L"saved %s\n", path);
         m_path = path;
         setWindowFilePath(XToQString(path));
+        setWindowModified(false);
         m_preferences.AddRecentFile(path);
-        Watch(path);
+        Watch({FileState(path)});
     }
     catch (CXException* e)
     {
         Notice(XInLanguage(u"The scene cannot be saved: ", u"La sc\u00e8ne ne peut \u00eatre enregistr\u00e9e : ") +
-                   TextOf(e),
+                   TextOf(e, path),
                false);
     }
 }
 
-void HostWindow::Watch(const CPathString& path)
+void HostWindow::Watch(std::vector<FileState> files)
 {
+    constexpr unsigned kFilter = CWatchFolder::kFileNames | CWatchFolder::kSize | CWatchFolder::kLastWrite;
+    m_files = std::move(files);
     m_watcher.RemoveAll();
-    const CXFolderChanges forgotten(m_watcher); // they are of another file, or the host's own
-    const CPathString folder = path.GetFolder();
-    if (!m_watcher.AddRefreshNotification(folder.IsEmpty() ? CPathString(L".") : folder, false,
-                                          CWatchFolder::kFileNames | CWatchFolder::kSize | CWatchFolder::kLastWrite))
-        WriteToLogFile(1, L"%s is not watched: %s\n", path, XLastFailure().GetText());
+    for (const FileState& file : m_files)
+    {
+        if (!m_watcher.AddRefreshNotification(file.GetPath().GetFolder(), false, kFilter))
+            WriteToLogFile(1, L"%s is not watched: %s\n", file.GetPath(), XLastFailure().GetText());
+    }
+    LookAtFiles(); // which may have changed since they were read
 }
 
 void HostWindow::Show(std::unique_ptr<Scene> scene)
@@ -367,6 +406,7 @@ void HostWindow::Show(std::unique_ptr<Scene> scene)
     for (const auto& shape : m_scene->m_shapes)
         m_meshes.push_back(shape->MakeMesh());
     setWindowFilePath(XToQString(m_path));
+    setWindowModified(false);
     ShowShapes();
 }
 
@@ -399,6 +439,7 @@ void HostWindow::ShowParameters()
                 [this, row, shape, place = parameter.m_value](double number) {
                     *place = static_cast<float>(number);
                     shape->NoteChange();
+                    setWindowModified(true);
                     m_meshes[static_cast<std::size_t>(row)] = shape->MakeMesh();
                     m_viewport->Show(m_meshes);
                 });
@@ -414,6 +455,8 @@ void HostWindow::Notice(const QString& text, bool canReload)
 
 void HostWindow::closeEvent(QCloseEvent* event)
 {
+    if (!MayLeaveScene())
+        return event->ignore();
     StopLoading();
     for (QDialog* const dialog : findChildren<QDialog*>()) // whose answers have no use now
         dialog->reject();
@@ -433,6 +476,6 @@ void HostWindow::dropEvent(QDropEvent* event)
 {
     const QList<QUrl> urls = event->mimeData()->urls();
     if (!urls.isEmpty() && urls[0].isLocalFile())
-        Open(XFromQString(urls[0].toLocalFile()));
+        QTimer::singleShot(0, this, [this, path = urls[0].toLocalFile()] { Open(XFromQString(path)); }); // may ask
 }
 } // namespace host

@@ -4,6 +4,7 @@
 #include "examples/host/window/PlugIns.h"
 #include "examples/host/window/Preferences.h"
 
+#include <QElapsedTimer>
 #include <QMainWindow>
 #include <QTimer>
 
@@ -29,7 +30,7 @@ public:
     /// Asks a worker to end, and waits for it.
     ~HostWindow() override;
 
-    /// Starts to open a model or a scene; one that is being opened is given up.
+    /// Starts to open a model or a scene; one that is being opened is given up. Asks first where changes are not saved.
     void Open(const CPathString& path);
     /// Asks first where that would lose something.
     void Save(const CPathString& path);
@@ -55,11 +56,14 @@ private:
     void StopLoading();
     void Look();
     void EndLoading();
+    void ShowLoading(bool isLoading);
     void Show(std::unique_ptr<Scene> scene);
     void ShowShapes();
     void ShowParameters();
     void Notice(const QString& text, bool canReload);
-    void Watch(const CPathString& path);
+    void Watch(std::vector<FileState> files);
+    void LookAtFiles();
+    bool MayLeaveScene();
     QString KeptShapes() const;
     bool MayLoseNewer();
 
@@ -68,11 +72,15 @@ private:
     std::unique_ptr<Scene> m_scene = std::make_unique<Scene>();
     Meshes m_meshes; ///< of each shape
     std::unique_ptr<Loading> m_loading;
-    CPathString m_path; ///< of what is shown
+    CPathString m_path;             ///< of what is shown
+    std::vector<FileState> m_files; ///< it was read from
     CWatchFolder m_watcher;
+    QElapsedTimer m_sinceLook;
     QTimer m_timer;
 
     Viewport* m_viewport = nullptr;
+    QMenu* m_insert = nullptr;
+    QWidget* m_sidebar = nullptr;
     QListWidget* m_shapes = nullptr;
     QFormLayout* m_parameters = nullptr;
     QWidget* m_noticeBar = nullptr;

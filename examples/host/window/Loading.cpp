@@ -46,11 +46,12 @@ bool Loading::Run()
     };
     if (IsSceneName(m_path))
     {
-        m_scene = LoadScene(m_path);
+        m_scene = LoadScene(m_path, progress);
         return true;
     }
     OpenedModel model = OpenModel(m_path, progress, ReadImageFile);
     m_warnings = std::move(model.m_warnings);
+    m_files.insert(m_files.end(), model.m_files.begin(), model.m_files.end());
     auto shape = std::make_unique<MeshShape>(std::move(model.m_mesh));
     shape->m_name = m_path.GetTitle();
     auto scene = std::make_unique<Scene>();

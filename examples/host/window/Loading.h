@@ -14,7 +14,7 @@ class Loading : public CCustomThread
 public:
     /// `perform` runs at each step on the worker, where it is not empty.
     explicit Loading(const CPathString& path, std::function<void()> perform = {})
-        : m_path(path), m_perform(std::move(perform))
+        : m_path(path), m_perform(std::move(perform)), m_files(1, FileState(path))
     {
     }
 
@@ -24,6 +24,8 @@ public:
     /// When the worker has ended: the scene, null where it failed, and what could not be had of a model.
     std::unique_ptr<Scene> TakeScene() { return std::move(m_scene); }
     const std::vector<CXTString<wchar_t>>& GetWarnings() const noexcept { return m_warnings; }
+    /// What it was read from, as it was before.
+    const std::vector<FileState>& GetFiles() const noexcept { return m_files; }
 
 protected:
     bool Start() override;
@@ -34,6 +36,7 @@ private:
     const CPathString m_path;
     const std::function<void()> m_perform;
     std::atomic<int> m_progress{-1};
+    std::vector<FileState> m_files;
     std::unique_ptr<Scene> m_scene;
     std::vector<CXTString<wchar_t>> m_warnings;
 };

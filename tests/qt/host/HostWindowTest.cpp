@@ -13,14 +13,18 @@
 #include <QDoubleSpinBox>
 #include <QDropEvent>
 #include <QLabel>
+#include <QLineEdit>
 #include <QListWidget>
 #include <QMenuBar>
+#include <QMessageBox>
 #include <QMimeData>
 #include <QProcess>
 #include <QTest>
 #include <algorithm>
 #include <atomic>
 #include <csignal>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace host
 {
@@ -127,13 +131,16 @@ TEST_F(HostWindowTest, WhatCannotBeOpenedIsToldAndLeavesTheScene)
     const std::pair<CPathString, const char16_t*> rows[] = {
         {Write(L"bad.obj", "v 1 2 3\nf 1 2 3\n"), u"line 2"},
         {Write(L"bad.tevscene", "no scene"), u"cannot be opened"},
-        {m_folder / L"gone.obj", u"gone.obj"},
+        {Write(L"bad.zip", "PK\3\4 no archive"), u"cannot be opened"},
+        {m_folder / L"gone.obj", u"cannot be opened"},
         {Write(L"text.txt", "x"), u"neither"},
     };
     for (const auto& [path, said] : rows)
     {
         OpenAndWait(*window, path);
-        EXPECT_TRUE(NoticeOf(*window).contains(said)) << NoticeOf(*window).toStdString();
+        const QString name = XToQString(path.GetFileName());
+        EXPECT_TRUE(NoticeOf(*window).contains(said) && NoticeOf(*window).contains(name))
+            << NoticeOf(*window).toStdString();
         EXPECT_EQ(before, TrianglesOf(*window));
     }
 }
@@ -184,8 +191,8 @@ TEST_F(HostWindowTest, ItsTextsFitInBothLanguages)
             XSetLanguage(language);
             XLengthenTexts(isLong);
             const std::unique_ptr<HostWindow> window = NewWindow();
-            Choose(*window, XInLanguage(u"&Insert", u"&Insertion"), QStringLiteral("example.Torus"));
             OpenAndWait(*window, bad);
+            Choose(*window, XInLanguage(u"&Insert", u"&Insertion"), QStringLiteral("example.Torus"));
             tev::test::ButtonOf(*window, XInLanguage(u"Load again", u"Recharger"))->show();
             QTest::qWait(0);
             tev::test::ExpectSoundWindow(*window);
@@ -205,8 +212,7 @@ TEST_F(HostWindowTest, OpensWhatIsDroppedOnIt)
     EXPECT_TRUE(enter.isAccepted());
     QDropEvent drop(QPointF(5, 5), Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
     QApplication::sendEvent(window.get(), &drop);
-    WaitUntilOpened(*window);
-    EXPECT_GT(TrianglesOf(*window), 100u);
+    EXPECT_TRUE(QTest::qWaitFor([&] { return TrianglesOf(*window) > 100u; }, kTimeMs));
 }
 
 TEST_F(HostWindowTest, OffersToLoadAChangedFileAgain)
@@ -225,6 +231,57 @@ TEST_F(HostWindowTest, OffersToLoadAChangedFileAgain)
     WaitUntilOpened(*window);
     EXPECT_EQ(2u, TrianglesOf(*window));
     EXPECT_FALSE(reload->isVisible());
+
+    // While it is read, and another file that it names.
+    const CPathString large = LargeModel();
+    window->Open(large);
+    Write(L"new.obj", "mtllib a.mtl\nv 1 1 1\nv 2 1 1\nv 2 2 1\nusemtl a\nf 1 2 3\n");
+    const CPathString materials = Write(L"a.mtl", "newmtl a\nKd 1 0 0\n");
+    ASSERT_TRUE(window->IsLoading());
+    fs::rename(fs::path(m_folder / L"new.obj"), fs::path(large));
+    WaitUntilOpened(*window);
+    EXPECT_TRUE(reload->isVisible());
+    OpenAndWait(*window, large);
+    EXPECT_EQ(1u, TrianglesOf(*window));
+    EXPECT_FALSE(reload->isVisible());
+    Write(L"a.mtl", "newmtl a\nKd 0 1 0.5\n");
+    EXPECT_TRUE(QTest::qWaitFor([&] { return reload->isVisible(); }, kTimeMs));
+}
+
+TEST_F(HostWindowTest, AsksBeforeChangesAreLost)
+{
+    using Step = tev::test::Person::Step;
+    const auto answer = [](QMessageBox::StandardButton button) {
+        return Step{{}, [button](QDialog& dialog) {
+                        auto* const box = qobject_cast<QMessageBox*>(&dialog);
+                        ASSERT_NE(nullptr, box);
+                        QTest::mouseClick(box->button(button), Qt::LeftButton);
+                    }};
+    };
+    const std::unique_ptr<HostWindow> window = NewWindow();
+    const CPathString path = m_folder / L"a.tevscene";
+    Choose(*window, QStringLiteral("&Insert"), QStringLiteral("example.Torus"));
+    {
+        const tev::test::Person person({answer(QMessageBox::Cancel), answer(QMessageBox::Cancel)});
+        EXPECT_FALSE(window->close());
+        window->Open(Sample(L"pawn.obj"));
+        EXPECT_FALSE(window->IsLoading());
+    }
+    {
+        const tev::test::Person person({answer(QMessageBox::Save), Step{{}, [&](QDialog& dialog) {
+                                                                            dialog.findChild<QLineEdit*>()->setText(
+                                                                                XToQString(path));
+                                                                            dialog.accept();
+                                                                        }}});
+        OpenAndWait(*window, Sample(L"pawn.obj"));
+    }
+    EXPECT_EQ(1u, LoadScene(path)->m_shapes.size());
+    EXPECT_GT(TrianglesOf(*window), 100u);
+    OpenAndWait(*window, path);
+    window->findChild<QListWidget*>()->setCurrentRow(0);
+    window->findChildren<QDoubleSpinBox*>()[0]->stepUp();
+    const tev::test::Person person({answer(QMessageBox::Discard)});
+    EXPECT_TRUE(window->close());
 }
 
 TEST_F(HostWindowTest, TwoCopiesShareTheirSettings)
@@ -391,6 +448,8 @@ void CrashByMenu(const CPathString& folder, const CPathString& preferences, cons
     HostWindow window(preferences, plugIns);
     window.show();
     OpenAndWait(window, CPathString(fs::path(TEVTOOLS_SOURCE_DIR) / "examples/data/pawn.obj"));
+    if (entry == u"While loading")
+        window.Save(folder / L"a.tevscene"); // and loads that
     Choose(window, menu, entry);
     static_cast<void>(QTest::qWaitFor([&] { return !NoticeOf(window).isEmpty(); }, kTimeMs));
     std::fprintf(stderr, "goes on: %s\n", NoticeOf(window).toUtf8().constData());
@@ -429,12 +488,18 @@ TEST_F(HostWindowTest, EachWayToCrashMakesAReportThatIsShown)
 
 namespace
 {
-/// A copy of the program, with its data in the folder.
+/// A copy of the program, with its data in the folder, where it works; or else in one that is deleted.
 class Program : public QProcess
 {
 public:
-    Program(const CPathString& folder, const QStringList& arguments)
+    Program(const CPathString& folder, const QStringList& arguments, bool isNowhere = false)
     {
+        setWorkingDirectory(XToQString(folder));
+        if (isNowhere)
+            setChildProcessModifier([] {
+                if (mkdir("nowhere", 0700) != 0 || chdir("nowhere") != 0 || rmdir("../nowhere") != 0)
+                    _exit(1);
+            });
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
         environment.insert(QStringLiteral("TEVTOOLS_USER_DATA"), XToQString(folder));
         environment.insert(QStringLiteral("TEVTOOLS_COMMON_DATA"), XToQString(folder));
@@ -468,9 +533,9 @@ TEST_F(HostWindowTest, RunningCopiesShareTheirSettingsAndACrashIsShown)
 {
     WriteRecorder(m_folder);
     const CPathString own = Write(L"a.obj", "v 1 1 1\n");
-    Program one(m_folder, {XToQString(own)});
+    Program one(m_folder, {QStringLiteral("a.obj")});
     Program other(m_folder, {XToQString(Sample(L"pawn.obj"))});
-    Program missing(m_folder, {XToQString(m_folder / L"gone.obj")});
+    Program missing(m_folder, {QStringLiteral("gone.obj")}, true);
     const auto isRemembered = [&] { return Preferences(PreferencePath()).GetRecentFiles().size() == 2; };
     EXPECT_TRUE(QTest::qWaitFor(isRemembered, kTimeMs));
     EXPECT_THAT(Preferences(PreferencePath()).GetRecentFiles(),

@@ -143,6 +143,9 @@ TEST_F(HostTest, AModelReadsItsTexturesFromBeneathItsFolderOnly)
         return std::make_shared<const Image>();
     });
     EXPECT_THAT(read, ElementsAre(L"skin.png"));
+    ASSERT_EQ(2u, model.m_files.size());
+    EXPECT_EQ(m_folder / L"model" / L"a.mtl", model.m_files[0].GetPath());
+    EXPECT_EQ(m_folder / L"model" / L"skin.png", model.m_files[1].GetPath());
     ASSERT_EQ(2u, model.m_warnings.size());
     EXPECT_TRUE(model.m_warnings[0].Find(L"gone.mtl: ") == 0 && model.m_warnings[1].Find(L"../secret.png: ") == 0);
     EXPECT_EQ(CRGBColor(255, 128, 0), model.m_mesh.m_materials[3].m_color);

@@ -113,6 +113,26 @@ TEST_F(HostTest, PlugInsOfDifferentAgeReadEachOther)
         << "what is missing or out of range is corrected";
 }
 
+TEST_F(HostTest, OpeningASceneIsCancelledAtAnyStep)
+{
+    Scene scene;
+    scene.m_shapes.push_back(std::make_unique<MeshShape>(OpenModel(Sample(L"pawn.obj"), nullptr, nullptr).m_mesh));
+    const CPathString path = m_folder / L"a.tevscene";
+    SaveScene(scene, path);
+    int steps = 0;
+    LoadScene(path, [&](unsigned __int64 done, unsigned __int64 total) {
+        EXPECT_LE(done, total);
+        return ++steps > 0;
+    });
+    EXPECT_GT(steps, static_cast<int>(BytesOf(path).size() / 8192)) << "also while it makes a shape of the bytes";
+    for (int last = 0; last < steps; ++last)
+    {
+        int left = last;
+        EXPECT_THAT(ThrownText([&] { LoadScene(path, [&](auto, auto) { return left-- > 0; }); }),
+                    testing::HasSubstr("CXUserException"));
+    }
+}
+
 TEST_F(HostTest, SavingThatFailsLeavesWhatIsThere)
 {
     const CPathString folder = m_folder / L"a.tevscene";
