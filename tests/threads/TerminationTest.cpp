@@ -10,6 +10,8 @@
 #include "threads/ThreadRelations.h"
 
 #include <pthread.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 namespace
 {
@@ -197,8 +199,10 @@ TEST_F(CCustomThreads, AThreadWhoseObjectWasOnTheStackOfAVictimDoesNotWriteThere
     });
     victim->Begin();
     ASSERT_TRUE(Eventually([&id] { return id != 0; }));
+    const auto victimId = static_cast<pid_t>(victim->GetThreadID());
     EXPECT_TRUE(CCustomThread::HardThreadsTermination(false));
     victim.reset();
+    ASSERT_TRUE(Eventually([victimId] { return syscall(SYS_tgkill, getpid(), victimId, 0) != 0; }));
     // Most often the next thread gets its stack.
     Worker next([&id](Worker&) {
         std::array<volatile unsigned char, 65536> mine;
