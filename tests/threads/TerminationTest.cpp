@@ -152,6 +152,8 @@ bool IsGone(unsigned __int64 id)
 
 TEST_F(CCustomThreads, WorkersOnTheStackOfAVictimAreEndedBeforeIt)
 {
+    if (kIsSanitized)
+        GTEST_SKIP() << "objects of the stack lie elsewhere, or the threads that are left are reported";
     for (const bool runsMethods : {false, true})
     {
         std::atomic<unsigned __int64> id{0};
