@@ -8,7 +8,6 @@
 #include "services/StartUp.h"
 #include "tests/support/BusyFork.h"
 #include "tests/support/Eventually.h"
-#include "tests/support/FailingAllocations.h"
 #include "tests/support/FailingFileSystem.h"
 #include "tests/support/FileFailure.h"
 #include "tests/support/ForkedChild.h"
@@ -242,20 +241,6 @@ TEST_F(LogFile, TabsIndentTheThreadsMessagesUpToTheThreshold)
     CloseLogFile();
     ASSERT_TRUE(Open("b.log"));
     EXPECT_EQ(LogFileAddTab(false), 0U) << "closing deletes the tabs";
-}
-
-TEST_F(LogFile, WithoutMemoryTheTabsStayAsTheyAre)
-{
-    ASSERT_TRUE(Open("a.log"));
-    for (int i = 0; i < 40; ++i) // the table of threads is full before, and cannot grow
-    {
-        std::thread([] {
-            FailingAllocations none(1, true);
-            EXPECT_FALSE(none.Run([] { LogFileAddTab(true); }));
-            EXPECT_EQ(LogFileAddTab(false), 0U);
-        }).join();
-    }
-    EXPECT_EQ(LogFileAddTab(true), 1U);
 }
 
 TEST_F(LogFile, TheMainThreadsTabsIndentAllThreads)
