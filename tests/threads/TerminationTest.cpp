@@ -178,6 +178,34 @@ TEST_F(CCustomThreads, WorkersOnTheStackOfAVictimAreEndedBeforeIt)
     }
 }
 
+// More than the guard page between two stacks.
+thread_local std::array<unsigned char, 16384> t_large;
+
+TEST_F(CCustomThreads, TheStackOfAThreadEndsBeforeTheStorageOfItsNeighbour)
+{
+    Worker worker([](Worker& self) {
+        t_large[0] = 1;
+        void* stack = nullptr;
+        std::size_t size = 0;
+        std::size_t guard = 0;
+        pthread_attr_t attributes;
+        ASSERT_EQ(pthread_getattr_np(pthread_self(), &attributes), 0);
+        EXPECT_EQ(pthread_attr_getstack(&attributes, &stack, &size), 0);
+        EXPECT_EQ(pthread_attr_getguardsize(&attributes, &guard), 0);
+        pthread_attr_destroy(&attributes);
+
+        const auto* const lowest = static_cast<const char*>(stack);
+        tev::platform::StartedThread* const thread = tev::platform::OpenThread(self.GetThreadID());
+        ASSERT_NE(thread, nullptr);
+        EXPECT_TRUE(IsOnStackOf(thread, lowest) && IsOnStackOf(thread, &stack));
+        EXPECT_FALSE(IsOnStackOf(thread, lowest - guard - 1));
+        EXPECT_FALSE(IsOnStackOf(thread, t_large.data()));
+        tev::platform::ReleaseThread(thread);
+    });
+    worker.Begin();
+    EXPECT_TRUE(Eventually([&worker] { return worker.IsTerminated(); }));
+}
+
 std::atomic<bool> g_mayEnd{false};
 
 [[gnu::noinline]] void KeepAThreadOnTheStack(std::atomic<unsigned __int64>& id, Worker& self)

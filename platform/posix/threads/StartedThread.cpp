@@ -121,7 +121,7 @@ void RunProcedure(StartedThread& self)
 
 void ReportKilledStack(const StartedThread& self) noexcept
 {
-    KilledStackHook::CallAll(self.m_stackTop - self.m_stackSize, self.m_stackTop);
+    KilledStackHook::CallAll(self.m_stackLow, self.m_stackTop);
 }
 
 void Leave(StartedThread& thread) noexcept
@@ -179,6 +179,9 @@ void* Enter(void* argument)
     if (self.m_owner == ThreadOwner::Library)
         TakeAttributesOfProcess();
     self.m_stackTop = static_cast<const char*>(__builtin_frame_address(0));
+    // The C library has its record of the thread at the end of the stack, and the thread-local storage, which may be larger than
+    // a page, below it: counted from here, the size would reach into the storage of a thread whose stack lies below this one.
+    self.m_stackLow = reinterpret_cast<const char*>(pthread_self()) - self.m_stackSize;
     self.m_number = NumberOfThisThread();
     Enlist(self);
     self.m_id.store(static_cast<std::uint32_t>(CurrentThreadId()));
@@ -296,7 +299,7 @@ bool IsWithin(const void* object, const void* low, const void* high) noexcept
 
 bool IsOnStackOf(const StartedThread* thread, const void* object) noexcept
 {
-    return !thread->HasEnded() && IsWithin(object, thread->m_stackTop - thread->m_stackSize, thread->m_stackTop);
+    return !thread->HasEnded() && IsWithin(object, thread->m_stackLow, thread->m_stackTop);
 }
 
 std::uint64_t ThreadNumber(const StartedThread* thread) noexcept

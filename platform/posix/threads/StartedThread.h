@@ -49,6 +49,7 @@ struct StartedThread
     std::atomic<unsigned> m_refusals{0}; ///< how often in a row it could not stop because of a lock
     sigjmp_buf m_end{};                  ///< where a killed thread jumps to
     std::size_t m_stackSize = 0;
+    const char* m_stackLow = nullptr; ///< below the stack, by less than the guard page that lies there
     const char* m_stackTop = nullptr; ///< above all that its procedure has on the stack
     StartedThread* m_next = nullptr;
     StartedThread* m_previous = nullptr;
