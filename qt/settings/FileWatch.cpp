@@ -1,9 +1,10 @@
 #include "qt/settings/FileWatch.h"
 
 #include "qt/toolkit/QtText.h"
-#include "services/CPathString.h"
 
 #include <QFileInfo>
+
+#include <utility>
 
 namespace tev::browser
 {
@@ -17,7 +18,7 @@ void FileWatch::SetFile(const QString& path)
     m_path = path;
     m_folder = path.isEmpty() ? QString() : QFileInfo(path).absolutePath();
     m_isWatching = Start();
-    m_stamp = GetStamp();
+    m_stamps = GetStamps();
     m_sinceLook.start();
 }
 
@@ -27,21 +28,15 @@ bool FileWatch::Start()
     return !m_path.isEmpty() && m_watcher.AddRefreshNotification(XFromQString(m_folder), false, kFilter);
 }
 
-FileWatch::Stamp FileWatch::GetStamp() const
+FileWatch::Stamps FileWatch::GetStamps() const
 {
-    Stamp stamp;
-    std::error_code failure;
-    std::filesystem::path file = CPathString(XFromQString(m_path));
-    if (const auto real = std::filesystem::canonical(file, failure); !failure)
-        file = real;
-    for (const char* const end : {"", "-wal"})
-    {
-        const std::filesystem::path path = file.native() + end;
-        std::error_code none; // then the values are those of no file
-        const std::uintmax_t size = std::filesystem::file_size(path, none);
-        stamp.emplace_back(size, std::filesystem::last_write_time(path, none));
-    }
-    return stamp;
+    // A database has its log beside the file itself, not beside a link to it.
+    const QString real = QFileInfo(m_path).canonicalFilePath();
+    const CXTString<wchar_t> file = XFromQString(real.isEmpty() ? m_path : real);
+    Stamps stamps;
+    static_cast<void>(XGetFileStamp(file, stamps[0]));
+    static_cast<void>(XGetFileStamp(file + L"-wal", stamps[1]));
+    return stamps;
 }
 
 bool FileWatch::Poll()
@@ -55,7 +50,7 @@ bool FileWatch::Poll()
     if (!isNotified && m_isWatching && !m_sinceLook.hasExpired(kLookMilliseconds))
         return false;
     m_sinceLook.start();
-    return std::exchange(m_stamp, GetStamp()) != m_stamp || isNotified;
+    return std::exchange(m_stamps, GetStamps()) != m_stamps || isNotified;
 }
 
 bool FileWatch::IsNotified()

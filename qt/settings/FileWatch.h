@@ -1,13 +1,12 @@
 #pragma once
 
 #include "services/CWatchFolder.h"
+#include "services/FileStamp.h"
 
 #include <QElapsedTimer>
 #include <QString>
 
-#include <filesystem>
-#include <utility>
-#include <vector>
+#include <array>
 
 namespace tev::browser
 {
@@ -23,10 +22,9 @@ public:
     bool Poll();
 
 private:
-    /// Of each file.
-    using Stamp = std::vector<std::pair<std::uintmax_t, std::filesystem::file_time_type>>;
+    using Stamps = std::array<XFileStamp, 2>; ///< of the file and of the log, empty for one that is not there
 
-    Stamp GetStamp() const;
+    Stamps GetStamps() const;
     bool Start();
     bool IsNotified();
 
@@ -34,7 +32,7 @@ private:
     QString m_folder;
     CWatchFolder m_watcher;
     bool m_isWatching = false;
-    Stamp m_stamp;
+    Stamps m_stamps;
     QElapsedTimer m_sinceLook;
 };
 } // namespace tev::browser

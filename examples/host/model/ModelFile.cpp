@@ -134,11 +134,8 @@ private:
 
 bool FileState::Look()
 {
-    std::error_code failure;
-    const std::filesystem::path file = m_path;
-    const std::uintmax_t size = std::filesystem::file_size(file, failure);
-    const auto time = std::filesystem::last_write_time(file, failure);
-    return !failure && std::exchange(m_seen, {size, time}) != m_seen;
+    const XFileStamp before = m_seen;
+    return XGetFileStamp(m_path, m_seen) && m_seen != before;
 }
 
 void RegisterFileTypes()

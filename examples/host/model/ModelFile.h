@@ -1,9 +1,7 @@
 #pragma once
 
 #include "examples/host/model/ObjReader.h"
-
-#include <filesystem>
-#include <utility>
+#include "services/FileStamp.h"
 
 namespace host
 {
@@ -19,7 +17,7 @@ public:
 
 private:
     CPathString m_path;
-    std::pair<std::uintmax_t, std::filesystem::file_time_type> m_seen;
+    XFileStamp m_seen;
 };
 
 /// Reads an image file; null where it is none. The model needs no library for images, its user has one.
