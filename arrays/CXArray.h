@@ -198,7 +198,8 @@ public:
         {
             const int growth = tev::ChosenGrowth(m_growBy, growBy);
             ::new (static_cast<void*>(m_data + index)) TYPE(value);
-            m_growBy = growth;
+            if (growBy != tev::kKeepGrowth) // else a loop of calls would write it, and wait for it, each time
+                m_growBy = growth;
             m_size = index + 1;
         }
         else
@@ -217,7 +218,8 @@ public:
             {
                 const int growth = tev::ChosenGrowth(m_growBy, growBy);
                 ::new (static_cast<void*>(m_data + index)) TYPE(Elements::Moved(value));
-                m_growBy = growth;
+                if (growBy != tev::kKeepGrowth) // else a loop of calls would write it, and wait for it, each time
+                    m_growBy = growth;
                 m_size = index + 1;
             }
             else
@@ -312,7 +314,14 @@ public:
         else
         {
             const TYPE copy(value);
-            Truncate(static_cast<int>(std::remove(found, end(), copy) - m_data));
+            TYPE* kept = found;
+            // Not std::remove, which hands out the copy's address: the compiler would load the copy for each element.
+            for (TYPE* at = found + 1; at != end(); ++at)
+            {
+                if (!(*at == copy))
+                    *kept++ = std::move(*at);
+            }
+            Truncate(static_cast<int>(kept - m_data));
         }
         return true;
     }
