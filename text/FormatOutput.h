@@ -82,7 +82,7 @@ private:
         if (data == nullptr)
             throw std::bad_alloc();
         if (onStack)
-            std::memcpy(data, m_first, sizeof m_first);
+            std::copy_n(m_first, std::min(m_length, kFirstCapacity), data);
         m_data = data;
         m_capacity = capacity;
     }

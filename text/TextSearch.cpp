@@ -237,6 +237,21 @@ size_t FirstDifference(unsigned differences) noexcept
 }
 #endif
 
+#if defined(__x86_64__)
+// How many leading characters of 8 to 16 are equal: four blocks, which may overlap, and one branch.
+size_t CommonLengthOfFew(const wchar_t* left, const wchar_t* right, size_t count) noexcept
+{
+    constexpr size_t kAtOnce = 16 / sizeof(wchar_t);
+    const size_t last = count - 2 * kAtOnce;
+    const auto block = [=](size_t at) { return std::uint64_t(DifferencesOfBlock(left + at, right + at)); };
+    const std::uint64_t differences = block(0) | block(kAtOnce) << 16 | block(last) << 32 | block(last + kAtOnce) << 48;
+    if (differences == 0)
+        return count;
+    const auto bit = static_cast<size_t>(__builtin_ctzll(differences));
+    return bit / sizeof(wchar_t) + (bit < 32 ? 0 : last - 2 * kAtOnce);
+}
+#endif
+
 // How many leading characters are equal. The last block overlaps the one before it.
 size_t CommonLengthPlainly(const wchar_t* left, const wchar_t* right, size_t count) noexcept
 {
@@ -299,6 +314,8 @@ __attribute__((target("avx2"))) size_t CommonLengthAvx2(const wchar_t* left, con
 size_t CommonLength(const wchar_t* left, const wchar_t* right, size_t count) noexcept
 {
 #if defined(__x86_64__)
+    if (sizeof(wchar_t) == 4 && count - 8 <= 8)
+        return CommonLengthOfFew(left, right, count);
     if (sizeof(wchar_t) == 4 && count >= 32 && tev::HasAvx2())
         return CommonLengthAvx2(left, right, count);
 #endif

@@ -334,7 +334,7 @@ STRING_TEST(ComparesByUnsignedValueAndExactLength)
     const Text<T> b("b");
     EXPECT_TRUE(a < b && a <= b && b > a && b >= a && a != b && b != a && !(b < a) && a >= a && a == a);
 
-    for (const int length : {1, 2, 3, 4, 5, 7, 8, 9, 15, 16, 17, 31, 33, 63, 64, 65, 300})
+    for (const int length : {1, 2, 3, 4, 5, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 31, 33, 63, 64, 65, 300})
     {
         Str left(T('m'), length);
         Str right(left);
