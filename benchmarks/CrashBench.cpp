@@ -113,8 +113,8 @@ void FaultToReportOurs(benchmark::State& state)
     }
 }
 
-BENCHMARK(InstallOurs)->Name("crash/install/ours")->Unit(benchmark::kMicrosecond);
-BENCHMARK(ReportOnDemandOurs)->Name("crash/report-on-demand/ours")->Unit(benchmark::kMillisecond);
+BENCHMARK(InstallOurs)->Name("crash/install/ours")->Unit(benchmark::kMicrosecond)->UseRealTime();
+BENCHMARK(ReportOnDemandOurs)->Name("crash/report-on-demand/ours")->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(FaultToReportOurs)
     ->Name("crash/fault-to-report/ours")
     ->Arg(1)

@@ -335,7 +335,7 @@ void GetShared(benchmark::State& state)
     CountValues(state, keys.size());
 }
 
-// One value gets another size: ours is appended at the end, and the values behind the old one move.
+// One value gets another size, and its first one again: ours is appended at the end each time, and the gaps are closed together.
 template <class STORE>
 void Resize(benchmark::State& state)
 {

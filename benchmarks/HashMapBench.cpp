@@ -88,7 +88,13 @@ struct Qt
 
     QHash<KEY, int> m_map;
 
-    void Put(const KEY& key, int value) { m_map.insert(key, value); }
+    void Put(const KEY& key, int value)
+    {
+        if constexpr (kTexts) // a text of its own, as the others have
+            m_map.insert(KEY(key.constData(), key.size()), value);
+        else
+            m_map.insert(key, value);
+    }
     bool Has(const KEY& key) const { return m_map.contains(key); }
     void Take(const KEY& key) { m_map.remove(key); }
     std::uint64_t Sum() const

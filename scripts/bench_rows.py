@@ -15,10 +15,16 @@ DOCUMENT = Path(__file__).resolve().parent.parent / "docs/performance.md"
 TABLE = re.compile(r"(?P<head><!-- bench: (?P<pattern>.*?) -->\n).*?(?P<foot><!-- /bench -->)", re.S)
 
 OURS = "ours"
+CURVES = "Curve/"  # what is drawn over its size stands in no table
 NANOSECONDS = {"ns": 1, "us": 1e3, "ms": 1e6, "s": 1e9}
 
 # What Google Benchmark appends to a name to say how it ran.
-SETTING = re.compile(r"real_time|process_time|(iterations|repeats|min_time|min_warmup_time|threads):.*")
+SETTING = re.compile(r"real_time|manual_time|process_time|(iterations|repeats|min_time|min_warmup_time|threads):.*")
+
+
+def tables():
+    """The regular expressions of the document's tables."""
+    return [match["pattern"] for match in TABLE.finditer(DOCUMENT.read_text(encoding="utf-8"))]
 
 
 def parts_of(name):
@@ -54,7 +60,7 @@ def words(work):
 
 
 def clock_of(run):
-    return "real_time" if "/real_time" in run["run_name"] else "cpu_time"
+    return "real_time" if re.search(r"/(real|manual)_time\b", run["run_name"]) else "cpu_time"
 
 
 def items_of_iteration(run):
@@ -77,11 +83,13 @@ class Row:
         self.counts = run.get("counts", self.counts)
 
     def median(self):
-        return statistics.median(self.times)
+        """Of one item."""
+        return statistics.median(self.times) / self.items
 
     def spread(self):
         """How far the times lie apart, as a share of the median."""
-        return (max(self.times) - min(self.times)) / self.median() if self.median() > 0 else 0
+        middle = statistics.median(self.times)
+        return (max(self.times) - min(self.times)) / middle if middle > 0 else 0
 
 
 def load(path):
