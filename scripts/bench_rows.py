@@ -54,9 +54,21 @@ def grouped(names):
     return [("/".join(before + after), ours, peers) for (before, after), (ours, peers) in groups.items()], alone
 
 
+# Where a word begins within a name.
+WORD = re.compile(r"(?<=[a-z0-9])(?!MiB)([A-Z])(?=[a-z])")
+
+
 def words(work):
-    """A work's name as a reader takes it: numbers in groups of three digits, parts separated by commas."""
-    return ", ".join(f"{int(part):,}" if part.isdigit() else part.replace("_", " ") for part in work.split("/"))
+    """A work's name as a reader takes it: numbers in groups of three digits, words and parts separated."""
+    return ", ".join(
+        f"{int(part):,}" if part.isdigit() else WORD.sub(lambda first: " " + first[1].lower(), part.replace("_", " "))
+        for part in work.split("/")
+    )
+
+
+def ratio(value):
+    """How many times as long, with the digits that count."""
+    return f"{value:.0f}" if value >= 10 else f"{value:.1f}" if value >= 1 else f"{value:.2f}"
 
 
 def clock_of(run):
