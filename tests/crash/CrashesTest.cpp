@@ -2,93 +2,19 @@
 
 #include "crash/ModuleFile.h"
 #include "crash/XMinidump.h"
-#include "platform/CrashDumps.h"
-#include "tests/support/CrashingProgram.h"
+#include "tests/crash/CrashesFixture.h"
 #include "tests/support/Debugger.h"
 #include "tests/support/Eventually.h"
 #include "tests/support/ForkedChild.h"
 #include "tests/support/OnThreads.h"
-#include "tests/support/Sanitized.h"
 #include "tests/support/StoreBytes.h"
-#include "tests/support/TestRegistry.h"
 
 using namespace tev::test;
 
 namespace
 {
-class Crashes : public testing::Test
-{
-protected:
-    void SetUp() override
-    {
-        if (kIsSanitized)
-            GTEST_SKIP() << "a sanitizer reports crashes by itself";
-    }
-};
-using CrashesThread = Crashes;
-
 constexpr int kCaughtNoMemory = 30;
 constexpr int kCaughtInvalidArgument = 31;
-constexpr int kNoReport = -1;
-const std::string kProduct = "tevtools_crash_ways";
-
-/// What a way to crash leads to. The words must stand in the names of the stack of the thread that crashed, in that order.
-struct CrashRow
-{
-    std::vector<std::string> arguments;
-    int exitCode;
-    int signal; ///< in the dump, 0 for none, kNoReport when there is no report
-    std::vector<std::string> stack = {"main"};
-    bool isTwiceTried = true; ///< with helper and without
-};
-
-std::vector<std::string> StackOf(const XMinidump& dump, int thread)
-{
-    std::vector<std::string> names;
-    for (const XMinidumpFrame& frame : dump.GetStack(thread))
-        names.emplace_back(CXTString<char>(frame.m_function).GetConstBuffer());
-    return names;
-}
-
-void ExpectInOrder(const std::vector<std::string>& names, const std::vector<std::string>& words)
-{
-    auto from = names.begin();
-    for (const std::string& word : words)
-    {
-        from =
-            std::find_if(from, names.end(), [&word](const std::string& name) { return name.find(word) != name.npos; });
-        EXPECT_NE(from, names.end()) << word << " in " << testing::PrintToString(names);
-    }
-}
-
-void ExpectDump(const XMinidump& dump, const CrashRow& row)
-{
-    EXPECT_EQ(static_cast<int>(dump.GetSignal()), row.signal);
-    ASSERT_GE(dump.GetFaultThread(), 0);
-    ExpectInOrder(StackOf(dump, dump.GetFaultThread()), row.stack);
-}
-
-/// Expects the documented report: one archive, with the log, the details and a dump of that signal.
-void ExpectReport(const CrashingProgram& program, const CrashRow& row)
-{
-    const std::set<std::string> kept = {"crash.log", kProduct + ".dmp", kProduct + ".txt"};
-    if (row.signal == kNoReport)
-    {
-        EXPECT_EQ(program.Names("common"), std::set<std::string>());
-        EXPECT_EQ(program.Names("user"), std::set<std::string>{"crash.log"});
-        return;
-    }
-    // On a busy machine the helper may still be packing when the time of the process is over.
-    Eventually([&] { return program.Names("user") == kept; });
-    EXPECT_EQ(program.Names("common"), std::set<std::string>{"DebugReport.zip"});
-    EXPECT_EQ(program.Names("user"), kept);
-    EXPECT_EQ(program.Names("temporary"), std::set<std::string>());
-    EXPECT_EQ(NamesInArchive(program.Folder().WidePath("common/DebugReport.zip")),
-              std::set<std::wstring>({L"crash.log", L"tevtools_crash_ways.dmp", L"tevtools_crash_ways.txt"}));
-    XMinidump dump;
-    ASSERT_TRUE(dump.Load(program.Folder().WidePath("user/" + kProduct + ".dmp").c_str()));
-    ExpectDump(dump, row);
-}
 
 void Expect(const CrashRow& row, const std::string& helper)
 {
@@ -191,83 +117,6 @@ TEST_F(CrashesThread, EachWayEndsAsDocumentedWithOneReport)
     });
 }
 
-/// A start of the program with the folders of another one that has ended: the files of the reports that it asks about.
-std::string StartAgain(const CrashingProgram& program, const std::string& way = "demand", const char* asked = "note")
-{
-    const EnvironmentVariable ask("TEVTOOLS_CRASH_ASKED", asked);
-    const EnvironmentVariable user("TEVTOOLS_USER_DATA", program.Folder().Path("user").string());
-    const EnvironmentVariable common("TEVTOOLS_COMMON_DATA", program.Folder().Path("common").string());
-    const EnvironmentVariable temporary("TMPDIR", program.Folder().Path("temporary").string());
-    const std::string again = std::string(kCrashWays) + " " + way + " main no-report 2>/dev/null";
-    FILE* const pipe = popen(again.c_str(), "r");
-    std::string output;
-    for (int c = std::fgetc(pipe); c != EOF; c = std::fgetc(pipe))
-        output += static_cast<char>(c);
-    EXPECT_EQ(WEXITSTATUS(pclose(pipe)), asked == "crash"s ? 1 : 0);
-    return output;
-}
-const std::string kOwnFiles = kProduct + ".dmp\n" + kProduct + ".txt\ncrash.log\n";
-
-TEST_F(CrashesThread, WithoutHelperTheNextStartFinishesTheReport)
-{
-    CrashingProgram program({"segment-violation", "main", "hang"}, "/no/helper");
-    CrashingProgram withoutFolders({"no-folders", "main", "hang"}, "/no/helper");
-    EXPECT_EQ(program.Wait(), 1);
-    EXPECT_EQ(program.Names("common"), std::set<std::string>());
-    EXPECT_EQ(StartAgain(program), kOwnFiles);
-    ExpectReport(program, {{}, 1, SIGSEGV});
-    EXPECT_EQ(StartAgain(program), "");
-
-    EXPECT_EQ(withoutFolders.Wait(), 1);
-    EXPECT_EQ(withoutFolders.Names("temporary").size(), 2u); // the record and the dump
-    StartAgain(withoutFolders);
-    EXPECT_THAT(withoutFolders.Names("temporary"), testing::ElementsAre(HasSubstr(".DebugReport.zip")));
-}
-
-/// The record of a report that was left in the folder; waits for the helper, which has it locked.
-std::string LeftRecordIn(const CrashingProgram& program, const std::string& folder)
-{
-    for (const std::string& name : program.Names(folder))
-    {
-        const std::string path = program.Folder().Path(folder + "/" + name).string();
-        if (std::filesystem::path(name).extension() == ".crash")
-            return Eventually([&] { return tev::platform::LeftRecord(path).IsHeld(); }) ? name : "locked";
-    }
-    return {};
-}
-
-TEST_F(CrashesThread, AProcessThatEndsWhileTheUserIsAskedLeavesAReportThatIsOfferedOnce)
-{
-    const std::pair<const char*, int> endings[] = {{"kill", kBySignal + SIGKILL}, {"exit", 5}, {"crash", 1}};
-    for (const auto& [asked, exitCode] : endings)
-    {
-        for (const char* const helper : {"", "/no/helper"})
-        {
-            SCOPED_TRACE(asked + std::string(helper));
-            const std::vector<std::string> environment = {"TEVTOOLS_CRASH_ASKED=" + std::string(asked)};
-            CrashingProgram program({"segment-violation"}, helper, environment);
-            CrashingProgram withoutFolders({"no-folders"}, helper, environment);
-            EXPECT_EQ(program.Wait(), exitCode);
-            EXPECT_THAT(LeftRecordIn(program, "user"), HasSubstr(kProduct));
-            EXPECT_EQ(program.Names("common"), std::set<std::string>{"DebugReport.zip"});
-            EXPECT_EQ(StartAgain(program), kOwnFiles);
-            ExpectReport(program, {{}, 1, SIGSEGV});
-            EXPECT_EQ(StartAgain(program), "");
-
-            EXPECT_EQ(withoutFolders.Wait(), exitCode);
-            EXPECT_THAT(LeftRecordIn(withoutFolders, "temporary"), HasSubstr(kProduct));
-            EXPECT_THAT(StartAgain(withoutFolders), testing::MatchesRegex(".*\\.dmp\n.*\\.txt\ncrash.log\n"));
-            EXPECT_THAT(withoutFolders.Names("temporary"), testing::ElementsAre(HasSubstr(".DebugReport.zip")));
-        }
-    }
-    // Who always crashes when asked is not asked at each start.
-    CrashingProgram program({"segment-violation"}, "/no/helper", {"TEVTOOLS_CRASH_ASKED=crash"});
-    EXPECT_EQ(program.Wait(), 1);
-    EXPECT_EQ(StartAgain(program, "demand", "crash"), "");
-    EXPECT_EQ(StartAgain(program), "");
-    EXPECT_EQ(program.Names("common"), (std::set<std::string>{"DebugReport.zip", "DebugReport (1).zip"}));
-}
-
 /// A report outside the usual places; its details.
 std::string DetailsOf(const CrashingProgram& program, const std::string& report, const std::wstring& product)
 {
@@ -336,15 +185,6 @@ TEST_F(CrashesThread, NameAndFolderAreThoseOfTheMomentOfTheCrash)
     EXPECT_EQ(addressed.Wait(), 1);
     EXPECT_TRUE(Eventually([&folder] { return folder.Exists("shown"); }));
     EXPECT_THAT(folder.ReadFile("shown"), HasSubstr("--support late@example.org"));
-}
-
-// A program that sets its name after CrashInstall finds what it left under that name.
-TEST_F(CrashesThread, ReportsThatWereLeftUnderALaterNameAreFinished)
-{
-    CrashingProgram program({"renamed", "main", "hang"}, "/no/helper");
-    EXPECT_EQ(program.Wait(), 1);
-    EXPECT_EQ(StartAgain(program, "renamed-start"), "Renamed.dmp\nRenamed.txt\ncrash.log\n");
-    EXPECT_EQ(program.Names("common"), std::set<std::string>{"DebugReport.zip"});
 }
 
 TEST_F(CrashesThread, WithoutFoldersTheReportGoesToTheTemporaryFiles)
