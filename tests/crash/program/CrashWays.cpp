@@ -2,6 +2,7 @@
 // usage: tevtools_crash_ways WAY [PLACE] [CALLBACK]
 
 #include "TevTools.h"
+#include "tests/crash/program/Surroundings.h"
 
 #include <algorithm>
 #include <atomic>
@@ -9,7 +10,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <ctime>
 #include <fstream>
 #include <iostream>
 #include <map>
@@ -27,8 +27,6 @@
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 // What the run-time calls when a function throws what its specification, of an earlier version of the language, forbids.
@@ -55,6 +53,8 @@ public:
 
 namespace
 {
+using namespace ways;
+
 // Volatile, so that the compiler cannot remove the crash.
 int* volatile g_nowhere = nullptr;
 volatile int g_zero = 0;
@@ -181,102 +181,6 @@ void InHandlerOnOwnStack()
     const stack_t mine = {g_handlerStack, 0, kHandlerStack};
     sigaltstack(&mine, nullptr);
     InHandler(SIGUSR1, SA_ONSTACK);
-}
-void BlockSignals()
-{
-    sigset_t all;
-    sigfillset(&all);
-    pthread_sigmask(SIG_BLOCK, &all, nullptr);
-}
-void Limit(int resource, rlim_t limit)
-{
-    const rlimit limits = {limit, RLIM_INFINITY};
-    setrlimit(static_cast<__rlimit_resource>(resource), &limits);
-}
-/// With the program's folders; where the system's own user runs it.
-void BecomeNobody()
-{
-    constexpr uid_t kNobody = 65534;
-    if (geteuid() != 0)
-        return;
-    for (const char* const folder : {".", "user", "common", "temporary"})
-        g_zero = chown(folder, kNobody, kNobody);
-    g_zero = setgid(kNobody) + setuid(kNobody);
-}
-void RunBeside(void (*work)())
-{
-    std::atomic<bool> isReady{false};
-    std::thread([&] {
-        work();
-        isReady = true;
-        for (;;)
-            pause();
-    }).detach();
-    while (!isReady)
-        std::this_thread::yield();
-}
-/// A thread waits uninterruptibly for longer than the helper waits for it, and goes on after that.
-void DemandBesideUnstoppable()
-{
-    std::thread unstoppable([] {
-        if (vfork() == 0)
-        {
-            const timespec forLong = {2, 500000000};
-            syscall(SYS_nanosleep, &forLong, nullptr);
-            _exit(0);
-        }
-    });
-    const timespec untilItWaits = {0, 100000000};
-    nanosleep(&untilItWaits, nullptr);
-    CrashGenerateErrorReport(nullptr, false);
-    unstoppable.join();
-}
-/// Threads whose stacks lie behind one another in one mapping.
-void WaitOnAdjacentStacks()
-{
-    constexpr std::size_t kStack = std::size_t{128} << 10;
-    constexpr int kThreads = 4;
-    static std::atomic<int> ready{0};
-    void* const block = mmap(nullptr, kStack * kThreads, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    for (int i = 0; i < kThreads; ++i)
-    {
-        pthread_attr_t attributes;
-        pthread_attr_init(&attributes);
-        pthread_attr_setstack(&attributes, static_cast<char*>(block) + i * 3 % kThreads * kStack, kStack);
-        pthread_t thread;
-        const auto wait = [](void*) -> void* {
-            for (++ready;;)
-                pause();
-        };
-        pthread_create(&thread, &attributes, wait, nullptr);
-    }
-    while (ready != kThreads)
-        std::this_thread::yield();
-}
-/// The only process that is a child of the init of this one and has a socket to it is its helper.
-void RunForHelper(const std::string& program)
-{
-    const std::string command =
-        "for p in /proc/[0-9]*; do [ \"$(tr '\\0' ' ' <$p/cmdline 2>/dev/null | cut -d' ' -f2)\" = " +
-        std::to_string(getpid()) + " ] && grep -q tev-crash-helper $p/cmdline && " + program + " ${p#/proc/}; done";
-    g_zero = std::system(command.c_str()) & 0;
-}
-void SignalHelper(int number)
-{
-    RunForHelper("kill -" + std::to_string(number));
-}
-/// Runs the work in a forked child and ends as that does.
-void InChild(void (*work)())
-{
-    const pid_t child = fork();
-    if (child == 0)
-    {
-        work();
-        _exit(99);
-    }
-    int status = 0;
-    waitpid(child, &status, 0);
-    std::_Exit(WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status));
 }
 void Install();
 
