@@ -118,9 +118,20 @@ bool CXCriticalSection::TryLock()
     return true;
 }
 
+// The owner is read after the state. Where it has just released the lock, the state has changed before (see
+// StampWithThisFork), so that the caller's exchange of the state that it knows fails.
 bool CXCriticalSection::IsLost(std::uint32_t state) const noexcept
 {
-    return state != kFree && ForkOf(state) != g_fork && m_owner.load(std::memory_order_relaxed) != g_survivor;
+    return state != kFree && ForkOf(state) != g_fork && m_owner.load(std::memory_order_acquire) != g_survivor;
+}
+
+// In a forked child, before the owner of a lock releases it: with the stamp of an earlier fork and without an owner the lock
+// would look lost until it is free. Only a thread that begins to wait changes the state meanwhile, and stamps it, too.
+inline void CXCriticalSection::StampWithThisFork() noexcept
+{
+    std::uint32_t state = m_state.load(std::memory_order_relaxed);
+    if (ForkOf(state) != g_fork && state != kFree)
+        m_state.compare_exchange_strong(state, g_fork | kHeld, std::memory_order_relaxed);
 }
 
 inline bool CXCriticalSection::TryTake() noexcept
@@ -135,6 +146,7 @@ inline bool CXCriticalSection::TryTake() noexcept
     return true;
 }
 
+// The lock is not lost: TryTake would have taken it, and a lock becomes lost only by a fork.
 // A thread that sleeps does not hold the lock: it may be suspended and killed meanwhile.
 void CXCriticalSection::WaitForLock()
 {
@@ -144,14 +156,8 @@ void CXCriticalSection::WaitForLock()
     const std::uint32_t awaited = g_fork | kAwaited;
     for (;;)
     {
-        const std::uint32_t state = m_state.exchange(awaited, std::memory_order_acquire);
-        if (state == kFree)
+        if (m_state.exchange(awaited, std::memory_order_acquire) == kFree)
             return;
-        if (IsLost(state))
-        {
-            m_lockCount.store(0, std::memory_order_relaxed);
-            return;
-        }
         TakeLockWeight(mine, m_weight);
         tev::platform::WaitWhile(m_state, awaited, tev::platform::kLockRecheckTime);
         AddLockWeight(mine, m_weight);
@@ -168,7 +174,8 @@ bool CXCriticalSection::Unlock()
     Add(m_lockCount, -1);
     if (m_lockCount.load(std::memory_order_relaxed) != 0)
         return true;
-    m_owner.store(0, std::memory_order_relaxed);
+    StampWithThisFork();
+    m_owner.store(0, std::memory_order_release);
     // The next owner may destroy the lock at once: from here on only its address is used.
     const std::uint64_t weight = m_weight;
     if ((m_state.exchange(kFree, std::memory_order_release) & kAwaited) != 0)
@@ -182,7 +189,10 @@ bool CXCriticalSection::Unlock()
 void CXCriticalSection::ReleaseForEnded(std::uint64_t threadNumber)
 {
     // Of several that release it one does: the lock may have another owner at once.
-    if (!m_owner.compare_exchange_strong(threadNumber, 0, std::memory_order_relaxed))
+    if (m_owner.load(std::memory_order_relaxed) != threadNumber)
+        return;
+    StampWithThisFork();
+    if (!m_owner.compare_exchange_strong(threadNumber, 0, std::memory_order_release, std::memory_order_relaxed))
         return;
     m_lockCount.store(0, std::memory_order_relaxed);
     if ((m_state.exchange(kFree, std::memory_order_release) & kAwaited) != 0)

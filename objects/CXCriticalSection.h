@@ -37,6 +37,7 @@ private:
 
     /// In a forked child: whether it was held by a thread that exists in the parent only.
     bool IsLost(std::uint32_t state) const noexcept;
+    void StampWithThisFork() noexcept;
     bool TryTake() noexcept;
     void WaitForLock();
     /// Releases the lock on behalf of a thread that was terminated while it held it; does nothing when another thread

@@ -1,6 +1,8 @@
 #include "objects/CXSingleLock.h"
 #include "platform/AddressWait.h"
+#include "platform/ProcessorPause.h"
 #include "platform/ThreadLocks.h"
+#include "tests/support/BusyFork.h"
 #include "tests/support/Eventually.h"
 #include "tests/support/OnThreads.h"
 
@@ -135,6 +137,76 @@ TEST(CXCriticalSectionThreads, MayBeDestroyedByTheNextOwner)
                 delete shared;
         });
     }
+}
+
+/// The state and the owner lie in different cache lines, so that another processor can see one changed before the other.
+struct alignas(64) SplitLock
+{
+    char before[64 - sizeof(void*) - 2 * sizeof(std::uint32_t)];
+    CXCriticalSection lock;
+    std::atomic<int> inside{0};
+
+    bool EnterAlone() { return inside.fetch_add(1) == 0; }
+    void Leave()
+    {
+        inside.fetch_sub(1);
+        Unlock(lock);
+    }
+};
+
+// A lock that the thread that forked releases in the child may be taken by one new thread at that moment, not by two.
+TEST(CXCriticalSection, OneThreadIsInsideAtATimeAfterTheOwnerForked)
+{
+    if (kIsSanitized)
+        GTEST_SKIP() << kNoBusyFork;
+    constexpr unsigned kLocks = 6000; // each is held since before the fork only once
+    std::vector<SplitLock> locks(kLocks);
+    for (SplitLock& each : locks)
+        Lock(each.lock);
+    EXPECT_EQ(ResultInChild([&locks] {
+                  std::atomic<bool> isAlone{true};
+                  std::atomic<unsigned> begun{0};
+                  std::atomic<unsigned> taken{0};
+                  std::atomic<unsigned> tried{0};
+                  std::thread other([&] {
+                      for (unsigned i = 0; i < kLocks; ++i)
+                      {
+                          SplitLock& each = locks[i];
+                          begun = i + 1;
+                          bool isTaken = i % 2 == 0 && Lock(each.lock);
+                          while (!isTaken)
+                              isTaken = TryLock(each.lock);
+                          isAlone = each.EnterAlone() && isAlone;
+                          taken = i + 1;
+                          while (tried != i + 1)
+                              std::this_thread::yield();
+                          each.Leave();
+                      }
+                  });
+                  for (unsigned i = 0; i < kLocks; ++i)
+                  {
+                      SplitLock& each = locks[i];
+                      while (begun != i + 1)
+                          std::this_thread::yield();
+                      // Some last as long as a thread waits before it goes to sleep.
+                      for (unsigned pause = 0; pause < i % 700; ++pause)
+                          tev::platform::PauseProcessor();
+                      Unlock(each.lock);
+                      while (taken != i + 1)
+                          std::this_thread::yield();
+                      if (TryLock(each.lock))
+                      {
+                          isAlone = each.EnterAlone() && isAlone;
+                          each.Leave();
+                      }
+                      tried = i + 1;
+                  }
+                  other.join();
+                  return isAlone ? 0 : 1;
+              }),
+              0);
+    for (SplitLock& each : locks)
+        Unlock(each.lock);
 }
 
 TEST(CXSingleLockThreads, HoldsTheAttachedLockAtMostOnce)
