@@ -275,17 +275,20 @@ void CWatchFolder::RecordEvent(const CXTString<wchar_t>& folder, const FolderEve
             m_list.push_back({xChangeWholeFolder, record->m_folder, {}, false});
     }
     const FileChange change = ToFileChange(event.change);
-    CXTString<wchar_t> oldPath;
+    // The buffer of m_path serves one change after another. While it is moved away, m_path is the old path, which only renames
+    // have: without one it owns no buffer, and nothing is allocated for it.
+    CXTString<wchar_t> path(std::move(m_path));
     if (change == xChangeRenamed)
     {
-        oldPath = folder;
-        oldPath.Append(event.oldPath.data(), event.oldPath.size());
-        Record(oldPath, change);
+        m_path = folder;
+        m_path.Append(event.oldPath.data(), event.oldPath.size());
+        Record(m_path, change);
     }
-    m_path = folder;
-    m_path.Append(event.path.data(), event.path.size());
-    Record(m_path, change);
-    m_list.push_back({change, m_path, std::move(oldPath), event.isExchange});
+    path = folder;
+    path.Append(event.path.data(), event.path.size());
+    Record(path, change);
+    m_list.push_back({change, path, std::move(m_path), event.isExchange});
+    m_path = std::move(path);
 }
 
 void CWatchFolder::Record(const CXTString<wchar_t>& path, FileChange change)

@@ -203,7 +203,10 @@ protected:
         for (unsigned position = map.GetFirst(); map.GetNext(position, path, change);)
             changes[nameOf(*path)] = *change;
         for (const CWatchFolder::OrderedChange& entry : m_watcher.GetChangeList())
+        {
+            EXPECT_EQ(entry.m_oldPath == L"", entry.m_change != CWatchFolder::xChangeRenamed);
             m_byList.Apply(entry.m_change, nameOf(entry.m_path), nameOf(entry.m_oldPath), entry.m_isExchange);
+        }
         m_watcher.ReleaseChanges();
         m_byMap.Apply(changes);
         return changes.count("") != 0;
