@@ -80,6 +80,7 @@ TEST(CXStdioFile, LinesAreWholeWhereverTheBufferEnds)
     const TempFolder folder;
     for (std::size_t size = 65529; size <= 65544; ++size)
     {
+        const WithoutAvx2 plain(size / 2 % 2 == 1); // units lie across the buffer's end or not, each way
         std::string narrow = std::string(size, 'n') + "\r\nx\n";
         CXStdioFile file(folder.WriteFile("narrow", narrow).c_str(), CXFile::modeRead);
         EXPECT_EQ(ReadLines<char>(file), (std::vector<std::string>{std::string(size, 'n') + "\n", "x\n"})) << size;
