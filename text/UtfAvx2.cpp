@@ -367,7 +367,7 @@ TEV_TARGET_AVX2 PaddedDecoding DecodePaddedUtf8(const char* text, size_t size, w
             _mm256_movemask_epi8(_mm256_cmpeq_epi8(least, _mm256_setzero_si256())) != 0};
 }
 
-TEV_TARGET_AVX2 size_t DecodeShortLineUtf8(const char* text, size_t available, bool ascii, wchar_t* wide,
+TEV_TARGET_AVX2 size_t DecodeShortLineUtf8(const char* text, size_t available, bool ascii, wchar_t* wide, size_t room,
                                            PaddedDecoding& result) noexcept
 {
     const __m256i lineFeeds = _mm256_set1_epi8('\n');
@@ -378,6 +378,8 @@ TEV_TARGET_AVX2 size_t DecodeShortLineUtf8(const char* text, size_t available, b
         const __m256i lines = _mm256_cmpeq_epi8(block, lineFeeds);
         if (ascii)
         {
+            if (room - i < kStep)
+                return 0;
             WidenAscii<kStep>(text + i, wide + i);
             const __m256i ends = _mm256_or_si256(lines, _mm256_cmpeq_epi8(block, zero));
             const auto special = static_cast<unsigned>(_mm256_movemask_epi8(_mm256_or_si256(block, ends)));
@@ -394,6 +396,8 @@ TEV_TARGET_AVX2 size_t DecodeShortLineUtf8(const char* text, size_t available, b
         if (const auto places = static_cast<unsigned>(_mm256_movemask_epi8(lines)))
         {
             const size_t at = i + static_cast<size_t>(__builtin_ctz(places));
+            if (room < at + kPadding)
+                return 0;
             result = DecodePaddedUtf8(text, at, wide);
             return at + 1;
         }

@@ -53,8 +53,9 @@ constexpr size_t kShortLine = 128;
 [[nodiscard]] PaddedDecoding DecodePaddedUtf8(const char* text, size_t size, wchar_t* wide) noexcept;
 /// Looks for the end of a line too: LF within kShortLine bytes and so far before the end of what can be read that whole
 /// blocks can be looked at. Returns the size with the LF and decodes what comes before it; 0 where there is no such
-/// line. A wrong guess whether it is ASCII without NULs costs a little time.
-[[nodiscard]] size_t DecodeShortLineUtf8(const char* text, size_t available, bool ascii, wchar_t* wide,
+/// line, or no room for what is written, which is enough where it is kShortLine + kPadding. A wrong guess whether the line
+/// is ASCII without NULs costs a little time.
+[[nodiscard]] size_t DecodeShortLineUtf8(const char* text, size_t available, bool ascii, wchar_t* wide, size_t room,
                                          PaddedDecoding& result) noexcept;
 /// Valid is what holds no surrogates. The size is even.
 [[nodiscard]] PaddedDecoding DecodePaddedUtf16(const char* text, size_t size, ByteOrder order, wchar_t* wide) noexcept;

@@ -175,6 +175,30 @@ TEST(CStdioFileEx, DecodesACharacterWhereverItStandsInALine)
     }
 }
 
+TEST(CStdioFileEx, ALineGrowsByTheRuleToWhatWasReadForIt)
+{
+    const TempFolder folder;
+    CStdioFileEx file;
+    for (const unsigned length : {0, 5, 14, 15, 31, 62, 64, 100, 126, 127, 200, 1000, 5000})
+        for (const std::string character : {"x", "\xC3\xA9"})
+            for (const std::string lineEnd : {"\n", "\r\n"})
+                for (const bool without : {false, true})
+                {
+                    const WithoutAvx2 plain(without);
+                    std::string bytes;
+                    for (unsigned i = 0; i < length; ++i)
+                        bytes += character;
+                    bytes += lineEnd + std::string(200, 'y') + "\n";
+                    ASSERT_TRUE(file.Open(folder.WriteFile("rule", bytes).c_str(), kText | kUtf8));
+                    CXTString<wchar_t> line;
+                    ASSERT_TRUE(file.ReadString(line));
+                    EXPECT_EQ(line.GetLength64(), length);
+                    const unsigned __int64 grown = length + lineEnd.size();
+                    const unsigned __int64 capacity = grown < 16 ? 16 : std::max<unsigned __int64>(2 * grown + 1, 64);
+                    EXPECT_EQ(static_cast<CXTCharArray<wchar_t>&>(line).m_capacity, capacity) << length << without;
+                }
+}
+
 TEST(CStdioFileEx, ReadsAsASlowModelDoesAtEveryPosition)
 {
     const unsigned seed = 20261122;
