@@ -71,7 +71,7 @@ tev::PaddedText tev::DecodePaddedLine(const char* bytes, std::size_t size, xStri
                                                   : avx2::DecodePaddedUtf8(bytes, size, characters);
         if (aside && result.m_valid)
             TakeOver(buffer, result.m_length, result.m_length + lineEnd, text);
-        if (result.m_valid)
+        if (!aside || result.m_valid)
             SetLength(text, result.m_length);
         return {result.m_valid, result.m_hasNul};
     }
@@ -96,6 +96,7 @@ std::size_t tev::DecodeShortLine(const char* bytes, std::size_t available, xStri
             size = avx2::DecodeShortLineUtf8(bytes, available, ascii, own.m_data, room, result);
         if (size == 0 && room < kEnough)
         {
+            text.Empty(); // its characters may have been overwritten, and there may be no memory for more
             wchar_t buffer[kEnough];
             size = avx2::DecodeShortLineUtf8(bytes, available, ascii, buffer, kEnough, result);
             if (size != 0 && result.m_valid)
