@@ -375,8 +375,9 @@ TEST(CStdioFileExEncoding, WithoutMemoryALineIsEmptyAndTheFileStaysUsable)
 {
     const std::string contents[] = {
         "short\n" + std::string(5000, 'x') + "\n\xC3\xA9\xFF invalid\n",
-        "\xFF\xFE" + Encoded(L"short\n" + std::wstring(5000, L'\u00E9') + L"\n", 2, false),
-        "one\rtwo\rthree",
+        "\xFF\xFE" + Encoded(L"short\n" + std::wstring(5000, L'\u00E9') + L"\n", 2, false), "one\rtwo\rthree",
+        std::string(40, 'x') + "\n" + std::string(100, 'y') + "\n" + std::string(200, 'z') +
+            "\n", // into the room of the one before
     };
     const TempFolder folder;
     for (const std::string& bytes : contents)
