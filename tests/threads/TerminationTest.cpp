@@ -197,7 +197,7 @@ TEST_F(CCustomThreads, TheStackOfAThreadEndsBeforeTheStorageOfItsNeighbour)
         const auto* const lowest = static_cast<const char*>(stack);
         tev::platform::StartedThread* const thread = tev::platform::OpenThread(self.GetThreadID());
         ASSERT_NE(thread, nullptr);
-        EXPECT_TRUE(IsOnStackOf(thread, lowest) && IsOnStackOf(thread, &stack));
+        EXPECT_TRUE(IsOnStackOf(thread, lowest) && IsOnStackOf(thread, __builtin_frame_address(0)));
         EXPECT_FALSE(IsOnStackOf(thread, lowest - guard - 1));
         EXPECT_FALSE(IsOnStackOf(thread, t_large.data()));
         tev::platform::ReleaseThread(thread);

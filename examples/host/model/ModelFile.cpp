@@ -1,5 +1,7 @@
 #include "examples/host/model/ModelFile.h"
 
+#include <filesystem>
+
 namespace host
 {
 namespace
