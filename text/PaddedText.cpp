@@ -96,7 +96,6 @@ std::size_t tev::DecodeShortLine(const char* bytes, std::size_t available, xStri
             size = avx2::DecodeShortLineUtf8(bytes, available, ascii, own.m_data, room, result);
         if (size == 0 && room < kEnough)
         {
-            text.Empty(); // its characters may have been overwritten, and there may be no memory for more
             wchar_t buffer[kEnough];
             size = avx2::DecodeShortLineUtf8(bytes, available, ascii, buffer, kEnough, result);
             if (size != 0 && result.m_valid)
