@@ -22,7 +22,7 @@
 /// while an entry is inserted leaves the map as it was. XLastFailure() says why an operation found no memory.
 ///
 /// The hash of numbers is fixed, since it decides the order, so keys can be chosen to collide. A million of them
-/// take some ten times as long as others, as long as few are removed: a removal makes the next insertion among them slow.
+/// take some five times as long as others, as long as few are removed: a removal makes the next insertion among them slow.
 ///
 /// KEY is stored, ARG_KEY is how keys are passed (`int`, `const CXTString<wchar_t>&`), METHODS hashes and compares them. In
 /// maps of strings, lookups and removals take plain C strings as they are. Key and value of an entry are destroyed when

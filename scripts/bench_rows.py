@@ -61,7 +61,7 @@ WORD = re.compile(r"(?<=[a-z0-9])(?!MiB)([A-Z])(?=[a-z])")
 def words(work):
     """A work's name as a reader takes it: numbers in groups of three digits, words and parts separated."""
     return ", ".join(
-        f"{int(part):,}" if part.isdigit() else WORD.sub(lambda first: " " + first[1].lower(), part.replace("_", " "))
+        f"{int(part):,}" if part.isdigit() else WORD.sub(lambda first: " " + first[1].lower(), re.sub("_(?!t$)", " ", part))
         for part in work.split("/")
     )
 
