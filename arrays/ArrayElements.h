@@ -57,6 +57,19 @@ struct ArrayElements
     static constexpr bool kMovesSafely =
         std::is_nothrow_move_constructible_v<TYPE> && std::is_nothrow_move_assignable_v<TYPE>;
 
+    /// Moves those that do not equal the value over the ones that do, of which `found` is the first; returns their end.
+    static TYPE* RemoveEqual(TYPE* found, TYPE* end, const TYPE& value)
+    {
+        TYPE* kept = found;
+        // Not std::remove, which hands out the value's address: the compiler would load the value for each element.
+        for (TYPE* at = found + 1; at != end; ++at)
+        {
+            if (!(*at == value))
+                *kept++ = std::move(*at);
+        }
+        return kept;
+    }
+
     /// Makes elements in slots without elements.
     static void MakeZero(TYPE* slots, int count)
     {

@@ -314,14 +314,7 @@ public:
         else
         {
             const TYPE copy(value);
-            TYPE* kept = found;
-            // Not std::remove, which hands out the copy's address: the compiler would load the copy for each element.
-            for (TYPE* at = found + 1; at != end(); ++at)
-            {
-                if (!(*at == copy))
-                    *kept++ = std::move(*at);
-            }
-            Truncate(static_cast<int>(kept - m_data));
+            Truncate(static_cast<int>(Elements::RemoveEqual(found, end(), copy) - m_data));
         }
         return true;
     }

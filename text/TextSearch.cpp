@@ -235,9 +235,7 @@ size_t FirstDifference(unsigned differences) noexcept
 {
     return static_cast<size_t>(__builtin_ctz(differences)) / sizeof(wchar_t);
 }
-#endif
 
-#if defined(__x86_64__)
 // How many leading characters of 8 to 16 are equal: four blocks, which may overlap, and one branch.
 size_t CommonLengthOfFew(const wchar_t* left, const wchar_t* right, size_t count) noexcept
 {
